@@ -1,0 +1,113 @@
+// PTP operation, event and format codes in use (ISO 15740), with the maker's vendor extension, and
+// the container layout of PTP over USB (USB still-image class, PIMA 15740-2000 annex D).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tarvo::ptp {
+
+enum Operation : std::uint16_t {
+  kGetDeviceInfo = 0x1001,
+  kOpenSession = 0x1002,
+  kCloseSession = 0x1003,
+  kGetStorageIDs = 0x1004,
+  kGetStorageInfo = 0x1005,
+  kGetNumObjects = 0x1006,
+  kGetObjectHandles = 0x1007,
+  kGetObjectInfo = 0x1008,
+  kGetObject = 0x1009,
+  kGetThumb = 0x100A,
+  kDeleteObject = 0x100B,
+  kSendObjectInfo = 0x100C,
+  kSendObject = 0x100D,
+  kInitiateCapture = 0x100E,
+  kFormatStore = 0x100F,
+  kResetDevice = 0x1010,
+  kSelfTest = 0x1011,
+  kSetObjectProtection = 0x1012,
+  kPowerDown = 0x1013,
+  kGetDevicePropDesc = 0x1014,
+  kGetDevicePropValue = 0x1015,
+  kSetDevicePropValue = 0x1016,
+  kResetDevicePropValue = 0x1017,
+  kTerminateOpenCapture = 0x1018,
+  kMoveObject = 0x1019,
+  kCopyObject = 0x101A,
+  kGetPartialObject = 0x101B,
+  kInitiateOpenCapture = 0x101C,
+
+  // The maker's vendor extension.
+  XTO_GET_ADDRESS_BOOK_INFO = 0x9007,
+  XTO_DISPLAY_REQUEST = 0x9008,
+  XT_GET_DISPLAY_REQUEST_VERSION = 0x9009,
+  XTO_GET_LCB_INFO = 0x900C,
+  XTO_GET_BRAGBOOK_VERSION = 0x9011,
+  XTO_SEND_OBJECT_PART = 0x9019,
+  XTO_GET_DB_ROWS = 0x901A,
+  XTO_GET_PICTURE_FILE_SIZES = 0x9203,
+  XTO_GET_DATASET = 0x9204,
+  XTO_CREATE_DATASET = 0x9205,
+  XTO_UPDATE_EXT_OBJECT_INFO = 0x9206,
+  XTO_UPDATE_DATASET = 0x9207,
+  XTO_MODIFY_ASSET_LIST = 0x9208,
+  XTO_GET_SUPPORTED_DATASETS = 0x920A,
+};
+
+enum DataSetFormat : std::uint16_t {
+  XTD_ADDRESS_BOOK_FILE = 0xB003,
+  XTD_ALBUM_NAMES_FILE = 0xB005,
+  XTD_HOST_OBJECT_WRAPPER = 0xB008,
+  XTD_QUERY = 0xB00E,
+  XTD_ALBUM = 0xB201,
+  XTD_GROUP = 0xB202,
+  XTD_CONTACT = 0xB203,
+  XTD_EMAIL_ORDER = 0xB204,
+  XTD_PRINT_ORDER = 0xB205,
+  XTD_TRANSFER_ORDER = 0xB206,
+  XTD_SQUIRT_EMAIL_ORDER = 0xB207,
+  XTD_SQUIRT_PRINT_ORDER = 0xB208,
+  XTD_SQUIRT_TRANSFER_ORDER = 0xB209,
+  XTD_WIRELESS_CONFIG = 0xB20A,
+  XTD_BRAGBOOK = 0xB802,
+  XTD_BRAGBOOK2 = 0xB803,
+  XTD_SHOEBOX_IMAGE = 0xB805,
+};
+
+inline constexpr std::uint32_t kAllStores = 0xFFFFFFFF;
+
+/// Device properties that the product reads (ISO 15740 and the maker's extension).
+enum DeviceProperty : std::uint16_t {
+  kBatteryLevel = 0x5001,
+  kDateTime = 0x5011,
+  kCaptureCapability = 0xD00B,
+  kDeviceGUID = 0xD201,
+  kIntention = 0xD206,
+};
+
+/// Container types of PTP over USB. Every container opens with a header of 12 bytes, little-endian:
+/// length (u32, header included), type (u16), code (u16), transaction id (u32).
+enum ContainerType : std::uint16_t {
+  kCommandBlock = 1,
+  kDataBlock = 2,
+  kResponseBlock = 3,
+  kEventBlock = 4,
+};
+inline constexpr std::size_t kContainerHeaderSize = 12;
+
+/// Class requests of the USB still-image class (bRequest).
+enum ClassRequest : std::uint8_t {
+  kCancelRequest = 0x64,
+  kGetExtendedEventData = 0x65,
+  kDeviceResetRequest = 0x66,
+  kGetDeviceStatus = 0x67,
+};
+/// Payload code of a cancel request.
+inline constexpr std::uint16_t kCancellationCode = 0x4001;
+
+/// Interface class triple of a PTP device.
+inline constexpr std::uint8_t kStillImageClass = 6;
+inline constexpr std::uint8_t kStillImageSubclass = 1;
+inline constexpr std::uint8_t kPTPProtocol = 1;
+
+}  // namespace tarvo::ptp

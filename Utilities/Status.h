@@ -1,0 +1,70 @@
+// Status codes: one signed 32-bit number for every way an operation can end.
+//
+// 0 is success. A positive value is a PTP response code as the device sent it (ISO 15740, annex on
+// response codes) or an address-book validation code; a negative one is a platform status. Use
+// statusText() wherever a person reads it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace tarvo {
+
+using Status = std::int32_t;
+
+namespace status {
+inline constexpr Status kOK = 0;
+
+// Platform statuses.
+inline constexpr Status kNotRecognised = -4;
+inline constexpr Status kDeviceNotFound = -19;
+inline constexpr Status kIOError = -36;
+inline constexpr Status kFileNotFound = -43;
+inline constexpr Status kDuplicateFile = -48;
+inline constexpr Status kBadParameter = -50;
+inline constexpr Status kWriteNotPermitted = -61;
+inline constexpr Status kOutOfMemory = -108;
+inline constexpr Status kFileTypeNotFound = -127;
+inline constexpr Status kCancelled = -490;
+inline constexpr Status kNoUSBDevice = 998;
+inline constexpr Status kNotAFile = -1302;
+inline constexpr Status kUnsupported = -1400;
+
+// What the Image Capture service and the transport under it add.
+inline constexpr Status kICADeviceBusy = -9901;     ///< interface held by another process
+inline constexpr Status kICAAccessDenied = -9902;   ///< no permission on the device node
+inline constexpr Status kICADeviceGone = -9903;     ///< unplugged
+inline constexpr Status kICATimeout = -9904;        ///< the device did not answer in time
+inline constexpr Status kICAProtocolError = -9905;  ///< the device broke the protocol
+inline constexpr Status kICAInvalidObject = -9906;  ///< no such object, or none of that kind
+inline constexpr Status kICAPropertyNotFound = -9907;
+
+// PTP response codes (ISO 15740).
+inline constexpr Status kPTPOK = 0x2001;
+inline constexpr Status kPTPGeneralError = 0x2002;
+inline constexpr Status kPTPSessionNotOpen = 0x2003;  ///< also: no Image Capture object
+inline constexpr Status kPTPInvalidTransactionID = 0x2004;
+inline constexpr Status kPTPOperationNotSupported = 0x2005;
+inline constexpr Status kPTPParameterNotSupported = 0x2006;
+inline constexpr Status kPTPIncompleteTransfer = 0x2007;
+inline constexpr Status kPTPInvalidStorageID = 0x2008;
+inline constexpr Status kPTPInvalidObjectHandle = 0x2009;
+inline constexpr Status kPTPDevicePropNotSupported = 0x200A;
+inline constexpr Status kPTPInvalidObjectFormatCode = 0x200B;
+inline constexpr Status kPTPStoreFull = 0x200C;
+inline constexpr Status kPTPObjectWriteProtected = 0x200D;
+inline constexpr Status kPTPStoreReadOnly = 0x200E;
+inline constexpr Status kPTPAccessDenied = 0x200F;
+inline constexpr Status kPTPNoThumbnailPresent = 0x2010;
+inline constexpr Status kPTPDeviceBusy = 0x2019;
+inline constexpr Status kPTPInvalidParentObject = 0x201A;
+inline constexpr Status kPTPInvalidParameter = 0x201D;
+inline constexpr Status kPTPSessionAlreadyOpen = 0x201E;
+inline constexpr Status kPTPTransactionCancelled = 0x201F;
+}  // namespace status
+
+/// A status in words, for example "operation not supported by the device (0x2005)" or
+/// "file not found (-43)". Unknown values give "status N" with the number. Any thread.
+std::string statusText(Status value);
+
+}  // namespace tarvo

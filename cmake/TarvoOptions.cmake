@@ -1,0 +1,22 @@
+# Language level, warnings and sanitizers, in one place for every target.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 17)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+option(TARVO_TESTS "Build the tests" ON)
+option(TARVO_BENCH "Build the benchmarks" ON)
+option(TARVO_FUZZ "Build the fuzz targets (clang only)" OFF)
+set(TARVO_SANITIZE "" CACHE STRING "Sanitizers, as for -fsanitize= (empty for none)")
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+                    -Wcast-qual -Wundef -Werror)
+if(TARVO_SANITIZE)
+  add_compile_options(-fsanitize=${TARVO_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${TARVO_SANITIZE})
+endif()
+add_compile_options(-ffunction-sections -fdata-sections)
+add_link_options(-Wl,--gc-sections -Wl,--as-needed)

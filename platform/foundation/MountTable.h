@@ -1,0 +1,33 @@
+// What is mounted where.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tarvo {
+
+struct Mount {
+  std::string device;      ///< what is mounted, for example "/dev/sdb1"
+  std::string mountPoint;  ///< absolute path
+
+  friend bool operator==(const Mount&, const Mount&) = default;
+};
+
+/// Main thread only.
+class MountTable {
+ public:
+  virtual ~MountTable() = default;
+  virtual std::vector<Mount> mounts() const = 0;
+  /// The device that is mounted exactly at `path`; none when nothing is.
+  virtual std::optional<std::string> deviceMountedAt(std::string_view path) const = 0;
+  /// Folder whose direct children are the removable volumes of this user.
+  virtual const std::string& volumesFolder() const = 0;
+  /// Calls `changed` from the main loop whenever the table has changed. One watcher at a time; an
+  /// empty function ends watching. Watching costs no wake-ups of its own.
+  virtual void watch(std::function<void()> changed) = 0;
+};
+
+}  // namespace tarvo

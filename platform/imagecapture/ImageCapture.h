@@ -1,0 +1,126 @@
+// The Image Capture service: devices as objects with property dictionaries, messages to them, and
+// events about devices and stores that come and go.
+//
+// A PTP interface is a device with module "PTPCamera.app"; a mounted removable USB volume is one
+// with module "MassStorageCamera.app" when it holds a folder DCIM, else "MassStorage.app". Keys of
+// a device's dictionary: "ifil" (name), "device module" (path), "idVendor", "idProduct",
+// "locationID" (unsigned numbers), "capa" (array of codes); on volumes "volume" and "bsdName";
+// "tree" and "data" where they are loaded.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "Utilities/FourCharCode.h"
+#include "Utilities/PropertyDictionary.h"
+#include "Utilities/Status.h"
+#include "platform/imagecapture/PTPPassThroughPB.h"
+
+namespace tarvo {
+
+/// Handle of a device, folder or file; 0 is none. A handle is never used twice.
+using ICAObject = std::uint32_t;
+
+namespace ica {
+inline constexpr FourCharCode kObjectList = fourCharCode("objl");
+inline constexpr FourCharCode kDevice = fourCharCode("icdv");
+inline constexpr FourCharCode kCamera = fourCharCode("cmra");
+
+inline constexpr FourCharCode kDeviceAdded = fourCharCode("edea");
+inline constexpr FourCharCode kDeviceRemoved = fourCharCode("eder");
+inline constexpr FourCharCode kStoreAdded = fourCharCode("esta");
+inline constexpr FourCharCode kStoreRemoved = fourCharCode("estr");
+inline constexpr FourCharCode kExtended = fourCharCode("extd");
+
+inline constexpr FourCharCode kMessagePass = fourCharCode("pass");
+inline constexpr FourCharCode kMessageSyncClock = fourCharCode("sclk");
+inline constexpr FourCharCode kMessageDelete = fourCharCode("del1");
+inline constexpr FourCharCode kDataTypeData = fourCharCode("data");
+inline constexpr FourCharCode kPropertyVolumeLabel = fourCharCode("voll");
+inline constexpr FourCharCode kDataTypeText = fourCharCode("TEXT");
+}  // namespace ica
+
+struct ICAObjectInfo {
+  FourCharCode objectType = 0;
+  FourCharCode objectSubtype = 0;
+};
+
+struct ICAChildInfo {
+  ICAObject object = 0;
+  ICAObjectInfo info;
+};
+
+struct ICAPropertyInfo {
+  FourCharCode dataType = 0;
+  std::size_t dataSize = 0;
+};
+
+/// The object-send-message parameter block.
+struct ICAObjectSendMessagePB {
+  Status headerErr = 0;  ///< platform status of the message, filled in
+  ICAObject object = 0;
+  FourCharCode messageType = 0;
+  std::uint32_t startByte = 0;
+  PTPPassThroughRecord* data = nullptr;  ///< for "pass", lent; null otherwise
+  std::uint32_t dataSize = 0;
+  FourCharCode dataType = 0;
+  std::uint32_t result = 0;
+};
+
+struct ICAEvent {
+  ICAObject object = 0;
+  FourCharCode type = 0;
+  /// "ifil" (name of what the event concerns) where the event has one.
+  PropertyDictionary dictionary = PropertyDictionary::object();
+};
+
+/// Keeps a device's interface and session open while it lives.
+class ICAScope {
+ public:
+  virtual ~ICAScope() = default;
+};
+
+/// Main thread only. Callbacks run from the main loop. Statuses: kICAInvalidObject for a handle
+/// that names nothing or nothing of the needed kind; kICADeviceBusy, kICAAccessDenied,
+/// kICADeviceGone, kICATimeout, kICAProtocolError and kIOError as the transport gives them.
+class ImageCapture {
+ public:
+  using EventCallback = std::function<void(const ICAEvent&)>;
+
+  virtual ~ImageCapture() = default;
+
+  /// The object that lists all devices.
+  virtual Status getDeviceList(ICAObject& list) = 0;
+  virtual Status getObjectInfo(ICAObject object, ICAObjectInfo& info) = 0;
+  /// `headerErr` is the parameter block's own error beside the call's status.
+  virtual Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) = 0;
+  virtual Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) = 0;
+  virtual Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) = 0;
+
+  /// Registers for an event type of one object (0: any). Replaces the earlier registration of the
+  /// same object and type; an empty callback ends it. A device that goes takes its registrations
+  /// with it once its removal has been delivered.
+  virtual Status registerForEventNotification(ICAObject object, FourCharCode type,
+                                              EventCallback callback) = 0;
+
+  /// "pass": one PTP transaction, the session opened and closed around it unless a scope lives;
+  /// 'sclk': sets the device's clock to local time; 'del1': deletes the object. The result is also
+  /// left in `block.headerErr`.
+  virtual Status objectSendMessage(ICAObjectSendMessagePB& block) = 0;
+
+  virtual Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) = 0;
+  virtual Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) = 0;
+
+  /// Downloads a file object into `folder` under its own name; `path` is the file that was made.
+  virtual Status downloadFile(ICAObject object, const std::string& folder, std::string& path) = 0;
+
+  /// Opens a scope on a device: interface claimed, session open on first need. Null on failure,
+  /// with the cause in `*failure` and, in words, `*why`. A device without an interface to claim (a
+  /// volume) gives a scope that does nothing.
+  virtual std::unique_ptr<ICAScope> openScope(ICAObject device, Status* failure,
+                                              std::string* why) = 0;
+};
+
+}  // namespace tarvo

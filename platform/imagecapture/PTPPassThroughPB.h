@@ -1,0 +1,59 @@
+// The record that carries one PTP transaction through the Image Capture service.
+//
+// Eleven 32-bit values in host order, then the data phase from offset 44 on. A record owns one
+// buffer of 45 + room bytes:
+//
+//   PTPPassThroughRecord record(2048);
+//   record.pb().commandCode = ptp::kGetDeviceInfo;
+//   record.pb().dataUsageMode = kDataFromDevice;
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+namespace tarvo {
+
+enum PTPDataUsageMode : std::uint32_t {
+  kDataToDevice = 0,
+  kDataFromDevice = 1,
+  kNoData = 2,
+};
+
+struct PTPPassThroughPB {
+  std::uint32_t commandCode;
+  std::uint32_t resultCode;         ///< PTP response code, filled in by the service
+  std::uint32_t numOfInputParams;   ///< 0 to 4
+  std::uint32_t numOfOutputParams;  ///< number of response parameters wanted
+  std::uint32_t params[4];          ///< operation parameters in, response parameters out
+  std::uint32_t dataUsageMode;
+  std::uint32_t flags;     ///< always 0
+  std::uint32_t dataSize;  ///< bytes to send, or room; on return bytes received
+};
+static_assert(sizeof(PTPPassThroughPB) == 44);
+
+/// Owns a cleared record with its data area. Movable, never copied.
+class PTPPassThroughRecord {
+ public:
+  static constexpr std::size_t kHeaderSize = sizeof(PTPPassThroughPB);
+
+  /// `room`: bytes of the data area; dataSize is preset to it. Raises the malloc exception with
+  /// `failureReason` when there is no memory for it.
+  explicit PTPPassThroughRecord(std::size_t room, const char* failureReason = "malloc failed.");
+
+  PTPPassThroughPB& pb() { return *reinterpret_cast<PTPPassThroughPB*>(buffer_.get()); }
+  const PTPPassThroughPB& pb() const {
+    return *reinterpret_cast<const PTPPassThroughPB*>(buffer_.get());
+  }
+  std::span<std::byte> data() { return {buffer_.get() + kHeaderSize, room_}; }
+  std::span<const std::byte> data() const { return {buffer_.get() + kHeaderSize, room_}; }
+  /// Header, data area and one byte.
+  std::size_t allocationSize() const { return room_ + kHeaderSize + 1; }
+
+ private:
+  std::unique_ptr<std::byte[]> buffer_;
+  std::size_t room_;
+};
+
+}  // namespace tarvo

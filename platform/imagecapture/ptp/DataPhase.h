@@ -1,0 +1,71 @@
+// Where the payload of a PTP data phase goes to and comes from, without a copy on the way.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace tarvo::ptp {
+
+/// Takes the payload of a data phase from the device. The transport asks for room piece by piece,
+/// in order, may have several pieces in flight, and says how much of them was filled, in order.
+class DataSink {
+ public:
+  virtual ~DataSink() = default;
+  /// Room for payload bytes from `offset` on: at most `length` bytes, fewer where the sink ends,
+  /// none when it is full (what comes then is drained and dropped). Stays valid until it was
+  /// reported with received() or the transaction has ended.
+  virtual std::span<std::byte> room(std::uint64_t offset, std::size_t length) = 0;
+  /// Payload bytes offset .. offset+length-1 have arrived in the room given for them. False ends
+  /// the data phase: the transaction is cancelled.
+  virtual bool received(std::uint64_t offset, std::size_t length) = 0;
+};
+
+/// Gives the payload of a data phase to the device.
+class DataSource {
+ public:
+  virtual ~DataSource() = default;
+  /// Payload size in bytes; what the container header announces.
+  virtual std::uint64_t size() const = 0;
+  /// Bytes from `offset` on: at least one and at most `length`; none is a read failure, which
+  /// cancels the transaction. Stays valid until the next call but `kMaximumInFlight`.
+  virtual std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) = 0;
+
+  static constexpr int kMaximumInFlight = 8;
+};
+
+/// A sink over memory of the caller's.
+class MemorySink : public DataSink {
+ public:
+  explicit MemorySink(std::span<std::byte> memory) : memory_(memory) {}
+  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    if (offset >= memory_.size()) return {};
+    return memory_.subspan(offset, std::min<std::uint64_t>(length, memory_.size() - offset));
+  }
+  bool received(std::uint64_t offset, std::size_t length) override {
+    filled_ = offset + length;
+    return true;
+  }
+  std::uint64_t filled() const { return filled_; }
+
+ private:
+  std::span<std::byte> memory_;
+  std::uint64_t filled_ = 0;
+};
+
+/// A source over memory of the caller's.
+class MemorySource : public DataSource {
+ public:
+  explicit MemorySource(std::span<const std::byte> memory) : memory_(memory) {}
+  std::uint64_t size() const override { return memory_.size(); }
+  std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) override {
+    if (offset >= memory_.size()) return {};
+    return memory_.subspan(offset, std::min<std::uint64_t>(length, memory_.size() - offset));
+  }
+
+ private:
+  std::span<const std::byte> memory_;
+};
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,75 @@
+// A PTP conversation with one device: sessions and transactions over USB bulk transport.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "Utilities/Status.h"
+#include "platform/imagecapture/ptp/DataPhase.h"
+#include "platform/imagecapture/ptp/USBDevice.h"
+
+namespace tarvo::ptp {
+
+/// One transaction: operation with parameters, at most one data phase, response with parameters.
+struct Transaction {
+  std::uint16_t operation = 0;
+  std::array<std::uint32_t, 5> parameters{};
+  unsigned parameterCount = 0;  ///< 0 to 5
+  DataSource* send = nullptr;   ///< data phase to the device, or
+  DataSink* receive = nullptr;  ///< data phase from the device, or neither
+
+  std::uint16_t responseCode = 0;  ///< 0 until a response arrived
+  std::array<std::uint32_t, 5> responseParameters{};
+  unsigned responseParameterCount = 0;
+  std::uint64_t bytesReceived = 0;  ///< payload bytes that the device sent, dropped ones included
+};
+
+/// How long to wait. Every wait is for progress: a transfer that moves bytes starts it anew.
+struct Timeouts {
+  std::chrono::milliseconds bulk{4000};     ///< one bulk transfer without progress
+  std::chrono::milliseconds control{1000};  ///< one class request
+  std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
+};
+
+/// Counts of what went over the wire, for tests and benchmarks.
+struct WireStatistics {
+  std::uint64_t transactions = 0;
+  std::uint64_t bytesSent = 0;      ///< container headers included
+  std::uint64_t bytesReceived = 0;  ///< container headers included
+};
+
+/// Main thread only. Destroying it lets the interface go; an open session is closed first unless
+/// the device is gone or has timed out.
+class PTPConnection {
+ public:
+  virtual ~PTPConnection() = default;
+
+  /// Opens session 1. A session that is open already (0x201E, left by a process that died) is
+  /// closed and opened anew. Returns 0, a PTP response code other than OK, or a status as for
+  /// transact().
+  virtual Status openSession() = 0;
+  virtual Status closeSession() = 0;
+
+  /// Runs one transaction. 0 when a response arrived (whatever its code), otherwise kICATimeout
+  /// (no progress for the time-out), kICADeviceGone, kICAProtocolError (wrong transaction id, lying
+  /// lengths, garbage), kCancelled (the sink or source ended it) or kIOError. After a failure the
+  /// connection has been brought back in step where the device let it be (cancel request, endpoint
+  /// halts cleared, stale data drained). After a time-out every further call fails at once with
+  /// kICATimeout, so that a silent device costs one time-out. `*why`, when given, says it in words.
+  virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
+
+  virtual const WireStatistics& statistics() const = 0;
+};
+
+class PTPConnector {
+ public:
+  virtual ~PTPConnector() = default;
+  /// Opens and claims; errors as for USBDeviceOpener::open.
+  virtual std::unique_ptr<PTPConnection> connect(const USBInterfaceAddress& address,
+                                                 Status* failure, std::string* why) = 0;
+};
+
+}  // namespace tarvo::ptp

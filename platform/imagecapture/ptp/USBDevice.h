@@ -1,0 +1,103 @@
+// One claimed USB still-image interface, as the transport sees it: the narrow seam over libusb.
+//
+// Bulk transfers are submitted and then waited for, so that several can be in flight straight into
+// the caller's memory. Each endpoint finishes its transfers in the order of submission.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "Utilities/Status.h"
+
+namespace tarvo::ptp {
+
+/// How one transfer ended.
+enum class TransferResult {
+  kCompleted,
+  kStalled,    ///< the endpoint is halted until clearHalt()
+  kTimedOut,   ///< ended by its time-out; `length` bytes had moved
+  kCancelled,  ///< ended by cancelAll()
+  kNoDevice,   ///< unplugged
+  kOverflow,   ///< the device sent more than the buffer holds
+  kError,      ///< any other failure of the bus
+};
+
+/// The USB still-image interface's three endpoints, as its descriptors give them.
+struct StillImageEndpoints {
+  std::uint8_t interfaceNumber = 0;
+  std::uint8_t bulkIn = 0;       ///< address, with the direction bit
+  std::uint8_t bulkOut = 0;      ///< address
+  std::uint8_t interruptIn = 0;  ///< address, 0 where the device has none
+  std::uint16_t bulkInPacketSize = 512;
+  std::uint16_t bulkOutPacketSize = 512;
+  std::uint16_t interruptPacketSize = 0;
+};
+
+struct TransferCompletion {
+  std::uint64_t tag = 0;  ///< as given to submit()
+  TransferResult result = TransferResult::kError;
+  std::size_t length = 0;  ///< bytes that moved
+};
+
+/// A control request's setup packet (wLength is the buffer's size).
+struct ControlSetup {
+  std::uint8_t requestType = 0;
+  std::uint8_t request = 0;
+  std::uint16_t value = 0;
+  std::uint16_t index = 0;
+};
+
+/// Main thread only. Destroying it cancels what is in flight and lets the interface go.
+class USBDevice {
+ public:
+  virtual ~USBDevice() = default;
+
+  virtual const StillImageEndpoints& endpoints() const = 0;
+
+  /// A control request on endpoint 0. `data` is sent or filled as the direction bit of
+  /// `setup.requestType` says.
+  virtual TransferCompletion control(const ControlSetup& setup, std::span<std::byte> data,
+                                     std::chrono::milliseconds timeout) = 0;
+
+  /// Starts a bulk or interrupt transfer. `buffer` is lent until the completion has been returned
+  /// by wait() or cancelAll(); for an IN endpoint its size is a multiple of the packet size. An OUT
+  /// transfer of size 0 is a zero-length packet. A transfer that cannot be started is reported as a
+  /// completion like any other.
+  virtual void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) = 0;
+
+  /// The next completion, in the order in which transfers end; none when `timeout` passes first
+  /// (the transfers stay in flight) or nothing is in flight.
+  virtual std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) = 0;
+
+  /// Cancels every transfer in flight and waits until the system has let go of their buffers; their
+  /// completions are dropped.
+  virtual void cancelAll() = 0;
+
+  /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT).
+  virtual TransferResult clearHalt(std::uint8_t endpoint) = 0;
+};
+
+/// Where a PTP interface is found.
+struct USBInterfaceAddress {
+  std::string deviceNode;  ///< for example "/dev/bus/usb/001/004"
+  std::uint8_t interfaceNumber = 0;
+};
+
+class USBDeviceOpener {
+ public:
+  virtual ~USBDeviceOpener() = default;
+  /// Opens the node and claims the interface. On failure the result is null and `*failure` is
+  /// kICAAccessDenied (no permission on the node), kICADeviceBusy (claimed by another process,
+  /// which
+  /// `*why` names where it is this user's), kICADeviceGone, kICAProtocolError (descriptors without
+  /// the two bulk endpoints) or kIOError; `*why` says it in words.
+  virtual std::unique_ptr<USBDevice> open(const USBInterfaceAddress& address, Status* failure,
+                                          std::string* why) = 0;
+};
+
+}  // namespace tarvo::ptp

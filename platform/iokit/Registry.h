@@ -1,0 +1,60 @@
+// The device registry: entries with properties, each with its ancestors, and notifications about
+// entries that come and go.
+//
+// Keys of the properties (each present only where the device has it, unless said otherwise):
+//   on every entry      "IOClass" ("usb_device", "usb_interface", "scsi_unit", "block")
+//   on a usb_device     "USB Product Name" (always, empty where the device has none),
+//                       "USB Vendor Name", "USB Serial Number", "idVendor", "idProduct",
+//                       "locationID" (unsigned 32-bit number), "USB Device Node" (path)
+//   on a usb_interface  "bInterfaceNumber", "bInterfaceClass", "bInterfaceSubClass",
+//                       "bInterfaceProtocol"
+//   on a block device   "BSD Name" (kernel name, "sdb1")
+//   on a SCSI unit      "device-type", "SCSITaskUserClient GUID", "Device Characteristics",
+//                       "Protocol Characteristics", "BSD Name", "idVendor", "idProduct",
+//                       "locationID"
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "Utilities/PropertyDictionary.h"
+
+namespace tarvo {
+
+/// Handle of a registry entry; 0 is no entry. A handle is never used twice.
+using ServiceHandle = std::uint32_t;
+
+/// Ends a registration when it is destroyed.
+class RegistrySubscription {
+ public:
+  virtual ~RegistrySubscription() = default;
+};
+
+/// Main thread only. Callbacks run from the main loop.
+class Registry {
+ public:
+  using Callback = std::function<void(ServiceHandle)>;
+
+  virtual ~Registry() = default;
+
+  /// Properties of an entry; none when the handle is unknown. An entry that went away keeps its
+  /// properties until its terminated callbacks have returned.
+  virtual std::optional<PropertyDictionary> properties(ServiceHandle service) = 0;
+  /// Ancestors, the nearest first, without the entry itself; none when the handle is unknown.
+  virtual std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) = 0;
+  /// Entries whose properties hold every key of `match` with an equal value, in kernel order.
+  virtual std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) = 0;
+  /// Entries with this "BSD Name". An empty name matches nothing.
+  virtual std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) = 0;
+  /// Calls `appeared` for each matching entry that comes from now on (those already there are found
+  /// by servicesMatching) and `terminated` for each that goes. Either may be empty.
+  virtual std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,
+                                                                        Callback appeared,
+                                                                        Callback terminated) = 0;
+};
+
+}  // namespace tarvo
