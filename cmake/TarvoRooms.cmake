@@ -1,10 +1,30 @@
-# tarvo_room(NAME DIR dependencies...): one static library from the sources that lie in DIR itself.
-# A room sees the headers of the whole tree under their path from the root; which of them it may
-# include is what its dependencies say, and tests/house checks it.
+# tarvo_room(NAME dependencies... [EXCLUDE files...]): one static library from the sources that lie
+# in the calling folder itself (main.cpp and EXCLUDE left out). A room without sources is an
+# interface of its headers.
 function(tarvo_room name)
+  cmake_parse_arguments(arg "" "" "EXCLUDE" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
-  add_library(${name} STATIC ${sources})
-  target_include_directories(${name} PUBLIC "${PROJECT_SOURCE_DIR}")
-  target_link_libraries(${name} PUBLIC ${ARGN})
+  foreach(file IN LISTS arg_EXCLUDE)
+    list(REMOVE_ITEM sources "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+  endforeach()
+  if(sources)
+    add_library(${name} STATIC ${sources})
+    set(visibility PUBLIC)
+  else()
+    add_library(${name} INTERFACE)
+    set(visibility INTERFACE)
+  endif()
+  target_include_directories(${name} ${visibility} "${PROJECT_SOURCE_DIR}")
+  target_link_libraries(${name} ${visibility} ${arg_UNPARSED_ARGUMENTS})
+endfunction()
+
+# tarvo_program(NAME library): the program whose main.cpp lies in the calling folder.
+function(tarvo_program name)
+  if(EXISTS "${CMAKE_CURRENT_SOURCE_DIR}/main.cpp")
+    add_executable(${name} main.cpp)
+    target_link_libraries(${name} PRIVATE ${ARGN})
+    target_compile_definitions(${name} PRIVATE TARVO_VERSION="${PROJECT_VERSION}")
+    install(TARGETS ${name} RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  endif()
 endfunction()
