@@ -1,10 +1,10 @@
 // Feeds the codec what a hostile device could send.
 //
 // An input is a script and a data set. Its first byte chooses the byte order (bit 0) and the number
-// of script steps (the rest); each step is one byte that names a reader and may take further ones
-// as its argument; what follows is the data set. Every reader may raise the codec's exceptions and
-// nothing else. The values that were read are stored again and must read back equal, and the
-// script itself is stored as text, array and 128-bit value.
+// of script steps (bits 1 to 5); each step is one byte that names a reader and may take further
+// ones as its argument; what follows is the data set. Every reader may raise the codec's exceptions
+// and nothing else. What was read is stored again and must read back equal; the bytes behind the
+// first are also stored as text, as a GUID and as hexadecimal digits.
 
 #include <algorithm>
 #include <cstddef>
@@ -235,14 +235,14 @@ void storeAnything(std::span<const std::uint8_t> data) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Script script({data, size});
   const std::uint8_t header = script.next();
-  const int steps = header >> 1;
+  const int steps = (header >> 1) & 0x1F;  // enough, and fast
   const std::int32_t byteOrder = header & 1;
   // The script ends where its longest form would, or half-way: the data set must not shrink to
   // nothing before an input has grown.
   const std::size_t length =
       std::min<std::size_t>(static_cast<std::size_t>(steps) * 2, script.rest().size() / 2);
-  Script steps_only(script.rest().first(length));
-  runScript(steps_only, script.rest().subspan(length), steps, byteOrder);
+  Script stepBytes(script.rest().first(length));
+  runScript(stepBytes, script.rest().subspan(length), steps, byteOrder);
   storeAnything(script.rest());
   return 0;
 }
