@@ -233,6 +233,7 @@ TEST(Reader, OwnsOrBorrowsItsBytes) {
 
   void* given = std::malloc(2);
   std::memset(given, 0x55, 2);
+  // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the data set frees it
   XTPTPDataSet owning = XTPTPDataSet::ptpDataSetWithBytesNoCpy(given, 1, 2, true);
   XTPTPDataSet moved = std::move(owning);
   EXPECT_EQ(moved.scanUInt16(), 0x5555);

@@ -181,9 +181,9 @@ TEST(Writer, TakesTextThatIsNoGUIDForNone) {
     XTMutablePTPDataSet set = writer();
     set.storeGUID(text);
     EXPECT_EQ(hexText(set.bytes()), "00000000") << text;
-    EXPECT_THAT(traces.take(),
-                ElementsAre(StartsWith("-[XTMutablePTPDataSet storeGUID:] (self=0x"),
-                            "storeGUID could not make a guid from " + std::string(text.c_str())));
+    EXPECT_THAT(traces.take(), ElementsAre(StartsWith("-[XTMutablePTPDataSet storeGUID:] (self=0x"),
+                                           "storeGUID could not make a guid from " +
+                                               text.substr(0, text.find('\0'))));
   }
   XTMutablePTPDataSet set = writer();
   set.storeGUID("a0b1c2d3-e4f5-0617-2839-4a5b6c7d8e9f");

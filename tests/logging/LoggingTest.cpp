@@ -82,6 +82,7 @@ TEST(Logging, ReadsTheKeysInOrderAndOnce) {
     mutable std::vector<std::string> read;
   };
   std::vector<std::string> expected;
+  expected.reserve(kKeys.size() + 1);
   for (const auto& row : kKeys)
     expected.emplace_back(row.key);
   const auto afterJavascript = std::ranges::find(expected, "LOG_SUBSYS_JAVASCRIPT") + 1;
@@ -297,6 +298,7 @@ TEST(Logging, ServesManyThreadsAtOnce) {
   constexpr int kThreads = 8;
   constexpr int kLines = 50;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([] {
       for (int line = 0; line < kLines; ++line) {

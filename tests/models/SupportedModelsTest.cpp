@@ -26,16 +26,28 @@ constexpr const char* kInf = "bundle/Resources/ggcam.inf";
 constexpr const char* kNoFile = "getValidDscPids: Failed to open file 'ggcam.inf'";
 constexpr const char* kNoSection = "getValidDscPids: Failed to find [Models.NTx86] in ggcam.inf";
 
-/// A bundle in a private folder that is also the working directory.
+/// A new folder that is the working directory for as long as this lives.
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const fs::path& path) {
+    fs::create_directories(path);
+    fs::current_path(path);
+  }
+  WorkingDirectory(const WorkingDirectory&) = delete;
+  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+  ~WorkingDirectory() { fs::current_path(previous_); }
+
+ private:
+  fs::path previous_ = fs::current_path();
+};
+
+/// A bundle in a private folder, beside the working directory.
 class SupportedModelsTest : public ::testing::Test {
  protected:
   SupportedModelsTest() {
     fs::create_directories(folder_.path("bundle/Resources"));
-    fs::create_directories(folder_.path("cwd"));
-    fs::current_path(folder_.path("cwd"));
     constants_.agentBundlePath = folder_.path("bundle");
   }
-  ~SupportedModelsTest() override { fs::current_path(previous_); }
 
   fs::path inf() const { return folder_.path(kInf); }
   std::optional<Pids> pidsOf(const std::string& text) {
@@ -48,7 +60,7 @@ class SupportedModelsTest : public ::testing::Test {
   test::TraceRecorder traces_;
   MakerConstants constants_;
   test::TemporaryFolder folder_;
-  fs::path previous_ = fs::current_path();
+  const WorkingDirectory cwd_{folder_.path("cwd")};
 };
 
 Pids withFixed(Pids pids) {
