@@ -3,6 +3,7 @@
 #include <uuid/uuid.h>
 
 #include <algorithm>
+#include <array>
 #include <limits>
 #include <string>
 
@@ -76,7 +77,7 @@ void XTMutablePTPDataSet::appendBytes(const void* bytes, std::uint32_t length) {
 }
 
 void XTMutablePTPDataSet::storeUInt128(XTUInt128 value) {
-  if (byteOrder_ != kPTPByteOrder) std::reverse(value.begin(), value.end());
+  if (!isHostOrder()) std::reverse(value.begin(), value.end());
   appendBytes(value.data(), 4);
 }
 
@@ -108,21 +109,28 @@ void XTMutablePTPDataSet::storeString(std::string_view text) {
   const std::size_t count = std::min(units.size(), kLongestString);
   reserve(2 * count + 3);
   storeByte(static_cast<std::uint8_t>(count + 1));
+  std::array<std::uint16_t, kLongestString + 1> stored;
   for (std::size_t i = 0; i < count; ++i)
-    storeUInt16(units[i]);
-  storeUInt16(0);
+    stored[i] = ordered(static_cast<std::uint16_t>(units[i]));
+  stored[count] = 0;
+  appendBytes(stored.data(), static_cast<std::uint32_t>(2 * (count + 1)));
 }
 
 template <typename T>
 void XTMutablePTPDataSet::storeArray(std::span<const T> values) {
   reserve(4 + std::uint64_t{values.size()} * sizeof(T));
   storeUInt32(static_cast<std::uint32_t>(values.size()));
-  if (sizeof(T) == 1 || byteOrder_ == kPTPByteOrder) {
+  if (sizeof(T) == 1 || isHostOrder()) {
     appendBytes(values.data(), static_cast<std::uint32_t>(values.size_bytes()));
     return;
   }
-  for (const T value : values)
-    storeScalar(value);
+  std::byte* place = buffer_ + position_;  // the room is there already
+  for (const T value : values) {
+    const T stored = reversed(value);
+    std::memcpy(place, &stored, sizeof stored);
+    place += sizeof stored;
+  }
+  position_ += static_cast<std::uint32_t>(values.size_bytes());
 }
 
 template void XTMutablePTPDataSet::storeArray(std::span<const std::uint8_t> values);

@@ -113,7 +113,7 @@ std::uint64_t XTPTPDataSet::scanUInt64() {
 
 void XTPTPDataSet::scanUInt128(XTUInt128& value) {
   scanBytes(value.data(), value.size());
-  if (byteOrder_ != kPTPByteOrder) std::reverse(value.begin(), value.end());
+  if (!isHostOrder()) std::reverse(value.begin(), value.end());
 }
 
 void XTPTPDataSet::scanUInt128FromUInt8Array(XTUInt128& value) {
@@ -157,9 +157,9 @@ std::vector<T> XTPTPDataSet::scanArray() {
   if (size > bufferSize_ - position_) raiseOutOfBounds(position_, size);
   std::vector<T> values(count);
   scanBytes(values.data(), static_cast<std::uint32_t>(size));
-  if (sizeof(T) > 1 && byteOrder_ != kPTPByteOrder) {
+  if (sizeof(T) > 1 && !isHostOrder()) {
     for (T& value : values)
-      value = ordered(value);
+      value = reversed(value);
   }
   return values;
 }

@@ -154,9 +154,15 @@ class XTPTPDataSet {
   /// What traces call the object's class.
   virtual const char* className() const { return "XTPTPDataSet"; }
 
-  /// `value` in the other byte order unless the data set's is the host's.
+  bool isHostOrder() const { return byteOrder_ == kPTPByteOrder; }
+  /// `value` with its bytes the other way round.
   template <typename T>
-  T ordered(T value) const;
+  static T reversed(T value);
+  /// `value` between the host's byte order and the data set's.
+  template <typename T>
+  T ordered(T value) const {
+    return isHostOrder() ? value : reversed(value);
+  }
 
   std::uint32_t position_ = 0;
   std::int32_t byteOrder_ = 0;
@@ -176,14 +182,11 @@ class XTPTPDataSet {
 };
 
 template <typename T>
-T XTPTPDataSet::ordered(T value) const {
-  using Bits = std::make_unsigned_t<T>;
-  auto bits = static_cast<Bits>(value);
-  if (byteOrder_ != kPTPByteOrder) {
-    if constexpr (sizeof(T) == 2) bits = __builtin_bswap16(bits);
-    if constexpr (sizeof(T) == 4) bits = __builtin_bswap32(bits);
-    if constexpr (sizeof(T) == 8) bits = __builtin_bswap64(bits);
-  }
+T XTPTPDataSet::reversed(T value) {
+  auto bits = static_cast<std::make_unsigned_t<T>>(value);
+  if constexpr (sizeof(T) == 2) bits = __builtin_bswap16(bits);
+  if constexpr (sizeof(T) == 4) bits = __builtin_bswap32(bits);
+  if constexpr (sizeof(T) == 8) bits = __builtin_bswap64(bits);
   return static_cast<T>(bits);
 }
 
