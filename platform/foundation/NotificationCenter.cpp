@@ -1,0 +1,48 @@
+#include "platform/foundation/NotificationCenter.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace tarvo {
+
+void NotificationCenter::addObserver(const void* observer, std::string name, Handler handler,
+                                     const Object* sender) {
+  registrations_.push_back(std::make_shared<Registration>(
+      Registration{observer, std::move(name), sender, std::move(handler)}));
+}
+
+void NotificationCenter::removeObserver(const void* observer) {
+  removeIf([&](const Registration& entry) { return entry.observer == observer; });
+}
+
+void NotificationCenter::removeObserver(const void* observer, std::string_view name) {
+  removeIf(
+      [&](const Registration& entry) { return entry.observer == observer && entry.name == name; });
+}
+
+void NotificationCenter::removeObserversOfSender(const Object* sender) {
+  if (sender == nullptr) return;
+  removeIf([&](const Registration& entry) { return entry.sender == sender; });
+}
+
+void NotificationCenter::post(const Notification& notification) {
+  // A copy of the matching registrations: handlers may add and remove while it is walked, and a
+  // registration that is being called stays alive through it.
+  std::vector<std::shared_ptr<Registration>> receivers;
+  std::ranges::copy_if(registrations_, std::back_inserter(receivers), [&](const auto& entry) {
+    return entry->name == notification.name &&
+           (entry->sender == nullptr || entry->sender == notification.object.get());
+  });
+  for (const auto& receiver : receivers) {
+    if (!receiver->removed) receiver->handler(notification);
+  }
+}
+
+void NotificationCenter::removeIf(const std::function<bool(const Registration&)>& condition) {
+  for (const auto& entry : registrations_) {
+    if (condition(*entry)) entry->removed = true;
+  }
+  std::erase_if(registrations_, [](const auto& entry) { return entry->removed; });
+}
+
+}  // namespace tarvo

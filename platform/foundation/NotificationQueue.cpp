@@ -1,0 +1,16 @@
+#include "platform/foundation/NotificationQueue.h"
+
+#include <utility>
+
+namespace tarvo {
+
+void NotificationQueue::enqueue(Notification notification, PostingStyle style) {
+  if (style == PostingStyle::kNow) {
+    center_.post(notification);
+    return;
+  }
+  loop_.performWhenIdle(
+      [&center = center_, waiting = std::move(notification)] { center.post(waiting); });
+}
+
+}  // namespace tarvo

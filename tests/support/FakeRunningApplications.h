@@ -1,0 +1,36 @@
+// Running applications that the test starts and ends by changing a list.
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/foundation/RunningApplications.h"
+
+namespace tarvo::test {
+
+class FakeRunningApplications : public RunningApplications {
+ public:
+  std::vector<RunningApplication> launchedApplications() override { return applications; }
+  std::optional<std::string> launcherIdentifier() override { return launcher; }
+
+  void start(std::string identifier) {
+    applications.push_back({nextPid_++, std::move(identifier)});
+  }
+  void end(std::string_view identifier) {
+    std::erase_if(applications, [&](const auto& application) {
+      return application.bundleIdentifier == identifier;
+    });
+  }
+
+  std::vector<RunningApplication> applications;
+  std::optional<std::string> launcher;
+
+ private:
+  pid_t nextPid_ = 6000;
+};
+
+}  // namespace tarvo::test
