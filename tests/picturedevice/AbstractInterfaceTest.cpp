@@ -11,7 +11,7 @@ constexpr const char* kNotOverridden = "Subclass responsibility not overridden";
 TEST(AbstractInterface, AnswersTheDefaultOfEachOperationAndSaysSo) {
   PictureDeviceTestRoom room;
   PlainDevice device("Lumo");
-  const DeviceObject object;
+  const ObjectReference object;
   const std::string path;
   std::shared_ptr<XTExtendedObjectInfo> info;
 

@@ -122,6 +122,10 @@ TEST(Inspection, OutlivesVendorQueriesThatRaise) {
     EXPECT_TRUE(room.trace.contains(
         "handling uncaught exception in completeDeviceInspection: XTPTPException"));
     EXPECT_EQ(room.visibleLines().size(), 1U);
+
+    camera.answers[query] = {.status = status::kICATimeout};
+    XTImageCaptureDevice::primeICADevice(camera.object);
+    EXPECT_THAT(room.visibleLines().back(), HasSubstr("-9904"));
   }
 }
 
