@@ -299,7 +299,7 @@ std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
 
 std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceWithICAObject(ICAObject object) {
   for (const auto& device : deviceList()) {
-    const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
+    auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
     if (candidate && candidate->icaObject() == object) return candidate;
   }
   return nullptr;

@@ -105,7 +105,7 @@ TEST(Inspection, ReadsATruncatedDeviceInfoAsZerosAndSaysSo) {
   PictureDeviceTestRoom room;
   auto& camera = room.ica.addPTPCamera();
   auto& data = camera.answers[0x1001].data;
-  data.resize(data.size() - 10);
+  data.erase(data.end() - 10, data.end());
   XTImageCaptureDevice::primeICADevice(camera.object);
   ASSERT_EQ(room.added.size(), 1U);
   EXPECT_EQ(room.sink.count("DeviceInfo of 'Tarvo Lumo 500' is cut off"), 1U);
