@@ -128,8 +128,9 @@ std::string Testbed::plug(DeviceDescription description, std::string name,
     tree_.addScsiUnit(entry.port, entry.scsi, entry.description);
     if (entry.description.volume) {
       const bool optical = entry.description.scsi.type == 5;
-      entry.volume = std::make_unique<Volume>(
-          volumes_, "/dev/" + entry.scsi.block + (optical ? "" : "1"), *entry.description.volume);
+      entry.volume = std::make_unique<Volume>(volumes_, root_ / "staging",
+                                              "/dev/" + entry.scsi.block + (optical ? "" : "1"),
+                                              *entry.description.volume);
     }
   }
   return entry.id;

@@ -21,6 +21,7 @@ namespace tarvo::simulator {
 namespace {
 
 constexpr const char* kPreload = "libumockdev-preload.so.0";
+constexpr std::size_t kLongestTemporaryFolder = 48;
 
 [[noreturn]] void fail(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
@@ -92,6 +93,9 @@ void TestbedProcess::enter(char** argv) {
     fail("cannot start anew");
   }
   ::unsetenv("TARVO_SIMULATOR_PRELOADED");
+  // The paths of the testbed's sockets must fit into a socket address.
+  const char* folder = std::getenv("TMPDIR");
+  if (folder != nullptr && std::strlen(folder) > kLongestTemporaryFolder) ::unsetenv("TMPDIR");
   if (::geteuid() != 0) enterUserNamespace();
   if (::unshare(CLONE_NEWNS) != 0) fail("cannot have a mount namespace");
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {

@@ -40,25 +40,23 @@ void fill(const fs::path& folder, const std::vector<ContentNode>& content) {
 
 }  // namespace
 
-Volume::Volume(const fs::path& folder, const std::string& source,
+Volume::Volume(const fs::path& folder, const fs::path& staging, const std::string& source,
                const VolumeDescription& description)
     : mountPoint_(folder / description.label) {
-  fs::create_directories(mountPoint_);
-  // The content is there before the mount shows: a volume arrives whole.
-  const auto hidden = fs::path(folder) / ("." + description.label + ".new");
-  fs::create_directories(hidden);
-  const auto fail = [](const fs::path& path, const char* what) {
-    throw std::system_error(errno, std::generic_category(), what + path.string());
+  const auto fail = [&](const char* what) {
+    throw std::system_error(errno, std::generic_category(), what + mountPoint_.string());
   };
-  if (::mount(source.c_str(), hidden.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
-    fail(mountPoint_, "cannot mount a volume at ");
+  fs::create_directories(mountPoint_);
+  fs::create_directories(staging);
+  if (::mount(source.c_str(), staging.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") != 0) {
+    fail("cannot mount a volume at ");
   }
-  fill(hidden, description.content);
-  const int moved = ::mount(hidden.c_str(), mountPoint_.c_str(), nullptr, MS_MOVE, nullptr);
-  if (moved != 0) ::umount2(hidden.c_str(), MNT_DETACH);
-  std::error_code ignored;
-  fs::remove(hidden, ignored);
-  if (moved != 0) fail(mountPoint_, "cannot mount a volume at ");
+  // The content is there before the mount shows in the volumes folder: a volume arrives whole.
+  fill(staging, description.content);
+  if (::mount(staging.c_str(), mountPoint_.c_str(), nullptr, MS_MOVE, nullptr) != 0) {
+    ::umount2(staging.c_str(), MNT_DETACH);
+    fail("cannot move a volume to ");
+  }
 }
 
 Volume::~Volume() {

@@ -12,9 +12,10 @@ namespace tarvo::simulator {
 /// Mounted from construction to destruction. Main thread only.
 class Volume {
  public:
-  /// Raises std::system_error when it cannot be mounted or filled.
-  Volume(const std::filesystem::path& folder, const std::string& source,
-         const VolumeDescription& description);
+  /// Mounts the volume at `folder`/label; `staging` is where it is filled before. Raises
+  /// std::system_error when it cannot be mounted or filled.
+  Volume(const std::filesystem::path& folder, const std::filesystem::path& staging,
+         const std::string& source, const VolumeDescription& description);
   Volume(const Volume&) = delete;
   Volume& operator=(const Volume&) = delete;
   ~Volume();
