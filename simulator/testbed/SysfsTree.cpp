@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
+#include <iterator>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 
@@ -98,13 +101,21 @@ void SysfsTree::add(const Entry& entry, const std::string& port) {
   if (!umockdev_testbed_add_from_string(testbed_, (text + "\n").c_str(), error.address())) {
     throw std::runtime_error("cannot add " + entry.path + ": " + error.message());
   }
-  added_.emplace_back(port, entry.path);
+  added_.push_back({port, entry.path, deviceLink(entry)});
+}
+
+std::string SysfsTree::deviceLink(const Entry& entry) {
+  const bool block = entry.properties.front().second == "block";
+  for (const auto& [key, value] : entry.attributes) {
+    if (key == "dev") return (block ? "/dev/block/" : "/dev/char/") + value;
+  }
+  return {};
 }
 
 void SysfsTree::addRootHub(unsigned bus) {
   const auto path = hubPath(bus);
   const auto known = std::any_of(added_.begin(), added_.end(),
-                                 [&](const auto& each) { return each.second == path; });
+                                 [&](const auto& each) { return each.path == path; });
   if (known) return;
   Entry hub;
   hub.path = path;
@@ -280,17 +291,22 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
 }
 
 void SysfsTree::remove(const UsbPort& port) {
-  std::vector<std::string> paths;
-  for (const auto& [owner, path] : added_) {
-    if (owner == port.name()) paths.push_back(path);
-  }
+  std::vector<Added> gone;
+  std::copy_if(added_.begin(), added_.end(), std::back_inserter(gone),
+               [&](const auto& each) { return each.port == port.name(); });
   // The events first, while sysfs still stands; the children before their parents.
-  std::reverse(paths.begin(), paths.end());
-  for (const auto& path : paths)
-    umockdev_testbed_uevent(testbed_, ("/sys" + path).c_str(), "remove");
-  for (const auto& path : paths)
-    umockdev_testbed_remove_device(testbed_, ("/sys" + path).c_str());
-  std::erase_if(added_, [&](const auto& entry) { return entry.first == port.name(); });
+  std::reverse(gone.begin(), gone.end());
+  for (const auto& each : gone) {
+    umockdev_testbed_uevent(testbed_, ("/sys" + each.path).c_str(), "remove");
+  }
+  const std::unique_ptr<gchar, decltype(&g_free)> sys(umockdev_testbed_get_sys_dir(testbed_),
+                                                      &g_free);
+  for (const auto& each : gone) {
+    umockdev_testbed_remove_device(testbed_, ("/sys" + each.path).c_str());
+    // umockdev leaves this link, and a later device of the same number would meet it.
+    if (!each.link.empty()) std::filesystem::remove(sys.get() + each.link);
+  }
+  std::erase_if(added_, [&](const auto& each) { return each.port == port.name(); });
 }
 
 }  // namespace tarvo::simulator

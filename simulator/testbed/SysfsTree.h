@@ -54,7 +54,14 @@ class SysfsTree {
     Bytes descriptors;
   };
 
+  struct Added {
+    std::string port;  ///< name of the port that it was added for
+    std::string path;  ///< below /sys
+    std::string link;  ///< below /sys, "/dev/block/8:16"; or empty
+  };
+
   void add(const Entry& entry, const std::string& port);
+  static std::string deviceLink(const Entry& entry);
   void addInterface(const UsbPort& port, const UsbDescriptors& descriptors);
   void addScsiDevice(const UsbPort& port, const std::string& path,
                      const DeviceDescription& description);
@@ -62,7 +69,7 @@ class SysfsTree {
                 const DeviceDescription& description);
 
   UMockdevTestbed* testbed_;
-  std::vector<std::pair<std::string, std::string>> added_;  ///< port name and path, in order
+  std::vector<Added> added_;  ///< in order
 };
 
 }  // namespace tarvo::simulator
