@@ -74,37 +74,38 @@ class RandomUSBDevice : public ptp::USBDevice {
   }
 
   /// Either bytes as they come, or a container of the transaction in progress, so that what lies
-  /// behind the checks of the header is reached as well; its length is any.
+  /// behind the checks of the header is reached as well; it tells the truth about its length or
+  /// not.
   std::size_t fill(std::span<std::byte> buffer) {
     const unsigned form = next();
-    const std::size_t length = lengthOf(form, buffer.size());
+    const std::size_t length = lengthOf(form / 8, buffer.size());
     std::fill_n(buffer.begin(), length, static_cast<std::byte>(form));
-    if (form % 2 == 0 || length < 12) {
+    if (form % 4 == 0 || length < 12) {
       for (std::size_t i = 0; i < std::min<std::size_t>(length, 16); ++i)
         buffer[i] = static_cast<std::byte>(next());
       return length;
     }
-    const std::uint32_t announced = form % 4 == 1 ? static_cast<std::uint32_t>(length)
-                                                  : next() * 0x01010101U * (form % 8 == 3 ? 1 : 0) +
-                                                        static_cast<std::uint32_t>(length) * next();
+    const auto announced =
+        form % 8 == 3 ? next() * 0x01010101U : static_cast<std::uint32_t>(length);
+    const bool response = length <= 32 && next() % 4 != 0;
     std::memcpy(buffer.data(), &announced, 4);
-    buffer[4] = static_cast<std::byte>(2 + next() % 2);
+    buffer[4] = static_cast<std::byte>(response ? 3 : 2);
     buffer[5] = std::byte{0};
     std::copy(codeAndID_.begin(), codeAndID_.end(), buffer.begin() + 6);
     return length;
   }
 
-  /// Whole buffers, whole packets, headers by themselves, and odd lengths.
+  /// Whole buffers, whole packets, small blocks, and odd lengths.
   std::size_t lengthOf(unsigned form, std::size_t size) {
-    switch (form / 8 % 4) {
+    switch (form % 8) {
       case 0:
         return size;
       case 1:
-        return std::min<std::size_t>(12 + 4 * (next() % 7), size);
-      case 2:
         return std::min<std::size_t>(next() * endpoints_.bulkInPacketSize, size);
-      default:
+      case 2:
         return std::min<std::size_t>(next() * 257U, size);
+      default:
+        return std::min<std::size_t>(12 + 4 * (next() % 7), size);
     }
   }
 

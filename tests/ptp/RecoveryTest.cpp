@@ -69,7 +69,7 @@ TEST_F(RecoveryTest, SaysWhatIsWrongWithAnAnswerAndGetsBackInStep) {
       {"container of type 1", {wire::command(kOp, 0)}},
       {"container of type 4", {wire::container(12, 4, 0x4002, 0)}},
       {"instead of 0x1009", {wire::data(0x1008, 0, wire::payload(10))}},
-      {"no container", {garbage}},
+      {"container of type 5597", {garbage}},
       {"no container but 5 bytes", {wire::payload(5)}},
       {"no container", {wire::container(3, 3, 0x2001, 0)}},
       {"more than the 100 bytes", {tooLong}},
