@@ -1,0 +1,17 @@
+#include "Utilities/Exception.h"
+
+#include <utility>
+
+namespace tarvo {
+
+Exception::Exception(std::string name, std::string reason, PropertyDictionary userInfo)
+    : name_(std::move(name)),
+      reason_(std::move(reason)),
+      what_(name_ + ": " + reason_),
+      userInfo_(std::move(userInfo)) {}
+
+void raiseAssertion(std::string description) {
+  throw Exception(std::string(exception_name::kInternalInconsistency), std::move(description));
+}
+
+}  // namespace tarvo

@@ -1,0 +1,33 @@
+#include "Utilities/Format.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdio>
+
+namespace tarvo {
+
+std::string formatted(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::string text = formattedV(format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+std::string formattedV(const char* format, std::va_list arguments) {
+  std::array<char, 256> small;  // most log lines fit; only longer ones are formatted twice
+  std::va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(small.data(), small.size(), format, arguments);
+  std::string text;
+  if (length >= 0 && static_cast<std::size_t>(length) < small.size()) {
+    text.assign(small.data(), static_cast<std::size_t>(length));
+  } else if (length >= 0) {
+    text.resize(static_cast<std::size_t>(length));
+    std::vsnprintf(text.data(), text.size() + 1, format, again);
+  }
+  va_end(again);
+  return text;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,79 @@
+#include "Utilities/Status.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Utilities/Format.h"
+
+namespace tarvo {
+
+namespace {
+
+struct StatusWords {
+  Status value;
+  const char* words;
+};
+
+constexpr auto kStatusWords = std::to_array<StatusWords>({
+    {status::kOK, "no error"},
+    {status::kNotRecognised, "device not recognised"},
+    {status::kDeviceNotFound, "device not found"},
+    {status::kIOError, "input/output error"},
+    {status::kFileNotFound, "file not found"},
+    {status::kDuplicateFile, "a file of that name exists already"},
+    {status::kBadParameter, "bad parameter"},
+    {status::kWriteNotPermitted, "write not permitted"},
+    {status::kOutOfMemory, "out of memory"},
+    {status::kFileTypeNotFound, "file type not found"},
+    {status::kCancelled, "cancelled"},
+    {status::kNoUSBDevice, "no USB device stands behind the volume"},
+    {status::kNotAFile, "not a file"},
+    {status::kUnsupported, "operation not supported for this device"},
+    {status::kICADeviceBusy, "device in use by another program"},
+    {status::kICAAccessDenied, "no permission to use the device"},
+    {status::kICADeviceGone, "device no longer connected"},
+    {status::kICATimeout, "device did not answer in time"},
+    {status::kICAProtocolError, "device broke the protocol"},
+    {status::kICAInvalidObject, "no such object, or not one of that kind"},
+    {status::kICAPropertyNotFound, "property not found"},
+    {status::kPTPOK, "device reports success"},
+    {status::kPTPGeneralError, "general device error, or no response"},
+    {status::kPTPSessionNotOpen, "session not open, or no such device object"},
+    {status::kPTPInvalidTransactionID, "invalid transaction id"},
+    {status::kPTPOperationNotSupported, "operation not supported by the device"},
+    {status::kPTPParameterNotSupported, "parameter not supported by the device"},
+    {status::kPTPIncompleteTransfer, "incomplete transfer"},
+    {status::kPTPInvalidStorageID, "invalid storage id"},
+    {status::kPTPInvalidObjectHandle, "invalid object handle"},
+    {status::kPTPDevicePropNotSupported, "device property not supported"},
+    {status::kPTPInvalidObjectFormatCode, "invalid object format"},
+    {status::kPTPStoreFull, "storage full"},
+    {status::kPTPObjectWriteProtected, "object is write-protected"},
+    {status::kPTPStoreReadOnly, "storage is read-only"},
+    {status::kPTPAccessDenied, "access denied by the device"},
+    {status::kPTPNoThumbnailPresent, "no thumbnail present"},
+    {status::kPTPDeviceBusy, "device busy"},
+    {status::kPTPInvalidParentObject, "invalid parent object"},
+    {status::kPTPInvalidParameter, "invalid parameter"},
+    {status::kPTPSessionAlreadyOpen, "session already open"},
+    {status::kPTPTransactionCancelled, "transaction cancelled"},
+});
+
+/// PTP response codes are known by their hexadecimal value, everything else by its decimal one.
+constexpr bool isPTPResponse(Status value) {
+  return value >= 0x2000 && value <= 0xFFFF;
+}
+
+}  // namespace
+
+std::string statusText(Status value) {
+  const auto* row = std::find_if(kStatusWords.begin(), kStatusWords.end(),
+                                 [&](const StatusWords& each) { return each.value == value; });
+  if (row == kStatusWords.end()) {
+    return value > 0 ? formatted("status %d (0x%x)", value, static_cast<unsigned>(value))
+                     : formatted("status %d", value);
+  }
+  return formatted(isPTPResponse(value) ? "%s (0x%x)" : "%s (%d)", row->words, value);
+}
+
+}  // namespace tarvo
