@@ -1,7 +1,5 @@
 #include "agent/AgentStatus.h"
 
-#include <gio/gio.h>
-
 #include <string_view>
 #include <utility>
 
@@ -70,10 +68,7 @@ GVariant* getProperty(GDBusConnection*, const char*, const char*, const char*, c
 
 constexpr GDBusInterfaceVTable kVTable = {nullptr, getProperty, nullptr, {}};
 
-struct NodeInfoDeleter {
-  void operator()(GDBusNodeInfo* info) const { g_dbus_node_info_unref(info); }
-};
-using NodeInfo = std::unique_ptr<GDBusNodeInfo, NodeInfoDeleter>;
+using NodeInfo = std::unique_ptr<GDBusNodeInfo, GlibRelease<g_dbus_node_info_unref>>;
 
 }  // namespace
 
@@ -87,24 +82,23 @@ AgentStatus::~AgentStatus() {
 bool AgentStatus::attach(GDBusConnection* connection) {
   detach();
   const NodeInfo node(g_dbus_node_info_new_for_xml(kAgentInterfaceXML, nullptr));
-  GError* error = nullptr;
+  GErrorHolder error;
   registration_ = g_dbus_connection_register_object(
       connection, kAgentObjectPath, g_dbus_node_info_lookup_interface(node.get(), kAgentInterface),
-      &kVTable, this, nullptr, &error);
+      &kVTable, this, nullptr, error.out());
   if (registration_ == 0) {
     logTo(log_, LogLevel::kWarning,
-          formatted("The status object cannot be shown on the bus: %s", error->message));
-    g_error_free(error);
+          formatted("The status object cannot be shown on the bus: %s", error.message().c_str()));
     return false;
   }
-  connection_ = static_cast<GDBusConnection*>(g_object_ref(connection));
+  connection_ = retained(connection);
   return true;
 }
 
 void AgentStatus::detach() {
   if (!connection_) return;
-  g_dbus_connection_unregister_object(connection_, std::exchange(registration_, 0));
-  g_object_unref(std::exchange(connection_, nullptr));
+  g_dbus_connection_unregister_object(connection_.get(), std::exchange(registration_, 0));
+  connection_.reset();
 }
 
 void AgentStatus::update() {
@@ -129,7 +123,7 @@ void AgentStatus::announce(const Values& before) const {
       g_variant_builder_add(&changed, "{sv}", property.name.data(), property.variant(values_));
   }
   // A closed connection refuses the signal; its end is reported where the bus is watched.
-  g_dbus_connection_emit_signal(connection_, nullptr, kAgentObjectPath,
+  g_dbus_connection_emit_signal(connection_.get(), nullptr, kAgentObjectPath,
                                 "org.freedesktop.DBus.Properties", "PropertiesChanged",
                                 g_variant_new("(sa{sv}as)", kAgentInterface, &changed, nullptr),
                                 nullptr);

@@ -13,13 +13,11 @@
 #include <vector>
 
 #include "Utilities/LogSink.h"
+#include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/RunLoop.h"
-
-using GDBusConnection = struct _GDBusConnection;
 
 namespace tarvo {
 
-inline constexpr const char* kAgentBusName = "com.tarvo.Agent";
 inline constexpr const char* kAgentObjectPath = "/com/tarvo/Agent";
 inline constexpr const char* kAgentInterface = "com.tarvo.Agent1";
 
@@ -72,7 +70,7 @@ class AgentStatus {
   LogSink log_;
   Values values_;
   bool updatePending_ = false;
-  GDBusConnection* connection_ = nullptr;
+  GObjectPtr<GDBusConnection> connection_;
   unsigned registration_ = 0;
   std::shared_ptr<char> alive_ = std::make_shared<char>();  ///< lets a late idle call find out
 };

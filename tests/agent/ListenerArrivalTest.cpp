@@ -56,12 +56,14 @@ struct Guard {
 };
 
 const Guard kGuards[] = {
-    {"the session is inactive", [](ListenerTest& t) { t.resignActive(); },
+    {"the session is inactive",
+     [](ListenerTest& t) { t.resignActive(); },
      [](ListenerTest& t) {
        t.workspace.post({"NSWorkspaceSessionDidBecomeActiveNotification", nullptr});
      },
      {kEntered, "newImageCaptureDeviceAdded - not active. Ignoring this camera event."}},
-    {"the Relay is running", [](ListenerTest& t) { t.applications.start(kRelay); },
+    {"the Relay is running",
+     [](ListenerTest& t) { t.applications.start(kRelay); },
      [](ListenerTest& t) { t.applications.end(kRelay); },
      {kEntered,
       "newImageCaptureDeviceAdded - RelayApp is already running. Ignoring this camera event."}},
@@ -125,8 +127,8 @@ TEST_F(ListenerTest, IgnoresAnArrivalWithoutADevice) {
   start();
   for (const auto& object : {std::shared_ptr<Object>(), std::make_shared<Object>()}) {
     arrive(object);
-    EXPECT_THAT(takeLines(), ElementsAre(kEntered,
-                                         "newImageCaptureDeviceAdded - ERROR - device is nil!"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre(kEntered, "newImageCaptureDeviceAdded - ERROR - device is nil!"));
   }
   EXPECT_THAT(relays(), IsEmpty());
 }
@@ -135,9 +137,9 @@ TEST_F(ListenerTest, IgnoresAnUnsupportedCamera) {
   start();
   for (const std::uint32_t product : {0x0301u, 0x0312u, 0x0000u, 0x10302u}) {
     arrive(camera(product));
-    EXPECT_THAT(takeLines(),
-                ElementsAre(kEntered,
-                            "newImageCaptureDeviceAdded - ignoring invalid mass storage device."))
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre(kEntered, "newImageCaptureDeviceAdded - ignoring invalid mass storage device."))
         << std::hex << product;
   }
   EXPECT_THAT(relays(), IsEmpty());

@@ -54,9 +54,9 @@ class ListenerTest : public ::testing::Test {
   ListenerTest() { constants.agentBundlePath = bundle; }
 
   void start(std::uint32_t systemVersion = 0) {
-    listener = Listener::init({center, workspace, distributed, loop, tasks, applications,
-                               imageCapture, constants, systemVersion, warnings.sink(),
-                               [this] { ++stateChanges; }});
+    listener =
+        Listener::init({center, workspace, distributed, loop, tasks, applications, imageCapture,
+                        constants, systemVersion, warnings.sink(), [this] { ++stateChanges; }});
     startLines = takeLines();
   }
 
@@ -110,8 +110,8 @@ class ListenerTest : public ::testing::Test {
   FakeRegistry registry;
   FakeMountTable mounts;
   MakerConstants constants;
-  PictureDeviceRoom pictureDevices{{center, queue, loop, imageCapture, registry, mounts,
-                                    applications, defaults, constants, {}}};
+  PictureDeviceRoom pictureDevices{
+      {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};
   MSCRoom massStorage{{center}};
   std::unique_ptr<Listener> listener;

@@ -107,8 +107,7 @@ TEST_F(ListenerTest, ShowsTheBusyPageInTheViewer) {
 TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnly) {
   start();
   tasks.end(*wirelessUtilities()[0]);
-  EXPECT_THAT(takeLines(),
-              ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
+  EXPECT_THAT(takeLines(), ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
   EXPECT_EQ(wirelessUtilities().size(), 1u);
   distributed.postFromElsewhere("LaunchWRLAppNotification");
   EXPECT_THAT(takeLines(), ElementsAre("Received a notification to launch WRLA", "Launch WRLApp",

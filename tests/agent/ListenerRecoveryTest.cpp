@@ -29,13 +29,17 @@ class ListenerRecovery : public ListenerTest {
 };
 
 TEST_F(ListenerRecovery, StartsForAFileNameWithAVIInCapitals) {
-  const std::pair<PropertyDictionary, bool> rows[] = {
-      {{{"ifil", "CLIP.AVI"}}, true},  {{{"ifil", "a.AVI.txt"}}, true},
-      {{{"ifil", ".AVI"}}, true},      {{{"ifil", "clip.avi"}}, false},
-      {{{"ifil", "CLIP.Avi"}}, false}, {{{"ifil", "CLIPAVI"}}, false},
-      {{{"ifil", "CLIP.AV"}}, false},  {{{"ifil", ""}}, false},
-      {{{"ifil", 7}}, false},          {{{"name", "CLIP.AVI"}}, false},
-      {PropertyDictionary::object(), false}};
+  const std::pair<PropertyDictionary, bool> rows[] = {{{{"ifil", "CLIP.AVI"}}, true},
+                                                      {{{"ifil", "a.AVI.txt"}}, true},
+                                                      {{{"ifil", ".AVI"}}, true},
+                                                      {{{"ifil", "clip.avi"}}, false},
+                                                      {{{"ifil", "CLIP.Avi"}}, false},
+                                                      {{{"ifil", "CLIPAVI"}}, false},
+                                                      {{{"ifil", "CLIP.AV"}}, false},
+                                                      {{{"ifil", ""}}, false},
+                                                      {{{"ifil", 7}}, false},
+                                                      {{{"name", "CLIP.AVI"}}, false},
+                                                      {PropertyDictionary::object(), false}};
   for (const auto& [dictionary, starts] : rows) {
     addDeviceNotificationCB("edea", dictionary, listener.get());
     EXPECT_EQ(listener->recoveryIsArmed(), starts) << dictionary.dump();
@@ -124,9 +128,9 @@ TEST_F(ListenerRecovery, KeepsLookingWhileTheSessionIsInactive) {
 
 TEST_F(ListenerRecovery, WaitsForTheSerialNumberOfTheUnitThatWasSentAway) {
   arriveUnit(unitBelow({{"USB Product Name", "Dock"}, {"USB Serial Number", "SN2"}}));
-  EXPECT_THAT(takeLines(), ElementsAre("newMSCDeviceAdded - entered",
-                                       "newMSCDeviceAdded - setting device USB mode.", kArmed[0],
-                                       kArmed[1]));
+  EXPECT_THAT(takeLines(),
+              ElementsAre("newMSCDeviceAdded - entered",
+                          "newMSCDeviceAdded - setting device USB mode.", kArmed[0], kArmed[1]));
   resignActive();  // so that what is found stays in the registry
   imageCapture.addPTPCamera({.serialNumber = "SN1"});
   takeLines();
@@ -146,21 +150,19 @@ TEST_F(ListenerRecovery, WaitsForTheSerialNumberOfTheUnitThatWasSentAway) {
 
 TEST_F(ListenerRecovery, TakesAnyDeviceWhenTheUnitHasNoSerialNumber) {
   arriveUnit(unitBelow({{"USB Product Name", "Dock"}}));
-  EXPECT_THAT(takeLines(),
-              ElementsAre("newMSCDeviceAdded - entered",
-                          "newMSCDeviceAdded - setting device USB mode.",
-                          "--- ERROR --- failed to find serial number in svcDict.", kArmed[0],
-                          kArmed[1]));
+  EXPECT_THAT(
+      takeLines(),
+      ElementsAre("newMSCDeviceAdded - entered", "newMSCDeviceAdded - setting device USB mode.",
+                  "--- ERROR --- failed to find serial number in svcDict.", kArmed[0], kArmed[1]));
 }
 
 TEST_F(ListenerRecovery, StartsNoTimerForAUnitWithoutAUSBDevice) {
   for (const ServiceHandle service :
        {ServiceHandle{0}, ServiceHandle{9999}, registry.plug({{"IOClass", "scsi_unit"}})}) {
     arriveUnit(service);
-    EXPECT_THAT(takeLines(),
-                ElementsAre("newMSCDeviceAdded - entered",
-                            "newMSCDeviceAdded - setting device USB mode.",
-                            "--- ERROR --- getRootUSBDictionaryForService failed."));
+    EXPECT_THAT(takeLines(), ElementsAre("newMSCDeviceAdded - entered",
+                                         "newMSCDeviceAdded - setting device USB mode.",
+                                         "--- ERROR --- getRootUSBDictionaryForService failed."));
   }
   EXPECT_FALSE(listener->recoveryIsArmed());
 }

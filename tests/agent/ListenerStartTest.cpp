@@ -16,10 +16,9 @@ TEST_F(ListenerTest, StartsTheWirelessUtilityOnceAndTriesASecondTime) {
   EXPECT_EQ(tasks.task(0).launchCalls, 2);
   EXPECT_THAT(tasks.task(0).arguments, IsEmpty());
   EXPECT_TRUE(tasks.task(0).standardErrorIsPipeReadingEnd);
-  EXPECT_THAT(startLines,
-              ElementsAre("Launch WRLApp", kWirelessLine,
-                          "launch WRLApp - caught exception: task already launched",
-                          kStartSeparator, kStartSeparator));
+  EXPECT_THAT(startLines, ElementsAre("Launch WRLApp", kWirelessLine,
+                                      "launch WRLApp - caught exception: task already launched",
+                                      kStartSeparator, kStartSeparator));
 }
 
 TEST_F(ListenerTest, StartsWithoutAWirelessUtilityAndIsQuietAboutIt) {
@@ -63,9 +62,15 @@ TEST_F(ListenerTest, HandlesAnAttachedCameraBeforeThereIsABlocker) {
 }
 
 TEST_F(ListenerTest, RecoversLostDevicesOnFourSystemVersionsAlone) {
-  for (const auto& [version, recovers] : std::vector<std::pair<std::uint32_t, bool>>{
-           {0, false}, {0x105F, false}, {0x1060, true}, {0x1061, true},
-           {0x1062, true}, {0x1063, true}, {0x1064, false}, {0x1070, false}}) {
+  for (const auto& [version, recovers] :
+       std::vector<std::pair<std::uint32_t, bool>>{{0, false},
+                                                   {0x105F, false},
+                                                   {0x1060, true},
+                                                   {0x1061, true},
+                                                   {0x1062, true},
+                                                   {0x1063, true},
+                                                   {0x1064, false},
+                                                   {0x1070, false}}) {
     const int before = imageCapture.registrations;
     start(version);
     EXPECT_EQ(imageCapture.registrations - before > 0 && startLines.front() == "handle ICA AVI bug",
