@@ -73,9 +73,10 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kAddressBookOuterDot, "e-mail address begins or ends with '.' or '@'"},
 });
 
-/// PTP response codes are known by their hexadecimal value, everything else by its decimal one.
-constexpr bool isPTPResponse(Status value) {
-  return value >= 0x2000 && value <= 0xFFFF;
+/// PTP response codes and those of the address book are known by their hexadecimal value, the
+/// others by their decimal one.
+constexpr bool isKnownInHex(Status value) {
+  return value >= 0x2000;
 }
 
 }  // namespace
