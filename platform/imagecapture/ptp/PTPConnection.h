@@ -32,6 +32,8 @@ struct Timeouts {
   std::chrono::milliseconds bulk{4000};     ///< one bulk transfer without progress
   std::chrono::milliseconds control{1000};  ///< one class request
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
+  /// All of closing a session that another process left open, and opening it anew.
+  std::chrono::milliseconds takeOver{2000};
 };
 
 /// Counts of what went over the wire, for tests and benchmarks.
