@@ -3,15 +3,14 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
+#include "NativeServices/PictureDevice/XTPTPDataSet.h"
 #include "Utilities/Status.h"
 #include "platform/imagecapture/PTPPassThroughPB.h"
 
 namespace tarvo {
-
-class XTPTPDataSet;
 
 /// Main thread only. A status is 0, the PTP response code of the device, or 0x2002 where no
 /// response arrived, 0x2003 without an Image Capture object and 0x2005 for an operation that the
@@ -20,7 +19,7 @@ class PTPTransactions {
  public:
   virtual ~PTPTransactions() = default;
 
-  /// GetDeviceInfo (0x1001) into `record`.
+  /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
   virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
 
   /// XTO_GET_SUPPORTED_DATASETS (0x920A): the vendor data set formats that the device knows; empty
@@ -35,9 +34,9 @@ class PTPTransactions {
   /// Whether XTO_GET_LCB_INFO (0x900C) is listed and answered with OK.
   virtual bool doesLCBInfoWork() = 0;
 
-  /// GetDevicePropDesc (0x1014) as a reader of the received bytes, little-endian; null when the
+  /// GetDevicePropDesc (0x1014) as a reader of the received bytes, little-endian; none when the
   /// device does not list the property or the transaction fails.
-  virtual std::unique_ptr<XTPTPDataSet> propertyDataSet(std::uint16_t property) = 0;
+  virtual std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) = 0;
 };
 
 }  // namespace tarvo

@@ -29,6 +29,8 @@ class PendingInspections {
   void forget(ICAObject object);
 
  private:
+  void cancelTimer(ICAObject object);
+
   RunLoop& runLoop_;
   std::map<ICAObject, std::shared_ptr<Timer>> timers_;
   std::map<ICAObject, int> retries_;

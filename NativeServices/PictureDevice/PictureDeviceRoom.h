@@ -41,6 +41,8 @@ class PictureDeviceRoom {
 
   /// The room that lives now; null when there is none.
   static PictureDeviceRoom* current();
+  /// The same where there must be one; raises an assertion otherwise.
+  static PictureDeviceRoom& required();
 
   const PictureDeviceServices& services() const { return services_; }
   DeviceRegistry& deviceRegistry() { return deviceRegistry_; }

@@ -17,7 +17,7 @@ namespace tarvo {
 inline constexpr std::string_view kStoreAddedNotification = "StoreAdded";
 inline constexpr std::string_view kStoreRemovedNotification = "StoreRemoved";
 
-/// Main thread only. Without a room the class operations do nothing.
+/// Main thread only. All but the registry's look-ups need a PictureDeviceRoom.
 class XTImageCaptureDevice : public XTPictureDevice {
  public:
   // Registration. Each raises "ICARegisterEventNotification" when Image Capture refuses, but
@@ -45,9 +45,10 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// tried again later when the device is of the maker.
   static void completeDeviceInspection(ICAObject object, const PropertyDictionary& properties);
   /// The device for an Image Capture object, loaded; null when it is none of ours or cannot be
-  /// read. `failure`, where given, gets the status that ended it, 0 when it is none of ours.
+  /// read. `why`, where given, says it in words then. Raises what the codec and the vendor queries
+  /// of a PTP device raise.
   static std::shared_ptr<XTImageCaptureDevice> deviceFromICAObject(
-      ICAObject object, const PropertyDictionary* properties, Status* failure = nullptr);
+      ICAObject object, const PropertyDictionary* properties, std::string* why = nullptr);
   static std::shared_ptr<XTImageCaptureDevice> deviceWithICAObject(ICAObject object);
   /// Volume label of an object; none when it has none.
   static std::optional<std::string> getICADeviceName(ICAObject object);
@@ -76,6 +77,8 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// Forgets what was read from the stores, so that it is read again on next use.
   void storesChanged();
   void unregisterForExtendedEvents();
+  /// Whether the device's USB vendor id is the maker's.
+  bool isOfMaker() const;
   /// Why the last message failed in the service; 0 when it did not.
   Status lastMessageStatus() const { return lastMessageStatus_; }
 
@@ -101,6 +104,19 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
  protected:
   XTImageCaptureDevice() = default;
+
+  /// `device` bound to `object` and loaded, or null with the status in `*failure` (where given).
+  /// A status of the service, which says more, stands in for the PTP status that it led to.
+  template <typename Device>
+  static std::shared_ptr<Device> initialized(const std::shared_ptr<Device>& device,
+                                             ICAObject object, Status* failure) {
+    Status status = device->initObject(object);
+    if (status != status::kOK && device->lastMessageStatus() != status::kOK) {
+      status = device->lastMessageStatus();
+    }
+    if (failure) *failure = status;
+    return status == status::kOK ? device : nullptr;
+  }
 
   ICAObject icaObject_ = 0;
   std::optional<PropertyDictionary> icaDictionary_;

@@ -46,13 +46,15 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   const CodeList& supportedDatasets() override;
   std::uint16_t displayRequestVersion() override;
   bool doesLCBInfoWork() override;
-  std::unique_ptr<XTPTPDataSet> propertyDataSet(std::uint16_t property) override;
+  std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) override;
 
  protected:
   XTImageCapturePTPDevice() = default;
 
  private:
-  void parseDeviceInfo(XTPTPDataSet& dataSet);
+  /// Takes the lists and the identity from the record's room; a short DeviceInfo reads as zeros.
+  void parseDeviceInfo(const PTPPassThroughRecord& record);
+  void reportShortDeviceInfo(std::uint32_t read, const PTPPassThroughRecord& record) const;
 
   CodeList operationList_;
   CodeList eventList_;
