@@ -6,6 +6,8 @@
 #include <optional>
 #include <string>
 
+#include "agent/AgentStatus.h"
+
 namespace tarvo {
 
 /// Exit statuses of tarvo-agent.
@@ -14,20 +16,22 @@ inline constexpr int kExitNameTaken = 1;
 inline constexpr int kExitUsage = 2;
 
 struct AgentOptions {
-  /// Preferences file to read alone; without one those of the user and of the machine count.
+  std::string version;
+  /// Preferences file to read in place of the user's own.
   std::optional<std::string> configFile;
 };
 
 /// Main thread only. One in a process.
 class AgentProcess {
  public:
-  explicit AgentProcess(const AgentOptions& options);
+  explicit AgentProcess(AgentOptions options);
   ~AgentProcess();
   AgentProcess(const AgentProcess&) = delete;
   AgentProcess& operator=(const AgentProcess&) = delete;
 
   /// Owns the agent's name, arms the Listener and runs until SIGTERM or SIGINT. The exit status of
-  /// the process.
+  /// the process: kExitNameTaken when another agent owns the name, kExitUsage when the preferences
+  /// file that was asked for cannot be read.
   int run();
 
  private:
@@ -36,7 +40,9 @@ class AgentProcess {
 
   bool ownName();
   bool armListener();
+  AgentStatus::Values statusNow() const;
 
+  AgentOptions options_;
   std::unique_ptr<Base> base_;        ///< log, preferences, main loop, session bus
   std::unique_ptr<Devices> devices_;  ///< what reaches devices, made once the name is owned
 };

@@ -16,9 +16,9 @@ using ::testing::IsEmpty;
 class AgentStatusTest : public ::testing::Test {
  protected:
   AgentStatusTest() {
-    g_dbus_connection_signal_subscribe(
-        client.get(), nullptr, "org.freedesktop.DBus.Properties", "PropertiesChanged",
-        kAgentObjectPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, signalCame, this, nullptr);
+    g_dbus_connection_signal_subscribe(client.get(), nullptr, "org.freedesktop.DBus.Properties",
+                                       "PropertiesChanged", kAgentObjectPath, nullptr,
+                                       G_DBUS_SIGNAL_FLAGS_NONE, signalCame, this, nullptr);
   }
 
   static void signalCame(GDBusConnection*, const char*, const char*, const char*, const char*,
@@ -71,8 +71,8 @@ class AgentStatusTest : public ::testing::Test {
 TEST_F(AgentStatusTest, ShowsWhatTheAgentSees) {
   ASSERT_TRUE(status.attach(server.get()));
   EXPECT_EQ(readAll(),
-            "({'RelayRunning': <false>, 'WirelessBusy': <false>, 'RecoveryArmed': <false>, "
-            "'Active': <true>, 'Devices': <@a(siss) []>},)");
+            "({'Active': <true>, 'RelayRunning': <false>, 'WirelessBusy': <false>, "
+            "'RecoveryArmed': <false>, 'Devices': <@a(siss) []>},)");
   now = {false, true, true, true, {{"PTP", -98566144, "", "SN1"}, {"", 0, "/media/u/C", ""}}};
   change();
   const std::string shown = readAll();
@@ -94,8 +94,8 @@ TEST_F(AgentStatusTest, AnnouncesWhatDiffersAndNothingElse) {
   ASSERT_TRUE(iterateUntil([&] { return announced.size() >= 2; }));
   EXPECT_THAT(announced,
               ElementsAre("('com.tarvo.Agent1', {'RelayRunning': <true>, 'Devices': <[('card', 7, "
-                          "'/media/u/C', 'S')]>}, @as [])",
-                          "('com.tarvo.Agent1', {'RelayRunning': <false>}, @as [])"));
+                          "'/media/u/C', 'S')]>}, [])",
+                          "('com.tarvo.Agent1', {'RelayRunning': <false>}, [])"));
 }
 
 TEST_F(AgentStatusTest, ReadsOnceHoweverOftenItIsAskedTo) {
@@ -118,9 +118,9 @@ TEST_F(AgentStatusTest, CarriesTextThatIsNoUTF8) {
 
 TEST_F(AgentStatusTest, RefusesToBeWritten) {
   ASSERT_TRUE(status.attach(server.get()));
-  EXPECT_THAT(call("Set", g_variant_new("(ssv)", kAgentInterface, "Active",
-                                        g_variant_new_boolean(FALSE))),
-              HasSubstr("not writable"));
+  EXPECT_THAT(
+      call("Set", g_variant_new("(ssv)", kAgentInterface, "Active", g_variant_new_boolean(FALSE))),
+      HasSubstr("not writable"));
   EXPECT_THAT(call("Get", g_variant_new("(ss)", kAgentInterface, "Nonsense")),
               HasSubstr("Nonsense"));
 }
@@ -130,7 +130,7 @@ TEST_F(AgentStatusTest, MovesToAnotherConnectionAndLeaves) {
   ASSERT_TRUE(status.attach(server.get()));
   EXPECT_THAT(readAll(), HasSubstr("Active"));
   status.detach();
-  EXPECT_THAT(readAll(), HasSubstr("com.tarvo.Agent"));  // the error names what is missing
+  EXPECT_THAT(readAll(), HasSubstr("does not exist"));
   now.active = false;
   change();
   ASSERT_TRUE(status.attach(server.get()));
@@ -146,13 +146,12 @@ TEST_F(AgentStatusTest, SaysWhenItsPathIsTaken) {
 
 TEST_F(AgentStatusTest, IsNotReadAfterItHasGone) {
   {
-    AgentStatus shortLived(
-        loop,
-        [this] {
-          ++readings;
-          return now;
-        },
-        {});
+    AgentStatus shortLived(loop,
+                           [this] {
+                             ++readings;
+                             return now;
+                           },
+                           {});
     shortLived.update();
   }
   loop.runPending();

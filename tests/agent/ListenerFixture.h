@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,6 +49,25 @@ inline const std::string kWirelessLine =
     "Utility'";
 inline const std::string kViewerLine =
     "createTaskForPath '/opt/tarvo/ViewerApp.app/Contents/MacOS/ViewerApp'";
+
+/// The model table of a bundle whose file lists no model, so that the fixed product ids alone
+/// (0x302 to 0x311) are supported.
+class FixedModels {
+ public:
+  FixedModels() {
+    std::string folder = (std::filesystem::temp_directory_path() / "agent_test.XXXXXX").string();
+    constants_.agentBundlePath = ::mkdtemp(folder.data());
+    std::filesystem::create_directory(folder + "/Resources");
+    std::ofstream(folder + "/Resources/ggcam.inf") << "[Models.NTx86]\r\n";
+    models_.emplace(constants_);
+    models_->getValidDscPids();
+    std::filesystem::remove_all(folder);
+  }
+
+ private:
+  MakerConstants constants_;
+  std::optional<SupportedModels> models_;
+};
 
 class ListenerTest : public ::testing::Test {
  public:
@@ -108,8 +128,9 @@ class ListenerTest : public ::testing::Test {
   FakeRunningApplications applications;
   FakeImageCapture imageCapture;
   FakeRegistry registry;
-  FakeMountTable mounts;
+  FakeMountTable mounts{"/media/u"};
   MakerConstants constants;
+  FixedModels models;
   PictureDeviceRoom pictureDevices{
       {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};

@@ -14,9 +14,10 @@ namespace tarvo::test {
 class PrivateBus {
  public:
   PrivateBus() {
-    daemon_.reset(g_subprocess_new(G_SUBPROCESS_FLAGS_STDOUT_PIPE, nullptr, "dbus-daemon",
-                                   "--session", "--nofork", "--nopidfile", "--print-address",
-                                   nullptr));
+    const auto flags = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
+                                                     G_SUBPROCESS_FLAGS_STDERR_SILENCE);
+    daemon_.reset(g_subprocess_new(flags, nullptr, "dbus-daemon", "--session", "--nofork",
+                                   "--nopidfile", "--print-address", nullptr));
     if (!daemon_) return;
     const GObjectPtr<GDataInputStream> output(
         g_data_input_stream_new(g_subprocess_get_stdout_pipe(daemon_.get())));
@@ -34,11 +35,11 @@ class PrivateBus {
 
   /// A connection of its own, as another process would have one; null when the bus is not there.
   GObjectPtr<GDBusConnection> connect() const {
-    const auto flags = static_cast<GDBusConnectionFlags>(
-        G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-    return GObjectPtr<GDBusConnection>(g_dbus_connection_new_for_address_sync(
-        address_.c_str(), flags, nullptr, nullptr, nullptr));
+    const auto flags =
+        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
+    return GObjectPtr<GDBusConnection>(
+        g_dbus_connection_new_for_address_sync(address_.c_str(), flags, nullptr, nullptr, nullptr));
   }
 
  private:
