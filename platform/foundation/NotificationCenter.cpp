@@ -39,10 +39,13 @@ void NotificationCenter::post(const Notification& notification) {
 }
 
 void NotificationCenter::removeIf(const std::function<bool(const Registration&)>& condition) {
-  for (const auto& entry : registrations_) {
-    if (condition(*entry)) entry->removed = true;
-  }
-  std::erase_if(registrations_, [](const auto& entry) { return entry->removed; });
+  const auto leaving = std::stable_partition(registrations_.begin(), registrations_.end(),
+                                             [&](const auto& entry) { return !condition(*entry); });
+  // Their handlers go last: what those hold may leave the centre in its turn.
+  const std::vector<std::shared_ptr<Registration>> left(leaving, registrations_.end());
+  registrations_.erase(leaving, registrations_.end());
+  for (const auto& entry : left)
+    entry->removed = true;
 }
 
 }  // namespace tarvo

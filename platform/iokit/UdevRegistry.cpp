@@ -12,6 +12,7 @@
 
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"
+#include "platform/foundation/MainLoopGuard.h"
 #include "platform/iokit/PropertyMatch.h"
 
 namespace tarvo {
@@ -123,12 +124,8 @@ std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
 
 void UdevRegistry::onUevent(GUdevClient*, const gchar* action, GUdevDevice* device, gpointer self) {
   auto* registry = static_cast<UdevRegistry*>(self);
-  try {
-    registry->handleEvent(action ? action : "", device);
-  } catch (const std::exception& error) {
-    logTo(registry->log_, LogLevel::kError,
-          formatted("handling uncaught exception in onUevent: %s", error.what()));
-  }
+  guardedEntry(registry->log_, "onUevent",
+               [&] { registry->handleEvent(action ? action : "", device); });
 }
 
 void UdevRegistry::handleEvent(std::string_view action, GUdevDevice* device) {
@@ -225,13 +222,7 @@ void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
 
 // One subscriber that fails must not keep the news from the others.
 void UdevRegistry::call(const Callback& callback, ServiceHandle service, const char* what) {
-  if (!callback) return;
-  try {
-    callback(service);
-  } catch (const std::exception& error) {
-    logTo(log_, LogLevel::kError,
-          formatted("handling uncaught exception in %s: %s", what, error.what()));
-  }
+  if (callback) guardedEntry(log_, what, [&] { callback(service); });
 }
 
 GUdevDevicePtr UdevRegistry::deviceAt(const std::string& path) const {

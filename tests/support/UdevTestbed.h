@@ -2,8 +2,8 @@
 // libumockdev-preload.so.0 preloaded.
 //
 //   UdevTestbed bed;
-//   const auto hub = bed.addUSBDevice("/sys/devices/usb1", {1, "0", 1});
-//   bed.uevent(hub, "add");
+//   bed.addUSBDevice("/sys/devices/usb1", {1, "0", 1});  // sends "add" too
+//   bed.remove("/sys/devices/usb1");
 #pragma once
 
 #include <glib.h>
@@ -45,9 +45,9 @@ class UdevTestbed {
   UdevTestbed(const UdevTestbed&) = delete;
   UdevTestbed& operator=(const UdevTestbed&) = delete;
 
-  /// Adds a device at `path` (under /sys/devices), quietly. `properties` are udev's, `attributes`
-  /// are files in sysfs. Returns the path.
-  std::string add(const std::string& path, const Texts& properties, const Texts& attributes) {
+  /// Adds a device at `path` (under /sys/devices) and sends its "add" event. `properties` are
+  /// udev's, `attributes` are files in sysfs.
+  void add(const std::string& path, const Texts& properties, const Texts& attributes) {
     std::string description = "P: " + path.substr(std::string("/sys").size()) + "\n";
     for (const auto& [key, value] : properties)
       description += "E: " + key + "=" + value + "\n";
@@ -58,23 +58,22 @@ class UdevTestbed {
       std::fprintf(stderr, "testbed: %s\n", error->message);
       g_error_free(error);
     }
-    return path;
   }
 
-  std::string addUSBDevice(const std::string& path, const USBPlace& place, Texts attributes = {}) {
+  void addUSBDevice(const std::string& path, const USBPlace& place, Texts attributes = {}) {
     attributes["busnum"] = std::to_string(place.bus);
     attributes["devpath"] = place.portPath;
     attributes["devnum"] = std::to_string(place.number);
-    return add(path, {{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_device"}}, attributes);
+    add(path, {{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_device"}}, attributes);
   }
 
   /// `classes` is "CLASS SUBCLASS PROTOCOL" in hexadecimal, "06 01 01" for a PTP camera.
-  std::string addUSBInterface(const std::string& path, const std::string& classes) {
-    return add(path, {{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_interface"}},
-               {{"bInterfaceNumber", "00"},
-                {"bInterfaceClass", classes.substr(0, 2)},
-                {"bInterfaceSubClass", classes.substr(3, 2)},
-                {"bInterfaceProtocol", classes.substr(6, 2)}});
+  void addUSBInterface(const std::string& path, const std::string& classes) {
+    add(path, {{"SUBSYSTEM", "usb"}, {"DEVTYPE", "usb_interface"}},
+        {{"bInterfaceNumber", "00"},
+         {"bInterfaceClass", classes.substr(0, 2)},
+         {"bInterfaceSubClass", classes.substr(3, 2)},
+         {"bInterfaceProtocol", classes.substr(6, 2)}});
   }
 
   void uevent(const std::string& path, const char* action) {

@@ -1,0 +1,53 @@
+// Distributed notifications as signals on the session bus.
+//
+// A notification is the signal com.tarvo.DistributedNotification.NAME from the object
+// /com/tarvo/DistributedNotification, without arguments; every sender is heard.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Utilities/LogSink.h"
+#include "platform/foundation/BusConnection.h"
+#include "platform/foundation/DistributedNotificationCenter.h"
+
+namespace tarvo {
+
+inline constexpr const char* kDistributedNotificationPath = "/com/tarvo/DistributedNotification";
+inline constexpr const char* kDistributedNotificationInterface =
+    "com.tarvo.DistributedNotification";
+
+/// Main thread only. Observers stay registered while the bus is away. `bus` must outlive it.
+class DBusNotificationCenter : public DistributedNotificationCenter {
+ public:
+  DBusNotificationCenter(BusConnection& bus, LogSink log);
+  ~DBusNotificationCenter() override;
+
+  /// A name that is no D-Bus member name is never heard; it is logged.
+  void addObserver(const void* observer, std::string name, Handler handler) override;
+  void removeObserver(const void* observer) override;
+  void post(std::string_view name) override;
+
+ private:
+  struct Registration {
+    const void* observer;
+    std::string name;
+    Handler handler;
+  };
+
+  static void received(GDBusConnection* connection, const char* sender, const char* path,
+                       const char* interface, const char* name, GVariant* arguments, gpointer self);
+  void deliver(const std::string& name);
+  void subscribe(const std::string& name);
+  void subscribeAll();
+  void forgetSubscriptions();
+
+  BusConnection& bus_;
+  LogSink log_;
+  std::vector<Registration> registrations_;
+  std::map<std::string, guint> subscriptions_;  ///< by name, on the connection that is there now
+};
+
+}  // namespace tarvo

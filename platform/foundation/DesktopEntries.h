@@ -1,0 +1,54 @@
+// Which application an executable belongs to, by the desktop entries that are installed.
+#pragma once
+
+#include <ctime>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarvo {
+
+/// The program that an entry's Exec value starts, unquoted and without its arguments; none when the
+/// value is malformed.
+std::optional<std::string> programOfExec(std::string_view exec);
+
+/// Only the programs of the entries are kept, and read again when a folder has changed since.
+/// Main thread only.
+class DesktopEntries {
+ public:
+  /// `folders` hold entries, those that come first shadow later ones of the same id. The default
+  /// is "applications" in the user's and the system's data folders.
+  explicit DesktopEntries(std::vector<std::string> folders = applicationFolders());
+
+  static std::vector<std::string> applicationFolders();
+
+  /// Ids of the entries whose Exec or TryExec resolves to `executable`, an absolute path without
+  /// symbolic links.
+  std::vector<std::string> identifiersOfExecutable(const std::string& executable);
+
+ private:
+  /// A folder as it was read; without a time it has to be read again.
+  struct Stamp {
+    std::string folder;
+    std::optional<timespec> modified;
+  };
+
+  bool isCurrent() const;
+  void readAll();
+  void readFolder(const std::string& folder, const std::string& idPrefix, int depth,
+                  std::set<std::string>& known);
+  void readEntry(const std::string& file, const std::string& identifier);
+  void resolveWaiting();
+
+  std::vector<std::string> folders_;
+  std::vector<Stamp> stamps_;
+  std::multimap<std::string, std::string> identifiers_;  ///< by resolved executable
+  /// Programs that are not installed (yet), with the ids of their entries.
+  std::vector<std::pair<std::string, std::string>> waiting_;
+};
+
+}  // namespace tarvo

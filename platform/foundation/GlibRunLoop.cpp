@@ -1,0 +1,148 @@
+#include "platform/foundation/GlibRunLoop.h"
+
+#include <glib-unix.h>
+
+#include <algorithm>
+#include <csignal>
+#include <limits>
+#include <utility>
+
+#include "platform/foundation/MainLoopGuard.h"
+
+namespace tarvo {
+namespace {
+
+GSource* attached(GSource* source, int priority, GSourceFunc callback, gpointer data,
+                  GDestroyNotify release = nullptr) {
+  g_source_set_priority(source, priority);
+  g_source_set_callback(source, callback, data, release);
+  g_source_attach(source, nullptr);
+  return source;
+}
+
+}  // namespace
+
+/// Each firing is a one-shot source of its own, which holds the timer; so a valid timer stays alive
+/// and a callback may invalidate it or move it.
+class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
+ public:
+  GlibTimer(std::chrono::milliseconds interval, bool repeats, std::function<void()> fire,
+            const LogSink& log)
+      : interval_(interval), repeats_(repeats), fire_(std::move(fire)), log_(log) {}
+
+  void arm(std::chrono::milliseconds delay) {
+    constexpr std::int64_t kLongest = std::numeric_limits<guint>::max();
+    const auto count = static_cast<guint>(std::clamp<std::int64_t>(delay.count(), 0, kLongest));
+    auto* holder = new std::shared_ptr<GlibTimer>(shared_from_this());
+    source_ = AttachedSource(
+        attached(g_timeout_source_new(count), G_PRIORITY_DEFAULT, dispatch, holder,
+                 [](gpointer data) { delete static_cast<std::shared_ptr<GlibTimer>*>(data); }));
+  }
+
+  bool isValid() const override { return valid_; }
+
+  void invalidate() override {
+    const auto keepAlive = shared_from_this();
+    valid_ = false;
+    source_.reset();
+    fire_ = nullptr;  // lets go of what it captured, which may hold this timer
+  }
+
+  void setFireDelay(std::chrono::milliseconds delay) override {
+    if (valid_) arm(delay);
+  }
+
+ private:
+  static gboolean dispatch(gpointer data) {
+    const auto timer = *static_cast<std::shared_ptr<GlibTimer>*>(data);
+    guardedEntry(timer->log_, "timer", [&] { timer->fired(); });
+    return G_SOURCE_REMOVE;
+  }
+
+  void fired() {
+    const auto work = fire_;  // stays whole when it invalidates its own timer
+    if (repeats_) {
+      arm(interval_);
+    } else {
+      invalidate();
+    }
+    work();
+  }
+
+  std::chrono::milliseconds interval_;
+  bool repeats_;
+  bool valid_ = true;
+  std::function<void()> fire_;
+  const LogSink& log_;
+  AttachedSource source_;
+};
+
+void GlibRunLoop::WorkQueue::push(std::function<void()> work) {
+  const std::scoped_lock lock(mutex_);
+  waiting_.push_back(std::move(work));
+  if (waiting_.size() > 1) return;
+  source_ = AttachedSource(attached(g_idle_source_new(), priority_, dispatch, this));
+}
+
+std::function<void()> GlibRunLoop::WorkQueue::takeFirst() {
+  const std::scoped_lock lock(mutex_);
+  auto work = std::move(waiting_.front());
+  waiting_.pop_front();
+  if (waiting_.empty()) source_.reset();
+  return work;
+}
+
+gboolean GlibRunLoop::WorkQueue::dispatch(gpointer self) {
+  auto& queue = *static_cast<WorkQueue*>(self);
+  guardedEntry(queue.log_, queue.name_, [&] { queue.takeFirst()(); });
+  return G_SOURCE_CONTINUE;  // the queue takes its source away itself when it runs empty
+}
+
+GlibRunLoop::GlibRunLoop(LogSink log)
+    : log_(std::move(log)),
+      loop_(g_main_loop_new(nullptr, FALSE)),
+      deferred_(G_PRIORITY_DEFAULT, "performOnMainThread", log_),
+      idle_(G_PRIORITY_DEFAULT_IDLE, "performWhenIdle", log_) {}
+
+GlibRunLoop::~GlibRunLoop() {
+  for (const auto& entry : timers_) {
+    if (const auto timer = entry.lock()) timer->invalidate();
+  }
+}
+
+void GlibRunLoop::run() {
+  g_main_loop_run(loop_.get());
+}
+
+void GlibRunLoop::quit() {
+  g_main_loop_quit(loop_.get());
+}
+
+void GlibRunLoop::quitOnTerminationSignals() {
+  const auto end = [](gpointer self) -> gboolean {
+    static_cast<GlibRunLoop*>(self)->quit();
+    return G_SOURCE_CONTINUE;
+  };
+  for (const int number : {SIGTERM, SIGINT}) {
+    signals_.emplace_back(attached(g_unix_signal_source_new(number), G_PRIORITY_HIGH, end, this));
+  }
+}
+
+std::shared_ptr<Timer> GlibRunLoop::scheduleTimer(std::chrono::milliseconds interval, bool repeats,
+                                                  std::function<void()> fire) {
+  std::erase_if(timers_, [](const auto& entry) { return entry.expired(); });
+  auto timer = std::make_shared<GlibTimer>(interval, repeats, std::move(fire), log_);
+  timer->arm(interval);
+  timers_.push_back(timer);
+  return timer;
+}
+
+void GlibRunLoop::performOnMainThread(std::function<void()> work) {
+  deferred_.push(std::move(work));
+}
+
+void GlibRunLoop::performWhenIdle(std::function<void()> work) {
+  idle_.push(std::move(work));
+}
+
+}  // namespace tarvo

@@ -1,0 +1,91 @@
+#include "platform/foundation/KeyFilePreferences.h"
+
+#include <glib.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "Utilities/Exception.h"
+#include "platform/foundation/KeyFile.h"
+#include "platform/foundation/XdgFolders.h"
+
+namespace tarvo {
+namespace {
+
+constexpr std::string_view kPreferences = "Preferences";
+constexpr const char* kFileName = "/tarvo/agent.conf";
+constexpr std::size_t kLongestFile = 1 << 20;
+
+std::optional<bool> booleanOf(std::string_view value) {
+  if (value == "true" || value == "1") return true;
+  if (value == "false" || value == "0") return false;
+  return std::nullopt;
+}
+
+}  // namespace
+
+KeyFilePreferences::KeyFilePreferences(const LogSink& log,
+                                       const std::optional<std::string>& configFile) {
+  if (configFile) {
+    std::string reason;
+    const auto content = readWholeFile(*configFile, kLongestFile, &reason);
+    if (!content) {
+      throw Exception(std::string(exception_name::kInvalidArgument),
+                      "cannot read " + *configFile + ": " + reason);
+    }
+    takeText(*configFile, *content, log);
+  } else {
+    readFile(xdgConfigHome() + kFileName, log);
+  }
+  for (const auto& folder : xdgConfigDirs())
+    readFile(folder + kFileName, log);
+}
+
+std::optional<bool> KeyFilePreferences::boolForKey(std::string_view key) const {
+  const auto value = text(kPreferences, key);
+  return value ? booleanOf(*value) : std::nullopt;
+}
+
+std::optional<std::string> KeyFilePreferences::text(std::string_view group,
+                                                    std::string_view key) const {
+  const auto found = values_.find({std::string(group), std::string(key)});
+  return found != values_.end() ? std::optional(found->second) : std::nullopt;
+}
+
+void KeyFilePreferences::readFile(const std::string& path, const LogSink& log) {
+  std::string reason;
+  if (const auto content = readWholeFile(path, kLongestFile, &reason)) {
+    takeText(path, *content, log);
+  } else if (errno != ENOENT && errno != ENOTDIR) {
+    logTo(log, LogLevel::kWarning, path + " is ignored: " + reason);
+  }
+}
+
+void KeyFilePreferences::takeText(const std::string& path, std::string_view content,
+                                  const LogSink& log) {
+  const auto warn = [&](int line, const std::string& what) {
+    logTo(log, LogLevel::kWarning, path + ", line " + std::to_string(line) + ": " + what);
+  };
+  Values values;
+  const auto malformed = readKeyFile(content, [&](const KeyFileLine& line) {
+    const auto value = unescapedKeyFileValue(line.value);
+    const bool valid =
+        value && g_utf8_validate(value->data(), static_cast<gssize>(value->size()), nullptr) != 0;
+    if (!valid) {
+      warn(line.number, "the value of " + std::string(line.key) + " is malformed and ignored");
+    } else if (line.group == kPreferences && !booleanOf(*value)) {
+      warn(line.number,
+           std::string(line.key) + " is ignored: '" + *value + "' is neither true nor false");
+    } else {
+      values[{std::string(line.group), std::string(line.key)}] = *value;
+    }
+    return true;
+  });
+  if (malformed) {
+    warn(*malformed, "neither a group nor \"key=value\"; the file is ignored");
+    return;
+  }
+  values_.merge(values);
+}
+
+}  // namespace tarvo

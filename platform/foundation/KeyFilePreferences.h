@@ -1,0 +1,43 @@
+// The user's preferences from key files.
+//
+// $XDG_CONFIG_HOME/tarvo/agent.conf, or a file named in its stead, stands over the same file in
+// each folder of $XDG_CONFIG_DIRS, the first of which stands over the next.
+//
+//   [Preferences]
+//   LOG_SUBSYS_LISTENER=true
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Utilities/LogSink.h"
+#include "platform/foundation/UserDefaults.h"
+
+namespace tarvo {
+
+/// A boolean is true, false, 1 or 0. A malformed file and a malformed value are reported to the log
+/// with file and line and count as absent.
+class KeyFilePreferences : public UserDefaults {
+ public:
+  /// Reads the files. `configFile` replaces the user's own file. Raises NSInvalidArgumentException,
+  /// with the cause in words, when `configFile` cannot be read; other missing files are normal.
+  explicit KeyFilePreferences(const LogSink& log,
+                              const std::optional<std::string>& configFile = std::nullopt);
+
+  std::optional<bool> boolForKey(std::string_view key) const override;
+  std::optional<std::string> text(std::string_view group, std::string_view key) const override;
+
+ private:
+  using Values = std::map<std::pair<std::string, std::string>, std::string>;
+
+  void readFile(const std::string& path, const LogSink& log);
+  void takeText(const std::string& path, std::string_view content, const LogSink& log);
+
+  Values values_;  ///< what stands already is never replaced: files are read from the top down
+};
+
+}  // namespace tarvo

@@ -1,0 +1,63 @@
+// The session's state from systemd-logind.
+//
+// The session is the one that login1's User object names in "Display": a user service belongs to no
+// session itself. Both the User's and the Session's PropertiesChanged are followed.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Utilities/LogSink.h"
+#include "platform/foundation/BusConnection.h"
+#include "platform/foundation/SessionMonitor.h"
+
+namespace tarvo {
+
+/// Asks without waiting: the session counts as active until logind has told otherwise. A user whom
+/// logind knows but who has no session is not active. While logind is away the last state stays.
+/// `bus` is the system bus; it must outlive the monitor.
+class LogindSessionMonitor : public SessionMonitor {
+ public:
+  LogindSessionMonitor(BusConnection& bus, LogSink log);
+  ~LogindSessionMonitor() override;
+  LogindSessionMonitor(const LogindSessionMonitor&) = delete;
+  LogindSessionMonitor& operator=(const LogindSessionMonitor&) = delete;
+
+  void start(NotificationCenter& workspace) override;
+
+ private:
+  struct Call;
+  using Answer = std::function<void(GVariant*)>;
+  using Ask = void (LogindSessionMonitor::*)();
+
+  void joined();
+  void left();
+  void ownerChanged(GVariant* arguments);
+  void beginConversation();
+  void endConversation();
+  void askDisplay();
+  void displayTold(const std::string& sessionPath);
+  void askActive();
+  void setActive(bool active);
+  void unanswered(const std::string& reason);
+  /// Calls login1 within the conversation and hands the answer to `answer`.
+  void call(const std::string& path, const char* interface, const char* method, GVariant* arguments,
+            Answer answer);
+  /// Calls `ask` whenever a property of `interface` at `path` has changed.
+  guint follow(const std::string& path, const char* interface, Ask ask);
+  void unfollow(guint& subscription);
+
+  BusConnection& bus_;
+  LogSink log_;
+  NotificationCenter* workspace_ = nullptr;
+  bool active_ = true;
+  bool absenceLogged_ = false;
+  std::string userPath_;
+  std::string sessionPath_;
+  guint ownerSubscription_ = 0;
+  guint userSubscription_ = 0;
+  guint sessionSubscription_ = 0;
+  GObjectPtr<GCancellable> conversation_;  ///< its answers are void once it is cancelled
+};
+
+}  // namespace tarvo

@@ -1,0 +1,40 @@
+// Tells when a path has come into being, without polling.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/LogSink.h"
+#include "platform/foundation/GlibPtr.h"
+
+namespace tarvo {
+
+/// Watches the nearest folder above `path` that exists, by inotify, and moves deeper as folders
+/// appear. Main thread only.
+class PathWatch {
+ public:
+  /// Calls `appeared` from the main loop each time that `path` is created, moved into place, or
+  /// changes its attributes, from now until the watch is destroyed.
+  PathWatch(std::string path, std::function<void()> appeared, LogSink log);
+  ~PathWatch();
+  PathWatch(const PathWatch&) = delete;
+  PathWatch& operator=(const PathWatch&) = delete;
+
+ private:
+  static gboolean readable(int fd, GIOCondition condition, gpointer self);
+  void readEvents();
+  /// Puts the watch on the nearest folder that exists.
+  void watchNearestFolder();
+  bool watchFolder(const std::string& folder);
+
+  std::string path_;
+  std::function<void()> appeared_;
+  LogSink log_;
+  FileDescriptor inotify_;
+  int folderWatch_ = -1;
+  std::string awaited_;  ///< the entry of the watched folder that leads to the path
+  AttachedSource source_;
+};
+
+}  // namespace tarvo

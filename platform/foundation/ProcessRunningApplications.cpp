@@ -1,0 +1,161 @@
+#include "platform/foundation/ProcessRunningApplications.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <climits>
+#include <memory>
+#include <utility>
+
+#include "platform/foundation/KeyFile.h"
+
+namespace tarvo {
+namespace {
+
+constexpr std::size_t kLongestProcFile = 1 << 16;
+
+/// systemd's \xNN escapes resolved.
+std::string unescapedUnit(std::string_view text) {
+  std::string plain;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    unsigned byte = 0;
+    const char* digits = text.data() + i + 2;
+    const bool escape = text.substr(i).starts_with("\\x") && text.size() - i >= 4 &&
+                        std::from_chars(digits, digits + 2, byte, 16).ptr == digits + 2;
+    plain += escape ? static_cast<char>(byte) : text[i];
+    if (escape) i += 3;
+  }
+  return plain;
+}
+
+std::optional<pid_t> processNumber(std::string_view name) {
+  pid_t pid = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
+  return error == std::errc() && end == name.data() + name.size() ? std::optional(pid)
+                                                                  : std::nullopt;
+}
+
+/// The innermost application among the folders of a control group's path.
+std::optional<std::string> applicationOfGroupPath(std::string_view path) {
+  while (!path.empty()) {
+    const auto slash = path.rfind('/');
+    const auto unit = slash == std::string_view::npos ? path : path.substr(slash + 1);
+    if (auto identifier = applicationOfUnit(unit)) return identifier;
+    path = path.substr(0, slash == std::string_view::npos ? 0 : slash);
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> applicationOfUnit(std::string_view unit) {
+  constexpr std::string_view kPrefix = "app-";
+  constexpr std::string_view kScope = ".scope";
+  constexpr std::string_view kService = ".service";
+  if (!unit.starts_with(kPrefix)) return std::nullopt;
+  const bool isScope = unit.ends_with(kScope);
+  if (!isScope && !unit.ends_with(kService)) return std::nullopt;
+  unit.remove_prefix(kPrefix.size());
+  unit.remove_suffix(isScope ? kScope.size() : kService.size());
+  // A scope's random part is the last one behind a '-', a service's stands behind the '@'.
+  if (isScope) {
+    const auto random = unit.rfind('-');
+    if (random == std::string_view::npos) return std::nullopt;
+    unit = unit.substr(0, random);
+  } else {
+    unit = unit.substr(0, unit.find('@'));
+  }
+  const auto launcher = unit.rfind('-');
+  if (launcher != std::string_view::npos) unit.remove_prefix(launcher + 1);
+  return unit.empty() ? std::nullopt : std::optional(unescapedUnit(unit));
+}
+
+ProcessRunningApplications::ProcessRunningApplications(DesktopEntries entries,
+                                                       std::string procFolder)
+    : entries_(std::move(entries)), procFolder_(std::move(procFolder)) {}
+
+std::vector<RunningApplication> ProcessRunningApplications::launchedApplications() {
+  std::vector<RunningApplication> applications;
+  for (const pid_t pid : processesOfUser()) {
+    if (isZombie(pid)) continue;
+    for (auto& identifier : identifiersOf(pid))
+      applications.push_back({pid, std::move(identifier)});
+  }
+  return applications;
+}
+
+std::optional<std::string> ProcessRunningApplications::launcherIdentifier() {
+  const auto identifiers = identifiersOf(::getppid());
+  return identifiers.empty() ? std::nullopt : std::optional(identifiers.front());
+}
+
+std::vector<pid_t> ProcessRunningApplications::processesOfUser() const {
+  std::vector<pid_t> pids;
+  const std::unique_ptr<DIR, int (*)(DIR*)> listing(::opendir(procFolder_.c_str()), &::closedir);
+  while (const dirent* item = listing ? ::readdir(listing.get()) : nullptr) {
+    const auto pid = processNumber(item->d_name);
+    struct stat status {};
+    const bool mine = pid && ::fstatat(::dirfd(listing.get()), item->d_name, &status, 0) == 0 &&
+                      status.st_uid == ::getuid();
+    if (mine) pids.push_back(*pid);
+  }
+  std::ranges::sort(pids);
+  return pids;
+}
+
+bool ProcessRunningApplications::isZombie(pid_t pid) const {
+  const auto stat = readWholeFile(fileOf(pid, "stat"), kLongestProcFile);
+  if (!stat) return true;  // it has just gone
+  // The name stands in brackets and may hold any character; the state is the field behind it.
+  const auto bracket = stat->rfind(')');
+  return bracket == std::string::npos || stat->compare(bracket, 3, ") Z") == 0 ||
+         stat->compare(bracket, 3, ") X") == 0;
+}
+
+std::vector<std::string> ProcessRunningApplications::identifiersOf(pid_t pid) {
+  std::vector<std::string> identifiers;
+  if (auto identifier = identifierOfControlGroup(pid)) identifiers.push_back(*identifier);
+  if (const auto executable = executableOf(pid)) {
+    for (auto& identifier : entries_.identifiersOfExecutable(*executable)) {
+      if (std::ranges::find(identifiers, identifier) == identifiers.end()) {
+        identifiers.push_back(std::move(identifier));
+      }
+    }
+  }
+  return identifiers;
+}
+
+std::optional<std::string> ProcessRunningApplications::identifierOfControlGroup(pid_t pid) const {
+  const auto groups = readWholeFile(fileOf(pid, "cgroup"), kLongestProcFile);
+  if (!groups) return std::nullopt;
+  // One line a hierarchy: number, controllers and path, separated by colons.
+  for (std::string_view rest = *groups; !rest.empty();) {
+    const std::string_view line = rest.substr(0, rest.find('\n'));
+    rest.remove_prefix(std::min(rest.size(), line.size() + 1));
+    const auto path = line.find('/');
+    if (path == std::string_view::npos) continue;
+    if (auto identifier = applicationOfGroupPath(line.substr(path))) return identifier;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::string> ProcessRunningApplications::executableOf(pid_t pid) const {
+  constexpr std::string_view kDeleted = " (deleted)";
+  std::array<char, PATH_MAX> buffer;
+  const ssize_t size = ::readlink(fileOf(pid, "exe").c_str(), buffer.data(), buffer.size());
+  if (size <= 0) return std::nullopt;
+  std::string executable(buffer.data(), static_cast<std::size_t>(size));
+  // Replaced by an update while it runs: still the same application.
+  if (executable.ends_with(kDeleted)) executable.resize(executable.size() - kDeleted.size());
+  return executable;
+}
+
+std::string ProcessRunningApplications::fileOf(pid_t pid, std::string_view name) const {
+  return procFolder_ + "/" + std::to_string(pid) + "/" + std::string(name);
+}
+
+}  // namespace tarvo

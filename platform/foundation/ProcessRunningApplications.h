@@ -1,0 +1,45 @@
+// Running applications from the process table.
+//
+// An application's process is known by the systemd scope or service that it runs in
+// (app[-LAUNCHER]-ID-RANDOM.scope, app[-LAUNCHER]-ID[@RANDOM].service), and by the desktop entry
+// that names its executable. The two can differ: what an application starts runs in that
+// application's scope.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/foundation/DesktopEntries.h"
+#include "platform/foundation/RunningApplications.h"
+
+namespace tarvo {
+
+/// The desktop-entry id that a systemd unit's name carries, unescaped; none when the unit is no
+/// application's.
+std::optional<std::string> applicationOfUnit(std::string_view unit);
+
+class ProcessRunningApplications : public RunningApplications {
+ public:
+  explicit ProcessRunningApplications(DesktopEntries entries = DesktopEntries(),
+                                      std::string procFolder = "/proc");
+
+  /// A process whose scope and executable tell different ids stands in the list with each of them.
+  std::vector<RunningApplication> launchedApplications() override;
+  /// Where scope and executable differ, the scope decides.
+  std::optional<std::string> launcherIdentifier() override;
+
+ private:
+  std::vector<pid_t> processesOfUser() const;
+  bool isZombie(pid_t pid) const;
+  std::vector<std::string> identifiersOf(pid_t pid);
+  std::optional<std::string> identifierOfControlGroup(pid_t pid) const;
+  std::optional<std::string> executableOf(pid_t pid) const;
+  std::string fileOf(pid_t pid, std::string_view name) const;
+
+  DesktopEntries entries_;
+  std::string procFolder_;
+};
+
+}  // namespace tarvo

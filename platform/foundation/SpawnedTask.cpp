@@ -1,0 +1,147 @@
+#include "platform/foundation/SpawnedTask.h"
+
+#include <fcntl.h>
+#include <glib.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+#include <utility>
+
+#include "Utilities/Exception.h"
+#include "Utilities/FileDescriptor.h"
+#include "platform/foundation/MainLoopGuard.h"
+
+namespace tarvo {
+namespace {
+
+[[noreturn]] void raiseInvalidArgument(std::string reason) {
+  throw Exception(std::string(exception_name::kInvalidArgument), std::move(reason));
+}
+
+/// What becomes of a child's signals and descriptors.
+class SpawnSetup {
+ public:
+  SpawnSetup() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&actions_);
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  }
+  SpawnSetup(const SpawnSetup&) = delete;
+  SpawnSetup& operator=(const SpawnSetup&) = delete;
+  ~SpawnSetup() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+
+  void setStandardError(int fd) { posix_spawn_file_actions_adddup2(&actions_, fd, STDERR_FILENO); }
+  /// After every other action: what is not a standard descriptor stays behind.
+  void closeOthers() { posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1); }
+
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+
+ private:
+  posix_spawnattr_t attributes_{};
+  posix_spawn_file_actions_t actions_{};
+};
+
+struct Pipe {
+  FileDescriptor reading;
+  FileDescriptor writing;
+};
+
+/// Both ends above the standard descriptors, so that none of them is taken for one.
+/// Returns 0 or an error number.
+int makePipe(Pipe& pipe) {
+  std::array<int, 2> ends{};
+  if (::pipe2(ends.data(), O_CLOEXEC) != 0) return errno;
+  pipe = {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+  if (pipe.reading.get() > STDERR_FILENO) return 0;
+  FileDescriptor higher(::fcntl(pipe.reading.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!higher.isOpen()) return errno;
+  pipe.reading = std::move(higher);
+  return 0;
+}
+
+}  // namespace
+
+SpawnedTask::SpawnedTask(std::string launchPath, NotificationCenter& center, LogSink log)
+    : launchPath_(std::move(launchPath)), center_(center), log_(std::move(log)) {}
+
+void SpawnedTask::setArguments(std::vector<std::string> arguments) {
+  arguments_ = std::move(arguments);
+}
+
+std::string SpawnedTask::description() const {
+  return "task " + launchPath_ + (pid_ != 0 ? " (" + std::to_string(pid_) + ")" : "");
+}
+
+void SpawnedTask::launch() {
+  if (std::exchange(launchCalled_, true)) raiseInvalidArgument("task already launched");
+  if (const int error = spawn(); error != 0) {
+    raiseInvalidArgument("launch path not accessible: " + launchPath_ + ", " +
+                         std::generic_category().message(error));
+  }
+  running_ = true;
+  watchChild();
+}
+
+int SpawnedTask::spawn() {
+  struct stat status {};
+  if (::stat(launchPath_.c_str(), &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+
+  std::vector<char*> arguments{launchPath_.data()};
+  for (auto& argument : arguments_)
+    arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+
+  SpawnSetup setup;
+  Pipe standardError;  // nobody ever reads or writes it; both ends are closed on return
+  if (standardErrorIsPipe_) {
+    if (const int error = makePipe(standardError); error != 0) return error;
+    setup.setStandardError(standardError.reading.get());
+  }
+  setup.closeOthers();
+  pid_t child = 0;
+  const int error = ::posix_spawn(&child, launchPath_.c_str(), setup.actions(), setup.attributes(),
+                                  arguments.data(), environ);
+  if (error == 0) pid_ = child;
+  return error;
+}
+
+void SpawnedTask::watchChild() {
+  using Holder = std::shared_ptr<Object>;
+  const auto exited = +[](GPid /*pid*/, gint /*status*/, gpointer data) {
+    const auto holder = *static_cast<Holder*>(data);
+    auto* task = static_cast<SpawnedTask*>(holder.get());
+    guardedEntry(task->log_, "child watch", [task] { task->ended(); });
+  };
+  g_child_watch_add_full(G_PRIORITY_DEFAULT, pid_, exited, new Holder(shared_from_this()),
+                         [](gpointer data) { delete static_cast<Holder*>(data); });
+}
+
+void SpawnedTask::ended() {
+  running_ = false;
+  center_.post({std::string(kTaskDidTerminateNotification), shared_from_this()});
+}
+
+SpawnedTaskFactory::SpawnedTaskFactory(NotificationCenter& center, LogSink log)
+    : center_(center), log_(std::move(log)) {}
+
+std::shared_ptr<Task> SpawnedTaskFactory::makeTask(std::string launchPath) {
+  return std::make_shared<SpawnedTask>(std::move(launchPath), center_, log_);
+}
+
+}  // namespace tarvo

@@ -1,0 +1,16 @@
+#include "platform/foundation/SystemVersion.h"
+
+#include <limits>
+
+#include "platform/foundation/Numbers.h"
+
+namespace tarvo {
+
+std::int32_t systemVersion(const UserDefaults& defaults) {
+  const auto text = defaults.text("Platform", "SystemVersion");
+  const auto number =
+      text ? numberOf(*text, std::numeric_limits<std::int32_t>::max()) : std::nullopt;
+  return static_cast<std::int32_t>(number.value_or(0));
+}
+
+}  // namespace tarvo

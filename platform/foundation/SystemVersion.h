@@ -1,0 +1,14 @@
+// The version of the system as the preferences tell it.
+#pragma once
+
+#include <cstdint>
+
+#include "platform/foundation/UserDefaults.h"
+
+namespace tarvo {
+
+/// The number under SystemVersion of group [Platform], decimal or 0x..., for example 0x1062 for
+/// 10.6.2. 0 when it is absent or cannot be read. Any thread.
+std::int32_t systemVersion(const UserDefaults& defaults);
+
+}  // namespace tarvo
