@@ -1,17 +1,16 @@
 #include "agent/AgentProcess.h"
 
 #include <csignal>
-#include <exception>
+#include <cstdio>
 #include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "Utilities/Exception.h"
 #include "agent/AgentName.h"
 #include "agent/AgentStatus.h"
 #include "agent/ListenerMain.h"
-#include "identify/DeviceInfoSupport.h"
+#include "agent/PresentDevices.h"
 #include "identify/IdentifyRoom.h"
 #include "identify/models/SupportedModels.h"
 #include "msc/TarvoMSCDeviceList.h"
@@ -33,22 +32,6 @@
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
-namespace {
-
-std::vector<AgentStatus::Device> presentDevices() {
-  std::vector<AgentStatus::Device> shown;
-  for (const auto& device : XTPictureDevice::deviceList()) {
-    AgentStatus::Device& row = shown.emplace_back();
-    row.serialNumber = device->serialNumber();
-    // Without the model table every look at a camera would be logged once more.
-    if (device->isPTPDevice() && !SupportedModels::current()->pidList()) continue;
-    DeviceInfoSupport::getInfoForDevice(device, &row.type, &row.location, &row.path);
-  }
-  return shown;
-}
-
-}  // namespace
-
 // What the process needs before it may touch a device.
 struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
