@@ -40,8 +40,9 @@ class Probe {
                                           1u | (std::uint32_t{code} << 16), transaction_};
     command.insert(command.end(), parameters.begin(), parameters.end());
     int moved = 0;
-    int result = libusb_bulk_transfer(handle_, kOut, reinterpret_cast<unsigned char*>(command.data()),
-                                      static_cast<int>(4 * command.size()), &moved, kTimeout);
+    int result =
+        libusb_bulk_transfer(handle_, kOut, reinterpret_cast<unsigned char*>(command.data()),
+                             static_cast<int>(4 * command.size()), &moved, kTimeout);
     std::vector<unsigned char> answer(1 << 20);
     std::uint64_t bytes = 0;
     std::uint32_t type = 0;
@@ -67,8 +68,8 @@ class Probe {
 
   void control() {
     unsigned char status[64] = {};
-    const int length = libusb_control_transfer(handle_, 0xA1, 0x67, 0, 0, status, sizeof status,
-                                               kTimeout);
+    const int length =
+        libusb_control_transfer(handle_, 0xA1, 0x67, 0, 0, status, sizeof status, kTimeout);
     std::printf("status %d code 0x%04X\n", length, status[2] | (status[3] << 8));
   }
 
