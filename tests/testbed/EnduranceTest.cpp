@@ -27,7 +27,10 @@ class Endurance : public AgentTestbed {
   void round(unsigned ports) {
     std::vector<std::string> ids;
     for (unsigned port = 1; port <= ports; ++port) {
-      ids.push_back(plug("unsupported-model", "1-" + std::to_string(port)));
+      auto device = description("unsupported-model");
+      // A serial number of its own: two cameras of one number count as the same one.
+      device.usb.serial = device.info.serial = "TPRO-" + std::to_string(port);
+      ids.push_back(plug(std::move(device), "1-" + std::to_string(port)));
     }
     inspected_ += ports;
     ASSERT_TRUE(waitForLog("ignoring invalid mass storage device.", inspected_));
