@@ -131,8 +131,10 @@ void addServe(CLI::App& app, Options& options) {
                       "Folder under which volumes are mounted (default: /media/USER)");
   command->add_option("--bundle", options.serve.bundle,
                       "Folder made by 'bundle', shown to the agent");
-  command->add_option("--device", options.serve.devices,
-                      "Description file or name to plug in at the start; may be repeated");
+  command
+      ->add_option("--device", options.serve.devices,
+                   "Description file or name to plug in at the start; may be repeated")
+      ->allow_extra_args(false);
   command->add_option("command", options.command, "Program to run in the testbed, after --");
 }
 
@@ -169,6 +171,7 @@ void addBundle(CLI::App& app, Options& options) {
   command
       ->add_option("--without", options.without,
                    "Leave out relay, wireless, viewer, page or models; may be repeated")
+      ->allow_extra_args(false)
       ->check(CLI::IsMember({"relay", "wireless", "viewer", "page", "models"}));
 }
 
