@@ -7,6 +7,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <fstream>
+#include <string>
+
 #include "Utilities/FileDescriptor.h"
 
 namespace tarvo::ptp {
@@ -23,7 +26,9 @@ TEST(InterfaceHolder, NamesTheOtherProcessThatHasTheNodeOpen) {
     ::pause();
     ::_exit(0);
   }
-  EXPECT_EQ(processHolding(node.get()), "process ptp_test (pid " + std::to_string(child) + ")");
+  std::string name;
+  std::getline(std::ifstream("/proc/self/comm") >> std::ws, name);
+  EXPECT_EQ(processHolding(node.get()), "process " + name + " (pid " + std::to_string(child) + ")");
   ::kill(child, SIGKILL);
   ::waitpid(child, nullptr, 0);
   EXPECT_EQ(processHolding(node.get()), "");

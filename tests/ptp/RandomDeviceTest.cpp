@@ -13,7 +13,7 @@ TEST(RandomDevice, NeverKeepsAConversationFromEndingOrWritesBeyondTheRoom) {
   std::uniform_int_distribution<int> byte(0, 255);
   std::uniform_int_distribution<std::size_t> length(0, 400);
   std::uint64_t transactions = 0;
-  for (int round = 0; round < 3000; ++round) {
+  for (int round = 0; round < 1000; ++round) {
     std::vector<std::uint8_t> bytes(length(random));
     for (auto& value : bytes)
       value = static_cast<std::uint8_t>(byte(random));
@@ -21,7 +21,7 @@ TEST(RandomDevice, NeverKeepsAConversationFromEndingOrWritesBeyondTheRoom) {
     EXPECT_TRUE(conversation.keptToTheRoom()) << "round " << round;
     transactions += conversation.answered();
   }
-  EXPECT_GT(transactions, 1000U);  // The random devices are not so bad that nothing is tested.
+  EXPECT_GT(transactions, 400U);  // The random devices are not so bad that nothing is tested.
 }
 
 }  // namespace

@@ -101,11 +101,11 @@ class RandomUSBDevice : public ptp::USBDevice {
       case 0:
         return size;
       case 1:
-        return std::min<std::size_t>(next() * endpoints_.bulkInPacketSize, size);
+        return std::min<std::size_t>(std::size_t{next()} * endpoints_.bulkInPacketSize, size);
       case 2:
-        return std::min<std::size_t>(next() * 257U, size);
+        return std::min<std::size_t>(std::size_t{next()} * 257, size);
       default:
-        return std::min<std::size_t>(12 + 4 * (next() % 7), size);
+        return std::min<std::size_t>(12 + std::size_t{4} * (next() % 7), size);
     }
   }
 
