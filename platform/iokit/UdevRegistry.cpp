@@ -1,19 +1,12 @@
 #include "platform/iokit/UdevRegistry.h"
 
-#include <linux/netlink.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
-#include "Utilities/FileDescriptor.h"
-#include "Utilities/Format.h"
 #include "platform/foundation/MainLoopGuard.h"
 #include "platform/iokit/PropertyMatch.h"
+#include "platform/iokit/UdevPresence.h"
 
 namespace tarvo {
 namespace {
@@ -61,7 +54,8 @@ UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
       client_(g_udev_client_new(kWatched.data())),
       assembly_(runLoop, [this](const std::string& path) { unitComplete(path); }) {
   g_signal_connect(client_.get(), "uevent", G_CALLBACK(onUevent), this);
-  reportMissingUdev();
+  const std::string missing = missingPartOfUdev();
+  if (!missing.empty()) logTo(log_, LogLevel::kWarning, missing);
 }
 
 UdevRegistry::~UdevRegistry() {
@@ -227,21 +221,6 @@ void UdevRegistry::call(const Callback& callback, ServiceHandle service, const c
 
 GUdevDevicePtr UdevRegistry::deviceAt(const std::string& path) const {
   return GUdevDevicePtr(g_udev_client_query_by_sysfs_path(client_.get(), path.c_str()));
-}
-
-void UdevRegistry::reportMissingUdev() const {
-  const FileDescriptor events(
-      ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
-  if (!events.isOpen()) {
-    logTo(log_, LogLevel::kWarning,
-          formatted("no device events (%s): devices that come and go are not noticed",
-                    std::strerror(errno)));
-  } else if (::access("/sys/bus", F_OK) != 0) {
-    logTo(log_, LogLevel::kWarning, "no /sys: devices cannot be found");
-  } else if (::access("/run/udev/control", F_OK) != 0) {
-    logTo(log_, LogLevel::kWarning,
-          "udev does not run (no /run/udev/control): devices may not be noticed");
-  }
 }
 
 }  // namespace tarvo

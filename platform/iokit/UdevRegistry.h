@@ -66,7 +66,6 @@ class UdevRegistry : public Registry {
   void remember(Subscriber& subscriber, const std::string& path, PropertyDictionary properties);
   void call(const Callback& callback, ServiceHandle service, const char* what);
   GUdevDevicePtr deviceAt(const std::string& path) const;
-  void reportMissingUdev() const;
 
   LogSink log_;
   GUdevClientPtr client_;
