@@ -15,6 +15,7 @@ namespace tarvo {
 std::string missingPartOfUdev(const std::string& root) {
   if (::access((root + "/sys/bus").c_str(), F_OK) != 0)
     return "no " + root + "/sys: devices cannot be found";
+  // The kernel's own events are not enough: the registry hears what udev passes on.
   const std::string daemon = root + "/run/udev/control";
   if (::access(daemon.c_str(), F_OK) != 0)
     return "udev does not run (no " + daemon + "): devices may not be noticed";
