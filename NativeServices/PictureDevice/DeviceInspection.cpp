@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 
 namespace tarvo {
@@ -12,6 +13,15 @@ namespace {
 
 constexpr std::chrono::seconds kRetryInterval{1};
 constexpr int kRetryLimit = 10;
+
+/// The exception with the status of the failed transaction, where it has one.
+std::string inWords(const std::exception& exception) {
+  std::string words = exception.what();
+  const auto* raised = dynamic_cast<const Exception*>(&exception);
+  const auto status = raised ? int32ForKey(raised->userInfo(), "ptpResponseCode") : std::nullopt;
+  if (status.value_or(status::kOK) != status::kOK) words += ": " + statusText(*status);
+  return words;
+}
 
 }  // namespace
 
@@ -42,7 +52,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
   } catch (const std::exception& exception) {
     TraceLog::trace("handling uncaught exception in completeDeviceInspection: %s",
                     exception.what());
-    report("is not used: " + std::string(exception.what()));
+    report("is not used: " + inWords(exception));
     return nullptr;
   }
 }

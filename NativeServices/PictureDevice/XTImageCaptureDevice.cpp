@@ -129,22 +129,22 @@ std::int32_t XTImageCaptureDevice::imageCount() {
   return pictures ? static_cast<std::int32_t>(pictures->size()) : 0;
 }
 
-std::optional<DeviceObjectList> XTImageCaptureDevice::pictureFiles() {
+std::optional<ObjectReferences> XTImageCaptureDevice::pictureFiles() {
   refreshIcaDictionary();
   const auto* pictures = picturesOf(icaDictionary_);
-  return pictures ? DeviceObjectList(pictures->begin(), pictures->end()) : DeviceObjectList();
+  return pictures ? ObjectReferences(pictures->begin(), pictures->end()) : ObjectReferences();
 }
 
-std::int64_t XTImageCaptureDevice::thumbSize(const DeviceObject& object) {
+std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {
   return int32ForKey(object, "tsiz").value_or(0);
 }
 
-std::int64_t XTImageCaptureDevice::objectSize(const DeviceObject& object) {
+std::int64_t XTImageCaptureDevice::objectSize(const ObjectReference& object) {
   if (!object.is_object()) raiseAssertion("_objectHandle is not a dictionary!");
   return int32ForKey(object, "isiz").value_or(0);
 }
 
-std::optional<std::string> XTImageCaptureDevice::objectFilename(const DeviceObject& object) {
+std::optional<std::string> XTImageCaptureDevice::objectFilename(const ObjectReference& object) {
   return textForKey(object, "ifil");
 }
 

@@ -86,11 +86,11 @@ class XTImageCaptureDevice : public XTPictureDevice {
   std::string description() const override;
   Status loadDeviceInfoUncached() override;
   std::int32_t imageCount() override;
-  std::optional<DeviceObjectList> pictureFiles() override;
-  std::int64_t thumbSize(const DeviceObject& object) override;
-  std::int64_t objectSize(const DeviceObject& object) override;
-  std::optional<std::string> objectFilename(const DeviceObject& object) override;
-  std::optional<ByteBuffer> downloadObject(const DeviceObject&) override { return std::nullopt; }
+  std::optional<ObjectReferences> pictureFiles() override;
+  std::int64_t thumbSize(const ObjectReference& object) override;
+  std::int64_t objectSize(const ObjectReference& object) override;
+  std::optional<std::string> objectFilename(const ObjectReference& object) override;
+  std::optional<ByteBuffer> downloadObject(const ObjectReference&) override { return std::nullopt; }
   Status deleteFilesOfType(std::uint16_t) override { return status::kOK; }
   const CodeList* opCodeList() override { return nullptr; }
   const CodeList* eventCodeList() override { return nullptr; }

@@ -33,8 +33,8 @@ struct XT_AddressBookInfo;
 
 /// Names an object on a device, as its class understands it: a PTP object handle (number), an
 /// Image Capture object dictionary, or the path of a file on a volume.
-using DeviceObject = PropertyDictionary;
-using DeviceObjectList = std::vector<DeviceObject>;
+using ObjectReference = PropertyDictionary;
+using ObjectReferences = std::vector<ObjectReference>;
 using ByteBuffer = std::vector<std::byte>;
 
 /// What the base stores of a device; the field names are those of the device records.
@@ -155,7 +155,7 @@ class XTPictureDevice : public Object {
 
   virtual bool isDocked() { return false; }
   virtual bool isWireless() { return false; }
-  virtual bool isProtected(const DeviceObject&) { return false; }
+  virtual bool isProtected(const ObjectReference&) { return false; }
   virtual bool doesLCBInfoWork() { return false; }
   virtual bool isPTPDevice() const { return false; }
   virtual bool isMSCamera() const { return false; }
@@ -193,7 +193,7 @@ class XTPictureDevice : public Object {
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type);
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
                                               std::uint32_t association);  ///< 0
-  virtual std::optional<DeviceObjectList> pictureFiles();
+  virtual std::optional<ObjectReferences> pictureFiles();
   virtual std::optional<std::vector<std::string>> orderFiles();  ///< local paths
   virtual std::optional<std::vector<PropertyDictionary>> emailOrderList();
   virtual std::optional<std::vector<PropertyDictionary>> printOrderList();
@@ -211,18 +211,18 @@ class XTPictureDevice : public Object {
   virtual Status setAddressBook(const std::string& path);                   ///< -1400
 
   // Objects. Sizes in bytes: 0; objectInfo: -4.
-  virtual std::int64_t thumbSize(const DeviceObject& object);
-  virtual std::int64_t objectSize(const DeviceObject& object);
-  virtual std::optional<std::string> objectFilename(const DeviceObject& object);
-  virtual std::shared_ptr<XTExtendedObjectInfo> objectInfoForHandle(const DeviceObject& object);
+  virtual std::int64_t thumbSize(const ObjectReference& object);
+  virtual std::int64_t objectSize(const ObjectReference& object);
+  virtual std::optional<std::string> objectFilename(const ObjectReference& object);
+  virtual std::shared_ptr<XTExtendedObjectInfo> objectInfoForHandle(const ObjectReference& object);
   virtual Status objectInfo(std::shared_ptr<XTExtendedObjectInfo>& info, std::uint32_t handle);
   virtual std::optional<std::string> hostObjectWrapperFile();  ///< local path
 
   // Transfers. Statuses of downloads: -1400, of sends: -50.
-  virtual std::optional<ByteBuffer> downloadThumb(const DeviceObject& object);
-  virtual Status downloadImage(const DeviceObject& object, const std::string& destination);
-  virtual Status downloadFile(const DeviceObject& object, const std::string& destination);
-  virtual std::optional<ByteBuffer> downloadObject(const DeviceObject& object);
+  virtual std::optional<ByteBuffer> downloadThumb(const ObjectReference& object);
+  virtual Status downloadImage(const ObjectReference& object, const std::string& destination);
+  virtual Status downloadFile(const ObjectReference& object, const std::string& destination);
+  virtual std::optional<ByteBuffer> downloadObject(const ObjectReference& object);
   virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
                                 std::uint32_t parent, std::uint32_t* resultHandle);
   virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle);

@@ -86,7 +86,7 @@ std::int32_t XTPictureDevice::numberOfObjectsOnStore(std::uint32_t, std::uint16_
   return subclassResponsibility(*this, "numberOfObjectsOnStore:ofType:withAssociation:", 0);
 }
 
-std::optional<DeviceObjectList> XTPictureDevice::pictureFiles() {
+std::optional<ObjectReferences> XTPictureDevice::pictureFiles() {
   return subclassResponsibility(*this, "pictureFiles", std::nullopt);
 }
 
@@ -130,19 +130,19 @@ Status XTPictureDevice::setAddressBook(const std::string&) {
   return subclassResponsibility(*this, "setAddressBook:", status::kUnsupported);
 }
 
-std::int64_t XTPictureDevice::thumbSize(const DeviceObject&) {
+std::int64_t XTPictureDevice::thumbSize(const ObjectReference&) {
   return subclassResponsibility(*this, "thumbSize:", 0);
 }
 
-std::int64_t XTPictureDevice::objectSize(const DeviceObject&) {
+std::int64_t XTPictureDevice::objectSize(const ObjectReference&) {
   return subclassResponsibility(*this, "objectSize:", 0);
 }
 
-std::optional<std::string> XTPictureDevice::objectFilename(const DeviceObject&) {
+std::optional<std::string> XTPictureDevice::objectFilename(const ObjectReference&) {
   return subclassResponsibility(*this, "objectFilename:", std::nullopt);
 }
 
-std::shared_ptr<XTExtendedObjectInfo> XTPictureDevice::objectInfoForHandle(const DeviceObject&) {
+std::shared_ptr<XTExtendedObjectInfo> XTPictureDevice::objectInfoForHandle(const ObjectReference&) {
   return subclassResponsibility(*this, "objectInfoForHandle:", nullptr);
 }
 
@@ -154,19 +154,19 @@ std::optional<std::string> XTPictureDevice::hostObjectWrapperFile() {
   return subclassResponsibility(*this, "hostObjectWrapperFile", std::nullopt);
 }
 
-std::optional<ByteBuffer> XTPictureDevice::downloadThumb(const DeviceObject&) {
+std::optional<ByteBuffer> XTPictureDevice::downloadThumb(const ObjectReference&) {
   return subclassResponsibility(*this, "downloadThumb:", std::nullopt);
 }
 
-Status XTPictureDevice::downloadImage(const DeviceObject&, const std::string&) {
+Status XTPictureDevice::downloadImage(const ObjectReference&, const std::string&) {
   return subclassResponsibility(*this, "downloadImage:destination:", status::kUnsupported);
 }
 
-Status XTPictureDevice::downloadFile(const DeviceObject&, const std::string&) {
+Status XTPictureDevice::downloadFile(const ObjectReference&, const std::string&) {
   return subclassResponsibility(*this, "downloadFile:destination:", status::kUnsupported);
 }
 
-std::optional<ByteBuffer> XTPictureDevice::downloadObject(const DeviceObject&) {
+std::optional<ByteBuffer> XTPictureDevice::downloadObject(const ObjectReference&) {
   return subclassResponsibility(*this, "downloadObject:", std::nullopt);
 }
 
