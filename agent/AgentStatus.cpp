@@ -3,8 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "AgentInterface.h"
 #include "Utilities/Format.h"
+#include "agent/AgentInterface.h"
 
 namespace tarvo {
 namespace {

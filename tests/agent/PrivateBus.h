@@ -13,11 +13,13 @@ namespace tarvo::test {
 
 class PrivateBus {
  public:
-  PrivateBus() {
+  /// Listens at `address`, or at one of the daemon's choice.
+  explicit PrivateBus(const std::string& address = "unix:tmpdir=/tmp") {
     const auto flags = static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
                                                      G_SUBPROCESS_FLAGS_STDERR_SILENCE);
     daemon_.reset(g_subprocess_new(flags, nullptr, "dbus-daemon", "--session", "--nofork",
-                                   "--nopidfile", "--print-address", nullptr));
+                                   "--nopidfile", "--print-address",
+                                   ("--address=" + address).c_str(), nullptr));
     if (!daemon_) return;
     const GObjectPtr<GDataInputStream> output(
         g_data_input_stream_new(g_subprocess_get_stdout_pipe(daemon_.get())));
