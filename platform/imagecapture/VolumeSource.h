@@ -1,0 +1,44 @@
+// Finds volumes: every filesystem on a USB disk that is mounted directly in the volumes folder is a
+// device, a camera's when it holds a folder DCIM.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Utilities/LogSink.h"
+#include "platform/foundation/MountTable.h"
+#include "platform/imagecapture/DeviceSink.h"
+#include "platform/iokit/Registry.h"
+
+namespace tarvo {
+
+/// Main thread only. The one watcher of the mount table.
+class VolumeSource {
+ public:
+  /// Reports what is mounted at once, and what comes and goes while it lives.
+  VolumeSource(Registry& registry, MountTable& mounts, DeviceSink& sink, LogSink log);
+  ~VolumeSource();
+  VolumeSource(const VolumeSource&) = delete;
+  VolumeSource& operator=(const VolumeSource&) = delete;
+
+ private:
+  struct Volume {
+    Mount mount;
+    ICAObject object;  // 0 for a volume that is no device
+  };
+
+  void mountsChanged();
+  void volumeCame(const Mount& mount);
+  std::vector<Mount> volumesMounted() const;
+  std::string nameOfVolume(std::string_view mountPoint) const;
+  std::optional<FoundDevice> describe(const Mount& mount);
+
+  Registry& registry_;
+  MountTable& mounts_;
+  DeviceSink& sink_;
+  LogSink log_;
+  std::vector<Volume> volumes_;
+};
+
+}  // namespace tarvo

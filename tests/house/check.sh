@@ -1,0 +1,108 @@
+#!/usr/bin/env bash
+# Checks a tree against the rules of the house: check.sh TREE. Prints every breach, exits 1 on any.
+#  1. A folder includes only folders that stand after it in the list below.
+#  2. A source file includes its own header first.
+#  3. A header begins with a comment that says what it is for, and has #pragma once.
+#  4. Every top-level folder has a README with the common headings.
+set -euo pipefail
+tree=${1:?usage: check.sh TREE}
+cd "$tree"
+
+# Highest room first. A folder that is not named here belongs to its parent.
+rooms=(agent tools relay viewer msc identify NativeServices/PictureDevice identify/models
+  NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
+  platform/iokit platform/foundation Utilities)
+headings=("## Purpose" "## Interfaces" "## Outside world" "## Tests")
+breaches=0
+
+breach() {
+  printf '%s\n' "$*"
+  breaches=$((breaches + 1))
+}
+
+# room_of FILE: its room's place in the list, or nothing.
+declare -A place
+for i in "${!rooms[@]}"; do place[${rooms[$i]}]=$i; done
+room_of() {
+  local folder
+  folder=$(dirname "$1")
+  while [ "$folder" != . ]; do
+    if [ -n "${place[$folder]:-}" ]; then
+      echo "${place[$folder]}"
+      return
+    fi
+    folder=$(dirname "$folder")
+  done
+}
+
+check_layers() {
+  local file from line included to
+  while IFS= read -r line; do
+    file=${line%%:*}
+    included=${line#*\"}
+    included=${included%%\"*}
+    from=$(room_of "$file")
+    to=$(room_of "$included")
+    case $file in
+      simulator/*)
+        case $included in
+          simulator/* | Utilities/* | NativeServices/PictureDevice/XT*PTPDataSet.h | \
+            NativeServices/PictureDevice/XTUInt128.h) ;;
+          *) breach "$file includes $included; the simulator uses Utilities and the codec only" ;;
+        esac
+        ;;
+      *)
+        [ -n "$from" ] || continue
+        if [ -z "$to" ]; then
+          breach "$file includes $included, which is in no room"
+        elif [ "$to" -lt "$from" ]; then
+          breach "$file includes $included: ${rooms[$from]} may not know ${rooms[$to]}"
+        fi
+        ;;
+    esac
+  done < <(grep -rnE '^#include "' --include='*.h' --include='*.cpp' \
+    $(ls -d agent tools relay viewer msc identify NativeServices platform Utilities simulator \
+      2>/dev/null) | sed -E 's/^([^:]+):[0-9]+:/\1:/')
+}
+
+check_sources() {
+  local file own first
+  while IFS= read -r -d '' file; do
+    case $file in
+      *.cpp)
+        own=${file%.cpp}.h
+        [ -f "$own" ] || continue
+        first=$(grep -m1 '^#include' "$file" || true)
+        [ "$first" = "#include \"$own\"" ] || breach "$file does not include $own first"
+        ;;
+      *.h)
+        head -n 1 "$file" | grep -q '^//' || breach "$file does not open with what it is for"
+        grep -q '^#pragma once' "$file" || breach "$file has no #pragma once"
+        ;;
+    esac
+  done < <(find agent tools relay viewer msc identify NativeServices platform Utilities simulator \
+    \( -name '*.h' -o -name '*.cpp' \) -print0 2>/dev/null)
+}
+
+check_readmes() {
+  local folder heading
+  for folder in */; do
+    folder=${folder%/}
+    case $folder in build | cmake | docs) continue ;; esac
+    if [ ! -f "$folder/README.md" ]; then
+      breach "$folder has no README.md"
+      continue
+    fi
+    for heading in "${headings[@]}"; do
+      grep -qx "$heading" "$folder/README.md" || breach "$folder/README.md lacks '$heading'"
+    done
+  done
+}
+
+check_layers
+check_sources
+check_readmes
+[ "$breaches" -eq 0 ] || {
+  echo "$breaches breaches of the house rules"
+  exit 1
+}
