@@ -115,8 +115,9 @@ bool BusConnection::waitUntilSettled() {
 }
 
 void BusConnection::addObserver(const void* observer, Connected connected, Lost lost) {
-  observers_.push_back({observer, connected, std::move(lost)});
-  if (connection_ && connected) connected(connection_.get());
+  observers_.push_back({observer, std::move(connected), std::move(lost)});
+  const Connected call = observers_.back().connected;  // it may add and remove observers
+  if (connection_ && call) call(connection_.get());
 }
 
 void BusConnection::removeObserver(const void* observer) {

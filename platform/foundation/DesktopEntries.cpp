@@ -110,7 +110,8 @@ void DesktopEntries::readFolder(const std::string& folder, const std::string& id
   if (!listing) return;
   while (const dirent* item = ::readdir(listing.get())) {
     const std::string name = item->d_name;
-    const std::string path = folder + "/" + name;
+    std::string path = folder;
+    path.append("/").append(name);
     if (name.ends_with(kSuffix)) {
       const auto identifier = idPrefix + name.substr(0, name.size() - kSuffix.size());
       if (known.insert(identifier).second) readEntry(path, identifier);

@@ -42,7 +42,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
   bool isValid() const override { return valid_; }
 
   void invalidate() override {
-    const auto keepAlive = shared_from_this();
+    const auto keepAlive = weak_from_this().lock();
     valid_ = false;
     source_.reset();
     fire_ = nullptr;  // lets go of what it captured, which may hold this timer

@@ -24,7 +24,7 @@ std::string parentOf(const std::string& path) {
 
 }  // namespace
 
-PathWatch::PathWatch(std::string path, std::function<void()> appeared, LogSink log)
+PathWatch::PathWatch(const std::string& path, std::function<void()> appeared, LogSink log)
     : path_(takeText(g_canonicalize_filename(path.c_str(), "/"))),
       appeared_(std::move(appeared)),
       log_(std::move(log)),

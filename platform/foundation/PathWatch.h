@@ -16,7 +16,7 @@ class PathWatch {
  public:
   /// Calls `appeared` from the main loop each time that `path` is created, moved into place, or
   /// changes its attributes, from now until the watch is destroyed.
-  PathWatch(std::string path, std::function<void()> appeared, LogSink log);
+  PathWatch(const std::string& path, std::function<void()> appeared, LogSink log);
   ~PathWatch();
   PathWatch(const PathWatch&) = delete;
   PathWatch& operator=(const PathWatch&) = delete;
