@@ -23,9 +23,11 @@ class PathWatch {
 
  private:
   static gboolean readable(int fd, GIOCondition condition, gpointer self);
+  /// Takes all events that wait, then looks once whether the path is there.
   void readEvents();
   /// Puts the watch on the nearest folder that exists.
   void watchNearestFolder();
+  /// False when `folder` cannot be watched, which mostly means that it does not exist.
   bool watchFolder(const std::string& folder);
 
   std::string path_;
