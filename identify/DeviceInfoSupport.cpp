@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view kTypePTP = "PTP";
 constexpr std::string_view kTypeMassStorage = "MSC";
 constexpr std::string_view kTypeCard = "card";
-constexpr std::string_view kTypeUnsupported = "";
+constexpr std::string_view kTypeUnsupported;
 
 template <typename Target, typename Value>
 void write(Target* target, const Value& value) {
