@@ -14,19 +14,22 @@ namespace tarvo {
 
 /// A device as its source describes it.
 struct FoundDevice {
-  PropertyDictionary dictionary;
+  PropertyDictionary dictionary;  ///< as copyObjectPropertyDictionary gives it
   /// The interface that its messages go to; none for a volume.
   std::optional<ptp::USBInterfaceAddress> interface;
 };
 
+/// Main thread only.
 class DeviceSink {
  public:
   virtual ~DeviceSink() = default;
   /// Makes an object of the device and tells who is registered for it.
   virtual ICAObject deviceCame(FoundDevice device) = 0;
+  /// Ends the object, tells who is registered for it, and lets the registrations go with it.
   virtual void deviceWent(ICAObject object) = 0;
 };
 
+/// Last components of the module paths by which clients tell the classes of devices apart.
 namespace device_module {
 inline constexpr std::string_view kPTPCamera = "PTPCamera.app";
 inline constexpr std::string_view kMassStorageCamera = "MassStorageCamera.app";

@@ -19,6 +19,7 @@ class EventRegistrations {
   /// Calls who is registered for the event's object, then who is registered for any. An exception
   /// is logged and keeps the event from nobody else.
   void deliver(const ICAEvent& event) const;
+  /// Ends every registration of the object.
   void forget(ICAObject object);
 
  private:

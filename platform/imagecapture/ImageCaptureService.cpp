@@ -117,6 +117,7 @@ ICAObject ImageCaptureService::deviceCame(FoundDevice found) {
   std::shared_ptr<PTPChannel> channel;
   if (found.interface) channel = std::make_shared<PTPChannel>(connector_, *found.interface);
   const DeviceObject& device = objects_.add(std::move(found.dictionary), std::move(channel));
+  // Listeners may bring about other arrivals, which move the table: take what is needed first.
   const ICAObject object = device.handle;
   const std::string name = nameOf(device);
   logTo(log_, LogLevel::kDebug, formatted("device 0x%X came: '%s'", object, name.c_str()));
@@ -125,6 +126,7 @@ ICAObject ImageCaptureService::deviceCame(FoundDevice found) {
 }
 
 void ImageCaptureService::deviceWent(ICAObject object) {
+  // First off the table, then told: who enumerates on hearing of it does not find it any more.
   const DeviceObject device = objects_.remove(object);
   if (device.handle == 0) return;
   if (device.channel) device.channel->deviceWent();
@@ -140,11 +142,12 @@ Status ImageCaptureService::sendMessage(ICAObjectSendMessagePB& block) {
   // Neither a message to a volume's interface nor the deletion of a whole device makes sense.
   if (device->isVolume() || block.messageType == ica::kMessageDelete)
     return status::kICAInvalidObject;
-  const std::shared_ptr<PTPChannel> channel = device->channel;
+  const std::shared_ptr<PTPChannel> channel = device->channel;  // the table may change meanwhile
   std::string why;
   Status result = status::kOK;
   const auto scope = PTPScope::open(channel, &result, &why);
   if (scope) result = runMessage(*channel, block, &why);
+  // The caller reports the status as loudly as the device deserves; the words are for the curious.
   if (result != status::kOK && !why.empty())
     logTo(log_, LogLevel::kDebug, formatted("device 0x%X: %s", block.object, why.c_str()));
   return result;

@@ -41,9 +41,11 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   std::unique_ptr<ICAScope> openScope(ICAObject device, Status* failure, std::string* why) override;
 
  private:
+  // What the sources tell.
   ICAObject deviceCame(FoundDevice device) override;
   void deviceWent(ICAObject object) override;
 
+  // A message holds the channel for its own length; inside a scope that costs nothing.
   Status sendMessage(ICAObjectSendMessagePB& block);
   Status runMessage(PTPChannel& channel, ICAObjectSendMessagePB& block, std::string* why);
 
@@ -51,6 +53,7 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   LogSink log_;
   ObjectTable objects_;
   EventRegistrations events_;
+  // The sources speak to the members above as soon as they are made, so they come last.
   PTPSource cameras_;
   VolumeSource volumes_;
 };

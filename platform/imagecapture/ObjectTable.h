@@ -9,6 +9,7 @@
 
 namespace tarvo {
 
+/// A device with what its messages need.
 struct DeviceObject {
   ICAObject handle = 0;
   PropertyDictionary dictionary;

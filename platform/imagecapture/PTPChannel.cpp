@@ -20,11 +20,13 @@ Status PTPChannel::hold(std::string* why) {
 }
 
 void PTPChannel::release() {
+  // The connection closes its session by itself when it goes.
   if (--holders_ == 0) connection_.reset();
 }
 
 void PTPChannel::deviceWent() {
   isGone_ = true;
+  // Holders stay counted, so that each may still release.
   connection_.reset();
 }
 
@@ -42,6 +44,7 @@ Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {
 
 Status PTPChannel::ensureSession(ptp::Transaction& transaction) {
   if (hasSession_) return status::kOK;
+  // Positive values are response codes: the device has answered, and the record says so.
   const Status result = connection_->openSession();
   hasSession_ = result == status::kOK;
   if (result <= status::kOK) return result;

@@ -11,15 +11,19 @@
 namespace tarvo {
 namespace {
 
+// The record comes from a client's hands. Its counts are checked against what it really holds
+// before anything is read or written by them.
 bool isWellFormed(const PTPPassThroughRecord& record) {
   const PTPPassThroughPB& pb = record.pb();
   constexpr std::uint32_t kHighestCode = 0xFFFF;
   if (pb.commandCode > kHighestCode || pb.numOfInputParams > std::size(pb.params)) return false;
+  // A client that closed the session would close it under every other one.
   if (pb.commandCode == ptp::kOpenSession || pb.commandCode == ptp::kCloseSession) return false;
   if (pb.dataUsageMode > kNoData) return false;
   return pb.dataUsageMode == kNoData || pb.dataSize <= record.data().size();
 }
 
+// Parameters that the device left out are cleared: the operation's own stood in their place.
 void storeResponse(const ptp::Transaction& transaction, PTPPassThroughPB& pb) {
   pb.resultCode = transaction.responseCode;
   const std::size_t given = std::min<std::size_t>(transaction.responseParameterCount,
@@ -48,6 +52,7 @@ Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::strin
   transaction.parameterCount = pb.numOfInputParams;
   std::copy_n(pb.params, pb.numOfInputParams, transaction.parameters.begin());
 
+  // No copy on the way: the transport works in the record's own data area.
   const auto area = record.data().first(pb.dataUsageMode == kNoData ? 0 : pb.dataSize);
   ptp::MemorySource source(area);
   ptp::MemorySink sink(area);
@@ -66,6 +71,7 @@ Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::strin
 Status setClock(PTPChannel& channel, std::time_t now, std::string* why) {
   std::tm local{};
   ::localtime_r(&now, &local);
+  // ISO 15740, 5.3.5.1: local time, no zone.
   char text[sizeof "YYYYMMDDThhmmss"] = {};
   std::strftime(text, sizeof text, "%Y%m%dT%H%M%S", &local);
   const auto value = ptpString(text);

@@ -20,11 +20,13 @@ class PTPSource {
  private:
   void interfaceCame(ServiceHandle service);
   void interfaceWent(ServiceHandle service);
+  /// None for an interface that has lost its device or its place by now.
   std::optional<FoundDevice> describe(ServiceHandle service);
 
   Registry& registry_;
   DeviceSink& sink_;
   LogSink log_;
+  // Handles are what tells an interface that is found and announced as well from two.
   std::map<ServiceHandle, ICAObject> devices_;
   std::unique_ptr<RegistrySubscription> subscription_;
 };

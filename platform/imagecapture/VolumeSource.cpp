@@ -30,6 +30,8 @@ void VolumeSource::mountsChanged() {
   const auto isGone = [&](const Volume& volume) {
     return std::ranges::find(present, volume.mount) == present.end();
   };
+  // A volume that was mounted anew from another disk has gone and come: both are told in this
+  // order.
   std::vector<Volume> gone;
   std::ranges::copy_if(volumes_, std::back_inserter(gone), isGone);
   std::erase_if(volumes_, isGone);

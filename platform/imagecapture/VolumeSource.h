@@ -25,13 +25,16 @@ class VolumeSource {
  private:
   struct Volume {
     Mount mount;
-    ICAObject object;  // 0 for a volume that is no device
+    ICAObject object;  // 0 for one that is no device, kept so that it is examined once only
   };
 
+  /// Compares the table with what is known. The kernel says that something changed, never what.
   void mountsChanged();
   void volumeCame(const Mount& mount);
   std::vector<Mount> volumesMounted() const;
+  /// Last component of a path directly in the volumes folder; empty for any other.
   std::string nameOfVolume(std::string_view mountPoint) const;
+  /// None for what is not mounted from a disk on USB.
   std::optional<FoundDevice> describe(const Mount& mount);
 
   Registry& registry_;

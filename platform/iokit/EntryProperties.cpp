@@ -12,8 +12,10 @@
 namespace tarvo {
 namespace {
 
+/// Peripheral device type of an optical drive (SPC-4, 6.4.2).
 constexpr int kSCSIOpticalDrive = 5;
 
+// Which udev devices are entries, and what a client sees as their class.
 struct KindOfDevice {
   std::string_view subsystem;
   std::string_view devtype;  // empty: any
@@ -27,6 +29,8 @@ constexpr std::array<KindOfDevice, 4> kKinds{{
     {"block", "", kBlockEntry, "block"},
 }};
 
+// Where a key can be found at all. A search for "device-type" need not read a single USB device,
+// and one for a key that is not here reads nothing.
 struct KindsWithKey {
   std::string_view key;
   unsigned kinds;
@@ -54,6 +58,8 @@ std::string_view orEmpty(const char* text) {
   return text ? text : "";
 }
 
+// Vendors pad their names with blanks, SCSI inquiry data always so; and nothing that a device says
+// is known to be UTF-8.
 std::string cleaned(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r\n";
   const auto first = text.find_first_not_of(kBlanks);
@@ -71,6 +77,7 @@ std::optional<std::string> textAttribute(GUdevDevice* device, const char* name) 
   return cleaned(value);
 }
 
+// The whole attribute must be the number: half a number is as wrong as none.
 std::optional<unsigned> numberAttribute(GUdevDevice* device, const char* name, int base) {
   const auto text = textAttribute(device, name);
   if (!text) return std::nullopt;
@@ -88,6 +95,7 @@ void setNumber(PropertyDictionary& properties, const char* key, std::optional<un
   if (number) properties[key] = *number;
 }
 
+// The three numbers by which the upper rooms know a USB device.
 void addUSBIdentity(PropertyDictionary& properties, GUdevDevice* usbDevice) {
   setNumber(properties, "idVendor", numberAttribute(usbDevice, "idVendor", 16));
   setNumber(properties, "idProduct", numberAttribute(usbDevice, "idProduct", 16));
@@ -97,6 +105,8 @@ void addUSBIdentity(PropertyDictionary& properties, GUdevDevice* usbDevice) {
   }
 }
 
+// udev names the node once it has processed the device; the kernel's own name for it is the same,
+// so an entry that is read earlier has it too.
 void addDeviceNode(PropertyDictionary& properties, GUdevDevice* usbDevice) {
   if (const char* node = g_udev_device_get_device_file(usbDevice)) {
     properties["USB Device Node"] = node;
@@ -123,6 +133,7 @@ void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
     setNumber(properties, key, numberAttribute(device, key, 16));
 }
 
+// libudev cannot list children, but a unit has one block device at most, in a folder of that name.
 std::string nameOfBlockChild(const std::string& unitPath) {
   GDir* folder = g_dir_open((unitPath + "/block").c_str(), 0, nullptr);
   if (!folder) return {};
@@ -139,28 +150,35 @@ std::string_view addressInHost(std::string_view unitName) {
   return colon == std::string_view::npos ? unitName : unitName.substr(colon + 1);
 }
 
-// The same unit of the same USB device in the same place has the same GUID at every plug.
-PropertyDictionary guidOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
-                              const PropertyDictionary& properties) {
-  std::string identity = sysfsPath(unit);
-  if (usbDevice) {
-    identity = formatted("%u/%u/%u/", properties.value("idVendor", 0U),
-                         properties.value("idProduct", 0U), properties.value("locationID", 0U));
-    identity += textAttribute(usbDevice, "serial").value_or("");
-    identity += '/';
-    identity += addressInHost(orEmpty(g_udev_device_get_name(unit)));
-  }
+// What makes a unit the same one at its next plug: the USB device, its place and the unit's address
+// in it. A unit elsewhere (a SATA drive, say) is known by where it is.
+std::string identityOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
+                           const PropertyDictionary& properties) {
+  if (!usbDevice) return sysfsPath(unit);
+  std::string identity =
+      formatted("%u/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U),
+                properties.value("locationID", 0U));
+  identity += textAttribute(usbDevice, "serial").value_or("");
+  identity += '/';
+  identity += addressInHost(orEmpty(g_udev_device_get_name(unit)));
+  return identity;
+}
+
+// Linux gives units no GUID, so one is derived; a digest keeps it as long as every other.
+PropertyDictionary guidFrom(const std::string& identity) {
+  constexpr std::size_t kGUIDSize = 16;
+  std::array<std::uint8_t, 32> bytes{};
+  gsize length = bytes.size();
   GChecksum* digest = g_checksum_new(G_CHECKSUM_SHA256);
   g_checksum_update(digest, reinterpret_cast<const guchar*>(identity.data()),
                     static_cast<gssize>(identity.size()));
-  std::array<std::uint8_t, 32> bytes{};
-  gsize length = bytes.size();
   g_checksum_get_digest(digest, bytes.data(), &length);
   g_checksum_free(digest);
-  constexpr std::size_t kGUIDSize = 16;
   return PropertyDictionary::binary({bytes.begin(), bytes.begin() + kGUIDSize});
 }
 
+// A unit speaks for the USB device that it is part of, so that a client can tell whose unit it is
+// without walking upwards. The "USB ..." keys stay with the USB device: they mark it.
 void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
   if (numberAttribute(unit, "type", 10) == kSCSIOpticalDrive) properties["device-type"] = "DVD";
   properties["Device Characteristics"] = {
@@ -172,11 +190,13 @@ void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
     properties["Protocol Characteristics"] = {{"Physical Interconnect", "USB"}};
     addUSBIdentity(properties, usbDevice.get());
   }
-  properties["SCSITaskUserClient GUID"] = guidOfUnit(unit, usbDevice.get(), properties);
+  properties["SCSITaskUserClient GUID"] =
+      guidFrom(identityOfUnit(unit, usbDevice.get(), properties));
   const std::string block = nameOfBlockChild(sysfsPath(unit));
   if (!block.empty()) properties["BSD Name"] = block;
 }
 
+// What one key of a matching dictionary leaves of the kinds.
 unsigned kindsWithKey(std::string_view key, const PropertyDictionary& value) {
   if (key == kPropertyMatchKey) return kindsThatCanMatch(value);
   if (key == "IOClass") {
@@ -231,6 +251,7 @@ unsigned kindsThatCanMatch(const PropertyDictionary& match) {
 std::uint32_t usbLocationID(unsigned bus, std::string_view portPath) {
   constexpr unsigned kHighestPort = 15;
   std::uint32_t location = (bus & 0xFFU) << 24;
+  // One turn for each level of hubs; six nibbles are left below the bus.
   for (int shift = 20; shift >= 0 && !portPath.empty(); shift -= 4) {
     const auto dot = std::min(portPath.find('.'), portPath.size());
     unsigned port = 0;

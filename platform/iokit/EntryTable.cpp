@@ -21,6 +21,7 @@ EntryTable::Entry* EntryTable::findPath(std::string_view path) {
 }
 
 std::vector<ServiceHandle> EntryTable::above(std::string_view path) const {
+  // An ancestor's path is the front of the path, up to a slash.
   std::vector<const Entry*> found;
   for (const Entry& entry : entries_) {
     const auto length = entry.path.size();

@@ -28,14 +28,19 @@ class SCSIUnitAssembly {
   SCSIUnitAssembly(const SCSIUnitAssembly&) = delete;
   SCSIUnitAssembly& operator=(const SCSIUnitAssembly&) = delete;
 
-  /// The unit is there. Its nodes may be seen before it; `wantsBlock` tells whether it gets a block
-  /// device at all. Seeing something twice changes nothing.
+  /// The unit is there. `wantsBlock` tells whether it gets a block device at all. Seeing something
+  /// twice changes nothing.
   void unitSeen(std::string_view unit, bool wantsBlock);
+  /// A node of the unit is there, which may be seen before the unit itself.
   void nodeSeen(std::string_view unit, bool wantsBlock, Node node);
+  /// The unit went, complete or not: it is not waited for any more.
   void unitGone(std::string_view unit);
+  /// True between the first that was seen of the unit and its completion.
   bool isWaiting(std::string_view unit) const;
 
  private:
+  /// A unit on its way, with what has been seen of it. Order does not matter: several udev workers
+  /// run at once, and a node's event may overtake another's.
   struct Waiting {
     std::string unit;
     bool wantsBlock;

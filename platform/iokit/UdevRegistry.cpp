@@ -1,19 +1,12 @@
 #include "platform/iokit/UdevRegistry.h"
 
-#include <linux/netlink.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
-#include "Utilities/FileDescriptor.h"
-#include "Utilities/Format.h"
 #include "platform/foundation/MainLoopGuard.h"
 #include "platform/iokit/PropertyMatch.h"
+#include "platform/iokit/UdevPresence.h"
 
 namespace tarvo {
 namespace {
@@ -61,7 +54,8 @@ UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
       client_(g_udev_client_new(kWatched.data())),
       assembly_(runLoop, [this](const std::string& path) { unitComplete(path); }) {
   g_signal_connect(client_.get(), "uevent", G_CALLBACK(onUevent), this);
-  reportMissingUdev();
+  const std::string missing = missingPartOfUdev();
+  if (!missing.empty()) logTo(log_, LogLevel::kWarning, missing);
 }
 
 UdevRegistry::~UdevRegistry() {
@@ -71,6 +65,7 @@ UdevRegistry::~UdevRegistry() {
 std::optional<PropertyDictionary> UdevRegistry::properties(ServiceHandle service) {
   const EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
+  // A device that is still there is read anew; what was kept is for its last announcement.
   if (const GUdevDevicePtr device = deviceAt(entry->path))
     return entryProperties(device.get(), entryKind(device.get()));
   return entry->kept;
@@ -98,10 +93,12 @@ std::vector<ServiceHandle> UdevRegistry::servicesMatching(const PropertyDictiona
 }
 
 std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_view bsdName) {
+  // A name is looked up as a file of sysfs: it must not lead anywhere else.
   if (bsdName.empty() || bsdName.find('/') != std::string_view::npos) return {};
   const GUdevDevicePtr block(g_udev_client_query_by_subsystem_and_name(
       client_.get(), "block", std::string(bsdName).c_str()));
   if (!block) return {};
+  // The disk before its unit, which bears the same name.
   std::vector<ServiceHandle> found{entries_.intern(sysfsPath(block.get()))};
   if (const GUdevDevicePtr unit = scsiUnitAbove(block.get()))
     found.push_back(entries_.intern(sysfsPath(unit.get())));
@@ -114,6 +111,7 @@ std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
   subscriber->kinds = kindsThatCanMatch(match);
   subscriber->appeared = std::move(appeared);
   subscriber->terminated = std::move(terminated);
+  // What is there already is never announced, though udev may repeat its "add" at any time.
   visitMatching(match, [&](const std::string& path, PropertyDictionary properties) {
     remember(*subscriber, path, std::move(properties));
   });
@@ -151,14 +149,16 @@ void UdevRegistry::nodeCame(GUdevDevice* device) {
                      isBlock ? SCSIUnitAssembly::Node::kBlock : SCSIUnitAssembly::Node::kGeneric);
 }
 
+// The unit's own end may come before its nodes do.
 void UdevRegistry::unitComplete(const std::string& path) {
   if (const GUdevDevicePtr unit = deviceAt(path)) entryCame(unit.get(), kSCSIUnitEntry);
 }
 
+// Whoever has heard of the entry before does not hear of it again: events repeat themselves.
 void UdevRegistry::entryCame(GUdevDevice* device, EntryKind kind) {
   const PropertyDictionary properties = entryProperties(device, kind);
   const std::string path = sysfsPath(device);
-  const Subscribers round = *subscribers_;
+  const Subscribers round = *subscribers_;  // callbacks may subscribe and unsubscribe
   for (const auto& subscriber : round) {
     if (!(subscriber->kinds & kind) || !propertiesMatch(properties, subscriber->match)) continue;
     const ServiceHandle service = entries_.intern(path);
@@ -168,6 +168,7 @@ void UdevRegistry::entryCame(GUdevDevice* device, EntryKind kind) {
   }
 }
 
+// sysfs has lost the device by now, so its path is all there is to go by.
 void UdevRegistry::entryWent(const std::string& path) {
   assembly_.unitGone(path);
   const EntryTable::Entry* entry = entries_.findPath(path);
@@ -202,6 +203,7 @@ void UdevRegistry::visitSubsystem(const char* subsystem, unsigned kinds,
   g_list_free_full(devices, g_object_unref);
 }
 
+// Where nobody can be interested, nothing is read and no timer started.
 bool UdevRegistry::isWanted(unsigned kinds) const {
   return std::ranges::any_of(*subscribers_, [&](const auto& each) { return each->kinds & kinds; });
 }
@@ -213,6 +215,7 @@ bool UdevRegistry::isAnnounced(const std::string& path) {
          });
 }
 
+// Properties are kept only for those who want to hear of the end.
 void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
                             PropertyDictionary properties) {
   const ServiceHandle service = entries_.intern(path);
@@ -227,21 +230,6 @@ void UdevRegistry::call(const Callback& callback, ServiceHandle service, const c
 
 GUdevDevicePtr UdevRegistry::deviceAt(const std::string& path) const {
   return GUdevDevicePtr(g_udev_client_query_by_sysfs_path(client_.get(), path.c_str()));
-}
-
-void UdevRegistry::reportMissingUdev() const {
-  const FileDescriptor events(
-      ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
-  if (!events.isOpen()) {
-    logTo(log_, LogLevel::kWarning,
-          formatted("no device events (%s): devices that come and go are not noticed",
-                    std::strerror(errno)));
-  } else if (::access("/sys/bus", F_OK) != 0) {
-    logTo(log_, LogLevel::kWarning, "no /sys: devices cannot be found");
-  } else if (::access("/run/udev/control", F_OK) != 0) {
-    logTo(log_, LogLevel::kWarning,
-          "udev does not run (no /run/udev/control): devices may not be noticed");
-  }
 }
 
 }  // namespace tarvo

@@ -40,9 +40,10 @@ class UdevRegistry : public Registry {
                                                                 Callback terminated) override;
 
  private:
+  /// One registration. Shared, because a round of announcements may outlast it.
   struct Subscriber {
     PropertyDictionary match;
-    unsigned kinds;
+    unsigned kinds;  // what can match at all; none once the subscription has ended
     Callback appeared;
     Callback terminated;
     std::vector<ServiceHandle> known;  // entries that need no further announcement
@@ -51,6 +52,7 @@ class UdevRegistry : public Registry {
   class Subscription;
   using Visitor = std::function<void(const std::string& path, PropertyDictionary properties)>;
 
+  // What udev reports.
   static void onUevent(GUdevClient*, const gchar* action, GUdevDevice* device, gpointer self);
   void handleEvent(std::string_view action, GUdevDevice* device);
   void nodeCame(GUdevDevice* device);
@@ -58,15 +60,16 @@ class UdevRegistry : public Registry {
   void entryCame(GUdevDevice* device, EntryKind kind);
   void entryWent(const std::string& path);
 
+  // What is there.
   void visitMatching(const PropertyDictionary& match, const Visitor& visit);
   void visitSubsystem(const char* subsystem, unsigned kinds, const PropertyDictionary& match,
                       const Visitor& visit);
+  // What has been said.
   bool isWanted(unsigned kinds) const;
   bool isAnnounced(const std::string& path);
   void remember(Subscriber& subscriber, const std::string& path, PropertyDictionary properties);
   void call(const Callback& callback, ServiceHandle service, const char* what);
   GUdevDevicePtr deviceAt(const std::string& path) const;
-  void reportMissingUdev() const;
 
   LogSink log_;
   GUdevClientPtr client_;
