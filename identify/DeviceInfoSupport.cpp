@@ -14,8 +14,9 @@ namespace {
 constexpr std::string_view kTypePTP = "PTP";
 constexpr std::string_view kTypeMassStorage = "MSC";
 constexpr std::string_view kTypeCard = "card";
-constexpr std::string_view kTypeUnsupported = "";
+constexpr std::string_view kTypeUnsupported;
 
+/// Out-arguments may be null.
 template <typename Target, typename Value>
 void write(Target* target, const Value& value) {
   if (target) *target = value;
@@ -71,6 +72,7 @@ std::optional<PropertyDictionary> DeviceInfoSupport::getRootUSBDictionaryForServ
   if (auto ancestors = registry.ancestors(service); !ancestors) {
     TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateIterator failed");
   } else {
+    // The service itself counts: it may be the USB device.
     ancestors->insert(ancestors->begin(), service);
     for (const ServiceHandle current : *ancestors) {
       auto properties = registry.properties(current);

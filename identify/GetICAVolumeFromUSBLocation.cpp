@@ -84,6 +84,7 @@ std::optional<std::vector<ICAVolume>> GetICABSDNames() {
   Status headerErr = status::kOK;
   const Status error = services.imageCapture.getChildCount(list, count, headerErr);
   if (error != status::kOK || headerErr != status::kOK) {
+    // The header's error is not shown; this is intended.
     logDebug(formatted("ICAGetChildCount error: %d, header err", error));
     return std::nullopt;
   }

@@ -96,6 +96,7 @@ bool isOperationSupported(std::uint16_t operation, const CodeList* listed,
                           bool hasMakersExtension) {
   if (operation >= ptp::kGetDeviceInfo && operation <= ptp::kCloseSession) return true;
   if (!listed || !containsCode(*listed, operation)) return false;
+  // A vendor code of another vendor's device means something else there.
   const bool isStandard =
       operation >= ptp::kGetDeviceInfo && operation <= ptp::kInitiateOpenCapture;
   return isStandard || hasMakersExtension;

@@ -11,6 +11,7 @@ namespace tarvo {
 
 namespace {
 
+// Who holds an interface often lets it go soon: a volume monitor that looks at every new camera.
 constexpr std::chrono::seconds kRetryInterval{1};
 constexpr int kRetryLimit = 10;
 
@@ -59,6 +60,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
 
 void DeviceInspection::interfaceRefused(Status failure, const std::string& why) {
   auto& pending = room_.pendingInspections();
+  // A timer waits, not the loop: other devices come and go meanwhile.
   const bool isWorthARetry = failure == status::kICADeviceBusy &&
                              isOfMaker(properties_, room_.services().maker) &&
                              pending.countRetry(object_, kRetryLimit);

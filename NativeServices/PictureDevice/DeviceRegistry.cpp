@@ -42,12 +42,14 @@ void DeviceRegistry::notify(std::string_view name, XTPictureDevice& device) {
     center_.post(notification);
     return;
   }
+  // Delivered from the loop, so that observers are never called from inside discovery.
   runLoop_.performOnMainThread([this, alive = alive_, notification = std::move(notification)] {
     if (*alive) postAtIdleTime(notification);
   });
 }
 
 void DeviceRegistry::postAtIdleTime(const Notification& notification) {
+  // The style of now, not that of the discovery which deferred it.
   queue_.enqueue(notification, discoveryNotificationPostingStyle);
 }
 

@@ -54,6 +54,7 @@ bool PassThroughTransaction::run(XTImageCaptureDevice& device) {
 }
 
 Status PassThroughTransaction::outcome() const {
+  // The response says more than the message's status; the status counts when the response is OK.
   if (!hadObject_) return status::kPTPSessionNotOpen;
   const auto response = static_cast<Status>(responseCode());
   if (response == status::kPTPOK) return status_;
@@ -66,6 +67,7 @@ std::span<const std::byte> PassThroughTransaction::received() const {
 }
 
 XTPTPDataSet PassThroughTransaction::reader() const {
+  // The whole room, not what was received: the rest was cleared and reads as zeros.
   return XTPTPDataSet::ptpDataSetWithBytesNoCpy(record_.data(), kPTPByteOrder);
 }
 

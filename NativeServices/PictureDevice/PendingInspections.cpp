@@ -18,7 +18,7 @@ void PendingInspections::schedule(ICAObject object, std::chrono::milliseconds de
                                   std::function<void()> inspect) {
   cancelTimer(object);
   timers_[object] = runLoop_.scheduleTimer(delay, false, [this, object, work = std::move(inspect)] {
-    timers_.erase(object);
+    timers_.erase(object);  // first: the work may schedule the next one
     work();
   });
 }

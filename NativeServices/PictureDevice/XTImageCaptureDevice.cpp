@@ -57,6 +57,7 @@ Status XTImageCaptureDevice::refreshIcaDictionary() {
     icaDictionary_.reset();
     TraceLog::trace("refreshIcaDictionary copyObjectPropertyDictionaryPB.header.err: %i", status);
   }
+  // After a failure it is fetched again on next use.
   icaDictionaryDirty_ = !icaDictionary_;
   return status;
 }
@@ -94,7 +95,7 @@ Status XTImageCaptureDevice::loadDeviceInfoUncached() {
     return status::kIOError;
   }
   fields_.deviceName = *name;
-  fields_.deviceModel = *name;
+  fields_.deviceModel = *name;  // until a class that knows better replaces it
   loadDeviceIcon();
   return status;
 }

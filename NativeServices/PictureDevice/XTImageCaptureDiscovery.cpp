@@ -14,8 +14,10 @@ namespace tarvo {
 
 namespace {
 
+// A device that has just come needs a moment before it answers.
 constexpr std::chrono::milliseconds kInspectionDelay{500};
 
+// Modules of Image Capture, by the last component of "device module".
 constexpr std::string_view kPTPCameraModule = "PTPCamera.app";
 constexpr std::string_view kMassStorageCameraModule = "MassStorageCamera.app";
 constexpr std::string_view kMassStorageModule = "MassStorage.app";
@@ -37,6 +39,7 @@ bool isPictureCD(const PropertyDictionary& properties) {
 
 // Events of Image Capture. They can be delivered after the room has gone.
 
+/// Calls `handler`; what the system raises in it is traced and ends here, anything else passes on.
 template <typename Handler>
 void guardedEvent(const char* callback, const Handler& handler) {
   try {
@@ -61,6 +64,7 @@ void notifyICADeviceRemoved(const ICAEvent& event) {
                [&] { XTImageCaptureDevice::deviceRemoved(event.object); });
 }
 
+// The store events have no guard of their own; what they raise reaches Image Capture's.
 void notifyICAStoreAdded(const ICAEvent& event) {
   if (!PictureDeviceRoom::current()) return;
   TraceLog::trace("notifyICAStoreAdded called with registerEventNotificationPB->object: %x",
@@ -91,6 +95,7 @@ void raiseUnlessRegistered(Status status) {
   throw Exception(std::string(exception_name::kEventRegistration), "Event registration failed.");
 }
 
+/// Makes the device read its stores again, then tells whoever observes. The device may be unknown.
 void storesOfObjectChanged(ICAObject object, std::string_view notification) {
   const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
   if (device) device->storesChanged();
@@ -103,6 +108,7 @@ std::string codeMismatch(const char* what, FourCharCode code, FourCharCode expec
                    fourCharText(expected).c_str());
 }
 
+/// Says what is odd about the device list. Enumeration goes on all the same.
 void traceDeviceListInfo(ICAObject list) {
   ICAObjectInfo info;
   const Status status = imageCapture().getObjectInfo(list, info);
@@ -124,6 +130,8 @@ void traceDeviceListInfo(ICAObject list) {
   }
 }
 
+/// Class that enumeration names for a module; it differs from the one that an inspection makes of a
+/// mass-storage module, which is intended.
 std::optional<std::string_view> classNameForModule(std::string_view module) {
   if (module == kPTPCameraModule) return "XTImageCapturePTPDevice";
   if (module == kMassStorageModule) return "XTImageCaptureVolume";
@@ -216,6 +224,7 @@ std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
     const ICAObject object = cameraObjectAtIndex(index, list);
     if (object == 0) continue;
     const auto properties = copyProperties(object);
+    // One dictionary that cannot be read ends the enumeration: what was found is not reported.
     if (!properties) return std::nullopt;
     if (isPictureCD(*properties)) continue;
     names.push_back(textForKey(*properties, "ifil").value_or(""));
@@ -328,6 +337,7 @@ std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject obje
     TraceLog::trace("getPropertyDataPB.header.err: %i", status);
     return std::nullopt;
   }
+  // The label is C text: it ends at the first zero.
   label.resize(std::min(label.find('\0'), label.size()));
   TraceLog::trace("Volume Label: %s", label.c_str());
   return label;
@@ -335,12 +345,14 @@ std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject obje
 
 void XTImageCaptureDevice::deviceAdded(ICAObject object) {
   auto& pending = PictureDeviceRoom::required().pendingInspections();
+  // A second event while the first one waits would only inspect the device twice.
   if (deviceWithICAObject(object) || pending.isWaiting(object)) return;
   pending.schedule(object, kInspectionDelay,
                    [object] { inspectGuarded(object, "primeICADeviceDelayed"); });
 }
 
 void XTImageCaptureDevice::deviceRemoved(ICAObject object) {
+  // A device that is still held by somebody else is not in the registry, but is waited for.
   PictureDeviceRoom::required().pendingInspections().forget(object);
   for (const auto& device : deviceList()) {
     const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);

@@ -8,7 +8,8 @@ namespace tarvo {
 
 namespace {
 
-/// The volume's name as one component of a path; empty when it cannot be one.
+/// The volume's name, which comes from a device, as one component of a path; empty when it cannot
+/// be one.
 std::string volumeNameOf(const PropertyDictionary& dictionary) {
   const auto name = lastPathComponent(textForKey(dictionary, "volume").value_or(""));
   return name == "." || name == ".." ? std::string() : name;
@@ -56,6 +57,8 @@ Status XTImageCaptureMSCDevice::doIOKitDiscovery() {
     TraceLog::trace("doIOKitDiscovery failed to get dictionary for bsdName %s", bsdName_.c_str());
     return status::kIOError;
   }
+  // Only the first service counts, and of its ancestors the nearest USB device: the unit, not a
+  // hub.
   const auto services = registry.servicesMatchingBSDName(bsdName_);
   if (services.empty()) {
     TraceLog::trace("doIOKitDiscovery failed to get service");
@@ -87,6 +90,7 @@ void XTImageCaptureMSCDevice::takeUSBIdentity(const PropertyDictionary& usbDevic
   pid_ = int32ForKey(usbDevice, "idProduct").value_or(0);
   usbLocID_ = int32ForKey(usbDevice, "locationID").value_or(0);
 
+  // A camera in disk mode may hold markers as well, so the ids are asked first.
   mscType_ = MSCType::kUnknown;
   auto* models = SupportedModels::current();
   if (models && models->isValidPVC(vid_, pid_)) {

@@ -16,6 +16,7 @@ namespace tarvo {
 
 namespace {
 
+// Room for each data phase, in bytes.
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;
@@ -29,6 +30,7 @@ constexpr std::size_t kPropertyRoom = 2048;
   throw Exception(std::string(exception_name::kPTP), reason, std::move(userInfo));
 }
 
+/// Whole lines of eight bytes; what does not fill one is left out.
 void traceBytes(std::span<const std::byte> data) {
   const auto byte = [&](std::size_t index) { return std::to_integer<unsigned>(data[index]); };
   for (std::size_t i = 0; i + 8 <= data.size(); i += 8) {
@@ -61,6 +63,7 @@ Status XTImageCapturePTPDevice::icaObjectSendMessage(ICAObjectSendMessagePB& blo
     pb.resultCode = status::kPTPOperationNotSupported;
     return status::kPTPOperationNotSupported;
   }
+  // Stands when no response arrives.
   pb.resultCode = status::kPTPGeneralError;
   const Status status = XTImageCaptureDevice::icaObjectSendMessage(block);
   if (status != status::kOK || pb.resultCode != 0) return status;
@@ -87,7 +90,7 @@ Status XTImageCapturePTPDevice::loadDeviceInfoUncached() {
   parseDeviceInfo(record);
   checkCapabilitesFromManufacturer(manufacturer(), vendorExtensionID(), operationList_,
                                    propertyList_, imageFormatList_, supportedDatasets());
-  displayRequestVersion();
+  displayRequestVersion();  // read and kept
   return status::kOK;
 }
 
@@ -202,6 +205,7 @@ bool XTImageCapturePTPDevice::doesLCBInfoWork() {
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kLCBInfoRoom});
   transaction.run(*this);
+  // What the 12 bytes mean is of no matter, only that the device gives them.
   return transaction.responseCode() == status::kPTPOK;
 }
 
@@ -216,6 +220,7 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyDataSet(std::uint16
        .dataUsageMode = kDataFromDevice,
        .room = kPropertyRoom});
   if (!transaction.run(*this)) return std::nullopt;
+  // A copy of what was received, so that it outlives the record and a cut one is noticed.
   auto dataSet = XTPTPDataSet::initWithData(transaction.received());
   dataSet.setByteOrder(kPTPByteOrder);
   return dataSet;

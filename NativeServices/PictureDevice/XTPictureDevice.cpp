@@ -17,6 +17,7 @@ namespace {
 
 constexpr std::string_view kWirelessDeviceDestroyed = "XTWirelessDeviceDestroyed";
 
+/// False also when the launcher cannot be told.
 bool isLaunchedByHelper(const PictureDeviceServices& services) {
   return services.applications.launcherIdentifier() == services.maker.helperBundleIdentifier;
 }
@@ -87,6 +88,7 @@ std::shared_ptr<XTPictureDevice> XTPictureDevice::deviceWithSerialNumber(
   return nullptr;
 }
 
+// The index is only a hint: the list may have changed since it was taken.
 std::shared_ptr<XTPictureDevice> XTPictureDevice::device(std::string_view name, std::size_t index) {
   const auto devices = deviceList();
   if (index < devices.size() && devices[index]->name() == name) return devices[index];
