@@ -33,7 +33,8 @@ inline constexpr std::string_view XTOptDebugLog = "XTOptDebugLog";
 
 /// The process-wide log state. The owner of the process makes one and holds it for its life; while
 /// it lives, every operation below reaches it. Without one nothing is written and LogCheck is
-/// false.
+/// false. A second one takes its place for as long as it lives. The preferences and the log are the
+/// owner's and outlive the state.
 class LogState {
  public:
   LogState(const UserDefaults& defaults, SystemLog& systemLog);
@@ -49,47 +50,70 @@ class LogState {
   friend bool LogCheck(std::uint64_t flags);
   friend void systemLogLine(std::string_view line);
 
+  static std::atomic<LogState*> current_;
+
+  std::string linePrefix(std::uint64_t options) const;
+
+  LogState* const previous_;
   const UserDefaults& defaults_;
   SystemLog& systemLog_;
-  std::uint64_t activeLogFlags_ = 0;
-  bool computed_ = false;
+
+  std::once_flag computed_;
+  std::atomic<std::uint64_t> activeLogFlags_ = 0;  ///< 0 until computed
   std::chrono::system_clock::time_point firstMessageTime_;
+
+  std::mutex dynFlagsLock_;
   std::uint64_t sDynFlags_ = 0;
   std::int32_t sDynFlagCnt_[64] = {};
-  std::mutex traceLock_;
+
   std::once_flag cacheFilled_;
-  std::uint64_t cachedFlags_ = 0;
+  std::uint64_t cachedFlags_ = 0;  ///< what the free LogCheck compares with
+
+  std::mutex traceLock_;
 };
 
+/// Flags and the line builder. Any thread.
 class GGLogging {
  public:
   /// The active flags, computed from the preferences on the first call.
   static std::uint64_t LogGetActiveLevel();
   /// True when every bit is in the active flags as they stand; computes nothing.
   static bool LogCheck(std::uint64_t flags);
+  /// Counts a user of each bit and turns the bits on. Of the dynamic flags only the format options
+  /// have an effect: they never let a message through.
   static void SetDynLogFlags(std::uint64_t flags);
+  /// Takes a user of each bit away. Each bit that loses its last user toggles the whole argument,
+  /// not itself alone; this is intended.
   static void ClearDynLogFlags(std::uint64_t flags);
+  /// Writes "PREFIX facility - message" when every bit of `level` is active. The line is expanded
+  /// as a format string whose arguments are missing.
   static void Log(std::uint64_t level, std::string_view facility, std::string_view message);
 };
 
 /// True when every bit of `flags` is active. Any thread.
 bool LogCheck(std::uint64_t flags);
 
-/// Writes a line from wide strings (UTF-16 code units) and returns the facility.
+/// Writes a line from wide strings and returns the facility. An element is a UTF-16 code unit or,
+/// above 0xFFFF, a character.
 std::wstring Log(std::uint64_t level, const std::wstring& facility, const std::wstring& message);
 
 /// Writes a whole line to the system log, whatever the flags (separators, errors that a user
 /// needs).
 void systemLogLine(std::string_view line);
 
+/// Traces of the device library, at level kLogCameraVerbose. Any thread.
 class TraceLog {
  public:
+  /// A null format gives "*** Nil format passed to -trace: ***".
   [[gnu::format(printf, 1, 2)]] static void trace(const char* format, ...);
+  /// The tag has no effect: the facility is "XT PictureDevice", as for every trace.
   static void traceWithTag(std::string_view message, std::string_view tag);
+  /// The same under a facility of its own, and without the lock that keeps traces in order.
   [[gnu::format(printf, 2, 3)]] static void traceFormat(std::string_view facility,
                                                         const char* format, ...);
   /// "-[Class selector] (self=0x...)"; `self` null stands for a class operation ('+').
   static void traceMethod(std::string_view className, std::string_view selector, const void* self);
+  /// Hands the text itself to the system log, without prefix and facility.
   static void dump(std::string_view text);
   /// True when a trace would be written: test it before building a costly text.
   static bool isActive();

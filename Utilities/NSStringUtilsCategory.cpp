@@ -1,8 +1,10 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <type_traits>
 
 namespace tarvo {
 
@@ -61,6 +63,15 @@ char32_t nextCharacter(std::string_view text, std::size_t& at) {
   return character;
 }
 
+/// The number of ASCII characters that `text` begins with.
+template <typename Character>
+std::size_t plainLength(std::basic_string_view<Character> text) {
+  const auto isPlain = [](Character each) {
+    return static_cast<std::make_unsigned_t<Character>>(each) < 0x80;
+  };
+  return static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
+}
+
 void appendUTF8(std::string& text, char32_t character) {
   const auto tail = [&](int shift) {
     text += static_cast<char>(0x80 | ((character >> shift) & 0x3F));
@@ -87,7 +98,9 @@ void appendUTF8(std::string& text, char32_t character) {
 std::u16string utf16FromUTF8(std::string_view text) {
   std::u16string units;
   units.reserve(text.size());
-  for (std::size_t at = 0; at < text.size();) {
+  std::size_t at = plainLength(text);  // most text is ASCII as a whole
+  units.assign(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at));
+  while (at < text.size()) {
     const char32_t character = nextCharacter(text, at);
     if (character < 0x10000) {
       units += static_cast<char16_t>(character);
@@ -102,7 +115,9 @@ std::u16string utf16FromUTF8(std::string_view text) {
 std::string utf8FromUTF16(std::u16string_view units) {
   std::string text;
   text.reserve(units.size());
-  for (std::size_t at = 0; at < units.size(); ++at) {
+  std::size_t at = plainLength(units);
+  text.assign(units.begin(), units.begin() + static_cast<std::ptrdiff_t>(at));
+  for (; at < units.size(); ++at) {
     char32_t character = units[at];
     const bool paired =
         isHighSurrogate(character) && at + 1 < units.size() && isLowSurrogate(units[at + 1]);

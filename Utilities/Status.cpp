@@ -57,11 +57,26 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kPTPInvalidParameter, "invalid parameter"},
     {status::kPTPSessionAlreadyOpen, "session already open"},
     {status::kPTPTransactionCancelled, "transaction cancelled"},
+    {status::kAddressBookTooManyContacts, "too many contacts for the device"},
+    {status::kAddressBookTooManyGroups, "too many groups for the device"},
+    {status::kAddressBookTooManyMembers, "too many members in a group"},
+    {status::kAddressBookAddressTooLong, "e-mail address too long"},
+    {status::kAddressBookNicknameTooLong, "nickname too long"},
+    {status::kAddressBookGroupNameTooLong, "group name too long"},
+    {status::kAddressBookNicknameCharacters, "nickname holds characters the device cannot show"},
+    {status::kAddressBookAddressCharacters, "e-mail address holds invalid characters"},
+    {status::kAddressBookNoAtSign, "e-mail address without '@'"},
+    {status::kAddressBookNoDot, "e-mail address without '.' behind '@'"},
+    {status::kAddressBookAtSignDot, "e-mail address with '@.'"},
+    {status::kAddressBookTwoAtSigns, "e-mail address with more than one '@'"},
+    {status::kAddressBookDotAtSign, "e-mail address with '.@'"},
+    {status::kAddressBookOuterDot, "e-mail address begins or ends with '.' or '@'"},
 });
 
-/// PTP response codes are known by their hexadecimal value, everything else by its decimal one.
-constexpr bool isPTPResponse(Status value) {
-  return value >= 0x2000 && value <= 0xFFFF;
+/// PTP response codes and those of the address book are known by their hexadecimal value, the
+/// others by their decimal one.
+constexpr bool isKnownInHex(Status value) {
+  return value >= 0x2000;
 }
 
 }  // namespace
@@ -73,7 +88,7 @@ std::string statusText(Status value) {
     return value > 0 ? formatted("status %d (0x%x)", value, static_cast<unsigned>(value))
                      : formatted("status %d", value);
   }
-  return formatted(isPTPResponse(value) ? "%s (0x%x)" : "%s (%d)", row->words, value);
+  return formatted(isKnownInHex(value) ? "%s (0x%x)" : "%s (%d)", row->words, value);
 }
 
 }  // namespace tarvo

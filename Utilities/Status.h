@@ -61,10 +61,27 @@ inline constexpr Status kPTPInvalidParentObject = 0x201A;
 inline constexpr Status kPTPInvalidParameter = 0x201D;
 inline constexpr Status kPTPSessionAlreadyOpen = 0x201E;
 inline constexpr Status kPTPTransactionCancelled = 0x201F;
+
+// What the validation of an address book finds.
+inline constexpr Status kAddressBookTooManyContacts = 0x10000001;
+inline constexpr Status kAddressBookTooManyGroups = 0x10000002;
+inline constexpr Status kAddressBookTooManyMembers = 0x10000003;
+inline constexpr Status kAddressBookAddressTooLong = 0x10000005;
+inline constexpr Status kAddressBookNicknameTooLong = 0x10000006;
+inline constexpr Status kAddressBookGroupNameTooLong = 0x10000007;
+inline constexpr Status kAddressBookNicknameCharacters = 0x10000010;
+inline constexpr Status kAddressBookAddressCharacters = 0x10000011;
+inline constexpr Status kAddressBookNoAtSign = 0x10000012;
+inline constexpr Status kAddressBookNoDot = 0x10000013;
+inline constexpr Status kAddressBookAtSignDot = 0x10000014;
+inline constexpr Status kAddressBookTwoAtSigns = 0x10000015;
+inline constexpr Status kAddressBookDotAtSign = 0x10000016;
+inline constexpr Status kAddressBookOuterDot = 0x10000017;
 }  // namespace status
 
 /// A status in words, for example "operation not supported by the device (0x2005)" or
-/// "file not found (-43)". Unknown values give "status N" with the number. Any thread.
+/// "file not found (-43)". Unknown values give "status N", positive ones with the hexadecimal
+/// number as well. Any thread.
 std::string statusText(Status value);
 
 }  // namespace tarvo

@@ -83,7 +83,7 @@ LibusbDevice::LibusbDevice(LibusbHandle handle, const StillImageEndpoints& endpo
     : handle_(std::move(handle)), endpoints_(endpoints) {}
 
 LibusbDevice::~LibusbDevice() {
-  cancelAll();
+  LibusbDevice::cancelAll();
   libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
   // With the handle closed nobody reaps an abandoned transfer any more, so it can be freed.
   handle_.device.reset();

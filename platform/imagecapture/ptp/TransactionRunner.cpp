@@ -113,8 +113,9 @@ Outcome TransactionRunner::readResponse(Transaction& transaction, std::uint32_t 
                                         BulkPipe::Milliseconds limit) {
   Incoming incoming;
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
-  if (!outcome.done()) return outcome;
-  return decodeResponse(incoming.bytes, transactionID, transaction);
+  if (outcome.done()) outcome = decodeResponse(incoming.bytes, transactionID, transaction);
+  inStep_ = inStep_ || outcome.done();
+  return outcome;
 }
 
 /// Reads until a container comes that belongs to the transaction. Once the device has been in step,

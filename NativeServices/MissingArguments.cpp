@@ -1,0 +1,157 @@
+#include "NativeServices/MissingArguments.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <optional>
+
+namespace tarvo {
+
+namespace {
+
+/// Text of a device must not blow a line up: "%999999999d" is padded no further than this.
+constexpr std::size_t kWidest = 64;
+
+constexpr std::string_view kFlags = "-+ #0'";
+constexpr std::string_view kLengths = "hlqLjzt";
+constexpr std::string_view kDigits = "0123456789";
+
+/// One "%..." of a format, taken apart.
+struct Directive {
+  std::string_view flags;
+  std::size_t width = 0;
+  std::optional<std::size_t> precision;
+  char conversion = '\0';
+
+  bool has(char flag) const { return flags.find(flag) != std::string_view::npos; }
+};
+
+/// The longest beginning of `rest` that consists of `characters`, taken off it.
+std::string_view take(std::string_view& rest, std::string_view characters) {
+  const auto length = std::min(rest.find_first_not_of(characters), rest.size());
+  const std::string_view taken = rest.substr(0, length);
+  rest.remove_prefix(length);
+  return taken;
+}
+
+/// A number or "*" (a missing argument, hence 0), no larger than kWidest.
+std::size_t takeNumber(std::string_view& rest) {
+  if (rest.starts_with('*')) {
+    rest.remove_prefix(1);
+    return 0;
+  }
+  std::size_t number = 0;
+  for (const char digit : take(rest, kDigits))
+    number = std::min(number * 10 + static_cast<std::size_t>(digit - '0'), kWidest);
+  return number;
+}
+
+/// Takes the directive behind a "%" off `rest`. The conversion stays 0 where the text ends first.
+Directive takeDirective(std::string_view& rest) {
+  Directive directive;
+  std::string_view position = rest;
+  if (!take(position, kDigits).empty() && position.starts_with('$')) {
+    rest = position.substr(1);  // "%1$s": which argument is missing does not matter
+  }
+  directive.flags = take(rest, kFlags);
+  directive.width = takeNumber(rest);
+  if (rest.starts_with('.')) {
+    rest.remove_prefix(1);
+    directive.precision = takeNumber(rest);
+  }
+  take(rest, kLengths);
+  if (!rest.empty()) {
+    directive.conversion = rest.front();
+    rest.remove_prefix(1);
+  }
+  return directive;
+}
+
+std::string signOf(const Directive& directive) {
+  if (directive.has('+')) return "+";
+  return directive.has(' ') ? " " : "";
+}
+
+/// "0.000000" with the digits that the precision asks for, without a sign.
+std::string floatingZero(const Directive& directive) {
+  const std::size_t digits = directive.precision.value_or(6);
+  return digits == 0 ? "0" : "0." + std::string(digits, '0');
+}
+
+/// `text` behind `sign`, brought to the directive's width.
+std::string padded(const Directive& directive, const std::string& sign, const std::string& text,
+                   bool zeros) {
+  const std::size_t length = sign.size() + text.size();
+  const std::size_t missing = directive.width > length ? directive.width - length : 0;
+  if (directive.has('-')) return sign + text + std::string(missing, ' ');
+  if (zeros && directive.has('0')) return sign + std::string(missing, '0') + text;
+  return std::string(missing, ' ') + sign + text;
+}
+
+/// What the directive gives without its argument; none when it is no directive.
+std::optional<std::string> expansion(const Directive& directive) {
+  const std::string integer(directive.precision.value_or(1), '0');
+  switch (directive.conversion) {
+    case '%':
+      return "%";
+    case 'n':
+      return "";
+    case 'c':
+    case 'C':
+      return padded(directive, "", "", false);
+    case 's':
+    case 'S':
+      return padded(directive, "", std::string("(null)").substr(0, directive.precision.value_or(6)),
+                    false);
+    case '@':
+      return padded(directive, "", "(null)", false);
+    case 'p':
+      return padded(directive, "", "0x0", false);
+    case 'd':
+    case 'i':
+    case 'D':
+      return padded(directive, signOf(directive), integer, !directive.precision);
+    case 'u':
+    case 'U':
+    case 'o':
+    case 'O':
+    case 'x':
+    case 'X':
+      return padded(directive, "", integer, !directive.precision);
+    case 'f':
+    case 'F':
+      return padded(directive, signOf(directive), floatingZero(directive), true);
+    case 'e':
+      return padded(directive, signOf(directive), floatingZero(directive) + "e+00", true);
+    case 'E':
+      return padded(directive, signOf(directive), floatingZero(directive) + "E+00", true);
+    case 'g':
+    case 'G':
+      return padded(directive, signOf(directive), "0", true);
+    case 'a':
+      return padded(directive, signOf(directive), "0x0p+0", true);
+    case 'A':
+      return padded(directive, signOf(directive), "0X0P+0", true);
+    default:
+      return std::nullopt;
+  }
+}
+
+}  // namespace
+
+std::string expandMissingArguments(std::string_view format) {
+  std::string line;
+  line.reserve(format.size());
+  while (!format.empty()) {
+    const auto percent = std::min(format.find('%'), format.size());
+    line += format.substr(0, percent);
+    format.remove_prefix(percent);
+    if (format.empty()) break;
+    std::string_view rest = format.substr(1);
+    const auto text = expansion(takeDirective(rest));
+    line += text ? std::string_view(*text) : format.substr(0, 1);
+    format = text ? rest : format.substr(1);
+  }
+  return line;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,18 @@
+// What printf-style formatting makes of a text when every argument is missing.
+//
+// The log hands its finished line to the system log as a format string, so a "%" that came with a
+// device's or a user's text acts as a directive. This does the same without reading arguments that
+// are not there.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tarvo {
+
+/// "%%" gives "%", integer and floating directives give zero, "%s" and "%@" give "(null)", "%c" and
+/// "%n" nothing. Flags, width and precision count, width and precision up to 64; what is no
+/// directive stays as it stands. Any thread.
+std::string expandMissingArguments(std::string_view format);
+
+}  // namespace tarvo

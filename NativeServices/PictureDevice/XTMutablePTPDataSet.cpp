@@ -1,0 +1,148 @@
+#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+
+#include <uuid/uuid.h>
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <string>
+
+#include "NativeServices/Logging.h"
+#include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
+
+namespace tarvo {
+
+namespace {
+
+constexpr std::uint64_t kLargestSize = std::numeric_limits<std::uint32_t>::max();
+constexpr std::size_t kLongestString = 255;
+
+[[noreturn]] void raiseMalloc(const char* reason) {
+  throw Exception(std::string(exception_name::kMalloc), reason);
+}
+
+}  // namespace
+
+std::vector<std::byte> dataAdjustedToAvoidModulo64PayloadSize(std::vector<std::byte> objectData) {
+  if (!isModulo64PayloadSize(objectData.size())) return objectData;
+  objectData.push_back(std::byte{0});
+  TraceLog::trace("objectData payload size adjusted to %d", static_cast<int>(objectData.size()));
+  return objectData;
+}
+
+XTMutablePTPDataSet XTMutablePTPDataSet::initWithByteOrder(std::int32_t byteOrder,
+                                                           std::uint32_t preallocate) {
+  XTMutablePTPDataSet set;
+  set.byteOrder_ = byteOrder;
+  if (preallocate != 0) set.increaseLengthBy(preallocate);
+  return set;
+}
+
+XTMutablePTPDataSet XTMutablePTPDataSet::dataSetWithByteOrder(std::int32_t byteOrder,
+                                                              std::uint32_t preallocate) {
+  return initWithByteOrder(byteOrder, preallocate);
+}
+
+void XTMutablePTPDataSet::increaseLengthBy(std::uint32_t count) {
+  // One byte at least: a size of 0 would free the buffer.
+  const std::uint64_t size = std::uint64_t{bufferSize_} + count;
+  const std::size_t allocated = std::max<std::uint64_t>(size, 1);
+  if (buffer_ == nullptr) {
+    buffer_ = static_cast<std::byte*>(std::calloc(allocated, 1));
+    if (buffer_ == nullptr) raiseMalloc("malloc failed in increaseLengthBy.");
+    freeBufferWhenDone_ = true;
+  } else {
+    void* grown = size > kLargestSize ? nullptr : std::realloc(buffer_, allocated);
+    if (grown == nullptr) raiseMalloc("realloc failed in increaseLengthBy.");
+    buffer_ = static_cast<std::byte*>(grown);
+    std::memset(buffer_ + bufferSize_, 0, count);
+  }
+  bufferSize_ = static_cast<std::uint32_t>(size);
+}
+
+/// Grows by exactly `count` when fewer bytes are free behind the position; by more only where the
+/// position was set beyond the buffer.
+void XTMutablePTPDataSet::reserve(std::uint64_t count) {
+  const std::uint64_t end = position_ + count;
+  if (end <= bufferSize_) return;
+  if (end > kLargestSize) raiseMalloc("realloc failed in increaseLengthBy.");
+  increaseLengthBy(static_cast<std::uint32_t>(std::max(count, end - bufferSize_)));
+}
+
+void XTMutablePTPDataSet::appendBytes(const void* bytes, std::uint32_t length) {
+  reserve(length);
+  if (length != 0) std::memcpy(buffer_ + position_, bytes, length);
+  position_ += length;
+}
+
+void XTMutablePTPDataSet::storeUInt128(XTUInt128 value) {
+  if (!isHostOrder()) std::reverse(value.begin(), value.end());
+  appendBytes(value.data(), 4);
+}
+
+void XTMutablePTPDataSet::storeUInt128ToUInt8Array(const XTUInt128& value) {
+  storeUInt32(static_cast<std::uint32_t>(value.size()));
+  appendBytes(value.data(), static_cast<std::uint32_t>(value.size()));
+}
+
+void XTMutablePTPDataSet::storeGUID(std::optional<std::string_view> _val) {
+  assertParameter(_val.has_value(), "_val");
+  const std::string text(*_val);
+  XTUInt128 value;
+  // The length test also refuses text that goes on behind a zero character.
+  if (text.size() == UUID_STR_LEN - 1 && uuid_parse(text.c_str(), value.data()) == 0) {
+    storeUInt128ToUInt8Array(value);
+    return;
+  }
+  TraceLog::traceMethod(className(), "storeGUID:", this);
+  TraceLog::trace("storeGUID could not make a guid from %s", text.c_str());
+  storeUInt32(0);
+}
+
+void XTMutablePTPDataSet::storeString(std::string_view text) {
+  const std::u16string units = utf16FromUTF8(text);
+  if (units.empty()) {
+    storeByte(0);
+    return;
+  }
+  const std::size_t count = std::min(units.size(), kLongestString);
+  reserve(2 * count + 3);
+  storeByte(static_cast<std::uint8_t>(count + 1));
+  std::array<std::uint16_t, kLongestString + 1> stored;
+  for (std::size_t i = 0; i < count; ++i)
+    stored[i] = ordered(static_cast<std::uint16_t>(units[i]));
+  stored[count] = 0;
+  appendBytes(stored.data(), static_cast<std::uint32_t>(2 * (count + 1)));
+}
+
+template <typename T>
+void XTMutablePTPDataSet::storeArray(std::span<const T> values) {
+  reserve(4 + std::uint64_t{values.size()} * sizeof(T));
+  storeUInt32(static_cast<std::uint32_t>(values.size()));
+  if (sizeof(T) == 1 || isHostOrder()) {
+    appendBytes(values.data(), static_cast<std::uint32_t>(values.size_bytes()));
+    return;
+  }
+  std::byte* place = buffer_ + position_;  // the room is there already
+  for (const T value : values) {
+    const T stored = reversed(value);
+    std::memcpy(place, &stored, sizeof stored);
+    place += sizeof stored;
+  }
+  position_ += static_cast<std::uint32_t>(values.size_bytes());
+}
+
+template void XTMutablePTPDataSet::storeArray(std::span<const std::uint8_t> values);
+template void XTMutablePTPDataSet::storeArray(std::span<const std::uint16_t> values);
+template void XTMutablePTPDataSet::storeArray(std::span<const std::int16_t> values);
+template void XTMutablePTPDataSet::storeArray(std::span<const std::uint32_t> values);
+template void XTMutablePTPDataSet::storeArray(std::span<const std::int32_t> values);
+
+bool XTMutablePTPDataSet::adjustToAvoidModulo64PayloadSize() {
+  if (!isModulo64PayloadSize(position_)) return false;
+  storeByte(0);
+  return true;
+}
+
+}  // namespace tarvo

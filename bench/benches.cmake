@@ -1,0 +1,1 @@
+tarvo_bench(codec_bench codec_bench.cpp LIBRARIES tarvo_codec)

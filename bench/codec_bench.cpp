@@ -1,0 +1,180 @@
+// The codec's speed for each kind of data set, beside a bare memcpy of the same bytes: the "copy"
+// line under each pair of "read" and "write".
+
+#include <benchmark/benchmark.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+
+namespace tarvo {
+namespace {
+
+std::vector<std::uint16_t> codes(std::size_t count, std::uint16_t first) {
+  std::vector<std::uint16_t> values(count);
+  std::iota(values.begin(), values.end(), first);
+  return values;
+}
+
+/// What a camera of the maker answers to GetDeviceInfo.
+struct DeviceInfo {
+  static void write(XTMutablePTPDataSet& set) {
+    static const auto operations = codes(40, 0x1001);
+    static const auto events = codes(12, 0x4002);
+    static const auto properties = codes(30, 0x5001);
+    static const auto captureFormats = codes(2, 0x3801);
+    static const auto imageFormats = codes(8, 0x3801);
+    set.storeUInt16(100);
+    set.storeUInt32(0x5452);
+    set.storeUInt16(100);
+    set.storeString("tarvo.example: 1.0;");
+    set.storeUInt16(0);
+    for (const auto* list : {&operations, &events, &properties, &captureFormats, &imageFormats})
+      set.storeUInt16Array(*list);
+    for (const char* text : {"Tarvo Imaging", "Tarvo Lumo 620", "1.04", "KCXTL00001234"})
+      set.storeString(text);
+  }
+  static void read(XTPTPDataSet& set) {
+    benchmark::DoNotOptimize(set.scanUInt16());
+    benchmark::DoNotOptimize(set.scanUInt32());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    benchmark::DoNotOptimize(set.scanString());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    for (int i = 0; i < 5; ++i)
+      benchmark::DoNotOptimize(set.scanUInt16Array());
+    for (int i = 0; i < 4; ++i)
+      benchmark::DoNotOptimize(set.scanString());
+  }
+};
+
+/// The object handles of a full card.
+struct TenThousandHandles {
+  static void write(XTMutablePTPDataSet& set) {
+    static const std::vector<std::uint32_t> handles = [] {
+      std::vector<std::uint32_t> values(10000);
+      std::iota(values.begin(), values.end(), 0x10001U);
+      return values;
+    }();
+    set.storeUInt32Array(handles);
+  }
+  static void read(XTPTPDataSet& set) { benchmark::DoNotOptimize(set.scanUInt32Array()); }
+};
+
+/// A hundred file names of the usual length.
+struct HundredStrings {
+  static void write(XTMutablePTPDataSet& set) {
+    for (int i = 0; i < 100; ++i)
+      set.storeString("100_0001.JPG");
+  }
+  static void read(XTPTPDataSet& set) {
+    for (int i = 0; i < 100; ++i)
+      benchmark::DoNotOptimize(set.scanString());
+  }
+};
+
+/// The fields of an ObjectInfo with file name, dates and keywords.
+struct ObjectInfo {
+  static void write(XTMutablePTPDataSet& set) {
+    set.increaseLengthBy(308);
+    set.storeUInt32(0x10001);
+    set.storeUInt16(0x3801);
+    set.storeUInt16(0);
+    set.storeUInt32(2345678);
+    set.storeUInt16(0x3808);
+    for (std::uint32_t value = 0; value < 7; ++value)
+      set.storeUInt32(value);
+    set.storeUInt16(1);
+    set.storeUInt32(0);
+    set.storeUInt32(17);
+    for (const char* text : {"100_0001.JPG", "20260301T101112", "20260301T101112", "a b c"})
+      set.storeString(text);
+    set.storeUInt128ToUInt8Array({1, 2, 3});
+  }
+  static void read(XTPTPDataSet& set) {
+    benchmark::DoNotOptimize(set.scanUInt32());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    benchmark::DoNotOptimize(set.scanUInt32());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    for (int i = 0; i < 7; ++i)
+      benchmark::DoNotOptimize(set.scanUInt32());
+    benchmark::DoNotOptimize(set.scanUInt16());
+    benchmark::DoNotOptimize(set.scanUInt32());
+    benchmark::DoNotOptimize(set.scanUInt32());
+    for (int i = 0; i < 4; ++i)
+      benchmark::DoNotOptimize(set.scanString());
+    XTUInt128 fingerprint;
+    set.scanUInt128FromUInt8Array(fingerprint);
+    benchmark::DoNotOptimize(fingerprint);
+  }
+};
+
+template <typename Record>
+XTMutablePTPDataSet written(std::int32_t byteOrder) {
+  auto set = XTMutablePTPDataSet::dataSetWithByteOrder(byteOrder);
+  Record::write(set);
+  return set;
+}
+
+void countBytes(benchmark::State& state, std::size_t size) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * size));
+  state.counters["size"] = static_cast<double>(size);
+}
+
+template <typename Record, std::int32_t kByteOrder>
+void BM_read(benchmark::State& state) {
+  const auto set = written<Record>(kByteOrder);
+  for (auto _ : state) {
+    auto reader = XTPTPDataSet::ptpDataSetWithBytesNoCpy(set.bytes(), kByteOrder);
+    Record::read(reader);
+  }
+  countBytes(state, set.length());
+}
+
+template <typename Record, std::int32_t kByteOrder>
+void BM_write(benchmark::State& state) {
+  std::size_t size = 0;
+  for (auto _ : state) {
+    const auto set = written<Record>(kByteOrder);
+    benchmark::DoNotOptimize(set.buffer());
+    size = set.length();
+  }
+  countBytes(state, size);
+}
+
+/// The same bytes into a buffer that is there already: the least that any reader could do.
+template <typename Record, std::int32_t kByteOrder>
+void BM_copy(benchmark::State& state) {
+  const auto set = written<Record>(kByteOrder);
+  std::vector<std::byte> target(set.length());
+  for (auto _ : state) {
+    std::memcpy(target.data(), set.buffer(), set.length());
+    benchmark::DoNotOptimize(target.data());
+    benchmark::ClobberMemory();
+  }
+  countBytes(state, set.length());
+}
+
+BENCHMARK_TEMPLATE(BM_read, DeviceInfo, 1);
+BENCHMARK_TEMPLATE(BM_write, DeviceInfo, 1);
+BENCHMARK_TEMPLATE(BM_copy, DeviceInfo, 1);
+BENCHMARK_TEMPLATE(BM_read, TenThousandHandles, 1);
+BENCHMARK_TEMPLATE(BM_write, TenThousandHandles, 1);
+BENCHMARK_TEMPLATE(BM_read, TenThousandHandles, 0);
+BENCHMARK_TEMPLATE(BM_write, TenThousandHandles, 0);
+BENCHMARK_TEMPLATE(BM_copy, TenThousandHandles, 1);
+BENCHMARK_TEMPLATE(BM_read, HundredStrings, 1);
+BENCHMARK_TEMPLATE(BM_write, HundredStrings, 1);
+BENCHMARK_TEMPLATE(BM_copy, HundredStrings, 1);
+BENCHMARK_TEMPLATE(BM_read, ObjectInfo, 1);
+BENCHMARK_TEMPLATE(BM_write, ObjectInfo, 1);
+BENCHMARK_TEMPLATE(BM_copy, ObjectInfo, 1);
+
+}  // namespace
+}  // namespace tarvo

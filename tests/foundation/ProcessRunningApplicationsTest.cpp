@@ -1,0 +1,232 @@
+#include "platform/foundation/ProcessRunningApplications.h"
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/SpawnedTask.h"
+#include "tests/support/MainContextWait.h"
+#include "tests/support/RecordingSystemLog.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using Identifiers = std::vector<std::string>;
+
+TEST(ApplicationOfUnitTest, AnApplicationsScopeOrServiceCarriesItsId) {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> rows = {
+      {"app-gnome-com.tarvo.Relay-4711.scope", "com.tarvo.Relay"},
+      {"app-com.tarvo.Relay-4711.scope", "com.tarvo.Relay"},
+      {"app-com.tarvo.Relay@5a1f.service", "com.tarvo.Relay"},
+      {"app-com.tarvo.Relay.service", "com.tarvo.Relay"},
+      {"app-KDE-com.tarvo.Relay@5a1f.service", "com.tarvo.Relay"},
+      {"app-flatpak-com.tarvo.Relay-99.scope", "com.tarvo.Relay"},
+      {"app-gnome-tarvo\\x2drelay-1.scope", "tarvo-relay"},
+      {"app-tarvo\\x2drelay@autostart.service", "tarvo-relay"},
+      {"app-a\\xZZb-1.scope", "a\\xZZb"},
+      {"app-a\\x2-1.scope", "a\\x2"},
+      {"app-com.tarvo.Relay.scope", std::nullopt},
+      {"app-.service", std::nullopt},
+      {"app--1.scope", std::nullopt},
+      {"app.slice", std::nullopt},
+      {"app-gnome.slice", std::nullopt},
+      {"tarvo-agent.service", std::nullopt},
+      {"session-2.scope", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& [unit, expected] : rows)
+    EXPECT_EQ(applicationOfUnit(unit), expected) << unit;
+}
+
+TEST(ProgramOfExecTest, TheProgramIsUnquotedAndItsArgumentsDropped) {
+  const std::vector<std::pair<std::string, std::optional<std::string>>> rows = {
+      {"relay %U", "relay"},
+      {"  /usr/bin/relay\t--new", "/usr/bin/relay"},
+      {"\"/opt/Tarvo Relay.app/Tarvo Relay\" %f", "/opt/Tarvo Relay.app/Tarvo Relay"},
+      {R"("/opt/a\"b\\c\$d" x)", R"(/opt/a"b\c$d)"},
+      {"/opt/100%%", "/opt/100%"},
+      {"/opt/%f", std::nullopt},
+      {"\"/opt/open", std::nullopt},
+      {"", std::nullopt},
+  };
+  for (const auto& [exec, expected] : rows)
+    EXPECT_EQ(programOfExec(exec), expected) << exec;
+}
+
+class DesktopEntriesTest : public testing::Test {
+ protected:
+  std::string entry(const std::string& exec, const std::string& more = "") {
+    return "[Desktop Entry]\nType=Application\nName=x\n" + more + "Exec=" + exec + "\n";
+  }
+  Identifiers of(const std::string& program) {
+    return entries_.identifiersOfExecutable(std::filesystem::canonical(program));
+  }
+
+  TemporaryFolder folder_;
+  DesktopEntries entries_{{folder_.path("user"), folder_.path("system")}};
+};
+
+TEST_F(DesktopEntriesTest, AnEntryIsFoundByTheExecutableThatItsExecResolvesTo) {
+  const auto relay = folder_.writeScript("Tarvo Relay.app/Tarvo Relay", "");
+  const auto other = folder_.writeScript("other", "");
+  std::filesystem::create_directories(folder_.path("bin"));
+  std::filesystem::create_symlink(relay, folder_.path("bin/tarvo-relay"));
+  const ScopedEnvironment path("PATH", folder_.path("bin"));
+  folder_.write("user/com.tarvo.Relay.desktop", entry("\"" + relay + "\" %F"));
+  folder_.write("user/kde/by.Name.desktop", entry("tarvo-relay"));
+  folder_.write("system/by.TryExec.desktop", entry("sh -c x", "TryExec=tarvo-relay\n"));
+  folder_.write("system/action.desktop", entry(other) + "[Desktop Action New]\nExec=tarvo-relay\n");
+  folder_.write("system/hidden.desktop", entry(relay, "Hidden=true\n"));
+  folder_.write("system/com.tarvo.Relay.txt", entry(other));
+  auto found = of(relay);
+  std::ranges::sort(found);
+  EXPECT_EQ(found, (Identifiers{"by.TryExec", "com.tarvo.Relay", "kde-by.Name"}));
+  EXPECT_EQ(of(other), (Identifiers{"action"}));
+  EXPECT_EQ(entries_.identifiersOfExecutable("/no/such/program"), Identifiers{});
+}
+
+TEST_F(DesktopEntriesTest, AnEntryOfTheUserShadowsTheSystemsOfTheSameId) {
+  const auto mine = folder_.writeScript("mine", "");
+  const auto theirs = folder_.writeScript("theirs", "");
+  folder_.write("user/relay.desktop", entry(mine));
+  folder_.write("system/relay.desktop", entry(theirs));
+  EXPECT_EQ(of(mine), (Identifiers{"relay"}));
+  EXPECT_EQ(of(theirs), Identifiers{});
+}
+
+TEST_F(DesktopEntriesTest, ChangesOfTheFoldersAndLaterProgramsAreSeen) {
+  const auto program = folder_.path("program");
+  EXPECT_EQ(entries_.identifiersOfExecutable(program), Identifiers{});
+  folder_.write("user/first.desktop", entry(program));
+  // An old time: the folder counts as read for good.
+  const utimbuf old{1000, 1000};
+  ::utime(folder_.path("user").c_str(), &old);
+  EXPECT_EQ(entries_.identifiersOfExecutable(program), Identifiers{});
+  folder_.writeScript("program", "");
+  EXPECT_EQ(of(program), (Identifiers{"first"})) << "installed after its entry";
+  folder_.write("user/second.desktop", entry(program));
+  auto both = of(program);
+  std::ranges::sort(both);
+  EXPECT_EQ(both, (Identifiers{"first", "second"}));
+  std::filesystem::remove(folder_.path("user/first.desktop"));
+  EXPECT_EQ(of(program), (Identifiers{"second"}));
+}
+
+class ProcessRunningApplicationsTest : public DesktopEntriesTest {
+ protected:
+  ~ProcessRunningApplicationsTest() override {
+    for (const auto& task : tasks_) {
+      if (task->isRunning()) ::kill(task->processIdentifier(), SIGKILL);
+    }
+    waitUntil([this] {
+      return std::ranges::none_of(tasks_, [](const auto& task) { return task->isRunning(); });
+    });
+  }
+
+  /// Starts a program that stays until it is killed.
+  std::shared_ptr<Task> start(const std::string& program) {
+    auto task = factory_.makeTask(program);
+    task->setArguments({"1000"});
+    task->launch();
+    tasks_.push_back(task);
+    return task;
+  }
+
+  std::string copyOfSleep(const std::string& name) {
+    const auto program = folder_.path(name);
+    std::filesystem::create_directories(std::filesystem::path(program).parent_path());
+    std::filesystem::copy_file("/bin/sleep", program);
+    return program;
+  }
+
+  static Identifiers identifiersOf(RunningApplications& applications, pid_t pid) {
+    Identifiers found;
+    for (const auto& application : applications.launchedApplications()) {
+      if (application.pid == pid) found.push_back(application.bundleIdentifier);
+    }
+    return found;
+  }
+
+  /// A process in a made-up process table.
+  void makeProcess(const std::string& pid, const std::string& state, const std::string& cgroup,
+                   const std::string& executable = "") {
+    folder_.write("proc/" + pid + "/stat", pid + " (a) Z b) " + state + " 1 1");
+    folder_.write("proc/" + pid + "/cgroup", cgroup);
+    if (!executable.empty()) {
+      std::filesystem::create_symlink(executable, folder_.path("proc/" + pid + "/exe"));
+    }
+  }
+
+  RecordingSystemLog log_;
+  NotificationCenter center_;
+  SpawnedTaskFactory factory_{center_, log_.sink()};
+  std::vector<std::shared_ptr<Task>> tasks_;
+};
+
+TEST_F(ProcessRunningApplicationsTest, ARealProcessIsFoundByItsExecutableUntilItEnds) {
+  const auto program = copyOfSleep("Tarvo Relay.app/Tarvo Relay");
+  folder_.write("user/com.tarvo.Relay.desktop", entry("\"" + program + "\""));
+  ProcessRunningApplications applications(entries_);
+  const auto task = start(program);
+  const pid_t pid = task->processIdentifier();
+  const auto isFound = [&] {
+    const auto found = identifiersOf(applications, pid);
+    return std::ranges::find(found, "com.tarvo.Relay") != found.end();
+  };
+  EXPECT_TRUE(isFound());
+
+  // The entry's program is replaced while the old one runs.
+  std::filesystem::remove(program);
+  copyOfSleep("Tarvo Relay.app/Tarvo Relay");
+  EXPECT_TRUE(isFound());
+
+  // Killed but not yet waited for: a zombie.
+  ::kill(pid, SIGKILL);
+  siginfo_t info{};
+  ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT), 0);
+  EXPECT_FALSE(isFound());
+}
+
+TEST_F(ProcessRunningApplicationsTest, ProcessesComeInOrderWithWhatScopeAndExecutableTell) {
+  const auto relay = folder_.writeScript("relay", "");
+  folder_.write("user/com.tarvo.Relay.desktop", entry(relay));
+  makeProcess("100", "S",
+              "0::/user.slice/user@1000.service/app.slice/app-gnome-org.Terminal-9.scope/vte-1\n");
+  makeProcess("20", "R", "0::/user.slice/app-gnome-org.Terminal-9.scope\n", relay + " (deleted)");
+  makeProcess("30", "S", "1:name=systemd:/app-com.tarvo.Relay-3.scope\n0::/\n", relay);
+  makeProcess("40", "Z", "0::/app-com.tarvo.Relay-4.scope\n");
+  makeProcess("50", "S", "0::/session-2.scope\n", "/usr/bin/unknown");
+  makeProcess("self", "S", "0::/app-com.tarvo.Relay-5.scope\n");
+  std::filesystem::create_directories(folder_.path("proc/60"));
+  ProcessRunningApplications applications(entries_, folder_.path("proc"));
+  std::vector<std::string> found;
+  for (const auto& application : applications.launchedApplications())
+    found.push_back(std::to_string(application.pid) + " " + application.bundleIdentifier);
+  EXPECT_EQ(found, (Identifiers{"20 org.Terminal", "20 com.tarvo.Relay", "30 com.tarvo.Relay",
+                                "100 org.Terminal"}));
+}
+
+TEST_F(ProcessRunningApplicationsTest, TheLauncherIsTheParentProcess) {
+  const auto helper = folder_.writeScript("helper", "");
+  folder_.write("user/com.tarvo.Helper.desktop", entry(helper));
+  ProcessRunningApplications applications(entries_, folder_.path("proc"));
+  EXPECT_EQ(applications.launcherIdentifier(), std::nullopt);
+  makeProcess(std::to_string(::getppid()), "S", "0::/session-2.scope\n", helper);
+  EXPECT_EQ(applications.launcherIdentifier(), "com.tarvo.Helper");
+}
+
+TEST_F(ProcessRunningApplicationsTest, WithoutAProcessTableNothingRuns) {
+  ProcessRunningApplications applications(entries_, folder_.path("no-proc"));
+  EXPECT_TRUE(applications.launchedApplications().empty());
+  EXPECT_EQ(applications.launcherIdentifier(), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,132 @@
+#include "platform/foundation/UnixMountTable.h"
+
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/FakeUserDefaults.h"
+#include "tests/support/MainContextWait.h"
+#include "tests/support/RecordingSystemLog.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using Mounts = std::vector<Mount>;
+
+TEST(MountInfoTest, ALineGivesItsSourceAndMountPointUnescaped) {
+  const std::vector<std::pair<std::string, Mounts>> rows = {
+      {"36 35 98:0 / /media/u/CARD rw,noatime shared:1 - ext3 /dev/sdb1 rw\n",
+       {{"/dev/sdb1", "/media/u/CARD"}}},
+      {"36 35 98:0 / /a rw - ext3 /dev/sdb1 rw", {{"/dev/sdb1", "/a"}}},
+      {"36 35 98:0 / /a rw x:1 y:2 z:3 - ext3 none rw", {{"none", "/a"}}},
+      {R"(36 35 98:0 / /media/My\040Card\134\011\012 rw - vfat /dev/s\040d rw)",
+       {{"/dev/s d", "/media/My Card\\\t\n"}}},
+      {R"(36 35 98:0 / /media/a\04\9\ rw - vfat /dev/sdb1 rw)",
+       {{"/dev/sdb1", R"(/media/a\04\9\)"}}},
+      {"1 1 1:1 / /a rw - t /dev/a rw\n\nnonsense\n2 1 1:2 / /b rw - t /dev/b rw\n",
+       {{"/dev/a", "/a"}, {"/dev/b", "/b"}}},
+      {"36 35 98:0 / /a rw - ext3", {}},
+      {"36 35 98:0 / /a rw shared:1 ext3 /dev/sdb1 rw", {}},
+      {"", {}},
+  };
+  for (const auto& [text, expected] : rows)
+    EXPECT_EQ(mountsOfMountInfo(text), expected) << text;
+}
+
+class UnixMountTableTest : public testing::Test {
+ protected:
+  TemporaryFolder folder_;
+  RecordingSystemLog log_;
+  FakeUserDefaults defaults_;
+};
+
+TEST_F(UnixMountTableTest, TheDeviceAtAPathIsTheOneMountedThereLast) {
+  const UnixMountTable table(defaults_, log_.sink(),
+                             folder_.write("mountinfo",
+                                           "1 1 1:1 / / rw - t /dev/root rw\n"
+                                           "2 1 1:2 / /m/A rw - t /dev/sdb1 rw\n"
+                                           "3 1 1:3 / /m/A rw - t /dev/sdc1 rw\n"));
+  EXPECT_EQ(table.deviceMountedAt("/m/A"), "/dev/sdc1");
+  EXPECT_EQ(table.deviceMountedAt("/m/A/"), "/dev/sdc1");
+  EXPECT_EQ(table.deviceMountedAt("/"), "/dev/root");
+  for (const char* path : {"/m", "/m/AB", "/m/A/b", "m/A", ""})
+    EXPECT_EQ(table.deviceMountedAt(path), std::nullopt) << path;
+}
+
+TEST_F(UnixMountTableTest, AnUnreadableTableIsEmptyAndSaidSo) {
+  UnixMountTable table(defaults_, log_.sink(), folder_.path("missing"));
+  EXPECT_TRUE(table.mounts().empty());
+  table.watch([] {});
+  EXPECT_EQ(log_.count("No such file or directory"), 2U);
+}
+
+TEST_F(UnixMountTableTest, TheVolumesFolderIsConfiguredOrTheUsers) {
+  defaults_.setText("Platform", "VolumesFolder", "/srv/volumes/");
+  EXPECT_EQ(UnixMountTable(defaults_, log_.sink()).volumesFolder(), "/srv/volumes");
+  EXPECT_TRUE(log_.lines().empty());
+  defaults_.setText("Platform", "VolumesFolder", "volumes");
+  const std::string user = g_get_user_name();
+  const std::string folder = UnixMountTable(defaults_, log_.sink()).volumesFolder();
+  EXPECT_TRUE(folder == "/media/" + user || folder == "/run/media/" + user) << folder;
+  EXPECT_EQ(log_.lines(), (std::vector<std::string>{"[Platform] VolumesFolder is ignored: "
+                                                    "'volumes' is no absolute path"}));
+}
+
+/// Real mounts, which nobody outside of this process sees.
+class PrivateMountsTest : public UnixMountTableTest {
+ protected:
+  static void SetUpTestSuite() {
+    const int flags = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
+    private_ =
+        ::unshare(flags) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  }
+  void SetUp() override {
+    if (!private_) GTEST_SKIP() << "no private mount namespace may be made here";
+  }
+  ~PrivateMountsTest() override { ::umount2(folder_.path().c_str(), MNT_DETACH); }
+
+  bool mountCard() {
+    return ::mount("/dev/sdb1", folder_.path().c_str(), "tmpfs", 0, nullptr) == 0;
+  }
+
+  static inline bool private_ = false;
+};
+
+TEST_F(PrivateMountsTest, AMountAndAnUnmountAreToldAndSeen) {
+  UnixMountTable table(defaults_, log_.sink());
+  int changes = 0;
+  table.watch([&] { ++changes; });
+  EXPECT_EQ(table.deviceMountedAt(folder_.path()), std::nullopt);
+  ASSERT_TRUE(mountCard());
+  EXPECT_TRUE(waitUntil([&] { return changes == 1; }));
+  EXPECT_EQ(table.deviceMountedAt(folder_.path()), "/dev/sdb1");
+  ASSERT_EQ(::umount(folder_.path().c_str()), 0);
+  EXPECT_TRUE(waitUntil([&] { return changes == 2; }));
+  EXPECT_EQ(table.deviceMountedAt(folder_.path()), std::nullopt);
+}
+
+TEST_F(PrivateMountsTest, AWatcherMayEndItsWatchingAndAnotherTakeItsPlace) {
+  UnixMountTable table(defaults_, log_.sink());
+  int first = 0;
+  int second = 0;
+  table.watch([&] {
+    ++first;
+    table.watch([&] { ++second; });
+  });
+  ASSERT_TRUE(mountCard());
+  EXPECT_TRUE(waitUntil([&] { return first == 1; }));
+  ASSERT_EQ(::umount(folder_.path().c_str()), 0);
+  EXPECT_TRUE(waitUntil([&] { return second == 1; }));
+  table.watch({});
+  ASSERT_TRUE(mountCard());
+  drainMainContext();
+  EXPECT_EQ(first + second, 2);
+}
+
+}  // namespace
+}  // namespace tarvo::test

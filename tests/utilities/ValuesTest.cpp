@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <fcntl.h>
+
+#include <limits>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Utilities/Exception.h"
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/Format.h"
+#include "Utilities/FourCharCode.h"
+#include "Utilities/PropertyDictionary.h"
+
+namespace tarvo {
+namespace {
+
+TEST(Exception, CarriesNameReasonAndUserInformation) {
+  const Exception exception("XTPTPException", "failed", {{"ptpResponseCode", 0x2005}});
+  EXPECT_EQ(exception.name(), "XTPTPException");
+  EXPECT_EQ(exception.reason(), "failed");
+  EXPECT_EQ(exception.userInfo().at("ptpResponseCode"), 0x2005);
+  EXPECT_STREQ(exception.what(), "XTPTPException: failed");
+  EXPECT_TRUE(Exception("a", "b").userInfo().is_object());
+}
+
+TEST(Exception, NamesAParameterThatDoesNotHold) {
+  EXPECT_NO_THROW(assertParameter(true, "device"));
+  try {
+    assertParameter(false, "device");
+    FAIL();
+  } catch (const Exception& exception) {
+    EXPECT_EQ(exception.name(), "NSInternalInconsistencyException");
+    EXPECT_EQ(exception.reason(), "Invalid parameter not satisfying: device");
+  }
+}
+
+TEST(Format, HoldsTextOfAnyLength) {
+  EXPECT_EQ(formatted("%s", ""), "");
+  EXPECT_EQ(formatted("%d of 0x%x", -1, 255U), "-1 of 0xff");
+  for (const std::size_t length : {255U, 256U, 257U, 100000U}) {
+    const std::string text(length, 'x');
+    EXPECT_EQ(formatted("<%s>", text.c_str()), "<" + text + ">");
+  }
+}
+
+TEST(FourCharCode, HasItsFirstCharacterOnTop) {
+  static_assert(fourCharCode("icdv") == 0x69636476);
+  EXPECT_EQ(fourCharText(fourCharCode("icdv")), "icdv");
+  EXPECT_EQ(fourCharTextReversed(fourCharCode("icdv")), "vdci");
+  EXPECT_EQ(fourCharText(0x41001F7F), "A???");
+  EXPECT_EQ(fourCharTextReversed(0x410020FF), "? ?A");
+}
+
+TEST(PropertyDictionary, GivesTextOnlyWhereThereIsText) {
+  const PropertyDictionary dictionary = {{"text", "a"}, {"number", 1}, {"none", nullptr}};
+  EXPECT_EQ(textForKey(dictionary, "text"), "a");
+  for (const char* key : {"number", "none", "absent"})
+    EXPECT_EQ(textForKey(dictionary, key), std::nullopt) << key;
+  EXPECT_EQ(textForKey(PropertyDictionary("text"), "text"), std::nullopt);
+  EXPECT_EQ(textForKey(PropertyDictionary(), "text"), std::nullopt);
+}
+
+TEST(PropertyDictionary, NarrowsWholeNumbersTo32Bits) {
+  const std::vector<std::pair<PropertyDictionary, std::optional<std::int32_t>>> rows = {
+      {0xFA200000U, -98566144},
+      {0x01420000, 0x01420000},
+      {-1, -1},
+      {std::numeric_limits<std::uint64_t>::max(), -1},
+      {std::numeric_limits<std::int64_t>::min(), 0},
+      {1.5, std::nullopt},
+      {"1", std::nullopt},
+      {true, std::nullopt},
+      {nullptr, std::nullopt},
+  };
+  for (const auto& [value, expected] : rows)
+    EXPECT_EQ(int32ForKey({{"key", value}}, "key"), expected) << value.dump();
+  EXPECT_EQ(int32ForKey({{"key", 1}}, "other"), std::nullopt);
+  EXPECT_EQ(int32ForKey(PropertyDictionary({1, 2}), "0"), std::nullopt);
+}
+
+TEST(PropertyDictionary, FindsTheLastPathComponent) {
+  const std::vector<std::pair<const char*, const char*>> rows = {{"a/b/c.app", "c.app"},
+                                                                 {"c.app", "c.app"},
+                                                                 {"/a/b///", "b"},
+                                                                 {"/", ""},
+                                                                 {"", ""},
+                                                                 {"//", ""},
+                                                                 {"/a", "a"},
+                                                                 {"a/..", ".."},
+                                                                 {" / ", " "}};
+  for (const auto& [path, expected] : rows)
+    EXPECT_EQ(lastPathComponent(path), expected) << path;
+}
+
+TEST(FileDescriptor, ClosesWhatItOwns) {
+  const int raw = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+  ASSERT_GE(raw, 0);
+  {
+    FileDescriptor first(raw);
+    const FileDescriptor second = std::move(first);
+    EXPECT_FALSE(first.isOpen());  // NOLINT(bugprone-use-after-move)
+    EXPECT_EQ(second.get(), raw);
+  }
+  EXPECT_EQ(::fcntl(raw, F_GETFD), -1);
+}
+
+}  // namespace
+}  // namespace tarvo
