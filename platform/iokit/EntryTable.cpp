@@ -31,6 +31,7 @@ std::vector<ServiceHandle> EntryTable::above(std::string_view path) const {
   std::ranges::sort(found, std::ranges::greater{},
                     [](const Entry* entry) { return entry->path.size(); });
   std::vector<ServiceHandle> handles;
+  handles.reserve(found.size());
   for (const Entry* entry : found)
     handles.push_back(entry->handle);
   return handles;

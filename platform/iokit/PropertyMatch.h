@@ -13,15 +13,15 @@ inline constexpr const char* kPropertyMatchKey = "IOPropertyMatch";
 /// matches nothing. Any thread.
 inline bool propertiesMatch(const PropertyDictionary& properties, const PropertyDictionary& match) {
   if (!properties.is_object() || !match.is_object()) return false;
-  for (const auto& [key, wanted] : match.items()) {
-    if (key == kPropertyMatchKey) {
-      if (!propertiesMatch(properties, wanted)) return false;
-      continue;
-    }
-    const auto found = properties.find(key);
-    if (found == properties.end() || *found != wanted) return false;
+  auto key = match.begin();
+  for (; key != match.end(); ++key) {
+    const auto found = properties.find(key.key());
+    const bool fits = key.key() == kPropertyMatchKey
+                          ? propertiesMatch(properties, key.value())
+                          : found != properties.end() && *found == key.value();
+    if (!fits) break;
   }
-  return true;
+  return key == match.end();
 }
 
 }  // namespace tarvo

@@ -39,10 +39,12 @@ SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, b
   return waiting_.emplace_back(Waiting{name, wantsBlock, false, false, std::move(timer)});
 }
 
-void SCSIUnitAssembly::finish(const std::string& unit) {
-  const std::string name = unit;  // the argument may lie in what is dropped here
-  unitGone(name);
-  complete_(name);
+void SCSIUnitAssembly::finish(std::string_view unit) {
+  const auto found = std::ranges::find(waiting_, unit, &Waiting::unit);
+  const Waiting finished = std::move(*found);  // which `unit` may lie in
+  waiting_.erase(found);
+  finished.timer->invalidate();
+  complete_(finished.unit);
 }
 
 }  // namespace tarvo

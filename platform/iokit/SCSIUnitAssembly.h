@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation/RunLoop.h"
@@ -50,7 +51,7 @@ class SCSIUnitAssembly {
   };
 
   Waiting& waitingFor(std::string_view unit, bool wantsBlock);
-  void finish(const std::string& unit);
+  void finish(std::string_view unit);
 
   RunLoop& runLoop_;
   std::function<void(const std::string&)> complete_;

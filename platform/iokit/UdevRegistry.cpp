@@ -107,15 +107,12 @@ std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_vie
 
 std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
     PropertyDictionary match, Callback appeared, Callback terminated) {
-  auto subscriber = std::make_shared<Subscriber>();
-  subscriber->kinds = kindsThatCanMatch(match);
-  subscriber->appeared = std::move(appeared);
-  subscriber->terminated = std::move(terminated);
+  auto subscriber =
+      std::make_shared<Subscriber>(std::move(match), std::move(appeared), std::move(terminated));
   // What is there already is never announced, though udev may repeat its "add" at any time.
-  visitMatching(match, [&](const std::string& path, PropertyDictionary properties) {
+  visitMatching(subscriber->match, [&](const std::string& path, PropertyDictionary properties) {
     remember(*subscriber, path, std::move(properties));
   });
-  subscriber->match = std::move(match);
   subscribers_->push_back(subscriber);
   return std::make_unique<Subscription>(subscribers_, subscriber);
 }

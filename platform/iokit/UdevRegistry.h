@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Utilities/LogSink.h"
@@ -42,6 +43,14 @@ class UdevRegistry : public Registry {
  private:
   /// One registration. Shared, because a round of announcements may outlast it.
   struct Subscriber {
+    Subscriber(PropertyDictionary wanted, Callback onAppeared, Callback onTerminated)
+        : match(std::move(wanted)),
+          kinds(kindsThatCanMatch(match)),
+          appeared(std::move(onAppeared)),
+          terminated(std::move(onTerminated)) {}
+    Subscriber(const Subscriber&) = delete;
+    Subscriber& operator=(const Subscriber&) = delete;
+
     PropertyDictionary match;
     unsigned kinds;  // what can match at all; none once the subscription has ended
     Callback appeared;

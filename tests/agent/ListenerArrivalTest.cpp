@@ -1,3 +1,4 @@
+#include "agent/PresentDevices.h"
 #include "tests/agent/ListenerFixture.h"
 #include "tests/agent/RecordingUnit.h"
 
@@ -35,6 +36,36 @@ TEST_F(ListenerTest, InspectsAPluggedCameraAfterHalfASecondAndLaunches) {
   ASSERT_EQ(relays().size(), 1u);
   EXPECT_THAT(relays()[0]->arguments, ElementsAre("PTP", "21102592", ""));
   EXPECT_EQ(plugged.openScopes, 0) << "the Relay must be able to claim the camera";
+}
+
+TEST_F(ListenerTest, LaunchesForAMassStorageCameraAndACardAndForNoOtherVolume) {
+  folder.write("media/CARD/MISC/IREVIEW.DB", "");
+  folder.write("media/STICK/DCIM/a.jpg", "");
+  start();
+  plugVolume("STICK", 0x0999, 0x01100000);
+  EXPECT_EQ(takeLines().back(),
+            "newImageCaptureDeviceAdded - ignoring invalid mass storage device.");
+  plugVolume("FRAME", 0x040B, 0x01200000);
+  plugVolume("CARD", 0x0998, 0xFA300000);
+  ASSERT_EQ(relays().size(), 2u);
+  EXPECT_THAT(relays()[0]->arguments, ElementsAre("MSC", "18874368", folder / "media/FRAME"));
+  EXPECT_THAT(relays()[1]->arguments, ElementsAre("card", "-97517568", folder / "media/CARD"));
+}
+
+TEST_F(ListenerTest, ShowsPresentDevicesInTheOrderOfTheirArrival) {
+  using Device = AgentStatus::Device;
+  folder.write("media/CARD/MISC/IREVIEW.DB", "");
+  start();
+  plugVolume("CARD", 0x0998, 0xFA300000);
+  plugVolume("STICK", 0x0999, 0x01100000);
+  imageCapture.announce(
+      imageCapture.addPTPCamera({.serialNumber = "SN7", .locationID = 0x01420000}).object);
+  loop.advance(500ms);
+  const auto devices = presentDevices();
+  ASSERT_EQ(devices.size(), 3u);
+  EXPECT_THAT(devices, ElementsAre(Device{"card", -97517568, folder / "media/CARD", "SN-CARD"},
+                                   Device{"", 0x01100000, folder / "media/STICK", "SN-STICK"},
+                                   Device{"PTP", 0x01420000, "", "SN7"}));
 }
 
 TEST_F(ListenerTest, LaunchesNothingForACameraThatLeavesWithinTheHalfSecond) {

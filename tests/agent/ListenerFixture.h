@@ -50,18 +50,37 @@ inline const std::string kWirelessLine =
 inline const std::string kViewerLine =
     "createTaskForPath '/opt/tarvo/ViewerApp.app/Contents/MacOS/ViewerApp'";
 
+/// A folder that goes with its owner.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "agent_test.XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data());
+  }
+  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  /// Makes a file with its folders.
+  void write(const std::string& name, const std::string& content) const {
+    std::filesystem::create_directories((path_ / name).parent_path());
+    std::ofstream(path_ / name) << content;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
 /// The model table of a bundle whose file lists no model, so that the fixed product ids alone
 /// (0x302 to 0x311) are supported.
 class FixedModels {
  public:
-  FixedModels() {
-    std::string folder = (std::filesystem::temp_directory_path() / "agent_test.XXXXXX").string();
-    constants_.agentBundlePath = ::mkdtemp(folder.data());
-    std::filesystem::create_directory(folder + "/Resources");
-    std::ofstream(folder + "/Resources/ggcam.inf") << "[Models.NTx86]\r\n";
+  explicit FixedModels(const TemporaryFolder& folder) {
+    folder.write("bundle/Resources/ggcam.inf", "[Models.NTx86]\r\n");
+    constants_.agentBundlePath = folder / "bundle";
     models_.emplace(constants_);
     models_->getValidDscPids();
-    std::filesystem::remove_all(folder);
   }
 
  private:
@@ -87,6 +106,18 @@ class ListenerTest : public ::testing::Test {
     plugged.listed = false;
     Status failure = 0;
     return XTImageCapturePTPDevice::withICAObject(plugged.object, &failure);
+  }
+  /// Plugs in a USB device with a volume, and tells Image Capture.
+  void plugVolume(const std::string& name, std::uint32_t product, std::uint32_t location) {
+    const ServiceHandle usb = registry.plug({{"IOClass", "usb_device"},
+                                             {"USB Product Name", name},
+                                             {"USB Serial Number", "SN-" + name},
+                                             {"idVendor", 0xF055},
+                                             {"idProduct", product},
+                                             {"locationID", location}});
+    registry.plug({{"IOClass", "block"}, {"BSD Name", "disk-" + name}}, usb);
+    imageCapture.announce(imageCapture.addVolume(name, "disk-" + name).object);
+    loop.advance(500ms);
   }
   void arrive(const std::shared_ptr<Object>& device) { center.post({"DeviceAdded", device}); }
   void arriveMSC(const std::shared_ptr<Object>& unit) {
@@ -128,9 +159,10 @@ class ListenerTest : public ::testing::Test {
   FakeRunningApplications applications;
   FakeImageCapture imageCapture;
   FakeRegistry registry;
-  FakeMountTable mounts{"/media/u"};
+  TemporaryFolder folder;
+  FakeMountTable mounts{folder / "media"};
   MakerConstants constants;
-  FixedModels models;
+  FixedModels models{folder};
   PictureDeviceRoom pictureDevices{
       {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};

@@ -11,7 +11,6 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 constexpr const char* kConnect = "connect /dev/bus/usb/001/004#2";
 

@@ -18,10 +18,11 @@
 namespace tarvo {
 
 class ServiceFixture : public testing::Test {
- protected:
+ public:
   ServiceFixture() { std::filesystem::create_directories(folder); }
   ~ServiceFixture() override { std::filesystem::remove_all(folder); }
 
+ protected:
   /// A USB device with this name.
   ServiceHandle plugDevice(const std::string& name) {
     return registry.plug({{"IOClass", "usb_device"},

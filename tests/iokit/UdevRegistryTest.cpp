@@ -10,7 +10,6 @@ namespace {
 
 using test::eventually;
 using testing::Contains;
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 

@@ -13,8 +13,10 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "platform/foundation/KeyFilePreferences.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/RecordingSystemLog.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo {
 namespace {
@@ -124,32 +126,50 @@ std::string prefixPattern(bool timestamp, bool thread, bool milliseconds) {
 TEST(Logging, PutsTheChosenPrefixBeforeTheFacility) {
   struct Shape {
     std::string pattern;
-    std::string line;
+    std::vector<std::string> lines;
   };
+  const test::TemporaryFolder folder;
   std::vector<Shape> shapes;
-  for (int bits = 0; bits < 8; ++bits) {
-    const bool timestamp = (bits & 1) != 0;
-    const bool thread = (bits & 2) != 0;
-    const bool milliseconds = (bits & 4) != 0;
-    const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true},
-                                     {"LOG_INCLUDE_TIMESTAMP", timestamp},
-                                     {"LOG_INCLUDE_THREADID", thread},
-                                     {"LOG_INCLUDE_MS", milliseconds}});
+  for (int bits = 0; bits < 32; ++bits) {
+    const auto isOn = [bits](int bit) { return (bits >> bit & 1) != 0; };
+    std::string text = "[Preferences]\n";
+    const std::vector<const char*> keys = {"LOG_INCLUDE_TIMESTAMP", "LOG_INCLUDE_THREADID",
+                                           "LOG_INCLUDE_MS", "LOG_SUBSYS_LISTENER",
+                                           "LOG_SUBSYS_ZEROCONF"};
+    for (int bit = 0; bit < 5; ++bit)
+      text += keys[static_cast<std::size_t>(bit)] + std::string(isOn(bit) ? "=true\n" : "=false\n");
+    const KeyFilePreferences preferences({}, folder.write("agent.conf", text));
     RecordingSystemLog log;
-    const LogState state(defaults, log);
-    GGLogging::Log(kLogListener, "RLA_Listener", "starting Kill Timer");
-    ASSERT_EQ(log.lines().size(), 1U);
-    EXPECT_EQ(log.entries()[0].level, LogLevel::kInfo);
+    const LogState state(preferences, log);
+    Log(kLogListener, L"RLA_Listener", L"starting Kill Timer");
+    Log(kLogAppDebug, L"RLA_Listener", L"never");
+    const bool written = isOn(3) || isOn(4);
     shapes.push_back(
-        {prefixPattern(timestamp, thread, milliseconds) + "RLA_Listener - starting Kill Timer",
-         log.lines()[0]});
+        {written ? prefixPattern(isOn(0), isOn(1), isOn(2)) + "RLA_Listener - starting Kill Timer"
+                 : "nothing",
+         log.lines()});
+    ASSERT_EQ(log.lines().size(), written ? 1U : 0U) << text;
   }
   for (const auto& shape : shapes) {
     for (const auto& other : shapes) {
+      if (shape.lines.empty()) continue;
       const bool same = shape.pattern == other.pattern;
-      EXPECT_EQ(::testing::Matches(MatchesRegex(other.pattern))(shape.line), same);
+      EXPECT_EQ(::testing::Matches(MatchesRegex(other.pattern))(shape.lines[0]), same)
+          << shape.lines[0] << " against " << other.pattern;
     }
   }
+}
+
+TEST(Logging, WritesAtTheInformationLevel) {
+  const FakeUserDefaults defaults({{"LOG_SUBSYS_CAMERA_VERBOSE", true}});
+  RecordingSystemLog log;
+  const LogState state(defaults, log);
+  TraceLog::trace("traced");
+  TraceLog::dump("dumped");
+  systemLogLine("said");
+  ASSERT_EQ(log.entries().size(), 3U);
+  for (const auto& entry : log.entries())
+    EXPECT_EQ(entry.level, LogLevel::kInfo) << entry.text;
 }
 
 TEST(Logging, WritesOnlyWhenEveryBitOfTheLevelIsActive) {

@@ -28,7 +28,7 @@ TEST(TraceLog, WritesUnderTheFacilityOfTheDeviceLibrary) {
 TEST(TraceLog, SaysSoWhenThereIsNoFormat) {
   TraceRecorder traces;
   const char* volatile none = nullptr;
-  TraceLog::trace(none);
+  TraceLog::trace(none, "");
   EXPECT_THAT(traces.take(), ElementsAre("*** Nil format passed to -trace: ***"));
 }
 

@@ -2,16 +2,15 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <numeric>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
@@ -23,6 +22,7 @@ using ::testing::IsEmpty;
 using Pids = std::vector<std::int32_t>;
 
 constexpr std::int32_t kVendor = 0xF055;
+constexpr const char* kInf = "bundle/Resources/ggcam.inf";
 constexpr const char* kNoFile = "getValidDscPids: Failed to open file 'ggcam.inf'";
 constexpr const char* kNoSection = "getValidDscPids: Failed to find [Models.NTx86] in ggcam.inf";
 
@@ -30,26 +30,16 @@ constexpr const char* kNoSection = "getValidDscPids: Failed to find [Models.NTx8
 class SupportedModelsTest : public ::testing::Test {
  protected:
   SupportedModelsTest() {
-    std::string folder = (fs::temp_directory_path() / "tarvo-models-XXXXXX").string();
-    if (::mkdtemp(folder.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    folder_ = folder;
-    fs::create_directories(folder_ / "bundle" / "Resources");
-    fs::create_directories(folder_ / "cwd");
-    fs::current_path(folder_ / "cwd");
-    constants_.agentBundlePath = (folder_ / "bundle").string();
+    fs::create_directories(folder_.path("bundle/Resources"));
+    fs::create_directories(folder_.path("cwd"));
+    fs::current_path(folder_.path("cwd"));
+    constants_.agentBundlePath = folder_.path("bundle");
   }
-  ~SupportedModelsTest() override {
-    fs::current_path(previous_);
-    fs::remove_all(folder_);
-  }
+  ~SupportedModelsTest() override { fs::current_path(previous_); }
 
-  fs::path inf() const { return folder_ / "bundle" / "Resources" / "ggcam.inf"; }
-  static void write(const fs::path& path, const std::string& text) {
-    fs::create_directories(path.parent_path());
-    std::ofstream(path, std::ios::binary) << text;
-  }
+  fs::path inf() const { return folder_.path(kInf); }
   std::optional<Pids> pidsOf(const std::string& text) {
-    write(inf(), text);
+    folder_.write(kInf, text);
     SupportedModels models(constants_);
     models.getValidDscPids();
     return models.pidList();
@@ -57,7 +47,7 @@ class SupportedModelsTest : public ::testing::Test {
 
   test::TraceRecorder traces_;
   MakerConstants constants_;
-  fs::path folder_;
+  test::TemporaryFolder folder_;
   fs::path previous_ = fs::current_path();
 };
 
@@ -140,7 +130,7 @@ TEST_F(SupportedModelsTest, WritesTheMakerInFourUpperCaseDigits) {
 
 TEST_F(SupportedModelsTest, FallsBackToTheFileBesideTheWorkingDirectory) {
   fs::remove(inf());
-  write(folder_ / "Resources" / "ggcam.inf", kHeader + model("0007"));
+  folder_.write("Resources/ggcam.inf", kHeader + model("0007"));
   SupportedModels models(constants_);
   EXPECT_TRUE(models.isValidDscVid(kVendor, 7));
   EXPECT_THAT(traces_.take(), ElementsAre(kNoFile));
@@ -153,20 +143,20 @@ TEST_F(SupportedModelsTest, TriesAgainUntilTheListIsBuilt) {
   EXPECT_FALSE(models.isValidDscVid(kVendor + 1, 0x302));
   EXPECT_THAT(traces_.take(), ElementsAre(kNoFile, kNoFile));
   fs::remove(inf());
-  write(inf(), "no section\r\n");
+  folder_.write(kInf, "no section\r\n");
   EXPECT_FALSE(models.isValidDscVid(kVendor, 0x302));
   EXPECT_THAT(traces_.take(), ElementsAre(kNoSection));
   EXPECT_EQ(models.pidList(), std::nullopt);
 
-  write(inf(), kHeader + model("0001"));
+  folder_.write(kInf, kHeader + model("0001"));
   EXPECT_TRUE(models.isValidDscVid(kVendor, 1));
-  write(inf(), kHeader + model("0002"));
+  folder_.write(kInf, kHeader + model("0002"));
   models.getValidDscPids();
   EXPECT_EQ(models.pidList(), withFixed({1}));  // built once
 }
 
 TEST_F(SupportedModelsTest, TakesOnlyTheMakersListedProducts) {
-  write(inf(), kHeader + model("0A21"));
+  folder_.write(kInf, kHeader + model("0A21"));
   SupportedModels models(constants_);
   for (std::int32_t pid = -1; pid <= 0x1000; ++pid) {
     const bool valid = pid == 0xA21 || (pid >= 0x302 && pid <= 0x311);
@@ -184,15 +174,15 @@ TEST_F(SupportedModelsTest, KnowsACardByAnyOfItsMarkerFiles) {
       {"MISC/IREVIEW.DB", true},   {"MISC/OTHER.DB", false},    {"IREVIEW.DB", false},
       {"DCIM/IREVIEW.DB", false}};
   for (const auto& [marker, valid] : rows) {
-    const fs::path card = folder_ / "card";
-    write(card / marker, "");
-    EXPECT_EQ(SupportedModels::isValidCard(card.string()), valid) << marker;
-    EXPECT_EQ(SupportedModels::isValidCard(card.string() + "/"), valid) << marker;
+    const std::string card = folder_.path("card");
+    folder_.write(std::string("card/") + marker, "");
+    EXPECT_EQ(SupportedModels::isValidCard(card), valid) << marker;
+    EXPECT_EQ(SupportedModels::isValidCard(card + "/"), valid) << marker;
     fs::remove_all(card);
-    EXPECT_FALSE(SupportedModels::isValidCard(card.string()));
+    EXPECT_FALSE(SupportedModels::isValidCard(card));
   }
   EXPECT_FALSE(SupportedModels::isValidCard(std::nullopt));
-  write(folder_ / "cwd" / "MISC" / "IREVIEW.DB", "");
+  folder_.write("cwd/MISC/IREVIEW.DB", "");
   EXPECT_FALSE(SupportedModels::isValidCard(""));
 }
 

@@ -50,7 +50,7 @@ TEST_F(Endurance, TwoHundredArrivalsLeaveDescriptorsAndMemoryFlat) {
   for (unsigned i = 0; i < kRounds / 4; ++i)
     round(kPorts);
   const auto descriptorsBefore = descriptors();
-  const auto memoryBefore = residentKilobytes();
+  [[maybe_unused]] const auto memoryBefore = residentKilobytes();
   for (unsigned i = kRounds / 4; i < kRounds; ++i)
     round(kPorts);
   EXPECT_EQ(descriptors(), descriptorsBefore);
