@@ -303,8 +303,12 @@ void SysfsTree::remove(const UsbPort& port) {
                                                       &g_free);
   for (const auto& each : gone) {
     umockdev_testbed_remove_device(testbed_, ("/sys" + each.path).c_str());
-    // umockdev leaves this link, and a later device of the same number would meet it.
+    // umockdev leaves these links, and a later device of the same number or name would meet them.
     if (!each.link.empty()) std::filesystem::remove(sys.get() + each.link);
+    if (each.link.starts_with("/dev/block/")) {
+      const auto name = std::filesystem::path(each.path).filename().string();
+      std::filesystem::remove(sys.get() + ("/block/" + name));
+    }
   }
   std::erase_if(added_, [&](const auto& each) { return each.port == port.name(); });
 }
