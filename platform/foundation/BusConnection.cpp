@@ -12,6 +12,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
+/// A daemon makes its socket before it listens, and listens before it answers: the retries, each
+/// after twice the delay of the one before, bridge about 25 seconds.
 constexpr int kRetriesOfABurst = 8;
 constexpr milliseconds kFirstRetry{100};
 constexpr milliseconds kLongestRetry{60000};
@@ -23,6 +25,7 @@ std::string environment(const char* name) {
   return value != nullptr ? value : "";
 }
 
+/// GLib's own look-up would start a bus where it finds none; this one never does.
 std::string sessionBusAddress() {
   if (auto address = environment("DBUS_SESSION_BUS_ADDRESS"); !address.empty()) return address;
   const auto folder = environment("XDG_RUNTIME_DIR");
@@ -43,6 +46,7 @@ std::string socketPathOfBusAddress(const std::string& address) {
   while (!rest.empty()) {
     std::string_view entry = rest.substr(0, rest.find(';'));
     rest.remove_prefix(std::min(rest.size(), entry.size() + 1));
+    // Abstract sockets and other transports leave nothing in the file system to wait for.
     if (!entry.starts_with(kTransport)) continue;
     entry.remove_prefix(kTransport.size());
     while (!entry.empty()) {
@@ -115,8 +119,9 @@ bool BusConnection::waitUntilSettled() {
 }
 
 void BusConnection::addObserver(const void* observer, Connected connected, Lost lost) {
-  observers_.push_back({observer, connected, std::move(lost)});
-  if (connection_ && connected) connected(connection_.get());
+  observers_.push_back({observer, std::move(connected), std::move(lost)});
+  const Connected call = observers_.back().connected;  // it may add and remove observers
+  if (connection_ && call) call(connection_.get());
 }
 
 void BusConnection::removeObserver(const void* observer) {
@@ -126,7 +131,7 @@ void BusConnection::removeObserver(const void* observer) {
 void BusConnection::attempt() {
   if (attempt_ != nullptr || connection_) return;
   if (retryTimer_) retryTimer_->invalidate();
-  attempt_ = new Attempt{this};
+  attempt_ = new Attempt{this};  // deleted by its callback, which GLib always calls
   constexpr auto kFlags =
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
@@ -148,6 +153,7 @@ void BusConnection::joined(GObjectPtr<GDBusConnection> connection) {
   joinedAt_ = std::chrono::steady_clock::now();
   connection_ = std::move(connection);
   g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
+  // GDBus reports the end of a connection in the context in which it was made: the main one.
   const auto closed = +[](GDBusConnection*, gboolean, GError* error, gpointer self) {
     auto* bus = static_cast<BusConnection*>(self);
     guardedEntry(bus->log_, "BusConnection",
@@ -172,6 +178,7 @@ void BusConnection::failed(const std::string& reason, bool silentBus) {
 void BusConnection::lost(const std::string& reason) {
   logTo(log_, LogLevel::kWarning, title_ + " is lost: " + reason);
   absent_ = true;
+  // A bus that drops every connection at once must not be asked without end.
   if (std::chrono::steady_clock::now() - joinedAt_ > kProvenAfter) retries_ = 0;
   forEachObserver("lost", [](const Observer& observer) {
     if (observer.lost) observer.lost();
@@ -208,7 +215,7 @@ void BusConnection::dropConnection() {
 
 template <typename Call>
 void BusConnection::forEachObserver(const char* name, Call call) {
-  const auto observers = observers_;
+  const auto observers = observers_;  // the list may change while it is walked
   for (const auto& observer : observers) {
     const bool stays = std::ranges::any_of(
         observers_, [&](const Observer& entry) { return entry.identity == observer.identity; });

@@ -60,14 +60,20 @@ class BusConnection {
     Lost lost;
   };
 
+  /// Begins an attempt, unless one is under way or has succeeded.
   void attempt();
+  /// Gives the attempt up, whether or not GLib reacts to its being cancelled.
   void attemptTimedOut();
+  /// The socket has appeared: what failed before says nothing about the bus behind it.
   void retryAtOnce();
+  /// Arranges for the next attempt after a failure or a loss; `silentBus`: something accepts
+  /// connections there but does not answer.
   void scheduleRetry(bool silentBus);
   void joined(GObjectPtr<GDBusConnection> connection);
   void failed(const std::string& reason, bool silentBus);
   void lost(const std::string& reason);
   void dropConnection();
+  /// Calls every observer that is still registered when its turn comes, each behind a guard.
   template <typename Call>
   void forEachObserver(const char* name, Call call);
 
@@ -80,14 +86,15 @@ class BusConnection {
 
   GObjectPtr<GDBusConnection> connection_;
   gulong closedHandler_ = 0;
-  std::chrono::steady_clock::time_point joinedAt_;
+  std::chrono::steady_clock::time_point
+      joinedAt_;                ///< tells a bus that works from one that does not
   Attempt* attempt_ = nullptr;  ///< the one under way; owned by its callback
   std::shared_ptr<Timer> answerTimer_;
   std::shared_ptr<Timer> retryTimer_;
-  int retries_ = 0;
-  bool absent_ = false;  ///< the absence or loss has been logged
-  bool settled_ = false;
-  std::unique_ptr<PathWatch> watch_;
+  int retries_ = 0;                   ///< since the socket appeared or a proven connection was lost
+  bool absent_ = false;               ///< the absence or loss has been logged
+  bool settled_ = false;              ///< the first attempt has ended
+  std::unique_ptr<PathWatch> watch_;  ///< only while there is no connection
   std::vector<Observer> observers_;
 };
 

@@ -29,6 +29,7 @@ void DBusNotificationCenter::addObserver(const void* observer, std::string name,
 
 void DBusNotificationCenter::removeObserver(const void* observer) {
   std::erase_if(registrations_, [&](const auto& entry) { return entry.observer == observer; });
+  // A subscription without observers would only wake the process.
   for (auto next = subscriptions_.begin(); next != subscriptions_.end();) {
     const auto current = next++;
     const bool heard = std::ranges::any_of(

@@ -28,6 +28,8 @@ class DBusNotificationCenter : public DistributedNotificationCenter {
   /// A name that is no D-Bus member name is never heard; it is logged.
   void addObserver(const void* observer, std::string name, Handler handler) override;
   void removeObserver(const void* observer) override;
+  /// Returns before the bus has the signal. A name that is no D-Bus member name is logged and
+  /// dropped.
   void post(std::string_view name) override;
 
  private:
@@ -37,9 +39,12 @@ class DBusNotificationCenter : public DistributedNotificationCenter {
     Handler handler;
   };
 
+  /// A signal has come; runs on the main loop.
   static void received(GDBusConnection* connection, const char* sender, const char* path,
                        const char* interface, const char* name, GVariant* arguments, gpointer self);
+  /// Calls the observers of `name`; one that leaves meanwhile is not called any more.
   void deliver(const std::string& name);
+  /// One subscription a name, so that signals nobody observes do not wake the process.
   void subscribe(const std::string& name);
   void subscribeAll();
   void forgetSubscriptions();

@@ -25,7 +25,8 @@ bool sameTime(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
 }
 
-/// Modification time of `folder`; zero when there is none.
+/// Entries are replaced as whole files, which changes their folder. Modification time of `folder`;
+/// zero when there is none.
 timespec modificationTime(const std::string& folder) {
   struct stat status {};
   return ::stat(folder.c_str(), &status) == 0 ? status.st_mtim : timespec{};
@@ -110,7 +111,8 @@ void DesktopEntries::readFolder(const std::string& folder, const std::string& id
   if (!listing) return;
   while (const dirent* item = ::readdir(listing.get())) {
     const std::string name = item->d_name;
-    const std::string path = folder + "/" + name;
+    std::string path = folder;
+    path.append("/").append(name);
     if (name.ends_with(kSuffix)) {
       const auto identifier = idPrefix + name.substr(0, name.size() - kSuffix.size());
       if (known.insert(identifier).second) readEntry(path, identifier);
@@ -126,6 +128,7 @@ void DesktopEntries::readEntry(const std::string& file, const std::string& ident
   std::set<std::string> programs;
   bool hidden = false;
   readKeyFile(*content, [&](const KeyFileLine& line) {
+    // Groups of actions follow; their programs are not the application's.
     if (line.group != "Desktop Entry") return programs.empty();
     if (line.key == "Hidden") hidden = line.value == "true";
     if (line.key != "Exec" && line.key != "TryExec") return true;
@@ -134,7 +137,7 @@ void DesktopEntries::readEntry(const std::string& file, const std::string& ident
     if (program) programs.insert(*program);
     return true;
   });
-  if (hidden) return;
+  if (hidden) return;  // stands for "deleted by the user"
   for (const auto& program : programs)
     waiting_.emplace_back(program, identifier);
 }

@@ -37,11 +37,16 @@ class DesktopEntries {
     std::optional<timespec> modified;
   };
 
+  /// Whether every folder still has the time at which it was read.
   bool isCurrent() const;
   void readAll();
+  /// Reads the entries of `folder`; those of a subfolder carry its name and a hyphen before theirs.
+  /// `known` are the ids that are taken.
   void readFolder(const std::string& folder, const std::string& idPrefix, int depth,
                   std::set<std::string>& known);
+  /// Notes the programs of an entry as waiting to be resolved.
   void readEntry(const std::string& file, const std::string& identifier);
+  /// Finds the executables of programs that are installed by now.
   void resolveWaiting();
 
   std::vector<std::string> folders_;

@@ -33,6 +33,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
   void arm(std::chrono::milliseconds delay) {
     constexpr std::int64_t kLongest = std::numeric_limits<guint>::max();
     const auto count = static_cast<guint>(std::clamp<std::int64_t>(delay.count(), 0, kLongest));
+    // The source's data keep the timer alive for as long as the source is attached.
     auto* holder = new std::shared_ptr<GlibTimer>(shared_from_this());
     source_ = AttachedSource(
         attached(g_timeout_source_new(count), G_PRIORITY_DEFAULT, dispatch, holder,
@@ -42,7 +43,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
   bool isValid() const override { return valid_; }
 
   void invalidate() override {
-    const auto keepAlive = shared_from_this();
+    const auto keepAlive = weak_from_this().lock();
     valid_ = false;
     source_.reset();
     fire_ = nullptr;  // lets go of what it captured, which may hold this timer
@@ -59,6 +60,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
     return G_SOURCE_REMOVE;
   }
 
+  /// The next firing is arranged first, so that the callback can move or end it.
   void fired() {
     const auto work = fire_;  // stays whole when it invalidates its own timer
     if (repeats_) {
@@ -105,6 +107,7 @@ GlibRunLoop::GlibRunLoop(LogSink log)
       idle_(G_PRIORITY_DEFAULT_IDLE, "performWhenIdle", log_) {}
 
 GlibRunLoop::~GlibRunLoop() {
+  // A timer that its owner still holds would otherwise fire into a loop that has gone.
   for (const auto& entry : timers_) {
     if (const auto timer = entry.lock()) timer->invalidate();
   }

@@ -48,7 +48,7 @@ class GlibRunLoop : public RunLoop {
    public:
     WorkQueue(int priority, const char* name, const LogSink& log)
         : priority_(priority), name_(name), log_(log) {}
-    void push(std::function<void()> work);
+    void push(std::function<void()> work);  ///< any thread
 
    private:
     static gboolean dispatch(gpointer self);

@@ -67,7 +67,7 @@ std::string printable(std::string_view line) {
 }
 
 void writeToStandardError(std::string line) {
-  line += '\n';
+  line += '\n';  // joined, so that lines of several processes do not mix
   for (std::string_view rest = line; !rest.empty();) {
     const ssize_t size = ::write(STDERR_FILENO, rest.data(), rest.size());
     if (size < 0 && errno == EINTR) continue;

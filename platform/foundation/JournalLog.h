@@ -27,6 +27,7 @@ class JournalLog : public SystemLog {
   LogSink sink();
 
  private:
+  /// False when the journal does not take the line.
   bool writeToJournal(LogLevel level, std::string_view line) const;
 
   std::string identifier_;

@@ -74,7 +74,8 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
     errno = error;
     return std::nullopt;
   };
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const FileDescriptor file(
+      ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // not held up by a FIFO
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return fail(errno);
   if (S_ISDIR(status.st_mode)) return fail(EISDIR);
@@ -87,6 +88,7 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) return fail(errno);
     if (size == 0) return content;
+    // The size that fstat tells is 0 for files of /proc, so what arrives is counted.
     if (content.size() + static_cast<std::size_t>(size) > limit) return fail(EFBIG);
     content.append(buffer.data(), static_cast<std::size_t>(size));
   }

@@ -14,6 +14,7 @@ namespace {
 
 constexpr std::string_view kPreferences = "Preferences";
 constexpr const char* kFileName = "/tarvo/agent.conf";
+/// No preferences come near it; a larger file is some other one.
 constexpr std::size_t kLongestFile = 1 << 20;
 
 std::optional<bool> booleanOf(std::string_view value) {
@@ -85,7 +86,7 @@ void KeyFilePreferences::takeText(const std::string& path, std::string_view cont
     warn(*malformed, "neither a group nor \"key=value\"; the file is ignored");
     return;
   }
-  values_.merge(values);
+  values_.merge(values);  // keeps what stands already
 }
 
 }  // namespace tarvo

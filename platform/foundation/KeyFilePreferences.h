@@ -34,7 +34,9 @@ class KeyFilePreferences : public UserDefaults {
  private:
   using Values = std::map<std::pair<std::string, std::string>, std::string>;
 
+  /// Reads `path` where it exists; anything else that stands in the way is logged.
   void readFile(const std::string& path, const LogSink& log);
+  /// Takes over what `content` says and no file above has said already.
   void takeText(const std::string& path, std::string_view content, const LogSink& log);
 
   Values values_;  ///< what stands already is never replaced: files are read from the top down

@@ -16,6 +16,7 @@ constexpr const char* kManager = "org.freedesktop.login1.Manager";
 constexpr const char* kUser = "org.freedesktop.login1.User";
 constexpr const char* kSession = "org.freedesktop.login1.Session";
 constexpr const char* kProperties = "org.freedesktop.DBus.Properties";
+/// Nothing waits for an answer; this only bounds how long a call is remembered.
 constexpr int kAnswerTimeoutMilliseconds = 5000;
 
 /// The value in the answer to Properties.Get, when it is of `type`; null otherwise.
@@ -136,6 +137,7 @@ void LogindSessionMonitor::askActive() {
   call(sessionPath_, kProperties, "Get", g_variant_new("(ss)", kSession, "Active"),
        [this, asked = sessionPath_](GVariant* answer) {
          const GVariantPtr active = propertyValue(answer, "b");
+         // The display may have moved on while this answer was under way.
          if (active && asked == sessionPath_) setActive(g_variant_get_boolean(active.get()) != 0);
        });
 }
@@ -144,6 +146,7 @@ void LogindSessionMonitor::ownerChanged(GVariant* arguments) {
   if (!g_variant_is_of_type(arguments, G_VARIANT_TYPE("(sss)"))) return;
   const char* newOwner = nullptr;
   g_variant_get(arguments, "(&s&s&s)", nullptr, nullptr, &newOwner);
+  // A restarted service has new objects, so the conversation begins anew.
   if (*newOwner != '\0') {
     beginConversation();
     return;
@@ -168,6 +171,7 @@ void LogindSessionMonitor::setActive(bool active) {
 
 void LogindSessionMonitor::call(const std::string& path, const char* interface, const char* method,
                                 GVariant* arguments, Answer answer) {
+  // A service that does not run is not started: the system decides whether it has one.
   g_dbus_connection_call(bus_.connection(), kService, path.c_str(), interface, method, arguments,
                          nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START, kAnswerTimeoutMilliseconds,
                          conversation_.get(), Call::finished, new Call{this, std::move(answer)});

@@ -30,15 +30,20 @@ class LogindSessionMonitor : public SessionMonitor {
   using Answer = std::function<void(GVariant*)>;
   using Ask = void (LogindSessionMonitor::*)();
 
-  void joined();
-  void left();
+  void joined();  ///< the system bus is there
+  void left();    ///< the system bus has gone
   void ownerChanged(GVariant* arguments);
+  /// Asks for the user, then its displayed session, then that one's state; earlier answers are
+  /// void from here on.
   void beginConversation();
   void endConversation();
   void askDisplay();
+  /// `sessionPath` is the session's object, "/" when the user has none.
   void displayTold(const std::string& sessionPath);
   void askActive();
+  /// Takes over the told state and posts it when it differs.
   void setActive(bool active);
+  /// Nothing can be learnt now: logs it, once until the next state is told.
   void unanswered(const std::string& reason);
   /// Calls login1 within the conversation and hands the answer to `answer`.
   void call(const std::string& path, const char* interface, const char* method, GVariant* arguments,

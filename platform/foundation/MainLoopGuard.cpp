@@ -22,7 +22,7 @@ std::string reasonOf(const std::exception_ptr& raised) {
 }  // namespace
 
 void logUncaughtException(const LogSink& log, const char* name,
-                          std::exception_ptr raised) noexcept {
+                          const std::exception_ptr& raised) noexcept {
   try {
     logTo(log, LogLevel::kError,
           "handling uncaught exception in " + std::string(name) + ": " + reasonOf(raised));

@@ -16,7 +16,8 @@
 namespace tarvo {
 
 /// Logs "handling uncaught exception in NAME: REASON" for `raised`. Any thread; raises nothing.
-void logUncaughtException(const LogSink& log, const char* name, std::exception_ptr raised) noexcept;
+void logUncaughtException(const LogSink& log, const char* name,
+                          const std::exception_ptr& raised) noexcept;
 
 /// Calls `entry` and gives back its result; when it raises, logs that under `name` and gives back a
 /// default value (false, null, 0). A source that must outlive a failure returns its constant

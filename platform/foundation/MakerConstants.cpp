@@ -83,6 +83,7 @@ MakerConstants MakerConstants::load(const UserDefaults& defaults, const LogSink&
   overrides.text("volumeSerialPlaceholder", constants.volumeSerialPlaceholder);
   overrides.absolutePath("agentBundlePath", constants.agentBundlePath);
 
+  // The environment wins, so that a built agent can be tried beside an installed one.
   const char* bundle = std::getenv("TARVO_AGENT_BUNDLE");
   if (bundle != nullptr && *bundle != '\0') {
     constants.agentBundlePath = takeText(g_canonicalize_filename(bundle, nullptr));

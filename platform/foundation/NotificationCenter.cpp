@@ -21,7 +21,7 @@ void NotificationCenter::removeObserver(const void* observer, std::string_view n
 }
 
 void NotificationCenter::removeObserversOfSender(const Object* sender) {
-  if (sender == nullptr) return;
+  if (sender == nullptr) return;  // null is how a registration for every sender is kept
   removeIf([&](const Registration& entry) { return entry.sender == sender; });
 }
 

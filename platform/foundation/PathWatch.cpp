@@ -14,6 +14,8 @@
 namespace tarvo {
 namespace {
 
+/// GLib's file monitor looks for missing folders by a timer; watching the nearest one that exists
+/// needs none.
 constexpr std::uint32_t kFolderEvents =
     IN_CREATE | IN_MOVED_TO | IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
@@ -24,7 +26,7 @@ std::string parentOf(const std::string& path) {
 
 }  // namespace
 
-PathWatch::PathWatch(std::string path, std::function<void()> appeared, LogSink log)
+PathWatch::PathWatch(const std::string& path, std::function<void()> appeared, LogSink log)
     : path_(takeText(g_canonicalize_filename(path.c_str(), "/"))),
       appeared_(std::move(appeared)),
       log_(std::move(log)),
@@ -78,6 +80,7 @@ void PathWatch::readEvents() {
   for (ssize_t size = 0; (size = ::read(inotify_.get(), buffer.data(), buffer.size())) > 0;) {
     for (ssize_t at = 0; at < size;) {
       inotify_event event{};
+      // Events are packed with names of any length, so they are not taken in place.
       std::memcpy(&event, buffer.data() + at, sizeof event);
       const char* name = buffer.data() + at + sizeof event;
       const bool folderGone = (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0;

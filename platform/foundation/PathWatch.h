@@ -16,16 +16,18 @@ class PathWatch {
  public:
   /// Calls `appeared` from the main loop each time that `path` is created, moved into place, or
   /// changes its attributes, from now until the watch is destroyed.
-  PathWatch(std::string path, std::function<void()> appeared, LogSink log);
+  PathWatch(const std::string& path, std::function<void()> appeared, LogSink log);
   ~PathWatch();
   PathWatch(const PathWatch&) = delete;
   PathWatch& operator=(const PathWatch&) = delete;
 
  private:
   static gboolean readable(int fd, GIOCondition condition, gpointer self);
+  /// Takes all events that wait, then looks once whether the path is there.
   void readEvents();
   /// Puts the watch on the nearest folder that exists.
   void watchNearestFolder();
+  /// False when `folder` cannot be watched, which mostly means that it does not exist.
   bool watchFolder(const std::string& folder);
 
   std::string path_;

@@ -22,6 +22,7 @@ std::optional<std::string> applicationOfUnit(std::string_view unit);
 
 class ProcessRunningApplications : public RunningApplications {
  public:
+  /// `procFolder` is the process table as proc(5) describes it.
   explicit ProcessRunningApplications(DesktopEntries entries = DesktopEntries(),
                                       std::string procFolder = "/proc");
 
@@ -31,10 +32,14 @@ class ProcessRunningApplications : public RunningApplications {
   std::optional<std::string> launcherIdentifier() override;
 
  private:
+  /// In order of number.
   std::vector<pid_t> processesOfUser() const;
+  /// Whether the process has ended and only waits to be reaped by its parent.
   bool isZombie(pid_t pid) const;
+  /// What its scope tells first, then its executable; none twice.
   std::vector<std::string> identifiersOf(pid_t pid);
   std::optional<std::string> identifierOfControlGroup(pid_t pid) const;
+  /// Path of the executable; none for a process that may not be looked into.
   std::optional<std::string> executableOf(pid_t pid) const;
   std::string fileOf(pid_t pid, std::string_view name) const;
 

@@ -29,6 +29,7 @@ class SpawnSetup {
   SpawnSetup() {
     posix_spawnattr_init(&attributes_);
     posix_spawn_file_actions_init(&actions_);
+    // Blocked and ignored signals would survive exec.
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
@@ -98,6 +99,7 @@ void SpawnedTask::launch() {
 }
 
 int SpawnedTask::spawn() {
+  // A folder would only be refused as "permission denied".
   struct stat status {};
   if (::stat(launchPath_.c_str(), &status) != 0) return errno;
   if (S_ISDIR(status.st_mode)) return EISDIR;
@@ -115,6 +117,7 @@ int SpawnedTask::spawn() {
   }
   setup.closeOthers();
   pid_t child = 0;
+  // Unlike fork, this copies no page tables, and it reports what exec itself says.
   const int error = ::posix_spawn(&child, launchPath_.c_str(), setup.actions(), setup.attributes(),
                                   arguments.data(), environ);
   if (error == 0) pid_ = child;

@@ -17,6 +17,7 @@
 namespace tarvo {
 namespace {
 
+/// A table that is longer is none that a desktop has.
 constexpr std::size_t kLongestTable = 16 << 20;
 
 bool isFolder(const std::string& path) {

@@ -33,6 +33,7 @@ class UnixMountTable : public MountTable {
   void watch(std::function<void()> changed) override;
 
  private:
+  /// The kernel has told of a change.
   static gboolean tableChanged(int fd, GIOCondition condition, gpointer self);
 
   LogSink log_;

@@ -83,8 +83,9 @@ class ICAScope {
 };
 
 /// Main thread only. Callbacks run from the main loop. Statuses: kICAInvalidObject for a handle
-/// that names nothing or nothing of the needed kind; kICADeviceBusy, kICAAccessDenied,
-/// kICADeviceGone, kICATimeout, kICAProtocolError and kIOError as the transport gives them.
+/// that names nothing or nothing of the needed kind; kICADeviceGone for a device that went;
+/// kICADeviceBusy, kICAAccessDenied, kICADeviceGone, kICATimeout, kICAProtocolError and kIOError as
+/// the transport gives them.
 class ImageCapture {
  public:
   using EventCallback = std::function<void(const ICAEvent&)>;

@@ -9,9 +9,10 @@
 //   on a usb_interface  "bInterfaceNumber", "bInterfaceClass", "bInterfaceSubClass",
 //                       "bInterfaceProtocol"
 //   on a block device   "BSD Name" (kernel name, "sdb1")
-//   on a SCSI unit      "device-type", "SCSITaskUserClient GUID", "Device Characteristics",
-//                       "Protocol Characteristics", "BSD Name", "idVendor", "idProduct",
-//                       "locationID"
+//   on a SCSI unit      "device-type" ("DVD", peripheral type 5 alone), "SCSITaskUserClient GUID"
+//                       (16 bytes, JSON binary), "Device Characteristics" ("Vendor Name" and
+//                       "Product Name"), "Protocol Characteristics" ("Physical Interconnect",
+//                       "USB"), "BSD Name", "idVendor", "idProduct", "locationID"
 #pragma once
 
 #include <cstdint>
@@ -46,12 +47,14 @@ class Registry {
   virtual std::optional<PropertyDictionary> properties(ServiceHandle service) = 0;
   /// Ancestors, the nearest first, without the entry itself; none when the handle is unknown.
   virtual std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) = 0;
-  /// Entries whose properties hold every key of `match` with an equal value, in kernel order.
+  /// Entries whose properties hold every key of `match` with an equal value, in kernel order. A
+  /// dictionary under "IOPropertyMatch" counts like keys of `match` itself.
   virtual std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) = 0;
   /// Entries with this "BSD Name". An empty name matches nothing.
   virtual std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) = 0;
   /// Calls `appeared` for each matching entry that comes from now on (those already there are found
-  /// by servicesMatching) and `terminated` for each that goes. Either may be empty.
+  /// by servicesMatching) and `terminated` for each that goes. Either may be empty. An entry that
+  /// comes between the two calls may be found and announced as well: it has one handle.
   virtual std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,
                                                                         Callback appeared,
                                                                         Callback terminated) = 0;

@@ -15,7 +15,7 @@ namespace {
 
 class NotificationCenterTest : public testing::Test {
  protected:
-  NotificationCenter::Handler record(std::string name) {
+  NotificationCenter::Handler record(const std::string& name) {
     return [this, name](const Notification&) { calls_.push_back(name); };
   }
 

@@ -121,7 +121,7 @@ TEST_F(DesktopEntriesTest, ChangesOfTheFoldersAndLaterProgramsAreSeen) {
 
 class ProcessRunningApplicationsTest : public DesktopEntriesTest {
  protected:
-  ~ProcessRunningApplicationsTest() override {
+  void TearDown() override {
     for (const auto& task : tasks_) {
       if (task->isRunning()) ::kill(task->processIdentifier(), SIGKILL);
     }
@@ -140,7 +140,7 @@ class ProcessRunningApplicationsTest : public DesktopEntriesTest {
   }
 
   std::string copyOfSleep(const std::string& name) {
-    const auto program = folder_.path(name);
+    auto program = folder_.path(name);
     std::filesystem::create_directories(std::filesystem::path(program).parent_path());
     std::filesystem::copy_file("/bin/sleep", program);
     return program;

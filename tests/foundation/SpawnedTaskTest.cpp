@@ -102,7 +102,8 @@ TEST_F(SpawnedTaskTest, WhatCannotBeStartedIsRaisedInWords) {
   for (const auto& [path, cause] : rows) {
     const auto task = factory_.makeTask(path);
     task->setStandardErrorToPipeReadingEnd();
-    EXPECT_EQ(raisedBy(*task), "launch path not accessible: " + path + ", " + cause);
+    EXPECT_EQ(raisedBy(*task),
+              std::string("launch path not accessible: ").append(path) + ", " + cause);
     EXPECT_FALSE(task->isRunning());
     EXPECT_EQ(task->processIdentifier(), 0);
     EXPECT_EQ(raisedBy(*task), "task already launched") << "also after a failed start";

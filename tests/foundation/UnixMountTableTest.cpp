@@ -88,7 +88,7 @@ class PrivateMountsTest : public UnixMountTableTest {
   void SetUp() override {
     if (!private_) GTEST_SKIP() << "no private mount namespace may be made here";
   }
-  ~PrivateMountsTest() override { ::umount2(folder_.path().c_str(), MNT_DETACH); }
+  void TearDown() override { ::umount2(folder_.path().c_str(), MNT_DETACH); }
 
   bool mountCard() {
     return ::mount("/dev/sdb1", folder_.path().c_str(), "tmpfs", 0, nullptr) == 0;

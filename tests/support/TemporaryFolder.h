@@ -28,7 +28,7 @@ class TemporaryFolder {
 
   /// Writes `name` with the folders above it, and returns its path.
   std::string write(std::string_view name, std::string_view content) const {
-    const std::string file = path(name);
+    std::string file = path(name);
     std::filesystem::create_directories(std::filesystem::path(file).parent_path());
     std::ofstream(file, std::ios::binary) << content;
     return file;
@@ -36,7 +36,7 @@ class TemporaryFolder {
 
   /// An executable shell script.
   std::string writeScript(std::string_view name, std::string_view body) const {
-    const std::string file = write(name, "#!/bin/sh\n" + std::string(body));
+    std::string file = write(name, "#!/bin/sh\n" + std::string(body));
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     return file;
   }

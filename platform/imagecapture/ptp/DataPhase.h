@@ -15,7 +15,8 @@ class DataSink {
   virtual ~DataSink() = default;
   /// Room for payload bytes from `offset` on: at most `length` bytes, fewer where the sink ends,
   /// none when it is full (what comes then is drained and dropped). Stays valid until it was
-  /// reported with received() or the transaction has ended.
+  /// reported with received() or the transaction has ended. The end of a room that holds no whole
+  /// packet may stay unused; it is then asked for again.
   virtual std::span<std::byte> room(std::uint64_t offset, std::size_t length) = 0;
   /// Payload bytes offset .. offset+length-1 have arrived in the room given for them. False ends
   /// the data phase: the transaction is cancelled.

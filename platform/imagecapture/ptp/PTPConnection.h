@@ -32,6 +32,8 @@ struct Timeouts {
   std::chrono::milliseconds bulk{4000};     ///< one bulk transfer without progress
   std::chrono::milliseconds control{1000};  ///< one class request
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
+  /// All of closing a session that another process left open, and opening it anew.
+  std::chrono::milliseconds takeOver{2000};
 };
 
 /// Counts of what went over the wire, for tests and benchmarks.
@@ -59,6 +61,8 @@ class PTPConnection {
   /// connection has been brought back in step where the device let it be (cancel request, endpoint
   /// halts cleared, stale data drained). After a time-out every further call fails at once with
   /// kICATimeout, so that a silent device costs one time-out. `*why`, when given, says it in words.
+  /// kBadParameter, and nothing is sent, for more than five parameters or for 4 GiB of data and
+  /// more.
   virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
 
   virtual const WireStatistics& statistics() const = 0;

@@ -75,7 +75,8 @@ class USBDevice {
   virtual std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) = 0;
 
   /// Cancels every transfer in flight and waits until the system has let go of their buffers; their
-  /// completions are dropped.
+  /// completions are dropped. Where the system does not let go in half a second, the device is
+  /// given up: the buffers are not written to any more, and every later call fails with kError.
   virtual void cancelAll() = 0;
 
   /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT).
@@ -93,9 +94,9 @@ class USBDeviceOpener {
   virtual ~USBDeviceOpener() = default;
   /// Opens the node and claims the interface. On failure the result is null and `*failure` is
   /// kICAAccessDenied (no permission on the node), kICADeviceBusy (claimed by another process,
-  /// which
-  /// `*why` names where it is this user's), kICADeviceGone, kICAProtocolError (descriptors without
-  /// the two bulk endpoints) or kIOError; `*why` says it in words.
+  /// which `*why` names where it is this user's), kICADeviceGone, kICAProtocolError (not
+  /// configured, or descriptors without the two bulk endpoints) or kIOError; `*why` says it in
+  /// words.
   virtual std::unique_ptr<USBDevice> open(const USBInterfaceAddress& address, Status* failure,
                                           std::string* why) = 0;
 };

@@ -1,0 +1,56 @@
+#include "NativeServices/PictureDevice/DeviceRegistry.h"
+
+#include <algorithm>
+#include <string>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
+
+namespace tarvo {
+
+void DeviceRegistry::add(const std::shared_ptr<XTPictureDevice>& device) {
+  const bool isKnown = std::ranges::any_of(
+      deviceSet_, [&](const auto& known) { return known->isSameDeviceAs(*device); });
+  if (isKnown) return;
+  deviceSet_.push_back(device);
+  try {
+    device->notifySelfAdded();
+  } catch (const std::exception&) {
+    TraceLog::trace("exception while caching a new device %s", device->description().c_str());
+    throw;
+  }
+}
+
+void DeviceRegistry::remove(XTPictureDevice& device) {
+  const auto isDevice = [&](const auto& known) { return known.get() == &device; };
+  const auto found = std::ranges::find_if(deviceSet_, isDevice);
+  if (found == deviceSet_.end()) return;
+  const auto kept = *found;  // observers may drop every other holder
+  center_.removeObserver(&device);
+  try {
+    device.notifySelfRemoved();
+  } catch (...) {
+    std::erase_if(deviceSet_, isDevice);
+    throw;
+  }
+  std::erase_if(deviceSet_, isDevice);
+}
+
+void DeviceRegistry::notify(std::string_view name, XTPictureDevice& device) {
+  Notification notification{std::string(name), device.shared_from_this()};
+  if (discoveryNotificationPostingStyle != PostingStyle::kWhenIdle) {
+    center_.post(notification);
+    return;
+  }
+  // Delivered from the loop, so that observers are never called from inside discovery.
+  runLoop_.performOnMainThread([this, alive = alive_, notification = std::move(notification)] {
+    if (*alive) postAtIdleTime(notification);
+  });
+}
+
+void DeviceRegistry::postAtIdleTime(const Notification& notification) {
+  // The style of now, not that of the discovery which deferred it.
+  queue_.enqueue(notification, discoveryNotificationPostingStyle);
+}
+
+}  // namespace tarvo

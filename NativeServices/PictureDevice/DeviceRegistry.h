@@ -1,0 +1,59 @@
+// The list of picture devices that are there, and the two notifications about it.
+//
+// Devices enter and leave through XTPictureDevice::cache() and uncache(); "DeviceAdded" and
+// "DeviceRemoved" carry the device as object and no user information.
+#pragma once
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+#include "platform/foundation/NotificationQueue.h"
+
+namespace tarvo {
+
+class XTPictureDevice;
+
+inline constexpr std::string_view kDeviceAddedNotification = "DeviceAdded";
+inline constexpr std::string_view kDeviceRemovedNotification = "DeviceRemoved";
+
+/// Main thread only.
+class DeviceRegistry {
+ public:
+  using DeviceList = std::vector<std::shared_ptr<XTPictureDevice>>;
+
+  DeviceRegistry(NotificationCenter& center, NotificationQueue& queue, RunLoop& runLoop)
+      : center_(center), queue_(queue), runLoop_(runLoop) {}
+  ~DeviceRegistry() { *alive_ = false; }
+  DeviceRegistry(const DeviceRegistry&) = delete;
+  DeviceRegistry& operator=(const DeviceRegistry&) = delete;
+
+  const DeviceList& devices() const { return deviceSet_; }
+
+  /// Appends the device and announces it, unless one that is the same device is there already. What
+  /// an observer raises is logged and passed on; the device stays in the list.
+  void add(const std::shared_ptr<XTPictureDevice>& device);
+  /// Ends the device's observing, announces its removal and drops it; nothing for a device that is
+  /// not in the list. What an observer raises is passed on after the device has been dropped.
+  void remove(XTPictureDevice& device);
+  /// Drops every device without a notification.
+  void clear() { deviceSet_.clear(); }
+
+  /// Posts the notification about `device` as the posting style says: when the main loop is idle,
+  /// with the style that holds then, or at once.
+  void notify(std::string_view name, XTPictureDevice& device);
+
+  PostingStyle discoveryNotificationPostingStyle = PostingStyle::kNow;
+
+ private:
+  void postAtIdleTime(const Notification& notification);
+
+  NotificationCenter& center_;
+  NotificationQueue& queue_;
+  RunLoop& runLoop_;
+  DeviceList deviceSet_;
+  /// Tells deferred calls that their registry has gone.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+}  // namespace tarvo

@@ -1,0 +1,18 @@
+// File-name extensions, four-character file types and PTP object formats.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "Utilities/FourCharCode.h"
+
+namespace tarvo {
+
+/// The file type of an extension in lower case; '????' for an unknown one.
+FourCharCode fileTypeOfExtension(std::string_view extension);
+
+/// The PTP object format (ISO 15740, or the maker's) of an extension in lower case; 0x3000,
+/// undefined, for an unknown one.
+std::uint16_t ptpFormatOfExtension(std::string_view extension);
+
+}  // namespace tarvo

@@ -1,0 +1,42 @@
+#include "NativeServices/PictureDevice/PendingInspections.h"
+
+#include <utility>
+
+namespace tarvo {
+
+PendingInspections::~PendingInspections() {
+  for (const auto& [object, timer] : timers_)
+    timer->invalidate();
+}
+
+bool PendingInspections::isWaiting(ICAObject object) const {
+  const auto found = timers_.find(object);
+  return found != timers_.end() && found->second->isValid();
+}
+
+void PendingInspections::schedule(ICAObject object, std::chrono::milliseconds delay,
+                                  std::function<void()> inspect) {
+  cancelTimer(object);
+  timers_[object] = runLoop_.scheduleTimer(delay, false, [this, object, work = std::move(inspect)] {
+    timers_.erase(object);  // first: the work may schedule the next one
+    work();
+  });
+}
+
+bool PendingInspections::countRetry(ICAObject object, int limit) {
+  return ++retries_[object] <= limit;
+}
+
+void PendingInspections::forget(ICAObject object) {
+  cancelTimer(object);
+  retries_.erase(object);
+}
+
+void PendingInspections::cancelTimer(ICAObject object) {
+  const auto found = timers_.find(object);
+  if (found == timers_.end()) return;
+  found->second->invalidate();
+  timers_.erase(found);
+}
+
+}  // namespace tarvo

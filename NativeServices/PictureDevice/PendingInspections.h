@@ -1,0 +1,39 @@
+// Inspections of Image Capture devices that wait for their time: the half second after an arrival,
+// and the retries while somebody else holds the device's interface.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "platform/foundation/RunLoop.h"
+#include "platform/imagecapture/ImageCapture.h"
+
+namespace tarvo {
+
+/// Main thread only. At most one inspection of an object waits; destroying this drops them all.
+class PendingInspections {
+ public:
+  explicit PendingInspections(RunLoop& runLoop) : runLoop_(runLoop) {}
+  ~PendingInspections();
+  PendingInspections(const PendingInspections&) = delete;
+  PendingInspections& operator=(const PendingInspections&) = delete;
+
+  bool isWaiting(ICAObject object) const;
+  /// Calls `inspect` once after `delay`. Replaces what waits for the same object.
+  void schedule(ICAObject object, std::chrono::milliseconds delay, std::function<void()> inspect);
+  /// Counts a retry; false once `limit` retries have been counted since the last forget().
+  bool countRetry(ICAObject object, int limit);
+  /// Drops what waits for the object, and its count of retries.
+  void forget(ICAObject object);
+
+ private:
+  void cancelTimer(ICAObject object);
+
+  RunLoop& runLoop_;
+  std::map<ICAObject, std::shared_ptr<Timer>> timers_;
+  std::map<ICAObject, int> retries_;
+};
+
+}  // namespace tarvo

@@ -1,0 +1,152 @@
+#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/DeviceInspection.h"
+#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "Utilities/Exception.h"
+#include "Utilities/Format.h"
+
+namespace tarvo {
+
+namespace {
+
+ImageCapture& imageCapture() {
+  return PictureDeviceRoom::required().services().imageCapture;
+}
+
+void traceDictionary(const PropertyDictionary& dictionary) {
+  if (!TraceLog::isActive()) return;
+  TraceLog::trace("* * * * Here is the Dictionary Dump * * * *");
+  TraceLog::dump(dictionary.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace));
+  TraceLog::trace("* * * * Here is the end of the Dictionary Dump * * * *");
+}
+
+/// The elements under "data", one dictionary a picture; null when there are none.
+const PropertyDictionary* picturesOf(const std::optional<PropertyDictionary>& dictionary) {
+  if (!dictionary || !dictionary->is_object()) return nullptr;
+  const auto found = dictionary->find("data");
+  return found != dictionary->end() && found->is_array() ? &*found : nullptr;
+}
+
+}  // namespace
+
+Status XTImageCaptureDevice::initObject(ICAObject object) {
+  icaObject_ = object;
+  icaDictionary_.reset();
+  icaDictionaryDirty_ = true;
+  const Status status = loadDeviceInfo();
+  if (status != status::kOK) {
+    TraceLog::trace("XTImageCaptureDevice: ERROR - initObject call to loadDeviceInfo failed");
+  }
+  return status;
+}
+
+Status XTImageCaptureDevice::refreshIcaDictionary() {
+  TraceLog::traceMethod(className(), "refreshIcaDictionary", this);
+  if (!icaDictionaryDirty_ && icaDictionary_) return status::kOK;
+  if (icaObject_ == 0) {
+    TraceLog::trace("refreshIcaDictionary couldn't get an ICA object");
+    return status::kIOError;
+  }
+  PropertyDictionary dictionary;
+  const Status status = imageCapture().copyObjectPropertyDictionary(icaObject_, dictionary);
+  if (status == status::kOK) {
+    traceDictionary(dictionary);
+    icaDictionary_ = std::move(dictionary);
+  } else {
+    icaDictionary_.reset();
+    TraceLog::trace("refreshIcaDictionary copyObjectPropertyDictionaryPB.header.err: %i", status);
+  }
+  // After a failure it is fetched again on next use.
+  icaDictionaryDirty_ = !icaDictionary_;
+  return status;
+}
+
+Status XTImageCaptureDevice::icaObjectSendMessage(ICAObjectSendMessagePB& block) {
+  if (disconnected()) {
+    TraceLog::traceWithTag(formatted("Device 0x%8X is disconnected!", icaObject_), XTOptDebugLog);
+    if (block.data) block.data->pb().resultCode = status::kPTPGeneralError;
+    return status::kPTPGeneralError;
+  }
+  lastMessageStatus_ = imageCapture().objectSendMessage(block);
+  if (lastMessageStatus_ != status::kOK) {
+    TraceLog::trace("XTImageCaptureDevice: ERROR - ICAObjectSendMessage returned status = %d",
+                    lastMessageStatus_);
+    return lastMessageStatus_;
+  }
+  // A response other than OK is traced only: callers read it from the block.
+  if (block.data && block.data->pb().resultCode != status::kPTPOK) {
+    TraceLog::trace(
+        "XTImageCaptureDevice: ERROR - ICAObjectSendMessage returned PTP resultCode = %d",
+        static_cast<int>(block.data->pb().resultCode));
+  }
+  return status::kOK;
+}
+
+Status XTImageCaptureDevice::loadDeviceInfoUncached() {
+  const Status status = refreshIcaDictionary();
+  if (!icaDictionary_) {
+    TraceLog::trace("loadDeviceInfoUncached couldn't get an ICA dictionary");
+    return status::kIOError;
+  }
+  const auto name = textForKey(*icaDictionary_, "ifil");
+  if (!name) {
+    TraceLog::trace("loadDeviceInfoUncached couldn't get a device name");
+    return status::kIOError;
+  }
+  fields_.deviceName = *name;
+  fields_.deviceModel = *name;  // until a class that knows better replaces it
+  loadDeviceIcon();
+  return status;
+}
+
+void XTImageCaptureDevice::storesChanged() {
+  fields_.objectInfoCache.clear();
+  fields_.storageIDCache.reset();
+  fields_.cachedAlbumDict.reset();
+  icaDictionaryDirty_ = true;
+  icaDictionary_.reset();
+}
+
+void XTImageCaptureDevice::unregisterForExtendedEvents() {
+  const Status status = imageCapture().registerForEventNotification(icaObject_, ica::kExtended, {});
+  if (status != status::kOK) {
+    TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
+  }
+}
+
+bool XTImageCaptureDevice::isOfMaker() const {
+  return icaDictionary_ &&
+         tarvo::isOfMaker(*icaDictionary_, PictureDeviceRoom::required().services().maker);
+}
+
+std::string XTImageCaptureDevice::description() const {
+  return XTPictureDevice::description() + formatted(", icaObject 0x%08X", icaObject_);
+}
+
+std::int32_t XTImageCaptureDevice::imageCount() {
+  refreshIcaDictionary();
+  const auto* pictures = picturesOf(icaDictionary_);
+  return pictures ? static_cast<std::int32_t>(pictures->size()) : 0;
+}
+
+std::optional<ObjectReferences> XTImageCaptureDevice::pictureFiles() {
+  refreshIcaDictionary();
+  const auto* pictures = picturesOf(icaDictionary_);
+  return pictures ? ObjectReferences(pictures->begin(), pictures->end()) : ObjectReferences();
+}
+
+std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {
+  return int32ForKey(object, "tsiz").value_or(0);
+}
+
+std::int64_t XTImageCaptureDevice::objectSize(const ObjectReference& object) {
+  if (!object.is_object()) raiseAssertion("_objectHandle is not a dictionary!");
+  return int32ForKey(object, "isiz").value_or(0);
+}
+
+std::optional<std::string> XTImageCaptureDevice::objectFilename(const ObjectReference& object) {
+  return textForKey(object, "ifil");
+}
+
+}  // namespace tarvo

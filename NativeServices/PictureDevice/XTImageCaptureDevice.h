@@ -1,0 +1,129 @@
+// The picture device that stands for one Image Capture object.
+//
+// The class side watches Image Capture, inspects each device that comes, chooses the class that
+// represents it and enters the finished device in the registry; what goes leaves the registry.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "platform/imagecapture/ImageCapture.h"
+
+namespace tarvo {
+
+inline constexpr std::string_view kStoreAddedNotification = "StoreAdded";
+inline constexpr std::string_view kStoreRemovedNotification = "StoreRemoved";
+
+/// Main thread only. All but the registry's look-ups need a PictureDeviceRoom.
+class XTImageCaptureDevice : public XTPictureDevice {
+ public:
+  // Registration. Each raises "ICARegisterEventNotification" when Image Capture refuses, but
+  // registerForStoreRemovedEvent(), which only traces: intended.
+
+  /// Registers for arrivals, once, and inspects what is there.
+  static void registerDeviceAddedNotifications();
+  static void registerForDeviceRemovedEvent(ICAObject object);
+  static void registerForStoreAddedEvent(ICAObject object);
+  static void registerForStoreRemovedEvent(ICAObject object);
+
+  // Enumeration and inspection.
+
+  /// Inspects every device that Image Capture lists; one that raises does not stop the others.
+  static void checkForDevicesAtStartup(bool ignored = false);
+  /// Names of the devices that Image Capture lists; `classes`, where given, gets the name of the
+  /// class of each where its module has one, `objects` the handles. None when Image Capture fails.
+  static std::optional<std::vector<std::string>> icaDevices(std::vector<std::string>* classes,
+                                                            std::vector<ICAObject>* objects);
+  /// The camera at `index` of the device list; 0 when that child is no camera.
+  static ICAObject cameraObjectAtIndex(std::uint32_t index, ICAObject deviceList);
+  static void primeICADevice(ICAObject object);
+  /// Registers for the device's removal, builds the device and enters it in the registry. The
+  /// interface is let go before the device is announced. An interface that somebody else holds is
+  /// tried again later when the device is of the maker.
+  static void completeDeviceInspection(ICAObject object, const PropertyDictionary& properties);
+  /// The device for an Image Capture object, loaded; null when it is none of ours or cannot be
+  /// read. `why`, where given, says it in words then. Raises what the codec and the vendor queries
+  /// of a PTP device raise.
+  static std::shared_ptr<XTImageCaptureDevice> deviceFromICAObject(
+      ICAObject object, const PropertyDictionary* properties, std::string* why = nullptr);
+  static std::shared_ptr<XTImageCaptureDevice> deviceWithICAObject(ICAObject object);
+  /// Volume label of an object; none when it has none.
+  static std::optional<std::string> getICADeviceName(ICAObject object);
+
+  // Events.
+
+  static void deviceAdded(ICAObject object);
+  static void deviceRemoved(ICAObject object);
+  static void storeAdded(ICAObject object);
+  static void storeRemoved(ICAObject object);
+
+  // The instance side.
+
+  /// Binds to the object and loads the device information. 0, or the failing status, after which
+  /// the device is of no use.
+  Status initObject(ICAObject object);
+  ICAObject icaObject() const { return icaObject_; }
+  /// As last copied from Image Capture.
+  const std::optional<PropertyDictionary>& icaDictionary() const { return icaDictionary_; }
+  /// Copies the property dictionary when it is absent or dirty. 0, -36 without an object, or the
+  /// status of Image Capture.
+  Status refreshIcaDictionary();
+  /// Sends a message; the one door to the device. 0 when the service accepted it (the PTP response
+  /// is in the block's record), 0x2002 on a disconnected device, or the status of Image Capture.
+  virtual Status icaObjectSendMessage(ICAObjectSendMessagePB& block);
+  /// Forgets what was read from the stores, so that it is read again on next use.
+  void storesChanged();
+  void unregisterForExtendedEvents();
+  /// Whether the device's USB vendor id is the maker's.
+  bool isOfMaker() const;
+  /// Why the last message failed in the service; 0 when it did not.
+  Status lastMessageStatus() const { return lastMessageStatus_; }
+
+  std::string_view className() const override { return "XTImageCaptureDevice"; }
+  std::string description() const override;
+  Status loadDeviceInfoUncached() override;
+  std::int32_t imageCount() override;
+  std::optional<ObjectReferences> pictureFiles() override;
+  std::int64_t thumbSize(const ObjectReference& object) override;
+  std::int64_t objectSize(const ObjectReference& object) override;
+  std::optional<std::string> objectFilename(const ObjectReference& object) override;
+  std::optional<ByteBuffer> downloadObject(const ObjectReference&) override { return std::nullopt; }
+  Status deleteFilesOfType(std::uint16_t) override { return status::kOK; }
+  const CodeList* opCodeList() override { return nullptr; }
+  const CodeList* eventCodeList() override { return nullptr; }
+  const CodeList* propertyList() override { return nullptr; }
+  const CodeList* captureFormatList() override { return nullptr; }
+  const CodeList* imageFormatList() override { return nullptr; }
+  Status displayOnDevice(std::string_view, std::string_view, std::string_view, std::string_view,
+                         std::string_view, std::string_view) override {
+    return status::kOK;
+  }
+
+ protected:
+  XTImageCaptureDevice() = default;
+
+  /// `device` bound to `object` and loaded, or null with the status in `*failure` (where given).
+  /// A status of the service, which says more, stands in for the PTP status that it led to.
+  template <typename Device>
+  static std::shared_ptr<Device> initialized(const std::shared_ptr<Device>& device,
+                                             ICAObject object, Status* failure) {
+    Status status = device->initObject(object);
+    if (status != status::kOK && device->lastMessageStatus() != status::kOK) {
+      status = device->lastMessageStatus();
+    }
+    if (failure) *failure = status;
+    return status == status::kOK ? device : nullptr;
+  }
+
+  ICAObject icaObject_ = 0;
+  std::optional<PropertyDictionary> icaDictionary_;
+  bool icaDictionaryDirty_ = true;
+
+ private:
+  Status lastMessageStatus_ = status::kOK;
+};
+
+}  // namespace tarvo

@@ -1,0 +1,229 @@
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/CapabilityDetection.h"
+#include "NativeServices/PictureDevice/PassThroughTransaction.h"
+#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "Utilities/Exception.h"
+#include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+
+namespace {
+
+// Room for each data phase, in bytes.
+constexpr std::size_t kDeviceInfoRoom = 2048;
+constexpr std::size_t kSupportedDatasetsRoom = 256;
+constexpr std::size_t kLCBInfoRoom = 12;
+constexpr std::size_t kPropertyRoom = 2048;
+
+[[noreturn]] void raisePTPException(const char* reason, const PassThroughTransaction& transaction) {
+  auto userInfo = PropertyDictionary::object();
+  // Both go under the same key, so that the status remains; this is intended.
+  userInfo["ptpResponseCode"] = transaction.responseCode();
+  userInfo["ptpResponseCode"] = transaction.status();
+  throw Exception(std::string(exception_name::kPTP), reason, std::move(userInfo));
+}
+
+/// Whole lines of eight bytes; what does not fill one is left out.
+void traceBytes(std::span<const std::byte> data) {
+  const auto byte = [&](std::size_t index) { return std::to_integer<unsigned>(data[index]); };
+  for (std::size_t i = 0; i + 8 <= data.size(); i += 8) {
+    TraceLog::trace("data: 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x", byte(i), byte(i + 1),
+                    byte(i + 2), byte(i + 3), byte(i + 4), byte(i + 5), byte(i + 6), byte(i + 7));
+  }
+}
+
+std::string codesInWords(const CodeList& codes) {
+  std::string words;
+  for (const std::uint16_t code : codes)
+    words += formatted(" 0x%04X", code);
+  return words;
+}
+
+}  // namespace
+
+std::shared_ptr<XTImageCapturePTPDevice> XTImageCapturePTPDevice::withICAObject(ICAObject object,
+                                                                                Status* failure) {
+  const std::shared_ptr<XTImageCapturePTPDevice> device(new XTImageCapturePTPDevice);
+  return initialized(device, object, failure);
+}
+
+Status XTImageCapturePTPDevice::icaObjectSendMessage(ICAObjectSendMessagePB& block) {
+  const bool isTransaction = block.messageType == ica::kMessagePass && block.data != nullptr;
+  if (!isTransaction || disconnected()) return XTImageCaptureDevice::icaObjectSendMessage(block);
+
+  auto& pb = block.data->pb();
+  if (!supportsOperation(static_cast<std::uint16_t>(pb.commandCode))) {
+    pb.resultCode = status::kPTPOperationNotSupported;
+    return status::kPTPOperationNotSupported;
+  }
+  // Stands when no response arrives.
+  pb.resultCode = status::kPTPGeneralError;
+  const Status status = XTImageCaptureDevice::icaObjectSendMessage(block);
+  if (status != status::kOK || pb.resultCode != 0) return status;
+  pb.resultCode = status::kPTPGeneralError;
+  return status::kPTPGeneralError;
+}
+
+Status XTImageCapturePTPDevice::loadDeviceInfoUncached() {
+  if (const Status status = XTImageCaptureDevice::loadDeviceInfoUncached(); status != status::kOK) {
+    return status;
+  }
+  for (CodeList* list :
+       {&operationList_, &eventList_, &propertyList_, &captureFormatList_, &imageFormatList_})
+    list->clear();
+  displayRequestVersion_ = 0;
+
+  PTPPassThroughRecord record(1);
+  const Status status = getDeviceInfo(record);
+  if (status != status::kOK && status != status::kPTPOK) {
+    TraceLog::traceWithTag(
+        formatted("loadDeviceInfo ptpError: 0x%x", static_cast<unsigned>(status)), XTOptDebugLog);
+    return status;
+  }
+  parseDeviceInfo(record);
+  checkCapabilitesFromManufacturer(manufacturer(), vendorExtensionID(), operationList_,
+                                   propertyList_, imageFormatList_, supportedDatasets());
+  displayRequestVersion();  // read and kept
+  return status::kOK;
+}
+
+void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record) {
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(record.data(), kPTPByteOrder);
+  dataSet.scanUInt16();  // StandardVersion
+  fields_.vendorExtensionID = dataSet.scanUInt32();
+  dataSet.scanUInt16();  // VendorExtensionVersion
+  dataSet.scanString();  // VendorExtensionDesc
+  dataSet.scanUInt16();  // FunctionalMode
+  operationList_ = dataSet.scanUInt16Array();
+  eventList_ = dataSet.scanUInt16Array();
+  propertyList_ = dataSet.scanUInt16Array();
+  captureFormatList_ = dataSet.scanUInt16Array();
+  imageFormatList_ = dataSet.scanUInt16Array();
+  fields_.deviceManufacturer = dataSet.scanString();
+  fields_.deviceModel = dataSet.scanString();
+  fields_.deviceVersion = dataSet.scanString();
+  fields_.deviceSerialNumber = dataSet.scanString();
+  if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
+
+  if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
+  TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
+                  std::string(className()).c_str(), "loadDeviceInfoUncached",
+                  manufacturer().c_str(), model().c_str(), deviceVersion().c_str(),
+                  serialNumber().c_str());
+}
+
+void XTImageCapturePTPDevice::reportShortDeviceInfo(std::uint32_t read,
+                                                    const PTPPassThroughRecord& record) const {
+  const auto line = formatted("DeviceInfo of '%s' is cut off: %u bytes read, %u received",
+                              name().c_str(), read, record.pb().dataSize);
+  TraceLog::trace("%s", line.c_str());
+  logTo(PictureDeviceRoom::required().services().log,
+        isOfMaker() ? LogLevel::kWarning : LogLevel::kDebug, line);
+}
+
+void XTImageCapturePTPDevice::checkCapabilitesFromManufacturer(
+    const std::string& manufacturer, std::uint32_t, const CodeList& opcodes,
+    const CodeList& properties, const CodeList& imageFormats, const CodeList& datasets) {
+  CapabilityDetection detection(*this, PictureDeviceRoom::required().services().maker);
+  fields_.capabilities = detection.detect({.manufacturer = manufacturer,
+                                           .model = model(),
+                                           .opcodes = opcodes,
+                                           .properties = properties,
+                                           .imageFormats = imageFormats,
+                                           .datasets = datasets});
+}
+
+std::unique_ptr<PTPPassThroughRecord> XTImageCapturePTPDevice::deviceInfoDataset() {
+  auto record = std::make_unique<PTPPassThroughRecord>(1);
+  return getDeviceInfo(*record) == status::kOK ? std::move(record) : nullptr;
+}
+
+Status XTImageCapturePTPDevice::getDeviceInfo(PTPPassThroughRecord& record) {
+  TraceLog::trace("getDeviceInfo entered");
+  PassThroughTransaction transaction({.method = "getDeviceInfo",
+                                      .headerFailure = "getDeviceInfo GetDeviceInfo",
+                                      .operation = ptp::kGetDeviceInfo,
+                                      .dataUsageMode = kDataFromDevice,
+                                      .room = kDeviceInfoRoom});
+  if (!transaction.run(*this)) return transaction.outcome();
+  record = transaction.takeRecord();
+  TraceLog::trace("getDeviceInfo GetDeviceInfo: dataSize: %i",
+                  static_cast<int>(record.pb().dataSize));
+  traceBytes(record.data().first(16));
+  return status::kOK;
+}
+
+const CodeList& XTImageCapturePTPDevice::supportedDatasets() {
+  if (supportedDatasets_) return *supportedDatasets_;
+  if (!containsCode(operationList_, ptp::XTO_GET_SUPPORTED_DATASETS)) {
+    static const CodeList none;
+    return none;
+  }
+  PassThroughTransaction transaction({.method = "supportedDatasets",
+                                      .operation = ptp::XTO_GET_SUPPORTED_DATASETS,
+                                      .dataUsageMode = kDataFromDevice,
+                                      .room = kSupportedDatasetsRoom});
+  if (!transaction.run(*this)) {
+    raisePTPException("XTO_GET_SUPPORTED_DATASETS failed", transaction);
+  }
+  auto reader = transaction.reader();
+  supportedDatasets_ = reader.scanUInt16Array();
+  transaction.wasShort(reader);
+  if (TraceLog::isActive()) {
+    TraceLog::traceWithTag("Supported datasets:" + codesInWords(*supportedDatasets_),
+                           XTOptDebugLog);
+  }
+  return *supportedDatasets_;
+}
+
+std::uint16_t XTImageCapturePTPDevice::displayRequestVersion() {
+  if (displayRequestVersion_ != 0) return displayRequestVersion_;
+  if (!supportsCameraBackDisplay()) return 0;
+  PassThroughTransaction transaction({.method = "displayRequestVersion",
+                                      .operation = ptp::XT_GET_DISPLAY_REQUEST_VERSION,
+                                      .responseParameters = 1});
+  if (!transaction.run(*this)) {
+    displayRequestVersion_ = 0;
+    raisePTPException("XT_GET_DISPLAY_REQUEST_VERSION failed", transaction);
+  }
+  displayRequestVersion_ = static_cast<std::uint16_t>(transaction.responseParameter(0));
+  TraceLog::trace("Display Request Version: %i", displayRequestVersion_);
+  return displayRequestVersion_;
+}
+
+bool XTImageCapturePTPDevice::doesLCBInfoWork() {
+  if (!containsCode(operationList_, ptp::XTO_GET_LCB_INFO)) return false;
+  PassThroughTransaction transaction({.method = "doesLCBInfoWork",
+                                      .operation = ptp::XTO_GET_LCB_INFO,
+                                      .dataUsageMode = kDataFromDevice,
+                                      .room = kLCBInfoRoom});
+  transaction.run(*this);
+  // What the 12 bytes mean is of no matter, only that the device gives them.
+  return transaction.responseCode() == status::kPTPOK;
+}
+
+std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyDataSet(std::uint16_t property) {
+  if (!containsCode(propertyList_, property)) return std::nullopt;
+  PassThroughTransaction transaction(
+      {.method = "propertyDataSet",
+       .headerFailure = formatted("propertyDataSet GetDevicePropInfo %04X", property),
+       .resultFailure = "propertyDataSet GetDevicePropInfo",
+       .operation = ptp::kGetDevicePropDesc,
+       .parameters = {property},
+       .dataUsageMode = kDataFromDevice,
+       .room = kPropertyRoom});
+  if (!transaction.run(*this)) return std::nullopt;
+  // A copy of what was received, so that it outlives the record and a cut one is noticed.
+  auto dataSet = XTPTPDataSet::initWithData(transaction.received());
+  dataSet.setByteOrder(kPTPByteOrder);
+  return dataSet;
+}
+
+}  // namespace tarvo

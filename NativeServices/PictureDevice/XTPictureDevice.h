@@ -1,0 +1,246 @@
+// The abstract base of every picture device: identity, capabilities and caches, the class side of
+// the device registry, and the interface that concrete classes implement.
+//
+//   for (const auto& device : XTPictureDevice::deviceList()) use(device->name());
+//
+// Devices are never made by plain construction: a concrete class makes them and enters them in the
+// registry with cache().
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "NativeServices/PictureDevice/DeviceCapabilities.h"
+#include "NativeServices/PictureDevice/DeviceRegistry.h"
+#include "Utilities/FourCharCode.h"
+#include "Utilities/Object.h"
+#include "Utilities/PropertyDictionary.h"
+#include "Utilities/Status.h"
+#include "platform/imagecapture/PTPPassThroughPB.h"
+
+namespace tarvo {
+
+class XTExtendedObjectInfo;
+struct PTPStorageInfo;
+struct XT_AddressBookInfo;
+
+/// Names an object on a device, as its class understands it: a PTP object handle (number), an
+/// Image Capture object dictionary, or the path of a file on a volume.
+using ObjectReference = PropertyDictionary;
+using ObjectReferences = std::vector<ObjectReference>;
+using ByteBuffer = std::vector<std::byte>;
+
+/// What the base stores of a device; the field names are those of the device records.
+struct PictureDeviceFields {
+  std::string deviceName;
+  std::string deviceManufacturer;
+  std::string deviceModel;
+  std::string deviceVersion;
+  std::string deviceSerialNumber;  ///< with the manufacturer it identifies a physical device
+  std::string deviceIcon;          ///< encoded image; empty where there is none
+  std::uint32_t vendorExtensionID = 0;
+  DeviceCapabilities capabilities;
+
+  std::optional<PropertyDictionary> cachedAddressBook;
+  std::optional<PropertyDictionary> cachedAlbumDict;
+  bool deviceInfoLoaded = false;
+  bool disconnected = false;
+  std::uint32_t acquisitions = 0;  ///< downloads under way
+  std::uint16_t sendObjectOpcode = 0;
+  std::map<std::uint32_t, std::shared_ptr<XTExtendedObjectInfo>> objectInfoCache;
+  std::map<std::uint32_t, std::uint32_t> orderAssetCounts;  ///< by order object handle
+  std::optional<std::vector<std::uint32_t>> storageIDCache;
+
+  // Counts that size receive buffers; -1 is unknown.
+  std::int32_t cachedImageCountForDatasetSizeEstimate = -1;
+  std::int32_t cachedAlbumCountForDatasetSizeEstimate = -1;
+  std::int32_t cachedEmailOrderCountForDatasetSizeEstimate = -1;
+  std::int32_t cachedPrintOrderCountForDatasetSizeEstimate = -1;
+  std::int32_t cachedTransferOrderCountForDatasetSizeEstimate = -1;
+  std::int32_t cachedAudioAnnotationCountForDatasetSizeEstimate = -1;
+
+  std::uint32_t cachedBragbookAssociationObject = 0;
+  std::optional<std::string> cachedDefaultCollectionID;  ///< upper case
+  std::optional<PropertyDictionary> cachedSquirtTransferFiles;
+  std::optional<std::string> cachedUILanguage;
+  std::optional<std::string> cachedDeviceLocalization;
+  std::function<bool(char16_t)> badNicknameSet;  ///< true for a refused unit; made on first use
+  std::function<bool(std::uint32_t)> downloadUpdateCb;  ///< given bytes; true cancels
+};
+
+/// Main thread only.
+class XTPictureDevice : public Object {
+ public:
+  ~XTPictureDevice() override;
+
+  // The class side.
+
+  /// A copy of the registry, in its order; empty without a room.
+  static std::vector<std::shared_ptr<XTPictureDevice>> deviceList();
+  /// Starts discovery: at once, or, when the helper application launched this process, once
+  /// "XTWirelessDeviceDestroyed" is posted. What is found meanwhile is announced from the main
+  /// loop. Raises as XTImageCaptureDevice::registerDeviceAddedNotifications().
+  static void registerAllNotifications();
+  /// Empties the registry, without notifications.
+  static void unregisterAllNotifications();
+  /// Loads every registered device's information and returns the names that are not empty;
+  /// `classes` and `devices`, where given, get the class name and the device of each.
+  static std::vector<std::string> detectAllDevices(
+      std::vector<std::string>* classes, std::vector<std::shared_ptr<XTPictureDevice>>* devices);
+  static std::shared_ptr<XTPictureDevice> deviceWithSerialNumber(std::string_view serialNumber);
+  /// The device at `index` if it has that name, else the first of that name, else null.
+  static std::shared_ptr<XTPictureDevice> device(std::string_view name, std::size_t index);
+  /// Always null: devices behind URLs are not supported.
+  static std::shared_ptr<XTPictureDevice> deviceWithName(std::string_view name,
+                                                         std::string_view url);
+  /// See FileTypeTables.h.
+  static FourCharCode OSTypeFromExt(std::string_view extension);
+  static std::uint16_t PTPTypeFromExt(std::string_view extension);
+
+  // Identity and registry.
+
+  virtual std::string_view className() const = 0;
+  /// "CLASS named NAME, model MODEL and serial# SERIAL".
+  std::string description() const override;
+  /// True for a device of exactly the same class, serial number and manufacturer.
+  bool isSameDeviceAs(const XTPictureDevice& other) const;
+
+  /// Enters the registry, which announces the device, unless the same device is there already.
+  std::shared_ptr<XTPictureDevice> cache();
+  /// Leaves the registry, which announces the removal; nothing when not in it.
+  void uncache();
+  void removeFromCache() { uncache(); }
+  void notifySelfAdded();
+  void notifySelfRemoved();
+
+  /// Loads the device information once; later calls answer 0. The status of
+  /// loadDeviceInfoUncached().
+  virtual Status loadDeviceInfo();
+  /// Drops the cached album names when "XTDeviceSerialNumber" names this device.
+  void deviceWasSetupNotification(const Notification& notification);
+
+  const std::string& name() const { return fields_.deviceName; }
+  const std::string& manufacturer() const { return fields_.deviceManufacturer; }
+  const std::string& model() const { return fields_.deviceModel; }
+  const std::string& deviceVersion() const { return fields_.deviceVersion; }
+  const std::string& serialNumber() const { return fields_.deviceSerialNumber; }
+  const std::string& icon() const { return fields_.deviceIcon; }
+  std::uint32_t vendorExtensionID() const { return fields_.vendorExtensionID; }
+  void setDisconnected(bool disconnected) { fields_.disconnected = disconnected; }
+  bool disconnected() const { return fields_.disconnected; }
+
+  // Capabilities.
+
+  const DeviceCapabilities& capabilities() const { return fields_.capabilities; }
+  bool supportsAddressBooks() const { return capabilities().deviceSupportsAddressBooks; }
+  bool requiresYCC422() const { return capabilities().deviceRequiresYCC422; }
+  bool supportsCapture() const { return capabilities().deviceSupportsCapture; }
+  bool supportsIntention() const { return capabilities().deviceSupportsIntention; }
+  bool supportsCameraBackDisplay() const { return capabilities().deviceSupportsCameraBackDisplay; }
+  bool acceptsFiles() const { return capabilities().deviceAcceptsFiles; }
+  bool supportsCobaltDatasets();
+  bool canBeWireless();
+  /// Whether an operation may be sent: the three session operations always, others only when the
+  /// device lists them, and vendor operations only to a device with the maker's extension.
+  bool supportsOperation(std::uint16_t operation);
+
+  // Operations with a fixed answer, which a concrete class may override.
+
+  virtual bool isDocked() { return false; }
+  virtual bool isWireless() { return false; }
+  virtual bool isProtected(const ObjectReference&) { return false; }
+  virtual bool doesLCBInfoWork() { return false; }
+  virtual bool isPTPDevice() const { return false; }
+  virtual bool isMSCamera() const { return false; }
+  virtual bool isMSCard() const { return false; }
+  virtual Status indicateBusy() { return status::kOK; }
+  virtual std::uint16_t displayRequestVersion() { return 0; }
+  virtual Status displayOnDevice(std::string_view title1, std::string_view title2,
+                                 std::string_view line1, std::string_view line2,
+                                 std::string_view line3, std::string_view bottom);
+  virtual Status indicateFulfillment(std::uint32_t order, std::uint32_t asset);
+  virtual void systemWillSleep() {}
+  virtual void systemAwake() {}
+  virtual void loadDeviceIcon() {}
+  virtual bool systemCanSleep() { return true; }
+
+  // The abstract interface. A class that does not provide an operation logs "Subclass
+  // responsibility not overridden" and answers the default: none, or the value given here.
+
+  virtual const CodeList* opCodeList();
+  virtual const CodeList* eventCodeList();
+  virtual const CodeList* propertyList();
+  virtual const CodeList* captureFormatList();
+  virtual const CodeList* imageFormatList();
+
+  virtual std::uint8_t batteryLevel();      ///< 255
+  virtual Status setDateTime();             ///< -1400
+  virtual Status loadDeviceInfoUncached();  ///< -50
+  virtual std::unique_ptr<PTPPassThroughRecord> deviceInfoDataset();
+
+  // Counts and lists. Counts: 0, that of objects on a store: -1.
+  virtual std::int32_t imageCount();
+  virtual std::int32_t squirtTransferCount();
+  virtual std::int32_t squirtPrintCount();
+  virtual std::int32_t squirtEmailCount();
+  virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type);
+  virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
+                                              std::uint32_t association);  ///< 0
+  virtual std::optional<ObjectReferences> pictureFiles();
+  virtual std::optional<std::vector<std::string>> orderFiles();  ///< local paths
+  virtual std::optional<std::vector<PropertyDictionary>> emailOrderList();
+  virtual std::optional<std::vector<PropertyDictionary>> printOrderList();
+  virtual std::optional<std::vector<PropertyDictionary>> transferOrderList();
+
+  // Stores.
+  virtual std::optional<std::vector<std::uint32_t>> storageIDs();
+  virtual std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t storageID);
+  virtual Status formatStore(std::uint32_t storageID);  ///< -50, also reported as not recognised
+
+  // Address book.
+  virtual Status addressBookInfo(XT_AddressBookInfo& info);  ///< 0
+  virtual std::optional<PropertyDictionary> addressBookDictUncached();
+  virtual Status setAddressBookDict(const PropertyDictionary& dictionary);  ///< -1400
+  virtual Status setAddressBook(const std::string& path);                   ///< -1400
+
+  // Objects. Sizes in bytes: 0; objectInfo: -4.
+  virtual std::int64_t thumbSize(const ObjectReference& object);
+  virtual std::int64_t objectSize(const ObjectReference& object);
+  virtual std::optional<std::string> objectFilename(const ObjectReference& object);
+  virtual std::shared_ptr<XTExtendedObjectInfo> objectInfoForHandle(const ObjectReference& object);
+  virtual Status objectInfo(std::shared_ptr<XTExtendedObjectInfo>& info, std::uint32_t handle);
+  virtual std::optional<std::string> hostObjectWrapperFile();  ///< local path
+
+  // Transfers. Statuses of downloads: -1400, of sends: -50.
+  virtual std::optional<ByteBuffer> downloadThumb(const ObjectReference& object);
+  virtual Status downloadImage(const ObjectReference& object, const std::string& destination);
+  virtual Status downloadFile(const ObjectReference& object, const std::string& destination);
+  virtual std::optional<ByteBuffer> downloadObject(const ObjectReference& object);
+  virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
+                                std::uint32_t parent, std::uint32_t* resultHandle);
+  virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle);
+  virtual Status sendObjectData(const ByteBuffer& data);
+
+  // Deleting. Statuses: -1400, of bragbooks and host object wrappers: 0x200B.
+  virtual Status deleteFilesOfType(std::uint16_t type);
+  virtual Status deleteOrderFiles();
+  virtual Status deleteBragbookFiles();
+  virtual Status deleteHostObjectWrapperFiles();
+
+ protected:
+  XTPictureDevice() = default;
+
+  PictureDeviceFields fields_;
+
+ private:
+  static void deferredRegistrations();
+};
+
+}  // namespace tarvo

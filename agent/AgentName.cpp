@@ -1,0 +1,51 @@
+#include "agent/AgentName.h"
+
+#include <utility>
+
+#include "Utilities/Format.h"
+
+namespace tarvo {
+namespace {
+
+constexpr int kAnswerTimeoutMs = 2000;
+
+// Flags and answers of org.freedesktop.DBus.RequestName (D-Bus specification).
+constexpr guint32 kDoNotQueue = 4;
+constexpr guint32 kNameExists = 3;
+
+}  // namespace
+
+AgentName::AgentName(BusConnection& bus, LogSink log, std::function<void()> taken)
+    : bus_(bus), log_(std::move(log)), whenTaken_(std::move(taken)) {}
+
+AgentName::~AgentName() {
+  bus_.removeObserver(this);
+}
+
+void AgentName::claim() {
+  bus_.addObserver(this, [this](GDBusConnection* connection) { claimOn(connection); }, {});
+}
+
+void AgentName::claimOn(GDBusConnection* connection) {
+  taken_ = false;
+  GErrorHolder error;
+  const GVariantPtr answer(g_dbus_connection_call_sync(
+      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", kAgentBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"),
+      G_DBUS_CALL_FLAGS_NONE, kAnswerTimeoutMs, nullptr, error.out()));
+  if (!answer) {
+    logTo(log_, LogLevel::kWarning,
+          formatted("The name %s cannot be owned: %s", kAgentBusName, error.message().c_str()));
+    return;
+  }
+  guint32 result = 0;
+  g_variant_get(answer.get(), "(u)", &result);
+  if (result != kNameExists) return;
+  taken_ = true;
+  logTo(
+      log_, LogLevel::kError,
+      formatted("Another agent is running: it owns the name %s on the session bus", kAgentBusName));
+  if (whenTaken_) whenTaken_();
+}
+
+}  // namespace tarvo

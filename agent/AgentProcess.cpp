@@ -1,0 +1,146 @@
+#include "agent/AgentProcess.h"
+
+#include <csignal>
+#include <cstdio>
+#include <utility>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "Utilities/Exception.h"
+#include "agent/AgentName.h"
+#include "agent/AgentStatus.h"
+#include "agent/ListenerMain.h"
+#include "agent/PresentDevices.h"
+#include "identify/IdentifyRoom.h"
+#include "identify/models/SupportedModels.h"
+#include "msc/TarvoMSCDeviceList.h"
+#include "platform/foundation/BusConnection.h"
+#include "platform/foundation/DBusNotificationCenter.h"
+#include "platform/foundation/GlibRunLoop.h"
+#include "platform/foundation/JournalLog.h"
+#include "platform/foundation/KeyFilePreferences.h"
+#include "platform/foundation/LogindSessionMonitor.h"
+#include "platform/foundation/MainLoopGuard.h"
+#include "platform/foundation/NotificationQueue.h"
+#include "platform/foundation/ProcessRunningApplications.h"
+#include "platform/foundation/SpawnedTask.h"
+#include "platform/foundation/SystemVersion.h"
+#include "platform/foundation/UnixMountTable.h"
+#include "platform/imagecapture/ImageCaptureService.h"
+#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
+#include "platform/iokit/UdevRegistry.h"
+
+namespace tarvo {
+// What the process needs before it may touch a device.
+struct AgentProcess::Base {
+  Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
+      : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
+
+  JournalLog systemLog;
+  LogSink log = systemLog.sink();
+  KeyFilePreferences preferences;
+  LogState logState{preferences, systemLog};
+  MakerConstants constants = MakerConstants::load(preferences, log);
+  GlibRunLoop loop{log};
+  SessionBus sessionBus{loop, log};
+  AgentStatus status;
+  AgentName name{sessionBus, log, [this] { loop.quit(); }};
+};
+
+// The platform, and upon it the rooms and the Listener: each member stands on those above it.
+struct AgentProcess::Devices {
+  explicit Devices(Base& base) : base_(base) {}
+  void arm();
+
+  Base& base_;
+  NotificationCenter center;
+  NotificationCenter workspaceCenter;
+  NotificationQueue queue{center, base_.loop};
+  DBusNotificationCenter distributedCenter{base_.sessionBus, base_.log};
+  SystemBus systemBus{base_.loop, base_.log};
+  LogindSessionMonitor session{systemBus, base_.log};
+  SpawnedTaskFactory tasks{center, base_.log};
+  ProcessRunningApplications applications;
+  UnixMountTable mounts{base_.preferences, base_.log};
+  UdevRegistry registry{base_.loop, base_.log};
+  ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
+  ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
+
+  SupportedModels models{base_.constants};
+  PictureDeviceRoom pictureDevices{{center, queue, base_.loop, imageCapture, registry, mounts,
+                                    applications, base_.preferences, base_.constants, base_.log}};
+  IdentifyRoom identify{{imageCapture, registry, mounts}};
+  MSCRoom massStorage{{center}};
+  std::unique_ptr<Listener> listener;
+};
+
+void AgentProcess::Devices::arm() {
+  // Read now, so that an arrival need not wait for it, and a user learns early what is missing.
+  models.getValidDscPids();
+  if (!models.pidList())
+    logTo(base_.log, LogLevel::kWarning,
+          "No camera will be recognised: the list of supported models cannot be read from " +
+              base_.constants.agentBundlePath + "/Resources/ggcam.inf");
+  for (const char* name : {"DeviceAdded", "DeviceRemoved"})
+    center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
+  systemBus.start();
+  session.start(workspaceCenter);
+  listener = Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks,
+                             applications, imageCapture, base_.constants,
+                             static_cast<std::uint32_t>(systemVersion(base_.preferences)),
+                             base_.log, [this] { base_.status.update(); }});
+}
+
+AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {}
+
+AgentProcess::~AgentProcess() = default;
+
+int AgentProcess::run() {
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    base_ = std::make_unique<Base>(options_, [this] { return statusNow(); });
+  } catch (const Exception& exception) {
+    std::fprintf(stderr, "tarvo-agent: %s\n", exception.reason().c_str());
+    return kExitUsage;
+  }
+  base_->loop.quitOnTerminationSignals();
+  if (!ownName()) return kExitNameTaken;
+  if (!armListener()) {
+    systemLogLine("Failed to alloc listener");
+    return kExitNormal;
+  }
+  base_->status.update();
+  logTo(base_->log, LogLevel::kInfo, "tarvo-agent " + options_.version + " ready");
+  base_->loop.run();
+  return base_->name.isTaken() ? kExitNameTaken : kExitNormal;
+}
+
+// Nothing may reach a device before: a second agent must not launch anything. Where there is no bus
+// there is nobody to ask; the name is claimed when the bus comes.
+bool AgentProcess::ownName() {
+  base_->sessionBus.addObserver(
+      &base_->status, [this](GDBusConnection* connection) { base_->status.attach(connection); },
+      [this] { base_->status.detach(); });
+  base_->sessionBus.start();
+  base_->sessionBus.waitUntilSettled();
+  base_->name.claim();
+  return !base_->name.isTaken();
+}
+
+bool AgentProcess::armListener() {
+  guardedEntry(base_->log, "init", [this] {
+    devices_ = std::make_unique<Devices>(*base_);
+    devices_->arm();
+  });
+  return devices_ && devices_->listener;
+}
+
+AgentStatus::Values AgentProcess::statusNow() const {
+  if (!devices_ || !devices_->listener) return {};
+  const Listener& listener = *devices_->listener;
+  return {listener.isActive(), listener.relayIsRunning(), listener.wirelessIsBusy(),
+          listener.recoveryIsArmed(), presentDevices()};
+}
+
+}  // namespace tarvo

@@ -1,0 +1,63 @@
+// Keeps two of the maker's applications from working on a device at the same time: each side
+// announces busy and done to every process of the user, and listens to the other side.
+//
+//   auto blocker = AppBlocker::initForBlockingOnWRLA(distributedCenter);
+//   blocker->SendBusyNotification();     // "the Relay application works on a device"
+//   if (blocker->isBusy()) ...           // the wireless utility is transferring
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "platform/foundation/DistributedNotificationCenter.h"
+
+namespace tarvo {
+
+inline constexpr std::string_view kRLABusyNotification = "kRLABusyNotification";
+inline constexpr std::string_view kRLADoneNotification = "kRLADoneNotification";
+inline constexpr std::string_view kWRLABusyNotification = "kWRLABusyNotification";
+inline constexpr std::string_view kWRLADoneNotification = "kWRLADoneNotification";
+
+/// Main thread only. The notifications carry neither object nor data.
+class AppBlocker {
+ public:
+  /// Listens to the Relay application's names and posts the wireless utility's. `center` must
+  /// outlive the blocker.
+  static std::unique_ptr<AppBlocker> initForBlockingOnRLA(DistributedNotificationCenter& center);
+  /// Listens to the wireless utility's names and posts the Relay application's.
+  static std::unique_ptr<AppBlocker> initForBlockingOnWRLA(DistributedNotificationCenter& center);
+
+  ~AppBlocker();
+  AppBlocker(const AppBlocker&) = delete;
+  AppBlocker& operator=(const AppBlocker&) = delete;
+
+  void SendBusyNotification();
+  void SendDoneNotification();
+
+  /// Whether the other side last said busy; there is no counting.
+  bool isBusy() const { return isBusy_; }
+  void setBusy(bool busy);
+
+  void handleBusyNotification();
+  void handleDoneNotification();
+
+  /// Calls `changed` whenever isBusy() has been set. One listener; an empty function ends it.
+  void setChangeListener(std::function<void()> changed) { changed_ = std::move(changed); }
+
+ private:
+  struct Names {
+    std::string_view busy, done;
+  };
+  AppBlocker(DistributedNotificationCenter& center, Names heard, Names posted);
+
+  DistributedNotificationCenter& center_;
+  std::string busyNotification;
+  std::string doneNotification;
+  bool isBusy_ = false;
+  std::function<void()> changed_;
+};
+
+}  // namespace tarvo

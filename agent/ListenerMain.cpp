@@ -1,0 +1,259 @@
+#include "agent/ListenerMain.h"
+
+#include <new>
+#include <utility>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "Utilities/Exception.h"
+#include "agent/ListenerLog.h"
+#include "identify/DeviceInfoSupport.h"
+#include "msc/TarvoMSCDeviceList.h"
+#include "platform/foundation/SessionMonitor.h"
+
+namespace tarvo {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kLostDevInterval{1000};
+constexpr milliseconds kKillDelay{5000};
+constexpr std::uint32_t kFirstVersionWithAviBug = 0x1060;
+constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
+
+// The camera mode of the vendor's USB-mode page, and how the unit is sent there.
+constexpr int kCameraMode = 1;
+constexpr int kAutowakeDelay = 1000;
+
+void assertNotification(const Notification* notification, int line) {
+  if (notification) return;
+  throw Exception(std::string(exception_name::kInternalInconsistency),
+                  "Invalid parameter not satisfying: notification != nil",
+                  {{"source", "ListenerMain"}, {"line", line}});
+}
+
+}  // namespace
+
+std::unique_ptr<Listener> Listener::init(ListenerServices services) {
+  std::unique_ptr<Listener> listener(new (std::nothrow) Listener(std::move(services)));
+  if (!listener) return nullptr;
+  listener->observeDevices();
+  listener->observeSession();
+  listener->registerForAviBug();
+  listener->observeApplications();
+  listener->launchWRLApp();
+  listener->launchWirelessUtilityAgain();
+  // Only now: devices that were attached at start have been handled without a blocker, and no busy
+  // was announced for them.
+  listener->appBlocker = AppBlocker::initForBlockingOnWRLA(listener->services_.distributedCenter);
+  listener->appBlocker->setChangeListener([self = listener.get()] { self->changed(); });
+  const std::string separator = std::string(11, '-') + std::string(95, '=');
+  systemLogLine(separator);
+  systemLogLine(separator);
+  return listener;
+}
+
+Listener::Listener(ListenerServices services) : services_(std::move(services)) {}
+
+Listener::~Listener() {
+  services_.center.removeObserver(this);
+  services_.workspaceCenter.removeObserver(this);
+  services_.distributedCenter.removeObserver(this);
+  if (handleAviBug_) services_.imageCapture.registerForEventNotification(0, ica::kDeviceAdded, {});
+  stopLostDevTimer();
+  if (killTimer_) killTimer_->invalidate();
+}
+
+void Listener::observeDevices() {
+  services_.center.addObserver(this, std::string(kMSCDeviceAddedEvent),
+                               [this](const Notification& n) { newMSCDeviceAdded(&n); });
+  services_.center.addObserver(this, "DeviceAdded",
+                               [this](const Notification& n) { newImageCaptureDeviceAdded(&n); });
+  TarvoMSCDeviceList::sharedDeviceList();
+  XTImageCaptureDevice::registerDeviceAddedNotifications();
+}
+
+void Listener::observeSession() {
+  for (const std::string_view name : {kSessionDidBecomeActive, kSessionDidResignActive}) {
+    services_.workspaceCenter.addObserver(
+        this, std::string(name), [this](const Notification& n) { fastUserSwitchHandler(n); });
+  }
+}
+
+// The registration takes the place of the picture-device room's own one for the same event: on
+// these system versions a device that comes is found by the search, not by its event. Intended.
+void Listener::registerForAviBug() {
+  handleAviBug_ = services_.systemVersion >= kFirstVersionWithAviBug &&
+                  services_.systemVersion <= kLastVersionWithAviBug;
+  if (!handleAviBug_) return;
+  logListener("handle ICA AVI bug");
+  const Status headerErr = services_.imageCapture.registerForEventNotification(
+      0, ica::kDeviceAdded, [this](const ICAEvent& event) {
+        addDeviceNotificationCB(fourCharText(event.type), event.dictionary, this);
+      });
+  if (headerErr != status::kOK) logListener("ERROR ---- ICARegisterEventNotification failed");
+}
+
+void Listener::observeApplications() {
+  services_.center.addObserver(this, std::string(kTaskDidTerminateNotification),
+                               [this](const Notification& n) { appDiedHandler(n); });
+  services_.distributedCenter.addObserver(this, std::string(kLaunchWRLAppNotification),
+                                          [this] { launchWRLAHandler(); });
+}
+
+// A task refuses its second launch, so this raises, and the line is logged at every start.
+// Intended.
+void Listener::launchWirelessUtilityAgain() {
+  try {
+    wrlaTask->launch();
+  } catch (const Exception& exception) {
+    logListener("launch WRLApp - caught exception: %s", exception.reason().c_str());
+  }
+}
+
+void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
+  logListener("newImageCaptureDeviceAdded - entered");
+  assertNotification(notification, 474);
+  stopLostDevTimer();
+  if (!mayLaunch()) return;
+  const auto device = std::dynamic_pointer_cast<XTPictureDevice>(notification->object);
+  if (!device) {
+    logListener("newImageCaptureDeviceAdded - ERROR - device is nil!");
+    return;
+  }
+  std::string type;
+  std::string path;
+  std::int32_t locationID = 0;
+  DeviceInfoSupport::getInfoForDevice(device, &type, &locationID, &path);
+  if (type.empty()) {
+    // Said of every unsupported device, cameras included.
+    logListener("newImageCaptureDeviceAdded - ignoring invalid mass storage device.");
+    return;
+  }
+  if (handleAviBug_) device->removeFromCache();
+  launchAppWithType(type, std::to_string(locationID), path);
+}
+
+// The guards of an arrival, each with its own line.
+bool Listener::mayLaunch() {
+  if (!active_) {
+    logListener("newImageCaptureDeviceAdded - not active. Ignoring this camera event.");
+    return false;
+  }
+  if (relayAppIsRunning()) {
+    logListener(
+        "newImageCaptureDeviceAdded - RelayApp is already running. Ignoring this camera event.");
+    return false;
+  }
+  if (rlaTask) {
+    logListener("newImageCaptureDeviceAdded --- ERROR --- rlaTask is not nil, but RLA is running!");
+    rlaTask = nullptr;
+    changed();
+  }
+  if (wirelessIsBusy()) {
+    showBusyMessage();
+    logListener("newImageCaptureDeviceAdded - WRLA is transferring. Ignoring this camera event.");
+    return false;
+  }
+  return true;
+}
+
+void Listener::newMSCDeviceAdded(const Notification* notification) {
+  logListener("newMSCDeviceAdded - entered");
+  assertNotification(notification, 566);
+  if (!active_) {
+    logListener("newMSCDeviceAdded - not active. Ignoring this camera event.");
+    return;
+  }
+  const auto device = std::dynamic_pointer_cast<TarvoMSCDevice>(notification->object);
+  if (!device) return;
+  if (!device->canAutoPowerCycle()) {
+    logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");
+    device->unmountMedia();
+    device->ejectTray();
+    return;
+  }
+  logListener("newMSCDeviceAdded - setting device USB mode.");
+  device->setUSBMode(kCameraMode, true, kAutowakeDelay);
+  if (handleAviBug_) awaitReturnOf(*device);
+}
+
+// The unit comes back as a camera with the same serial number.
+void Listener::awaitReturnOf(const TarvoMSCDevice& device) {
+  const auto usbDevice = DeviceInfoSupport::getRootUSBDictionaryForService(device.iokitService());
+  if (!usbDevice) {
+    logListener("--- ERROR --- getRootUSBDictionaryForService failed.");
+    return;
+  }
+  mscSerialNum_ = textForKey(*usbDevice, "USB Serial Number");
+  if (!mscSerialNum_) logListener("--- ERROR --- failed to find serial number in svcDict.");
+  startLostDevTimer();
+}
+
+void addDeviceNotificationCB(std::string_view /*notificationType*/,
+                             const PropertyDictionary& notificationDictionary, Listener* refcon) {
+  logListener("addDeviceNotificationCB - entered");
+  const auto fileName = textForKey(notificationDictionary, "ifil");
+  if (!fileName || fileName->find(".AVI") == std::string::npos) return;
+  if (refcon) refcon->startLostDevTimer();
+}
+
+void Listener::startLostDevTimer() {
+  if (lostDevTimer_) return;
+  logListener("starting Lost Device Timer");
+  lostDevTimer_ =
+      services_.runLoop.scheduleTimer(kLostDevInterval, true, [this] { lostDevTimerHandler(); });
+  startKillTimer();
+}
+
+void Listener::startKillTimer() {
+  if (killTimer_) {
+    logListener("startingKillTimer - reset trigger time");
+    killTimer_->setFireDelay(kKillDelay);
+  } else {
+    logListener("starting Kill Timer");
+    killTimer_ =
+        services_.runLoop.scheduleTimer(kKillDelay, false, [this] { killTimersHandler(); });
+  }
+  changed();
+}
+
+void Listener::stopLostDevTimer() {
+  if (lostDevTimer_ && lostDevTimer_->isValid()) lostDevTimer_->invalidate();
+}
+
+void Listener::lostDevTimerHandler() {
+  logListener("lostDevTimerHandler - checking for device...");
+  XTImageCaptureDevice::checkForDevicesAtStartup(false);
+  for (const auto& device : XTPictureDevice::deviceList()) {
+    if (mscSerialNum_ && device->serialNumber() != *mscSerialNum_) {
+      logListener("lostDevTimerHandler - serial number mismatch. Continuing...");
+      continue;
+    }
+    logListener("lostDevTimerHandler - found a device. Stopping timer.");
+    stopLostDevTimer();
+  }
+}
+
+void Listener::killTimersHandler() {
+  logListener("killTimersHandler - entered");
+  stopLostDevTimer();
+  lostDevTimer_ = nullptr;
+  killTimer_ = nullptr;
+  mscSerialNum_.reset();
+  logSeparator();
+  changed();
+}
+
+void Listener::fastUserSwitchHandler(const Notification& notification) {
+  logListener("fastUserSwitchHandler - entered");
+  active_ = notification.name != kSessionDidResignActive;
+  changed();
+}
+
+void Listener::changed() const {
+  if (services_.stateChanged) services_.stateChanged();
+}
+
+}  // namespace tarvo

@@ -1,0 +1,22 @@
+#include "agent/PresentDevices.h"
+
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "identify/DeviceInfoSupport.h"
+#include "identify/models/SupportedModels.h"
+
+namespace tarvo {
+
+std::vector<AgentStatus::Device> presentDevices() {
+  const SupportedModels* models = SupportedModels::current();
+  std::vector<AgentStatus::Device> shown;
+  for (const auto& device : XTPictureDevice::deviceList()) {
+    AgentStatus::Device& row = shown.emplace_back();
+    row.serialNumber = device->serialNumber();
+    // Without the list of models each look at a camera would try, and log, its reading once more.
+    if (device->isPTPDevice() && (!models || !models->pidList())) continue;
+    DeviceInfoSupport::getInfoForDevice(device, &row.type, &row.location, &row.path);
+  }
+  return shown;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,105 @@
+#include "identify/DeviceInfoSupport.h"
+
+#include <utility>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
+#include "identify/IdentifyRoom.h"
+#include "identify/models/SupportedModels.h"
+
+namespace tarvo {
+
+namespace {
+
+constexpr std::string_view kTypePTP = "PTP";
+constexpr std::string_view kTypeMassStorage = "MSC";
+constexpr std::string_view kTypeCard = "card";
+constexpr std::string_view kTypeUnsupported;
+
+/// Out-arguments may be null.
+template <typename Target, typename Value>
+void write(Target* target, const Value& value) {
+  if (target) *target = value;
+}
+
+void infoForPTPDevice(const XTPictureDevice& device, std::string* type, std::int32_t* locID,
+                      std::string* path) {
+  const auto* imageCaptureDevice = dynamic_cast<const XTImageCaptureDevice*>(&device);
+  if (!imageCaptureDevice || !imageCaptureDevice->icaDictionary()) {
+    systemLogLine("getInfoForDevice:returnType:locID:path - icaDict is nil!");
+    return;
+  }
+  const PropertyDictionary& dictionary = *imageCaptureDevice->icaDictionary();
+  const auto number = [&](std::string_view key) {
+    return int32ForKey(dictionary, key).value_or(0);
+  };
+  if (!DeviceInfoSupport::isValidDscVid(number("idVendor"), number("idProduct"))) {
+    write(type, kTypeUnsupported);
+    return;
+  }
+  write(locID, number("locationID"));
+  write(type, kTypePTP);
+  write(path, "");
+}
+
+}  // namespace
+
+void DeviceInfoSupport::getInfoForDevice(const std::shared_ptr<XTPictureDevice>& device,
+                                         std::string* type, std::int32_t* locID,
+                                         std::string* path) {
+  if (device && device->isPTPDevice()) {
+    infoForPTPDevice(*device, type, locID, path);
+    return;
+  }
+  const auto mscDevice = std::dynamic_pointer_cast<XTImageCaptureMSCDevice>(device);
+  if (!mscDevice) {
+    systemLogLine("getInfoForDevice:returnType:locID:path - mscDevice cast failed!");
+    return;
+  }
+  if (!type) return;
+  *type = mscDevice->isMSCamera() ? kTypeMassStorage
+          : mscDevice->isMSCard() ? kTypeCard
+                                  : kTypeUnsupported;
+  write(path, mscDevice->logicalMountPath());
+  write(locID, mscDevice->usbLocID());
+}
+
+std::optional<PropertyDictionary> DeviceInfoSupport::getRootUSBDictionaryForService(
+    ServiceHandle service) {
+  auto* room = IdentifyRoom::current();
+  if (!room) return std::nullopt;
+  auto& registry = room->services().registry;
+  if (auto ancestors = registry.ancestors(service); !ancestors) {
+    TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateIterator failed");
+  } else {
+    // The service itself counts: it may be the USB device.
+    ancestors->insert(ancestors->begin(), service);
+    for (const ServiceHandle current : *ancestors) {
+      auto properties = registry.properties(current);
+      if (!properties) {
+        TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateCFProperties failed");
+      } else if (properties->contains("USB Product Name")) {
+        return properties;
+      }
+    }
+  }
+  TraceLog::trace("getRootUSBDictionaryForService failed to find the device in IOKit Registry");
+  return std::nullopt;
+}
+
+bool DeviceInfoSupport::isValidDscVid(std::int32_t vid, std::int32_t pid) {
+  auto* models = SupportedModels::current();
+  return models && models->isValidDscVid(vid, pid);
+}
+
+bool DeviceInfoSupport::isValidPVC(const XTImageCaptureMSCDevice& device) {
+  auto* models = SupportedModels::current();
+  return models && models->isValidPVC(device.vid(), device.pid());
+}
+
+bool DeviceInfoSupport::isValidCard(const XTImageCaptureMSCDevice* device) {
+  if (!device) return false;
+  return SupportedModels::isValidCard(device->logicalMountPath());
+}
+
+}  // namespace tarvo

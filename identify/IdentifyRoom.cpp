@@ -1,0 +1,23 @@
+#include "identify/IdentifyRoom.h"
+
+namespace tarvo {
+
+namespace {
+
+IdentifyRoom* currentRoom = nullptr;
+
+}  // namespace
+
+IdentifyRoom::IdentifyRoom(IdentifyServices services) : services_(services) {
+  currentRoom = this;
+}
+
+IdentifyRoom::~IdentifyRoom() {
+  if (currentRoom == this) currentRoom = nullptr;
+}
+
+IdentifyRoom* IdentifyRoom::current() {
+  return currentRoom;
+}
+
+}  // namespace tarvo

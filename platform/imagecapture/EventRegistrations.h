@@ -1,0 +1,32 @@
+// Who wants to hear of which events.
+#pragma once
+
+#include <map>
+#include <utility>
+
+#include "Utilities/LogSink.h"
+#include "platform/imagecapture/ImageCapture.h"
+
+namespace tarvo {
+
+/// Main thread only. A callback may register, end registrations and send messages.
+class EventRegistrations {
+ public:
+  explicit EventRegistrations(LogSink log) : log_(std::move(log)) {}
+
+  /// One callback for each object (0: any) and type; an empty one ends the registration.
+  void set(ICAObject object, FourCharCode type, ImageCapture::EventCallback callback);
+  /// Calls who is registered for the event's object, then who is registered for any. An exception
+  /// is logged and keeps the event from nobody else.
+  void deliver(const ICAEvent& event) const;
+  /// Ends every registration of the object.
+  void forget(ICAObject object);
+
+ private:
+  void deliverTo(ICAObject registered, const ICAEvent& event) const;
+
+  LogSink log_;
+  std::map<std::pair<ICAObject, FourCharCode>, ImageCapture::EventCallback> callbacks_;
+};
+
+}  // namespace tarvo

@@ -1,0 +1,61 @@
+// The Image Capture service of this process: PTP cameras and mounted USB volumes as objects.
+//
+// The sources find devices and describe them, the object table numbers them, the registrations hear
+// of them, and a channel per camera carries their messages.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "Utilities/LogSink.h"
+#include "platform/foundation/MountTable.h"
+#include "platform/imagecapture/DeviceSink.h"
+#include "platform/imagecapture/EventRegistrations.h"
+#include "platform/imagecapture/ImageCapture.h"
+#include "platform/imagecapture/ObjectTable.h"
+#include "platform/imagecapture/PTPSource.h"
+#include "platform/imagecapture/VolumeSource.h"
+#include "platform/imagecapture/ptp/PTPConnection.h"
+#include "platform/iokit/Registry.h"
+
+namespace tarvo {
+
+/// Main thread only. What it was made with must outlive it; it is the mount table's one watcher.
+/// Nothing is opened or sent before a client asks for it.
+class ImageCaptureService : public ImageCapture, private DeviceSink {
+ public:
+  ImageCaptureService(Registry& registry, MountTable& mounts, ptp::PTPConnector& connector,
+                      LogSink log);
+
+  Status getDeviceList(ICAObject& list) override;
+  Status getObjectInfo(ICAObject object, ICAObjectInfo& info) override;
+  Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) override;
+  Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) override;
+  Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) override;
+  Status registerForEventNotification(ICAObject object, FourCharCode type,
+                                      EventCallback callback) override;
+  Status objectSendMessage(ICAObjectSendMessagePB& block) override;
+  Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) override;
+  Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) override;
+  Status downloadFile(ICAObject object, const std::string& folder, std::string& path) override;
+  std::unique_ptr<ICAScope> openScope(ICAObject device, Status* failure, std::string* why) override;
+
+ private:
+  // What the sources tell.
+  ICAObject deviceCame(FoundDevice device) override;
+  void deviceWent(ICAObject object) override;
+
+  // A message holds the channel for its own length; inside a scope that costs nothing.
+  Status sendMessage(ICAObjectSendMessagePB& block);
+  Status runMessage(PTPChannel& channel, ICAObjectSendMessagePB& block, std::string* why);
+
+  ptp::PTPConnector& connector_;
+  LogSink log_;
+  ObjectTable objects_;
+  EventRegistrations events_;
+  // The sources speak to the members above as soon as they are made, so they come last.
+  PTPSource cameras_;
+  VolumeSource volumes_;
+};
+
+}  // namespace tarvo

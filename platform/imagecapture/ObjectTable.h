@@ -1,0 +1,45 @@
+// The objects that the service shows: the device list and the devices in it.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/imagecapture/ImageCapture.h"
+#include "platform/imagecapture/PTPChannel.h"
+
+namespace tarvo {
+
+/// A device with what its messages need.
+struct DeviceObject {
+  ICAObject handle = 0;
+  PropertyDictionary dictionary;
+  std::shared_ptr<PTPChannel> channel;  ///< null for a volume
+
+  bool isVolume() const { return channel == nullptr; }
+};
+
+/// Main thread only.
+class ObjectTable {
+ public:
+  /// Handle of the list of devices.
+  static constexpr ICAObject kDeviceList = 1;
+
+  /// Gives the device a handle that was never used before.
+  const DeviceObject& add(PropertyDictionary dictionary, std::shared_ptr<PTPChannel> channel);
+  /// Takes the device off the table; an empty object when it is not there.
+  DeviceObject remove(ICAObject handle);
+  /// Null when `handle` is no device. Valid until the next add() or remove().
+  const DeviceObject* device(ICAObject handle) const;
+  /// In order of arrival.
+  const std::vector<DeviceObject>& devices() const { return devices_; }
+  bool contains(ICAObject handle) const { return handle == kDeviceList || device(handle); }
+  /// What to answer where device() gave null: kICADeviceGone for a device that went, otherwise
+  /// kICAInvalidObject.
+  Status statusOfMissing(ICAObject handle) const;
+
+ private:
+  std::vector<DeviceObject> devices_;
+  ICAObject lastHandle_ = kDeviceList;
+};
+
+}  // namespace tarvo

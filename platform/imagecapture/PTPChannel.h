@@ -1,0 +1,59 @@
+// The way to one PTP interface: claimed while somebody holds it, with a session from the first
+// operation on that needs one.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/imagecapture/ImageCapture.h"
+#include "platform/imagecapture/ptp/PTPConnection.h"
+
+namespace tarvo {
+
+/// Main thread only.
+class PTPChannel {
+ public:
+  PTPChannel(ptp::PTPConnector& connector, ptp::USBInterfaceAddress address)
+      : connector_(connector), address_(std::move(address)) {}
+
+  /// Claims the interface for the first holder; every success is paired with a release(). Errors as
+  /// for PTPConnector::connect, and kICADeviceGone after deviceWent().
+  Status hold(std::string* why);
+  /// The last holder closes the session and lets the interface go.
+  void release();
+  /// The device was unplugged: who still holds the channel gets kICADeviceGone from now on.
+  void deviceWent();
+
+  /// Runs a transaction; the caller holds the channel. GetDeviceInfo alone runs without a session
+  /// (ISO 15740 lets it); where the device refuses the session, its refusal is the transaction's
+  /// response. Statuses as for PTPConnection::transact.
+  Status transact(ptp::Transaction& transaction, std::string* why);
+
+ private:
+  Status ensureSession(ptp::Transaction& transaction);
+
+  ptp::PTPConnector& connector_;
+  ptp::USBInterfaceAddress address_;
+  std::unique_ptr<ptp::PTPConnection> connection_;
+  unsigned holders_ = 0;
+  bool hasSession_ = false;
+  bool isGone_ = false;
+};
+
+/// Holds a channel while it lives.
+class PTPScope : public ICAScope {
+ public:
+  /// Null when the channel cannot be held, with the cause in `*failure` and `*why`.
+  static std::unique_ptr<PTPScope> open(std::shared_ptr<PTPChannel> channel, Status* failure,
+                                        std::string* why);
+  ~PTPScope() override { channel_->release(); }
+  PTPScope(const PTPScope&) = delete;
+  PTPScope& operator=(const PTPScope&) = delete;
+
+ private:
+  explicit PTPScope(std::shared_ptr<PTPChannel> channel) : channel_(std::move(channel)) {}
+
+  std::shared_ptr<PTPChannel> channel_;
+};
+
+}  // namespace tarvo

@@ -1,0 +1,89 @@
+#include "platform/imagecapture/PTPMessages.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <optional>
+#include <span>
+
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+namespace {
+
+// The record comes from a client's hands. Its counts are checked against what it really holds
+// before anything is read or written by them.
+bool isWellFormed(const PTPPassThroughRecord& record) {
+  const PTPPassThroughPB& pb = record.pb();
+  constexpr std::uint32_t kHighestCode = 0xFFFF;
+  if (pb.commandCode > kHighestCode || pb.numOfInputParams > std::size(pb.params)) return false;
+  // A client that closed the session would close it under every other one.
+  if (pb.commandCode == ptp::kOpenSession || pb.commandCode == ptp::kCloseSession) return false;
+  if (pb.dataUsageMode > kNoData) return false;
+  return pb.dataUsageMode == kNoData || pb.dataSize <= record.data().size();
+}
+
+// Parameters that the device left out are cleared: the operation's own stood in their place.
+void storeResponse(const ptp::Transaction& transaction, PTPPassThroughPB& pb) {
+  pb.resultCode = transaction.responseCode;
+  const std::size_t given = std::min<std::size_t>(transaction.responseParameterCount,
+                                                  transaction.responseParameters.size());
+  for (std::size_t i = 0; i < std::size(pb.params); ++i)
+    pb.params[i] = i < given ? transaction.responseParameters[i] : 0;
+}
+
+// A PTP string: the number of UTF-16 units with the final zero, then the units, little-endian.
+template <std::size_t kLength>
+std::array<std::byte, 2 * kLength + 1> ptpString(const char (&ascii)[kLength]) {
+  std::array<std::byte, 2 * kLength + 1> encoded{};
+  encoded[0] = static_cast<std::byte>(kLength);
+  for (std::size_t i = 0; i < kLength; ++i)
+    encoded[1 + 2 * i] = static_cast<std::byte>(ascii[i]);
+  return encoded;
+}
+
+}  // namespace
+
+Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::string* why) {
+  if (!isWellFormed(record)) return status::kBadParameter;
+  PTPPassThroughPB& pb = record.pb();
+  ptp::Transaction transaction;
+  transaction.operation = static_cast<std::uint16_t>(pb.commandCode);
+  transaction.parameterCount = pb.numOfInputParams;
+  std::copy_n(pb.params, pb.numOfInputParams, transaction.parameters.begin());
+
+  // No copy on the way: the transport works in the record's own data area.
+  const auto area = record.data().first(pb.dataUsageMode == kNoData ? 0 : pb.dataSize);
+  ptp::MemorySource source(area);
+  ptp::MemorySink sink(area);
+  if (pb.dataUsageMode == kDataToDevice) transaction.send = &source;
+  if (pb.dataUsageMode == kDataFromDevice) transaction.receive = &sink;
+
+  const Status result = channel.transact(transaction, why);
+  if (pb.dataUsageMode == kDataFromDevice) {
+    pb.dataSize =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(transaction.bytesReceived, area.size()));
+  }
+  if (result == status::kOK) storeResponse(transaction, pb);
+  return result;
+}
+
+Status setClock(PTPChannel& channel, std::time_t now, std::string* why) {
+  std::tm local{};
+  ::localtime_r(&now, &local);
+  // ISO 15740, 5.3.5.1: local time, no zone.
+  char text[sizeof "YYYYMMDDThhmmss"] = {};
+  std::strftime(text, sizeof text, "%Y%m%dT%H%M%S", &local);
+  const auto value = ptpString(text);
+  ptp::MemorySource source(value);
+  ptp::Transaction transaction;
+  transaction.operation = ptp::kSetDevicePropValue;
+  transaction.parameters[0] = ptp::kDateTime;
+  transaction.parameterCount = 1;
+  transaction.send = &source;
+  const Status result = channel.transact(transaction, why);
+  if (result != status::kOK || transaction.responseCode == status::kPTPOK) return result;
+  return transaction.responseCode;
+}
+
+}  // namespace tarvo

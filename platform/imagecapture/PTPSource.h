@@ -1,0 +1,34 @@
+// Finds PTP cameras: every USB interface of class 6, subclass 1, protocol 1 is a device, whoever
+// made it.
+#pragma once
+
+#include <map>
+#include <memory>
+
+#include "Utilities/LogSink.h"
+#include "platform/imagecapture/DeviceSink.h"
+#include "platform/iokit/Registry.h"
+
+namespace tarvo {
+
+/// Main thread only.
+class PTPSource {
+ public:
+  /// Reports what is there at once, and what comes and goes while it lives.
+  PTPSource(Registry& registry, DeviceSink& sink, LogSink log);
+
+ private:
+  void interfaceCame(ServiceHandle service);
+  void interfaceWent(ServiceHandle service);
+  /// None for an interface that has lost its device or its place by now.
+  std::optional<FoundDevice> describe(ServiceHandle service);
+
+  Registry& registry_;
+  DeviceSink& sink_;
+  LogSink log_;
+  // Handles are what tells an interface that is found and announced as well from two.
+  std::map<ServiceHandle, ICAObject> devices_;
+  std::unique_ptr<RegistrySubscription> subscription_;
+};
+
+}  // namespace tarvo

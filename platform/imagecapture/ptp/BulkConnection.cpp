@@ -1,0 +1,159 @@
+#include "platform/imagecapture/ptp/BulkConnection.h"
+
+#include <exception>
+#include <utility>
+
+#include "Utilities/Format.h"
+
+namespace tarvo::ptp {
+namespace {
+
+constexpr std::uint32_t kSessionID = 1;
+
+/// The largest payload that a container header can announce.
+constexpr std::uint64_t kMaximumPayload = kUnknownLength - 1 - kContainerHeaderSize;
+
+}  // namespace
+
+BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts& timeouts,
+                               LogSink log, std::string name, TransactionIDs ids)
+    : device_(std::move(device)),
+      timeouts_(timeouts),
+      log_(std::move(log)),
+      name_(std::move(name)),
+      firstIDs_(ids),
+      ids_(ids),
+      pipe_(*device_),
+      runner_(pipe_, timeouts_),
+      recovery_(*device_, pipe_, runner_.scratch(), timeouts_) {}
+
+BulkConnection::~BulkConnection() {
+  closeQuietly();
+}
+
+void BulkConnection::closeQuietly() noexcept {
+  try {
+    if (sessionOpen_ && !timedOut_ && !gone_) {
+      pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.control);
+      Transaction close{.operation = kCloseSession};
+      static_cast<void>(runner_.run(close, ids_.next()));
+    }
+    const auto& counts = pipe_.statistics();
+    logTo(log_, LogLevel::kDebug,
+          formatted("PTP: disconnected from %s after %llu transactions, %llu bytes sent, %llu "
+                    "received",
+                    name_.c_str(), static_cast<unsigned long long>(counts.transactions),
+                    static_cast<unsigned long long>(counts.bytesSent),
+                    static_cast<unsigned long long>(counts.bytesReceived)));
+  } catch (const std::exception&) {
+    // Nothing can be done about it while letting go.
+  }
+}
+
+Status BulkConnection::openSession() {
+  if (sessionOpen_) return status::kOK;
+  Status response = 0;
+  Outcome outcome = sendOpenSession(response);
+  // Stale data of a killed process can spoil the first attempt; now it is drained.
+  if (outcome.ending == Ending::kBroken) outcome = sendOpenSession(response);
+  if (outcome.done() && response == status::kPTPSessionAlreadyOpen) outcome = takeOver(response);
+  if (!outcome.done()) {
+    logTo(log_, LogLevel::kDebug,
+          formatted("PTP: no session with %s: %s", name_.c_str(), outcome.why.c_str()));
+    return outcome.status();
+  }
+  if (response != status::kPTPOK) return response;
+  sessionOpen_ = true;
+  ids_ = firstIDs_;
+  return status::kOK;
+}
+
+Outcome BulkConnection::sendOpenSession(Status& response) {
+  Transaction open{.operation = kOpenSession, .parameters = {kSessionID}, .parameterCount = 1};
+  Outcome outcome = attempt(open, kNoTransactionID);
+  response = open.responseCode;
+  return outcome;
+}
+
+/// The session of a process that died is closed and opened anew, with a device reset where that
+/// does not do; a device that keeps saying that it is open means ours.
+Outcome BulkConnection::takeOver(Status& response) {
+  pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.takeOver);
+  Transaction close{.operation = kCloseSession};
+  Outcome outcome = attempt(close, TransactionIDs(firstIDs_).next());
+  if (outcome.done()) outcome = sendOpenSession(response);
+  if (outcome.done() && response == status::kPTPSessionAlreadyOpen && recovery_.resetDevice())
+    outcome = sendOpenSession(response);
+  if (outcome.done() && response == status::kPTPSessionAlreadyOpen) response = status::kPTPOK;
+  pipe_.setDeadline(std::nullopt);
+  return outcome;
+}
+
+Status BulkConnection::closeSession() {
+  if (!sessionOpen_) return status::kOK;
+  Transaction close{.operation = kCloseSession};
+  const Status failure = transact(close, nullptr);
+  sessionOpen_ = false;
+  if (failure != status::kOK) return failure;
+  return close.responseCode == status::kPTPOK ? status::kOK : close.responseCode;
+}
+
+Status BulkConnection::transact(Transaction& transaction, std::string* why) {
+  transaction.responseCode = 0;
+  transaction.responseParameterCount = 0;
+  transaction.bytesReceived = 0;
+  if (transaction.parameterCount > kMaximumParameters ||
+      (transaction.send != nullptr && transaction.send->size() > kMaximumPayload)) {
+    if (why != nullptr) *why = "more parameters or data than a container holds";
+    return status::kBadParameter;
+  }
+  Outcome outcome = attempt(transaction, sessionOpen_ ? ids_.next() : kNoTransactionID);
+  if (why != nullptr) *why = outcome.why;
+  return outcome.status();
+}
+
+Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transactionID) {
+  Outcome outcome = refusal();
+  if (!outcome.done()) return outcome;
+  outcome = runner_.run(transaction, transactionID);
+  if (outcome.ending == Ending::kStalled)
+    outcome = settleStall(transaction, transactionID, std::move(outcome));
+  if (!outcome.done()) settleFailure(outcome, transactionID);
+  return outcome;
+}
+
+Outcome BulkConnection::refusal() const {
+  if (gone_) return {Ending::kGone, "the device is gone"};
+  if (timedOut_) return {Ending::kTimedOut, "the device has not answered before"};
+  return {};
+}
+
+/// A device stalls an endpoint to refuse a data phase; the response may follow.
+Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t transactionID,
+                                    Outcome stall) {
+  constexpr int kAttempts = 2;  // One for each bulk endpoint.
+  Outcome outcome = stall;
+  for (int i = 0; i < kAttempts && outcome.ending == Ending::kStalled; ++i) {
+    recovery_.clearHalts(outcome.endpoint);
+    outcome = runner_.readResponse(transaction, transactionID, timeouts_.recovery);
+  }
+  pipe_.cancelAll();
+  if (outcome.ending == Ending::kTimedOut) return stall;
+  return outcome;
+}
+
+void BulkConnection::settleFailure(const Outcome& failure, std::uint32_t transactionID) {
+  if (failure.ending == Ending::kTimedOut) {
+    timedOut_ = true;
+    recovery_.cancelTransaction(transactionID);
+  } else if (failure.ending != Ending::kGone) {
+    recovery_.resynchronise(transactionID);
+  }
+  timedOut_ = timedOut_ || recovery_.silent();
+  gone_ = gone_ || failure.ending == Ending::kGone || recovery_.gone();
+  logTo(log_, LogLevel::kDebug,
+        formatted("PTP: transaction %u with %s failed: %s", transactionID, name_.c_str(),
+                  failure.why.c_str()));
+}
+
+}  // namespace tarvo::ptp

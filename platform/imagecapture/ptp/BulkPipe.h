@@ -1,0 +1,69 @@
+// The two bulk endpoints of a device as a transaction uses them: transfers in flight, waits with a
+// limit, and the count of what went over the wire.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "platform/imagecapture/ptp/Outcome.h"
+#include "platform/imagecapture/ptp/PTPConnection.h"
+#include "platform/imagecapture/ptp/USBDevice.h"
+
+namespace tarvo::ptp {
+
+/// Transfers in flight at a time, in either direction.
+inline constexpr std::size_t kTransfersInFlight = 4;
+
+/// Main thread only. Transfers of one direction at a time; a buffer is lent until its transfer was
+/// taken with nextIn() or nextOut(), or until cancelAll().
+class BulkPipe {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using Milliseconds = std::chrono::milliseconds;
+
+  /// `device` is lent for the lifetime of the pipe.
+  explicit BulkPipe(USBDevice& device) : device_(device) {}
+
+  std::size_t inPacketSize() const { return device_.endpoints().bulkInPacketSize; }
+  std::size_t outPacketSize() const { return device_.endpoints().bulkOutPacketSize; }
+
+  /// Bytes of one large transfer: 1 MiB at high speed, less on slow devices, so that a transfer
+  /// that moves at all ends within its time-out. A multiple of the packet size.
+  static std::size_t pieceSize(std::size_t packetSize);
+
+  void submitIn(std::span<std::byte> buffer);
+  void submitOut(std::span<const std::byte> bytes);
+
+  /// Takes the oldest transfer in flight, waiting at most `limit` for it.
+  Outcome nextIn(std::size_t& length, Milliseconds limit);
+  /// The same for an OUT transfer of `size` bytes; kFailed when fewer moved.
+  Outcome nextOut(std::size_t size, Milliseconds limit);
+
+  /// One transfer from submission to end.
+  Outcome read(std::span<std::byte> buffer, std::size_t& length, Milliseconds limit);
+  Outcome write(std::span<const std::byte> bytes, Milliseconds limit);
+
+  void cancelAll();
+
+  /// No wait goes beyond `deadline` until it is taken back with none.
+  void setDeadline(std::optional<Clock::time_point> deadline) { deadline_ = deadline; }
+  /// `limit`, or what is left until the deadline.
+  Milliseconds patience(Milliseconds limit) const;
+
+  WireStatistics& statistics() { return statistics_; }
+  const WireStatistics& statistics() const { return statistics_; }
+
+ private:
+  Outcome next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint);
+
+  USBDevice& device_;
+  std::uint64_t oldest_ = 0;  ///< tag of the oldest transfer in flight
+  std::uint64_t newest_ = 0;  ///< tag of the next one
+  std::optional<Clock::time_point> deadline_;
+  WireStatistics statistics_;
+};
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,107 @@
+#include "platform/imagecapture/ptp/Container.h"
+
+#include <algorithm>
+
+#include "Utilities/Format.h"
+
+namespace tarvo::ptp {
+namespace {
+
+void encodeUInt16(std::uint16_t value, std::span<std::byte> bytes) {
+  bytes[0] = static_cast<std::byte>(value & 0xFF);
+  bytes[1] = static_cast<std::byte>(value >> 8);
+}
+
+void encodeUInt32(std::uint32_t value, std::span<std::byte> bytes) {
+  encodeUInt16(static_cast<std::uint16_t>(value & 0xFFFF), bytes);
+  encodeUInt16(static_cast<std::uint16_t>(value >> 16), bytes.subspan(2));
+}
+
+}  // namespace
+
+std::uint16_t decodeUInt16(std::span<const std::byte> bytes) {
+  return static_cast<std::uint16_t>(std::to_integer<unsigned>(bytes[0]) |
+                                    std::to_integer<unsigned>(bytes[1]) << 8);
+}
+
+std::uint32_t decodeUInt32(std::span<const std::byte> bytes) {
+  return decodeUInt16(bytes) | static_cast<std::uint32_t>(decodeUInt16(bytes.subspan(2))) << 16;
+}
+
+void encodeHeader(const ContainerHeader& header, std::span<std::byte> bytes) {
+  encodeUInt32(header.length, bytes);
+  encodeUInt16(header.type, bytes.subspan(4));
+  encodeUInt16(header.code, bytes.subspan(6));
+  encodeUInt32(header.transactionID, bytes.subspan(8));
+}
+
+std::optional<ContainerHeader> decodeHeader(std::span<const std::byte> bytes) {
+  if (bytes.size() < kContainerHeaderSize) return std::nullopt;
+  const ContainerHeader header{decodeUInt32(bytes), decodeUInt16(bytes.subspan(4)),
+                               decodeUInt16(bytes.subspan(6)), decodeUInt32(bytes.subspan(8))};
+  if (header.length < kContainerHeaderSize) return std::nullopt;
+  return header;
+}
+
+CommandBlock encodeCommand(const Transaction& transaction, std::uint32_t transactionID) {
+  const std::size_t count = std::min<std::size_t>(transaction.parameterCount, kMaximumParameters);
+  CommandBlock block;
+  block.size = kContainerHeaderSize + 4 * count;
+  const std::span<std::byte> bytes(block.bytes);
+  encodeHeader(
+      {static_cast<std::uint32_t>(block.size), kCommandBlock, transaction.operation, transactionID},
+      bytes);
+  for (std::size_t i = 0; i < count; ++i)
+    encodeUInt32(transaction.parameters.at(i), bytes.subspan(kContainerHeaderSize + 4 * i));
+  return block;
+}
+
+Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transactionID,
+                       Transaction& transaction) {
+  const auto header = decodeHeader(bytes);
+  if (!header || header->type != kResponseBlock)
+    return broken("a response was due, the device sent " + inHex(bytes));
+  if (header->transactionID != transactionID)
+    return broken(formatted("the response is for transaction %u instead of %u",
+                            header->transactionID, transactionID));
+  if (header->length != bytes.size() || header->length > kMaximumBlockSize ||
+      header->length % 4 != 0)
+    return broken(
+        formatted("the response says %u bytes and has %zu", header->length, bytes.size()));
+
+  transaction.responseCode = header->code;
+  transaction.responseParameterCount = (header->length - kContainerHeaderSize) / 4;
+  for (std::size_t i = 0; i < transaction.responseParameterCount; ++i)
+    transaction.responseParameters.at(i) =
+        decodeUInt32(bytes.subspan(kContainerHeaderSize + 4 * i));
+  return {};
+}
+
+std::array<std::byte, 6> encodeCancelRequest(std::uint32_t transactionID) {
+  std::array<std::byte, 6> payload{};
+  encodeUInt16(kCancellationCode, payload);
+  encodeUInt32(transactionID, std::span(payload).subspan(2));
+  return payload;
+}
+
+std::optional<DeviceStatus> decodeDeviceStatus(std::span<const std::byte> bytes) {
+  if (bytes.size() < 4) return std::nullopt;
+  DeviceStatus status;
+  status.code = decodeUInt16(bytes.subspan(2));
+  const std::size_t length = std::min<std::size_t>(decodeUInt16(bytes), bytes.size());
+  for (std::size_t at = 4; at + 4 <= length && status.haltedCount < 4; at += 4)
+    status.haltedEndpoints.at(status.haltedCount++) = std::to_integer<std::uint8_t>(bytes[at]);
+  return status;
+}
+
+std::string inHex(std::span<const std::byte> bytes) {
+  constexpr std::size_t kShown = 16;
+  if (bytes.empty()) return "nothing";
+  std::string text = formatted("%zu bytes:", bytes.size());
+  for (std::byte value : bytes.first(std::min(bytes.size(), kShown)))
+    text += formatted(" %02x", std::to_integer<unsigned>(value));
+  if (bytes.size() > kShown) text += " ...";
+  return text;
+}
+
+}  // namespace tarvo::ptp

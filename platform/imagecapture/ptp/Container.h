@@ -1,0 +1,69 @@
+// Containers of PTP over USB: what a command, the head of a data phase and a response look like on
+// the wire (PIMA 15740:2000, annex D). All numbers are little-endian there.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "Utilities/PTPCodes.h"
+#include "platform/imagecapture/ptp/Outcome.h"
+#include "platform/imagecapture/ptp/PTPConnection.h"
+
+namespace tarvo::ptp {
+
+/// Announced by a device that does not know how much data comes, or that has 4 GiB and more: the
+/// data phase then ends with a short packet.
+inline constexpr std::uint32_t kUnknownLength = 0xFFFFFFFF;
+inline constexpr std::size_t kMaximumParameters = 5;
+inline constexpr std::size_t kMaximumBlockSize = kContainerHeaderSize + 4 * kMaximumParameters;
+
+struct ContainerHeader {
+  std::uint32_t length = 0;  ///< header included
+  std::uint16_t type = 0;    ///< a ContainerType
+  std::uint16_t code = 0;
+  std::uint32_t transactionID = 0;
+};
+
+/// Writes the header to the first 12 bytes of `bytes`, which has room for it.
+void encodeHeader(const ContainerHeader& header, std::span<std::byte> bytes);
+
+/// None when there are fewer than 12 bytes, or when the length does not cover the header itself.
+std::optional<ContainerHeader> decodeHeader(std::span<const std::byte> bytes);
+
+/// A command block: the header and the operation's parameters.
+struct CommandBlock {
+  std::array<std::byte, kMaximumBlockSize> bytes{};
+  std::size_t size = 0;
+};
+CommandBlock encodeCommand(const Transaction& transaction, std::uint32_t transactionID);
+
+/// Reads one whole response block into `transaction`. kBroken when it is none, when its length is
+/// not that of the bytes that came or does not fit 0 to 5 parameters, or when it answers another
+/// transaction.
+Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transactionID,
+                       Transaction& transaction);
+
+/// The payload of a cancel request: the cancellation code and the transaction it is for.
+std::array<std::byte, 6> encodeCancelRequest(std::uint32_t transactionID);
+
+/// What GetDeviceStatus gives: a PTP response code and the halted endpoints, if any.
+struct DeviceStatus {
+  std::uint16_t code = 0;
+  std::array<std::uint8_t, 4> haltedEndpoints{};
+  std::size_t haltedCount = 0;
+};
+inline constexpr std::size_t kDeviceStatusSize = 20;  ///< four endpoints at most
+std::optional<DeviceStatus> decodeDeviceStatus(std::span<const std::byte> bytes);
+
+/// Little-endian numbers at the beginning of `bytes`, which is long enough.
+std::uint16_t decodeUInt16(std::span<const std::byte> bytes);
+std::uint32_t decodeUInt32(std::span<const std::byte> bytes);
+
+/// The first bytes in hexadecimal, for messages about what should not have come.
+std::string inHex(std::span<const std::byte> bytes);
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,133 @@
+#include "platform/imagecapture/ptp/DataIn.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "Utilities/Format.h"
+
+namespace tarvo::ptp {
+namespace {
+
+Outcome endedEarly(std::uint64_t announced, std::uint64_t came) {
+  return broken(formatted("the device announced %llu bytes of data and sent %llu",
+                          static_cast<unsigned long long>(announced),
+                          static_cast<unsigned long long>(came)));
+}
+
+Outcome wentOn(std::uint64_t announced) {
+  return broken(formatted("the device sent more than the %llu bytes of data it announced",
+                          static_cast<unsigned long long>(announced)));
+}
+
+}  // namespace
+
+DataIn::DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink,
+               const Timeouts& timeouts)
+    : pipe_(pipe),
+      scratch_(scratch),
+      sink_(sink),
+      timeouts_(timeouts),
+      packet_(pipe.inPacketSize()) {}
+
+Outcome DataIn::run(const ContainerHeader& header, std::span<const std::byte> first) {
+  if (header.length != kUnknownLength) end_ = header.length - kContainerHeaderSize;
+  // A short packet ends the phase, except one that holds the header alone: some devices send it by
+  // itself.
+  ended_ = first.size() < scratch_.size() && first.size() != kContainerHeaderSize;
+  Outcome outcome = takeFirst(first.subspan(kContainerHeaderSize));
+  return outcome.done() ? stream() : outcome;
+}
+
+Outcome DataIn::takeFirst(std::span<const std::byte> payload) {
+  if (end_ && payload.size() > *end_) {
+    if ((kContainerHeaderSize + *end_) % packet_ != 0) return wentOn(*end_);
+    surplus_ = payload.subspan(*end_);
+    payload = payload.first(*end_);
+  }
+  if (end_ && ended_ && payload.size() < *end_) return endedEarly(*end_, payload.size());
+  asked_ = payload.size();
+  return copyToSink({}, payload);
+}
+
+Outcome DataIn::stream() {
+  fill();
+  while (!pieces_.empty()) {
+    Outcome outcome = takePiece();
+    if (!outcome.done()) return outcome;
+    fill();
+  }
+  return {};
+}
+
+/// Keeps transfers in flight. Without an announced length only one: behind it the response comes.
+/// Behind a piece in the scratch buffer none either, there is only one such buffer.
+void DataIn::fill() {
+  const std::size_t most = end_ ? kTransfersInFlight : 1;
+  while (pieces_.size() < most && !allAsked() && (pieces_.empty() || pieces_.back().direct)) {
+    pieces_.push_back(nextPiece());
+    pipe_.submitIn(pieces_.back().buffer);
+    asked_ += pieces_.back().buffer.size();
+  }
+}
+
+DataIn::Piece DataIn::nextPiece() {
+  const std::uint64_t piece = BulkPipe::pieceSize(packet_);
+  const std::uint64_t left = end_ ? *end_ - asked_ : piece;
+  const auto room = roomAt(asked_, std::min(left, piece));
+  const std::size_t whole = room.size() / packet_ * packet_;
+  if (whole > 0) return {room.first(whole), {}, true};
+  // Packets that the room cannot take as a whole.
+  const std::uint64_t rounded = (left + packet_ - 1) / packet_ * packet_;
+  return {scratch_.first(std::min<std::uint64_t>(rounded, scratch_.size())), room, false};
+}
+
+Outcome DataIn::takePiece() {
+  std::size_t length = 0;
+  Outcome outcome = pipe_.nextIn(length, timeouts_.bulk);
+  if (!outcome.done()) return outcome;
+  const Piece piece = pieces_.front();
+  pieces_.pop_front();
+
+  ended_ = length < piece.buffer.size();
+  if (end_ && length > *end_ - received_) return wentOn(*end_);
+  if (end_ && ended_ && length < *end_ - received_) return endedEarly(*end_, received_ + length);
+  return piece.direct ? reportReceived(length) : copyToSink(piece.room, scratch_.first(length));
+}
+
+std::span<std::byte> DataIn::roomAt(std::uint64_t offset, std::size_t length) {
+  if (sink_ == nullptr || dropDeadline_ || length == 0) return {};
+  const auto room = sink_->room(offset, length);
+  return room.first(std::min(room.size(), length));
+}
+
+Outcome DataIn::copyToSink(std::span<std::byte> room, std::span<const std::byte> bytes) {
+  while (!bytes.empty()) {
+    if (room.empty()) room = roomAt(received_, bytes.size());
+    if (room.empty()) return drop(bytes.size());
+    const std::size_t length = std::min(room.size(), bytes.size());
+    std::memcpy(room.data(), bytes.data(), length);
+    Outcome outcome = reportReceived(length);
+    if (!outcome.done()) return outcome;
+    bytes = bytes.subspan(length);
+    room = {};
+  }
+  return {};
+}
+
+Outcome DataIn::reportReceived(std::size_t length) {
+  if (length == 0) return {};
+  const std::uint64_t offset = received_;
+  received_ += length;
+  if (!sink_->received(offset, length)) return {Ending::kCancelled, "cancelled by the receiver"};
+  return {};
+}
+
+Outcome DataIn::drop(std::size_t length) {
+  received_ += length;
+  const auto now = BulkPipe::Clock::now();
+  if (!dropDeadline_) dropDeadline_ = now + timeouts_.bulk;
+  if (now > *dropDeadline_) return broken("the device goes on sending more than was asked for");
+  return {};
+}
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,70 @@
+// The data phase from the device: payload straight into the sink's memory, several transfers in
+// flight.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <span>
+
+#include "platform/imagecapture/ptp/BulkPipe.h"
+#include "platform/imagecapture/ptp/Container.h"
+#include "platform/imagecapture/ptp/DataPhase.h"
+
+namespace tarvo::ptp {
+
+/// Runs one data phase, of which the first read has come already. Only whole packets are read into
+/// the room that the sink gives; what is left over at its end, or has no room, goes through the
+/// scratch buffer. What has no room is dropped, for one bulk time-out at most.
+class DataIn {
+ public:
+  /// `scratch` holds the first read and is a multiple of the packet size; `sink` is null where no
+  /// data was expected. All are lent.
+  DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink, const Timeouts& timeouts);
+
+  /// `first`: what the first read brought, container header included. kBroken when the device sends
+  /// more or less than it announced, or goes on and on beyond the room; kCancelled by the sink; or
+  /// as the transfers end. After a failure transfers may be in flight: cancelAll() is due.
+  Outcome run(const ContainerHeader& header, std::span<const std::byte> first);
+
+  /// Payload bytes so far, dropped ones included.
+  std::uint64_t received() const { return received_; }
+  /// What the first read brought behind the container: the response, from a device that leaves out
+  /// the zero-length packet between the two. Lies in the scratch buffer.
+  std::span<const std::byte> surplus() const { return surplus_; }
+
+ private:
+  /// One transfer in flight.
+  struct Piece {
+    std::span<std::byte> buffer;
+    std::span<std::byte> room;  ///< of the sink, where the buffer is the scratch buffer
+    bool direct = false;        ///< the buffer is the sink's room
+  };
+
+  Outcome takeFirst(std::span<const std::byte> first);
+  Outcome stream();
+  void fill();
+  Piece nextPiece();
+  Outcome takePiece();
+  std::span<std::byte> roomAt(std::uint64_t offset, std::size_t length);
+  Outcome copyToSink(std::span<std::byte> room, std::span<const std::byte> bytes);
+  Outcome reportReceived(std::size_t length);
+  Outcome drop(std::size_t length);
+  bool allAsked() const { return ended_ || (end_ && asked_ >= *end_); }
+
+  BulkPipe& pipe_;
+  std::span<std::byte> scratch_;
+  DataSink* sink_;
+  Timeouts timeouts_;
+  std::size_t packet_;
+  std::optional<std::uint64_t> end_;  ///< payload size, where the device announced one
+  std::uint64_t asked_ = 0;           ///< payload offset that the next transfer reads from
+  std::uint64_t received_ = 0;
+  bool ended_ = false;  ///< a short packet has come
+  std::deque<Piece> pieces_;
+  std::span<const std::byte> surplus_;
+  std::optional<BulkPipe::Clock::time_point> dropDeadline_;
+};
+
+}  // namespace tarvo::ptp

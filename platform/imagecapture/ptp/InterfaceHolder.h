@@ -1,0 +1,13 @@
+// Who else has a device node open, so that a busy device can be explained.
+#pragma once
+
+#include <string>
+
+namespace tarvo::ptp {
+
+/// "process NAME (pid N)" of a process other than this one that has the file behind the descriptor
+/// `node` open; empty when none is found. Only processes whose descriptors this user may see are
+/// looked at.
+std::string processHolding(int node);
+
+}  // namespace tarvo::ptp

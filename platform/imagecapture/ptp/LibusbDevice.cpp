@@ -1,0 +1,226 @@
+#include "platform/imagecapture/ptp/LibusbDevice.h"
+
+#include <sys/time.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace tarvo::ptp {
+namespace {
+
+/// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
+constexpr std::chrono::milliseconds kCancelPatience{500};
+
+TransferResult resultOf(libusb_transfer_status status) {
+  switch (status) {
+    case LIBUSB_TRANSFER_COMPLETED:
+      return TransferResult::kCompleted;
+    case LIBUSB_TRANSFER_STALL:
+      return TransferResult::kStalled;
+    case LIBUSB_TRANSFER_TIMED_OUT:
+      return TransferResult::kTimedOut;
+    case LIBUSB_TRANSFER_CANCELLED:
+      return TransferResult::kCancelled;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+      return TransferResult::kNoDevice;
+    case LIBUSB_TRANSFER_OVERFLOW:
+      return TransferResult::kOverflow;
+    case LIBUSB_TRANSFER_ERROR:
+      break;
+  }
+  return TransferResult::kError;
+}
+
+TransferResult resultOfError(int error) {
+  switch (error) {
+    case LIBUSB_SUCCESS:
+      return TransferResult::kCompleted;
+    case LIBUSB_ERROR_PIPE:
+      return TransferResult::kStalled;
+    case LIBUSB_ERROR_TIMEOUT:
+      return TransferResult::kTimedOut;
+    case LIBUSB_ERROR_NO_DEVICE:
+      return TransferResult::kNoDevice;
+    case LIBUSB_ERROR_OVERFLOW:
+      return TransferResult::kOverflow;
+    default:
+      return TransferResult::kError;
+  }
+}
+
+timeval timeUntil(std::chrono::steady_clock::time_point deadline) {
+  const auto left = std::max(std::chrono::duration_cast<std::chrono::microseconds>(
+                                 deadline - std::chrono::steady_clock::now()),
+                             std::chrono::microseconds{0});
+  timeval time{};
+  time.tv_sec = static_cast<time_t>(left.count() / 1000000);
+  time.tv_usec = static_cast<suseconds_t>(left.count() % 1000000);
+  return time;
+}
+
+unsigned char* asBytes(std::span<std::byte> buffer) {
+  return reinterpret_cast<unsigned char*>(buffer.data());
+}
+
+}  // namespace
+
+/// A transfer, used again and again.
+struct LibusbDevice::Slot {
+  enum class State { kFree, kInFlight, kFinished };
+  struct FreeTransfer {
+    void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
+  };
+
+  LibusbDevice* owner = nullptr;
+  std::unique_ptr<libusb_transfer, FreeTransfer> transfer;
+  std::vector<unsigned char> controlBuffer;  ///< of a control request, setup packet included
+  State state = State::kFree;
+  std::uint64_t ending = 0;  ///< number of its ending
+  TransferCompletion completion;
+};
+
+LibusbDevice::LibusbDevice(LibusbHandle handle, const StillImageEndpoints& endpoints)
+    : handle_(std::move(handle)), endpoints_(endpoints) {}
+
+LibusbDevice::~LibusbDevice() {
+  LibusbDevice::cancelAll();
+  libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
+  // With the handle closed nobody reaps an abandoned transfer any more, so it can be freed.
+  handle_.device.reset();
+  slots_.clear();
+}
+
+TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<std::byte> data,
+                                         std::chrono::milliseconds timeout) {
+  Slot& slot = freeSlot();
+  const bool in = (setup.requestType & LIBUSB_ENDPOINT_DIR_MASK) == LIBUSB_ENDPOINT_IN;
+  auto& buffer = slot.controlBuffer;
+  buffer.assign(LIBUSB_CONTROL_SETUP_SIZE + data.size(), 0);
+  libusb_fill_control_setup(buffer.data(), setup.requestType, setup.request, setup.value,
+                            setup.index, static_cast<std::uint16_t>(data.size()));
+  if (!in && !data.empty())
+    std::memcpy(buffer.data() + LIBUSB_CONTROL_SETUP_SIZE, data.data(), data.size());
+  slot.completion = {};
+  if (slot.transfer)
+    libusb_fill_control_transfer(slot.transfer.get(), handle_.device.get(), buffer.data(),
+                                 transferEnded, &slot, 0);
+  start(slot);
+
+  const bool inTime = endOf(slot, Clock::now() + timeout);
+  if (!inTime && !abandoned_) {
+    libusb_cancel_transfer(slot.transfer.get());
+    abandoned_ = !endOf(slot, Clock::now() + kCancelPatience);
+  }
+  if (slot.state != Slot::State::kFinished) return {0, TransferResult::kTimedOut, 0};
+  slot.state = Slot::State::kFree;
+  if (!inTime && slot.completion.result == TransferResult::kCancelled)
+    slot.completion.result = TransferResult::kTimedOut;
+  const std::size_t length = std::min(slot.completion.length, data.size());
+  if (in && length > 0) std::memcpy(data.data(), buffer.data() + LIBUSB_CONTROL_SETUP_SIZE, length);
+  return slot.completion;
+}
+
+void LibusbDevice::submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) {
+  Slot& slot = freeSlot();
+  slot.completion = {tag, TransferResult::kError, 0};
+  if (slot.transfer) {
+    libusb_fill_bulk_transfer(slot.transfer.get(), handle_.device.get(), endpoint, asBytes(buffer),
+                              static_cast<int>(buffer.size()), transferEnded, &slot, 0);
+    if (endpoint == endpoints_.interruptIn) slot.transfer->type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
+  }
+  start(slot);
+}
+
+std::optional<TransferCompletion> LibusbDevice::wait(std::chrono::milliseconds timeout) {
+  const auto deadline = Clock::now() + timeout;
+  Slot* slot = firstFinished();
+  while (slot == nullptr && anyInFlight() && handleEvents(deadline))
+    slot = firstFinished();
+  if (slot == nullptr) slot = firstFinished();
+  if (slot == nullptr) return std::nullopt;
+  slot->state = Slot::State::kFree;
+  return slot->completion;
+}
+
+void LibusbDevice::cancelAll() {
+  if (abandoned_) return;
+  if (!cancelSlots()) abandoned_ = true;
+  for (auto& slot : slots_)
+    if (slot->state == Slot::State::kFinished) slot->state = Slot::State::kFree;
+}
+
+TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
+  if (abandoned_) return TransferResult::kError;
+  return resultOfError(libusb_clear_halt(handle_.device.get(), endpoint));
+}
+
+void LIBUSB_CALL LibusbDevice::transferEnded(libusb_transfer* transfer) noexcept {
+  auto& slot = *static_cast<Slot*>(transfer->user_data);
+  slot.owner->finish(slot, resultOf(transfer->status),
+                     static_cast<std::size_t>(std::max(transfer->actual_length, 0)));
+}
+
+LibusbDevice::Slot& LibusbDevice::freeSlot() {
+  for (auto& slot : slots_)
+    if (slot->state == Slot::State::kFree) return *slot;
+  slots_.push_back(std::make_unique<Slot>());
+  slots_.back()->owner = this;
+  slots_.back()->transfer.reset(libusb_alloc_transfer(0));
+  return *slots_.back();
+}
+
+void LibusbDevice::start(Slot& slot) {
+  slot.state = Slot::State::kInFlight;
+  if (abandoned_ || !slot.transfer) return finish(slot, TransferResult::kError, 0);
+  const int error = libusb_submit_transfer(slot.transfer.get());
+  if (error != LIBUSB_SUCCESS) finish(slot, resultOfError(error), 0);
+}
+
+void LibusbDevice::finish(Slot& slot, TransferResult result, std::size_t length) {
+  slot.state = Slot::State::kFinished;
+  slot.ending = endings_++;
+  slot.completion.result = result;
+  slot.completion.length = length;
+}
+
+LibusbDevice::Slot* LibusbDevice::firstFinished() {
+  Slot* first = nullptr;
+  for (auto& slot : slots_)
+    if (slot->state == Slot::State::kFinished && (first == nullptr || slot->ending < first->ending))
+      first = slot.get();
+  return first;
+}
+
+bool LibusbDevice::anyInFlight() const {
+  return std::any_of(slots_.begin(), slots_.end(),
+                     [](const auto& slot) { return slot->state == Slot::State::kInFlight; });
+}
+
+/// Waits until `slot` has ended; false when it has not by `deadline`.
+bool LibusbDevice::endOf(Slot& slot, Clock::time_point deadline) {
+  while (slot.state == Slot::State::kInFlight && handleEvents(deadline)) {
+  }
+  return slot.state != Slot::State::kInFlight;
+}
+
+/// Lets libusb finish what has ended, waiting for it until `deadline`. False when there is no more
+/// use in it: the deadline has passed, or libusb cannot.
+bool LibusbDevice::handleEvents(Clock::time_point deadline) {
+  if (abandoned_) return false;
+  timeval time = timeUntil(deadline);
+  const int error = libusb_handle_events_timeout_completed(handle_.context.get(), &time, nullptr);
+  if (error != LIBUSB_SUCCESS && error != LIBUSB_ERROR_INTERRUPTED) return false;
+  return Clock::now() < deadline;
+}
+
+/// False when the system has not let go of a buffer in time.
+bool LibusbDevice::cancelSlots() {
+  for (auto& slot : slots_)
+    if (slot->state == Slot::State::kInFlight) libusb_cancel_transfer(slot->transfer.get());
+  const auto deadline = Clock::now() + kCancelPatience;
+  while (anyInFlight() && handleEvents(deadline)) {
+  }
+  return !anyInFlight();
+}
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,54 @@
+// How one step of the transport ended, with words for whoever has to explain it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "Utilities/Status.h"
+
+namespace tarvo::ptp {
+
+enum class Ending {
+  kDone,
+  kStalled,    ///< a bulk endpoint is halted; `Outcome::endpoint` says which
+  kTimedOut,   ///< no progress in the time allowed
+  kGone,       ///< unplugged
+  kBroken,     ///< the device broke the protocol
+  kCancelled,  ///< the sink or the source ended it
+  kFailed,     ///< any other failure of the bus
+};
+
+struct [[nodiscard]] Outcome {
+  Ending ending = Ending::kDone;
+  std::string why{};          ///< empty when done
+  std::uint8_t endpoint = 0;  ///< the halted one, for kStalled only
+
+  bool done() const { return ending == Ending::kDone; }
+
+  /// The status that callers of the connection see.
+  Status status() const {
+    switch (ending) {
+      case Ending::kDone:
+        return status::kOK;
+      case Ending::kTimedOut:
+        return status::kICATimeout;
+      case Ending::kGone:
+        return status::kICADeviceGone;
+      case Ending::kBroken:
+        return status::kICAProtocolError;
+      case Ending::kCancelled:
+        return status::kCancelled;
+      case Ending::kStalled:
+      case Ending::kFailed:
+        break;
+    }
+    return status::kIOError;
+  }
+};
+
+inline Outcome broken(std::string why) {
+  return {Ending::kBroken, std::move(why)};
+}
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,159 @@
+#include "platform/imagecapture/ptp/TransactionRunner.h"
+
+#include <algorithm>
+
+#include "Utilities/Format.h"
+#include "platform/imagecapture/ptp/DataIn.h"
+#include "platform/imagecapture/ptp/DataOut.h"
+
+namespace tarvo::ptp {
+namespace {
+
+/// Zero-length packets in a row that a device may put before a container.
+constexpr int kMaximumEmptyPackets = 4;
+
+/// Leaves no transfer in flight, also when a sink or a source raises.
+class CancelOnExit {
+ public:
+  explicit CancelOnExit(BulkPipe& pipe) : pipe_(pipe) {}
+  CancelOnExit(const CancelOnExit&) = delete;
+  CancelOnExit& operator=(const CancelOnExit&) = delete;
+  ~CancelOnExit() {
+    if (armed_) pipe_.cancelAll();
+  }
+  void disarm() { armed_ = false; }
+
+ private:
+  BulkPipe& pipe_;
+  bool armed_ = true;
+};
+
+/// Why a container is no answer to the transaction; empty when it is one.
+std::string objection(const ContainerHeader& header, const Transaction& transaction,
+                      std::uint32_t transactionID) {
+  if (header.type != kDataBlock && header.type != kResponseBlock)
+    return formatted("the device answered with a container of type %u", header.type);
+  if (header.transactionID != transactionID)
+    return formatted("the device answered transaction %u instead of %u", header.transactionID,
+                     transactionID);
+  if (header.type == kDataBlock && header.code != transaction.operation)
+    return formatted("the device sent data of operation 0x%04x instead of 0x%04x", header.code,
+                     transaction.operation);
+  return {};
+}
+
+}  // namespace
+
+TransactionRunner::TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts)
+    : pipe_(pipe),
+      timeouts_(timeouts),
+      scratch_(std::make_unique_for_overwrite<std::byte[]>(kScratchSize)) {}
+
+Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transactionID) {
+  ++pipe_.statistics().transactions;
+  CancelOnExit guard(pipe_);
+  Outcome outcome = runPhases(transaction, transactionID);
+  if (outcome.done()) {
+    inStep_ = true;
+    guard.disarm();
+  }
+  return outcome;
+}
+
+Outcome TransactionRunner::runPhases(Transaction& transaction, std::uint32_t transactionID) {
+  Outcome outcome = sendCommand(transaction, transactionID);
+  if (outcome.done() && transaction.send != nullptr)
+    outcome = DataOut(pipe_, scratch(), *transaction.send, timeouts_)
+                  .run(transaction.operation, transactionID);
+  return outcome.done() ? readAnswer(transaction, transactionID) : outcome;
+}
+
+Outcome TransactionRunner::sendCommand(const Transaction& transaction,
+                                       std::uint32_t transactionID) {
+  const CommandBlock block = encodeCommand(transaction, transactionID);
+  const auto bytes = std::span(block.bytes).first(block.size);
+  // A device that is still sending to a killed process may take no command before it got rid of it.
+  const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.recovery, timeouts_.bulk);
+  Outcome outcome = pipe_.write(bytes, limit);
+  if (!inStep_ && outcome.ending == Ending::kTimedOut) {
+    dropStaleInput();
+    outcome = pipe_.write(bytes, std::max(timeouts_.bulk - 2 * limit, limit));
+  }
+  if (outcome.done() && block.size % pipe_.outPacketSize() == 0)
+    outcome = pipe_.write({}, timeouts_.bulk);
+  return outcome;
+}
+
+void TransactionRunner::dropStaleInput() {
+  pipe_.cancelAll();
+  const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
+  std::size_t length = 0;
+  while (BulkPipe::Clock::now() < deadline &&
+         pipe_.read(scratch(), length, timeouts_.recovery / 5).done()) {
+  }
+  pipe_.cancelAll();
+}
+
+Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t transactionID) {
+  Incoming incoming;
+  Outcome outcome = readContainer(transaction, transactionID, timeouts_.bulk, incoming);
+  if (!outcome.done()) return outcome;
+  if (incoming.header.type == kResponseBlock)
+    return decodeResponse(incoming.bytes, transactionID, transaction);
+
+  DataIn phase(pipe_, scratch(), transaction.receive, timeouts_);
+  outcome = phase.run(incoming.header, incoming.bytes);
+  transaction.bytesReceived = phase.received();
+  if (!outcome.done()) return outcome;
+  if (!phase.surplus().empty()) return decodeResponse(phase.surplus(), transactionID, transaction);
+  return readResponse(transaction, transactionID, timeouts_.bulk);
+}
+
+Outcome TransactionRunner::readResponse(Transaction& transaction, std::uint32_t transactionID,
+                                        BulkPipe::Milliseconds limit) {
+  Incoming incoming;
+  Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
+  if (outcome.done()) outcome = decodeResponse(incoming.bytes, transactionID, transaction);
+  inStep_ = inStep_ || outcome.done();
+  return outcome;
+}
+
+/// Reads until a container comes that belongs to the transaction. Once the device has been in step,
+/// anything else is an error.
+Outcome TransactionRunner::readContainer(const Transaction& transaction,
+                                         std::uint32_t transactionID, BulkPipe::Milliseconds limit,
+                                         Incoming& incoming) {
+  std::string stale;
+  const auto staleDeadline = BulkPipe::Clock::now() + limit + timeouts_.recovery;
+  while (true) {
+    Outcome outcome = readOnce(incoming.bytes, limit);
+    if (outcome.ending == Ending::kTimedOut && !stale.empty()) return broken(stale);
+    if (!outcome.done()) return outcome;
+
+    const auto header = decodeHeader(incoming.bytes);
+    std::string wrong = header ? objection(*header, transaction, transactionID)
+                               : "the device sent no container but " + inHex(incoming.bytes);
+    if (wrong.empty()) {
+      incoming.header = *header;
+      return {};
+    }
+    if (inStep_ || BulkPipe::Clock::now() > staleDeadline) return broken(std::move(wrong));
+    if (stale.empty()) stale = std::move(wrong);
+    limit = std::min(limit, timeouts_.recovery);
+  }
+}
+
+/// One read, zero-length packets passed over.
+Outcome TransactionRunner::readOnce(std::span<const std::byte>& bytes,
+                                    BulkPipe::Milliseconds limit) {
+  std::size_t length = 0;
+  for (int i = 0; i <= kMaximumEmptyPackets; ++i) {
+    Outcome outcome = pipe_.read(scratch(), length, limit);
+    if (!outcome.done()) return outcome;
+    bytes = scratch().first(length);
+    if (length > 0) return {};
+  }
+  return broken("the device sends nothing but empty packets");
+}
+
+}  // namespace tarvo::ptp

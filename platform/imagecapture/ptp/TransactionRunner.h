@@ -1,0 +1,58 @@
+// One PTP transaction over the bulk endpoints: command, at most one data phase, response.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "platform/imagecapture/ptp/BulkPipe.h"
+#include "platform/imagecapture/ptp/Container.h"
+
+namespace tarvo::ptp {
+
+/// Main thread only.
+class TransactionRunner {
+ public:
+  /// Size of the buffer for whatever does not go straight into the caller's memory: commands,
+  /// responses, the first read of a data phase. Most answers come whole in one read of it.
+  static constexpr std::size_t kScratchSize = 16384;
+
+  /// `pipe` is lent.
+  TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts);
+
+  /// Runs the phases. No transfer is in flight afterwards, however it ended.
+  ///
+  /// Until the device has answered one transaction rightly, what it still has to say to a process
+  /// that was killed is passed over.
+  Outcome run(Transaction& transaction, std::uint32_t transactionID);
+
+  /// Reads a response that may come after a halt was cleared; waits for `limit` at most.
+  Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
+                       BulkPipe::Milliseconds limit);
+
+  /// For whoever drains the IN endpoint between transactions.
+  std::span<std::byte> scratch() { return {scratch_.get(), kScratchSize}; }
+
+ private:
+  /// A read that begins with a container header.
+  struct Incoming {
+    ContainerHeader header;
+    std::span<const std::byte> bytes;  ///< header included; in the scratch buffer
+  };
+
+  Outcome runPhases(Transaction& transaction, std::uint32_t transactionID);
+  Outcome sendCommand(const Transaction& transaction, std::uint32_t transactionID);
+  Outcome readAnswer(Transaction& transaction, std::uint32_t transactionID);
+  Outcome readContainer(const Transaction& transaction, std::uint32_t transactionID,
+                        BulkPipe::Milliseconds limit, Incoming& incoming);
+  Outcome readOnce(std::span<const std::byte>& bytes, BulkPipe::Milliseconds limit);
+  void dropStaleInput();
+
+  BulkPipe& pipe_;
+  Timeouts timeouts_;
+  std::unique_ptr<std::byte[]> scratch_;
+  bool inStep_ = false;  ///< the device has answered rightly once
+};
+
+}  // namespace tarvo::ptp

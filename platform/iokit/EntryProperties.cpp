@@ -1,0 +1,282 @@
+#include "platform/iokit/EntryProperties.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstdlib>
+#include <optional>
+
+#include "Utilities/Format.h"
+#include "platform/iokit/PropertyMatch.h"
+
+namespace tarvo {
+namespace {
+
+/// Peripheral device type of an optical drive (SPC-4, 6.4.2).
+constexpr int kSCSIOpticalDrive = 5;
+
+// Which udev devices are entries, and what a client sees as their class.
+struct KindOfDevice {
+  std::string_view subsystem;
+  std::string_view devtype;  // empty: any
+  EntryKind kind;
+  const char* ioClass;
+};
+constexpr std::array<KindOfDevice, 4> kKinds{{
+    {"usb", "usb_device", kUSBDeviceEntry, "usb_device"},
+    {"usb", "usb_interface", kUSBInterfaceEntry, "usb_interface"},
+    {"scsi", "scsi_device", kSCSIUnitEntry, "scsi_unit"},
+    {"block", "", kBlockEntry, "block"},
+}};
+
+// Where a key can be found at all. A search for "device-type" need not read a single USB device,
+// and one for a key that is not here reads nothing.
+struct KindsWithKey {
+  std::string_view key;
+  unsigned kinds;
+};
+constexpr std::array<KindsWithKey, 16> kKeys{{
+    {"USB Product Name", kUSBDeviceEntry},
+    {"USB Vendor Name", kUSBDeviceEntry},
+    {"USB Serial Number", kUSBDeviceEntry},
+    {"USB Device Node", kUSBDeviceEntry},
+    {"idVendor", kUSBDeviceEntry | kSCSIUnitEntry},
+    {"idProduct", kUSBDeviceEntry | kSCSIUnitEntry},
+    {"locationID", kUSBDeviceEntry | kSCSIUnitEntry},
+    {"bInterfaceNumber", kUSBInterfaceEntry},
+    {"bInterfaceClass", kUSBInterfaceEntry},
+    {"bInterfaceSubClass", kUSBInterfaceEntry},
+    {"bInterfaceProtocol", kUSBInterfaceEntry},
+    {"BSD Name", kBlockEntry | kSCSIUnitEntry},
+    {"device-type", kSCSIUnitEntry},
+    {"SCSITaskUserClient GUID", kSCSIUnitEntry},
+    {"Device Characteristics", kSCSIUnitEntry},
+    {"Protocol Characteristics", kSCSIUnitEntry},
+}};
+
+std::string_view orEmpty(const char* text) {
+  return text ? text : "";
+}
+
+// Vendors pad their names with blanks, SCSI inquiry data always so; and nothing that a device says
+// is known to be UTF-8.
+std::string cleaned(std::string_view text) {
+  constexpr std::string_view kBlanks = " \t\r\n";
+  const auto first = text.find_first_not_of(kBlanks);
+  if (first == std::string_view::npos) return {};
+  text = text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
+  char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  std::string result = valid;
+  g_free(valid);
+  return result;
+}
+
+std::optional<std::string> textAttribute(GUdevDevice* device, const char* name) {
+  const char* value = g_udev_device_get_sysfs_attr(device, name);
+  if (!value) return std::nullopt;
+  return cleaned(value);
+}
+
+// The whole attribute must be the number: half a number is as wrong as none.
+std::optional<unsigned> numberAttribute(GUdevDevice* device, const char* name, int base) {
+  const auto text = textAttribute(device, name);
+  if (!text) return std::nullopt;
+  unsigned number = 0;
+  const char* end = text->data() + text->size();
+  const auto [stopped, error] = std::from_chars(text->data(), end, number, base);
+  if (error != std::errc{} || stopped != end) return std::nullopt;
+  return number;
+}
+
+void setText(PropertyDictionary& properties, const char* key, std::optional<std::string> text) {
+  if (text) properties[key] = std::move(*text);
+}
+void setNumber(PropertyDictionary& properties, const char* key, std::optional<unsigned> number) {
+  if (number) properties[key] = *number;
+}
+
+// The three numbers by which the upper rooms know a USB device.
+void addUSBIdentity(PropertyDictionary& properties, GUdevDevice* usbDevice) {
+  setNumber(properties, "idVendor", numberAttribute(usbDevice, "idVendor", 16));
+  setNumber(properties, "idProduct", numberAttribute(usbDevice, "idProduct", 16));
+  if (const auto bus = numberAttribute(usbDevice, "busnum", 10)) {
+    properties["locationID"] =
+        usbLocationID(*bus, textAttribute(usbDevice, "devpath").value_or(""));
+  }
+}
+
+// udev names the node once it has processed the device; the kernel's own name for it is the same,
+// so an entry that is read earlier has it too.
+void addDeviceNode(PropertyDictionary& properties, GUdevDevice* usbDevice) {
+  if (const char* node = g_udev_device_get_device_file(usbDevice)) {
+    properties["USB Device Node"] = node;
+    return;
+  }
+  const auto bus = numberAttribute(usbDevice, "busnum", 10);
+  const auto number = numberAttribute(usbDevice, "devnum", 10);
+  if (bus && number)
+    properties["USB Device Node"] = formatted("/dev/bus/usb/%03u/%03u", *bus, *number);
+}
+
+void addUSBDevice(PropertyDictionary& properties, GUdevDevice* device) {
+  // The name is what marks a USB device among the ancestors of an entry, so it is never absent.
+  properties["USB Product Name"] = textAttribute(device, "product").value_or("");
+  setText(properties, "USB Vendor Name", textAttribute(device, "manufacturer"));
+  setText(properties, "USB Serial Number", textAttribute(device, "serial"));
+  addUSBIdentity(properties, device);
+  addDeviceNode(properties, device);
+}
+
+void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
+  for (const char* key :
+       {"bInterfaceNumber", "bInterfaceClass", "bInterfaceSubClass", "bInterfaceProtocol"})
+    setNumber(properties, key, numberAttribute(device, key, 16));
+}
+
+// libudev cannot list children, but a unit has one block device at most, in a folder of that name.
+std::string nameOfBlockChild(const std::string& unitPath) {
+  GDir* folder = g_dir_open((unitPath + "/block").c_str(), 0, nullptr);
+  if (!folder) return {};
+  const char* name = g_dir_read_name(folder);
+  std::string result{orEmpty(name)};
+  g_dir_close(folder);
+  return result;
+}
+
+// A unit's address is HOST:CHANNEL:TARGET:LUN. The host number is a new one at every plug, the rest
+// tells the units of one USB device apart.
+std::string_view addressInHost(std::string_view unitName) {
+  const auto colon = unitName.find(':');
+  return colon == std::string_view::npos ? unitName : unitName.substr(colon + 1);
+}
+
+// What makes a unit the same one at its next plug: the USB device, its place and the unit's address
+// in it. A unit elsewhere (a SATA drive, say) is known by where it is.
+std::string identityOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
+                           const PropertyDictionary& properties) {
+  if (!usbDevice) return sysfsPath(unit);
+  std::string identity =
+      formatted("%u/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U),
+                properties.value("locationID", 0U));
+  identity += textAttribute(usbDevice, "serial").value_or("");
+  identity += '/';
+  identity += addressInHost(orEmpty(g_udev_device_get_name(unit)));
+  return identity;
+}
+
+// Linux gives units no GUID, so one is derived; a digest keeps it as long as every other.
+PropertyDictionary guidFrom(const std::string& identity) {
+  constexpr std::size_t kGUIDSize = 16;
+  std::array<std::uint8_t, 32> bytes{};
+  gsize length = bytes.size();
+  GChecksum* digest = g_checksum_new(G_CHECKSUM_SHA256);
+  g_checksum_update(digest, reinterpret_cast<const guchar*>(identity.data()),
+                    static_cast<gssize>(identity.size()));
+  g_checksum_get_digest(digest, bytes.data(), &length);
+  g_checksum_free(digest);
+  return PropertyDictionary::binary({bytes.begin(), bytes.begin() + kGUIDSize});
+}
+
+// A unit speaks for the USB device that it is part of, so that a client can tell whose unit it is
+// without walking upwards. The "USB ..." keys stay with the USB device: they mark it.
+void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
+  if (numberAttribute(unit, "type", 10) == kSCSIOpticalDrive) properties["device-type"] = "DVD";
+  properties["Device Characteristics"] = {
+      {"Vendor Name", textAttribute(unit, "vendor").value_or("")},
+      {"Product Name", textAttribute(unit, "model").value_or("")}};
+  const GUdevDevicePtr usbDevice(
+      g_udev_device_get_parent_with_subsystem(unit, "usb", "usb_device"));
+  if (usbDevice) {
+    properties["Protocol Characteristics"] = {{"Physical Interconnect", "USB"}};
+    addUSBIdentity(properties, usbDevice.get());
+  }
+  properties["SCSITaskUserClient GUID"] =
+      guidFrom(identityOfUnit(unit, usbDevice.get(), properties));
+  const std::string block = nameOfBlockChild(sysfsPath(unit));
+  if (!block.empty()) properties["BSD Name"] = block;
+}
+
+// What one key of a matching dictionary leaves of the kinds.
+unsigned kindsWithKey(std::string_view key, const PropertyDictionary& value) {
+  if (key == kPropertyMatchKey) return kindsThatCanMatch(value);
+  if (key == "IOClass") {
+    const auto kind = std::ranges::find_if(
+        kKinds, [&](const KindOfDevice& each) { return value == each.ioClass; });
+    return kind == kKinds.end() ? unsigned{kNoEntry} : unsigned{kind->kind};
+  }
+  const auto known = std::ranges::find(kKeys, key, &KindsWithKey::key);
+  return known == kKeys.end() ? unsigned{kNoEntry} : known->kinds;
+}
+
+}  // namespace
+
+EntryKind entryKind(GUdevDevice* device) {
+  const auto subsystem = orEmpty(g_udev_device_get_subsystem(device));
+  const auto devtype = orEmpty(g_udev_device_get_devtype(device));
+  const auto kind = std::ranges::find_if(kKinds, [&](const KindOfDevice& each) {
+    return each.subsystem == subsystem && (each.devtype.empty() || each.devtype == devtype);
+  });
+  return kind == kKinds.end() ? kNoEntry : kind->kind;
+}
+
+PropertyDictionary entryProperties(GUdevDevice* device, EntryKind kind) {
+  PropertyDictionary properties = PropertyDictionary::object();
+  const auto known = std::ranges::find(kKinds, kind, &KindOfDevice::kind);
+  if (known == kKinds.end()) return properties;
+  properties["IOClass"] = known->ioClass;
+  switch (kind) {
+    case kUSBDeviceEntry:
+      addUSBDevice(properties, device);
+      break;
+    case kUSBInterfaceEntry:
+      addUSBInterface(properties, device);
+      break;
+    case kSCSIUnitEntry:
+      addSCSIUnit(properties, device);
+      break;
+    default:
+      properties["BSD Name"] = cleaned(orEmpty(g_udev_device_get_name(device)));
+  }
+  return properties;
+}
+
+unsigned kindsThatCanMatch(const PropertyDictionary& match) {
+  if (!match.is_object()) return kNoEntry;
+  unsigned kinds = kEveryEntry;
+  for (const auto& [key, value] : match.items())
+    kinds &= kindsWithKey(key, value);
+  return kinds;
+}
+
+std::uint32_t usbLocationID(unsigned bus, std::string_view portPath) {
+  constexpr unsigned kHighestPort = 15;
+  std::uint32_t location = (bus & 0xFFU) << 24;
+  // One turn for each level of hubs; six nibbles are left below the bus.
+  for (int shift = 20; shift >= 0 && !portPath.empty(); shift -= 4) {
+    const auto dot = std::min(portPath.find('.'), portPath.size());
+    unsigned port = 0;
+    std::from_chars(portPath.data(), portPath.data() + dot, port);
+    location |= std::min(port, kHighestPort) << shift;
+    portPath.remove_prefix(std::min(dot + 1, portPath.size()));
+  }
+  return location;
+}
+
+GUdevDevicePtr scsiUnitAbove(GUdevDevice* device) {
+  GUdevDevicePtr parent(g_udev_device_get_parent(device));
+  if (parent && entryKind(parent.get()) != kSCSIUnitEntry) parent.reset();
+  return parent;
+}
+
+bool scsiUnitHasBlockChild(GUdevDevice* unit) {
+  // Disks, write-once and optical drives, optical memories, simplified disks.
+  constexpr std::array<unsigned, 5> kBlockTypes{0, 4, kSCSIOpticalDrive, 7, 14};
+  const auto type = numberAttribute(unit, "type", 10);
+  return type && std::ranges::find(kBlockTypes, *type) != kBlockTypes.end();
+}
+
+std::string sysfsPath(GUdevDevice* device) {
+  return std::string(orEmpty(g_udev_device_get_sysfs_path(device)));
+}
+
+}  // namespace tarvo

@@ -1,0 +1,47 @@
+// What a udev device looks like as a registry entry: its kind and its properties, read from sysfs
+// on demand. All on the main thread; texts are UTF-8 whatever a device says, trimmed of blanks.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Utilities/PropertyDictionary.h"
+#include "platform/iokit/GUdevPtr.h"
+
+namespace tarvo {
+
+/// The kinds of entries. One bit each, so that a set of kinds is a number.
+enum EntryKind : unsigned {
+  kNoEntry = 0,  ///< a udev device that the registry does not show
+  kUSBDeviceEntry = 1,
+  kUSBInterfaceEntry = 2,
+  kSCSIUnitEntry = 4,
+  kBlockEntry = 8,
+  kEveryEntry = 15,
+};
+
+EntryKind entryKind(GUdevDevice* device);
+
+/// Properties of a device that is there; what cannot be read is left out.
+PropertyDictionary entryProperties(GUdevDevice* device, EntryKind kind);
+
+/// The set of kinds whose entries can satisfy `match`, so that nothing else need be looked at.
+unsigned kindsThatCanMatch(const PropertyDictionary& match);
+
+/// Location of a USB device from its bus number and port path as the kernel writes it ("4.2", "0"
+/// for a root hub): the bus in the top byte, then one port a nibble from the top down, so that bus
+/// 1, port 4.2 is 0x01420000. A port above 15 counts as 15, a level below the sixth is left out.
+std::uint32_t usbLocationID(unsigned bus, std::string_view portPath);
+
+/// The SCSI unit that a udev device lies directly under (a block disk, a generic node), or null.
+GUdevDevicePtr scsiUnitAbove(GUdevDevice* device);
+
+/// Whether the kernel makes a block device for units of this one's peripheral type (SPC-4, 6.4.2).
+bool scsiUnitHasBlockChild(GUdevDevice* unit);
+
+/// sysfs path of `device`, its identity while it is there.
+std::string sysfsPath(GUdevDevice* device);
+
+}  // namespace tarvo

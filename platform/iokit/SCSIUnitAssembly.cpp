@@ -1,0 +1,50 @@
+#include "platform/iokit/SCSIUnitAssembly.h"
+
+#include <algorithm>
+
+namespace tarvo {
+
+SCSIUnitAssembly::~SCSIUnitAssembly() {
+  for (const Waiting& each : waiting_)
+    each.timer->invalidate();
+}
+
+void SCSIUnitAssembly::unitSeen(std::string_view unit, bool wantsBlock) {
+  waitingFor(unit, wantsBlock);
+}
+
+void SCSIUnitAssembly::nodeSeen(std::string_view unit, bool wantsBlock, Node node) {
+  Waiting& waiting = waitingFor(unit, wantsBlock);
+  (node == Node::kGeneric ? waiting.hasGeneric : waiting.hasBlock) = true;
+  if (waiting.hasGeneric && (waiting.hasBlock || !waiting.wantsBlock)) finish(waiting.unit);
+}
+
+void SCSIUnitAssembly::unitGone(std::string_view unit) {
+  std::erase_if(waiting_, [&](const Waiting& each) {
+    if (each.unit != unit) return false;
+    each.timer->invalidate();
+    return true;
+  });
+}
+
+bool SCSIUnitAssembly::isWaiting(std::string_view unit) const {
+  return std::ranges::find(waiting_, unit, &Waiting::unit) != waiting_.end();
+}
+
+SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, bool wantsBlock) {
+  const auto known = std::ranges::find(waiting_, unit, &Waiting::unit);
+  if (known != waiting_.end()) return *known;
+  const std::string name(unit);
+  auto timer = runLoop_.scheduleTimer(kPatience, false, [this, name] { finish(name); });
+  return waiting_.emplace_back(Waiting{name, wantsBlock, false, false, std::move(timer)});
+}
+
+void SCSIUnitAssembly::finish(std::string_view unit) {
+  const auto found = std::ranges::find(waiting_, unit, &Waiting::unit);
+  const Waiting finished = std::move(*found);  // which `unit` may lie in
+  waiting_.erase(found);
+  finished.timer->invalidate();
+  complete_(finished.unit);
+}
+
+}  // namespace tarvo

@@ -1,0 +1,109 @@
+#include "simulator/Faults.h"
+
+#include <algorithm>
+
+#include "Utilities/PTPCodes.h"
+#include "simulator/JsonNode.h"
+
+namespace tarvo::simulator {
+namespace {
+
+enum class Takes { kOperation, kBytes, kMilliseconds, kNothing };
+
+struct Row {
+  Fault fault;
+  std::string_view name;
+  Takes takes;
+  std::string_view meaning;
+};
+
+constexpr Row kRows[] = {
+    {Fault::kStall, "stall", Takes::kOperation, "the bulk-in endpoint halts instead of an answer"},
+    {Fault::kSilent, "silent", Takes::kOperation, "no answer"},
+    {Fault::kWrongTransactionID, "wrong-id", Takes::kOperation, "another transaction's id"},
+    {Fault::kGarbage, "garbage", Takes::kOperation, "pseudo-random bytes instead of an answer"},
+    {Fault::kTruncate, "truncate", Takes::kBytes, "the DeviceInfo data set is cut to this size"},
+    {Fault::kLieShort, "lie-short", Takes::kOperation, "data container claims too few bytes"},
+    {Fault::kLieLong, "lie-long", Takes::kOperation, "data container claims too many bytes"},
+    {Fault::kRaise, "raise", Takes::kOperation,
+     "response General Error (without a value: to the vendor queries 0x9009 and 0x920A)"},
+    {Fault::kVanish, "vanish", Takes::kOperation, "unplugged in the middle of the answer"},
+    {Fault::kDelay, "delay", Takes::kMilliseconds, "each answer comes late"},
+    {Fault::kSplitHeader, "split-header", Takes::kNothing,
+     "container header and payload in separate packets"},
+    {Fault::kOmitZeroLengthPacket, "no-zlp", Takes::kNothing,
+     "no zero-length packet after an exact multiple of the packet size"},
+};
+static_assert(std::size(kRows) == kFaultCount);
+
+/// The value of a fault that belongs to every operation.
+constexpr std::uint32_t kEveryOperation = 0x10000;
+
+std::string_view placeholder(Takes takes) {
+  switch (takes) {
+    case Takes::kOperation:
+      return "[=OPERATION]";
+    case Takes::kBytes:
+      return "=BYTES";
+    case Takes::kMilliseconds:
+      return "=MILLISECONDS";
+    case Takes::kNothing:
+      return "";
+  }
+  return "";
+}
+
+/// The number to keep for `text`, or none when the fault does not take it.
+std::optional<std::uint32_t> valueFor(const Row& row, std::string_view text) {
+  if (text.empty()) {
+    if (row.takes == Takes::kOperation || row.takes == Takes::kNothing) return kEveryOperation;
+    return std::nullopt;
+  }
+  if (row.takes == Takes::kNothing) return std::nullopt;
+  const auto number = parseNumber(text, row.takes == Takes::kOperation ? 0xFFFF : 0x7FFFFFFF);
+  if (!number) return std::nullopt;
+  return static_cast<std::uint32_t>(*number);
+}
+
+}  // namespace
+
+std::string Faults::set(std::string_view name, std::string_view value) {
+  const auto* row = std::find_if(std::begin(kRows), std::end(kRows),
+                                 [&](const Row& candidate) { return candidate.name == name; });
+  if (row == std::end(kRows)) {
+    return "unknown fault \"" + std::string(name) + "\"; the faults are:\n" + help();
+  }
+  auto& slot = values_[static_cast<std::size_t>(row->fault)];
+  if (value == "off") {
+    slot.reset();
+    return {};
+  }
+  const auto number = valueFor(*row, value);
+  if (!number) {
+    return "the fault is written " + std::string(name) + std::string(placeholder(row->takes)) +
+           ", or " + std::string(name) + "=off";
+  }
+  slot = number;
+  return {};
+}
+
+bool Faults::strikes(Fault fault, std::uint16_t operation) const {
+  const auto& value = at(fault);
+  if (!value) return false;
+  if (*value != kEveryOperation) return *value == operation;
+  if (fault != Fault::kRaise) return true;
+  return operation == ptp::XT_GET_DISPLAY_REQUEST_VERSION ||
+         operation == ptp::XTO_GET_SUPPORTED_DATASETS;
+}
+
+std::string Faults::help() {
+  std::string text;
+  for (const auto& row : kRows) {
+    std::string form = std::string(row.name) + std::string(placeholder(row.takes));
+    form.resize(std::max<std::size_t>(form.size() + 1, 26), ' ');
+    text += "  " + form + std::string(row.meaning) + "\n";
+  }
+  return text;
+}
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,88 @@
+// A still-image device (USB still-image class, PIMA 15740 annex D): containers on the bulk
+// endpoints, class requests, events; the operations behind them are PTPResponder's.
+//
+//   PTPCamera camera(DeviceDescription::fromFile("simulator/devices/tarvo-camera.json"));
+//   camera.out(PTPCamera::kBulkOut, command, true);
+//   camera.in(PTPCamera::kBulkIn, room);
+//
+// It checks the host strictly; what the host did against the protocol is kept in violations().
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/DeviceDescription.h"
+#include "simulator/PTPResponder.h"
+#include "simulator/PacketQueue.h"
+#include "simulator/VirtualUSBDevice.h"
+
+namespace tarvo::simulator {
+
+/// What went over the bulk endpoints, container headers included.
+struct WireCounts {
+  std::uint64_t transactions = 0;
+  std::uint64_t bytesFromHost = 0;
+  std::uint64_t bytesToHost = 0;
+};
+
+class PTPCamera : public VirtualUSBDevice {
+ public:
+  static constexpr std::uint8_t kBulkIn = 0x81;
+  static constexpr std::uint8_t kBulkOut = 0x02;
+  static constexpr std::uint8_t kInterruptIn = 0x83;
+
+  explicit PTPCamera(DeviceDescription description);
+
+  /// As Faults::set; any thread.
+  std::string setFault(std::string_view name, std::string_view value);
+  /// Queues an event container on the interrupt endpoint; any thread.
+  void sendEvent(std::uint16_t code, std::vector<std::uint32_t> parameters);
+  /// Operation codes in the order in which they came; any thread.
+  std::vector<std::uint16_t> operations() const;
+  WireCounts counts() const;
+  /// What the host did wrong, in words; any thread.
+  std::vector<std::string> violations() const;
+
+ protected:
+  std::optional<Bytes> classRequest(const SetupPacket& setup,
+                                    std::span<const std::byte> data) override;
+  void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) override;
+  InResult send(std::uint8_t endpoint, std::span<std::byte> room) override;
+  void forgetEverything() override;
+
+ private:
+  void receiveCommand(std::span<const std::byte> data, bool ends);
+  void receiveData(std::span<const std::byte> data, bool ends);
+  void finishData();
+  void checkTransactionID();
+  void run();
+  void answer(const PTPReply& reply);
+  void sendData(const PTPReply& reply, std::chrono::steady_clock::time_point when);
+  void sendResponse(const PTPReply& reply, std::chrono::steady_clock::time_point when);
+  void sendGarbage();
+  std::uint32_t answerID() const;
+  bool strikes(Fault fault) const { return faults_.strikes(fault, request_.operation); }
+  void push(std::shared_ptr<const Payload> payload, std::chrono::steady_clock::time_point when);
+  void violation(std::string text);
+  Bytes deviceStatus() const;
+
+  Faults faults_;
+  PTPResponder responder_;
+  std::uint16_t packetSize_;
+  PacketQueue bulk_;
+  PacketQueue events_;
+
+  PTPRequest request_;
+  Bytes incoming_;                ///< data container as far as it has come
+  bool expectsData_ = false;      ///< the command's data phase is still to come from the host
+  bool mayEndWithEmpty_ = false;  ///< a zero-length packet may follow what was received
+  std::uint32_t nextTransactionID_ = 0;
+
+  WireCounts counts_;
+  std::vector<std::uint16_t> operations_;
+  std::vector<std::string> violations_;
+};
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,66 @@
+#include "simulator/PacketQueue.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace tarvo::simulator {
+
+using State = InResult::State;
+
+void BytesPayload::read(std::uint64_t offset, std::span<std::byte> room) const {
+  std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(offset), room.size(), room.begin());
+}
+
+void JoinedPayload::read(std::uint64_t offset, std::span<std::byte> room) const {
+  std::size_t fromHead = 0;
+  if (offset < head_.size()) {
+    fromHead = std::min<std::size_t>(room.size(), head_.size() - offset);
+    std::copy_n(head_.begin() + static_cast<std::ptrdiff_t>(offset), fromHead, room.begin());
+  }
+  if (fromHead < room.size()) {
+    body_->read(offset + fromHead - head_.size(), room.subspan(fromHead));
+  }
+}
+
+InResult PacketQueue::fill(std::span<std::byte> room) {
+  InResult total;
+  while (!transfers_.empty() && transfers_.front().notBefore <= std::chrono::steady_clock::now()) {
+    const auto part = fillFromFront(room.subspan(total.length));
+    total = {part.state, total.length + part.length};
+    if (part.state != State::kWaiting) return total;
+  }
+  if (total.length == room.size() && !room.empty()) total.state = State::kFull;
+  return total;
+}
+
+InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
+  auto& transfer = transfers_.front();
+  const auto left = transfer.payload->size() - transfer.offset;
+  auto length = static_cast<std::size_t>(std::min<std::uint64_t>(left, room.size()));
+  const bool cut = length < left;
+  if (cut) length -= length % packetSize_;
+  if (length > 0) transfer.payload->read(transfer.offset, room.first(length));
+  transfer.offset += length;
+  if (!cut) return finishFront(room, length);
+  return {length == room.size() ? State::kFull : State::kOverflow, length};
+}
+
+InResult PacketQueue::finishFront(std::span<std::byte> room, std::size_t length) {
+  const auto transfer = transfers_.front();
+  if (transfer.thenGone) {
+    transfers_.pop_front();
+    return {State::kGone, length};
+  }
+  const bool exact = transfer.payload->size() % packetSize_ == 0;
+  // The zero-length packet needs a transfer of its own when this one is full.
+  if (exact && transfer.zeroLengthPacket && length > 0 && length == room.size()) {
+    return {State::kFull, length};
+  }
+  transfers_.pop_front();
+  if (exact && !transfer.zeroLengthPacket) {
+    return {length == room.size() && length > 0 ? State::kFull : State::kWaiting, length};
+  }
+  return {State::kShort, length};
+}
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,18 @@
+// Device properties on the wire (ISO 15740, device property describing dataset).
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <span>
+
+#include "simulator/ByteWriter.h"
+#include "simulator/DeviceDescription.h"
+
+namespace tarvo::simulator {
+
+/// Writes a value of the PTP datatype; a JSON value of another form is written as 0 or nothing.
+void writePropertyValue(ByteWriter& writer, std::uint16_t datatype, const nlohmann::json& value);
+void writePropertyDescription(ByteWriter& writer, const PropertyDescription& property);
+/// The value in `bytes` (one zero byte may follow it); null when they hold none of the datatype.
+nlohmann::json readPropertyValue(std::span<const std::byte> bytes, std::uint16_t datatype);
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,53 @@
+// Binary USB descriptors (USB 2.0, chapter 9) of a virtual device.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "simulator/ByteWriter.h"
+#include "simulator/DeviceDescription.h"
+
+namespace tarvo::simulator {
+
+struct EndpointDescription {
+  std::uint8_t address = 0;
+  std::uint8_t attributes = 2;  ///< 2 bulk, 3 interrupt
+  std::uint16_t packetSize = 512;
+  std::uint8_t interval = 0;
+};
+
+/// The one interface of a device.
+struct InterfaceDescription {
+  std::uint8_t interfaceClass = 0;
+  std::uint8_t interfaceSubclass = 0;
+  std::uint8_t interfaceProtocol = 0;
+  std::vector<EndpointDescription> endpoints;
+};
+
+/// A device with one configuration and one interface.
+class UsbDescriptors {
+ public:
+  UsbDescriptors(UsbIdentity identity, InterfaceDescription interface);
+
+  const UsbIdentity& identity() const { return identity_; }
+  const InterfaceDescription& interface() const { return interface_; }
+  const EndpointDescription* endpoint(std::uint8_t address) const;
+
+  Bytes device() const;
+  Bytes configuration() const;  ///< with interface and endpoints behind it
+  /// Index 0 gives the languages; an index without a text gives nothing.
+  Bytes text(std::uint8_t index) const;
+  /// What usbfs gives to a reader of the node: device, then configuration.
+  Bytes node() const;
+
+ private:
+  std::uint8_t textIndex(const std::string& text, std::uint8_t index) const {
+    return text.empty() ? 0 : index;
+  }
+
+  UsbIdentity identity_;
+  InterfaceDescription interface_;
+};
+
+}  // namespace tarvo::simulator

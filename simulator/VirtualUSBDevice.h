@@ -1,0 +1,92 @@
+// A device at the level of USB requests, which knows nothing of how a host reaches it: the testbed
+// shows it as a node of usbfs, and a library test calls it straight.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <span>
+
+#include "simulator/UsbDescriptors.h"
+
+namespace tarvo::simulator {
+
+/// A control request's setup packet.
+struct SetupPacket {
+  std::uint8_t requestType = 0;
+  std::uint8_t request = 0;
+  std::uint16_t value = 0;
+  std::uint16_t index = 0;
+  std::uint16_t length = 0;
+
+  bool fromDevice() const { return (requestType & 0x80) != 0; }
+};
+
+/// What the device did with one request for bytes from an endpoint.
+struct InResult {
+  enum class State {
+    kWaiting,   ///< nothing (more) to send now; `length` bytes were sent and the transfer goes on
+    kShort,     ///< a short packet ended the transfer
+    kFull,      ///< the room is full
+    kStalled,   ///< the endpoint is halted
+    kOverflow,  ///< the next packet is larger than the room that is left
+    kGone,      ///< the device has been unplugged
+  };
+  State state = State::kWaiting;
+  std::size_t length = 0;
+};
+
+enum class OutResult { kAccepted, kStalled, kGone };
+
+/// Every public function may be called from any thread; a lock of the device's own serialises them.
+class VirtualUSBDevice {
+ public:
+  explicit VirtualUSBDevice(UsbDescriptors descriptors) : descriptors_(std::move(descriptors)) {}
+  VirtualUSBDevice(const VirtualUSBDevice&) = delete;
+  VirtualUSBDevice& operator=(const VirtualUSBDevice&) = delete;
+  virtual ~VirtualUSBDevice() = default;
+
+  const UsbDescriptors& descriptors() const { return descriptors_; }
+
+  /// A control request. `data` is what the host sends, or empty. The answer is what the device
+  /// sends, cut to `setup.length`; none means that the device stalls the request.
+  std::optional<Bytes> control(const SetupPacket& setup, std::span<const std::byte> data);
+  /// Takes bytes for an OUT endpoint. `ends`: a short packet, or one of no length, ended them.
+  OutResult out(std::uint8_t endpoint, std::span<const std::byte> data, bool ends);
+  /// Gives bytes of an IN endpoint into `room`. A host that has room left goes on asking until the
+  /// state is no longer kWaiting.
+  InResult in(std::uint8_t endpoint, std::span<std::byte> room);
+  void clearHalt(std::uint8_t endpoint);
+  /// A bus reset: halts and everything in flight are forgotten.
+  void reset();
+
+  /// True once the device has unplugged itself, by a fault.
+  bool isGone() const;
+
+ protected:
+  // Called with the lock held.
+  virtual std::optional<Bytes> classRequest(const SetupPacket& setup,
+                                            std::span<const std::byte> data) = 0;
+  virtual void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) = 0;
+  virtual InResult send(std::uint8_t endpoint, std::span<std::byte> room) = 0;
+  virtual void forgetEverything() = 0;
+
+  void halt(std::uint8_t endpoint) { halted_.insert(endpoint); }
+  const std::set<std::uint8_t>& halted() const { return halted_; }
+  void clearHalts() { halted_.clear(); }
+  void vanish() { gone_ = true; }
+  std::mutex& lock() const { return mutex_; }
+
+ private:
+  std::optional<Bytes> standardRequest(const SetupPacket& setup);
+  Bytes descriptor(const SetupPacket& setup) const;
+
+  const UsbDescriptors descriptors_;
+  mutable std::mutex mutex_;
+  std::set<std::uint8_t> halted_;
+  bool gone_ = false;
+};
+
+}  // namespace tarvo::simulator

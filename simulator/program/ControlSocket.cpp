@@ -1,0 +1,138 @@
+#include "simulator/program/ControlSocket.h"
+
+#include <glib-unix.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+
+namespace tarvo::simulator {
+namespace {
+
+constexpr std::size_t kLongestLine = 16 * 1024 * 1024;
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) {
+    throw std::runtime_error("the socket path is too long: " + path);
+  }
+  std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+  return address;
+}
+
+FileDescriptor connectTo(const std::string& path) {
+  FileDescriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const auto address = addressOf(path);
+  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    return {};
+  }
+  return socket;
+}
+
+/// Neither side may hold the other one up for long.
+void limitWaiting(const FileDescriptor& socket, int seconds) {
+  const timeval limit{seconds, 0};
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+}
+
+std::string readLine(const FileDescriptor& socket) {
+  std::string line;
+  std::array<char, 4096> part{};
+  while (line.size() < kLongestLine) {
+    const auto count = ::recv(socket.get(), part.data(), part.size(), 0);
+    if (count <= 0) break;
+    line.append(part.data(), static_cast<std::size_t>(count));
+    if (line.back() == '\n') break;
+  }
+  return line;
+}
+
+bool writeLine(const FileDescriptor& socket, const nlohmann::json& json) {
+  const auto line = json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+  std::size_t sent = 0;
+  while (sent < line.size()) {
+    const auto count = ::send(socket.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+    if (count <= 0) return false;
+    sent += static_cast<std::size_t>(count);
+  }
+  return true;
+}
+
+}  // namespace
+
+std::string defaultSocketPath() {
+  if (const char* path = std::getenv("TARVO_SIMULATOR_SOCKET")) return path;
+  if (const char* folder = std::getenv("XDG_RUNTIME_DIR"); folder != nullptr && *folder != '\0') {
+    return std::string(folder) + "/tarvo-simulator.sock";
+  }
+  return "/tmp/tarvo-simulator-" + std::to_string(::geteuid()) + ".sock";
+}
+
+nlohmann::json ask(const std::string& path, const nlohmann::json& request) {
+  const auto socket = connectTo(path);
+  if (!socket.isOpen()) {
+    throw std::runtime_error("no simulator answers at " + path + " (tarvo-simulator serve)");
+  }
+  limitWaiting(socket, 30);
+  if (!writeLine(socket, request)) throw std::runtime_error("the simulator went away");
+  const auto answer = nlohmann::json::parse(readLine(socket), nullptr, false);
+  if (!answer.is_object()) throw std::runtime_error("the simulator went away");
+  if (!answer.value("ok", false)) throw std::runtime_error(answer.value("error", "refused"));
+  return answer;
+}
+
+ControlSocket::ControlSocket(std::string path, Handler handler)
+    : path_(std::move(path)), handler_(std::move(handler)) {
+  if (connectTo(path_).isOpen()) {
+    throw std::runtime_error("another simulator serves at " + path_);
+  }
+  ::unlink(path_.c_str());
+  listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const auto address = addressOf(path_);
+  const auto before = ::umask(0177);
+  const int bound =
+      ::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  ::umask(before);
+  if (bound != 0 || ::listen(listener_.get(), 8) != 0) {
+    throw std::runtime_error("cannot serve at " + path_ + ": " + std::strerror(errno));
+  }
+  source_ = g_unix_fd_add(
+      listener_.get(), G_IO_IN,
+      [](gint, GIOCondition, gpointer self) -> gboolean {
+        static_cast<ControlSocket*>(self)->serveOne();
+        return G_SOURCE_CONTINUE;
+      },
+      this);
+}
+
+ControlSocket::~ControlSocket() {
+  if (source_ != 0) g_source_remove(source_);
+  ::unlink(path_.c_str());
+}
+
+void ControlSocket::serveOne() {
+  const FileDescriptor client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  if (!client.isOpen()) return;
+  limitWaiting(client, 2);
+  writeLine(client, answer(readLine(client)));
+}
+
+nlohmann::json ControlSocket::answer(const std::string& line) const {
+  try {
+    auto result = handler_(nlohmann::json::parse(line));
+    result["ok"] = true;
+    return result;
+  } catch (const std::exception& error) {
+    return {{"ok", false}, {"error", error.what()}};
+  }
+}
+
+}  // namespace tarvo::simulator

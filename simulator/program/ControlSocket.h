@@ -1,0 +1,44 @@
+// The control socket: one JSON request and one JSON answer a connection, each on a line.
+#pragma once
+
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "Utilities/FileDescriptor.h"
+
+namespace tarvo::simulator {
+
+/// TARVO_SIMULATOR_SOCKET, else tarvo-simulator.sock in XDG_RUNTIME_DIR, else in /tmp with the
+/// user's id in its name.
+std::string defaultSocketPath();
+
+/// Asks the server at `path`. Raises std::runtime_error when there is none, when it goes away, and
+/// with the server's words when it refuses.
+nlohmann::json ask(const std::string& path, const nlohmann::json& request);
+
+/// Serves requests from the default main context. Only this user can connect (mode 0600).
+class ControlSocket {
+ public:
+  /// What is raised becomes the answer "ok": false with its words; otherwise "ok": true is added.
+  using Handler = std::function<nlohmann::json(const nlohmann::json& request)>;
+
+  /// Raises std::runtime_error when another server answers at `path` or it cannot be made.
+  ControlSocket(std::string path, Handler handler);
+  ControlSocket(const ControlSocket&) = delete;
+  ControlSocket& operator=(const ControlSocket&) = delete;
+  ~ControlSocket();
+
+  const std::string& path() const { return path_; }
+
+ private:
+  void serveOne();
+  nlohmann::json answer(const std::string& line) const;
+
+  std::string path_;
+  Handler handler_;
+  FileDescriptor listener_;
+  unsigned source_ = 0;
+};
+
+}  // namespace tarvo::simulator

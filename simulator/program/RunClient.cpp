@@ -1,0 +1,67 @@
+#include "simulator/program/RunClient.h"
+
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+
+#include "Utilities/FileDescriptor.h"
+#include "simulator/program/ControlSocket.h"
+#include "simulator/testbed/TestbedProcess.h"
+
+namespace tarvo::simulator {
+namespace {
+
+bool isOurs(const std::string& name, const FileDescriptor& other) {
+  struct stat own {};
+  struct stat theirs {};
+  return ::stat(("/proc/self/ns/" + name).c_str(), &own) == 0 &&
+         ::fstat(other.get(), &theirs) == 0 && own.st_ino == theirs.st_ino;
+}
+
+void joinNamespaces(long pid) {
+  const auto folder = std::filesystem::current_path();
+  // The user namespace first: it gives the right to join the others.
+  for (const std::string name : {"user", "mnt", "net"}) {
+    const auto path = "/proc/" + std::to_string(pid) + "/ns/" + name;
+    const FileDescriptor other(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!other.isOpen() || isOurs(name, other)) continue;
+    if (::setns(other.get(), 0) != 0) {
+      throw std::system_error(errno, std::generic_category(), "cannot enter the testbed");
+    }
+  }
+  std::filesystem::current_path(folder);
+}
+
+[[noreturn]] void become(const std::vector<std::string>& command) {
+  std::vector<std::string> words = command;
+  std::vector<char*> arguments;
+  for (auto& word : words)
+    arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  ::execvp(arguments[0], arguments.data());
+  throw std::system_error(errno, std::generic_category(), "cannot start " + command.front());
+}
+
+}  // namespace
+
+void runClient(const std::string& socket, const std::vector<std::string>& command) {
+  const auto answer = ask(socket, {{"command", "client"}});
+  joinNamespaces(answer.at("pid").get<long>());
+  for (const auto& [key, value] : answer.at("environment").items()) {
+    ::setenv(key.c_str(), value.get<std::string>().c_str(), 1);
+  }
+  runInSlot(answer.at("slot").get<unsigned>(), command);
+}
+
+void runInSlot(unsigned slot, const std::vector<std::string>& command) {
+  takeDescriptorsForClient(slot);
+  become(command);
+}
+
+}  // namespace tarvo::simulator

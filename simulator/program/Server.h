@@ -1,0 +1,59 @@
+// `tarvo-simulator serve`: a testbed, its control socket, and a program that runs in it.
+#pragma once
+
+#include <glib.h>
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "simulator/program/ControlSocket.h"
+#include "simulator/testbed/Testbed.h"
+
+namespace tarvo::simulator {
+
+struct ServeOptions {
+  std::string socket;
+  std::string volumes;               ///< empty: /media/USER, on a file system of the testbed's own
+  std::string bundle;                ///< folder that `bundle` made, shown to the agent; or empty
+  std::vector<std::string> devices;  ///< files or names, plugged in at the start
+  std::vector<std::string> command;  ///< empty: serve until SIGTERM or SIGINT
+};
+
+/// Main thread only, after TestbedProcess::enter.
+class Server {
+ public:
+  /// Raises std::runtime_error (in words) when it cannot serve.
+  explicit Server(ServeOptions options);
+  Server(const Server&) = delete;
+  Server& operator=(const Server&) = delete;
+  ~Server();
+
+  /// Serves; returns the exit code of the command, or 0 after a signal.
+  int run();
+
+ private:
+  nlohmann::json handle(const nlohmann::json& request);
+  nlohmann::json plug(const nlohmann::json& request);
+  nlohmann::json list() const;
+  nlohmann::json setFault(const nlohmann::json& request);
+  nlohmann::json sendEvent(const nlohmann::json& request);
+  nlohmann::json client();
+  PTPCamera& camera(const nlohmann::json& request);
+
+  void printEnvironment() const;
+  void startCommand();
+  static void commandEnded(GPid pid, gint status, gpointer self);
+  static gboolean signalled(gpointer self);
+
+  ServeOptions options_;
+  std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop_;
+  Testbed testbed_;
+  ControlSocket control_;
+  std::vector<unsigned> sources_;
+  GPid command_ = 0;
+  int exitCode_ = 0;
+};
+
+}  // namespace tarvo::simulator

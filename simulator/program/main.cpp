@@ -1,0 +1,212 @@
+// tarvo-simulator: virtual devices that unmodified programs see as USB and SCSI hardware.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+
+#include "Utilities/Format.h"
+#include "simulator/Bundle.h"
+#include "simulator/program/ControlSocket.h"
+#include "simulator/program/DeviceFiles.h"
+#include "simulator/program/RunClient.h"
+#include "simulator/program/Server.h"
+#include "simulator/testbed/TestbedProcess.h"
+
+namespace {
+
+using namespace tarvo::simulator;
+using nlohmann::json;
+
+struct Options {
+  std::string socket = defaultSocketPath();
+  ServeOptions serve;
+  std::string device;
+  std::string port;
+  std::string id;
+  std::string fault;
+  std::string eventCode;
+  std::vector<std::string> eventParameters;
+  bool asJson = false;
+  std::vector<std::string> command;
+  int slot = -1;
+  std::string folder;
+  std::string standins;
+  std::string models;
+  std::vector<std::string> without;
+};
+
+int serve(char** argv, Options& options) {
+  TestbedProcess::enter(argv);
+  options.serve.socket = options.socket;
+  options.serve.command = options.command;
+  return Server(options.serve).run();
+}
+
+int plug(const Options& options) {
+  const auto file = findDeviceFile(options.device);
+  // Checked here, so that what is wrong is said with the file's name.
+  DeviceDescription::fromFile(file);
+  json request = {{"command", "plug"}, {"name", file.stem().string()}};
+  request["description"] = json::parse(std::ifstream(file));
+  if (!options.port.empty()) request["port"] = options.port;
+  std::cout << ask(options.socket, request).at("id").get<std::string>() << "\n";
+  return 0;
+}
+
+int unplug(const Options& options) {
+  ask(options.socket, {{"command", "unplug"}, {"id", options.id}});
+  return 0;
+}
+
+void printDevice(const json& device) {
+  std::string line = tarvo::formatted(
+      "%-8s %-18s %s:%s  %s", device["id"].get<std::string>().c_str(),
+      device["name"].get<std::string>().c_str(), device["vendor"].get<std::string>().c_str(),
+      device["product"].get<std::string>().c_str(), device["node"].get<std::string>().c_str());
+  if (device.contains("volume")) line += "  " + device["volume"].get<std::string>();
+  if (device.contains("statistics")) {
+    line += tarvo::formatted(
+        "  %llu transactions",
+        static_cast<unsigned long long>(device["statistics"]["transactions"].get<std::uint64_t>()));
+  }
+  std::cout << line << "\n";
+}
+
+int list(const Options& options) {
+  const auto devices = ask(options.socket, {{"command", "list"}}).at("devices");
+  if (options.asJson) {
+    std::cout << devices.dump(2) << "\n";
+  } else {
+    for (const auto& device : devices)
+      printDevice(device);
+  }
+  return 0;
+}
+
+int fault(const Options& options) {
+  const auto equals = options.fault.find('=');
+  json request = {{"command", "fault"}, {"id", options.id}};
+  request["name"] = options.fault.substr(0, equals);
+  if (equals != std::string::npos) request["value"] = options.fault.substr(equals + 1);
+  ask(options.socket, request);
+  return 0;
+}
+
+std::uint64_t numberArgument(const std::string& text, std::uint64_t maximum) {
+  const auto number = parseNumber(text, maximum);
+  if (!number) throw CLI::ValidationError("\"" + text + "\" is no number that fits");
+  return *number;
+}
+
+int event(const Options& options) {
+  json request = {{"command", "event"}, {"id", options.id}};
+  request["code"] = numberArgument(options.eventCode, 0xFFFF);
+  request["parameters"] = json::array();
+  for (const auto& text : options.eventParameters) {
+    request["parameters"].push_back(numberArgument(text, 0xFFFFFFFF));
+  }
+  ask(options.socket, request);
+  return 0;
+}
+
+int run(const Options& options) {
+  if (options.slot >= 0) runInSlot(static_cast<unsigned>(options.slot), options.command);
+  runClient(options.socket, options.command);
+}
+
+int bundle(const Options& options) {
+  BundleOptions made;
+  made.standins = options.standins.empty() ? installedStandins().string() : options.standins;
+  made.models = options.models.empty() ? findModelsFile().string() : options.models;
+  made.without.insert(options.without.begin(), options.without.end());
+  const auto paths = makeBundle(options.folder, made);
+  std::cout << "TARVO_AGENT_BUNDLE='" << paths.agent.string() << "'\n"
+            << "XDG_DATA_DIRS='" << paths.dataFolder.string() << "'\n";
+  return 0;
+}
+
+void addServe(CLI::App& app, Options& options) {
+  auto* command = app.add_subcommand("serve", "Run a testbed until SIGTERM, or for one command");
+  command->add_option("--volumes", options.serve.volumes,
+                      "Folder under which volumes are mounted (default: /media/USER)");
+  command->add_option("--bundle", options.serve.bundle,
+                      "Folder made by 'bundle', shown to the agent");
+  command
+      ->add_option("--device", options.serve.devices,
+                   "Description file or name to plug in at the start; may be repeated")
+      ->allow_extra_args(false);
+  command->add_option("command", options.command, "Program to run in the testbed, after --");
+}
+
+void addDeviceCommands(CLI::App& app, Options& options) {
+  auto* plugged = app.add_subcommand("plug", "Plug a device in; prints its id");
+  plugged->add_option("device", options.device, "Description file, or the name of a shipped one")
+      ->required();
+  plugged->add_option("--port", options.port, "BUS-PORT, for example 1-4.2");
+  auto* unplugged = app.add_subcommand("unplug", "Unplug a device");
+  unplugged->add_option("id", options.id, "Id as 'plug' and 'list' print it")->required();
+  auto* listed = app.add_subcommand("list", "Show what is plugged in");
+  listed->add_flag("--json", options.asJson, "One JSON document, with statistics and violations");
+  auto* faulty = app.add_subcommand("fault", "Set a fault of a PTP device, or take it off");
+  faulty->add_option("id", options.id, "Id of the device")->required();
+  faulty->add_option("fault", options.fault, "NAME[=VALUE] or NAME=off")->required();
+  faulty->footer("Faults:\n" + Faults::help());
+  auto* sent = app.add_subcommand("event", "Let a PTP device send an event");
+  sent->add_option("id", options.id, "Id of the device")->required();
+  sent->add_option("code", options.eventCode, "Event code, for example 0x4002")->required();
+  sent->add_option("parameters", options.eventParameters, "Event parameters");
+}
+
+void addRun(CLI::App& app, Options& options) {
+  auto* command = app.add_subcommand("run", "Run a program in the testbed that is being served");
+  command->add_option("--slot", options.slot)->group("");
+  command->add_option("command", options.command, "Program and arguments, after --")->required();
+}
+
+void addBundle(CLI::App& app, Options& options) {
+  auto* command = app.add_subcommand("bundle", "Lay out stand-ins for the installed applications");
+  command->add_option("folder", options.folder, "Folder to make")->required();
+  command->add_option("--standins", options.standins, "Folder of the stand-in programs");
+  command->add_option("--models", options.models, "The ggcam.inf to copy");
+  command
+      ->add_option("--without", options.without,
+                   "Leave out relay, wireless, viewer, page or models; may be repeated")
+      ->allow_extra_args(false)
+      ->check(CLI::IsMember({"relay", "wireless", "viewer", "page", "models"}));
+}
+
+int dispatch(const CLI::App& app, char** argv, Options& options) {
+  const auto name = app.get_subcommands().front()->get_name();
+  if (name == "serve") return serve(argv, options);
+  if (name == "plug") return plug(options);
+  if (name == "unplug") return unplug(options);
+  if (name == "list") return list(options);
+  if (name == "fault") return fault(options);
+  if (name == "event") return event(options);
+  if (name == "run") return run(options);
+  return bundle(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Options options;
+  CLI::App app("Virtual devices that unmodified programs see as USB and SCSI hardware.");
+  app.set_version_flag("--version", std::string("tarvo-simulator ") + TARVO_VERSION);
+  app.add_option("--socket", options.socket, "Control socket")->capture_default_str();
+  app.require_subcommand(1);
+  app.fallthrough();
+  addServe(app, options);
+  addDeviceCommands(app, options);
+  addRun(app, options);
+  addBundle(app, options);
+  try {
+    app.parse(argc, argv);
+    return dispatch(app, argv, options);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : 2;
+  } catch (const std::exception& error) {
+    std::cerr << "tarvo-simulator: " << error.what() << "\n";
+    return 1;
+  }
+}

@@ -1,0 +1,75 @@
+// Devices of the simulated /sys: what the kernel and udev would show of a virtual device.
+#pragma once
+
+#include <umockdev.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/DeviceDescription.h"
+#include "simulator/testbed/UsbfsNode.h"
+
+namespace tarvo::simulator {
+
+/// Where a device is plugged in: bus number and port path, for example 1 and "4.2".
+struct UsbPort {
+  unsigned bus = 1;
+  std::string path;
+  std::string name() const;  ///< "1-4.2"
+  /// Reads "BUS-PORT"; raises DescriptionError for anything else (bus 1 to 255, ports 1 to 15).
+  static UsbPort parse(const std::string& text);
+};
+
+/// What the kernel numbers while it finds a mass-storage unit.
+struct ScsiNumbers {
+  unsigned host = 0;
+  unsigned generic = 0;
+  std::string block;  ///< "sdb", or "sr0" for a unit of type 5
+};
+
+/// Adds entries in the order in which the kernel announces them; removes them the other way round.
+/// Main thread only.
+class SysfsTree {
+ public:
+  explicit SysfsTree(UMockdevTestbed* testbed) : testbed_(testbed) {}
+
+  void addRootHub(unsigned bus);
+  /// The usb_device and its interface.
+  void addUsbDevice(const UsbPort& port, const UsbfsAddress& address,
+                    const UsbDescriptors& descriptors);
+  /// The chain from SCSI host to the block device, with one partition where there is a volume.
+  void addScsiUnit(const UsbPort& port, const ScsiNumbers& numbers,
+                   const DeviceDescription& description);
+  /// Everything that was added for a port.
+  void remove(const UsbPort& port);
+
+ private:
+  using Lines = std::vector<std::pair<std::string, std::string>>;
+  struct Entry {
+    std::string path;  ///< below /sys
+    std::string node;  ///< device node file to make, as umockdev writes it ("sdb=00"); or empty
+    Lines properties;
+    Lines attributes;
+    Bytes descriptors;
+  };
+
+  struct Added {
+    std::string port;  ///< name of the port that it was added for
+    std::string path;  ///< below /sys
+    std::string link;  ///< below /sys, "/dev/block/8:16"; or empty
+  };
+
+  void add(const Entry& entry, const std::string& port);
+  static std::string deviceLink(const Entry& entry);
+  void addInterface(const UsbPort& port, const UsbDescriptors& descriptors);
+  void addScsiDevice(const UsbPort& port, const std::string& path,
+                     const DeviceDescription& description);
+  void addBlock(const UsbPort& port, const std::string& path, const ScsiNumbers& numbers,
+                const DeviceDescription& description);
+
+  UMockdevTestbed* testbed_;
+  std::vector<Added> added_;  ///< in order
+};
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,90 @@
+// A device node of usbfs over a virtual device: claims, control requests and URBs of every client
+// that has the node open, as the kernel answers them.
+//
+// The node itself is a regular file with the descriptors in it, so reading and seeking work as on
+// the real one; only its ioctls come here. Reaping never blocks: a host that polls a regular file
+// is told at once that it may reap, and asks again.
+#pragma once
+
+#include <umockdev.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "simulator/VirtualUSBDevice.h"
+#include "simulator/testbed/GObjectPointer.h"
+
+namespace tarvo::simulator {
+
+struct UsbfsAddress {
+  unsigned bus = 0;
+  unsigned device = 0;
+  std::string node() const;  ///< "/dev/bus/usb/001/004"
+};
+
+/// Constructed and unplugged on the main thread; ioctls come on the testbed's worker thread.
+class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
+ public:
+  /// `vanished` is called once, on the worker thread, when the device unplugs itself.
+  static std::shared_ptr<UsbfsNode> create(UsbfsAddress address,
+                                           std::shared_ptr<VirtualUSBDevice> device,
+                                           std::function<void()> vanished);
+
+  /// A handler to attach to the node; it keeps the node alive for as long as a client may call.
+  GObjectPointer<UMockdevIoctlBase> makeHandler();
+
+  /// From now on the device is gone: what is in flight ends with ESHUTDOWN, then everything fails
+  /// with ENODEV. Waits until the clients have taken back what was in flight, or for `patience`.
+  void unplug(std::chrono::milliseconds patience);
+
+ private:
+  struct Urb;
+  struct Client {
+    std::list<std::unique_ptr<Urb>> urbs;  ///< in order of submission
+  };
+
+  UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> device,
+            std::function<void()> vanished);
+  static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
+  static gboolean onReadOrWrite(UMockdevIoctlBase* handler, UMockdevIoctlClient* client,
+                                gpointer self);
+  static void onConnected(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
+  void forget(const UMockdevIoctlClient* client);
+
+  /// The result of an ioctl; a negative one is an error number. Lock held, as in all that follow.
+  long handle(UMockdevIoctlClient* client, unsigned long request, UMockdevIoctlData* argument);
+  long handleGone(UMockdevIoctlClient* client, unsigned long request, UMockdevIoctlData* argument);
+  long connectInfo(UMockdevIoctlData* argument);
+  long capabilities(UMockdevIoctlData* argument);
+  long controlRequest(UMockdevIoctlData* argument);
+  long claim(UMockdevIoctlClient* client, unsigned interface);
+  long release(UMockdevIoctlClient* client, unsigned interface);
+  long clearHalt(UMockdevIoctlData* argument);
+  long submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
+  long reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
+  long discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
+  void startControl(Urb& urb);
+  void startOut(Urb& urb);
+  void progress(Client& client);
+  void progressIn(Urb& urb);
+  void checkVanished();
+
+  UsbfsAddress address_;
+  std::shared_ptr<VirtualUSBDevice> device_;
+  std::function<void()> vanished_;
+
+  std::mutex mutex_;
+  std::condition_variable reaped_;
+  std::map<const UMockdevIoctlClient*, Client> clients_;
+  std::map<unsigned, const UMockdevIoctlClient*> claims_;
+  bool gone_ = false;
+};
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,175 @@
+// A Listener over fakes: the test plugs devices into Image Capture, moves the clock, ends child
+// processes, and reads the log lines that came out.
+//
+//   TEST_F(ListenerTest, ...) {
+//     start();                               // system version 0; start(0x1062) for recovery
+//     arrive(camera(0x0302, 0xFA200000));    // "DeviceAdded" for a supported camera
+//     EXPECT_EQ(relay().arguments, ...);
+//   }
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "agent/ListenerMain.h"
+#include "identify/IdentifyRoom.h"
+#include "identify/models/SupportedModels.h"
+#include "msc/TarvoMSCDeviceList.h"
+#include "tests/support/FakeImageCapture.h"
+#include "tests/support/FakeMountTable.h"
+#include "tests/support/FakeRegistry.h"
+#include "tests/support/FakeRunningApplications.h"
+#include "tests/support/FakeUserDefaults.h"
+#include "tests/support/LocalDistributedCenter.h"
+#include "tests/support/ManualRunLoop.h"
+#include "tests/support/RecordingSystemLog.h"
+#include "tests/support/RecordingTaskFactory.h"
+
+namespace tarvo::test {
+
+using Lines = std::vector<std::string>;
+using namespace std::chrono_literals;
+
+inline const std::string kShortSeparator(90, '-');
+inline const std::string kStartSeparator = std::string(11, '-') + std::string(95, '=');
+inline const std::string kRelayLine =
+    "createTaskForPath '/opt/tarvo/Tarvo Relay.app/Contents/Library/Tarvo Relay'";
+inline const std::string kWirelessLine =
+    "createTaskForPath '/opt/tarvo/TARVO Wireless Utility.app/Contents/MacOS/TARVO Wireless "
+    "Utility'";
+inline const std::string kViewerLine =
+    "createTaskForPath '/opt/tarvo/ViewerApp.app/Contents/MacOS/ViewerApp'";
+
+/// A folder that goes with its owner.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "agent_test.XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data());
+  }
+  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
+  /// Makes a file with its folders.
+  void write(const std::string& name, const std::string& content) const {
+    std::filesystem::create_directories((path_ / name).parent_path());
+    std::ofstream(path_ / name) << content;
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+/// The model table of a bundle whose file lists no model, so that the fixed product ids alone
+/// (0x302 to 0x311) are supported.
+class FixedModels {
+ public:
+  explicit FixedModels(const TemporaryFolder& folder) {
+    folder.write("bundle/Resources/ggcam.inf", "[Models.NTx86]\r\n");
+    constants_.agentBundlePath = folder / "bundle";
+    models_.emplace(constants_);
+    models_->getValidDscPids();
+  }
+
+ private:
+  MakerConstants constants_;
+  std::optional<SupportedModels> models_;
+};
+
+class ListenerTest : public ::testing::Test {
+ public:
+  ListenerTest() { constants.agentBundlePath = bundle; }
+
+  void start(std::uint32_t systemVersion = 0) {
+    listener =
+        Listener::init({center, workspace, distributed, loop, tasks, applications, imageCapture,
+                        constants, systemVersion, warnings.sink(), [this] { ++stateChanges; }});
+    startLines = takeLines();
+  }
+
+  /// A PTP camera of the maker, loaded but not in the registry.
+  std::shared_ptr<XTPictureDevice> camera(std::uint32_t product = 0x0302,
+                                          std::uint32_t location = 0x01420000) {
+    auto& plugged = imageCapture.addPTPCamera({.idProduct = product, .locationID = location});
+    plugged.listed = false;
+    Status failure = 0;
+    return XTImageCapturePTPDevice::withICAObject(plugged.object, &failure);
+  }
+  /// Plugs in a USB device with a volume, and tells Image Capture.
+  void plugVolume(const std::string& name, std::uint32_t product, std::uint32_t location) {
+    const ServiceHandle usb = registry.plug({{"IOClass", "usb_device"},
+                                             {"USB Product Name", name},
+                                             {"USB Serial Number", "SN-" + name},
+                                             {"idVendor", 0xF055},
+                                             {"idProduct", product},
+                                             {"locationID", location}});
+    registry.plug({{"IOClass", "block"}, {"BSD Name", "disk-" + name}}, usb);
+    imageCapture.announce(imageCapture.addVolume(name, "disk-" + name).object);
+    loop.advance(500ms);
+  }
+  void arrive(const std::shared_ptr<Object>& device) { center.post({"DeviceAdded", device}); }
+  void arriveMSC(const std::shared_ptr<Object>& unit) {
+    center.post({"XTMSCDeviceAddedEvent", unit});
+  }
+  void resignActive() {
+    workspace.post({"NSWorkspaceSessionDidResignActiveNotification", nullptr});
+  }
+
+  std::vector<std::shared_ptr<RecordingTask>> relays() {
+    return tasks.tasksAt("/Library/Tarvo Relay");
+  }
+  std::vector<std::shared_ptr<RecordingTask>> viewers() { return tasks.tasksAt("ViewerApp"); }
+  std::vector<std::shared_ptr<RecordingTask>> wirelessUtilities() {
+    return tasks.tasksAt("Wireless Utility");
+  }
+
+  /// The lines since the last call; those of the Listener without their tag.
+  Lines takeLines() {
+    constexpr std::string_view tag = "RLA_Listener - ";
+    Lines lines = log.lines();
+    log.clear();
+    for (std::string& line : lines)
+      if (line.starts_with(tag)) line.erase(0, tag.size());
+    return lines;
+  }
+
+  const std::string bundle = "/opt/tarvo/Tarvo Relay.app/Contents/Library/Tarvo Agent.app";
+  FakeUserDefaults defaults{{{"LOG_SUBSYS_LISTENER", true}}};
+  RecordingSystemLog log;
+  RecordingSystemLog warnings;  ///< what is told with tracing off, too
+  LogState logState{defaults, log};
+  NotificationCenter center;
+  NotificationCenter workspace;
+  LocalDistributedCenter distributed;
+  ManualRunLoop loop;
+  NotificationQueue queue{center, loop};
+  RecordingTaskFactory tasks{center};
+  FakeRunningApplications applications;
+  FakeImageCapture imageCapture;
+  FakeRegistry registry;
+  TemporaryFolder folder;
+  FakeMountTable mounts{folder / "media"};
+  MakerConstants constants;
+  FixedModels models{folder};
+  PictureDeviceRoom pictureDevices{
+      {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
+  IdentifyRoom identify{{imageCapture, registry, mounts}};
+  MSCRoom massStorage{{center}};
+  std::unique_ptr<Listener> listener;
+  Lines startLines;
+  int stateChanges = 0;
+};
+
+}  // namespace tarvo::test

@@ -1,0 +1,151 @@
+// The facts that the agent passes on about a device.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "identify/DeviceInfoSupport.h"
+#include "identify/IdentifyRoom.h"
+#include "tests/support/PictureDeviceTestRoom.h"
+
+namespace tarvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// An agent bundle whose model table lists product id 0x0A21, and volumes with and without marker.
+class DeviceInfo : public testing::Test {
+ protected:
+  DeviceInfo() {
+    fs::create_directories(folder_ / "Resources");
+    std::ofstream(folder_ / "Resources/ggcam.inf")
+        << "[Models.NTx86]\r\n%MfgName%=QRS.Camera,USB.VID_F055&PID_0A21\r\n";
+    fs::create_directories(folder_ / "volumes/CARD/MISC");
+    std::ofstream(folder_ / "volumes/CARD/MISC/IREVIEW.DB") << "x";
+    room_.maker.agentBundlePath = folder_.string();
+    room_.mounts = FakeMountTable((folder_ / "volumes").string());
+  }
+  ~DeviceInfo() override { fs::remove_all(folder_); }
+
+  struct Info {
+    std::string type = "unset";
+    std::int32_t locID = 77;
+    std::string path = "unset";
+    friend bool operator==(const Info&, const Info&) = default;
+    friend void PrintTo(const Info& info, std::ostream* out) {
+      *out << info.type << ", " << info.locID << ", " << info.path;
+    }
+  };
+  Info infoFor(const std::shared_ptr<XTPictureDevice>& device) {
+    const SupportedModels models(room_.maker);
+    Info info;
+    DeviceInfoSupport::getInfoForDevice(device, &info.type, &info.locID, &info.path);
+    return info;
+  }
+  std::shared_ptr<XTPictureDevice> massStorage(const char* volume, std::uint32_t idProduct) {
+    room_.addUSBUnit("sdb1", idProduct);
+    return XTImageCaptureMSCDevice::withICAObject(room_.ica.addVolume(volume, "sdb1").object,
+                                                  nullptr);
+  }
+  std::string volumePath(const char* volume) { return (folder_ / "volumes" / volume).string(); }
+
+  fs::path folder_ = fs::path(testing::TempDir()) / "device-info-bundle";
+  PictureDeviceTestRoom room_;
+};
+
+TEST_F(DeviceInfo, OfAPTPCameraComesFromItsDictionaryWhenTheModelIsSupported) {
+  const struct {
+    std::uint32_t idVendor;
+    std::uint32_t idProduct;
+    Info expected;
+  } rows[] = {
+      {0xF055, 0x0A21, {"PTP", -98566144, ""}},
+      {0xF055, 0x0311, {"PTP", -98566144, ""}},
+      {0xF055, 0x0312, {"", 77, "unset"}},
+      {0x04A9, 0x0A21, {"", 77, "unset"}},
+  };
+  for (const auto& row : rows) {
+    const auto& camera = room_.ica.addPTPCamera(
+        {.idVendor = row.idVendor, .idProduct = row.idProduct, .locationID = 0xFA200000});
+    EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)), row.expected)
+        << std::hex << row.idProduct;
+  }
+}
+
+TEST_F(DeviceInfo, OfAMassStorageCameraIsMSCWithItsVolume) {
+  EXPECT_EQ(infoFor(massStorage("CARD", 0x40B)), (Info{"MSC", -98566144, volumePath("CARD")}));
+}
+
+TEST_F(DeviceInfo, OfACardIsCardWithItsVolume) {
+  EXPECT_EQ(infoFor(massStorage("CARD", 0x40C)), (Info{"card", -98566144, volumePath("CARD")}));
+}
+
+TEST_F(DeviceInfo, OfAnyOtherMassStorageHasNoTypeButItsVolume) {
+  EXPECT_EQ(infoFor(massStorage("STICK", 0x40C)), (Info{"", -98566144, volumePath("STICK")}));
+}
+
+TEST_F(DeviceInfo, OfNoDeviceOrAnUnknownKindIsLeftAsItIs) {
+  EXPECT_EQ(infoFor(nullptr), Info());
+  EXPECT_EQ(infoFor(std::make_shared<PlainDevice>("Lumo")), Info());
+  EXPECT_EQ(room_.trace.count("getInfoForDevice:returnType:locID:path - mscDevice cast failed!"),
+            2U);
+}
+
+TEST_F(DeviceInfo, OfAPTPCameraWithoutADictionaryIsLeftAsItIs) {
+  const auto device =
+      XTImageCapturePTPDevice::withICAObject(room_.ica.addPTPCamera().object, nullptr);
+  device->storesChanged();
+  EXPECT_EQ(infoFor(device), Info());
+  EXPECT_TRUE(room_.trace.contains("getInfoForDevice:returnType:locID:path - icaDict is nil!"));
+}
+
+TEST_F(DeviceInfo, MayBeAskedForInParts) {
+  const auto device = massStorage("CARD", 0x40B);
+  DeviceInfoSupport::getInfoForDevice(device, nullptr, nullptr, nullptr);
+  std::int32_t locID = 77;
+  DeviceInfoSupport::getInfoForDevice(device, nullptr, &locID, nullptr);
+  EXPECT_EQ(locID, 77) << "nothing is filled without a type";
+  std::string type;
+  DeviceInfoSupport::getInfoForDevice(device, &type, nullptr, nullptr);
+  EXPECT_EQ(type, "MSC");
+}
+
+TEST_F(DeviceInfo, ChecksForwardToTheModelTable) {
+  const auto device =
+      std::dynamic_pointer_cast<XTImageCaptureMSCDevice>(massStorage("CARD", 0x410));
+  EXPECT_TRUE(DeviceInfoSupport::isValidPVC(*device));
+  EXPECT_TRUE(DeviceInfoSupport::isValidCard(device.get()));
+  EXPECT_FALSE(DeviceInfoSupport::isValidCard(nullptr));
+}
+
+TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
+  PictureDeviceTestRoom room;
+  const IdentifyRoom identify({room.ica, room.registry, room.mounts});
+  const auto hub = room.registry.add({{"USB Product Name", "Hub"}});
+  const auto device =
+      room.registry.add({{"USB Product Name", ""}, {"USB Serial Number", "S"}}, hub);
+  const auto unit = room.registry.add({{"IOClass", "scsi_unit"}}, device);
+  const auto orphan = room.registry.add({{"IOClass", "scsi_unit"}});
+  const auto serialNumber = [](ServiceHandle service) {
+    const auto found = DeviceInfoSupport::getRootUSBDictionaryForService(service);
+    return found ? textForKey(*found, "USB Serial Number").value_or("none") : "no device";
+  };
+  EXPECT_EQ(serialNumber(unit), "S");
+  EXPECT_EQ(serialNumber(device), "S") << "the service itself counts";
+  EXPECT_EQ(serialNumber(hub), "none");
+  EXPECT_EQ(serialNumber(orphan), "no device");
+  EXPECT_FALSE(room.trace.contains("IORegistryEntryCreateIterator failed"));
+  EXPECT_EQ(serialNumber(0x999), "no device");
+  EXPECT_TRUE(
+      room.trace.contains("getRootUSBDictionaryForService IORegistryEntryCreateIterator failed"));
+  EXPECT_EQ(room.trace.count("failed to find the device in IOKit Registry"), 2U);
+
+  room.registry.makeUnreadable(device);
+  EXPECT_EQ(serialNumber(unit), "none") << "an entry that cannot be read is passed over";
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,200 @@
+// Which capabilities follow from a DeviceInfo: each code gives its own and no other.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "NativeServices/PictureDevice/CapabilityDetection.h"
+#include "Utilities/Exception.h"
+#include "tests/support/FakeImageCapture.h"
+
+namespace tarvo::test {
+namespace {
+
+/// The face of a device that answers as the test says and counts what it is asked.
+class ScriptedTransactions : public PTPTransactions {
+ public:
+  Status getDeviceInfo(PTPPassThroughRecord&) override { return status::kPTPGeneralError; }
+  const CodeList& supportedDatasets() override { return none_; }
+  std::uint16_t displayRequestVersion() override { return 0; }
+  bool doesLCBInfoWork() override {
+    ++questions;
+    return lcbInfoWorks;
+  }
+  std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) override {
+    ++questions;
+    EXPECT_EQ(property, 0xD00B);
+    if (description.empty()) return std::nullopt;
+    auto dataSet = XTPTPDataSet::initWithData(std::as_bytes(std::span(description)));
+    dataSet.setByteOrder(kPTPByteOrder);
+    return dataSet;
+  }
+
+  bool lcbInfoWorks = true;
+  std::vector<std::uint8_t> description;
+  int questions = 0;
+
+ private:
+  CodeList none_;
+};
+
+struct Facts {
+  std::string manufacturer = "Tarvo Imaging";
+  std::string model = "Tarvo Lumo 500";
+  CodeList opcodes{};
+  CodeList properties{};
+  CodeList imageFormats{};
+  CodeList datasets{};
+};
+
+DeviceCapabilities detect(const Facts& facts, ScriptedTransactions& device) {
+  const MakerConstants maker;
+  return CapabilityDetection(device, maker)
+      .detect({facts.manufacturer, facts.model, facts.opcodes, facts.properties, facts.imageFormats,
+               facts.datasets});
+}
+
+using Flags = std::function<void(DeviceCapabilities&)>;
+
+/// `base` with what `set` sets.
+DeviceCapabilities with(DeviceCapabilities base, const Flags& set) {
+  if (set) set(base);
+  return base;
+}
+
+const struct {
+  const char* what;
+  Facts facts;
+  Flags makers;   ///< set on a device of the maker, beside capture
+  Flags foreign;  ///< set on another's device
+} kRows[] = {
+    {"nothing", {}, {}, {}},
+    {"address book information",
+     {.opcodes = {0x9007}},
+     [](auto& c) { c.deviceSupportsAddressBooks = true; },
+     {}},
+    {"contacts", {.datasets = {0xB203}}, [](auto& c) { c.deviceSupportsAddressBooks = true; }, {}},
+    {"LCB information",
+     {.opcodes = {0x900C}},
+     [](auto& c) { c.deviceSupportsAlbumNames = true; },
+     {}},
+    {"albums", {.datasets = {0xB201}}, [](auto& c) { c.deviceSupportsAlbumNames = true; }, {}},
+    {"groups", {.datasets = {0xB202}}, {}, {}},
+    {"bragbook version",
+     {.opcodes = {0x9011}},
+     [](auto& c) { c.deviceSupportsBragbooks = true; },
+     {}},
+    {"newer bragbook pictures",
+     {.imageFormats = {0xB803}},
+     [](auto& c) { c.deviceRequiresYCC422 = true; },
+     {}},
+    {"older bragbook pictures", {.imageFormats = {0xB802}}, {}, {}},
+    {"intention", {.properties = {0xD206}}, [](auto& c) { c.deviceSupportsIntention = true; }, {}},
+    {"a property as an operation", {.opcodes = {0xD206}}, {}, {}},
+    {"back display",
+     {.opcodes = {0x9009}},
+     [](auto& c) { c.deviceSupportsCameraBackDisplay = true; },
+     {}},
+    {"vendor delete", {.opcodes = {0x9209}}, [](auto& c) { c.hasDeleteVendorObject = true; }, {}},
+    {"vendor send", {.opcodes = {0x9002}}, [](auto& c) { c.hasSendVendorObject = true; }, {}},
+    {"vendor send required",
+     {.opcodes = {0x9006}},
+     [](auto& c) { c.xtSendRequired = c.deviceAcceptsFiles = true; },
+     {}},
+    {"vendor and standard send",
+     {.opcodes = {0x9006, 0x100D}},
+     [](auto& c) { c.deviceAcceptsFiles = true; },
+     [](auto& c) { c.deviceAcceptsFiles = true; }},
+    {"standard send",
+     {.opcodes = {0x100D}},
+     [](auto& c) { c.deviceAcceptsFiles = true; },
+     [](auto& c) { c.deviceAcceptsFiles = true; }},
+    {"standard delete",
+     {.opcodes = {0x100B}},
+     [](auto& c) { c.hasDeleteObject = true; },
+     [](auto& c) { c.hasDeleteObject = true; }},
+    {"a legacy model",
+     {.model = "Tarvo Lumo 200"},
+     [](auto& c) { c.deviceAcceptsFiles = true; },
+     [](auto& c) { c.deviceAcceptsFiles = true; }},
+};
+
+TEST(CapabilityDetection, GivesEachCodeItsOwnFlagOnTheMakersDevicesAlone) {
+  for (const auto& row : kRows) {
+    ScriptedTransactions device;
+    EXPECT_EQ(detect(row.facts, device), with({.deviceSupportsCapture = true}, row.makers))
+        << row.what;
+
+    Facts foreign = row.facts;
+    foreign.manufacturer = "Tarvo Imaging ";
+    ScriptedTransactions foreignDevice;
+    EXPECT_EQ(detect(foreign, foreignDevice), with({}, row.foreign)) << row.what;
+    EXPECT_EQ(foreignDevice.questions, 0) << row.what;
+  }
+}
+
+TEST(CapabilityDetection, TakesListedLCBInformationOnlyWhenItWorks) {
+  ScriptedTransactions device;
+  device.lcbInfoWorks = false;
+  EXPECT_FALSE(detect({.opcodes = {0x900C}}, device).deviceSupportsAlbumNames);
+  EXPECT_EQ(device.questions, 1);
+  EXPECT_TRUE(detect({.opcodes = {0x900C}, .datasets = {0xB201}}, device).deviceSupportsAlbumNames);
+}
+
+TEST(CapabilityDetection, ReadsTheCaptureCapabilityByItsDatatype) {
+  const struct {
+    const char* what;
+    std::vector<std::uint8_t> description;
+    bool captures;
+    bool sendsBragbookImages;
+  } rows[] = {
+      {"no description", {}, false, false},
+      {"INT8", PTPBytes().u16(0xD00B).u16(1).u8(0).u8(0xFF).u8(0x01), true, false},
+      {"UINT8", PTPBytes().u16(0xD00B).u16(2).u8(0).u8(0xFF).u8(0x40), false, true},
+      {"INT16", PTPBytes().u16(0xD00B).u16(3).u8(0).u16(0xFFFF).u16(0x41), true, true},
+      {"UINT16", PTPBytes().u16(0xD00B).u16(4).u8(0).u16(0xFFFF).u16(0xBE), false, false},
+      {"INT32", PTPBytes().u16(0xD00B).u16(5).u8(0).u32(0xFFFFFFFF).u32(0x41), true, true},
+      {"UINT32", PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0xFFFFFFFF).u32(0x100), false, false},
+      {"INT64", PTPBytes().u16(0xD00B).u16(7).u8(0).u32(0x41).u32(0x41).u32(0x41), false, false},
+      {"text", PTPBytes().u16(0xD00B).u16(0xFFFF).u8(0).text("A").text("A"), false, false},
+  };
+  for (const auto& row : rows) {
+    ScriptedTransactions device;
+    device.description = row.description;
+    const auto capabilities = detect({.properties = {0xD00B}}, device);
+    EXPECT_EQ(capabilities.deviceSupportsCapture, row.captures) << row.what;
+    EXPECT_EQ(capabilities.supportsDirectBragbookImages, row.sendsBragbookImages) << row.what;
+  }
+}
+
+TEST(CapabilityDetection, LetsTheCodecsExceptionPassOnADescriptionThatIsCutOff) {
+  ScriptedTransactions device;
+  device.description = PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0).u16(0);
+  EXPECT_THROW(detect({.properties = {0xD00B}}, device), Exception);
+}
+
+TEST(SupportedOperation, DependsOnTheListAndForVendorOperationsOnTheExtension) {
+  const CodeList listed = {0x1004, 0x1000, 0x101C, 0x101D, 0x9007};
+  const struct {
+    std::uint16_t operation;
+    bool onMakers;
+    bool onForeign;
+    bool unlisted;
+  } rows[] = {
+      {0x1001, true, true, true},    {0x1002, true, true, true},    {0x1003, true, true, true},
+      {0x1004, true, true, false},   {0x1005, false, false, false}, {0x101C, true, true, false},
+      {0x101D, true, false, false},  {0x1000, true, false, false},  {0x9007, true, false, false},
+      {0x9009, false, false, false},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(isOperationSupported(row.operation, &listed, true), row.onMakers)
+        << std::hex << row.operation;
+    EXPECT_EQ(isOperationSupported(row.operation, &listed, false), row.onForeign)
+        << std::hex << row.operation;
+    EXPECT_EQ(isOperationSupported(row.operation, nullptr, true), row.unlisted)
+        << std::hex << row.operation;
+  }
+}
+
+}  // namespace
+}  // namespace tarvo::test

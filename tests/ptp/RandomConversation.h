@@ -1,0 +1,57 @@
+// A conversation of a few transactions with a random device, for the random test and for fuzzing.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+
+#include "tests/ptp/Connecting.h"
+#include "tests/ptp/RandomUSBDevice.h"
+
+namespace tarvo::test {
+
+class RandomConversation {
+ public:
+  /// The first two bytes choose packet size and room, the others are the device.
+  explicit RandomConversation(std::span<const std::uint8_t> bytes) {
+    constexpr std::uint16_t kPackets[] = {8, 64, 512, 1024};
+    constexpr std::size_t kRooms[] = {0, 12, 500, 2048, 16384, 70000, 3000000};
+    if (bytes.size() < 2) return;
+    room_ = kRooms[bytes[1] % std::size(kRooms)];
+    most_ = bytes[1] < 128 ? SIZE_MAX : 700;
+    ptp::Timeouts timeouts;
+    timeouts.bulk = timeouts.control = timeouts.takeOver = std::chrono::milliseconds(50);
+    timeouts.recovery = std::chrono::milliseconds(0);
+    ptp::BulkConnection connection(
+        std::make_unique<RandomUSBDevice>(bytes.subspan(2), kPackets[bytes[0] % 4]), timeouts,
+        LogSink(), "random");
+    receive(connection, 0x1001);
+    static_cast<void>(connection.openSession());
+    receive(connection, 0x1009);
+    send(connection, 0x100D);
+    receive(connection, 0x9204);
+  }
+
+  bool keptToTheRoom() const { return keptToTheRoom_; }
+  std::uint64_t answered() const { return answered_; }
+
+ private:
+  void receive(ptp::BulkConnection& connection, std::uint16_t operation) {
+    ptp::PiecewiseSink sink(room_, most_);
+    ptp::Transaction transaction{.operation = operation, .receive = &sink};
+    if (connection.transact(transaction, nullptr) == 0) ++answered_;
+    keptToTheRoom_ = keptToTheRoom_ && sink.inOrder();
+  }
+  void send(ptp::BulkConnection& connection, std::uint16_t operation) {
+    ptp::PiecewiseSource source(Bytes(room_), most_);
+    ptp::Transaction transaction{.operation = operation, .send = &source};
+    if (connection.transact(transaction, nullptr) == 0) ++answered_;
+  }
+
+  std::size_t room_ = 0;
+  std::size_t most_ = 0;
+  bool keptToTheRoom_ = true;
+  std::uint64_t answered_ = 0;
+};
+
+}  // namespace tarvo::test

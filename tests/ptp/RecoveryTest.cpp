@@ -1,0 +1,269 @@
+// Transactions with a device that does not keep to the protocol, and what is left of it afterwards.
+#include <gmock/gmock.h>
+
+#include <deque>
+#include <stdexcept>
+
+#include "tests/ptp/Connecting.h"
+
+namespace tarvo::ptp {
+namespace {
+
+using test::Bytes;
+using test::USBScript;
+using testing::HasSubstr;
+namespace wire = test::wire;
+
+constexpr std::uint16_t kOp = 0x1009;
+
+class RecoveryTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+    connection = connectTo(script);
+    ASSERT_EQ(connection->openSession(), 0);
+  }
+  void TearDown() override {
+    connection.reset();
+    EXPECT_EQ(script.report(), "");
+  }
+
+  Status receive(std::size_t room) {
+    PiecewiseSink sink(room, SIZE_MAX);
+    sink.cancelAt = cancelAt;
+    transaction = Transaction{.operation = kOp, .receive = &sink};
+    const Status failure = connection->transact(transaction, &why);
+    EXPECT_TRUE(sink.inOrder());
+    return failure;
+  }
+  Status send(std::size_t size, std::uint64_t failAt = UINT64_MAX) {
+    PiecewiseSource source(wire::payload(size), SIZE_MAX);
+    source.failAt = failAt;
+    transaction = Transaction{.operation = kOp, .send = &source};
+    return connection->transact(transaction, &why);
+  }
+  /// The next transaction works, and the session is closed in the end.
+  void expectInStep(std::uint32_t id) {
+    script.out(wire::command(0x1004, id)).in(wire::response(0x2001, id));
+    script.out(wire::command(0x1003, id + 1)).in(wire::response(0x2001, id + 1));
+    Transaction next{.operation = 0x1004};
+    EXPECT_EQ(connection->transact(next, &why), 0) << why;
+  }
+
+  USBScript script;
+  std::unique_ptr<BulkConnection> connection;
+  Transaction transaction;
+  std::string why;
+  std::uint64_t cancelAt = UINT64_MAX;
+};
+
+TEST_F(RecoveryTest, SaysWhatIsWrongWithAnAnswerAndGetsBackInStep) {
+  Bytes garbage = wire::payload(100);
+  Bytes tooLong = wire::data(kOp, 0, wire::payload(300), 100);
+  const struct {
+    const char* words;
+    std::vector<Bytes> answers;
+  } rows[] = {
+      {"transaction 77 instead of", {wire::response(0x2001, 77)}},
+      {"transaction 77 instead of", {wire::data(kOp, 77, wire::payload(10))}},
+      {"container of type 1", {wire::command(kOp, 0)}},
+      {"container of type 4", {wire::container(12, 4, 0x4002, 0)}},
+      {"instead of 0x1009", {wire::data(0x1008, 0, wire::payload(10))}},
+      {"container of type 5597", {garbage}},
+      {"no container but 5 bytes", {wire::payload(5)}},
+      {"no container", {wire::container(3, 3, 0x2001, 0)}},
+      {"more than the 100 bytes", {tooLong}},
+      {"more than the 20000 bytes", {wire::data(kOp, 0, wire::payload(20100), 20000)}},
+      {"announced 100 bytes of data and sent 99", {wire::data(kOp, 0, wire::payload(99), 100)}},
+      {"announced 100 bytes of data and sent 50", {wire::data(kOp, 0, {}, 100), wire::payload(50)}},
+      {"announced 5000000 bytes", {wire::data(kOp, 0, wire::payload(2000000), 5000000)}},
+      {"announced 4294967282 bytes", {wire::data(kOp, 0, wire::payload(400), 0xFFFFFFFE - 12)}},
+      {"a response was due",
+       {wire::data(kOp, 0, wire::payload(10)), wire::data(kOp, 0, wire::payload(10))}},
+      {"says 16 bytes and has 12", {wire::container(16, 3, 0x2001, 0)}},
+  };
+  std::uint32_t id = 0;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.words);
+    script.out(wire::command(kOp, ++id));
+    for (Bytes answer : row.answers) {
+      // Rows are written for transaction 0.
+      if (answer.size() >= 12 && answer != garbage && answer[8] == std::byte{0})
+        answer[8] = static_cast<std::byte>(id);
+      script.in(answer);
+    }
+    script.recovery(id);
+    EXPECT_EQ(receive(1000), status::kICAProtocolError);
+    EXPECT_THAT(why, HasSubstr(row.words));
+    EXPECT_EQ(transaction.responseCode, 0);
+  }
+  expectInStep(id + 1);
+}
+
+TEST_F(RecoveryTest, DropsWhatTheDeviceStillHadToSay) {
+  script.out(wire::command(kOp, 1)).in(wire::response(0x2001, 9));
+  script.recovery(1).in(wire::payload(40000)).in(wire::response(0x2001, 1));
+  EXPECT_EQ(receive(10), status::kICAProtocolError);
+  expectInStep(2);
+}
+
+TEST_F(RecoveryTest, EndsADeviceThatGoesOnSendingBeyondTheRoom) {
+  class Endless : public USBDevice {
+   public:
+    explicit Endless(USBScript& script) : script_(script) {}
+    const StillImageEndpoints& endpoints() const override { return script_.endpoints(); }
+    TransferCompletion control(const ControlSetup&, std::span<std::byte>,
+                               std::chrono::milliseconds) override {
+      return {0, TransferResult::kStalled, 0};
+    }
+    void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) override {
+      if (endpoint == 0x81 && !started_) {
+        const Bytes header = wire::container(0xFFFFFFFF, 2, kOp, 0);
+        std::copy(header.begin(), header.end(), buffer.begin());
+        started_ = true;
+      }
+      done_.push_back({tag, TransferResult::kCompleted, buffer.size()});
+    }
+    std::optional<TransferCompletion> wait(std::chrono::milliseconds) override {
+      if (done_.empty()) return std::nullopt;
+      const auto completion = done_.front();
+      done_.pop_front();
+      return completion;
+    }
+    void cancelAll() override { done_.clear(); }
+    TransferResult clearHalt(std::uint8_t) override { return TransferResult::kCompleted; }
+
+   private:
+    USBScript& script_;
+    std::deque<TransferCompletion> done_;
+    bool started_ = false;
+  };
+  USBScript endpoints;
+  BulkConnection endless(std::make_unique<Endless>(endpoints), shortTimeouts(), LogSink(), "it");
+  MemorySink sink({});
+  Transaction wanted{.operation = kOp, .receive = &sink};
+  EXPECT_EQ(endless.transact(wanted, &why), status::kICAProtocolError);
+  EXPECT_THAT(why, HasSubstr("goes on sending"));
+  script.out(wire::command(0x1003, 1)).in(wire::response(0x2001, 1));
+}
+
+TEST_F(RecoveryTest, TakesTheResponseBehindAStalledDataPhase) {
+  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kStalled);
+  script.deviceStatus(0x2001).clearHalt(0x81).in(wire::response(0x200F, 1));
+  EXPECT_EQ(receive(10), 0);
+  EXPECT_EQ(transaction.responseCode, 0x200F);
+
+  script.out(wire::command(kOp, 2));
+  script.out(wire::data(kOp, 2, wire::payload(100)), TransferResult::kStalled);
+  script.deviceStatus(0x201F, {0x02, 0x81}).clearHalt(0x02).clearHalt(0x81);
+  script.in(wire::response(0x200C, 2));
+  EXPECT_EQ(send(100), 0);
+  EXPECT_EQ(transaction.responseCode, 0x200C);
+  expectInStep(3);
+}
+
+TEST_F(RecoveryTest, GivesUpOnAStallWithoutAResponse) {
+  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kStalled);
+  script.deviceStatus(0x2001).clearHalt(0x81).recovery(1);
+  EXPECT_EQ(receive(10), status::kIOError);
+  EXPECT_THAT(why, HasSubstr("stalled endpoint 0x81"));
+  expectInStep(2);
+}
+
+TEST_F(RecoveryTest, ClearsNoEndpointThatIsNotOurs) {
+  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kStalled);
+  script.deviceStatus(0x201F, {0x81, 0x05, 0x00}).clearHalt(0x81);
+  script.in(wire::response(0x2001, 1));
+  EXPECT_EQ(receive(10), 0);
+  expectInStep(2);
+}
+
+TEST_F(RecoveryTest, WaitsForADeviceThatIsBusyCancelling) {
+  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kError);
+  script.cancelRequest(1).deviceStatus(0x2019).deviceStatus(0x201F, {0x81}).clearHalt(0x81);
+  script.deviceStatus(0x2001);
+  EXPECT_EQ(receive(10), status::kIOError);
+  expectInStep(2);
+}
+
+TEST(Recovery, ResetsADeviceThatStaysBusy) {
+  Timeouts impatient = shortTimeouts();
+  impatient.recovery = std::chrono::milliseconds(0);
+  USBScript script;
+  script.out(wire::command(kOp, 0)).inEnds(TransferResult::kError);
+  script.cancelRequest(0).deviceStatus(0x2019).deviceReset().deviceStatus(0x2001);
+  auto connection = connectTo(script, TransactionIDs(), impatient);
+  Transaction transaction{.operation = kOp};
+  EXPECT_EQ(connection->transact(transaction, nullptr), status::kIOError);
+  EXPECT_EQ(script.report(), "");
+}
+
+TEST_F(RecoveryTest, GoesOnWithADeviceThatKnowsNoClassRequests) {
+  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kOverflow);
+  script.cancelRequest(1, TransferResult::kStalled);
+  script.control(0xA1, 0x67, {}, TransferResult::kStalled);
+  EXPECT_EQ(receive(10), status::kICAProtocolError);
+  expectInStep(2);
+}
+
+TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
+  cancelAt = 1U << 20;
+  script.out(wire::command(kOp, 1)).in(wire::data(kOp, 1, wire::payload(1500000), 8000000));
+  script.recovery(1);
+  EXPECT_EQ(receive(8000000), status::kCancelled);
+
+  script.out(wire::command(kOp, 2)).recovery(2);
+  EXPECT_EQ(send(1000, 0), status::kCancelled);
+  expectInStep(3);
+}
+
+TEST_F(RecoveryTest, FailsAtOnceAfterOneTimeout) {
+  script.out(wire::command(kOp, 1)).cancelRequest(1).silence();
+  EXPECT_EQ(receive(10), status::kICATimeout);
+  EXPECT_THAT(why, HasSubstr("time-out"));
+  const auto transactions = connection->statistics().transactions;
+  EXPECT_EQ(receive(10), status::kICATimeout);
+  EXPECT_EQ(connection->openSession(), 0);  // Still open as far as the host knows.
+  EXPECT_EQ(connection->closeSession(), status::kICATimeout);
+  EXPECT_EQ(connection->openSession(), status::kICATimeout);
+  EXPECT_EQ(connection->statistics().transactions, transactions);
+}
+
+TEST_F(RecoveryTest, TreatsSilenceOnTheControlEndpointAsATimeout) {
+  script.out(wire::command(kOp, 1)).in(wire::response(0x2001, 55));
+  script.cancelRequest(1, TransferResult::kTimedOut);
+  EXPECT_EQ(receive(10), status::kICAProtocolError);
+  EXPECT_EQ(receive(10), status::kICATimeout);
+}
+
+TEST_F(RecoveryTest, TimesOutInTheMiddleOfData) {
+  script.out(wire::command(kOp, 1));
+  script.inUnterminated(wire::data(kOp, 1, wire::payload(500), 90000)).cancelRequest(1);
+  EXPECT_EQ(receive(90000), status::kICATimeout);
+}
+
+TEST_F(RecoveryTest, SaysAtOnceThatTheDeviceIsGone) {
+  script.out(wire::command(kOp, 1));
+  script.inUnterminated(wire::data(kOp, 1, wire::payload(1024 - 12), 8000000)).vanish();
+  EXPECT_EQ(receive(8000000), status::kICADeviceGone);
+  EXPECT_EQ(receive(10), status::kICADeviceGone);
+  EXPECT_EQ(send(10), status::kICADeviceGone);
+}
+
+TEST_F(RecoveryTest, CancelsWhatIsInFlightWhenASinkRaises) {
+  class Raising : public MemorySink {
+   public:
+    using MemorySink::MemorySink;
+    bool received(std::uint64_t, std::size_t) override { throw std::runtime_error("no space"); }
+  };
+  Bytes memory(8000000);
+  Raising sink(memory);
+  script.out(wire::command(kOp, 1)).in(wire::data(kOp, 1, wire::payload(1500000), 8000000));
+  Transaction wanted{.operation = kOp, .receive = &sink};
+  EXPECT_THROW(static_cast<void>(connection->transact(wanted, nullptr)), std::runtime_error);
+  connection.reset();
+  script = USBScript();
+}
+
+}  // namespace
+}  // namespace tarvo::ptp

@@ -1,0 +1,129 @@
+#include "simulator/DeviceDescription.h"
+
+#include <gmock/gmock.h>
+
+#include "simulator/ObjectStore.h"
+
+namespace tarvo::simulator {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+/// What is said about a description; empty when nothing is.
+std::string problemOf(const std::string& json) {
+  try {
+    DeviceDescription::fromJson(nlohmann::json::parse(json));
+    return {};
+  } catch (const DescriptionError& error) {
+    return error.what();
+  }
+}
+
+constexpr const char* kCamera = R"({"usb": {"vendor": 1, "product": 2}, "deviceInfo": {}, )";
+
+TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
+  const std::string camera = kCamera;
+  const std::pair<std::string, const char*> rows[] = {
+      {R"({})", "the description: the key \"usb\" is missing"},
+      {R"({"usb": {"vendor": "0x10000", "product": 2}})", "usb.vendor: a number from 0 to 65535"},
+      {R"({"usb": {"vendor": 1, "product": -2}})", "usb.product: a number from 0 to 65535"},
+      {R"({"usb": {"vendor": 1, "product": 2, "speed": "warp"}})", "usb.speed: "},
+      {R"({"usb": {"vendor": 1, "product": 2}})", "the description: the key \"deviceInfo\""},
+      {R"({"kind": "toaster", "usb": {"vendor": 1, "product": 2}})", "kind: \"ptp\" or"},
+      {camera + R"("colour": 1})", "the description: unknown key \"colour\""},
+      {camera + R"("stores": {}})", "stores: a list is expected"},
+      {camera + R"("stores": [{"content": [{"file": "a/b"}]}]})", "stores[0].content[0].file: "},
+      {camera + R"("stores": [{"content": [{"folder": ".."}]}]})", "stores[0].content[0].folder: "},
+      {camera + R"("stores": [{"content": [{"generate": {}}]}]})",
+       "stores[0].content[0].generate: the key \"count\""},
+      {camera + R"("properties": [{"code": 1, "type": "UINT9", "value": 1}]})",
+       "properties[0].type: a PTP datatype"},
+      {camera + R"("properties": [{"code": 1, "type": "STR", "value": 1}]})",
+       "properties[0].value: a text is expected"},
+      {camera + R"("faults": {"explode": true}})", "faults.explode: unknown fault"},
+      {camera + R"("faults": {"delay": true}})", "faults.delay: the fault is written delay="},
+  };
+  for (const auto& [json, expected] : rows) {
+    EXPECT_THAT(problemOf(json), StartsWith(expected)) << json;
+  }
+  EXPECT_EQ(problemOf(camera + R"("stores": []})"), "");
+}
+
+TEST(DeviceDescription, ReadsEveryShippedDescription) {
+  std::size_t count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(DEVICES_FOLDER)) {
+    EXPECT_NO_THROW(DeviceDescription::fromFile(entry.path())) << entry.path();
+    ++count;
+  }
+  EXPECT_GE(count, 7U);
+}
+
+TEST(DeviceDescription, SaysWhichFileCannotBeReadOrParsed) {
+  EXPECT_THROW(
+      try {
+        DeviceDescription::fromFile("/nowhere/x.json");
+      } catch (const DescriptionError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("/nowhere/x.json"));
+        throw;
+      },
+      DescriptionError);
+}
+
+TEST(Faults, StrikeInTheOperationsThatTheyWereSetFor) {
+  Faults faults;
+  EXPECT_EQ(faults.set("stall", "0x1001"), "");
+  EXPECT_TRUE(faults.strikes(Fault::kStall, 0x1001));
+  EXPECT_FALSE(faults.strikes(Fault::kStall, 0x1002));
+  EXPECT_EQ(faults.set("raise", ""), "");
+  EXPECT_TRUE(faults.strikes(Fault::kRaise, 0x920A));
+  EXPECT_TRUE(faults.strikes(Fault::kRaise, 0x9009));
+  EXPECT_FALSE(faults.strikes(Fault::kRaise, 0x1001));
+  EXPECT_EQ(faults.set("silent", ""), "");
+  EXPECT_TRUE(faults.strikes(Fault::kSilent, 0x1234));
+  EXPECT_EQ(faults.set("silent", "off"), "");
+  EXPECT_FALSE(faults.strikes(Fault::kSilent, 0x1234));
+}
+
+TEST(Faults, RefuseWhatTheyDoNotTake) {
+  Faults faults;
+  for (const auto& [name, value] : {std::pair{"delay", ""}, std::pair{"split-header", "7"},
+                                    std::pair{"stall", "0x10000"}, std::pair{"stall", "x"}}) {
+    EXPECT_THAT(faults.set(name, value), StartsWith("the fault is written ")) << name;
+  }
+}
+
+class Store : public ::testing::Test {
+ protected:
+  ObjectStore store_{DeviceDescription::fromJson(nlohmann::json::parse(std::string(kCamera) + R"(
+      "stores": [{"content": [{"folder": "DCIM", "content": [
+        {"generate": {"count": 100000, "size": 2000000}}, {"file": "X.TXT", "text": "hello"}]}]}]})"))
+                         .stores};
+};
+
+TEST_F(Store, CountsWhatItWouldList) {
+  for (const auto& filter : {ObjectFilter{}, ObjectFilter{0xFFFFFFFF, 0x3801, 0},
+                             ObjectFilter{0x00010001, 0x3001, 0}, ObjectFilter{0xFFFFFFFF, 0, 1},
+                             ObjectFilter{0xFFFFFFFF, 0, 0xFFFFFFFF}, ObjectFilter{5, 0, 0}}) {
+    EXPECT_EQ(store_.count(filter), store_.handles(filter).size());
+  }
+  EXPECT_EQ(store_.count({}), 100002U);
+  EXPECT_EQ(store_.count({0xFFFFFFFF, 0, 0xFFFFFFFF}), 1U);
+}
+
+TEST_F(Store, DescribesGeneratedAndExplicitObjectsAlike) {
+  const auto first = store_.object(2);
+  const auto last = store_.object(100001);
+  const auto text = store_.object(100002);
+  ASSERT_TRUE(first && last && text);
+  EXPECT_EQ(first->name, "TARV000001.JPG");
+  EXPECT_EQ(last->name, "TARV100000.JPG");
+  EXPECT_EQ(last->parent, 1U);
+  EXPECT_EQ(text->name, "X.TXT");
+  EXPECT_EQ(ObjectStore::content(*text)->size(), 5U);
+  EXPECT_FALSE(store_.object(100003));
+  EXPECT_FALSE(store_.object(0));
+}
+
+}  // namespace
+}  // namespace tarvo::simulator

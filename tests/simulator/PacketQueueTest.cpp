@@ -1,0 +1,88 @@
+#include "simulator/PacketQueue.h"
+
+#include <gmock/gmock.h>
+
+namespace tarvo::simulator {
+namespace {
+
+using State = InResult::State;
+
+/// A queue of packets of 64 bytes with one transfer in it.
+PacketQueue queueOf(std::size_t size, bool zeroLengthPacket = true) {
+  PacketQueue queue(64);
+  OutgoingTransfer transfer;
+  transfer.payload = std::make_shared<BytesPayload>(Bytes(size));
+  transfer.zeroLengthPacket = zeroLengthPacket;
+  queue.push(std::move(transfer));
+  return queue;
+}
+
+TEST(PacketQueue, EndsATransferWhereTheBusWould) {
+  struct Row {
+    std::size_t size;
+    bool zeroLengthPacket;
+    std::size_t room;
+    State state;
+    std::size_t length;
+  };
+  const Row rows[] = {
+      {12, true, 512, State::kShort, 12},     // a short packet
+      {64, true, 512, State::kShort, 64},     // the zero-length packet
+      {64, true, 64, State::kFull, 64},       // the zero-length packet is still to come
+      {64, false, 512, State::kWaiting, 64},  // nothing ends it
+      {100, true, 64, State::kFull, 64},     {100, true, 128, State::kShort, 100},
+      {100, true, 70, State::kOverflow, 64},  // the second packet may be larger than 6 bytes
+      {0, true, 64, State::kShort, 0},
+  };
+  for (const auto& row : rows) {
+    auto queue = queueOf(row.size, row.zeroLengthPacket);
+    Bytes room(row.room);
+    const auto result = queue.fill(room);
+    EXPECT_EQ(result.state, row.state) << row.size << " into " << row.room;
+    EXPECT_EQ(result.length, row.length) << row.size << " into " << row.room;
+  }
+}
+
+TEST(PacketQueue, SendsTheZeroLengthPacketInATransferOfItsOwn) {
+  auto queue = queueOf(64);
+  Bytes room(64);
+  EXPECT_EQ(queue.fill(room).state, State::kFull);
+  const auto second = queue.fill(room);
+  EXPECT_EQ(second.state, State::kShort);
+  EXPECT_EQ(second.length, 0U);
+  EXPECT_TRUE(queue.isEmpty());
+}
+
+TEST(PacketQueue, RunsTransfersTogetherThatNothingSeparates) {
+  auto queue = queueOf(64, false);
+  OutgoingTransfer response;
+  response.payload = std::make_shared<BytesPayload>(Bytes(12));
+  queue.push(std::move(response));
+  Bytes room(512);
+  const auto result = queue.fill(room);
+  EXPECT_EQ(result.state, State::kShort);
+  EXPECT_EQ(result.length, 76U);
+}
+
+TEST(PacketQueue, KeepsWhatIsNotDueYet) {
+  PacketQueue queue(64);
+  OutgoingTransfer late;
+  late.payload = std::make_shared<BytesPayload>(Bytes(12));
+  late.notBefore = std::chrono::steady_clock::now() + std::chrono::hours(1);
+  queue.push(std::move(late));
+  Bytes room(64);
+  EXPECT_EQ(queue.fill(room).state, State::kWaiting);
+  EXPECT_FALSE(queue.isEmpty());
+}
+
+TEST(JoinedPayload, ReadsAcrossTheJoint) {
+  const JoinedPayload joined(Bytes(3, std::byte{1}),
+                             std::make_shared<BytesPayload>(Bytes(9, std::byte{2})), 5);
+  EXPECT_EQ(joined.size(), 8U);
+  Bytes middle(4);
+  joined.read(2, middle);
+  EXPECT_EQ(middle, (Bytes{std::byte{1}, std::byte{2}, std::byte{2}, std::byte{2}}));
+}
+
+}  // namespace
+}  // namespace tarvo::simulator

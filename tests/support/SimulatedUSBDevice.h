@@ -1,0 +1,130 @@
+// A device of the simulator behind the transport's narrow seam, in the process of the test.
+//
+//   auto camera = simulatedCamera(R"({"usb": {"vendor": "0xF055", "product": "0x0302"},
+//                                     "deviceInfo": {"model": "Lumo"}})");
+//   BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), ...);
+//   ...
+//   EXPECT_THAT(camera->violations(), IsEmpty());
+//
+// Time does not pass: waiting for what the device does not send ends at once, as a time-out.
+#pragma once
+
+#include <algorithm>
+#include <deque>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "platform/imagecapture/ptp/USBDevice.h"
+#include "simulator/PTPCamera.h"
+
+namespace tarvo::test {
+
+/// A camera from the JSON of its description; raises DescriptionError.
+inline std::shared_ptr<simulator::PTPCamera> simulatedCamera(const std::string& json) {
+  return std::make_shared<simulator::PTPCamera>(
+      simulator::DeviceDescription::fromJson(nlohmann::json::parse(json)));
+}
+
+class SimulatedUSBDevice : public ptp::USBDevice {
+ public:
+  explicit SimulatedUSBDevice(std::shared_ptr<simulator::PTPCamera> camera)
+      : camera_(std::move(camera)) {
+    using simulator::PTPCamera;
+    endpoints_.bulkIn = PTPCamera::kBulkIn;
+    endpoints_.bulkOut = PTPCamera::kBulkOut;
+    endpoints_.interruptIn = PTPCamera::kInterruptIn;
+    const auto packet = camera_->descriptors().endpoint(PTPCamera::kBulkIn)->packetSize;
+    endpoints_.bulkInPacketSize = endpoints_.bulkOutPacketSize = packet;
+    endpoints_.interruptPacketSize = 64;
+  }
+
+  const ptp::StillImageEndpoints& endpoints() const override { return endpoints_; }
+
+  ptp::TransferCompletion control(const ptp::ControlSetup& setup, std::span<std::byte> data,
+                                  std::chrono::milliseconds) override {
+    if (camera_->isGone()) return {0, ptp::TransferResult::kNoDevice, 0};
+    const simulator::SetupPacket packet = {setup.requestType, setup.request, setup.value,
+                                           setup.index, static_cast<std::uint16_t>(data.size())};
+    const auto answer =
+        camera_->control(packet, packet.fromDevice() ? std::span<std::byte>() : data);
+    if (!answer) return {0, ptp::TransferResult::kStalled, 0};
+    if (!packet.fromDevice()) return {0, ptp::TransferResult::kCompleted, data.size()};
+    std::copy(answer->begin(), answer->end(), data.begin());
+    return {0, ptp::TransferResult::kCompleted, answer->size()};
+  }
+
+  void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) override {
+    if ((endpoint & 0x80) != 0) {
+      waiting_.push_back({endpoint, buffer, tag, 0});
+      return;
+    }
+    const bool ends = buffer.empty() || buffer.size() % endpoints_.bulkOutPacketSize != 0;
+    const auto result = camera_->out(endpoint, buffer, ends);
+    const bool accepted = result == simulator::OutResult::kAccepted;
+    ended_.push_back({tag,
+                      accepted                                   ? ptp::TransferResult::kCompleted
+                      : result == simulator::OutResult::kStalled ? ptp::TransferResult::kStalled
+                                                                 : ptp::TransferResult::kNoDevice,
+                      accepted ? buffer.size() : 0});
+  }
+
+  std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds) override {
+    progress();
+    if (ended_.empty()) return std::nullopt;
+    const auto completion = ended_.front();
+    ended_.pop_front();
+    return completion;
+  }
+
+  void cancelAll() override {
+    waiting_.clear();
+    ended_.clear();
+  }
+
+  ptp::TransferResult clearHalt(std::uint8_t endpoint) override {
+    if (camera_->isGone()) return ptp::TransferResult::kNoDevice;
+    camera_->clearHalt(endpoint);
+    return ptp::TransferResult::kCompleted;
+  }
+
+ private:
+  struct Waiting {
+    std::uint8_t endpoint;
+    std::span<std::byte> room;
+    std::uint64_t tag;
+    std::size_t filled;
+  };
+
+  static ptp::TransferResult resultOf(simulator::InResult::State state) {
+    switch (state) {
+      case simulator::InResult::State::kStalled:
+        return ptp::TransferResult::kStalled;
+      case simulator::InResult::State::kOverflow:
+        return ptp::TransferResult::kOverflow;
+      case simulator::InResult::State::kGone:
+        return ptp::TransferResult::kNoDevice;
+      default:
+        return ptp::TransferResult::kCompleted;
+    }
+  }
+
+  /// Lets the device fill what waits, in order, until it has nothing more for it.
+  void progress() {
+    while (!waiting_.empty()) {
+      auto& transfer = waiting_.front();
+      const auto result = camera_->in(transfer.endpoint, transfer.room.subspan(transfer.filled));
+      transfer.filled += result.length;
+      if (result.state == simulator::InResult::State::kWaiting) return;
+      ended_.push_back({transfer.tag, resultOf(result.state), transfer.filled});
+      waiting_.pop_front();
+    }
+  }
+
+  std::shared_ptr<simulator::PTPCamera> camera_;
+  ptp::StillImageEndpoints endpoints_;
+  std::deque<Waiting> waiting_;
+  std::deque<ptp::TransferCompletion> ended_;
+};
+
+}  // namespace tarvo::test

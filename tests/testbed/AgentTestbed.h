@@ -1,0 +1,123 @@
+// The unmodified agent in a testbed: private buses, its own configuration, stand-ins for the
+// maker's applications, and virtual devices.
+//
+//   class Arrival : public AgentTestbed {};
+//   TEST_F(Arrival, StartsTheRelay) {
+//     startAgent();
+//     plug("tarvo-camera");
+//     EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
+//   }
+#pragma once
+
+#include <gmock/gmock.h>
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/Bundle.h"
+#include "simulator/testbed/Testbed.h"
+#include "tests/foundation/FakeLogind.h"
+#include "tests/support/MainContextWait.h"
+#include "tests/support/PrivateBus.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+
+/// A program in the testbed, with what it writes in a file. Ended at the latest with its owner.
+class TestbedProgram {
+ public:
+  /// Started with `environment` beside this process's own.
+  TestbedProgram(simulator::Testbed& testbed, const std::vector<std::string>& command,
+                 const std::map<std::string, std::string>& environment, std::string output);
+  TestbedProgram(const TestbedProgram&) = delete;
+  TestbedProgram& operator=(const TestbedProgram&) = delete;
+  ~TestbedProgram();
+
+  pid_t pid() const { return pid_; }
+  std::string output() const;
+  bool isRunning();
+  void signal(int number) const;
+  /// Exit code after it has ended; 128 and more for a signal; none when it has not within 20 s.
+  std::optional<int> waitForEnd();
+
+ private:
+  void reap(int options);
+
+  std::string output_;
+  pid_t pid_ = 0;
+  std::optional<int> exitCode_;
+};
+
+class AgentTestbed : public ::testing::Test {
+ protected:
+  AgentTestbed();
+  ~AgentTestbed() override;
+
+  // Before the agent starts.
+  void configure(const std::string& group, const std::string& key, const std::string& value);
+  void leaveOutOfBundle(const std::set<std::string>& parts);
+  void setEnvironment(const std::string& name, const std::string& value) {
+    environment_[name] = value;
+  }
+
+  /// Starts the agent and waits until it says that it is ready.
+  void startAgent();
+  /// One more agent in the same environment, not waited for.
+  std::unique_ptr<TestbedProgram> makeAgent(const std::string& logName);
+  TestbedProgram& agent() { return *agent_; }
+
+  /// Whether the agent has logged `text`, or does within the deadline; `count` times in all.
+  bool waitForLog(const std::string& text, std::size_t count = 1);
+  bool hasLogged(const std::string& text) const { return timesLogged(text) > 0; }
+  std::size_t timesLogged(const std::string& text) const;
+
+  std::string plug(const std::string& name, const std::optional<std::string>& port = std::nullopt);
+  /// A shipped description, to be changed before it is plugged.
+  static simulator::DeviceDescription description(const std::string& name);
+  std::string plug(simulator::DeviceDescription description,
+                   const std::optional<std::string>& port = std::nullopt);
+  simulator::PTPCamera& camera(const std::string& id) { return *testbed_->device(id)->camera; }
+
+  /// What the stand-ins of a name have reported, in order.
+  std::vector<nlohmann::json> launches(const std::string& program) const;
+  /// The launch at `index` of the Relay, waited for; null when it does not come.
+  nlohmann::json relayLaunch(std::size_t index);
+  std::vector<std::string> relayArguments(std::size_t index);
+  /// Tells the application of a launch to end.
+  static void end(const nlohmann::json& launch);
+
+  void postDistributed(const std::string& name);
+  /// Names of the distributed notifications that were posted, by anybody.
+  const std::vector<std::string>& heard() const { return heard_; }
+  void listenToDistributed();
+
+  static constexpr const char* kRelay = "Tarvo Relay";
+  static constexpr const char* kWireless = "TARVO Wireless Utility";
+  static constexpr const char* kViewer = "ViewerApp";
+
+  TemporaryFolder folder_;
+  PrivateBus sessionBus_;
+  PrivateBus systemBus_;
+  std::unique_ptr<simulator::Testbed> testbed_;
+  simulator::BundlePaths bundle_;
+
+ private:
+  void writeConfiguration() const;
+  std::string log() const;
+
+  std::map<std::string, std::string> environment_;
+  std::map<std::string, std::map<std::string, std::string>> configuration_;
+  std::unique_ptr<TestbedProgram> agent_;
+  GObjectPtr<GDBusConnection> distributed_;
+  guint subscription_ = 0;
+  std::vector<std::string> heard_;
+};
+
+}  // namespace tarvo::test

@@ -1,0 +1,88 @@
+// Cameras that misbehave: whatever one does, the agent lives and serves the next one.
+#include "tests/testbed/AgentTestbed.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+struct FaultCase {
+  const char* name;
+  const char* fault;
+  const char* value;
+  bool launched;  ///< whether the faulty camera is good enough to be launched for
+};
+
+class Fault : public AgentTestbed, public ::testing::WithParamInterface<FaultCase> {};
+
+TEST_P(Fault, LeavesTheAgentReadyForTheNextCamera) {
+  const auto& row = GetParam();
+  startAgent();
+  auto faulty = description("tarvo-camera");
+  ASSERT_EQ(faulty.faults.set(row.fault, row.value), "");
+  const auto id = plug(faulty, "1-1");
+  const auto device = testbed_->device(id)->camera;
+  ASSERT_TRUE(waitUntil([&] { return device->counts().transactions > 0; }));
+  if (row.launched) {
+    EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01100000), ""));
+    end(relayLaunch(0));
+    ASSERT_TRUE(waitForLog("got RLA died notification"));
+  }
+  plug("second-camera", "1-5");
+  EXPECT_THAT(relayArguments(row.launched ? 1 : 0),
+              ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_THAT(device->violations(), IsEmpty());
+  agent().signal(SIGTERM);
+  EXPECT_EQ(agent().waitForEnd(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cameras, Fault,
+    ::testing::Values(FaultCase{"Stalls", "stall", "0x1001", false},
+                      FaultCase{"StallsInTheVendorQuery", "stall", "0x920A", false},
+                      FaultCase{"StaysSilent", "silent", "", false},
+                      FaultCase{"AnswersAnotherTransaction", "wrong-id", "", false},
+                      FaultCase{"SendsGarbage", "garbage", "", false},
+                      FaultCase{"SendsHardlyAnyDeviceInfo", "truncate", "2", false},
+                      // What is missing reads as zeros; the vendor's id is there.
+                      FaultCase{"CutsItsDeviceInfo", "truncate", "40", true},
+                      FaultCase{"ClaimsTooFewBytes", "lie-short", "0x1001", false},
+                      FaultCase{"ClaimsTooManyBytes", "lie-long", "0x1001", false},
+                      FaultCase{"RefusesTheVendorQueries", "raise", "", false},
+                      FaultCase{"VanishesInTheData", "vanish", "0x1001", false},
+                      FaultCase{"VanishesInTheVendorQuery", "vanish", "0x920A", false},
+                      FaultCase{"IsSlow", "delay", "100", true},
+                      FaultCase{"SplitsHeaderAndData", "split-header", "", true},
+                      FaultCase{"OmitsZeroLengthPackets", "no-zlp", "", true}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+class HeldInterface : public AgentTestbed {
+ protected:
+  /// A program that claims the camera's interface and keeps it.
+  std::unique_ptr<TestbedProgram> hold(const std::string& id) {
+    auto holder = std::make_unique<TestbedProgram>(
+        *testbed_,
+        std::vector<std::string>{PROBE_PROGRAM, testbed_->device(id)->address.node(), "claim",
+                                 "hold"},
+        std::map<std::string, std::string>(), folder_.path("holder.log"));
+    EXPECT_TRUE(waitUntil([&] { return !holder->output().empty(); }));
+    EXPECT_THAT(holder->output(), HasSubstr("claim LIBUSB_SUCCESS"));
+    return holder;
+  }
+};
+
+TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
+  const auto id = plug("tarvo-camera", "1-1");
+  auto holder = hold(id);
+  startAgent();
+  EXPECT_TRUE(waitForLog("ptp_probe"));
+  EXPECT_TRUE(hasLogged(std::to_string(holder->pid())));
+  EXPECT_THAT(launches(kRelay), IsEmpty());
+  holder.reset();
+  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01100000), ""));
+}
+
+}  // namespace
+}  // namespace tarvo::test
