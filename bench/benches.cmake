@@ -1,1 +1,6 @@
 tarvo_bench(codec_bench codec_bench.cpp LIBRARIES tarvo_codec)
+
+# Kept out of the product's dependencies: only this program uses the C++ bindings.
+pkg_check_modules(GIOMM REQUIRED IMPORTED_TARGET giomm-2.68)
+add_executable(bare_giomm bare_giomm.cpp)
+target_link_libraries(bare_giomm PRIVATE PkgConfig::GIOMM)

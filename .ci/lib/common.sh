@@ -66,7 +66,7 @@ build() {
     die "the configuration failed"
   }
   rm -f "$root/.configure.log"
-  cmake --build "$root/build/$preset" ${*:+--target "$@"}
+  (cd "$root" && cmake --build --preset "$preset" ${*:+--target "$@"})
 }
 
 # run_tests PRESET [CTEST ARGUMENT...]: all tests of a built preset.

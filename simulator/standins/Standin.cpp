@@ -13,10 +13,15 @@
 namespace tarvo::simulator {
 
 nlohmann::json standinReport(int argc, char** argv) {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
   auto arguments = nlohmann::json::array();
   for (int i = 1; i < argc; ++i)
     arguments.push_back(argv[i]);
-  return {{"program", lastPathComponent(argv[0])}, {"pid", ::getpid()}, {"arguments", arguments}};
+  return {{"program", lastPathComponent(argv[0])},
+          {"pid", ::getpid()},
+          {"arguments", arguments},
+          {"started", static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9}};
 }
 
 void writeReport(const nlohmann::json& report) {
