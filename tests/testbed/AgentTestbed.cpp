@@ -35,12 +35,13 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
     if (!added.contains(text.substr(0, text.find('=')))) lines.push_back(text);
   }
   for (const auto& [name, value] : added)
-    lines.push_back(name + "=" + value);
+    lines.push_back(std::string(name).append("=").append(value));
   return lines;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& lines) {
   std::vector<char*> list;
+  list.reserve(lines.size() + 1);
   for (auto& line : lines)
     list.push_back(line.data());
   list.push_back(nullptr);
@@ -150,7 +151,7 @@ void AgentTestbed::leaveOutOfBundle(const std::set<std::string>& parts) {
 void AgentTestbed::writeConfiguration() const {
   std::string text;
   for (const auto& [group, keys] : configuration_) {
-    text += "[" + group + "]\n";
+    text.append("[").append(group).append("]\n");
     for (const auto& [key, value] : keys)
       text += key + "=" + value + "\n";
   }
