@@ -126,6 +126,7 @@ AgentTestbed::AgentTestbed()
                   {"DBUS_SYSTEM_BUS_ADDRESS", systemBus_.address()}};
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a test that cannot clean up may end the program
 AgentTestbed::~AgentTestbed() {
   agent_.reset();
   for (const char* program : {kRelay, kWireless, kViewer}) {

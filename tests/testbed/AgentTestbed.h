@@ -57,7 +57,7 @@ class TestbedProgram {
 
 class AgentTestbed : public ::testing::Test {
  public:
-  ~AgentTestbed() override;
+  ~AgentTestbed() override;  // NOLINT(bugprone-exception-escape)
 
  protected:
   AgentTestbed();
