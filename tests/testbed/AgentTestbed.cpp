@@ -154,7 +154,7 @@ void AgentTestbed::writeConfiguration() const {
   for (const auto& [group, keys] : configuration_) {
     text.append("[").append(group).append("]\n");
     for (const auto& [key, value] : keys)
-      text += key + "=" + value + "\n";
+      text.append(key).append("=").append(value).append("\n");
   }
   folder_.write("config/tarvo/agent.conf", text);
 }
