@@ -45,7 +45,7 @@ BundlePaths::BundlePaths(const fs::path& folder) {
 }
 
 BundlePaths makeBundle(const fs::path& folder, const BundleOptions& options) {
-  const BundlePaths paths(fs::absolute(folder));
+  BundlePaths paths(fs::absolute(folder));
   const auto wanted = [&](const char* part) { return !options.without.contains(part); };
   fs::create_directories(paths.models.parent_path());
   if (wanted("relay")) copyProgram(options.standins / "relay-standin", paths.relay);

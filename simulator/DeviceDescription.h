@@ -65,7 +65,7 @@ struct DeviceInfo {
 };
 
 /// One device property (ISO 15740). Values are numbers, texts or lists of numbers, by the datatype.
-struct PropertyDescription {
+struct PropertyDescription {  // NOLINT(bugprone-exception-escape): the JSON library's move
   std::uint16_t code = 0;
   std::uint16_t datatype = 0;
   bool writable = false;

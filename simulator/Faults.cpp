@@ -11,28 +11,28 @@ namespace {
 enum class Takes { kOperation, kBytes, kMilliseconds, kNothing };
 
 struct Row {
-  Fault fault;
   std::string_view name;
-  Takes takes;
   std::string_view meaning;
+  Fault fault;
+  Takes takes;
 };
 
 constexpr Row kRows[] = {
-    {Fault::kStall, "stall", Takes::kOperation, "the bulk-in endpoint halts instead of an answer"},
-    {Fault::kSilent, "silent", Takes::kOperation, "no answer"},
-    {Fault::kWrongTransactionID, "wrong-id", Takes::kOperation, "another transaction's id"},
-    {Fault::kGarbage, "garbage", Takes::kOperation, "pseudo-random bytes instead of an answer"},
-    {Fault::kTruncate, "truncate", Takes::kBytes, "the DeviceInfo data set is cut to this size"},
-    {Fault::kLieShort, "lie-short", Takes::kOperation, "data container claims too few bytes"},
-    {Fault::kLieLong, "lie-long", Takes::kOperation, "data container claims too many bytes"},
-    {Fault::kRaise, "raise", Takes::kOperation,
-     "response General Error (without a value: to the vendor queries 0x9009 and 0x920A)"},
-    {Fault::kVanish, "vanish", Takes::kOperation, "unplugged in the middle of the answer"},
-    {Fault::kDelay, "delay", Takes::kMilliseconds, "each answer comes late"},
-    {Fault::kSplitHeader, "split-header", Takes::kNothing,
-     "container header and payload in separate packets"},
-    {Fault::kOmitZeroLengthPacket, "no-zlp", Takes::kNothing,
-     "no zero-length packet after an exact multiple of the packet size"},
+    {"stall", "the bulk-in endpoint halts instead of an answer", Fault::kStall, Takes::kOperation},
+    {"silent", "no answer", Fault::kSilent, Takes::kOperation},
+    {"wrong-id", "another transaction's id", Fault::kWrongTransactionID, Takes::kOperation},
+    {"garbage", "pseudo-random bytes instead of an answer", Fault::kGarbage, Takes::kOperation},
+    {"truncate", "the DeviceInfo data set is cut to this size", Fault::kTruncate, Takes::kBytes},
+    {"lie-short", "data container claims too few bytes", Fault::kLieShort, Takes::kOperation},
+    {"lie-long", "data container claims too many bytes", Fault::kLieLong, Takes::kOperation},
+    {"raise", "response General Error (without a value: to the vendor queries 0x9009 and 0x920A)",
+     Fault::kRaise, Takes::kOperation},
+    {"vanish", "unplugged in the middle of the answer", Fault::kVanish, Takes::kOperation},
+    {"delay", "each answer comes late", Fault::kDelay, Takes::kMilliseconds},
+    {"split-header", "container header and payload in separate packets", Fault::kSplitHeader,
+     Takes::kNothing},
+    {"no-zlp", "no zero-length packet after an exact multiple of the packet size",
+     Fault::kOmitZeroLengthPacket, Takes::kNothing},
 };
 static_assert(std::size(kRows) == kFaultCount);
 

@@ -15,7 +15,7 @@ void JsonNode::allowKeys(std::initializer_list<std::string_view> keys) const {
     if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;
     std::string known;
     for (auto name : keys)
-      known += (known.empty() ? "" : ", ") + std::string(name);
+      known.append(known.empty() ? "" : ", ").append(name);
     fail("unknown key \"" + key + "\" (known: " + known + ")");
   }
 }

@@ -15,7 +15,7 @@ class PatternPayload : public Payload {
   std::uint64_t size() const override { return size_; }
   void read(std::uint64_t offset, std::span<std::byte> room) const override {
     for (auto& byte : room) {
-      byte = static_cast<std::byte>(offset ^ (offset >> 8) ^ (handle_ * 37));
+      byte = static_cast<std::byte>(offset ^ (offset >> 8) ^ (std::uint64_t{handle_} * 37));
       ++offset;
     }
   }

@@ -13,8 +13,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 /// Data containers from the host beyond this are not kept.
-constexpr std::size_t kMaximumIncoming = 64 * 1024 * 1024;
-constexpr std::size_t kMaximumCommand = ptp::kContainerHeaderSize + 5 * 4;
+constexpr std::size_t kMaximumIncoming = std::size_t{64} * 1024 * 1024;
+constexpr std::size_t kMaximumCommand = ptp::kContainerHeaderSize + 20;
 
 InterfaceDescription stillImageInterface(UsbSpeed speed) {
   const std::uint16_t packet = speed == UsbSpeed::kHigh ? 512 : 64;
@@ -50,7 +50,7 @@ Bytes container(std::uint16_t type, std::uint16_t code, std::uint32_t transactio
 
 }  // namespace
 
-PTPCamera::PTPCamera(DeviceDescription description)
+PTPCamera::PTPCamera(const DeviceDescription& description)
     : VirtualUSBDevice(UsbDescriptors(description.usb, stillImageInterface(description.usb.speed))),
       faults_(description.faults),
       responder_(description),
@@ -63,7 +63,7 @@ std::string PTPCamera::setFault(std::string_view name, std::string_view value) {
   return faults_.set(name, value);
 }
 
-void PTPCamera::sendEvent(std::uint16_t code, std::vector<std::uint32_t> parameters) {
+void PTPCamera::sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters) {
   const std::lock_guard guard(lock());
   OutgoingTransfer transfer;
   transfer.payload = std::make_shared<BytesPayload>(
@@ -167,8 +167,8 @@ void PTPCamera::receiveCommand(std::span<const std::byte> data, bool ends) {
   request_.transactionID = static_cast<std::uint32_t>(littleEndian(data, 8, 4));
   request_.parameterCount = static_cast<unsigned>((data.size() - ptp::kContainerHeaderSize) / 4);
   for (unsigned i = 0; i < request_.parameterCount; ++i) {
-    request_.parameters[i] =
-        static_cast<std::uint32_t>(littleEndian(data, ptp::kContainerHeaderSize + 4 * i, 4));
+    request_.parameters[i] = static_cast<std::uint32_t>(
+        littleEndian(data, ptp::kContainerHeaderSize + std::size_t{4} * i, 4));
   }
   checkTransactionID();
   ++counts_.transactions;

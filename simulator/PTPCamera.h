@@ -33,12 +33,12 @@ class PTPCamera : public VirtualUSBDevice {
   static constexpr std::uint8_t kBulkOut = 0x02;
   static constexpr std::uint8_t kInterruptIn = 0x83;
 
-  explicit PTPCamera(DeviceDescription description);
+  explicit PTPCamera(const DeviceDescription& description);
 
   /// As Faults::set; any thread.
   std::string setFault(std::string_view name, std::string_view value);
   /// Queues an event container on the interrupt endpoint; any thread.
-  void sendEvent(std::uint16_t code, std::vector<std::uint32_t> parameters);
+  void sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters);
   /// Operation codes in the order in which they came; any thread.
   std::vector<std::uint16_t> operations() const;
   WireCounts counts() const;

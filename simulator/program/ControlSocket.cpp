@@ -15,7 +15,7 @@
 namespace tarvo::simulator {
 namespace {
 
-constexpr std::size_t kLongestLine = 16 * 1024 * 1024;
+constexpr std::size_t kLongestLine = std::size_t{16} * 1024 * 1024;
 
 sockaddr_un addressOf(const std::string& path) {
   sockaddr_un address{};
@@ -83,7 +83,7 @@ nlohmann::json ask(const std::string& path, const nlohmann::json& request) {
   }
   limitWaiting(socket, 30);
   if (!writeLine(socket, request)) throw std::runtime_error("the simulator went away");
-  const auto answer = nlohmann::json::parse(readLine(socket), nullptr, false);
+  auto answer = nlohmann::json::parse(readLine(socket), nullptr, false);
   if (!answer.is_object()) throw std::runtime_error("the simulator went away");
   if (!answer.value("ok", false)) throw std::runtime_error(answer.value("error", "refused"));
   return answer;

@@ -15,7 +15,7 @@ fs::path besideProgram(const char* relative) {
 
 /// As installed, else as in the source tree that this was built from.
 fs::path firstThatExists(const char* installed, const char* source) {
-  const auto path = besideProgram(installed);
+  auto path = besideProgram(installed);
   if (fs::exists(path)) return path;
   return fs::exists(source) ? fs::path(source) : fs::path();
 }
@@ -25,7 +25,7 @@ fs::path firstThatExists(const char* installed, const char* source) {
 fs::path findDeviceFile(const std::string& text) {
   if (fs::is_regular_file(text)) return text;
   const auto folder = firstThatExists("../share/tarvo/simulator", TARVO_SOURCE_DEVICES);
-  const auto file = folder / (text + ".json");
+  auto file = folder / (text + ".json");
   if (text.find('/') == std::string::npos && fs::exists(file)) return file;
   std::set<std::string> names;
   std::error_code ignored;

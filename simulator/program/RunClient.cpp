@@ -41,6 +41,7 @@ void joinNamespaces(long pid) {
 [[noreturn]] void become(const std::vector<std::string>& command) {
   std::vector<std::string> words = command;
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (auto& word : words)
     arguments.push_back(word.data());
   arguments.push_back(nullptr);

@@ -107,6 +107,7 @@ void Server::startCommand() {
   std::vector<std::string> words = {"/proc/self/exe", "run", "--socket", control_.path(), "--"};
   words.insert(words.end(), options_.command.begin(), options_.command.end());
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (auto& word : words)
     arguments.push_back(word.data());
   arguments.push_back(nullptr);

@@ -187,9 +187,7 @@ int dispatch(const CLI::App& app, char** argv, Options& options) {
   return bundle(options);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int runProgram(int argc, char** argv) {
   Options options;
   CLI::App app("Virtual devices that unmodified programs see as USB and SCSI hardware.");
   app.set_version_flag("--version", std::string("tarvo-simulator ") + TARVO_VERSION);
@@ -205,8 +203,16 @@ int main(int argc, char** argv) {
     return dispatch(app, argv, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return runProgram(argc, argv);
   } catch (const std::exception& error) {
-    std::cerr << "tarvo-simulator: " << error.what() << "\n";
+    std::fprintf(stderr, "tarvo-simulator: %s\n", error.what());
     return 1;
   }
 }

@@ -88,9 +88,9 @@ void SysfsTree::add(const Entry& entry, const std::string& port) {
   std::string text = "P: " + entry.path + "\n";
   if (!entry.node.empty()) text += "N: " + entry.node + "\n";
   for (const auto& [key, value] : entry.properties)
-    text += "E: " + key + "=" + value + "\n";
+    text.append("E: ").append(key).append("=").append(value).append("\n");
   for (const auto& [key, value] : entry.attributes)
-    text += "A: " + key + "=" + value + "\\n\n";
+    text.append("A: ").append(key).append("=").append(value).append("\\n\n");
   if (!entry.descriptors.empty()) {
     text += "H: descriptors=";
     for (const auto byte : entry.descriptors)

@@ -52,20 +52,24 @@ Testbed::Testbed(std::filesystem::path volumes)
 }
 
 Testbed::~Testbed() {
-  while (!devices_.empty())
-    unplug(devices_.begin()->first);
+  try {
+    while (!devices_.empty())
+      unplug(std::string(devices_.begin()->first));
+  } catch (const std::exception& error) {
+    g_warning("the testbed cannot be taken down: %s", error.what());
+  }
 }
 
 UsbPort Testbed::choosePort(const std::optional<std::string>& text) const {
   if (text) {
-    const auto port = UsbPort::parse(*text);
+    auto port = UsbPort::parse(*text);
     if (devices_.contains(port.name())) {
       throw DescriptionError("port " + port.name() + " is in use");
     }
     return port;
   }
   for (unsigned number = 1; number <= 15; ++number) {
-    const UsbPort port{1, std::to_string(number)};
+    UsbPort port{1, std::to_string(number)};
     if (!devices_.contains(port.name())) return port;
   }
   throw DescriptionError("all ports of bus 1 are in use");

@@ -20,19 +20,19 @@ PacketQueue queueOf(std::size_t size, bool zeroLengthPacket = true) {
 TEST(PacketQueue, EndsATransferWhereTheBusWould) {
   struct Row {
     std::size_t size;
-    bool zeroLengthPacket;
     std::size_t room;
-    State state;
     std::size_t length;
+    State state;
+    bool zeroLengthPacket;
   };
   const Row rows[] = {
-      {12, true, 512, State::kShort, 12},     // a short packet
-      {64, true, 512, State::kShort, 64},     // the zero-length packet
-      {64, true, 64, State::kFull, 64},       // the zero-length packet is still to come
-      {64, false, 512, State::kWaiting, 64},  // nothing ends it
-      {100, true, 64, State::kFull, 64},     {100, true, 128, State::kShort, 100},
-      {100, true, 70, State::kOverflow, 64},  // the second packet may be larger than 6 bytes
-      {0, true, 64, State::kShort, 0},
+      {12, 512, 12, State::kShort, true},     // a short packet
+      {64, 512, 64, State::kShort, true},     // the zero-length packet
+      {64, 64, 64, State::kFull, true},       // the zero-length packet is still to come
+      {64, 512, 64, State::kWaiting, false},  // nothing ends it
+      {100, 64, 64, State::kFull, true},     {100, 128, 100, State::kShort, true},
+      {100, 70, 64, State::kOverflow, true},  // the second packet may be larger than 6 bytes
+      {0, 64, 0, State::kShort, true},
   };
   for (const auto& row : rows) {
     auto queue = queueOf(row.size, row.zeroLengthPacket);

@@ -64,7 +64,7 @@ TEST_F(SimulatedCamera, SendsObjectsOfEverySizeWithOrWithoutTheZeroLengthPacket)
       EXPECT_EQ(transact(ptp::kGetObject, {handle}, room), status::kOK);
       EXPECT_EQ(last_.bytesReceived, room.size());
       EXPECT_EQ(room.back(), static_cast<std::byte>((room.size() - 1) ^ ((room.size() - 1) >> 8) ^
-                                                    (handle * 37)));
+                                                    (std::size_t{handle} * 37)));
     }
     ASSERT_EQ(connection_.closeSession(), status::kOK);
   }

@@ -35,12 +35,13 @@ std::vector<std::string> environmentWith(const std::map<std::string, std::string
     if (!added.contains(text.substr(0, text.find('=')))) lines.push_back(text);
   }
   for (const auto& [name, value] : added)
-    lines.push_back(name + "=" + value);
+    lines.push_back(std::string(name).append("=").append(value));
   return lines;
 }
 
 std::vector<char*> pointers(std::vector<std::string>& lines) {
   std::vector<char*> list;
+  list.reserve(lines.size() + 1);
   for (auto& line : lines)
     list.push_back(line.data());
   list.push_back(nullptr);
@@ -125,6 +126,7 @@ AgentTestbed::AgentTestbed()
                   {"DBUS_SYSTEM_BUS_ADDRESS", systemBus_.address()}};
 }
 
+// NOLINTNEXTLINE(bugprone-exception-escape): a test that cannot clean up may end the program
 AgentTestbed::~AgentTestbed() {
   agent_.reset();
   for (const char* program : {kRelay, kWireless, kViewer}) {
@@ -150,9 +152,9 @@ void AgentTestbed::leaveOutOfBundle(const std::set<std::string>& parts) {
 void AgentTestbed::writeConfiguration() const {
   std::string text;
   for (const auto& [group, keys] : configuration_) {
-    text += "[" + group + "]\n";
+    text.append("[").append(group).append("]\n");
     for (const auto& [key, value] : keys)
-      text += key + "=" + value + "\n";
+      text.append(key).append("=").append(value).append("\n");
   }
   folder_.write("config/tarvo/agent.conf", text);
 }

@@ -56,9 +56,11 @@ class TestbedProgram {
 };
 
 class AgentTestbed : public ::testing::Test {
+ public:
+  ~AgentTestbed() override;  // NOLINT(bugprone-exception-escape)
+
  protected:
   AgentTestbed();
-  ~AgentTestbed() override;
 
   // Before the agent starts.
   void configure(const std::string& group, const std::string& key, const std::string& value);

@@ -7,7 +7,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 class Arrival : public AgentTestbed {};
 

@@ -9,7 +9,6 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
-using ::testing::StartsWith;
 
 class Node : public ::testing::Test {
  protected:
