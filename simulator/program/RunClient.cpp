@@ -24,17 +24,33 @@ bool isOurs(const std::string& name, const FileDescriptor& other) {
          ::fstat(other.get(), &theirs) == 0 && own.st_ino == theirs.st_ino;
 }
 
+std::string namespaceOf(long pid, const std::string& name) {
+  return "/proc/" + std::to_string(pid) + "/ns/" + name;
+}
+
+/// Joining a mount namespace puts a process at that namespace's own root, which is not the server's
+/// where that runs under chroot. So the server's root is taken over too.
+void takeRoot(const FileDescriptor& root) {
+  if (::fchdir(root.get()) != 0 || ::chroot(".") != 0) {
+    throw std::system_error(errno, std::generic_category(), "cannot enter the testbed's root");
+  }
+}
+
 void joinNamespaces(long pid) {
   const auto folder = std::filesystem::current_path();
+  const FileDescriptor root(
+      ::open(("/proc/" + std::to_string(pid) + "/root").c_str(), O_PATH | O_CLOEXEC));
+  bool joinedMounts = false;
   // The user namespace first: it gives the right to join the others.
   for (const std::string name : {"user", "mnt", "net"}) {
-    const auto path = "/proc/" + std::to_string(pid) + "/ns/" + name;
-    const FileDescriptor other(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const FileDescriptor other(::open(namespaceOf(pid, name).c_str(), O_RDONLY | O_CLOEXEC));
     if (!other.isOpen() || isOurs(name, other)) continue;
     if (::setns(other.get(), 0) != 0) {
       throw std::system_error(errno, std::generic_category(), "cannot enter the testbed");
     }
+    joinedMounts = joinedMounts || name == "mnt";
   }
+  if (joinedMounts) takeRoot(root);
   std::filesystem::current_path(folder);
 }
 
