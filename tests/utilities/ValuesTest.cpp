@@ -18,30 +18,20 @@
 namespace tarvo {
 namespace {
 
-TEST(Exception, CarriesNameReasonAndUserInformation) {
-  const Exception exception("XTPTPException", "failed", {{"ptpResponseCode", 0x2005}});
-  EXPECT_EQ(exception.name(), "XTPTPException");
-  EXPECT_EQ(exception.reason(), "failed");
-  EXPECT_EQ(exception.userInfo().at("ptpResponseCode"), 0x2005);
-  EXPECT_STREQ(exception.what(), "XTPTPException: failed");
-  EXPECT_TRUE(Exception("a", "b").userInfo().is_object());
-}
-
 TEST(Exception, NamesAParameterThatDoesNotHold) {
   EXPECT_NO_THROW(assertParameter(true, "device"));
   try {
     assertParameter(false, "device");
     FAIL();
   } catch (const Exception& exception) {
-    EXPECT_EQ(exception.name(), "NSInternalInconsistencyException");
-    EXPECT_EQ(exception.reason(), "Invalid parameter not satisfying: device");
+    EXPECT_STREQ(exception.what(),
+                 "NSInternalInconsistencyException: Invalid parameter not satisfying: device");
+    EXPECT_TRUE(exception.userInfo().is_object());
   }
 }
 
 TEST(Format, HoldsTextOfAnyLength) {
-  EXPECT_EQ(formatted("%s", ""), "");
-  EXPECT_EQ(formatted("%d of 0x%x", -1, 255U), "-1 of 0xff");
-  for (const std::size_t length : {255U, 256U, 257U, 100000U}) {
+  for (const std::size_t length : {0U, 253U, 254U, 255U, 256U, 257U, 100000U}) {
     const std::string text(length, 'x');
     EXPECT_EQ(formatted("<%s>", text.c_str()), "<" + text + ">");
   }
@@ -89,9 +79,7 @@ TEST(PropertyDictionary, FindsTheLastPathComponent) {
                                                                  {"/", ""},
                                                                  {"", ""},
                                                                  {"//", ""},
-                                                                 {"/a", "a"},
-                                                                 {"a/..", ".."},
-                                                                 {" / ", " "}};
+                                                                 {"/a", "a"}};
   for (const auto& [path, expected] : rows)
     EXPECT_EQ(lastPathComponent(path), expected) << path;
 }
