@@ -12,12 +12,14 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/RecordingSystemLog.h"
+#include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
 namespace {
 
 using test::FakeUserDefaults;
 using test::RecordingSystemLog;
+using test::TraceRecorder;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
@@ -88,35 +90,31 @@ std::string prefixPattern(std::uint64_t options) {
 
 TEST(Logging, PutsTheChosenPrefixBeforeTheFacility) {
   for (std::uint64_t options = 0; options < 8; ++options) {
-    const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true},
-                                     {"LOG_INCLUDE_TIMESTAMP", (options & 1) != 0},
-                                     {"LOG_INCLUDE_THREADID", (options & 2) != 0},
-                                     {"LOG_INCLUDE_MS", (options & 4) != 0}});
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
+    TraceRecorder room({{"LOG_SUBSYS_LISTENER", true},
+                        {"LOG_INCLUDE_TIMESTAMP", (options & 1) != 0},
+                        {"LOG_INCLUDE_THREADID", (options & 2) != 0},
+                        {"LOG_INCLUDE_MS", (options & 4) != 0}});
     Log(kLogListener, L"RLA_Listener", L"starting Kill Timer");
-    ASSERT_EQ(log.entries().size(), 1U);
-    EXPECT_EQ(log.entries()[0].level, LogLevel::kInfo);
+    ASSERT_EQ(room.log().entries().size(), 1U);
+    EXPECT_EQ(room.log().entries()[0].level, LogLevel::kInfo);
     for (std::uint64_t other = 0; other < 8; ++other) {
       const std::string pattern = prefixPattern(other) + "RLA_Listener - starting Kill Timer";
-      EXPECT_EQ(::testing::Matches(MatchesRegex(pattern))(log.lines()[0]),
+      EXPECT_EQ(::testing::Matches(MatchesRegex(pattern))(room.log().lines()[0]),
                 prefixPattern(options) == prefixPattern(other))
-          << log.lines()[0] << " against " << pattern;
+          << room.log().lines()[0] << " against " << pattern;
     }
   }
 }
 
 TEST(Logging, WritesOnlyWhenEveryBitOfTheLevelIsActiveWhateverTheDynamicFlags) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_CAMERA", true}, {"LOG_SUBSYS_ZEROCONF", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_CAMERA", true}, {"LOG_SUBSYS_ZEROCONF", true}});
   GGLogging::SetDynLogFlags(~7ULL);
   for (const std::uint64_t level : {0x80ULL, 0xC0ULL, 0x300000ULL, 0x100080ULL, ~0ULL})
     GGLogging::Log(level, "F", "m");
-  EXPECT_THAT(log.lines(), IsEmpty());
+  EXPECT_THAT(room.log().lines(), IsEmpty());
   for (const std::uint64_t level : {0x40ULL, 0x100000ULL, 0x100040ULL, 0x0ULL})
     GGLogging::Log(level, "F", std::to_string(level));
-  EXPECT_THAT(log.lines(), ElementsAre("F - 64", "F - 1048576", "F - 1048640", "F - 0"));
+  EXPECT_THAT(room.log().lines(), ElementsAre("F - 64", "F - 1048576", "F - 1048640", "F - 0"));
 }
 
 struct DynamicStep {
@@ -141,37 +139,31 @@ TEST(Logging, TogglesTheWholeArgumentForEachDynamicFlagThatIsNoLongerUsed) {
       {{{true, 0x300000000}}, 0},    // of the high word
       {{{true, 2}, {true, 0x8000000000000001}, {false, 0x8000000000000000}}, 3},
   };
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_APP_DEBUG", true}});
   for (const auto& row : rows) {
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
+    TraceRecorder room({{"LOG_SUBSYS_APP_DEBUG", true}});
     for (const auto& step : row.steps)
       step.set ? GGLogging::SetDynLogFlags(step.flags) : GGLogging::ClearDynLogFlags(step.flags);
     GGLogging::Log(kLogAppDebug, "F", "m");
     const std::string pattern = prefixPattern(row.left) + "F - m";
-    ASSERT_EQ(log.lines().size(), 1U);
-    EXPECT_THAT(log.lines()[0], MatchesRegex(pattern)) << &row - rows.data();
+    ASSERT_EQ(room.log().lines().size(), 1U);
+    EXPECT_THAT(room.log().lines()[0], MatchesRegex(pattern)) << &row - rows.data();
   }
 }
 
 TEST(Logging, ExpandsTheWholeLineAsAFormatString) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_LISTENER", true}});
   GGLogging::Log(kLogListener, "50%%", "%d of %s, %n100%%");
   systemLogLine("50%% of %s");  // a line of its own, no format
-  EXPECT_THAT(log.lines(), ElementsAre("50% - 0 of (null), 100%", "50%% of %s"));
+  EXPECT_THAT(room.log().lines(), ElementsAre("50% - 0 of (null), 100%", "50%% of %s"));
 }
 
 TEST(Logging, TakesWideStrings) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_LISTENER", true}});
   const std::wstring facility = stdWStringUTF16("RLA_\u00dc");
   EXPECT_EQ(Log(kLogListener, facility, stdWStringUTF16("\U0001F600 arrived")), facility);
   EXPECT_EQ(Log(kLogListener, L"F", L"\U0001F600\xD800\x7FFFFFFF"), L"F");
   EXPECT_EQ(Log(kLogAppDebug, L"off", L"m"), L"off");
-  EXPECT_THAT(log.lines(),
+  EXPECT_THAT(room.log().lines(),
               ElementsAre("RLA_\u00dc - \U0001F600 arrived", "F - \U0001F600\uFFFD\uFFFD"));
 }
 
@@ -216,6 +208,43 @@ TEST(Logging, ServesManyThreadsAtOnce) {
     thread.join();
   EXPECT_EQ(log.count("XT PictureDevice - line 7"), 8U);
   EXPECT_EQ(log.lines().size(), 400U);
+}
+
+TEST(TraceLog, WritesUnderTheFacilityOfTheDeviceLibrary) {
+  TraceRecorder room;
+  const char* volatile none = nullptr;
+  TraceLog::trace("found %s at 0x%x", "it", 0xFAU);
+  TraceLog::traceWithTag("tagged", XTOptDebugLog);
+  TraceLog::traceFormat("Other", "%d of %d", 1, 2);
+  TraceLog::trace(none, "");
+  TraceLog::traceMethod("XTThing", "doIt:with:", reinterpret_cast<const void*>(0x12abcdef0UL));
+  TraceLog::traceMethod("XTThing", "shared", nullptr);
+  EXPECT_THAT(
+      room.log().lines(),
+      ElementsAre("XT PictureDevice - found it at 0xfa", "XT PictureDevice - tagged",
+                  "Other - 1 of 2", "XT PictureDevice - *** Nil format passed to -trace: ***",
+                  "XT PictureDevice - -[XTThing doIt:with:] (self=0x12abcdef0)",
+                  "XT PictureDevice - +[XTThing shared] (self=0x0)"));
+}
+
+TEST(TraceLog, ExpandsFormattedTextASecondTime) {
+  TraceRecorder room;
+  TraceLog::trace("%s", "name with %d and %@");
+  TraceLog::dump("dumped %s");
+  EXPECT_THAT(room.take(), ElementsAre("name with 0 and (null)", "dumped (null)"));
+}
+
+TEST(TraceLog, NeedsBothBitsOfTheVerboseLevel) {
+  for (const char* key : {"LOG_SUBSYS_CAMERA", "LOG_SUBSYS_LISTENER", "LOG_SUBSYS_FACEBOOK"}) {
+    TraceRecorder room({{key, true}});
+    EXPECT_FALSE(TraceLog::isActive()) << key;
+    TraceLog::trace("x");
+    TraceLog::traceWithTag("x", "");
+    TraceLog::traceFormat("F", "x");
+    TraceLog::traceMethod("C", "s", nullptr);
+    TraceLog::dump("x");
+    EXPECT_THAT(room.take(), IsEmpty()) << key;
+  }
 }
 
 }  // namespace
