@@ -12,14 +12,16 @@ namespace {
 constexpr std::size_t kWidest = 64;
 
 constexpr std::string_view kFlags = "-+ #0'";
+/// Lengths ("ll", "hh", "z") do not matter without an argument; in any order and number.
 constexpr std::string_view kLengths = "hlqLjzt";
 constexpr std::string_view kDigits = "0123456789";
 
-/// One "%..." of a format, taken apart.
+/// One "%..." of a format, taken apart (C11, 7.21.6.1; "%@", "%C" and "%S" as Cocoa has them, "%D",
+/// "%O" and "%U" as BSD has them).
 struct Directive {
   std::string_view flags;
   std::size_t width = 0;
-  std::optional<std::size_t> precision;
+  std::optional<std::size_t> precision;  ///< "%.d" has one, 0
   char conversion = '\0';
 
   bool has(char flag) const { return flags.find(flag) != std::string_view::npos; }
@@ -48,6 +50,7 @@ std::size_t takeNumber(std::string_view& rest) {
 /// Takes the directive behind a "%" off `rest`. The conversion stays 0 where the text ends first.
 Directive takeDirective(std::string_view& rest) {
   Directive directive;
+  // Digits are a width unless a "$" follows, so they are read on a copy first.
   std::string_view position = rest;
   if (!take(position, kDigits).empty() && position.starts_with('$')) {
     rest = position.substr(1);  // "%1$s": which argument is missing does not matter
@@ -146,6 +149,8 @@ std::string expandMissingArguments(std::string_view format) {
     line += format.substr(0, percent);
     format.remove_prefix(percent);
     if (format.empty()) break;
+    // What is no directive keeps its "%" and is looked at again from the next character on, where
+    // another "%" may stand.
     std::string_view rest = format.substr(1);
     const auto text = expansion(takeDirective(rest));
     line += text ? std::string_view(*text) : format.substr(0, 1);
