@@ -75,8 +75,9 @@ inline constexpr Status kPTPInvalidParameter = 0x201D;
 inline constexpr Status kPTPSessionAlreadyOpen = 0x201E;
 inline constexpr Status kPTPTransactionCancelled = 0x201F;
 
-// What the validation of an address book finds. The limits are those that the device tells. The numbers lie above every 16-bit
-// response code, so that one Status holds either; those that are missing are not in use.
+// What the validation of an address book finds. The limits are those that the device tells. The
+// numbers lie above every 16-bit response code, so that one Status holds either; those that are
+// missing are not in use.
 inline constexpr Status kAddressBookTooManyContacts = 0x10000001;
 inline constexpr Status kAddressBookTooManyGroups = 0x10000002;
 inline constexpr Status kAddressBookTooManyMembers = 0x10000003;
