@@ -246,15 +246,8 @@ TEST(Reader, GivesTheBytesBeforeThePosition) {
   EXPECT_EQ(hexText(none.data()), "");
 }
 
-/// A read that finds too few bytes, and the range that its reason names.
-struct ShortRow {
-  std::uint16_t code;
-  const char* wire;
-  const char* range;
-};
-
 TEST(HostileData, AReadBeyondTheEndNamesItsRange) {
-  const std::vector<ShortRow> rows = {
+  const std::vector<std::tuple<std::uint16_t, const char*, std::string>> rows = {
       {kPTPUInt8, "", "location=0, length=1"},
       {kPTPInt16, "00", "location=0, length=2"},
       {kPTPUInt32, "000000", "location=0, length=4"},
@@ -268,9 +261,9 @@ TEST(HostileData, AReadBeyondTheEndNamesItsRange) {
       {kPTPArrayOfInt64, "ffffffff 00", "location=4, length=34359738360"},
   };
   for (const auto& row : rows) {
-    const auto bytes = hexBytes(row.wire);
-    EXPECT_EQ(raised([&] { reader(bytes).scan(row.code); }),
-              "NSRangeException: out of bounds error: " + std::string(row.range) +
+    const auto bytes = hexBytes(std::get<1>(row));
+    EXPECT_EQ(raised([&] { reader(bytes).scan(std::get<0>(row)); }),
+              "NSRangeException: out of bounds error: " + std::get<2>(row) +
                   " extends beyond buffer size = " + std::to_string(bytes.size()));
   }
   XTUInt128 wide;

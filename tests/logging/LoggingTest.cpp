@@ -6,6 +6,7 @@
 
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Utilities/Format.h"
@@ -24,13 +25,8 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-struct KeyRow {
-  const char* key;
-  std::uint64_t flags;
-};
-
 /// Every key once: LOG_SUBSYS_PYTHON, which is read twice, with both its bits.
-const std::vector<KeyRow> kKeys = {
+const std::vector<std::pair<const char*, std::uint64_t>> kKeys = {
     {"LOG_INCLUDE_TIMESTAMP", 0x1},
     {"LOG_INCLUDE_THREADID", 0x2},
     {"LOG_INCLUDE_MS", 0x4},
@@ -53,17 +49,11 @@ const std::vector<KeyRow> kKeys = {
 };
 
 TEST(Logging, EachKeyTurnsItsOwnFlagsOn) {
-  for (const auto& row : kKeys) {
-    FakeUserDefaults defaults;
-    for (const auto& other : kKeys)
-      defaults.setBool(other.key, &other == &row);
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
-    EXPECT_EQ(GGLogging::LogGetActiveLevel(), row.flags) << row.key;
-    for (const auto& other : kKeys) {
-      const bool included = (row.flags & other.flags) == other.flags;
-      EXPECT_EQ(LogCheck(other.flags), included) << row.key << ' ' << other.key;
-    }
+  for (const auto& [key, flags] : kKeys) {
+    const TraceRecorder room({{key, true}, {"LOG_SUBSYS_OTHER", true}});
+    EXPECT_EQ(GGLogging::LogGetActiveLevel(), flags) << key;
+    for (const auto& [other, otherFlags] : kKeys)
+      EXPECT_EQ(LogCheck(otherFlags), (flags & otherFlags) == otherFlags) << key << ' ' << other;
   }
 }
 
@@ -117,18 +107,12 @@ TEST(Logging, WritesOnlyWhenEveryBitOfTheLevelIsActiveWhateverTheDynamicFlags) {
   EXPECT_THAT(room.log().lines(), ElementsAre("F - 64", "F - 1048576", "F - 1048640", "F - 0"));
 }
 
-struct DynamicStep {
-  bool set;
-  std::uint64_t flags;
-};
-
-struct DynamicRow {
-  std::vector<DynamicStep> steps;
-  std::uint64_t left;  ///< sDynFlags as the prefix shows them: 1 date, 2 thread, 3 both
-};
+/// Flags that are set (true) and cleared, one step after the other.
+using Steps = std::vector<std::pair<bool, std::uint64_t>>;
 
 TEST(Logging, TogglesTheWholeArgumentForEachDynamicFlagThatIsNoLongerUsed) {
-  const std::vector<DynamicRow> rows = {
+  // With what is left of the flags then, as the prefix shows it: 1 date, 2 thread, 3 both.
+  const std::vector<std::pair<Steps, std::uint64_t>> rows = {
       {{{true, 3}, {false, 3}}, 3},  // toggled twice
       {{{true, 3}, {false, 1}}, 2},
       {{{true, 3}, {false, 1}, {false, 2}}, 0},
@@ -139,14 +123,12 @@ TEST(Logging, TogglesTheWholeArgumentForEachDynamicFlagThatIsNoLongerUsed) {
       {{{true, 0x300000000}}, 0},    // of the high word
       {{{true, 2}, {true, 0x8000000000000001}, {false, 0x8000000000000000}}, 3},
   };
-  for (const auto& row : rows) {
+  for (const auto& [steps, left] : rows) {
     TraceRecorder room({{"LOG_SUBSYS_APP_DEBUG", true}});
-    for (const auto& step : row.steps)
-      step.set ? GGLogging::SetDynLogFlags(step.flags) : GGLogging::ClearDynLogFlags(step.flags);
+    for (const auto& [set, flags] : steps)
+      set ? GGLogging::SetDynLogFlags(flags) : GGLogging::ClearDynLogFlags(flags);
     GGLogging::Log(kLogAppDebug, "F", "m");
-    const std::string pattern = prefixPattern(row.left) + "F - m";
-    ASSERT_EQ(room.log().lines().size(), 1U);
-    EXPECT_THAT(room.log().lines()[0], MatchesRegex(pattern)) << &row - rows.data();
+    EXPECT_THAT(room.log().lines(), ElementsAre(MatchesRegex(prefixPattern(left) + "F - m")));
   }
 }
 
@@ -189,10 +171,7 @@ TEST(Logging, SaysNothingWithoutAState) {
 }
 
 TEST(Logging, ServesManyThreadsAtOnce) {
-  const FakeUserDefaults defaults(
-      {{"LOG_SUBSYS_CAMERA_VERBOSE", true}, {"LOG_INCLUDE_THREADID", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_CAMERA_VERBOSE", true}, {"LOG_INCLUDE_THREADID", true}});
   std::vector<std::thread> threads;
   threads.reserve(8);
   for (int thread = 0; thread < 8; ++thread) {
@@ -206,8 +185,8 @@ TEST(Logging, ServesManyThreadsAtOnce) {
   }
   for (auto& thread : threads)
     thread.join();
-  EXPECT_EQ(log.count("XT PictureDevice - line 7"), 8U);
-  EXPECT_EQ(log.lines().size(), 400U);
+  EXPECT_EQ(room.log().count("XT PictureDevice - line 7"), 8U);
+  EXPECT_EQ(room.log().lines().size(), 400U);
 }
 
 TEST(TraceLog, WritesUnderTheFacilityOfTheDeviceLibrary) {

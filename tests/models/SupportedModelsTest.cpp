@@ -61,17 +61,12 @@ std::string model(const std::string& pid) {
 
 const std::string kHeader = "[Models.NTx86]\r\n";
 
-struct FileRow {
-  std::string text;
-  std::optional<Pids> pids;
-};
-
 TEST_F(SupportedModelsTest, ReadsTheModelLinesOfItsSection) {
   const std::string lower = "%MfgName%=QRS.Camera,USB.VID_f055&PID_0001\r\n";
   const std::string foreign = "%MfgName%=QRS.Camera,USB.VID_F056&PID_0001\r\n";
   const std::string lineFeedAlone = "%MfgName%=QRS.Camera,USB.VID_F055&PID_0007\n";
   const std::string unfinished = "%MfgName%=QRS.Camera,USB.VID_F055&PID_2";
-  const std::vector<FileRow> rows = {
+  const std::vector<std::pair<std::string, std::optional<Pids>>> rows = {
       {"[Version]\r\n\r\n" + kHeader + model("0A21") + model("0401"), withFixed({0xA21, 0x401})},
       {kHeader + model("0A21&MI_00") + model("0a2f"), withFixed({0xA21, 0xA2F})},
       {kHeader + model("0302") + model("0302"), withFixed({0x302, 0x302})},
@@ -95,9 +90,9 @@ TEST_F(SupportedModelsTest, ReadsTheModelLinesOfItsSection) {
       {"[models.ntx86]\r\n" + model("0001"), std::nullopt},
       {"[Models.NTx86]\r", std::nullopt},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(pidsOf(row.text), row.pids) << row.text;
-    EXPECT_EQ(traces_.take(), row.pids ? std::vector<std::string>{} : std::vector{kNoSection});
+  for (const auto& [text, pids] : rows) {
+    EXPECT_EQ(pidsOf(text), pids) << text;
+    EXPECT_EQ(traces_.take(), pids ? std::vector<std::string>{} : std::vector{kNoSection});
   }
 }
 
