@@ -14,9 +14,12 @@ namespace tarvo {
 
 namespace {
 
+/// The camera bit or its verbose one.
 constexpr std::uint64_t kAnyCameraFlag = 0xC0;
 constexpr std::string_view kTraceFacility = "XT PictureDevice";
 
+/// A preference that turns flags on. A verbose key brings its subsystem's plain bit along, so that
+/// either key alone is enough.
 struct PreferenceFlags {
   std::string_view key;
   std::uint64_t flags;
@@ -53,6 +56,7 @@ constexpr bool isBitSet(std::uint64_t flags, std::size_t bit) {
 
 std::string localTimeText() {
   const std::time_t now = std::time(nullptr);
+  // The reentrant form: any thread may be writing a line.
   std::tm local = {};
   ::localtime_r(&now, &local);
   std::array<char, 64> text;
@@ -64,6 +68,8 @@ std::string textFromWide(const std::wstring& wide) {
   std::u16string units;
   units.reserve(wide.size());
   for (const wchar_t element : wide) {
+    // wchar_t has 32 bits on Linux, so both forms of a wide string can come; unpaired surrogates
+    // are replaced further down.
     const auto character = static_cast<char32_t>(element);
     if (character <= 0xFFFF) {
       units += static_cast<char16_t>(character);
@@ -103,6 +109,7 @@ std::string LogState::linePrefix(std::uint64_t options) const {
   } else if ((options & kLogIncludeTimestamp) != 0) {
     prefix += localTimeText() + " - ";
   }
+  // The kernel's ids, which ps and /proc show, and not pthread_self(), which nothing else shows.
   if ((options & kLogIncludeThreadID) != 0)
     prefix += formatted("[%d:0x%X] ", ::getpid(), static_cast<unsigned>(::gettid()));
   return prefix;
@@ -111,6 +118,7 @@ std::string LogState::linePrefix(std::uint64_t options) const {
 std::uint64_t GGLogging::LogGetActiveLevel() {
   LogState* state = LogState::current();
   if (state == nullptr) return 0;
+  // The preferences must not log while they are read: the thread would wait for itself here.
   std::call_once(state->computed_, [state] {
     state->firstMessageTime_ = std::chrono::system_clock::now();
     for (const auto& row : kPreferenceFlags)
@@ -148,10 +156,12 @@ void GGLogging::Log(std::uint64_t level, std::string_view facility, std::string_
   LogState* state = LogState::current();
   std::uint64_t options = LogGetActiveLevel();
   {
+    // Not held while the line is written: a slow system log must not stop other threads.
     const std::scoped_lock lock(state->dynFlagsLock_);
     options |= static_cast<std::uint32_t>(state->sDynFlags_);  // the low word alone counts
   }
   std::string line = state->linePrefix(options);
+  // The whole line is a format without arguments, the facility and the prefix too.
   line.append(facility).append(" - ").append(message);
   state->systemLog_.write(LogLevel::kInfo, expandMissingArguments(line));
 }
@@ -175,6 +185,7 @@ void systemLogLine(std::string_view line) {
 
 void TraceLog::trace(const char* format, ...) {
   if (!isActive()) return;
+  // The compiler refuses a literal null only; a variable may still be one.
   if (format == nullptr) {
     traceWithTag("*** Nil format passed to -trace: ***", "");
     return;
@@ -206,6 +217,7 @@ void TraceLog::traceFormat(std::string_view facility, const char* format, ...) {
 
 void TraceLog::traceMethod(std::string_view className, std::string_view selector,
                            const void* self) {
+  // The names are views, not zero-terminated, hence the precision.
   trace("%c[%.*s %.*s] (self=0x%llx)", self == nullptr ? '+' : '-',
         static_cast<int>(className.size()), className.data(), static_cast<int>(selector.size()),
         selector.data(), static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(self)));

@@ -21,11 +21,20 @@
 
 namespace tarvo {
 
+// Flags. The lowest word's first bits choose what stands before a line, the others are subsystems
+// that can be turned on. A level of several bits is written only when all of them are on.
+
+/// Local date and time to the second before each line.
 inline constexpr std::uint64_t kLogIncludeTimestamp = 0x1;
+/// Process id, and the kernel's thread id in hexadecimal.
 inline constexpr std::uint64_t kLogIncludeThreadID = 0x2;
+/// Seconds since the first message, with milliseconds; takes the place of the date.
 inline constexpr std::uint64_t kLogIncludeMilliseconds = 0x4;
+/// The device library's traces: the camera bit and its verbose one.
 inline constexpr std::uint64_t kLogCameraVerbose = 0xC0;
+/// What the application says of itself.
 inline constexpr std::uint64_t kLogAppDebug = 0x10000;
+/// The listener; zero configuration has the same bit.
 inline constexpr std::uint64_t kLogListener = 0x100000;
 
 /// Tag of traces that concern a device's options; it has no effect on whether a line is written.
@@ -37,11 +46,16 @@ inline constexpr std::string_view XTOptDebugLog = "XTOptDebugLog";
 /// owner's and outlive the state.
 class LogState {
  public:
+  /// Takes the place of the state that was current. Reads no preference yet: that is done by the
+  /// first message, on its thread, once.
   LogState(const UserDefaults& defaults, SystemLog& systemLog);
+  /// Puts the former state back. Every thread that logs has ended by then: they hold no reference
+  /// that would keep the state alive.
   ~LogState();
   LogState(const LogState&) = delete;
   LogState& operator=(const LogState&) = delete;
 
+  /// The state that messages reach; null without one. Any thread.
   static LogState* current();
 
  private:
@@ -52,27 +66,37 @@ class LogState {
 
   static std::atomic<LogState*> current_;
 
+  /// What stands before "facility - message": time, then process and thread, each only with its
+  /// flag in `options`. Called on the thread that logs, whose id it shows.
   std::string linePrefix(std::uint64_t options) const;
 
   LogState* const previous_;
   const UserDefaults& defaults_;
   SystemLog& systemLog_;
 
+  // The flags as the preferences have them, from the first message to the end: changed preferences
+  // count in the next process.
   std::once_flag computed_;
-  std::atomic<std::uint64_t> activeLogFlags_ = 0;  ///< 0 until computed
-  std::chrono::system_clock::time_point firstMessageTime_;
+  std::atomic<std::uint64_t> activeLogFlags_ = 0;           ///< 0 until computed
+  std::chrono::system_clock::time_point firstMessageTime_;  ///< written once, under computed_
 
+  // Bits that callers turn on for a while, and how many callers hold each. The lock guards both. A
+  // count may fall below zero; it then needs as many sets to come back.
   std::mutex dynFlagsLock_;
   std::uint64_t sDynFlags_ = 0;
   std::int32_t sDynFlagCnt_[64] = {};
 
+  // A copy of activeLogFlags_ that the free LogCheck reads without an atomic operation of its own.
   std::once_flag cacheFilled_;
   std::uint64_t cachedFlags_ = 0;  ///< what the free LogCheck compares with
 
+  /// Held for a whole trace, so that traces of several threads reach the system log in the order in
+  /// which they took it.
   std::mutex traceLock_;
 };
 
-/// Flags and the line builder. Any thread.
+/// Flags and the line builder. Any thread. Everything here does nothing, or answers 0 or false,
+/// while there is no LogState.
 class GGLogging {
  public:
   /// The active flags, computed from the preferences on the first call.
@@ -90,7 +114,8 @@ class GGLogging {
   static void Log(std::uint64_t level, std::string_view facility, std::string_view message);
 };
 
-/// True when every bit of `flags` is active. Any thread.
+/// True when every bit of `flags` is active; computes the flags when nobody has yet. It costs a
+/// comparison after that, so it may stand in a loop. Any thread.
 bool LogCheck(std::uint64_t flags);
 
 /// Writes a line from wide strings and returns the facility. An element is a UTF-16 code unit or,
@@ -98,7 +123,7 @@ bool LogCheck(std::uint64_t flags);
 std::wstring Log(std::uint64_t level, const std::wstring& facility, const std::wstring& message);
 
 /// Writes a whole line to the system log, whatever the flags (separators, errors that a user
-/// needs).
+/// needs). The line is no format: a "%" stays. Any thread.
 void systemLogLine(std::string_view line);
 
 /// Traces of the device library, at level kLogCameraVerbose. Any thread.

@@ -10,6 +10,12 @@
 
 namespace tarvo {
 
+/// The line that formatting `format` without any argument gives. It never fails and takes time in
+/// proportion to the text; the result is at most kWidest (64) characters and a few longer for each
+/// directive, so text of a device cannot blow a line up.
+///
+///   expandMissingArguments("100%% of %d")  gives "100% of 0"
+///
 /// "%%" gives "%", integer and floating directives give zero, "%s" and "%@" give "(null)", "%c" and
 /// "%n" nothing. Flags, width and precision count, width and precision up to 64; what is no
 /// directive stays as it stands. Any thread.

@@ -16,6 +16,7 @@ std::string formatted(const char* format, ...) {
 
 std::string formattedV(const char* format, std::va_list arguments) {
   std::array<char, 256> small;  // most log lines fit; only longer ones are formatted twice
+  // A va_list is spent by the first vsnprintf; the second pass needs one of its own.
   std::va_list again;
   va_copy(again, arguments);
   const int length = std::vsnprintf(small.data(), small.size(), format, arguments);
@@ -24,6 +25,7 @@ std::string formattedV(const char* format, std::va_list arguments) {
     text.assign(small.data(), static_cast<std::size_t>(length));
   } else if (length >= 0) {
     text.resize(static_cast<std::size_t>(length));
+    // The zero at the end lands on the string's own, which is there behind size().
     std::vsnprintf(text.data(), text.size() + 1, format, again);
   }
   va_end(again);

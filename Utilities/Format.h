@@ -6,8 +6,13 @@
 
 namespace tarvo {
 
-/// vsnprintf into a string of the right size. Never pass text that came from a device as `format`.
+/// vsnprintf into a string of the right size, whatever its length. Never pass text that came from a
+/// device as `format`: its directives would read arguments that are not there. Empty text when the
+/// C library refuses the format (a wide character that the locale cannot show). Any thread.
+///
+///   formatted("%d of 0x%x", 1, 255U)  gives "1 of 0xff"
 [[gnu::format(printf, 1, 2)]] std::string formatted(const char* format, ...);
+/// The same for functions that have such arguments themselves. `arguments` is spent afterwards.
 [[gnu::format(printf, 1, 0)]] std::string formattedV(const char* format, std::va_list arguments);
 
 }  // namespace tarvo

@@ -7,9 +7,11 @@
 
 namespace tarvo {
 
+/// A number, never four bytes in memory: its byte order is that of the host.
 using FourCharCode = std::uint32_t;
 
-/// fourCharCode("icdv"): the code of four characters, at compile time.
+/// fourCharCode("icdv") is 0x69636476. At compile time only, so that a text of another length is an
+/// error of the compiler.
 consteval FourCharCode fourCharCode(const char (&text)[5]) {
   FourCharCode code = 0;
   for (int i = 0; i < 4; ++i)
@@ -21,7 +23,8 @@ consteval FourCharCode fourCharCode(const char (&text)[5]) {
 /// shown as '?'.
 std::string fourCharText(FourCharCode code);
 
-/// The four characters, least significant byte first: 'icdv' is "vdci".
+/// The four characters, least significant byte first: 'icdv' is "vdci". This is how the code looks
+/// where a little-endian memory dump of it is shown as text.
 std::string fourCharTextReversed(FourCharCode code);
 
 }  // namespace tarvo

@@ -7,10 +7,12 @@
 
 namespace tarvo {
 
+/// How much a line matters, least first; the names of syslog (RFC 5424) without those in between.
 enum class LogLevel { kDebug, kInfo, kWarning, kError };
 
-/// Takes one line without a line end. Called on the thread that has something to say; a sink that
-/// is shared between threads guards itself. An empty sink is allowed and says nothing.
+/// Takes one line without a line end; `line` is lent for the call alone. Called on the thread that
+/// has something to say; a sink that is shared between threads guards itself. An empty sink is
+/// allowed and says nothing.
 using LogSink = std::function<void(LogLevel level, std::string_view line)>;
 
 /// Calls `sink` unless it is empty.

@@ -31,6 +31,8 @@ struct Lead {
 
 constexpr Lead kNoLead = {-1, 0, 0, 0};
 
+/// The lead byte alone decides about overlong forms of two bytes (0xC0, 0xC1) and about everything
+/// above 0x10FFFF (0xF5 and up); the rest is decided by the byte behind it.
 Lead leadOf(unsigned char byte) {
   if (byte < 0x80) return {0, byte, 0, 0};
   if (byte < 0xC2) return kNoLead;
@@ -54,8 +56,11 @@ char32_t nextCharacter(std::string_view text, std::size_t& at) {
   char32_t character = lead.payload;
   for (int i = 0; i < lead.following; ++i) {
     const auto byte = at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+    // `at` stays on a byte that does not fit: it may begin a character of its own, which a device's
+    // cut-off text must not take with it.
     if (byte < lead.low || byte > lead.high) return kReplacement;
     character = (character << 6) | (byte & 0x3FU);
+    // Only the second byte has a narrower range.
     lead.low = 0x80;
     lead.high = 0xBF;
     ++at;
@@ -63,7 +68,8 @@ char32_t nextCharacter(std::string_view text, std::size_t& at) {
   return character;
 }
 
-/// The number of ASCII characters that `text` begins with.
+/// The number of ASCII characters that `text` begins with: they are the same in both encodings, and
+/// file names and dates consist of nothing else, so they are copied at once.
 template <typename Character>
 std::size_t plainLength(std::basic_string_view<Character> text) {
   const auto isPlain = [](Character each) {
@@ -72,6 +78,7 @@ std::size_t plainLength(std::basic_string_view<Character> text) {
   return static_cast<std::size_t>(std::ranges::find_if_not(text, isPlain) - text.begin());
 }
 
+/// `character` is no surrogate: those have no form in UTF-8 (Unicode, D92).
 void appendUTF8(std::string& text, char32_t character) {
   const auto tail = [&](int shift) {
     text += static_cast<char>(0x80 | ((character >> shift) & 0x3F));
@@ -97,7 +104,7 @@ void appendUTF8(std::string& text, char32_t character) {
 
 std::u16string utf16FromUTF8(std::string_view text) {
   std::u16string units;
-  units.reserve(text.size());
+  units.reserve(text.size());          // never too small: no sequence has more units than bytes
   std::size_t at = plainLength(text);  // most text is ASCII as a whole
   units.assign(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at));
   while (at < text.size()) {
@@ -119,6 +126,8 @@ std::string utf8FromUTF16(std::u16string_view units) {
   text.assign(units.begin(), units.begin() + static_cast<std::ptrdiff_t>(at));
   for (; at < units.size(); ++at) {
     char32_t character = units[at];
+    // A low unit is looked at but not taken when the high one before it is missing, so of two high
+    // units only the first is replaced.
     const bool paired =
         isHighSurrogate(character) && at + 1 < units.size() && isLowSurrogate(units[at + 1]);
     if (paired) {
@@ -156,6 +165,8 @@ namespace string_conversion {
 
 std::wstring wide(const std::string& bytes) {
   constexpr auto kFailed = static_cast<std::size_t>(-1);
+  // mbstowcs has no state of its own between calls, so measuring first and converting then is sound
+  // as long as the locale stays; the second result is tested because another thread may change it.
   const std::size_t length = std::mbstowcs(nullptr, bytes.c_str(), 0);
   if (length == kFailed) throw mbcs_to_wide_string_conversion_exception();
   std::wstring result(length + 1, L'\0');

@@ -8,10 +8,13 @@
 
 namespace tarvo {
 
-/// UTF-8 to UTF-16. Bytes that are no UTF-8 become U+FFFD.
+/// UTF-8 to UTF-16, in the host's byte order and without a byte order mark. Bytes that are no UTF-8
+/// become U+FFFD, one for each longest beginning of a well-formed sequence (Unicode, "U+FFFD
+/// Substitution of Maximal Subparts"). Zero characters are kept. Any thread.
 std::u16string utf16FromUTF8(std::string_view text);
 
-/// UTF-16 to UTF-8. An unpaired surrogate becomes U+FFFD.
+/// UTF-16 to UTF-8. An unpaired surrogate becomes U+FFFD, so the result is always well-formed: what
+/// goes into D-Bus messages and JSON must be. Any thread.
 std::string utf8FromUTF16(std::u16string_view units);
 
 /// A wide string with one element for each UTF-16 code unit of `text`; a character outside the
@@ -22,6 +25,7 @@ std::wstring stdWStringUTF16(std::string_view text);
 /// 0xFFFF are cut, not encoded as surrogate pairs; this is intended.
 std::string stringFromUTF16Wstring(std::wstring_view wide);
 
+/// Text that cannot be converted: the root of what this file raises.
 class string_conversion_exception : public std::exception {
  public:
   const char* what() const noexcept override;
@@ -34,8 +38,10 @@ class mbcs_to_wide_string_conversion_exception : public string_conversion_except
 };
 
 namespace string_conversion {
-/// `bytes` in the locale's multibyte encoding as a wide string.
-/// Raises mbcs_to_wide_string_conversion_exception.
+/// `bytes` in the locale's multibyte encoding (LC_CTYPE) as a wide string, up to the first zero
+/// byte. One element is one character here, not a UTF-16 unit.
+/// Raises mbcs_to_wide_string_conversion_exception when a byte has no meaning in the encoding; in
+/// the "C" locale that is every byte above 0x7F.
 std::wstring wide(const std::string& bytes);
 }  // namespace string_conversion
 

@@ -6,6 +6,8 @@
 
 namespace tarvo {
 
+/// Held by std::shared_ptr alone: an observer that is called with a sender may keep it by
+/// shared_from_this(). It is never copied, since observers tell senders apart by their address.
 class Object : public std::enable_shared_from_this<Object> {
  public:
   Object() = default;
@@ -13,7 +15,7 @@ class Object : public std::enable_shared_from_this<Object> {
   Object& operator=(const Object&) = delete;
   virtual ~Object() = default;
 
-  /// What a log line shows of the object.
+  /// What a log line shows of the object; never empty. Not meant to be parsed.
   virtual std::string description() const { return "object"; }
 };
 

@@ -7,6 +7,10 @@
 
 namespace tarvo::ptp {
 
+/// Operation codes (ISO 15740, clause "Operations"). 0x1xxx are the standard's, 0x9xxx a vendor's:
+/// their meaning holds only where DeviceInfo names the vendor extension. What a device supports
+/// stands in DeviceInfo's list of operations; an operation that is not listed is answered with
+/// OperationNotSupported (0x2005), and by some devices not at all.
 enum Operation : std::uint16_t {
   kGetDeviceInfo = 0x1001,
   kOpenSession = 0x1002,
@@ -37,7 +41,9 @@ enum Operation : std::uint16_t {
   kGetPartialObject = 0x101B,
   kInitiateOpenCapture = 0x101C,
 
-  // The maker's vendor extension.
+  // The maker's vendor extension. Parameters and answers are those of the operation's caller in
+  // NativeServices/PictureDevice; XT_GET_DISPLAY_REQUEST_VERSION has lost the O of the others, and
+  // keeps its name so.
   XTO_GET_ADDRESS_BOOK_INFO = 0x9007,
   XTO_DISPLAY_REQUEST = 0x9008,
   XT_GET_DISPLAY_REQUEST_VERSION = 0x9009,
@@ -54,6 +60,8 @@ enum Operation : std::uint16_t {
   XTO_GET_SUPPORTED_DATASETS = 0x920A,
 };
 
+/// Object formats of the maker (ISO 15740 leaves 0xBxxx to vendors). 0xB0xx and 0xB8xx are files
+/// and pictures, 0xB2xx the data sets that XTO_GET_SUPPORTED_DATASETS lists.
 enum DataSetFormat : std::uint16_t {
   XTD_ADDRESS_BOOK_FILE = 0xB003,
   XTD_ALBUM_NAMES_FILE = 0xB005,
@@ -74,38 +82,49 @@ enum DataSetFormat : std::uint16_t {
   XTD_SHOEBOX_IMAGE = 0xB805,
 };
 
+/// In place of a storage id: every storage of the device (ISO 15740, GetNumObjects and
+/// GetObjectHandles).
 inline constexpr std::uint32_t kAllStores = 0xFFFFFFFF;
 
-/// Device properties that the product reads (ISO 15740 and the maker's extension).
+/// Device properties that the product reads: 0x5xxx of ISO 15740 (clause "Device Properties"),
+/// 0xDxxx of the maker's extension.
 enum DeviceProperty : std::uint16_t {
-  kBatteryLevel = 0x5001,
-  kDateTime = 0x5011,
+  kBatteryLevel = 0x5001,  // UInt8, per cent
+  kDateTime = 0x5011,      // string "YYYYMMDDThhmmss", with an optional fraction and zone
   kCaptureCapability = 0xD00B,
   kDeviceGUID = 0xD201,
   kIntention = 0xD206,
 };
 
-/// Container types of PTP over USB. Every container opens with a header of 12 bytes, little-endian:
-/// length (u32, header included), type (u16), code (u16), transaction id (u32).
+/// Container types of PTP over USB (PIMA 15740, annex D, "Container structure"). Every container
+/// opens with a header of 12 bytes, little-endian: length (u32, header included), type (u16), code
+/// (u16), transaction id (u32).
 enum ContainerType : std::uint16_t {
+  // A command and its response have up to five parameters of 32 bits behind the header, an event up
+  // to three; a data block has its payload there, and a packet shorter than the endpoint's ends it.
   kCommandBlock = 1,
   kDataBlock = 2,
   kResponseBlock = 3,
   kEventBlock = 4,
 };
+/// Bytes. A length field below this is a broken protocol, never an empty container.
 inline constexpr std::size_t kContainerHeaderSize = 12;
 
-/// Class requests of the USB still-image class (bRequest).
+/// Class requests of the USB still-image class (bRequest; the class definition, clause 5.2). They
+/// go to the default control pipe, so they reach a device whose bulk pipes are stalled.
 enum ClassRequest : std::uint8_t {
+  // After a cancel request the status is asked for until the device no longer answers DeviceBusy;
+  // a stalled bulk pipe shows there too, and is cleared before the next container.
   kCancelRequest = 0x64,
   kGetExtendedEventData = 0x65,
   kDeviceResetRequest = 0x66,
   kGetDeviceStatus = 0x67,
 };
-/// Payload code of a cancel request.
+/// The code that opens the six bytes of a cancel request; the transaction id follows.
 inline constexpr std::uint16_t kCancellationCode = 0x4001;
 
-/// Interface class triple of a PTP device.
+/// Interface class triple of a PTP device: bInterfaceClass, -SubClass and -Protocol (USB.org,
+/// "Defined class codes", base class 06h).
 inline constexpr std::uint8_t kStillImageClass = 6;
 inline constexpr std::uint8_t kStillImageSubclass = 1;
 inline constexpr std::uint8_t kPTPProtocol = 1;

@@ -5,6 +5,7 @@ namespace tarvo {
 namespace {
 
 const PropertyDictionary* valueForKey(const PropertyDictionary& dictionary, std::string_view key) {
+  // find() on anything but an object is a mistake in the library's eyes; here it is an answer.
   if (!dictionary.is_object()) return nullptr;
   const auto found = dictionary.find(key);
   return found == dictionary.end() ? nullptr : &*found;
@@ -22,6 +23,7 @@ std::optional<std::int32_t> int32ForKey(const PropertyDictionary& dictionary,
                                         std::string_view key) {
   const PropertyDictionary* value = valueForKey(dictionary, key);
   if (value == nullptr || !value->is_number_integer()) return std::nullopt;
+  // By way of unsigned numbers, where narrowing is defined for every value.
   const auto bits = value->is_number_unsigned()
                         ? value->get<std::uint64_t>()
                         : static_cast<std::uint64_t>(value->get<std::int64_t>());

@@ -9,11 +9,15 @@ namespace tarvo {
 
 namespace {
 
+/// A line of the table. The words stand between a person's own words in the log and in messages, so
+/// they begin in lower case and end without a full stop.
 struct StatusWords {
   Status value;
   const char* words;
 };
 
+/// Searched from the front: statuses are put in words when something failed, which is seldom. No
+/// two rows have the same words, so that a reported message leads back to its status.
 constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kOK, "no error"},
     {status::kNotRecognised, "device not recognised"},
@@ -85,6 +89,7 @@ std::string statusText(Status value) {
   const auto* row = std::find_if(kStatusWords.begin(), kStatusWords.end(),
                                  [&](const StatusWords& each) { return each.value == value; });
   if (row == kStatusWords.end()) {
+    // Platform statuses are written as negative decimals everywhere, so those get no other form.
     return value > 0 ? formatted("status %d (0x%x)", value, static_cast<unsigned>(value))
                      : formatted("status %d", value);
   }

@@ -10,27 +10,39 @@
 
 namespace tarvo {
 
+/// Not an enumeration, because a device may answer with a code that nobody has listed. It is handed
+/// on as it is and shown by its number.
 using Status = std::int32_t;
 
 namespace status {
 inline constexpr Status kOK = 0;
 
-// Platform statuses.
+// Platform statuses. Those without a comment keep a number for callers that compare with it.
+
+/// A device of a class that does not know the operation was asked for an object's information.
 inline constexpr Status kNotRecognised = -4;
 inline constexpr Status kDeviceNotFound = -19;
+/// No Image Capture object stands behind the device any more, or opening its node failed with an
+/// error that has no status of its own.
 inline constexpr Status kIOError = -36;
 inline constexpr Status kFileNotFound = -43;
 inline constexpr Status kDuplicateFile = -48;
+/// A mistake of the caller: a record that is not well-formed, an argument that is missing.
 inline constexpr Status kBadParameter = -50;
 inline constexpr Status kWriteNotPermitted = -61;
 inline constexpr Status kOutOfMemory = -108;
 inline constexpr Status kFileTypeNotFound = -127;
+/// The side that takes or gives the data (a full disk, a caller that leaves) ended the transfer.
 inline constexpr Status kCancelled = -490;
+/// The one positive number among them: above a volume's device the registry has no USB device, as
+/// for a card in a built-in reader.
 inline constexpr Status kNoUSBDevice = 998;
 inline constexpr Status kNotAFile = -1302;
+/// The device's class does not know the operation; the device itself was not asked.
 inline constexpr Status kUnsupported = -1400;
 
-// What the Image Capture service and the transport under it add.
+// What the Image Capture service and the transport under it add. Busy may pass by itself and is
+// worth another try; after gone the object handle is never valid again.
 inline constexpr Status kICADeviceBusy = -9901;     ///< interface held by another process
 inline constexpr Status kICAAccessDenied = -9902;   ///< no permission on the device node
 inline constexpr Status kICADeviceGone = -9903;     ///< unplugged
@@ -39,7 +51,8 @@ inline constexpr Status kICAProtocolError = -9905;  ///< the device broke the pr
 inline constexpr Status kICAInvalidObject = -9906;  ///< no such object, or none of that kind
 inline constexpr Status kICAPropertyNotFound = -9907;
 
-// PTP response codes (ISO 15740).
+// PTP response codes (ISO 15740, clause "Responses"), as the device sent them. Only codes that the
+// product compares with or puts in words are listed.
 inline constexpr Status kPTPOK = 0x2001;
 inline constexpr Status kPTPGeneralError = 0x2002;
 inline constexpr Status kPTPSessionNotOpen = 0x2003;  ///< also: no Image Capture object
@@ -62,7 +75,9 @@ inline constexpr Status kPTPInvalidParameter = 0x201D;
 inline constexpr Status kPTPSessionAlreadyOpen = 0x201E;
 inline constexpr Status kPTPTransactionCancelled = 0x201F;
 
-// What the validation of an address book finds.
+// What the validation of an address book finds. The limits are those that the device tells. The
+// numbers lie above every 16-bit response code, so that one Status holds either; those that are
+// missing are not in use.
 inline constexpr Status kAddressBookTooManyContacts = 0x10000001;
 inline constexpr Status kAddressBookTooManyGroups = 0x10000002;
 inline constexpr Status kAddressBookTooManyMembers = 0x10000003;

@@ -19,8 +19,11 @@ namespace {
 namespace fs = std::filesystem;
 namespace xpressive = boost::xpressive;
 
+/// The section for 32-bit Windows. The carriage return belongs to it: the file has DOS line ends,
+/// and one without them is not the driver's.
 constexpr std::string_view kSectionHeader = "[Models.NTx86]\r";
 constexpr const char* kFallbackPath = "../Resources/ggcam.inf";
+/// Cameras of this range are taken whatever the file says.
 constexpr std::int32_t kFirstFixedPid = 0x302;
 constexpr std::int32_t kLastFixedPid = 0x311;
 
@@ -44,7 +47,7 @@ std::optional<std::string> contentsOfFile(const fs::path& path) {
   std::string text(kLargestFile, '\0');
   file.read(text.data(), static_cast<std::streamsize>(text.size()));
   text.resize(static_cast<std::size_t>(file.gcount()));
-  text.shrink_to_fit();
+  text.shrink_to_fit();  // a file of some kilobytes must not hold a megabyte while it is read
   return text;
 }
 
@@ -122,6 +125,7 @@ std::vector<std::int32_t> SupportedModels::modelLinePids(std::string_view lines)
   const auto pattern = xpressive::cregex::compile(formatted(
       "(%%MfgName%%=QRS.Camera,USB.VID_%04X&PID_)(.*)", static_cast<unsigned>(vendorID_)));
   while (const auto line = takeLine(lines)) {
+    // The length first: the matcher's stack grows with the line.
     xpressive::cmatch match;
     if (line->size() > kLongestLine ||
         !xpressive::regex_match(line->data(), line->data() + line->size(), match, pattern))
@@ -144,6 +148,7 @@ bool SupportedModels::isValidPVC(std::int32_t vid, std::int32_t pid) const {
 bool SupportedModels::isValidCard(std::optional<std::string_view> logicalMountPath) {
   if (!logicalMountPath || logicalMountPath->empty()) return false;
   const fs::path volume(*logicalMountPath);
+  // A volume that is pulled out meanwhile gives errors, which count as "no such file".
   return std::ranges::any_of(kCardMarkers, [&](std::string_view marker) {
     std::error_code error;
     return fs::exists(volume / marker, error);

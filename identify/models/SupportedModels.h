@@ -20,7 +20,9 @@ namespace tarvo {
 class SupportedModels {
  public:
   /// `constants` gives the maker's vendor id and the bundle in which ggcam.inf lies.
+  /// Both are copied. Takes the place of the table that was current.
   explicit SupportedModels(const MakerConstants& constants);
+  /// Puts the former table back.
   ~SupportedModels();
   SupportedModels(const SupportedModels&) = delete;
   SupportedModels& operator=(const SupportedModels&) = delete;

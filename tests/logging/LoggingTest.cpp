@@ -4,37 +4,29 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <functional>
-#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "platform/foundation/KeyFilePreferences.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/RecordingSystemLog.h"
-#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
 namespace {
 
 using test::FakeUserDefaults;
 using test::RecordingSystemLog;
+using test::TraceRecorder;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-struct KeyRow {
-  const char* key;
-  std::uint64_t flags;
-};
-
 /// Every key once: LOG_SUBSYS_PYTHON, which is read twice, with both its bits.
-const std::vector<KeyRow> kKeys = {
+const std::vector<std::pair<const char*, std::uint64_t>> kKeys = {
     {"LOG_INCLUDE_TIMESTAMP", 0x1},
     {"LOG_INCLUDE_THREADID", 0x2},
     {"LOG_INCLUDE_MS", 0x4},
@@ -57,251 +49,134 @@ const std::vector<KeyRow> kKeys = {
 };
 
 TEST(Logging, EachKeyTurnsItsOwnFlagsOn) {
-  for (const auto& row : kKeys) {
-    FakeUserDefaults defaults;
-    for (const auto& other : kKeys)
-      defaults.setBool(other.key, &other == &row);
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
-    EXPECT_EQ(GGLogging::LogGetActiveLevel(), row.flags) << row.key;
-    for (const auto& other : kKeys) {
-      const bool included = (row.flags & other.flags) == other.flags;
-      EXPECT_EQ(LogCheck(other.flags), included) << row.key << ' ' << other.key;
-      EXPECT_EQ(GGLogging::LogCheck(other.flags), included) << row.key << ' ' << other.key;
-    }
+  for (const auto& [key, flags] : kKeys) {
+    const TraceRecorder room({{key, true}, {"LOG_SUBSYS_OTHER", true}});
+    EXPECT_EQ(GGLogging::LogGetActiveLevel(), flags) << key;
+    for (const auto& [other, otherFlags] : kKeys)
+      EXPECT_EQ(LogCheck(otherFlags), (flags & otherFlags) == otherFlags) << key << ' ' << other;
   }
 }
 
-TEST(Logging, ReadsTheKeysInOrderAndOnce) {
-  class CountingDefaults : public FakeUserDefaults {
-   public:
-    std::optional<bool> boolForKey(std::string_view key) const override {
-      read.emplace_back(key);
-      return true;
-    }
-    mutable std::vector<std::string> read;
-  };
-  std::vector<std::string> expected;
-  expected.reserve(kKeys.size() + 1);
-  for (const auto& row : kKeys)
-    expected.emplace_back(row.key);
-  const auto afterJavascript = std::ranges::find(expected, "LOG_SUBSYS_JAVASCRIPT") + 1;
-  expected.emplace(afterJavascript, "LOG_SUBSYS_PYTHON");
-
-  const CountingDefaults defaults;
+TEST(Logging, ReadsTheKeysOnceAndOnlyWhenTheyAreNeeded) {
+  FakeUserDefaults defaults({{"LOG_SUBSYS_CAMERA", true}});
   RecordingSystemLog log;
   const LogState state(defaults, log);
-  EXPECT_FALSE(GGLogging::LogCheck(0x1));  // computes nothing
-  EXPECT_TRUE(GGLogging::LogCheck(0));
-  EXPECT_THAT(defaults.read, IsEmpty());
-  EXPECT_TRUE(LogCheck(0x1));
-  EXPECT_TRUE(GGLogging::LogCheck(0x1));
-  EXPECT_EQ(GGLogging::LogGetActiveLevel(), 0x1BFFF7U);
-  EXPECT_THAT(defaults.read, ElementsAreArray(expected));
-}
-
-TEST(Logging, KeepsTheFlagsOfItsStart) {
-  FakeUserDefaults defaults;
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
-  EXPECT_FALSE(LogCheck(kLogListener));
+  EXPECT_FALSE(GGLogging::LogCheck(0x40));  // computes nothing
+  EXPECT_TRUE(LogCheck(0x40));
+  EXPECT_TRUE(GGLogging::LogCheck(0x40));
   defaults.setBool("LOG_SUBSYS_LISTENER", true);
   EXPECT_FALSE(LogCheck(kLogListener));
-  EXPECT_EQ(GGLogging::LogGetActiveLevel(), 0U);
+  EXPECT_EQ(GGLogging::LogGetActiveLevel(), 0x40U);
 }
 
-const std::string kDate = "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} - ";
-const std::string kElapsed = " {5}0\\.[0-9]{3} - ";
-
-std::string threadPrefix() {
-  return formatted("\\[%d:0x%X\\] ", ::getpid(), static_cast<unsigned>(::gettid()));
-}
-
-/// What the format keys put before "facility - message".
-std::string prefixPattern(bool timestamp, bool thread, bool milliseconds) {
-  std::string time = timestamp ? kDate : "";
-  if (milliseconds) time = kElapsed;  // wins over the date
-  return time + (thread ? threadPrefix() : "");
+/// What the format keys put before "facility - message": 1 date, 2 thread, 4 milliseconds.
+std::string prefixPattern(std::uint64_t options) {
+  std::string time =
+      (options & 1) != 0 ? "[0-9]{4}-[0-9]{2}-[0-9]{2} [0-9]{2}:[0-9]{2}:[0-9]{2} - " : "";
+  if ((options & 4) != 0) time = " {5}0\\.[0-9]{3} - ";  // wins over the date
+  if ((options & 2) == 0) return time;
+  return time + formatted("\\[%d:0x%X\\] ", ::getpid(), static_cast<unsigned>(::gettid()));
 }
 
 TEST(Logging, PutsTheChosenPrefixBeforeTheFacility) {
-  struct Shape {
-    std::string pattern;
-    std::vector<std::string> lines;
-  };
-  const test::TemporaryFolder folder;
-  std::vector<Shape> shapes;
-  for (int bits = 0; bits < 32; ++bits) {
-    const auto isOn = [bits](int bit) { return (bits >> bit & 1) != 0; };
-    std::string text = "[Preferences]\n";
-    const std::vector<const char*> keys = {"LOG_INCLUDE_TIMESTAMP", "LOG_INCLUDE_THREADID",
-                                           "LOG_INCLUDE_MS", "LOG_SUBSYS_LISTENER",
-                                           "LOG_SUBSYS_ZEROCONF"};
-    for (int bit = 0; bit < 5; ++bit)
-      text += keys[static_cast<std::size_t>(bit)] + std::string(isOn(bit) ? "=true\n" : "=false\n");
-    const KeyFilePreferences preferences({}, folder.write("agent.conf", text));
-    RecordingSystemLog log;
-    const LogState state(preferences, log);
+  for (std::uint64_t options = 0; options < 8; ++options) {
+    TraceRecorder room({{"LOG_SUBSYS_LISTENER", true},
+                        {"LOG_INCLUDE_TIMESTAMP", (options & 1) != 0},
+                        {"LOG_INCLUDE_THREADID", (options & 2) != 0},
+                        {"LOG_INCLUDE_MS", (options & 4) != 0}});
     Log(kLogListener, L"RLA_Listener", L"starting Kill Timer");
-    Log(kLogAppDebug, L"RLA_Listener", L"never");
-    const bool written = isOn(3) || isOn(4);
-    shapes.push_back(
-        {written ? prefixPattern(isOn(0), isOn(1), isOn(2)) + "RLA_Listener - starting Kill Timer"
-                 : "nothing",
-         log.lines()});
-    ASSERT_EQ(log.lines().size(), written ? 1U : 0U) << text;
-  }
-  for (const auto& shape : shapes) {
-    for (const auto& other : shapes) {
-      if (shape.lines.empty()) continue;
-      const bool same = shape.pattern == other.pattern;
-      EXPECT_EQ(::testing::Matches(MatchesRegex(other.pattern))(shape.lines[0]), same)
-          << shape.lines[0] << " against " << other.pattern;
+    ASSERT_EQ(room.log().entries().size(), 1U);
+    EXPECT_EQ(room.log().entries()[0].level, LogLevel::kInfo);
+    for (std::uint64_t other = 0; other < 8; ++other) {
+      const std::string pattern = prefixPattern(other) + "RLA_Listener - starting Kill Timer";
+      EXPECT_EQ(::testing::Matches(MatchesRegex(pattern))(room.log().lines()[0]),
+                prefixPattern(options) == prefixPattern(other))
+          << room.log().lines()[0] << " against " << pattern;
     }
   }
 }
 
-TEST(Logging, WritesAtTheInformationLevel) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_CAMERA_VERBOSE", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
-  TraceLog::trace("traced");
-  TraceLog::dump("dumped");
-  systemLogLine("said");
-  ASSERT_EQ(log.entries().size(), 3U);
-  for (const auto& entry : log.entries())
-    EXPECT_EQ(entry.level, LogLevel::kInfo) << entry.text;
+TEST(Logging, WritesOnlyWhenEveryBitOfTheLevelIsActiveWhateverTheDynamicFlags) {
+  TraceRecorder room({{"LOG_SUBSYS_CAMERA", true}, {"LOG_SUBSYS_ZEROCONF", true}});
+  GGLogging::SetDynLogFlags(~7ULL);
+  for (const std::uint64_t level : {0x80ULL, 0xC0ULL, 0x300000ULL, 0x100080ULL, ~0ULL})
+    GGLogging::Log(level, "F", "m");
+  EXPECT_THAT(room.log().lines(), IsEmpty());
+  for (const std::uint64_t level : {0x40ULL, 0x100000ULL, 0x100040ULL, 0x0ULL})
+    GGLogging::Log(level, "F", std::to_string(level));
+  EXPECT_THAT(room.log().lines(), ElementsAre("F - 64", "F - 1048576", "F - 1048640", "F - 0"));
 }
 
-TEST(Logging, WritesOnlyWhenEveryBitOfTheLevelIsActive) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_CAMERA", true}, {"LOG_SUBSYS_ZEROCONF", true}});
-  for (const std::uint64_t level : {0x40ULL, 0x100000ULL, 0x100040ULL, 0x0ULL}) {
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
-    GGLogging::Log(level, "F", "m");
-    EXPECT_THAT(log.lines(), ElementsAre("F - m")) << level;
-  }
-  for (const std::uint64_t level : {0x80ULL, 0xC0ULL, 0x300000ULL, 0x100080ULL, ~0ULL}) {
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
-    GGLogging::Log(level, "F", "m");
-    EXPECT_THAT(log.lines(), IsEmpty()) << level;
-  }
-}
-
-struct DynamicStep {
-  bool set;
-  std::uint64_t flags;
-};
-
-struct DynamicRow {
-  std::vector<DynamicStep> steps;
-  std::uint64_t left;  ///< sDynFlags as the prefix shows them: 1 date, 2 thread, 3 both
-};
+/// Flags that are set (true) and cleared, one step after the other.
+using Steps = std::vector<std::pair<bool, std::uint64_t>>;
 
 TEST(Logging, TogglesTheWholeArgumentForEachDynamicFlagThatIsNoLongerUsed) {
-  const std::vector<DynamicRow> rows = {
-      {{}, 0},
-      {{{true, 3}}, 3},
+  // With what is left of the flags then, as the prefix shows it: 1 date, 2 thread, 3 both.
+  const std::vector<std::pair<Steps, std::uint64_t>> rows = {
       {{{true, 3}, {false, 3}}, 3},  // toggled twice
       {{{true, 3}, {false, 1}}, 2},
       {{{true, 3}, {false, 1}, {false, 2}}, 0},
       {{{true, 1}, {true, 1}, {false, 1}}, 1},
-      {{{true, 1}, {true, 1}, {false, 1}, {false, 1}}, 0},
-      {{{true, 1}, {false, 3}}, 2},              // bit 1 toggled along with bit 0
-      {{{false, 1}}, 0},                         // below zero
-      {{{false, 1}, {true, 1}}, 1},              // back to zero
-      {{{true, 1}, {false, 1}, {false, 1}}, 0},  // below zero again
-      {{{true, 0x300000000}}, 0},                // of the high word
+      {{{true, 1}, {false, 3}}, 2},  // bit 1 toggled along with bit 0
+      {{{false, 1}}, 0},             // below zero
+      {{{false, 1}, {true, 1}}, 1},  // back to zero
+      {{{true, 0x300000000}}, 0},    // of the high word
       {{{true, 2}, {true, 0x8000000000000001}, {false, 0x8000000000000000}}, 3},
   };
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_APP_DEBUG", true}});
-  for (const auto& row : rows) {
-    RecordingSystemLog log;
-    const LogState state(defaults, log);
-    for (const auto& step : row.steps)
-      step.set ? GGLogging::SetDynLogFlags(step.flags) : GGLogging::ClearDynLogFlags(step.flags);
+  for (const auto& [steps, left] : rows) {
+    TraceRecorder room({{"LOG_SUBSYS_APP_DEBUG", true}});
+    for (const auto& [set, flags] : steps)
+      set ? GGLogging::SetDynLogFlags(flags) : GGLogging::ClearDynLogFlags(flags);
     GGLogging::Log(kLogAppDebug, "F", "m");
-    const std::string pattern =
-        prefixPattern((row.left & 1) != 0, (row.left & 2) != 0, false) + "F - m";
-    ASSERT_EQ(log.lines().size(), 1U);
-    EXPECT_THAT(log.lines()[0], MatchesRegex(pattern)) << &row - rows.data();
+    EXPECT_THAT(room.log().lines(), ElementsAre(MatchesRegex(prefixPattern(left) + "F - m")));
   }
 }
 
-TEST(Logging, DynamicFlagsOpenNoGate) {
-  const FakeUserDefaults defaults;
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
-  GGLogging::SetDynLogFlags(~0ULL);
-  EXPECT_FALSE(LogCheck(kLogListener));
-  EXPECT_FALSE(GGLogging::LogCheck(kLogListener));
-  GGLogging::Log(kLogListener, "F", "m");
-  EXPECT_THAT(log.lines(), IsEmpty());
-}
-
 TEST(Logging, ExpandsTheWholeLineAsAFormatString) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_LISTENER", true}});
   GGLogging::Log(kLogListener, "50%%", "%d of %s, %n100%%");
-  EXPECT_THAT(log.lines(), ElementsAre("50% - 0 of (null), 100%"));
-  log.clear();
   systemLogLine("50%% of %s");  // a line of its own, no format
-  EXPECT_THAT(log.lines(), ElementsAre("50%% of %s"));
+  EXPECT_THAT(room.log().lines(), ElementsAre("50% - 0 of (null), 100%", "50%% of %s"));
 }
 
 TEST(Logging, TakesWideStrings) {
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
+  TraceRecorder room({{"LOG_SUBSYS_LISTENER", true}});
   const std::wstring facility = stdWStringUTF16("RLA_\u00dc");
   EXPECT_EQ(Log(kLogListener, facility, stdWStringUTF16("\U0001F600 arrived")), facility);
   EXPECT_EQ(Log(kLogListener, L"F", L"\U0001F600\xD800\x7FFFFFFF"), L"F");
   EXPECT_EQ(Log(kLogAppDebug, L"off", L"m"), L"off");
-  EXPECT_THAT(log.lines(),
+  EXPECT_THAT(room.log().lines(),
               ElementsAre("RLA_\u00dc - \U0001F600 arrived", "F - \U0001F600\uFFFD\uFFFD"));
 }
 
 TEST(Logging, SaysNothingWithoutAState) {
-  ASSERT_EQ(LogState::current(), nullptr);
+  const FakeUserDefaults defaults;
+  RecordingSystemLog log;
+  {
+    const LogState outer(defaults, log);
+    { const LogState inner(defaults, log); }
+    EXPECT_EQ(LogState::current(), &outer);
+  }
+  EXPECT_EQ(LogState::current(), nullptr);
   EXPECT_FALSE(LogCheck(0));
   EXPECT_FALSE(GGLogging::LogCheck(0));
   EXPECT_EQ(GGLogging::LogGetActiveLevel(), 0U);
   GGLogging::SetDynLogFlags(3);
   GGLogging::ClearDynLogFlags(3);
   systemLogLine("x");
-  TraceLog::trace("x");
   TraceLog::traceWithTag("x", "");
   TraceLog::dump("x");
   EXPECT_EQ(Log(0, L"F", L"m"), L"F");
-
-  const FakeUserDefaults defaults;
-  RecordingSystemLog log;
-  {
-    const LogState outer(defaults, log);
-    {
-      const LogState inner(defaults, log);
-      EXPECT_EQ(LogState::current(), &inner);
-    }
-    EXPECT_EQ(LogState::current(), &outer);
-  }
-  EXPECT_EQ(LogState::current(), nullptr);
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST(Logging, ServesManyThreadsAtOnce) {
-  const FakeUserDefaults defaults(
-      {{"LOG_SUBSYS_CAMERA_VERBOSE", true}, {"LOG_INCLUDE_THREADID", true}});
-  RecordingSystemLog log;
-  const LogState state(defaults, log);
-  constexpr int kThreads = 8;
-  constexpr int kLines = 50;
+  TraceRecorder room({{"LOG_SUBSYS_CAMERA_VERBOSE", true}, {"LOG_INCLUDE_THREADID", true}});
   std::vector<std::thread> threads;
-  threads.reserve(kThreads);
-  for (int thread = 0; thread < kThreads; ++thread) {
+  threads.reserve(8);
+  for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([] {
-      for (int line = 0; line < kLines; ++line) {
+      for (int line = 0; line < 50; ++line) {
         if (LogCheck(kLogCameraVerbose)) TraceLog::trace("line %d", line);
         GGLogging::SetDynLogFlags(4);
         GGLogging::ClearDynLogFlags(4);
@@ -310,8 +185,45 @@ TEST(Logging, ServesManyThreadsAtOnce) {
   }
   for (auto& thread : threads)
     thread.join();
-  EXPECT_EQ(log.count("XT PictureDevice - line 7"), static_cast<std::size_t>(kThreads));
-  EXPECT_EQ(log.lines().size(), static_cast<std::size_t>(kThreads * kLines));
+  EXPECT_EQ(room.log().count("XT PictureDevice - line 7"), 8U);
+  EXPECT_EQ(room.log().lines().size(), 400U);
+}
+
+TEST(TraceLog, WritesUnderTheFacilityOfTheDeviceLibrary) {
+  TraceRecorder room;
+  const char* volatile none = nullptr;
+  TraceLog::trace("found %s at 0x%x", "it", 0xFAU);
+  TraceLog::traceWithTag("tagged", XTOptDebugLog);
+  TraceLog::traceFormat("Other", "%d of %d", 1, 2);
+  TraceLog::trace(none, "");
+  TraceLog::traceMethod("XTThing", "doIt:with:", reinterpret_cast<const void*>(0x12abcdef0UL));
+  TraceLog::traceMethod("XTThing", "shared", nullptr);
+  EXPECT_THAT(
+      room.log().lines(),
+      ElementsAre("XT PictureDevice - found it at 0xfa", "XT PictureDevice - tagged",
+                  "Other - 1 of 2", "XT PictureDevice - *** Nil format passed to -trace: ***",
+                  "XT PictureDevice - -[XTThing doIt:with:] (self=0x12abcdef0)",
+                  "XT PictureDevice - +[XTThing shared] (self=0x0)"));
+}
+
+TEST(TraceLog, ExpandsFormattedTextASecondTime) {
+  TraceRecorder room;
+  TraceLog::trace("%s", "name with %d and %@");
+  TraceLog::dump("dumped %s");
+  EXPECT_THAT(room.take(), ElementsAre("name with 0 and (null)", "dumped (null)"));
+}
+
+TEST(TraceLog, NeedsBothBitsOfTheVerboseLevel) {
+  for (const char* key : {"LOG_SUBSYS_CAMERA", "LOG_SUBSYS_LISTENER", "LOG_SUBSYS_FACEBOOK"}) {
+    TraceRecorder room({{key, true}});
+    EXPECT_FALSE(TraceLog::isActive()) << key;
+    TraceLog::trace("x");
+    TraceLog::traceWithTag("x", "");
+    TraceLog::traceFormat("F", "x");
+    TraceLog::traceMethod("C", "s", nullptr);
+    TraceLog::dump("x");
+    EXPECT_THAT(room.take(), IsEmpty()) << key;
+  }
 }
 
 }  // namespace

@@ -24,32 +24,19 @@ using Pids = std::vector<std::int32_t>;
 constexpr std::int32_t kVendor = 0xF055;
 constexpr const char* kInf = "bundle/Resources/ggcam.inf";
 constexpr const char* kNoFile = "getValidDscPids: Failed to open file 'ggcam.inf'";
-constexpr const char* kNoSection = "getValidDscPids: Failed to find [Models.NTx86] in ggcam.inf";
-
-/// A new folder that is the working directory for as long as this lives.
-class WorkingDirectory {
- public:
-  explicit WorkingDirectory(const fs::path& path) {
-    fs::create_directories(path);
-    fs::current_path(path);
-  }
-  WorkingDirectory(const WorkingDirectory&) = delete;
-  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
-  ~WorkingDirectory() { fs::current_path(previous_); }
-
- private:
-  fs::path previous_ = fs::current_path();
-};
+const std::string kNoSection = "getValidDscPids: Failed to find [Models.NTx86] in ggcam.inf";
 
 /// A bundle in a private folder, beside the working directory.
 class SupportedModelsTest : public ::testing::Test {
  protected:
   SupportedModelsTest() {
     fs::create_directories(folder_.path("bundle/Resources"));
+    fs::create_directories(folder_.path("cwd"));
+    fs::current_path(folder_.path("cwd"));
     constants_.agentBundlePath = folder_.path("bundle");
   }
+  ~SupportedModelsTest() override { fs::current_path("/"); }
 
-  fs::path inf() const { return folder_.path(kInf); }
   std::optional<Pids> pidsOf(const std::string& text) {
     folder_.write(kInf, text);
     SupportedModels models(constants_);
@@ -60,7 +47,6 @@ class SupportedModelsTest : public ::testing::Test {
   test::TraceRecorder traces_;
   MakerConstants constants_;
   test::TemporaryFolder folder_;
-  const WorkingDirectory cwd_{folder_.path("cwd")};
 };
 
 Pids withFixed(Pids pids) {
@@ -75,56 +61,38 @@ std::string model(const std::string& pid) {
 
 const std::string kHeader = "[Models.NTx86]\r\n";
 
-struct FileRow {
-  const char* name;
-  std::string text;
-  std::optional<Pids> pids;
-};
-
 TEST_F(SupportedModelsTest, ReadsTheModelLinesOfItsSection) {
   const std::string lower = "%MfgName%=QRS.Camera,USB.VID_f055&PID_0001\r\n";
   const std::string foreign = "%MfgName%=QRS.Camera,USB.VID_F056&PID_0001\r\n";
-  const std::vector<FileRow> rows = {
-      {"plain", "[Version]\r\n\r\n" + kHeader + model("0A21") + model("0401"),
-       withFixed({0xA21, 0x401})},
-      {"more text", kHeader + model("0A21&MI_00"), withFixed({0xA21})},
-      {"lower case", kHeader + model("0a2f"), withFixed({0xA2F})},
-      {"duplicates", kHeader + model("0302") + model("0302"), withFixed({0x302, 0x302})},
-      {"no number", kHeader + model("") + model("zz") + model(" 12") + model("0x12"),
-       withFixed({0, 0, 0, 0})},
-      {"large number", kHeader + model("7FFFFFFF") + model("123456789ABCDEF"),
-       withFixed({0x7FFFFFFF, -1})},
-      {"dots stand for anything", kHeader + "%MfgName%=QRS\\Camera,USB\\VID_F055&PID_0007\r\n",
-       withFixed({7})},
-      {"model line with LF alone", kHeader + "%MfgName%=QRS.Camera,USB.VID_F055&PID_0007\n",
-       withFixed({7})},
-      {"comment first", kHeader + "; models\r\n" + model("0A21"), withFixed({})},
-      {"blank line", kHeader + model("0001") + "\r\n" + model("0002"), withFixed({1})},
-      {"next section", kHeader + model("0001") + "[Models]\r\n" + model("0002"), withFixed({1})},
-      {"text before", kHeader + model("0001") + " " + model("0002"), withFixed({1})},
-      {"other maker", kHeader + model("0001") + foreign + model("0002"), withFixed({1})},
-      {"maker in lower case", kHeader + lower + model("0002"), withFixed({})},
-      {"last line without end", kHeader + model("0001") + "%MfgName%=QRS.Camera,USB.VID_F055&PID_2",
-       withFixed({1})},
-      {"models before the section", model("0001") + kHeader + model("0002"), withFixed({2})},
-      {"second section", kHeader + model("0001") + "\r\n" + kHeader + model("0002"),
-       withFixed({1})},
-      {"overlong line", kHeader + model("0001") + model(std::string(5000, '2')) + model("0003"),
-       withFixed({1})},
-      {"header alone", kHeader, withFixed({})},
-      {"empty", "", std::nullopt},
-      {"LF ends", "[Models.NTx86]\n" + model("0001"), std::nullopt},
-      {"header with blank", "[Models.NTx86] \r\n" + model("0001"), std::nullopt},
-      {"header in lower case", "[models.ntx86]\r\n" + model("0001"), std::nullopt},
-      {"header without end", "[Models.NTx86]\r", std::nullopt},
+  const std::string lineFeedAlone = "%MfgName%=QRS.Camera,USB.VID_F055&PID_0007\n";
+  const std::string unfinished = "%MfgName%=QRS.Camera,USB.VID_F055&PID_2";
+  const std::vector<std::pair<std::string, std::optional<Pids>>> rows = {
+      {"[Version]\r\n\r\n" + kHeader + model("0A21") + model("0401"), withFixed({0xA21, 0x401})},
+      {kHeader + model("0A21&MI_00") + model("0a2f"), withFixed({0xA21, 0xA2F})},
+      {kHeader + model("0302") + model("0302"), withFixed({0x302, 0x302})},
+      {kHeader + model("") + model("zz") + model(" 12") + model("0x12"), withFixed({0, 0, 0, 0})},
+      {kHeader + model("7FFFFFFF") + model("123456789ABCDEF"), withFixed({0x7FFFFFFF, -1})},
+      {kHeader + "%MfgName%=QRS\\Camera,USB\\VID_F055&PID_0007\r\n", withFixed({7})},
+      {kHeader + lineFeedAlone, withFixed({7})},
+      {kHeader + "; models\r\n" + model("0A21"), withFixed({})},
+      {kHeader + model("0001") + "\r\n" + model("0002"), withFixed({1})},
+      {kHeader + model("0001") + "[Models]\r\n" + model("0002"), withFixed({1})},
+      {kHeader + model("0001") + " " + model("0002"), withFixed({1})},
+      {kHeader + model("0001") + foreign + model("0002"), withFixed({1})},
+      {kHeader + lower + model("0002"), withFixed({})},
+      {kHeader + model("0001") + unfinished, withFixed({1})},
+      {model("0001") + kHeader + model("0002") + "\r\n" + kHeader + model("3"), withFixed({2})},
+      {kHeader + model("0001") + model(std::string(5000, '2')) + model("3"), withFixed({1})},
+      {kHeader, withFixed({})},
+      {"", std::nullopt},
+      {"[Models.NTx86]\n" + model("0001"), std::nullopt},
+      {"[Models.NTx86] \r\n" + model("0001"), std::nullopt},
+      {"[models.ntx86]\r\n" + model("0001"), std::nullopt},
+      {"[Models.NTx86]\r", std::nullopt},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(pidsOf(row.text), row.pids) << row.name;
-    if (row.pids) {
-      EXPECT_THAT(traces_.take(), IsEmpty()) << row.name;
-    } else {
-      EXPECT_THAT(traces_.take(), ElementsAre(kNoSection)) << row.name;
-    }
+  for (const auto& [text, pids] : rows) {
+    EXPECT_EQ(pidsOf(text), pids) << text;
+    EXPECT_EQ(traces_.take(), pids ? std::vector<std::string>{} : std::vector{kNoSection});
   }
 }
 
@@ -141,7 +109,6 @@ TEST_F(SupportedModelsTest, WritesTheMakerInFourUpperCaseDigits) {
 }
 
 TEST_F(SupportedModelsTest, FallsBackToTheFileBesideTheWorkingDirectory) {
-  fs::remove(inf());
   folder_.write("Resources/ggcam.inf", kHeader + model("0007"));
   SupportedModels models(constants_);
   EXPECT_TRUE(models.isValidDscVid(kVendor, 7));
@@ -149,17 +116,16 @@ TEST_F(SupportedModelsTest, FallsBackToTheFileBesideTheWorkingDirectory) {
 }
 
 TEST_F(SupportedModelsTest, TriesAgainUntilTheListIsBuilt) {
-  fs::create_directory(inf());  // no file to read
+  const std::string inf = folder_.path(kInf);
+  fs::create_directory(inf);  // no file to read
   SupportedModels models(constants_);
+  EXPECT_EQ(SupportedModels::current(), &models);
   EXPECT_FALSE(models.isValidDscVid(kVendor, 0x302));
   EXPECT_FALSE(models.isValidDscVid(kVendor + 1, 0x302));
   EXPECT_THAT(traces_.take(), ElementsAre(kNoFile, kNoFile));
-  fs::remove(inf());
-  folder_.write(kInf, "no section\r\n");
-  EXPECT_FALSE(models.isValidDscVid(kVendor, 0x302));
-  EXPECT_THAT(traces_.take(), ElementsAre(kNoSection));
   EXPECT_EQ(models.pidList(), std::nullopt);
 
+  fs::remove(inf);
   folder_.write(kInf, kHeader + model("0001"));
   EXPECT_TRUE(models.isValidDscVid(kVendor, 1));
   folder_.write(kInf, kHeader + model("0002"));
@@ -181,30 +147,17 @@ TEST_F(SupportedModelsTest, TakesOnlyTheMakersListedProducts) {
 }
 
 TEST_F(SupportedModelsTest, KnowsACardByAnyOfItsMarkerFiles) {
-  const std::vector<std::pair<const char*, bool>> rows = {
+  const std::vector<std::pair<std::string, bool>> rows = {
       {"MISC/SSECUPLD.XML", true}, {"MISC/SSICUPLD.XML", true}, {"MISC/EREVIEW.DB", true},
-      {"MISC/IREVIEW.DB", true},   {"MISC/OTHER.DB", false},    {"IREVIEW.DB", false},
-      {"DCIM/IREVIEW.DB", false}};
+      {"MISC/IREVIEW.DB", true},   {"MISC/OTHER.DB", false},    {"DCIM/IREVIEW.DB", false}};
+  const std::string card = folder_.path("cwd");
   for (const auto& [marker, valid] : rows) {
-    const std::string card = folder_.path("card");
-    folder_.write(std::string("card/") + marker, "");
+    folder_.write("cwd/" + marker, "");
     EXPECT_EQ(SupportedModels::isValidCard(card), valid) << marker;
-    EXPECT_EQ(SupportedModels::isValidCard(card + "/"), valid) << marker;
-    fs::remove_all(card);
-    EXPECT_FALSE(SupportedModels::isValidCard(card));
+    EXPECT_FALSE(SupportedModels::isValidCard("")) << marker;
+    EXPECT_FALSE(SupportedModels::isValidCard(std::nullopt)) << marker;
+    fs::remove(card + "/" + marker);
   }
-  EXPECT_FALSE(SupportedModels::isValidCard(std::nullopt));
-  folder_.write("cwd/MISC/IREVIEW.DB", "");
-  EXPECT_FALSE(SupportedModels::isValidCard(""));
-}
-
-TEST_F(SupportedModelsTest, IsReachedWhileItsOwnerHoldsIt) {
-  EXPECT_EQ(SupportedModels::current(), nullptr);
-  {
-    const SupportedModels models(constants_);
-    EXPECT_EQ(SupportedModels::current(), &models);
-  }
-  EXPECT_EQ(SupportedModels::current(), nullptr);
 }
 
 TEST_F(SupportedModelsTest, FindsTheShippedModels) {
