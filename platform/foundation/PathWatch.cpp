@@ -47,6 +47,7 @@ PathWatch::~PathWatch() = default;
 
 void PathWatch::watchNearestFolder() {
   std::string entry = path_;
+  std::string unwatchable;  // there, but a file or a folder that may not be read
   while (entry != "/") {
     const std::string folder = parentOf(entry);
     if (!watchFolder(folder)) {
@@ -54,9 +55,10 @@ void PathWatch::watchNearestFolder() {
       continue;
     }
     awaited_ = entry.substr(entry.find_last_of('/') + 1);
-    // What came into being before the watch was there is not announced.
-    if (entry == path_ || ::access(entry.c_str(), X_OK) != 0) return;
-    entry = path_;
+    // What came into being before the watch was there is not announced, so it is looked for again;
+    // once only, since an entry that is there and still cannot be watched would be found for ever.
+    if (entry == path_ || entry == unwatchable || ::access(entry.c_str(), X_OK) != 0) return;
+    unwatchable = std::exchange(entry, path_);
   }
 }
 
