@@ -8,7 +8,6 @@ namespace tarvo {
 
 std::int32_t systemVersion(const UserDefaults& defaults) {
   const auto text = defaults.text("Platform", "SystemVersion");
-  // A signed number for clients, so that what exceeds it counts as unreadable, not as negative.
   const auto number =
       text ? numberOf(*text, std::numeric_limits<std::int32_t>::max()) : std::nullopt;
   return static_cast<std::int32_t>(number.value_or(0));

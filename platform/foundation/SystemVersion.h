@@ -9,7 +9,6 @@ namespace tarvo {
 
 /// The number under SystemVersion of group [Platform], decimal or 0x..., for example 0x1062 for
 /// 10.6.2. 0 when it is absent or cannot be read. Any thread.
-/// Clients compare it with ranges of versions, as the platform numbers them.
 std::int32_t systemVersion(const UserDefaults& defaults);
 
 }  // namespace tarvo

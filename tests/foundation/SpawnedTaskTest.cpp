@@ -96,9 +96,10 @@ TEST_F(SpawnedTaskTest, AChildInheritsNothingAndItsStandardErrorCanBeAPipeThatTa
   sigaddset(&blocked, SIGUSR1);
   ::pthread_sigmask(SIG_BLOCK, &blocked, &former);
   const auto formerPipeAction = ::signal(SIGPIPE, SIG_IGN);
+  // The last command takes the shell's place, which blocks signals for itself around every fork.
   runScript(
-      "ls -l /proc/self/fd > \"$1/fds\"; cat /proc/$$/status > \"$1/status\";"
-      "/bin/echo x >&2 && echo ok > \"$1/ok\"");
+      "ls -l /proc/self/fd > \"$1/fds\"; /bin/echo x >&2 && echo ok > \"$1/ok\";"
+      "exec cat /proc/self/status > \"$1/status\"");
   ::signal(SIGPIPE, formerPipeAction);
   ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
 
