@@ -18,6 +18,7 @@ class DiskArbitration {
   /// Unmounts every filesystem of the whole disk that `bsdName` ("sdb1", "sr0") belongs to.
   virtual Status unmountWholeDisk(std::string_view bsdName, std::string* why) = 0;
   /// Ejects the medium of the drive.
+  /// Its filesystems must be unmounted already: a busy medium is refused.
   virtual Status eject(std::string_view bsdName, std::string* why) = 0;
   /// Mounts the block device.
   virtual Status mount(std::string_view bsdName, std::string* why) = 0;

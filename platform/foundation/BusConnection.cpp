@@ -34,6 +34,7 @@ std::string sessionBusAddress() {
 }
 
 std::string systemBusAddress() {
+  // Unlike for a session bus, GLib's look-up of the system bus never starts one.
   return takeText(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
 }
 
@@ -76,6 +77,7 @@ struct BusConnection::Attempt {
     GObjectPtr<GDBusConnection> connection(
         g_dbus_connection_new_for_address_finish(result, error.out()));
     BusConnection* bus = attempt->bus;
+    // A connection that came too late is closed by its owner here, before anybody hears of it.
     if (bus == nullptr) return;
     guardedEntry(bus->log_, "BusConnection", [&] {
       bus->attempt_ = nullptr;
@@ -114,6 +116,7 @@ void BusConnection::start() {
 
 bool BusConnection::waitUntilSettled() {
   while (attempt_ != nullptr && !settled_)
+    // Always ends: the attempt is bounded by its timer, which fires in this context.
     g_main_context_iteration(nullptr, TRUE);
   return connection_ != nullptr;
 }
@@ -129,6 +132,7 @@ void BusConnection::removeObserver(const void* observer) {
 }
 
 void BusConnection::attempt() {
+  // Socket and retry timer may both ask for an attempt at the same time.
   if (attempt_ != nullptr || connection_) return;
   if (retryTimer_) retryTimer_->invalidate();
   attempt_ = new Attempt{this};  // deleted by its callback, which GLib always calls
@@ -142,6 +146,8 @@ void BusConnection::attempt() {
 
 void BusConnection::attemptTimedOut() {
   if (attempt_ == nullptr) return;
+  // GLib looks at the cancellable between its steps only, and authentication is one that may block
+  // for good. So nobody waits for the callback; it finds the attempt abandoned whenever it comes.
   std::exchange(attempt_, nullptr)->abandon();
   failed("it does not answer", true);
 }
@@ -152,6 +158,7 @@ void BusConnection::joined(GObjectPtr<GDBusConnection> connection) {
   settled_ = true;
   joinedAt_ = std::chrono::steady_clock::now();
   connection_ = std::move(connection);
+  // GLib ends the whole process with a message bus connection unless it is told not to.
   g_dbus_connection_set_exit_on_close(connection_.get(), FALSE);
   // GDBus reports the end of a connection in the context in which it was made: the main one.
   const auto closed = +[](GDBusConnection*, gboolean, GError* error, gpointer self) {
@@ -180,6 +187,7 @@ void BusConnection::lost(const std::string& reason) {
   absent_ = true;
   // A bus that drops every connection at once must not be asked without end.
   if (std::chrono::steady_clock::now() - joinedAt_ > kProvenAfter) retries_ = 0;
+  // Told before the connection is dropped: unsubscribing needs it, though it is closed.
   forEachObserver("lost", [](const Observer& observer) {
     if (observer.lost) observer.lost();
   });
@@ -198,6 +206,8 @@ void BusConnection::scheduleRetry(bool silentBus) {
   const bool told = !socketPath_.empty() && !silentBus;
   const bool nobodyThere = told && ::access(socketPath_.c_str(), F_OK) != 0;
   if (nobodyThere || (told && retries_ >= kRetriesOfABurst)) return;
+  // The exponent is bounded before it is used, since shifting further than the type is wide is
+  // undefined.
   const auto delay = std::min(kLongestRetry, kFirstRetry * (1 << std::min(retries_++, 10)));
   retryTimer_ = loop_.scheduleTimer(delay, false, [this] { attempt(); });
 }

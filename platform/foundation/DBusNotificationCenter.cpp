@@ -9,6 +9,7 @@ namespace tarvo {
 
 DBusNotificationCenter::DBusNotificationCenter(BusConnection& bus, LogSink log)
     : bus_(bus), log_(std::move(log)) {
+  // From here on subscriptions follow the bus, whether it is there already or comes later.
   bus_.addObserver(
       this, [this](GDBusConnection*) { subscribeAll(); }, [this] { forgetSubscriptions(); });
 }
@@ -46,6 +47,7 @@ void DBusNotificationCenter::post(std::string_view name) {
     logTo(log_, LogLevel::kWarning, "no session bus: notification " + member + " is dropped");
     return;
   }
+  // GLib treats a wrong name as a programming error and may abort; names come from clients.
   if (!g_dbus_is_member_name(member.c_str())) {
     logTo(log_, LogLevel::kError, "no distributed notification can be named '" + member + "'");
     return;
@@ -66,6 +68,8 @@ void DBusNotificationCenter::received(GDBusConnection* /*connection*/, const cha
 }
 
 void DBusNotificationCenter::deliver(const std::string& name) {
+  // A handler may add and remove observers: the copy is walked, and the list is asked who is still
+  // there.
   const auto registrations = registrations_;
   for (const auto& entry : registrations) {
     const bool stays = std::ranges::any_of(registrations_, [&](const auto& other) {
@@ -76,8 +80,11 @@ void DBusNotificationCenter::deliver(const std::string& name) {
 }
 
 void DBusNotificationCenter::subscribe(const std::string& name) {
+  // Without a bus nothing is subscribed; subscribeAll() makes up for it.
   if (bus_.connection() == nullptr || subscriptions_.contains(name)) return;
   subscriptions_[name] = g_dbus_connection_signal_subscribe(
+      // No sender is named, so that every process of the user is heard; the bus matches name and
+      // path for us.
       bus_.connection(), nullptr, kDistributedNotificationInterface, name.c_str(),
       kDistributedNotificationPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, received, this, nullptr);
 }

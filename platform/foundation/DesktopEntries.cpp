@@ -15,6 +15,8 @@ namespace tarvo {
 namespace {
 
 constexpr std::string_view kSuffix = ".desktop";
+// Entries are a few kilobytes, even with every language in them. The user's folder can hold
+// anything, a loop of folders included, so both size and depth are bounded.
 constexpr std::size_t kLongestEntry = 1 << 20;
 constexpr int kDeepestFolder = 4;
 /// A folder that was modified so shortly before it is read can be modified again without a new
@@ -34,6 +36,8 @@ timespec modificationTime(const std::string& folder) {
 
 /// The executable that `program` names, without symbolic links; none when it is not installed.
 std::optional<std::string> resolvedProgram(const std::string& program) {
+  // The specification allows an absolute path or a bare name. A path relative to who knows what is
+  // neither.
   const bool isPath = program.find('/') != std::string::npos;
   if (program.empty() || (isPath && program.front() != '/')) return std::nullopt;
   const std::string found = isPath ? program : takeText(g_find_program_in_path(program.c_str()));
@@ -50,6 +54,7 @@ std::optional<std::string> programOfExec(std::string_view exec) {
   bool quoted = false;
   for (std::size_t i = 0; i < exec.size(); ++i) {
     const char c = exec[i];
+    // Quotes may open anywhere in the wild, though the specification quotes whole arguments.
     if (c == '"') {
       quoted = !quoted;
     } else if (!quoted && (c == ' ' || c == '\t')) {
@@ -78,6 +83,7 @@ std::vector<std::string> DesktopEntries::applicationFolders() {
 }
 
 std::vector<std::string> DesktopEntries::identifiersOfExecutable(const std::string& executable) {
+  // A few stat() calls when somebody asks are cheaper than watching the folders all day.
   if (!isCurrent()) readAll();
   resolveWaiting();
   std::vector<std::string> found;
@@ -104,6 +110,7 @@ void DesktopEntries::readAll() {
 
 void DesktopEntries::readFolder(const std::string& folder, const std::string& idPrefix, int depth,
                                 std::set<std::string>& known) {
+  // Taken before the folder is read: what changes while it is read shows as a newer time.
   const timespec modified = modificationTime(folder);
   const bool settled = modified.tv_sec < std::time(nullptr) - kClockGrain;
   stamps_.push_back({folder, settled ? std::optional(modified) : std::nullopt});
@@ -115,6 +122,8 @@ void DesktopEntries::readFolder(const std::string& folder, const std::string& id
     path.append("/").append(name);
     if (name.ends_with(kSuffix)) {
       const auto identifier = idPrefix + name.substr(0, name.size() - kSuffix.size());
+      // The id is taken even if the file turns out to be hidden or malformed: that is how a user
+      // hides an entry of the system.
       if (known.insert(identifier).second) readEntry(path, identifier);
     } else if (item->d_type == DT_DIR && !name.starts_with('.') && depth < kDeepestFolder) {
       readFolder(path, idPrefix + name + "-", depth + 1, known);
@@ -144,9 +153,12 @@ void DesktopEntries::readEntry(const std::string& file, const std::string& ident
 
 void DesktopEntries::resolveWaiting() {
   std::erase_if(waiting_, [this](const auto& entry) {
+    // A program may be installed after its entry, which changes no folder of entries: what is not
+    // found is looked for again each time.
     const auto executable = resolvedProgram(entry.first);
     if (!executable) return false;
     const auto [first, last] = identifiers_.equal_range(*executable);
+    // Exec and TryExec often name the same program.
     const bool isNew =
         std::none_of(first, last, [&](const auto& known) { return known.second == entry.second; });
     if (isNew) identifiers_.emplace(*executable, entry.second);

@@ -14,6 +14,7 @@ namespace tarvo {
 
 /// The program that an entry's Exec value starts, unquoted and without its arguments; none when the
 /// value is malformed.
+/// Quoting and field codes are those of the Desktop Entry Specification, "The Exec key".
 std::optional<std::string> programOfExec(std::string_view exec);
 
 /// Only the programs of the entries are kept, and read again when a folder has changed since.
@@ -24,6 +25,7 @@ class DesktopEntries {
   /// is "applications" in the user's and the system's data folders.
   explicit DesktopEntries(std::vector<std::string> folders = applicationFolders());
 
+  /// In order of precedence: the user's folder first.
   static std::vector<std::string> applicationFolders();
 
   /// Ids of the entries whose Exec or TryExec resolves to `executable`, an absolute path without
@@ -50,6 +52,7 @@ class DesktopEntries {
   void resolveWaiting();
 
   std::vector<std::string> folders_;
+  /// Every folder that was read, subfolders included; empty before the first question.
   std::vector<Stamp> stamps_;
   std::multimap<std::string, std::string> identifiers_;  ///< by resolved executable
   /// Programs that are not installed (yet), with the ids of their entries.

@@ -82,6 +82,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
 void GlibRunLoop::WorkQueue::push(std::function<void()> work) {
   const std::scoped_lock lock(mutex_);
   waiting_.push_back(std::move(work));
+  // The source is attached already while anything else waits. Attaching wakes the main thread.
   if (waiting_.size() > 1) return;
   source_ = AttachedSource(attached(g_idle_source_new(), priority_, dispatch, this));
 }
@@ -90,12 +91,15 @@ std::function<void()> GlibRunLoop::WorkQueue::takeFirst() {
   const std::scoped_lock lock(mutex_);
   auto work = std::move(waiting_.front());
   waiting_.pop_front();
+  // Still within the lock, or a push from another thread could find the old source attached and
+  // rely on it.
   if (waiting_.empty()) source_.reset();
   return work;
 }
 
 gboolean GlibRunLoop::WorkQueue::dispatch(gpointer self) {
   auto& queue = *static_cast<WorkQueue*>(self);
+  // Taken off before it runs, so that it may push and may raise without being called again.
   guardedEntry(queue.log_, queue.name_, [&] { queue.takeFirst()(); });
   return G_SOURCE_CONTINUE;  // the queue takes its source away itself when it runs empty
 }
@@ -122,6 +126,7 @@ void GlibRunLoop::quit() {
 }
 
 void GlibRunLoop::quitOnTerminationSignals() {
+  // GLib turns the signal into a source, so nothing runs in the handler itself.
   const auto end = [](gpointer self) -> gboolean {
     static_cast<GlibRunLoop*>(self)->quit();
     return G_SOURCE_CONTINUE;
@@ -133,6 +138,7 @@ void GlibRunLoop::quitOnTerminationSignals() {
 
 std::shared_ptr<Timer> GlibRunLoop::scheduleTimer(std::chrono::milliseconds interval, bool repeats,
                                                   std::function<void()> fire) {
+  // Here, where the list grows, so that it stays as long as the number of live timers.
   std::erase_if(timers_, [](const auto& entry) { return entry.expired(); });
   auto timer = std::make_shared<GlibTimer>(interval, repeats, std::move(fire), log_);
   timer->arm(interval);

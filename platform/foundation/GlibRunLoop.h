@@ -24,6 +24,7 @@ class GlibTimer;
 /// dropped without being called.
 class GlibRunLoop : public RunLoop {
  public:
+  /// `log` hears of exceptions that callbacks raise, under the name of the call that made them.
   explicit GlibRunLoop(LogSink log);
   ~GlibRunLoop() override;
   GlibRunLoop(const GlibRunLoop&) = delete;
@@ -34,11 +35,17 @@ class GlibRunLoop : public RunLoop {
   /// Ends run() after the callback that calls it.
   void quit();
   /// SIGTERM and SIGINT end run().
+  /// The handlers stay in place while the loop object lives, so a second signal ends nothing harder
+  /// than the first.
   void quitOnTerminationSignals();
 
+  /// A repeating timer has one firing ahead of it at most, so those that a slow
+  /// callback misses do not pile up.
   std::shared_ptr<Timer> scheduleTimer(std::chrono::milliseconds interval, bool repeats,
                                        std::function<void()> fire) override;
+  /// Any thread. Runs at the default priority, between other sources.
   void performOnMainThread(std::function<void()> work) override;
+  /// Runs when no source of default priority is ready.
   void performWhenIdle(std::function<void()> work) override;
 
  private:
@@ -48,15 +55,18 @@ class GlibRunLoop : public RunLoop {
    public:
     WorkQueue(int priority, const char* name, const LogSink& log)
         : priority_(priority), name_(name), log_(log) {}
+    /// Attaches the source with the first call that waits, which wakes the main thread.
     void push(std::function<void()> work);  ///< any thread
 
    private:
     static gboolean dispatch(gpointer self);
+    /// The source leaves the loop with the last call: an idle agent has no source that wakes it.
     std::function<void()> takeFirst();
 
     int priority_;
     const char* name_;
     const LogSink& log_;
+    /// Guards the calls and the source: push() may come from any thread while dispatch() runs.
     std::mutex mutex_;
     std::deque<std::function<void()>> waiting_;
     AttachedSource source_;  // last, so that it leaves the loop before what it touches goes
@@ -66,7 +76,10 @@ class GlibRunLoop : public RunLoop {
   GMainLoopPtr loop_;
   WorkQueue deferred_;
   WorkQueue idle_;
+  /// Timers hold a reference to the log sink, so those that outlive the loop are invalidated with
+  /// it. The loop keeps none of them alive by this list.
   std::vector<std::weak_ptr<GlibTimer>> timers_;
+  /// The watches of the termination signals.
   std::vector<AttachedSource> signals_;
 };
 

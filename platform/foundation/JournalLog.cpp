@@ -17,6 +17,7 @@ namespace {
 bool standardErrorLeadsNowhere() {
   struct stat ours {};
   struct stat null {};
+  // A service manager or a desktop may start the agent with either; lines would be lost there.
   if (::fstat(STDERR_FILENO, &ours) != 0) return true;
   return S_ISCHR(ours.st_mode) && ::stat("/dev/null", &null) == 0 && ours.st_rdev == null.st_rdev;
 }
@@ -52,6 +53,7 @@ GLogLevelFlags glibLevelOf(LogLevel level) {
 
 std::string printable(std::string_view line) {
   std::string text;
+  // Bytes above 0x7F are left alone: a line is UTF-8, and terminals know how to show it.
   text.reserve(line.size() + 1);
   for (const char c : line) {
     const auto byte = static_cast<unsigned char>(c);
@@ -93,6 +95,8 @@ LogSink JournalLog::sink() {
 }
 
 bool JournalLog::writeToJournal(LogLevel level, std::string_view line) const {
+  // Given as fields, not by g_log: that would put GLib's own prefix before the line and obey
+  // G_MESSAGES_DEBUG. The length is given, so that no zero byte ends the text.
   const std::array<GLogField, 3> fields{{
       {"MESSAGE", line.data(), static_cast<gssize>(line.size())},
       {"PRIORITY", priorityOf(level), -1},

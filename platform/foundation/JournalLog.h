@@ -13,6 +13,8 @@ namespace tarvo {
 /// journal. No text is ever taken for a format.
 class JournalLog : public SystemLog {
  public:
+  /// kAutomatic chooses as said above, once, at construction; kStandardError is for programs that a
+  /// person runs.
   enum class Destination { kAutomatic, kStandardError };
 
   explicit JournalLog(std::string identifier = "tarvo-agent",

@@ -13,6 +13,7 @@
 namespace tarvo {
 namespace {
 
+// The carriage return counts as a blank, which takes care of CR LF.
 constexpr std::string_view kBlanks = " \t\r";
 
 std::string_view takeLine(std::string_view& rest) {
@@ -37,6 +38,8 @@ std::optional<int> readKeyFile(std::string_view text,
     ++current.number;
     if (line.empty() || line.front() == '#') continue;
     if (line.front() == '[') {
+      // A group needs a name; the Desktop Entry Specification knows no line end after the bracket
+      // either.
       if (line.size() < 3 || line.back() != ']') return current.number;
       current.group = line.substr(1, line.size() - 2);
       continue;
@@ -60,6 +63,7 @@ std::optional<std::string> unescapedKeyFileValue(std::string_view value) {
       text += value[i];
       continue;
     }
+    // The two lists run side by side: the letter's place is its meaning's place.
     const auto which = ++i < value.size() ? kLetters.find(value[i]) : std::string_view::npos;
     if (which == std::string_view::npos) return std::nullopt;
     text += kMeanings[which];
@@ -78,6 +82,7 @@ std::optional<std::string> readWholeFile(const std::string& path, std::size_t li
       ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));  // not held up by a FIFO
   struct stat status {};
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0) return fail(errno);
+  // open() succeeds on folders, devices and sockets' kin as well; reading one could wait for ever.
   if (S_ISDIR(status.st_mode)) return fail(EISDIR);
   if (!S_ISREG(status.st_mode)) return fail(EINVAL);
 

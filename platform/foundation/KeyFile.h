@@ -8,6 +8,7 @@
 
 namespace tarvo {
 
+/// A "key=value" line. The views lie in the text that is being read.
 struct KeyFileLine {
   int number = 0;          ///< from 1
   std::string_view group;  ///< empty before the first group

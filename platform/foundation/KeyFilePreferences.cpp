@@ -27,6 +27,8 @@ std::optional<bool> booleanOf(std::string_view value) {
 
 KeyFilePreferences::KeyFilePreferences(const LogSink& log,
                                        const std::optional<std::string>& configFile) {
+  // A file that the caller names is meant: when it cannot be read, going on without it would hide
+  // the mistake.
   if (configFile) {
     std::string reason;
     const auto content = readWholeFile(*configFile, kLongestFile, &reason);
@@ -57,6 +59,7 @@ void KeyFilePreferences::readFile(const std::string& path, const LogSink& log) {
   std::string reason;
   if (const auto content = readWholeFile(path, kLongestFile, &reason)) {
     takeText(path, *content, log);
+    // Most users have no file, and that is no news.
   } else if (errno != ENOENT && errno != ENOTDIR) {
     logTo(log, LogLevel::kWarning, path + " is ignored: " + reason);
   }
@@ -67,9 +70,11 @@ void KeyFilePreferences::takeText(const std::string& path, std::string_view cont
   const auto warn = [&](int line, const std::string& what) {
     logTo(log, LogLevel::kWarning, path + ", line " + std::to_string(line) + ": " + what);
   };
+  // Collected first, since a malformed file counts for nothing at all.
   Values values;
   const auto malformed = readKeyFile(content, [&](const KeyFileLine& line) {
     const auto value = unescapedKeyFileValue(line.value);
+    // Values go into logs, JSON and D-Bus messages, all of which require UTF-8.
     const bool valid =
         value && g_utf8_validate(value->data(), static_cast<gssize>(value->size()), nullptr) != 0;
     if (!valid) {

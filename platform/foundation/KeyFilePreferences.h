@@ -28,10 +28,13 @@ class KeyFilePreferences : public UserDefaults {
   explicit KeyFilePreferences(const LogSink& log,
                               const std::optional<std::string>& configFile = std::nullopt);
 
+  /// Where a file has no boolean under the key, what a lower file has shows through.
   std::optional<bool> boolForKey(std::string_view key) const override;
+  /// The value with its escapes resolved, as the highest file has it; always valid UTF-8.
   std::optional<std::string> text(std::string_view group, std::string_view key) const override;
 
  private:
+  /// Value by group and key.
   using Values = std::map<std::pair<std::string, std::string>, std::string>;
 
   /// Reads `path` where it exists; anything else that stands in the way is logged.

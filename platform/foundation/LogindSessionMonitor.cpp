@@ -22,6 +22,8 @@ constexpr int kAnswerTimeoutMilliseconds = 5000;
 /// The value in the answer to Properties.Get, when it is of `type`; null otherwise.
 GVariantPtr propertyValue(GVariant* answer, const char* type) {
   if (!g_variant_is_of_type(answer, G_VARIANT_TYPE("(v)"))) return nullptr;
+  // The service is trusted with the truth, not with its types: GLib would abort on a format that
+  // does not fit.
   GVariant* value = nullptr;
   g_variant_get(answer, "(v)", &value);
   GVariantPtr owner(value);
@@ -42,6 +44,7 @@ struct LogindSessionMonitor::Call {
     GErrorHolder error;
     const GVariantPtr answer(
         g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, error.out()));
+    // Cancelled conversations are over, and with them the monitor may be.
     if (error.matches(G_IO_ERROR, G_IO_ERROR_CANCELLED)) return;
     LogindSessionMonitor* monitor = call->monitor;
     guardedEntry(monitor->log_, "LogindSessionMonitor", [&] {
@@ -68,6 +71,7 @@ void LogindSessionMonitor::start(NotificationCenter& workspace) {
       this, [this](GDBusConnection*) { joined(); }, [this] { left(); });
 }
 
+// Subscribed before anything is asked, so that a service that starts in between is not missed.
 void LogindSessionMonitor::joined() {
   const auto changed = +[](GDBusConnection*, const char*, const char*, const char*, const char*,
                            GVariant* arguments, gpointer self) {
@@ -120,6 +124,7 @@ void LogindSessionMonitor::askDisplay() {
 }
 
 void LogindSessionMonitor::displayTold(const std::string& sessionPath) {
+  // The same session told again still has its state read: that may be what has changed.
   if (sessionPath != sessionPath_) {
     unfollow(sessionSubscription_);
     sessionPath_ = sessionPath;
@@ -156,6 +161,7 @@ void LogindSessionMonitor::ownerChanged(GVariant* arguments) {
 }
 
 void LogindSessionMonitor::unanswered(const std::string& reason) {
+  // Each step of a conversation may fail by itself; one line tells it all.
   if (std::exchange(absenceLogged_, true)) return;
   logTo(log_, LogLevel::kInfo,
         "session state is not told, the session counts as " +
@@ -165,6 +171,7 @@ void LogindSessionMonitor::unanswered(const std::string& reason) {
 void LogindSessionMonitor::setActive(bool active) {
   absenceLogged_ = false;
   if (active == active_) return;
+  // Changed before it is posted, for handlers that ask in their turn.
   active_ = active;
   workspace_->post({std::string(active ? kSessionDidBecomeActive : kSessionDidResignActive), {}});
 }

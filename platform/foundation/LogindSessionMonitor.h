@@ -23,23 +23,30 @@ class LogindSessionMonitor : public SessionMonitor {
   LogindSessionMonitor(const LogindSessionMonitor&) = delete;
   LogindSessionMonitor& operator=(const LogindSessionMonitor&) = delete;
 
+  /// To be called once. Posts come from the main loop, never from within start().
   void start(NotificationCenter& workspace) override;
 
  private:
+  /// A method call under way, with who waits for it.
   struct Call;
   using Answer = std::function<void(GVariant*)>;
   using Ask = void (LogindSessionMonitor::*)();
 
   void joined();  ///< the system bus is there
   void left();    ///< the system bus has gone
+  /// The bus driver's NameOwnerChanged for login1: (name, old owner, new owner) (D-Bus
+  /// Specification, "Message Bus Messages").
   void ownerChanged(GVariant* arguments);
   /// Asks for the user, then its displayed session, then that one's state; earlier answers are
   /// void from here on.
   void beginConversation();
+  /// Cancels what is being asked and follows nothing any more, except whether login1 comes back.
   void endConversation();
+  /// Reads the User's "Display": (session id, object path).
   void askDisplay();
   /// `sessionPath` is the session's object, "/" when the user has none.
   void displayTold(const std::string& sessionPath);
+  /// Reads the Session's "Active": true while it is in the foreground of its seat.
   void askActive();
   /// Takes over the told state and posts it when it differs.
   void setActive(bool active);
@@ -50,15 +57,19 @@ class LogindSessionMonitor : public SessionMonitor {
             Answer answer);
   /// Calls `ask` whenever a property of `interface` at `path` has changed.
   guint follow(const std::string& path, const char* interface, Ask ask);
+  /// Ends a subscription and sets it to 0; 0 is none.
   void unfollow(guint& subscription);
 
   BusConnection& bus_;
   LogSink log_;
   NotificationCenter* workspace_ = nullptr;
+  /// The state that was told last; what clients assume at the start.
   bool active_ = true;
   bool absenceLogged_ = false;
+  /// Objects of login1 that are followed; empty when not known.
   std::string userPath_;
   std::string sessionPath_;
+  /// Signal subscriptions on the connection that is there now; 0 for none.
   guint ownerSubscription_ = 0;
   guint userSubscription_ = 0;
   guint sessionSubscription_ = 0;

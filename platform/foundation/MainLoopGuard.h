@@ -16,6 +16,8 @@
 namespace tarvo {
 
 /// Logs "handling uncaught exception in NAME: REASON" for `raised`. Any thread; raises nothing.
+/// Known exceptions tell their reason; anything else is "unknown exception". A log that fails is
+/// passed over in silence.
 void logUncaughtException(const LogSink& log, const char* name,
                           const std::exception_ptr& raised) noexcept;
 
@@ -23,6 +25,7 @@ void logUncaughtException(const LogSink& log, const char* name,
 /// default value (false, null, 0). A source that must outlive a failure returns its constant
 /// outside of the guard.
 template <typename Entry>
+/// Not for use around code whose caller can handle an exception: it ends here.
 auto guardedEntry(const LogSink& log, const char* name, Entry&& entry) noexcept {
   using Result = std::invoke_result_t<Entry>;
   try {

@@ -39,6 +39,7 @@ class Overrides {
   void list(const char* key, std::vector<std::string>& field) const {
     const auto value = defaults_.text("Maker", key);
     if (!value) return;
+    // An empty list is a list: it says that no model is one of these.
     std::vector<std::string> items;
     for (std::string_view rest = *value; !rest.empty();) {
       const std::string_view item = rest.substr(0, rest.find(';'));
@@ -69,6 +70,7 @@ class Overrides {
 
 MakerConstants MakerConstants::load(const UserDefaults& defaults, const LogSink& log) {
   MakerConstants constants;
+  // Known to the build alone, so it is no default of the structure.
   constants.agentBundlePath = TARVO_INSTALLED_BUNDLE;
 
   const Overrides overrides(defaults, log);
@@ -86,6 +88,7 @@ MakerConstants MakerConstants::load(const UserDefaults& defaults, const LogSink&
   // The environment wins, so that a built agent can be tried beside an installed one.
   const char* bundle = std::getenv("TARVO_AGENT_BUNDLE");
   if (bundle != nullptr && *bundle != '\0') {
+    // Made absolute at once: the working folder may change later, and helpers start in another.
     constants.agentBundlePath = takeText(g_canonicalize_filename(bundle, nullptr));
   }
   return constants;

@@ -11,15 +11,26 @@
 
 namespace tarvo {
 
+/// A plain value, made once at start and handed to whoever needs it.
 struct MakerConstants {
+  /// USB vendor ID by which the maker's devices are told from others (idVendor of the device
+  /// descriptor, USB 2.0, 9.6.1).
   std::uint16_t usbVendorID = 0xF055;
+  /// VendorExtensionID of the DeviceInfo data set of a device that speaks the maker's operations
+  /// (ISO 15740, 5.5.1).
   std::uint32_t ptpVendorExtensionID = 0x00005452;
+  /// Manufacturer as the devices' DeviceInfo has it.
   std::string manufacturer = "Tarvo Imaging";
+  /// Models of the earliest series, which lack what later ones offer.
   std::vector<std::string> legacyModels = {"Tarvo Lumo 100", "Tarvo Lumo 200", "Tarvo Lumo 300"};
+  /// Models to which every file is sent as an undefined object (format 0x3000, ISO 15740), under
+  /// their name with the maker in front and with maker and family in front.
   std::vector<std::string> undefinedFormatModels = {"Tarvo N10", "Tarvo N20"};
   std::vector<std::string> undefinedFormatModelsWithFamily = {"Tarvo Lumo N10", "Tarvo Lumo N20"};
+  /// Desktop-entry ids of the applications that the agent launches and is launched by.
   std::string relayBundleIdentifier = "com.tarvo.Relay";
   std::string helperBundleIdentifier = "com.tarvo.Helper";
+  /// Stands where the serial number of a volume device is shown: a volume has none.
   std::string volumeSerialPlaceholder = "(volume: no serial number)";
   std::string agentBundlePath;  ///< absolute; the default is the installed bundle
 

@@ -20,6 +20,8 @@
 
 namespace tarvo {
 
+/// What is posted. It is lent to each handler for the length of its call; who needs it later copies
+/// it, which keeps the sender alive.
 struct Notification {
   std::string name;
   std::shared_ptr<Object> object;  ///< the sender; may be null
@@ -27,6 +29,8 @@ struct Notification {
 };
 
 /// Main thread only. Exceptions of a handler reach the poster; later observers are then not called.
+/// Nothing is delivered to who joins from within a handler of the same notification. A process has
+/// two: its own and the workspace's.
 class NotificationCenter {
  public:
   using Handler = std::function<void(const Notification&)>;
@@ -35,14 +39,19 @@ class NotificationCenter {
   /// the handler hears that sender alone; the centre does not keep the sender alive.
   void addObserver(const void* observer, std::string name, Handler handler,
                    const Object* sender = nullptr);
+  /// Ends every registration of `observer`; one that has none is no error.
   void removeObserver(const void* observer);
+  /// Ends the registrations for `name` alone.
   void removeObserver(const void* observer, std::string_view name);
   /// Drops every registration that filters on `sender`.
+  /// Called when the sender goes, so that a later object at the same address is not taken for it.
   void removeObserversOfSender(const Object* sender);
 
+  /// Returns when every observer has been called. A handler may post in its turn.
   void post(const Notification& notification);
 
  private:
+  /// Shared, so that one that is removed during a delivery stays whole until the delivery is over.
   struct Registration {
     const void* observer;
     std::string name;
@@ -50,6 +59,7 @@ class NotificationCenter {
     Handler handler;
     bool removed = false;
   };
+  /// Removes what meets the condition, handlers last.
   void removeIf(const std::function<bool(const Registration&)>& condition);
 
   std::vector<std::shared_ptr<Registration>> registrations_;

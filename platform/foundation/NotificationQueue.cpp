@@ -9,6 +9,7 @@ void NotificationQueue::enqueue(Notification notification, PostingStyle style) {
     center_.post(notification);
     return;
   }
+  // The centre is captured by itself: the queue may be gone by the time the loop is idle.
   loop_.performWhenIdle(
       [&center = center_, waiting = std::move(notification)] { center.post(waiting); });
 }

@@ -9,6 +9,7 @@ namespace tarvo {
 
 /// The decimal or 0x... number that all of `text` is; none when it is none, is negative or is above
 /// `maximum`.
+/// Blanks and signs are no part of a number.
 std::optional<std::uint64_t> numberOf(std::string_view text, std::uint64_t maximum);
 
 }  // namespace tarvo

@@ -30,6 +30,7 @@ PathWatch::PathWatch(const std::string& path, std::function<void()> appeared, Lo
     : path_(takeText(g_canonicalize_filename(path.c_str(), "/"))),
       appeared_(std::move(appeared)),
       log_(std::move(log)),
+      // Not blocking, since it is read until nothing is left.
       inotify_(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
   if (!inotify_.isOpen()) {
     logTo(log_, LogLevel::kWarning,
@@ -47,22 +48,26 @@ PathWatch::~PathWatch() = default;
 
 void PathWatch::watchNearestFolder() {
   std::string entry = path_;
+  std::string unwatchable;  // there, but a file or a folder that may not be read
   while (entry != "/") {
     const std::string folder = parentOf(entry);
     if (!watchFolder(folder)) {
       entry = folder;
       continue;
     }
+    // Set before the entry is looked for: an event may be waiting already.
     awaited_ = entry.substr(entry.find_last_of('/') + 1);
-    // What came into being before the watch was there is not announced.
-    if (entry == path_ || ::access(entry.c_str(), X_OK) != 0) return;
-    entry = path_;
+    // What came into being before the watch was there is not announced, so it is looked for again;
+    // once only, since an entry that is there and still cannot be watched would be found for ever.
+    if (entry == path_ || entry == unwatchable || ::access(entry.c_str(), X_OK) != 0) return;
+    unwatchable = std::exchange(entry, path_);
   }
 }
 
 bool PathWatch::watchFolder(const std::string& folder) {
   const int watch = inotify_add_watch(inotify_.get(), folder.c_str(), kFolderEvents);
   if (watch < 0) return false;
+  // Adding the same folder again gives the same number, which must not be removed then.
   if (folderWatch_ >= 0 && folderWatch_ != watch) inotify_rm_watch(inotify_.get(), folderWatch_);
   folderWatch_ = watch;
   return true;
@@ -76,12 +81,14 @@ gboolean PathWatch::readable(int /*fd*/, GIOCondition /*condition*/, gpointer se
 
 void PathWatch::readEvents() {
   alignas(inotify_event) std::array<char, 4096> buffer;
+  // A busy folder brings many events at once; one look at the path answers them all.
   bool concerned = false;
   for (ssize_t size = 0; (size = ::read(inotify_.get(), buffer.data(), buffer.size())) > 0;) {
     for (ssize_t at = 0; at < size;) {
       inotify_event event{};
       // Events are packed with names of any length, so they are not taken in place.
       std::memcpy(&event, buffer.data() + at, sizeof event);
+      // Padded with zeros by the kernel, so it always ends.
       const char* name = buffer.data() + at + sizeof event;
       const bool folderGone = (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED)) != 0;
       if (event.wd == folderWatch_ && (folderGone || (event.len > 0 && awaited_ == name))) {

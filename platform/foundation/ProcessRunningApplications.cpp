@@ -16,6 +16,7 @@
 namespace tarvo {
 namespace {
 
+// Both files that are read are a line or two.
 constexpr std::size_t kLongestProcFile = 1 << 16;
 
 /// systemd's \xNN escapes resolved.
@@ -41,6 +42,7 @@ std::optional<pid_t> processNumber(std::string_view name) {
 
 /// The innermost application among the folders of a control group's path.
 std::optional<std::string> applicationOfGroupPath(std::string_view path) {
+  // A process may run in a scope of its own below its application's service, so every level counts.
   while (!path.empty()) {
     const auto slash = path.rfind('/');
     const auto unit = slash == std::string_view::npos ? path : path.substr(slash + 1);
@@ -69,6 +71,7 @@ std::optional<std::string> applicationOfUnit(std::string_view unit) {
   } else {
     unit = unit.substr(0, unit.find('@'));
   }
+  // An id has its own hyphens escaped, so whatever stands before a plain one is the launcher.
   const auto launcher = unit.rfind('-');
   if (launcher != std::string_view::npos) unit.remove_prefix(launcher + 1);
   return unit.empty() ? std::nullopt : std::optional(unescapedUnit(unit));
@@ -89,6 +92,8 @@ std::vector<RunningApplication> ProcessRunningApplications::launchedApplications
 }
 
 std::optional<std::string> ProcessRunningApplications::launcherIdentifier() {
+  // The parent is the launcher as long as it lives; after that it is the session's reaper, which is
+  // no application.
   const auto identifiers = identifiersOf(::getppid());
   return identifiers.empty() ? std::nullopt : std::optional(identifiers.front());
 }
@@ -99,6 +104,8 @@ std::vector<pid_t> ProcessRunningApplications::processesOfUser() const {
   while (const dirent* item = listing ? ::readdir(listing.get()) : nullptr) {
     const auto pid = processNumber(item->d_name);
     struct stat status {};
+    // The folder belongs to the effective user of the process. A process that goes meanwhile fails
+    // here, and is left out.
     const bool mine = pid && ::fstatat(::dirfd(listing.get()), item->d_name, &status, 0) == 0 &&
                       status.st_uid == ::getuid();
     if (mine) pids.push_back(*pid);
@@ -112,6 +119,7 @@ bool ProcessRunningApplications::isZombie(pid_t pid) const {
   if (!stat) return true;  // it has just gone
   // The name stands in brackets and may hold any character; the state is the field behind it.
   const auto bracket = stat->rfind(')');
+  // "Z" has ended and "X" is just being removed (proc(5)).
   return bracket == std::string::npos || stat->compare(bracket, 3, ") Z") == 0 ||
          stat->compare(bracket, 3, ") X") == 0;
 }
@@ -146,6 +154,7 @@ std::optional<std::string> ProcessRunningApplications::identifierOfControlGroup(
 std::optional<std::string> ProcessRunningApplications::executableOf(pid_t pid) const {
   constexpr std::string_view kDeleted = " (deleted)";
   std::array<char, PATH_MAX> buffer;
+  // Readable for processes of this user only, and not even for those that hide from tracing.
   const ssize_t size = ::readlink(fileOf(pid, "exe").c_str(), buffer.data(), buffer.size());
   if (size <= 0) return std::nullopt;
   std::string executable(buffer.data(), static_cast<std::size_t>(size));

@@ -20,6 +20,8 @@ namespace tarvo {
 /// application's.
 std::optional<std::string> applicationOfUnit(std::string_view unit);
 
+/// Reads the process table at each call and keeps nothing of it: an idle agent follows no process.
+/// Main thread only.
 class ProcessRunningApplications : public RunningApplications {
  public:
   /// `procFolder` is the process table as proc(5) describes it.
@@ -41,8 +43,10 @@ class ProcessRunningApplications : public RunningApplications {
   std::optional<std::string> identifierOfControlGroup(pid_t pid) const;
   /// Path of the executable; none for a process that may not be looked into.
   std::optional<std::string> executableOf(pid_t pid) const;
+  /// Path of a file of the process's folder in the process table.
   std::string fileOf(pid_t pid, std::string_view name) const;
 
+  /// Not constant, since it reads its folders when it is asked.
   DesktopEntries entries_;
   std::string procFolder_;
 };

@@ -12,7 +12,9 @@ namespace tarvo {
 class Timer {
  public:
   virtual ~Timer() = default;
+  /// False once it was invalidated or, not repeating, has fired.
   virtual bool isValid() const = 0;
+  /// Never fires again and lets go of what its callback holds. May be called from that callback.
   virtual void invalidate() = 0;
   /// Moves the next firing to `delay` from now.
   virtual void setFireDelay(std::chrono::milliseconds delay) = 0;
@@ -23,6 +25,7 @@ class Timer {
 class RunLoop {
  public:
   virtual ~RunLoop() = default;
+  /// First fires `interval` from now, then, if it `repeats`, at that interval.
   virtual std::shared_ptr<Timer> scheduleTimer(std::chrono::milliseconds interval, bool repeats,
                                                std::function<void()> fire) = 0;
   /// Calls `work` on the main loop's next turn, without waiting.

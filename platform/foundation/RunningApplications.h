@@ -9,12 +9,15 @@
 
 namespace tarvo {
 
+/// A process with the application that it is known to belong to.
 struct RunningApplication {
   pid_t pid = 0;
   std::string bundleIdentifier;  ///< desktop-entry id, for example "com.tarvo.Relay"
 };
 
 /// Main thread only.
+/// The list is a look at one moment: a process may have ended, or become another program, by the
+/// time it is used. Ids are those of desktop entries, without ".desktop".
 class RunningApplications {
  public:
   virtual ~RunningApplications() = default;

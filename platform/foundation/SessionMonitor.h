@@ -7,6 +7,7 @@
 
 namespace tarvo {
 
+/// Posted without a sender and without further information.
 inline constexpr std::string_view kSessionDidBecomeActive =
     "NSWorkspaceSessionDidBecomeActiveNotification";
 inline constexpr std::string_view kSessionDidResignActive =
@@ -15,6 +16,7 @@ inline constexpr std::string_view kSessionDidResignActive =
 /// Posts kSessionDidBecomeActive and kSessionDidResignActive on the workspace notification centre
 /// whenever the state changes, and resign once soon after start when the session is inactive then.
 /// Without a session service the session counts as active, with one log line. Main thread only.
+/// "Active" is logind's word: in the foreground, so that this user sits at the machine.
 class SessionMonitor {
  public:
   virtual ~SessionMonitor() = default;

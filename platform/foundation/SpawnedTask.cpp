@@ -100,6 +100,7 @@ void SpawnedTask::launch() {
 
 int SpawnedTask::spawn() {
   // A folder would only be refused as "permission denied".
+  // posix_spawn tells most causes by itself, in the words of exec.
   struct stat status {};
   if (::stat(launchPath_.c_str(), &status) != 0) return errno;
   if (S_ISDIR(status.st_mode)) return EISDIR;
@@ -115,6 +116,8 @@ int SpawnedTask::spawn() {
     if (const int error = makePipe(standardError); error != 0) return error;
     setup.setStandardError(standardError.reading.get());
   }
+  // The agent's own descriptors are close-on-exec; libraries' may not be. A listener's socket or a
+  // claimed USB node in a child that lives for hours would keep it from everybody else.
   setup.closeOthers();
   pid_t child = 0;
   // Unlike fork, this copies no page tables, and it reports what exec itself says.
@@ -127,10 +130,12 @@ int SpawnedTask::spawn() {
 void SpawnedTask::watchChild() {
   using Holder = std::shared_ptr<Object>;
   const auto exited = +[](GPid /*pid*/, gint /*status*/, gpointer data) {
+    // A reference of its own: the source's goes with the source, which ends with this call.
     const auto holder = *static_cast<Holder*>(data);
     auto* task = static_cast<SpawnedTask*>(holder.get());
     guardedEntry(task->log_, "child watch", [task] { task->ended(); });
   };
+  // GLib reaps the child, and notices it too if it has ended before this call.
   g_child_watch_add_full(G_PRIORITY_DEFAULT, pid_, exited, new Holder(shared_from_this()),
                          [](gpointer data) { delete static_cast<Holder*>(data); });
 }

@@ -74,6 +74,7 @@ std::vector<Mount> mountsOfMountInfo(std::string_view text) {
     if (fields.size() <= kFirstOptional) continue;
     // Any number of optional fields, a hyphen, the filesystem's type, the source.
     const auto hyphen = std::find(fields.begin() + kFirstOptional, fields.end(), "-");
+    // Hyphen, type and source must all be there (proc(5), /proc/PID/mountinfo).
     if (fields.end() - hyphen < 3) continue;
     mounts.push_back({unescaped(hyphen[2]), unescaped(fields[kMountPoint])});
   }
@@ -83,6 +84,7 @@ std::vector<Mount> mountsOfMountInfo(std::string_view text) {
 UnixMountTable::UnixMountTable(const UserDefaults& defaults, LogSink log, std::string mountInfoFile)
     : log_(std::move(log)), mountInfoFile_(std::move(mountInfoFile)) {
   const auto configured = defaults.text("Platform", "VolumesFolder");
+  // Taken as it stands, without symbolic links resolved: mount points are compared as texts.
   if (configured && configured->starts_with('/')) {
     volumesFolder_ = withoutTrailingSlash(*configured);
     return;
@@ -91,6 +93,7 @@ UnixMountTable::UnixMountTable(const UserDefaults& defaults, LogSink log, std::s
     logTo(log_, LogLevel::kWarning,
           "[Platform] VolumesFolder is ignored: '" + *configured + "' is no absolute path");
   }
+  // udisks mounts in /media/USER where it was built so (Debian), else in /run/media/USER.
   const std::string user = g_get_user_name();
   volumesFolder_ = "/media/" + user;
   otherVolumesFolder_ = "/run/media/" + user;
@@ -107,6 +110,7 @@ std::vector<Mount> UnixMountTable::mounts() const {
 std::optional<std::string> UnixMountTable::deviceMountedAt(std::string_view path) const {
   const auto wanted = withoutTrailingSlash(path);
   const auto table = mounts();
+  // From the end: the table is in the order of mounting.
   const auto found = std::find_if(table.rbegin(), table.rend(),
                                   [&](const Mount& mount) { return mount.mountPoint == wanted; });
   return found != table.rend() ? std::optional(found->device) : std::nullopt;
@@ -122,6 +126,7 @@ const std::string& UnixMountTable::volumesFolder() const {
 void UnixMountTable::watch(std::function<void()> changed) {
   source_.reset();
   watched_ = FileDescriptor();
+  // The old descriptor is closed first, so that a new watcher is not told of what came before it.
   changed_ = std::move(changed);
   if (!changed_) return;
   watched_ = FileDescriptor(::open(mountInfoFile_.c_str(), O_RDONLY | O_CLOEXEC));

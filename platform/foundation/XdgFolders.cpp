@@ -20,9 +20,11 @@ std::string withoutTrailingSlash(std::string_view folder) {
 }
 
 std::string homeFolder(const char* variable, const char* belowHome) {
+  // The specification wants relative paths ignored, and a variable that is empty counts as not set.
   if (const auto folder = environment(variable); folder.starts_with('/')) {
     return withoutTrailingSlash(folder);
   }
+  // $HOME, or the password database where that is not set, as for a service.
   return withoutTrailingSlash(g_get_home_dir()) + belowHome;
 }
 

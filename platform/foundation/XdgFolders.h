@@ -7,9 +7,12 @@
 
 namespace tarvo {
 
+/// Where the user's own configuration lies, and where the system's does, the most important folder
+/// first (XDG Base Directory Specification).
 std::string xdgConfigHome();               ///< $XDG_CONFIG_HOME, else ~/.config
 std::vector<std::string> xdgConfigDirs();  ///< $XDG_CONFIG_DIRS, else /etc/xdg
-std::string xdgDataHome();                 ///< $XDG_DATA_HOME, else ~/.local/share
-std::vector<std::string> xdgDataDirs();    ///< $XDG_DATA_DIRS, else /usr/local/share, /usr/share
+/// The same for data files, desktop entries among them.
+std::string xdgDataHome();               ///< $XDG_DATA_HOME, else ~/.local/share
+std::vector<std::string> xdgDataDirs();  ///< $XDG_DATA_DIRS, else /usr/local/share, /usr/share
 
 }  // namespace tarvo

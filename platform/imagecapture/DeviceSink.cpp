@@ -20,6 +20,8 @@ PropertyDictionary deviceDictionary(const std::string& name, std::string_view mo
       {"capa", PropertyDictionary::array()}};
   for (const char* key : {"idVendor", "idProduct", "locationID"}) {
     const auto number = usbDevice.find(key);
+    // A device that tells no number has no key, which clients take for unknown; 0 would be a
+    // number.
     if (number != usbDevice.end()) dictionary[key] = *number;
   }
   return dictionary;

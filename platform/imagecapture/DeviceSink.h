@@ -24,6 +24,7 @@ class DeviceSink {
  public:
   virtual ~DeviceSink() = default;
   /// Makes an object of the device and tells who is registered for it.
+  /// The handle is never 0; listeners have been called when it is returned.
   virtual ICAObject deviceCame(FoundDevice device) = 0;
   /// Ends the object, tells who is registered for it, and lets the registrations go with it.
   virtual void deviceWent(ICAObject object) = 0;
@@ -37,6 +38,8 @@ inline constexpr std::string_view kMassStorage = "MassStorage.app";
 }  // namespace device_module
 
 /// Properties of the USB device above a registry entry; none when there is no such ancestor.
+/// It is the nearest ancestor with a "USB Product Name", so that a hub is never taken for the
+/// device.
 std::optional<PropertyDictionary> usbDeviceAbove(Registry& registry, ServiceHandle service);
 
 /// The dictionary that every device starts with: its name, its module and the identity of the USB

@@ -14,6 +14,7 @@ void EventRegistrations::set(ICAObject object, FourCharCode type,
 }
 
 void EventRegistrations::deliver(const ICAEvent& event) const {
+  // The object's own listener first: it knows the object, the other may ask it.
   deliverTo(event.object, event);
   deliverTo(0, event);
 }

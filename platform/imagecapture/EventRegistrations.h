@@ -23,9 +23,11 @@ class EventRegistrations {
   void forget(ICAObject object);
 
  private:
+  /// Calls who is registered for `registered`, which is the event's object or 0.
   void deliverTo(ICAObject registered, const ICAEvent& event) const;
 
   LogSink log_;
+  /// An empty function never stands here.
   std::map<std::pair<ICAObject, FourCharCode>, ImageCapture::EventCallback> callbacks_;
 };
 

@@ -23,17 +23,21 @@ namespace tarvo {
 /// Handle of a device, folder or file; 0 is none. A handle is never used twice.
 using ICAObject = std::uint32_t;
 
+/// Four-character codes of the service. First the types of objects: a list of devices, a device,
+/// and the subtype of all devices.
 namespace ica {
 inline constexpr FourCharCode kObjectList = fourCharCode("objl");
 inline constexpr FourCharCode kDevice = fourCharCode("icdv");
 inline constexpr FourCharCode kCamera = fourCharCode("cmra");
 
+/// Types of events. kExtended stands for what a device reports by itself.
 inline constexpr FourCharCode kDeviceAdded = fourCharCode("edea");
 inline constexpr FourCharCode kDeviceRemoved = fourCharCode("eder");
 inline constexpr FourCharCode kStoreAdded = fourCharCode("esta");
 inline constexpr FourCharCode kStoreRemoved = fourCharCode("estr");
 inline constexpr FourCharCode kExtended = fourCharCode("extd");
 
+/// Types of messages, with the data type of "pass"; then the one property of a volume and its type.
 inline constexpr FourCharCode kMessagePass = fourCharCode("pass");
 inline constexpr FourCharCode kMessageSyncClock = fourCharCode("sclk");
 inline constexpr FourCharCode kMessageDelete = fourCharCode("del1");
@@ -42,22 +46,26 @@ inline constexpr FourCharCode kPropertyVolumeLabel = fourCharCode("voll");
 inline constexpr FourCharCode kDataTypeText = fourCharCode("TEXT");
 }  // namespace ica
 
+/// What an object is: one of the codes above for its type and its subtype.
 struct ICAObjectInfo {
   FourCharCode objectType = 0;
   FourCharCode objectSubtype = 0;
 };
 
+/// A member of an object, as getNthChild gives it.
 struct ICAChildInfo {
   ICAObject object = 0;
   ICAObjectInfo info;
 };
 
+/// Type of a property's value and its size in bytes, as getPropertyData gives it.
 struct ICAPropertyInfo {
   FourCharCode dataType = 0;
   std::size_t dataSize = 0;
 };
 
 /// The object-send-message parameter block.
+/// The caller owns it and what it points to; the service keeps nothing of it after the call.
 struct ICAObjectSendMessagePB {
   Status headerErr = 0;  ///< platform status of the message, filled in
   ICAObject object = 0;
@@ -69,6 +77,7 @@ struct ICAObjectSendMessagePB {
   std::uint32_t result = 0;
 };
 
+/// The object of a removal is off the device list already; its handle names it still.
 struct ICAEvent {
   ICAObject object = 0;
   FourCharCode type = 0;
@@ -77,6 +86,8 @@ struct ICAEvent {
 };
 
 /// Keeps a device's interface and session open while it lives.
+/// Gives them back when it goes. Scopes may overlap, and a device may go while one lives: its
+/// operations then answer kICADeviceGone.
 class ICAScope {
  public:
   virtual ~ICAScope() = default;
@@ -94,10 +105,14 @@ class ImageCapture {
 
   /// The object that lists all devices.
   virtual Status getDeviceList(ICAObject& list) = 0;
+  /// `info` is left alone on failure.
   virtual Status getObjectInfo(ICAObject object, ICAObjectInfo& info) = 0;
   /// `headerErr` is the parameter block's own error beside the call's status.
+  /// The list has the devices for children; what lies on a device is not counted.
   virtual Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) = 0;
+  /// `index` from 0, in order of arrival. kICAInvalidObject beyond the last.
   virtual Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) = 0;
+  /// A copy of the dictionary, which the caller may change.
   virtual Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) = 0;
 
   /// Registers for an event type of one object (0: any). Replaces the earlier registration of the
@@ -111,7 +126,9 @@ class ImageCapture {
   /// left in `block.headerErr`.
   virtual Status objectSendMessage(ICAObjectSendMessagePB& block) = 0;
 
+  /// kICAPropertyNotFound where the object has no such property; `info` is left alone then.
   virtual Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) = 0;
+  /// The value itself: for 'voll' the volume's name, UTF-8. Errors as for getPropertyByType.
   virtual Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) = 0;
 
   /// Downloads a file object into `folder` under its own name; `path` is the file that was made.

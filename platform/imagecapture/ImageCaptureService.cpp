@@ -43,6 +43,7 @@ Status ImageCaptureService::getObjectInfo(ICAObject object, ICAObjectInfo& info)
 // What lies on a device is not listed among its children.
 Status ImageCaptureService::getChildCount(ICAObject object, std::uint32_t& count,
                                           Status& headerErr) {
+  // Zero for a device, and for what is not there.
   const bool isList = object == ObjectTable::kDeviceList;
   count = isList ? static_cast<std::uint32_t>(objects_.devices().size()) : 0;
   headerErr = objects_.contains(object) ? status::kOK : objects_.statusOfMissing(object);
@@ -108,6 +109,7 @@ std::unique_ptr<ICAScope> ImageCaptureService::openScope(ICAObject object, Statu
   if (device && !device->isVolume()) return PTPScope::open(device->channel, failure, why);
   const Status result = device ? status::kOK : objects_.statusOfMissing(object);
   if (failure) *failure = result;
+  // A client opens a scope on any device without asking for its kind first.
   if (device) return std::make_unique<IdleScope>();
   if (why) *why = statusText(result);
   return nullptr;
@@ -133,6 +135,7 @@ void ImageCaptureService::deviceWent(ICAObject object) {
   const std::string name = nameOf(device);
   logTo(log_, LogLevel::kDebug, formatted("device 0x%X went: '%s'", object, name.c_str()));
   events_.deliver({object, ica::kDeviceRemoved, {{"ifil", name}}});
+  // After the delivery, or its own listener would not hear of the end.
   events_.forget(object);
 }
 

@@ -24,6 +24,7 @@ namespace tarvo {
 /// Nothing is opened or sent before a client asks for it.
 class ImageCaptureService : public ImageCapture, private DeviceSink {
  public:
+  /// Finds what is there already; there is nobody yet to be told of it.
   ImageCaptureService(Registry& registry, MountTable& mounts, ptp::PTPConnector& connector,
                       LogSink log);
 
@@ -32,12 +33,21 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) override;
   Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) override;
   Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) override;
+  /// kICAInvalidObject or kICADeviceGone for an object that is not there. Types that this service
+  /// never sends may be registered, too.
   Status registerForEventNotification(ICAObject object, FourCharCode type,
                                       EventCallback callback) override;
+  /// kBadParameter for "pass" without a record or with one that does not fit together, kUnsupported
+  /// for other message types, kICAInvalidObject for a volume and for 'del1': this service shows no
+  /// files.
   Status objectSendMessage(ICAObjectSendMessagePB& block) override;
   Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) override;
+  /// Only volumes have a property: their label.
   Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) override;
+  /// Always an error, since this service shows no files.
   Status downloadFile(ICAObject object, const std::string& folder, std::string& path) override;
+  /// For a camera the interface is claimed before this returns; the session waits for the first
+  /// operation that needs it.
   std::unique_ptr<ICAScope> openScope(ICAObject device, Status* failure, std::string* why) override;
 
  private:
@@ -47,11 +57,14 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
 
   // A message holds the channel for its own length; inside a scope that costs nothing.
   Status sendMessage(ICAObjectSendMessagePB& block);
+  /// The channel is held by the caller.
   Status runMessage(PTPChannel& channel, ICAObjectSendMessagePB& block, std::string* why);
 
+  /// Handed to each camera's channel.
   ptp::PTPConnector& connector_;
   LogSink log_;
   ObjectTable objects_;
+  /// Registrations of an object go with it.
   EventRegistrations events_;
   // The sources speak to the members above as soon as they are made, so they come last.
   PTPSource cameras_;

@@ -13,6 +13,7 @@ const DeviceObject& ObjectTable::add(PropertyDictionary dictionary,
 
 DeviceObject ObjectTable::remove(ICAObject handle) {
   const auto found = std::ranges::find(devices_, handle, &DeviceObject::handle);
+  // Handle 0, which is no object.
   if (found == devices_.end()) return {};
   DeviceObject removed = std::move(*found);
   devices_.erase(found);
@@ -25,6 +26,7 @@ const DeviceObject* ObjectTable::device(ICAObject handle) const {
 }
 
 Status ObjectTable::statusOfMissing(ICAObject handle) const {
+  // Handles count up, so one that was given out and is not there any more has gone.
   return handle > kDeviceList && handle <= lastHandle_ ? status::kICADeviceGone
                                                        : status::kICAInvalidObject;
 }

@@ -32,6 +32,7 @@ class ObjectTable {
   const DeviceObject* device(ICAObject handle) const;
   /// In order of arrival.
   const std::vector<DeviceObject>& devices() const { return devices_; }
+  /// Whether it is the device list or one of the devices.
   bool contains(ICAObject handle) const { return handle == kDeviceList || device(handle); }
   /// What to answer where device() gave null: kICADeviceGone for a device that went, otherwise
   /// kICAInvalidObject.
@@ -39,6 +40,7 @@ class ObjectTable {
 
  private:
   std::vector<DeviceObject> devices_;
+  /// What lies between the list and this one, and is not in the table, is a device that went.
   ICAObject lastHandle_ = kDeviceList;
 };
 

@@ -15,6 +15,7 @@ Status PTPChannel::hold(std::string* why) {
     if (!connection_) return failure;
     hasSession_ = false;
   }
+  // Counted only on success: a failed attempt has nothing to release.
   ++holders_;
   return status::kOK;
 }
@@ -31,6 +32,7 @@ void PTPChannel::deviceWent() {
 }
 
 Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {
+  // The caller holds the channel, so only an unplug can have taken the connection.
   if (!connection_) return status::kICADeviceGone;
   if (transaction.operation != ptp::kGetDeviceInfo) {
     const Status result = ensureSession(transaction);

@@ -11,8 +11,11 @@
 namespace tarvo {
 
 /// Main thread only.
+/// Shared between the object table and the scopes, so that it outlives its device where a client
+/// holds it.
 class PTPChannel {
  public:
+  /// Opens nothing yet. `connector` must outlive the channel.
   PTPChannel(ptp::PTPConnector& connector, ptp::USBInterfaceAddress address)
       : connector_(connector), address_(std::move(address)) {}
 
@@ -30,10 +33,13 @@ class PTPChannel {
   Status transact(ptp::Transaction& transaction, std::string* why);
 
  private:
+  /// Opens the session if there is none. kOK with a response code in `transaction` where the device
+  /// refuses.
   Status ensureSession(ptp::Transaction& transaction);
 
   ptp::PTPConnector& connector_;
   ptp::USBInterfaceAddress address_;
+  /// There while somebody holds the channel and the device is plugged.
   std::unique_ptr<ptp::PTPConnection> connection_;
   unsigned holders_ = 0;
   bool hasSession_ = false;
@@ -41,6 +47,7 @@ class PTPChannel {
 };
 
 /// Holds a channel while it lives.
+/// It keeps the channel alive, too.
 class PTPScope : public ICAScope {
  public:
   /// Null when the channel cannot be held, with the cause in `*failure` and `*why`.

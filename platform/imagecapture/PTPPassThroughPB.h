@@ -15,13 +15,17 @@
 
 namespace tarvo {
 
+/// Which way the data phase goes (ISO 15740: an operation has one at most, in one
+/// direction).
 enum PTPDataUsageMode : std::uint32_t {
   kDataToDevice = 0,
   kDataFromDevice = 1,
   kNoData = 2,
 };
 
+/// The fixed part. It is read and written by clients in place, so its layout never changes.
 struct PTPPassThroughPB {
+  /// PTP operation code, 16 bits; OpenSession and CloseSession are refused.
   std::uint32_t commandCode;
   std::uint32_t resultCode;         ///< PTP response code, filled in by the service
   std::uint32_t numOfInputParams;   ///< 0 to 4
@@ -36,22 +40,27 @@ static_assert(sizeof(PTPPassThroughPB) == 44);
 /// Owns a cleared record with its data area. Movable, never copied.
 class PTPPassThroughRecord {
  public:
+  /// Offset of the data area.
   static constexpr std::size_t kHeaderSize = sizeof(PTPPassThroughPB);
 
   /// `room`: bytes of the data area; dataSize is preset to it. Raises the malloc exception with
   /// `failureReason` when there is no memory for it.
+  /// `failureReason` is lent for the call.
   explicit PTPPassThroughRecord(std::size_t room, const char* failureReason = "malloc failed.");
 
+  /// The fixed part, in the record's own buffer.
   PTPPassThroughPB& pb() { return *reinterpret_cast<PTPPassThroughPB*>(buffer_.get()); }
   const PTPPassThroughPB& pb() const {
     return *reinterpret_cast<const PTPPassThroughPB*>(buffer_.get());
   }
+  /// The whole data area, of which dataSize bytes count. Lent while the record lives.
   std::span<std::byte> data() { return {buffer_.get() + kHeaderSize, room_}; }
   std::span<const std::byte> data() const { return {buffer_.get() + kHeaderSize, room_}; }
   /// Header, data area and one byte.
   std::size_t allocationSize() const { return room_ + kHeaderSize + 1; }
 
  private:
+  /// Aligned for the fixed part, since new[] of bytes aligns for every fundamental type.
   std::unique_ptr<std::byte[]> buffer_;
   std::size_t room_;
 };

@@ -23,6 +23,7 @@ PTPSource::PTPSource(Registry& registry, DeviceSink& sink, LogSink log)
 }
 
 void PTPSource::interfaceCame(ServiceHandle service) {
+  // udev repeats events, and what is found may be announced as well.
   if (devices_.contains(service)) return;
   auto device = describe(service);
   if (!device) {
@@ -33,6 +34,7 @@ void PTPSource::interfaceCame(ServiceHandle service) {
 }
 
 void PTPSource::interfaceWent(ServiceHandle service) {
+  // Off the map first: listeners may look for devices in their turn.
   const auto device = devices_.extract(service);
   if (device) sink_.deviceWent(device.mapped());
 }

@@ -66,13 +66,16 @@ std::string VolumeSource::nameOfVolume(std::string_view mountPoint) const {
     folder.remove_suffix(1);
   if (!mountPoint.starts_with(folder)) return {};
   mountPoint.remove_prefix(folder.size());
+  // Exactly one level below: deeper mounts belong to somebody's own arrangement.
   if (!mountPoint.starts_with('/') || mountPoint.find('/', 1) != std::string_view::npos) return {};
   return std::string(mountPoint.substr(1));
 }
 
 std::optional<FoundDevice> VolumeSource::describe(const Mount& mount) {
+  // The kernel name of the disk, as the registry has it.
   const std::string bsdName = lastPathComponent(mount.device);
   const auto services = registry_.servicesMatchingBSDName(bsdName);
+  // tmpfs, network and loop mounts have no disk of the registry behind them.
   if (services.empty()) return std::nullopt;
   const auto usbDevice = usbDeviceAbove(registry_, services.front());
   if (!usbDevice) return std::nullopt;

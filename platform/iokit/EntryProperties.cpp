@@ -135,6 +135,7 @@ void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
 
 // libudev cannot list children, but a unit has one block device at most, in a folder of that name.
 std::string nameOfBlockChild(const std::string& unitPath) {
+  // No folder is no disk: the driver has not come to the unit yet, or never will.
   GDir* folder = g_dir_open((unitPath + "/block").c_str(), 0, nullptr);
   if (!folder) return {};
   const char* name = g_dir_read_name(folder);
@@ -256,6 +257,8 @@ std::uint32_t usbLocationID(unsigned bus, std::string_view portPath) {
     const auto dot = std::min(portPath.find('.'), portPath.size());
     unsigned port = 0;
     std::from_chars(portPath.data(), portPath.data() + dot, port);
+    // USB 3 hubs may have more than fifteen ports; a wrong nibble must not spill into its
+    // neighbour.
     location |= std::min(port, kHighestPort) << shift;
     portPath.remove_prefix(std::min(dot + 1, portPath.size()));
   }

@@ -22,12 +22,15 @@ enum EntryKind : unsigned {
   kEveryEntry = 15,
 };
 
+/// By subsystem and device type, as udev names them; reads nothing.
 EntryKind entryKind(GUdevDevice* device);
 
 /// Properties of a device that is there; what cannot be read is left out.
+/// Strings come from the device and may say anything; numbers that are malformed count as absent.
 PropertyDictionary entryProperties(GUdevDevice* device, EntryKind kind);
 
 /// The set of kinds whose entries can satisfy `match`, so that nothing else need be looked at.
+/// Zero where a key is known on no kind, or where two keys never meet on one.
 unsigned kindsThatCanMatch(const PropertyDictionary& match);
 
 /// Location of a USB device from its bus number and port path as the kernel writes it ("4.2", "0"

@@ -6,6 +6,7 @@ namespace tarvo {
 
 ServiceHandle EntryTable::intern(std::string_view path) {
   if (const Entry* known = findPath(path)) return known->handle;
+  // A device that comes back has a new handle, since forget() took its path off the table.
   entries_.push_back({++lastHandle_, std::string(path), std::nullopt});
   return lastHandle_;
 }
@@ -28,6 +29,7 @@ std::vector<ServiceHandle> EntryTable::above(std::string_view path) const {
     if (path.size() > length && path.starts_with(entry.path) && path[length] == '/')
       found.push_back(&entry);
   }
+  // The longer the path the nearer the ancestor.
   std::ranges::sort(found, std::ranges::greater{},
                     [](const Entry* entry) { return entry->path.size(); });
   std::vector<ServiceHandle> handles;

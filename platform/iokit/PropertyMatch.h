@@ -11,6 +11,9 @@ inline constexpr const char* kPropertyMatchKey = "IOPropertyMatch";
 
 /// True when `properties` hold every key of `match` with an equal value. Anything but a dictionary
 /// matches nothing. Any thread.
+/// Numbers are equal by value, whatever their type; texts byte for byte, with their case; a key
+/// with the value null matches no entry, since no property is ever null. The nesting of `match`
+/// comes from this program alone, so its depth needs no bound.
 inline bool propertiesMatch(const PropertyDictionary& properties, const PropertyDictionary& match) {
   if (!properties.is_object() || !match.is_object()) return false;
   auto key = match.begin();

@@ -30,6 +30,8 @@ namespace tarvo {
 using ServiceHandle = std::uint32_t;
 
 /// Ends a registration when it is destroyed.
+/// May be destroyed at any time, from within one of its own callbacks too, and may outlive the
+/// registry.
 class RegistrySubscription {
  public:
   virtual ~RegistrySubscription() = default;
@@ -44,6 +46,7 @@ class Registry {
 
   /// Properties of an entry; none when the handle is unknown. An entry that went away keeps its
   /// properties until its terminated callbacks have returned.
+  /// Read from the system at each call, which takes some system calls: ask once and keep.
   virtual std::optional<PropertyDictionary> properties(ServiceHandle service) = 0;
   /// Ancestors, the nearest first, without the entry itself; none when the handle is unknown.
   virtual std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) = 0;

@@ -16,6 +16,7 @@ void SCSIUnitAssembly::unitSeen(std::string_view unit, bool wantsBlock) {
 void SCSIUnitAssembly::nodeSeen(std::string_view unit, bool wantsBlock, Node node) {
   Waiting& waiting = waitingFor(unit, wantsBlock);
   (node == Node::kGeneric ? waiting.hasGeneric : waiting.hasBlock) = true;
+  // Clients open the generic node and name the unit by its disk, so both are needed.
   if (waiting.hasGeneric && (waiting.hasBlock || !waiting.wantsBlock)) finish(waiting.unit);
 }
 
@@ -34,6 +35,7 @@ bool SCSIUnitAssembly::isWaiting(std::string_view unit) const {
 SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, bool wantsBlock) {
   const auto known = std::ranges::find(waiting_, unit, &Waiting::unit);
   if (known != waiting_.end()) return *known;
+  // The timer outlives the view.
   const std::string name(unit);
   auto timer = runLoop_.scheduleTimer(kPatience, false, [this, name] { finish(name); });
   return waiting_.emplace_back(Waiting{name, wantsBlock, false, false, std::move(timer)});
@@ -43,6 +45,7 @@ void SCSIUnitAssembly::finish(std::string_view unit) {
   const auto found = std::ranges::find(waiting_, unit, &Waiting::unit);
   const Waiting finished = std::move(*found);  // which `unit` may lie in
   waiting_.erase(found);
+  // Before the call, which may take long: the unit is not to be finished twice.
   finished.timer->invalidate();
   complete_(finished.unit);
 }

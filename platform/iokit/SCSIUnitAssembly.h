@@ -20,6 +20,8 @@ class SCSIUnitAssembly {
   /// How long a unit waits for its nodes; a driver that makes none is not waited for longer.
   static constexpr std::chrono::milliseconds kPatience{1000};
 
+  /// The two kinds of device node below a unit: /dev/sgN, which every unit has, and the disk, which
+  /// depends on its type.
   enum class Node { kGeneric, kBlock };
 
   /// `complete` is called once for each unit, when its nodes are there or its time has passed.
@@ -44,17 +46,22 @@ class SCSIUnitAssembly {
   /// run at once, and a node's event may overtake another's.
   struct Waiting {
     std::string unit;
+    /// By the peripheral type, which is known from the first event on.
     bool wantsBlock;
     bool hasGeneric = false;
     bool hasBlock = false;
+    /// Runs out after kPatience; never null.
     std::shared_ptr<Timer> timer;
   };
 
+  /// The record of `unit`; starts its clock when there is none yet. Valid until the next call.
   Waiting& waitingFor(std::string_view unit, bool wantsBlock);
+  /// The unit is on its way no more: its record goes first, so that `complete` finds it gone.
   void finish(std::string_view unit);
 
   RunLoop& runLoop_;
   std::function<void(const std::string&)> complete_;
+  /// Two or three at most: units are plugged one at a time.
   std::vector<Waiting> waiting_;
 };
 

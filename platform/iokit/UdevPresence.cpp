@@ -19,6 +19,7 @@ std::string missingPartOfUdev(const std::string& root) {
   const std::string daemon = root + "/run/udev/control";
   if (::access(daemon.c_str(), F_OK) != 0)
     return "udev does not run (no " + daemon + "): devices may not be noticed";
+  // Containers often have both folders and yet forbid the socket.
   const FileDescriptor events(
       ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
   if (!events.isOpen())

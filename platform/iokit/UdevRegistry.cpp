@@ -75,6 +75,7 @@ std::optional<std::vector<ServiceHandle>> UdevRegistry::ancestors(ServiceHandle 
   const EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
   GUdevDevicePtr device = deviceAt(entry->path);
+  // Gone from sysfs, as in a terminated callback: the path still tells what lay above it.
   if (!device) return entries_.above(entry->path);
   std::vector<ServiceHandle> above;
   while ((device = GUdevDevicePtr(g_udev_device_get_parent(device.get())))) {
@@ -100,6 +101,7 @@ std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_vie
   if (!block) return {};
   // The disk before its unit, which bears the same name.
   std::vector<ServiceHandle> found{entries_.intern(sysfsPath(block.get()))};
+  // A partition lies under its disk, not under the unit, so it stands alone.
   if (const GUdevDevicePtr unit = scsiUnitAbove(block.get()))
     found.push_back(entries_.intern(sysfsPath(unit.get())));
   return found;
@@ -173,9 +175,12 @@ void UdevRegistry::entryWent(const std::string& path) {
   const ServiceHandle service = entry->handle;
   const Subscribers round = *subscribers_;
   for (const auto& subscriber : round) {
+    // Only who heard of the beginning hears of the end. A subscription that has ended meanwhile
+    // knows nothing.
     if (std::erase(subscriber->known, service) > 0)
       call(subscriber->terminated, service, "terminated");
   }
+  // After the callbacks, which may still ask for its properties.
   entries_.forget(service);
 }
 

@@ -27,21 +27,29 @@ namespace tarvo {
 /// Where there is no udev the registry is empty for ever and says so once in `log`.
 class UdevRegistry : public Registry {
  public:
+  /// `runLoop` bounds the wait for the nodes of SCSI units; it must outlive the registry.
   UdevRegistry(RunLoop& runLoop, LogSink log);
   ~UdevRegistry() override;
   UdevRegistry(const UdevRegistry&) = delete;
   UdevRegistry& operator=(const UdevRegistry&) = delete;
 
+  /// Of a device that is there, what sysfs says now; of one that just went, what was kept for
+  /// whoever waits for its end.
   std::optional<PropertyDictionary> properties(ServiceHandle service) override;
+  /// For a device that went, the ancestors that have handles: sysfs knows nothing of it any more.
   std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) override;
+  /// SCSI units whose nodes are still awaited are left out; they will be announced.
   std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) override;
   std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) override;
+  /// Enumerates once, to know what is there already; after that it costs nothing until an event
+  /// comes.
   std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,
                                                                 Callback appeared,
                                                                 Callback terminated) override;
 
  private:
   /// One registration. Shared, because a round of announcements may outlast it.
+  /// Never copied: its address is its identity on the list.
   struct Subscriber {
     Subscriber(PropertyDictionary wanted, Callback onAppeared, Callback onTerminated)
         : match(std::move(wanted)),
@@ -58,30 +66,47 @@ class UdevRegistry : public Registry {
     std::vector<ServiceHandle> known;  // entries that need no further announcement
   };
   using Subscribers = std::vector<std::shared_ptr<Subscriber>>;
+  /// What the client holds.
   class Subscription;
+  /// Called for an entry that matches, by its sysfs path.
   using Visitor = std::function<void(const std::string& path, PropertyDictionary properties)>;
 
   // What udev reports.
+  /// Signal handler of GUdevClient. The device is lent.
   static void onUevent(GUdevClient*, const gchar* action, GUdevDevice* device, gpointer self);
+  /// `action` is udev's word for what happened: add, remove, bind, unbind, change, move, online,
+  /// offline.
   void handleEvent(std::string_view action, GUdevDevice* device);
+  /// A device node has been made: tells the assembly of the SCSI unit above it, if there is one.
   void nodeCame(GUdevDevice* device);
+  /// A SCSI unit is ready to be announced, with its nodes or without.
   void unitComplete(const std::string& path);
+  /// Announces the entry to every subscriber that it matches and that has not heard of it.
   void entryCame(GUdevDevice* device, EntryKind kind);
+  /// Tells the end of the entry to those who heard of its beginning, then forgets it.
   void entryWent(const std::string& path);
 
   // What is there.
+  /// Reads the entries of the kinds that can satisfy `match`, subsystem by subsystem.
   void visitMatching(const PropertyDictionary& match, const Visitor& visit);
   void visitSubsystem(const char* subsystem, unsigned kinds, const PropertyDictionary& match,
                       const Visitor& visit);
   // What has been said.
+  /// Whether any subscription can match an entry of these kinds.
   bool isWanted(unsigned kinds) const;
+  /// Whether any subscriber has heard of the entry at `path`.
   bool isAnnounced(const std::string& path);
+  /// Notes that `subscriber` needs no announcement of this entry, and keeps its properties for the
+  /// end.
   void remember(Subscriber& subscriber, const std::string& path, PropertyDictionary properties);
+  /// Runs a callback behind a guard; `what` names it in the log.
   void call(const Callback& callback, ServiceHandle service, const char* what);
+  /// Null when sysfs has no such device now.
   GUdevDevicePtr deviceAt(const std::string& path) const;
 
   LogSink log_;
   GUdevClientPtr client_;
+  /// Handles that were given out, to subscribers and to searches alike.
   EntryTable entries_;
   SCSIUnitAssembly assembly_;
   std::shared_ptr<Subscribers> subscribers_ = std::make_shared<Subscribers>();

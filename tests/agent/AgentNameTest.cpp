@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "platform/foundation/GlibRunLoop.h"
-#include "tests/agent/PrivateBus.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/RecordingSystemLog.h"
 
 namespace tarvo::test {
@@ -24,7 +24,7 @@ struct Claimant {
 };
 
 TEST(AgentName, IsOwnedByTheFirstAndTakenForTheSecond) {
-  const PrivateBus bus;
+  const RunningBus bus;
   Claimant first(bus.address());
   first.name.claim();
   EXPECT_FALSE(first.name.isTaken());
@@ -40,12 +40,12 @@ TEST(AgentName, IsOwnedByTheFirstAndTakenForTheSecond) {
 }
 
 TEST(AgentName, IsFreeAgainOnceItsOwnerHasGone) {
-  const PrivateBus bus;
+  const RunningBus bus;
   {
     Claimant first(bus.address());
     first.name.claim();
   }
-  EXPECT_TRUE(iterateUntil([&] {
+  EXPECT_TRUE(waitUntil([&] {
     Claimant second(bus.address());
     second.name.claim();
     return !second.name.isTaken();

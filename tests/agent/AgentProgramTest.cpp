@@ -9,7 +9,7 @@
 
 #include "agent/AgentName.h"
 #include "agent/AgentProcess.h"
-#include "tests/agent/PrivateBus.h"
+#include "tests/support/PrivateBus.h"
 
 namespace tarvo::test {
 namespace {
@@ -41,7 +41,7 @@ class AgentProgram : public ::testing::Test {
     ~Agent() { g_subprocess_force_exit(process_.get()); }
 
     bool says(std::string_view part) const {
-      return iterateUntil([&] { return log().find(part) != std::string::npos; });
+      return waitUntil([&] { return log().find(part) != std::string::npos; });
     }
     std::string log() const { return contentOf(log_); }
     void signal(int number) { g_subprocess_send_signal(process_.get(), number); }
@@ -131,7 +131,7 @@ class AgentProgram : public ::testing::Test {
 
 TEST_F(AgentProgram, EndsCleanlyOnEitherTerminationSignal) {
   for (const int number : {SIGTERM, SIGINT}) {
-    const PrivateBus bus;
+    const RunningBus bus;
     const auto agent = run(bus.address());
     ASSERT_TRUE(agent->says(" ready")) << agent->log();
     agent->signal(number);
@@ -141,10 +141,10 @@ TEST_F(AgentProgram, EndsCleanlyOnEitherTerminationSignal) {
 
 TEST_F(AgentProgram, LeavesTheFieldToTheAgentThatIsThere) {
   const fs::path started = installWirelessUtility();
-  const PrivateBus bus;
+  const RunningBus bus;
   const auto first = run(bus.address());
   ASSERT_TRUE(first->says(" ready")) << first->log();
-  ASSERT_TRUE(iterateUntil([&] { return contentOf(started) == "started\n"; }));
+  ASSERT_TRUE(waitUntil([&] { return contentOf(started) == "started\n"; }));
   const auto second = run(bus.address());
   EXPECT_EQ(second->wait(), kExitNameTaken);
   EXPECT_THAT(second->log(), HasSubstr("Another agent is running"));
@@ -154,14 +154,14 @@ TEST_F(AgentProgram, LeavesTheFieldToTheAgentThatIsThere) {
 
 TEST_F(AgentProgram, StartsTheWirelessUtilityAgainWhenAnotherProcessAsks) {
   const fs::path started = installWirelessUtility();
-  const PrivateBus bus;
+  const RunningBus bus;
   const auto agent = run(bus.address());
   ASSERT_TRUE(agent->says("got WRLA died notification")) << agent->log();
   const auto other = bus.connect();
   g_dbus_connection_emit_signal(other.get(), nullptr, "/com/tarvo/DistributedNotification",
                                 "com.tarvo.DistributedNotification", "LaunchWRLAppNotification",
                                 nullptr, nullptr);
-  EXPECT_TRUE(iterateUntil([&] { return contentOf(started) == "started\nstarted\n"; }))
+  EXPECT_TRUE(waitUntil([&] { return contentOf(started) == "started\nstarted\n"; }))
       << agent->log();
 }
 
@@ -171,10 +171,10 @@ TEST_F(AgentProgram, RunsWithoutABusAndTakesItsNameWheneverOneComes) {
   ASSERT_TRUE(agent->says(" ready")) << agent->log();
   EXPECT_EQ(countIn(agent->log(), "session bus"), 1u) << agent->log();
   for (int times = 0; times < 2; ++times) {
-    const PrivateBus bus(address);
+    const RunningBus bus((folder / "bus").string());
     const auto client = bus.connect();
     ASSERT_TRUE(client);
-    EXPECT_TRUE(iterateUntil([&] { return isOwned(client.get()); })) << agent->log();
+    EXPECT_TRUE(waitUntil([&] { return isOwned(client.get()); })) << agent->log();
     const GVariantPtr active(g_dbus_connection_call_sync(
         client.get(), kAgentBusName, kAgentObjectPath, "org.freedesktop.DBus.Properties", "Get",
         g_variant_new("(ss)", kAgentInterface, "Active"), nullptr, G_DBUS_CALL_FLAGS_NONE, 5000,
@@ -190,7 +190,7 @@ TEST_F(AgentProgram, RunsWithoutABusAndTakesItsNameWheneverOneComes) {
 TEST_F(AgentProgram, EndsWhenTheBusComesAndAnotherAgentIsOnIt) {
   const auto agent = run("unix:path=" + (folder / "bus").string());
   ASSERT_TRUE(agent->says(" ready")) << agent->log();
-  const PrivateBus bus("unix:path=" + (folder / "elsewhere").string());
+  const RunningBus bus((folder / "elsewhere").string());
   const auto first = run(bus.address());
   ASSERT_TRUE(first->says(" ready")) << first->log();
   fs::rename(folder / "elsewhere", folder / "bus");
@@ -200,7 +200,7 @@ TEST_F(AgentProgram, EndsWhenTheBusComesAndAnotherAgentIsOnIt) {
 
 TEST_F(AgentProgram, SaysWhereTheListOfModelsShouldBe) {
   fs::remove(bundle() / "Resources/ggcam.inf");
-  const PrivateBus bus;
+  const RunningBus bus;
   const auto agent = run(bus.address());
   ASSERT_TRUE(agent->says(" ready"));
   EXPECT_THAT(agent->log(), HasSubstr((bundle() / "Resources/ggcam.inf").string()));
@@ -208,7 +208,7 @@ TEST_F(AgentProgram, SaysWhereTheListOfModelsShouldBe) {
 
 TEST_F(AgentProgram, StartsWithPreferencesThatMakeNoSense) {
   writePreferences("LOG_SUBSYS_LISTENER=perhaps\nno key at all\n[Platform\nSystemVersion=x\n");
-  const PrivateBus bus;
+  const RunningBus bus;
   const auto agent = run(bus.address());
   EXPECT_TRUE(agent->says(" ready")) << agent->log();
   EXPECT_THAT(agent->log(), HasSubstr("agent.conf"));

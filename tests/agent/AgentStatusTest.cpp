@@ -2,8 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include "tests/agent/PrivateBus.h"
 #include "tests/support/ManualRunLoop.h"
+#include "tests/support/PrivateBus.h"
 #include "tests/support/RecordingSystemLog.h"
 
 namespace tarvo::test {
@@ -43,7 +43,7 @@ class AgentStatusTest : public ::testing::Test {
               reply ? takeText(g_variant_print(reply.get(), FALSE)) : error.message();
         },
         &result);
-    EXPECT_TRUE(iterateUntil([&] { return !result.empty(); }));
+    EXPECT_TRUE(waitUntil([&] { return !result.empty(); }));
     return result;
   }
 
@@ -52,7 +52,7 @@ class AgentStatusTest : public ::testing::Test {
     loop.runPending();
   }
 
-  PrivateBus bus;
+  RunningBus bus;
   GObjectPtr<GDBusConnection> server = bus.connect();
   GObjectPtr<GDBusConnection> client = bus.connect();
   std::vector<std::string> announced;
@@ -91,7 +91,7 @@ TEST_F(AgentStatusTest, AnnouncesWhatDiffersAndNothingElse) {
   change();
   now.relayRunning = false;
   change();
-  ASSERT_TRUE(iterateUntil([&] { return announced.size() >= 2; }));
+  ASSERT_TRUE(waitUntil([&] { return announced.size() >= 2; }));
   EXPECT_THAT(announced,
               ElementsAre("('com.tarvo.Agent1', {'RelayRunning': <true>, 'Devices': <[('card', 7, "
                           "'/media/u/C', 'S')]>}, [])",

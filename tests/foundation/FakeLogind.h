@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/foundation/GlibPtr.h"
 #include "tests/support/PrivateBus.h"
@@ -35,9 +36,8 @@ class FakeLogind {
   FakeLogind& operator=(const FakeLogind&) = delete;
   ~FakeLogind() {
     callBus("ReleaseName", g_variant_new("(s)", "org.freedesktop.login1"));
-    for (const guint id : registrations_) {
-      if (id != 0) g_dbus_connection_unregister_object(connection_.get(), id);
-    }
+    for (const guint id : registrations_)
+      g_dbus_connection_unregister_object(connection_.get(), id);
     g_dbus_node_info_unref(node_);
   }
 
@@ -85,11 +85,8 @@ class FakeLogind {
 
   void serve(const char* path, int interface) {
     static const GDBusInterfaceVTable kTable = {methodCalled, propertyRead, nullptr, {}};
-    guint* free = registrations_;
-    while (*free != 0)
-      ++free;
-    *free = g_dbus_connection_register_object(connection_.get(), path, node_->interfaces[interface],
-                                              &kTable, this, nullptr, nullptr);
+    registrations_.push_back(g_dbus_connection_register_object(
+        connection_.get(), path, node_->interfaces[interface], &kTable, this, nullptr, nullptr));
   }
 
   void changed(const std::string& path, const char* interface, const char* property) {
@@ -109,7 +106,7 @@ class FakeLogind {
 
   GObjectPtr<GDBusConnection> connection_;
   GDBusNodeInfo* node_ = nullptr;
-  guint registrations_[5] = {};
+  std::vector<guint> registrations_;
   std::string display_ = "s1";
   bool active_[2] = {true, true};
 };

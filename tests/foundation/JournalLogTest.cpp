@@ -2,38 +2,26 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 namespace tarvo::test {
 namespace {
 
-std::string standardErrorOf(LogLevel level, std::string_view line) {
-  testing::internal::CaptureStderr();
-  JournalLog log;
-  log.write(level, line);
-  return testing::internal::GetCapturedStderr();
-}
+using namespace std::string_literals;
 
-TEST(JournalLogTest, ALineGoesPlainlyToStandardErrorWhereThatIsAFile) {
-  EXPECT_EQ(standardErrorOf(LogLevel::kInfo, "RLA_Listener - starting Kill Timer"),
-            "RLA_Listener - starting Kill Timer\n");
-  EXPECT_EQ(standardErrorOf(LogLevel::kError, ""), "\n");
-}
-
-TEST(JournalLogTest, TextIsNeverTakenForAFormat) {
-  EXPECT_EQ(standardErrorOf(LogLevel::kDebug, "100 %s%n %d%%"), "100 %s%n %d%%\n");
-}
-
-TEST(JournalLogTest, ControlCharactersCanNeitherForgeALineNorSteerATerminal) {
-  EXPECT_EQ(standardErrorOf(LogLevel::kInfo, "a\nb\tc\x1b[2Jd\re\x7f"),
-            "a\n\tb\tc\\x1b[2Jd\\x0de\\x7f\n");
-  EXPECT_EQ(standardErrorOf(LogLevel::kInfo, "Größe – ok"), "Größe – ok\n");
-  EXPECT_EQ(standardErrorOf(LogLevel::kInfo, std::string_view("a\0b", 3)), "a\\x00b\n");
-}
-
-TEST(JournalLogTest, ALongLineIsWrittenWhole) {
-  const std::string line(300000, 'x');
-  EXPECT_EQ(standardErrorOf(LogLevel::kInfo, line), line + "\n");
+TEST(JournalLogTest, ALineOnStandardErrorIsWholeAndCanNeitherForgeAnotherNorSteerATerminal) {
+  const std::string longest(300000, 'x');
+  const std::pair<std::string, std::string> rows[] = {
+      {"RLA_Listener - starting Kill Timer", "RLA_Listener - starting Kill Timer\n"},
+      {"", "\n"},
+      {"100 %s%n %d%%", "100 %s%n %d%%\n"},
+      {"a\nb\tc\x1b[2Jd\re\x7f", "a\n\tb\tc\\x1b[2Jd\\x0de\\x7f\n"},
+      {"a\0b"s, "a\\x00b\n"},
+      {"Größe – ok", "Größe – ok\n"},
+      {longest, longest + "\n"}};
+  for (const auto& [line, expected] : rows) {
+    testing::internal::CaptureStderr();
+    JournalLog().write(LogLevel::kInfo, line);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
+  }
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
-#include <gmock/gmock.h>
-
-#include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/imagecapture/PTPMessages.h"
 #include "tests/imagecapture/ServiceFixture.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/Raised.h"
 
 namespace tarvo {
 namespace {
@@ -14,196 +13,144 @@ using testing::IsEmpty;
 
 constexpr const char* kConnect = "connect /dev/bus/usb/001/004#2";
 
-std::vector<std::byte> payload(std::size_t size) {
-  std::vector<std::byte> bytes(size);
-  for (std::size_t i = 0; i < size; ++i)
-    bytes[i] = static_cast<std::byte>(i + 1);
-  return bytes;
-}
-
 class PassThrough : public ServiceFixture {
  protected:
   PassThrough() {
     usbDevice = plugCamera();
     camera = devices().at(0);
   }
+  static PTPPassThroughRecord makeRecord(std::uint32_t operation, PTPDataUsageMode mode = kNoData) {
+    PTPPassThroughRecord record(16);
+    record.pb().commandCode = operation;
+    record.pb().dataUsageMode = mode;
+    return record;
+  }
   Status send(PTPPassThroughRecord& record) {
-    ICAObjectSendMessagePB block{.object = camera,
-                                 .messageType = ica::kMessagePass,
-                                 .data = &record,
-                                 .dataSize = static_cast<std::uint32_t>(record.allocationSize()),
-                                 .dataType = ica::kDataTypeData};
+    ICAObjectSendMessagePB block{
+        .object = camera, .messageType = ica::kMessagePass, .data = &record};
     const Status result = service().objectSendMessage(block);
     EXPECT_EQ(block.headerErr, result);
     return result;
   }
-  /// A whole operation without data.
   Status run(std::uint16_t operation) {
-    PTPPassThroughRecord record(1);
-    record.pb().commandCode = operation;
-    record.pb().dataUsageMode = kNoData;
+    auto record = makeRecord(operation);
     return send(record);
   }
   std::unique_ptr<ICAScope> open() { return service().openScope(camera, nullptr, nullptr); }
+  /// Every operation is answered with `code`, after `look` has seen the transaction.
+  void answerWith(std::uint16_t code, std::function<void(ptp::Transaction&)> look = {}) {
+    connector.answer = [code, look](ptp::Transaction& transaction) {
+      if (look) look(transaction);
+      transaction.responseCode = code;
+      return status::kOK;
+    };
+  }
 
   ServiceHandle usbDevice = 0;
   ICAObject camera = 0;
 };
 
-TEST_F(PassThrough, OpensAndClosesAroundALoneMessage) {
+TEST_F(PassThrough, HoldsInterfaceAndSessionAroundAMessageOrWhileAnyScopeLives) {
   EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kOK);
   EXPECT_EQ(run(ptp::kGetStorageIDs), status::kOK);
   EXPECT_THAT(connector.log, ElementsAre(kConnect, "1001", "release",  // needs no session
                                          kConnect, "open session", "1004", "release"));
-}
-
-TEST_F(PassThrough, HoldsInterfaceAndSessionWhileAnyScopeLives) {
+  connector.log.clear();
   auto outer = open();
   EXPECT_THAT(connector.log, ElementsAre(kConnect));
-  run(ptp::kGetDeviceInfo);
   {
     const auto inner = open();
     run(ptp::kGetStorageIDs);
   }
   run(ptp::kGetNumObjects);
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "1001", "open session", "1004", "1006"));
   outer.reset();
-  EXPECT_EQ(connector.log.back(), "release");
+  EXPECT_THAT(connector.log, ElementsAre(kConnect, "open session", "1004", "1006", "release"));
 }
 
 TEST_F(PassThrough, CarriesParametersBothWays) {
-  std::vector<std::uint32_t> sent;
-  connector.answer = [&](ptp::Transaction& transaction) {
-    sent.assign(transaction.parameters.begin(),
-                transaction.parameters.begin() + transaction.parameterCount);
-    transaction.responseCode = 0x2001;
+  answerWith(0x2001, [](ptp::Transaction& transaction) {
+    EXPECT_EQ(transaction.parameterCount, 3U);
+    EXPECT_THAT(std::span(transaction.parameters).first(3), ElementsAre(1, 2, 3));
     transaction.responseParameters = {10, 20, 30, 40, 50};
     transaction.responseParameterCount = 5;
-    return status::kOK;
-  };
-  PTPPassThroughRecord record(1);
-  record.pb() = {.commandCode = 0x9208,
-                 .resultCode = 0,
-                 .numOfInputParams = 3,
-                 .numOfOutputParams = 4,
-                 .params = {1, 2, 3, 4},
-                 .dataUsageMode = kNoData,
-                 .flags = 0,
-                 .dataSize = 7};
+  });
+  auto record = makeRecord(0x9208);
+  record.pb().numOfInputParams = 3;
+  std::ranges::copy(std::array{1U, 2U, 3U, 4U}, record.pb().params);
   EXPECT_EQ(send(record), status::kOK);
-  EXPECT_THAT(sent, ElementsAre(1, 2, 3));
   EXPECT_EQ(record.pb().resultCode, 0x2001U);
   EXPECT_THAT(record.pb().params, ElementsAre(10, 20, 30, 40));
-  EXPECT_EQ(record.pb().dataSize, 7U);
-}
-
-TEST_F(PassThrough, NeverShowsAnOperationsParameterAsAResponses) {
-  PTPPassThroughRecord record(1);
-  record.pb().commandCode = ptp::kGetNumObjects;
-  record.pb().dataUsageMode = kNoData;
-  record.pb().numOfInputParams = 2;
-  record.pb().numOfOutputParams = 1;
-  record.pb().params[0] = record.pb().params[1] = ptp::kAllStores;
+  EXPECT_EQ(record.pb().dataSize, 16U);
+  answerWith(0x2001);
   EXPECT_EQ(send(record), status::kOK);
-  EXPECT_THAT(record.pb().params, Each(0));
+  EXPECT_THAT(record.pb().params, Each(0)) << "what was sent is no response";
 }
 
-struct ReceiveRow {
-  std::size_t room;
-  std::size_t sent;
-  std::uint32_t dataSize;
-};
-
-TEST_F(PassThrough, ReceivesWhatFitsAndDropsTheRest) {
-  for (const ReceiveRow& row :
-       {ReceiveRow{16, 5, 5}, ReceiveRow{16, 16, 16}, ReceiveRow{16, 17, 16},
-        ReceiveRow{16, 4000, 16}, ReceiveRow{0, 3, 0}, ReceiveRow{16, 0, 0}}) {
-    connector.answer = [&](ptp::Transaction& transaction) {
-      test::sendPayload(transaction, payload(row.sent));
-      transaction.responseCode = 0x2001;
-      return status::kOK;
-    };
-    PTPPassThroughRecord record(row.room + 1);  // the byte behind the room must stay as it was
-    record.pb().commandCode = ptp::kGetThumb;
-    record.pb().dataUsageMode = kDataFromDevice;
-    record.pb().dataSize = static_cast<std::uint32_t>(row.room);
+TEST_F(PassThrough, CarriesDataBothWaysAndDropsWhatDoesNotFit) {
+  const std::vector<std::byte> bytes(4000, std::byte{7});
+  const struct {
+    std::uint32_t room, sent, kept;
+  } rows[] = {{15, 0, 0}, {15, 5, 5}, {15, 15, 15}, {15, 16, 15}, {15, 4000, 15}, {0, 3, 0}};
+  for (const auto& row : rows) {
+    answerWith(0x2001, [&](ptp::Transaction& transaction) {
+      test::sendPayload(transaction, std::span(bytes).first(row.sent));
+    });
+    auto record = makeRecord(ptp::kGetThumb, kDataFromDevice);
+    record.pb().dataSize = row.room;
     EXPECT_EQ(send(record), status::kOK);
-    EXPECT_EQ(record.pb().dataSize, row.dataSize) << row.sent << " into " << row.room;
-    const auto expected = payload(row.dataSize);
-    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), record.data().begin()));
-    EXPECT_EQ(record.data()[row.dataSize], std::byte{0});
+    EXPECT_EQ(record.pb().dataSize, row.kept) << row.sent << " into " << row.room;
+    EXPECT_THAT(record.data().first(row.kept), Each(std::byte{7}));
+    EXPECT_EQ(record.data()[row.kept], std::byte{0}) << "what lies behind stays";
   }
-}
-
-TEST_F(PassThrough, SendsTheRecordsBytesAsTheyLie) {
   std::vector<std::byte> arrived;
-  connector.answer = [&](ptp::Transaction& transaction) {
-    arrived = test::payloadOf(transaction);
-    transaction.responseCode = 0x2001;
-    return status::kOK;
-  };
-  PTPPassThroughRecord record(300);
-  const auto bytes = payload(200);
-  std::ranges::copy(bytes, record.data().begin());
-  record.pb().commandCode = ptp::XTO_CREATE_DATASET;
-  record.pb().dataUsageMode = kDataToDevice;
-  record.pb().dataSize = 200;
+  answerWith(0x2001, [&](ptp::Transaction& each) { arrived = test::payloadOf(each); });
+  auto record = makeRecord(ptp::XTO_CREATE_DATASET, kDataToDevice);
+  record.data()[0] = std::byte{0xAB};
+  record.pb().dataSize = 3;
   EXPECT_EQ(send(record), status::kOK);
-  EXPECT_EQ(arrived, bytes);
-  EXPECT_EQ(record.pb().dataSize, 200U);
+  EXPECT_EQ(test::hexText(arrived), "ab0000");
 }
 
 TEST_F(PassThrough, RefusesARecordThatDoesNotFitTogetherBeforeAnythingIsSent) {
+  const auto scope = open();
+  connector.log.clear();
   const std::function<void(PTPPassThroughPB&)> mistakes[] = {
       [](PTPPassThroughPB& pb) { pb.dataSize = 17; },
       [](PTPPassThroughPB& pb) { pb.dataSize = 0xFFFFFFFF; },
-      [](PTPPassThroughPB& pb) {
-        pb.dataUsageMode = kDataToDevice;
-        pb.dataSize = 17;
-      },
       [](PTPPassThroughPB& pb) { pb.numOfInputParams = 5; },
       [](PTPPassThroughPB& pb) { pb.dataUsageMode = 3; },
       [](PTPPassThroughPB& pb) { pb.commandCode = 0x11004; },
       [](PTPPassThroughPB& pb) { pb.commandCode = ptp::kOpenSession; },
       [](PTPPassThroughPB& pb) { pb.commandCode = ptp::kCloseSession; }};
-  for (const auto& makeMistake : mistakes) {
-    const auto scope = open();
-    connector.log.clear();
-    PTPPassThroughRecord record(16);
-    record.pb().commandCode = ptp::kGetStorageIDs;
-    record.pb().dataUsageMode = kDataFromDevice;
-    makeMistake(record.pb());
-    EXPECT_EQ(send(record), status::kBadParameter);
-    EXPECT_THAT(connector.log, IsEmpty());
+  for (const auto mode : {kDataFromDevice, kDataToDevice}) {
+    for (const auto& makeMistake : mistakes) {
+      auto record = makeRecord(ptp::kGetStorageIDs, mode);
+      makeMistake(record.pb());
+      EXPECT_EQ(send(record), status::kBadParameter);
+    }
   }
   ICAObjectSendMessagePB withoutRecord{.object = camera, .messageType = ica::kMessagePass};
   EXPECT_EQ(service().objectSendMessage(withoutRecord), status::kBadParameter);
   ICAObjectSendMessagePB unknown{.object = camera, .messageType = ica::kDataTypeText};
   EXPECT_EQ(service().objectSendMessage(unknown), status::kUnsupported);
+  EXPECT_THAT(connector.log, IsEmpty());
 }
 
 TEST_F(PassThrough, LeavesTheResponseCodeAloneWhenNoneCame) {
-  for (const Status failure : {status::kICATimeout, status::kICAProtocolError, status::kIOError,
-                               status::kICADeviceGone, status::kCancelled}) {
-    connector.answer = [&](ptp::Transaction& transaction) {
-      transaction.bytesReceived = 3;
-      return failure;
-    };
-    PTPPassThroughRecord record(16);
-    record.pb().commandCode = ptp::kGetObject;
-    record.pb().resultCode = 0x2002;
-    record.pb().dataUsageMode = kDataFromDevice;
-    EXPECT_EQ(send(record), failure);
-    EXPECT_EQ(record.pb().resultCode, 0x2002U);
-    EXPECT_EQ(record.pb().dataSize, 3U);
-  }
+  connector.answer = [&](ptp::Transaction& transaction) {
+    transaction.bytesReceived = 3;
+    return status::kICATimeout;
+  };
+  auto record = makeRecord(ptp::kGetObject, kDataFromDevice);
+  record.pb().resultCode = 0x2002;
+  EXPECT_EQ(send(record), status::kICATimeout);
+  EXPECT_EQ(record.pb().resultCode, 0x2002U);
+  EXPECT_EQ(record.pb().dataSize, 3U);
 }
 
 TEST_F(PassThrough, GivesTheRefusalOfASessionAsTheResponse) {
   connector.sessionStatus = status::kPTPDeviceBusy;
-  PTPPassThroughRecord record(1);
-  record.pb().commandCode = ptp::kGetStorageIDs;
-  record.pb().dataUsageMode = kNoData;
+  auto record = makeRecord(ptp::kGetStorageIDs);
   EXPECT_EQ(send(record), status::kOK);
   EXPECT_EQ(record.pb().resultCode, static_cast<std::uint32_t>(status::kPTPDeviceBusy));
 
@@ -215,12 +162,9 @@ TEST_F(PassThrough, GivesTheRefusalOfASessionAsTheResponse) {
 
 TEST_F(PassThrough, OpensAnotherSessionWhereTheDeviceHasLostTheFirst) {
   const auto scope = open();
-  connector.answer = [](ptp::Transaction& transaction) {
-    transaction.responseCode = 0x2003;
-    return status::kOK;
-  };
+  answerWith(0x2003);
   run(ptp::kGetStorageIDs);
-  connector.answer = nullptr;
+  answerWith(0x2001);
   run(ptp::kGetStorageIDs);
   EXPECT_THAT(connector.log, ElementsAre(kConnect, "open session", "1004", "open session", "1004"));
 }
@@ -240,85 +184,52 @@ TEST_F(PassThrough, SaysInWordsWhyAnInterfaceCannotBeHad) {
 
 TEST_F(PassThrough, AnswersWithAStatusAfterAnUnplugDuringAScope) {
   auto scope = open();
-  auto second = open();
-  run(ptp::kGetStorageIDs);
+  PTPChannel channel(connector, {"/dev/bus/usb/001/004", 0});
+  ASSERT_EQ(channel.hold(nullptr), status::kOK);
   registry.unplug(usbDevice);
-  EXPECT_EQ(connector.log.back(), "release");
-  const auto logged = connector.log.size();
+  channel.deviceWent();
   EXPECT_EQ(run(ptp::kGetStorageIDs), status::kICADeviceGone);
   EXPECT_EQ(open(), nullptr);
+  auto record = makeRecord(ptp::kGetDeviceInfo);
+  EXPECT_EQ(passThrough(channel, record, nullptr), status::kICADeviceGone);
   scope.reset();
-  second.reset();
-  EXPECT_EQ(connector.log.size(), logged);
-}
-
-TEST_F(PassThrough, SendsNothingOnAChannelWhoseDeviceWent) {
-  PTPChannel channel(connector, {"/dev/bus/usb/001/004", 0});
-  std::string why;
-  ASSERT_EQ(channel.hold(&why), status::kOK);
-  channel.deviceWent();
-  PTPPassThroughRecord record(16);
-  record.pb().commandCode = ptp::kGetDeviceInfo;
-  record.pb().dataUsageMode = kDataFromDevice;
-  EXPECT_EQ(passThrough(channel, record, &why), status::kICADeviceGone);
   channel.release();
-  EXPECT_EQ(channel.hold(&why), status::kICADeviceGone);
-  EXPECT_EQ(why, statusText(status::kICADeviceGone));
+  EXPECT_EQ(channel.hold(nullptr), status::kICADeviceGone);
+  EXPECT_THAT(connector.log,
+              ElementsAre(kConnect, "connect /dev/bus/usb/001/004#0", "release", "release"));
 }
 
 TEST_F(PassThrough, SetsTheClockToLocalTime) {
-  std::vector<std::byte> value;
-  std::uint32_t property = 0;
-  connector.answer = [&](ptp::Transaction& transaction) {
-    property = transaction.parameters[0];
-    value = test::payloadOf(transaction);
-    transaction.responseCode = 0x2001;
-    return status::kOK;
-  };
+  std::string value;
+  answerWith(0x2001, [&](ptp::Transaction& transaction) {
+    EXPECT_EQ(transaction.parameters[0], 0x5011U);
+    value = test::hexText(test::payloadOf(transaction));
+  });
   PTPChannel channel(connector, {"/dev/bus/usb/001/004", 0});
   ASSERT_EQ(channel.hold(nullptr), status::kOK);
   std::tm moment{};
-  moment.tm_year = 126;
-  moment.tm_mon = 11;
-  moment.tm_mday = 31;
-  moment.tm_hour = 23;
-  moment.tm_min = 59;
-  moment.tm_sec = 8;
+  ::strptime("20261231T235908", "%Y%m%dT%H%M%S", &moment);
   moment.tm_isdst = -1;
   EXPECT_EQ(setClock(channel, std::mktime(&moment), nullptr), status::kOK);
-  EXPECT_EQ(property, 0x5011U);
-  ASSERT_EQ(value.size(), 33U);
-  EXPECT_EQ(value[0], std::byte{16});
-  std::string text;
-  for (std::size_t i = 1; i < value.size(); i += 2)
-    text += static_cast<char>(value[i]);
-  EXPECT_EQ(text, std::string("20261231T235908\0", 16));
+  std::string expected = "10";
+  for (const char digit : std::string_view("20261231T235908"))
+    expected += formatted("%02x00", unsigned(digit));
+  EXPECT_EQ(value, expected + "0000");
   channel.release();
 
-  connector.answer = [](ptp::Transaction& transaction) {
-    transaction.responseCode = 0x200A;
-    return status::kOK;
-  };
+  answerWith(0x200A);
   ICAObjectSendMessagePB block{.object = camera, .messageType = ica::kMessageSyncClock};
   EXPECT_EQ(service().objectSendMessage(block), status::kPTPDevicePropNotSupported);
 }
 
-TEST(PassThroughRecord, IsClearedAndKnowsItsRoom) {
+TEST(PassThroughRecord, IsClearedAndKnowsItsRoomOrRaisesWhenThereIsNoMemory) {
   PTPPassThroughRecord record(100);
   EXPECT_EQ(record.allocationSize(), 145U);
   EXPECT_EQ(record.pb().dataSize, 100U);
-  EXPECT_EQ(record.pb().resultCode, 0U);
   EXPECT_THAT(record.data(), Each(std::byte{0}));
-}
-
-TEST(PassThroughRecord, RaisesWithItsReasonWhenThereIsNoMemory) {
-  try {
-    PTPPassThroughRecord record(std::size_t{1} << 60, "malloc failed in getDataSet.");
-    FAIL() << "that much memory cannot be had";
-  } catch (const Exception& raised) {
-    EXPECT_EQ(raised.name(), exception_name::kMalloc);
-    EXPECT_EQ(raised.reason(), "malloc failed in getDataSet.");
-  }
+  EXPECT_EQ(test::raised(
+                [] { PTPPassThroughRecord(std::size_t{1} << 60, "malloc failed in getDataSet."); }),
+            std::string(exception_name::kMalloc) + ": malloc failed in getDataSet.");
 }
 
 }  // namespace

@@ -2,26 +2,17 @@
 // in a folder of the test's own, and the cameras answer from the test.
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <memory>
-#include <string>
-#include <vector>
+#include <gmock/gmock.h>
 
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "tests/support/FakeMountTable.h"
 #include "tests/support/FakePTPConnector.h"
 #include "tests/support/FakeRegistry.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo {
 
 class ServiceFixture : public testing::Test {
- public:
-  ServiceFixture() { std::filesystem::create_directories(folder); }
-  ~ServiceFixture() override { std::filesystem::remove_all(folder); }
-
  protected:
   /// A USB device with this name.
   ServiceHandle plugDevice(const std::string& name) {
@@ -33,14 +24,13 @@ class ServiceFixture : public testing::Test {
                           {"locationID", 0xFA200000U}});
   }
   /// An interface of it; the default classes are those of a PTP camera.
-  ServiceHandle plugInterface(ServiceHandle device, unsigned interfaceClass = 6,
-                              unsigned subclass = 1, unsigned protocol = 1) {
-    return registry.plug({{"IOClass", "usb_interface"},
-                          {"bInterfaceNumber", 2},
-                          {"bInterfaceClass", interfaceClass},
-                          {"bInterfaceSubClass", subclass},
-                          {"bInterfaceProtocol", protocol}},
-                         device);
+  void plugInterface(ServiceHandle device, std::array<unsigned, 3> classes = {6, 1, 1}) {
+    registry.plug({{"IOClass", "usb_interface"},
+                   {"bInterfaceNumber", 2},
+                   {"bInterfaceClass", classes[0]},
+                   {"bInterfaceSubClass", classes[1]},
+                   {"bInterfaceProtocol", classes[2]}},
+                  device);
   }
   ServiceHandle plugCamera(const std::string& name = "Tarvo N10") {
     const ServiceHandle device = plugDevice(name);
@@ -48,12 +38,18 @@ class ServiceFixture : public testing::Test {
     return device;
   }
   /// A USB disk "/dev/BSDNAME".
-  ServiceHandle plugDisk(const std::string& bsdName) {
-    const ServiceHandle device = plugDevice("Tarvo Lumo 100");
-    registry.plug({{"IOClass", "block"}, {"BSD Name", bsdName}}, device);
-    return device;
+  void plugDisk(const std::string& bsdName) {
+    registry.plug({{"IOClass", "block"}, {"BSD Name", bsdName}}, plugDevice("Tarvo Lumo 100"));
   }
-  std::string mountPoint(const std::string& name) const { return folder + "/" + name; }
+
+  /// Notes "NAME: IFIL" at each event of this type.
+  void listen(ICAObject object, FourCharCode type, const std::string& name) {
+    const auto note = [this, name](const ICAEvent& event) {
+      heard.push_back(name + ": " + event.dictionary.value("ifil", "?"));
+      objects.push_back(event.object);
+    };
+    EXPECT_EQ(service().registerForEventNotification(object, type, note), status::kOK);
+  }
 
   ImageCaptureService& service() {
     if (!service_)
@@ -62,16 +58,11 @@ class ServiceFixture : public testing::Test {
   }
   std::vector<ICAObject> devices() {
     ICAObject list = 0;
-    std::uint32_t count = 0;
-    Status headerErr = status::kOK;
     service().getDeviceList(list);
-    service().getChildCount(list, count, headerErr);
     std::vector<ICAObject> found;
-    for (std::uint32_t i = 0; i < count; ++i) {
-      ICAChildInfo child;
-      EXPECT_EQ(service().getNthChild(list, i, child), status::kOK);
+    ICAChildInfo child;
+    while (service().getNthChild(list, static_cast<std::uint32_t>(found.size()), child) == 0)
       found.push_back(child.object);
-    }
     return found;
   }
   PropertyDictionary dictionaryOf(ICAObject object) {
@@ -79,14 +70,13 @@ class ServiceFixture : public testing::Test {
     EXPECT_EQ(service().copyObjectPropertyDictionary(object, dictionary), status::kOK);
     return dictionary;
   }
-  std::string moduleOf(ICAObject object) {
-    return lastPathComponent(textForKey(dictionaryOf(object), "device module").value_or(""));
-  }
 
   test::FakeRegistry registry;
-  std::string folder = testing::TempDir() + "imagecapture." + std::to_string(::getpid());
-  test::FakeMountTable mounts{folder};
+  const test::TemporaryFolder folder;
+  test::FakeMountTable mounts{folder.path()};
   test::FakePTPConnector connector;
+  std::vector<std::string> heard;
+  std::vector<ICAObject> objects;
 
  private:
   std::unique_ptr<ImageCaptureService> service_;

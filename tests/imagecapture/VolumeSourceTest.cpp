@@ -1,9 +1,3 @@
-#include "platform/imagecapture/VolumeSource.h"
-
-#include <gmock/gmock.h>
-
-#include <fstream>
-
 #include "tests/imagecapture/ServiceFixture.h"
 
 namespace tarvo {
@@ -15,94 +9,73 @@ using testing::SizeIs;
 
 class Volumes : public ServiceFixture {
  protected:
-  void makeFolder(const std::string& path) {
-    std::filesystem::create_directories(folder + "/" + path);
+  void mount(const std::string& device, const std::string& name) {
+    mounts.mount(device, folder.path(name));
   }
 };
 
-TEST_F(Volumes, AreDevicesWithTheirNameAndDisk) {
+TEST_F(Volumes, AreDevicesAndACamerasWhenTheyHoldAPictureFolder) {
+  const std::pair<const char*, const char*> rows[] = {{"CAMERA", "MassStorageCamera.app"},
+                                                      {"CARD", "MassStorage.app"},
+                                                      {"FILE", "MassStorage.app"}};
+  std::filesystem::create_directories(folder.path("CAMERA/DCIM"));
+  std::filesystem::create_directories(folder.path("CARD/pictures/DCIM"));
+  folder.write("FILE/DCIM", "no folder");
   plugDisk("sdb1");
-  mounts.add("/dev/sdb1", mountPoint("CARD"));
-  ASSERT_THAT(devices(), SizeIs(1));
-  const auto dictionary = dictionaryOf(devices()[0]);
-  EXPECT_EQ(dictionary["ifil"], "CARD");
-  EXPECT_EQ(dictionary["volume"], "CARD");
-  EXPECT_EQ(dictionary["bsdName"], "sdb1");
-  EXPECT_EQ(dictionary["idVendor"], 0xF055);
-  EXPECT_EQ(dictionary["capa"], PropertyDictionary::array());
-}
-
-TEST_F(Volumes, AreACamerasWhenTheyHoldAPictureFolder) {
-  for (const char* disk : {"sdb1", "sdc1", "sdd1"})
-    plugDisk(disk);
-  makeFolder("CAMERA/DCIM");
-  makeFolder("CARD/pictures/DCIM");
-  makeFolder("FILE");
-  std::ofstream(mountPoint("FILE") + "/DCIM") << "no folder";
-  mounts.mount("/dev/sdb1", mountPoint("CAMERA"));
-  mounts.mount("/dev/sdc1", mountPoint("CARD"));
-  mounts.mount("/dev/sdd1", mountPoint("FILE"));
-  ASSERT_THAT(devices(), SizeIs(3));
-  EXPECT_EQ(moduleOf(devices()[0]), "MassStorageCamera.app");
-  EXPECT_EQ(moduleOf(devices()[1]), "MassStorage.app");
-  EXPECT_EQ(moduleOf(devices()[2]), "MassStorage.app");
+  for (const auto& [name, module] : rows) {
+    mount("/dev/sdb1", name);
+    const PropertyDictionary expected = {
+        {"ifil", name},
+        {"device module", std::string("/System/Library/Image Capture/Devices/") + module},
+        {"capa", PropertyDictionary::array()},
+        {"volume", name},
+        {"bsdName", "sdb1"},
+        {"idVendor", 0xF055},
+        {"idProduct", 0x0A01},
+        {"locationID", 0xFA200000U}};
+    EXPECT_EQ(dictionaryOf(devices().back()), expected);
+  }
 }
 
 TEST_F(Volumes, CountWhenMountedDirectlyInTheFolderFromAUSBDisk) {
   plugDisk("sdb1");
   registry.plug({{"IOClass", "block"}, {"BSD Name", "sda1"}});
-  const struct {
-    const char* device;
-    std::string mountPoint;
-  } rows[] = {{"/dev/sdb1", "/"},
-              {"/dev/sdb1", folder},
-              {"/dev/sdb1", folder + "/"},
-              {"/dev/sdb1", folder + "/a/b"},
-              {"/dev/sdb1", folder + "x/CARD"},
-              {"/dev/sda1", folder + "/INTERNAL"},
-              {"tmpfs", folder + "/tmp"},
-              {"", folder + "/none"}};
-  for (const auto& row : rows) {
-    mounts.mount(row.device, row.mountPoint);
-    EXPECT_THAT(devices(), IsEmpty()) << row.device << " on " << row.mountPoint;
+  const std::string volumes = folder.path();
+  const std::pair<const char*, std::string> rows[] = {{"/dev/sdb1", "/"},
+                                                      {"/dev/sdb1", volumes},
+                                                      {"/dev/sdb1", volumes + "/"},
+                                                      {"/dev/sdb1", volumes + "/a/b"},
+                                                      {"/dev/sdb1", volumes + "x/CARD"},
+                                                      {"/dev/sda1", volumes + "/INTERNAL"},
+                                                      {"tmpfs", volumes + "/tmp"},
+                                                      {"", volumes + "/none"}};
+  for (const auto& [device, mountPoint] : rows) {
+    mounts.mount(device, mountPoint);
+    EXPECT_THAT(devices(), IsEmpty()) << device << " on " << mountPoint;
   }
-  mounts.mount("/dev/sdb1", mountPoint("CARD"));
-  EXPECT_THAT(devices(), SizeIs(1));
 }
 
-TEST_F(Volumes, ComeAndGoWithTheirMount) {
-  std::vector<std::string> heard;
-  for (const FourCharCode type : {ica::kDeviceAdded, ica::kDeviceRemoved}) {
-    service().registerForEventNotification(0, type, [&](const ICAEvent& event) {
-      heard.push_back(fourCharText(event.type) + " " + event.dictionary.value("ifil", "?"));
-    });
-  }
-  plugDisk("sdb1");
-  mounts.mount("/dev/sdb1", mountPoint("CARD"));
-  mounts.tellWatcher();
-  mounts.mount("proc", "/proc");
-  EXPECT_THAT(heard, ElementsAre("edea CARD"));
-  const auto first = devices();
-  mounts.unmount(mountPoint("CARD"));
-  EXPECT_THAT(devices(), IsEmpty());
-  mounts.mount("/dev/sdb1", mountPoint("CARD"));
-  EXPECT_THAT(heard, ElementsAre("edea CARD", "eder CARD", "edea CARD"));
-  EXPECT_NE(devices(), first);
-}
-
-TEST_F(Volumes, AreWhatWasMountedLastOnAFolder) {
+TEST_F(Volumes, ComeAndGoWithTheirMountWhichIsTheLastOnAFolder) {
+  listen(0, ica::kDeviceAdded, "added");
+  listen(0, ica::kDeviceRemoved, "removed");
   plugDisk("sdb1");
   plugDisk("sdc1");
-  mounts.mount("/dev/sdb1", mountPoint("CARD"));
-  mounts.mount("/dev/sdc1", mountPoint("CARD"));
+  mount("/dev/sdb1", "CARD");
+  mounts.mount("proc", "/proc");
+  EXPECT_THAT(heard, ElementsAre("added: CARD"));
+  mount("/dev/sdc1", "CARD");
   ASSERT_THAT(devices(), SizeIs(1));
   EXPECT_EQ(dictionaryOf(devices()[0])["bsdName"], "sdc1");
+  mounts.unmount(folder.path("CARD"));
+  EXPECT_THAT(devices(), IsEmpty());
+  EXPECT_THAT(heard, ElementsAre("added: CARD", "removed: CARD", "added: CARD", "removed: CARD"));
+  EXPECT_LT(objects[0], objects[2]) << "a handle is never used twice";
 }
 
 TEST_F(Volumes, HaveALabelAndAScopeButNoInterface) {
   plugDisk("sdb1");
   plugCamera();
-  mounts.mount("/dev/sdb1", mountPoint("Größe"));
+  mount("/dev/sdb1", "Größe");
   const ICAObject camera = devices()[0];
   const ICAObject volume = devices()[1];
   ICAPropertyInfo info;

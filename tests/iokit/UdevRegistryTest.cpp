@@ -8,22 +8,24 @@
 namespace tarvo {
 namespace {
 
-using test::eventually;
+using test::UdevTestbed;
 using testing::Contains;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr const char* kHub = "/sys/devices/usb1";
 constexpr const char* kCamera = "/sys/devices/usb1/1-4/1-4.2";
-constexpr const char* kInterface = "/sys/devices/usb1/1-4/1-4.2/1-4.2:1.0";
-constexpr const char* kUnit = "/sys/devices/usb1/1-4/1-4.2/1-4.2:1.0/host6/target6:0:0/6:0:0:0";
+const std::string kInterface = std::string(kCamera) + "/1-4.2:1.0";
+const std::string kUnit = kInterface + "/host6/target6:0:0/6:0:0:0";
 
 const PropertyDictionary kPTPInterfaces = {{"IOClass", "usb_interface"}, {"bInterfaceClass", 6}};
 const PropertyDictionary kDVDUnits = {{"IOPropertyMatch", {{"device-type", "DVD"}}}};
+const PropertyDictionary kUnits = {{"IOClass", "scsi_unit"}};
 
 class UdevRegistryTest : public testing::Test {
  protected:
   void addCamera() {
+    bed.addUSBDevice("/sys/devices/usb1", {1, "0", 1}, {{"product", "xHCI Host Controller"}});
+    bed.addUSBDevice("/sys/devices/usb1/1-4", {1, "4", 2});
     bed.addUSBDevice(kCamera, {1, "4.2", 7},
                      {{"idVendor", "f055"},
                       {"idProduct", "0a01"},
@@ -31,23 +33,15 @@ class UdevRegistryTest : public testing::Test {
                       {"manufacturer", "Tarvo Imaging"},
                       {"serial", "T-1"}});
   }
-  void addHubs() {
-    bed.addUSBDevice(kHub, {1, "0", 1}, {{"product", "xHCI Host Controller"}});
-    bed.addUSBDevice("/sys/devices/usb1/1-4", {1, "4", 2});
+  void addInterface() { bed.addUSBInterface(kInterface, "06 01 01"); }
+  void addUnit(const std::string& path, const char* type, const char* vendor, const char* model) {
+    bed.add(path, {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
+            {{"type", type}, {"vendor", vendor}, {"model", model}});
   }
-  void addUnit(const char* type = "5") {
-    bed.add("/sys/devices/usb1/1-4/1-4.2/1-4.2:1.0/host6",
-            {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_host"}}, {});
-    bed.add("/sys/devices/usb1/1-4/1-4.2/1-4.2:1.0/host6/target6:0:0",
-            {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_target"}}, {});
-    bed.add(kUnit, {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
-            {{"type", type}, {"vendor", "Tarvo   "}, {"model", "Lumo 100        "}});
-  }
-  void addGeneric() {
-    bed.add(std::string(kUnit) + "/scsi_generic/sg1", {{"SUBSYSTEM", "scsi_generic"}}, {});
-  }
-  void addBlock() {
-    bed.add(std::string(kUnit) + "/block/sr0", {{"SUBSYSTEM", "block"}, {"DEVTYPE", "disk"}}, {});
+  void addOptical() { addUnit(kUnit, "5", "Tarvo   ", "Lumo 100        "); }
+  void addGeneric() { bed.add(kUnit + "/scsi_generic/sg1", {{"SUBSYSTEM", "scsi_generic"}}, {}); }
+  void addBlock(const std::string& path) {
+    bed.add(path, {{"SUBSYSTEM", "block"}, {"DEVTYPE", "disk"}}, {});
   }
 
   std::unique_ptr<RegistrySubscription> subscribe(const PropertyDictionary& match) {
@@ -65,9 +59,8 @@ class UdevRegistryTest : public testing::Test {
     bool seen = false;
     const auto mark = registry().addMatchingNotification(
         {{"BSD Name", name}}, [&](ServiceHandle) { seen = true; }, nullptr);
-    bed.add("/sys/devices/virtual/block/" + name, {{"SUBSYSTEM", "block"}, {"DEVTYPE", "disk"}},
-            {});
-    ASSERT_TRUE(eventually([&] { return seen; }));
+    addBlock("/sys/devices/virtual/block/" + name);
+    ASSERT_TRUE(test::waitUntil([&] { return seen; }));
   }
 
   UdevRegistry& registry() {
@@ -78,7 +71,7 @@ class UdevRegistryTest : public testing::Test {
     return *registry_;
   }
 
-  test::UdevTestbed bed;
+  UdevTestbed bed;
   test::ManualRunLoop loop;
   std::vector<std::string> log;
   std::vector<ServiceHandle> appeared;
@@ -90,9 +83,9 @@ class UdevRegistryTest : public testing::Test {
   int marks_ = 0;
 };
 
-TEST_F(UdevRegistryTest, ShowsAUSBDeviceWithItsIdentity) {
-  addHubs();
+TEST_F(UdevRegistryTest, ShowsAUSBDeviceWithItsIdentityAndANameEvenWhereItHasNone) {
   addCamera();
+  bed.addUSBDevice("/sys/devices/usb250/250-2", {250, "2", 3});
   const auto found = registry().servicesMatching({{"idVendor", 0xF055}});
   ASSERT_THAT(found, SizeIs(1));
   const PropertyDictionary expected = {{"IOClass", "usb_device"},
@@ -104,22 +97,18 @@ TEST_F(UdevRegistryTest, ShowsAUSBDeviceWithItsIdentity) {
                                        {"locationID", 0x01420000},
                                        {"USB Device Node", "/dev/bus/usb/001/007"}};
   EXPECT_EQ(registry().properties(found[0]), expected);
-}
-
-TEST_F(UdevRegistryTest, NamesEveryUSBDeviceEvenWhereItHasNoName) {
-  bed.addUSBDevice("/sys/devices/usb250/250-2", {250, "2", 3});
-  const auto found = registry().servicesMatching({{"USB Product Name", ""}});
-  ASSERT_THAT(found, SizeIs(1));
-  const auto properties = registry().properties(found[0]);
-  EXPECT_EQ(int32ForKey(*properties, "locationID"), -98566144);
-  EXPECT_FALSE(properties->contains("USB Vendor Name"));
-  EXPECT_FALSE(properties->contains("idVendor"));
+  const auto nameless = registry().servicesMatching({{"locationID", 0xFA200000U}});
+  ASSERT_THAT(nameless, SizeIs(1));
+  const PropertyDictionary bare = {{"IOClass", "usb_device"},
+                                   {"USB Product Name", ""},
+                                   {"locationID", 0xFA200000U},
+                                   {"USB Device Node", "/dev/bus/usb/250/003"}};
+  EXPECT_EQ(registry().properties(nameless[0]), bare);
 }
 
 TEST_F(UdevRegistryTest, ListsAncestorsNearestFirstUnderStableHandles) {
-  addHubs();
   addCamera();
-  bed.addUSBInterface(kInterface, "06 01 01");
+  addInterface();
   const auto interfaces = registry().servicesMatching(kPTPInterfaces);
   ASSERT_THAT(interfaces, SizeIs(1));
   const auto above = registry().ancestors(interfaces[0]);
@@ -128,18 +117,14 @@ TEST_F(UdevRegistryTest, ListsAncestorsNearestFirstUnderStableHandles) {
   EXPECT_EQ(registry().properties((*above)[2])->at("locationID"), 0x01000000);
   EXPECT_EQ(registry().ancestors(interfaces[0]), above);
   EXPECT_EQ(registry().servicesMatching(kPTPInterfaces), interfaces);
-}
-
-TEST_F(UdevRegistryTest, KnowsNothingOfAHandleItNeverGave) {
   EXPECT_EQ(registry().properties(4711), std::nullopt);
   EXPECT_EQ(registry().ancestors(0), std::nullopt);
 }
 
 TEST_F(UdevRegistryTest, FindsByBSDNameTheDiskAndItsUnit) {
-  addHubs();
   addCamera();
-  addUnit();
-  addBlock();
+  addOptical();
+  addBlock(kUnit + "/block/sr0");
   const auto found = registry().servicesMatchingBSDName("sr0");
   ASSERT_THAT(found, SizeIs(2));
   EXPECT_EQ(registry().properties(found[0])->at("IOClass"), "block");
@@ -148,76 +133,47 @@ TEST_F(UdevRegistryTest, FindsByBSDNameTheDiskAndItsUnit) {
     EXPECT_THAT(registry().servicesMatchingBSDName(name), IsEmpty()) << name;
 }
 
-TEST_F(UdevRegistryTest, AnnouncesADeviceOnceHoweverOftenItsEventComes) {
-  addHubs();
+TEST_F(UdevRegistryTest, AnnouncesADeviceAtEachPlugOnceHoweverOftenItsEventComes) {
   addCamera();
-  const auto subscription = subscribe(kPTPInterfaces);
-  bed.addUSBInterface(kInterface, "06 01 01");
-  for (const char* action : {"bind", "change", "add"})
-    bed.uevent(kInterface, action);
-  settle();
-  EXPECT_THAT(appeared, SizeIs(1));
-}
-
-TEST_F(UdevRegistryTest, AnnouncesNothingThatWasThereBefore) {
-  addHubs();
-  addCamera();
-  bed.addUSBInterface(kInterface, "06 01 01");
-  const auto subscription = subscribe(kPTPInterfaces);
-  bed.uevent(kInterface, "add");
-  bed.uevent(kCamera, "add");
-  settle();
-  EXPECT_THAT(appeared, IsEmpty());
-  EXPECT_THAT(registry().servicesMatching(kPTPInterfaces), SizeIs(1));
-}
-
-TEST_F(UdevRegistryTest, TellsOfTheEndWhilePropertiesCanStillBeRead) {
-  addHubs();
-  addCamera();
-  bed.addUSBInterface(kInterface, "06 01 01");
-  const auto subscription = subscribe(kPTPInterfaces);
+  addInterface();
   const auto present = registry().servicesMatching(kPTPInterfaces);
-  bed.uevent(kInterface, "unbind");
-  bed.remove(kInterface);
-  settle();
-  EXPECT_EQ(terminated, present);
-  ASSERT_TRUE(lastWords);
-  EXPECT_EQ(lastWords->at("bInterfaceProtocol"), 1);
-  EXPECT_EQ(registry().properties(present[0]), std::nullopt);
-}
-
-TEST_F(UdevRegistryTest, NeverUsesAHandleTwice) {
-  addHubs();
-  addCamera();
   const auto subscription = subscribe(kPTPInterfaces);
-  for (int plug = 0; plug < 3; ++plug) {
-    bed.addUSBInterface(kInterface, "06 01 01");
-    settle();
-    bed.remove(kInterface);
-    settle();
-  }
-  ASSERT_THAT(appeared, SizeIs(3));
-  EXPECT_EQ(terminated, appeared);
-  EXPECT_LT(appeared[0], appeared[1]);
-  EXPECT_LT(appeared[1], appeared[2]);
-}
-
-TEST_F(UdevRegistryTest, TellsNobodyWhoDoesNotAskOrAsksNoMore) {
-  addHubs();
-  addCamera();
   const auto others = subscribe({{"IOClass", "usb_interface"}, {"bInterfaceClass", 8}});
   auto ended = subscribe(kPTPInterfaces);
   ended.reset();
-  bed.addUSBInterface(kInterface, "06 01 01");
-  bed.remove(kInterface);
-  settle();
-  EXPECT_THAT(appeared, IsEmpty());
-  EXPECT_THAT(terminated, IsEmpty());
+  const auto repeat = [&] {
+    for (const char* action : {"bind", "change", "add"})
+      bed.uevent(kInterface, action);
+    settle();
+  };
+  repeat();
+  EXPECT_THAT(appeared, IsEmpty()) << "it was there before";
+  for (std::size_t plug = 1; plug < 3; ++plug) {
+    bed.uevent(kInterface, "unbind");
+    bed.remove(kInterface);
+    settle();
+    EXPECT_THAT(terminated, SizeIs(plug));
+    EXPECT_EQ(lastWords.value()["bInterfaceProtocol"], 1) << "readable in the callback";
+    EXPECT_EQ(registry().properties(terminated.back()), std::nullopt) << "and not after it";
+    addInterface();
+    repeat();
+    ASSERT_THAT(appeared, SizeIs(plug));
+    EXPECT_GT(appeared.back(), terminated.back()) << "a handle is never used twice";
+  }
+  EXPECT_EQ(terminated, (std::vector{present[0], appeared[0]}));
 }
 
-TEST_F(UdevRegistryTest, KeepsOneSubscribersExceptionFromTheOthers) {
+TEST_F(UdevRegistryTest, KeepsOneSubscribersExceptionAndLeavingFromTheOthers) {
+  std::unique_ptr<RegistrySubscription> leaving;
   const auto failing = registry().addMatchingNotification(
-      kPTPInterfaces, [](ServiceHandle) { throw std::runtime_error("no memory"); }, nullptr);
+      kPTPInterfaces,
+      [&](ServiceHandle) {
+        leaving.reset();
+        throw std::runtime_error("no memory");
+      },
+      nullptr);
+  leaving = registry().addMatchingNotification(
+      kPTPInterfaces, [](ServiceHandle) { FAIL() << "it has left"; }, nullptr);
   const auto subscription = subscribe(kPTPInterfaces);
   bed.addUSBInterface("/sys/devices/usb9", "06 01 01");
   settle();
@@ -225,105 +181,68 @@ TEST_F(UdevRegistryTest, KeepsOneSubscribersExceptionFromTheOthers) {
   EXPECT_THAT(log, Contains("handling uncaught exception in appeared: no memory"));
 }
 
-TEST_F(UdevRegistryTest, LetsASubscriberEndASubscriptionDuringAnAnnouncement) {
-  std::unique_ptr<RegistrySubscription> second;
-  const auto first = registry().addMatchingNotification(
-      kPTPInterfaces, [&](ServiceHandle) { second.reset(); }, nullptr);
-  second = subscribe(kPTPInterfaces);
-  bed.addUSBInterface("/sys/devices/usb9", "06 01 01");
-  settle();
-  EXPECT_THAT(appeared, IsEmpty());
-}
-
 TEST_F(UdevRegistryTest, AnnouncesASCSIUnitOnceItsNodesAreThere) {
-  addHubs();
   addCamera();
   const auto subscription = subscribe(kDVDUnits);
-  addUnit();
+  addOptical();
   addGeneric();
   settle();
   EXPECT_THAT(appeared, IsEmpty());
   EXPECT_THAT(registry().servicesMatching(kDVDUnits), IsEmpty()) << "it is not whole yet";
-  addBlock();
+  addBlock(kUnit + "/block/sr0");
   bed.uevent(kUnit, "bind");
   settle();
   ASSERT_THAT(appeared, SizeIs(1));
 
-  const auto unit = registry().properties(appeared[0]).value();
-  EXPECT_EQ(unit["BSD Name"], "sr0");
-  EXPECT_EQ(unit["device-type"], "DVD");
-  EXPECT_EQ(unit["Device Characteristics"],
-            (PropertyDictionary{{"Vendor Name", "Tarvo"}, {"Product Name", "Lumo 100"}}));
-  EXPECT_EQ(unit["Protocol Characteristics"],
-            (PropertyDictionary{{"Physical Interconnect", "USB"}}));
-  EXPECT_EQ(unit["idVendor"], 0xF055);
-  EXPECT_EQ(unit["locationID"], 0x01420000);
-  EXPECT_FALSE(unit.contains("USB Product Name"));
-  EXPECT_EQ(
-      registry().servicesMatching(
-          {{"IOPropertyMatch", {{"SCSITaskUserClient GUID", unit["SCSITaskUserClient GUID"]}}}}),
-      appeared);
+  auto unit = registry().properties(appeared[0]).value();
+  const auto guid = unit["SCSITaskUserClient GUID"];
+  const PropertyDictionary expected = {
+      {"IOClass", "scsi_unit"},
+      {"BSD Name", "sr0"},
+      {"device-type", "DVD"},
+      {"Device Characteristics", {{"Vendor Name", "Tarvo"}, {"Product Name", "Lumo 100"}}},
+      {"Protocol Characteristics", {{"Physical Interconnect", "USB"}}},
+      {"SCSITaskUserClient GUID", guid},
+      {"idVendor", 0xF055},
+      {"idProduct", 0x0A01},
+      {"locationID", 0x01420000}};
+  EXPECT_EQ(unit, expected);
+  EXPECT_EQ(guid.get_binary().size(), 16U);
+  EXPECT_EQ(registry().servicesMatching({{"SCSITaskUserClient GUID", guid}}), appeared);
 }
 
 TEST_F(UdevRegistryTest, AnnouncesASCSIUnitWithoutItsNodesAfterASecond) {
-  addHubs();
   addCamera();
   const auto subscription = subscribe(kDVDUnits);
-  addUnit();
+  addOptical();
   settle();
   loop.advance(std::chrono::milliseconds(999));
   EXPECT_THAT(appeared, IsEmpty());
   loop.advance(std::chrono::milliseconds(1));
   ASSERT_THAT(appeared, SizeIs(1));
-  EXPECT_FALSE(registry().properties(appeared[0])->contains("BSD Name"));
-  addBlock();
+  addBlock(kUnit + "/block/sr0");
   settle();
   EXPECT_EQ(loop.validTimerCount(), 0U);
   EXPECT_THAT(appeared, SizeIs(1));
 }
 
 TEST_F(UdevRegistryTest, GivesAUnitTheSameGUIDAtEveryPlugAndAnotherInAnotherPlace) {
-  addHubs();
   addCamera();
-  addUnit();
-  const auto guidOf = [&](const char* path) {
-    for (const ServiceHandle unit : registry().servicesMatching({{"IOClass", "scsi_unit"}})) {
-      const auto properties = registry().properties(unit).value();
-      if (properties["Device Characteristics"]["Product Name"] == path)
-        return properties["SCSITaskUserClient GUID"];
-    }
-    return PropertyDictionary();
-  };
-  const auto first = guidOf("Lumo 100");
-  EXPECT_EQ(first.get_binary().size(), 16U);
-  const std::string base = "/sys/devices/usb1/1-4/1-4.2/1-4.2:1.0/";
-  bed.add(base + "host9/target9:0:0/9:0:0:0", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
-          {{"type", "0"}, {"vendor", "Tarvo"}, {"model", "again"}});
-  bed.add(base + "host9/target9:0:0/9:0:0:1", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
-          {{"type", "0"}, {"vendor", "Tarvo"}, {"model", "second unit"}});
-  bed.add("/sys/devices/pci/ata1/1:0:0:0", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
-          {{"type", "0"}, {"vendor", "ATA"}, {"model", "disk"}});
-  EXPECT_EQ(guidOf("again"), first);
-  EXPECT_NE(guidOf("second unit"), first);
-  EXPECT_NE(guidOf("disk"), first);
-}
-
-TEST_F(UdevRegistryTest, ShowsAnotherTypeOfUnitWithoutADeviceType) {
-  bed.add("/sys/devices/pci/ata1/1:0:0:0", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}},
-          {{"type", "0"}, {"vendor", "ATA"}, {"model", "disk"}});
-  const auto found = registry().servicesMatching({{"IOClass", "scsi_unit"}});
-  ASSERT_THAT(found, SizeIs(1));
-  const auto unit = registry().properties(found[0]).value();
+  addOptical();
+  addUnit(kInterface + "/host9/target9:0:0/9:0:0:0", "0", "Tarvo", "again");
+  addUnit(kInterface + "/host9/target9:0:0/9:0:0:1", "0", "Tarvo", "second unit");
+  addUnit("/sys/devices/pci/ata1/1:0:0:0", "0", "ATA", "disk");
+  std::map<std::string, PropertyDictionary> units;
+  for (const ServiceHandle service : registry().servicesMatching(kUnits)) {
+    const auto unit = registry().properties(service).value();
+    units[unit["Device Characteristics"]["Product Name"]] = unit;
+  }
+  const auto guidOf = [&](const char* name) { return units[name]["SCSITaskUserClient GUID"]; };
+  EXPECT_EQ(guidOf("again"), guidOf("Lumo 100"));
+  EXPECT_NE(guidOf("second unit"), guidOf("Lumo 100"));
+  EXPECT_NE(guidOf("disk"), guidOf("Lumo 100"));
   for (const char* key : {"device-type", "Protocol Characteristics", "idVendor", "locationID"})
-    EXPECT_FALSE(unit.contains(key)) << key;
-  EXPECT_THAT(registry().servicesMatching(kDVDUnits), IsEmpty());
-}
-
-TEST_F(UdevRegistryTest, IsEmptyWhereThereIsNothingToRead) {
-  const auto subscription = subscribe(kPTPInterfaces);
-  EXPECT_THAT(registry().servicesMatching(PropertyDictionary::object()), IsEmpty());
-  EXPECT_THAT(registry().servicesMatchingBSDName("sda"), IsEmpty());
-  EXPECT_THAT(loop.validIntervals(), IsEmpty());
+    EXPECT_FALSE(units["disk"].contains(key)) << key << " is of optical drives or USB";
 }
 
 }  // namespace

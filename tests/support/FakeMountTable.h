@@ -31,10 +31,6 @@ class FakeMountTable : public MountTable {
   void add(std::string device, std::string mountPoint) {
     mounts_.push_back({std::move(device), std::move(mountPoint)});
   }
-  /// The table has changed in a way that does not concern us, as when /proc is mounted somewhere.
-  void tellWatcher() {
-    if (const auto changed = changed_) changed();
-  }
   bool isWatched() const { return static_cast<bool>(changed_); }
 
   std::vector<Mount> mounts() const override { return mounts_; }
@@ -49,6 +45,10 @@ class FakeMountTable : public MountTable {
   void watch(std::function<void()> changed) override { changed_ = std::move(changed); }
 
  private:
+  void tellWatcher() {
+    if (const auto changed = changed_) changed();
+  }
+
   std::string volumesFolder_;
   std::vector<Mount> mounts_;
   std::function<void()> changed_;

@@ -51,8 +51,6 @@ class FakeRegistry : public Registry {
   void makeUnreadable(ServiceHandle service) { unreadable_.insert(service); }
 
   std::size_t subscriptionCount() const { return subscribers_->size(); }
-  /// How often entries were searched for.
-  unsigned searches() const { return searches_; }
 
   std::optional<PropertyDictionary> properties(ServiceHandle service) override {
     const Entry* entry = find(service);
@@ -70,7 +68,6 @@ class FakeRegistry : public Registry {
   }
 
   std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) override {
-    ++searches_;
     std::vector<ServiceHandle> found;
     for (const Entry& entry : entries_) {
       if (propertiesMatch(entry.properties, match)) found.push_back(entry.handle);
@@ -137,7 +134,6 @@ class FakeRegistry : public Registry {
   std::set<ServiceHandle> unreadable_;
   std::shared_ptr<Subscribers> subscribers_ = std::make_shared<Subscribers>();
   ServiceHandle lastHandle_ = 0;
-  unsigned searches_ = 0;
 };
 
 }  // namespace tarvo::test

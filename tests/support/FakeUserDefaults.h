@@ -24,9 +24,6 @@ class FakeUserDefaults : public UserDefaults {
   void setText(std::string group, std::string key, std::string value) {
     texts_[{std::move(group), std::move(key)}] = std::move(value);
   }
-  void remove(std::string_view key) {
-    if (const auto found = booleans_.find(key); found != booleans_.end()) booleans_.erase(found);
-  }
 
   std::optional<bool> boolForKey(std::string_view key) const override {
     const auto found = booleans_.find(key);

@@ -39,8 +39,6 @@ class ManualRunLoop : public RunLoop {
 
   void performWhenIdle(std::function<void()> work) override { idle_.push_back(std::move(work)); }
 
-  Milliseconds now() const { return now_; }
-
   /// Moves the clock, firing what falls due in order of time; deferred and idle calls run before
   /// the clock moves and after each firing.
   void advance(Milliseconds by) {
@@ -72,12 +70,6 @@ class ManualRunLoop : public RunLoop {
     while (runOne(idle_)) {
     }
   }
-
-  std::size_t deferredCount() const {
-    const std::scoped_lock lock(mutex_);
-    return deferred_.size();
-  }
-  std::size_t idleCount() const { return idle_.size(); }
 
   std::size_t validTimerCount() const {
     return static_cast<std::size_t>(
@@ -141,7 +133,7 @@ class ManualRunLoop : public RunLoop {
 
   Milliseconds now_{0};
   std::vector<std::shared_ptr<ManualTimer>> timers_;
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
   std::deque<std::function<void()>> deferred_;
   std::deque<std::function<void()>> idle_;
 };

@@ -23,20 +23,20 @@ namespace tarvo::test {
 
 class PrivateBus {
  public:
-  /// The socket lies in the folder `subfolder` of a private folder; it is made by start().
-  explicit PrivateBus(const std::string& subfolder = "run")
-      : runFolder_(folder_.path(subfolder)), socket_(runFolder_ + "/bus") {}
+  /// The socket is `socket`, or one in a folder of its own; it is made by start().
+  explicit PrivateBus(const std::string& socket = "")
+      : socket_(socket.empty() ? folder_.path("run/bus") : socket) {}
   PrivateBus(const PrivateBus&) = delete;
   PrivateBus& operator=(const PrivateBus&) = delete;
   ~PrivateBus() { stop(); }
 
   const std::string& socketPath() const { return socket_; }
-  const std::string& runFolder() const { return runFolder_; }
+  std::string runFolder() const { return std::filesystem::path(socket_).parent_path(); }
   std::string address() const { return "unix:path=" + socket_; }
 
   /// Starts the daemon and waits until it answers.
   void start() {
-    std::filesystem::create_directories(runFolder_);
+    std::filesystem::create_directories(runFolder());
     const std::string addressOption = "--address=" + address();
     const char* arguments[] = {"dbus-daemon", "--session",           "--nofork",
                                "--nopidfile", addressOption.c_str(), nullptr};
@@ -73,9 +73,13 @@ class PrivateBus {
 
  private:
   TemporaryFolder folder_;
-  std::string runFolder_;
   std::string socket_;
   pid_t pid_ = 0;
+};
+
+/// A bus that is there from the start.
+struct RunningBus : PrivateBus {
+  explicit RunningBus(const std::string& socket = "") : PrivateBus(socket) { start(); }
 };
 
 }  // namespace tarvo::test

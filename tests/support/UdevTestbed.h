@@ -6,30 +6,15 @@
 //   bed.remove("/sys/devices/usb1");
 #pragma once
 
-#include <glib.h>
 #include <umockdev.h>
 
-#include <chrono>
 #include <cstdio>
-#include <functional>
 #include <map>
-#include <memory>
 #include <string>
-#include <vector>
 
-#include "Utilities/Format.h"
+#include "tests/support/MainContextWait.h"
 
 namespace tarvo::test {
-
-/// Turns the default main context until `condition` holds; false after ten seconds without it.
-inline bool eventually(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    if (!g_main_context_iteration(nullptr, FALSE)) g_usleep(1000);
-  }
-  return true;
-}
 
 class UdevTestbed {
  public:
