@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/ptp/Connecting.h"
 
@@ -227,6 +228,37 @@ TEST_F(RecoveryTest, FailsAtOnceAfterOneTimeout) {
   EXPECT_EQ(connection->closeSession(), status::kICATimeout);
   EXPECT_EQ(connection->openSession(), status::kICATimeout);
   EXPECT_EQ(connection->statistics().transactions, transactions);
+}
+
+/// Takes the command late, and keeps note of how long the host is ready to wait.
+class LateDevice : public test::ScriptedUSBDevice {
+ public:
+  static constexpr std::chrono::milliseconds kDelay{10};
+  LateDevice(USBScript& script, std::vector<std::chrono::milliseconds>& waits)
+      : ScriptedUSBDevice(script), waits_(waits) {}
+  std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override {
+    waits_.push_back(timeout);
+    std::this_thread::sleep_for(kDelay);
+    return ScriptedUSBDevice::wait(timeout);
+  }
+
+ private:
+  std::vector<std::chrono::milliseconds>& waits_;
+};
+
+TEST(Recovery, StartsThePatienceAnewForPayloadButNotForATakenCommand) {
+  const auto whole = shortTimeouts().bulk;
+  USBScript script;
+  script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, wire::payload(20000))).cancelRequest(0);
+  std::vector<std::chrono::milliseconds> waits;
+  BulkConnection connection(std::make_unique<LateDevice>(script, waits), shortTimeouts(), LogSink(),
+                            "late");
+  PiecewiseSink sink(20000, SIZE_MAX);
+  Transaction transaction{.operation = kOp, .receive = &sink};
+  EXPECT_EQ(connection.transact(transaction, nullptr), status::kICATimeout);
+  ASSERT_EQ(waits.size(), 5U);  // Command, three reads of data, response.
+  EXPECT_LE(waits[1], whole - LateDevice::kDelay);
+  EXPECT_THAT(std::vector(waits.begin() + 2, waits.end()), testing::Each(whole));
 }
 
 TEST_F(RecoveryTest, TreatsSilenceOnTheControlEndpointAsATimeout) {

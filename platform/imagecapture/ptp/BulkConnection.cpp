@@ -118,6 +118,7 @@ Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transact
   outcome = runner_.run(transaction, transactionID);
   if (outcome.ending == Ending::kStalled)
     outcome = settleStall(transaction, transactionID, std::move(outcome));
+  pipe_.endBudget();  // The steps of recovery have limits of their own.
   if (!outcome.done()) settleFailure(outcome, transactionID);
   return outcome;
 }

@@ -80,14 +80,28 @@ void BulkPipe::cancelAll() {
   oldest_ = newest_;
 }
 
+void BulkPipe::startBudget(Milliseconds budget) {
+  budget_ = budget;
+  progressed();
+}
+
 BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
   if (!deadline_) return limit;
   const auto left = std::chrono::duration_cast<Milliseconds>(*deadline_ - Clock::now());
   return std::clamp(left, Milliseconds{0}, limit);
 }
 
+std::optional<TransferCompletion> BulkPipe::waitWithinBudget(Milliseconds limit) {
+  if (!budget_) return device_.wait(limit);
+  const auto left = std::chrono::floor<Milliseconds>(std::max(budgetLeft_, Clock::duration{0}));
+  const auto begin = Clock::now();
+  const auto ended = device_.wait(std::min(limit, left));
+  budgetLeft_ -= Clock::now() - begin;
+  return ended;
+}
+
 Outcome BulkPipe::next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint) {
-  const auto ended = device_.wait(patience(limit));
+  const auto ended = waitWithinBudget(patience(limit));
   if (!ended) return outcomeOf(TransferResult::kTimedOut, endpoint);
   if (ended->tag != oldest_) return {Ending::kFailed, "a transfer ended out of turn"};
   ++oldest_;

@@ -53,16 +53,27 @@ class BulkPipe {
   /// `limit`, or what is left until the deadline.
   Milliseconds patience(Milliseconds limit) const;
 
+  /// From now on all waits for transfers together take `budget` at most, until progressed() gives
+  /// the whole of it again. The time between two waits is the caller's own and does not count.
+  void startBudget(Milliseconds budget);
+  /// Payload has moved.
+  void progressed() { budgetLeft_ = budget_.value_or(Milliseconds{0}); }
+  /// Waits have only their own limits again, and the deadline.
+  void endBudget() { budget_.reset(); }
+
   WireStatistics& statistics() { return statistics_; }
   const WireStatistics& statistics() const { return statistics_; }
 
  private:
   Outcome next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint);
+  std::optional<TransferCompletion> waitWithinBudget(Milliseconds limit);
 
   USBDevice& device_;
   std::uint64_t oldest_ = 0;  ///< tag of the oldest transfer in flight
   std::uint64_t newest_ = 0;  ///< tag of the next one
   std::optional<Clock::time_point> deadline_;
+  std::optional<Milliseconds> budget_;
+  Clock::duration budgetLeft_{};  ///< of budget_, and without meaning where there is none
   WireStatistics statistics_;
 };
 

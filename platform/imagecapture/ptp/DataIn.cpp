@@ -118,12 +118,14 @@ Outcome DataIn::reportReceived(std::size_t length) {
   if (length == 0) return {};
   const std::uint64_t offset = received_;
   received_ += length;
+  pipe_.progressed();
   if (!sink_->received(offset, length)) return {Ending::kCancelled, "cancelled by the receiver"};
   return {};
 }
 
 Outcome DataIn::drop(std::size_t length) {
   received_ += length;
+  pipe_.progressed();
   const auto now = BulkPipe::Clock::now();
   if (!dropDeadline_) dropDeadline_ = now + timeouts_.bulk;
   if (now > *dropDeadline_) return broken("the device goes on sending more than was asked for");

@@ -71,7 +71,10 @@ void DataOut::submit(std::span<const std::byte> bytes) {
 Outcome DataOut::takeOldest() {
   const std::size_t size = sizes_.front();
   sizes_.pop_front();
-  return pipe_.nextOut(size, timeouts_.bulk);
+  Outcome outcome = pipe_.nextOut(size, timeouts_.bulk);
+  // The header alone is none: a device may take it into a buffer and die.
+  if (outcome.done() && size > 0 && size_ > 0) pipe_.progressed();
+  return outcome;
 }
 
 Outcome DataOut::takeAll() {

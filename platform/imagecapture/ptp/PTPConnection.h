@@ -27,9 +27,10 @@ struct Transaction {
   std::uint64_t bytesReceived = 0;  ///< payload bytes that the device sent, dropped ones included
 };
 
-/// How long to wait. Every wait is for progress: a transfer that moves bytes starts it anew.
+/// How long to wait.
 struct Timeouts {
-  std::chrono::milliseconds bulk{4000};     ///< one bulk transfer without progress
+  /// All bulk transfers of a transaction together without progress, which is payload that moves.
+  std::chrono::milliseconds bulk{4000};
   std::chrono::milliseconds control{1000};  ///< one class request
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
   /// All of closing a session that another process left open, and opening it anew.

@@ -51,6 +51,7 @@ TransactionRunner::TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts)
 
 Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transactionID) {
   ++pipe_.statistics().transactions;
+  pipe_.startBudget(timeouts_.bulk);
   CancelOnExit guard(pipe_);
   Outcome outcome = runPhases(transaction, transactionID);
   if (outcome.done()) {
@@ -77,7 +78,7 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   Outcome outcome = pipe_.write(bytes, limit);
   if (!inStep_ && outcome.ending == Ending::kTimedOut) {
     dropStaleInput();
-    outcome = pipe_.write(bytes, std::max(timeouts_.bulk - 2 * limit, limit));
+    outcome = pipe_.write(bytes, timeouts_.bulk);
   }
   if (outcome.done() && block.size % pipe_.outPacketSize() == 0)
     outcome = pipe_.write({}, timeouts_.bulk);

@@ -21,7 +21,10 @@ class TransactionRunner {
   /// `pipe` is lent.
   TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts);
 
-  /// Runs the phases. No transfer is in flight afterwards, however it ended.
+  /// Runs the phases. No transfer is in flight afterwards, however it ended. All waits together
+  /// take `Timeouts::bulk` at most, and as much again after each payload byte that moves: taking
+  /// the command is no progress. The budget holds on for readResponse(), until
+  /// BulkPipe::endBudget().
   ///
   /// Until the device has answered one transaction rightly, what it still has to say to a process
   /// that was killed is passed over.
