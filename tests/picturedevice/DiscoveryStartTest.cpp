@@ -22,15 +22,6 @@ TEST(DiscoveryStart, AnnouncesWhatIsThereFromTheMainLoopNotFromInside) {
   EXPECT_EQ(room.added.size(), 1U);
 }
 
-TEST(DiscoveryStart, IsAtOnceUnlessTheHelperLaunchedUs) {
-  for (const auto& launcher : {std::optional<std::string>(), std::optional<std::string>("com.x")}) {
-    PictureDeviceTestRoom room;
-    room.applications.launcher = launcher;
-    XTPictureDevice::registerAllNotifications();
-    EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
-  }
-}
-
 TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   PictureDeviceTestRoom room;
   room.applications.launcher = room.maker.helperBundleIdentifier;
@@ -48,15 +39,6 @@ TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   EXPECT_EQ(room.ica.registrations, registrations) << "heard once only";
 }
 
-TEST(DiscoveryStart, RegistersOnceAndLooksAgainOnEveryCall) {
-  PictureDeviceTestRoom room;
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_EQ(room.ica.registrations, 1);
-  room.ica.addPTPCamera();
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_EQ(room.added.size(), 1U);
-}
-
 TEST(DiscoveryStart, RaisesWhenImageCaptureRefusesAndCanBeTriedAgain) {
   PictureDeviceTestRoom room;
   room.ica.registrationStatus[ica::kDeviceAdded] = -50;
@@ -72,17 +54,6 @@ TEST(DiscoveryStart, RaisesWhenImageCaptureRefusesAndCanBeTriedAgain) {
   room.ica.registrationStatus.clear();
   XTImageCaptureDevice::registerDeviceAddedNotifications();
   EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
-}
-
-TEST(DiscoveryStart, IsNotStoppedByADeviceThatRaises) {
-  PictureDeviceTestRoom room;
-  auto& bad = room.ica.addPTPCamera(
-      {.serialNumber = "BAD", .operations = {0x1001, 0x1002, 0x1003, 0x920A}});
-  bad.answers[0x920A] = {.responseCode = 0x2002};
-  room.ica.addPTPCamera({.serialNumber = "GOOD"});
-  XTPictureDevice::registerAllNotifications();
-  ASSERT_EQ(XTPictureDevice::deviceList().size(), 1U);
-  EXPECT_EQ(XTPictureDevice::deviceList()[0]->serialNumber(), "GOOD");
 }
 
 }  // namespace
