@@ -100,14 +100,6 @@ TEST_F(DeviceInfo, OfNoDeviceOrAnUnknownKindIsLeftAsItIs) {
             2U);
 }
 
-TEST_F(DeviceInfo, MayBeAskedForInParts) {
-  const auto device = massStorage("CARD", 0x40B);
-  DeviceInfoSupport::getInfoForDevice(device, nullptr, nullptr, nullptr);
-  std::int32_t locID = 77;
-  DeviceInfoSupport::getInfoForDevice(device, nullptr, &locID, nullptr);
-  EXPECT_EQ(locID, 77) << "nothing is filled without a type";
-}
-
 TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
   PictureDeviceTestRoom room;
   const IdentifyRoom identify({room.ica, room.registry, room.mounts});

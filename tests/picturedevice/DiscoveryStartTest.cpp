@@ -1,9 +1,7 @@
 // When discovery starts, and how what it finds is announced.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
-#include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {
@@ -37,23 +35,6 @@ TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   const int registrations = room.ica.registrations;
   room.center.post({"XTWirelessDeviceDestroyed", nullptr});
   EXPECT_EQ(room.ica.registrations, registrations) << "heard once only";
-}
-
-TEST(DiscoveryStart, RaisesWhenImageCaptureRefusesAndCanBeTriedAgain) {
-  PictureDeviceTestRoom room;
-  room.ica.registrationStatus[ica::kDeviceAdded] = -50;
-  try {
-    XTImageCaptureDevice::registerDeviceAddedNotifications();
-    FAIL() << "nothing was raised";
-  } catch (const Exception& exception) {
-    EXPECT_EQ(exception.name(), "ICARegisterEventNotification");
-    EXPECT_EQ(exception.reason(), "Event registration failed.");
-  }
-  EXPECT_TRUE(room.trace.contains("DeviceAdded: registerEventNotificationPB.header.err: -50"));
-
-  room.ica.registrationStatus.clear();
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
 }
 
 }  // namespace
