@@ -2,7 +2,7 @@
 // be written beyond the room that was given.
 #include <cstdlib>
 
-#include "tests/ptp/RandomConversation.h"
+#include "fuzz/RandomConversation.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const tarvo::test::RandomConversation conversation(std::span(data, size));

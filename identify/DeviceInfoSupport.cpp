@@ -24,6 +24,7 @@ void write(Target* target, const Value& value) {
 
 void infoForPTPDevice(const XTPictureDevice& device, std::string* type, std::int32_t* locID,
                       std::string* path) {
+  // A PTP device need not be one of Image Capture.
   const auto* imageCaptureDevice = dynamic_cast<const XTImageCaptureDevice*>(&device);
   if (!imageCaptureDevice || !imageCaptureDevice->icaDictionary()) {
     systemLogLine("getInfoForDevice:returnType:locID:path - icaDict is nil!");
@@ -33,6 +34,7 @@ void infoForPTPDevice(const XTPictureDevice& device, std::string* type, std::int
   const auto number = [&](std::string_view key) {
     return int32ForKey(dictionary, key).value_or(0);
   };
+  // An unsupported model is told by its empty type alone; location and path are left as they are.
   if (!DeviceInfoSupport::isValidDscVid(number("idVendor"), number("idProduct"))) {
     write(type, kTypeUnsupported);
     return;
@@ -56,6 +58,7 @@ void DeviceInfoSupport::getInfoForDevice(const std::shared_ptr<XTPictureDevice>&
     systemLogLine("getInfoForDevice:returnType:locID:path - mscDevice cast failed!");
     return;
   }
+  // Without a type the rest is of no use to anybody, so it is not filled in; intended.
   if (!type) return;
   *type = mscDevice->isMSCamera() ? kTypeMassStorage
           : mscDevice->isMSCard() ? kTypeCard
@@ -69,6 +72,7 @@ std::optional<PropertyDictionary> DeviceInfoSupport::getRootUSBDictionaryForServ
   auto* room = IdentifyRoom::current();
   if (!room) return std::nullopt;
   auto& registry = room->services().registry;
+  // The service may have gone since its handle was got.
   if (auto ancestors = registry.ancestors(service); !ancestors) {
     TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateIterator failed");
   } else {

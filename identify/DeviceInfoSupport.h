@@ -15,6 +15,11 @@ namespace tarvo {
 class XTImageCaptureMSCDevice;
 
 /// Main thread only. Nothing here raises.
+///
+///   std::string type, path;
+///   std::int32_t location = 0;
+///   DeviceInfoSupport::getInfoForDevice(device, &type, &location, &path);
+///   if (!type.empty()) launch(type, location, path);
 class DeviceInfoSupport {
  public:
   DeviceInfoSupport() = delete;
@@ -26,9 +31,13 @@ class DeviceInfoSupport {
                                std::int32_t* locID, std::string* path);
 
   /// Properties of the USB device at or above a registry entry; none when there is no such device.
+  /// The nearest one counts, which is the unit and not the hub. Entries that cannot be read are
+  /// passed over. None without an IdentifyRoom.
   static std::optional<PropertyDictionary> getRootUSBDictionaryForService(ServiceHandle service);
 
   /// The checks of the supported-model table; false without one.
+  /// By USB vendor and product id: cameras that speak PTP (Dsc), cameras as mass storage (PVC), and
+  /// cards, which are known by what lies on them.
   static bool isValidDscVid(std::int32_t vid, std::int32_t pid);
   static bool isValidPVC(const XTImageCaptureMSCDevice& device);
   static bool isValidCard(const XTImageCaptureMSCDevice* device);

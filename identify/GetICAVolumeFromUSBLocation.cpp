@@ -20,6 +20,7 @@ bool isMassStorageModule(const PropertyDictionary& properties) {
 /// The camera at `index` of the device list; none, logged, when that child is no camera. Codes are
 /// shown least significant byte first; this is intended.
 std::optional<ICAObject> cameraAt(ImageCapture& imageCapture, ICAObject list, std::uint32_t index) {
+  // Asked one by one: a child that cannot be read does not hide the others.
   ICAChildInfo child;
   const int number = static_cast<int>(index);
   if (const Status error = imageCapture.getNthChild(list, index, child); error != status::kOK) {
@@ -42,6 +43,7 @@ std::optional<ICAObject> cameraAt(ImageCapture& imageCapture, ICAObject list, st
 /// Name of the device that the volume is mounted from; empty when it is not mounted.
 std::string mountedDeviceName(const MountTable& mounts, const std::string& volume) {
   const auto device =
+      // The label comes from the card: only its last component is joined to the folder.
       mounts.deviceMountedAt(mounts.volumesFolder() + "/" + lastPathComponent(volume));
   return device ? lastPathComponent(*device) : std::string();
 }
@@ -58,12 +60,14 @@ std::optional<ICAVolume> volumeAt(const IdentifyServices& services, ICAObject li
     return std::nullopt;
   }
   if (!isMassStorageModule(properties)) return std::nullopt;
+  // A mass-storage device without a volume has no card in it, or one that cannot be read.
   const auto volume = textForKey(properties, "volume");
   if (!volume) {
     logDebug(formatted("No volume property for index %d", static_cast<int>(index)));
     return std::nullopt;
   }
   auto bsdName = textForKey(properties, "bsdName").value_or("");
+  // Image Capture may not know it yet when the volume has just been mounted.
   if (bsdName.empty()) bsdName = mountedDeviceName(services.mounts, *volume);
   if (bsdName.empty()) return std::nullopt;
   return ICAVolume{*volume, bsdName};

@@ -4,6 +4,7 @@ namespace tarvo {
 
 namespace {
 
+// Set by the room itself for its life.
 IdentifyRoom* currentRoom = nullptr;
 
 }  // namespace

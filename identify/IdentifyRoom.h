@@ -8,6 +8,7 @@
 
 namespace tarvo {
 
+/// Lent for the life of the room.
 struct IdentifyServices {
   ImageCapture& imageCapture;
   Registry& registry;
@@ -15,6 +16,9 @@ struct IdentifyServices {
 };
 
 /// Main thread only.
+///
+///   const IdentifyRoom room({imageCapture, registry, mounts});
+///   const auto volumes = GetICABSDNames();
 class IdentifyRoom {
  public:
   explicit IdentifyRoom(IdentifyServices services);

@@ -13,12 +13,14 @@ constexpr std::uint16_t kVendorSendObject = 0x9002;
 constexpr std::uint16_t kVendorSendRequired = 0x9006;
 constexpr std::uint16_t kVendorDeleteObject = 0x9209;
 
+// Of the value of the capture-capability property, 0xD00B.
 constexpr std::uint32_t kCaptureBit = 1U << 0;
 constexpr std::uint32_t kDirectBragbookImagesBit = 1U << 6;
 
 std::uint32_t scanCurrentValue(XTPTPDataSet& description) {
   constexpr std::uint32_t kPropertyCodeSize = 2;
   constexpr std::uint32_t kGetSetSize = 1;
+  // DevicePropDesc: code, datatype, get/set, factory default, current value (ISO 15740).
   description.skip(kPropertyCodeSize);
   const std::uint16_t dataType = description.scanUInt16();
   description.skip(kGetSetSize);
@@ -52,6 +54,7 @@ DeviceCapabilities CapabilityDetection::detect(const DeviceFacts& facts) {
   const bool isMakers = facts.manufacturer == maker_.manufacturer;
   const bool isLegacy =
       std::ranges::find(maker_.legacyModels, facts.model) != maker_.legacyModels.end();
+  // Without the maker's name 0x9006 is somebody else's operation.
   const bool takesVendorSend = isMakers && offers(kVendorSendRequired);
 
   DeviceCapabilities capabilities;
@@ -70,6 +73,7 @@ void CapabilityDetection::detectMakersCapabilities(const DeviceFacts& facts,
   capabilities.deviceSupportsAddressBooks =
       offers(ptp::XTO_GET_ADDRESS_BOOK_INFO) || knows(ptp::XTD_CONTACT);
   capabilities.deviceSupportsAlbumNames =
+      // Listed is not enough: the device may refuse it all the same.
       (offers(ptp::XTO_GET_LCB_INFO) && device_.doesLCBInfoWork()) || knows(ptp::XTD_ALBUM);
   capabilities.deviceSupportsBragbooks = offers(ptp::XTO_GET_BRAGBOOK_VERSION);
   capabilities.deviceRequiresYCC422 = containsCode(facts.imageFormats, ptp::XTD_BRAGBOOK2);
@@ -94,6 +98,7 @@ std::uint32_t CapabilityDetection::captureCapability() {
 
 bool isOperationSupported(std::uint16_t operation, const CodeList* listed,
                           bool hasMakersExtension) {
+  // These come before the list is known, or end a session whatever is known.
   if (operation >= ptp::kGetDeviceInfo && operation <= ptp::kCloseSession) return true;
   if (!listed || !containsCode(*listed, operation)) return false;
   // A vendor code of another vendor's device means something else there.

@@ -14,6 +14,8 @@ namespace tarvo {
 struct DeviceFacts {
   const std::string& manufacturer;
   const std::string& model;
+  /// OperationsSupported, DevicePropertiesSupported and ImageFormats of the DeviceInfo (ISO 15740),
+  /// and the vendor data sets, which are asked for apart.
   const CodeList& opcodes;
   const CodeList& properties;
   const CodeList& imageFormats;
@@ -21,6 +23,12 @@ struct DeviceFacts {
 };
 
 /// Main thread only.
+///
+///   CapabilityDetection detection(device, maker);
+///   const auto capabilities = detection.detect(facts);
+///
+/// Most capabilities follow from the lists alone. Only a device with the maker's manufacturer text
+/// is asked anything, and only about what it lists.
 class CapabilityDetection {
  public:
   /// Both are lent.
@@ -32,6 +40,8 @@ class CapabilityDetection {
   DeviceCapabilities detect(const DeviceFacts& facts);
 
  private:
+  /// Sets the flags that no other vendor's device gets, the vendor codes of which mean something
+  /// else.
   void detectMakersCapabilities(const DeviceFacts& facts, DeviceCapabilities& capabilities);
   /// Current value of the capture-capability property; 0 when it cannot be told.
   std::uint32_t captureCapability();

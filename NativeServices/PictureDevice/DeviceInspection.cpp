@@ -18,6 +18,7 @@ constexpr int kRetryLimit = 10;
 /// The exception with the status of the failed transaction, where it has one.
 std::string inWords(const std::exception& exception) {
   std::string words = exception.what();
+  // Only our own exceptions carry user information.
   const auto* raised = dynamic_cast<const Exception*>(&exception);
   const auto status = raised ? int32ForKey(raised->userInfo(), "ptpResponseCode") : std::nullopt;
   if (status.value_or(status::kOK) != status::kOK) words += ": " + statusText(*status);
@@ -40,6 +41,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::run() {
     interfaceRefused(failure, why);
     return nullptr;
   }
+  // The retries start anew, should the interface be held at another arrival.
   room_.pendingInspections().forget(object_);
   return build();
 }
@@ -48,6 +50,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
   try {
     std::string why;
     auto device = XTImageCaptureDevice::deviceFromICAObject(object_, &properties_, &why);
+    // Without words it is a device that nobody wants, which is nothing to report.
     if (!device && !why.empty()) report("is not used: " + why);
     return device;
   } catch (const std::exception& exception) {
@@ -83,6 +86,7 @@ void DeviceInspection::report(const std::string& what) const {
 }
 
 void inspectGuarded(ICAObject object, const char* entry) {
+  // A timer can fire between the end of the room and that of the loop.
   auto* room = PictureDeviceRoom::current();
   if (!room) return;
   try {

@@ -15,6 +15,11 @@ namespace tarvo {
 bool isOfMaker(const PropertyDictionary& properties, const MakerConstants& maker);
 
 /// Main thread only.
+///
+///   if (const auto device = DeviceInspection(room, object, properties).run()) device->cache();
+///
+/// Of one use. It may block for as long as the device may take to answer, 5 s for one that is
+/// silent.
 class DeviceInspection {
  public:
   /// `properties` is lent.
@@ -28,8 +33,11 @@ class DeviceInspection {
   std::shared_ptr<XTImageCaptureDevice> run();
 
  private:
+  /// With the interface held. Reports what is raised, and why there is no device.
   std::shared_ptr<XTImageCaptureDevice> build();
+  /// Schedules the next attempt, or reports that there will be none.
   void interfaceRefused(Status failure, const std::string& why);
+  /// "'NAME' at 0xLOCATION " and `what`, as a warning for the maker's devices.
   void report(const std::string& what) const;
 
   PictureDeviceRoom& room_;
@@ -39,6 +47,7 @@ class DeviceInspection {
 
 /// Inspects `object` from an entry of the main loop: what is raised is logged as uncaught in
 /// `entry`.
+/// Nothing without a room: an entry of the loop can outlive it.
 void inspectGuarded(ICAObject object, const char* entry);
 
 }  // namespace tarvo

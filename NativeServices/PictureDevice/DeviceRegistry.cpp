@@ -9,9 +9,11 @@
 namespace tarvo {
 
 void DeviceRegistry::add(const std::shared_ptr<XTPictureDevice>& device) {
+  // A camera that announces itself twice, or comes back before its removal was seen, is one device.
   const bool isKnown = std::ranges::any_of(
       deviceSet_, [&](const auto& known) { return known->isSameDeviceAs(*device); });
   if (isKnown) return;
+  // First, so that an observer finds the device in the list that it asks for.
   deviceSet_.push_back(device);
   try {
     device->notifySelfAdded();
@@ -26,10 +28,12 @@ void DeviceRegistry::remove(XTPictureDevice& device) {
   const auto found = std::ranges::find_if(deviceSet_, isDevice);
   if (found == deviceSet_.end()) return;
   const auto kept = *found;  // observers may drop every other holder
+  // A device must not hear of its own removal: it would act on a list that still has it.
   center_.removeObserver(&device);
   try {
     device.notifySelfRemoved();
   } catch (...) {
+    // Whatever an observer does, a device that is gone must not stay.
     std::erase_if(deviceSet_, isDevice);
     throw;
   }
@@ -44,6 +48,7 @@ void DeviceRegistry::notify(std::string_view name, XTPictureDevice& device) {
   }
   // Delivered from the loop, so that observers are never called from inside discovery.
   runLoop_.performOnMainThread([this, alive = alive_, notification = std::move(notification)] {
+    // The registry may have ended while the call waited in the loop.
     if (*alive) postAtIdleTime(notification);
   });
 }

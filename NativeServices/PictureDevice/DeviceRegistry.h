@@ -18,6 +18,9 @@ inline constexpr std::string_view kDeviceAddedNotification = "DeviceAdded";
 inline constexpr std::string_view kDeviceRemovedNotification = "DeviceRemoved";
 
 /// Main thread only.
+///
+/// The registry shares each device with whoever got it from the list: a device that has left lives
+/// on, disconnected, until the last of them lets it go.
 class DeviceRegistry {
  public:
   using DeviceList = std::vector<std::shared_ptr<XTPictureDevice>>;
@@ -28,6 +31,7 @@ class DeviceRegistry {
   DeviceRegistry(const DeviceRegistry&) = delete;
   DeviceRegistry& operator=(const DeviceRegistry&) = delete;
 
+  /// In the order of arrival. Valid until the next change; observers take a copy.
   const DeviceList& devices() const { return deviceSet_; }
 
   /// Appends the device and announces it, unless one that is the same device is there already. What
@@ -43,9 +47,12 @@ class DeviceRegistry {
   /// with the style that holds then, or at once.
   void notify(std::string_view name, XTPictureDevice& device);
 
+  /// kWhenIdle while discovery runs at the start, so that the observers are called when all of it
+  /// is known; kNow otherwise.
   PostingStyle discoveryNotificationPostingStyle = PostingStyle::kNow;
 
  private:
+  /// From the loop: the second half of a deferred notify().
   void postAtIdleTime(const Notification& notification);
 
   NotificationCenter& center_;

@@ -56,6 +56,7 @@ constexpr PTPFormat kPTPFormats[] = {
 }  // namespace
 
 FourCharCode fileTypeOfExtension(std::string_view extension) {
+  // A few dozen rows that are asked for once a file: a search from the front does.
   const auto* found = std::ranges::find(kFileTypes, extension, &FileType::extension);
   return found == std::end(kFileTypes) ? kUnknownType : found->type;
 }

@@ -9,6 +9,8 @@
 namespace tarvo {
 
 /// The file type of an extension in lower case; '????' for an unknown one.
+/// Extensions are given without their dot. Case matters: callers bring them to lower case, as file
+/// systems of cameras shout.
 FourCharCode fileTypeOfExtension(std::string_view extension);
 
 /// The PTP object format (ISO 15740, or the maker's) of an extension in lower case; 0x3000,

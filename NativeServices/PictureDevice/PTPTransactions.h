@@ -15,11 +15,15 @@ namespace tarvo {
 /// Main thread only. A status is 0, the PTP response code of the device, or 0x2002 where no
 /// response arrived, 0x2003 without an Image Capture object and 0x2005 for an operation that the
 /// device does not offer.
+///
+/// Each call is one transaction, which blocks until it has ended; what is said to be read once is
+/// kept.
 class PTPTransactions {
  public:
   virtual ~PTPTransactions() = default;
 
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
+  /// Needs no session (ISO 15740, GetDeviceInfo).
   virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
 
   /// XTO_GET_SUPPORTED_DATASETS (0x920A): the vendor data set formats that the device knows; empty

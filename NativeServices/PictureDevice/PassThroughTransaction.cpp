@@ -20,6 +20,7 @@ std::size_t roomFor(const PTPRequest& request) {
 
 PassThroughTransaction::PassThroughTransaction(PTPRequest request)
     : request_(std::move(request)), record_(roomFor(request_), request_.mallocFailure) {
+  // Most operations name themselves alike in all three lines.
   if (request_.headerFailure.empty()) request_.headerFailure = request_.method;
   if (request_.resultFailure.empty()) request_.resultFailure = request_.headerFailure;
 
@@ -30,8 +31,11 @@ PassThroughTransaction::PassThroughTransaction(PTPRequest request)
   std::copy_n(request_.parameters.begin(), pb.numOfInputParams, pb.params);
   pb.numOfOutputParams = request_.responseParameters;
   pb.dataUsageMode = request_.dataUsageMode;
+  // What is sent has its exact size, what is received the room; the service writes there how much
+  // came.
   pb.dataSize = static_cast<std::uint32_t>(
       request_.dataUsageMode == kDataToDevice ? request_.data.size() : request_.room);
+  // Also ends the loan: a retry or a late look at the record must not reach the caller's bytes.
   std::ranges::copy(request_.data, record_.data().begin());
 }
 
@@ -63,6 +67,7 @@ Status PassThroughTransaction::outcome() const {
 
 std::span<const std::byte> PassThroughTransaction::received() const {
   const auto data = record_.data();
+  // The size is the device's word by now and is not trusted.
   return data.first(std::min<std::size_t>(record_.pb().dataSize, data.size()));
 }
 

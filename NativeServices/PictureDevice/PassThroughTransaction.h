@@ -23,6 +23,7 @@ namespace tarvo {
 
 class XTImageCaptureDevice;
 
+/// What a transaction is made of. `data` is lent to the constructor only.
 struct PTPRequest {
   /// Name of the operation in "... couldn't get an ICA object".
   std::string method;
@@ -32,6 +33,7 @@ struct PTPRequest {
   std::uint16_t operation = 0;
   std::vector<std::uint32_t> parameters{};  ///< at most 4
   std::uint32_t responseParameters = 0;     ///< wanted
+  /// Which way the data phase goes; without one neither `room` nor `data` counts.
   PTPDataUsageMode dataUsageMode = kNoData;
   std::size_t room = 0;                          ///< bytes that may be received
   std::span<const std::byte> data{};             ///< to send
@@ -39,6 +41,7 @@ struct PTPRequest {
 };
 
 /// Main thread only.
+/// The record lies in one allocation with the room for the data phase, and is sent once.
 class PassThroughTransaction {
  public:
   /// Raises the malloc exception.
@@ -52,7 +55,9 @@ class PassThroughTransaction {
   Status outcome() const;
   /// What sending the message returned.
   Status status() const { return status_; }
+  /// 0 before run().
   std::uint32_t responseCode() const { return record_.pb().resultCode; }
+  /// `index` is 0 to 3; one that the device left out reads as 0.
   std::uint32_t responseParameter(std::size_t index) const { return record_.pb().params[index]; }
 
   /// What the device sent, at most the room.
@@ -67,11 +72,13 @@ class PassThroughTransaction {
   PTPPassThroughRecord takeRecord() { return std::move(record_); }
 
  private:
+  /// The two lines in which every failing operation is traced.
   void traceFailure(Status headerErr) const;
 
   PTPRequest request_;
   PTPPassThroughRecord record_;
   Status status_ = status::kOK;
+  /// False until a device with an Image Capture object got the message.
   bool hadObject_ = false;
 };
 

@@ -5,6 +5,7 @@
 namespace tarvo {
 
 PendingInspections::~PendingInspections() {
+  // The loop keeps its timers by itself and would fire them into nothing.
   for (const auto& [object, timer] : timers_)
     timer->invalidate();
 }
@@ -17,6 +18,7 @@ bool PendingInspections::isWaiting(ICAObject object) const {
 void PendingInspections::schedule(ICAObject object, std::chrono::milliseconds delay,
                                   std::function<void()> inspect) {
   cancelTimer(object);
+  // `this` is safe in it: the destructor invalidates every timer.
   timers_[object] = runLoop_.scheduleTimer(delay, false, [this, object, work = std::move(inspect)] {
     timers_.erase(object);  // first: the work may schedule the next one
     work();

@@ -13,6 +13,9 @@
 namespace tarvo {
 
 /// Main thread only. At most one inspection of an object waits; destroying this drops them all.
+///
+/// A timer of the main loop waits for each, none of them repeats, and none is left when nothing
+/// waits.
 class PendingInspections {
  public:
   explicit PendingInspections(RunLoop& runLoop) : runLoop_(runLoop) {}
@@ -20,6 +23,7 @@ class PendingInspections {
   PendingInspections(const PendingInspections&) = delete;
   PendingInspections& operator=(const PendingInspections&) = delete;
 
+  /// Whether an inspection of the object is scheduled.
   bool isWaiting(ICAObject object) const;
   /// Calls `inspect` once after `delay`. Replaces what waits for the same object.
   void schedule(ICAObject object, std::chrono::milliseconds delay, std::function<void()> inspect);
@@ -32,7 +36,9 @@ class PendingInspections {
   void cancelTimer(ICAObject object);
 
   RunLoop& runLoop_;
+  /// Only timers that have not fired.
   std::map<ICAObject, std::shared_ptr<Timer>> timers_;
+  /// Of objects whose interface was refused, until forget().
   std::map<ICAObject, int> retries_;
 };
 

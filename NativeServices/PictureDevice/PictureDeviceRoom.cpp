@@ -8,6 +8,7 @@ namespace tarvo {
 
 namespace {
 
+// Set by the room itself for its life. The class operations have no object to reach it through.
 PictureDeviceRoom* currentRoom = nullptr;
 
 }  // namespace
@@ -20,7 +21,9 @@ PictureDeviceRoom::PictureDeviceRoom(PictureDeviceServices services)
 }
 
 PictureDeviceRoom::~PictureDeviceRoom() {
+  // The wait for the helper's wireless device is observed in the room's name.
   services_.center.removeObserver(this);
+  // While the room is still current: devices look it up as they end.
   deviceRegistry_.clear();
   if (currentRoom == this) currentRoom = nullptr;
 }

@@ -32,8 +32,15 @@ struct PictureDeviceServices {
 };
 
 /// Main thread only. Destroying it drops every device and everything that is scheduled.
+///
+///   PictureDeviceRoom room({center, queue, loop, imageCapture, registry, mounts, applications,
+///                           defaults, maker, log});
+///   XTPictureDevice::registerAllNotifications();
+///
+/// Devices and callbacks may outlive it: what they need of it they look up anew each time.
 class PictureDeviceRoom {
  public:
+  /// Becomes the current room.
   explicit PictureDeviceRoom(PictureDeviceServices services);
   ~PictureDeviceRoom();
   PictureDeviceRoom(const PictureDeviceRoom&) = delete;
@@ -44,6 +51,7 @@ class PictureDeviceRoom {
   /// The same where there must be one; raises an assertion otherwise.
   static PictureDeviceRoom& required();
 
+  /// The services are of the platform and outlive the room.
   const PictureDeviceServices& services() const { return services_; }
   DeviceRegistry& deviceRegistry() { return deviceRegistry_; }
   PendingInspections& pendingInspections() { return pendingInspections_; }

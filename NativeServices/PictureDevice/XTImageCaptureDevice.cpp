@@ -15,6 +15,8 @@ ImageCapture& imageCapture() {
 }
 
 void traceDictionary(const PropertyDictionary& dictionary) {
+  // Dumping a dictionary with thousands of pictures is dear; texts of devices need not be valid
+  // UTF-8.
   if (!TraceLog::isActive()) return;
   TraceLog::trace("* * * * Here is the Dictionary Dump * * * *");
   TraceLog::dump(dictionary.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace));
@@ -34,6 +36,8 @@ Status XTImageCaptureDevice::initObject(ICAObject object) {
   icaObject_ = object;
   icaDictionary_.reset();
   icaDictionaryDirty_ = true;
+  // Only the information; the pictures are read when somebody asks for them, so that an arrival
+  // costs the same whatever the card holds.
   const Status status = loadDeviceInfo();
   if (status != status::kOK) {
     TraceLog::trace("XTImageCaptureDevice: ERROR - initObject call to loadDeviceInfo failed");
@@ -65,9 +69,11 @@ Status XTImageCaptureDevice::refreshIcaDictionary() {
 Status XTImageCaptureDevice::icaObjectSendMessage(ICAObjectSendMessagePB& block) {
   if (disconnected()) {
     TraceLog::traceWithTag(formatted("Device 0x%8X is disconnected!", icaObject_), XTOptDebugLog);
+    // Callers read the response first, so it must not be what an earlier message left.
     if (block.data) block.data->pb().resultCode = status::kPTPGeneralError;
     return status::kPTPGeneralError;
   }
+  // Kept because the PTP statuses that callers pass on do not tell a time-out from an unplugging.
   lastMessageStatus_ = imageCapture().objectSendMessage(block);
   if (lastMessageStatus_ != status::kOK) {
     TraceLog::trace("XTImageCaptureDevice: ERROR - ICAObjectSendMessage returned status = %d",
@@ -101,6 +107,7 @@ Status XTImageCaptureDevice::loadDeviceInfoUncached() {
 }
 
 void XTImageCaptureDevice::storesChanged() {
+  // Handles of objects and stores are given anew when a card was changed.
   fields_.objectInfoCache.clear();
   fields_.storageIDCache.reset();
   fields_.cachedAlbumDict.reset();

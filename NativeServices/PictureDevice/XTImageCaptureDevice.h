@@ -25,6 +25,7 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
   /// Registers for arrivals, once, and inspects what is there.
   static void registerDeviceAddedNotifications();
+  /// Each of these replaces an earlier registration for the same object, and ends with the object.
   static void registerForDeviceRemovedEvent(ICAObject object);
   static void registerForStoreAddedEvent(ICAObject object);
   static void registerForStoreRemovedEvent(ICAObject object);
@@ -39,6 +40,8 @@ class XTImageCaptureDevice : public XTPictureDevice {
                                                             std::vector<ICAObject>* objects);
   /// The camera at `index` of the device list; 0 when that child is no camera.
   static ICAObject cameraObjectAtIndex(std::uint32_t index, ICAObject deviceList);
+  /// Copies the property dictionary and inspects the device; nothing when it has gone meanwhile.
+  /// Raises as completeDeviceInspection().
   static void primeICADevice(ICAObject object);
   /// Registers for the device's removal, builds the device and enters it in the registry. The
   /// interface is let go before the device is announced. An interface that somebody else holds is
@@ -49,14 +52,19 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// of a PTP device raise.
   static std::shared_ptr<XTImageCaptureDevice> deviceFromICAObject(
       ICAObject object, const PropertyDictionary* properties, std::string* why = nullptr);
+  /// The registered device of an object, or null. Safe without a room.
   static std::shared_ptr<XTImageCaptureDevice> deviceWithICAObject(ICAObject object);
   /// Volume label of an object; none when it has none.
   static std::optional<std::string> getICADeviceName(ICAObject object);
 
   // Events.
 
+  /// Schedules the inspection half a second from now, unless the device is known or waits already.
   static void deviceAdded(ICAObject object);
+  /// Drops what is scheduled, marks the device disconnected and takes it out of the registry.
   static void deviceRemoved(ICAObject object);
+  /// A card came or went: the device forgets what it has read, and "StoreAdded" or "StoreRemoved"
+  /// is posted with it.
   static void storeAdded(ICAObject object);
   static void storeRemoved(ICAObject object);
 
@@ -65,6 +73,7 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// Binds to the object and loads the device information. 0, or the failing status, after which
   /// the device is of no use.
   Status initObject(ICAObject object);
+  /// 0 until initObject().
   ICAObject icaObject() const { return icaObject_; }
   /// As last copied from Image Capture.
   const std::optional<PropertyDictionary>& icaDictionary() const { return icaDictionary_; }
@@ -76,6 +85,7 @@ class XTImageCaptureDevice : public XTPictureDevice {
   virtual Status icaObjectSendMessage(ICAObjectSendMessagePB& block);
   /// Forgets what was read from the stores, so that it is read again on next use.
   void storesChanged();
+  /// Ends the delivery of events that only a device's own class understands.
   void unregisterForExtendedEvents();
   /// Whether the device's USB vendor id is the maker's.
   bool isOfMaker() const;
@@ -84,14 +94,20 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
   std::string_view className() const override { return "XTImageCaptureDevice"; }
   std::string description() const override;
+  /// The name, which stands for the model too. -36 without a dictionary or a name.
   Status loadDeviceInfoUncached() override;
+  /// Pictures are the elements under "data" of the dictionary, as it is now; without one there are
+  /// none.
   std::int32_t imageCount() override;
   std::optional<ObjectReferences> pictureFiles() override;
+  /// From the object's dictionary: "tsiz", "isiz" (both bytes, 0 where missing) and "ifil". An
+  /// object that is no dictionary is a failed assertion of objectSize().
   std::int64_t thumbSize(const ObjectReference& object) override;
   std::int64_t objectSize(const ObjectReference& object) override;
   std::optional<std::string> objectFilename(const ObjectReference& object) override;
   std::optional<ByteBuffer> downloadObject(const ObjectReference&) override { return std::nullopt; }
   Status deleteFilesOfType(std::uint16_t) override { return status::kOK; }
+  /// A device that does not speak PTP has no lists, which is no missing implementation.
   const CodeList* opCodeList() override { return nullptr; }
   const CodeList* eventCodeList() override { return nullptr; }
   const CodeList* propertyList() override { return nullptr; }
@@ -120,6 +136,7 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
   ICAObject icaObject_ = 0;
   std::optional<PropertyDictionary> icaDictionary_;
+  /// The copy is stale: the next refresh fetches it again.
   bool icaDictionaryDirty_ = true;
 
  private:

@@ -98,6 +98,7 @@ void raiseUnlessRegistered(Status status) {
 /// Makes the device read its stores again, then tells whoever observes. The device may be unknown.
 void storesOfObjectChanged(ICAObject object, std::string_view notification) {
   const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
+  // Before the notification: an observer that counts pictures must get the new number.
   if (device) device->storesChanged();
   PictureDeviceRoom::required().services().center.post({std::string(notification), device});
 }
@@ -115,6 +116,7 @@ void traceDeviceListInfo(ICAObject list) {
   TraceLog::trace("Get Device List Info: objectType: '%s'; objectSubtype: '%s'",
                   fourCharText(info.objectType).c_str(), fourCharText(info.objectSubtype).c_str());
   if (status != status::kOK) TraceLog::trace("getObjectInfoPB.header.err: %i", status);
+  // Only said, not acted on: the count and the children below decide.
   if (info.objectType != ica::kObjectList) {
     TraceLog::trace("%s", codeMismatch("getObjectInfoPB.objectInfo.objectType", info.objectType,
                                        ica::kObjectList)
@@ -128,6 +130,17 @@ void traceDeviceListInfo(ICAObject list) {
                                        info.objectSubtype, ica::kDevice)
                               .c_str());
   }
+}
+
+/// How many children the device list has; none, traced, when Image Capture cannot tell. The call
+/// and its header fail apart from each other, and either failure counts.
+std::optional<std::uint32_t> childCountOf(ICAObject list) {
+  std::uint32_t count = 0;
+  Status headerErr = status::kOK;
+  const Status status = imageCapture().getChildCount(list, count, headerErr);
+  if (status == status::kOK && headerErr == status::kOK) return count;
+  TraceLog::trace("getChildCountPB.header.err: %i", headerErr != 0 ? headerErr : status);
+  return std::nullopt;
 }
 
 /// Class that enumeration names for a module; it differs from the one that an inspection makes of a
@@ -151,6 +164,7 @@ std::shared_ptr<XTImageCaptureDevice> makersPTPDevice(ICAObject object, std::str
     say(why, statusText(failure));
     return nullptr;
   }
+  // Not by the USB vendor id: the extension is what the vendor operations hang on.
   const auto& maker = PictureDeviceRoom::required().services().maker;
   if (device->vendorExtensionID() == maker.ptpVendorExtensionID) return device;
   TraceLog::trace("deviceFromICAObject: vendorExtensionID != TARVO_PTP_VENDOR_EXTENSION_ID");
@@ -173,6 +187,7 @@ std::optional<PropertyDictionary> copyProperties(ICAObject object) {
 
 void XTImageCaptureDevice::registerDeviceAddedNotifications() {
   auto& room = PictureDeviceRoom::required();
+  // Kept apart from the look at what is there, which every call repeats.
   if (!room.registeredForDeviceAdded) {
     raiseUnlessRegistered(
         registerForEvent(0, ica::kDeviceAdded, "DeviceAdded", notifyICADeviceAdded));
@@ -196,6 +211,7 @@ void XTImageCaptureDevice::registerForStoreRemovedEvent(ICAObject object) {
 }
 
 void XTImageCaptureDevice::checkForDevicesAtStartup(bool) {
+  // Taken at once: inspections can change the list that they are taken from.
   std::vector<ICAObject> objects;
   icaDevices(nullptr, &objects);
   for (const ICAObject object : objects)
@@ -210,17 +226,13 @@ std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
     return std::nullopt;
   }
   traceDeviceListInfo(list);
-  std::uint32_t count = 0;
-  Status headerErr = status::kOK;
-  const Status status = imageCapture().getChildCount(list, count, headerErr);
-  if (status != status::kOK || headerErr != status::kOK) {
-    TraceLog::trace("getChildCountPB.header.err: %i", headerErr != 0 ? headerErr : status);
-    return std::nullopt;
-  }
-  TraceLog::trace("found %i ICA image source(s)", static_cast<int>(count));
+  const auto count = childCountOf(list);
+  if (!count) return std::nullopt;
+  TraceLog::trace("found %i ICA image source(s)", static_cast<int>(*count));
 
   std::vector<std::string> names;
-  for (std::uint32_t index = 0; index < count; ++index) {
+  for (std::uint32_t index = 0; index < *count; ++index) {
+    // Scanners and the like are children too; they are passed over, not counted as failures.
     const ICAObject object = cameraObjectAtIndex(index, list);
     if (object == 0) continue;
     const auto properties = copyProperties(object);
@@ -264,6 +276,7 @@ void XTImageCaptureDevice::primeICADevice(ICAObject object) {
   PropertyDictionary properties;
   const Status status = imageCapture().copyObjectPropertyDictionary(object, properties);
   if (status != status::kOK) {
+    // It went within the half second, or answers nobody: its removal or its next arrival will tell.
     TraceLog::trace("Device inspection failed for Image Capture device 0x%X status = %d", object,
                     status);
     return;
@@ -276,6 +289,7 @@ void XTImageCaptureDevice::completeDeviceInspection(ICAObject object,
   TraceLog::traceWithTag(formatted("completeDeviceInspection 0x%X", object), XTOptDebugLog);
   // Before the device is built, so that a removal is heard whether or not one results.
   registerForDeviceRemovedEvent(object);
+  // A device that gives nothing is dropped, but its removal is still heard and ends its retries.
   const auto device = DeviceInspection(PictureDeviceRoom::required(), object, properties).run();
   if (!device) return;
   registerForStoreAddedEvent(object);
@@ -295,7 +309,9 @@ std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
     TraceLog::trace("ICACopyObjectPropertyDictionary returned nil dictionary");
     return nullptr;
   }
+  // Events do not come by way of the enumeration, so the disc is kept out here as well.
   if (isPictureCD(*properties)) return nullptr;
+  // The module says how Image Capture reaches the device, which decides the class.
   const std::string module = moduleOf(*properties);
   if (module == kPTPCameraModule) return makersPTPDevice(object, why);
   // No test for the maker here: who hears of a mass-storage device filters.
@@ -357,6 +373,7 @@ void XTImageCaptureDevice::deviceRemoved(ICAObject object) {
   for (const auto& device : deviceList()) {
     const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
     if (!candidate || candidate->icaObject() != object) continue;
+    // First, so that no observer of the removal sends the device a message.
     candidate->setDisconnected(true);
     candidate->uncache();
   }

@@ -11,6 +11,8 @@ namespace {
 /// The volume's name, which comes from a device, as one component of a path; empty when it cannot
 /// be one.
 std::string volumeNameOf(const PropertyDictionary& dictionary) {
+  // The label of a volume may hold any bytes; ".." or a path would lead out of the folder of
+  // volumes, where the markers are looked for.
   const auto name = lastPathComponent(textForKey(dictionary, "volume").value_or(""));
   return name == "." || name == ".." ? std::string() : name;
 }
@@ -24,6 +26,7 @@ std::shared_ptr<XTImageCaptureMSCDevice> XTImageCaptureMSCDevice::withICAObject(
 }
 
 Status XTImageCaptureMSCDevice::loadDeviceInfoUncached() {
+  // The status does not matter: without a dictionary it is -36, whatever the cause.
   refreshIcaDictionary();
   if (!icaDictionary_) {
     TraceLog::trace("loadDeviceInfoUncached couldn't get an ICA dictionary");
@@ -32,6 +35,7 @@ Status XTImageCaptureMSCDevice::loadDeviceInfoUncached() {
   volumeName_ = volumeNameOf(*icaDictionary_);
   bsdName_ = textForKey(*icaDictionary_, "bsdName").value_or("");
   if (bsdName_.empty()) bsdName_ = mountedDeviceName();
+  // Only said here: discovery below fails by itself on an empty name.
   if (bsdName_.empty()) TraceLog::trace("loadDeviceInfoUncached failed to find bsdName");
   return doIOKitDiscovery();
 }
@@ -83,6 +87,7 @@ Status XTImageCaptureMSCDevice::doIOKitDiscovery() {
 }
 
 void XTImageCaptureMSCDevice::takeUSBIdentity(const PropertyDictionary& usbDevice) {
+  // A device need not have these descriptors, and none of them is needed to go on.
   fields_.deviceModel = textForKey(usbDevice, "USB Product Name").value_or("");
   fields_.deviceManufacturer = textForKey(usbDevice, "USB Vendor Name").value_or("");
   fields_.deviceSerialNumber = textForKey(usbDevice, "USB Serial Number").value_or("");

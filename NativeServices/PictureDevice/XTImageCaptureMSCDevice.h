@@ -10,8 +10,13 @@
 namespace tarvo {
 
 /// Main thread only.
+///
+/// It is a camera when its USB ids are those of one, a card when its volume holds the marks that a
+/// camera leaves, and unknown otherwise; unknown ones enter the registry too, and whoever hears of
+/// them filters.
 class XTImageCaptureMSCDevice : public XTImageCaptureDevice {
  public:
+  /// kUnknown until the unit was classified, and when it is neither.
   enum class MSCType { kUnknown = 0, kCamera = 1, kCard = 2 };
 
   /// A device bound to `object` and loaded; null, with the status in `*failure` (where given), when
@@ -28,7 +33,9 @@ class XTImageCaptureMSCDevice : public XTImageCaptureDevice {
   const std::string& volumeName() const { return volumeName_; }
   /// Where the volume is mounted: the folder of removable volumes joined with its name.
   std::string logicalMountPath() const;
+  /// The node of the block device.
   std::string physicalMountPath() const { return "/dev/" + bsdName_; }
+  /// USB ids and location, as signed numbers, of the unit's USB device; 0 where it has none.
   std::int32_t vid() const { return vid_; }
   std::int32_t pid() const { return pid_; }
   std::int32_t usbLocID() const { return usbLocID_; }
@@ -41,8 +48,10 @@ class XTImageCaptureMSCDevice : public XTImageCaptureDevice {
   /// 0, -36 when the registry cannot be asked, 998 when there is no USB device.
   Status doIOKitDiscovery();
   void takeUSBIdentity(const PropertyDictionary& usbDevice);
+  /// Kernel name of what is mounted at logicalMountPath(); empty, and traced, when nothing is.
   std::string mountedDeviceName() const;
 
+  /// One path component, whatever the device calls its volume.
   std::string volumeName_;
   std::string bsdName_;
   std::int32_t vid_ = 0;

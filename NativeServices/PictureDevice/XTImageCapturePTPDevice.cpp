@@ -17,6 +17,7 @@ namespace tarvo {
 namespace {
 
 // Room for each data phase, in bytes.
+// A longer answer is cut off.
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;
@@ -59,6 +60,7 @@ Status XTImageCapturePTPDevice::icaObjectSendMessage(ICAObjectSendMessagePB& blo
   if (!isTransaction || disconnected()) return XTImageCaptureDevice::icaObjectSendMessage(block);
 
   auto& pb = block.data->pb();
+  // A device need not survive an operation that it does not know, so none is tried.
   if (!supportsOperation(static_cast<std::uint16_t>(pb.commandCode))) {
     pb.resultCode = status::kPTPOperationNotSupported;
     return status::kPTPOperationNotSupported;
@@ -66,6 +68,7 @@ Status XTImageCapturePTPDevice::icaObjectSendMessage(ICAObjectSendMessagePB& blo
   // Stands when no response arrives.
   pb.resultCode = status::kPTPGeneralError;
   const Status status = XTImageCaptureDevice::icaObjectSendMessage(block);
+  // A response of 0 is none that PTP knows.
   if (status != status::kOK || pb.resultCode != 0) return status;
   pb.resultCode = status::kPTPGeneralError;
   return status::kPTPGeneralError;
@@ -75,11 +78,13 @@ Status XTImageCapturePTPDevice::loadDeviceInfoUncached() {
   if (const Status status = XTImageCaptureDevice::loadDeviceInfoUncached(); status != status::kOK) {
     return status;
   }
+  // From an earlier load. supportedDatasets_ stays: it is read once an arrival.
   for (CodeList* list :
        {&operationList_, &eventList_, &propertyList_, &captureFormatList_, &imageFormatList_})
     list->clear();
   displayRequestVersion_ = 0;
 
+  // Of no use by itself: getDeviceInfo() puts the one with the answer in its place.
   PTPPassThroughRecord record(1);
   const Status status = getDeviceInfo(record);
   if (status != status::kOK && status != status::kPTPOK) {
@@ -95,6 +100,7 @@ Status XTImageCapturePTPDevice::loadDeviceInfoUncached() {
 }
 
 void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record) {
+  // Over the whole room, so that an answer that ends early reads as empty lists and texts.
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(record.data(), kPTPByteOrder);
   dataSet.scanUInt16();  // StandardVersion
   fields_.vendorExtensionID = dataSet.scanUInt32();
@@ -112,6 +118,7 @@ void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record
   fields_.deviceSerialNumber = dataSet.scanString();
   if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
 
+  // The reader went into the zeros behind the answer.
   if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
   TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
                   std::string(className()).c_str(), "loadDeviceInfoUncached",
@@ -163,6 +170,7 @@ Status XTImageCapturePTPDevice::getDeviceInfo(PTPPassThroughRecord& record) {
 const CodeList& XTImageCapturePTPDevice::supportedDatasets() {
   if (supportedDatasets_) return *supportedDatasets_;
   if (!containsCode(operationList_, ptp::XTO_GET_SUPPORTED_DATASETS)) {
+    // Not kept as an answer: the list of operations may be loaded later.
     static const CodeList none;
     return none;
   }
@@ -175,6 +183,7 @@ const CodeList& XTImageCapturePTPDevice::supportedDatasets() {
   }
   auto reader = transaction.reader();
   supportedDatasets_ = reader.scanUInt16Array();
+  // Only traced; the codes that did not come are 0, which nothing matches.
   transaction.wasShort(reader);
   if (TraceLog::isActive()) {
     TraceLog::traceWithTag("Supported datasets:" + codesInWords(*supportedDatasets_),

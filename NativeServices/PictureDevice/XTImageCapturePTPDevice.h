@@ -11,6 +11,8 @@
 namespace tarvo {
 
 /// Main thread only.
+///
+/// The lists are those of the DeviceInfo, in its order. Nothing is asked twice during one arrival.
 class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransactions {
  public:
   /// A device bound to `object` and loaded; null, with the status in `*failure` (where given), when
@@ -35,6 +37,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   const CodeList* propertyList() override { return &propertyList_; }
   const CodeList* captureFormatList() override { return &captureFormatList_; }
   const CodeList* imageFormatList() override { return &imageFormatList_; }
+  /// Asks anew; null when the transaction fails.
   std::unique_ptr<PTPPassThroughRecord> deviceInfoDataset() override;
   Status displayOnDevice(std::string_view, std::string_view, std::string_view, std::string_view,
                          std::string_view, std::string_view) override {
@@ -54,6 +57,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
  private:
   /// Takes the lists and the identity from the record's room; a short DeviceInfo reads as zeros.
   void parseDeviceInfo(const PTPPassThroughRecord& record);
+  /// `read` is the number of bytes that the lists and texts would have needed.
   void reportShortDeviceInfo(std::uint32_t read, const PTPPassThroughRecord& record) const;
 
   CodeList operationList_;
@@ -61,6 +65,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   CodeList captureFormatList_;
   CodeList imageFormatList_;
   CodeList propertyList_;
+  /// None until they were read, or while the device does not list the operation.
   std::optional<CodeList> supportedDatasets_;
   std::uint16_t displayRequestVersion_ = 0;  ///< 0 is not known
 };

@@ -46,6 +46,7 @@ XTMutablePTPDataSet XTMutablePTPDataSet::dataSetWithByteOrder(std::int32_t byteO
 
 void XTMutablePTPDataSet::increaseLengthBy(std::uint32_t count) {
   // One byte at least: a size of 0 would free the buffer.
+  // In 64 bits, where the sum cannot wrap.
   const std::uint64_t size = std::uint64_t{bufferSize_} + count;
   const std::size_t allocated = std::max<std::uint64_t>(size, 1);
   if (buffer_ == nullptr) {
@@ -56,6 +57,7 @@ void XTMutablePTPDataSet::increaseLengthBy(std::uint32_t count) {
     void* grown = size > kLargestSize ? nullptr : std::realloc(buffer_, allocated);
     if (grown == nullptr) raiseMalloc("realloc failed in increaseLengthBy.");
     buffer_ = static_cast<std::byte*>(grown);
+    // Bytes that are skipped by setPosition() must not show what was in memory.
     std::memset(buffer_ + bufferSize_, 0, count);
   }
   bufferSize_ = static_cast<std::uint32_t>(size);
@@ -66,6 +68,7 @@ void XTMutablePTPDataSet::increaseLengthBy(std::uint32_t count) {
 void XTMutablePTPDataSet::reserve(std::uint64_t count) {
   const std::uint64_t end = position_ + count;
   if (end <= bufferSize_) return;
+  // Lengths of data sets are 32 bits everywhere, on the wire too.
   if (end > kLargestSize) raiseMalloc("realloc failed in increaseLengthBy.");
   increaseLengthBy(static_cast<std::uint32_t>(std::max(count, end - bufferSize_)));
 }
@@ -107,6 +110,7 @@ void XTMutablePTPDataSet::storeString(std::string_view text) {
     return;
   }
   const std::size_t count = std::min(units.size(), kLongestString);
+  // All of it first, so that a failure leaves nothing half written.
   reserve(2 * count + 3);
   storeByte(static_cast<std::uint8_t>(count + 1));
   std::array<std::uint16_t, kLongestString + 1> stored;

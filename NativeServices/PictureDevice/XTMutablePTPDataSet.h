@@ -32,6 +32,8 @@ constexpr bool isModulo64PayloadSize(std::uint64_t payloadSize) {
 /// traced). Give the buffer away (std::move) to have it back without a copy.
 std::vector<std::byte> dataAdjustedToAvoidModulo64PayloadSize(std::vector<std::byte> objectData);
 
+/// Owns its buffer always. It can be read back with the scanners from position 0 on, but the
+/// position is then the place of the next write as well.
 class XTMutablePTPDataSet : public XTPTPDataSet {
  public:
   /// Empty, byte order 0.
@@ -49,6 +51,7 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   /// The bytes written so far, not the capacity.
   std::uint32_t length() const override { return position_; }
 
+  /// Scalars, in the byte order of the data set.
   void storeByte(std::uint8_t value) { storeScalar(value); }
   void storeUInt16(std::uint16_t value) { storeScalar(value); }
   void storeSInt16(std::int16_t value) { storeScalar(value); }
@@ -66,6 +69,7 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   /// to 0, which is intended: callers refuse such strings beforehand.
   void storeString(std::string_view text);
 
+  /// A UINT32 count and the elements; an empty array is the count alone.
   void storeByteArray(std::span<const std::uint8_t> values) { storeArray(values); }
   void storeUInt16Array(std::span<const std::uint16_t> values) { storeArray(values); }
   void storeSInt16Array(std::span<const std::int16_t> values) { storeArray(values); }
@@ -90,6 +94,7 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   }
   template <typename T>
   void storeArray(std::span<const T> values);
+  /// Room for `count` bytes behind the position. Raises NSMallocException.
   void reserve(std::uint64_t count);
 };
 

@@ -29,6 +29,7 @@ XTPTPDataSet::~XTPTPDataSet() {
 }
 
 void XTPTPDataSet::swap(XTPTPDataSet& other) noexcept {
+  // Field by field: the destructor of what was moved from must find nothing to free.
   std::swap(position_, other.position_);
   std::swap(byteOrder_, other.byteOrder_);
   std::swap(buffer_, other.buffer_);
@@ -40,8 +41,10 @@ void XTPTPDataSet::swap(XTPTPDataSet& other) noexcept {
 XTPTPDataSet XTPTPDataSet::initWithBytesNoCpy(const void* bytes, std::int32_t byteOrder,
                                               std::uint32_t length, bool freeWhenDone) {
   XTPTPDataSet set;
+  // A reader never writes; the one field serves the writer too.
   set.buffer_ = const_cast<std::byte*>(static_cast<const std::byte*>(bytes));
   set.byteOrder_ = byteOrder;
+  // So that the bounds test alone keeps every read away from a null buffer.
   set.bufferSize_ = bytes == nullptr ? 0 : length;
   set.freeBufferWhenDone_ = freeWhenDone;
   return set;
@@ -65,6 +68,7 @@ XTPTPDataSet XTPTPDataSet::ptpDataSetWithBytesNoCpy(std::span<const std::byte> b
 XTPTPDataSet XTPTPDataSet::initWithData(std::span<const std::byte> data) {
   constexpr std::size_t kLargest = std::numeric_limits<std::uint32_t>::max();
   void* copy =
+      // malloc, because a writer grows its buffer with realloc and both are freed alike.
       data.size() > kLargest ? nullptr : std::malloc(std::max<std::size_t>(data.size(), 1));
   if (copy == nullptr) {
     // The reason names another operation; this is intended.
@@ -104,6 +108,7 @@ void XTPTPDataSet::scanBytes(void* destination, std::uint32_t length) {
 std::uint64_t XTPTPDataSet::scanUInt64() {
   std::uint64_t value = 0;
   if (position_ < bufferSize_) {
+    // No bounds test does not mean no bounds.
     const std::size_t there = std::min<std::size_t>(sizeof value, bufferSize_ - position_);
     std::memcpy(&value, buffer_ + position_, there);
   }
@@ -140,6 +145,7 @@ std::optional<std::string> XTPTPDataSet::scanGUID() {
 
 std::string XTPTPDataSet::scanString() {
   const std::size_t count = scanByte();
+  // The count is one byte, so the longest string fits without an allocation.
   std::array<char16_t, 256> units;
   scanBytes(units.data(), static_cast<std::uint32_t>(2 * count));
   std::size_t length = count;
@@ -154,6 +160,8 @@ template <typename T>
 std::vector<T> XTPTPDataSet::scanArray() {
   const std::uint64_t count = scanUInt32();
   const std::uint64_t size = count * sizeof(T);
+  // Before the vector is made: a count of 0xFFFFFFFF must not cost 32 GiB. The count was read, so
+  // the position is within the buffer.
   if (size > bufferSize_ - position_) raiseOutOfBounds(position_, size);
   std::vector<T> values(count);
   scanBytes(values.data(), static_cast<std::uint32_t>(size));

@@ -59,6 +59,8 @@ enum PTPDataCode : std::uint16_t {
   kPTPString = 0xFFFF,
 };
 
+/// Moved, never copied: initWithData() makes a copy where one is meant. What was moved from is
+/// empty.
 class XTPTPDataSet {
  public:
   /// Empty: no buffer, position 0, byte order 0.
@@ -88,12 +90,16 @@ class XTPTPDataSet {
   /// The `length()` bytes from the start, without copying; valid until the data set is changed or
   /// destroyed.
   std::span<const std::byte> bytes() const;
+  /// Null for an empty data set.
   const std::byte* buffer() const { return buffer_; }
   /// Readable bytes; for a writer, the bytes written so far.
   virtual std::uint32_t length() const { return bufferSize_; }
   bool isEmpty() const { return buffer_ == nullptr || bufferSize_ == 0; }
+  /// Whether the buffer is the data set's own.
   bool freeBufferWhenDone() const { return freeBufferWhenDone_; }
 
+  /// Where the next value is read, in bytes from the start. It may lie beyond the end; scanning
+  /// there raises.
   std::uint32_t position() const { return position_; }
   void setPosition(std::uint32_t position) { position_ = position; }
   /// Moves the cursor without a bounds test, modulo 2^32; this is intended.
@@ -114,7 +120,9 @@ class XTPTPDataSet {
   // Each scanner reads at the position and moves it behind what it has read. All raise
   // NSRangeException on a short buffer, except scanUInt64.
 
+  /// PTP's UINT8 and INT8.
   std::uint8_t scanByte() { return scanScalar<std::uint8_t>(); }
+  /// `length` raw bytes, for which `destination` has room.
   void scanBytes(void* destination, std::uint32_t length);
   std::uint16_t scanUInt16() { return scanScalar<std::uint16_t>(); }
   std::int16_t scanSInt16() { return scanScalar<std::int16_t>(); }
@@ -134,6 +142,7 @@ class XTPTPDataSet {
   /// the last zero unit ends it.
   std::string scanString();
 
+  /// Arrays are a UINT32 count and the elements (ISO 15740, "Arrays"). An empty one is no failure.
   std::vector<std::uint8_t> scanByteArray() { return scanArray<std::uint8_t>(); }
   std::vector<std::uint16_t> scanUInt16Array() { return scanArray<std::uint16_t>(); }
   std::vector<std::int16_t> scanSInt16Array() { return scanArray<std::int16_t>(); }
@@ -167,6 +176,7 @@ class XTPTPDataSet {
   std::uint32_t position_ = 0;
   std::int32_t byteOrder_ = 0;
   std::byte* buffer_ = nullptr;  // written to by a writer alone, which owns it
+  /// The reader's length, or the writer's capacity; 0 when buffer_ is null.
   std::uint32_t bufferSize_ = 0;
   bool freeBufferWhenDone_ = false;
 
@@ -178,6 +188,7 @@ class XTPTPDataSet {
   [[noreturn]] void raiseOutOfBounds(std::uint32_t location, std::uint64_t length) const;
   void swap(XTPTPDataSet& other) noexcept;
 
+  /// Keeps borrowed bytes alive, where the caller asked for it.
   std::shared_ptr<const void> owner_;
 };
 

@@ -30,6 +30,7 @@ XTPictureDevice::~XTPictureDevice() {
     TraceLog::trace("Warning dealloc'ing a device with %d pending acquisitions.",
                     static_cast<int>(fields_.acquisitions));
   }
+  // The last holder may let go long after the room has ended.
   if (auto* room = PictureDeviceRoom::current()) room->services().center.removeObserver(this);
 }
 
@@ -46,6 +47,7 @@ void XTPictureDevice::registerAllNotifications() {
   const bool byHelper = isLaunchedByHelper(room.services());
   TraceLog::traceWithTag(byHelper ? "Launched by helper" : "Not launched by helper", XTOptDebugLog);
 
+  // Whoever starts discovery is in the middle of its own start and not ready to hear of devices.
   auto& style = room.deviceRegistry().discoveryNotificationPostingStyle;
   style = PostingStyle::kWhenIdle;
   if (byHelper) {
@@ -59,6 +61,7 @@ void XTPictureDevice::registerAllNotifications() {
 
 void XTPictureDevice::deferredRegistrations() {
   auto& room = PictureDeviceRoom::required();
+  // Once is enough: from now on arrivals come as events.
   room.services().center.removeObserver(&room, kWirelessDeviceDestroyed);
   XTImageCaptureDevice::registerDeviceAddedNotifications();
 }
@@ -72,6 +75,7 @@ std::vector<std::string> XTPictureDevice::detectAllDevices(
   std::vector<std::string> names;
   for (const auto& device : deviceList()) {
     device->loadDeviceInfo();
+    // Nothing that a user could choose by.
     if (device->name().empty()) continue;
     names.push_back(device->name());
     if (classes) classes->emplace_back(device->className());
@@ -117,6 +121,7 @@ std::string XTPictureDevice::description() const {
 }
 
 bool XTPictureDevice::isSameDeviceAs(const XTPictureDevice& other) const {
+  // The name does not count: the user can change it between two arrivals.
   return typeid(*this) == typeid(other) && other.serialNumber() == serialNumber() &&
          other.manufacturer() == manufacturer();
 }
@@ -146,6 +151,7 @@ void XTPictureDevice::notifySelfRemoved() {
 Status XTPictureDevice::loadDeviceInfo() {
   if (fields_.deviceInfoLoaded) return status::kOK;
   const Status status = loadDeviceInfoUncached();
+  // A failure is not kept: a camera that was busy may answer the next time.
   fields_.deviceInfoLoaded = status == status::kOK;
   if (!fields_.deviceInfoLoaded) {
     TraceLog::trace("XTPictureDevice: loadDeviceInfo: bad status from loadDeviceInfoUncached");

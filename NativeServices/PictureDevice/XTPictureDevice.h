@@ -35,6 +35,7 @@ struct XT_AddressBookInfo;
 /// Image Capture object dictionary, or the path of a file on a volume.
 using ObjectReference = PropertyDictionary;
 using ObjectReferences = std::vector<ObjectReference>;
+/// What is downloaded or sent as a whole; large objects go by file instead.
 using ByteBuffer = std::vector<std::byte>;
 
 /// What the base stores of a device; the field names are those of the device records.
@@ -53,9 +54,11 @@ struct PictureDeviceFields {
   bool deviceInfoLoaded = false;
   bool disconnected = false;
   std::uint32_t acquisitions = 0;  ///< downloads under way
+  /// The standard or the vendor operation that sends objects; 0 until it was chosen.
   std::uint16_t sendObjectOpcode = 0;
   std::map<std::uint32_t, std::shared_ptr<XTExtendedObjectInfo>> objectInfoCache;
   std::map<std::uint32_t, std::uint32_t> orderAssetCounts;  ///< by order object handle
+  /// None until read, and again after a card came or went.
   std::optional<std::vector<std::uint32_t>> storageIDCache;
 
   // Counts that size receive buffers; -1 is unknown.
@@ -76,6 +79,8 @@ struct PictureDeviceFields {
 };
 
 /// Main thread only.
+/// Shared by the registry and whoever keeps a device. Once disconnected() a device answers from
+/// what it has read and reaches nothing any more.
 class XTPictureDevice : public Object {
  public:
   ~XTPictureDevice() override;
@@ -94,6 +99,8 @@ class XTPictureDevice : public Object {
   /// `classes` and `devices`, where given, get the class name and the device of each.
   static std::vector<std::string> detectAllDevices(
       std::vector<std::string>* classes, std::vector<std::shared_ptr<XTPictureDevice>>* devices);
+  /// The first with that serial number, or null. Vendors do not all give serial numbers: an empty
+  /// one finds the first device without.
   static std::shared_ptr<XTPictureDevice> deviceWithSerialNumber(std::string_view serialNumber);
   /// The device at `index` if it has that name, else the first of that name, else null.
   static std::shared_ptr<XTPictureDevice> device(std::string_view name, std::size_t index);
@@ -106,6 +113,7 @@ class XTPictureDevice : public Object {
 
   // Identity and registry.
 
+  /// As devices are named in traces and in detectAllDevices().
   virtual std::string_view className() const = 0;
   /// "CLASS named NAME, model MODEL and serial# SERIAL".
   std::string description() const override;
@@ -117,6 +125,7 @@ class XTPictureDevice : public Object {
   /// Leaves the registry, which announces the removal; nothing when not in it.
   void uncache();
   void removeFromCache() { uncache(); }
+  /// For the registry: trace and announce.
   void notifySelfAdded();
   void notifySelfRemoved();
 
@@ -132,7 +141,9 @@ class XTPictureDevice : public Object {
   const std::string& deviceVersion() const { return fields_.deviceVersion; }
   const std::string& serialNumber() const { return fields_.deviceSerialNumber; }
   const std::string& icon() const { return fields_.deviceIcon; }
+  /// Whose vendor operations the device means (ISO 15740, DeviceInfo); 0 for none.
   std::uint32_t vendorExtensionID() const { return fields_.vendorExtensionID; }
+  /// Set when the device was unplugged; never taken back.
   void setDisconnected(bool disconnected) { fields_.disconnected = disconnected; }
   bool disconnected() const { return fields_.disconnected; }
 
@@ -145,7 +156,9 @@ class XTPictureDevice : public Object {
   bool supportsIntention() const { return capabilities().deviceSupportsIntention; }
   bool supportsCameraBackDisplay() const { return capabilities().deviceSupportsCameraBackDisplay; }
   bool acceptsFiles() const { return capabilities().deviceAcceptsFiles; }
+  /// Whether the device lists the query for vendor data sets.
   bool supportsCobaltDatasets();
+  /// Whether it holds settings for a wireless network; asks the device.
   bool canBeWireless();
   /// Whether an operation may be sent: the three session operations always, others only when the
   /// device lists them, and vendor operations only to a device with the maker's extension.
@@ -153,6 +166,7 @@ class XTPictureDevice : public Object {
 
   // Operations with a fixed answer, which a concrete class may override.
 
+  /// False and 0 mean "not that one knows of"; none of these asks the device here.
   virtual bool isDocked() { return false; }
   virtual bool isWireless() { return false; }
   virtual bool isProtected(const ObjectReference&) { return false; }
@@ -166,6 +180,7 @@ class XTPictureDevice : public Object {
                                  std::string_view line1, std::string_view line2,
                                  std::string_view line3, std::string_view bottom);
   virtual Status indicateFulfillment(std::uint32_t order, std::uint32_t asset);
+  /// Calls of the power management, before sleep and after it.
   virtual void systemWillSleep() {}
   virtual void systemAwake() {}
   virtual void loadDeviceIcon() {}
@@ -174,12 +189,14 @@ class XTPictureDevice : public Object {
   // The abstract interface. A class that does not provide an operation logs "Subclass
   // responsibility not overridden" and answers the default: none, or the value given here.
 
+  /// The lists belong to the device and stay valid until it loads its information again.
   virtual const CodeList* opCodeList();
   virtual const CodeList* eventCodeList();
   virtual const CodeList* propertyList();
   virtual const CodeList* captureFormatList();
   virtual const CodeList* imageFormatList();
 
+  /// As the property of that name gives it (ISO 15740, BatteryLevel).
   virtual std::uint8_t batteryLevel();      ///< 255
   virtual Status setDateTime();             ///< -1400
   virtual Status loadDeviceInfoUncached();  ///< -50
@@ -193,6 +210,7 @@ class XTPictureDevice : public Object {
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type);
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
                                               std::uint32_t association);  ///< 0
+  /// Lists are none where the class has none, and empty where there is nothing in them.
   virtual std::optional<ObjectReferences> pictureFiles();
   virtual std::optional<std::vector<std::string>> orderFiles();  ///< local paths
   virtual std::optional<std::vector<PropertyDictionary>> emailOrderList();
@@ -201,6 +219,7 @@ class XTPictureDevice : public Object {
 
   // Stores.
   virtual std::optional<std::vector<std::uint32_t>> storageIDs();
+  /// `storageID` is one of storageIDs() (ISO 15740, StorageInfo).
   virtual std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t storageID);
   virtual Status formatStore(std::uint32_t storageID);  ///< -50, also reported as not recognised
 
@@ -219,10 +238,12 @@ class XTPictureDevice : public Object {
   virtual std::optional<std::string> hostObjectWrapperFile();  ///< local path
 
   // Transfers. Statuses of downloads: -1400, of sends: -50.
+  /// `destination` is a path of the host.
   virtual std::optional<ByteBuffer> downloadThumb(const ObjectReference& object);
   virtual Status downloadImage(const ObjectReference& object, const std::string& destination);
   virtual Status downloadFile(const ObjectReference& object, const std::string& destination);
   virtual std::optional<ByteBuffer> downloadObject(const ObjectReference& object);
+  /// Announces an object, whose data sendObjectData() gives then. `resultHandle` may be null.
   virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
                                 std::uint32_t parent, std::uint32_t* resultHandle);
   virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle);
@@ -240,6 +261,7 @@ class XTPictureDevice : public Object {
   PictureDeviceFields fields_;
 
  private:
+  /// What registerAllNotifications() put off for the helper's wireless device.
   static void deferredRegistrations();
 };
 

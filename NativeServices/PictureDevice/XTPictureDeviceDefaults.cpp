@@ -6,7 +6,8 @@ namespace tarvo {
 
 namespace {
 
-/// Logs that `selector` is not provided and gives back its default.
+/// Logs that `selector` is not provided and gives back its default. Nothing is raised: callers go
+/// on with the default.
 template <typename Default>
 Default subclassResponsibility(const XTPictureDevice& device, std::string_view selector,
                                Default value) {

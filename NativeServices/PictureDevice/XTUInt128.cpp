@@ -9,7 +9,7 @@ namespace tarvo {
 
 namespace {
 
-/// The value of a hexadecimal digit, or -1.
+/// The value of a hexadecimal digit, or -1. The locale, which isxdigit() asks, has no say in it.
 int digitValue(char digit) {
   if (digit >= '0' && digit <= '9') return digit - '0';
   if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;

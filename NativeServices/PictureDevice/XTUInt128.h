@@ -14,6 +14,7 @@ namespace tarvo {
 using XTUInt128 = std::array<std::uint8_t, 16>;
 
 /// 32 lower-case hexadecimal digits in byte order; empty text when all bytes are zero.
+/// Zero is "no value" to the devices, hence the empty text.
 std::string XTUInt128AsHexString(const XTUInt128& value);
 
 /// Reads exactly 32 hexadecimal digits of either case into `digest`. False for any other text; the

@@ -1,9 +1,7 @@
 // When discovery starts, and how what it finds is announced.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
-#include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {
@@ -22,15 +20,6 @@ TEST(DiscoveryStart, AnnouncesWhatIsThereFromTheMainLoopNotFromInside) {
   EXPECT_EQ(room.added.size(), 1U);
 }
 
-TEST(DiscoveryStart, IsAtOnceUnlessTheHelperLaunchedUs) {
-  for (const auto& launcher : {std::optional<std::string>(), std::optional<std::string>("com.x")}) {
-    PictureDeviceTestRoom room;
-    room.applications.launcher = launcher;
-    XTPictureDevice::registerAllNotifications();
-    EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
-  }
-}
-
 TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   PictureDeviceTestRoom room;
   room.applications.launcher = room.maker.helperBundleIdentifier;
@@ -46,43 +35,6 @@ TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   const int registrations = room.ica.registrations;
   room.center.post({"XTWirelessDeviceDestroyed", nullptr});
   EXPECT_EQ(room.ica.registrations, registrations) << "heard once only";
-}
-
-TEST(DiscoveryStart, RegistersOnceAndLooksAgainOnEveryCall) {
-  PictureDeviceTestRoom room;
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_EQ(room.ica.registrations, 1);
-  room.ica.addPTPCamera();
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_EQ(room.added.size(), 1U);
-}
-
-TEST(DiscoveryStart, RaisesWhenImageCaptureRefusesAndCanBeTriedAgain) {
-  PictureDeviceTestRoom room;
-  room.ica.registrationStatus[ica::kDeviceAdded] = -50;
-  try {
-    XTImageCaptureDevice::registerDeviceAddedNotifications();
-    FAIL() << "nothing was raised";
-  } catch (const Exception& exception) {
-    EXPECT_EQ(exception.name(), "ICARegisterEventNotification");
-    EXPECT_EQ(exception.reason(), "Event registration failed.");
-  }
-  EXPECT_TRUE(room.trace.contains("DeviceAdded: registerEventNotificationPB.header.err: -50"));
-
-  room.ica.registrationStatus.clear();
-  XTImageCaptureDevice::registerDeviceAddedNotifications();
-  EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
-}
-
-TEST(DiscoveryStart, IsNotStoppedByADeviceThatRaises) {
-  PictureDeviceTestRoom room;
-  auto& bad = room.ica.addPTPCamera(
-      {.serialNumber = "BAD", .operations = {0x1001, 0x1002, 0x1003, 0x920A}});
-  bad.answers[0x920A] = {.responseCode = 0x2002};
-  room.ica.addPTPCamera({.serialNumber = "GOOD"});
-  XTPictureDevice::registerAllNotifications();
-  ASSERT_EQ(XTPictureDevice::deviceList().size(), 1U);
-  EXPECT_EQ(XTPictureDevice::deviceList()[0]->serialNumber(), "GOOD");
 }
 
 }  // namespace

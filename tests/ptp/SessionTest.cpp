@@ -23,93 +23,68 @@ Status run(BulkConnection& connection, std::uint16_t operation) {
   return connection.transact(transaction, nullptr);
 }
 
-TEST(Session, CountsTransactionsFromOneInEachSessionAndFromZeroOutside) {
+TEST(Session, CountsTransactionsAnewWithoutTheReservedIDsAndFromZeroOutside) {
   USBScript script;
   script.out(wire::command(0x1001, 0)).in(wire::response(0x2001, 0));
-  opens(script);
-  script.out(wire::command(0x1004, 1)).in(wire::response(0x2001, 1));
-  script.out(wire::command(0x1004, 2)).in(wire::response(0x2001, 2));
-  closes(script, 3);
-  script.out(wire::command(0x1001, 0)).in(wire::response(0x2001, 0));
-  opens(script);
-  script.out(wire::command(0x1004, 1)).in(wire::response(0x2001, 1));
-  closes(script, 2);  // By the destructor.
+  for (int session = 0; session < 2; ++session) {
+    opens(script);
+    for (std::uint32_t id : {0xFFFFFFFEU, 1U})
+      script.out(wire::command(0x1004, id)).in(wire::response(0x2001, id));
+    closes(script, 2);
+  }
 
-  auto connection = connectTo(script);
-  EXPECT_EQ(run(*connection, 0x1001), 0);
-  EXPECT_EQ(connection->openSession(), 0);
-  EXPECT_EQ(connection->openSession(), 0);  // Open already: nothing is sent.
-  EXPECT_EQ(run(*connection, 0x1004), 0);
-  EXPECT_EQ(run(*connection, 0x1004), 0);
-  EXPECT_EQ(connection->closeSession(), 0);
-  EXPECT_EQ(connection->closeSession(), 0);
-  EXPECT_EQ(run(*connection, 0x1001), 0);
-  EXPECT_EQ(connection->openSession(), 0);
-  EXPECT_EQ(run(*connection, 0x1004), 0);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
-}
-
-TEST(Session, WrapsTransactionIDsOverTheReservedOnes) {
-  USBScript script;
-  opens(script);
-  for (std::uint32_t id : {0xFFFFFFFEU, 1U})
-    script.out(wire::command(0x1004, id)).in(wire::response(0x2001, id));
-  closes(script, 2);
   auto connection = connectTo(script, TransactionIDs(0xFFFFFFFD));
-  EXPECT_EQ(connection->openSession(), 0);
-  EXPECT_EQ(run(*connection, 0x1004), 0);
-  EXPECT_EQ(run(*connection, 0x1004), 0);
-  connection.reset();
+  EXPECT_EQ(run(*connection, 0x1001), 0);
+  for (int session = 0; session < 2; ++session) {
+    EXPECT_EQ(connection->openSession(), 0);
+    EXPECT_EQ(connection->openSession(), 0);  // Open already: nothing is sent.
+    EXPECT_EQ(run(*connection, 0x1004), 0);
+    EXPECT_EQ(run(*connection, 0x1004), 0);
+    EXPECT_EQ(session == 0 ? connection->closeSession() : 0, 0);
+  }
+  connection.reset();  // Closes the other one.
   EXPECT_EQ(script.report(), "");
 }
 
-TEST(Session, HandsOnTheCodeOfADeviceThatRefuses) {
-  USBScript script;
-  opens(script, 0x2019);
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0x2019);
+TEST(Session, IsNotClosedOnADeviceThatRefusesItOrIsGone) {
+  USBScript refusing;
+  opens(refusing, 0x2019);
+  EXPECT_EQ(connectTo(refusing)->openSession(), 0x2019);
+  EXPECT_EQ(refusing.report(), "");
+
+  USBScript gone;
+  opens(gone).vanish();
+  auto connection = connectTo(gone);
+  EXPECT_EQ(connection->openSession(), 0);
+  EXPECT_EQ(run(*connection, 0x1004), status::kICADeviceGone);
+  EXPECT_EQ(connection->closeSession(), status::kICADeviceGone);
   connection.reset();
-  EXPECT_EQ(script.report(), "");  // No session, so none is closed.
+  EXPECT_EQ(gone.report(), "");
 }
 
-TEST(Session, ClosesAndReopensWhatAKilledProcessLeftOpen) {
-  USBScript script;
-  opens(script, 0x201E);
-  closes(script, 1);
-  opens(script);
-  closes(script, 1);
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
-}
-
-TEST(Session, ResetsADeviceWhoseOldSessionDoesNotClose) {
-  USBScript script;
-  opens(script, 0x201E);
-  script.out(wire::command(0x1003, 1)).in(wire::response(0x2004, 1));
-  opens(script, 0x201E);
-  script.deviceReset().deviceStatus(0x2001);
-  opens(script);
-  closes(script, 1);
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
-}
-
-TEST(Session, TakesOverASessionThatNothingCloses) {
-  USBScript script;
-  opens(script, 0x201E);
-  script.out(wire::command(0x1003, 1)).in(wire::response(0x2002, 1));
-  opens(script, 0x201E);
-  script.control(0x21, 0x66, {}, TransferResult::kStalled);
-  closes(script, 1);
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
+TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
+  const struct {
+    const char* what;
+    std::uint16_t closed;    ///< answer to closing it
+    std::uint16_t reopened;  ///< answer to opening ours then
+    bool resets;             ///< the device knows device reset
+  } rows[] = {
+      {"closes", 0x2001, 0x2001, true},
+      {"closes only by a reset", 0x2004, 0x201E, true},
+      {"cannot be closed", 0x2002, 0x201E, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    USBScript script;
+    opens(script, 0x201E);
+    script.out(wire::command(0x1003, 1)).in(wire::response(row.closed, 1));
+    opens(script, row.reopened);
+    if (row.reopened != 0x2001 && row.resets) opens(script.deviceReset().deviceStatus(0x2001));
+    if (!row.resets) script.control(0x21, 0x66, {}, TransferResult::kStalled);
+    closes(script, 1);
+    EXPECT_EQ(connectTo(script)->openSession(), 0);
+    EXPECT_EQ(script.report(), "");
+  }
 }
 
 TEST(Session, PassesOverStaleAnswersBeforeTheFirstOne) {
@@ -155,25 +130,6 @@ TEST(Session, TriesOnceMoreWhenTheFirstAnswerIsGarbage) {
     liar.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 5)).recovery(0);
   EXPECT_EQ(connectTo(liar)->openSession(), status::kICAProtocolError);
   EXPECT_EQ(liar.report(), "");
-}
-
-TEST(Session, IsNotClosedOnADeviceThatIsGone) {
-  USBScript script;
-  opens(script).vanish();
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0);
-  EXPECT_EQ(run(*connection, 0x1004), status::kICADeviceGone);
-  EXPECT_EQ(connection->closeSession(), status::kICADeviceGone);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
-}
-
-TEST(Session, OfADeviceThatNeverTakesACommandTimesOut) {
-  USBScript script;
-  script.silence();
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), status::kICATimeout);
-  EXPECT_EQ(run(*connection, 0x1001), status::kICATimeout);
 }
 
 }  // namespace

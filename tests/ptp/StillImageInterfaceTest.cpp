@@ -1,27 +1,22 @@
 #include "platform/imagecapture/ptp/StillImageInterface.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <vector>
 
 namespace tarvo::ptp {
 namespace {
 
-struct Endpoint {
-  std::uint8_t address;
-  std::uint8_t attributes;
-  std::uint16_t packetSize;
-};
-constexpr std::uint8_t kBulk = 2;
-constexpr std::uint8_t kInterrupt = 3;
+/// Address, attributes (2: bulk, 3: interrupt) and packet size.
+using Endpoints = std::vector<std::array<std::uint16_t, 3>>;
 
-std::optional<StillImageEndpoints> endpointsOf(const std::vector<Endpoint>& given, std::string* why,
+std::optional<StillImageEndpoints> endpointsOf(const Endpoints& given, std::string* why,
                                                std::uint8_t subclass = 1) {
   std::vector<libusb_endpoint_descriptor> endpoints(given.size());
   for (std::size_t i = 0; i < given.size(); ++i) {
-    endpoints[i].bEndpointAddress = given[i].address;
-    endpoints[i].bmAttributes = given[i].attributes;
-    endpoints[i].wMaxPacketSize = given[i].packetSize;
+    endpoints[i].bEndpointAddress = static_cast<std::uint8_t>(given[i][0]);
+    endpoints[i].bmAttributes = static_cast<std::uint8_t>(given[i][1]);
+    endpoints[i].wMaxPacketSize = given[i][2];
   }
   libusb_interface_descriptor interface {};
   interface.bInterfaceNumber = 3;
@@ -40,53 +35,37 @@ std::optional<StillImageEndpoints> endpointsOf(const std::vector<Endpoint>& give
 
 TEST(StillImageInterface, FindsItsEndpointsInAnyOrder) {
   std::string why;
-  const auto full =
-      endpointsOf({{0x83, kInterrupt, 16}, {0x02, kBulk, 64}, {0x81, kBulk, 512}}, &why);
-  ASSERT_TRUE(full) << why;
-  EXPECT_EQ(full->interfaceNumber, 3);
-  EXPECT_EQ(full->bulkIn, 0x81);
-  EXPECT_EQ(full->bulkInPacketSize, 512);
-  EXPECT_EQ(full->bulkOut, 0x02);
-  EXPECT_EQ(full->bulkOutPacketSize, 64);
-  EXPECT_EQ(full->interruptIn, 0x83);
-  EXPECT_EQ(full->interruptPacketSize, 16);
-
-  const auto small = endpointsOf({{0x81, kBulk, 1024}, {0x02, kBulk, 8}}, &why);
-  ASSERT_TRUE(small) << why;
-  EXPECT_EQ(small->interruptIn, 0);
+  const auto found = endpointsOf({{0x83, 3, 16}, {0x02, 2, 64}, {0x81, 2, 512}}, &why);
+  ASSERT_TRUE(found) << why;
+  EXPECT_EQ(found->interfaceNumber, 3);
+  EXPECT_EQ(found->bulkIn, 0x81);
+  EXPECT_EQ(found->bulkInPacketSize, 512);
+  EXPECT_EQ(found->bulkOut, 0x02);
+  EXPECT_EQ(found->bulkOutPacketSize, 64);
+  EXPECT_EQ(found->interruptIn, 0x83);
+  EXPECT_TRUE(endpointsOf({{0x81, 2, 1024}, {0x02, 2, 8}}, &why)) << why;
 }
 
 TEST(StillImageInterface, SaysWhyItRefusesADescriptor) {
   const struct {
-    std::vector<Endpoint> endpoints;
-    std::uint8_t subclass;
+    Endpoints endpoints;
     const char* why;
   } rows[] = {
-      {{}, 1, "interface 3 lacks a bulk endpoint"},
-      {{{0x81, kBulk, 512}}, 1, "interface 3 lacks a bulk endpoint"},
-      {{{0x81, kBulk, 512}, {0x82, kBulk, 512}}, 1, "interface 3 lacks a bulk endpoint"},
-      {{{0x81, kBulk, 512}, {0x02, kInterrupt, 512}}, 1, "interface 3 lacks a bulk endpoint"},
-      {{{0x81, kBulk, 0}, {0x02, kBulk, 512}},
-       1,
-       "interface 3 has bulk packets of 0 and 512 bytes"},
-      {{{0x81, kBulk, 512}, {0x02, kBulk, 4}},
-       1,
-       "interface 3 has bulk packets of 512 and 4 bytes"},
-      {{{0x81, kBulk, 100}, {0x02, kBulk, 64}},
-       1,
-       "interface 3 has bulk packets of 100 and 64 bytes"},
-      {{{0x81, kBulk, 0x0800}, {0x02, kBulk, 64}},
-       1,
-       "interface 3 has bulk packets of 0 and 64 bytes"},
-      {{{0x81, kBulk, 512}, {0x02, kBulk, 512}},
-       2,
-       "interface 3 is of class 6/2, no still-image interface"},
+      {{}, "lacks a bulk endpoint"},
+      {{{0x81, 2, 512}, {0x82, 2, 512}}, "lacks a bulk endpoint"},
+      {{{0x81, 2, 512}, {0x02, 3, 512}}, "lacks a bulk endpoint"},
+      {{{0x81, 2, 0}, {0x02, 2, 512}}, "has bulk packets of 0 and 512 bytes"},
+      {{{0x81, 2, 512}, {0x02, 2, 4}}, "has bulk packets of 512 and 4 bytes"},
+      {{{0x81, 2, 100}, {0x02, 2, 64}}, "has bulk packets of 100 and 64 bytes"},
+      {{{0x81, 2, 0x0800}, {0x02, 2, 64}}, "has bulk packets of 0 and 64 bytes"},
   };
+  std::string why;
   for (const auto& row : rows) {
-    std::string why;
-    EXPECT_FALSE(endpointsOf(row.endpoints, &why, row.subclass));
-    EXPECT_EQ(why, row.why);
+    EXPECT_FALSE(endpointsOf(row.endpoints, &why));
+    EXPECT_EQ(why, std::string("interface 3 ") + row.why);
   }
+  EXPECT_FALSE(endpointsOf({{0x81, 2, 512}, {0x02, 2, 512}}, &why, 2));
+  EXPECT_EQ(why, "interface 3 is of class 6/2, no still-image interface");
 }
 
 }  // namespace

@@ -102,19 +102,13 @@ class FakeImageCapture : public ImageCapture {
     ICAObjectInfo info{ica::kDevice, ica::kCamera};
     PropertyDictionary properties = PropertyDictionary::object();
     std::map<std::uint16_t, PTPAnswer> answers;  ///< by operation code
-    std::string volumeLabel;
-    FourCharCode volumeLabelType = ica::kDataTypeText;
-    Status dictionaryStatus = 0;  ///< of copying the property dictionary
-    Status scopeStatus = 0;       ///< of opening a scope
-    std::string scopeWhy;         ///< in words
-    bool listed = true;           ///< in the device list
+    Status dictionaryStatus = 0;                 ///< of copying the property dictionary
+    Status scopeStatus = 0;                      ///< of opening a scope
+    std::string scopeWhy;                        ///< in words
+    bool listed = true;                          ///< in the device list
     int scopesOpened = 0;
     int openScopes = 0;
-    std::vector<std::uint16_t> operations;               ///< sent, in order
-    std::vector<std::vector<std::uint32_t>> parameters;  ///< of each of them
-    std::vector<std::vector<std::uint8_t>> sent;         ///< data phase of each of them
-    std::vector<FourCharCode> otherMessages;             ///< sent, but for "pass"
-    std::map<FourCharCode, Status> otherMessageStatus;
+    std::vector<std::uint16_t> operations;  ///< sent, in order
   };
 
   // What the test sets up and fires.
@@ -182,8 +176,6 @@ class FakeImageCapture : public ImageCapture {
   Status deviceListStatus = 0;
   Status childCountStatus = 0;
   Status childCountHeaderErr = 0;
-  Status objectInfoStatus = 0;
-  ICAObjectInfo deviceListInfo{ica::kObjectList, ica::kDevice};
   std::map<std::uint32_t, Status> nthChildStatus;     ///< by index
   std::map<FourCharCode, Status> registrationStatus;  ///< by event type
   int registrations = 0;
@@ -196,8 +188,8 @@ class FakeImageCapture : public ImageCapture {
   }
   Status getObjectInfo(ICAObject object, ICAObjectInfo& info) override {
     if (object == kDeviceListObject) {
-      info = deviceListInfo;
-      return objectInfoStatus;
+      info = {ica::kObjectList, ica::kDevice};
+      return 0;
     }
     const auto* device = find(object);
     if (!device) return status::kICAInvalidObject;
@@ -219,7 +211,6 @@ class FakeImageCapture : public ImageCapture {
     return 0;
   }
   Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) override {
-    ++dictionaryCopies;
     const auto* device = find(object);
     if (!device) return status::kICAInvalidObject;
     if (device->dictionaryStatus == 0) dictionary = device->properties;
@@ -243,24 +234,15 @@ class FakeImageCapture : public ImageCapture {
   Status objectSendMessage(ICAObjectSendMessagePB& block) override {
     auto* device = find(block.object);
     if (!device) return block.headerErr = status::kICAInvalidObject;
-    if (block.messageType != ica::kMessagePass) {
-      device->otherMessages.push_back(block.messageType);
-      return block.headerErr = device->otherMessageStatus[block.messageType];
-    }
+    if (block.messageType != ica::kMessagePass) return block.headerErr = 0;
     return block.headerErr = transact(*device, *block.data);
   }
 
-  Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) override {
-    const auto* device = find(object);
-    if (!device || type != ica::kPropertyVolumeLabel) return status::kICAPropertyNotFound;
-    info = {device->volumeLabelType, device->volumeLabel.size()};
-    return 0;
+  Status getPropertyByType(ICAObject, FourCharCode, ICAPropertyInfo&) override {
+    return status::kICAPropertyNotFound;
   }
-  Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) override {
-    const auto* device = find(object);
-    if (!device || type != ica::kPropertyVolumeLabel) return status::kICAPropertyNotFound;
-    data = device->volumeLabel;
-    return 0;
+  Status getPropertyData(ICAObject, FourCharCode, std::string&) override {
+    return status::kICAPropertyNotFound;
   }
   Status downloadFile(ICAObject, const std::string&, std::string&) override {
     return status::kICAInvalidObject;
@@ -279,8 +261,6 @@ class FakeImageCapture : public ImageCapture {
     ++device->openScopes;
     return std::make_unique<Scope>(*this, object);
   }
-
-  int dictionaryCopies = 0;
 
  private:
   static constexpr ICAObject kDeviceListObject = 1;
@@ -315,9 +295,6 @@ class FakeImageCapture : public ImageCapture {
     auto& pb = record.pb();
     const auto code = static_cast<std::uint16_t>(pb.commandCode);
     device.operations.push_back(code);
-    device.parameters.emplace_back(pb.params, pb.params + std::min(pb.numOfInputParams, 4U));
-    device.sent.push_back(pb.dataUsageMode == kDataToDevice ? bytesOf(record)
-                                                            : std::vector<std::uint8_t>());
     const auto found = device.answers.find(code);
     const PTPAnswer answer =
         found == device.answers.end() ? PTPAnswer{.responseCode = 0x2005} : found->second;
@@ -337,12 +314,6 @@ class FakeImageCapture : public ImageCapture {
     const std::size_t length = std::min<std::size_t>(data.size(), record.pb().dataSize);
     if (length > 0) std::memcpy(record.data().data(), data.data(), length);
     record.pb().dataSize = static_cast<std::uint32_t>(length);
-  }
-
-  static std::vector<std::uint8_t> bytesOf(PTPPassThroughRecord& record) {
-    const auto data = record.data().first(record.pb().dataSize);
-    const auto* first = reinterpret_cast<const std::uint8_t*>(data.data());
-    return {first, first + data.size()};
   }
 
   ICAObject nextObject_ = 0x100;

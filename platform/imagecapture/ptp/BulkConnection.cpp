@@ -8,6 +8,7 @@
 namespace tarvo::ptp {
 namespace {
 
+// Any number but 0 would do: a device has one session at a time over USB.
 constexpr std::uint32_t kSessionID = 1;
 
 /// The largest payload that a container header can announce.
@@ -33,6 +34,8 @@ BulkConnection::~BulkConnection() {
 
 void BulkConnection::closeQuietly() noexcept {
   try {
+    // An open session left behind would make the next process take it over. A device that is silent
+    // would only cost another time-out.
     if (sessionOpen_ && !timedOut_ && !gone_) {
       pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.control);
       Transaction close{.operation = kCloseSession};
@@ -64,6 +67,7 @@ Status BulkConnection::openSession() {
   }
   if (response != status::kPTPOK) return response;
   sessionOpen_ = true;
+  // The device counts anew in a session too, and refuses an id that is out of turn.
   ids_ = firstIDs_;
   return status::kOK;
 }
@@ -78,6 +82,7 @@ Outcome BulkConnection::sendOpenSession(Status& response) {
 /// The session of a process that died is closed and opened anew, with a device reset where that
 /// does not do; a device that keeps saying that it is open means ours.
 Outcome BulkConnection::takeOver(Status& response) {
+  // Each step alone may wait for long; the caller is to wait for the whole of it once.
   pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.takeOver);
   Transaction close{.operation = kCloseSession};
   Outcome outcome = attempt(close, TransactionIDs(firstIDs_).next());
@@ -92,6 +97,7 @@ Outcome BulkConnection::takeOver(Status& response) {
 Status BulkConnection::closeSession() {
   if (!sessionOpen_) return status::kOK;
   Transaction close{.operation = kCloseSession};
+  // Through transact(), so that the id is the next of the session.
   const Status failure = transact(close, nullptr);
   sessionOpen_ = false;
   if (failure != status::kOK) return failure;
@@ -99,6 +105,7 @@ Status BulkConnection::closeSession() {
 }
 
 Status BulkConnection::transact(Transaction& transaction, std::string* why) {
+  // The caller may use a transaction twice; what the first run left must not pass for an answer.
   transaction.responseCode = 0;
   transaction.responseParameterCount = 0;
   transaction.bytesReceived = 0;
@@ -118,6 +125,7 @@ Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transact
   outcome = runner_.run(transaction, transactionID);
   if (outcome.ending == Ending::kStalled)
     outcome = settleStall(transaction, transactionID, std::move(outcome));
+  pipe_.endBudget();  // The steps of recovery have limits of their own.
   if (!outcome.done()) settleFailure(outcome, transactionID);
   return outcome;
 }
@@ -138,6 +146,7 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
     outcome = runner_.readResponse(transaction, transactionID, timeouts_.recovery);
   }
   pipe_.cancelAll();
+  // The stall is what went wrong; that no response followed is not the device falling silent.
   if (outcome.ending == Ending::kTimedOut) return stall;
   return outcome;
 }
@@ -145,6 +154,8 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
 void BulkConnection::settleFailure(const Outcome& failure, std::uint32_t transactionID) {
   if (failure.ending == Ending::kTimedOut) {
     timedOut_ = true;
+    // No more than the request itself: the steps of a full recovery would each wait for a device
+    // that says nothing.
     recovery_.cancelTransaction(transactionID);
   } else if (failure.ending != Ending::kGone) {
     recovery_.resynchronise(transactionID);

@@ -15,6 +15,11 @@
 namespace tarvo::ptp {
 
 /// Main thread only.
+/// The one PTPConnection of the product. It owns the device and lets it go when it is destroyed.
+///
+/// A transaction passes through three hands: TransactionRunner moves its containers, this class
+/// decides what a bad ending means, and Recovery talks to the device until the next transaction can
+/// work. After a time-out or an unplugging nothing more is sent, whatever is asked.
 class BulkConnection : public PTPConnection {
  public:
   /// `name` says in log lines which device this is. `ids` is where a session begins to count.
@@ -24,26 +29,40 @@ class BulkConnection : public PTPConnection {
   BulkConnection& operator=(const BulkConnection&) = delete;
   ~BulkConnection() override;
 
+  /// As the base says. The first attempt is repeated once when it fails by a broken protocol: a
+  /// process that was killed may have left half an answer in the device, which recovery has drained
+  /// by then. Taking an open session over is bounded by Timeouts::takeOver as a whole.
   Status openSession() override;
+  /// 0 also when none is open. The session counts as closed afterwards even when the device did not
+  /// answer, so that it is not closed again by the destructor.
   Status closeSession() override;
   Status transact(Transaction& transaction, std::string* why) override;
   const WireStatistics& statistics() const override { return pipe_.statistics(); }
 
  private:
+  /// One transaction with everything that its failure calls for; the connection can be used again,
+  /// or refuses, when it returns.
   Outcome attempt(Transaction& transaction, std::uint32_t transactionID);
+  /// Ends the halt and reads the response that may follow. `stall` again when none does.
   Outcome settleStall(Transaction& transaction, std::uint32_t transactionID, Outcome stall);
+  /// Gets back in step, or remembers that there is nobody to get in step with.
   void settleFailure(const Outcome& failure, std::uint32_t transactionID);
+  /// Why nothing is sent any more; done when something may be.
   Outcome refusal() const;
+  /// `response` is the device's code when the outcome is done.
   Outcome sendOpenSession(Status& response);
   Outcome takeOver(Status& response);
+  /// For the destructor: at most Timeouts::control, and no failure of it matters.
   void closeQuietly() noexcept;
 
   std::unique_ptr<USBDevice> device_;
   Timeouts timeouts_;
   LogSink log_;
   std::string name_;
+  /// Where each session begins to count; ids_ is where this one has come to.
   TransactionIDs firstIDs_;
   TransactionIDs ids_;
+  /// These three borrow from each other and from *device_, so they stand in this order.
   BulkPipe pipe_;
   TransactionRunner runner_;
   Recovery recovery_;

@@ -22,6 +22,7 @@ Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
       return {Ending::kGone, "the device is gone"};
     case TransferResult::kOverflow:
       return broken("the device sent more than a packet holds");
+    // Nobody waits for what was cancelled, so it is as odd as any other failure.
     case TransferResult::kCancelled:
     case TransferResult::kError:
       break;
@@ -32,12 +33,14 @@ Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
 }  // namespace
 
 std::size_t BulkPipe::pieceSize(std::size_t packetSize) {
+  // 2048 packets of a full-speed device are 128 KiB, which take about 0.1 s.
   constexpr std::size_t kPackets = 2048;
   constexpr std::size_t kLargest = std::size_t{1} << 20;
   return std::min(packetSize * kPackets, kLargest);
 }
 
 void BulkPipe::submitIn(std::span<std::byte> buffer) {
+  // Tags count on over both directions, so that a completion shows whose turn it was.
   device_.submit(device_.endpoints().bulkIn, buffer, newest_++);
 }
 
@@ -80,15 +83,33 @@ void BulkPipe::cancelAll() {
   oldest_ = newest_;
 }
 
+void BulkPipe::startBudget(Milliseconds budget) {
+  budget_ = budget;
+  progressed();
+}
+
 BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
   if (!deadline_) return limit;
   const auto left = std::chrono::duration_cast<Milliseconds>(*deadline_ - Clock::now());
   return std::clamp(left, Milliseconds{0}, limit);
 }
 
+std::optional<TransferCompletion> BulkPipe::waitWithinBudget(Milliseconds limit) {
+  if (!budget_) return device_.wait(limit);
+  // Rounded down, so that the waits together never exceed the budget. What has ended already is
+  // still taken with no patience left.
+  const auto left = std::chrono::floor<Milliseconds>(std::max(budgetLeft_, Clock::duration{0}));
+  const auto begin = Clock::now();
+  const auto ended = device_.wait(std::min(limit, left));
+  budgetLeft_ -= Clock::now() - begin;
+  return ended;
+}
+
 Outcome BulkPipe::next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint) {
-  const auto ended = device_.wait(patience(limit));
+  const auto ended = waitWithinBudget(patience(limit));
   if (!ended) return outcomeOf(TransferResult::kTimedOut, endpoint);
+  // The kernel ends the transfers of an endpoint in order. A completion of another one would put
+  // its bytes in the wrong place.
   if (ended->tag != oldest_) return {Ending::kFailed, "a transfer ended out of turn"};
   ++oldest_;
   completion = *ended;

@@ -44,6 +44,7 @@ std::optional<ContainerHeader> decodeHeader(std::span<const std::byte> bytes) {
 }
 
 CommandBlock encodeCommand(const Transaction& transaction, std::uint32_t transactionID) {
+  // The caller has refused more than five already; the array must be safe by itself.
   const std::size_t count = std::min<std::size_t>(transaction.parameterCount, kMaximumParameters);
   CommandBlock block;
   block.size = kContainerHeaderSize + 4 * count;
@@ -64,6 +65,7 @@ Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transacti
   if (header->transactionID != transactionID)
     return broken(formatted("the response is for transaction %u instead of %u",
                             header->transactionID, transactionID));
+  // A response is one short transfer: its length is known to the byte, so any other is a lie.
   if (header->length != bytes.size() || header->length > kMaximumBlockSize ||
       header->length % 4 != 0)
     return broken(
@@ -89,6 +91,7 @@ std::optional<DeviceStatus> decodeDeviceStatus(std::span<const std::byte> bytes)
   DeviceStatus status;
   status.code = decodeUInt16(bytes.subspan(2));
   const std::size_t length = std::min<std::size_t>(decodeUInt16(bytes), bytes.size());
+  // An endpoint is a number of four bytes of which the address is the lowest.
   for (std::size_t at = 4; at + 4 <= length && status.haltedCount < 4; at += 4)
     status.haltedEndpoints.at(status.haltedCount++) = std::to_integer<std::uint8_t>(bytes[at]);
   return status;

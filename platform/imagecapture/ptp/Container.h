@@ -18,13 +18,17 @@ namespace tarvo::ptp {
 /// Announced by a device that does not know how much data comes, or that has 4 GiB and more: the
 /// data phase then ends with a short packet.
 inline constexpr std::uint32_t kUnknownLength = 0xFFFFFFFF;
+/// Both a command and a response carry 0 to 5 parameters (ISO 15740).
 inline constexpr std::size_t kMaximumParameters = 5;
 inline constexpr std::size_t kMaximumBlockSize = kContainerHeaderSize + 4 * kMaximumParameters;
 
+/// The 12 bytes that every container begins with. Containers follow each other on the bulk
+/// endpoints without anything in between; an event container uses the interrupt endpoint.
 struct ContainerHeader {
   std::uint32_t length = 0;  ///< header included
   std::uint16_t type = 0;    ///< a ContainerType
   std::uint16_t code = 0;
+  /// Of the transaction that the container belongs to; 0 outside a session.
   std::uint32_t transactionID = 0;
 };
 
@@ -39,6 +43,8 @@ struct CommandBlock {
   std::array<std::byte, kMaximumBlockSize> bytes{};
   std::size_t size = 0;
 };
+/// Parameters beyond `parameterCount` are left out, not sent as zeros: some devices refuse a
+/// command that is longer than its operation wants.
 CommandBlock encodeCommand(const Transaction& transaction, std::uint32_t transactionID);
 
 /// Reads one whole response block into `transaction`. kBroken when it is none, when its length is
@@ -48,15 +54,21 @@ Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transacti
                        Transaction& transaction);
 
 /// The payload of a cancel request: the cancellation code and the transaction it is for.
+/// Sent by a Cancel Request, bRequest 0x64 (Still Image Capture Device Definition, 5.2.1).
 std::array<std::byte, 6> encodeCancelRequest(std::uint32_t transactionID);
 
 /// What GetDeviceStatus gives: a PTP response code and the halted endpoints, if any.
+/// Busy is 0x2019, and 0x201F a transaction that was cancelled; anything but 0x2001 means that the
+/// device has not come to rest yet (Still Image Capture
+/// Device Definition, 5.2.4).
 struct DeviceStatus {
   std::uint16_t code = 0;
   std::array<std::uint8_t, 4> haltedEndpoints{};
   std::size_t haltedCount = 0;
 };
 inline constexpr std::size_t kDeviceStatusSize = 20;  ///< four endpoints at most
+/// None for fewer than the 4 bytes of length and code. Endpoints are taken as far as they came, and
+/// as far as the length that the device gives covers them.
 std::optional<DeviceStatus> decodeDeviceStatus(std::span<const std::byte> bytes);
 
 /// Little-endian numbers at the beginning of `bytes`, which is long enough.

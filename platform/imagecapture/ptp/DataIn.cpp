@@ -39,11 +39,15 @@ Outcome DataIn::run(const ContainerHeader& header, std::span<const std::byte> fi
 }
 
 Outcome DataIn::takeFirst(std::span<const std::byte> payload) {
+  // More than announced is a lie, except where the container ended with a full packet: without a
+  // zero-length one the response is in the same transfer.
   if (end_ && payload.size() > *end_) {
     if ((kContainerHeaderSize + *end_) % packet_ != 0) return wentOn(*end_);
     surplus_ = payload.subspan(*end_);
     payload = payload.first(*end_);
   }
+  // A short packet before the announced end: the rest never comes, and waiting for it would only
+  // time out.
   if (end_ && ended_ && payload.size() < *end_) return endedEarly(*end_, payload.size());
   asked_ = payload.size();
   return copyToSink({}, payload);
@@ -65,6 +69,7 @@ void DataIn::fill() {
   const std::size_t most = end_ ? kTransfersInFlight : 1;
   while (pieces_.size() < most && !allAsked() && (pieces_.empty() || pieces_.back().direct)) {
     pieces_.push_back(nextPiece());
+    // The whole buffer counts as asked for; a short packet ends the phase anyway.
     pipe_.submitIn(pieces_.back().buffer);
     asked_ += pieces_.back().buffer.size();
   }
@@ -74,6 +79,7 @@ DataIn::Piece DataIn::nextPiece() {
   const std::uint64_t piece = BulkPipe::pieceSize(packet_);
   const std::uint64_t left = end_ ? *end_ - asked_ : piece;
   const auto room = roomAt(asked_, std::min(left, piece));
+  // A read of no whole packets could overflow.
   const std::size_t whole = room.size() / packet_ * packet_;
   if (whole > 0) return {room.first(whole), {}, true};
   // Packets that the room cannot take as a whole.
@@ -89,12 +95,14 @@ Outcome DataIn::takePiece() {
   pieces_.pop_front();
 
   ended_ = length < piece.buffer.size();
+  // Reads are rounded up to whole packets, so a device can send more than is due.
   if (end_ && length > *end_ - received_) return wentOn(*end_);
   if (end_ && ended_ && length < *end_ - received_) return endedEarly(*end_, received_ + length);
   return piece.direct ? reportReceived(length) : copyToSink(piece.room, scratch_.first(length));
 }
 
 std::span<std::byte> DataIn::roomAt(std::uint64_t offset, std::size_t length) {
+  // A sink that was full once stays so: bytes behind dropped ones would lie at a wrong offset.
   if (sink_ == nullptr || dropDeadline_ || length == 0) return {};
   const auto room = sink_->room(offset, length);
   return room.first(std::min(room.size(), length));
@@ -102,6 +110,8 @@ std::span<std::byte> DataIn::roomAt(std::uint64_t offset, std::size_t length) {
 
 Outcome DataIn::copyToSink(std::span<std::byte> room, std::span<const std::byte> bytes) {
   while (!bytes.empty()) {
+    // A room that was asked for when the read was submitted comes first, for the sink may not give
+    // it a second time.
     if (room.empty()) room = roomAt(received_, bytes.size());
     if (room.empty()) return drop(bytes.size());
     const std::size_t length = std::min(room.size(), bytes.size());
@@ -118,13 +128,16 @@ Outcome DataIn::reportReceived(std::size_t length) {
   if (length == 0) return {};
   const std::uint64_t offset = received_;
   received_ += length;
+  pipe_.progressed();
   if (!sink_->received(offset, length)) return {Ending::kCancelled, "cancelled by the receiver"};
   return {};
 }
 
 Outcome DataIn::drop(std::size_t length) {
   received_ += length;
+  pipe_.progressed();
   const auto now = BulkPipe::Clock::now();
+  // Dropping is progress to the budget, so a device that never stops needs a bound of its own.
   if (!dropDeadline_) dropDeadline_ = now + timeouts_.bulk;
   if (now > *dropDeadline_) return broken("the device goes on sending more than was asked for");
   return {};

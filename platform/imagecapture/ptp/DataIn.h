@@ -17,6 +17,8 @@ namespace tarvo::ptp {
 /// Runs one data phase, of which the first read has come already. Only whole packets are read into
 /// the room that the sink gives; what is left over at its end, or has no room, goes through the
 /// scratch buffer. What has no room is dropped, for one bulk time-out at most.
+///
+/// Of one use: it is made for a data phase and dropped after it.
 class DataIn {
  public:
   /// `scratch` holds the first read and is a multiple of the packet size; `sink` is null where no
@@ -42,14 +44,24 @@ class DataIn {
     bool direct = false;        ///< the buffer is the sink's room
   };
 
+  /// Splits what the first read brought into payload and, where a container ended at a packet
+  /// boundary, the surplus behind it.
   Outcome takeFirst(std::span<const std::byte> first);
+  /// The rest of the phase, piece by piece.
   Outcome stream();
   void fill();
+  /// Where the payload from asked_ on goes: straight into the sink as far as whole packets fit
+  /// there, otherwise through the scratch buffer.
   Piece nextPiece();
+  /// Hands over the oldest piece, after holding its length against what was announced.
   Outcome takePiece();
+  /// The sink's room, never more than `length`; none once something has been dropped, so that no
+  /// gap comes into what the sink gets.
   std::span<std::byte> roomAt(std::uint64_t offset, std::size_t length);
+  /// Copies in as many rooms as the sink needs; `room` is one that it has given already.
   Outcome copyToSink(std::span<std::byte> room, std::span<const std::byte> bytes);
   Outcome reportReceived(std::size_t length);
+  /// Counts payload without room. Broken when that goes on beyond the time for it.
   Outcome drop(std::size_t length);
   bool allAsked() const { return ended_ || (end_ && asked_ >= *end_); }
 
@@ -62,8 +74,10 @@ class DataIn {
   std::uint64_t asked_ = 0;           ///< payload offset that the next transfer reads from
   std::uint64_t received_ = 0;
   bool ended_ = false;  ///< a short packet has come
+  /// In the order in which they were asked for.
   std::deque<Piece> pieces_;
   std::span<const std::byte> surplus_;
+  /// Set when the first byte found no room.
   std::optional<BulkPipe::Clock::time_point> dropDeadline_;
 };
 

@@ -20,12 +20,14 @@ DataOut::DataOut(BulkPipe& pipe, std::span<std::byte> scratch, DataSource& sourc
 
 Outcome DataOut::run(std::uint16_t operation, std::uint32_t transactionID) {
   const std::uint64_t total = kContainerHeaderSize + size_;
+  // Fits: the connection has refused what does not.
   encodeHeader({static_cast<std::uint32_t>(total), kDataBlock, operation, transactionID}, scratch_);
   Outcome outcome = submitGathered(kContainerHeaderSize);
   while (outcome.done() && offset_ < size_) {
     if (sizes_.size() == kTransfersInFlight) outcome = takeOldest();
     if (outcome.done()) outcome = submitNext();
   }
+  // A device knows the end of a container by a short packet (USB 2.0, 5.8.3).
   if (outcome.done() && total % pipe_.outPacketSize() == 0) submit({});
   return outcome.done() ? takeAll() : outcome;
 }
@@ -37,6 +39,7 @@ Outcome DataOut::submitNext() {
   auto bytes = source_.bytes(offset_, most);
   if (bytes.empty()) return sourceEnded();
   bytes = bytes.first(std::min(bytes.size(), most));
+  // A packet that is not full would end the container early.
   if (bytes.size() < left) bytes = bytes.first(bytes.size() - bytes.size() % pipe_.outPacketSize());
   if (!bytes.empty()) {
     submit(bytes);
@@ -71,7 +74,10 @@ void DataOut::submit(std::span<const std::byte> bytes) {
 Outcome DataOut::takeOldest() {
   const std::size_t size = sizes_.front();
   sizes_.pop_front();
-  return pipe_.nextOut(size, timeouts_.bulk);
+  Outcome outcome = pipe_.nextOut(size, timeouts_.bulk);
+  // The header alone is none: a device may take it into a buffer and die.
+  if (outcome.done() && size > 0 && size_ > 0) pipe_.progressed();
+  return outcome;
 }
 
 Outcome DataOut::takeAll() {

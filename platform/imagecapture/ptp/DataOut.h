@@ -15,6 +15,8 @@ namespace tarvo::ptp {
 /// Runs one data phase. The container header travels with the first payload bytes, in one transfer
 /// from the scratch buffer; every transfer but the last is whole packets, and a container that ends
 /// with a full packet is followed by a zero-length one.
+///
+/// Of one use, like DataIn.
 class DataOut {
  public:
   /// `scratch` is a multiple of the packet size. All are lent.
@@ -26,10 +28,14 @@ class DataOut {
   Outcome run(std::uint16_t operation, std::uint32_t transactionID);
 
  private:
+  /// Whole packets straight from the source, or less through the scratch buffer at its end.
   Outcome submitNext();
+  /// For the first transfer, which the header opens, and for a source that gives less than a packet
+  /// at a time.
   Outcome submitGathered(std::size_t filled);
   void submit(std::span<const std::byte> bytes);
   Outcome takeOldest();
+  /// Afterwards the scratch buffer is free again.
   Outcome takeAll();
 
   BulkPipe& pipe_;

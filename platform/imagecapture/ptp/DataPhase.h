@@ -33,10 +33,12 @@ class DataSource {
   /// cancels the transaction. Stays valid until the next call but `kMaximumInFlight`.
   virtual std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) = 0;
 
+  /// How many pieces the transport may still be sending while it asks for the next one.
   static constexpr int kMaximumInFlight = 8;
 };
 
 /// A sink over memory of the caller's.
+/// What does not fit is dropped, as DataSink::room() says.
 class MemorySink : public DataSink {
  public:
   explicit MemorySink(std::span<std::byte> memory) : memory_(memory) {}
@@ -48,6 +50,7 @@ class MemorySink : public DataSink {
     filled_ = offset + length;
     return true;
   }
+  /// Bytes that have arrived, from the beginning on.
   std::uint64_t filled() const { return filled_; }
 
  private:

@@ -23,11 +23,13 @@ using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 /// The same file, or the same device under two nodes.
 bool isSame(const struct stat& a, const struct stat& b) {
+  // A container may have a node of its own for the same device.
   if (a.st_dev == b.st_dev && a.st_ino == b.st_ino) return true;
   return S_ISCHR(a.st_mode) && S_ISCHR(b.st_mode) && a.st_rdev == b.st_rdev;
 }
 
 bool hasOpen(const std::string& process, const struct stat& node) {
+  // Of another user's process this fails, which makes it one that holds nothing.
   const Directory descriptors(::opendir(("/proc/" + process + "/fd").c_str()));
   if (!descriptors) return false;
   while (const dirent* entry = ::readdir(descriptors.get())) {
@@ -44,6 +46,7 @@ std::string nameOf(const std::string& process) {
   std::array<char, 64> text{};
   const ssize_t length = file.isOpen() ? ::read(file.get(), text.data(), text.size()) : 0;
   std::string name(text.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+  // The kernel ends the name with a line end (proc(5)); 15 characters of it are kept.
   if (!name.empty() && name.back() == '\n') name.pop_back();
   return name;
 }
@@ -52,6 +55,7 @@ std::string nameOf(const std::string& process) {
 
 std::string processHolding(int node) {
   struct stat ours {};
+  // Only after a failure to claim, so the walk over all processes is no matter.
   const Directory processes(::opendir("/proc"));
   if (!processes || ::fstat(node, &ours) != 0) return {};
   const std::string self = std::to_string(::getpid());

@@ -16,6 +16,7 @@ std::unique_ptr<PTPConnection> LibusbConnector::connect(const USBInterfaceAddres
   Status status = status::kOK;
   std::string words;
   auto device = opener_->open(address, &status, &words);
+  // The opener always gets both, for the log line below.
   if (failure != nullptr) *failure = status;
   if (why != nullptr) *why = words;
   std::string name =

@@ -23,6 +23,7 @@ TransferResult resultOf(libusb_transfer_status status) {
       return TransferResult::kCancelled;
     case LIBUSB_TRANSFER_NO_DEVICE:
       return TransferResult::kNoDevice;
+    // A packet that was larger than the room left; the kernel calls it EOVERFLOW (babble).
     case LIBUSB_TRANSFER_OVERFLOW:
       return TransferResult::kOverflow;
     case LIBUSB_TRANSFER_ERROR:
@@ -84,6 +85,7 @@ LibusbDevice::LibusbDevice(LibusbHandle handle, const StillImageEndpoints& endpo
 
 LibusbDevice::~LibusbDevice() {
   LibusbDevice::cancelAll();
+  // Gives a kernel driver that was detached its interface back.
   libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
   // With the handle closed nobody reaps an abandoned transfer any more, so it can be freed.
   handle_.device.reset();
@@ -95,6 +97,8 @@ TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<st
   Slot& slot = freeSlot();
   const bool in = (setup.requestType & LIBUSB_ENDPOINT_DIR_MASK) == LIBUSB_ENDPOINT_IN;
   auto& buffer = slot.controlBuffer;
+  // libusb wants setup packet and data in one piece; it is the slot's own, so that the caller's
+  // memory is free whatever becomes of the transfer.
   buffer.assign(LIBUSB_CONTROL_SETUP_SIZE + data.size(), 0);
   libusb_fill_control_setup(buffer.data(), setup.requestType, setup.request, setup.value,
                             setup.index, static_cast<std::uint16_t>(data.size()));
@@ -106,13 +110,16 @@ TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<st
                                  transferEnded, &slot, 0);
   start(slot);
 
+  // The time-out is kept here: one of libusb's own (0 is none) would race with it.
   const bool inTime = endOf(slot, Clock::now() + timeout);
   if (!inTime && !abandoned_) {
     libusb_cancel_transfer(slot.transfer.get());
     abandoned_ = !endOf(slot, Clock::now() + kCancelPatience);
   }
+  // Given up: the slot stays in flight, and with it the memory that the kernel may still write to.
   if (slot.state != Slot::State::kFinished) return {0, TransferResult::kTimedOut, 0};
   slot.state = Slot::State::kFree;
+  // It may also have ended well while it was being cancelled, which counts.
   if (!inTime && slot.completion.result == TransferResult::kCancelled)
     slot.completion.result = TransferResult::kTimedOut;
   const std::size_t length = std::min(slot.completion.length, data.size());
@@ -126,6 +133,7 @@ void LibusbDevice::submit(std::uint8_t endpoint, std::span<std::byte> buffer, st
   if (slot.transfer) {
     libusb_fill_bulk_transfer(slot.transfer.get(), handle_.device.get(), endpoint, asBytes(buffer),
                               static_cast<int>(buffer.size()), transferEnded, &slot, 0);
+    // Bulk and interrupt transfers differ in their type alone.
     if (endpoint == endpoints_.interruptIn) slot.transfer->type = LIBUSB_TRANSFER_TYPE_INTERRUPT;
   }
   start(slot);
@@ -136,6 +144,7 @@ std::optional<TransferCompletion> LibusbDevice::wait(std::chrono::milliseconds t
   Slot* slot = firstFinished();
   while (slot == nullptr && anyInFlight() && handleEvents(deadline))
     slot = firstFinished();
+  // The last round may have brought it just as the time ran out.
   if (slot == nullptr) slot = firstFinished();
   if (slot == nullptr) return std::nullopt;
   slot->state = Slot::State::kFree;
@@ -144,6 +153,7 @@ std::optional<TransferCompletion> LibusbDevice::wait(std::chrono::milliseconds t
 
 void LibusbDevice::cancelAll() {
   if (abandoned_) return;
+  // Nothing may be reaped from now on: the lenders of the buffers go on as if they had them back.
   if (!cancelSlots()) abandoned_ = true;
   for (auto& slot : slots_)
     if (slot->state == Slot::State::kFinished) slot->state = Slot::State::kFree;
@@ -165,6 +175,7 @@ LibusbDevice::Slot& LibusbDevice::freeSlot() {
     if (slot->state == Slot::State::kFree) return *slot;
   slots_.push_back(std::make_unique<Slot>());
   slots_.back()->owner = this;
+  // Null when there is no memory; the transfer then fails like any other.
   slots_.back()->transfer.reset(libusb_alloc_transfer(0));
   return *slots_.back();
 }
@@ -209,6 +220,7 @@ bool LibusbDevice::handleEvents(Clock::time_point deadline) {
   if (abandoned_) return false;
   timeval time = timeUntil(deadline);
   const int error = libusb_handle_events_timeout_completed(handle_.context.get(), &time, nullptr);
+  // A signal is no reason to stop waiting.
   if (error != LIBUSB_SUCCESS && error != LIBUSB_ERROR_INTERRUPTED) return false;
   return Clock::now() < deadline;
 }

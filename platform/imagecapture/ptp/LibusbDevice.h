@@ -16,6 +16,8 @@ namespace tarvo::ptp {
 
 /// A context, and the handle of one device in it, over a node that is open. Whatever is null has
 /// not been opened yet.
+/// libusb wants the device closed before the context, and the node after both; the order of the
+/// members sees to that.
 struct LibusbHandle {
   struct ExitContext {
     void operator()(libusb_context* context) const { libusb_exit(context); }
@@ -30,6 +32,9 @@ struct LibusbHandle {
 };
 
 /// Main thread only.
+///
+/// Events are handled inside wait() and control(), never in a thread or from the main loop: between
+/// two calls nothing happens to a buffer.
 class LibusbDevice : public USBDevice {
  public:
   /// Takes a handle whose interface `endpoints.interfaceNumber` is claimed.
@@ -39,6 +44,8 @@ class LibusbDevice : public USBDevice {
   ~LibusbDevice() override;
 
   const StillImageEndpoints& endpoints() const override { return endpoints_; }
+  /// On a context of our own with an asynchronous transfer, so that bulk transfers in flight are
+  /// served meanwhile and the time-out is ours.
   TransferCompletion control(const ControlSetup& setup, std::span<std::byte> data,
                              std::chrono::milliseconds timeout) override;
   void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) override;
@@ -48,14 +55,20 @@ class LibusbDevice : public USBDevice {
 
  private:
   using Clock = std::chrono::steady_clock;
+  /// One libusb transfer, and what became of it. Slots are never given back while the device lives:
+  /// there are a handful.
   struct Slot;
 
+  /// Called by libusb from within handleEvents().
   static void LIBUSB_CALL transferEnded(libusb_transfer* transfer) noexcept;
   Slot& freeSlot();
+  /// A transfer that libusb does not take is finished at once, as one that failed.
   void start(Slot& slot);
   void finish(Slot& slot, TransferResult result, std::size_t length);
+  /// The one that ended first; null when none has.
   Slot* firstFinished();
   bool anyInFlight() const;
+  /// As its definition says; events of other transfers are handled on the way.
   bool endOf(Slot& slot, Clock::time_point deadline);
   bool handleEvents(Clock::time_point deadline);
   bool cancelSlots();

@@ -21,6 +21,7 @@ struct Failure {
 
 Failure failureOfErrno(int error, const std::string& node) {
   switch (error) {
+    // Without the udev rule the node belongs to root alone.
     case EACCES:
     case EPERM:
       return {status::kICAAccessDenied,
@@ -69,6 +70,8 @@ class Opening {
 
  private:
   Failure openNode() {
+    // Opened by ourselves rather than by libusb: the address names the node, and errno says why
+    // not.
     handle_.node = FileDescriptor(::open(address_.deviceNode.c_str(), O_RDWR | O_CLOEXEC));
     return handle_.node.isOpen() ? Failure{} : failureOfErrno(errno, address_.deviceNode);
   }
@@ -79,6 +82,7 @@ class Opening {
     libusb_context* context = nullptr;
     int error = libusb_init(&context);
     if (error != LIBUSB_SUCCESS) return failureOfLibusb(error, "use libusb for", node());
+    // Owned at once, so that the steps below may simply return.
     handle_.context.reset(context);
     libusb_device_handle* device = nullptr;
     error = libusb_wrap_sys_device(context, handle_.node.get(), &device);
@@ -89,6 +93,8 @@ class Opening {
 
   Failure findEndpoints() {
     libusb_config_descriptor* configuration = nullptr;
+    // From what the kernel has read already; a configuration of 0 is a device that nobody
+    // configured.
     const int error = libusb_get_active_config_descriptor(libusb_get_device(handle_.device.get()),
                                                           &configuration);
     if (error == LIBUSB_ERROR_NOT_FOUND)
@@ -96,6 +102,7 @@ class Opening {
     if (error != LIBUSB_SUCCESS) return failureOfLibusb(error, "read the descriptors of", node());
     std::string why;
     const auto found = stillImageEndpoints(*configuration, address_.interfaceNumber, &why);
+    // Nothing of the descriptor is kept; `endpoints_` is a copy of what matters.
     libusb_free_config_descriptor(configuration);
     if (!found)
       return {status::kICAProtocolError, formatted("%s: %s", node().c_str(), why.c_str())};
@@ -105,10 +112,13 @@ class Opening {
 
   Failure claim() {
     libusb_device_handle* device = handle_.device.get();
+    // Only where a driver has it: libusb would otherwise try to give the interface to one at the
+    // end.
     if (libusb_kernel_driver_active(device, address_.interfaceNumber) == 1)
       libusb_set_auto_detach_kernel_driver(device, 1);
     const int error = libusb_claim_interface(device, address_.interfaceNumber);
     if (error == LIBUSB_SUCCESS) return {};
+    // Another usbfs claimant, which cannot be detached; the user has to be told who.
     if (error != LIBUSB_ERROR_BUSY) return failureOfLibusb(error, "claim", node());
     const std::string holder = processHolding(handle_.node.get());
     return {status::kICADeviceBusy, formatted("%s is in use by %s", node().c_str(),

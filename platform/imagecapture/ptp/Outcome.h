@@ -9,6 +9,7 @@
 
 namespace tarvo::ptp {
 
+/// In the order in which callers care: only kDone means that the step has done its work.
 enum class Ending {
   kDone,
   kStalled,    ///< a bulk endpoint is halted; `Outcome::endpoint` says which
@@ -19,6 +20,8 @@ enum class Ending {
   kFailed,     ///< any other failure of the bus
 };
 
+/// `why` is a clause for a log line or a user, without a full stop, and never has text of the
+/// device in it.
 struct [[nodiscard]] Outcome {
   Ending ending = Ending::kDone;
   std::string why{};          ///< empty when done
@@ -47,6 +50,7 @@ struct [[nodiscard]] Outcome {
   }
 };
 
+/// The usual failure: the device did what the protocol forbids.
 inline Outcome broken(std::string why) {
   return {Ending::kBroken, std::move(why)};
 }

@@ -14,6 +14,8 @@
 namespace tarvo::ptp {
 
 /// One transaction: operation with parameters, at most one data phase, response with parameters.
+/// The caller fills in the first group and reads the second. Sink and source are lent until
+/// transact() returns.
 struct Transaction {
   std::uint16_t operation = 0;
   std::array<std::uint32_t, 5> parameters{};
@@ -27,9 +29,12 @@ struct Transaction {
   std::uint64_t bytesReceived = 0;  ///< payload bytes that the device sent, dropped ones included
 };
 
-/// How long to wait. Every wait is for progress: a transfer that moves bytes starts it anew.
+/// How long to wait.
+/// The sum that a device which falls silent can cost is bulk, once, and one class request to
+/// cancel: less than 5 s with the values given here.
 struct Timeouts {
-  std::chrono::milliseconds bulk{4000};     ///< one bulk transfer without progress
+  /// All bulk transfers of a transaction together without progress, which is payload that moves.
+  std::chrono::milliseconds bulk{4000};
   std::chrono::milliseconds control{1000};  ///< one class request
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
   /// All of closing a session that another process left open, and opening it anew.
@@ -45,6 +50,13 @@ struct WireStatistics {
 
 /// Main thread only. Destroying it lets the interface go; an open session is closed first unless
 /// the device is gone or has timed out.
+///
+///   auto connection = connector.connect(address, &failure, &why);
+///   connection->openSession();
+///   Transaction ids{.operation = 0x1004, .receive = &sink};
+///   if (connection->transact(ids, &why) == 0) use(ids.responseCode, sink.filled());
+///
+/// Every call blocks until it has its result, for as long as Timeouts allow.
 class PTPConnection {
  public:
   virtual ~PTPConnection() = default;
@@ -53,6 +65,8 @@ class PTPConnection {
   /// closed and opened anew. Returns 0, a PTP response code other than OK, or a status as for
   /// transact().
   virtual Status openSession() = 0;
+  /// 0 also when none is open; otherwise the response code when it is not OK, or a status as for
+  /// transact().
   virtual Status closeSession() = 0;
 
   /// Runs one transaction. 0 when a response arrived (whatever its code), otherwise kICATimeout
@@ -68,6 +82,7 @@ class PTPConnection {
   virtual const WireStatistics& statistics() const = 0;
 };
 
+/// Main thread only. The seam between Image Capture and the wire.
 class PTPConnector {
  public:
   virtual ~PTPConnector() = default;

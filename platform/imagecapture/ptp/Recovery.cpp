@@ -27,6 +27,7 @@ void Recovery::cancelTransaction(std::uint32_t transactionID) {
 
 void Recovery::clearHalts(std::uint8_t endpoint) {
   const auto status = deviceStatus();
+  // The host knows of this one by itself, whatever the device says or does not say.
   clearHalt(endpoint);
   if (!status) return;
   for (std::size_t i = 0; i < status->haltedCount; ++i)
@@ -36,6 +37,8 @@ void Recovery::clearHalts(std::uint8_t endpoint) {
 bool Recovery::resynchronise(std::uint32_t transactionID) {
   pipe_.cancelAll();
   cancelTransaction(transactionID);
+  // The gentle way first: a reset ends the session, which the caller finds out by the next
+  // response.
   const bool idle = awaitIdle() || resetDevice();
   drain();
   return idle && !gone_;
@@ -49,6 +52,8 @@ void Recovery::drain() {
   const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
   Outcome outcome;
   std::size_t length = 0;
+  // Ends with the first pause; a device that never pauses is left to the next transaction, which
+  // finds it broken.
   while (!gone_ && outcome.done() && BulkPipe::Clock::now() < deadline) {
     outcome = pipe_.read(scratch_, length, timeouts_.recovery / kSteps);
     if (outcome.ending == Ending::kStalled) clearHalt(outcome.endpoint);
@@ -63,10 +68,13 @@ bool Recovery::awaitIdle() {
   const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
   while (!silent_ && !gone_) {
     const auto status = deviceStatus();
+    // A device that refuses the request (stall) is believed to be ready; one that let it time out
+    // is not.
     if (!status || status->code == status::kPTPOK) return !silent_ && !gone_;
     for (std::size_t i = 0; i < status->haltedCount; ++i)
       clearHalt(status->haltedEndpoints.at(i));
     if (BulkPipe::Clock::now() >= deadline) break;
+    // There is no event for it, so it is asked again; ten times at most.
     std::this_thread::sleep_for(pipe_.patience(timeouts_.recovery / kSteps));
   }
   return false;
@@ -85,6 +93,7 @@ std::optional<std::size_t> Recovery::request(std::uint8_t type, std::uint8_t cod
   if (silent_ || gone_) return std::nullopt;
   const auto completion = device_.control({type, code, 0, device_.endpoints().interfaceNumber},
                                           data, pipe_.patience(timeouts_.recovery));
+  // Once is enough: every further request would hold the caller as long.
   if (completion.result == TransferResult::kTimedOut) silent_ = true;
   if (completion.result == TransferResult::kNoDevice) gone_ = true;
   if (completion.result != TransferResult::kCompleted) return std::nullopt;

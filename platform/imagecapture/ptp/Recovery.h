@@ -14,6 +14,10 @@ namespace tarvo::ptp {
 
 /// Main thread only. Each step takes `Timeouts::recovery` at most. A device that lets one class
 /// request time out is asked nothing more on endpoint 0.
+///
+/// The stages, each of which is enough for some devices: the cancel request; waiting until the
+/// device status is OK, with halts ended as the device names them; device reset, which costs the
+/// session; and reading until nothing comes.
 class Recovery {
  public:
   /// `scratch` takes what is drained. All are lent.
@@ -41,10 +45,13 @@ class Recovery {
   bool gone() const { return gone_; }
 
  private:
+  /// None when the device does not know the request or has not answered.
   std::optional<DeviceStatus> deviceStatus();
+  /// False when the device is still busy after Timeouts::recovery, silent or gone.
   bool awaitIdle();
   std::optional<std::size_t> request(std::uint8_t type, std::uint8_t code,
                                      std::span<std::byte> data);
+  /// Nothing for an endpoint that is not ours, for the device may name any.
   void clearHalt(std::uint8_t endpoint);
 
   USBDevice& device_;

@@ -61,10 +61,13 @@ std::optional<StillImageEndpoints> stillImageEndpoints(const libusb_interface_de
   endpoints.interfaceNumber = interface.bInterfaceNumber;
   for (const auto& endpoint : std::span(interface.endpoint, interface.bNumEndpoints))
     take(endpoints, endpoint);
+  // Events are not listened to, so the interrupt endpoint may be missing; without bulk there is
+  // nothing to say.
   if (endpoints.bulkIn == 0 || endpoints.bulkOut == 0) {
     *why = formatted("interface %u lacks a bulk endpoint", interface.bInterfaceNumber);
     return std::nullopt;
   }
+  // Sizes of transfers are reckoned in packets: 0 would divide by zero, and odd ones overflow.
   if (!isBulkPacketSize(endpoints.bulkInPacketSize) ||
       !isBulkPacketSize(endpoints.bulkOutPacketSize)) {
     *why = formatted("interface %u has bulk packets of %u and %u bytes", interface.bInterfaceNumber,
@@ -77,6 +80,7 @@ std::optional<StillImageEndpoints> stillImageEndpoints(const libusb_interface_de
 std::optional<StillImageEndpoints> stillImageEndpoints(
     const libusb_config_descriptor& configuration, std::uint8_t number, std::string* why) {
   for (const auto& interface : std::span(configuration.interface, configuration.bNumInterfaces)) {
+    // The kernel has selected setting 0, and no still-image interface has another.
     if (interface.num_altsetting > 0 && interface.altsetting[0].bInterfaceNumber == number)
       return stillImageEndpoints(interface.altsetting[0], why);
   }

@@ -51,9 +51,11 @@ TransactionRunner::TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts)
 
 Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transactionID) {
   ++pipe_.statistics().transactions;
+  pipe_.startBudget(timeouts_.bulk);
   CancelOnExit guard(pipe_);
   Outcome outcome = runPhases(transaction, transactionID);
   if (outcome.done()) {
+    // Only a whole transaction shows it: stale data may look like the beginning of one.
     inStep_ = true;
     guard.disarm();
   }
@@ -77,8 +79,10 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   Outcome outcome = pipe_.write(bytes, limit);
   if (!inStep_ && outcome.ending == Ending::kTimedOut) {
     dropStaleInput();
-    outcome = pipe_.write(bytes, std::max(timeouts_.bulk - 2 * limit, limit));
+    // The budget holds the two attempts and the draining together.
+    outcome = pipe_.write(bytes, timeouts_.bulk);
   }
+  // With the small packets of a slow device a command can end with a full one.
   if (outcome.done() && block.size % pipe_.outPacketSize() == 0)
     outcome = pipe_.write({}, timeouts_.bulk);
   return outcome;
@@ -103,8 +107,10 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
 
   DataIn phase(pipe_, scratch(), transaction.receive, timeouts_);
   outcome = phase.run(incoming.header, incoming.bytes);
+  // Also after a failure: the caller learns how far it came.
   transaction.bytesReceived = phase.received();
   if (!outcome.done()) return outcome;
+  // The response was in the same transfer as the last of the data.
   if (!phase.surplus().empty()) return decodeResponse(phase.surplus(), transactionID, transaction);
   return readResponse(transaction, transactionID, timeouts_.bulk);
 }
@@ -127,6 +133,7 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
   const auto staleDeadline = BulkPipe::Clock::now() + limit + timeouts_.recovery;
   while (true) {
     Outcome outcome = readOnce(incoming.bytes, limit);
+    // The device did say something, only never what was due: that is no silence.
     if (outcome.ending == Ending::kTimedOut && !stale.empty()) return broken(stale);
     if (!outcome.done()) return outcome;
 
@@ -139,6 +146,7 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
     }
     if (inStep_ || BulkPipe::Clock::now() > staleDeadline) return broken(std::move(wrong));
     if (stale.empty()) stale = std::move(wrong);
+    // Behind stale data the answer comes soon or not at all.
     limit = std::min(limit, timeouts_.recovery);
   }
 }

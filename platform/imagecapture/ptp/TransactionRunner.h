@@ -12,6 +12,8 @@
 namespace tarvo::ptp {
 
 /// Main thread only.
+/// It knows what a transaction looks like on the wire and nothing of sessions or recovery: after a
+/// failure the device may be anywhere in the middle of it.
 class TransactionRunner {
  public:
   /// Size of the buffer for whatever does not go straight into the caller's memory: commands,
@@ -21,7 +23,10 @@ class TransactionRunner {
   /// `pipe` is lent.
   TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts);
 
-  /// Runs the phases. No transfer is in flight afterwards, however it ended.
+  /// Runs the phases. No transfer is in flight afterwards, however it ended. All waits together
+  /// take `Timeouts::bulk` at most, and as much again after each payload byte that moves: taking
+  /// the command is no progress. The budget holds on for readResponse(), until
+  /// BulkPipe::endBudget().
   ///
   /// Until the device has answered one transaction rightly, what it still has to say to a process
   /// that was killed is passed over.
@@ -41,16 +46,24 @@ class TransactionRunner {
     std::span<const std::byte> bytes;  ///< header included; in the scratch buffer
   };
 
+  /// The phases as they follow each other; transfers may be in flight after a failure.
   Outcome runPhases(Transaction& transaction, std::uint32_t transactionID);
+  /// Until the device is in step it gets a second chance, with what it still sends read away in
+  /// between.
   Outcome sendCommand(const Transaction& transaction, std::uint32_t transactionID);
+  /// A data phase and the response, or the response alone: a device may refuse before any data.
   Outcome readAnswer(Transaction& transaction, std::uint32_t transactionID);
+  /// `limit` is for each read. kBroken on a container that is none of the transaction's, once the
+  /// device is in step; before that such containers are passed over for a bounded time.
   Outcome readContainer(const Transaction& transaction, std::uint32_t transactionID,
                         BulkPipe::Milliseconds limit, Incoming& incoming);
   Outcome readOnce(std::span<const std::byte>& bytes, BulkPipe::Milliseconds limit);
+  /// Reads until the device pauses, for Timeouts::recovery at most.
   void dropStaleInput();
 
   BulkPipe& pipe_;
   Timeouts timeouts_;
+  /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
   bool inStep_ = false;  ///< the device has answered rightly once
 };

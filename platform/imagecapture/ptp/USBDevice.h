@@ -38,6 +38,7 @@ struct StillImageEndpoints {
   std::uint16_t interruptPacketSize = 0;
 };
 
+/// What is left of a transfer when it has ended.
 struct TransferCompletion {
   std::uint64_t tag = 0;  ///< as given to submit()
   TransferResult result = TransferResult::kError;
@@ -45,6 +46,7 @@ struct TransferCompletion {
 };
 
 /// A control request's setup packet (wLength is the buffer's size).
+/// USB 2.0, 9.3; value and index are in host order.
 struct ControlSetup {
   std::uint8_t requestType = 0;
   std::uint8_t request = 0;
@@ -53,10 +55,14 @@ struct ControlSetup {
 };
 
 /// Main thread only. Destroying it cancels what is in flight and lets the interface go.
+///
+/// The product's one is LibusbDevice; tests and fuzz targets play devices that break every rule.
+/// A device that is gone answers kNoDevice at once.
 class USBDevice {
  public:
   virtual ~USBDevice() = default;
 
+  /// The same for the device's whole life.
   virtual const StillImageEndpoints& endpoints() const = 0;
 
   /// A control request on endpoint 0. `data` is sent or filled as the direction bit of
@@ -84,11 +90,14 @@ class USBDevice {
 };
 
 /// Where a PTP interface is found.
+/// A node is used again for another device once this one is gone, so an address is good for one
+/// attempt and is not kept.
 struct USBInterfaceAddress {
   std::string deviceNode;  ///< for example "/dev/bus/usb/001/004"
   std::uint8_t interfaceNumber = 0;
 };
 
+/// Main thread only.
 class USBDeviceOpener {
  public:
   virtual ~USBDeviceOpener() = default;
