@@ -106,9 +106,7 @@ std::optional<int> TestbedProgram::waitForEnd() {
 }
 
 AgentTestbed::AgentTestbed()
-    : sessionBus_("session"),
-      systemBus_("system"),
-      testbed_(std::make_unique<simulator::Testbed>(folder_.path("volumes"))),
+    : testbed_(std::make_unique<simulator::Testbed>(folder_.path("volumes"))),
       bundle_(
           simulator::makeBundle(folder_.path("installed"), {STANDINS_FOLDER, MODELS_FILE, {}})) {
   std::filesystem::create_directories(testbed_->volumes());
