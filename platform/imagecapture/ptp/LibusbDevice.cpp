@@ -69,7 +69,7 @@ unsigned char* asBytes(std::span<std::byte> buffer) {
 struct LibusbDevice::Slot {
   enum class State { kFree, kInFlight, kFinished };
   struct FreeTransfer {
-    void operator()(libusb_transfer* transfer) const { libusb_free_transfer(transfer); }
+    void operator()(libusb_transfer* finished) const { libusb_free_transfer(finished); }
   };
 
   LibusbDevice* owner = nullptr;

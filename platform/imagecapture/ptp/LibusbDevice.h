@@ -20,10 +20,10 @@ namespace tarvo::ptp {
 /// members sees to that.
 struct LibusbHandle {
   struct ExitContext {
-    void operator()(libusb_context* context) const { libusb_exit(context); }
+    void operator()(libusb_context* opened) const { libusb_exit(opened); }
   };
   struct CloseDevice {
-    void operator()(libusb_device_handle* device) const { libusb_close(device); }
+    void operator()(libusb_device_handle* opened) const { libusb_close(opened); }
   };
 
   FileDescriptor node;  ///< libusb leaves its closing to us
