@@ -17,12 +17,12 @@ constexpr int kRetryLimit = 10;
 
 /// The exception with the status of the failed transaction, where it has one.
 std::string inWords(const std::exception& exception) {
-  std::string words = exception.what();
+  const std::string words = exception.what();
   // Only our own exceptions carry user information.
   const auto* raised = dynamic_cast<const Exception*>(&exception);
-  const auto status = raised ? int32ForKey(raised->userInfo(), "ptpResponseCode") : std::nullopt;
-  if (status.value_or(status::kOK) != status::kOK) words += ": " + statusText(*status);
-  return words;
+  if (!raised) return words;
+  const Status status = int32ForKey(raised->userInfo(), "ptpResponseCode").value_or(status::kOK);
+  return status == status::kOK ? words : words + ": " + statusText(status);
 }
 
 }  // namespace

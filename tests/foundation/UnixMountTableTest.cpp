@@ -72,7 +72,7 @@ class PrivateMountsTest : public UnixMountTableTest {
   static void SetUpTestSuite() {
     const int flags = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
     private_ =
-        ::unshare(flags) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+        ::unshare(flags) == 0 && ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
   }
   void SetUp() override {
     if (!private_) GTEST_SKIP() << "no private mount namespace may be made here";
