@@ -32,13 +32,26 @@
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
+namespace {
+
+// What the platform tells about each device that comes and goes is for who looks into it, and would
+// bury the few lines that a user needs. Before the preferences have been read it is dropped.
+LogSink withoutUnaskedDetails(LogSink sink) {
+  return [sink = std::move(sink)](LogLevel level, std::string_view line) {
+    if (level != LogLevel::kDebug || LogCheck(kLogCameraVerbose) || LogCheck(kLogAppDebug))
+      sink(level, line);
+  };
+}
+
+}  // namespace
+
 // What the process needs before it may touch a device.
 struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
       : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
 
   JournalLog systemLog;
-  LogSink log = systemLog.sink();
+  LogSink log = withoutUnaskedDetails(systemLog.sink());
   KeyFilePreferences preferences;
   LogState logState{preferences, systemLog};
   MakerConstants constants = MakerConstants::load(preferences, log);
@@ -86,10 +99,11 @@ void AgentProcess::Devices::arm() {
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
   systemBus.start();
   session.start(workspaceCenter);
-  listener = Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks,
-                             applications, imageCapture, base_.constants,
-                             static_cast<std::uint32_t>(systemVersion(base_.preferences)),
-                             base_.log, [this] { base_.status.update(); }});
+  const std::int32_t version = systemVersion(base_.preferences, base_.log);
+  listener =
+      Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks, applications,
+                      imageCapture, base_.constants, static_cast<std::uint32_t>(version), base_.log,
+                      [this] { base_.status.update(); }});
 }
 
 AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {}

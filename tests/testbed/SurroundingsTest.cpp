@@ -64,12 +64,13 @@ TEST_F(Surroundings, AMissingWirelessUtilityIsNoMatter) {
   EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
 }
 
-TEST_F(Surroundings, WithoutTheListenersKeyItsLinesAreNotWritten) {
+TEST_F(Surroundings, WithoutTheirKeysLinesAreNotWritten) {
   configure("Preferences", "LOG_SUBSYS_LISTENER", "false");
   startAgent();
   plug("tarvo-camera");
   EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
   EXPECT_FALSE(hasLogged("RLA_Listener"));
+  EXPECT_FALSE(hasLogged("came: ")) << "details of the platform";
 }
 
 TEST_F(Surroundings, TheAgentEndsCleanlyOnEitherSignal) {
