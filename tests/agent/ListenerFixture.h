@@ -95,10 +95,6 @@ class ListenerTest : public ::testing::Test {
   std::vector<std::shared_ptr<RecordingTask>> relays() {
     return tasks.tasksAt("/Library/Tarvo Relay");
   }
-  std::vector<std::shared_ptr<RecordingTask>> viewers() { return tasks.tasksAt("ViewerApp"); }
-  std::vector<std::shared_ptr<RecordingTask>> wirelessUtilities() {
-    return tasks.tasksAt("Wireless Utility");
-  }
 
   /// The lines since the last call; those of the Listener without their tag.
   Lines takeLines() {

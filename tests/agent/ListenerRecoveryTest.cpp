@@ -29,17 +29,10 @@ class ListenerRecovery : public ListenerTest {
 };
 
 TEST_F(ListenerRecovery, StartsForAFileNameWithAVIInCapitals) {
-  const std::pair<PropertyDictionary, bool> rows[] = {{{{"ifil", "CLIP.AVI"}}, true},
-                                                      {{{"ifil", "a.AVI.txt"}}, true},
-                                                      {{{"ifil", ".AVI"}}, true},
-                                                      {{{"ifil", "clip.avi"}}, false},
-                                                      {{{"ifil", "CLIP.Avi"}}, false},
-                                                      {{{"ifil", "CLIPAVI"}}, false},
-                                                      {{{"ifil", "CLIP.AV"}}, false},
-                                                      {{{"ifil", ""}}, false},
-                                                      {{{"ifil", 7}}, false},
-                                                      {{{"name", "CLIP.AVI"}}, false},
-                                                      {PropertyDictionary::object(), false}};
+  const std::pair<PropertyDictionary, bool> rows[] = {
+      {{{"ifil", "CLIP.AVI"}}, true},  {{{"ifil", "a.AVI.txt"}}, true},
+      {{{"ifil", "clip.avi"}}, false}, {{{"ifil", "CLIPAVI"}}, false},
+      {{{"ifil", 7}}, false},          {{{"name", "CLIP.AVI"}}, false}};
   for (const auto& [dictionary, starts] : rows) {
     addDeviceNotificationCB("edea", dictionary, listener.get());
     EXPECT_EQ(listener->recoveryIsArmed(), starts) << dictionary.dump();
@@ -47,12 +40,6 @@ TEST_F(ListenerRecovery, StartsForAFileNameWithAVIInCapitals) {
   }
   addDeviceNotificationCB("edea", {{"ifil", "CLIP.AVI"}}, nullptr);
   EXPECT_FALSE(listener->recoveryIsArmed());
-}
-
-TEST_F(ListenerRecovery, HearsTheDeviceAddedEventItself) {
-  const auto& camera = imageCapture.addPTPCamera({.name = "CLIP.AVI"});
-  imageCapture.announce(camera.object);
-  EXPECT_THAT(takeLines(), ElementsAre("addDeviceNotificationCB - entered", kArmed[0], kArmed[1]));
 }
 
 TEST_F(ListenerRecovery, LooksOnceASecondAndGivesUpAfterFiveHoweverOftenItIsStarted) {
@@ -97,16 +84,6 @@ TEST_F(ListenerRecovery, FindsALostCameraAndLaunchesWithoutASeparator) {
   EXPECT_THAT(loop.validIntervals(), ElementsAre(5000ms));
   listener->startLostDevTimer();
   EXPECT_THAT(loop.validIntervals(), ElementsAre(5000ms));
-}
-
-TEST_F(ListenerRecovery, KeepsLookingWhileTheSessionIsInactive) {
-  setSessionActive(false);
-  listener->startLostDevTimer();
-  imageCapture.addPTPCamera();
-  takeLines();
-  loop.advance(1s);
-  EXPECT_THAT(relays(), IsEmpty());
-  EXPECT_THAT(takeLines(), Contains("lostDevTimerHandler - checking for device..."));
 }
 
 TEST_F(ListenerRecovery, WaitsForTheSerialNumberOfTheUnitThatWasSentAway) {
