@@ -45,7 +45,8 @@ LogSink withoutUnaskedDetails(LogSink sink) {
 
 }  // namespace
 
-// What the process needs before it may touch a device.
+// What the process needs before it may touch a device. The log comes first: everything else speaks
+// through it, the preferences while they are being read.
 struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
       : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
@@ -61,7 +62,8 @@ struct AgentProcess::Base {
   AgentName name{sessionBus, log, [this] { loop.quit(); }};
 };
 
-// The platform, and upon it the rooms and the Listener: each member stands on those above it.
+// The platform, and upon it the rooms and the Listener: each member stands on those above it, and
+// goes before them, so that nobody calls into a service that has gone.
 struct AgentProcess::Devices {
   explicit Devices(Base& base) : base_(base) {}
   void arm();
@@ -95,8 +97,10 @@ void AgentProcess::Devices::arm() {
     logTo(base_.log, LogLevel::kWarning,
           "No camera will be recognised: the list of supported models cannot be read from " +
               base_.constants.agentBundlePath + "/Resources/ggcam.inf");
+  // Before the Listener observes: its handler may raise, and later ones are not called then.
   for (const char* name : {"DeviceAdded", "DeviceRemoved"})
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
+  // Not waited for: until logind has answered, and without it, the session counts as active.
   systemBus.start();
   session.start(workspaceCenter);
   const std::int32_t version = systemVersion(base_.preferences, base_.log);
@@ -111,10 +115,12 @@ AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) 
 AgentProcess::~AgentProcess() = default;
 
 int AgentProcess::run() {
+  // A log or a bus whose other end closes must not end the agent.
   std::signal(SIGPIPE, SIG_IGN);
   try {
     base_ = std::make_unique<Base>(options_, [this] { return statusNow(); });
   } catch (const Exception& exception) {
+    // There is no log yet, and whoever gave the file reads standard error.
     std::fprintf(stderr, "tarvo-agent: %s\n", exception.reason().c_str());
     return kExitUsage;
   }
@@ -133,6 +139,7 @@ int AgentProcess::run() {
 // Nothing may reach a device before: a second agent must not launch anything. Where there is no bus
 // there is nobody to ask; the name is claimed when the bus comes.
 bool AgentProcess::ownName() {
+  // Registered before the name is claimed, so that the object is there when the name is.
   base_->sessionBus.addObserver(
       &base_->status, [this](GDBusConnection* connection) { base_->status.attach(connection); },
       [this] { base_->status.detach(); });
