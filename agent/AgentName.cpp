@@ -7,6 +7,7 @@
 namespace tarvo {
 namespace {
 
+// The agent does nothing meanwhile; a bus that works answers within a few milliseconds.
 constexpr int kAnswerTimeoutMs = 2000;
 
 // Flags and answers of org.freedesktop.DBus.RequestName (D-Bus specification).
@@ -28,6 +29,8 @@ void AgentName::claim() {
 
 void AgentName::claimOn(GDBusConnection* connection) {
   taken_ = false;
+  // Asked directly: g_bus_own_name would answer from the main loop, after the first arrivals, and
+  // would not tell a name that is taken from a bus that fails.
   GErrorHolder error;
   const GVariantPtr answer(g_dbus_connection_call_sync(
       connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -40,7 +43,7 @@ void AgentName::claimOn(GDBusConnection* connection) {
   }
   guint32 result = 0;
   g_variant_get(answer.get(), "(u)", &result);
-  if (result != kNameExists) return;
+  if (result != kNameExists) return;  // owner now, or already
   taken_ = true;
   logTo(
       log_, LogLevel::kError,

@@ -32,13 +32,27 @@
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
-// What the process needs before it may touch a device.
+namespace {
+
+// What the platform tells about each device that comes and goes is for who looks into it, and would
+// bury the few lines that a user needs. Before the preferences have been read it is dropped.
+LogSink withoutUnaskedDetails(LogSink sink) {
+  return [sink = std::move(sink)](LogLevel level, std::string_view line) {
+    if (level != LogLevel::kDebug || LogCheck(kLogCameraVerbose) || LogCheck(kLogAppDebug))
+      sink(level, line);
+  };
+}
+
+}  // namespace
+
+// What the process needs before it may touch a device. The log comes first: everything else speaks
+// through it, the preferences while they are being read.
 struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
       : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
 
   JournalLog systemLog;
-  LogSink log = systemLog.sink();
+  LogSink log = withoutUnaskedDetails(systemLog.sink());
   KeyFilePreferences preferences;
   LogState logState{preferences, systemLog};
   MakerConstants constants = MakerConstants::load(preferences, log);
@@ -48,7 +62,8 @@ struct AgentProcess::Base {
   AgentName name{sessionBus, log, [this] { loop.quit(); }};
 };
 
-// The platform, and upon it the rooms and the Listener: each member stands on those above it.
+// The platform, and upon it the rooms and the Listener: each member stands on those above it, and
+// goes before them, so that nobody calls into a service that has gone.
 struct AgentProcess::Devices {
   explicit Devices(Base& base) : base_(base) {}
   void arm();
@@ -82,14 +97,17 @@ void AgentProcess::Devices::arm() {
     logTo(base_.log, LogLevel::kWarning,
           "No camera will be recognised: the list of supported models cannot be read from " +
               base_.constants.agentBundlePath + "/Resources/ggcam.inf");
+  // Before the Listener observes: its handler may raise, and later ones are not called then.
   for (const char* name : {"DeviceAdded", "DeviceRemoved"})
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
+  // Not waited for: until logind has answered, and without it, the session counts as active.
   systemBus.start();
   session.start(workspaceCenter);
-  listener = Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks,
-                             applications, imageCapture, base_.constants,
-                             static_cast<std::uint32_t>(systemVersion(base_.preferences)),
-                             base_.log, [this] { base_.status.update(); }});
+  const std::int32_t version = systemVersion(base_.preferences, base_.log);
+  listener =
+      Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks, applications,
+                      imageCapture, base_.constants, static_cast<std::uint32_t>(version), base_.log,
+                      [this] { base_.status.update(); }});
 }
 
 AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) {}
@@ -97,10 +115,12 @@ AgentProcess::AgentProcess(AgentOptions options) : options_(std::move(options)) 
 AgentProcess::~AgentProcess() = default;
 
 int AgentProcess::run() {
+  // A log or a bus whose other end closes must not end the agent.
   std::signal(SIGPIPE, SIG_IGN);
   try {
     base_ = std::make_unique<Base>(options_, [this] { return statusNow(); });
   } catch (const Exception& exception) {
+    // There is no log yet, and whoever gave the file reads standard error.
     std::fprintf(stderr, "tarvo-agent: %s\n", exception.reason().c_str());
     return kExitUsage;
   }
@@ -119,6 +139,7 @@ int AgentProcess::run() {
 // Nothing may reach a device before: a second agent must not launch anything. Where there is no bus
 // there is nobody to ask; the name is claimed when the bus comes.
 bool AgentProcess::ownName() {
+  // Registered before the name is claimed, so that the object is there when the name is.
   base_->sessionBus.addObserver(
       &base_->status, [this](GDBusConnection* connection) { base_->status.attach(connection); },
       [this] { base_->status.detach(); });

@@ -1,5 +1,6 @@
 // The agent as a process: owns every platform service and the state of every room, in the order in
-// which they need each other, and runs the main loop.
+// which they need each other, and runs the main loop. The only place that knows which platform the
+// agent stands on; everything below it is handed its services.
 #pragma once
 
 #include <memory>
@@ -12,16 +13,17 @@ namespace tarvo {
 
 /// Exit statuses of tarvo-agent.
 inline constexpr int kExitNormal = 0;
-inline constexpr int kExitNameTaken = 1;
+inline constexpr int kExitNameTaken = 1;  ///< the service unit does not try again after these two
 inline constexpr int kExitUsage = 2;
 
 struct AgentOptions {
-  std::string version;
-  /// Preferences file to read in place of the user's own.
+  std::string version;  ///< as it is logged at the start
+  /// Preferences file to read in place of the user's own; those of the system still lie below it.
   std::optional<std::string> configFile;
 };
 
-/// Main thread only. One in a process.
+/// Main thread only. One in a process, which it prepares: SIGPIPE is ignored from run() on, and
+/// SIGTERM and SIGINT end the main loop.
 class AgentProcess {
  public:
   explicit AgentProcess(AgentOptions options);
@@ -30,16 +32,21 @@ class AgentProcess {
   AgentProcess& operator=(const AgentProcess&) = delete;
 
   /// Owns the agent's name, arms the Listener and runs until SIGTERM or SIGINT. The exit status of
-  /// the process: kExitNameTaken when another agent owns the name, kExitUsage when the preferences
-  /// file that was asked for cannot be read.
+  /// the process: kExitNameTaken when another agent owns the name, now or on a bus that comes
+  /// later; kExitUsage when the preferences file that was asked for cannot be read, which is
+  /// explained on standard error; otherwise kExitNormal, also when the Listener cannot be made,
+  /// which is logged. Children that are still running are left alone.
   int run();
 
  private:
   struct Base;
   struct Devices;
 
+  /// False when another agent owns the name. Without a bus it is true.
   bool ownName();
+  /// Makes what reaches devices. False, with the cause logged, when there is no Listener after it.
   bool armListener();
+  /// The defaults until the Listener is there.
   AgentStatus::Values statusNow() const;
 
   AgentOptions options_;

@@ -48,6 +48,7 @@ constexpr Property boolProperty(std::string_view name) {
   return {name, boolVariant<Member>, differs<Member>};
 }
 
+// In the order of the interface's description.
 constexpr Property kProperties[] = {
     boolProperty<&Values::active>("Active"),
     boolProperty<&Values::relayRunning>("RelayRunning"),
@@ -66,6 +67,7 @@ GVariant* getProperty(GDBusConnection*, const char*, const char*, const char*, c
   return nullptr;
 }
 
+// GDBus checks names, types and access against the description before it calls; nothing can be set.
 constexpr GDBusInterfaceVTable kVTable = {nullptr, getProperty, nullptr, {}};
 
 using NodeInfo = std::unique_ptr<GDBusNodeInfo, GlibRelease<g_dbus_node_info_unref>>;
@@ -101,6 +103,7 @@ void AgentStatus::detach() {
   connection_.reset();
 }
 
+// Read when idle, because reading looks at mount points and an arrival must not wait for that.
 void AgentStatus::update() {
   if (std::exchange(updatePending_, true)) return;
   loop_.performWhenIdle([this, alive = std::weak_ptr(alive_)] {

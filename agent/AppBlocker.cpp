@@ -18,6 +18,7 @@ std::unique_ptr<AppBlocker> AppBlocker::initForBlockingOnWRLA(
                                                     {kRLABusyNotification, kRLADoneNotification}));
 }
 
+// A post comes back to its own process too, so a side must not hear the names that it posts.
 AppBlocker::AppBlocker(DistributedNotificationCenter& center, Names heard, Names posted)
     : center_(center), busyNotification(posted.busy), doneNotification(posted.done) {
   center_.addObserver(this, std::string(heard.busy), [this] { handleBusyNotification(); });
@@ -28,6 +29,7 @@ AppBlocker::~AppBlocker() {
   center_.removeObserver(this);
 }
 
+// The lines carry no tag and no prefix, unlike the Listener's: intended.
 void AppBlocker::SendBusyNotification() {
   if (LogCheck(kLogListener))
     systemLogLine("AppBlocker - SendBusyNotification sending " + busyNotification);
@@ -41,7 +43,7 @@ void AppBlocker::SendDoneNotification() {
 }
 
 void AppBlocker::setBusy(bool busy) {
-  isBusy_ = busy;
+  isBusy_ = busy;  // told also when nothing differs: who shows it compares
   if (changed_) changed_();
 }
 

@@ -21,7 +21,8 @@ inline constexpr std::string_view kRLADoneNotification = "kRLADoneNotification";
 inline constexpr std::string_view kWRLABusyNotification = "kWRLABusyNotification";
 inline constexpr std::string_view kWRLADoneNotification = "kWRLADoneNotification";
 
-/// Main thread only. The notifications carry neither object nor data.
+/// Main thread only. The notifications carry neither object nor data. A process that ends while
+/// busy never says done: who starts it sets the flag back (setBusy) when it hears of the end.
 class AppBlocker {
  public:
   /// Listens to the Relay application's names and posts the wireless utility's. `center` must
@@ -34,6 +35,8 @@ class AppBlocker {
   AppBlocker(const AppBlocker&) = delete;
   AppBlocker& operator=(const AppBlocker&) = delete;
 
+  /// Tell every process of the user that this side works on a device, or has finished. Nothing is
+  /// remembered: isBusy() is about the other side.
   void SendBusyNotification();
   void SendDoneNotification();
 
@@ -41,6 +44,7 @@ class AppBlocker {
   bool isBusy() const { return isBusy_; }
   void setBusy(bool busy);
 
+  /// The other side has said so.
   void handleBusyNotification();
   void handleDoneNotification();
 
@@ -48,13 +52,14 @@ class AppBlocker {
   void setChangeListener(std::function<void()> changed) { changed_ = std::move(changed); }
 
  private:
+  /// The two notifications of one side.
   struct Names {
     std::string_view busy, done;
   };
   AppBlocker(DistributedNotificationCenter& center, Names heard, Names posted);
 
   DistributedNotificationCenter& center_;
-  std::string busyNotification;
+  std::string busyNotification;  ///< what this side posts
   std::string doneNotification;
   bool isBusy_ = false;
   std::function<void()> changed_;

@@ -12,6 +12,7 @@
 namespace tarvo {
 namespace {
 
+// The agent's bundle lies in the Relay's (Contents/Library), and that one beside the others.
 constexpr std::string_view kRelayPath = "../Tarvo Relay";
 constexpr std::string_view kWirelessUtilityPath =
     "../../../../TARVO Wireless Utility.app/Contents/MacOS/TARVO Wireless Utility";
@@ -34,6 +35,8 @@ std::vector<std::string> argumentList(const std::string& type,
 
 std::string Listener::bundlePath(std::string_view relativePath) const {
   const std::string joined = services_.constants.agentBundlePath + "/" + std::string(relativePath);
+  // As text, not in the file system: the lines that are logged show what would be started, whether
+  // or not it is there.
   return std::filesystem::path(joined).lexically_normal().string();
 }
 
@@ -54,12 +57,13 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   }
   rlaTask = createTaskForPath(kRelayPath);
   rlaTask->setArguments(argumentList(type, usbId, path));
-  rlaTask->setStandardErrorToPipeReadingEnd();
+  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end, for every child: intended
   try {
     rlaTask->launch();
     logListener("call SendBusyNotification");
     if (appBlocker) appBlocker->SendBusyNotification();
   } catch (const Exception& exception) {
+    // The handle is kept, and reported as stale at the next arrival: intended.
     logListener("launch - caught exception: %s", exception.reason().c_str());
     logTo(services_.log, LogLevel::kWarning,
           "The Relay application could not be started: " + exception.reason());
@@ -68,6 +72,7 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   changed();
 }
 
+// Asked of the system and not of our child: the user may have started the Relay by hand.
 bool Listener::relayAppIsRunning() const {
   const auto applications = services_.runningApplications.launchedApplications();
   return std::ranges::any_of(applications, [&](const RunningApplication& application) {
@@ -78,6 +83,7 @@ bool Listener::relayAppIsRunning() const {
 void Listener::showBusyMessage() {
   logListener("showBusyMessage entered");
   std::string page = bundlePath(kBusyPagePath);
+  // Nobody keeps it, so its end is that of an unknown application.
   const auto viewer = createTaskForPath(kViewerPath);
   viewer->setArguments({std::move(page), "-h", "400", "-v", "155"});
   viewer->setStandardErrorToPipeReadingEnd();
@@ -105,6 +111,8 @@ void Listener::launchWRLAHandler() {
   launchWRLApp();
 }
 
+// Every end of a child arrives here, also of those that have been replaced; the object tells them
+// apart. An end without an object must not match an empty handle.
 void Listener::appDiedHandler(const Notification& notification) {
   if (notification.object && notification.object == rlaTask) {
     logListener("appDiedHandler - got RLA died notification");
@@ -114,7 +122,7 @@ void Listener::appDiedHandler(const Notification& notification) {
   } else if (notification.object && notification.object == wrlaTask) {
     logListener("appDiedHandler --- ERROR --- got WRLA died notification");
     wrlaTask = nullptr;
-    if (appBlocker) appBlocker->setBusy(false);
+    if (appBlocker) appBlocker->setBusy(false);  // it cannot say done any more
   } else {
     logListener("appDiedHandler --- ERROR --- got unknown app died notification");
   }

@@ -17,6 +17,7 @@ void logListener(const char* format, ...) {
   va_start(arguments, format);
   const std::string message = formattedV(format, arguments);
   va_end(arguments);
+  // UTF-16 in wide characters: one beyond 16 bits becomes two elements.
   Log(kLogListener, sRLAListener, stdWStringUTF16(message));
 }
 

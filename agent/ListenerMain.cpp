@@ -19,6 +19,7 @@ using std::chrono::milliseconds;
 
 constexpr milliseconds kLostDevInterval{1000};
 constexpr milliseconds kKillDelay{5000};
+// BCD, as the platform numbers its versions.
 constexpr std::uint32_t kFirstVersionWithAviBug = 0x1060;
 constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
 
@@ -26,6 +27,7 @@ constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
 constexpr int kCameraMode = 1;
 constexpr int kAutowakeDelay = 1000;
 
+// Raised, not asserted: the guard at the loop's entry logs it, and the agent goes on.
 void assertNotification(const Notification* notification, int line) {
   if (notification) return;
   throw Exception(std::string(exception_name::kInternalInconsistency),
@@ -60,6 +62,7 @@ Listener::~Listener() {
   services_.center.removeObserver(this);
   services_.workspaceCenter.removeObserver(this);
   services_.distributedCenter.removeObserver(this);
+  // Unlike a centre, Image Capture knows no observers that can be removed.
   if (handleAviBug_) services_.imageCapture.registerForEventNotification(0, ica::kDeviceAdded, {});
   stopLostDevTimer();
   if (killTimer_) killTimer_->invalidate();
@@ -70,7 +73,9 @@ void Listener::observeDevices() {
                                [this](const Notification& n) { newMSCDeviceAdded(&n); });
   services_.center.addObserver(this, "DeviceAdded",
                                [this](const Notification& n) { newImageCaptureDeviceAdded(&n); });
+  // The first call makes the list.
   TarvoMSCDeviceList::sharedDeviceList();
+  // Hands over what is attached already before it returns, so the observers had to come first.
   XTImageCaptureDevice::registerDeviceAddedNotifications();
 }
 
@@ -115,6 +120,7 @@ void Listener::launchWirelessUtilityAgain() {
 void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
   logListener("newImageCaptureDeviceAdded - entered");
   assertNotification(notification, 474);
+  // Any arrival ends the search, even one that is then ignored.
   stopLostDevTimer();
   if (!mayLaunch()) return;
   const auto device = std::dynamic_pointer_cast<XTPictureDevice>(notification->object);
@@ -131,6 +137,7 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
     logListener("newImageCaptureDeviceAdded - ignoring invalid mass storage device.");
     return;
   }
+  // So that the search finds it again should it get lost.
   if (handleAviBug_) device->removeFromCache();
   launchAppWithType(type, std::to_string(locationID), path);
 }
@@ -170,6 +177,7 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
   if (!device) return;
   if (!device->canAutoPowerCycle()) {
     logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");
+    // The results do not matter: there is nothing else to try.
     device->unmountMedia();
     device->ejectTray();
     return;
@@ -200,7 +208,7 @@ void addDeviceNotificationCB(std::string_view /*notificationType*/,
 }
 
 void Listener::startLostDevTimer() {
-  if (lostDevTimer_) return;
+  if (lostDevTimer_) return;  // also one that has found its device: see killTimersHandler
   logListener("starting Lost Device Timer");
   lostDevTimer_ =
       services_.runLoop.scheduleTimer(kLostDevInterval, true, [this] { lostDevTimerHandler(); });
@@ -223,6 +231,8 @@ void Listener::stopLostDevTimer() {
   if (lostDevTimer_ && lostDevTimer_->isValid()) lostDevTimer_->invalidate();
 }
 
+// What is found arrives as "DeviceAdded" inside the check and is launched for there, which takes it
+// from the registry again; the loop only decides whether to go on looking.
 void Listener::lostDevTimerHandler() {
   logListener("lostDevTimerHandler - checking for device...");
   XTImageCaptureDevice::checkForDevicesAtStartup(false);
@@ -232,7 +242,7 @@ void Listener::lostDevTimerHandler() {
       continue;
     }
     logListener("lostDevTimerHandler - found a device. Stopping timer.");
-    stopLostDevTimer();
+    stopLostDevTimer();  // and no break: every device gets its line
   }
 }
 
@@ -248,6 +258,7 @@ void Listener::killTimersHandler() {
 
 void Listener::fastUserSwitchHandler(const Notification& notification) {
   logListener("fastUserSwitchHandler - entered");
+  // Whatever is not the end of activity counts as its start.
   active_ = notification.name != kSessionDidResignActive;
   changed();
 }

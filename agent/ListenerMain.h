@@ -6,6 +6,10 @@
 // other processes when the Relay application is busy and done, and looks for devices that one
 // defect of the Image Capture service loses (system versions 10.6.0 to 10.6.3).
 //
+// The way of one arrival: the registry posts "DeviceAdded", newImageCaptureDeviceAdded() asks the
+// guards and what the device is, launchAppWithType() starts the child, appDiedHandler() hears of
+// its end. ListenerMain.cpp decides, ListenerLaunch.cpp starts children.
+//
 //   auto listener = Listener::init({center, workspaceCenter, ...});
 //   // from here on arrivals are handled by the main loop
 #pragma once
@@ -40,7 +44,7 @@ extern const std::wstring sRLAListener;
 /// What the Listener stands on; all of it outlives the Listener. The device registry, the Image
 /// Capture devices and the mass-storage list are reached through their rooms.
 struct ListenerServices {
-  NotificationCenter& center;           ///< process-local
+  NotificationCenter& center;           ///< process-local: devices, ends of children
   NotificationCenter& workspaceCenter;  ///< session active and inactive
   DistributedNotificationCenter& distributedCenter;
   RunLoop& runLoop;
@@ -69,31 +73,43 @@ class Listener {
   void newImageCaptureDeviceAdded(const Notification* notification);
   /// A mass-storage unit has come; it is the notification's object. Raises like the one above.
   void newMSCDeviceAdded(const Notification* notification);
+  /// The user's session has become active or inactive; the notification's name says which.
   void fastUserSwitchHandler(const Notification& notification);
 
   /// Starts looking for a lost device once a second, for five seconds in all. Does nothing while a
   /// search is on.
   void startLostDevTimer();
+  /// Ends every search five seconds from now; one that is running already is moved.
   void startKillTimer();
+  /// One look: asks Image Capture for devices that nobody has announced, and stops looking when the
+  /// registry holds one that fits. Raises what the look-up raises.
   void lostDevTimerHandler();
+  /// The end of a search, found or not; only from here on can another one start.
   void killTimersHandler();
 
   /// Starts the Relay application with these arguments and announces busy. The list ends at the
-  /// first one that is absent. A failed start is logged; nothing is announced then.
+  /// first one that is absent; an empty `path` is an argument. A failed start is logged, also with
+  /// tracing off; nothing is announced then.
   void launchAppWithType(const std::string& type, const std::optional<std::string>& usbId,
                          const std::optional<std::string>& path);
-  /// A child that is not started yet; `relativePath` starts at the agent's bundle.
+  /// A child that is not started yet; `relativePath` starts at the agent's bundle and may lead out
+  /// of it. Whether there is such a program shows at its start.
   std::shared_ptr<Task> createTaskForPath(std::string_view relativePath) const;
+  /// Whether any process of the user is the Relay application, whoever started it.
   bool relayAppIsRunning() const;
   /// Shows the busy page in the viewer. A failed start is logged.
   void showBusyMessage();
-  /// Starts the wireless utility. A failed start is logged.
+  /// Starts the wireless utility. A failed start is logged with tracing alone: on most machines the
+  /// utility is not installed.
   void launchWRLApp();
+  /// Another process asks for the wireless utility.
   void launchWRLAHandler();
-  /// A child has ended; it is the notification's object.
+  /// A child has ended; it is the notification's object. After the Relay's end done is announced;
+  /// after the wireless utility's it does not count as busy any more.
   void appDiedHandler(const Notification& notification);
 
-  // What the agent shows of itself.
+  // What the agent shows of itself. `relayIsRunning` means this Listener's child, unlike
+  // relayAppIsRunning().
   bool isActive() const { return active_; }
   bool relayIsRunning() const { return rlaTask && rlaTask->isRunning(); }
   bool wirelessIsBusy() const { return appBlocker && appBlocker->isBusy(); }
@@ -101,25 +117,33 @@ class Listener {
 
  private:
   explicit Listener(ListenerServices services);
+
+  // The steps of init(), in their order.
   void observeDevices();
   void observeSession();
   void registerForAviBug();
   void observeApplications();
   void launchWirelessUtilityAgain();
+
+  /// Asks the guards of an arrival in their order; the first that holds is logged and gives false.
   bool mayLaunch();
+  /// Looks for the camera that this unit becomes.
   void awaitReturnOf(const TarvoMSCDevice& device);
   void stopLostDevTimer();
+  /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;
+  /// To be called after any state that is shown has been set.
   void changed() const;
 
   ListenerServices services_;
   std::shared_ptr<Timer> lostDevTimer_;  ///< kept after a find, cleared by killTimersHandler only
-  std::shared_ptr<Timer> killTimer_;
-  std::shared_ptr<Task> rlaTask;
-  std::shared_ptr<Task> wrlaTask;
-  std::unique_ptr<AppBlocker> appBlocker;
+  std::shared_ptr<Timer> killTimer_;     ///< there until killTimersHandler() has run
+  std::shared_ptr<Task> rlaTask;         ///< the last one launched, until its end has been heard of
+  std::shared_ptr<Task> wrlaTask;        ///< the last one launched; earlier ones may still run
+  std::unique_ptr<AppBlocker> appBlocker;  ///< null until init() is through with attached devices
   bool active_ = true;
   bool handleAviBug_ = false;
+  /// Of the device that is looked for; absent means that any will do.
   std::optional<std::string> mscSerialNum_;
   [[maybe_unused]] bool closeInstallerWindow = false;  ///< declared, and used by nobody: intended
 };

@@ -6,6 +6,8 @@
 
 namespace tarvo {
 
+// Asked anew each time: what a device is may show later than its arrival (a volume that is
+// mounted), and nothing has to be kept in step.
 std::vector<AgentStatus::Device> presentDevices() {
   const SupportedModels* models = SupportedModels::current();
   std::vector<AgentStatus::Device> shown;

@@ -16,6 +16,7 @@ std::shared_ptr<TarvoMSCDevice> TarvoMSCDeviceList::mainDevice() const {
 
 TarvoMSCDeviceList& TarvoMSCDeviceList::addDevice(std::shared_ptr<TarvoMSCDevice> device) {
   const std::lock_guard lock(lock_);
+  // Before the post, so that an observer finds the device in the list.
   _devices.push_back(device);
   center_.post({std::string(kMSCDeviceAddedEvent), std::move(device)});
   return *this;
@@ -35,10 +36,12 @@ MSCRoom::MSCRoom(MSCServices services) : services_(services) {
   current_ = this;
 }
 
+// A later room may have taken its place.
 MSCRoom::~MSCRoom() {
   if (current_ == this) current_ = nullptr;
 }
 
+// Made by the first question: a process that never asks for units has no list.
 TarvoMSCDeviceList& MSCRoom::list() {
   if (!list_) list_.emplace(services_.center);
   return *list_;

@@ -29,6 +29,7 @@ class TarvoMSCDeviceList {
   /// The list of the current MSCRoom, made on the first call; null while no room lives.
   static TarvoMSCDeviceList* sharedDeviceList();
 
+  /// Valid until the next change; the list keeps its devices alive.
   const std::vector<std::shared_ptr<TarvoMSCDevice>>& devices() const { return _devices; }
   /// The first device; null when there is none.
   std::shared_ptr<TarvoMSCDevice> mainDevice() const;
@@ -48,7 +49,7 @@ class TarvoMSCDeviceList {
 
 /// What the mass-storage room stands on.
 struct MSCServices {
-  NotificationCenter& center;
+  NotificationCenter& center;  ///< where arrivals are announced; outlives the room
 };
 
 /// The process-wide state of this room. Its owner holds it for the life of the process; while it
@@ -60,7 +61,9 @@ class MSCRoom {
   MSCRoom(const MSCRoom&) = delete;
   MSCRoom& operator=(const MSCRoom&) = delete;
 
+  /// Null while no room lives.
   static MSCRoom* current() { return current_; }
+  /// Made on the first call; lives as long as the room.
   TarvoMSCDeviceList& list();
 
  private:

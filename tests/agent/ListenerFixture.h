@@ -10,10 +10,7 @@
 
 #include <gmock/gmock.h>
 
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -34,6 +31,7 @@
 #include "tests/support/ManualRunLoop.h"
 #include "tests/support/RecordingSystemLog.h"
 #include "tests/support/RecordingTaskFactory.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
 
@@ -50,47 +48,12 @@ inline const std::string kWirelessLine =
 inline const std::string kViewerLine =
     "createTaskForPath '/opt/tarvo/ViewerApp.app/Contents/MacOS/ViewerApp'";
 
-/// A folder that goes with its owner.
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "agent_test.XXXXXX").string();
-    path_ = ::mkdtemp(pattern.data());
-  }
-  ~TemporaryFolder() { std::filesystem::remove_all(path_); }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  std::string operator/(const std::string& name) const { return (path_ / name).string(); }
-  /// Makes a file with its folders.
-  void write(const std::string& name, const std::string& content) const {
-    std::filesystem::create_directories((path_ / name).parent_path());
-    std::ofstream(path_ / name) << content;
-  }
-
- private:
-  std::filesystem::path path_;
-};
-
-/// The model table of a bundle whose file lists no model, so that the fixed product ids alone
-/// (0x302 to 0x311) are supported.
-class FixedModels {
- public:
-  explicit FixedModels(const TemporaryFolder& folder) {
-    folder.write("bundle/Resources/ggcam.inf", "[Models.NTx86]\r\n");
-    constants_.agentBundlePath = folder / "bundle";
-    models_.emplace(constants_);
-    models_->getValidDscPids();
-  }
-
- private:
-  MakerConstants constants_;
-  std::optional<SupportedModels> models_;
-};
-
 class ListenerTest : public ::testing::Test {
  public:
-  ListenerTest() { constants.agentBundlePath = bundle; }
+  ListenerTest() {
+    constants.agentBundlePath = "/opt/tarvo/Tarvo Relay.app/Contents/Library/Tarvo Agent.app";
+    models.getValidDscPids();
+  }
 
   void start(std::uint32_t systemVersion = 0) {
     listener =
@@ -123,16 +86,14 @@ class ListenerTest : public ::testing::Test {
   void arriveMSC(const std::shared_ptr<Object>& unit) {
     center.post({"XTMSCDeviceAddedEvent", unit});
   }
-  void resignActive() {
-    workspace.post({"NSWorkspaceSessionDidResignActiveNotification", nullptr});
+  void setSessionActive(bool active) {
+    workspace.post({active ? "NSWorkspaceSessionDidBecomeActiveNotification"
+                           : "NSWorkspaceSessionDidResignActiveNotification",
+                    nullptr});
   }
 
   std::vector<std::shared_ptr<RecordingTask>> relays() {
     return tasks.tasksAt("/Library/Tarvo Relay");
-  }
-  std::vector<std::shared_ptr<RecordingTask>> viewers() { return tasks.tasksAt("ViewerApp"); }
-  std::vector<std::shared_ptr<RecordingTask>> wirelessUtilities() {
-    return tasks.tasksAt("Wireless Utility");
   }
 
   /// The lines since the last call; those of the Listener without their tag.
@@ -145,7 +106,6 @@ class ListenerTest : public ::testing::Test {
     return lines;
   }
 
-  const std::string bundle = "/opt/tarvo/Tarvo Relay.app/Contents/Library/Tarvo Agent.app";
   FakeUserDefaults defaults{{{"LOG_SUBSYS_LISTENER", true}}};
   RecordingSystemLog log;
   RecordingSystemLog warnings;  ///< what is told with tracing off, too
@@ -160,9 +120,9 @@ class ListenerTest : public ::testing::Test {
   FakeImageCapture imageCapture;
   FakeRegistry registry;
   TemporaryFolder folder;
-  FakeMountTable mounts{folder / "media"};
+  FakeMountTable mounts{folder.path("media")};
   MakerConstants constants;
-  FixedModels models{folder};
+  SupportedModels models{withoutModels(folder)};
   PictureDeviceRoom pictureDevices{
       {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};
@@ -170,6 +130,15 @@ class ListenerTest : public ::testing::Test {
   std::unique_ptr<Listener> listener;
   Lines startLines;
   int stateChanges = 0;
+
+ private:
+  /// A bundle whose file lists no model: the fixed product ids (0x302 to 0x311) are supported.
+  static MakerConstants withoutModels(const TemporaryFolder& folder) {
+    folder.write("bundle/Resources/ggcam.inf", "[Models.NTx86]\r\n");
+    MakerConstants constants;
+    constants.agentBundlePath = folder.path("bundle");
+    return constants;
+  }
 };
 
 }  // namespace tarvo::test

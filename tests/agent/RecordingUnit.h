@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Utilities/Format.h"
@@ -10,15 +9,13 @@
 
 namespace tarvo::test {
 
-class RecordingUnit : public TarvoMSCDevice {
- public:
-  explicit RecordingUnit(std::vector<std::uint8_t> guid, bool autoPowerCycle = false,
-                         ServiceHandle service = 0)
-      : guid_(std::move(guid)), autoPowerCycle_(autoPowerCycle), service_(service) {}
+struct RecordingUnit : TarvoMSCDevice {
+  explicit RecordingUnit(std::uint8_t id, bool powerCycles = false, ServiceHandle handle = 0)
+      : guidBytes{id}, autoPowerCycle(powerCycles), service(handle) {}
 
-  bool canAutoPowerCycle() override { return autoPowerCycle_; }
-  ServiceHandle iokitService() const override { return service_; }
-  const std::vector<std::uint8_t>& guid() const override { return guid_; }
+  bool canAutoPowerCycle() override { return autoPowerCycle; }
+  ServiceHandle iokitService() const override { return service; }
+  const std::vector<std::uint8_t>& guid() const override { return guidBytes; }
   Status unmountMedia() override {
     calls.emplace_back("unmountMedia");
     return status::kOK;
@@ -32,12 +29,10 @@ class RecordingUnit : public TarvoMSCDevice {
     return status::kOK;
   }
 
+  std::vector<std::uint8_t> guidBytes;
+  bool autoPowerCycle;
+  ServiceHandle service;
   std::vector<std::string> calls;
-
- private:
-  std::vector<std::uint8_t> guid_;
-  bool autoPowerCycle_;
-  ServiceHandle service_;
 };
 
 }  // namespace tarvo::test

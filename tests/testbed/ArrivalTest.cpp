@@ -119,6 +119,7 @@ TEST_F(Arrival, TheWirelessUtilityStartsWithTheAgentAndAgainOnRequest) {
 }
 
 TEST_F(Arrival, ACameraThatIsGoneWithinTheHalfSecondIsNotTouched) {
+  configure("Preferences", "LOG_SUBSYS_CAMERA_VERBOSE", "true");
   startAgent();
   const auto first = plug("tarvo-camera");
   const auto gone = testbed_->device(first)->camera;

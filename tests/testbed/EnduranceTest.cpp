@@ -8,6 +8,9 @@ namespace {
 
 class Endurance : public AgentTestbed {
  protected:
+  /// With the lines that tell of devices that come and go.
+  Endurance() { configure("Preferences", "LOG_SUBSYS_APP_DEBUG", "true"); }
+
   std::size_t descriptors() {
     const auto folder = "/proc/" + std::to_string(agent().pid()) + "/fd";
     return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
