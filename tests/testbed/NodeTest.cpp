@@ -33,9 +33,6 @@ class Node : public ::testing::Test {
     program->waitForEnd();
     return program->output();
   }
-  static bool waitForOutput(const TestbedProgram& program, const std::string& text) {
-    return waitUntil([&] { return program.output().find(text) != std::string::npos; });
-  }
 
   TemporaryFolder folder_;
   simulator::Testbed testbed_;
@@ -57,16 +54,13 @@ TEST_F(Node, CarriesTransactionsControlRequestsAndLargeTransfers) {
 TEST_F(Node, BelongsToOneClaimantUntilThatOneDies) {
   const auto id = plug("tarvo-camera");
   const auto holder = probe(id, {"claim", "hold"});
-  ASSERT_TRUE(waitForOutput(*holder, "claim LIBUSB_SUCCESS"));
+  ASSERT_TRUE(waitUntil([&] { return !holder->output().empty(); }));
+  ASSERT_THAT(holder->output(), HasSubstr("claim LIBUSB_SUCCESS"));
   EXPECT_THAT(probed(id, {"claim"}), HasSubstr("claim LIBUSB_ERROR_BUSY"));
   holder->signal(SIGKILL);
   holder->waitForEnd();
-  bool claimed = false;
-  waitUntil([&] {
-    claimed = claimed || probed(id, {"claim"}).find("LIBUSB_SUCCESS") != std::string::npos;
-    return claimed;
-  });
-  EXPECT_TRUE(claimed);
+  EXPECT_TRUE(
+      waitUntil([&] { return probed(id, {"claim"}).find("LIBUSB_SUCCESS") != std::string::npos; }));
 }
 
 TEST_F(Node, EndsWhatIsInFlightWhenTheDeviceIsUnplugged) {
