@@ -65,9 +65,6 @@ class AgentTestbed : public ::testing::Test {
   // Before the agent starts.
   void configure(const std::string& group, const std::string& key, const std::string& value);
   void leaveOutOfBundle(const std::set<std::string>& parts);
-  void setEnvironment(const std::string& name, const std::string& value) {
-    environment_[name] = value;
-  }
 
   /// Starts the agent and waits until it says that it is ready.
   void startAgent();
