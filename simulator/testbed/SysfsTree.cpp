@@ -252,7 +252,8 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
                          const DeviceDescription& description) {
   const bool optical = description.scsi.type == 5;
   const unsigned major = optical ? 11 : 8;
-  const unsigned minor = optical ? 0 : 16 * static_cast<unsigned>(numbers.block.back() - 'a');
+  const auto last = static_cast<unsigned char>(numbers.block.back());
+  const unsigned minor = optical ? last - '0' : 16 * (last - 'a');
   Entry disk;
   disk.path = path;
   disk.node = numbers.block + "=00";

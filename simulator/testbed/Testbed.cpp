@@ -201,7 +201,9 @@ void Testbed::detach(PluggedDevice& plugged) {
 }
 
 void Testbed::deviceVanished(const std::string& id) {
-  if (!devices_.contains(id)) return;
+  // By now another device may be plugged in at that port.
+  const auto* plugged = device(id);
+  if (plugged == nullptr || !plugged->device->isGone()) return;
   unplug(id);
   if (vanished_) vanished_(id);
 }
