@@ -80,7 +80,8 @@ struct DeviceInfo {
 /// One device property (ISO 15740). Values are numbers, texts or lists of numbers, by the datatype.
 struct PropertyDescription {  // NOLINT(bugprone-exception-escape): the JSON library's move
   std::uint16_t code = 0;
-  std::uint16_t datatype = 0;  ///< code of ISO 15740, 5.3: 0x0002 UINT8, 0x4002 AUINT8, 0xFFFF text
+  std::uint16_t datatype =
+      0;  ///< datatype code of ISO 15740: 0x0002 UINT8, 0x4002 AUINT8, 0xFFFF text
   bool writable = false;
   nlohmann::json defaultValue;
   nlohmann::json value;

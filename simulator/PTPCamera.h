@@ -60,7 +60,7 @@ class PTPCamera : public VirtualUSBDevice {
   void receiveCommand(std::span<const std::byte> data, bool ends);
   void receiveData(std::span<const std::byte> data, bool ends);
   void finishData();
-  /// Ids count from 1 within a session; outside one they are 0 (ISO 15740, 9.3.1).
+  /// Ids count from 1 within a session; outside one they are 0 (ISO 15740).
   void checkTransactionID();
   /// Executes the request that has come in whole, or does what a fault wants instead.
   void run();

@@ -15,7 +15,7 @@
 
 namespace tarvo::simulator {
 
-/// Where the one data phase goes that an operation may have (ISO 15740, 9.2).
+/// Where the one data phase goes that an operation may have (ISO 15740).
 enum class DataDirection { kNone, kFromDevice, kToDevice };
 
 /// A command container, and the data container behind it where there is one.

@@ -1,4 +1,4 @@
-// Device properties on the wire (ISO 15740, 13.3): their values and their describing dataset.
+// Device properties on the wire (ISO 15740): their values and their describing dataset.
 // Values are JSON, as descriptions have them: a number, a text, or a list of numbers.
 #pragma once
 

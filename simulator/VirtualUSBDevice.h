@@ -71,7 +71,8 @@ class VirtualUSBDevice {
   bool isGone() const;
 
  protected:
-  // Called with the lock held, never for a halted endpoint or after the device has gone.
+  // Called with the lock held; receive and send never for a halted endpoint, nor once the device
+  // has gone.
   virtual std::optional<Bytes> classRequest(const SetupPacket& setup,
                                             std::span<const std::byte> data) = 0;
   virtual void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) = 0;
@@ -79,7 +80,7 @@ class VirtualUSBDevice {
   virtual void forgetEverything() = 0;
 
   // For the class above, with the lock held. From halt() on the endpoint stalls until the host
-  // clears it; from vanish() on every call is answered kGone.
+  // clears it; from vanish() on every in() and out() is answered kGone.
   void halt(std::uint8_t endpoint) { halted_.insert(endpoint); }
   const std::set<std::uint8_t>& halted() const { return halted_; }
   void clearHalts() { halted_.clear(); }
