@@ -12,6 +12,7 @@ constexpr const char* kBusyPage =
 
 void copyProgram(const fs::path& from, const fs::path& to) {
   fs::create_directories(to.parent_path());
+  // First removed: a running program cannot be written over (ETXTBSY).
   fs::remove(to);
   // A copy, never a link: a running application is recognised by the path of its executable.
   fs::copy_file(from, to);
@@ -22,6 +23,8 @@ void writeText(const fs::path& path, const std::string& text) {
   std::ofstream(path) << text;
 }
 
+/// The program's path has blanks, so it stands in quotation marks (desktop entry specification,
+/// "The Exec key").
 std::string desktopEntry(const fs::path& relay) {
   return "[Desktop Entry]\nType=Application\nName=Tarvo Relay\nExec=\"" + relay.string() +
          "\"\nTerminal=false\n";

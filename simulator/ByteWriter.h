@@ -12,6 +12,14 @@ namespace tarvo::simulator {
 
 using Bytes = std::vector<std::byte>;
 
+/// Gathers bytes at the end of a buffer:
+///
+///   ByteWriter writer;
+///   writer.u16(0x3801);
+///   writer.text("TARV0001.JPG");
+///   const Bytes bytes = writer.take();
+///
+/// PTP (ISO 15740, chapter 5) and USB descriptors (USB 2.0, 8.1) are both little-endian.
 class ByteWriter {
  public:
   void u8(std::uint8_t value) { integer(value, 1); }
@@ -20,6 +28,7 @@ class ByteWriter {
   void u64(std::uint64_t value) { integer(value, 8); }
   /// The low `size` bytes of `value`, the lowest first.
   void integer(std::uint64_t value, std::size_t size);
+  /// The bytes as they stand.
   void raw(std::span<const std::byte> bytes);
 
   /// A PTP string: count of UTF-16 units with the terminator (u8), the units, the terminator. Empty
@@ -30,13 +39,14 @@ class ByteWriter {
   void u32Array(std::span<const std::uint32_t> values);
 
   std::size_t size() const { return bytes_.size(); }
+  /// Hands the bytes over; the writer is empty afterwards.
   Bytes take() { return std::move(bytes_); }
 
  private:
   Bytes bytes_;
 };
 
-/// UTF-16 units of UTF-8 text; bytes that do not decode end it.
+/// UTF-16 units of UTF-8 text, without a terminator; nothing at all when it does not decode.
 std::vector<std::uint16_t> utf16(std::string_view utf8);
 
 /// The little-endian number of `size` bytes at `offset`; bytes beyond the end read as zero.

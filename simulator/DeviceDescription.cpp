@@ -40,6 +40,7 @@ UsbIdentity readUsb(const JsonNode& node) {
   return usb;
 }
 
+/// Generated files have 32-bit handles and no text; the bound keeps a listing of them in memory.
 ContentNode readGenerated(const JsonNode& node) {
   node.allowKeys({"count", "size", "prefix", "extension"});
   ContentNode content;
@@ -86,6 +87,7 @@ std::vector<ContentNode> readContent(const std::optional<JsonNode>& list) {
   return content;
 }
 
+/// What is left out is taken over from the USB identity, as the two mostly agree on real cameras.
 DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   node.allowKeys({"vendorExtensionID", "vendorExtensionVersion", "vendorExtensionDescription",
                   "functionalMode", "operations", "events", "captureFormats", "imageFormats",
@@ -108,6 +110,8 @@ DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   return info;
 }
 
+/// Datatype codes of ISO 15740; 128-bit numbers are left out, as no property of these cameras has
+/// them.
 std::uint16_t readDatatype(const JsonNode& node) {
   static constexpr std::array<std::pair<std::string_view, std::uint16_t>, 13> kTypes = {{
       {"INT8", 0x0001},
@@ -134,6 +138,7 @@ std::uint16_t readDatatype(const JsonNode& node) {
 /// A value as JSON of the form that `datatype` needs.
 nlohmann::json readValue(const JsonNode& node, std::uint16_t datatype) {
   if (datatype == 0xFFFF) return node.text();
+  // Negative numbers are JSON integers; texts in hexadecimal form go through number().
   if (datatype < 0x4000) {
     return node.json().is_number_integer() ? node.json() : nlohmann::json(node.number(kMaximum64));
   }
@@ -210,6 +215,7 @@ ScsiDescription readScsi(const JsonNode& node) {
   return scsi;
 }
 
+/// true and false switch a fault; a number is its operation, bytes or milliseconds.
 Faults readFaults(const JsonNode& node) {
   Faults faults;
   for (const auto& [name, value] : node.entries()) {
@@ -283,6 +289,7 @@ DeviceDescription DeviceDescription::fromFile(const std::filesystem::path& path)
   } catch (const nlohmann::json::parse_error& error) {
     throw DescriptionError(path.string() + ": " + error.what());
   }
+  // Whoever reads the message has several files, and the key path alone does not tell which.
   try {
     return fromJson(json);
   } catch (const DescriptionError& error) {

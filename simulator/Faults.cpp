@@ -17,6 +17,7 @@ struct Row {
   Takes takes;
 };
 
+/// In the order of help(); any order would do.
 constexpr Row kRows[] = {
     {"stall", "the bulk-in endpoint halts instead of an answer", Fault::kStall, Takes::kOperation},
     {"silent", "no answer", Fault::kSilent, Takes::kOperation},
@@ -36,7 +37,7 @@ constexpr Row kRows[] = {
 };
 static_assert(std::size(kRows) == kFaultCount);
 
-/// The value of a fault that belongs to every operation.
+/// The value of a fault that belongs to every operation: beyond the 16 bits of a code.
 constexpr std::uint32_t kEveryOperation = 0x10000;
 
 std::string_view placeholder(Takes takes) {
@@ -90,6 +91,7 @@ std::string Faults::set(std::string_view name, std::string_view value) {
 bool Faults::strikes(Fault fault, std::uint16_t operation) const {
   const auto& value = at(fault);
   if (!value) return false;
+  // "raise" alone means the vendor queries: a camera that refuses everything is another fault.
   if (*value != kEveryOperation) return *value == operation;
   if (fault != Fault::kRaise) return true;
   return operation == ptp::XT_GET_DISPLAY_REQUEST_VERSION ||

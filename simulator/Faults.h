@@ -1,5 +1,10 @@
 // What can go wrong with a virtual PTP device, by name. A fault belongs to one operation or to
 // every operation, may be set at any time, and holds until it is taken off.
+//
+//   Faults faults;
+//   faults.set("stall", "0x1001");                // GetDeviceInfo stalls
+//   faults.strikes(Fault::kStall, 0x1001);        // true
+//   faults.set("stall", "off");
 #pragma once
 
 #include <array>
@@ -10,6 +15,7 @@
 
 namespace tarvo::simulator {
 
+/// Names and forms for texts are in Faults::help().
 enum class Fault : std::uint8_t {
   kStall,                 ///< the bulk-in endpoint halts instead of an answer
   kSilent,                ///< no answer at all
@@ -26,6 +32,7 @@ enum class Fault : std::uint8_t {
 };
 inline constexpr std::size_t kFaultCount = 12;
 
+/// A value; not locked, so its owner guards it where several threads use it.
 class Faults {
  public:
   /// Sets a fault by its name. `value` is what the fault takes: an operation code (empty: every
@@ -45,6 +52,7 @@ class Faults {
   const std::optional<std::uint32_t>& at(Fault fault) const {
     return values_[static_cast<std::size_t>(fault)];
   }
+  /// By Fault; none: off. An operation code, a number, or a mark for every operation.
   std::array<std::optional<std::uint32_t>, kFaultCount> values_;
 };
 

@@ -45,6 +45,7 @@ bool JsonNode::boolean() const {
 
 std::uint64_t JsonNode::number(std::uint64_t maximum) const {
   std::optional<std::uint64_t> value;
+  // JSON has no hexadecimal numbers, so codes may be texts.
   if (value_->is_number_unsigned()) {
     value = value_->get<std::uint64_t>();
     if (*value > maximum) value.reset();
@@ -108,6 +109,7 @@ std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t ma
   }
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base);
+  // Blanks, signs and anything behind the number make it none.
   if (error != std::errc() || end != text.data() + text.size() || value > maximum) {
     return std::nullopt;
   }

@@ -7,6 +7,8 @@
 
 namespace tarvo::simulator {
 
+/// Answers Get Max LUN (Bulk-Only Transport, 3.2) with its one unit and stalls every bulk transfer,
+/// so that a program that would drive the unit itself fails at once instead of waiting.
 class MassStorageUnit : public VirtualUSBDevice {
  public:
   explicit MassStorageUnit(const DeviceDescription& description);

@@ -34,6 +34,7 @@ bool matches(const StoredObject& object, const ObjectFilter& filter) {
 
 }  // namespace
 
+// Object format codes of ISO 15740.
 std::uint16_t formatOfExtension(const std::string& name) {
   static constexpr std::array<std::pair<std::string_view, std::uint16_t>, 10> kFormats = {{
       {"jpg", 0x3801},
@@ -83,6 +84,7 @@ void ObjectStore::addObject(const ContentNode& node, std::uint32_t storage, std:
   const bool folder = node.kind == ContentNode::Kind::kFolder;
   object.format = folder ? StoredObject::kAssociation : node.format;
   if (object.format == 0) object.format = formatOfExtension(node.name);
+  // Before the object is moved away; what lies in it gets the numbers behind its own.
   const auto handle = object.handle;
   objects_.push_back(std::move(object));
   add(node.children, storage, handle);
@@ -115,6 +117,7 @@ std::optional<StoredObject> ObjectStore::object(std::uint32_t handle) const {
   return *found;
 }
 
+// Objects and ranges are each in order; sorting is what merges them.
 std::vector<std::uint32_t> ObjectStore::handles(const ObjectFilter& filter) const {
   std::vector<std::uint32_t> result;
   for (const auto& object : objects_) {

@@ -16,6 +16,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kMaximumIncoming = std::size_t{64} * 1024 * 1024;
 constexpr std::size_t kMaximumCommand = ptp::kContainerHeaderSize + 20;
 
+/// USB still-image class: bulk in both directions and an interrupt endpoint for events.
 InterfaceDescription stillImageInterface(UsbSpeed speed) {
   const std::uint16_t packet = speed == UsbSpeed::kHigh ? 512 : 64;
   InterfaceDescription interface;
@@ -28,6 +29,8 @@ InterfaceDescription stillImageInterface(UsbSpeed speed) {
   return interface;
 }
 
+/// The 12 bytes before every container (USB still-image class). A length that does not fit 32
+/// bits is claimed as 0xFFFFFFFF by the caller.
 Bytes containerHeader(std::uint64_t length, std::uint16_t type, std::uint16_t code,
                       std::uint32_t transactionID) {
   ByteWriter writer;
@@ -38,6 +41,7 @@ Bytes containerHeader(std::uint64_t length, std::uint16_t type, std::uint16_t co
   return writer.take();
 }
 
+/// A command, response or event container, which hold nothing but parameters.
 Bytes container(std::uint16_t type, std::uint16_t code, std::uint32_t transactionID,
                 const std::vector<std::uint32_t>& parameters) {
   const auto length = ptp::kContainerHeaderSize + 4 * parameters.size();
@@ -101,10 +105,12 @@ std::optional<Bytes> PTPCamera::classRequest(const SetupPacket& setup,
         violation("malformed cancel request");
         return std::nullopt;
       }
+      // No response follows: the host asks for the device status until it is OK again.
       bulk_.clear();
       expectsData_ = false;
       return Bytes{};
     case ptp::kDeviceResetRequest:
+      // Back to the state after power-on, without a session.
       clearHalts();
       forgetEverything();
       return Bytes{};
@@ -142,6 +148,8 @@ void PTPCamera::receive(std::uint8_t endpoint, std::span<const std::byte> data, 
     return;
   }
   counts_.bytesFromHost += data.size();
+  // A host may end an exact multiple of the packet size with an empty packet or not; both are
+  // right.
   if (data.empty() && mayEndWithEmpty_) {
     mayEndWithEmpty_ = false;
   } else if (expectsData_) {
@@ -161,6 +169,7 @@ void PTPCamera::receiveCommand(std::span<const std::byte> data, bool ends) {
                         data.size(), static_cast<unsigned>(type), static_cast<unsigned>(length)));
     return;
   }
+  // Only a complaint: the answer goes on to the host, as a real device would send it.
   if (!bulk_.isEmpty()) violation("a command came before the last answer was taken");
   request_ = {};
   request_.operation = static_cast<std::uint16_t>(littleEndian(data, 6, 2));
@@ -179,12 +188,14 @@ void PTPCamera::receiveCommand(std::span<const std::byte> data, bool ends) {
 }
 
 void PTPCamera::checkTransactionID() {
+  // OpenSession itself has id 0, and the next operation 1, whatever came before.
   const bool opens = request_.operation == ptp::kOpenSession;
   const auto expected = opens || !responder_.hasSession() ? 0 : nextTransactionID_;
   if (request_.transactionID != expected) {
     violation(formatted("operation 0x%04X: transaction id %u was expected, got %u",
                         request_.operation, expected, request_.transactionID));
   }
+  // Goes on from what came, so that one slip of the host is one complaint.
   nextTransactionID_ = opens ? 1 : request_.transactionID + 1;
 }
 
@@ -196,6 +207,7 @@ void PTPCamera::receiveData(std::span<const std::byte> data, bool ends) {
     return;
   }
   incoming_.insert(incoming_.end(), data.begin(), data.end());
+  // Where no short packet ends the container, its claimed length does.
   const auto claimed = littleEndian(incoming_, 0, 4);
   if (!ends && (incoming_.size() < ptp::kContainerHeaderSize || incoming_.size() < claimed)) return;
   mayEndWithEmpty_ = !ends;
@@ -209,6 +221,7 @@ void PTPCamera::finishData() {
     violation(formatted("data container of operation 0x%04X: %u bytes claimed, %zu came",
                         request_.operation, static_cast<unsigned>(claimed), incoming_.size()));
   }
+  // The product keeps off these lengths: transports have lost the packet that would end them.
   if (incoming_.size() % 64 == 0) {
     violation(formatted("data container of operation 0x%04X: its length %zu is a multiple of 64",
                         request_.operation, incoming_.size()));
@@ -228,6 +241,7 @@ void PTPCamera::finishData() {
 // To the host.
 
 void PTPCamera::run() {
+  // The faults that replace an answer; those that spoil one are in sendData and sendResponse.
   if (strikes(Fault::kSilent)) return;
   if (strikes(Fault::kStall)) {
     halt(kBulkIn);
@@ -250,6 +264,7 @@ void PTPCamera::answer(const PTPReply& reply) {
   const auto late = faults_.amount(Fault::kDelay).value_or(0);
   const auto when = Clock::now() + std::chrono::milliseconds(late);
   if (reply.data) sendData(reply, when);
+  // With data the device goes in the middle of them, when the host has taken the first half.
   if (!strikes(Fault::kVanish)) {
     sendResponse(reply, when);
   } else if (!reply.data) {
@@ -291,6 +306,7 @@ void PTPCamera::sendResponse(const PTPReply& reply, Clock::time_point when) {
 }
 
 void PTPCamera::sendGarbage() {
+  // The same bytes at every run, so that a failure can be repeated.
   std::minstd_rand random(request_.operation);
   Bytes bytes(700);
   for (auto& byte : bytes)

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::uint16_t kPTPVersion = 100;  // 1.00
 
+/// A response without data.
 PTPReply refuse(Status code) {
   return {static_cast<std::uint16_t>(code), {}, nullptr};
 }
@@ -42,6 +43,7 @@ class PartPayload : public Payload {
 PTPResponder::PTPResponder(const DeviceDescription& description)
     : description_(description), objects_(description.stores), table_(standardOperations()) {
   addVendorOperations();
+  // A device does what it says that it can do, and nothing else.
   if (!description_.info.operations) return;
   std::erase_if(table_, [&](const auto& entry) {
     const auto& listed = *description_.info.operations;
@@ -117,7 +119,7 @@ PTPReply PTPResponder::getDeviceInfo(const PTPRequest&) {
   ByteWriter writer;
   writer.u16(kPTPVersion);
   writer.u32(info.vendorExtensionID);
-  writer.u16(info.vendorExtensionVersion);
+  writer.u16(info.vendorExtensionVersion);  // 100 is 1.00
   writer.text(info.vendorExtensionDescription);
   writer.u16(info.functionalMode);
   writer.u16Array(operations());
@@ -133,6 +135,7 @@ PTPReply PTPResponder::getDeviceInfo(const PTPRequest&) {
 }
 
 PTPReply PTPResponder::openSession(const PTPRequest& request) {
+  // ISO 15740: the response to a second one carries the id of the open session.
   if (session_ != 0) {
     auto reply = refuse(status::kPTPSessionAlreadyOpen);
     reply.parameters = {session_};
@@ -172,7 +175,7 @@ PTPReply PTPResponder::getStorageInfo(const PTPRequest& request) {
   writer.u16(0x0000);                              // read and write
   writer.u64(found->capacity);
   writer.u64(found->free);
-  writer.u32(0xFFFFFFFF);
+  writer.u32(0xFFFFFFFF);  // the number of images that fit is not told
   writer.text(found->description);
   writer.text(found->label);
   return data(writer);

@@ -15,31 +15,39 @@
 
 namespace tarvo::simulator {
 
+/// Where the one data phase goes that an operation may have (ISO 15740).
 enum class DataDirection { kNone, kFromDevice, kToDevice };
 
+/// A command container, and the data container behind it where there is one.
 struct PTPRequest {
   std::uint16_t operation = 0;
   std::uint32_t transactionID = 0;
-  std::array<std::uint32_t, 5> parameters{};
+  std::array<std::uint32_t, 5> parameters{};  ///< what the host left out is 0
   unsigned parameterCount = 0;
   Bytes data;  ///< what the host sent in the data phase
 };
 
+/// What goes back: the data phase first, then the response container.
 struct PTPReply {
-  std::uint16_t code = 0x2001;
+  std::uint16_t code = 0x2001;  ///< OK, or the response code that refuses
   std::vector<std::uint32_t> parameters;
   std::shared_ptr<const Payload> data;  ///< data phase from the device; null: none
 };
 
+/// Knows nothing of containers and packets. Not locked: PTPCamera calls it under its own lock.
 class PTPResponder {
  public:
+  /// Keeps a copy of `description`, whose property values the host may change.
   explicit PTPResponder(const DeviceDescription& description);
 
   /// Where the data phase of an operation goes; none for an operation that is not known.
   DataDirection direction(std::uint16_t operation) const;
+  /// Answers a whole request. Operations that are not in the table, that need a session that is not
+  /// open, or whose parameters name nothing get the response code that ISO 15740 has for that.
   PTPReply execute(const PTPRequest& request);
 
   bool hasSession() const { return session_ != 0; }
+  /// As after a reset: the session is closed without an operation.
   void forgetSession() { session_ = 0; }
 
  private:
@@ -72,16 +80,18 @@ class PTPResponder {
   PTPReply getBragbookVersion(const PTPRequest& request);
   PTPReply getLCBInfo(const PTPRequest& request);
 
+  /// Codes for DeviceInfo: those of the description, or all of the table.
   std::vector<std::uint16_t> operations() const;
   /// The filter of GetNumObjects and GetObjectHandles, or the response code that refuses it.
   std::uint16_t filterFor(const PTPRequest& request, ObjectFilter& filter) const;
+  // Null where there is none of that id or code.
   const StoreDescription* store(std::uint32_t id) const;
   PropertyDescription* property(std::uint32_t code);
 
   DeviceDescription description_;
   ObjectStore objects_;
-  Table table_;
-  std::uint32_t session_ = 0;
+  Table table_;                ///< what this device answers
+  std::uint32_t session_ = 0;  ///< id of the open session; 0: none
 };
 
 }  // namespace tarvo::simulator

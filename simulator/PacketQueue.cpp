@@ -22,6 +22,8 @@ void JoinedPayload::read(std::uint64_t offset, std::span<std::byte> room) const 
   }
 }
 
+// One transfer of the host may take several of the device's: where nothing separates two (no
+// zero-length packet), the bus runs them together, and so does this.
 InResult PacketQueue::fill(std::span<std::byte> room) {
   InResult total;
   while (!transfers_.empty() && transfers_.front().notBefore <= std::chrono::steady_clock::now()) {
@@ -37,6 +39,7 @@ InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
   auto& transfer = transfers_.front();
   const auto left = transfer.payload->size() - transfer.offset;
   auto length = static_cast<std::size_t>(std::min<std::uint64_t>(left, room.size()));
+  // The bus never splits a packet: what does not fit whole is not sent.
   const bool cut = length < left;
   if (cut) length -= length % packetSize_;
   if (length > 0) transfer.payload->read(transfer.offset, room.first(length));
@@ -45,6 +48,7 @@ InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
   return {length == room.size() ? State::kFull : State::kOverflow, length};
 }
 
+// A copy is taken of the transfer, which goes from the queue in three of the four ends.
 InResult PacketQueue::finishFront(std::span<std::byte> room, std::size_t length) {
   const auto transfer = transfers_.front();
   if (transfer.thenGone) {
@@ -57,6 +61,7 @@ InResult PacketQueue::finishFront(std::span<std::byte> room, std::size_t length)
     return {State::kFull, length};
   }
   transfers_.pop_front();
+  // The host cannot know that the transfer has ended, and goes on waiting for the next packet.
   if (exact && !transfer.zeroLengthPacket) {
     return {length == room.size() && length > 0 ? State::kFull : State::kWaiting, length};
   }

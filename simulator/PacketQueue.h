@@ -1,4 +1,9 @@
 // What a device has to send on one IN endpoint, as transfers that are cut into packets.
+//
+// A host asks for a number of bytes; the bus gives it whole packets until one is shorter than the
+// endpoint's packet size, which ends the transfer (USB 2.0, 5.8.3). A transfer of an exact multiple
+// of that size is ended by a packet of no length. A host that asks for less than a whole packet
+// when one of full size comes gets an overflow. All three are where real hosts go wrong.
 #pragma once
 
 #include <chrono>
@@ -15,7 +20,7 @@ namespace tarvo::simulator {
 class Payload {
  public:
   virtual ~Payload() = default;
-  virtual std::uint64_t size() const = 0;
+  virtual std::uint64_t size() const = 0;  ///< bytes; does not change
   /// Fills `room` with the bytes from `offset` on; never beyond the end.
   virtual void read(std::uint64_t offset, std::span<std::byte> room) const = 0;
 };
@@ -45,16 +50,19 @@ class JoinedPayload : public Payload {
   std::uint64_t bodySize_;
 };
 
+/// One container on its way to the host.
 struct OutgoingTransfer {
   std::shared_ptr<const Payload> payload;
   bool zeroLengthPacket = true;  ///< after an exact multiple of the packet size
   bool thenGone = false;         ///< the device vanishes where this one ends
-  std::chrono::steady_clock::time_point notBefore{};
-  std::uint64_t offset = 0;  ///< bytes sent so far
+  std::chrono::steady_clock::time_point notBefore{};  ///< nothing of it is sent earlier
+  std::uint64_t offset = 0;                           ///< bytes sent so far
 };
 
+/// Not locked: its device calls it under its own lock.
 class PacketQueue {
  public:
+  /// `packetSize`: of the endpoint, in bytes.
   explicit PacketQueue(std::uint16_t packetSize) : packetSize_(packetSize) {}
 
   void push(OutgoingTransfer transfer) { transfers_.push_back(std::move(transfer)); }
@@ -67,6 +75,7 @@ class PacketQueue {
  private:
   /// Sends from the transfer in front; kWaiting means that the next one may follow at once.
   InResult fillFromFront(std::span<std::byte> room);
+  /// The last `length` bytes of the transfer in front have gone into `room`: how it ends.
   InResult finishFront(std::span<std::byte> room, std::size_t length);
 
   std::uint16_t packetSize_;

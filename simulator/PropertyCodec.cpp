@@ -16,6 +16,7 @@ std::size_t sizeOf(std::uint16_t scalar) {
   return std::size_t{1} << ((scalar - 1) / 2);
 }
 
+/// The two's complement of a negative number, of which the writer takes the low bytes.
 std::uint64_t integer(const nlohmann::json& value) {
   if (value.is_number_unsigned()) return value.get<std::uint64_t>();
   if (value.is_number_integer()) return static_cast<std::uint64_t>(value.get<std::int64_t>());
@@ -25,12 +26,14 @@ std::uint64_t integer(const nlohmann::json& value) {
 nlohmann::json number(std::span<const std::byte> bytes, std::size_t offset, std::uint16_t scalar) {
   const auto size = sizeOf(scalar);
   const auto value = littleEndian(bytes, offset, size);
+  // Even codes are unsigned. The shift carries the sign bit to the top and back.
   if (scalar % 2 == 0) return value;
   const unsigned shift = 64 - 8 * static_cast<unsigned>(size);
   return static_cast<std::int64_t>(value << shift) >> shift;
 }
 
-/// Whether exactly `size` bytes are there, or one more, which is padding.
+/// Whether exactly `size` bytes are there, or one more, which is padding: a host keeps its data
+/// containers off multiples of 64 bytes with it.
 bool holds(std::span<const std::byte> bytes, std::uint64_t size) {
   return bytes.size() == size || bytes.size() == size + 1;
 }
@@ -51,6 +54,7 @@ nlohmann::json readText(std::span<const std::byte> bytes) {
 }
 
 nlohmann::json readArray(std::span<const std::byte> bytes, std::uint16_t scalar) {
+  // The count is believed only where that many elements are there.
   const auto count = littleEndian(bytes, 0, 4);
   if (!holds(bytes, 4 + count * sizeOf(scalar))) return nullptr;
   auto list = nlohmann::json::array();

@@ -24,6 +24,7 @@ const EndpointDescription* UsbDescriptors::endpoint(std::uint8_t address) const 
   return found == interface_.endpoints.end() ? nullptr : &*found;
 }
 
+// Field by field in the order of USB 2.0, table 9-8.
 Bytes UsbDescriptors::device() const {
   ByteWriter writer;
   writer.u8(18);
@@ -43,6 +44,8 @@ Bytes UsbDescriptors::device() const {
   return writer.take();
 }
 
+// Configuration, interface and endpoints in one (USB 2.0, tables 9-10, 9-12 and 9-13), as a device
+// answers them to one request.
 Bytes UsbDescriptors::configuration() const {
   ByteWriter writer;
   writer.u8(9);
@@ -80,6 +83,7 @@ Bytes UsbDescriptors::text(std::uint8_t index) const {
   if (index == kName) units = utf16(identity_.name);
   if (index == kSerial) units = utf16(identity_.serial);
   if (units.empty()) return {};
+  // The length byte counts two bytes a unit and two of header.
   units.resize(std::min<std::size_t>(units.size(), 126));
   ByteWriter writer;
   writer.u8(static_cast<std::uint8_t>(2 + 2 * units.size()));

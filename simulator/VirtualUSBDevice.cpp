@@ -26,6 +26,8 @@ std::optional<Bytes> VirtualUSBDevice::control(const SetupPacket& setup,
   std::optional<Bytes> answer;
   if ((setup.requestType & kTypeMask) == kTypeStandard) answer = standardRequest(setup);
   if ((setup.requestType & kTypeMask) == kTypeClass) answer = classRequest(setup, data);
+  // A device never sends more than it was asked for; hosts ask for 9 bytes of a configuration
+  // first.
   if (answer && answer->size() > setup.length) answer->resize(setup.length);
   return answer;
 }
@@ -43,9 +45,11 @@ std::optional<Bytes> VirtualUSBDevice::standardRequest(const SetupPacket& setup)
       return Bytes{std::byte{0}};
     case kGetStatus:
       return Bytes(2);
+    // Only the endpoint halt is a feature of these devices.
     case kClearFeature:
       halted_.erase(static_cast<std::uint8_t>(setup.index));
       return Bytes{};
+    // There is one of each, so every choice is taken.
     case kSetConfiguration:
     case kSetInterface:
       return Bytes{};
@@ -71,6 +75,7 @@ OutResult VirtualUSBDevice::out(std::uint8_t endpoint, std::span<const std::byte
   const std::lock_guard guard(mutex_);
   if (gone_) return OutResult::kGone;
   if (halted_.contains(endpoint)) return OutResult::kStalled;
+  // What was received may halt the endpoint at once.
   receive(endpoint, data, ends);
   return halted_.contains(endpoint) ? OutResult::kStalled : OutResult::kAccepted;
 }

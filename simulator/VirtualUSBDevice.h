@@ -1,5 +1,8 @@
 // A device at the level of USB requests, which knows nothing of how a host reaches it: the testbed
 // shows it as a node of usbfs, and a library test calls it straight.
+//
+// Standard requests (USB 2.0, 9.4), halted endpoints and the unplugged state are kept here; a class
+// derived from it says what its endpoints and its class requests do.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +16,7 @@
 
 namespace tarvo::simulator {
 
-/// A control request's setup packet.
+/// A control request's setup packet (USB 2.0, 9.3), in the host's byte order.
 struct SetupPacket {
   std::uint8_t requestType = 0;
   std::uint8_t request = 0;
@@ -38,6 +41,7 @@ struct InResult {
   std::size_t length = 0;
 };
 
+/// What the device did with bytes for an endpoint: all are taken, or none.
 enum class OutResult { kAccepted, kStalled, kGone };
 
 /// Every public function may be called from any thread; a lock of the device's own serialises them.
@@ -58,6 +62,7 @@ class VirtualUSBDevice {
   /// Gives bytes of an IN endpoint into `room`. A host that has room left goes on asking until the
   /// state is no longer kWaiting.
   InResult in(std::uint8_t endpoint, std::span<std::byte> room);
+  /// CLEAR_FEATURE(ENDPOINT_HALT); nothing where the endpoint is not halted.
   void clearHalt(std::uint8_t endpoint);
   /// A bus reset: halts and everything in flight are forgotten.
   void reset();
@@ -66,13 +71,16 @@ class VirtualUSBDevice {
   bool isGone() const;
 
  protected:
-  // Called with the lock held.
+  // Called with the lock held; receive and send never for a halted endpoint, nor once the device
+  // has gone.
   virtual std::optional<Bytes> classRequest(const SetupPacket& setup,
                                             std::span<const std::byte> data) = 0;
   virtual void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) = 0;
   virtual InResult send(std::uint8_t endpoint, std::span<std::byte> room) = 0;
   virtual void forgetEverything() = 0;
 
+  // For the class above, with the lock held. From halt() on the endpoint stalls until the host
+  // clears it; from vanish() on every in() and out() is answered kGone.
   void halt(std::uint8_t endpoint) { halted_.insert(endpoint); }
   const std::set<std::uint8_t>& halted() const { return halted_; }
   void clearHalts() { halted_.clear(); }
@@ -84,8 +92,8 @@ class VirtualUSBDevice {
   Bytes descriptor(const SetupPacket& setup) const;
 
   const UsbDescriptors descriptors_;
-  mutable std::mutex mutex_;
-  std::set<std::uint8_t> halted_;
+  mutable std::mutex mutex_;       ///< guards everything below, and the state of the class above
+  std::set<std::uint8_t> halted_;  ///< endpoint addresses
   bool gone_ = false;
 };
 

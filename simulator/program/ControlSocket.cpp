@@ -94,9 +94,11 @@ ControlSocket::ControlSocket(std::string path, Handler handler)
   if (connectTo(path_).isOpen()) {
     throw std::runtime_error("another simulator serves at " + path_);
   }
+  // Nobody answers, so it is a leftover of a server that was killed.
   ::unlink(path_.c_str());
   listener_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const auto address = addressOf(path_);
+  // The mode must be right from the start: a chmod afterwards would leave a moment for others.
   const auto before = ::umask(0177);
   const int bound =
       ::bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);

@@ -1,4 +1,7 @@
 // The control socket: one JSON request and one JSON answer a connection, each on a line.
+//
+//   {"command": "plug", "description": {...}, "port": "1-4"}   ->  {"ok": true, "id": "1-4"}
+//   {"command": "unplug", "id": "1-9"}                         ->  {"ok": false, "error": "..."}
 #pragma once
 
 #include <functional>
@@ -14,7 +17,7 @@ namespace tarvo::simulator {
 std::string defaultSocketPath();
 
 /// Asks the server at `path`. Raises std::runtime_error when there is none, when it goes away, and
-/// with the server's words when it refuses.
+/// with the server's words when it refuses. Waits for 30 s at most: a plug mounts volumes.
 nlohmann::json ask(const std::string& path, const nlohmann::json& request);
 
 /// Serves requests from the default main context. Only this user can connect (mode 0600).
@@ -29,9 +32,10 @@ class ControlSocket {
   ControlSocket& operator=(const ControlSocket&) = delete;
   ~ControlSocket();
 
-  const std::string& path() const { return path_; }
+  const std::string& path() const { return path_; }  ///< as given
 
  private:
+  /// Takes one connection to its end; a client that is slow to ask holds the loop for 2 s at most.
   void serveOne();
   nlohmann::json answer(const std::string& line) const;
 

@@ -37,6 +37,7 @@ void takeRoot(const FileDescriptor& root) {
 }
 
 void joinNamespaces(long pid) {
+  // Kept, as joining a mount namespace also changes the working folder to its root.
   const auto folder = std::filesystem::current_path();
   const FileDescriptor root(
       ::open(("/proc/" + std::to_string(pid) + "/root").c_str(), O_PATH | O_CLOEXEC));

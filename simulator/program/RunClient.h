@@ -1,4 +1,7 @@
 // `tarvo-simulator run`: a program in the testbed that another process serves.
+//
+// The program itself is started unmodified: all that makes the testbed visible to it is its
+// namespaces and its environment (LD_PRELOAD, UMOCKDEV_DIR).
 #pragma once
 
 #include <string>

@@ -1,4 +1,7 @@
 // `tarvo-simulator serve`: a testbed, its control socket, and a program that runs in it.
+//
+// Without a program it prints the environment that shows the testbed, as lines for a shell, and
+// serves until it is told to end. Everything that it made goes with it.
 #pragma once
 
 #include <glib.h>
@@ -13,8 +16,9 @@
 
 namespace tarvo::simulator {
 
+/// The command line of `serve`.
 struct ServeOptions {
-  std::string socket;
+  std::string socket;                ///< path of the control socket
   std::string volumes;               ///< empty: /media/USER, on a file system of the testbed's own
   std::string bundle;                ///< folder that `bundle` made, shown to the agent; or empty
   std::vector<std::string> devices;  ///< files or names, plugged in at the start
@@ -34,12 +38,15 @@ class Server {
   int run();
 
  private:
+  /// Answers a request of the control socket; raises std::exception in words for what is wrong.
   nlohmann::json handle(const nlohmann::json& request);
   nlohmann::json plug(const nlohmann::json& request);
   nlohmann::json list() const;
   nlohmann::json setFault(const nlohmann::json& request);
   nlohmann::json sendEvent(const nlohmann::json& request);
+  /// What `run` needs to start a program here: whose namespaces to join, and its environment.
   nlohmann::json client();
+  /// The camera that a request names; raises when there is none of that id, or no camera.
   PTPCamera& camera(const nlohmann::json& request);
 
   void printEnvironment() const;
@@ -51,9 +58,9 @@ class Server {
   std::unique_ptr<GMainLoop, decltype(&g_main_loop_unref)> loop_;
   Testbed testbed_;
   ControlSocket control_;
-  std::vector<unsigned> sources_;
-  GPid command_ = 0;
-  int exitCode_ = 0;
+  std::vector<unsigned> sources_;  ///< of the main context, removed at the end; the watch is last
+  GPid command_ = 0;               ///< 0: there is none, or it has ended
+  int exitCode_ = 0;               ///< what run() gives
 };
 
 }  // namespace tarvo::simulator

@@ -42,6 +42,7 @@ unsigned askDeviceInfo(libusb_device_handle* handle) {
     return 0;
   }
   std::array<unsigned char, 16384> answer{};
+  // Data, then response; either may be split, but not with a buffer that holds both whole.
   for (int containers = 0; containers < 2; ++containers) {
     if (libusb_bulk_transfer(handle, kBulkIn, answer.data(), static_cast<int>(answer.size()),
                              &moved, kTimeout) != 0 ||
@@ -61,6 +62,7 @@ nlohmann::json failure(const std::string& node, const std::string& error) {
 
 nlohmann::json tryClaim(std::uint32_t location) {
   const auto node = nodeOf(location);
+  // The node is known; a scan of all devices would open others.
   libusb_set_option(nullptr, LIBUSB_OPTION_NO_DEVICE_DISCOVERY);
   libusb_context* context = nullptr;
   if (const int result = libusb_init(&context); result != 0) {

@@ -39,6 +39,7 @@ void stay() {
   sigemptyset(&ends);
   sigaddset(&ends, SIGTERM);
   sigaddset(&ends, SIGINT);
+  // Blocked rather than handled: there is nothing to do but return.
   sigprocmask(SIG_BLOCK, &ends, nullptr);
   const char* seconds = std::getenv("TARVO_STANDIN_SECONDS");
   if (seconds == nullptr) {
@@ -46,6 +47,7 @@ void stay() {
     sigwait(&ends, &signal);
     return;
   }
+  // Waits for the signals meanwhile, so that it still ends at once when told to.
   const double wanted = std::atof(seconds);
   timespec time{};
   time.tv_sec = static_cast<time_t>(wanted);

@@ -11,8 +11,10 @@
 
 namespace tarvo::simulator {
 
-/// "program", "pid" and "arguments" of this process.
+/// "program", "pid" and "arguments" of this process, and "started": seconds of the monotonic clock,
+/// which other processes on the machine can compare with their own.
 nlohmann::json standinReport(int argc, char** argv);
+/// Ends the process with 1 when the line cannot be written: a launch that nobody sees helps nobody.
 void writeReport(const nlohmann::json& report);
 /// Returns when the stand-in is to end.
 void stay();

@@ -1,4 +1,9 @@
-// A counted reference to a GObject.
+// A counted reference to a GObject, and a place for a GError.
+//
+//   const auto base = GObjectPointer<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
+//   GErrorSlot error;
+//   if (!umockdev_testbed_attach_ioctl(bed, node, base.get(), error.address()))
+//   say(error.message());
 #pragma once
 
 #include <glib-object.h>
@@ -7,6 +12,7 @@
 
 namespace tarvo::simulator {
 
+/// Moves only; drops its reference at the end. Null when made without one.
 template <typename T>
 class GObjectPointer {
  public:

@@ -84,6 +84,7 @@ UsbPort UsbPort::parse(const std::string& text) {
   return port;
 }
 
+// umockdev's description format: P path, N node, E property, A attribute, H binary attribute.
 void SysfsTree::add(const Entry& entry, const std::string& port) {
   std::string text = "P: " + entry.path + "\n";
   if (!entry.node.empty()) text += "N: " + entry.node + "\n";
@@ -105,6 +106,7 @@ void SysfsTree::add(const Entry& entry, const std::string& port) {
 }
 
 std::string SysfsTree::deviceLink(const Entry& entry) {
+  // umockdev links every device number; which of the two folders depends on the subsystem.
   const bool block = entry.properties.front().second == "block";
   for (const auto& [key, value] : entry.attributes) {
     if (key == "dev") return (block ? "/dev/block/" : "/dev/char/") + value;
@@ -143,6 +145,7 @@ void SysfsTree::addUsbDevice(const UsbPort& port, const UsbfsAddress& address,
                              const UsbDescriptors& descriptors) {
   const auto& identity = descriptors.identity();
   const auto& interface = descriptors.interface();
+  // The kernel's numbering of usb_device nodes: 128 a bus, major 189.
   const unsigned minor = (address.bus - 1) * 128 + address.device - 1;
   Entry device;
   device.path = devicePath(port);
@@ -169,7 +172,7 @@ void SysfsTree::addUsbDevice(const UsbPort& port, const UsbfsAddress& address,
                        {"devpath", port.path},
                        {"dev", formatted("189:%u", minor)},
                        {"speed", identity.speed == UsbSpeed::kHigh ? "480" : "12"},
-                       {"version", " 2.00"},
+                       {"version", " 2.00"},  // the blanks are the kernel's
                        {"maxchild", "0"},
                        {"idVendor", hex4(identity.vendor)},
                        {"idProduct", hex4(identity.product)},
@@ -225,6 +228,7 @@ void SysfsTree::addScsiUnit(const UsbPort& port, const ScsiNumbers& numbers,
   add({host, "", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_host"}}, {}, {}}, port.name());
   add({target, "", {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_target"}}, {}, {}}, port.name());
   addScsiDevice(port, unit, description);
+  // The generic node before the block device, as the kernel's drivers find the unit in that order.
   Entry generic;
   generic.path = unit + formatted("/scsi_generic/sg%u", numbers.generic);
   generic.node = formatted("sg%u=00", numbers.generic);
@@ -252,7 +256,8 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
                          const DeviceDescription& description) {
   const bool optical = description.scsi.type == 5;
   const unsigned major = optical ? 11 : 8;
-  const unsigned minor = optical ? 0 : 16 * static_cast<unsigned>(numbers.block.back() - 'a');
+  const auto last = static_cast<unsigned char>(numbers.block.back());
+  const unsigned minor = optical ? last - '0' : 16 * (last - 'a');
   Entry disk;
   disk.path = path;
   disk.node = numbers.block + "=00";
@@ -271,6 +276,7 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
                      {"size", "7864320"}};
   add(disk, port.name());
   if (!description.volume || optical) return;
+  // The partition repeats the properties of its disk, but for type, name and number.
   Entry partition;
   const auto name = numbers.block + "1";
   partition.path = path + "/" + name;

@@ -1,4 +1,5 @@
-// Devices of the simulated /sys: what the kernel and udev would show of a virtual device.
+// Devices of the simulated /sys: what the kernel (Documentation/ABI, sysfs-bus-usb) and udev would
+// show of a virtual device. Each entry that is added or removed is also announced as an event.
 #pragma once
 
 #include <umockdev.h>
@@ -15,7 +16,7 @@ namespace tarvo::simulator {
 /// Where a device is plugged in: bus number and port path, for example 1 and "4.2".
 struct UsbPort {
   unsigned bus = 1;
-  std::string path;
+  std::string path;          ///< port numbers from the root hub on, a dot between them
   std::string name() const;  ///< "1-4.2"
   /// Reads "BUS-PORT"; raises DescriptionError for anything else (bus 1 to 255, ports 1 to 15).
   static UsbPort parse(const std::string& text);
@@ -34,6 +35,7 @@ class SysfsTree {
  public:
   explicit SysfsTree(UMockdevTestbed* testbed) : testbed_(testbed) {}
 
+  /// Host controller of a bus, which stays; nothing where it is there already.
   void addRootHub(unsigned bus);
   /// The usb_device and its interface.
   void addUsbDevice(const UsbPort& port, const UsbfsAddress& address,
@@ -46,14 +48,16 @@ class SysfsTree {
 
  private:
   using Lines = std::vector<std::pair<std::string, std::string>>;
+  /// A device before it is added, in the terms of umockdev's device description format.
   struct Entry {
-    std::string path;  ///< below /sys
-    std::string node;  ///< device node file to make, as umockdev writes it ("sdb=00"); or empty
-    Lines properties;
-    Lines attributes;
-    Bytes descriptors;
+    std::string path;   ///< below /sys
+    std::string node;   ///< device node file to make, as umockdev writes it ("sdb=00"); or empty
+    Lines properties;   ///< of the event; the subsystem stands first
+    Lines attributes;   ///< files of text
+    Bytes descriptors;  ///< the binary file of that name; empty: none
   };
 
+  /// What removal needs to know of an entry.
   struct Added {
     std::string port;  ///< name of the port that it was added for
     std::string path;  ///< below /sys
@@ -61,6 +65,7 @@ class SysfsTree {
   };
 
   void add(const Entry& entry, const std::string& port);
+  /// Where /sys/dev points to the entry; empty for an entry without a device number.
   static std::string deviceLink(const Entry& entry);
   void addInterface(const UsbPort& port, const UsbDescriptors& descriptors);
   void addScsiDevice(const UsbPort& port, const std::string& path,

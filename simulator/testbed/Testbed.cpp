@@ -100,6 +100,7 @@ ScsiNumbers Testbed::nextScsi(const DeviceDescription& description) {
   while (!free([&](const auto& other) { return other.generic == numbers.generic; })) {
     ++numbers.generic;
   }
+  // From sdb on: a machine has a disk of its own, which programs expect to be sda.
   const bool optical = description.scsi.type == 5;
   char last = optical ? '0' : 'b';
   do {
@@ -124,6 +125,7 @@ std::string Testbed::plug(DeviceDescription description, std::string name,
     plugged->device = std::make_shared<MassStorageUnit>(known);
   }
   tree_.addRootHub(plugged->port.bus);
+  // The node answers before the event tells of it: a client may open it at once.
   attach(*plugged);
   tree_.addUsbDevice(plugged->port, plugged->address, plugged->device->descriptors());
   auto& entry = *(devices_[plugged->id] = std::move(plugged));
@@ -191,6 +193,7 @@ void Testbed::unplug(const std::string& id) {
 void Testbed::detach(PluggedDevice& plugged) {
   GErrorSlot error;
   umockdev_testbed_detach_ioctl(testbed_.get(), plugged.address.node().c_str(), error.address());
+  // umockdev leaves node files behind, and a later device of that number would find them.
   std::error_code ignored;
   std::filesystem::remove(root_.string() + plugged.address.node(), ignored);
   if (plugged.scsi.block.empty()) return;
@@ -201,7 +204,9 @@ void Testbed::detach(PluggedDevice& plugged) {
 }
 
 void Testbed::deviceVanished(const std::string& id) {
-  if (!devices_.contains(id)) return;
+  // By now another device may be plugged in at that port.
+  const auto* plugged = device(id);
+  if (plugged == nullptr || !plugged->device->isGone()) return;
   unplug(id);
   if (vanished_) vanished_(id);
 }

@@ -4,7 +4,8 @@
 //   Testbed testbed("/run/media/me");
 //   testbed.plug(DeviceDescription::fromFile("tarvo-camera.json"), "tarvo-camera");
 //
-// Programs see it when they start with TestbedProcess::environment().
+// Programs see it when they start with TestbedProcess::environment(). Everything is in a private
+// folder and in private mounts; the machine's own devices cannot be reached through it.
 #pragma once
 
 #include <umockdev.h>
@@ -25,19 +26,19 @@
 
 namespace tarvo::simulator {
 
-/// A device that is plugged in.
+/// A device that is plugged in. Owned by the Testbed; `device` and `camera` may be kept beyond it.
 struct PluggedDevice {
   std::string id;    ///< its port, "1-4"
   std::string name;  ///< of its description
   DeviceDescription description;
   UsbPort port;
-  UsbfsAddress address;
+  UsbfsAddress address;  ///< bus and device number, of which its node has its name
   std::shared_ptr<VirtualUSBDevice> device;
   std::shared_ptr<PTPCamera> camera;  ///< the same, where it is a PTP device; else null
   std::unique_ptr<Volume> volume;     ///< null where there is none
   std::shared_ptr<UsbfsNode> node;
-  GObjectPointer<UMockdevIoctlBase> handler;
-  ScsiNumbers scsi;
+  GObjectPointer<UMockdevIoctlBase> handler;  ///< what attaches `node` to umockdev
+  ScsiNumbers scsi;                           ///< of a mass-storage device
 
   /// Location id: bus number in the top byte, then one port number a nibble from the top down.
   std::uint32_t locationID() const;
@@ -57,12 +58,13 @@ class Testbed {
   /// volume that cannot be mounted.
   std::string plug(DeviceDescription description, std::string name,
                    const std::optional<std::string>& port = std::nullopt);
-  /// Unplugs; an unknown id raises DescriptionError.
+  /// Unplugs; an unknown id raises DescriptionError. Waits up to half a second for clients to take
+  /// back what they had in flight, as their wait must end before the node goes.
   void unplug(const std::string& id);
 
   /// Null when there is none of that id.
   PluggedDevice* device(const std::string& id);
-  std::vector<const PluggedDevice*> devices() const;
+  std::vector<const PluggedDevice*> devices() const;  ///< valid until the next plug or unplug
   /// Called after a device has unplugged itself, with its id.
   void onVanished(std::function<void(const std::string&)> callback) {
     vanished_ = std::move(callback);
@@ -75,6 +77,7 @@ class Testbed {
   const std::filesystem::path& volumes() const { return volumes_; }
 
  private:
+  // Numbers as the kernel gives them: never one that is in use.
   UsbPort choosePort(const std::optional<std::string>& text) const;
   UsbfsAddress nextAddress(unsigned bus);
   ScsiNumbers nextScsi(const DeviceDescription& description);
@@ -87,8 +90,8 @@ class Testbed {
   SysfsTree tree_;
   std::filesystem::path root_;
   std::filesystem::path volumes_;
-  std::map<std::string, std::unique_ptr<PluggedDevice>> devices_;
-  std::map<unsigned, unsigned> lastDeviceNumber_;  ///< by bus
+  std::map<std::string, std::unique_ptr<PluggedDevice>> devices_;  ///< by id
+  std::map<unsigned, unsigned> lastDeviceNumber_;                  ///< by bus
   unsigned nextHost_ = 6;
   unsigned lastClientSlot_ = 0;
   std::function<void(const std::string&)> vanished_;

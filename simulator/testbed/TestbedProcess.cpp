@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <system_error>
 
@@ -26,6 +27,8 @@ constexpr std::size_t kLongestTemporaryFolder = 48;
 [[noreturn]] void fail(const std::string& what) {
   throw std::system_error(errno, std::generic_category(), what);
 }
+
+namespace fs = std::filesystem;
 
 /// Path of a library that this program has loaded, by a part of its name; or nothing.
 std::string loadedLibrary(const char* name) {
@@ -74,6 +77,52 @@ void enterNetworkNamespace() {
   ::ioctl(socket.get(), SIOCSIFFLAGS, &loopback);
 }
 
+/// Shows everything of `from` in `to` as well: folders and files by bind mounts, links as links.
+void bindEntries(const fs::path& from, const fs::path& to) {
+  for (const auto& entry : fs::directory_iterator(from)) {
+    const auto twin = to / entry.path().filename();
+    if (entry.is_symlink()) {
+      fs::copy_symlink(entry.path(), twin);
+      continue;
+    }
+    if (entry.is_directory()) {
+      fs::create_directory(twin);
+    } else {
+      std::ofstream(twin).flush();
+    }
+    ::mount(entry.path().c_str(), twin.c_str(), nullptr, MS_BIND | MS_REC, nullptr);
+  }
+}
+
+/// A folder cannot be made in /run without the whole machine seeing it, so /run is covered by a
+/// file system of our own that shows what was there.
+bool coverRun() {
+  std::string pattern = fs::temp_directory_path() / "tarvo-run-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) return false;
+  bool covered = false;
+  if (::mount("tarvo-simulator", pattern.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") ==
+      0) {
+    bindEntries("/run", pattern);
+    fs::create_directory(pattern + "/udev");
+    covered = ::mount(pattern.c_str(), "/run", nullptr, MS_MOVE, nullptr) == 0;
+    if (!covered) ::umount2(pattern.c_str(), MNT_DETACH);
+  }
+  ::rmdir(pattern.c_str());
+  return covered;
+}
+
+/// Programs take /run/udev/control as the sign that udev runs. In the testbed umockdev sends what
+/// udev would, so the sign is there; and what the machine's own udev knows of a device that happens
+/// to have the number of a virtual one is not. Where the system refuses, clients say that udev is
+/// missing and work all the same.
+void showUdev() {
+  std::error_code error;
+  if (!fs::exists("/run/udev", error) && !coverRun()) return;
+  if (::mount("tarvo-simulator", "/run/udev", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") == 0) {
+    std::ofstream("/run/udev/control").flush();
+  }
+}
+
 }  // namespace
 
 std::string preloadValue() {
@@ -101,6 +150,7 @@ void TestbedProcess::enter(char** argv) {
   if (::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
     fail("cannot make the mounts private");
   }
+  showUdev();
   enterNetworkNamespace();
 }
 

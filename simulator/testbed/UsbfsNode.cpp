@@ -169,6 +169,7 @@ gboolean UsbfsNode::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpo
   } catch (const std::exception& error) {
     g_warning("usbfs node %s: %s", node->address_.node().c_str(), error.what());
   }
+  // Outside the lock: completing lets the client go on, and it may call again at once.
   umockdev_ioctl_client_complete(client, result < 0 ? -1 : result,
                                  static_cast<gint>(result < 0 ? -result : 0));
   node->checkVanished();
@@ -176,6 +177,7 @@ gboolean UsbfsNode::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpo
 }
 
 void UsbfsNode::checkVanished() {
+  // Called without the lock, as the owner may unplug, which takes it.
   std::function<void()> tell;
   {
     const std::lock_guard guard(mutex_);
@@ -242,6 +244,7 @@ long UsbfsNode::handle(UMockdevIoctlClient* client, unsigned long request,
 
 long UsbfsNode::handleGone(UMockdevIoctlClient* client, unsigned long request,
                            UMockdevIoctlData* argument) {
+  // Every URB must come back before ENODEV does, else libusb spins for ever on those it has left.
   if (request != USBDEVFS_REAPURB && request != USBDEVFS_REAPURBNDELAY) return -ENODEV;
   for (auto& urb : clients_[client].urbs) {
     if (!urb->done) urb->finish(-ESHUTDOWN);
@@ -315,10 +318,12 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument)
   if (!urb->isControl() && device_->descriptors().endpoint(urb->fields.endpoint) == nullptr) {
     return -ENOENT;
   }
+  // Without a claim of anybody's the kernel claims for the client, and only logs it.
   if (!urb->isControl()) {
     const auto holder = claims_.find(0);
     if (holder != claims_.end() && holder->second != client) return -EBUSY;
   }
+  // What the client sends is read now; where it receives is touched only when there is something.
   if (!urb->isIn()) {
     urb->out =
         resolve(urb->record.get(), offsetof(UrbFields, buffer), static_cast<std::size_t>(length));
@@ -332,6 +337,7 @@ long UsbfsNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument)
   return 0;
 }
 
+// usbfs has setup packet and data in one buffer.
 void UsbfsNode::startControl(Urb& urb) {
   const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
   if (!urb.out || size < kSetupSize) {
@@ -359,6 +365,8 @@ void UsbfsNode::startOut(Urb& urb) {
   const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
   const auto bytes = bytesOf(urb.out, size);
   const auto* endpoint = device_->descriptors().endpoint(urb.fields.endpoint);
+  // A short packet ends the transfer; an exact multiple goes on, unless the client asked usbfs for
+  // a zero-length packet behind it.
   const bool exact = size > 0 && size % endpoint->packetSize == 0;
   auto result = device_->out(urb.fields.endpoint, bytes, !exact);
   if (exact && (urb.fields.flags & USBDEVFS_URB_ZERO_PACKET) != 0 &&
@@ -405,6 +413,7 @@ void UsbfsNode::progressIn(Urb& urb) {
 }
 
 long UsbfsNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
+  // The device acts when it is asked: nothing runs between two calls of a client.
   auto& urbs = clients_[client].urbs;
   if (!gone_) progress(clients_[client]);
   const auto found =
@@ -428,6 +437,7 @@ long UsbfsNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
 }
 
 long UsbfsNode::discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
+  // The argument is the client's address of the URB itself, not of a pointer to it.
   gulong address = 0;
   std::memcpy(&address, argument->data, sizeof address);
   for (auto& urb : clients_[client].urbs) {

@@ -1,5 +1,6 @@
 // A device node of usbfs over a virtual device: claims, control requests and URBs of every client
-// that has the node open, as the kernel answers them.
+// that has the node open, as the kernel answers them (linux/usbdevice_fs.h, devio.c's error
+// numbers).
 //
 // The node itself is a regular file with the descriptors in it, so reading and seeking work as on
 // the real one; only its ioctls come here. Reaping never blocks: a host that polls a regular file
@@ -24,8 +25,8 @@
 namespace tarvo::simulator {
 
 struct UsbfsAddress {
-  unsigned bus = 0;
-  unsigned device = 0;
+  unsigned bus = 0;          ///< from 1
+  unsigned device = 0;       ///< 2 to 127; 1 is the root hub
   std::string node() const;  ///< "/dev/bus/usb/001/004"
 };
 
@@ -46,20 +47,24 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
 
  private:
   struct Urb;
+  /// One opening of the node.
   struct Client {
     std::list<std::unique_ptr<Urb>> urbs;  ///< in order of submission
   };
 
   UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> device,
             std::function<void()> vanished);
+  // Signals of umockdev's handler, on its worker thread.
   static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
   static gboolean onReadOrWrite(UMockdevIoctlBase* handler, UMockdevIoctlClient* client,
                                 gpointer self);
   static void onConnected(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
+  /// A client has died: its URBs and its claim go with it.
   void forget(const UMockdevIoctlClient* client);
 
   /// The result of an ioctl; a negative one is an error number. Lock held, as in all that follow.
   long handle(UMockdevIoctlClient* client, unsigned long request, UMockdevIoctlData* argument);
+  /// The same once the device has gone: URBs may still be reaped, all else is ENODEV.
   long handleGone(UMockdevIoctlClient* client, unsigned long request, UMockdevIoctlData* argument);
   long connectInfo(UMockdevIoctlData* argument);
   long capabilities(UMockdevIoctlData* argument);
@@ -72,18 +77,20 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   long discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
   void startControl(Urb& urb);
   void startOut(Urb& urb);
+  /// Lets the device fill the client's waiting IN URBs.
   void progress(Client& client);
   void progressIn(Urb& urb);
+  /// Tells the owner once when the device has unplugged itself. Takes the lock.
   void checkVanished();
 
   UsbfsAddress address_;
   std::shared_ptr<VirtualUSBDevice> device_;
-  std::function<void()> vanished_;
+  std::function<void()> vanished_;  ///< empty once it was called
 
-  std::mutex mutex_;
-  std::condition_variable reaped_;
+  std::mutex mutex_;                ///< guards what follows, and `vanished_`
+  std::condition_variable reaped_;  ///< a URB was taken back, or a client has gone
   std::map<const UMockdevIoctlClient*, Client> clients_;
-  std::map<unsigned, const UMockdevIoctlClient*> claims_;
+  std::map<unsigned, const UMockdevIoctlClient*> claims_;  ///< by interface number
   bool gone_ = false;
 };
 

@@ -1,5 +1,6 @@
 // A volume that is really mounted: a tmpfs under the volumes folder, in the testbed's own mount
-// namespace, with the block device's node as its source.
+// namespace, with the block device's node as its source. A program that reads /proc/self/mountinfo
+// or watches it with poll() sees the mount as it would see a real one.
 #pragma once
 
 #include <filesystem>

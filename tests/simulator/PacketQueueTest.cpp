@@ -53,17 +53,6 @@ TEST(PacketQueue, SendsTheZeroLengthPacketInATransferOfItsOwn) {
   EXPECT_TRUE(queue.isEmpty());
 }
 
-TEST(PacketQueue, RunsTransfersTogetherThatNothingSeparates) {
-  auto queue = queueOf(64, false);
-  OutgoingTransfer response;
-  response.payload = std::make_shared<BytesPayload>(Bytes(12));
-  queue.push(std::move(response));
-  Bytes room(512);
-  const auto result = queue.fill(room);
-  EXPECT_EQ(result.state, State::kShort);
-  EXPECT_EQ(result.length, 76U);
-}
-
 TEST(PacketQueue, KeepsWhatIsNotDueYet) {
   PacketQueue queue(64);
   OutgoingTransfer late;
@@ -73,15 +62,6 @@ TEST(PacketQueue, KeepsWhatIsNotDueYet) {
   Bytes room(64);
   EXPECT_EQ(queue.fill(room).state, State::kWaiting);
   EXPECT_FALSE(queue.isEmpty());
-}
-
-TEST(JoinedPayload, ReadsAcrossTheJoint) {
-  const JoinedPayload joined(Bytes(3, std::byte{1}),
-                             std::make_shared<BytesPayload>(Bytes(9, std::byte{2})), 5);
-  EXPECT_EQ(joined.size(), 8U);
-  Bytes middle(4);
-  joined.read(2, middle);
-  EXPECT_EQ(middle, (Bytes{std::byte{1}, std::byte{2}, std::byte{2}, std::byte{2}}));
 }
 
 }  // namespace

@@ -96,26 +96,5 @@ TEST_F(SimulatedCamera, ComplainsAboutADataContainerOfAMultipleOf64Bytes) {
               ElementsAre("data container of operation 0x1016: its length 64 is a multiple of 64"));
 }
 
-TEST_F(SimulatedCamera, BringsEachFaultToTheHost) {
-  struct Row {
-    const char* fault;
-    Status expected;
-  };
-  for (const Row& row :
-       {Row{"silent", status::kICATimeout}, Row{"garbage", status::kICAProtocolError},
-        Row{"wrong-id", status::kICAProtocolError}, Row{"vanish", status::kICADeviceGone}}) {
-    auto camera = simulatedCamera(
-        R"({"usb": {"vendor": 1, "product": 2, "name": "Broken"}, "deviceInfo": {}})");
-    ASSERT_EQ(camera->setFault(row.fault, ""), "");
-    ptp::BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), {}, {}, "broken");
-    std::vector<std::byte> room(2048);
-    ptp::MemorySink sink(room);
-    ptp::Transaction transaction;
-    transaction.operation = ptp::kGetDeviceInfo;
-    transaction.receive = &sink;
-    EXPECT_EQ(connection.transact(transaction, nullptr), row.expected) << row.fault;
-  }
-}
-
 }  // namespace
 }  // namespace tarvo::test

@@ -96,7 +96,6 @@ int main(int argc, char** argv) {
     if (command == "info") probe.transact("info", 0x1001, {});
     if (command == "session") probe.session();
     if (command == "num") probe.transact("num", 0x1006, {0xFFFFFFFF});
-    if (command == "handles") probe.transact("handles", 0x1007, {0xFFFFFFFF});
     if (command == "object") {
       probe.transact("object", 0x1009, {static_cast<std::uint32_t>(std::atoi(argv[++i]))});
     }

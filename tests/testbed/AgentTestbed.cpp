@@ -1,19 +1,13 @@
 #include "tests/testbed/AgentTestbed.h"
 
-#include <fcntl.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <fstream>
 #include <sstream>
 
 #include "simulator/testbed/TestbedProcess.h"
 
 namespace tarvo::test {
-namespace {
 
 std::string fileContent(const std::string& path) {
   std::ostringstream content;
@@ -21,31 +15,13 @@ std::string fileContent(const std::string& path) {
   return content.str();
 }
 
+namespace {
+
 std::size_t occurrences(const std::string& text, const std::string& part) {
   std::size_t count = 0;
   for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
     ++count;
   return count;
-}
-
-std::vector<std::string> environmentWith(const std::map<std::string, std::string>& added) {
-  std::vector<std::string> lines;
-  for (char** line = environ; *line != nullptr; ++line) {
-    const std::string text = *line;
-    if (!added.contains(text.substr(0, text.find('=')))) lines.push_back(text);
-  }
-  for (const auto& [name, value] : added)
-    lines.push_back(std::string(name).append("=").append(value));
-  return lines;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& lines) {
-  std::vector<char*> list;
-  list.reserve(lines.size() + 1);
-  for (auto& line : lines)
-    list.push_back(line.data());
-  list.push_back(nullptr);
-  return list;
 }
 
 }  // namespace
@@ -55,54 +31,45 @@ TestbedProgram::TestbedProgram(simulator::Testbed& testbed, const std::vector<st
                                std::string output)
     : output_(std::move(output)) {
   // `run` takes descriptors, so that two listeners for device events stay apart.
-  std::vector<std::string> words = {SIMULATOR_PROGRAM, "run", "--slot",
-                                    std::to_string(testbed.nextClientSlot()), "--"};
-  words.insert(words.end(), command.begin(), command.end());
+  const auto slot = std::to_string(testbed.nextClientSlot());
+  std::vector<const char*> words = {SIMULATOR_PROGRAM, "run", "--slot", slot.c_str(), "--"};
+  for (const auto& word : command)
+    words.push_back(word.c_str());
+  words.push_back(nullptr);
+  const GObjectPtr<GSubprocessLauncher> launcher(
+      g_subprocess_launcher_new(G_SUBPROCESS_FLAGS_STDERR_MERGE));
   auto all = simulator::TestbedProcess::environment(testbed);
   all.insert(environment.begin(), environment.end());
-  auto lines = environmentWith(all);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output_.c_str(),
-                                   O_WRONLY | O_CREAT | O_APPEND, 0600);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  const int error = ::posix_spawn(&pid_, SIMULATOR_PROGRAM, &actions, nullptr,
-                                  pointers(words).data(), pointers(lines).data());
-  posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot start " + command.front());
+  for (const auto& [name, value] : all)
+    g_subprocess_launcher_setenv(launcher.get(), name.c_str(), value.c_str(), TRUE);
+  g_subprocess_launcher_set_stdout_file_path(launcher.get(), output_.c_str());
+  process_.reset(g_subprocess_launcher_spawnv(launcher.get(), words.data(), nullptr));
+  if (!process_) throw std::runtime_error("cannot start " + command.front());
+  pid_ = std::stoi(g_subprocess_get_identifier(process_.get()));
 }
 
 TestbedProgram::~TestbedProgram() {
-  if (!isRunning()) return;
   signal(SIGTERM);
-  if (!waitForEnd()) {
-    signal(SIGKILL);
-    reap(0);
-  }
+  if (!waitForEnd()) g_subprocess_force_exit(process_.get());
 }
 
 std::string TestbedProgram::output() const {
   return fileContent(output_);
 }
 
-void TestbedProgram::reap(int options) {
-  int status = 0;
-  if (exitCode_ || ::waitpid(pid_, &status, options) != pid_) return;
-  exitCode_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
 bool TestbedProgram::isRunning() {
-  reap(WNOHANG);
-  return !exitCode_;
+  return g_subprocess_get_identifier(process_.get()) != nullptr;
 }
 
 void TestbedProgram::signal(int number) const {
-  ::kill(pid_, number);
+  g_subprocess_send_signal(process_.get(), number);
 }
 
 std::optional<int> TestbedProgram::waitForEnd() {
-  waitUntil([this] { return !isRunning(); });
-  return exitCode_;
+  if (!waitUntil([this] { return !isRunning(); })) return std::nullopt;
+  if (g_subprocess_get_if_exited(process_.get()) != 0)
+    return g_subprocess_get_exit_status(process_.get());
+  return 128 + g_subprocess_get_term_sig(process_.get());
 }
 
 AgentTestbed::AgentTestbed()
@@ -211,6 +178,11 @@ nlohmann::json AgentTestbed::relayLaunch(std::size_t index) {
   return index < all.size() ? all[index] : nlohmann::json();
 }
 
+std::vector<std::string> AgentTestbed::commandLine(const char* type, std::int32_t location,
+                                                   const std::string& volume) {
+  return {type, std::to_string(location), volume};
+}
+
 std::vector<std::string> AgentTestbed::relayArguments(std::size_t index) {
   const auto launch = relayLaunch(index);
   if (launch.is_null()) return {"(not launched)"};
@@ -224,6 +196,13 @@ void AgentTestbed::end(const nlohmann::json& launch) {
   if (words.find(launch["program"].get<std::string>()) != std::string::npos) {
     ::kill(pid, SIGTERM);
   }
+}
+
+void AgentTestbed::endRelay(std::size_t index) {
+  const auto launch = relayLaunch(index);
+  ASSERT_FALSE(launch.is_null());
+  end(launch);
+  ASSERT_TRUE(waitForLog("appDiedHandler - got RLA died notification", index + 1));
 }
 
 void AgentTestbed::listenToDistributed() {

@@ -5,7 +5,7 @@
 //   TEST_F(Arrival, StartsTheRelay) {
 //     startAgent();
 //     plug("tarvo-camera");
-//     EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
+//     EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
 //   }
 #pragma once
 
@@ -30,6 +30,8 @@
 
 namespace tarvo::test {
 
+std::string fileContent(const std::string& path);
+
 /// A program in the testbed, with what it writes in a file. Ended at the latest with its owner.
 class TestbedProgram {
  public:
@@ -48,11 +50,9 @@ class TestbedProgram {
   std::optional<int> waitForEnd();
 
  private:
-  void reap(int options);
-
   std::string output_;
+  GObjectPtr<GSubprocess> process_;
   pid_t pid_ = 0;
-  std::optional<int> exitCode_;
 };
 
 class AgentTestbed : public ::testing::Test {
@@ -65,9 +65,6 @@ class AgentTestbed : public ::testing::Test {
   // Before the agent starts.
   void configure(const std::string& group, const std::string& key, const std::string& value);
   void leaveOutOfBundle(const std::set<std::string>& parts);
-  void setEnvironment(const std::string& name, const std::string& value) {
-    environment_[name] = value;
-  }
 
   /// Starts the agent and waits until it says that it is ready.
   void startAgent();
@@ -92,6 +89,11 @@ class AgentTestbed : public ::testing::Test {
   /// The launch at `index` of the Relay, waited for; null when it does not come.
   nlohmann::json relayLaunch(std::size_t index);
   std::vector<std::string> relayArguments(std::size_t index);
+  /// What the Relay is to be started with.
+  static std::vector<std::string> commandLine(const char* type, std::int32_t location,
+                                              const std::string& volume = {});
+  /// Ends the Relay of the launch at `index`, and waits until the agent has noticed.
+  void endRelay(std::size_t index);
   /// Tells the application of a launch to end.
   static void end(const nlohmann::json& launch);
 

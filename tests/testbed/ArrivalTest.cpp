@@ -10,86 +10,70 @@ using ::testing::IsEmpty;
 
 class Arrival : public AgentTestbed {};
 
-TEST_F(Arrival, ASupportedCameraStartsTheRelayWithAnEmptyThirdArgument) {
+TEST_F(Arrival, ADeviceStartsTheRelayWithItsTypeLocationAndVolumeAndMayBeClaimed) {
+  struct Row {
+    const char* device;
+    const char* port;
+    const char* type;
+    std::int32_t location;
+    const char* volume;
+  };
+  const Row rows[] = {
+      {"tarvo-camera", "1-1", "PTP", 0x01100000, ""},
+      {"tarvo-camera", "1-4.2", "PTP", 0x01420000, ""},  // a port behind a hub
+      {"tarvo-camera", "250-2", "PTP", -98566144, ""},   // beyond the signed range
+      {"msc-camera", "1-3", "MSC", 0x01300000, "TARVO_LUMO"},
+      {"card", "1-3", "card", 0x01300000, "TARVO_CARD"},
+  };
   startAgent();
-  const auto id = plug("tarvo-camera");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
-  EXPECT_THAT(camera(id).violations(), IsEmpty());
-}
-
-TEST_F(Arrival, TheRelayCanClaimTheCamera) {
-  startAgent();
-  plug("tarvo-camera");
-  const auto claim = relayLaunch(0)["claim"];
-  EXPECT_EQ(claim["claimed"], true) << claim;
-  EXPECT_EQ(claim["response"], 0x2001) << claim;
+  std::size_t index = 0;
+  for (const auto& row : rows) {
+    const auto id = plug(row.device, row.port);
+    const std::string volume =
+        *row.volume == '\0' ? "" : (testbed_->volumes() / row.volume).string();
+    EXPECT_EQ(relayArguments(index), commandLine(row.type, row.location, volume)) << row.port;
+    if (testbed_->device(id)->camera) {
+      EXPECT_THAT(camera(id).violations(), IsEmpty());
+      EXPECT_EQ(relayLaunch(index)["claim"]["claimed"], true) << relayLaunch(index);
+      EXPECT_EQ(relayLaunch(index)["claim"]["response"], 0x2001) << relayLaunch(index);
+    }
+    ASSERT_NO_FATAL_FAILURE(endRelay(index++));
+    testbed_->unplug(id);
+  }
 }
 
 TEST_F(Arrival, ACameraThatIsThereAtTheStartIsFoundToo) {
   plug("tarvo-camera");
   startAgent();
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
 }
 
-TEST_F(Arrival, ALocationBeyondTheSignedRangeIsPassedAsANegativeNumber) {
+TEST_F(Arrival, UnsupportedAndForeignCamerasAreIgnored) {
   startAgent();
-  plug("tarvo-camera", "250-2");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "-98566144", ""));
-}
-
-TEST_F(Arrival, APortBehindHubsIsOneNibbleEach) {
-  startAgent();
-  plug("tarvo-camera", "1-4.2");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01420000), ""));
-}
-
-TEST_F(Arrival, AMassStorageCameraComesWithItsVolume) {
-  startAgent();
-  plug("msc-camera", "1-3");
-  EXPECT_THAT(relayArguments(0), ElementsAre("MSC", std::to_string(0x01300000),
-                                             (testbed_->volumes() / "TARVO_LUMO").string()));
-}
-
-TEST_F(Arrival, ACardComesWithItsVolume) {
-  startAgent();
-  plug("card", "1-3");
-  EXPECT_THAT(relayArguments(0), ElementsAre("card", std::to_string(0x01300000),
-                                             (testbed_->volumes() / "TARVO_CARD").string()));
-}
-
-TEST_F(Arrival, AnUnsupportedModelIsInspectedAndIgnored) {
-  startAgent();
-  const auto id = plug("unsupported-model");
+  const auto unsupported = plug("unsupported-model", "1-1");
+  const auto foreign = plug("foreign-camera", "1-2");
   EXPECT_TRUE(waitForLog("ignoring invalid mass storage device."));
-  EXPECT_THAT(camera(id).operations(), Contains(0x1001));
-  EXPECT_THAT(launches(kRelay), IsEmpty());
-}
-
-TEST_F(Arrival, ACameraOfAnotherVendorIsLeftAloneForTheNextOne) {
-  startAgent();
-  plug("foreign-camera");
+  EXPECT_THAT(camera(unsupported).operations(), Contains(0x1001));
   plug("tarvo-camera", "1-9");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01900000), ""));
-  EXPECT_EQ(timesLogged("newImageCaptureDeviceAdded - entered"), 1U);
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01900000));
+  EXPECT_EQ(timesLogged("newImageCaptureDeviceAdded - entered"), 2U);  // the foreign one is silent
 }
 
 TEST_F(Arrival, ASecondCameraIsIgnoredWhileTheRelayRunsAndStartsItAfterItsEnd) {
   listenToDistributed();
   startAgent();
   plug("tarvo-camera");
-  const auto first = relayLaunch(0);
-  ASSERT_FALSE(first.is_null());
+  ASSERT_FALSE(relayLaunch(0).is_null());
   const auto second = plug("second-camera");
   EXPECT_TRUE(waitForLog("RelayApp is already running. Ignoring this camera event."));
   EXPECT_TRUE(waitUntil([&] { return !heard().empty(); }));
   EXPECT_THAT(heard(), ElementsAre("kRLABusyNotification"));
-  end(first);
-  EXPECT_TRUE(waitForLog("appDiedHandler - got RLA died notification"));
+  ASSERT_NO_FATAL_FAILURE(endRelay(0));
   EXPECT_TRUE(waitUntil([&] { return heard().size() == 2; }));
   EXPECT_THAT(heard(), ElementsAre("kRLABusyNotification", "kRLADoneNotification"));
   testbed_->unplug(second);
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(1), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
 }
 
 TEST_F(Arrival, WhileTheWirelessUtilityIsBusyTheViewerShowsTheBusyPage) {
@@ -105,7 +89,7 @@ TEST_F(Arrival, WhileTheWirelessUtilityIsBusyTheViewerShowsTheBusyPage) {
   postDistributed("kWRLADoneNotification");
   ASSERT_TRUE(waitForLog("handleDoneNotification entered"));
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
 }
 
 TEST_F(Arrival, TheWirelessUtilityStartsWithTheAgentAndAgainOnRequest) {
@@ -126,26 +110,21 @@ TEST_F(Arrival, ACameraThatIsGoneWithinTheHalfSecondIsNotTouched) {
   ASSERT_TRUE(waitForLog("came: 'Tarvo Lumo X2'"));
   testbed_->unplug(first);
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
   EXPECT_THAT(gone->operations(), IsEmpty());
 }
 
 TEST_F(Arrival, AnArrivalCostsTheSameWhateverTheCameraHolds) {
   startAgent();
   const auto small = plug("tarvo-camera", "1-1");
-  end(relayLaunch(0));
-  ASSERT_TRUE(waitForLog("got RLA died notification"));
+  ASSERT_NO_FATAL_FAILURE(endRelay(0));
   const auto big = plug("big-store", "1-2");
   ASSERT_FALSE(relayLaunch(1).is_null());
   EXPECT_EQ(camera(small).counts().transactions, camera(big).counts().transactions);
 }
 
-class InactiveSession : public AgentTestbed {
- protected:
-  InactiveSession() { systemBus_.start(); }
-};
-
-TEST_F(InactiveSession, ArrivalsAreIgnoredUntilTheSessionIsActive) {
+TEST_F(Arrival, InAnInactiveSessionIsIgnored) {
+  systemBus_.start();
   FakeLogind logind(systemBus_);
   logind.setDisplay("s1");
   logind.setActive("s1", false);
@@ -157,36 +136,24 @@ TEST_F(InactiveSession, ArrivalsAreIgnoredUntilTheSessionIsActive) {
   logind.setActive("s1", true);
   ASSERT_TRUE(waitForLog("fastUserSwitchHandler - entered", 2));
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
 }
 
-class Recovery : public AgentTestbed {
- protected:
-  Recovery() { configure("Platform", "SystemVersion", "0x1062"); }
-  static simulator::DeviceDescription named(const std::string& name) {
-    auto device = description("tarvo-camera");
-    device.usb.name = name;
-    return device;
-  }
-};
-
-TEST_F(Recovery, AnAVIEventStartsTheSearchWhichEndsAfterFiveSeconds) {
+TEST_F(Arrival, OnSystem1062AnAVIEventStartsTheSearchWhichEndsAfterFiveSeconds) {
+  configure("Platform", "SystemVersion", "0x1062");
   startAgent();
   EXPECT_TRUE(hasLogged("handle ICA AVI bug"));
-  plug(named("CLIP.AVI"));
+  auto device = description("tarvo-camera");
+  device.usb.name = "clip.avi";  // the name counts in upper case only
+  plug(device, "1-1");
+  EXPECT_TRUE(waitForLog("addDeviceNotificationCB - entered"));
+  EXPECT_FALSE(hasLogged("starting Lost Device Timer"));
+  device.usb.name = "CLIP.AVI";
+  plug(device, "1-5");
   EXPECT_TRUE(waitForLog("starting Lost Device Timer"));
   EXPECT_TRUE(waitForLog("starting Kill Timer"));
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
   EXPECT_TRUE(waitForLog("killTimersHandler - entered"));
-}
-
-TEST_F(Recovery, AnEventWithoutAnUpperCaseAVINameStartsNoSearch) {
-  startAgent();
-  plug(named("clip.avi"));
-  EXPECT_TRUE(waitForLog("addDeviceNotificationCB - entered"));
-  plug(named("CLIP.AVI"), "1-5");
-  EXPECT_TRUE(waitForLog("addDeviceNotificationCB - entered", 2));
-  EXPECT_TRUE(waitForLog("starting Lost Device Timer"));
   EXPECT_EQ(timesLogged("starting Lost Device Timer"), 1U);
 }
 

@@ -26,52 +26,49 @@ class Endurance : public AgentTestbed {
     return value;
   }
 
-  /// Plugs a camera into each of `ports` ports, lets the agent inspect and drop all, and unplugs.
-  void round(unsigned ports) {
+  /// Plugs in as many cameras at once, lets the agent inspect and drop all, and unplugs them. They
+  /// share the half second that each waits for its inspection.
+  void round(unsigned cameras) {
     std::vector<std::string> ids;
-    for (unsigned port = 1; port <= ports; ++port) {
+    for (unsigned i = 0; i < cameras; ++i) {
       auto device = description("unsupported-model");
       // A serial number of its own: two cameras of one number count as the same one.
-      device.usb.serial = device.info.serial = "TPRO-" + std::to_string(port);
-      ids.push_back(plug(std::move(device), "1-" + std::to_string(port)));
+      device.usb.serial = device.info.serial = "TPRO-" + std::to_string(i);
+      ids.push_back(
+          plug(std::move(device), std::to_string(1 + i / 10) + "-" + std::to_string(1 + i % 10)));
     }
-    inspected_ += ports;
+    inspected_ += cameras;
     ASSERT_TRUE(waitForLog("ignoring invalid mass storage device.", inspected_));
     for (const auto& id : ids)
       testbed_->unplug(id);
     ASSERT_TRUE(waitForLog("went: 'Tarvo Prototype'", inspected_));
   }
 
- private:
   std::size_t inspected_ = 0;
 };
 
 TEST_F(Endurance, TwoHundredArrivalsLeaveDescriptorsAndMemoryFlat) {
-  constexpr unsigned kPorts = 10;
-  constexpr unsigned kRounds = 20;
+  constexpr unsigned kCameras = 20;
   startAgent();
-  for (unsigned i = 0; i < kRounds / 4; ++i)
-    round(kPorts);
+  for (unsigned i = 0; i < 3; ++i)
+    round(kCameras);
   const auto descriptorsBefore = descriptors();
   [[maybe_unused]] const auto memoryBefore = residentKilobytes();
-  for (unsigned i = kRounds / 4; i < kRounds; ++i)
-    round(kPorts);
+  while (inspected_ < 200 + 3 * kCameras)
+    round(kCameras);
   EXPECT_EQ(descriptors(), descriptorsBefore);
 #ifndef __SANITIZE_ADDRESS__  // which keeps freed memory for a while
   EXPECT_LE(residentKilobytes(), memoryBefore + 256);
 #endif
   plug("tarvo-camera", "1-1");
-  EXPECT_THAT(relayArguments(0), ::testing::ElementsAre("PTP", std::to_string(0x01100000), ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
 }
 
 TEST_F(Endurance, CamerasThatComeAndGoAtOnceLeaveNothingBehind) {
   startAgent();
-  plug("tarvo-camera", "1-1");
-  end(relayLaunch(0));
-  ASSERT_TRUE(waitForLog("got RLA died notification"));
   const auto descriptorsBefore = descriptors();
   for (std::size_t i = 1; i <= 50; ++i) {
-    const auto id = plug("second-camera", "1-5");
+    const auto id = plug("second-camera");
     ASSERT_TRUE(waitForLog("came: 'Tarvo Lumo Z5'", i));
     testbed_->unplug(id);
     ASSERT_TRUE(waitForLog("went: 'Tarvo Lumo Z5'", i));

@@ -1,4 +1,6 @@
 // What the agent needs around it, missing or broken.
+#include <sys/mount.h>
+
 #include "tests/testbed/AgentTestbed.h"
 
 namespace tarvo::test {
@@ -25,37 +27,58 @@ TEST_F(Surroundings, TheSessionBusMayBeAbsentComeAndBeLost) {
   startAgent();
   EXPECT_TRUE(waitForLog("session bus is absent"));
   plug("tarvo-camera", "1-1");
-  const auto launch = relayLaunch(0);
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01100000), ""));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
   sessionBus_.start();
   EXPECT_TRUE(waitForLog("session bus is there"));
   listenToDistributed();
-  end(launch);
+  ASSERT_NO_FATAL_FAILURE(endRelay(0));
   EXPECT_TRUE(waitUntil([&] { return !heard().empty(); }));
   EXPECT_THAT(heard(), ElementsAre("kRLADoneNotification"));
   sessionBus_.stop();
   EXPECT_TRUE(waitForLog("session bus is lost"));
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(1), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
 }
 
-TEST_F(Surroundings, WithoutTheModelListEveryCameraIsIgnored) {
-  leaveOutOfBundle({"models"});
+TEST_F(Surroundings, WithoutASessionServiceTheSessionIsActive) {
+  systemBus_.start();
   startAgent();
-  EXPECT_TRUE(hasLogged("No camera will be recognised"));
+  EXPECT_TRUE(waitForLog("session state is not told, the session counts as active: "));
   plug("tarvo-camera");
-  EXPECT_TRUE(waitForLog("ignoring invalid mass storage device."));
-  EXPECT_THAT(launches(kRelay), IsEmpty());
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
 }
 
-TEST_F(Surroundings, AMissingRelayIsLoggedAndTriedAgainAtTheNextArrival) {
-  leaveOutOfBundle({"relay"});
+TEST_F(Surroundings, WithoutUdevTheAgentSaysSo) {
   startAgent();
+  EXPECT_FALSE(hasLogged("udev does not run"));
+  agent().signal(SIGTERM);
+  agent().waitForEnd();
+  ASSERT_EQ(::mount("none", "/run/udev", "tmpfs", 0, nullptr), 0);
+  startAgent();
+  EXPECT_TRUE(waitForLog("udev does not run (no /run/udev/control): devices may not be noticed"));
+  ::umount2("/run/udev", MNT_DETACH);
+}
+
+TEST_F(Surroundings, AMalformedConfigurationIsReportedAndIgnored) {
+  configure("Preferences", "no equals sign here\nLOG_SUBSYS_LISTENER", "true");
+  startAgent();
+  EXPECT_TRUE(waitForLog("neither a group nor \"key=value\"; the file is ignored"));
+  plug("tarvo-camera");
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+  EXPECT_FALSE(hasLogged("RLA_Listener"));  // its key stands in that file
+}
+
+TEST_F(Surroundings, ARelayThatCannotBeStartedIsLoggedAndTriedAgainAtTheNextArrival) {
+  startAgent();
+  std::filesystem::permissions(bundle_.relay, std::filesystem::perms::owner_read);
   plug("tarvo-camera", "1-1");
-  EXPECT_TRUE(waitForLog("launch - caught exception: "));
-  leaveOutOfBundle({});
+  EXPECT_TRUE(waitForLog("caught exception: launch path not accessible: "));
+  std::filesystem::remove(bundle_.relay);
   plug("second-camera", "1-5");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", std::to_string(0x01500000), ""));
+  EXPECT_TRUE(waitForLog("caught exception: launch path not accessible: ", 2));
+  leaveOutOfBundle({});
+  plug("msc-camera", "1-7");
+  EXPECT_EQ(relayArguments(0)[0], "MSC");
 }
 
 TEST_F(Surroundings, AMissingWirelessUtilityIsNoMatter) {
@@ -63,16 +86,7 @@ TEST_F(Surroundings, AMissingWirelessUtilityIsNoMatter) {
   startAgent();
   EXPECT_EQ(timesLogged("launchWRLApp - caught exception: "), 1U);
   plug("tarvo-camera");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
-}
-
-TEST_F(Surroundings, WithoutTheirKeysLinesAreNotWritten) {
-  configure("Preferences", "LOG_SUBSYS_LISTENER", "false");
-  startAgent();
-  plug("tarvo-camera");
-  EXPECT_THAT(relayArguments(0), ElementsAre("PTP", "17825792", ""));
-  EXPECT_FALSE(hasLogged("RLA_Listener"));
-  EXPECT_FALSE(hasLogged("came: ")) << "details of the platform";
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
 }
 
 TEST_F(Surroundings, TheAgentEndsCleanlyOnEitherSignal) {
@@ -83,6 +97,54 @@ TEST_F(Surroundings, TheAgentEndsCleanlyOnEitherSignal) {
     std::filesystem::remove(folder_.path("agent.log"));
   }
 }
+
+struct ModelListCase {
+  const char* name;
+  std::function<void(std::string&)> edit;
+  bool listed;  ///< whether a camera that only the list names is supported
+  bool fixed;   ///< whether one that every list has is
+};
+
+class ModelList : public AgentTestbed, public ::testing::WithParamInterface<ModelListCase> {};
+
+TEST_P(ModelList, DecidesWhichCamerasAreSupported) {
+  const auto& row = GetParam();
+  std::string text = fileContent(bundle_.models);
+  row.edit(text);
+  std::filesystem::remove(bundle_.models);
+  if (!text.empty()) std::ofstream(bundle_.models, std::ios::binary) << text;
+  startAgent();
+  EXPECT_EQ(hasLogged("No camera will be recognised"), !row.fixed);
+  auto camera = description("unsupported-model");
+  camera.usb.product = 0x0401;
+  plug(camera, "1-1");
+  if (row.listed) {
+    EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+    ASSERT_NO_FATAL_FAILURE(endRelay(0));
+  } else {
+    EXPECT_TRUE(waitForLog("ignoring invalid mass storage device."));
+  }
+  plug("tarvo-camera", "1-5");
+  if (row.fixed) {
+    EXPECT_EQ(relayArguments(row.listed ? 1 : 0), commandLine("PTP", 0x01500000));
+  } else {
+    EXPECT_TRUE(waitForLog("ignoring invalid mass storage device.", 2));
+    EXPECT_THAT(launches(kRelay), IsEmpty());
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, ModelList,
+    ::testing::Values(
+        ModelListCase{"AsShipped", [](auto&) {}, true, true},
+        ModelListCase{"Missing", [](auto& text) { text.clear(); }, false, false},
+        ModelListCase{"WithLFEnds", [](auto& text) { std::erase(text, '\r'); }, false, false},
+        ModelListCase{"WithACommentFirst", [](auto& text) { text.insert(0, "; x\r\n"); }, true,
+                      true},
+        ModelListCase{"WithACommentFirstInTheSection",
+                      [](auto& text) { text.insert(text.find("%MfgName%=QRS"), "; x\r\n"); }, false,
+                      true}),
+    [](const auto& row) { return std::string(row.param.name); });
 
 }  // namespace
 }  // namespace tarvo::test
