@@ -63,6 +63,9 @@ class AgentTestbed : public ::testing::Test {
   AgentTestbed();
 
   // Before the agent starts.
+  void setEnvironment(const std::string& name, const std::string& value) {
+    environment_[name] = value;
+  }
   void configure(const std::string& group, const std::string& key, const std::string& value);
   void leaveOutOfBundle(const std::set<std::string>& parts);
 

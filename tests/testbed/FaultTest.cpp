@@ -58,6 +58,7 @@ INSTANTIATE_TEST_SUITE_P(
 class HeldInterface : public AgentTestbed {};
 
 TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
+  configure("Preferences", "LOG_SUBSYS_APP_DEBUG", "true");  // says so at the first attempt
   const auto id = plug("tarvo-camera", "1-1");
   auto holder = std::make_unique<TestbedProgram>(
       *testbed_,
