@@ -77,7 +77,7 @@ std::string signOf(const Directive& directive) {
 /// Zero as a floating directive writes it, without a sign.
 std::string floatingZero(const Directive& directive) {
   const std::size_t digits = directive.precision.value_or(6);
-  const std::string fixed = digits == 0 ? "0" : "0." + std::string(digits, '0');
+  std::string fixed = digits == 0 ? "0" : "0." + std::string(digits, '0');
   switch (directive.conversion) {
     case 'f':
     case 'F':

@@ -17,7 +17,7 @@ constexpr int kRetryLimit = 10;
 
 /// The exception with the status of the failed transaction, where it has one.
 std::string inWords(const std::exception& exception) {
-  const std::string words = exception.what();
+  std::string words = exception.what();
   // Only our own exceptions carry user information.
   const auto* raised = dynamic_cast<const Exception*>(&exception);
   if (!raised) return words;
