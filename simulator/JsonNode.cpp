@@ -16,7 +16,7 @@ void JsonNode::allowKeys(std::initializer_list<std::string_view> keys) const {
     std::string known;
     for (auto name : keys)
       known.append(known.empty() ? "" : ", ").append(name);
-    fail("unknown key \"" + key + "\" (known: " + known + ")");
+    fail(std::string("unknown key \"").append(key).append("\" (known: ").append(known).append(")"));
   }
 }
 
