@@ -36,7 +36,7 @@ timespec modificationTime(const std::string& folder) {
 
 /// The executable that `program` names, without symbolic links; none when it is not installed.
 std::optional<std::string> resolvedProgram(const std::string& program) {
-  // The specification allows an absolute path or a bare name. A path relative to who knows what is
+  // A desktop entry may name an absolute path or a bare name. A path relative to who knows what is
   // neither.
   const bool isPath = program.find('/') != std::string::npos;
   if (program.empty() || (isPath && program.front() != '/')) return std::nullopt;
@@ -54,7 +54,8 @@ std::optional<std::string> programOfExec(std::string_view exec) {
   bool quoted = false;
   for (std::size_t i = 0; i < exec.size(); ++i) {
     const char c = exec[i];
-    // Quotes may open anywhere in the wild, though the specification quotes whole arguments.
+    // Quotes may open anywhere in the wild, though the desktop-entry standard quotes whole
+    // arguments.
     if (c == '"') {
       quoted = !quoted;
     } else if (!quoted && (c == ' ' || c == '\t')) {

@@ -20,7 +20,8 @@ std::string withoutTrailingSlash(std::string_view folder) {
 }
 
 std::string homeFolder(const char* variable, const char* belowHome) {
-  // The specification wants relative paths ignored, and a variable that is empty counts as not set.
+  // The base-directory standard wants relative paths ignored, and a variable that is empty counts
+  // as not set.
   if (const auto folder = environment(variable); folder.starts_with('/')) {
     return withoutTrailingSlash(folder);
   }
