@@ -63,17 +63,20 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
 
 void DeviceInspection::interfaceRefused(Status failure, const std::string& why) {
   auto& pending = room_.pendingInspections();
-  // A timer waits, not the loop: other devices come and go meanwhile.
-  const bool isWorthARetry = failure == status::kICADeviceBusy &&
-                             isOfMaker(properties_, room_.services().maker) &&
-                             pending.countRetry(object_, kRetryLimit);
-  if (isWorthARetry) {
+  const std::string words = why.empty() ? statusText(failure) : why;
+  const bool isWorthARetry =
+      failure == status::kICADeviceBusy && isOfMaker(properties_, room_.services().maker);
+  const int retry = isWorthARetry ? pending.countRetry(object_, kRetryLimit) : 0;
+  if (retry != 0) {
+    // Said at once, so that a user need not wait for the last attempt to learn whom to end.
+    if (retry == 1) report("is waited for: " + words);
+    // A timer waits, not the loop: other devices come and go meanwhile.
     pending.schedule(object_, kRetryInterval,
                      [object = object_] { inspectGuarded(object, "completeDeviceInspection"); });
     return;
   }
   pending.forget(object_);
-  report("cannot be opened: " + (why.empty() ? statusText(failure) : why));
+  report("cannot be opened: " + words);
 }
 
 void DeviceInspection::report(const std::string& what) const {

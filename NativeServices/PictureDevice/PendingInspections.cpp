@@ -25,8 +25,9 @@ void PendingInspections::schedule(ICAObject object, std::chrono::milliseconds de
   });
 }
 
-bool PendingInspections::countRetry(ICAObject object, int limit) {
-  return ++retries_[object] <= limit;
+int PendingInspections::countRetry(ICAObject object, int limit) {
+  const int number = ++retries_[object];
+  return number <= limit ? number : 0;
 }
 
 void PendingInspections::forget(ICAObject object) {

@@ -27,8 +27,9 @@ class PendingInspections {
   bool isWaiting(ICAObject object) const;
   /// Calls `inspect` once after `delay`. Replaces what waits for the same object.
   void schedule(ICAObject object, std::chrono::milliseconds delay, std::function<void()> inspect);
-  /// Counts a retry; false once `limit` retries have been counted since the last forget().
-  bool countRetry(ICAObject object, int limit);
+  /// Counts a retry and gives its number, from 1 on; 0 once `limit` retries have been counted since
+  /// the last forget().
+  int countRetry(ICAObject object, int limit);
   /// Drops what waits for the object, and its count of retries.
   void forget(ICAObject object);
 

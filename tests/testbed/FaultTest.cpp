@@ -58,7 +58,6 @@ INSTANTIATE_TEST_SUITE_P(
 class HeldInterface : public AgentTestbed {};
 
 TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
-  configure("Preferences", "LOG_SUBSYS_APP_DEBUG", "true");  // says so at the first attempt
   const auto id = plug("tarvo-camera", "1-1");
   auto holder = std::make_unique<TestbedProgram>(
       *testbed_,
@@ -68,7 +67,8 @@ TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
   ASSERT_TRUE(waitUntil([&] { return !holder->output().empty(); }));
   EXPECT_THAT(holder->output(), HasSubstr("claim LIBUSB_SUCCESS"));
   startAgent();
-  EXPECT_TRUE(waitForLog("ptp_probe"));
+  EXPECT_TRUE(waitForLog("is waited for: "));
+  EXPECT_TRUE(hasLogged("ptp_probe"));
   EXPECT_TRUE(hasLogged(std::to_string(holder->pid())));
   EXPECT_THAT(launches(kRelay), IsEmpty());
   holder.reset();
