@@ -30,12 +30,14 @@ constexpr std::size_t kLongestTemporaryFolder = 48;
 
 namespace fs = std::filesystem;
 
-/// Path of a library that this program has loaded, by a part of its name; or nothing.
+/// File name of a library that this program has loaded, by a part of its path; or nothing. The
+/// loader finds it by name: the path in the memory map is not one of ours once the namespace has
+/// changed under chroot.
 std::string loadedLibrary(const char* name) {
   std::ifstream maps("/proc/self/maps");
   std::string line;
   while (std::getline(maps, line)) {
-    if (line.find(name) != std::string::npos) return line.substr(line.find('/'));
+    if (line.find(name) != std::string::npos) return line.substr(line.rfind('/') + 1);
   }
   return {};
 }
