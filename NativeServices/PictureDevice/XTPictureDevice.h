@@ -13,10 +13,13 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "NativeServices/PictureDevice/ByteBuffer.h"
+#include "NativeServices/PictureDevice/DataPhases.h"
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
 #include "NativeServices/PictureDevice/DeviceRegistry.h"
 #include "Utilities/FourCharCode.h"
@@ -27,6 +30,7 @@
 
 namespace tarvo {
 
+class PTPTransactions;
 class XTExtendedObjectInfo;
 struct PTPStorageInfo;
 struct XT_AddressBookInfo;
@@ -35,8 +39,6 @@ struct XT_AddressBookInfo;
 /// Image Capture object dictionary, or the path of a file on a volume.
 using ObjectReference = PropertyDictionary;
 using ObjectReferences = std::vector<ObjectReference>;
-/// What is downloaded or sent as a whole; large objects go by file instead.
-using ByteBuffer = std::vector<std::byte>;
 
 /// What the base stores of a device; the field names are those of the device records.
 struct PictureDeviceFields {
@@ -75,7 +77,7 @@ struct PictureDeviceFields {
   std::optional<std::string> cachedUILanguage;
   std::optional<std::string> cachedDeviceLocalization;
   std::function<bool(char16_t)> badNicknameSet;  ///< true for a refused unit; made on first use
-  std::function<bool(std::uint32_t)> downloadUpdateCb;  ///< given bytes; true cancels
+  ProgressCallback downloadUpdateCb;
 };
 
 /// Main thread only.
@@ -160,9 +162,117 @@ class XTPictureDevice : public Object {
   bool supportsCobaltDatasets();
   /// Whether it holds settings for a wireless network; asks the device.
   bool canBeWireless();
+  /// Whether the device's share intentions have a bit of `mask`. Only a device in reach of a
+  /// wireless network has any; asks the device.
+  bool hasIntention(std::uint32_t mask);
+  bool hasSyncIntention() { return hasIntention(1); }
+  bool hasSquirtPrintIntention() { return hasIntention(4); }
+  bool hasSquirtEmailIntention() { return hasIntention(8); }
+  /// As the others, and only while the device is not in its dock.
+  bool hasSquirtTransferIntention();
   /// Whether an operation may be sent: the three session operations always, others only when the
   /// device lists them, and vendor operations only to a device with the maker's extension.
   bool supportsOperation(std::uint16_t operation);
+
+  // Names and settings that the device keeps. A getter gives 0 or no text where the device does not
+  // list the property or does not answer; a setter 0x200A where it does not list it.
+
+  std::optional<std::string> deviceID();
+  /// Reads the property of deviceID(), while setDefaultHostID() writes one of its own: intended.
+  std::optional<std::string> defaultHostID();
+  Status setDefaultHostID(const std::string& guid);
+  std::optional<std::string> deviceUserName();
+  Status setDeviceUserName(const std::string& name);
+  /// The language that the user reads on this host, as the application has it; kept.
+  std::string deviceLocalization();
+
+  std::uint32_t UInt32Property(std::uint16_t property);
+  std::uint16_t UInt16Property(std::uint16_t property);
+  std::uint8_t UInt8Property(std::uint16_t property);
+  std::optional<std::string> GUIDProperty(std::uint16_t property);
+  /// From the property's description. A property that is no text is a failed assertion.
+  std::optional<std::string> stringProperty(std::uint16_t property);
+  Status setPropertyGuid(std::uint16_t property, const std::string& guid);
+  Status setPropertyString(std::uint16_t property, const std::string& text);
+
+  // Stores and objects in sum.
+
+  /// "XTPictureDeviceInternalMemoryKey", "...InternalFreeKey" and "...InternalImagesKey" for fixed
+  /// memory, the same with "Removable" for a card; none where there is neither. Sizes are the low
+  /// 32 bits of the bytes, which is intended.
+  std::optional<PropertyDictionary> storageInfoDict();
+  /// The size of each of pictureFiles(), in bytes, by its reference as text.
+  virtual PropertyDictionary getPictureFileSizesDict();
+
+  // Transfers. Where the device speaks PTP they are done by its operations; elsewhere -1400.
+
+  /// Asked while a download runs; true cancels it.
+  void setDownloadUpdateCb(ProgressCallback callback);
+  const ProgressCallback& downloadUpdateCb() const { return fields_.downloadUpdateCb; }
+  /// The whole object in memory; none on failure, and on a device without GetPartialObject.
+  std::optional<ByteBuffer> downloadObjectData(const ObjectReference& object);
+  /// Sends a file as a new object; 0 for `storage` and `parent` leaves the place to the device.
+  Status sendFile(const std::string& path, std::uint32_t storage = 0, std::uint32_t parent = 0,
+                  std::uint32_t* resultHandle = nullptr);
+  /// Sends bytes as a new object. -1400 where the device takes none.
+  Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
+                  std::uint32_t storage, std::uint32_t parent, std::uint32_t* resultHandle);
+  virtual Status deleteObject(const ObjectReference& object);
+
+  // What PTP has for it; -1400, 0 or none on a device that does not speak PTP. Objects are handles.
+
+  /// The operations of this device; null where it does not speak PTP.
+  virtual PTPTransactions* ptpTransactions() { return nullptr; }
+  std::optional<ByteBuffer> downloadObjectDataPTP(std::uint32_t handle);
+  /// In pieces of 2 MiB where the object is larger and the device gives pieces. A file that is
+  /// there is replaced; a failure leaves none.
+  Status downloadFilePTP(std::uint32_t handle, const std::string& destination);
+  /// By one streamed GetObject, with the progress callback asked on the way. -48 where the file is
+  /// there already; a failure leaves none.
+  Status downloadImagePTP(std::uint32_t handle, const std::string& destination);
+  /// Into a file of the temporary folder, whose path it gives.
+  std::optional<std::string> downloadObjectPTP(std::uint32_t handle);
+  Status sendFilePTP(const std::string& path, std::uint32_t storage, std::uint32_t parent,
+                     std::uint32_t* resultHandle);
+  Status sendFilePTP(const std::string& path, std::uint32_t storage, std::uint32_t parent,
+                     std::span<const std::byte> content, XTExtendedObjectInfo& info,
+                     std::uint32_t* resultHandle);
+  /// Fills `info` from a local file, as the device can take it. -43, -1302 (no regular file), -127
+  /// (no type, size or date), 0x200B (no format that the device knows).
+  Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
+                       const CodeList* supportedOperations, bool* xtSendRequired);
+  /// -1400 without a list of operations, 0x2005 where the device cannot delete.
+  Status deleteObjectPTP(std::uint32_t handle);
+  Status deleteVendorObjectPTP(std::uint32_t handle);
+  /// Gives an object another name on the device. 0x2005 where the device cannot.
+  Status renamePTPObject(std::uint32_t handle, const std::string& name);
+  std::int32_t imageCountPTP();
+  /// Handles of the pictures (formats 0x38xx and the maker's 0xB8xx) of a store.
+  std::optional<ObjectReferences> pictureFilesOnStore(std::uint32_t store);
+  PropertyDictionary getPictureFileSizesDictPTP();
+  bool isDockedPTP();
+  /// "de" gives "German", as the device's settings name languages; the code where it is unknown.
+  static std::string languageCodeAsLanguageName(std::string_view code);
+  /// The language that the device shows, by the property for it; none where it has none. Kept.
+  std::optional<std::string> deviceUILanguageSetting();
+  /// The localization of this host that suits the language of the device.
+  std::string deviceLocalizationPTP();
+
+  /// Takes note of what the device reported: caches that became stale are dropped, and
+  /// "DeviceEvent" is posted with the device and "code", "session", "transaction" and "params".
+  void handlePTPEvent(std::uint16_t code, std::uint32_t session, std::uint32_t transaction,
+                      std::span<const std::uint32_t> params);
+  void postDeviceEventDict(const PropertyDictionary& event);
+
+  // The information of objects, kept by handle.
+
+  void cacheObject(std::uint32_t handle, std::shared_ptr<XTExtendedObjectInfo> info);
+  /// Null where it is not kept.
+  std::shared_ptr<XTExtendedObjectInfo> cachedInfoForObject(std::uint32_t handle) const;
+  void invalidateInfoCacheForObject(std::uint32_t handle);
+  void invalidateObjectInfoCacheForType(std::uint16_t format);
+  /// Called after every send and delete.
+  void invalidateCachedCountsUsedForDatasetSizes();
 
   // Operations with a fixed answer, which a concrete class may override.
 
@@ -247,7 +357,7 @@ class XTPictureDevice : public Object {
   virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
                                 std::uint32_t parent, std::uint32_t* resultHandle);
   virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle);
-  virtual Status sendObjectData(const ByteBuffer& data);
+  virtual Status sendObjectData(std::span<const std::byte> data);
 
   // Deleting. Statuses: -1400, of bragbooks and host object wrappers: 0x200B.
   virtual Status deleteFilesOfType(std::uint16_t type);

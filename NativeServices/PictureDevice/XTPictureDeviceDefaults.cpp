@@ -181,7 +181,7 @@ Status XTPictureDevice::updateExtObjectInfo(XTExtendedObjectInfo&, std::uint32_t
   return subclassResponsibility(*this, "updateExtObjectInfo:objectHandle:", status::kBadParameter);
 }
 
-Status XTPictureDevice::sendObjectData(const ByteBuffer&) {
+Status XTPictureDevice::sendObjectData(std::span<const std::byte>) {
   return subclassResponsibility(*this, "sendObjectData:", status::kBadParameter);
 }
 

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "Utilities/FourCharCode.h"
 #include "Utilities/PropertyDictionary.h"
@@ -81,7 +82,8 @@ struct ICAObjectSendMessagePB {
 struct ICAEvent {
   ICAObject object = 0;
   FourCharCode type = 0;
-  /// "ifil" (name of what the event concerns) where the event has one.
+  /// "ifil" (name of what the event concerns) where the event has one. Of kExtended: "code" (PTP
+  /// event code), "session", "transaction" (numbers) and "params" (array of at most 3 numbers).
   PropertyDictionary dictionary = PropertyDictionary::object();
 };
 
@@ -114,16 +116,26 @@ class ImageCapture {
   virtual Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) = 0;
   /// A copy of the dictionary, which the caller may change.
   virtual Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) = 0;
+  /// One value of the dictionary, loaded from the device where it is not there yet: "capa", "data"
+  /// and "tree" of a PTP device are read on first need and are part of the dictionary then, until
+  /// forgetContents(). kICAPropertyNotFound where there is no such key, otherwise as
+  /// objectSendMessage(); `value` is left alone on failure.
+  virtual Status copyObjectProperty(ICAObject object, std::string_view key,
+                                    PropertyDictionary& value) = 0;
+  /// What was loaded of a device's contents is stale: it is read again on the next need.
+  virtual void forgetContents(ICAObject device) = 0;
 
   /// Registers for an event type of one object (0: any). Replaces the earlier registration of the
   /// same object and type; an empty callback ends it. A device that goes takes its registrations
-  /// with it once its removal has been delivered.
+  /// with it once its removal has been delivered. The events that a PTP device reports by itself
+  /// are read while kExtended is registered for it and a scope on it lives; kStoreAdded and
+  /// kStoreRemoved are told from among them.
   virtual Status registerForEventNotification(ICAObject object, FourCharCode type,
                                               EventCallback callback) = 0;
 
   /// "pass": one PTP transaction, the session opened and closed around it unless a scope lives;
-  /// 'sclk': sets the device's clock to local time; 'del1': deletes the object. The result is also
-  /// left in `block.headerErr`.
+  /// 'sclk': sets the device's clock to local time; 'del1': deletes the file object whose handle
+  /// came with "icao". The result is also left in `block.headerErr`.
   virtual Status objectSendMessage(ICAObjectSendMessagePB& block) = 0;
 
   /// kICAPropertyNotFound where the object has no such property; `info` is left alone then.

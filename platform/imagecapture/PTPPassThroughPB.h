@@ -6,12 +6,17 @@
 //   PTPPassThroughRecord record(2048);
 //   record.pb().commandCode = ptp::kGetDeviceInfo;
 //   record.pb().dataUsageMode = kDataFromDevice;
+//
+// A payload may go straight to its sink, or come straight from its source, instead of lying behind
+// the record: then the data area has no room, and dataSize counts what the sink may take.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <span>
+
+#include "platform/imagecapture/ptp/DataPhase.h"
 
 namespace tarvo {
 
@@ -56,6 +61,14 @@ class PTPPassThroughRecord {
   /// The whole data area, of which dataSize bytes count. Lent while the record lives.
   std::span<std::byte> data() { return {buffer_.get() + kHeaderSize, room_}; }
   std::span<const std::byte> data() const { return {buffer_.get() + kHeaderSize, room_}; }
+
+  /// Where the data phase goes or comes from in place of the data area; lent until the record has
+  /// been sent. Null, as at first: the data area. A source's size goes before dataSize.
+  void setSink(ptp::DataSink* sink) { sink_ = sink; }
+  void setSource(ptp::DataSource* source) { source_ = source; }
+  ptp::DataSink* sink() const { return sink_; }
+  ptp::DataSource* source() const { return source_; }
+
   /// Header, data area and one byte.
   std::size_t allocationSize() const { return room_ + kHeaderSize + 1; }
 
@@ -63,6 +76,8 @@ class PTPPassThroughRecord {
   /// Aligned for the fixed part, since new[] of bytes aligns for every fundamental type.
   std::unique_ptr<std::byte[]> buffer_;
   std::size_t room_;
+  ptp::DataSink* sink_ = nullptr;
+  ptp::DataSource* source_ = nullptr;
 };
 
 }  // namespace tarvo

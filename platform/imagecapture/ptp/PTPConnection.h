@@ -2,8 +2,10 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -39,6 +41,18 @@ struct Timeouts {
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
   /// All of closing a session that another process left open, and opening it anew.
   std::chrono::milliseconds takeOver{2000};
+  /// Where there is one, true ends the transaction that is running, also while the device is
+  /// silent, as kCancelled; a signal handler may set it. Lent.
+  const std::atomic<bool>* interrupted = nullptr;
+};
+
+/// What a device reports by itself on its interrupt endpoint (ISO 15740, "Events"). Session and
+/// transaction are 0xFFFFFFFF where the event belongs to none.
+struct Event {
+  std::uint16_t code = 0;
+  std::uint32_t transactionID = 0;
+  std::array<std::uint32_t, 3> parameters{};  ///< what the device left out is 0
+  unsigned parameterCount = 0;
 };
 
 /// Counts of what went over the wire, for tests and benchmarks.
@@ -78,6 +92,11 @@ class PTPConnection {
   /// kBadParameter, and nothing is sent, for more than five parameters or for 4 GiB of data and
   /// more.
   virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
+
+  /// Events of the device from now on, until an empty handler is given: called on the main loop,
+  /// never from inside another call, in the order of the device. Costs no wake-up while the device
+  /// has none. Malformed containers are dropped. Nothing on a device without an interrupt endpoint.
+  virtual void watchEvents(std::function<void(const Event&)> handler) = 0;
 
   virtual const WireStatistics& statistics() const = 0;
 };

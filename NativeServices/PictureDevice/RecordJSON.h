@@ -1,0 +1,46 @@
+// Data sets as JSON and back: what the tools show of a device's bytes, and read.
+//
+//   const RecordType* type = recordType("objectinfo");
+//   PropertyDictionary json = type->decode(bytes);
+//   std::vector<std::byte> again = type->encode(json);
+//
+// Keys are the names of the fields. Numbers are numbers, lists arrays, 16-byte values 32
+// hexadecimal digits; a value that is absent is an absent key.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "NativeServices/PictureDevice/PTPRecords.h"
+#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "Utilities/PropertyDictionary.h"
+
+namespace tarvo {
+
+/// One kind of data set. Both functions raise what the codec raises: NSRangeException for bytes
+/// that end early, the assertion exception, with a reason for a user, for what cannot be
+/// represented (a missing or unknown key, a number out of range, a text too long to be written).
+struct RecordType {
+  std::string_view name;         ///< as a user types it
+  std::string_view description;  ///< for help texts
+  PropertyDictionary (*decode)(std::span<const std::byte> bytes);
+  std::vector<std::byte> (*encode)(const PropertyDictionary& json);
+};
+
+/// All kinds, in the order of help texts.
+std::span<const RecordType> recordTypes();
+/// Null for an unknown name.
+const RecordType* recordType(std::string_view name);
+
+// The mappings of single records, for lists that hold them.
+
+PropertyDictionary jsonFromObjectInfo(const XTExtendedObjectInfo& info);
+PropertyDictionary jsonFromStorageInfo(const PTPStorageInfo& info);
+PropertyDictionary jsonFromPropertyDescription(const PTPPropertyDescription& description);
+/// Keys are those of the DeviceInfo data set (ISO 15740): "StandardVersion",
+/// "OperationsSupported"...
+PropertyDictionary jsonFromDeviceInfo(std::span<const std::byte> deviceInfo);
+
+}  // namespace tarvo
