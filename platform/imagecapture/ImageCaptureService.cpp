@@ -68,6 +68,18 @@ Status ImageCaptureService::copyObjectPropertyDictionary(ICAObject object,
   return status::kOK;
 }
 
+Status ImageCaptureService::copyObjectProperty(ICAObject object, std::string_view key,
+                                               PropertyDictionary& value) {
+  const DeviceObject* device = objects_.device(object);
+  if (!device) return objects_.statusOfMissing(object);
+  const auto found = device->dictionary.find(key);
+  if (found == device->dictionary.end()) return status::kICAPropertyNotFound;
+  value = *found;
+  return status::kOK;
+}
+
+void ImageCaptureService::forgetContents(ICAObject) {}
+
 Status ImageCaptureService::registerForEventNotification(ICAObject object, FourCharCode type,
                                                          EventCallback callback) {
   if (object != 0 && !objects_.contains(object)) return objects_.statusOfMissing(object);

@@ -33,6 +33,9 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) override;
   Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) override;
   Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) override;
+  Status copyObjectProperty(ICAObject object, std::string_view key,
+                            PropertyDictionary& value) override;
+  void forgetContents(ICAObject device) override;
   /// kICAInvalidObject or kICADeviceGone for an object that is not there. Types that this service
   /// never sends may be registered, too.
   Status registerForEventNotification(ICAObject object, FourCharCode type,

@@ -19,8 +19,46 @@ bool isWellFormed(const PTPPassThroughRecord& record) {
   if (pb.commandCode > kHighestCode || pb.numOfInputParams > std::size(pb.params)) return false;
   // A client that closed the session would close it under every other one.
   if (pb.commandCode == ptp::kOpenSession || pb.commandCode == ptp::kCloseSession) return false;
-  if (pb.dataUsageMode > kNoData) return false;
-  return pb.dataUsageMode == kNoData || pb.dataSize <= record.data().size();
+  switch (pb.dataUsageMode) {
+    case kNoData:
+      return true;
+    case kDataToDevice:
+      // A container's length has 32 bits.
+      if (record.source()) return record.source()->size() >> 32 == 0;
+      return pb.dataSize <= record.data().size();
+    case kDataFromDevice:
+      return record.sink() || pb.dataSize <= record.data().size();
+    default:
+      return false;
+  }
+}
+
+/// Counts what its target takes, which is less than what the device sends where the target is full.
+class CountingSink : public ptp::DataSink {
+ public:
+  explicit CountingSink(ptp::DataSink& target) : target_(target) {}
+  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    return target_.room(offset, length);
+  }
+  bool received(std::uint64_t offset, std::size_t length) override {
+    taken_ = offset + length;
+    return target_.received(offset, length);
+  }
+  std::uint32_t taken() const {
+    return static_cast<std::uint32_t>(std::min<std::uint64_t>(taken_, UINT32_MAX));
+  }
+
+ private:
+  ptp::DataSink& target_;
+  std::uint64_t taken_ = 0;
+};
+
+/// The part of the data area that counts; none where a sink or a source takes its place.
+std::span<std::byte> areaOf(PTPPassThroughRecord& record) {
+  const PTPPassThroughPB& pb = record.pb();
+  const bool replaced =
+      pb.dataUsageMode == kDataToDevice ? record.source() != nullptr : record.sink() != nullptr;
+  return record.data().first(pb.dataUsageMode == kNoData || replaced ? 0 : pb.dataSize);
 }
 
 // Parameters that the device left out are cleared: the operation's own stood in their place.
@@ -52,18 +90,16 @@ Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::strin
   transaction.parameterCount = pb.numOfInputParams;
   std::copy_n(pb.params, pb.numOfInputParams, transaction.parameters.begin());
 
-  // No copy on the way: the transport works in the record's own data area.
-  const auto area = record.data().first(pb.dataUsageMode == kNoData ? 0 : pb.dataSize);
-  ptp::MemorySource source(area);
-  ptp::MemorySink sink(area);
-  if (pb.dataUsageMode == kDataToDevice) transaction.send = &source;
+  // No copy on the way: the transport works in the record's own data area, or where it is told.
+  ptp::MemorySource areaSource(areaOf(record));
+  ptp::MemorySink areaSink(areaOf(record));
+  CountingSink sink(record.sink() ? *record.sink() : areaSink);
+  if (pb.dataUsageMode == kDataToDevice)
+    transaction.send = record.source() ? record.source() : &areaSource;
   if (pb.dataUsageMode == kDataFromDevice) transaction.receive = &sink;
 
   const Status result = channel.transact(transaction, why);
-  if (pb.dataUsageMode == kDataFromDevice) {
-    pb.dataSize =
-        static_cast<std::uint32_t>(std::min<std::uint64_t>(transaction.bytesReceived, area.size()));
-  }
+  if (pb.dataUsageMode == kDataFromDevice) pb.dataSize = sink.taken();
   if (result == status::kOK) storeResponse(transaction, pb);
   return result;
 }

@@ -138,7 +138,7 @@ TEST_F(PassThrough, RefusesARecordThatDoesNotFitTogetherBeforeAnythingIsSent) {
 
 TEST_F(PassThrough, LeavesTheResponseCodeAloneWhenNoneCame) {
   connector.answer = [&](ptp::Transaction& transaction) {
-    transaction.bytesReceived = 3;
+    test::sendPayload(transaction, std::vector<std::byte>(3));
     return status::kICATimeout;
   };
   auto record = makeRecord(ptp::kGetObject, kDataFromDevice);

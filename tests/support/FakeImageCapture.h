@@ -109,6 +109,9 @@ class FakeImageCapture : public ImageCapture {
     int scopesOpened = 0;
     int openScopes = 0;
     std::vector<std::uint16_t> operations;  ///< sent, in order
+    /// Payloads that came with them, of those that had one.
+    std::vector<std::vector<std::uint8_t>> payloads;
+    int forgotten = 0;  ///< calls of forgetContents
   };
 
   // What the test sets up and fires.
@@ -216,6 +219,19 @@ class FakeImageCapture : public ImageCapture {
     if (device->dictionaryStatus == 0) dictionary = device->properties;
     return device->dictionaryStatus;
   }
+  Status copyObjectProperty(ICAObject object, std::string_view key,
+                            PropertyDictionary& value) override {
+    PropertyDictionary dictionary;
+    const Status result = copyObjectPropertyDictionary(object, dictionary);
+    if (result != 0) return result;
+    const auto found = dictionary.find(key);
+    if (found == dictionary.end()) return status::kICAPropertyNotFound;
+    value = *found;
+    return 0;
+  }
+  void forgetContents(ICAObject object) override {
+    if (auto* device = find(object)) ++device->forgotten;
+  }
   Status registerForEventNotification(ICAObject object, FourCharCode type,
                                       EventCallback callback) override {
     if (const auto found = registrationStatus.find(type); found != registrationStatus.end()) {
@@ -304,16 +320,40 @@ class FakeImageCapture : public ImageCapture {
     }
     if (answer.status != 0) return answer.status;
     if (pb.dataUsageMode == kDataFromDevice) receive(record, answer.data);
+    if (pb.dataUsageMode == kDataToDevice) device.payloads.push_back(payloadOf(record));
     std::copy_n(answer.parameters.begin(), std::min<std::size_t>(answer.parameters.size(), 4),
                 pb.params);
     pb.resultCode = answer.responseCode;
     return 0;
   }
 
+  /// Into the record's sink, or its data area; what does not fit is dropped.
   static void receive(PTPPassThroughRecord& record, const std::vector<std::uint8_t>& data) {
-    const std::size_t length = std::min<std::size_t>(data.size(), record.pb().dataSize);
-    if (length > 0) std::memcpy(record.data().data(), data.data(), length);
-    record.pb().dataSize = static_cast<std::uint32_t>(length);
+    ptp::MemorySink area(record.data().first(record.sink() ? 0 : record.pb().dataSize));
+    ptp::DataSink& sink = record.sink() ? *record.sink() : area;
+    std::size_t taken = 0;
+    while (taken < data.size()) {
+      const auto room = sink.room(taken, data.size() - taken);
+      if (room.empty()) break;
+      std::memcpy(room.data(), data.data() + taken, room.size());
+      taken += room.size();
+      if (!sink.received(taken - room.size(), room.size())) break;
+    }
+    record.pb().dataSize = static_cast<std::uint32_t>(taken);
+  }
+
+  /// From the record's source, or its data area.
+  static std::vector<std::uint8_t> payloadOf(PTPPassThroughRecord& record) {
+    ptp::MemorySource area(record.data().first(record.source() ? 0 : record.pb().dataSize));
+    ptp::DataSource& source = record.source() ? *record.source() : area;
+    std::vector<std::uint8_t> payload;
+    while (payload.size() < source.size()) {
+      const auto bytes = source.bytes(payload.size(), source.size() - payload.size());
+      if (bytes.empty()) break;
+      for (const std::byte each : bytes)
+        payload.push_back(std::to_integer<std::uint8_t>(each));
+    }
+    return payload;
   }
 
   ICAObject nextObject_ = 0x100;

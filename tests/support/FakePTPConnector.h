@@ -46,10 +46,12 @@ inline std::vector<std::byte> payloadOf(ptp::Transaction& transaction) {
 class FakePTPConnector : public ptp::PTPConnector {
  public:
   /// What happened, in order: "connect NODE#INTERFACE", "open session", an operation code in
-  /// hexadecimal, "release".
+  /// hexadecimal, "watch events", "end watching", "release".
   std::vector<std::string> log;
   /// Runs a transaction; without it every operation is answered with OK.
   std::function<Status(ptp::Transaction&)> answer;
+  /// Of the connection whose events are watched: what the device reports goes in here.
+  std::function<void(const ptp::Event&)> events;
   Status connectStatus = status::kOK;
   Status sessionStatus = status::kOK;
   std::string why = "it was told to fail";
@@ -68,7 +70,10 @@ class FakePTPConnector : public ptp::PTPConnector {
   class Connection : public ptp::PTPConnection {
    public:
     explicit Connection(FakePTPConnector& owner) : owner_(owner) {}
-    ~Connection() override { owner_.log.emplace_back("release"); }
+    ~Connection() override {
+      owner_.log.emplace_back("release");
+      owner_.events = nullptr;
+    }
 
     Status openSession() override {
       owner_.log.emplace_back("open session");
@@ -85,6 +90,10 @@ class FakePTPConnector : public ptp::PTPConnector {
       const Status result = owner_.answer(transaction);
       if (result != status::kOK && words) *words = owner_.why;
       return result;
+    }
+    void watchEvents(std::function<void(const ptp::Event&)> handler) override {
+      owner_.log.emplace_back(handler ? "watch events" : "end watching");
+      owner_.events = std::move(handler);
     }
     const ptp::WireStatistics& statistics() const override { return statistics_; }
 

@@ -169,6 +169,17 @@ class USBScript {
     return text;
   }
   std::size_t mostInFlight() const { return mostInFlight_; }
+
+  /// The device sends one packet on its interrupt endpoint, or that endpoint fails; false when
+  /// nobody watches it. Stands for the main loop, so it is for use between the host's calls.
+  bool interrupt(const Bytes& packet,
+                 ptp::TransferResult result = ptp::TransferResult::kCompleted) {
+    const auto handler = interrupts_;
+    if (!handler) return false;
+    if (result != ptp::TransferResult::kCompleted) interrupts_ = nullptr;
+    handler(result, packet);
+    return true;
+  }
   const ptp::StillImageEndpoints& endpoints() const { return endpoints_; }
 
   static std::string hex(const Bytes& bytes) {
@@ -227,12 +238,14 @@ class USBScript {
   std::deque<Step> steps_;
   std::string mismatches_;
   std::size_t mostInFlight_ = 0;
+  ptp::InterruptHandler interrupts_;
 };
 
 /// Plays a script, which outlives it.
 class ScriptedUSBDevice : public ptp::USBDevice {
  public:
   explicit ScriptedUSBDevice(USBScript& script) : script_(script) {}
+  ~ScriptedUSBDevice() override { script_.interrupts_ = nullptr; }
 
   const ptp::StillImageEndpoints& endpoints() const override { return script_.endpoints_; }
 
@@ -292,6 +305,10 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     }
     script_.steps_.erase(step);
     return ptp::TransferResult::kCompleted;
+  }
+
+  void watchInterrupts(ptp::InterruptHandler handler) override {
+    script_.interrupts_ = std::move(handler);
   }
 
  private:

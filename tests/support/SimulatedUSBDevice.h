@@ -9,11 +9,14 @@
 // Time does not pass: waiting for what the device does not send ends at once, as a time-out.
 #pragma once
 
+#include <glib.h>
+
 #include <algorithm>
 #include <deque>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "platform/imagecapture/ptp/USBDevice.h"
 #include "simulator/PTPCamera.h"
@@ -38,6 +41,10 @@ class SimulatedUSBDevice : public ptp::USBDevice {
     endpoints_.bulkInPacketSize = endpoints_.bulkOutPacketSize = packet;
     endpoints_.interruptPacketSize = 64;
   }
+
+  SimulatedUSBDevice(const SimulatedUSBDevice&) = delete;
+  SimulatedUSBDevice& operator=(const SimulatedUSBDevice&) = delete;
+  ~SimulatedUSBDevice() override { SimulatedUSBDevice::watchInterrupts(nullptr); }
 
   const ptp::StillImageEndpoints& endpoints() const override { return endpoints_; }
 
@@ -88,6 +95,13 @@ class SimulatedUSBDevice : public ptp::USBDevice {
     return ptp::TransferResult::kCompleted;
   }
 
+  /// The main context looks every millisecond: the simulator calls nobody.
+  void watchInterrupts(ptp::InterruptHandler handler) override {
+    if (looking_ != 0) g_source_remove(std::exchange(looking_, 0));
+    interrupts_ = std::move(handler);
+    if (interrupts_) looking_ = g_timeout_add(1, look, this);
+  }
+
  private:
   struct Waiting {
     std::uint8_t endpoint;
@@ -95,6 +109,18 @@ class SimulatedUSBDevice : public ptp::USBDevice {
     std::uint64_t tag;
     std::size_t filled;
   };
+
+  static gboolean look(gpointer device) {
+    auto& self = *static_cast<SimulatedUSBDevice*>(device);
+    std::vector<std::byte> packet(self.endpoints_.interruptPacketSize);
+    const auto sent = self.camera_->in(self.endpoints_.interruptIn, packet);
+    const auto handler = self.interrupts_;
+    if (sent.state == simulator::InResult::State::kWaiting) return G_SOURCE_CONTINUE;
+    const auto result = resultOf(sent.state);
+    if (result != ptp::TransferResult::kCompleted) self.looking_ = 0;
+    handler(result, std::span(packet).first(sent.length));
+    return result == ptp::TransferResult::kCompleted;
+  }
 
   static ptp::TransferResult resultOf(simulator::InResult::State state) {
     switch (state) {
@@ -125,6 +151,8 @@ class SimulatedUSBDevice : public ptp::USBDevice {
   ptp::StillImageEndpoints endpoints_;
   std::deque<Waiting> waiting_;
   std::deque<ptp::TransferCompletion> ended_;
+  ptp::InterruptHandler interrupts_;
+  guint looking_ = 0;  ///< the source that looks for events
 };
 
 }  // namespace tarvo::test

@@ -119,6 +119,12 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
   return outcome.status();
 }
 
+void BulkConnection::watchEvents(std::function<void(const Event&)> handler) {
+  events_.reset();
+  if (!handler || device_->endpoints().interruptIn == 0) return;
+  events_ = std::make_unique<EventWatch>(*device_, std::move(handler), log_, name_);
+}
+
 Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transactionID) {
   Outcome outcome = refusal();
   if (!outcome.done()) return outcome;

@@ -7,6 +7,7 @@
 
 #include "Utilities/LogSink.h"
 #include "platform/imagecapture/ptp/BulkPipe.h"
+#include "platform/imagecapture/ptp/EventWatch.h"
 #include "platform/imagecapture/ptp/PTPConnection.h"
 #include "platform/imagecapture/ptp/Recovery.h"
 #include "platform/imagecapture/ptp/TransactionIDs.h"
@@ -37,6 +38,7 @@ class BulkConnection : public PTPConnection {
   /// answer, so that it is not closed again by the destructor.
   Status closeSession() override;
   Status transact(Transaction& transaction, std::string* why) override;
+  void watchEvents(std::function<void(const Event&)> handler) override;
   const WireStatistics& statistics() const override { return pipe_.statistics(); }
 
  private:
@@ -66,6 +68,7 @@ class BulkConnection : public PTPConnection {
   BulkPipe pipe_;
   TransactionRunner runner_;
   Recovery recovery_;
+  std::unique_ptr<EventWatch> events_;  ///< while events are watched
   bool sessionOpen_ = false;
   bool timedOut_ = false;  ///< once and for all
   bool gone_ = false;

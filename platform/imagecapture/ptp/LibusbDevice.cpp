@@ -4,50 +4,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+
+#include "platform/imagecapture/ptp/LibusbInterruptWatch.h"
+#include "platform/imagecapture/ptp/LibusbResults.h"
 
 namespace tarvo::ptp {
 namespace {
 
 /// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
 constexpr std::chrono::milliseconds kCancelPatience{500};
-
-TransferResult resultOf(libusb_transfer_status status) {
-  switch (status) {
-    case LIBUSB_TRANSFER_COMPLETED:
-      return TransferResult::kCompleted;
-    case LIBUSB_TRANSFER_STALL:
-      return TransferResult::kStalled;
-    case LIBUSB_TRANSFER_TIMED_OUT:
-      return TransferResult::kTimedOut;
-    case LIBUSB_TRANSFER_CANCELLED:
-      return TransferResult::kCancelled;
-    case LIBUSB_TRANSFER_NO_DEVICE:
-      return TransferResult::kNoDevice;
-    // A packet that was larger than the room left; the kernel calls it EOVERFLOW (babble).
-    case LIBUSB_TRANSFER_OVERFLOW:
-      return TransferResult::kOverflow;
-    case LIBUSB_TRANSFER_ERROR:
-      break;
-  }
-  return TransferResult::kError;
-}
-
-TransferResult resultOfError(int error) {
-  switch (error) {
-    case LIBUSB_SUCCESS:
-      return TransferResult::kCompleted;
-    case LIBUSB_ERROR_PIPE:
-      return TransferResult::kStalled;
-    case LIBUSB_ERROR_TIMEOUT:
-      return TransferResult::kTimedOut;
-    case LIBUSB_ERROR_NO_DEVICE:
-      return TransferResult::kNoDevice;
-    case LIBUSB_ERROR_OVERFLOW:
-      return TransferResult::kOverflow;
-    default:
-      return TransferResult::kError;
-  }
-}
 
 timeval timeUntil(std::chrono::steady_clock::time_point deadline) {
   const auto left = std::max(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -84,12 +50,14 @@ LibusbDevice::LibusbDevice(LibusbHandle handle, const StillImageEndpoints& endpo
     : handle_(std::move(handle)), endpoints_(endpoints) {}
 
 LibusbDevice::~LibusbDevice() {
+  LibusbDevice::watchInterrupts(nullptr);
   LibusbDevice::cancelAll();
   // Gives a kernel driver that was detached its interface back.
   libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
   // With the handle closed nobody reaps an abandoned transfer any more, so it can be freed.
   handle_.device.reset();
   slots_.clear();
+  interrupts_.reset();
 }
 
 TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<std::byte> data,
@@ -162,6 +130,21 @@ void LibusbDevice::cancelAll() {
 TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
   if (abandoned_) return TransferResult::kError;
   return resultOfError(libusb_clear_halt(handle_.device.get(), endpoint));
+}
+
+void LibusbDevice::watchInterrupts(InterruptHandler handler) {
+  if (interrupts_ && !abandoned_) {
+    interrupts_->cancel();
+    const auto deadline = Clock::now() + kCancelPatience;
+    while (interrupts_->isInFlight() && handleEvents(deadline)) {
+    }
+    abandoned_ = interrupts_->isInFlight();
+  }
+  // An abandoned one is kept: the kernel may still write to its buffer.
+  if (abandoned_) return;
+  interrupts_.reset();
+  if (!handler || endpoints_.interruptIn == 0) return;
+  interrupts_ = std::make_unique<LibusbInterruptWatch>(handle_, endpoints_, std::move(handler));
 }
 
 void LIBUSB_CALL LibusbDevice::transferEnded(libusb_transfer* transfer) noexcept {

@@ -9,32 +9,18 @@
 #include <memory>
 #include <vector>
 
-#include "Utilities/FileDescriptor.h"
+#include "platform/imagecapture/ptp/LibusbHandle.h"
 #include "platform/imagecapture/ptp/USBDevice.h"
 
 namespace tarvo::ptp {
 
-/// A context, and the handle of one device in it, over a node that is open. Whatever is null has
-/// not been opened yet.
-/// libusb wants the device closed before the context, and the node after both; the order of the
-/// members sees to that.
-struct LibusbHandle {
-  struct ExitContext {
-    void operator()(libusb_context* opened) const { libusb_exit(opened); }
-  };
-  struct CloseDevice {
-    void operator()(libusb_device_handle* opened) const { libusb_close(opened); }
-  };
-
-  FileDescriptor node;  ///< libusb leaves its closing to us
-  std::unique_ptr<libusb_context, ExitContext> context;
-  std::unique_ptr<libusb_device_handle, CloseDevice> device;
-};
+class LibusbInterruptWatch;
 
 /// Main thread only.
 ///
-/// Events are handled inside wait() and control(), never in a thread or from the main loop: between
-/// two calls nothing happens to a buffer.
+/// Transfers end inside wait() and control(), never in a thread: between two calls nothing happens
+/// to a buffer. The main loop serves the context only while interrupts are watched, when no other
+/// transfer is in flight.
 class LibusbDevice : public USBDevice {
  public:
   /// Takes a handle whose interface `endpoints.interfaceNumber` is claimed.
@@ -52,6 +38,7 @@ class LibusbDevice : public USBDevice {
   std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override;
   void cancelAll() override;
   TransferResult clearHalt(std::uint8_t endpoint) override;
+  void watchInterrupts(InterruptHandler handler) override;
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -76,6 +63,7 @@ class LibusbDevice : public USBDevice {
   LibusbHandle handle_;
   StillImageEndpoints endpoints_;
   std::vector<std::unique_ptr<Slot>> slots_;
+  std::unique_ptr<LibusbInterruptWatch> interrupts_;  ///< while interrupts are watched
   std::uint64_t endings_ = 0;  ///< transfers that have ended, for their order
   /// The system did not give the transfers back. They are never reaped from now on, so that their
   /// buffers are not written to after their lenders have gone.

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -44,6 +45,10 @@ struct TransferCompletion {
   TransferResult result = TransferResult::kError;
   std::size_t length = 0;  ///< bytes that moved
 };
+
+/// One packet of the interrupt endpoint (kCompleted, and its bytes, lent for the call); any other
+/// result says why no more come.
+using InterruptHandler = std::function<void(TransferResult, std::span<const std::byte>)>;
 
 /// A control request's setup packet (wLength is the buffer's size).
 /// USB 2.0, 9.3; value and index are in host order.
@@ -87,6 +92,12 @@ class USBDevice {
 
   /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT).
   virtual TransferResult clearHalt(std::uint8_t endpoint) = 0;
+
+  /// Packets of the interrupt endpoint from now on, in their order, until an empty handler is given
+  /// or the endpoint fails. The handler is called on the main loop, never from inside another call;
+  /// it may do whatever it likes, letting the device go included. cancelAll() leaves the watching
+  /// alone. Nothing on a device without an interrupt endpoint.
+  virtual void watchInterrupts(InterruptHandler handler) = 0;
 };
 
 /// Where a PTP interface is found.

@@ -1,0 +1,29 @@
+// What a device node is on libusb: a context of its own and the handle of the device in it.
+#pragma once
+
+#include <libusb.h>
+
+#include <memory>
+
+#include "Utilities/FileDescriptor.h"
+
+namespace tarvo::ptp {
+
+/// A context, and the handle of one device in it, over a node that is open. Whatever is null has
+/// not been opened yet.
+/// libusb wants the device closed before the context, and the node after both; the order of the
+/// members sees to that.
+struct LibusbHandle {
+  struct ExitContext {
+    void operator()(libusb_context* opened) const { libusb_exit(opened); }
+  };
+  struct CloseDevice {
+    void operator()(libusb_device_handle* opened) const { libusb_close(opened); }
+  };
+
+  FileDescriptor node;  ///< libusb leaves its closing to us
+  std::unique_ptr<libusb_context, ExitContext> context;
+  std::unique_ptr<libusb_device_handle, CloseDevice> device;
+};
+
+}  // namespace tarvo::ptp

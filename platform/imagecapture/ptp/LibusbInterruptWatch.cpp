@@ -1,0 +1,95 @@
+#include "platform/imagecapture/ptp/LibusbInterruptWatch.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/imagecapture/ptp/LibusbResults.h"
+
+namespace tarvo::ptp {
+namespace {
+
+/// A device that halts its endpoint again and again has no events for anybody.
+constexpr int kMostHaltsInARow = 3;
+
+}  // namespace
+
+LibusbInterruptWatch::LibusbInterruptWatch(LibusbHandle& handle,
+                                           const StillImageEndpoints& endpoints,
+                                           InterruptHandler handler)
+    : handle_(handle),
+      endpoints_(endpoints),
+      // A packet at a time: the end of a larger read would not be told before the next event.
+      buffer_(endpoints.interruptPacketSize),
+      transfer_(libusb_alloc_transfer(0)),
+      receiver_(std::make_shared<Receiver>(Receiver{std::move(handler)})),
+      source_(handle.context.get(), [this] { serve(); }) {
+  startReading();
+}
+
+LibusbInterruptWatch::~LibusbInterruptWatch() {
+  receiver_->isCancelled = true;
+}
+
+void LibusbInterruptWatch::cancel() {
+  receiver_->isCancelled = true;
+  if (inFlight_) libusb_cancel_transfer(transfer_.get());
+}
+
+void LIBUSB_CALL LibusbInterruptWatch::readEnded(libusb_transfer* transfer) noexcept {
+  auto& watch = *static_cast<LibusbInterruptWatch*>(transfer->user_data);
+  watch.inFlight_ = false;
+  watch.take(resultOf(transfer->status));
+}
+
+void LibusbInterruptWatch::take(TransferResult result) {
+  if (receiver_->isCancelled) return;
+  if (result == TransferResult::kCompleted) {
+    haltsInARow_ = 0;
+    const auto length = static_cast<std::size_t>(std::max(transfer_->actual_length, 0));
+    const auto bytes = std::as_bytes(std::span(buffer_)).first(length);
+    waiting_.push_back({result, {bytes.begin(), bytes.end()}});
+    if (waiting_.size() < kMostWaiting) startReading();
+  } else if (result == TransferResult::kStalled && haltsInARow_ < kMostHaltsInARow) {
+    // Ending the halt takes a request of its own, which is none for within libusb's callback.
+    ++haltsInARow_;
+    isHalted_ = true;
+  } else {
+    waiting_.push_back({result, {}});
+  }
+  source_.wake();
+}
+
+void LibusbInterruptWatch::startReading() {
+  if (inFlight_ || receiver_->isCancelled) return;
+  int error = LIBUSB_ERROR_NO_MEM;
+  if (transfer_) {
+    libusb_fill_interrupt_transfer(transfer_.get(), handle_.device.get(), endpoints_.interruptIn,
+                                   buffer_.data(), static_cast<int>(buffer_.size()), readEnded,
+                                   this, 0);
+    error = libusb_submit_transfer(transfer_.get());
+  }
+  inFlight_ = error == LIBUSB_SUCCESS;
+  if (inFlight_) return;
+  waiting_.push_back({resultOfError(error), {}});
+  source_.wake();
+}
+
+void LibusbInterruptWatch::serve() {
+  timeval noTime{};
+  libusb_handle_events_timeout_completed(handle_.context.get(), &noTime, nullptr);
+  if (std::exchange(isHalted_, false)) {
+    libusb_clear_halt(handle_.device.get(), endpoints_.interruptIn);
+    startReading();
+  }
+  const auto packets = std::exchange(waiting_, {});
+  const bool failed = !packets.empty() && packets.back().result != TransferResult::kCompleted;
+  if (!packets.empty() && !failed) startReading();
+  // From here on nothing of this object is touched: the handler may destroy it.
+  const auto receiver = receiver_;
+  for (const Packet& packet : packets) {
+    if (receiver->isCancelled) return;
+    receiver->handler(packet.result, packet.bytes);
+  }
+}
+
+}  // namespace tarvo::ptp

@@ -1,0 +1,73 @@
+// The interrupt endpoint of a device on libusb: one read kept in flight, and what it brings handed
+// over from the main loop.
+#pragma once
+
+#include <libusb.h>
+
+#include <cstddef>
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "platform/imagecapture/ptp/LibusbEventSource.h"
+#include "platform/imagecapture/ptp/LibusbHandle.h"
+#include "platform/imagecapture/ptp/USBDevice.h"
+
+namespace tarvo::ptp {
+
+/// Main thread only.
+///
+/// A read may end while a call of the device waits for its own transfers: its packet then lies here
+/// until the main loop's next turn. A device that sends more than kMostWaiting packets in between
+/// is not read from before those have been handed over, so that it cannot fill the memory.
+class LibusbInterruptWatch {
+ public:
+  static constexpr std::size_t kMostWaiting = 64;
+
+  /// Starts reading. `handle` is lent; `endpoints` has an interrupt endpoint. The handler may
+  /// destroy this object.
+  LibusbInterruptWatch(LibusbHandle& handle, const StillImageEndpoints& endpoints,
+                       InterruptHandler handler);
+  LibusbInterruptWatch(const LibusbInterruptWatch&) = delete;
+  LibusbInterruptWatch& operator=(const LibusbInterruptWatch&) = delete;
+  /// No read may be in flight any more.
+  ~LibusbInterruptWatch();
+
+  /// The handler is not called any more, and the read in flight ends soon: libusb's events are to
+  /// be handled until isInFlight() is false.
+  void cancel();
+  bool isInFlight() const { return inFlight_; }
+
+ private:
+  struct FreeTransfer {
+    void operator()(libusb_transfer* ended) const { libusb_free_transfer(ended); }
+  };
+  struct Packet {
+    TransferResult result;
+    std::vector<std::byte> bytes;
+  };
+  /// Outlives this object where a handler destroys it.
+  struct Receiver {
+    InterruptHandler handler;
+    bool isCancelled = false;
+  };
+
+  static void LIBUSB_CALL readEnded(libusb_transfer* transfer) noexcept;
+  void take(TransferResult result);
+  void startReading();
+  /// From the main loop: lets libusb finish what has ended, and hands it over.
+  void serve();
+
+  LibusbHandle& handle_;
+  StillImageEndpoints endpoints_;
+  std::vector<unsigned char> buffer_;  ///< one packet
+  std::unique_ptr<libusb_transfer, FreeTransfer> transfer_;
+  bool inFlight_ = false;
+  bool isHalted_ = false;
+  int haltsInARow_ = 0;
+  std::deque<Packet> waiting_;
+  std::shared_ptr<Receiver> receiver_;
+  LibusbEventSource source_;
+};
+
+}  // namespace tarvo::ptp
