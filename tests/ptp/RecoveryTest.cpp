@@ -155,10 +155,12 @@ TEST(Recovery, ResetsADeviceThatStaysBusy) {
   Timeouts impatient = shortTimeouts();
   impatient.recovery = std::chrono::milliseconds(0);
   USBScript script;
+  script.out(wire::command(kOp, 0)).in(wire::response(0x2001, 0));
   script.out(wire::command(kOp, 0)).inEnds(TransferResult::kError);
   script.cancelRequest(0).deviceStatus(0x2019).deviceReset().deviceStatus(0x2001);
   auto connection = connectTo(script, TransactionIDs(), impatient);
   Transaction transaction{.operation = kOp};
+  EXPECT_EQ(connection->transact(transaction, nullptr), 0);
   EXPECT_EQ(connection->transact(transaction, nullptr), status::kIOError);
   EXPECT_EQ(script.report(), "");
 }

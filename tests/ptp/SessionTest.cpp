@@ -1,4 +1,4 @@
-// Sessions: ids, closing, and what a process that was killed leaves behind in the device.
+// Sessions: ids, closing, and one that a process which was killed has left open.
 #include <gtest/gtest.h>
 
 #include "tests/ptp/Connecting.h"
@@ -85,51 +85,6 @@ TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
     EXPECT_EQ(connectTo(script)->openSession(), 0);
     EXPECT_EQ(script.report(), "");
   }
-}
-
-TEST(Session, PassesOverStaleAnswersBeforeTheFirstOne) {
-  const struct {
-    const char* name;
-    std::vector<Bytes> stale;
-  } rows[] = {
-      {"response", {wire::response(0x2001, 41)}},
-      {"data and response",
-       {wire::data(0x1009, 41, wire::payload(90)), wire::response(0x2001, 41)}},
-      {"rest of a large object", {wire::payload(100000), wire::response(0x2001, 41)}},
-      {"data of another operation", {wire::data(0x1001, 0, wire::payload(90))}},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.name);
-    USBScript script;
-    for (const Bytes& bytes : row.stale)
-      script.in(bytes);
-    opens(script);
-    // In step now: the same is an error.
-    script.out(wire::command(0x1004, 1)).in(row.stale.front()).recovery(1);
-    closes(script, 2);
-    auto connection = connectTo(script);
-    EXPECT_EQ(connection->openSession(), 0);
-    EXPECT_EQ(run(*connection, 0x1004), status::kICAProtocolError);
-    connection.reset();
-    EXPECT_EQ(script.report(), "");
-  }
-}
-
-TEST(Session, TriesOnceMoreWhenTheFirstAnswerIsGarbage) {
-  USBScript script;
-  script.out(wire::command(0x1002, 0, {1})).in(wire::payload(300)).recovery(0);
-  opens(script);
-  closes(script, 1);
-  auto connection = connectTo(script);
-  EXPECT_EQ(connection->openSession(), 0);
-  connection.reset();
-  EXPECT_EQ(script.report(), "");
-
-  USBScript liar;
-  for (int i = 0; i < 2; ++i)
-    liar.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 5)).recovery(0);
-  EXPECT_EQ(connectTo(liar)->openSession(), status::kICAProtocolError);
-  EXPECT_EQ(liar.report(), "");
 }
 
 }  // namespace

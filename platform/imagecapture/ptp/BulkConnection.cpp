@@ -1,5 +1,6 @@
 #include "platform/imagecapture/ptp/BulkConnection.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -24,7 +25,7 @@ BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts
       name_(std::move(name)),
       firstIDs_(ids),
       ids_(ids),
-      pipe_(*device_),
+      pipe_(*device_, timeouts_.interrupted),
       runner_(pipe_, timeouts_),
       recovery_(*device_, pipe_, runner_.scratch(), timeouts_) {}
 
@@ -37,6 +38,7 @@ void BulkConnection::closeQuietly() noexcept {
     // An open session left behind would make the next process take it over. A device that is silent
     // would only cost another time-out.
     if (sessionOpen_ && !timedOut_ && !gone_) {
+      pipe_.ignoreInterruption();
       pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.control);
       Transaction close{.operation = kCloseSession};
       static_cast<void>(runner_.run(close, ids_.next()));
@@ -56,10 +58,10 @@ void BulkConnection::closeQuietly() noexcept {
 Status BulkConnection::openSession() {
   if (sessionOpen_) return status::kOK;
   Status response = 0;
+  const auto begin = BulkPipe::Clock::now();
   Outcome outcome = sendOpenSession(response);
-  // Stale data of a killed process can spoil the first attempt; now it is drained.
-  if (outcome.ending == Ending::kBroken) outcome = sendOpenSession(response);
-  if (outcome.done() && response == status::kPTPSessionAlreadyOpen) outcome = takeOver(response);
+  if (outcome.done() && response == status::kPTPSessionAlreadyOpen)
+    outcome = takeOver(response, begin);
   if (!outcome.done()) {
     logTo(log_, LogLevel::kDebug,
           formatted("PTP: no session with %s: %s", name_.c_str(), outcome.why.c_str()));
@@ -81,9 +83,11 @@ Outcome BulkConnection::sendOpenSession(Status& response) {
 
 /// The session of a process that died is closed and opened anew, with a device reset where that
 /// does not do; a device that keeps saying that it is open means ours.
-Outcome BulkConnection::takeOver(Status& response) {
-  // Each step alone may wait for long; the caller is to wait for the whole of it once.
-  pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.takeOver);
+Outcome BulkConnection::takeOver(Status& response, BulkPipe::Clock::time_point begin) {
+  // Each step alone may wait for long; the caller is to wait for the whole of it once. A device
+  // that was slow so far gets some time all the same.
+  pipe_.setDeadline(
+      std::max(begin + timeouts_.takeOver, BulkPipe::Clock::now() + timeouts_.takeOver / 2));
   Transaction close{.operation = kCloseSession};
   Outcome outcome = attempt(close, TransactionIDs(firstIDs_).next());
   if (outcome.done()) outcome = sendOpenSession(response);
@@ -99,6 +103,8 @@ Status BulkConnection::closeSession() {
   Transaction close{.operation = kCloseSession};
   // Through transact(), so that the id is the next of the session.
   const Status failure = transact(close, nullptr);
+  // Interrupted: the destructor tries again.
+  if (failure == status::kCancelled) return failure;
   sessionOpen_ = false;
   if (failure != status::kOK) return failure;
   return close.responseCode == status::kPTPOK ? status::kOK : close.responseCode;
@@ -114,7 +120,9 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
     if (why != nullptr) *why = "more parameters or data than a container holds";
     return status::kBadParameter;
   }
-  Outcome outcome = attempt(transaction, sessionOpen_ ? ids_.next() : kNoTransactionID);
+  Outcome outcome = refusal();
+  // An id that was not sent must not be missing: the device counts, too.
+  if (outcome.done()) outcome = attempt(transaction, sessionOpen_ ? ids_.next() : kNoTransactionID);
   if (why != nullptr) *why = outcome.why;
   return outcome.status();
 }
@@ -128,17 +136,52 @@ void BulkConnection::watchEvents(std::function<void(const Event&)> handler) {
 Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transactionID) {
   Outcome outcome = refusal();
   if (!outcome.done()) return outcome;
-  outcome = runner_.run(transaction, transactionID);
+  const auto begin = BulkPipe::Clock::now();
+  outcome = runOnce(transaction, transactionID);
+  if (isWorthARestart(transaction, outcome))
+    outcome = restart(transaction, transactionID, std::move(outcome), begin);
+  if (!outcome.done()) settleFailure(outcome, transactionID);
+  return outcome;
+}
+
+Outcome BulkConnection::runOnce(Transaction& transaction, std::uint32_t transactionID) {
+  Outcome outcome = runner_.run(transaction, transactionID);
   if (outcome.ending == Ending::kStalled)
     outcome = settleStall(transaction, transactionID, std::move(outcome));
   pipe_.endBudget();  // The steps of recovery have limits of their own.
-  if (!outcome.done()) settleFailure(outcome, transactionID);
+  return outcome;
+}
+
+bool BulkConnection::isWorthARestart(const Transaction& transaction, const Outcome& outcome) const {
+  if (runner_.isInStep() || recovery_.silent() || recovery_.gone()) return false;
+  if (outcome.done() || outcome.ending == Ending::kGone || outcome.ending == Ending::kCancelled)
+    return false;
+  // What has gone to the sink, or out of the source, cannot be asked for a second time.
+  return transaction.send == nullptr && transaction.bytesReceived == 0;
+}
+
+Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transactionID,
+                                Outcome outcome, BulkPipe::Clock::time_point begin) {
+  bool wasReset = false;
+  for (int i = 0; !wasReset && isWorthARestart(transaction, outcome); ++i) {
+    logTo(log_, LogLevel::kDebug,
+          formatted("PTP: starting afresh with %s: %s", name_.c_str(), outcome.why.c_str()));
+    const bool silent = outcome.ending == Ending::kTimedOut;
+    pipe_.setDeadline(begin + (silent ? timeouts_.bulk : timeouts_.takeOver));
+    // A device that speaks is first asked kindly.
+    wasReset = silent || i > 0;
+    const bool idle =
+        wasReset ? recovery_.startAfresh(transactionID) : recovery_.resynchronise(transactionID);
+    if (idle) outcome = runOnce(transaction, transactionID);
+  }
+  pipe_.setDeadline(std::nullopt);
   return outcome;
 }
 
 Outcome BulkConnection::refusal() const {
   if (gone_) return {Ending::kGone, "the device is gone"};
   if (timedOut_) return {Ending::kTimedOut, "the device has not answered before"};
+  if (pipe_.isInterrupted()) return {Ending::kCancelled, "interrupted"};
   return {};
 }
 

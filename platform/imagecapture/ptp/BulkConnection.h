@@ -21,6 +21,11 @@ namespace tarvo::ptp {
 /// A transaction passes through three hands: TransactionRunner moves its containers, this class
 /// decides what a bad ending means, and Recovery talks to the device until the next transaction can
 /// work. After a time-out or an unplugging nothing more is sent, whatever is asked.
+///
+/// A process that was killed may have left the device in the middle of a transaction. So the first
+/// one of a connection gets more than one chance, unless it sends data: recovery, and then a device
+/// reset, stand between them, for as long as Timeouts::takeOver, or Timeouts::bulk where the device
+/// keeps silent.
 class BulkConnection : public PTPConnection {
  public:
   /// `name` says in log lines which device this is. `ids` is where a session begins to count.
@@ -30,9 +35,7 @@ class BulkConnection : public PTPConnection {
   BulkConnection& operator=(const BulkConnection&) = delete;
   ~BulkConnection() override;
 
-  /// As the base says. The first attempt is repeated once when it fails by a broken protocol: a
-  /// process that was killed may have left half an answer in the device, which recovery has drained
-  /// by then. Taking an open session over is bounded by Timeouts::takeOver as a whole.
+  /// As the base says. Taking an open session over is bounded by Timeouts::takeOver as a whole.
   Status openSession() override;
   /// 0 also when none is open. The session counts as closed afterwards even when the device did not
   /// answer, so that it is not closed again by the destructor.
@@ -45,6 +48,12 @@ class BulkConnection : public PTPConnection {
   /// One transaction with everything that its failure calls for; the connection can be used again,
   /// or refuses, when it returns.
   Outcome attempt(Transaction& transaction, std::uint32_t transactionID);
+  Outcome runOnce(Transaction& transaction, std::uint32_t transactionID);
+  /// Whether `outcome` may come from what another process left behind, and is worth another try.
+  bool isWorthARestart(const Transaction& transaction, const Outcome& outcome) const;
+  /// As the class says. `begin` is when the transaction began.
+  Outcome restart(Transaction& transaction, std::uint32_t transactionID, Outcome outcome,
+                  BulkPipe::Clock::time_point begin);
   /// Ends the halt and reads the response that may follow. `stall` again when none does.
   Outcome settleStall(Transaction& transaction, std::uint32_t transactionID, Outcome stall);
   /// Gets back in step, or remembers that there is nobody to get in step with.
@@ -53,7 +62,7 @@ class BulkConnection : public PTPConnection {
   Outcome refusal() const;
   /// `response` is the device's code when the outcome is done.
   Outcome sendOpenSession(Status& response);
-  Outcome takeOver(Status& response);
+  Outcome takeOver(Status& response, BulkPipe::Clock::time_point begin);
   /// For the destructor: at most Timeouts::control, and no failure of it matters.
   void closeQuietly() noexcept;
 

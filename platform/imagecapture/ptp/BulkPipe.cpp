@@ -7,6 +7,10 @@
 namespace tarvo::ptp {
 namespace {
 
+/// How long a wait that can be interrupted goes on without a look. A signal ends no wait that
+/// begins just behind it, so the flag is looked at again and again while a transaction runs.
+constexpr std::chrono::milliseconds kLookInterval{50};
+
 Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
   const bool in = (endpoint & 0x80) != 0;
   const char* doing = in ? "reading from" : "writing to";
@@ -100,13 +104,26 @@ std::optional<TransferCompletion> BulkPipe::waitWithinBudget(Milliseconds limit)
   // still taken with no patience left.
   const auto left = std::chrono::floor<Milliseconds>(std::max(budgetLeft_, Clock::duration{0}));
   const auto begin = Clock::now();
-  const auto ended = device_.wait(std::min(limit, left));
+  const auto ended = waitInterruptibly(std::min(limit, left));
   budgetLeft_ -= Clock::now() - begin;
+  return ended;
+}
+
+std::optional<TransferCompletion> BulkPipe::waitInterruptibly(Milliseconds limit) {
+  if (interrupted_ == nullptr) return device_.wait(limit);
+  const auto deadline = Clock::now() + limit;
+  std::optional<TransferCompletion> ended;
+  while (!ended && !isInterrupted()) {
+    const auto left = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
+    ended = device_.wait(std::clamp(left, Milliseconds{0}, kLookInterval));
+    if (left <= Milliseconds{0}) break;
+  }
   return ended;
 }
 
 Outcome BulkPipe::next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint) {
   const auto ended = waitWithinBudget(patience(limit));
+  if (!ended && budget_ && isInterrupted()) return {Ending::kCancelled, "interrupted"};
   if (!ended) return outcomeOf(TransferResult::kTimedOut, endpoint);
   // The kernel ends the transfers of an endpoint in order. A completion of another one would put
   // its bytes in the wrong place.

@@ -2,6 +2,7 @@
 // limit, and the count of what went over the wire.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -28,8 +29,9 @@ class BulkPipe {
   using Clock = std::chrono::steady_clock;
   using Milliseconds = std::chrono::milliseconds;
 
-  /// `device` is lent for the lifetime of the pipe.
-  explicit BulkPipe(USBDevice& device) : device_(device) {}
+  /// `device` and `interrupted`, which may be null, are lent for the lifetime of the pipe.
+  explicit BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted = nullptr)
+      : device_(device), interrupted_(interrupted) {}
 
   /// Bytes of a full packet, 8 to 1024. A shorter packet ends a transfer (USB 2.0, 5.8.3).
   std::size_t inPacketSize() const { return device_.endpoints().bulkInPacketSize; }
@@ -46,7 +48,8 @@ class BulkPipe {
   void submitOut(std::span<const std::byte> bytes);
 
   /// Takes the oldest transfer in flight, waiting at most `limit` for it.
-  /// `length` is what it brought, also of one that failed. kTimedOut leaves it in flight.
+  /// `length` is what it brought, also of one that failed. kTimedOut leaves it in flight, and so
+  /// does kCancelled: somebody has interrupted the transaction that the budget is for.
   Outcome nextIn(std::size_t& length, Milliseconds limit);
   /// The same for an OUT transfer of `size` bytes; kFailed when fewer moved.
   Outcome nextOut(std::size_t size, Milliseconds limit);
@@ -68,8 +71,13 @@ class BulkPipe {
   void startBudget(Milliseconds budget);
   /// Payload has moved.
   void progressed() { budgetLeft_ = budget_.value_or(Milliseconds{0}); }
-  /// Waits have only their own limits again, and the deadline.
+  /// Waits have only their own limits again, and the deadline; they cannot be interrupted either.
   void endBudget() { budget_.reset(); }
+
+  /// Whether somebody wants an end of it now.
+  bool isInterrupted() const { return interrupted_ != nullptr && interrupted_->load(); }
+  /// For what has to be done all the same.
+  void ignoreInterruption() { interrupted_ = nullptr; }
 
   /// Bytes are counted here; transactions are counted by who runs them.
   WireStatistics& statistics() { return statistics_; }
@@ -81,8 +89,11 @@ class BulkPipe {
   Outcome next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint);
   /// Waits, and takes the time of it off the budget.
   std::optional<TransferCompletion> waitWithinBudget(Milliseconds limit);
+  /// Waits, and ends early when it is interrupted.
+  std::optional<TransferCompletion> waitInterruptibly(Milliseconds limit);
 
   USBDevice& device_;
+  const std::atomic<bool>* interrupted_;
   std::uint64_t oldest_ = 0;  ///< tag of the oldest transfer in flight
   std::uint64_t newest_ = 0;  ///< tag of the next one
   std::optional<Clock::time_point> deadline_;

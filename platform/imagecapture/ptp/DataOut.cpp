@@ -22,7 +22,10 @@ Outcome DataOut::run(std::uint16_t operation, std::uint32_t transactionID) {
   const std::uint64_t total = kContainerHeaderSize + size_;
   // Fits: the connection has refused what does not.
   encodeHeader({static_cast<std::uint32_t>(total), kDataBlock, operation, transactionID}, scratch_);
-  Outcome outcome = submitGathered(kContainerHeaderSize);
+  // One transfer where all fits into it. Otherwise only a packet is filled up behind the header, so
+  // that everything else goes out of the source's own memory.
+  const std::size_t first = total <= scratch_.size() ? scratch_.size() : pipe_.outPacketSize();
+  Outcome outcome = submitGathered(kContainerHeaderSize, first);
   while (outcome.done() && offset_ < size_) {
     if (sizes_.size() == kTransfersInFlight) outcome = takeOldest();
     if (outcome.done()) outcome = submitNext();
@@ -48,13 +51,13 @@ Outcome DataOut::submitNext() {
   }
   // Less than a packet at a time: collect it, once the scratch buffer is free.
   Outcome outcome = takeAll();
-  return outcome.done() ? submitGathered(0) : outcome;
+  return outcome.done() ? submitGathered(0, scratch_.size()) : outcome;
 }
 
-/// Sends the scratch buffer with payload behind its first `filled` bytes.
-Outcome DataOut::submitGathered(std::size_t filled) {
-  while (filled < scratch_.size() && offset_ < size_) {
-    const std::size_t most = std::min<std::uint64_t>(scratch_.size() - filled, size_ - offset_);
+/// Sends up to `size` bytes of the scratch buffer, with payload behind its first `filled` ones.
+Outcome DataOut::submitGathered(std::size_t filled, std::size_t size) {
+  while (filled < size && offset_ < size_) {
+    const std::size_t most = std::min<std::uint64_t>(size - filled, size_ - offset_);
     const auto bytes = source_.bytes(offset_, most);
     if (bytes.empty()) return sourceEnded();
     const std::size_t length = std::min(bytes.size(), most);

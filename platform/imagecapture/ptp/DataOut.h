@@ -13,8 +13,9 @@
 namespace tarvo::ptp {
 
 /// Runs one data phase. The container header travels with the first payload bytes, in one transfer
-/// from the scratch buffer; every transfer but the last is whole packets, and a container that ends
-/// with a full packet is followed by a zero-length one.
+/// from the scratch buffer (all of a small payload, a packet of a large one); every transfer but
+/// the last is whole packets, and a container that ends with a full packet is followed by a
+/// zero-length one.
 ///
 /// Of one use, like DataIn.
 class DataOut {
@@ -32,7 +33,7 @@ class DataOut {
   Outcome submitNext();
   /// For the first transfer, which the header opens, and for a source that gives less than a packet
   /// at a time.
-  Outcome submitGathered(std::size_t filled);
+  Outcome submitGathered(std::size_t filled, std::size_t size);
   void submit(std::span<const std::byte> bytes);
   Outcome takeOldest();
   /// Afterwards the scratch buffer is free again.

@@ -44,6 +44,16 @@ bool Recovery::resynchronise(std::uint32_t transactionID) {
   return idle && !gone_;
 }
 
+bool Recovery::startAfresh(std::uint32_t transactionID) {
+  // A device that is busy with sending may not look at endpoint 0 before it got rid of it.
+  pipe_.cancelAll();
+  drain();
+  cancelTransaction(transactionID);
+  const bool idle = resetDevice();
+  drain();
+  return idle && !gone_;
+}
+
 bool Recovery::resetDevice() {
   return request(kToInterface, kDeviceResetRequest, {}).has_value() && awaitIdle();
 }

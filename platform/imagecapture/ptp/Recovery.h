@@ -35,6 +35,11 @@ class Recovery {
   /// in the end.
   bool resynchronise(std::uint32_t transactionID);
 
+  /// For a device that a killed process has left in the middle of something and that says nothing:
+  /// what it may want to send is dropped, then cancel request and device reset, whatever it says of
+  /// itself. False when it is not idle in the end.
+  bool startAfresh(std::uint32_t transactionID);
+
   /// Device reset: the device drops its session. False when it does not become idle.
   bool resetDevice();
 

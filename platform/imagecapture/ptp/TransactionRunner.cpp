@@ -1,6 +1,7 @@
 #include "platform/imagecapture/ptp/TransactionRunner.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "Utilities/Format.h"
 #include "platform/imagecapture/ptp/DataIn.h"
@@ -77,30 +78,18 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   // A device that is still sending to a killed process may take no command before it got rid of it.
   const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.recovery, timeouts_.bulk);
   Outcome outcome = pipe_.write(bytes, limit);
-  if (!inStep_ && outcome.ending == Ending::kTimedOut) {
-    dropStaleInput();
-    // The budget holds the two attempts and the draining together.
-    outcome = pipe_.write(bytes, timeouts_.bulk);
-  }
   // With the small packets of a slow device a command can end with a full one.
   if (outcome.done() && block.size % pipe_.outPacketSize() == 0)
     outcome = pipe_.write({}, timeouts_.bulk);
   return outcome;
 }
 
-void TransactionRunner::dropStaleInput() {
-  pipe_.cancelAll();
-  const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
-  std::size_t length = 0;
-  while (BulkPipe::Clock::now() < deadline &&
-         pipe_.read(scratch(), length, timeouts_.recovery / 5).done()) {
-  }
-  pipe_.cancelAll();
-}
-
 Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t transactionID) {
   Incoming incoming;
-  Outcome outcome = readContainer(transaction, transactionID, timeouts_.bulk, incoming);
+  // A device that has swallowed the command as the data of another process says nothing at all.
+  const bool impatient = !inStep_ && transaction.send == nullptr;
+  const auto limit = impatient ? std::min(timeouts_.takeOver / 2, timeouts_.bulk) : timeouts_.bulk;
+  Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
   if (!outcome.done()) return outcome;
   if (incoming.header.type == kResponseBlock)
     return decodeResponse(incoming.bytes, transactionID, transaction);
@@ -130,7 +119,7 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
                                          std::uint32_t transactionID, BulkPipe::Milliseconds limit,
                                          Incoming& incoming) {
   std::string stale;
-  const auto staleDeadline = BulkPipe::Clock::now() + limit + timeouts_.recovery;
+  std::optional<BulkPipe::Clock::time_point> staleDeadline;
   while (true) {
     Outcome outcome = readOnce(incoming.bytes, limit);
     // The device did say something, only never what was due: that is no silence.
@@ -144,7 +133,9 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
       incoming.header = *header;
       return {};
     }
-    if (inStep_ || BulkPipe::Clock::now() > staleDeadline) return broken(std::move(wrong));
+    const auto now = BulkPipe::Clock::now();
+    if (!staleDeadline) staleDeadline = now + timeouts_.recovery;
+    if (inStep_ || now > *staleDeadline) return broken(std::move(wrong));
     if (stale.empty()) stale = std::move(wrong);
     // Behind stale data the answer comes soon or not at all.
     limit = std::min(limit, timeouts_.recovery);

@@ -28,13 +28,17 @@ class TransactionRunner {
   /// the command is no progress. The budget holds on for readResponse(), until
   /// BulkPipe::endBudget().
   ///
-  /// Until the device has answered one transaction rightly, what it still has to say to a process
-  /// that was killed is passed over.
+  /// Until the device has answered one transaction rightly it is out of step: what it still has to
+  /// say to a process that was killed is passed over, for Timeouts::recovery, and its first word is
+  /// waited for only half as long as Timeouts::takeOver, unless data are sent.
   Outcome run(Transaction& transaction, std::uint32_t transactionID);
 
   /// Reads a response that may come after a halt was cleared; waits for `limit` at most.
   Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
                        BulkPipe::Milliseconds limit);
+
+  /// Whether the device has answered rightly once.
+  bool isInStep() const { return inStep_; }
 
   /// For whoever drains the IN endpoint between transactions.
   std::span<std::byte> scratch() { return {scratch_.get(), kScratchSize}; }
@@ -48,8 +52,6 @@ class TransactionRunner {
 
   /// The phases as they follow each other; transfers may be in flight after a failure.
   Outcome runPhases(Transaction& transaction, std::uint32_t transactionID);
-  /// Until the device is in step it gets a second chance, with what it still sends read away in
-  /// between.
   Outcome sendCommand(const Transaction& transaction, std::uint32_t transactionID);
   /// A data phase and the response, or the response alone: a device may refuse before any data.
   Outcome readAnswer(Transaction& transaction, std::uint32_t transactionID);
@@ -58,14 +60,12 @@ class TransactionRunner {
   Outcome readContainer(const Transaction& transaction, std::uint32_t transactionID,
                         BulkPipe::Milliseconds limit, Incoming& incoming);
   Outcome readOnce(std::span<const std::byte>& bytes, BulkPipe::Milliseconds limit);
-  /// Reads until the device pauses, for Timeouts::recovery at most.
-  void dropStaleInput();
 
   BulkPipe& pipe_;
   Timeouts timeouts_;
   /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
-  bool inStep_ = false;  ///< the device has answered rightly once
+  bool inStep_ = false;
 };
 
 }  // namespace tarvo::ptp
