@@ -19,6 +19,10 @@ class EventRegistrations {
   /// Calls who is registered for the event's object, then who is registered for any. An exception
   /// is logged and keeps the event from nobody else.
   void deliver(const ICAEvent& event) const;
+  /// Whether an event of this type of the object would be heard by anybody.
+  bool hears(ICAObject object, FourCharCode type) const {
+    return callbacks_.contains({object, type}) || callbacks_.contains({0, type});
+  }
   /// Ends every registration of the object.
   void forget(ICAObject object);
 

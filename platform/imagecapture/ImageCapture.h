@@ -30,6 +30,11 @@ namespace ica {
 inline constexpr FourCharCode kObjectList = fourCharCode("objl");
 inline constexpr FourCharCode kDevice = fourCharCode("icdv");
 inline constexpr FourCharCode kCamera = fourCharCode("cmra");
+/// On a device: a folder, or a file that is a picture or something else.
+inline constexpr FourCharCode kDirectory = fourCharCode("dire");
+inline constexpr FourCharCode kFile = fourCharCode("file");
+inline constexpr FourCharCode kPictureFile = fourCharCode("imag");
+inline constexpr FourCharCode kOtherFile = fourCharCode("othr");
 
 /// Types of events. kExtended stands for what a device reports by itself.
 inline constexpr FourCharCode kDeviceAdded = fourCharCode("edea");

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
+#include "platform/imagecapture/ObjectDownload.h"
 #include "platform/imagecapture/PTPMessages.h"
 
 namespace tarvo {
@@ -14,6 +15,30 @@ class IdleScope : public ICAScope {};
 
 constexpr ICAObjectInfo kDeviceListInfo{ica::kObjectList, ica::kDevice};
 constexpr ICAObjectInfo kDeviceInfo{ica::kDevice, ica::kCamera};
+
+// Event codes of ISO 15740 after which the contents of a camera are not what they were.
+constexpr std::uint16_t kObjectAdded = 0x4002;
+constexpr std::uint16_t kObjectRemoved = 0x4003;
+constexpr std::uint16_t kStoreAdded = 0x4004;
+constexpr std::uint16_t kStoreRemoved = 0x4005;
+
+/// Containers on USB do not say which session an event belongs to.
+constexpr std::uint32_t kNoSession = 0xFFFFFFFF;
+
+ICAObjectInfo infoOf(const FileObject& file) {
+  if (file.object.isFolder()) return {ica::kDirectory, ica::kDirectory};
+  return {ica::kFile, file.object.isPicture() ? ica::kPictureFile : ica::kOtherFile};
+}
+
+PropertyDictionary dictionaryOf(const ptp::Event& event) {
+  auto parameters = PropertyDictionary::array();
+  for (unsigned i = 0; i < event.parameterCount; ++i)
+    parameters.push_back(event.parameters.at(i));
+  return {{"code", event.code},
+          {"session", kNoSession},
+          {"transaction", event.transactionID},
+          {"params", std::move(parameters)}};
+}
 
 std::string nameOf(const DeviceObject& device) {
   return textForKey(device.dictionary, "ifil").value_or("");
@@ -29,24 +54,34 @@ ImageCaptureService::ImageCaptureService(Registry& registry, MountTable& mounts,
       cameras_(registry, *this, log_),
       volumes_(registry, mounts, *this, log_) {}
 
+ImageCaptureService::~ImageCaptureService() {
+  for (const DeviceObject& device : objects_.devices())
+    if (device.channel) device.channel->watchEvents(nullptr);
+}
+
 Status ImageCaptureService::getDeviceList(ICAObject& list) {
   list = ObjectTable::kDeviceList;
   return status::kOK;
 }
 
 Status ImageCaptureService::getObjectInfo(ICAObject object, ICAObjectInfo& info) {
+  if (const FileObject* file = contents_.file(object)) {
+    info = infoOf(*file);
+    return status::kOK;
+  }
   if (!objects_.contains(object)) return objects_.statusOfMissing(object);
   info = object == ObjectTable::kDeviceList ? kDeviceListInfo : kDeviceInfo;
   return status::kOK;
 }
 
-// What lies on a device is not listed among its children.
+// What lies on a device is not listed among its children: its dictionary has it.
 Status ImageCaptureService::getChildCount(ICAObject object, std::uint32_t& count,
                                           Status& headerErr) {
   // Zero for a device, and for what is not there.
   const bool isList = object == ObjectTable::kDeviceList;
   count = isList ? static_cast<std::uint32_t>(objects_.devices().size()) : 0;
-  headerErr = objects_.contains(object) ? status::kOK : objects_.statusOfMissing(object);
+  const bool isThere = objects_.contains(object) || contents_.file(object) != nullptr;
+  headerErr = isThere ? status::kOK : objects_.statusOfMissing(object);
   return headerErr;
 }
 
@@ -62,6 +97,10 @@ Status ImageCaptureService::getNthChild(ICAObject parent, std::uint32_t index,
 
 Status ImageCaptureService::copyObjectPropertyDictionary(ICAObject object,
                                                          PropertyDictionary& dictionary) {
+  if (const FileObject* file = contents_.file(object)) {
+    dictionary = file->dictionary();
+    return status::kOK;
+  }
   const DeviceObject* device = objects_.device(object);
   if (!device) return objects_.statusOfMissing(object);
   dictionary = device->dictionary;
@@ -70,21 +109,67 @@ Status ImageCaptureService::copyObjectPropertyDictionary(ICAObject object,
 
 Status ImageCaptureService::copyObjectProperty(ICAObject object, std::string_view key,
                                                PropertyDictionary& value) {
+  Status result = loadProperty(object, key);
+  if (result != status::kOK) return result;
+  PropertyDictionary dictionary;
   const DeviceObject* device = objects_.device(object);
-  if (!device) return objects_.statusOfMissing(object);
-  const auto found = device->dictionary.find(key);
-  if (found == device->dictionary.end()) return status::kICAPropertyNotFound;
+  // A device's dictionary may be large: it is looked into where it lies.
+  if (!device) result = copyObjectPropertyDictionary(object, dictionary);
+  if (result != status::kOK) return result;
+  const PropertyDictionary& properties = device ? device->dictionary : dictionary;
+  const auto found = properties.find(key);
+  if (found == properties.end()) return status::kICAPropertyNotFound;
   value = *found;
   return status::kOK;
 }
 
-void ImageCaptureService::forgetContents(ICAObject) {}
+Status ImageCaptureService::loadProperty(ICAObject object, std::string_view key) {
+  const DeviceObject* device = objects_.device(object);
+  if (!device || device->isVolume() || !contents_.isMissing(object, device->dictionary, key))
+    return status::kOK;
+  PropertyDictionary loaded = device->dictionary;
+  const auto load = [&](PTPChannel& channel, std::string* why) {
+    return contents_.load(object, channel, key, loaded, why);
+  };
+  const Status result = withChannel(object, load);
+  DeviceObject* owner = objects_.device(object);
+  if (result == status::kOK && owner) owner->dictionary = std::move(loaded);
+  return result;
+}
+
+void ImageCaptureService::forgetContents(ICAObject object) {
+  if (DeviceObject* device = objects_.device(object)) contents_.forget(object, device->dictionary);
+}
 
 Status ImageCaptureService::registerForEventNotification(ICAObject object, FourCharCode type,
                                                          EventCallback callback) {
   if (object != 0 && !objects_.contains(object)) return objects_.statusOfMissing(object);
   events_.set(object, type, std::move(callback));
+  if (type == ica::kExtended)
+    for (const DeviceObject& device : objects_.devices())
+      updateWatching(device);
   return status::kOK;
+}
+
+void ImageCaptureService::updateWatching(const DeviceObject& device) {
+  const bool isWanted = events_.hears(device.handle, ica::kExtended);
+  if (device.isVolume() || isWanted == device.channel->isWatchingEvents()) return;
+  PTPChannel::EventHandler handler;
+  if (isWanted)
+    handler = [this, object = device.handle](const auto& event) { cameraReported(object, event); };
+  device.channel->watchEvents(std::move(handler));
+}
+
+void ImageCaptureService::cameraReported(ICAObject object, const ptp::Event& event) {
+  const bool stores = event.code == kStoreAdded || event.code == kStoreRemoved;
+  // Forgotten first, so that who hears of it reads anew. Another store may use the same handles.
+  if (stores) contents_.dropFiles(object);
+  if (stores || event.code == kObjectAdded || event.code == kObjectRemoved) forgetContents(object);
+  events_.deliver({object, ica::kExtended, dictionaryOf(event)});
+  const DeviceObject* device = objects_.device(object);
+  if (!stores || !device) return;
+  const auto type = event.code == kStoreAdded ? ica::kStoreAdded : ica::kStoreRemoved;
+  events_.deliver({object, type, {{"ifil", nameOf(*device)}}});
 }
 
 Status ImageCaptureService::objectSendMessage(ICAObjectSendMessagePB& block) {
@@ -102,6 +187,7 @@ Status ImageCaptureService::getPropertyByType(ICAObject object, FourCharCode typ
 
 Status ImageCaptureService::getPropertyData(ICAObject object, FourCharCode type,
                                             std::string& data) {
+  if (contents_.file(object)) return status::kICAPropertyNotFound;
   const DeviceObject* device = objects_.device(object);
   if (!device) return objects_.statusOfMissing(object);
   if (type != ica::kPropertyVolumeLabel) return status::kICAPropertyNotFound;
@@ -111,8 +197,16 @@ Status ImageCaptureService::getPropertyData(ICAObject object, FourCharCode type,
   return status::kOK;
 }
 
-Status ImageCaptureService::downloadFile(ICAObject object, const std::string&, std::string&) {
-  return objects_.contains(object) ? status::kICAInvalidObject : objects_.statusOfMissing(object);
+Status ImageCaptureService::downloadFile(ICAObject object, const std::string& folder,
+                                         std::string& path) {
+  const FileObject* found = contents_.file(object);
+  if (!found)
+    return objects_.contains(object) ? status::kICAInvalidObject : objects_.statusOfMissing(object);
+  if (found->object.isFolder()) return status::kNotAFile;
+  const FileObject file = *found;  // it may be dropped meanwhile
+  return withChannel(file.device, [&](PTPChannel& channel, std::string* why) {
+    return downloadObject(channel, file.object, folder, path, why);
+  });
 }
 
 std::unique_ptr<ICAScope> ImageCaptureService::openScope(ICAObject object, Status* failure,
@@ -132,6 +226,7 @@ ICAObject ImageCaptureService::deviceCame(FoundDevice found) {
   if (found.interface) channel = std::make_shared<PTPChannel>(connector_, *found.interface);
   const DeviceObject& device = objects_.add(std::move(found.dictionary), std::move(channel));
   // Listeners may bring about other arrivals, which move the table: take what is needed first.
+  updateWatching(device);
   const ICAObject object = device.handle;
   const std::string name = nameOf(device);
   logTo(log_, LogLevel::kDebug, formatted("device 0x%X came: '%s'", object, name.c_str()));
@@ -144,6 +239,7 @@ void ImageCaptureService::deviceWent(ICAObject object) {
   const DeviceObject device = objects_.remove(object);
   if (device.handle == 0) return;
   if (device.channel) device.channel->deviceWent();
+  contents_.dropDevice(object);
   const std::string name = nameOf(device);
   logTo(log_, LogLevel::kDebug, formatted("device 0x%X went: '%s'", object, name.c_str()));
   events_.deliver({object, ica::kDeviceRemoved, {{"ifil", name}}});
@@ -152,32 +248,48 @@ void ImageCaptureService::deviceWent(ICAObject object) {
 }
 
 Status ImageCaptureService::sendMessage(ICAObjectSendMessagePB& block) {
-  const DeviceObject* device = objects_.device(block.object);
-  if (!device) return objects_.statusOfMissing(block.object);
-  // Neither a message to a volume's interface nor the deletion of a whole device makes sense.
-  if (device->isVolume() || block.messageType == ica::kMessageDelete)
+  if (const FileObject* file = contents_.file(block.object))
+    return block.messageType == ica::kMessageDelete ? deleteFile(*file) : status::kICAInvalidObject;
+  // The deletion of a whole device makes no sense, and neither does a message to a volume.
+  if (objects_.device(block.object) && block.messageType == ica::kMessageDelete)
     return status::kICAInvalidObject;
+  return withChannel(block.object, [&](PTPChannel& channel, std::string* why) {
+    switch (block.messageType) {
+      case ica::kMessagePass:
+        return block.data ? passThrough(channel, *block.data, why) : status::kBadParameter;
+      case ica::kMessageSyncClock:
+        return setClock(channel, std::time(nullptr), why);
+      default:
+        return status::kUnsupported;
+    }
+  });
+}
+
+Status ImageCaptureService::deleteFile(const FileObject& deleted) {
+  const FileObject file = deleted;
+  const Status result = withChannel(file.device, [&](PTPChannel& channel, std::string* why) {
+    return deleteObject(channel, file.object.handle, why);
+  });
+  if (result != status::kOK) return result;
+  contents_.dropFile(file.handle);
+  forgetContents(file.device);
+  return status::kOK;
+}
+
+Status ImageCaptureService::withChannel(
+    ICAObject object, const std::function<Status(PTPChannel& channel, std::string* why)>& work) {
+  const DeviceObject* device = objects_.device(object);
+  if (!device) return objects_.statusOfMissing(object);
+  if (device->isVolume()) return status::kICAInvalidObject;
   const std::shared_ptr<PTPChannel> channel = device->channel;  // the table may change meanwhile
   std::string why;
   Status result = status::kOK;
   const auto scope = PTPScope::open(channel, &result, &why);
-  if (scope) result = runMessage(*channel, block, &why);
+  if (scope) result = work(*channel, &why);
   // The caller reports the status as loudly as the device deserves; the words are for the curious.
   if (result != status::kOK && !why.empty())
-    logTo(log_, LogLevel::kDebug, formatted("device 0x%X: %s", block.object, why.c_str()));
+    logTo(log_, LogLevel::kDebug, formatted("device 0x%X: %s", object, why.c_str()));
   return result;
-}
-
-Status ImageCaptureService::runMessage(PTPChannel& channel, ICAObjectSendMessagePB& block,
-                                       std::string* why) {
-  switch (block.messageType) {
-    case ica::kMessagePass:
-      return block.data ? passThrough(channel, *block.data, why) : status::kBadParameter;
-    case ica::kMessageSyncClock:
-      return setClock(channel, std::time(nullptr), why);
-    default:
-      return status::kUnsupported;
-  }
 }
 
 }  // namespace tarvo

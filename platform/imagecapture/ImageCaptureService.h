@@ -1,14 +1,16 @@
 // The Image Capture service of this process: PTP cameras and mounted USB volumes as objects.
 //
 // The sources find devices and describe them, the object table numbers them, the registrations hear
-// of them, and a channel per camera carries their messages.
+// of them, a channel per camera carries their messages, and the contents know their files.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "Utilities/LogSink.h"
 #include "platform/foundation/MountTable.h"
+#include "platform/imagecapture/DeviceContents.h"
 #include "platform/imagecapture/DeviceSink.h"
 #include "platform/imagecapture/EventRegistrations.h"
 #include "platform/imagecapture/ImageCapture.h"
@@ -27,6 +29,10 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   /// Finds what is there already; there is nobody yet to be told of it.
   ImageCaptureService(Registry& registry, MountTable& mounts, ptp::PTPConnector& connector,
                       LogSink log);
+  ImageCaptureService(const ImageCaptureService&) = delete;
+  ImageCaptureService& operator=(const ImageCaptureService&) = delete;
+  /// Scopes may outlive the service; events end with it.
+  ~ImageCaptureService() override;
 
   Status getDeviceList(ICAObject& list) override;
   Status getObjectInfo(ICAObject object, ICAObjectInfo& info) override;
@@ -41,13 +47,14 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   Status registerForEventNotification(ICAObject object, FourCharCode type,
                                       EventCallback callback) override;
   /// kBadParameter for "pass" without a record or with one that does not fit together, kUnsupported
-  /// for other message types, kICAInvalidObject for a volume and for 'del1': this service shows no
-  /// files.
+  /// for other message types, kICAInvalidObject for a volume, for 'del1' of what is no file of a
+  /// camera, and for any other message to one.
   Status objectSendMessage(ICAObjectSendMessagePB& block) override;
   Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) override;
   /// Only volumes have a property: their label.
   Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) override;
-  /// Always an error, since this service shows no files.
+  /// Of a camera's file; kNotAFile for a folder, kICAInvalidObject for anything else. Errors as for
+  /// downloadObject().
   Status downloadFile(ICAObject object, const std::string& folder, std::string& path) override;
   /// For a camera the interface is claimed before this returns; the session waits for the first
   /// operation that needs it.
@@ -58,15 +65,24 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   ICAObject deviceCame(FoundDevice device) override;
   void deviceWent(ICAObject object) override;
 
-  // A message holds the channel for its own length; inside a scope that costs nothing.
+  /// Does `work` while the camera's channel is held; inside a scope that costs nothing.
+  /// kICAInvalidObject for a volume.
+  Status withChannel(ICAObject device,
+                     const std::function<Status(PTPChannel& channel, std::string* why)>& work);
   Status sendMessage(ICAObjectSendMessagePB& block);
-  /// The channel is held by the caller.
-  Status runMessage(PTPChannel& channel, ICAObjectSendMessagePB& block, std::string* why);
+  Status deleteFile(const FileObject& file);
+  /// Loads `key` of a camera where it has not been.
+  Status loadProperty(ICAObject object, std::string_view key);
+
+  // Events of cameras are watched exactly while somebody is registered for them.
+  void updateWatching(const DeviceObject& device);
+  void cameraReported(ICAObject object, const ptp::Event& event);
 
   /// Handed to each camera's channel.
   ptp::PTPConnector& connector_;
   LogSink log_;
   ObjectTable objects_;
+  DeviceContents contents_;
   /// Registrations of an object go with it.
   EventRegistrations events_;
   // The sources speak to the members above as soon as they are made, so they come last.

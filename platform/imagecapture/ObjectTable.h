@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "platform/imagecapture/ImageCapture.h"
@@ -30,6 +31,9 @@ class ObjectTable {
   DeviceObject remove(ICAObject handle);
   /// Null when `handle` is no device. Valid until the next add() or remove().
   const DeviceObject* device(ICAObject handle) const;
+  DeviceObject* device(ICAObject handle) {
+    return const_cast<DeviceObject*>(std::as_const(*this).device(handle));
+  }
   /// In order of arrival.
   const std::vector<DeviceObject>& devices() const { return devices_; }
   /// Whether it is the device list or one of the devices.

@@ -14,6 +14,7 @@ Status PTPChannel::hold(std::string* why) {
     connection_ = connector_.connect(address_, &failure, why);
     if (!connection_) return failure;
     hasSession_ = false;
+    if (events_) connection_->watchEvents(events_);
   }
   // Counted only on success: a failed attempt has nothing to release.
   ++holders_;
@@ -29,6 +30,12 @@ void PTPChannel::deviceWent() {
   isGone_ = true;
   // Holders stay counted, so that each may still release.
   connection_.reset();
+  events_ = nullptr;
+}
+
+void PTPChannel::watchEvents(EventHandler handler) {
+  events_ = isGone_ ? nullptr : std::move(handler);
+  if (connection_) connection_->watchEvents(events_);
 }
 
 Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {

@@ -2,6 +2,7 @@
 // operation on that needs one.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -15,6 +16,8 @@ namespace tarvo {
 /// holds it.
 class PTPChannel {
  public:
+  using EventHandler = std::function<void(const ptp::Event&)>;
+
   /// Opens nothing yet. `connector` must outlive the channel.
   PTPChannel(ptp::PTPConnector& connector, ptp::USBInterfaceAddress address)
       : connector_(connector), address_(std::move(address)) {}
@@ -26,6 +29,11 @@ class PTPChannel {
   void release();
   /// The device was unplugged: who still holds the channel gets kICADeviceGone from now on.
   void deviceWent();
+
+  /// Events of the device, as PTPConnection::watchEvents says, whenever somebody holds the channel
+  /// from now on; until an empty handler is given, or the device went.
+  void watchEvents(EventHandler handler);
+  bool isWatchingEvents() const { return events_ != nullptr; }
 
   /// Runs a transaction; the caller holds the channel. GetDeviceInfo alone runs without a session
   /// (ISO 15740 lets it); where the device refuses the session, its refusal is the transaction's
@@ -41,6 +49,7 @@ class PTPChannel {
   ptp::USBInterfaceAddress address_;
   /// There while somebody holds the channel and the device is plugged.
   std::unique_ptr<ptp::PTPConnection> connection_;
+  EventHandler events_;  ///< empty where nobody is interested
   unsigned holders_ = 0;
   bool hasSession_ = false;
   bool isGone_ = false;

@@ -1,0 +1,72 @@
+// What lies on the PTP devices of the service: loaded on first need, shown in their dictionaries,
+// and reachable by a handle for each file and folder.
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/imagecapture/ImageCapture.h"
+#include "platform/imagecapture/PTPChannel.h"
+#include "platform/imagecapture/PTPObjectReader.h"
+
+namespace tarvo {
+
+/// A file or folder of a device, as the service knows it.
+struct FileObject {
+  ICAObject handle = 0;
+  ICAObject device = 0;
+  PTPObject object{};
+
+  /// "ifil", "icao", "isiz" and "tsiz".
+  PropertyDictionary dictionary() const;
+};
+
+/// Pictures and folders of one device as its dictionary has them.
+///
+/// "data": the pictures in the device's order. "tree": what lies at the top; a folder has a "tree"
+/// of its own. A folder that lies in itself, in a file, in nothing that is there, or too deep for
+/// anybody's recursion is shown at the top.
+PropertyDictionary pictureList(const std::vector<FileObject>& files);
+PropertyDictionary folderTree(const std::vector<FileObject>& files);
+
+/// Main thread only.
+class DeviceContents {
+ public:
+  /// Handles of files are told from those of devices by their size.
+  static constexpr ICAObject kFirstFile = 0x80000000;
+
+  /// Whether load() has something to do for `key` in the dictionary of a PTP device.
+  bool isMissing(ICAObject device, const PropertyDictionary& dictionary,
+                 std::string_view key) const;
+  /// Reads "capa", or "data" and "tree", into the device's dictionary; it is left alone on failure.
+  /// The caller holds the channel. Files get new handles, and those that the device's had go.
+  /// Errors as in PTPObjectReader.h, and kOutOfMemory when there are no handles left.
+  Status load(ICAObject device, PTPChannel& channel, std::string_view key,
+              PropertyDictionary& dictionary, std::string* why);
+
+  /// What was loaded is read again on the next need. Files can still be named until then.
+  void forget(ICAObject device, PropertyDictionary& dictionary);
+  /// The device's files are not what they were, or not there.
+  void dropFiles(ICAObject device);
+  void dropFile(ICAObject handle) { files_.erase(handle); }
+  /// The device went.
+  void dropDevice(ICAObject device);
+
+  /// Null when `handle` names no file or folder. Valid until the next change.
+  const FileObject* file(ICAObject handle) const;
+
+ private:
+  Status loadCapabilities(ICAObject device, PTPChannel& channel, PropertyDictionary& dictionary,
+                          std::string* why);
+  Status loadFiles(ICAObject device, PTPChannel& channel, PropertyDictionary& dictionary,
+                   std::string* why);
+
+  std::set<ICAObject> withCapabilities_;
+  std::map<ICAObject, FileObject> files_;
+  ICAObject nextFile_ = kFirstFile;
+};
+
+}  // namespace tarvo

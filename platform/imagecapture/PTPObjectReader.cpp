@@ -1,0 +1,175 @@
+#include "platform/imagecapture/PTPObjectReader.h"
+
+#include <array>
+#include <memory>
+#include <utility>
+
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+namespace {
+
+constexpr std::uint16_t kAssociation = 0x3001;
+/// A device with more objects is none that a person could look through; it costs no more memory
+/// than it sends handles.
+constexpr std::size_t kMostObjects = std::size_t{1} << 20;
+/// ObjectInfo with four strings of 255 units, and DeviceInfo as it comes from real devices.
+constexpr std::size_t kObjectInfoRoom = 2356;
+constexpr std::size_t kDeviceInfoRoom = 16384;
+
+/// Reads a data set from its beginning. Beyond the end everything is 0, and isGood() false.
+class Cursor {
+ public:
+  explicit Cursor(std::span<const std::byte> bytes) : bytes_(bytes) {}
+
+  bool isGood() const { return isGood_; }
+  std::size_t left() const { return bytes_.size(); }
+  std::uint8_t u8() { return static_cast<std::uint8_t>(number(1)); }
+  std::uint16_t u16() { return static_cast<std::uint16_t>(number(2)); }
+  std::uint32_t u32() { return number(4); }
+  void skip(std::uint64_t count) {
+    isGood_ = isGood_ && count <= bytes_.size();
+    bytes_ = isGood_ ? bytes_.subspan(count) : bytes_.first(0);
+  }
+  /// A count of units, then so many UTF-16 units of which the last is 0.
+  std::string text() {
+    std::u16string units(u8(), u'\0');
+    for (char16_t& unit : units)
+      unit = u16();
+    if (!units.empty() && units.back() == u'\0') units.pop_back();
+    return utf8FromUTF16(units);
+  }
+  void skipText() { skip(std::uint64_t{2} * u8()); }
+  void skipCodes() { skip(std::uint64_t{2} * u32()); }
+
+ private:
+  std::uint32_t number(std::size_t size) {
+    const auto from = bytes_;
+    skip(size);
+    std::uint32_t value = 0;
+    for (std::size_t i = 0; isGood_ && i < size; ++i)
+      value |= std::to_integer<std::uint32_t>(from[i]) << (8 * i);
+    return value;
+  }
+
+  std::span<const std::byte> bytes_;
+  bool isGood_ = true;
+};
+
+/// A transaction that receives into `room`; `data` is what came, as far as it fits.
+Status receive(PTPChannel& channel, ptp::Transaction transaction, std::span<std::byte> room,
+               std::span<const std::byte>& data, std::string* why) {
+  ptp::MemorySink sink(room);
+  transaction.receive = &sink;
+  const Status result = channel.transact(transaction, why);
+  if (result != status::kOK) return result;
+  data = room.first(sink.filled());
+  return transaction.responseCode == status::kPTPOK ? status::kOK : transaction.responseCode;
+}
+
+Status readHandles(PTPChannel& channel, std::vector<std::uint32_t>& handles, std::string* why) {
+  const std::size_t size = 4 * (kMostObjects + 1);
+  // Of memory that is not touched the system gives none.
+  const auto memory = std::make_unique_for_overwrite<std::byte[]>(size);
+  std::span<const std::byte> data;
+  // All stores, all formats, all folders.
+  const Status result = receive(
+      channel,
+      {.operation = ptp::kGetObjectHandles, .parameters = {ptp::kAllStores}, .parameterCount = 3},
+      {memory.get(), size}, data, why);
+  if (result != status::kOK) return result;
+  auto decoded = decodeHandles(data);
+  if (!decoded) return status::kICAProtocolError;
+  handles = std::move(*decoded);
+  return status::kOK;
+}
+
+}  // namespace
+
+bool PTPObject::isFolder() const {
+  return format == kAssociation;
+}
+
+bool PTPObject::isPicture() const {
+  // ISO 15740, "Object format codes": 0x38xx and a vendor's 0xB8xx and above are images.
+  constexpr std::uint16_t kKindBits = 0x7800;
+  constexpr std::uint16_t kImageKind = 0x3800;
+  return (format & kKindBits) == kImageKind;
+}
+
+std::optional<PTPObject> decodeObject(std::uint32_t handle, std::span<const std::byte> objectInfo) {
+  Cursor cursor(objectInfo);
+  PTPObject object{.handle = handle};
+  cursor.skip(4);  // storage
+  object.format = cursor.u16();
+  cursor.skip(2);  // protection
+  object.size = cursor.u32();
+  cursor.skip(2);  // format of the thumbnail
+  object.thumbnailSize = cursor.u32();
+  cursor.skip(20);  // measures of thumbnail and picture, depth of a pixel
+  object.parent = cursor.u32();
+  cursor.skip(10);  // kind and description of a folder, place in a sequence
+  object.name = cursor.text();
+  if (!cursor.isGood()) return std::nullopt;
+  return object;
+}
+
+std::optional<std::vector<std::uint32_t>> decodeHandles(std::span<const std::byte> array) {
+  Cursor cursor(array);
+  const std::size_t count = cursor.u32();
+  if (!cursor.isGood() || count > cursor.left() / 4) return std::nullopt;
+  std::vector<std::uint32_t> handles(count);
+  for (std::uint32_t& handle : handles)
+    handle = cursor.u32();
+  return handles;
+}
+
+bool listsProperty(std::span<const std::byte> deviceInfo, std::uint16_t property) {
+  Cursor cursor(deviceInfo);
+  cursor.skip(8);  // versions and vendor
+  cursor.skipText();
+  cursor.skip(2);      // mode
+  cursor.skipCodes();  // operations
+  cursor.skipCodes();  // events
+  for (std::uint32_t left = cursor.u32(); left > 0 && cursor.isGood(); --left)
+    if (cursor.u16() == property && cursor.isGood()) return true;
+  return false;
+}
+
+Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects, std::string* why) {
+  std::vector<std::uint32_t> handles;
+  Status result = readHandles(channel, handles, why);
+  std::array<std::byte, kObjectInfoRoom> room{};
+  for (std::size_t i = 0; result == status::kOK && i < handles.size(); ++i) {
+    std::span<const std::byte> data;
+    result =
+        receive(channel,
+                {.operation = ptp::kGetObjectInfo, .parameters = {handles[i]}, .parameterCount = 1},
+                room, data, why);
+    // One object that went meanwhile, or that the device itself cannot read, is no reason to show
+    // none.
+    if (result > status::kOK) result = status::kOK;
+    if (auto object = decodeObject(handles[i], data)) objects.push_back(std::move(*object));
+  }
+  return result;
+}
+
+Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property, bool& isListed,
+                                   std::string* why) {
+  std::array<std::byte, kDeviceInfoRoom> room{};
+  std::span<const std::byte> data;
+  const Status result = receive(channel, {.operation = ptp::kGetDeviceInfo}, room, data, why);
+  if (result == status::kOK) isListed = listsProperty(data, property);
+  return result;
+}
+
+Status deleteObject(PTPChannel& channel, std::uint32_t handle, std::string* why) {
+  ptp::Transaction transaction{
+      .operation = ptp::kDeleteObject, .parameters = {handle}, .parameterCount = 1};
+  const Status result = channel.transact(transaction, why);
+  if (result != status::kOK || transaction.responseCode == status::kPTPOK) return result;
+  return transaction.responseCode;
+}
+
+}  // namespace tarvo

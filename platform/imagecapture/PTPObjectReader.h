@@ -1,0 +1,54 @@
+// What lies on a PTP device, as far as the service shows it: handles, the few fields of ObjectInfo
+// that its dictionaries have, and the list of properties in DeviceInfo (ISO 15740, clause 5).
+//
+// Whatever comes from the device is checked against the bytes that came before anything is made of
+// it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Utilities/Status.h"
+#include "platform/imagecapture/PTPChannel.h"
+
+namespace tarvo {
+
+/// An object on a device.
+struct PTPObject {
+  /// Where the size is beyond 32 bits, or unknown to the device.
+  static constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
+
+  std::uint32_t handle = 0;
+  std::uint16_t format = 0;
+  std::uint32_t size = 0;           ///< bytes
+  std::uint32_t thumbnailSize = 0;  ///< bytes, 0 where it has none
+  std::uint32_t parent = 0;         ///< handle of the folder it lies in, 0 at the top
+  std::string name{};               ///< UTF-8, as the device gave it: it may hold anything
+
+  bool isFolder() const;
+  bool isPicture() const;
+};
+
+/// None when the data set ends before the file name does. What stands behind that is not looked at.
+std::optional<PTPObject> decodeObject(std::uint32_t handle, std::span<const std::byte> objectInfo);
+
+/// None when there are more handles than bytes.
+std::optional<std::vector<std::uint32_t>> decodeHandles(std::span<const std::byte> array);
+
+/// Whether DeviceInfo lists the property; false, too, where it ends before the list does.
+bool listsProperty(std::span<const std::byte> deviceInfo, std::uint16_t property);
+
+// The same from the device. The caller holds the channel. Errors: a response code other than OK;
+// kICAProtocolError for a data set that says more than it holds; or as for PTPChannel::transact.
+
+/// All objects of all stores. Objects that the device does not tell of are left out.
+Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects, std::string* why);
+/// Needs no session.
+Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property, bool& isListed,
+                                   std::string* why);
+Status deleteObject(PTPChannel& channel, std::uint32_t handle, std::string* why);
+
+}  // namespace tarvo
