@@ -2,6 +2,7 @@
 
 #include <array>
 #include <memory>
+#include <unordered_set>
 #include <utility>
 
 #include "Utilities/NSStringUtilsCategory.h"
@@ -141,7 +142,9 @@ Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects, std::st
   std::vector<std::uint32_t> handles;
   Status result = readHandles(channel, handles, why);
   std::array<std::byte, kObjectInfoRoom> room{};
+  std::unordered_set<std::uint32_t> seen;
   for (std::size_t i = 0; result == status::kOK && i < handles.size(); ++i) {
+    if (!seen.insert(handles[i]).second) continue;
     std::span<const std::byte> data;
     result =
         receive(channel,

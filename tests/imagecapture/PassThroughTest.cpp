@@ -111,6 +111,58 @@ TEST_F(PassThrough, CarriesDataBothWaysAndDropsWhatDoesNotFit) {
   EXPECT_EQ(test::hexText(arrived), "ab0000");
 }
 
+TEST_F(PassThrough, TakesASinkOrASourceInPlaceOfTheDataArea) {
+  const std::vector<std::byte> bytes(4000, std::byte{7});
+  std::vector<std::byte> memory(3000);
+  for (const std::uint32_t sent : {100U, 4000U}) {
+    answerWith(0x2001, [&](ptp::Transaction& transaction) {
+      test::sendPayload(transaction, std::span(bytes).first(sent));
+    });
+    ptp::MemorySink sink(memory);
+    PTPPassThroughRecord record(0);
+    record.pb().commandCode = ptp::kGetObject;
+    record.pb().dataUsageMode = kDataFromDevice;
+    record.pb().dataSize = 0xFFFFFFFF;  // no room is needed, so none is checked
+    record.setSink(&sink);
+    EXPECT_EQ(send(record), status::kOK);
+    EXPECT_EQ(record.pb().dataSize, std::min(sent, 3000U)) << "what the sink has taken";
+    EXPECT_EQ(sink.filled(), record.pb().dataSize);
+  }
+  std::vector<std::byte> arrived;
+  answerWith(0x2001, [&](ptp::Transaction& each) { arrived = test::payloadOf(each); });
+  ptp::MemorySource source(bytes);
+  auto record = makeRecord(ptp::kSendObject, kDataToDevice);
+  record.setSource(&source);
+  EXPECT_EQ(send(record), status::kOK);
+  EXPECT_EQ(arrived, bytes);
+}
+
+/// Of any size, but never read.
+class SizedSource : public ptp::DataSource {
+ public:
+  explicit SizedSource(std::uint64_t size) : size_(size) {}
+  std::uint64_t size() const override { return size_; }
+  std::span<const std::byte> bytes(std::uint64_t, std::size_t) override { return {}; }
+
+ private:
+  std::uint64_t size_;
+};
+
+TEST_F(PassThrough, CountsAndRefusesWhatGoesBeyond32Bits) {
+  SizedSource source(std::uint64_t{1} << 32);
+  auto record = makeRecord(ptp::kSendObject, kDataToDevice);
+  record.setSource(&source);
+  EXPECT_EQ(send(record), status::kBadParameter);
+  EXPECT_THAT(connector.log, ElementsAre(kConnect, "release")) << "and nothing was sent";
+
+  answerWith(0x2001, [](ptp::Transaction& each) { each.receive->received(5, 0xFFFFFFFFFF); });
+  ptp::MemorySink sink({});
+  auto large = makeRecord(ptp::kGetObject, kDataFromDevice);
+  large.setSink(&sink);
+  EXPECT_EQ(send(large), status::kOK);
+  EXPECT_EQ(large.pb().dataSize, 0xFFFFFFFFU);
+}
+
 TEST_F(PassThrough, RefusesARecordThatDoesNotFitTogetherBeforeAnythingIsSent) {
   const auto scope = open();
   connector.log.clear();
