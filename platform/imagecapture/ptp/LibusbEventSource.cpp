@@ -23,6 +23,8 @@ LibusbEventSource::LibusbEventSource(libusb_context* context, std::function<void
   static GSourceFuncs functions = {nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
   raw_ = g_source_new(&functions, sizeof(GSource));
   g_source_set_callback(raw_, nullptr, this, nullptr);
+  // What a device reports is in no hurry, and a device that reports without end holds nobody up.
+  g_source_set_priority(raw_, G_PRIORITY_DEFAULT_IDLE);
   g_source_attach(raw_, nullptr);
   source_ = AttachedSource(raw_);
   const libusb_pollfd** descriptors = libusb_get_pollfds(context_);
