@@ -1,11 +1,15 @@
-// Data sets with fixed fields that a device answers with: storage information, the limits of its
-// address book, and the description of a device property.
+// Data sets with fixed fields that a device answers with: what it says of itself and of a store,
+// the limits of its address book, and the description of a device property.
+//
+//   const auto info = scanStorageInfo(dataSet);
+//   if (info->accessCapability == 0) use(info->freeSpaceInBytes);
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/XTPTPDataSet.h"
@@ -13,11 +17,38 @@
 
 namespace tarvo {
 
+/// The DeviceInfo data set (ISO 15740, "DeviceInfo dataset"). Versions are in hundredths; lists
+/// hold the codes of operations, events, properties and object formats.
+struct PTPDeviceInfo {
+  std::uint16_t standardVersion = 0;
+  std::uint32_t vendorExtensionID = 0;
+  std::uint16_t vendorExtensionVersion = 0;
+  std::string vendorExtensionDesc;
+  std::uint16_t functionalMode = 0;
+  std::vector<std::uint16_t> operationsSupported;
+  std::vector<std::uint16_t> eventsSupported;
+  std::vector<std::uint16_t> devicePropertiesSupported;
+  std::vector<std::uint16_t> captureFormats;
+  std::vector<std::uint16_t> imageFormats;
+  std::string manufacturer;
+  std::string model;
+  std::string deviceVersion;
+  std::string serialNumber;
+
+  friend bool operator==(const PTPDeviceInfo&, const PTPDeviceInfo&) = default;
+};
+
+/// Reads a DeviceInfo from the current position. Raises NSRangeException when the data set ends
+/// early.
+PTPDeviceInfo scanDeviceInfo(XTPTPDataSet& dataSet);
+/// What scanDeviceInfo() reads, without padding.
+XTMutablePTPDataSet dataSetFromDeviceInfo(const PTPDeviceInfo& info);
+
 /// The fixed part of the StorageInfo data set (ISO 15740, "StorageInfo dataset"). The two texts
 /// that follow it, the description and the volume label, are not part of the record.
 struct PTPStorageInfo {
   std::uint16_t storageType = 0;       ///< 1, 2: fixed and removable ROM; 3, 4: the same in RAM
-  std::uint16_t fileSysType = 0;       ///< 1 flat, 2 hierarchical, 3 DCF
+  std::uint16_t fileSymType = 0;       ///< 1 flat, 2 hierarchical, 3 DCF
   std::uint16_t accessCapability = 0;  ///< 0 read-write, 1 read-only, 2 read-only with deletion
   std::uint64_t maxCapacity = 0;       ///< bytes
   std::uint64_t freeSpaceInBytes = 0;
@@ -51,8 +82,9 @@ struct XT_AddressBookInfo {
 XT_AddressBookInfo scanAddressBookInfo(XTPTPDataSet& dataSet);
 XTMutablePTPDataSet dataSetFromAddressBookInfo(const XT_AddressBookInfo& info);
 
-/// A device property's description (ISO 15740, "DevicePropDesc dataset"). Values are numbers,
-/// texts, arrays of numbers, or 32 hexadecimal digits for 128 bits, by the datatype.
+/// A device property's description (ISO 15740, "DevicePropDesc dataset"). By the datatype a value
+/// is a number, a text, or an array; 128 bits are 32 hexadecimal digits in the order of their
+/// bytes, and the elements of an INT8 array are unsigned, as XTPTPDataSet::scan() has them.
 struct PTPPropertyDescription {
   enum class Form : std::uint8_t { kNone = 0, kRange = 1, kEnumeration = 2 };
 
@@ -69,15 +101,19 @@ struct PTPPropertyDescription {
 };
 
 /// Reads a description. Raises NSRangeException when the data set ends early, and the assertion
-/// exception for a datatype or a form that ISO 15740 does not have.
+/// exception for a datatype ("Unexpected datatype %d") or a form ("Unexpected form %d") that
+/// ISO 15740 does not have.
 PTPPropertyDescription scanPropertyDescription(XTPTPDataSet& dataSet);
+/// What scanPropertyDescription() reads. Raises NSInvalidArgumentException, with a reason that
+/// names the value ("current", "minimum"...), for one that does not fit the datatype.
 XTMutablePTPDataSet dataSetFromPropertyDescription(const PTPPropertyDescription& description);
 
-/// One value of a datatype: read, and written (as SetDevicePropValue sends it, without padding).
-/// Raises as above; writing also raises the assertion exception, with a reason in words, for a
-/// value that does not fit the datatype.
+/// One value of a datatype from the current position. Raises as scanPropertyDescription() does.
 PropertyDictionary scanPropertyValue(XTPTPDataSet& dataSet, std::uint16_t datatype);
+/// Appends one value of a datatype (as SetDevicePropValue sends it, without padding). Raises the
+/// assertion exception for an unknown datatype and NSInvalidArgumentException for a value that does
+/// not fit, with a reason for a user that begins with `name`.
 void storePropertyValue(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
-                        const PropertyDictionary& value);
+                        const PropertyDictionary& value, std::string_view name = "the value");
 
 }  // namespace tarvo

@@ -19,9 +19,12 @@
 
 namespace tarvo {
 
-/// One kind of data set. Both functions raise what the codec raises: NSRangeException for bytes
-/// that end early, the assertion exception, with a reason for a user, for what cannot be
-/// represented (a missing or unknown key, a number out of range, a text too long to be written).
+/// One kind of data set. Decoding ignores bytes behind a complete record; it raises what the codec
+/// raises: NSRangeException for bytes that end early, the assertion exception for a property's
+/// datatype or form that is none. Encoding gives a field without a key zero or empty, but for the
+/// values of a property; it raises NSInvalidArgumentException, with a reason for a user that names
+/// the key, for what cannot be written: an unknown or missing key, another type, a number out of
+/// range, a text of 255 UTF-16 units and more.
 struct RecordType {
   std::string_view name;         ///< as a user types it
   std::string_view description;  ///< for help texts
@@ -40,7 +43,7 @@ PropertyDictionary jsonFromObjectInfo(const XTExtendedObjectInfo& info);
 PropertyDictionary jsonFromStorageInfo(const PTPStorageInfo& info);
 PropertyDictionary jsonFromPropertyDescription(const PTPPropertyDescription& description);
 /// Keys are those of the DeviceInfo data set (ISO 15740): "StandardVersion",
-/// "OperationsSupported"...
+/// "OperationsSupported"... Raises NSRangeException for bytes that end early.
 PropertyDictionary jsonFromDeviceInfo(std::span<const std::byte> deviceInfo);
 
 }  // namespace tarvo

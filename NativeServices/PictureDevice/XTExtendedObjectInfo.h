@@ -28,9 +28,9 @@ class XTExtendedObjectInfo {
   /// The same, extended.
   static XTExtendedObjectInfo initExtended();
   /// Reads from the current position of `dataSet`, with the extension where `extended` says that it
-  /// is there; leaves the position behind what was read. Capture and modification dates before 1970
-  /// and after 2038 are replaced by the bound. Raises NSRangeException when the data set ends
-  /// early.
+  /// is there; leaves the position behind what was read. Capture and modification dates before
+  /// 1970-01-01 00:00:00 and after 2038-01-01 00:00:00 are replaced by the bound, in a form of its
+  /// own. Raises NSRangeException when the data set ends early.
   static XTExtendedObjectInfo initWithDataSet(XTPTPDataSet& dataSet, bool extended);
   /// The data set that initWithDataSet() reads, without padding. Texts of 255 units and more wrap
   /// their count, as in XTMutablePTPDataSet::storeString().
@@ -130,6 +130,8 @@ class XTExtendedObjectInfo {
   friend bool operator==(const XTExtendedObjectInfo&, const XTExtendedObjectInfo&) = default;
 
  private:
+  friend struct XTExtendedObjectInfoFields;
+
   void readExtension(XTPTPDataSet& dataSet);
 
   std::uint32_t storageID_ = 0;

@@ -57,6 +57,8 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   void storeSInt16(std::int16_t value) { storeScalar(value); }
   void storeUInt32(std::uint32_t value) { storeScalar(value); }
   void storeSInt32(std::int32_t value) { storeScalar(value); }
+  void storeUInt64(std::uint64_t value) { storeScalar(value); }
+  void storeSInt64(std::int64_t value) { storeScalar(value); }
   /// Appends only the first 4 bytes of the ordered value, which is intended: 128-bit fields travel
   /// as UInt8 arrays.
   void storeUInt128(XTUInt128 value);

@@ -160,9 +160,8 @@ template <typename T>
 std::vector<T> XTPTPDataSet::scanArray() {
   const std::uint64_t count = scanUInt32();
   const std::uint64_t size = count * sizeof(T);
-  // Before the vector is made: a count of 0xFFFFFFFF must not cost 32 GiB. The count was read, so
-  // the position is within the buffer.
-  if (size > bufferSize_ - position_) raiseOutOfBounds(position_, size);
+  // Before the vector is made: a count of 0xFFFFFFFF must not cost 32 GiB.
+  requireBytes(size);
   std::vector<T> values(count);
   scanBytes(values.data(), static_cast<std::uint32_t>(size));
   if (sizeof(T) > 1 && !isHostOrder()) {

@@ -56,6 +56,8 @@ enum PTPDataCode : std::uint16_t {
   kPTPArrayOfUInt32 = 0x4006,
   kPTPArrayOfInt64 = 0x4007,
   kPTPArrayOfUInt64 = 0x4008,
+  kPTPArrayOfInt128 = 0x4009,
+  kPTPArrayOfUInt128 = 0x400A,
   kPTPString = 0xFFFF,
 };
 
@@ -115,6 +117,12 @@ class XTPTPDataSet {
   void getBytes(void* destination, std::uint32_t location, std::uint32_t length) const {
     if (std::uint64_t{location} + length > bufferSize_) raiseOutOfBounds(location, length);
     if (length != 0) std::memcpy(destination, buffer_ + location, length);
+  }
+
+  /// Raises NSRangeException unless `count` bytes follow the position: asked before memory is made
+  /// for a count that a device sent.
+  void requireBytes(std::uint64_t count) const {
+    if (position_ + count > bufferSize_) raiseOutOfBounds(position_, count);
   }
 
   // Each scanner reads at the position and moves it behind what it has read. All raise

@@ -1,0 +1,77 @@
+#include "NativeServices/PictureDevice/JSONValues.h"
+
+#include <utility>
+
+#include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
+
+namespace tarvo {
+
+namespace {
+
+/// A PTP string counts its units, the terminator included, in one byte.
+constexpr std::size_t kMostUnits = 254;
+
+}  // namespace
+
+void refuseValue(std::string_view name, std::string_view complaint) {
+  std::string reason(name);
+  reason.append(" ").append(complaint);
+  throw Exception(std::string(exception_name::kInvalidArgument), std::move(reason));
+}
+
+std::uint64_t unsignedFromJSON(const PropertyDictionary& value, std::uint64_t most,
+                               std::string_view name) {
+  // A parser makes numbers from 0 on unsigned, a program signed ones.
+  const bool isNatural =
+      value.is_number_unsigned() || (value.is_number_integer() && value.get<std::int64_t>() >= 0);
+  if (!isNatural || value.get<std::uint64_t>() > most)
+    refuseValue(name, "must be a whole number from 0 to " + std::to_string(most));
+  return value.get<std::uint64_t>();
+}
+
+std::int64_t signedFromJSON(const PropertyDictionary& value, std::int64_t least, std::int64_t most,
+                            std::string_view name) {
+  // Unsigned ones above the largest signed number would turn negative.
+  constexpr std::uint64_t kLargest = std::numeric_limits<std::int64_t>::max();
+  const bool fits = value.is_number_unsigned() ? value.get<std::uint64_t>() <= kLargest
+                                               : value.is_number_integer();
+  if (!fits || value.get<std::int64_t>() < least || value.get<std::int64_t>() > most) {
+    refuseValue(name, "must be a whole number from " + std::to_string(least) + " to " +
+                          std::to_string(most));
+  }
+  return value.get<std::int64_t>();
+}
+
+bool boolFromJSON(const PropertyDictionary& value, std::string_view name) {
+  if (!value.is_boolean()) refuseValue(name, "must be true or false");
+  return value.get<bool>();
+}
+
+std::string textFromJSON(const PropertyDictionary& value, std::string_view name) {
+  if (!value.is_string()) refuseValue(name, "must be a text");
+  auto text = value.get<std::string>();
+  if (utf16FromUTF8(text).size() > kMostUnits)
+    refuseValue(name, "is too long: at most 254 UTF-16 units can be written");
+  return text;
+}
+
+XTUInt128 bytesFromJSON(const PropertyDictionary& value, std::string_view name) {
+  XTUInt128 bytes{};
+  if (!value.is_string() || !XTHexStringAsUInt128(value.get<std::string>(), &bytes))
+    refuseValue(name, "must be a text of 32 hexadecimal digits");
+  return bytes;
+}
+
+const PropertyDictionary& arrayFromJSON(const PropertyDictionary& value, std::string_view name) {
+  if (!value.is_array()) refuseValue(name, "must be an array");
+  return value;
+}
+
+std::string jsonFromBytes(const XTUInt128& bytes) {
+  std::string digits = XTUInt128AsHexString(bytes);
+  if (digits.empty()) digits.assign(2 * bytes.size(), '0');
+  return digits;
+}
+
+}  // namespace tarvo

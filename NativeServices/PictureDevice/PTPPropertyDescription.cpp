@@ -1,0 +1,173 @@
+// Descriptions and values of device properties: every datatype of ISO 15740, also those that the
+// generic reader of data sets does not know.
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+
+#include "NativeServices/PictureDevice/JSONValues.h"
+#include "NativeServices/PictureDevice/PTPRecords.h"
+#include "Utilities/Exception.h"
+#include "Utilities/Format.h"
+
+namespace tarvo {
+
+namespace {
+
+/// The bit that makes an array of a scalar's datatype.
+constexpr std::uint16_t kArray = 0x4000;
+constexpr std::uint16_t kSize128 = 16;
+
+using Form = PTPPropertyDescription::Form;
+constexpr std::array<const char*, 3> kRangeNames = {"minimum", "maximum", "step"};
+
+bool isArray(std::uint16_t datatype) {
+  return datatype >= kPTPArrayOfInt8 && datatype <= kPTPArrayOfUInt128;
+}
+
+/// The datatype of an array's elements. Those of INT8 are unsigned; this is intended.
+std::uint16_t elementOf(std::uint16_t datatype) {
+  if (datatype == kPTPArrayOfInt8) return kPTPUInt8;
+  return static_cast<std::uint16_t>(datatype - kArray);
+}
+
+[[noreturn]] void raiseUnexpectedDatatype(std::uint16_t datatype) {
+  raiseAssertion(formatted("Unexpected datatype %d", datatype));
+}
+
+std::string scanDigits(XTPTPDataSet& dataSet) {
+  XTUInt128 value{};
+  dataSet.scanUInt128(value);
+  return jsonFromBytes(value);
+}
+
+PropertyDictionary scanScalar(XTPTPDataSet& dataSet, std::uint16_t datatype) {
+  switch (datatype) {
+    case kPTPInt64:
+      return dataSet.scanSInt64();
+    case kPTPUInt64:
+      // By way of the signed reader, which tests the bounds.
+      return static_cast<std::uint64_t>(dataSet.scanSInt64());
+    case kPTPInt128:
+    case kPTPUInt128:
+      return scanDigits(dataSet);
+    default:
+      return dataSet.scan(datatype);  // raises for the unknown ones
+  }
+}
+
+PropertyDictionary scanElements(XTPTPDataSet& dataSet, std::uint16_t element) {
+  const bool is128 = element == kPTPInt128 || element == kPTPUInt128;
+  const std::uint64_t size = is128 ? kSize128 : XTPTPDataSet::sizeForDataCode(element);
+  const std::uint32_t count = dataSet.scanUInt32();
+  dataSet.requireBytes(count * size);
+  PropertyDictionary values = PropertyDictionary::array();
+  for (std::uint32_t i = 0; i < count; ++i)
+    values.push_back(scanScalar(dataSet, element));
+  return values;
+}
+
+void storeScalar(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
+                 const PropertyDictionary& value, std::string_view name) {
+  switch (datatype) {
+    case kPTPInt8:
+      return dataSet.storeByte(static_cast<std::uint8_t>(numberFromJSON<std::int8_t>(value, name)));
+    case kPTPUInt8:
+      return dataSet.storeByte(numberFromJSON<std::uint8_t>(value, name));
+    case kPTPInt16:
+      return dataSet.storeSInt16(numberFromJSON<std::int16_t>(value, name));
+    case kPTPUInt16:
+      return dataSet.storeUInt16(numberFromJSON<std::uint16_t>(value, name));
+    case kPTPInt32:
+      return dataSet.storeSInt32(numberFromJSON<std::int32_t>(value, name));
+    case kPTPUInt32:
+      return dataSet.storeUInt32(numberFromJSON<std::uint32_t>(value, name));
+    case kPTPInt64:
+      return dataSet.storeSInt64(numberFromJSON<std::int64_t>(value, name));
+    case kPTPUInt64:
+      return dataSet.storeUInt64(numberFromJSON<std::uint64_t>(value, name));
+    case kPTPInt128:
+    case kPTPUInt128: {
+      // The codec's 128-bit writer is no inverse of its reader; bytes are.
+      XTUInt128 bytes = bytesFromJSON(value, name);
+      if (dataSet.byteOrder() != kPTPByteOrder) std::reverse(bytes.begin(), bytes.end());
+      return dataSet.appendBytes(bytes.data(), kSize128);
+    }
+    case kPTPString:
+      return dataSet.storeString(textFromJSON(value, name));
+    default:
+      raiseUnexpectedDatatype(datatype);
+  }
+}
+
+void scanForm(XTPTPDataSet& dataSet, PTPPropertyDescription& description) {
+  const std::uint8_t form = dataSet.scanByte();
+  if (form > static_cast<std::uint8_t>(Form::kEnumeration))
+    raiseAssertion(formatted("Unexpected form %d", form));
+  description.form = static_cast<Form>(form);
+  if (description.form == Form::kNone) return;
+  const std::size_t count =
+      description.form == Form::kRange ? kRangeNames.size() : dataSet.scanUInt16();
+  for (std::size_t i = 0; i < count; ++i)
+    description.formValues.push_back(scanPropertyValue(dataSet, description.datatype));
+}
+
+void storeRange(XTMutablePTPDataSet& dataSet, const PTPPropertyDescription& description) {
+  if (description.formValues.size() != kRangeNames.size())
+    refuseValue("a range", "must have a minimum, a maximum and a step");
+  for (std::size_t i = 0; i < kRangeNames.size(); ++i) {
+    storePropertyValue(dataSet, description.datatype, description.formValues[i], kRangeNames[i]);
+  }
+}
+
+void storeEnumeration(XTMutablePTPDataSet& dataSet, const PTPPropertyDescription& description) {
+  const PropertyDictionary& values = arrayFromJSON(description.formValues, "values");
+  constexpr std::size_t kMost = std::numeric_limits<std::uint16_t>::max();
+  if (values.size() > kMost) refuseValue("values", "must not have more than 65535 elements");
+  dataSet.storeUInt16(static_cast<std::uint16_t>(values.size()));
+  for (const PropertyDictionary& value : values)
+    storePropertyValue(dataSet, description.datatype, value, "values");
+}
+
+}  // namespace
+
+PropertyDictionary scanPropertyValue(XTPTPDataSet& dataSet, std::uint16_t datatype) {
+  if (isArray(datatype)) return scanElements(dataSet, elementOf(datatype));
+  return scanScalar(dataSet, datatype);
+}
+
+void storePropertyValue(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
+                        const PropertyDictionary& value, std::string_view name) {
+  if (!isArray(datatype)) return storeScalar(dataSet, datatype, value, name);
+  const PropertyDictionary& elements = arrayFromJSON(value, name);
+  dataSet.storeUInt32(static_cast<std::uint32_t>(elements.size()));
+  for (const PropertyDictionary& element : elements)
+    storeScalar(dataSet, elementOf(datatype), element, name);
+}
+
+PTPPropertyDescription scanPropertyDescription(XTPTPDataSet& dataSet) {
+  PTPPropertyDescription description;
+  description.code = dataSet.scanUInt16();
+  description.datatype = dataSet.scanUInt16();
+  description.isWritable = dataSet.scanByte() != 0;  // 0 get, 1 get and set
+  description.factoryDefault = scanPropertyValue(dataSet, description.datatype);
+  description.current = scanPropertyValue(dataSet, description.datatype);
+  scanForm(dataSet, description);
+  return description;
+}
+
+XTMutablePTPDataSet dataSetFromPropertyDescription(const PTPPropertyDescription& description) {
+  auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  dataSet.storeUInt16(description.code);
+  dataSet.storeUInt16(description.datatype);
+  dataSet.storeByte(description.isWritable ? 1 : 0);
+  storePropertyValue(dataSet, description.datatype, description.factoryDefault, "factoryDefault");
+  storePropertyValue(dataSet, description.datatype, description.current, "current");
+  dataSet.storeByte(static_cast<std::uint8_t>(description.form));
+  if (description.form == Form::kRange) storeRange(dataSet, description);
+  if (description.form == Form::kEnumeration) storeEnumeration(dataSet, description);
+  return dataSet;
+}
+
+}  // namespace tarvo

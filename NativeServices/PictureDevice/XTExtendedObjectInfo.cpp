@@ -1,0 +1,149 @@
+#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <optional>
+
+#include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/RecordFields.h"
+#include "Utilities/Format.h"
+
+namespace tarvo {
+
+namespace {
+
+// The maker's formats of favourites, older and newer.
+constexpr std::uint16_t kBragbookFormat = 0xB802;
+constexpr std::uint16_t kBragbook2Format = 0xB803;
+
+// The reserves of the writer; the larger one for the shorter form is intended.
+constexpr std::uint32_t kExtendedReserve = 308;
+constexpr std::uint32_t kStandardReserve = 508;
+
+// The bounds of capture and modification dates, and what stands in the place of a date beyond them.
+// Their form is not the one that PTP gives to dates; this is intended.
+constexpr unsigned kFirstYear = 1970;
+constexpr unsigned kLastYear = 2038;
+constexpr const char* kFirstDate = "1970-01-01 00:00:00 +0000";
+constexpr const char* kLastDate = "2038-01-01 00:00:00 +0000";
+
+struct DateTime {
+  unsigned year = 0;
+  unsigned month = 0;
+  unsigned day = 0;
+  unsigned hour = 0;
+  unsigned minute = 0;
+  unsigned second = 0;
+};
+
+/// Takes a number of one to `width` digits, with blanks before it, off the front of `text`.
+bool takeNumber(std::string_view& text, std::size_t width, unsigned& number) {
+  const std::size_t start = text.find_first_not_of(' ');
+  if (start == std::string_view::npos) return false;
+  text.remove_prefix(start);
+  std::size_t taken = 0;
+  for (number = 0; taken < std::min(width, text.size()); ++taken) {
+    const char digit = text[taken];
+    if (digit < '0' || digit > '9') break;
+    number = number * 10 + static_cast<unsigned>(digit - '0');
+  }
+  text.remove_prefix(taken);
+  return taken != 0;
+}
+
+bool isValid(const DateTime& date) {
+  constexpr std::array<unsigned, 13> kDays = {0, 31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  constexpr unsigned kFebruary = 2;
+  const bool isLeapYear = date.year % 4 == 0 && (date.year % 100 != 0 || date.year % 400 == 0);
+  if (date.month < 1 || date.month > 12 || date.day < 1 || date.day > kDays[date.month])
+    return false;
+  if (date.month == kFebruary && date.day == kDays[kFebruary] && !isLeapYear) return false;
+  return date.hour < 24 && date.minute < 60 && date.second < 60;
+}
+
+/// "YYYYMMDDThhmmss"; a fraction and a zone behind it do not matter.
+std::optional<DateTime> dateFromText(std::string_view text) {
+  DateTime date;
+  if (!takeNumber(text, 4, date.year) || !takeNumber(text, 2, date.month) ||
+      !takeNumber(text, 2, date.day) || !text.starts_with('T'))
+    return std::nullopt;
+  text.remove_prefix(1);
+  if (!takeNumber(text, 2, date.hour) || !takeNumber(text, 2, date.minute) ||
+      !takeNumber(text, 2, date.second) || !isValid(date))
+    return std::nullopt;
+  return date;
+}
+
+bool isAfterLastDate(const DateTime& date) {
+  if (date.year != kLastYear) return date.year > kLastYear;
+  // The bound is the very first second of its year.
+  return date.month > 1 || date.day > 1 || date.hour + date.minute + date.second > 0;
+}
+
+/// Dates are compared as UTC. A text that is no date stays.
+void clampDate(std::string& text) {
+  const std::optional<DateTime> date = dateFromText(text);
+  if (!date) return;
+  if (date->year < kFirstYear) {
+    text = kFirstDate;
+  } else if (isAfterLastDate(*date)) {
+    text = kLastDate;
+  }
+}
+
+}  // namespace
+
+XTExtendedObjectInfo XTExtendedObjectInfo::initExtended() {
+  XTExtendedObjectInfo info;
+  info.isExtended_ = true;
+  return info;
+}
+
+XTExtendedObjectInfo XTExtendedObjectInfo::initWithDataSet(XTPTPDataSet& dataSet, bool extended) {
+  XTExtendedObjectInfo info;
+  info.isExtended_ = extended;
+  XTExtendedObjectInfoFields::visitStandard(info, FieldReader(dataSet));
+  clampDate(info.captureDateStr_);
+  clampDate(info.modDataStr_);
+  if (extended) info.readExtension(dataSet);
+  return info;
+}
+
+void XTExtendedObjectInfo::readExtension(XTPTPDataSet& dataSet) {
+  XTExtendedObjectInfoFields::visitFingerprints(*this, FieldReader(dataSet));
+  if (imagePixHeight_ != 0 && quickFingerprint_ == XTUInt128{}) {
+    TraceLog::traceMethod("XTExtendedObjectInfo", "initWithDataSet:extended:", this);
+    TraceLog::trace("Error in PTP data set - quickFingerprint is 0");
+  }
+  XTExtendedObjectInfoFields::visitSharing(*this, FieldReader(dataSet));
+}
+
+XTMutablePTPDataSet XTExtendedObjectInfo::dataSetWithByteOrder(std::int32_t byteOrder) const {
+  auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(
+      byteOrder, isExtended_ ? kExtendedReserve : kStandardReserve);
+  visitFields(*this, FieldWriter(dataSet));
+  return dataSet;
+}
+
+void XTExtendedObjectInfo::setQuickFingerPrintString(std::string_view text) {
+  XTHexStringAsUInt128(text, &quickFingerprint_);
+}
+
+void XTExtendedObjectInfo::setBBSourceQFPString(std::string_view text) {
+  XTHexStringAsUInt128(text, &bbSourceQFP_);
+}
+
+bool XTExtendedObjectInfo::isDirectFavoriteInfo() const {
+  const bool isFavorite = objFmtCode_ == kBragbookFormat || objFmtCode_ == kBragbook2Format;
+  return isExtended_ && isFavorite && fileName_.starts_with("FAV") && bbSourceQFP_ != XTUInt128{};
+}
+
+std::string XTExtendedObjectInfo::description() const {
+  return formatted(
+      "XTExtendedObjectInfo file:%s format:%X storageID:%X compressed size:%d width:%d height:%d",
+      fileName_.c_str(), objFmtCode_, storageID_, static_cast<int>(compressedSize_),
+      static_cast<int>(imagePixWidth_), static_cast<int>(imagePixHeight_));
+}
+
+}  // namespace tarvo
