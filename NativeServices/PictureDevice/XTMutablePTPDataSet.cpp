@@ -18,6 +18,23 @@ namespace {
 constexpr std::uint64_t kLargestSize = std::numeric_limits<std::uint32_t>::max();
 constexpr std::size_t kLongestString = 255;
 
+/// The units of a string and its terminator.
+using StringUnits = std::array<std::uint16_t, kLongestString + 1>;
+
+/// Puts the first units of `text` into `units` and returns their number.
+std::size_t takeUnits(std::string_view text, StringUnits& units) {
+  // Most text is ASCII, which needs neither conversion nor memory.
+  const std::string_view beginning = text.substr(0, kLongestString);
+  std::ranges::copy(beginning, units.begin());
+  const bool isASCII = std::ranges::all_of(
+      beginning, [](char each) { return static_cast<unsigned char>(each) < 0x80; });
+  if (isASCII) return beginning.size();
+  const std::u16string converted = utf16FromUTF8(text);
+  const std::size_t count = std::min(converted.size(), kLongestString);
+  std::copy_n(converted.begin(), count, units.begin());
+  return count;
+}
+
 [[noreturn]] void raiseMalloc(const char* reason) {
   throw Exception(std::string(exception_name::kMalloc), reason);
 }
@@ -104,20 +121,21 @@ void XTMutablePTPDataSet::storeGUID(std::optional<std::string_view> _val) {
 }
 
 void XTMutablePTPDataSet::storeString(std::string_view text) {
-  const std::u16string units = utf16FromUTF8(text);
-  if (units.empty()) {
+  if (text.empty()) {
     storeByte(0);
     return;
   }
-  const std::size_t count = std::min(units.size(), kLongestString);
+  StringUnits units;
+  const std::size_t count = takeUnits(text, units);
   // All of it first, so that a failure leaves nothing half written.
   reserve(2 * count + 3);
   storeByte(static_cast<std::uint8_t>(count + 1));
-  std::array<std::uint16_t, kLongestString + 1> stored;
-  for (std::size_t i = 0; i < count; ++i)
-    stored[i] = ordered(static_cast<std::uint16_t>(units[i]));
-  stored[count] = 0;
-  appendBytes(stored.data(), static_cast<std::uint32_t>(2 * (count + 1)));
+  if (!isHostOrder()) {
+    for (std::size_t i = 0; i < count; ++i)
+      units[i] = reversed(units[i]);
+  }
+  units[count] = 0;
+  appendBytes(units.data(), static_cast<std::uint32_t>(2 * (count + 1)));
 }
 
 template <typename T>

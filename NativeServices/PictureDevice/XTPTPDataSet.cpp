@@ -148,10 +148,14 @@ std::string XTPTPDataSet::scanString() {
   // The count is one byte, so the longest string fits without an allocation.
   std::array<char16_t, 256> units;
   scanBytes(units.data(), static_cast<std::uint32_t>(2 * count));
+  // The last zero ends the string, and is its last unit nearly always.
   std::size_t length = count;
-  for (std::size_t i = 0; i < count; ++i) {
-    units[i] = static_cast<char16_t>(ordered(static_cast<std::uint16_t>(units[i])));
-    if (units[i] == 0) length = i;  // the last zero wins
+  while (length > 0 && units[length - 1] != 0)
+    --length;
+  length = length > 0 ? length - 1 : count;
+  if (!isHostOrder()) {
+    for (std::size_t i = 0; i < length; ++i)
+      units[i] = static_cast<char16_t>(reversed(static_cast<std::uint16_t>(units[i])));
   }
   return utf8FromUTF16({units.data(), length});
 }

@@ -1,0 +1,386 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/Raised.h"
+#include "tests/support/TraceRecorder.h"
+
+namespace tarvo {
+namespace {
+
+using test::hexBytes;
+using test::hexText;
+using test::raised;
+using ::testing::ElementsAre;
+using ::testing::StartsWith;
+
+using Bytes = std::vector<std::byte>;
+
+Bytes encoded(const char* type, const PropertyDictionary& json) {
+  return recordType(type)->encode(json);
+}
+
+PropertyDictionary decoded(const char* type, const Bytes& bytes) {
+  return recordType(type)->decode(bytes);
+}
+
+/// A record as bytes and as JSON.
+struct Row {
+  const char* type;
+  std::string bytes;
+  const char* json;
+  std::size_t ignored = 0;  ///< bytes at the end that are written, and not needed for reading
+};
+
+const std::vector<Row>& rows() {
+  static const std::string kObject =
+      "01000100 0138 0200 03000000 0838 04000000 05000000 06000000 07000000 08000000 09000000"
+      "0a000000 0100 0b000000 0c000000 03 6100 6200 0000 00 02 3300 0000 02 6b00 0000";
+  static const std::vector<Row> all = {
+      {"deviceinfo",
+       "6400 52540000 6500 02 7800 0000 0100 02000000 0110 0210 00000000 01000000 0150 00000000"
+       "01000000 0138 02 4d00 0000 02 ac20 0000 00 03 3000 3100 0000",
+       R"({"StandardVersion": 100, "VendorExtensionID": 21586, "VendorExtensionVersion": 101,
+           "VendorExtensionDesc": "x", "FunctionalMode": 1, "OperationsSupported": [4097, 4098],
+           "EventsSupported": [], "DevicePropertiesSupported": [20481], "CaptureFormats": [],
+           "ImageFormats": [14337], "Manufacturer": "M", "Model": "€", "DeviceVersion": "",
+           "SerialNumber": "01"})"},
+      {"objectinfo", kObject,
+       R"({"storageID": 65537, "objFmtCode": 14337, "protectionStatus": 2, "compressedSize": 3,
+           "thumbFmtCode": 14344, "thumbCompressedSize": 4, "thumbPixWidth": 5,
+           "thumbPixHeight": 6, "imagePixWidth": 7, "imagePixHeight": 8, "imageBitDepth": 9,
+           "parentObject": 10, "assocType": 1, "assocDesc": 11, "seqNum": 12, "fileName": "ab",
+           "captureDateStr": "", "modDataStr": "3", "keywordsStr": "k"})"},
+      {"extobjectinfo",
+       kObject + "02 6300 0000 10000000 000102030405060708090a0b0c0d0e0f 10000000" +
+           std::string(32, '0') +
+           "0d00 0e00 02 7400 0000 02000000 01000000 02000000 01000000 03000000 00000000 00000000"
+           "01000000 05000000 0f000000 10000000" +
+           std::string(32, '0') + "10000000 ffffffffffffffffffffffffffffffff",
+       R"({"storageID": 65537, "objFmtCode": 14337, "protectionStatus": 2, "compressedSize": 3,
+           "thumbFmtCode": 14344, "thumbCompressedSize": 4, "thumbPixWidth": 5,
+           "thumbPixHeight": 6, "imagePixWidth": 7, "imagePixHeight": 8, "imageBitDepth": 9,
+           "parentObject": 10, "assocType": 1, "assocDesc": 11, "seqNum": 12, "fileName": "ab",
+           "captureDateStr": "", "modDataStr": "3", "keywordsStr": "k",
+           "fileCreationDateStr": "c", "quickFingerprint": "000102030405060708090a0b0c0d0e0f",
+           "fullFingerprint": "00000000000000000000000000000000", "favoriteStatus": 13,
+           "retentionFlag": 14, "textAnnotation": "t", "audioAnnotationList": [1, 2],
+           "albumList": [3], "emailOrderList": [], "printOrderList": [],
+           "transferOrderList": [5], "bbSourceFileSize": 15,
+           "bbSourceQFP": "00000000000000000000000000000000",
+           "bbSourceFFP": "ffffffffffffffffffffffffffffffff"})"},
+      {"storageinfo", "0300 0200 0100 ffffffffffffffff 0000000001000000 ffffffff 00 00",
+       R"({"storageType": 3, "fileSymType": 2, "accessCapability": 1,
+           "maxCapacity": 18446744073709551615, "freeSpaceInBytes": 4294967296,
+           "freeSpaceInImages": 4294967295})",
+       2},
+      {"addressbookinfo", "0100 0200 03000000 04000000 05000000 06000000 07000000 ffffffff",
+       R"({"version": 1, "characterTypeLimitation": 2, "maxAddresses": 3, "maxGroups": 4,
+           "maxAddressesPerGroup": 5, "maxAddressLengthInBytes": 6,
+           "maxNicknameLengthInBytes": 7, "maxGroupNameLengthInBytes": 4294967295})"},
+      {"propdesc", "0150 0200 00 50 32 01 00 64 0a",
+       R"({"code": 20481, "datatype": 2, "writable": false, "factoryDefault": 80, "current": 50,
+           "form": "range", "minimum": 0, "maximum": 100, "step": 10})"},
+      {"string", "03 3dd8 00de 0000", R"("😀")"},
+      {"guid", "10000000 00112233445566778899aabbccddeeff",
+       R"("00112233-4455-6677-8899-AABBCCDDEEFF")"},
+      {"uint16array", "02000000 0100 ffff", "[1, 65535]"},
+      {"uint32array", "02000000 01000000 ffffffff", "[1, 4294967295]"},
+  };
+  return all;
+}
+
+TEST(RecordJSON, DecodesAndEncodesEveryTypeAsExactInverses) {
+  std::vector<std::string_view> types;
+  for (const auto& row : rows()) {
+    types.push_back(row.type);
+    Bytes bytes = hexBytes(row.bytes);
+    const auto json = PropertyDictionary::parse(row.json);
+    EXPECT_EQ(decoded(row.type, bytes), json) << row.type;
+    EXPECT_EQ(hexText(encoded(row.type, json)), hexText(bytes)) << row.type;
+    bytes.resize(bytes.size() + 3, std::byte{0xFF});
+    EXPECT_EQ(decoded(row.type, bytes), json) << row.type << " with bytes behind it";
+  }
+  std::vector<std::string_view> known;
+  for (const RecordType& type : recordTypes()) {
+    known.push_back(type.name);
+    EXPECT_FALSE(type.description.empty());
+  }
+  EXPECT_EQ(known, types);
+  EXPECT_EQ(recordType("ObjectInfo"), nullptr);
+  EXPECT_EQ(recordType(""), nullptr);
+}
+
+TEST(RecordJSON, RaisesForBytesThatEndAnywhereBeforeTheEnd) {
+  for (const auto& row : rows()) {
+    const Bytes bytes = hexBytes(row.bytes);
+    for (std::size_t length = 0; length <= bytes.size(); ++length) {
+      const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
+      const std::string exception = raised([&] { decoded(row.type, cut); });
+      EXPECT_EQ(exception.starts_with("NSRangeException: out of bounds error: "),
+                length < bytes.size() - row.ignored)
+          << row.type << ' ' << length << ' ' << exception;
+    }
+  }
+}
+
+TEST(RecordJSON, TakesNoTypesDocumentForAnothersUnlessItIsOne) {
+  const std::set<std::pair<std::string, std::string>> alike = {
+      {"extobjectinfo", "objectinfo"},  // the extension's fields are zero and empty
+      {"string", "guid"},
+      {"uint32array", "uint16array"},
+  };
+  for (const auto& type : rows()) {
+    for (const auto& row : rows()) {
+      const std::string exception =
+          raised([&] { encoded(type.type, PropertyDictionary::parse(row.json)); });
+      const bool fits = &type == &row || alike.contains({type.type, row.type});
+      EXPECT_EQ(exception.empty(), fits) << type.type << ' ' << row.type << ' ' << exception;
+    }
+  }
+}
+
+TEST(RecordJSON, WritesZeroAndEmptyForAbsentKeys) {
+  for (const char* type : {"deviceinfo", "objectinfo", "extobjectinfo", "storageinfo"}) {
+    const PropertyDictionary json = decoded(type, encoded(type, PropertyDictionary::object()));
+    EXPECT_GE(json.size(), 6U);
+    for (const auto& [key, value] : json.items()) {
+      const bool isZeros = value.is_string() && value.get<std::string>() == std::string(32, '0');
+      EXPECT_TRUE(value == 0 || value == "" || value == PropertyDictionary::array() || isZeros)
+          << type << ' ' << key;
+    }
+  }
+}
+
+TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
+  const std::string tooLong(255, 'x');
+  const struct {
+    const char* type;
+    PropertyDictionary json;
+    std::string reason;
+  } refused[] = {
+      {"objectinfo", PropertyDictionary::array(), "the document must be an object"},
+      {"objectinfo", {{"filename", "a"}}, "\"filename\" is no key of this record"},
+      {"objectinfo", {{"albumList", {1}}}, "\"albumList\" is no key of this record"},
+      {"objectinfo", {{"objFmtCode", 65536}}, "objFmtCode must be a whole number from 0 to 65535"},
+      {"objectinfo", {{"objFmtCode", -1}}, "objFmtCode must be a whole number from 0 to 65535"},
+      {"objectinfo", {{"seqNum", 1.0}}, "seqNum must be a whole number from 0 to 4294967295"},
+      {"objectinfo", {{"seqNum", "1"}}, "seqNum must be a whole number from 0 to 4294967295"},
+      {"objectinfo", {{"seqNum", nullptr}}, "seqNum must be a whole number from 0 to 4294967295"},
+      {"objectinfo", {{"fileName", 1}}, "fileName must be a text"},
+      {"objectinfo",
+       {{"fileName", tooLong}},
+       "fileName is too long: at most 254 UTF-16 units can be written"},
+      {"extobjectinfo",
+       {{"bbSourceQFP", "00"}},
+       "bbSourceQFP must be a text of 32 hexadecimal digits"},
+      {"extobjectinfo", {{"albumList", 1}}, "albumList must be an array"},
+      {"extobjectinfo",
+       {{"albumList", {4294967296}}},
+       "albumList must be a whole number from 0 to 4294967295"},
+      {"storageinfo",
+       {{"maxCapacity", -1}},
+       "maxCapacity must be a whole number from 0 to 18446744073709551615"},
+      {"string", tooLong, "the document is too long: at most 254 UTF-16 units can be written"},
+      {"string", 1, "the document must be a text"},
+      {"guid", "0011",
+       "the document must be a GUID, 00112233-4455-6677-8899-AABBCCDDEEFF for "
+       "example"},
+      {"uint16array", {65536}, "the document must be a whole number from 0 to 65535"},
+      {"uint32array", "1", "the document must be an array"},
+  };
+  for (const auto& row : refused) {
+    EXPECT_EQ(raised([&] { encoded(row.type, row.json); }),
+              "NSInvalidArgumentException: " + row.reason)
+        << row.type << ' ' << row.json;
+  }
+  EXPECT_EQ(encoded("string", std::string(254, 'x')).size(), 1U + 2 * 255);
+}
+
+TEST(RecordJSON, BelievesNoCountBeforeTheBytesAreThere) {
+  const std::string reason = "NSRangeException: out of bounds error: location=4, length=";
+  EXPECT_THAT(raised([] { decoded("uint16array", hexBytes("ffffffff 0100")); }),
+              StartsWith(reason + "8589934590 "));
+  EXPECT_THAT(raised([] { decoded("uint32array", hexBytes("ffffffff 0100")); }),
+              StartsWith(reason + "17179869180 "));
+  EXPECT_THAT(raised([] { decoded("guid", hexBytes("ffffffff 0100")); }),
+              StartsWith("NSRangeException: out of bounds error: "));
+  // 65535 values, of which two are there.
+  EXPECT_THAT(raised([] { decoded("propdesc", hexBytes("0150 0200 00 50 32 02 ffff 01 02")); }),
+              StartsWith("NSRangeException: out of bounds error: "));
+}
+
+/// A value of a datatype, two others of the same datatype, and what does not fit.
+struct ValueRow {
+  std::uint16_t datatype;
+  const char* bytes;
+  PropertyDictionary value;
+  std::vector<PropertyDictionary> unfit;
+};
+
+const std::vector<ValueRow>& valueRows() {
+  static const std::string digits = "000102030405060708090a0b0c0d0e0f";
+  static const std::vector<ValueRow> all = {
+      {0x0001, "80", -128, {-129, 128, "1", 1.5}},
+      {0x0002, "ff", 255, {-1, 256, true}},
+      {0x0003, "0080", -32768, {-32769, 32768}},
+      {0x0004, "ffff", 65535, {-1, 65536}},
+      {0x0005, "00000080", -2147483648, {-2147483649, 2147483648}},
+      {0x0006, "ffffffff", 4294967295, {-1, 4294967296}},
+      {0x0007, "0000000000000080", INT64_MIN, {9223372036854775808U, 1e300}},
+      {0x0008, "ffffffffffffffff", UINT64_MAX, {-1}},
+      {0x0009, "000102030405060708090a0b0c0d0e0f", digits, {"00", 1}},
+      {0x000A, "000102030405060708090a0b0c0d0e0f", digits, {digits + "0"}},
+      {0x4001, "02000000 ff01", {255, 1}, {{-1}, 1}},  // unsigned, intended
+      {0x4002, "02000000 ff01", {255, 1}, {{-1}, {256}}},
+      {0x4003, "01000000 ffff", {-1}, {{32768}}},
+      {0x4004, "01000000 ffff", {65535}, {{-1}, {"1"}}},
+      {0x4005, "01000000 ffffffff", {-1}, {{2147483648}}},
+      {0x4006, "01000000 ffffffff", {4294967295}, {{-1}}},
+      {0x4007, "01000000 ffffffffffffffff", {-1}, {{9223372036854775808U}}},
+      {0x4008, "01000000 ffffffffffffffff", {UINT64_MAX}, {{-1}}},
+      {0x4009, "01000000 000102030405060708090a0b0c0d0e0f", {digits}, {{"0"}, digits}},
+      {0x400A, "00000000", PropertyDictionary::array(), {{1}}},
+      {0xFFFF, "03 6100 0a00 0000", "a\n", {1, std::string(255, 'x')}},
+  };
+  return all;
+}
+
+std::string wordHex(std::uint16_t value) {
+  return hexText(std::as_bytes(std::span(&value, 1)));
+}
+
+TEST(PropertyDescription, HoldsValuesOfEveryDatatypeInEveryForm) {
+  for (const auto& row : valueRows()) {
+    const std::string value = row.bytes;
+    PropertyDictionary json = {{"code", 0x5001},
+                               {"datatype", row.datatype},
+                               {"writable", true},
+                               {"current", row.value},
+                               {"form", "none"}};
+    json["factoryDefault"] = row.value;
+    const std::string beginning = "0150" + wordHex(row.datatype) + "01" + value + value;
+    const auto check = [&](const std::string& form) {
+      const Bytes bytes = hexBytes(beginning + form);
+      EXPECT_EQ(hexText(encoded("propdesc", json)), hexText(bytes)) << json;
+      EXPECT_EQ(decoded("propdesc", bytes), json);
+      for (std::size_t length = 0; length < bytes.size(); ++length) {
+        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
+        EXPECT_THAT(raised([&] { decoded("propdesc", cut); }), StartsWith("NSRangeException: "))
+            << json << length;
+      }
+    };
+    check("00");
+    json["form"] = "enumeration";
+    json["values"] = {row.value, row.value};
+    check("02 0200" + value + value);
+    json.erase("values");
+    json["form"] = "range";
+    for (const char* key : {"minimum", "maximum", "step"})
+      json[key] = row.value;
+    check("01" + value + value + value);
+    for (const auto& unfit : row.unfit) {
+      json["step"] = unfit;
+      EXPECT_THAT(raised([&] { encoded("propdesc", json); }),
+                  StartsWith("NSInvalidArgumentException: step "))
+          << json;
+    }
+  }
+}
+
+TEST(PropertyDescription, ReversesValuesInTheOtherByteOrder) {
+  for (const auto& row : valueRows()) {
+    auto written = XTMutablePTPDataSet::dataSetWithByteOrder(0);
+    storePropertyValue(written, row.datatype, row.value);
+    auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(written.bytes(), 0);
+    EXPECT_EQ(scanPropertyValue(dataSet, row.datatype), row.value) << row.datatype;
+    EXPECT_EQ(dataSet.position(), written.length());
+  }
+}
+
+TEST(PropertyDescription, RefusesDatatypesAndFormsThatDoNotExist) {
+  const std::string assertion = "NSInternalInconsistencyException: ";
+  for (const std::uint16_t datatype : {0x0000, 0x000B, 0x4000, 0x400B, 0x8001, 0xFFFE}) {
+    const std::string expected = assertion + "Unexpected datatype " + std::to_string(datatype);
+    const Bytes bytes = hexBytes("0150" + wordHex(datatype) + std::string(64, '0'));
+    EXPECT_EQ(raised([&] { decoded("propdesc", bytes); }), expected);
+    const PropertyDictionary json = {
+        {"code", 1}, {"datatype", datatype}, {"factoryDefault", 1}, {"current", 1}};
+    EXPECT_EQ(raised([&] { encoded("propdesc", json); }), expected);
+  }
+  EXPECT_EQ(raised([] { decoded("propdesc", hexBytes("0150 0200 00 50 32 03")); }),
+            assertion + "Unexpected form 3");
+}
+
+TEST(PropertyDescription, IsWrittenOnlyWithTheValuesOfItsForm) {
+  const PropertyDictionary whole = {{"code", 1},    {"datatype", 2},   {"factoryDefault", 0},
+                                    {"current", 0}, {"form", "range"}, {"minimum", 0},
+                                    {"maximum", 9}, {"step", 1}};
+  EXPECT_EQ(raised([&] { encoded("propdesc", whole); }), "");
+  for (const char* key : {"code", "datatype", "factoryDefault", "current", "minimum", "step"}) {
+    auto json = whole;
+    json.erase(key);
+    EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
+              "NSInvalidArgumentException: " + std::string(key) + " is missing");
+  }
+  auto json = whole;
+  json.erase("form");  // none, which has no values
+  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
+            "NSInvalidArgumentException: \"maximum\" is no key of this record");
+  json["form"] = "list";
+  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
+            "NSInvalidArgumentException: form must be \"none\", \"range\" or \"enumeration\"");
+  json = {{"code", 1}, {"datatype", 2}, {"factoryDefault", 0}, {"current", 0}};
+  EXPECT_EQ(hexText(encoded("propdesc", json)),
+            "01000200000000"
+            "00");
+  json["form"] = "enumeration";
+  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
+            "NSInvalidArgumentException: values is missing");
+  json["values"] = std::vector<int>(65536);
+  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
+            "NSInvalidArgumentException: values must not have more than 65535 elements");
+
+  PTPPropertyDescription description;
+  description.datatype = kPTPUInt8;
+  description.factoryDefault = description.current = 0;
+  description.form = PTPPropertyDescription::Form::kRange;
+  EXPECT_EQ(raised([&] { dataSetFromPropertyDescription(description); }),
+            "NSInvalidArgumentException: a range must have a minimum, a maximum and a step");
+}
+
+TEST(Records, TraceTheirFieldsOneByOneUntilTheBytesEnd) {
+  test::TraceRecorder traces;
+  Bytes bytes = hexBytes("0300 0200 0100 ffffffffffffffff 0000000001000000 ffffffff");
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  scanStorageInfo(dataSet);
+  EXPECT_THAT(traces.take(), ElementsAre("StorageInfo.storageType: 3", "StorageInfo.fileSymType: 2",
+                                         "StorageInfo.accessCapability: 1",
+                                         "StorageInfo.maxCapacity: 18446744073709551615",
+                                         "StorageInfo.freeSpaceInBytes: 4294967296",
+                                         "StorageInfo.freeSpaceInImages: 4294967295"));
+  bytes = hexBytes("0100 0200 03000000 04000000 05000000 06000000 07000000 ffffffff");
+  dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  scanAddressBookInfo(dataSet);
+  EXPECT_THAT(
+      traces.take(),
+      ElementsAre("AddressBookInfo.version: 1", "AddressBookInfo.characterTypeLimitation: 2",
+                  "AddressBookInfo.maxAddresses: 3", "AddressBookInfo.maxGroups: 4",
+                  "AddressBookInfo.maxAddressesPerGroup: 5",
+                  "AddressBookInfo.maxAddressLengthInBytes: 6",
+                  "AddressBookInfo.maxNicknameLengthInBytes: 7",
+                  "AddressBookInfo.maxGroupNameLengthInBytes: -1"));
+  bytes.resize(3);
+  dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  EXPECT_FALSE(raised([&] { scanAddressBookInfo(dataSet); }).empty());
+  EXPECT_THAT(traces.take().front(), "AddressBookInfo.version: 1");
+}
+
+}  // namespace
+}  // namespace tarvo
