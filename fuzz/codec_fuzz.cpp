@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <span>
 #include <string>
 #include <string_view>
@@ -19,16 +18,12 @@
 #include "NativeServices/PictureDevice/XTPTPDataSet.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "fuzz/Require.h"
 
 namespace {
 
 using tarvo::XTMutablePTPDataSet;
 using tarvo::XTPTPDataSet;
-
-/// Reported by libFuzzer as a crash with its input.
-void require(bool holds) {
-  if (!holds) std::abort();
-}
 
 class Script {
  public:
