@@ -2,12 +2,12 @@
 // generic reader of data sets does not know.
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <limits>
 
 #include "NativeServices/PictureDevice/JSONValues.h"
 #include "NativeServices/PictureDevice/PTPRecords.h"
+#include "NativeServices/PictureDevice/RecordFields.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 
@@ -20,7 +20,6 @@ constexpr std::uint16_t kArray = 0x4000;
 constexpr std::uint16_t kSize128 = 16;
 
 using Form = PTPPropertyDescription::Form;
-constexpr std::array<const char*, 3> kRangeNames = {"minimum", "maximum", "step"};
 
 bool isArray(std::uint16_t datatype) {
   return datatype >= kPTPArrayOfInt8 && datatype <= kPTPArrayOfUInt128;

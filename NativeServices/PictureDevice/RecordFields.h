@@ -7,7 +7,9 @@
 // A visitor is called with the field's name and the field itself, whose type says how it travels.
 #pragma once
 
+#include <array>
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <type_traits>
@@ -17,6 +19,9 @@
 #include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
 
 namespace tarvo {
+
+/// What the three values of a range are called.
+inline constexpr std::array<const char*, 3> kRangeNames = {"minimum", "maximum", "step"};
 
 /// `Record` itself or const.
 template <typename Candidate, typename Record>
@@ -118,6 +123,24 @@ void visitFields(Info& info, Visitor&& visit) {
   if (!info.isExtended()) return;
   XTExtendedObjectInfoFields::visitFingerprints(info, visit);
   XTExtendedObjectInfoFields::visitSharing(info, visit);
+}
+
+/// The keys of a description in JSON. Those of the form depend on the form, which stands before
+/// them.
+template <ConstOrNot<PTPPropertyDescription> Description, typename Visitor>
+void visitFields(Description& description, Visitor&& visit) {
+  using Form = PTPPropertyDescription::Form;
+  visit("code", description.code);
+  visit("datatype", description.datatype);
+  visit("writable", description.isWritable);
+  visit("factoryDefault", description.factoryDefault);
+  visit("current", description.current);
+  visit("form", description.form);
+  if (description.form == Form::kEnumeration) visit("values", description.formValues);
+  if (description.form != Form::kRange || description.formValues.size() != kRangeNames.size())
+    return;
+  for (std::size_t i = 0; i < kRangeNames.size(); ++i)
+    visit(kRangeNames[i], description.formValues[i]);
 }
 
 /// Fills fields from a data set, which must outlive it. Raises NSRangeException at the end of the

@@ -1,0 +1,149 @@
+// The fields of records between C++ and JSON: the mapping that every kind of record shares. A new
+// kind lists its fields (RecordFields.h) and is served by the functions here.
+//
+//   PropertyDictionary json = jsonFromRecord(scanned(bytes, scanAddressBookInfo));
+//   auto info = recordFromJSON<XT_AddressBookInfo>(json);
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "NativeServices/PictureDevice/JSONValues.h"
+#include "NativeServices/PictureDevice/PTPRecords.h"
+#include "NativeServices/PictureDevice/RecordFields.h"
+#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "Utilities/PropertyDictionary.h"
+
+namespace tarvo {
+
+/// As users write them, by the number of the form on the wire.
+inline constexpr std::array<std::string_view, 3> kPropertyFormNames = {"none", "range",
+                                                                       "enumeration"};
+
+/// What a user reads where a document as a whole is meant, and no key of it.
+inline constexpr std::string_view kDocument = "the document";
+
+/// Puts fields into an object, which must outlive it.
+class FieldsToJSON {
+ public:
+  explicit FieldsToJSON(PropertyDictionary& json) : json_(json) {}
+
+  template <typename Field>
+  void operator()(const char* name, const Field& field) const {
+    json_[name] = field;
+  }
+  void operator()(const char* name, const XTUInt128& field) const {
+    json_[name] = jsonFromBytes(field);
+  }
+  void operator()(const char* name, const PTPPropertyDescription::Form& form) const {
+    json_[name] = kPropertyFormNames.at(static_cast<std::size_t>(form));
+  }
+
+ private:
+  PropertyDictionary& json_;
+};
+
+/// Fills fields from an object, which must outlive it. A field without a key keeps its value.
+/// Raises NSInvalidArgumentException, with the key's name, for a value that the field cannot hold.
+class FieldsFromJSON {
+ public:
+  explicit FieldsFromJSON(const PropertyDictionary& json) : json_(json) {
+    if (!json.is_object()) refuseValue(kDocument, "must be an object");
+  }
+
+  template <typename Field>
+  void operator()(const char* name, Field& field) {
+    names_.emplace_back(name);
+    const auto found = json_.find(name);
+    if (found != json_.end()) read(*found, name, field);
+  }
+  /// Raises where a key was asked for by no field.
+  void finish() const {
+    for (const auto& [key, value] : json_.items()) {
+      if (std::ranges::find(names_, key) == names_.end())
+        refuseValue('"' + key + '"', "is no key of this record");
+    }
+  }
+  /// Raises where a key that has no sensible default is missing.
+  void require(const char* name) const {
+    if (!json_.contains(name)) refuseValue(name, "is missing");
+  }
+
+ private:
+  template <std::integral T>
+  static void read(const PropertyDictionary& value, const char* name, T& field) {
+    field = numberFromJSON<T>(value, name);
+  }
+  template <std::integral T>
+  static void read(const PropertyDictionary& value, const char* name, std::vector<T>& field) {
+    field = numbersFromJSON<T>(value, name);
+  }
+  static void read(const PropertyDictionary& value, const char* name, bool& field) {
+    field = boolFromJSON(value, name);
+  }
+  static void read(const PropertyDictionary& value, const char* name, std::string& field) {
+    field = textFromJSON(value, name);
+  }
+  static void read(const PropertyDictionary& value, const char* name, XTUInt128& field) {
+    field = bytesFromJSON(value, name);
+  }
+  static void read(const PropertyDictionary& value, const char* name,
+                   PTPPropertyDescription::Form& field) {
+    const auto* const form = std::ranges::find(kPropertyFormNames, textFromJSON(value, name));
+    if (form == kPropertyFormNames.end())
+      refuseValue(name, R"(must be "none", "range" or "enumeration")");
+    field = static_cast<PTPPropertyDescription::Form>(form - kPropertyFormNames.begin());
+  }
+  /// A value of a property, which is judged when it is written, by its datatype.
+  static void read(const PropertyDictionary& value, const char*, PropertyDictionary& field) {
+    field = value;
+  }
+
+  const PropertyDictionary& json_;
+  std::vector<std::string_view> names_;
+};
+
+/// The object of a record's fields.
+template <typename Record>
+PropertyDictionary jsonFromRecord(const Record& record) {
+  PropertyDictionary json = PropertyDictionary::object();
+  visitFields(record, FieldsToJSON(json));
+  return json;
+}
+
+/// `record` with the fields that have a key. Raises as FieldsFromJSON does.
+template <typename Record>
+Record recordFromJSON(const PropertyDictionary& json, Record record = {}) {
+  FieldsFromJSON fields(json);
+  visitFields(record, fields);
+  fields.finish();
+  return record;
+}
+
+/// What `scan` makes of the bytes. Raises NSRangeException also where they end within the last
+/// field and its reader has no bounds test of its own.
+template <typename Scan>
+auto scanned(std::span<const std::byte> bytes, Scan scan) {
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  auto value = scan(dataSet);
+  dataSet.requireBytes(0);
+  return value;
+}
+
+/// The bytes that `store` writes. Raises what it raises.
+template <typename Store>
+std::vector<std::byte> stored(Store store) {
+  auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  store(dataSet);
+  return dataSet.data();
+}
+
+}  // namespace tarvo
