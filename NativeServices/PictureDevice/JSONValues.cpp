@@ -25,6 +25,7 @@ std::uint64_t unsignedFromJSON(const PropertyDictionary& value, std::uint64_t mo
   // A parser makes numbers from 0 on unsigned, a program signed ones.
   const bool isNatural =
       value.is_number_unsigned() || (value.is_number_integer() && value.get<std::int64_t>() >= 0);
+  // Wrapping would write another number than the user meant.
   if (!isNatural || value.get<std::uint64_t>() > most)
     refuseValue(name, "must be a whole number from 0 to " + std::to_string(most));
   return value.get<std::uint64_t>();
@@ -51,6 +52,7 @@ bool boolFromJSON(const PropertyDictionary& value, std::string_view name) {
 std::string textFromJSON(const PropertyDictionary& value, std::string_view name) {
   if (!value.is_string()) refuseValue(name, "must be a text");
   auto text = value.get<std::string>();
+  // The writer would wrap the count, and what it writes could not be read again.
   if (utf16FromUTF8(text).size() > kMostUnits)
     refuseValue(name, "is too long: at most 254 UTF-16 units can be written");
   return text;
@@ -68,6 +70,7 @@ const PropertyDictionary& arrayFromJSON(const PropertyDictionary& value, std::st
   return value;
 }
 
+/// The codec's text for zero bytes is empty, which a document could not tell from a missing value.
 std::string jsonFromBytes(const XTUInt128& bytes) {
   std::string digits = XTUInt128AsHexString(bytes);
   if (digits.empty()) digits.assign(2 * bytes.size(), '0');

@@ -24,6 +24,7 @@ std::uint64_t unsignedFromJSON(const PropertyDictionary& value, std::uint64_t mo
                                std::string_view name);
 std::int64_t signedFromJSON(const PropertyDictionary& value, std::int64_t least, std::int64_t most,
                             std::string_view name);
+/// A truth value; 0 and 1 are none.
 bool boolFromJSON(const PropertyDictionary& value, std::string_view name);
 /// Text that a PTP string can hold: at most 254 UTF-16 units.
 std::string textFromJSON(const PropertyDictionary& value, std::string_view name);
@@ -32,7 +33,7 @@ XTUInt128 bytesFromJSON(const PropertyDictionary& value, std::string_view name);
 /// An array, whose elements are not looked at.
 const PropertyDictionary& arrayFromJSON(const PropertyDictionary& value, std::string_view name);
 
-/// The number that the type T can hold.
+/// A number that T can hold, whole and within the bounds of the type.
 template <std::integral T>
 T numberFromJSON(const PropertyDictionary& value, std::string_view name) {
   using Limits = std::numeric_limits<T>;
@@ -43,6 +44,7 @@ T numberFromJSON(const PropertyDictionary& value, std::string_view name) {
   }
 }
 
+/// An array of such numbers; a complaint about an element begins with the name of the array.
 template <std::integral T>
 std::vector<T> numbersFromJSON(const PropertyDictionary& value, std::string_view name) {
   const PropertyDictionary& array = arrayFromJSON(value, name);

@@ -15,12 +15,14 @@ namespace tarvo {
 
 namespace {
 
-/// The bit that makes an array of a scalar's datatype.
+/// The bit that makes an array of a scalar's datatype (ISO 15740, "Datatype codes").
 constexpr std::uint16_t kArray = 0x4000;
+/// The codec's table of sizes has another value for these datatypes, which is intended there.
 constexpr std::uint16_t kSize128 = 16;
 
 using Form = PTPPropertyDescription::Form;
 
+/// False for a text, whose code has the bit of arrays as well.
 bool isArray(std::uint16_t datatype) {
   return datatype >= kPTPArrayOfInt8 && datatype <= kPTPArrayOfUInt128;
 }
@@ -31,16 +33,20 @@ std::uint16_t elementOf(std::uint16_t datatype) {
   return static_cast<std::uint16_t>(datatype - kArray);
 }
 
+/// The reason that the generic reader gives, so that reading and writing complain alike.
 [[noreturn]] void raiseUnexpectedDatatype(std::uint16_t datatype) {
   raiseAssertion(formatted("Unexpected datatype %d", datatype));
 }
 
+/// JSON has no number of 128 bits.
 std::string scanDigits(XTPTPDataSet& dataSet) {
   XTUInt128 value{};
   dataSet.scanUInt128(value);
   return jsonFromBytes(value);
 }
 
+/// A number or a text. Whatever the datatype, it is read with a test of the bounds: a value may be
+/// the last one of a description, behind which no other reader would notice that bytes are missing.
 PropertyDictionary scanScalar(XTPTPDataSet& dataSet, std::uint16_t datatype) {
   switch (datatype) {
     case kPTPInt64:
@@ -60,6 +66,7 @@ PropertyDictionary scanElements(XTPTPDataSet& dataSet, std::uint16_t element) {
   const bool is128 = element == kPTPInt128 || element == kPTPUInt128;
   const std::uint64_t size = is128 ? kSize128 : XTPTPDataSet::sizeForDataCode(element);
   const std::uint32_t count = dataSet.scanUInt32();
+  // Before the first element: a count of 0xFFFFFFFF costs nothing but the exception.
   dataSet.requireBytes(count * size);
   PropertyDictionary values = PropertyDictionary::array();
   for (std::uint32_t i = 0; i < count; ++i)
@@ -67,6 +74,8 @@ PropertyDictionary scanElements(XTPTPDataSet& dataSet, std::uint16_t element) {
   return values;
 }
 
+/// The inverse of scanScalar(). What JSON holds comes from a user, so that every number is checked
+/// against what its datatype can hold, instead of being cut.
 void storeScalar(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
                  const PropertyDictionary& value, std::string_view name) {
   switch (datatype) {
@@ -100,18 +109,21 @@ void storeScalar(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
   }
 }
 
+/// The flag of the form and its values (ISO 15740, "Property describing dataset").
 void scanForm(XTPTPDataSet& dataSet, PTPPropertyDescription& description) {
   const std::uint8_t form = dataSet.scanByte();
   if (form > static_cast<std::uint8_t>(Form::kEnumeration))
     raiseAssertion(formatted("Unexpected form %d", form));
   description.form = static_cast<Form>(form);
   if (description.form == Form::kNone) return;
+  // No memory is made for the count of an enumeration: the values themselves have to be there.
   const std::size_t count =
       description.form == Form::kRange ? kRangeNames.size() : dataSet.scanUInt16();
   for (std::size_t i = 0; i < count; ++i)
     description.formValues.push_back(scanPropertyValue(dataSet, description.datatype));
 }
 
+/// The values may come from a caller that filled the description itself, so their number is tested.
 void storeRange(XTMutablePTPDataSet& dataSet, const PTPPropertyDescription& description) {
   if (description.formValues.size() != kRangeNames.size())
     refuseValue("a range", "must have a minimum, a maximum and a step");
@@ -120,6 +132,7 @@ void storeRange(XTMutablePTPDataSet& dataSet, const PTPPropertyDescription& desc
   }
 }
 
+/// A count of 16 bits, unlike the one of an array.
 void storeEnumeration(XTMutablePTPDataSet& dataSet, const PTPPropertyDescription& description) {
   const PropertyDictionary& values = arrayFromJSON(description.formValues, "values");
   constexpr std::size_t kMost = std::numeric_limits<std::uint16_t>::max();

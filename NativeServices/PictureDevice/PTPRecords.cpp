@@ -7,6 +7,7 @@ namespace tarvo {
 
 namespace {
 
+/// Records are short and written once, so nothing is reserved.
 template <typename Record>
 XTMutablePTPDataSet dataSetFromRecord(const Record& record) {
   auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
@@ -29,6 +30,7 @@ XTMutablePTPDataSet dataSetFromDeviceInfo(const PTPDeviceInfo& info) {
 std::shared_ptr<const PTPStorageInfo> scanStorageInfo(XTPTPDataSet& dataSet) {
   auto info = std::make_shared<PTPStorageInfo>();
   const FieldReader read(dataSet);
+  // Each field before the next is read: a trace shows how far a cut record came.
   visitFields(*info, [&](const char* name, auto& field) {
     read(name, field);
     TraceLog::trace("StorageInfo.%s: %llu", name, static_cast<unsigned long long>(field));

@@ -27,6 +27,7 @@ inline constexpr std::array<const char*, 3> kRangeNames = {"minimum", "maximum",
 template <typename Candidate, typename Record>
 concept ConstOrNot = std::same_as<std::remove_const_t<Candidate>, Record>;
 
+/// The names are those of the traces, a misspelt one included; this is intended.
 template <ConstOrNot<PTPStorageInfo> Info, typename Visitor>
 void visitFields(Info& info, Visitor&& visit) {
   visit("storageType", info.storageType);
@@ -37,6 +38,7 @@ void visitFields(Info& info, Visitor&& visit) {
   visit("freeSpaceInImages", info.freeSpaceInImages);
 }
 
+/// 28 bytes, nothing of variable length among them.
 template <ConstOrNot<XT_AddressBookInfo> Info, typename Visitor>
 void visitFields(Info& info, Visitor&& visit) {
   visit("version", info.version);
@@ -49,6 +51,7 @@ void visitFields(Info& info, Visitor&& visit) {
   visit("maxGroupNameLengthInBytes", info.maxGroupNameLengthInBytes);
 }
 
+/// The names are those of ISO 15740, where the five lists stand between the texts.
 template <ConstOrNot<PTPDeviceInfo> Info, typename Visitor>
 void visitFields(Info& info, Visitor&& visit) {
   visit("StandardVersion", info.standardVersion);
@@ -70,6 +73,7 @@ void visitFields(Info& info, Visitor&& visit) {
 /// The fields of an object information, which are its own, hence this friend. Three lists, because
 /// the reader has something to do between them.
 struct XTExtendedObjectInfoFields {
+  /// What every camera sends: the whole of the ObjectInfo data set, its dates still as received.
   template <typename Info, typename Visitor>
   static void visitStandard(Info& info, Visitor&& visit) {
     visit("storageID", info.storageID_);
@@ -93,6 +97,7 @@ struct XTExtendedObjectInfoFields {
     visit("keywordsStr", info.keywordsStr_);
   }
 
+  /// The beginning of the extension, after which the quick fingerprint is judged.
   template <typename Info, typename Visitor>
   static void visitFingerprints(Info& info, Visitor&& visit) {
     visit("fileCreationDateStr", info.fileCreationDateStr_);
@@ -100,6 +105,7 @@ struct XTExtendedObjectInfoFields {
     visit("fullFingerprint", info.fullFingerprint_);
   }
 
+  /// The rest of it: favourites, annotations, albums, orders, and the source of a favourite.
   template <typename Info, typename Visitor>
   static void visitSharing(Info& info, Visitor&& visit) {
     visit("favoriteStatus", info.favoriteStatus_);
@@ -116,7 +122,8 @@ struct XTExtendedObjectInfoFields {
   }
 };
 
-/// The standard fields and, where the information is extended, those of the extension.
+/// What dataSetWithByteOrder() writes: the standard fields and, where the information is extended,
+/// those of the extension.
 template <ConstOrNot<XTExtendedObjectInfo> Info, typename Visitor>
 void visitFields(Info& info, Visitor&& visit) {
   XTExtendedObjectInfoFields::visitStandard(info, visit);
@@ -143,8 +150,9 @@ void visitFields(Description& description, Visitor&& visit) {
     visit(kRangeNames[i], description.formValues[i]);
 }
 
-/// Fills fields from a data set, which must outlive it. Raises NSRangeException at the end of the
-/// data set.
+/// Fills fields from a data set, which must outlive it, and leaves the position behind them. Raises
+/// NSRangeException at the end of the data set, but for a 64-bit number and for the bytes of a
+/// 128-bit value: those read as zero, and the field behind them raises.
 class FieldReader {
  public:
   explicit FieldReader(XTPTPDataSet& dataSet) : dataSet_(dataSet) {}
@@ -167,7 +175,8 @@ class FieldReader {
   XTPTPDataSet& dataSet_;
 };
 
-/// Appends fields to a data set, which must outlive it. Raises NSMallocException.
+/// Appends fields to a data set, which must outlive it: the exact inverse of FieldReader, but for
+/// texts of 255 units and more, whose count wraps. Raises NSMallocException.
 class FieldWriter {
  public:
   explicit FieldWriter(XTMutablePTPDataSet& dataSet) : dataSet_(dataSet) {}

@@ -14,6 +14,8 @@ using Bytes = std::span<const std::byte>;
 using ByteVector = std::vector<std::byte>;
 using Form = PTPPropertyDescription::Form;
 
+/// Unlike other records, a description has values without a sensible default: what zero means is up
+/// to the property, so a missing value is refused.
 PTPPropertyDescription propertyDescriptionFromJSON(const PropertyDictionary& json) {
   PTPPropertyDescription description;
   FieldsFromJSON fields(json);
@@ -31,6 +33,8 @@ PTPPropertyDescription propertyDescriptionFromJSON(const PropertyDictionary& jso
   if (description.form == Form::kEnumeration) fields.require("values");
   return description;
 }
+
+// One pair of functions for each type that has more to say than its list of fields.
 
 PropertyDictionary decodeObjectInfo(Bytes bytes) {
   return jsonFromObjectInfo(scanned(
@@ -80,12 +84,13 @@ ByteVector encodePropertyDescription(const PropertyDictionary& json) {
   return dataSetFromPropertyDescription(propertyDescriptionFromJSON(json)).data();
 }
 
+/// 16 zero bytes are a GUID of zeros; so is an array of another length, which the reader traces.
 PropertyDictionary decodeGUID(Bytes bytes) {
   return scanned(bytes, [](auto& dataSet) { return dataSet.scanGUID().value_or(""); });
 }
 
 ByteVector encodeGUID(const PropertyDictionary& json) {
-  constexpr std::size_t kEmptyArray = 4;
+  constexpr std::size_t kEmptyArray = 4;  // a count and no bytes
   const std::string text = textFromJSON(json, kDocument);
   ByteVector bytes = stored([&](auto& dataSet) { dataSet.storeGUID(text); });
   // The writer's answer to a text that it cannot read.
@@ -94,6 +99,7 @@ ByteVector encodeGUID(const PropertyDictionary& json) {
   return bytes;
 }
 
+/// A data set that is a single value, read and written as the value of a property is.
 template <PTPDataCode kDatatype>
 PropertyDictionary decodeValue(Bytes bytes) {
   return scanned(bytes, [](auto& dataSet) { return scanPropertyValue(dataSet, kDatatype); });
@@ -104,6 +110,7 @@ ByteVector encodeValue(const PropertyDictionary& json) {
   return stored([&](auto& dataSet) { storePropertyValue(dataSet, kDatatype, json, kDocument); });
 }
 
+/// The order is the one in which help texts show them: whole data sets first, then single values.
 constexpr std::array<RecordType, 10> kTypes = {{
     {"deviceinfo", "what a device says of itself (DeviceInfo)", jsonFromDeviceInfo,
      encodeDeviceInfo},

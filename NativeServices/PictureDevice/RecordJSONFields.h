@@ -31,7 +31,8 @@ inline constexpr std::array<std::string_view, 3> kPropertyFormNames = {"none", "
 /// What a user reads where a document as a whole is meant, and no key of it.
 inline constexpr std::string_view kDocument = "the document";
 
-/// Puts fields into an object, which must outlive it.
+/// Puts fields into an object, which must outlive it, under their names. A field that is not on the
+/// wire is not visited, so its key is absent.
 class FieldsToJSON {
  public:
   explicit FieldsToJSON(PropertyDictionary& json) : json_(json) {}
@@ -55,17 +56,20 @@ class FieldsToJSON {
 /// Raises NSInvalidArgumentException, with the key's name, for a value that the field cannot hold.
 class FieldsFromJSON {
  public:
+  /// Raises for a document that is no object.
   explicit FieldsFromJSON(const PropertyDictionary& json) : json_(json) {
     if (!json.is_object()) refuseValue(kDocument, "must be an object");
   }
 
+  /// `name` is kept, not copied: it is a literal.
   template <typename Field>
   void operator()(const char* name, Field& field) {
     names_.emplace_back(name);
     const auto found = json_.find(name);
     if (found != json_.end()) read(*found, name, field);
   }
-  /// Raises where a key was asked for by no field.
+  /// Raises where a key was asked for by no field: a misspelt key would otherwise be a value that
+  /// silently turns zero. To be called when all fields have been visited.
   void finish() const {
     for (const auto& [key, value] : json_.items()) {
       if (std::ranges::find(names_, key) == names_.end())
@@ -78,6 +82,8 @@ class FieldsFromJSON {
   }
 
  private:
+  // One for each type that a field can have; the type says what the value must be.
+
   template <std::integral T>
   static void read(const PropertyDictionary& value, const char* name, T& field) {
     field = numberFromJSON<T>(value, name);
@@ -111,7 +117,7 @@ class FieldsFromJSON {
   std::vector<std::string_view> names_;
 };
 
-/// The object of a record's fields.
+/// The object of a record's fields. Never raises: texts in records are well-formed UTF-8.
 template <typename Record>
 PropertyDictionary jsonFromRecord(const Record& record) {
   PropertyDictionary json = PropertyDictionary::object();
@@ -128,8 +134,9 @@ Record recordFromJSON(const PropertyDictionary& json, Record record = {}) {
   return record;
 }
 
-/// What `scan` makes of the bytes. Raises NSRangeException also where they end within the last
-/// field and its reader has no bounds test of its own.
+/// What `scan` makes of the bytes, which are borrowed for the call; bytes behind what it reads do
+/// not matter. Raises NSRangeException also where they end within the last field and its reader has
+/// no bounds test of its own.
 template <typename Scan>
 auto scanned(std::span<const std::byte> bytes, Scan scan) {
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);

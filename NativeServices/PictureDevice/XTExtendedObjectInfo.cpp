@@ -28,6 +28,7 @@ constexpr unsigned kLastYear = 2038;
 constexpr const char* kFirstDate = "1970-01-01 00:00:00 +0000";
 constexpr const char* kLastDate = "2038-01-01 00:00:00 +0000";
 
+/// The six numbers of a date, no zone among them.
 struct DateTime {
   unsigned year = 0;
   unsigned month = 0;
@@ -36,6 +37,9 @@ struct DateTime {
   unsigned minute = 0;
   unsigned second = 0;
 };
+
+// The C library's readers of dates and numbers ask the locale, and cost more than all the rest of
+// an object information; the form is fixed, so it is read here.
 
 /// Takes a number of one to `width` digits, with blanks before it, off the front of `text`.
 bool takeNumber(std::string_view& text, std::size_t width, unsigned& number) {
@@ -52,6 +56,8 @@ bool takeNumber(std::string_view& text, std::size_t width, unsigned& number) {
   return taken != 0;
 }
 
+/// Whether a calendar has that day and a clock that time. Cameras without a set clock send zeros,
+/// which are no date and stay.
 bool isValid(const DateTime& date) {
   constexpr std::array<unsigned, 13> kDays = {0, 31, 29, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
   constexpr unsigned kFebruary = 2;
@@ -112,6 +118,7 @@ XTExtendedObjectInfo XTExtendedObjectInfo::initWithDataSet(XTPTPDataSet& dataSet
 
 void XTExtendedObjectInfo::readExtension(XTPTPDataSet& dataSet) {
   XTExtendedObjectInfoFields::visitFingerprints(*this, FieldReader(dataSet));
+  // Pictures have a height; folders and recordings need no fingerprint.
   if (imagePixHeight_ != 0 && quickFingerprint_ == XTUInt128{}) {
     TraceLog::traceMethod("XTExtendedObjectInfo", "initWithDataSet:extended:", this);
     TraceLog::trace("Error in PTP data set - quickFingerprint is 0");
@@ -122,6 +129,7 @@ void XTExtendedObjectInfo::readExtension(XTPTPDataSet& dataSet) {
 XTMutablePTPDataSet XTExtendedObjectInfo::dataSetWithByteOrder(std::int32_t byteOrder) const {
   auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(
       byteOrder, isExtended_ ? kExtendedReserve : kStandardReserve);
+  // Texts are stored as they are held: a date that was replaced is not turned back.
   visitFields(*this, FieldWriter(dataSet));
   return dataSet;
 }
@@ -134,12 +142,14 @@ void XTExtendedObjectInfo::setBBSourceQFPString(std::string_view text) {
   XTHexStringAsUInt128(text, &bbSourceQFP_);
 }
 
+// A copy on the device names the picture it was made from; a name alone could be anything.
 bool XTExtendedObjectInfo::isDirectFavoriteInfo() const {
   const bool isFavorite = objFmtCode_ == kBragbookFormat || objFmtCode_ == kBragbook2Format;
   return isExtended_ && isFavorite && fileName_.starts_with("FAV") && bbSourceQFP_ != XTUInt128{};
 }
 
 std::string XTExtendedObjectInfo::description() const {
+  // Sizes are shown as signed numbers, which is intended.
   return formatted(
       "XTExtendedObjectInfo file:%s format:%X storageID:%X compressed size:%d width:%d height:%d",
       fileName_.c_str(), objFmtCode_, storageID_, static_cast<int>(compressedSize_),

@@ -42,35 +42,47 @@ class XTExtendedObjectInfo {
 
   // The standard fields.
 
+  /// The store that holds the object; 0 where the sender leaves the choice to the device.
   std::uint32_t storageID() const { return storageID_; }
   void setStorageID(std::uint32_t value) { storageID_ = value; }
+  /// What the object is (ISO 15740, "Object formats"): 0x3801 a JPEG picture, 0x3001 a folder; from
+  /// 0xB000 on the maker's own.
   std::uint16_t objFmtCode() const { return objFmtCode_; }
   void setObjFmtCode(std::uint16_t value) { objFmtCode_ = value; }
+  /// 0: may be changed and deleted; 1: read-only.
   std::uint16_t protectionStatus() const { return protectionStatus_; }
   void setProtectionStatus(std::uint16_t value) { protectionStatus_ = value; }
   /// 0xFFFFFFFF stands for 4 GiB - 1 and for everything above.
   std::uint32_t compressedSize() const { return compressedSize_; }
   void setCompressedSize(std::uint32_t value) { compressedSize_ = value; }
+  /// The format of the thumbnail, 0 where there is none.
   std::uint16_t thumbFmtCode() const { return thumbFmtCode_; }
   void setThumbFmtCode(std::uint16_t value) { thumbFmtCode_ = value; }
+  /// Bytes that the device sends for GetThumb.
   std::uint32_t thumbCompressedSize() const { return thumbCompressedSize_; }
   void setThumbCompressedSize(std::uint32_t value) { thumbCompressedSize_ = value; }
   std::uint32_t thumbPixWidth() const { return thumbPixWidth_; }
   void setThumbPixWidth(std::uint32_t value) { thumbPixWidth_ = value; }
   std::uint32_t thumbPixHeight() const { return thumbPixHeight_; }
   void setThumbPixHeight(std::uint32_t value) { thumbPixHeight_ = value; }
+  /// 0 for what is no picture.
   std::uint32_t imagePixWidth() const { return imagePixWidth_; }
   void setImagePixWidth(std::uint32_t value) { imagePixWidth_ = value; }
   std::uint32_t imagePixHeight() const { return imagePixHeight_; }
   void setImagePixHeight(std::uint32_t value) { imagePixHeight_ = value; }
+  /// Bits of a whole pixel.
   std::uint32_t imageBitDepth() const { return imageBitDepth_; }
   void setImageBitDepth(std::uint32_t value) { imageBitDepth_ = value; }
+  /// The folder in which the object lies, 0 in the root of the store.
   std::uint32_t parentObject() const { return parentObject_; }
   void setParentObject(std::uint32_t value) { parentObject_ = value; }
+  /// What kind of association the object is; 1 is a folder, 0 none at all.
   std::uint16_t assocType() const { return assocType_; }
   void setAssocType(std::uint16_t value) { assocType_ = value; }
+  /// What the device says further of the association; its meaning depends on the type.
   std::uint32_t assocDesc() const { return assocDesc_; }
   void setAssocDesc(std::uint32_t value) { assocDesc_ = value; }
+  /// The place in a sequence of pictures, 0 outside of one.
   std::uint32_t seqNum() const { return seqNum_; }
   void setSeqNum(std::uint32_t value) { seqNum_ = value; }
   /// As the device gives it: no path, until it has been reduced to its last component.
@@ -80,13 +92,16 @@ class XTExtendedObjectInfo {
   /// bound that replaced it.
   const std::string& captureDateStr() const { return captureDateStr_; }
   void setCaptureDateStr(std::string value) { captureDateStr_ = std::move(value); }
+  /// As the capture date, bounds included.
   const std::string& modDataStr() const { return modDataStr_; }
   void setModDataStr(std::string value) { modDataStr_ = std::move(value); }
+  /// Words divided by blanks.
   const std::string& keywordsStr() const { return keywordsStr_; }
   void setKeywordsStr(std::string value) { keywordsStr_ = std::move(value); }
 
   // The maker's extension.
 
+  /// A date as the device sent it, without bounds.
   const std::string& fileCreationDateStr() const { return fileCreationDateStr_; }
   void setFileCreationDateStr(std::string value) { fileCreationDateStr_ = std::move(value); }
   /// Fingerprints as text: empty for 16 zero bytes, else 32 lower-case hexadecimal digits.
@@ -96,16 +111,22 @@ class XTExtendedObjectInfo {
   void setQuickFingerPrintString(std::string_view text);
   std::string fullFingerprint() const { return XTUInt128AsHexString(fullFingerprint_); }
   void setFullFingerPrint(const XTUInt128& value) { fullFingerprint_ = value; }
+  /// 0 for what is no favourite; the other codes are the device's own.
   std::uint16_t favoriteStatus() const { return favoriteStatus_; }
   void setFavoriteStatus(std::uint16_t value) { favoriteStatus_ = value; }
+  /// A code of the device's own, passed through.
   std::uint16_t retentionFlag() const { return retentionFlag_; }
   void setRetentionFlag(std::uint16_t value) { retentionFlag_ = value; }
+  /// What the user wrote beneath the picture.
   const std::string& textAnnotation() const { return textAnnotation_; }
   void setTextAnnotation(std::string value) { textAnnotation_ = std::move(value); }
+  /// Recordings that belong to the picture.
   const Handles& audioAnnotationList() const { return audioAnnotationList_; }
   void setAudioAnnotationList(Handles value) { audioAnnotationList_ = std::move(value); }
+  /// Albums that the picture is in.
   const Handles& albumList() const { return albumList_; }
   void setAlbumList(Handles value) { albumList_ = std::move(value); }
+  /// Orders that name the picture, one list for each kind of order.
   const Handles& emailOrderList() const { return emailOrderList_; }
   void setEmailOrderList(Handles value) { emailOrderList_ = std::move(value); }
   const Handles& printOrderList() const { return printOrderList_; }

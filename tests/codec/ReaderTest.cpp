@@ -58,7 +58,8 @@ const std::vector<FormRow>& formRows() {
        [](auto& set) { set.storeSInt32(kS32[0]); }},
       {kPTPUInt32, "06000080", "80000006", "2147483654",
        [](auto& set) { set.storeUInt32(kU32[0]); }},
-      {kPTPUInt64, "0800000000000080", "8000000000000008", "9223372036854775816", nullptr},
+      {kPTPUInt64, "0800000000000080", "8000000000000008", "9223372036854775816",
+       [](auto& set) { set.storeUInt64(9223372036854775816U); }},
       {kPTPArrayOfInt8, "02000000ff01", "00000002ff01", "[255, 1]", nullptr},  // unsigned, intended
       {kPTPArrayOfUInt8, "03000000818283", "00000003818283", "[129, 130, 131]",
        [](auto& set) { set.storeByteArray(kBytes); }},

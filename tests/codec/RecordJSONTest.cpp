@@ -34,7 +34,7 @@ PropertyDictionary decoded(const char* type, const Bytes& bytes) {
 struct Row {
   const char* type;
   std::string bytes;
-  const char* json;
+  std::string json;
   std::size_t ignored = 0;  ///< bytes at the end that are written, and not needed for reading
 };
 
@@ -42,6 +42,12 @@ const std::vector<Row>& rows() {
   static const std::string kObject =
       "01000100 0138 0200 03000000 0838 04000000 05000000 06000000 07000000 08000000 09000000"
       "0a000000 0100 0b000000 0c000000 03 6100 6200 0000 00 02 3300 0000 02 6b00 0000";
+  static const std::string kObjectJSON =
+      R"({"storageID": 65537, "objFmtCode": 14337, "protectionStatus": 2, "compressedSize": 3,
+           "thumbFmtCode": 14344, "thumbCompressedSize": 4, "thumbPixWidth": 5,
+           "thumbPixHeight": 6, "imagePixWidth": 7, "imagePixHeight": 8, "imageBitDepth": 9,
+           "parentObject": 10, "assocType": 1, "assocDesc": 11, "seqNum": 12, "fileName": "ab",
+           "captureDateStr": "", "modDataStr": "3", "keywordsStr": "k")";
   static const std::vector<Row> all = {
       {"deviceinfo",
        "6400 52540000 6500 02 7800 0000 0100 02000000 0110 0210 00000000 01000000 0150 00000000"
@@ -51,24 +57,15 @@ const std::vector<Row>& rows() {
            "EventsSupported": [], "DevicePropertiesSupported": [20481], "CaptureFormats": [],
            "ImageFormats": [14337], "Manufacturer": "M", "Model": "€", "DeviceVersion": "",
            "SerialNumber": "01"})"},
-      {"objectinfo", kObject,
-       R"({"storageID": 65537, "objFmtCode": 14337, "protectionStatus": 2, "compressedSize": 3,
-           "thumbFmtCode": 14344, "thumbCompressedSize": 4, "thumbPixWidth": 5,
-           "thumbPixHeight": 6, "imagePixWidth": 7, "imagePixHeight": 8, "imageBitDepth": 9,
-           "parentObject": 10, "assocType": 1, "assocDesc": 11, "seqNum": 12, "fileName": "ab",
-           "captureDateStr": "", "modDataStr": "3", "keywordsStr": "k"})"},
+      {"objectinfo", kObject, kObjectJSON + "}"},
       {"extobjectinfo",
        kObject + "02 6300 0000 10000000 000102030405060708090a0b0c0d0e0f 10000000" +
            std::string(32, '0') +
            "0d00 0e00 02 7400 0000 02000000 01000000 02000000 01000000 03000000 00000000 00000000"
            "01000000 05000000 0f000000 10000000" +
            std::string(32, '0') + "10000000 ffffffffffffffffffffffffffffffff",
-       R"({"storageID": 65537, "objFmtCode": 14337, "protectionStatus": 2, "compressedSize": 3,
-           "thumbFmtCode": 14344, "thumbCompressedSize": 4, "thumbPixWidth": 5,
-           "thumbPixHeight": 6, "imagePixWidth": 7, "imagePixHeight": 8, "imageBitDepth": 9,
-           "parentObject": 10, "assocType": 1, "assocDesc": 11, "seqNum": 12, "fileName": "ab",
-           "captureDateStr": "", "modDataStr": "3", "keywordsStr": "k",
-           "fileCreationDateStr": "c", "quickFingerprint": "000102030405060708090a0b0c0d0e0f",
+       kObjectJSON +
+           R"(, "fileCreationDateStr": "c", "quickFingerprint": "000102030405060708090a0b0c0d0e0f",
            "fullFingerprint": "00000000000000000000000000000000", "favoriteStatus": 13,
            "retentionFlag": 14, "textAnnotation": "t", "audioAnnotationList": [1, 2],
            "albumList": [3], "emailOrderList": [], "printOrderList": [],
