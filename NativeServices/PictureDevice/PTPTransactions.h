@@ -49,6 +49,8 @@ class PTPTransactions {
   // The device.
 
   virtual PTPDeviceFacts facts() const = 0;
+  /// How the last transaction ended, for operations whose result does not tell: 0 or a status.
+  virtual Status lastOutcome() const { return status::kOK; }
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
   /// Needs no session (ISO 15740, GetDeviceInfo).
   virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
@@ -99,7 +101,8 @@ class PTPTransactions {
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
                                               std::uint32_t association) = 0;
   /// GetObjectHandles (0x1007), in the order of the device, after GetNumObjects, whose count is the
-  /// room. None on failure; empty where there are none. Raises the malloc exception.
+  /// room. None on failure; empty where there are none and, which is intended, where they cannot be
+  /// counted: lastOutcome() tells these apart. Raises the malloc exception.
   virtual std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store,
                                                             std::uint16_t type) = 0;
   virtual std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,

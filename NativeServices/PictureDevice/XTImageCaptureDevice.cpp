@@ -23,13 +23,6 @@ void traceDictionary(const PropertyDictionary& dictionary) {
   TraceLog::trace("* * * * Here is the end of the Dictionary Dump * * * *");
 }
 
-/// The elements under "data", one dictionary a picture; null when there are none.
-const PropertyDictionary* picturesOf(const std::optional<PropertyDictionary>& dictionary) {
-  if (!dictionary || !dictionary->is_object()) return nullptr;
-  const auto found = dictionary->find("data");
-  return found != dictionary->end() && found->is_array() ? &*found : nullptr;
-}
-
 }  // namespace
 
 Status XTImageCaptureDevice::initObject(ICAObject object) {
@@ -57,6 +50,7 @@ Status XTImageCaptureDevice::refreshIcaDictionary() {
   if (status == status::kOK) {
     traceDictionary(dictionary);
     icaDictionary_ = std::move(dictionary);
+    loadedKeys_.clear();
   } else {
     icaDictionary_.reset();
     TraceLog::trace("refreshIcaDictionary copyObjectPropertyDictionaryPB.header.err: %i", status);
@@ -106,22 +100,6 @@ Status XTImageCaptureDevice::loadDeviceInfoUncached() {
   return status;
 }
 
-void XTImageCaptureDevice::storesChanged() {
-  // Handles of objects and stores are given anew when a card was changed.
-  fields_.objectInfoCache.clear();
-  fields_.storageIDCache.reset();
-  fields_.cachedAlbumDict.reset();
-  icaDictionaryDirty_ = true;
-  icaDictionary_.reset();
-}
-
-void XTImageCaptureDevice::unregisterForExtendedEvents() {
-  const Status status = imageCapture().registerForEventNotification(icaObject_, ica::kExtended, {});
-  if (status != status::kOK) {
-    TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
-  }
-}
-
 bool XTImageCaptureDevice::isOfMaker() const {
   return icaDictionary_ &&
          tarvo::isOfMaker(*icaDictionary_, PictureDeviceRoom::required().services().maker);
@@ -129,18 +107,6 @@ bool XTImageCaptureDevice::isOfMaker() const {
 
 std::string XTImageCaptureDevice::description() const {
   return XTPictureDevice::description() + formatted(", icaObject 0x%08X", icaObject_);
-}
-
-std::int32_t XTImageCaptureDevice::imageCount() {
-  refreshIcaDictionary();
-  const auto* pictures = picturesOf(icaDictionary_);
-  return pictures ? static_cast<std::int32_t>(pictures->size()) : 0;
-}
-
-std::optional<ObjectReferences> XTImageCaptureDevice::pictureFiles() {
-  refreshIcaDictionary();
-  const auto* pictures = picturesOf(icaDictionary_);
-  return pictures ? ObjectReferences(pictures->begin(), pictures->end()) : ObjectReferences();
 }
 
 std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {

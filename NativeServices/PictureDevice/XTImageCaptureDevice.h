@@ -6,7 +6,9 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
@@ -83,10 +85,19 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// Sends a message; the one door to the device. 0 when the service accepted it (the PTP response
   /// is in the block's record), 0x2002 on a disconnected device, or the status of Image Capture.
   virtual Status icaObjectSendMessage(ICAObjectSendMessagePB& block);
-  /// Forgets what was read from the stores, so that it is read again on next use.
+  /// Forgets what was read from the stores, here and in the service, so that it is read again on
+  /// next use.
   void storesChanged();
-  /// Ends the delivery of events that only a device's own class understands.
+  /// From now on what the device reports by itself goes to handlePTPEvent(), from the main loop and
+  /// while somebody holds a scope on the device. The status of Image Capture, traced where it is a
+  /// failure.
+  Status registerForExtendedEvents();
+  /// Ends that.
   void unregisterForExtendedEvents();
+  /// Appends to `list` every file below `node` (a dictionary with "tree") whose "ifil" ends with
+  /// `suffix`; case matters. The number of the node's own children.
+  std::size_t parseTreeForFiles(const PropertyDictionary& node, std::string_view suffix,
+                                ObjectReferences& list);
   /// Whether the device's USB vendor id is the maker's.
   bool isOfMaker() const;
   /// Why the last message failed in the service; 0 when it did not.
@@ -100,6 +111,12 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// none.
   std::int32_t imageCount() override;
   std::optional<ObjectReferences> pictureFiles() override;
+  /// Sets the device's clock to this host's time. -1400 on a device without the capability 'sclk';
+  /// otherwise as icaObjectSendMessage(), or why the capabilities cannot be read.
+  Status setDateTime() override;
+  /// Deletes the object behind "icao", which leaves the list of pictures. kICAInvalidObject for an
+  /// object without one; otherwise as icaObjectSendMessage().
+  Status deleteObject(const ObjectReference& object) override;
   /// From the object's dictionary: "tsiz", "isiz" (both bytes, 0 where missing) and "ifil". An
   /// object that is no dictionary is a failed assertion of objectSize().
   std::int64_t thumbSize(const ObjectReference& object) override;
@@ -134,12 +151,24 @@ class XTImageCaptureDevice : public XTPictureDevice {
     return status == status::kOK ? device : nullptr;
   }
 
+  /// What the dictionary has under `key` ("capa", "data", "tree"), which the service reads from the
+  /// device at the first need; null where there is nothing, with the cause in `*failure` (where
+  /// given). Valid until the next refresh.
+  const PropertyDictionary* loadedProperty(const std::string& key, Status* failure = nullptr);
+  /// What is known of pictures and files does not hold any more.
+  void forgetContents();
+
   ICAObject icaObject_ = 0;
   std::optional<PropertyDictionary> icaDictionary_;
   /// The copy is stale: the next refresh fetches it again.
   bool icaDictionaryDirty_ = true;
 
  private:
+  /// Dictionary of an event of the type kExtended.
+  void extendedEvent(const PropertyDictionary& event);
+
+  /// Keys that were asked for since the dictionary was copied.
+  std::set<std::string> loadedKeys_;
   Status lastMessageStatus_ = status::kOK;
 };
 

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;
-constexpr std::size_t kPropertyRoom = 2048;
+constexpr std::size_t kAddressBookInfoRoom = 28;
 
 [[noreturn]] void raisePTPException(const char* reason, const PassThroughTransaction& transaction) {
   auto userInfo = PropertyDictionary::object();
@@ -53,6 +53,20 @@ std::shared_ptr<XTImageCapturePTPDevice> XTImageCapturePTPDevice::withICAObject(
                                                                                 Status* failure) {
   const std::shared_ptr<XTImageCapturePTPDevice> device(new XTImageCapturePTPDevice);
   return initialized(device, object, failure);
+}
+
+PTPDeviceFacts XTImageCapturePTPDevice::facts() const {
+  return {.model = model(),
+          .operations = operationList_,
+          .properties = propertyList_,
+          .imageFormats = imageFormatList_,
+          .capabilities = capabilities()};
+}
+
+bool XTImageCapturePTPDevice::run(PassThroughTransaction& transaction) {
+  const bool succeeded = transaction.run(*this);
+  lastOutcome_ = transaction.outcome();
+  return succeeded;
 }
 
 Status XTImageCapturePTPDevice::icaObjectSendMessage(ICAObjectSendMessagePB& block) {
@@ -159,7 +173,7 @@ Status XTImageCapturePTPDevice::getDeviceInfo(PTPPassThroughRecord& record) {
                                       .operation = ptp::kGetDeviceInfo,
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kDeviceInfoRoom});
-  if (!transaction.run(*this)) return transaction.outcome();
+  if (!run(transaction)) return transaction.outcome();
   record = transaction.takeRecord();
   TraceLog::trace("getDeviceInfo GetDeviceInfo: dataSize: %i",
                   static_cast<int>(record.pb().dataSize));
@@ -178,7 +192,7 @@ const CodeList& XTImageCapturePTPDevice::supportedDatasets() {
                                       .operation = ptp::XTO_GET_SUPPORTED_DATASETS,
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kSupportedDatasetsRoom});
-  if (!transaction.run(*this)) {
+  if (!run(transaction)) {
     raisePTPException("XTO_GET_SUPPORTED_DATASETS failed", transaction);
   }
   auto reader = transaction.reader();
@@ -198,7 +212,7 @@ std::uint16_t XTImageCapturePTPDevice::displayRequestVersion() {
   PassThroughTransaction transaction({.method = "displayRequestVersion",
                                       .operation = ptp::XT_GET_DISPLAY_REQUEST_VERSION,
                                       .responseParameters = 1});
-  if (!transaction.run(*this)) {
+  if (!run(transaction)) {
     displayRequestVersion_ = 0;
     raisePTPException("XT_GET_DISPLAY_REQUEST_VERSION failed", transaction);
   }
@@ -213,26 +227,72 @@ bool XTImageCapturePTPDevice::doesLCBInfoWork() {
                                       .operation = ptp::XTO_GET_LCB_INFO,
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kLCBInfoRoom});
-  transaction.run(*this);
+  run(transaction);
   // What the 12 bytes mean is of no matter, only that the device gives them.
   return transaction.responseCode() == status::kPTPOK;
 }
 
-std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyDataSet(std::uint16_t property) {
-  if (!containsCode(propertyList_, property)) return std::nullopt;
+Status XTImageCapturePTPDevice::displayRequest(XTMutablePTPDataSet& request) {
+  request.adjustToAvoidModulo64PayloadSize();
+  PassThroughTransaction transaction({.method = "displayRequest",
+                                      .headerFailure = "displayRequest XTO_DISPLAY_REQUEST",
+                                      .operation = ptp::XTO_DISPLAY_REQUEST,
+                                      .dataUsageMode = kDataToDevice,
+                                      .data = request.bytes()});
+  // The response itself also after success, which is intended.
+  return run(transaction) ? status::kPTPOK : transaction.outcome();
+}
+
+std::uint16_t XTImageCapturePTPDevice::bragbookVersion() {
+  if (!capabilities().deviceSupportsBragbooks) return 0;
+  PassThroughTransaction transaction({.method = "bragbookVersion",
+                                      .headerFailure = "bragbookVersion XTO_GET_BRAGBOOK_VERSION",
+                                      .operation = ptp::XTO_GET_BRAGBOOK_VERSION,
+                                      .responseParameters = 2});
+  if (!run(transaction)) return 0;
+  const auto version = static_cast<std::uint16_t>(transaction.responseParameter(0));
+  TraceLog::trace("Bragbook Version: %i", version);
+  return version;
+}
+
+Status XTImageCapturePTPDevice::addressBookInfo(XT_AddressBookInfo& info) {
+  if (!supportsAddressBooks()) return status::kPTPOperationNotSupported;
+  if (cachedABInfo_.version != 0) {
+    info = cachedABInfo_;
+    return status::kOK;
+  }
+  try {
+    PassThroughTransaction transaction(
+        {.method = "addressBookInfo",
+         .headerFailure = "addressBookInfo XTO_GET_ADDRESS_BOOK_INFO",
+         .operation = ptp::XTO_GET_ADDRESS_BOOK_INFO,
+         .dataUsageMode = kDataFromDevice,
+         .room = kAddressBookInfoRoom});
+    if (!run(transaction)) return transaction.outcome();
+    auto reader = transaction.reader();
+    cachedABInfo_ = scanAddressBookInfo(reader);
+    transaction.wasShort(reader);
+  } catch (const Exception& exception) {
+    if (exception.name() != exception_name::kMalloc) throw;
+    TraceLog::trace("No memory!");
+    return status::kOutOfMemory;
+  }
+  info = cachedABInfo_;
+  return status::kOK;
+}
+
+Status XTImageCapturePTPDevice::sendDeviceReset() {
+  // The trace names the code of another operation, which is intended.
   PassThroughTransaction transaction(
-      {.method = "propertyDataSet",
-       .headerFailure = formatted("propertyDataSet GetDevicePropInfo %04X", property),
-       .resultFailure = "propertyDataSet GetDevicePropInfo",
-       .operation = ptp::kGetDevicePropDesc,
-       .parameters = {property},
-       .dataUsageMode = kDataFromDevice,
-       .room = kPropertyRoom});
-  if (!transaction.run(*this)) return std::nullopt;
-  // A copy of what was received, so that it outlives the record and a cut one is noticed.
-  auto dataSet = XTPTPDataSet::initWithData(transaction.received());
-  dataSet.setByteOrder(kPTPByteOrder);
-  return dataSet;
+      {.method = "sendDeviceReset",
+       .headerFailure = formatted("sendDeviceReset (opcode 0x%x)", unsigned{ptp::kFormatStore}),
+       .resultFailure = "sendDeviceReset",
+       .operation = ptp::kResetDevice});
+  if (!run(transaction)) return transaction.outcome();
+  // Handles may be given anew.
+  storesChanged();
+  contentsChanged();
+  return status::kOK;
 }
 
 }  // namespace tarvo

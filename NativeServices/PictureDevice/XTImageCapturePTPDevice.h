@@ -1,14 +1,25 @@
 // A camera or frame that speaks PTP: every transaction is one pass-through message to its Image
 // Capture object.
+//
+// Its sources are split by theme: the device itself (XTImageCapturePTPDevice.cpp), ...Objects,
+// ...Transfers, ...Properties, ...Queries, and ...Answers for what the base class asks of a device.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
 #include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
 
 namespace tarvo {
+
+class PassThroughTransaction;
+struct PTPRequest;
 
 /// Main thread only.
 ///
@@ -44,21 +55,141 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
     return status::kIOError;
   }
 
-  // PTPTransactions
+  // What the base class asks of a device. An object is the number that is its handle; anything else
+  // names none: 0x2009, 0 or none.
+
+  PTPTransactions* ptpTransactions() override { return this; }
+  /// As the device counts them, by GetNumObjects.
+  std::int32_t imageCount() override;
+  /// Of all stores.
+  std::optional<ObjectReferences> pictureFiles() override;
+  PropertyDictionary getPictureFileSizesDict() override;
+  std::uint8_t batteryLevel() override;
+  bool isDocked() override;
+  bool isProtected(const ObjectReference& object) override;
+  /// From the object's information; sizes in bytes, 0 without it.
+  std::int64_t thumbSize(const ObjectReference& object) override;
+  std::int64_t objectSize(const ObjectReference& object) override;
+  std::optional<std::string> objectFilename(const ObjectReference& object) override;
+  ObjectInfoPointer objectInfoForHandle(const ObjectReference& object) override;
+  /// The encoded thumbnail, as long as its object says; none where there is none, and on failure.
+  std::optional<ByteBuffer> downloadThumb(const ObjectReference& object) override;
+  Status downloadImage(const ObjectReference& object, const std::string& destination) override;
+  Status downloadFile(const ObjectReference& object, const std::string& destination) override;
+  std::optional<ByteBuffer> downloadObject(const ObjectReference& object) override;
+  Status deleteObject(const ObjectReference& object) override;
+  /// Every object of that format, on all stores, while deleting succeeds; the first failure.
+  Status deleteFilesOfType(std::uint16_t type) override;
+
+  // PTPTransactions. The base class has some of these operations, too, and one answer serves both.
+
+  PTPDeviceFacts facts() const override;
+  Status lastOutcome() const override { return lastOutcome_; }
   Status getDeviceInfo(PTPPassThroughRecord& record) override;
   const CodeList& supportedDatasets() override;
   std::uint16_t displayRequestVersion() override;
+  Status displayRequest(XTMutablePTPDataSet& request) override;
+  std::uint16_t bragbookVersion() override;
   bool doesLCBInfoWork() override;
+  Status addressBookInfo(XT_AddressBookInfo& info) override;
+  Status sendDeviceReset() override;
+
   std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) override;
+  std::optional<XTPTPDataSet> propertyValueDataSet(std::uint16_t property) override;
+  Status setProperty(std::uint16_t property, std::span<const std::byte> value) override;
+
+  std::optional<std::vector<std::uint32_t>> storageIDs() override;
+  std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t storageID) override;
+  Status formatStore(std::uint32_t storageID) override;
+
+  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type) override;
+  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
+                                      std::uint32_t association) override;
+  std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store,
+                                                    std::uint16_t type) override;
+  std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,
+                                                    std::uint32_t association) override;
+  std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
+                                                                   std::uint16_t type) override;
+  Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) override;
+  void invalidateInfoCacheForObject(std::uint32_t handle) override;
+  Status deleteObject(std::uint32_t handle, std::uint16_t format, std::uint16_t opcode) override;
+  Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle) override;
+
+  Status downloadEntireObject(std::uint32_t handle, std::uint32_t size, ptp::DataSink& sink,
+                              std::uint64_t& received) override;
+  Status downloadPartialObject(std::uint32_t handle, std::uint32_t offset, std::uint32_t size,
+                               ptp::DataSink& sink, std::uint64_t& received) override;
+  Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage, std::uint32_t parent,
+                        std::uint32_t* resultHandle) override;
+  Status sendObjectData(std::span<const std::byte> data) override;
+  Status sendContentsOfFile(const std::string& path, XTExtendedObjectInfo& info,
+                            std::uint32_t storage, std::uint32_t parent,
+                            std::uint32_t* resultHandle) override;
+
+  Status sendQuery(std::string_view query, std::uint32_t* resultHandle) override;
+  Status getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp, std::uint32_t maxSize,
+                            ByteBuffer& data, bool& endOfData) override;
+  Status endQuery(std::uint32_t query, std::uint32_t sqlOp) override;
+
+  bool reportProgress(std::uint32_t bytes) override;
+
+  /// Handle and information of the object whose information was read last; 0 and null after that
+  /// object was deleted.
+  std::uint32_t cachedObject() const { return cachedObject_; }
+  const ObjectInfoPointer& cachedObjectInfo() const { return cachedObjectInfo_; }
 
  protected:
   XTImageCapturePTPDevice() = default;
 
  private:
+  /// Which objects a count or a list is about.
+  struct ObjectQuery {
+    /// As GetNumObjects and GetObjectHandles take them.
+    std::vector<std::uint32_t> parameters() const;
+
+    std::uint32_t store;
+    std::uint16_t type;
+    std::optional<std::uint32_t> association{};
+  };
+
+  /// Runs it on this device and keeps its outcome; true when the device answered OK.
+  bool run(PassThroughTransaction& transaction);
+
   /// Takes the lists and the identity from the record's room; a short DeviceInfo reads as zeros.
   void parseDeviceInfo(const PTPPassThroughRecord& record);
   /// `read` is the number of bytes that the lists and texts would have needed.
   void reportShortDeviceInfo(std::uint32_t read, const PTPPassThroughRecord& record) const;
+
+  std::optional<XTPTPDataSet> propertyBytes(std::uint16_t property, std::uint16_t operation,
+                                            const char* method);
+
+  std::int32_t numberOfObjects(const ObjectQuery& query);
+  std::optional<ObjectHandles> objectHandles(const ObjectQuery& query, std::int32_t count);
+  /// What a request answers with for `count` objects, one number each; `selector` is for traces.
+  std::optional<std::vector<std::uint32_t>> arrayOfObjects(PTPRequest request, const char* selector,
+                                                           std::int32_t count);
+  /// Asks the device; the standard form is read, whatever `extended` says: intended.
+  Status objectInfoUncached(ObjectInfoPointer& info, std::uint32_t handle, bool extended);
+  /// After what this side changed on the device: what was counted and listed is asked for anew.
+  void contentsChanged();
+
+  Status sendWholeFile(const std::string& path, XTExtendedObjectInfo& info, std::uint32_t storage,
+                       std::uint32_t parent, std::uint32_t& handle);
+  Status sendContentsOfFileInParts(const std::string& path, XTExtendedObjectInfo& info,
+                                   std::uint32_t storage, std::uint32_t parent,
+                                   std::uint32_t& handle);
+  /// One part, of at most 2 MiB.
+  Status sendPart(int descriptor, std::uint32_t offset, std::uint32_t size, bool isLast);
+
+  /// The parameters of XTO_GET_DB_ROWS, in their order.
+  struct DBRowsRequest {
+    std::uint32_t query;
+    std::uint32_t sqlOp;
+    std::uint32_t finalize;
+    std::uint32_t maxSize;
+  };
+  Status getDBRows(const DBRowsRequest& request, ByteBuffer& data, bool& endOfData);
 
   CodeList operationList_;
   CodeList eventList_;
@@ -67,7 +198,11 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   CodeList propertyList_;
   /// None until they were read, or while the device does not list the operation.
   std::optional<CodeList> supportedDatasets_;
+  std::uint32_t cachedObject_ = 0;
+  ObjectInfoPointer cachedObjectInfo_;
   std::uint16_t displayRequestVersion_ = 0;  ///< 0 is not known
+  XT_AddressBookInfo cachedABInfo_;          ///< of version 0 until it was read
+  Status lastOutcome_ = status::kOK;
 };
 
 }  // namespace tarvo
