@@ -33,6 +33,12 @@ bool hasNoLogicalStore(std::uint32_t store) {
   return store != 0 && (store & kLogicalStore) == 0;
 }
 
+/// A format of objects as the device gets it.
+std::uint32_t formatParameter(std::uint16_t type) {
+  constexpr std::uint32_t kEveryPicture = 0xFFFFFFFF;
+  return type == ptp::kAllImageFormats ? kEveryPicture : type;
+}
+
 void traceNumbers(const char* label, const std::vector<std::uint32_t>& numbers,
                   const char* format) {
   // There may be a hundred thousand.
@@ -114,9 +120,10 @@ std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(
 }
 
 std::vector<std::uint32_t> XTImageCapturePTPDevice::ObjectQuery::parameters() const {
+  const std::uint32_t format = formatParameter(type);
   // Without a format the parameter is left out, unless another follows it.
-  if (association) return {store, type, *association};
-  if (type != 0) return {store, type};
+  if (association) return {store, format, *association};
+  if (type != 0) return {store, format};
   return {store};
 }
 
@@ -157,7 +164,7 @@ std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::pictureFilesi
   auto sizes = arrayOfObjects({.method = "pictureFilesizeOnStore",
                                .headerFailure = "pictureFilesizeOnStore XTO_GET_PICTURE_FILE_SIZES",
                                .operation = ptp::XTO_GET_PICTURE_FILE_SIZES,
-                               .parameters = {store, type, 0}},  // always three
+                               .parameters = {store, formatParameter(type), 0}},  // always three
                               "pictureFilesizeOnStore:ofType:", count);
   if (sizes) traceNumbers("Picture FileSizes:", *sizes, "u");
   return sizes;

@@ -108,7 +108,8 @@ class FakeImageCapture : public ImageCapture {
     bool listed = true;                          ///< in the device list
     int scopesOpened = 0;
     int openScopes = 0;
-    std::vector<std::uint16_t> operations;  ///< sent, in order
+    std::vector<std::uint16_t> operations;               ///< sent, in order
+    std::vector<std::vector<std::uint32_t>> parameters;  ///< of each of them
     /// Payloads that came with them, of those that had one.
     std::vector<std::vector<std::uint8_t>> payloads;
     int forgotten = 0;  ///< calls of forgetContents
@@ -160,6 +161,11 @@ class FakeImageCapture : public ImageCapture {
       callback(event);
     }
   }
+  /// Fires what a device reports by itself.
+  void report(ICAObject object, PropertyDictionary dictionary) {
+    const auto found = callbacks_.find({object, ica::kExtended});
+    if (found != callbacks_.end()) found->second({object, ica::kExtended, std::move(dictionary)});
+  }
   void announce(ICAObject object) { fire(object, ica::kDeviceAdded); }
   /// Takes the device away without telling anybody.
   void vanish(ICAObject object) {
@@ -182,6 +188,9 @@ class FakeImageCapture : public ImageCapture {
   std::map<std::uint32_t, Status> nthChildStatus;     ///< by index
   std::map<FourCharCode, Status> registrationStatus;  ///< by event type
   int registrations = 0;
+  /// Messages other than "pass", to whatever object, in order; and how they all end.
+  std::vector<std::pair<ICAObject, FourCharCode>> messages;
+  Status messageStatus = 0;
 
   // ImageCapture
 
@@ -249,8 +258,11 @@ class FakeImageCapture : public ImageCapture {
 
   Status objectSendMessage(ICAObjectSendMessagePB& block) override {
     auto* device = find(block.object);
+    if (block.messageType != ica::kMessagePass) {
+      messages.emplace_back(block.object, block.messageType);
+      return block.headerErr = messageStatus;
+    }
     if (!device) return block.headerErr = status::kICAInvalidObject;
-    if (block.messageType != ica::kMessagePass) return block.headerErr = 0;
     return block.headerErr = transact(*device, *block.data);
   }
 
@@ -311,6 +323,7 @@ class FakeImageCapture : public ImageCapture {
     auto& pb = record.pb();
     const auto code = static_cast<std::uint16_t>(pb.commandCode);
     device.operations.push_back(code);
+    device.parameters.emplace_back(pb.params, pb.params + pb.numOfInputParams);
     const auto found = device.answers.find(code);
     const PTPAnswer answer =
         found == device.answers.end() ? PTPAnswer{.responseCode = 0x2005} : found->second;

@@ -1,0 +1,213 @@
+// How the operations of a PTP device fail: what is returned, what is traced, and when the device is
+// not asked at all.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "Utilities/PTPCodes.h"
+#include "tests/support/ScriptedPTPDevice.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using testing::IsEmpty;
+
+/// One operation: how it is called, and what its failure lines begin with. The result line begins
+/// like the header line where `result` is null; one line "status N response 0xN" where it is empty.
+struct Operation {
+  std::uint16_t code;
+  std::function<Status(XTImageCapturePTPDevice&)> call;
+  const char* header;
+  const char* result = nullptr;
+  const char* method = nullptr;  ///< in "couldn't get an ICA object"; none where it is not reached
+};
+
+/// A call whose result does not tell the status.
+template <typename Call>
+std::function<Status(XTImageCapturePTPDevice&)> failing(Call call) {
+  return [call](XTImageCapturePTPDevice& device) {
+    EXPECT_FALSE(call(device)) << "a failure has no result";
+    return device.lastOutcome();
+  };
+}
+
+std::vector<Operation> operations() {
+  using Device = XTImageCapturePTPDevice;
+  static XTExtendedObjectInfo info;
+  static XT_AddressBookInfo addressBook;
+  static ByteBuffer buffer;
+  static std::uint64_t received;
+  static std::uint32_t handle;
+  static bool ends;
+  static ptp::MemorySink sink({});
+  static const std::vector<std::byte> bytes(3);
+  return {
+      {0x1001,
+       [](Device& device) {
+         PTPPassThroughRecord record(1);
+         return device.getDeviceInfo(record);
+       },
+       "getDeviceInfo GetDeviceInfo", nullptr, "getDeviceInfo"},
+      {0x1004, failing([](Device& device) { return device.storageIDs().has_value(); }),
+       "storageIDs GetStorageIDs", nullptr, "storageIDs"},
+      {0x1005, failing([](Device& device) { return device.storageInfo(1) != nullptr; }),
+       "getStorageInfo GetStorageInfo", nullptr, "getStorageInfo"},
+      {0x1006, failing([](Device& device) { return device.numberOfObjectsOnStore(1, 0) + 1; }),
+       "numberOfObjectsOnStore GetNumObjects", nullptr, "numberOfObjectsOnStore"},
+      {0x1008,
+       [](Device& device) {
+         ObjectInfoPointer pointer;
+         return device.objectInfo(pointer, 7);
+       },
+       "objectInfoUncached GetObjectInfo", nullptr, "objectInfoUncached"},
+      {0x1009, [](Device& device) { return device.downloadEntireObject(7, 9, sink, received); },
+       "downloadEntireObject GetObject", nullptr, "downloadEntireObject"},
+      {0x101B, [](Device& device) { return device.downloadPartialObject(7, 0, 9, sink, received); },
+       "downloadPartialObject GetPartialObject", nullptr, "downloadPartialObject"},
+      {0x100B, [](Device& device) { return device.deleteObject(7, 0, 0x100B); },
+       "deleteIcaObject (opcode 0x100b)", "deleteIcaObject", "deleteIcaObject"},
+      {0x9209, [](Device& device) { return device.deleteObject(7, 0, 0x9209); },
+       "deleteIcaObject (opcode 0x9209)", "deleteIcaObject"},
+      {0x100F, [](Device& device) { return device.formatStore(1); }, "formatStore (opcode 0x100f)",
+       "formatStore", "formatStore"},
+      {0x1010, [](Device& device) { return device.sendDeviceReset(); },
+       "sendDeviceReset (opcode 0x100f)", "sendDeviceReset", "sendDeviceReset"},
+      {0x1014, failing([](Device& device) { return device.propertyDataSet(0x5001).has_value(); }),
+       "propertyDataSet GetDevicePropInfo 5001", "propertyDataSet GetDevicePropInfo"},
+      {0x1015,
+       failing([](Device& device) { return device.propertyValueDataSet(0x5001).has_value(); }),
+       "propertyDataSet GetDevicePropInfo 5001", "propertyDataSet GetDevicePropInfo"},
+      {0x1016, [](Device& device) { return device.setProperty(0x5011, bytes); },
+       "setProperty SetDevicePropValue", nullptr, "setProperty"},
+      {0x9007, [](Device& device) { return device.addressBookInfo(addressBook); },
+       "addressBookInfo XTO_GET_ADDRESS_BOOK_INFO"},
+      {0x9008,
+       [](Device& device) {
+         XTMutablePTPDataSet request;
+         return device.displayRequest(request);
+       },
+       "displayRequest XTO_DISPLAY_REQUEST", nullptr, "displayRequest"},
+      {0x9011, failing([](Device& device) { return device.bragbookVersion(); }),
+       "bragbookVersion XTO_GET_BRAGBOOK_VERSION"},
+      {0x901A, [](Device& device) { return device.getDBRowsFromQuery(5, 1, 64, buffer, ends); },
+       "getDBRowsFromQuery XTO_GET_DB_ROWS", nullptr, "getDBRowsFromQuery"},
+      {0x901A, [](Device& device) { return device.endQuery(5, 1); },
+       "getDBRowsFromQuery XTO_GET_DB_ROWS"},
+      {0x9206, [](Device& device) { return device.updateExtObjectInfo(info, 7); },
+       "updateExtObjectInfo XTO_UPDATE_EXT_OBJECT_INFO", "", "updateExtObjectInfo"},
+      {0x100C, [](Device& device) { return device.sendObjectInfo(info, 0, 0, &handle); },
+       "sendObjectInfo kPTPCmdSendObjectInfo", "", "sendObjectInfo"},
+  };
+}
+
+/// The lines that tell of a failure, without the facility and what the base class says.
+std::vector<std::string> failureLines(const RecordingSystemLog& trace) {
+  std::vector<std::string> lines;
+  for (std::string line : trace.lines()) {
+    constexpr std::string_view kFacility = "XT PictureDevice - ";
+    if (line.starts_with(kFacility)) line.erase(0, kFacility.size());
+    const bool tells = line.find(" objectSendMessagePB.header.err: ") != std::string::npos ||
+                       line.find(": resultCode: ") != std::string::npos ||
+                       line.find(" response 0x") != std::string::npos;
+    if (tells) lines.push_back(line);
+  }
+  return lines;
+}
+
+/// How a transaction ends: the header's error, the message's status and the response code.
+struct End {
+  Status headerErr;
+  Status status;
+  unsigned response;
+};
+
+std::vector<std::string> expectedLines(const Operation& operation, const End& end) {
+  const std::string header = operation.header;
+  if (operation.result && *operation.result == 0)
+    return {formatted("%s status %d response 0x%X", header.c_str(), end.status, end.response)};
+  const std::string result = operation.result ? operation.result : header;
+  return {formatted("%s objectSendMessagePB.header.err: 0x%x", header.c_str(),
+                    static_cast<unsigned>(end.headerErr)),
+          formatted("%s result %i: resultCode: 0x%x", result.c_str(), end.status, end.response)};
+}
+
+TEST(PTPFailures, ReturnTheResponseAndAreTracedUnderTheOperationsName) {
+  const struct {
+    PTPAnswer answer;
+    Status returned;
+    End traced;
+  } rows[] = {
+      {{.responseCode = 0x2019}, 0x2019, {0, 0, 0x2019}},
+      {{.responseCode = 0}, 0x2002, {0, 0x2002, 0x2002}},
+      {{.status = status::kICATimeout}, 0x2002, {-9904, -9904, 0x2002}},
+      {{.status = status::kCancelled}, -490, {-490, -490, 0x2002}},
+  };
+  for (const auto& operation : operations()) {
+    for (const auto& row : rows) {
+      ScriptedPTPDevice scripted;
+      scripted.camera.answers[operation.code] = row.answer;
+      EXPECT_EQ(operation.call(*scripted), row.returned) << operation.header;
+      auto lines = failureLines(scripted.room.trace);
+      const auto expected = expectedLines(operation, row.traced);
+      // GetObjectInfo is tried twice.
+      if (operation.code == 0x1008) lines.resize(expected.size());
+      EXPECT_EQ(lines, expected);
+    }
+  }
+}
+
+TEST(PTPFailures, CostNoMessageOnADeviceThatIsGoneOrDoesNotListTheOperation) {
+  for (const auto& operation : operations()) {
+    ScriptedPTPDevice gone;
+    gone->setDisconnected(true);
+    EXPECT_EQ(operation.call(*gone), 0x2002) << operation.header;
+    EXPECT_THAT(gone.sent(), IsEmpty()) << operation.header;
+
+    if (operation.code == 0x1001) continue;  // always supported
+    auto description = fullCamera();
+    // The capability stays, so that the operation gets as far as it can.
+    std::erase(description.operations, operation.code);
+    ScriptedPTPDevice lacking(description);
+    const Status status = operation.call(*lacking);
+    if (operation.method) {
+      EXPECT_EQ(status, 0x2005) << operation.header;
+    }
+    EXPECT_THAT(lacking.sent(), IsEmpty()) << operation.header;
+  }
+}
+
+struct UnboundDevice : XTImageCapturePTPDevice {};
+
+TEST(PTPFailures, AreSessionNotOpenOnADeviceWithoutAnImageCaptureObject) {
+  for (const auto& operation : operations()) {
+    if (!operation.method) continue;
+    PictureDeviceTestRoom room;
+    UnboundDevice device;
+    const Status status = operation.call(device);
+    if (operation.code == 0x1014 || operation.code == 0x1015) continue;
+    EXPECT_EQ(status, 0x2003) << operation.header;
+    EXPECT_TRUE(room.trace.contains(std::string("XT PictureDevice - ") + operation.method +
+                                    " couldn't get an ICA object"))
+        << operation.header;
+    EXPECT_EQ(device.deleteFilesOfType(0x3801), 0x2003);
+    EXPECT_TRUE(room.trace.contains("deleteFilesOfType couldn't get an ICA object"));
+  }
+}
+
+TEST(PTPFailures, OfMissingArgumentsAreBadParametersWithoutAMessage) {
+  ScriptedPTPDevice scripted;
+  XTExtendedObjectInfo info;
+  EXPECT_EQ(scripted->deleteObject(0, 0, 0x100B), -50);
+  EXPECT_EQ(scripted->updateExtObjectInfo(info, 0), -50);
+  EXPECT_EQ(scripted->sendObjectInfo(info, 0, 0, nullptr), -50);
+  EXPECT_THAT(scripted.sent(), IsEmpty());
+  for (const char* line : {"deleteIcaObject was passed a nil object handle",
+                           "updateExtObjectInfo was passed a nil object handle",
+                           "sendObjectInfo was passed a nil result handle"})
+    EXPECT_TRUE(scripted.room.trace.contains(line)) << line;
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,69 @@
+// A loaded PTP device whose transactions are answered from the test.
+//
+//   ScriptedPTPDevice scripted;
+//   scripted.camera.answers[0x1006] = {.parameters = {3}};
+//   EXPECT_EQ(scripted->numberOfObjectsOnStore(1, 0x3801), 3);
+//   EXPECT_THAT(scripted.sent(), ElementsAre("1006(1,3801)"));
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "Utilities/Format.h"
+#include "tests/support/PictureDeviceTestRoom.h"
+
+namespace tarvo::test {
+
+/// A camera of the maker that lists every operation of the device classes.
+inline PTPCameraDescription fullCamera() {
+  PTPCameraDescription description;
+  for (std::uint16_t code = 0x1001; code <= 0x101C; ++code)
+    description.operations.push_back(code);
+  for (const std::uint16_t code : {0x9007, 0x9008, 0x9009, 0x900C, 0x9011, 0x9019, 0x901A, 0x9202,
+                                   0x9203, 0x9206, 0x9209, 0x920A})
+    description.operations.push_back(code);
+  description.properties = {0x5001, 0x5011, 0xD201};
+  return description;
+}
+
+struct ScriptedPTPDevice {
+  explicit ScriptedPTPDevice(const PTPCameraDescription& description = fullCamera())
+      : camera(room.ica.addPTPCamera(description)) {
+    camera.answers[0x920A] = {.data = PTPBytes().codes({0xB203})};
+    camera.answers[0x900C] = {.data = std::vector<std::uint8_t>(12)};
+    camera.answers[0x9009] = {.parameters = {3}};
+    device = XTImageCapturePTPDevice::withICAObject(camera.object, nullptr);
+    forget();
+  }
+
+  XTImageCapturePTPDevice* operator->() const { return device.get(); }
+  XTImageCapturePTPDevice& operator*() const { return *device; }
+
+  /// What was sent and traced up to now does not count.
+  void forget() {
+    camera.operations.clear();
+    camera.parameters.clear();
+    camera.payloads.clear();
+    room.trace.clear();
+  }
+
+  /// "OPERATION(PARAMETER,...)" of each transaction, in hexadecimal.
+  std::vector<std::string> sent() const {
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < camera.operations.size(); ++i) {
+      std::string list;
+      for (const std::uint32_t parameter : camera.parameters[i])
+        list += (list.empty() ? "" : ",") + formatted("%x", parameter);
+      texts.push_back(formatted("%04x", unsigned{camera.operations[i]}) + "(" + list + ")");
+    }
+    return texts;
+  }
+
+  PictureDeviceTestRoom room;
+  FakeImageCapture::Device& camera;
+  std::shared_ptr<XTImageCapturePTPDevice> device;
+};
+
+}  // namespace tarvo::test
