@@ -85,6 +85,9 @@ enum DataSetFormat : std::uint16_t {
 /// In place of a storage id: every storage of the device (ISO 15740, GetNumObjects and
 /// GetObjectHandles).
 inline constexpr std::uint32_t kAllStores = 0xFFFFFFFF;
+/// In place of an object format: every picture of the device. It travels as 0xFFFFFFFF (ISO 15740,
+/// GetNumObjects and GetObjectHandles), which no format of 16 bits can be.
+inline constexpr std::uint16_t kAllImageFormats = 0xFFFF;
 
 /// Device properties that the product reads: 0x5xxx of ISO 15740 (clause "Device Properties"),
 /// 0xDxxx of the maker's extension.

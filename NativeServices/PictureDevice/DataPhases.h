@@ -74,9 +74,13 @@ class FileSource : public ptp::DataSource {
 
  private:
   struct Pieces;
+  /// Tells the callback of what it has not been told of; false when it ends the transfer.
+  bool reportHandedOut(std::uint64_t end);
+
   int descriptor_;
   std::uint64_t start_;
   std::uint64_t fileBytes_;
+  std::uint64_t handedOut_ = 0;
   ProgressCallback progress_;
   std::unique_ptr<Pieces> pieces_;
   bool endedEarly_ = false;

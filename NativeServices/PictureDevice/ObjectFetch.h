@@ -9,9 +9,9 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "NativeServices/PictureDevice/DataPhases.h"
+#include "NativeServices/PictureDevice/HostFileNames.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"
 #include "Utilities/Status.h"
 
@@ -36,7 +36,8 @@ struct FetchRequest {
 
 struct FetchResult {
   /// 0; -43 for a name that is no file name; -48 for a file that is there; -36 for one that cannot
-  /// be written or came short; -490 when cancelled; otherwise that of the device.
+  /// be written or came short; -490 when cancelled; -1302 for a folder; -9905 for information that
+  /// cannot be read; otherwise that of the device.
   Status status = status::kOK;
   std::string why{};          ///< more than the status says, a clause; may be empty
   std::string path{};         ///< of the file that was made, or would have been
@@ -60,9 +61,5 @@ class ObjectFetch {
  private:
   PTPTransactions& device_;
 };
-
-/// The last component of a name that a device gave, fit to be a file's name: control characters
-/// replaced, at most 255 bytes. None for an empty one, "." and "..".
-std::optional<std::string> safeFileName(std::string_view name);
 
 }  // namespace tarvo

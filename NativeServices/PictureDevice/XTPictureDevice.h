@@ -250,7 +250,14 @@ class XTPictureDevice : public Object {
   /// Handles of the pictures (formats 0x38xx and the maker's 0xB8xx) of a store.
   std::optional<ObjectReferences> pictureFilesOnStore(std::uint32_t store);
   PropertyDictionary getPictureFileSizesDictPTP();
+  /// False where it is not known. Asks the device where MakerConstants names the property.
   bool isDockedPTP();
+  /// Whether the device holds settings for a wireless network; asks it.
+  bool isWirelessPTP();
+  /// Per cent; 255 where it is not known.
+  std::uint8_t batteryLevelPTP();
+  /// Whether a local file is a favourite, by its name.
+  static bool isBragbookFilename(std::string_view path);
   /// "de" gives "German", as the device's settings name languages; the code where it is unknown.
   static std::string languageCodeAsLanguageName(std::string_view code);
   /// The language that the device shows, by the property for it; none where it has none. Kept.

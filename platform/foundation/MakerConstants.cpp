@@ -80,6 +80,8 @@ MakerConstants MakerConstants::load(const UserDefaults& defaults, const LogSink&
   overrides.list("legacyModels", constants.legacyModels);
   overrides.list("undefinedFormatModels", constants.undefinedFormatModels);
   overrides.list("undefinedFormatModelsWithFamily", constants.undefinedFormatModelsWithFamily);
+  overrides.number("uiLanguageProperty", constants.uiLanguageProperty);
+  overrides.number("dockedProperty", constants.dockedProperty);
   overrides.text("relayBundleIdentifier", constants.relayBundleIdentifier);
   overrides.text("helperBundleIdentifier", constants.helperBundleIdentifier);
   overrides.text("volumeSerialPlaceholder", constants.volumeSerialPlaceholder);

@@ -27,6 +27,11 @@ struct MakerConstants {
   /// their name with the maker in front and with maker and family in front.
   std::vector<std::string> undefinedFormatModels = {"Tarvo N10", "Tarvo N20"};
   std::vector<std::string> undefinedFormatModelsWithFamily = {"Tarvo Lumo N10", "Tarvo Lumo N20"};
+  /// Device properties for which PTP has no code of its own, by the code that the device uses; 0
+  /// where there is none. The language that a device shows is a text, whether it sits in its dock a
+  /// byte that is not 0.
+  std::uint16_t uiLanguageProperty = 0;
+  std::uint16_t dockedProperty = 0;
   /// Desktop-entry ids of the applications that the agent launches and is launched by.
   std::string relayBundleIdentifier = "com.tarvo.Relay";
   std::string helperBundleIdentifier = "com.tarvo.Helper";

@@ -33,10 +33,14 @@ TEST_F(MakerConstantsTest, EveryFieldIsOverriddenByTheKeyOfItsName) {
     defaults_.setText("Maker", key, std::string(key) + "; x ;;");
   defaults_.setText("Maker", "usbVendorID", "0x1234");
   defaults_.setText("Maker", "ptpVendorExtensionID", "4294967295");
+  defaults_.setText("Maker", "uiLanguageProperty", "0xD207");
+  defaults_.setText("Maker", "dockedProperty", "0xD208");
   defaults_.setText("Maker", "undefinedFormatModels", "");
   const auto constants = load();
   EXPECT_EQ(constants.usbVendorID, 0x1234);
   EXPECT_EQ(constants.ptpVendorExtensionID, 0xFFFFFFFF);
+  EXPECT_EQ(constants.uiLanguageProperty, 0xD207);
+  EXPECT_EQ(constants.dockedProperty, 0xD208);
   EXPECT_EQ(constants.legacyModels, (Texts{"legacyModels", "x"}));
   EXPECT_EQ(constants.undefinedFormatModels, Texts{});
   EXPECT_EQ(constants.undefinedFormatModelsWithFamily,

@@ -1,0 +1,67 @@
+#include "NativeServices/PictureDevice/ObjectChanges.h"
+
+#include <algorithm>
+
+#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+
+namespace {
+
+constexpr std::uint16_t kVendorDeleteObject = 0x9209;
+/// The store whose objects the vendor's operation deletes.
+constexpr std::uint32_t kVendorStore = 0x00030001;
+constexpr std::uint16_t kAnyFormat = 0;
+
+}  // namespace
+
+std::uint16_t ObjectChanges::deleteOpcode(std::uint32_t handle) {
+  if (!device_.facts().capabilities.hasDeleteVendorObject) return ptp::kDeleteObject;
+  ObjectInfoPointer info;
+  const bool isInVendorStore =
+      device_.objectInfo(info, handle) == status::kOK && info && info->storageID() == kVendorStore;
+  return isInVendorStore ? kVendorDeleteObject : static_cast<std::uint16_t>(ptp::kDeleteObject);
+}
+
+Status ObjectChanges::deleteObject(std::uint32_t handle) {
+  const auto& capabilities = device_.facts().capabilities;
+  if (!capabilities.hasDeleteObject && !capabilities.hasDeleteVendorObject) {
+    return status::kPTPOperationNotSupported;
+  }
+  return device_.deleteObject(handle, kAnyFormat, deleteOpcode(handle));
+}
+
+Status ObjectChanges::deleteVendorObject(std::uint32_t handle) {
+  return device_.deleteObject(handle, kAnyFormat, kVendorDeleteObject);
+}
+
+Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
+  if (!isObjectName(name)) return status::kBadParameter;
+  if (!containsCode(device_.facts().operations, ptp::XTO_UPDATE_EXT_OBJECT_INFO)) {
+    return status::kPTPOperationNotSupported;
+  }
+  ObjectInfoPointer info;
+  Status status = device_.objectInfo(info, handle);
+  if (status != status::kOK) return status;
+  // A copy, because the one that was read belongs to the cache. What is read never has the
+  // extension, so none is sent that would clear the object's own.
+  XTExtendedObjectInfo renamed = *info;
+  renamed.setIsExtended(false);
+  renamed.setFileName(name);
+  status = device_.updateExtObjectInfo(renamed, handle);
+  device_.invalidateInfoCacheForObject(handle);
+  return status;
+}
+
+bool isObjectName(std::string_view name) {
+  constexpr std::size_t kMaximumUnits = 254;
+  if (name.empty() || name == "." || name == "..") return false;
+  const auto isRefused = [](unsigned char c) {
+    return c < 0x20 || c == 0x7F || c == '/' || c == '\\';
+  };
+  return std::ranges::none_of(name, isRefused) && utf16FromUTF8(name).size() <= kMaximumUnits;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,211 @@
+#include "NativeServices/PictureDevice/ObjectFetch.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "NativeServices/PictureDevice/ObjectDownloads.h"
+#include "NativeServices/PictureDevice/PTPDates.h"
+#include "NativeServices/PictureDevice/PartFile.h"
+#include "Utilities/Exception.h"
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+
+namespace {
+
+constexpr std::uint16_t kAssociationFormat = 0x3001;
+constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
+
+std::string errorText(int error) {
+  return std::generic_category().message(error);
+}
+
+/// One object on its way to one file.
+class Fetch {
+ public:
+  Fetch(PTPTransactions& device, std::uint32_t handle, const FetchRequest& request,
+        FetchResult& result)
+      : device_(device), handle_(handle), request_(request), result_(result) {}
+
+  /// True when there is something to be fetched, and a place for it.
+  bool prepare();
+  void run();
+
+ private:
+  bool fail(Status status, std::string why) {
+    result_.status = status;
+    result_.why = std::move(why);
+    return false;
+  }
+
+  bool chooseName();
+  bool openFolder();
+  bool exists(const std::string& name) const;
+  /// Names the object for a part that is gone on with; empty where none may be kept.
+  std::string identity() const;
+
+  Status transfer(PartFile& part);
+  Status stream(PartFile& part);
+  Status goOn(PartFile& part, std::uint32_t from);
+  Status takeIn(Status status, const FileSink& sink, std::uint64_t received,
+                std::uint64_t expected);
+  void putInPlace(PartFile& part);
+
+  PTPTransactions& device_;
+  std::uint32_t handle_;
+  const FetchRequest& request_;
+  FetchResult& result_;
+  ObjectInfoPointer info_;
+  std::string name_;
+  FileDescriptor folder_;
+  bool couldNotWrite_ = false;
+};
+
+bool Fetch::prepare() {
+  const Status status = device_.objectInfo(info_, handle_);
+  if (status != status::kOK) return fail(status, "its information cannot be read");
+  if (info_->objFmtCode() == kAssociationFormat) return fail(status::kNotAFile, "it is a folder");
+  result_.size = info_->compressedSize();
+  return chooseName() && openFolder();
+}
+
+bool Fetch::chooseName() {
+  const bool isGiven = request_.name.has_value();
+  const auto name = isGiven && isFileName(*request_.name) ? request_.name
+                    : isGiven                             ? std::nullopt
+                                                          : safeFileName(info_->fileName());
+  if (!name) return fail(status::kFileNotFound, "its name cannot be the name of a file");
+  name_ = *name;
+  result_.path = request_.folder + "/" + name_;
+  return true;
+}
+
+bool Fetch::openFolder() {
+  folder_ = FileDescriptor(::open(request_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder_.isOpen()) {
+    return fail(status::kIOError, "the folder cannot be opened: " + errorText(errno));
+  }
+  // Asked again at the end; here it saves the transfer.
+  if (request_.existing == ExistingFile::kRefuse && exists(name_)) {
+    return fail(status::kDuplicateFile, "there is a file of that name");
+  }
+  return true;
+}
+
+bool Fetch::exists(const std::string& name) const {
+  struct stat attributes {};
+  return ::fstatat(folder_.get(), name.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+std::string Fetch::identity() const {
+  if (request_.device.empty() || !goesInChunks(device_.facts(), info_->compressedSize())) return {};
+  return request_.device + formatted("\n%u\n%u\n", handle_, info_->compressedSize()) +
+         info_->captureDateStr();
+}
+
+void Fetch::run() {
+  const std::string identity = Fetch::identity();
+  PartFile part(folder_.get(), PartFile::nameFor(name_, identity));
+  const auto opening = identity.empty() ? PartFile::Opening::kNew : PartFile::Opening::kContinue;
+  if (const int error = part.open(opening); error != 0) {
+    fail(status::kIOError, "no file can be made in the folder: " + errorText(error));
+    return;
+  }
+  result_.status = transfer(part);
+  if (result_.status == status::kOK) {
+    putInPlace(part);
+  } else if (!identity.empty() && !couldNotWrite_) {
+    part.keep();
+  }
+}
+
+Status Fetch::transfer(PartFile& part) {
+  const std::uint64_t there = part.size();
+  if (there > 0 && there <= info_->compressedSize()) {
+    return goOn(part, static_cast<std::uint32_t>(there));
+  }
+  part.truncate(0);
+  return stream(part);
+}
+
+Status Fetch::stream(PartFile& part) {
+  const std::uint32_t size = info_->compressedSize();
+  std::uint64_t received = 0;
+  FileSink sink(part.descriptor(), 0, size == kUnknownSize ? FileSink::kUnlimited : size,
+                request_.progress);
+  const Status status = device_.downloadEntireObject(handle_, size, sink, received);
+  if (size == kUnknownSize) result_.size = received;
+  return takeIn(status, sink, received, size);
+}
+
+Status Fetch::goOn(PartFile& part, std::uint32_t from) {
+  const std::uint32_t size = info_->compressedSize();
+  result_.resumed = from;
+  // Told as well, so that what was told adds up to the whole.
+  if (request_.progress && request_.progress(from)) return status::kCancelled;
+  Status status = status::kOK;
+  for (std::uint32_t offset = from; status == status::kOK && offset < size;) {
+    const std::uint32_t length = std::min(size - offset, kDownloadChunk);
+    std::uint64_t received = 0;
+    FileSink sink(part.descriptor(), offset, length, request_.progress);
+    status = device_.downloadPartialObject(handle_, offset, length, sink, received);
+    status = takeIn(status, sink, received, length);
+    offset += length;
+  }
+  return status;
+}
+
+Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received,
+                     std::uint64_t expected) {
+  couldNotWrite_ = sink.error() != 0;
+  status = outcomeOfTransfer(status, sink, received, expected);
+  if (couldNotWrite_) {
+    result_.why = "the file cannot be written: " + errorText(sink.error());
+  } else if (status == status::kIOError) {
+    result_.why =
+        formatted("the device sent %llu of %llu bytes", static_cast<unsigned long long>(received),
+                  static_cast<unsigned long long>(expected));
+  }
+  return status;
+}
+
+void Fetch::putInPlace(PartFile& part) {
+  constexpr unsigned kMostOfOneName = 100'000;
+  const bool replace = request_.existing == ExistingFile::kOverwrite;
+  const unsigned most = request_.existing == ExistingFile::kKeepBoth ? kMostOfOneName : 1;
+  int error = EEXIST;
+  for (unsigned number = 1; number <= most && error == EEXIST; ++number) {
+    const std::string name = numberedFileName(name_, number);
+    error = part.putInPlace(name, replace, dateOfObject(*info_));
+    result_.path = request_.folder + "/" + name;
+  }
+  if (error == EEXIST) {
+    fail(status::kDuplicateFile, "there is a file of that name");
+  } else if (error != 0) {
+    fail(status::kIOError, "the file cannot be given its name: " + errorText(error));
+  }
+}
+
+}  // namespace
+
+FetchResult ObjectFetch::toFile(std::uint32_t handle, const FetchRequest& request) {
+  FetchResult result;
+  try {
+    Fetch fetch(device_, handle, request, result);
+    if (fetch.prepare()) fetch.run();
+  } catch (const Exception& exception) {
+    // An object whose information is malformed ends no batch.
+    result.status = status::kICAProtocolError;
+    result.why = exception.reason();
+  }
+  return result;
+}
+
+}  // namespace tarvo

@@ -1,0 +1,104 @@
+#include "NativeServices/PictureDevice/ObjectSending.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+#include "NativeServices/PictureDevice/FileObjectInfo.h"
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/PTPCodes.h"
+
+namespace tarvo {
+
+namespace {
+
+// Pairs of the vendor extension: the announcement of an object and its bytes.
+constexpr SendOpcodes kVendorObject{0x9001, 0x9002};
+constexpr SendOpcodes kVendorSend{0x9005, 0x9006};
+constexpr SendOpcodes kStandardSend{ptp::kSendObjectInfo, ptp::kSendObject};
+constexpr std::uint16_t kSendExtendedObjectInfo = 0x9202;
+
+constexpr std::uint16_t kFirmwareFormat = 0xB001;
+constexpr std::uint16_t kUndefinedFormat = 0x3000;
+
+constexpr std::string_view kDefaultCollectionFile = "PREFGUID.TXT";
+constexpr std::string_view kViewersDefaultCollectionFile = "PREFGUID.HOW";
+
+SendOpcodes opcodesForFormat(const PTPDeviceFacts& facts, const MakerConstants& maker,
+                             std::uint16_t format) {
+  const auto& capabilities = facts.capabilities;
+  if (format == ptp::XTD_WIRELESS_CONFIG && capabilities.hasSendVendorObject) return kVendorObject;
+  // Legacy models take their firmware by the standard operation whatever they require.
+  const bool takesVendorSend = !isLegacyModel(facts.model, maker) || format != kFirmwareFormat;
+  return takesVendorSend && capabilities.xtSendRequired ? kVendorSend : kStandardSend;
+}
+
+/// Reads all of a file of `size` bytes. -43 when it cannot be opened, -36 when it ends early.
+Status readWhole(const std::string& path, std::uint32_t size, ByteBuffer& content) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) return status::kFileNotFound;
+  content.resize(size);
+  std::size_t filled = 0;
+  while (filled < content.size()) {
+    const ssize_t count = ::read(file.get(), content.data() + filled, content.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return status::kIOError;
+    filled += static_cast<std::size_t>(count);
+  }
+  return status::kOK;
+}
+
+}  // namespace
+
+SendOpcodes opcodesForInfo(const PTPDeviceFacts& facts, const MakerConstants& maker,
+                           const XTExtendedObjectInfo& info) {
+  if (info.isExtended()) return {kSendExtendedObjectInfo, ptp::kSendObject};
+  return opcodesForFormat(facts, maker, info.objFmtCode());
+}
+
+std::uint16_t sendObjectInfoOpcodeForFormat(const PTPDeviceFacts& facts,
+                                            const MakerConstants& maker, std::uint16_t format) {
+  return opcodesForFormat(facts, maker, format).sendInfo;
+}
+
+std::uint16_t sendObjectOpcodeForFormat(const PTPDeviceFacts& facts, const MakerConstants& maker,
+                                        std::uint16_t format) {
+  return opcodesForFormat(facts, maker, format).sendObject;
+}
+
+std::uint16_t formatCodeFilter(std::string_view model, const MakerConstants& maker,
+                               std::uint16_t format) {
+  const auto& models = maker.undefinedFormatModelsWithFamily;
+  return std::ranges::find(models, model) != models.end() ? kUndefinedFormat : format;
+}
+
+Status ObjectSending::sendFile(const std::string& path, const CodeList* operations,
+                               std::uint32_t storage, std::uint32_t parent,
+                               std::uint32_t* resultHandle) {
+  XTExtendedObjectInfo info;
+  Status status = fillInObjInfo(info, path, operations, device_.facts(), maker_, nullptr);
+  if (status != status::kOK) return status;
+  ByteBuffer content;
+  status = readWhole(path, info.compressedSize(), content);
+  if (status != status::kOK) return status;
+  return sendContent(path, storage, parent, content, info, resultHandle);
+}
+
+Status ObjectSending::sendContent(const std::string& path, std::uint32_t storage,
+                                  std::uint32_t parent, std::span<const std::byte> content,
+                                  XTExtendedObjectInfo& info, std::uint32_t* resultHandle) {
+  std::string name = lastPathComponent(path);
+  if (name == kDefaultCollectionFile && device_.facts().model == kPictureViewerModel) {
+    name = kViewersDefaultCollectionFile;
+  }
+  std::uint32_t handle = 0;
+  Status status = device_.sendObjectInfo(info, storage, parent, &handle);
+  if (status != status::kOK) return name == kDefaultCollectionFile ? status::kOK : status;
+  status = device_.sendObjectData(content);
+  if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
+  return status;
+}
+
+}  // namespace tarvo

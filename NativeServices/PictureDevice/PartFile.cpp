@@ -1,0 +1,114 @@
+#include "NativeServices/PictureDevice/PartFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <random>
+
+#include "NativeServices/PictureDevice/HostFileNames.h"
+#include "Utilities/Format.h"
+
+namespace tarvo {
+
+namespace {
+
+constexpr mode_t kOwnerAlone = 0600;
+
+int errorOf(int result) {
+  return result == 0 ? 0 : errno;
+}
+
+/// FNV-1a: tells objects apart, and is not meant to withstand anybody.
+std::uint64_t fingerprint(std::string_view text) {
+  constexpr std::uint64_t kOffsetBasis = 0xCBF29CE484222325;
+  constexpr std::uint64_t kPrime = 0x100000001B3;
+  std::uint64_t hash = kOffsetBasis;
+  for (const char c : text) {
+    hash ^= static_cast<unsigned char>(c);
+    hash *= kPrime;
+  }
+  return hash;
+}
+
+std::uint64_t randomNumber() {
+  std::random_device random;
+  return std::uint64_t{random()} << 32U | random();
+}
+
+/// What a new file may be, by the file mode creation mask, which can only be read by setting it.
+mode_t permissionsOfNewFiles() {
+  constexpr mode_t kReadAndWrite = 0666;
+  // What another thread makes meanwhile is its owner's alone.
+  const mode_t mask = ::umask(S_IRWXG | S_IRWXO);
+  ::umask(mask);
+  return kReadAndWrite & ~mask;
+}
+
+}  // namespace
+
+std::string PartFile::nameFor(std::string_view name, std::string_view identity) {
+  const std::uint64_t number = identity.empty() ? randomNumber() : fingerprint(identity);
+  const std::string tail = formatted(".%016llx.part", static_cast<unsigned long long>(number));
+  std::string start = "." + std::string(name);
+  // Cut within a character where need be: nobody reads it.
+  start.resize(std::min(start.size(), kMaximumFileName - tail.size()));
+  return start + tail;
+}
+
+PartFile::~PartFile() {
+  if (file_.isOpen() && !isKept_) ::unlinkat(folder_, name_.c_str(), 0);
+}
+
+int PartFile::open(Opening opening) {
+  const int exclusive = opening == Opening::kNew ? O_EXCL : 0;
+  FileDescriptor file(::openat(folder_, name_.c_str(),
+                               O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | exclusive, kOwnerAlone));
+  if (!file.isOpen()) return errno;
+  struct stat attributes {};
+  if (::fstat(file.get(), &attributes) != 0) return errno;
+  // In a folder that others may write to, somebody can have laid it there.
+  const bool isOurs =
+      S_ISREG(attributes.st_mode) && attributes.st_uid == ::geteuid() && attributes.st_nlink == 1;
+  if (!isOurs) return EPERM;
+  file_ = std::move(file);
+  return 0;
+}
+
+std::uint64_t PartFile::size() const {
+  struct stat attributes {};
+  return ::fstat(file_.get(), &attributes) == 0 ? static_cast<std::uint64_t>(attributes.st_size)
+                                                : 0;
+}
+
+int PartFile::truncate(std::uint64_t size) {
+  return errorOf(::ftruncate(file_.get(), static_cast<off_t>(size)));
+}
+
+int PartFile::putInPlace(const std::string& name, bool replace,
+                         std::optional<std::time_t> modified) {
+  if (modified) {
+    const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
+                              {.tv_sec = *modified, .tv_nsec = 0}};
+    ::futimens(file_.get(), times);  // a date that the file system cannot hold is no failure
+  }
+  // Some file systems have no permissions to change.
+  if (::fchmod(file_.get(), permissionsOfNewFiles()) != 0 && errno != EPERM) return errno;
+  const int error = rename(name, replace);
+  if (error == 0) keep();
+  return error;
+}
+
+int PartFile::rename(const std::string& name, bool replace) const {
+  const unsigned flags = replace ? 0 : RENAME_NOREPLACE;
+  const int error = errorOf(::renameat2(folder_, name_.c_str(), folder_, name.c_str(), flags));
+  if (error != EINVAL || replace) return error;
+  // A file system that cannot keep the name by itself: somebody may take it in between.
+  struct stat attributes {};
+  if (::fstatat(folder_, name.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return errorOf(::renameat(folder_, name_.c_str(), folder_, name.c_str()));
+}
+
+}  // namespace tarvo

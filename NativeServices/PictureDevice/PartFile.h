@@ -1,0 +1,63 @@
+// A file on its way: written under a hidden name beside its own, which it gets once it is whole.
+//
+//   PartFile part(folder.get(), PartFile::nameFor("IMG.JPG", ""));
+//   if (part.open(PartFile::Opening::kNew) != 0) return ...;
+//   write(part.descriptor(), ...);
+//   const int error = part.putInPlace("IMG.JPG", false);
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Utilities/FileDescriptor.h"
+
+namespace tarvo {
+
+/// Unless it was put in place or is kept, the file goes with its owner. Errors are errno numbers, 0
+/// is success.
+class PartFile {
+ public:
+  enum class Opening : std::uint8_t {
+    kNew,       ///< EEXIST where a file of that name is there
+    kContinue,  ///< goes on with what is there
+  };
+
+  /// ".IMG.JPG.0123456789abcdef.part": the same for the same `name` and `identity`, another one
+  /// each time where `identity` is empty.
+  static std::string nameFor(std::string_view name, std::string_view identity);
+
+  /// `folder` is the descriptor of an open directory, lent.
+  PartFile(int folder, std::string name) : folder_(folder), name_(std::move(name)) {}
+  ~PartFile();
+  PartFile(const PartFile&) = delete;
+  PartFile& operator=(const PartFile&) = delete;
+
+  /// Makes it readable and writable for its owner alone. Never follows a link; EPERM for one that
+  /// is another user's or no regular file.
+  int open(Opening opening);
+  int descriptor() const { return file_.get(); }
+  /// Bytes that are there.
+  std::uint64_t size() const;
+  /// Leaves the first `size` bytes.
+  int truncate(std::uint64_t size);
+  /// It stays when its owner goes, to be gone on with.
+  void keep() { isKept_ = true; }
+
+  /// Gives it the permissions of new files and `name`. EEXIST where there is one of that name,
+  /// unless it shall be replaced; it may be tried with another name then. `modified` is the date
+  /// that the file shall show.
+  int putInPlace(const std::string& name, bool replace, std::optional<std::time_t> modified);
+
+ private:
+  int rename(const std::string& name, bool replace) const;
+
+  int folder_;
+  std::string name_;
+  FileDescriptor file_;
+  bool isKept_ = false;
+};
+
+}  // namespace tarvo
