@@ -4,7 +4,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <stdexcept>
 #include <utility>
 
 #include "NativeServices/Logging.h"
@@ -41,7 +40,9 @@ PassThroughTransaction::PassThroughTransaction(PTPRequest request)
   if (request_.headerFailure.empty()) request_.headerFailure = request_.method;
   if (request_.resultFailure.empty()) request_.resultFailure = request_.headerFailure;
 
-  if (dataSizeOf(request_) > std::numeric_limits<std::uint32_t>::max()) raiseMalloc(request_);
+  const std::size_t most =
+      request_.sink || request_.source ? std::numeric_limits<std::uint32_t>::max() : kLargestRoom;
+  if (dataSizeOf(request_) > most) raiseMalloc(request_);
   if (!request_.sink && request_.room > kLargestClearedRoom) makeLargeRoom();
 
   auto& pb = record_.pb();
@@ -63,8 +64,6 @@ void PassThroughTransaction::makeLargeRoom() {
     largeSink_ =
         std::make_unique<BufferSink>(largeData_, static_cast<std::uint32_t>(request_.room));
   } catch (const std::bad_alloc&) {
-    raiseMalloc(request_);
-  } catch (const std::length_error&) {
     raiseMalloc(request_);
   }
   request_.sink = largeSink_.get();

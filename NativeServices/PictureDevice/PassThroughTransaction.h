@@ -66,8 +66,11 @@ class PassThroughTransaction {
   /// Rooms up to this size, in bytes, lie in the record and are cleared. A size that a device
   /// claims may be any: a larger room costs only what arrives in it.
   static constexpr std::size_t kLargestClearedRoom = std::size_t{1} << 20;
+  /// No list is longer: 16 million objects have room in it. Sinks may take more.
+  static constexpr std::size_t kLargestRoom = std::size_t{1} << 26;
 
-  /// Raises the malloc exception, also for 4 GiB of room and more, which no record can have.
+  /// Raises the malloc exception, also for more room than the largest, and for 4 GiB and more into
+  /// a sink or from a source, which no record can announce.
   explicit PassThroughTransaction(PTPRequest request);
   PassThroughTransaction(const PassThroughTransaction&) = delete;
   PassThroughTransaction& operator=(const PassThroughTransaction&) = delete;

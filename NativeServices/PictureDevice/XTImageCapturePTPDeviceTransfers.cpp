@@ -139,6 +139,10 @@ std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadThumb(const ObjectRef
   const auto info = objectInfoForHandle(object);
   const std::uint32_t size = info ? info->thumbCompressedSize() : 0;
   if (size == 0) return std::nullopt;
+  if (size > PassThroughTransaction::kLargestRoom) {
+    TraceLog::trace("downloadThumb: no thumbnail has %u bytes", size);
+    return std::nullopt;
+  }
   PassThroughTransaction transaction({.method = "downloadThumb",
                                       .headerFailure = "downloadThumb GetObject",
                                       .operation = ptp::kGetThumb,

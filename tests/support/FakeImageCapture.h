@@ -109,7 +109,7 @@ class FakeImageCapture : public ImageCapture {
     int scopesOpened = 0;
     int openScopes = 0;
     std::vector<std::uint16_t> operations;               ///< sent, in order
-    std::vector<std::vector<std::uint32_t>> parameters;  ///< of each of them
+    std::vector<PTPPassThroughPB> records;  ///< of each of them, as they were sent
     /// Payloads that came with them, of those that had one.
     std::vector<std::vector<std::uint8_t>> payloads;
     int forgotten = 0;  ///< calls of forgetContents
@@ -323,7 +323,10 @@ class FakeImageCapture : public ImageCapture {
     auto& pb = record.pb();
     const auto code = static_cast<std::uint16_t>(pb.commandCode);
     device.operations.push_back(code);
-    device.parameters.emplace_back(pb.params, pb.params + pb.numOfInputParams);
+    device.records.push_back(pb);
+    if (record.source()) {
+      device.records.back().dataSize = static_cast<std::uint32_t>(record.source()->size());
+    }
     const auto found = device.answers.find(code);
     const PTPAnswer answer =
         found == device.answers.end() ? PTPAnswer{.responseCode = 0x2005} : found->second;

@@ -3,7 +3,7 @@
 //   ScriptedPTPDevice scripted;
 //   scripted.camera.answers[0x1006] = {.parameters = {3}};
 //   EXPECT_EQ(scripted->numberOfObjectsOnStore(1, 0x3801), 3);
-//   EXPECT_THAT(scripted.sent(), ElementsAre("1006(1,3801)"));
+//   EXPECT_THAT(scripted.sent(), ElementsAre("1006(1,3801)1-"));
 #pragma once
 
 #include <memory>
@@ -44,19 +44,25 @@ struct ScriptedPTPDevice {
   /// What was sent and traced up to now does not count.
   void forget() {
     camera.operations.clear();
-    camera.parameters.clear();
+    camera.records.clear();
     camera.payloads.clear();
     room.trace.clear();
   }
 
-  /// "OPERATION(PARAMETER,...)" of each transaction, in hexadecimal.
+  /// Each transaction as "OPERATION(PARAMETER,...)", in hexadecimal, with the number of response
+  /// parameters that are wanted and the data phase: "-" for none, "<" and the room, ">" and the
+  /// size.
   std::vector<std::string> sent() const {
     std::vector<std::string> texts;
-    for (std::size_t i = 0; i < camera.operations.size(); ++i) {
+    for (const auto& pb : camera.records) {
       std::string list;
-      for (const std::uint32_t parameter : camera.parameters[i])
-        list += (list.empty() ? "" : ",") + formatted("%x", parameter);
-      texts.push_back(formatted("%04x", unsigned{camera.operations[i]}) + "(" + list + ")");
+      for (std::size_t i = 0; i < pb.numOfInputParams; ++i)
+        list += (list.empty() ? "" : ",") + formatted("%x", pb.params[i]);
+      auto text = formatted("%04x(%s)%u", pb.commandCode, list.c_str(), pb.numOfOutputParams);
+      text += pb.dataUsageMode == kNoData
+                  ? "-"
+                  : formatted("%c%u", pb.dataUsageMode == kDataToDevice ? '>' : '<', pb.dataSize);
+      texts.push_back(std::move(text));
     }
     return texts;
   }

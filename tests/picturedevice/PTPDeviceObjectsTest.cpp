@@ -1,0 +1,356 @@
+// Stores, objects and properties of a PTP device: what goes over the wire, and what is made of the
+// answers.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "Utilities/Exception.h"
+#include "Utilities/PTPCodes.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/Raised.h"
+#include "tests/support/ScriptedPTPDevice.h"
+
+namespace tarvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+std::vector<std::uint8_t> bytesOf(const XTPTPDataSet& dataSet) {
+  std::vector<std::uint8_t> bytes;
+  for (const std::byte each : dataSet.bytes())
+    bytes.push_back(std::to_integer<std::uint8_t>(each));
+  return bytes;
+}
+
+XTExtendedObjectInfo picture(std::uint32_t size = 1000, std::uint32_t thumbSize = 0) {
+  XTExtendedObjectInfo info;
+  info.setObjFmtCode(0x3801);
+  info.setCompressedSize(size);
+  info.setThumbCompressedSize(thumbSize);
+  info.setProtectionStatus(1);
+  info.setFileName("A.JPG");
+  return info;
+}
+
+PTPAnswer infoAnswer(const XTExtendedObjectInfo& info) {
+  return {.data = bytesOf(info.dataSetWithByteOrder(kPTPByteOrder))};
+}
+
+PTPAnswer numbers(const std::vector<std::uint32_t>& values) {
+  PTPBytes bytes;
+  bytes.u32(static_cast<std::uint32_t>(values.size()));
+  for (const auto value : values)
+    bytes.u32(value);
+  return {.data = bytes};
+}
+
+TEST(PTPOperations, GoOutWithTheirParametersResponsesAndRooms) {
+  using Device = XTImageCapturePTPDevice;
+  const struct {
+    const char* sent;
+    std::function<void(Device&)> call;
+  } rows[] = {
+      {"1001()0<2048", [](Device& device) { device.deviceInfoDataset(); }},
+      {"1004()0<128", [](Device& device) { device.storageIDs(); }},
+      {"1005(10001)0<1176", [](Device& device) { device.storageInfo(0x10001); }},
+      {"1006(1)1-", [](Device& device) { device.numberOfObjectsOnStore(1, 0); }},
+      {"1006(1,3801)1-", [](Device& device) { device.numberOfObjectsOnStore(1, 0x3801); }},
+      {"1006(ffffffff)1-",
+       [](Device& device) { device.numberOfObjectsOnStore(ptp::kAllStores, 0); }},
+      {"1006(0,ffffffff)1-",
+       [](Device& device) { device.numberOfObjectsOnStore(0, ptp::kAllImageFormats); }},
+      {"1006(1,0,9)1-", [](Device& device) { device.numberOfObjectsOnStore(1, 0, 9); }},
+      {"1007(1)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0); }},
+      {"1007(1,b203)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0xB203); }},
+      {"1007(1,b203,9)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0xB203, 9); }},
+      {"9203(1,0,0)0<16", [](Device& device) { device.pictureFilesizeOnStore(1, 0); }},
+      {"9203(1,3801,0)0<16", [](Device& device) { device.pictureFilesizeOnStore(1, 0x3801); }},
+      {"1008(7)0<2356", [](Device& device) { device.objectFilename(7); }},
+      {"100b(7,3801)0-", [](Device& device) { device.deleteObject(7, 0x3801, 0x100B); }},
+      {"9209(7,0)0-", [](Device& device) { device.deleteObject(7, 0, 0x9209); }},
+      {"100f(10001)0-", [](Device& device) { device.formatStore(0x10001); }},
+      {"1010()0-", [](Device& device) { device.sendDeviceReset(); }},
+      {"1014(5001)0<2048", [](Device& device) { device.propertyDataSet(0x5001); }},
+      {"1015(5001)0<2048", [](Device& device) { device.propertyValueDataSet(0x5001); }},
+      {"1016(5011)0>3", [](Device& device) { device.setProperty(0x5011, hexBytes("010203")); }},
+      {"9007()0<28",
+       [](Device& device) {
+         XT_AddressBookInfo info;
+         device.addressBookInfo(info);
+       }},
+      {"900c()0<12", [](Device& device) { device.doesLCBInfoWork(); }},
+      {"9011()2-", [](Device& device) { device.bragbookVersion(); }},
+      {"901a(5,2,1,40)2<64", [](Device& device) { device.endQuery(5, 2); }},
+  };
+  for (const auto& row : rows) {
+    ScriptedPTPDevice scripted;
+    scripted.camera.answers[0x1006] = {.parameters = {3}};
+    row.call(*scripted);
+    EXPECT_EQ(scripted.sent().back(), row.sent);
+  }
+}
+
+TEST(PTPCounts, RefuseAStoreWithoutALogicalPartAndKnowAFormatThatTheDeviceDoesNot) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1006] = {.parameters = {4}};
+  const std::pair<std::uint32_t, std::int32_t> rows[] = {
+      {0x00010000, -1}, {0xFFFF0000, -1}, {0, 4}, {0x00010001, 4}, {0xFFFFFFFF, 4}};
+  for (const auto& [store, count] : rows) {
+    scripted.forget();
+    EXPECT_EQ(scripted->numberOfObjectsOnStore(store, 0), count) << store;
+    EXPECT_EQ(scripted->numberOfObjectsOnStore(store, 0, 5), count) << store;
+    EXPECT_EQ(scripted.sent().size(), count < 0 ? 0U : 2U) << store;
+    EXPECT_TRUE(scripted.room.trace.contains("numberOfObjectsOnStore - entered"));
+  }
+  EXPECT_TRUE(scripted.room.trace.contains("\t\t\t\t  Number of Objects: 4"));
+
+  scripted.camera.answers[0x1006] = {.responseCode = 0x200B};
+  scripted.room.trace.clear();
+  EXPECT_EQ(scripted->numberOfObjectsOnStore(1, 0xB203), 0);
+  EXPECT_FALSE(scripted.room.trace.contains("header.err"));
+  scripted.camera.answers[0x1006] = {.responseCode = 0x2008};
+  EXPECT_EQ(scripted->numberOfObjectsOnStore(1, 0xB203), -1);
+}
+
+TEST(PTPLists, AreTakenAsTheDeviceGivesThem) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1006] = {.parameters = {3}};
+  scripted.camera.answers[0x1007] = numbers({9, 7, 8});
+  scripted.camera.answers[0x9203] = numbers({100, 200});
+  EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0), ElementsAre(9, 7, 8));
+  EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0x3801, 5), ElementsAre(9, 7, 8));
+  EXPECT_EQ(scripted.sent()[2], "1006(1,0,5)1-") << "the room is for all formats";
+  EXPECT_THAT(*scripted->pictureFilesizeOnStore(1, 0), ElementsAre(100, 200));
+  EXPECT_TRUE(scripted.room.trace.contains("Object Handles: 0x00000009 0x00000007 0x00000008"));
+  EXPECT_TRUE(scripted.room.trace.contains("Picture FileSizes: 100 200"));
+
+  for (const std::uint16_t response : {0x200B, 0x2002}) {
+    scripted.forget();
+    scripted.camera.answers[0x1007] = {.responseCode = response};
+    scripted.camera.answers[0x9203] = {.responseCode = response};
+    const auto handles = scripted->objectHandlesOnStore(1, 0x3801);
+    EXPECT_EQ(handles.has_value(), response == 0x200B);
+    EXPECT_EQ(scripted->pictureFilesizeOnStore(1, 0x3801).has_value(), response == 0x200B);
+    EXPECT_EQ(scripted.room.trace.count("header.err"), response == 0x200B ? 0U : 2U);
+  }
+  scripted.forget();
+  for (const PTPAnswer& count : {PTPAnswer{.parameters = {0}}, PTPAnswer{.responseCode = 0x2008}}) {
+    scripted.camera.answers[0x1006] = count;
+    EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0), IsEmpty());
+    EXPECT_EQ(scripted->lastOutcome(), count.responseCode == 0x2001 ? 0 : 0x2008);
+  }
+  EXPECT_EQ(scripted.sent().size(), 2U);
+}
+
+TEST(PTPLists, CostNoMoreThanArrivesWhateverTheDeviceCounts) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1006] = {.parameters = {3}};
+  scripted.camera.answers[0x1007] = {.data = PTPBytes().u32(3).u32(9)};
+  EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0), ElementsAre(9, 0, 0));
+  EXPECT_TRUE(
+      scripted.room.trace.contains("objectHandlesOnStore read 16 bytes, the device sent 8"));
+  scripted.camera.answers[0x1007] = {.data = PTPBytes().u32(4).u32(9)};
+  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }), StartsWith("NSRange"));
+
+  // 4 MiB of handles, of which none comes; then more than any device holds.
+  scripted.camera.answers[0x1006] = {.parameters = {0x00100000}};
+  scripted.camera.answers[0x1007] = {.data = PTPBytes().u32(0x00100000)};
+  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }), StartsWith("NSRange"));
+  scripted.camera.answers[0x1006] = {.parameters = {0x7FFFFFFF}};
+  EXPECT_EQ(raised([&] { scripted->objectHandlesOnStore(1, 0); }),
+            "NSMallocException: No memory for 2147483647 object handles");
+  EXPECT_TRUE(scripted.room.trace.contains(
+      "XTImageCapturePTPDevice:objectHandlesOnStore:ofType: No memory for 2147483647 object"));
+  // A large list that does come.
+  scripted.camera.answers[0x1006] = {.parameters = {300000}};
+  scripted.camera.answers[0x1007] = numbers(std::vector<std::uint32_t>(300000, 77));
+  EXPECT_EQ(scripted->objectHandlesOnStore(1, 0)->back(), 77U);
+}
+
+TEST(PTPStores, AreListedOnceUntilACardChanges) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1004] = {.responseCode = 0x2002};
+  EXPECT_FALSE(scripted->storageIDs());
+  scripted.camera.answers[0x1004] = numbers({0x10001, 0x20001});
+  EXPECT_THAT(*scripted->storageIDs(), ElementsAre(0x10001, 0x20001));
+  scripted.camera.answers[0x1004] = numbers({0x10001});
+  EXPECT_EQ(scripted->storageIDs()->size(), 2U);
+  const int forgotten = scripted.camera.forgotten;
+  scripted->storesChanged();
+  EXPECT_EQ(scripted.camera.forgotten, forgotten + 1);
+  EXPECT_EQ(scripted->storageIDs()->size(), 1U);
+  EXPECT_EQ(scripted.sent().size(), 3U);
+}
+
+TEST(PTPStores, TellTheirFixedFields) {
+  ScriptedPTPDevice scripted;
+  const PTPStorageInfo info{
+      .storageType = 4, .maxCapacity = 1ULL << 35, .freeSpaceInBytes = 5, .freeSpaceInImages = 6};
+  scripted.camera.answers[0x1005] = {.data = bytesOf(dataSetFromStorageInfo(info))};
+  EXPECT_EQ(*scripted->storageInfo(0x10001), info);
+  scripted.camera.answers[0x1005] = {.data = PTPBytes().u16(4)};
+  EXPECT_EQ(scripted->storageInfo(0x10001)->maxCapacity, 0U);
+  EXPECT_TRUE(scripted.room.trace.contains("getStorageInfo read 26 bytes, the device sent 2"));
+}
+
+TEST(PTPObjectInfo, IsReadInTheStandardFormTriedTwiceAndKept) {
+  ScriptedPTPDevice scripted;
+  ObjectInfoPointer info;
+  scripted.camera.answers[0x1008] = {.responseCode = 0x2009};
+  EXPECT_EQ(scripted->objectInfo(info, 7), 0x2009);
+  EXPECT_FALSE(info);
+  EXPECT_EQ(scripted.sent().size(), 2U);
+
+  scripted.forget();
+  auto extended = picture();
+  extended.setIsExtended(true);
+  scripted.camera.answers[0x1008] = infoAnswer(extended);
+  EXPECT_EQ(scripted->objectInfo(info, 7), 0);
+  EXPECT_EQ(*info, picture()) << "the extension is not read";
+  EXPECT_EQ(scripted->cachedObject(), 7U);
+  EXPECT_EQ(scripted->objectSize(7), 1000);
+  EXPECT_EQ(scripted->objectFilename(7), "A.JPG");
+  EXPECT_TRUE(scripted->isProtected(7));
+  EXPECT_EQ(scripted.sent().size(), 1U);
+}
+
+TEST(PTPObjectInfo, IsAskedForAnewAfterAChangeOfOurs) {
+  using Device = XTImageCapturePTPDevice;
+  static XTExtendedObjectInfo info;
+  static std::uint32_t handle = 0;
+  const std::pair<const char*, std::function<void(Device&)>> changes[] = {
+      {"delete", [](Device& device) { device.deleteObject(7, 0, 0x100B); }},
+      {"update", [](Device& device) { device.updateExtObjectInfo(info, 7); }},
+      {"format", [](Device& device) { device.formatStore(1); }},
+      {"reset", [](Device& device) { device.sendDeviceReset(); }},
+      {"a new object of that handle",
+       [](Device& device) { device.sendObjectInfo(info, 0, 0, &handle); }},
+      {"word from elsewhere", [](Device& device) { device.invalidateInfoCacheForObject(7); }},
+  };
+  for (const auto& [name, change] : changes) {
+    ScriptedPTPDevice scripted;
+    scripted.camera.answers[0x1008] = infoAnswer(picture());
+    for (const std::uint16_t code : {0x100B, 0x9206, 0x100F, 0x1010, 0x100C})
+      scripted.camera.answers[code] = {.parameters = {1, 2, 7}};
+    scripted->objectSize(7);
+    change(*scripted);
+    scripted->objectSize(7);
+    EXPECT_EQ(std::ranges::count(scripted.camera.operations, 0x1008), 2) << name;
+  }
+}
+
+TEST(PTPObjects, WhichAreDeletedAreNotRemembered) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1008] = infoAnswer(picture());
+  scripted.camera.answers[0x100B] = {};
+  scripted->objectSize(7);
+  EXPECT_EQ(scripted->deleteObject(8, 0, 0x100B), 0);
+  EXPECT_EQ(scripted->cachedObject(), 7U);
+  EXPECT_EQ(scripted->deleteObject(7, 0, 0x100B), 0);
+  EXPECT_EQ(scripted->cachedObject(), 0U);
+  EXPECT_GT(scripted.camera.forgotten, 0) << "the service's own list is stale, too";
+}
+
+TEST(PTPObjects, OfOneFormatAreDeletedUntilADeletionFails) {
+  const struct {
+    PTPAnswer count;
+    PTPAnswer deletion;
+    Status status;
+    std::size_t deletions;
+  } rows[] = {
+      {{.parameters = {3}}, {}, 0, 3},
+      {{.parameters = {3}}, {.responseCode = 0x200D}, 0x200D, 1},
+      {{.parameters = {0}}, {}, 0, 0},
+      {{.responseCode = 0x200B}, {}, 0, 0},
+      {{.responseCode = 0x2002}, {}, 0x2002, 0},
+  };
+  for (const auto& row : rows) {
+    ScriptedPTPDevice scripted;
+    scripted.camera.answers[0x1006] = row.count;
+    scripted.camera.answers[0x1007] = numbers({9, 7, 8});
+    scripted.camera.answers[0x1008] = infoAnswer(picture());
+    scripted.camera.answers[0x100B] = row.deletion;
+    EXPECT_EQ(scripted->deleteFilesOfType(0xB003), row.status);
+    EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(scripted.camera.operations, 0x100B)),
+              row.deletions);
+    EXPECT_EQ(scripted.sent()[0], "1006(ffffffff,b003)1-");
+  }
+}
+
+TEST(PTPObjects, AreNamedByNumbersAlone) {
+  ScriptedPTPDevice scripted;
+  for (const ObjectReference& object :
+       {ObjectReference(), ObjectReference("7"), ObjectReference(0), ObjectReference(-7),
+        ObjectReference(7.5), ObjectReference(0x100000000), ObjectReference({{"icao", 7}})}) {
+    EXPECT_EQ(scripted->deleteObject(object), 0x2009) << object;
+    EXPECT_EQ(scripted->downloadFile(object, "/nowhere"), 0x2009);
+    EXPECT_EQ(scripted->downloadImage(object, "/nowhere"), 0x2009);
+    EXPECT_FALSE(scripted->downloadObject(object) || scripted->downloadThumb(object) ||
+                 scripted->objectInfoForHandle(object) || scripted->objectFilename(object) ||
+                 scripted->isProtected(object));
+    EXPECT_EQ(scripted->objectSize(object) + scripted->thumbSize(object), 0);
+  }
+  EXPECT_THAT(scripted.sent(), IsEmpty());
+}
+
+TEST(PTPProperties, AreReadWhereListedAndSentWithPaddingWhereNeeded) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x1015] = {.data = {80}};
+  scripted.camera.answers[0x1016] = {};
+  EXPECT_EQ(scripted->propertyValueDataSet(0x5001)->length(), 1U) << "what came, not the room";
+  EXPECT_FALSE(scripted->propertyValueDataSet(0x5002));
+  EXPECT_EQ(scripted->batteryLevel(), 80);
+  scripted.camera.answers[0x1015] = {};
+  EXPECT_EQ(scripted->batteryLevel(), 255);
+  for (const auto& [size, sent] :
+       {std::pair<std::size_t, std::size_t>{51, 51}, {52, 53}, {53, 53}, {116, 117}}) {
+    scripted->setProperty(0x5011, std::vector<std::byte>(size, std::byte{1}));
+    EXPECT_EQ(scripted.camera.payloads.back().size(), sent);
+  }
+  auto without = fullCamera();
+  without.properties.clear();
+  ScriptedPTPDevice lacking(without);
+  EXPECT_EQ(lacking->batteryLevel(), 255);
+  EXPECT_THAT(lacking.sent(), IsEmpty());
+}
+
+TEST(PTPVersions, AreAskedOnlyOfADeviceThatHasTheFeature) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x9011] = {.parameters = {0x10002}};
+  scripted.camera.answers[0x9008] = {};
+  EXPECT_EQ(scripted->bragbookVersion(), 2);
+  EXPECT_TRUE(scripted.room.trace.contains("Bragbook Version: 2"));
+  auto request = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  request.appendBytes(std::vector<std::byte>(52).data(), 52);
+  EXPECT_EQ(scripted->displayRequest(request), 0x2001) << "the response, not 0";
+  EXPECT_EQ(scripted.sent().back(), "9008()0>53");
+
+  auto foreign = fullCamera();
+  foreign.manufacturer = "Foto";
+  ScriptedPTPDevice lacking(foreign);
+  XT_AddressBookInfo info;
+  EXPECT_EQ(lacking->bragbookVersion(), 0);
+  EXPECT_EQ(lacking->addressBookInfo(info), 0x2005);
+  EXPECT_THAT(lacking.sent(), IsEmpty());
+}
+
+TEST(PTPAddressBookInfo, IsKeptOnceItHasAVersion) {
+  ScriptedPTPDevice scripted;
+  XT_AddressBookInfo info;
+  XT_AddressBookInfo onDevice{.maxAddresses = 9, .maxGroupNameLengthInBytes = 20};
+  for (const std::uint16_t version : {0, 2, 3}) {
+    onDevice.version = version;
+    scripted.camera.answers[0x9007] = {.data = bytesOf(dataSetFromAddressBookInfo(onDevice))};
+    EXPECT_EQ(scripted->addressBookInfo(info), 0);
+    EXPECT_EQ(info.version, std::min<int>(version, 2));
+    EXPECT_EQ(info.maxGroupNameLengthInBytes, 20U);
+  }
+  EXPECT_EQ(scripted.sent().size(), 2U);
+  EXPECT_TRUE(scripted.room.trace.contains("AddressBookInfo.maxGroupNameLengthInBytes: 20"));
+}
+
+}  // namespace
+}  // namespace tarvo::test

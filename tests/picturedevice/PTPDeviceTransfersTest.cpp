@@ -1,0 +1,353 @@
+// The bytes of objects, to a PTP device and from it, and the queries that travel as objects.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "NativeServices/PictureDevice/DataPhases.h"
+#include "Utilities/PTPCodes.h"
+#include "tests/support/ScriptedPTPDevice.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::uint32_t kMiB = 1U << 20;
+
+std::vector<std::uint8_t> patternOf(std::size_t size) {
+  std::vector<std::uint8_t> bytes(size);
+  for (std::size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<std::uint8_t>(i * 7);
+  return bytes;
+}
+
+std::string textOf(const std::vector<std::uint8_t>& bytes) {
+  return std::string(bytes.begin(), bytes.end());
+}
+
+/// Takes everything, and ends the transfer after `last` bytes.
+struct KeepingSink : ptp::DataSink {
+  explicit KeepingSink(std::size_t most = SIZE_MAX) : last(most) {}
+  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    memory.resize(offset + std::min<std::size_t>(length, 1000));
+    return std::span(memory).subspan(offset);
+  }
+  bool received(std::uint64_t offset, std::size_t length) override {
+    memory.resize(offset + length);
+    return memory.size() < last;
+  }
+  std::vector<std::byte> memory;
+  std::size_t last;
+};
+
+// --- downloads
+
+TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
+  const struct {
+    std::uint32_t size;
+    std::size_t onDevice;
+    std::size_t received;
+  } rows[] = {{5000, 5000, 5000}, {5000, 3000, 3000}, {5000, 7000, 5000}, {0xFFFFFFFF, 7000, 7000}};
+  for (const auto& row : rows) {
+    ScriptedPTPDevice scripted;
+    scripted.camera.answers[0x1009] = {.data = patternOf(row.onDevice)};
+    KeepingSink sink;
+    std::uint64_t received = 99;
+    EXPECT_EQ(scripted->downloadEntireObject(7, row.size, sink, received), 0);
+    EXPECT_EQ(received, row.received);
+    EXPECT_EQ(sink.memory.size(), row.received);
+    EXPECT_EQ(std::to_integer<std::uint8_t>(sink.memory.back()), patternOf(9000)[row.received - 1]);
+    EXPECT_THAT(scripted.sent(), ElementsAre(formatted("1009(7)0<%u", row.size)));
+  }
+}
+
+TEST(PTPDownloads, OfNothingAreDoneWithoutATransaction) {
+  ScriptedPTPDevice scripted;
+  KeepingSink sink;
+  std::uint64_t received = 99;
+  EXPECT_EQ(scripted->downloadEntireObject(7, 0, sink, received), 0);
+  EXPECT_EQ(received, 0U);
+  EXPECT_THAT(scripted.sent(), IsEmpty());
+}
+
+TEST(PTPDownloads, OfPartsAskTheCallbackBeforeAndTellItAfterwards) {
+  ScriptedPTPDevice scripted;
+  scripted.camera.answers[0x101B] = {.data = patternOf(3000)};
+  std::vector<std::uint32_t> told;
+  bool cancels = false;
+  scripted->setDownloadUpdateCb([&](std::uint32_t bytes) {
+    told.push_back(bytes);
+    return cancels;
+  });
+  KeepingSink sink;
+  std::uint64_t received = 0;
+  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), 0);
+  EXPECT_EQ(received, 3000U);
+  EXPECT_THAT(scripted.sent(), ElementsAre("101b(7,64,bb8)0<3000"));
+  EXPECT_THAT(told, ElementsAre(0, 3000));
+  cancels = true;
+  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), -490);
+  EXPECT_EQ(scripted.sent().size(), 1U);
+  cancels = false;
+  told.clear();
+  scripted.camera.answers[0x101B] = {.responseCode = 0x2007};
+  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), 0x2007);
+  EXPECT_THAT(told, ElementsAre(0));
+}
+
+TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
+  const struct {
+    std::uint32_t announced;
+    PTPAnswer answer;
+    std::optional<std::size_t> size;
+    std::size_t traced;
+  } rows[] = {
+      {0, {}, std::nullopt, 0},
+      {100, {.data = patternOf(100)}, 100, 0},
+      {100, {.data = patternOf(40)}, 100, 0},
+      {100, {.data = patternOf(140)}, 100, 0},
+      {2 * kMiB, {.data = patternOf(140)}, 140, 0},  // more than is made up
+      {100, {.responseCode = 0x2010}, std::nullopt, 0},
+      {100, {.responseCode = 0x2009}, std::nullopt, 1},
+  };
+  for (const auto& row : rows) {
+    ScriptedPTPDevice scripted;
+    XTExtendedObjectInfo info;
+    info.setThumbCompressedSize(row.announced);
+    scripted->cacheObject(7, std::make_shared<XTExtendedObjectInfo>(info));
+    scripted.camera.answers[0x100A] = row.answer;
+    const auto thumb = scripted->downloadThumb(7);
+    EXPECT_EQ(thumb ? std::optional(thumb->size()) : std::nullopt, row.size);
+    const std::vector<std::string> asked = {formatted("100a(7)0<%u", row.announced)};
+    EXPECT_EQ(scripted.sent(), row.announced == 0 ? std::vector<std::string>() : asked);
+    EXPECT_EQ(scripted.room.trace.count("downloadThumb GetObject objectSendMessagePB.header.err"),
+              row.traced);
+  }
+}
+
+TEST(PTPThumbnails, ThatNoDeviceHasAreNotAskedFor) {
+  ScriptedPTPDevice scripted;
+  XTExtendedObjectInfo info;
+  info.setThumbCompressedSize(0xFFFFFFFF);
+  scripted->cacheObject(7, std::make_shared<XTExtendedObjectInfo>(info));
+  EXPECT_FALSE(scripted->downloadThumb(7));
+  EXPECT_THAT(scripted.sent(), IsEmpty());
+}
+
+// --- sending
+
+struct Sending : ScriptedPTPDevice {
+  explicit Sending(std::size_t size, bool inParts = true,
+                   const PTPCameraDescription& camera_ = fullCamera())
+      : ScriptedPTPDevice(without(camera_, inParts)), bytes(patternOf(size)) {
+    for (const std::uint16_t code : {0x100C, 0x9005, 0x9202})
+      camera.answers[code] = {.parameters = {0x10001, 5, 42}};
+    for (const std::uint16_t code : {0x100D, 0x9006, 0x9019})
+      camera.answers[code] = {};
+    info.setObjFmtCode(0x3801);
+    info.setCompressedSize(static_cast<std::uint32_t>(size));
+    path = folder.write("A.JPG", textOf(bytes));
+  }
+
+  static PTPCameraDescription without(PTPCameraDescription description, bool parts) {
+    if (!parts) std::erase(description.operations, 0x9019);
+    return description;
+  }
+
+  Status send() { return device->sendContentsOfFile(path, info, 1, 2, &handle); }
+  /// The transactions after the announcement.
+  std::vector<std::string> dataSent() const {
+    auto all = sent();
+    all.erase(all.begin());
+    return all;
+  }
+
+  TemporaryFolder folder;
+  std::vector<std::uint8_t> bytes;
+  std::string path;
+  XTExtendedObjectInfo info;
+  std::uint32_t handle = 0;
+};
+
+TEST(PTPSending, AnnouncesAndPadsWhatWouldBeAMultipleOf64Bytes) {
+  for (const std::size_t size : {0U, 51U, 52U, 53U, 116U}) {
+    const std::size_t padded = (size + 12) % 64 == 0 ? size + 1 : size;
+    for (const bool fromFile : {false, true}) {
+      Sending sending(size);
+      if (fromFile) {
+        EXPECT_EQ(sending.send(), 0);
+      } else {
+        EXPECT_EQ(sending->sendObjectInfo(sending.info, 1, 2, &sending.handle), 0);
+        EXPECT_EQ(sending->sendObjectData(std::as_bytes(std::span(sending.bytes))), 0);
+        EXPECT_TRUE(sending.room.trace.contains(
+            formatted("sendObjectData received data size: %zu", padded)));
+      }
+      EXPECT_EQ(sending.handle, 42U);
+      EXPECT_EQ(sending.info.compressedSize(), padded) << size;
+      EXPECT_THAT(sending.dataSent(), ElementsAre(formatted("100d()3>%zu", padded)));
+      auto expected = sending.bytes;
+      expected.resize(padded);
+      EXPECT_EQ(sending.camera.payloads[1], expected);
+    }
+  }
+}
+
+TEST(PTPSending, AnnouncesWithTheOperationAndTheFormatThatTheDeviceTakes) {
+  MakerConstants maker;
+  auto undefined = fullCamera();
+  undefined.model = maker.undefinedFormatModelsWithFamily.front();
+  auto vendor = fullCamera();
+  std::erase(vendor.operations, 0x100D);
+  vendor.operations.push_back(0x9005);
+  vendor.operations.push_back(0x9006);
+  const struct {
+    PTPCameraDescription camera;
+    bool extended;
+    std::uint16_t format;
+    std::vector<std::uint16_t> operations;
+  } rows[] = {{fullCamera(), false, 0x3801, {0x100C, 0x100D}},
+              {fullCamera(), true, 0x3801, {0x9202, 0x100D}},
+              {undefined, false, 0x3000, {0x100C, 0x100D}},
+              {vendor, false, 0x3801, {0x9005, 0x9006}}};
+  for (const auto& row : rows) {
+    Sending sending(100, true, row.camera);
+    sending.info.setIsExtended(row.extended);
+    EXPECT_EQ(sending.send(), 0);
+    EXPECT_EQ(sending.camera.operations, row.operations);
+    EXPECT_EQ(sending.info.objFmtCode(), row.format);
+    EXPECT_THAT(sending.sent()[0], testing::HasSubstr("(1,2)3>"));
+  }
+}
+
+TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
+  const struct {
+    std::uint32_t size;
+    bool takesParts;
+    std::uint16_t format;
+    std::vector<std::string> sent;
+  } rows[] = {
+      {2 * kMiB, true, 0x3801, {"100d()3>2097152"}},
+      {2 * kMiB + 1, false, 0x3801, {"100d()3>2097153"}},
+      {2 * kMiB + 1, true, ptp::XTD_QUERY, {"100d()3>2097153"}},
+      {2 * kMiB + 1, true, 0x3801, {"9019(200000,0)0>2097152", "9019(1,1)0>1"}},
+      {2 * kMiB + 52, true, 0x3801, {"9019(200000,0)0>2097152", "9019(34,1)0>53"}},
+      {5 * kMiB,
+       true,
+       0x3801,
+       {"9019(200000,0)0>2097152", "9019(200000,0)0>2097152", "9019(100000,1)0>1048576"}},
+  };
+  for (const auto& row : rows) {
+    Sending sending(row.size, row.takesParts);
+    sending.info.setObjFmtCode(row.format);
+    EXPECT_EQ(sending.send(), 0);
+    EXPECT_EQ(sending.dataSent(), row.sent);
+    EXPECT_EQ(sending.handle, 42U);
+    std::vector<std::uint8_t> arrived;
+    for (std::size_t i = 1; i < sending.camera.payloads.size(); ++i)
+      arrived.insert(arrived.end(), sending.camera.payloads[i].begin(),
+                     sending.camera.payloads[i].end());
+    sending.bytes.resize(arrived.size());
+    EXPECT_TRUE(arrived == sending.bytes) << row.size;
+  }
+}
+
+TEST(PTPSending, InPartsAsksTheCallbackBetweenThemAndStopsAtAFailure) {
+  const struct {
+    int cancelsAt;  ///< the how many-th call cancels; 0: none
+    std::uint16_t announcement;
+    std::uint16_t part;
+    Status status;
+    std::vector<std::uint32_t> told;
+    std::size_t sent;
+  } rows[] = {
+      {0, 0x2001, 0x2001, 0, {0, 2 * kMiB, 2 * kMiB, kMiB}, 4},
+      {1, 0x2001, 0x2001, -490, {0}, 0},
+      {2, 0x2001, 0x2001, -490, {0, 2 * kMiB}, 2},
+      {4, 0x2001, 0x2001, -490, {0, 2 * kMiB, 2 * kMiB, kMiB}, 4},
+      {0, 0x200C, 0x2001, 0x200C, {0}, 1},
+      {0, 0x2001, 0x2007, 0x2007, {0}, 2},
+  };
+  for (const auto& row : rows) {
+    Sending sending(5 * kMiB);
+    sending.camera.answers[0x100C].responseCode = row.announcement;
+    sending.camera.answers[0x9019].responseCode = row.part;
+    std::vector<std::uint32_t> told;
+    sending->setDownloadUpdateCb([&](std::uint32_t bytes) {
+      told.push_back(bytes);
+      return std::ssize(told) == row.cancelsAt;
+    });
+    EXPECT_EQ(sending.send(), row.status);
+    EXPECT_EQ(told, row.told);
+    EXPECT_EQ(sending.camera.operations.size(), row.sent);
+    EXPECT_EQ(sending.handle, row.status == 0 ? 42U : 0U);
+    EXPECT_EQ(sending.room.trace.count("sendObjectData kPTPCmdSendObject status 0 response 0x2007"),
+              row.part == 0x2007 ? 1U : 0U);
+  }
+}
+
+TEST(PTPSending, SaysWhyAFileCannotBeSent) {
+  for (const std::uint32_t size : {100U, 3 * kMiB}) {
+    Sending missing(size);
+    missing.path += ".gone";
+    EXPECT_EQ(missing.send(), -43);
+    EXPECT_EQ(missing.handle, 0U);
+  }
+  // Shorter than announced: in parts it is noticed at once.
+  Sending shortened(3 * kMiB);
+  std::filesystem::resize_file(shortened.path, 2 * kMiB + 5);
+  EXPECT_EQ(shortened.send(), -36);
+
+  Sending huge(100);
+  std::filesystem::resize_file(huge.path, std::uintmax_t{1} << 32);
+  EXPECT_EQ(huge.send(), -50);
+  EXPECT_THAT(huge.sent(), IsEmpty());
+  EXPECT_TRUE(huge.room.trace.contains("is too large to be sent: 4 GiB and more"));
+}
+
+TEST(PTPSending, ForgetsWhatItCountedAndListed) {
+  Sending sending(100);
+  sending.camera.answers[0x100C].responseCode = 0x200C;
+  EXPECT_EQ(sending.send(), 0x200C);
+  EXPECT_EQ(sending.camera.forgotten, 1) << "also after a failure";
+}
+
+// --- queries
+
+TEST(PTPQueries, AreSentWholeAsObjectsOfTheirOwnFormat) {
+  Sending sending(0);
+  const std::string query(3 * kMiB, 'q');
+  EXPECT_EQ(sending->sendQuery(query, &sending.handle), 0);
+  EXPECT_EQ(sending.handle, 42U);
+  EXPECT_THAT(sending.sent(), ElementsAre(testing::StartsWith("100c(0,0)3>"), "100d()3>3145728"));
+  EXPECT_EQ(sending.camera.payloads[0][4], 0x0E) << "the format";
+  EXPECT_EQ(sending.camera.payloads[0][5], 0xB0);
+  EXPECT_TRUE(sending.room.trace.contains("sendQuery status: 0"));
+
+  sending.forget();
+  EXPECT_EQ(sending->sendQuery("SELECT '\xC3'", &sending.handle), -43);
+  EXPECT_TRUE(sending.room.trace.contains("Failed to extract query from NSString."));
+  EXPECT_THAT(sending.sent(), IsEmpty());
+}
+
+TEST(PTPQueries, GiveTheirRowsUntilThereAreNoMore) {
+  ScriptedPTPDevice scripted;
+  ByteBuffer rows(3);
+  bool ends = true;
+  scripted.camera.answers[0x901A] = {.data = patternOf(20), .parameters = {20, 0}};
+  EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0);
+  EXPECT_FALSE(ends);
+  scripted.camera.answers[0x901A].parameters = {20, 1};
+  EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0);
+  EXPECT_TRUE(ends);
+  EXPECT_EQ(rows.size(), 43U) << "appended";
+  scripted.camera.answers[0x901A].responseCode = 0x2002;
+  EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0x2002);
+  EXPECT_EQ(rows.size(), 43U) << "never rows that may be cut";
+  EXPECT_EQ(scripted->endQuery(42, 1), 0x2002);
+  EXPECT_EQ(scripted.sent()[0], "901a(2a,1,0,40)2<64");
+  EXPECT_EQ(scripted.sent()[3], "901a(2a,1,1,40)2<64");
+}
+
+}  // namespace
+}  // namespace tarvo::test
