@@ -2,7 +2,6 @@
 
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
-#include "Utilities/PTPCodes.h"
 
 namespace tarvo {
 
@@ -66,11 +65,6 @@ Status DeviceProperties::setPropertyGuid(std::uint16_t property, const std::stri
   auto value = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
   value.storeGUID(guid);
   return set(property, value);
-}
-
-std::uint8_t DeviceProperties::batteryLevel() {
-  auto dataSet = value(ptp::kBatteryLevel);
-  return dataSet && !dataSet->isEmpty() ? dataSet->scanByte() : kUnknownLevel;
 }
 
 }  // namespace tarvo

@@ -17,9 +17,6 @@ namespace tarvo {
 /// it or does not answer. All of them raise NSRangeException for an answer that is cut off.
 class DeviceProperties {
  public:
-  /// What batteryLevel() answers where it cannot be told.
-  static constexpr std::uint8_t kUnknownLevel = 255;
-
   /// `device` is lent.
   explicit DeviceProperties(PTPTransactions& device) : device_(device) {}
 
@@ -36,10 +33,6 @@ class DeviceProperties {
   /// text that is no GUID is sent as an empty one.
   Status setProperty(std::uint16_t property, const std::string& text);
   Status setPropertyGuid(std::uint16_t property, const std::string& guid);
-
-  /// Per cent, by the standard's property BatteryLevel (ISO 15740); kUnknownLevel where the device
-  /// does not list it or does not answer.
-  std::uint8_t batteryLevel();
 
  private:
   bool has(std::uint16_t property) const;

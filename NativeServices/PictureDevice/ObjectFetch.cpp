@@ -77,10 +77,8 @@ bool Fetch::prepare() {
 }
 
 bool Fetch::chooseName() {
-  const bool isGiven = request_.name.has_value();
-  const auto name = isGiven && isFileName(*request_.name) ? request_.name
-                    : isGiven                             ? std::nullopt
-                                                          : safeFileName(info_->fileName());
+  auto name = request_.name ? request_.name : safeFileName(info_->fileName());
+  if (name && !isFileName(*name)) name.reset();  // a caller's own is taken as it stands
   if (!name) return fail(status::kFileNotFound, "its name cannot be the name of a file");
   name_ = *name;
   result_.path = request_.folder + "/" + name_;

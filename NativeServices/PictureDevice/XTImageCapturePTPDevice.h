@@ -66,6 +66,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   PropertyDictionary getPictureFileSizesDict() override;
   std::uint8_t batteryLevel() override;
   bool isDocked() override;
+  bool isWireless() override;
   bool isProtected(const ObjectReference& object) override;
   /// From the object's information; sizes in bytes, 0 without it.
   std::int64_t thumbSize(const ObjectReference& object) override;

@@ -46,6 +46,10 @@ bool XTImageCapturePTPDevice::isDocked() {
   return isDockedPTP();
 }
 
+bool XTImageCapturePTPDevice::isWireless() {
+  return isWirelessPTP();
+}
+
 ObjectInfoPointer XTImageCapturePTPDevice::objectInfoForHandle(const ObjectReference& object) {
   ObjectInfoPointer info;
   if (const auto handle = handleOf(object)) objectInfo(info, *handle);

@@ -254,8 +254,6 @@ class XTPictureDevice : public Object {
   bool isDockedPTP();
   /// Whether the device holds settings for a wireless network; asks it.
   bool isWirelessPTP();
-  /// Per cent; 255 where it is not known.
-  std::uint8_t batteryLevelPTP();
   /// Whether a local file is a favourite, by its name.
   static bool isBragbookFilename(std::string_view path);
   /// "de" gives "German", as the device's settings name languages; the code where it is unknown.

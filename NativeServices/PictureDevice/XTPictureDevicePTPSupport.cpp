@@ -102,11 +102,6 @@ bool XTPictureDevice::isWirelessPTP() {
   return ptpTransactions() != nullptr && canBeWireless();
 }
 
-std::uint8_t XTPictureDevice::batteryLevelPTP() {
-  return answerOf<DeviceProperties>(ptpTransactions(), DeviceProperties::kUnknownLevel,
-                                    [](auto& it) { return it.batteryLevel(); });
-}
-
 std::string XTPictureDevice::languageCodeAsLanguageName(std::string_view code) {
   return languageNameOfCode(code);
 }

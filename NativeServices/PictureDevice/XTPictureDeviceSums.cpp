@@ -22,7 +22,7 @@ constexpr std::uint16_t kFixedRAM = 3;
 
 /// The handle that a reference of a PTP device is.
 std::optional<std::uint32_t> handleOf(const ObjectReference& object) {
-  if (!object.is_number_unsigned() && !object.is_number_integer()) return std::nullopt;
+  if (!object.is_number_integer()) return std::nullopt;
   return static_cast<std::uint32_t>(object.get<std::int64_t>());
 }
 
@@ -120,8 +120,8 @@ Status XTPictureDevice::sendData(std::span<const std::byte> data, XTExtendedObje
 }
 
 Status XTPictureDevice::deleteObject(const ObjectReference& object) {
-  const auto handle = handleOf(object);
-  return handle ? deleteObjectPTP(*handle) : status::kBadParameter;
+  // 0 names no object; the device's class knows what to answer to that.
+  return deleteObjectPTP(handleOf(object).value_or(0));
 }
 
 }  // namespace tarvo

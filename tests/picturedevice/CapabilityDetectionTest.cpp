@@ -11,33 +11,6 @@
 namespace tarvo::test {
 namespace {
 
-/// The face of a device that answers as the test says and counts what it is asked.
-class ScriptedTransactions : public PTPTransactions {
- public:
-  Status getDeviceInfo(PTPPassThroughRecord&) override { return status::kPTPGeneralError; }
-  const CodeList& supportedDatasets() override { return none_; }
-  std::uint16_t displayRequestVersion() override { return 0; }
-  bool doesLCBInfoWork() override {
-    ++questions;
-    return lcbInfoWorks;
-  }
-  std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) override {
-    ++questions;
-    EXPECT_EQ(property, 0xD00B);
-    if (description.empty()) return std::nullopt;
-    auto dataSet = XTPTPDataSet::initWithData(std::as_bytes(std::span(description)));
-    dataSet.setByteOrder(kPTPByteOrder);
-    return dataSet;
-  }
-
-  bool lcbInfoWorks = true;
-  std::vector<std::uint8_t> description;
-  int questions = 0;
-
- private:
-  CodeList none_;
-};
-
 struct Facts {
   std::string manufacturer = "Tarvo Imaging";
   std::string model = "Tarvo Lumo 500";

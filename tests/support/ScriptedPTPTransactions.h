@@ -1,0 +1,236 @@
+// What can be sent to a PTP device, in memory: objects with their information and content,
+// properties as bytes, statuses by operation, and a list of what was asked.
+//
+//   ScriptedPTPTransactions device;
+//   device.add(7, "IMG.JPG", "content");
+//   device.failing["GetObject"] = 0x2009;
+//   EXPECT_THAT(device.calls, ElementsAre("GetObject 7"));
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "NativeServices/PictureDevice/PTPTransactions.h"
+#include "Utilities/Format.h"
+
+namespace tarvo::test {
+
+class ScriptedPTPTransactions : public PTPTransactions {
+ public:
+  struct ScriptedObject {
+    ObjectInfoPointer info;
+    std::string content;
+  };
+
+  /// An object whose information says what is true of it; tests change it to lie.
+  XTExtendedObjectInfo& add(std::uint32_t handle, const std::string& name, std::string content,
+                            std::uint16_t format = 0x3801) {
+    auto info = std::make_shared<XTExtendedObjectInfo>();
+    info->setFileName(name);
+    info->setObjFmtCode(format);
+    info->setCompressedSize(static_cast<std::uint32_t>(content.size()));
+    objects[handle] = {info, std::move(content)};
+    return *info;
+  }
+
+  std::string model = "Tarvo Lumo 500";
+  CodeList operations;
+  CodeList properties;
+  CodeList imageFormats;
+  DeviceCapabilities capabilities;
+  std::map<std::uint32_t, ScriptedObject> objects;
+  std::map<std::uint16_t, std::vector<std::byte>> descriptions;  ///< of properties
+  std::map<std::uint16_t, std::vector<std::byte>> values;        ///< of properties
+  /// What an operation, by the name that `calls` has, ends with instead of working.
+  std::map<std::string, Status, std::less<>> failing;
+  /// Bytes after which a transfer of content ends with `failing`, or as a success all the same.
+  std::optional<std::uint64_t> endsAfter;
+  bool knowsAllImageFormats = true;
+  std::optional<std::vector<std::uint32_t>> pictureSizes;
+  ProgressCallback progress;
+
+  std::vector<std::string> calls;         ///< "GetPartialObject 7 2097152 1"
+  std::optional<XTExtendedObjectInfo> sentInfo;  ///< by sendObjectInfo and updateExtObjectInfo
+  std::string sentData;
+  std::vector<std::byte> setValue;
+  std::vector<std::uint32_t> invalidated;
+
+  // PTPTransactions
+
+  PTPDeviceFacts facts() const override {
+    return {model, operations, properties, imageFormats, capabilities};
+  }
+  Status getDeviceInfo(PTPPassThroughRecord&) override { return call("GetDeviceInfo"); }
+  const CodeList& supportedDatasets() override { return none_; }
+  std::uint16_t displayRequestVersion() override { return 0; }
+  Status displayRequest(XTMutablePTPDataSet&) override { return call("DisplayRequest"); }
+  std::uint16_t bragbookVersion() override { return 0; }
+  bool doesLCBInfoWork() override { return call("LCBInfo") == status::kOK; }
+  Status addressBookInfo(XT_AddressBookInfo&) override { return call("AddressBookInfo"); }
+  Status sendDeviceReset() override { return call("ResetDevice"); }
+
+  std::optional<XTPTPDataSet> propertyDataSet(std::uint16_t property) override {
+    return reader(call("GetDevicePropDesc " + formatted("%04X", property)), descriptions, property);
+  }
+  std::optional<XTPTPDataSet> propertyValueDataSet(std::uint16_t property) override {
+    return reader(call("GetDevicePropValue " + formatted("%04X", property)), values, property);
+  }
+  Status setProperty(std::uint16_t property, std::span<const std::byte> value) override {
+    setValue.assign(value.begin(), value.end());
+    return call("SetDevicePropValue " + formatted("%04X", property));
+  }
+
+  std::optional<std::vector<std::uint32_t>> storageIDs() override { return std::nullopt; }
+  std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t) override { return nullptr; }
+  Status formatStore(std::uint32_t) override { return call("FormatStore"); }
+
+  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type) override {
+    if (call("GetNumObjects " + formatted("%X %04X", store, type)) != status::kOK) return -1;
+    return static_cast<std::int32_t>(ofType(type).size());
+  }
+  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
+                                      std::uint32_t) override {
+    return numberOfObjectsOnStore(store, type);
+  }
+  std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store,
+                                                    std::uint16_t type) override {
+    if (call("GetObjectHandles " + formatted("%X %04X", store, type)) != status::kOK) return {};
+    return ofType(type);
+  }
+  std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,
+                                                    std::uint32_t) override {
+    return objectHandlesOnStore(store, type);
+  }
+  std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
+                                                                   std::uint16_t type) override {
+    call("PictureFileSizes " + formatted("%X %04X", store, type));
+    return pictureSizes;
+  }
+  Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) override {
+    const Status status = call("GetObjectInfo " + std::to_string(handle));
+    if (status != status::kOK) return status;
+    const auto found = objects.find(handle);
+    if (found == objects.end()) return status::kPTPInvalidObjectHandle;
+    info = found->second.info;
+    return status::kOK;
+  }
+  void invalidateInfoCacheForObject(std::uint32_t handle) override {
+    invalidated.push_back(handle);
+  }
+  Status deleteObject(std::uint32_t handle, std::uint16_t format, std::uint16_t opcode) override {
+    return call("Delete " + formatted("%u %04X %04X", handle, format, opcode));
+  }
+  Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle) override {
+    sentInfo = info;
+    return call("UpdateExtObjectInfo " + std::to_string(handle));
+  }
+
+  Status downloadEntireObject(std::uint32_t handle, std::uint32_t size, ptp::DataSink& sink,
+                              std::uint64_t& received) override {
+    received = 0;
+    if (size == 0) return status::kOK;
+    const Status status = call("GetObject " + std::to_string(handle));
+    return move(status, objects[handle].content, sink, received);
+  }
+  Status downloadPartialObject(std::uint32_t handle, std::uint32_t offset, std::uint32_t size,
+                               ptp::DataSink& sink, std::uint64_t& received) override {
+    received = 0;
+    const Status status = call(formatted("GetPartialObject %u %u %u", handle, offset, size));
+    const std::string_view content = objects[handle].content;
+    return move(status, content.substr(std::min<std::size_t>(offset, content.size()), size), sink,
+                received);
+  }
+  Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage, std::uint32_t parent,
+                        std::uint32_t* resultHandle) override {
+    sentInfo = info;
+    const Status status = call(formatted("SendObjectInfo %u %u", storage, parent));
+    if (status == status::kOK) *resultHandle = kNewHandle;
+    return status;
+  }
+  Status sendObjectData(std::span<const std::byte> data) override {
+    sentData.assign(reinterpret_cast<const char*>(data.data()), data.size());
+    return call("SendObject");
+  }
+  Status sendContentsOfFile(const std::string&, XTExtendedObjectInfo&, std::uint32_t, std::uint32_t,
+                            std::uint32_t*) override {
+    return call("SendContentsOfFile");
+  }
+
+  Status sendQuery(std::string_view, std::uint32_t*) override { return call("SendQuery"); }
+  Status getDBRowsFromQuery(std::uint32_t, std::uint32_t, std::uint32_t, ByteBuffer&,
+                            bool&) override {
+    return call("GetDBRows");
+  }
+  Status endQuery(std::uint32_t, std::uint32_t) override { return call("EndQuery"); }
+
+  bool reportProgress(std::uint32_t bytes) override { return progress && progress(bytes); }
+
+  /// The handle of what was sent.
+  static constexpr std::uint32_t kNewHandle = 77;
+
+ private:
+  Status call(const std::string& text) {
+    calls.push_back(text);
+    const auto found = failing.find(text.substr(0, text.find(' ')));
+    // A transfer that ends in the middle fails at its end.
+    return found == failing.end() ? status::kOK : found->second;
+  }
+
+  static std::optional<XTPTPDataSet> reader(
+      Status status, const std::map<std::uint16_t, std::vector<std::byte>>& bytes,
+      std::uint16_t property) {
+    const auto found = bytes.find(property);
+    if (status != status::kOK || found == bytes.end()) return std::nullopt;
+    auto dataSet = XTPTPDataSet::initWithData(found->second);
+    dataSet.setByteOrder(kPTPByteOrder);
+    return dataSet;
+  }
+
+  ObjectHandles ofType(std::uint16_t type) const {
+    const bool isForAllImages = type == 0xFFFF;
+    if (isForAllImages && !knowsAllImageFormats) return {};
+    ObjectHandles handles;
+    for (const auto& [handle, object] : objects) {
+      const unsigned format = object.info->objFmtCode();
+      const bool isImage = format >> 8U == 0x38 || format >> 8U == 0xB8;
+      if (isForAllImages ? isImage : format == type) handles.push_back(handle);
+    }
+    return handles;
+  }
+
+  /// Gives content to a sink in pieces, two of them in flight, as a transport does.
+  Status move(Status status, std::string_view content, ptp::DataSink& sink,
+              std::uint64_t& received) const {
+    if (status != status::kOK && !endsAfter) return status;
+    const std::uint64_t end = std::min<std::uint64_t>(content.size(), endsAfter.value_or(~0ULL));
+    std::vector<std::span<std::byte>> rooms;
+    std::uint64_t asked = 0;
+    while (received < end) {
+      while (rooms.size() < 2 && asked < end) {
+        rooms.push_back(sink.room(asked, static_cast<std::size_t>(end - asked)));
+        if (rooms.back().empty()) return status;  // full: what comes is dropped
+        asked += rooms.back().size();
+      }
+      const std::span<std::byte> room = rooms.front();
+      rooms.erase(rooms.begin());
+      std::memcpy(room.data(), content.data() + received, room.size());
+      const std::uint64_t offset = received;
+      received += room.size();
+      if (!sink.received(offset, room.size())) return status::kCancelled;
+    }
+    return status;
+  }
+
+  CodeList none_;
+};
+
+}  // namespace tarvo::test
