@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -34,6 +35,9 @@ class ByteWriter {
   /// A PTP string: count of UTF-16 units with the terminator (u8), the units, the terminator. Empty
   /// text is the single byte 0; text beyond 254 units is cut.
   void text(std::string_view utf8);
+  /// The same for raw units, which need not be valid UTF-16. 255 units are sent without the
+  /// terminator, which their count leaves no room for: a device may break the rule.
+  void text(const std::u16string& units);
   /// PTP arrays: a count (u32), then the elements.
   void u16Array(std::span<const std::uint16_t> values);
   void u32Array(std::span<const std::uint32_t> values);
@@ -47,7 +51,9 @@ class ByteWriter {
 };
 
 /// UTF-16 units of UTF-8 text, without a terminator; nothing at all when it does not decode.
-std::vector<std::uint16_t> utf16(std::string_view utf8);
+std::u16string utf16(std::string_view utf8);
+/// UTF-8 text of units; U+FFFD in place of each unpaired surrogate.
+std::string utf8(const std::u16string& units);
 
 /// The little-endian number of `size` bytes at `offset`; bytes beyond the end read as zero.
 std::uint64_t littleEndian(std::span<const std::byte> bytes, std::size_t offset, std::size_t size);

@@ -16,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/ContentDescription.h"
 #include "simulator/Faults.h"
 #include "simulator/JsonNode.h"
 
@@ -38,42 +39,21 @@ struct UsbIdentity {
   UsbSpeed speed = UsbSpeed::kHigh;
 };
 
-/// Objects that are made when they are asked for: `count` files of `size` bytes.
-struct GeneratedFiles {
-  std::uint32_t count = 0;
-  std::uint32_t size = 0;
-  std::string prefix;  ///< a name is prefix, number from 1 in six digits, ".", extension
-  std::string extension;
-  /// Name of the file at `index`, counted from 0.
-  std::string nameOf(std::uint32_t index) const;
-};
-
-/// A folder, a file, or generated files in the folder that holds them.
-struct ContentNode {
-  enum class Kind { kFolder, kFile, kGenerated };
-  Kind kind = Kind::kFile;
-  std::string name;
-  std::uint64_t size = 0;             ///< of a file
-  std::optional<std::string> text;    ///< bytes of a file; absent: a pattern
-  std::uint16_t format = 0;           ///< PTP object format; 0: by the extension
-  std::vector<ContentNode> children;  ///< of a folder
-  GeneratedFiles generated;           ///< of kGenerated, which has no name of its own
-};
-
 /// The DeviceInfo dataset (ISO 15740, 5.5.1). Its list of properties is made from
 /// DeviceDescription::properties.
 struct DeviceInfo {
   std::uint32_t vendorExtensionID = 0;
-  std::uint16_t vendorExtensionVersion = 0;
+  std::uint16_t vendorExtensionVersion = 100;
   std::string vendorExtensionDescription;
   std::uint16_t functionalMode = 0;
-  std::optional<std::vector<std::uint16_t>> operations;  ///< absent: all that the model knows
-  std::vector<std::uint16_t> events;
-  std::vector<std::uint16_t> captureFormats;  ///< formats that the device can make
-  std::vector<std::uint16_t> imageFormats;    ///< formats that it can hold
+  /// Absent: those of the standard, and of the maker's those that VendorDescription tells.
+  std::optional<std::vector<std::uint16_t>> operations;
+  std::vector<std::uint16_t> events = {0x4002, 0x4003, 0x4004, 0x4005, 0x4006, 0x400A, 0x400D};
+  std::vector<std::uint16_t> captureFormats;                   ///< formats that the device can make
+  std::vector<std::uint16_t> imageFormats = {0x3801, 0x3001};  ///< formats that it can hold
   std::string manufacturer;
   std::string model;
-  std::string version;
+  std::string version = "1.0";
   std::string serial;
 };
 
@@ -89,30 +69,58 @@ struct PropertyDescription {  // NOLINT(bugprone-exception-escape): the JSON lib
   std::vector<nlohmann::json> choices;  ///< the enumeration form; a range goes before it
 };
 
+/// Limits of the address book that the device tells; version 0 is none.
+struct AddressBookLimits {
+  std::uint16_t version = 1;
+  std::uint16_t characterTypeLimitation = 0;
+  std::uint32_t maxAddresses = 0;
+  std::uint32_t maxGroups = 0;
+  std::uint32_t maxAddressesPerGroup = 0;
+  std::uint32_t maxAddressLengthInBytes = 0;
+  std::uint32_t maxNicknameLengthInBytes = 0;
+  std::uint32_t maxGroupNameLengthInBytes = 0;
+};
+
 /// Answers of the maker's vendor operations; what is absent is not supported.
 struct VendorDescription {
+  /// Operations that need no more description, for example 0x9202 or 0x9209.
+  std::vector<std::uint16_t> operations;
   std::optional<std::vector<std::uint16_t>> supportedDatasets;
   std::optional<std::uint32_t> displayRequestVersion;
   std::optional<std::uint32_t> bragbookVersion;
   std::optional<std::vector<std::uint8_t>> lcbInfo;
+  std::optional<AddressBookLimits> addressBook;
+  std::optional<std::vector<std::string>> queryRows;  ///< what every database query finds
 };
+
+/// What a host may do in a store: the access capability of StorageInfo (ISO 15740).
+enum class StoreAccess : std::uint16_t { kReadWrite = 0, kReadOnly = 1, kReadAndDelete = 2 };
 
 /// A StorageInfo dataset (ISO 15740, 5.5.3) and what lies in the store.
 struct StoreDescription {
   std::uint32_t id = 0x00010001;  ///< physical store in the upper half, logical in the lower
-  std::string description;
+  std::string description = "Memory card";
   std::string label;
-  std::uint64_t capacity = 0;  ///< bytes
-  std::uint64_t free = 0;      ///< bytes
+  std::uint64_t capacity = 4'000'000'000;  ///< bytes
+  std::uint64_t free = 0;                  ///< bytes, before a host changes anything
   bool removable = true;
+  StoreAccess access = StoreAccess::kReadWrite;
+  bool vendorDelete = false;  ///< only the vendor's delete operation takes objects from it
   std::vector<ContentNode> content;
+};
+
+/// What a capture makes: a picture of this size in the store that is told, named as generated
+/// files are.
+struct CaptureDescription {
+  std::uint32_t size = 2'000'000;
+  std::string prefix = "CAPT";
 };
 
 /// What the unit answers to INQUIRY (SPC): vendor 8, model 16, revision 4 characters.
 struct ScsiDescription {
   unsigned type = 0;  ///< peripheral device type: 0 disk, 5 CD/DVD
-  std::string vendor;
-  std::string model;
+  std::string vendor = "TARVO";
+  std::string model = "Camera Disk";
   std::string revision = "1.00";
 };
 
@@ -129,6 +137,7 @@ struct DeviceDescription {
   DeviceInfo info;                              ///< of a PTP device
   std::vector<PropertyDescription> properties;  ///< of a PTP device
   VendorDescription vendor;                     ///< of a PTP device
+  CaptureDescription capture;                   ///< of a PTP device
   std::vector<StoreDescription> stores;         ///< of a PTP device
   ScsiDescription scsi;                         ///< of a mass-storage device
   std::optional<VolumeDescription> volume;      ///< of a mass-storage device

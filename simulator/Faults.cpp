@@ -1,6 +1,7 @@
 #include "simulator/Faults.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "Utilities/PTPCodes.h"
 #include "simulator/JsonNode.h"
@@ -8,7 +9,7 @@
 namespace tarvo::simulator {
 namespace {
 
-enum class Takes { kOperation, kBytes, kMilliseconds, kNothing };
+enum class Takes { kNothing, kBytes, kCode, kTime };
 
 struct Row {
   std::string_view name;
@@ -19,17 +20,23 @@ struct Row {
 
 /// In the order of help(); any order would do.
 constexpr Row kRows[] = {
-    {"stall", "the bulk-in endpoint halts instead of an answer", Fault::kStall, Takes::kOperation},
-    {"silent", "no answer", Fault::kSilent, Takes::kOperation},
-    {"wrong-id", "another transaction's id", Fault::kWrongTransactionID, Takes::kOperation},
-    {"garbage", "pseudo-random bytes instead of an answer", Fault::kGarbage, Takes::kOperation},
-    {"truncate", "the DeviceInfo data set is cut to this size", Fault::kTruncate, Takes::kBytes},
-    {"lie-short", "data container claims too few bytes", Fault::kLieShort, Takes::kOperation},
-    {"lie-long", "data container claims too many bytes", Fault::kLieLong, Takes::kOperation},
-    {"raise", "response General Error (without a value: to the vendor queries 0x9009 and 0x920A)",
-     Fault::kRaise, Takes::kOperation},
-    {"vanish", "unplugged in the middle of the answer", Fault::kVanish, Takes::kOperation},
-    {"delay", "each answer comes late", Fault::kDelay, Takes::kMilliseconds},
+    {"stall", "the bulk-in endpoint halts instead of an answer", Fault::kStall, Takes::kNothing},
+    {"stall-out", "the bulk-out endpoint halts when the host's data arrive", Fault::kStallOut,
+     Takes::kNothing},
+    {"silent", "no answer", Fault::kSilent, Takes::kNothing},
+    {"wrong-id", "another transaction's id", Fault::kWrongTransactionID, Takes::kNothing},
+    {"garbage", "pseudo-random bytes instead of an answer", Fault::kGarbage, Takes::kNothing},
+    {"truncate", "the data set (without an operation: DeviceInfo) is cut to this size",
+     Fault::kTruncate, Takes::kBytes},
+    {"short", "a short packet ends the data half-way", Fault::kShort, Takes::kNothing},
+    {"babble", "a packet larger than the host has room for", Fault::kBabble, Takes::kNothing},
+    {"lie-short", "data container claims too few bytes", Fault::kLieShort, Takes::kNothing},
+    {"lie-long", "data container claims too many bytes", Fault::kLieLong, Takes::kNothing},
+    {"raise", "response General Error (without an operation: to 0x9009 and 0x920A)", Fault::kRaise,
+     Takes::kNothing},
+    {"respond", "that response code, and nothing is done", Fault::kRespond, Takes::kCode},
+    {"vanish", "unplugged in the middle of the data", Fault::kVanish, Takes::kNothing},
+    {"delay", "each answer comes late", Fault::kDelay, Takes::kTime},
     {"split-header", "container header and payload in separate packets", Fault::kSplitHeader,
      Takes::kNothing},
     {"no-zlp", "no zero-length packet after an exact multiple of the packet size",
@@ -37,36 +44,72 @@ constexpr Row kRows[] = {
 };
 static_assert(std::size(kRows) == kFaultCount);
 
-/// The value of a fault that belongs to every operation: beyond the 16 bits of a code.
-constexpr std::uint32_t kEveryOperation = 0x10000;
+constexpr std::uint32_t kLongestDelay = 2'000'000;  // milliseconds
 
 std::string_view placeholder(Takes takes) {
   switch (takes) {
-    case Takes::kOperation:
-      return "[=OPERATION]";
     case Takes::kBytes:
-      return "=BYTES";
-    case Takes::kMilliseconds:
-      return "=MILLISECONDS";
+      return "=BYTES[,WHEN]";
+    case Takes::kCode:
+      return "=CODE[,WHEN]";
+    case Takes::kTime:
+      return "=MILLISECONDS[,WHEN]";
     case Takes::kNothing:
-      return "";
+      return "[=WHEN]";
   }
   return "";
 }
 
-/// The number to keep for `text`, or none when the fault does not take it.
-std::optional<std::uint32_t> valueFor(const Row& row, std::string_view text) {
-  if (text.empty()) {
-    if (row.takes == Takes::kOperation || row.takes == Takes::kNothing) return kEveryOperation;
-    return std::nullopt;
-  }
-  if (row.takes == Takes::kNothing) return std::nullopt;
-  const auto number = parseNumber(text, row.takes == Takes::kOperation ? 0xFFFF : 0x7FFFFFFF);
+std::optional<std::uint32_t> number32(std::string_view text, std::uint32_t maximum) {
+  const auto number = parseNumber(text, maximum);
   if (!number) return std::nullopt;
   return static_cast<std::uint32_t>(*number);
 }
 
+/// A time in microseconds: "250us", or milliseconds with or without "ms".
+std::optional<std::uint32_t> timeFrom(std::string_view text) {
+  if (text.ends_with("us")) return number32(text.substr(0, text.size() - 2), kLongestDelay * 1000);
+  if (text.ends_with("ms")) text.remove_suffix(2);
+  const auto milliseconds = number32(text, kLongestDelay);
+  if (!milliseconds) return std::nullopt;
+  return *milliseconds * 1000;
+}
+
+std::optional<std::uint32_t> amountFrom(Takes takes, std::string_view text) {
+  if (takes == Takes::kTime) return timeFrom(text);
+  return number32(text, takes == Takes::kCode ? 0xFFFF : 0x7FFFFFFF);
+}
+
+std::vector<std::string_view> words(std::string_view text) {
+  std::vector<std::string_view> list;
+  while (!text.empty()) {
+    const auto end = std::min(text.find(','), text.size());
+    list.push_back(text.substr(0, end));
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  return list;
+}
+
 }  // namespace
+
+bool Faults::readWord(std::string_view word, Setting& setting) {
+  if (word == "once") {
+    setting.once = true;
+    return true;
+  }
+  if (word.starts_with('@')) {
+    word.remove_prefix(1);
+    setting.once = !word.ends_with('+');
+    if (!setting.once) word.remove_suffix(1);
+    const auto number = number32(word, 0xFFFFFFFF);
+    if (number.value_or(0) == 0) return false;
+    setting.wait = *number - 1;
+    return true;
+  }
+  const auto operation = number32(word, 0xFFFF);
+  if (operation) setting.operation = static_cast<std::uint16_t>(*operation);
+  return operation.has_value();
+}
 
 std::string Faults::set(std::string_view name, std::string_view value) {
   const auto* row = std::find_if(std::begin(kRows), std::end(kRows),
@@ -74,38 +117,66 @@ std::string Faults::set(std::string_view name, std::string_view value) {
   if (row == std::end(kRows)) {
     return "unknown fault \"" + std::string(name) + "\"; the faults are:\n" + help();
   }
-  auto& slot = values_[static_cast<std::size_t>(row->fault)];
+  auto& slot = settings_[index(row->fault)];
   if (value == "off") {
     slot.reset();
     return {};
   }
-  const auto number = valueFor(*row, value);
-  if (!number) {
+  Setting setting;
+  auto list = words(value);
+  bool understood = true;
+  if (row->takes != Takes::kNothing) {
+    const auto amount = list.empty() ? std::nullopt : amountFrom(row->takes, list.front());
+    understood = amount.has_value();
+    setting.amount = amount.value_or(0);
+    if (understood) list.erase(list.begin());
+  }
+  understood = understood && std::all_of(list.begin(), list.end(), [&](std::string_view word) {
+                 return readWord(word, setting);
+               });
+  if (!understood) {
     return "the fault is written " + std::string(name) + std::string(placeholder(row->takes)) +
            ", or " + std::string(name) + "=off";
   }
-  slot = number;
+  slot = setting;
   return {};
 }
 
-bool Faults::strikes(Fault fault, std::uint16_t operation) const {
-  const auto& value = at(fault);
-  if (!value) return false;
-  // "raise" alone means the vendor queries: a camera that refuses everything is another fault.
-  if (*value != kEveryOperation) return *value == operation;
-  if (fault != Fault::kRaise) return true;
-  return operation == ptp::XT_GET_DISPLAY_REQUEST_VERSION ||
-         operation == ptp::XTO_GET_SUPPORTED_DATASETS;
+bool Faults::concerns(Fault fault, const Setting& setting, std::uint16_t operation) {
+  if (setting.operation) return *setting.operation == operation;
+  // Alone, "raise" means the vendor queries: a camera that refuses everything is another fault.
+  if (fault == Fault::kRaise) {
+    return operation == ptp::XT_GET_DISPLAY_REQUEST_VERSION ||
+           operation == ptp::XTO_GET_SUPPORTED_DATASETS;
+  }
+  return fault != Fault::kTruncate || operation == ptp::kGetDeviceInfo;
+}
+
+void Faults::begin(std::uint16_t operation) {
+  for (const auto& row : kRows) {
+    auto& setting = settings_[index(row.fault)];
+    auto& struck = struck_[index(row.fault)];
+    struck.reset();
+    if (!setting || !concerns(row.fault, *setting, operation)) continue;
+    if (setting->wait > 0) {
+      --setting->wait;
+      continue;
+    }
+    struck = setting->amount;
+    if (setting->once) setting.reset();
+  }
 }
 
 std::string Faults::help() {
   std::string text;
   for (const auto& row : kRows) {
     std::string form = std::string(row.name) + std::string(placeholder(row.takes));
-    form.resize(std::max<std::size_t>(form.size() + 1, 26), ' ');
+    form.resize(std::max<std::size_t>(form.size() + 1, 28), ' ');
     text += "  " + form + std::string(row.meaning) + "\n";
   }
-  return text;
+  return text +
+         "WHEN is a list with commas: an operation code (without: every operation), @N (only the "
+         "N-th\nsuch transaction from now on), @N+ (from that one on), once.\n";
 }
 
 }  // namespace tarvo::simulator

@@ -1,9 +1,12 @@
-// What can go wrong with a virtual PTP device, by name. A fault belongs to one operation or to
-// every operation, may be set at any time, and holds until it is taken off.
+// What can go wrong with a virtual PTP device, by name. A fault strikes in every transaction, in
+// those of one operation, or at a chosen one; it may be set at any time.
 //
 //   Faults faults;
-//   faults.set("stall", "0x1001");                // GetDeviceInfo stalls
-//   faults.strikes(Fault::kStall, 0x1001);        // true
+//   faults.set("stall", "0x1001");       // every GetDeviceInfo
+//   faults.set("silent", "0x1009,@3");   // the third GetObject from now on, and only that
+//   faults.set("delay", "250us");        // every answer
+//   faults.begin(0x1001);
+//   faults.strikes(Fault::kStall);       // true
 //   faults.set("stall", "off");
 #pragma once
 
@@ -18,42 +21,58 @@ namespace tarvo::simulator {
 /// Names and forms for texts are in Faults::help().
 enum class Fault : std::uint8_t {
   kStall,                 ///< the bulk-in endpoint halts instead of an answer
+  kStallOut,              ///< the bulk-out endpoint halts when the host's data arrive
   kSilent,                ///< no answer at all
   kWrongTransactionID,    ///< data and response carry another transaction's id
   kGarbage,               ///< pseudo-random bytes instead of an answer
-  kTruncate,              ///< the DeviceInfo data set ends after that many bytes
+  kTruncate,              ///< the data set ends after that many bytes, and says so
+  kShort,                 ///< a short packet ends the data half-way
+  kBabble,                ///< a packet larger than the host has room for
   kLieShort,              ///< the data container claims fewer bytes than it has
   kLieLong,               ///< the data container claims more bytes than it has
   kRaise,                 ///< the response is General Error (0x2002)
+  kRespond,               ///< the response is that code
   kVanish,                ///< the device is unplugged in the middle of the data
-  kDelay,                 ///< each answer comes that many milliseconds late
+  kDelay,                 ///< each answer comes that many microseconds late
   kSplitHeader,           ///< container header and payload in separate packets
   kOmitZeroLengthPacket,  ///< no zero-length packet after an exact multiple of the packet size
 };
-inline constexpr std::size_t kFaultCount = 12;
+inline constexpr std::size_t kFaultCount = 16;
 
 /// A value; not locked, so its owner guards it where several threads use it.
 class Faults {
  public:
-  /// Sets a fault by its name. `value` is what the fault takes: an operation code (empty: every
-  /// operation, for "raise" 0x9009 and 0x920A), a number of bytes or milliseconds, or nothing;
-  /// "off" takes the fault off. Returns what is wrong, in words; empty when nothing is.
+  /// Sets a fault by its name. `value` is a list with commas: first the number of a fault that
+  /// takes one (bytes, a response code, milliseconds or "250us"), then in any order an operation
+  /// code, "@N" (the N-th transaction from now, of that operation where one is given; "@N+": from
+  /// that one on) and "once". "off" takes the fault off. Returns what is wrong, in words; empty
+  /// when nothing is.
   std::string set(std::string_view name, std::string_view value);
 
-  /// Whether the fault strikes in this operation.
-  bool strikes(Fault fault, std::uint16_t operation) const;
-  /// The number of bytes or milliseconds of a fault that has one.
-  std::optional<std::uint32_t> amount(Fault fault) const { return at(fault); }
+  /// A transaction begins: decides what strikes in it.
+  void begin(std::uint16_t operation);
+  /// Whether the fault strikes in the transaction that was begun last.
+  bool strikes(Fault fault) const { return struck_[index(fault)].has_value(); }
+  /// The number of a fault that takes one, where it strikes: bytes, code or microseconds.
+  std::optional<std::uint32_t> amount(Fault fault) const { return struck_[index(fault)]; }
 
   /// Names with what they take, one a line, for help texts.
   static std::string help();
 
  private:
-  const std::optional<std::uint32_t>& at(Fault fault) const {
-    return values_[static_cast<std::size_t>(fault)];
-  }
-  /// By Fault; none: off. An operation code, a number, or a mark for every operation.
-  std::array<std::optional<std::uint32_t>, kFaultCount> values_;
+  struct Setting {
+    std::optional<std::uint16_t> operation;  ///< none: the fault's own, or every one
+    std::uint32_t amount = 0;
+    std::uint32_t wait = 0;  ///< transactions to let pass first
+    bool once = false;
+  };
+  static std::size_t index(Fault fault) { return static_cast<std::size_t>(fault); }
+  /// Reads one word of a value; false where it is none.
+  static bool readWord(std::string_view word, Setting& setting);
+  static bool concerns(Fault fault, const Setting& setting, std::uint16_t operation);
+
+  std::array<std::optional<Setting>, kFaultCount> settings_;      ///< by Fault; none: off
+  std::array<std::optional<std::uint32_t>, kFaultCount> struck_;  ///< in this transaction
 };
 
 }  // namespace tarvo::simulator

@@ -74,33 +74,6 @@ std::vector<std::pair<std::string, JsonNode>> JsonNode::entries() const {
   return nodes;
 }
 
-std::string JsonNode::textOr(const char* key, std::string otherwise) const {
-  const auto child = find(key);
-  return child ? child->text() : std::move(otherwise);
-}
-
-std::uint64_t JsonNode::numberOr(const char* key, std::uint64_t maximum,
-                                 std::uint64_t otherwise) const {
-  const auto child = find(key);
-  return child ? child->number(maximum) : otherwise;
-}
-
-bool JsonNode::booleanOr(const char* key, bool otherwise) const {
-  const auto child = find(key);
-  return child ? child->boolean() : otherwise;
-}
-
-std::vector<std::uint16_t> JsonNode::codesOr(const char* key,
-                                             std::vector<std::uint16_t> otherwise) const {
-  const auto child = find(key);
-  if (!child) return otherwise;
-  std::vector<std::uint16_t> codes;
-  for (const auto& item : child->items()) {
-    codes.push_back(static_cast<std::uint16_t>(item.number(0xFFFF)));
-  }
-  return codes;
-}
-
 std::optional<std::uint64_t> parseNumber(std::string_view text, std::uint64_t maximum) {
   int base = 10;
   if (text.starts_with("0x") || text.starts_with("0X")) {

@@ -2,11 +2,14 @@
 // as, for example, "usb.product: a number from 0 to 65535 is expected".
 //
 //   const JsonNode root(json, "");
-//   const auto product = root.at("usb").at("product").number(0xFFFF);
+//   root.at("usb").at("product").get(usb.product);
+//   root.read("comment", comment);  // may be absent
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <initializer_list>
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <stdexcept>
@@ -41,12 +44,39 @@ class JsonNode {
   std::vector<JsonNode> items() const;                            ///< of an array
   std::vector<std::pair<std::string, JsonNode>> entries() const;  ///< of an object
 
-  // The value under a key of an object, or `otherwise` where the key is absent. A value that is
-  // there but of another form raises all the same.
-  std::string textOr(const char* key, std::string otherwise) const;
-  std::uint64_t numberOr(const char* key, std::uint64_t maximum, std::uint64_t otherwise) const;
-  bool booleanOr(const char* key, bool otherwise) const;
-  std::vector<std::uint16_t> codesOr(const char* key, std::vector<std::uint16_t> otherwise) const;
+  /// Reads the value under a key of an object into `field`, which stays as it is where the key is
+  /// absent. Numbers are bounded by their type.
+  template <typename T>
+  void read(const char* key, T& field) const {
+    if (const auto child = find(key)) child->get(field);
+  }
+  /// The same for a list whose items `make` turns into values, from a JsonNode each.
+  template <typename T, typename Make>
+  void readList(const char* key, std::vector<T>& field, Make make) const {
+    const auto child = find(key);
+    if (!child) return;
+    field.clear();
+    for (const auto& item : child->items())
+      field.push_back(make(item));
+  }
+
+  // The value itself, which must have the form of the field.
+  void get(std::string& field) const { field = text(); }
+  void get(bool& field) const { field = boolean(); }
+  template <std::unsigned_integral T>
+  void get(T& field) const {
+    field = static_cast<T>(number(std::numeric_limits<T>::max()));
+  }
+  template <typename T>
+  void get(std::optional<T>& field) const {
+    get(field.emplace());
+  }
+  template <typename T>
+  void get(std::vector<T>& field) const {
+    field.clear();
+    for (const auto& item : items())
+      item.get(field.emplace_back());
+  }
 
   const nlohmann::json& json() const { return *value_; }
   /// Raises DescriptionError: the path, then `problem`.

@@ -8,28 +8,17 @@
 namespace tarvo::simulator {
 namespace {
 
-/// Bytes that a test can predict: each follows from handle and offset.
-class PatternPayload : public Payload {
- public:
-  PatternPayload(std::uint32_t handle, std::uint32_t size) : handle_(handle), size_(size) {}
-  std::uint64_t size() const override { return size_; }
-  void read(std::uint64_t offset, std::span<std::byte> room) const override {
-    for (auto& byte : room) {
-      byte = static_cast<std::byte>(offset ^ (offset >> 8) ^ (std::uint64_t{handle_} * 37));
-      ++offset;
-    }
-  }
-
- private:
-  std::uint32_t handle_;
-  std::uint32_t size_;
-};
-
 bool matches(const StoredObject& object, const ObjectFilter& filter) {
   if (filter.storage != 0xFFFFFFFF && filter.storage != object.storage) return false;
-  if (filter.format != 0 && filter.format != object.format) return false;
+  if (filter.format != 0 && filter.format != object.traits.format) return false;
   if (filter.association == 0) return true;
   return object.parent == (filter.association == 0xFFFFFFFF ? 0 : filter.association);
+}
+
+std::shared_ptr<const Payload> textPayload(const std::string& text) {
+  ByteWriter writer;
+  writer.raw(std::as_bytes(std::span(text)));
+  return std::make_shared<BytesPayload>(writer.take());
 }
 
 }  // namespace
@@ -58,36 +47,132 @@ std::uint16_t formatOfExtension(const std::string& name) {
 }
 
 ObjectStore::ObjectStore(const std::vector<StoreDescription>& stores) {
-  for (const auto& store : stores)
-    add(store.content, store.id, 0);
-}
-
-void ObjectStore::add(const std::vector<ContentNode>& content, std::uint32_t storage,
-                      std::uint32_t parent) {
-  for (const auto& node : content) {
-    if (node.kind == ContentNode::Kind::kGenerated) {
-      addRange(node, storage, parent);
-    } else {
-      addObject(node, storage, parent);
-    }
+  for (const auto& store : stores) {
+    auto& state = stores_.emplace_back(StoreState{store, store.capacity});
+    state.description.content.clear();
+    for (const auto& node : store.content)
+      add(node, store.id, 0);
+    // What the description says counts, whatever the sum of the objects is.
+    state.free = store.free;
   }
 }
 
-void ObjectStore::addObject(const ContentNode& node, std::uint32_t storage, std::uint32_t parent) {
+const StoreState* ObjectStore::store(std::uint32_t id) const {
+  const auto found = std::find_if(stores_.begin(), stores_.end(),
+                                  [&](const auto& each) { return each.description.id == id; });
+  return found == stores_.end() ? nullptr : &*found;
+}
+
+StoreState* ObjectStore::storeState(std::uint32_t id) {
+  return const_cast<StoreState*>(std::as_const(*this).store(id));
+}
+
+void ObjectStore::takeRoom(std::uint32_t storage, std::uint64_t size) {
+  if (auto* state = storeState(storage)) state->free -= std::min(state->free, size);
+}
+
+void ObjectStore::giveRoom(std::uint32_t storage, std::uint64_t size) {
+  auto* state = storeState(storage);
+  if (state == nullptr) return;
+  const auto room =
+      state->description.capacity - std::min(state->free, state->description.capacity);
+  state->free += std::min(room, size);
+}
+
+// Looking.
+
+std::optional<StoredObject> ObjectStore::object(std::uint32_t handle) const {
+  if (const auto found = objects_.find(handle); found != objects_.end()) return found->second;
+  for (const auto& range : ranges_) {
+    if (!range.holds(handle)) continue;
+    auto object = range.common;
+    object.handle = handle;
+    object.name = utf16(range.files.nameOf(handle - range.first));
+    return object;
+  }
+  return std::nullopt;
+}
+
+// Objects and ranges are each in order; sorting is what merges them.
+std::vector<std::uint32_t> ObjectStore::handles(const ObjectFilter& filter) const {
+  std::vector<std::uint32_t> result;
+  for (const auto& [handle, object] : objects_) {
+    if (matches(object, filter)) result.push_back(handle);
+  }
+  for (const auto& range : ranges_) {
+    if (!matches(range.common, filter)) continue;
+    for (std::uint32_t i = 0; i < range.files.count; ++i) {
+      if (!range.without.contains(range.first + i)) result.push_back(range.first + i);
+    }
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
+std::uint32_t ObjectStore::count(const ObjectFilter& filter) const {
+  auto total = static_cast<std::uint32_t>(
+      std::count_if(objects_.begin(), objects_.end(),
+                    [&](const auto& entry) { return matches(entry.second, filter); }));
+  for (const auto& range : ranges_) {
+    if (!matches(range.common, filter)) continue;
+    total += range.files.count - static_cast<std::uint32_t>(range.without.size());
+  }
+  return total;
+}
+
+std::shared_ptr<const Payload> ObjectStore::content(const StoredObject& object) {
+  if (object.content) return object.content;
+  return std::make_shared<PatternPayload>(object.handle, object.size);
+}
+
+bool ObjectStore::isWithin(std::uint32_t handle, std::uint32_t folder) const {
+  while (handle != 0 && handle != folder) {
+    const auto found = object(handle);
+    handle = found ? found->parent : 0;
+  }
+  return handle == folder;
+}
+
+std::uint64_t ObjectStore::totalSize(std::uint32_t handle) const {
+  const auto found = object(handle);
+  if (!found) return 0;
+  auto total = found->size;
+  if (!found->isFolder()) return total;
+  for (const auto child : handles({0xFFFFFFFF, 0, handle}))
+    total += totalSize(child);
+  return total;
+}
+
+// Adding.
+
+std::uint32_t ObjectStore::add(StoredObject object) {
+  if (object.handle == 0) object.handle = reserveHandle();
+  takeRoom(object.storage, object.size);
+  const auto handle = object.handle;
+  objects_.insert_or_assign(handle, std::move(object));
+  return handle;
+}
+
+std::uint32_t ObjectStore::add(const ContentNode& node, std::uint32_t storage,
+                               std::uint32_t parent) {
+  if (node.kind == ContentNode::Kind::kGenerated) {
+    const auto first = nextHandle_;
+    addRange(node, storage, parent);
+    return first;
+  }
   StoredObject object;
-  object.handle = nextHandle_++;
   object.storage = storage;
   object.parent = parent;
   object.name = node.name;
-  object.size = static_cast<std::uint32_t>(node.size);
-  object.text = node.text;
-  const bool folder = node.kind == ContentNode::Kind::kFolder;
-  object.format = folder ? StoredObject::kAssociation : node.format;
-  if (object.format == 0) object.format = formatOfExtension(node.name);
-  // Before the object is moved away; what lies in it gets the numbers behind its own.
-  const auto handle = object.handle;
-  objects_.push_back(std::move(object));
-  add(node.children, storage, handle);
+  object.size = node.size;
+  object.traits = node.traits;
+  if (node.text) object.content = textPayload(*node.text);
+  if (node.kind == ContentNode::Kind::kFolder) object.traits.format = StoredObject::kAssociation;
+  if (object.traits.format == 0) object.traits.format = formatOfExtension(object.nameText());
+  const auto handle = add(std::move(object));
+  for (const auto& child : node.children)
+    add(child, storage, handle);
+  return handle;
 }
 
 void ObjectStore::addRange(const ContentNode& node, std::uint32_t storage, std::uint32_t parent) {
@@ -96,57 +181,93 @@ void ObjectStore::addRange(const ContentNode& node, std::uint32_t storage, std::
   range.files = node.generated;
   range.common.storage = storage;
   range.common.parent = parent;
-  range.common.format = formatOfExtension("." + node.generated.extension);
+  range.common.traits = node.traits;
+  range.common.traits.format = formatOfExtension("." + node.generated.extension);
   range.common.size = node.generated.size;
   nextHandle_ += node.generated.count;
+  takeRoom(storage, std::uint64_t{node.generated.count} * node.generated.size);
   ranges_.push_back(std::move(range));
 }
 
-std::optional<StoredObject> ObjectStore::object(std::uint32_t handle) const {
-  for (const auto& range : ranges_) {
-    if (handle < range.first || handle - range.first >= range.files.count) continue;
-    auto object = range.common;
-    object.handle = handle;
-    object.name = range.files.nameOf(handle - range.first);
-    return object;
+// Changing.
+
+StoredObject* ObjectStore::record(std::uint32_t handle) {
+  if (const auto found = objects_.find(handle); found != objects_.end()) return &found->second;
+  auto made = object(handle);
+  if (!made) return nullptr;
+  for (auto& range : ranges_) {
+    if (range.holds(handle)) range.without.insert(handle);
   }
-  const auto found = std::lower_bound(
-      objects_.begin(), objects_.end(), handle,
-      [](const StoredObject& each, std::uint32_t wanted) { return each.handle < wanted; });
-  if (found == objects_.end() || found->handle != handle) return std::nullopt;
-  return *found;
+  return &(objects_[handle] = std::move(*made));
 }
 
-// Objects and ranges are each in order; sorting is what merges them.
-std::vector<std::uint32_t> ObjectStore::handles(const ObjectFilter& filter) const {
-  std::vector<std::uint32_t> result;
-  for (const auto& object : objects_) {
-    if (matches(object, filter)) result.push_back(object.handle);
+bool ObjectStore::change(std::uint32_t handle, const std::function<void(StoredObject&)>& edit) {
+  auto* found = record(handle);
+  if (found == nullptr) return false;
+  edit(*found);
+  return true;
+}
+
+void ObjectStore::forget(std::uint32_t handle) {
+  const auto found = object(handle);
+  giveRoom(found->storage, found->size);
+  if (objects_.erase(handle) > 0) return;
+  for (auto& range : ranges_) {
+    if (range.holds(handle)) range.without.insert(handle);
   }
-  for (const auto& range : ranges_) {
-    if (!matches(range.common, filter)) continue;
-    for (std::uint32_t i = 0; i < range.files.count; ++i)
-      result.push_back(range.first + i);
+}
+
+Removal ObjectStore::remove(std::uint32_t handle) {
+  Removal result;
+  const auto found = object(handle);
+  if (!found) return result;
+  if (found->isFolder()) {
+    for (const auto child : handles({0xFFFFFFFF, 0, handle})) {
+      const auto part = remove(child);
+      result.removed += part.removed;
+      result.kept += part.kept;
+    }
   }
-  std::sort(result.begin(), result.end());
+  if (result.kept > 0 || found->traits.isProtected) {
+    ++result.kept;
+  } else {
+    forget(handle);
+    ++result.removed;
+  }
   return result;
 }
 
-std::uint32_t ObjectStore::count(const ObjectFilter& filter) const {
-  auto total = static_cast<std::uint32_t>(std::count_if(
-      objects_.begin(), objects_.end(), [&](const auto& each) { return matches(each, filter); }));
-  for (const auto& range : ranges_) {
-    if (matches(range.common, filter)) total += range.files.count;
-  }
-  return total;
+void ObjectStore::move(std::uint32_t handle, std::uint32_t storage, std::uint32_t parent) {
+  auto* moved = record(handle);
+  giveRoom(moved->storage, moved->size);
+  takeRoom(storage, moved->size);
+  moved->storage = storage;
+  moved->parent = parent;
+  if (!moved->isFolder()) return;
+  for (const auto child : handles({0xFFFFFFFF, 0, handle}))
+    move(child, storage, handle);
 }
 
-std::shared_ptr<const Payload> ObjectStore::content(const StoredObject& object) {
-  if (!object.text) return std::make_shared<PatternPayload>(object.handle, object.size);
-  ByteWriter writer;
-  for (const char letter : *object.text)
-    writer.u8(static_cast<std::uint8_t>(letter));
-  return std::make_shared<BytesPayload>(writer.take());
+std::uint32_t ObjectStore::copy(std::uint32_t handle, std::uint32_t storage, std::uint32_t parent) {
+  auto copied = *object(handle);
+  // The pattern follows from the handle, which is another one for the copy.
+  if (!copied.isFolder()) copied.content = content(copied);
+  copied.handle = 0;
+  copied.storage = storage;
+  copied.parent = parent;
+  copied.traits.isProtected = false;
+  const auto children =
+      copied.isFolder() ? handles({0xFFFFFFFF, 0, handle}) : std::vector<std::uint32_t>();
+  const auto made = add(std::move(copied));
+  for (const auto child : children)
+    copy(child, storage, made);
+  return made;
+}
+
+void ObjectStore::format(std::uint32_t storage) {
+  std::erase_if(objects_, [&](const auto& entry) { return entry.second.storage == storage; });
+  std::erase_if(ranges_, [&](const auto& range) { return range.common.storage == storage; });
+  if (auto* state = storeState(storage)) state->free = state->description.capacity;
 }
 
 }  // namespace tarvo::simulator

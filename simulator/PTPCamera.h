@@ -15,9 +15,10 @@
 #include <string>
 #include <vector>
 
+#include "simulator/DeviceAnswers.h"
 #include "simulator/DeviceDescription.h"
+#include "simulator/HostContainers.h"
 #include "simulator/PTPResponder.h"
-#include "simulator/PacketQueue.h"
 #include "simulator/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
@@ -38,15 +39,46 @@ class PTPCamera : public VirtualUSBDevice {
 
   explicit PTPCamera(const DeviceDescription& description);
 
-  /// As Faults::set; any thread. What is on its way to the host already goes out as it was.
+  // All of these may be called from any thread.
+
+  /// As Faults::set. What is on its way to the host already goes out as it was.
   std::string setFault(std::string_view name, std::string_view value);
-  /// Queues an event container on the interrupt endpoint; any thread.
+  /// Queues an event container on the interrupt endpoint.
   void sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters);
-  /// Operation codes in the order in which they came; any thread.
+  /// Operation codes in the order in which they came.
   std::vector<std::uint16_t> operations() const;
-  WireCounts counts() const;  ///< since the device was made; any thread
-  /// What the host did wrong, in words; any thread.
+  WireCounts counts() const;  ///< since the device was made
+  /// What the host did wrong, in words.
   std::vector<std::string> violations() const;
+  void forgetViolations();
+
+  // What the camera holds.
+
+  /// None for a handle that names no object.
+  std::optional<StoredObject> object(std::uint32_t handle) const;
+  /// The bytes of an object, however large it is; nothing where there is none.
+  Bytes bytes(std::uint32_t handle) const;
+  /// The same without making them; null where there is none.
+  std::shared_ptr<const Payload> content(std::uint32_t handle) const;
+  std::vector<std::uint32_t> handles(const ObjectFilter& filter = {}) const;
+  /// Bytes; 0 where there is no such store.
+  std::uint64_t freeSpace(std::uint32_t storage) const;
+  /// What the host wants the camera to show (XTO_DISPLAY_REQUEST), as it came.
+  Bytes displayRequest() const;
+  /// Null where there is none of that code.
+  nlohmann::json propertyValue(std::uint16_t code) const;
+
+  // What the camera does by itself, with the events that tell of it (ISO 15740).
+
+  /// A new object, as from another connection; returns its handle. ObjectAdded.
+  std::uint32_t addObject(const ContentNode& node, std::uint32_t storage, std::uint32_t parent = 0);
+  /// False where there is none, or it is protected. ObjectRemoved.
+  bool removeObject(std::uint32_t handle);
+  /// The shutter: returns the handle of the picture, 0 where the store takes none. ObjectAdded, and
+  /// StoreFull where no more pictures fit.
+  std::uint32_t capture(std::uint32_t storage = 0);
+  /// False where there is no such property. DevicePropChanged.
+  bool changeProperty(std::uint16_t code, const nlohmann::json& value);
 
  protected:
   std::optional<Bytes> classRequest(const SetupPacket& setup,
@@ -54,44 +86,37 @@ class PTPCamera : public VirtualUSBDevice {
   void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) override;
   InResult send(std::uint8_t endpoint, std::span<std::byte> room) override;
   void forgetEverything() override;
+  std::optional<std::chrono::steady_clock::time_point> nextDue(
+      std::uint8_t endpoint) const override;
 
  private:
-  // From the host: a command container, then the data container of an operation that takes one.
+  std::optional<Bytes> cancel(std::span<const std::byte> data);
+  /// The answer to Get Device Status: a code and the halted endpoints.
+  Bytes deviceStatus();
   void receiveCommand(std::span<const std::byte> data, bool ends);
   void receiveData(std::span<const std::byte> data, bool ends);
-  void finishData();
   /// Ids count from 1 within a session; outside one they are 0 (ISO 15740).
   void checkTransactionID();
   /// Executes the request that has come in whole, or does what a fault wants instead.
   void run();
   void answer(const PTPReply& reply);
-  void sendData(const PTPReply& reply, std::chrono::steady_clock::time_point when);
-  void sendResponse(const PTPReply& reply, std::chrono::steady_clock::time_point when);
-  void sendGarbage();
-  /// The transaction id to answer with, which a fault falsifies.
-  std::uint32_t answerID() const;
-  bool strikes(Fault fault) const { return faults_.strikes(fault, request_.operation); }
-  void push(std::shared_ptr<const Payload> payload, std::chrono::steady_clock::time_point when);
-  /// Keeps a complaint about the host.
-  void violation(std::string text);
-  /// The answer to Get Device Status: a code and the halted endpoints.
-  Bytes deviceStatus() const;
+  void queueEvent(const PTPEvent& event);
+  bool strikes(Fault fault) const { return faults_.strikes(fault); }
 
   Faults faults_;
+  HostViolations violations_;
   PTPResponder responder_;
-  std::uint16_t packetSize_;
-  PacketQueue bulk_;
+  HostContainers containers_;
+  DeviceAnswers answers_;
   PacketQueue events_;
 
   PTPRequest request_;
-  Bytes incoming_;                ///< data container as far as it has come
-  bool expectsData_ = false;      ///< the command's data phase is still to come from the host
-  bool mayEndWithEmpty_ = false;  ///< a zero-length packet may follow what was received
   std::uint32_t nextTransactionID_ = 0;
+  unsigned busyAnswers_ = 0;    ///< how often Get Device Status still says busy
+  bool goesWhenTaken_ = false;  ///< powers down once the response was taken
 
   WireCounts counts_;
   std::vector<std::uint16_t> operations_;
-  std::vector<std::string> violations_;
 };
 
 }  // namespace tarvo::simulator

@@ -1,97 +1,61 @@
-// The PTP side of a virtual camera: a table of operations, each answered from the description and
-// the object store. New operations are one line of the table and one member function.
+// The PTP side of a virtual camera: a table of operations over the device's state. The operations
+// themselves stand in classes by theme; a new one is a line in its class's addTo() and a member
+// function.
 #pragma once
 
-#include <array>
 #include <cstdint>
-#include <map>
-#include <memory>
-#include <optional>
 #include <vector>
 
-#include "simulator/DeviceDescription.h"
-#include "simulator/ObjectStore.h"
-#include "simulator/PacketQueue.h"
+#include "simulator/CaptureOperations.h"
+#include "simulator/DeviceState.h"
+#include "simulator/ObjectChanges.h"
+#include "simulator/ObjectOperations.h"
+#include "simulator/PropertyOperations.h"
+#include "simulator/SendingOperations.h"
+#include "simulator/SessionOperations.h"
+#include "simulator/VendorOperations.h"
 
 namespace tarvo::simulator {
-
-/// Where the one data phase goes that an operation may have (ISO 15740).
-enum class DataDirection { kNone, kFromDevice, kToDevice };
-
-/// A command container, and the data container behind it where there is one.
-struct PTPRequest {
-  std::uint16_t operation = 0;
-  std::uint32_t transactionID = 0;
-  std::array<std::uint32_t, 5> parameters{};  ///< what the host left out is 0
-  unsigned parameterCount = 0;
-  Bytes data;  ///< what the host sent in the data phase
-};
-
-/// What goes back: the data phase first, then the response container.
-struct PTPReply {
-  std::uint16_t code = 0x2001;  ///< OK, or the response code that refuses
-  std::vector<std::uint32_t> parameters;
-  std::shared_ptr<const Payload> data;  ///< data phase from the device; null: none
-};
 
 /// Knows nothing of containers and packets. Not locked: PTPCamera calls it under its own lock.
 class PTPResponder {
  public:
   /// Keeps a copy of `description`, whose property values the host may change.
   explicit PTPResponder(const DeviceDescription& description);
+  PTPResponder(const PTPResponder&) = delete;
+  PTPResponder& operator=(const PTPResponder&) = delete;
 
-  /// Where the data phase of an operation goes; none for an operation that is not known.
+  /// Where the data phase of an operation goes, also of one that this device does not offer: a host
+  /// sends its data all the same. None for an operation that no device of the maker has.
   DataDirection direction(std::uint16_t operation) const;
-  /// Answers a whole request. Operations that are not in the table, that need a session that is not
+  /// Answers a whole request. Operations that are not offered, that need a session that is not
   /// open, or whose parameters name nothing get the response code that ISO 15740 has for that.
   PTPReply execute(const PTPRequest& request);
 
-  bool hasSession() const { return session_ != 0; }
+  bool hasSession() const { return state_.session != 0; }
   /// As after a reset: the session is closed without an operation.
-  void forgetSession() { session_ = 0; }
+  void forgetSession() { state_.forgetSession(); }
+
+  // For what the device does by itself, and for those who look at it.
+  DeviceState& state() { return state_; }
+  const DeviceState& state() const { return state_; }
+  CaptureOperations& capturing() { return capturing_; }
+  PropertyOperations& properties() { return properties_; }
 
  private:
-  using Member = PTPReply (PTPResponder::*)(const PTPRequest&);
-  struct Operation {
-    DataDirection direction = DataDirection::kNone;
-    bool needsSession = true;
-    Member run = nullptr;
-  };
-  using Table = std::map<std::uint16_t, Operation>;
-  static const Table& standardOperations();
-  void addVendorOperations();
+  /// Whether the description lets the device offer an operation.
+  bool offers(std::uint16_t operation) const;
 
-  PTPReply getDeviceInfo(const PTPRequest& request);
-  PTPReply openSession(const PTPRequest& request);
-  PTPReply closeSession(const PTPRequest& request);
-  PTPReply getStorageIDs(const PTPRequest& request);
-  PTPReply getStorageInfo(const PTPRequest& request);
-  PTPReply getNumObjects(const PTPRequest& request);
-  PTPReply getObjectHandles(const PTPRequest& request);
-  PTPReply getObjectInfo(const PTPRequest& request);
-  PTPReply getObject(const PTPRequest& request);
-  PTPReply getPartialObject(const PTPRequest& request);
-  PTPReply getThumb(const PTPRequest& request);
-  PTPReply getDevicePropDesc(const PTPRequest& request);
-  PTPReply getDevicePropValue(const PTPRequest& request);
-  PTPReply setDevicePropValue(const PTPRequest& request);
-  PTPReply getSupportedDatasets(const PTPRequest& request);
-  PTPReply getDisplayRequestVersion(const PTPRequest& request);
-  PTPReply getBragbookVersion(const PTPRequest& request);
-  PTPReply getLCBInfo(const PTPRequest& request);
-
-  /// Codes for DeviceInfo: those of the description, or all of the table.
-  std::vector<std::uint16_t> operations() const;
-  /// The filter of GetNumObjects and GetObjectHandles, or the response code that refuses it.
-  std::uint16_t filterFor(const PTPRequest& request, ObjectFilter& filter) const;
-  // Null where there is none of that id or code.
-  const StoreDescription* store(std::uint32_t id) const;
-  PropertyDescription* property(std::uint32_t code);
-
-  DeviceDescription description_;
-  ObjectStore objects_;
-  Table table_;                ///< what this device answers
-  std::uint32_t session_ = 0;  ///< id of the open session; 0: none
+  DeviceState state_;
+  OperationTable known_;    ///< what such devices can do
+  OperationTable offered_;  ///< what this one answers
+  SessionOperations session_;
+  CaptureOperations capturing_;
+  ObjectOperations objects_;
+  ObjectChanges changes_;
+  SendingOperations sending_;
+  PropertyOperations properties_;
+  VendorOperations vendor_;
 };
 
 }  // namespace tarvo::simulator

@@ -7,21 +7,6 @@ namespace tarvo::simulator {
 
 using State = InResult::State;
 
-void BytesPayload::read(std::uint64_t offset, std::span<std::byte> room) const {
-  std::copy_n(bytes_.begin() + static_cast<std::ptrdiff_t>(offset), room.size(), room.begin());
-}
-
-void JoinedPayload::read(std::uint64_t offset, std::span<std::byte> room) const {
-  std::size_t fromHead = 0;
-  if (offset < head_.size()) {
-    fromHead = std::min<std::size_t>(room.size(), head_.size() - offset);
-    std::copy_n(head_.begin() + static_cast<std::ptrdiff_t>(offset), fromHead, room.begin());
-  }
-  if (fromHead < room.size()) {
-    body_->read(offset + fromHead - head_.size(), room.subspan(fromHead));
-  }
-}
-
 // One transfer of the host may take several of the device's: where nothing separates two (no
 // zero-length packet), the bus runs them together, and so does this.
 InResult PacketQueue::fill(std::span<std::byte> room) {
@@ -37,6 +22,10 @@ InResult PacketQueue::fill(std::span<std::byte> room) {
 
 InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
   auto& transfer = transfers_.front();
+  if (transfer.overflows) {
+    transfers_.pop_front();
+    return {State::kOverflow, 0};
+  }
   const auto left = transfer.payload->size() - transfer.offset;
   auto length = static_cast<std::size_t>(std::min<std::uint64_t>(left, room.size()));
   // The bus never splits a packet: what does not fit whole is not sent.

@@ -10,51 +10,20 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <span>
 
+#include "simulator/Payload.h"
 #include "simulator/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
-
-/// Bytes that are made when they are asked for, so that a large object takes no memory.
-class Payload {
- public:
-  virtual ~Payload() = default;
-  virtual std::uint64_t size() const = 0;  ///< bytes; does not change
-  /// Fills `room` with the bytes from `offset` on; never beyond the end.
-  virtual void read(std::uint64_t offset, std::span<std::byte> room) const = 0;
-};
-
-/// Bytes in memory.
-class BytesPayload : public Payload {
- public:
-  explicit BytesPayload(Bytes bytes) : bytes_(std::move(bytes)) {}
-  std::uint64_t size() const override { return bytes_.size(); }
-  void read(std::uint64_t offset, std::span<std::byte> room) const override;
-
- private:
-  Bytes bytes_;
-};
-
-/// `head`, then as many bytes of `body` as `bodySize` says.
-class JoinedPayload : public Payload {
- public:
-  JoinedPayload(Bytes head, std::shared_ptr<const Payload> body, std::uint64_t bodySize)
-      : head_(std::move(head)), body_(std::move(body)), bodySize_(bodySize) {}
-  std::uint64_t size() const override { return head_.size() + bodySize_; }
-  void read(std::uint64_t offset, std::span<std::byte> room) const override;
-
- private:
-  Bytes head_;
-  std::shared_ptr<const Payload> body_;
-  std::uint64_t bodySize_;
-};
 
 /// One container on its way to the host.
 struct OutgoingTransfer {
   std::shared_ptr<const Payload> payload;
   bool zeroLengthPacket = true;  ///< after an exact multiple of the packet size
   bool thenGone = false;         ///< the device vanishes where this one ends
+  bool overflows = false;        ///< its first packet is larger than any room
   std::chrono::steady_clock::time_point notBefore{};  ///< nothing of it is sent earlier
   std::uint64_t offset = 0;                           ///< bytes sent so far
 };
@@ -68,6 +37,11 @@ class PacketQueue {
   void push(OutgoingTransfer transfer) { transfers_.push_back(std::move(transfer)); }
   void clear() { transfers_.clear(); }
   bool isEmpty() const { return transfers_.empty(); }
+  /// When the transfer in front may be sent; none when there is none.
+  std::optional<std::chrono::steady_clock::time_point> due() const {
+    if (transfers_.empty()) return std::nullopt;
+    return transfers_.front().notBefore;
+  }
 
   /// Fills `room` packet by packet until a short packet, the room's end or the queue's.
   InResult fill(std::span<std::byte> room);

@@ -1,9 +1,6 @@
 #include "simulator/PropertyCodec.h"
 
-#include <glib.h>
-
-#include <memory>
-#include <optional>
+#include <string>
 
 namespace tarvo::simulator {
 namespace {
@@ -42,15 +39,11 @@ nlohmann::json readText(std::span<const std::byte> bytes) {
   if (bytes.empty()) return nullptr;
   const auto count = std::to_integer<std::size_t>(bytes[0]);
   if (!holds(bytes, 1 + 2 * count)) return nullptr;
-  std::vector<gunichar2> units;
+  std::u16string units;
   for (std::size_t i = 0; i + 1 < count; ++i) {
-    units.push_back(static_cast<gunichar2>(littleEndian(bytes, 1 + 2 * i, 2)));
+    units.push_back(static_cast<char16_t>(littleEndian(bytes, 1 + 2 * i, 2)));
   }
-  const std::unique_ptr<gchar, decltype(&g_free)> text(
-      g_utf16_to_utf8(units.data(), static_cast<glong>(units.size()), nullptr, nullptr, nullptr),
-      &g_free);
-  if (!text) return nullptr;
-  return std::string(text.get());
+  return utf8(units);
 }
 
 nlohmann::json readArray(std::span<const std::byte> bytes, std::uint16_t scalar) {

@@ -11,7 +11,7 @@ constexpr std::uint8_t kManufacturer = 1;
 constexpr std::uint8_t kName = 2;
 constexpr std::uint8_t kSerial = 3;
 
-constexpr std::uint16_t kEnglish = 0x0409;
+constexpr char16_t kEnglish = 0x0409;
 
 }  // namespace
 
@@ -77,7 +77,7 @@ Bytes UsbDescriptors::configuration() const {
 }
 
 Bytes UsbDescriptors::text(std::uint8_t index) const {
-  std::vector<std::uint16_t> units;
+  std::u16string units;
   if (index == 0) units = {kEnglish};
   if (index == kManufacturer) units = utf16(identity_.manufacturer);
   if (index == kName) units = utf16(identity_.name);

@@ -75,8 +75,9 @@ OutResult VirtualUSBDevice::out(std::uint8_t endpoint, std::span<const std::byte
   const std::lock_guard guard(mutex_);
   if (gone_) return OutResult::kGone;
   if (halted_.contains(endpoint)) return OutResult::kStalled;
-  // What was received may halt the endpoint at once.
+  // What was received may halt the endpoint at once, or make the device go.
   receive(endpoint, data, ends);
+  if (gone_) return OutResult::kGone;
   return halted_.contains(endpoint) ? OutResult::kStalled : OutResult::kAccepted;
 }
 
@@ -96,6 +97,12 @@ void VirtualUSBDevice::reset() {
   const std::lock_guard guard(mutex_);
   halted_.clear();
   forgetEverything();
+}
+
+std::optional<std::chrono::steady_clock::time_point> VirtualUSBDevice::due(
+    std::uint8_t endpoint) const {
+  const std::lock_guard guard(mutex_);
+  return nextDue(endpoint);
 }
 
 bool VirtualUSBDevice::isGone() const {

@@ -5,8 +5,10 @@
 // derived from it says what its endpoints and its class requests do.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -69,6 +71,12 @@ class VirtualUSBDevice {
 
   /// True once the device has unplugged itself, by a fault.
   bool isGone() const;
+  /// When an IN endpoint that has nothing to send now will have something by itself; none when it
+  /// waits for the host.
+  std::optional<std::chrono::steady_clock::time_point> due(std::uint8_t endpoint) const;
+  /// `callback` is called, without the lock and on any thread, when the device has something to
+  /// send that no request of the host has asked for. Set before the device is used.
+  void onActivity(std::function<void()> callback) { activity_ = std::move(callback); }
 
  protected:
   // Called with the lock held; receive and send never for a halted endpoint, nor once the device
@@ -78,6 +86,9 @@ class VirtualUSBDevice {
   virtual void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) = 0;
   virtual InResult send(std::uint8_t endpoint, std::span<std::byte> room) = 0;
   virtual void forgetEverything() = 0;
+  virtual std::optional<std::chrono::steady_clock::time_point> nextDue(std::uint8_t) const {
+    return std::nullopt;
+  }
 
   // For the class above, with the lock held. From halt() on the endpoint stalls until the host
   // clears it; from vanish() on every in() and out() is answered kGone.
@@ -85,6 +96,10 @@ class VirtualUSBDevice {
   const std::set<std::uint8_t>& halted() const { return halted_; }
   void clearHalts() { halted_.clear(); }
   void vanish() { gone_ = true; }
+  /// To be called without the lock.
+  void tellActivity() const {
+    if (activity_) activity_();
+  }
   std::mutex& lock() const { return mutex_; }
 
  private:
@@ -95,6 +110,7 @@ class VirtualUSBDevice {
   mutable std::mutex mutex_;       ///< guards everything below, and the state of the class above
   std::set<std::uint8_t> halted_;  ///< endpoint addresses
   bool gone_ = false;
+  std::function<void()> activity_;
 };
 
 }  // namespace tarvo::simulator

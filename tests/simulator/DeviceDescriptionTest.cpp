@@ -52,29 +52,6 @@ TEST(DeviceDescription, ReadsEveryShippedDescription) {
   EXPECT_THROW(DeviceDescription::fromFile("/nowhere/x.json"), DescriptionError);
 }
 
-TEST(Faults, StrikeInTheOperationsThatTheyWereSetFor) {
-  Faults faults;
-  EXPECT_EQ(faults.set("stall", "0x1001"), "");
-  EXPECT_TRUE(faults.strikes(Fault::kStall, 0x1001));
-  EXPECT_FALSE(faults.strikes(Fault::kStall, 0x1002));
-  EXPECT_EQ(faults.set("raise", ""), "");
-  EXPECT_TRUE(faults.strikes(Fault::kRaise, 0x920A));
-  EXPECT_TRUE(faults.strikes(Fault::kRaise, 0x9009));
-  EXPECT_FALSE(faults.strikes(Fault::kRaise, 0x1001));
-  EXPECT_EQ(faults.set("silent", ""), "");
-  EXPECT_TRUE(faults.strikes(Fault::kSilent, 0x1234));
-  EXPECT_EQ(faults.set("silent", "off"), "");
-  EXPECT_FALSE(faults.strikes(Fault::kSilent, 0x1234));
-}
-
-TEST(Faults, RefuseWhatTheyDoNotTake) {
-  Faults faults;
-  for (const auto& [name, value] : {std::pair{"delay", ""}, std::pair{"split-header", "7"},
-                                    std::pair{"stall", "0x10000"}, std::pair{"stall", "x"}}) {
-    EXPECT_THAT(faults.set(name, value), StartsWith("the fault is written ")) << name;
-  }
-}
-
 class Store : public ::testing::Test {
  protected:
   ObjectStore store_{DeviceDescription::fromJson(nlohmann::json::parse(std::string(kCamera) + R"(
@@ -97,7 +74,7 @@ TEST_F(Store, DescribesGeneratedAndExplicitObjectsAlike) {
   const std::pair<std::uint32_t, const char*> rows[] = {
       {1, "DCIM"}, {2, "TARV000001.JPG"}, {100001, "TARV100000.JPG"}, {100002, "X.TXT"}};
   for (const auto& [handle, name] : rows)
-    EXPECT_EQ(store_.object(handle).value().name, name);
+    EXPECT_EQ(store_.object(handle).value().nameText(), name);
   EXPECT_FALSE(store_.object(0));
   EXPECT_FALSE(store_.object(100003));
 }

@@ -10,7 +10,6 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class SimulatedCamera : public ::testing::Test {
  protected:
@@ -50,7 +49,6 @@ TEST_F(SimulatedCamera, ServesASessionWithoutAComplaintAboutTheHost) {
   EXPECT_EQ(last_.responseParameters[0], 3U);
   EXPECT_EQ(connection_.closeSession(), status::kOK);
   EXPECT_THAT(camera_->operations(), ElementsAre(0x1001, 0x1002, 0x1006, 0x1003));
-  EXPECT_THAT(camera_->violations(), IsEmpty());
 }
 
 TEST_F(SimulatedCamera, SendsObjectsOfEverySizeWithOrWithoutTheZeroLengthPacket) {
@@ -68,7 +66,6 @@ TEST_F(SimulatedCamera, SendsObjectsOfEverySizeWithOrWithoutTheZeroLengthPacket)
     }
     ASSERT_EQ(connection_.closeSession(), status::kOK);
   }
-  EXPECT_THAT(camera_->violations(), IsEmpty());
 }
 
 TEST_F(SimulatedCamera, KeepsAPropertyThatTheHostSets) {
@@ -84,7 +81,6 @@ TEST_F(SimulatedCamera, KeepsAPropertyThatTheHostSets) {
   std::vector<std::byte> room(bytes.size());
   ASSERT_EQ(transact(ptp::kGetDevicePropValue, {0xD100}, room), status::kOK);
   EXPECT_EQ(room, bytes);
-  EXPECT_THAT(camera_->violations(), IsEmpty());
 }
 
 TEST_F(SimulatedCamera, ComplainsAboutADataContainerOfAMultipleOf64Bytes) {
@@ -94,6 +90,7 @@ TEST_F(SimulatedCamera, ComplainsAboutADataContainerOfAMultipleOf64Bytes) {
   transact(ptp::kSetDevicePropValue, {0xD100}, {}, &source);
   EXPECT_THAT(camera_->violations(),
               ElementsAre("data container of operation 0x1016: its length 64 is a multiple of 64"));
+  camera_->forgetViolations();
 }
 
 }  // namespace

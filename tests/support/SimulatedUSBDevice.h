@@ -3,13 +3,12 @@
 //   auto camera = simulatedCamera(R"({"usb": {"vendor": "0xF055", "product": "0x0302"},
 //                                     "deviceInfo": {"model": "Lumo"}})");
 //   BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), ...);
-//   ...
-//   EXPECT_THAT(camera->violations(), IsEmpty());
 //
+// A test in which the host breaks the protocol fails when the camera goes.
 // Time does not pass: waiting for what the device does not send ends at once, as a time-out.
 #pragma once
 
-#include <glib.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <deque>
@@ -23,10 +22,20 @@
 
 namespace tarvo::test {
 
-/// A camera from the JSON of its description; raises DescriptionError.
+/// A camera from its description. Where the host has broken the protocol, the test fails when the
+/// camera goes; a test that breaks it on purpose looks at violations() and then forgets them.
+inline std::shared_ptr<simulator::PTPCamera> simulatedCamera(
+    const simulator::DeviceDescription& description) {
+  return {new simulator::PTPCamera(description), [](simulator::PTPCamera* camera) {
+            for (const auto& violation : camera->violations())
+              ADD_FAILURE() << "the host broke the protocol: " << violation;
+            delete camera;
+          }};
+}
+
+/// The same from the JSON of a description; raises DescriptionError.
 inline std::shared_ptr<simulator::PTPCamera> simulatedCamera(const std::string& json) {
-  return std::make_shared<simulator::PTPCamera>(
-      simulator::DeviceDescription::fromJson(nlohmann::json::parse(json)));
+  return simulatedCamera(simulator::DeviceDescription::fromJson(nlohmann::json::parse(json)));
 }
 
 class SimulatedUSBDevice : public ptp::USBDevice {

@@ -1,0 +1,45 @@
+// What the operations of a PTP device share: its description, its objects, and what a session has
+// left half done.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include "simulator/DeviceDescription.h"
+#include "simulator/ObjectStore.h"
+#include "simulator/PTPMessages.h"
+#include "simulator/Spool.h"
+
+namespace tarvo::simulator {
+
+/// An object whose information has come and whose bytes have not (ISO 15740, SendObjectInfo).
+struct PendingObject {
+  StoredObject object;
+  std::uint32_t announced = 0;  ///< bytes, as the information said
+  std::uint16_t infoOperation = 0;
+  Spool parts;  ///< what has come of it in parts
+};
+
+/// Not locked: PTPCamera holds its own lock over everything that reaches it.
+struct DeviceState {
+  explicit DeviceState(const DeviceDescription& described)
+      : description(described), objects(described.stores) {}
+
+  /// As after a reset: the session and what it has left half done are forgotten.
+  void forgetSession() {
+    session = 0;
+    pending.reset();
+    openCapture.reset();
+  }
+
+  DeviceDescription description;  ///< whose property values the host may change
+  ObjectStore objects;
+  std::uint32_t session = 0;  ///< id of the open session; 0: none
+  std::optional<PendingObject> pending;
+  std::optional<std::uint32_t> openCapture;  ///< transaction id of InitiateOpenCapture
+  std::uint32_t openCaptureStorage = 0;      ///< where it puts its picture
+  std::uint32_t captures = 0;                ///< pictures made so far
+  Bytes displayRequest;                      ///< what the host wants to be shown
+};
+
+}  // namespace tarvo::simulator
