@@ -33,7 +33,7 @@ TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
       {camera + R"("stores": [{"content": [{"file": "a/b"}]}]})", "stores[0].content[0].file: "},
       {camera + R"("stores": [{"content": [{"folder": ".."}]}]})", "stores[0].content[0].folder: "},
       {camera + R"("properties": [{"code": 1, "type": "UINT9", "value": 1}]})",
-       "properties[0].type: a PTP datatype"},
+       "properties[0].type: one of these is expected: INT8"},
       {camera + R"("properties": [{"code": 1, "type": "STR", "value": 1}]})",
        "properties[0].value: a text is expected"},
       {camera + R"("faults": {"explode": true}})", "faults.explode: unknown fault"},
