@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/DataPhases.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"
 #include "Utilities/Format.h"
 
@@ -58,7 +59,7 @@ class ScriptedPTPTransactions : public PTPTransactions {
   std::optional<std::vector<std::uint32_t>> pictureSizes;
   ProgressCallback progress;
 
-  std::vector<std::string> calls;         ///< "GetPartialObject 7 2097152 1"
+  std::vector<std::string> calls;                ///< "GetPartialObject 7 2097152 1"
   std::optional<XTExtendedObjectInfo> sentInfo;  ///< by sendObjectInfo and updateExtObjectInfo
   std::string sentData;
   std::vector<std::byte> setValue;

@@ -1,0 +1,284 @@
+// Downloads: which transactions they take, and what they leave behind.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+
+#include "NativeServices/PictureDevice/ObjectDownloads.h"
+#include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "tests/support/ScriptedPTPTransactions.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr std::uint32_t kChunk = 0x200000;
+constexpr std::uint32_t kObject = 7;
+
+std::string pattern(std::size_t size) {
+  std::string text(size, '\0');
+  for (std::size_t i = 0; i < size; ++i)
+    text[i] = static_cast<char>(i * 7 + i / 251);
+  return text;
+}
+
+std::string textOf(const ByteBuffer& bytes) {
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+class Downloads : public ::testing::Test {
+ protected:
+  Downloads() { device_.operations = {0x101B}; }
+
+  std::vector<std::string> files() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_.path()))
+      names.push_back(entry.path().filename());
+    return names;
+  }
+  std::vector<std::string> takeCalls() { return std::exchange(device_.calls, {}); }
+
+  TemporaryFolder folder_;
+  ScriptedPTPTransactions device_;
+};
+
+TEST_F(Downloads, GoInChunksOnlyAbove2MiBAndWhereTheDeviceGivesPieces) {
+  using Calls = std::vector<std::string>;
+  const struct {
+    std::uint32_t size;
+    bool givesPieces;
+    Calls calls;
+  } rows[] = {
+      {0, true, {}},
+      {1, true, {"GetObject 7"}},
+      {kChunk, true, {"GetObject 7"}},
+      {kChunk + 1, true, {"GetPartialObject 7 0 2097152", "GetPartialObject 7 2097152 1"}},
+      {kChunk + 1, false, {"GetObject 7"}},
+  };
+  for (const auto& row : rows) {
+    const std::string content = pattern(row.size);
+    device_.operations = row.givesPieces ? CodeList{0x101B} : CodeList{};
+    device_.add(kObject, "a.jpg", content);
+    Calls expected = {"GetObjectInfo 7"};
+    expected.insert(expected.end(), row.calls.begin(), row.calls.end());
+
+    takeCalls();
+    const auto data = ObjectDownloads(device_).data(kObject);
+    ASSERT_TRUE(data);
+    EXPECT_TRUE(textOf(*data) == content) << row.size;
+    EXPECT_EQ(takeCalls(), expected);
+
+    folder_.write("out", "old");
+    EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("out")), 0);
+    EXPECT_TRUE(folder_.read("out") == content) << row.size;
+    EXPECT_THAT(files(), ElementsAre("out"));
+    EXPECT_EQ(takeCalls(), expected);
+  }
+}
+
+TEST_F(Downloads, LeaveNothingAfterAFailure) {
+  const auto outcomes = [&] {
+    folder_.write("file", "old");
+    ObjectDownloads downloads(device_);
+    const std::vector<Status> statuses = {downloads.file(kObject, folder_.path("file")),
+                                          downloads.image(kObject, folder_.path("image"))};
+    EXPECT_FALSE(downloads.data(kObject));
+    EXPECT_THAT(files(), IsEmpty());
+    return statuses;
+  };
+  device_.add(kObject, "a.jpg", pattern(kChunk + 5));
+  device_.endsAfter = 100;
+  device_.failing = {{"GetObject", 0x2002}, {"GetPartialObject", 0x2009}};
+  EXPECT_THAT(outcomes(), ElementsAre(0x2009, 0x2002));
+
+  device_.failing.clear();  // a device that ends early and calls it success
+  EXPECT_THAT(outcomes(), ElementsAre(-36, -36));
+
+  device_.failing = {{"GetObjectInfo", 0x2009}};
+  folder_.write("file", "old");
+  EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("file")), -19);
+  EXPECT_EQ(ObjectDownloads(device_).image(kObject, folder_.path("image")), -19);
+  EXPECT_EQ(folder_.read("file"), "old");
+
+  device_.failing.clear();
+  device_.endsAfter.reset();
+  EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("none/file")), -36);
+  EXPECT_EQ(ObjectDownloads(device_).image(kObject, folder_.path("none/image")), -36);
+}
+
+TEST_F(Downloads, OfPicturesAskForProgressAndNeverReplaceAFile) {
+  auto& info = device_.add(kObject, "a.jpg", pattern(kChunk + 5));
+  info.setModDataStr("20070615T120000Z");
+  std::uint64_t told = 0;
+  device_.progress = [&](std::uint32_t bytes) {
+    told += bytes;
+    return false;
+  };
+  const std::string path = folder_.path("a.jpg");
+  EXPECT_EQ(ObjectDownloads(device_).image(kObject, path), 0);
+  EXPECT_EQ(told, kChunk + 5);
+  EXPECT_THAT(takeCalls(), ElementsAre("GetObjectInfo 7", "GetObject 7"));
+  struct stat attributes {};
+  ASSERT_EQ(::stat(path.c_str(), &attributes), 0);
+  EXPECT_EQ(attributes.st_mtime, 1181908800);
+
+  EXPECT_EQ(ObjectDownloads(device_).image(kObject, path), -48);
+  EXPECT_THAT(takeCalls(), IsEmpty());
+  device_.progress = [](std::uint32_t) { return true; };
+  EXPECT_EQ(ObjectDownloads(device_).image(kObject, folder_.path("b.jpg")), -490);
+  EXPECT_THAT(files(), ElementsAre("a.jpg"));
+}
+
+TEST_F(Downloads, OfUnknownSizeAreReadToTheirEndAtOnce) {
+  device_.add(kObject, "a.jpg", pattern(3 * kChunk)).setCompressedSize(0xFFFFFFFF);
+  EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("file")), 0);
+  const auto result =
+      ObjectFetch(device_).toFile(kObject, {.folder = folder_.path(), .device = "serial"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.size, 3U * kChunk);
+  EXPECT_TRUE(folder_.read("file") == folder_.read("a.jpg"));
+  EXPECT_THAT(takeCalls(),
+              ElementsAre("GetObjectInfo 7", "GetObject 7", "GetObjectInfo 7", "GetObject 7"));
+}
+
+TEST_F(Downloads, IntoTheTemporaryFolderAreTheUsersOwn) {
+  const ScopedEnvironment temporary("TMPDIR", folder_.path());
+  const auto content = std::as_bytes(std::span(std::string_view("abc")));
+  for (const char* name : {"../a.txt", "/etc/a.txt", "a.txt"}) {
+    const auto path = writeTemporaryFile(name, content);
+    ASSERT_TRUE(path) << name;
+    EXPECT_TRUE(path->starts_with(folder_.path("tarvo-"))) << *path;
+    EXPECT_TRUE(path->ends_with("/a.txt")) << *path;
+    struct stat attributes {};
+    ASSERT_EQ(::stat(path->c_str(), &attributes), 0);
+    EXPECT_EQ(attributes.st_mode & 0777U, 0600U);
+  }
+  EXPECT_FALSE(writeTemporaryFile("..", content));
+  // A folder that others can reach is not used.
+  const std::string own = folder_.path(files().front());
+  std::filesystem::permissions(own, std::filesystem::perms::all);
+  EXPECT_FALSE(writeTemporaryFile("a.txt", content));
+}
+
+class Fetching : public Downloads {
+ protected:
+  FetchResult fetch(ExistingFile existing = ExistingFile::kRefuse) {
+    return ObjectFetch(device_).toFile(
+        kObject, {.folder = folder_.path(), .existing = existing, .device = "SN1"});
+  }
+};
+
+TEST_F(Fetching, TreatsAFileThatIsThereAsAsked) {
+  device_.add(kObject, "a.jpg", "new");
+  folder_.write("a.jpg", "old");
+  EXPECT_EQ(fetch().status, -48);
+  EXPECT_THAT(takeCalls(), ElementsAre("GetObjectInfo 7"));
+  const auto second = fetch(ExistingFile::kKeepBoth);
+  EXPECT_EQ(second.path, folder_.path("a (2).jpg"));
+  EXPECT_EQ(fetch(ExistingFile::kKeepBoth).path, folder_.path("a (3).jpg"));
+  EXPECT_EQ(folder_.read("a.jpg"), "old");
+  EXPECT_EQ(fetch(ExistingFile::kOverwrite).status, 0);
+  EXPECT_EQ(folder_.read("a.jpg"), "new");
+  EXPECT_EQ(files().size(), 3U);
+}
+
+TEST_F(Fetching, GoesOnWhereACutTransferStopped) {
+  const std::string content = pattern(2 * kChunk + 9);
+  auto& info = device_.add(kObject, "a.jpg", content);
+  device_.failing["GetObject"] = 0x2002;
+  device_.endsAfter = 1000;
+  EXPECT_EQ(fetch().status, 0x2002);
+  EXPECT_EQ(files().size(), 1U);
+  EXPECT_FALSE(folder_.exists("a.jpg"));
+  // Another object in its place starts anew.
+  info.setCaptureDateStr("20070615T120000");
+  EXPECT_EQ(fetch().resumed, 0U);
+  info.setCaptureDateStr("");
+
+  device_.endsAfter.reset();
+  takeCalls();
+  const auto result = fetch();
+  EXPECT_EQ(result.status, 0) << result.why;
+  EXPECT_EQ(result.resumed, 1000U);
+  EXPECT_THAT(takeCalls(), ElementsAre("GetObjectInfo 7", "GetPartialObject 7 1000 2097152",
+                                       "GetPartialObject 7 2098152 2096161"));
+  EXPECT_TRUE(folder_.read("a.jpg") == content);
+}
+
+TEST_F(Fetching, KeepsNoPartThatCannotBeGoneOnWith) {
+  const auto cutAfter1000 = [&](std::uint32_t size, CodeList operations, const char* serial) {
+    device_.add(kObject, "a.jpg", pattern(size));
+    device_.operations = std::move(operations);
+    device_.endsAfter = 1000;
+    const auto result =
+        ObjectFetch(device_).toFile(kObject, {.folder = folder_.path(), .device = serial});
+    EXPECT_EQ(result.status, -36);
+    EXPECT_EQ(result.why, "the device sent 1000 of " + std::to_string(size) + " bytes");
+  };
+  cutAfter1000(kChunk, {0x101B}, "SN1");
+  cutAfter1000(kChunk + 1, {}, "SN1");
+  cutAfter1000(kChunk + 1, {0x101B}, "");
+  EXPECT_THAT(files(), IsEmpty());
+}
+
+TEST_F(Fetching, KeepsHostileNamesInsideTheFolder) {
+  const std::string inside = folder_.path("inside");
+  std::filesystem::create_directory(inside);
+  std::filesystem::create_symlink("/etc/passwd", inside + "/link");
+  const std::string units(255, 'x');
+  const struct {
+    std::string name;
+    std::optional<std::string> file;  ///< none: refused
+  } rows[] = {{"../x", "x"},
+              {"/etc/y", "y"},
+              {"", std::nullopt},
+              {".", std::nullopt},
+              {"..", std::nullopt},
+              {"a/..", std::nullopt},
+              {"/", std::nullopt},
+              {"a\n\x1b[2Jb", "a__[2Jb"},
+              {"c\xC2\x9B", "c_"},
+              {"IMG.JPG", "IMG.JPG"},
+              {"img.jpg", "img.jpg"},
+              {units + ".jpg", units.substr(4) + ".jpg"},
+              {"caf\xC3\xA9", "caf\xC3\xA9"}};
+  for (const auto& row : rows) {
+    device_.add(kObject, row.name, row.name);
+    const auto result = ObjectFetch(device_).toFile(kObject, {.folder = inside});
+    EXPECT_EQ(result.status, row.file ? 0 : -43) << row.name << ": " << result.why;
+    EXPECT_EQ(folder_.read("inside/" + row.file.value_or("none")), row.file ? row.name : "");
+  }
+  device_.add(kObject, "link", "x");
+  EXPECT_EQ(ObjectFetch(device_).toFile(kObject, {.folder = inside}).status, -48);
+  EXPECT_THAT(files(), ElementsAre("inside"));
+  for (const char* name : {"../x", "", ".."}) {
+    EXPECT_EQ(ObjectFetch(device_).toFile(kObject, {.folder = inside, .name = name}).status, -43);
+  }
+}
+
+TEST_F(Fetching, RefusesFoldersAndReportsWhatTheDeviceSays) {
+  device_.add(kObject, "DCIM", "", 0x3001);
+  EXPECT_EQ(fetch().status, -1302);
+  device_.add(kObject, "a.jpg", "x");
+  EXPECT_EQ(ObjectFetch(device_).toFile(kObject, {.folder = folder_.path("none")}).status, -36);
+  device_.failing["GetObjectInfo"] = 0x2009;
+  EXPECT_EQ(fetch().status, 0x2009);
+}
+
+TEST(FileNames, AreNumberedWithinTheLengthThatANameMayHave) {
+  EXPECT_EQ(numberedFileName("a.tar.gz", 2), "a.tar (2).gz");
+  EXPECT_EQ(numberedFileName(".hidden", 2), ".hidden (2)");
+  EXPECT_EQ(numberedFileName(std::string(255, 'x'), 10), std::string(250, 'x') + " (10)");
+  // No half of a character is left: 127 of two bytes, then one that does not fit.
+  std::string umlauts;
+  for (int i = 0; i < 128; ++i)
+    umlauts += "\xC3\xA4";
+  EXPECT_EQ(safeFileName(umlauts), umlauts.substr(0, 254));
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,252 @@
+// By which operations, under which format and with which announcement a file goes to a device.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include "NativeServices/PictureDevice/FileObjectInfo.h"
+#include "NativeServices/PictureDevice/ObjectSending.h"
+#include "tests/support/ScriptedPTPTransactions.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/TraceRecorder.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+const MakerConstants kMaker;
+
+TEST(SendOpcodes, FollowFromFormatModelAndWhatTheDeviceRequires) {
+  const struct {
+    const char* what;
+    std::uint16_t format;
+    bool requiresVendorSend;
+    bool hasVendorObject;
+    SendOpcodes current;
+    SendOpcodes legacy;
+  } rows[] = {
+      {"picture", 0x3801, false, true, {0x100C, 0x100D}, {0x100C, 0x100D}},
+      {"picture, required", 0x3801, true, false, {0x9005, 0x9006}, {0x9005, 0x9006}},
+      {"firmware", 0xB001, false, false, {0x100C, 0x100D}, {0x100C, 0x100D}},
+      {"firmware, required", 0xB001, true, false, {0x9005, 0x9006}, {0x100C, 0x100D}},
+      {"network", 0xB20A, false, false, {0x100C, 0x100D}, {0x100C, 0x100D}},
+      {"network, required", 0xB20A, true, false, {0x9005, 0x9006}, {0x9005, 0x9006}},
+      {"network, both", 0xB20A, true, true, {0x9001, 0x9002}, {0x9001, 0x9002}},
+      {"contact", 0xB203, false, true, {0x100C, 0x100D}, {0x100C, 0x100D}},
+  };
+  for (const auto& row : rows) {
+    ScriptedPTPTransactions device;
+    device.capabilities.xtSendRequired = row.requiresVendorSend;
+    device.capabilities.hasSendVendorObject = row.hasVendorObject;
+    XTExtendedObjectInfo info;
+    info.setObjFmtCode(row.format);
+    EXPECT_EQ(opcodesForInfo(device.facts(), kMaker, info), row.current) << row.what;
+    device.model = "Tarvo Lumo 300";
+    EXPECT_EQ(sendObjectInfoOpcodeForFormat(device.facts(), kMaker, row.format),
+              row.legacy.sendInfo)
+        << row.what;
+    EXPECT_EQ(sendObjectOpcodeForFormat(device.facts(), kMaker, row.format), row.legacy.sendObject)
+        << row.what;
+    info.setIsExtended(true);
+    EXPECT_EQ(opcodesForInfo(device.facts(), kMaker, info), (SendOpcodes{0x9202, 0x100D}));
+  }
+}
+
+TEST(FormatCodeFilter, LeavesEveryFormatButThoseOfTheUndefinedFormatModels) {
+  EXPECT_EQ(formatCodeFilter("Tarvo Lumo N10", kMaker, 0x3801), 0x3000);
+  EXPECT_EQ(formatCodeFilter("Tarvo Lumo N20", kMaker, 0xB001), 0x3000);
+  // The form of the name that the announcement of a file knows.
+  EXPECT_EQ(formatCodeFilter("Tarvo N10", kMaker, 0x3801), 0x3801);
+  EXPECT_EQ(formatCodeFilter("Tarvo Lumo 100", kMaker, 0x3801), 0x3801);
+}
+
+class FileObjectInfoTest : public ::testing::Test {
+ protected:
+  /// Sets the date before the file is looked at.
+  Status fill(const std::string& name, const CodeList* operations) {
+    const std::string path = folder_.write(name, "content");
+    const timespec times[] = {{.tv_sec = 1181908800, .tv_nsec = 0},
+                              {.tv_sec = 1181908800, .tv_nsec = 0}};
+    ::utimensat(AT_FDCWD, path.c_str(), times, 0);
+    return fillInObjInfo(info_, path, operations, device_.facts(), kMaker, &sendRequired_);
+  }
+
+  ScopedEnvironment zone_{"TZ", "UTC-2"};
+  TemporaryFolder folder_;
+  ScriptedPTPTransactions device_;
+  XTExtendedObjectInfo info_;
+  bool sendRequired_ = false;
+};
+
+TEST_F(FileObjectInfoTest, FillsTheStandardFieldsAndTracesEachStep) {
+  ::tzset();
+  info_.setKeywordsStr("old");
+  info_.setIsExtended(true);
+  TraceRecorder traces;
+  const CodeList operations = {0x100D};
+  EXPECT_EQ(fill("Sub/Picture.JPG", &operations), 0);
+  XTExtendedObjectInfo expected;
+  expected.setObjFmtCode(0x3801);
+  expected.setCompressedSize(7);
+  expected.setFileName("Picture.JPG");
+  expected.setCaptureDateStr("20070615T140000+0200");
+  expected.setModDataStr("20070615T140000+0200");
+  EXPECT_EQ(info_, expected);
+  EXPECT_THAT(traces.take(),
+              ElementsAre("MakeObjectInfo: file type: JPEG", "MakeObjectInfo: PTP type: 0x3801",
+                          "MakeObjectInfo: File size: 7",
+                          HasSubstr("Modification Date: 2007-06-15 12:00:00 +0000"),
+                          "MakeObjectInfo: final PTP type: 0x3801"));
+}
+
+TEST_F(FileObjectInfoTest, ChoosesTheFormatByModelOperationsAndName) {
+  const CodeList none;
+  const CodeList standard = {0x100C, 0x100D};
+  const CodeList vendor = {0x100D, 0x9006};
+  const struct {
+    const char* model;
+    const char* file;
+    const CodeList* operations;
+    bool hasBragbooks;
+    Status status;
+    std::uint16_t format;
+    bool sendRequired;  ///< starts as true with the standard's operations, as false otherwise
+  } rows[] = {
+      {"Tarvo Lumo 500", "a.jpg", &standard, false, 0, 0x3801, false},
+      {"Tarvo Lumo 500", "a.jpg", &vendor, false, 0, 0x3801, true},
+      {"Tarvo Lumo 500", "a.jpg", &none, false, 0, 0x2005, false},
+      {"Tarvo Lumo 500", "a.jpg", nullptr, false, 0, 0x2005, false},
+      {"Tarvo Lumo 500", "a.xyz", &standard, false, 0x200B, 0, false},
+      {"Tarvo Lumo 500", "a.xyz", nullptr, false, 0, 0x2005, false},
+      {"Tarvo Lumo 500", "FAV1.JPG", &standard, true, 0, 0xB802, false},
+      {"Tarvo Lumo 500", "FAV1.JPG", &standard, false, 0, 0x3801, false},
+      {"Tarvo Lumo 500", "fav1.jpg", &standard, true, 0, 0x3801, false},
+      {"Tarvo Lumo 500", "FAV1.TIF", &standard, true, 0, 0x3802, false},
+      {"Tarvo Lumo 500", "FAV1.JPG", nullptr, true, 0, 0x2005, false},
+      {"Tarvo Lumo 100", "a.jpg", &standard, false, 0x200B, 0, true},
+      {"Tarvo Lumo 100", "a.bin", &standard, false, 0, 0xB001, false},
+      {"Tarvo Lumo 100", "a.bin", nullptr, false, 0, 0xB001, false},
+      {"Tarvo N10", "a.jpg", &standard, false, 0, 0x3000, false},
+      {"Tarvo N20", "FAV1.JPG", &standard, true, 0, 0x3000, false},
+      {"Tarvo N10", "a.xyz", nullptr, false, 0, 0x3000, false},
+      {"Tarvo Lumo N10", "a.xyz", &standard, false, 0x200B, 0, false},
+  };
+  for (const auto& row : rows) {
+    device_.model = row.model;
+    device_.capabilities.deviceSupportsBragbooks = row.hasBragbooks;
+    sendRequired_ = row.operations == &standard;
+    info_ = XTExtendedObjectInfo();
+    EXPECT_EQ(fill(row.file, row.operations), row.status) << row.model << ' ' << row.file;
+    EXPECT_EQ(info_.objFmtCode(), row.format) << row.model << ' ' << row.file;
+    EXPECT_EQ(sendRequired_, row.sendRequired) << row.model << ' ' << row.file;
+  }
+  device_.model = "Tarvo Lumo 500";
+  device_.capabilities.deviceSupportsBragbooks = true;
+  device_.imageFormats = {0x3801, 0xB803};
+  EXPECT_EQ(fill("FAV1.jpeg", &standard), 0);
+  EXPECT_EQ(info_.objFmtCode(), 0xB803);
+}
+
+TEST_F(FileObjectInfoTest, RefusesWhatIsNoFileOrCannotBeAnnounced) {
+  const CodeList operations = {0x100D};
+  const auto statusOf = [&](const std::string& path) {
+    return fillInObjInfo(info_, path, &operations, device_.facts(), kMaker, nullptr);
+  };
+  TraceRecorder traces;
+  const std::string missing = folder_.path("missing.jpg");
+  EXPECT_EQ(statusOf(missing), -43);
+  EXPECT_EQ(statusOf(folder_.path()), -1302);
+  EXPECT_THAT(traces.take(),
+              ElementsAre("MakeObjectInfo: path was not found: " + missing,
+                          "MakeObjectInfo: path does not specify a file: " + folder_.path()));
+
+  const std::string large = folder_.write("large.jpg", "");
+  ASSERT_EQ(::truncate(large.c_str(), 0x100000000), 0);
+  EXPECT_EQ(statusOf(large), -50);
+  ASSERT_EQ(::truncate(large.c_str(), 0xFFFFFFFF), 0);
+  EXPECT_EQ(statusOf(large), 0);
+  EXPECT_EQ(info_.compressedSize(), 0xFFFFFFFF);
+  EXPECT_EQ(info_.fileName(), "large.jpg");
+}
+
+TEST_F(FileObjectInfoTest, TakesTheFileTypeFromTheAttributeWhereThereIsOne) {
+  const std::string path = folder_.write("a.jpg", "");
+  const auto setType = [&](const std::string& type) {
+    return ::setxattr(path.c_str(), "user.tarvo.hfstype", type.data(), type.size(), 0);
+  };
+  if (setType("TIFF") != 0) GTEST_SKIP() << "no extended attributes here";
+  const CodeList operations = {0x100D};
+  const auto status = [&] {
+    return fillInObjInfo(info_, path, &operations, device_.facts(), kMaker, nullptr);
+  };
+  TraceRecorder traces;
+  EXPECT_EQ(status(), 0);
+  EXPECT_EQ(traces.take().front(), "MakeObjectInfo: file type: TIFF");
+  EXPECT_EQ(info_.objFmtCode(), 0x3801);  // which the extension decides
+  for (const char* wrong : {"", "JPG", "JPEGs"}) {
+    ASSERT_EQ(setType(wrong), 0);
+    EXPECT_EQ(status(), -127) << wrong;
+    EXPECT_THAT(traces.take(), ElementsAre("MakeObjectInfo: file type was not found for: " + path));
+  }
+}
+
+TEST(SendingAFile, AnnouncesItSendsItsBytesAndGivesTheNewHandle) {
+  TemporaryFolder folder;
+  ScriptedPTPTransactions device;
+  const CodeList operations = {0x100D};
+  ObjectSending sending(device, kMaker);
+  std::uint32_t handle = 0;
+  EXPECT_EQ(sending.sendFile(folder.write("a.jpg", "bytes"), &operations, 1, 2, &handle), 0);
+  EXPECT_EQ(handle, ScriptedPTPTransactions::kNewHandle);
+  EXPECT_THAT(device.calls, ElementsAre("SendObjectInfo 1 2", "SendObject"));
+  EXPECT_EQ(device.sentInfo->fileName(), "a.jpg");
+  EXPECT_EQ(device.sentData, "bytes");
+
+  device.calls.clear();
+  EXPECT_EQ(sending.sendFile(folder.path("b.jpg"), &operations, 1, 2, &handle), -43);
+  EXPECT_THAT(device.calls, IsEmpty());
+}
+
+TEST(SendingContent, DropsTheRefusalOfTheDefaultCollectionFileAlone) {
+  const struct {
+    const char* path;
+    const char* model;
+    const char* failing;
+    Status expected;
+    std::vector<std::string> calls;
+  } rows[] = {
+      {"/x/PREFGUID.TXT", "Tarvo Lumo 500", "SendObjectInfo", 0, {"SendObjectInfo 0 0"}},
+      {"PREFGUID.TXT",
+       "Tarvo Lumo 500",
+       "SendObject",
+       0x200C,
+       {"SendObjectInfo 0 0", "SendObject"}},
+      {"/x/PREFGUID.TXT",
+       "Tarvo Brisklink picture viewer",
+       "SendObjectInfo",
+       0x200C,
+       {"SendObjectInfo 0 0"}},
+      {"/x/PREFGUID.HOW", "Tarvo Lumo 500", "SendObjectInfo", 0x200C, {"SendObjectInfo 0 0"}},
+      {"/PREFGUID.TXT/a", "Tarvo Lumo 500", "SendObjectInfo", 0x200C, {"SendObjectInfo 0 0"}},
+  };
+  for (const auto& row : rows) {
+    ScriptedPTPTransactions device;
+    device.model = row.model;
+    device.failing[row.failing] = 0x200C;
+    XTExtendedObjectInfo info;
+    std::uint32_t handle = 5;
+    EXPECT_EQ(ObjectSending(device, kMaker).sendContent(row.path, 0, 0, {}, info, &handle),
+              row.expected)
+        << row.path << ' ' << row.model;
+    EXPECT_EQ(device.calls, row.calls) << row.path << ' ' << row.model;
+    EXPECT_EQ(handle, 5U);
+  }
+}
+
+}  // namespace
+}  // namespace tarvo::test
