@@ -1,6 +1,7 @@
 #include "simulator/testbed/Testbed.h"
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -48,6 +49,7 @@ Testbed::Testbed(std::filesystem::path volumes)
       root_(rootOf(testbed_.get())),
       volumes_(std::move(volumes)),
       alive_(std::make_shared<Testbed*>(this)) {
+  if (NodeGate::mountQueues(root_ / "gates")) gates_ = root_ / "gates";
   tree_.addRootHub(1);
 }
 
@@ -58,6 +60,7 @@ Testbed::~Testbed() {
   } catch (const std::exception& error) {
     g_warning("the testbed cannot be taken down: %s", error.what());
   }
+  if (!gates_.empty()) ::umount2(gates_.c_str(), MNT_DETACH);
 }
 
 UsbPort Testbed::choosePort(const std::optional<std::string>& text) const {
@@ -142,18 +145,27 @@ std::string Testbed::plug(DeviceDescription description, std::string name,
   return entry.id;
 }
 
-void Testbed::makeNodeFile(const PluggedDevice& plugged) const {
+std::unique_ptr<NodeGate> Testbed::makeNodeFile(const PluggedDevice& plugged) const {
   const std::filesystem::path path = root_.string() + plugged.address.node();
   std::filesystem::create_directories(path.parent_path());
+  if (!gates_.empty()) {
+    // The name is this testbed's own: queues belong to the whole IPC namespace.
+    auto gate = NodeGate::create(gates_, root_.filename().string() + "-" + plugged.id);
+    if (gate) {
+      std::filesystem::create_symlink(gate->path(), path);
+      return gate;
+    }
+  }
   const FileDescriptor file(::open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0664));
   const auto bytes = plugged.device->descriptors().node();
   if (::write(file.get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size())) {
     throw std::system_error(errno, std::generic_category(), "cannot write " + path.string());
   }
+  return nullptr;
 }
 
 void Testbed::attach(PluggedDevice& plugged) {
-  makeNodeFile(plugged);
+  auto gate = makeNodeFile(plugged);
   // The device unplugs itself on the worker thread; the rest is done by the main loop.
   const auto vanished = [weak = std::weak_ptr<Testbed*>(alive_), id = plugged.id] {
     auto* call = new std::function<void()>([weak, id] {
@@ -167,7 +179,7 @@ void Testbed::attach(PluggedDevice& plugged) {
         },
         call, [](gpointer function) { delete static_cast<std::function<void()>*>(function); });
   };
-  plugged.node = UsbfsNode::create(plugged.address, plugged.device, vanished);
+  plugged.node = UsbfsNode::create(plugged.address, plugged.device, std::move(gate), vanished);
   plugged.handler = plugged.node->makeHandler();
   GErrorSlot error;
   if (!umockdev_testbed_attach_ioctl(testbed_.get(), plugged.address.node().c_str(),

@@ -81,7 +81,8 @@ class Testbed {
   UsbPort choosePort(const std::optional<std::string>& text) const;
   UsbfsAddress nextAddress(unsigned bus);
   ScsiNumbers nextScsi(const DeviceDescription& description);
-  void makeNodeFile(const PluggedDevice& plugged) const;
+  /// The file that a node is; gives the gate behind it where there is one.
+  std::unique_ptr<NodeGate> makeNodeFile(const PluggedDevice& plugged) const;
   void attach(PluggedDevice& plugged);
   void detach(PluggedDevice& plugged);
   void deviceVanished(const std::string& id);
@@ -90,6 +91,7 @@ class Testbed {
   SysfsTree tree_;
   std::filesystem::path root_;
   std::filesystem::path volumes_;
+  std::filesystem::path gates_;  ///< where the queues of the nodes are mounted; empty: nowhere
   std::map<std::string, std::unique_ptr<PluggedDevice>> devices_;  ///< by id
   std::map<unsigned, unsigned> lastDeviceNumber_;                  ///< by bus
   unsigned nextHost_ = 6;

@@ -153,6 +153,8 @@ void TestbedProcess::enter(char** argv) {
     fail("cannot make the mounts private");
   }
   showUdev();
+  // The nodes are message queues, which are not to be seen outside.
+  if (::unshare(CLONE_NEWIPC) != 0) fail("cannot have an IPC namespace");
   enterNetworkNamespace();
 }
 

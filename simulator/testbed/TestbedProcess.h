@@ -19,10 +19,10 @@ namespace tarvo::simulator {
 class TestbedProcess {
  public:
   /// To be called first thing in main(), before any thread exists. Starts the program anew with the
-  /// preload when it is missing, then enters a mount and a network namespace (and, for a user other
-  /// than root, a user namespace with the same ids). Mounts made from then on are seen by this
-  /// process and its children only; /run/udev there is the testbed's own. Raises std::system_error
-  /// when the system refuses namespaces or the preload is not installed.
+  /// preload when it is missing, then enters a mount, an IPC and a network namespace (and, for a
+  /// user other than root, a user namespace with the same ids). Mounts made from then on are seen
+  /// by this process and its children only; /run/udev there is the testbed's own. Raises
+  /// std::system_error when the system refuses namespaces or the preload is not installed.
   static void enter(char** argv);
 
   /// The environment that shows `testbed` to a program, beside what the program needs itself.

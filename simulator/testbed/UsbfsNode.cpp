@@ -96,7 +96,7 @@ struct UsbfsNode::Urb {
   Data record;
   UrbFields fields{};
   Data out;  ///< the client's buffer where it is sent, or of a control request
-  Bytes in;  ///< where the device's bytes are gathered
+  std::unique_ptr<std::byte[]> in;  ///< where the device's bytes are gathered; null: none yet
   std::size_t length = 0;
   bool done = false;
 
@@ -114,13 +114,26 @@ std::string UsbfsAddress::node() const {
 
 std::shared_ptr<UsbfsNode> UsbfsNode::create(UsbfsAddress address,
                                              std::shared_ptr<VirtualUSBDevice> device,
+                                             std::unique_ptr<NodeGate> gate,
                                              std::function<void()> vanished) {
-  return std::shared_ptr<UsbfsNode>(new UsbfsNode(address, std::move(device), std::move(vanished)));
+  std::shared_ptr<UsbfsNode> node(
+      new UsbfsNode(address, std::move(device), std::move(gate), std::move(vanished)));
+  node->device_->onActivity([weak = std::weak_ptr<UsbfsNode>(node)] {
+    const auto self = weak.lock();
+    if (!self) return;
+    const std::lock_guard guard(self->mutex_);
+    self->pump();
+  });
+  if (node->gate_) node->gate_->setReady(false);
+  return node;
 }
 
 UsbfsNode::UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> device,
-                     std::function<void()> vanished)
-    : address_(address), device_(std::move(device)), vanished_(std::move(vanished)) {}
+                     std::unique_ptr<NodeGate> gate, std::function<void()> vanished)
+    : address_(address),
+      device_(std::move(device)),
+      vanished_(std::move(vanished)),
+      gate_(std::move(gate)) {}
 
 GObjectPointer<UMockdevIoctlBase> UsbfsNode::makeHandler() {
   auto handler = GObjectPointer<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
@@ -129,15 +142,40 @@ GObjectPointer<UMockdevIoctlBase> UsbfsNode::makeHandler() {
                           dropNode, GConnectFlags(0));
   };
   connect("handle-ioctl", G_CALLBACK(onIoctl));
-  connect("handle-read", G_CALLBACK(onReadOrWrite));
-  connect("handle-write", G_CALLBACK(onReadOrWrite));
+  connect("handle-read", G_CALLBACK(onRead));
+  connect("handle-write", G_CALLBACK(onWrite));
   connect("client-connected", G_CALLBACK(onConnected));
   return handler;
 }
 
-// Reads and writes go to the file.
-gboolean UsbfsNode::onReadOrWrite(UMockdevIoctlBase*, UMockdevIoctlClient*, gpointer) {
-  return FALSE;
+// A regular file has the descriptors in it; of a gate nothing may be read or written.
+gboolean UsbfsNode::onRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
+  const auto node = static_cast<NodeReference*>(self)->node;
+  if (!node->gate_) return FALSE;
+  const std::lock_guard guard(node->mutex_);
+  const auto result = node->readDescriptors(client, umockdev_ioctl_client_get_arg(client));
+  umockdev_ioctl_client_complete(client, result, 0);
+  return TRUE;
+}
+
+gboolean UsbfsNode::onWrite(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
+  if (!static_cast<NodeReference*>(self)->node->gate_) return FALSE;
+  umockdev_ioctl_client_complete(client, -1, EINVAL);
+  return TRUE;
+}
+
+/// Seeking is not seen here: a client that has read to the end starts over.
+long UsbfsNode::readDescriptors(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
+  auto bytes = device_->descriptors().node();
+  auto& position = clients_[client].descriptorsRead;
+  const auto left = std::span(bytes).subspan(std::min(position, bytes.size()));
+  const auto count = std::min(left.size(), static_cast<std::size_t>(argument->data_len));
+  if (count > 0) {
+    umockdev_ioctl_data_update(argument, 0, reinterpret_cast<guint8*>(left.data()),
+                               static_cast<gint>(count));
+  }
+  position = count == 0 ? 0 : position + count;
+  return static_cast<long>(count);
 }
 
 void UsbfsNode::onConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
@@ -166,6 +204,7 @@ gboolean UsbfsNode::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpo
     const std::lock_guard guard(node->mutex_);
     result = node->handle(client, umockdev_ioctl_client_get_request(client),
                           umockdev_ioctl_client_get_arg(client));
+    node->pump();
   } catch (const std::exception& error) {
     g_warning("usbfs node %s: %s", node->address_.node().c_str(), error.what());
   }
@@ -183,6 +222,7 @@ void UsbfsNode::checkVanished() {
     const std::lock_guard guard(mutex_);
     if (!device_->isGone()) return;
     gone_ = true;
+    if (gate_) gate_->setReady(true);
     std::swap(tell, vanished_);
   }
   if (tell) tell();
@@ -192,6 +232,7 @@ void UsbfsNode::unplug(std::chrono::milliseconds patience) {
   std::unique_lock lock(mutex_);
   gone_ = true;
   vanished_ = nullptr;
+  if (gate_) gate_->setReady(true);
   reaped_.wait_for(lock, patience, [this] {
     return std::all_of(clients_.begin(), clients_.end(),
                        [](const auto& entry) { return entry.second.urbs.empty(); });
@@ -379,6 +420,40 @@ void UsbfsNode::startOut(Urb& urb) {
                                              : -ESHUTDOWN);
 }
 
+void UsbfsNode::pump() {
+  if (gone_ || !gate_) return;
+  bool ready = false;
+  for (auto& [handler, client] : clients_) {
+    progress(client);
+    for (const auto& urb : client.urbs) {
+      ready = ready || urb->done;
+      if (urb->done || !urb->isIn()) continue;
+      if (const auto due = device_->due(urb->fields.endpoint)) wakeAt(*due);
+    }
+  }
+  gate_->setReady(ready);
+}
+
+void UsbfsNode::wakeAt(std::chrono::steady_clock::time_point time) {
+  if (wakeTime_ && *wakeTime_ <= time) return;
+  wakeTime_ = time;
+  wake_.notify_all();
+  if (waker_.joinable()) return;
+  waker_ = std::jthread([this](const std::stop_token& stop) {
+    std::unique_lock lock(mutex_);
+    while (!stop.stop_requested()) {
+      if (!wakeTime_) {
+        wake_.wait(lock, stop, [this] { return wakeTime_.has_value(); });
+      } else if (const auto until = *wakeTime_; std::chrono::steady_clock::now() < until) {
+        wake_.wait_until(lock, stop, until, [&] { return wakeTime_ != until; });
+      } else {
+        wakeTime_.reset();
+        pump();
+      }
+    }
+  });
+}
+
 void UsbfsNode::progress(Client& client) {
   // Each endpoint serves its URBs in order: one that waits holds back those behind it.
   std::set<unsigned char> waiting;
@@ -390,8 +465,11 @@ void UsbfsNode::progress(Client& client) {
 }
 
 void UsbfsNode::progressIn(Urb& urb) {
-  urb.in.resize(static_cast<std::size_t>(urb.fields.buffer_length));
-  const auto result = device_->in(urb.fields.endpoint, std::span(urb.in).subspan(urb.length));
+  const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
+  // Not cleared: only what the device has filled goes to the client.
+  if (!urb.in) urb.in = std::make_unique_for_overwrite<std::byte[]>(size);
+  const auto result =
+      device_->in(urb.fields.endpoint, std::span(urb.in.get(), size).subspan(urb.length));
   urb.length += result.length;
   switch (result.state) {
     case InResult::State::kWaiting:
@@ -426,7 +504,7 @@ long UsbfsNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
   if (urb->isIn() && urb->length > 0) {
     const auto buffer = resolve(urb->record.get(), offsetof(UrbFields, buffer), urb->length);
     if (buffer) {
-      umockdev_ioctl_data_update(buffer.get(), 0, reinterpret_cast<guint8*>(urb->in.data()),
+      umockdev_ioctl_data_update(buffer.get(), 0, reinterpret_cast<guint8*>(urb->in.get()),
                                  static_cast<gint>(urb->length));
     }
   }

@@ -2,9 +2,9 @@
 // that has the node open, as the kernel answers them (linux/usbdevice_fs.h, devio.c's error
 // numbers).
 //
-// The node itself is a regular file with the descriptors in it, so reading and seeking work as on
-// the real one; only its ioctls come here. Reaping never blocks: a host that polls a regular file
-// is told at once that it may reap, and asks again.
+// The file behind it is a NodeGate, which is ready for writing while a request can be reaped, so
+// that a host waits in poll() without processor time. Where the system has none, it is a regular
+// file with the descriptors in it: such a host is told at once that it may reap, and asks again.
 #pragma once
 
 #include <umockdev.h>
@@ -17,10 +17,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <thread>
 
 #include "simulator/VirtualUSBDevice.h"
 #include "simulator/testbed/GObjectPointer.h"
+#include "simulator/testbed/NodeGate.h"
 
 namespace tarvo::simulator {
 
@@ -30,12 +33,15 @@ struct UsbfsAddress {
   std::string node() const;  ///< "/dev/bus/usb/001/004"
 };
 
-/// Constructed and unplugged on the main thread; ioctls come on the testbed's worker thread.
+/// Constructed and unplugged on the main thread; ioctls come on the testbed's worker thread, and
+/// what the device does by itself on any.
 class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
  public:
-  /// `vanished` is called once, on the worker thread, when the device unplugs itself.
+  /// `vanished` is called once, on the worker thread, when the device unplugs itself. `gate` is
+  /// null where the node is a regular file.
   static std::shared_ptr<UsbfsNode> create(UsbfsAddress address,
                                            std::shared_ptr<VirtualUSBDevice> device,
+                                           std::unique_ptr<NodeGate> gate,
                                            std::function<void()> vanished);
 
   /// A handler to attach to the node; it keeps the node alive for as long as a client may call.
@@ -50,14 +56,15 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   /// One opening of the node.
   struct Client {
     std::list<std::unique_ptr<Urb>> urbs;  ///< in order of submission
+    std::size_t descriptorsRead = 0;       ///< bytes of the node that it has read
   };
 
   UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> device,
-            std::function<void()> vanished);
+            std::unique_ptr<NodeGate> gate, std::function<void()> vanished);
   // Signals of umockdev's handler, on its worker thread.
   static gboolean onIoctl(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
-  static gboolean onReadOrWrite(UMockdevIoctlBase* handler, UMockdevIoctlClient* client,
-                                gpointer self);
+  static gboolean onRead(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
+  static gboolean onWrite(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
   static void onConnected(UMockdevIoctlBase* handler, UMockdevIoctlClient* client, gpointer self);
   /// A client has died: its URBs and its claim go with it.
   void forget(const UMockdevIoctlClient* client);
@@ -77,6 +84,11 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   long discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
   void startControl(Urb& urb);
   void startOut(Urb& urb);
+  long readDescriptors(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
+  /// Lets the device fill what waits, and says by the gate whether anything can be reaped. Has
+  /// itself called again when the device will have more.
+  void pump();
+  void wakeAt(std::chrono::steady_clock::time_point time);
   /// Lets the device fill the client's waiting IN URBs.
   void progress(Client& client);
   void progressIn(Urb& urb);
@@ -91,7 +103,11 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   std::condition_variable reaped_;  ///< a URB was taken back, or a client has gone
   std::map<const UMockdevIoctlClient*, Client> clients_;
   std::map<unsigned, const UMockdevIoctlClient*> claims_;  ///< by interface number
+  std::unique_ptr<NodeGate> gate_;                         ///< null: a regular file
   bool gone_ = false;
+  std::optional<std::chrono::steady_clock::time_point> wakeTime_;
+  std::condition_variable_any wake_;  ///< the time has changed
+  std::jthread waker_;                ///< runs once a device is late; ends first
 };
 
 }  // namespace tarvo::simulator
