@@ -70,8 +70,9 @@ class PTPCamera : public VirtualUSBDevice {
 
   // What the camera does by itself, with the events that tell of it (ISO 15740).
 
-  /// A new object, as from another connection; returns its handle. ObjectAdded.
-  std::uint32_t addObject(const ContentNode& node, std::uint32_t storage, std::uint32_t parent = 0);
+  /// A new object, as from another connection; returns its handle. Storage 0 is the first store.
+  /// 0, and nothing happens, where there is no such store or folder. ObjectAdded.
+  std::uint32_t addObject(StoredObject object);
   /// False where there is none, or it is protected. ObjectRemoved.
   bool removeObject(std::uint32_t handle);
   /// The shutter: returns the handle of the picture, 0 where the store takes none. ObjectAdded, and

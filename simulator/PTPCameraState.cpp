@@ -1,4 +1,6 @@
 // What others than the host see of a camera, and do to it.
+#include <utility>
+
 #include "simulator/PTPCamera.h"
 
 namespace tarvo::simulator {
@@ -75,12 +77,18 @@ void PTPCamera::sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& 
   tellActivity();
 }
 
-std::uint32_t PTPCamera::addObject(const ContentNode& node, std::uint32_t storage,
-                                   std::uint32_t parent) {
+std::uint32_t PTPCamera::addObject(StoredObject object) {
   std::uint32_t handle = 0;
   {
     const std::lock_guard guard(lock());
-    handle = responder_.state().objects.add(node, storage, parent);
+    auto& objects = responder_.state().objects;
+    if (object.storage == 0 && !objects.stores().empty()) {
+      object.storage = objects.stores().front().description.id;
+    }
+    const auto folder = objects.object(object.parent);
+    const bool placed = object.parent == 0 || (folder && folder->isFolder());
+    if (objects.store(object.storage) == nullptr || !placed) return 0;
+    handle = objects.add(std::move(object));
     queueEvent({kObjectAdded, {handle}});
   }
   tellActivity();

@@ -15,6 +15,7 @@
 #include "Utilities/Format.h"
 #include "simulator/Bundle.h"
 #include "simulator/program/DeviceFiles.h"
+#include "simulator/program/ObjectRequests.h"
 #include "simulator/testbed/TestbedProcess.h"
 
 namespace tarvo::simulator {
@@ -84,7 +85,21 @@ int Server::run() {
     startCommand();
   }
   g_main_loop_run(loop_.get());
-  return exitCode_;
+  const bool violated = reportViolations();
+  return violated && options_.strict && exitCode_ == 0 ? 1 : exitCode_;
+}
+
+bool Server::reportViolations() const {
+  bool any = false;
+  for (const auto* device : testbed_.devices()) {
+    if (!device->camera) continue;
+    for (const auto& violation : device->camera->violations()) {
+      std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",
+                   device->id.c_str(), violation.c_str());
+      any = true;
+    }
+  }
+  return any;
 }
 
 gboolean Server::signalled(gpointer self) {
@@ -139,6 +154,9 @@ nlohmann::json Server::handle(const nlohmann::json& request) {
   if (command == "fault") return setFault(request);
   if (command == "event") return sendEvent(request);
   if (command == "client") return client();
+  if (request.contains("id")) {
+    if (auto answer = answerObjectRequest(camera(request), request)) return *answer;
+  }
   throw std::runtime_error("unknown command \"" + command + "\"");
 }
 

@@ -23,6 +23,7 @@ struct ServeOptions {
   std::string bundle;                ///< folder that `bundle` made, shown to the agent; or empty
   std::vector<std::string> devices;  ///< files or names, plugged in at the start
   std::vector<std::string> command;  ///< empty: serve until SIGTERM or SIGINT
+  bool strict = false;               ///< a program that breaks the protocol makes the exit code 1
 };
 
 /// Main thread only, after TestbedProcess::enter.
@@ -49,6 +50,8 @@ class Server {
   /// The camera that a request names; raises when there is none of that id, or no camera.
   PTPCamera& camera(const nlohmann::json& request);
 
+  /// Prints what hosts did against the protocol; true where there was any.
+  bool reportViolations() const;
   void printEnvironment() const;
   void startCommand();
   static void commandEnded(GPid pid, gint status, gpointer self);

@@ -8,6 +8,7 @@
 #include "simulator/Bundle.h"
 #include "simulator/program/ControlSocket.h"
 #include "simulator/program/DeviceFiles.h"
+#include "simulator/program/ObjectCommands.h"
 #include "simulator/program/RunClient.h"
 #include "simulator/program/Server.h"
 #include "simulator/testbed/TestbedProcess.h"
@@ -27,6 +28,8 @@ struct Options {
   std::string eventCode;
   std::vector<std::string> eventParameters;
   bool asJson = false;
+  bool violations = false;
+  ObjectOptions objects;
   std::vector<std::string> command;
   int slot = -1;
   std::string folder;
@@ -72,8 +75,21 @@ void printDevice(const json& device) {
   std::cout << line << "\n";
 }
 
+/// What the hosts did against the protocol; a script sees by the exit code whether there was any.
+int printViolations(const json& devices) {
+  int found = 0;
+  for (const auto& device : devices) {
+    for (const auto& violation : device.value("violations", json::array())) {
+      std::cout << device["id"].get<std::string>() << ": " << violation.get<std::string>() << "\n";
+      found = 1;
+    }
+  }
+  return found;
+}
+
 int list(const Options& options) {
   const auto devices = ask(options.socket, {{"command", "list"}}).at("devices");
+  if (options.violations) return printViolations(devices);
   if (options.asJson) {
     std::cout << devices.dump(2) << "\n";
   } else {
@@ -90,12 +106,6 @@ int fault(const Options& options) {
   if (equals != std::string::npos) request["value"] = options.fault.substr(equals + 1);
   ask(options.socket, request);
   return 0;
-}
-
-std::uint64_t numberArgument(const std::string& text, std::uint64_t maximum) {
-  const auto number = parseNumber(text, maximum);
-  if (!number) throw CLI::ValidationError("\"" + text + "\" is no number that fits");
-  return *number;
 }
 
 int event(const Options& options) {
@@ -131,6 +141,8 @@ void addServe(CLI::App& app, Options& options) {
                       "Folder under which volumes are mounted (default: /media/USER)");
   command->add_option("--bundle", options.serve.bundle,
                       "Folder made by 'bundle', shown to the agent");
+  command->add_flag("--strict", options.serve.strict,
+                    "Exit with 1 where a program broke the protocol");
   command
       ->add_option("--device", options.serve.devices,
                    "Description file or name to plug in at the start; may be repeated")
@@ -147,6 +159,8 @@ void addDeviceCommands(CLI::App& app, Options& options) {
   unplugged->add_option("id", options.id, "Id as 'plug' and 'list' print it")->required();
   auto* listed = app.add_subcommand("list", "Show what is plugged in");
   listed->add_flag("--json", options.asJson, "One JSON document, with statistics and violations");
+  listed->add_flag("--violations", options.violations,
+                   "What hosts did against the protocol; exit code 1 where there is any");
   auto* faulty = app.add_subcommand("fault", "Set a fault of a PTP device, or take it off");
   faulty->add_option("id", options.id, "Id of the device")->required();
   faulty->add_option("fault", options.fault, "NAME[=VALUE] or NAME=off")->required();
@@ -183,6 +197,7 @@ int dispatch(const CLI::App& app, char** argv, Options& options) {
   if (name == "list") return list(options);
   if (name == "fault") return fault(options);
   if (name == "event") return event(options);
+  if (runObjectCommand(name, options.socket, options.objects)) return 0;
   if (name == "run") return run(options);
   return bundle(options);
 }
@@ -196,6 +211,7 @@ int runProgram(int argc, char** argv) {
   app.fallthrough();
   addServe(app, options);
   addDeviceCommands(app, options);
+  addObjectCommands(app, options.objects);
   addRun(app, options);
   addBundle(app, options);
   try {
