@@ -1,0 +1,54 @@
+#include "tools/Batch.h"
+
+#include <utility>
+
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+
+Batch::Batch(ToolContext& context, std::string operation, std::string done)
+    : context_(context), operation_(std::move(operation)), done_(std::move(done)) {
+  context_.output.beginList();
+}
+
+void Batch::succeeded(const PropertyDictionary& json, const std::string& line,
+                      std::uint64_t bytes) {
+  ++succeeded_;
+  bytes_ += bytes;
+  context_.output.item(json);
+  context_.output.line(printable(line));
+}
+
+void Batch::failed(PropertyDictionary json, const Failure& failure) {
+  ++failed_;
+  json["error"] = asJSON(failure);
+  context_.output.item(json);
+  context_.output.objectError(failure);
+}
+
+void Batch::failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
+                   Status status, std::string why) {
+  // What the user has ended is said once, for the command.
+  if (context_.interrupt.isSet()) return;
+  isLost_ = isLost_ || device.isLost(status);
+  failed(std::move(json), device.failure(object, status, std::move(why)));
+}
+
+bool Batch::goesOn() const {
+  return !isLost_ && !context_.interrupt.isSet();
+}
+
+int Batch::finish() {
+  std::string sum = std::to_string(succeeded_) + " " + done_;
+  if (bytes_ > 0) sum += ", " + sizeInWords(bytes_);
+  if (skipped_ > 0) sum += ", " + std::to_string(skipped_) + " there already";
+  if (failed_ > 0) sum += ", " + std::to_string(failed_) + " failed";
+  if (isLost_ && !context_.interrupt.isSet()) sum += "; the rest was not tried";
+  // One object that went well needs no sum.
+  if (succeeded_ + skipped_ + failed_ != 1) context_.output.message(sum);
+  endIfInterrupted(context_, operation_);
+  context_.output.endList();
+  return failed_ == 0 ? kDone : kFailed;
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,47 @@
+// Many objects, one after the other: each has its own result, and a bad one does not end the rest.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "tools/OpenedDevice.h"
+#include "tools/Output.h"
+#include "tools/ToolContext.h"
+
+namespace tarvo::tools {
+
+/// Main thread only. With --json the results are one array, an entry an object, with "error" in
+/// those that failed.
+class Batch {
+ public:
+  /// `operation` names the command, `done` what was done to the objects: "3 files fetched".
+  Batch(ToolContext& context, std::string operation, std::string done);
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
+
+  /// An object that went well; `line` is its result for a person, `bytes` what was moved.
+  void succeeded(const PropertyDictionary& json, const std::string& line, std::uint64_t bytes = 0);
+  /// One that was not needed.
+  void skipped() { ++skipped_; }
+  void failed(PropertyDictionary json, const Failure& failure);
+  /// The same for an object of `device`; after one that is lost the batch ends.
+  void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
+              Status status, std::string why = {});
+  /// Whether to go on: neither interrupted nor without a device.
+  bool goesOn() const;
+
+  /// Says the sum and gives the exit status. Raises what ends an interrupted command.
+  int finish();
+
+ private:
+  ToolContext& context_;
+  std::string operation_;
+  std::string done_;
+  std::uint64_t succeeded_ = 0;
+  std::uint64_t skipped_ = 0;
+  std::uint64_t failed_ = 0;
+  std::uint64_t bytes_ = 0;
+  bool isLost_ = false;
+};
+
+}  // namespace tarvo::tools

@@ -1,0 +1,98 @@
+#include "tools/CommandLine.h"
+
+#include <algorithm>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Utilities/Exception.h"
+#include "tools/CommandTree.h"
+#include "tools/Output.h"
+
+namespace tarvo::tools {
+namespace {
+
+/// Where the command line cannot be parsed, its form of output is still wanted.
+bool asksForJSON(std::span<const char* const> arguments) {
+  return std::ranges::any_of(arguments,
+                             [](const char* each) { return std::string_view(each) == "--json"; });
+}
+
+/// How the command that was meant is called, as far as it was understood.
+std::string commandName(const CLI::App& app) {
+  std::string name = app.get_name();
+  for (const auto* command = &app; !command->get_subcommands().empty();) {
+    command = command->get_subcommands().front();
+    name += " " + command->get_name();
+  }
+  return name;
+}
+
+Failure failureOf(const Exception& exception) {
+  return {.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(status::kOK),
+          .why = exception.reason()};
+}
+
+/// Says why the command ended, and gives its exit status.
+int ended(ToolContext& context, const Failure& failure, int exitCode) {
+  context.output.error(failure);
+  context.output.flush();
+  // Whatever broke when the user ended it, it is what the user wanted.
+  return context.interrupt.isSet() ? int{kInterrupted} : exitCode;
+}
+
+int runGuarded(ToolContext& context, const Command& command) {
+  try {
+    const int exitCode = command(context);
+    context.output.flush();
+    return exitCode;
+  } catch (const ToolError& error) {
+    return ended(context, error.failure(), error.exitCode());
+  } catch (const Exception& exception) {
+    // A preferences file that cannot be read was named on the command line.
+    const bool isUsage = exception.name() == exception_name::kInvalidArgument;
+    return ended(context, failureOf(exception), isUsage ? kBadUsage : kFailed);
+  } catch (const BrokenPipe&) {
+    throw;
+  } catch (const std::exception& exception) {
+    return ended(context, {.why = exception.what()}, kFailed);
+  }
+}
+
+}  // namespace
+
+CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, std::FILE* err) {
+  // Kept by the command, whose options lie in it.
+  const auto tree = std::make_shared<CommandTree>();
+  try {
+    tree->app().parse(argc, argv);
+    return {.options = tree->globals(),
+            .command = [tree](ToolContext& context) { return tree->command()(context); }};
+  } catch (const CLI::CallForHelp&) {
+    std::fputs(tree->app().help().c_str(), out);
+  } catch (const CLI::CallForVersion&) {
+    std::fputs((tree->app().version() + "\n").c_str(), out);
+  } catch (const CLI::ParseError& error) {
+    GlobalOptions options;
+    options.json = asksForJSON({argv, static_cast<std::size_t>(argc)});
+    Output(out, err, options)
+        .error({.why = error.what(), .advice = "Try '" + commandName(tree->app()) + " --help'."});
+    return {.exitCode = kBadUsage};
+  }
+  return {.exitCode = kDone};
+}
+
+int runCommand(ToolContext& context, const Command& command) {
+  try {
+    return runGuarded(context, command);
+  } catch (const BrokenPipe&) {
+    // Nobody reads any more, which is no failure of the command: "tarvoctl ls | head -1".
+    return kDone;
+  } catch (const ToolError& error) {
+    // Saying what was wrong failed in its turn; the exit status is all that is left.
+    return error.exitCode();
+  }
+}
+
+}  // namespace tarvo::tools

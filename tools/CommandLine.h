@@ -1,0 +1,35 @@
+// The command line of tarvoctl: what is to be done, and with which options.
+//
+//   const CommandLine line = readCommandLine(argc, argv, stdout, stderr);
+//   if (line.exitCode) return *line.exitCode;
+//   return runCommand(context, line.command);
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <optional>
+
+#include "tools/GlobalOptions.h"
+#include "tools/ToolContext.h"
+
+namespace tarvo::tools {
+
+/// Runs a command and gives its exit status; raises what the command raises.
+using Command = std::function<int(ToolContext&)>;
+
+struct CommandLine {
+  GlobalOptions options{};
+  Command command{};  ///< meaningful only without an exit code
+  /// The status to exit with at once; absent when there is a command to run.
+  std::optional<int> exitCode{};
+};
+
+/// Reads the arguments. What --help and --version say goes to `out` and gives kDone; bad usage is
+/// explained on `err`, or, with --json, on `out`, and gives kBadUsage. Nothing of the platform is
+/// touched.
+CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, std::FILE* err);
+
+/// Runs a command to its end: what it raises is said on its output, and becomes the exit status.
+int runCommand(ToolContext& context, const Command& command);
+
+}  // namespace tarvo::tools

@@ -1,0 +1,189 @@
+#include "tools/GetCommand.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "tools/Batch.h"
+#include "tools/LocalFiles.h"
+#include "tools/ObjectPaths.h"
+#include "tools/ObjectSelection.h"
+#include "tools/OpenedDevice.h"
+#include "tools/Progress.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kOperation = "get";
+
+ExistingFile existingFile(const GetOptions& options) {
+  if (options.overwrite) return ExistingFile::kOverwrite;
+  return options.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
+}
+
+/// "TARV0001.JPG" gives "TARV0001.thumb.jpg".
+std::string thumbnailName(const std::string& name) {
+  return fs::path(name).stem().string() + ".thumb.jpg";
+}
+
+void checkUsage(const GetOptions& options) {
+  if (options.objects.empty() && !options.all && !options.onlyNew)
+    refuseUsage(kOperation, "say what to fetch: handles, names, patterns, --all or --new");
+  if (options.overwrite && options.keepBoth)
+    refuseUsage(kOperation, "--overwrite and --keep-both exclude each other");
+}
+
+/// One run of the command.
+class Fetching {
+ public:
+  Fetching(ToolContext& context, const GetOptions& options)
+      : context_(context),
+        options_(options),
+        target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
+        device_(context, kOperation),
+        progress_(context.output, context.interrupt,
+                  isOneObject(options) ? 1 : options.objects.size()),
+        batch_(context, kOperation, options.thumbnails ? "thumbnails fetched" : "files fetched"),
+        fetch_(device_.transactions()) {}
+
+  int run() {
+    // Without names --new is about everything.
+    const bool all = options_.all || (options_.onlyNew && options_.objects.empty());
+    const SelectionVisitor visitor = {
+        .onObject = [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
+                           const std::string& path) { fetchOne(handle, info, path); },
+        .onUnreadable =
+            [this](std::uint32_t handle, Status status) {
+              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status);
+            },
+        .onUnmatched =
+            [this](const std::string& operand) {
+              batch_.failed({{"name", validUTF8(operand)}},
+                            {.operation = kOperation,
+                             .object = operand,
+                             .status = status::kFileNotFound,
+                             .why = "no object on the device has that name",
+                             .advice = "'tarvoctl ls --recursive' shows the objects."});
+            },
+        .goesOn = [this] { return batch_.goesOn(); }};
+    visitSelection(device_, options_.objects, all, visitor);
+    return batch_.finish();
+  }
+
+ private:
+  static bool isOneObject(const GetOptions& options) {
+    return options.objects.size() == 1 && !options.all &&
+           options.objects.front().find_first_of("*?[") == std::string::npos;
+  }
+
+  void fetchOne(std::uint32_t handle, const XTExtendedObjectInfo& info, const std::string& path) {
+    const PropertyDictionary json = {{"handle", handle}, {"name", info.fileName()}};
+    const std::string object = path + " (" + handleText(handle) + ")";
+    if (isFolder(info)) {
+      batch_.failed(json, {.operation = kOperation,
+                           .object = object,
+                           .status = status::kNotAFile,
+                           .why = "it is a folder",
+                           .advice = "Use a pattern such as '" + path + "/*'."});
+      return;
+    }
+    if (options_.onlyNew && isThere(info)) {
+      batch_.skipped();
+      return;
+    }
+    if (options_.thumbnails) {
+      fetchThumbnail(handle, info, json, object);
+    } else {
+      fetchWhole(handle, info, json, object);
+    }
+  }
+
+  bool isThere(const XTExtendedObjectInfo& info) const {
+    const auto name = safeFileName(info.fileName());
+    if (!name) return false;
+    if (options_.thumbnails) {
+      std::error_code error;
+      return fs::exists(fs::path(target_.folder) / thumbnailName(*name), error);
+    }
+    return hasFileOfSize(target_.folder, target_.name.value_or(*name), info.compressedSize());
+  }
+
+  void fetchWhole(std::uint32_t handle, const XTExtendedObjectInfo& info, PropertyDictionary json,
+                  const std::string& object) {
+    progress_.begin(info.fileName(), info.compressedSize());
+    const auto result = fetch_.toFile(handle, {.folder = target_.folder,
+                                               .name = target_.name,
+                                               .existing = existingFile(options_),
+                                               .progress = progress_.callback(),
+                                               .device = device_.device().serialNumber()});
+    progress_.end();
+    if (result.status != status::kOK) {
+      batch_.failed(device_, std::move(json), object, result.status, result.why);
+      return;
+    }
+    json["path"] = result.path;
+    json["size"] = result.size;
+    if (result.resumed > 0) json["resumed"] = result.resumed;
+    batch_.succeeded(json, result.path, result.size);
+  }
+
+  void fetchThumbnail(std::uint32_t handle, const XTExtendedObjectInfo& info,
+                      PropertyDictionary json, const std::string& object) {
+    const auto name = safeFileName(info.fileName());
+    if (!name) {
+      batch_.failed(device_, std::move(json), object, status::kFileNotFound,
+                    "its name is no file name");
+      return;
+    }
+    const auto image = device_.device().downloadThumb(ObjectReference(handle));
+    if (!image) {
+      batch_.failed(device_, std::move(json), object, thumbnailStatus());
+      return;
+    }
+    const auto made = writeWhole(target_.folder, target_.name.value_or(thumbnailName(*name)),
+                                 *image, existingFile(options_));
+    if (made.status != status::kOK) {
+      batch_.failed(
+          std::move(json),
+          {.operation = kOperation, .object = object, .status = made.status, .why = made.why});
+      return;
+    }
+    json["path"] = made.path;
+    json["size"] = image->size();
+    batch_.succeeded(json, made.path, image->size());
+  }
+
+  /// Why there is no thumbnail: what the transport says, or that there is none.
+  Status thumbnailStatus() const {
+    const Status transport = device_.explained(status::kPTPGeneralError);
+    return transport == status::kPTPGeneralError ? status::kPTPNoThumbnailPresent : transport;
+  }
+
+  ToolContext& context_;
+  const GetOptions& options_;
+  LocalTarget target_;
+  OpenedDevice device_;
+  Progress progress_;
+  Batch batch_;
+  ObjectFetch fetch_;
+};
+
+}  // namespace
+
+int runGet(ToolContext& context, const GetOptions& options) {
+  checkUsage(options);
+  return Fetching(context, options).run();
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,31 @@
+#include "tools/ObjectPaths.h"
+
+namespace tarvo::tools {
+namespace {
+
+constexpr std::uint16_t kAssociation = 0x3001;
+/// Deeper than any device goes; a device that puts two folders into each other has no end.
+constexpr int kDeepest = 16;
+
+}  // namespace
+
+bool isFolder(const XTExtendedObjectInfo& info) {
+  return info.objFmtCode() == kAssociation;
+}
+
+std::string ObjectPaths::pathOf(const XTExtendedObjectInfo& info) {
+  return folderPath(info.parentObject(), 0) + info.fileName();
+}
+
+std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
+  // Devices name the root in either way.
+  if (handle == 0 || handle == 0xFFFFFFFF || depth == kDeepest) return {};
+  if (const auto known = folders_.find(handle); known != folders_.end()) return known->second;
+  ObjectInfoPointer info;
+  std::string path;
+  if (device_.objectInfo(info, handle) == status::kOK && info)
+    path = folderPath(info->parentObject(), depth + 1) + info->fileName() + "/";
+  return folders_[handle] = path;
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,91 @@
+#include "tools/StorageCommands.h"
+
+#include <cstdint>
+#include <vector>
+
+#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "tools/Listing.h"
+#include "tools/OpenedDevice.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
+
+std::vector<std::uint32_t> storesOf(const OpenedDevice& device) {
+  const auto stores = device.transactions().storageIDs();
+  if (!stores) device.failWithout("the stores", status::kPTPGeneralError);
+  return *stores;
+}
+
+std::string imagesText(const PTPStorageInfo& info) {
+  return info.freeSpaceInImages == kUnknownImages ? "" : std::to_string(info.freeSpaceInImages);
+}
+
+std::uint32_t storeToFormat(const OpenedDevice& device, const std::string& chosen) {
+  if (!chosen.empty()) return numberArgument(device.operation(), "store id", chosen);
+  const auto stores = storesOf(device);
+  if (stores.size() == 1) return stores.front();
+  std::string known;
+  for (const std::uint32_t store : stores)
+    known += (known.empty() ? "" : ", ") + handleText(store);
+  refuseUsage(device.operation(),
+              stores.empty() ? "the device has no store" : "say which store: " + known);
+}
+
+}  // namespace
+
+int runStorageList(ToolContext& context) {
+  const OpenedDevice device(context, "storage list");
+  Listing listing(context.output,
+                  {{"STORE"},
+                   {"TYPE"},
+                   {"ACCESS"},
+                   {"SIZE", 0, true},
+                   {"FREE", 0, true},
+                   {"PICTURES", 0, true}},
+                  Listing::kWhole);
+  int exitCode = kDone;
+  for (const std::uint32_t store : storesOf(device)) {
+    const auto info = device.transactions().storageInfo(store);
+    endIfInterrupted(context, device.operation());
+    if (!info) {
+      exitCode = kFailed;
+      const Status status = device.explained(status::kPTPGeneralError);
+      listing.addFailure({{"storageID", store}}, device.failure(handleText(store), status));
+      if (device.isLost(status)) break;
+      continue;
+    }
+    PropertyDictionary json = jsonFromStorageInfo(*info);
+    json["storageID"] = store;
+    listing.add(json, {handleText(store), storageTypeInWords(info->storageType),
+                       accessInWords(info->accessCapability), sizeInWords(info->maxCapacity),
+                       sizeInWords(info->freeSpaceInBytes), imagesText(*info)});
+  }
+  listing.finish();
+  return exitCode;
+}
+
+int runStorageFormat(ToolContext& context, const FormatOptions& options) {
+  const std::string operation = "storage format";
+  // Before the device is touched: a script that forgot it learns at once.
+  if (!options.yes && !canAsk(context))
+    refuseUsage(operation, "there is nobody to ask; give --yes to delete everything in the store");
+  const OpenedDevice device(context, operation);
+  const std::uint32_t store = storeToFormat(device, options.store);
+  if (!options.yes && !isConfirmed(context, "Delete everything in store " + handleText(store) +
+                                                " of " + device.device().name() + "?")) {
+    context.output.message("Nothing was deleted.");
+    return kFailed;
+  }
+  device.require(device.device().formatStore(store), "store " + handleText(store));
+  if (context.output.isJSON()) {
+    context.output.document({{"storageID", store}, {"formatted", true}});
+  } else {
+    context.output.line("Store " + handleText(store) + " is empty.");
+  }
+  return kDone;
+}
+
+}  // namespace tarvo::tools

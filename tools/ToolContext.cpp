@@ -1,0 +1,29 @@
+#include "tools/ToolContext.h"
+
+#include <unistd.h>
+
+#include <array>
+
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+
+bool canAsk(const ToolContext& context) {
+  return ::isatty(::fileno(context.input)) == 1 && context.output.errIsTerminal();
+}
+
+bool isConfirmed(ToolContext& context, const std::string& question) {
+  std::fputs((printable(question) + " [y/N] ").c_str(), stderr);
+  std::fflush(stderr);
+  std::array<char, 64> answer = {};
+  if (std::fgets(answer.data(), answer.size(), context.input) == nullptr) return false;
+  const std::string text(answer.data());
+  return text == "y\n" || text == "Y\n" || text == "yes\n" || text == "Yes\n";
+}
+
+void endIfInterrupted(const ToolContext& context, const std::string& operation) {
+  if (!context.interrupt.isSet()) return;
+  throw ToolError({.operation = operation, .status = status::kCancelled}, kInterrupted);
+}
+
+}  // namespace tarvo::tools

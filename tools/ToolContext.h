@@ -1,0 +1,46 @@
+// What a command works with: its surroundings, handed in, so that a test can run it in process.
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "identify/models/SupportedModels.h"
+#include "platform/foundation/MakerConstants.h"
+#include "tools/GlobalOptions.h"
+#include "tools/Interrupt.h"
+#include "tools/Output.h"
+
+namespace tarvo::tools {
+
+/// The platform, made when a command asks for it: most of what a user types needs no device.
+///
+/// Main thread only. What is returned lives as long as this. Each raises
+/// NSInvalidArgumentException when the preferences file that was asked for cannot be read.
+class ToolPlatform {
+ public:
+  virtual ~ToolPlatform() = default;
+  virtual const MakerConstants& maker() = 0;
+  virtual SupportedModels& models() = 0;
+  /// Makes what reaches devices, and the room of the picture devices, at the first call.
+  virtual const PictureDeviceServices& services() = 0;
+};
+
+/// Everything is lent for the length of the command.
+struct ToolContext {
+  const GlobalOptions& options;
+  Output& output;
+  ToolPlatform& platform;
+  const Interrupt& interrupt;
+  std::FILE* input;  ///< where answers to questions come from
+};
+
+/// Whether there is a person to ask.
+bool canAsk(const ToolContext& context);
+/// Asks on standard error; true for "y" and "yes". False at the end of the input.
+bool isConfirmed(ToolContext& context, const std::string& question);
+
+/// Raises what ends a command that was interrupted, if it was.
+void endIfInterrupted(const ToolContext& context, const std::string& operation);
+
+}  // namespace tarvo::tools

@@ -1,0 +1,97 @@
+#include "tools/ToolProcess.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "NativeServices/Logging.h"
+#include "platform/foundation/GlibRunLoop.h"
+#include "platform/foundation/JournalLog.h"
+#include "platform/foundation/KeyFilePreferences.h"
+#include "platform/foundation/NotificationQueue.h"
+#include "platform/foundation/ProcessRunningApplications.h"
+#include "platform/foundation/UnixMountTable.h"
+#include "platform/imagecapture/ImageCaptureService.h"
+#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
+#include "platform/iokit/UdevRegistry.h"
+
+namespace tarvo::tools {
+namespace {
+
+/// What the platform says is beside the command, which reports its own failures; a user who looks
+/// into something has it all.
+LogSink toolSink(LogSink sink, bool isQuiet) {
+  return [sink = std::move(sink), isQuiet](LogLevel level, std::string_view line) {
+    const bool isAskedFor = LogCheck(kLogCameraVerbose) || LogCheck(kLogAppDebug);
+    if (isAskedFor || (level >= LogLevel::kWarning && !isQuiet)) sink(level, line);
+  };
+}
+
+/// A device may be silent as long as the user says; getting back in step never takes longer.
+ptp::Timeouts timeoutsFor(const GlobalOptions& options, const Interrupt& interrupt) {
+  ptp::Timeouts timeouts;
+  timeouts.interrupted = &interrupt.flag();
+  if (!options.timeout) return timeouts;
+  timeouts.bulk = *options.timeout;
+  timeouts.control = std::min(timeouts.control, timeouts.bulk);
+  timeouts.recovery = std::min(timeouts.recovery, timeouts.bulk);
+  return timeouts;
+}
+
+}  // namespace
+
+struct ToolProcess::Base {
+  explicit Base(const GlobalOptions& options)
+      : log(toolSink(systemLog.sink(), options.quiet || options.json)),
+        preferences(log, options.configFile) {}
+
+  JournalLog systemLog{"tarvoctl", JournalLog::Destination::kStandardError};
+  LogSink log;
+  KeyFilePreferences preferences;
+  LogState logState{preferences, systemLog};
+  MakerConstants constants = MakerConstants::load(preferences, log);
+  SupportedModels models{constants};
+  GlibRunLoop loop{log};
+};
+
+// Each member stands on those above it.
+struct ToolProcess::Devices {
+  Devices(Base& base, const ptp::Timeouts& timeouts)
+      : base_(base), connector(std::make_unique<ptp::LibusbDeviceOpener>(), timeouts, base.log) {}
+
+  Base& base_;
+  NotificationCenter center;
+  NotificationQueue queue{center, base_.loop};
+  ProcessRunningApplications applications;
+  UnixMountTable mounts{base_.preferences, base_.log};
+  UdevRegistry registry{base_.loop, base_.log};
+  ptp::LibusbConnector connector;
+  ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
+  PictureDeviceRoom room{{center, queue, base_.loop, imageCapture, registry, mounts, applications,
+                          base_.preferences, base_.constants, base_.log}};
+};
+
+ToolProcess::ToolProcess(const GlobalOptions& options, const Interrupt& interrupt)
+    : options_(options), interrupt_(interrupt) {}
+
+ToolProcess::~ToolProcess() = default;
+
+ToolProcess::Base& ToolProcess::base() {
+  if (!base_) base_ = std::make_unique<Base>(options_);
+  return *base_;
+}
+
+const MakerConstants& ToolProcess::maker() {
+  return base().constants;
+}
+
+SupportedModels& ToolProcess::models() {
+  return base().models;
+}
+
+const PictureDeviceServices& ToolProcess::services() {
+  if (!devices_) devices_ = std::make_unique<Devices>(base(), timeoutsFor(options_, interrupt_));
+  return devices_->room.services();
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,35 @@
+// tarvoctl as a process: the smaller twin of the agent's. It owns the platform services and the
+// state of the rooms, in the order in which they need each other, without buses and without a
+// listener, and makes each no earlier than a command needs it.
+#pragma once
+
+#include <memory>
+
+#include "tools/ToolContext.h"
+
+namespace tarvo::tools {
+
+/// Main thread only. One in a process.
+class ToolProcess : public ToolPlatform {
+ public:
+  /// Both are lent. A flag of `interrupt` ends transactions that are running.
+  ToolProcess(const GlobalOptions& options, const Interrupt& interrupt);
+  ~ToolProcess() override;
+
+  const MakerConstants& maker() override;
+  SupportedModels& models() override;
+  const PictureDeviceServices& services() override;
+
+ private:
+  struct Base;
+  struct Devices;
+
+  Base& base();
+
+  const GlobalOptions& options_;
+  const Interrupt& interrupt_;
+  std::unique_ptr<Base> base_;        ///< log, preferences, main loop, models
+  std::unique_ptr<Devices> devices_;  ///< what reaches devices
+};
+
+}  // namespace tarvo::tools

@@ -1,0 +1,42 @@
+// What a person reads in place of numbers: sizes, dates, durations, formats, and names of codes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace tarvo::tools {
+
+/// "4.2 MB"; thousands, not 1024s. Below a thousand "27 bytes".
+std::string sizeInWords(std::uint64_t bytes);
+/// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
+/// is no date comes back as it is, printable.
+std::string dateInWords(std::string_view ptpDate);
+/// "1:02:03", or "02:03" below an hour.
+std::string durationInWords(std::uint64_t seconds);
+
+/// Object formats: "JPEG image", "folder"; "format 0xb123" where nobody knows.
+std::string formatInWords(std::uint16_t format);
+/// Types and access of a store (ISO 15740, "StorageInfo dataset").
+std::string storageTypeInWords(std::uint16_t type);
+std::string accessInWords(std::uint16_t capability);
+
+/// Names of ISO 15740 and of the maker's extension: "GetObject", "BatteryLevel", "ObjectAdded";
+/// "0x1234" where there is none.
+std::string operationName(std::uint16_t code);
+std::string propertyName(std::uint16_t code);
+std::string eventName(std::uint16_t code);
+/// 0 for a name that no property has. The case of letters does not matter.
+std::uint16_t propertyCode(std::string_view name);
+
+/// One line without control characters, which could steer a terminal; U+FFFD stands for each, and
+/// for what is no UTF-8.
+std::string printable(std::string_view text);
+/// What is no UTF-8 is U+FFFD; everything else is as it was.
+std::string validUTF8(std::string_view text);
+/// Columns that printable text takes on a terminal.
+std::size_t displayWidth(std::string_view text);
+/// `text` with blanks behind it, or before it, up to `width` columns.
+std::string padded(const std::string& text, std::size_t width, bool alignRight = false);
+
+}  // namespace tarvo::tools
