@@ -1,7 +1,9 @@
 #include "tools/Batch.h"
 
+#include <new>
 #include <utility>
 
+#include "Utilities/Exception.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
@@ -32,6 +34,19 @@ void Batch::failed(const OpenedDevice& device, PropertyDictionary json, const st
   if (context_.interrupt.isSet()) return;
   isLost_ = isLost_ || device.isLost(status);
   failed(std::move(json), device.failure(object, status, std::move(why)));
+}
+
+void Batch::attempt(const OpenedDevice& device, const PropertyDictionary& json,
+                    const std::string& object, const std::function<void()>& work) {
+  try {
+    work();
+  } catch (const Exception& exception) {
+    const bool isMemory = exception.name() == exception_name::kMalloc;
+    failed(device, json, object, isMemory ? status::kOutOfMemory : status::kICAProtocolError,
+           exception.reason());
+  } catch (const std::bad_alloc&) {
+    failed(device, json, object, status::kOutOfMemory);
+  }
 }
 
 bool Batch::goesOn() const {

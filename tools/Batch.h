@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "tools/OpenedDevice.h"
@@ -27,6 +28,9 @@ class Batch {
   /// The same for an object of `device`; after one that is lost the batch ends.
   void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
               Status status, std::string why = {});
+  /// Calls `work` for one object; what it raises is that object's failure.
+  void attempt(const OpenedDevice& device, const PropertyDictionary& json,
+               const std::string& object, const std::function<void()>& work);
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;
 

@@ -139,7 +139,7 @@ class DeviceInformation {
 
   void takeDeviceInfo() {
     const auto record = device_.device().deviceInfoDataset();
-    if (!record) device_.failWithout(inWords(device_.summary()), status::kPTPGeneralError);
+    if (!record) device_.failWithout(inWords(device_.summary()));
     const auto room = record->data();
     json_ =
         jsonFromDeviceInfo(room.first(std::min<std::size_t>(room.size(), record->pb().dataSize)));

@@ -64,8 +64,8 @@ class Fetching {
         .onObject = [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
                            const std::string& path) { fetchOne(handle, info, path); },
         .onUnreadable =
-            [this](std::uint32_t handle, Status status) {
-              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status);
+            [this](std::uint32_t handle, Status status, const std::string& why) {
+              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status, why);
             },
         .onUnmatched =
             [this](const std::string& operand) {
@@ -102,11 +102,13 @@ class Fetching {
       batch_.skipped();
       return;
     }
-    if (options_.thumbnails) {
-      fetchThumbnail(handle, info, json, object);
-    } else {
-      fetchWhole(handle, info, json, object);
-    }
+    batch_.attempt(device_, json, object, [&] {
+      if (options_.thumbnails) {
+        fetchThumbnail(handle, info, json, object);
+      } else {
+        fetchWhole(handle, info, json, object);
+      }
+    });
   }
 
   bool isThere(const XTExtendedObjectInfo& info) const {
@@ -148,7 +150,7 @@ class Fetching {
     }
     const auto image = device_.device().downloadThumb(ObjectReference(handle));
     if (!image) {
-      batch_.failed(device_, std::move(json), object, thumbnailStatus());
+      batch_.failed(device_, std::move(json), object, thumbnailStatus(info));
       return;
     }
     const auto made = writeWhole(target_.folder, target_.name.value_or(thumbnailName(*name)),
@@ -164,10 +166,10 @@ class Fetching {
     batch_.succeeded(json, made.path, image->size());
   }
 
-  /// Why there is no thumbnail: what the transport says, or that there is none.
-  Status thumbnailStatus() const {
-    const Status transport = device_.explained(status::kPTPGeneralError);
-    return transport == status::kPTPGeneralError ? status::kPTPNoThumbnailPresent : transport;
+  /// Why there is no thumbnail: what the device says, or that it was not even asked.
+  Status thumbnailStatus(const XTExtendedObjectInfo& info) const {
+    return info.thumbCompressedSize() == 0 ? status::kPTPNoThumbnailPresent
+                                           : device_.transactions().lastOutcome();
   }
 
   ToolContext& context_;

@@ -53,10 +53,9 @@ class ObjectList {
       walk(numberArgument(kOperation, "handle", options_.association));
     } else if (options_.isRecursive || format_ != 0) {
       // The device gives all that there is at once.
-      showAll(
-          required(device_.transactions().objectHandlesOnStore(store_, format_), "the objects"));
+      showAll(device_.objectHandles(store_, format_, std::nullopt, "the objects"));
     } else {
-      showAll(required(device_.transactions().objectHandlesOnStore(store_, 0, kRoot), "the root"));
+      showAll(device_.objectHandles(store_, 0, kRoot, "the root"));
     }
     endIfInterrupted(context_, kOperation);
     listing_.finish();
@@ -64,11 +63,6 @@ class ObjectList {
   }
 
  private:
-  ObjectHandles required(std::optional<ObjectHandles> handles, const std::string& what) {
-    if (!handles) device_.failWithout(what, status::kPTPGeneralError);
-    return *std::move(handles);
-  }
-
   bool isEnough() const {
     return (options_.limit && shown_ >= *options_.limit) || hasEnded_ || context_.interrupt.isSet();
   }
@@ -89,8 +83,7 @@ class ObjectList {
       folders.pop_front();
       if (!visited.insert(current).second) continue;
       const auto handles =
-          required(device_.transactions().objectHandlesOnStore(store_, folderFormat(), current),
-                   "folder " + handleText(current));
+          device_.objectHandles(store_, folderFormat(), current, "folder " + handleText(current));
       for (const std::uint32_t handle : handles) {
         if (isEnough()) break;
         if (isShownFolder(handle)) folders.push_back(handle);
@@ -116,21 +109,20 @@ class ObjectList {
       listing_.add(handle, {handleText(handle)});
       return nullptr;
     }
-    ObjectInfoPointer info;
-    const Status status = device_.transactions().objectInfo(info, handle);
-    if (status != status::kOK || !info) {
-      fail(handle, status);
+    const auto [info, status, why] = readInfo(device_.transactions(), handle);
+    if (!info) {
+      fail(handle, status, why);
       return nullptr;
     }
     if (format_ == 0 || info->objFmtCode() == format_) add(handle, *info);
     return info;
   }
 
-  void fail(std::uint32_t handle, Status status) {
+  void fail(std::uint32_t handle, Status status, const std::string& why) {
     if (context_.interrupt.isSet()) return;
     exitCode_ = kFailed;
     hasEnded_ = device_.isLost(status);
-    listing_.addFailure({{"handle", handle}}, device_.failure(handleText(handle), status));
+    listing_.addFailure({{"handle", handle}}, device_.failure(handleText(handle), status, why));
   }
 
   void add(std::uint32_t handle, const XTExtendedObjectInfo& info) {

@@ -1,5 +1,7 @@
 #include "tools/ObjectPaths.h"
 
+#include "Utilities/Exception.h"
+
 namespace tarvo::tools {
 namespace {
 
@@ -8,6 +10,18 @@ constexpr std::uint16_t kAssociation = 0x3001;
 constexpr int kDeepest = 16;
 
 }  // namespace
+
+ReadInfo readInfo(PTPTransactions& device, std::uint32_t handle) {
+  ReadInfo result;
+  try {
+    result.status = device.objectInfo(result.info, handle);
+    if (result.status != status::kOK) result.info.reset();
+  } catch (const Exception& exception) {
+    return {.status = status::kICAProtocolError, .why = exception.reason()};
+  }
+  if (!result.info && result.status == status::kOK) result.status = status::kPTPGeneralError;
+  return result;
+}
 
 bool isFolder(const XTExtendedObjectInfo& info) {
   return info.objFmtCode() == kAssociation;
@@ -21,10 +35,9 @@ std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
   // Devices name the root in either way.
   if (handle == 0 || handle == 0xFFFFFFFF || depth == kDeepest) return {};
   if (const auto known = folders_.find(handle); known != folders_.end()) return known->second;
-  ObjectInfoPointer info;
+  const auto info = readInfo(device_, handle).info;
   std::string path;
-  if (device_.objectInfo(info, handle) == status::kOK && info)
-    path = folderPath(info->parentObject(), depth + 1) + info->fileName() + "/";
+  if (info) path = folderPath(info->parentObject(), depth + 1) + info->fileName() + "/";
   return folders_[handle] = path;
 }
 

@@ -38,9 +38,8 @@ class Selection {
       visit(handle, true);
     }
     if (names_.empty() && !all_) return;
-    const auto everything = device_.transactions().objectHandlesOnStore(ptp::kAllStores, 0);
-    if (!everything) device_.failWithout("the objects", status::kPTPGeneralError);
-    for (const std::uint32_t handle : *everything) {
+    const auto everything = device_.objectHandles(ptp::kAllStores, 0, std::nullopt, "the objects");
+    for (const std::uint32_t handle : everything) {
       if (!visitor_.goesOn()) return;
       if (isComplete()) break;
       visit(handle, false);
@@ -66,10 +65,9 @@ class Selection {
 
   void visit(std::uint32_t handle, bool isChosen) {
     if (!visited_.insert(handle).second) return;
-    ObjectInfoPointer info;
-    const Status status = device_.transactions().objectInfo(info, handle);
-    if (status != status::kOK || !info) {
-      visitor_.onUnreadable(handle, status);
+    const auto [info, status, why] = readInfo(device_.transactions(), handle);
+    if (!info) {
+      visitor_.onUnreadable(handle, status, why);
       return;
     }
     const std::string path = paths_.pathOf(*info);

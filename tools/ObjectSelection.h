@@ -17,7 +17,7 @@ struct SelectionVisitor {
                      const std::string& path)>
       onObject;
   /// An object that cannot be read.
-  std::function<void(std::uint32_t handle, Status status)> onUnreadable;
+  std::function<void(std::uint32_t handle, Status status, const std::string& why)> onUnreadable;
   /// A name or pattern that nothing has.
   std::function<void(const std::string& operand)> onUnmatched;
   std::function<bool()> goesOn;

@@ -78,10 +78,23 @@ void OpenedDevice::require(Status status, const std::string& object) const {
   throw ToolError(failure(object, status));
 }
 
-void OpenedDevice::failWithout(const std::string& object, Status fallback) const {
+void OpenedDevice::failWithout(const std::string& object) const {
   endIfInterrupted(context_, operation_);
-  const Status transport = device_->lastMessageStatus();
-  throw ToolError(failure(object, transport != status::kOK ? transport : fallback));
+  const Status outcome = transactions().lastOutcome();
+  throw ToolError(failure(object, outcome == status::kOK ? status::kPTPGeneralError : outcome));
+}
+
+ObjectHandles OpenedDevice::objectHandles(std::uint32_t store, std::uint16_t format,
+                                          std::optional<std::uint32_t> folder,
+                                          const std::string& what) const {
+  auto handles = folder ? transactions().objectHandlesOnStore(store, format, *folder)
+                        : transactions().objectHandlesOnStore(store, format);
+  // No objects, where they could not even be counted, is no answer. A format that the device does
+  // not know has none.
+  const Status outcome = transactions().lastOutcome();
+  const bool isUnknown = outcome != status::kOK && outcome != status::kPTPInvalidObjectFormatCode;
+  if (!handles || (handles->empty() && isUnknown)) failWithout(what);
+  return *std::move(handles);
 }
 
 std::string handleText(std::uint32_t handle) {

@@ -79,9 +79,8 @@ DescriptionResult describe(const OpenedDevice& device, std::uint16_t code) {
     auto dataSet = device.transactions().propertyDataSet(code);
     if (!dataSet) {
       const auto& listed = device.transactions().facts().properties;
-      return {.status = device.explained(containsCode(listed, code)
-                                             ? status::kPTPGeneralError
-                                             : status::kPTPDevicePropNotSupported)};
+      return {.status = containsCode(listed, code) ? device.transactions().lastOutcome()
+                                                   : status::kPTPDevicePropNotSupported};
     }
     return {.description = scanPropertyDescription(*dataSet)};
   } catch (const Exception& exception) {

@@ -64,7 +64,7 @@ class Sending {
   int run() {
     for (const auto& path : options_.files) {
       if (!batch_.goesOn()) break;
-      sendOne(path);
+      batch_.attempt(device_, {{"file", validUTF8(path)}}, path, [&] { sendOne(path); });
     }
     return batch_.finish();
   }

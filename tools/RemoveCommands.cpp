@@ -32,7 +32,7 @@ class Removing {
     }
     for (const auto& object : found_) {
       if (!batch_.goesOn()) break;
-      remove(object);
+      batch_.attempt(device_, {{"handle", object.handle}}, object.path, [&] { remove(object); });
     }
     return batch_.finish();
   }
@@ -50,8 +50,8 @@ class Removing {
               found_.push_back({handle, path});
             },
         .onUnreadable =
-            [this](std::uint32_t handle, Status status) {
-              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status);
+            [this](std::uint32_t handle, Status status, const std::string& why) {
+              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status, why);
             },
         .onUnmatched =
             [this](const std::string& operand) {

@@ -15,7 +15,7 @@ constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
 
 std::vector<std::uint32_t> storesOf(const OpenedDevice& device) {
   const auto stores = device.transactions().storageIDs();
-  if (!stores) device.failWithout("the stores", status::kPTPGeneralError);
+  if (!stores) device.failWithout("the stores");
   return *stores;
 }
 
@@ -52,7 +52,7 @@ int runStorageList(ToolContext& context) {
     endIfInterrupted(context, device.operation());
     if (!info) {
       exitCode = kFailed;
-      const Status status = device.explained(status::kPTPGeneralError);
+      const Status status = device.explained(device.transactions().lastOutcome());
       listing.addFailure({{"storageID", store}}, device.failure(handleText(store), status));
       if (device.isLost(status)) break;
       continue;
