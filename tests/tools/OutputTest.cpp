@@ -1,0 +1,93 @@
+// What a person reads: words in place of numbers, aligned columns, and nothing that steers a
+// terminal.
+#include <gmock/gmock.h>
+
+#include "Utilities/Status.h"
+#include "tests/tools/ToolBench.h"
+#include "tools/Listing.h"
+#include "tools/LocalFiles.h"
+#include "tools/Progress.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+using ::testing::HasSubstr;
+
+TEST(Words, SizesAreInThousands) {
+  const std::pair<std::uint64_t, const char*> kSizes[] = {
+      {0, "0 bytes"},      {1, "1 byte"},         {999, "999 bytes"},
+      {1000, "1.0 kB"},    {2412034, "2.4 MB"},   {999949, "999.9 kB"},
+      {999950, "1.0 MB"},  {32000000000, "32.0 GB"}, {UINT64_MAX, "18.4 EB"}};
+  for (const auto& [bytes, words] : kSizes)
+    EXPECT_EQ(sizeInWords(bytes), words);
+}
+
+TEST(Words, DatesAreReadableAndWhatIsNoneStaysAsItIs) {
+  EXPECT_EQ(dateInWords("20240615T120301"), "2024-06-15 12:03:01");
+  EXPECT_EQ(dateInWords("20240615T120301.0+0200"), "2024-06-15 12:03:01");
+  EXPECT_EQ(dateInWords("yesterday"), "yesterday");
+  EXPECT_EQ(dateInWords(""), "");
+  EXPECT_EQ(dateInWords("\x1b[2J"), "\xEF\xBF\xBD[2J");
+}
+
+TEST(Words, CodesHaveNamesAndUnknownOnesAreNumbers) {
+  EXPECT_EQ(formatInWords(0x3801), "JPEG image");
+  EXPECT_EQ(formatInWords(0xB999), "format 0xb999");
+  EXPECT_EQ(operationName(0x1009), "GetObject");
+  EXPECT_EQ(propertyName(0x5001), "BatteryLevel");
+  EXPECT_EQ(propertyCode("batterylevel"), 0x5001);
+  EXPECT_EQ(propertyCode("Nonsense"), 0);
+  EXPECT_EQ(eventName(0x4002), "ObjectAdded");
+  EXPECT_EQ(eventName(0xC001), "0xc001");
+}
+
+TEST(Words, TextFromADeviceCannotSteerATerminal) {
+  EXPECT_EQ(printable("a\nb\x7f"), "a\xEF\xBF\xBD"
+                                   "b\xEF\xBF\xBD");
+  EXPECT_EQ(printable("\xE2\x80\xAEgpj"), "\xEF\xBF\xBDgpj") << "turned around";
+  EXPECT_EQ(printable("\xC3\xA4\xFF"), "\xC3\xA4\xEF\xBF\xBD") << "what is no UTF-8";
+  EXPECT_EQ(displayWidth("\xE5\x86\x99\xE7\x9C\x9F.JPG"), 8U) << "wide characters";
+}
+
+TEST(Words, AFailureNamesOperationObjectStatusAndWhatToDo) {
+  const Failure failure = {
+      .operation = "get", .object = "A.JPG", .status = status::kICATimeout, .why = "it is slow"};
+  EXPECT_THAT(inWords(failure),
+              HasSubstr("get A.JPG: device did not answer in time (-9904, 0xffffd950): it is slow. "
+                        "Switch the device off and on"));
+  const auto json = asJSON(failure);
+  EXPECT_EQ(json["statusHex"], "0xffffd950");
+  EXPECT_EQ(json["object"], "A.JPG");
+  EXPECT_THAT(statusWithHex(0x2019), HasSubstr("(0x2019)"));
+}
+
+TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {
+  EXPECT_EQ(progressLine("A.JPG", 500, 1000, std::chrono::seconds(1), 80),
+            "A.JPG [##########..........]  50 %  500 bytes/s  00:01");
+  EXPECT_EQ(progressLine("A.JPG", 500, 0, std::chrono::seconds(1), 80),
+            "A.JPG  500 bytes  500 bytes/s");
+  for (const std::size_t columns : {60U, 80U})
+    EXPECT_LE(displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1),
+                                        columns)),
+              columns);
+}
+
+TEST(LocalFiles, AFileIsWholeAndReplacesNothingUnasked) {
+  const test::TemporaryFolder folder;
+  const auto bytes = std::as_bytes(std::span("one", 3));
+  const auto write = [&](ExistingFile existing) {
+    return writeWhole(folder.path(), "a.txt", bytes, existing);
+  };
+  EXPECT_EQ(write(ExistingFile::kRefuse).path, folder.path("a.txt"));
+  EXPECT_EQ(write(ExistingFile::kRefuse).status, status::kDuplicateFile);
+  EXPECT_EQ(write(ExistingFile::kKeepBoth).path, folder.path("a (2).txt"));
+  EXPECT_EQ(write(ExistingFile::kOverwrite).path, folder.path("a.txt"));
+  EXPECT_EQ(writeWhole(folder.path("none"), "a.txt", bytes, ExistingFile::kRefuse).status,
+            status::kIOError);
+  EXPECT_TRUE(hasFileOfSize(folder.path(), "a.txt", 3));
+  EXPECT_FALSE(hasFileOfSize(folder.path(), "a.txt", 4));
+}
+
+}  // namespace
+}  // namespace tarvo::tools

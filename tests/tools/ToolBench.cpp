@@ -1,0 +1,119 @@
+#include "tests/tools/ToolBench.h"
+
+#include <cstdio>
+#include <sstream>
+
+namespace tarvo::test {
+namespace {
+
+/// A file that is a stream of bytes, read back when all is written.
+class Capture {
+ public:
+  Capture() : file_(std::tmpfile()) {}
+  explicit Capture(const std::string& content) : Capture() {
+    std::fwrite(content.data(), 1, content.size(), file_);
+    std::rewind(file_);
+  }
+  Capture(const Capture&) = delete;
+  Capture& operator=(const Capture&) = delete;
+  ~Capture() { std::fclose(file_); }
+
+  std::FILE* file() const { return file_; }
+  std::string content() const {
+    std::fflush(file_);
+    std::rewind(file_);
+    std::string all;
+    for (int byte = std::fgetc(file_); byte != EOF; byte = std::fgetc(file_))
+      all += static_cast<char>(byte);
+    return all;
+  }
+
+ private:
+  std::FILE* file_;
+};
+
+constexpr const char* kContent = R"({
+  "properties": [
+    {"code": "0x5001", "type": "UINT8", "value": 80, "range": [0, 100, 1]},
+    {"code": "0x5010", "type": "INT16", "value": 0, "writable": true,
+     "choices": [-1000, 0, 1000]},
+    {"code": "0x5011", "type": "STR", "value": "20240615T120000", "writable": true}
+  ],
+  "stores": [{"id": "0x00010001", "label": "CARD", "content": [
+    {"folder": "DCIM", "content": [{"folder": "100TARVO", "content": [
+      {"file": "TARV0001.JPG", "size": 2412034},
+      {"file": "TARV0002.JPG", "size": 1987},
+      {"file": "TARV0003.MOV", "size": 5242880}]}]},
+    {"folder": "MISC", "content": [{"file": "NOTES.TXT", "text": "Sharing orders live here.\n"}]}
+  ]}]
+})";
+
+std::string laidOver(const std::string& json) {
+  auto content = nlohmann::json::parse(kContent);
+  content.merge_patch(nlohmann::json::parse(json));
+  return content.dump();
+}
+
+}  // namespace
+
+std::vector<std::string> ToolRun::lines() const {
+  std::vector<std::string> all;
+  std::istringstream stream(out);
+  for (std::string line; std::getline(stream, line);)
+    all.push_back(line);
+  return all;
+}
+
+ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
+                const std::string& input, const tools::Interrupt* interrupt) {
+  std::vector<const char*> arguments = {"tarvoctl"};
+  for (const auto& word : words)
+    arguments.push_back(word.c_str());
+  const Capture out;
+  const Capture err;
+  const Capture in(input);
+  auto line = tools::readCommandLine(static_cast<int>(arguments.size()), arguments.data(),
+                                     out.file(), err.file());
+  ToolRun run;
+  if (line.exitCode) {
+    run.exitCode = *line.exitCode;
+  } else {
+    const std::unique_ptr<tools::Interrupt> own =
+        interrupt ? nullptr : std::make_unique<tools::Interrupt>();
+    tools::Output output(out.file(), err.file(), line.options);
+    tools::ToolContext context{line.options, output, platform, interrupt ? *interrupt : *own,
+                               in.file()};
+    run.exitCode = tools::runCommand(context, line.command);
+  }
+  run.out = out.content();
+  run.err = err.content();
+  return run;
+}
+
+ToolRun runTool(const std::vector<std::string>& words, const std::string& input) {
+  NoPlatform none;
+  return runTool(words, none, input);
+}
+
+CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {}
+
+std::uint32_t CameraBench::handleOf(const std::string& name) {
+  for (const auto& object : run({"--json", "ls", "--recursive"}).json()) {
+    if (object.value("name", "") == name) return object["handle"].get<std::uint32_t>();
+  }
+  ADD_FAILURE() << "there is no " << name;
+  return 0;
+}
+
+std::string CameraBench::handleText(const std::string& name) {
+  return std::to_string(handleOf(name));
+}
+
+std::vector<std::string> CameraBench::names() {
+  std::vector<std::string> all;
+  for (const auto& object : run({"--json", "ls", "--recursive"}).json())
+    all.push_back(object.value("name", ""));
+  return all;
+}
+
+}  // namespace tarvo::test

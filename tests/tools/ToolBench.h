@@ -1,0 +1,70 @@
+// tarvoctl in the process of the test: words in, exit status and both outputs out.
+//
+//   CameraBench bench;                     // a simulated camera
+//   const auto run = bench.run({"ls", "--long"});
+//   EXPECT_EQ(run.exitCode, 0);
+//   EXPECT_THAT(run.out, HasSubstr("JPEG image"));
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tests/support/SimulatedPTPDevice.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tools/CommandLine.h"
+
+namespace tarvo::test {
+
+struct ToolRun {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+
+  /// Standard output as JSON; a discarded value where it is not exactly one document.
+  nlohmann::json json() const { return nlohmann::json::parse(out, nullptr, false); }
+  /// Every line of standard output.
+  std::vector<std::string> lines() const;
+};
+
+/// No platform at all: for what must not need one.
+class NoPlatform : public tools::ToolPlatform {
+ public:
+  const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
+  SupportedModels& models() override { throw std::logic_error("the platform was asked for"); }
+  const PictureDeviceServices& services() override {
+    throw std::logic_error("the platform was asked for");
+  }
+};
+
+/// Runs `words` behind "tarvoctl". `input` is standard input.
+ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
+                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr);
+/// The same without a platform.
+ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
+
+/// A simulated camera with tarvoctl on it.
+class CameraBench : public tools::ToolPlatform {
+ public:
+  /// `json` is laid over a camera with folders, pictures and properties.
+  explicit CameraBench(const std::string& json = "{}");
+
+  const MakerConstants& maker() override { return sim.maker; }
+  SupportedModels& models() override { return sim.models; }
+  const PictureDeviceServices& services() override { return sim.room.services(); }
+
+  ToolRun run(const std::vector<std::string>& words, const std::string& input = {}) {
+    return runTool(words, *this, input, interrupt);
+  }
+  /// Handle of the first object of that name; fails the test where there is none.
+  std::uint32_t handleOf(const std::string& name);
+  std::string handleText(const std::string& name);
+  /// Names of all objects, in the order of the device.
+  std::vector<std::string> names();
+
+  SimulatedPTPDevice sim;
+  TemporaryFolder folder;
+  const tools::Interrupt* interrupt = nullptr;
+};
+
+}  // namespace tarvo::test
