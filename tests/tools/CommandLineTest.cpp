@@ -74,11 +74,11 @@ std::vector<std::string> allCommands() {
 }
 
 TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
-  for (const char* words : {"", "nonsense", "--nonsense", "ls --nonsense", "storage", "rename 1",
-                            "--timeout never devices", "--timeout 0 devices", "decode objectinfo",
-                            "ls --limit -1", "decode nonsense -", "models check F055",
-                            "models check F055:10000", "get", "get --all --overwrite --keep-both",
-                            "property get Nonsense", "ls --store x"}) {
+  for (const char* words :
+       {"", "nonsense", "--nonsense", "ls --nonsense", "storage", "rename 1",
+        "--timeout never devices", "--timeout 0 devices", "decode objectinfo", "ls --limit -1",
+        "decode nonsense -", "models check F055", "models check F055:10000", "get",
+        "get --all --overwrite --keep-both", "property get Nonsense", "ls --store x"}) {
     const auto run = runTool(wordsOf(words));
     EXPECT_EQ(run.exitCode, tools::kBadUsage) << words;
     EXPECT_THAT(run.out, IsEmpty()) << words;

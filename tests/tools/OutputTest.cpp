@@ -16,9 +16,9 @@ using ::testing::HasSubstr;
 
 TEST(Words, SizesAreInThousands) {
   const std::pair<std::uint64_t, const char*> kSizes[] = {
-      {0, "0 bytes"},      {1, "1 byte"},         {999, "999 bytes"},
-      {1000, "1.0 kB"},    {2412034, "2.4 MB"},   {999949, "999.9 kB"},
-      {999950, "1.0 MB"},  {32000000000, "32.0 GB"}, {UINT64_MAX, "18.4 EB"}};
+      {0, "0 bytes"},         {1, "1 byte"},        {999, "999 bytes"}, {1000, "1.0 kB"},
+      {2412034, "2.4 MB"},    {999949, "999.9 kB"}, {999950, "1.0 MB"}, {32000000000, "32.0 GB"},
+      {UINT64_MAX, "18.4 EB"}};
   for (const auto& [bytes, words] : kSizes)
     EXPECT_EQ(sizeInWords(bytes), words);
 }
@@ -43,8 +43,9 @@ TEST(Words, CodesHaveNamesAndUnknownOnesAreNumbers) {
 }
 
 TEST(Words, TextFromADeviceCannotSteerATerminal) {
-  EXPECT_EQ(printable("a\nb\x7f"), "a\xEF\xBF\xBD"
-                                   "b\xEF\xBF\xBD");
+  EXPECT_EQ(printable("a\nb\x7f"),
+            "a\xEF\xBF\xBD"
+            "b\xEF\xBF\xBD");
   EXPECT_EQ(printable("\xE2\x80\xAEgpj"), "\xEF\xBF\xBDgpj") << "turned around";
   EXPECT_EQ(printable("\xC3\xA4\xFF"), "\xC3\xA4\xEF\xBF\xBD") << "what is no UTF-8";
   EXPECT_EQ(displayWidth("\xE5\x86\x99\xE7\x9C\x9F.JPG"), 8U) << "wide characters";
@@ -68,9 +69,9 @@ TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {
   EXPECT_EQ(progressLine("A.JPG", 500, 0, std::chrono::seconds(1), 80),
             "A.JPG  500 bytes  500 bytes/s");
   for (const std::size_t columns : {60U, 80U})
-    EXPECT_LE(displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1),
-                                        columns)),
-              columns);
+    EXPECT_LE(
+        displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1), columns)),
+        columns);
 }
 
 TEST(LocalFiles, AFileIsWholeAndReplacesNothingUnasked) {

@@ -7,10 +7,10 @@
 namespace tarvo::test {
 namespace {
 
+using nlohmann::json;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using nlohmann::json;
 
 constexpr std::string_view kTwoNumbers("\2\0\0\0\1\0\2\0", 8);
 

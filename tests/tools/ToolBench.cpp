@@ -39,9 +39,10 @@ constexpr const char* kContent = R"({
      "choices": [-1000, 0, 1000]},
     {"code": "0x5011", "type": "STR", "value": "20240615T120000", "writable": true}
   ],
-  "stores": [{"id": "0x00010001", "label": "CARD", "content": [
+  "vendor": {"queryRows": ["1|TARV0001.JPG\n", "2|TARV0002.JPG\n"]},
+  "stores": [{"id": "0x00010001", "label": "CARD", "free": 2000000000, "content": [
     {"folder": "DCIM", "content": [{"folder": "100TARVO", "content": [
-      {"file": "TARV0001.JPG", "size": 2412034},
+      {"file": "TARV0001.JPG", "size": 2412034, "thumbnail": true},
       {"file": "TARV0002.JPG", "size": 1987},
       {"file": "TARV0003.MOV", "size": 5242880}]}]},
     {"folder": "MISC", "content": [{"file": "NOTES.TXT", "text": "Sharing orders live here.\n"}]}
@@ -95,7 +96,11 @@ ToolRun runTool(const std::vector<std::string>& words, const std::string& input)
   return runTool(words, none, input);
 }
 
-CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {}
+CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {
+  // Each command claims the device itself, as each is a process of its own.
+  sim.device.reset();
+  sim.scope.reset();
+}
 
 std::uint32_t CameraBench::handleOf(const std::string& name) {
   for (const auto& object : run({"--json", "ls", "--recursive"}).json()) {

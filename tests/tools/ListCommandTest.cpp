@@ -1,0 +1,125 @@
+// ls and the other commands that tell what a device is and holds.
+#include <gmock/gmock.h>
+
+#include "Utilities/PTPCodes.h"
+#include "tests/tools/ToolBench.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ContainsRegex;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+TEST(List, ShowsTheRootOrAFolderOrEverything) {
+  CameraBench bench;
+  EXPECT_THAT(bench.run({"ls"}).lines(),
+              ElementsAre(HasSubstr("NAME"), ContainsRegex("0x[0-9a-f]{8}  DCIM/"),
+                          ContainsRegex("0x[0-9a-f]{8}  MISC/")));
+  EXPECT_THAT(bench.run({"ls", "--association", bench.handleText("MISC")}).out,
+              ContainsRegex("NOTES.TXT\n$"));
+  const auto all = bench.run({"ls", "--recursive"});
+  EXPECT_THAT(all.lines(), SizeIs(8));
+  EXPECT_THAT(all.out, HasSubstr("  DCIM/100TARVO/TARV0003.MOV\n"));
+  const auto below = bench.run({"ls", "--recursive", "--association", bench.handleText("DCIM")});
+  EXPECT_THAT(below.lines(), SizeIs(5));
+  EXPECT_THAT(below.out, Not(HasSubstr("NOTES")));
+}
+
+TEST(List, InLongFormSaysFormatSizeAndDateInWords) {
+  CameraBench bench;
+  EXPECT_THAT(
+      bench.run({"ls", "--long", "--recursive"}).out,
+      ContainsRegex("JPEG image +2\\.4 MB  [0-9-]{10} [0-9:]{8}  DCIM/100TARVO/TARV0001.JPG"));
+}
+
+TEST(List, FiltersByFormatAndByStore) {
+  CameraBench bench;
+  EXPECT_THAT(bench.run({"ls", "--format", "jpg"}).lines(), SizeIs(3));
+  EXPECT_THAT(bench.run({"ls", "--format", "0x300D"}).out, HasSubstr("TARV0003.MOV"));
+  EXPECT_THAT(bench.run({"--json", "ls", "--format", "mp3"}).json(), IsEmpty());
+  EXPECT_THAT(bench.run({"ls", "--store", "0x00010001"}).lines(), SizeIs(3));
+  const auto none = bench.run({"ls", "--store", "0x00090001"});
+  EXPECT_EQ(none.exitCode, tools::kFailed);
+  EXPECT_THAT(none.err, HasSubstr("ls the root: invalid storage id (0x2008)"));
+}
+
+TEST(List, AsksNoMoreThanItShows) {
+  CameraBench bench(R"({"stores": [{"id": "0x00010001", "content": [
+      {"generate": {"count": 100000, "size": 100, "prefix": "P", "extension": "JPG"}}]}]})");
+  EXPECT_THAT(bench.run({"ls", "--limit", "3"}).lines(), SizeIs(4));
+  EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
+  EXPECT_THAT(bench.run({"ls", "--handles"}).lines(), SizeIs(100001));
+  EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
+}
+
+TEST(List, AnObjectThatCannotBeReadDoesNotEndIt) {
+  CameraBench bench;
+  bench.sim.camera->setFault("respond", "0x2002,0x1008,@3");
+  const auto run = bench.run({"--json", "ls", "--recursive"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  ASSERT_THAT(run.json(), SizeIs(7));
+  EXPECT_EQ(run.json()[2]["error"]["statusHex"], "0x2002");
+  EXPECT_THAT(run.json()[6], Contains(nlohmann::json("NOTES.TXT")));
+}
+
+TEST(Information, IsToldInWordsAndAsJSON) {
+  CameraBench bench;
+  const auto run = bench.run({"info"});
+  for (const char* part : {"Tarvo Lumo X2", "GetObject", "BatteryLevel", "80 %", "2.0 GB free"})
+    EXPECT_THAT(run.out, HasSubstr(part));
+  const auto json = bench.run({"--json", "info"}).json();
+  EXPECT_EQ(json["Model"], "Tarvo Lumo X2");
+  EXPECT_EQ(json["objects"], 7);
+  EXPECT_EQ(json["stores"][0]["storageID"], 0x00010001);
+}
+
+TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {
+  CameraBench bench;
+  EXPECT_THAT(bench.run({"storage", "list"}).out,
+              ContainsRegex("0x00010001  removable memory  read and write +4.0 GB +2.0 GB"));
+  EXPECT_EQ(bench.run({"storage", "format"}, "y\n").exitCode, tools::kBadUsage);
+  EXPECT_EQ(bench.sim.asked(ptp::kFormatStore), 0U) << "without a terminal nobody was asked";
+  const auto run = bench.run({"--json", "storage", "format", "--yes"});
+  EXPECT_EQ(run.exitCode, 0) << run.out;
+  EXPECT_THAT(bench.names(), IsEmpty());
+}
+
+TEST(Clock, IsSetToTheTimeOfTheHost) {
+  CameraBench bench;
+  const auto run = bench.run({"--json", "clock", "set"});
+  EXPECT_EQ(run.exitCode, 0) << run.out;
+  EXPECT_THAT(run.json()["dateTime"].get<std::string>(), Not(HasSubstr("20240615")));
+}
+
+TEST(Query, RowsComeAsTheyAreAndTheQueryIsLetGo) {
+  CameraBench bench;
+  const auto run = bench.run({"query", "SELECT * FROM pictures"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(run.out, "1|TARV0001.JPG\n2|TARV0002.JPG\n");
+  EXPECT_EQ(bench.run({"--json", "query", "SELECT"}).json()["rows"], run.out);
+  EXPECT_THAT(bench.names(), SizeIs(7)) << "the query object is gone";
+}
+
+TEST(Events, AreShownUntilTheCount) {
+  CameraBench bench;
+  bench.sim.camera->sendEvent(0x4002, {0x17});
+  bench.sim.camera->sendEvent(0x4006, {0x5001});
+  const auto run = bench.run({"events", "--count", "2"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.out, ContainsRegex("ObjectAdded +0x00000017\n"));
+  EXPECT_THAT(run.out, ContainsRegex("DevicePropChanged +BatteryLevel\n"));
+}
+
+TEST(Reset, SaysThatItWasDone) {
+  CameraBench bench;
+  EXPECT_THAT(bench.run({"reset"}).out, HasSubstr("was reset"));
+  EXPECT_EQ(bench.run({"ls"}).exitCode, 0) << "the device works on";
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,62 @@
+// property: values in words, and only those that fit are sent.
+#include <gmock/gmock.h>
+
+#include "Utilities/PTPCodes.h"
+#include "tests/tools/ToolBench.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+TEST(Properties, AreListedWithNameValueAndWhatIsAllowed) {
+  CameraBench bench;
+  const auto run = bench.run({"property", "list"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.out,
+              ContainsRegex("0x5001  BatteryLevel +read only +80 % +0 to 100 in steps of 1"));
+  EXPECT_THAT(run.out, ContainsRegex("DateTime +read and write +2024-06-15 12:00:00"));
+  EXPECT_THAT(bench.run({"--json", "property", "list"}).json(), SizeIs(3));
+}
+
+TEST(Properties, AreReadByNameAndByCode) {
+  CameraBench bench;
+  for (const char* property : {"BatteryLevel", "batterylevel", "0x5001", "20481"})
+    EXPECT_EQ(bench.run({"--json", "property", "get", property}).json()["current"], 80) << property;
+  EXPECT_THAT(bench.run({"property", "get", "ExposureBiasCompensation"}).out,
+              ContainsRegex("Allowed: +-1000, 0, 1000\n"));
+  const auto run = bench.run({"property", "get", "0x5002"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err,
+              HasSubstr("FunctionalMode (0x5002): device property not supported (0x200a)"));
+}
+
+TEST(Properties, AreSetInTheirOwnType) {
+  CameraBench bench;
+  EXPECT_EQ(bench.run({"property", "set", "0x5010", "-1000"}).exitCode, 0);
+  EXPECT_EQ(bench.run({"property", "set", "DateTime", "20261124T120000"}).exitCode, 0);
+  EXPECT_EQ(bench.run({"--json", "property", "get", "0x5010"}).json()["current"], -1000);
+  EXPECT_EQ(bench.run({"--json", "property", "get", "DateTime"}).json()["current"],
+            "20261124T120000");
+}
+
+TEST(Properties, WhatDoesNotFitIsNotSent) {
+  CameraBench bench;
+  const std::string tooLong(255, '1');
+  const std::vector<std::string> kBad[] = {{"0x5010", "much"},
+                                           {"0x5010", "40000"},
+                                           {"0x5010", "[1]"},
+                                           {"BatteryLevel", "1"},
+                                           {"DateTime", tooLong}};
+  for (const auto& words : kBad) {
+    const auto run = bench.run({"property", "set", words[0], words[1]});
+    EXPECT_EQ(run.exitCode, tools::kFailed) << words[0] << " " << words[1];
+    EXPECT_THAT(run.err, ContainsRegex("property set .+\\(0x50[01][01]\\): .+"));
+  }
+  EXPECT_EQ(bench.sim.asked(ptp::kSetDevicePropValue), 0U);
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,182 @@
+// get, put, rm and rename on a simulated camera.
+#include <gmock/gmock.h>
+
+#include <filesystem>
+
+#include "Utilities/PTPCodes.h"
+#include "tests/tools/ToolBench.h"
+
+namespace tarvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::Contains;
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+using ::testing::UnorderedElementsAre;
+
+std::vector<std::string> filesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(folder))
+    names.push_back(entry.path().filename());
+  return names;
+}
+
+class Transfer : public ::testing::Test {
+ protected:
+  ToolRun get(std::vector<std::string> words, const std::string& folder = "pictures/") {
+    words.insert(words.begin(), {"--json", "get", "--output", bench.folder.path(folder)});
+    return bench.run(words);
+  }
+  std::vector<std::string> fetched() const { return filesIn(bench.folder.path("pictures")); }
+
+  CameraBench bench;
+};
+
+TEST_F(Transfer, GetTakesHandlesNamesPatternsAndPaths) {
+  const auto handle = bench.handleText("TARV0003.MOV");
+  const auto run = get({handle, "NOTES.TXT", "*1.JPG", "DCIM/*/TARV0002.JPG"});
+  EXPECT_EQ(run.exitCode, 0) << run.out;
+  EXPECT_THAT(run.json(), SizeIs(4));
+  EXPECT_THAT(fetched(),
+              UnorderedElementsAre("TARV0003.MOV", "NOTES.TXT", "TARV0001.JPG", "TARV0002.JPG"));
+  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "Sharing orders live here.\n");
+  EXPECT_EQ(fs::file_size(bench.folder.path("pictures/TARV0003.MOV")), 5242880U);
+}
+
+TEST_F(Transfer, GetAllLeavesFoldersOut) {
+  EXPECT_EQ(get({"--all"}).exitCode, 0);
+  EXPECT_THAT(fetched(), SizeIs(4));
+}
+
+TEST_F(Transfer, GetNewPassesOverWhatIsThere) {
+  bench.folder.write("pictures/NOTES.TXT", "Sharing orders live here.\n");
+  bench.folder.write("pictures/TARV0002.JPG", "of another size");
+  const auto run = get({"--new"});
+  EXPECT_THAT(run.json(), SizeIs(3));
+  EXPECT_EQ(run.exitCode, tools::kFailed) << "the other picture of that name is not replaced";
+  EXPECT_EQ(get({"--new", "--keep-both"}).exitCode, 0);
+  EXPECT_THAT(fetched(), Contains("TARV0002 (2).JPG"));
+  EXPECT_THAT(get({"--new"}).json(), IsEmpty()) << "the numbered one counts as there";
+}
+
+TEST_F(Transfer, GetNamesTheOneFile) {
+  EXPECT_EQ(get({"NOTES.TXT"}, "mine.txt").exitCode, 0);
+  EXPECT_EQ(bench.folder.read("mine.txt"), "Sharing orders live here.\n");
+  const auto run = get({"NOTES.TXT"}, "none/mine.txt");
+  EXPECT_EQ(run.json()["error"]["status"], status::kFileNotFound);
+}
+
+TEST_F(Transfer, GetReplacesNothingUnasked) {
+  bench.folder.write("pictures/NOTES.TXT", "mine");
+  const auto run = get({"NOTES.TXT"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_EQ(run.json()[0]["error"]["status"], status::kDuplicateFile);
+  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "mine");
+  EXPECT_EQ(get({"NOTES.TXT", "--overwrite"}).exitCode, 0);
+  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "Sharing orders live here.\n");
+}
+
+TEST_F(Transfer, GetFetchesThumbnailsAndSaysWhereThereIsNone) {
+  const auto run = get({"--thumbnail", "TARV0001.JPG", "NOTES.TXT"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(fetched(), UnorderedElementsAre("TARV0001.thumb.jpg"));
+  EXPECT_EQ(run.json()[1]["error"]["status"], status::kPTPNoThumbnailPresent);
+}
+
+TEST_F(Transfer, OneBadObjectDoesNotEndTheBatch) {
+  bench.sim.camera->setFault("respond", "0x200F,0x1009,@2");
+  const auto run = bench.run({"get", "--all", "--output", bench.folder.path("pictures/")});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(fetched(), SizeIs(3));
+  EXPECT_THAT(run.err, ContainsRegex("get DCIM/100TARVO/TARV0002.JPG \\(0x[0-9a-f]{8}\\): access "
+                                     "denied by the device \\(0x200f\\)"));
+  EXPECT_THAT(run.err, HasSubstr("3 files fetched, 7.7 MB, 1 failed\n"));
+  EXPECT_THAT(run.lines(), SizeIs(3));
+}
+
+TEST_F(Transfer, WhatNothingMatchesIsAFailureOfItsOwn) {
+  const auto run = get({"NOTES.TXT", "none*"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_EQ(run.json()[1]["name"], "none*");
+  EXPECT_THAT(fetched(), SizeIs(1));
+}
+
+TEST_F(Transfer, PutSendsFilesOfEveryLengthByteForByte) {
+  std::vector<std::string> words = {"--json", "put"};
+  // 52 bytes make a container of 64; more than 2 MiB go in parts where the device takes them.
+  for (const std::size_t size : {0U, 1U, 52U, 500U, 3000000U})
+    words.push_back(bench.folder.write("P" + std::to_string(size) + ".JPG",
+                                       std::string(size, static_cast<char>(size % 251))));
+  const auto run = bench.run(words);
+  EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+  ASSERT_THAT(run.json(), SizeIs(5));
+  get({"P*.JPG"});
+  for (const auto& result : run.json()) {
+    const auto name = result["name"].get<std::string>();
+    const auto sent = bench.folder.read(name);
+    EXPECT_EQ(bench.folder.read("pictures/" + name).substr(0, sent.size()), sent) << name;
+  }
+}
+
+TEST_F(Transfer, PutRefusesWhatPTPCannotCarryBeforeAnythingIsSent) {
+  const auto longName = bench.folder.path(std::string(251, 'x') + ".JPG");
+  const auto large = bench.folder.write("LARGE.MOV", "");
+  fs::resize_file(large, std::uintmax_t{1} << 32);
+  const auto before = bench.sim.asked(ptp::kSendObjectInfo);
+  for (const auto& path : {longName, large}) {
+    const auto run = bench.run({"put", path});
+    EXPECT_EQ(run.exitCode, tools::kFailed);
+    EXPECT_THAT(run.err, ContainsRegex("bad parameter \\(-50, 0xffffffce\\): .*(255|4 GiB)"));
+  }
+  EXPECT_EQ(bench.sim.asked(ptp::kSendObjectInfo), before);
+}
+
+TEST_F(Transfer, PutNamesEachFileThatFails) {
+  const auto good = bench.folder.write("GOOD.JPG", "picture");
+  const auto run = bench.run({"--json", "put", bench.folder.path("NONE.JPG"), good,
+                              bench.folder.path(), bench.folder.write("A.NONSENSE", "x")});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  const auto json = run.json();
+  ASSERT_THAT(json, SizeIs(4));
+  EXPECT_EQ(json[0]["error"]["status"], status::kFileNotFound);
+  EXPECT_FALSE(json[1].contains("error")) << json[1];
+  EXPECT_EQ(json[2]["error"]["status"], status::kNotAFile);
+  EXPECT_TRUE(json[3].contains("error"));
+}
+
+TEST_F(Transfer, RemoveTakesHandlesNamesAndPatterns) {
+  const auto run = bench.run({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err, HasSubstr("NONE.TXT"));
+  EXPECT_THAT(run.err, HasSubstr("3 objects deleted, 1 failed"));
+  EXPECT_THAT(bench.names(), UnorderedElementsAre("DCIM", "100TARVO", "TARV0003.MOV", "MISC"));
+}
+
+TEST_F(Transfer, RenameGivesAnotherNameAndRefusesImpossibleOnes) {
+  const auto handle = bench.handleText("NOTES.TXT");
+  const auto run = bench.run({"rename", handle, "READ.ME"});
+  EXPECT_TRUE(run.exitCode == 0 || run.err.find("0x2005") != std::string::npos) << run.err;
+  if (run.exitCode == 0) EXPECT_THAT(bench.names(), Contains("READ.ME"));
+  for (const std::string& name : {std::string(), std::string(255, 'x')}) {
+    EXPECT_THAT(bench.run({"rename", handle, name}).err, HasSubstr("1 to 254 characters"));
+  }
+}
+
+TEST_F(Transfer, WhatTheUserEndsLeavesNothingBehind) {
+  const tools::Interrupt interrupt;
+  bench.interrupt = &interrupt;
+  fs::create_directories(bench.folder.path("pictures"));
+  bench.sim.connector.timeouts.interrupted = &interrupt.flag();
+  ::raise(SIGINT);
+  const auto run = get({"--all"});
+  EXPECT_EQ(run.exitCode, tools::kInterrupted);
+  EXPECT_EQ(run.json()["error"]["status"], status::kCancelled);
+  EXPECT_THAT(fetched(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tarvo::test
