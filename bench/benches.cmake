@@ -4,3 +4,8 @@ tarvo_bench(codec_bench codec_bench.cpp LIBRARIES tarvo_codec)
 pkg_check_modules(GIOMM REQUIRED IMPORTED_TARGET giomm-2.68)
 add_executable(bare_giomm bare_giomm.cpp)
 target_link_libraries(bare_giomm PRIVATE PkgConfig::GIOMM)
+
+# The measure for transfers: libusb alone.
+pkg_check_modules(BARE_LIBUSB REQUIRED IMPORTED_TARGET libusb-1.0)
+add_executable(bare_ptp bare_ptp.cpp)
+target_link_libraries(bare_ptp PRIVATE PkgConfig::BARE_LIBUSB)
