@@ -1,0 +1,289 @@
+// A PTP device on a simulated camera, through the service and the transport: every operation from
+// one end to the other. The camera checks the host as strictly as the standard lets it.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "NativeServices/PictureDevice/DataPhases.h"
+#include "Utilities/PTPCodes.h"
+#include "tests/support/MainContextWait.h"
+#include "tests/support/SimulatedPTPDevice.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr std::uint32_t kMiB = 1U << 20;
+constexpr std::uint32_t kStore = 0x00010001;
+constexpr std::uint32_t kSecondStore = 0x00030001;
+
+/// Two stores with pictures, and everything of the maker's extension.
+constexpr char kFullCamera[] = R"({
+  "properties": [{"code": "0x5001", "type": "UINT8", "value": 80},
+                 {"code": "0x5011", "type": "STR", "value": "20240615T120000", "writable": true},
+                 {"code": "0xD2F0", "type": "AUINT8", "value": [1, 2], "writable": true}],
+  "vendor": {"operations": ["0x9019", "0x9202", "0x9203", "0x9206", "0x9209"],
+             "supportedDatasets": ["0xB201", "0xB203"], "displayRequestVersion": 1,
+             "bragbookVersion": 2, "lcbInfo": [1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0],
+             "queryRows": ["first row", "second row"]},
+  "stores": [
+    {"id": "0x00010001", "capacity": 1000000000, "free": 500000000, "content": [
+      {"folder": "DCIM", "content": [
+        {"file": "A.JPG", "size": 3000000, "thumbnail": true},
+        {"file": "B.JPG", "size": 1000},
+        {"file": "C.MOV", "size": 2000, "hidesSize": true}]},
+      {"file": "NOTES.TXT", "text": "notes"}]},
+    {"id": "0x00030001", "capacity": 1000000, "free": 500000,
+     "content": [{"file": "D.JPG", "size": 4000}]}]
+})";
+
+std::uint32_t handleNamed(const SimulatedPTPDevice& sim, const std::string& name) {
+  for (const std::uint32_t handle : sim.camera->handles())
+    if (sim->objectFilename(handle) == name) return handle;
+  ADD_FAILURE() << "no object " << name;
+  return 0;
+}
+
+ByteBuffer onCamera(const SimulatedPTPDevice& sim, std::uint32_t handle) {
+  const auto bytes = sim.camera->bytes(handle);
+  return ByteBuffer(bytes.begin(), bytes.end());
+}
+
+TEST(SimulatedStores, AreListedCountedAndFormatted) {
+  SimulatedPTPDevice sim(kFullCamera);
+  EXPECT_THAT(*sim->storageIDs(), ElementsAre(kStore, kSecondStore));
+  EXPECT_EQ(sim->storageInfo(kStore)->maxCapacity, 1000000000U);
+  EXPECT_EQ(sim->storageInfo(0x00050001), nullptr);
+  const struct {
+    std::uint32_t store;
+    std::uint16_t type;
+    std::int32_t count;
+  } rows[] = {{ptp::kAllStores, 0, 6},
+              {kStore, 0, 5},
+              {kSecondStore, 0, 1},
+              {ptp::kAllStores, 0x3801, 3},
+              {kStore, 0x3801, 2},
+              {kStore, 0x300D, 1},
+              {kStore, ptp::XTD_ADDRESS_BOOK_FILE, 0},
+              {0x00010000, 0, -1},
+              {0x00050001, 0, -1}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(sim->numberOfObjectsOnStore(row.store, row.type), row.count) << row.type;
+    EXPECT_THAT(*sim->objectHandlesOnStore(row.store, row.type), SizeIs(std::max(row.count, 0)));
+  }
+  const auto folder = handleNamed(sim, "DCIM");
+  EXPECT_EQ(sim->numberOfObjectsOnStore(kStore, 0x3801, folder), 2);
+  EXPECT_THAT(*sim->objectHandlesOnStore(kStore, 0x3801, folder), SizeIs(2));
+  EXPECT_EQ(sim->formatStore(kSecondStore), 0);
+  EXPECT_EQ(sim->numberOfObjectsOnStore(kSecondStore, 0), 0);
+  EXPECT_EQ(sim->formatStore(0x00050001), 0x2008);
+}
+
+TEST(SimulatedPictures, AreListedFromHandlesAloneAndAskedForOnce) {
+  SimulatedPTPDevice sim(kFullCamera);
+  EXPECT_EQ(sim->imageCount(), 3);
+  const auto pictures = *sim->pictureFiles();
+  EXPECT_THAT(pictures, SizeIs(3));
+  EXPECT_EQ(sim.asked(ptp::kGetObjectInfo), 0U);
+  for (int i = 0; i < 2; ++i)
+    for (const auto& picture : pictures)
+      EXPECT_GT(sim->objectSize(picture), 0);
+  EXPECT_EQ(sim.asked(ptp::kGetObjectInfo), 3U);
+  EXPECT_EQ(sim->getPictureFileSizesDict()[std::to_string(pictures[0].get<std::uint32_t>())],
+            sim->objectSize(pictures[0]));
+  EXPECT_EQ(sim.asked(ptp::XTO_GET_PICTURE_FILE_SIZES), 1U);
+}
+
+TEST(SimulatedDownloads, BringTheBytesOfTheObject) {
+  SimulatedPTPDevice sim(kFullCamera);
+  TemporaryFolder folder;
+  const auto picture = handleNamed(sim, "A.JPG");
+  const auto content = onCamera(sim, picture);
+  EXPECT_TRUE(*sim->downloadObject(picture) == content);
+  EXPECT_EQ(sim->downloadFile(picture, folder.path("file.jpg")), 0);
+  EXPECT_EQ(sim->downloadImage(picture, folder.path("image.jpg")), 0);
+  for (const char* name : {"file.jpg", "image.jpg"}) {
+    const auto text = folder.read(name);
+    EXPECT_TRUE(text.size() == content.size() &&
+                std::memcmp(text.data(), content.data(), text.size()) == 0)
+        << name;
+  }
+  const auto thumb = sim->downloadThumb(picture);
+  ASSERT_TRUE(thumb);
+  EXPECT_EQ(std::ssize(*thumb), sim->thumbSize(picture));
+  EXPECT_FALSE(sim->downloadThumb(handleNamed(sim, "B.JPG")));
+  EXPECT_EQ(sim->downloadFile(0x7777, folder.path("none")), status::kDeviceNotFound);
+  EXPECT_FALSE(folder.exists("none"));
+}
+
+TEST(SimulatedDownloads, OfAnUnknownSizeAreReadToTheEndAndPartsWhereTheyAreAsked) {
+  SimulatedPTPDevice sim(kFullCamera);
+  const auto movie = handleNamed(sim, "C.MOV");
+  EXPECT_EQ(sim->objectSize(movie), 0xFFFFFFFF);
+  std::vector<std::byte> memory(5000);
+  std::uint64_t received = 0;
+  ptp::MemorySink whole(memory);
+  EXPECT_EQ(sim->downloadEntireObject(movie, 0xFFFFFFFF, whole, received), 0);
+  EXPECT_EQ(received, 2000U);
+  ptp::MemorySink part(memory);
+  EXPECT_EQ(sim->downloadPartialObject(movie, 1500, 100, part, received), 0);
+  EXPECT_EQ(received, 100U);
+  EXPECT_EQ(memory[0], onCamera(sim, movie)[1500]);
+  EXPECT_EQ(sim->downloadPartialObject(movie, 1950, 100, part, received), 0);
+  EXPECT_EQ(received, 50U) << "what there is";
+}
+
+TEST(SimulatedSending, ArrivesAsItWasOnTheHostWithAtMostAByteOfPadding) {
+  const struct {
+    std::uint32_t size;
+    std::size_t parts;
+  } rows[] = {{0, 0}, {51, 0}, {52, 0}, {500, 0}, {2 * kMiB, 0}, {2 * kMiB + 52, 2}, {5 * kMiB, 3}};
+  for (const auto& row : rows) {
+    SimulatedPTPDevice sim(kFullCamera);
+    TemporaryFolder folder;
+    std::string content(row.size, 'x');
+    for (std::size_t i = 0; i < content.size(); ++i)
+      content[i] = static_cast<char>(i >> 8 ^ i);
+    XTExtendedObjectInfo info;
+    info.setObjFmtCode(0x3801);
+    info.setFileName("SENT.JPG");
+    info.setCompressedSize(row.size);
+    std::uint32_t handle = 0;
+    ASSERT_EQ(sim->sendContentsOfFile(folder.write("x", content), info, kStore, 0, &handle), 0)
+        << row.size;
+    EXPECT_EQ(sim.asked(ptp::XTO_SEND_OBJECT_PART), row.parts);
+    EXPECT_EQ(sim->objectFilename(handle), "SENT.JPG");
+    content.resize(sim->objectSize(handle));
+    EXPECT_EQ(content.size(), row.size + ((row.size + 12) % 64 == 0 ? 1 : 0));
+    const auto arrived = onCamera(sim, handle);
+    EXPECT_TRUE(arrived.size() == content.size() &&
+                std::memcmp(arrived.data(), content.data(), arrived.size()) == 0)
+        << row.size;
+  }
+}
+
+TEST(SimulatedSending, OfExtendedInformationCanBeChangedAfterwards) {
+  SimulatedPTPDevice sim(kFullCamera);
+  auto info = XTExtendedObjectInfo::initExtended();
+  info.setObjFmtCode(0x3801);
+  info.setFileName("E.JPG");
+  info.setCompressedSize(3);
+  std::uint32_t handle = 0;
+  ASSERT_EQ(sim->sendObjectInfo(info, kStore, 0, &handle), 0);
+  ASSERT_EQ(sim->sendObjectData(std::vector<std::byte>(3)), 0);
+  EXPECT_EQ(sim.asked(0x9202), 1U);
+  EXPECT_EQ(sim->objectFilename(handle), "E.JPG");
+  info.setFileName("RENAMED.JPG");
+  EXPECT_EQ(sim->updateExtObjectInfo(info, handle), 0);
+  EXPECT_EQ(sim->objectFilename(handle), "RENAMED.JPG");
+}
+
+TEST(SimulatedDeleting, UsesTheOperationThatTheStoreTakes) {
+  SimulatedPTPDevice sim(kFullCamera);
+  for (const auto& [name, operation] :
+       {std::pair("B.JPG", ptp::kDeleteObject), {"D.JPG", ptp::Operation(0x9209)}}) {
+    const auto handle = handleNamed(sim, name);
+    EXPECT_EQ(sim->deleteObject(ObjectReference(handle)), 0);
+    EXPECT_EQ(sim.asked(operation), 1U) << name;
+    EXPECT_FALSE(sim.camera->object(handle));
+    EXPECT_EQ(sim->deleteObject(ObjectReference(handle)), 0x2009);
+    EXPECT_FALSE(sim->objectFilename(handle)) << "nothing is remembered of it";
+  }
+  EXPECT_EQ(sim->deleteFilesOfType(0x3801), 0);
+  EXPECT_EQ(sim->imageCount(), 0);
+  EXPECT_EQ(sim->deleteFilesOfType(0x3801), 0) << "none is no failure";
+}
+
+TEST(SimulatedProperties, AreReadAndSetOneContainerLengthApart) {
+  SimulatedPTPDevice sim(kFullCamera);
+  EXPECT_EQ(sim->batteryLevel(), 80);
+  EXPECT_EQ(sim->propertyDataSet(0x5001)->scanUInt16(), 0x5001);
+  EXPECT_FALSE(sim->propertyDataSet(0x5002));
+  // 52 bytes of value would make a container of 64.
+  for (const std::uint32_t elements : {47U, 48U, 49U}) {
+    auto value = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+    value.storeByteArray(std::vector<std::uint8_t>(elements, 9));
+    EXPECT_EQ(sim->setProperty(0xD2F0, value.bytes()), 0) << elements;
+    EXPECT_EQ(sim.camera->propertyValue(0xD2F0).size(), elements);
+  }
+  EXPECT_EQ(sim->setProperty(0x5001, std::vector<std::byte>(1)), 0x200F) << "read-only";
+  EXPECT_EQ(sim->setDateTime(), 0);
+  EXPECT_NE(sim.camera->propertyValue(0x5011), "20240615T120000");
+}
+
+TEST(SimulatedVendorQueries, AreAnswered) {
+  SimulatedPTPDevice sim(kFullCamera);
+  EXPECT_THAT(sim->supportedDatasets(), ElementsAre(0xB201, 0xB203));
+  EXPECT_EQ(sim->displayRequestVersion(), 1);
+  EXPECT_EQ(sim->bragbookVersion(), 2);
+  EXPECT_TRUE(sim->doesLCBInfoWork());
+  auto request = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  request.storeString("hello");
+  EXPECT_EQ(sim->displayRequest(request), 0x2001);
+  EXPECT_EQ(sim.camera->displayRequest().size(), request.length());
+
+  std::uint32_t query = 0;
+  ASSERT_EQ(sim->sendQuery("SELECT * FROM pictures", &query), 0);
+  ByteBuffer rows;
+  bool ends = false;
+  for (int i = 0; i < 5 && !ends; ++i)
+    EXPECT_EQ(sim->getDBRowsFromQuery(query, 1, 12, rows, ends), 0);
+  EXPECT_TRUE(ends);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(rows.data()), rows.size()),
+            "first rowsecond row");
+  EXPECT_EQ(sim->endQuery(query, 1), 0);
+  EXPECT_EQ(sim->getDBRowsFromQuery(query, 1, 12, rows, ends), 0x2009);
+}
+
+TEST(SimulatedDevice, WorksOnAfterAReset) {
+  SimulatedPTPDevice sim(kFullCamera);
+  EXPECT_EQ(sim->imageCount(), 3);
+  EXPECT_EQ(sim->sendDeviceReset(), 0);
+  EXPECT_EQ(sim->imageCount(), 3);
+}
+
+TEST(SimulatedDevice, ThatIsUnpluggedAnswersWithAStatusFromThenOn) {
+  SimulatedPTPDevice sim(kFullCamera);
+  const auto picture = handleNamed(sim, "A.JPG");
+  ASSERT_EQ(sim.camera->setFault("vanish", "0x1009"), "");
+  std::vector<std::byte> memory(3000000);
+  ptp::MemorySink sink(memory);
+  std::uint64_t received = 0;
+  EXPECT_EQ(sim->downloadEntireObject(picture, 3000000, sink, received), 0x2002);
+  EXPECT_EQ(sim->lastMessageStatus(), status::kICADeviceGone);
+  EXPECT_EQ(sim->numberOfObjectsOnStore(kStore, 0), -1);
+  EXPECT_EQ(sim->lastOutcome(), 0x2002);
+}
+
+TEST(SimulatedDevice, WhoseAnswersAreCutReadsAsZerosAndSaysSo) {
+  SimulatedPTPDevice sim(kFullCamera);
+  const auto picture = sim.camera->handles().back();
+  ASSERT_EQ(sim.camera->setFault("truncate", "20,0x1008"), "");
+  EXPECT_EQ(sim->objectFilename(picture), "");
+  EXPECT_TRUE(sim.trace.contains("objectInfoUncached read "));
+  ASSERT_EQ(sim.camera->setFault("truncate", "6,0x1005"), "");
+  EXPECT_EQ(sim->storageInfo(kStore)->maxCapacity, 0U);
+  EXPECT_TRUE(sim.trace.contains("getStorageInfo read 26 bytes, the device sent 6"));
+}
+
+TEST(SimulatedDevice, IsAskedAnewAboutAnObjectOfWhichItReportedAChange) {
+  SimulatedPTPDevice sim(kFullCamera);
+  const auto picture = handleNamed(sim, "B.JPG");
+  const auto before = sim.asked(ptp::kGetObjectInfo);
+  ASSERT_EQ(sim->registerForExtendedEvents(), 0);
+  int reported = 0;
+  sim.center.addObserver(&reported, "DeviceEvent", [&](const Notification&) { ++reported; });
+  sim.camera->removeObject(picture);
+  EXPECT_TRUE(waitUntil([&] { return reported > 0; }));
+  EXPECT_FALSE(sim->objectFilename(picture));
+  EXPECT_GT(sim.asked(ptp::kGetObjectInfo), before);
+  sim.center.removeObserver(&reported);
+}
+
+}  // namespace
+}  // namespace tarvo::test
