@@ -1,7 +1,6 @@
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
 
 #include <fcntl.h>
-#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "NativeServices/Logging.h"
@@ -61,7 +61,10 @@ Status inChunks(std::uint32_t size, Chunk&& chunk) {
 
 /// The folder for what is downloaded to be read at once; none where it is not ours alone.
 std::optional<std::string> privateTemporaryFolder() {
-  const std::string path = std::string(g_get_tmp_dir()) + "/tarvo-" + std::to_string(::geteuid());
+  std::error_code error;
+  const std::string temporary = std::filesystem::temp_directory_path(error);
+  if (error) return std::nullopt;
+  const std::string path = temporary + "/tarvo-" + std::to_string(::geteuid());
   if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) return std::nullopt;
   struct stat attributes {};
   if (::lstat(path.c_str(), &attributes) != 0) return std::nullopt;

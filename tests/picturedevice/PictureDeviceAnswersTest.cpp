@@ -1,0 +1,217 @@
+// What the base of the picture devices makes of the operations of a concrete class.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/PictureDeviceTestRoom.h"
+#include "tests/support/ScriptedPTPTransactions.h"
+#include "tests/support/TemporaryFolder.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// A device whose transactions, stores and pictures are the test's.
+class ScriptedDevice : public PlainDevice {
+ public:
+  ScriptedDevice() : PlainDevice("Lumo") {}
+
+  PTPTransactions* ptpTransactions() override { return speaksPTP ? &transactions : nullptr; }
+  const CodeList* opCodeList() override { return &transactions.operations; }
+  bool isWireless() override { return wireless; }
+  bool isDocked() override { return docked; }
+  std::optional<std::vector<std::uint32_t>> storageIDs() override { return stores; }
+  std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t id) override {
+    const auto found = infos.find(id);
+    return found == infos.end() ? nullptr : std::make_shared<const PTPStorageInfo>(found->second);
+  }
+  using PlainDevice::numberOfObjectsOnStore;
+  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type) override {
+    return transactions.numberOfObjectsOnStore(store, type);
+  }
+  std::optional<ObjectReferences> pictureFiles() override { return pictures; }
+  std::int64_t objectSize(const ObjectReference& object) override {
+    return object.is_string() ? 5 : 6;
+  }
+  Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage, std::uint32_t parent,
+                        std::uint32_t* handle) override {
+    return transactions.sendObjectInfo(info, storage, parent, handle);
+  }
+  Status sendObjectData(std::span<const std::byte> data) override {
+    return transactions.sendObjectData(data);
+  }
+
+  ScriptedPTPTransactions transactions;
+  bool speaksPTP = true;
+  bool wireless = false;
+  bool docked = false;
+  std::optional<std::vector<std::uint32_t>> stores;
+  std::map<std::uint32_t, PTPStorageInfo> infos;
+  ObjectReferences pictures;
+};
+
+class PictureDeviceAnswers : public ::testing::Test {
+ protected:
+  PictureDeviceTestRoom room_;
+  std::shared_ptr<ScriptedDevice> device_ = std::make_shared<ScriptedDevice>();
+};
+
+TEST_F(PictureDeviceAnswers, SumUpTheStoresByTheirKind) {
+  EXPECT_FALSE(device_->storageInfoDict());
+  device_->stores = {0x10001, 0x20000, 0x20001, 0x30001, 0x40001};
+  device_->infos[0x20000] = {.storageType = 4, .maxCapacity = 9};  // a slot without a card
+  device_->infos[0x40001] = {};
+  device_->infos.erase(0x40001);
+  EXPECT_FALSE(device_->storageInfoDict());
+  device_->infos[0x10001] = {.storageType = 3, .maxCapacity = 0x100000007, .freeSpaceInBytes = 2};
+  device_->infos[0x20001] = {.storageType = 4, .maxCapacity = 11, .freeSpaceInBytes = 10};
+  device_->infos[0x30001] = {.storageType = 2, .maxCapacity = 21, .freeSpaceInBytes = 20};
+  device_->transactions.add(1, "a.jpg", "");
+  device_->transactions.calls.clear();
+  EXPECT_EQ(device_->storageInfoDict(),
+            PropertyDictionary({{"XTPictureDeviceInternalMemoryKey", 7},
+                                {"XTPictureDeviceInternalFreeKey", 2},
+                                {"XTPictureDeviceInternalImagesKey", 1},
+                                {"XTPictureDeviceRemovableMemoryKey", 21},
+                                {"XTPictureDeviceRemovableFreeKey", 20},
+                                {"XTPictureDeviceRemovableImagesKey", 1}}));
+  EXPECT_THAT(device_->transactions.calls,
+              ElementsAre("GetNumObjects 10001 FFFF", "GetNumObjects 20001 FFFF",
+                          "GetNumObjects 30001 FFFF"));
+}
+
+TEST_F(PictureDeviceAnswers, SendDataWhereTheDeviceTakesObjects) {
+  const auto data = std::as_bytes(std::span(std::string_view("abc")));
+  const auto send = [&](std::uint32_t* handle) {
+    XTExtendedObjectInfo info;
+    return device_->sendData(data, info, 1, 2, handle);
+  };
+  std::uint32_t handle = 0;
+  device_->transactions.operations = {0x100D, 0x9006};
+  EXPECT_EQ(send(&handle), -1400);
+  for (const std::uint16_t operation : {0x100C, 0x9005}) {
+    device_->transactions.operations = {operation};
+    EXPECT_EQ(send(nullptr), 0);
+  }
+  device_->transactions.operations = {};
+  device_->fields().capabilities.hasSendVendorObject = true;
+  device_->transactions.failing["SendObject"] = 0x200C;
+  EXPECT_EQ(send(&handle), 0x200C);
+  EXPECT_EQ(handle, 0U);
+  device_->transactions.failing.clear();
+  EXPECT_EQ(send(&handle), 0);
+  EXPECT_EQ(handle, ScriptedPTPTransactions::kNewHandle);
+  EXPECT_EQ(device_->transactions.sentData, "abc");
+}
+
+TEST_F(PictureDeviceAnswers, ReadOnePropertyForTheHostAndWriteAnother) {
+  auto& transactions = device_->transactions;
+  transactions.properties = {0xD201, 0xD202, 0xD203};
+  transactions.values[0xD201] = PTPBytes().u32(16).u32(1).u32(0).u32(0).u32(0);
+  EXPECT_EQ(device_->deviceID(), "01000000-0000-0000-0000-000000000000");
+  EXPECT_EQ(device_->defaultHostID(), device_->deviceID());
+  EXPECT_EQ(device_->setDefaultHostID("01000000-0000-0000-0000-000000000000"), 0);
+  EXPECT_EQ(transactions.calls.back(), "SetDevicePropValue D203");
+  EXPECT_EQ(device_->setDeviceUserName("Ann"), 0);
+  EXPECT_EQ(transactions.calls.back(), "SetDevicePropValue D202");
+}
+
+TEST_F(PictureDeviceAnswers, TellIntentionsOfAWirelessDeviceAlone) {
+  device_->transactions.properties = {0xD206};
+  device_->transactions.values[0xD206] = PTPBytes().u32(2 | 8);
+  for (const bool supports : {false, true}) {
+    for (const bool wireless : {false, true}) {
+      device_->fields().capabilities.deviceSupportsIntention = supports;
+      device_->wireless = wireless;
+      const bool tells = supports && wireless;
+      EXPECT_EQ(device_->hasSquirtEmailIntention(), tells);
+      EXPECT_EQ(device_->hasSquirtTransferIntention(), tells);
+      EXPECT_FALSE(device_->hasSyncIntention() || device_->hasSquirtPrintIntention());
+    }
+  }
+  device_->docked = true;
+  EXPECT_FALSE(device_->hasSquirtTransferIntention());
+}
+
+TEST_F(PictureDeviceAnswers, KeepTheLanguagesOfDeviceAndHost) {
+  const ScopedEnvironment all("LC_ALL", "sv_SE.UTF-8");
+  const ScopedEnvironment language("LANGUAGE", "");
+  EXPECT_EQ(device_->deviceLocalizationPTP(), "sv_SE");
+  const ScopedEnvironment changed("LC_ALL", "fr_FR.UTF-8");
+  EXPECT_EQ(device_->deviceLocalization(), "sv_SE");
+
+  room_.maker.uiLanguageProperty = 0xD207;
+  room_.maker.dockedProperty = 0xD208;
+  device_->transactions.properties = {0xD207, 0xD208};
+  device_->transactions.descriptions[0xD207] =
+      PTPBytes().u16(0xD207).u16(0xFFFF).u8(1).text("en").text("German");
+  EXPECT_EQ(device_->deviceUILanguageSetting(), "German");
+  EXPECT_EQ(device_->deviceLocalizationPTP(), "de");
+  EXPECT_THAT(device_->transactions.calls, ElementsAre("GetDevicePropDesc D207"));
+  EXPECT_FALSE(device_->isDockedPTP());
+  device_->transactions.values[0xD208] = PTPBytes().u8(1);
+  EXPECT_TRUE(device_->isDockedPTP());
+}
+
+TEST_F(PictureDeviceAnswers, DropWhatAnEventMakesStaleAndPostIt) {
+  std::vector<Notification> heard;
+  room_.center.addObserver(this, "DeviceEvent",
+                           [&](const Notification& event) { heard.push_back(event); });
+  auto info = std::make_shared<XTExtendedObjectInfo>();
+  info->setObjFmtCode(0x3801);
+  device_->cacheObject(7, info);
+  device_->cacheObject(8, info);
+  device_->handlePTPEvent(0x4007, 1, 0xFFFFFFFF, std::vector<std::uint32_t>{7});
+  ASSERT_EQ(heard.size(), 1U);
+  EXPECT_EQ(heard.front().object, device_);
+  EXPECT_EQ(heard.front().userInfo,
+            PropertyDictionary(
+                {{"code", 0x4007}, {"session", 1}, {"transaction", 0xFFFFFFFF}, {"params", {7}}}));
+  EXPECT_FALSE(device_->cachedInfoForObject(7));
+  device_->invalidateObjectInfoCacheForType(0x3802);
+  EXPECT_EQ(device_->cachedInfoForObject(8), info);
+  device_->invalidateObjectInfoCacheForType(0x3801);
+  EXPECT_FALSE(device_->cachedInfoForObject(8));
+  room_.center.removeObserver(this);
+}
+
+TEST_F(PictureDeviceAnswers, DownloadAndDeleteByHandle) {
+  TemporaryFolder folder;
+  const ScopedEnvironment temporary("TMPDIR", folder.path());
+  auto& transactions = device_->transactions;
+  transactions.add(7, "../a.txt", "abc");
+  EXPECT_FALSE(device_->downloadObjectData(7));
+  EXPECT_FALSE(device_->downloadObjectPTP(7));
+  transactions.operations = {0x101B};
+  EXPECT_EQ(device_->downloadObjectData(7)->size(), 3U);
+  EXPECT_FALSE(device_->downloadObjectData("7"));
+  EXPECT_TRUE(device_->downloadObjectPTP(7).value_or("").ends_with("/a.txt"));
+  EXPECT_TRUE(room_.trace.contains("ObjectInfo: fileName: ../a.txt"));
+
+  device_->fields().cachedImageCountForDatasetSizeEstimate = 4;
+  transactions.capabilities.hasDeleteObject = true;
+  EXPECT_EQ(device_->deleteObject(7), 0);
+  EXPECT_EQ(device_->fields().cachedImageCountForDatasetSizeEstimate, -1);
+  device_->pictures = {7, "/a.jpg"};
+  EXPECT_EQ(device_->getPictureFileSizesDict(), PropertyDictionary({{"7", 6}, {"/a.jpg", 5}}));
+}
+
+TEST_F(PictureDeviceAnswers, AreFixedWhereADeviceSpeaksNoPTP) {
+  device_->speaksPTP = false;
+  XTExtendedObjectInfo info;
+  EXPECT_EQ(device_->sendFile("/etc/passwd"), -1400);
+  EXPECT_EQ(device_->fillInObjInfo(info, "/etc/passwd", nullptr, nullptr), -1400);
+  EXPECT_EQ(device_->deleteObject(7), -1400);
+  EXPECT_EQ(device_->downloadFilePTP(7, "/nowhere"), -1400);
+  EXPECT_EQ(device_->renamePTPObject(7, "a"), -1400);
+  EXPECT_EQ(device_->setDeviceUserName("Ann"), 0x200A);
+  EXPECT_EQ(device_->UInt32Property(0xD206), 0U);
+  EXPECT_FALSE(device_->deviceID() || device_->pictureFilesOnStore(1) || device_->isWirelessPTP());
+  EXPECT_EQ(device_->imageCountPTP(), 0);
+  EXPECT_THAT(device_->getPictureFileSizesDictPTP(), IsEmpty());
+  EXPECT_THAT(device_->transactions.calls, IsEmpty());
+}
+
+}  // namespace
+}  // namespace tarvo::test
