@@ -102,7 +102,7 @@ TEST(StoreEvents, MakeTheDeviceForgetWhatItReadAndAreAnnounced) {
     PictureDeviceTestRoom room;
     std::vector<std::shared_ptr<Object>> heard;
     room.record(name, heard);
-    auto& camera = room.ica.addPTPCamera();
+    auto& camera = room.ica.addPTPCamera({.operations = {0x1001, 0x1006}});
     XTImageCaptureDevice::registerDeviceAddedNotifications();
     const auto device = onlyDevice();
     ASSERT_TRUE(device && device->icaDictionary());
@@ -110,7 +110,7 @@ TEST(StoreEvents, MakeTheDeviceForgetWhatItReadAndAreAnnounced) {
     room.ica.fire(camera.object, event);
     EXPECT_THAT(heard, ElementsAre(device));
     EXPECT_FALSE(device->icaDictionary());
-    camera.properties["data"] = {{{"ifil", "1.JPG"}}, {{"ifil", "2.JPG"}}};
+    camera.answers[0x1006] = {.parameters = {2}};
     EXPECT_EQ(device->imageCount(), 2);
   }
 }
