@@ -46,8 +46,10 @@ Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {
     if (result != status::kOK || transaction.responseCode != 0) return result;
   }
   const Status result = connection_->transact(transaction, why);
-  // A device that was reset on its own has lost the session: the next operation opens another.
-  if (transaction.responseCode == status::kPTPSessionNotOpen) hasSession_ = false;
+  // A device that was reset has lost the session: the next operation opens another.
+  const bool wasReset =
+      transaction.operation == ptp::kResetDevice && transaction.responseCode == status::kPTPOK;
+  if (wasReset || transaction.responseCode == status::kPTPSessionNotOpen) hasSession_ = false;
   return result;
 }
 

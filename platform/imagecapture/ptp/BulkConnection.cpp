@@ -123,6 +123,12 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
   Outcome outcome = refusal();
   // An id that was not sent must not be missing: the device counts, too.
   if (outcome.done()) outcome = attempt(transaction, sessionOpen_ ? ids_.next() : kNoTransactionID);
+  // A device ends its session when it is reset (ISO 15740, ResetDevice), and some do by themselves.
+  const bool wasReset = transaction.operation == kResetDevice &&
+                        transaction.responseCode == static_cast<std::uint16_t>(status::kPTPOK);
+  if (wasReset ||
+      transaction.responseCode == static_cast<std::uint16_t>(status::kPTPSessionNotOpen))
+    sessionOpen_ = false;
   if (why != nullptr) *why = outcome.why;
   return outcome.status();
 }
