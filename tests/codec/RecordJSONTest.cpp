@@ -184,6 +184,7 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
       {"storageinfo",
        {{"maxCapacity", -1}},
        "maxCapacity must be a whole number from 0 to 18446744073709551615"},
+      {"propdesc", {{"writable", 1}}, "writable must be true or false"},
       {"string", tooLong, "the document is too long: at most 254 UTF-16 units can be written"},
       {"string", 1, "the document must be a text"},
       {"guid", "0011",
