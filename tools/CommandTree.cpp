@@ -9,6 +9,9 @@ constexpr double kShortestTimeout = 0.001;
 constexpr double kLongestTimeout = 86400;
 constexpr double kMillisecondsPerSecond = 1000;
 
+/// A number of things: CLI11 would take -1 for a very large one.
+const CLI::Validator kCount = CLI::Validator(CLI::NonNegativeNumber).description("");
+
 }  // namespace
 
 CommandTree::CommandTree()
@@ -41,7 +44,7 @@ void CommandTree::addGlobals() {
   app_.add_flag("--quiet", globals_.quiet, "Neither messages nor progress");
   app_.add_option("--timeout", timeoutSeconds_, "How long the device may be silent")
       ->type_name("SECONDS")
-      ->check(CLI::Range(kShortestTimeout, kLongestTimeout));
+      ->check(CLI::Range(kShortestTimeout, kLongestTimeout).description(""));
 }
 
 GlobalOptions CommandTree::globals() const {
@@ -74,7 +77,8 @@ void CommandTree::addDeviceCommands() {
                       [this](ToolContext& context) { return runDevices(context, devices_); });
   devices.add_flag("--watch", devices_.watch, "Go on with what comes and goes, until Ctrl-C");
   devices.add_option("--count", devices_.count, "End after N arrivals and removals")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(kCount);
   add(app_, "info", "What the device says of itself and holds", "tarvoctl info", runInfo);
   auto& clock = addGroup("clock", "The device's clock", "tarvoctl clock set");
   add(clock, "set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);
@@ -83,7 +87,7 @@ void CommandTree::addDeviceCommands() {
   auto& events = add(app_, "events", "What the device reports by itself, until Ctrl-C",
                      "tarvoctl events --count 1",
                      [this](ToolContext& context) { return runEvents(context, events_); });
-  events.add_option("--count", events_.count, "End after N events")->type_name("N");
+  events.add_option("--count", events_.count, "End after N events")->type_name("N")->check(kCount);
 }
 
 void CommandTree::addStorageCommands() {
@@ -108,7 +112,7 @@ void CommandTree::addListing() {
   list.add_flag("--long", list_.isLong, "With format, size and date");
   list.add_flag("--recursive", list_.isRecursive, "With all that lies below, by its path");
   list.add_flag("--handles", list_.handlesOnly, "Handles alone; asks nothing of the objects");
-  list.add_option("--limit", list_.limit, "End after N objects")->type_name("N");
+  list.add_option("--limit", list_.limit, "End after N objects")->type_name("N")->check(kCount);
 }
 
 void CommandTree::addTransfers() {

@@ -58,9 +58,7 @@ void Output::check(bool succeeded) {
 void Output::write(std::string_view data) {
   stepAside();
   check(std::fwrite(data.data(), 1, data.size(), out_) == data.size());
-  // The first line shows that something happens; behind it a buffer is cheaper, but on a terminal.
-  if (hasFlushed_ && ::isatty(::fileno(out_)) != 1) return;
-  hasFlushed_ = true;
+  // At once: what comes next may take a device its time, and who reads is not to wait for it.
   flush();
 }
 
@@ -107,7 +105,11 @@ void Output::endList() {
 
 void Output::writeError(const std::string& text) {
   stepAside();
-  std::fputs((text + "\n").c_str(), err_);
+  beside(text + "\n");
+}
+
+void Output::beside(const std::string& text) {
+  std::fputs(text.c_str(), err_);
   std::fflush(err_);
 }
 

@@ -62,6 +62,8 @@ class Output {
   /// The failure of one object among many: on standard error; nothing with --json, where the
   /// object's own entry says it.
   void objectError(const Failure& failure);
+  /// A piece of a line on standard error, as it is: a question, a progress bar.
+  void beside(const std::string& text);
   /// Called before anything is written that would collide with a progress bar.
   void onWrite(std::function<void()> beforeWriting) { beforeWriting_ = std::move(beforeWriting); }
 
@@ -82,7 +84,6 @@ class Output {
   bool hasDocument_ = false;
   bool listIsOpen_ = false;
   bool listIsEmpty_ = true;
-  bool hasFlushed_ = false;
   std::function<void()> beforeWriting_;
 };
 

@@ -103,15 +103,13 @@ void Progress::draw(Clock::time_point now) {
   const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
   // The last column stays free: some terminals wrap a line that fills it.
   const std::string line = progressLine(label, done_, size_, elapsed, terminalColumns() - 1);
-  std::fprintf(stderr, "\r\033[K%s", line.c_str());
-  std::fflush(stderr);
+  output_.beside("\r\033[K" + line);
   isDrawn_ = true;
 }
 
 void Progress::clear() {
   if (!isDrawn_) return;
-  std::fputs("\r\033[K", stderr);
-  std::fflush(stderr);
+  output_.beside("\r\033[K");
   isDrawn_ = false;
 }
 

@@ -13,10 +13,11 @@ bool canAsk(const ToolContext& context) {
 }
 
 bool isConfirmed(ToolContext& context, const std::string& question) {
-  std::fputs((printable(question) + " [y/N] ").c_str(), stderr);
-  std::fflush(stderr);
+  context.output.beside(printable(question) + " [y/N] ");
   std::array<char, 64> answer = {};
-  if (std::fgets(answer.data(), answer.size(), context.input) == nullptr) return false;
+  const bool wasAnswered = std::fgets(answer.data(), answer.size(), context.input) != nullptr;
+  endIfInterrupted(context, "");
+  if (!wasAnswered) return false;
   const std::string text(answer.data());
   return text == "y\n" || text == "Y\n" || text == "yes\n" || text == "Yes\n";
 }

@@ -37,7 +37,8 @@ struct ToolContext {
 
 /// Whether there is a person to ask.
 bool canAsk(const ToolContext& context);
-/// Asks on standard error; true for "y" and "yes". False at the end of the input.
+/// Asks on standard error; true for "y" and "yes". False at the end of the input. Raises what ends
+/// an interrupted command.
 bool isConfirmed(ToolContext& context, const std::string& question);
 
 /// Raises what ends a command that was interrupted, if it was.

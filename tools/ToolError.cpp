@@ -15,10 +15,17 @@ struct Advice {
   const char* words;
 };
 
+/// Response codes of ISO 15740 that only a user has to do with.
+constexpr Status kPTPStoreNotAvailable = 0x2013;
+constexpr Status kPTPInvalidDevicePropValue = 0x201C;
+
 constexpr auto kAdvice = std::to_array<Advice>({
     {status::kFileNotFound, "Check the name."},
     {status::kDuplicateFile, "Use --overwrite, or --keep-both to keep both files."},
     {status::kIOError, "Check that there is room and that you may write there."},
+    {status::kBadParameter, "Check what was given."},
+    {status::kWriteNotPermitted, "It can be read only."},
+    {status::kOutOfMemory, "Close other programs and try again."},
     {status::kCancelled, "Nothing was left behind; try again when you like."},
     {status::kFileTypeNotFound, "Give the file an extension that the device knows."},
     {status::kNotAFile, "Only plain files can be sent."},
@@ -41,8 +48,13 @@ constexpr auto kAdvice = std::to_array<Advice>({
     {status::kPTPObjectWriteProtected, "Take the protection off on the device."},
     {status::kPTPStoreReadOnly, "Check the lock of the memory card."},
     {status::kPTPAccessDenied, "Unlock the device, or allow it there."},
+    {status::kPTPNoThumbnailPresent, "Fetch the object itself, without --thumbnail."},
     {status::kPTPDeviceBusy, "Wait until the device is idle and try again."},
     {status::kPTPInvalidParentObject, "'tarvoctl ls --recursive' shows the folders."},
+    {status::kPTPInvalidParameter, "Check what was given."},
+    {status::kPTPTransactionCancelled, "Try again."},
+    {kPTPStoreNotAvailable, "Check that the memory card is in its slot."},
+    {kPTPInvalidDevicePropValue, "'tarvoctl property get' shows which values are allowed."},
 });
 
 }  // namespace

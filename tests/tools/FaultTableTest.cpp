@@ -63,14 +63,15 @@ class Faults : public ::testing::TestWithParam<CommandRow> {
     for (const auto& entry : fs::directory_iterator(bench.folder.path("pictures"))) {
       const auto name = entry.path().filename().string();
       // A hidden part is what the next attempt goes on with.
-      if (!name.starts_with('.')) EXPECT_EQ(entry.file_size(), kSizes.at(name)) << name;
+      if (name.starts_with('.')) continue;
+      EXPECT_EQ(entry.file_size(), kSizes.at(name)) << name;
     }
   }
 
   static void expectNamedError(const ToolRun& run) {
     EXPECT_TRUE(run.exitCode == tools::kDone || run.exitCode == tools::kFailed) << run.exitCode;
-    if (run.exitCode == tools::kFailed)
-      EXPECT_THAT(run.err, ContainsRegex("tarvoctl: [a-z ]+.*: .+\\(.*0x[0-9a-f]+\\)"));
+    if (run.exitCode != tools::kFailed) return;
+    EXPECT_THAT(run.err, ContainsRegex("tarvoctl: [a-z ]+.*: .+\\(.*0x[0-9a-f]+\\)"));
   }
 
   static void strike(const char* fault, std::size_t transaction) {
@@ -118,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(
                       CommandRow{"delete", {"rm", "TARV*", "--yes"}},
                       CommandRow{"format", {"storage", "format", "--yes"}},
                       CommandRow{"property", {"property", "set", "DateTime", "20261124T120000"}}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& row) { return row.param.name; });
 
 }  // namespace
 }  // namespace tarvo::test

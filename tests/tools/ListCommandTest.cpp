@@ -59,7 +59,9 @@ TEST(List, AsksNoMoreThanItShows) {
 
 TEST(List, AnObjectThatCannotBeReadDoesNotEndIt) {
   CameraBench bench;
+  // What is refused is asked for twice.
   bench.sim.camera->setFault("respond", "0x2002,0x1008,@3");
+  bench.sim.camera->setFault("raise", "0x1008,@4");
   const auto run = bench.run({"--json", "ls", "--recursive"});
   EXPECT_EQ(run.exitCode, tools::kFailed);
   ASSERT_THAT(run.json(), SizeIs(7));
