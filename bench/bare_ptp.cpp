@@ -3,7 +3,8 @@
 //
 //   bare_ptp NODE get HANDLE SIZE [TRANSFER DEPTH]        one GetObject
 //   bare_ptp NODE parts HANDLE SIZE CHUNK [TRANSFER DEPTH] GetPartialObject, one for each chunk
-//   bare_ptp NODE many FIRST COUNT SIZE [TRANSFER DEPTH]   one GetObject for each handle
+//   bare_ptp NODE many FIRST COUNT SIZE [TRANSFER DEPTH]   GetObjectInfo and GetObject, each
+//   bare_ptp NODE list FIRST COUNT 0                       GetObjectInfo alone
 //   bare_ptp NODE put COUNT SIZE [TRANSFER DEPTH]          SendObjectInfo and SendObject
 //
 // Prints the seconds from the first command to the last response.
@@ -79,6 +80,12 @@ class Camera {
     if (length == 0) length = bulk(kBulkIn, bytes.data(), bytes.size());
     if (length < 12 || get32(bytes.data() + 4) % 0x10000 != 3) fail("no response", length);
     if ((get32(bytes.data() + 4) >> 16) != 0x2001) fail("refused", get32(bytes.data() + 4) >> 16);
+  }
+
+  // Reads a data phase that fits into one read.
+  void receiveSmall() {
+    Bytes bytes(4096);
+    bulk(kBulkIn, bytes.data(), bytes.size());
   }
 
   // Reads a data phase of `size` payload bytes, with the transfers of the ring in flight.
@@ -200,6 +207,19 @@ void getParts(Camera& camera, std::uint32_t handle, std::uint64_t size, std::uin
   }
 }
 
+void getObjects(Camera& camera, std::uint32_t first, std::uint64_t count, std::uint64_t size,
+                bool withData) {
+  for (std::uint32_t i = 0; i < count; ++i) {
+    camera.command(0x1008, {first + i});
+    camera.receiveSmall();
+    camera.response();
+    if (!withData) continue;
+    camera.command(0x1009, {first + i});
+    camera.receive(size);
+    camera.response();
+  }
+}
+
 void putObjects(Camera& camera, unsigned count, std::uint32_t size) {
   for (unsigned i = 0; i < count; ++i) {
     camera.sendSmall(0x100C, camera.command(0x100C, {0, 0}), objectInfo(size, i));
@@ -228,12 +248,8 @@ int main(int argc, char** argv) {
     camera.response();
   } else if (what == "parts" && argc > 5) {
     getParts(camera, first, number(argv[4]), number(argv[5]));
-  } else if (what == "many" && argc > 5) {
-    for (std::uint32_t i = 0; i < number(argv[4]); ++i) {
-      camera.command(0x1009, {first + i});
-      camera.receive(number(argv[5]));
-      camera.response();
-    }
+  } else if ((what == "many" || what == "list") && argc > 5) {
+    getObjects(camera, first, number(argv[4]), number(argv[5]), what == "many");
   } else if (what == "put") {
     putObjects(camera, first, static_cast<std::uint32_t>(number(argv[4])));
   } else {

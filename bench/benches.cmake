@@ -9,3 +9,6 @@ target_link_libraries(bare_giomm PRIVATE PkgConfig::GIOMM)
 pkg_check_modules(BARE_LIBUSB REQUIRED IMPORTED_TARGET libusb-1.0)
 add_executable(bare_ptp bare_ptp.cpp)
 target_link_libraries(bare_ptp PRIVATE PkgConfig::BARE_LIBUSB)
+
+add_executable(library_ptp library_ptp.cpp)
+target_link_libraries(library_ptp PRIVATE tarvo_tools_room)

@@ -1,0 +1,146 @@
+// The same as bare_ptp, by the library: what its own loops are held against.
+//
+//   library_ptp get HANDLE SIZE             one streamed GetObject, its bytes given up
+//   library_ptp file HANDLE SIZE            the same into a file of the current folder
+//   library_ptp parts HANDLE SIZE CHUNK     GetPartialObject, one for each chunk
+//   library_ptp many FIRST COUNT            each object into a file of its own
+//   library_ptp put COUNT FILE              each a copy of the file
+//   library_ptp list                        the information of every object, twice
+//
+// Takes the one device that is there. Prints the seconds of the transfers alone.
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "Utilities/PTPCodes.h"
+#include "tools/OpenedDevice.h"
+#include "tools/ToolProcess.h"
+
+namespace {
+
+using namespace tarvo;
+
+[[noreturn]] void fail(const char* what, Status status) {
+  std::fprintf(stderr, "library_ptp: %s: %s\n", what, statusText(status).c_str());
+  std::exit(1);
+}
+
+void require(Status status, const char* what) {
+  if (status != status::kOK) fail(what, status);
+}
+
+/// Gives room and forgets what comes into it.
+class Abyss : public ptp::DataSink {
+ public:
+  explicit Abyss(std::uint64_t size) : size_(size) {}
+  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    if (offset >= size_) return {};
+    auto& piece = ring_[next_++ % ring_.size()];
+    if (piece.size() < length) piece.resize(length);
+    return std::span(piece).first(std::min<std::uint64_t>(length, size_ - offset));
+  }
+  bool received(std::uint64_t, std::size_t) override { return true; }
+
+ private:
+  std::uint64_t size_;
+  std::array<ByteBuffer, ptp::DataSource::kMaximumInFlight + 1> ring_;
+  std::size_t next_ = 0;
+};
+
+std::uint32_t number(const std::string& text) {
+  return static_cast<std::uint32_t>(std::strtoull(text.c_str(), nullptr, 0));
+}
+
+/// The measured work, given the device and the arguments behind its name.
+using Work = std::function<void(tools::OpenedDevice&, const std::vector<std::string>&)>;
+
+void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
+  Abyss abyss(number(arguments[1]));
+  std::uint64_t received = 0;
+  require(device.transactions().downloadEntireObject(number(arguments[0]), number(arguments[1]),
+                                                     abyss, received),
+          "get");
+}
+
+void getParts(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
+  const std::uint32_t size = number(arguments[1]);
+  const std::uint32_t chunk = number(arguments[2]);
+  for (std::uint32_t offset = 0; offset < size; offset += chunk) {
+    Abyss abyss(chunk);
+    std::uint64_t received = 0;
+    require(device.transactions().downloadPartialObject(
+                number(arguments[0]), offset, std::min(chunk, size - offset), abyss, received),
+            "parts");
+  }
+}
+
+void fetch(tools::OpenedDevice& device, std::uint32_t first, std::uint32_t count) {
+  ObjectFetch fetching(device.transactions());
+  for (std::uint32_t i = 0; i < count; ++i) {
+    const auto result =
+        fetching.toFile(first + i, {.existing = ExistingFile::kOverwrite, .device = "bench"});
+    require(result.status, result.path.c_str());
+  }
+}
+
+void put(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
+  for (std::uint32_t i = 0; i < number(arguments[0]); ++i) {
+    XTExtendedObjectInfo info;
+    require(
+        device.device().fillInObjInfo(info, arguments[1], device.device().opCodeList(), nullptr),
+        "file");
+    std::uint32_t handle = 0;
+    require(device.transactions().sendContentsOfFile(arguments[1], info, 0, 0, &handle), "put");
+  }
+}
+
+void list(tools::OpenedDevice& device) {
+  for (int round = 0; round < 2; ++round) {
+    const auto handles = device.transactions().objectHandlesOnStore(ptp::kAllStores, 0);
+    if (!handles) fail("handles", device.transactions().lastOutcome());
+    ObjectInfoPointer info;
+    for (const std::uint32_t handle : *handles)
+      require(device.transactions().objectInfo(info, handle), "information");
+  }
+}
+
+Work workOf(const std::string& name) {
+  if (name == "get") return get;
+  if (name == "parts") return getParts;
+  if (name == "file")
+    return [](auto& device, const auto& arguments) { fetch(device, number(arguments[0]), 1); };
+  if (name == "many")
+    return [](auto& device, const auto& arguments) {
+      fetch(device, number(arguments[0]), number(arguments[1]));
+    };
+  if (name == "put") return put;
+  if (name == "list") return [](auto& device, const auto&) { list(device); };
+  std::fprintf(stderr, "library_ptp: see the head of the source for the arguments\n");
+  std::exit(2);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const std::vector<std::string> arguments(argv + std::min(argc, 2), argv + argc);
+  const Work work = workOf(argc > 1 ? argv[1] : "");
+  const tools::GlobalOptions options;
+  const tools::Interrupt interrupt;
+  tools::Output output(stdout, stderr, options);
+  tools::ToolProcess process(options, interrupt);
+  tools::ToolContext context{options, output, process, interrupt, stdin};
+  tools::OpenedDevice device(context, "bench");
+  device.transactions().storageIDs();  // opens the session
+  const auto began = std::chrono::steady_clock::now();
+  work(device, arguments);
+  const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - began;
+  std::printf("%.6f\n", seconds.count());
+}

@@ -1,0 +1,205 @@
+#!/usr/bin/env python3
+"""What moving objects costs, beside a bare loop on libusb and beside gphoto2, on one virtual camera.
+
+Runs inside `tarvo-simulator serve --`; bench/transfers does that. Prints minimum, median and maximum
+of every figure, and what one is of the other in the median. The testbed gives ratios, not the speed
+of hardware.
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+MIB = 1 << 20
+CHUNK = 2 * MIB
+BEST = [(MIB, 4), (MIB, 8), (512 << 10, 8), (256 << 10, 16)]  # transfer size and depth
+
+
+def figure(name, values, unit="s"):
+    print(f"  {name:<44} min {min(values):9.3f}  median {statistics.median(values):9.3f}"
+          f"  max {max(values):9.3f} {unit}", flush=True)
+
+
+def share(what, measure, own, least):
+    """How much of the measure's speed is reached, in the median."""
+    reached = 100 * statistics.median(measure) / statistics.median(own)
+    verdict = "" if reached >= least else f"  ({least - reached:.1f} short of {least})"
+    print(f"  {what:<44} {reached:6.1f} % of it{verdict}", flush=True)
+
+
+class Bench:
+    def __init__(self, arguments):
+        self.arguments = arguments
+
+    def call(self, *words):
+        return subprocess.run([self.arguments.simulator, *words], check=True, capture_output=True,
+                              text=True).stdout.strip()
+
+    @contextlib.contextmanager
+    def camera(self, content, faults=None):
+        """A camera of its own with this content; gives its device node and its identifier."""
+        description = json.load(open(self.arguments.camera))
+        description["stores"] = [{"id": "0x00010001", "capacity": 1 << 40, "free": 1 << 39,
+                                  "content": content}]
+        with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as file:
+            json.dump(description, file)
+        identifier = self.call("plug", file.name)
+        for name, value in (faults or {}).items():
+            self.call("fault", identifier, name, value)
+        try:
+            yield self.described(identifier)["node"], identifier
+        finally:
+            self.call("unplug", identifier)
+            os.unlink(file.name)
+
+    def described(self, identifier):
+        return next(each for each in json.loads(self.call("list", "--json"))
+                    if each["id"] == identifier)
+
+    def transactions(self, identifier):
+        return self.described(identifier)["statistics"]["transactions"]
+
+    def bare(self, node, *words):
+        return float(subprocess.run([self.arguments.bare, node, *map(str, words)], check=True,
+                                    capture_output=True, text=True).stdout)
+
+    def library(self, *words):
+        with tempfile.TemporaryDirectory(dir=self.arguments.place) as folder:
+            return float(subprocess.run([self.arguments.library, *map(str, words)], check=True,
+                                        capture_output=True, text=True, cwd=folder).stdout)
+
+    def program(self, *words):
+        """Seconds of a whole program in a folder of its own, and its peak memory in MB."""
+        with tempfile.TemporaryDirectory(dir=self.arguments.place) as folder:
+            began = time.monotonic()
+            process = subprocess.Popen(list(map(str, words)), cwd=folder,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+            errors = process.stderr.read()
+            _, status, usage = os.wait4(process.pid, 0)
+            process.returncode = os.waitstatus_to_exitcode(status)
+            if process.returncode != 0:
+                sys.exit(f"{words[0]}: {errors.decode(errors='replace')}")
+            return time.monotonic() - began, usage.ru_maxrss / 1024
+
+    def best(self, node, *words):
+        """The transfer size and depth with which the bare loop is fastest."""
+        return min(BEST, key=lambda each: self.bare(node, *words, *each))
+
+    def side_by_side(self, node, bare, library, least):
+        best = self.best(node, *bare)
+        measured, own = [], []
+        for _ in range(self.arguments.runs):
+            measured.append(self.bare(node, *bare, *best))
+            own.append(self.library(*library))
+        figure(f"bare loop, {best[0] >> 10} KiB x {best[1]}", measured)
+        figure("library", own)
+        share("speed of the library", measured, own, least)
+
+    def one_large(self):
+        size = self.arguments.large * MIB
+        with self.camera([{"file": "LARGE.MOV", "size": size}]) as (node, _):
+            print(f"One object of {self.arguments.large} MiB, one GetObject")
+            self.side_by_side(node, ("get", 1, size), ("get", 1, size), 95)
+            figure("library, into a file",
+                   [self.library("file", 1, size) for _ in range(self.arguments.runs)])
+            print("The same in pieces of 2 MiB")
+            self.side_by_side(node, ("parts", 1, size, CHUNK), ("parts", 1, size, CHUNK), 95)
+            runs = [self.program(self.arguments.tarvoctl, "--quiet", "get", "1")
+                    for _ in range(self.arguments.runs)]
+            figure("tarvoctl get", [seconds for seconds, _ in runs])
+            figure("tarvoctl get, peak memory", [memory for _, memory in runs], "MB")
+
+    def many(self, delay):
+        count, size = self.arguments.many, 100 << 10
+        content = [{"folder": "DCIM", "content": [{"generate": {
+            "count": count, "size": size, "prefix": "IMG_", "extension": "JPG"}}]}]
+        words = f", {delay} ms a transaction" if delay else ""
+        with self.camera(content, {"delay": str(delay)} if delay else None) as (node, identifier):
+            print(f"{count} objects of 100 KiB{words}")
+            self.side_by_side(node, ("many", 2, count, size), ("many", 2, count), 90)
+            self.whole_programs(identifier, [self.arguments.tarvoctl, "--quiet", "get", "--all"],
+                                ["gphoto2", "--quiet", "--get-all-files"])
+
+    def whole_programs(self, identifier, ours, theirs):
+        own, other, counted = [], [], {}
+        for name, command, times in (("tarvoctl", ours, own), ("gphoto2", theirs, other)):
+            for _ in range(self.arguments.runs if shutil.which(command[0]) else 0):
+                before = self.transactions(identifier)
+                times.append(self.program(*command)[0])
+                counted[name] = self.transactions(identifier) - before
+        figure(" ".join(["tarvoctl", *ours[1:]]), own)
+        if not other:
+            print("  gphoto2 is not installed")
+            return
+        figure(" ".join(theirs), other)
+        print(f"  {'tarvoctl beside gphoto2':<44} "
+              f"{statistics.median(other) / statistics.median(own):6.2f} times as fast; transactions "
+              f"{counted['tarvoctl']} and {counted['gphoto2']}", flush=True)
+
+    def listing(self):
+        for count in (100, 10000):
+            content = [{"folder": "DCIM", "content": [{"generate": {
+                "count": count, "size": 1000, "prefix": "IMG_", "extension": "JPG"}}]}]
+            with self.camera(content) as (node, identifier):
+                print(f"Listing {count} objects")
+                firsts = [self.first_line() for _ in range(self.arguments.runs)]
+                figure("tarvoctl ls --long --recursive, first line", firsts)
+                if count > 1000:
+                    before = self.transactions(identifier)
+                    self.library("list")
+                    print(f"  {'transactions of two listings in one process':<44} "
+                          f"{self.transactions(identifier) - before}")
+                    self.whole_programs(
+                        identifier,
+                        [self.arguments.tarvoctl, "--quiet", "ls", "--long", "--recursive"],
+                        ["gphoto2", "--quiet", "--list-files"])
+
+    def first_line(self):
+        began = time.monotonic()
+        process = subprocess.Popen(
+            [self.arguments.tarvoctl, "--quiet", "ls", "--long", "--recursive"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        process.stdout.readline()
+        process.stdout.readline()  # behind the titles
+        seconds = time.monotonic() - began
+        process.stdout.close()
+        process.wait()
+        return seconds
+
+    def sending(self, count, size):
+        path = os.path.join(self.arguments.place, "SENT.JPG")
+        with open(path, "wb") as file:
+            file.truncate(size)
+        with self.camera([]) as (node, _):
+            print(f"Sending {count} object(s) of {size} bytes")
+            self.side_by_side(node, ("put", count, size), ("put", count, path), 90)
+        os.unlink(path)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    for name in ("simulator", "tarvoctl", "bare", "library", "camera", "place"):
+        parser.add_argument("--" + name, required=True)
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--large", type=int, default=1024, help="MiB of the large object")
+    parser.add_argument("--many", type=int, default=1000, help="number of the small objects")
+    parser.add_argument("--only", choices=["large", "many", "delay", "list", "put"])
+    bench = Bench(parser.parse_args())
+    parts = {"large": bench.one_large, "many": lambda: bench.many(0),
+             "delay": lambda: bench.many(1), "list": bench.listing,
+             "put": lambda: (bench.sending(1, bench.arguments.large * MIB),
+                             bench.sending(bench.arguments.many, 100 << 10))}
+    for name, part in parts.items():
+        if bench.arguments.only in (None, name):
+            part()
+
+
+if __name__ == "__main__":
+    main()
