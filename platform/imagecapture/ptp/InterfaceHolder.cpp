@@ -59,13 +59,16 @@ std::string processHolding(int node) {
   const Directory processes(::opendir("/proc"));
   if (!processes || ::fstat(node, &ours) != 0) return {};
   const std::string self = std::to_string(::getpid());
+  std::string holders;
   while (const dirent* entry = ::readdir(processes.get())) {
     const std::string process = entry->d_name;
-    if (std::isdigit(static_cast<unsigned char>(process[0])) != 0 && process != self &&
-        hasOpen(process, ours))
-      return formatted("process %s (pid %s)", nameOf(process).c_str(), process.c_str());
+    if (std::isdigit(static_cast<unsigned char>(process[0])) == 0 || process == self ||
+        !hasOpen(process, ours))
+      continue;
+    if (!holders.empty()) holders += " or ";
+    holders += formatted("process %s (pid %s)", nameOf(process).c_str(), process.c_str());
   }
-  return {};
+  return holders;
 }
 
 }  // namespace tarvo::ptp

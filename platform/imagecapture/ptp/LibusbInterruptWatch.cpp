@@ -21,8 +21,8 @@ LibusbInterruptWatch::LibusbInterruptWatch(LibusbHandle& handle,
       // A packet at a time: the end of a larger read would not be told before the next event.
       buffer_(endpoints.interruptPacketSize),
       transfer_(libusb_alloc_transfer(0)),
-      receiver_(std::make_shared<Receiver>(Receiver{std::move(handler)})),
-      source_(handle.context.get(), [this] { serve(); }) {
+      receiver_(std::make_shared<Receiver>(Receiver{std::move(handler)})) {
+  source_.emplace(handle.context.get(), [this] { serve(); });
   startReading();
 }
 
@@ -56,7 +56,7 @@ void LibusbInterruptWatch::take(TransferResult result) {
   } else {
     waiting_.push_back({result, {}});
   }
-  source_.wake();
+  source_->wake();
 }
 
 void LibusbInterruptWatch::startReading() {
@@ -71,7 +71,7 @@ void LibusbInterruptWatch::startReading() {
   inFlight_ = error == LIBUSB_SUCCESS;
   if (inFlight_) return;
   waiting_.push_back({resultOfError(error), {}});
-  source_.wake();
+  source_->wake();
 }
 
 void LibusbInterruptWatch::serve() {
@@ -83,7 +83,12 @@ void LibusbInterruptWatch::serve() {
   }
   const auto packets = std::exchange(waiting_, {});
   const bool failed = !packets.empty() && packets.back().result != TransferResult::kCompleted;
-  if (!packets.empty() && !failed) startReading();
+  if (failed) {
+    // The descriptor of a device that went may be ready for ever.
+    source_.reset();
+  } else {
+    startReading();
+  }
   // From here on nothing of this object is touched: the handler may destroy it.
   const auto receiver = receiver_;
   for (const Packet& packet : packets) {

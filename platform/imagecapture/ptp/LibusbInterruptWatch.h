@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/imagecapture/ptp/LibusbEventSource.h"
@@ -67,7 +68,7 @@ class LibusbInterruptWatch {
   int haltsInARow_ = 0;
   std::deque<Packet> waiting_;
   std::shared_ptr<Receiver> receiver_;
-  LibusbEventSource source_;
+  std::optional<LibusbEventSource> source_;  ///< until the endpoint fails
 };
 
 }  // namespace tarvo::ptp

@@ -61,8 +61,7 @@ std::optional<StillImageEndpoints> stillImageEndpoints(const libusb_interface_de
   endpoints.interfaceNumber = interface.bInterfaceNumber;
   for (const auto& endpoint : std::span(interface.endpoint, interface.bNumEndpoints))
     take(endpoints, endpoint);
-  // Events are not listened to, so the interrupt endpoint may be missing; without bulk there is
-  // nothing to say.
+  // A device without an interrupt endpoint has no events; without bulk there is nothing to say.
   if (endpoints.bulkIn == 0 || endpoints.bulkOut == 0) {
     *why = formatted("interface %u lacks a bulk endpoint", interface.bInterfaceNumber);
     return std::nullopt;
