@@ -14,7 +14,8 @@ Event decodeEvent(std::span<const std::byte> container) {
   event.transactionID = decodeUInt32(container.subspan(8));
   event.parameterCount = static_cast<unsigned>((container.size() - kContainerHeaderSize) / 4);
   for (unsigned i = 0; i < event.parameterCount; ++i)
-    event.parameters.at(i) = decodeUInt32(container.subspan(kContainerHeaderSize + 4 * i));
+    event.parameters.at(i) =
+        decodeUInt32(container.subspan(kContainerHeaderSize + std::size_t{4} * i));
   return event;
 }
 
