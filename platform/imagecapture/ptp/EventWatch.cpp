@@ -34,10 +34,7 @@ EventWatch::EventWatch(USBDevice& device, std::function<void(const Event&)> hand
                                         EventAssembler(device.endpoints().interruptPacketSize)})) {
   device_.watchInterrupts(
       [state = state_](TransferResult result, std::span<const std::byte> packet) {
-        // Kept by this name while the handler runs, which may end the watching and with it this
-        // call's own closure.
-        const auto kept = state;
-        kept->take(result, packet);
+        state->take(result, packet);
       });
 }
 

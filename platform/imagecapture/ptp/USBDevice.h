@@ -94,9 +94,9 @@ class USBDevice {
   virtual TransferResult clearHalt(std::uint8_t endpoint) = 0;
 
   /// Packets of the interrupt endpoint from now on, in their order, until an empty handler is given
-  /// or the endpoint fails. The handler is called on the main loop, never from inside another call;
-  /// it may do whatever it likes, letting the device go included. cancelAll() leaves the watching
-  /// alone. Nothing on a device without an interrupt endpoint.
+  /// or the endpoint fails. The handler is called on the main loop, never from inside another call,
+  /// and is kept while it runs; it may do whatever it likes, letting the device go included.
+  /// cancelAll() leaves the watching alone. Nothing on a device without an interrupt endpoint.
   virtual void watchInterrupts(InterruptHandler handler) = 0;
 };
 
