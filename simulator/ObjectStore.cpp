@@ -8,9 +8,14 @@
 namespace tarvo::simulator {
 namespace {
 
+bool isOfFormat(std::uint16_t format, std::uint16_t wanted) {
+  if (wanted == ObjectFilter::kEveryImage) return format >= 0x3800 && format < 0x4000;
+  return wanted == 0 || wanted == format;
+}
+
 bool matches(const StoredObject& object, const ObjectFilter& filter) {
   if (filter.storage != 0xFFFFFFFF && filter.storage != object.storage) return false;
-  if (filter.format != 0 && filter.format != object.traits.format) return false;
+  if (!isOfFormat(object.traits.format, filter.format)) return false;
   if (filter.association == 0) return true;
   return object.parent == (filter.association == 0xFFFFFFFF ? 0 : filter.association);
 }

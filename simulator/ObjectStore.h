@@ -44,7 +44,9 @@ struct StoredObject {
 /// Which objects are meant. ISO 15740: association 0 is every object, 0xFFFFFFFF those in the root.
 struct ObjectFilter {
   std::uint32_t storage = 0xFFFFFFFF;  ///< id of a store; 0xFFFFFFFF: every store
-  std::uint16_t format = 0;            ///< 0: every format
+  /// In place of a format; it travels as 0xFFFFFFFF (ISO 15740, GetNumObjects).
+  static constexpr std::uint16_t kEveryImage = 0xFFFF;
+  std::uint16_t format = 0;  ///< 0: every format
   std::uint32_t association = 0;
 };
 

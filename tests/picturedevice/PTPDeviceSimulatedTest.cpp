@@ -99,6 +99,40 @@ TEST(SimulatedPictures, AreListedFromHandlesAloneAndAskedForOnce) {
   EXPECT_EQ(sim.asked(ptp::XTO_GET_PICTURE_FILE_SIZES), 1U);
 }
 
+// How a device is sent to depends on what it is.
+TEST(SimulatedModels, AreSentToAsTheyTakeIt) {
+  const struct {
+    const char* description;
+    std::vector<std::uint16_t> operations;
+    std::uint16_t format;
+  } rows[] = {
+      {R"({"deviceInfo": {"model": "Tarvo Lumo X2"}})", {0x100C, 0x100D}, 0x3801},
+      {R"({"deviceInfo": {"model": "Tarvo Lumo N10"}})", {0x100C, 0x100D}, 0x3000},
+      {R"({"deviceInfo": {"operations": ["0x1001", "0x1002", "0x1003", "0x1008", "0x9005",
+                                         "0x9006"]}})",
+       {0x9005, 0x9006},
+       0x3801},
+  };
+  for (const auto& row : rows) {
+    auto description = nlohmann::json::parse(row.description);
+    description["stores"] =
+        nlohmann::json::parse(R"([{"id": "0x00010001", "capacity": 1000000, "free": 500000}])");
+    SimulatedPTPDevice sim(description.dump());
+    XTExtendedObjectInfo info;
+    info.setObjFmtCode(0x3801);
+    info.setFileName("F.JPG");
+    info.setCompressedSize(3);
+    std::uint32_t handle = 0;
+    ASSERT_EQ(sim->sendObjectInfo(info, 0, 0, &handle), 0) << row.description;
+    ASSERT_EQ(sim->sendObjectData(std::vector<std::byte>(3)), 0);
+    for (const std::uint16_t operation : row.operations)
+      EXPECT_EQ(sim.asked(operation), 1U) << row.description;
+    ObjectInfoPointer sent;
+    EXPECT_EQ(sim->objectInfo(sent, handle), 0);
+    EXPECT_EQ(sent->objFmtCode(), row.format);
+  }
+}
+
 TEST(SimulatedDownloads, BringTheBytesOfTheObject) {
   SimulatedPTPDevice sim(kFullCamera);
   TemporaryFolder folder;
