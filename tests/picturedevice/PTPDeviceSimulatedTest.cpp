@@ -219,6 +219,38 @@ TEST(SimulatedSending, OfExtendedInformationCanBeChangedAfterwards) {
   EXPECT_EQ(sim->objectFilename(handle), "RENAMED.JPG");
 }
 
+/// Wants no more after the first piece.
+struct ImpatientSink : ptp::MemorySink {
+  using MemorySink::MemorySink;
+  bool received(std::uint64_t, std::size_t) override { return false; }
+};
+
+TEST(SimulatedTransfers, ThatThisSideEndsLeaveADeviceThatWorksOn) {
+  SimulatedPTPDevice sim(kFullCamera);
+  TemporaryFolder folder;
+  std::vector<std::byte> memory(3000000);
+  ImpatientSink sink(memory);
+  std::uint64_t received = 0;
+  const auto picture = handleNamed(sim, "A.JPG");
+  EXPECT_EQ(sim->downloadEntireObject(picture, 3000000, sink, received), -490);
+  EXPECT_GT(received, 0U);
+  EXPECT_EQ(sim->imageCount(), 3);
+
+  XTExtendedObjectInfo info;
+  info.setObjFmtCode(0x3801);
+  info.setFileName("SHORT.JPG");
+  info.setCompressedSize(3 * kMiB);
+  std::uint32_t handle = 0;
+  const auto path = folder.write("x", std::string(2 * kMiB + 5, 'x'));
+  EXPECT_EQ(sim->sendContentsOfFile(path, info, kStore, 0, &handle), -36);
+  EXPECT_EQ(sim->imageCount(), 3);
+  sim->setDownloadUpdateCb([](std::uint32_t bytes) { return bytes > 0; });
+  info.setCompressedSize(1 * kMiB);
+  EXPECT_EQ(sim->sendContentsOfFile(path, info, kStore, 0, &handle), -490);
+  EXPECT_EQ(sim->imageCount(), 3);
+  sim.camera->forgetViolations();  // data that ended early
+}
+
 TEST(SimulatedDeleting, UsesTheOperationThatTheStoreTakes) {
   SimulatedPTPDevice sim(kFullCamera);
   for (const auto& [name, operation] :
