@@ -185,17 +185,6 @@ TEST(PTPStores, AreListedOnceUntilACardChanges) {
   EXPECT_EQ(scripted.sent().size(), 3U);
 }
 
-TEST(PTPStores, TellTheirFixedFields) {
-  ScriptedPTPDevice scripted;
-  const PTPStorageInfo info{
-      .storageType = 4, .maxCapacity = 1ULL << 35, .freeSpaceInBytes = 5, .freeSpaceInImages = 6};
-  scripted.camera.answers[0x1005] = {.data = bytesOf(dataSetFromStorageInfo(info))};
-  EXPECT_EQ(*scripted->storageInfo(0x10001), info);
-  scripted.camera.answers[0x1005] = {.data = PTPBytes().u16(4)};
-  EXPECT_EQ(scripted->storageInfo(0x10001)->maxCapacity, 0U);
-  EXPECT_TRUE(scripted.room.trace.contains("getStorageInfo read 26 bytes, the device sent 2"));
-}
-
 TEST(PTPObjectInfo, IsReadInTheStandardFormTriedTwiceAndKept) {
   ScriptedPTPDevice scripted;
   ObjectInfoPointer info;
