@@ -59,6 +59,7 @@ std::optional<ObjectReferences> XTImageCaptureDevice::pictureFiles() {
 }
 
 Status XTImageCaptureDevice::deleteObject(const ObjectReference& object) {
+  // The message goes to the object itself, not to its device.
   const auto handle = int32ForKey(object, "icao");
   if (!handle) return status::kICAInvalidObject;
   ICAObjectSendMessagePB block;
@@ -68,6 +69,7 @@ Status XTImageCaptureDevice::deleteObject(const ObjectReference& object) {
   if (status != status::kOK || !icaDictionary_ || !arrayForKey(*icaDictionary_, kPictures)) {
     return status;
   }
+  // Our own copy, which nobody else brings up to date.
   auto& pictures = (*icaDictionary_)[kPictures];
   const auto deleted = std::ranges::find_if(
       pictures, [&](const auto& picture) { return int32ForKey(picture, "icao") == handle; });
@@ -109,6 +111,7 @@ std::size_t XTImageCaptureDevice::parseTreeForFiles(const PropertyDictionary& no
   for (std::size_t i = 0; i < count; ++i) {
     const auto& child = (*children)[i];
     const std::string name = nameOf(child);
+    // A folder may be named like a file that is looked for.
     if (child.is_object() && child.contains(kTree)) {
       TraceLog::trace("node %i is another tree: %s", static_cast<int>(i), name.c_str());
       parseTreeForFiles(child, suffix, list);
@@ -120,6 +123,7 @@ std::size_t XTImageCaptureDevice::parseTreeForFiles(const PropertyDictionary& no
 }
 
 void XTImageCaptureDevice::forgetContents() {
+  // The copy itself stays until it is fetched again: who holds a look into it goes on.
   if (icaObject_ != 0) imageCapture().forgetContents(icaObject_);
   icaDictionaryDirty_ = true;
 }

@@ -243,6 +243,8 @@ Status XTImageCapturePTPDevice::displayRequest(XTMutablePTPDataSet& request) {
   return run(transaction) ? status::kPTPOK : transaction.outcome();
 }
 
+// Not kept, unlike the display-request version: it is asked for before a favourite is sent, which
+// is rare.
 std::uint16_t XTImageCapturePTPDevice::bragbookVersion() {
   if (!capabilities().deviceSupportsBragbooks) return 0;
   PassThroughTransaction transaction({.method = "bragbookVersion",
@@ -261,6 +263,7 @@ Status XTImageCapturePTPDevice::addressBookInfo(XT_AddressBookInfo& info) {
     info = cachedABInfo_;
     return status::kOK;
   }
+  // The one operation that has a status for missing memory.
   try {
     PassThroughTransaction transaction(
         {.method = "addressBookInfo",
@@ -289,7 +292,8 @@ Status XTImageCapturePTPDevice::sendDeviceReset() {
        .resultFailure = "sendDeviceReset",
        .operation = ptp::kResetDevice});
   if (!run(transaction)) return transaction.outcome();
-  // Handles may be given anew.
+  // Handles may be given anew, and the session has ended (ISO 15740, ResetDevice): the service
+  // opens another for the next operation.
   storesChanged();
   contentsChanged();
   return status::kOK;

@@ -61,6 +61,8 @@ bool XTImageCapturePTPDevice::isProtected(const ObjectReference& object) {
   return info && info->protectionStatus() != 0;
 }
 
+// The three below ask for the same information, of which only the first costs a transaction.
+
 std::int64_t XTImageCapturePTPDevice::thumbSize(const ObjectReference& object) {
   const auto info = objectInfoForHandle(object);
   return info ? info->thumbCompressedSize() : 0;
@@ -90,6 +92,7 @@ Status XTImageCapturePTPDevice::downloadFile(const ObjectReference& object,
 
 std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadObject(const ObjectReference& object) {
   const auto handle = handleOf(object);
+  // Unlike downloadObjectData(), also from a device without GetPartialObject.
   return handle ? downloadObjectDataPTP(*handle) : std::nullopt;
 }
 

@@ -15,6 +15,7 @@ namespace tarvo {
 namespace {
 
 // Rooms in bytes.
+// As large as the devices' answers get: 31 stores, and texts of full length.
 constexpr std::size_t kStorageIDsRoom = 128;
 constexpr std::size_t kStorageInfoRoom = 1176;
 /// The fixed fields; the texts behind them are not read.
@@ -53,6 +54,7 @@ void traceNumbers(const char* label, const std::vector<std::uint32_t>& numbers,
 
 }  // namespace
 
+// Kept in the base class, where a card that comes or goes drops it.
 std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::storageIDs() {
   if (fields_.storageIDCache) return fields_.storageIDCache;
   PassThroughTransaction transaction({.method = "storageIDs",
@@ -77,6 +79,7 @@ std::shared_ptr<const PTPStorageInfo> XTImageCapturePTPDevice::storageInfo(
                                       .room = kStorageInfoRoom});
   if (!run(transaction)) return nullptr;
   auto reader = transaction.reader(kStorageInfoRead);
+  // Not kept: the free space changes with every picture.
   auto info = scanStorageInfo(reader);
   transaction.wasShort(reader);
   return info;
@@ -129,6 +132,7 @@ std::vector<std::uint32_t> XTImageCapturePTPDevice::ObjectQuery::parameters() co
 
 std::int32_t XTImageCapturePTPDevice::numberOfObjects(const ObjectQuery& query) {
   TraceLog::trace("numberOfObjectsOnStore - entered");
+  // A slot without a card. Some devices answer for all stores then, which would be a lie.
   if (hasNoLogicalStore(query.store)) {
     lastOutcome_ = status::kPTPInvalidStorageID;
     return -1;
@@ -139,12 +143,14 @@ std::int32_t XTImageCapturePTPDevice::numberOfObjects(const ObjectQuery& query) 
                                       .parameters = query.parameters(),
                                       .responseParameters = 1,
                                       .untracedResponse = status::kPTPInvalidObjectFormatCode});
+  // Of a format that the device does not know it holds nothing.
   if (!run(transaction)) return lastOutcome_ == status::kPTPInvalidObjectFormatCode ? 0 : -1;
   const auto count = static_cast<std::int32_t>(transaction.responseParameter(0));
   TraceLog::trace("\t\t\t\t  Number of Objects: %i", count);
   return count;
 }
 
+// The count costs one transaction more, but gives the room: the service drops what does not fit.
 std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandles(const ObjectQuery& query,
                                                                     std::int32_t count) {
   if (count <= 0) return ObjectHandles();
@@ -172,6 +178,7 @@ std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::pictureFilesi
 
 std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::arrayOfObjects(
     PTPRequest request, const char* selector, std::int32_t count) {
+  // The count is the device's word, and may be any.
   const std::string noMemory = formatted("No memory for %d object handles", count);
   request.dataUsageMode = kDataFromDevice;
   request.room = roomForArray(count);
@@ -195,6 +202,7 @@ std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::arrayOfObject
 }
 
 Status XTImageCapturePTPDevice::objectInfo(ObjectInfoPointer& info, std::uint32_t handle) {
+  // Real cameras take 50 to 170 ms for one, so each is asked for once.
   ObjectInfoPointer found = cachedInfoForObject(handle);
   if (!found) {
     // Once more, for a device that does not know the extended form.
@@ -226,10 +234,12 @@ Status XTImageCapturePTPDevice::objectInfoUncached(ObjectInfoPointer& info, std:
   return status::kOK;
 }
 
+// One answer for both bases, which declare it apart.
 void XTImageCapturePTPDevice::invalidateInfoCacheForObject(std::uint32_t handle) {
   XTPictureDevice::invalidateInfoCacheForObject(handle);
 }
 
+// The service has lists of its own and does not look into what passes through it.
 void XTImageCapturePTPDevice::contentsChanged() {
   invalidateCachedCountsUsedForDatasetSizes();
   forgetContents();
@@ -264,6 +274,7 @@ Status XTImageCapturePTPDevice::updateExtObjectInfo(XTExtendedObjectInfo& info,
     TraceLog::trace("updateExtObjectInfo was passed a nil object handle");
     return status::kBadParameter;
   }
+  // With the extension where the information has one: that is what the operation is for.
   auto dataSet = info.dataSetWithByteOrder(kPTPByteOrder);
   dataSet.adjustToAvoidModulo64PayloadSize();
   PassThroughTransaction transaction(

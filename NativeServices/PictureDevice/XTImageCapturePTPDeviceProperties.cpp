@@ -8,6 +8,7 @@ namespace tarvo {
 
 namespace {
 
+// Enough for a text of full length with its choices; what is longer is cut, and raises when read.
 constexpr std::size_t kPropertyRoom = 2048;
 
 }  // namespace
@@ -23,6 +24,7 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyValueDataSet(std::u
 std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyBytes(std::uint16_t property,
                                                                    std::uint16_t operation,
                                                                    const char* method) {
+  // Not asked on the chance: some devices do not survive a property that they do not know.
   if (!containsCode(propertyList_, property)) return std::nullopt;
   // The failures of both operations are traced under one name, which is intended.
   PassThroughTransaction transaction(
@@ -42,6 +44,7 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyBytes(std::uint16_t
 
 Status XTImageCapturePTPDevice::setProperty(std::uint16_t property,
                                             std::span<const std::byte> value) {
+  // A value is small, so it may be copied for its padding.
   const auto padded = dataAdjustedToAvoidModulo64PayloadSize({value.begin(), value.end()});
   // The reason names another operation, which is intended.
   PassThroughTransaction transaction({.method = "setProperty",

@@ -16,6 +16,7 @@ constexpr std::uint32_t kEndOfQueryRoom = 64;
 }  // namespace
 
 Status XTImageCapturePTPDevice::sendQuery(std::string_view query, std::uint32_t* resultHandle) {
+  // What is no text would reach the device as replacement characters.
   if (utf8FromUTF16(utf16FromUTF8(query)) != query) {
     TraceLog::trace("Failed to extract query from NSString.");
     return status::kFileNotFound;
@@ -46,6 +47,7 @@ Status XTImageCapturePTPDevice::getDBRows(const DBRowsRequest& request, ByteBuff
   const std::size_t before = data.size();
   Status outcome = status::kOK;
   {
+    // Straight behind the rows that are there already; the sink gives back what it did not fill.
     BufferSink sink(data, request.maxSize);
     PassThroughTransaction transaction(
         {.method = "getDBRowsFromQuery",

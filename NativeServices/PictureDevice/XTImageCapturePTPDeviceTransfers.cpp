@@ -53,27 +53,28 @@ class CountingSink : public ptp::DataSink {
 class PaddedSource : public ptp::DataSource {
  public:
   explicit PaddedSource(std::span<const std::byte> data)
-      : data_(data), isPadded_(isModulo64PayloadSize(data.size())) {
-    if (isPadded_) {
-      TraceLog::trace("objectData payload size adjusted to %d", static_cast<int>(size()));
+      : data_(data), size_(data.size() + (isModulo64PayloadSize(data.size()) ? 1 : 0)) {
+    if (size_ != data_.size()) {
+      TraceLog::trace("objectData payload size adjusted to %d", static_cast<int>(size_));
     }
   }
 
-  std::uint64_t size() const override { return data_.size() + (isPadded_ ? 1 : 0); }
+  std::uint64_t size() const override { return size_; }
   std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) override {
     static constexpr std::byte kPadding{0};
     if (offset < data_.size()) {
       return data_.subspan(offset, std::min<std::uint64_t>(length, data_.size() - offset));
     }
-    return {&kPadding, offset < size() && length > 0 ? 1U : 0U};
+    return {&kPadding, offset < size_ && length > 0 ? 1U : 0U};
   }
 
  private:
   std::span<const std::byte> data_;
-  bool isPadded_;
+  std::uint64_t size_;
 };
 
-/// Bytes of a file; none where there is no such file.
+/// Bytes of a file; none where there is no such file. Links are followed: what is sent is what the
+/// user sees.
 std::optional<std::uint64_t> fileSize(const std::string& path) {
   struct stat attributes {};
   if (::stat(path.c_str(), &attributes) != 0) return std::nullopt;
@@ -102,6 +103,7 @@ Status XTImageCapturePTPDevice::downloadEntireObject(std::uint32_t handle, std::
                                                      ptp::DataSink& sink, std::uint64_t& received) {
   received = 0;
   if (size == 0) return status::kOK;
+  // More than the object's own information says is nothing that the caller has room for.
   CountingSink counted(sink, size == kUnknownSize ? CountingSink::kUnlimited : size);
   PassThroughTransaction transaction({.method = "downloadEntireObject",
                                       .headerFailure = "downloadEntireObject GetObject",
@@ -111,6 +113,7 @@ Status XTImageCapturePTPDevice::downloadEntireObject(std::uint32_t handle, std::
                                       .room = size,
                                       .sink = &counted});
   run(transaction);
+  // Also after a failure: what has come can be gone on from.
   received = counted.count();
   return transaction.outcome();
 }
@@ -164,6 +167,7 @@ Status XTImageCapturePTPDevice::sendObjectInfo(XTExtendedObjectInfo& info, std::
     return status::kBadParameter;
   }
   const auto& maker = PictureDeviceRoom::required().services().maker;
+  // Before the format is filtered: which operation it is depends on what the object really is.
   const auto opcodes = opcodesForInfo(facts(), maker, info);
   fields_.sendObjectOpcode = opcodes.sendObject;
   info.setObjFmtCode(formatCodeFilter(model(), maker, info.objFmtCode()));
@@ -188,6 +192,7 @@ Status XTImageCapturePTPDevice::sendObjectInfo(XTExtendedObjectInfo& info, std::
     // Some devices use the handle of an object that was deleted again.
     invalidateInfoCacheForObject(*resultHandle);
   }
+  // Also after a failure, of which nobody knows what it has left.
   contentsChanged();
   return transaction.outcome();
 }
@@ -214,6 +219,7 @@ Status XTImageCapturePTPDevice::sendContentsOfFile(const std::string& path,
                                                    XTExtendedObjectInfo& info,
                                                    std::uint32_t storage, std::uint32_t parent,
                                                    std::uint32_t* resultHandle) {
+  // Neither ObjectInfo nor a container has more than 32 bits for a size.
   if (fileSize(path).value_or(0) > std::numeric_limits<std::uint32_t>::max()) {
     TraceLog::trace("sendContentsOfFile: %s is too large to be sent: 4 GiB and more", path.c_str());
     return status::kBadParameter;
@@ -227,6 +233,7 @@ Status XTImageCapturePTPDevice::sendContentsOfFile(const std::string& path,
   return status;
 }
 
+// The announcement goes first: a file that cannot be read then is the rarer case.
 Status XTImageCapturePTPDevice::sendWholeFile(const std::string& path, XTExtendedObjectInfo& info,
                                               std::uint32_t storage, std::uint32_t parent,
                                               std::uint32_t& handle) {
@@ -260,6 +267,8 @@ Status XTImageCapturePTPDevice::sendContentsOfFileInParts(const std::string& pat
   const FileDescriptor file = openForReading(path);
   if (!file.isOpen()) return status::kFileNotFound;
   Status status = sendObjectInfo(info, storage, parent, &handle);
+  // The callback is asked between parts, where the device is between transactions and a
+  // cancellation needs no recovery.
   for (std::uint32_t sent = 0; status == status::kOK && sent < size;) {
     const std::uint32_t part = std::min(size - sent, kPartSize);
     status = sendPart(file.get(), sent, part, part == size - sent);
@@ -271,6 +280,7 @@ Status XTImageCapturePTPDevice::sendContentsOfFileInParts(const std::string& pat
 
 Status XTImageCapturePTPDevice::sendPart(int descriptor, std::uint32_t offset, std::uint32_t size,
                                          bool isLast) {
+  // The parameter is the size without padding, by which the device tells the two apart.
   FileSource source(descriptor, offset, size, {});
   PassThroughTransaction transaction({.method = "sendContentsOfFileInParts",
                                       .headerFailure = kSendObjectFailure,

@@ -108,7 +108,7 @@ class FakeImageCapture : public ImageCapture {
     bool listed = true;                          ///< in the device list
     int scopesOpened = 0;
     int openScopes = 0;
-    std::vector<std::uint16_t> operations;               ///< sent, in order
+    std::vector<std::uint16_t> operations;  ///< sent, in order
     std::vector<PTPPassThroughPB> records;  ///< of each of them, as they were sent
     /// Payloads that came with them, of those that had one.
     std::vector<std::vector<std::uint8_t>> payloads;
