@@ -67,6 +67,7 @@ class Fetch {
   std::string name_;
   FileDescriptor folder_;
   bool couldNotWrite_ = false;
+  bool pieceWasRefused_ = false;
 };
 
 bool Fetch::prepare() {
@@ -120,13 +121,16 @@ void Fetch::run() {
   result_.status = transfer(part);
   if (result_.status == status::kOK) {
     putInPlace(part);
-  } else if (!identity.empty() && !couldNotWrite_) {
+  } else if (!identity.empty() && !couldNotWrite_ && !pieceWasRefused_) {
+    // A full disk has no use for half an object, and a device that lists pieces but gives none
+    // would refuse them for ever.
     part.keep();
   }
 }
 
 Status Fetch::transfer(PartFile& part) {
   const std::uint64_t there = part.size();
+  // Of an earlier attempt; longer than the object it is nothing that came from it.
   if (there > 0 && there <= info_->compressedSize()) {
     return goOn(part, static_cast<std::uint32_t>(there));
   }
@@ -155,6 +159,8 @@ Status Fetch::goOn(PartFile& part, std::uint32_t from) {
     std::uint64_t received = 0;
     FileSink sink(part.descriptor(), offset, length, request_.progress);
     status = device_.downloadPartialObject(handle_, offset, length, sink, received);
+    // A general error is also what a device that has gone comes to.
+    pieceWasRefused_ = status > 0 && status != status::kPTPGeneralError;
     status = takeIn(status, sink, received, length);
     offset += length;
   }
@@ -178,6 +184,7 @@ Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received
 void Fetch::putInPlace(PartFile& part) {
   constexpr unsigned kMostOfOneName = 100'000;
   const bool replace = request_.existing == ExistingFile::kOverwrite;
+  // Bounded, should somebody make the next name each time.
   const unsigned most = request_.existing == ExistingFile::kKeepBoth ? kMostOfOneName : 1;
   int error = EEXIST;
   for (unsigned number = 1; number <= most && error == EEXIST; ++number) {

@@ -50,7 +50,8 @@ struct FetchResult {
 /// An object goes by one streamed GetObject. Its bytes lie in a hidden file beside the final name
 /// until they are whole and as many as announced; a failure removes that file, unless the object is
 /// larger than 2 MiB and the device has GetPartialObject: then it stays and the next attempt goes
-/// on behind it. The file gets the object's modification date.
+/// on behind it, piece by piece. A device that refuses such a piece costs the part, so that the
+/// attempt after that begins anew. The file gets the object's modification date.
 class ObjectFetch {
  public:
   /// `device` is lent.

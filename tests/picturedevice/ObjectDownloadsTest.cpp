@@ -200,6 +200,9 @@ TEST_F(Fetching, GoesOnWhereACutTransferStopped) {
   info.setCaptureDateStr("");
 
   device_.endsAfter.reset();
+  device_.failing = {{"GetPartialObject", 0x2002}};  // as when it is unplugged
+  EXPECT_EQ(fetch().status, 0x2002);
+  device_.failing.clear();
   takeCalls();
   const auto result = fetch();
   EXPECT_EQ(result.status, 0) << result.why;
@@ -222,6 +225,11 @@ TEST_F(Fetching, KeepsNoPartThatCannotBeGoneOnWith) {
   cutAfter1000(kChunk, {0x101B}, "SN1");
   cutAfter1000(kChunk + 1, {}, "SN1");
   cutAfter1000(kChunk + 1, {0x101B}, "");
+  EXPECT_THAT(files(), IsEmpty());
+  cutAfter1000(kChunk + 1, {0x101B}, "SN1");
+  EXPECT_EQ(files().size(), 1U);
+  device_.failing["GetPartialObject"] = 0x2005;
+  EXPECT_EQ(fetch().status, 0x2005);
   EXPECT_THAT(files(), IsEmpty());
 }
 
