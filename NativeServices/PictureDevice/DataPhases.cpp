@@ -44,6 +44,7 @@ std::size_t readAt(int descriptor, std::span<std::byte> room, std::uint64_t offs
 
 BufferSink::BufferSink(ByteBuffer& buffer, std::uint32_t limit)
     : buffer_(buffer), start_(buffer.size()) {
+  // At once, because rooms that are in flight must not move.
   buffer_.resize(start_ + limit);
 }
 
@@ -70,6 +71,8 @@ struct FileSink::Pieces {
     std::vector<std::byte> memory;
   };
 
+  /// Memory is used again once its room was written, so that there is as much of it as is in
+  /// flight, whatever the size of the object.
   std::span<std::byte> give(std::uint64_t offset, std::size_t length) {
     std::vector<std::byte> memory;
     if (!spare.empty()) {
@@ -113,6 +116,7 @@ FileSink::~FileSink() = default;
 
 std::span<std::byte> FileSink::room(std::uint64_t offset, std::size_t length) {
   if (offset >= limit_) return {};
+  // The transport asks for as much as is to come; small rooms are filled and written sooner.
   const std::uint64_t most = std::min<std::uint64_t>(kPieceSize, limit_ - offset);
   return pieces_->give(offset, std::min<std::uint64_t>(length, most));
 }
@@ -122,6 +126,7 @@ bool FileSink::received(std::uint64_t offset, std::size_t length) {
   // Nothing that a transport may do: bytes that no room was given for.
   error_ = bytes.size() == length ? writeAt(descriptor_, bytes, start_ + offset) : EINVAL;
   if (error_ != 0) return false;
+  // Asked after the write: what was told lies in the file.
   wasCancelled_ = progress_ && progress_(static_cast<std::uint32_t>(length));
   return !wasCancelled_;
 }
@@ -158,6 +163,7 @@ std::span<const std::byte> FileSource::bytes(std::uint64_t offset, std::size_t l
 
   const std::uint64_t most = std::min<std::uint64_t>(kPieceSize, fileBytes_ - offset);
   const auto room = pieces_->next(std::min<std::uint64_t>(length, most));
+  // By position, so that what reads the same descriptor elsewhere is not disturbed.
   const std::size_t count = readAt(descriptor_, room, start_ + offset);
   endedEarly_ = count == 0;
   if (endedEarly_ || !reportHandedOut(offset + count)) return {};
@@ -166,6 +172,7 @@ std::span<const std::byte> FileSource::bytes(std::uint64_t offset, std::size_t l
 
 /// The transport asks for the same bytes again where it could not use all that it got.
 bool FileSource::reportHandedOut(std::uint64_t end) {
+  // Only what is new counts, or the sum would pass the size of the file.
   if (end <= handedOut_) return true;
   const auto fresh = static_cast<std::uint32_t>(end - handedOut_);
   handedOut_ = end;

@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::int32_t kUnknownCount = -1;
 
+/// What can be dropped, by subject.
 class StaleCaches {
  public:
   StaleCaches(PictureDeviceFields& fields, PTPTransactions* device)
@@ -25,6 +26,7 @@ class StaleCaches {
   /// The objects of a store; of every store where the device does not name one.
   void dropObjectsOfStore(std::uint32_t store) {
     const bool isNamed = store != 0 && store != ptp::kAllStores;
+    // Collected first, since dropping changes what is gone through.
     std::vector<std::uint32_t> handles;
     for (const auto& [handle, info] : fields_.objectInfoCache) {
       if (!isNamed || info->storageID() == store) handles.push_back(handle);
@@ -77,7 +79,7 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
   switch (static_cast<PTPEventCode>(code)) {
     case PTPEventCode::kObjectAdded:
     case PTPEventCode::kObjectRemoved:
-      // A handle may be given a second time after a removal.
+      // A handle may be given a second time after a removal, so an addition makes stale, too.
       caches.dropObject(subject);
       forgetCounts(fields);
       break;
@@ -90,6 +92,7 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
       caches.dropStores();
       break;
     case PTPEventCode::kStorageInfoChanged:
+      // Free space is asked for each time; how many objects there are is kept.
       caches.dropStores();
       break;
     case PTPEventCode::kDevicePropChanged:

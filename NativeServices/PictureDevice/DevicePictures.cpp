@@ -17,6 +17,8 @@ bool isPictureFormat(std::uint16_t format) {
 
 std::int32_t DevicePictures::count() {
   const std::int32_t all = device_.numberOfObjectsOnStore(ptp::kAllStores, ptp::kAllImageFormats);
+  // 0 may be an empty store as well as a device that does not know the question; asking on costs a
+  // few transactions on an empty device alone.
   if (all > 0) return all;
   std::int32_t sum = 0;
   for (const std::uint16_t format : device_.facts().imageFormats) {
@@ -29,6 +31,7 @@ std::int32_t DevicePictures::count() {
 std::optional<ObjectHandles> DevicePictures::handles(std::uint32_t store) {
   auto handles = device_.objectHandlesOnStore(store, ptp::kAllImageFormats);
   if (handles && !handles->empty()) return handles;
+  // Grouped by format then, in the order of the device's list.
   handles.emplace();
   for (const std::uint16_t format : device_.facts().imageFormats) {
     if (!isPictureFormat(format)) continue;
@@ -44,6 +47,7 @@ std::optional<std::vector<std::uint32_t>> DevicePictures::listedSizes(
   if (!containsCode(device_.facts().operations, ptp::XTO_GET_PICTURE_FILE_SIZES)) {
     return std::nullopt;
   }
+  // By the same question as the handles, for only then are the two in step.
   auto sizes = device_.pictureFilesizeOnStore(ptp::kAllStores, ptp::kAllImageFormats);
   return sizes && sizes->size() == handles.size() ? std::move(sizes) : std::nullopt;
 }

@@ -5,6 +5,7 @@
 
 namespace tarvo {
 
+// A device need not survive a property that it does not list, so none is tried.
 bool DeviceProperties::has(std::uint16_t property) const {
   return containsCode(device_.facts().properties, property);
 }
@@ -62,6 +63,7 @@ Status DeviceProperties::setProperty(std::uint16_t property, const std::string& 
 
 Status DeviceProperties::setPropertyGuid(std::uint16_t property, const std::string& guid) {
   if (!has(property)) return status::kPTPDevicePropNotSupported;
+  // Sixteen bytes behind their count; an empty text, which clears the property, is the count alone.
   auto value = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
   value.storeGUID(guid);
   return set(property, value);

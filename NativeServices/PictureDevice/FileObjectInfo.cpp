@@ -37,6 +37,7 @@ bool isOneOf(const std::vector<std::string>& models, std::string_view model) {
 std::string lowerCaseExtension(const std::string& path) {
   std::string extension = std::filesystem::path(path).extension().string();
   if (!extension.empty()) extension.erase(0, 1);
+  // By ASCII: the tables know no other letters.
   std::ranges::transform(extension, extension.begin(),
                          [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return extension;
@@ -65,6 +66,8 @@ struct FormatChoice {
     if (xtSendRequired != nullptr) *xtSendRequired = required;
   }
 
+  /// Legacy models take nothing but firmware from a host: what becomes undefined here is refused
+  /// at the end.
   std::uint16_t forLegacyModel(std::uint16_t type) const {
     if (type != kFirmwareFormat) return kUndefinedFormat;
     setSendRequired(false);
@@ -76,10 +79,12 @@ struct FormatChoice {
     const bool takesSend = operations && containsCode(*operations, ptp::kSendObject);
     // A response code as a format: this is intended.
     if (!takesVendorSend && !takesSend) return status::kPTPOperationNotSupported;
+    // Of the two the vendor's comes first.
     setSendRequired(takesVendorSend);
     return type;
   }
 
+  /// The newer form where the device shows it.
   std::uint16_t favourite() const {
     return containsCode(facts.imageFormats, ptp::XTD_BRAGBOOK2) ? ptp::XTD_BRAGBOOK2
                                                                 : ptp::XTD_BRAGBOOK;
@@ -132,6 +137,7 @@ Status readSizeAndDate(const struct stat& attributes, const std::string& path, L
 
 Status readLocalFile(const std::string& path, LocalFile& file) {
   struct stat attributes {};
+  // A link stands for its file, as everywhere.
   if (::stat(path.c_str(), &attributes) != 0) {
     traceStep("path was not found: " + path);
     return status::kFileNotFound;
@@ -175,6 +181,7 @@ Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
   if (type == kUndefinedFormat && !choice.undefinedIsAllowed) {
     return status::kPTPInvalidObjectFormatCode;
   }
+  // Storage, parent and everything about pictures stay 0: the device fills them in.
   info = XTExtendedObjectInfo();
   info.setObjFmtCode(type);
   info.setCompressedSize(file.size);

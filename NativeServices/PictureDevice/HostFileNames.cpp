@@ -55,6 +55,7 @@ bool isFileName(std::string_view name) {
 }
 
 std::optional<std::string> safeFileName(std::string_view name) {
+  // A path of another system's makes no folders here: its backslashes are part of the name.
   const std::string clean = withoutControlCharacters(lastPathComponent(name));
   std::string fitting = numberedFileName(clean, 1);
   return isFileName(fitting) ? std::optional(std::move(fitting)) : std::nullopt;
@@ -63,6 +64,7 @@ std::optional<std::string> safeFileName(std::string_view name) {
 std::string numberedFileName(std::string_view name, unsigned number) {
   const std::string_view extension = extensionOf(name);
   const std::string_view stem = name.substr(0, name.size() - extension.size());
+  // The extension decides what opens the file, so the stem gives way.
   std::string tail = number > 1 ? " (" + std::to_string(number) + ")" : "";
   tail += extension;
   return std::string(cutToCharacters(stem, kMaximumFileName - tail.size())) + tail;

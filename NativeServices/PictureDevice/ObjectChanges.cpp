@@ -19,6 +19,7 @@ constexpr std::uint16_t kAnyFormat = 0;
 
 std::uint16_t ObjectChanges::deleteOpcode(std::uint32_t handle) {
   if (!device_.facts().capabilities.hasDeleteVendorObject) return ptp::kDeleteObject;
+  // Kept from the listing as a rule, so that no transaction is added.
   ObjectInfoPointer info;
   const bool isInVendorStore =
       device_.objectInfo(info, handle) == status::kOK && info && info->storageID() == kVendorStore;
@@ -51,6 +52,7 @@ Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
   renamed.setIsExtended(false);
   renamed.setFileName(name);
   status = device_.updateExtObjectInfo(renamed, handle);
+  // Also after a failure: the device may have got that far.
   device_.invalidateInfoCacheForObject(handle);
   return status;
 }
@@ -58,6 +60,7 @@ Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
 bool isObjectName(std::string_view name) {
   constexpr std::size_t kMaximumUnits = 254;
   if (name.empty() || name == "." || name == "..") return false;
+  // Cameras keep objects on FAT, whose separator is the backslash.
   const auto isRefused = [](unsigned char c) {
     return c < 0x20 || c == 0x7F || c == '/' || c == '\\';
   };

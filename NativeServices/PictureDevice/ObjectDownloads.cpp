@@ -75,6 +75,7 @@ std::optional<std::string> privateTemporaryFolder() {
 
 /// Writes a file that only its owner can read, over one that is there.
 bool writePrivately(const std::string& path, std::span<const std::byte> content) {
+  // Removed rather than opened: a link that lies there must not be written through.
   ::unlink(path.c_str());
   const FileDescriptor file(::open(
       path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
@@ -130,6 +131,7 @@ Status ObjectDownloads::toMemory(std::uint32_t handle, std::uint32_t size, ByteB
     BufferSink sink(buffer, size);
     return device_.downloadEntireObject(handle, size, sink, received);
   }
+  // Once, or each chunk would move what is there; costs only what is filled.
   buffer.reserve(size);
   return inChunks(size, [&](std::uint32_t offset, std::uint32_t length) {
     BufferSink sink(buffer, length);
@@ -148,6 +150,7 @@ Status ObjectDownloads::wholeTo(std::uint32_t handle, std::uint32_t size, int de
   return outcomeOfTransfer(status, sink, received, size);
 }
 
+// Progress is asked by the transactions of chunks themselves, and not at all for a whole object.
 Status ObjectDownloads::toDescriptor(std::uint32_t handle, std::uint32_t size, int descriptor) {
   if (!goesInChunks(device_.facts(), size)) return wholeTo(handle, size, descriptor, {});
   return inChunks(size, [&](std::uint32_t offset, std::uint32_t length) {
@@ -177,6 +180,7 @@ Status ObjectDownloads::file(std::uint32_t handle, const std::string& destinatio
 
 Status ObjectDownloads::image(std::uint32_t handle, const std::string& destination) {
   const Destination place(destination);
+  // Before the transfer, which may take minutes.
   if (place.exists()) return status::kDuplicateFile;
   const auto info = information(handle);
   if (!info) return status::kDeviceNotFound;
@@ -186,6 +190,7 @@ Status ObjectDownloads::image(std::uint32_t handle, const std::string& destinati
       wholeTo(handle, info->compressedSize(), part.descriptor(),
               [this](std::uint32_t bytes) { return device_.reportProgress(bytes); });
   if (status != status::kOK) return status;
+  // Somebody may have made a file of that name meanwhile: it is not replaced either.
   const int error = part.putInPlace(place.name, false, dateOfObject(*info));
   if (error == EEXIST) return status::kDuplicateFile;
   return error == 0 ? status::kOK : status::kIOError;

@@ -78,6 +78,7 @@ bool Fetch::prepare() {
   return chooseName() && openFolder();
 }
 
+// What the device calls an object is not trusted; what the caller asked for must be a name.
 bool Fetch::chooseName() {
   auto name = request_.name ? request_.name : safeFileName(info_->fileName());
   if (name && !isFileName(*name)) name.reset();  // a caller's own is taken as it stands
@@ -106,6 +107,7 @@ bool Fetch::exists(const std::string& name) const {
 
 std::string Fetch::identity() const {
   if (request_.device.empty() || !goesInChunks(device_.facts(), info_->compressedSize())) return {};
+  // A device that was formatted gives its handles anew, hence size and date.
   return request_.device + formatted("\n%u\n%u\n", handle_, info_->compressedSize()) +
          info_->captureDateStr();
 }
@@ -134,13 +136,14 @@ Status Fetch::transfer(PartFile& part) {
   if (there > 0 && there <= info_->compressedSize()) {
     return goOn(part, static_cast<std::uint32_t>(there));
   }
-  part.truncate(0);
+  part.truncate(0);  // the one longer than the object
   return stream(part);
 }
 
 Status Fetch::stream(PartFile& part) {
   const std::uint32_t size = info_->compressedSize();
   std::uint64_t received = 0;
+  // One transaction: a device answers each piece with a delay of its own.
   FileSink sink(part.descriptor(), 0, size == kUnknownSize ? FileSink::kUnlimited : size,
                 request_.progress);
   const Status status = device_.downloadEntireObject(handle_, size, sink, received);
@@ -205,6 +208,7 @@ FetchResult ObjectFetch::toFile(std::uint32_t handle, const FetchRequest& reques
   FetchResult result;
   try {
     Fetch fetch(device_, handle, request, result);
+    // Each step that fails has left its words in the result.
     if (fetch.prepare()) fetch.run();
   } catch (const Exception& exception) {
     // An object whose information is malformed ends no batch.

@@ -26,6 +26,7 @@ constexpr std::uint16_t kUndefinedFormat = 0x3000;
 constexpr std::string_view kDefaultCollectionFile = "PREFGUID.TXT";
 constexpr std::string_view kViewersDefaultCollectionFile = "PREFGUID.HOW";
 
+/// The choice of both operations; each function of the header gives its half.
 SendOpcodes opcodesForFormat(const PTPDeviceFacts& facts, const MakerConstants& maker,
                              std::uint16_t format) {
   const auto& capabilities = facts.capabilities;
@@ -39,6 +40,7 @@ SendOpcodes opcodesForFormat(const PTPDeviceFacts& facts, const MakerConstants& 
 Status readWhole(const std::string& path, std::uint32_t size, ByteBuffer& content) {
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.isOpen()) return status::kFileNotFound;
+  // What was announced, even where the file has grown meanwhile.
   content.resize(size);
   std::size_t filled = 0;
   while (filled < content.size()) {
@@ -54,6 +56,7 @@ Status readWhole(const std::string& path, std::uint32_t size, ByteBuffer& conten
 
 SendOpcodes opcodesForInfo(const PTPDeviceFacts& facts, const MakerConstants& maker,
                            const XTExtendedObjectInfo& info) {
+  // Only devices that have the extension get such information, so the list is not asked.
   if (info.isExtended()) return {kSendExtendedObjectInfo, ptp::kSendObject};
   return opcodesForFormat(facts, maker, info.objFmtCode());
 }
@@ -89,6 +92,7 @@ Status ObjectSending::sendFile(const std::string& path, const CodeList* operatio
 Status ObjectSending::sendContent(const std::string& path, std::uint32_t storage,
                                   std::uint32_t parent, std::span<const std::byte> content,
                                   XTExtendedObjectInfo& info, std::uint32_t* resultHandle) {
+  // Only the verdict below goes by this name: the object is announced as `info` has it.
   std::string name = lastPathComponent(path);
   if (name == kDefaultCollectionFile && device_.facts().model == kPictureViewerModel) {
     name = kViewersDefaultCollectionFile;
@@ -96,6 +100,7 @@ Status ObjectSending::sendContent(const std::string& path, std::uint32_t storage
   std::uint32_t handle = 0;
   Status status = device_.sendObjectInfo(info, storage, parent, &handle);
   if (status != status::kOK) return name == kDefaultCollectionFile ? status::kOK : status;
+  // The device waits for the bytes of what it accepted; nothing may come in between.
   status = device_.sendObjectData(content);
   if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
   return status;

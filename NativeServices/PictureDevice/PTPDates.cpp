@@ -37,6 +37,7 @@ std::optional<std::tm> brokenDown(std::string_view text) {
   date.tm_min = number(text, 11, 2);
   date.tm_sec = number(text, 13, 2);
   // The C library carries what is too much over to the next field: 30 February comes back changed.
+  // In UTC, where every hour exists.
   std::tm again = date;
   ::timegm(&again);
   const bool isValid = again.tm_mday == date.tm_mday && again.tm_mon == date.tm_mon &&
@@ -47,6 +48,7 @@ std::optional<std::tm> brokenDown(std::string_view text) {
 
 /// Seconds east of UTC by the zone at the end of `rest`; none where there is none.
 std::optional<int> zoneOffset(std::string_view rest) {
+  // Tenths of a second, by the standard; some cameras write more digits.
   if (rest.starts_with('.')) {
     rest.remove_prefix(1);
     rest.remove_prefix(std::min(rest.find_first_not_of("0123456789"), rest.size()));
@@ -65,6 +67,7 @@ std::optional<int> zoneOffset(std::string_view rest) {
 std::optional<std::time_t> timeOfPTPDate(std::string_view text) {
   auto date = brokenDown(text);
   if (!date) return std::nullopt;
+  // What is behind the numbers and no zone says nothing, so the date is local then.
   if (const auto offset = zoneOffset(text.substr(kDateLength))) return ::timegm(&*date) - *offset;
   date->tm_isdst = -1;  // as the zone has it on that day
   return std::mktime(&*date);

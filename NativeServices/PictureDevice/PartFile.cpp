@@ -59,6 +59,7 @@ std::string PartFile::nameFor(std::string_view name, std::string_view identity) 
 }
 
 PartFile::~PartFile() {
+  // Never a file that could not be opened: it is somebody else's.
   if (file_.isOpen() && !isKept_) ::unlinkat(folder_, name_.c_str(), 0);
 }
 
@@ -102,6 +103,7 @@ int PartFile::putInPlace(const std::string& name, bool replace,
 }
 
 int PartFile::rename(const std::string& name, bool replace) const {
+  // In one step, so that there is never a time without the old file or the new one.
   const unsigned flags = replace ? 0 : RENAME_NOREPLACE;
   const int error = errorOf(::renameat2(folder_, name_.c_str(), folder_, name.c_str(), flags));
   if (error != EINVAL || replace) return error;

@@ -108,6 +108,7 @@ std::string XTPictureDevice::languageCodeAsLanguageName(std::string_view code) {
 
 std::optional<std::string> XTPictureDevice::deviceUILanguageSetting() {
   const std::uint16_t property = makerConstants().uiLanguageProperty;
+  // Kept until the device reports that it has changed.
   if (!fields_.cachedUILanguage && property != 0) {
     fields_.cachedUILanguage = stringProperty(property);
   }
@@ -129,6 +130,7 @@ Status XTPictureDevice::downloadFilePTP(std::uint32_t handle, const std::string&
 }
 
 Status XTPictureDevice::downloadImagePTP(std::uint32_t handle, const std::string& destination) {
+  // Counted for the warning of a device that goes meanwhile.
   const Acquisition acquisition(fields_.acquisitions);
   return answerOf<ObjectDownloads>(ptpTransactions(), status::kUnsupported,
                                    [&](auto& it) { return it.image(handle, destination); });
@@ -139,6 +141,7 @@ std::optional<std::string> XTPictureDevice::downloadObjectPTP(std::uint32_t hand
   ObjectInfoPointer info;
   if (device == nullptr || device->objectInfo(info, handle) != status::kOK) return std::nullopt;
   TraceLog::trace("ObjectInfo: fileName: %s", info->fileName().c_str());
+  // Not by the PTP operation itself, so that a device without pieces gives none here, either.
   const auto content = downloadObjectData(handle);
   return content ? writeTemporaryFile(info->fileName(), *content) : std::nullopt;
 }
@@ -211,6 +214,7 @@ PropertyDictionary XTPictureDevice::getPictureFileSizesDictPTP() {
 void XTPictureDevice::handlePTPEvent(std::uint16_t code, std::uint32_t session,
                                      std::uint32_t transaction,
                                      std::span<const std::uint32_t> params) {
+  // First, for observers ask the device again.
   dropWhatEventMakesStale(fields_, ptpTransactions(), makerConstants(), code, params);
   postDeviceEventDict({{"code", code},
                        {"session", session},

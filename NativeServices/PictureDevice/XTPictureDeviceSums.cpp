@@ -111,10 +111,12 @@ Status XTPictureDevice::sendData(std::span<const std::byte> data, XTExtendedObje
   const CodeList* operations = opCodeList();
   const bool sendsByList = operations && (containsCode(*operations, ptp::kSendObjectInfo) ||
                                           containsCode(*operations, kVendorSendObjectInfo));
+  // Asked here so that nothing is announced to a device that takes no object.
   if (!sendsByList && !capabilities().hasSendVendorObject) return status::kUnsupported;
   std::uint32_t handle = 0;
   Status status = sendObjectInfo(info, storage, parent, &handle);
   if (status == status::kOK) status = sendObjectData(data);
+  // A handle whose object has no bytes names nothing that the caller could use.
   if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
   return status;
 }
