@@ -85,21 +85,25 @@ int Server::run() {
     startCommand();
   }
   g_main_loop_run(loop_.get());
-  const bool violated = reportViolations();
-  return violated && options_.strict && exitCode_ == 0 ? 1 : exitCode_;
+  for (const auto* device : testbed_.devices())
+    reportViolations(*device);
+  return violated_ && options_.strict && exitCode_ == 0 ? 1 : exitCode_;
 }
 
-bool Server::reportViolations() const {
-  bool any = false;
-  for (const auto* device : testbed_.devices()) {
-    if (!device->camera) continue;
-    for (const auto& violation : device->camera->violations()) {
-      std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",
-                   device->id.c_str(), violation.c_str());
-      any = true;
-    }
+void Server::reportViolations(const PluggedDevice& device) {
+  if (!device.camera) return;
+  for (const auto& violation : device.camera->violations()) {
+    std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",
+                 device.id.c_str(), violation.c_str());
+    violated_ = true;
   }
-  return any;
+}
+
+nlohmann::json Server::unplug(const std::string& id) {
+  const auto* device = testbed_.device(id);
+  if (device != nullptr) reportViolations(*device);
+  testbed_.unplug(id);
+  return nlohmann::json::object();
 }
 
 gboolean Server::signalled(gpointer self) {
@@ -146,10 +150,7 @@ void Server::commandEnded(GPid, gint status, gpointer self) {
 nlohmann::json Server::handle(const nlohmann::json& request) {
   const auto command = request.at("command").get<std::string>();
   if (command == "plug") return plug(request);
-  if (command == "unplug") {
-    testbed_.unplug(request.at("id").get<std::string>());
-    return nlohmann::json::object();
-  }
+  if (command == "unplug") return unplug(request.at("id").get<std::string>());
   if (command == "list") return list();
   if (command == "fault") return setFault(request);
   if (command == "event") return sendEvent(request);

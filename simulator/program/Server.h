@@ -50,8 +50,9 @@ class Server {
   /// The camera that a request names; raises when there is none of that id, or no camera.
   PTPCamera& camera(const nlohmann::json& request);
 
-  /// Prints what hosts did against the protocol; true where there was any.
-  bool reportViolations() const;
+  nlohmann::json unplug(const std::string& id);
+  /// Prints what hosts did against the protocol at a device that is about to go.
+  void reportViolations(const PluggedDevice& device);
   void printEnvironment() const;
   void startCommand();
   static void commandEnded(GPid pid, gint status, gpointer self);
@@ -63,7 +64,8 @@ class Server {
   ControlSocket control_;
   std::vector<unsigned> sources_;  ///< of the main context, removed at the end; the watch is last
   GPid command_ = 0;               ///< 0: there is none, or it has ended
-  int exitCode_ = 0;               ///< what run() gives
+  int exitCode_ = 0;               ///< of the command
+  bool violated_ = false;          ///< a host has broken the protocol
 };
 
 }  // namespace tarvo::simulator

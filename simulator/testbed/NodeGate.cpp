@@ -4,6 +4,8 @@
 #include <mqueue.h>
 #include <sys/mount.h>
 
+#include "Utilities/FileDescriptor.h"
+
 namespace tarvo::simulator {
 
 bool NodeGate::mountQueues(const std::filesystem::path& folder) {
@@ -23,7 +25,7 @@ std::unique_ptr<NodeGate> NodeGate::create(const std::filesystem::path& folder,
       queueName.c_str(), O_CREAT | O_EXCL | O_RDWR | O_NONBLOCK | O_CLOEXEC, 0664, &attributes));
   std::error_code ignored;
   if (!queue.isOpen() || !std::filesystem::exists(folder / name, ignored)) return nullptr;
-  return std::unique_ptr<NodeGate>(new NodeGate(folder / name, queueName, std::move(queue)));
+  return std::unique_ptr<NodeGate>(new NodeGate(folder / name, queueName));
 }
 
 NodeGate::~NodeGate() {
@@ -33,11 +35,12 @@ NodeGate::~NodeGate() {
 void NodeGate::setReady(bool ready) {
   if (ready == ready_) return;
   ready_ = ready;
+  const FileDescriptor queue(::mq_open(name_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC));
   char message = 0;
   if (ready) {
-    ::mq_receive(queue_.get(), &message, 1, nullptr);
+    ::mq_receive(queue.get(), &message, 1, nullptr);
   } else {
-    ::mq_send(queue_.get(), &message, 1, 0);
+    ::mq_send(queue.get(), &message, 1, 0);
   }
 }
 

@@ -15,11 +15,10 @@
 #include <memory>
 #include <string>
 
-#include "Utilities/FileDescriptor.h"
-
 namespace tarvo::simulator {
 
-/// Not locked: its node guards it. The queue goes with it, what has it open keeps it.
+/// Not locked: its node guards it. The queue goes with it; who has it open keeps it. It is not held
+/// open here, so that a program that asks who holds a device's node finds its clients only.
 class NodeGate {
  public:
   /// Mounts the file system of this IPC namespace's queues; false where the system refuses.
@@ -36,12 +35,11 @@ class NodeGate {
   void setReady(bool ready);
 
  private:
-  NodeGate(std::filesystem::path path, std::string name, FileDescriptor queue)
-      : path_(std::move(path)), name_(std::move(name)), queue_(std::move(queue)) {}
+  NodeGate(std::filesystem::path path, std::string name)
+      : path_(std::move(path)), name_(std::move(name)) {}
 
   std::filesystem::path path_;
   std::string name_;  ///< with the slash that queues have
-  FileDescriptor queue_;
   bool ready_ = true;
 };
 

@@ -1,7 +1,8 @@
 // A plain libusb program for the tests of the testbed: opens a node as the product does, runs a few
 // PTP operations and prints what came, one line each.
 //
-//   ptp_probe NODE COMMAND...    commands: claim, info, session, num, object N, hold, control
+//   ptp_probe NODE COMMAND...    commands: claim, info, session, num, object N, event, hold,
+//   control
 #include <fcntl.h>
 #include <libusb.h>
 #include <unistd.h>
@@ -73,6 +74,16 @@ class Probe {
     std::printf("status %d code 0x%04X\n", length, status[2] | (status[3] << 8));
   }
 
+  /// Waits for an event of the device, for as long as it takes.
+  void event() {
+    std::printf("waiting\n");
+    unsigned char bytes[64] = {};
+    int moved = 0;
+    const int result = libusb_interrupt_transfer(handle_, 0x83, bytes, sizeof bytes, &moved, 0);
+    std::printf("event %s %d bytes code 0x%04X\n", libusb_error_name(result), moved,
+                bytes[6] | (bytes[7] << 8));
+  }
+
   void session() {
     transaction_ = 0;
     transact("session", 0x1002, {1});
@@ -100,6 +111,7 @@ int main(int argc, char** argv) {
       probe.transact("object", 0x1009, {static_cast<std::uint32_t>(std::atoi(argv[++i]))});
     }
     if (command == "control") probe.control();
+    if (command == "event") probe.event();
     if (command == "hold") ::pause();
   }
 }
