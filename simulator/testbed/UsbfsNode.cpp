@@ -5,7 +5,6 @@
 #include <sys/ioctl.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -17,68 +16,6 @@
 namespace tarvo::simulator {
 namespace {
 
-using Data = GObjectPointer<UMockdevIoctlData>;
-
-constexpr std::size_t kSetupSize = 8;
-/// URBs larger than this are refused, as the kernel refuses what goes beyond its memory limit.
-constexpr int kMaximumUrb = 16 * 1024 * 1024;
-
-/// `size` bytes of the client's memory behind the pointer at `offset` of `parent`; null when the
-/// client's pointer is null.
-Data resolve(UMockdevIoctlData* parent, std::size_t offset, std::size_t size) {
-  GErrorSlot error;
-  return Data::adopt(umockdev_ioctl_data_resolve(parent, offset, size, error.address()));
-}
-
-std::span<std::byte> bytesOf(const Data& data, std::size_t size) {
-  if (!data) return {};
-  return {reinterpret_cast<std::byte*>(data->data), size};
-}
-
-template <typename T>
-T load(const Data& data) {
-  T value{};
-  if (data) std::memcpy(&value, data->data, sizeof value);
-  return value;
-}
-
-template <typename T>
-void store(const Data& data, const T& value) {
-  if (!data) return;
-  std::array<guint8, sizeof(T)> bytes{};
-  std::memcpy(bytes.data(), &value, sizeof value);
-  umockdev_ioctl_data_update(data.get(), 0, bytes.data(), static_cast<gint>(bytes.size()));
-}
-
-/// The fixed part of the kernel's usbdevfs_urb, which ends in a flexible array.
-struct UrbFields {
-  unsigned char type;
-  unsigned char endpoint;
-  int status;
-  unsigned int flags;
-  void* buffer;
-  int buffer_length;
-  int actual_length;
-  int start_frame;
-  int number_of_packets;
-  int error_count;
-  unsigned int signr;
-  void* usercontext;
-};
-static_assert(sizeof(UrbFields) == sizeof(usbdevfs_urb));
-static_assert(offsetof(UrbFields, buffer) == offsetof(usbdevfs_urb, buffer));
-static_assert(offsetof(UrbFields, usercontext) == offsetof(usbdevfs_urb, usercontext));
-
-SetupPacket setupFrom(std::span<const std::byte> bytes) {
-  SetupPacket setup;
-  setup.requestType = static_cast<std::uint8_t>(bytes[0]);
-  setup.request = static_cast<std::uint8_t>(bytes[1]);
-  setup.value = static_cast<std::uint16_t>(littleEndian(bytes, 2, 2));
-  setup.index = static_cast<std::uint16_t>(littleEndian(bytes, 4, 2));
-  setup.length = static_cast<std::uint16_t>(littleEndian(bytes, 6, 2));
-  return setup;
-}
-
 /// Keeps a node alive for as long as a client may call into it.
 struct NodeReference {
   std::shared_ptr<UsbfsNode> node;
@@ -89,24 +26,6 @@ void dropNode(gpointer reference, GClosure*) {
 }
 
 }  // namespace
-
-/// One URB in flight. The client's record is kept to write status and length back when it is
-/// reaped; an IN buffer is filled here and reaches the client then.
-struct UsbfsNode::Urb {
-  Data record;
-  UrbFields fields{};
-  Data out;  ///< the client's buffer where it is sent, or of a control request
-  std::unique_ptr<std::byte[]> in;  ///< where the device's bytes are gathered; null: none yet
-  std::size_t length = 0;
-  bool done = false;
-
-  bool isControl() const { return fields.type == USBDEVFS_URB_TYPE_CONTROL; }
-  bool isIn() const { return (fields.endpoint & USB_DIR_IN) != 0 && !isControl(); }
-  void finish(int status) {
-    fields.status = status;
-    done = true;
-  }
-};
 
 std::string UsbfsAddress::node() const {
   return formatted("/dev/bus/usb/%03u/%03u", bus, device);
@@ -171,8 +90,7 @@ long UsbfsNode::readDescriptors(UMockdevIoctlClient* client, UMockdevIoctlData* 
   const auto left = std::span(bytes).subspan(std::min(position, bytes.size()));
   const auto count = std::min(left.size(), static_cast<std::size_t>(argument->data_len));
   if (count > 0) {
-    umockdev_ioctl_data_update(argument, 0, reinterpret_cast<guint8*>(left.data()),
-                               static_cast<gint>(count));
+    update(argument, 0, left.first(count));
   }
   position = count == 0 ? 0 : position + count;
   return static_cast<long>(count);
@@ -288,7 +206,7 @@ long UsbfsNode::handleGone(UMockdevIoctlClient* client, unsigned long request,
   // Every URB must come back before ENODEV does, else libusb spins for ever on those it has left.
   if (request != USBDEVFS_REAPURB && request != USBDEVFS_REAPURBNDELAY) return -ENODEV;
   for (auto& urb : clients_[client].urbs) {
-    if (!urb->done) urb->finish(-ESHUTDOWN);
+    if (!urb->isDone()) urb->finish(-ESHUTDOWN);
   }
   const auto result = reap(client, argument);
   return result == -EAGAIN ? -ENODEV : result;
@@ -315,15 +233,11 @@ long UsbfsNode::controlRequest(UMockdevIoctlData* argument) {
                              fields.wLength};
   const auto buffer = resolve(record.get(), offsetof(usbdevfs_ctrltransfer, data), setup.length);
   const auto bytes = bytesOf(buffer, setup.length);
-  const auto answer = device_->control(setup, setup.fromDevice() ? std::span<std::byte>() : bytes);
+  auto answer = device_->control(setup, setup.fromDevice() ? std::span<std::byte>() : bytes);
   if (!answer) return -EPIPE;
   if (!setup.fromDevice()) return setup.length;
   const auto count = std::min(answer->size(), bytes.size());
-  if (count > 0) {
-    umockdev_ioctl_data_update(buffer.get(), 0,
-                               reinterpret_cast<guint8*>(const_cast<std::byte*>(answer->data())),
-                               static_cast<gint>(count));
-  }
+  if (count > 0) update(buffer.get(), 0, std::span(*answer).first(count));
   return static_cast<long>(count);
 }
 
@@ -350,74 +264,16 @@ long UsbfsNode::clearHalt(UMockdevIoctlData* argument) {
 }
 
 long UsbfsNode::submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
-  auto urb = std::make_unique<Urb>();
-  urb->record = resolve(argument, 0, sizeof(UrbFields));
-  if (!urb->record) return -EFAULT;
-  urb->fields = load<UrbFields>(urb->record);
-  const auto length = urb->fields.buffer_length;
-  if (length < 0 || length > kMaximumUrb) return -EINVAL;
-  if (!urb->isControl() && device_->descriptors().endpoint(urb->fields.endpoint) == nullptr) {
-    return -ENOENT;
-  }
+  auto urb = std::make_unique<UsbfsUrb>();
+  if (const auto refused = urb->take(argument, *device_); refused != 0) return refused;
   // Without a claim of anybody's the kernel claims for the client, and only logs it.
   if (!urb->isControl()) {
     const auto holder = claims_.find(0);
     if (holder != claims_.end() && holder->second != client) return -EBUSY;
   }
-  // What the client sends is read now; where it receives is touched only when there is something.
-  if (!urb->isIn()) {
-    urb->out =
-        resolve(urb->record.get(), offsetof(UrbFields, buffer), static_cast<std::size_t>(length));
-  }
-  if (urb->isControl()) {
-    startControl(*urb);
-  } else if (!urb->isIn()) {
-    startOut(*urb);
-  }
+  urb->start(*device_);
   clients_[client].urbs.push_back(std::move(urb));
   return 0;
-}
-
-// usbfs has setup packet and data in one buffer.
-void UsbfsNode::startControl(Urb& urb) {
-  const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
-  if (!urb.out || size < kSetupSize) {
-    urb.finish(-EINVAL);
-    return;
-  }
-  const auto bytes = bytesOf(urb.out, size);
-  const auto setup = setupFrom(bytes);
-  const auto room = std::min<std::size_t>(setup.length, size - kSetupSize);
-  const auto sent = setup.fromDevice() ? std::span<std::byte>() : bytes.subspan(kSetupSize, room);
-  auto answer = device_->control(setup, sent);
-  if (!answer) {
-    urb.finish(-EPIPE);
-    return;
-  }
-  urb.length = setup.fromDevice() ? std::min(answer->size(), room) : room;
-  if (setup.fromDevice() && urb.length > 0) {
-    umockdev_ioctl_data_update(urb.out.get(), kSetupSize, reinterpret_cast<guint8*>(answer->data()),
-                               static_cast<gint>(urb.length));
-  }
-  urb.finish(0);
-}
-
-void UsbfsNode::startOut(Urb& urb) {
-  const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
-  const auto bytes = bytesOf(urb.out, size);
-  const auto* endpoint = device_->descriptors().endpoint(urb.fields.endpoint);
-  // A short packet ends the transfer; an exact multiple goes on, unless the client asked usbfs for
-  // a zero-length packet behind it.
-  const bool exact = size > 0 && size % endpoint->packetSize == 0;
-  auto result = device_->out(urb.fields.endpoint, bytes, !exact);
-  if (exact && (urb.fields.flags & USBDEVFS_URB_ZERO_PACKET) != 0 &&
-      result == OutResult::kAccepted) {
-    result = device_->out(urb.fields.endpoint, {}, true);
-  }
-  urb.length = result == OutResult::kAccepted ? size : 0;
-  urb.finish(result == OutResult::kAccepted  ? 0
-             : result == OutResult::kStalled ? -EPIPE
-                                             : -ESHUTDOWN);
 }
 
 void UsbfsNode::pump() {
@@ -426,9 +282,9 @@ void UsbfsNode::pump() {
   for (auto& [handler, client] : clients_) {
     progress(client);
     for (const auto& urb : client.urbs) {
-      ready = ready || urb->done;
-      if (urb->done || !urb->isIn()) continue;
-      if (const auto due = device_->due(urb->fields.endpoint)) wakeAt(*due);
+      ready = ready || urb->isDone();
+      if (urb->isDone() || !urb->isIn()) continue;
+      if (const auto due = device_->due(urb->endpoint())) wakeAt(*due);
     }
   }
   gate_->setReady(ready);
@@ -456,37 +312,11 @@ void UsbfsNode::wakeAt(std::chrono::steady_clock::time_point time) {
 
 void UsbfsNode::progress(Client& client) {
   // Each endpoint serves its URBs in order: one that waits holds back those behind it.
-  std::set<unsigned char> waiting;
+  std::set<std::uint8_t> waiting;
   for (auto& urb : client.urbs) {
-    if (urb->done || !urb->isIn() || waiting.contains(urb->fields.endpoint)) continue;
-    progressIn(*urb);
-    if (!urb->done) waiting.insert(urb->fields.endpoint);
-  }
-}
-
-void UsbfsNode::progressIn(Urb& urb) {
-  const auto size = static_cast<std::size_t>(urb.fields.buffer_length);
-  // Not cleared: only what the device has filled goes to the client.
-  if (!urb.in) urb.in = std::make_unique_for_overwrite<std::byte[]>(size);
-  const auto result =
-      device_->in(urb.fields.endpoint, std::span(urb.in.get(), size).subspan(urb.length));
-  urb.length += result.length;
-  switch (result.state) {
-    case InResult::State::kWaiting:
-      break;
-    case InResult::State::kShort:
-    case InResult::State::kFull:
-      urb.finish(0);
-      break;
-    case InResult::State::kStalled:
-      urb.finish(-EPIPE);
-      break;
-    case InResult::State::kOverflow:
-      urb.finish(-EOVERFLOW);
-      break;
-    case InResult::State::kGone:
-      urb.finish(-ESHUTDOWN);
-      break;
+    if (urb->isDone() || !urb->isIn() || waiting.contains(urb->endpoint())) continue;
+    urb->progress(*device_);
+    if (!urb->isDone()) waiting.insert(urb->endpoint());
   }
 }
 
@@ -495,21 +325,11 @@ long UsbfsNode::reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument) {
   auto& urbs = clients_[client].urbs;
   if (!gone_) progress(clients_[client]);
   const auto found =
-      std::find_if(urbs.begin(), urbs.end(), [](const auto& urb) { return urb->done; });
+      std::find_if(urbs.begin(), urbs.end(), [](const auto& urb) { return urb->isDone(); });
   if (found == urbs.end()) return -EAGAIN;
   const auto urb = std::move(*found);
   urbs.erase(found);
-  urb->fields.actual_length = static_cast<int>(urb->length);
-  store(urb->record, urb->fields);
-  if (urb->isIn() && urb->length > 0) {
-    const auto buffer = resolve(urb->record.get(), offsetof(UrbFields, buffer), urb->length);
-    if (buffer) {
-      umockdev_ioctl_data_update(buffer.get(), 0, reinterpret_cast<guint8*>(urb->in.get()),
-                                 static_cast<gint>(urb->length));
-    }
-  }
-  const auto pointer = resolve(argument, 0, sizeof(void*));
-  if (pointer) umockdev_ioctl_data_set_ptr(pointer.get(), 0, urb->record.get());
+  urb->giveBack(argument);
   reaped_.notify_all();
   return 0;
 }
@@ -519,7 +339,7 @@ long UsbfsNode::discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument
   gulong address = 0;
   std::memcpy(&address, argument->data, sizeof address);
   for (auto& urb : clients_[client].urbs) {
-    if (urb->done || urb->record->client_addr != address) continue;
+    if (urb->isDone() || urb->address() != address) continue;
     urb->finish(-ENOENT);
     return 0;
   }

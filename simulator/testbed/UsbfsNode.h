@@ -24,6 +24,7 @@
 #include "simulator/VirtualUSBDevice.h"
 #include "simulator/testbed/GObjectPointer.h"
 #include "simulator/testbed/NodeGate.h"
+#include "simulator/testbed/UsbfsUrb.h"
 
 namespace tarvo::simulator {
 
@@ -52,11 +53,10 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   void unplug(std::chrono::milliseconds patience);
 
  private:
-  struct Urb;
   /// One opening of the node.
   struct Client {
-    std::list<std::unique_ptr<Urb>> urbs;  ///< in order of submission
-    std::size_t descriptorsRead = 0;       ///< bytes of the node that it has read
+    std::list<std::unique_ptr<UsbfsUrb>> urbs;  ///< in order of submission
+    std::size_t descriptorsRead = 0;            ///< bytes of the node that it has read
   };
 
   UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> device,
@@ -82,8 +82,6 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   long submit(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
   long reap(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
   long discard(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
-  void startControl(Urb& urb);
-  void startOut(Urb& urb);
   long readDescriptors(UMockdevIoctlClient* client, UMockdevIoctlData* argument);
   /// Lets the device fill what waits, and says by the gate whether anything can be reaped. Has
   /// itself called again when the device will have more.
@@ -91,7 +89,6 @@ class UsbfsNode : public std::enable_shared_from_this<UsbfsNode> {
   void wakeAt(std::chrono::steady_clock::time_point time);
   /// Lets the device fill the client's waiting IN URBs.
   void progress(Client& client);
-  void progressIn(Urb& urb);
   /// Tells the owner once when the device has unplugged itself. Takes the lock.
   void checkVanished();
 
