@@ -56,9 +56,10 @@ void OpenedDevice::load() {
 Status OpenedDevice::explained(Status status) const {
   if (status == status::kOK || !device_) return status;
   const Status transport = device_->lastMessageStatus();
-  // A status of our own side (a file that cannot be written) says more than the transfer it ended.
-  const bool isFromDevice = status == status::kPTPGeneralError || isDeviceLost(status);
-  return isFromDevice && transport != status::kOK ? transport : status;
+  // A transfer that this side has ended (a file that cannot be written) is known here already.
+  if (transport == status::kOK || transport == status::kCancelled) return status;
+  const bool saysLittle = status == status::kPTPGeneralError || status == status::kIOError;
+  return saysLittle || isDeviceLost(status) ? transport : status;
 }
 
 bool OpenedDevice::isLost(Status status) const {
@@ -66,10 +67,15 @@ bool OpenedDevice::isLost(Status status) const {
 }
 
 Failure OpenedDevice::failure(const std::string& object, Status status, std::string why) const {
-  return {.operation = operation_,
-          .object = object,
-          .status = explained(status),
-          .why = std::move(why)};
+  Failure failure = {.operation = operation_,
+                     .object = object,
+                     .status = explained(status),
+                     .why = std::move(why)};
+  // The same status stands for files that cannot be written, where other advice helps.
+  const bool isOnTheBus = device_ && device_->lastMessageStatus() == status::kIOError;
+  if (failure.status == status::kIOError && isOnTheBus)
+    failure.advice = "Check the cable and try again.";
+  return failure;
 }
 
 void OpenedDevice::require(Status status, const std::string& object) const {
