@@ -28,6 +28,9 @@ std::string ToolTestbed::plug(simulator::DeviceDescription description) {
 std::unique_ptr<TestbedProgram> ToolTestbed::program(const std::string& line,
                                                      const std::string& out,
                                                      const std::string& err) {
+  // What an earlier program said must not pass for what this one says.
+  std::filesystem::remove(folder_.path(out));
+  std::filesystem::remove(folder_.path(err));
   // The shell becomes the program, so that a signal reaches it.
   const std::string script = "cd '" + folder_.path("work") + "' && exec 2>'" + folder_.path(err) +
                              "' </dev/null && " + line;
