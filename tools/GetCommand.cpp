@@ -131,7 +131,9 @@ class Fetching {
                                                .device = device_.device().serialNumber()});
     progress_.end();
     if (result.status != status::kOK) {
-      batch_.failed(device_, std::move(json), object, result.status, result.why);
+      // That a file is there is all that there is to say.
+      const bool wasThere = result.status == status::kDuplicateFile;
+      batch_.failed(device_, std::move(json), object, result.status, wasThere ? "" : result.why);
       return;
     }
     json["path"] = result.path;

@@ -55,12 +55,11 @@ void Listing::show(const std::vector<std::string>& cells, bool isTitle) {
   std::string line;
   for (std::size_t index = 0; index < cells.size(); ++index) {
     const Column& column = columns_[index];
-    const bool isLast = index + 1 == cells.size();
-    // Blanks at the end of a line are of no use to anybody.
-    line += isLast && !column.alignRight ? cells[index]
-                                         : padded(cells[index], column.width, column.alignRight);
-    if (!isLast) line += "  ";
+    line += padded(cells[index], column.width, column.alignRight);
+    if (index + 1 < cells.size()) line += "  ";
   }
+  // Blanks at the end of a line are of no use to anybody.
+  line.erase(line.find_last_not_of(' ') + 1);
   output_.line(isTitle ? output_.bold(line) : line);
 }
 

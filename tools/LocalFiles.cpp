@@ -80,7 +80,9 @@ LocalTarget resolvedTarget(const std::string& operation, const std::string& outp
   const bool isFolder = output.ends_with('/') || fs::is_directory(output, error);
   if (isFolder || !isOneObject) {
     makeFolder(operation, output);
-    return {.folder = output};
+    // Paths are shown with one slash behind the folder; "/" is a folder of its own.
+    const auto end = output.find_last_not_of('/');
+    return {.folder = end == std::string::npos ? "/" : output.substr(0, end + 1)};
   }
   const fs::path path(output);
   const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";

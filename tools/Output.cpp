@@ -123,9 +123,13 @@ void Output::error(const Failure& failure) {
     return;
   }
   const PropertyDictionary said = {{"error", asJSON(failure)}};
-  if (listIsOpen_) {
+  if (listIsOpen_ && !listIsEmpty_) {
     item(said);
     endList();
+  } else if (listIsOpen_) {
+    // Nothing of the list has been said, so that the failure is all there is.
+    listIsOpen_ = false;
+    document(said);
   } else if (!hasDocument_) {
     document(said);
   }

@@ -180,8 +180,7 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
   const OpenedDevice device(context, operation);
   const auto description = requiredDescription(context, device, code);
   if (!description.isWritable)
-    throw ToolError(device.failure(nameAndCode(code), status::kWriteNotPermitted,
-                                   "the device lets it be read only"));
+    throw ToolError(device.failure(nameAndCode(code), status::kWriteNotPermitted));
   const auto value = encodedValue(operation, code, description.datatype, options.value);
   device.require(device.transactions().setProperty(code, value.bytes()), nameAndCode(code));
   if (context.output.isJSON()) {

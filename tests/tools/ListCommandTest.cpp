@@ -46,6 +46,7 @@ TEST(List, FiltersByFormatAndByStore) {
   const auto none = bench.run({"ls", "--store", "0x00090001"});
   EXPECT_EQ(none.exitCode, tools::kFailed);
   EXPECT_THAT(none.err, HasSubstr("ls the root: invalid storage id (0x2008)"));
+  EXPECT_EQ(bench.run({"--json", "ls", "--store", "7"}).json()["error"]["status"], 0x2008);
 }
 
 TEST(List, AsksNoMoreThanItShows) {
