@@ -72,7 +72,7 @@ TEST_F(Tool, EveryExampleOfItsHelpWorks) {
 TEST_F(Tool, FetchesWhatItSentByteForByte) {
   plug(camera());
   std::string content;
-  for (int index = 0; index < 3'000'000; ++index)
+  for (unsigned index = 0; index < 3'000'000; ++index)
     content += static_cast<char>(index * 7919 >> 5);
   folder_.write("work/SENT.JPG", content);
   EXPECT_EQ(tool("put SENT.JPG").exitCode, 0) << err();
