@@ -34,10 +34,10 @@ bool hasNoLogicalStore(std::uint32_t store) {
   return store != 0 && (store & kLogicalStore) == 0;
 }
 
-/// A format as a parameter, which has 32 bits.
+/// A format of objects as the device gets it.
 std::uint32_t formatParameter(std::uint16_t type) {
-  constexpr std::uint32_t kAllImages = 0xFFFFFFFF;
-  return type == ptp::kAllImageFormats ? kAllImages : type;
+  constexpr std::uint32_t kEveryPicture = 0xFFFFFFFF;
+  return type == ptp::kAllImageFormats ? kEveryPicture : type;
 }
 
 void traceNumbers(const char* label, const std::vector<std::uint32_t>& numbers,
@@ -125,8 +125,8 @@ std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(
 std::vector<std::uint32_t> XTImageCapturePTPDevice::ObjectQuery::parameters() const {
   const std::uint32_t format = formatParameter(type);
   // Without a format the parameter is left out, unless another follows it.
-  if (association) return {store, formatParameter(type), *association};
-  if (type != 0) return {store, formatParameter(type)};
+  if (association) return {store, format, *association};
+  if (type != 0) return {store, format};
   return {store};
 }
 

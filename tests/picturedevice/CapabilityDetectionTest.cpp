@@ -7,6 +7,7 @@
 #include "NativeServices/PictureDevice/CapabilityDetection.h"
 #include "Utilities/Exception.h"
 #include "tests/support/FakeImageCapture.h"
+#include "tests/support/ScriptedPTPTransactions.h"
 
 namespace tarvo::test {
 namespace {
@@ -20,7 +21,7 @@ struct Facts {
   CodeList datasets{};
 };
 
-DeviceCapabilities detect(const Facts& facts, ScriptedTransactions& device) {
+DeviceCapabilities detect(const Facts& facts, ScriptedPTPTransactions& device) {
   const MakerConstants maker;
   return CapabilityDetection(device, maker)
       .detect({facts.manufacturer, facts.model, facts.opcodes, facts.properties, facts.imageFormats,
@@ -69,24 +70,24 @@ const struct {
 
 TEST(CapabilityDetection, GivesEachCodeItsOwnFlagOnTheMakersDevicesAlone) {
   for (const auto& row : kRows) {
-    ScriptedTransactions device;
+    ScriptedPTPTransactions device;
     DeviceCapabilities expected = withFlags(row.makers);
     expected.deviceSupportsCapture = true;
     EXPECT_EQ(detect(row.facts, device), expected) << row.what;
 
     Facts foreign = row.facts;
     foreign.manufacturer = "Tarvo Imaging ";
-    ScriptedTransactions foreignDevice;
+    ScriptedPTPTransactions foreignDevice;
     EXPECT_EQ(detect(foreign, foreignDevice), withFlags(row.foreign)) << row.what;
-    EXPECT_EQ(foreignDevice.questions, 0) << row.what;
+    EXPECT_EQ(foreignDevice.calls.size(), 0U) << row.what;
   }
 }
 
 TEST(CapabilityDetection, TakesListedLCBInformationOnlyWhenItWorks) {
-  ScriptedTransactions device;
-  device.lcbInfoWorks = false;
+  ScriptedPTPTransactions device;
+  device.failing["LCBInfo"] = 0x2002;
   EXPECT_FALSE(detect({.opcodes = {0x900C}}, device).deviceSupportsAlbumNames);
-  EXPECT_EQ(device.questions, 1);
+  EXPECT_EQ(device.calls.size(), 1U);
   EXPECT_TRUE(detect({.opcodes = {0x900C}, .datasets = {0xB201}}, device).deviceSupportsAlbumNames);
 }
 
@@ -106,8 +107,8 @@ TEST(CapabilityDetection, ReadsTheCaptureCapabilityByItsDatatype) {
       {"text", PTPBytes().u16(0xD00B).u16(0xFFFF).u8(0).text("A").text("A"), false, false},
   };
   for (const auto& row : rows) {
-    ScriptedTransactions device;
-    device.description = row.description;
+    ScriptedPTPTransactions device;
+    if (!row.description.empty()) device.descriptions[0xD00B] = row.description;
     const auto capabilities = detect({.properties = {0xD00B}}, device);
     EXPECT_EQ(capabilities.deviceSupportsCapture, row.captures) << row.what;
     EXPECT_EQ(capabilities.supportsDirectBragbookImages, row.sendsBragbookImages) << row.what;
@@ -115,8 +116,8 @@ TEST(CapabilityDetection, ReadsTheCaptureCapabilityByItsDatatype) {
 }
 
 TEST(CapabilityDetection, LetsTheCodecsExceptionPassOnADescriptionThatIsCutOff) {
-  ScriptedTransactions device;
-  device.description = PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0).u16(0);
+  ScriptedPTPTransactions device;
+  device.descriptions[0xD00B] = PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0).u16(0);
   EXPECT_THROW(detect({.properties = {0xD00B}}, device), Exception);
 }
 

@@ -49,8 +49,8 @@ class ScriptedPTPTransactions : public PTPTransactions {
   CodeList imageFormats;
   DeviceCapabilities capabilities;
   std::map<std::uint32_t, ScriptedObject> objects;
-  std::map<std::uint16_t, std::vector<std::byte>> descriptions;  ///< of properties
-  std::map<std::uint16_t, std::vector<std::byte>> values;        ///< of properties
+  std::map<std::uint16_t, std::vector<std::uint8_t>> descriptions;  ///< of properties
+  std::map<std::uint16_t, std::vector<std::uint8_t>> values;        ///< of properties
   /// What an operation, by the name that `calls` has, ends with instead of working.
   std::map<std::string, Status, std::less<>> failing;
   /// Bytes after which a transfer of content ends with `failing`, or as a success all the same.
@@ -187,11 +187,11 @@ class ScriptedPTPTransactions : public PTPTransactions {
   }
 
   static std::optional<XTPTPDataSet> reader(
-      Status status, const std::map<std::uint16_t, std::vector<std::byte>>& bytes,
+      Status status, const std::map<std::uint16_t, std::vector<std::uint8_t>>& bytes,
       std::uint16_t property) {
     const auto found = bytes.find(property);
     if (status != status::kOK || found == bytes.end()) return std::nullopt;
-    auto dataSet = XTPTPDataSet::initWithData(found->second);
+    auto dataSet = XTPTPDataSet::initWithData(std::as_bytes(std::span(found->second)));
     dataSet.setByteOrder(kPTPByteOrder);
     return dataSet;
   }

@@ -8,6 +8,7 @@
 // Time does not pass: waiting for what the device does not send ends at once, as a time-out.
 #pragma once
 
+#include <glib.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>

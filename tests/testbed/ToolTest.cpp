@@ -60,7 +60,7 @@ TEST_F(Tool, EveryExampleOfItsHelpWorks) {
     const auto id = plug(description);
     pluggedCamera(id).sendEvent(0x4002, {3});
     const auto run = shell(example);
-    EXPECT_EQ(run.exitCode, 0) << example << "\n" << run.err;
+    EXPECT_EQ(run.exitCode, 0) << example << "\n" << run.out << run.err;
     EXPECT_THAT(run.out, Not(IsEmpty())) << example;
     if (std::string(command) == "encode") folder_.write("work/object.bin", run.out);
     EXPECT_THAT(pluggedCamera(id).violations(), IsEmpty()) << example;
