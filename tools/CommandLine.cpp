@@ -29,6 +29,14 @@ std::string commandName(const CLI::App& app) {
   return name;
 }
 
+/// What is wrong with the command line. A command that there is none of is named, where the parser
+/// says only that one is missing.
+std::string reasonOf(const CLI::ParseError& error, const CLI::App& app) {
+  const auto words = app.remaining(true);
+  if (error.get_name() != "RequiredError" || words.empty()) return error.what();
+  return "there is no command '" + words.front() + "'";
+}
+
 Failure failureOf(const Exception& exception) {
   return {.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(status::kOK),
           .why = exception.reason()};
@@ -77,7 +85,8 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
     GlobalOptions options;
     options.json = asksForJSON({argv, static_cast<std::size_t>(argc)});
     Output(out, err, options)
-        .error({.why = error.what(), .advice = "Try '" + commandName(tree->app()) + " --help'."});
+        .error({.why = reasonOf(error, tree->app()),
+                .advice = "Try '" + commandName(tree->app()) + " --help'."});
     return {.exitCode = kBadUsage};
   }
   return {.exitCode = kDone};

@@ -86,6 +86,11 @@ TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
   }
 }
 
+TEST(Usage, ACommandThatThereIsNoneOfIsNamed) {
+  EXPECT_THAT(runTool({"nonsense"}).err, HasSubstr("there is no command 'nonsense'"));
+  EXPECT_THAT(runTool({"clock", "nonsense"}).err, HasSubstr("there is no command 'nonsense'"));
+}
+
 TEST(Usage, MistakesAreOneJSONDocumentWhereThatIsAskedFor) {
   for (const char* words : {"--json", "--json nonsense", "ls --nonsense --json", "get --json"}) {
     const auto run = runTool(wordsOf(words));
