@@ -45,7 +45,9 @@ TestbedProgram::TestbedProgram(simulator::Testbed& testbed, const std::vector<st
   g_subprocess_launcher_set_stdout_file_path(launcher.get(), output_.c_str());
   process_.reset(g_subprocess_launcher_spawnv(launcher.get(), words.data(), nullptr));
   if (!process_) throw std::runtime_error("cannot start " + command.front());
-  pid_ = std::stoi(g_subprocess_get_identifier(process_.get()));
+  // A program that has ended already has no identifier any more.
+  if (const char* identifier = g_subprocess_get_identifier(process_.get()))
+    pid_ = std::stoi(identifier);
 }
 
 TestbedProgram::~TestbedProgram() {
