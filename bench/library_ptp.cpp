@@ -51,7 +51,8 @@ class Abyss : public ptp::DataSink {
 
  private:
   std::uint64_t size_;
-  std::array<ByteBuffer, ptp::DataSource::kMaximumInFlight + 1> ring_;
+  /// One more than the transport has in flight, as a sink with something to do has them.
+  std::array<ByteBuffer, 5> ring_;
   std::size_t next_ = 0;
 };
 
@@ -73,8 +74,8 @@ void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments)
 void getParts(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
   const std::uint32_t size = number(arguments[1]);
   const std::uint32_t chunk = number(arguments[2]);
+  Abyss abyss(chunk);
   for (std::uint32_t offset = 0; offset < size; offset += chunk) {
-    Abyss abyss(chunk);
     std::uint64_t received = 0;
     require(device.transactions().downloadPartialObject(
                 number(arguments[0]), offset, std::min(chunk, size - offset), abyss, received),

@@ -52,7 +52,7 @@ class Bench:
             json.dump(description, file)
         identifier = self.call("plug", file.name)
         for name, value in (faults or {}).items():
-            self.call("fault", identifier, name, value)
+            self.call("fault", identifier, f"{name}={value}")
         try:
             yield self.described(identifier)["node"], identifier
         finally:
@@ -121,7 +121,7 @@ class Bench:
         content = [{"folder": "DCIM", "content": [{"generate": {
             "count": count, "size": size, "prefix": "IMG_", "extension": "JPG"}}]}]
         words = f", {delay} ms a transaction" if delay else ""
-        with self.camera(content, {"delay": str(delay)} if delay else None) as (node, identifier):
+        with self.camera(content, {"delay": f"{delay}ms"} if delay else None) as (node, identifier):
             print(f"{count} objects of 100 KiB{words}")
             self.side_by_side(node, ("many", 2, count, size), ("many", 2, count), 90)
             self.whole_programs(identifier, [self.arguments.tarvoctl, "--quiet", "get", "--all"],

@@ -68,13 +68,21 @@ bool BufferSink::received(std::uint64_t offset, std::size_t length) {
 struct FileSink::Pieces {
   struct Piece {
     std::uint64_t offset;
-    std::vector<std::byte> memory;
+    ByteBuffer memory;
   };
+
+  explicit Pieces(SparePieces* kept) : spare(kept ? *kept : ownSpare) {}
+  Pieces(const Pieces&) = delete;
+  Pieces& operator=(const Pieces&) = delete;
+  ~Pieces() {
+    while (!given.empty())
+      retireFirst();
+  }
 
   /// Memory is used again once its room was written, so that there is as much of it as is in
   /// flight, whatever the size of the object.
   std::span<std::byte> give(std::uint64_t offset, std::size_t length) {
-    std::vector<std::byte> memory;
+    ByteBuffer memory;
     if (!spare.empty()) {
       memory = std::move(spare.back());
       spare.pop_back();
@@ -101,16 +109,17 @@ struct FileSink::Pieces {
   }
 
   std::deque<Piece> given;
-  std::vector<std::vector<std::byte>> spare;
+  SparePieces ownSpare;
+  SparePieces& spare;
 };
 
 FileSink::FileSink(int descriptor, std::uint64_t start, std::uint64_t limit,
-                   ProgressCallback progress)
+                   ProgressCallback progress, SparePieces* spare)
     : descriptor_(descriptor),
       start_(start),
       limit_(limit),
       progress_(std::move(progress)),
-      pieces_(std::make_unique<Pieces>()) {}
+      pieces_(std::make_unique<Pieces>(spare)) {}
 
 FileSink::~FileSink() = default;
 
@@ -139,7 +148,7 @@ struct FileSource::Pieces {
     return std::span(memory).first(length);
   }
 
-  std::array<std::vector<std::byte>, kMaximumInFlight + 1> ring;
+  std::array<ByteBuffer, kMaximumInFlight + 1> ring;
   std::size_t index = 0;
 };
 

@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "NativeServices/PictureDevice/ByteBuffer.h"
 #include "Utilities/FileDescriptor.h"
@@ -34,13 +35,18 @@ class BufferSink : public ptp::DataSink {
   std::uint64_t filled_ = 0;
 };
 
+/// Memory that one file sink has done with, for the next. Kept by who fetches many objects: what
+/// the system clears for every new piece costs more than to fill it.
+using SparePieces = std::vector<ByteBuffer>;
+
 /// Writes to an open file, from its offset `start` on, at most `limit` bytes. Holds no more than
 /// what is in flight. A failed write ends the transfer; error() has its errno then.
 class FileSink : public ptp::DataSink {
  public:
   static constexpr std::uint64_t kUnlimited = UINT64_MAX;
-  /// `descriptor` is lent. `progress` may be empty.
-  FileSink(int descriptor, std::uint64_t start, std::uint64_t limit, ProgressCallback progress);
+  /// `descriptor` is lent, and so is `spare`. `progress` may be empty.
+  FileSink(int descriptor, std::uint64_t start, std::uint64_t limit, ProgressCallback progress,
+           SparePieces* spare = nullptr);
   ~FileSink() override;
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override;
   bool received(std::uint64_t offset, std::size_t length) override;

@@ -31,9 +31,9 @@ std::string errorText(int error) {
 /// One object on its way to one file.
 class Fetch {
  public:
-  Fetch(PTPTransactions& device, std::uint32_t handle, const FetchRequest& request,
-        FetchResult& result)
-      : device_(device), handle_(handle), request_(request), result_(result) {}
+  Fetch(PTPTransactions& device, SparePieces& spare, std::uint32_t handle,
+        const FetchRequest& request, FetchResult& result)
+      : device_(device), spare_(spare), handle_(handle), request_(request), result_(result) {}
 
   /// True when there is something to be fetched, and a place for it.
   bool prepare();
@@ -60,6 +60,7 @@ class Fetch {
   void putInPlace(PartFile& part);
 
   PTPTransactions& device_;
+  SparePieces& spare_;
   std::uint32_t handle_;
   const FetchRequest& request_;
   FetchResult& result_;
@@ -145,7 +146,7 @@ Status Fetch::stream(PartFile& part) {
   std::uint64_t received = 0;
   // One transaction: a device answers each piece with a delay of its own.
   FileSink sink(part.descriptor(), 0, size == kUnknownSize ? FileSink::kUnlimited : size,
-                request_.progress);
+                request_.progress, &spare_);
   const Status status = device_.downloadEntireObject(handle_, size, sink, received);
   if (size == kUnknownSize) result_.size = received;
   return takeIn(status, sink, received, size);
@@ -160,7 +161,7 @@ Status Fetch::goOn(PartFile& part, std::uint32_t from) {
   for (std::uint32_t offset = from; status == status::kOK && offset < size;) {
     const std::uint32_t length = std::min(size - offset, kDownloadChunk);
     std::uint64_t received = 0;
-    FileSink sink(part.descriptor(), offset, length, request_.progress);
+    FileSink sink(part.descriptor(), offset, length, request_.progress, &spare_);
     status = device_.downloadPartialObject(handle_, offset, length, sink, received);
     // A general error is also what a device that has gone comes to.
     pieceWasRefused_ = status > 0 && status != status::kPTPGeneralError;
@@ -207,7 +208,7 @@ void Fetch::putInPlace(PartFile& part) {
 FetchResult ObjectFetch::toFile(std::uint32_t handle, const FetchRequest& request) {
   FetchResult result;
   try {
-    Fetch fetch(device_, handle, request, result);
+    Fetch fetch(device_, spare_, handle, request, result);
     // Each step that fails has left its words in the result.
     if (fetch.prepare()) fetch.run();
   } catch (const Exception& exception) {

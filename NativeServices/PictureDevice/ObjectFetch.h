@@ -61,6 +61,7 @@ class ObjectFetch {
 
  private:
   PTPTransactions& device_;
+  SparePieces spare_;
 };
 
 }  // namespace tarvo

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <utility>
 
 #include "Utilities/Format.h"
 #include "platform/imagecapture/ptp/DataIn.h"
@@ -54,7 +55,9 @@ Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transacti
   ++pipe_.statistics().transactions;
   pipe_.startBudget(timeouts_.bulk);
   CancelOnExit guard(pipe_);
+  answerAsked_ = false;
   Outcome outcome = runPhases(transaction, transactionID);
+  answerAsked_ = false;
   if (outcome.done()) {
     // Only a whole transaction shows it: stale data may look like the beginning of one.
     inStep_ = true;
@@ -75,13 +78,21 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
                                        std::uint32_t transactionID) {
   const CommandBlock block = encodeCommand(transaction, transactionID);
   const auto bytes = std::span(block.bytes).first(block.size);
+  const bool endsShort = block.size % pipe_.outPacketSize() != 0;
+  if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
   const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.recovery, timeouts_.bulk);
   Outcome outcome = pipe_.write(bytes, limit);
   // With the small packets of a slow device a command can end with a full one.
-  if (outcome.done() && block.size % pipe_.outPacketSize() == 0)
-    outcome = pipe_.write({}, timeouts_.bulk);
+  if (outcome.done() && !endsShort) outcome = pipe_.write({}, timeouts_.bulk);
   return outcome;
+}
+
+Outcome TransactionRunner::sendCommandAndAsk(std::span<const std::byte> command) {
+  pipe_.submitOut(command);
+  pipe_.submitIn(scratch());
+  answerAsked_ = true;
+  return pipe_.nextOut(command.size(), timeouts_.bulk);
 }
 
 Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t transactionID) {
@@ -147,7 +158,8 @@ Outcome TransactionRunner::readOnce(std::span<const std::byte>& bytes,
                                     BulkPipe::Milliseconds limit) {
   std::size_t length = 0;
   for (int i = 0; i <= kMaximumEmptyPackets; ++i) {
-    Outcome outcome = pipe_.read(scratch(), length, limit);
+    if (!std::exchange(answerAsked_, false)) pipe_.submitIn(scratch());
+    Outcome outcome = pipe_.nextIn(length, limit);
     if (!outcome.done()) return outcome;
     bytes = scratch().first(length);
     if (length > 0) return {};

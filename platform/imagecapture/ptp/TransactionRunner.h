@@ -17,8 +17,9 @@ namespace tarvo::ptp {
 class TransactionRunner {
  public:
   /// Size of the buffer for whatever does not go straight into the caller's memory: commands,
-  /// responses, the first read of a data phase. Most answers come whole in one read of it.
-  static constexpr std::size_t kScratchSize = 16384;
+  /// responses, the first read of a data phase. Most answers, and many a small picture, come whole
+  /// in one read of it: a copy of so little costs less than another transfer.
+  static constexpr std::size_t kScratchSize = 131072;
 
   /// `pipe` is lent.
   TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts);
@@ -55,6 +56,9 @@ class TransactionRunner {
   Outcome sendCommand(const Transaction& transaction, std::uint32_t transactionID);
   /// A data phase and the response, or the response alone: a device may refuse before any data.
   Outcome readAnswer(Transaction& transaction, std::uint32_t transactionID);
+  /// The command, with the first read of its answer right behind it. Nothing waits in between, so
+  /// that the device need not wait for the host.
+  Outcome sendCommandAndAsk(std::span<const std::byte> command);
   /// `limit` is for each read. kBroken on a container that is none of the transaction's, once the
   /// device is in step; before that such containers are passed over for a bounded time.
   Outcome readContainer(const Transaction& transaction, std::uint32_t transactionID,
@@ -66,6 +70,8 @@ class TransactionRunner {
   /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
   bool inStep_ = false;
+  /// The first read of the answer is in flight already, into the scratch buffer.
+  bool answerAsked_ = false;
 };
 
 }  // namespace tarvo::ptp
