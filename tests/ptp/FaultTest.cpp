@@ -114,9 +114,9 @@ TEST_F(Faults, OfTheResponseAreNamedAndGotOver) {
 
 TEST_F(Faults, OfDataFromTheDeviceAreNamedAndGotOver) {
   for (const Fault& fault : kFaultsOfDataIn) {
-    for (const std::size_t room : {std::size_t{0}, kRoom, std::size_t{100000}}) {
+    for (const std::size_t room : {std::size_t{0}, kRoom, std::size_t{400000}}) {
       PiecewiseSink sink(room, SIZE_MAX);
-      expectFault(fault, "is receiving", wire::data(kOp, kID, wire::payload(16384 - 12), 100000),
+      expectFault(fault, "is receiving", wire::data(kOp, kID, wire::payload(131072 - 12), 400000),
                   {}, {.operation = kOp, .receive = &sink});
       EXPECT_TRUE(sink.inOrder()) << fault.name;
     }

@@ -213,11 +213,11 @@ class LateDevice : public test::ScriptedUSBDevice {
 TEST(Recovery, StartsThePatienceAnewForPayloadButNotForATakenCommand) {
   const auto whole = shortTimeouts().bulk;
   USBScript script;
-  script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, wire::payload(20000))).cancelRequest(0);
+  script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, wire::payload(200000))).cancelRequest(0);
   std::vector<std::chrono::milliseconds> waits;
   BulkConnection connection(std::make_unique<LateDevice>(script, waits), shortTimeouts(), LogSink(),
                             "late");
-  PiecewiseSink sink(20000, SIZE_MAX);
+  PiecewiseSink sink(200000, SIZE_MAX);
   Transaction transaction{.operation = kOp, .receive = &sink};
   EXPECT_EQ(connection.transact(transaction, nullptr), status::kICATimeout);
   ASSERT_EQ(waits.size(), 5U);  // Command, three reads of data, response.

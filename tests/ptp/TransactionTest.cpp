@@ -6,6 +6,8 @@
 namespace tarvo::ptp {
 namespace {
 
+constexpr std::size_t kScratch = TransactionRunner::kScratchSize;
+
 using test::Bytes;
 using test::USBScript;
 namespace wire = test::wire;
@@ -48,9 +50,10 @@ TEST(Transaction, CarriesParametersBothWays) {
 
 TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets) {
   enum Form { kTogether, kHeaderApart, kUnterminated, kUnknownSize };
-  const std::size_t sizes[] = {0,     1,     499,    500,      501,      512,
-                               1012,  1024,  16371,  16372,    16373,    16384,
-                               32768, 32756, 100000, 1U << 20, 5U << 20, (5U << 20) + 7};
+  const std::size_t sizes[] = {
+      0,     1,     499,           500,           501,           512,
+      1012,  1024,  kScratch - 13, kScratch - 12, kScratch - 11, kScratch,
+      32768, 32756, 100000,        1U << 20,      5U << 20,      (5U << 20) + 7};
   for (std::uint16_t packet : {64, 512, 1024}) {
     for (std::size_t size : sizes) {
       for (Form form : {kTogether, kHeaderApart, kUnterminated, kUnknownSize}) {
@@ -122,12 +125,12 @@ TEST(Transaction, PassesOverEmptyPacketsButNotForEver) {
   EXPECT_EQ(endless.report(), "");
 }
 
-/// The transfers in which a data container goes out: 16 KiB in one, more as a packet and pieces of
-/// `piece` bytes behind it, and an empty packet where the last one is full.
+/// The transfers in which a data container goes out: a small one at once, more as a packet and
+/// pieces of `piece` bytes behind it, and an empty packet where the last one is full.
 void expectDataOut(USBScript& script, const Bytes& container, std::size_t packet,
                    std::size_t piece) {
   std::size_t at = 0;
-  const std::size_t first = container.size() <= 16384 ? 16384 : packet;
+  const std::size_t first = container.size() <= kScratch ? kScratch : packet;
   for (std::size_t most = first; at < container.size(); most = piece) {
     const std::size_t length = std::min(most, container.size() - at);
     const auto begin = container.begin() + static_cast<std::ptrdiff_t>(at);
@@ -144,9 +147,9 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
       {1, 1},
       {500, 500},
       {501, 501},
-      {16372, 9000},
-      {16373, 1},
-      {40000, 100},  // Less than a packet at a time.
+      {kScratch - 12, 9000},
+      {kScratch - 11, 1},
+      {2 * kScratch, 100},  // Less than a packet at a time.
       {kPiece + 500, kPiece},
       {kPiece * 6 + 500, kPiece},
       {kPiece * 6 + 5, kPiece},
@@ -156,7 +159,7 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
     USBScript script;
     const Bytes payload = wire::payload(size);
     script.out(wire::command(0x100D, 0));
-    expectDataOut(script, wire::data(0x100D, 0, payload), 512, most == 100 ? 16384 : kPiece);
+    expectDataOut(script, wire::data(0x100D, 0, payload), 512, most == 100 ? kScratch : kPiece);
     script.in(wire::response(0x2001, 0));
     PiecewiseSource source(payload, most);
     Transaction transaction{.operation = 0x100D, .send = &source};

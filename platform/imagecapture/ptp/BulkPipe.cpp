@@ -125,6 +125,8 @@ Outcome BulkPipe::next(TransferCompletion& completion, Milliseconds limit, std::
   const auto ended = waitWithinBudget(patience(limit));
   if (!ended && budget_ && isInterrupted()) return {Ending::kCancelled, "interrupted"};
   if (!ended) return outcomeOf(TransferResult::kTimedOut, endpoint);
+  // Of a device that is gone, the transfers of its endpoints end in any order.
+  if (ended->result == TransferResult::kNoDevice) return outcomeOf(ended->result, endpoint);
   // The kernel ends the transfers of an endpoint in order. A completion of another one would put
   // its bytes in the wrong place.
   if (ended->tag != oldest_) return {Ending::kFailed, "a transfer ended out of turn"};
