@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utilities/Exception.h"
+#include "tools/ObjectSelection.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
@@ -47,6 +48,27 @@ void Batch::attempt(const OpenedDevice& device, const PropertyDictionary& json,
   } catch (const std::bad_alloc&) {
     failed(device, json, object, status::kOutOfMemory);
   }
+}
+
+void Batch::visit(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+                  ObjectVisitor onObject) {
+  const SelectionVisitor visitor = {
+      .onObject = std::move(onObject),
+      .onUnreadable =
+          [&](std::uint32_t handle, Status status, const std::string& why) {
+            failed(device, {{"handle", handle}}, handleText(handle), status, why);
+          },
+      .onUnmatched =
+          [&](const std::string& operand) {
+            failed({{"name", validUTF8(operand)}},
+                   {.operation = operation_,
+                    .object = operand,
+                    .status = status::kFileNotFound,
+                    .why = "no object on the device has that name",
+                    .advice = "'tarvoctl ls --recursive' shows the objects."});
+          },
+      .goesOn = [this] { return goesOn(); }};
+  visitSelection(device, operands, all, visitor);
 }
 
 bool Batch::goesOn() const {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "tools/OpenedDevice.h"
 #include "tools/Output.h"
@@ -31,6 +32,12 @@ class Batch {
   /// Calls `work` for one object; what it raises is that object's failure.
   void attempt(const OpenedDevice& device, const PropertyDictionary& json,
                const std::string& object, const std::function<void()>& work);
+  /// Visits the objects that `operands` mean, as visitSelection() does, until it shall not go on;
+  /// what cannot be read and what nothing has are failures of the batch.
+  using ObjectVisitor = std::function<void(std::uint32_t handle, const XTExtendedObjectInfo& info,
+                                           const std::string& path)>;
+  void visit(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+             ObjectVisitor onObject);
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;
 

@@ -15,7 +15,6 @@
 #include "tools/Batch.h"
 #include "tools/LocalFiles.h"
 #include "tools/ObjectPaths.h"
-#include "tools/ObjectSelection.h"
 #include "tools/OpenedDevice.h"
 #include "tools/Progress.h"
 #include "tools/Words.h"
@@ -60,24 +59,9 @@ class Fetching {
   int run() {
     // Without names --new is about everything.
     const bool all = options_.all || (options_.onlyNew && options_.objects.empty());
-    const SelectionVisitor visitor = {
-        .onObject = [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
-                           const std::string& path) { fetchOne(handle, info, path); },
-        .onUnreadable =
-            [this](std::uint32_t handle, Status status, const std::string& why) {
-              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status, why);
-            },
-        .onUnmatched =
-            [this](const std::string& operand) {
-              batch_.failed({{"name", validUTF8(operand)}},
-                            {.operation = kOperation,
-                             .object = operand,
-                             .status = status::kFileNotFound,
-                             .why = "no object on the device has that name",
-                             .advice = "'tarvoctl ls --recursive' shows the objects."});
-            },
-        .goesOn = [this] { return batch_.goesOn(); }};
-    visitSelection(device_, options_.objects, all, visitor);
+    batch_.visit(device_, options_.objects, all,
+                 [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
+                        const std::string& path) { fetchOne(handle, info, path); });
     return batch_.finish();
   }
 

@@ -4,7 +4,6 @@
 #include <utility>
 
 #include "tools/Batch.h"
-#include "tools/ObjectSelection.h"
 #include "tools/OpenedDevice.h"
 #include "tools/PutCommand.h"
 #include "tools/Words.h"
@@ -44,26 +43,11 @@ class Removing {
   };
 
   void lookUp() {
-    const SelectionVisitor visitor = {
-        .onObject =
-            [this](std::uint32_t handle, const XTExtendedObjectInfo&, const std::string& path) {
-              found_.push_back({handle, path});
-            },
-        .onUnreadable =
-            [this](std::uint32_t handle, Status status, const std::string& why) {
-              batch_.failed(device_, {{"handle", handle}}, handleText(handle), status, why);
-            },
-        .onUnmatched =
-            [this](const std::string& operand) {
-              batch_.failed({{"name", validUTF8(operand)}},
-                            {.operation = kOperation,
-                             .object = operand,
-                             .status = status::kFileNotFound,
-                             .why = "no object on the device has that name",
-                             .advice = "'tarvoctl ls --recursive' shows the objects."});
-            },
-        .goesOn = [this] { return batch_.goesOn(); }};
-    visitSelection(device_, options_.objects, false, visitor);
+    batch_.visit(
+        device_, options_.objects, false,
+        [this](std::uint32_t handle, const XTExtendedObjectInfo&, const std::string& path) {
+          found_.push_back({handle, path});
+        });
   }
 
   bool isAllowed() {
