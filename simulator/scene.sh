@@ -3,11 +3,13 @@
 # starts the agent on a private bus, and lets devices arrive. Each step says what happened and what
 # the agent logged, and fails when the expected thing does not happen.
 #
-#   scene.sh SIMULATOR AGENT [--stay]
+#   scene.sh SIMULATOR AGENT TARVOCTL [--stay]
 set -euo pipefail
-simulator=${1:?usage: scene.sh SIMULATOR AGENT [--stay]}
-agent=${2:?usage: scene.sh SIMULATOR AGENT [--stay]}
-stay=${3:-}
+usage="usage: scene.sh SIMULATOR AGENT TARVOCTL [--stay]"
+simulator=${1:?$usage}
+agent=${2:?$usage}
+tarvoctl=${3:?$usage}
+stay=${4:-}
 
 patience=20 # seconds that an expected thing may take
 folder=$(mktemp -d)
@@ -99,6 +101,7 @@ if [ "$stay" = --stay ]; then
   say "In a second terminal:"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET plug tarvo-camera"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET list"
+  say "  $simulator --socket $TARVO_SIMULATOR_SOCKET run -- $tarvoctl ls --long --recursive"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET unplug 1-1"
   say "Devices are described in simulator/devices; Ctrl-C ends it all."
   tail -n +$((shown + 1)) -f "$log" | sed -u 's/^/    agent | /' &
@@ -125,9 +128,20 @@ step "The Relay ends: done is announced"
 end_relay 1
 wait_for "$folder/heard" kRLADoneNotification
 say "heard on the bus: kRLADoneNotification"
-"$simulator" unplug "$camera"
 "$simulator" unplug "$second"
 show_log
+
+step "The same camera in the user's hands: tarvoctl"
+# tool COMMAND...: runs it and shows what it says.
+tool() {
+  say "\$ tarvoctl $*"
+  "$tarvoctl" "$@" 2>&1 | sed 's/^/    /'
+}
+tool devices
+tool ls --long --recursive
+tool get '*.JPG' --output "$folder/pictures/"
+say "$(find "$folder/pictures" -name '*.JPG' -size +0 | wc -l) pictures are in the folder"
+"$simulator" unplug "$camera"
 
 expected=1
 for device in card msc-camera; do
