@@ -12,6 +12,7 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -41,8 +42,10 @@ class SimulatedConnector : public ptp::PTPConnector {
   std::unique_ptr<ptp::PTPConnection> connect(const ptp::USBInterfaceAddress&, Status* failure,
                                               std::string* why) override {
     if (!camera_->isGone()) {
-      return std::make_unique<ptp::BulkConnection>(std::make_unique<SimulatedUSBDevice>(camera_),
-                                                   timeouts, LogSink(), "simulated camera");
+      std::unique_ptr<ptp::USBDevice> device = std::make_unique<SimulatedUSBDevice>(camera_);
+      if (wrap) device = wrap(std::move(device));
+      return std::make_unique<ptp::BulkConnection>(std::move(device), timeouts, LogSink(),
+                                                   "simulated camera");
     }
     if (failure) *failure = status::kICADeviceGone;
     if (why) *why = "it is unplugged";
@@ -50,6 +53,8 @@ class SimulatedConnector : public ptp::PTPConnector {
   }
 
   ptp::Timeouts timeouts;
+  /// Where there is one, puts something between the transport and the camera.
+  std::function<std::unique_ptr<ptp::USBDevice>(std::unique_ptr<ptp::USBDevice>)> wrap;
 
  private:
   std::shared_ptr<simulator::PTPCamera> camera_;

@@ -1,0 +1,93 @@
+// tarvoctl is killed while it downloads, at points spread over the object: nothing partial stays
+// under the final name, the next command opens the camera, and the next download is whole.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <thread>
+
+#include "tests/testbed/ToolTestbed.h"
+
+namespace tarvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint64_t kSize = 64'000'000;  // bytes
+constexpr unsigned kPoints = 50;
+constexpr unsigned kFetchedWhole = 10;  // one point in so many is followed by a whole download
+
+class Killed : public ToolTestbed {
+ protected:
+  Killed() {
+    auto description = camera();
+    simulator::ContentNode movie;
+    movie.name = u"MOVIE.MOV";
+    movie.size = kSize;
+    description.stores.front().content = {movie};
+    id_ = plug(std::move(description));
+  }
+
+  std::uint64_t sent() { return pluggedCamera(id_).counts().bytesToHost; }
+  std::string fetched() const { return folder_.path("work/pictures/MOVIE.MOV"); }
+
+  /// Kills a download once the camera has sent `bytes` of it. Returns how many it had then sent;
+  /// none where the command ended before.
+  std::optional<std::uint64_t> killAfter(std::uint64_t bytes) {
+    const auto before = sent();
+    start("get --all --output pictures/");
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (sent() - before < bytes && Clock::now() < deadline)
+      std::this_thread::yield();  // a pause would let megabytes pass
+    running().signal(SIGKILL);
+    const bool killed = finish().exitCode == 128 + SIGKILL;
+    const auto reached = sent() - before;
+    return killed && reached >= bytes ? std::optional(reached) : std::nullopt;
+  }
+
+  /// How long the next command took.
+  std::chrono::milliseconds expectTheNextCommandWorks() {
+    const auto begin = Clock::now();
+    const auto next = tool("ls");
+    EXPECT_EQ(next.exitCode, 0) << next.err;
+    EXPECT_THAT(next.out, ::testing::HasSubstr("MOVIE.MOV"));
+    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+  }
+
+  void expectAWholeDownload() {
+    EXPECT_EQ(tool("get --all --output pictures/").exitCode, 0) << err();
+    const auto handle = pluggedCamera(id_).handles().front();
+    const auto bytes = pluggedCamera(id_).bytes(handle);
+    const auto file = folder_.read("work/pictures/MOVIE.MOV");
+    EXPECT_TRUE(std::ranges::equal(std::as_bytes(std::span(file)), bytes));
+  }
+
+  std::string id_;
+};
+
+TEST_F(Killed, DownloadsLeaveNothingPartialAndTheNextCommandWorks) {
+  std::chrono::milliseconds longest{0};
+  std::uint64_t first = kSize;
+  std::uint64_t last = 0;
+  for (unsigned point = 0; point < kPoints; ++point) {
+    SCOPED_TRACE("point " + std::to_string(point));
+    // What an earlier attempt has left would be gone on with.
+    fs::remove_all(folder_.path("work/pictures"));
+    const auto reached = killAfter(kSize / (kPoints + 1) * (point + 1));
+    ASSERT_TRUE(reached) << "the command ended before it was killed";
+    first = std::min(first, *reached);
+    last = std::max(last, *reached);
+    EXPECT_FALSE(fs::exists(fetched()));
+    longest = std::max(longest, expectTheNextCommandWorks());
+    if (point % kFetchedWhole == 0) expectAWholeDownload();
+  }
+  std::printf(
+      "%u downloads of %llu bytes killed after %llu to %llu bytes; "
+      "the next command took %lld ms at most\n",
+      kPoints, static_cast<unsigned long long>(kSize), static_cast<unsigned long long>(first),
+      static_cast<unsigned long long>(last), static_cast<long long>(longest.count()));
+}
+
+}  // namespace
+}  // namespace tarvo::test
