@@ -47,8 +47,7 @@ void checkUsage(const GetOptions& options) {
 class Fetching {
  public:
   Fetching(ToolContext& context, const GetOptions& options)
-      : context_(context),
-        options_(options),
+      : options_(options),
         target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
         device_(context, kOperation),
         progress_(context.output, context.interrupt,
@@ -158,7 +157,6 @@ class Fetching {
                                            : device_.transactions().lastOutcome();
   }
 
-  ToolContext& context_;
   const GetOptions& options_;
   LocalTarget target_;
   OpenedDevice device_;

@@ -52,11 +52,22 @@ class Faults : public ::testing::TestWithParam<CommandRow> {
     return bench;
   }
 
-  /// How many transactions the command takes.
-  static std::size_t transactions() {
+  /// What it says, whatever the bench's folder is called.
+  static std::string told(const CameraBench& bench, const ToolRun& run) {
+    std::string text = run.out;
+    const auto& folder = bench.folder.path();
+    for (auto at = text.find(folder); at != std::string::npos; at = text.find(folder))
+      text.erase(at, folder.size());
+    return text;
+  }
+
+  /// How many transactions the command takes; keeps what it says.
+  std::size_t transactions() {
     const auto bench = makeBench();
     const auto before = bench->sim.camera->operations().size();
-    EXPECT_EQ(bench->run(wordsFor(*bench)).exitCode, 0);
+    const auto run = bench->run(wordsFor(*bench));
+    EXPECT_EQ(run.exitCode, 0);
+    said_ = told(*bench, run);
     return bench->sim.camera->operations().size() - before;
   }
 
@@ -82,13 +93,16 @@ class Faults : public ::testing::TestWithParam<CommandRow> {
   }
 
   /// Returns the exit status of the command that was struck.
-  static int strike(const FaultRow& fault, std::size_t transaction) {
+  int strike(const FaultRow& fault, std::size_t transaction) {
     const std::string value = fault.amount + ("@" + std::to_string(transaction));
     SCOPED_TRACE(std::string(fault.name) + "=" + value);
     const auto bench = makeBench();
     EXPECT_EQ(bench->sim.camera->setFault(fault.name, value), "");
     const auto run = bench->run(wordsFor(*bench));
     expectNamedError(run);
+    if (run.exitCode == tools::kDone) {
+      EXPECT_EQ(told(*bench, run), said_) << run.err;
+    }
     expectNoPartialFile(*bench);
     bench->sim.camera->setFault(fault.name, "off");
     const auto next = bench->run({"ls", "--recursive"});
@@ -100,6 +114,9 @@ class Faults : public ::testing::TestWithParam<CommandRow> {
     bench->sim.camera->forgetViolations();  // a device in disorder sees an order of its own
     return run.exitCode;
   }
+
+ private:
+  std::string said_;  ///< by the command when nothing strikes
 };
 
 TEST_P(Faults, AreNamedLeaveNothingPartialAndTheNextCommandWorks) {
