@@ -53,8 +53,7 @@ int runModelsList(ToolContext& context) {
   // The file may name an id twice, and the fixed range names some again.
   auto products = *models.pidList();
   std::ranges::sort(products);
-  const auto repeated = std::ranges::unique(products);
-  products.erase(repeated.begin(), repeated.end());
+  products.erase(std::unique(products.begin(), products.end()), products.end());
   for (const std::int32_t product : products)
     add(product, true);
   for (std::int32_t product = 0; product <= kLargestID; ++product) {

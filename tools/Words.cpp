@@ -31,6 +31,11 @@ bool beginsWithDate(std::string_view text) {
   });
 }
 
+/// Behind the character at `at`, in valid UTF-8.
+const char* nextCharacter(const char* at) {
+  return g_utf8_find_next_char(at, nullptr);
+}
+
 }  // namespace
 
 std::string sizeInWords(std::uint64_t bytes) {
@@ -71,11 +76,11 @@ std::string validUTF8(std::string_view text) {
 std::string printable(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::string shown;
-  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = g_utf8_next_char(at)) {
+  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = nextCharacter(at)) {
     if (steersTerminals(g_utf8_get_char(at))) {
       shown += kReplacement;
     } else {
-      shown.append(at, static_cast<std::size_t>(g_utf8_next_char(at) - at));
+      shown.append(at, static_cast<std::size_t>(nextCharacter(at) - at));
     }
   }
   return shown;
@@ -84,7 +89,7 @@ std::string printable(std::string_view text) {
 std::size_t displayWidth(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::size_t width = 0;
-  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = g_utf8_next_char(at)) {
+  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = nextCharacter(at)) {
     const gunichar character = g_utf8_get_char(at);
     if (g_unichar_iszerowidth(character) != 0) continue;
     width += g_unichar_iswide(character) != 0 ? 2 : 1;
