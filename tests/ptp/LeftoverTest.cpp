@@ -89,6 +89,34 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   EXPECT_EQ(liar.report(), "");
 }
 
+// Outside a session all ids are 0: nothing tells the answer to one process from that to another.
+TEST(Leftover, OfAProcessThatAskedTheSameOutsideASessionDoesNotKeepTheNextOneOut) {
+  const auto camera = test::simulatedCamera(R"({
+      "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
+  for (const std::size_t taken : {0, 1}) {
+    {
+      SimulatedUSBDevice killed(camera);
+      Bytes room(4096);
+      killed.submit(0x02, room = wire::command(0x1001, 0), 0);
+      EXPECT_TRUE(killed.wait({}));
+      room.resize(4096);
+      for (std::size_t i = 0; i < taken; ++i) {
+        killed.submit(0x81, room, 0);
+        EXPECT_TRUE(killed.wait({}));
+      }
+    }
+    BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), shortTimeouts(),
+                              LogSink(), "the camera");
+    PiecewiseSink sink(4096, 4096);
+    Transaction info{.operation = 0x1001, .receive = &sink};
+    EXPECT_EQ(connection.transact(info, nullptr), 0) << taken;
+    EXPECT_GT(info.bytesReceived, 0U) << taken;
+    EXPECT_EQ(connection.openSession(), 0) << taken;
+    EXPECT_EQ(run(connection, 0x1004), 0) << taken;
+    camera->forgetViolations();  // what the killed one has left undone
+  }
+}
+
 /// Adds up how long the host was ready to wait where nothing came.
 class PatienceMeter : public SimulatedUSBDevice {
  public:

@@ -159,7 +159,11 @@ Outcome BulkConnection::runOnce(Transaction& transaction, std::uint32_t transact
 }
 
 bool BulkConnection::isWorthARestart(const Transaction& transaction, const Outcome& outcome) const {
-  if (runner_.isInStep() || recovery_.silent() || recovery_.gone()) return false;
+  if (recovery_.silent() || recovery_.gone()) return false;
+  // Outside a session all ids are 0: what was taken for the answer to the transaction before may
+  // have been meant for another process.
+  const bool mayBeLate = transaction.operation == kOpenSession && outcome.ending == Ending::kBroken;
+  if (runner_.isInStep() && !mayBeLate) return false;
   if (outcome.done() || outcome.ending == Ending::kGone || outcome.ending == Ending::kCancelled)
     return false;
   // What has gone to the sink, or out of the source, cannot be asked for a second time.

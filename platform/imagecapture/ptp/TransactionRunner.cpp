@@ -102,8 +102,16 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
   const auto limit = impatient ? std::min(timeouts_.takeOver / 2, timeouts_.bulk) : timeouts_.bulk;
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
   if (!outcome.done()) return outcome;
-  if (incoming.header.type == kResponseBlock)
-    return decodeResponse(incoming.bytes, transactionID, transaction);
+  if (incoming.header.type == kResponseBlock) {
+    outcome = decodeResponse(incoming.bytes, transactionID, transaction);
+    const bool lacksData = transaction.operation == kGetDeviceInfo &&
+                           transaction.receive != nullptr &&
+                           transaction.responseCode == static_cast<std::uint16_t>(status::kPTPOK);
+    // Nothing but the id, 0 for both, tells it from the end of what another process has asked for.
+    if (outcome.done() && lacksData && !inStep_)
+      return broken("the device answered without the data that were asked for");
+    return outcome;
+  }
 
   DataIn phase(pipe_, scratch(), transaction.receive, timeouts_);
   outcome = phase.run(incoming.header, incoming.bytes);
