@@ -3,7 +3,7 @@
 #include "platform/imagecapture/ptp/LibusbDevice.h"
 
 #include <gio/gio.h>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <linux/usbdevice_fs.h>
 #include <sys/ioctl.h>
 #include <umockdev.h>
@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 
+#include "platform/imagecapture/ptp/LibusbConnector.h"
 #include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
 
 namespace tarvo::ptp {
@@ -99,6 +100,26 @@ class KeepingNode {
   UMockdevTestbed* bed_;
   UMockdevIoctlBase* handler_;
 };
+
+TEST(LibusbDevice, ThatIsNoneIsRefusedInWords) {
+  const struct {
+    const char* node;
+    Status failure;
+    const char* why;
+  } rows[] = {
+      {"/dev/bus/usb/009/099", status::kICADeviceGone, "/dev/bus/usb/009/099 is gone"},
+      {"/", status::kIOError, "cannot open /: "},
+      {"/dev/null", status::kIOError, "/dev/null"},
+  };
+  LibusbConnector connector(std::make_unique<LibusbDeviceOpener>(), Timeouts(), LogSink());
+  for (const auto& row : rows) {
+    Status failure = 0;
+    std::string why;
+    EXPECT_EQ(connector.connect({row.node, 0}, &failure, &why), nullptr) << row.node;
+    EXPECT_EQ(failure, row.failure) << row.node;
+    EXPECT_THAT(why, testing::HasSubstr(row.why));
+  }
+}
 
 TEST(LibusbDevice, IsGivenUpWhenTheSystemDoesNotGiveABufferBack) {
   const KeepingNode node;
