@@ -248,6 +248,7 @@ TEST(PTPDates, AreReadWithTheirZoneAndRefusedWhereTheCalendarHasNone) {
     EXPECT_EQ(timeOfPTPDate(row.text), row.time) << row.text;
   EXPECT_EQ(ptpDateOfTime(1181908800), "20070615T140000+0200");
   EXPECT_FALSE(ptpDateOfTime(std::numeric_limits<std::time_t>::max()));
+  EXPECT_FALSE(ptpDateOfTime(253402300800)) << "the year 10000";
 }
 
 }  // namespace

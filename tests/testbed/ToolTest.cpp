@@ -168,9 +168,10 @@ TEST_F(Tool, FaultsOnTheBusAreNamed) {
     const char* value;
     const char* error;
   };
-  for (const Row& row : {Row{"stall", "0x1009", "0x"}, Row{"silent", "0x1009", "-9904, 0xffffd950"},
-                         Row{"vanish", "0x1009", "-9903, 0xffffd951"},
-                         Row{"wrong-id", "0x1008,@3+", "-9905, 0xffffd94f"}}) {
+  for (const Row& row :
+       {Row{"stall", "0x1009", "0x"}, Row{"babble", "0x1009", "0x"},
+        Row{"silent", "0x1009", "-9904, 0xffffd950"}, Row{"vanish", "0x1009", "-9903, 0xffffd951"},
+        Row{"wrong-id", "0x1008,@3+", "-9905, 0xffffd94f"}}) {
     const auto id = plug(camera());
     pluggedCamera(id).setFault(row.fault, row.value);
     const auto run = tool("--timeout 1 get --all --output pictures/");
