@@ -18,7 +18,7 @@ constexpr const char* kOperation = "events";
 
 std::string nowText() {
   GDateTime* now = g_date_time_new_now_local();
-  const std::string text = takeText(g_date_time_format(now, "%H:%M:%S"));
+  std::string text = takeText(g_date_time_format(now, "%H:%M:%S"));
   g_date_time_unref(now);
   return text;
 }

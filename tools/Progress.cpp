@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "Utilities/Format.h"
 #include "tools/Words.h"
@@ -51,10 +52,10 @@ std::string progressLine(const std::string& label, std::uint64_t done, std::uint
     numbers = "  " + sizeInWords(done);
   }
   numbers += "  " + sizeInWords(static_cast<std::uint64_t>(rate)) + "/s";
-  if (size > 0 && rate >= 1)
-    numbers +=
-        "  " +
-        durationInWords(static_cast<std::uint64_t>(static_cast<double>(size - done) / rate + 0.5));
+  if (size > 0 && rate >= 1) {
+    const double secondsLeft = std::round(static_cast<double>(size - done) / rate);
+    numbers += "  " + durationInWords(static_cast<std::uint64_t>(secondsLeft));
+  }
   const std::size_t room = columns > numbers.size() ? columns - numbers.size() : 0;
   return fitting(label, room) + numbers;
 }
