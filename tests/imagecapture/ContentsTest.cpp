@@ -26,6 +26,7 @@ struct Entry {
 std::vector<std::byte> bytesOf(const test::PTPBytes& bytes) {
   const std::vector<std::uint8_t> values = bytes;
   std::vector<std::byte> converted;
+  converted.reserve(values.size());
   for (const auto value : values)
     converted.push_back(static_cast<std::byte>(value));
   return converted;

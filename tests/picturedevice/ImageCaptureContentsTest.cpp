@@ -8,7 +8,6 @@
 namespace tarvo::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 PropertyDictionary file(const std::string& name, std::uint32_t object) {

@@ -84,8 +84,8 @@ TEST_F(Downloads, LeaveNothingAfterAFailure) {
   const auto outcomes = [&] {
     folder_.write("file", "old");
     ObjectDownloads downloads(device_);
-    const std::vector<Status> statuses = {downloads.file(kObject, folder_.path("file")),
-                                          downloads.image(kObject, folder_.path("image"))};
+    std::vector<Status> statuses = {downloads.file(kObject, folder_.path("file")),
+                                    downloads.image(kObject, folder_.path("image"))};
     EXPECT_FALSE(downloads.data(kObject));
     EXPECT_THAT(files(), IsEmpty());
     return statuses;
@@ -134,7 +134,7 @@ TEST_F(Downloads, OfPicturesAskForProgressAndNeverReplaceAFile) {
 }
 
 TEST_F(Downloads, OfUnknownSizeAreReadToTheirEndAtOnce) {
-  device_.add(kObject, "a.jpg", pattern(3 * kChunk)).setCompressedSize(0xFFFFFFFF);
+  device_.add(kObject, "a.jpg", pattern(std::size_t{3} * kChunk)).setCompressedSize(0xFFFFFFFF);
   EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("file")), 0);
   const auto result =
       ObjectFetch(device_).toFile(kObject, {.folder = folder_.path(), .device = "serial"});

@@ -13,7 +13,6 @@ namespace tarvo::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr std::uint32_t kMiB = 1U << 20;

@@ -229,7 +229,7 @@ TEST(PTPSending, InPartsAsksTheCallbackBetweenThemAndStopsAtAFailure) {
       {0, 0x2001, 0x2007, 0x2007, {0}, 2},
   };
   for (const auto& row : rows) {
-    Sending sending(5 * kMiB);
+    Sending sending(std::size_t{5} * kMiB);
     sending.camera.answers[0x100C].responseCode = row.announcement;
     sending.camera.answers[0x9019].responseCode = row.part;
     std::vector<std::uint32_t> told;
@@ -254,7 +254,7 @@ TEST(PTPSending, SaysWhyAFileCannotBeSent) {
     EXPECT_EQ(missing.handle, 0U);
   }
   // Shorter than announced: in parts it is noticed at once.
-  Sending shortened(3 * kMiB);
+  Sending shortened(std::size_t{3} * kMiB);
   std::filesystem::resize_file(shortened.path, 2 * kMiB + 5);
   EXPECT_EQ(shortened.send(), -36);
 
@@ -269,7 +269,7 @@ TEST(PTPSending, SaysWhyAFileCannotBeSent) {
 
 TEST(PTPQueries, AreSentWholeAsObjectsOfTheirOwnFormat) {
   Sending sending(0);
-  const std::string query(3 * kMiB, 'q');
+  const std::string query(std::size_t{3} * kMiB, 'q');
   EXPECT_EQ(sending->sendQuery(query, &sending.handle), 0);
   EXPECT_EQ(sending.handle, 42U);
   EXPECT_THAT(sending.sent(), ElementsAre(testing::StartsWith("100c(0,0)3>"), "100d()3>3145728"));
