@@ -154,7 +154,8 @@ TEST_F(LibusbTransfers, ArePickedUpAfterAHostThatWentInTheMiddle) {
   test::Bytes memory(kObjectSize);
   Leaving sink(memory);
   EXPECT_ANY_THROW(receive(sink));
-  connection_.release();  // As a killed process: nothing is closed, and the next one comes.
+  // As a killed process: nothing is closed, and the next one comes.
+  static_cast<void>(connection_.release());
   umockdev_testbed_detach_ioctl(bed_.get(), kNode, nullptr);
   node_ = UsbfsNode::create({1, 4}, camera_, nullptr, [] {});
   handler_ = node_->makeHandler();
