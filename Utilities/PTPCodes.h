@@ -99,6 +99,20 @@ enum DeviceProperty : std::uint16_t {
   kIntention = 0xD206,
 };
 
+/// Event codes (ISO 15740, clause "Events") after which something that was read is no longer true.
+enum EventCode : std::uint16_t {
+  kObjectAdded = 0x4002,
+  kObjectRemoved = 0x4003,
+  kStoreAdded = 0x4004,
+  kStoreRemoved = 0x4005,
+  kDevicePropChanged = 0x4006,
+  kObjectInfoChanged = 0x4007,
+  kDeviceReset = 0x400B,
+  kStorageInfoChanged = 0x400C,
+  /// The device has lost events, so anything may be stale.
+  kUnreportedStatus = 0x400E,
+};
+
 /// Container types of PTP over USB (PIMA 15740, annex D, "Container structure"). Every container
 /// opens with a header of 12 bytes, little-endian: length (u32, header included), type (u16), code
 /// (u16), transaction id (u32).

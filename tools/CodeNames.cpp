@@ -108,19 +108,19 @@ constexpr auto kProperties = std::to_array<CodeName>({
 
 constexpr auto kEvents = std::to_array<CodeName>({
     {0x4001, "CancelTransaction"},
-    {0x4002, "ObjectAdded"},
-    {0x4003, "ObjectRemoved"},
-    {0x4004, "StoreAdded"},
-    {0x4005, "StoreRemoved"},
-    {0x4006, "DevicePropChanged"},
-    {0x4007, "ObjectInfoChanged"},
+    {ptp::kObjectAdded, "ObjectAdded"},
+    {ptp::kObjectRemoved, "ObjectRemoved"},
+    {ptp::kStoreAdded, "StoreAdded"},
+    {ptp::kStoreRemoved, "StoreRemoved"},
+    {ptp::kDevicePropChanged, "DevicePropChanged"},
+    {ptp::kObjectInfoChanged, "ObjectInfoChanged"},
     {0x4008, "DeviceInfoChanged"},
     {0x4009, "RequestObjectTransfer"},
     {0x400A, "StoreFull"},
-    {0x400B, "DeviceReset"},
-    {0x400C, "StorageInfoChanged"},
+    {ptp::kDeviceReset, "DeviceReset"},
+    {ptp::kStorageInfoChanged, "StorageInfoChanged"},
     {0x400D, "CaptureComplete"},
-    {0x400E, "UnreportedStatus"},
+    {ptp::kUnreportedStatus, "UnreportedStatus"},
 });
 
 constexpr auto kFormats = std::to_array<CodeName>({

@@ -76,31 +76,33 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
                              std::span<const std::uint32_t> parameters) {
   const std::uint32_t subject = parameters.empty() ? 0 : parameters.front();
   StaleCaches caches(fields, device);
-  switch (static_cast<PTPEventCode>(code)) {
-    case PTPEventCode::kObjectAdded:
-    case PTPEventCode::kObjectRemoved:
+  switch (code) {
+    case ptp::kObjectAdded:
+    case ptp::kObjectRemoved:
       // A handle may be given a second time after a removal, so an addition makes stale, too.
       caches.dropObject(subject);
       forgetCounts(fields);
       break;
-    case PTPEventCode::kObjectInfoChanged:
+    case ptp::kObjectInfoChanged:
       caches.dropObject(subject);
       break;
-    case PTPEventCode::kStoreAdded:
-    case PTPEventCode::kStoreRemoved:
+    case ptp::kStoreAdded:
+    case ptp::kStoreRemoved:
       caches.dropObjectsOfStore(subject);
       caches.dropStores();
       break;
-    case PTPEventCode::kStorageInfoChanged:
+    case ptp::kStorageInfoChanged:
       // Free space is asked for each time; how many objects there are is kept.
       caches.dropStores();
       break;
-    case PTPEventCode::kDevicePropChanged:
+    case ptp::kDevicePropChanged:
       caches.dropProperty(subject, maker);
       break;
-    case PTPEventCode::kDeviceReset:
-    case PTPEventCode::kUnreportedStatus:
+    case ptp::kDeviceReset:
+    case ptp::kUnreportedStatus:
       caches.dropAll();
+      break;
+    default:
       break;
   }
 }

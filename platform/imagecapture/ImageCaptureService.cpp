@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
 #include "platform/imagecapture/ObjectDownload.h"
 #include "platform/imagecapture/PTPMessages.h"
 
@@ -15,12 +16,6 @@ class IdleScope : public ICAScope {};
 
 constexpr ICAObjectInfo kDeviceListInfo{ica::kObjectList, ica::kDevice};
 constexpr ICAObjectInfo kDeviceInfo{ica::kDevice, ica::kCamera};
-
-// Event codes of ISO 15740 after which the contents of a camera are not what they were.
-constexpr std::uint16_t kObjectAdded = 0x4002;
-constexpr std::uint16_t kObjectRemoved = 0x4003;
-constexpr std::uint16_t kStoreAdded = 0x4004;
-constexpr std::uint16_t kStoreRemoved = 0x4005;
 
 /// Containers on USB do not say which session an event belongs to.
 constexpr std::uint32_t kNoSession = 0xFFFFFFFF;
@@ -161,14 +156,15 @@ void ImageCaptureService::updateWatching(const DeviceObject& device) {
 }
 
 void ImageCaptureService::cameraReported(ICAObject object, const ptp::Event& event) {
-  const bool stores = event.code == kStoreAdded || event.code == kStoreRemoved;
+  const bool stores = event.code == ptp::kStoreAdded || event.code == ptp::kStoreRemoved;
   // Forgotten first, so that who hears of it reads anew. Another store may use the same handles.
   if (stores) contents_.dropFiles(object);
-  if (stores || event.code == kObjectAdded || event.code == kObjectRemoved) forgetContents(object);
+  if (stores || event.code == ptp::kObjectAdded || event.code == ptp::kObjectRemoved)
+    forgetContents(object);
   events_.deliver({object, ica::kExtended, dictionaryOf(event)});
   const DeviceObject* device = objects_.device(object);
   if (!stores || !device) return;
-  const auto type = event.code == kStoreAdded ? ica::kStoreAdded : ica::kStoreRemoved;
+  const auto type = event.code == ptp::kStoreAdded ? ica::kStoreAdded : ica::kStoreRemoved;
   events_.deliver({object, type, {{"ifil", nameOf(*device)}}});
 }
 
