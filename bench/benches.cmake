@@ -1,5 +1,9 @@
 tarvo_bench(codec_bench codec_bench.cpp LIBRARIES tarvo_codec)
 
+# Without the library of benchmarks, which would choose the number of runs itself.
+add_executable(codec_operations codec_operations.cpp)
+target_link_libraries(codec_operations PRIVATE tarvo_codec)
+
 # Kept out of the product's dependencies: only this program uses the C++ bindings.
 pkg_check_modules(GIOMM REQUIRED IMPORTED_TARGET giomm-2.68)
 add_executable(bare_giomm bare_giomm.cpp)
