@@ -2,8 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
+#include <utility>
 
 #include "fuzz/RandomUSBDevice.h"
 #include "tests/ptp/Connecting.h"
@@ -35,16 +37,29 @@ class RandomConversation {
   bool keptToTheRoom() const { return keptToTheRoom_; }
 
  private:
+  /// Each of its exact size, and kept from one conversation to the next: making a large one takes
+  /// longer than all the rest.
+  static std::map<std::size_t, Bytes>& rooms() {
+    static std::map<std::size_t, Bytes> rooms;
+    return rooms;
+  }
+  Bytes takeRoom() const {
+    Bytes& room = rooms()[room_];
+    if (room.size() != room_) room = Bytes(room_);
+    return std::move(room);
+  }
   void receive(ptp::BulkConnection& connection, std::uint16_t operation) {
-    ptp::PiecewiseSink sink(room_, most_);
+    ptp::PiecewiseSink sink(takeRoom(), most_);
     ptp::Transaction transaction{.operation = operation, .receive = &sink};
     static_cast<void>(connection.transact(transaction, nullptr));
     keptToTheRoom_ = keptToTheRoom_ && sink.inOrder();
+    rooms()[room_] = sink.takeMemory();
   }
   void send(ptp::BulkConnection& connection, std::uint16_t operation) {
-    ptp::PiecewiseSource source(Bytes(room_), most_);
+    ptp::PiecewiseSource source(takeRoom(), most_);
     ptp::Transaction transaction{.operation = operation, .send = &source};
     static_cast<void>(connection.transact(transaction, nullptr));
+    rooms()[room_] = source.takeBytes();
   }
 
   std::size_t room_ = 0;

@@ -27,6 +27,8 @@ inline std::unique_ptr<BulkConnection> connectTo(test::USBScript& script,
 class PiecewiseSink : public DataSink {
  public:
   PiecewiseSink(std::size_t size, std::size_t most) : memory_(size), most_(most) {}
+  /// Over memory that is there already.
+  PiecewiseSink(test::Bytes memory, std::size_t most) : memory_(std::move(memory)), most_(most) {}
 
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
     inOrder_ = inOrder_ && offset >= filled_;
@@ -41,6 +43,7 @@ class PiecewiseSink : public DataSink {
   }
 
   const test::Bytes& memory() const { return memory_; }
+  test::Bytes takeMemory() { return std::move(memory_); }
   std::uint64_t filled() const { return filled_; }
   bool inOrder() const { return inOrder_ && filled_ <= memory_.size(); }
 
@@ -59,6 +62,7 @@ class PiecewiseSource : public DataSource {
   PiecewiseSource(test::Bytes bytes, std::size_t most) : bytes_(std::move(bytes)), most_(most) {}
 
   std::uint64_t size() const override { return bytes_.size(); }
+  test::Bytes takeBytes() { return std::move(bytes_); }
   std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) override {
     if (offset >= failAt) return {};
     return std::span(bytes_).subspan(offset).first(
