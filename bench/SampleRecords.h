@@ -9,9 +9,9 @@
 #include <numeric>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 
 namespace tarvo::bench {
 

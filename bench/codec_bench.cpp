@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "bench/SampleRecords.h"
 
 namespace tarvo::bench {

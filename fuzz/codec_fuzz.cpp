@@ -14,8 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "fuzz/Require.h"

@@ -9,7 +9,7 @@
 #include <span>
 #include <string>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "fuzz/Require.h"

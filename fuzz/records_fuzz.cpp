@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
 #include "fuzz/Require.h"
 

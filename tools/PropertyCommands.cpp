@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"

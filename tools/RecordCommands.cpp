@@ -6,7 +6,7 @@
 #include <cstring>
 #include <memory>
 
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
 #include "tools/Words.h"
 

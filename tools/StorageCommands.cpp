@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "tools/Listing.h"
 #include "tools/OpenedDevice.h"
 #include "tools/Words.h"

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 
 namespace tarvo {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {

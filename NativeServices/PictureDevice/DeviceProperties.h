@@ -6,7 +6,7 @@
 #include <string>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "Utilities/Status.h"
 
 namespace tarvo {

@@ -13,7 +13,7 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/FileTypeTables.h"
-#include "NativeServices/PictureDevice/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "Utilities/Format.h"
 #include "Utilities/FourCharCode.h"
 #include "Utilities/PTPCodes.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 

@@ -13,8 +13,8 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/HostFileNames.h"
-#include "NativeServices/PictureDevice/PTPDates.h"
 #include "NativeServices/PictureDevice/PartFile.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
 

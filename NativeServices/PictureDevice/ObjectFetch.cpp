@@ -10,8 +10,8 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/PTPDates.h"
 #include "NativeServices/PictureDevice/PartFile.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "Utilities/Exception.h"
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"

@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Status.h"
 #include "platform/foundation/MakerConstants.h"
 

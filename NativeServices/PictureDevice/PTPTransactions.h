@@ -13,9 +13,9 @@
 
 #include "NativeServices/PictureDevice/ByteBuffer.h"
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/Status.h"
 #include "platform/imagecapture/PTPPassThroughPB.h"
 #include "platform/imagecapture/ptp/DataPhase.h"

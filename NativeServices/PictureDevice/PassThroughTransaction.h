@@ -21,7 +21,7 @@
 
 #include "NativeServices/PictureDevice/ByteBuffer.h"
 #include "NativeServices/PictureDevice/DataPhases.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/Status.h"
 #include "platform/imagecapture/PTPPassThroughPB.h"
 

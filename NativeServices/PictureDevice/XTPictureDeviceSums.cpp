@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/DeviceLanguages.h"
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {

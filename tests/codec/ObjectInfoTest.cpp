@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"
 #include "tests/support/TraceRecorder.h"

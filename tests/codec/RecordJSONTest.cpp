@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"
 #include "tests/support/TraceRecorder.h"

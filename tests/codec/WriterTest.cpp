@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"
 #include "tests/support/TraceRecorder.h"

@@ -10,7 +10,7 @@ cd "$tree"
 
 # Highest room first. A folder that is not named here belongs to its parent.
 rooms=(agent tools relay viewer msc identify NativeServices/PictureDevice identify/models
-  NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
+  NativeServices/PictureDevice/datasets NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
   platform/iokit platform/foundation Utilities)
 headings=("## Purpose" "## Interfaces" "## Outside world" "## Tests")
 breaches=0
@@ -46,8 +46,8 @@ check_layers() {
     case $file in
       simulator/*)
         case $included in
-          simulator/* | Utilities/* | NativeServices/PictureDevice/XT*PTPDataSet.h | \
-            NativeServices/PictureDevice/XTUInt128.h) ;;
+          simulator/* | Utilities/* | NativeServices/PictureDevice/datasets/XT*PTPDataSet.h | \
+            NativeServices/PictureDevice/datasets/XTUInt128.h) ;;
           *) breach "$file includes $included; the simulator uses Utilities and the codec only" ;;
         esac
         ;;

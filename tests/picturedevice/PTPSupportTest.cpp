@@ -9,7 +9,7 @@
 #include "NativeServices/PictureDevice/DevicePictures.h"
 #include "NativeServices/PictureDevice/DeviceProperties.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
-#include "NativeServices/PictureDevice/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/support/Raised.h"

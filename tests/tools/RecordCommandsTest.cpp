@@ -1,7 +1,7 @@
 // decode and encode: without a device, and without a platform.
 #include <gmock/gmock.h>
 
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "tests/tools/ToolBench.h"
 
 namespace tarvo::test {

@@ -1,7 +1,7 @@
-#include "NativeServices/PictureDevice/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/RecordFields.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
 
 namespace tarvo {
 

@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -15,8 +15,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 
 namespace tarvo {
 

@@ -1,10 +1,10 @@
-#include "NativeServices/PictureDevice/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 
 #include <algorithm>
 #include <array>
 #include <string>
 
-#include "NativeServices/PictureDevice/RecordJSONFields.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSONFields.h"
 
 namespace tarvo {
 

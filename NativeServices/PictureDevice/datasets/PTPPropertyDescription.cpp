@@ -5,9 +5,9 @@
 #include <cstddef>
 #include <limits>
 
-#include "NativeServices/PictureDevice/JSONValues.h"
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/RecordFields.h"
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 

@@ -15,11 +15,11 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/JSONValues.h"
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/RecordFields.h"
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {

@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 
 #include <uuid/uuid.h>
 

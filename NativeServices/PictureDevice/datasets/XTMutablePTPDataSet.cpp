@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 
 #include <uuid/uuid.h>
 

@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/JSONValues.h"
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
 
 #include <utility>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 
 namespace tarvo {
 

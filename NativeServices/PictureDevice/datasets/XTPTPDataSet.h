@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {

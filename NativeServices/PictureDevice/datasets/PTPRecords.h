@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {

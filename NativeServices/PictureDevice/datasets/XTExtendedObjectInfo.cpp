@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 
 #include <algorithm>
 #include <array>
@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/RecordFields.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "Utilities/Format.h"
 
 namespace tarvo {

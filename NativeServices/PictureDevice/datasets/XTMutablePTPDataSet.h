@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 
 namespace tarvo {
 

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/XTPTPDataSet.h"
-#include "NativeServices/PictureDevice/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 
 namespace tarvo {
 

@@ -1,4 +1,4 @@
-#include "NativeServices/PictureDevice/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 
 #include <algorithm>
 #include <array>

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/PTPRecords.h"
-#include "NativeServices/PictureDevice/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
