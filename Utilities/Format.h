@@ -15,4 +15,17 @@ namespace tarvo {
 /// The same for functions that have such arguments themselves. `arguments` is spent afterwards.
 [[gnu::format(printf, 1, 0)]] std::string formattedV(const char* format, std::va_list arguments);
 
+/// How a trace shows a list of texts: "(one, two)". Any thread.
+template <typename Texts>
+std::string listText(const Texts& texts) {
+  std::string list = "(";
+  const char* separator = "";
+  for (const auto& text : texts) {
+    list += separator;
+    list += text;
+    separator = ", ";
+  }
+  return list + ")";
+}
+
 }  // namespace tarvo

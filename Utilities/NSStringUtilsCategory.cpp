@@ -119,6 +119,11 @@ std::u16string utf16FromUTF8(std::string_view text) {
   return units;
 }
 
+std::size_t utf16Length(std::string_view text) {
+  const std::size_t plain = plainLength(text);
+  return plain + utf16FromUTF8(text.substr(plain)).size();
+}
+
 std::string utf8FromUTF16(std::u16string_view units) {
   std::string text;
   text.reserve(units.size());

@@ -2,6 +2,7 @@
 // locale's multibyte encoding. The agent's log takes wide strings.
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <string>
 #include <string_view>
@@ -12,6 +13,9 @@ namespace tarvo {
 /// become U+FFFD, one for each longest beginning of a well-formed sequence (Unicode, "U+FFFD
 /// Substitution of Maximal Subparts"). Zero characters are kept. Any thread.
 std::u16string utf16FromUTF8(std::string_view text);
+
+/// The number of UTF-16 code units of a text, by which devices limit it. Any thread.
+std::size_t utf16Length(std::string_view text);
 
 /// UTF-16 to UTF-8. An unpaired surrogate becomes U+FFFD, so the result is always well-formed: what
 /// goes into D-Bus messages and JSON must be. Any thread.

@@ -30,6 +30,11 @@ std::optional<std::int32_t> int32ForKey(const PropertyDictionary& dictionary,
   return static_cast<std::int32_t>(static_cast<std::uint32_t>(bits));
 }
 
+const PropertyDictionary* arrayForKey(const PropertyDictionary& dictionary, std::string_view key) {
+  const PropertyDictionary* value = valueForKey(dictionary, key);
+  return value != nullptr && value->is_array() ? value : nullptr;
+}
+
 std::string lastPathComponent(std::string_view path) {
   const auto end = path.find_last_not_of('/');
   if (end == std::string_view::npos) return {};

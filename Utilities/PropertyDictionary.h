@@ -28,6 +28,10 @@ std::optional<std::string> textForKey(const PropertyDictionary& dictionary, std:
 /// compared, hence the wrap. A fraction, a truth value and a text are no number. Never raises.
 std::optional<std::int32_t> int32ForKey(const PropertyDictionary& dictionary, std::string_view key);
 
+/// The array under `key`, which is part of `dictionary`; null when there is none, as above. Never
+/// raises.
+const PropertyDictionary* arrayForKey(const PropertyDictionary& dictionary, std::string_view key);
+
 /// "a/b/c.app" gives "c.app"; trailing slashes are ignored; empty text, and slashes alone, give
 /// empty text. Looks at the text alone, never at the file system.
 std::string lastPathComponent(std::string_view path);

@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
+
+#include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/SystemVersion.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/Raised.h"
@@ -99,6 +102,24 @@ TEST(SystemVersionTest, IsTheNumberOfThePlatformGroupOrZero) {
     defaults.setText("Platform", "SystemVersion", text);
     EXPECT_EQ(systemVersion(defaults), expected) << text;
   }
+}
+
+TEST(DefaultEncodingTest, IsAnEightBitOneOfThePlatformGroupOrTheLocales) {
+  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  EXPECT_EQ(defaultEncoding(FakeUserDefaults()), "UTF-8");
+  const std::pair<const char*, const char*> rows[] = {
+      {"ISO-8859-1", "ISO-8859-1"}, {"cp1252", "cp1252"}, {"SHIFT_JIS", "SHIFT_JIS"},
+      {"ISO-8859", "UTF-8"},        {"UTF-16", "UTF-8"},  {"EBCDIC-US", "UTF-8"}};
+  for (const auto& [text, expected] : rows) {
+    FakeUserDefaults defaults;
+    RecordingSystemLog log;
+    defaults.setText("Platform", "DefaultEncoding", text);
+    EXPECT_EQ(defaultEncoding(defaults, log.sink()), expected) << text;
+    EXPECT_EQ(log.count("DefaultEncoding is ignored: '" + std::string(text) + "'"),
+              std::string(text) == expected ? 0U : 1U);
+  }
+  std::setlocale(LC_CTYPE, "C");
+  EXPECT_EQ(defaultEncoding(FakeUserDefaults()), "ANSI_X3.4-1968");
 }
 
 }  // namespace
