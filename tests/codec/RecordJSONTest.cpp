@@ -81,6 +81,40 @@ const std::vector<Row>& rows() {
        R"({"version": 1, "characterTypeLimitation": 2, "maxAddresses": 3, "maxGroups": 4,
            "maxAddressesPerGroup": 5, "maxAddressLengthInBytes": 6,
            "maxNicknameLengthInBytes": 7, "maxGroupNameLengthInBytes": 4294967295})"},
+      {"contact",
+       "10000000 00112233445566778899aabbccddeeff 02 6500 0000 02 6e00 0000 02 6600 0000 00"
+       "02 3100 0000 02 3200 0000 02 6300 0000 00 00 02 7a00 0000 02 7000 0000 00000000 00000000"
+       "0100 ffff",
+       R"({"kABUIDProperty": "00112233-4455-6677-8899-AABBCCDDEEFF", "kABEmailProperty": "e",
+           "kABNicknameProperty": "n", "kABFirstNameProperty": "f", "kABLastNameProperty": "",
+           "kABAddressStreetKey": "1\r2", "kABAddressCityKey": "c", "kABAddressStateKey": "",
+           "kABAddressCountryKey": "", "kABAddressZIPKey": "z", "kABPhoneProperty": "p",
+           "XTContactImageKey": 0, "XTContactAssociatedGroupsKey": [],
+           "XTContactSharingPrefKey": 1, "XTContactDefaultNumPrintsKey": 65535})"},
+      {"group", "02 6700 0000 01000000 02000000 05000000 ffffffff",
+       R"({"kABGroupNameProperty": "g", "XTContactGroupImageKey": 1,
+           "contactGroupMembersKey": [5, 4294967295]})"},
+      {"emailorder",
+       "10000000 00112233445566778899aabbccddeeff 0100 02 7300 0000 01000000 02000000"
+       "02 7400 0000 02 6200 0000 02000000 04000000 03000000",
+       R"({"XTOrderIDKey": "00112233-4455-6677-8899-AABBCCDDEEFF",
+           "XTEmailOrderServiceTypeKey": 1, "XTEmailOrderSenderAddressKey": "s",
+           "XTEmailOrderDestAddressListKey": [2], "XTEmailOrderSubjectKey": "t",
+           "XTEmailOrderBodyKey": "b", "XTOrderAssetHandlesListKey": [4, 3]})"},
+      {"printorder",
+       "10000000 00000000000000000000000000000000 02 6100 0000 0100 0200 0300 04000000 0500 0600"
+       "ffff 00 08000000 ffffffff 0a000000",
+       R"({"XTOrderIDKey": "00000000-0000-0000-0000-000000000000",
+           "XTPrintOrderAccessCodeKey": "a", "XTPrintOrderServiceTypeKey": 1,
+           "XTPrintOrderTypeKey": 2, "XTPrintOrderMultiUpKey": 3, "XTPrintOrderPaperSizeKey": 4,
+           "XTPrintAssetsRemainingKey": 5, "XTPrintOrderQuantityKey": 6,
+           "XTPrintOrderEnhanceKey": 65535, "XTPrintOrderAnnotationKey": "",
+           "XTPrintOrderDateKey": 8, "XTPrintAssetCompressedSizeKey": 4294967295,
+           "XTOrderAssetHandlesListKey": [10]})"},
+      {"transferorder",
+       "10000000 00112233445566778899aabbccddeeff 0100 02 7300 0000 01000000 03000000",
+       R"({"XTOrderIDKey": "00112233-4455-6677-8899-AABBCCDDEEFF", "XTTransferOrderTypeKey": 1,
+           "XTTransferOrderSenderKey": "s", "XTOrderAssetListKey": [3]})"},
       {"propdesc", "0150 0200 00 50 32 01 00 64 0a",
        R"({"code": 20481, "datatype": 2, "writable": false, "factoryDefault": 80, "current": 50,
            "form": "range", "minimum": 0, "maximum": 100, "step": 10})"},
@@ -144,12 +178,18 @@ TEST(RecordJSON, TakesNoTypesDocumentForAnothersUnlessItIsOne) {
 }
 
 TEST(RecordJSON, WritesZeroAndEmptyForAbsentKeys) {
-  for (const char* type : {"deviceinfo", "objectinfo", "extobjectinfo", "storageinfo"}) {
+  const std::string noGUID = "00000000-0000-0000-0000-000000000000";
+  for (const char* type : {"deviceinfo", "objectinfo", "extobjectinfo", "storageinfo", "group",
+                           "emailorder", "printorder", "transferorder"}) {
     const PropertyDictionary json = decoded(type, encoded(type, PropertyDictionary::object()));
-    EXPECT_GE(json.size(), 6U);
+    EXPECT_GE(json.size(), 3U);
     for (const auto& [key, value] : json.items()) {
-      const PropertyDictionary nothing[] = {0, "", PropertyDictionary::array(),
-                                            std::string(32, '0')};
+      const PropertyDictionary nothing[] = {0,
+                                            "",
+                                            PropertyDictionary::array(),
+                                            std::string(32, '0'),
+                                            noGUID,
+                                            PropertyDictionary::array({0})};
       EXPECT_THAT(nothing, ::testing::Contains(value)) << type << ' ' << key;
     }
   }
@@ -184,6 +224,16 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
       {"storageinfo",
        {{"maxCapacity", -1}},
        "maxCapacity must be a whole number from 0 to 18446744073709551615"},
+      {"contact", {{"kABEmailProperty", nullptr}}, "kABEmailProperty must be a text"},
+      {"contact",
+       {{"XTPTPObjectHandleKey", 1}},
+       "\"XTPTPObjectHandleKey\" is no key of this record"},
+      {"contact",
+       {{"kABAddressStreetKey", "a\r" + tooLong}},
+       "kABAddressStreetKey is too long: at most 254 UTF-16 units can be written"},
+      {"printorder",
+       {{"XTOrderAssetHandlesListKey", {1, 2}}},
+       "XTOrderAssetHandlesListKey must hold one handle"},
       {"propdesc", {{"writable", 1}}, "writable must be true or false"},
       {"string", tooLong, "the document is too long: at most 254 UTF-16 units can be written"},
       {"string", 1, "the document must be a text"},
@@ -199,6 +249,10 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
         << row.type << ' ' << row.json;
   }
   EXPECT_EQ(encoded("string", std::string(254, 'x')).size(), 1U + 2 * 255);
+  const std::string line(254, 'x');  // each counts for itself, and the third is not written
+  EXPECT_GE(
+      encoded("contact", {{"kABAddressStreetKey", line + '\r' + line + '\r' + tooLong}}).size(),
+      4U * 255);
 }
 
 TEST(RecordJSON, BelievesNoCountBeforeTheBytesAreThere) {
@@ -207,6 +261,8 @@ TEST(RecordJSON, BelievesNoCountBeforeTheBytesAreThere) {
               StartsWith(reason + "8589934590 "));
   EXPECT_THAT(raised([] { decoded("uint32array", hexBytes("ffffffff 0100")); }),
               StartsWith(reason + "17179869180 "));
+  EXPECT_THAT(raised([] { decoded("group", hexBytes("00 00000000 ffffffff 01000000")); }),
+              StartsWith("NSRangeException: out of bounds error: location=9, length=17179869180 "));
   EXPECT_THAT(raised([] { decoded("guid", hexBytes("ffffffff 0100")); }),
               StartsWith("NSRangeException: out of bounds error: "));
   // 65535 values, of which two are there.

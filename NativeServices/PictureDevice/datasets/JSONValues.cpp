@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 
@@ -9,8 +10,13 @@ namespace tarvo {
 
 namespace {
 
-/// A PTP string counts its units, the terminator included, in one byte.
-constexpr std::size_t kMostUnits = 254;
+/// The writer would wrap the count, and what it writes could not be read again.
+void refuseLongText(std::string_view text, std::string_view name, std::size_t most) {
+  // No text has more units than bytes.
+  if (text.size() <= most || utf16FromUTF8(text).size() <= most) return;
+  refuseValue(name,
+              "is too long: at most " + std::to_string(most) + " UTF-16 units can be written");
+}
 
 }  // namespace
 
@@ -49,12 +55,18 @@ bool boolFromJSON(const PropertyDictionary& value, std::string_view name) {
   return value.get<bool>();
 }
 
-std::string textFromJSON(const PropertyDictionary& value, std::string_view name) {
+std::string textFromJSON(const PropertyDictionary& value, std::string_view name, std::size_t most) {
   if (!value.is_string()) refuseValue(name, "must be a text");
   auto text = value.get<std::string>();
-  // The writer would wrap the count, and what it writes could not be read again.
-  if (utf16FromUTF8(text).size() > kMostUnits)
-    refuseValue(name, "is too long: at most 254 UTF-16 units can be written");
+  refuseLongText(text, name, most);
+  return text;
+}
+
+std::string linesFromJSON(const PropertyDictionary& value, std::string_view name,
+                          std::size_t most) {
+  auto text = textFromJSON(value, name, kAnyLength);
+  for (const std::string_view line : firstTwoLines(text))
+    refuseLongText(line, name, most);
   return text;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <string>
@@ -16,6 +17,11 @@
 
 namespace tarvo {
 
+/// A PTP string counts its units, the terminator included, in one byte.
+inline constexpr std::size_t kMostStringUnits = 254;
+/// For texts that are judged elsewhere.
+inline constexpr std::size_t kAnyLength = std::numeric_limits<std::size_t>::max();
+
 /// Raises with "<name> <complaint>".
 [[noreturn]] void refuseValue(std::string_view name, std::string_view complaint);
 
@@ -26,8 +32,12 @@ std::int64_t signedFromJSON(const PropertyDictionary& value, std::int64_t least,
                             std::string_view name);
 /// A truth value; 0 and 1 are none.
 bool boolFromJSON(const PropertyDictionary& value, std::string_view name);
-/// Text that a PTP string can hold: at most 254 UTF-16 units.
-std::string textFromJSON(const PropertyDictionary& value, std::string_view name);
+/// Text of at most `most` UTF-16 units: what a PTP string can hold, where nothing else is said.
+std::string textFromJSON(const PropertyDictionary& value, std::string_view name,
+                         std::size_t most = kMostStringUnits);
+/// Text whose first two lines, as TwoLinesField has them, are no longer than that.
+std::string linesFromJSON(const PropertyDictionary& value, std::string_view name,
+                          std::size_t most = kMostStringUnits);
 /// 32 hexadecimal digits of either case.
 XTUInt128 bytesFromJSON(const PropertyDictionary& value, std::string_view name);
 /// An array, whose elements are not looked at.

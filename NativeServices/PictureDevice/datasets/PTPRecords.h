@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/AddressBookInfo.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/PropertyDictionary.h"
@@ -62,21 +63,6 @@ struct PTPStorageInfo {
 std::shared_ptr<const PTPStorageInfo> scanStorageInfo(XTPTPDataSet& dataSet);
 /// What scanStorageInfo() reads; the two texts behind it are empty.
 XTMutablePTPDataSet dataSetFromStorageInfo(const PTPStorageInfo& info);
-
-/// The limits of the address book of a device, its answer to XTO_GET_ADDRESS_BOOK_INFO (28 bytes).
-/// Limits "in bytes" count UTF-16 units.
-struct XT_AddressBookInfo {
-  std::uint16_t version = 0;  ///< 0: not read
-  std::uint16_t characterTypeLimitation = 0;
-  std::uint32_t maxAddresses = 0;
-  std::uint32_t maxGroups = 0;
-  std::uint32_t maxAddressesPerGroup = 0;
-  std::uint32_t maxAddressLengthInBytes = 0;
-  std::uint32_t maxNicknameLengthInBytes = 0;
-  std::uint32_t maxGroupNameLengthInBytes = 0;
-
-  friend bool operator==(const XT_AddressBookInfo&, const XT_AddressBookInfo&) = default;
-};
 
 /// Reads and traces the fields. Raises NSRangeException when the data set ends early.
 XT_AddressBookInfo scanAddressBookInfo(XTPTPDataSet& dataSet);

@@ -4,17 +4,23 @@
 //   visitFields(info, FieldReader(dataSet));
 //   visitFields(info, [](const char* name, const auto& field) { ... });
 //
-// A visitor is called with the field's name and the field itself, whose type says how it travels.
+// A visitor is called with the field's name and the field itself, whose type says how it travels;
+// where the type alone does not say it, the field comes in a wrapper (GUIDField and its like).
 #pragma once
 
 #include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/AddressBook.h"
+#include "NativeServices/PictureDevice/datasets/Orders.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 
@@ -26,6 +32,41 @@ inline constexpr std::array<const char*, 3> kRangeNames = {"minimum", "maximum",
 /// `Record` itself or const.
 template <typename Candidate, typename Record>
 concept ConstOrNot = std::same_as<std::remove_const_t<Candidate>, Record>;
+
+/// A text that travels as the 16 bytes of a GUID. `Text` is a string or an optional one.
+template <typename Text>
+struct GUIDField {
+  explicit GUIDField(Text& text) : value(text) {}
+  Text& value;
+};
+
+/// A text of lines, separated by one carriage return, that travels as two strings.
+template <typename Text>
+struct TwoLinesField {
+  explicit TwoLinesField(Text& text) : value(text) {}
+  Text& value;
+};
+
+/// The handle of an object that stands for a list of objects elsewhere.
+template <typename Handle>
+struct OneHandleField {
+  explicit OneHandleField(Handle& handle) : value(handle) {}
+  Handle& value;
+};
+
+/// What travels of the lines of a text: the first two. Further ones are dropped, which is intended.
+inline std::array<std::string_view, 2> firstTwoLines(std::string_view text) {
+  const std::size_t end = text.find('\r');
+  if (end == std::string_view::npos) return {text, {}};
+  const std::string_view rest = text.substr(end + 1);
+  return {text.substr(0, end), rest.substr(0, rest.find('\r'))};
+}
+
+/// Both lines, or the one that is not empty.
+inline std::string joinedLines(std::string first, const std::string& second) {
+  if (first.empty()) return second;
+  return second.empty() ? first : std::move(first) + '\r' + second;
+}
 
 /// The names are those of the traces, a misspelt one included; this is intended.
 template <ConstOrNot<PTPStorageInfo> Info, typename Visitor>
@@ -132,6 +173,71 @@ void visitFields(Info& info, Visitor&& visit) {
   XTExtendedObjectInfoFields::visitSharing(info, visit);
 }
 
+/// The names are the keys of the platform's address book and of the device library, here and in the
+/// records that follow.
+template <ConstOrNot<Contact> Person, typename Visitor>
+void visitFields(Person& person, Visitor&& visit) {
+  visit("kABUIDProperty", GUIDField(person.uid));
+  visit("kABEmailProperty", person.email);
+  visit("kABNicknameProperty", person.nickname);
+  visit("kABFirstNameProperty", person.firstName);
+  visit("kABLastNameProperty", person.lastName);
+  visit("kABAddressStreetKey", TwoLinesField(person.street));
+  visit("kABAddressCityKey", person.city);
+  visit("kABAddressStateKey", person.state);
+  visit("kABAddressCountryKey", person.country);
+  visit("kABAddressZIPKey", person.zip);
+  visit("kABPhoneProperty", person.phone);
+  visit("XTContactImageKey", person.image);
+  visit("XTContactAssociatedGroupsKey", person.associatedGroups);
+  visit("XTContactSharingPrefKey", person.sharingPref);
+  visit("XTContactDefaultNumPrintsKey", person.defaultNumPrints);
+}
+
+template <ConstOrNot<ContactGroupRecord> Group, typename Visitor>
+void visitFields(Group& group, Visitor&& visit) {
+  visit("kABGroupNameProperty", group.name);
+  visit("XTContactGroupImageKey", group.image);
+  visit("contactGroupMembersKey", group.members);
+}
+
+template <ConstOrNot<EmailOrderRecord> Order, typename Visitor>
+void visitFields(Order& order, Visitor&& visit) {
+  visit("XTOrderIDKey", GUIDField(order.orderID));
+  visit("XTEmailOrderServiceTypeKey", order.serviceType);
+  visit("XTEmailOrderSenderAddressKey", order.senderAddress);
+  visit("XTEmailOrderDestAddressListKey", order.destContacts);
+  visit("XTEmailOrderSubjectKey", order.subject);
+  visit("XTEmailOrderBodyKey", order.body);
+  visit("XTOrderAssetHandlesListKey", order.assetHandles);
+}
+
+template <ConstOrNot<PrintOrderRecord> Order, typename Visitor>
+void visitFields(Order& order, Visitor&& visit) {
+  visit("XTOrderIDKey", GUIDField(order.orderID));
+  visit("XTPrintOrderAccessCodeKey", order.accessCode);
+  visit("XTPrintOrderServiceTypeKey", order.serviceType);
+  visit("XTPrintOrderTypeKey", order.type);
+  visit("XTPrintOrderMultiUpKey", order.multiUp);
+  visit("XTPrintOrderPaperSizeKey", order.paperSize);
+  visit("XTPrintAssetsRemainingKey", order.assetsRemaining);
+  visit("XTPrintOrderQuantityKey", order.quantity);
+  visit("XTPrintOrderEnhanceKey", order.enhance);
+  visit("XTPrintOrderAnnotationKey", order.annotation);
+  visit("XTPrintOrderDateKey", order.date);
+  visit("XTPrintAssetCompressedSizeKey", order.assetCompressedSize);
+  visit("XTOrderAssetHandlesListKey", OneHandleField(order.asset));
+}
+
+/// The list of its pictures is called differently from that of other orders; this is intended.
+template <ConstOrNot<TransferOrderRecord> Order, typename Visitor>
+void visitFields(Order& order, Visitor&& visit) {
+  visit("XTOrderIDKey", GUIDField(order.orderID));
+  visit("XTTransferOrderTypeKey", order.type);
+  visit("XTTransferOrderSenderKey", order.sender);
+  visit("XTOrderAssetListKey", order.assetHandles);
+}
+
 /// The keys of a description in JSON. Those of the form depend on the form, which stands before
 /// them.
 template <ConstOrNot<PTPPropertyDescription> Description, typename Visitor>
@@ -170,13 +276,29 @@ class FieldReader {
   void operator()(const char*, std::vector<std::uint32_t>& field) const {
     field = dataSet_.scanUInt32Array();
   }
+  void operator()(const char*, std::optional<std::string>& field) const {
+    field = dataSet_.scanString();
+  }
+  template <typename Text>
+  void operator()(const char*, GUIDField<Text> field) const {
+    field.value = dataSet_.scanGUID().value_or("");
+  }
+  void operator()(const char*, TwoLinesField<std::string> field) const {
+    std::string first = dataSet_.scanString();
+    field.value = joinedLines(std::move(first), dataSet_.scanString());
+  }
+  void operator()(const char*, OneHandleField<std::uint32_t> field) const {
+    field.value = dataSet_.scanUInt32();
+  }
 
  private:
   XTPTPDataSet& dataSet_;
 };
 
 /// Appends fields to a data set, which must outlive it: the exact inverse of FieldReader, but for
-/// texts of 255 units and more, whose count wraps. Raises NSMallocException.
+/// texts of 255 units and more, whose count wraps, for a third line, and for a text that should be
+/// a GUID and is none, which is an array of no bytes. What is absent is written as an empty text.
+/// Raises NSMallocException, and the assertion exception for an absent GUID.
 class FieldWriter {
  public:
   explicit FieldWriter(XTMutablePTPDataSet& dataSet) : dataSet_(dataSet) {}
@@ -193,6 +315,20 @@ class FieldWriter {
   }
   void operator()(const char*, const std::vector<std::uint32_t>& field) const {
     dataSet_.storeUInt32Array(field);
+  }
+  void operator()(const char*, const std::optional<std::string>& field) const {
+    dataSet_.storeString(field.value_or(""));
+  }
+  template <typename Text>
+  void operator()(const char*, GUIDField<Text> field) const {
+    dataSet_.storeGUID(field.value);
+  }
+  void operator()(const char*, TwoLinesField<const std::string> field) const {
+    for (const std::string_view line : firstTwoLines(field.value))
+      dataSet_.storeString(line);
+  }
+  void operator()(const char*, OneHandleField<const std::uint32_t> field) const {
+    dataSet_.storeUInt32(field.value);
   }
 
  private:

@@ -4,6 +4,8 @@
 #include <array>
 #include <string>
 
+#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSONFields.h"
 
 namespace tarvo {
@@ -68,12 +70,26 @@ ByteVector encodeStorageInfo(const PropertyDictionary& json) {
   return dataSetFromStorageInfo(recordFromJSON<PTPStorageInfo>(json)).data();
 }
 
-PropertyDictionary decodeAddressBookInfo(Bytes bytes) {
-  return jsonFromRecord(scanned(bytes, scanAddressBookInfo));
-}
-
 ByteVector encodeAddressBookInfo(const PropertyDictionary& json) {
   return dataSetFromAddressBookInfo(recordFromJSON<XT_AddressBookInfo>(json)).data();
+}
+
+/// What storeContact() writes, which is less than a contact that was read may have.
+ByteVector encodeContact(const PropertyDictionary& json) {
+  const auto contact = recordFromJSON<Contact>(json);
+  return stored([&](auto& dataSet) { storeContact(dataSet, contact); });
+}
+
+/// A record that lists its fields and has nothing else to say.
+template <auto kScan>
+PropertyDictionary decodeRecord(Bytes bytes) {
+  return jsonFromRecord(scanned(bytes, kScan));
+}
+
+template <typename Record, auto kStore>
+ByteVector encodeRecord(const PropertyDictionary& json) {
+  const auto record = recordFromJSON<Record>(json);
+  return stored([&](auto& dataSet) { kStore(dataSet, record); });
 }
 
 PropertyDictionary decodePropertyDescription(Bytes bytes) {
@@ -111,15 +127,24 @@ ByteVector encodeValue(const PropertyDictionary& json) {
 }
 
 /// The order is the one in which help texts show them: whole data sets first, then single values.
-constexpr std::array<RecordType, 10> kTypes = {{
+constexpr std::array<RecordType, 15> kTypes = {{
     {"deviceinfo", "what a device says of itself (DeviceInfo)", jsonFromDeviceInfo,
      encodeDeviceInfo},
     {"objectinfo", "an object on a device (ObjectInfo)", decodeObjectInfo, encodeObjectInfo},
     {"extobjectinfo", "an object with what it is shared by (ObjectInfo, extended)",
      decodeExtendedObjectInfo, encodeExtendedObjectInfo},
     {"storageinfo", "a store of a device (StorageInfo)", decodeStorageInfo, encodeStorageInfo},
-    {"addressbookinfo", "the limits of a device's address book", decodeAddressBookInfo,
+    {"addressbookinfo", "the limits of a device's address book", decodeRecord<scanAddressBookInfo>,
      encodeAddressBookInfo},
+    {"contact", "a person in the address book", decodeRecord<scanContact>, encodeContact},
+    {"group", "a group in the address book, with its members' handles",
+     decodeRecord<scanContactGroup>, encodeRecord<ContactGroupRecord, storeContactGroupRecord>},
+    {"emailorder", "an order to send pictures by e-mail", decodeRecord<scanEmailOrder>,
+     encodeRecord<EmailOrderRecord, storeEmailOrder>},
+    {"printorder", "an order to print a picture", decodeRecord<scanPrintOrder>,
+     encodeRecord<PrintOrderRecord, storePrintOrder>},
+    {"transferorder", "an order to transfer pictures", decodeRecord<scanTransferOrder>,
+     encodeRecord<TransferOrderRecord, storeTransferOrder>},
     {"propdesc", "a device property (DevicePropDesc)", decodePropertyDescription,
      encodePropertyDescription},
     {"string", "a PTP string", decodeValue<kPTPString>, encodeValue<kPTPString>},

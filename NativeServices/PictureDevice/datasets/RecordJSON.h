@@ -25,6 +25,10 @@ namespace tarvo {
 /// values of a property; it raises NSInvalidArgumentException, with a reason for a user that names
 /// the key, for what cannot be written: an unknown or missing key, another type, a number out of
 /// range, a text of 255 UTF-16 units and more.
+///
+/// Encoding is the inverse of decoding, but for a contact, which is written as storeContact() does.
+/// A text in the place of a record's GUID that is none is no failure: it is written as an empty
+/// array, in a transfer order as zeros.
 struct RecordType {
   std::string_view name;         ///< as a user types it
   std::string_view description;  ///< for help texts

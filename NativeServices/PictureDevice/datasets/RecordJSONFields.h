@@ -9,6 +9,8 @@
 #include <array>
 #include <concepts>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -44,6 +46,19 @@ class FieldsToJSON {
   void operator()(const char* name, const XTUInt128& field) const {
     json_[name] = jsonFromBytes(field);
   }
+  void operator()(const char* name, const std::optional<std::string>& field) const {
+    if (field) json_[name] = *field;
+  }
+  template <typename Text>
+  void operator()(const char* name, GUIDField<Text> field) const {
+    (*this)(name, field.value);
+  }
+  void operator()(const char* name, TwoLinesField<const std::string> field) const {
+    json_[name] = field.value;
+  }
+  void operator()(const char* name, OneHandleField<const std::uint32_t> field) const {
+    json_[name] = std::array{field.value};
+  }
   void operator()(const char* name, const PTPPropertyDescription::Form& form) const {
     json_[name] = kPropertyFormNames.at(static_cast<std::size_t>(form));
   }
@@ -56,18 +71,21 @@ class FieldsToJSON {
 /// Raises NSInvalidArgumentException, with the key's name, for a value that the field cannot hold.
 class FieldsFromJSON {
  public:
-  /// Raises for a document that is no object.
-  explicit FieldsFromJSON(const PropertyDictionary& json) : json_(json) {
+  /// Texts may have `mostUnits` UTF-16 units. Raises for a document that is no object.
+  explicit FieldsFromJSON(const PropertyDictionary& json, std::size_t mostUnits = kMostStringUnits)
+      : json_(json), mostUnits_(mostUnits) {
     if (!json.is_object()) refuseValue(kDocument, "must be an object");
   }
 
   /// `name` is kept, not copied: it is a literal.
   template <typename Field>
-  void operator()(const char* name, Field& field) {
+  void operator()(const char* name, Field&& field) {
     names_.emplace_back(name);
     const auto found = json_.find(name);
     if (found != json_.end()) read(*found, name, field);
   }
+  /// For a key that is read elsewhere.
+  void pass(const char* name) { names_.emplace_back(name); }
   /// Raises where a key was asked for by no field: a misspelt key would otherwise be a value that
   /// silently turns zero. To be called when all fields have been visited.
   void finish() const {
@@ -95,8 +113,27 @@ class FieldsFromJSON {
   static void read(const PropertyDictionary& value, const char* name, bool& field) {
     field = boolFromJSON(value, name);
   }
-  static void read(const PropertyDictionary& value, const char* name, std::string& field) {
-    field = textFromJSON(value, name);
+  void read(const PropertyDictionary& value, const char* name, std::string& field) const {
+    field = textFromJSON(value, name, mostUnits_);
+  }
+  void read(const PropertyDictionary& value, const char* name,
+            std::optional<std::string>& field) const {
+    field = textFromJSON(value, name, mostUnits_);
+  }
+  /// Any text: what no GUID can be made from is the writer's to judge.
+  template <typename Text>
+  void read(const PropertyDictionary& value, const char* name, GUIDField<Text> field) const {
+    read(value, name, field.value);
+  }
+  void read(const PropertyDictionary& value, const char* name,
+            TwoLinesField<std::string> field) const {
+    field.value = linesFromJSON(value, name, mostUnits_);
+  }
+  static void read(const PropertyDictionary& value, const char* name,
+                   OneHandleField<std::uint32_t> field) {
+    const auto handles = numbersFromJSON<std::uint32_t>(value, name);
+    if (handles.size() != 1) refuseValue(name, "must hold one handle");
+    field.value = handles.front();
   }
   static void read(const PropertyDictionary& value, const char* name, XTUInt128& field) {
     field = bytesFromJSON(value, name);
@@ -114,6 +151,7 @@ class FieldsFromJSON {
   }
 
   const PropertyDictionary& json_;
+  std::size_t mostUnits_;
   std::vector<std::string_view> names_;
 };
 
