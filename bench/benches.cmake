@@ -1,4 +1,5 @@
 tarvo_bench(codec_bench codec_bench.cpp LIBRARIES tarvo_codec)
+tarvo_bench(text_bench text_bench.cpp LIBRARIES tarvo_codec)
 
 # Without the library of benchmarks, which would choose the number of runs itself.
 add_executable(codec_operations codec_operations.cpp)
