@@ -16,6 +16,7 @@
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/BusConnection.h"
 #include "platform/foundation/DBusNotificationCenter.h"
+#include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "platform/foundation/JournalLog.h"
 #include "platform/foundation/KeyFilePreferences.h"
@@ -84,7 +85,8 @@ struct AgentProcess::Devices {
 
   SupportedModels models{base_.constants};
   PictureDeviceRoom pictureDevices{{center, queue, base_.loop, imageCapture, registry, mounts,
-                                    applications, base_.preferences, base_.constants, base_.log}};
+                                    applications, base_.preferences, base_.constants, base_.log,
+                                    defaultEncoding(base_.preferences, base_.log)}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};
   MSCRoom massStorage{{center}};
   std::unique_ptr<Listener> listener;

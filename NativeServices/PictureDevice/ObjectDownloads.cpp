@@ -8,12 +8,12 @@
 #include <cerrno>
 #include <filesystem>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/HostFileNames.h"
 #include "NativeServices/PictureDevice/PartFile.h"
+#include "NativeServices/PictureDevice/ScratchFolder.h"
 #include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
@@ -59,24 +59,8 @@ Status inChunks(std::uint32_t size, Chunk&& chunk) {
   return status;
 }
 
-/// The folder for what is downloaded to be read at once; none where it is not ours alone.
-std::optional<std::string> privateTemporaryFolder() {
-  std::error_code error;
-  const std::string temporary = std::filesystem::temp_directory_path(error);
-  if (error) return std::nullopt;
-  const std::string path = temporary + "/tarvo-" + std::to_string(::geteuid());
-  if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) return std::nullopt;
-  struct stat attributes {};
-  if (::lstat(path.c_str(), &attributes) != 0) return std::nullopt;
-  const bool isPrivate = S_ISDIR(attributes.st_mode) && attributes.st_uid == ::geteuid() &&
-                         (attributes.st_mode & (S_IRWXG | S_IRWXO)) == 0;
-  return isPrivate ? std::optional(path) : std::nullopt;
-}
-
-/// Writes a file that only its owner can read, over one that is there.
+/// Writes a new file that only its owner can read.
 bool writePrivately(const std::string& path, std::span<const std::byte> content) {
-  // Removed rather than opened: a link that lies there must not be written through.
-  ::unlink(path.c_str());
   const FileDescriptor file(::open(
       path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file.isOpen()) return false;
@@ -123,6 +107,20 @@ std::optional<ByteBuffer> ObjectDownloads::data(std::uint32_t handle) {
     TraceLog::trace("downloadObjectDataPTP: No memory for %u bytes", info->compressedSize());
   }
   return std::nullopt;
+}
+
+std::optional<ByteBuffer> ObjectDownloads::dataInPieces(std::uint32_t handle) {
+  if (!containsCode(device_.facts().operations, ptp::kGetPartialObject)) return std::nullopt;
+  return data(handle);
+}
+
+std::optional<std::string> ObjectDownloads::temporaryFile(std::uint32_t handle) {
+  const auto info = information(handle);
+  if (!info) return std::nullopt;
+  TraceLog::trace("ObjectInfo: fileName: %s", info->fileName().c_str());
+  // Not by data(), so that a device without pieces gives none here, either.
+  const auto content = dataInPieces(handle);
+  return content ? writeTemporaryFile(info->fileName(), *content) : std::nullopt;
 }
 
 Status ObjectDownloads::toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer) {
@@ -199,10 +197,18 @@ Status ObjectDownloads::image(std::uint32_t handle, const std::string& destinati
 std::optional<std::string> writeTemporaryFile(std::string_view name,
                                               std::span<const std::byte> content) {
   const auto safeName = safeFileName(name);
-  const auto folder = privateTemporaryFolder();
-  if (!safeName || !folder) return std::nullopt;
-  std::string path = *folder + "/" + *safeName;
-  return writePrivately(path, content) ? std::optional(std::move(path)) : std::nullopt;
+  // Not in one that is shared: another process may read a file of the same name just now.
+  ScratchFolder folder;
+  if (!safeName || folder.path().empty()) return std::nullopt;
+  std::string path = folder.path() + "/" + *safeName;
+  if (!writePrivately(path, content)) return std::nullopt;
+  folder.leave();
+  return path;
+}
+
+void removeTemporaryFile(const std::string& path) {
+  ::unlink(path.c_str());
+  ::rmdir(std::filesystem::path(path).parent_path().c_str());  // empty now, or not ours
 }
 
 }  // namespace tarvo

@@ -30,6 +30,10 @@ class ObjectDownloads {
 
   /// The whole object; none on failure, and for one that there is no memory for.
   std::optional<ByteBuffer> data(std::uint32_t handle);
+  /// The same, and none on a device without GetPartialObject, whatever the size.
+  std::optional<ByteBuffer> dataInPieces(std::uint32_t handle);
+  /// dataInPieces() in a file of the temporary folder, under the object's name: its path.
+  std::optional<std::string> temporaryFile(std::uint32_t handle);
   /// To the file at `destination`, over one that is there; no file of that name is left after a
   /// failure. -19 without information of the object, -36 for a file that cannot be made or written
   /// and for an object that came short, otherwise the status of the device.
@@ -49,11 +53,12 @@ class ObjectDownloads {
   PTPTransactions& device_;
 };
 
-/// Writes `content` to a file of the last component of `name` in a folder of this user's own under
-/// the system's temporary folder, readable by this user alone; its path, or none on failure and for
-/// a name that no file can have. A file that is there is replaced.
+/// Writes `content` to a file of the last component of `name` in a new folder under the system's
+/// temporary folder, which no other user can look into; its path, or none on failure and for a name
+/// that no file can have. The file is the caller's; removeTemporaryFile() takes both away.
 std::optional<std::string> writeTemporaryFile(std::string_view name,
                                               std::span<const std::byte> content);
+void removeTemporaryFile(const std::string& path);
 
 /// What a finished transfer into `sink` comes to: -36 for a file that could not be written and for
 /// one that ended with `received` of `expected` bytes, else `status`.

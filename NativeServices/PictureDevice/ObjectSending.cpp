@@ -36,22 +36,6 @@ SendOpcodes opcodesForFormat(const PTPDeviceFacts& facts, const MakerConstants& 
   return takesVendorSend && capabilities.xtSendRequired ? kVendorSend : kStandardSend;
 }
 
-/// Reads all of a file of `size` bytes. -43 when it cannot be opened, -36 when it ends early.
-Status readWhole(const std::string& path, std::uint32_t size, ByteBuffer& content) {
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.isOpen()) return status::kFileNotFound;
-  // What was announced, even where the file has grown meanwhile.
-  content.resize(size);
-  std::size_t filled = 0;
-  while (filled < content.size()) {
-    const ssize_t count = ::read(file.get(), content.data() + filled, content.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return status::kIOError;
-    filled += static_cast<std::size_t>(count);
-  }
-  return status::kOK;
-}
-
 }  // namespace
 
 SendOpcodes opcodesForInfo(const PTPDeviceFacts& facts, const MakerConstants& maker,
@@ -77,6 +61,27 @@ std::uint16_t formatCodeFilter(std::string_view model, const MakerConstants& mak
   return std::ranges::find(models, model) != models.end() ? kUndefinedFormat : format;
 }
 
+bool takesData(const CodeList* operations, const DeviceCapabilities& capabilities) {
+  const bool sendsByList = operations && (containsCode(*operations, ptp::kSendObjectInfo) ||
+                                          containsCode(*operations, kVendorSend.sendInfo));
+  return sendsByList || capabilities.hasSendVendorObject;
+}
+
+Status readWholeFile(const std::string& path, std::uint32_t size, ByteBuffer& content) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file.isOpen()) return status::kFileNotFound;
+  // What was announced, even where the file has grown meanwhile.
+  content.resize(size);
+  std::size_t filled = 0;
+  while (filled < content.size()) {
+    const ssize_t count = ::read(file.get(), content.data() + filled, content.size() - filled);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return status::kIOError;
+    filled += static_cast<std::size_t>(count);
+  }
+  return status::kOK;
+}
+
 Status ObjectSending::sendFile(const std::string& path, const CodeList* operations,
                                std::uint32_t storage, std::uint32_t parent,
                                std::uint32_t* resultHandle) {
@@ -84,7 +89,7 @@ Status ObjectSending::sendFile(const std::string& path, const CodeList* operatio
   Status status = fillInObjInfo(info, path, operations, device_.facts(), maker_, nullptr);
   if (status != status::kOK) return status;
   ByteBuffer content;
-  status = readWhole(path, info.compressedSize(), content);
+  status = readWholeFile(path, info.compressedSize(), content);
   if (status != status::kOK) return status;
   return sendContent(path, storage, parent, content, info, resultHandle);
 }
@@ -102,6 +107,20 @@ Status ObjectSending::sendContent(const std::string& path, std::uint32_t storage
   if (status != status::kOK) return name == kDefaultCollectionFile ? status::kOK : status;
   // The device waits for the bytes of what it accepted; nothing may come in between.
   status = device_.sendObjectData(content);
+  if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
+  return status;
+}
+
+Status ObjectSending::sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
+                               std::uint32_t storage, std::uint32_t parent,
+                               std::uint32_t* resultHandle) {
+  const auto facts = device_.facts();
+  // Asked here so that nothing is announced to a device that takes no object.
+  if (!takesData(&facts.operations, facts.capabilities)) return status::kUnsupported;
+  std::uint32_t handle = 0;
+  Status status = device_.sendObjectInfo(info, storage, parent, &handle);
+  if (status == status::kOK) status = device_.sendObjectData(data);
+  // A handle whose object has no bytes names nothing that the caller could use.
   if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
   return status;
 }

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "NativeServices/PictureDevice/ByteBuffer.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Status.h"
@@ -47,6 +48,13 @@ std::uint16_t sendObjectOpcodeForFormat(const PTPDeviceFacts& facts, const Maker
 std::uint16_t formatCodeFilter(std::string_view model, const MakerConstants& maker,
                                std::uint16_t format);
 
+/// Whether a device takes objects whose bytes and information the caller made: by SendObjectInfo,
+/// by the vendor's 0x9005, or by the vendor's operation for objects of its own.
+bool takesData(const CodeList* operations, const DeviceCapabilities& capabilities);
+
+/// Reads all of a file of `size` bytes. -43 when it cannot be opened, -36 when it ends early.
+Status readWholeFile(const std::string& path, std::uint32_t size, ByteBuffer& content);
+
 /// Main thread only.
 class ObjectSending {
  public:
@@ -66,6 +74,9 @@ class ObjectSending {
   Status sendContent(const std::string& path, std::uint32_t storage, std::uint32_t parent,
                      std::span<const std::byte> content, XTExtendedObjectInfo& info,
                      std::uint32_t* resultHandle);
+  /// The same without a file. -1400 where the device takes none (takesData()).
+  Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
+                  std::uint32_t storage, std::uint32_t parent, std::uint32_t* resultHandle);
 
  private:
   PTPTransactions& device_;

@@ -16,6 +16,7 @@
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
+#include "Utilities/PTPCodes.h"
 #include "Utilities/Status.h"
 #include "platform/imagecapture/PTPPassThroughPB.h"
 #include "platform/imagecapture/ptp/DataPhase.h"
@@ -51,6 +52,8 @@ class PTPTransactions {
   virtual PTPDeviceFacts facts() const = 0;
   /// How the last transaction ended, for operations whose result does not tell: 0 or a status.
   virtual Status lastOutcome() const { return status::kOK; }
+  /// Bytes of the data set that getDataSet() got last.
+  virtual std::uint32_t lastReceived() const { return 0; }
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
   /// Needs no session (ISO 15740, GetDeviceInfo).
   virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
@@ -145,6 +148,25 @@ class PTPTransactions {
                                     std::uint32_t storage, std::uint32_t parent,
                                     std::uint32_t* resultHandle) = 0;
 
+  // Vendor data sets.
+
+  /// XTO_GET_DATASET (0x9204): a reader at the beginning of the data set, which owns its bytes.
+  /// None on failure, and (0x2007) for a data set that is larger than maxSizeForDatasetFormat(). A
+  /// shorter one reads as zeros behind its end: see wasShort(). Raises the malloc exception.
+  virtual std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) = 0;
+  /// XTO_CREATE_DATASET (0x9205); pads the data set where its size demands it. `*resultHandle` is
+  /// left alone on failure.
+  virtual Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
+                              std::uint32_t* resultHandle) = 0;
+  /// XTO_UPDATE_DATASET (0x9207), the same way.
+  virtual Status updateObject(std::uint32_t handle, std::uint16_t format,
+                              XTMutablePTPDataSet& dataSet) = 0;
+  /// XTO_MODIFY_ASSET_LIST (0x9208): the order no longer waits for the picture.
+  virtual Status sendIndicateFulfillment(std::uint32_t order, std::uint32_t asset) = 0;
+  /// Bytes that a data set of the format can have at most, by what the device holds; asks the
+  /// device for counts that are not known.
+  virtual std::uint32_t maxSizeForDatasetFormat(std::uint16_t format) = 0;
+
   // Queries of the device's database.
 
   /// Sends the query as an object of format XTD_QUERY; its handle names it from then on.
@@ -160,5 +182,14 @@ class PTPTransactions {
   /// `bytes` more have been moved; true when the transfer shall be cancelled.
   virtual bool reportProgress(std::uint32_t bytes) = 0;
 };
+
+/// True, and traced, when `dataSet`, which is that of the last getDataSet(), was read beyond what
+/// the device sent of it.
+bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::uint32_t handle);
+
+/// Finds the objects of a format, on all stores unless one is named. 0, also where there are none
+/// and where the device does not know the format; otherwise why they cannot be told.
+Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
+                   std::uint32_t store = ptp::kAllStores);
 
 }  // namespace tarvo

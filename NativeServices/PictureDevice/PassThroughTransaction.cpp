@@ -82,13 +82,14 @@ bool PassThroughTransaction::run(XTImageCaptureDevice& device) {
   block.dataSize = static_cast<std::uint32_t>(record_.allocationSize());
   block.dataType = ica::kDataTypeData;
   status_ = device.icaObjectSendMessage(block);
+  headerErr_ = block.headerErr;
   // Lent no longer; our own sink cuts its data to what came.
   record_.setSink(nullptr);
   record_.setSource(nullptr);
   largeSink_.reset();
   const bool succeeded = outcome() == status::kOK;
   const bool isAnswer = responseCode() != 0 && responseCode() == request_.untracedResponse;
-  if (!succeeded && !isAnswer) traceFailure(block.headerErr);
+  if (!succeeded && !isAnswer) traceFailure();
   return succeeded;
 }
 
@@ -130,16 +131,23 @@ bool PassThroughTransaction::wasShort(const XTPTPDataSet& reader) const {
   return isShort;
 }
 
-void PassThroughTransaction::traceFailure(Status headerErr) const {
-  if (request_.failureTrace == FailureTrace::kStatusAndResponse) {
-    TraceLog::trace("%s status %d response 0x%X", request_.headerFailure.c_str(), status_,
-                    responseCode());
-    return;
+void PassThroughTransaction::traceFailure() const {
+  const char* const header = request_.headerFailure.c_str();
+  const auto error = static_cast<unsigned>(headerErr_);
+  switch (request_.failureTrace) {
+    case FailureTrace::kStatusAndResponse:
+      TraceLog::trace("%s status %d response 0x%X", header, status_, responseCode());
+      return;
+    case FailureTrace::kHeaderAndResultInOne:
+      TraceLog::trace("%s objectSendMessagePB.header.err: 0x%x, result %i: resultCode: 0x%x",
+                      header, error, status_, responseCode());
+      return;
+    case FailureTrace::kHeaderAndResult:
+      TraceLog::trace("%s objectSendMessagePB.header.err: 0x%x", header, error);
+      TraceLog::trace("%s result %i: resultCode: 0x%x", request_.resultFailure.c_str(), status_,
+                      responseCode());
+      return;
   }
-  TraceLog::trace("%s objectSendMessagePB.header.err: 0x%x", request_.headerFailure.c_str(),
-                  static_cast<unsigned>(headerErr));
-  TraceLog::trace("%s result %i: resultCode: 0x%x", request_.resultFailure.c_str(), status_,
-                  responseCode());
 }
 
 }  // namespace tarvo

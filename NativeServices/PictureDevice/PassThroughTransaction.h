@@ -31,8 +31,9 @@ class XTImageCaptureDevice;
 
 /// In which lines a failure is traced, each behind a text of the operation.
 enum class FailureTrace : std::uint8_t {
-  kHeaderAndResult,    ///< "... objectSendMessagePB.header.err: ", "... result N: resultCode: "
-  kStatusAndResponse,  ///< "... status N response 0xN"
+  kHeaderAndResult,       ///< "... objectSendMessagePB.header.err: ", "... result N: resultCode: "
+  kStatusAndResponse,     ///< "... status N response 0xN"
+  kHeaderAndResultInOne,  ///< "... objectSendMessagePB.header.err: , result N: resultCode: "
 };
 
 /// What a transaction is made of. `data` is lent to the constructor only, `sink` and `source` until
@@ -84,6 +85,8 @@ class PassThroughTransaction {
   Status outcome() const;
   /// What sending the message returned.
   Status status() const { return status_; }
+  /// The parameter block's own error.
+  Status headerErr() const { return headerErr_; }
   /// 0 before run().
   std::uint32_t responseCode() const { return record_.pb().resultCode; }
   /// `index` is 0 to 3; one that the device left out reads as 0.
@@ -108,7 +111,7 @@ class PassThroughTransaction {
  private:
   /// Makes a sink of our own for a large room.
   void makeLargeRoom();
-  void traceFailure(Status headerErr) const;
+  void traceFailure() const;
 
   PTPRequest request_;
   PTPPassThroughRecord record_;
@@ -116,6 +119,7 @@ class PassThroughTransaction {
   ByteBuffer largeData_;
   std::unique_ptr<BufferSink> largeSink_;
   Status status_ = status::kOK;
+  Status headerErr_ = status::kOK;
   /// False until a device with an Image Capture object got the message.
   bool hadObject_ = false;
 };

@@ -2,6 +2,8 @@
 // for its life; while it lives, the class operations of the devices reach it.
 #pragma once
 
+#include <string>
+
 #include "NativeServices/PictureDevice/DeviceRegistry.h"
 #include "NativeServices/PictureDevice/PendingInspections.h"
 #include "Utilities/LogSink.h"
@@ -29,6 +31,8 @@ struct PictureDeviceServices {
   const UserDefaults& defaults;
   const MakerConstants& maker;
   LogSink log;
+  /// The 8-bit encoding of text files on devices and cards, by the name that iconv has for it.
+  std::string defaultEncoding = "UTF-8";
 };
 
 /// Main thread only. Destroying it drops every device and everything that is scheduled.

@@ -21,13 +21,6 @@ ImageCapture& imageCapture() {
   return PictureDeviceRoom::required().services().imageCapture;
 }
 
-/// The array under `key`; null where there is none.
-const PropertyDictionary* arrayForKey(const PropertyDictionary& dictionary, const char* key) {
-  if (!dictionary.is_object()) return nullptr;
-  const auto found = dictionary.find(key);
-  return found != dictionary.end() && found->is_array() ? &*found : nullptr;
-}
-
 std::string nameOf(const PropertyDictionary& node) {
   return textForKey(node, "ifil").value_or("");
 }
@@ -45,7 +38,7 @@ const PropertyDictionary* XTImageCaptureDevice::loadedProperty(const std::string
     if (status == status::kOK || status == status::kICAPropertyNotFound) loadedKeys_.insert(key);
   }
   if (failure) *failure = status;
-  return icaDictionary_ ? arrayForKey(*icaDictionary_, key.c_str()) : nullptr;
+  return icaDictionary_ ? arrayForKey(*icaDictionary_, key) : nullptr;
 }
 
 std::int32_t XTImageCaptureDevice::imageCount() {

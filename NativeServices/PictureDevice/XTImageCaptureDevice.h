@@ -4,6 +4,7 @@
 // represents it and enters the finished device in the registry; what goes leaves the registry.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -98,6 +99,11 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// `suffix`; case matters. The number of the node's own children.
   std::size_t parseTreeForFiles(const PropertyDictionary& node, std::string_view suffix,
                                 ObjectReferences& list);
+  /// Downloads every ".MRK" file below `node`, each to a temporary folder of its own, and appends
+  /// its path, which belongs to the caller with the folder, to `list`. One that cannot be
+  /// downloaded is traced and passed over. The number of the node's own children.
+  std::size_t parseTreeForOrderFiles(const PropertyDictionary& node,
+                                     std::vector<std::string>& list);
   /// Whether the device's USB vendor id is the maker's.
   bool isOfMaker() const;
   /// Why the last message failed in the service; 0 when it did not.
@@ -124,6 +130,13 @@ class XTImageCaptureDevice : public XTPictureDevice {
   std::optional<std::string> objectFilename(const ObjectReference& object) override;
   std::optional<ByteBuffer> downloadObject(const ObjectReference&) override { return std::nullopt; }
   Status deleteFilesOfType(std::uint16_t) override { return status::kOK; }
+  /// Paths of all marker files, downloaded as parseTreeForOrderFiles() does.
+  std::optional<std::vector<std::string>> orderFiles() override;
+  /// From the marker files, each through downloadFile(). None as soon as one fails.
+  std::optional<EmailOrders> emailOrderList() override;
+  std::optional<PrintOrders> printOrderList() override;
+  /// Deletes all marker files; the first failure.
+  Status deleteOrderFiles() override;
   /// A device that does not speak PTP has no lists, which is no missing implementation.
   const CodeList* opCodeList() override { return nullptr; }
   const CodeList* eventCodeList() override { return nullptr; }
@@ -164,6 +177,11 @@ class XTImageCaptureDevice : public XTPictureDevice {
   bool icaDictionaryDirty_ = true;
 
  private:
+  /// The marker files of the device; `failure` says why they cannot be known.
+  ObjectReferences markerFiles(Status& failure);
+  /// Downloads each marker file that `isWanted` for `parse`, until one of both fails.
+  Status eachMarkerFile(bool (*isWanted)(std::string_view),
+                        const std::function<Status(const std::string& path)>& parse);
   /// Dictionary of an event of the type kExtended.
   void extendedEvent(const PropertyDictionary& event);
 

@@ -263,6 +263,12 @@ Status XTImageCapturePTPDevice::addressBookInfo(XT_AddressBookInfo& info) {
     info = cachedABInfo_;
     return status::kOK;
   }
+  std::size_t received = 0;
+  return readAddressBookInfo(info, received, false);
+}
+
+Status XTImageCapturePTPDevice::readAddressBookInfo(XT_AddressBookInfo& info, std::size_t& received,
+                                                    bool isTraced) {
   // The one operation that has a status for missing memory.
   try {
     PassThroughTransaction transaction(
@@ -272,6 +278,11 @@ Status XTImageCapturePTPDevice::addressBookInfo(XT_AddressBookInfo& info) {
          .dataUsageMode = kDataFromDevice,
          .room = kAddressBookInfoRoom});
     if (!run(transaction)) return transaction.outcome();
+    received = transaction.received().size();
+    if (isTraced) {
+      TraceLog::trace("addressBookDict: dataSize: %i", static_cast<int>(received));
+      traceBytes(transaction.received());
+    }
     auto reader = transaction.reader();
     cachedABInfo_ = scanAddressBookInfo(reader);
     transaction.wasShort(reader);

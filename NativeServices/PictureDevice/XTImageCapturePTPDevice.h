@@ -2,7 +2,8 @@
 // Capture object.
 //
 // Its sources are split by theme: the device itself (XTImageCapturePTPDevice.cpp), ...Objects,
-// ...Transfers, ...Properties, ...Queries, and ...Answers for what the base class asks of a device.
+// ...Transfers, ...Properties, ...Queries, ...DataSets, ...VendorFiles, and ...Answers for what the
+// base class asks of a device.
 #pragma once
 
 #include <cstdint>
@@ -82,10 +83,33 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   /// Every object of that format, on all stores, while deleting succeeds; the first failure.
   Status deleteFilesOfType(std::uint16_t type) override;
 
+  // Orders, the address book and the maker's files. 0x2003 without an Image Capture object.
+
+  std::optional<EmailOrders> emailOrderList() override;
+  std::optional<PrintOrders> printOrderList() override;
+  std::int32_t squirtTransferCount() override;
+  Status deleteOrderFiles() override;
+  Status indicateFulfillment(std::uint32_t order, std::uint32_t asset) override;
+  std::optional<AddressBook> addressBookDictUncached() override;
+  Status setAddressBookDict(AddressBook& book) override;
+  /// Puts a file in place of the device's address book. 0x2005 on a device without one. Old files
+  /// that cannot be deleted are traced, and the new one is sent all the same.
+  Status setAddressBook(const std::string& path) override;
+  /// The device's album names as a file of the temporary folder, which belongs to the caller.
+  std::optional<std::string> albumNames();
+  Status setAlbumNames(const std::string& path);
+  std::optional<std::string> hostObjectWrapperFile() override;
+  Status deleteHostObjectWrapperFiles() override;
+  /// Favourites, of the newer form where the device lists it. 0x200B on a device without them.
+  Status deleteBragbookFiles() override;
+  /// The settings for a wireless network ("NETCONF.XML"); none where the device holds none.
+  std::optional<ByteBuffer> wirelessConfigData();
+
   // PTPTransactions. The base class has some of these operations, too, and one answer serves both.
 
   PTPDeviceFacts facts() const override;
   Status lastOutcome() const override { return lastOutcome_; }
+  std::uint32_t lastReceived() const override { return lastReceived_; }
   Status getDeviceInfo(PTPPassThroughRecord& record) override;
   const CodeList& supportedDatasets() override;
   std::uint16_t displayRequestVersion() override;
@@ -127,6 +151,19 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   Status sendContentsOfFile(const std::string& path, XTExtendedObjectInfo& info,
                             std::uint32_t storage, std::uint32_t parent,
                             std::uint32_t* resultHandle) override;
+
+  std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) override;
+  Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
+                      std::uint32_t* resultHandle) override;
+  Status updateObject(std::uint32_t handle, std::uint16_t format,
+                      XTMutablePTPDataSet& dataSet) override;
+  Status sendIndicateFulfillment(std::uint32_t order, std::uint32_t asset) override;
+  std::uint32_t maxSizeForDatasetFormat(std::uint16_t format) override;
+  /// Bytes that an array of all contacts, and of all groups, takes. The two counts are kept as long
+  /// as the device.
+  std::uint32_t maxContactArrayLength();
+  /// Counts the groups only as long as the contacts have not been counted, which is intended.
+  std::uint32_t maxGroupArrayLength();
 
   Status sendQuery(std::string_view query, std::uint32_t* resultHandle) override;
   Status getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp, std::uint32_t maxSize,
@@ -175,6 +212,19 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   /// After what this side changed on the device: what was counted and listed is asked for anew.
   void contentsChanged();
 
+  /// XTO_GET_ADDRESS_BOOK_INFO, whatever is kept; `received` is the number of bytes that came.
+  Status readAddressBookInfo(XT_AddressBookInfo& info, std::size_t& received, bool isTraced);
+  /// An object in a file of the temporary folder, also from a device without GetPartialObject.
+  std::optional<std::string> downloadIcaObject(std::uint32_t handle);
+  /// The first of these that can be downloaded.
+  std::optional<std::string> firstFileOf(std::span<const std::uint32_t> handles);
+  /// Sends a file after deleting those of its format.
+  Status replaceFilesOfType(std::uint16_t format, const std::string& path);
+  /// Fills the book with what the device keeps, as data sets or as a file; what that lacks is in
+  /// lastReading().
+  void fillFromDataSets(AddressBook& book);
+  void fillFromFile(AddressBook& book);
+
   Status sendWholeFile(const std::string& path, XTExtendedObjectInfo& info, std::uint32_t storage,
                        std::uint32_t parent, std::uint32_t& handle);
   Status sendContentsOfFileInParts(const std::string& path, XTExtendedObjectInfo& info,
@@ -203,7 +253,10 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   ObjectInfoPointer cachedObjectInfo_;
   std::uint16_t displayRequestVersion_ = 0;  ///< 0 is not known
   XT_AddressBookInfo cachedABInfo_;          ///< of version 0 until it was read
+  std::int32_t cachedContactCountForDatasetSizeEstimate_ = -1;
+  std::int32_t cachedGroupCountForDatasetSizeEstimate_ = -1;
   Status lastOutcome_ = status::kOK;
+  std::uint32_t lastReceived_ = 0;
 };
 
 }  // namespace tarvo

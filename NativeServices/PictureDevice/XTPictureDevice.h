@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,6 +23,10 @@
 #include "NativeServices/PictureDevice/DataPhases.h"
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
 #include "NativeServices/PictureDevice/DeviceRegistry.h"
+#include "NativeServices/PictureDevice/ReadingReport.h"
+#include "NativeServices/PictureDevice/datasets/AddressBook.h"
+#include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
+#include "NativeServices/PictureDevice/datasets/Orders.h"
 #include "Utilities/FourCharCode.h"
 #include "Utilities/Object.h"
 #include "Utilities/PropertyDictionary.h"
@@ -32,8 +37,8 @@ namespace tarvo {
 
 class PTPTransactions;
 class XTExtendedObjectInfo;
+struct OrderContext;
 struct PTPStorageInfo;
-struct XT_AddressBookInfo;
 
 /// Names an object on a device, as its class understands it: a PTP object handle (number), an
 /// Image Capture object dictionary, or the path of a file on a volume.
@@ -51,7 +56,7 @@ struct PictureDeviceFields {
   std::uint32_t vendorExtensionID = 0;
   DeviceCapabilities capabilities;
 
-  std::optional<PropertyDictionary> cachedAddressBook;
+  std::optional<AddressBook> cachedAddressBook;
   std::optional<PropertyDictionary> cachedAlbumDict;
   bool deviceInfoLoaded = false;
   bool disconnected = false;
@@ -73,7 +78,7 @@ struct PictureDeviceFields {
 
   std::uint32_t cachedBragbookAssociationObject = 0;
   std::optional<std::string> cachedDefaultCollectionID;  ///< upper case
-  std::optional<PropertyDictionary> cachedSquirtTransferFiles;
+  std::optional<TransferOrder> cachedSquirtTransferFiles;
   std::optional<std::string> cachedUILanguage;
   std::optional<std::string> cachedDeviceLocalization;
   std::function<bool(char16_t)> badNicknameSet;  ///< true for a refused unit; made on first use
@@ -204,6 +209,53 @@ class XTPictureDevice : public Object {
   /// The size of each of pictureFiles(), in bytes, by its reference as text.
   virtual PropertyDictionary getPictureFileSizesDict();
 
+  // Orders and the address book. What a device notes as files or as vendor data sets reads alike.
+
+  /// Kept, unless the preference "XTPictureDeviceCacheAddressBook" is there and false. None where
+  /// it cannot be read.
+  std::optional<AddressBook> addressBookDict();
+  /// What setAddressBookDict() would refuse in the book; none when it is valid for this device.
+  std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book) const;
+  Status validateAddressBook(const AddressBook& book) const;
+  /// The order for transfer over a wireless network; kept. None on a device without such orders
+  /// or without the intention; of handle 0 and without assets where there is none at the moment.
+  std::optional<TransferOrder> squirtTransferFiles();
+  /// Puts the pictures of all e-mail and print orders before those of `order`; duplicates stay.
+  void mergePrintAndEmailOrderAssetsIntoSquirtTransferAssets(TransferOrder& order);
+  /// None where the device does not speak PTP. What could not be read is left out, which
+  /// lastReading() tells.
+  std::optional<EmailOrders> emailOrderListPTP();
+  std::optional<PrintOrders> printOrderListPTP();
+  /// Deletes marker files and, where the device keeps them, order data sets; the first failure.
+  Status deleteOrderFilesPTP();
+  /// The contents of the marker files; those that cannot be read are left out.
+  std::vector<ByteBuffer> orderFilesPTP();
+  Status setAddressBookDictPTP(AddressBook& book);
+  /// XTO_MODIFY_ASSET_LIST: the picture is no longer one of those that the order waits for.
+  Status indicateFulfillmentPTP(std::uint32_t order, std::uint32_t asset);
+  /// Pictures of the order for transfer that waits first; 0 without the intention.
+  std::int32_t squirtTransferCountPTP();
+  /// Of the last list of orders, of the last address book that was read from the device, and of the
+  /// last one that was written.
+  const ReadingReport& lastReading() const { return lastReading_; }
+  const WritingReport& lastWriting() const { return lastWriting_; }
+  /// Pictures of an order, as read from the device, by the order's handle.
+  const std::map<std::uint32_t, std::uint32_t>& orderAssetCounts() const {
+    return fields_.orderAssetCounts;
+  }
+
+  /// The id under which the device files what it gets by itself: a property or a file of it. Upper
+  /// case, kept.
+  std::optional<std::string> defaultCollectionID();
+  /// None and empty take it away. 0x200A where the device has none.
+  Status setDefaultCollectionID(const std::optional<std::string>& collectionID);
+
+  /// Sends a shoebox file. `resultHandle` is left alone on a device of the maker's own class, which
+  /// is intended.
+  Status sendShoeboxPTP(const std::string& path, std::uint32_t* resultHandle);
+  /// -43 where the image cannot be read.
+  Status addImageToShoebox(const std::string& path);
+
   // Transfers. Where the device speaks PTP they are done by its operations; elsewhere -1400.
 
   /// Asked while a download runs; true cancels it.
@@ -279,6 +331,16 @@ class XTPictureDevice : public Object {
   /// Called after every send and delete.
   void invalidateCachedCountsUsedForDatasetSizes();
 
+  // Bytes that the array of all objects of a kind takes in a vendor data set. The kind is counted
+  // when that has not been done since the last send or delete.
+
+  std::uint32_t maxAssetArrayLength();
+  std::uint32_t maxAlbumArrayLength();
+  std::uint32_t maxEmailOrderArrayLength();
+  std::uint32_t maxPrintOrderArrayLength();
+  std::uint32_t maxTransferOrderArrayLength();
+  std::uint32_t maxAudioAnnotationArrayLength();
+
   // Operations with a fixed answer, which a concrete class may override.
 
   /// False and 0 mean "not that one knows of"; none of these asks the device here.
@@ -328,9 +390,9 @@ class XTPictureDevice : public Object {
   /// Lists are none where the class has none, and empty where there is nothing in them.
   virtual std::optional<ObjectReferences> pictureFiles();
   virtual std::optional<std::vector<std::string>> orderFiles();  ///< local paths
-  virtual std::optional<std::vector<PropertyDictionary>> emailOrderList();
-  virtual std::optional<std::vector<PropertyDictionary>> printOrderList();
-  virtual std::optional<std::vector<PropertyDictionary>> transferOrderList();
+  virtual std::optional<EmailOrders> emailOrderList();
+  virtual std::optional<PrintOrders> printOrderList();
+  virtual std::optional<std::vector<TransferOrder>> transferOrderList();
 
   // Stores.
   virtual std::optional<std::vector<std::uint32_t>> storageIDs();
@@ -340,9 +402,12 @@ class XTPictureDevice : public Object {
 
   // Address book.
   virtual Status addressBookInfo(XT_AddressBookInfo& info);  ///< 0
-  virtual std::optional<PropertyDictionary> addressBookDictUncached();
-  virtual Status setAddressBookDict(const PropertyDictionary& dictionary);  ///< -1400
-  virtual Status setAddressBook(const std::string& path);                   ///< -1400
+  virtual std::optional<AddressBook> addressBookDictUncached();
+  /// Writes the book after validating it, and brings its contacts and groups up to date with what
+  /// was written. What is written depends on the device: groups alone where it keeps vendor data
+  /// sets, an empty file elsewhere; both are intended.
+  virtual Status setAddressBookDict(AddressBook& book);    ///< -1400
+  virtual Status setAddressBook(const std::string& path);  ///< -1400
 
   // Objects. Sizes in bytes: 0; objectInfo: -4.
   virtual std::int64_t thumbSize(const ObjectReference& object);
@@ -374,10 +439,15 @@ class XTPictureDevice : public Object {
   XTPictureDevice() = default;
 
   PictureDeviceFields fields_;
+  ReadingReport lastReading_;
+  WritingReport lastWriting_;
 
  private:
   /// What registerAllNotifications() put off for the helper's wireless device.
   static void deferredRegistrations();
+  /// Which pictures of orders may be sent now, and who the recipients may be.
+  OrderContext orderContext(bool needsContacts);
+  std::uint32_t arrayLengthOf(std::int32_t& kept, std::initializer_list<std::uint16_t> formats);
 };
 
 }  // namespace tarvo

@@ -95,15 +95,15 @@ std::optional<std::vector<std::string>> XTPictureDevice::orderFiles() {
   return subclassResponsibility(*this, "orderFiles", std::nullopt);
 }
 
-std::optional<std::vector<PropertyDictionary>> XTPictureDevice::emailOrderList() {
+std::optional<EmailOrders> XTPictureDevice::emailOrderList() {
   return subclassResponsibility(*this, "emailOrderList", std::nullopt);
 }
 
-std::optional<std::vector<PropertyDictionary>> XTPictureDevice::printOrderList() {
+std::optional<PrintOrders> XTPictureDevice::printOrderList() {
   return subclassResponsibility(*this, "printOrderList", std::nullopt);
 }
 
-std::optional<std::vector<PropertyDictionary>> XTPictureDevice::transferOrderList() {
+std::optional<std::vector<TransferOrder>> XTPictureDevice::transferOrderList() {
   return subclassResponsibility(*this, "transferOrderList", std::nullopt);
 }
 
@@ -119,11 +119,11 @@ Status XTPictureDevice::addressBookInfo(XT_AddressBookInfo&) {
   return subclassResponsibility(*this, "addressBookInfo:", status::kOK);
 }
 
-std::optional<PropertyDictionary> XTPictureDevice::addressBookDictUncached() {
+std::optional<AddressBook> XTPictureDevice::addressBookDictUncached() {
   return subclassResponsibility(*this, "addressBookDictUncached", std::nullopt);
 }
 
-Status XTPictureDevice::setAddressBookDict(const PropertyDictionary&) {
+Status XTPictureDevice::setAddressBookDict(AddressBook&) {
   return subclassResponsibility(*this, "setAddressBookDict:", status::kUnsupported);
 }
 

@@ -2,7 +2,6 @@
 // transactions, and answers for itself where the device has none.
 #include <utility>
 
-#include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/DeviceEvents.h"
 #include "NativeServices/PictureDevice/DeviceLanguages.h"
 #include "NativeServices/PictureDevice/DevicePictures.h"
@@ -137,13 +136,8 @@ Status XTPictureDevice::downloadImagePTP(std::uint32_t handle, const std::string
 }
 
 std::optional<std::string> XTPictureDevice::downloadObjectPTP(std::uint32_t handle) {
-  auto* device = ptpTransactions();
-  ObjectInfoPointer info;
-  if (device == nullptr || device->objectInfo(info, handle) != status::kOK) return std::nullopt;
-  TraceLog::trace("ObjectInfo: fileName: %s", info->fileName().c_str());
-  // Not by the PTP operation itself, so that a device without pieces gives none here, either.
-  const auto content = downloadObjectData(handle);
-  return content ? writeTemporaryFile(info->fileName(), *content) : std::nullopt;
+  return answerOf<ObjectDownloads>(ptpTransactions(), std::optional<std::string>(),
+                                   [&](auto& it) { return it.temporaryFile(handle); });
 }
 
 Status XTPictureDevice::sendFilePTP(const std::string& path, std::uint32_t storage,

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/DeviceLanguages.h"
+#include "NativeServices/PictureDevice/ObjectSending.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
@@ -14,7 +15,6 @@ namespace {
 
 constexpr std::uint16_t kDeviceUserName = 0xD202;
 constexpr std::uint16_t kDefaultHostID = 0xD203;
-constexpr std::uint16_t kVendorSendObjectInfo = 0x9005;
 
 // StorageType (ISO 15740, "StorageInfo dataset").
 constexpr std::uint16_t kFixedROM = 1;
@@ -108,11 +108,8 @@ Status XTPictureDevice::sendFile(const std::string& path, std::uint32_t storage,
 Status XTPictureDevice::sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
                                  std::uint32_t storage, std::uint32_t parent,
                                  std::uint32_t* resultHandle) {
-  const CodeList* operations = opCodeList();
-  const bool sendsByList = operations && (containsCode(*operations, ptp::kSendObjectInfo) ||
-                                          containsCode(*operations, kVendorSendObjectInfo));
-  // Asked here so that nothing is announced to a device that takes no object.
-  if (!sendsByList && !capabilities().hasSendVendorObject) return status::kUnsupported;
+  // Not by the PTP operations alone: a class may send in a way of its own.
+  if (!takesData(opCodeList(), capabilities())) return status::kUnsupported;
   std::uint32_t handle = 0;
   Status status = sendObjectInfo(info, storage, parent, &handle);
   if (status == status::kOK) status = sendObjectData(data);

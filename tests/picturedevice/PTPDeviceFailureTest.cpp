@@ -15,7 +15,8 @@ namespace {
 using testing::IsEmpty;
 
 /// One operation: how it is called, and what its failure lines begin with. The result line begins
-/// like the header line where `result` is null; one line "status N response 0xN" where it is empty.
+/// like the header line where `result` is null; one line "status N response 0xN" where it is empty,
+/// and both in one line where it is ",".
 struct Operation {
   std::uint16_t code;
   std::function<Status(XTImageCapturePTPDevice&)> call;
@@ -36,6 +37,7 @@ std::function<Status(XTImageCapturePTPDevice&)> failing(Call call) {
 std::vector<Operation> operations() {
   using Device = XTImageCapturePTPDevice;
   static XTExtendedObjectInfo info;
+  static XTMutablePTPDataSet dataSet;
   static XT_AddressBookInfo addressBook;
   static ByteBuffer buffer;
   static std::uint64_t received;
@@ -97,6 +99,12 @@ std::vector<Operation> operations() {
        "getDBRowsFromQuery XTO_GET_DB_ROWS"},
       {0x9206, [](Device& device) { return device.updateExtObjectInfo(info, 7); },
        "updateExtObjectInfo XTO_UPDATE_EXT_OBJECT_INFO", "", "updateExtObjectInfo"},
+      {0x9204, failing([](Device& device) { return device.getDataSet(7, 0xB205).has_value(); }),
+       "getDataSet XTO_GET_DATASET", nullptr, "getDataSet"},
+      {0x9205, [](Device& device) { return device.createFormat(0xB202, dataSet, &handle); },
+       "createFormat", ",", "createFormat"},
+      {0x9207, [](Device& device) { return device.updateObject(7, 0xB202, dataSet); },
+       "updateObject", ",", "updateObject"},
       {0x100C, [](Device& device) { return device.sendObjectInfo(info, 0, 0, &handle); },
        "sendObjectInfo kPTPCmdSendObjectInfo", "", "sendObjectInfo"},
   };
@@ -127,6 +135,10 @@ std::vector<std::string> expectedLines(const Operation& operation, const End& en
   const std::string header = operation.header;
   if (operation.result && *operation.result == 0)
     return {formatted("%s status %d response 0x%X", header.c_str(), end.status, end.response)};
+  if (operation.result && operation.result == std::string(","))
+    return {formatted("%s objectSendMessagePB.header.err: 0x%x, result %i: resultCode: 0x%x",
+                      header.c_str(), static_cast<unsigned>(end.headerErr), end.status,
+                      end.response)};
   const std::string result = operation.result ? operation.result : header;
   return {formatted("%s objectSendMessagePB.header.err: 0x%x", header.c_str(),
                     static_cast<unsigned>(end.headerErr)),

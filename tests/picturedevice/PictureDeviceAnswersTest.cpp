@@ -2,8 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/support/PictureDeviceTestRoom.h"
-#include "tests/support/ScriptedPTPTransactions.h"
+#include "tests/support/ScriptedDevice.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
@@ -11,45 +10,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-/// A device whose transactions, stores and pictures are the test's.
-class ScriptedDevice : public PlainDevice {
- public:
-  ScriptedDevice() : PlainDevice("Lumo") {}
-
-  PTPTransactions* ptpTransactions() override { return speaksPTP ? &transactions : nullptr; }
-  const CodeList* opCodeList() override { return &transactions.operations; }
-  bool isWireless() override { return wireless; }
-  bool isDocked() override { return docked; }
-  std::optional<std::vector<std::uint32_t>> storageIDs() override { return stores; }
-  std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t id) override {
-    const auto found = infos.find(id);
-    return found == infos.end() ? nullptr : std::make_shared<const PTPStorageInfo>(found->second);
-  }
-  using PlainDevice::numberOfObjectsOnStore;
-  std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type) override {
-    return transactions.numberOfObjectsOnStore(store, type);
-  }
-  std::optional<ObjectReferences> pictureFiles() override { return pictures; }
-  std::int64_t objectSize(const ObjectReference& object) override {
-    return object.is_string() ? 5 : 6;
-  }
-  Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage, std::uint32_t parent,
-                        std::uint32_t* handle) override {
-    return transactions.sendObjectInfo(info, storage, parent, handle);
-  }
-  Status sendObjectData(std::span<const std::byte> data) override {
-    return transactions.sendObjectData(data);
-  }
-
-  ScriptedPTPTransactions transactions;
-  bool speaksPTP = true;
-  bool wireless = false;
-  bool docked = false;
-  std::optional<std::vector<std::uint32_t>> stores;
-  std::map<std::uint32_t, PTPStorageInfo> infos;
-  ObjectReferences pictures;
-};
 
 class PictureDeviceAnswers : public ::testing::Test {
  protected:

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <memory>
@@ -102,10 +103,12 @@ class FakeImageCapture : public ImageCapture {
     ICAObjectInfo info{ica::kDevice, ica::kCamera};
     PropertyDictionary properties = PropertyDictionary::object();
     std::map<std::uint16_t, PTPAnswer> answers;  ///< by operation code
-    Status dictionaryStatus = 0;                 ///< of copying the property dictionary
-    Status scopeStatus = 0;                      ///< of opening a scope
-    std::string scopeWhy;                        ///< in words
-    bool listed = true;                          ///< in the device list
+    /// Where there is one it answers GetNumObjects by what it is given: the format.
+    std::function<std::uint32_t(std::uint32_t format)> counts;
+    Status dictionaryStatus = 0;  ///< of copying the property dictionary
+    Status scopeStatus = 0;       ///< of opening a scope
+    std::string scopeWhy;         ///< in words
+    bool listed = true;           ///< in the device list
     int scopesOpened = 0;
     int openScopes = 0;
     std::vector<std::uint16_t> operations;  ///< sent, in order
@@ -191,6 +194,7 @@ class FakeImageCapture : public ImageCapture {
   /// Messages other than "pass", to whatever object, in order; and how they all end.
   std::vector<std::pair<ICAObject, FourCharCode>> messages;
   Status messageStatus = 0;
+  std::map<ICAObject, std::pair<std::string, std::string>> files;  ///< name and content
 
   // ImageCapture
 
@@ -272,8 +276,12 @@ class FakeImageCapture : public ImageCapture {
   Status getPropertyData(ICAObject, FourCharCode, std::string&) override {
     return status::kICAPropertyNotFound;
   }
-  Status downloadFile(ICAObject, const std::string&, std::string&) override {
-    return status::kICAInvalidObject;
+  Status downloadFile(ICAObject object, const std::string& folder, std::string& path) override {
+    const auto found = files.find(object);
+    if (found == files.end()) return status::kICAInvalidObject;
+    path = folder + "/" + found->second.first;
+    std::ofstream(path) << found->second.second;
+    return status::kOK;
   }
 
   std::unique_ptr<ICAScope> openScope(ICAObject object, Status* failure,
@@ -328,8 +336,10 @@ class FakeImageCapture : public ImageCapture {
       device.records.back().dataSize = static_cast<std::uint32_t>(record.source()->size());
     }
     const auto found = device.answers.find(code);
-    const PTPAnswer answer =
+    PTPAnswer answer =
         found == device.answers.end() ? PTPAnswer{.responseCode = 0x2005} : found->second;
+    if (device.counts && code == ptp::kGetNumObjects)
+      answer = {.parameters = {device.counts(pb.params[1])}};
     if (answer.vanishes) {
       vanish(device.object);
       return status::kICADeviceGone;

@@ -22,7 +22,7 @@ inline PTPCameraDescription fullCamera() {
   for (std::uint16_t code = 0x1001; code <= 0x101C; ++code)
     description.operations.push_back(code);
   for (const std::uint16_t code : {0x9007, 0x9008, 0x9009, 0x900C, 0x9011, 0x9019, 0x901A, 0x9202,
-                                   0x9203, 0x9206, 0x9209, 0x920A})
+                                   0x9203, 0x9204, 0x9205, 0x9206, 0x9207, 0x9208, 0x9209, 0x920A})
     description.operations.push_back(code);
   description.properties = {0x5001, 0x5011, 0xD201};
   return description;

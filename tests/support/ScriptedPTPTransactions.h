@@ -21,6 +21,7 @@
 
 #include "NativeServices/PictureDevice/DataPhases.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"
+#include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 
 namespace tarvo::test {
@@ -53,20 +54,44 @@ class ScriptedPTPTransactions : public PTPTransactions {
   std::map<std::uint16_t, std::vector<std::uint8_t>> values;        ///< of properties
   /// What an operation, by the name that `calls` has, ends with instead of working.
   std::map<std::string, Status, std::less<>> failing;
+  /// What a whole call raises.
+  std::map<std::string, Exception, std::less<>> raising;
   /// Bytes after which a transfer of content ends with `failing`, or as a success all the same.
   std::optional<std::uint64_t> endsAfter;
   bool knowsAllImageFormats = true;
   std::optional<std::vector<std::uint32_t>> pictureSizes;
+  /// Vendor data sets by handle; an object of that handle makes it known to lists.
+  std::map<std::uint32_t, std::vector<std::uint8_t>> dataSets;
+  std::uint32_t newHandle = kNewHandle;  ///< of what createFormat makes
   ProgressCallback progress;
 
   std::vector<std::string> calls;                ///< "GetPartialObject 7 2097152 1"
   std::optional<XTExtendedObjectInfo> sentInfo;  ///< by sendObjectInfo and updateExtObjectInfo
   std::string sentData;
+  std::vector<std::vector<std::byte>> sentDataSets;
   std::vector<std::byte> setValue;
   std::vector<std::uint32_t> invalidated;
 
+  /// A vendor data set that is an object of the device.
+  void addDataSet(std::uint32_t handle, std::uint16_t format, std::vector<std::uint8_t> bytes) {
+    add(handle, "", "", format);
+    dataSets[handle] = std::move(bytes);
+  }
+  /// The same of a record, by the function that writes it.
+  template <typename Record>
+  void addRecord(std::uint32_t handle, std::uint16_t format, const Record& record,
+                 void (*store)(XTMutablePTPDataSet&, const Record&)) {
+    auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+    store(dataSet, record);
+    std::vector<std::uint8_t> bytes(dataSet.length());
+    std::memcpy(bytes.data(), dataSet.buffer(), bytes.size());
+    addDataSet(handle, format, std::move(bytes));
+  }
+
   // PTPTransactions
 
+  Status lastOutcome() const override { return lastOutcome_; }
+  std::uint32_t lastReceived() const override { return lastReceived_; }
   PTPDeviceFacts facts() const override {
     return {model, operations, properties, imageFormats, capabilities};
   }
@@ -120,7 +145,7 @@ class ScriptedPTPTransactions : public PTPTransactions {
     const Status status = call("GetObjectInfo " + std::to_string(handle));
     if (status != status::kOK) return status;
     const auto found = objects.find(handle);
-    if (found == objects.end()) return status::kPTPInvalidObjectHandle;
+    if (found == objects.end()) return lastOutcome_ = status::kPTPInvalidObjectHandle;
     info = found->second.info;
     return status::kOK;
   }
@@ -166,6 +191,29 @@ class ScriptedPTPTransactions : public PTPTransactions {
     return call("SendContentsOfFile");
   }
 
+  std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) override {
+    const Status status = call("GetDataSet " + formatted("%u %04X", handle, format));
+    auto dataSet = reader(status, dataSets, handle);
+    if (dataSet) lastReceived_ = dataSet->length();
+    return dataSet;
+  }
+  Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
+                      std::uint32_t* resultHandle) override {
+    sentDataSets.push_back(dataSet.data());
+    const Status status = call("CreateDataSet " + formatted("%04X", format));
+    if (status == status::kOK) *resultHandle = newHandle;
+    return status;
+  }
+  Status updateObject(std::uint32_t handle, std::uint16_t format,
+                      XTMutablePTPDataSet& dataSet) override {
+    sentDataSets.push_back(dataSet.data());
+    return call("UpdateDataSet " + formatted("%u %04X", handle, format));
+  }
+  Status sendIndicateFulfillment(std::uint32_t order, std::uint32_t asset) override {
+    return call("ModifyAssetList " + formatted("%u %u", order, asset));
+  }
+  std::uint32_t maxSizeForDatasetFormat(std::uint16_t) override { return 0; }
+
   Status sendQuery(std::string_view, std::uint32_t*) override { return call("SendQuery"); }
   Status getDBRowsFromQuery(std::uint32_t, std::uint32_t, std::uint32_t, ByteBuffer&,
                             bool&) override {
@@ -179,17 +227,21 @@ class ScriptedPTPTransactions : public PTPTransactions {
   static constexpr std::uint32_t kNewHandle = 77;
 
  private:
+  /// Fails where the operation shall, or the whole call ("Delete 7 0000 100B").
   Status call(const std::string& text) {
     calls.push_back(text);
-    const auto found = failing.find(text.substr(0, text.find(' ')));
+    if (const auto raised = raising.find(text); raised != raising.end()) throw raised->second;
+    auto found = failing.find(text);
+    if (found == failing.end()) found = failing.find(text.substr(0, text.find(' ')));
     // A transfer that ends in the middle fails at its end.
-    return found == failing.end() ? status::kOK : found->second;
+    return lastOutcome_ = found == failing.end() ? status::kOK : found->second;
   }
 
-  static std::optional<XTPTPDataSet> reader(
-      Status status, const std::map<std::uint16_t, std::vector<std::uint8_t>>& bytes,
-      std::uint16_t property) {
-    const auto found = bytes.find(property);
+  template <typename Key>
+  static std::optional<XTPTPDataSet> reader(Status status,
+                                            const std::map<Key, std::vector<std::uint8_t>>& bytes,
+                                            Key key) {
+    const auto found = bytes.find(key);
     if (status != status::kOK || found == bytes.end()) return std::nullopt;
     auto dataSet = XTPTPDataSet::initWithData(std::as_bytes(std::span(found->second)));
     dataSet.setByteOrder(kPTPByteOrder);
@@ -232,6 +284,8 @@ class ScriptedPTPTransactions : public PTPTransactions {
   }
 
   CodeList none_;
+  Status lastOutcome_ = status::kOK;
+  std::uint32_t lastReceived_ = 0;
 };
 
 }  // namespace tarvo::test
