@@ -1,6 +1,18 @@
 #include "simulator/ByteReader.h"
 
 namespace tarvo::simulator {
+namespace {
+
+constexpr std::size_t kContainerHeader = 12;
+constexpr std::size_t kAvoidedMultiple = 64;
+
+}  // namespace
+
+bool isPadding(std::span<const std::byte> rest, std::size_t size) {
+  if (rest.empty()) return true;
+  return rest.size() == 1 && rest[0] == std::byte{} &&
+         (size + kContainerHeader) % kAvoidedMultiple == 0;
+}
 
 bool ByteReader::has(std::uint64_t size) {
   if (size <= bytes_.size() - position_) return true;
@@ -25,6 +37,22 @@ std::u16string ByteReader::text() {
   if (units.back() != 0) failed_ = true;
   units.pop_back();
   return units;
+}
+
+Bytes ByteReader::bytes(std::size_t size) {
+  if (!has(size)) return {};
+  const auto found = bytes_.subspan(position_, size);
+  position_ += size;
+  return {found.begin(), found.end()};
+}
+
+std::vector<std::uint32_t> ByteReader::u32Array() {
+  std::vector<std::uint32_t> values;
+  const auto count = integer(4);
+  if (!has(count * 4)) return values;
+  for (std::uint64_t i = 0; i < count; ++i)
+    values.push_back(u32());
+  return values;
 }
 
 void ByteReader::skipArray(std::size_t elementSize) {

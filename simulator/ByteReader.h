@@ -25,6 +25,10 @@ class ByteReader {
   std::uint32_t u32() { return static_cast<std::uint32_t>(integer(4)); }
   /// A PTP string without its terminator; a terminator that is missing fails.
   std::u16string text();
+  /// The next `size` bytes; fewer fail, and give none.
+  Bytes bytes(std::size_t size);
+  /// A PTP array of u32: a count (u32), then the elements.
+  std::vector<std::uint32_t> u32Array();
   /// Passes over a PTP array: a count (u32), then elements of `elementSize` bytes.
   void skipArray(std::size_t elementSize);
 
@@ -40,5 +44,9 @@ class ByteReader {
   std::size_t position_ = 0;
   bool failed_ = false;
 };
+
+/// Whether `rest` is what may follow a data set of `size` bytes from a host: nothing, or one zero
+/// byte where the container would otherwise be a multiple of 64 bytes long.
+bool isPadding(std::span<const std::byte> rest, std::size_t size);
 
 }  // namespace tarvo::simulator

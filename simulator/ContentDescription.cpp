@@ -1,5 +1,9 @@
 #include "simulator/ContentDescription.h"
 
+#include <glib.h>
+
+#include <memory>
+
 #include "Utilities/Format.h"
 #include "simulator/ByteWriter.h"
 
@@ -26,7 +30,7 @@ std::u16string readRawName(const JsonNode& node) {
 }
 
 std::u16string readName(const JsonNode& node, NameRule rule) {
-  if (rule == NameRule::kAnything && node.json().is_object()) return readRawName(node);
+  if (rule == NameRule::kAnything && node.json().is_object()) return readUnits(node);
   return utf16(readFileName(node));
 }
 
@@ -54,14 +58,37 @@ void readTraits(const JsonNode& node, ObjectTraits& traits) {
   node.read("hidesSize", traits.hidesSize);
 }
 
+/// UTF-8 text in the encoding that a device's firmware writes.
+std::string encoded(const JsonNode& encoding, const std::string& text) {
+  gsize size = 0;
+  const std::unique_ptr<gchar, decltype(&g_free)> bytes(
+      g_convert(text.data(), static_cast<gssize>(text.size()), encoding.text().c_str(), "UTF-8",
+                nullptr, &size, nullptr),
+      &g_free);
+  if (!bytes) encoding.fail("an encoding that has all of the text is expected");
+  return {bytes.get(), size};
+}
+
+/// The bytes that "text" or "lines" (each ends with CR LF) give; none where neither is there.
+std::optional<std::string> readFileText(const JsonNode& node) {
+  std::optional<std::string> text;
+  node.read("text", text);
+  std::vector<std::string> lines;
+  node.read("lines", lines);
+  for (const auto& line : lines)
+    text = text.value_or("") + line + "\r\n";
+  const auto encoding = node.find("encoding");
+  return encoding && text ? encoded(*encoding, *text) : text;
+}
+
 ContentNode readFile(const JsonNode& node, NameRule rule) {
-  node.allowKeys({"file", "size", "text", "format", "captured", "modified", "keywords", "protected",
-                  "thumbnail", "hidesSize"});
+  node.allowKeys({"file", "size", "text", "lines", "encoding", "format", "captured", "modified",
+                  "keywords", "protected", "thumbnail", "hidesSize"});
   ContentNode content;
   content.name = readName(node.at("file"), rule);
   readTraits(node, content.traits);
   node.read("size", content.size);
-  node.read("text", content.text);
+  content.text = readFileText(node);
   if (content.text) content.size = content.text->size();
   return content;
 }
@@ -80,6 +107,10 @@ ContentNode readFolder(const JsonNode& node, NameRule rule) {
 
 std::string GeneratedFiles::nameOf(std::uint32_t index) const {
   return prefix + formatted("%06u", index + 1) + "." + extension;
+}
+
+std::u16string readUnits(const JsonNode& node) {
+  return node.json().is_object() ? readRawName(node) : utf16(node.text());
 }
 
 std::string readFileName(const JsonNode& node) {

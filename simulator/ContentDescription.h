@@ -54,6 +54,9 @@ enum class NameRule { kRealFile, kAnything };
 std::vector<ContentNode> readContent(const JsonNode& list, NameRule rule);
 /// One node of such a list.
 ContentNode readContentNode(const JsonNode& node, NameRule rule);
+/// Text that may be any units: TEXT, {"raw": TEXT} or {"utf16": [UNITS]}, the last two with
+/// "repeat".
+std::u16string readUnits(const JsonNode& node);
 /// A file name as text.
 std::string readFileName(const JsonNode& node);
 

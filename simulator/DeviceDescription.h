@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "simulator/ContentDescription.h"
+#include "simulator/DatasetDescription.h"
 #include "simulator/Faults.h"
 #include "simulator/JsonNode.h"
 
@@ -137,6 +138,7 @@ struct DeviceDescription {
   DeviceInfo info;                              ///< of a PTP device
   std::vector<PropertyDescription> properties;  ///< of a PTP device
   VendorDescription vendor;                     ///< of a PTP device
+  std::optional<DatasetsDescription> datasets;  ///< of a PTP device; none: it keeps none
   CaptureDescription capture;                   ///< of a PTP device
   std::vector<StoreDescription> stores;         ///< of a PTP device
   ScsiDescription scsi;                         ///< of a mass-storage device

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 
+#include "simulator/Datasets.h"
 #include "simulator/DeviceDescription.h"
 #include "simulator/ObjectStore.h"
 #include "simulator/PTPMessages.h"
@@ -23,7 +24,9 @@ struct PendingObject {
 /// Not locked: PTPCamera holds its own lock over everything that reaches it.
 struct DeviceState {
   explicit DeviceState(const DeviceDescription& described)
-      : description(described), objects(described.stores) {}
+      : description(described),
+        objects(described.stores),
+        datasets(objects, described.datasets.value_or(DatasetsDescription())) {}
 
   /// As after a reset: the session and what it has left half done are forgotten.
   void forgetSession() {
@@ -34,6 +37,7 @@ struct DeviceState {
 
   DeviceDescription description;  ///< whose property values the host may change
   ObjectStore objects;
+  Datasets datasets;          ///< keeps its data sets among the objects
   std::uint32_t session = 0;  ///< id of the open session; 0: none
   std::optional<PendingObject> pending;
   std::optional<std::uint32_t> openCapture;  ///< transaction id of InitiateOpenCapture

@@ -32,6 +32,7 @@ std::uint16_t ObjectChanges::deleteOne(std::uint32_t handle, std::uint16_t opera
   if (store.access == StoreAccess::kReadOnly) return kStoreReadOnly;
   if (store.vendorDelete && operation != kVendorDelete) return kAccessDenied;
   const auto removal = state_.objects.remove(handle);
+  if (removal.removed > 0) state_.datasets.forget(*object);
   if (removal.kept == 0) return kOK;
   return removal.removed == 0 ? kObjectWriteProtected : kPartialDeletion;
 }

@@ -28,9 +28,9 @@ std::shared_ptr<const Payload> textPayload(const std::string& text) {
 
 }  // namespace
 
-// Object format codes of ISO 15740.
+// Object format codes of ISO 15740, and those of the maker's files.
 std::uint16_t formatOfExtension(const std::string& name) {
-  static constexpr std::array<std::pair<std::string_view, std::uint16_t>, 10> kFormats = {{
+  static constexpr std::array<std::pair<std::string_view, std::uint16_t>, 15> kFormats = {{
       {"jpg", 0x3801},
       {"jpeg", 0x3801},
       {"tif", 0x380D},
@@ -41,6 +41,11 @@ std::uint16_t formatOfExtension(const std::string& name) {
       {"mov", 0x300D},
       {"wav", 0x3008},
       {"txt", 0x3004},
+      {"mrk", 0x3006},
+      {"abk", 0xB003},
+      {"lcb", 0xB005},
+      {"how", 0xB008},
+      {"sbx", 0xB00C},
   }};
   auto extension = name.substr(std::min(name.size(), name.rfind('.') + 1));
   std::transform(extension.begin(), extension.end(), extension.begin(),

@@ -98,7 +98,10 @@ std::uint32_t PTPCamera::addObject(StoredObject object) {
 bool PTPCamera::removeObject(std::uint32_t handle) {
   {
     const std::lock_guard guard(lock());
-    if (responder_.state().objects.remove(handle).removed == 0) return false;
+    auto& state = responder_.state();
+    const auto found = state.objects.object(handle);
+    if (!found || state.objects.remove(handle).removed == 0) return false;
+    state.datasets.forget(*found);
     queueEvent({kObjectRemoved, {handle}});
   }
   tellActivity();

@@ -179,12 +179,13 @@ Faults readFaults(const JsonNode& node) {
 }  // namespace
 
 void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
-  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "properties", "vendor", "capture",
-                  "stores", "faults"});
+  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "properties", "vendor", "datasets",
+                  "capture", "stores", "faults"});
   device.info = readDeviceInfo(root.at("deviceInfo"), device.usb);
   root.readList("properties", device.properties, readProperty);
   root.readList("stores", device.stores, readStore);
   if (const auto vendor = root.find("vendor")) device.vendor = readVendor(*vendor);
+  if (const auto datasets = root.find("datasets")) device.datasets = readDatasets(*datasets);
   if (const auto capture = root.find("capture")) device.capture = readCapture(*capture);
   if (const auto faults = root.find("faults")) device.faults = readFaults(*faults);
 }

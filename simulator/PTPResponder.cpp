@@ -35,7 +35,8 @@ PTPResponder::PTPResponder(const DeviceDescription& description)
       changes_(state_),
       sending_(state_),
       properties_(state_),
-      vendor_(state_) {
+      vendor_(state_),
+      datasets_(state_) {
   session_.addTo(known_);
   capturing_.addTo(known_);
   objects_.addTo(known_);
@@ -43,6 +44,7 @@ PTPResponder::PTPResponder(const DeviceDescription& description)
   sending_.addTo(known_);
   properties_.addTo(known_);
   vendor_.addTo(known_);
+  datasets_.addTo(known_);
   std::copy_if(known_.begin(), known_.end(), std::inserter(offered_, offered_.end()),
                [this](const auto& entry) { return offers(entry.first); });
 }
@@ -52,7 +54,7 @@ bool PTPResponder::offers(std::uint16_t operation) const {
   const auto& listed = state_.description.info.operations;
   if (listed) return contains(*listed, operation);
   return operation < kFirstVendorOperation ||
-         contains(offeredVendorOperations(state_.description.vendor), operation);
+         contains(offeredVendorOperations(state_.description), operation);
 }
 
 DataDirection PTPResponder::direction(std::uint16_t operation) const {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "simulator/CaptureOperations.h"
+#include "simulator/DatasetOperations.h"
 #include "simulator/DeviceState.h"
 #include "simulator/ObjectChanges.h"
 #include "simulator/ObjectOperations.h"
@@ -56,6 +57,7 @@ class PTPResponder {
   SendingOperations sending_;
   PropertyOperations properties_;
   VendorOperations vendor_;
+  DatasetOperations datasets_;
 };
 
 }  // namespace tarvo::simulator

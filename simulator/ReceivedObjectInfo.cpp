@@ -5,17 +5,6 @@
 namespace tarvo::simulator {
 namespace {
 
-constexpr std::size_t kContainerHeader = 12;
-constexpr std::size_t kAvoidedMultiple = 64;
-
-/// Whether `rest` is what may follow a data set of `size` bytes: nothing, or the one byte that
-/// keeps the container off a multiple of 64.
-bool isPadding(std::span<const std::byte> rest, std::size_t size) {
-  if (rest.empty()) return true;
-  return rest.size() == 1 && rest[0] == std::byte{} &&
-         (size + kContainerHeader) % kAvoidedMultiple == 0;
-}
-
 /// Passes over the maker's fields, which a device keeps as they are.
 void skipExtension(ByteReader& reader) {
   reader.text();                        // date of creation

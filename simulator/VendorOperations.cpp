@@ -6,7 +6,8 @@
 
 namespace tarvo::simulator {
 
-std::vector<std::uint16_t> offeredVendorOperations(const VendorDescription& vendor) {
+std::vector<std::uint16_t> offeredVendorOperations(const DeviceDescription& device) {
+  const auto& vendor = device.vendor;
   auto offered = vendor.operations;
   if (vendor.supportedDatasets) offered.push_back(ptp::XTO_GET_SUPPORTED_DATASETS);
   if (vendor.displayRequestVersion) {
@@ -17,6 +18,11 @@ std::vector<std::uint16_t> offeredVendorOperations(const VendorDescription& vend
   if (vendor.lcbInfo) offered.push_back(ptp::XTO_GET_LCB_INFO);
   if (vendor.addressBook) offered.push_back(ptp::XTO_GET_ADDRESS_BOOK_INFO);
   if (vendor.queryRows) offered.push_back(ptp::XTO_GET_DB_ROWS);
+  if (device.datasets) {
+    offered.insert(offered.end(),
+                   {ptp::XTO_GET_DATASET, ptp::XTO_CREATE_DATASET, ptp::XTO_UPDATE_DATASET,
+                    ptp::XTO_MODIFY_ASSET_LIST, std::uint16_t{kVendorDelete}});
+  }
   return offered;
 }
 

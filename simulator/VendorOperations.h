@@ -26,6 +26,6 @@ class VendorOperations {
 };
 
 /// Operations that a device offers for what its description says of the maker's extension.
-std::vector<std::uint16_t> offeredVendorOperations(const VendorDescription& vendor);
+std::vector<std::uint16_t> offeredVendorOperations(const DeviceDescription& device);
 
 }  // namespace tarvo::simulator

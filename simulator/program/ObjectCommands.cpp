@@ -1,5 +1,7 @@
 #include "simulator/program/ObjectCommands.h"
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <iostream>
 
@@ -48,7 +50,7 @@ json requestFor(const std::string& command, const ObjectOptions& options) {
   if (!options.name.empty()) request["name"] = options.name;
   for (const auto& [key, text] :
        {std::pair{"handle", options.handle}, std::pair{"storage", options.storage},
-        std::pair{"parent", options.parent}}) {
+        std::pair{"parent", options.parent}, std::pair{"format", options.format}}) {
     if (!text.empty()) request[key] = numberArgument(text, 0xFFFFFFFF);
   }
   return request;
@@ -65,6 +67,7 @@ std::uint64_t numberArgument(const std::string& text, std::uint64_t maximum) {
 void addObjectCommands(CLI::App& app, ObjectOptions& options) {
   auto* listed = addCommand(app, options, "objects", "Show what a camera holds");
   listed->add_flag("--json", options.asJson, "One JSON document");
+  listed->add_option("--format", options.format, "Only those of this object format");
   auto* added =
       addCommand(app, options, "add", "Let a camera have a new object; prints its handle");
   added->add_option("file", options.file, "File with its bytes")->required();
@@ -74,6 +77,9 @@ void addObjectCommands(CLI::App& app, ObjectOptions& options) {
   auto* exported = addCommand(app, options, "export", "Write the bytes of an object to a file");
   exported->add_option("handle", options.handle, "Handle of the object")->required();
   exported->add_option("file", options.file, "File to write")->required();
+  auto* shown = addCommand(app, options, "dataset", "Print a vendor data set in hexadecimal");
+  shown->add_option("handle", options.handle, "Handle of the data set")->required();
+  addCommand(app, options, "display", "Print the display request that a camera got last");
   auto* removed = addCommand(app, options, "remove", "Let a camera lose an object");
   removed->add_option("handle", options.handle, "Handle of the object")->required();
   auto* captured =
@@ -83,12 +89,12 @@ void addObjectCommands(CLI::App& app, ObjectOptions& options) {
 
 bool runObjectCommand(const std::string& command, const std::string& socket,
                       const ObjectOptions& options) {
-  if (command != "objects" && command != "add" && command != "export" && command != "remove" &&
-      command != "capture") {
-    return false;
-  }
+  static constexpr std::array<std::string_view, 7> kCommands = {
+      "objects", "add", "export", "dataset", "display", "remove", "capture"};
+  if (std::ranges::count(kCommands, command) == 0) return false;
   const auto answer = ask(socket, requestFor(command, options));
   if (answer.contains("objects")) printObjects(answer, options.asJson);
+  if (answer.contains("hex")) std::cout << answer["hex"].get<std::string>() << "\n";
   if (answer.contains("handle")) std::cout << answer["handle"] << "\n";
   return true;
 }

@@ -14,6 +14,7 @@ struct ObjectOptions {
   std::string handle;
   std::string storage;
   std::string parent;
+  std::string format;
   bool asJson = false;
 };
 

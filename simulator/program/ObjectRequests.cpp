@@ -6,7 +6,8 @@
 #include <stdexcept>
 #include <vector>
 
-#include "simulator/ObjectOperations.h"
+#include "Utilities/Format.h"
+#include "simulator/DatasetRecords.h"
 #include "simulator/Spool.h"
 
 namespace tarvo::simulator {
@@ -53,13 +54,28 @@ nlohmann::json described(const StoredObject& object) {
           {"extended", !object.extension.empty()}};
 }
 
-nlohmann::json listObjects(const PTPCamera& camera) {
+nlohmann::json listObjects(const PTPCamera& camera, std::uint16_t format) {
   auto list = nlohmann::json::array();
-  const auto handles = camera.handles();
+  const auto handles = camera.handles({0xFFFFFFFF, format, 0});
   for (const auto handle : std::span(handles).first(std::min(handles.size(), kMostListed))) {
     if (const auto object = camera.object(handle)) list.push_back(described(*object));
   }
   return {{"objects", std::move(list)}, {"total", handles.size()}};
+}
+
+nlohmann::json hexOf(const Bytes& bytes) {
+  std::string text;
+  for (const auto byte : bytes)
+    text += formatted("%02x", static_cast<unsigned>(byte));
+  return {{"hex", text}};
+}
+
+nlohmann::json showDataset(const PTPCamera& camera, std::uint32_t handle) {
+  const auto object = camera.object(handle);
+  if (!object || !isDatasetFormat(object->traits.format)) {
+    throw std::runtime_error("no data set has that handle");
+  }
+  return hexOf(camera.bytes(handle));
 }
 
 nlohmann::json addObject(PTPCamera& camera, const nlohmann::json& request) {
@@ -90,11 +106,13 @@ std::optional<nlohmann::json> answerObjectRequest(PTPCamera& camera,
                                                   const nlohmann::json& request) {
   const auto command = request.at("command").get<std::string>();
   const auto handle = request.value("handle", 0U);
-  if (command == "objects") return listObjects(camera);
+  if (command == "objects") return listObjects(camera, request.value("format", std::uint16_t{0}));
   if (command == "add") return addObject(camera, request);
   if (command == "export") {
     return exportObject(camera, handle, request.at("path").get<std::string>());
   }
+  if (command == "dataset") return showDataset(camera, handle);
+  if (command == "display") return hexOf(camera.displayRequest());
   if (command == "remove") {
     if (!camera.removeObject(handle)) throw std::runtime_error("no object can be removed there");
     return nlohmann::json::object();

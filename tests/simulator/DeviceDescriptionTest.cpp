@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include "simulator/ObjectStore.h"
+#include "simulator/DeviceState.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -36,6 +36,17 @@ TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
        "properties[0].type: one of these is expected: INT8"},
       {camera + R"("properties": [{"code": 1, "type": "STR", "value": 1}]})",
        "properties[0].value: a text is expected"},
+      {camera +
+           R"("stores": [{"content": [{"file": "a", "text": "ł", "encoding": "ISO-8859-1"}]}]})",
+       "stores[0].content[0].encoding: an encoding that has all of the text"},
+      {camera + R"("datasets": {"contacts": [{"name": "Anna"}]}})",
+       "datasets.contacts[0]: unknown key \"name\""},
+      {camera + R"("datasets": {"contacts": [{"guid": "123"}]}})",
+       "datasets.contacts[0].guid: pairs of hexadecimal digits"},
+      {camera + R"("datasets": {"groups": [{"generate": 2, "image": -1}]}})",
+       "datasets.groups.image: a number from 0"},
+      {camera + R"("datasets": {"raw": [{"format": "0x3801", "hex": ""}]}})",
+       "datasets.raw[0].format: a data set's format"},
       {camera + R"("faults": {"explode": true}})", "faults.explode: unknown fault"},
       {camera + R"("faults": {"delay": true}})", "faults.delay: the fault is written delay="},
   };
@@ -47,9 +58,32 @@ TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
 
 TEST(DeviceDescription, ReadsEveryShippedDescription) {
   for (const auto& entry : std::filesystem::directory_iterator(DEVICES_FOLDER)) {
-    EXPECT_NO_THROW(DeviceDescription::fromFile(entry.path())) << entry.path();
+    EXPECT_NO_THROW(DeviceState(DeviceDescription::fromFile(entry.path()))) << entry.path();
   }
   EXPECT_THROW(DeviceDescription::fromFile("/nowhere/x.json"), DescriptionError);
+}
+
+TEST(DeviceDescription, NamesWhatADataSetRefersToInVain) {
+  for (const auto* datasets :
+       {R"({"groups": [{"members": ["Zoe"]}]})", R"({"printOrders": [{"asset": "NONE.JPG"}]})",
+        R"({"storage": 7, "contacts": [{}]})"}) {
+    const auto json = nlohmann::json::parse(std::string(kCamera) +
+                                            R"("stores": [{}], "datasets": )" + datasets + "}");
+    EXPECT_THROW(DeviceState(DeviceDescription::fromJson(json)), DescriptionError) << datasets;
+  }
+}
+
+TEST(DeviceDescription, WritesTheBytesThatFirmwareWrites) {
+  const DeviceState state(DeviceDescription::fromJson(nlohmann::json::parse(
+      std::string(kCamera) +
+      R"("stores": [{"content": [{"file": "A.ABK", "lines": ["é", "b"], "encoding": "ISO-8859-1"},
+                                 {"file": "B.MRK", "lines": []}]}]})")));
+  const auto file = state.objects.object(1).value();
+  EXPECT_EQ(file.traits.format, 0xB003);
+  const auto bytes = allBytes(*file.content);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(bytes.data()), bytes.size()),
+            "\xE9\r\nb\r\n");
+  EXPECT_EQ(state.objects.object(2)->traits.format, 0x3006);
 }
 
 class Store : public ::testing::Test {
