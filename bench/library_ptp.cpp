@@ -6,6 +6,9 @@
 //   library_ptp many FIRST COUNT            each object into a file of its own
 //   library_ptp put COUNT FILE              each a copy of the file
 //   library_ptp list                        the information of every object, twice
+//   library_ptp none                        nothing: what a session costs by itself
+//   library_ptp book                        the address book
+//   library_ptp orders                      all e-mail and print orders
 //
 // Takes the one device that is there. Prints the seconds of the transfers alone.
 #include <array>
@@ -20,6 +23,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/OpenedDevice.h"
 #include "tools/ToolProcess.h"
@@ -113,6 +117,19 @@ void list(tools::OpenedDevice& device) {
   }
 }
 
+void readBook(tools::OpenedDevice& device) {
+  const auto book = device.device().addressBookDict();
+  if (!book || !book->contacts || !book->groups) fail("book", device.transactions().lastOutcome());
+  std::fprintf(stderr, "%zu contacts, %zu groups\n", book->contacts->size(), book->groups->size());
+}
+
+void readOrders(tools::OpenedDevice& device) {
+  const auto emails = device.device().emailOrderList();
+  const auto prints = device.device().printOrderList();
+  if (!emails || !prints) fail("orders", device.transactions().lastOutcome());
+  std::fprintf(stderr, "%zu e-mail orders, %zu print orders\n", emails->size(), prints->size());
+}
+
 Work workOf(const std::string& name) {
   if (name == "get") return get;
   if (name == "parts") return getParts;
@@ -123,6 +140,9 @@ Work workOf(const std::string& name) {
       fetch(device, number(arguments[0]), number(arguments[1]));
     };
   if (name == "put") return put;
+  if (name == "none") return [](auto&, const auto&) {};
+  if (name == "book") return [](auto& device, const auto&) { readBook(device); };
+  if (name == "orders") return [](auto& device, const auto&) { readOrders(device); };
   if (name == "list") return [](auto& device, const auto&) { list(device); };
   std::fprintf(stderr, "library_ptp: see the head of the source for the arguments\n");
   std::exit(2);

@@ -43,11 +43,17 @@ class Bench:
                               text=True).stdout.strip()
 
     @contextlib.contextmanager
-    def camera(self, content, faults=None):
+    def camera(self, content, faults=None, datasets=None):
         """A camera of its own with this content; gives its device node and its identifier."""
         description = json.load(open(self.arguments.camera))
         description["stores"] = [{"id": "0x00010001", "capacity": 1 << 40, "free": 1 << 39,
                                   "content": content}]
+        if datasets:
+            description["datasets"] = datasets
+            description["vendor"]["addressBook"] = {
+                "maxAddresses": 10000, "maxGroups": 1000, "maxAddressesPerGroup": 1000,
+                "maxAddressLengthInBytes": 100, "maxNicknameLengthInBytes": 100,
+                "maxGroupNameLengthInBytes": 100}
         with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as file:
             json.dump(description, file)
         identifier = self.call("plug", file.name)
@@ -161,6 +167,45 @@ class Bench:
                         [self.arguments.tarvoctl, "--quiet", "ls", "--long", "--recursive"],
                         ["gphoto2", "--quiet", "--list-files"])
 
+    def shared(self, people, groups, orders):
+        """An address book and orders in vendor data sets, and how many transactions they take."""
+        pictures = 100
+        content = [{"generate": {"count": pictures, "size": 1000, "prefix": "IMG_"}}]
+        datasets = {
+            "contacts": [{"generate": people, "nickname": "P#", "email": "p#@example.org",
+                          "firstName": "First#", "lastName": "Last#"}],
+            "groups": [{"name": f"G{number}",
+                        "members": [f"P{(number * 10 + each) % people + 1}" for each in range(10)]}
+                       for number in range(groups)],
+            "emailOrders": [{"to": [f"P{number % people + 1}"], "assets": [number % pictures + 1]}
+                            for number in range(orders // 2)],
+            "printOrders": [{"asset": number % pictures + 1} for number in range(orders // 2)]}
+        with self.camera(content, datasets=datasets) as (_, identifier):
+            # The limits; the handles of both kinds, and each of them.
+            book = 3 + people + groups
+            self.reading(identifier, f"Reading {people} contacts and {groups} groups", "book", book,
+                         ["addressbook", "show"])
+            # The handles of both kinds, each order, what its pictures are called, and whom it is to.
+            self.reading(identifier, f"Reading {orders} orders", "orders",
+                         2 + orders + pictures + book, ["orders", "list"])
+
+    def reading(self, identifier, title, work, least, words):
+        print(title)
+        before = self.transactions(identifier)
+        self.library("none")
+        session = self.transactions(identifier) - before
+        before = self.transactions(identifier)
+        figure("library", [self.library(work) for _ in range(self.arguments.runs)])
+        taken = (self.transactions(identifier) - before) // self.arguments.runs - session
+        print(f"  {'transactions of the library':<44} {taken}, the least is {least}, and the number"
+              f" of groups is asked anew for each contact")
+        before = self.transactions(identifier)
+        runs = [self.program(self.arguments.tarvoctl, "--quiet", *words)
+                for _ in range(self.arguments.runs)]
+        figure(" ".join(["tarvoctl", *words]), [seconds for seconds, _ in runs])
+        taken = (self.transactions(identifier) - before) // self.arguments.runs - session
+        print(f"  {'transactions of the whole program':<44} {taken}", flush=True)
+
     def first_line(self):
         began = time.monotonic()
         process = subprocess.Popen(
@@ -190,10 +235,11 @@ def main():
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--large", type=int, default=1024, help="MiB of the large object")
     parser.add_argument("--many", type=int, default=1000, help="number of the small objects")
-    parser.add_argument("--only", choices=["large", "many", "delay", "list", "put"])
+    parser.add_argument("--only", choices=["large", "many", "delay", "list", "put", "shared"])
     bench = Bench(parser.parse_args())
     parts = {"large": bench.one_large, "many": lambda: bench.many(0),
              "delay": lambda: bench.many(1), "list": bench.listing,
+             "shared": lambda: bench.shared(1000, 100, 500),
              "put": lambda: (bench.sending(1, bench.arguments.large * MIB),
                              bench.sending(bench.arguments.many, 100 << 10))}
     for name, part in parts.items():

@@ -23,6 +23,10 @@ CommandTree::CommandTree()
   addTransfers();
   addRemoval();
   addProperties();
+  addOrders();
+  addAddressBook();
+  addAlbums();
+  addDeviceFiles();
   addQueries();
   addModels();
   addRecords();

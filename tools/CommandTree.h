@@ -6,12 +6,16 @@
 #include <CLI/Formatter.hpp>
 #include <string>
 
+#include "tools/AddressBookCommands.h"
+#include "tools/AlbumCommands.h"
 #include "tools/CommandLine.h"
 #include "tools/DeviceCommands.h"
+#include "tools/DeviceFileCommands.h"
 #include "tools/EventCommand.h"
 #include "tools/GetCommand.h"
 #include "tools/ListCommand.h"
 #include "tools/ModelCommands.h"
+#include "tools/OrdersCommands.h"
 #include "tools/PropertyCommands.h"
 #include "tools/PutCommand.h"
 #include "tools/QueryCommand.h"
@@ -42,6 +46,10 @@ class CommandTree {
   void addTransfers();
   void addRemoval();
   void addProperties();
+  void addOrders();
+  void addAddressBook();
+  void addAlbums();
+  void addDeviceFiles();
   void addQueries();
   void addModels();
   void addRecords();
@@ -67,6 +75,17 @@ class CommandTree {
   RemoveOptions remove_;
   RenameOptions rename_;
   PropertyOptions property_;
+  OrdersShowOptions ordersShow_;
+  OrdersFulfilOptions ordersFulfil_;
+  OrdersDeleteOptions ordersDelete_;
+  BookFileOptions bookValidate_;
+  BookExportOptions bookExport_;
+  BookImportOptions bookImport_;
+  BookEditOptions bookEdit_;
+  AlbumFileOptions albumFile_;
+  FavouritesDeleteOptions favourites_;
+  CollectionSetOptions collection_;
+  FileOptions file_;
   QueryOptions query_;
   ModelCheckOptions models_;
   RecordOptions records_;

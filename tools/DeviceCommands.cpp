@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"

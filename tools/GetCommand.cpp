@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "tools/Batch.h"
 #include "tools/LocalFiles.h"
 #include "tools/ObjectPaths.h"

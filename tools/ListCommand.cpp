@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/FileTypeTables.h"
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"

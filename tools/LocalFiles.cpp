@@ -31,16 +31,6 @@ void makeFolder(const std::string& operation, const fs::path& folder) {
                    .why = error ? error.message() : "it is no folder"});
 }
 
-bool writeAll(int descriptor, std::span<const std::byte> content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(descriptor, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    content = content.subspan(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 /// Gives the finished file its name, without ever replacing one unasked. 0 or an errno.
 int nameFile(const std::string& temporary, const std::string& path, bool replaces) {
   if (replaces) return ::rename(temporary.c_str(), path.c_str()) == 0 ? 0 : errno;
@@ -66,6 +56,16 @@ WrittenFile finish(const std::string& temporary, const fs::path& folder, const s
 }
 
 }  // namespace
+
+bool writeAll(int descriptor, std::span<const std::byte> content) {
+  while (!content.empty()) {
+    const ssize_t written = ::write(descriptor, content.data(), content.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    content = content.subspan(static_cast<std::size_t>(written));
+  }
+  return true;
+}
 
 std::string numberedName(const std::string& name, unsigned number) {
   if (number == 1) return name;

@@ -37,6 +37,9 @@ struct WrittenFile {
 WrittenFile writeWhole(const std::string& folder, const std::string& name,
                        std::span<const std::byte> content, ExistingFile existing);
 
+/// All of `content` to an open file; false, with errno, where it cannot be written.
+bool writeAll(int descriptor, std::span<const std::byte> content);
+
 /// "NAME (2).EXT" for 2; the name itself for 1.
 std::string numberedName(const std::string& name, unsigned number);
 

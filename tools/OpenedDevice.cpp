@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "platform/foundation/Numbers.h"
@@ -51,6 +52,14 @@ void OpenedDevice::load() {
   if (device_) return;
   endIfInterrupted(context_, operation_);
   throw ToolError(this->failure(inWords(summary_), failure, "its information cannot be read"));
+}
+
+XTPictureDevice& OpenedDevice::device() const {
+  return *device_;
+}
+
+PTPTransactions& OpenedDevice::transactions() const {
+  return *device_;
 }
 
 Status OpenedDevice::explained(Status status) const {

@@ -7,9 +7,13 @@
 #include <string>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "tools/DeviceChooser.h"
 #include "tools/ToolContext.h"
+
+namespace tarvo {
+class XTImageCapturePTPDevice;
+class XTPictureDevice;
+}  // namespace tarvo
 
 namespace tarvo::tools {
 
@@ -23,8 +27,10 @@ class OpenedDevice {
   OpenedDevice(const OpenedDevice&) = delete;
   OpenedDevice& operator=(const OpenedDevice&) = delete;
 
-  XTPictureDevice& device() const { return *device_; }
-  PTPTransactions& transactions() const { return *device_; }
+  XTPictureDevice& device() const;
+  PTPTransactions& transactions() const;
+  /// For what only a device of this class has.
+  XTImageCapturePTPDevice& ptpDevice() const { return *device_; }
   const DeviceSummary& summary() const { return summary_; }
   const std::string& operation() const { return operation_; }
 

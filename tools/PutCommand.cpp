@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
 #include "tools/OpenedDevice.h"

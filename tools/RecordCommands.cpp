@@ -1,54 +1,14 @@
 #include "tools/RecordCommands.h"
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstring>
-#include <memory>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
+#include "tools/InputFile.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
 namespace {
-
-/// No data set is larger; what is may be a disk image or a device that never ends.
-constexpr std::size_t kLargestFile = 64U << 20;
-
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-Failure unreadable(const std::string& operation, const std::string& path, int error) {
-  return {.operation = operation,
-          .object = path,
-          .status = error == ENOENT ? status::kFileNotFound : status::kIOError,
-          .why = std::strerror(error),
-          .advice = "Check the name."};
-}
-
-/// To the end of the stream. Raises a ToolError.
-std::vector<std::byte> contentOf(std::FILE* file, const std::string& operation,
-                                 const std::string& path) {
-  std::vector<std::byte> content;
-  std::array<std::byte, 65536> piece{};
-  while (const std::size_t length = std::fread(piece.data(), 1, piece.size(), file)) {
-    content.insert(content.end(), piece.begin(), piece.begin() + static_cast<long>(length));
-    if (content.size() > kLargestFile)
-      throw ToolError({.operation = operation, .object = path, .why = "it is larger than 64 MB"});
-  }
-  if (std::ferror(file) != 0) throw ToolError(unreadable(operation, path, errno));
-  return content;
-}
-
-std::vector<std::byte> read(const ToolContext& context, const std::string& operation,
-                            const std::string& path) {
-  if (path == "-") return contentOf(context.input, operation, "standard input");
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
-  if (!file) throw ToolError(unreadable(operation, path, errno));
-  return contentOf(file.get(), operation, path);
-}
 
 const RecordType& typeOf(const std::string& operation, const std::string& name) {
   const RecordType* type = recordType(name);
@@ -63,7 +23,7 @@ const RecordType& typeOf(const std::string& operation, const std::string& name) 
 template <typename Convert>
 auto converted(const ToolContext& context, const std::string& operation, const std::string& path,
                const Convert& convert) {
-  const auto content = read(context, operation, path);
+  const auto content = readInput(context, operation, path);
   const auto fail = [&](const std::string& why) -> ToolError {
     return ToolError({.operation = operation, .object = path, .why = why});
   };

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "tools/Batch.h"
 #include "tools/OpenedDevice.h"
 #include "tools/PutCommand.h"

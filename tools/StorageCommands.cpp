@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "tools/Listing.h"
 #include "tools/OpenedDevice.h"

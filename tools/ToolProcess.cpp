@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "platform/foundation/JournalLog.h"
 #include "platform/foundation/KeyFilePreferences.h"
@@ -68,7 +69,8 @@ struct ToolProcess::Devices {
   ptp::LibusbConnector connector;
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
   PictureDeviceRoom room{{center, queue, base_.loop, imageCapture, registry, mounts, applications,
-                          base_.preferences, base_.constants, base_.log}};
+                          base_.preferences, base_.constants, base_.log,
+                          defaultEncoding(base_.preferences, base_.log)}};
 };
 
 ToolProcess::ToolProcess(const GlobalOptions& options, const Interrupt& interrupt)

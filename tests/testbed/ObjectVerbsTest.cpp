@@ -53,6 +53,20 @@ fails $SIM add 1-1 "$FOLDER/NEW.JPG" --parent 4711
   EXPECT_THAT(output(), HasSubstr("p  \"TARV0002.JPG\""));
 }
 
+TEST_F(ObjectVerbs, ShowDataSetsAndWhatIsDisplayed) {
+  const std::string script = R"(
+fails() { if "$@"; then exit 8; fi; }
+$SIM objects 1-1 --format 0xB202
+$SIM dataset 1-1 15
+$SIM display 1-1
+fails $SIM dataset 1-1 3
+)";
+  EXPECT_EQ(serve("--device orders-camera", script), 0) << output();
+  EXPECT_THAT(output(), HasSubstr("0xB202            23  -  \"B2020015.DST\"\n"
+                                  "074e006f0062006f006400790000000000000000000000\n\n"));
+  EXPECT_THAT(output(), Not(HasSubstr("0xB203")));
+}
+
 TEST_F(ObjectVerbs, ShowNamesWithoutTheirControlCharacters) {
   EXPECT_EQ(serve("--device hostile-names", "$SIM objects 1-1; $SIM objects 1-1 --json"), 0);
   EXPECT_THAT(output(), HasSubstr(R"("TAB\tLINE\n\u001b[31mRED.JPG")"));

@@ -40,7 +40,8 @@ std::unique_ptr<TestbedProgram> ToolTestbed::program(const std::string& line,
       std::map<std::string, std::string>{{"PATH", path},
                                          {"TARVO_AGENT_BUNDLE", BUNDLE_FOLDER},
                                          {"XDG_CONFIG_HOME", folder_.path("config")},
-                                         {"XDG_CONFIG_DIRS", folder_.path("none")}},
+                                         {"XDG_CONFIG_DIRS", folder_.path("none")},
+                                         {"XDG_DATA_HOME", folder_.path("data")}},
       folder_.path(out));
 }
 

@@ -47,9 +47,10 @@ TEST_F(Usage, MalformedPreferencesAreNamedAndTheAgentStarts) {
   configure("Maker", "usbVendorID", "0x10000");
   configure("Platform", "SystemVersion", "new");
   configure("Platform", "VolumesFolder", "here");
+  configure("Platform", "DefaultEncoding", "UTF-16");
   startAgent();
   for (const char* key : {"LOG_SUBSYS_LISTENER", "[Maker] usbVendorID", "[Platform] SystemVersion",
-                          "[Platform] VolumesFolder"})
+                          "[Platform] VolumesFolder", "[Platform] DefaultEncoding"})
     EXPECT_TRUE(hasLogged(std::string(key) + " is ignored: ")) << key;
 }
 

@@ -58,6 +58,21 @@ TEST(Encode, IsTheInverseOfDecodeForEveryType) {
   }
 }
 
+TEST(Encode, WritesOfAContactWhatADeviceWouldBeSent) {
+  const json contact = {{"kABUIDProperty", "00112233-4455-6677-8899-AABBCCDDEEFF"},
+                        {"kABEmailProperty", "a@b.example"},
+                        {"kABAddressStreetKey", "1\r2\r3"},
+                        {"XTContactImageKey", 7},
+                        {"XTContactAssociatedGroupsKey", {1, 2}}};
+  const auto encoded = runTool({"encode", "contact", "-"}, contact.dump());
+  auto decoded = runTool({"decode", "contact", "-"}, encoded.out).json();
+  json changes = json::object();
+  for (const auto& [key, value] : contact.items())
+    if (decoded[key] != value) changes[key] = decoded[key];
+  EXPECT_EQ(changes, json::parse(R"({"kABAddressStreetKey": "1\r2", "XTContactImageKey": 0,
+                                     "XTContactAssociatedGroupsKey": []})"));
+}
+
 TEST(Encode, WritesNothingUnlessAllCanBeWritten) {
   const TemporaryFolder folder;
   const auto good = folder.write("good", "[1, 2]");

@@ -1,0 +1,280 @@
+// A fault in each single transaction of writing an address book: what the device holds afterwards,
+// what is told of it, and that the backup puts everything back.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "Utilities/PTPCodes.h"
+#include "simulator/DatasetRecords.h"
+#include "tests/tools/ToolBench.h"
+
+namespace tarvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using simulator::ContactRecord;
+using simulator::GroupRecord;
+using simulator::PTPCamera;
+using ::testing::HasSubstr;
+
+constexpr const char* kContacts = "XTAddressBookContactsKey";
+constexpr const char* kGroups = "XTAddressBookGroupsKey";
+
+/// Addresses and nicknames, and the addresses of each group: what must never be lost.
+struct Held {
+  std::map<std::string, std::string> contacts;
+  std::map<std::string, std::vector<std::string>> groups;
+  std::optional<std::string> file;  ///< the address-book file, where there is one
+
+  friend bool operator==(const Held&, const Held&) = default;
+};
+
+std::string textOf(const PTPCamera& camera, std::uint32_t handle) {
+  const auto bytes = camera.bytes(handle);
+  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+Held heldBy(const PTPCamera& camera) {
+  Held held;
+  std::map<std::uint32_t, std::string> addresses;
+  for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_CONTACT, 0})) {
+    const auto record = simulator::parseDataset(ptp::XTD_CONTACT, camera.bytes(handle));
+    const auto& texts = std::get<ContactRecord>(record.value()).texts;
+    addresses[handle] = simulator::utf8(texts[simulator::kContactEmail]);
+    held.contacts[addresses[handle]] = simulator::utf8(texts[simulator::kContactNickname]);
+  }
+  for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_GROUP, 0})) {
+    const auto record = simulator::parseDataset(ptp::XTD_GROUP, camera.bytes(handle));
+    const auto& group = std::get<GroupRecord>(record.value());
+    auto& members = held.groups[simulator::utf8(group.name)];
+    for (const auto member : group.members)
+      members.push_back(addresses.at(member));
+  }
+  for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_ADDRESS_BOOK_FILE, 0}))
+    held.file = textOf(camera, handle);
+  return held;
+}
+
+struct Way {
+  const char* name;
+  const char* device;
+  std::vector<std::string> options;
+};
+
+void PrintTo(const Way& way, std::ostream* stream) {
+  *stream << way.name;
+}
+
+struct FaultRow {
+  const char* name;
+  const char* amount = "";  ///< ends with a comma where there is one
+};
+constexpr FaultRow kFaults[] = {{"stall"},          {"stall-out"},          {"silent"},
+                                {"wrong-id"},       {"lie-short"},          {"garbage"},
+                                {"truncate", "3,"}, {"respond", "0x2002,"}, {"vanish"}};
+
+class BookFaults : public ::testing::TestWithParam<Way> {
+ protected:
+  static std::unique_ptr<CameraBench> makeBench() {
+    std::ifstream file(std::string(DEVICES_FOLDER) + "/" + GetParam().device + ".json");
+    auto description = json::parse(file);
+    description.erase("usb");
+    description.erase("comment");
+    auto bench = std::make_unique<CameraBench>(description.dump());
+    ::setenv("XDG_DATA_HOME", bench->folder.path("data").c_str(), 1);
+    return bench;
+  }
+
+  /// The book of the device with a contact more, one less and one renamed, a group more, one less
+  /// and one with another member.
+  static std::string wantedBook(CameraBench& bench) {
+    auto book = bench.run({"addressbook", "export"}).json();
+    auto& contacts = book[kContacts];
+    contacts[0]["kABNicknameProperty"] = "Annie";
+    const auto first = contacts[0].value("XTPTPObjectHandleKey", 0U);
+    contacts.erase(1);
+    contacts.push_back({{"kABEmailProperty", "dora@example.org"}, {"kABNicknameProperty", "Dora"}});
+    if (book[kGroups].empty()) return book.dump();
+    book[kGroups][0]["contactGroupMembersKey"] = {first};
+    book[kGroups][1]["contactGroupMembersKey"] = json::array();
+    book[kGroups][2]["kABGroupNameProperty"] = "Somebody";
+    return book.dump();
+  }
+
+  static ToolRun import(CameraBench& bench, const std::string& file) {
+    std::vector<std::string> words = {"addressbook", "import", file, "--yes"};
+    words.insert(words.end(), GetParam().options.begin(), GetParam().options.end());
+    return bench.run(words);
+  }
+
+  static std::vector<std::string> backups(const CameraBench& bench) {
+    std::vector<std::string> paths;
+    std::error_code none;
+    for (const auto& entry : fs::directory_iterator(bench.folder.path("data/tarvo/backups"), none))
+      paths.push_back(entry.path());
+    return paths;
+  }
+
+  /// Runs it without a fault: what there is before and after, and how many transactions it takes.
+  void runClean() {
+    const auto bench = makeBench();
+    before_ = heldBy(*bench->sim.camera);
+    bench->folder.write("wanted.json", wantedBook(*bench));
+    const auto known = bench->sim.camera->operations().size();
+    const auto run = import(*bench, bench->folder.path("wanted.json"));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    after_ = heldBy(*bench->sim.camera);
+    ASSERT_NE(before_, after_);
+    transactions_ = bench->sim.camera->operations().size() - known;
+  }
+
+  /// Each contact and group that was to stay is there as it was or as it was to be; what was to go
+  /// may be gone; a file is the old one, the new one, or, between the two, none.
+  void expectNothingLost(const Held& now) const {
+    for (const auto& [address, nickname] : after_.contacts) {
+      const auto old = before_.contacts.find(address);
+      if (old == before_.contacts.end()) continue;
+      ASSERT_TRUE(now.contacts.contains(address)) << address;
+      EXPECT_TRUE(now.contacts.at(address) == nickname || now.contacts.at(address) == old->second);
+    }
+    for (const auto& [name, members] : after_.groups) {
+      const auto old = before_.groups.find(name);
+      if (old == before_.groups.end()) continue;
+      ASSERT_TRUE(now.groups.contains(name)) << name;
+      EXPECT_TRUE(now.groups.at(name) == members || now.groups.at(name) == old->second) << name;
+    }
+    if (now.file) {
+      EXPECT_TRUE(now.file == before_.file || now.file == after_.file) << *now.file;
+    }
+  }
+
+  /// A contact goes last of all: not while anything else is still to be done.
+  void expectDeletionsLast(const Held& now) const {
+    for (const auto& [address, nickname] : before_.contacts) {
+      if (after_.contacts.contains(address) || now.contacts.contains(address)) continue;
+      EXPECT_EQ(now.groups, after_.groups) << address << " went before the groups were right";
+      for (const auto& [added, name] : after_.contacts)
+        EXPECT_TRUE(now.contacts.contains(added)) << added;
+    }
+  }
+
+  /// Where anything has changed, the backup is there and the message says what was written.
+  void expectTold(const CameraBench& bench, const ToolRun& run, const Held& now) const {
+    if (now == before_) return;
+    EXPECT_TRUE(isKept(bench));
+    // Reading the book once more may fail too; by then all is said.
+    const bool isWhole = run.err.find("it was written, but") != std::string::npos;
+    if (isWhole) {
+      EXPECT_EQ(now, after_);
+    }
+    if (run.exitCode != tools::kFailed || isWhole) return;
+    EXPECT_THAT(run.err, HasSubstr("puts that back"));
+    if (before_.file && !now.file) {
+      EXPECT_THAT(run.err, ::testing::AnyOf(HasSubstr("no address book now"),
+                                            HasSubstr("holds now is not known")));
+    }
+    if (!before_.file) {
+      EXPECT_THAT(run.err, HasSubstr("Not written:"));
+    }
+    // One change may have reached the device whose answer did not come back.
+    EXPECT_LE(changesBeyond(run.err, now), 1U) << run.err;
+  }
+
+  /// Whether there is a backup; of a file, one that is the same byte for byte.
+  bool isKept(const CameraBench& bench) const {
+    const auto paths = backups(bench);
+    if (!before_.file) return !paths.empty();
+    return std::ranges::any_of(paths, [this](const auto& path) {
+      std::ostringstream content;
+      content << std::ifstream(path, std::ios::binary).rdbuf();
+      return path.ends_with(".abk") && content.str() == *before_.file;
+    });
+  }
+
+  /// How many contacts and groups changed on the device that the message counts as not written.
+  std::size_t changesBeyond(const std::string& err, const Held& now) const {
+    const auto at = err.find("Not written: ");
+    if (at == std::string::npos) return 0;
+    const std::string pending = err.substr(at);
+    std::size_t count = 0;
+    for (const auto& [address, nickname] : after_.contacts) {
+      const bool isNew = !before_.contacts.contains(address);
+      if (isNew && now.contacts.contains(address) && pending.find(address) != std::string::npos)
+        ++count;
+    }
+    for (const auto& [name, members] : after_.groups) {
+      if (before_.groups.contains(name) || !now.groups.contains(name)) continue;
+      count += pending.find("group " + name) != std::string::npos ? 1 : 0;
+    }
+    return count;
+  }
+
+  /// What the message offers: the backup puts back what the device held.
+  void expectRestored(CameraBench& bench) const {
+    for (const auto& path : backups(bench)) {
+      if (!path.ends_with(".json")) continue;
+      const auto run = bench.run({"addressbook", "import", path, "--yes"});
+      EXPECT_EQ(run.exitCode, 0) << run.err;
+    }
+    EXPECT_EQ(heldBy(*bench.sim.camera).contacts, before_.contacts);
+    EXPECT_EQ(heldBy(*bench.sim.camera).groups, before_.groups);
+    EXPECT_EQ(heldBy(*bench.sim.camera).file, before_.file);
+  }
+
+  void strike(const FaultRow& fault, std::size_t transaction) {
+    const std::string value = fault.amount + ("@" + std::to_string(transaction));
+    SCOPED_TRACE(std::string(fault.name) + "=" + value);
+    const auto bench = makeBench();
+    bench->folder.write("wanted.json", wantedBook(*bench));
+    ASSERT_EQ(bench->sim.camera->setFault(fault.name, value), "");
+    const auto run = import(*bench, bench->folder.path("wanted.json"));
+    bench->sim.camera->setFault(fault.name, "off");
+    const auto now = heldBy(*bench->sim.camera);
+    ++outcomes_[now == before_ ? "untouched" : now == after_ ? "whole" : "in part"];
+    EXPECT_TRUE(run.exitCode == tools::kDone || run.exitCode == tools::kFailed) << run.exitCode;
+    if (run.exitCode == tools::kDone) {
+      EXPECT_EQ(now, after_);
+    }
+    expectNothingLost(now);
+    expectDeletionsLast(now);
+    expectTold(*bench, run, now);
+    const bool isOffered = run.err.find("puts that back") != std::string::npos;
+    if (!bench->sim.camera->isGone() && isOffered) expectRestored(*bench);
+    bench->sim.camera->forgetViolations();  // a device in disorder sees an order of its own
+  }
+
+  Held before_;
+  Held after_;
+  std::size_t transactions_ = 0;
+  std::map<std::string, std::size_t> outcomes_;
+};
+
+TEST_P(BookFaults, LoseNobodyAndAreTold) {
+  runClean();
+  ASSERT_GE(transactions_, 10U);
+  for (const auto& fault : kFaults) {
+    for (std::size_t transaction = 1; transaction <= transactions_; ++transaction)
+      strike(fault, transaction);
+  }
+  std::printf("%s: %zu faults in each of %zu transactions: %zu untouched, %zu in part, %zu whole\n",
+              GetParam().name, std::size(kFaults), transactions_, outcomes_["untouched"],
+              outcomes_["in part"], outcomes_["whole"]);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, BookFaults,
+                         ::testing::Values(Way{"singly", "orders-camera", {}},
+                                           Way{"groups", "orders-camera", {"--sync"}},
+                                           Way{"file", "orders-legacy", {}},
+                                           Way{"merged", "orders-legacy", {"--merge"}},
+                                           Way{"emptied", "orders-legacy", {"--sync"}}),
+                         [](const auto& way) { return way.param.name; });
+
+}  // namespace
+}  // namespace tarvo::test

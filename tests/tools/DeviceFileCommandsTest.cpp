@@ -1,0 +1,108 @@
+// albums, favourites, collection, shoebox, wireless-config and display.
+#include <gmock/gmock.h>
+
+#include "tests/tools/SharingBench.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+using ::testing::SizeIs;
+
+constexpr const char* kGUID = "00112233-4455-6677-8899-AABBCCDDEEFF";
+
+TEST(Albums, AreListedShownFetchedAndReplaced) {
+  for (const char* camera : {"orders-camera", "orders-legacy"}) {
+    SharingBench bench(camera);
+    EXPECT_EQ(bench.run({"albums", "show"}).out, "Summer\nWinter\n");
+    EXPECT_EQ(bench.run({"albums", "get", bench.folder.path("a.lcb")}).exitCode, 0);
+    EXPECT_EQ(bench.folder.read("a.lcb"), "Summer\nWinter\n");
+    EXPECT_EQ(bench.run({"albums", "get", bench.folder.path("a.lcb")}).exitCode, tools::kFailed);
+    const auto other = bench.run({"albums", "put", bench.folder.write("n.txt", "x"), "--yes"});
+    EXPECT_THAT(other.err, HasSubstr("ends in .lcb"));
+    const auto run = bench.run({"albums", "put", bench.folder.write("n.lcb", "Autumn\n"), "--yes"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(bench.onlyObject(ptp::XTD_ALBUM_NAMES_FILE), "Autumn\n");
+    ASSERT_THAT(bench.backups(), SizeIs(1));
+    EXPECT_EQ(bench.folder.read(bench.backups()[0]), "Summer\nWinter\n");
+  }
+  SharingBench bench("orders-camera");
+  EXPECT_THAT(bench.run({"--json", "albums", "list"}).json(), SizeIs(1));
+}
+
+TEST(Albums, ABlockIsToldFromText) {
+  std::string block(33, '\0');
+  block[31] = 0;
+  SharingBench bench("orders-camera");
+  bench.run({"albums", "put", bench.folder.write("n.lcb", block), "--yes"});
+  EXPECT_THAT(bench.run({"albums", "show"}).out, HasSubstr("0 records"));
+  EXPECT_EQ(bench.run({"--json", "albums", "show"}).json()["isValidLCB"], true);
+}
+
+TEST(Favourites, AreListedAndDeleted) {
+  for (const auto& [camera, format] :
+       {std::pair("orders-camera", 0xB803), std::pair("orders-legacy", 0xB802)}) {
+    SharingBench bench(camera);
+    EXPECT_THAT(bench.run({"favourites", "list"}).out, HasSubstr("FAV0001.JPG"));
+    const auto run = bench.run({"favourites", "delete", "--yes"});
+    EXPECT_THAT(run.out, HasSubstr("1 favourite deleted.")) << run.err;
+    EXPECT_EQ(bench.count(static_cast<std::uint16_t>(format)), 0U);
+  }
+}
+
+TEST(Collection, IsReadAndSetAsThePropertyOrAsTheFile) {
+  for (const auto& [camera, id] :
+       {std::pair("orders-camera", "10111213-1415-1617-1819-1A1B1C1D1E1F"),
+        std::pair("orders-legacy", "0F1E2D3C-4B5A-6978-8796-A5B4C3D2E1F0")}) {
+    SharingBench bench(camera);
+    EXPECT_EQ(bench.run({"collection", "get"}).out, std::string(id) + "\n");
+    EXPECT_EQ(bench.run({"collection", "set", "00112233-4455-6677-8899-aabbccddeeff"}).out,
+              std::string(kGUID) + "\n");
+    EXPECT_EQ(bench.run({"--json", "collection", "get"}).json()["collectionID"], kGUID);
+    for (const auto& words :
+         std::vector<std::vector<std::string>>{{"collection", "set"},
+                                               {"collection", "set", "x"},
+                                               {"collection", "set", kGUID, "--clear"}})
+      EXPECT_EQ(bench.run(words).exitCode, tools::kBadUsage);
+  }
+  SharingBench legacy("orders-legacy");
+  EXPECT_EQ(legacy.run({"collection", "set", "--clear"}).exitCode, 0);
+  EXPECT_THAT(legacy.run({"collection", "get"}).err, HasSubstr("no collection id"));
+}
+
+TEST(Shoebox, GetsFilesAndPictures) {
+  SharingBench bench("orders-camera");
+  const auto picture = bench.folder.write("p.jpg", "a picture");
+  EXPECT_EQ(bench.run({"shoebox", "add", picture}).exitCode, 0);
+  EXPECT_EQ(bench.onlyObject(ptp::XTD_SHOEBOX_IMAGE), "a picture");
+  EXPECT_EQ(bench.run({"shoebox", "send", bench.folder.write("p.sbx", "box")}).exitCode, 0);
+  EXPECT_EQ(bench.onlyObject(0xB00C), "box");
+  EXPECT_THAT(bench.names(),
+              AllOf(::testing::Contains("sbximg.jpg"), ::testing::Contains("tarvodsb.sbx")));
+  EXPECT_EQ(bench.run({"shoebox", "add", "/nowhere.jpg"}).exitCode, tools::kFailed);
+}
+
+TEST(WirelessConfig, IsShownWithoutSteeringTheTerminal) {
+  SharingBench bench("orders-camera");
+  EXPECT_EQ(bench.run({"wireless-config", "show"}).out, "<network><ssid>attic</ssid></network>\n");
+  SharingBench without("orders-legacy");
+  EXPECT_THAT(without.run({"wireless-config", "show"}).err, HasSubstr("no settings"));
+}
+
+TEST(Display, SendsTheBytesAsTheyAre) {
+  SharingBench bench("orders-camera");
+  const std::string request("\x01\0\xff page", 8);
+  const auto run = bench.run({"display", bench.folder.write("r.bin", request)});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  const auto shown = bench.sim.camera->displayRequest();
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(shown.data()), shown.size()), request);
+  EXPECT_EQ(bench.run({"display", bench.folder.write("empty", "")}).exitCode, tools::kFailed);
+  SharingBench without("orders-legacy");
+  EXPECT_THAT(without.run({"display", bench.folder.path("r.bin")}).err,
+              HasSubstr("shows nothing that a computer sends"));
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,124 @@
+// vCards: the versions that programs write, what a device can keep of them, and hostile ones.
+#include <gmock/gmock.h>
+
+#include "NativeServices/PictureDevice/datasets/AddressBook.h"
+#include "tests/tools/SharingBench.h"
+#include "tools/ToolError.h"
+#include "tools/VCard.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class VCards : public ::testing::Test {
+ protected:
+  static tools::VCardBook read(const std::string& text) {
+    return tools::bookFromVCards("test", "file.vcf", text);
+  }
+  ScopedEnvironment program_{"TARVO_VCARD", VCARD_PROGRAM};
+};
+
+TEST_F(VCards, OfEveryVersionGiveTheSameContact) {
+  const char* kCards[] = {
+      "BEGIN:VCARD\r\nVERSION:2.1\r\nN;CHARSET=UTF-8;ENCODING=QUOTED-PRINTABLE:M=C3=BCller;J=C3="
+      "B6rg"
+      "\r\nNICKNAME:Jo\r\nEMAIL;INTERNET:x@y.zz\r\nEMAIL;PREF;INTERNET:jo@example.org\r\n"
+      "TEL;CELL:12\r\nADR;HOME:;;Weg 1;Ulm;BW;89073;Germany\r\n"
+      "UID:00112233-4455-6677-8899-aabbccddeeff\r\nEND:VCARD\r\n",
+      "BEGIN:VCARD\nVERSION:3.0\nFN:J\xC3\xB6rg M\xC3\xBCller\nN:M\xC3\xBCller;J\xC3\xB6rg;;;\n"
+      "NICKNAME:Jo\nEMAIL;TYPE=INTERNET:x@y.zz\nEMAIL;TYPE=PREF,HOME:jo@exam\n ple.org\nTEL:12\n"
+      "ADR;TYPE=HOME:;;Weg 1;Ulm;BW;89073;Germany\n"
+      "UID:00112233-4455-6677-8899-AABBCCDDEEFF\nEND:VCARD\n",
+      "begin:vcard\r\nversion:4.0\r\nfn:J\xC3\xB6rg "
+      "M\xC3\xBCller\r\nn:M\xC3\xBCller;J\xC3\xB6rg;;;\r\n"
+      "nickname:Jo\r\nitem1.email;pref=1:jo@example.org\r\nemail:x@y.zz\r\ntel:12\r\n"
+      "adr:;;Weg 1;Ulm;BW;89073;Germany\r\n"
+      "uid:urn:uuid:00112233-4455-6677-8899-aabbccddeeff\r\nend:vcard\r\n"};
+  Contact expected = {.email = "jo@example.org", .nickname = "Jo"};
+  expected.uid = "00112233-4455-6677-8899-AABBCCDDEEFF";
+  expected.firstName = "J\xC3\xB6rg";
+  expected.lastName = "M\xC3\xBCller";
+  expected.street = "Weg 1";
+  expected.city = "Ulm";
+  expected.state = "BW";
+  expected.zip = "89073";
+  expected.country = "Germany";
+  expected.phone = "12";
+  for (const char* card : kCards) {
+    const auto [book, notes] = read(card);
+    ASSERT_EQ(book.contacts->size(), 1U) << card;
+    EXPECT_EQ(*book.contacts->front(), expected) << card;
+    EXPECT_THAT(notes, ElementsAre(HasSubstr("several e-mail addresses"))) << card;
+    EXPECT_FALSE(book.groups) << "no word of groups is not the same as no groups";
+  }
+}
+
+TEST_F(VCards, ComeBackAsTheyWere) {
+  Contact contact = {.email = "a@b.c", .nickname = "Semi;colon, comma\\ \xE2\x82\xAC"};
+  contact.street = "first\rsecond";
+  contact.lastName = std::string(200, 'l');
+  AddressBook book;
+  const auto first = std::make_shared<Contact>(contact);
+  const auto second = std::make_shared<Contact>(Contact{.email = "b@b.c", .nickname = "B"});
+  book.contacts = Contacts{first, second};
+  const auto group = [](const char* name, Contacts members) {
+    return std::make_shared<ContactGroup>(
+        ContactGroup{.name = name, .members = std::move(members)});
+  };
+  book.groups = ContactGroups{group("A, B", {first}), group("All", {first, second})};
+  const auto again = read(tools::vCardsFromBook("test", book)).book;
+  ASSERT_EQ(again.contacts->size(), 2U);
+  EXPECT_EQ(*again.contacts->front(), contact);
+  ASSERT_EQ(again.groups->size(), 2U);
+  EXPECT_EQ((*again.groups)[0]->name, "A, B");
+  EXPECT_EQ((*again.groups)[1]->members.size(), 2U);
+}
+
+TEST_F(VCards, WhatADeviceCannotKeepIsSaid) {
+  const auto [book, notes] = read(
+      "BEGIN:VCARD\nFN:Phone only\nTEL:1\nEND:VCARD\n"
+      "BEGIN:VCARD\nFN:Ada von Lovelace\nEMAIL:ada@b.c\nUID:someone-1\nCATEGORIES:Family,Work\n"
+      "END:VCARD\n");
+  EXPECT_THAT(notes, ElementsAre("1 card has no e-mail address and cannot be kept by the device."));
+  ASSERT_EQ(book.contacts->size(), 1U);
+  const Contact& contact = *book.contacts->front();
+  EXPECT_EQ(contact.nickname, "Ada von Lovelace");
+  EXPECT_EQ(contact.lastName, "Lovelace");
+  EXPECT_FALSE(contact.uid);
+  EXPECT_EQ(book.groups->size(), 2U);
+}
+
+TEST_F(VCards, ThatAreHostileEndInWords) {
+  const std::string begin = "BEGIN:VCARD\r\nEMAIL:a@b.c\r\n";
+  std::string nested;
+  for (int depth = 0; depth < 20000; ++depth)
+    nested += "BEGIN:VCARD\r\n";
+  const std::string kBad[] = {"",           "no card", nested, begin, std::string(100000, '\0'),
+                              "END:VCARD\n"};
+  for (const auto& text : kBad)
+    EXPECT_THROW(read(text), tools::ToolError) << text.substr(0, 40);
+  const std::string kOdd[] = {
+      begin + "FN:" + std::string(1 << 20, 'x') + "\r\nEND:VCARD\r\n",
+      begin + "FN;ENCODING=BASE64:====\r\nFN;ENCODING=QUOTED-PRINTABLE:=\r\n=ZZ\r\nEND:VCARD\r\n",
+      begin + "NICKNAME:\xff\xfe\x1b[2J\r\n;;;:::\r\n=\r\nEND:VCARD\r\n",
+      begin + "AGENT:\r\nBEGIN:VCARD\r\nEMAIL:other@b.c\r\nEND:VCARD\r\nEND:VCARD\r\n"};
+  for (const auto& text : kOdd) {
+    const auto book = read(text).book;
+    ASSERT_EQ(book.contacts->size(), 1U) << text.substr(0, 60);
+    EXPECT_EQ(book.contacts->front()->email, "a@b.c");
+  }
+}
+
+TEST_F(VCards, NeedAProgramThatIsThere) {
+  const ScopedEnvironment none("TARVO_VCARD", "/nowhere/tarvo-vcard");
+  SharingBench bench("orders-legacy");
+  const ScopedEnvironment noneEither("TARVO_VCARD", "/nowhere/tarvo-vcard");
+  const auto run = bench.run({"addressbook", "export", "--format", "vcard"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err, HasSubstr("Install tarvo-vcard, or use JSON (--format json)."));
+}
+
+}  // namespace
+}  // namespace tarvo::test

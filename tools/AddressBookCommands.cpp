@@ -1,0 +1,227 @@
+#include "tools/AddressBookCommands.h"
+
+#include <filesystem>
+#include <map>
+#include <utility>
+
+#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "tools/BookEditor.h"
+#include "tools/BookFile.h"
+#include "tools/BookImport.h"
+#include "tools/DeviceBook.h"
+#include "tools/Listing.h"
+#include "tools/LocalFiles.h"
+#include "tools/OpenedDevice.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+constexpr std::uint32_t kUnlimited = 0xFFFFFFFF;
+
+std::string limitText(std::uint32_t limit) {
+  return limit == kUnlimited ? "any number of" : "at most " + std::to_string(limit);
+}
+
+std::string ofLimit(std::size_t count, std::uint32_t limit) {
+  return std::to_string(count) + " (the device takes " +
+         (limit == kUnlimited ? "any number" : std::to_string(limit)) + ")";
+}
+
+std::string joined(const std::vector<std::string>& texts) {
+  std::string all;
+  for (const auto& text : texts)
+    all += (all.empty() ? "" : ", ") + text;
+  return all;
+}
+
+/// The names of the groups of each contact.
+std::map<const Contact*, std::vector<std::string>> groupsOf(const AddressBook& book) {
+  std::map<const Contact*, std::vector<std::string>> groups;
+  for (const auto& group : *book.groups)
+    for (const auto& member : group->members)
+      groups[member.get()].push_back(group->name);
+  return groups;
+}
+
+void showBook(Output& output, const AddressBook& book) {
+  const auto groups = groupsOf(book);
+  const bool hasGroups = book.supportsGroups || !book.groups->empty();
+  std::vector<Column> columns = {{"NICKNAME"}, {"E-MAIL"}, {"NAME"}};
+  if (hasGroups) columns.push_back({"GROUPS"});
+  Listing listing(output, columns, Listing::kWhole);
+  for (const auto& contact : *book.contacts) {
+    std::string name = contact->firstName;
+    if (!contact->lastName.empty()) name += (name.empty() ? "" : " ") + contact->lastName;
+    std::vector<std::string> cells = {contact->nickname.value_or(""), contact->email.value_or(""),
+                                      name};
+    const auto found = groups.find(contact.get());
+    if (hasGroups) cells.push_back(found == groups.end() ? "" : joined(found->second));
+    listing.add({}, std::move(cells));
+  }
+  listing.finish();
+  if (!book.contacts->empty()) output.line("");
+  std::vector<std::pair<std::string, std::string>> fields = {
+      {"Contacts", ofLimit(book.contacts->size(), book.limits.maxAddresses)}};
+  if (hasGroups) {
+    fields.emplace_back("Groups", ofLimit(book.groups->size(), book.limits.maxGroups) +
+                                      ", each of " + limitText(book.limits.maxAddressesPerGroup) +
+                                      " contacts");
+    // Also those that have no members, which no contact tells of.
+    for (const auto& group : *book.groups)
+      fields.emplace_back("Group",
+                          group->name + " (" + std::to_string(group->members.size()) + ")");
+  }
+  fields.emplace_back(
+      "Lengths",
+      "e-mail " + std::to_string(book.limits.maxAddressLengthInBytes) + ", nickname " +
+          std::to_string(book.limits.maxNicknameLengthInBytes) +
+          (hasGroups ? ", group name " + std::to_string(book.limits.maxGroupNameLengthInBytes)
+                     : ""));
+  showFields(output, fields);
+}
+
+ToolError gapError(const OpenedDevice& device, const std::string& gap) {
+  return ToolError({.operation = device.operation(),
+                    .object = device.device().name(),
+                    .why = gap,
+                    .advice = "Try again."});
+}
+
+/// What the device says of a book.
+int sayValidity(ToolContext& context, const OpenedDevice& device, const AddressBook& book) {
+  const auto error = device.device().validateAddressBookDict(book);
+  if (context.output.isJSON()) {
+    context.output.document(validityAsJSON(error, book));
+  } else if (error) {
+    context.output.line("Not valid: " + printable(inWords(*error, book)) + ".");
+  } else {
+    context.output.line("Valid: " + std::to_string(book.contacts->size()) + " contacts, " +
+                        std::to_string(book.groups->size()) + " groups.");
+  }
+  return error ? kFailed : kDone;
+}
+
+void writeExport(const OpenedDevice& device, const BookExportOptions& options,
+                 const std::string& text) {
+  const auto target = resolvedTarget(device.operation(), options.file, true);
+  if (!target.name)
+    throw ToolError({.operation = device.operation(),
+                     .object = options.file,
+                     .status = status::kNotAFile,
+                     .why = "it is a folder",
+                     .advice = "Give the file a name."});
+  const auto made =
+      writeWhole(target.folder, *target.name, std::as_bytes(std::span(text)),
+                 options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse);
+  if (made.status == status::kOK) return;
+  const bool isThere = made.status == status::kDuplicateFile;
+  throw ToolError({.operation = device.operation(),
+                   .object = options.file,
+                   .status = made.status,
+                   .why = made.why,
+                   .advice = isThere ? "Use --overwrite, or another name." : ""});
+}
+
+}  // namespace
+
+int runAddressBookShow(ToolContext& context) {
+  const OpenedDevice device(context, "addressbook show");
+  const auto [book, gap] = readDeviceBook(context, device);
+  endIfInterrupted(context, device.operation());
+  if (context.output.isJSON() && gap.empty()) context.output.document(jsonFromAddressBook(book));
+  if (!context.output.isJSON()) showBook(context.output, book);
+  if (!gap.empty()) throw gapError(device, gap);
+  return kDone;
+}
+
+int runAddressBookValidate(ToolContext& context, const BookFileOptions& options) {
+  const std::string operation = "addressbook validate";
+  // The file first: what is wrong with it needs no device.
+  std::optional<BookFile> file;
+  if (!options.file.empty())
+    file = readBookFile(context, operation, options.file,
+                        bookFormat(operation, options.format, options.file));
+  const OpenedDevice device(context, operation);
+  auto [book, gap] = readDeviceBook(context, device);
+  endIfInterrupted(context, operation);
+  if (!file) {
+    if (!gap.empty()) throw gapError(device, gap);
+    return sayValidity(context, device, book);
+  }
+  file->book.limits = book.limits;
+  if (!file->book.contacts) file->book.contacts.emplace();
+  if (!file->book.groups) file->book.groups.emplace();
+  return sayValidity(context, device, file->book);
+}
+
+int runAddressBookExport(ToolContext& context, const BookExportOptions& options) {
+  const std::string operation = "addressbook export";
+  const auto format = bookFormat(operation, options.format, options.file);
+  const OpenedDevice device(context, operation);
+  const auto [book, gap] = readDeviceBook(context, device);
+  endIfInterrupted(context, operation);
+  // A file that lacks contacts would be taken for all of them.
+  if (!gap.empty()) throw gapError(device, gap + "; nothing was written");
+  const std::string text = bookFileText(operation, book, format);
+  if (options.file.empty() || options.file == "-") {
+    context.output.text(text);
+    return kDone;
+  }
+  writeExport(device, options, text);
+  if (context.output.isJSON()) {
+    context.output.document({{"path", validUTF8(options.file)},
+                             {"contacts", book.contacts->size()},
+                             {"groups", book.groups->size()}});
+  } else {
+    context.output.line(printable(options.file));
+  }
+  return kDone;
+}
+
+int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
+  const std::string operation = "addressbook import";
+  const auto format = bookFormat(operation, options.format, options.file);
+  // Before the device is touched: a script that forgot it learns at once.
+  if (!options.yes && !options.dryRun && !canAsk(context))
+    refuseUsage(operation,
+                "there is nobody to ask; give --yes to change the address book, or --dry-run");
+  const auto file = readBookFile(context, operation, options.file, format);
+  const OpenedDevice device(context, operation);
+  return importBook(context, device, file.book, file.isPartial, options);
+}
+
+int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
+  const std::string operation = "addressbook edit";
+  if (!options.yes && !canAsk(context))
+    refuseUsage(operation, "there is nobody to ask; give --yes to change the address book");
+  std::string before;
+  {
+    // The device is let go while the user edits.
+    const OpenedDevice device(context, operation);
+    const auto [book, gap] = readDeviceBook(context, device);
+    endIfInterrupted(context, operation);
+    if (!gap.empty()) throw gapError(device, gap);
+    before = bookFileText(operation, book, BookFormat::kJSON);
+  }
+  BookEditor editor(operation, before);
+  editor.run();
+  if (editor.isUnchanged()) {
+    editor.discard();
+    context.output.message("Nothing was changed.");
+    if (context.output.isJSON()) context.output.document({{"written", false}});
+    return kDone;
+  }
+  // What was typed outlives every failure from here on.
+  context.output.message("Your text is in " + editor.path() + " until it has been sent.");
+  const auto file = readBookFile(context, operation, editor.path(), BookFormat::kJSON);
+  const OpenedDevice device(context, operation);
+  BookImportOptions import;
+  import.yes = options.yes;
+  const int exitCode = importBook(context, device, file.book, false, import);
+  if (exitCode == kDone) editor.discard();
+  return exitCode;
+}
+
+}  // namespace tarvo::tools

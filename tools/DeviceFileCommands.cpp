@@ -1,0 +1,145 @@
+#include "tools/DeviceFileCommands.h"
+
+#include <cctype>
+#include <optional>
+#include <sstream>
+
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "tools/InputFile.h"
+#include "tools/Listing.h"
+#include "tools/OpenedDevice.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+/// A request is a page of text and pictures; no device has room for more.
+constexpr std::size_t kLargestRequest = 1U << 20;
+
+bool isGUID(const std::string& text) {
+  constexpr std::string_view kShape = "00000000-0000-0000-0000-000000000000";
+  if (text.size() != kShape.size()) return false;
+  for (std::size_t index = 0; index < kShape.size(); ++index) {
+    const auto letter = static_cast<unsigned char>(text[index]);
+    if (kShape[index] == '-' ? letter != '-' : std::isxdigit(letter) == 0) return false;
+  }
+  return true;
+}
+
+void sayDone(ToolContext& context, const PropertyDictionary& json, const std::string& line) {
+  if (context.output.isJSON()) {
+    context.output.document(json);
+  } else {
+    context.output.line(printable(line));
+  }
+}
+
+/// Sends a file by `send`, and says so.
+template <typename Send>
+int sendFile(ToolContext& context, const std::string& operation, const std::string& file,
+             const Send& send) {
+  // What cannot be read is found before the device is touched.
+  const std::size_t size = readInput(context, operation, file).size();
+  const OpenedDevice device(context, operation);
+  device.require(send(device.device()), file);
+  sayDone(context, {{"file", validUTF8(file)}, {"size", size}}, file);
+  return kDone;
+}
+
+}  // namespace
+
+int runCollectionGet(ToolContext& context) {
+  const OpenedDevice device(context, "collection get");
+  const auto id = device.device().defaultCollectionID();
+  endIfInterrupted(context, device.operation());
+  const Status outcome = device.transactions().lastOutcome();
+  if (!id && device.isLost(outcome)) device.failWithout("the collection id");
+  if (context.output.isJSON()) {
+    PropertyDictionary json = {{"collectionID", nullptr}};
+    if (id) json["collectionID"] = validUTF8(*id);
+    context.output.document(json);
+  } else if (id) {
+    context.output.line(printable(*id));
+  } else {
+    context.output.message("The device has no collection id.");
+  }
+  return kDone;
+}
+
+int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) {
+  const std::string operation = "collection set";
+  if (options.clear == !options.id.empty())
+    refuseUsage(operation, "give an id, or --clear to take it away");
+  if (!options.clear && !isGUID(options.id))
+    refuseUsage(operation, "'" + options.id +
+                               "' is no id, which looks like "
+                               "00112233-4455-6677-8899-AABBCCDDEEFF");
+  const OpenedDevice device(context, operation);
+  const auto id = options.clear ? std::nullopt : std::optional(options.id);
+  device.require(device.device().setDefaultCollectionID(id), options.id);
+  const auto now = device.device().defaultCollectionID();
+  PropertyDictionary json = {{"collectionID", nullptr}};
+  if (now) json["collectionID"] = validUTF8(*now);
+  sayDone(context, json, now.value_or("The device has no collection id now."));
+  return kDone;
+}
+
+int runShoeboxSend(ToolContext& context, const FileOptions& options) {
+  return sendFile(context, "shoebox send", options.file, [&](XTPictureDevice& device) {
+    std::uint32_t handle = 0;
+    return device.sendShoeboxPTP(options.file, &handle);
+  });
+}
+
+int runShoeboxAdd(ToolContext& context, const FileOptions& options) {
+  return sendFile(context, "shoebox add", options.file,
+                  [&](XTPictureDevice& device) { return device.addImageToShoebox(options.file); });
+}
+
+int runWirelessConfigShow(ToolContext& context) {
+  const OpenedDevice device(context, "wireless-config show");
+  const auto data = device.ptpDevice().wirelessConfigData();
+  endIfInterrupted(context, device.operation());
+  if (!data) {
+    const Status outcome = device.transactions().lastOutcome();
+    if (outcome != status::kOK && outcome != status::kPTPOK &&
+        outcome != status::kPTPInvalidObjectFormatCode)
+      device.failWithout("NETCONF.XML");
+    throw ToolError(device.failure(device.device().name(), status::kOK,
+                                   "it holds no settings for a wireless network"));
+  }
+  const std::string text(reinterpret_cast<const char*>(data->data()), data->size());
+  if (context.output.isJSON()) {
+    context.output.document({{"name", "NETCONF.XML"}, {"text", validUTF8(text)}});
+    return kDone;
+  }
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.ends_with('\r')) line.pop_back();
+    context.output.line(printable(line));
+  }
+  return kDone;
+}
+
+int runDisplay(ToolContext& context, const FileOptions& options) {
+  const std::string operation = "display";
+  const auto content = readInput(context, operation, options.file);
+  if (content.empty() || content.size() > kLargestRequest)
+    throw ToolError({.operation = operation,
+                     .object = options.file,
+                     .status = status::kBadParameter,
+                     .why = content.empty() ? "it is empty" : "it is larger than 1 MB"});
+  const OpenedDevice device(context, operation);
+  if (!device.device().supportsCameraBackDisplay())
+    throw ToolError(device.failure(device.device().name(), status::kPTPOperationNotSupported,
+                                   "it shows nothing that a computer sends"));
+  auto request = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  request.appendBytes(content.data(), static_cast<std::uint32_t>(content.size()));
+  device.require(device.transactions().displayRequest(request), options.file);
+  sayDone(context, {{"file", validUTF8(options.file)}, {"size", content.size()}}, options.file);
+  return kDone;
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,46 @@
+// The pictures of orders as files, in one folder an order.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "tools/Batch.h"
+#include "tools/OrderList.h"
+#include "tools/Progress.h"
+
+namespace tarvo::tools {
+
+/// Main thread only. The folders lie in `target`, which is made; their names hold nothing that a
+/// device could lead out of it with.
+class OrderPictures {
+ public:
+  /// Everything is lent.
+  OrderPictures(ToolContext& context, OpenedDevice& device, Batch& batch, std::string target);
+
+  /// Fetches all pictures of an order, each a result of the batch, and writes beside them what the
+  /// order says (order.json).
+  void fetch(const ListedOrder& order);
+
+ private:
+  void fetchOne(const ListedOrder& order, const OrderedPicture& picture, const std::string& folder);
+  /// The handle of a picture that is known by its name alone, by the first object of that name.
+  std::optional<std::uint32_t> handleOf(const OrderedPicture& picture);
+  void readNames();
+
+  ToolContext& context_;
+  OpenedDevice& device_;
+  Batch& batch_;
+  std::string target_;
+  Progress progress_;
+  ObjectFetch fetch_;
+  /// Handles by name; none until a marker file asked for one.
+  std::optional<std::map<std::string, std::vector<std::uint32_t>>> names_;
+};
+
+/// "2 email - Holiday": number, kind and subject, fit to be a folder's name.
+std::string folderNameOf(const ListedOrder& order);
+
+}  // namespace tarvo::tools
