@@ -253,13 +253,6 @@ PropertyDictionary namesOf(const ContactGroups& groups) {
   return names;
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string all;
-  for (const auto& text : texts)
-    all += (all.empty() ? "" : ", ") + text;
-  return all;
-}
-
 }  // namespace
 
 bool BookChanges::hasGroups() const {

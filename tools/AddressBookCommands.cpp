@@ -29,13 +29,6 @@ std::string ofLimit(std::size_t count, std::uint32_t limit) {
          (limit == kUnlimited ? "any number" : std::to_string(limit)) + ")";
 }
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string all;
-  for (const auto& text : texts)
-    all += (all.empty() ? "" : ", ") + text;
-  return all;
-}
-
 /// The names of the groups of each contact.
 std::map<const Contact*, std::vector<std::string>> groupsOf(const AddressBook& book) {
   std::map<const Contact*, std::vector<std::string>> groups;

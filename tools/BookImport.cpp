@@ -16,13 +16,6 @@ namespace {
 /// A terminal holds so many lines of changes; a script reads all of them with --json.
 constexpr std::size_t kShownChanges = 40;
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string all;
-  for (const auto& text : texts)
-    all += (all.empty() ? "" : "; ") + text;
-  return all;
-}
-
 /// One import.
 class Importing {
  public:
@@ -128,8 +121,9 @@ class Importing {
     const auto written = writeBook(way_, device_, plan_, encoding_);
     if (written.status == status::kOK) return;
     std::string why = written.why.empty() ? "" : written.why + ". ";
-    why += written.done.empty() ? "Nothing of it was written" : "Written: " + joined(written.done);
-    if (!written.pending.empty()) why += ". Not written: " + joined(written.pending);
+    why += written.done.empty() ? "Nothing of it was written"
+                                : "Written: " + joined(written.done, "; ");
+    if (!written.pending.empty()) why += ". Not written: " + joined(written.pending, "; ");
     if (!written.outcome.empty()) why += ". " + written.outcome;
     std::string advice = "What it held before is in " + backup;
     // No import reads what this one could not read.

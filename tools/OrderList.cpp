@@ -17,13 +17,6 @@
 namespace tarvo::tools {
 namespace {
 
-std::string joined(const std::vector<std::string>& texts) {
-  std::string all;
-  for (const auto& text : texts)
-    all += (all.empty() ? "" : ", ") + text;
-  return all;
-}
-
 std::string copiesInWords(std::int64_t count) {
   return std::to_string(count) + (count == 1 ? " copy" : " copies");
 }

@@ -86,6 +86,15 @@ std::string printable(std::string_view text) {
   return shown;
 }
 
+std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
+  std::string all;
+  for (const auto& text : texts) {
+    if (!all.empty()) all += separator;
+    all += text;
+  }
+  return all;
+}
+
 std::size_t displayWidth(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::size_t width = 0;

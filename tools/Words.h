@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarvo::tools {
 
@@ -34,6 +35,8 @@ std::uint16_t propertyCode(std::string_view name);
 std::string printable(std::string_view text);
 /// What is no UTF-8 is U+FFFD; everything else is as it was.
 std::string validUTF8(std::string_view text);
+/// One text of several: "a, b".
+std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
 /// Columns that printable text takes on a terminal.
 std::size_t displayWidth(std::string_view text);
 /// `text` with blanks behind it, or before it, up to `width` columns.
