@@ -155,6 +155,16 @@ for device in card msc-camera; do
   show_log
 done
 
+step "A camera with orders and an address book"
+unit=$("$simulator" plug orders-camera)
+expected=$((expected + 1))
+wait_for "$launches" '"program":"Tarvo Relay"' "$expected"
+end_relay "$expected"
+tool orders list
+tool addressbook show
+"$simulator" unplug "$unit"
+show_log
+
 step "An unsupported model is ignored"
 unit=$("$simulator" plug unsupported-model)
 wait_for "$log" "ignoring invalid mass storage device"
