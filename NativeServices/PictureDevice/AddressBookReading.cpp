@@ -38,14 +38,14 @@ Status AddressBookReading::fillInABDict(AddressBook& book, const ObjectHandles& 
                                         const ObjectHandles& groups) {
   report_.listed += contacts.size() + groups.size();
   return untilPTPException(report_, [&] {
-    Contacts readContacts_;
-    ContactGroups readGroups_;
+    Contacts allContacts;
+    ContactGroups allGroups;
     ContactsByHandle map;
-    Status status = readContacts(contacts, readContacts_, map);
-    if (status == status::kOK) status = readGroups(groups, map, readGroups_);
+    Status status = readContacts(contacts, allContacts, map);
+    if (status == status::kOK) status = readGroups(groups, map, allGroups);
     if (status != status::kOK) return status;
-    book.groups = std::move(readGroups_);
-    book.contacts = std::move(readContacts_);
+    book.groups = std::move(allGroups);
+    book.contacts = std::move(allContacts);
     return status;
   });
 }
