@@ -1,7 +1,16 @@
 // Unmount, mount and eject of disks by BSD name.
+//
+//   auto session = arbitration.createSession();
+//   session->unmount("sdb1", kWholeDisk, [&](const DADissenter* dissenter) { ... session->stop();
+//   }); bool stopped = session->run(std::chrono::seconds(20));
+//
+// A session has a run-loop mode of its own: while run() waits, its operations go on and nothing of
+// the main loop happens.
 #pragma once
 
+#include <chrono>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -9,19 +18,40 @@
 
 namespace tarvo {
 
-/// Every operation waits in a private run-loop mode until its answer has arrived, at most 20
-/// seconds in all; sources of the main loop do not fire meanwhile. Main thread only. Each returns
-/// 0, or -1 with the cause in words in `*why` (when given).
+/// Who refused an operation, and why.
+struct DADissenter {
+  Status status = status::kIOError;  ///< never 0
+  /// In words for a person: what the system says, and, of a busy volume, which process of this
+  /// user keeps it where that can be found.
+  std::string why;
+};
+
+/// Main thread only. Operations are started, then run() waits for them; an operation that is still
+/// under way when its session ends is given up, and its callback is never called after that.
+class DASession {
+ public:
+  /// Null: it was done.
+  using Callback = std::function<void(const DADissenter* dissenter)>;
+
+  virtual ~DASession() = default;
+  /// Unmounts the filesystem on `bsdName`, or, with `wholeDisk`, every filesystem of the disk that
+  /// it belongs to. A disk that has nothing mounted is done.
+  virtual void unmount(std::string_view bsdName, bool wholeDisk, Callback done) = 0;
+  /// Ejects the medium of the drive. Its filesystems must be unmounted already.
+  virtual void eject(std::string_view bsdName, Callback done) = 0;
+  /// Mounts the block device. `location` is where the caller would have it; the system decides.
+  virtual void mount(std::string_view bsdName, std::string_view location, Callback done) = 0;
+  /// Waits in the session's own mode until stop() is called or `limit` has passed. True: stopped.
+  virtual bool run(std::chrono::milliseconds limit) = 0;
+  virtual void stop() = 0;
+};
+
+/// Main thread only.
 class DiskArbitration {
  public:
   virtual ~DiskArbitration() = default;
-  /// Unmounts every filesystem of the whole disk that `bsdName` ("sdb1", "sr0") belongs to.
-  virtual Status unmountWholeDisk(std::string_view bsdName, std::string* why) = 0;
-  /// Ejects the medium of the drive.
-  /// Its filesystems must be unmounted already: a busy medium is refused.
-  virtual Status eject(std::string_view bsdName, std::string* why) = 0;
-  /// Mounts the block device.
-  virtual Status mount(std::string_view bsdName, std::string* why) = 0;
+  /// Never null. Without a service for disks every operation has a dissenter.
+  virtual std::unique_ptr<DASession> createSession() = 0;
 };
 
 }  // namespace tarvo

@@ -29,17 +29,17 @@ std::string volumesFolder(const ServeOptions& options) {
   return std::string("/media/") + (user != nullptr ? user->pw_name : "user");
 }
 
-nlohmann::json described(const PluggedDevice& device) {
+nlohmann::json described(const HostedDevice& device) {
   nlohmann::json entry = {
       {"id", device.id},
       {"name", device.name},
       {"kind", device.camera ? "ptp" : "massStorage"},
       {"vendor", formatted("0x%04X", device.description.usb.vendor)},
       {"product", formatted("0x%04X", device.description.usb.product)},
-      {"location", static_cast<std::int32_t>(device.locationID())},
-      {"node", device.address.node()},
+      {"location", static_cast<std::int32_t>(device.port.locationID())},
   };
-  if (device.volume) entry["volume"] = device.volume->mountPoint().string();
+  if (!device.node.empty()) entry["node"] = device.node;
+  if (!device.mountPoint.empty()) entry["volume"] = device.mountPoint;
   if (!device.camera) return entry;
   const auto counts = device.camera->counts();
   entry["statistics"] = {{"transactions", counts.transactions},
@@ -90,7 +90,7 @@ int Server::run() {
   return violated_ && options_.strict && exitCode_ == 0 ? 1 : exitCode_;
 }
 
-void Server::reportViolations(const PluggedDevice& device) {
+void Server::reportViolations(const HostedDevice& device) {
   if (!device.camera) return;
   for (const auto& violation : device.camera->violations()) {
     std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",

@@ -52,7 +52,7 @@ class Server {
 
   nlohmann::json unplug(const std::string& id);
   /// Prints what hosts did against the protocol at a device that is about to go.
-  void reportViolations(const PluggedDevice& device);
+  void reportViolations(const HostedDevice& device);
   void printEnvironment() const;
   void startCommand();
   static void commandEnded(GPid pid, gint status, gpointer self);

@@ -9,18 +9,10 @@
 #include <vector>
 
 #include "simulator/DeviceDescription.h"
+#include "simulator/UsbPort.h"
 #include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {
-
-/// Where a device is plugged in: bus number and port path, for example 1 and "4.2".
-struct UsbPort {
-  unsigned bus = 1;
-  std::string path;          ///< port numbers from the root hub on, a dot between them
-  std::string name() const;  ///< "1-4.2"
-  /// Reads "BUS-PORT"; raises DescriptionError for anything else (bus 1 to 255, ports 1 to 15).
-  static UsbPort parse(const std::string& text);
-};
 
 /// What the kernel numbers while it finds a mass-storage unit.
 struct ScsiNumbers {

@@ -153,7 +153,7 @@ TEST_F(Tool, WithoutADeviceOrWithTwoItSaysSo) {
   EXPECT_EQ(tool("--device 0x" +
                  [&] {
                    std::ostringstream text;
-                   text << std::hex << testbed_->device(second)->locationID();
+                   text << std::hex << testbed_->device(second)->port.locationID();
                    return text.str();
                  }() +
                  " ls")
