@@ -5,7 +5,8 @@
 // data set or the document. Both sides may raise their own exceptions and nothing else. What was
 // read is written and must read back equal, or, a contact, as what is written of it. Behind the
 // records stands one more kind, the whole address book, which is a document on either side. With
-// TARVO_FUZZ_RECORD every input is of the kind of that name, so that one record gets all executions.
+// TARVO_FUZZ_RECORD every input is of the kind of that name, so that one record gets all
+// executions.
 
 #include <algorithm>
 #include <cstddef>
