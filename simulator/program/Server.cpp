@@ -24,13 +24,13 @@ nlohmann::json described(const HostedDevice& device) {
   };
   if (!device.node.empty()) entry["node"] = device.node;
   if (!device.mountPoint.empty()) entry["volume"] = device.mountPoint;
+  entry["violations"] = device.device->violations();
   if (!device.camera) return entry;
   const auto counts = device.camera->counts();
   entry["statistics"] = {{"transactions", counts.transactions},
                          {"bytesFromHost", counts.bytesFromHost},
                          {"bytesToHost", counts.bytesToHost}};
   entry["operations"] = device.camera->operations();
-  entry["violations"] = device.camera->violations();
   return entry;
 }
 
@@ -82,8 +82,7 @@ void Server::end(int exitCode) {
 }
 
 void Server::reportViolations(const HostedDevice& device) {
-  if (!device.camera) return;
-  for (const auto& violation : device.camera->violations()) {
+  for (const auto& violation : device.device->violations()) {
     std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",
                  device.id.c_str(), violation.c_str());
     violated_ = true;
@@ -131,17 +130,22 @@ nlohmann::json Server::list() const {
   return {{"devices", devices}};
 }
 
-PTPCamera& Server::camera(const nlohmann::json& request) {
+HostedDevice& Server::device(const nlohmann::json& request) {
   const auto id = request.at("id").get<std::string>();
-  const auto* device = host_->device(id);
+  auto* device = host_->device(id);
   if (device == nullptr) throw std::runtime_error("no device \"" + id + "\" is plugged in");
-  if (!device->camera) throw std::runtime_error("device \"" + id + "\" is no PTP device");
-  return *device->camera;
+  return *device;
+}
+
+PTPCamera& Server::camera(const nlohmann::json& request) {
+  const auto& named = device(request);
+  if (!named.camera) throw std::runtime_error("device \"" + named.id + "\" is no PTP device");
+  return *named.camera;
 }
 
 nlohmann::json Server::setFault(const nlohmann::json& request) {
-  const auto problem =
-      camera(request).setFault(request.at("name").get<std::string>(), request.value("value", ""));
+  const auto problem = device(request).device->setFault(request.at("name").get<std::string>(),
+                                                        request.value("value", ""));
   if (!problem.empty()) throw std::runtime_error(problem);
   return nlohmann::json::object();
 }

@@ -49,6 +49,8 @@ class Server {
   nlohmann::json list() const;
   nlohmann::json setFault(const nlohmann::json& request);
   nlohmann::json sendEvent(const nlohmann::json& request);
+  /// The device that a request names; raises when there is none of that id.
+  HostedDevice& device(const nlohmann::json& request);
   /// The camera that a request names; raises when there is none of that id, or no camera.
   PTPCamera& camera(const nlohmann::json& request);
   nlohmann::json unplug(const std::string& id);
