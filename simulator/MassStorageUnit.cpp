@@ -38,6 +38,7 @@ bool looksLikeCommand(std::span<const std::byte> data) {
 
 MassStorageUnit::MassStorageUnit(const DeviceDescription& description)
     : VirtualUSBDevice(UsbDescriptors(description.usb, bulkOnlyInterface(description.usb.speed))),
+      type_(description.scsi.type),
       faults_(description.faults),
       unit_(description, violations_),
       queue_(descriptors().endpoint(kBulkIn)->packetSize) {}

@@ -49,6 +49,7 @@ class MassStorageUnit : public VirtualUSBDevice {
   std::vector<UnitCommand> commands() const;
   void forgetCommands();
   UnitState state() const;
+  unsigned type() const { return type_; }  ///< peripheral device type
   /// Whether it has gone to come back as a camera.
   bool returnsAsCamera() const;
   /// The SCSI status that a fault gives the last command, where it has one. The bulk-only transport
@@ -96,6 +97,7 @@ class MassStorageUnit : public VirtualUSBDevice {
   std::chrono::steady_clock::time_point answerTime() const;
   bool strikes(Fault fault) const { return faults_.strikes(fault); }
 
+  const unsigned type_;
   Faults faults_;
   HostViolations violations_;
   ScsiUnit unit_;
