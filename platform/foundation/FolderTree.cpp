@@ -36,6 +36,12 @@ FolderTree::FolderTree(std::string path) : path_(std::move(path)) {
   if (error_ == 0) folder_ = std::move(folder);
 }
 
+bool FolderTree::sharesMountWith(const std::string& folder) const {
+  const FileDescriptor other(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  std::uint64_t mount = 0;
+  return isOpen() && other.isOpen() && mountOf(other.get(), mount) == 0 && mount == mount_;
+}
+
 FileDescriptor FolderTree::openFolder(std::string_view path, int& error) const {
   // Opened anew: who reads a folder moves the position of its descriptor.
   FileDescriptor folder(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));

@@ -29,6 +29,9 @@ class FolderTree {
   /// Why it is not.
   int error() const { return error_; }
 
+  /// Whether another folder lies on the same mount.
+  bool sharesMountWith(const std::string& folder) const;
+
   /// The folder itself where `path` is empty. An owner of nothing, with the cause in `error`, on
   /// failure.
   FileDescriptor openFolder(std::string_view path, int& error) const;
