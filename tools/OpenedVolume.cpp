@@ -5,7 +5,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "NativeServices/PictureDevice/VolumeFiles.h"
+#include "NativeServices/PictureDevice/FilePlace.h"
+#include "platform/imagecapture/VolumeContents.h"
 
 namespace tarvo::tools {
 namespace {

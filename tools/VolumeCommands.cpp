@@ -156,7 +156,7 @@ class VolumeFetching : VolumeBatch {
         progress_(context.output, context.interrupt,
                   isOneObject(options) ? 1 : options.objects.size()) {
     // Copies would be found and copied again.
-    if (volume_.tree().sharesMountWith(target_.folder))
+    if (volume_.tree().holds(target_.folder))
       refuseUsage(kOperation, "'" + target_.folder + "' lies on the volume itself");
   }
 

@@ -17,11 +17,6 @@ namespace tarvo {
 
 namespace {
 
-/// "bmg" is spelt so: this is intended, and there is no "bmp".
-constexpr std::array<std::string_view, 16> kPictureExtensions = {
-    "jpg",  "jp2", "jpeg", "jpe",  "tif", "tiff", "bmg",  "fpx",
-    "fpix", "gif", "png",  "pict", "mov", "mpg",  "mpeg", "avi"};
-
 constexpr mode_t kAllRead = 0444;
 constexpr mode_t kPermissionBits = 0777;
 
@@ -55,12 +50,6 @@ void setTypeAndDates(int copy, const std::string& sourceName, const Attributes& 
 }
 
 }  // namespace
-
-bool isPictureName(std::string_view name) {
-  if (name.starts_with('.')) return false;
-  return std::ranges::find(kPictureExtensions, lowerCaseExtension(name)) !=
-         kPictureExtensions.end();
-}
 
 bool isImmutable(int directory, const char* path) {
   struct statx attributes {};

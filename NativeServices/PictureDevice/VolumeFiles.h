@@ -1,4 +1,4 @@
-// Files on a mounted volume: which of them are pictures, and copying them off it.
+// Copying files off a mounted volume.
 //
 //   VolumeCopy copy;
 //   const auto result = copy.toFile(source.get(), "TARV0001.JPG", {.folder = "pictures"});
@@ -6,16 +6,11 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "NativeServices/PictureDevice/FilePlace.h"
 #include "platform/foundation/FileCopy.h"
 
 namespace tarvo {
-
-/// Whether a file of that name is a picture or a film: by its extension, without regard to case,
-/// and never a hidden one. Any thread.
-bool isPictureName(std::string_view name);
 
 /// Whether nobody may change the file, whatever its permissions (FS_IMMUTABLE_FL, as statx(2) tells
 /// it). `directory` and `path` as for openat(2), links followed; an empty path means the descriptor

@@ -13,6 +13,7 @@
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "Utilities/Exception.h"
 #include "platform/foundation/FolderWalk.h"
+#include "platform/imagecapture/VolumeContents.h"
 
 namespace tarvo {
 

@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 namespace tarvo {
@@ -36,10 +38,11 @@ FolderTree::FolderTree(std::string path) : path_(std::move(path)) {
   if (error_ == 0) folder_ = std::move(folder);
 }
 
-bool FolderTree::sharesMountWith(const std::string& folder) const {
-  const FileDescriptor other(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  std::uint64_t mount = 0;
-  return isOpen() && other.isOpen() && mountOf(other.get(), mount) == 0 && mount == mount_;
+bool FolderTree::holds(const std::string& folder) const {
+  std::error_code error;
+  const auto inside = std::filesystem::canonical(folder, error).string() + "/";
+  const auto outside = std::filesystem::canonical(path_, error).string() + "/";
+  return !error && inside.starts_with(outside);
 }
 
 FileDescriptor FolderTree::openFolder(std::string_view path, int& error) const {

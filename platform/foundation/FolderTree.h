@@ -29,8 +29,8 @@ class FolderTree {
   /// Why it is not.
   int error() const { return error_; }
 
-  /// Whether another folder lies on the same mount.
-  bool sharesMountWith(const std::string& folder) const;
+  /// Whether another folder is this one or lies below it.
+  bool holds(const std::string& folder) const;
 
   /// The folder itself where `path` is empty. An owner of nothing, with the cause in `error`, on
   /// failure.
