@@ -25,8 +25,10 @@ constexpr std::uint8_t kModes = 0x07;
 constexpr std::uint8_t kPermanent = 0x80;
 
 Bytes pageOf(std::uint8_t code, std::span<const std::byte> content) {
-  Bytes page{std::byte{code}, static_cast<std::byte>(content.size())};
-  page.insert(page.end(), content.begin(), content.end());
+  Bytes page(2 + content.size());
+  page[0] = std::byte{code};
+  page[1] = static_cast<std::byte>(content.size());
+  std::ranges::copy(content, page.begin() + 2);
   return page;
 }
 
