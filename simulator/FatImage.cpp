@@ -24,9 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kMebi = 1024 * 1024;
+constexpr std::uint64_t kMebi = std::uint64_t{1024} * 1024;
 constexpr std::uint64_t kPartitionStart = kMebi;  // as partitioning tools align it
-constexpr std::uint64_t kLargestCluster = 32 * 1024;
+constexpr std::uint64_t kLargestCluster = std::uint64_t{32} * 1024;
 constexpr std::uint64_t kSpare = 16 * kMebi;
 constexpr std::size_t kLongestLabel = 11;
 
