@@ -24,7 +24,7 @@ class Unit : public AgentTestbed {
   /// Starts one of the programs, by the shell, in the test's folder.
   std::unique_ptr<TestbedProgram> start(const std::string& words) {
     std::filesystem::remove(folder_.path("output"));
-    const std::string line = "cd " + folder_.path("") + " && exec " + words;
+    const std::string line = "cd " + folder_.path("") + " && " + words;
     return std::make_unique<TestbedProgram>(
         *testbed_, std::vector<std::string>{"/bin/sh", "-c", line},
         std::map<std::string, std::string>{{"LC_ALL", "C"}}, folder_.path("output"));
@@ -57,6 +57,15 @@ TEST_F(Unit, IsReadBySg3Utils) {
   EXPECT_TRUE(testbed_->device(id)->unit->state().isTrayOpen);
   plug("dock-fixed");
   EXPECT_THAT(run("sg_readcap /dev/sg2"), HasSubstr("Logical block length=2048 bytes"));
+}
+
+TEST_F(Unit, HoldsAFileSystemThatOthersRead) {
+  plug("card");
+  plug("dock-fixed");
+  EXPECT_THAT(run("sg_dd if=/dev/sg1 of=card bs=512 && mtype -i card@@1M ::/MISC/IREVIEW.DB"),
+              HasSubstr("orders\n"));
+  EXPECT_THAT(run("sg_dd if=/dev/sg2 of=dock bs=2048 && mdir -i dock ::/DCIM"),
+              AllOf(HasSubstr("TARVO_DOCK"), HasSubstr("131072")));
 }
 
 TEST_F(Unit, TellsWhatGoesWrongAndGoesOnAfterIt) {
