@@ -1,5 +1,6 @@
 // SCSI programs that nobody here wrote at the virtual units: sg3-utils, as a black box.
 #include <filesystem>
+#include <sstream>
 
 #include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
@@ -21,13 +22,16 @@ class Unit : public AgentTestbed {
   }
   void TearDown() override { expectNoViolations(*testbed_); }
 
-  /// Starts one of the programs, by the shell, in the test's folder.
-  std::unique_ptr<TestbedProgram> start(const std::string& words) {
+  /// Starts one of the programs, in the test's folder.
+  std::unique_ptr<TestbedProgram> start(const std::string& line) {
     std::filesystem::remove(folder_.path("output"));
-    const std::string line = "cd " + folder_.path("") + " && " + words;
-    return std::make_unique<TestbedProgram>(
-        *testbed_, std::vector<std::string>{"/bin/sh", "-c", line},
-        std::map<std::string, std::string>{{"LC_ALL", "C"}}, folder_.path("output"));
+    std::vector<std::string> words = {"/usr/bin/env", "-C", folder_.path("")};
+    std::istringstream input(line);
+    for (std::string word; input >> word;)
+      words.push_back(word);
+    return std::make_unique<TestbedProgram>(*testbed_, words,
+                                            std::map<std::string, std::string>{{"LC_ALL", "C"}},
+                                            folder_.path("output"));
   }
   /// What it has written, with its exit code at the end.
   std::string run(const std::string& words) {
@@ -62,10 +66,10 @@ TEST_F(Unit, IsReadBySg3Utils) {
 TEST_F(Unit, HoldsAFileSystemThatOthersRead) {
   plug("card");
   plug("dock-fixed");
-  EXPECT_THAT(run("sg_dd if=/dev/sg1 of=card bs=512 && mtype -i card@@1M ::/MISC/IREVIEW.DB"),
-              HasSubstr("orders\n"));
-  EXPECT_THAT(run("sg_dd if=/dev/sg2 of=dock bs=2048 && mdir -i dock ::/DCIM"),
-              AllOf(HasSubstr("TARVO_DOCK"), HasSubstr("131072")));
+  EXPECT_THAT(run("sg_dd if=/dev/sg1 of=card bs=512"), HasSubstr("exit 0"));
+  EXPECT_THAT(run("mtype -i card@@1M ::/MISC/IREVIEW.DB"), HasSubstr("orders\n"));
+  EXPECT_THAT(run("sg_dd if=/dev/sg2 of=dock bs=2048"), HasSubstr("exit 0"));
+  EXPECT_THAT(run("mdir -i dock ::/DCIM"), AllOf(HasSubstr("TARVO_DOCK"), HasSubstr("131072")));
 }
 
 TEST_F(Unit, TellsWhatGoesWrongAndGoesOnAfterIt) {
