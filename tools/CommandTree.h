@@ -23,6 +23,7 @@
 #include "tools/RecordCommands.h"
 #include "tools/RemoveCommands.h"
 #include "tools/StorageCommands.h"
+#include "tools/VolumeCommands.h"
 
 namespace tarvo::tools {
 
@@ -46,6 +47,7 @@ class CommandTree {
   void addListing();
   void addTransfers();
   void addRemoval();
+  void addVolumes();
   void addProperties();
   void addOrders();
   void addAddressBook();
@@ -78,6 +80,9 @@ class CommandTree {
   PutOptions put_;
   RemoveOptions remove_;
   RenameOptions rename_;
+  VolumeListOptions volumeList_;
+  VolumeGetOptions volumeGet_;
+  VolumeRemoveOptions volumeRemove_;
   PropertyOptions property_;
   OrdersShowOptions ordersShow_;
   OrdersFulfilOptions ordersFulfil_;
