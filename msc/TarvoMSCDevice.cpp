@@ -31,7 +31,7 @@ std::shared_ptr<TarvoMSCDevice> TarvoMSCDevice::initWithMMCDevice(
   assertParameter(service != 0, "service != IO_OBJECT_NULL");
   assertParameter(modelString.has_value(), "modelString != nil");
   assertParameter(guid.has_value(), "guid != nil");
-  const std::shared_ptr<TarvoMSCDevice> unit(new TarvoMSCDevice);
+  std::shared_ptr<TarvoMSCDevice> unit(new TarvoMSCDevice);
   unit->_scsi = device->getSCSITaskDeviceInterface();
   unit->_mmcDevice = std::move(device);
   unit->_service = service;

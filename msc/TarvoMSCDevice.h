@@ -44,7 +44,7 @@ class TarvoMSCDevice : public Object {
       std::shared_ptr<MMCDeviceInterface> device, ServiceHandle service,
       std::optional<std::string> modelString, std::optional<std::vector<std::uint8_t>> guid);
 
-  std::string description() const override { return _massStorageModel; }
+  std::string description() const override { return "unit " + _massStorageModel; }
 
   // What it is.
 

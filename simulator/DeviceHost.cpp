@@ -80,11 +80,13 @@ void DeviceHost::unplugAll() {
 }
 
 std::function<void()> DeviceHost::vanishing(const HostedDevice& device) {
-  return [weak = std::weak_ptr<DeviceHost*>(alive_), id = device.id] {
+  return [weak = std::weak_ptr<DeviceHost*>(alive_), id = device.id, unit = device.unit,
+          leaveAfter = device.description.leaveAfter] {
     const auto tell = [weak, id] {
       if (const auto alive = weak.lock()) (*alive)->deviceVanished(id);
     };
-    callLater(tell, std::chrono::milliseconds::zero());
+    const bool wasTold = unit && unit->powersDown();
+    callLater(tell, wasTold ? leaveAfter : std::chrono::milliseconds::zero());
   };
 }
 

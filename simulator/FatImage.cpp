@@ -24,9 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::uint64_t kMebi = 1024 * 1024;
+constexpr std::uint64_t kMebi = std::uint64_t{1024} * 1024;
 constexpr std::uint64_t kPartitionStart = kMebi;  // as partitioning tools align it
-constexpr std::uint64_t kLargestCluster = 32 * 1024;
+constexpr std::uint64_t kLargestCluster = std::uint64_t{32} * 1024;
 constexpr std::uint64_t kSpare = 16 * kMebi;
 constexpr std::size_t kLongestLabel = 11;
 
@@ -142,8 +142,7 @@ FileDescriptor makeFatImage(const VolumeDescription& volume, unsigned blockSize,
   const auto path = formatted("/proc/%d/fd/%d", ::getpid(), file.get());
   run({"/usr/sbin/mkfs.fat", "-S", std::to_string(blockSize), "-n", labelOf(volume),
        "--offset=" + std::to_string(start / blockSize), path, std::to_string(size / 1024)});
-  std::vector<std::string> copy = {"mcopy", "-s", "-b",
-                                   "-Q",    "-i", path + "@@" + std::to_string(start)};
+  std::vector<std::string> copy = {"mcopy", "-s", "-Q", "-i", path + "@@" + std::to_string(start)};
   const auto options = copy.size();
   for (const auto& entry : fs::directory_iterator(staging.path()))
     copy.push_back(entry.path().string());

@@ -75,6 +75,11 @@ UnitState MassStorageUnit::state() const {
   return unit_.state();
 }
 
+bool MassStorageUnit::powersDown() const {
+  const std::lock_guard guard(lock());
+  return unit_.powersDown();
+}
+
 bool MassStorageUnit::returnsAsCamera() const {
   const std::lock_guard guard(lock());
   return unit_.returnsAsCamera();
@@ -385,7 +390,7 @@ InResult MassStorageUnit::sendStatus(std::span<std::byte> room) {
   const auto result = queue_.fill(room);
   if (queue_.isEmpty()) {
     phase_ = Phase::kCommand;
-    if (unit_.powersDown()) vanish();
+    if (status_ == kPassed && unit_.powersDown()) vanish();
   }
   return result;
 }

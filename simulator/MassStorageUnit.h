@@ -50,7 +50,9 @@ class MassStorageUnit : public VirtualUSBDevice {
   void forgetCommands();
   UnitState state() const;
   unsigned type() const { return type_; }  ///< peripheral device type
-  /// Whether it has gone to come back as a camera.
+  /// Whether the last command has told it to power down.
+  bool powersDown() const;
+  /// Whether it comes back as a camera after that.
   bool returnsAsCamera() const;
   /// The SCSI status that a fault gives the last command, where it has one. The bulk-only transport
   /// can only say that a command has failed; a host that can show the status asks here.

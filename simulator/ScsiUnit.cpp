@@ -66,6 +66,7 @@ std::optional<Sense> ScsiUnit::notReady() {
 
 ScsiReply ScsiUnit::begin(std::span<const std::byte> block, const Faults& faults) {
   pending_.reset();
+  powersDown_ = false;
   const auto opcode = byteAt(block, 0);
   if (opcode == kRequestSense) return requestSense(block);
   if (opcode == kInquiry) return inquiry(block);

@@ -49,7 +49,7 @@ class ScsiUnit {
   ScsiReply fail(Sense sense);
 
   UnitState state() const;
-  /// Whether the unit goes off once the status of the command was taken: it was told to.
+  /// Whether the unit goes off once the status of the last command was taken, which told it to.
   bool powersDown() const { return powersDown_; }
   /// Whether it comes back as a camera after that.
   bool returnsAsCamera() const;

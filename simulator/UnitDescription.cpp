@@ -78,6 +78,11 @@ VolumeDescription readVolume(const JsonNode& node) {
   return volume;
 }
 
+void readMilliseconds(const JsonNode& node, const char* key, std::chrono::milliseconds& field) {
+  constexpr std::uint64_t kLongest = 600'000;
+  if (const auto time = node.find(key)) field = std::chrono::milliseconds(time->number(kLongest));
+}
+
 /// The camera that the unit comes back as. Without a serial number of its own it has the unit's, so
 /// that a host can tell that it is the same device.
 std::shared_ptr<const DeviceDescription> readCamera(const JsonNode& node, const UsbIdentity& unit) {
@@ -97,16 +102,15 @@ std::shared_ptr<const DeviceDescription> readCamera(const JsonNode& node, const 
 
 void readUnitDescription(const JsonNode& root, DeviceDescription& device) {
   root.allowKeys({"kind", "comment", "usb", "scsi", "modePages", "image", "volume", "camera",
-                  "wakeAfter", "faults"});
+                  "leaveAfter", "wakeAfter", "faults"});
   device.faults = Faults(FaultTarget::kUnit);
   if (const auto scsi = root.find("scsi")) device.scsi = readScsi(*scsi);
   if (const auto pages = root.find("modePages")) device.modePages = readModePages(*pages);
   if (const auto volume = root.find("volume")) device.volume = readVolume(*volume);
   root.read("image", device.image);
   if (const auto camera = root.find("camera")) device.camera = readCamera(*camera, device.usb);
-  if (const auto wake = root.find("wakeAfter")) {
-    device.wakeAfter = std::chrono::milliseconds(wake->number(600'000));
-  }
+  readMilliseconds(root, "leaveAfter", device.leaveAfter);
+  readMilliseconds(root, "wakeAfter", device.wakeAfter);
   if (const auto faults = root.find("faults")) readFaults(*faults, device.faults);
 }
 

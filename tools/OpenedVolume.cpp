@@ -92,8 +92,8 @@ void OpenedVolume::visit(const std::vector<std::string>& operands, VolumeFiles o
     const bool isAmongOthers =
         (others == VolumeFiles::kEverything) ||
         (others == VolumeFiles::kPictures && isFile && isPictureName(entry->name()));
-    // Both are asked: a name that is among the others has been found as well.
-    if (wanted.take(*entry) || isAmongOthers) visitor.onEntry(walk, *entry);
+    const bool wasNamed = wanted.take(*entry);
+    if (wasNamed || isAmongOthers) visitor.onEntry(walk, *entry, wasNamed);
   }
   if (visitor.goesOn()) wanted.eachUnmatched(visitor.onUnmatched);
 }

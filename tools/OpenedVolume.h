@@ -16,8 +16,9 @@ enum class VolumeFiles : std::uint8_t { kNone, kPictures, kEverything };
 
 /// What becomes of each part of a selection. All must be set.
 struct VolumeVisitor {
-  /// A file, a folder whose exact name was given, or what is neither; `walk` stands at it.
-  std::function<void(const FolderWalk& walk, const FolderWalk::Entry& entry)> onEntry;
+  /// An entry, at which `walk` stands; `wasNamed` tells that an operand means it.
+  std::function<void(const FolderWalk& walk, const FolderWalk::Entry& entry, bool wasNamed)>
+      onEntry;
   /// A folder that cannot be read.
   std::function<void(const std::string& path, const Failure& failure)> onUnreadable;
   /// A name or pattern that nothing has.

@@ -53,15 +53,16 @@ class VolumeList {
 
   int run() {
     const auto which = options_.all ? VolumeFiles::kEverything : VolumeFiles::kPictures;
-    volume_.visit({}, which,
-                  {.onEntry = [this](const auto& walk, const Entry& entry) { show(walk, entry); },
-                   .onUnreadable =
-                       [this](const std::string& path, const Failure& failure) {
-                         exitCode_ = kFailed;
-                         listing_.addFailure({{"path", validUTF8(path)}}, failure);
-                       },
-                   .onUnmatched = [](const std::string&) {},
-                   .goesOn = [this] { return !context_.interrupt.isSet(); }});
+    volume_.visit(
+        {}, which,
+        {.onEntry = [this](const auto& walk, const Entry& entry, bool) { show(walk, entry); },
+         .onUnreadable =
+             [this](const std::string& path, const Failure& failure) {
+               exitCode_ = kFailed;
+               listing_.addFailure({{"path", validUTF8(path)}}, failure);
+             },
+         .onUnmatched = [](const std::string&) {},
+         .goesOn = [this] { return !context_.interrupt.isSet(); }});
     endIfInterrupted(context_, kOperation);
     listing_.finish();
     return exitCode_;
@@ -110,9 +111,8 @@ class VolumeBatch {
       : context_(context), volume_(context, operation), batch_(context, operation, done) {}
 
  protected:
-  using EntryVisitor = std::function<void(const FolderWalk& walk, const Entry& entry)>;
-
-  void visit(const std::vector<std::string>& objects, VolumeFiles others, EntryVisitor onEntry) {
+  void visit(const std::vector<std::string>& objects, VolumeFiles others,
+             decltype(VolumeVisitor::onEntry) onEntry) {
     volume_.visit(objects, others,
                   {.onEntry = std::move(onEntry),
                    .onUnreadable =
@@ -165,7 +165,9 @@ class VolumeFetching : VolumeBatch {
     VolumeFiles others = hasNames ? VolumeFiles::kNone : VolumeFiles::kPictures;
     if (options_.all) others = VolumeFiles::kEverything;
     visit(options_.objects, others,
-          [this](const FolderWalk& walk, const Entry& entry) { fetchOne(walk, entry); });
+          [this](const FolderWalk& walk, const Entry& entry, bool wasNamed) {
+            fetchOne(walk, entry, wasNamed);
+          });
     return batch_.finish();
   }
 
@@ -177,10 +179,10 @@ class VolumeFetching : VolumeBatch {
            options.objects.front().find_first_of("*?[") == std::string::npos;
   }
 
-  void fetchOne(const FolderWalk& walk, const Entry& entry) {
+  void fetchOne(const FolderWalk& walk, const Entry& entry, bool wasNamed) {
     if (entry.kind != Kind::kFile) {
       // Among everything there are folders, and nobody has asked for them.
-      if (options_.all) return;
+      if (!wasNamed) return;
       if (entry.kind == Kind::kFolder) {
         refuseFolder(entry);
       } else {
@@ -248,13 +250,14 @@ class VolumeRemoving : VolumeBatch {
       : VolumeBatch(context, "volume rm", "files deleted"), options_(options) {}
 
   int run() {
-    visit(options_.objects, VolumeFiles::kNone, [this](const FolderWalk&, const Entry& entry) {
-      if (entry.kind == Kind::kFolder) {
-        refuseFolder(entry);
-      } else {
-        found_.push_back(entry.path);
-      }
-    });
+    visit(options_.objects, VolumeFiles::kNone,
+          [this](const FolderWalk&, const Entry& entry, bool) {
+            if (entry.kind == Kind::kFolder) {
+              refuseFolder(entry);
+            } else {
+              found_.push_back(entry.path);
+            }
+          });
     if (batch_.goesOn() && !found_.empty() && !isAllowed()) {
       context_.output.message("Nothing was deleted.");
       context_.output.endList();

@@ -15,14 +15,9 @@ namespace {
 
 constexpr char kCapabilities[] = "capa";
 constexpr char kPictures[] = "data";
-constexpr char kTree[] = "tree";
 
 ImageCapture& imageCapture() {
   return PictureDeviceRoom::required().services().imageCapture;
-}
-
-std::string nameOf(const PropertyDictionary& node) {
-  return textForKey(node, "ifil").value_or("");
 }
 
 }  // namespace
@@ -92,27 +87,6 @@ Status XTImageCaptureDevice::setDateTime() {
   // A device that could not be asked may have a clock.
   const bool isKnown = failure == status::kOK || failure == status::kICAPropertyNotFound;
   return isKnown ? status::kUnsupported : failure;
-}
-
-std::size_t XTImageCaptureDevice::parseTreeForFiles(const PropertyDictionary& node,
-                                                    std::string_view suffix,
-                                                    ObjectReferences& list) {
-  const auto* children = arrayForKey(node, kTree);
-  const std::size_t count = children ? children->size() : 0;
-  TraceLog::trace("this node's name is %s, and it has %i members", nameOf(node).c_str(),
-                  static_cast<int>(count));
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto& child = (*children)[i];
-    const std::string name = nameOf(child);
-    // A folder may be named like a file that is looked for.
-    if (child.is_object() && child.contains(kTree)) {
-      TraceLog::trace("node %i is another tree: %s", static_cast<int>(i), name.c_str());
-      parseTreeForFiles(child, suffix, list);
-    } else if (name.ends_with(suffix)) {
-      list.push_back(child);
-    }
-  }
-  return count;
 }
 
 void XTImageCaptureDevice::forgetContents() {

@@ -27,6 +27,27 @@ ICAObject handleOf(const PropertyDictionary& node) {
   return static_cast<ICAObject>(int32ForKey(node, "icao").value_or(0));
 }
 
+/// Calls `visit` with each file below `node` and its index in its folder, folders as they come. The
+/// number of the node's own children.
+template <typename Visit>
+std::size_t eachFileBelow(const PropertyDictionary& node, const Visit& visit) {
+  const auto* children = arrayForKey(node, kTree);
+  const std::size_t count = children ? children->size() : 0;
+  TraceLog::trace("this node's name is %s, and it has %i members", nameOf(node).c_str(),
+                  static_cast<int>(count));
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& child = (*children)[i];
+    // A folder may be named like a file that is looked for.
+    if (child.is_object() && child.contains(kTree)) {
+      TraceLog::trace("node %i is another tree: %s", static_cast<int>(i), nameOf(child).c_str());
+      eachFileBelow(child, visit);
+    } else {
+      visit(i, child);
+    }
+  }
+  return count;
+}
+
 /// Downloads a file object to a folder of its own; the path of the file, or empty.
 std::string downloadToFolder(ICAObject object) {
   ScratchFolder folder;
@@ -46,34 +67,31 @@ std::string downloadToFolder(ICAObject object) {
 
 }  // namespace
 
+std::size_t XTImageCaptureDevice::parseTreeForFiles(const PropertyDictionary& node,
+                                                    std::string_view suffix,
+                                                    ObjectReferences& list) {
+  return eachFileBelow(node, [&](std::size_t, const PropertyDictionary& file) {
+    if (nameOf(file).ends_with(suffix)) list.push_back(file);
+  });
+}
+
 std::size_t XTImageCaptureDevice::parseTreeForOrderFiles(const PropertyDictionary& node,
                                                          std::vector<std::string>& list) {
-  const auto* children = arrayForKey(node, kTree);
-  const std::size_t count = children ? children->size() : 0;
-  TraceLog::trace("this node's name is %s, and it has %i members", nameOf(node).c_str(),
-                  static_cast<int>(count));
-  for (std::size_t i = 0; i < count; ++i) {
-    const auto& child = (*children)[i];
-    const std::string name = nameOf(child);
-    if (child.is_object() && child.contains(kTree)) {
-      TraceLog::trace("node %i is another tree: %s", static_cast<int>(i), name.c_str());
-      parseTreeForOrderFiles(child, list);
-      continue;
-    }
-    TraceLog::trace("node %i is a file: %s", static_cast<int>(i), name.c_str());
-    if (!name.ends_with(kMarkerSuffix)) continue;
+  return eachFileBelow(node, [&](std::size_t index, const PropertyDictionary& file) {
+    const std::string name = nameOf(file);
+    TraceLog::trace("node %i is a file: %s", static_cast<int>(index), name.c_str());
+    if (!name.ends_with(kMarkerSuffix)) return;
     ++lastReading_.listed;
-    std::string path = downloadToFolder(handleOf(child));
+    std::string path = downloadToFolder(handleOf(file));
     if (path.empty()) {
-      lastReading_.leaveOut("marker file", handleOf(child), status::kIOError);
-      continue;
+      lastReading_.leaveOut("marker file", handleOf(file), status::kIOError);
+      return;
     }
     ++lastReading_.read;
     TraceLog::trace("Found an Order file: %s", name.c_str());
     TraceLog::trace("downloadFilePB path: %s", path.c_str());
     list.push_back(std::move(path));
-  }
-  return count;
+  });
 }
 
 std::optional<std::vector<std::string>> XTImageCaptureDevice::orderFiles() {

@@ -46,6 +46,8 @@ bool FolderTree::holds(const std::string& folder) const {
 }
 
 FileDescriptor FolderTree::openFolder(std::string_view path, int& error) const {
+  // A last component that is empty; the loop below finds the others.
+  if (path.ends_with('/')) return refused(error, EINVAL);
   // Opened anew: who reads a folder moves the position of its descriptor.
   FileDescriptor folder(::openat(folder_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder.isOpen()) return refused(error, errno);

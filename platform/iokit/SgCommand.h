@@ -37,7 +37,9 @@ struct SgOutcome {
   Status delivered = status::kOK;
   /// What the unit answered (SAM-5, 5.3.1), when it did.
   std::uint8_t taskStatus = scsi::kNoTaskStatus;
-  std::size_t realised = 0;  ///< bytes of data that moved
+  /// Bytes of data that moved. The library tells what was left over of data that came, not of data
+  /// that went: those count as a whole.
+  std::size_t realised = 0;
 
   Status failure() const { return submitted != status::kOK ? submitted : delivered; }
 };

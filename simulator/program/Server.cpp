@@ -13,6 +13,27 @@
 namespace tarvo::simulator {
 namespace {
 
+std::string hexText(const Bytes& bytes) {
+  std::string text;
+  for (const auto byte : bytes)
+    text += formatted("%02x", std::to_integer<unsigned>(byte));
+  return text;
+}
+
+nlohmann::json described(const MassStorageUnit& unit) {
+  const auto state = unit.state();
+  auto commands = nlohmann::json::array();
+  for (const auto& command : unit.commands()) {
+    nlohmann::json entry = {{"block", hexText(command.block)}};
+    if (!command.data.empty()) entry["data"] = hexText(command.data);
+    commands.push_back(std::move(entry));
+  }
+  return {{"flags", state.mode.flags},      {"powerDown", state.mode.powerDown},
+          {"delay", state.mode.delay},      {"clock", state.clock},
+          {"trayOpen", state.isTrayOpen},   {"locked", state.isLocked},
+          {"commands", std::move(commands)}};
+}
+
 nlohmann::json described(const HostedDevice& device) {
   nlohmann::json entry = {
       {"id", device.id},
@@ -25,6 +46,7 @@ nlohmann::json described(const HostedDevice& device) {
   if (!device.node.empty()) entry["node"] = device.node;
   if (!device.mountPoint.empty()) entry["volume"] = device.mountPoint;
   entry["violations"] = device.device->violations();
+  if (device.unit) entry["unit"] = described(*device.unit);
   if (!device.camera) return entry;
   const auto counts = device.camera->counts();
   entry["statistics"] = {{"transactions", counts.transactions},

@@ -79,7 +79,7 @@ ScsiNumbers Testbed::nextScsi(const DeviceDescription& description) {
     ++numbers.generic;
   }
   // From sdb on: a machine has a disk of its own, which programs expect to be sda.
-  const bool optical = description.scsi.type == 5;
+  const bool optical = description.scsi.type == kOpticalType;
   char last = optical ? '0' : 'b';
   do {
     numbers.block = std::string(optical ? "sr" : "sd") + last++;
@@ -101,7 +101,7 @@ void Testbed::show(HostedDevice& device) {
   attachGeneric(plugged);
   tree_.addScsiUnit(plugged.port, plugged.scsi, description);
   if (!description.volume) return;
-  const bool optical = description.scsi.type == 5;
+  const bool optical = description.scsi.type == kOpticalType;
   plugged.volume = std::make_unique<Volume>(volumes_, root_ / "staging",
                                             "/dev/" + plugged.scsi.block + (optical ? "" : "1"),
                                             *description.volume);

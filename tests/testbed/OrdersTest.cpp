@@ -367,5 +367,25 @@ TEST_F(Orders, TheCollectionIdOfAnOlderDeviceIsAFile) {
   EXPECT_THAT(handles(0x3004), IsEmpty());
 }
 
+TEST_F(Orders, EveryExampleOfTheHelpWorks) {
+  folder_.write("work/contacts.vcf", "BEGIN:VCARD\nVERSION:3.0\nFN:A\nEMAIL:a@b.cc\nEND:VCARD\n");
+  for (const char* file : {"photo.jpg", "pictures.sbx", "request.bin"})
+    folder_.write(std::string("work/") + file, "content");
+  for (const char* command :
+       {"orders list",      "orders show",          "orders fulfil",        "orders delete",
+        "addressbook show", "addressbook validate", "addressbook export",   "addressbook import",
+        "albums list",      "albums show",          "albums get",           "albums put",
+        "favourites list",  "favourites delete",    "collection get",       "collection set",
+        "shoebox send",     "shoebox add",          "wireless-config show", "display"}) {
+    const auto help = tool(std::string(command) + " --help").out;
+    const auto example = help.substr(help.rfind("  tarvoctl ") + 2);
+    ASSERT_THAT(example, HasSubstr("tarvoctl " + std::string(command)));
+    const auto id = plug(camera("orders-camera"));
+    const auto run = shell(example);
+    EXPECT_EQ(run.exitCode, 0) << example << run.out << run.err;
+    testbed_->unplug(id);
+  }
+}
+
 }  // namespace
 }  // namespace tarvo::test
