@@ -137,8 +137,8 @@ struct DeviceDescription {
   /// What a mass-storage device comes back as after it was switched to camera mode; null: it stays
   /// away.
   std::shared_ptr<const DeviceDescription> camera;
-  /// How long it is still attached after it was told to power down: the hub notices that it has gone
-  /// when it next looks (up to a quarter of a second at high speed; USB 2.0, 11.12.4).
+  /// How long it is still attached after it was told to power down: the hub notices that it has
+  /// gone when it next looks (up to a quarter of a second at high speed; USB 2.0, 11.12.4).
   std::chrono::milliseconds leaveAfter{100};
   std::chrono::milliseconds wakeAfter{50};  ///< how long it is away then
   Faults faults;

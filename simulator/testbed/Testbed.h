@@ -48,6 +48,8 @@ class Testbed : public DeviceHost {
   /// A number for the next program that is started in the testbed.
   unsigned nextClientSlot() { return ++lastClientSlot_; }
 
+  /// Lent, for hardware that is none of the simulator's devices.
+  UMockdevTestbed* umockdev() const { return testbed_.get(); }
   const std::filesystem::path& root() const { return root_; }
   const std::filesystem::path& volumes() const { return volumes_; }
 
