@@ -108,11 +108,12 @@ void AgentProcess::Devices::arm() {
   // Before the Listener observes: its handler may raise, and later ones are not called then.
   for (const char* name : {"DeviceAdded", "DeviceRemoved"})
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
-  // The bus is waited for, since a unit that is attached may have to be unmounted at once; logind's
-  // answer is not: until it comes, and without it, the session counts as active.
+  // The bus is waited for, since a unit that is attached may have to be unmounted at once, and
+  // before anything is asked on it whose answer the Listener would miss. logind's answer is not
+  // waited for: until it comes, and without it, the session counts as active.
   systemBus.start();
-  session.start(workspaceCenter);
   systemBus.waitUntilSettled();
+  session.start(workspaceCenter);
   const std::int32_t version = systemVersion(base_.preferences, base_.log);
   listener =
       Listener::init({center, workspaceCenter, distributedCenter, base_.loop, tasks, applications,
