@@ -255,7 +255,8 @@ class Guest:
                 os.remove(self.programs)
             subprocess.run(["mkfs.ext4", "-q", "-O", "^has_journal", "-d",
                             os.path.join(root, "usr/local"), "-E", "root_owner=0:0",
-                            self.programs, f"{PROGRAM_DISK_MEBIBYTES}M"], check=True)
+                            self.programs, f"{PROGRAM_DISK_MEBIBYTES}M"], check=True,
+                           stdout=subprocess.DEVNULL)
 
     @contextlib.contextmanager
     def machine(self, serial="null"):
@@ -271,7 +272,7 @@ class Guest:
                 # Udev gives devices dates, and certificates nothing: only the order matters.
                 machine.root(f"date -s @{int(time.time())} >/dev/null && "
                              "mount /dev/vdb /usr/local && "
-                             "tarvo-simulator bundle /usr/local >/dev/null && "
+                             "tarvo-simulator bundle /usr/local --without models >/dev/null && "
                              "udevadm control --reload")
                 machine.user("systemctl --user daemon-reload")
                 yield machine
