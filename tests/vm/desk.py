@@ -77,7 +77,7 @@ class Agent:
             "systemctl --user enable --quiet tarvo-agent", user)
         # A desktop starts it this way.
         self.machine.user("systemctl --user start desk.target", user)
-        self.machine.wait("the agent", lambda: self.status("Active"))
+        self.machine.wait("the agent", lambda: self.status("Active") is not None)
 
     def restart(self):
         self.machine.user("systemctl --user restart tarvo-agent", self.user)

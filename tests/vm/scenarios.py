@@ -135,6 +135,33 @@ def user_switch(desk):
         desk.unplug()
 
 
+def recovery(desk):
+    """On system version 0x1062 the agent looks for the device that has left until it is back."""
+    machine = desk.machine
+    # The camera has no serial number of its own, so it has the unit's.
+    machine.root("cd /usr/local/share/tarvo/simulator && sed s/tarvo-camera/same-camera/ dock.json "
+                 ">same-dock.json && sed '/\"serial\":/d; s/X2\",$/X2\"/' tarvo-camera.json "
+                 ">same-camera.json")
+    agent = desk.agent(SystemVersion="0x1062")
+    desk.plug("same-dock")
+    agent.wait_for_log("starting Lost Device Timer")
+    agent.wait_for_devices(("PTP", FIRST_PORT, "", "TPD-000073"))
+    agent.expect_launches(LAUNCH)
+    machine.wait("the end of the recovery", lambda: agent.status("RecoveryArmed") is False)
+
+
+def switched_while_mounted(desk):
+    """A camera that is switched while its card is mounted is warned about."""
+    machine = desk.machine
+    machine.root("cd /usr/local/share/tarvo/simulator && sed 's/\"camera\"/\"volume\": "
+                 "{\"label\": \"TARVO_DOCK\"}, &/' dock.json >full-dock.json")
+    desk.plug("full-dock")
+    machine.user(f"udisksctl mount --no-user-interaction --block-device {desk.block()}")
+    agent = desk.agent()
+    agent.wait_for_launches(LAUNCH)
+    agent.wait_for_log("is still mounted while the camera is switched")
+
+
 def many_cycles(desk):
     """200 times plugged and unplugged: the list is right, nothing is leaked, the Relay starts."""
     agent = desk.agent()
@@ -170,4 +197,4 @@ def _resources(desk):
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
         disk_arrival, card_arrival, tool]
-OTHERS = [user_switch, many_cycles]
+OTHERS = [user_switch, recovery, switched_while_mounted, many_cycles]
