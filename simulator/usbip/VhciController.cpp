@@ -55,9 +55,8 @@ void VhciController::attach(unsigned port, int socket, std::uint32_t deviceNumbe
 
 void VhciController::detach(unsigned port, std::chrono::milliseconds patience) const {
   const auto end = std::chrono::steady_clock::now() + patience;
-  if (!isInUse(port)) return;
   try {
-    write("detach", std::to_string(port));
+    if (hasConnection(port)) write("detach", std::to_string(port));
   } catch (const std::system_error&) {
     // The kernel is about to do so itself, as the connection has ended.
   }
@@ -65,8 +64,15 @@ void VhciController::detach(unsigned port, std::chrono::milliseconds patience) c
     std::this_thread::sleep_for(kInterval);
 }
 
-// Lines of the file: hub, port, state, speed, device number, descriptor, bus id.
 bool VhciController::isInUse(unsigned port) const {
+  // A device that is attached before the hub has noticed that the last one went takes its place,
+  // and its drivers go on with the new one.
+  const auto device = formatted("/sys/bus/usb/devices/%u-%u", bus_, port + 1);
+  return fs::exists(device) || hasConnection(port);
+}
+
+// Lines of the file: hub, port, state, speed, device number, descriptor, bus id.
+bool VhciController::hasConnection(unsigned port) const {
   std::ifstream file(folder_ / "status");
   std::string line;
   while (std::getline(file, line)) {

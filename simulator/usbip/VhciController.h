@@ -28,6 +28,7 @@ class VhciController {
  private:
   /// Whether anything is at the port, also on its way in or out.
   bool isInUse(unsigned port) const;
+  bool hasConnection(unsigned port) const;
   void write(const char* file, const std::string& text) const;
 
   std::filesystem::path folder_;

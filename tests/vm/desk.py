@@ -37,19 +37,16 @@ class Desk:
     def node(self, port="1-1"):
         """Path of the device's usbfs node; empty where there is no device."""
         return self.machine.root(
-            f"cd /sys/bus/usb/devices/{port} && printf '/dev/bus/usb/%03d/%03d' $(cat busnum devnum)"
-            " 2>/dev/null", check=False) if self._is_there(port) else ""
+            f"cd /sys/bus/usb/devices/{port} 2>/dev/null && "
+            "printf '/dev/bus/usb/%03d/%03d' $(cat busnum devnum 2>/dev/null)", check=False)
 
-    def _is_there(self, port):
-        return self.machine.root(f"test -e /sys/bus/usb/devices/{port}/devnum && echo yes",
-                                 check=False)
+    def plugged(self):
+        """What the simulator tells of each device, by its port."""
+        return {device["id"]: device for device in json.loads(self.simulator("list", "--json"))}
 
     def unit(self, port="1-1"):
-        """What the simulator tells of the mass-storage unit at that port."""
-        for device in json.loads(self.simulator("list", "--json")):
-            if device["id"] == port:
-                return device.get("unit")
-        return None
+        """What it tells of the mass-storage unit at that port; none where there is no unit."""
+        return self.plugged().get(port, {}).get("unit")
 
     def block(self, port="1-1"):
         """Path of the block device that holds the unit's file system."""
@@ -79,14 +76,11 @@ class Agent:
         self.machine.user("systemctl --user start desk.target", user)
         self.machine.wait("the agent", lambda: self.status("Active") is not None)
 
+    def process(self):
+        return self.machine.user("systemctl --user show -P MainPID tarvo-agent", self.user).strip()
+
     def restart(self):
         self.machine.user("systemctl --user restart tarvo-agent", self.user)
-
-    def stop(self):
-        self.machine.user("systemctl --user stop tarvo-agent", self.user)
-
-    def start(self):
-        self.machine.user("systemctl --user start tarvo-agent", self.user)
 
     def status(self, name):
         """A property of com.tarvo.Agent1; none while the agent is not there."""

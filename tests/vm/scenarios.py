@@ -157,6 +157,42 @@ def switched_while_mounted(desk):
     agent.wait_for_log("is still mounted while the camera is switched")
 
 
+def unit_vanishes(desk):
+    """Units that go in the middle of what the agent does to them leave it as it was."""
+    agent = desk.agent()
+    process = agent.process()
+    for device, faults in (("dock", ("vanish-command=0x5A,@2", "vanish=0x5A,@2", "vanish-status=0x5A",
+                                     "vanish-command=0x55", "vanish=0x55")),
+                           ("dock-fixed", ("vanish-command=0x1E", "vanish-status=0x1E",
+                                           "vanish-command=0x1B", "vanish-status=0x1B"))):
+        for fault in faults:
+            # The kernel lets a unit settle for a second before it asks it anything.
+            desk.simulator("plug", device, "--port", "1-1")
+            desk.simulator("fault", "1-1", fault)
+            desk.machine.wait(f"the end of {device} by {fault}", lambda: not desk.plugged(), 40)
+    agent.expect_launches()
+    # This one has taken the command, so it comes back.
+    desk.simulator("plug", "dock", "--port", "1-1")
+    desk.simulator("fault", "1-1", "vanish-status=0x55")
+    agent.wait_for_launches(LAUNCH)
+    expect("the agent's process", agent.process(), process)
+
+
+def imported(desk):
+    """Any importer can have a device: usbip finds it over TCP, and may let it go again."""
+    root = desk.machine.root
+    root("systemd-run --quiet --unit=exporter tarvo-simulator --socket /run/exporter.sock usbip "
+         "--device tarvo-camera")
+    desk.machine.wait("the export", lambda: "f055:0302" in root("usbip list -r 127.0.0.1",
+                                                                check=False))
+    for _ in range(2):
+        root("usbip attach -r 127.0.0.1 -b 1-1")
+        desk.machine.wait("the camera", lambda: "TLX2-000417" in
+                          desk.machine.user("tarvoctl devices", check=False))
+        root("usbip detach -p 0")
+        desk.machine.wait("its end", lambda: not desk.node())
+
+
 def many_cycles(desk):
     """200 times plugged and unplugged: the list is right, nothing is leaked, the Relay starts."""
     agent = desk.agent()
@@ -166,7 +202,7 @@ def many_cycles(desk):
         agent.wait_for_devices(CAMERA)
         desk.unplug()
         agent.wait_for_devices()
-    before = _resources(desk)
+    before = _resources(agent)
     for number in range(200):
         desk.plug("tarvo-camera")
         # Every other time it goes at some point of its arrival.
@@ -174,7 +210,7 @@ def many_cycles(desk):
             agent.wait_for_devices(CAMERA)
         desk.unplug()
     agent.wait_for_devices()
-    after = _resources(desk)
+    after = _resources(agent)
     expect("descriptors", after[0], before[0])
     if after[1] > before[1] + 2048:
         expect("resident KiB", after[1], f"at most {before[1]} + 2048")
@@ -183,13 +219,13 @@ def many_cycles(desk):
     agent.expect_launches(LAUNCH)
 
 
-def _resources(desk):
-    """Open descriptors of anna's agent and its resident KiB."""
-    pid = desk.machine.user("systemctl --user show -P MainPID tarvo-agent").strip()
-    return tuple(map(int, desk.machine.root(
+def _resources(agent):
+    """Open descriptors of the agent and its resident KiB."""
+    pid = agent.process()
+    return tuple(map(int, agent.machine.root(
         f"ls /proc/{pid}/fd | wc -l; awk '/VmRSS/ {{ print $2 }}' /proc/{pid}/status").split()))
 
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
         disk_arrival, card_arrival, tool]
-OTHERS = [user_switch, recovery, switched_while_mounted, many_cycles]
+OTHERS = [user_switch, recovery, switched_while_mounted, unit_vanishes, imported, many_cycles]
