@@ -31,7 +31,9 @@ TestbedServer::TestbedServer(const ServeOptions& options)
     : TestbedServer(options, new Testbed(volumesFolder(options))) {}
 
 TestbedServer::TestbedServer(const ServeOptions& options, Testbed* testbed)
-    : Server(options, std::unique_ptr<Testbed>(testbed)), options_(options), testbed_(*testbed) {}
+    : Server(options.server, std::unique_ptr<Testbed>(testbed)),
+      options_(options),
+      testbed_(*testbed) {}
 
 TestbedServer::~TestbedServer() {
   if (command_ == 0) return;

@@ -13,7 +13,8 @@
 namespace tarvo::simulator {
 
 /// The command line of `serve`.
-struct ServeOptions : ServerOptions {
+struct ServeOptions {
+  ServerOptions server;
   std::string volumes;               ///< empty: /media/USER, on a file system of the testbed's own
   std::string bundle;                ///< folder that `bundle` made, shown to the agent; or empty
   std::vector<std::string> command;  ///< empty: serve until SIGTERM or SIGINT

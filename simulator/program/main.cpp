@@ -44,7 +44,7 @@ struct Options {
 
 int serve(char** argv, Options& options) {
   TestbedProcess::enter(argv);
-  options.serve.socket = options.socket;
+  options.serve.server.socket = options.socket;
   options.serve.command = options.command;
   return TestbedServer(options.serve).run();
 }
@@ -54,8 +54,8 @@ int usbip(Options& options) {
   if (!options.usbip.attaches && !options.usbip.listenPort) {
     options.usbip.listenPort = kDefaultUsbipPort;
   }
-  options.serve.socket = options.socket;
-  return Server(options.serve, std::make_unique<UsbipHost>(options.usbip)).run();
+  options.serve.server.socket = options.socket;
+  return Server(options.serve.server, std::make_unique<UsbipHost>(options.usbip)).run();
 }
 
 int plug(const Options& options) {
@@ -154,10 +154,10 @@ void addServe(CLI::App& app, Options& options) {
                       "Folder under which volumes are mounted (default: /media/USER)");
   command->add_option("--bundle", options.serve.bundle,
                       "Folder made by 'bundle', shown to the agent");
-  command->add_flag("--strict", options.serve.strict,
+  command->add_flag("--strict", options.serve.server.strict,
                     "Exit with 1 where a program broke the protocol");
   command
-      ->add_option("--device", options.serve.devices,
+      ->add_option("--device", options.serve.server.devices,
                    "Description file or name to plug in at the start; may be repeated")
       ->allow_extra_args(false);
   command->add_option("command", options.command, "Program to run in the testbed, after --");
@@ -172,10 +172,10 @@ void addUsbip(CLI::App& app, Options& options) {
       "--listen", options.usbip.listenPort,
       "Port of 127.0.0.1 for `usbip attach`; 0: any (default without --attach: 3240)");
   command
-      ->add_option("--device", options.serve.devices,
+      ->add_option("--device", options.serve.server.devices,
                    "Description file or name to plug in at the start; may be repeated")
       ->allow_extra_args(false);
-  command->add_flag("--strict", options.serve.strict,
+  command->add_flag("--strict", options.serve.server.strict,
                     "Exit with 1 where a program broke the protocol");
 }
 
