@@ -22,6 +22,7 @@ CommandTree::CommandTree()
   addListing();
   addTransfers();
   addRemoval();
+  addVolumes();
   addProperties();
   addOrders();
   addAddressBook();

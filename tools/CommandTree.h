@@ -22,6 +22,7 @@
 #include "tools/RecordCommands.h"
 #include "tools/RemoveCommands.h"
 #include "tools/StorageCommands.h"
+#include "tools/VolumeCommands.h"
 
 namespace tarvo::tools {
 
@@ -45,6 +46,7 @@ class CommandTree {
   void addListing();
   void addTransfers();
   void addRemoval();
+  void addVolumes();
   void addProperties();
   void addOrders();
   void addAddressBook();
@@ -74,6 +76,9 @@ class CommandTree {
   PutOptions put_;
   RemoveOptions remove_;
   RenameOptions rename_;
+  VolumeListOptions volumeList_;
+  VolumeGetOptions volumeGet_;
+  VolumeRemoveOptions volumeRemove_;
   PropertyOptions property_;
   OrdersShowOptions ordersShow_;
   OrdersFulfilOptions ordersFulfil_;

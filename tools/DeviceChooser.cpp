@@ -174,4 +174,29 @@ DeviceSummary chooseDevice(ToolContext& context, const std::string& operation) {
                                         : namedDevice(context, operation, devices);
 }
 
+DeviceSummary chooseVolume(ToolContext& context, const std::string& operation) {
+  auto volumes = presentDevices(context.platform);
+  std::erase_if(volumes, [](const DeviceSummary& device) { return device.path.empty(); });
+  const std::string connected = listInWords(volumes);
+  const std::string& wanted = context.options.device;
+  const auto location = locationFrom(wanted);
+  std::erase_if(volumes, [&](const DeviceSummary& volume) {
+    const bool isThere = location && volume.location == location;
+    return !wanted.empty() && volume.serial != wanted && volume.name != wanted && !isThere;
+  });
+  if (volumes.size() == 1) return volumes.front();
+  if (volumes.size() > 1)
+    throw ToolError({.operation = operation,
+                     .why = "several volumes are mounted: " + connected,
+                     .advice = "Choose one with --device SERIAL, LOCATION or the volume's name."},
+                    kBadUsage);
+  if (connected.empty())
+    refuseDevice(operation, "no card and no camera is mounted",
+                 "Connect one, mount it, and see 'tarvoctl devices'.");
+  refuseDevice(operation,
+               "there is no volume with the serial number, location or name '" + wanted +
+                   "'; mounted: " + connected,
+               "'tarvoctl devices' shows what is connected.");
+}
+
 }  // namespace tarvo::tools

@@ -42,4 +42,8 @@ std::optional<DeviceSummary> summaryOf(ToolPlatform& platform, ICAObject object)
 /// kNoDevice where there is none, kBadUsage, with a list, where there are several.
 DeviceSummary chooseDevice(ToolContext& context, const std::string& operation);
 
+/// The volume that --device names, by serial number, location or its own name (a unit can have
+/// several); without it the only one. Raises as chooseDevice().
+DeviceSummary chooseVolume(ToolContext& context, const std::string& operation);
+
 }  // namespace tarvo::tools
