@@ -14,6 +14,7 @@
 #include "tools/EventCommand.h"
 #include "tools/GetCommand.h"
 #include "tools/ListCommand.h"
+#include "tools/MassStorageCommands.h"
 #include "tools/ModelCommands.h"
 #include "tools/OrdersCommands.h"
 #include "tools/PropertyCommands.h"
@@ -50,6 +51,7 @@ class CommandTree {
   void addAddressBook();
   void addAlbums();
   void addDeviceFiles();
+  void addMassStorage();
   void addQueries();
   void addModels();
   void addRecords();
@@ -59,6 +61,8 @@ class CommandTree {
                 const std::string& example, Command run);
   /// One that only holds others.
   CLI::App& addGroup(const std::string& name, const std::string& description,
+                     const std::string& example);
+  CLI::App& addGroup(CLI::App& parent, const std::string& name, const std::string& description,
                      const std::string& example);
 
   CLI::App app_;
@@ -86,6 +90,8 @@ class CommandTree {
   FavouritesDeleteOptions favourites_;
   CollectionSetOptions collection_;
   FileOptions file_;
+  UnitModeOptions unitMode_;
+  UnitMountOptions unitMount_;
   QueryOptions query_;
   ModelCheckOptions models_;
   RecordOptions records_;
