@@ -14,6 +14,7 @@
 #include "tools/EventCommand.h"
 #include "tools/GetCommand.h"
 #include "tools/ListCommand.h"
+#include "tools/MassStorageCommands.h"
 #include "tools/ModelCommands.h"
 #include "tools/OrdersCommands.h"
 #include "tools/PropertyCommands.h"
@@ -52,6 +53,7 @@ class CommandTree {
   void addAddressBook();
   void addAlbums();
   void addDeviceFiles();
+  void addMassStorage();
   void addQueries();
   void addModels();
   void addRecords();
@@ -61,6 +63,8 @@ class CommandTree {
                 const std::string& example, Command run);
   /// One that only holds others.
   CLI::App& addGroup(const std::string& name, const std::string& description,
+                     const std::string& example);
+  CLI::App& addGroup(CLI::App& parent, const std::string& name, const std::string& description,
                      const std::string& example);
 
   CLI::App app_;
@@ -91,6 +95,8 @@ class CommandTree {
   FavouritesDeleteOptions favourites_;
   CollectionSetOptions collection_;
   FileOptions file_;
+  UnitModeOptions unitMode_;
+  UnitMountOptions unitMount_;
   QueryOptions query_;
   ModelCheckOptions models_;
   RecordOptions records_;

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/imagecapture/ImageCapture.h"
@@ -32,6 +33,9 @@ PropertyDictionary asJSON(const DeviceSummary& device);
 std::string inWords(const DeviceSummary& device);
 /// "0x01100000"; empty without one.
 std::string locationInHex(const DeviceSummary& device);
+std::string locationInHex(std::optional<std::int32_t> location);
+/// A location as a user writes it: signed decimal, or 0x...; none for anything else.
+std::optional<std::int32_t> locationFrom(std::string_view text);
 
 /// Every PTP device and every volume of a USB device, in order of arrival.
 std::vector<DeviceSummary> presentDevices(ToolPlatform& platform);

@@ -22,6 +22,9 @@ enum EntryKind : unsigned {
   kEveryEntry = 15,
 };
 
+/// Key of the path of a SCSI unit's generic node.
+inline constexpr const char* kGenericNodeKey = "SCSI Generic Node";
+
 /// By subsystem and device type, as udev names them; reads nothing.
 EntryKind entryKind(GUdevDevice* device);
 

@@ -222,7 +222,10 @@ void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
                             PropertyDictionary properties) {
   const ServiceHandle service = entries_.intern(path);
   subscriber.known.push_back(service);
-  if (subscriber.terminated) entries_.find(service)->kept = std::move(properties);
+  if (!subscriber.terminated) return;
+  // The node of a unit that went may be another's by the time somebody opens it.
+  properties.erase(kGenericNodeKey);
+  entries_.find(service)->kept = std::move(properties);
 }
 
 // One subscriber that fails must not keep the news from the others.

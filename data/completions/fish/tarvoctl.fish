@@ -27,6 +27,7 @@ complete -c tarvoctl -n __fish_use_subcommand -a collection -d 'The id under whi
 complete -c tarvoctl -n __fish_use_subcommand -a shoebox -d 'The device\'s shoebox of pictures'
 complete -c tarvoctl -n __fish_use_subcommand -a wireless-config -d 'Settings for a wireless network'
 complete -c tarvoctl -n __fish_use_subcommand -a display -d 'Show something on the back of the camera'
+complete -c tarvoctl -n __fish_use_subcommand -a msc -d 'Cameras, frames and docks that show themselves as a disk'
 complete -c tarvoctl -n __fish_use_subcommand -a events -d 'What the device reports by itself'
 complete -c tarvoctl -n __fish_use_subcommand -a query -d 'Rows of the device\'s own database'
 complete -c tarvoctl -n __fish_use_subcommand -a reset -d 'Put the device into the state after switching on'
@@ -46,16 +47,16 @@ complete -c tarvoctl -n '__fish_seen_subcommand_from property; and not __fish_se
 complete -c tarvoctl -n '__fish_seen_subcommand_from property; and not __fish_seen_subcommand_from list get set' -a get -d 'One property, and what it may be set to'
 complete -c tarvoctl -n '__fish_seen_subcommand_from property; and not __fish_seen_subcommand_from list get set' -a set -d 'Set a property'
 
-complete -c tarvoctl -n '__fish_seen_subcommand_from clock; and not __fish_seen_subcommand_from set' -a set -d 'Set it to the time of this computer'
+complete -c tarvoctl -n '__fish_seen_subcommand_from clock; and not __fish_seen_subcommand_from msc set' -a set -d 'Set it to the time of this computer'
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from models; and not __fish_seen_subcommand_from list check' -a list -d 'Every supported USB id'
 complete -c tarvoctl -n '__fish_seen_subcommand_from models; and not __fish_seen_subcommand_from list check' -a check -d 'Whether a USB id is supported'
 
-complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from list show fulfil delete' -a list -d 'Every order with whom or what it is for'
-complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from list show fulfil delete' -a show -d 'All that is known of orders, and their pictures'
+complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from msc list show fulfil delete' -a list -d 'Every order with whom or what it is for'
+complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from msc list show fulfil delete' -a show -d 'All that is known of orders, and their pictures'
 complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and __fish_seen_subcommand_from show' -l download -r -F -d 'folder for the pictures'
-complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from list show fulfil delete' -a fulfil -d 'Tell the device that pictures have been dealt with'
-complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from list show fulfil delete' -a delete -d 'Delete orders; the pictures stay'
+complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from msc list show fulfil delete' -a fulfil -d 'Tell the device that pictures have been dealt with'
+complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from msc list show fulfil delete' -a delete -d 'Delete orders; the pictures stay'
 complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and __fish_seen_subcommand_from delete' -l yes -d 'do not ask'
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a show -d 'Contacts, groups, and what the device takes'
@@ -99,6 +100,22 @@ complete -c tarvoctl -n '__fish_seen_subcommand_from shoebox; and not __fish_see
 complete -c tarvoctl -n '__fish_seen_subcommand_from shoebox; and __fish_seen_subcommand_from add' -F
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from wireless-config; and not __fish_seen_subcommand_from show' -a show -d 'Show them, passwords included'
+
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a list -d 'Every one that is connected'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a mode -d 'How it comes up on USB'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a model -d 'The model\'s name as the unit has it'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a clock -d 'The unit\'s clock'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a orders -d 'Whether pictures on its card wait to be shared'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a unmount -d 'Unmount its volumes'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a mount -d 'Mount its card'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and not __fish_seen_subcommand_from list mode model clock orders unmount mount eject' -a eject -d 'Unmount its volumes and open its tray'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and not __fish_seen_subcommand_from get set' -a get -d 'Show it, and what the unit can do'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and not __fish_seen_subcommand_from get set' -a set -d 'Send the unit to another mode'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -a 'camera startup memory'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l power-down -d 'switch off, and come back in that mode'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l wake-after -x -d 'how long to stay off'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l permanent -d 'for good, and not for once'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from clock; and not __fish_seen_subcommand_from set' -a set -d 'Set it to the time of this computer'
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from devices' -l watch -d 'go on with what comes and goes'
 complete -c tarvoctl -n '__fish_seen_subcommand_from devices' -l count -x -d 'end after so many'
