@@ -29,6 +29,27 @@ std::string volumesFolder(const ServeOptions& options) {
   return std::string("/media/") + (user != nullptr ? user->pw_name : "user");
 }
 
+std::string hexText(const Bytes& bytes) {
+  std::string text;
+  for (const auto byte : bytes)
+    text += formatted("%02x", std::to_integer<unsigned>(byte));
+  return text;
+}
+
+nlohmann::json described(const MassStorageUnit& unit) {
+  const auto state = unit.state();
+  auto commands = nlohmann::json::array();
+  for (const auto& command : unit.commands()) {
+    nlohmann::json entry = {{"block", hexText(command.block)}};
+    if (!command.data.empty()) entry["data"] = hexText(command.data);
+    commands.push_back(std::move(entry));
+  }
+  return {{"flags", state.mode.flags},      {"powerDown", state.mode.powerDown},
+          {"delay", state.mode.delay},      {"clock", state.clock},
+          {"trayOpen", state.isTrayOpen},   {"locked", state.isLocked},
+          {"commands", std::move(commands)}};
+}
+
 nlohmann::json described(const HostedDevice& device) {
   nlohmann::json entry = {
       {"id", device.id},
@@ -40,13 +61,14 @@ nlohmann::json described(const HostedDevice& device) {
   };
   if (!device.node.empty()) entry["node"] = device.node;
   if (!device.mountPoint.empty()) entry["volume"] = device.mountPoint;
+  entry["violations"] = device.device->violations();
+  if (device.unit) entry["unit"] = described(*device.unit);
   if (!device.camera) return entry;
   const auto counts = device.camera->counts();
   entry["statistics"] = {{"transactions", counts.transactions},
                          {"bytesFromHost", counts.bytesFromHost},
                          {"bytesToHost", counts.bytesToHost}};
   entry["operations"] = device.camera->operations();
-  entry["violations"] = device.camera->violations();
   return entry;
 }
 
@@ -91,8 +113,7 @@ int Server::run() {
 }
 
 void Server::reportViolations(const HostedDevice& device) {
-  if (!device.camera) return;
-  for (const auto& violation : device.camera->violations()) {
+  for (const auto& violation : device.device->violations()) {
     std::fprintf(stderr, "tarvo-simulator: %s: the host broke the protocol: %s\n",
                  device.id.c_str(), violation.c_str());
     violated_ = true;
@@ -176,17 +197,22 @@ nlohmann::json Server::list() const {
   return {{"devices", devices}};
 }
 
-PTPCamera& Server::camera(const nlohmann::json& request) {
+HostedDevice& Server::device(const nlohmann::json& request) {
   const auto id = request.at("id").get<std::string>();
-  const auto* device = testbed_.device(id);
+  auto* device = testbed_.device(id);
   if (device == nullptr) throw std::runtime_error("no device \"" + id + "\" is plugged in");
-  if (!device->camera) throw std::runtime_error("device \"" + id + "\" is no PTP device");
-  return *device->camera;
+  return *device;
+}
+
+PTPCamera& Server::camera(const nlohmann::json& request) {
+  const auto& named = device(request);
+  if (!named.camera) throw std::runtime_error("device \"" + named.id + "\" is no PTP device");
+  return *named.camera;
 }
 
 nlohmann::json Server::setFault(const nlohmann::json& request) {
-  const auto problem =
-      camera(request).setFault(request.at("name").get<std::string>(), request.value("value", ""));
+  const auto problem = device(request).device->setFault(request.at("name").get<std::string>(),
+                                                        request.value("value", ""));
   if (!problem.empty()) throw std::runtime_error(problem);
   return nlohmann::json::object();
 }

@@ -47,6 +47,8 @@ class Server {
   nlohmann::json sendEvent(const nlohmann::json& request);
   /// What `run` needs to start a program here: whose namespaces to join, and its environment.
   nlohmann::json client();
+  /// The device that a request names; raises when there is none of that id.
+  HostedDevice& device(const nlohmann::json& request);
   /// The camera that a request names; raises when there is none of that id, or no camera.
   PTPCamera& camera(const nlohmann::json& request);
 

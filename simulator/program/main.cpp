@@ -50,7 +50,7 @@ int plug(const Options& options) {
   // Checked here, so that what is wrong is said with the file's name.
   DeviceDescription::fromFile(file);
   json request = {{"command", "plug"}, {"name", file.stem().string()}};
-  request["description"] = json::parse(std::ifstream(file));
+  request["description"] = DeviceDescription::jsonFromFile(file);
   if (!options.port.empty()) request["port"] = options.port;
   std::cout << ask(options.socket, request).at("id").get<std::string>() << "\n";
   return 0;
@@ -164,7 +164,8 @@ void addDeviceCommands(CLI::App& app, Options& options) {
   auto* faulty = app.add_subcommand("fault", "Set a fault of a PTP device, or take it off");
   faulty->add_option("id", options.id, "Id of the device")->required();
   faulty->add_option("fault", options.fault, "NAME[=VALUE] or NAME=off")->required();
-  faulty->footer("Faults:\n" + Faults::help());
+  faulty->footer("Faults of a PTP device:\n" + Faults::help(FaultTarget::kPTP) +
+                 "Faults of a mass-storage unit:\n" + Faults::help(FaultTarget::kUnit));
   auto* sent = app.add_subcommand("event", "Let a PTP device send an event");
   sent->add_option("id", options.id, "Id of the device")->required();
   sent->add_option("code", options.eventCode, "Event code, for example 0x4002")->required();
