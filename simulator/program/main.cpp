@@ -10,17 +10,21 @@
 #include "simulator/program/DeviceFiles.h"
 #include "simulator/program/ObjectCommands.h"
 #include "simulator/program/RunClient.h"
-#include "simulator/program/Server.h"
+#include "simulator/program/TestbedServer.h"
 #include "simulator/testbed/TestbedProcess.h"
+#include "simulator/usbip/UsbipHost.h"
 
 namespace {
 
 using namespace tarvo::simulator;
 using nlohmann::json;
 
+constexpr std::uint16_t kDefaultUsbipPort = 3240;  // registered for USB/IP
+
 struct Options {
   std::string socket = defaultSocketPath();
   ServeOptions serve;
+  UsbipOptions usbip;
   std::string device;
   std::string port;
   std::string id;
@@ -42,7 +46,16 @@ int serve(char** argv, Options& options) {
   TestbedProcess::enter(argv);
   options.serve.socket = options.socket;
   options.serve.command = options.command;
-  return Server(options.serve).run();
+  return TestbedServer(options.serve).run();
+}
+
+int usbip(Options& options) {
+  // Without --attach there must be a way to the devices.
+  if (!options.usbip.attaches && !options.usbip.listenPort) {
+    options.usbip.listenPort = kDefaultUsbipPort;
+  }
+  options.serve.socket = options.socket;
+  return Server(options.serve, std::make_unique<UsbipHost>(options.usbip)).run();
 }
 
 int plug(const Options& options) {
@@ -65,7 +78,7 @@ void printDevice(const json& device) {
   std::string line = tarvo::formatted(
       "%-8s %-18s %s:%s  %s", device["id"].get<std::string>().c_str(),
       device["name"].get<std::string>().c_str(), device["vendor"].get<std::string>().c_str(),
-      device["product"].get<std::string>().c_str(), device["node"].get<std::string>().c_str());
+      device["product"].get<std::string>().c_str(), device.value("node", "").c_str());
   if (device.contains("volume")) line += "  " + device["volume"].get<std::string>();
   if (device.contains("statistics")) {
     line += tarvo::formatted(
@@ -150,6 +163,22 @@ void addServe(CLI::App& app, Options& options) {
   command->add_option("command", options.command, "Program to run in the testbed, after --");
 }
 
+void addUsbip(CLI::App& app, Options& options) {
+  auto* command = app.add_subcommand(
+      "usbip", "Export devices over USB/IP, or attach them to this machine, until SIGTERM");
+  command->add_flag("--attach", options.usbip.attaches,
+                    "Hand every device to this machine's kernel (vhci_hcd; needs root)");
+  command->add_option(
+      "--listen", options.usbip.listenPort,
+      "Port of 127.0.0.1 for `usbip attach`; 0: any (default without --attach: 3240)");
+  command
+      ->add_option("--device", options.serve.devices,
+                   "Description file or name to plug in at the start; may be repeated")
+      ->allow_extra_args(false);
+  command->add_flag("--strict", options.serve.strict,
+                    "Exit with 1 where a program broke the protocol");
+}
+
 void addDeviceCommands(CLI::App& app, Options& options) {
   auto* plugged = app.add_subcommand("plug", "Plug a device in; prints its id");
   plugged->add_option("device", options.device, "Description file, or the name of a shipped one")
@@ -193,6 +222,7 @@ void addBundle(CLI::App& app, Options& options) {
 int dispatch(const CLI::App& app, char** argv, Options& options) {
   const auto name = app.get_subcommands().front()->get_name();
   if (name == "serve") return serve(argv, options);
+  if (name == "usbip") return usbip(options);
   if (name == "plug") return plug(options);
   if (name == "unplug") return unplug(options);
   if (name == "list") return list(options);
@@ -211,6 +241,7 @@ int runProgram(int argc, char** argv) {
   app.require_subcommand(1);
   app.fallthrough();
   addServe(app, options);
+  addUsbip(app, options);
   addDeviceCommands(app, options);
   addObjectCommands(app, options.objects);
   addRun(app, options);
