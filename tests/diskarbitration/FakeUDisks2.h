@@ -49,9 +49,9 @@ class FakeUDisks2 {
   void leave() { g_dbus_connection_close(connection_.get(), nullptr, nullptr, nullptr); }
 
   struct Block {
-    std::string drive = "";        ///< name; empty: none
-    std::string table = "";        ///< name of the disk that it is a partition of; empty: none
-    std::string mountPoints = "";  ///< "[b'/mnt']"; empty: no filesystem
+    std::string drive = {};        ///< name; empty: none
+    std::string table = {};        ///< name of the disk that it is a partition of; empty: none
+    std::string mountPoints = {};  ///< "[b'/mnt']"; empty: no filesystem
   };
   /// An entry of `objects`, whose object is not named like the device.
   static std::string block(const std::string& name, const Block& block) {
