@@ -24,8 +24,8 @@ namespace tarvo::test {
 class FakeUDisks2 {
  public:
   struct Answer {
-    std::string error =
-        "";  ///< behind "org.freedesktop.UDisks2.Error.", or whole where it has a dot
+    /// Behind "org.freedesktop.UDisks2.Error.", or whole where it has a dot.
+    std::string error = {};
     bool silent = false;
     /// Called in the service's thread before the answer.
     std::function<void()> before = nullptr;
