@@ -24,8 +24,8 @@ namespace tarvo::test {
 class FakeUDisks2 {
  public:
   struct Answer {
-    std::string error =
-        "";  ///< behind "org.freedesktop.UDisks2.Error.", or whole where it has a dot
+    /// Behind "org.freedesktop.UDisks2.Error.", or whole where it has a dot.
+    std::string error = {};
     bool silent = false;
     /// Called in the service's thread before the answer.
     std::function<void()> before = nullptr;
@@ -45,13 +45,13 @@ class FakeUDisks2 {
     leave();
   }
 
-  /// The service ends: its connection closes.
-  void leave() { g_dbus_connection_close_sync(connection_.get(), nullptr, nullptr); }
+  /// The service ends: its connection closes. Any thread, so also from within a call.
+  void leave() { g_dbus_connection_close(connection_.get(), nullptr, nullptr, nullptr); }
 
   struct Block {
-    std::string drive = "";        ///< name; empty: none
-    std::string table = "";        ///< name of the disk that it is a partition of; empty: none
-    std::string mountPoints = "";  ///< "[b'/mnt']"; empty: no filesystem
+    std::string drive = {};        ///< name; empty: none
+    std::string table = {};        ///< name of the disk that it is a partition of; empty: none
+    std::string mountPoints = {};  ///< "[b'/mnt']"; empty: no filesystem
   };
   /// An entry of `objects`, whose object is not named like the device.
   static std::string block(const std::string& name, const Block& block) {
@@ -86,8 +86,8 @@ class FakeUDisks2 {
   }
   /// An answer to the call that was met with silence.
   void answerLate() {
-    const GObjectPtr<GDBusMessage> call(waiting_.release());
-    send(g_dbus_message_new_method_reply(call.get()));
+    const std::scoped_lock lock(mutex_);
+    send(g_dbus_message_new_method_reply(waiting_.get()));
   }
 
  private:
@@ -108,10 +108,13 @@ class FakeUDisks2 {
       calls_.push_back(method + " " + g_dbus_message_get_path(call.get()) + " " + arguments.get());
     }
     const Answer answer = script[method];
-    if (answer.before) answer.before();
     if (answer.silent) {
-      waiting_ = std::move(call);
-    } else if (!answer.error.empty()) {
+      const std::scoped_lock lock(mutex_);
+      waiting_ = retained(call.get());
+    }
+    if (answer.before) answer.before();
+    if (answer.silent) return;
+    if (!answer.error.empty()) {
       const bool isWhole = answer.error.find('.') != std::string::npos;
       const std::string name = (isWhole ? "" : "org.freedesktop.UDisks2.Error.") + answer.error;
       send(

@@ -187,7 +187,7 @@ TEST_F(SgSCSIServicesTest, SelectsAPageWithTheNodeToItselfForOneTask) {
 }
 
 TEST_F(SgSCSIServicesTest, TellsOfATaskItsStatusServiceResponseAndSense) {
-  const std::string none(2 * 22, 'e');
+  const std::string none(std::size_t{2} * 22, 'e');
   const std::vector<std::byte> sense = hexBytes("70 00 05 00000000 0a 00000000 20 00 00 000000");
   ASSERT_EQ(sense.size(), 18U);
   const struct {

@@ -114,7 +114,7 @@ TEST_F(MSCTest, AddsAUnitOnceThatIsFoundAndAnnounced) {
 TEST_F(MSCTest, KeepsTheOrderOfArrivalAndRemovesTheFirstWithTheGUID) {
   TarvoMSCDeviceList list;
   EXPECT_EQ(list.mainDevice(), nullptr);
-  const auto device = [this](std::uint8_t guid) {
+  const auto device = [](std::uint8_t guid) {
     return TarvoMSCDevice::initWithMMCDevice(std::make_shared<FakeSCSIUnit>(Pages{}), 1, "",
                                              std::vector{guid});
   };

@@ -1,12 +1,14 @@
 // SCSI units whose mode pages and answers the test says, and which write down, in hexadecimal, what
 // was asked of them.
 //
-//   auto unit = plugFakeUnit(registry, scsi, "sr0", {{0x25, kUSBModePage}}, usbDevice);
+//   auto unit = plugFakeUnit(registry, scsi, "sr0", {{0x25, kUSBModePageAnswer}}, usb);
 //   unit->failsAt = "ExecuteTaskSync";
 //   EXPECT_THAT(unit->take(), ElementsAre("ModeSense10 0 0 0 25 8", ...));
 #pragma once
 
-#include <cstdio>
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <map>
 #include <memory>
 #include <string>
@@ -108,8 +110,8 @@ class FakeSCSIUnit : public MMCDeviceInterface,
       std::copy_n(data.begin(), std::min(data.size(), sense.size()), sense.begin());
       return unit_.call(formatted("ExecuteTaskSync %zu", sense.size()));
     }
-    Status getSCSIServiceResponse(SCSIServiceResponse& response) override {
-      response = unit_.response;
+    Status getSCSIServiceResponse(SCSIServiceResponse& received) override {
+      received = unit_.response;
       return unit_.call("GetSCSIServiceResponse");
     }
 
