@@ -40,6 +40,15 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kICAProtocolError, "device broke the protocol"},
     {status::kICAInvalidObject, "no such object, or not one of that kind"},
     {status::kICAPropertyNotFound, "property not found"},
+    {status::kIOReturnError, "the unit did not carry the command out"},
+    {status::kIOReturnNoDevice, "the unit has gone"},
+    {status::kIOReturnNotPrivileged, "permission denied"},
+    {status::kIOReturnBadArgument, "bad argument"},
+    {status::kIOReturnExclusiveAccess, "in use by another program"},
+    {status::kIOReturnUnsupported, "not supported here"},
+    {status::kIOReturnNotOpen, "exclusive access was not obtained"},
+    {status::kIOReturnBusy, "the disk is in use"},
+    {status::kIOReturnTimeout, "no answer in time"},
     {status::kPTPOK, "device reports success"},
     {status::kPTPGeneralError, "general device error, or no response"},
     {status::kPTPSessionNotOpen, "session not open, or no such device object"},
@@ -90,10 +99,15 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kAddressBookOuterDot, "e-mail address begins or ends with '.' or '@'"},
 });
 
-/// PTP response codes and those of the address book are known by their hexadecimal value, the
-/// others by their decimal one.
+/// The system field of an IOKit status: whatever begins so is one, listed or not.
+constexpr bool isIOKitStatus(Status value) {
+  return (static_cast<std::uint32_t>(value) & 0xFC000000U) == 0xE0000000U;
+}
+
+/// PTP response codes, those of the address book and IOKit statuses are known by their hexadecimal
+/// value, the others by their decimal one.
 constexpr bool isKnownInHex(Status value) {
-  return value >= 0x2000;
+  return value >= 0x2000 || isIOKitStatus(value);
 }
 
 }  // namespace
@@ -102,6 +116,7 @@ std::string statusText(Status value) {
   const auto* row = std::find_if(kStatusWords.begin(), kStatusWords.end(),
                                  [&](const StatusWords& each) { return each.value == value; });
   if (row == kStatusWords.end()) {
+    if (isIOKitStatus(value)) return formatted("status 0x%x", static_cast<unsigned>(value));
     // Platform statuses are written as negative decimals everywhere, so those get no other form.
     return value > 0 ? formatted("status %d (0x%x)", value, static_cast<unsigned>(value))
                      : formatted("status %d", value);

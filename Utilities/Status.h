@@ -1,7 +1,8 @@
 // Status codes: one signed 32-bit number for every way an operation can end.
 //
 // 0 is success. A positive value is a PTP response code as the device sent it (ISO 15740, annex on
-// response codes) or an address-book validation code; a negative one is a platform status. Use
+// response codes) or an address-book validation code; a negative one is a platform status, or an
+// IOKit status of a mass-storage unit. Use
 // statusText() wherever a person reads it.
 #pragma once
 
@@ -50,6 +51,25 @@ inline constexpr Status kICATimeout = -9904;        ///< the device did not answ
 inline constexpr Status kICAProtocolError = -9905;  ///< the device broke the protocol
 inline constexpr Status kICAInvalidObject = -9906;  ///< no such object, or none of that kind
 inline constexpr Status kICAPropertyNotFound = -9907;
+
+// IOKit statuses, of SCSI commands and of disks. They are known by their 32 bits in hexadecimal and
+// are negative as a Status.
+constexpr Status ioKitStatus(std::uint32_t bits) {
+  return static_cast<Status>(bits);
+}
+/// No command came through, for a reason without a status of its own, or the unit answered with a
+/// bad task status.
+inline constexpr Status kIOReturnError = ioKitStatus(0xE00002BC);
+inline constexpr Status kIOReturnNoDevice = ioKitStatus(0xE00002C0);       ///< it has gone
+inline constexpr Status kIOReturnNotPrivileged = ioKitStatus(0xE00002C1);  ///< EACCES, EPERM
+inline constexpr Status kIOReturnBadArgument = ioKitStatus(0xE00002C2);
+/// Another program has the unit for itself.
+inline constexpr Status kIOReturnExclusiveAccess = ioKitStatus(0xE00002C5);
+inline constexpr Status kIOReturnUnsupported = ioKitStatus(0xE00002C7);
+/// A task was to be done without exclusive access.
+inline constexpr Status kIOReturnNotOpen = ioKitStatus(0xE00002CD);
+inline constexpr Status kIOReturnBusy = ioKitStatus(0xE00002D5);
+inline constexpr Status kIOReturnTimeout = ioKitStatus(0xE00002D6);
 
 // PTP response codes (ISO 15740, clause "Responses"), as the device sent them. Only codes that the
 // product compares with or puts in words are listed.

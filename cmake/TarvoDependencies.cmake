@@ -6,6 +6,12 @@ pkg_check_modules(LIBUSB REQUIRED IMPORTED_TARGET libusb-1.0)
 pkg_check_modules(UUID REQUIRED IMPORTED_TARGET uuid)
 pkg_check_modules(EBOOK REQUIRED IMPORTED_TARGET libebook-contacts-1.2)
 pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)
+# It has no description for pkg-config.
+find_path(SGUTILS_INCLUDE_DIR scsi/sg_pt.h REQUIRED)
+find_library(SGUTILS_LIBRARY sgutils2 REQUIRED)
+add_library(SGUtils UNKNOWN IMPORTED)
+set_target_properties(SGUtils PROPERTIES IMPORTED_LOCATION "${SGUTILS_LIBRARY}"
+                      INTERFACE_INCLUDE_DIRECTORIES "${SGUTILS_INCLUDE_DIR}")
 find_package(nlohmann_json 3.11 REQUIRED)
 find_package(Boost 1.74 REQUIRED)
 find_package(CLI11 2.1 REQUIRED)

@@ -23,7 +23,7 @@ struct KindOfDevice {
   const char* ioClass;
 };
 constexpr std::array<KindOfDevice, 4> kKinds{{
-    {"usb", "usb_device", kUSBDeviceEntry, "usb_device"},
+    {"usb", "usb_device", kUSBDeviceEntry, kUSBDeviceClass},
     {"usb", "usb_interface", kUSBInterfaceEntry, "usb_interface"},
     {"scsi", "scsi_device", kSCSIUnitEntry, "scsi_unit"},
     {"block", "", kBlockEntry, "block"},
@@ -35,7 +35,7 @@ struct KindsWithKey {
   std::string_view key;
   unsigned kinds;
 };
-constexpr std::array<KindsWithKey, 16> kKeys{{
+constexpr std::array<KindsWithKey, 17> kKeys{{
     {"USB Product Name", kUSBDeviceEntry},
     {"USB Vendor Name", kUSBDeviceEntry},
     {"USB Serial Number", kUSBDeviceEntry},
@@ -50,6 +50,7 @@ constexpr std::array<KindsWithKey, 16> kKeys{{
     {"BSD Name", kBlockEntry | kSCSIUnitEntry},
     {"device-type", kSCSIUnitEntry},
     {"SCSITaskUserClient GUID", kSCSIUnitEntry},
+    {kGenericNodeKey, kSCSIUnitEntry},
     {"Device Characteristics", kSCSIUnitEntry},
     {"Protocol Characteristics", kSCSIUnitEntry},
 }};
@@ -133,10 +134,11 @@ void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
     setNumber(properties, key, numberAttribute(device, key, 16));
 }
 
-// libudev cannot list children, but a unit has one block device at most, in a folder of that name.
-std::string nameOfBlockChild(const std::string& unitPath) {
-  // No folder is no disk: the driver has not come to the unit yet, or never will.
-  GDir* folder = g_dir_open((unitPath + "/block").c_str(), 0, nullptr);
+// libudev cannot list children, but a unit has one block device and one generic node at most, each
+// in a folder named after its subsystem.
+std::string nameOfChild(const std::string& unitPath, const char* subsystem) {
+  // No folder is no child: the driver has not come to the unit yet, or never will.
+  GDir* folder = g_dir_open((unitPath + "/" + subsystem).c_str(), 0, nullptr);
   if (!folder) return {};
   const char* name = g_dir_read_name(folder);
   std::string result{orEmpty(name)};
@@ -193,8 +195,11 @@ void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
   }
   properties["SCSITaskUserClient GUID"] =
       guidFrom(identityOfUnit(unit, usbDevice.get(), properties));
-  const std::string block = nameOfBlockChild(sysfsPath(unit));
+  const std::string block = nameOfChild(sysfsPath(unit), "block");
   if (!block.empty()) properties["BSD Name"] = block;
+  // The kernel's name for the device is that of its node.
+  const std::string generic = nameOfChild(sysfsPath(unit), "scsi_generic");
+  if (!generic.empty()) properties[kGenericNodeKey] = "/dev/" + generic;
 }
 
 // What one key of a matching dictionary leaves of the kinds.
@@ -276,6 +281,10 @@ bool scsiUnitHasBlockChild(GUdevDevice* unit) {
   constexpr std::array<unsigned, 5> kBlockTypes{0, 4, kSCSIOpticalDrive, 7, 14};
   const auto type = numberAttribute(unit, "type", 10);
   return type && std::ranges::find(kBlockTypes, *type) != kBlockTypes.end();
+}
+
+bool scsiUnitHasNode(const std::string& unitPath, const char* subsystem) {
+  return !nameOfChild(unitPath, subsystem).empty();
 }
 
 std::string sysfsPath(GUdevDevice* device) {

@@ -22,6 +22,12 @@ enum EntryKind : unsigned {
   kEveryEntry = 15,
 };
 
+/// Class of the entries of USB devices.
+inline constexpr const char* kUSBDeviceClass = "usb_device";
+
+/// Key of the path of a SCSI unit's generic node.
+inline constexpr const char* kGenericNodeKey = "SCSI Generic Node";
+
 /// By subsystem and device type, as udev names them; reads nothing.
 EntryKind entryKind(GUdevDevice* device);
 
@@ -43,6 +49,9 @@ GUdevDevicePtr scsiUnitAbove(GUdevDevice* device);
 
 /// Whether the kernel makes a block device for units of this one's peripheral type (SPC-4, 6.4.2).
 bool scsiUnitHasBlockChild(GUdevDevice* unit);
+
+/// Whether the kernel has made a device of that subsystem below the unit at `unitPath`.
+bool scsiUnitHasNode(const std::string& unitPath, const char* subsystem);
 
 /// sysfs path of `device`, its identity while it is there.
 std::string sysfsPath(GUdevDevice* device);

@@ -12,7 +12,8 @@
 //   on a SCSI unit      "device-type" ("DVD", peripheral type 5 alone), "SCSITaskUserClient GUID"
 //                       (16 bytes, JSON binary), "Device Characteristics" ("Vendor Name" and
 //                       "Product Name"), "Protocol Characteristics" ("Physical Interconnect",
-//                       "USB"), "BSD Name", "idVendor", "idProduct", "locationID"
+//                       "USB"), "BSD Name", "idVendor", "idProduct", "locationID", "SCSI Generic
+//                       Node" (path; only while the unit is there)
 #pragma once
 
 #include <cstdint>

@@ -37,8 +37,17 @@ SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, b
   if (known != waiting_.end()) return *known;
   // The timer outlives the view.
   const std::string name(unit);
-  auto timer = runLoop_.scheduleTimer(kPatience, false, [this, name] { finish(name); });
-  return waiting_.emplace_back(Waiting{name, wantsBlock, false, false, std::move(timer)});
+  auto timer = runLoop_.scheduleTimer(kPatience, true, [this, name] { tick(name); });
+  return waiting_.emplace_back(
+      Waiting{.unit = name, .wantsBlock = wantsBlock, .timer = std::move(timer)});
+}
+
+void SCSIUnitAssembly::tick(const std::string& unit) {
+  const auto waiting = std::ranges::find(waiting_, unit, &Waiting::unit);
+  waiting->waited += kPatience;
+  const bool isComing = (!waiting->hasGeneric && isMade_(unit, Node::kGeneric)) ||
+                        (!waiting->hasBlock && isMade_(unit, Node::kBlock));
+  if (!isComing || waiting->waited >= kPatienceWithUdev) finish(unit);
 }
 
 void SCSIUnitAssembly::finish(std::string_view unit) {

@@ -17,16 +17,24 @@ namespace tarvo {
 /// Main thread only. Units are named by their sysfs path.
 class SCSIUnitAssembly {
  public:
-  /// How long a unit waits for its nodes; a driver that makes none is not waited for longer.
+  /// How long a unit waits for the kernel to make its nodes; a driver that makes none is not waited
+  /// for longer.
   static constexpr std::chrono::milliseconds kPatience{1000};
+  /// How long it waits for udev to deal with nodes that the kernel has made: it reads the medium,
+  /// which takes a drive its time, and only then may the user open them.
+  static constexpr std::chrono::milliseconds kPatienceWithUdev{10'000};
 
   /// The two kinds of device node below a unit: /dev/sgN, which every unit has, and the disk, which
   /// depends on its type.
   enum class Node { kGeneric, kBlock };
 
+  /// Asks whether the kernel has made that node of the unit.
+  using IsMade = std::function<bool(const std::string& unit, Node node)>;
+
   /// `complete` is called once for each unit, when its nodes are there or its time has passed.
-  SCSIUnitAssembly(RunLoop& runLoop, std::function<void(const std::string& unit)> complete)
-      : runLoop_(runLoop), complete_(std::move(complete)) {}
+  SCSIUnitAssembly(RunLoop& runLoop, IsMade isMade,
+                   std::function<void(const std::string& unit)> complete)
+      : runLoop_(runLoop), isMade_(std::move(isMade)), complete_(std::move(complete)) {}
   ~SCSIUnitAssembly();
   SCSIUnitAssembly(const SCSIUnitAssembly&) = delete;
   SCSIUnitAssembly& operator=(const SCSIUnitAssembly&) = delete;
@@ -50,16 +58,20 @@ class SCSIUnitAssembly {
     bool wantsBlock;
     bool hasGeneric = false;
     bool hasBlock = false;
-    /// Runs out after kPatience; never null.
+    std::chrono::milliseconds waited{0};
+    /// Ticks every kPatience; never null.
     std::shared_ptr<Timer> timer;
   };
 
   /// The record of `unit`; starts its clock when there is none yet. Valid until the next call.
   Waiting& waitingFor(std::string_view unit, bool wantsBlock);
+  /// Another kPatience has passed for a unit that is on its way.
+  void tick(const std::string& unit);
   /// The unit is on its way no more: its record goes first, so that `complete` finds it gone.
   void finish(std::string_view unit);
 
   RunLoop& runLoop_;
+  IsMade isMade_;
   std::function<void(const std::string&)> complete_;
   /// Two or three at most: units are plugged one at a time.
   std::vector<Waiting> waiting_;

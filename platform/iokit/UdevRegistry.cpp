@@ -52,7 +52,13 @@ class UdevRegistry::Subscription : public RegistrySubscription {
 UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
     : log_(std::move(log)),
       client_(g_udev_client_new(kWatched.data())),
-      assembly_(runLoop, [this](const std::string& path) { unitComplete(path); }) {
+      assembly_(
+          runLoop,
+          [](const std::string& path, SCSIUnitAssembly::Node node) {
+            const bool isBlock = node == SCSIUnitAssembly::Node::kBlock;
+            return scsiUnitHasNode(path, isBlock ? "block" : "scsi_generic");
+          },
+          [this](const std::string& path) { unitComplete(path); }) {
   g_signal_connect(client_.get(), "uevent", G_CALLBACK(onUevent), this);
   const std::string missing = missingPartOfUdev();
   if (!missing.empty()) logTo(log_, LogLevel::kWarning, missing);
@@ -65,7 +71,9 @@ UdevRegistry::~UdevRegistry() {
 std::optional<PropertyDictionary> UdevRegistry::properties(ServiceHandle service) {
   const EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
-  // A device that is still there is read anew; what was kept is for its last announcement.
+  // What a USB device says of itself never changes, and sysfs loses it bit by bit.
+  if (entry->kept && entry->kept->value("IOClass", "") == kUSBDeviceClass) return entry->kept;
+  // Any other that is still there is read anew; what was kept is for its last announcement.
   if (const GUdevDevicePtr device = deviceAt(entry->path))
     return entryProperties(device.get(), entryKind(device.get()));
   return entry->kept;
@@ -222,7 +230,22 @@ void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
                             PropertyDictionary properties) {
   const ServiceHandle service = entries_.intern(path);
   subscriber.known.push_back(service);
-  if (subscriber.terminated) entries_.find(service)->kept = std::move(properties);
+  if (!subscriber.terminated) return;
+  // The node of a unit that went may be another's by the time somebody opens it.
+  properties.erase(kGenericNodeKey);
+  entries_.find(service)->kept = std::move(properties);
+  keepUSBDeviceAbove(path);
+}
+
+void UdevRegistry::keepUSBDeviceAbove(const std::string& path) {
+  const GUdevDevicePtr device = deviceAt(path);
+  if (!device) return;
+  const GUdevDevicePtr usbDevice(
+      g_udev_device_get_parent_with_subsystem(device.get(), "usb", "usb_device"));
+  if (!usbDevice) return;
+  const ServiceHandle service = entries_.intern(sysfsPath(usbDevice.get()));
+  auto& kept = entries_.find(service)->kept;
+  if (!kept) kept = entryProperties(usbDevice.get(), kUSBDeviceEntry);
 }
 
 // One subscriber that fails must not keep the news from the others.

@@ -203,12 +203,42 @@ TEST_F(UdevRegistryTest, AnnouncesASCSIUnitOnceItsNodesAreThere) {
       {"Device Characteristics", {{"Vendor Name", "Tarvo"}, {"Product Name", "Lumo 100"}}},
       {"Protocol Characteristics", {{"Physical Interconnect", "USB"}}},
       {"SCSITaskUserClient GUID", guid},
+      {"SCSI Generic Node", "/dev/sg1"},
       {"idVendor", 0xF055},
       {"idProduct", 0x0A01},
       {"locationID", 0x01420000}};
   EXPECT_EQ(unit, expected);
   EXPECT_EQ(guid.get_binary().size(), 16U);
   EXPECT_EQ(registry().servicesMatching({{"SCSITaskUserClient GUID", guid}}), appeared);
+
+  bed.remove(kUnit + "/scsi_generic/sg1");
+  bed.remove(kUnit + "/block/sr0");
+  bed.remove(kUnit);
+  settle();
+  ASSERT_THAT(terminated, SizeIs(1));
+  EXPECT_EQ(lastWords.value()["BSD Name"], "sr0");
+  EXPECT_FALSE(lastWords->contains("SCSI Generic Node")) << "it may be another unit's by now";
+}
+
+// A unit may leave while its arrival is still being dealt with.
+TEST_F(UdevRegistryTest, KnowsWhoseAUnitWasUntilTheEndOfItsUSBDeviceIsHeardOf) {
+  addCamera();
+  addOptical();
+  addBlock(kUnit + "/block/sr0");
+  const auto subscription = subscribe(kDVDUnits);
+  const auto units = registry().servicesMatching(kDVDUnits);
+  ASSERT_THAT(units, SizeIs(1));
+  const auto usbDevice = registry().ancestors(units[0])->at(0);
+  const auto whole = registry().properties(usbDevice);
+  umockdev_testbed_set_attribute(bed.handle(), kCamera, "serial", "");
+  EXPECT_EQ(registry().properties(usbDevice), whole) << "it has begun to go";
+  bed.remove(kUnit + "/block/sr0");
+  bed.remove(kUnit);
+  bed.remove(kCamera);
+  EXPECT_EQ(registry().ancestors(units[0])->at(0), usbDevice);
+  EXPECT_EQ(registry().properties(usbDevice), whole);
+  settle();
+  EXPECT_EQ(registry().properties(usbDevice), std::nullopt);
 }
 
 TEST_F(UdevRegistryTest, AnnouncesASCSIUnitWithoutItsNodesAfterASecond) {

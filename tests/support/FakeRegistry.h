@@ -35,6 +35,9 @@ class FakeRegistry : public Registry {
     return lastHandle_;
   }
 
+  /// Announces an entry that was added.
+  void announce(ServiceHandle service) { announce(service, &Subscriber::appeared); }
+
   /// Removes an entry and what lies below it, the lowest first, and announces each.
   void unplug(ServiceHandle service) {
     std::vector<ServiceHandle> children;

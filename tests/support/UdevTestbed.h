@@ -31,9 +31,11 @@ class UdevTestbed {
   UdevTestbed& operator=(const UdevTestbed&) = delete;
 
   /// Adds a device at `path` (under /sys/devices) and sends its "add" event. `properties` are
-  /// udev's, `attributes` are files in sysfs.
-  void add(const std::string& path, const Texts& properties, const Texts& attributes) {
+  /// udev's, `attributes` are files in sysfs. With `node` there is a file /dev/NODE.
+  void add(const std::string& path, const Texts& properties, const Texts& attributes,
+           const std::string& node = "") {
     std::string description = "P: " + path.substr(std::string("/sys").size()) + "\n";
+    if (!node.empty()) description += "N: " + node + "=00\n";
     for (const auto& [key, value] : properties)
       description += "E: " + key + "=" + value + "\n";
     for (const auto& [key, value] : attributes)
@@ -69,6 +71,9 @@ class UdevTestbed {
     uevent(path, "remove");
     umockdev_testbed_remove_device(bed_, path.c_str());
   }
+
+  /// For what is not wrapped here.
+  UMockdevTestbed* handle() const { return bed_; }
 
  private:
   UMockdevTestbed* bed_;

@@ -104,6 +104,9 @@ TEST(StatusText, PutsAStatusInWordsWithItsNumber) {
       {0x2002, "general device error, or no response (0x2002)"},
       {0x2005, "operation not supported by the device (0x2005)"},
       {0x10000005, "e-mail address too long (0x10000005)"},
+      {status::kIOReturnExclusiveAccess, "in use by another program (0xe00002c5)"},
+      {status::ioKitStatus(0xE00002C0), "the unit has gone (0xe00002c0)"},
+      {status::ioKitStatus(0xE00003FF), "status 0xe00003ff"},
       {-12345, "status -12345"},
       {0x2FFF, "status 12287 (0x2fff)"},
       {-2147483647 - 1, "status -2147483648"},
@@ -116,6 +119,9 @@ TEST(StatusText, NeverSaysTheSameOfTwoStatuses) {
   std::set<std::string> texts;
   std::size_t count = 0;
   for (Status value = -10000; value <= 0x2100; ++value, ++count)
+    texts.insert(statusText(value));
+  for (Status value = status::ioKitStatus(0xE0000280); value < status::ioKitStatus(0xE0000380);
+       ++value, ++count)
     texts.insert(statusText(value));
   for (Status value = 0x10000000; value <= 0x10000020; ++value, ++count)
     texts.insert(statusText(value));

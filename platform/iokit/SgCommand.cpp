@@ -1,0 +1,163 @@
+#include "platform/iokit/SgCommand.h"
+
+#include <scsi/sg_pt.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <memory>
+#include <string>
+
+#include "Utilities/Format.h"
+
+namespace tarvo {
+namespace {
+
+using Direction = SCSITaskInterface::Direction;
+
+/// The most that the kernel hands out (its length is one byte, in multiples of four).
+constexpr std::size_t kLongestSense = 252;
+/// Host statuses of the kernel's SCSI layer that have an IOKit status of their own; of the others
+/// only a log can make something.
+constexpr int kHostNoConnect = 0x01;
+constexpr int kHostTimeOut = 0x03;
+
+struct DestructPassThrough {
+  void operator()(sg_pt_base* object) const { ::destruct_scsi_pt_obj(object); }
+};
+using PassThrough = std::unique_ptr<sg_pt_base, DestructPassThrough>;
+
+std::uint8_t* bytes(std::span<std::byte> area) {
+  return reinterpret_cast<std::uint8_t*>(area.data());
+}
+
+/// " 55 00 11": pages whole, anything longer by its beginning.
+std::string hexText(std::span<const std::byte> area) {
+  constexpr std::size_t kMost = 256;
+  std::string text;
+  for (const std::byte byte : area.first(std::min(area.size(), kMost)))
+    text += formatted(" %02x", std::to_integer<unsigned>(byte));
+  return area.size() > kMost ? text + " ..." : text;
+}
+
+/// A residual is what the unit claims; it may be anything.
+std::size_t bytesMoved(const SgCommand& command, int residual) {
+  if (command.direction == Direction::kNone || residual < 0) return command.data.size();
+  return command.data.size() - std::min(command.data.size(), static_cast<std::size_t>(residual));
+}
+
+Status deliveryStatus(const sg_pt_base* object) {
+  if (::get_scsi_pt_result_category(object) != SCSI_PT_RESULT_TRANSPORT_ERR) return status::kOK;
+  switch (::get_scsi_pt_transport_err(object)) {
+    case kHostNoConnect:
+      return status::kIOReturnNoDevice;
+    case kHostTimeOut:
+      return status::kIOReturnTimeout;
+    default:
+      return status::kIOReturnError;
+  }
+}
+
+/// `result` of do_scsi_pt(): a negative errno, or one of the library's own reasons.
+Status submissionStatus(int result) {
+  switch (result) {
+    case SCSI_PT_DO_START_OK:
+      return status::kOK;
+    case SCSI_PT_DO_BAD_PARAMS:
+      return status::kIOReturnBadArgument;
+    case SCSI_PT_DO_TIMEOUT:
+      return status::kIOReturnTimeout;
+    default:
+      return ioKitStatusOfErrno(-result);
+  }
+}
+
+void describe(sg_pt_base* object, const SgCommand& command) {
+  ::set_scsi_pt_cdb(object, reinterpret_cast<const std::uint8_t*>(command.block.data()),
+                    static_cast<int>(command.block.size()));
+  const int length = static_cast<int>(command.data.size());
+  if (length == 0) return;
+  if (command.direction == Direction::kFromTargetToInitiator) {
+    std::ranges::fill(command.data, std::byte{0});
+    ::set_scsi_pt_data_in(object, bytes(command.data), length);
+  } else if (command.direction == Direction::kFromInitiatorToTarget) {
+    ::set_scsi_pt_data_out(object, bytes(command.data), length);
+  }
+}
+
+void logRequest(std::string_view node, const SgCommand& command, const LogSink& log) {
+  const bool sends = command.direction == Direction::kFromInitiatorToTarget;
+  logTo(log, LogLevel::kDebug,
+        "SCSI " + std::string(node) + " command" + hexText(command.block) +
+            (sends ? " data" + hexText(command.data) : ""));
+}
+
+void logOutcome(const sg_pt_base* object, const SgCommand& command, const SgOutcome& outcome,
+                std::string_view node, std::span<const std::byte> sense, const LogSink& log) {
+  std::string line = "SCSI " + std::string(node);
+  if (outcome.failure() != status::kOK) {
+    line += " failed: " + statusText(outcome.failure());
+    line += formatted(", host status 0x%02x",
+                      static_cast<unsigned>(::get_scsi_pt_transport_err(object)));
+  } else {
+    line += formatted(" status 0x%02x, %zu of %zu bytes", outcome.taskStatus, outcome.realised,
+                      command.data.size());
+    if (command.direction == Direction::kFromTargetToInitiator)
+      line += ":" + hexText(command.data.first(outcome.realised));
+  }
+  if (!sense.empty()) line += ", sense" + hexText(sense);
+  logTo(log, LogLevel::kDebug, line);
+}
+
+}  // namespace
+
+Status ioKitStatusOfErrno(int error) {
+  switch (error) {
+    case EBUSY:
+      return status::kIOReturnExclusiveAccess;
+    case EACCES:
+    case EPERM:
+      return status::kIOReturnNotPrivileged;
+    case ENODEV:
+    case ENXIO:
+    case ENOENT:  // the node went with the unit
+      return status::kIOReturnNoDevice;
+    default:
+      return status::kIOReturnError;
+  }
+}
+
+SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& command,
+                           const LogSink& log) {
+  SgOutcome outcome;
+  const PassThrough object(::construct_scsi_pt_obj_with_fd(fd, 0));
+  if (!object || command.data.size() > INT_MAX) {
+    outcome.submitted = status::kIOReturnError;
+    return outcome;
+  }
+  logRequest(node, command, log);
+  describe(object.get(), command);
+  // An area of our own: the library clears the whole of what it is given.
+  std::array<std::byte, kLongestSense> sense{};
+  ::set_scsi_pt_sense(object.get(), bytes(sense), static_cast<int>(sense.size()));
+  const auto seconds = std::chrono::ceil<std::chrono::seconds>(command.timeout).count();
+  outcome.submitted = submissionStatus(::do_scsi_pt(
+      object.get(), -1, static_cast<int>(std::clamp<std::int64_t>(seconds, 1, 3600)), 0));
+
+  std::span<const std::byte> given;
+  if (outcome.submitted == status::kOK) {
+    outcome.delivered = deliveryStatus(object.get());
+    const int length = std::clamp(::get_scsi_pt_sense_len(object.get()), 0, int{kLongestSense});
+    given = std::span(sense).first(static_cast<std::size_t>(length));
+    std::ranges::copy(given.first(std::min(given.size(), command.sense.size())),
+                      command.sense.begin());
+    outcome.realised = bytesMoved(command, ::get_scsi_pt_resid(object.get()));
+  }
+  if (outcome.failure() == status::kOK)
+    outcome.taskStatus = static_cast<std::uint8_t>(::get_scsi_pt_status_response(object.get()));
+  logOutcome(object.get(), command, outcome, node, given, log);
+  return outcome;
+}
+
+}  // namespace tarvo
