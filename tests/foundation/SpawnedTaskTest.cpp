@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
+
 #include "Utilities/FileDescriptor.h"
 #include "tests/support/MainContextWait.h"
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/Raised.h"
 #include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
@@ -32,10 +35,6 @@ class SpawnedTaskTest : public testing::Test {
   }
   static std::string raisedBy(Task& task) {
     return raised([&] { task.launch(); });
-  }
-  static auto openDescriptors() {
-    using Entries = std::filesystem::directory_iterator;
-    return std::distance(Entries("/proc/self/fd"), Entries());
   }
 
   TemporaryFolder folder_;

@@ -1,25 +1,14 @@
 #include "platform/imagecapture/ptp/InterfaceHolder.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-#include <cctype>
-#include <cstdlib>
-#include <memory>
-
-#include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"
+#include "platform/foundation/ProcessSearch.h"
 
 namespace tarvo::ptp {
 namespace {
-
-struct CloseDirectory {
-  void operator()(DIR* directory) const { ::closedir(directory); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 /// The same file, or the same device under two nodes.
 bool isSame(const struct stat& a, const struct stat& b) {
@@ -29,44 +18,25 @@ bool isSame(const struct stat& a, const struct stat& b) {
 }
 
 bool hasOpen(const std::string& process, const struct stat& node) {
-  // Of another user's process this fails, which makes it one that holds nothing.
-  const Directory descriptors(::opendir(("/proc/" + process + "/fd").c_str()));
-  if (!descriptors) return false;
-  while (const dirent* entry = ::readdir(descriptors.get())) {
+  return anyDescriptor(process, [&](int list, const char* name) {
     struct stat file {};
-    if (std::isdigit(static_cast<unsigned char>(entry->d_name[0])) != 0 &&
-        ::fstatat(::dirfd(descriptors.get()), entry->d_name, &file, 0) == 0 && isSame(file, node))
-      return true;
-  }
-  return false;
-}
-
-std::string nameOf(const std::string& process) {
-  const FileDescriptor file(::open(("/proc/" + process + "/comm").c_str(), O_RDONLY | O_CLOEXEC));
-  std::array<char, 64> text{};
-  const ssize_t length = file.isOpen() ? ::read(file.get(), text.data(), text.size()) : 0;
-  std::string name(text.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
-  // The kernel ends the name with a line end (proc(5)); 15 characters of it are kept.
-  if (!name.empty() && name.back() == '\n') name.pop_back();
-  return name;
+    return ::fstatat(list, name, &file, 0) == 0 && isSame(file, node);
+  });
 }
 
 }  // namespace
 
 std::string processHolding(int node) {
+  constexpr std::size_t kMost = 8;
   struct stat ours {};
-  // Only after a failure to claim, so the walk over all processes is no matter.
-  const Directory processes(::opendir("/proc"));
-  if (!processes || ::fstat(node, &ours) != 0) return {};
-  const std::string self = std::to_string(::getpid());
+  if (::fstat(node, &ours) != 0) return {};
+  const std::string self = "/proc/" + std::to_string(::getpid());
   std::string holders;
-  while (const dirent* entry = ::readdir(processes.get())) {
-    const std::string process = entry->d_name;
-    if (std::isdigit(static_cast<unsigned char>(process[0])) == 0 || process == self ||
-        !hasOpen(process, ours))
-      continue;
+  for (const FoundProcess& holder : processesWhere(kMost, [&](const std::string& process) {
+         return process != self && hasOpen(process, ours);
+       })) {
     if (!holders.empty()) holders += " or ";
-    holders += formatted("process %s (pid %s)", nameOf(process).c_str(), process.c_str());
+    holders += formatted("process %s (pid %d)", holder.name.c_str(), holder.pid);
   }
   return holders;
 }

@@ -1,0 +1,278 @@
+#include "platform/diskarbitration/UDisks2DiskArbitration.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <optional>
+
+#include "platform/foundation/GlibRunLoop.h"
+#include "tests/diskarbitration/FakeUDisks2.h"
+#include "tests/diskarbitration/HoldingProcess.h"
+#include "tests/support/MainContextWait.h"
+#include "tests/support/OpenDescriptors.h"
+#include "tests/support/RecordingSystemLog.h"
+
+namespace tarvo::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using Milliseconds = std::chrono::milliseconds;
+
+constexpr Milliseconds kLimit = std::chrono::seconds(20);
+
+std::string callOf(const char* method, const std::string& path) {
+  return method + (" " + path) + " ({},)";
+}
+
+class UDisks2DiskArbitrationTest : public testing::Test {
+ protected:
+  UDisks2DiskArbitrationTest() {
+    service = std::make_unique<FakeUDisks2>(bus);
+    // A card with two partitions, one mounted twice, and a disk beside it.
+    service->objects =
+        FakeUDisks2::block("sdb", {.drive = "Card"}) + "," +
+        FakeUDisks2::block(
+            "sdb1",
+            {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/A', b'/mnt/a']"}) +
+        "," +
+        FakeUDisks2::block("sdb2",
+                           {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/B']"}) +
+        "," + FakeUDisks2::block("sdb3", {.drive = "Card", .table = "sdb", .mountPoints = "[]"}) +
+        "," + FakeUDisks2::block("sda1", {.drive = "Disk", .mountPoints = "[b'/home']"}) + "," +
+        FakeUDisks2::block("loop0", {}) + "," +
+        FakeUDisks2::block("loop0p1", {.table = "loop0", .mountPoints = "[b'/l']"}) + "," +
+        FakeUDisks2::block("loop1", {.mountPoints = "[b'/k']"});
+    connection.start();
+    connection.waitUntilSettled();
+  }
+
+  struct Told {
+    bool stopped = false;
+    int callbacks = 0;
+    std::optional<DADissenter> dissenter;
+  };
+  /// One operation from its start to its end.
+  template <typename Start>
+  Told perform(Start start) {
+    Told told;
+    const auto session = arbitration.createSession();
+    start(*session, [&](const DADissenter* dissenter) {
+      ++told.callbacks;
+      if (dissenter != nullptr) told.dissenter = *dissenter;
+      session->stop();
+    });
+    told.stopped = session->run(kLimit);
+    return told;
+  }
+  Told unmount(const char* bsdName, bool wholeDisk = true) {
+    return perform([&](DASession& session, const DASession::Callback& done) {
+      session.unmount(bsdName, wholeDisk, done);
+    });
+  }
+  Told eject(const char* bsdName) {
+    return perform(
+        [&](DASession& session, const DASession::Callback& done) { session.eject(bsdName, done); });
+  }
+  Told mount(const char* bsdName) {
+    return perform([&](DASession& session, const DASession::Callback& done) {
+      session.mount(bsdName, "CARD", done);
+    });
+  }
+  static void expectDone(const Told& told) {
+    EXPECT_TRUE(told.stopped);
+    EXPECT_EQ(told.callbacks, 1);
+    EXPECT_EQ(told.dissenter.has_value(), false) << told.dissenter->why;
+  }
+  static void expectRefused(const Told& told, Status status, const std::string& why) {
+    EXPECT_TRUE(told.stopped);
+    EXPECT_EQ(told.callbacks, 1);
+    ASSERT_TRUE(told.dissenter.has_value());
+    EXPECT_EQ(told.dissenter->status, status) << statusText(told.dissenter->status);
+    EXPECT_EQ(told.dissenter->why, why);
+  }
+
+  RecordingSystemLog log;
+  GlibRunLoop loop{log.sink()};
+  RunningBus bus;
+  std::unique_ptr<FakeUDisks2> service;
+  BusConnection connection{"system bus", bus.address(), loop, log.sink()};
+  std::vector<Milliseconds> waits;
+  UDisks2DiskArbitration::MakeTimeout makeTimeout = UDisks2DiskArbitration::monotonicTimeout;
+  UDisks2DiskArbitration arbitration{connection, log.sink(), [this](Milliseconds limit) {
+                                       waits.push_back(limit);
+                                       return makeTimeout(limit);
+                                     }};
+};
+
+const std::string kFirst = callOf("Unmount", FakeUDisks2::blockPath("sdb1"));
+const std::string kSecond = callOf("Unmount", FakeUDisks2::blockPath("sdb2"));
+
+TEST_F(UDisks2DiskArbitrationTest, UnmountsEveryFilesystemOfTheDiskThatAVolumeIsOn) {
+  const auto loop0 = callOf("Unmount", FakeUDisks2::blockPath("loop0p1"));
+  const struct {
+    const char* bsdName;
+    bool wholeDisk;
+    std::vector<std::string> calls;
+  } rows[] = {{"sdb1", true, {kFirst, kFirst, kSecond}},
+              {"sdb", true, {kFirst, kFirst, kSecond}},
+              {"sdb2", false, {kSecond}},
+              {"sdb3", false, {}},
+              {"loop0p1", true, {loop0}},
+              {"loop0", true, {loop0}}};
+  for (const auto& row : rows) {
+    const auto before = service->calls().size();
+    expectDone(unmount(row.bsdName, row.wholeDisk));
+    const auto calls = service->calls();
+    EXPECT_EQ(std::vector(calls.begin() + static_cast<long>(before), calls.end()), row.calls)
+        << row.bsdName;
+  }
+  service->script["Unmount"] = {.error = "NotMounted"};
+  expectDone(unmount("sdb1"));
+  EXPECT_THAT(waits, testing::Each(kLimit));
+}
+
+TEST_F(UDisks2DiskArbitrationTest, EjectsTheDriveAndMountsTheVolume) {
+  expectDone(eject("sdb1"));
+  expectDone(mount("sdb2"));
+  EXPECT_THAT(service->calls(), ElementsAre(callOf("Eject", FakeUDisks2::drivePath("Card")),
+                                            callOf("Mount", FakeUDisks2::blockPath("sdb2"))));
+  service->script["Mount"] = {.error = "AlreadyMounted"};
+  expectDone(mount("sdb2"));
+  expectRefused(eject("loop1"), status::kIOReturnUnsupported, "no drive holds this disk");
+  expectRefused(mount("sdb"), status::kIOReturnUnsupported, "there is no filesystem on it");
+  for (const char* name : {"sr0", "", "../sda1", "sdb1/"})
+    expectRefused(eject(name), status::kIOReturnNoDevice, "there is no such disk");
+  EXPECT_THAT(service->calls(), SizeIs(3));
+}
+
+TEST_F(UDisks2DiskArbitrationTest, PutsARefusalInWords) {
+  const struct {
+    const char* error;
+    Status status;
+    const char* why;
+  } rows[] = {
+      {"DeviceBusy", status::kIOReturnBusy, "the volume is in use"},
+      {"AlreadyUnmounting", status::kIOReturnBusy, "the volume is being unmounted already"},
+      {"NotAuthorized", status::kIOReturnNotPrivileged, "this user may not do that"},
+      {"NotAuthorizedDismissed", status::kIOReturnNotPrivileged, "the authorisation was not given"},
+      {"MountedByOtherUser", status::kIOReturnNotPrivileged, "another user has mounted the volume"},
+      {"NotSupported", status::kIOReturnUnsupported, "the disk does not know that"},
+      {"Timedout", status::kIOReturnTimeout, "the disk did not answer in time"},
+      {"Failed", status::kIOReturnError, "the service's words"},
+      {"com.example.Odd", status::kIOReturnError, "the service's words"},
+      // What is asked of an object that has gone with its disk.
+      {"org.freedesktop.DBus.Error.UnknownObject", status::kIOReturnNoDevice, "the disk has gone"},
+      {"org.freedesktop.DBus.Error.UnknownMethod", status::kIOReturnNoDevice, "the disk has gone"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.error);
+    service->script["Unmount"] = {.error = row.error};
+    expectRefused(unmount("sdb1"), row.status, row.why);
+    service->script["Eject"] = {.error = row.error};
+    expectRefused(eject("sdb1"), row.status, row.why);
+  }
+  EXPECT_THAT(service->calls(), SizeIs(2 * std::size(rows))) << "the first refusal is the end";
+}
+
+TEST_F(UDisks2DiskArbitrationTest, NamesTheProcessThatKeepsAVolumeBusy) {
+  const TemporaryFolder folder;
+  service->objects =
+      FakeUDisks2::block("sdc1", {.drive = "Card", .mountPoints = "[b'" + folder.path() + "']"});
+  const HoldingProcess process([&] { (void)::chdir(folder.path().c_str()); });
+  for (const char* error : {"DeviceBusy", "Failed"}) {
+    service->script["Unmount"] = {.error = error};
+    const auto told = unmount("sdc1");
+    ASSERT_TRUE(told.dissenter.has_value());
+    EXPECT_EQ(told.dissenter->status, status::kIOReturnBusy);
+    EXPECT_THAT(told.dissenter->why, testing::StartsWith("in use by "));
+    EXPECT_THAT(told.dissenter->why, HasSubstr("(pid " + std::to_string(process.pid()) + ")"));
+  }
+}
+
+TEST_F(UDisks2DiskArbitrationTest, WaitsAsLongAsItsCallerSaysWhileTheMainLoopStandsStill) {
+  // The clock strikes once the service has the call.
+  GSource* clock = nullptr;
+  makeTimeout = [&](Milliseconds) { return clock = g_timeout_source_new_seconds(3600); };
+  service->script["Unmount"] = {.silent = true,
+                                .before = [&] { g_source_set_ready_time(clock, 0); }};
+  int turns = 0;
+  const auto turn = +[](gpointer count) -> gboolean {
+    ++*static_cast<int*>(count);
+    return G_SOURCE_CONTINUE;
+  };
+  const guint idle = g_idle_add_full(G_PRIORITY_HIGH, turn, &turns, nullptr);
+  const guint timer = g_timeout_add(0, turn, &turns);
+
+  const auto told = unmount("sdb1");
+  EXPECT_FALSE(told.stopped);
+  EXPECT_EQ(turns, 0);
+  EXPECT_THAT(waits, ElementsAre(kLimit)) << "one budget for all calls of the operation";
+  service->answerLate();
+  EXPECT_TRUE(waitUntil([&] { return turns > 100; }));
+  EXPECT_EQ(told.callbacks, 0) << "nobody is there for a late answer";
+  g_source_remove(idle);
+  g_source_remove(timer);
+}
+
+TEST_F(UDisks2DiskArbitrationTest, EndsAtOnceWhenTheServiceOrTheBusGoes) {
+  service->script["Unmount"] = {.silent = true, .before = [&] { service->leave(); }};
+  expectRefused(unmount("sdb1"), status::kIOReturnError, "the disk service (UDisks2) went away");
+  expectRefused(unmount("sdb1"), status::kIOReturnUnsupported,
+                "there is no disk service (UDisks2)");
+  service = std::make_unique<FakeUDisks2>(bus);
+  service->objects = FakeUDisks2::block("sdb1", {.drive = "Card"});
+  service->script["Eject"] = {.silent = true, .before = [&] { bus.stop(); }};
+  expectRefused(eject("sdb1"), status::kIOReturnError, "the system bus is not there");
+  EXPECT_TRUE(waitUntil([&] { return connection.connection() == nullptr; }));
+  expectRefused(eject("sdb1"), status::kIOReturnError, "the system bus is not there");
+}
+
+TEST_F(UDisks2DiskArbitrationTest, GivesUpWhatIsUnderWayWhenTheSessionEnds) {
+  int callbacks = 0;
+  const auto count = [&](const DADissenter*) { ++callbacks; };
+  const auto session = arbitration.createSession();
+  session->unmount("sdb1", true, count);
+  session->eject("sdb1", count);
+  auto other = arbitration.createSession();
+  other->mount("sdb1", "", count);
+  other.reset();
+  EXPECT_EQ(callbacks, 0);
+  EXPECT_THAT(service->calls(), IsEmpty());
+}
+
+TEST_F(UDisks2DiskArbitrationTest, LeavesNothingOpenBehindHoweverASessionEnds) {
+  expectDone(unmount("sdb1"));
+  const auto before = openDescriptors();
+  for (int i = 0; i < 100; ++i) {
+    expectDone(unmount("sdb1"));
+    const auto session = arbitration.createSession();
+    session->eject("sdb1", nullptr);
+  }
+  // GLib's own thread closes the last of it.
+  EXPECT_TRUE(waitUntil([&] { return openDescriptors() <= before; })) << openDescriptors();
+}
+
+TEST_F(UDisks2DiskArbitrationTest, TakesNothingFromObjectsOfOtherTypesThanTheyShouldHave) {
+  for (const char* objects :
+       {"objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <'/dev/sdb1'>}}",
+        "objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <@ay []>}}",
+        "objectpath '/a': {'org.freedesktop.UDisks2.Filesystem': {'MountPoints': <[b'/a']>}}"}) {
+    service->objects = objects;
+    expectRefused(unmount("sdb1"), status::kIOReturnNoDevice, "there is no such disk");
+  }
+  service->objects =
+      "objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <b'/dev/sdb1'>, 'Drive': "
+      "<'no path'>}, 'org.freedesktop.UDisks2.Filesystem': {'MountPoints': <['/a']>}}";
+  expectDone(unmount("sdb1"));
+  service->objects = "no objects at all";
+  const auto told = unmount("sdb1");
+  ASSERT_TRUE(told.dissenter.has_value());
+  EXPECT_EQ(told.dissenter->status, status::kIOReturnError);
+  EXPECT_THAT(service->calls(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tarvo::test
