@@ -5,10 +5,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <ctime>
-#include <filesystem>
 #include <optional>
 
 #include "NativeServices/Logging.h"
@@ -27,20 +25,9 @@ constexpr std::uint16_t kJPEGFormat = 0x3801;
 constexpr std::uint16_t kFirmwareFormat = 0xB001;
 /// The operation by which the vendor's devices take objects; it decides what is required.
 constexpr std::uint16_t kVendorSendObject = 0x9006;
-/// Names the four-character type that a file had where it came from.
-constexpr const char* kFileTypeAttribute = "user.tarvo.hfstype";
 
 bool isOneOf(const std::vector<std::string>& models, std::string_view model) {
   return std::ranges::find(models, model) != models.end();
-}
-
-std::string lowerCaseExtension(const std::string& path) {
-  std::string extension = std::filesystem::path(path).extension().string();
-  if (!extension.empty()) extension.erase(0, 1);
-  // By ASCII: the tables know no other letters.
-  std::ranges::transform(extension, extension.begin(),
-                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return extension;
 }
 
 /// The attribute where the file has it, else the type that goes with the extension. None for an

@@ -11,6 +11,9 @@
 
 namespace tarvo {
 
+/// Extended attribute with the four-character type that a file had where it came from.
+inline constexpr const char* kFileTypeAttribute = "user.tarvo.hfstype";
+
 /// Whether a model is one of the earliest series.
 bool isLegacyModel(std::string_view model, const MakerConstants& maker);
 

@@ -140,11 +140,30 @@ Status DeviceContents::loadFiles(ICAObject device, PTPChannel& channel,
   std::vector<PTPObject> objects;
   const Status result = readObjects(channel, objects, why);
   if (result != status::kOK) return result;
-  if (objects.size() > UINT32_MAX - nextFile_) return status::kOutOfMemory;
   std::vector<FileObject> files;
   files.reserve(objects.size());
   for (PTPObject& object : objects)
-    files.push_back({nextFile_++, device, std::move(object)});
+    files.push_back({0, device, std::move(object)});
+  return take(std::move(files), device, dictionary);
+}
+
+Status DeviceContents::loadVolume(ICAObject device, const std::string& mountPoint,
+                                  PropertyDictionary& dictionary) {
+  std::vector<VolumeObject> objects;
+  const Status result = readVolume(mountPoint, objects);
+  if (result != status::kOK) return result;
+  std::vector<FileObject> files;
+  files.reserve(objects.size());
+  for (VolumeObject& each : objects)
+    files.push_back({0, device, std::move(each.object), std::move(each.path)});
+  return take(std::move(files), device, dictionary);
+}
+
+Status DeviceContents::take(std::vector<FileObject> files, ICAObject device,
+                            PropertyDictionary& dictionary) {
+  if (files.size() > UINT32_MAX - nextFile_) return status::kOutOfMemory;
+  for (FileObject& file : files)
+    file.handle = nextFile_++;
   dictionary[kPictures] = pictureList(files);
   dictionary[kTree] = folderTree(files);
   dropFiles(device);

@@ -1,4 +1,4 @@
-// What lies on the PTP devices of the service: loaded on first need, shown in their dictionaries,
+// What lies on the devices of the service: loaded on first need, shown in their dictionaries,
 // and reachable by a handle for each file and folder.
 #pragma once
 
@@ -11,6 +11,7 @@
 #include "platform/imagecapture/ImageCapture.h"
 #include "platform/imagecapture/PTPChannel.h"
 #include "platform/imagecapture/PTPObjectReader.h"
+#include "platform/imagecapture/VolumeContents.h"
 
 namespace tarvo {
 
@@ -19,6 +20,7 @@ struct FileObject {
   ICAObject handle = 0;
   ICAObject device = 0;
   PTPObject object{};
+  std::string path{};  ///< on a volume, below its mount point; empty on a camera
 
   /// "ifil", "icao", "isiz" and "tsiz".
   PropertyDictionary dictionary() const;
@@ -47,6 +49,10 @@ class DeviceContents {
   Status load(ICAObject device, PTPChannel& channel, std::string_view key,
               PropertyDictionary& dictionary, std::string* why);
 
+  /// The same for "data" and "tree" of a volume. Errors as for readVolume().
+  Status loadVolume(ICAObject device, const std::string& mountPoint,
+                    PropertyDictionary& dictionary);
+
   /// What was loaded is read again on the next need. Files can still be named until then.
   void forget(ICAObject device, PropertyDictionary& dictionary);
   /// The device's files are not what they were, or not there.
@@ -63,6 +69,9 @@ class DeviceContents {
                           std::string* why);
   Status loadFiles(ICAObject device, PTPChannel& channel, PropertyDictionary& dictionary,
                    std::string* why);
+
+  /// Gives the files handles, and shows them in the dictionary.
+  Status take(std::vector<FileObject> files, ICAObject device, PropertyDictionary& dictionary);
 
   std::set<ICAObject> withCapabilities_;
   std::map<ICAObject, FileObject> files_;

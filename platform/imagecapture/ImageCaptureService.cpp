@@ -43,7 +43,8 @@ std::string nameOf(const DeviceObject& device) {
 
 ImageCaptureService::ImageCaptureService(Registry& registry, MountTable& mounts,
                                          ptp::PTPConnector& connector, LogSink log)
-    : connector_(connector),
+    : mounts_(mounts),
+      connector_(connector),
       log_(std::move(log)),
       events_(log_),
       cameras_(registry, *this, log_),
@@ -120,8 +121,13 @@ Status ImageCaptureService::copyObjectProperty(ICAObject object, std::string_vie
 
 Status ImageCaptureService::loadProperty(ICAObject object, std::string_view key) {
   const DeviceObject* device = objects_.device(object);
-  if (!device || device->isVolume() || !contents_.isMissing(object, device->dictionary, key))
-    return status::kOK;
+  // A volume has no capabilities to be asked for.
+  const bool isNeverLoaded = !device || (device->isVolume() && key == "capa");
+  if (isNeverLoaded || !contents_.isMissing(object, device->dictionary, key)) return status::kOK;
+  if (device->isVolume()) {
+    DeviceObject* volume = objects_.device(object);
+    return contents_.loadVolume(object, mountPointOf(object), volume->dictionary);
+  }
   PropertyDictionary loaded = device->dictionary;
   const auto load = [&](PTPChannel& channel, std::string* why) {
     return contents_.load(object, channel, key, loaded, why);
@@ -200,6 +206,8 @@ Status ImageCaptureService::downloadFile(ICAObject object, const std::string& fo
     return objects_.contains(object) ? status::kICAInvalidObject : objects_.statusOfMissing(object);
   if (found->object.isFolder()) return status::kNotAFile;
   const FileObject file = *found;  // it may be dropped meanwhile
+  if (const std::string mountPoint = mountPointOf(file.device); !mountPoint.empty())
+    return copyFromVolume(mountPoint, {file.object, file.path}, folder, path);
   return withChannel(file.device, [&](PTPChannel& channel, std::string* why) {
     return downloadObject(channel, file.object, folder, path, why);
   });
@@ -263,13 +271,22 @@ Status ImageCaptureService::sendMessage(ICAObjectSendMessagePB& block) {
 
 Status ImageCaptureService::deleteFile(const FileObject& deleted) {
   const FileObject file = deleted;
-  const Status result = withChannel(file.device, [&](PTPChannel& channel, std::string* why) {
+  const std::string mountPoint = mountPointOf(file.device);
+  const auto onCamera = [&](PTPChannel& channel, std::string* why) {
     return deleteObject(channel, file.object.handle, why);
-  });
+  };
+  const Status result = mountPoint.empty() ? withChannel(file.device, onCamera)
+                                           : removeFromVolume(mountPoint, file.path);
   if (result != status::kOK) return result;
   contents_.dropFile(file.handle);
   forgetContents(file.device);
   return status::kOK;
+}
+
+std::string ImageCaptureService::mountPointOf(ICAObject object) const {
+  const DeviceObject* device = objects_.device(object);
+  if (!device || !device->isVolume()) return {};
+  return mounts_.volumesFolder() + "/" + textForKey(device->dictionary, "volume").value_or("");
 }
 
 Status ImageCaptureService::withChannel(

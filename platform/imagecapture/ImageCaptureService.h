@@ -47,14 +47,15 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   Status registerForEventNotification(ICAObject object, FourCharCode type,
                                       EventCallback callback) override;
   /// kBadParameter for "pass" without a record or with one that does not fit together, kUnsupported
-  /// for other message types, kICAInvalidObject for a volume, for 'del1' of what is no file of a
-  /// camera, and for any other message to one.
+  /// for other message types, kICAInvalidObject for a volume, for 'del1' of what is no file, and
+  /// for any other message to one. 'del1' of a volume's file: kFileNotFound and kWriteNotPermitted,
+  /// too.
   Status objectSendMessage(ICAObjectSendMessagePB& block) override;
   Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) override;
   /// Only volumes have a property: their label.
   Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) override;
-  /// Of a camera's file; kNotAFile for a folder, kICAInvalidObject for anything else. Errors as for
-  /// downloadObject().
+  /// Of a file of a camera or a volume; kNotAFile for a folder, kICAInvalidObject for anything
+  /// else. Errors as for downloadObject().
   Status downloadFile(ICAObject object, const std::string& folder, std::string& path) override;
   /// For a camera the interface is claimed before this returns; the session waits for the first
   /// operation that needs it.
@@ -71,13 +72,16 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
                      const std::function<Status(PTPChannel& channel, std::string* why)>& work);
   Status sendMessage(ICAObjectSendMessagePB& block);
   Status deleteFile(const FileObject& file);
-  /// Loads `key` of a camera where it has not been.
+  /// Where a volume is mounted; empty for a camera.
+  std::string mountPointOf(ICAObject device) const;
+  /// Loads `key` of a device where it has not been.
   Status loadProperty(ICAObject object, std::string_view key);
 
   // Events of cameras are watched exactly while somebody is registered for them.
   void updateWatching(const DeviceObject& device);
   void cameraReported(ICAObject object, const ptp::Event& event);
 
+  MountTable& mounts_;
   /// Handed to each camera's channel.
   ptp::PTPConnector& connector_;
   LogSink log_;

@@ -1,20 +1,16 @@
 #include "platform/imagecapture/ObjectDownload.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <memory>
 
-#include "Utilities/FileDescriptor.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/PropertyDictionary.h"
+#include "platform/imagecapture/TemporaryFile.h"
 
 namespace tarvo {
 namespace {
@@ -72,47 +68,6 @@ class DownloadSink : public ptp::DataSink {
   int error_ = 0;
 };
 
-bool exists(const std::string& path) {
-  struct ::stat found {};
-  return ::lstat(path.c_str(), &found) == 0;  // a link that leads nowhere counts, too
-}
-
-/// A hidden file that is removed unless it is given its final name.
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const std::string& folder) : path_(folder + "/.tarvo-XXXXXX") {
-    // Made exclusively, with access for this user alone.
-    file_ = FileDescriptor(::mkostemp(path_.data(), O_CLOEXEC));
-  }
-  TemporaryFile(const TemporaryFile&) = delete;
-  TemporaryFile& operator=(const TemporaryFile&) = delete;
-  ~TemporaryFile() {
-    if (file_.isOpen()) ::unlink(path_.c_str());
-  }
-
-  bool isOpen() const { return file_.isOpen(); }
-  int descriptor() const { return file_.get(); }
-
-  /// Gives the file its name unless there is one of that name.
-  Status rename(const std::string& path) {
-    constexpr mode_t kMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
-    ::fchmod(file_.get(), kMode);
-    int failed = ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE);
-    // Not every file system can do it in one step.
-    if (failed != 0 && errno == EINVAL) {
-      if (exists(path)) return status::kDuplicateFile;
-      failed = ::rename(path_.c_str(), path.c_str());
-    }
-    if (failed != 0) return errno == EEXIST ? status::kDuplicateFile : status::kIOError;
-    file_ = FileDescriptor();
-    return status::kOK;
-  }
-
- private:
-  std::string path_;
-  FileDescriptor file_;
-};
-
 /// Empty where the device's name is no name of a file.
 std::string fileName(const std::string& deviceName) {
   const std::string name = lastPathComponent(deviceName);
@@ -132,7 +87,7 @@ Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::s
   if (name.empty()) return status::kFileNotFound;
   const std::string target = folder + "/" + name;
   // Looked at first, so that nothing is fetched in vain.
-  if (exists(target)) return status::kDuplicateFile;
+  if (TemporaryFile::exists(target)) return status::kDuplicateFile;
   TemporaryFile file(folder);
   if (!file.isOpen()) return errno == ENOENT ? status::kFileNotFound : status::kIOError;
 

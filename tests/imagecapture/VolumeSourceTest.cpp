@@ -109,5 +109,46 @@ TEST_F(Volumes, AreWatchedOnlyWhileTheServiceLives) {
   EXPECT_EQ(registry.subscriptionCount(), 0U);
 }
 
+TEST_F(Volumes, ShowTheirFilesWhichAreFetchedAndDeletedByTheirHandles) {
+  const test::TemporaryFolder place;
+  folder.write("CARD/MISC/PRINT.MRK", "order");
+  folder.write("CARD/A.JPG", "picture");
+  folder.write("CARD/bytes\xFF.TXT", "");
+  std::filesystem::create_directory_symlink(place.path(), folder.path("CARD/out"));
+  plugDisk("sdb1");
+  mount("/dev/sdb1", "CARD");
+  const ICAObject card = devices().back();
+  PropertyDictionary pictures;
+  PropertyDictionary tree;
+  ASSERT_EQ(service().copyObjectProperty(card, "data", pictures), status::kOK);
+  ASSERT_EQ(service().copyObjectProperty(card, "tree", tree), status::kOK);
+  ASSERT_THAT(pictures, SizeIs(1));
+  EXPECT_EQ(pictures[0]["isiz"], 7);
+  ASSERT_THAT(tree, SizeIs(3)) << tree;
+  PropertyDictionary marker;
+  for (const auto& node : tree)
+    if (node["ifil"] == "MISC") marker = node["tree"][0];
+  EXPECT_EQ(marker["ifil"], "PRINT.MRK");
+
+  const ICAObject handle = marker["icao"];
+  std::string path;
+  EXPECT_EQ(service().downloadFile(handle, place.path(), path), status::kOK);
+  EXPECT_EQ(place.read("PRINT.MRK"), "order");
+  EXPECT_EQ(service().downloadFile(handle, place.path(), path), status::kDuplicateFile);
+  ICAObjectSendMessagePB block;
+  block.object = handle;
+  block.messageType = ica::kMessageDelete;
+  EXPECT_EQ(service().objectSendMessage(block), status::kOK);
+  EXPECT_FALSE(folder.exists("CARD/MISC/PRINT.MRK"));
+  EXPECT_EQ(service().objectSendMessage(block), status::kICAInvalidObject);
+  ASSERT_EQ(service().copyObjectProperty(card, "data", pictures), status::kOK);
+  block.object = pictures[0]["icao"];
+  std::filesystem::remove(folder.path("CARD/A.JPG"));
+  EXPECT_EQ(service().objectSendMessage(block), status::kFileNotFound);
+  std::filesystem::remove_all(folder.path("CARD"));
+  service().forgetContents(card);
+  EXPECT_EQ(service().copyObjectProperty(card, "tree", tree), status::kICADeviceGone);
+}
+
 }  // namespace
 }  // namespace tarvo
