@@ -1,6 +1,8 @@
 #include "NativeServices/PictureDevice/FileTypeTables.h"
 
 #include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <iterator>
 
 namespace tarvo {
@@ -64,6 +66,14 @@ FourCharCode fileTypeOfExtension(std::string_view extension) {
 std::uint16_t ptpFormatOfExtension(std::string_view extension) {
   const auto* found = std::ranges::find(kPTPFormats, extension, &PTPFormat::extension);
   return found == std::end(kPTPFormats) ? kUndefinedFormat : found->format;
+}
+
+std::string lowerCaseExtension(std::string_view path) {
+  std::string extension = std::filesystem::path(path).extension().string();
+  if (!extension.empty()) extension.erase(0, 1);
+  std::ranges::transform(extension, extension.begin(),
+                         [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return extension;
 }
 
 }  // namespace tarvo

@@ -1,12 +1,6 @@
 #include "NativeServices/PictureDevice/ObjectFetch.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <system_error>
 #include <utility>
 
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
@@ -24,31 +18,23 @@ namespace {
 constexpr std::uint16_t kAssociationFormat = 0x3001;
 constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
 
-std::string errorText(int error) {
-  return std::generic_category().message(error);
-}
-
 /// One object on its way to one file.
 class Fetch {
  public:
   Fetch(PTPTransactions& device, SparePieces& spare, std::uint32_t handle,
         const FetchRequest& request, FetchResult& result)
-      : device_(device), spare_(spare), handle_(handle), request_(request), result_(result) {}
+      : device_(device),
+        spare_(spare),
+        handle_(handle),
+        request_(request),
+        result_(result),
+        place_(request, result) {}
 
   /// True when there is something to be fetched, and a place for it.
   bool prepare();
   void run();
 
  private:
-  bool fail(Status status, std::string why) {
-    result_.status = status;
-    result_.why = std::move(why);
-    return false;
-  }
-
-  bool chooseName();
-  bool openFolder();
-  bool exists(const std::string& name) const;
   /// Names the object for a part that is gone on with; empty where none may be kept.
   std::string identity() const;
 
@@ -57,7 +43,6 @@ class Fetch {
   Status goOn(PartFile& part, std::uint32_t from);
   Status takeIn(Status status, const FileSink& sink, std::uint64_t received,
                 std::uint64_t expected);
-  void putInPlace(PartFile& part);
 
   PTPTransactions& device_;
   SparePieces& spare_;
@@ -65,45 +50,18 @@ class Fetch {
   const FetchRequest& request_;
   FetchResult& result_;
   ObjectInfoPointer info_;
-  std::string name_;
-  FileDescriptor folder_;
+  FilePlace place_;
   bool couldNotWrite_ = false;
   bool pieceWasRefused_ = false;
 };
 
 bool Fetch::prepare() {
   const Status status = device_.objectInfo(info_, handle_);
-  if (status != status::kOK) return fail(status, "its information cannot be read");
-  if (info_->objFmtCode() == kAssociationFormat) return fail(status::kNotAFile, "it is a folder");
+  if (status != status::kOK) return place_.fail(status, "its information cannot be read");
+  if (info_->objFmtCode() == kAssociationFormat)
+    return place_.fail(status::kNotAFile, "it is a folder");
   result_.size = info_->compressedSize();
-  return chooseName() && openFolder();
-}
-
-// What the device calls an object is not trusted; what the caller asked for must be a name.
-bool Fetch::chooseName() {
-  auto name = request_.name ? request_.name : safeFileName(info_->fileName());
-  if (name && !isFileName(*name)) name.reset();  // a caller's own is taken as it stands
-  if (!name) return fail(status::kFileNotFound, "its name cannot be the name of a file");
-  name_ = *name;
-  result_.path = request_.folder + "/" + name_;
-  return true;
-}
-
-bool Fetch::openFolder() {
-  folder_ = FileDescriptor(::open(request_.folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!folder_.isOpen()) {
-    return fail(status::kIOError, "the folder cannot be opened: " + errorText(errno));
-  }
-  // Asked again at the end; here it saves the transfer.
-  if (request_.existing == ExistingFile::kRefuse && exists(name_)) {
-    return fail(status::kDuplicateFile, "there is a file of that name");
-  }
-  return true;
-}
-
-bool Fetch::exists(const std::string& name) const {
-  struct stat attributes {};
-  return ::fstatat(folder_.get(), name.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0;
+  return place_.prepare(info_->fileName());
 }
 
 std::string Fetch::identity() const {
@@ -115,15 +73,15 @@ std::string Fetch::identity() const {
 
 void Fetch::run() {
   const std::string identity = Fetch::identity();
-  PartFile part(folder_.get(), PartFile::nameFor(name_, identity));
+  PartFile part(place_.folder(), PartFile::nameFor(place_.name(), identity));
   const auto opening = identity.empty() ? PartFile::Opening::kNew : PartFile::Opening::kContinue;
   if (const int error = part.open(opening); error != 0) {
-    fail(status::kIOError, "no file can be made in the folder: " + errorText(error));
+    place_.fail(status::kIOError, "no file can be made in the folder: " + errorText(error));
     return;
   }
   result_.status = transfer(part);
   if (result_.status == status::kOK) {
-    putInPlace(part);
+    place_.put(part, dateOfObject(*info_));
   } else if (!identity.empty() && !couldNotWrite_ && !pieceWasRefused_) {
     // A full disk has no use for half an object, and a device that lists pieces but gives none
     // would refuse them for ever.
@@ -183,24 +141,6 @@ Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received
                   static_cast<unsigned long long>(expected));
   }
   return status;
-}
-
-void Fetch::putInPlace(PartFile& part) {
-  constexpr unsigned kMostOfOneName = 100'000;
-  const bool replace = request_.existing == ExistingFile::kOverwrite;
-  // Bounded, should somebody make the next name each time.
-  const unsigned most = request_.existing == ExistingFile::kKeepBoth ? kMostOfOneName : 1;
-  int error = EEXIST;
-  for (unsigned number = 1; number <= most && error == EEXIST; ++number) {
-    const std::string name = numberedFileName(name_, number);
-    error = part.putInPlace(name, replace, dateOfObject(*info_));
-    result_.path = request_.folder + "/" + name;
-  }
-  if (error == EEXIST) {
-    fail(status::kDuplicateFile, "there is a file of that name");
-  } else if (error != 0) {
-    fail(status::kIOError, "the file cannot be given its name: " + errorText(error));
-  }
 }
 
 }  // namespace

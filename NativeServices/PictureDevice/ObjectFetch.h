@@ -7,43 +7,12 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
 
 #include "NativeServices/PictureDevice/DataPhases.h"
-#include "NativeServices/PictureDevice/HostFileNames.h"
+#include "NativeServices/PictureDevice/FilePlace.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"
-#include "Utilities/Status.h"
 
 namespace tarvo {
-
-/// What to do where the file is there already.
-enum class ExistingFile : std::uint8_t {
-  kRefuse,     ///< the result is kDuplicateFile
-  kOverwrite,  ///< replaced once the new one is whole
-  kKeepBoth,   ///< the new one gets the first free name of "NAME (2).EXT", "NAME (3).EXT" ...
-};
-
-struct FetchRequest {
-  std::string folder = ".";           ///< must exist; nothing is written outside it
-  std::optional<std::string> name{};  ///< in place of the object's own
-  ExistingFile existing = ExistingFile::kRefuse;
-  ProgressCallback progress{};  ///< true cancels
-  /// Tells whose object it is, so that a part is only continued with the same device: its serial
-  /// number. Where it is empty, no part is kept.
-  std::string device{};
-};
-
-struct FetchResult {
-  /// 0; -43 for a name that is no file name; -48 for a file that is there; -36 for one that cannot
-  /// be written or came short; -490 when cancelled; -1302 for a folder; -9905 for information that
-  /// cannot be read; otherwise that of the device.
-  Status status = status::kOK;
-  std::string why{};          ///< more than the status says, a clause; may be empty
-  std::string path{};         ///< of the file that was made, or would have been
-  std::uint64_t size = 0;     ///< bytes of the object
-  std::uint64_t resumed = 0;  ///< how many of them were there from an earlier attempt
-};
 
 /// Main thread only.
 ///

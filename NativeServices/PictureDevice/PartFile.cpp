@@ -88,15 +88,16 @@ int PartFile::truncate(std::uint64_t size) {
   return errorOf(::ftruncate(file_.get(), static_cast<off_t>(size)));
 }
 
-int PartFile::putInPlace(const std::string& name, bool replace,
-                         std::optional<std::time_t> modified) {
+int PartFile::putInPlace(const std::string& name, bool replace, std::optional<std::time_t> modified,
+                         std::optional<mode_t> permissions) {
   if (modified) {
     const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT},
                               {.tv_sec = *modified, .tv_nsec = 0}};
     ::futimens(file_.get(), times);  // a date that the file system cannot hold is no failure
   }
   // Some file systems have no permissions to change.
-  if (::fchmod(file_.get(), permissionsOfNewFiles()) != 0 && errno != EPERM) return errno;
+  const mode_t mode = permissions ? *permissions : permissionsOfNewFiles();
+  if (::fchmod(file_.get(), mode) != 0 && errno != EPERM) return errno;
   const int error = rename(name, replace);
   if (error == 0) keep();
   return error;

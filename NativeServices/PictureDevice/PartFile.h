@@ -6,6 +6,8 @@
 //   const int error = part.putInPlace("IMG.JPG", false);
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <ctime>
 #include <optional>
@@ -46,10 +48,11 @@ class PartFile {
   /// It stays when its owner goes, to be gone on with.
   void keep() { isKept_ = true; }
 
-  /// Gives it the permissions of new files and `name`. EEXIST where there is one of that name,
-  /// unless it shall be replaced; it may be tried with another name then. `modified` is the date
-  /// that the file shall show.
-  int putInPlace(const std::string& name, bool replace, std::optional<std::time_t> modified);
+  /// Gives it `permissions`, or those of new files, and `name`. EEXIST where there is one of that
+  /// name, unless it shall be replaced; it may be tried with another name then. `modified` is the
+  /// date that the file shall show.
+  int putInPlace(const std::string& name, bool replace, std::optional<std::time_t> modified,
+                 std::optional<mode_t> permissions = std::nullopt);
 
  private:
   int rename(const std::string& name, bool replace) const;

@@ -1,7 +1,14 @@
 #include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
 
+#include <fcntl.h>
+
+#include <filesystem>
+
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/ScratchFolder.h"
+#include "NativeServices/PictureDevice/VolumeFiles.h"
+#include "Utilities/FileDescriptor.h"
 #include "identify/models/SupportedModels.h"
 
 namespace tarvo {
@@ -38,6 +45,26 @@ Status XTImageCaptureMSCDevice::loadDeviceInfoUncached() {
   // Only said here: discovery below fails by itself on an empty name.
   if (bsdName_.empty()) TraceLog::trace("loadDeviceInfoUncached failed to find bsdName");
   return doIOKitDiscovery();
+}
+
+Status XTImageCaptureMSCDevice::downloadFile(const ObjectReference& object,
+                                             const std::string& destination) {
+  const auto handle = int32ForKey(object, "icao");
+  if (!handle) return status::kICAInvalidObject;
+  // The service gives a file its own name, which may be taken where it is to go.
+  const ScratchFolder scratch;
+  if (scratch.path().empty()) return status::kIOError;
+  std::string path;
+  const Status status = PictureDeviceRoom::required().services().imageCapture.downloadFile(
+      static_cast<ICAObject>(*handle), scratch.path(), path);
+  if (status != status::kOK) return status;
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const std::filesystem::path target(destination);
+  const std::string folder = target.parent_path().string();
+  return VolumeCopy()
+      .toFile(file.get(), lastPathComponent(path),
+              {.folder = folder.empty() ? "." : folder, .name = target.filename().string()})
+      .status;
 }
 
 std::string XTImageCaptureMSCDevice::mountedDeviceName() const {

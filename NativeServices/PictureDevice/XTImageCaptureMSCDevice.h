@@ -27,6 +27,9 @@ class XTImageCaptureMSCDevice : public XTImageCaptureDevice {
   /// Volume name and BSD name from Image Capture (the latter from the mount table when it is
   /// missing), then doIOKitDiscovery(). -36 without a dictionary.
   Status loadDeviceInfoUncached() override;
+  /// By its "icao". A file that is there is not replaced. kICAInvalidObject without a handle;
+  /// otherwise as ImageCapture::downloadFile(), and -36 for a file that cannot be put in its place.
+  Status downloadFile(const ObjectReference& object, const std::string& destination) override;
   bool isMSCamera() const override { return mscType_ == MSCType::kCamera; }
   bool isMSCard() const override { return mscType_ == MSCType::kCard; }
 

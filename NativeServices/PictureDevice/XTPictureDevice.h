@@ -264,8 +264,8 @@ class XTPictureDevice : public Object {
   /// The whole object in memory; none on failure, and on a device without GetPartialObject.
   std::optional<ByteBuffer> downloadObjectData(const ObjectReference& object);
   /// Sends a file as a new object; 0 for `storage` and `parent` leaves the place to the device.
-  Status sendFile(const std::string& path, std::uint32_t storage = 0, std::uint32_t parent = 0,
-                  std::uint32_t* resultHandle = nullptr);
+  virtual Status sendFile(const std::string& path, std::uint32_t storage = 0,
+                          std::uint32_t parent = 0, std::uint32_t* resultHandle = nullptr);
   /// Sends bytes as a new object. -1400 where the device takes none.
   Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
                   std::uint32_t storage, std::uint32_t parent, std::uint32_t* resultHandle);

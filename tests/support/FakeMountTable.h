@@ -31,6 +31,8 @@ class FakeMountTable : public MountTable {
   void add(std::string device, std::string mountPoint) {
     mounts_.push_back({std::move(device), std::move(mountPoint)});
   }
+  /// Volumes are mounted here from now on.
+  void moveTo(std::string volumesFolder) { volumesFolder_ = std::move(volumesFolder); }
   bool isWatched() const { return static_cast<bool>(changed_); }
 
   std::vector<Mount> mounts() const override { return mounts_; }
