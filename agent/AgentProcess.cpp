@@ -13,7 +13,8 @@
 #include "agent/PresentDevices.h"
 #include "identify/IdentifyRoom.h"
 #include "identify/models/SupportedModels.h"
-#include "msc/TarvoMSCDeviceList.h"
+#include "msc/MSCRoom.h"
+#include "platform/diskarbitration/UDisks2DiskArbitration.h"
 #include "platform/foundation/BusConnection.h"
 #include "platform/foundation/DBusNotificationCenter.h"
 #include "platform/foundation/DefaultEncoding.h"
@@ -30,6 +31,7 @@
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "platform/imagecapture/ptp/LibusbConnector.h"
 #include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
+#include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
@@ -82,13 +84,17 @@ struct AgentProcess::Devices {
   UdevRegistry registry{base_.loop, base_.log};
   ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
+  SgSCSIServices scsi{registry, base_.log};
+  UDisks2DiskArbitration diskArbitration{systemBus, base_.log};
+  std::string encoding = defaultEncoding(base_.preferences, base_.log);
 
   SupportedModels models{base_.constants};
   PictureDeviceRoom pictureDevices{{center, queue, base_.loop, imageCapture, registry, mounts,
                                     applications, base_.preferences, base_.constants, base_.log,
-                                    defaultEncoding(base_.preferences, base_.log)}};
+                                    encoding}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};
-  MSCRoom massStorage{{center}};
+  MSCRoom massStorage{{center, registry, scsi, diskArbitration, mounts, base_.preferences,
+                       base_.constants, base_.log, encoding}};
   std::unique_ptr<Listener> listener;
 };
 
@@ -102,8 +108,11 @@ void AgentProcess::Devices::arm() {
   // Before the Listener observes: its handler may raise, and later ones are not called then.
   for (const char* name : {"DeviceAdded", "DeviceRemoved"})
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });
-  // Not waited for: until logind has answered, and without it, the session counts as active.
+  // The bus is waited for, since a unit that is attached may have to be unmounted at once, and
+  // before anything is asked on it whose answer the Listener would miss. logind's answer is not
+  // waited for: until it comes, and without it, the session counts as active.
   systemBus.start();
+  systemBus.waitUntilSettled();
   session.start(workspaceCenter);
   const std::int32_t version = systemVersion(base_.preferences, base_.log);
   listener =

@@ -23,9 +23,10 @@ constexpr milliseconds kKillDelay{5000};
 constexpr std::uint32_t kFirstVersionWithAviBug = 0x1060;
 constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
 
-// The camera mode of the vendor's USB-mode page, and how the unit is sent there.
-constexpr int kCameraMode = 1;
-constexpr int kAutowakeDelay = 1000;
+// How a unit is sent to camera mode.
+constexpr bool kCameraMode = true;
+constexpr bool kPowerDown = true;
+constexpr std::uint32_t kAutowakeDelay = 1000;
 
 // Raised, not asserted: the guard at the loop's entry logs it, and the agent goes on.
 void assertNotification(const Notification* notification, int line) {
@@ -177,14 +178,36 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
   if (!device) return;
   if (!device->canAutoPowerCycle()) {
     logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");
+    if (device->lastFailure().status != status::kOK)
+      warnOfFailure(*device, "did not tell its USB mode");
     // The results do not matter: there is nothing else to try.
-    device->unmountMedia();
-    device->ejectTray();
+    if (device->unmountMedia() != status::kOK) warnOfFailure(*device, "could not be unmounted");
+    if (!device->ejectTray()) warnOfFailure(*device, "could not be ejected");
     return;
   }
   logListener("newMSCDeviceAdded - setting device USB mode.");
-  device->setUSBMode(kCameraMode, true, kAutowakeDelay);
+  warnOfMountedCard(*device);
+  if (!device->setUSBMode(kCameraMode, kPowerDown, kAutowakeDelay))
+    warnOfFailure(*device, "could not be switched to camera mode");
   if (handleAviBug_) awaitReturnOf(*device);
+}
+
+// The unit is switched all the same: nothing is unmounted on this way, which is intended.
+void Listener::warnOfMountedCard(TarvoMSCDevice& device) {
+  const auto bsdName = device.dcfVolumeBSDName();
+  if (!bsdName) return;
+  logTo(services_.log, LogLevel::kWarning,
+        "The volume " + device.dcfVolumeName().value_or("") + " (" + *bsdName + ") of " +
+            device.massStorageModel() +
+            " is still mounted while the camera is switched: what has not been written to it yet "
+            "may be lost.");
+}
+
+void Listener::warnOfFailure(const TarvoMSCDevice& device, const char* what) {
+  const auto& failure = device.lastFailure();
+  logTo(services_.log, LogLevel::kWarning,
+        device.massStorageModel() + " " + what + ": " + failure.why + ", " +
+            statusText(failure.status));
 }
 
 // The unit comes back as a camera with the same serial number.

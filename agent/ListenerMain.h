@@ -129,6 +129,8 @@ class Listener {
   bool mayLaunch();
   /// Looks for the camera that this unit becomes.
   void awaitReturnOf(const TarvoMSCDevice& device);
+  void warnOfMountedCard(TarvoMSCDevice& device);
+  void warnOfFailure(const TarvoMSCDevice& device, const char* what);
   void stopLostDevTimer();
   /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;

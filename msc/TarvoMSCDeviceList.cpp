@@ -1,13 +1,96 @@
 #include "msc/TarvoMSCDeviceList.h"
 
 #include <algorithm>
+#include <array>
+#include <optional>
 #include <utility>
 
+#include "NativeServices/Logging.h"
+#include "msc/MSCRoom.h"
+#include "msc/UnitRecognition.h"
+#include "platform/foundation/MainLoopGuard.h"
+
 namespace tarvo {
+
+namespace {
+
+const PropertyDictionary& matchingDictionary() {
+  static const PropertyDictionary kMatch = {{"IOPropertyMatch", {{"device-type", "DVD"}}}};
+  return kMatch;
+}
+
+/// The service that SCSI tasks go to; 0, traced, where there is none.
+ServiceHandle taskServiceOf(Registry& registry, const std::vector<std::uint8_t>& guid) {
+  const auto services = registry.servicesMatching(
+      {{"IOPropertyMatch", {{"SCSITaskUserClient GUID", PropertyDictionary::binary(guid)}}}});
+  if (!services.empty()) return services.front();
+  TraceLog::trace("Could not get a service for scsi task");
+  return 0;
+}
+
+/// The unit behind a registry entry; null where it is none of the maker's or cannot be reached.
+std::shared_ptr<TarvoMSCDevice> unitOf(ServiceHandle entry) {
+  const auto& services = MSCRoom::required().services();
+  const auto properties = services.registry.properties(entry);
+  if (!properties) return nullptr;
+  auto guid = guidOfUnit(*properties);
+  if (!guid) {
+    TraceLog::trace("Service does not have a guid for the SCSI task user client");
+    return nullptr;
+  }
+  if (!isConnectedByUSB(*properties)) return nullptr;
+  if (!isMakersUnit(*properties, services.maker.usbVendorID)) return nullptr;
+  const ServiceHandle service = taskServiceOf(services.registry, *guid);
+  if (service == 0) return nullptr;
+  Status failure = status::kOK;
+  auto mmcDevice = services.scsi.createMMCDevice(service, failure);
+  if (!mmcDevice) {
+    TraceLog::trace("Error creating kIOMMCDeviceUserClientTypeID %X, iodev = %X",
+                    static_cast<unsigned>(failure), service);
+    return nullptr;
+  }
+  return TarvoMSCDevice::initWithMMCDevice(std::move(mmcDevice), service,
+                                           productNameOfUnit(*properties), std::move(guid));
+}
+
+/// An entry that comes while the list is made can be found and be announced as well.
+bool holdsUnitOf(const TarvoMSCDeviceList& list, ServiceHandle entry) {
+  return std::ranges::any_of(list.devices(),
+                             [&](const auto& device) { return device->iokitService() == entry; });
+}
+
+}  // namespace
 
 TarvoMSCDeviceList* TarvoMSCDeviceList::sharedDeviceList() {
   MSCRoom* room = MSCRoom::current();
   return room ? &room->list() : nullptr;
+}
+
+Status TarvoMSCDeviceList::registerDeviceCallbackHandler() {
+  auto& registry = MSCRoom::required().services().registry;
+  _deviceAppearedIterator = registry.addMatchingNotification(matchingDictionary(),
+                                                             [this](ServiceHandle service) {
+                                                               CDROMAppearedNotificationHandler(
+                                                                   this, std::array{service});
+                                                             },
+                                                             {});
+  if (!_deviceAppearedIterator) {
+    TraceLog::trace("IOServiceAddMatchingNotification kIOFirstMatchNotification returned %X",
+                    static_cast<unsigned>(status::kIOReturnError));
+    return status::kIOReturnError;
+  }
+  // What was there before.
+  CDROMAppearedNotificationHandler(this, registry.servicesMatching(matchingDictionary()));
+  _deviceDisappearedIterator =
+      registry.addMatchingNotification(matchingDictionary(), {}, [this](ServiceHandle service) {
+        CDROMDisappearedNotificationHandler(this, std::array{service});
+      });
+  if (!_deviceDisappearedIterator) {
+    TraceLog::trace("IOServiceAddMatchingNotification kIOTerminatedNotification returned %X",
+                    static_cast<unsigned>(status::kIOReturnError));
+    return status::kIOReturnError;
+  }
+  return status::kOK;
 }
 
 std::shared_ptr<TarvoMSCDevice> TarvoMSCDeviceList::mainDevice() const {
@@ -18,7 +101,8 @@ TarvoMSCDeviceList& TarvoMSCDeviceList::addDevice(std::shared_ptr<TarvoMSCDevice
   const std::lock_guard lock(lock_);
   // Before the post, so that an observer finds the device in the list.
   _devices.push_back(device);
-  center_.post({std::string(kMSCDeviceAddedEvent), std::move(device)});
+  MSCRoom::required().services().center.post(
+      {std::string(kMSCDeviceAddedEvent), std::move(device)});
   return *this;
 }
 
@@ -30,21 +114,25 @@ TarvoMSCDeviceList& TarvoMSCDeviceList::removeDevice(const std::vector<std::uint
   return *this;
 }
 
-MSCRoom* MSCRoom::current_ = nullptr;
-
-MSCRoom::MSCRoom(MSCServices services) : services_(services) {
-  current_ = this;
+void CDROMAppearedNotificationHandler(TarvoMSCDeviceList* list,
+                                      std::span<const ServiceHandle> iterator) {
+  for (const ServiceHandle entry : iterator) {
+    // One that is broken must not hide those behind it.
+    guardedEntry(MSCRoom::required().services().log, "CDROMAppearedNotificationHandler", [&] {
+      if (holdsUnitOf(*list, entry)) return;
+      if (auto unit = unitOf(entry)) list->addDevice(std::move(unit));
+    });
+  }
 }
 
-// A later room may have taken its place.
-MSCRoom::~MSCRoom() {
-  if (current_ == this) current_ = nullptr;
-}
-
-// Made by the first question: a process that never asks for units has no list.
-TarvoMSCDeviceList& MSCRoom::list() {
-  if (!list_) list_.emplace(services_.center);
-  return *list_;
+void CDROMDisappearedNotificationHandler(TarvoMSCDeviceList* list,
+                                         std::span<const ServiceHandle> iterator) {
+  auto& registry = MSCRoom::required().services().registry;
+  for (const ServiceHandle entry : iterator) {
+    const auto properties = registry.properties(entry);
+    if (!properties) continue;
+    if (const auto guid = guidOfUnit(*properties)) list->removeDevice(*guid);
+  }
 }
 
 }  // namespace tarvo

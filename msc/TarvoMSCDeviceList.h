@@ -1,18 +1,19 @@
-// The maker's mass-storage units that are present, in the order of their arrival.
+// The maker's mass-storage units that are present, in the order of their arrival, and how they are
+// found: units of peripheral type 5 ("DVD") on USB whose vendor is the maker.
 //
-//   MSCRoom room({center});                            // the owner of the process, once
+//   MSCRoom room({...});                                // the owner of the process, once
 //   TarvoMSCDeviceList::sharedDeviceList()->devices();  // anybody, while the room lives
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "msc/TarvoMSCDevice.h"
-#include "platform/foundation/NotificationCenter.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
 
@@ -21,13 +22,19 @@ inline constexpr std::string_view kMSCDeviceAddedEvent = "XTMSCDeviceAddedEvent"
 /// Main thread only, apart from the lock that every change holds.
 class TarvoMSCDeviceList {
  public:
-  /// An empty list that announces its devices on `center`, which must outlive it.
-  explicit TarvoMSCDeviceList(NotificationCenter& center) : center_(center) {}
+  /// An empty list, which finds nothing before init().
+  TarvoMSCDeviceList() = default;
   TarvoMSCDeviceList(const TarvoMSCDeviceList&) = delete;
   TarvoMSCDeviceList& operator=(const TarvoMSCDeviceList&) = delete;
 
   /// The list of the current MSCRoom, made on the first call; null while no room lives.
   static TarvoMSCDeviceList* sharedDeviceList();
+
+  /// Registers; the status of that does not matter to anybody.
+  void init() { registerDeviceCallbackHandler(); }
+  /// Adds the units that are there, which announces them, and takes note of those that come and go.
+  /// 0, or 0xE00002BC where the registry does not notify.
+  Status registerDeviceCallbackHandler();
 
   /// Valid until the next change; the list keeps its devices alive.
   const std::vector<std::shared_ptr<TarvoMSCDevice>>& devices() const { return _devices; }
@@ -42,35 +49,18 @@ class TarvoMSCDeviceList {
   TarvoMSCDeviceList& removeDevice(const std::vector<std::uint8_t>& guid);
 
  private:
-  NotificationCenter& center_;
   std::vector<std::shared_ptr<TarvoMSCDevice>> _devices;
   std::recursive_mutex lock_;  ///< recursive: observers of an arrival run inside it
+  std::unique_ptr<RegistrySubscription> _deviceAppearedIterator;
+  std::unique_ptr<RegistrySubscription> _deviceDisappearedIterator;
 };
 
-/// What the mass-storage room stands on.
-struct MSCServices {
-  NotificationCenter& center;  ///< where arrivals are announced; outlives the room
-};
-
-/// The process-wide state of this room. Its owner holds it for the life of the process; while it
-/// lives, sharedDeviceList() reaches it. One at a time, main thread only.
-class MSCRoom {
- public:
-  explicit MSCRoom(MSCServices services);
-  ~MSCRoom();
-  MSCRoom(const MSCRoom&) = delete;
-  MSCRoom& operator=(const MSCRoom&) = delete;
-
-  /// Null while no room lives.
-  static MSCRoom* current() { return current_; }
-  /// Made on the first call; lives as long as the room.
-  TarvoMSCDeviceList& list();
-
- private:
-  static MSCRoom* current_;
-
-  MSCServices services_;
-  std::optional<TarvoMSCDeviceList> list_;
-};
+/// Adds those of `iterator` that are the maker's units to `list`. One that fails is skipped, with a
+/// trace that says why, or, where something was raised, a line of the log.
+void CDROMAppearedNotificationHandler(TarvoMSCDeviceList* list,
+                                      std::span<const ServiceHandle> iterator);
+/// Removes those of `iterator` from `list`, by their GUID.
+void CDROMDisappearedNotificationHandler(TarvoMSCDeviceList* list,
+                                         std::span<const ServiceHandle> iterator);
 
 }  // namespace tarvo

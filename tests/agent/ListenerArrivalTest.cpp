@@ -1,10 +1,10 @@
 #include "agent/PresentDevices.h"
 #include "tests/agent/ListenerFixture.h"
-#include "tests/agent/RecordingUnit.h"
 
 namespace tarvo::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -157,24 +157,57 @@ TEST_F(ListenerTest, RefusesACallWithoutANotification) {
   EXPECT_THAT(takeLines(), ElementsAre(kEntered, kMSCEntered));
 }
 
+constexpr const char* kNoPowerCycle = "000f 0000 00000000 25 07 04 00 00000000 06";
+
 TEST_F(ListenerTest, UnmountsAndEjectsAUnitThatCannotPowerCycle) {
   start();
-  const auto unit = std::make_shared<RecordingUnit>(1);
-  arriveMSC(unit);
-  EXPECT_THAT(unit->calls, ElementsAre("unmountMedia", "ejectTray"));
+  const auto unit = plugUnit({{0x25, kNoPowerCycle}});
+  EXPECT_THAT(disks.take(), ElementsAre("unmount sr0 whole", "run 20000"));
+  EXPECT_EQ(unit->take().back(), "SetTrayState 1");
   EXPECT_THAT(takeLines(), ElementsAre(kMSCEntered,
                                        "newMSCDeviceAdded - device does not support "
                                        "canAutoPowerCycle - ignoring it"));
+  EXPECT_THAT(warnings.lines(), IsEmpty());
+}
+
+TEST_F(ListenerTest, SaysWhoKeepsAUnitAndEjectsItAllTheSame) {
+  start();
+  disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
+  const auto unit = plugUnit({{0x25, kNoPowerCycle}});
+  EXPECT_EQ(unit->take().back(), "SetTrayState 1");
+  EXPECT_THAT(warnings.lines(), ElementsAre("Lumo 700 could not be unmounted: in use by vi (12), "
+                                            "the disk is in use (0xe00002d5)"));
 }
 
 TEST_F(ListenerTest, SendsAUnitToCameraModeAndWaitsForNothing) {
   start();
-  const auto unit = std::make_shared<RecordingUnit>(1, true);
-  TarvoMSCDeviceList::sharedDeviceList()->addDevice(unit);
-  EXPECT_THAT(unit->calls, ElementsAre("setUSBMode 1 1 1000"));
+  const auto unit = plugUnit({{0x25, kUSBModePageAnswer}});
+  EXPECT_THAT(unit->take(), Contains("SetScatterGatherEntries "
+                                     "0000000000000000250704010000006400"));
   EXPECT_THAT(takeLines(),
               ElementsAre(kMSCEntered, "newMSCDeviceAdded - setting device USB mode."));
   EXPECT_EQ(loop.validTimerCount(), 0u);
+  EXPECT_THAT(warnings.lines(), IsEmpty());
+  EXPECT_THAT(disks.take(), IsEmpty());
+}
+
+TEST_F(ListenerTest, WarnsOfACardThatIsMountedWhileItsCameraIsSwitchedAndOfAFailure) {
+  start();
+  plugVolume("CARD", 0x0302, 0x01100000);
+  plugVolume("OTHER", 0x0302, 0x01200000);
+  const auto unit = std::make_shared<FakeSCSIUnit>(Pages{{0x25, kUSBModePageAnswer}});
+  unit->selectStatus = scsi::kCheckCondition;
+  const ServiceHandle usb =
+      registry.add({{"IOClass", "usb_device"}, {"idVendor", 0xF055}, {"locationID", 0x01100000}});
+  scsi.units[registry.add(unitProperties("sr0"), usb)] = unit;
+  registry.announce(scsi.units.begin()->first);
+  EXPECT_THAT(disks.take(), IsEmpty()) << "nothing is unmounted";
+  EXPECT_THAT(warnings.lines(),
+              ElementsAre("The volume CARD (disk-CARD) of Lumo 700 is still mounted while the "
+                          "camera is switched: what has not been written to it yet may be lost.",
+                          "Lumo 700 could not be switched to camera mode: a mode page was not "
+                          "taken: the unit answered with SCSI status 0x02, sense 5/26/00, the unit "
+                          "did not carry the command out (0xe00002bc)"));
 }
 
 TEST_F(ListenerTest, LeavesAUnitAloneWhileTheSessionIsInactive) {
@@ -183,9 +216,7 @@ TEST_F(ListenerTest, LeavesAUnitAloneWhileTheSessionIsInactive) {
   EXPECT_THAT(takeLines(), ElementsAre(kMSCEntered));
   setSessionActive(false);
   takeLines();
-  const auto unit = std::make_shared<RecordingUnit>(1, true);
-  arriveMSC(unit);
-  EXPECT_THAT(unit->calls, IsEmpty());
+  EXPECT_THAT(plugUnit({})->take(), IsEmpty());
   EXPECT_THAT(
       takeLines(),
       ElementsAre(kMSCEntered, "newMSCDeviceAdded - not active. Ignoring this camera event."));

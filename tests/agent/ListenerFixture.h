@@ -21,11 +21,13 @@
 #include "agent/ListenerMain.h"
 #include "identify/IdentifyRoom.h"
 #include "identify/models/SupportedModels.h"
-#include "msc/TarvoMSCDeviceList.h"
+#include "msc/MSCRoom.h"
+#include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/FakeMountTable.h"
 #include "tests/support/FakeRegistry.h"
 #include "tests/support/FakeRunningApplications.h"
+#include "tests/support/FakeSCSIServices.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/LocalDistributedCenter.h"
 #include "tests/support/ManualRunLoop.h"
@@ -83,6 +85,14 @@ class ListenerTest : public ::testing::Test {
     loop.advance(500ms);
   }
   void arrive(const std::shared_ptr<Object>& device) { center.post({"DeviceAdded", device}); }
+  /// Plugs in a unit that the list finds, with a disk of its own, below a USB device.
+  std::shared_ptr<FakeSCSIUnit> plugUnit(const Pages& pages) {
+    const ServiceHandle usb = registry.plug({{"IOClass", "usb_device"},
+                                             {"USB Product Name", "Dock"},
+                                             {"idVendor", 0xF055},
+                                             {"locationID", 0x01100000}});
+    return plugFakeUnit(registry, scsi, "sr0", pages, usb);
+  }
   void arriveMSC(const std::shared_ptr<Object>& unit) {
     center.post({"XTMSCDeviceAddedEvent", unit});
   }
@@ -126,7 +136,10 @@ class ListenerTest : public ::testing::Test {
   PictureDeviceRoom pictureDevices{
       {center, queue, loop, imageCapture, registry, mounts, applications, defaults, constants, {}}};
   IdentifyRoom identify{{imageCapture, registry, mounts}};
-  MSCRoom massStorage{{center}};
+  FakeSCSIServices scsi;
+  FakeDiskArbitration disks;
+  MSCRoom massStorage{
+      {center, registry, scsi, disks, mounts, defaults, constants, warnings.sink()}};
   std::unique_ptr<Listener> listener;
   Lines startLines;
   int stateChanges = 0;

@@ -1,5 +1,4 @@
 #include "tests/agent/ListenerFixture.h"
-#include "tests/agent/RecordingUnit.h"
 
 namespace tarvo::test {
 namespace {
@@ -24,7 +23,9 @@ class ListenerRecovery : public ListenerTest {
     return registry.plug({{"IOClass", "scsi_unit"}}, parent);
   }
   void arriveUnit(ServiceHandle service) {
-    arriveMSC(std::make_shared<RecordingUnit>(1, true, service));
+    arriveMSC(TarvoMSCDevice::initWithMMCDevice(
+        std::make_shared<FakeSCSIUnit>(Pages{{0x25, kUSBModePageAnswer}}), service, "Lumo 700",
+        std::vector<std::uint8_t>{1}));
   }
 };
 
@@ -111,7 +112,7 @@ TEST_F(ListenerRecovery, WaitsForTheSerialNumberOfTheUnitThatWasSentAway) {
 TEST_F(ListenerRecovery, SaysWhatItMissesOfAUnitAndStartsNoTimerWithoutAUSBDevice) {
   const std::string sent = "newMSCDeviceAdded - setting device USB mode.";
   for (const ServiceHandle service :
-       {ServiceHandle{0}, ServiceHandle{9999}, registry.plug({{"IOClass", "scsi_unit"}})}) {
+       {ServiceHandle{9999}, registry.plug({{"IOClass", "scsi_unit"}})}) {
     arriveUnit(service);
     EXPECT_THAT(takeLines(), ElementsAre("newMSCDeviceAdded - entered", sent,
                                          "--- ERROR --- getRootUSBDictionaryForService failed."));

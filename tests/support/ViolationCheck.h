@@ -1,4 +1,4 @@
-// Fails a test in which a program broke the protocol at a camera of the testbed.
+// Fails a test in which a program broke the protocol at a device of the testbed.
 //
 //   void TearDown() override { expectNoViolations(*testbed_); }
 //
@@ -11,12 +11,11 @@
 
 namespace tarvo::test {
 
-/// To be called while the cameras are still plugged in. A test that breaks the protocol on purpose
-/// lets the camera forget its violations first.
+/// To be called while the devices are still plugged in. A test that breaks the protocol on purpose
+/// lets the device forget its violations first.
 inline void expectNoViolations(const simulator::Testbed& testbed) {
   for (const auto* device : testbed.devices()) {
-    if (!device->camera) continue;
-    for (const auto& violation : device->camera->violations()) {
+    for (const auto& violation : device->device->violations()) {
       ADD_FAILURE() << device->name << ": the host broke the protocol: " << violation;
     }
   }

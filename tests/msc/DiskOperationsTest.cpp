@@ -1,0 +1,154 @@
+// The unit's disk and its card: which they are, and letting them go.
+#include "msc/GetUSBDataFromBSDName.h"
+#include "tests/msc/MSCFixture.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+TEST_F(MSCTest, TellsTheNearestUSBDeviceAboveADisk) {
+  const ServiceHandle hub = registry.add({{"idVendor", 0x1D6B}, {"locationID", 1}});
+  const ServiceHandle device = registry.add({{"idVendor", 2}, {"locationID", 3}}, hub);
+  const ServiceHandle going = registry.add({{"idVendor", 4}}, device);
+  registry.makeUnreadable(going);
+  // The disk itself does not count.
+  registry.add({{"BSD Name", "sdb1"}, {"idVendor", 5}}, going);
+  registry.add({{"BSD Name", "nvme0n1"}});
+  EXPECT_EQ(GetUSBDataFromBSDName("sdb1"),
+            PropertyDictionary({{"idVendor", 2}, {"locationID", 3}}));
+  constexpr const char* kFailed = "Error: GetUSBDataFromBSDName ";
+  EXPECT_THAT(traces.take(),
+              ElementsAre(kFailed + std::string("IORegistryEntryCreateCFProperties failed")));
+  const std::pair<const char*, const char*> rows[] = {
+      {"nvme0n1", "failed to find the device in IOKit Registry"},
+      {"sdz", "failed to get service for sdz"},
+      {"", "failed to get dictionary for bsdName "}};
+  for (const auto& [name, line] : rows) {
+    EXPECT_EQ(GetUSBDataFromBSDName(name), PropertyDictionary::object());
+    EXPECT_THAT(traces.take(), ElementsAre(std::string(kFailed) + line));
+  }
+}
+
+TEST_F(MSCTest, FindsItsDiskAtItselfOrAboveAndKeepsIt) {
+  const auto device = unit();
+  EXPECT_EQ(device->bsdName(), "sr0");
+  registry.unplug(usb);
+  EXPECT_EQ(device->bsdName(), "sr0");
+  const ServiceHandle parent = registry.add({{"BSD Name", "sr7"}});
+  const auto below = TarvoMSCDevice::initWithMMCDevice(answers, registry.add({}, parent), "",
+                                                       std::vector<std::uint8_t>{1});
+  EXPECT_EQ(below->bsdName(), "sr7");
+}
+
+struct Outcome {
+  const char* name;
+  std::optional<DADissenter> dissenter;
+  bool answers;
+  Status result;
+  TarvoMSCDevice::Failure failure;
+};
+
+const Outcome kOutcomes[] = {
+    {"done", std::nullopt, true, 0, {0, ""}},
+    {"refused",
+     DADissenter{status::kIOReturnBusy, "in use by vi (12)"},
+     true,
+     -1,
+     {status::kIOReturnBusy, "in use by vi (12)"}},
+    {"no answer",
+     std::nullopt,
+     false,
+     -1,
+     {status::kIOReturnTimeout, "the system did not answer within 20 seconds"}},
+};
+
+TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
+  const auto device = unit();
+  addVolume("CARD", "sdb1", usb);
+  device->dcfVolumeBSDName();
+  using Operation = Status (TarvoMSCDevice::*)(const std::string&);
+  const std::pair<Operation, std::string> operations[] = {
+      {&TarvoMSCDevice::unmountAllPartitions, "unmount sdb1 whole"},
+      {&TarvoMSCDevice::ejectMediaWithBSDName, "eject sdb1"},
+      {&TarvoMSCDevice::remountMediaWithBSDName, "mount sdb1 at 'CARD'"}};
+  for (const auto& [operation, call] : operations) {
+    for (const Outcome& outcome : kOutcomes) {
+      disks.dissenter = outcome.dissenter;
+      disks.answers = outcome.answers;
+      traces.take();
+      EXPECT_EQ((*device.*operation)("sdb1"), outcome.result) << call << outcome.name;
+      EXPECT_THAT(disks.take(), ElementsAre(call, "run 20000"));
+      EXPECT_EQ(disks.openSessions, 0);
+      EXPECT_EQ(device->lastFailure().status, outcome.failure.status) << outcome.name;
+      EXPECT_EQ(device->lastFailure().why, outcome.failure.why);
+      const Lines lines = traces.take();
+      EXPECT_THAT(lines[0], HasSubstr("scheduled session with RunLoop for bsdName = sdb1, "));
+      EXPECT_EQ(lines[1], "bsdNameCStr = sdb1");
+      EXPECT_EQ(lines[2], "confirming sdb1 == sdb1??");
+      EXPECT_EQ(lines.back(), "returning result = " + std::to_string(outcome.result));
+      EXPECT_EQ(lines.size(), outcome.dissenter ? 5U : 4U);
+    }
+  }
+}
+
+TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
+  const auto device = unit();
+  disks.dissenter = DADissenter{status::kIOReturnBusy, ""};
+  EXPECT_TRUE(device->ejectTray());
+  EXPECT_THAT(traces.take(), Contains("Could not unnount sr0."));
+  disks.dissenter.reset();
+  EXPECT_TRUE(device->ejectTray());
+  EXPECT_TRUE(device->ejectTray());
+  EXPECT_THAT(disks.take(),
+              ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 20000"));
+  EXPECT_THAT(answers->take(), ElementsAre("SetTrayState 1", "SetTrayState 1", "SetTrayState 1"));
+  traces.take();
+  answers->failsAt = "SetTrayState";
+  EXPECT_FALSE(device->ejectTray());
+  EXPECT_THAT(traces.take(), ElementsAre("Ejecting...", "Error: SetTrayState failed e00002c0",
+                                         "Error: Ejecting failed"));
+}
+
+TEST_F(MSCTest, CountsAUnitWithoutADiskAsUnmounted) {
+  const auto device = TarvoMSCDevice::initWithMMCDevice(std::make_shared<FakeSCSIUnit>(Pages{}),
+                                                        0x1A, "", std::vector<std::uint8_t>{1});
+  EXPECT_EQ(device->unmountMedia(), status::kOK);
+  EXPECT_TRUE(device->ejectTray());
+  EXPECT_THAT(disks.take(), IsEmpty());
+  EXPECT_EQ(traces.take().front(), "No bsd name for service       1a.");
+}
+
+TEST_F(MSCTest, SeesSharingOrdersOnTheCardOfItsOwnUSBDeviceAlone) {
+  const auto device = unit();
+  const ServiceHandle elsewhere = registry.add({{"idVendor", 1}, {"locationID", 0x01100000}});
+  folder.write("media/OTHER/MISC/IREVIEW.DB", "");
+  addVolume("OTHER", "sdc1", elsewhere);
+  EXPECT_FALSE(device->sharingOrderExists());
+  EXPECT_EQ(device->dcfVolumeBSDName(), std::nullopt);
+  addVolume("CARD", "sdb1", usb);
+  folder.write("media/CARD/MISC/NOTES.TXT", "");
+  EXPECT_FALSE(device->sharingOrderExists());
+  EXPECT_EQ(device->dcfVolumeBSDName(), "sdb1");
+  for (const char* file : {"SSECUPLD.XML", "SSICUPLD.XML", "EREVIEW.DB", "IREVIEW.DB"}) {
+    const auto path = folder.write(std::string("media/CARD/MISC/") + file, "");
+    EXPECT_TRUE(device->sharingOrderExists()) << file;
+    std::filesystem::remove(folder.path(std::string("media/CARD/MISC/") + file));
+  }
+}
+
+TEST_F(MSCTest, LooksForSharingOrdersNowhereElseAndSaysWhatKeepsItFromLooking) {
+  folder.write("MISC/IREVIEW.DB", "");
+  const auto device = unit();
+  addVolume("../", "sdb1", usb);
+  EXPECT_FALSE(device->sharingOrderExists());
+  const auto other = unit();
+  addVolume(std::string(300, 'x'), "sdc1", usb);
+  EXPECT_FALSE(other->sharingOrderExists());
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,62 @@
+// Disk arbitration that answers as the test says, and writes down what was asked of it.
+//
+//   FakeDiskArbitration disks;
+//   disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
+//   EXPECT_THAT(disks.take(), ElementsAre("unmount sr0 whole", "run 20000"));
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/diskarbitration/DiskArbitration.h"
+
+namespace tarvo::test {
+
+class FakeDiskArbitration : public DiskArbitration {
+ public:
+  std::optional<DADissenter> dissenter;  ///< of every operation
+  bool answers = true;                   ///< else run() ends by its limit
+  int openSessions = 0;
+
+  std::vector<std::string> take() { return std::exchange(calls_, {}); }
+
+  std::unique_ptr<DASession> createSession() override { return std::make_unique<Session>(*this); }
+
+ private:
+  class Session : public DASession {
+   public:
+    explicit Session(FakeDiskArbitration& owner) : owner_(owner) { ++owner_.openSessions; }
+    ~Session() override { --owner_.openSessions; }
+    void unmount(std::string_view bsdName, bool wholeDisk, Callback done) override {
+      begin("unmount " + std::string(bsdName) + (wholeDisk ? " whole" : ""), std::move(done));
+    }
+    void eject(std::string_view bsdName, Callback done) override {
+      begin("eject " + std::string(bsdName), std::move(done));
+    }
+    void mount(std::string_view bsdName, std::string_view location, Callback done) override {
+      begin("mount " + std::string(bsdName) + " at '" + std::string(location) + "'",
+            std::move(done));
+    }
+    bool run(std::chrono::milliseconds limit) override {
+      owner_.calls_.push_back("run " + std::to_string(limit.count()));
+      if (owner_.answers) done_(owner_.dissenter ? &*owner_.dissenter : nullptr);
+      return isStopped_;
+    }
+    void stop() override { isStopped_ = true; }
+
+   private:
+    void begin(std::string call, Callback done) {
+      owner_.calls_.push_back(std::move(call));
+      done_ = std::move(done);
+    }
+    FakeDiskArbitration& owner_;
+    Callback done_;
+    bool isStopped_ = false;
+  };
+
+  std::vector<std::string> calls_;
+};
+
+}  // namespace tarvo::test
