@@ -23,30 +23,14 @@ UsbIdentity readUsb(const JsonNode& node) {
   return usb;
 }
 
-ScsiDescription readScsi(const JsonNode& node) {
-  node.allowKeys({"type", "vendor", "model", "revision"});
-  ScsiDescription scsi;
-  if (const auto type = node.find("type")) scsi.type = static_cast<unsigned>(type->number(0x1F));
-  node.read("vendor", scsi.vendor);
-  node.read("model", scsi.model);
-  node.read("revision", scsi.revision);
-  return scsi;
-}
-
-VolumeDescription readVolume(const JsonNode& node) {
-  node.allowKeys({"label", "content"});
-  VolumeDescription volume;
-  volume.label = readFileName(node.at("label"));
-  if (const auto list = node.find("content")) {
-    volume.content = readContent(*list, NameRule::kRealFile);
+nlohmann::json readJson(const std::filesystem::path& path) {
+  std::ifstream file(path);
+  if (!file) throw DescriptionError("cannot read " + path.string());
+  try {
+    return nlohmann::json::parse(file);
+  } catch (const nlohmann::json::parse_error& error) {
+    throw DescriptionError(path.string() + ": " + error.what());
   }
-  return volume;
-}
-
-void readMassStorage(const JsonNode& root, DeviceDescription& device) {
-  root.allowKeys({"kind", "comment", "usb", "scsi", "volume"});
-  if (const auto scsi = root.find("scsi")) device.scsi = readScsi(*scsi);
-  if (const auto volume = root.find("volume")) device.volume = readVolume(*volume);
 }
 
 }  // namespace
@@ -61,7 +45,7 @@ DeviceDescription DeviceDescription::fromJson(const nlohmann::json& json) {
     readPTPDescription(root, device);
   } else if (kind == "massStorage") {
     device.kind = DeviceKind::kMassStorage;
-    readMassStorage(root, device);
+    readUnitDescription(root, device);
   } else {
     root.at("kind").fail("\"ptp\" or \"massStorage\" is expected");
   }
@@ -69,19 +53,42 @@ DeviceDescription DeviceDescription::fromJson(const nlohmann::json& json) {
 }
 
 DeviceDescription DeviceDescription::fromFile(const std::filesystem::path& path) {
-  std::ifstream file(path);
-  if (!file) throw DescriptionError("cannot read " + path.string());
-  nlohmann::json json;
-  try {
-    json = nlohmann::json::parse(file);
-  } catch (const nlohmann::json::parse_error& error) {
-    throw DescriptionError(path.string() + ": " + error.what());
-  }
+  const auto json = jsonFromFile(path);
   // Whoever reads the message has several files, and the key path alone does not tell which.
   try {
     return fromJson(json);
   } catch (const DescriptionError& error) {
     throw DescriptionError(path.string() + ": " + error.what());
+  }
+}
+
+nlohmann::json DeviceDescription::jsonFromFile(const std::filesystem::path& path) {
+  auto json = readJson(path);
+  if (!json.is_object() || !json.contains("camera") || !json["camera"].is_string()) return json;
+  const auto name = json["camera"].get<std::string>();
+  auto camera = readJson(path.parent_path() / (name + ".json"));
+  // Of these a device has one each, whichever way it shows itself.
+  for (const char* part : {"usb", "deviceInfo"}) {
+    if (camera.is_object() && camera.contains(part) && camera[part].is_object()) {
+      camera[part].erase("serial");
+    }
+  }
+  json["camera"] = std::move(camera);
+  return json;
+}
+
+/// true and false switch a fault; a number or a text is its value.
+void readFaults(const JsonNode& node, Faults& faults) {
+  for (const auto& [name, value] : node.entries()) {
+    std::string text;
+    if (value.json().is_boolean()) {
+      text = value.boolean() ? "" : "off";
+    } else if (value.json().is_string()) {
+      text = value.text();
+    } else {
+      text = std::to_string(value.number(std::numeric_limits<std::uint32_t>::max()));
+    }
+    if (const auto problem = faults.set(name, text); !problem.empty()) value.fail(problem);
   }
 }
 

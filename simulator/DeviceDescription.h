@@ -8,8 +8,10 @@
 // that leaves the key out gets.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -20,6 +22,7 @@
 #include "simulator/DatasetDescription.h"
 #include "simulator/Faults.h"
 #include "simulator/JsonNode.h"
+#include "simulator/UnitDescription.h"
 
 namespace tarvo::simulator {
 
@@ -117,20 +120,6 @@ struct CaptureDescription {
   std::string prefix = "CAPT";
 };
 
-/// What the unit answers to INQUIRY (SPC): vendor 8, model 16, revision 4 characters.
-struct ScsiDescription {
-  unsigned type = 0;  ///< peripheral device type: 0 disk, 5 CD/DVD
-  std::string vendor = "TARVO";
-  std::string model = "Camera Disk";
-  std::string revision = "1.00";
-};
-
-/// A file system on a unit, mounted while the device is plugged in.
-struct VolumeDescription {
-  std::string label;  ///< also the last component of its mount point
-  std::vector<ContentNode> content;
-};
-
 /// One device. What does not belong to its kind keeps its defaults.
 struct DeviceDescription {
   DeviceKind kind = DeviceKind::kPTP;
@@ -142,7 +131,16 @@ struct DeviceDescription {
   CaptureDescription capture;                   ///< of a PTP device
   std::vector<StoreDescription> stores;         ///< of a PTP device
   ScsiDescription scsi;                         ///< of a mass-storage device
+  ModePagesDescription modePages;               ///< of a mass-storage device
   std::optional<VolumeDescription> volume;      ///< of a mass-storage device
+  std::string image;  ///< of a mass-storage device: a file whose bytes are the medium's; or empty
+  /// What a mass-storage device comes back as after it was switched to camera mode; null: it stays
+  /// away.
+  std::shared_ptr<const DeviceDescription> camera;
+  /// How long it is still attached after it was told to power down: the hub notices that it has
+  /// gone when it next looks (up to a quarter of a second at high speed; USB 2.0, 11.12.4).
+  std::chrono::milliseconds leaveAfter{100};
+  std::chrono::milliseconds wakeAfter{50};  ///< how long it is away then
   Faults faults;
 
   /// Raises DescriptionError, which begins with the key path, for a key that is missing or unknown
@@ -150,6 +148,12 @@ struct DeviceDescription {
   static DeviceDescription fromJson(const nlohmann::json& json);
   /// Reads a file; a file that cannot be read or parsed raises DescriptionError too.
   static DeviceDescription fromFile(const std::filesystem::path& path);
+  /// The JSON of a file, complete: where it names a "camera" that another file in its folder
+  /// describes, that description stands in its place, without its serial numbers.
+  static nlohmann::json jsonFromFile(const std::filesystem::path& path);
 };
+
+/// Sets the faults of a description; raises DescriptionError.
+void readFaults(const JsonNode& node, Faults& faults);
 
 }  // namespace tarvo::simulator

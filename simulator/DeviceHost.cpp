@@ -2,12 +2,27 @@
 
 #include <glib.h>
 
-#include <stdexcept>
+#include <chrono>
+#include <exception>
 #include <utility>
 
 #include "simulator/JsonNode.h"
 
 namespace tarvo::simulator {
+namespace {
+
+/// Has the main loop call `function` once, after `delay`; any thread.
+void callLater(std::function<void()> function, std::chrono::milliseconds delay) {
+  const auto call = [](gpointer each) -> gboolean {
+    (*static_cast<std::function<void()>*>(each))();
+    return G_SOURCE_REMOVE;
+  };
+  g_timeout_add_full(G_PRIORITY_DEFAULT, static_cast<guint>(delay.count()), call,
+                     new std::function<void()>(std::move(function)),
+                     [](gpointer each) { delete static_cast<std::function<void()>*>(each); });
+}
+
+}  // namespace
 
 UsbPort DeviceHost::choosePort(const std::optional<std::string>& text) const {
   if (text) {
@@ -65,17 +80,13 @@ void DeviceHost::unplugAll() {
 }
 
 std::function<void()> DeviceHost::vanishing(const HostedDevice& device) {
-  return [weak = std::weak_ptr<DeviceHost*>(alive_), id = device.id] {
-    auto* call = new std::function<void()>([weak, id] {
+  return [weak = std::weak_ptr<DeviceHost*>(alive_), id = device.id, unit = device.unit,
+          leaveAfter = device.description.leaveAfter] {
+    const auto tell = [weak, id] {
       if (const auto alive = weak.lock()) (*alive)->deviceVanished(id);
-    });
-    g_idle_add_full(
-        G_PRIORITY_DEFAULT,
-        [](gpointer function) -> gboolean {
-          (*static_cast<std::function<void()>*>(function))();
-          return G_SOURCE_REMOVE;
-        },
-        call, [](gpointer function) { delete static_cast<std::function<void()>*>(function); });
+    };
+    const bool wasTold = unit && unit->powersDown();
+    callLater(tell, wasTold ? leaveAfter : std::chrono::milliseconds::zero());
   };
 }
 
@@ -83,8 +94,23 @@ void DeviceHost::deviceVanished(const std::string& id) {
   // By now another device may be plugged in at that port.
   const auto* gone = device(id);
   if (gone == nullptr || !gone->device->isGone()) return;
+  if (gone->unit && gone->unit->returnsAsCamera()) plugLater(gone->port, gone->description);
   unplug(id);
   if (vanished_) vanished_(id);
+}
+
+void DeviceHost::plugLater(const UsbPort& port, const DeviceDescription& unit) {
+  const auto plugIt = [weak = std::weak_ptr<DeviceHost*>(alive_), id = port.name(),
+                       camera = unit.camera] {
+    const auto alive = weak.lock();
+    if (!alive || (*alive)->device(id) != nullptr) return;
+    try {
+      (*alive)->plug(*camera, camera->usb.name, id);
+    } catch (const std::exception& error) {
+      g_warning("%s does not come back: %s", id.c_str(), error.what());
+    }
+  };
+  callLater(plugIt, unit.wakeAfter);
 }
 
 HostedDevice* DeviceHost::device(const std::string& id) {

@@ -55,7 +55,8 @@ class DeviceHost {
   /// Null when there is none of that id.
   HostedDevice* device(const std::string& id);
   std::vector<const HostedDevice*> devices() const;  ///< valid until the next plug or unplug
-  /// Called after a device has unplugged itself, with its id.
+  /// Called after a device has unplugged itself, with its id. A unit that was switched to camera
+  /// mode comes back as the camera of its description, by itself.
   void onVanished(std::function<void(const std::string&)> callback) {
     vanished_ = std::move(callback);
   }
@@ -82,6 +83,9 @@ class DeviceHost {
  private:
   UsbPort choosePort(const std::optional<std::string>& text) const;
   void deviceVanished(const std::string& id);
+  /// Plugs the camera in that a unit comes back as, at the unit's port, when its time has come. A
+  /// port that is in use by then keeps what it has.
+  void plugLater(const UsbPort& port, const DeviceDescription& unit);
 
   Devices devices_;
   std::function<void(const std::string&)> vanished_;

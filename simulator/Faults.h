@@ -1,5 +1,6 @@
-// What can go wrong with a virtual PTP device, by name. A fault strikes in every transaction, in
-// those of one operation, or at a chosen one; it may be set at any time.
+// What can go wrong with a virtual device, by name. A fault strikes in every transaction, in those
+// of one operation, or at a chosen one; it may be set at any time. A transaction of a mass-storage
+// unit is a SCSI command, and its operation is the first byte of the command block.
 //
 //   Faults faults;
 //   faults.set("stall", "0x1001");       // every GetDeviceInfo
@@ -17,6 +18,9 @@
 #include <string_view>
 
 namespace tarvo::simulator {
+
+/// Which faults a device has: the wires of the two kinds differ.
+enum class FaultTarget : std::uint8_t { kPTP, kUnit };
 
 /// Names and forms for texts are in Faults::help().
 enum class Fault : std::uint8_t {
@@ -36,14 +40,26 @@ enum class Fault : std::uint8_t {
   kDelay,                 ///< each answer comes that many microseconds late
   kSplitHeader,           ///< container header and payload in separate packets
   kOmitZeroLengthPacket,  ///< no zero-length packet after an exact multiple of the packet size
+  // Of a mass-storage unit.
+  kSense,           ///< CHECK CONDITION with that key, code and qualifier
+  kStatus,          ///< that SCSI status
+  kPhaseError,      ///< the status wrapper says phase error
+  kWrongTag,        ///< the status wrapper carries another command's tag
+  kWrongSignature,  ///< the status wrapper does not begin with its signature
+  kModeLength,      ///< the mode data length is that number
+  kPageLength,      ///< the length byte of the mode page is that number
+  kVanishCommand,   ///< the device is unplugged when the command arrives
+  kVanishStatus,    ///< the device is unplugged instead of the status
 };
-inline constexpr std::size_t kFaultCount = 16;
+inline constexpr std::size_t kFaultCount = 25;
 
 /// A value; not locked, so its owner guards it where several threads use it.
 class Faults {
  public:
+  explicit Faults(FaultTarget target = FaultTarget::kPTP) : target_(target) {}
+
   /// Sets a fault by its name. `value` is a list with commas: first the number of a fault that
-  /// takes one (bytes, a response code, milliseconds or "250us"), then in any order an operation
+  /// takes one (bytes, a code, milliseconds or "250us"), then in any order an operation
   /// code, "@N" (the N-th transaction from now, of that operation where one is given; "@N+": from
   /// that one on) and "once". "off" takes the fault off. Returns what is wrong, in words; empty
   /// when nothing is.
@@ -57,7 +73,7 @@ class Faults {
   std::optional<std::uint32_t> amount(Fault fault) const { return struck_[index(fault)]; }
 
   /// Names with what they take, one a line, for help texts.
-  static std::string help();
+  static std::string help(FaultTarget target);
 
  private:
   struct Setting {
@@ -69,8 +85,9 @@ class Faults {
   static std::size_t index(Fault fault) { return static_cast<std::size_t>(fault); }
   /// Reads one word of a value; false where it is none.
   static bool readWord(std::string_view word, Setting& setting);
-  static bool concerns(Fault fault, const Setting& setting, std::uint16_t operation);
+  bool concerns(Fault fault, const Setting& setting, std::uint16_t operation) const;
 
+  FaultTarget target_;
   std::array<std::optional<Setting>, kFaultCount> settings_;      ///< by Fault; none: off
   std::array<std::optional<std::uint32_t>, kFaultCount> struck_;  ///< in this transaction
 };

@@ -41,16 +41,14 @@ class PTPCamera : public VirtualUSBDevice {
 
   // All of these may be called from any thread.
 
-  /// As Faults::set. What is on its way to the host already goes out as it was.
-  std::string setFault(std::string_view name, std::string_view value);
+  std::string setFault(std::string_view name, std::string_view value) override;
   /// Queues an event container on the interrupt endpoint.
   void sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters);
   /// Operation codes in the order in which they came.
   std::vector<std::uint16_t> operations() const;
   WireCounts counts() const;  ///< since the device was made
-  /// What the host did wrong, in words.
-  std::vector<std::string> violations() const;
-  void forgetViolations();
+  std::vector<std::string> violations() const override;
+  void forgetViolations() override;
 
   // What the camera holds.
 

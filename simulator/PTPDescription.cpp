@@ -159,23 +159,6 @@ CaptureDescription readCapture(const JsonNode& node) {
   return capture;
 }
 
-/// true and false switch a fault; a number or a text is its value.
-Faults readFaults(const JsonNode& node) {
-  Faults faults;
-  for (const auto& [name, value] : node.entries()) {
-    std::string text;
-    if (value.json().is_boolean()) {
-      text = value.boolean() ? "" : "off";
-    } else if (value.json().is_string()) {
-      text = value.text();
-    } else {
-      text = std::to_string(value.number(std::numeric_limits<std::uint32_t>::max()));
-    }
-    if (const auto problem = faults.set(name, text); !problem.empty()) value.fail(problem);
-  }
-  return faults;
-}
-
 }  // namespace
 
 void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
@@ -187,7 +170,7 @@ void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
   if (const auto vendor = root.find("vendor")) device.vendor = readVendor(*vendor);
   if (const auto datasets = root.find("datasets")) device.datasets = readDatasets(*datasets);
   if (const auto capture = root.find("capture")) device.capture = readCapture(*capture);
-  if (const auto faults = root.find("faults")) device.faults = readFaults(*faults);
+  if (const auto faults = root.find("faults")) readFaults(*faults, device.faults);
 }
 
 }  // namespace tarvo::simulator

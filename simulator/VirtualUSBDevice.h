@@ -13,6 +13,9 @@
 #include <optional>
 #include <set>
 #include <span>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "simulator/UsbDescriptors.h"
 
@@ -69,7 +72,13 @@ class VirtualUSBDevice {
   /// A bus reset: halts and everything in flight are forgotten.
   void reset();
 
-  /// True once the device has unplugged itself, by a fault.
+  /// As Faults::set. What is on its way to the host already goes out as it was.
+  virtual std::string setFault(std::string_view name, std::string_view value) = 0;
+  /// What the host did wrong, in words.
+  virtual std::vector<std::string> violations() const = 0;
+  virtual void forgetViolations() = 0;
+
+  /// True once the device has unplugged itself.
   bool isGone() const;
   /// When an IN endpoint that has nothing to send now will have something by itself; none when it
   /// waits for the host.

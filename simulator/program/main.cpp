@@ -10,17 +10,21 @@
 #include "simulator/program/DeviceFiles.h"
 #include "simulator/program/ObjectCommands.h"
 #include "simulator/program/RunClient.h"
-#include "simulator/program/Server.h"
+#include "simulator/program/TestbedServer.h"
 #include "simulator/testbed/TestbedProcess.h"
+#include "simulator/usbip/UsbipHost.h"
 
 namespace {
 
 using namespace tarvo::simulator;
 using nlohmann::json;
 
+constexpr std::uint16_t kDefaultUsbipPort = 3240;  // registered for USB/IP
+
 struct Options {
   std::string socket = defaultSocketPath();
   ServeOptions serve;
+  UsbipOptions usbip;
   std::string device;
   std::string port;
   std::string id;
@@ -40,9 +44,18 @@ struct Options {
 
 int serve(char** argv, Options& options) {
   TestbedProcess::enter(argv);
-  options.serve.socket = options.socket;
+  options.serve.server.socket = options.socket;
   options.serve.command = options.command;
-  return Server(options.serve).run();
+  return TestbedServer(options.serve).run();
+}
+
+int usbip(Options& options) {
+  // Without --attach there must be a way to the devices.
+  if (!options.usbip.attaches && !options.usbip.listenPort) {
+    options.usbip.listenPort = kDefaultUsbipPort;
+  }
+  options.serve.server.socket = options.socket;
+  return Server(options.serve.server, std::make_unique<UsbipHost>(options.usbip)).run();
 }
 
 int plug(const Options& options) {
@@ -50,7 +63,7 @@ int plug(const Options& options) {
   // Checked here, so that what is wrong is said with the file's name.
   DeviceDescription::fromFile(file);
   json request = {{"command", "plug"}, {"name", file.stem().string()}};
-  request["description"] = json::parse(std::ifstream(file));
+  request["description"] = DeviceDescription::jsonFromFile(file);
   if (!options.port.empty()) request["port"] = options.port;
   std::cout << ask(options.socket, request).at("id").get<std::string>() << "\n";
   return 0;
@@ -65,7 +78,7 @@ void printDevice(const json& device) {
   std::string line = tarvo::formatted(
       "%-8s %-18s %s:%s  %s", device["id"].get<std::string>().c_str(),
       device["name"].get<std::string>().c_str(), device["vendor"].get<std::string>().c_str(),
-      device["product"].get<std::string>().c_str(), device["node"].get<std::string>().c_str());
+      device["product"].get<std::string>().c_str(), device.value("node", "").c_str());
   if (device.contains("volume")) line += "  " + device["volume"].get<std::string>();
   if (device.contains("statistics")) {
     line += tarvo::formatted(
@@ -141,13 +154,29 @@ void addServe(CLI::App& app, Options& options) {
                       "Folder under which volumes are mounted (default: /media/USER)");
   command->add_option("--bundle", options.serve.bundle,
                       "Folder made by 'bundle', shown to the agent");
-  command->add_flag("--strict", options.serve.strict,
+  command->add_flag("--strict", options.serve.server.strict,
                     "Exit with 1 where a program broke the protocol");
   command
-      ->add_option("--device", options.serve.devices,
+      ->add_option("--device", options.serve.server.devices,
                    "Description file or name to plug in at the start; may be repeated")
       ->allow_extra_args(false);
   command->add_option("command", options.command, "Program to run in the testbed, after --");
+}
+
+void addUsbip(CLI::App& app, Options& options) {
+  auto* command = app.add_subcommand(
+      "usbip", "Export devices over USB/IP, or attach them to this machine, until SIGTERM");
+  command->add_flag("--attach", options.usbip.attaches,
+                    "Hand every device to this machine's kernel (vhci_hcd; needs root)");
+  command->add_option(
+      "--listen", options.usbip.listenPort,
+      "Port of 127.0.0.1 for `usbip attach`; 0: any (default without --attach: 3240)");
+  command
+      ->add_option("--device", options.serve.server.devices,
+                   "Description file or name to plug in at the start; may be repeated")
+      ->allow_extra_args(false);
+  command->add_flag("--strict", options.serve.server.strict,
+                    "Exit with 1 where a program broke the protocol");
 }
 
 void addDeviceCommands(CLI::App& app, Options& options) {
@@ -161,10 +190,11 @@ void addDeviceCommands(CLI::App& app, Options& options) {
   listed->add_flag("--json", options.asJson, "One JSON document, with statistics and violations");
   listed->add_flag("--violations", options.violations,
                    "What hosts did against the protocol; exit code 1 where there is any");
-  auto* faulty = app.add_subcommand("fault", "Set a fault of a PTP device, or take it off");
+  auto* faulty = app.add_subcommand("fault", "Set a fault of a device, or take it off");
   faulty->add_option("id", options.id, "Id of the device")->required();
   faulty->add_option("fault", options.fault, "NAME[=VALUE] or NAME=off")->required();
-  faulty->footer("Faults:\n" + Faults::help());
+  faulty->footer("Faults of a PTP device:\n" + Faults::help(FaultTarget::kPTP) +
+                 "Faults of a mass-storage unit:\n" + Faults::help(FaultTarget::kUnit));
   auto* sent = app.add_subcommand("event", "Let a PTP device send an event");
   sent->add_option("id", options.id, "Id of the device")->required();
   sent->add_option("code", options.eventCode, "Event code, for example 0x4002")->required();
@@ -192,6 +222,7 @@ void addBundle(CLI::App& app, Options& options) {
 int dispatch(const CLI::App& app, char** argv, Options& options) {
   const auto name = app.get_subcommands().front()->get_name();
   if (name == "serve") return serve(argv, options);
+  if (name == "usbip") return usbip(options);
   if (name == "plug") return plug(options);
   if (name == "unplug") return unplug(options);
   if (name == "list") return list(options);
@@ -210,6 +241,7 @@ int runProgram(int argc, char** argv) {
   app.require_subcommand(1);
   app.fallthrough();
   addServe(app, options);
+  addUsbip(app, options);
   addDeviceCommands(app, options);
   addObjectCommands(app, options.objects);
   addRun(app, options);

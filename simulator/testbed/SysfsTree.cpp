@@ -48,6 +48,13 @@ std::string padded(std::string text, std::size_t width) {
   return text;
 }
 
+void appendFileSystem(std::vector<std::pair<std::string, std::string>>& properties,
+                      const VolumeDescription& volume) {
+  properties.insert(
+      properties.end(),
+      {{"ID_FS_USAGE", "filesystem"}, {"ID_FS_TYPE", "vfat"}, {"ID_FS_LABEL", volume.label}});
+}
+
 std::string modalias(const UsbIdentity& identity, const InterfaceDescription& interface) {
   return formatted("usb:v%04Xp%04Xd%04Xdc00dsc00dp00ic%02Xisc%02Xip%02Xin00", identity.vendor,
                    identity.product, identity.release, interface.interfaceClass,
@@ -216,17 +223,22 @@ void SysfsTree::addScsiDevice(const UsbPort& port, const std::string& path,
   const auto& scsi = description.scsi;
   Entry unit;
   unit.path = path;
-  unit.properties = {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}};
+  unit.properties = {{"SUBSYSTEM", "scsi"},
+                     {"DEVTYPE", "scsi_device"},
+                     {"MODALIAS", formatted("scsi:t-0x%02x", scsi.type)}};
   unit.attributes = {{"type", std::to_string(scsi.type)},
                      {"vendor", padded(scsi.vendor, 8)},
                      {"model", padded(scsi.model, 16)},
-                     {"rev", padded(scsi.revision, 4)}};
+                     {"rev", padded(scsi.revision, 4)},
+                     {"scsi_level", "5"},  // SPC-2, as INQUIRY says, counted as the kernel does
+                     {"state", "running"},
+                     {"modalias", formatted("scsi:t-0x%02x", scsi.type)}};
   add(unit, port.name());
 }
 
 void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const ScsiNumbers& numbers,
                          const DeviceDescription& description) {
-  const bool optical = description.scsi.type == 5;
+  const bool optical = description.scsi.type == kOpticalType;
   const unsigned major = optical ? 11 : 8;
   const auto last = static_cast<unsigned char>(numbers.block.back());
   const unsigned minor = optical ? last - '0' : 16 * (last - 'a');
@@ -241,7 +253,16 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
                      {"ID_BUS", "usb"},
                      {"ID_VENDOR_ID", hex4(description.usb.vendor)},
                      {"ID_MODEL_ID", hex4(description.usb.product)},
-                     {"ID_SERIAL_SHORT", underscored(description.usb.serial)}};
+                     {"ID_SERIAL_SHORT", underscored(description.usb.serial)},
+                     {"ID_VENDOR", underscored(description.scsi.vendor)},
+                     {"ID_MODEL", underscored(description.scsi.model)},
+                     {"ID_TYPE", optical ? "cd" : "disk"}};
+  if (optical) disk.properties.emplace_back("ID_CDROM", "1");
+  if (optical && description.volume) {
+    // What cdrom_id and blkid find: the file system lies on the medium without a partition.
+    disk.properties.emplace_back("ID_CDROM_MEDIA", "1");
+    appendFileSystem(disk.properties, *description.volume);
+  }
   disk.attributes = {{"dev", formatted("%u:%u", major, minor)},
                      {"removable", "1"},
                      {"ro", "0"},
@@ -257,10 +278,7 @@ void SysfsTree::addBlock(const UsbPort& port, const std::string& path, const Scs
   partition.properties[1].second = "partition";
   partition.properties[2].second = "/dev/" + name;
   partition.properties[4].second = std::to_string(minor + 1);
-  partition.properties.insert(partition.properties.end(),
-                              {{"ID_FS_USAGE", "filesystem"},
-                               {"ID_FS_TYPE", "vfat"},
-                               {"ID_FS_LABEL", description.volume->label}});
+  appendFileSystem(partition.properties, *description.volume);
   partition.attributes = {{"dev", formatted("%u:%u", major, minor + 1)},
                           {"partition", "1"},
                           {"ro", "0"},

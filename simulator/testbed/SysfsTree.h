@@ -19,6 +19,7 @@ struct ScsiNumbers {
   unsigned host = 0;
   unsigned generic = 0;
   std::string block;  ///< "sdb", or "sr0" for a unit of type 5
+  std::string genericNode() const { return "/dev/sg" + std::to_string(generic); }
 };
 
 /// Adds entries in the order in which the kernel announces them; removes them the other way round.

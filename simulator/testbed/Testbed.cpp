@@ -79,7 +79,7 @@ ScsiNumbers Testbed::nextScsi(const DeviceDescription& description) {
     ++numbers.generic;
   }
   // From sdb on: a machine has a disk of its own, which programs expect to be sda.
-  const bool optical = description.scsi.type == 5;
+  const bool optical = description.scsi.type == kOpticalType;
   char last = optical ? '0' : 'b';
   do {
     numbers.block = std::string(optical ? "sr" : "sd") + last++;
@@ -98,9 +98,10 @@ void Testbed::show(HostedDevice& device) {
   if (!plugged.unit) return;
   const auto& description = plugged.description;
   plugged.scsi = nextScsi(description);
+  attachGeneric(plugged);
   tree_.addScsiUnit(plugged.port, plugged.scsi, description);
   if (!description.volume) return;
-  const bool optical = description.scsi.type == 5;
+  const bool optical = description.scsi.type == kOpticalType;
   plugged.volume = std::make_unique<Volume>(volumes_, root_ / "staging",
                                             "/dev/" + plugged.scsi.block + (optical ? "" : "1"),
                                             *description.volume);
@@ -131,10 +132,19 @@ void Testbed::attach(PluggedDevice& plugged) {
   plugged.usbfs =
       UsbfsNode::create(plugged.address, plugged.device, std::move(gate), vanishing(plugged));
   plugged.handler = plugged.usbfs->makeHandler();
+  attachHandler(plugged.address.node(), plugged.handler.get());
+}
+
+void Testbed::attachGeneric(PluggedDevice& plugged) {
+  plugged.generic = SgNode::create(plugged.scsi.host, plugged.unit, vanishing(plugged));
+  plugged.genericHandler = plugged.generic->makeHandler();
+  attachHandler(plugged.scsi.genericNode(), plugged.genericHandler.get());
+}
+
+void Testbed::attachHandler(const std::string& node, UMockdevIoctlBase* handler) {
   GErrorSlot error;
-  if (!umockdev_testbed_attach_ioctl(testbed_.get(), plugged.address.node().c_str(),
-                                     plugged.handler.get(), error.address())) {
-    throw std::runtime_error("cannot attach to " + plugged.address.node() + ": " + error.message());
+  if (!umockdev_testbed_attach_ioctl(testbed_.get(), node.c_str(), handler, error.address())) {
+    throw std::runtime_error("cannot attach to " + node + ": " + error.message());
   }
 }
 
@@ -142,6 +152,7 @@ void Testbed::hide(HostedDevice& device) {
   auto& plugged = static_cast<PluggedDevice&>(device);
   plugged.volume.reset();
   // First what is in flight ends, then the events come, then sysfs goes, then the node.
+  if (plugged.generic) plugged.generic->unplug(kReapPatience);
   plugged.usbfs->unplug(kReapPatience);
   tree_.remove(plugged.port);
   detach(plugged);
@@ -153,11 +164,13 @@ void Testbed::detach(PluggedDevice& plugged) {
   // umockdev leaves node files behind, and a later device of that number would find them.
   std::error_code ignored;
   std::filesystem::remove(root_.string() + plugged.address.node(), ignored);
-  if (plugged.scsi.block.empty()) return;
-  for (const auto& name :
-       {plugged.scsi.block, plugged.scsi.block + "1", formatted("sg%u", plugged.scsi.generic)}) {
+  if (!plugged.generic) return;
+  GErrorSlot genericError;
+  umockdev_testbed_detach_ioctl(testbed_.get(), plugged.scsi.genericNode().c_str(),
+                                genericError.address());
+  std::filesystem::remove(root_.string() + plugged.scsi.genericNode(), ignored);
+  for (const auto& name : {plugged.scsi.block, plugged.scsi.block + "1"})
     std::filesystem::remove(root_ / "dev" / name, ignored);
-  }
 }
 
 }  // namespace tarvo::simulator

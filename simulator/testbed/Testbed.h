@@ -15,6 +15,7 @@
 #include <memory>
 
 #include "simulator/DeviceHost.h"
+#include "simulator/testbed/SgNode.h"
 #include "simulator/testbed/SysfsTree.h"
 #include "simulator/testbed/UsbfsNode.h"
 #include "simulator/testbed/Volume.h"
@@ -27,7 +28,10 @@ struct PluggedDevice : HostedDevice {
   std::unique_ptr<Volume> volume;  ///< null where there is none
   std::shared_ptr<UsbfsNode> usbfs;
   GObjectPointer<UMockdevIoctlBase> handler;  ///< what attaches `usbfs` to umockdev
-  ScsiNumbers scsi;                           ///< of a mass-storage device
+  // Of a mass-storage device.
+  ScsiNumbers scsi;
+  std::shared_ptr<SgNode> generic;                   ///< behind its node of the SCSI generic driver
+  GObjectPointer<UMockdevIoctlBase> genericHandler;  ///< what attaches it
 };
 
 /// Main thread only; its default main context must run for a device that unplugs itself.
@@ -44,6 +48,8 @@ class Testbed : public DeviceHost {
   /// A number for the next program that is started in the testbed.
   unsigned nextClientSlot() { return ++lastClientSlot_; }
 
+  /// Lent, for hardware that is none of the simulator's devices.
+  UMockdevTestbed* umockdev() const { return testbed_.get(); }
   const std::filesystem::path& root() const { return root_; }
   const std::filesystem::path& volumes() const { return volumes_; }
 
@@ -64,6 +70,8 @@ class Testbed : public DeviceHost {
   /// The file that a node is; gives the gate behind it where there is one.
   std::unique_ptr<NodeGate> makeNodeFile(const PluggedDevice& plugged) const;
   void attach(PluggedDevice& plugged);
+  void attachGeneric(PluggedDevice& plugged);
+  void attachHandler(const std::string& node, UMockdevIoctlBase* handler);
   void detach(PluggedDevice& plugged);
 
   GObjectPointer<UMockdevTestbed> testbed_;

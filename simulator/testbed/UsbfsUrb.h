@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "simulator/UsbTransfer.h"
 #include "simulator/VirtualUSBDevice.h"
 #include "simulator/testbed/IoctlMemory.h"
 
@@ -25,14 +26,11 @@ class UsbfsUrb {
   /// Lets the device fill an IN request that is not done.
   void progress(VirtualUSBDevice& device);
   /// Ends it; `status` is 0 or a negative error number.
-  void finish(int status) {
-    fields_.status = status;
-    done_ = true;
-  }
+  void finish(int status) { transfer_.finish(status); }
   /// Writes the outcome into the program's memory, and the record's address through `argument`.
   void giveBack(UMockdevIoctlData* argument);
 
-  bool isDone() const { return done_; }
+  bool isDone() const { return transfer_.isDone(); }
   bool isControl() const { return fields_.type == USBDEVFS_URB_TYPE_CONTROL; }
   bool isIn() const { return (fields_.endpoint & USB_DIR_IN) != 0 && !isControl(); }
   std::uint8_t endpoint() const { return fields_.endpoint; }
@@ -67,8 +65,7 @@ class UsbfsUrb {
   Fields fields_{};
   IoctlMemory out_;  ///< the program's buffer where it is sent, or of a control request
   std::unique_ptr<std::byte[]> in_;  ///< where the device's bytes are gathered; null: none yet
-  std::size_t length_ = 0;           ///< bytes that have moved
-  bool done_ = false;
+  UsbTransfer transfer_;
 };
 
 }  // namespace tarvo::simulator

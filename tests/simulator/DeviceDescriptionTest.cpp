@@ -23,6 +23,7 @@ constexpr const char* kCamera = R"({"usb": {"vendor": 1, "product": 2}, "deviceI
 
 TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
   const std::string camera = kCamera;
+  const std::string unit = R"({"kind": "massStorage", "usb": {"vendor": 1, "product": 2}, )";
   const std::pair<std::string, const char*> rows[] = {
       {R"({})", "the description: the key \"usb\" is missing"},
       {R"({"usb": {"vendor": "0x10000", "product": 2}})", "usb.vendor: a number from 0 to 65535"},
@@ -48,6 +49,13 @@ TEST(DeviceDescription, NamesTheKeyPathOfAMistake) {
       {camera + R"("datasets": {"raw": [{"format": "0x3801", "hex": ""}]}})",
        "datasets.raw[0].format: a data set's format"},
       {camera + R"("faults": {"explode": true}})", "faults.explode: unknown fault"},
+      {unit + R"("modePages": {"usbMode": {"flag": 1}}})",
+       "modePages.usbMode: unknown key \"flag\""},
+      {unit + R"("modePages": {"model": {"bytes": [256]}}})",
+       "modePages.model.bytes[0]: a number from 0 to 255"},
+      {unit + R"("camera": {"usb": {"vendor": 1}}})", "camera: usb: the key \"product\""},
+      {unit + R"("camera": "a name"})", "camera: an object is expected"},
+      {unit + R"("faults": {"wrong-id": true}})", "faults.wrong-id: unknown fault"},
       {camera + R"("faults": {"delay": true}})", "faults.delay: the fault is written delay="},
   };
   for (const auto& [json, expected] : rows) {
@@ -61,6 +69,13 @@ TEST(DeviceDescription, ReadsEveryShippedDescription) {
     EXPECT_NO_THROW(DeviceState(DeviceDescription::fromFile(entry.path()))) << entry.path();
   }
   EXPECT_THROW(DeviceDescription::fromFile("/nowhere/x.json"), DescriptionError);
+}
+
+TEST(DeviceDescription, GivesTheCameraOfAUnitTheUnitsSerialNumber) {
+  const auto dock = DeviceDescription::fromFile(DEVICES_FOLDER "/dock.json");
+  EXPECT_EQ(dock.camera->usb.name, "Tarvo Lumo X2");
+  EXPECT_EQ(dock.camera->usb.serial, dock.usb.serial);
+  EXPECT_EQ(dock.camera->info.serial, dock.usb.serial);
 }
 
 TEST(DeviceDescription, NamesWhatADataSetRefersToInVain) {
