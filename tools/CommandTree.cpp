@@ -22,11 +22,13 @@ CommandTree::CommandTree()
   addListing();
   addTransfers();
   addRemoval();
+  addVolumes();
   addProperties();
   addOrders();
   addAddressBook();
   addAlbums();
   addDeviceFiles();
+  addMassStorage();
   addQueries();
   addModels();
   addRecords();
@@ -70,7 +72,12 @@ CLI::App& CommandTree::add(CLI::App& parent, const std::string& name,
 
 CLI::App& CommandTree::addGroup(const std::string& name, const std::string& description,
                                 const std::string& example) {
-  auto* group = app_.add_subcommand(name, description);
+  return addGroup(app_, name, description, example);
+}
+
+CLI::App& CommandTree::addGroup(CLI::App& parent, const std::string& name,
+                                const std::string& description, const std::string& example) {
+  auto* group = parent.add_subcommand(name, description);
   group->require_subcommand(1);
   group->footer("Example:\n  " + example);
   return *group;

@@ -14,6 +14,7 @@
 #include "tools/EventCommand.h"
 #include "tools/GetCommand.h"
 #include "tools/ListCommand.h"
+#include "tools/MassStorageCommands.h"
 #include "tools/ModelCommands.h"
 #include "tools/OrdersCommands.h"
 #include "tools/PropertyCommands.h"
@@ -22,6 +23,7 @@
 #include "tools/RecordCommands.h"
 #include "tools/RemoveCommands.h"
 #include "tools/StorageCommands.h"
+#include "tools/VolumeCommands.h"
 
 namespace tarvo::tools {
 
@@ -45,11 +47,13 @@ class CommandTree {
   void addListing();
   void addTransfers();
   void addRemoval();
+  void addVolumes();
   void addProperties();
   void addOrders();
   void addAddressBook();
   void addAlbums();
   void addDeviceFiles();
+  void addMassStorage();
   void addQueries();
   void addModels();
   void addRecords();
@@ -59,6 +63,8 @@ class CommandTree {
                 const std::string& example, Command run);
   /// One that only holds others.
   CLI::App& addGroup(const std::string& name, const std::string& description,
+                     const std::string& example);
+  CLI::App& addGroup(CLI::App& parent, const std::string& name, const std::string& description,
                      const std::string& example);
 
   CLI::App app_;
@@ -74,6 +80,9 @@ class CommandTree {
   PutOptions put_;
   RemoveOptions remove_;
   RenameOptions rename_;
+  VolumeListOptions volumeList_;
+  VolumeGetOptions volumeGet_;
+  VolumeRemoveOptions volumeRemove_;
   PropertyOptions property_;
   OrdersShowOptions ordersShow_;
   OrdersFulfilOptions ordersFulfil_;
@@ -86,6 +95,8 @@ class CommandTree {
   FavouritesDeleteOptions favourites_;
   CollectionSetOptions collection_;
   FileOptions file_;
+  UnitModeOptions unitMode_;
+  UnitMountOptions unitMount_;
   QueryOptions query_;
   ModelCheckOptions models_;
   RecordOptions records_;

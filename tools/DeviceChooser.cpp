@@ -29,16 +29,6 @@ bool isSupported(SupportedModels& models, const DeviceSummary& device) {
          SupportedModels::isValidCard(device.path);
 }
 
-/// A location as a user writes it: signed decimal, or 0x...
-std::optional<std::int32_t> locationFrom(std::string_view text) {
-  const bool isNegative = text.starts_with('-');
-  if (isNegative) text.remove_prefix(1);
-  const auto number = numberOf(text, isNegative ? 0x80000000U : 0xFFFFFFFFU);
-  if (!number) return std::nullopt;
-  const auto bits = static_cast<std::uint32_t>(*number);
-  return static_cast<std::int32_t>(isNegative ? 0U - bits : bits);
-}
-
 std::string listInWords(const std::vector<DeviceSummary>& devices) {
   std::string words;
   for (const auto& device : devices)
@@ -106,8 +96,21 @@ DeviceSummary onlyDevice(const std::string& operation, std::vector<DeviceSummary
 
 }  // namespace
 
+std::optional<std::int32_t> locationFrom(std::string_view text) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative) text.remove_prefix(1);
+  const auto number = numberOf(text, isNegative ? 0x80000000U : 0xFFFFFFFFU);
+  if (!number) return std::nullopt;
+  const auto bits = static_cast<std::uint32_t>(*number);
+  return static_cast<std::int32_t>(isNegative ? 0U - bits : bits);
+}
+
+std::string locationInHex(std::optional<std::int32_t> location) {
+  return location ? formatted("0x%08x", static_cast<unsigned>(*location)) : "";
+}
+
 std::string locationInHex(const DeviceSummary& device) {
-  return device.location ? formatted("0x%08x", static_cast<unsigned>(*device.location)) : "";
+  return locationInHex(device.location);
 }
 
 std::string inWords(const DeviceSummary& device) {
@@ -172,6 +175,31 @@ DeviceSummary chooseDevice(ToolContext& context, const std::string& operation) {
   auto devices = presentDevices(context.platform);
   return context.options.device.empty() ? onlyDevice(operation, std::move(devices))
                                         : namedDevice(context, operation, devices);
+}
+
+DeviceSummary chooseVolume(ToolContext& context, const std::string& operation) {
+  auto volumes = presentDevices(context.platform);
+  std::erase_if(volumes, [](const DeviceSummary& device) { return device.path.empty(); });
+  const std::string connected = listInWords(volumes);
+  const std::string& wanted = context.options.device;
+  const auto location = locationFrom(wanted);
+  std::erase_if(volumes, [&](const DeviceSummary& volume) {
+    const bool isThere = location && volume.location == location;
+    return !wanted.empty() && volume.serial != wanted && volume.name != wanted && !isThere;
+  });
+  if (volumes.size() == 1) return volumes.front();
+  if (volumes.size() > 1)
+    throw ToolError({.operation = operation,
+                     .why = "several volumes are mounted: " + connected,
+                     .advice = "Choose one with --device SERIAL, LOCATION or the volume's name."},
+                    kBadUsage);
+  if (connected.empty())
+    refuseDevice(operation, "no card and no camera is mounted",
+                 "Connect one, mount it, and see 'tarvoctl devices'.");
+  refuseDevice(operation,
+               "there is no volume with the serial number, location or name '" + wanted +
+                   "'; mounted: " + connected,
+               "'tarvoctl devices' shows what is connected.");
 }
 
 }  // namespace tarvo::tools

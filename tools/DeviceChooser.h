@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/imagecapture/ImageCapture.h"
@@ -32,6 +33,9 @@ PropertyDictionary asJSON(const DeviceSummary& device);
 std::string inWords(const DeviceSummary& device);
 /// "0x01100000"; empty without one.
 std::string locationInHex(const DeviceSummary& device);
+std::string locationInHex(std::optional<std::int32_t> location);
+/// A location as a user writes it: signed decimal, or 0x...; none for anything else.
+std::optional<std::int32_t> locationFrom(std::string_view text);
 
 /// Every PTP device and every volume of a USB device, in order of arrival.
 std::vector<DeviceSummary> presentDevices(ToolPlatform& platform);
@@ -41,5 +45,9 @@ std::optional<DeviceSummary> summaryOf(ToolPlatform& platform, ICAObject object)
 /// The device that --device names; without it the only PTP device of the maker. Raises a ToolError:
 /// kNoDevice where there is none, kBadUsage, with a list, where there are several.
 DeviceSummary chooseDevice(ToolContext& context, const std::string& operation);
+
+/// The volume that --device names, by serial number, location or its own name (a unit can have
+/// several); without it the only one. Raises as chooseDevice().
+DeviceSummary chooseVolume(ToolContext& context, const std::string& operation);
 
 }  // namespace tarvo::tools

@@ -36,6 +36,7 @@ Output::Output(std::FILE* out, std::FILE* err, const GlobalOptions& options)
       err_(err),
       json_(options.json),
       quiet_(options.quiet),
+      outIsTerminal_(isTerminal(out)),
       outHasColours_(wantsColours(out)),
       errHasColours_(wantsColours(err)),
       errIsTerminal_(isTerminal(err)) {}
@@ -59,7 +60,7 @@ void Output::write(std::string_view data) {
   stepAside();
   check(std::fwrite(data.data(), 1, data.size(), out_) == data.size());
   // At once: what comes next may take a device its time, and who reads is not to wait for it.
-  flush();
+  if (!gathers_) flush();
 }
 
 void Output::flush() {
@@ -105,6 +106,8 @@ void Output::endList() {
 
 void Output::writeError(const std::string& text) {
   stepAside();
+  // Where both go to one place, in the order in which they were said.
+  if (gathers_) std::fflush(out_);
   beside(text + "\n");
 }
 

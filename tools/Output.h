@@ -52,6 +52,9 @@ class Output {
   void endList();
   /// Hands everything on. Raises as above.
   void flush();
+  /// From here on results are handed on by the bufferful, except to a terminal: for lists that come
+  /// as fast as a disk is read. Without it each is handed on at once.
+  void gather() { gathers_ = !outIsTerminal_; }
 
   // Beside the results.
 
@@ -78,6 +81,8 @@ class Output {
   std::FILE* err_;
   bool json_;
   bool quiet_;
+  bool outIsTerminal_;
+  bool gathers_ = false;
   bool outHasColours_;
   bool errHasColours_;
   bool errIsTerminal_;

@@ -6,6 +6,7 @@
 
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "identify/models/SupportedModels.h"
+#include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/MakerConstants.h"
 #include "tools/GlobalOptions.h"
 #include "tools/Interrupt.h"
@@ -24,6 +25,9 @@ class ToolPlatform {
   virtual SupportedModels& models() = 0;
   /// Makes what reaches devices, and the room of the picture devices, at the first call.
   virtual const PictureDeviceServices& services() = 0;
+  /// The maker's mass-storage units. Makes what reaches them, their room and that of the
+  /// identification, at the first call.
+  virtual TarvoMSCDeviceList& massStorage() = 0;
 };
 
 /// Everything is lent for the length of the command.

@@ -4,6 +4,10 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "identify/IdentifyRoom.h"
+#include "msc/MSCRoom.h"
+#include "platform/diskarbitration/UDisks2DiskArbitration.h"
+#include "platform/foundation/BusConnection.h"
 #include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "platform/foundation/JournalLog.h"
@@ -14,6 +18,7 @@
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "platform/imagecapture/ptp/LibusbConnector.h"
 #include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
+#include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo::tools {
@@ -73,6 +78,45 @@ struct ToolProcess::Devices {
                           defaultEncoding(base_.preferences, base_.log)}};
 };
 
+namespace {
+
+/// Connects to the system bus for the first operation on a disk: no other command needs a bus.
+class ToolDiskArbitration : public DiskArbitration {
+ public:
+  ToolDiskArbitration(RunLoop& loop, const LogSink& log)
+      : systemBus_(loop, log), diskArbitration_(systemBus_, log) {}
+
+  std::unique_ptr<DASession> createSession() override {
+    if (!std::exchange(isStarted_, true)) {
+      systemBus_.start();
+      systemBus_.waitUntilSettled();
+    }
+    return diskArbitration_.createSession();
+  }
+
+ private:
+  SystemBus systemBus_;
+  UDisks2DiskArbitration diskArbitration_;
+  bool isStarted_ = false;
+};
+
+}  // namespace
+
+struct ToolProcess::MassStorage {
+  MassStorage(Base& base, Devices& devices)
+      : scsi(devices.registry, base.log),
+        diskArbitration(base.loop, base.log),
+        identify({devices.imageCapture, devices.registry, devices.mounts}),
+        room({devices.center, devices.registry, scsi, diskArbitration, devices.mounts,
+              base.preferences, base.constants, base.log,
+              defaultEncoding(base.preferences, base.log), stderr}) {}
+
+  SgSCSIServices scsi;
+  ToolDiskArbitration diskArbitration;
+  IdentifyRoom identify;
+  MSCRoom room;
+};
+
 ToolProcess::ToolProcess(const GlobalOptions& options, const Interrupt& interrupt)
     : options_(options), interrupt_(interrupt) {}
 
@@ -91,9 +135,18 @@ SupportedModels& ToolProcess::models() {
   return base().models;
 }
 
-const PictureDeviceServices& ToolProcess::services() {
+ToolProcess::Devices& ToolProcess::devices() {
   if (!devices_) devices_ = std::make_unique<Devices>(base(), timeoutsFor(options_, interrupt_));
-  return devices_->room.services();
+  return *devices_;
+}
+
+const PictureDeviceServices& ToolProcess::services() {
+  return devices().room.services();
+}
+
+TarvoMSCDeviceList& ToolProcess::massStorage() {
+  if (!massStorage_) massStorage_ = std::make_unique<MassStorage>(base(), devices());
+  return massStorage_->room.list();
 }
 
 }  // namespace tarvo::tools

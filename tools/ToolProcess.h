@@ -1,6 +1,6 @@
 // tarvoctl as a process: the smaller twin of the agent's. It owns the platform services and the
-// state of the rooms, in the order in which they need each other, without buses and without a
-// listener, and makes each no earlier than a command needs it.
+// state of the rooms, in the order in which they need each other, without a listener, and makes
+// each no earlier than a command needs it.
 #pragma once
 
 #include <memory>
@@ -19,17 +19,21 @@ class ToolProcess : public ToolPlatform {
   const MakerConstants& maker() override;
   SupportedModels& models() override;
   const PictureDeviceServices& services() override;
+  TarvoMSCDeviceList& massStorage() override;
 
  private:
   struct Base;
   struct Devices;
+  struct MassStorage;
 
   Base& base();
+  Devices& devices();
 
   const GlobalOptions& options_;
   const Interrupt& interrupt_;
-  std::unique_ptr<Base> base_;        ///< log, preferences, main loop, models
-  std::unique_ptr<Devices> devices_;  ///< what reaches devices
+  std::unique_ptr<Base> base_;                ///< log, preferences, main loop, models
+  std::unique_ptr<Devices> devices_;          ///< what reaches devices
+  std::unique_ptr<MassStorage> massStorage_;  ///< what reaches units and their disks
 };
 
 }  // namespace tarvo::tools

@@ -61,24 +61,39 @@ std::vector<std::string> subcommandsOf(const std::string& help) {
   return names;
 }
 
-/// Every command that does something, "storage format" among them.
-std::vector<std::string> allCommands() {
+/// Every command below `group` that does something, "storage format" among them.
+std::vector<std::string> allCommands(const std::string& group = "") {
+  const auto parts = subcommandsOf(helpOf(group));
+  if (parts.empty()) return {group};
   std::vector<std::string> commands;
-  for (const auto& name : subcommandsOf(helpOf(""))) {
-    const auto parts = subcommandsOf(helpOf(name));
-    if (parts.empty()) commands.push_back(name);
-    for (const auto& part : parts)
-      commands.push_back(name + " " + part);
-  }
+  for (const auto& part : parts)
+    for (auto& command : allCommands(group.empty() ? part : group + " " + part))
+      commands.push_back(std::move(command));
   return commands;
 }
 
 TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
-  for (const char* words :
-       {"", "nonsense", "--nonsense", "ls --nonsense", "storage", "rename 1",
-        "--timeout never devices", "--timeout 0 devices", "decode objectinfo", "ls --limit -1",
-        "decode nonsense -", "models check F055", "models check F055:10000", "get",
-        "get --all --overwrite --keep-both", "property get Nonsense", "ls --store x"}) {
+  for (const char* words : {"",
+                            "nonsense",
+                            "--nonsense",
+                            "ls --nonsense",
+                            "storage",
+                            "rename 1",
+                            "--timeout never devices",
+                            "--timeout 0 devices",
+                            "decode objectinfo",
+                            "ls --limit -1",
+                            "decode nonsense -",
+                            "models check F055",
+                            "models check F055:10000",
+                            "get",
+                            "get --all --overwrite --keep-both",
+                            "property get Nonsense",
+                            "ls --store x",
+                            "msc mode",
+                            "msc mode set",
+                            "msc mode set disk",
+                            "msc mode set camera --wake-after 9"}) {
     const auto run = runTool(wordsOf(words));
     EXPECT_EQ(run.exitCode, tools::kBadUsage) << words;
     EXPECT_THAT(run.out, IsEmpty()) << words;

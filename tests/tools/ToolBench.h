@@ -35,6 +35,9 @@ class NoPlatform : public tools::ToolPlatform {
   const PictureDeviceServices& services() override {
     throw std::logic_error("the platform was asked for");
   }
+  TarvoMSCDeviceList& massStorage() override {
+    throw std::logic_error("the platform was asked for");
+  }
 };
 
 /// Runs `words` behind "tarvoctl". `input` is standard input.
@@ -44,7 +47,7 @@ ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& plat
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
 
 /// A simulated camera with tarvoctl on it.
-class CameraBench : public tools::ToolPlatform {
+class CameraBench : public NoPlatform {
  public:
   /// `json` is laid over a camera with folders, pictures and properties.
   explicit CameraBench(const std::string& json = "{}");

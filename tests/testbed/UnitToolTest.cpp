@@ -1,0 +1,151 @@
+// The unmodified tarvoctl at the maker's mass-storage units.
+#include "tests/diskarbitration/FakeUDisks2.h"
+#include "tests/support/HexBytes.h"
+#include "tests/support/ViolationCheck.h"
+#include "tests/testbed/ToolTestbed.h"
+
+namespace tarvo::test {
+namespace {
+
+using simulator::MassStorageUnit;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+class UnitTool : public ToolTestbed {
+ protected:
+  void TearDown() override { expectNoViolations(*testbed_); }
+
+  std::shared_ptr<MassStorageUnit> plugUnit(const std::string& name) {
+    return testbed_->device(plug(camera(name)))->unit;
+  }
+  static std::string lastData(const MassStorageUnit& unit) {
+    const auto commands = unit.commands();
+    return commands.empty() ? "" : hexText(commands.back().data);
+  }
+};
+
+TEST_F(UnitTool, ShowsUnitsAndWhatTheyAre) {
+  plugUnit("dock");
+  const auto list = tool("--json msc list").json();
+  ASSERT_EQ(list.size(), 1U) << list;
+  EXPECT_EQ(list[0]["location"], 0x01100000);
+  EXPECT_EQ(list[0]["serial"], "TPD-000073");
+  const auto mode = tool("--json msc mode get").json();
+  EXPECT_EQ(mode["supportsAutoPowerCycle"], true);
+  EXPECT_EQ(mode["isCompositeDevice"], false);
+  EXPECT_EQ(mode["memoryMode"], true);
+  EXPECT_EQ(tool("msc model").out, "Tarvo Lumo 410\n");
+}
+
+TEST_F(UnitTool, SendsAUnitToAnotherMode) {
+  struct Row {
+    const char* words;
+    const char* page;
+  };
+  const Row rows[] = {{"startup",
+                       "01"
+                       "00"
+                       "00000000"},
+                      {"memory --permanent",
+                       "82"
+                       "00"
+                       "00000000"},
+                      {"camera",
+                       "04"
+                       "00"
+                       "00000000"},
+                      {"camera --power-down --wake-after 1234",
+                       "04"
+                       "01"
+                       "0000007b"}};
+  const auto unit = plugUnit("dock");
+  for (const auto& row : rows) {
+    const auto run = tool(std::string("msc mode set ") + row.words);
+    EXPECT_EQ(run.exitCode, 0) << row.words << "\n" << run.err;
+    // The capabilities go back as they were read.
+    EXPECT_EQ(lastData(*unit), std::string("00000000000000002507") + row.page + "03") << row.words;
+  }
+  EXPECT_TRUE(waitUntil([&] {
+    const auto* device = testbed_->device("1-1");
+    return device != nullptr && device->camera;
+  }));
+}
+
+TEST_F(UnitTool, SetsTheClock) {
+  const auto unit = plugUnit("dock-fixed");
+  const auto run = tool("--json msc clock set");
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(lastData(*unit), StartsWith("0000000000000000290e"));
+  auto digits = run.json()["dateTime"].get<std::string>();
+  std::erase_if(digits, [](char each) { return each < '0' || each > '9'; });
+  EXPECT_EQ(unit->state().clock, digits);
+}
+
+TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
+  RunningBus bus;
+  FakeUDisks2 disks(bus);
+  const auto unit = plugUnit("dock-fixed");
+  disks.objects = FakeUDisks2::block("sr0", {.drive = "Dock", .mountPoints = "[b'/mnt']"});
+  const auto run = [&](const std::string& words) {
+    return shell("exec env DBUS_SYSTEM_BUS_ADDRESS=" + bus.address() + " tarvoctl --json msc " +
+                 words);
+  };
+  EXPECT_EQ(run("orders").json()["sharingOrderExists"], false);
+  folder_.write("volumes/TARVO_DOCK/MISC/IREVIEW.DB", "orders");
+  EXPECT_EQ(run("orders").json()["sharingOrderExists"], true);
+  EXPECT_EQ(run("unmount").json()["unmounted"], true);
+  EXPECT_EQ(run("mount").json()["mounted"], "sr0");
+  EXPECT_FALSE(unit->state().isTrayOpen);
+  EXPECT_EQ(run("eject").json()["ejected"], true);
+  EXPECT_TRUE(unit->state().isTrayOpen);
+  const std::string object = FakeUDisks2::blockPath("sr0");
+  EXPECT_THAT(disks.calls(),
+              ElementsAre(StartsWith("Unmount " + object), StartsWith("Mount " + object),
+                          StartsWith("Unmount " + object)));
+}
+
+TEST_F(UnitTool, FailsInWords) {
+  struct Row {
+    const char* unit;
+    const char* fault;
+    const char* value;
+    const char* words;
+    const char* expected;
+  };
+  const Row rows[] = {
+      {"dock-faulty", "", "", "mode get", "USB mode page is too short"},
+      {"dock-faulty", "", "", "clock set", "SCSI status 0x02"},
+      {"dock", "sense", "0x052600,0x55", "mode set camera", "5/26/00"},
+      {"dock", "status", "0x18,0x55", "clock set", "0x18"},
+      {"dock", "truncate", "0,0x5A", "model", "model page is too short"},
+      {"dock", "mode-length", "0xFFFF,0x5A", "model", "model page is too short"},
+      {"dock", "vanish-command", "@1", "mode get", "mode page 0x25"},
+      {"dock", "vanish", "@2", "mode get", "mode page 0x25"},
+      {"dock", "vanish-status", "@3", "mode set camera", "the unit has gone"},
+      {"dock", "phase-error", "0x55", "mode set camera", "the unit gave no answer"},
+  };
+  for (const auto& row : rows) {
+    auto described = camera(row.unit);
+    if (*row.fault != '\0') described.faults.set(row.fault, row.value);
+    const auto id = plug(std::move(described));
+    const auto run = tool(std::string("msc ") + row.words);
+    EXPECT_EQ(run.exitCode, 1) << row.words << " with " << row.fault << ": " << run.out;
+    EXPECT_THAT(run.out, IsEmpty()) << row.words << " with " << row.fault;
+    EXPECT_THAT(run.err, HasSubstr(row.expected)) << row.words << " with " << row.fault;
+    if (testbed_->device(id) != nullptr) testbed_->unplug(id);
+  }
+  EXPECT_EQ(tool("msc model").exitCode, 3);
+}
+
+// Whatever the unit claims, what is shown are bytes that it has sent.
+TEST_F(UnitTool, DoesNotBelieveLengths) {
+  const auto unit = plugUnit("dock-faulty");
+  EXPECT_EQ(tool("msc model").out, "Tarvo Faulty Dock\n");
+  ASSERT_EQ(unit->setFault("short", "0x5A,@2"), "");
+  EXPECT_EQ(tool("msc model").out, "Tar\n");
+}
+
+}  // namespace
+}  // namespace tarvo::test

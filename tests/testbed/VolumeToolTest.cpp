@@ -1,0 +1,85 @@
+// The unmodified tarvoctl on cards that are really mounted: its examples, mounts below a card, and
+// a destination without room.
+#include <sys/mount.h>
+
+#include <filesystem>
+
+#include "tests/testbed/ToolTestbed.h"
+
+namespace tarvo::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+using ::testing::UnorderedElementsAre;
+
+/// A file system in memory, mounted for the test alone.
+class SmallMount {
+ public:
+  SmallMount(std::string path, const char* options) : path_(std::move(path)) {
+    fs::create_directories(path_);
+    EXPECT_EQ(::mount("tmpfs", path_.c_str(), "tmpfs", 0, options), 0);
+  }
+  SmallMount(const SmallMount&) = delete;
+  SmallMount& operator=(const SmallMount&) = delete;
+  ~SmallMount() { ::umount2(path_.c_str(), MNT_DETACH); }
+
+ private:
+  std::string path_;
+};
+
+class VolumeTool : public ToolTestbed {
+ protected:
+  std::string card(const std::string& name) const {
+    return folder_.path("volumes/TARVO_CARD/" + name);
+  }
+  static std::vector<std::string> filesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder))
+      names.push_back(entry.path().filename());
+    return names;
+  }
+};
+
+TEST_F(VolumeTool, ListsCopiesAndDeletesOnEveryKindOfUnit) {
+  for (const char* device : {"card", "msc-camera"}) {
+    const auto id = plug(camera(device));
+    EXPECT_THAT(tool("volume ls --long").out, HasSubstr("1.3 MB")) << err();
+    EXPECT_EQ(tool("volume get --new --output pictures/").exitCode, 0) << err();
+    EXPECT_EQ(fs::file_size(folder_.path("work/pictures/TARV0001.JPG")), 1310720U);
+    EXPECT_EQ(tool("volume rm TARV0001.JPG --yes").exitCode, 0) << err();
+    EXPECT_EQ(tool("volume rm TARV0001.JPG --yes").exitCode, 1);
+    testbed_->unplug(id);
+    fs::remove_all(folder_.path("work/pictures"));
+  }
+  EXPECT_EQ(tool("volume ls").exitCode, 3);
+}
+
+TEST_F(VolumeTool, DoesNotEnterAMountBelowTheCard) {
+  plug(camera("card"));
+  const SmallMount below(card("BELOW"), "size=1m");
+  folder_.write("volumes/TARVO_CARD/BELOW/other.jpg", "of another file system");
+  // The same file system at a second place is another mount, too, and would be a loop.
+  fs::create_directories(card("LOOP"));
+  ASSERT_EQ(::mount(card("").c_str(), card("LOOP").c_str(), nullptr, MS_BIND, nullptr), 0);
+  std::vector<std::string> paths;
+  for (const auto& each : tool("--json volume ls --all").json())
+    paths.push_back(each.value("path", ""));
+  EXPECT_THAT(paths,
+              UnorderedElementsAre("BELOW", "LOOP", "MISC", "MISC/IREVIEW.DB", "TARV0001.JPG"));
+  EXPECT_EQ(tool("volume rm LOOP/TARV0001.JPG BELOW/other.jpg --yes").exitCode, 1);
+  EXPECT_EQ(tool("volume get LOOP/TARV0001.JPG").exitCode, 1);
+  ::umount2(card("LOOP").c_str(), MNT_DETACH);
+}
+
+TEST_F(VolumeTool, AFullDiskHasNoPartOfAFile) {
+  plug(camera("card"));
+  const SmallMount small(folder_.path("work/small"), "size=1m");
+  const auto run = tool("volume get --all --output small/");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_THAT(run.err, HasSubstr("No space left on device"));
+  EXPECT_THAT(filesIn(folder_.path("work/small")), UnorderedElementsAre("IREVIEW.DB"));
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,207 @@
+// msc: units that show themselves as a disk.
+#include <gmock/gmock.h>
+
+#include "identify/IdentifyRoom.h"
+#include "msc/MSCRoom.h"
+#include "tests/support/FakeDiskArbitration.h"
+#include "tests/support/FakeSCSIServices.h"
+#include "tests/support/PictureDeviceTestRoom.h"
+#include "tests/tools/ToolBench.h"
+
+namespace tarvo::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ContainsRegex;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+/// Fakes of what tarvoctl asks for units and disks.
+class UnitBench : public NoPlatform {
+ public:
+  const PictureDeviceServices& services() override { return host.room->services(); }
+  TarvoMSCDeviceList& massStorage() override { return room.list(); }
+
+  ServiceHandle plugUSB(const std::string& serial, std::uint32_t location) {
+    return host.registry.add({{"IOClass", "usb_device"},
+                              {"USB Product Name", "Dock"},
+                              {"USB Serial Number", serial},
+                              {"idVendor", 0xF055},
+                              {"locationID", location}});
+  }
+  /// A unit that answers every page.
+  std::shared_ptr<FakeSCSIUnit> plug(const std::string& disk = "sr0") {
+    usb = plugUSB("SN-" + disk, 0xFA200000U + static_cast<std::uint32_t>(scsi.units.size()));
+    return plugFakeUnit(host.registry, scsi, disk,
+                        {{0x25, kUSBModePageAnswer},
+                         {0x26, "0012 0000 00000000 26 08 4c1b6d6f20373030"},
+                         {0x29, "0010 0000 00000000 29 0e"}},
+                        usb);
+  }
+  void plugCard(const std::string& name, const std::string& disk) {
+    const auto whole =
+        host.registry.add({{"IOClass", "block"}, {"BSD Name", disk.substr(0, 3)}}, usb);
+    host.registry.add({{"IOClass", "block"}, {"BSD Name", disk}}, whole);
+    if (!name.empty()) host.ica.addVolume(name, disk);
+  }
+  ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }
+
+  PictureDeviceTestRoom host;
+  FakeSCSIServices scsi;
+  FakeDiskArbitration disks;
+  IdentifyRoom identify{{host.ica, host.registry, host.mounts}};
+  MSCRoom room{{host.center,
+                host.registry,
+                scsi,
+                disks,
+                host.mounts,
+                host.defaults,
+                host.maker,
+                {},
+                "UTF-8",
+                stderr}};
+  ServiceHandle usb = 0;
+};
+
+TEST(Units, AreListedWithoutBeingAsked) {
+  UnitBench bench;
+  EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::array());
+  const auto unit = bench.plug();
+  bench.plugCard("CARD", "sdb1");
+  const auto run = bench.run({"--json", "msc", "list"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.json(), nlohmann::json::parse(R"([{
+    "name": "Lumo 700", "location": -98566144, "locationHex": "0xfa200000", "serial": "SN-sr0",
+    "bsdName": "sr0", "volume": "CARD", "volumeBSDName": "sdb1"}])"));
+  EXPECT_THAT(bench.run({"msc", "list"}).out, HasSubstr("SN-sr0"));
+  EXPECT_THAT(unit->take(), IsEmpty());
+}
+
+TEST(Units, AreChosenBySerialNumberOrLocationOrBecauseTheyAreAlone) {
+  UnitBench bench;
+  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, tools::kNoDevice);
+  bench.plug();
+  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, 0);
+  bench.plug("sr1");
+  const auto several = bench.run({"msc", "model"});
+  EXPECT_EQ(several.exitCode, tools::kBadUsage);
+  EXPECT_THAT(several.err, HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
+  for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"}) {
+    const auto run = bench.run({"--json", "--device", device, "msc", "model"});
+    EXPECT_EQ(run.json()["bsdName"], "sr1") << device;
+  }
+  const auto none = bench.run({"--device", "SN-sr", "msc", "model"});
+  EXPECT_EQ(none.exitCode, tools::kNoDevice);
+  EXPECT_THAT(none.err, HasSubstr("connected: SN-sr0"));
+}
+
+TEST(Units, TellModeAndModel) {
+  UnitBench bench;
+  bench.plug();
+  EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
+              ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
+  const auto mode = bench.run({"--json", "msc", "mode", "get"}).json();
+  EXPECT_EQ(mode["cameraMode"], true);
+  EXPECT_EQ(mode["autoWakeup"], 0x0403);
+  // What a unit calls itself cannot steer the terminal.
+  EXPECT_EQ(bench.run({"msc", "model"}).out, "L\uFFFDmo 700\n");
+}
+
+TEST(Units, AreSentToEachModeAsTheOptionsSay) {
+  UnitBench bench;
+  const auto unit = bench.plug();
+  const std::pair<std::vector<std::string>, const char*> rows[] = {
+      {{"camera"}, "04000000000007"},
+      {{"startup", "--permanent"}, "81000000000007"},
+      {{"memory", "--power-down", "--wake-after", "1234"},
+       "0201"
+       "0000007b"
+       "07"}};
+  for (const auto& [options, page] : rows) {
+    std::vector<std::string> words = {"msc", "mode", "set"};
+    words.insert(words.end(), options.begin(), options.end());
+    const auto run = bench.run(words);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_THAT(run.out, HasSubstr("was sent to " + options[0] + " mode"));
+    EXPECT_THAT(run.err, IsEmpty());
+    EXPECT_THAT(unit->take(),
+                Contains("SetScatterGatherEntries 00000000000000002507" + std::string(page)));
+  }
+  bench.plugCard("CARD", "sdb1");
+  EXPECT_THAT(bench.run({"msc", "mode", "set", "camera"}).err,
+              HasSubstr("CARD (sdb1) is still mounted"));
+  EXPECT_THAT(bench.disks.take(), IsEmpty());
+}
+
+TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
+  UnitBench bench;
+  const auto unit = bench.plug();
+  bench.plugCard("CARD", "sdb1");
+  const std::vector<std::string> unmounted = {"unmount sr0 whole", "run 20000",
+                                              "unmount sdb1 whole", "run 20000"};
+  EXPECT_EQ(bench.run({"--json", "msc", "unmount"}).json()["unmounted"], true);
+  EXPECT_EQ(bench.disks.take(), unmounted);
+  EXPECT_THAT(bench.run({"msc", "eject"}).out, HasSubstr("can be taken away"));
+  EXPECT_EQ(bench.disks.take(), unmounted);
+  EXPECT_THAT(unit->take(), ElementsAre("SetTrayState 1"));
+}
+
+TEST(Units, SayWhoKeepsAVolumeAndLeaveTheTrayShutThen) {
+  UnitBench bench;
+  const auto unit = bench.plug();
+  bench.disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
+  for (const char* command : {"unmount", "eject"}) {
+    const auto run = bench.run({"msc", command});
+    EXPECT_EQ(run.exitCode, tools::kFailed);
+    EXPECT_EQ(run.err, std::string("tarvoctl: msc ") + command +
+                           " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what "
+                           "uses it and try again.\n");
+  }
+  EXPECT_THAT(unit->take(), IsEmpty());
+}
+
+TEST(Units, MountTheOneDiskThatCanBeMeant) {
+  UnitBench bench;
+  bench.plug();
+  EXPECT_EQ(bench.run({"--json", "msc", "mount"}).json()["mounted"], "sr0");
+  bench.plugCard("", "sdb1");
+  bench.host.mounts.add("/dev/sdb1", "/media/u/CARD");
+  bench.disks.take();
+  EXPECT_EQ(bench.run({"msc", "mount"}).out, "sdb1 is mounted at /media/u/CARD.\n");
+  EXPECT_THAT(bench.disks.take(), ElementsAre("mount sdb1 at ''", "run 20000"));
+  bench.plugCard("", "sdc1");
+  EXPECT_THAT(bench.run({"msc", "mount"}).err, HasSubstr("say which disk: sdb1, sdc1"));
+  EXPECT_EQ(bench.run({"msc", "mount", "sdc1"}).exitCode, 0);
+  EXPECT_EQ(bench.run({"msc", "mount", "sda1"}).exitCode, tools::kFailed);
+}
+
+TEST(Units, TellWhetherPicturesWaitToBeShared) {
+  UnitBench bench;
+  bench.plug();
+  const auto run = bench.run({"--json", "msc", "orders"});
+  EXPECT_EQ(run.exitCode, 0);
+  EXPECT_EQ(run.json()["sharingOrderExists"], false);
+  EXPECT_THAT(bench.run({"msc", "orders"}).err, HasSubstr("No card"));
+}
+
+// Every command that asks the unit: a unit that refuses, or goes, is a failure with its status.
+TEST(Units, ThatRefuseOrGoAreFailuresInWordsWithTheStatus) {
+  const std::vector<std::vector<std::string>> commands = {{"msc", "mode", "get"},
+                                                          {"msc", "mode", "set", "camera"},
+                                                          {"msc", "model"},
+                                                          {"msc", "clock", "set"},
+                                                          {"msc", "eject"}};
+  for (auto words : commands) {
+    UnitBench bench;
+    bench.plug()->callsUntilUnplugged = 0;
+    words.insert(words.begin(), "--json");
+    const auto run = bench.run(words);
+    EXPECT_EQ(run.exitCode, tools::kFailed) << words.back();
+    EXPECT_EQ(run.json()["error"]["statusHex"], "0xe00002c0");
+    EXPECT_EQ(run.json()["error"]["advice"], "Plug the device in again.");
+  }
+}
+
+}  // namespace
+}  // namespace tarvo::test

@@ -1,0 +1,316 @@
+#include "tools/VolumeCommands.h"
+
+#include <algorithm>
+#include <optional>
+#include <utility>
+
+#include "NativeServices/PictureDevice/FileTypeTables.h"
+#include "NativeServices/PictureDevice/VolumeFiles.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "tools/Batch.h"
+#include "tools/Listing.h"
+#include "tools/LocalFiles.h"
+#include "tools/ObjectPaths.h"
+#include "tools/OpenedVolume.h"
+#include "tools/Progress.h"
+#include "tools/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+using Kind = FolderWalk::Kind;
+using Entry = FolderWalk::Entry;
+
+constexpr std::uint16_t kFolderFormat = 0x3001;
+
+PropertyDictionary namesOf(const Entry& entry) {
+  return {{"name", validUTF8(entry.name())}, {"path", validUTF8(entry.path)}};
+}
+
+/// As a PTP device would tell of the file, so that both lists have the same keys.
+XTExtendedObjectInfo infoOf(const Entry& entry, const struct stat& attributes) {
+  constexpr off_t kMost = 0xFFFFFFFF;
+  XTExtendedObjectInfo info;
+  const bool isFolder = entry.kind == Kind::kFolder;
+  info.setObjFmtCode(isFolder ? kFolderFormat
+                              : ptpFormatOfExtension(lowerCaseExtension(entry.name())));
+  info.setCompressedSize(
+      isFolder ? 0 : static_cast<std::uint32_t>(std::min(attributes.st_size, kMost)));
+  info.setFileName(validUTF8(entry.name()));
+  info.setModDataStr(ptpDateOfTime(attributes.st_mtime).value_or(""));
+  return info;
+}
+
+/// One run of volume ls.
+class VolumeList {
+ public:
+  VolumeList(ToolContext& context, const VolumeListOptions& options)
+      : context_(context),
+        options_(options),
+        volume_(context, kOperation),
+        listing_(context.output, columnsFor(options), Listing::kStreamed) {}
+
+  int run() {
+    context_.output.gather();
+    const auto which = options_.all ? VolumeFiles::kEverything : VolumeFiles::kPictures;
+    volume_.visit(
+        {}, which,
+        {.onEntry = [this](const auto& walk, const Entry& entry, bool) { show(walk, entry); },
+         .onUnreadable =
+             [this](const std::string& path, const Failure& failure) {
+               exitCode_ = kFailed;
+               listing_.addFailure({{"path", validUTF8(path)}}, failure);
+             },
+         .onUnmatched = [](const std::string&) {},
+         .goesOn = [this] { return !context_.interrupt.isSet(); }});
+    endIfInterrupted(context_, kOperation);
+    listing_.finish();
+    return exitCode_;
+  }
+
+ private:
+  static constexpr const char* kOperation = "volume ls";
+
+  static std::vector<Column> columnsFor(const VolumeListOptions& options) {
+    if (!options.isLong) return {{"NAME"}};
+    return {{"FORMAT", 15}, {"SIZE", 10, true}, {"DATE", 19}, {"NAME"}};
+  }
+
+  void show(const FolderWalk& walk, const Entry& entry) {
+    PropertyDictionary json = namesOf(entry);
+    const std::string name = entry.kind == Kind::kFolder ? entry.path + "/" : entry.path;
+    if (!options_.isLong) {
+      listing_.add(json, {name});
+      return;
+    }
+    const auto attributes = walk.attributes();
+    if (!attributes) return;  // it has gone in this moment
+    const auto info = infoOf(entry, *attributes);
+    json.update(jsonFromObjectInfo(info));
+    std::string size;
+    if (entry.kind != Kind::kFolder) {
+      json["size"] = attributes->st_size;
+      size = sizeInWords(static_cast<std::uint64_t>(attributes->st_size));
+    }
+    const std::string format =
+        entry.kind == Kind::kOther ? "not a file" : formatInWords(info.objFmtCode());
+    listing_.add(json, {format, size, dateInWords(info.modDataStr()), name});
+  }
+
+  ToolContext& context_;
+  const VolumeListOptions& options_;
+  OpenedVolume volume_;
+  Listing listing_;
+  int exitCode_ = kDone;
+};
+
+/// What get and rm have in common: files that were named, each with its result.
+class VolumeBatch {
+ public:
+  VolumeBatch(ToolContext& context, const char* operation, const char* done)
+      : context_(context), volume_(context, operation), batch_(context, operation, done) {}
+
+ protected:
+  void visit(const std::vector<std::string>& objects, VolumeFiles others,
+             decltype(VolumeVisitor::onEntry) onEntry) {
+    volume_.visit(objects, others,
+                  {.onEntry = std::move(onEntry),
+                   .onUnreadable =
+                       [this](const std::string& path, const Failure& failure) {
+                         batch_.failed({{"path", validUTF8(path)}}, failure);
+                       },
+                   .onUnmatched =
+                       [this](const std::string& operand) {
+                         auto failure = volume_.failure(operand, status::kFileNotFound,
+                                                        "no file on the volume has that name");
+                         failure.advice = "'tarvoctl volume ls --all' shows the files.";
+                         batch_.failed({{"name", validUTF8(operand)}}, failure);
+                       },
+                   .goesOn = [this] { return batch_.goesOn(); }});
+  }
+
+  void fail(PropertyDictionary json, const std::string& object, Status status, std::string why) {
+    // What the user has ended is said once, for the command.
+    if (!context_.interrupt.isSet())
+      batch_.failed(std::move(json), volume_.failure(object, status, std::move(why)));
+  }
+
+  void refuseFolder(const Entry& entry) {
+    auto failure = volume_.failure(entry.path, status::kNotAFile, "it is a folder");
+    failure.advice = "Use a pattern such as '" + entry.path + "/*'.";
+    batch_.failed(namesOf(entry), failure);
+  }
+
+  ToolContext& context_;
+  OpenedVolume volume_;
+  Batch batch_;
+};
+
+/// One run of volume get.
+class VolumeFetching : VolumeBatch {
+ public:
+  VolumeFetching(ToolContext& context, const VolumeGetOptions& options)
+      : VolumeBatch(context, kOperation, "files fetched"),
+        options_(options),
+        target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
+        progress_(context.output, context.interrupt,
+                  isOneObject(options) ? 1 : options.objects.size()) {
+    // Copies would be found and copied again.
+    if (volume_.tree().holds(target_.folder))
+      refuseUsage(kOperation, "'" + target_.folder + "' lies on the volume itself");
+  }
+
+  int run() {
+    const bool hasNames = !options_.objects.empty();
+    VolumeFiles others = hasNames ? VolumeFiles::kNone : VolumeFiles::kPictures;
+    if (options_.all) others = VolumeFiles::kEverything;
+    visit(options_.objects, others,
+          [this](const FolderWalk& walk, const Entry& entry, bool wasNamed) {
+            fetchOne(walk, entry, wasNamed);
+          });
+    return batch_.finish();
+  }
+
+  static constexpr const char* kOperation = "volume get";
+
+ private:
+  static bool isOneObject(const VolumeGetOptions& options) {
+    return options.objects.size() == 1 && !options.all &&
+           options.objects.front().find_first_of("*?[") == std::string::npos;
+  }
+
+  void fetchOne(const FolderWalk& walk, const Entry& entry, bool wasNamed) {
+    if (entry.kind != Kind::kFile) {
+      // Among everything there are folders, and nobody has asked for them.
+      if (!wasNamed) return;
+      if (entry.kind == Kind::kFolder) {
+        refuseFolder(entry);
+      } else {
+        fail(namesOf(entry), entry.path, status::kNotAFile, "it is a link or a device");
+      }
+      return;
+    }
+    int error = 0;
+    const FileDescriptor file = walk.openFile(error);
+    const auto attributes = walk.attributes();
+    if (!file.isOpen() || !attributes) {
+      fail(namesOf(entry), entry.path, status::kIOError,
+           "it cannot be opened: " + errorText(error));
+      return;
+    }
+    const auto size = static_cast<std::uint64_t>(attributes->st_size);
+    if (options_.onlyNew && isThere(entry, size)) {
+      batch_.skipped();
+      return;
+    }
+    fetch(file.get(), entry, size);
+  }
+
+  bool isThere(const Entry& entry, std::uint64_t size) const {
+    const auto name = safeFileName(entry.name());
+    return name && hasFileOfSize(target_.folder, target_.name.value_or(*name), size);
+  }
+
+  ExistingFile existing() const {
+    if (options_.overwrite) return ExistingFile::kOverwrite;
+    return options_.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
+  }
+
+  void fetch(int file, const Entry& entry, std::uint64_t size) {
+    progress_.begin(std::string(entry.name()), size);
+    const auto result = copy_.toFile(file, std::string(entry.name()),
+                                     {.folder = target_.folder,
+                                      .name = target_.name,
+                                      .existing = existing(),
+                                      .progress = progress_.callback()});
+    progress_.end();
+    if (result.status != status::kOK) {
+      // That a file is there is all that there is to say.
+      const bool wasThere = result.status == status::kDuplicateFile;
+      fail(namesOf(entry), entry.path, result.status, wasThere ? "" : result.why);
+      return;
+    }
+    const PropertyDictionary json = {{"name", validUTF8(entry.name())},
+                                     {"source", validUTF8(entry.path)},
+                                     {"path", validUTF8(result.path)},
+                                     {"size", result.size}};
+    batch_.succeeded(json, result.path, result.size);
+  }
+
+  const VolumeGetOptions& options_;
+  LocalTarget target_;
+  Progress progress_;
+  VolumeCopy copy_;
+};
+
+/// One run of volume rm: everything is looked up first, so that the question can say what would go.
+class VolumeRemoving : VolumeBatch {
+ public:
+  VolumeRemoving(ToolContext& context, const VolumeRemoveOptions& options)
+      : VolumeBatch(context, "volume rm", "files deleted"), options_(options) {}
+
+  int run() {
+    visit(options_.objects, VolumeFiles::kNone,
+          [this](const FolderWalk&, const Entry& entry, bool) {
+            if (entry.kind == Kind::kFolder) {
+              refuseFolder(entry);
+            } else {
+              found_.push_back(entry.path);
+            }
+          });
+    if (batch_.goesOn() && !found_.empty() && !isAllowed()) {
+      context_.output.message("Nothing was deleted.");
+      context_.output.endList();
+      return kFailed;
+    }
+    for (const auto& path : found_) {
+      if (!batch_.goesOn()) break;
+      remove(path);
+    }
+    return batch_.finish();
+  }
+
+ private:
+  bool isAllowed() {
+    if (options_.yes || !canAsk(context_)) return true;
+    const std::string what =
+        found_.size() == 1 ? found_.front() : std::to_string(found_.size()) + " files";
+    return isConfirmed(context_, "Delete " + what + " from " + volume_.summary().name + "?");
+  }
+
+  void remove(const std::string& path) {
+    const int error = volume_.tree().removeFile(path);
+    const PropertyDictionary json = {{"path", validUTF8(path)}};
+    if (error == 0) {
+      batch_.succeeded(json, path);
+      return;
+    }
+    const Status status = error == ENOENT ? status::kFileNotFound : status::kWriteNotPermitted;
+    fail(json, path, status, errorText(error));
+  }
+
+  const VolumeRemoveOptions& options_;
+  std::vector<std::string> found_;
+};
+
+}  // namespace
+
+int runVolumeList(ToolContext& context, const VolumeListOptions& options) {
+  return VolumeList(context, options).run();
+}
+
+int runVolumeGet(ToolContext& context, const VolumeGetOptions& options) {
+  const char* operation = VolumeFetching::kOperation;
+  if (options.objects.empty() && !options.all && !options.onlyNew)
+    refuseUsage(operation, "say what to fetch: names, patterns, --all or --new");
+  if (options.overwrite && options.keepBoth)
+    refuseUsage(operation, "--overwrite and --keep-both exclude each other");
+  return VolumeFetching(context, options).run();
+}
+
+int runVolumeRemove(ToolContext& context, const VolumeRemoveOptions& options) {
+  return VolumeRemoving(context, options).run();
+}
+
+}  // namespace tarvo::tools
