@@ -1,0 +1,149 @@
+"""What sits on the desk of a scenario: the simulator with its devices, the agent of a user, and
+what both have to tell."""
+import json
+import os
+import shlex
+
+from machine import PROJECT, Failure, USERS
+
+SOCKET = "/run/tarvo-simulator.sock"
+
+
+class Desk:
+    """The devices of one machine; use `agent()` for a user's agent."""
+
+    def __init__(self, machine):
+        self.machine = machine
+        machine.root(f"systemd-run --quiet --unit=simulator tarvo-simulator --socket {SOCKET}"
+                     " usbip --attach")
+        machine.wait("the simulator", lambda: machine.root(f"test -S {SOCKET} && echo yes",
+                                                           check=False))
+
+    def simulator(self, *words):
+        return self.machine.root(shlex.join(["tarvo-simulator", "--socket", SOCKET, *words]))
+
+    def changed(self, device, **changes):
+        """The name of a shipped device with other keys; of a key that is none it has nothing."""
+        with open(os.path.join(PROJECT, "simulator", "devices", device + ".json")) as file:
+            description = json.load(file) | changes
+        text = json.dumps({key: value for key, value in description.items() if value is not None})
+        name = "changed-" + device
+        self.machine.root(
+            f"echo {shlex.quote(text)} >/usr/local/share/tarvo/simulator/{name}.json")
+        return name
+
+    def mount(self, port="1-1"):
+        """The user mounts the unit's file system; where it is then."""
+        return self.machine.user("udisksctl mount --no-user-interaction --block-device "
+                                 + self.block(port)).split()[-1]
+
+    def plug(self, device, port="1-1"):
+        """Plugs a device in and waits until udev has dealt with it; `port` is the kernel's too."""
+        self.simulator("plug", device, "--port", port)
+        self.wait_for_node(port)
+
+    def wait_for_node(self, port="1-1"):
+        self.machine.wait(f"the device at {port}", lambda: self.node(port))
+        self.machine.root("udevadm settle")
+
+    def unplug(self, port="1-1"):
+        self.simulator("unplug", port)
+        self.machine.wait(f"nothing at {port}", lambda: not self.node(port))
+
+    def node(self, port="1-1"):
+        """Path of the device's usbfs node; empty where there is no device."""
+        return self.machine.root(
+            f"cd /sys/bus/usb/devices/{port} 2>/dev/null && "
+            "printf '/dev/bus/usb/%03d/%03d' $(cat busnum devnum 2>/dev/null)", check=False)
+
+    def plugged(self):
+        """What the simulator tells of each device, by its port."""
+        return {device["id"]: device for device in json.loads(self.simulator("list", "--json"))}
+
+    def unit(self, port="1-1"):
+        """What it tells of the mass-storage unit at that port; none where there is no unit."""
+        return self.plugged().get(port, {}).get("unit")
+
+    def block(self, port="1-1"):
+        """Path of the block device that holds the unit's file system."""
+        return self.machine.wait(f"a file system at {port}", lambda: self.machine.root(
+            "udevadm settle; for node in $(lsblk --noheadings --raw --paths --output NAME); do "
+            f"udevadm info --query=path $node | grep -q '/{port}/' && "
+            "blkid --probe --match-tag TYPE $node >/dev/null && echo $node; done | tail -1",
+            check=False).strip())
+
+    def agent(self, user="anna", **preferences):
+        return Agent(self, user, preferences)
+
+
+class Agent:
+    """The agent of a user, as a unit of the user's manager, and the programs that it starts."""
+
+    def __init__(self, desk, user, preferences):
+        self.desk, self.machine, self.user = desk, desk.machine, user
+        lines = ["[Preferences]", "LOG_SUBSYS_LISTENER=true", "LOG_SUBSYS_CAMERA_VERBOSE=true",
+                 "[Platform]"]
+        lines += [f"{key}={value}" for key, value in preferences.items()]
+        self.machine.user(
+            f"mkdir -p ~/.config/tarvo && echo {shlex.quote(' '.join(lines))} | tr ' ' '\\n'"
+            " >~/.config/tarvo/agent.conf && touch ~/launches && "
+            "systemctl --user set-environment TARVO_STANDIN_LOG=$HOME/launches && "
+            "systemctl --user enable --quiet tarvo-agent", user)
+        # A desktop starts it this way.
+        self.machine.user("systemctl --user start desk.target", user)
+        self.machine.wait("the agent", lambda: self.status("Active") is not None)
+
+    def process(self):
+        return self.machine.user("systemctl --user show -P MainPID tarvo-agent", self.user).strip()
+
+    def restart(self):
+        self.machine.user("systemctl --user restart tarvo-agent", self.user)
+
+    def status(self, name):
+        """A property of com.tarvo.Agent1; none while the agent is not there."""
+        answer = self.machine.user(
+            "busctl --user --json=short get-property com.tarvo.Agent /com/tarvo/Agent "
+            f"com.tarvo.Agent1 {name}", self.user, check=False)
+        return json.loads(answer)["data"] if answer.startswith("{") else None
+
+    def devices(self):
+        """What it lists, each as type, location, path, serial number."""
+        return [tuple(device) for device in self.status("Devices") or []]
+
+    def wait_for_devices(self, *expected):
+        self.machine.wait(f"the list {list(expected)}", lambda: self.devices() == list(expected))
+
+    def _reports(self):
+        """What every Relay wrote that was started, in order."""
+        lines = self.machine.root(f"cat /home/{self.user}/launches").splitlines()
+        return [report for report in map(json.loads, lines) if report["program"] == "Tarvo Relay"]
+
+    def launches(self):
+        """Arguments of every Relay that was started, in order."""
+        return [tuple(report["arguments"]) for report in self._reports()]
+
+    def wait_for_launches(self, *expected):
+        try:
+            self.machine.wait("", lambda: len(self.launches()) >= len(expected))
+        except Failure:
+            pass
+        self.expect_launches(*expected)
+
+    def expect_launches(self, *expected):
+        expect(f"launches for {self.user}", self.launches(), list(expected))
+
+    def wait_for_log(self, text, count=1):
+        self.machine.wait(f"{count} log lines with {text!r}", lambda: self.log().count(text) >= count)
+
+    def log(self):
+        return self.machine.root(
+            f"journalctl --quiet --output=cat _UID={USERS[self.user]} --identifier=tarvo-agent")
+
+    def end_relay(self):
+        self.machine.root(f"kill {self._reports()[-1]['pid']}")
+        self.machine.wait("the Relay has ended", lambda: self.status("RelayRunning") is False)
+
+
+def expect(what, got, expected):
+    if got != expected:
+        raise Failure(f"{what}: expected {expected!r}, got {got!r}")

@@ -1,0 +1,259 @@
+"""What must hold on a real kernel. Each scenario has a fresh machine with nothing plugged in; its
+first line says what holds. Those of MAIN are run for every change, the others by .ci/full."""
+from desk import expect
+
+# Bus number in the top byte, then one port number a nibble.
+FIRST_PORT = 0x01100000
+CAMERA = ("PTP", FIRST_PORT, "", "TLX2-000417")
+LAUNCH = ("PTP", str(FIRST_PORT), "")
+
+
+def camera_arrival(desk):
+    """A camera starts the Relay with its type, its location and an empty path."""
+    agent = desk.agent()
+    desk.plug("tarvo-camera")
+    agent.wait_for_launches(LAUNCH)
+
+
+def camera_replugged(desk):
+    """While the Relay runs a camera may go and come without another launch; then it has one."""
+    agent = desk.agent()
+    desk.plug("tarvo-camera")
+    agent.wait_for_launches(LAUNCH)
+    desk.unplug()
+    agent.wait_for_devices()
+    desk.plug("tarvo-camera")
+    agent.wait_for_devices(CAMERA)
+    agent.expect_launches(LAUNCH)
+    agent.end_relay()
+    desk.unplug()
+    desk.plug("tarvo-camera")
+    agent.wait_for_launches(LAUNCH, LAUNCH)
+
+
+def agent_restarted(desk):
+    """An agent that starts anew finds the camera, and the Relay that still runs."""
+    agent = desk.agent()
+    desk.plug("tarvo-camera")
+    agent.wait_for_launches(LAUNCH)
+    agent.restart()
+    agent.wait_for_devices(CAMERA)
+    agent.expect_launches(LAUNCH)
+
+
+def access(desk):
+    """The user at the seat may use the maker's units, other users and other units have nothing."""
+    machine = desk.machine
+    desk.plug("dock", "1-1")
+    desk.plug(desk.changed("card", usb={"vendor": "0x1234", "product": "0x0501"}), "1-2")
+    nodes = [desk.node("1-1"), machine.wait("the unit's sg node", lambda: machine.root(
+        "ls -d /sys/bus/usb/devices/1-1/1-1:1.0/host*/target*/*/scsi_generic/* | sed 's,.*/,/dev/,'"
+        " | grep /dev/sg", check=False).strip()), desk.node("1-2")]
+    machine.root("udevadm settle")
+    for user, rights in (("anna", ["yes", "yes", "no"]), ("bert", ["no", "no", "no"])):
+        expect(f"rights of {user}", machine.root("for node in " + " ".join(nodes) + "; do setpriv "
+               f"--reuid {user} --regid {user} --init-groups test -w $node && echo yes || echo no; "
+               "done").split(), rights)
+
+
+def unit_switched(desk):
+    """A unit that can switch by itself leaves and comes back as the camera, and the Relay starts."""
+    agent = desk.agent()
+    desk.plug("dock")
+    agent.wait_for_launches(LAUNCH)
+    expect("the unit", desk.unit(), None)
+
+
+def unit_ejected(desk):
+    """A unit that cannot is unmounted and ejected, though its medium is mounted."""
+    desk.plug("dock-fixed")
+    desk.mount()
+    agent = desk.agent()
+    desk.machine.wait("the tray is open", lambda: desk.unit()["trayOpen"])
+    expect("mounts", desk.machine.root("findmnt --noheadings /media/anna/TARVO_DOCK", check=False),
+           "")
+    agent.expect_launches()
+
+
+def _volume_arrival(desk, device, label, kind):
+    agent = desk.agent()
+    desk.plug(device)
+    path = f"/media/anna/{label}"
+    expect("where it is mounted", desk.mount(), path)
+    agent.wait_for_launches((kind, str(FIRST_PORT), path))
+
+
+def disk_arrival(desk):
+    """A camera in disk mode starts the Relay when it is mounted, with its mount point."""
+    _volume_arrival(desk, "msc-camera", "TARVO_LUMO", "MSC")
+
+
+def card_arrival(desk):
+    """So does a card in a reader of the maker, as a card."""
+    _volume_arrival(desk, "card", "TARVO_CARD", "card")
+
+
+def tool(desk):
+    """tarvoctl shows cameras, cards and units to the user, and fetches from a card."""
+    run = desk.machine.user
+    desk.plug("tarvo-camera", "1-1")
+    desk.plug("dock", "1-2")
+    desk.plug("msc-camera", "1-3")
+    desk.mount("1-3")
+    for command, text in (("devices", "TLX2-000417"), ("devices", "/media/anna/TARVO_LUMO"),
+                          ("msc list", "Picture Dock"), ("msc model", "Tarvo Lumo 410"),
+                          ("--device 0x01300000 volume ls", "DCIM/100TARVO/TARV0002.JPG")):
+        output = run(f"tarvoctl {command}")
+        if text not in output:
+            expect(f"tarvoctl {command}", output, f"...{text}...")
+    run("tarvoctl --device 0x01300000 volume get --output ~ DCIM/100TARVO/TARV0001.JPG")
+    run("cmp ~/TARV0001.JPG /media/anna/TARVO_LUMO/DCIM/100TARVO/TARV0001.JPG")
+
+
+def user_switch(desk):
+    """Of two users with a session each, the one in front gets the Relay."""
+    machine = desk.machine
+    first = desk.agent("anna")
+    machine.root("systemctl start getty@tty2")
+    machine.wait("bert's session", lambda: machine.root("loginctl show-user bert", check=False)
+                 .startswith("UID"))
+    machine.wait("bert's bus", lambda: machine.root("test -S /run/user/1001/bus && echo yes",
+                                                    check=False))
+    second = desk.agent("bert")
+    for agent, other in ((second, first), (first, second)):
+        machine.root(f"loginctl activate $(loginctl show-user {agent.user} -p Display --value)")
+        machine.wait("the switch", lambda: agent.status("Active") and
+                     other.status("Active") is False)
+        before = other.launches()
+        desk.plug("tarvo-camera")
+        agent.wait_for_launches(LAUNCH)
+        expect(f"launches for {other.user}", other.launches(), before)
+        agent.end_relay()
+        desk.unplug()
+
+
+def recovery(desk):
+    """On system version 0x1062 the agent looks for a unit that has left until it is back."""
+    agent = desk.agent(SystemVersion="0x1062")
+    desk.plug("dock")
+    agent.wait_for_launches(LAUNCH)
+    agent.wait_for_log("starting Lost Device Timer")
+    desk.machine.wait("its end", lambda: agent.status("RecoveryArmed") is False)
+    expect("other devices", agent.log().count("serial number mismatch"), 0)
+
+
+def switched_while_mounted(desk):
+    """A camera that is switched while its card is mounted is warned about."""
+    desk.plug(desk.changed("dock", volume={"label": "TARVO_DOCK"}))
+    desk.mount()
+    agent = desk.agent()
+    agent.wait_for_launches(LAUNCH)
+    agent.wait_for_log("is still mounted while the camera is switched")
+
+
+def unit_vanishes(desk):
+    """Units that go in the middle of what the agent does to them leave it as it was."""
+    agent = desk.agent()
+    process = agent.process()
+    for device, faults in (("dock", ("vanish-command=0x5A,@2", "vanish=0x5A,@2", "vanish-status=0x5A",
+                                     "vanish-command=0x55", "vanish=0x55")),
+                           ("dock-fixed", ("vanish-command=0x1E", "vanish-status=0x1E",
+                                           "vanish-command=0x1B", "vanish-status=0x1B"))):
+        for fault in faults:
+            # The kernel lets a unit settle for a second before it asks it anything.
+            desk.simulator("plug", device, "--port", "1-1")
+            desk.simulator("fault", "1-1", fault)
+            desk.machine.wait(f"the end of {device} by {fault}", lambda: not desk.plugged(), 40)
+    agent.expect_launches()
+    # This one has taken the command, so it comes back.
+    desk.simulator("plug", "dock", "--port", "1-1")
+    desk.simulator("fault", "1-1", "vanish-status=0x55")
+    agent.wait_for_launches(LAUNCH)
+    expect("the agent's process", agent.process(), process)
+
+
+def card_with_traps(desk):
+    """Links, loops and odd names on a card lead the tool nowhere else, and cost it no picture."""
+    machine = desk.machine
+    machine.root(r"""mkdir -p /tmp/card/DCIM && cd /tmp/card/DCIM
+        for name in $'two\nlines.JPG' $'not-utf8-\xff.JPG' plain.JPG; do echo picture >"$name"; done
+        ln -s /etc/passwd link.JPG && ln -s / root && ln -s . loop && mkfifo pipe.JPG
+        mkfs.ext4 -q -d /tmp/card /tmp/card.img 16M""")
+    desk.plug(desk.changed("card", volume=None, image="/tmp/card.img"))
+    desk.mount()
+    machine.user("tarvoctl volume get --all --output ~/got", check=False)
+    expect("what was fetched", machine.user(
+        "cd ~/got && find . -type f -printf '%P %s\\n' | LC_ALL=C sort | LC_ALL=C cat -v").splitlines(),
+        ["not-utf8-M-^?.JPG 8", "plain.JPG 8", "two_lines.JPG 8"])
+
+
+def card_pulled_out(desk):
+    """A card that goes in the middle of a copy ends it in words, and no half picture stays."""
+    machine = desk.machine
+    desk.plug(desk.changed("card", volume={"label": "TARVO_CARD", "content": [
+        {"file": "TARV0001.JPG", "size": 64 << 20}]}))
+    desk.mount()
+    desk.simulator("fault", "1-1", "delay=20,0x28")
+    machine.user("mkdir ~/got && systemd-run --user --quiet --unit=copying --working-directory=/home/anna/got"
+                 " tarvoctl volume get --all")
+    machine.wait("half a copy", lambda: machine.root("find /home/anna/got -name '*.part' -size +0"))
+    desk.simulator("unplug", "1-1")
+    machine.wait("the end of the copy", lambda: "failed" in machine.user(
+        "systemctl --user is-active copying", check=False))
+    expect("what is left", machine.root("ls -A /home/anna/got").split(), [])
+
+
+def imported(desk):
+    """Any importer can have a device: usbip finds it over TCP, and may let it go again."""
+    root = desk.machine.root
+    root("systemd-run --quiet --unit=exporter tarvo-simulator --socket /run/exporter.sock usbip "
+         "--device tarvo-camera")
+    desk.machine.wait("the export", lambda: "f055:0302" in root("usbip list -r 127.0.0.1",
+                                                                check=False))
+    for _ in range(2):
+        root("usbip attach -r 127.0.0.1 -b 1-1")
+        desk.machine.wait("the camera", lambda: "TLX2-000417" in
+                          desk.machine.user("tarvoctl devices", check=False))
+        root("usbip detach -p 0")
+        desk.machine.wait("its end", lambda: not desk.node())
+
+
+def many_cycles(desk):
+    """200 times plugged and unplugged, cameras and units: nothing is lost or leaked."""
+    agent = desk.agent()
+    tray_is_open = lambda: desk.unit()["trayOpen"]
+    # The first arrivals load what is loaded once; the Relay holds back further ones.
+    for number in range(206):
+        if number == 6:
+            before = _resources(agent)
+        device = ("tarvo-camera", "dock-fixed")[number % 2]
+        desk.plug(device)
+        # Every other time it goes at some point of its arrival.
+        if number % 4 == 2:
+            agent.wait_for_devices(CAMERA)
+        elif number % 4 == 3:
+            desk.machine.wait("the tray is open", tray_is_open)
+        desk.unplug()
+    agent.wait_for_devices()
+    after = _resources(agent)
+    expect("what is open", after[0], before[0])
+    if after[1] > before[1] + 2048:
+        expect("resident KiB", after[1], f"at most {before[1]} + 2048")
+    desk.plug("tarvo-camera")
+    agent.wait_for_devices(CAMERA)
+    agent.expect_launches(LAUNCH)
+
+
+def _resources(agent):
+    """What the agent has open, by kind, and its resident KiB."""
+    pid = agent.process()
+    output = agent.machine.root(
+        f"ls -l /proc/{pid}/fd | sed -n 's/.* -> //p' | sed 's/[0-9]*//g' | sort; "
+        f"awk '/VmRSS/ {{ print $2 }}' /proc/{pid}/status").splitlines()
+    return output[:-1], int(output[-1])
+
+
+MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
+        disk_arrival, card_arrival, tool]
+OTHERS = [user_switch, recovery, switched_while_mounted, unit_vanishes, card_with_traps,
+          card_pulled_out, imported, many_cycles]
