@@ -12,29 +12,17 @@ import os
 import re
 import shutil
 import signal
-import statistics
 import subprocess
 import sys
 import tempfile
 import time
 
-PATIENCE = 20.0  # seconds for anything that is waited for
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True
+
+from figures import Simulator, figure, wait_for  # noqa: E402
+
 SETTLING = 20.0  # seconds after the start: GLib ends its unused pool threads after 15
-
-
-def figure(name, values, unit):
-    print(f"{name:<58} min {min(values):9.2f}  median {statistics.median(values):9.2f}"
-          f"  max {max(values):9.2f} {unit}")
-
-
-def wait_for(condition, what):
-    deadline = time.monotonic() + PATIENCE
-    while time.monotonic() < deadline:
-        result = condition()
-        if result:
-            return result
-        time.sleep(0.002)
-    sys.exit(f"this did not happen within {PATIENCE:.0f} s: {what}")
 
 
 class Bus:
@@ -65,19 +53,6 @@ class Program:
     def end(self):
         self.process.terminate()
         self.process.wait()
-
-
-class Simulator:
-    def __init__(self, program):
-        self.program = program
-
-    def call(self, *arguments):
-        return subprocess.run([self.program, *arguments], check=True, capture_output=True,
-                              text=True).stdout.strip()
-
-    def device(self, identifier):
-        devices = json.loads(self.call("list", "--json"))
-        return next(device for device in devices if device["id"] == identifier)
 
 
 def relay_reports(launches):

@@ -17,30 +17,20 @@ import sys
 import tempfile
 import time
 
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True
+
+from figures import Simulator, figure, peak_of, seconds_of, share  # noqa: E402
+
 MIB = 1 << 20
 CHUNK = 2 * MIB
 BEST = [(MIB, 4), (MIB, 8), (512 << 10, 8), (256 << 10, 16)]  # transfer size and depth
 
 
-def figure(name, values, unit="s"):
-    print(f"  {name:<44} min {min(values):9.3f}  median {statistics.median(values):9.3f}"
-          f"  max {max(values):9.3f} {unit}", flush=True)
-
-
-def share(what, measure, own, least):
-    """How much of the measure's speed is reached, in the median."""
-    reached = 100 * statistics.median(measure) / statistics.median(own)
-    verdict = "" if reached >= least else f"  ({least - reached:.1f} short of {least})"
-    print(f"  {what:<44} {reached:6.1f} % of it{verdict}", flush=True)
-
-
 class Bench:
     def __init__(self, arguments):
         self.arguments = arguments
-
-    def call(self, *words):
-        return subprocess.run([self.arguments.simulator, *words], check=True, capture_output=True,
-                              text=True).stdout.strip()
+        self.simulator = Simulator(arguments.simulator)
 
     @contextlib.contextmanager
     def camera(self, content, faults=None, datasets=None):
@@ -56,21 +46,17 @@ class Bench:
                 "maxGroupNameLengthInBytes": 100}
         with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as file:
             json.dump(description, file)
-        identifier = self.call("plug", file.name)
+        identifier = self.simulator.call("plug", file.name)
         for name, value in (faults or {}).items():
-            self.call("fault", identifier, f"{name}={value}")
+            self.simulator.call("fault", identifier, f"{name}={value}")
         try:
-            yield self.described(identifier)["node"], identifier
+            yield self.simulator.device(identifier)["node"], identifier
         finally:
-            self.call("unplug", identifier)
+            self.simulator.call("unplug", identifier)
             os.unlink(file.name)
 
-    def described(self, identifier):
-        return next(each for each in json.loads(self.call("list", "--json"))
-                    if each["id"] == identifier)
-
     def transactions(self, identifier):
-        return self.described(identifier)["statistics"]["transactions"]
+        return self.simulator.device(identifier)["statistics"]["transactions"]
 
     def bare(self, node, *words):
         return float(subprocess.run([self.arguments.bare, node, *map(str, words)], check=True,
@@ -81,18 +67,10 @@ class Bench:
             return float(subprocess.run([self.arguments.library, *map(str, words)], check=True,
                                         capture_output=True, text=True, cwd=folder).stdout)
 
-    def program(self, *words):
-        """Seconds of a whole program in a folder of its own, and its peak memory in MB."""
+    def program(self, measure, *words):
+        """What `measure` tells of a whole program in a folder of its own."""
         with tempfile.TemporaryDirectory(dir=self.arguments.place) as folder:
-            began = time.monotonic()
-            process = subprocess.Popen(list(map(str, words)), cwd=folder,
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
-            errors = process.stderr.read()
-            _, status, usage = os.wait4(process.pid, 0)
-            process.returncode = os.waitstatus_to_exitcode(status)
-            if process.returncode != 0:
-                sys.exit(f"{words[0]}: {errors.decode(errors='replace')}")
-            return time.monotonic() - began, usage.ru_maxrss / 1024
+            return measure(list(map(str, words)), folder)
 
     def best(self, node, *words):
         """The transfer size and depth with which the bare loop is fastest."""
@@ -117,10 +95,10 @@ class Bench:
                    [self.library("file", 1, size) for _ in range(self.arguments.runs)])
             print("The same in pieces of 2 MiB")
             self.side_by_side(node, ("parts", 1, size, CHUNK), ("parts", 1, size, CHUNK), 95)
-            runs = [self.program(self.arguments.tarvoctl, "--quiet", "get", "1")
-                    for _ in range(self.arguments.runs)]
-            figure("tarvoctl get", [seconds for seconds, _ in runs])
-            figure("tarvoctl get, peak memory", [memory for _, memory in runs], "MB")
+            for name, measure, unit in (("tarvoctl get", seconds_of, "s"),
+                                        ("tarvoctl get, peak memory", peak_of, "MB")):
+                figure(name, [self.program(measure, self.arguments.tarvoctl, "--quiet", "get", "1")
+                              for _ in range(self.arguments.runs)], unit)
 
     def many(self, delay):
         count, size = self.arguments.many, 100 << 10
@@ -138,7 +116,7 @@ class Bench:
         for name, command, times in (("tarvoctl", ours, own), ("gphoto2", theirs, other)):
             for _ in range(self.arguments.runs if shutil.which(command[0]) else 0):
                 before = self.transactions(identifier)
-                times.append(self.program(*command)[0])
+                times.append(self.program(seconds_of, *command))
                 counted[name] = self.transactions(identifier) - before
         figure(" ".join(["tarvoctl", *ours[1:]]), own)
         if not other:
@@ -200,9 +178,9 @@ class Bench:
         print(f"  {'transactions of the library':<44} {taken}, the least is {least}, and the number"
               f" of groups is asked anew for each contact")
         before = self.transactions(identifier)
-        runs = [self.program(self.arguments.tarvoctl, "--quiet", *words)
-                for _ in range(self.arguments.runs)]
-        figure(" ".join(["tarvoctl", *words]), [seconds for seconds, _ in runs])
+        figure(" ".join(["tarvoctl", *words]),
+               [self.program(seconds_of, self.arguments.tarvoctl, "--quiet", *words)
+                for _ in range(self.arguments.runs)])
         taken = (self.transactions(identifier) - before) // self.arguments.runs - session
         print(f"  {'transactions of the whole program':<44} {taken}", flush=True)
 
