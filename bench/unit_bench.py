@@ -7,7 +7,6 @@ upper bounds, not the speed of hardware.
 """
 
 import argparse
-import glob
 import json
 import os
 import subprocess
@@ -67,11 +66,15 @@ class Bench:
     def commands_of(self, identifier):
         return len(self.simulator.device(identifier)["unit"]["commands"])
 
+    @staticmethod
+    def generic_node(identifier):
+        return next("/dev/" + os.path.basename(folder) for folder, _, _ in os.walk("/sys/devices")
+                    if f"/{identifier}/" in folder and "/scsi_generic/" in folder)
+
     def switches(self):
         page = self.file("page", PAGE, "wb")
         identifier = self.simulator.call("plug", self.unit)
-        [entry] = glob.glob(f"/sys/devices/**/{identifier}/**/scsi_generic/sg*", recursive=True)
-        node = "/dev/" + os.path.basename(entry)
+        node = self.generic_node(identifier)
         raw = (f"sg_raw -r 23 {node} 5a 00 25 00 00 00 00 00 17 00 && "
                f"sg_raw -s 17 -i {page} {node} 55 00 00 00 00 00 00 00 11 00")
         commands = {"tarvoctl msc mode set": [self.arguments.tarvoctl, "msc", "mode", "set",

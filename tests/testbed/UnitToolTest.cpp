@@ -24,10 +24,16 @@ class UnitTool : public ToolTestbed {
     const auto commands = unit.commands();
     return commands.empty() ? "" : hexText(commands.back().data);
   }
+  static std::vector<std::string> blocksOf(const MassStorageUnit& unit) {
+    std::vector<std::string> list;
+    for (const auto& command : unit.commands())
+      list.push_back(hexText(command.block));
+    return list;
+  }
 };
 
 TEST_F(UnitTool, ShowsUnitsAndWhatTheyAre) {
-  plugUnit("dock");
+  const auto unit = plugUnit("dock");
   const auto list = tool("--json msc list").json();
   ASSERT_EQ(list.size(), 1U) << list;
   EXPECT_EQ(list[0]["location"], 0x01100000);
@@ -36,7 +42,10 @@ TEST_F(UnitTool, ShowsUnitsAndWhatTheyAre) {
   EXPECT_EQ(mode["supportsAutoPowerCycle"], true);
   EXPECT_EQ(mode["isCompositeDevice"], false);
   EXPECT_EQ(mode["memoryMode"], true);
+  unit->forgetCommands();
   EXPECT_EQ(tool("msc model").out, "Tarvo Lumo 410\n");
+  // The header alone, then six bytes more than its length says.
+  EXPECT_THAT(blocksOf(*unit), ElementsAre("5a002600000000000800", "5a002600000000001e00"));
 }
 
 TEST_F(UnitTool, SendsAUnitToAnotherMode) {
@@ -81,6 +90,8 @@ TEST_F(UnitTool, SetsTheClock) {
   auto digits = run.json()["dateTime"].get<std::string>();
   std::erase_if(digits, [](char each) { return each < '0' || each > '9'; });
   EXPECT_EQ(unit->state().clock, digits);
+  EXPECT_THAT(blocksOf(*unit), ElementsAre("5a002900000000000800", "5a002900000000001e00",
+                                           "55000000000000001800"));
 }
 
 TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
