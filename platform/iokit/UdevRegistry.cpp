@@ -230,11 +230,11 @@ void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
                             PropertyDictionary properties) {
   const ServiceHandle service = entries_.intern(path);
   subscriber.known.push_back(service);
+  keepUSBDeviceAbove(path);
   if (!subscriber.terminated) return;
   // The node of a unit that went may be another's by the time somebody opens it.
   properties.erase(kGenericNodeKey);
   entries_.find(service)->kept = std::move(properties);
-  keepUSBDeviceAbove(path);
 }
 
 void UdevRegistry::keepUSBDeviceAbove(const std::string& path) {

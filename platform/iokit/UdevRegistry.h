@@ -2,8 +2,8 @@
 // its parents are its ancestors, its properties are read from sysfs.
 //
 // Nothing is enumerated before somebody asks, and what was read is not kept, except the properties
-// of entries whose end somebody waits for, and of the USB devices that they are part of. The only
-// thing that wakes the process is an event of these subsystems.
+// of entries whose end somebody waits for, and of the USB devices whose parts were announced. The
+// only thing that wakes the process is an event of these subsystems.
 #pragma once
 
 #include <functional>
@@ -34,8 +34,8 @@ class UdevRegistry : public Registry {
   UdevRegistry& operator=(const UdevRegistry&) = delete;
 
   /// Of a device that is there, what sysfs says now; of one that just went, what was kept for
-  /// whoever waits for its end. A USB device that somebody waits for has what it had in the
-  /// beginning, until its end was announced.
+  /// whoever waits for its end. A USB device of which a part was announced has what it had then,
+  /// until its own end.
   std::optional<PropertyDictionary> properties(ServiceHandle service) override;
   /// For a device that went, the ancestors that have handles: sysfs knows nothing of it any more.
   std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) override;
@@ -100,8 +100,8 @@ class UdevRegistry : public Registry {
   /// Notes that `subscriber` needs no announcement of this entry, and keeps its properties for the
   /// end.
   void remember(Subscriber& subscriber, const std::string& path, PropertyDictionary properties);
-  /// The same for the USB device that this entry is part of: whoever is busy with a part that
-  /// leaves may still ask whose it was.
+  /// Keeps the properties of the USB device that this entry is part of: whoever is busy with a part
+  /// that leaves may still ask whose it was.
   void keepUSBDeviceAbove(const std::string& path);
   /// Runs a callback behind a guard; `what` names it in the log.
   void call(const Callback& callback, ServiceHandle service, const char* what);

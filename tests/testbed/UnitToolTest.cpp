@@ -90,8 +90,8 @@ TEST_F(UnitTool, SetsTheClock) {
   auto digits = run.json()["dateTime"].get<std::string>();
   std::erase_if(digits, [](char each) { return each < '0' || each > '9'; });
   EXPECT_EQ(unit->state().clock, digits);
-  EXPECT_THAT(blocksOf(*unit), ElementsAre("5a002900000000000800", "5a002900000000001e00",
-                                           "55000000000000001800"));
+  EXPECT_THAT(blocksOf(*unit),
+              ElementsAre("5a002900000000000800", "5a002900000000001e00", "55000000000000001800"));
 }
 
 TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
