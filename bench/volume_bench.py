@@ -95,7 +95,8 @@ def main():
         parser.add_argument("--" + name, required=True)
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--count", type=int, default=1000, help="number of the pictures")
-    parser.add_argument("--size", type=int, default=2_000_000, help="bytes of each")
+    parser.add_argument("--size", type=int, default=500_000,
+                        help="bytes of each; with gigabytes in all the memory is what is measured")
     parser.add_argument("--only", choices=["copying", "memory"])
     bench = Bench(parser.parse_args())
     for name, part in (("copying", bench.copying), ("memory", bench.memory)):
