@@ -12,8 +12,9 @@ SOCKET = "/run/tarvo-simulator.sock"
 class Desk:
     """The devices of one machine; use `agent()` for a user's agent."""
 
-    def __init__(self, machine):
+    def __init__(self, machine, traces=True):
         self.machine = machine
+        self.traces = traces  # of the device library, in the agent's log
         machine.root(f"systemd-run --quiet --unit=simulator tarvo-simulator --socket {SOCKET}"
                      " usbip --attach")
         machine.wait("the simulator", lambda: machine.root(f"test -S {SOCKET} && echo yes",
@@ -81,8 +82,8 @@ class Agent:
 
     def __init__(self, desk, user, preferences):
         self.desk, self.machine, self.user = desk, desk.machine, user
-        lines = ["[Preferences]", "LOG_SUBSYS_LISTENER=true", "LOG_SUBSYS_CAMERA_VERBOSE=true",
-                 "[Platform]"]
+        lines = ["[Preferences]", "LOG_SUBSYS_LISTENER=true",
+                 f"LOG_SUBSYS_CAMERA_VERBOSE={str(desk.traces).lower()}", "[Platform]"]
         lines += [f"{key}={value}" for key, value in preferences.items()]
         self.machine.user(
             f"mkdir -p ~/.config/tarvo && echo {shlex.quote(' '.join(lines))} | tr ' ' '\\n'"

@@ -14,7 +14,7 @@ A shell of the user anna follows, in the machine. Try
 
 def play(guest):
     with guest.machine(serial="stdio,signal=off") as machine:
-        desk = Desk(machine)
+        desk = Desk(machine, traces=False)
         agent = desk.agent()
         print("\n==> Plugging in a camera", flush=True)
         desk.plug("tarvo-camera")
