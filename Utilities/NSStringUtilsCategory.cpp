@@ -145,6 +145,10 @@ std::string utf8FromUTF16(std::u16string_view units) {
   return text;
 }
 
+std::string validUTF8(std::string_view text) {
+  return utf8FromUTF16(utf16FromUTF8(text));
+}
+
 std::wstring stdWStringUTF16(std::string_view text) {
   const std::u16string units = utf16FromUTF8(text);
   return {units.begin(), units.end()};

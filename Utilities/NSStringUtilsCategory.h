@@ -21,6 +21,9 @@ std::size_t utf16Length(std::string_view text);
 /// goes into D-Bus messages and JSON must be. Any thread.
 std::string utf8FromUTF16(std::u16string_view units);
 
+/// Text that may be anything, with U+FFFD for what is no UTF-8; the rest is as it was. Any thread.
+std::string validUTF8(std::string_view text);
+
 /// A wide string with one element for each UTF-16 code unit of `text`; a character outside the
 /// basic plane becomes two elements.
 std::wstring stdWStringUTF16(std::string_view text);

@@ -1,5 +1,5 @@
-// Numbers of SCSI commands and their data, the highest byte first (SPC-4, 3.4), written apart from
-// the product's code for the same reason as ByteWriter.
+// Numbers of SCSI (SPC-4, 3.4) and of USB/IP, the highest byte first, written apart from the
+// product's code for the same reason as ByteWriter.
 //
 //   const auto block = bigEndian(command, 2, 4);
 //   putBigEndian(header, 0, 2, length);
@@ -26,6 +26,12 @@ inline std::uint64_t bigEndian(std::span<const std::byte> bytes, std::size_t off
 inline void putBigEndian(Bytes& bytes, std::size_t offset, std::size_t size, std::uint64_t value) {
   for (std::size_t i = 0; i < size; ++i)
     bytes.at(offset + i) = static_cast<std::byte>(value >> (8 * (size - 1 - i)));
+}
+
+/// Appends the low `size` bytes of `value`.
+inline void appendBigEndian(Bytes& bytes, std::size_t size, std::uint64_t value) {
+  bytes.resize(bytes.size() + size);
+  putBigEndian(bytes, bytes.size() - size, size, value);
 }
 
 inline std::uint8_t byteAt(std::span<const std::byte> bytes, std::size_t offset) {

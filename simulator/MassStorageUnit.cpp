@@ -4,6 +4,7 @@
 
 #include "Utilities/Format.h"
 #include "simulator/BigEndian.h"
+#include "simulator/BulkOnlyCodes.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -19,19 +20,9 @@ InterfaceDescription bulkOnlyInterface(UsbSpeed speed) {
   return interface;
 }
 
-// Class requests (3.1, 3.2).
-constexpr std::uint8_t kGetMaxLUN = 0xFE;
-constexpr std::uint8_t kMassStorageReset = 0xFF;
-
-// Wrappers (5.1, 5.2).
-constexpr std::uint32_t kCommandSignature = 0x43425355;
-constexpr std::uint32_t kStatusSignature = 0x53425355;
-constexpr std::size_t kCommandWrapperSize = 31;
-constexpr std::size_t kBlockOffset = 15;
-constexpr std::uint8_t kLongestBlock = 16;
-
 bool looksLikeCommand(std::span<const std::byte> data) {
-  return data.size() == kCommandWrapperSize && littleEndian(data, 0, 4) == kCommandSignature;
+  return data.size() == bulkonly::kCommandWrapperSize &&
+         littleEndian(data, 0, 4) == bulkonly::kCommandSignature;
 }
 
 }  // namespace
@@ -47,8 +38,8 @@ MassStorageUnit::MassStorageUnit(const DeviceDescription& description)
 
 std::optional<Bytes> MassStorageUnit::classRequest(const SetupPacket& setup,
                                                    std::span<const std::byte>) {
-  if (setup.request == kGetMaxLUN && setup.fromDevice()) return Bytes(1);
-  if (setup.request == kMassStorageReset && !setup.fromDevice()) {
+  if (setup.request == bulkonly::kGetMaxLUN && setup.fromDevice()) return Bytes(1);
+  if (setup.request == bulkonly::kMassStorageReset && !setup.fromDevice()) {
     // Halted endpoints stay so: the host clears them (5.3.4).
     forgetEverything();
     return Bytes{};
@@ -103,7 +94,7 @@ bool MassStorageUnit::isValidWrapper(std::span<const std::byte> data) {
   const auto unit = byteAt(data, 13);
   const auto length = byteAt(data, 14);
   const bool isMeaningful =
-      (flags & 0x7F) == 0 && unit == 0 && length >= 1 && length <= kLongestBlock;
+      (flags & 0x7F) == 0 && unit == 0 && length >= 1 && length <= bulkonly::kLongestBlock;
   if (!isMeaningful) {
     violations_.add(
         formatted("command wrapper with flags 0x%02X, unit %u, length %u", flags, unit, length));
@@ -126,7 +117,7 @@ void MassStorageUnit::receiveCommand(std::span<const std::byte> data) {
   moved_ = 0;
   wanted_ = 0;
   haltsIn_ = goesInstead_ = false;
-  const auto block = data.subspan(kBlockOffset, byteAt(data, 14));
+  const auto block = data.subspan(bulkonly::kBlockOffset, byteAt(data, 14));
   commands_.push_back({Bytes(block.begin(), block.end()), {}});
   if (commands_.size() > kCommandsKept) commands_.pop_front();
   faults_.begin(byteAt(block, 0));
@@ -229,7 +220,7 @@ void MassStorageUnit::disagree(const char* how) {
 }
 
 void MassStorageUnit::receiveData(std::span<const std::byte> data, bool ends) {
-  if (looksLikeCommand(data) && expected_ != kCommandWrapperSize) {
+  if (looksLikeCommand(data) && expected_ != bulkonly::kCommandWrapperSize) {
     violations_.add("data were expected, a command came");
     receiveCommand(data);
     return;
@@ -301,7 +292,7 @@ void MassStorageUnit::beginStatus(Status status) {
 
 Bytes MassStorageUnit::statusWrapper() const {
   ByteWriter writer;
-  writer.u32(kStatusSignature ^ (strikes(Fault::kWrongSignature) ? 1 : 0));
+  writer.u32(bulkonly::kStatusSignature ^ (strikes(Fault::kWrongSignature) ? 1 : 0));
   writer.u32(tag_ + (strikes(Fault::kWrongTag) ? 7 : 0));
   writer.u32(expected_ - std::min(moved_, expected_));
   writer.u8(status_);

@@ -28,6 +28,9 @@ enum ScsiOpcode : std::uint8_t {
   kServiceActionIn16 = 0x9E,
 };
 
+/// Status of a command that has failed, for which there is a sense (SAM-5, 5.3.1).
+inline constexpr std::uint8_t kCheckCondition = 0x02;
+
 /// Why a command failed: sense key, additional code and qualifier (SPC-4, 4.5).
 struct Sense {
   std::uint8_t key = 0;

@@ -8,6 +8,7 @@
 #include <set>
 #include <utility>
 
+#include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/GlibPtr.h"
 #include "tools/Words.h"
 

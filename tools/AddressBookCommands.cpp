@@ -6,6 +6,7 @@
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/BookEditor.h"
 #include "tools/BookFile.h"
 #include "tools/BookImport.h"

@@ -13,6 +13,7 @@
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/Backup.h"
 #include "tools/InputFile.h"

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/ObjectSelection.h"
 #include "tools/Words.h"
 

@@ -4,6 +4,7 @@
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/Backup.h"
 #include "tools/BookFile.h"

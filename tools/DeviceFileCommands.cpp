@@ -7,6 +7,7 @@
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/InputFile.h"
 #include "tools/Listing.h"
 #include "tools/OpenedDevice.h"

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "Utilities/NSStringUtilsCategory.h"
 #include "msc/GetUSBDataFromBSDName.h"
 #include "tools/DeviceChooser.h"
 #include "tools/Listing.h"

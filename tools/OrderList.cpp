@@ -9,6 +9,7 @@
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/datasets/OrderRecords.h"
 #include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/ObjectPaths.h"

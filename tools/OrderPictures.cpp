@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/LocalFiles.h"
 #include "tools/ObjectPaths.h"

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/Batch.h"
 #include "tools/Listing.h"

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
 #include "tools/OpenedDevice.h"
 #include "tools/PutCommand.h"

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Utilities/NSStringUtilsCategory.h"
 #include "identify/DeviceInfoSupport.h"
 #include "tools/DeviceChooser.h"
 #include "tools/ToolError.h"

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/ToolError.h"
 #include "tools/VCardProgram.h"
 #include "tools/Words.h"

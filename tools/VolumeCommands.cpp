@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/VolumeFiles.h"
 #include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
 #include "tools/Listing.h"
 #include "tools/LocalFiles.h"

@@ -69,10 +69,6 @@ std::string durationInWords(std::uint64_t seconds) {
                    : formatted("%02u:%02u", minutes, rest);
 }
 
-std::string validUTF8(std::string_view text) {
-  return utf8FromUTF16(utf16FromUTF8(text));
-}
-
 std::string printable(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::string shown;

@@ -33,8 +33,6 @@ std::uint16_t propertyCode(std::string_view name);
 /// One line without control characters, which could steer a terminal; U+FFFD stands for each, and
 /// for what is no UTF-8.
 std::string printable(std::string_view text);
-/// What is no UTF-8 is U+FFFD; everything else is as it was.
-std::string validUTF8(std::string_view text);
 /// One text of several: "a, b".
 std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
 /// Columns that printable text takes on a terminal.

@@ -31,10 +31,6 @@ constexpr std::uint16_t kAssociation = 0x3001;
 constexpr std::uint16_t kPicture = 0x3801;
 constexpr std::uint16_t kUndefined = 0x3000;
 
-std::string validUTF8(std::string_view text) {
-  return utf8FromUTF16(utf16FromUTF8(text));
-}
-
 std::uint32_t sizeOf(const FolderWalk& walk) {
   const auto attributes = walk.attributes();
   const auto size = attributes ? static_cast<std::uint64_t>(attributes->st_size) : 0;

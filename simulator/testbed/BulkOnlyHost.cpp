@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "simulator/BulkOnlyCodes.h"
 #include "simulator/ScsiCodes.h"
 
 namespace tarvo::simulator {
@@ -9,16 +10,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::uint32_t kCommandSignature = 0x43425355;
-constexpr std::uint32_t kStatusSignature = 0x53425355;
-constexpr std::size_t kStatusWrapperSize = 13;
-constexpr std::size_t kLongestBlock = 16;
 constexpr std::size_t kSenseSize = 18;
-
-constexpr std::uint8_t kCheckCondition = 0x02;
-
-/// Class request to the interface: Bulk-Only Mass Storage Reset (3.1).
-constexpr SetupPacket kMassStorageReset = {0x21, 0xFF, 0, 0, 0};
 
 }  // namespace
 
@@ -57,14 +49,14 @@ UnitOutcome BulkOnlyHost::transport(const UnitRequest& request, Deadline deadlin
 
 BulkOnlyHost::Transfer BulkOnlyHost::sendCommand(const UnitRequest& request) {
   ByteWriter writer;
-  writer.u32(kCommandSignature);
+  writer.u32(bulkonly::kCommandSignature);
   writer.u32(++tag_);
   writer.u32(static_cast<std::uint32_t>(request.data.size()));
   writer.u8(request.direction == UnitRequest::Direction::kFromUnit ? 0x80 : 0);
   writer.u8(0);
   writer.u8(static_cast<std::uint8_t>(request.block.size()));
   Bytes block(request.block.begin(), request.block.end());
-  block.resize(kLongestBlock);
+  block.resize(bulkonly::kLongestBlock);
   writer.raw(block);
   return out(writer.take());
 }
@@ -81,7 +73,7 @@ BulkOnlyHost::Transfer BulkOnlyHost::moveData(const UnitRequest& request, Deadli
 }
 
 UnitOutcome BulkOnlyHost::receiveStatus(const UnitRequest& request, Deadline deadline) {
-  Bytes wrapper(kStatusWrapperSize);
+  Bytes wrapper(bulkonly::kStatusWrapperSize);
   auto received = in(wrapper, deadline);
   // One stall is allowed (5.3.3).
   if (received.isStalled) {
@@ -94,7 +86,8 @@ UnitOutcome BulkOnlyHost::receiveStatus(const UnitRequest& request, Deadline dea
   const auto status = littleEndian(wrapper, 12, 1);
   outcome.residue = static_cast<std::size_t>(
       std::min<std::uint64_t>(littleEndian(wrapper, 8, 4), request.data.size()));
-  if (received.length != kStatusWrapperSize || littleEndian(wrapper, 0, 4) != kStatusSignature ||
+  if (received.length != bulkonly::kStatusWrapperSize ||
+      littleEndian(wrapper, 0, 4) != bulkonly::kStatusSignature ||
       littleEndian(wrapper, 4, 4) != tag_ || status > 1) {
     outcome.delivery = Delivery::kBroken;
   }
@@ -168,7 +161,8 @@ bool BulkOnlyHost::waitForUnit(Deadline deadline) {
 }
 
 void BulkOnlyHost::recover() {
-  unit_->control(kMassStorageReset, {});
+  constexpr std::uint8_t kToInterface = 0x21;
+  unit_->control({kToInterface, bulkonly::kMassStorageReset, 0, 0, 0}, {});
   unit_->clearHalt(MassStorageUnit::kBulkIn);
   unit_->clearHalt(MassStorageUnit::kBulkOut);
 }

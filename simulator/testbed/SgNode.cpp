@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "simulator/BigEndian.h"
+#include "simulator/ScsiCodes.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -32,7 +32,6 @@ constexpr unsigned kLongestBlock = 16;
 constexpr unsigned short kHostTimeOut = 3;  // DID_TIME_OUT
 constexpr unsigned short kHostError = 7;    // DID_ERROR
 constexpr unsigned short kDriverSense = 8;  // DRIVER_SENSE
-constexpr unsigned char kCheckCondition = 2;
 
 UnitRequest::Direction directionOf(const sg_io_hdr_t& header) {
   if (header.dxfer_len == 0) return UnitRequest::Direction::kNone;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "simulator/BigEndian.h"
 #include "simulator/UsbTransfer.h"
 
 namespace tarvo::simulator::usbip {
@@ -14,55 +15,40 @@ constexpr std::uint32_t kUnlinkAnswer = 4;
 constexpr std::size_t kPathSize = 256;
 constexpr std::size_t kSetupOffset = 40;
 
-std::uint32_t bigEndian(std::span<const std::byte> bytes, std::size_t offset, std::size_t size) {
-  std::uint32_t value = 0;
-  for (const auto byte : bytes.subspan(offset, size))
-    value = value << 8 | static_cast<std::uint32_t>(byte);
-  return value;
+std::uint32_t number(std::span<const std::byte> bytes, std::size_t offset) {
+  return static_cast<std::uint32_t>(bigEndian(bytes, offset, 4));
 }
 
-/// Writes big-endian numbers one after the other.
-class Writer {
- public:
-  explicit Writer(Bytes& bytes) : bytes_(bytes) {}
-  void number(std::uint32_t value, std::size_t size) {
-    while (size-- > 0)
-      bytes_.push_back(static_cast<std::byte>(value >> (8 * size)));
-  }
-  /// Cut, and filled up with zeros, to `size` bytes of which the last is zero.
-  void text(const std::string& text, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i)
-      number(i < text.size() && i + 1 < size ? static_cast<unsigned char>(text[i]) : 0, 1);
-  }
-
- private:
-  Bytes& bytes_;
-};
+/// Cut, and filled up with zeros, to `size` bytes of which the last is zero.
+void appendText(Bytes& bytes, const std::string& text, std::size_t size) {
+  const auto kept = std::as_bytes(std::span(text)).first(std::min(text.size(), size - 1));
+  bytes.insert(bytes.end(), kept.begin(), kept.end());
+  bytes.resize(bytes.size() + size - kept.size());
+}
 
 /// struct usbip_usb_device.
-void writeDevice(Writer& writer, const HostedDevice& device) {
+void appendDevice(Bytes& bytes, const HostedDevice& device) {
   const auto& usb = device.description.usb;
-  writer.text("/sys/devices/tarvo/" + device.id, kPathSize);
-  writer.text(device.id, kBusIdSize);
-  writer.number(device.port.bus, 4);
-  writer.number(deviceNumber(device) & 0xFFFF, 4);
-  writer.number(speedNumber(usb.speed), 4);
-  writer.number(usb.vendor, 2);
-  writer.number(usb.product, 2);
-  writer.number(usb.release, 2);
+  appendText(bytes, "/sys/devices/tarvo/" + device.id, kPathSize);
+  appendText(bytes, device.id, kBusIdSize);
+  appendBigEndian(bytes, 4, device.port.bus);
+  appendBigEndian(bytes, 4, deviceNumber(device) & 0xFFFF);
+  appendBigEndian(bytes, 4, speedNumber(usb.speed));
+  appendBigEndian(bytes, 2, usb.vendor);
+  appendBigEndian(bytes, 2, usb.product);
+  appendBigEndian(bytes, 2, usb.release);
   // Class, subclass and protocol are the interface's affair; one configuration with one interface.
   for (const auto value : {0, 0, 0, 1, 1, 1})
-    writer.number(static_cast<std::uint32_t>(value), 1);
+    appendBigEndian(bytes, 1, static_cast<std::uint32_t>(value));
 }
 
 std::array<std::byte, kHeaderSize> answerHeader(std::uint32_t command, std::uint32_t sequence,
                                                 int status, std::uint32_t length) {
   Bytes bytes;
-  Writer writer(bytes);
   // Device, direction and endpoint are zero in answers.
   for (const auto value :
        {command, sequence, 0U, 0U, 0U, static_cast<std::uint32_t>(status), length})
-    writer.number(value, 4);
+    appendBigEndian(bytes, 4, value);
   std::array<std::byte, kHeaderSize> header{};
   std::ranges::copy(bytes, header.begin());
   return header;
@@ -77,48 +63,45 @@ Operation Operation::read(std::span<const std::byte> bytes) {
 
 Bytes answerTo(std::uint16_t code, OperationStatus status) {
   Bytes bytes;
-  Writer writer(bytes);
-  writer.number(kVersion, 2);
-  writer.number(code & 0x7FFF, 2);
-  writer.number(static_cast<std::uint32_t>(status), 4);
+  appendBigEndian(bytes, 2, kVersion);
+  appendBigEndian(bytes, 2, code & 0x7FFF);
+  appendBigEndian(bytes, 4, static_cast<std::uint32_t>(status));
   return bytes;
 }
 
 Bytes deviceList(std::span<const HostedDevice* const> devices) {
   auto bytes = answerTo(kDeviceListRequest, OperationStatus::kOK);
-  Writer writer(bytes);
-  writer.number(static_cast<std::uint32_t>(devices.size()), 4);
+  appendBigEndian(bytes, 4, static_cast<std::uint32_t>(devices.size()));
   for (const auto* device : devices) {
-    writeDevice(writer, *device);
+    appendDevice(bytes, *device);
     const auto& interface = device->device->descriptors().interface();
-    writer.number(interface.interfaceClass, 1);
-    writer.number(interface.interfaceSubclass, 1);
-    writer.number(interface.interfaceProtocol, 1);
-    writer.number(0, 1);
+    appendBigEndian(bytes, 1, interface.interfaceClass);
+    appendBigEndian(bytes, 1, interface.interfaceSubclass);
+    appendBigEndian(bytes, 1, interface.interfaceProtocol);
+    appendBigEndian(bytes, 1, 0);
   }
   return bytes;
 }
 
 Bytes importedDevice(const HostedDevice& device) {
   Bytes bytes;
-  Writer writer(bytes);
-  writeDevice(writer, device);
+  appendDevice(bytes, device);
   return bytes;
 }
 
 Request Request::read(std::span<const std::byte> bytes) {
   Request request;
-  request.command = bigEndian(bytes, 0, 4);
-  request.sequence = bigEndian(bytes, 4, 4);
-  request.isIn = bigEndian(bytes, 12, 4) != 0;
-  request.endpoint = bigEndian(bytes, 16, 4);
+  request.command = number(bytes, 0);
+  request.sequence = number(bytes, 4);
+  request.isIn = number(bytes, 12) != 0;
+  request.endpoint = number(bytes, 16);
   if (request.command == kUnlink) {
-    request.unlinked = bigEndian(bytes, 20, 4);
+    request.unlinked = number(bytes, 20);
     return request;
   }
-  request.flags = bigEndian(bytes, 20, 4);
-  request.length = bigEndian(bytes, 24, 4);
-  request.packets = bigEndian(bytes, 32, 4);
+  request.flags = number(bytes, 20);
+  request.length = number(bytes, 24);
+  request.packets = number(bytes, 32);
   request.setup = setupFrom(bytes.subspan(kSetupOffset));
   return request;
 }

@@ -263,7 +263,7 @@ TEST_F(MSCTest, TellsHowEachStepOfASelectFailedAndGivesTheUnitUpEachTime) {
 }
 
 TEST_F(MSCTest, SetsTheClockToLocalTimeInFourteenDigits) {
-  ::setenv("TZ", "XXX-2", 1);
+  ::setenv("TZ", "EET-2", 1);
   ::tzset();
   const auto device = unit({{0x29, "0010 0000 00000000 29 0e 0000000000000000000000000000"}});
   EXPECT_TRUE(device->setDateTime(1764046805));  // 2025-11-25 05:00:05 UTC

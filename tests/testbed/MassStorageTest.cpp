@@ -5,6 +5,7 @@
 #include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
 #include "tests/testbed/AgentTestbed.h"
+#include "tests/testbed/UnitCommands.h"
 
 namespace tarvo::test {
 namespace {
@@ -42,12 +43,6 @@ class MassStorage : public AgentTestbed {
       const auto* device = testbed_->device(id);
       return device != nullptr && device->camera;
     });
-  }
-  static std::vector<std::string> blocksOf(const MassStorageUnit& unit) {
-    std::vector<std::string> list;
-    for (const auto& command : unit.commands())
-      list.push_back(hexText(command.block));
-    return list;
   }
   /// One that stays away once it was switched or has vanished.
   static simulator::DeviceDescription dockThatStaysAway() {

@@ -122,22 +122,6 @@ TEST_F(Unit, LeavesAndComesBackAsACamera) {
   EXPECT_FALSE(std::filesystem::exists(testbed_->root() / "dev/sg1"));
 }
 
-TEST_F(Unit, StaysAwayWhereItCannotComeBack) {
-  const auto id = plug("dock-fixed");
-  writePage("0000000000000000 25 07 04 01 00000064 00");
-  EXPECT_THAT(raw(kSelect), HasSubstr("SCSI Status: Good"));
-  EXPECT_TRUE(waitUntil([&] { return testbed_->device(id) == nullptr; }));
-}
-
-TEST_F(Unit, GoesAtEveryStageOfACommand) {
-  for (const char* fault : {"vanish-command", "vanish", "vanish-status"}) {
-    const auto id = plug("dock");
-    ASSERT_EQ(testbed_->device(id)->unit->setFault(fault, "0x12"), "");
-    EXPECT_THAT(raw(kInquiry), HasSubstr("No such device")) << fault;
-    EXPECT_TRUE(waitUntil([&] { return testbed_->device(id) == nullptr; })) << fault;
-  }
-}
-
 TEST_F(Unit, IsPulledOutUnderACommandThatWaits) {
   const auto id = plug("dock");
   const auto unit = testbed_->device(id)->unit;

@@ -3,6 +3,7 @@
 #include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
 #include "tests/testbed/ToolTestbed.h"
+#include "tests/testbed/UnitCommands.h"
 
 namespace tarvo::test {
 namespace {
@@ -23,12 +24,6 @@ class UnitTool : public ToolTestbed {
   static std::string lastData(const MassStorageUnit& unit) {
     const auto commands = unit.commands();
     return commands.empty() ? "" : hexText(commands.back().data);
-  }
-  static std::vector<std::string> blocksOf(const MassStorageUnit& unit) {
-    std::vector<std::string> list;
-    for (const auto& command : unit.commands())
-      list.push_back(hexText(command.block));
-    return list;
   }
 };
 
