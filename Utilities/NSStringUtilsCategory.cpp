@@ -149,6 +149,39 @@ std::string validUTF8(std::string_view text) {
   return utf8FromUTF16(utf16FromUTF8(text));
 }
 
+bool isControlCharacter(char32_t character) {
+  return character < 0x20 || (character >= 0x7F && character <= 0x9F) ||
+         (character >= 0x2028 && character <= 0x202E) ||
+         (character >= 0x2066 && character <= 0x2069);
+}
+
+std::string replacingControls(std::string_view text,
+                              const std::function<std::string(char32_t character)>& substitute) {
+  std::string result;
+  result.reserve(text.size());
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t start = at;
+    const char32_t character = nextCharacter(text, at);
+    if (isControlCharacter(character)) {
+      result += substitute(character);
+    } else {
+      result += text.substr(start, at - start);
+    }
+  }
+  return result;
+}
+
+std::string withoutOuterControls(std::string_view text) {
+  // None of them needs a surrogate, so each is one unit.
+  const std::u16string units = utf16FromUTF8(text);
+  std::u16string_view inner = units;
+  while (!inner.empty() && isControlCharacter(inner.front()))
+    inner.remove_prefix(1);
+  while (!inner.empty() && isControlCharacter(inner.back()))
+    inner.remove_suffix(1);
+  return utf8FromUTF16(inner);
+}
+
 std::wstring stdWStringUTF16(std::string_view text) {
   const std::u16string units = utf16FromUTF8(text);
   return {units.begin(), units.end()};

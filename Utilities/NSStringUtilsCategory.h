@@ -1,9 +1,11 @@
 // Conversions between text (UTF-8), wide strings whose elements are UTF-16 code units, and the
-// locale's multibyte encoding. The agent's log takes wide strings.
+// locale's multibyte encoding; and the one filter for control characters, which log, tools and file
+// names pass text of a device through. The agent's log takes wide strings.
 #pragma once
 
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -23,6 +25,19 @@ std::string utf8FromUTF16(std::u16string_view units);
 
 /// Text that may be anything, with U+FFFD for what is no UTF-8; the rest is as it was. Any thread.
 std::string validUTF8(std::string_view text);
+
+/// What can steer a terminal, or make a line look like another one: Unicode's control characters
+/// (C0, DEL and C1), line and paragraph separators, and the marks that turn the direction of text
+/// around. Any thread.
+bool isControlCharacter(char32_t character);
+
+/// `text` with `substitute(character)` in place of each control character. The rest is as it was,
+/// bytes that are no UTF-8 included. Any thread.
+std::string replacingControls(std::string_view text,
+                              const std::function<std::string(char32_t character)>& substitute);
+
+/// `text` as valid UTF-8 without the control characters at its ends. Any thread.
+std::string withoutOuterControls(std::string_view text);
 
 /// A wide string with one element for each UTF-16 code unit of `text`; a character outside the
 /// basic plane becomes two elements.

@@ -35,19 +35,6 @@ Status modeSense(MMCDeviceInterface& device, std::uint8_t pageCode, std::span<st
   return device.modeSense10(kLLBAA, kDBD, kCurrentValues, pageCode, buffer, taskStatus);
 }
 
-bool isControl(char character) {
-  const auto code = static_cast<unsigned char>(character);
-  return code < 0x20 || code == 0x7F;
-}
-
-std::string withoutOuterControls(std::string_view text) {
-  while (!text.empty() && isControl(text.front()))
-    text.remove_prefix(1);
-  while (!text.empty() && isControl(text.back()))
-    text.remove_suffix(1);
-  return std::string(text);
-}
-
 /// "sense 5/26/00": key, additional code and qualifier (SPC-4, 4.5); empty where there are none.
 std::string senseInWords(std::span<const std::byte> sense) {
   const auto at = [&](std::size_t index) { return std::to_integer<unsigned>(sense[index]); };

@@ -14,14 +14,6 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
-/// C0, C1 and DEL, line and paragraph separators, and the marks that turn the direction of text
-/// around: all of them can make a line look like another one.
-bool steersTerminals(gunichar character) {
-  return g_unichar_iscntrl(character) != 0 || character == 0x2028 || character == 0x2029 ||
-         (character >= 0x202A && character <= 0x202E) ||
-         (character >= 0x2066 && character <= 0x2069);
-}
-
 /// "YYYYMMDDThhmmss": digits and a "T" in their places.
 bool beginsWithDate(std::string_view text) {
   constexpr std::string_view kShape = "00000000T000000";
@@ -70,16 +62,7 @@ std::string durationInWords(std::uint64_t seconds) {
 }
 
 std::string printable(std::string_view text) {
-  const std::string valid = validUTF8(text);
-  std::string shown;
-  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = nextCharacter(at)) {
-    if (steersTerminals(g_utf8_get_char(at))) {
-      shown += kReplacement;
-    } else {
-      shown.append(at, static_cast<std::size_t>(nextCharacter(at) - at));
-    }
-  }
-  return shown;
+  return replacingControls(validUTF8(text), [](char32_t) { return std::string(kReplacement); });
 }
 
 std::string joined(const std::vector<std::string>& texts, std::string_view separator) {

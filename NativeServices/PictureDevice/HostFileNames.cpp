@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
@@ -31,21 +32,6 @@ std::string_view extensionOf(std::string_view name) {
   return extension.size() <= kMaximumExtension ? extension : std::string_view();
 }
 
-std::string withoutControlCharacters(std::string_view text) {
-  std::string clean;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto byte = static_cast<unsigned char>(text[i]);
-    const bool isC0 = byte < 0x20 || byte == 0x7F;
-    // U+0080 to U+009F, which terminals obey as well.
-    const bool isC1 = byte == 0xC2 && i + 1 < text.size() &&
-                      static_cast<unsigned char>(text[i + 1]) >= 0x80 &&
-                      static_cast<unsigned char>(text[i + 1]) <= 0x9F;
-    if (isC1) ++i;
-    clean += isC0 || isC1 ? '_' : text[i];
-  }
-  return clean;
-}
-
 }  // namespace
 
 bool isFileName(std::string_view name) {
@@ -56,7 +42,8 @@ bool isFileName(std::string_view name) {
 
 std::optional<std::string> safeFileName(std::string_view name) {
   // A path of another system's makes no folders here: its backslashes are part of the name.
-  const std::string clean = withoutControlCharacters(lastPathComponent(name));
+  const std::string clean =
+      replacingControls(lastPathComponent(name), [](char32_t) { return std::string("_"); });
   std::string fitting = numberedFileName(clean, 1);
   return isFileName(fitting) ? std::optional(std::move(fitting)) : std::nullopt;
 }

@@ -60,11 +60,12 @@ Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
 bool isObjectName(std::string_view name) {
   constexpr std::size_t kMaximumUnits = 254;
   if (name.empty() || name == "." || name == "..") return false;
+  const std::u16string units = utf16FromUTF8(name);
   // Cameras keep objects on FAT, whose separator is the backslash.
-  const auto isRefused = [](unsigned char c) {
-    return c < 0x20 || c == 0x7F || c == '/' || c == '\\';
+  const auto isRefused = [](char16_t unit) {
+    return isControlCharacter(unit) || unit == u'/' || unit == u'\\';
   };
-  return std::ranges::none_of(name, isRefused) && utf16FromUTF8(name).size() <= kMaximumUnits;
+  return std::ranges::none_of(units, isRefused) && units.size() <= kMaximumUnits;
 }
 
 }  // namespace tarvo

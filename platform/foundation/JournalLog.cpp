@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
 namespace {
@@ -51,21 +52,11 @@ GLogLevelFlags glibLevelOf(LogLevel level) {
   return G_LOG_LEVEL_INFO;
 }
 
-std::string printable(std::string_view line) {
-  std::string text;
-  // Bytes above 0x7F are left alone: a line is UTF-8, and terminals know how to show it.
-  text.reserve(line.size() + 1);
-  for (const char c : line) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (c == '\n') {
-      text += "\n\t";
-    } else if ((byte < 0x20 && c != '\t') || byte == 0x7F) {
-      text += formatted("\\x%02x", byte);
-    } else {
-      text += c;
-    }
-  }
-  return text;
+/// What stands in a line for a control character.
+std::string escaped(char32_t character) {
+  if (character == '\t') return "\t";
+  if (character == '\n') return "\n\t";
+  return formatted(character < 0x80 ? "\\x%02x" : "\\u%04x", static_cast<unsigned>(character));
 }
 
 void writeToStandardError(std::string line) {
@@ -86,7 +77,7 @@ JournalLog::JournalLog(std::string identifier, Destination destination)
                   (g_log_writer_is_journald(STDERR_FILENO) != 0 || standardErrorLeadsNowhere())) {}
 
 void JournalLog::write(LogLevel level, std::string_view line) {
-  const std::string text = printable(line);
+  const std::string text = replacingControls(validUTF8(line), escaped);
   if (!useJournal_ || !writeToJournal(level, text)) writeToStandardError(text);
 }
 

@@ -21,8 +21,8 @@ class JournalLog : public SystemLog {
                       Destination destination = Destination::kAutomatic);
 
   /// One line, in one piece and unbuffered. Line ends within it are followed by a tab and other
-  /// control characters escaped, so that a device's text can neither pose as a line nor steer a
-  /// terminal.
+  /// control characters escaped ("\x1b", "\u009b"), so that a device's text can neither pose as a
+  /// line nor steer a terminal.
   void write(LogLevel level, std::string_view line) override;
 
   /// A sink that writes here; the log must outlive it.

@@ -16,6 +16,7 @@ TEST(JournalLogTest, ALineOnStandardErrorIsWholeAndCanNeitherForgeAnotherNorStee
       {"a\nb\tc\x1b[2Jd\re\x7f", "a\n\tb\tc\\x1b[2Jd\\x0de\\x7f\n"},
       {"a\0b"s, "a\\x00b\n"},
       {"Größe – ok", "Größe – ok\n"},
+      {"a\u009b2Jb\u202ec\x9b", "a\\u009b2Jb\\u202ec\uFFFD\n"},
       {longest, longest + "\n"}};
   for (const auto& [line, expected] : rows) {
     testing::internal::CaptureStderr();

@@ -129,7 +129,7 @@ TEST_F(MSCTest, ReadsTheModelAsFarAsItIsThereAndKeepsIt) {
   const std::tuple<const char*, std::optional<std::string>, std::size_t> rows[] = {
       {"0012 0000 00000000 26 08 4c756d6f 20373030", "Lumo 700", 0},
       // Control characters go at the ends alone; the text is in the default encoding.
-      {"0012 0000 00000000 26 08 00094c 01 e9 0d0a7f", "L\x01\u00e9", 0},
+      {"0012 0000 00000000 26 08 009b4c 01 e9 0d857f", "L\x01\u00e9", 0},
       {"0012 0000 00000000 26 ff 4c756d6f 20373030", "Lumo 700", 0},
       {"0012 0000 00000000 26 00 4c756d6f 20373030", "", 0},
       {"0003 0000 00000000 26 08 4c", "L", 0},

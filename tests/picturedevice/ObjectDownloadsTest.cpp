@@ -286,6 +286,7 @@ TEST(FileNames, AreNumberedWithinTheLengthThatANameMayHave) {
   for (int i = 0; i < 128; ++i)
     umlauts += "\xC3\xA4";
   EXPECT_EQ(safeFileName(umlauts), umlauts.substr(0, 254));
+  EXPECT_EQ(safeFileName("a\n\u009b\u202egpj\xE4.exe"), "a___gpj\xE4.exe") << "no controls";
 }
 
 }  // namespace
