@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <ctime>
 
@@ -63,6 +64,15 @@ std::string localTimeText() {
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &local)};
 }
 
+/// Ten characters wide, three decimals, with a point in every locale.
+std::string secondsText(double seconds) {
+  std::array<char, 64> text;
+  const auto end =
+      std::to_chars(text.data(), text.data() + text.size(), seconds, std::chars_format::fixed, 3)
+          .ptr;
+  return formatted("%10.*s", static_cast<int>(end - text.data()), text.data());
+}
+
 /// Elements up to 0xFFFF are UTF-16 code units, larger ones whole characters.
 std::string textFromWide(const std::wstring& wide) {
   std::u16string units;
@@ -105,7 +115,7 @@ std::string LogState::linePrefix(std::uint64_t options) const {
   if ((options & kLogIncludeMilliseconds) != 0) {
     const std::chrono::duration<double> elapsed =
         std::chrono::system_clock::now() - firstMessageTime_;
-    prefix += formatted("%10.3f - ", elapsed.count());
+    prefix += secondsText(elapsed.count()) + " - ";
   } else if ((options & kLogIncludeTimestamp) != 0) {
     prefix += localTimeText() + " - ";
   }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <clocale>
+#include <cstdlib>
 #include <string>
 #include <thread>
 #include <utility>
@@ -13,6 +15,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/RecordingSystemLog.h"
+#include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
@@ -78,7 +81,26 @@ std::string prefixPattern(std::uint64_t options) {
   return time + formatted("\\[%d:0x%X\\] ", ::getpid(), static_cast<unsigned>(::gettid()));
 }
 
-TEST(Logging, PutsTheChosenPrefixBeforeTheFacility) {
+/// A locale whose decimal point is a comma, while it lives.
+class CommaLocale {
+ public:
+  CommaLocale() {
+    // It lacks every other category, which the program's exit status says.
+    folder_.write("source", "LC_NUMERIC\ndecimal_point \",\"\nEND LC_NUMERIC\n");
+    std::system(("localedef -c -i " + folder_.path("source") + " -f ANSI_X3.4-1968 " +
+                 folder_.path("comma") + " 2>/dev/null")
+                    .c_str());
+    EXPECT_NE(std::setlocale(LC_NUMERIC, "comma"), nullptr) << "is the package locales there?";
+  }
+  ~CommaLocale() { std::setlocale(LC_NUMERIC, "C"); }
+
+ private:
+  test::TemporaryFolder folder_;
+  test::ScopedEnvironment path_{"LOCPATH", folder_.path()};
+};
+
+TEST(Logging, PutsTheChosenPrefixBeforeTheFacilityInEveryLocale) {
+  const CommaLocale locale;
   for (std::uint64_t options = 0; options < 8; ++options) {
     TraceRecorder room({{"LOG_SUBSYS_LISTENER", true},
                         {"LOG_INCLUDE_TIMESTAMP", (options & 1) != 0},
