@@ -10,9 +10,15 @@ namespace tarvo {
 
 void DeviceRegistry::add(const std::shared_ptr<XTPictureDevice>& device) {
   // A camera that announces itself twice, or comes back before its removal was seen, is one device.
-  const bool isKnown = std::ranges::any_of(
-      deviceSet_, [&](const auto& known) { return known->isSameDeviceAs(*device); });
-  if (isKnown) return;
+  const auto known = std::ranges::find_if(
+      deviceSet_, [&](const auto& each) { return each->isSameDeviceAs(*device); });
+  if (known != deviceSet_.end()) {
+    const std::string shown = (*known)->description();
+    // One that was only looked at once more is nothing to wonder about.
+    logTo(log_, shown == device->description() ? LogLevel::kDebug : LogLevel::kInfo,
+          device->description() + " is ignored: it is known already, as " + shown);
+    return;
+  }
   // First, so that an observer finds the device in the list that it asks for.
   deviceSet_.push_back(device);
   try {

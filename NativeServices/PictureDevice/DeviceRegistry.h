@@ -6,8 +6,10 @@
 
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "Utilities/LogSink.h"
 #include "platform/foundation/NotificationQueue.h"
 
 namespace tarvo {
@@ -25,8 +27,9 @@ class DeviceRegistry {
  public:
   using DeviceList = std::vector<std::shared_ptr<XTPictureDevice>>;
 
-  DeviceRegistry(NotificationCenter& center, NotificationQueue& queue, RunLoop& runLoop)
-      : center_(center), queue_(queue), runLoop_(runLoop) {}
+  DeviceRegistry(NotificationCenter& center, NotificationQueue& queue, RunLoop& runLoop,
+                 LogSink log)
+      : center_(center), queue_(queue), runLoop_(runLoop), log_(std::move(log)) {}
   ~DeviceRegistry() { *alive_ = false; }
   DeviceRegistry(const DeviceRegistry&) = delete;
   DeviceRegistry& operator=(const DeviceRegistry&) = delete;
@@ -34,8 +37,9 @@ class DeviceRegistry {
   /// In the order of arrival. Valid until the next change; observers take a copy.
   const DeviceList& devices() const { return deviceSet_; }
 
-  /// Appends the device and announces it, unless one that is the same device is there already. What
-  /// an observer raises is logged and passed on; the device stays in the list.
+  /// Appends the device and announces it, unless one that is the same device is there already,
+  /// which is logged. What an observer raises is logged and passed on; the device stays in the
+  /// list.
   void add(const std::shared_ptr<XTPictureDevice>& device);
   /// Ends the device's observing, announces its removal and drops it; nothing for a device that is
   /// not in the list. What an observer raises is passed on after the device has been dropped.
@@ -58,6 +62,7 @@ class DeviceRegistry {
   NotificationCenter& center_;
   NotificationQueue& queue_;
   RunLoop& runLoop_;
+  LogSink log_;
   DeviceList deviceSet_;
   /// Tells deferred calls that their registry has gone.
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);

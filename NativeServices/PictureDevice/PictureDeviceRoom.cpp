@@ -15,7 +15,7 @@ PictureDeviceRoom* currentRoom = nullptr;
 
 PictureDeviceRoom::PictureDeviceRoom(PictureDeviceServices services)
     : services_(std::move(services)),
-      deviceRegistry_(services_.center, services_.queue, services_.runLoop),
+      deviceRegistry_(services_.center, services_.queue, services_.runLoop, services_.log),
       pendingInspections_(services_.runLoop) {
   currentRoom = this;
 }

@@ -109,6 +109,13 @@ std::string XTImageCaptureDevice::description() const {
   return XTPictureDevice::description() + formatted(", icaObject 0x%08X", icaObject_);
 }
 
+bool XTImageCaptureDevice::isSameDeviceAs(const XTPictureDevice& other) const {
+  const bool isOfSameObject =
+      icaObject_ != 0 && typeid(*this) == typeid(other) &&
+      static_cast<const XTImageCaptureDevice&>(other).icaObject_ == icaObject_;
+  return isOfSameObject || XTPictureDevice::isSameDeviceAs(other);
+}
+
 std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {
   return int32ForKey(object, "tsiz").value_or(0);
 }

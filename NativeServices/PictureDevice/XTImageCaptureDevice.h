@@ -111,6 +111,8 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
   std::string_view className() const override { return "XTImageCaptureDevice"; }
   std::string description() const override;
+  /// True for one of the same object, too, whatever the device said of itself at each inspection.
+  bool isSameDeviceAs(const XTPictureDevice& other) const override;
   /// The name, which stands for the model too. -36 without a dictionary or a name.
   Status loadDeviceInfoUncached() override;
   /// Pictures are the elements under "data" of the dictionary, as it is now; without one there are

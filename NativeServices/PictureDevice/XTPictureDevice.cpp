@@ -121,9 +121,11 @@ std::string XTPictureDevice::description() const {
 }
 
 bool XTPictureDevice::isSameDeviceAs(const XTPictureDevice& other) const {
-  // The name does not count: the user can change it between two arrivals.
-  return typeid(*this) == typeid(other) && other.serialNumber() == serialNumber() &&
-         other.manufacturer() == manufacturer();
+  if (this == &other) return true;
+  // A missing serial number identifies nothing. The name does not count: the user can change it
+  // between two arrivals.
+  return typeid(*this) == typeid(other) && !serialNumber().empty() &&
+         other.serialNumber() == serialNumber() && other.manufacturer() == manufacturer();
 }
 
 std::shared_ptr<XTPictureDevice> XTPictureDevice::cache() {

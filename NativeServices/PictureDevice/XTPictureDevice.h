@@ -124,8 +124,9 @@ class XTPictureDevice : public Object {
   virtual std::string_view className() const = 0;
   /// "CLASS named NAME, model MODEL and serial# SERIAL".
   std::string description() const override;
-  /// True for a device of exactly the same class, serial number and manufacturer.
-  bool isSameDeviceAs(const XTPictureDevice& other) const;
+  /// True for a device of exactly the same class, serial number and manufacturer. One without a
+  /// serial number is the same as itself alone.
+  virtual bool isSameDeviceAs(const XTPictureDevice& other) const;
 
   /// Enters the registry, which announces the device, unless the same device is there already.
   std::shared_ptr<XTPictureDevice> cache();

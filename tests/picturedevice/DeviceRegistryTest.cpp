@@ -4,12 +4,16 @@
 
 #include <stdexcept>
 
+#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {
 namespace {
 
+using testing::_;
 using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
 
 std::shared_ptr<PlainDevice> cached(const std::string& name, const std::string& serialNumber) {
   auto device = std::make_shared<PlainDevice>(name, serialNumber);
@@ -46,6 +50,20 @@ TEST(DeviceRegistry, TakesADeviceForKnownOnlyWhenClassSerialNumberAndManufacture
   EXPECT_EQ(room.added.size(), 3U);
   std::make_shared<OtherDevice>("Lumo", "SN1")->cache();
   EXPECT_EQ(XTPictureDevice::deviceList().size(), 4U);
+  EXPECT_THAT(room.visibleLines(), ElementsAre(HasSubstr("Another name")));
+}
+
+TEST(DeviceRegistry, TellsDevicesWithoutASerialNumberByTheirObjects) {
+  PictureDeviceTestRoom room;
+  for (int i = 0; i < 2; ++i)
+    room.ica.addPTPCamera({.serialNumber = ""});
+  for (int i = 0; i < 2; ++i)
+    XTImageCaptureDevice::checkForDevicesAtStartup();
+  EXPECT_EQ(room.added.size(), 2U);
+  EXPECT_THAT(room.visibleLines(), IsEmpty());
+  const auto plain = cached("Lumo", "");
+  plain->cache();
+  EXPECT_THAT(XTPictureDevice::deviceList(), ElementsAre(_, _, plain));
 }
 
 TEST(DeviceRegistry, KeepsAnAddedDeviceAndDropsARemovedOneWhenAnObserverRaises) {
