@@ -64,7 +64,9 @@ Listener::~Listener() {
   services_.workspaceCenter.removeObserver(this);
   services_.distributedCenter.removeObserver(this);
   // Unlike a centre, Image Capture knows no observers that can be removed.
-  if (handleAviBug_) services_.imageCapture.registerForEventNotification(0, ica::kDeviceAdded, {});
+  if (handleAviBug_)
+    services_.imageCapture.registerForEventNotification(0, ica::kICANotificationTypeDeviceAdded,
+                                                        {});
   stopLostDevTimer();
   if (killTimer_) killTimer_->invalidate();
 }
@@ -87,15 +89,15 @@ void Listener::observeSession() {
   }
 }
 
-// The registration takes the place of the picture-device room's own one for the same event: on
-// these system versions a device that comes is found by the search, not by its event. Intended.
+// Beside the picture-device room's own registration: a device that comes arrives by its event on
+// these system versions, too.
 void Listener::registerForAviBug() {
   handleAviBug_ = services_.systemVersion >= kFirstVersionWithAviBug &&
                   services_.systemVersion <= kLastVersionWithAviBug;
   if (!handleAviBug_) return;
   logListener("handle ICA AVI bug");
   const Status headerErr = services_.imageCapture.registerForEventNotification(
-      0, ica::kDeviceAdded, [this](const ICAEvent& event) {
+      0, ica::kICANotificationTypeDeviceAdded, [this](const ICAEvent& event) {
         addDeviceNotificationCB(fourCharText(event.type), event.dictionary, this);
       });
   if (headerErr != status::kOK) logListener("ERROR ---- ICARegisterEventNotification failed");

@@ -42,6 +42,8 @@ inline constexpr FourCharCode kDeviceRemoved = fourCharCode("eder");
 inline constexpr FourCharCode kStoreAdded = fourCharCode("esta");
 inline constexpr FourCharCode kStoreRemoved = fourCharCode("estr");
 inline constexpr FourCharCode kExtended = fourCharCode("extd");
+/// An added device once more, for who watches beside the one that is registered for kDeviceAdded.
+inline constexpr FourCharCode kICANotificationTypeDeviceAdded = fourCharCode("nadd");
 
 /// Types of messages, with the data type of "pass"; then the one property of a volume and its type.
 inline constexpr FourCharCode kMessagePass = fourCharCode("pass");

@@ -234,7 +234,8 @@ ICAObject ImageCaptureService::deviceCame(FoundDevice found) {
   const ICAObject object = device.handle;
   const std::string name = nameOf(device);
   logTo(log_, LogLevel::kDebug, formatted("device 0x%X came: '%s'", object, name.c_str()));
-  events_.deliver({object, ica::kDeviceAdded, {{"ifil", name}}});
+  for (const auto type : {ica::kDeviceAdded, ica::kICANotificationTypeDeviceAdded})
+    events_.deliver({object, type, {{"ifil", name}}});
   return object;
 }
 

@@ -61,8 +61,7 @@ TEST_F(ListenerTest, RecoversLostDevicesOnFourSystemVersionsAlone) {
         << std::hex << version;
     listener.reset();
   }
-  pictureDevices.registeredForDeviceAdded = true;  // so that the recovery's alone is refused
-  imageCapture.registrationStatus[ica::kDeviceAdded] = status::kIOError;
+  imageCapture.registrationStatus[ica::kICANotificationTypeDeviceAdded] = status::kIOError;
   start(0x1062);
   startLines.resize(3);
   EXPECT_THAT(startLines,

@@ -37,13 +37,15 @@ TEST_F(ImageCaptureServiceTest, TakesTheInterfaceTripleOfPTPAndNoOther) {
 TEST_F(ImageCaptureServiceTest, TellsOfCamerasThatComeAndGoTheirOwnListenerFirst) {
   listen(0, ica::kDeviceAdded, "replaced");
   listen(0, ica::kDeviceAdded, "added");
+  listen(0, ica::kICANotificationTypeDeviceAdded, "beside");
   listen(0, ica::kDeviceRemoved, "removed");
   const ServiceHandle camera = plugCamera("N10");
   ASSERT_THAT(objects, SizeIs(1));
   const ICAObject object = objects[0];
   EXPECT_EQ(devices(), objects);
   const ServiceHandle other = plugCamera("N20");
-  EXPECT_EQ(service().registerForEventNotification(0, ica::kDeviceAdded, nullptr), status::kOK);
+  for (const auto type : {ica::kDeviceAdded, ica::kICANotificationTypeDeviceAdded})
+    EXPECT_EQ(service().registerForEventNotification(0, type, nullptr), status::kOK);
   plugCamera("nobody hears of it");
   listen(object, ica::kStoreAdded, "store");
   const auto raising = [&](const ICAEvent& event) {
@@ -56,8 +58,8 @@ TEST_F(ImageCaptureServiceTest, TellsOfCamerasThatComeAndGoTheirOwnListenerFirst
             status::kOK);
   registry.unplug(other);
   registry.unplug(camera);
-  EXPECT_THAT(heard,
-              ElementsAre("added: N10", "added: N20", "removed: N20", "own", "removed: N10"));
+  EXPECT_THAT(heard, ElementsAre("added: N10", "beside: N10", "added: N20", "beside: N20",
+                                 "removed: N20", "own", "removed: N10"));
   EXPECT_LT(object, objects[1]) << "a handle is never used twice";
 }
 

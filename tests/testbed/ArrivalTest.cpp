@@ -139,20 +139,22 @@ TEST_F(Arrival, InAnInactiveSessionIsIgnored) {
   EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
 }
 
-TEST_F(Arrival, OnSystem1062AnAVIEventStartsTheSearchWhichEndsAfterFiveSeconds) {
+TEST_F(Arrival, OnSystem1062CamerasArriveAndAnAVIEventStartsASearchOfFiveSeconds) {
   configure("Platform", "SystemVersion", "0x1062");
   startAgent();
   EXPECT_TRUE(hasLogged("handle ICA AVI bug"));
   auto device = description("tarvo-camera");
   device.usb.name = "clip.avi";  // the name counts in upper case only
   plug(device, "1-1");
-  EXPECT_TRUE(waitForLog("addDeviceNotificationCB - entered"));
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+  EXPECT_TRUE(hasLogged("addDeviceNotificationCB - entered"));
   EXPECT_FALSE(hasLogged("starting Lost Device Timer"));
+  ASSERT_NO_FATAL_FAILURE(endRelay(0));
   device.usb.name = "CLIP.AVI";
   plug(device, "1-5");
   EXPECT_TRUE(waitForLog("starting Lost Device Timer"));
   EXPECT_TRUE(waitForLog("starting Kill Timer"));
-  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+  EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
   EXPECT_TRUE(waitForLog("killTimersHandler - entered"));
   EXPECT_EQ(timesLogged("starting Lost Device Timer"), 1U);
 }
