@@ -16,8 +16,8 @@ constexpr guint32 kNameExists = 3;
 
 }  // namespace
 
-AgentName::AgentName(BusConnection& bus, LogSink log, std::function<void()> taken)
-    : bus_(bus), log_(std::move(log)), whenTaken_(std::move(taken)) {}
+AgentName::AgentName(BusConnection& bus, LogSink log, std::function<void()> refused)
+    : bus_(bus), log_(std::move(log)), whenRefused_(std::move(refused)) {}
 
 AgentName::~AgentName() {
   bus_.removeObserver(this);
@@ -28,27 +28,38 @@ void AgentName::claim() {
 }
 
 void AgentName::claimOn(GDBusConnection* connection) {
-  taken_ = false;
+  refused_ = false;
   // Asked directly: g_bus_own_name would answer from the main loop, after the first arrivals, and
-  // would not tell a name that is taken from a bus that fails.
+  // would not tell a name that is refused from a bus that fails.
   GErrorHolder error;
   const GVariantPtr answer(g_dbus_connection_call_sync(
       connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "RequestName", g_variant_new("(su)", kAgentBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"),
       G_DBUS_CALL_FLAGS_NONE, kAnswerTimeoutMs, nullptr, error.out()));
-  if (!answer) {
-    logTo(log_, LogLevel::kWarning,
-          formatted("The name %s cannot be owned: %s", kAgentBusName, error.message().c_str()));
+  if (answer) {
+    guint32 result = 0;
+    g_variant_get(answer.get(), "(u)", &result);
+    // Otherwise it is owned now, or was already.
+    if (result == kNameExists)
+      refused(formatted("Another agent is running: it owns the name %s on the session bus",
+                        kAgentBusName));
     return;
   }
-  guint32 result = 0;
-  g_variant_get(answer.get(), "(u)", &result);
-  if (result != kNameExists) return;  // owner now, or already
-  taken_ = true;
-  logTo(
-      log_, LogLevel::kError,
-      formatted("Another agent is running: it owns the name %s on the session bus", kAgentBusName));
-  if (whenTaken_) whenTaken_();
+  // What the bus itself answers is a refusal; the bus that does not answer gives an error of GIO.
+  const bool isAnswered = g_dbus_error_is_remote_error(error.get()) != 0;
+  const std::string words =
+      formatted("The name %s cannot be owned: %s", kAgentBusName, error.message().c_str());
+  if (isAnswered) {
+    refused(words);
+  } else {
+    logTo(log_, LogLevel::kWarning, words);
+  }
+}
+
+void AgentName::refused(const std::string& why) {
+  refused_ = true;
+  logTo(log_, LogLevel::kError, why);
+  if (whenRefused_) whenRefused_();
 }
 
 }  // namespace tarvo

@@ -3,10 +3,11 @@
 //
 //   AgentName name(bus, log, [&] { loop.quit(); });
 //   name.claim();
-//   if (name.isTaken()) return 1;
+//   if (name.isRefused()) return 1;
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "Utilities/LogSink.h"
 #include "platform/foundation/BusConnection.h"
@@ -20,10 +21,10 @@ inline constexpr const char* kAgentBusName = "com.tarvo.Agent";
 /// behind another owner.
 class AgentName {
  public:
-  /// `taken` is called when another process owns the name on a bus that is there; that is logged.
-  /// It may be called inside claim(), and at any time later when a bus comes. `bus` must outlive
-  /// the object.
-  AgentName(BusConnection& bus, LogSink log, std::function<void()> taken);
+  /// `refused` is called when the name cannot be owned on a bus that is there: another process owns
+  /// it, or the bus denies it to this user; that is logged. It may be called inside claim(), and at
+  /// any time later when a bus comes. `bus` must outlive the object.
+  AgentName(BusConnection& bus, LogSink log, std::function<void()> refused);
   ~AgentName();
   AgentName(const AgentName&) = delete;
   AgentName& operator=(const AgentName&) = delete;
@@ -32,17 +33,18 @@ class AgentName {
   /// answer, two seconds at most; a bus that gives none is logged, and the name counts as free, so
   /// that a broken bus does not keep the agent from its work.
   void claim();
-  /// Whether another process owned the name when it was claimed last.
-  bool isTaken() const { return taken_; }
+  /// Whether the name was refused when it was claimed last.
+  bool isRefused() const { return refused_; }
 
  private:
-  /// One claim; sets `taken_` for this connection alone.
+  /// One claim; sets `refused_` for this connection alone.
   void claimOn(GDBusConnection* connection);
+  void refused(const std::string& why);
 
   BusConnection& bus_;
   LogSink log_;
-  std::function<void()> whenTaken_;
-  bool taken_ = false;
+  std::function<void()> whenRefused_;
+  bool refused_ = false;
 };
 
 }  // namespace tarvo

@@ -136,7 +136,7 @@ int AgentProcess::run() {
     return kExitUsage;
   }
   base_->loop.quitOnTerminationSignals();
-  if (!ownName()) return kExitNameTaken;
+  if (!ownName()) return kExitNameRefused;
   if (!armListener()) {
     systemLogLine("Failed to alloc listener");
     return kExitNormal;
@@ -144,7 +144,7 @@ int AgentProcess::run() {
   base_->status.update();
   logTo(base_->log, LogLevel::kInfo, "tarvo-agent " + options_.version + " ready");
   base_->loop.run();
-  return base_->name.isTaken() ? kExitNameTaken : kExitNormal;
+  return base_->name.isRefused() ? kExitNameRefused : kExitNormal;
 }
 
 // Nothing may reach a device before: a second agent must not launch anything. Where there is no bus
@@ -157,7 +157,7 @@ bool AgentProcess::ownName() {
   base_->sessionBus.start();
   base_->sessionBus.waitUntilSettled();
   base_->name.claim();
-  return !base_->name.isTaken();
+  return !base_->name.isRefused();
 }
 
 bool AgentProcess::armListener() {

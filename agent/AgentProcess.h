@@ -13,7 +13,7 @@ namespace tarvo {
 
 /// Exit statuses of tarvo-agent.
 inline constexpr int kExitNormal = 0;
-inline constexpr int kExitNameTaken = 1;  ///< the service unit does not try again after these two
+inline constexpr int kExitNameRefused = 1;  ///< the service unit does not try again after these two
 inline constexpr int kExitUsage = 2;
 
 struct AgentOptions {
@@ -32,7 +32,7 @@ class AgentProcess {
   AgentProcess& operator=(const AgentProcess&) = delete;
 
   /// Owns the agent's name, arms the Listener and runs until SIGTERM or SIGINT. The exit status of
-  /// the process: kExitNameTaken when another agent owns the name, now or on a bus that comes
+  /// the process: kExitNameRefused when the name cannot be owned on a bus that is there, now or
   /// later; kExitUsage when the preferences file that was asked for cannot be read, which is
   /// explained on standard error; otherwise kExitNormal, also when the Listener cannot be made,
   /// which is logged. Children that are still running are left alone.
@@ -42,7 +42,7 @@ class AgentProcess {
   struct Base;
   struct Devices;
 
-  /// False when another agent owns the name. Without a bus it is true.
+  /// False when the name is refused. Without a bus it is true.
   bool ownName();
   /// Makes what reaches devices. False, with the cause logged, when there is no Listener after it.
   bool armListener();

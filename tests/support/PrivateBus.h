@@ -34,11 +34,13 @@ class PrivateBus {
   std::string runFolder() const { return std::filesystem::path(socket_).parent_path(); }
   std::string address() const { return "unix:path=" + socket_; }
 
-  /// Starts the daemon and waits until it answers.
-  void start() {
+  /// Starts the daemon and waits until it answers. Nobody may own the name `denied`.
+  void start(const std::string& denied = "") {
     std::filesystem::create_directories(runFolder());
     const std::string addressOption = "--address=" + address();
-    const char* arguments[] = {"dbus-daemon", "--session",           "--nofork",
+    const std::string configuration =
+        denied.empty() ? "--session" : "--config-file=" + configurationDenying(denied);
+    const char* arguments[] = {"dbus-daemon", configuration.c_str(), "--nofork",
                                "--nopidfile", addressOption.c_str(), nullptr};
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -72,6 +74,13 @@ class PrivateBus {
   }
 
  private:
+  std::string configurationDenying(const std::string& name) const {
+    return folder_.write("bus.conf",
+                         "<busconfig><include>/usr/share/dbus-1/session.conf</include>"
+                         "<policy context=\"mandatory\"><deny own=\"" +
+                             name + "\"/></policy></busconfig>");
+  }
+
   TemporaryFolder folder_;
   std::string socket_;
   pid_t pid_ = 0;

@@ -22,6 +22,14 @@ TEST_F(Surroundings, ASecondAgentSaysSoAndExitsWithOne) {
   EXPECT_TRUE(agent().isRunning());
 }
 
+TEST_F(Surroundings, AnAgentWhoseNameTheBusDeniesSaysSoAndExitsWithOne) {
+  sessionBus_.stop();
+  sessionBus_.start("com.tarvo.Agent");
+  const auto agent = makeAgent("denied.log");
+  EXPECT_EQ(agent->waitForEnd(), 1);
+  EXPECT_THAT(agent->output(), HasSubstr("The name com.tarvo.Agent cannot be owned: "));
+}
+
 TEST_F(Surroundings, TheSessionBusMayBeAbsentComeAndBeLost) {
   sessionBus_.stop();
   startAgent();

@@ -78,7 +78,7 @@ TEST_F(Usage, AnAgentEndsWhenTheBusComesAndAnotherAgentIsOnIt) {
   const auto second = makeAgent("second.log");
   EXPECT_TRUE(waitUntil([&] { return second->output().find(" ready") != std::string::npos; }));
   std::filesystem::create_symlink(sessionBus_.socketPath(), later);
-  EXPECT_EQ(second->waitForEnd(), kExitNameTaken);
+  EXPECT_EQ(second->waitForEnd(), kExitNameRefused);
   EXPECT_THAT(second->output(), HasSubstr("Another agent is running"));
 }
 
