@@ -105,6 +105,12 @@ void AgentProcess::Devices::arm() {
     logTo(base_.log, LogLevel::kWarning,
           "No camera will be recognised: the list of supported models cannot be read from " +
               base_.constants.agentBundlePath + "/Resources/ggcam.inf");
+  const std::string& relay = base_.constants.relayBundleIdentifier;
+  if (!applications.hasDesktopEntry(relay))
+    logTo(
+        base_.log, LogLevel::kWarning,
+        "A Relay application that somebody else starts will not be recognised: no desktop entry " +
+            relay + ".desktop names a program that is installed");
   // Before the Listener observes: its handler may raise, and later ones are not called then.
   for (const char* name : {"DeviceAdded", "DeviceRemoved"})
     center.addObserver(&base_.status, name, [this](const Notification&) { base_.status.update(); });

@@ -60,6 +60,7 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end, for every child: intended
   try {
     rlaTask->launch();
+    services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
     logListener("call SendBusyNotification");
     if (appBlocker) appBlocker->SendBusyNotification();
   } catch (const Exception& exception) {

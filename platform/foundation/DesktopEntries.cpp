@@ -84,14 +84,24 @@ std::vector<std::string> DesktopEntries::applicationFolders() {
 }
 
 std::vector<std::string> DesktopEntries::identifiersOfExecutable(const std::string& executable) {
-  // A few stat() calls when somebody asks are cheaper than watching the folders all day.
-  if (!isCurrent()) readAll();
-  resolveWaiting();
+  refresh();
   std::vector<std::string> found;
   const auto [first, last] = identifiers_.equal_range(executable);
   for (auto entry = first; entry != last; ++entry)
     found.push_back(entry->second);
   return found;
+}
+
+bool DesktopEntries::hasProgram(std::string_view identifier) {
+  refresh();
+  return std::ranges::any_of(identifiers_,
+                             [&](const auto& entry) { return entry.second == identifier; });
+}
+
+// When somebody asks: that is cheaper than watching the folders all day.
+void DesktopEntries::refresh() {
+  if (!isCurrent()) readAll();
+  resolveWaiting();
 }
 
 bool DesktopEntries::isCurrent() const {

@@ -31,6 +31,8 @@ class DesktopEntries {
   /// Ids of the entries whose Exec or TryExec resolves to `executable`, an absolute path without
   /// symbolic links.
   std::vector<std::string> identifiersOfExecutable(const std::string& executable);
+  /// Whether an Exec or TryExec of the entry of this id resolves to any executable.
+  bool hasProgram(std::string_view identifier);
 
  private:
   /// A folder as it was read; without a time it has to be read again.
@@ -39,6 +41,8 @@ class DesktopEntries {
     std::optional<timespec> modified;
   };
 
+  /// Reads what has changed, a few stat() calls where nothing has.
+  void refresh();
   /// Whether every folder still has the time at which it was read.
   bool isCurrent() const;
   void readAll();

@@ -91,6 +91,19 @@ std::vector<RunningApplication> ProcessRunningApplications::launchedApplications
   return applications;
 }
 
+void ProcessRunningApplications::nameTask(const std::shared_ptr<const Task>& task,
+                                          std::string bundleIdentifier) {
+  std::erase_if(namedTasks_, [](const auto& named) {
+    const auto earlier = named.first.lock();
+    return !earlier || !earlier->isRunning();
+  });
+  namedTasks_.emplace_back(task, std::move(bundleIdentifier));
+}
+
+bool ProcessRunningApplications::hasDesktopEntry(std::string_view bundleIdentifier) {
+  return entries_.hasProgram(bundleIdentifier);
+}
+
 std::optional<std::string> ProcessRunningApplications::launcherIdentifier() {
   // The parent is the launcher as long as it lives; after that it is the session's reaper, which is
   // no application.
@@ -126,13 +139,18 @@ bool ProcessRunningApplications::isZombie(pid_t pid) const {
 
 std::vector<std::string> ProcessRunningApplications::identifiersOf(pid_t pid) {
   std::vector<std::string> identifiers;
-  if (auto identifier = identifierOfControlGroup(pid)) identifiers.push_back(*identifier);
-  if (const auto executable = executableOf(pid)) {
-    for (auto& identifier : entries_.identifiersOfExecutable(*executable)) {
-      if (std::ranges::find(identifiers, identifier) == identifiers.end()) {
-        identifiers.push_back(std::move(identifier));
-      }
-    }
+  const auto add = [&](std::string identifier) {
+    if (std::ranges::find(identifiers, identifier) == identifiers.end())
+      identifiers.push_back(std::move(identifier));
+  };
+  if (auto identifier = identifierOfControlGroup(pid)) add(std::move(*identifier));
+  if (const auto executable = executableOf(pid))
+    for (auto& identifier : entries_.identifiersOfExecutable(*executable))
+      add(std::move(identifier));
+  for (const auto& [named, identifier] : namedTasks_) {
+    const auto task = named.lock();
+    // The number of one that has ended may be another process's by now.
+    if (task && task->isRunning() && task->processIdentifier() == pid) add(identifier);
   }
   return identifiers;
 }

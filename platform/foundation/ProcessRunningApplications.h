@@ -6,9 +6,11 @@
 // application's scope.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation/DesktopEntries.h"
@@ -30,15 +32,20 @@ class ProcessRunningApplications : public RunningApplications {
 
   /// A process whose scope and executable tell different ids stands in the list with each of them.
   std::vector<RunningApplication> launchedApplications() override;
+  void nameTask(const std::shared_ptr<const Task>& task, std::string bundleIdentifier) override;
   /// Where scope and executable differ, the scope decides.
   std::optional<std::string> launcherIdentifier() override;
+
+  /// Whether a process that anybody has started would be recognised by its executable: a desktop
+  /// entry of this id names a program that is installed.
+  bool hasDesktopEntry(std::string_view bundleIdentifier);
 
  private:
   /// In order of number.
   std::vector<pid_t> processesOfUser() const;
   /// Whether the process has ended and only waits to be reaped by its parent.
   bool isZombie(pid_t pid) const;
-  /// What its scope tells first, then its executable; none twice.
+  /// What its scope tells first, then its executable, then who has started it; none twice.
   std::vector<std::string> identifiersOf(pid_t pid);
   std::optional<std::string> identifierOfControlGroup(pid_t pid) const;
   /// Path of the executable; none for a process that may not be looked into.
@@ -49,6 +56,8 @@ class ProcessRunningApplications : public RunningApplications {
   /// Not constant, since it reads its folders when it is asked.
   DesktopEntries entries_;
   std::string procFolder_;
+  /// Of this process's own children; those that have ended are dropped.
+  std::vector<std::pair<std::weak_ptr<const Task>, std::string>> namedTasks_;
 };
 
 }  // namespace tarvo

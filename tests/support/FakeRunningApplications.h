@@ -15,6 +15,7 @@ namespace tarvo::test {
 class FakeRunningApplications : public RunningApplications {
  public:
   std::vector<RunningApplication> launchedApplications() override { return applications; }
+  void nameTask(const std::shared_ptr<const Task>&, std::string) override {}
   std::optional<std::string> launcherIdentifier() override { return launcher; }
 
   void start(std::string identifier) {

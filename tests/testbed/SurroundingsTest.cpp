@@ -30,6 +30,19 @@ TEST_F(Surroundings, AnAgentWhoseNameTheBusDeniesSaysSoAndExitsWithOne) {
   EXPECT_THAT(agent->output(), HasSubstr("The name com.tarvo.Agent cannot be owned: "));
 }
 
+TEST_F(Surroundings, WithoutADesktopEntryTheRelayThatTheAgentStartedIsRecognised) {
+  std::filesystem::remove(bundle_.desktopEntry);
+  startAgent();
+  EXPECT_EQ(timesLogged("no desktop entry com.tarvo.Relay.desktop names a program"), 1U);
+  plug("tarvo-camera", "1-1");
+  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+  plug("second-camera", "1-5");
+  EXPECT_TRUE(waitForLog("RelayApp is already running. Ignoring this camera event."));
+  ASSERT_NO_FATAL_FAILURE(endRelay(0));
+  plug("second-camera", "1-7");
+  EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01700000));
+}
+
 TEST_F(Surroundings, TheSessionBusMayBeAbsentComeAndBeLost) {
   sessionBus_.stop();
   startAgent();
