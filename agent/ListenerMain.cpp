@@ -28,6 +28,8 @@ constexpr bool kCameraMode = true;
 constexpr bool kPowerDown = true;
 constexpr std::uint32_t kAutowakeDelay = 1000;
 
+constexpr const char* kNotActive = "this user's session is not active";
+
 // Raised, not asserted: the guard at the loop's entry logs it, and the agent goes on.
 void assertNotification(const Notification* notification, int line) {
   if (notification) return;
@@ -125,8 +127,11 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
   assertNotification(notification, 474);
   // Any arrival ends the search, even one that is then ignored.
   stopLostDevTimer();
-  if (!mayLaunch()) return;
   const auto device = std::dynamic_pointer_cast<XTPictureDevice>(notification->object);
+  if (const char* hindrance = hindranceToLaunch()) {
+    if (device) sayIgnored(*device, hindrance);
+    return;
+  }
   if (!device) {
     logListener("newImageCaptureDeviceAdded - ERROR - device is nil!");
     return;
@@ -138,6 +143,7 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
   if (type.empty()) {
     // Said of every unsupported device, cameras included.
     logListener("newImageCaptureDeviceAdded - ignoring invalid mass storage device.");
+    sayIgnored(*device, "its model is not supported");
     return;
   }
   // So that the search finds it again should it get lost.
@@ -146,15 +152,15 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
 }
 
 // The guards of an arrival, each with its own line.
-bool Listener::mayLaunch() {
+const char* Listener::hindranceToLaunch() {
   if (!active_) {
     logListener("newImageCaptureDeviceAdded - not active. Ignoring this camera event.");
-    return false;
+    return kNotActive;
   }
   if (relayAppIsRunning()) {
     logListener(
         "newImageCaptureDeviceAdded - RelayApp is already running. Ignoring this camera event.");
-    return false;
+    return "the Relay application is running already";
   }
   if (rlaTask) {
     logListener("newImageCaptureDeviceAdded --- ERROR --- rlaTask is not nil, but RLA is running!");
@@ -164,19 +170,30 @@ bool Listener::mayLaunch() {
   if (wirelessIsBusy()) {
     showBusyMessage();
     logListener("newImageCaptureDeviceAdded - WRLA is transferring. Ignoring this camera event.");
-    return false;
+    return "the wireless utility is transferring";
   }
-  return true;
+  return nullptr;
+}
+
+// Anybody's stick is ignored all day; only of the maker's devices a user expects something.
+void Listener::sayIgnored(const XTPictureDevice& device, const char* why) {
+  const auto* volume = dynamic_cast<const XTImageCaptureDevice*>(&device);
+  // A PTP device that is none of the maker's does not come this far.
+  if (device.isPTPDevice() || (volume && volume->isOfMaker()))
+    logTo(services_.log, LogLevel::kInfo, "'" + device.name() + "' is ignored: " + why);
 }
 
 void Listener::newMSCDeviceAdded(const Notification* notification) {
   logListener("newMSCDeviceAdded - entered");
   assertNotification(notification, 566);
+  const auto device = std::dynamic_pointer_cast<TarvoMSCDevice>(notification->object);
   if (!active_) {
     logListener("newMSCDeviceAdded - not active. Ignoring this camera event.");
+    if (device)
+      logTo(services_.log, LogLevel::kInfo,
+            device->massStorageModel() + " is ignored: " + kNotActive);
     return;
   }
-  const auto device = std::dynamic_pointer_cast<TarvoMSCDevice>(notification->object);
   if (!device) return;
   if (!device->canAutoPowerCycle()) {
     logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");

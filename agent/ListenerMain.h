@@ -34,6 +34,7 @@
 namespace tarvo {
 
 class TarvoMSCDevice;
+class XTPictureDevice;
 
 /// Posted by another process that wants the wireless utility started again.
 inline constexpr std::string_view kLaunchWRLAppNotification = "LaunchWRLAppNotification";
@@ -125,8 +126,11 @@ class Listener {
   void observeApplications();
   void launchWirelessUtilityAgain();
 
-  /// Asks the guards of an arrival in their order; the first that holds is logged and gives false.
-  bool mayLaunch();
+  /// Asks the guards of an arrival in their order; the first that holds is logged and gives its
+  /// words, none gives null.
+  const char* hindranceToLaunch();
+  /// Tells the user why a device of the maker is ignored, also with tracing off.
+  void sayIgnored(const XTPictureDevice& device, const char* why);
   /// Looks for the camera that this unit becomes.
   void awaitReturnOf(const TarvoMSCDevice& device);
   void warnOfMountedCard(TarvoMSCDevice& device);

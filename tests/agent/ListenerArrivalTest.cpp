@@ -46,6 +46,7 @@ TEST_F(ListenerTest, LaunchesForWhatIsSupportedAndShowsAllInTheOrderOfTheirArriv
   plugVolume("STICK", 0x0999, 0x01100000);
   EXPECT_EQ(takeLines().back(),
             "newImageCaptureDeviceAdded - ignoring invalid mass storage device.");
+  EXPECT_EQ(takeWhyIgnored(), "") << "it is not the maker's";
   plugVolume("CARD", 0x0998, 0xFA300000);
   plugVolume("FRAME", 0x040B, 0x01200000);
   imageCapture.announce(
@@ -64,6 +65,7 @@ struct Guard {
   const char* name;
   void (*prepare)(ListenerTest&);
   void (*end)(ListenerTest&);
+  const char* why;
   Lines lines;
 };
 
@@ -71,15 +73,18 @@ const Guard kGuards[] = {
     {"the session is inactive",
      [](ListenerTest& t) { t.setSessionActive(false); },
      [](ListenerTest& t) { t.setSessionActive(true); },
+     "this user's session is not active",
      {kEntered, "newImageCaptureDeviceAdded - not active. Ignoring this camera event."}},
     {"the Relay is running",
      [](ListenerTest& t) { t.applications.start(kRelay); },
      [](ListenerTest& t) { t.applications.end(kRelay); },
+     "the Relay application is running already",
      {kEntered,
       "newImageCaptureDeviceAdded - RelayApp is already running. Ignoring this camera event."}},
     {"the wireless utility is transferring",
      [](ListenerTest& t) { t.distributed.postFromElsewhere(kWRLABusyNotification); },
      [](ListenerTest& t) { t.distributed.postFromElsewhere(kWRLADoneNotification); },
+     "the wireless utility is transferring",
      {kEntered, "showBusyMessage entered", kViewerLine,
       "newImageCaptureDeviceAdded - WRLA is transferring. Ignoring this camera event."}},
 };
@@ -92,6 +97,7 @@ TEST_F(ListenerTest, IgnoresAnArrivalWhileAGuardHoldsAndNoLonger) {
     takeLines();
     arrive(camera());
     EXPECT_EQ(takeLines(), guard.lines) << guard.name;
+    EXPECT_EQ(takeWhyIgnored(), guard.why);
     EXPECT_EQ(relays().size(), launchesBefore) << guard.name;
     guard.end(*this);
     arrive(camera());
@@ -117,9 +123,11 @@ TEST_F(ListenerTest, AsksTheGuardsInTheirOrderAndThenForADeviceThatIsSupported) 
       {camera(0x0312), "ignoring invalid mass storage device."},
       {camera(0x10302), "ignoring invalid mass storage device."}};
   takeLines();
+  warnings.clear();
   for (const auto& [object, line] : rows) {
     arrive(object);
     EXPECT_THAT(takeLines(), ElementsAre(kEntered, "newImageCaptureDeviceAdded - " + line));
+    EXPECT_EQ(takeWhyIgnored(), line.starts_with("ERROR") ? "" : "its model is not supported");
   }
   EXPECT_THAT(relays(), IsEmpty());
 }
@@ -217,6 +225,7 @@ TEST_F(ListenerTest, LeavesAUnitAloneWhileTheSessionIsInactive) {
   setSessionActive(false);
   takeLines();
   EXPECT_THAT(plugUnit({})->take(), IsEmpty());
+  EXPECT_EQ(takeWhyIgnored(), "this user's session is not active");
   EXPECT_THAT(
       takeLines(),
       ElementsAre(kMSCEntered, "newMSCDeviceAdded - not active. Ignoring this camera event."));

@@ -116,6 +116,16 @@ class ListenerTest : public ::testing::Test {
     return lines;
   }
 
+  /// What the user is told of a device that was ignored, without its name; empty where it is
+  /// nothing. One line since the last call.
+  std::string takeWhyIgnored() {
+    std::string why;
+    for (const auto& [level, text] : warnings.entries())
+      if (level == LogLevel::kInfo) why += text.substr(text.find(" is ignored: ") + 13);
+    warnings.clear();
+    return why;
+  }
+
   FakeUserDefaults defaults{{{"LOG_SUBSYS_LISTENER", true}}};
   RecordingSystemLog log;
   RecordingSystemLog warnings;  ///< what is told with tracing off, too
