@@ -45,7 +45,8 @@ class DeviceInfo : public testing::Test {
     DeviceInfoSupport::getInfoForDevice(device, &info.type, &info.locID, &info.path);
     return info;
   }
-  std::shared_ptr<XTPictureDevice> massStorage(const char* volume, std::uint32_t idProduct) {
+  std::shared_ptr<XTImageCaptureMSCDevice> massStorage(const char* volume,
+                                                       std::uint32_t idProduct) {
     const std::string bsdName = "sd" + std::to_string(++units_);
     room_.addUSBUnit(bsdName, idProduct);
     return XTImageCaptureMSCDevice::withICAObject(room_.ica.addVolume(volume, bsdName).object,
@@ -83,8 +84,11 @@ TEST_F(DeviceInfo, OfMassStorageHasItsVolumeWhateverItsType) {
     const char* type;
   } rows[] = {{"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
   for (const auto& row : rows) {
-    EXPECT_EQ(infoFor(massStorage(row.volume, row.idProduct)),
+    const auto device = massStorage(row.volume, row.idProduct);
+    EXPECT_EQ(infoFor(device),
               (Info{row.type, -98566144, (folder_ / "volumes" / row.volume).string()}));
+    EXPECT_EQ(DeviceInfoSupport::isValidPVC(*device), device->isMSCamera());
+    EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), row.volume == std::string("CARD"));
   }
 }
 
