@@ -26,18 +26,6 @@ TEST_F(ListenerTest, LaunchesTheRelayForASupportedCamera) {
                           kShortSeparator));
 }
 
-TEST_F(ListenerTest, InspectsAPluggedCameraAfterHalfASecondAndLaunches) {
-  start();
-  const auto& plugged = imageCapture.addPTPCamera({.locationID = 0x01420000});
-  imageCapture.announce(plugged.object);
-  loop.advance(499ms);
-  EXPECT_THAT(relays(), IsEmpty());
-  loop.advance(1ms);
-  ASSERT_EQ(relays().size(), 1u);
-  EXPECT_THAT(relays()[0]->arguments, ElementsAre("PTP", "21102592", ""));
-  EXPECT_EQ(plugged.openScopes, 0) << "the Relay must be able to claim the camera";
-}
-
 TEST_F(ListenerTest, LaunchesForWhatIsSupportedAndShowsAllInTheOrderOfTheirArrival) {
   using Device = AgentStatus::Device;
   folder.write("media/CARD/MISC/IREVIEW.DB", "");
