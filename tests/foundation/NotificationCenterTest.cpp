@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "Utilities/Exception.h"
-#include "platform/foundation/NotificationQueue.h"
-#include "tests/support/ManualRunLoop.h"
 
 namespace tarvo::test {
 namespace {
@@ -74,18 +72,6 @@ TEST_F(NotificationCenterTest, AnExceptionReachesThePosterAndEndsTheDelivery) {
   center_.addObserver(&b_, "Added", record("later"));
   EXPECT_THROW(center_.post({"Added", nullptr}), Exception);
   EXPECT_EQ(calls_, Calls{});
-}
-
-TEST_F(NotificationCenterTest, TheQueuePostsNowOrWhenTheLoopIsIdle) {
-  ManualRunLoop loop;
-  NotificationQueue queue(center_, loop);
-  center_.addObserver(&a_, "Idle", record("idle"), camera_.get());
-  center_.addObserver(&a_, "Now", record("now"));
-  queue.enqueue({"Idle", camera_}, PostingStyle::kWhenIdle);
-  queue.enqueue({"Now", camera_}, PostingStyle::kNow);
-  EXPECT_EQ(calls_, (Calls{"now"}));
-  loop.runPending();
-  EXPECT_EQ(calls_, (Calls{"now", "idle"}));
 }
 
 }  // namespace
