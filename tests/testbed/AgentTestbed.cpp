@@ -111,11 +111,6 @@ void AgentTestbed::configure(const std::string& group, const std::string& key,
   configuration_[group][key] = value;
 }
 
-void AgentTestbed::leaveOutOfBundle(const std::set<std::string>& parts) {
-  std::filesystem::remove_all(folder_.path("installed"));
-  simulator::makeBundle(folder_.path("installed"), {STANDINS_FOLDER, MODELS_FILE, parts});
-}
-
 void AgentTestbed::writeConfiguration() const {
   std::string text;
   for (const auto& [group, keys] : configuration_) {

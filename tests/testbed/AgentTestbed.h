@@ -17,7 +17,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -67,7 +66,6 @@ class AgentTestbed : public ::testing::Test {
     environment_[name] = value;
   }
   void configure(const std::string& group, const std::string& key, const std::string& value);
-  void leaveOutOfBundle(const std::set<std::string>& parts);
 
   /// Starts the agent and waits until it says that it is ready.
   void startAgent();
