@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "msc/MSCRoom.h"
 #include "msc/TarvoMSCDevice.h"
 #include "msc/USBModePage.h"

@@ -1,5 +1,7 @@
 #include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
 
+#include <typeinfo>
+
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/DeviceInspection.h"
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
