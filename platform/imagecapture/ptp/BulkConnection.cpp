@@ -239,8 +239,10 @@ void BulkConnection::settleFailure(const Outcome& failure, std::uint32_t transac
   // one.
   const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
   if (isSilent) pipe_.setDeadline(deadline);
-  if (failure.ending != Ending::kGone) recovery_.resynchronise(transactionID);
-  if (recovery_.takeReset()) sessionOpen_ = false;
+  if (failure.ending != Ending::kGone) {
+    recovery_.resynchronise(transactionID);
+    if (recovery_.wasReset()) sessionOpen_ = false;
+  }
   gone_ = gone_ || failure.ending == Ending::kGone || recovery_.gone();
   timedOut_ = isSilent || recovery_.silent();
   if (isSilent) closeQuietly(deadline);

@@ -144,6 +144,7 @@ TransferResult LibusbDevice::resetPort() {
   const auto lent = std::make_shared<LibusbHandle>(std::move(handle_));
   std::packaged_task<int()> reset([lent] { return libusb_reset_device(lent->device.get()); });
   auto ended = reset.get_future();
+  abandoned_ = true;  // Also where there is no thread to be had.
   std::thread(std::move(reset)).detach();
   abandoned_ = ended.wait_for(kResetPatience) != std::future_status::ready;
   if (abandoned_) return TransferResult::kTimedOut;

@@ -48,6 +48,7 @@ void Recovery::clearHalts(std::uint8_t endpoint) {
 bool Recovery::resynchronise(std::uint32_t transactionID) {
   pipe_.cancelAll();
   heard_ = false;
+  wasReset_ = false;
   const bool isCancelled = cancelTransaction(transactionID);
   const bool idle = awaitIdle();
   // The gentle way first, for a reset ends the session.

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <optional>
 #include <span>
-#include <utility>
 
 #include "platform/imagecapture/ptp/BulkPipe.h"
 #include "platform/imagecapture/ptp/Container.h"
@@ -42,8 +41,8 @@ class Recovery {
 
   /// The device drops its session. False when it does not become idle.
   bool reset();
-  /// Whether there was a reset since the last call of this.
-  bool takeReset() { return std::exchange(wasReset_, false); }
+  /// Whether there was a reset since the beginning of the last resynchronise().
+  bool wasReset() const { return wasReset_; }
 
   bool silent() const { return silent_; }  ///< a class request has timed out
   bool gone() const { return gone_; }
