@@ -51,6 +51,8 @@ inline constexpr Status kICATimeout = -9904;        ///< the device did not answ
 inline constexpr Status kICAProtocolError = -9905;  ///< the device broke the protocol
 inline constexpr Status kICAInvalidObject = -9906;  ///< no such object, or none of that kind
 inline constexpr Status kICAPropertyNotFound = -9907;
+/// Begun within another transaction with the same device; worth another try once that has ended.
+inline constexpr Status kICATransactionRunning = -9908;
 
 // IOKit statuses, of SCSI commands and of disks. They are known by their 32 bits in hexadecimal and
 // are negative as a Status.

@@ -161,6 +161,7 @@ class MutatingUSBDevice : public ptp::USBDevice {
   ptp::TransferResult clearHalt(std::uint8_t endpoint) override {
     return device_->clearHalt(endpoint);
   }
+  ptp::TransferResult resetPort() override { return device_->resetPort(); }
   void watchInterrupts(ptp::InterruptHandler handler) override {
     device_->watchInterrupts(std::move(handler));
   }

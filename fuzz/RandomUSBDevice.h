@@ -45,6 +45,7 @@ class RandomUSBDevice : public ptp::USBDevice {
 
   void cancelAll() override { pending_.clear(); }
   ptp::TransferResult clearHalt(std::uint8_t) override { return nextResult(); }
+  ptp::TransferResult resetPort() override { return nextResult(); }
   void watchInterrupts(ptp::InterruptHandler) override {}
 
  private:

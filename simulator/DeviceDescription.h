@@ -113,6 +113,13 @@ struct StoreDescription {
   std::vector<ContentNode> content;
 };
 
+/// What a device does otherwise than most, each of it seen on real ones.
+struct Habits {
+  bool sessionBeforeDeviceInfo = false;  ///< GetDeviceInfo outside a session: SessionNotOpen
+  bool checksTransactionIDs = false;     ///< an id out of turn: InvalidTransactionID
+  bool noClassRequests = false;          ///< stalls those of the still-image class
+};
+
 /// What a capture makes: a picture of this size in the store that is told, named as generated
 /// files are.
 struct CaptureDescription {
@@ -125,6 +132,7 @@ struct DeviceDescription {
   DeviceKind kind = DeviceKind::kPTP;
   UsbIdentity usb;
   DeviceInfo info;                              ///< of a PTP device
+  Habits habits;                                ///< of a PTP device
   std::vector<PropertyDescription> properties;  ///< of a PTP device
   VendorDescription vendor;                     ///< of a PTP device
   std::optional<DatasetsDescription> datasets;  ///< of a PTP device; none: it keeps none

@@ -27,6 +27,7 @@ InterfaceDescription stillImageInterface(UsbSpeed speed) {
 
 PTPCamera::PTPCamera(const DeviceDescription& description)
     : VirtualUSBDevice(UsbDescriptors(description.usb, stillImageInterface(description.usb.speed))),
+      habits_(description.habits),
       faults_(description.faults),
       responder_(description),
       containers_(violations_),
@@ -37,6 +38,7 @@ PTPCamera::PTPCamera(const DeviceDescription& description)
 
 std::optional<Bytes> PTPCamera::classRequest(const SetupPacket& setup,
                                              std::span<const std::byte> data) {
+  if (habits_.noClassRequests) return std::nullopt;
   switch (setup.request) {
     case ptp::kCancelRequest:
       return cancel(data);
@@ -126,6 +128,8 @@ void PTPCamera::checkTransactionID() {
   // OpenSession itself has id 0, and the next operation 1, whatever came before.
   const bool opens = request_.operation == ptp::kOpenSession;
   const auto expected = opens || !responder_.hasSession() ? 0 : nextTransactionID_;
+  isOutOfTurn_ = request_.transactionID != expected && habits_.checksTransactionIDs;
+  if (isOutOfTurn_) return;
   if (request_.transactionID != expected) {
     violations_.add(formatted("operation 0x%04X: transaction id %u was expected, got %u",
                               request_.operation, expected, request_.transactionID));
@@ -157,6 +161,8 @@ void PTPCamera::run() {
   if (strikes(Fault::kSilent)) return;
   if (strikes(Fault::kStall)) {
     halt(kBulkIn);
+  } else if (isOutOfTurn_) {
+    answer(refuse(kInvalidTransactionID));
   } else if (strikes(Fault::kGarbage)) {
     answers_.sendGarbage(request_);
   } else if (strikes(Fault::kRaise)) {

@@ -94,7 +94,8 @@ class PTPCamera : public VirtualUSBDevice {
   Bytes deviceStatus();
   void receiveCommand(std::span<const std::byte> data, bool ends);
   void receiveData(std::span<const std::byte> data, bool ends);
-  /// Ids count from 1 within a session; outside one they are 0 (ISO 15740).
+  /// Ids count from 1 within a session; outside one they are 0 (ISO 15740). A slip is a violation,
+  /// or the host is told where that is the device's habit.
   void checkTransactionID();
   /// Executes the request that has come in whole, or does what a fault wants instead.
   void run();
@@ -102,6 +103,7 @@ class PTPCamera : public VirtualUSBDevice {
   void queueEvent(const PTPEvent& event);
   bool strikes(Fault fault) const { return faults_.strikes(fault); }
 
+  const Habits habits_;
   Faults faults_;
   HostViolations violations_;
   PTPResponder responder_;
@@ -111,6 +113,7 @@ class PTPCamera : public VirtualUSBDevice {
 
   PTPRequest request_;
   std::uint32_t nextTransactionID_ = 0;
+  bool isOutOfTurn_ = false;    ///< the request's id, on a device that refuses such
   unsigned busyAnswers_ = 0;    ///< how often Get Device Status still says busy
   bool goesWhenTaken_ = false;  ///< powers down once the response was taken
 

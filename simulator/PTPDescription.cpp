@@ -151,6 +151,15 @@ StoreDescription readStore(const JsonNode& node) {
   return store;
 }
 
+Habits readHabits(const JsonNode& node) {
+  node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests"});
+  Habits habits;
+  node.read("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo);
+  node.read("checksTransactionIDs", habits.checksTransactionIDs);
+  node.read("noClassRequests", habits.noClassRequests);
+  return habits;
+}
+
 CaptureDescription readCapture(const JsonNode& node) {
   node.allowKeys({"size", "prefix"});
   CaptureDescription capture;
@@ -162,9 +171,10 @@ CaptureDescription readCapture(const JsonNode& node) {
 }  // namespace
 
 void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
-  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "properties", "vendor", "datasets",
-                  "capture", "stores", "faults"});
+  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "habits", "properties", "vendor",
+                  "datasets", "capture", "stores", "faults"});
   device.info = readDeviceInfo(root.at("deviceInfo"), device.usb);
+  if (const auto habits = root.find("habits")) device.habits = readHabits(*habits);
   root.readList("properties", device.properties, readProperty);
   root.readList("stores", device.stores, readStore);
   if (const auto vendor = root.find("vendor")) device.vendor = readVendor(*vendor);

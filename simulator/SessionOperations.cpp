@@ -24,6 +24,8 @@ void SessionOperations::addTo(OperationTable& table) {
 }
 
 PTPReply SessionOperations::getDeviceInfo(const PTPRequest&) {
+  if (state_.description.habits.sessionBeforeDeviceInfo && state_.session == 0)
+    return refuse(kSessionNotOpen);
   const auto& info = state_.description.info;
   std::vector<std::uint16_t> operations;
   for (const auto& [code, operation] : offered_)

@@ -33,14 +33,20 @@ LogSink toolSink(LogSink sink, bool isQuiet) {
   };
 }
 
-/// A device may be silent as long as the user says; getting back in step never takes longer.
-ptp::Timeouts timeoutsFor(const GlobalOptions& options, const Interrupt& interrupt) {
+/// A device may be silent as long as the user says, from its first word on and whatever it does;
+/// getting back in step never takes longer.
+ptp::Timeouts timeoutsFor(const GlobalOptions& options, Output& output,
+                          const Interrupt& interrupt) {
   ptp::Timeouts timeouts;
   timeouts.interrupted = &interrupt.flag();
+  timeouts.waiting = [&output] {
+    output.message("The device is still at it; Ctrl-C ends the wait.");
+  };
   if (!options.timeout) return timeouts;
-  timeouts.bulk = *options.timeout;
-  timeouts.control = std::min(timeouts.control, timeouts.bulk);
-  timeouts.recovery = std::min(timeouts.recovery, timeouts.bulk);
+  for (auto* limit : {&timeouts.bulk, &timeouts.firstWord, &timeouts.slow})
+    *limit = *options.timeout;
+  for (auto* limit : {&timeouts.control, &timeouts.recovery, &timeouts.takeOver})
+    *limit = std::min(*limit, *options.timeout);
   return timeouts;
 }
 
@@ -117,8 +123,8 @@ struct ToolProcess::MassStorage {
   MSCRoom room;
 };
 
-ToolProcess::ToolProcess(const GlobalOptions& options, const Interrupt& interrupt)
-    : options_(options), interrupt_(interrupt) {}
+ToolProcess::ToolProcess(const GlobalOptions& options, Output& output, const Interrupt& interrupt)
+    : options_(options), output_(output), interrupt_(interrupt) {}
 
 ToolProcess::~ToolProcess() = default;
 
@@ -136,7 +142,8 @@ SupportedModels& ToolProcess::models() {
 }
 
 ToolProcess::Devices& ToolProcess::devices() {
-  if (!devices_) devices_ = std::make_unique<Devices>(base(), timeoutsFor(options_, interrupt_));
+  if (!devices_)
+    devices_ = std::make_unique<Devices>(base(), timeoutsFor(options_, output_, interrupt_));
   return *devices_;
 }
 

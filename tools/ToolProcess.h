@@ -12,8 +12,9 @@ namespace tarvo::tools {
 /// Main thread only. One in a process.
 class ToolProcess : public ToolPlatform {
  public:
-  /// Both are lent. A flag of `interrupt` ends transactions that are running.
-  ToolProcess(const GlobalOptions& options, const Interrupt& interrupt);
+  /// All are lent. A flag of `interrupt` ends transactions that are running; `output` says what is
+  /// waited for.
+  ToolProcess(const GlobalOptions& options, Output& output, const Interrupt& interrupt);
   ~ToolProcess() override;
 
   const MakerConstants& maker() override;
@@ -30,6 +31,7 @@ class ToolProcess : public ToolPlatform {
   Devices& devices();
 
   const GlobalOptions& options_;
+  Output& output_;
   const Interrupt& interrupt_;
   std::unique_ptr<Base> base_;                ///< log, preferences, main loop, models
   std::unique_ptr<Devices> devices_;          ///< what reaches devices

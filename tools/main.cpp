@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   if (line.exitCode) return *line.exitCode;
   const Interrupt interrupt;
   Output output(stdout, stderr, line.options);
-  ToolProcess process(line.options, interrupt);
+  ToolProcess process(line.options, output, interrupt);
   ToolContext context{line.options, output, process, interrupt, stdin};
   return runCommand(context, line.command);
 }

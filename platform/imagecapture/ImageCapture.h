@@ -105,7 +105,9 @@ class ICAScope {
 /// Main thread only. Callbacks run from the main loop. Statuses: kICAInvalidObject for a handle
 /// that names nothing or nothing of the needed kind; kICADeviceGone for a device that went;
 /// kICADeviceBusy, kICAAccessDenied, kICADeviceGone, kICATimeout, kICAProtocolError and kIOError as
-/// the transport gives them.
+/// the transport gives them; kICATransactionRunning for a message to a PTP device that is begun
+/// while another one to it runs, from a sink, a source or a progress callback that lets the main
+/// loop run. A device that goes then ends that message as it would at any other time.
 class ImageCapture {
  public:
   using EventCallback = std::function<void(const ICAEvent&)>;

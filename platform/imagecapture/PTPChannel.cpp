@@ -1,8 +1,33 @@
 #include "platform/imagecapture/PTPChannel.h"
 
+#include <algorithm>
+
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
+namespace {
+
+/// Whether the device has only refused a question for the session's sake, so that nothing is lost
+/// by asking again: it wants one, or is in one that somebody else has left open, where it counts
+/// otherwise. Nothing else is sent twice, for handles may mean other objects in another session.
+bool isWorthAnotherSession(const ptp::Transaction& transaction) {
+  const bool isRefused = transaction.responseCode == status::kPTPSessionNotOpen ||
+                         transaction.responseCode == status::kPTPInvalidTransactionID ||
+                         transaction.responseCode == status::kPTPSessionAlreadyOpen;
+  const bool isQuestion = transaction.receive || transaction.operation == ptp::kGetNumObjects;
+  return isRefused && isQuestion && transaction.bytesReceived == 0;
+}
+
+Status run(ptp::PTPConnection& connection, ptp::Transaction& transaction, bool inSession,
+           std::string* why) {
+  const Status session = inSession ? connection.openSession() : status::kOK;
+  if (session == status::kOK) return connection.transact(transaction, why);
+  // Positive values are response codes: the device has answered, and the record says so.
+  transaction.responseCode = static_cast<std::uint16_t>(std::max(session, status::kOK));
+  return std::min(session, status::kOK);
+}
+
+}  // namespace
 
 Status PTPChannel::hold(std::string* why) {
   if (isGone_) {
@@ -13,7 +38,6 @@ Status PTPChannel::hold(std::string* why) {
     Status failure = status::kIOError;
     connection_ = connector_.connect(address_, &failure, why);
     if (!connection_) return failure;
-    hasSession_ = false;
     if (events_) connection_->watchEvents(events_);
   }
   // Counted only on success: a failed attempt has nothing to release.
@@ -41,26 +65,18 @@ void PTPChannel::watchEvents(EventHandler handler) {
 Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {
   // The caller holds the channel, so only an unplug can have taken the connection.
   if (!connection_) return status::kICADeviceGone;
-  if (transaction.operation != ptp::kGetDeviceInfo) {
-    const Status result = ensureSession(transaction);
-    if (result != status::kOK || transaction.responseCode != 0) return result;
+  // Its second owner is a transaction that is running.
+  if (connection_.use_count() > 1) {
+    if (why) *why = statusText(status::kICATransactionRunning);
+    return status::kICATransactionRunning;
   }
-  const Status result = connection_->transact(transaction, why);
-  // A device that was reset has lost the session: the next operation opens another.
-  const bool wasReset =
-      transaction.operation == ptp::kResetDevice && transaction.responseCode == status::kPTPOK;
-  if (wasReset || transaction.responseCode == status::kPTPSessionNotOpen) hasSession_ = false;
+  // An unplug that is noticed meanwhile takes only ours.
+  const auto connection = connection_;
+  const bool inSession = transaction.operation != ptp::kGetDeviceInfo;
+  Status result = run(*connection, transaction, inSession, why);
+  if (result == status::kOK && isWorthAnotherSession(transaction))
+    result = run(*connection, transaction, true, why);
   return result;
-}
-
-Status PTPChannel::ensureSession(ptp::Transaction& transaction) {
-  if (hasSession_) return status::kOK;
-  // Positive values are response codes: the device has answered, and the record says so.
-  const Status result = connection_->openSession();
-  hasSession_ = result == status::kOK;
-  if (result <= status::kOK) return result;
-  transaction.responseCode = static_cast<std::uint16_t>(result);
-  return status::kOK;
 }
 
 std::unique_ptr<PTPScope> PTPScope::open(std::shared_ptr<PTPChannel> channel, Status* failure,

@@ -37,21 +37,22 @@ class PTPChannel {
 
   /// Runs a transaction; the caller holds the channel. GetDeviceInfo alone runs without a session
   /// (ISO 15740 lets it); where the device refuses the session, its refusal is the transaction's
-  /// response. Statuses as for PTPConnection::transact.
+  /// response. A question that the device refuses for want of a session, or because it is in
+  /// another one, is asked once more in a new session.
+  ///
+  /// The sink, the source and whatever else is called meanwhile may run the main loop: the
+  /// connection outlives an unplug that is noticed there. A transaction that is begun there is
+  /// refused, as kICATransactionRunning. Other statuses as for PTPConnection::transact.
   Status transact(ptp::Transaction& transaction, std::string* why);
 
  private:
-  /// Opens the session if there is none. kOK with a response code in `transaction` where the device
-  /// refuses.
-  Status ensureSession(ptp::Transaction& transaction);
-
   ptp::PTPConnector& connector_;
   ptp::USBInterfaceAddress address_;
   /// There while somebody holds the channel and the device is plugged.
-  std::unique_ptr<ptp::PTPConnection> connection_;
+  /// A transaction has it, too, while it runs.
+  std::shared_ptr<ptp::PTPConnection> connection_;
   EventHandler events_;  ///< empty where nobody is interested
   unsigned holders_ = 0;
-  bool hasSession_ = false;
   bool isGone_ = false;
 };
 

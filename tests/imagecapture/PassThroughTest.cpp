@@ -221,6 +221,45 @@ TEST_F(PassThrough, OpensAnotherSessionWhereTheDeviceHasLostTheFirst) {
   EXPECT_THAT(connector.log, ElementsAre(kConnect, "open session", "1004", "open session", "1004"));
 }
 
+TEST_F(PassThrough, AsksAQuestionOnceMoreInASessionWhereTheDeviceRefusesItForThatAlone) {
+  const struct {
+    std::uint16_t operation, refusal;
+    PTPDataUsageMode mode;
+    bool isAskedAgain;
+  } rows[] = {
+      {ptp::kGetDeviceInfo, 0x2003, kDataFromDevice, true},
+      {ptp::kGetDeviceInfo, 0x2004, kDataFromDevice, true},
+      {ptp::kGetDeviceInfo, 0x201E, kDataFromDevice, true},
+      {ptp::kGetDeviceInfo, 0x2019, kDataFromDevice, false},
+      {ptp::kDeleteObject, 0x2003, kNoData, false},
+  };
+  for (const auto& row : rows) {
+    connector.log.clear();
+    connector.answer = [&](ptp::Transaction& transaction) {
+      const bool isFirst = connector.log.size() <= 2 + (row.operation == ptp::kDeleteObject);
+      transaction.responseCode = isFirst ? row.refusal : 0x2001;
+      return status::kOK;
+    };
+    auto record = makeRecord(row.operation, row.mode);
+    EXPECT_EQ(send(record), status::kOK);
+    EXPECT_EQ(record.pb().resultCode, row.isAskedAgain ? 0x2001 : row.refusal);
+  }
+}
+
+TEST_F(PassThrough, KeepsTheConnectionForATransactionInWhichTheDeviceGoesAndRunsNoOther) {
+  connector.answer = [&](ptp::Transaction& transaction) {
+    connector.answer = nullptr;
+    EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICATransactionRunning);
+    registry.unplug(usbDevice);
+    EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICADeviceGone);
+    connector.log.emplace_back("it ends");
+    transaction.responseCode = 0x2001;
+    return status::kOK;
+  };
+  EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kOK);
+  EXPECT_THAT(connector.log, ElementsAre(kConnect, "1001", "it ends", "release"));
+}
+
 TEST_F(PassThrough, SaysInWordsWhyAnInterfaceCannotBeHad) {
   connector.connectStatus = status::kICADeviceBusy;
   connector.why = "held by gphoto2 (4711)";

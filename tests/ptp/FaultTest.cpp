@@ -27,10 +27,16 @@ void stall(USBScript& script) {
   script.inEnds(TransferResult::kStalled).deviceStatus(0x2001).clearHalt(0x81).recovery(kID);
 }
 
+/// The session is closed, as far as the device lets it be, and nothing more is said.
+void silence(USBScript& script) {
+  script.recovery(kID);
+  script.out(wire::command(0x1003, kID + 1)).in(wire::response(0x2001, kID + 1));
+}
+
 /// In place of the response, which every transaction has.
 const Fault kFaultsOfAResponse[] = {
     {"stall", stall, status::kIOError},
-    {"silence", [](USBScript& script) { script.cancelRequest(kID); }, status::kICATimeout, false},
+    {"silence", silence, status::kICATimeout, false},
     {"short packet", [](USBScript& script) { script.in(Bytes(8, std::byte{12})).recovery(kID); },
      status::kICAProtocolError},
     {"wrong transaction id",
@@ -49,7 +55,7 @@ const Fault kFaultsOfAResponse[] = {
 /// In the middle of a data phase of 100,000 bytes from the device.
 const Fault kFaultsOfDataIn[] = {
     {"stall", stall, status::kIOError},
-    {"silence", [](USBScript& script) { script.cancelRequest(kID); }, status::kICATimeout, false},
+    {"silence", silence, status::kICATimeout, false},
     {"short packet", [](USBScript& script) { script.in(wire::payload(100)).recovery(kID); },
      status::kICAProtocolError},
     {"more than announced",

@@ -166,14 +166,18 @@ TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGoneWithinTwoSeconds
       },
       [](KilledHost& host) { host.write(wire::command(0x1016, 1, {0xD100})); },
   };
-  for (const auto& die : deaths) {
+  const std::string none = "{}";
+  const std::string strict = R"({"checksTransactionIDs": true, "noClassRequests": true})";
+  for (unsigned i = 0; i < 2 * std::size(deaths); ++i) {
     const auto camera = test::simulatedCamera(R"({
         "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {},
         "properties": [{"code": "0xD100", "type": "AUINT8", "value": [1], "writable": true}],
-        "stores": [{"content": [{"file": "A.MOV", "size": 10485760}]}]})");
+        "stores": [{"content": [{"file": "A.MOV", "size": 10485760}]}],
+        "habits": )" + (i % 2 == 0 ? none : strict) +
+                                              "}");
     {
       KilledHost host(camera);
-      die(host);
+      deaths[i / 2](host);
     }
     std::chrono::milliseconds spent{0};
     BulkConnection connection(std::make_unique<PatienceMeter>(camera, spent), Timeouts(), LogSink(),

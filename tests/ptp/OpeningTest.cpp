@@ -1,6 +1,6 @@
-// What opening a device node says when it cannot.
+// Who has a device node open.
 #include <fcntl.h>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,7 +9,6 @@
 
 #include "Utilities/FileDescriptor.h"
 #include "platform/imagecapture/ptp/InterfaceHolder.h"
-#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
 
 namespace tarvo::ptp {
 namespace {
@@ -32,18 +31,6 @@ TEST(InterfaceHolder, NamesTheOtherProcessThatHasTheNodeOpen) {
   ::waitpid(child, nullptr, 0);
   EXPECT_EQ(processHolding(node.get()), "");
   ::unlink(path);
-}
-
-TEST(LibusbDeviceOpener, SaysThatANodeIsGoneOrIsNone) {
-  LibusbDeviceOpener opener;
-  Status failure = 0;
-  std::string why;
-  EXPECT_EQ(opener.open({"/dev/bus/usb/999/999", 0}, &failure, &why), nullptr);
-  EXPECT_EQ(failure, status::kICADeviceGone);
-  EXPECT_EQ(why, "/dev/bus/usb/999/999 is gone");
-  EXPECT_EQ(opener.open({"/dev/null", 0}, &failure, &why), nullptr);
-  EXPECT_EQ(failure, status::kIOError);
-  EXPECT_THAT(why, testing::HasSubstr("/dev/null"));
 }
 
 }  // namespace

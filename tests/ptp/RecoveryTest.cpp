@@ -109,7 +109,7 @@ TEST_F(RecoveryTest, EndsADeviceThatGoesOnSendingBeyondTheRoom) {
     std::optional<TransferCompletion> last_;
   };
   USBScript way;
-  way.recovery(0);
+  way.recovery(0).deviceReset().deviceStatus(0x2001);
   BulkConnection endless(std::make_unique<Endless>(way), shortTimeouts(), LogSink(), "it");
   MemorySink sink({});
   Transaction wanted{.operation = kOp, .receive = &sink};
@@ -151,26 +151,47 @@ TEST_F(RecoveryTest, WaitsForADeviceThatIsBusyCancelling) {
   expectInStep(2);
 }
 
-TEST(Recovery, ResetsADeviceThatStaysBusy) {
+TEST(Recovery, ResetsADeviceThatStaysBusyAndOpensAnotherSession) {
   Timeouts impatient = shortTimeouts();
   impatient.recovery = std::chrono::milliseconds(0);
   USBScript script;
-  script.out(wire::command(kOp, 0)).in(wire::response(0x2001, 0));
-  script.out(wire::command(kOp, 0)).inEnds(TransferResult::kError);
-  script.cancelRequest(0).deviceStatus(0x2019).deviceReset().deviceStatus(0x2001);
+  for (int session = 0; session < 2; ++session) {
+    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+    script.out(wire::command(kOp, 1)).inEnds(TransferResult::kError);
+    script.cancelRequest(1).deviceStatus(0x2019).deviceReset().deviceStatus(0x2001);
+  }
   auto connection = connectTo(script, TransactionIDs(), impatient);
   Transaction transaction{.operation = kOp};
-  EXPECT_EQ(connection->transact(transaction, nullptr), 0);
-  EXPECT_EQ(connection->transact(transaction, nullptr), status::kIOError);
+  for (int session = 0; session < 2; ++session) {
+    EXPECT_EQ(connection->openSession(), 0);
+    EXPECT_EQ(connection->transact(transaction, nullptr), status::kIOError);
+  }
   EXPECT_EQ(script.report(), "");
 }
 
-TEST_F(RecoveryTest, GoesOnWithADeviceThatKnowsNoClassRequests) {
-  script.out(wire::command(kOp, 1)).inEnds(TransferResult::kOverflow);
-  script.cancelRequest(1, TransferResult::kStalled);
-  script.control(0xA1, 0x67, {}, TransferResult::kStalled);
+TEST_F(RecoveryTest, ReadsADeviceWithoutClassRequestsToItsEndOrResetsItByPort) {
+  const auto refuse = [&](std::uint32_t id, TransferResult result) {
+    script.out(wire::command(kOp, id)).inEnds(TransferResult::kOverflow);
+    script.cancelRequest(id, result).control(0xA1, 0x67, {}, result);
+  };
+  refuse(1, TransferResult::kStalled);
+  script.in(wire::payload(70000)).inEnds(TransferResult::kStalled).clearHalt(0x81);
+  script.in(wire::response(0x2007, 1));
   EXPECT_EQ(receive(10), status::kICAProtocolError);
-  expectInStep(2);
+
+  // Without an answer on endpoint 0, halts are left alone: the system would ask for seconds.
+  std::uint32_t id = 2;
+  for (const auto result : {TransferResult::kStalled, TransferResult::kError}) {
+    refuse(id, result);
+    if (result == TransferResult::kError)
+      script.inEnds(TransferResult::kStalled).control(0xA1, 0x67, {}, result);
+    script.control(0x21, 0x66, {}, result).portReset();
+    EXPECT_EQ(receive(10), status::kICAProtocolError);
+    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+    EXPECT_EQ(connection->openSession(), 0);
+    id = 1;
+  }
+  expectInStep(1);
 }
 
 TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
@@ -185,12 +206,12 @@ TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
 }
 
 TEST_F(RecoveryTest, FailsAtOnceAfterOneTimeout) {
-  script.out(wire::command(kOp, 1)).cancelRequest(1).silence();
+  script.out(wire::command(kOp, 1)).recovery(1);
+  script.out(wire::command(0x1003, 2)).in(wire::response(0x2001, 2));
   EXPECT_EQ(receive(10), status::kICATimeout);
   EXPECT_THAT(why, HasSubstr("time-out"));
   EXPECT_EQ(receive(10), status::kICATimeout);
-  EXPECT_EQ(connection->openSession(), 0);  // Still open as far as the host knows.
-  EXPECT_EQ(connection->closeSession(), status::kICATimeout);
+  EXPECT_EQ(connection->closeSession(), 0);  // It is closed.
   EXPECT_EQ(connection->openSession(), status::kICATimeout);
 }
 
@@ -213,21 +234,40 @@ class LateDevice : public test::ScriptedUSBDevice {
 TEST(Recovery, StartsThePatienceAnewForPayloadButNotForATakenCommand) {
   const auto whole = shortTimeouts().bulk;
   USBScript script;
-  script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, wire::payload(200000))).cancelRequest(0);
+  script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, wire::payload(200000))).recovery(0);
   std::vector<std::chrono::milliseconds> waits;
   BulkConnection connection(std::make_unique<LateDevice>(script, waits), shortTimeouts(), LogSink(),
                             "late");
   PiecewiseSink sink(200000, SIZE_MAX);
   Transaction transaction{.operation = kOp, .receive = &sink};
   EXPECT_EQ(connection.transact(transaction, nullptr), status::kICATimeout);
-  ASSERT_EQ(waits.size(), 5U);  // Command, three reads of data, response.
+  ASSERT_EQ(waits.size(), 6U);  // Command, three reads of data, response, what is left.
   EXPECT_LE(waits[1], whole - LateDevice::kDelay);
-  EXPECT_THAT(std::vector(waits.begin() + 2, waits.end()), testing::Each(whole));
+  EXPECT_THAT(std::vector(waits.begin() + 2, waits.begin() + 5), testing::Each(whole));
+}
+
+TEST(Recovery, WaitsOnWithAWordForWhatTakesLongByItsNature) {
+  for (const std::uint16_t operation : {0x100F, 0x1005}) {
+    const bool isSlow = operation == 0x100F;
+    USBScript script;
+    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+    script.out(wire::command(operation, 1));
+    Timeouts timeouts = shortTimeouts();
+    timeouts.waiting = [&] { script.in(wire::response(0x2001, 1)); };
+    if (!isSlow) script.recovery(1).silence();
+    auto connection = connectTo(script, TransactionIDs(), timeouts);
+    EXPECT_EQ(connection->openSession(), 0);
+    Transaction transaction{.operation = operation};
+    EXPECT_EQ(connection->transact(transaction, nullptr),
+              isSlow ? status::kOK : status::kICATimeout);
+    EXPECT_EQ(script.report(), "");
+    script.silence();
+  }
 }
 
 TEST_F(RecoveryTest, TreatsSilenceOnTheControlEndpointAsATimeout) {
   script.out(wire::command(kOp, 1)).in(wire::response(0x2001, 55));
-  script.cancelRequest(1, TransferResult::kTimedOut);
+  script.cancelRequest(1, TransferResult::kTimedOut).portReset();
   EXPECT_EQ(receive(10), status::kICAProtocolError);
   EXPECT_EQ(receive(10), status::kICATimeout);
 }
@@ -240,7 +280,7 @@ TEST_F(RecoveryTest, SaysAtOnceThatTheDeviceIsGone) {
   EXPECT_EQ(send(10), status::kICADeviceGone);
 }
 
-TEST_F(RecoveryTest, CancelsWhatIsInFlightWhenASinkRaises) {
+TEST_F(RecoveryTest, GetsBackInStepWhenASinkRaises) {
   class Raising : public MemorySink {
    public:
     using MemorySink::MemorySink;
@@ -249,10 +289,10 @@ TEST_F(RecoveryTest, CancelsWhatIsInFlightWhenASinkRaises) {
   Bytes memory(8000000);
   Raising sink(memory);
   script.out(wire::command(kOp, 1)).in(wire::data(kOp, 1, wire::payload(1500000), 8000000));
+  script.recovery(1);
   Transaction wanted{.operation = kOp, .receive = &sink};
   EXPECT_THROW(static_cast<void>(connection->transact(wanted, nullptr)), std::runtime_error);
-  connection.reset();
-  script = USBScript();
+  expectInStep(2);
 }
 
 }  // namespace

@@ -65,13 +65,15 @@ TEST(Session, IsNotClosedOnADeviceThatRefusesItOrIsGone) {
 TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
   const struct {
     const char* what;
-    std::uint16_t closed;    ///< answer to closing it
-    std::uint16_t reopened;  ///< answer to opening ours then
-    bool resets;             ///< the device knows device reset
+    std::uint16_t closed;                              ///< answer to closing it
+    std::uint16_t reopened;                            ///< answer to opening ours then
+    bool resets;                                       ///< the device knows device reset
+    TransferResult port = TransferResult::kCompleted;  ///< of a reset by port, where it does not
   } rows[] = {
       {"closes", 0x2001, 0x2001, true},
       {"closes only by a reset", 0x2004, 0x201E, true},
-      {"cannot be closed", 0x2002, 0x201E, false},
+      {"closes only by a reset by port", 0x2004, 0x201E, false},
+      {"cannot be closed", 0x2002, 0x201E, false, TransferResult::kError},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
@@ -80,7 +82,8 @@ TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
     script.out(wire::command(0x1003, 1)).in(wire::response(row.closed, 1));
     opens(script, row.reopened);
     if (row.reopened != 0x2001 && row.resets) opens(script.deviceReset().deviceStatus(0x2001));
-    if (!row.resets) script.control(0x21, 0x66, {}, TransferResult::kStalled);
+    if (!row.resets) script.control(0x21, 0x66, {}, TransferResult::kStalled).portReset(row.port);
+    if (!row.resets && row.port == TransferResult::kCompleted) opens(script);
     closes(script, 1);
     EXPECT_EQ(connectTo(script)->openSession(), 0);
     EXPECT_EQ(script.report(), "");

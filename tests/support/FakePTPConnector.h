@@ -76,7 +76,9 @@ class FakePTPConnector : public ptp::PTPConnector {
     }
 
     Status openSession() override {
+      if (hasSession_) return status::kOK;
       owner_.log.emplace_back("open session");
+      hasSession_ = owner_.sessionStatus == status::kOK;
       return owner_.sessionStatus;
     }
     Status closeSession() override { return status::kOK; }
@@ -88,6 +90,7 @@ class FakePTPConnector : public ptp::PTPConnector {
         return status::kOK;
       }
       const Status result = owner_.answer(transaction);
+      hasSession_ = hasSession_ && transaction.responseCode != status::kPTPSessionNotOpen;
       if (result != status::kOK && words) *words = owner_.why;
       return result;
     }
@@ -99,6 +102,7 @@ class FakePTPConnector : public ptp::PTPConnector {
 
    private:
     FakePTPConnector& owner_;
+    bool hasSession_ = false;
     ptp::WireStatistics statistics_;
   };
 };

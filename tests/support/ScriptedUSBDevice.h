@@ -87,7 +87,7 @@ inline Bytes payload(std::size_t size) {
 
 class USBScript {
  public:
-  enum class Kind { kOut, kIn, kControl, kClearHalt, kSilence, kVanish };
+  enum class Kind { kOut, kIn, kControl, kClearHalt, kPortReset, kSilence, kVanish };
   struct Step {
     Kind kind = Kind::kSilence;
     Bytes bytes{};
@@ -134,6 +134,9 @@ class USBScript {
   }
   USBScript& clearHalt(std::uint8_t endpoint) {
     return add({.kind = Kind::kClearHalt, .endpoint = endpoint});
+  }
+  USBScript& portReset(ptp::TransferResult result = ptp::TransferResult::kCompleted) {
+    return add({.kind = Kind::kPortReset, .result = result});
   }
   /// The device takes nothing and says nothing any more.
   USBScript& silence() { return add({.kind = Kind::kSilence}); }
@@ -213,6 +216,8 @@ class USBScript {
                hex(step.bytes);
       case Kind::kClearHalt:
         return "clear halt of " + hex({std::byte{step.endpoint}});
+      case Kind::kPortReset:
+        return "port reset";
       case Kind::kSilence:
         return "silence";
       case Kind::kVanish:
@@ -305,6 +310,18 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     }
     script_.steps_.erase(step);
     return ptp::TransferResult::kCompleted;
+  }
+
+  ptp::TransferResult resetPort() override {
+    if (vanished()) return ptp::TransferResult::kNoDevice;
+    const auto step = script_.nextOfHost();
+    if (step == script_.steps_.end() || step->kind != USBScript::Kind::kPortReset) {
+      script_.mismatch(USBScript::describe({.kind = USBScript::Kind::kPortReset}));
+      return ptp::TransferResult::kError;
+    }
+    const auto result = step->result;
+    script_.steps_.erase(step);
+    return result;
   }
 
   void watchInterrupts(ptp::InterruptHandler handler) override {

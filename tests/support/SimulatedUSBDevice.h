@@ -105,6 +105,12 @@ class SimulatedUSBDevice : public ptp::USBDevice {
     return ptp::TransferResult::kCompleted;
   }
 
+  ptp::TransferResult resetPort() override {
+    if (camera_->isGone()) return ptp::TransferResult::kNoDevice;
+    camera_->reset();
+    return ptp::TransferResult::kCompleted;
+  }
+
   /// The main context looks every millisecond: the simulator calls nobody.
   void watchInterrupts(ptp::InterruptHandler handler) override {
     if (looking_ != 0) g_source_remove(std::exchange(looking_, 0));

@@ -93,27 +93,38 @@ TEST_F(Tool, ShowsAnObjectBeforeTheNextOneIsAsked) {
 }
 
 TEST_F(Tool, CtrlCCancelsATransferAndTheCameraWorksOn) {
-  const auto id = plug(camera());
-  pluggedCamera(id).setFault("silent", "0x1009,@1");
-  start("--timeout 60 get TARV0001.JPG --output pictures/");
-  ASSERT_TRUE(waitForOperation(id, ptp::kGetObject));
-  running().signal(SIGINT);
-  const auto run = finish();
-  EXPECT_EQ(run.exitCode, 130);
-  EXPECT_THAT(run.err, HasSubstr("cancelled (-490"));
-  EXPECT_THAT(filesIn(work("pictures")), Not(::testing::Contains("TARV0001.JPG")));
-  EXPECT_EQ(tool("get TARV0001.JPG --output pictures/").exitCode, 0) << err();
-  EXPECT_EQ(fs::file_size(work("pictures/TARV0001.JPG")), 2412034U);
+  for (const bool knowsClassRequests : {true, false}) {
+    auto description = camera();
+    description.habits.noClassRequests = !knowsClassRequests;
+    const auto id = plug(description);
+    pluggedCamera(id).setFault("silent", "0x1009,@1");
+    start("--timeout 60 get TARV0001.JPG --output pictures/");
+    ASSERT_TRUE(waitForOperation(id, ptp::kGetObject));
+    running().signal(SIGINT);
+    const auto run = finish();
+    EXPECT_EQ(run.exitCode, 130);
+    EXPECT_THAT(run.err, HasSubstr("cancelled (-490"));
+    EXPECT_THAT(filesIn(work("pictures")), Not(::testing::Contains("TARV0001.JPG")));
+    EXPECT_EQ(tool("get TARV0001.JPG --output pictures/").exitCode, 0) << err();
+    EXPECT_EQ(fs::file_size(work("pictures/TARV0001.JPG")), 2412034U);
+    fs::remove_all(work("pictures"));
+    testbed_->unplug(id);
+  }
 }
 
 TEST_F(Tool, AKilledCommandDoesNotBlockTheNextOne) {
-  const auto id = plug(camera());
+  auto description = camera();
+  description.habits.sessionBeforeDeviceInfo = true;
+  description.habits.checksTransactionIDs = true;
+  const auto id = plug(description);
   pluggedCamera(id).setFault("silent", "0x1009,@1");
   start("--timeout 60 get TARV0001.JPG");
   ASSERT_TRUE(waitForOperation(id, ptp::kGetObject));
   running().signal(SIGKILL);
   EXPECT_EQ(finish().exitCode, 128 + SIGKILL);
-  EXPECT_EQ(tool("ls").exitCode, 0) << err();
+  // Longer than a first word is waited for by itself.
+  pluggedCamera(id).setFault("delay", "1500,0x1001,@1");
+  EXPECT_EQ(tool("--timeout 60 ls").exitCode, 0) << err();
 }
 
 TEST_F(Tool, ADeviceThatIsHeldIsReportedWithItsHolder) {

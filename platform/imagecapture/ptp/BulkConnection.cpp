@@ -15,6 +15,22 @@ constexpr std::uint32_t kSessionID = 1;
 /// The largest payload that a container header can announce.
 constexpr std::uint64_t kMaximumPayload = kUnknownLength - 1 - kContainerHeaderSize;
 
+/// A device ends its session when it is reset (ISO 15740, ResetDevice), and some do by themselves.
+/// One that counts otherwise than we do, or has a session where it should have none, is in another
+/// one than ours.
+bool endsSession(const Transaction& transaction) {
+  switch (transaction.responseCode) {
+    case status::kPTPOK:
+      return transaction.operation == kResetDevice;
+    case status::kPTPSessionNotOpen:
+    case status::kPTPInvalidTransactionID:
+    case status::kPTPSessionAlreadyOpen:
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace
 
 BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts& timeouts,
@@ -30,19 +46,9 @@ BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts
       recovery_(*device_, pipe_, runner_.scratch(), timeouts_) {}
 
 BulkConnection::~BulkConnection() {
-  closeQuietly();
-}
-
-void BulkConnection::closeQuietly() noexcept {
+  // A device that is silent would only cost another time-out.
+  if (!timedOut_) closeQuietly(BulkPipe::Clock::now() + timeouts_.control);
   try {
-    // An open session left behind would make the next process take it over. A device that is silent
-    // would only cost another time-out.
-    if (sessionOpen_ && !timedOut_ && !gone_) {
-      pipe_.ignoreInterruption();
-      pipe_.setDeadline(BulkPipe::Clock::now() + timeouts_.control);
-      Transaction close{.operation = kCloseSession};
-      static_cast<void>(runner_.run(close, ids_.next()));
-    }
     const auto& counts = pipe_.statistics();
     logTo(log_, LogLevel::kDebug,
           formatted("PTP: disconnected from %s after %llu transactions, %llu bytes sent, %llu "
@@ -53,6 +59,20 @@ void BulkConnection::closeQuietly() noexcept {
   } catch (const std::exception&) {
     // Nothing can be done about it while letting go.
   }
+}
+
+/// An open session left behind would make the next process take it over.
+void BulkConnection::closeQuietly(BulkPipe::Clock::time_point deadline) noexcept {
+  if (!sessionOpen_ || gone_ || recovery_.silent()) return;
+  try {
+    pipe_.ignoreInterruption();
+    pipe_.setDeadline(deadline);
+    Transaction close{.operation = kCloseSession};
+    static_cast<void>(runner_.run(close, ids_.next()));
+  } catch (const std::exception&) {
+    // It is left to who comes next.
+  }
+  sessionOpen_ = false;
 }
 
 Status BulkConnection::openSession() {
@@ -91,7 +111,7 @@ Outcome BulkConnection::takeOver(Status& response, BulkPipe::Clock::time_point b
   Transaction close{.operation = kCloseSession};
   Outcome outcome = attempt(close, TransactionIDs(firstIDs_).next());
   if (outcome.done()) outcome = sendOpenSession(response);
-  if (outcome.done() && response == status::kPTPSessionAlreadyOpen && recovery_.resetDevice())
+  if (outcome.done() && response == status::kPTPSessionAlreadyOpen && recovery_.reset())
     outcome = sendOpenSession(response);
   if (outcome.done() && response == status::kPTPSessionAlreadyOpen) response = status::kPTPOK;
   pipe_.setDeadline(std::nullopt);
@@ -123,12 +143,7 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
   Outcome outcome = refusal();
   // An id that was not sent must not be missing: the device counts, too.
   if (outcome.done()) outcome = attempt(transaction, sessionOpen_ ? ids_.next() : kNoTransactionID);
-  // A device ends its session when it is reset (ISO 15740, ResetDevice), and some do by themselves.
-  const bool wasReset = transaction.operation == kResetDevice &&
-                        transaction.responseCode == static_cast<std::uint16_t>(status::kPTPOK);
-  if (wasReset ||
-      transaction.responseCode == static_cast<std::uint16_t>(status::kPTPSessionNotOpen))
-    sessionOpen_ = false;
+  if (endsSession(transaction)) sessionOpen_ = false;
   if (why != nullptr) *why = outcome.why;
   return outcome.status();
 }
@@ -143,9 +158,16 @@ Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transact
   Outcome outcome = refusal();
   if (!outcome.done()) return outcome;
   const auto begin = BulkPipe::Clock::now();
-  outcome = runOnce(transaction, transactionID);
-  if (isWorthARestart(transaction, outcome))
-    outcome = restart(transaction, transactionID, std::move(outcome), begin);
+  try {
+    outcome = runOnce(transaction, transactionID);
+    if (isWorthARestart(transaction, outcome))
+      outcome = restart(transaction, transactionID, std::move(outcome), begin);
+  } catch (...) {
+    // A sink or a source has raised; the device is still in the middle of it.
+    pipe_.endBudget();
+    settleFailure({Ending::kCancelled, "the receiver or the sender raised"}, transactionID);
+    throw;
+  }
   if (!outcome.done()) settleFailure(outcome, transactionID);
   return outcome;
 }
@@ -177,7 +199,8 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
     logTo(log_, LogLevel::kDebug,
           formatted("PTP: starting afresh with %s: %s", name_.c_str(), outcome.why.c_str()));
     const bool silent = outcome.ending == Ending::kTimedOut;
-    pipe_.setDeadline(begin + (silent ? timeouts_.bulk : timeouts_.takeOver));
+    const auto silence = std::max(timeouts_.bulk, timeouts_.firstWord + timeouts_.takeOver);
+    pipe_.setDeadline(begin + (silent ? silence : timeouts_.takeOver));
     // A device that speaks is first asked kindly.
     wasReset = silent || i > 0;
     const bool idle =
@@ -211,16 +234,18 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
 }
 
 void BulkConnection::settleFailure(const Outcome& failure, std::uint32_t transactionID) {
-  if (failure.ending == Ending::kTimedOut) {
-    timedOut_ = true;
-    // No more than the request itself: the steps of a full recovery would each wait for a device
-    // that says nothing.
-    recovery_.cancelTransaction(transactionID);
-  } else if (failure.ending != Ending::kGone) {
+  const bool isSilent = failure.ending == Ending::kTimedOut;
+  // The caller has waited long enough: all steps together, and closing the session, get the time of
+  // one.
+  const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
+  if (isSilent) pipe_.setDeadline(deadline);
+  if (failure.ending != Ending::kGone) {
     recovery_.resynchronise(transactionID);
+    if (recovery_.wasReset()) sessionOpen_ = false;
   }
-  timedOut_ = timedOut_ || recovery_.silent();
   gone_ = gone_ || failure.ending == Ending::kGone || recovery_.gone();
+  timedOut_ = isSilent || recovery_.silent();
+  if (isSilent) closeQuietly(deadline);
   logTo(log_, LogLevel::kDebug,
         formatted("PTP: transaction %u with %s failed: %s", transactionID, name_.c_str(),
                   failure.why.c_str()));

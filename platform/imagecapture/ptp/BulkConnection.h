@@ -20,12 +20,13 @@ namespace tarvo::ptp {
 ///
 /// A transaction passes through three hands: TransactionRunner moves its containers, this class
 /// decides what a bad ending means, and Recovery talks to the device until the next transaction can
-/// work. After a time-out or an unplugging nothing more is sent, whatever is asked.
+/// work. After a time-out, when the session has been closed where the device lets it be, or an
+/// unplugging nothing more is sent, whatever is asked.
 ///
 /// A process that was killed may have left the device in the middle of a transaction. So the first
 /// one of a connection gets more than one chance, unless it sends data: recovery, and then a device
-/// reset, stand between them, for as long as Timeouts::takeOver, or Timeouts::bulk where the device
-/// keeps silent.
+/// reset, stand between them, for as long as Timeouts::takeOver, or where the device keeps silent
+/// until Timeouts::bulk is over.
 class BulkConnection : public PTPConnection {
  public:
   /// `name` says in log lines which device this is. `ids` is where a session begins to count.
@@ -63,8 +64,8 @@ class BulkConnection : public PTPConnection {
   /// `response` is the device's code when the outcome is done.
   Outcome sendOpenSession(Status& response);
   Outcome takeOver(Status& response, BulkPipe::Clock::time_point begin);
-  /// For the destructor: at most Timeouts::control, and no failure of it matters.
-  void closeQuietly() noexcept;
+  /// For who lets the device go: no failure of it matters.
+  void closeQuietly(BulkPipe::Clock::time_point deadline) noexcept;
 
   std::unique_ptr<USBDevice> device_;
   Timeouts timeouts_;

@@ -8,8 +8,10 @@
 
 namespace tarvo::ptp {
 
-/// Takes the payload of a data phase from the device. The transport asks for room piece by piece,
-/// in order, may have several pieces in flight, and says how much of them was filled, in order.
+/// Takes the payload of a data phase from the device.
+/// It may let the main loop run, but a transaction with the same device is refused meanwhile. The
+/// transport asks for room piece by piece, in order, may have several pieces in flight, and says
+/// how much of them was filled, in order.
 class DataSink {
  public:
   virtual ~DataSink() = default;
@@ -23,7 +25,8 @@ class DataSink {
   virtual bool received(std::uint64_t offset, std::size_t length) = 0;
 };
 
-/// Gives the payload of a data phase to the device.
+/// Gives the payload of a data phase to the device. As for a sink, no other transaction with it can
+/// be run meanwhile.
 class DataSource {
  public:
   virtual ~DataSource() = default;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <future>
+#include <thread>
 #include <utility>
 
 #include "platform/imagecapture/ptp/LibusbInterruptWatch.h"
@@ -14,6 +16,8 @@ namespace {
 
 /// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
 constexpr std::chrono::milliseconds kCancelPatience{500};
+/// A hub resets a port in a tenth of a second, and then the device is set up anew.
+constexpr std::chrono::milliseconds kResetPatience{450};
 
 timeval timeUntil(std::chrono::steady_clock::time_point deadline) {
   const auto left = std::max(std::chrono::duration_cast<std::chrono::microseconds>(
@@ -53,7 +57,7 @@ LibusbDevice::~LibusbDevice() {
   LibusbDevice::watchInterrupts(nullptr);
   LibusbDevice::cancelAll();
   // Gives a kernel driver that was detached its interface back.
-  libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
+  if (handle_.device) libusb_release_interface(handle_.device.get(), endpoints_.interfaceNumber);
   // With the handle closed nobody reaps an abandoned transfer any more, so it can be freed.
   handle_.device.reset();
   slots_.clear();
@@ -130,6 +134,26 @@ void LibusbDevice::cancelAll() {
 TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
   if (abandoned_) return TransferResult::kError;
   return resultOfError(libusb_clear_halt(handle_.device.get(), endpoint));
+}
+
+TransferResult LibusbDevice::resetPort() {
+  const InterruptHandler handler = interrupts_ ? interrupts_->handler() : nullptr;
+  watchInterrupts(nullptr);
+  if (abandoned_) return TransferResult::kError;
+  // The thread's, until it has ended; where that takes too long, for good.
+  const auto lent = std::make_shared<LibusbHandle>(std::move(handle_));
+  std::packaged_task<int()> reset([lent] { return libusb_reset_device(lent->device.get()); });
+  auto ended = reset.get_future();
+  abandoned_ = true;  // Also where there is no thread to be had.
+  std::thread(std::move(reset)).detach();
+  abandoned_ = ended.wait_for(kResetPatience) != std::future_status::ready;
+  if (abandoned_) return TransferResult::kTimedOut;
+  handle_ = std::move(*lent);
+  const int error = ended.get();
+  // It came back as another device, or the interface could not be claimed again.
+  if (error == LIBUSB_ERROR_NOT_FOUND) return TransferResult::kNoDevice;
+  watchInterrupts(handler);
+  return resultOfError(error);
 }
 
 void LibusbDevice::watchInterrupts(InterruptHandler handler) {

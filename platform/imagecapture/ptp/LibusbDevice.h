@@ -38,6 +38,9 @@ class LibusbDevice : public USBDevice {
   std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override;
   void cancelAll() override;
   TransferResult clearHalt(std::uint8_t endpoint) override;
+  /// In a thread, for nothing bounds the system's patience with a device that does not come back.
+  /// Interrupts that are watched go on being watched.
+  TransferResult resetPort() override;
   void watchInterrupts(InterruptHandler handler) override;
 
  private:

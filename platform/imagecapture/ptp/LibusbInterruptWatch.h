@@ -38,6 +38,7 @@ class LibusbInterruptWatch {
   /// be handled until isInFlight() is false.
   void cancel();
   bool isInFlight() const { return inFlight_; }
+  const InterruptHandler& handler() const { return receiver_->handler; }
 
  private:
   struct FreeTransfer {

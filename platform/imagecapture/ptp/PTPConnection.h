@@ -32,15 +32,24 @@ struct Transaction {
 };
 
 /// How long to wait.
-/// The sum that a device which falls silent can cost is bulk, once, and one class request to
-/// cancel: less than 5 s with the values given here.
+/// The sum that a device which falls silent can cost is bulk, once, recovery, once, for all that is
+/// tried then, and half a second for a reset by port: 5 s at most with the values given here.
 struct Timeouts {
   /// All bulk transfers of a transaction together without progress, which is payload that moves.
   std::chrono::milliseconds bulk{4000};
-  std::chrono::milliseconds control{1000};  ///< one class request
+  std::chrono::milliseconds control{1000};  ///< closing the session at the end
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
   /// All of closing a session that another process left open, and opening it anew.
   std::chrono::milliseconds takeOver{2000};
+  /// The first word of the device on this connection, before somebody else is thought to have left
+  /// it in the middle of something.
+  std::chrono::milliseconds firstWord{1000};
+  /// The response to an operation that takes long by its nature: a store is formatted, a sent
+  /// object written, a folder deleted, the device tests or resets itself. Counts where it is more
+  /// than bulk.
+  std::chrono::milliseconds slow{300000};
+  /// Where there is one, called once in such an operation when it has taken all of bulk.
+  std::function<void()> waiting{};
   /// Where there is one, true ends the transaction that is running, also while the device is
   /// silent, as kCancelled; a signal handler may set it. Lent.
   const std::atomic<bool>* interrupted = nullptr;
@@ -63,21 +72,23 @@ struct WireStatistics {
 };
 
 /// Main thread only. Destroying it lets the interface go; an open session is closed first unless
-/// the device is gone or has timed out.
+/// the device is gone or has timed out, where that has been tried at once.
 ///
 ///   auto connection = connector.connect(address, &failure, &why);
 ///   connection->openSession();
 ///   Transaction ids{.operation = 0x1004, .receive = &sink};
 ///   if (connection->transact(ids, &why) == 0) use(ids.responseCode, sink.filled());
 ///
-/// Every call blocks until it has its result, for as long as Timeouts allow.
+/// Every call blocks until it has its result, for as long as Timeouts allow. A sink, a source or
+/// Timeouts::waiting that is called meanwhile may call nothing of the connection, nor destroy it;
+/// PTPChannel sees to that.
 class PTPConnection {
  public:
   virtual ~PTPConnection() = default;
 
-  /// Opens session 1. A session that is open already (0x201E, left by a process that died) is
-  /// closed and opened anew. Returns 0, a PTP response code other than OK, or a status as for
-  /// transact().
+  /// Opens session 1; nothing is sent where it is open. A session that is open already (0x201E,
+  /// left by a process that died) is closed and opened anew. Returns 0, a PTP response code other
+  /// than OK, or a status as for transact().
   virtual Status openSession() = 0;
   /// 0 also when none is open; otherwise the response code when it is not OK, or a status as for
   /// transact().
@@ -87,10 +98,14 @@ class PTPConnection {
   /// (no progress for the time-out), kICADeviceGone, kICAProtocolError (wrong transaction id, lying
   /// lengths, garbage), kCancelled (the sink or source ended it) or kIOError. After a failure the
   /// connection has been brought back in step where the device let it be (cancel request, endpoint
-  /// halts cleared, stale data drained). After a time-out every further call fails at once with
-  /// kICATimeout, so that a silent device costs one time-out. `*why`, when given, says it in words.
-  /// kBadParameter, and nothing is sent, for more than five parameters or for 4 GiB of data and
-  /// more.
+  /// halts cleared, stale data drained, reset). After a time-out the session is closed where the
+  /// device still lets it be, and every further call fails at once with kICATimeout, so that a
+  /// silent device costs one time-out. `*why`, when given, says it in words. kBadParameter, and
+  /// nothing is sent, for more than five parameters or for 4 GiB of data and more. What a sink or a
+  /// source raises passes through, once the connection is back in step.
+  ///
+  /// The session is over after a reset, also one on the way back into step, and after a response
+  /// that says that there is none or another one (0x2003, 0x2004, 0x201E): openSession() is due.
   virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
 
   /// Events of the device from now on, until an empty handler is given: called on the main loop,

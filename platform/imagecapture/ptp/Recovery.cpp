@@ -3,6 +3,8 @@
 #include <array>
 #include <thread>
 
+#include "platform/imagecapture/ptp/TransactionIDs.h"
+
 namespace tarvo::ptp {
 namespace {
 
@@ -14,18 +16,27 @@ constexpr std::uint8_t kFromInterface = 0xA1;
 /// status, and for a device to go on with stale data.
 constexpr int kSteps = 10;
 
+/// Whether the last packet of what came is the response to the transaction.
+bool endsWithResponse(std::span<const std::byte> bytes, std::size_t packetSize,
+                      std::uint32_t transactionID) {
+  const auto last = bytes.last(bytes.size() % packetSize);
+  Transaction ignored;
+  return decodeResponse(last, transactionID, ignored).done();
+}
+
 }  // namespace
 
 Recovery::Recovery(USBDevice& device, BulkPipe& pipe, std::span<std::byte> scratch,
                    const Timeouts& timeouts)
     : device_(device), pipe_(pipe), scratch_(scratch), timeouts_(timeouts) {}
 
-void Recovery::cancelTransaction(std::uint32_t transactionID) {
+bool Recovery::cancelTransaction(std::uint32_t transactionID) {
   auto payload = encodeCancelRequest(transactionID);
-  request(kToInterface, kCancelRequest, payload);
+  return request(kToInterface, kCancelRequest, payload).has_value();
 }
 
 void Recovery::clearHalts(std::uint8_t endpoint) {
+  heard_ = false;
   const auto status = deviceStatus();
   // The host knows of this one by itself, whatever the device says or does not say.
   clearHalt(endpoint);
@@ -36,40 +47,57 @@ void Recovery::clearHalts(std::uint8_t endpoint) {
 
 bool Recovery::resynchronise(std::uint32_t transactionID) {
   pipe_.cancelAll();
-  cancelTransaction(transactionID);
-  // The gentle way first: a reset ends the session, which the caller finds out by the next
-  // response.
-  const bool idle = awaitIdle() || resetDevice();
-  drain();
-  return idle && !gone_;
+  heard_ = false;
+  wasReset_ = false;
+  const bool isCancelled = cancelTransaction(transactionID);
+  const bool idle = awaitIdle();
+  // The gentle way first, for a reset ends the session.
+  const bool hasEnded = idle && drain(transactionID, isCancelled);
+  return !gone_ && (hasEnded || reset());
 }
 
 bool Recovery::startAfresh(std::uint32_t transactionID) {
   // A device that is busy with sending may not look at endpoint 0 before it got rid of it.
   pipe_.cancelAll();
-  drain();
+  heard_ = false;
+  drain(transactionID, true);
   cancelTransaction(transactionID);
-  const bool idle = resetDevice();
-  drain();
+  return reset();
+}
+
+bool Recovery::reset() {
+  const bool wasAsked = request(kToInterface, kDeviceResetRequest, {}).has_value();
+  wasReset_ = wasReset_ || wasAsked;
+  const bool idle = wasAsked ? awaitIdle() : resetPort();
+  // What it had sent before may lie in between.
+  if (idle) drain(kNoTransactionID, true);
   return idle && !gone_;
 }
 
-bool Recovery::resetDevice() {
-  return request(kToInterface, kDeviceResetRequest, {}).has_value() && awaitIdle();
+bool Recovery::resetPort() {
+  if (gone_ || pipe_.statistics().bytesReceived == 0) return false;
+  const TransferResult result = device_.resetPort();
+  gone_ = result == TransferResult::kNoDevice;
+  wasReset_ = wasReset_ || result == TransferResult::kCompleted;
+  return result == TransferResult::kCompleted;
 }
 
-void Recovery::drain() {
+bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds) {
   const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
+  bool hasEnded = false;
   Outcome outcome;
-  std::size_t length = 0;
-  // Ends with the first pause; a device that never pauses is left to the next transaction, which
-  // finds it broken.
-  while (!gone_ && outcome.done() && BulkPipe::Clock::now() < deadline) {
-    outcome = pipe_.read(scratch_, length, timeouts_.recovery / kSteps);
-    if (outcome.ending == Ending::kStalled) clearHalt(outcome.endpoint);
-    if (outcome.ending == Ending::kGone) gone_ = true;
+  while (!hasEnded && !gone_ && outcome.done() && BulkPipe::Clock::now() < deadline) {
+    std::size_t length = 0;
+    const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(deadline - BulkPipe::Clock::now());
+    outcome = pipe_.read(scratch_, length, pauseEnds ? timeouts_.recovery / kSteps : left);
+    hasEnded = endsWithResponse(scratch_.first(length), pipe_.inPacketSize(), transactionID) ||
+               (pauseEnds && outcome.ending == Ending::kTimedOut);
+    gone_ = outcome.ending == Ending::kGone;
+    // The data end at a stall, and the response stands behind it.
+    if (outcome.ending == Ending::kStalled && clearHalt(outcome.endpoint)) outcome = {};
   }
   pipe_.cancelAll();
+  return hasEnded;
 }
 
 /// Looks at the device status until it is OK. A device that does not know the request counts as
@@ -106,16 +134,21 @@ std::optional<std::size_t> Recovery::request(std::uint8_t type, std::uint8_t cod
   // Once is enough: every further request would hold the caller as long.
   if (completion.result == TransferResult::kTimedOut) silent_ = true;
   if (completion.result == TransferResult::kNoDevice) gone_ = true;
+  heard_ = heard_ || completion.result == TransferResult::kCompleted ||
+           completion.result == TransferResult::kStalled;
   if (completion.result != TransferResult::kCompleted) return std::nullopt;
   return completion.length;
 }
 
-void Recovery::clearHalt(std::uint8_t endpoint) {
+bool Recovery::clearHalt(std::uint8_t endpoint) {
   const auto& endpoints = device_.endpoints();
   // The device names these endpoints: only ours count.
-  if (endpoint != endpoints.bulkIn && endpoint != endpoints.bulkOut) return;
-  if (silent_ || gone_) return;
-  if (device_.clearHalt(endpoint) == TransferResult::kNoDevice) gone_ = true;
+  if (endpoint != endpoints.bulkIn && endpoint != endpoints.bulkOut) return false;
+  if (!heard_) deviceStatus();
+  if (!heard_ || silent_ || gone_) return false;
+  const TransferResult result = device_.clearHalt(endpoint);
+  gone_ = result == TransferResult::kNoDevice;
+  return result == TransferResult::kCompleted;
 }
 
 }  // namespace tarvo::ptp

@@ -16,23 +16,22 @@ namespace tarvo::ptp {
 /// request time out is asked nothing more on endpoint 0.
 ///
 /// The stages, each of which is enough for some devices: the cancel request; waiting until the
-/// device status is OK, with halts ended as the device names them; device reset, which costs the
-/// session; and reading until nothing comes.
+/// device status is OK, with halts ended as the device names them; reading until the device is at
+/// the end of the transaction; a reset, which costs the session, by device reset, or by port where
+/// the device does not know that request or is silent. A device from which nothing has ever come on
+/// the bulk endpoint is not reset by port: it may be busy with something that is not ours.
 class Recovery {
  public:
   /// `scratch` takes what is drained. All are lent.
   Recovery(USBDevice& device, BulkPipe& pipe, std::span<std::byte> scratch,
            const Timeouts& timeouts);
 
-  /// Tells the device to give the transaction up. It may refuse (stall), which is no failure.
-  void cancelTransaction(std::uint32_t transactionID);
-
   /// Ends the halt of `endpoint` and of those that the device status names.
   void clearHalts(std::uint8_t endpoint);
 
-  /// The whole way back: cancel request, device status until it is OK, device reset where it does
-  /// not become so, and what is left in the IN endpoint dropped. False when the device is not idle
-  /// in the end.
+  /// The whole way back: cancel request, device status until it is OK, what is left in the IN
+  /// endpoint dropped, and a reset where the device does not come to rest. False when it is not
+  /// idle in the end.
   bool resynchronise(std::uint32_t transactionID);
 
   /// For a device that a killed process has left in the middle of something and that says nothing:
@@ -40,29 +39,38 @@ class Recovery {
   /// itself. False when it is not idle in the end.
   bool startAfresh(std::uint32_t transactionID);
 
-  /// Device reset: the device drops its session. False when it does not become idle.
-  bool resetDevice();
-
-  /// Reads and drops what the device still sends, until it pauses.
-  void drain();
+  /// The device drops its session. False when it does not become idle.
+  bool reset();
+  /// Whether there was a reset since the beginning of the last resynchronise().
+  bool wasReset() const { return wasReset_; }
 
   bool silent() const { return silent_; }  ///< a class request has timed out
   bool gone() const { return gone_; }
 
  private:
+  /// Tells the device to give the transaction up. False when it did not take that: many know no
+  /// class requests, and go on to the end.
+  bool cancelTransaction(std::uint32_t transactionID);
+  /// Reads and drops what the device still sends, until the transaction's response has come. A
+  /// pause is an end, too, where `pauseEnds`. False when there was none in Timeouts::recovery.
+  bool drain(std::uint32_t transactionID, bool pauseEnds);
+  bool resetPort();
   /// None when the device does not know the request or has not answered.
   std::optional<DeviceStatus> deviceStatus();
   /// False when the device is still busy after Timeouts::recovery, silent or gone.
   bool awaitIdle();
   std::optional<std::size_t> request(std::uint8_t type, std::uint8_t code,
                                      std::span<std::byte> data);
-  /// Nothing for an endpoint that is not ours, for the device may name any.
-  void clearHalt(std::uint8_t endpoint);
+  /// False, and nothing is done, for an endpoint that is not ours, for the device may name any, and
+  /// for a device that answers no class request in this recovery.
+  bool clearHalt(std::uint8_t endpoint);
 
   USBDevice& device_;
   BulkPipe& pipe_;
   std::span<std::byte> scratch_;
   Timeouts timeouts_;
+  bool heard_ = false;  ///< in this recovery a class request was answered, or refused
+  bool wasReset_ = false;
   bool silent_ = false;
   bool gone_ = false;
 };

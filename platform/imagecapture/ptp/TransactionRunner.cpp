@@ -1,6 +1,7 @@
 #include "platform/imagecapture/ptp/TransactionRunner.h"
 
 #include <algorithm>
+#include <array>
 #include <optional>
 #include <utility>
 
@@ -44,6 +45,15 @@ std::string objection(const ContainerHeader& header, const Transaction& transact
   return {};
 }
 
+/// Whether a device may be silent for minutes before it answers and be well all the same: it
+/// formats, writes what it was sent, deletes or copies whole folders, tests or resets itself.
+bool takesLong(std::uint16_t operation) {
+  constexpr auto kOperations = std::to_array<std::uint16_t>(
+      {kDeleteObject, kSendObject, kFormatStore, kResetDevice, kSelfTest, kPowerDown, kMoveObject,
+       kCopyObject, XTO_SEND_OBJECT_PART, XTO_CREATE_DATASET, XTO_UPDATE_DATASET});
+  return std::ranges::find(kOperations, operation) != kOperations.end();
+}
+
 }  // namespace
 
 TransactionRunner::TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts)
@@ -81,7 +91,7 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   const bool endsShort = block.size % pipe_.outPacketSize() != 0;
   if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
-  const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.recovery, timeouts_.bulk);
+  const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.firstWord / 2, timeouts_.bulk);
   Outcome outcome = pipe_.write(bytes, limit);
   // With the small packets of a slow device a command can end with a full one.
   if (outcome.done() && !endsShort) outcome = pipe_.write({}, timeouts_.bulk);
@@ -99,8 +109,15 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
   Incoming incoming;
   // A device that has swallowed the command as the data of another process says nothing at all.
   const bool impatient = !inStep_ && transaction.send == nullptr;
-  const auto limit = impatient ? std::min(timeouts_.takeOver / 2, timeouts_.bulk) : timeouts_.bulk;
+  const auto limit = impatient ? std::min(timeouts_.firstWord, timeouts_.bulk) : timeouts_.bulk;
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
+  if (outcome.ending == Ending::kTimedOut && takesLong(transaction.operation) &&
+      timeouts_.slow > timeouts_.bulk) {
+    if (timeouts_.waiting) timeouts_.waiting();
+    answerAsked_ = true;  // The read that timed out is still in flight.
+    pipe_.startBudget(timeouts_.slow);
+    outcome = readContainer(transaction, transactionID, timeouts_.slow, incoming);
+  }
   if (!outcome.done()) return outcome;
   if (incoming.header.type == kResponseBlock) {
     outcome = decodeResponse(incoming.bytes, transactionID, transaction);

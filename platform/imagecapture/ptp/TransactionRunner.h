@@ -26,12 +26,13 @@ class TransactionRunner {
 
   /// Runs the phases. No transfer is in flight afterwards, however it ended. All waits together
   /// take `Timeouts::bulk` at most, and as much again after each payload byte that moves: taking
-  /// the command is no progress. The budget holds on for readResponse(), until
+  /// the command is no progress. An operation that takes long by its nature gets Timeouts::slow for
+  /// its response then, as it says there. The budget holds on for readResponse(), until
   /// BulkPipe::endBudget().
   ///
   /// Until the device has answered one transaction rightly it is out of step: what it still has to
   /// say to a process that was killed is passed over, for Timeouts::recovery, and its first word is
-  /// waited for only half as long as Timeouts::takeOver, unless data are sent.
+  /// waited for only as long as Timeouts::firstWord, unless data are sent.
   Outcome run(Transaction& transaction, std::uint32_t transactionID);
 
   /// Reads a response that may come after a halt was cleared; waits for `limit` at most.

@@ -90,8 +90,15 @@ class USBDevice {
   /// given up: the buffers are not written to any more, and every later call fails with kError.
   virtual void cancelAll() = 0;
 
-  /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT).
+  /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT). The system gives a device seconds
+  /// for it, so one that is silent is not to be asked.
   virtual TransferResult clearHalt(std::uint8_t endpoint) = 0;
+
+  /// Resets the device by its port, whatever it says: it has forgotten everything then, as after
+  /// power-on, and the interface is still claimed. Nothing may be in flight. kTimedOut where it is
+  /// not back in half a second, and kNoDevice where it came back as another one or not at all: the
+  /// device is given up then. kError for one that has no port.
+  virtual TransferResult resetPort() { return TransferResult::kError; }
 
   /// Packets of the interrupt endpoint from now on, in their order, until an empty handler is given
   /// or the endpoint fails. The handler is called on the main loop, never from inside another call,
