@@ -262,7 +262,7 @@ std::vector<ServiceHandle> UdevRegistry::enumerate(const PropertyDictionary& mat
       const EntryKind kind = entryKind(device.get());
       const std::string path = sysfsPath(device.get());
       // A unit that still waits for its nodes will be announced.
-      if (!(kinds & kind) || assembly_.isWaiting(path)) continue;
+      if (!(kinds & subsystem.kinds & kind) || assembly_.isWaiting(path)) continue;
       if (kind == kSCSIUnitEntry && onUnfinished && !isWhole(path)) {
         onUnfinished(device.get());
       } else if (const ServiceHandle service = handleIfMatching(device.get(), kind, match)) {
