@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Utilities/DiskStatus.h"
 #include "Utilities/Format.h"
 
 namespace tarvo {
@@ -50,6 +51,11 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kIOReturnNotOpen, "exclusive access was not obtained"},
     {status::kIOReturnBusy, "the disk is in use"},
     {status::kIOReturnTimeout, "no answer in time"},
+    {status::kDAReturnError, "the disk service refused"},
+    {status::kDAReturnNotFound, "there is no such disk"},
+    {status::kDAReturnNotPermitted, "the disk service does not let this user do that"},
+    {status::kDAReturnNotReady, "the disk service cannot be asked"},
+    {status::kDAReturnUnsupported, "the disk cannot do that"},
     {status::kPTPOK, "device reports success"},
     {status::kPTPGeneralError, "general device error, or no response"},
     {status::kPTPSessionNotOpen, "session not open, or no such device object"},

@@ -85,7 +85,7 @@ struct AgentProcess::Devices {
   ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
   SgSCSIServices scsi{registry, base_.log};
-  UDisks2DiskArbitration diskArbitration{systemBus, base_.log};
+  UDisks2DiskArbitration diskArbitration{systemBus, registry, base_.loop.interrupt(), base_.log};
   std::string encoding = defaultEncoding(base_.preferences, base_.log);
 
   SupportedModels models{base_.constants};

@@ -78,7 +78,7 @@ class Bench:
         raw = (f"sg_raw -r 23 {node} 5a 00 25 00 00 00 00 00 17 00 && "
                f"sg_raw -s 17 -i {page} {node} 55 00 00 00 00 00 00 00 11 00")
         commands = {"tarvoctl msc mode set": [self.arguments.tarvoctl, "msc", "mode", "set",
-                                              "startup"],
+                                              "startup", "--yes"],
                     "sg_raw, sense and select": ["sh", "-c", raw]}
         times = {name: [] for name in commands}
         counts = {}

@@ -9,6 +9,7 @@
 #include "identify/GetICAVolumeFromUSBLocation.h"
 #include "msc/GetUSBDataFromBSDName.h"
 #include "msc/MSCRoom.h"
+#include "platform/iokit/USBDevice.h"
 
 namespace tarvo {
 
@@ -74,6 +75,17 @@ std::optional<std::string> TarvoMSCDevice::dcfVolumeBSDName() {
   if (!_dcfVolumeBSDName)
     getDCFMediaForLocationID(locationOf(bsdName().value_or("")), nullptr, nullptr);
   return _dcfVolumeBSDName;
+}
+
+std::vector<Mount> TarvoMSCDevice::mounts() const {
+  const auto& services = MSCRoom::required().services();
+  const ServiceHandle usbDevice = usbHandleAbove(services.registry, _service);
+  auto mounts = services.mounts.mounts();
+  std::erase_if(mounts, [&](const Mount& mount) {
+    return usbDevice == 0 || !mount.device.starts_with("/dev/") ||
+           usbDeviceOfDisk(services.registry, lastPathComponent(mount.device)) != usbDevice;
+  });
+  return mounts;
 }
 
 bool TarvoMSCDevice::sharingOrderExists() {

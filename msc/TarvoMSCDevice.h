@@ -6,6 +6,8 @@
 //   if (unit && unit->canAutoPowerCycle()) unit->setUSBMode(true, true, 1000);
 #pragma once
 
+#include <array>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -21,6 +23,7 @@
 #include "Utilities/Status.h"
 #include "msc/ClockPage.h"
 #include "platform/diskarbitration/DiskArbitration.h"
+#include "platform/foundation/MountTable.h"
 #include "platform/iokit/Registry.h"
 #include "platform/iokit/SCSITask.h"
 
@@ -73,18 +76,22 @@ class TarvoMSCDevice : public Object {
   /// seen.
   bool sharingOrderExists();
 
-  // Disks. Each gives 0, or -1 when it was refused or took longer than 20 s.
+  // Disks. Each gives 0, or -1 when it was refused, took longer than 20 s, or the process was told
+  // to end, which is then the status of lastFailure().
 
-  /// Unmounts every volume of the unit's own disk. 0, too, when it has no disk.
+  /// Unmounts every volume of the unit's USB device. 0, too, when it has no disk of its own.
   Status unmountMedia();
-  /// Unmounts every volume of the disk that `bsdName` belongs to.
+  /// Unmounts every volume of the USB device that the disk `bsdName` belongs to.
   Status unmountAllPartitions(const std::string& bsdName);
   Status ejectMediaWithBSDName(const std::string& bsdName);
   /// Mounts `bsdName`, where the system has room for it: dcfVolumeName() is a wish.
   Status remountMediaWithBSDName(const std::string& bsdName);
-  /// Unmounts, unless that was done, then has the unit open its tray, also when it could not be
-  /// unmounted. True on success.
+  /// Unmounts, unless that was done, within what an unmounting before has left of its 20 s. Then
+  /// has the unit open its tray, also when it could not be unmounted: its lock stays then, and the
+  /// unit refuses. True on success.
   bool ejectTray();
+  /// What is mounted of the unit's USB device, wherever, in the order of mounting.
+  std::vector<Mount> mounts() const;
 
   // Vendor mode pages.
 
@@ -135,19 +142,25 @@ class TarvoMSCDevice : public Object {
                                   DiskContext* context);
   using StartOperation = std::function<void(DASession&, DASession::Callback)>;
 
+  static constexpr std::chrono::milliseconds kDiskTimeout{20'000};
+
   TarvoMSCDevice() = default;
 
   void requireInterface() const;
   std::optional<std::string> _getModelString();
   void _fillOutDateStruct(ClockPage& page, std::time_t date);
   bool couldNotSetUSBMode();
+  Status sense(std::uint8_t pageCode, std::span<std::byte> buffer, std::uint8_t& taskStatus);
   Status senseFailed(std::uint8_t pageCode, Status called);
   Status senseRefused(std::uint8_t pageCode, std::uint8_t taskStatus);
   bool executeModeSelect(SCSITaskInterface& task, std::span<std::byte> page);
   bool isTaskComplete(std::uint8_t taskStatus, SCSIServiceResponse response,
                       std::span<const std::byte> sense);
-  Status runDiskOperation(const std::string& bsdName, DiskCompletion completion,
-                          const StartOperation& start);
+  // What each takes is taken off `left`.
+  Status unmountWithin(std::chrono::milliseconds& left);
+  Status unmountAllPartitionsWithin(const std::string& bsdName, std::chrono::milliseconds& left);
+  Status runDiskOperation(const std::string& bsdName, std::chrono::milliseconds& left,
+                          DiskCompletion completion, const StartOperation& start);
   void diskDone(const std::string& disk, const DADissenter* dissenter, DiskContext& context);
   bool hasSharingOrder();
   void fail(Status status, std::string why) { lastFailure_ = {status, std::move(why)}; }
@@ -160,10 +173,17 @@ class TarvoMSCDevice : public Object {
   std::optional<std::string> _model;
   std::vector<std::uint8_t> _guid;
   bool _isUnmounted = false;
+  std::chrono::milliseconds unmountTimeLeft_ = kDiskTimeout;  ///< for the one before the tray
   std::optional<std::string> _bsdName;
   std::optional<std::string> _dcfVolumeBSDName;
   std::optional<std::string> _dcfVolumeName;
+  /// Of the last answer that had any.
+  std::array<std::byte, 18> senseData_{};
   Failure lastFailure_;
 };
+
+/// ", sense 5/26/00": key, additional code and qualifier (SPC-4, 4.5) of 18 bytes; empty where they
+/// are no sense data.
+std::string senseInWords(std::span<const std::byte> sense);
 
 }  // namespace tarvo

@@ -11,7 +11,6 @@ namespace tarvo {
 
 namespace {
 
-constexpr std::chrono::seconds kDiskTimeout{20};
 constexpr Status kDiskFailure = -1;
 constexpr bool kWholeDisk = true;
 
@@ -37,11 +36,16 @@ unsigned numberOf(const DASession& session) {
 }  // namespace
 
 Status TarvoMSCDevice::unmountMedia() {
+  unmountTimeLeft_ = kDiskTimeout;
+  return unmountWithin(unmountTimeLeft_);
+}
+
+Status TarvoMSCDevice::unmountWithin(std::chrono::milliseconds& left) {
   lastFailure_ = {};
   Status result = status::kOK;
   if (_service != 0) {
     if (const auto name = bsdName()) {
-      result = unmountAllPartitions(*name);
+      result = unmountAllPartitionsWithin(*name, left);
       if (result != status::kOK) TraceLog::trace("Could not unnount %s.", name->c_str());
     } else {
       TraceLog::trace("No bsd name for service %8x.", _service);
@@ -53,40 +57,53 @@ Status TarvoMSCDevice::unmountMedia() {
 }
 
 Status TarvoMSCDevice::unmountAllPartitions(const std::string& bsdName) {
-  return runDiskOperation(bsdName, DiskUnmountCallback,
+  auto left = kDiskTimeout;
+  return unmountAllPartitionsWithin(bsdName, left);
+}
+
+Status TarvoMSCDevice::unmountAllPartitionsWithin(const std::string& bsdName,
+                                                  std::chrono::milliseconds& left) {
+  return runDiskOperation(bsdName, left, DiskUnmountCallback,
                           [&](DASession& session, DASession::Callback done) {
                             session.unmount(bsdName, kWholeDisk, std::move(done));
                           });
 }
 
 Status TarvoMSCDevice::ejectMediaWithBSDName(const std::string& bsdName) {
-  return runDiskOperation(bsdName, DiskUnmountCallback,
+  auto left = kDiskTimeout;
+  return runDiskOperation(bsdName, left, DiskUnmountCallback,
                           [&](DASession& session, DASession::Callback done) {
                             session.eject(bsdName, std::move(done));
                           });
 }
 
 Status TarvoMSCDevice::remountMediaWithBSDName(const std::string& bsdName) {
-  return runDiskOperation(bsdName, DiskMountCallback,
+  auto left = kDiskTimeout;
+  return runDiskOperation(bsdName, left, DiskMountCallback,
                           [&](DASession& session, DASession::Callback done) {
                             session.mount(bsdName, _dcfVolumeName.value_or(""), std::move(done));
                           });
 }
 
-Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, DiskCompletion completion,
-                                        const StartOperation& start) {
+Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono::milliseconds& left,
+                                        DiskCompletion completion, const StartOperation& start) {
   lastFailure_ = {};
   // Before the session, which may call back until it ends.
   DiskContext context{this, kDiskFailure, nullptr};
-  const auto session = MSCRoom::required().services().diskArbitration.createSession();
+  auto& diskArbitration = MSCRoom::required().services().diskArbitration;
+  const auto session = diskArbitration.createSession();
   context.session = session.get();
   TraceLog::trace("scheduled session with RunLoop for bsdName = %s, session = %x", bsdName.c_str(),
                   numberOf(*session));
   TraceLog::trace("bsdNameCStr = %s", bsdName.c_str());
   TraceLog::trace("confirming %s == %s??", bsdName.c_str(), bsdName.c_str());
   start(*session, [&](const DADissenter* dissenter) { completion(bsdName, dissenter, &context); });
-  const bool isStopped = session->run(kDiskTimeout);
-  if (!isStopped) fail(status::kIOReturnTimeout, "the system did not answer within 20 seconds");
+  const bool isStopped = session->run(left);
+  if (!isStopped && diskArbitration.isInterrupted()) {
+    fail(status::kCancelled, "the program was told to end");
+  } else if (!isStopped) {
+    fail(status::kIOReturnTimeout, session->awaited() + " within 20 seconds");
+  }
   const Status result = isStopped && context.status == status::kOK ? status::kOK : kDiskFailure;
   TraceLog::trace("returning result = %d", result);
   return result;
@@ -117,12 +134,20 @@ bool TarvoMSCDevice::ejectTray() {
   lastFailure_ = {};
   requireInterface();
   TraceLog::trace("Ejecting...");
-  if (!_isUnmounted) unmountMedia();
+  auto left = std::exchange(unmountTimeLeft_, kDiskTimeout);
+  if (!_isUnmounted) unmountWithin(left);
+  if (MSCRoom::required().services().diskArbitration.isInterrupted()) {
+    fail(status::kCancelled, "the program was told to end");
+    return false;
+  }
   constexpr bool kIsOpen = true;
-  if (const Status failed = _mmcDevice->setTrayState(kIsOpen); failed != status::kOK) {
+  senseData_ = {};
+  const TrayLock lock = mounts().empty() ? TrayLock::kReleased : TrayLock::kRespected;
+  if (const Status failed = _mmcDevice->setTrayState(kIsOpen, lock, senseData_);
+      failed != status::kOK) {
     TraceLog::trace("Error: SetTrayState failed %x", static_cast<unsigned>(failed));
     TraceLog::trace("Error: Ejecting failed");
-    fail(failed, "the unit did not open its tray");
+    fail(failed, "the unit did not open its tray" + senseInWords(senseData_));
     return false;
   }
   TraceLog::trace("Ejecting succeeded");

@@ -53,12 +53,6 @@ std::shared_ptr<TarvoMSCDevice> unitOf(ServiceHandle entry) {
                                            productNameOfUnit(*properties), std::move(guid));
 }
 
-/// An entry that comes while the list is made can be found and be announced as well.
-bool holdsUnitOf(const TarvoMSCDeviceList& list, ServiceHandle entry) {
-  return std::ranges::any_of(list.devices(),
-                             [&](const auto& device) { return device->iokitService() == entry; });
-}
-
 }  // namespace
 
 TarvoMSCDeviceList* TarvoMSCDeviceList::sharedDeviceList() {
@@ -80,7 +74,7 @@ Status TarvoMSCDeviceList::registerDeviceCallbackHandler() {
     return status::kIOReturnError;
   }
   // What was there before.
-  CDROMAppearedNotificationHandler(this, registry.servicesMatching(matchingDictionary()));
+  CDROMAppearedNotificationHandler(this, _deviceAppearedIterator->present());
   _deviceDisappearedIterator =
       registry.addMatchingNotification(matchingDictionary(), {}, [this](ServiceHandle service) {
         CDROMDisappearedNotificationHandler(this, std::array{service});
@@ -117,9 +111,10 @@ TarvoMSCDeviceList& TarvoMSCDeviceList::removeDevice(const std::vector<std::uint
 void CDROMAppearedNotificationHandler(TarvoMSCDeviceList* list,
                                       std::span<const ServiceHandle> iterator) {
   for (const ServiceHandle entry : iterator) {
+    // To a process that is to end nothing more is done.
+    if (MSCRoom::required().services().diskArbitration.isInterrupted()) return;
     // One that is broken must not hide those behind it.
     guardedEntry(MSCRoom::required().services().log, "CDROMAppearedNotificationHandler", [&] {
-      if (holdsUnitOf(*list, entry)) return;
       if (auto unit = unitOf(entry)) list->addDevice(std::move(unit));
     });
   }

@@ -25,28 +25,6 @@ constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kSenseSize = 18;
 constexpr std::chrono::milliseconds kSelectTimeout{6000};
 
-/// How the unit is asked: nothing longer than 4 GiB addresses, with block descriptors, current
-/// values.
-Status modeSense(MMCDeviceInterface& device, std::uint8_t pageCode, std::span<std::byte> buffer,
-                 std::uint8_t& taskStatus) {
-  constexpr bool kLLBAA = false;
-  constexpr bool kDBD = false;
-  constexpr std::uint8_t kCurrentValues = 0;
-  taskStatus = scsi::kNoTaskStatus;
-  return device.modeSense10(kLLBAA, kDBD, kCurrentValues, pageCode, buffer, taskStatus);
-}
-
-/// "sense 5/26/00": key, additional code and qualifier (SPC-4, 4.5); empty where there are none.
-std::string senseInWords(std::span<const std::byte> sense) {
-  const auto at = [&](std::size_t index) { return std::to_integer<unsigned>(sense[index]); };
-  const unsigned responseCode = at(0) & 0x7F;
-  if (responseCode == 0x70 || responseCode == 0x71)
-    return formatted(", sense %x/%02x/%02x", at(2) & 0x0F, at(12), at(13));
-  if (responseCode == 0x72 || responseCode == 0x73)
-    return formatted(", sense %x/%02x/%02x", at(1) & 0x0F, at(2), at(3));
-  return {};
-}
-
 std::string answerInWords(std::uint8_t taskStatus) {
   if (taskStatus == scsi::kNoTaskStatus) return "the unit gave no answer";
   return formatted("the unit answered with SCSI status 0x%02x", taskStatus);
@@ -70,11 +48,33 @@ class ExclusiveAccess {
 
 }  // namespace
 
+std::string senseInWords(std::span<const std::byte> sense) {
+  const auto at = [&](std::size_t index) { return std::to_integer<unsigned>(sense[index]); };
+  const unsigned responseCode = at(0) & 0x7F;
+  if (responseCode == 0x70 || responseCode == 0x71)
+    return formatted(", sense %x/%02x/%02x", at(2) & 0x0F, at(12), at(13));
+  if (responseCode == 0x72 || responseCode == 0x73)
+    return formatted(", sense %x/%02x/%02x", at(1) & 0x0F, at(2), at(3));
+  return {};
+}
+
 void TarvoMSCDevice::requireInterface() const {
   if (!_mmcDevice) raiseAssertion("No device interface!");
 }
 
 // MODE SENSE(10).
+
+// Nothing longer than 4 GiB addresses, with block descriptors, current values.
+Status TarvoMSCDevice::sense(std::uint8_t pageCode, std::span<std::byte> buffer,
+                             std::uint8_t& taskStatus) {
+  constexpr bool kLLBAA = false;
+  constexpr bool kDBD = false;
+  constexpr std::uint8_t kCurrentValues = 0;
+  taskStatus = scsi::kNoTaskStatus;
+  senseData_ = {};
+  return _mmcDevice->modeSense10(kLLBAA, kDBD, kCurrentValues, pageCode, buffer, taskStatus,
+                                 senseData_);
+}
 
 Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std::byte>* buffer,
                                           std::uint16_t* bufferSize) {
@@ -83,7 +83,7 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   lastFailure_ = {};
   std::array<std::byte, kHeaderSize> header = {};
   std::uint8_t taskStatus = 0;
-  Status called = modeSense(*_mmcDevice, pageCode, header, taskStatus);
+  Status called = sense(pageCode, header, taskStatus);
   if (called != status::kOK) {
     TraceLog::trace("Error: ModeSense10 failed err = 0x%08x\n", static_cast<unsigned>(called));
     return senseFailed(pageCode, called);
@@ -104,11 +104,12 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
     TraceLog::trace("Error: malloc of %d bytes failed", size);
     return senseFailed(pageCode, status::kIOReturnError);
   }
-  called = modeSense(*_mmcDevice, pageCode, page, taskStatus);
+  called = sense(pageCode, page, taskStatus);
   if (called != status::kOK) {
     // Printed, not logged; this is intended.
-    std::fprintf(MSCRoom::required().services().standardOutput, "ModeSense10 failed err = 0x%08x\n",
-                 static_cast<unsigned>(called));
+    std::FILE* output = MSCRoom::required().services().standardOutput;
+    std::fprintf(output, "ModeSense10 failed err = 0x%08x\n", static_cast<unsigned>(called));
+    std::fflush(output);
     return senseFailed(pageCode, called);
   }
   if (taskStatus != scsi::kGood) {
@@ -126,8 +127,8 @@ Status TarvoMSCDevice::senseFailed(std::uint8_t pageCode, Status called) {
 }
 
 Status TarvoMSCDevice::senseRefused(std::uint8_t pageCode, std::uint8_t taskStatus) {
-  fail(status::kIOReturnError,
-       formatted("mode page 0x%02x could not be read: ", pageCode) + answerInWords(taskStatus));
+  fail(status::kIOReturnError, formatted("mode page 0x%02x could not be read: ", pageCode) +
+                                   answerInWords(taskStatus) + senseInWords(senseData_));
   return status::kIOReturnError;
 }
 

@@ -23,6 +23,7 @@ void CommandTree::addMassStorage() {
       ->type_name("N")
       ->needs(powerDown);
   set.add_flag("--permanent", unitMode_.permanent, "For good, and not for once");
+  set.add_flag("--yes", unitMode_.yes, "Do not ask, though the unit cannot come back by itself");
 
   add(group, "model", "The model's name as the unit has it", "tarvoctl msc model", runUnitModel);
   auto& clock = addGroup(group, "clock", "The unit's clock", "tarvoctl msc clock set");

@@ -7,6 +7,7 @@
 
 #include "Utilities/NSStringUtilsCategory.h"
 #include "msc/GetUSBDataFromBSDName.h"
+#include "platform/diskarbitration/VolumeUsers.h"
 #include "tools/DeviceChooser.h"
 #include "tools/Listing.h"
 #include "tools/ToolError.h"
@@ -27,7 +28,8 @@ struct Chosen {
     throw ToolError({.operation = operation,
                      .object = object.empty() ? inWords(summary) : std::move(object),
                      .status = failure.status,
-                     .why = failure.why});
+                     .why = failure.why},
+                    failure.status == status::kCancelled ? kInterrupted : kFailed);
   }
   void require(bool isDone, const std::string& object = {}) const {
     if (!isDone) fail(object);
@@ -61,13 +63,45 @@ std::string modeInWords(const PropertyDictionary& mode) {
   return words.empty() ? "none" : joined(words);
 }
 
-/// Every volume of the unit. The card is looked up first: unmounted, it could not be found.
+std::string diskOf(const Mount& mount) {
+  return lastPathComponent(mount.device);
+}
+
+/// "/media/u/CARD (sdb1) is still mounted, in use by vi (12)".
+std::string stillMounted(const Mount& mount) {
+  const std::string users = processesUsing({mount.mountPoint});
+  return mount.mountPoint + " (" + diskOf(mount) + ") is still mounted" +
+         (users.empty() ? "" : ", in use by " + users);
+}
+
+/// Every volume of the unit. What the system calls unmounted is looked at once more: another
+/// program may have mounted it, or it is none that the disk service knows.
 void unmountVolumes(const Chosen& chosen) {
-  const auto card = chosen.unit.dcfVolumeBSDName();
-  const auto disk = chosen.unit.bsdName();
-  chosen.require(chosen.unit.unmountMedia() == status::kOK, disk.value_or(""));
-  if (card && card != disk)
-    chosen.require(chosen.unit.unmountAllPartitions(*card) == status::kOK, *card);
+  const std::string disk = chosen.unit.bsdName().value_or("");
+  chosen.require(chosen.unit.unmountMedia() == status::kOK, disk);
+  // A unit without a disk of its own may have a card.
+  for (const Mount& mount : chosen.unit.mounts())
+    chosen.require(chosen.unit.unmountAllPartitions(diskOf(mount)) == status::kOK, diskOf(mount));
+  std::vector<std::string> rest;
+  for (const Mount& mount : chosen.unit.mounts())
+    rest.push_back(stillMounted(mount));
+  if (!rest.empty())
+    throw ToolError({.operation = chosen.operation,
+                     .object = inWords(chosen.summary),
+                     .status = status::kIOReturnBusy,
+                     .why = joined(rest)});
+}
+
+/// Whether a unit may be sent away: one that cannot come back by itself only when a person says so.
+bool maySendAway(ToolContext& context, const Chosen& chosen, bool yes) {
+  if (yes || chosen.unit.canAutoPowerCycle()) return true;
+  if (chosen.unit.lastFailure().status != status::kOK) chosen.fail();
+  const std::string unit = inWords(chosen.summary);
+  if (!canAsk(context))
+    refuseUsage(chosen.operation, unit +
+                                      " says that it cannot come back by itself, and there is "
+                                      "nobody to ask; give --yes to send it away");
+  return isConfirmed(context, unit + " says that it cannot come back by itself. Send it away?");
 }
 
 /// The block devices of the unit's USB device that hold no others: partitions, and disks without
@@ -152,9 +186,13 @@ int runUnitModeGet(ToolContext& context) {
 
 int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
   const Chosen chosen(context, "msc mode set");
-  if (const auto card = chosen.unit.dcfVolumeBSDName())
-    context.output.message("The volume " + chosen.unit.dcfVolumeName().value_or("") + " (" + *card +
-                           ") is still mounted: what has not been written to it yet may be lost.");
+  for (const Mount& mount : chosen.unit.mounts())
+    context.output.message("The volume " + printable(stillMounted(mount)) +
+                           ": what has not been written to it yet may be lost.");
+  if (!maySendAway(context, chosen, options.yes)) {
+    context.output.message("Nothing was changed.");
+    return kFailed;
+  }
   PropertyDictionary mode = {{options.mode + "Mode", true},
                              {"powerDown", options.powerDown},
                              {"permanent", options.permanent},

@@ -20,16 +20,18 @@ struct UnitModeOptions {
   bool powerDown = false;
   std::uint32_t wakeAfter = 0;  ///< the unit's mode page has a tenth of it
   bool permanent = false;
+  bool yes = false;
 };
 
-/// Warns of a card that is mounted; it is left mounted.
+/// Warns of every volume that is mounted; it is left mounted. A unit that says that it cannot come
+/// back by itself is asked about before it is sent away.
 int runUnitModeSet(ToolContext& context, const UnitModeOptions& options);
 
 int runUnitModel(ToolContext& context);
 int runUnitClockSet(ToolContext& context);
 /// Says whether there are any; both are success.
 int runUnitOrders(ToolContext& context);
-/// The unit's own disk and its card.
+/// Every volume of the unit's USB device, wherever it is mounted.
 int runUnitUnmount(ToolContext& context);
 
 struct UnitMountOptions {
@@ -37,7 +39,7 @@ struct UnitMountOptions {
 };
 
 int runUnitMount(ToolContext& context, const UnitMountOptions& options);
-/// Leaves the tray alone where a volume could not be unmounted.
+/// Leaves the tray alone where a volume stays mounted.
 int runUnitEject(ToolContext& context);
 
 }  // namespace tarvo::tools

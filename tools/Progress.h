@@ -12,7 +12,7 @@
 #include <string>
 
 #include "NativeServices/PictureDevice/DataPhases.h"
-#include "tools/Interrupt.h"
+#include "platform/foundation/Interrupt.h"
 #include "tools/Output.h"
 
 namespace tarvo::tools {

@@ -7,12 +7,14 @@
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "identify/models/SupportedModels.h"
 #include "msc/TarvoMSCDeviceList.h"
+#include "platform/foundation/Interrupt.h"
 #include "platform/foundation/MakerConstants.h"
 #include "tools/GlobalOptions.h"
-#include "tools/Interrupt.h"
 #include "tools/Output.h"
 
 namespace tarvo::tools {
+
+using tarvo::Interrupt;
 
 /// The platform, made when a command asks for it: most of what a user types needs no device.
 ///

@@ -4,6 +4,7 @@
 #include <array>
 #include <utility>
 
+#include "Utilities/DiskStatus.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Words.h"
@@ -41,7 +42,9 @@ constexpr auto kAdvice = std::to_array<Advice>({
     {status::kIOReturnNotPrivileged,
      "Install the udev rule (70-tarvo.rules), and do it in the session at the screen."},
     {status::kIOReturnExclusiveAccess, "Close the program that uses the device and try again."},
-    {status::kIOReturnUnsupported, "Check that the UDisks2 service (udisks2) is installed."},
+    {status::kDAReturnNotPermitted, "Do it in the session at the screen."},
+    {status::kDAReturnNotReady,
+     "Check that the UDisks2 service (udisks2) is installed and that the system bus runs."},
     {status::kIOReturnBusy, "Close what uses it and try again."},
     {status::kIOReturnTimeout, "Try again; if it stays so, switch the device off and on."},
     {status::kPTPGeneralError, "Try again; if it stays so, switch the device off and on."},

@@ -89,8 +89,9 @@ namespace {
 /// Connects to the system bus for the first operation on a disk: no other command needs a bus.
 class ToolDiskArbitration : public DiskArbitration {
  public:
-  ToolDiskArbitration(RunLoop& loop, const LogSink& log)
-      : systemBus_(loop, log), diskArbitration_(systemBus_, log) {}
+  ToolDiskArbitration(RunLoop& loop, Registry& registry, const Interrupt& interrupt,
+                      const LogSink& log)
+      : systemBus_(loop, log), diskArbitration_(systemBus_, registry, &interrupt, log) {}
 
   std::unique_ptr<DASession> createSession() override {
     if (!std::exchange(isStarted_, true)) {
@@ -99,6 +100,7 @@ class ToolDiskArbitration : public DiskArbitration {
     }
     return diskArbitration_.createSession();
   }
+  bool isInterrupted() const override { return diskArbitration_.isInterrupted(); }
 
  private:
   SystemBus systemBus_;
@@ -109,9 +111,9 @@ class ToolDiskArbitration : public DiskArbitration {
 }  // namespace
 
 struct ToolProcess::MassStorage {
-  MassStorage(Base& base, Devices& devices)
+  MassStorage(Base& base, Devices& devices, const Interrupt& interrupt)
       : scsi(devices.registry, base.log),
-        diskArbitration(base.loop, base.log),
+        diskArbitration(base.loop, devices.registry, interrupt, base.log),
         identify({devices.imageCapture, devices.registry, devices.mounts}),
         room({devices.center, devices.registry, scsi, diskArbitration, devices.mounts,
               base.preferences, base.constants, base.log,
@@ -152,7 +154,7 @@ const PictureDeviceServices& ToolProcess::services() {
 }
 
 TarvoMSCDeviceList& ToolProcess::massStorage() {
-  if (!massStorage_) massStorage_ = std::make_unique<MassStorage>(base(), devices());
+  if (!massStorage_) massStorage_ = std::make_unique<MassStorage>(base(), devices(), interrupt_);
   return massStorage_->room.list();
 }
 

@@ -2,7 +2,7 @@
 //
 //   auto session = arbitration.createSession();
 //   session->unmount("sdb1", kWholeDisk, [&](const DADissenter* dissenter) { ... session->stop();
-//   }); bool stopped = session->run(std::chrono::seconds(20));
+//   }); std::chrono::milliseconds left = 20s; bool stopped = session->run(left);
 //
 // A session has a run-loop mode of its own: while run() waits, its operations go on and nothing of
 // the main loop happens.
@@ -34,16 +34,21 @@ class DASession {
   using Callback = std::function<void(const DADissenter* dissenter)>;
 
   virtual ~DASession() = default;
-  /// Unmounts the filesystem on `bsdName`, or, with `wholeDisk`, every filesystem of the disk that
-  /// it belongs to. A disk that has nothing mounted is done.
+  /// Unmounts the filesystem on `bsdName`, or, with `wholeDisk`, every filesystem of the USB device
+  /// that it belongs to, whatever the number of its disks; on another bus, of its disk. What has
+  /// nothing mounted is done. One that is refused does not keep the others mounted; the dissenter
+  /// names each.
   virtual void unmount(std::string_view bsdName, bool wholeDisk, Callback done) = 0;
   /// Ejects the medium of the drive. Its filesystems must be unmounted already.
   virtual void eject(std::string_view bsdName, Callback done) = 0;
   /// Mounts the block device. `location` is where the caller would have it; the system decides.
   virtual void mount(std::string_view bsdName, std::string_view location, Callback done) = 0;
-  /// Waits in the session's own mode until stop() is called or `limit` has passed. True: stopped.
-  virtual bool run(std::chrono::milliseconds limit) = 0;
+  /// Waits in the session's own mode until stop() is called, `left` has passed or the process is
+  /// told to end. True: stopped. What the wait has taken is taken off `left`.
+  virtual bool run(std::chrono::milliseconds& left) = 0;
   virtual void stop() = 0;
+  /// What has not happened when a wait was in vain, as a clause.
+  virtual std::string awaited() const = 0;
 };
 
 /// Main thread only.
@@ -52,6 +57,8 @@ class DiskArbitration {
   virtual ~DiskArbitration() = default;
   /// Never null. Without a service for disks every operation has a dissenter.
   virtual std::unique_ptr<DASession> createSession() = 0;
+  /// The process was told to end: nothing more is to be begun.
+  virtual bool isInterrupted() const = 0;
 };
 
 }  // namespace tarvo

@@ -8,12 +8,18 @@
 
 namespace tarvo {
 
-UDisks2DiskArbitration::UDisks2DiskArbitration(BusConnection& systemBus, LogSink log,
+UDisks2DiskArbitration::UDisks2DiskArbitration(BusConnection& systemBus, Registry& registry,
+                                               const Interrupt* interrupt, LogSink log,
                                                MakeTimeout makeTimeout)
-    : systemBus_(systemBus), log_(std::move(log)), makeTimeout_(std::move(makeTimeout)) {}
+    : systemBus_(systemBus),
+      registry_(registry),
+      interrupt_(interrupt),
+      log_(std::move(log)),
+      makeTimeout_(std::move(makeTimeout)) {}
 
 std::unique_ptr<DASession> UDisks2DiskArbitration::createSession() {
-  return std::make_unique<UDisks2Session>(retained(systemBus_.connection()), log_, makeTimeout_);
+  return std::make_unique<UDisks2Session>(retained(systemBus_.connection()), registry_, interrupt_,
+                                          log_, makeTimeout_);
 }
 
 GSource* UDisks2DiskArbitration::monotonicTimeout(std::chrono::milliseconds limit) {

@@ -8,6 +8,8 @@
 #include "Utilities/LogSink.h"
 #include "platform/diskarbitration/DiskArbitration.h"
 #include "platform/foundation/BusConnection.h"
+#include "platform/foundation/Interrupt.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
 
@@ -21,16 +23,21 @@ class UDisks2DiskArbitration : public DiskArbitration {
   /// Makes the source, not yet attached, that ends a wait. The caller takes its reference over.
   using MakeTimeout = std::function<GSource*(std::chrono::milliseconds)>;
 
-  /// `systemBus` must outlive it. `log` gets the calls and their ends at debug level.
-  UDisks2DiskArbitration(BusConnection& systemBus, LogSink log,
-                         MakeTimeout makeTimeout = monotonicTimeout);
+  /// All must outlive it. `registry` tells whose a disk is: UDisks2 takes two devices of one serial
+  /// number for one drive. `interrupt`, which may be null, ends waits. `log` gets the calls and
+  /// their ends at debug level.
+  UDisks2DiskArbitration(BusConnection& systemBus, Registry& registry, const Interrupt* interrupt,
+                         LogSink log, MakeTimeout makeTimeout = monotonicTimeout);
 
   std::unique_ptr<DASession> createSession() override;
+  bool isInterrupted() const override { return interrupt_ && interrupt_->isSet(); }
 
   static GSource* monotonicTimeout(std::chrono::milliseconds limit);
 
  private:
   BusConnection& systemBus_;
+  Registry& registry_;
+  const Interrupt* interrupt_;
   LogSink log_;
   MakeTimeout makeTimeout_;
 };

@@ -75,7 +75,6 @@ const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::strin
 }
 
 bool areOfOneDisk(const BlockObject& a, const BlockObject& b) {
-  if (!a.drive.empty() || !b.drive.empty()) return a.drive == b.drive;
   const auto whole = [](const BlockObject& each) {
     return each.table.empty() ? each.path : each.table;
   };

@@ -26,6 +26,9 @@ struct BlockObject {
   std::string table;   ///< of a partition, object path of the disk that it is a part of
   bool hasFilesystem = false;
   std::vector<std::string> mountPoints;
+
+  /// The kernel's name of it, "sdb1".
+  std::string bsdName() const { return device.substr(device.rfind('/') + 1); }
 };
 
 /// The block devices among the managed objects, type "a{oa{sa{sv}}}". Properties of another type
@@ -36,8 +39,7 @@ std::vector<BlockObject> blockObjects(GVariant* managedObjects);
 /// is no help: UDisks2 escapes it.
 const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::string_view bsdName);
 
-/// Whether both are of one disk: of one drive, or, for disks that no drive holds (loop devices),
-/// of one partition table.
+/// Whether both are of one disk, that is of one partition table.
 bool areOfOneDisk(const BlockObject& a, const BlockObject& b);
 
 }  // namespace tarvo

@@ -13,10 +13,9 @@ namespace tarvo {
 /// no service sent.
 std::string remoteErrorName(const GError* error);
 
-/// For the error of a call. Statuses are IOKit's: 0xE00002C0 the disk has gone, 0xE00002C1 this
-/// user may not do that, 0xE00002C7 there is no service or it cannot do that to this disk,
-/// 0xE00002D5 the disk is busy, 0xE00002D6 it did not answer in time, 0xE00002BC anything else,
-/// such as a bus or a service that went away meanwhile.
+/// For the error of a call: 0xE00002D5 the disk is busy, 0xE00002D6 it did not answer in time,
+/// 0xF8DA0006 it has gone, 0xF8DA0008 this user may not do that, 0xF8DA000A there is no service or
+/// no bus, 0xF8DA000C the service cannot do that to this disk, 0xF8DA0001 anything else.
 DADissenter dissenterFor(const GError* error);
 
 }  // namespace tarvo

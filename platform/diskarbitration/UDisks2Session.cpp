@@ -1,12 +1,16 @@
 #include "platform/diskarbitration/UDisks2Session.h"
 
+#include <algorithm>
 #include <climits>
 #include <deque>
+#include <optional>
 #include <utility>
 
+#include "Utilities/DiskStatus.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
 #include "platform/diskarbitration/VolumeUsers.h"
 #include "platform/foundation/MainLoopGuard.h"
+#include "platform/iokit/USBDevice.h"
 
 namespace tarvo {
 namespace {
@@ -27,6 +31,11 @@ class ThreadDefault {
  private:
   GMainContext* context_;
 };
+
+/// Its own answer, and not that of the bus.
+bool isOfService(const GError* error) {
+  return remoteErrorName(error).starts_with("org.freedesktop.UDisks2.");
+}
 
 /// Some versions of the service call a busy volume a mere failure.
 bool mayBeBusy(const GError* error) {
@@ -49,6 +58,19 @@ struct UDisks2Session::Unmounting {
   };
   std::deque<Step> steps;
   Callback done;
+  std::optional<DADissenter> dissenter{};
+
+  void refused(const Step& step, const GError* error) {
+    DADissenter each = dissenterFor(error);
+    const std::string users = mayBeBusy(error) ? processesUsing({step.mountPoint}) : "";
+    if (!users.empty()) each = {status::kIOReturnBusy, "in use by " + users};
+    each.why = step.mountPoint + ": " + each.why;
+    if (dissenter) {
+      dissenter->why += "; " + each.why;
+    } else {
+      dissenter = std::move(each);
+    }
+  }
 };
 
 /// Owned by its callback, which GLib calls once, cancelled or not.
@@ -71,13 +93,16 @@ struct UDisks2Session::Call {
   }
 };
 
-UDisks2Session::UDisks2Session(GObjectPtr<GDBusConnection> connection, LogSink log,
-                               MakeTimeout makeTimeout)
+UDisks2Session::UDisks2Session(GObjectPtr<GDBusConnection> connection, Registry& registry,
+                               const Interrupt* interrupt, LogSink log, MakeTimeout makeTimeout)
     : connection_(std::move(connection)),
+      registry_(registry),
+      interrupt_(interrupt),
       log_(std::move(log)),
       makeTimeout_(std::move(makeTimeout)) {}
 
 UDisks2Session::~UDisks2Session() {
+  if (arrivals_ != 0) g_dbus_connection_signal_unsubscribe(connection_.get(), arrivals_);
   // Not where nothing is under way: GLib may not have seen the end of a call that we have seen.
   if (callsUnderWay_ > 0) g_cancellable_cancel(cancellable_.get());
   // Cancelled calls end by themselves, without the bus.
@@ -89,53 +114,76 @@ UDisks2Session::~UDisks2Session() {
 }
 
 void UDisks2Session::unmount(std::string_view bsdName, bool wholeDisk, Callback done) {
-  lookUp(bsdName, done, [this, wholeDisk, done](const Blocks& all, const BlockObject& block) {
+  const auto found = [this, wholeDisk, done](const Blocks& all, const BlockObject& block) {
     auto work = std::make_shared<Unmounting>();
     work->done = done;
     for (const BlockObject& each : all) {
-      if (&each != &block && !(wholeDisk && areOfOneDisk(each, block))) continue;
+      if (each.mountPoints.empty()) continue;
+      if (&each != &block && !(wholeDisk && areUnmountedTogether(each, block))) continue;
       for (const std::string& mountPoint : each.mountPoints)
         work->steps.push_back({each.path, mountPoint});
     }
     unmountNext(work);
-  });
+  };
+  lookUp({std::string(bsdName), done, found});
+}
+
+bool UDisks2Session::areUnmountedTogether(const BlockObject& each, const BlockObject& block) {
+  const ServiceHandle usbDevice = usbDeviceOfDisk(registry_, block.bsdName());
+  return usbDevice != 0 ? usbDeviceOfDisk(registry_, each.bsdName()) == usbDevice
+                        : areOfOneDisk(each, block);
 }
 
 void UDisks2Session::unmountNext(const std::shared_ptr<Unmounting>& work) {
-  if (work->steps.empty()) return succeed(work->done);
+  if (work->steps.empty())
+    return work->dissenter ? refuse(work->done, *work->dissenter) : succeed(work->done);
   const Unmounting::Step step = work->steps.front();
   work->steps.pop_front();
   call(step.path, udisks2::kFilesystem, "Unmount", noOptions(), "()",
        [this, work, step](GVariant*, const GError* error) {
-         if (error == nullptr || remoteErrorName(error) == kNotMounted) return unmountNext(work);
-         DADissenter dissenter = dissenterFor(error);
-         const std::string users = mayBeBusy(error) ? processesUsing({step.mountPoint}) : "";
-         if (!users.empty()) dissenter = {status::kIOReturnBusy, "in use by " + users};
-         refuse(work->done, dissenter);
+         const bool isDone = error == nullptr || remoteErrorName(error) == kNotMounted;
+         if (!isDone) work->refused(step, error);
+         // Of a service that has gone the others have nothing to expect.
+         if (!isDone && !isOfService(error)) work->steps.clear();
+         unmountNext(work);
        });
 }
 
 void UDisks2Session::eject(std::string_view bsdName, Callback done) {
-  lookUp(bsdName, done, [this, done](const Blocks&, const BlockObject& block) {
+  const auto found = [this, done](const Blocks&, const BlockObject& block) {
     if (block.drive.empty())
-      return refuse(done, {status::kIOReturnUnsupported, "no drive holds this disk"});
+      return refuse(done, {status::kDAReturnUnsupported, "no drive holds this disk"});
     finalCall(block.drive, udisks2::kDrive, "Eject", nullptr, done);
-  });
+  };
+  lookUp({std::string(bsdName), done, found});
 }
 
 void UDisks2Session::mount(std::string_view bsdName, std::string_view location, Callback done) {
   logTo(log_, LogLevel::kDebug,
         "the mount point is for the system to choose, not " + std::string(location));
-  lookUp(bsdName, done, [this, done](const Blocks&, const BlockObject& block) {
+  const auto found = [this, done](const Blocks&, const BlockObject& block) {
     if (!block.hasFilesystem)
-      return refuse(done, {status::kIOReturnUnsupported, "there is no filesystem on it"});
+      return refuse(done, {status::kDAReturnUnsupported, "there is no filesystem on it"});
     finalCall(block.path, udisks2::kFilesystem, "Mount", kAlreadyMounted, done);
-  });
+  };
+  lookUp({std::string(bsdName), done, found});
 }
 
-bool UDisks2Session::run(std::chrono::milliseconds limit) {
+bool UDisks2Session::run(std::chrono::milliseconds& left) {
+  using Clock = std::chrono::steady_clock;
+  const auto begin = Clock::now();
   stopped_ = false;
   bool late = false;
+  const AttachedSource clock = attachedClock(left, late);
+  const AttachedSource signals = attachedSignals();
+  while (!stopped_ && !late && !isInterrupted())
+    g_main_context_iteration(context_.get(), TRUE);
+  const auto taken = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - begin);
+  left = late ? std::chrono::milliseconds(0) : left - std::min(left, taken);
+  return stopped_;
+}
+
+AttachedSource UDisks2Session::attachedClock(std::chrono::milliseconds limit, bool& late) {
   GSource* clock = makeTimeout_(limit);
   const auto strike = +[](gpointer flag) -> gboolean {
     *static_cast<bool*>(flag) = true;
@@ -143,25 +191,60 @@ bool UDisks2Session::run(std::chrono::milliseconds limit) {
   };
   g_source_set_callback(clock, strike, &late, nullptr);
   g_source_attach(clock, context_.get());
-  const AttachedSource owner(clock);
-  while (!stopped_ && !late)
-    g_main_context_iteration(context_.get(), TRUE);
-  return stopped_;
+  return AttachedSource(clock);
 }
 
-void UDisks2Session::lookUp(std::string_view bsdName, Callback done, Found found) {
+// It need do nothing: that it ends a turn is what it is for.
+AttachedSource UDisks2Session::attachedSignals() {
+  if (!interrupt_) return {};
+  GSource* signals = interrupt_->makeSource();
+  const auto woken = +[](gint, GIOCondition, gpointer) -> gboolean { return G_SOURCE_REMOVE; };
+  g_source_set_callback(signals, G_SOURCE_FUNC(woken), nullptr, nullptr);
+  g_source_attach(signals, context_.get());
+  return AttachedSource(signals);
+}
+
+std::string UDisks2Session::awaited() const {
+  return awaited_.empty() ? "the disk service (UDisks2) did not answer"
+                          : "the disk service (UDisks2) did not come to know the disk";
+}
+
+void UDisks2Session::lookUp(Search search) {
   call(udisks2::kManagerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", nullptr,
-       "(a{oa{sa{sv}}})",
-       [this, name = std::string(bsdName), done = std::move(done), found = std::move(found)](
-           GVariant* reply, const GError* error) {
-         if (error != nullptr) return refuse(done, dissenterFor(error));
+       "(a{oa{sa{sv}}})", [this, search = std::move(search)](GVariant* reply, const GError* error) {
+         if (error != nullptr) return refuse(search.done, dissenterFor(error));
          const GVariantPtr objects(g_variant_get_child_value(reply, 0));
-         const Blocks blocks = blockObjects(objects.get());
-         const BlockObject* block = blockNamed(blocks, name);
-         if (block == nullptr)
-           return refuse(done, {status::kIOReturnNoDevice, "there is no such disk"});
-         found(blocks, *block);
+         disksCame(search, blockObjects(objects.get()));
        });
+}
+
+void UDisks2Session::disksCame(Search search, const Blocks& blocks) {
+  if (const BlockObject* block = blockNamed(blocks, search.bsdName))
+    return search.found(blocks, *block);
+  if (registry_.servicesMatchingBSDName(search.bsdName).empty())
+    return refuse(search.done, {status::kDAReturnNotFound, "the system has no disk of that name"});
+  awaited_.push_back(std::move(search));
+  if (arrivals_ != 0) return;
+  hearOfDisks();
+  // It may have come just before.
+  askForAwaited();
+}
+
+void UDisks2Session::hearOfDisks() {
+  const ThreadDefault here(context_.get());
+  const auto came = +[](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                        GVariant*, gpointer self) {
+    auto* session = static_cast<UDisks2Session*>(self);
+    guardedEntry(session->log_, "InterfacesAdded", [&] { session->askForAwaited(); });
+  };
+  arrivals_ = g_dbus_connection_signal_subscribe(
+      connection_.get(), udisks2::kService, "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
+      udisks2::kManagerPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, came, this, nullptr);
+}
+
+void UDisks2Session::askForAwaited() {
+  for (Search& search : std::exchange(awaited_, {}))
+    lookUp(std::move(search));
 }
 
 void UDisks2Session::finalCall(const std::string& path, const char* interface, const char* method,

@@ -1,9 +1,6 @@
 #include "platform/foundation/GlibRunLoop.h"
 
-#include <glib-unix.h>
-
 #include <algorithm>
-#include <csignal>
 #include <limits>
 #include <utility>
 
@@ -118,7 +115,7 @@ GlibRunLoop::~GlibRunLoop() {
 }
 
 void GlibRunLoop::run() {
-  g_main_loop_run(loop_.get());
+  if (!interrupt_ || !interrupt_->isSet()) g_main_loop_run(loop_.get());
 }
 
 void GlibRunLoop::quit() {
@@ -126,14 +123,7 @@ void GlibRunLoop::quit() {
 }
 
 void GlibRunLoop::quitOnTerminationSignals() {
-  // GLib turns the signal into a source, so nothing runs in the handler itself.
-  const auto end = [](gpointer self) -> gboolean {
-    static_cast<GlibRunLoop*>(self)->quit();
-    return G_SOURCE_CONTINUE;
-  };
-  for (const int number : {SIGTERM, SIGINT}) {
-    signals_.emplace_back(attached(g_unix_signal_source_new(number), G_PRIORITY_HIGH, end, this));
-  }
+  interrupt_.emplace(Interrupt::Second::kIsIgnored, [this] { quit(); });
 }
 
 std::shared_ptr<Timer> GlibRunLoop::scheduleTimer(std::chrono::milliseconds interval, bool repeats,

@@ -10,10 +10,12 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "Utilities/LogSink.h"
 #include "platform/foundation/GlibPtr.h"
+#include "platform/foundation/Interrupt.h"
 #include "platform/foundation/RunLoop.h"
 
 namespace tarvo {
@@ -34,10 +36,12 @@ class GlibRunLoop : public RunLoop {
   void run();
   /// Ends run() after the callback that calls it.
   void quit();
-  /// SIGTERM and SIGINT end run().
+  /// SIGTERM and SIGINT end run(), also before it is called.
   /// The handlers stay in place while the loop object lives, so a second signal ends nothing harder
   /// than the first.
   void quitOnTerminationSignals();
+  /// What waits outside the loop looks at; null before quitOnTerminationSignals().
+  const Interrupt* interrupt() const { return interrupt_ ? &*interrupt_ : nullptr; }
 
   /// A repeating timer has one firing ahead of it at most, so those that a slow
   /// callback misses do not pile up.
@@ -79,8 +83,7 @@ class GlibRunLoop : public RunLoop {
   /// Timers hold a reference to the log sink, so those that outlive the loop are invalidated with
   /// it. The loop keeps none of them alive by this list.
   std::vector<std::weak_ptr<GlibTimer>> timers_;
-  /// The watches of the termination signals.
-  std::vector<AttachedSource> signals_;
+  std::optional<Interrupt> interrupt_;
 };
 
 }  // namespace tarvo

@@ -43,16 +43,21 @@ std::string nameOf(const DeviceObject& device) {
 
 ImageCaptureService::ImageCaptureService(Registry& registry, MountTable& mounts,
                                          ptp::PTPConnector& connector, LogSink log)
-    : mounts_(mounts),
+    : registry_(registry),
+      mounts_(mounts),
       connector_(connector),
       log_(std::move(log)),
-      events_(log_),
-      cameras_(registry, *this, log_),
-      volumes_(registry, mounts, *this, log_) {}
+      events_(log_) {}
 
 ImageCaptureService::~ImageCaptureService() {
   for (const DeviceObject& device : objects_.devices())
     if (device.channel) device.channel->watchEvents(nullptr);
+}
+
+void ImageCaptureService::look() {
+  if (cameras_) return;
+  cameras_.emplace(registry_, *this, log_);
+  volumes_.emplace(registry_, mounts_, *this, log_);
 }
 
 Status ImageCaptureService::getDeviceList(ICAObject& list) {
@@ -73,6 +78,7 @@ Status ImageCaptureService::getObjectInfo(ICAObject object, ICAObjectInfo& info)
 // What lies on a device is not listed among its children: its dictionary has it.
 Status ImageCaptureService::getChildCount(ICAObject object, std::uint32_t& count,
                                           Status& headerErr) {
+  look();
   // Zero for a device, and for what is not there.
   const bool isList = object == ObjectTable::kDeviceList;
   count = isList ? static_cast<std::uint32_t>(objects_.devices().size()) : 0;
@@ -83,6 +89,7 @@ Status ImageCaptureService::getChildCount(ICAObject object, std::uint32_t& count
 
 Status ImageCaptureService::getNthChild(ICAObject parent, std::uint32_t index,
                                         ICAChildInfo& child) {
+  look();
   if (!objects_.contains(parent)) return objects_.statusOfMissing(parent);
   const auto& devices = objects_.devices();
   if (parent != ObjectTable::kDeviceList || index >= devices.size())
@@ -144,6 +151,7 @@ void ImageCaptureService::forgetContents(ICAObject object) {
 
 Status ImageCaptureService::registerForEventNotification(ICAObject object, FourCharCode type,
                                                          EventCallback callback) {
+  look();
   if (object != 0 && !objects_.contains(object)) return objects_.statusOfMissing(object);
   events_.set(object, type, std::move(callback));
   if (type == ica::kExtended)

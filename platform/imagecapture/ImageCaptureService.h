@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Utilities/LogSink.h"
@@ -23,10 +24,10 @@
 namespace tarvo {
 
 /// Main thread only. What it was made with must outlive it; it is the mount table's one watcher.
-/// Nothing is opened or sent before a client asks for it.
+/// Nothing is looked for, opened or sent before a client asks for it. What is there by then is
+/// announced to nobody.
 class ImageCaptureService : public ImageCapture, private DeviceSink {
  public:
-  /// Finds what is there already; there is nobody yet to be told of it.
   ImageCaptureService(Registry& registry, MountTable& mounts, ptp::PTPConnector& connector,
                       LogSink log);
   ImageCaptureService(const ImageCaptureService&) = delete;
@@ -81,6 +82,10 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   void updateWatching(const DeviceObject& device);
   void cameraReported(ICAObject object, const ptp::Event& event);
 
+  /// Looks for devices from the first time on that somebody asks for them or wants to hear of them.
+  void look();
+
+  Registry& registry_;
   MountTable& mounts_;
   /// Handed to each camera's channel.
   ptp::PTPConnector& connector_;
@@ -90,8 +95,8 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
   /// Registrations of an object go with it.
   EventRegistrations events_;
   // The sources speak to the members above as soon as they are made, so they come last.
-  PTPSource cameras_;
-  VolumeSource volumes_;
+  std::optional<PTPSource> cameras_;
+  std::optional<VolumeSource> volumes_;
 };
 
 }  // namespace tarvo

@@ -13,12 +13,10 @@ PTPSource::PTPSource(Registry& registry, DeviceSink& sink, LogSink log)
                                     {"bInterfaceClass", ptp::kStillImageClass},
                                     {"bInterfaceSubClass", ptp::kStillImageSubclass},
                                     {"bInterfaceProtocol", ptp::kPTPProtocol}};
-  // Subscribed before searching, so that nothing slips through in between; what is then found twice
-  // has one handle.
   subscription_ = registry_.addMatchingNotification(
       match, [this](ServiceHandle service) { interfaceCame(service); },
       [this](ServiceHandle service) { interfaceWent(service); });
-  for (const ServiceHandle service : registry_.servicesMatching(match))
+  for (const ServiceHandle service : subscription_->present())
     interfaceCame(service);
 }
 

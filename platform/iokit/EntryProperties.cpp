@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <optional>
 
 #include "Utilities/Format.h"
@@ -287,8 +289,45 @@ bool scsiUnitHasNode(const std::string& unitPath, const char* subsystem) {
   return !nameOfChild(unitPath, subsystem).empty();
 }
 
+bool udevKnowsNode(GUdevClient* client, const std::string& unitPath, const char* subsystem) {
+  const std::string path = unitPath + "/" + subsystem + "/" + nameOfChild(unitPath, subsystem);
+  const GUdevDevicePtr node(g_udev_client_query_by_sysfs_path(client, path.c_str()));
+  if (!node) return false;
+  if (g_udev_device_get_is_initialized(node.get())) return true;
+  // Where udev has not dealt with the USB device either, it keeps no records here.
+  const GUdevDevicePtr usbDevice(
+      g_udev_device_get_parent_with_subsystem(node.get(), "usb", "usb_device"));
+  return !usbDevice || !g_udev_device_get_is_initialized(usbDevice.get());
+}
+
 std::string sysfsPath(GUdevDevice* device) {
   return std::string(orEmpty(g_udev_device_get_sysfs_path(device)));
+}
+
+std::string plugNumber(std::string_view path) {
+  constexpr std::string_view kDevices = "/sys/devices/";
+  while (path.starts_with(kDevices)) {
+    std::string number;
+    if (std::ifstream(std::string(path) + "/devnum") >> number) return number;
+    path = path.substr(0, path.rfind('/'));
+  }
+  return {};
+}
+
+std::vector<std::pair<std::string, std::string>> attributesOfMatch(
+    const PropertyDictionary& match) {
+  std::vector<std::pair<std::string, std::string>> attributes;
+  for (const auto& [key, value] : match.items()) {
+    if (key == kPropertyMatchKey) {
+      auto inner = attributesOfMatch(value);
+      std::ranges::move(inner, std::back_inserter(attributes));
+    } else if (key == "device-type") {
+      attributes.emplace_back("type", std::to_string(kSCSIOpticalDrive));
+    } else if (key.starts_with("bInterface") && value.is_number_integer()) {
+      attributes.emplace_back(key, formatted("%02x", value.get<unsigned>()));
+    }
+  }
+  return attributes;
 }
 
 }  // namespace tarvo

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Utilities/PropertyDictionary.h"
@@ -53,7 +54,18 @@ bool scsiUnitHasBlockChild(GUdevDevice* unit);
 /// Whether the kernel has made a device of that subsystem below the unit at `unitPath`.
 bool scsiUnitHasNode(const std::string& unitPath, const char* subsystem);
 
-/// sysfs path of `device`, its identity while it is there.
+/// Whether udev has dealt with that child of the unit at `unitPath`, which must be there.
+bool udevKnowsNode(GUdevClient* client, const std::string& unitPath, const char* subsystem);
+
+/// sysfs path of `device`. The next device at the same port has the same one.
 std::string sysfsPath(GUdevDevice* device);
+
+/// What tells a device from those that were at its path before it: the number that the kernel gave
+/// to the USB device at or above `path`, which it counts up at every plug. Empty on another bus.
+std::string plugNumber(std::string_view path);
+
+/// Attributes in sysfs, by name and text, that every device has which satisfies `match`: a device
+/// with others need not be read further.
+std::vector<std::pair<std::string, std::string>> attributesOfMatch(const PropertyDictionary& match);
 
 }  // namespace tarvo

@@ -1,5 +1,5 @@
-// Handles of registry entries and what must be remembered about each of them. Only entries that
-// somebody was told of are here; everything else about a device is read when it is asked for.
+// Handles of registry entries and what is remembered about each of them. Only entries that somebody
+// was told of are here.
 #pragma once
 
 #include <optional>
@@ -18,18 +18,23 @@ class EntryTable {
   struct Entry {
     ServiceHandle handle = 0;
     std::string path;  ///< in sysfs
-    /// Properties that must outlive the device, because somebody waits for its end.
-    std::optional<PropertyDictionary> kept;
+    /// What tells it from those that were at the path before it, see plugNumber().
+    std::string plug;
+    /// As they were read last, none before anybody has asked; they outlive the device.
+    std::optional<PropertyDictionary> properties;
+    /// Its ancestors, likewise.
+    std::optional<std::vector<ServiceHandle>> ancestors;
   };
 
-  /// The handle of the device at `path`, a new one when it has none yet.
-  ServiceHandle intern(std::string_view path);
-  /// Null when unknown. Valid until the next call of intern() or forget().
+  /// The entry of the device at `path` with that plug number, a new one when it has none yet. Valid
+  /// until the next call of intern() or forget().
+  Entry& intern(std::string_view path, std::string_view plug);
+  /// Null when unknown; otherwise like intern().
   Entry* find(ServiceHandle handle);
-  /// By sysfs path; otherwise like find().
-  Entry* findPath(std::string_view path);
-  /// Known entries above `path`, the nearest first.
-  std::vector<ServiceHandle> above(std::string_view path) const;
+  /// Those at `path`, the latest last: the end of one may not have been heard of yet when the next
+  /// is there.
+  std::vector<ServiceHandle> at(std::string_view path) const;
+  const std::vector<Entry>& all() const { return entries_; }
   /// Drops the entry; its handle never comes back.
   void forget(ServiceHandle handle);
   /// Number of entries, for those who watch that none is left behind.

@@ -36,6 +36,9 @@ using ServiceHandle = std::uint32_t;
 class RegistrySubscription {
  public:
   virtual ~RegistrySubscription() = default;
+  /// The matching entries that were there when the registration was made, in kernel order; they are
+  /// not announced.
+  virtual const std::vector<ServiceHandle>& present() const = 0;
 };
 
 /// Main thread only. Callbacks run from the main loop.
@@ -46,8 +49,8 @@ class Registry {
   virtual ~Registry() = default;
 
   /// Properties of an entry; none when the handle is unknown. An entry that went away keeps its
-  /// properties until its terminated callbacks have returned.
-  /// Read from the system at each call, which takes some system calls: ask once and keep.
+  /// properties until its terminated callbacks have returned. An entry is one device: another that
+  /// has come to its place has another handle.
   virtual std::optional<PropertyDictionary> properties(ServiceHandle service) = 0;
   /// Ancestors, the nearest first, without the entry itself; none when the handle is unknown.
   virtual std::optional<std::vector<ServiceHandle>> ancestors(ServiceHandle service) = 0;
@@ -56,9 +59,8 @@ class Registry {
   virtual std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) = 0;
   /// Entries with this "BSD Name". An empty name matches nothing.
   virtual std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) = 0;
-  /// Calls `appeared` for each matching entry that comes from now on (those already there are found
-  /// by servicesMatching) and `terminated` for each that goes. Either may be empty. An entry that
-  /// comes between the two calls may be found and announced as well: it has one handle.
+  /// Calls `appeared` for each matching entry that comes from now on (those already there are the
+  /// subscription's present()) and `terminated` for each that goes, once each. Either may be empty.
   virtual std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,
                                                                         Callback appeared,
                                                                         Callback terminated) = 0;

@@ -71,18 +71,26 @@ class SCSITaskDeviceInterface {
   virtual std::unique_ptr<SCSITaskInterface> createSCSITask() = 0;
 };
 
+/// Whether the tray may be opened under a lock that the system has put on the medium.
+enum class TrayLock { kReleased, kRespected };
+
 /// A unit's multimedia commands. Each opens the unit for itself, so that nothing is held open.
+/// `sense` gets sense data (SPC-4, 4.5) of an answer that has some; bytes beyond them are left as
+/// they are.
 class MMCDeviceInterface {
  public:
   virtual ~MMCDeviceInterface() = default;
   /// MODE SENSE(10) (SPC-4, 6.12) into `buffer`, whose size is the allocation length. Bytes that
-  /// the unit did not send are zero.
+  /// the unit did not send are zero. An answer that is none, but tells of something that has
+  /// happened to the unit (UNIT ATTENTION), is not given on: the unit is asked again, twice at
+  /// most.
   virtual Status modeSense10(bool llbaa, bool dbd, std::uint8_t pageControl, std::uint8_t page,
-                             std::span<std::byte> buffer, std::uint8_t& taskStatus) = 0;
-  /// Opens or closes the tray: START STOP UNIT (SBC-3, 5.25), after the lock that the system has
-  /// put on the medium was released (PREVENT ALLOW MEDIUM REMOVAL). Any answer but GOOD is a
-  /// failure of the call.
-  virtual Status setTrayState(bool isOpen) = 0;
+                             std::span<std::byte> buffer, std::uint8_t& taskStatus,
+                             std::span<std::byte> sense) = 0;
+  /// Opens or closes the tray: START STOP UNIT (SBC-3, 5.25). A lock that is to be released is so
+  /// before it opens (PREVENT ALLOW MEDIUM REMOVAL), and again where the system is quicker. Any
+  /// answer but GOOD is a failure of the call.
+  virtual Status setTrayState(bool isOpen, TrayLock lock, std::span<std::byte> sense) = 0;
   /// Null when there is none to be had.
   virtual std::shared_ptr<SCSITaskDeviceInterface> getSCSITaskDeviceInterface() = 0;
 };

@@ -17,7 +17,8 @@ void SCSIUnitAssembly::nodeSeen(std::string_view unit, bool wantsBlock, Node nod
   Waiting& waiting = waitingFor(unit, wantsBlock);
   (node == Node::kGeneric ? waiting.hasGeneric : waiting.hasBlock) = true;
   // Clients open the generic node and name the unit by its disk, so both are needed.
-  if (waiting.hasGeneric && (waiting.hasBlock || !waiting.wantsBlock)) finish(waiting.unit);
+  const bool isWhole = waiting.hasBlock || !waiting.wantsBlock || !waiting.timer->isValid();
+  if (waiting.hasGeneric && isWhole) finish(waiting.unit);
 }
 
 void SCSIUnitAssembly::unitGone(std::string_view unit) {
@@ -42,12 +43,18 @@ SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, b
       Waiting{.unit = name, .wantsBlock = wantsBlock, .timer = std::move(timer)});
 }
 
+bool SCSIUnitAssembly::isOutOfPatience(const Waiting& waiting) const {
+  const bool isComing = (!waiting.hasGeneric && isMade_(waiting.unit, Node::kGeneric)) ||
+                        (!waiting.hasBlock && isMade_(waiting.unit, Node::kBlock));
+  return !isComing || waiting.waited >= kPatienceWithUdev;
+}
+
 void SCSIUnitAssembly::tick(const std::string& unit) {
   const auto waiting = std::ranges::find(waiting_, unit, &Waiting::unit);
   waiting->waited += kPatience;
-  const bool isComing = (!waiting->hasGeneric && isMade_(unit, Node::kGeneric)) ||
-                        (!waiting->hasBlock && isMade_(unit, Node::kBlock));
-  if (!isComing || waiting->waited >= kPatienceWithUdev) finish(unit);
+  if (!isOutOfPatience(*waiting)) return;
+  waiting->timer->invalidate();
+  if (waiting->hasGeneric || isMade_(unit, Node::kGeneric)) finish(unit);
 }
 
 void SCSIUnitAssembly::finish(std::string_view unit) {

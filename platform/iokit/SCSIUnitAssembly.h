@@ -1,5 +1,6 @@
 // Holds a SCSI unit back until udev has processed the device nodes below it: a unit that is
-// announced earlier has no block device yet, and its generic node cannot be opened.
+// announced earlier has no block device yet, and its generic node cannot be opened. One without a
+// generic node is of no use to anybody and is held back for as long as it has none.
 #pragma once
 
 #include <chrono>
@@ -17,8 +18,8 @@ namespace tarvo {
 /// Main thread only. Units are named by their sysfs path.
 class SCSIUnitAssembly {
  public:
-  /// How long a unit waits for the kernel to make its nodes; a driver that makes none is not waited
-  /// for longer.
+  /// How long a unit waits for the kernel to make its disk; a driver that makes none is not waited
+  /// for longer. For its generic node it waits without a clock.
   static constexpr std::chrono::milliseconds kPatience{1000};
   /// How long it waits for udev to deal with nodes that the kernel has made: it reads the medium,
   /// which takes a drive its time, and only then may the user open them.
@@ -59,10 +60,12 @@ class SCSIUnitAssembly {
     bool hasGeneric = false;
     bool hasBlock = false;
     std::chrono::milliseconds waited{0};
-    /// Ticks every kPatience; never null.
+    /// Ticks every kPatience while anything can come of it; never null.
     std::shared_ptr<Timer> timer;
   };
 
+  /// Whether its clock need not tick any more.
+  bool isOutOfPatience(const Waiting& waiting) const;
   /// The record of `unit`; starts its clock when there is none yet. Valid until the next call.
   Waiting& waitingFor(std::string_view unit, bool wantsBlock);
   /// Another kPatience has passed for a unit that is on its way.

@@ -1,6 +1,8 @@
 #include "platform/iokit/SgCommand.h"
 
+#include <pthread.h>
 #include <scsi/sg_pt.h>
+#include <signal.h>
 
 #include <algorithm>
 #include <array>
@@ -73,6 +75,28 @@ Status submissionStatus(int result) {
   }
 }
 
+/// The kernel would send a command once more that a signal has interrupted, and the unit carries
+/// both out.
+class WithoutSignals {
+ public:
+  WithoutSignals() {
+    sigset_t all;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &former_);
+  }
+  ~WithoutSignals() { ::pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
+  WithoutSignals(const WithoutSignals&) = delete;
+  WithoutSignals& operator=(const WithoutSignals&) = delete;
+
+ private:
+  sigset_t former_;
+};
+
+int sendOnce(sg_pt_base* object, std::chrono::seconds timeout) {
+  const WithoutSignals guard;
+  return ::do_scsi_pt(object, -1, static_cast<int>(timeout.count()), 0);
+}
+
 void describe(sg_pt_base* object, const SgCommand& command) {
   ::set_scsi_pt_cdb(object, reinterpret_cast<const std::uint8_t*>(command.block.data()),
                     static_cast<int>(command.block.size()));
@@ -141,9 +165,9 @@ SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& comma
   // An area of our own: the library clears the whole of what it is given.
   std::array<std::byte, kLongestSense> sense{};
   ::set_scsi_pt_sense(object.get(), bytes(sense), static_cast<int>(sense.size()));
-  const auto seconds = std::chrono::ceil<std::chrono::seconds>(command.timeout).count();
-  outcome.submitted = submissionStatus(::do_scsi_pt(
-      object.get(), -1, static_cast<int>(std::clamp<std::int64_t>(seconds, 1, 3600)), 0));
+  const auto timeout = std::chrono::ceil<std::chrono::seconds>(command.timeout);
+  outcome.submitted = submissionStatus(sendOnce(
+      object.get(), std::clamp(timeout, std::chrono::seconds(1), std::chrono::seconds(3600))));
 
   std::span<const std::byte> given;
   if (outcome.submitted == status::kOK) {

@@ -48,8 +48,9 @@ struct SgOutcome {
 /// no permission, the unit has gone, or another reason.
 Status ioKitStatusOfErrno(int error);
 
-/// Waits for the unit, at most for the time-out and what the kernel takes to recover from it. What
-/// goes out and comes back is logged in hexadecimal at debug level; `node` names the unit there.
+/// Waits for the unit, at most for the time-out and what the kernel takes to recover from it;
+/// signals are heard after it. What goes out and comes back is logged in hexadecimal at debug
+/// level; `node` names the unit there.
 SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& command,
                            const LogSink& log);
 

@@ -25,13 +25,24 @@ constexpr std::byte byte(unsigned value) {
   return static_cast<std::byte>(value & 0xFFU);
 }
 
-/// ILLEGAL REQUEST, MEDIUM REMOVAL PREVENTED (SPC-4, annex F).
-bool isRemovalPrevented(std::span<const std::byte> sense) {
+using SenseArea = std::array<std::byte, 18>;
+
+/// All zeros where there are no sense data.
+sg_scsi_sense_hdr headerOf(const SenseArea& sense) {
   sg_scsi_sense_hdr header{};
-  const bool isValid = ::sg_scsi_normalize_sense(
-      reinterpret_cast<const std::uint8_t*>(sense.data()), static_cast<int>(sense.size()), &header);
-  return isValid && header.sense_key == SPC_SK_ILLEGAL_REQUEST && header.asc == 0x53 &&
-         header.ascq == 0x02;
+  ::sg_scsi_normalize_sense(reinterpret_cast<const std::uint8_t*>(sense.data()),
+                            static_cast<int>(sense.size()), &header);
+  return header;
+}
+
+/// ILLEGAL REQUEST, MEDIUM REMOVAL PREVENTED (SPC-4, annex F).
+bool isRemovalPrevented(const SenseArea& sense) {
+  const auto header = headerOf(sense);
+  return header.sense_key == SPC_SK_ILLEGAL_REQUEST && header.asc == 0x53 && header.ascq == 0x02;
+}
+
+void giveSense(const SenseArea& sense, std::span<std::byte> area) {
+  std::ranges::copy(std::span(sense).first(std::min(sense.size(), area.size())), area.begin());
 }
 
 /// A node that is open, and its name for the log.
@@ -173,7 +184,8 @@ class SgMMCDevice : public MMCDeviceInterface {
   explicit SgMMCDevice(std::shared_ptr<SgUnit> unit) : unit_(std::move(unit)) {}
 
   Status modeSense10(bool llbaa, bool dbd, std::uint8_t pageControl, std::uint8_t page,
-                     std::span<std::byte> buffer, std::uint8_t& taskStatus) override {
+                     std::span<std::byte> buffer, std::uint8_t& taskStatus,
+                     std::span<std::byte> sense) override {
     // The command has room for no longer one.
     if (buffer.size() > 0xFFFF) return status::kIOReturnBadArgument;
     const auto length = static_cast<unsigned>(buffer.size());
@@ -189,24 +201,25 @@ class SgMMCDevice : public MMCDeviceInterface {
                                           byte(0)};
     OpenedNode node;
     if (const Status opened = unit_->open(0, node); opened != status::kOK) return opened;
-    const SgOutcome outcome = unit_->execute(
-        node, {.block = block, .data = buffer, .direction = Direction::kFromTargetToInitiator});
+    const SgOutcome outcome = sensePatiently(node, block, buffer, sense);
     if (outcome.failure() == status::kOK) taskStatus = outcome.taskStatus;
     return outcome.failure();
   }
 
-  Status setTrayState(bool isOpen) override {
+  Status setTrayState(bool isOpen, TrayLock lock, std::span<std::byte> sense) override {
     // udev locks the tray of every optical unit that holds a medium, and may do so again between
     // two commands of ours: it looks at the medium whenever the kernel does.
     constexpr int kMostAttempts = 5;
     OpenedNode node;
     if (const Status opened = unit_->open(0, node); opened != status::kOK) return opened;
-    TrayAnswer answer;
-    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-      answer = moveTray(node, isOpen);
-      if (!answer.isLocked) break;
-    }
-    return answer.status;
+    const bool unlocks = isOpen && lock == TrayLock::kReleased;
+    SenseArea given{};
+    Status result = moveTray(node, isOpen, unlocks, given);
+    for (int attempt = 1; attempt < kMostAttempts && unlocks && isRemovalPrevented(given);
+         ++attempt)
+      result = moveTray(node, isOpen, unlocks, given);
+    giveSense(given, sense);
+    return result;
   }
 
   std::shared_ptr<SCSITaskDeviceInterface> getSCSITaskDeviceInterface() override {
@@ -214,27 +227,39 @@ class SgMMCDevice : public MMCDeviceInterface {
   }
 
  private:
-  struct TrayAnswer {
-    Status status = status::kOK;
-    bool isLocked = false;  ///< which is why it did not open
-  };
+  /// What has happened to the unit is told once, in place of the first answer after it.
+  SgOutcome sensePatiently(const OpenedNode& node, std::span<const std::byte> block,
+                           std::span<std::byte> buffer, std::span<std::byte> sense) const {
+    constexpr int kMostAttempts = 3;
+    SgOutcome outcome;
+    SenseArea given{};
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+      given = {};
+      outcome = unit_->execute(node, {.block = block,
+                                      .data = buffer,
+                                      .direction = Direction::kFromTargetToInitiator,
+                                      .sense = given});
+      if (headerOf(given).sense_key != SPC_SK_UNIT_ATTENTION) break;
+    }
+    giveSense(given, sense);
+    return outcome;
+  }
 
-  TrayAnswer moveTray(const OpenedNode& node, bool isOpen) const {
+  Status moveTray(const OpenedNode& node, bool isOpen, bool unlocks, SenseArea& sense) const {
     // SPC-4, 6.15 with PREVENT 00; SBC-3, 5.25 with LOEJ, and START to load.
     const std::array<std::byte, 6> allowRemoval{byte(0x1E)};
     const std::array<std::byte, 6> startStop{byte(0x1B), byte(0), byte(0), byte(0),
                                              byte(isOpen ? 0x02 : 0x03)};
     // Whether the unit knows a lock at all is for the next command to tell, which its answer does
     // not keep from being sent.
-    if (isOpen) {
+    sense = {};
+    if (unlocks) {
       const SgOutcome unlocked = unit_->execute(node, {.block = allowRemoval});
-      if (unlocked.failure() != status::kOK) return {unlocked.failure()};
+      if (unlocked.failure() != status::kOK) return unlocked.failure();
     }
-    std::array<std::byte, 18> sense{};
     const SgOutcome outcome = unit_->execute(node, {.block = startStop, .sense = sense});
-    if (outcome.failure() != status::kOK) return {outcome.failure()};
-    if (outcome.taskStatus == scsi::kGood) return {};
-    return {status::kIOReturnError, isRemovalPrevented(sense)};
+    if (outcome.failure() != status::kOK) return outcome.failure();
+    return outcome.taskStatus == scsi::kGood ? status::kOK : status::kIOReturnError;
   }
 
   std::shared_ptr<SgUnit> unit_;

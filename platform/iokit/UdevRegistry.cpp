@@ -1,5 +1,7 @@
 #include "platform/iokit/UdevRegistry.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -30,23 +32,35 @@ bool contains(const std::vector<ServiceHandle>& handles, ServiceHandle handle) {
   return std::ranges::find(handles, handle) != handles.end();
 }
 
+bool namesOneUnit(const PropertyDictionary& match) {
+  constexpr const char* kGUID = "SCSITaskUserClient GUID";
+  const auto inner = match.find(kPropertyMatchKey);
+  return match.contains(kGUID) || (inner != match.end() && inner->contains(kGUID));
+}
+
+const char* subsystemOf(SCSIUnitAssembly::Node node) {
+  return node == SCSIUnitAssembly::Node::kBlock ? "block" : "scsi_generic";
+}
+
 }  // namespace
 
 /// Takes its subscriber off the list, which may outlive the registry.
 class UdevRegistry::Subscription : public RegistrySubscription {
  public:
   Subscription(std::shared_ptr<Subscribers> all, std::shared_ptr<Subscriber> own)
-      : all_(std::move(all)), own_(std::move(own)) {}
+      : all_(std::move(all)), own_(std::move(own)), present_(own_->known) {}
   ~Subscription() override {
     std::erase(*all_, own_);
     // A round of announcements that is under way still holds the subscriber.
     own_->kinds = kNoEntry;
     own_->known.clear();
   }
+  const std::vector<ServiceHandle>& present() const override { return present_; }
 
  private:
   std::shared_ptr<Subscribers> all_;
   std::shared_ptr<Subscriber> own_;
+  std::vector<ServiceHandle> present_;
 };
 
 UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
@@ -55,8 +69,7 @@ UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
       assembly_(
           runLoop,
           [](const std::string& path, SCSIUnitAssembly::Node node) {
-            const bool isBlock = node == SCSIUnitAssembly::Node::kBlock;
-            return scsiUnitHasNode(path, isBlock ? "block" : "scsi_generic");
+            return scsiUnitHasNode(path, subsystemOf(node));
           },
           [this](const std::string& path) { unitComplete(path); }) {
   g_signal_connect(client_.get(), "uevent", G_CALLBACK(onUevent), this);
@@ -69,35 +82,40 @@ UdevRegistry::~UdevRegistry() {
 }
 
 std::optional<PropertyDictionary> UdevRegistry::properties(ServiceHandle service) {
-  const EntryTable::Entry* entry = entries_.find(service);
+  EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
-  // What a USB device says of itself never changes, and sysfs loses it bit by bit.
-  if (entry->kept && entry->kept->value("IOClass", "") == kUSBDeviceClass) return entry->kept;
-  // Any other that is still there is read anew; what was kept is for its last announcement.
-  if (const GUdevDevicePtr device = deviceAt(entry->path))
-    return entryProperties(device.get(), entryKind(device.get()));
-  return entry->kept;
+  const bool isHere = isThere(*entry);
+  if (!entry->properties && isHere) read(*entry);
+  auto properties = entry->properties;
+  // The node of a unit that went may be another's by the time somebody opens it.
+  if (properties && !isHere) properties->erase(kGenericNodeKey);
+  return properties;
 }
 
 std::optional<std::vector<ServiceHandle>> UdevRegistry::ancestors(ServiceHandle service) {
   const EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
-  GUdevDevicePtr device = deviceAt(entry->path);
-  // Gone from sysfs, as in a terminated callback: the path still tells what lay above it.
-  if (!device) return entries_.above(entry->path);
+  if (entry->ancestors) return entry->ancestors;
   std::vector<ServiceHandle> above;
-  while ((device = GUdevDevicePtr(g_udev_device_get_parent(device.get())))) {
-    if (entryKind(device.get()) != kNoEntry)
-      above.push_back(entries_.intern(sysfsPath(device.get())));
-  }
-  return above;
+  if (!isThere(*entry)) return above;
+  GUdevDevicePtr device = deviceAt(entry->path);
+  while (device && (device = GUdevDevicePtr(g_udev_device_get_parent(device.get()))))
+    if (entryKind(device.get()) != kNoEntry) above.push_back(intern(sysfsPath(device.get())));
+  return entries_.find(service)->ancestors = above;
 }
 
 std::vector<ServiceHandle> UdevRegistry::servicesMatching(const PropertyDictionary& match) {
+  // A unit that somebody knows by its GUID was found before.
+  if (namesOneUnit(match))
+    if (const auto known = knownMatching(match); !known.empty()) return known;
+  return enumerate(match);
+}
+
+std::vector<ServiceHandle> UdevRegistry::knownMatching(const PropertyDictionary& match) const {
   std::vector<ServiceHandle> found;
-  visitMatching(match, [&](const std::string& path, const PropertyDictionary&) {
-    found.push_back(entries_.intern(path));
-  });
+  for (const EntryTable::Entry& entry : entries_.all())
+    if (entry.properties && propertiesMatch(*entry.properties, match) && isThere(entry))
+      found.push_back(entry.handle);
   return found;
 }
 
@@ -108,10 +126,10 @@ std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_vie
       client_.get(), "block", std::string(bsdName).c_str()));
   if (!block) return {};
   // The disk before its unit, which bears the same name.
-  std::vector<ServiceHandle> found{entries_.intern(sysfsPath(block.get()))};
+  std::vector<ServiceHandle> found{intern(sysfsPath(block.get()))};
   // A partition lies under its disk, not under the unit, so it stands alone.
   if (const GUdevDevicePtr unit = scsiUnitAbove(block.get()))
-    found.push_back(entries_.intern(sysfsPath(unit.get())));
+    found.push_back(intern(sysfsPath(unit.get())));
   return found;
 }
 
@@ -120,11 +138,18 @@ std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
   auto subscriber =
       std::make_shared<Subscriber>(std::move(match), std::move(appeared), std::move(terminated));
   // What is there already is never announced, though udev may repeat its "add" at any time.
-  visitMatching(subscriber->match, [&](const std::string& path, PropertyDictionary properties) {
-    remember(*subscriber, path, std::move(properties));
-  });
+  for (const ServiceHandle service : presentFor(subscriber->match))
+    remember(*subscriber, service);
   subscribers_->push_back(subscriber);
   return std::make_unique<Subscription>(subscribers_, subscriber);
+}
+
+std::vector<ServiceHandle> UdevRegistry::presentFor(const PropertyDictionary& match) {
+  // Who has asked for the same knows it, and has been told of every change.
+  const auto other = std::ranges::find_if(
+      *subscribers_, [&](const auto& subscriber) { return subscriber->match == match; });
+  if (other != subscribers_->end()) return (*other)->known;
+  return enumerate(match, [this](GUdevDevice* unit) { awaitNodes(unit); });
 }
 
 void UdevRegistry::onUevent(GUdevClient*, const gchar* action, GUdevDevice* device, gpointer self) {
@@ -134,26 +159,55 @@ void UdevRegistry::onUevent(GUdevClient*, const gchar* action, GUdevDevice* devi
 }
 
 void UdevRegistry::handleEvent(std::string_view action, GUdevDevice* device) {
-  if (action == "remove") return entryWent(sysfsPath(device));
+  const std::string path = sysfsPath(device);
+  if (action == "remove") return pathWent(path);
   // "bind" follows "add" and stands in for it should that be lost; "change" and "unbind" concern
   // devices that are there already.
   if (action != "add" && action != "bind") return;
+  // An end that was lost.
+  for (const ServiceHandle service : entries_.at(path))
+    if (!isThere(*entries_.find(service))) entryWent(service);
   const EntryKind kind = entryKind(device);
   nodeCame(device);
   if (!isWanted(kind)) return;
   if (kind != kSCSIUnitEntry) return entryCame(device, kind);
-  if (!isAnnounced(sysfsPath(device)))
-    assembly_.unitSeen(sysfsPath(device), scsiUnitHasBlockChild(device));
+  if (!isAnnounced(path)) assembly_.unitSeen(path, scsiUnitHasBlockChild(device));
 }
 
 // A block disk and a generic node complete the SCSI unit above them.
 void UdevRegistry::nodeCame(GUdevDevice* device) {
-  if (!isWanted(kSCSIUnitEntry)) return;
   const GUdevDevicePtr unit = scsiUnitAbove(device);
-  if (!unit || isAnnounced(sysfsPath(unit.get()))) return;
+  if (!unit) return;
+  const std::string path = sysfsPath(unit.get());
+  for (const ServiceHandle service : entries_.at(path))
+    if (auto& entry = *entries_.find(service); entry.properties && isThere(entry)) read(entry);
+  if (!isWanted(kSCSIUnitEntry) || isAnnounced(path)) return;
   const bool isBlock = entryKind(device) == kBlockEntry;
-  assembly_.nodeSeen(sysfsPath(unit.get()), scsiUnitHasBlockChild(unit.get()),
+  assembly_.nodeSeen(path, scsiUnitHasBlockChild(unit.get()),
                      isBlock ? SCSIUnitAssembly::Node::kBlock : SCSIUnitAssembly::Node::kGeneric);
+}
+
+// The events of the nodes that udev has dealt with were before our time.
+void UdevRegistry::awaitNodes(GUdevDevice* unit) {
+  using Node = SCSIUnitAssembly::Node;
+  const std::string path = sysfsPath(unit);
+  const bool wantsBlock = scsiUnitHasBlockChild(unit);
+  assembly_.unitSeen(path, wantsBlock);
+  for (const Node node : {Node::kBlock, Node::kGeneric})
+    if (isNodeReady(path, node)) assembly_.nodeSeen(path, wantsBlock, node);
+}
+
+bool UdevRegistry::isNodeReady(const std::string& unitPath, SCSIUnitAssembly::Node node) const {
+  return scsiUnitHasNode(unitPath, subsystemOf(node)) &&
+         udevKnowsNode(client_.get(), unitPath, subsystemOf(node));
+}
+
+// A driver that has made no disk by now makes none.
+bool UdevRegistry::isWhole(const std::string& unitPath) const {
+  using Node = SCSIUnitAssembly::Node;
+  return isNodeReady(unitPath, Node::kGeneric) &&
+         (!scsiUnitHasNode(unitPath, subsystemOf(Node::kBlock)) ||
+          isNodeReady(unitPath, Node::kBlock));
 }
 
 // The unit's own end may come before its nodes do.
@@ -168,19 +222,25 @@ void UdevRegistry::entryCame(GUdevDevice* device, EntryKind kind) {
   const Subscribers round = *subscribers_;  // callbacks may subscribe and unsubscribe
   for (const auto& subscriber : round) {
     if (!(subscriber->kinds & kind) || !propertiesMatch(properties, subscriber->match)) continue;
-    const ServiceHandle service = entries_.intern(path);
+    const ServiceHandle service = intern(path);
     if (contains(subscriber->known, service)) continue;
-    remember(*subscriber, path, properties);
+    entries_.find(service)->properties = properties;
+    remember(*subscriber, service);
     call(subscriber->appeared, service, "appeared");
   }
 }
 
-// sysfs has lost the device by now, so its path is all there is to go by.
-void UdevRegistry::entryWent(const std::string& path) {
+// sysfs may have lost the device by now or have the next one, so its path is all there is to go by.
+void UdevRegistry::pathWent(const std::string& path) {
   assembly_.unitGone(path);
-  const EntryTable::Entry* entry = entries_.findPath(path);
-  if (!entry) return;
-  const ServiceHandle service = entry->handle;
+  auto gone = entries_.at(path);
+  // The latest of several is the next one: its own end follows.
+  if (gone.size() > 1) gone.pop_back();
+  for (const ServiceHandle service : gone)
+    entryWent(service);
+}
+
+void UdevRegistry::entryWent(ServiceHandle service) {
   const Subscribers round = *subscribers_;
   for (const auto& subscriber : round) {
     // Only who heard of the beginning hears of the end. A subscription that has ended meanwhile
@@ -192,25 +252,49 @@ void UdevRegistry::entryWent(const std::string& path) {
   entries_.forget(service);
 }
 
-void UdevRegistry::visitMatching(const PropertyDictionary& match, const Visitor& visit) {
+std::vector<ServiceHandle> UdevRegistry::enumerate(const PropertyDictionary& match,
+                                                   const UnitVisitor& onUnfinished) {
+  std::vector<ServiceHandle> found;
   const unsigned kinds = kindsThatCanMatch(match);
   for (const Subsystem& subsystem : kSubsystems) {
-    if (kinds & subsystem.kinds) visitSubsystem(subsystem.name, kinds, match, visit);
+    if (!(kinds & subsystem.kinds)) continue;
+    for (const GUdevDevicePtr& device : devicesOf(subsystem.name, match)) {
+      const EntryKind kind = entryKind(device.get());
+      const std::string path = sysfsPath(device.get());
+      // A unit that still waits for its nodes will be announced.
+      if (!(kinds & subsystem.kinds & kind) || assembly_.isWaiting(path)) continue;
+      if (kind == kSCSIUnitEntry && onUnfinished && !isWhole(path)) {
+        onUnfinished(device.get());
+      } else if (const ServiceHandle service = handleIfMatching(device.get(), kind, match)) {
+        found.push_back(service);
+      }
+    }
   }
+  return found;
 }
 
-void UdevRegistry::visitSubsystem(const char* subsystem, unsigned kinds,
-                                  const PropertyDictionary& match, const Visitor& visit) {
-  GList* devices = g_udev_client_query_by_subsystem(client_.get(), subsystem);
-  for (const GList* link = devices; link; link = link->next) {
-    auto* device = static_cast<GUdevDevice*>(link->data);
-    const EntryKind kind = entryKind(device);
-    // A unit that still waits for its nodes will be announced.
-    if (!(kinds & kind) || assembly_.isWaiting(sysfsPath(device))) continue;
-    PropertyDictionary properties = entryProperties(device, kind);
-    if (propertiesMatch(properties, match)) visit(sysfsPath(device), std::move(properties));
-  }
-  g_list_free_full(devices, g_object_unref);
+std::vector<GUdevDevicePtr> UdevRegistry::devicesOf(const char* subsystem,
+                                                    const PropertyDictionary& match) const {
+  const std::unique_ptr<GUdevEnumerator, GUdevUnref> enumerator(
+      g_udev_enumerator_new(client_.get()));
+  g_udev_enumerator_add_match_subsystem(enumerator.get(), subsystem);
+  for (const auto& [name, text] : attributesOfMatch(match))
+    g_udev_enumerator_add_match_sysfs_attr(enumerator.get(), name.c_str(), text.c_str());
+  std::vector<GUdevDevicePtr> devices;
+  GList* list = g_udev_enumerator_execute(enumerator.get());
+  for (const GList* link = list; link; link = link->next)
+    devices.emplace_back(static_cast<GUdevDevice*>(link->data));
+  g_list_free(list);
+  return devices;
+}
+
+ServiceHandle UdevRegistry::handleIfMatching(GUdevDevice* device, EntryKind kind,
+                                             const PropertyDictionary& match) {
+  PropertyDictionary properties = entryProperties(device, kind);
+  if (!propertiesMatch(properties, match)) return 0;
+  const ServiceHandle service = intern(sysfsPath(device));
+  entries_.find(service)->properties = std::move(properties);
+  return service;
 }
 
 // Where nobody can be interested, nothing is read and no timer started.
@@ -218,39 +302,41 @@ bool UdevRegistry::isWanted(unsigned kinds) const {
   return std::ranges::any_of(*subscribers_, [&](const auto& each) { return each->kinds & kinds; });
 }
 
-bool UdevRegistry::isAnnounced(const std::string& path) {
-  const EntryTable::Entry* entry = entries_.findPath(path);
-  return entry && std::ranges::any_of(*subscribers_, [&](const auto& each) {
-           return contains(each->known, entry->handle);
-         });
+bool UdevRegistry::isAnnounced(const std::string& path) const {
+  return std::ranges::any_of(entries_.at(path), [&](ServiceHandle service) {
+    return std::ranges::any_of(*subscribers_,
+                               [&](const auto& each) { return contains(each->known, service); });
+  });
 }
 
-// Properties are kept only for those who want to hear of the end.
-void UdevRegistry::remember(Subscriber& subscriber, const std::string& path,
-                            PropertyDictionary properties) {
-  const ServiceHandle service = entries_.intern(path);
+void UdevRegistry::remember(Subscriber& subscriber, ServiceHandle service) {
   subscriber.known.push_back(service);
-  keepUSBDeviceAbove(path);
-  if (!subscriber.terminated) return;
-  // The node of a unit that went may be another's by the time somebody opens it.
-  properties.erase(kGenericNodeKey);
-  entries_.find(service)->kept = std::move(properties);
-}
-
-void UdevRegistry::keepUSBDeviceAbove(const std::string& path) {
-  const GUdevDevicePtr device = deviceAt(path);
-  if (!device) return;
-  const GUdevDevicePtr usbDevice(
-      g_udev_device_get_parent_with_subsystem(device.get(), "usb", "usb_device"));
-  if (!usbDevice) return;
-  const ServiceHandle service = entries_.intern(sysfsPath(usbDevice.get()));
-  auto& kept = entries_.find(service)->kept;
-  if (!kept) kept = entryProperties(usbDevice.get(), kUSBDeviceEntry);
+  // Whoever is busy with a part that leaves may still ask whose it was.
+  for (const ServiceHandle ancestor : ancestors(service).value_or(std::vector<ServiceHandle>{})) {
+    const auto above = properties(ancestor);
+    if (above && above->value("IOClass", "") == kUSBDeviceClass) break;
+  }
 }
 
 // One subscriber that fails must not keep the news from the others.
 void UdevRegistry::call(const Callback& callback, ServiceHandle service, const char* what) {
   if (callback) guardedEntry(log_, what, [&] { callback(service); });
+}
+
+ServiceHandle UdevRegistry::intern(const std::string& path) {
+  return entries_.intern(path, plugNumber(path)).handle;
+}
+
+bool UdevRegistry::isThere(const EntryTable::Entry& entry) {
+  return ::access(entry.path.c_str(), F_OK) == 0 && plugNumber(entry.path) == entry.plug;
+}
+
+// What was read while another took the place may be of either.
+void UdevRegistry::read(EntryTable::Entry& entry) const {
+  const GUdevDevicePtr device = deviceAt(entry.path);
+  if (!device) return;
+  auto properties = entryProperties(device.get(), entryKind(device.get()));
+  if (isThere(entry)) entry.properties = std::move(properties);
 }
 
 GUdevDevicePtr UdevRegistry::deviceAt(const std::string& path) const {

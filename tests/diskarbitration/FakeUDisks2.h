@@ -30,6 +30,8 @@ class FakeUDisks2 {
     bool silent = false;
     /// Called in the service's thread before the answer.
     std::function<void()> before = nullptr;
+    /// Likewise after it.
+    std::function<void()> after = nullptr;
   };
 
   explicit FakeUDisks2(const PrivateBus& bus) : connection_(bus.connect()) {
@@ -92,6 +94,13 @@ class FakeUDisks2 {
     const std::scoped_lock lock(mutex_);
     return calls_;
   }
+  /// Tells that objects have come, without saying which.
+  void tellOfArrival() {
+    g_dbus_connection_emit_signal(
+        connection_.get(), nullptr, "/org/freedesktop/UDisks2",
+        "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
+        g_variant_new("(o@a{sa{sv}})", "/any", g_variant_new("a{sa{sv}}", nullptr)), nullptr);
+  }
   /// An answer to the call that was met with silence.
   void answerLate() {
     const std::scoped_lock lock(mutex_);
@@ -142,6 +151,7 @@ class FakeUDisks2 {
       if (method == "Mount") g_dbus_message_set_body(reply, g_variant_new("(s)", "/media/u/CARD"));
       send(reply);
     }
+    if (answer.after) answer.after();
   }
 
   GVariant* managedObjects() const {

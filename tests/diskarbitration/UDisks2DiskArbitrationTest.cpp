@@ -1,13 +1,16 @@
 #include "platform/diskarbitration/UDisks2DiskArbitration.h"
 
 #include <gmock/gmock.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <optional>
 
+#include "Utilities/DiskStatus.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "tests/diskarbitration/FakeUDisks2.h"
 #include "tests/diskarbitration/HoldingProcess.h"
+#include "tests/support/FakeRegistry.h"
 #include "tests/support/MainContextWait.h"
 #include "tests/support/OpenDescriptors.h"
 #include "tests/support/RecordingSystemLog.h"
@@ -44,15 +47,27 @@ class UDisks2DiskArbitrationTest : public testing::Test {
         "," + FakeUDisks2::block("sda1", {.drive = "Disk", .mountPoints = "[b'/home']"}) + "," +
         FakeUDisks2::block("loop0", {}) + "," +
         FakeUDisks2::block("loop0p1", {.table = "loop0", .mountPoints = "[b'/l']"}) + "," +
-        FakeUDisks2::block("loop1", {.mountPoints = "[b'/k']"});
+        FakeUDisks2::block("loop1", {.mountPoints = "[b'/k']"}) + "," +
+        FakeUDisks2::block("sdc1", {.drive = "Other", .mountPoints = "[b'/media/u/C']"}) + "," +
+        FakeUDisks2::block("sdd1", {.drive = "Card", .mountPoints = "[b'/media/u/D']"});
+    // sdc is another disk of the card's device, sdd that of another one with its serial number.
+    plugDisks({"sdb", "sdb1", "sdb2", "sdb3", "sdc1", "sr0"});
+    plugDisks({"sdd1"});
     connection.start();
     connection.waitUntilSettled();
+  }
+
+  void plugDisks(const std::vector<const char*>& names) {
+    const ServiceHandle usbDevice = registry.add({{"IOClass", "usb_device"}});
+    for (const char* name : names)
+      registry.add({{"IOClass", "block"}, {"BSD Name", name}}, usbDevice);
   }
 
   struct Told {
     bool stopped = false;
     int callbacks = 0;
     std::optional<DADissenter> dissenter;
+    std::string awaited;
   };
   /// One operation from its start to its end.
   template <typename Start>
@@ -64,7 +79,9 @@ class UDisks2DiskArbitrationTest : public testing::Test {
       if (dissenter != nullptr) told.dissenter = *dissenter;
       session->stop();
     });
-    told.stopped = session->run(kLimit);
+    auto left = kLimit;
+    told.stopped = session->run(left);
+    told.awaited = session->awaited();
     return told;
   }
   Told unmount(const char* bsdName, bool wholeDisk = true) {
@@ -101,7 +118,10 @@ class UDisks2DiskArbitrationTest : public testing::Test {
   BusConnection connection{"system bus", bus.address(), loop, log.sink()};
   std::vector<Milliseconds> waits;
   UDisks2DiskArbitration::MakeTimeout makeTimeout = UDisks2DiskArbitration::monotonicTimeout;
-  UDisks2DiskArbitration arbitration{connection, log.sink(), [this](Milliseconds limit) {
+  FakeRegistry registry;
+  Interrupt interrupt{Interrupt::Second::kIsIgnored};
+  UDisks2DiskArbitration arbitration{connection, registry, &interrupt, log.sink(),
+                                     [this](Milliseconds limit) {
                                        waits.push_back(limit);
                                        return makeTimeout(limit);
                                      }};
@@ -109,15 +129,16 @@ class UDisks2DiskArbitrationTest : public testing::Test {
 
 const std::string kFirst = callOf("Unmount", FakeUDisks2::blockPath("sdb1"));
 const std::string kSecond = callOf("Unmount", FakeUDisks2::blockPath("sdb2"));
+const std::string kOtherDisk = callOf("Unmount", FakeUDisks2::blockPath("sdc1"));
 
-TEST_F(UDisks2DiskArbitrationTest, UnmountsEveryFilesystemOfTheDiskThatAVolumeIsOn) {
+TEST_F(UDisks2DiskArbitrationTest, UnmountsEveryFilesystemOfTheDeviceThatAVolumeIsOn) {
   const auto loop0 = callOf("Unmount", FakeUDisks2::blockPath("loop0p1"));
   const struct {
     const char* bsdName;
     bool wholeDisk;
     std::vector<std::string> calls;
-  } rows[] = {{"sdb1", true, {kFirst, kFirst, kSecond}},
-              {"sdb", true, {kFirst, kFirst, kSecond}},
+  } rows[] = {{"sdb1", true, {kFirst, kFirst, kSecond, kOtherDisk}},
+              {"sdb", true, {kFirst, kFirst, kSecond, kOtherDisk}},
               {"sdb2", false, {kSecond}},
               {"sdb3", false, {}},
               {"loop0p1", true, {loop0}},
@@ -141,10 +162,10 @@ TEST_F(UDisks2DiskArbitrationTest, EjectsTheDriveAndMountsTheVolume) {
                                             callOf("Mount", FakeUDisks2::blockPath("sdb2"))));
   service->script["Mount"] = {.error = "AlreadyMounted"};
   expectDone(mount("sdb2"));
-  expectRefused(eject("loop1"), status::kIOReturnUnsupported, "no drive holds this disk");
-  expectRefused(mount("sdb"), status::kIOReturnUnsupported, "there is no filesystem on it");
-  for (const char* name : {"sr0", "", "../sda1", "sdb1/"})
-    expectRefused(eject(name), status::kIOReturnNoDevice, "there is no such disk");
+  expectRefused(eject("loop1"), status::kDAReturnUnsupported, "no drive holds this disk");
+  expectRefused(mount("sdb"), status::kDAReturnUnsupported, "there is no filesystem on it");
+  for (const char* name : {"sr1", "", "../sda1", "sdb1/"})
+    expectRefused(eject(name), status::kDAReturnNotFound, "the system has no disk of that name");
   EXPECT_THAT(service->calls(), SizeIs(3));
 }
 
@@ -156,25 +177,60 @@ TEST_F(UDisks2DiskArbitrationTest, PutsARefusalInWords) {
   } rows[] = {
       {"DeviceBusy", status::kIOReturnBusy, "the volume is in use"},
       {"AlreadyUnmounting", status::kIOReturnBusy, "the volume is being unmounted already"},
-      {"NotAuthorized", status::kIOReturnNotPrivileged, "this user may not do that"},
-      {"NotAuthorizedDismissed", status::kIOReturnNotPrivileged, "the authorisation was not given"},
-      {"MountedByOtherUser", status::kIOReturnNotPrivileged, "another user has mounted the volume"},
-      {"NotSupported", status::kIOReturnUnsupported, "the disk does not know that"},
+      {"NotAuthorized", status::kDAReturnNotPermitted, "this user may not do that"},
+      {"NotAuthorizedDismissed", status::kDAReturnNotPermitted, "the authorisation was not given"},
+      {"MountedByOtherUser", status::kDAReturnNotPermitted, "another user has mounted the volume"},
+      {"NotSupported", status::kDAReturnUnsupported, "the disk does not know that"},
       {"Timedout", status::kIOReturnTimeout, "the disk did not answer in time"},
-      {"Failed", status::kIOReturnError, "the service's words"},
-      {"com.example.Odd", status::kIOReturnError, "the service's words"},
+      {"Failed", status::kDAReturnError, "the service's words"},
+      {"com.example.Odd", status::kDAReturnError, "the service's words"},
       // What is asked of an object that has gone with its disk.
-      {"org.freedesktop.DBus.Error.UnknownObject", status::kIOReturnNoDevice, "the disk has gone"},
-      {"org.freedesktop.DBus.Error.UnknownMethod", status::kIOReturnNoDevice, "the disk has gone"},
+      {"org.freedesktop.DBus.Error.UnknownObject", status::kDAReturnNotFound, "the disk has gone"},
+      {"org.freedesktop.DBus.Error.UnknownMethod", status::kDAReturnNotFound, "the disk has gone"},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
     service->script["Unmount"] = {.error = row.error};
-    expectRefused(unmount("sdb1"), row.status, row.why);
+    expectRefused(unmount("sdb2", false), row.status, std::string("/media/u/B: ") + row.why);
     service->script["Eject"] = {.error = row.error};
     expectRefused(eject("sdb1"), row.status, row.why);
   }
-  EXPECT_THAT(service->calls(), SizeIs(2 * std::size(rows))) << "the first refusal is the end";
+}
+
+TEST_F(UDisks2DiskArbitrationTest, UnmountsWhatItCanAndNamesEveryVolumeThatStays) {
+  service->script["Unmount"] = {.error = "DeviceBusy"};
+  expectRefused(unmount("sdb2"), status::kIOReturnBusy,
+                "/media/u/A: the volume is in use; /mnt/a: the volume is in use; "
+                "/media/u/B: the volume is in use; /media/u/C: the volume is in use");
+  service->script["Unmount"] = {.silent = true, .before = [&] { service->leave(); }};
+  expectRefused(unmount("sdb2"), status::kDAReturnNotReady,
+                "/media/u/A: the disk service (UDisks2) went away");
+}
+
+TEST_F(UDisks2DiskArbitrationTest, WaitsForADiskThatTheServiceDoesNotKnowYet) {
+  int asked = 0;
+  service->script["GetManagedObjects"].after = [&] {
+    // Once it has answered who asks for arrivals as well.
+    if (++asked != 2) return;
+    service->objects = FakeUDisks2::block("sr0", {.drive = "Dock", .mountPoints = "[b'/m']"});
+    service->tellOfArrival();
+  };
+  expectDone(unmount("sr0"));
+  EXPECT_THAT(service->calls(), ElementsAre(callOf("Unmount", FakeUDisks2::blockPath("sr0"))));
+  service->objects = "";
+  makeTimeout = [&](Milliseconds) { return g_timeout_source_new(200); };
+  const auto told = unmount("sr0");
+  EXPECT_FALSE(told.stopped);
+  EXPECT_EQ(told.awaited, "the disk service (UDisks2) did not come to know the disk");
+}
+
+TEST_F(UDisks2DiskArbitrationTest, EndsAWaitAtOnceWhenTheProcessIsToldToEnd) {
+  service->script["Unmount"] = {.silent = true, .before = [] { ::kill(::getpid(), SIGTERM); }};
+  makeTimeout = [&](Milliseconds) { return g_timeout_source_new_seconds(3600); };
+  EXPECT_FALSE(unmount("sdb1").stopped);
+  EXPECT_TRUE(arbitration.isInterrupted());
+  EXPECT_FALSE(eject("sdb1").stopped) << "nothing is begun after it";
+  EXPECT_THAT(service->calls(), SizeIs(1));
 }
 
 TEST_F(UDisks2DiskArbitrationTest, NamesTheProcessThatKeepsAVolumeBusy) {
@@ -187,7 +243,7 @@ TEST_F(UDisks2DiskArbitrationTest, NamesTheProcessThatKeepsAVolumeBusy) {
     const auto told = unmount("sdc1");
     ASSERT_TRUE(told.dissenter.has_value());
     EXPECT_EQ(told.dissenter->status, status::kIOReturnBusy);
-    EXPECT_THAT(told.dissenter->why, testing::StartsWith("in use by "));
+    EXPECT_THAT(told.dissenter->why, testing::StartsWith(folder.path() + ": in use by "));
     EXPECT_THAT(told.dissenter->why, HasSubstr("(pid " + std::to_string(process.pid()) + ")"));
   }
 }
@@ -218,16 +274,15 @@ TEST_F(UDisks2DiskArbitrationTest, WaitsAsLongAsItsCallerSaysWhileTheMainLoopSta
 }
 
 TEST_F(UDisks2DiskArbitrationTest, EndsAtOnceWhenTheServiceOrTheBusGoes) {
-  service->script["Unmount"] = {.silent = true, .before = [&] { service->leave(); }};
-  expectRefused(unmount("sdb1"), status::kIOReturnError, "the disk service (UDisks2) went away");
-  expectRefused(unmount("sdb1"), status::kIOReturnUnsupported,
-                "there is no disk service (UDisks2)");
+  service->script["Eject"] = {.silent = true, .before = [&] { service->leave(); }};
+  expectRefused(eject("sdb1"), status::kDAReturnNotReady, "the disk service (UDisks2) went away");
+  expectRefused(unmount("sdb1"), status::kDAReturnNotReady, "there is no disk service (UDisks2)");
   service = std::make_unique<FakeUDisks2>(bus);
   service->objects = FakeUDisks2::block("sdb1", {.drive = "Card"});
   service->script["Eject"] = {.silent = true, .before = [&] { bus.stop(); }};
-  expectRefused(eject("sdb1"), status::kIOReturnError, "the system bus is not there");
+  expectRefused(eject("sdb1"), status::kDAReturnNotReady, "the system bus is not there");
   EXPECT_TRUE(waitUntil([&] { return connection.connection() == nullptr; }));
-  expectRefused(eject("sdb1"), status::kIOReturnError, "the system bus is not there");
+  expectRefused(eject("sdb1"), status::kDAReturnNotReady, "the system bus is not there");
 }
 
 TEST_F(UDisks2DiskArbitrationTest, GivesUpWhatIsUnderWayWhenTheSessionEnds) {
@@ -261,7 +316,8 @@ TEST_F(UDisks2DiskArbitrationTest, TakesNothingFromObjectsOfOtherTypesThanTheySh
         "objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <@ay []>}}",
         "objectpath '/a': {'org.freedesktop.UDisks2.Filesystem': {'MountPoints': <[b'/a']>}}"}) {
     service->objects = objects;
-    expectRefused(unmount("sdb1"), status::kIOReturnNoDevice, "there is no such disk");
+    expectRefused(unmount("sde1"), status::kDAReturnNotFound,
+                  "the system has no disk of that name");
   }
   service->objects =
       "objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <b'/dev/sdb1'>, 'Drive': "
@@ -270,7 +326,7 @@ TEST_F(UDisks2DiskArbitrationTest, TakesNothingFromObjectsOfOtherTypesThanTheySh
   service->objects = "no objects at all";
   const auto told = unmount("sdb1");
   ASSERT_TRUE(told.dissenter.has_value());
-  EXPECT_EQ(told.dissenter->status, status::kIOReturnError);
+  EXPECT_EQ(told.dissenter->status, status::kDAReturnError);
   EXPECT_THAT(service->calls(), IsEmpty());
 }
 

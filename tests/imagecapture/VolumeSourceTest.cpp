@@ -102,6 +102,8 @@ TEST_F(Volumes, HaveALabelAndAScopeButNoInterface) {
 TEST_F(Volumes, AreWatchedOnlyWhileTheServiceLives) {
   {
     ImageCaptureService shortLived(registry, mounts, connector, LogSink());
+    EXPECT_FALSE(mounts.isWatched()) << "nobody has asked yet";
+    shortLived.registerForEventNotification(0, ica::kDeviceAdded, {});
     EXPECT_TRUE(mounts.isWatched());
     EXPECT_EQ(registry.subscriptionCount(), 1U);
   }

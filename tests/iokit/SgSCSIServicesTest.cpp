@@ -22,7 +22,8 @@ using testing::HasSubstr;
 using Direction = SCSITaskInterface::Direction;
 using Response = SCSIServiceResponse;
 
-const std::string kUnit = "/sys/devices/usb1/1-4/1-4:1.0/host6/target6:0:0/6:0:0:0";
+const std::string kUSBDevice = "/sys/devices/usb1/1-4";
+const std::string kUnit = kUSBDevice + "/1-4:1.0/host6/target6:0:0/6:0:0:0";
 /// The USB mode page: camera mode, power down, 123 units of delay.
 const std::vector<std::byte> kPage = hexBytes("0000000000000000 25 07 04 01 0000007b 05");
 const std::string kSelect =
@@ -32,6 +33,7 @@ const std::string kSelect =
 class SgSCSIServicesTest : public testing::Test {
  protected:
   SgSCSIServicesTest() {
+    bed.addUSBDevice(kUSBDevice, {1, "4", 7});
     bed.add(kUnit, {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}}, {{"type", "5"}});
     bed.add(kUnit + "/scsi_generic/sg1", {{"SUBSYSTEM", "scsi_generic"}}, {}, "sg1");
     unit = std::make_unique<test::ScriptedUnit>(bed.handle(), "/dev/sg1");
@@ -86,7 +88,7 @@ class SgSCSIServicesTest : public testing::Test {
     std::vector<std::byte> buffer(size + 4, std::byte{0xEE});
     std::uint8_t taskStatus = scsi::kNoTaskStatus;
     const Status called =
-        mmc->modeSense10(false, false, 0, 0x25, std::span(buffer).first(size), taskStatus);
+        mmc->modeSense10(false, false, 0, 0x25, std::span(buffer).first(size), taskStatus, {});
     return {called, taskStatus, hexText(buffer)};
   }
 
@@ -101,9 +103,11 @@ class SgSCSIServicesTest : public testing::Test {
   /// Every open of a node: its flags, and the error that it is to fail with.
   std::vector<int> opened;
   int openError = 0;
+  std::function<void()> onOpen;
   SgSCSIServices services{registry, sink, [this](const char* path, int flags) {
                             EXPECT_STREQ(path, "/dev/sg1");
                             opened.push_back(flags);
+                            if (onOpen) onOpen();
                             errno = openError;
                             return openError ? -1 : SgSCSIServices::openDeviceNode(path, flags);
                           }};
@@ -122,10 +126,10 @@ TEST_F(SgSCSIServicesTest, SensesAPageWithTheNodeOpenForThatCommandAlone) {
   EXPECT_EQ(told.data, "001000000000000025070401eeeeeeee");
   std::vector<std::byte> longest(0xFFFF);
   std::uint8_t taskStatus = scsi::kNoTaskStatus;
-  EXPECT_EQ(mmc->modeSense10(true, true, 3, 0x3F, longest, taskStatus), 0);
-  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, {}, taskStatus), 0);
+  EXPECT_EQ(mmc->modeSense10(true, true, 3, 0x3F, longest, taskStatus, {}), 0);
+  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, {}, taskStatus, {}), 0);
   longest.emplace_back();
-  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, longest, taskStatus),
+  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, longest, taskStatus, {}),
             status::kIOReturnBadArgument);
   EXPECT_THAT(unit->commands,
               ElementsAre("6000 5a002500000000000c00 < 12", "6000 5a18ff00000000ffff00 < 65535",
@@ -174,6 +178,20 @@ TEST_F(SgSCSIServicesTest, TellsOfASenseWhatTheUnitAnsweredOrWhyItDidNot) {
   }
   EXPECT_THAT(log, Contains(HasSubstr("status 0x02, 0 of 8 bytes:, sense 70 00 05")));
   EXPECT_THAT(log, Contains(HasSubstr("failed: no answer in time")));
+}
+
+TEST_F(SgSCSIServicesTest, AsksForAPageAgainWhereTheUnitTellsThatSomethingHasHappenedToIt) {
+  const UnitAnswer attention{.status = 0x02, .sense = hexBytes("70 00 06 00000000 0a 00000000 29")};
+  unit->answers = {attention, attention, {.data = hexBytes("0010")}};
+  EXPECT_EQ(sense().taskStatus, scsi::kGood);
+  unit->answers.assign(4, attention);
+  std::array<std::byte, 18> given{};
+  std::uint8_t taskStatus = scsi::kNoTaskStatus;
+  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0x25, {}, taskStatus, given), 0);
+  EXPECT_EQ(taskStatus, scsi::kCheckCondition);
+  EXPECT_EQ(hexText(given), "700006000000000a0000000029" + std::string(10, '0'));
+  EXPECT_THAT(unit->commands, testing::SizeIs(6));
+  EXPECT_EQ(select().taskStatus, scsi::kCheckCondition) << "a select is sent once";
 }
 
 TEST_F(SgSCSIServicesTest, SelectsAPageWithTheNodeToItselfForOneTask) {
@@ -259,7 +277,7 @@ TEST_F(SgSCSIServicesTest, NamesWhyANodeCannotBeOpened) {
     openError = error;
     EXPECT_EQ(device->obtainExclusiveAccess(), expected) << error;
     EXPECT_EQ(sense().called, expected) << error;
-    EXPECT_EQ(mmc->setTrayState(true), expected) << error;
+    EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), expected) << error;
   }
   EXPECT_THAT(unit->commands, testing::IsEmpty());
 }
@@ -300,14 +318,14 @@ TEST_F(SgSCSIServicesTest, MakesTasksUnderExclusiveAccessOnlyAndChecksWhatTheyAr
 
 TEST_F(SgSCSIServicesTest, ReleasesTheLockOfAMediumBeforeTheTrayOpens) {
   const UnitAnswer refusal{.status = 0x02, .sense = hexBytes("70 00 05")};
-  EXPECT_EQ(mmc->setTrayState(true), 0);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0);
   unit->answers = {refusal, {}};
-  EXPECT_EQ(mmc->setTrayState(true), 0) << "a unit that knows no lock";
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0) << "a unit that knows no lock";
   unit->answers = {{}, refusal};
-  EXPECT_EQ(mmc->setTrayState(true), status::kIOReturnError);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnError);
   unit->answers = {{.hostStatus = 1}};
-  EXPECT_EQ(mmc->setTrayState(true), status::kIOReturnNoDevice);
-  EXPECT_EQ(mmc->setTrayState(false), 0);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnNoDevice);
+  EXPECT_EQ(mmc->setTrayState(false, TrayLock::kReleased, {}), 0);
   const std::string allow = "6000 1e0000000000";
   const std::string eject = "6000 1b0000000200";
   EXPECT_THAT(unit->commands,
@@ -318,15 +336,30 @@ TEST_F(SgSCSIServicesTest, OpensATrayThatSomebodyLocksAgainMeanwhile) {
   const UnitAnswer locked{.status = 0x02,
                           .sense = hexBytes("70 00 05 00000000 0a 00000000 53 02 00000000")};
   unit->answers = {{}, locked, {}, locked, {}, {}};
-  EXPECT_EQ(mmc->setTrayState(true), 0);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0);
   EXPECT_THAT(unit->commands, testing::SizeIs(6));
   unit->commands.clear();
   for (int i = 0; i < 20; ++i) {
     unit->answers.emplace_back();
     unit->answers.push_back(locked);
   }
-  EXPECT_EQ(mmc->setTrayState(true), status::kIOReturnError) << "it has an end";
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnError)
+      << "it has an end";
   EXPECT_THAT(unit->commands, testing::SizeIs(10));
+  unit->commands.clear();
+  unit->answers = {locked};
+  std::array<std::byte, 18> sense{};
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kRespected, sense), status::kIOReturnError);
+  EXPECT_EQ(hexText(sense), hexText(locked.sense));
+  EXPECT_THAT(unit->commands, ElementsAre("6000 1b0000000200")) << "the lock stays";
+}
+
+TEST_F(SgSCSIServicesTest, NeverTakesTheNextUnitAtItsPlaceForTheOneThatIsMeant) {
+  // It comes while the node is being opened, and nobody has heard of either event yet.
+  onOpen = [&] { umockdev_testbed_set_attribute(bed.handle(), kUSBDevice.c_str(), "devnum", "8"); };
+  EXPECT_EQ(sense().called, status::kIOReturnNoDevice);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnNoDevice);
+  EXPECT_THAT(unit->commands, testing::IsEmpty());
 }
 
 TEST_F(SgSCSIServicesTest, NeverTakesAnothersNodeForThatOfAUnitThatHasGone) {
@@ -336,7 +369,7 @@ TEST_F(SgSCSIServicesTest, NeverTakesAnothersNodeForThatOfAUnitThatHasGone) {
   unplug();
   opened.clear();
   EXPECT_EQ(sense().called, status::kIOReturnNoDevice);
-  EXPECT_EQ(mmc->setTrayState(true), status::kIOReturnNoDevice);
+  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnNoDevice);
   EXPECT_EQ(mmc->getSCSITaskDeviceInterface()->obtainExclusiveAccess(), status::kIOReturnNoDevice);
   EXPECT_THAT(opened, testing::IsEmpty());
   EXPECT_EQ(device->releaseExclusiveAccess(), 0);

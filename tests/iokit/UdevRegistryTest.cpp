@@ -253,10 +253,11 @@ TEST_F(UdevRegistryTest, KnowsWhoseAUnitWasUntilTheEndOfItsUSBDeviceIsHeardOf) {
   EXPECT_THAT(serials, testing::ElementsAre("T-1", "T-1", "T-1", "none"));
 }
 
-TEST_F(UdevRegistryTest, AnnouncesASCSIUnitWithoutItsNodesAfterASecond) {
+TEST_F(UdevRegistryTest, AnnouncesASCSIUnitWithoutItsDiskAfterASecond) {
   addCamera();
   const auto subscription = subscribe(kDVDUnits);
   addOptical();
+  addGeneric();
   settle();
   loop.advance(std::chrono::milliseconds(999));
   EXPECT_THAT(appeared, IsEmpty());
@@ -266,6 +267,44 @@ TEST_F(UdevRegistryTest, AnnouncesASCSIUnitWithoutItsNodesAfterASecond) {
   settle();
   EXPECT_EQ(loop.validTimerCount(), 0U);
   EXPECT_THAT(appeared, SizeIs(1));
+  EXPECT_EQ(registry().properties(appeared[0])->value("BSD Name", ""), "sr0");
+}
+
+TEST_F(UdevRegistryTest, AnnouncesAUnitThatWasThereBeforeItsNodesWhenTheyCome) {
+  addCamera();
+  addOptical();
+  addBlock(kUnit + "/block/sr0");
+  const auto subscription = subscribe(kDVDUnits);
+  EXPECT_THAT(subscription->present(), IsEmpty());
+  loop.advance(std::chrono::minutes(1));
+  EXPECT_EQ(loop.validTimerCount(), 0U);
+  addGeneric();
+  settle();
+  EXPECT_THAT(appeared, SizeIs(1));
+  EXPECT_EQ(subscribe(kDVDUnits)->present(), appeared) << "known to who asks for the same";
+}
+
+TEST_F(UdevRegistryTest, TellsAUnitFromTheOneThatWasInItsPlaceBeforeTheEventsCome) {
+  addCamera();
+  addOptical();
+  addGeneric();
+  addBlock(kUnit + "/block/sr0");
+  const auto subscription = subscribe(kDVDUnits);
+  const auto first = subscription->present().at(0);
+  EXPECT_TRUE(registry().properties(first)->contains("SCSI Generic Node"));
+  const auto guid = registry().properties(first)->at("SCSITaskUserClient GUID");
+  umockdev_testbed_set_attribute(bed.handle(), kCamera, "devnum", "8");
+  EXPECT_FALSE(registry().properties(first)->contains("SCSI Generic Node"));
+  const auto found = registry().servicesMatching({{"SCSITaskUserClient GUID", guid}});
+  ASSERT_THAT(found, SizeIs(1));
+  EXPECT_NE(found[0], first);
+  for (const char* action : {"remove", "add"})
+    bed.uevent(kUnit, action);
+  bed.uevent(kUnit + "/scsi_generic/sg1", "add");
+  bed.uevent(kUnit + "/block/sr0", "add");
+  settle();
+  EXPECT_EQ(terminated, std::vector{first});
+  EXPECT_EQ(appeared, found);
 }
 
 TEST_F(UdevRegistryTest, GivesAUnitTheSameGUIDAtEveryPlugAndAnotherInAnotherPlace) {

@@ -103,14 +103,6 @@ TEST_F(MSCTest, SkipsAUnitThatCannotBeReachedOrIsJustGoing) {
   EXPECT_THAT(traces.take(), IsEmpty());
 }
 
-TEST_F(MSCTest, AddsAUnitOnceThatIsFoundAndAnnounced) {
-  TarvoMSCDeviceList list;
-  list.init();
-  plugFakeUnit(registry, scsi, "sr0", {}, 0);
-  registry.announce(scsi.units.begin()->first);
-  EXPECT_THAT(list.devices(), SizeIs(1));
-}
-
 TEST_F(MSCTest, KeepsTheOrderOfArrivalAndRemovesTheFirstWithTheGUID) {
   TarvoMSCDeviceList list;
   EXPECT_EQ(list.mainDevice(), nullptr);

@@ -63,7 +63,7 @@ const Outcome kOutcomes[] = {
      std::nullopt,
      false,
      -1,
-     {status::kIOReturnTimeout, "the system did not answer within 20 seconds"}},
+     {status::kIOReturnTimeout, "the service did not answer within 20 seconds"}},
 };
 
 TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
@@ -111,6 +111,34 @@ TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
   EXPECT_FALSE(device->ejectTray());
   EXPECT_THAT(traces.take(), ElementsAre("Ejecting...", "Error: SetTrayState failed e00002c0",
                                          "Error: Ejecting failed"));
+}
+
+TEST_F(MSCTest, UnmountsASecondTimeInWhatTheFirstHasLeftAndKeepsTheLockOfWhatIsMounted) {
+  const auto device = unit();
+  registry.add({{"IOClass", "block"}, {"BSD Name", "sdb1"}}, usb);
+  mounts.add("/dev/sdb1", "/srv/anywhere");
+  mounts.add("/dev/sda1", "/");
+  EXPECT_EQ(device->mounts(), (std::vector<Mount>{{"/dev/sdb1", "/srv/anywhere"}}));
+  disks.dissenter = DADissenter{status::kIOReturnBusy, ""};
+  disks.takes = std::chrono::seconds(5);
+  answers->failsAt = "SetTrayState";
+  answers->failure = status::kIOReturnError;
+  EXPECT_EQ(device->unmountMedia(), -1);
+  EXPECT_FALSE(device->ejectTray());
+  EXPECT_EQ(device->lastFailure().why, "the unit did not open its tray, sense 5/26/00");
+  EXPECT_THAT(disks.take(),
+              ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 15000"));
+  EXPECT_THAT(answers->take(), ElementsAre("SetTrayState 1, locked"));
+}
+
+TEST_F(MSCTest, OpensNoTrayOnceTheProcessWasToldToEnd) {
+  const auto device = unit();
+  disks.answers = false;
+  disks.onRun = [&] { disks.interrupted = true; };
+  EXPECT_EQ(device->unmountMedia(), -1);
+  EXPECT_FALSE(device->ejectTray());
+  EXPECT_EQ(device->lastFailure().status, status::kCancelled);
+  EXPECT_THAT(answers->take(), IsEmpty());
 }
 
 TEST_F(MSCTest, CountsAUnitWithoutADiskAsUnmounted) {

@@ -5,6 +5,8 @@
 //   EXPECT_THAT(disks.take(), ElementsAre("unmount sr0 whole", "run 20000"));
 #pragma once
 
+#include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -18,11 +20,15 @@ class FakeDiskArbitration : public DiskArbitration {
  public:
   std::optional<DADissenter> dissenter;  ///< of every operation
   bool answers = true;                   ///< else run() ends by its limit
+  std::chrono::milliseconds takes{0};    ///< an answer, off the limit
+  std::function<void()> onRun;
+  bool interrupted = false;
   int openSessions = 0;
 
   std::vector<std::string> take() { return std::exchange(calls_, {}); }
 
   std::unique_ptr<DASession> createSession() override { return std::make_unique<Session>(*this); }
+  bool isInterrupted() const override { return interrupted; }
 
  private:
   class Session : public DASession {
@@ -39,12 +45,15 @@ class FakeDiskArbitration : public DiskArbitration {
       begin("mount " + std::string(bsdName) + " at '" + std::string(location) + "'",
             std::move(done));
     }
-    bool run(std::chrono::milliseconds limit) override {
-      owner_.calls_.push_back("run " + std::to_string(limit.count()));
+    bool run(std::chrono::milliseconds& left) override {
+      owner_.calls_.push_back("run " + std::to_string(left.count()));
+      left = owner_.answers ? left - owner_.takes : std::chrono::milliseconds(0);
+      if (owner_.onRun) owner_.onRun();
       if (owner_.answers) done_(owner_.dissenter ? &*owner_.dissenter : nullptr);
       return isStopped_;
     }
     void stop() override { isStopped_ = true; }
+    std::string awaited() const override { return "the service did not answer"; }
 
    private:
     void begin(std::string call, Callback done) {

@@ -89,7 +89,7 @@ class FakeRegistry : public Registry {
     auto subscriber = std::make_shared<Subscriber>(
         Subscriber{std::move(match), std::move(appeared), std::move(terminated)});
     subscribers_->push_back(subscriber);
-    return std::make_unique<Token>(subscribers_, subscriber);
+    return std::make_unique<Token>(subscribers_, subscriber, servicesMatching(subscriber->match));
   }
 
  private:
@@ -106,14 +106,17 @@ class FakeRegistry : public Registry {
   using Subscribers = std::vector<std::shared_ptr<Subscriber>>;
 
   struct Token : RegistrySubscription {
-    Token(std::shared_ptr<Subscribers> all, std::shared_ptr<Subscriber> own)
-        : subscribers(std::move(all)), subscriber(std::move(own)) {}
+    Token(std::shared_ptr<Subscribers> all, std::shared_ptr<Subscriber> own,
+          std::vector<ServiceHandle> there)
+        : subscribers(std::move(all)), subscriber(std::move(own)), found(std::move(there)) {}
+    const std::vector<ServiceHandle>& present() const override { return found; }
     ~Token() override {
       std::erase(*subscribers, subscriber);
       subscriber->appeared = subscriber->terminated = nullptr;
     }
     std::shared_ptr<Subscribers> subscribers;
     std::shared_ptr<Subscriber> subscriber;
+    std::vector<ServiceHandle> found;
   };
 
   const Entry* find(ServiceHandle service) const {

@@ -50,7 +50,8 @@ class FakeSCSIUnit : public MMCDeviceInterface,
   std::vector<std::string> take() { return std::exchange(calls_, {}); }
 
   Status modeSense10(bool llbaa, bool dbd, std::uint8_t pageControl, std::uint8_t page,
-                     std::span<std::byte> buffer, std::uint8_t& taskStatus) override {
+                     std::span<std::byte> buffer, std::uint8_t& taskStatus,
+                     std::span<std::byte> sense) override {
     EXPECT_EQ(taskStatus, scsi::kNoTaskStatus);
     const Status called = call(
         formatted("ModeSense10 %d %d %d %02x %zu", llbaa, dbd, pageControl, page, buffer.size()));
@@ -60,12 +61,18 @@ class FakeSCSIUnit : public MMCDeviceInterface,
       taskStatus = senseStatuses.front();
       senseStatuses.erase(senseStatuses.begin());
     }
+    if (taskStatus == scsi::kCheckCondition) giveSense(sense);
     std::fill(buffer.begin(), buffer.end(), std::byte{});
     const auto sent = pages.contains(page) ? hexBytes(pages[page]) : std::vector<std::byte>();
     std::copy_n(sent.begin(), std::min(sent.size(), buffer.size()), buffer.begin());
     return status::kOK;
   }
-  Status setTrayState(bool isOpen) override { return call(formatted("SetTrayState %d", isOpen)); }
+  Status setTrayState(bool isOpen, TrayLock lock, std::span<std::byte> sense) override {
+    const Status called = call(
+        formatted("SetTrayState %d%s", isOpen, lock == TrayLock::kRespected ? ", locked" : ""));
+    if (called == status::kIOReturnError) giveSense(sense);
+    return called;
+  }
   std::shared_ptr<SCSITaskDeviceInterface> getSCSITaskDeviceInterface() override {
     return hasTaskInterface ? shared_from_this() : nullptr;
   }
@@ -106,8 +113,7 @@ class FakeSCSIUnit : public MMCDeviceInterface,
       EXPECT_EQ(taskStatus, scsi::kNoTaskStatus);
       EXPECT_TRUE(unit_.isExclusive);
       taskStatus = unit_.selectStatus;
-      const auto data = hexBytes(unit_.senseData);
-      std::copy_n(data.begin(), std::min(data.size(), sense.size()), sense.begin());
+      unit_.giveSense(sense);
       return unit_.call(formatted("ExecuteTaskSync %zu", sense.size()));
     }
     Status getSCSIServiceResponse(SCSIServiceResponse& received) override {
@@ -119,6 +125,10 @@ class FakeSCSIUnit : public MMCDeviceInterface,
     FakeSCSIUnit& unit_;
   };
 
+  void giveSense(std::span<std::byte> area) const {
+    const auto data = hexBytes(senseData);
+    std::copy_n(data.begin(), std::min(data.size(), area.size()), area.begin());
+  }
   Status call(const std::string& what) {
     calls_.push_back(what);
     const bool fails = what == failsAt || what.substr(0, what.find(' ')) == failsAt;

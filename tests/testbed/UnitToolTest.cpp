@@ -1,4 +1,6 @@
 // The unmodified tarvoctl at the maker's mass-storage units.
+#include <sys/mount.h>
+
 #include "tests/diskarbitration/FakeUDisks2.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
@@ -94,6 +96,9 @@ TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
   FakeUDisks2 disks(bus);
   const auto unit = plugUnit("dock-fixed");
   disks.objects = FakeUDisks2::block("sr0", {.drive = "Dock", .mountPoints = "[b'/mnt']"});
+  disks.script["Unmount"].before = [volume = (testbed_->volumes() / "TARVO_DOCK").string()] {
+    ::umount2(volume.c_str(), MNT_DETACH);
+  };
   const auto run = [&](const std::string& words) {
     return shell("exec env DBUS_SYSTEM_BUS_ADDRESS=" + bus.address() + " tarvoctl --json msc " +
                  words);
@@ -122,7 +127,7 @@ TEST_F(UnitTool, FailsInWords) {
   };
   const Row rows[] = {
       {"dock-faulty", "", "", "mode get", "USB mode page is too short"},
-      {"dock-faulty", "", "", "clock set", "SCSI status 0x02"},
+      {"dock-faulty", "", "", "clock set", "SCSI status 0x02, sense 5/"},
       {"dock", "sense", "0x052600,0x55", "mode set camera", "5/26/00"},
       {"dock", "status", "0x18,0x55", "clock set", "0x18"},
       {"dock", "truncate", "0,0x5A", "model", "model page is too short"},

@@ -11,10 +11,13 @@
 namespace tarvo::test {
 namespace {
 
+using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 /// Fakes of what tarvoctl asks for units and disks.
 class UnitBench : public NoPlatform {
@@ -111,23 +114,48 @@ TEST(Units, WarnOfACardThatIsMountedWhileTheyAreSwitched) {
   UnitBench bench;
   bench.plug();
   EXPECT_THAT(bench.run({"msc", "mode", "set", "camera"}).err, IsEmpty());
-  bench.plugCard("CARD", "sdb1");
+  for (const char* disk : {"sdb1", "sdc1"}) {
+    bench.plugCard("", disk);
+    bench.host.mounts.add(std::string("/dev/") + disk, std::string("/srv/") + disk);
+  }
   EXPECT_THAT(bench.run({"msc", "mode", "set", "camera"}).err,
-              HasSubstr("CARD (sdb1) is still mounted"));
+              AllOf(HasSubstr("/srv/sdb1 (sdb1) is still mounted"),
+                    HasSubstr("/srv/sdc1 (sdc1) is still mounted")));
   EXPECT_THAT(bench.disks.take(), IsEmpty());
+}
+
+TEST(Units, ThatCannotComeBackAreSentAwayOnlyOnDemand) {
+  UnitBench bench;
+  const auto unit = bench.plug();
+  unit->pages[0x25] = "000f 0000 00000000 25 07 04 00 00000000 06";
+  const auto run = bench.run({"msc", "mode", "set", "camera"});
+  EXPECT_EQ(run.exitCode, tools::kBadUsage);
+  EXPECT_THAT(run.err, HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) says that it cannot come "
+                                 "back by itself"));
+  EXPECT_THAT(unit->take(), Not(Contains("ExecuteTaskSync 18")));
+  EXPECT_EQ(bench.run({"msc", "mode", "set", "camera", "--yes"}).exitCode, 0);
+  EXPECT_THAT(unit->take(), Contains("ExecuteTaskSync 18"));
 }
 
 TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   UnitBench bench;
   const auto unit = bench.plug();
-  bench.plugCard("CARD", "sdb1");
-  const std::vector<std::string> unmounted = {"unmount sr0 whole", "run 20000",
-                                              "unmount sdb1 whole", "run 20000"};
+  const std::vector<std::string> unmounted = {"unmount sr0 whole", "run 20000"};
   EXPECT_EQ(bench.run({"--json", "msc", "unmount"}).json()["unmounted"], true);
   EXPECT_EQ(bench.disks.take(), unmounted);
   EXPECT_THAT(bench.run({"msc", "eject"}).out, HasSubstr("can be taken away"));
   EXPECT_EQ(bench.disks.take(), unmounted);
   EXPECT_THAT(unit->take(), ElementsAre("SetTrayState 1"));
+  // Whatever the disk service says.
+  bench.plugCard("", "sdb1");
+  bench.host.mounts.add("/dev/sdb1", "/srv/card");
+  const auto run = bench.run({"msc", "eject"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err, HasSubstr("/srv/card (sdb1) is still mounted"));
+  bench.disks.answers = false;
+  bench.disks.interrupted = true;
+  EXPECT_EQ(bench.run({"msc", "eject"}).exitCode, tools::kInterrupted);
+  EXPECT_THAT(unit->take(), IsEmpty());
 }
 
 TEST(Units, SayWhoKeepsAVolumeAndLeaveTheTrayShutThen) {

@@ -151,6 +151,63 @@ def switched_while_mounted(desk):
     agent.wait_for_log("is still mounted while the camera is switched")
 
 
+def unit_held(desk):
+    """Of a unit that is mounted twice, the mount that is busy is named, and keeps the tray shut."""
+    machine = desk.machine
+    desk.plug("dock-fixed")
+    path = desk.mount()
+    machine.root(f"mkdir /srv/second && mount -o ro {desk.block()} /srv/second")
+    machine.user(f"systemd-run --user --quiet --unit=holder --working-directory={path} sleep 1000")
+    output = machine.user("tarvoctl msc eject 2>&1", check=False)
+    for text in (f"{path}: in use by sleep", "/srv/second"):
+        if text not in output:
+            expect("what eject says", output, f"...{text}...")
+    expect("the tray", desk.unit()["trayOpen"], False)
+    machine.user("systemctl --user stop holder")
+    machine.root("umount /srv/second")
+    machine.user("tarvoctl msc eject")
+    expect("the tray", desk.unit()["trayOpen"], True)
+
+
+def unit_before_its_nodes(desk):
+    """A unit that was there before the agent and before its generic node is taken with the node."""
+    root = desk.machine.root
+    root("echo blacklist sg >/etc/modprobe.d/late.conf && udevadm control --reload && "
+         "if grep -q '^sg ' /proc/modules; then modprobe -r sg; fi")
+    desk.plug("dock")
+    desk.machine.wait("its disk", lambda: root("ls /sys/class/block/sr0", check=False))
+    agent = desk.agent()
+    root("modprobe sg")
+    agent.wait_for_launches(LAUNCH)
+
+
+def units_exchanged(desk):
+    """Of two units that follow each other at one port at once, each gets what is meant for it."""
+    agent = desk.agent()
+    process = agent.process()
+    stays_away = desk.changed("dock", camera=None)
+    for _ in range(5):
+        desk.simulator("plug", stays_away, "--port", "1-1")
+        desk.machine.wait("the switch", lambda: not desk.plugged(), 40)
+        desk.simulator("plug", "dock-fixed", "--port", "1-1")
+        desk.machine.wait("the tray is open", lambda: (desk.unit() or {}).get("trayOpen"), 40)
+        desk.simulator("unplug", "1-1")
+    expect("failures", agent.log().count(" could not be "), 0)
+    expect("the agent's process", agent.process(), process)
+
+
+def told_to_end(desk):
+    """An agent that is told to end while a unit is silent sends no command twice, and opens nothing."""
+    agent = desk.agent()
+    desk.simulator("plug", "dock-fixed", "--port", "1-1")
+    desk.simulator("fault", "1-1", "silent=0x5A,once")
+    sent = lambda: [command["block"][:2] for command in desk.unit()["commands"]
+                    if command["block"][:2] in ("5a", "1e", "1b")]
+    desk.machine.wait("the question", sent)
+    agent.machine.user("systemctl --user stop tarvo-agent")
+    expect("what was sent", sent(), ["5a"])
+
+
 def unit_vanishes(desk):
     """Units that go in the middle of what the agent does to them leave it as it was."""
     agent = desk.agent()
@@ -255,5 +312,6 @@ def _resources(agent):
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
         disk_arrival, card_arrival, tool]
-OTHERS = [user_switch, recovery, switched_while_mounted, unit_vanishes, card_with_traps,
-          card_pulled_out, imported, many_cycles]
+OTHERS = [user_switch, recovery, switched_while_mounted, unit_held, unit_before_its_nodes,
+          units_exchanged, told_to_end, unit_vanishes, card_with_traps, card_pulled_out, imported,
+          many_cycles]

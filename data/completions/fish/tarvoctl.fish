@@ -115,6 +115,7 @@ complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcom
 complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l power-down -d 'switch off, and come back in that mode'
 complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l wake-after -x -d 'how long to stay off'
 complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l permanent -d 'for good, and not for once'
+complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from mode; and __fish_seen_subcommand_from set' -l yes -d 'do not ask'
 complete -c tarvoctl -n '__fish_seen_subcommand_from msc; and __fish_seen_subcommand_from clock; and not __fish_seen_subcommand_from set' -a set -d 'Set it to the time of this computer'
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from devices' -l watch -d 'go on with what comes and goes'
