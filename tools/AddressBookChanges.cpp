@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <map>
 #include <set>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/GlibPtr.h"
 #include "tools/Words.h"
@@ -47,38 +49,161 @@ std::vector<std::string> differences(const Contact& before, const Contact& after
   return names;
 }
 
-/// Finds contacts of the device, each once.
+std::string idOf(const Contact& contact) {
+  return identifies(contact.uid) ? folded(*contact.uid) : std::string();
+}
+
+/// A handle may have been given to somebody else since, who has another id.
+std::string handleKey(const Contact& contact) {
+  return contact.handle == 0 ? "" : std::to_string(contact.handle) + ' ' + idOf(contact);
+}
+
+std::string addressOf(const Contact& contact) {
+  return folded(contact.email.value_or(""));
+}
+
+std::string labelsOf(const Contact& contact) {
+  return addressOf(contact) + '\n' + contact.nickname.value_or("");
+}
+
+/// Who of the wanted book is who on the device, each step over all of them, so that a weak likeness
+/// takes nobody from a strong one.
 class Matcher {
  public:
-  explicit Matcher(const Contacts& contacts) {
-    for (const auto& contact : contacts) {
-      if (contact->uid && !contact->uid->empty()) byUID_.emplace(folded(*contact->uid), contact);
-      if (contact->email) byEmail_.emplace(folded(*contact->email), contact);
-    }
+  Matcher(const Contacts& there, const Contacts& wanted, const PlanOptions& options)
+      : left_(there) {
+    std::ranges::copy_if(wanted, std::back_inserter(open_), [](const auto& contact) {
+      return contact->action != DataSyncAction::kDelete;
+    });
+    for (const auto& contact : there)
+      ids_.insert(idOf(*contact));
+    matchBy(idOf, false);
+    matchBy(handleKey, false);
+    // Where labels are all there is, those who have the same ones are the same.
+    matchBy(labelsOf, options.keepsOnlyLabels);
+    // There a new nickname costs nothing, as long as nobody is to stay under the old one.
+    if (options.keepsOnlyLabels && !options.keepsOthers) matchBy(addressOf, true);
+    std::ranges::for_each(open_, [this](const auto& contact) { noteDoubt(*contact); });
   }
 
-  ContactPointer take(const Contact& wanted) {
-    auto found = wanted.uid ? find(byUID_, *wanted.uid) : nullptr;
-    if (!found && wanted.email) found = find(byEmail_, *wanted.email);
-    if (found) taken_.insert(found.get());
-    return found;
+  /// Null for somebody whom the device does not have.
+  ContactPointer find(const ContactPointer& wanted) const {
+    const auto found = matched_.find(wanted.get());
+    return found == matched_.end() ? nullptr : found->second;
   }
   bool isTaken(const ContactPointer& contact) const { return taken_.contains(contact.get()); }
+  /// Of whom it is not known whether the device has them; empty where nobody is in doubt.
+  const std::string& doubt() const { return doubt_; }
 
  private:
-  using Index = std::multimap<std::string, ContactPointer>;
+  using Key = std::string (*)(const Contact&);
+  using Index = std::map<std::string, Contacts>;
 
-  ContactPointer find(const Index& index, const std::string& key) const {
-    const auto [begin, end] = index.equal_range(folded(key));
-    const auto found =
-        std::find_if(begin, end, [this](const auto& entry) { return !isTaken(entry.second); });
-    return found == end ? nullptr : found->second;
+  static Index indexed(const Contacts& contacts, Key key) {
+    Index index;
+    for (const auto& contact : contacts)
+      if (const auto text = key(*contact); !text.empty()) index[text].push_back(contact);
+    return index;
   }
 
-  Index byUID_;
-  Index byEmail_;
+  /// Pairs those who alone have a key on both sides, or, `inOrder`, all who have it.
+  void matchBy(Key key, bool inOrder) {
+    const auto there = indexed(left_, key);
+    for (const auto& [text, wanted] : indexed(open_, key)) {
+      const auto found = there.find(text);
+      if (found == there.end()) continue;
+      const std::size_t pairs = std::min(wanted.size(), found->second.size());
+      if (!inOrder && std::max(wanted.size(), found->second.size()) > 1) continue;
+      for (std::size_t i = 0; i < pairs; ++i) {
+        matched_[wanted[i].get()] = found->second[i];
+        taken_.insert(found->second[i].get());
+      }
+    }
+    std::erase_if(left_, [this](const auto& contact) { return isTaken(contact); });
+    std::erase_if(open_, [this](const auto& contact) { return find(contact) != nullptr; });
+  }
+
+  /// A new contact is in doubt when it has the id of another one, or the address of somebody on the
+  /// device whom nobody was found to be, unless their ids tell them apart.
+  void noteDoubt(const Contact& contact) {
+    const auto id = idOf(contact);
+    if (!id.empty() && !ids_.insert(id).second)
+      doubt_ = contactInWords(contact) + " has the uid of another contact";
+    const auto found = std::ranges::find_if(left_, [&](const ContactPointer& other) {
+      const bool areTwo = !id.empty() && !idOf(*other).empty();
+      return !areTwo && addressOf(*other) == addressOf(contact);
+    });
+    if (found != left_.end())
+      doubt_ = contactInWords(contact) + " has the address of " + contactInWords(**found) +
+               " on the device, and nothing tells whether they are the same";
+  }
+
+  Contacts left_;
+  Contacts open_;
+  std::set<std::string> ids_;
+  std::map<const Contact*, ContactPointer> matched_;
   std::set<const Contact*> taken_;
+  std::string doubt_;
 };
+
+/// Pairs the groups of two books: by handle and name, then by a name that only one has.
+class GroupMatcher {
+ public:
+  GroupMatcher(const ContactGroups& there, const ContactGroups& wanted) {
+    for (const auto& group : there)
+      left_[group->name].push_back(group);
+    for (const auto& group : wanted)
+      if (group->action != DataSyncAction::kDelete) open_[group->name].push_back(group);
+    for (auto& [name, groups] : open_)
+      matchNamed(name, groups);
+  }
+
+  ContactGroupPointer find(const ContactGroupPointer& wanted) const {
+    const auto found = matched_.find(wanted.get());
+    return found == matched_.end() ? nullptr : found->second;
+  }
+  bool isTaken(const ContactGroupPointer& group) const { return taken_.contains(group.get()); }
+  const std::string& doubt() const { return doubt_; }
+
+ private:
+  void matchNamed(const std::string& name, ContactGroups& wanted) {
+    auto& there = left_[name];
+    std::erase_if(wanted, [&](const auto& group) {
+      const auto same = [&](const auto& other) {
+        return group->handle != 0 && other->handle == group->handle;
+      };
+      const auto found = std::ranges::find_if(there, same);
+      if (found == there.end()) return false;
+      pair(group, *found);
+      there.erase(found);
+      return true;
+    });
+    if (wanted.empty() || there.empty()) return;
+    if (wanted.size() == 1 && there.size() == 1) return pair(wanted.front(), there.front());
+    doubt_ = "there are several groups called '" + printable(name) +
+             "', and nothing tells which of them is which";
+  }
+
+  void pair(const ContactGroupPointer& wanted, const ContactGroupPointer& there) {
+    matched_[wanted.get()] = there;
+    taken_.insert(there.get());
+  }
+
+  std::map<std::string, ContactGroups> left_;
+  std::map<std::string, ContactGroups> open_;
+  std::map<const ContactGroup*, ContactGroupPointer> matched_;
+  std::set<const ContactGroup*> taken_;
+  std::string doubt_;
+};
+
+/// What only the device has stays in it: an empty field of a file says nothing.
+void keepWhatIsMissing(Contact& after, const Contact& there) {
+  for (const auto& field : kFields)
+    if ((after.*field.text).empty()) after.*field.text = there.*field.text;
+  if (!after.nickname || after.nickname->empty()) after.nickname = there.nickname;
+  if (after.sharingPref == 0) after.sharingPref = there.sharingPref;
+  if (after.defaultNumPrints == 0) after.defaultNumPrints = there.defaultNumPrints;
+}
 
 class Planning {
  public:
@@ -86,7 +211,10 @@ class Planning {
       : device_(onDevice),
         wanted_(wanted),
         options_(options),
-        matcher_(onDevice.contacts ? *onDevice.contacts : kNoContacts) {
+        matcher_(onDevice.contacts ? *onDevice.contacts : kNoContacts,
+                 wanted.contacts ? *wanted.contacts : kNoContacts, options),
+        groupMatcher_(onDevice.groups ? *onDevice.groups : kNoGroups,
+                      wanted.groups ? *wanted.groups : kNoGroups) {
     plan_.book.limits = onDevice.limits;
     plan_.book.supportsGroups = onDevice.supportsGroups;
     plan_.book.contacts.emplace();
@@ -94,12 +222,16 @@ class Planning {
   }
 
   BookPlan run() {
+    plan_.doubt = matcher_.doubt();
     planContacts();
     if (!options_.keepsOnlyLabels) planGroups();
     for (const auto& contact : plan_.changes.removed)
       plan_.book.contacts->push_back(contact);
-    for (const auto& group : plan_.changes.removedGroups)
-      plan_.book.groups->push_back(group);
+    // Last, but where the device has no room for the new ones before.
+    auto& groups = *plan_.book.groups;
+    const auto& removed = plan_.changes.removedGroups;
+    const bool isFull = groups.size() + removed.size() > plan_.book.limits.maxGroups;
+    groups.insert(isFull ? groups.begin() : groups.end(), removed.begin(), removed.end());
     return std::move(plan_);
   }
 
@@ -117,7 +249,9 @@ class Planning {
       planWanted(contact);
     for (const auto& contact : device_.contacts ? *device_.contacts : kNoContacts) {
       if (matcher_.isTaken(contact)) continue;
-      const bool stays = options_.keepsOthers || options_.leavesContacts;
+      // Nobody without an address is in a card.
+      const bool isUnknown = options_.wantedIsPartial && contact->email.value_or("").empty();
+      const bool stays = options_.keepsOthers || options_.leavesContacts || isUnknown;
       const auto copy =
           put(contact, *contact, stays ? DataSyncAction::kNone : DataSyncAction::kDelete);
       (stays ? *plan_.book.contacts : plan_.changes.removed).push_back(copy);
@@ -126,12 +260,13 @@ class Planning {
 
   void planWanted(const ContactPointer& contact) {
     if (contact->action == DataSyncAction::kDelete) return;
-    const auto there = matcher_.take(*contact);
+    const auto there = matcher_.find(contact);
     if (!there) {
       // Groups alone change: a person whom the device does not know stays unknown to it.
       if (options_.leavesContacts) return;
       Contact added = *contact;
       added.handle = 0;
+      if (!identifies(added.uid)) added.uid = newGUID();
       plan_.changes.added.push_back(put(contact, std::move(added), DataSyncAction::kAdd));
       plan_.book.contacts->push_back(plan_.changes.added.back());
       return;
@@ -141,6 +276,7 @@ class Planning {
     after.handle = there->handle;
     after.image = there->image;
     after.associatedGroups = there->associatedGroups;
+    if (options_.keepsOthers) keepWhatIsMissing(after, *there);
     if (options_.wantedIsPartial) {
       after.sharingPref = there->sharingPref;
       after.defaultNumPrints = there->defaultNumPrints;
@@ -166,25 +302,28 @@ class Planning {
   }
 
   void planGroups() {
-    std::map<std::string, ContactGroupPointer> there;
-    for (const auto& group : device_.groups ? *device_.groups : kNoGroups)
-      there.emplace(group->name, group);
+    if (plan_.doubt.empty()) plan_.doubt = groupMatcher_.doubt();
     const bool saysGroups = wanted_.groups.has_value();
     for (const auto& group : saysGroups ? *wanted_.groups : kNoGroups) {
       if (group->action == DataSyncAction::kDelete) continue;
-      const auto found = there.find(group->name);
-      if (found == there.end()) {
+      const auto found = groupMatcher_.find(group);
+      if (!found) {
         addGroup(*group);
       } else {
-        changeGroup(*found->second, membersOf(*group));
-        there.erase(found);
+        changeGroup(*found,
+                    options_.keepsOthers ? membersOfBoth(*found, *group) : membersOf(*group));
       }
     }
     // In the order of the device.
-    for (const auto& group : device_.groups ? *device_.groups : kNoGroups) {
-      const auto found = there.find(group->name);
-      if (found != there.end() && found->second == group) leaveGroup(*group, saysGroups);
-    }
+    for (const auto& group : device_.groups ? *device_.groups : kNoGroups)
+      if (!groupMatcher_.isTaken(group)) leaveGroup(*group, saysGroups);
+  }
+
+  /// Those of the device, and behind them those whom only the file has.
+  Contacts membersOfBoth(const ContactGroup& there, const ContactGroup& group) const {
+    ContactGroup both = there;
+    both.members.insert(both.members.end(), group.members.begin(), group.members.end());
+    return membersOf(both);
   }
 
   void addGroup(const ContactGroup& group) {
@@ -236,6 +375,7 @@ class Planning {
   const AddressBook& wanted_;
   const PlanOptions& options_;
   Matcher matcher_;
+  GroupMatcher groupMatcher_;
   std::map<const Contact*, ContactPointer> planned_;
   BookPlan plan_;
 };

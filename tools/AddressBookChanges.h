@@ -37,7 +37,7 @@ struct BookChanges {
 };
 
 struct PlanOptions {
-  bool keepsOthers = false;      ///< what only the device has stays
+  bool keepsOthers = false;      ///< what only the device has stays: people, fields, members
   bool keepsOnlyLabels = false;  ///< the device keeps nickname and e-mail of a contact, no groups
   bool wantedIsPartial = false;  ///< fields that a vCard does not carry stay as on the device
   bool leavesContacts = false;   ///< groups alone change
@@ -45,14 +45,18 @@ struct PlanOptions {
 
 struct BookPlan {
   /// Everything that the device has and is to have, with an action in each entry; what is to be
-  /// removed stands last.
+  /// removed stands last, but a group whose place another one needs.
   AddressBook book;
   BookChanges changes;
+  /// Of whom, or of which group, it cannot be told whether the device has it; nothing may be
+  /// written then. Empty where all is plain.
+  std::string doubt;
 };
 
-/// Contacts are the same by their uid, else by their e-mail address, whatever its case, and groups
-/// by their names. A wanted book without groups leaves those of the device, but for members that
-/// go. Both books are left as they are.
+/// Contacts are the same by a uid that is a GUID other than zeros, else by handle, else by e-mail
+/// address, whatever its case, and nickname where only one has these; groups by handle and name,
+/// else by a name that only one has. A wanted book without groups leaves those of the device, but
+/// for members that go. Both books are left as they are.
 BookPlan planBook(const AddressBook& onDevice, const AddressBook& wanted,
                   const PlanOptions& options);
 

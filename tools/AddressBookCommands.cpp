@@ -1,12 +1,15 @@
 #include "tools/AddressBookCommands.h"
 
-#include <filesystem>
+#include <algorithm>
 #include <map>
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+#include "tools/Backup.h"
+#include "tools/Batch.h"
 #include "tools/BookEditor.h"
 #include "tools/BookFile.h"
 #include "tools/BookImport.h"
@@ -76,11 +79,15 @@ void showBook(Output& output, const AddressBook& book) {
   showFields(output, fields);
 }
 
-ToolError gapError(const OpenedDevice& device, const std::string& gap) {
-  return ToolError({.operation = device.operation(),
-                    .object = device.device().name(),
-                    .why = gap,
-                    .advice = "Try again."});
+constexpr const char* kRemover = "addressbook delete";
+
+/// A book that lacks anybody would be taken for all of it.
+void refuseGaps(const OpenedDevice& device, const DeviceBook& there, const char* outcome) {
+  if (there.unread.empty()) return;
+  auto failure = failureOf(device, there.unread.front(), kRemover);
+  failure.object = device.device().name();
+  failure.why += outcome;
+  throw ToolError(failure);
 }
 
 /// What the device says of a book.
@@ -122,12 +129,20 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
 
 int runAddressBookShow(ToolContext& context) {
   const OpenedDevice device(context, "addressbook show");
-  const auto [book, gap] = readDeviceBook(context, device);
+  const auto [book, unread] = readDeviceBook(context, device);
   endIfInterrupted(context, device.operation());
-  if (context.output.isJSON() && gap.empty()) context.output.document(jsonFromAddressBook(book));
-  if (!context.output.isJSON()) showBook(context.output, book);
-  if (!gap.empty()) throw gapError(device, gap);
-  return kDone;
+  if (context.output.isJSON()) {
+    auto json = jsonFromAddressBook(book);
+    // A key that no import takes: this is no whole book.
+    for (const auto& entry : unread)
+      json["unread"].push_back(asJSON(failureOf(device, entry, kRemover)));
+    context.output.document(json);
+  } else {
+    showBook(context.output, book);
+  }
+  for (const auto& entry : unread)
+    context.output.objectError(failureOf(device, entry, kRemover));
+  return unread.empty() ? kDone : kFailed;
 }
 
 int runAddressBookValidate(ToolContext& context, const BookFileOptions& options) {
@@ -138,13 +153,13 @@ int runAddressBookValidate(ToolContext& context, const BookFileOptions& options)
     file = readBookFile(context, operation, options.file,
                         bookFormat(operation, options.format, options.file));
   const OpenedDevice device(context, operation);
-  auto [book, gap] = readDeviceBook(context, device);
+  auto there = readDeviceBook(context, device);
   endIfInterrupted(context, operation);
   if (!file) {
-    if (!gap.empty()) throw gapError(device, gap);
-    return sayValidity(context, device, book);
+    refuseGaps(device, there, "");
+    return sayValidity(context, device, there.book);
   }
-  file->book.limits = book.limits;
+  file->book.limits = there.book.limits;
   if (!file->book.contacts) file->book.contacts.emplace();
   if (!file->book.groups) file->book.groups.emplace();
   return sayValidity(context, device, file->book);
@@ -154,10 +169,10 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
   const std::string operation = "addressbook export";
   const auto format = bookFormat(operation, options.format, options.file);
   const OpenedDevice device(context, operation);
-  const auto [book, gap] = readDeviceBook(context, device);
+  const auto there = readDeviceBook(context, device);
   endIfInterrupted(context, operation);
-  // A file that lacks contacts would be taken for all of them.
-  if (!gap.empty()) throw gapError(device, gap + "; nothing was written");
+  refuseGaps(device, there, "; nothing was written");
+  const auto& book = there.book;
   const std::string text = bookFileText(operation, book, format);
   if (options.file.empty() || options.file == "-") {
     context.output.text(text);
@@ -194,10 +209,10 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   {
     // The device is let go while the user edits.
     const OpenedDevice device(context, operation);
-    const auto [book, gap] = readDeviceBook(context, device);
+    const auto there = readDeviceBook(context, device);
     endIfInterrupted(context, operation);
-    if (!gap.empty()) throw gapError(device, gap);
-    before = bookFileText(operation, book, BookFormat::kJSON);
+    refuseGaps(device, there, "");
+    before = bookFileText(operation, there.book, BookFormat::kJSON);
   }
   BookEditor editor(operation, before);
   editor.run();
@@ -216,6 +231,100 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   const int exitCode = importBook(context, device, file.book, false, import);
   if (exitCode == kDone) editor.discard();
   return exitCode;
+}
+
+namespace {
+
+/// An entry of the device's book, of whatever kind: as it stands there, for the backup, and how it
+/// goes.
+struct StoredEntry {
+  std::uint32_t handle = 0;
+  std::uint16_t format = 0;
+  const char* what = "";
+};
+
+constexpr StoredEntry kEntryKinds[] = {
+    {.format = ptp::XTD_CONTACT, .what = "contact"},
+    {.format = ptp::XTD_GROUP, .what = "group"},
+    {.format = ptp::XTD_ADDRESS_BOOK_FILE, .what = "address-book file"}};
+
+/// The entries that `texts` name. Raises a ToolError for what is none.
+std::vector<StoredEntry> entriesNamed(const OpenedDevice& device,
+                                      const std::vector<std::string>& texts) {
+  std::map<std::uint32_t, StoredEntry> there;
+  for (const auto& kind : kEntryKinds) {
+    for (const std::uint32_t handle :
+         device.objectHandles(ptp::kAllStores, kind.format, std::nullopt, "the address book"))
+      there[handle] = {.handle = handle, .format = kind.format, .what = kind.what};
+  }
+  std::vector<StoredEntry> named;
+  for (const auto& text : texts) {
+    const auto found = there.find(numberArgument(device.operation(), "handle", text));
+    if (found == there.end())
+      throw ToolError({.operation = device.operation(),
+                       .object = text,
+                       .status = status::kFileNotFound,
+                       .why = "the address book has no such entry",
+                       .advice = "'tarvoctl addressbook show --json' shows the handles."});
+    named.push_back(found->second);
+  }
+  return named;
+}
+
+/// What a device has of an entry, whatever it is worth; nothing where it cannot be had.
+ByteBuffer bytesOf(const OpenedDevice& device, const StoredEntry& entry) {
+  if (entry.format == ptp::XTD_ADDRESS_BOOK_FILE)
+    return device.device().downloadObject(ObjectReference(entry.handle)).value_or(ByteBuffer());
+  const auto dataSet = device.transactions().getDataSet(entry.handle, entry.format);
+  if (!dataSet) return {};
+  const auto bytes = dataSet->bytes().first(
+      std::min<std::size_t>(dataSet->length(), device.transactions().lastReceived()));
+  return {bytes.begin(), bytes.end()};
+}
+
+void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
+                 const StoredEntry& entry) {
+  const std::string object = entry.what + (" " + handleText(entry.handle));
+  PropertyDictionary json = {{"handle", entry.handle}};
+  batch.attempt(device, json, object, [&] {
+    const auto bytes = bytesOf(device, entry);
+    const bool isFile = entry.format == ptp::XTD_ADDRESS_BOOK_FILE;
+    const auto backup = keepBackup(device, "addressbook", isFile ? "abk" : "bin",
+                                   std::span<const std::byte>(bytes));
+    context.output.message("What the device holds of it is kept in " + backup + ".");
+    json["backup"] = validUTF8(backup);
+    const Status status = isFile ? device.device().deleteObject(ObjectReference(entry.handle))
+                                 : device.device().deleteVendorObjectPTP(entry.handle);
+    if (status == status::kOK || status == status::kPTPOK) {
+      batch.succeeded(json, object);
+    } else {
+      batch.failed(device, json, object, status);
+    }
+  });
+}
+
+}  // namespace
+
+int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options) {
+  const std::string operation = "addressbook delete";
+  if (!options.yes && !canAsk(context))
+    refuseUsage(operation, "there is nobody to ask; give --yes to delete entries");
+  const OpenedDevice device(context, operation);
+  const auto entries = entriesNamed(device, options.entries);
+  std::vector<std::string> words;
+  for (const auto& entry : entries)
+    words.push_back(entry.what + (" " + handleText(entry.handle)));
+  if (!options.yes &&
+      !isConfirmed(context, "Delete " + joined(words) + " from " + device.device().name() + "?")) {
+    context.output.message("Nothing was deleted.");
+    return kFailed;
+  }
+  Batch batch(context, operation, "entries deleted");
+  for (const auto& entry : entries) {
+    if (!batch.goesOn()) break;
+    deleteEntry(context, batch, device, entry);
+  }
+  return batch.finish();
 }
 
 }  // namespace tarvo::tools

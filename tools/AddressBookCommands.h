@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "tools/ToolContext.h"
 
@@ -43,5 +44,14 @@ struct BookEditOptions {
 
 /// The device's book in the user's editor, as JSON, and back.
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options);
+
+struct BookDeleteOptions {
+  std::vector<std::string> entries{};  ///< handles
+  bool yes = false;
+};
+
+/// Deletes contacts, groups and address-book files by their handles, also such as cannot be read;
+/// keeps what the device holds of them.
+int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options);
 
 }  // namespace tarvo::tools

@@ -229,6 +229,8 @@ int runFavouritesList(ToolContext& context) {
 }
 
 int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& options) {
+  if (!options.yes && !canAsk(context))
+    refuseUsage("favourites delete", "there is nobody to ask; give --yes to delete favourites");
   const OpenedDevice device(context, "favourites delete");
   requireFavourites(device);
   const auto countNow = [&] {

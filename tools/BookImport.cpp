@@ -1,5 +1,8 @@
 #include "tools/BookImport.h"
 
+#include <algorithm>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
@@ -9,6 +12,7 @@
 #include "tools/Backup.h"
 #include "tools/BookFile.h"
 #include "tools/BookWriting.h"
+#include "tools/OrderList.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
@@ -24,25 +28,27 @@ class Importing {
       : context_(context),
         device_(device),
         options_(options),
-        encoding_(context.platform.services().defaultEncoding),
+        surroundings_({.encoding = context.platform.services().defaultEncoding}),
         way_(options.sync                  ? BookWay::kSynchronisation
              : keepsContactsSingly(device) ? BookWay::kSingly
                                            : BookWay::kFile),
         there_(readDeviceBook(context, device)) {}
 
   int run(const AddressBook& wanted, bool isPartial) {
-    refuseGap();
+    refuseGaps();
     plan_ = planBook(there_.book, wanted,
                      {.keepsOthers = options_.merge,
                       .keepsOnlyLabels = !keepsContactsSingly(device_),
                       .wantedIsPartial = isPartial,
                       .leavesContacts = options_.sync && keepsContactsSingly(device_)});
-    refuseInvalid();
+    refuse(plan_.doubt, "Export the book, and change that.");
     const bool empties = way_ == BookWay::kSynchronisation && !keepsContactsSingly(device_);
     if (plan_.changes.isEmpty() && !empties) {
       say("The device has all of this already.", false, "");
       return kDone;
     }
+    refuseInvalid();
+    refuseOtherRecipients();
     sayChanges(wanted);
     if (options_.dryRun) {
       say("Nothing was sent.", false, "");
@@ -63,19 +69,20 @@ class Importing {
   }
 
  private:
-  /// Contacts that could not be read would be taken for contacts that are not there. A file that is
-  /// replaced is backed up as it stands, whatever is in it.
-  void refuseGap() const {
-    if (there_.gap.empty()) return;
-    if (!keepsContactsSingly(device_) && !options_.merge) {
-      context_.output.message("Note: " + there_.gap + ".");
-      return;
-    }
-    throw ToolError({.operation = device_.operation(),
-                     .object = device_.device().name(),
-                     .status = status::kPTPGeneralError,
-                     .why = there_.gap + "; nothing was sent",
-                     .advice = "Try again."});
+  /// Contacts that could not be read would be taken for contacts that are not there.
+  void refuseGaps() const {
+    if (there_.unread.empty()) return;
+    auto failure = failureOf(device_, there_.unread.front(), "addressbook delete");
+    failure.object = device_.device().name();
+    failure.status = status::kPTPGeneralError;
+    failure.why += "; nothing was sent";
+    throw ToolError(failure);
+  }
+
+  void refuse(const std::string& why, const std::string& advice) const {
+    if (why.empty()) return;
+    throw ToolError(
+        {.operation = device_.operation(), .why = why, .advice = "Nothing was sent. " + advice});
   }
 
   void refuseInvalid() const {
@@ -84,11 +91,26 @@ class Importing {
                        .status = error->ptpErrorCode,
                        .why = inWords(*error, plan_.book),
                        .advice = "Nothing was sent; correct the entry and try again."});
-    const std::string obstacle = obstacleTo(way_, plan_, encoding_);
-    if (!obstacle.empty())
-      throw ToolError({.operation = device_.operation(),
-                       .why = obstacle,
-                       .advice = "Nothing was sent; correct the entry and try again."});
+    refuse(obstacleTo(way_, plan_, surroundings_), "Correct the entry and try again.");
+  }
+
+  /// An order names its recipients by their handles: it would go to another address, or to nobody.
+  void refuseOtherRecipients() {
+    if (way_ != BookWay::kSingly || !plan_.changes.hasContacts()) return;
+    const auto orders = emailRecipients(device_);
+    for (const auto& [recipient, order] : orders)
+      surroundings_.recipients.insert(recipient);
+    const auto refuseFor = [&](const Contact& contact) {
+      const auto found = orders.find(contact.handle);
+      if (found == orders.end()) return;
+      const std::string order = handleText(found->second);
+      refuse("e-mail order " + order + " goes to " + contactInWords(contact),
+             "Fulfil the order, or delete it ('tarvoctl orders delete " + order + "').");
+    };
+    for (const auto& contact : plan_.changes.removed)
+      refuseFor(*contact);
+    for (const auto& changed : plan_.changes.changed)
+      if (changed.before->email != changed.after->email) refuseFor(*changed.before);
   }
 
   void sayChanges(const AddressBook& wanted) const {
@@ -103,39 +125,79 @@ class Importing {
       context_.output.message(warning);
   }
 
-  /// The book as JSON, which 'import' reads again, and the device's own files as they stand. Gives
-  /// the one that has all: of a book with a gap that is the file.
+  /// The book as JSON, which 'import' reads again, whose path it gives, and the device's own files
+  /// as they stand.
   std::string keepBook() const {
-    std::string ownFile;
     for (const std::uint32_t handle : device_.objectHandles(
              ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE, std::nullopt, "the address-book file")) {
       const auto file = device_.device().downloadObject(ObjectReference(handle));
       if (!file) device_.failWithout("the address-book file");
-      ownFile = keepBackup(device_, "addressbook", "abk", std::span<const std::byte>(*file));
+      keepBackup(device_, "addressbook", "abk", std::span<const std::byte>(*file));
     }
-    const auto json = keepBackup(device_, "addressbook", "json",
-                                 bookFileText(device_.operation(), there_.book, BookFormat::kJSON));
-    return there_.gap.empty() ? json : ownFile;
+    return keepBackup(device_, "addressbook", "json",
+                      bookFileText(device_.operation(), there_.book, BookFormat::kJSON));
   }
 
   void write(const std::string& backup) {
-    const auto written = writeBook(way_, device_, plan_, encoding_);
+    const auto written = writeBook(way_, device_, plan_, surroundings_);
     if (written.status == status::kOK) return;
     std::string why = written.why.empty() ? "" : written.why + ". ";
-    why += written.done.empty() ? "Nothing of it was written"
-                                : "Written: " + joined(written.done, "; ");
-    if (!written.pending.empty()) why += ". Not written: " + joined(written.pending, "; ");
+    why += howFar(written);
     if (!written.outcome.empty()) why += ". " + written.outcome;
-    std::string advice = "What it held before is in " + backup;
-    // No import reads what this one could not read.
-    advice +=
-        there_.gap.empty() ? "; 'tarvoctl addressbook import " + backup + "' puts that back." : ".";
     throw ToolError({.operation = device_.operation(),
                      .object = device_.device().name(),
                      .status = written.status,
                      .why = why,
-                     .advice = advice},
+                     .advice = "What it held before is in " + backup +
+                               "; 'tarvoctl addressbook import " + backup + "' puts that back."},
                     context_.interrupt.isSet() ? kInterrupted : kFailed);
+  }
+
+  /// What was written and what was not: by the device itself, where it can still be asked, for the
+  /// answer to a change may be lost and the change there all the same.
+  std::string howFar(const BookWritten& written) const {
+    const auto lines = inWords(plan_.changes);
+    std::vector<std::string> open;
+    const auto left = keepsContactsSingly(device_) ? differencesNow() : std::nullopt;
+    if (left) {
+      for (const auto& line : lines)
+        if (isOneOf(inWords(*left), line)) open.push_back(line);
+    } else {
+      std::ranges::copy_if(lines, std::back_inserter(open),
+                           [&](const auto& line) { return !isOneOf(written.done, line); });
+    }
+    std::vector<std::string> done;
+    std::ranges::copy_if(lines, std::back_inserter(done),
+                         [&](const auto& line) { return std::ranges::count(open, line) == 0; });
+    std::string words =
+        done.empty() ? "Nothing of it was written" : "Written: " + joined(done, "; ");
+    if (!open.empty()) words += ". Not written: " + joined(open, "; ");
+    if (keepsContactsSingly(device_) && !left)
+      words += ". The last change may or may not have arrived: the device cannot be asked";
+    return words;
+  }
+
+  /// Whether a line is among others that may go on differently in brackets.
+  static bool isOneOf(const std::vector<std::string>& beginnings, const std::string& line) {
+    const auto headOf = [](const std::string& text) {
+      return text.substr(0, text.ends_with(')') ? text.rfind(" (") : std::string::npos);
+    };
+    return std::ranges::any_of(
+        beginnings, [&](const auto& each) { return each == line || headOf(each) == headOf(line); });
+  }
+
+  /// What the device lacks of the book that it was to get, by reading it once more; none where it
+  /// cannot be read in whole.
+  std::optional<BookChanges> differencesNow() const {
+    try {
+      const auto now = readDeviceBook(context_, device_);
+      auto plan =
+          planBook(now.book, plan_.book, {.keepsOnlyLabels = !keepsContactsSingly(device_)});
+      if (now.unread.empty() && plan.doubt.empty()) return std::move(plan.changes);
+    } catch (const ToolError&) {
+      // Told by the caller, which knows what it means there.
+    }
+    return std::nullopt;
   }
 
   void say(const std::string& message, bool wasWritten, const std::string& backup) const {
@@ -146,33 +208,23 @@ class Importing {
     context_.output.document(json);
   }
 
-  /// Reads the book once more: what the device says it took, and what it has, may differ.
+  /// What the device says it took, and what it has, may differ.
   void compareAfterwards(const std::string& backup) const {
-    if (way_ == BookWay::kSynchronisation) return;
-    std::size_t wanted = 0;
-    for (const auto& contact : *plan_.book.contacts)
-      wanted += contact->action == DataSyncAction::kDelete ? 0 : 1;
-    Failure failure = {.operation = device_.operation(),
-                       .object = device_.device().name(),
-                       .advice = "What it held before is in " + backup + "."};
-    try {
-      const auto now = readDeviceBook(context_, device_);
-      if (now.gap.empty() && now.book.contacts->size() == wanted) return;
-      failure.why = "it was written, but the device has " +
-                    std::to_string(now.book.contacts->size()) + " contacts now, not " +
-                    std::to_string(wanted) + (now.gap.empty() ? "" : ": " + now.gap);
-    } catch (const ToolError& error) {
-      failure.status = error.failure().status;
-      failure.why = "it was written, but cannot be read again to make sure";
-    }
+    const auto left = differencesNow();
+    if (left && left->isEmpty()) return;
     endIfInterrupted(context_, device_.operation());
-    throw ToolError(failure);
+    throw ToolError(device_.failure(
+        device_.device().name(), left ? status::kOK : device_.transactions().lastOutcome(),
+        left ? "it was written, but the device has it differently: " +
+                   joined(inWords(*left), "; ") + ". What it held before is in " + backup
+             : "it was written, but cannot be read again to make sure. What it held before is in " +
+                   backup));
   }
 
   ToolContext& context_;
   const OpenedDevice& device_;
   const BookImportOptions& options_;
-  std::string encoding_;
+  BookSurroundings surroundings_;
   BookWay way_;
   DeviceBook there_;
   BookPlan plan_;

@@ -2,13 +2,14 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
@@ -59,11 +60,16 @@ std::vector<std::string> textsOf(const Contact& contact) {
           contact.phone};
 }
 
+const char* signOf(DataSyncAction action) {
+  if (action == DataSyncAction::kDelete) return "-";
+  return action == DataSyncAction::kAdd ? "+" : "~";
+}
+
 /// One writing.
 class Writing {
  public:
-  Writing(const OpenedDevice& device, BookPlan& plan, const std::string& encoding)
-      : device_(device), plan_(plan), encoding_(encoding) {}
+  Writing(const OpenedDevice& device, BookPlan& plan, const BookSurroundings& surroundings)
+      : device_(device), plan_(plan), surroundings_(surroundings) {}
 
   BookWritten run(BookWay way) {
     try {
@@ -74,27 +80,27 @@ class Writing {
       result_.status = status::kICAProtocolError;
       result_.why = exception.reason();
     }
-    result_.pending = linesOf(left_);
     return std::move(result_);
   }
 
  private:
   void writeSingly() {
-    left_ = plan_.changes;
-    while (!left_.added.empty()) {
-      if (!create(*left_.added.front())) return;
-      settle(left_.added);
+    const auto& changes = plan_.changes;
+    std::size_t held = plan_.book.contacts->size() - changes.added.size();
+    auto removed = changes.removed.begin();
+    for (const auto& contact : changes.added) {
+      // The old ones go first only where the device has no room.
+      for (; held >= plan_.book.limits.maxAddresses && removed != changes.removed.end(); --held)
+        if (!remove(**removed++)) return;
+      if (!create(*contact)) return;
+      ++held;
     }
-    while (!left_.changed.empty()) {
-      if (!update(*left_.changed.front().after)) return;
-      settle(left_.changed);
-    }
+    for (const auto& changed : changes.changed)
+      if (!update(*changed.after)) return;
     if (!writeGroups()) return;
     // Only now does no group name them any more.
-    while (!left_.removed.empty()) {
-      if (!isDone(device_.device().deleteVendorObjectPTP(left_.removed.front()->handle))) return;
-      settle(left_.removed);
-    }
+    for (; removed != changes.removed.end(); ++removed)
+      if (!remove(**removed)) return;
   }
 
   bool isDone(Status status) {
@@ -103,25 +109,45 @@ class Writing {
     return false;
   }
 
+  /// The same of a contact, which is noted.
+  bool isDone(DataSyncAction action, const Contact& contact, Status status) {
+    if (!isDone(status)) return false;
+    result_.done.push_back(signOf(action) + (" " + contactInWords(contact)));
+    return true;
+  }
+
+  bool remove(const Contact& contact) {
+    return isDone(DataSyncAction::kDelete, contact,
+                  device_.device().deleteVendorObjectPTP(contact.handle));
+  }
+
   bool create(Contact& contact) {
     auto dataSet = dataSetOf(contact);
     std::uint32_t handle = 0;
     if (!isDone(device_.transactions().createFormat(ptp::XTD_CONTACT, dataSet, &handle)))
       return false;
-    if (handle == 0) {
-      result_.status = status::kICAProtocolError;
-      result_.why = "the device gave the new contact no handle";
-      return false;
+    if (handle == 0) return fail("the device gave the new contact no handle");
+    if (surroundings_.recipients.contains(handle)) {
+      device_.device().deleteVendorObjectPTP(handle);
+      return fail("the device gave " + contactInWords(contact) + " the handle " +
+                  handleText(handle) + ", to which an order goes");
     }
     contact.handle = handle;
     contact.action = DataSyncAction::kNone;
-    return true;
+    return isDone(DataSyncAction::kAdd, contact, status::kOK);
+  }
+
+  bool fail(const std::string& why) {
+    result_.status = status::kICAProtocolError;
+    result_.why = why;
+    return false;
   }
 
   bool update(Contact& contact) {
     auto dataSet = dataSetOf(contact);
-    if (!isDone(device_.transactions().updateObject(contact.handle, ptp::XTD_CONTACT, dataSet)))
-      return false;
+    const Status status =
+        device_.transactions().updateObject(contact.handle, ptp::XTD_CONTACT, dataSet);
+    if (!isDone(DataSyncAction::kUpdate, contact, status)) return false;
     contact.action = DataSyncAction::kNone;
     return true;
   }
@@ -132,27 +158,18 @@ class Writing {
     return dataSet;
   }
 
-  /// All groups by the library's synchronisation. Where it ends early, those that still have their
-  /// action were not written; a group that was to go and one that is gone look alike to it.
+  /// All groups by the library's synchronisation, which tells how far it came.
   bool writeGroups() {
-    if (!left_.hasGroups()) return true;
-    const Status status = device_.device().setAddressBookDict(plan_.book);
-    const auto isWritten = [](const ContactGroupPointer& group) {
-      return group->action == DataSyncAction::kNone;
-    };
-    while (!left_.addedGroups.empty() && isWritten(left_.addedGroups.front()))
-      settle(left_.addedGroups);
-    while (!left_.changedGroups.empty() && isWritten(left_.changedGroups.front().group))
-      settle(left_.changedGroups);
-    if (!isDone(status)) return false;
-    while (!left_.removedGroups.empty())
-      settle(left_.removedGroups);
-    return true;
+    if (!plan_.changes.hasGroups()) return true;
+    const bool isWhole = isDone(device_.device().setAddressBookDict(plan_.book));
+    for (const auto& step : device_.device().lastWriting().steps)
+      if (step.status == status::kOK)
+        result_.done.push_back(signOf(step.action) + (" group " + printable(step.what)));
+    return isWhole;
   }
 
   void writeFile() {
-    left_ = plan_.changes;
-    const auto text = bookText(plan_.book, encoding_, result_.why);
+    const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
     const PrivateFolder folder;
     const auto made = text && !folder.path().empty()
                           ? writeWhole(folder.path(), "DCEMAIL.ABK",
@@ -164,64 +181,48 @@ class Writing {
       result_.outcome = "The device was not touched.";
       return;
     }
-    if (isDone(device_.device().setAddressBook(made.path))) {
-      result_.done = linesOf(std::exchange(left_, {}));
-      return;
-    }
-    sayWhatIsThere();
-  }
-
-  /// A file that was to be replaced is deleted first.
-  void sayWhatIsThere() {
-    const auto count =
-        device_.transactions().numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE);
-    if (count < 0) result_.outcome = "What the device holds now is not known.";
-    if (count == 0)
-      result_.outcome =
-          "The device has no address book now: the old one is gone, the new one is "
-          "not there.";
-    if (count > 0) result_.outcome = "The device still has an address-book file.";
+    replaceFile([&] { return device_.device().sendFile(made.path); });
   }
 
   void synchronise() {
-    left_ = plan_.changes;
-    const bool isSingle = keepsContactsSingly(device_);
-    if (!isSingle) {
-      if (isDone(device_.device().setAddressBookDict(plan_.book))) {
-        left_ = {};
-        result_.done = {"an empty file"};
-      } else {
-        sayWhatIsThere();
-      }
+    if (keepsContactsSingly(device_)) {
+      writeGroups();
+    } else {
+      // The library would send it beside a file that it could not delete.
+      replaceFile([this] { return device_.device().setAddressBookDict(plan_.book); });
+    }
+  }
+
+  /// Deletes the old file, and only where it is gone sends the new one.
+  template <typename Send>
+  void replaceFile(const Send& send) {
+    ObjectHandles files;
+    if (!isDone(listObjects(device_.transactions(), ptp::XTD_ADDRESS_BOOK_FILE, files))) {
+      result_.outcome = "The device was not touched.";
       return;
     }
-    writeGroups();
+    const bool isGone = std::ranges::all_of(files, [this](std::uint32_t file) {
+      return isDone(device_.device().deleteObject(ObjectReference(file)));
+    });
+    if (!isGone || !isDone(send())) result_.outcome = whatIsThere(files);
   }
 
-  /// The first of a list is written.
-  template <typename List>
-  void settle(List& list) {
-    BookChanges one;
-    if constexpr (std::is_same_v<List, Contacts>) {
-      (&list == &left_.removed ? one.removed : one.added).push_back(list.front());
-    } else if constexpr (std::is_same_v<List, ContactGroups>) {
-      (&list == &left_.removedGroups ? one.removedGroups : one.addedGroups).push_back(list.front());
-    } else if constexpr (std::is_same_v<List, std::vector<BookChanges::Contact>>) {
-      one.changed.push_back(list.front());
-    } else {
-      one.changedGroups.push_back(list.front());
-    }
-    list.erase(list.begin());
-    for (auto& line : linesOf(one))
-      result_.done.push_back(std::move(line));
+  std::string whatIsThere(const ObjectHandles& old) const {
+    ObjectHandles now;
+    if (listObjects(device_.transactions(), ptp::XTD_ADDRESS_BOOK_FILE, now) != status::kOK)
+      return "What the device holds now is not known.";
+    if (now.empty())
+      return "The device has no address book now: the old file is deleted, the new one is not "
+             "there.";
+    const auto kept = std::ranges::find_first_of(now, old);
+    return kept != now.end() ? "The device still has the old file, " + handleText(*kept) + "."
+                             : "The old file is deleted; of the new one, " +
+                                   handleText(now.front()) + ", not all may be there.";
   }
-
-  static std::vector<std::string> linesOf(const BookChanges& changes) { return inWords(changes); }
 
   const OpenedDevice& device_;
   BookPlan& plan_;
-  const std::string& encoding_;
-  BookChanges left_;  ///< what is still to be written
+  const BookSurroundings& surroundings_;
   BookWritten result_;
 };
 
@@ -262,9 +263,9 @@ std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, con
   return warnings;
 }
 
-std::string obstacleTo(BookWay way, const BookPlan& plan, const std::string& encoding) {
+std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings) {
   std::string why;
-  if (way == BookWay::kFile && !bookText(plan.book, encoding, why)) return why;
+  if (way == BookWay::kFile && !bookText(plan.book, surroundings.encoding, why)) return why;
   if (way != BookWay::kSingly) return {};
   for (const auto& contact : *plan.book.contacts) {
     if (contact->action != DataSyncAction::kAdd && contact->action != DataSyncAction::kUpdate)
@@ -274,6 +275,9 @@ std::string obstacleTo(BookWay way, const BookPlan& plan, const std::string& enc
       if (nameLength(text) >= kNameLimit)
         return contactInWords(*contact) + ": it has a text of 255 characters or more";
     }
+    const auto [first, second] = firstTwoLines(contact->street);
+    if (joinedLines(std::string(first), std::string(second)) != contact->street)
+      return contactInWords(*contact) + ": the device keeps two lines of a street, which has more";
   }
   for (const auto& group : *plan.book.groups) {
     if (nameLength(group->name) >= kNameLimit)
@@ -283,8 +287,8 @@ std::string obstacleTo(BookWay way, const BookPlan& plan, const std::string& enc
 }
 
 BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
-                      const std::string& encoding) {
-  return Writing(device, plan, encoding).run(way);
+                      const BookSurroundings& surroundings) {
+  return Writing(device, plan, surroundings).run(way);
 }
 
 }  // namespace tarvo::tools

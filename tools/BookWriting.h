@@ -3,10 +3,13 @@
 //
 // A device that keeps contacts singly gets each changed contact as a data set of its own, its
 // groups by the library's synchronisation, and loses what is to go last of all: at no moment does
-// it hold less than before and after. A device that keeps a file gets a whole new file in place of
-// its old one. The library's synchronisation by itself writes no contact on either.
+// it hold less than before and after, but where it is full. A device that keeps a file loses its
+// old one and then gets a whole new one. The library's synchronisation by itself writes no contact
+// on either.
 #pragma once
 
+#include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -25,19 +28,25 @@ enum class BookWay {
 struct BookWritten {
   Status status = status::kOK;
   std::string why{};
-  std::vector<std::string> done{};     ///< as in the lines of the changes
-  std::vector<std::string> pending{};  ///< what was not written
-  std::string outcome{};               ///< what the device holds now, where that is not plain
+  /// What the device said it did: beginnings of lines of the changes ("+ group Family").
+  std::vector<std::string> done{};
+  std::string outcome{};  ///< of a file: what the device holds now, where that is not plain
+};
+
+/// What counts beside the book.
+struct BookSurroundings {
+  std::string encoding{};                ///< the device's (an iconv name)
+  std::set<std::uint32_t> recipients{};  ///< handles of contacts to whom orders go, or went
 };
 
 /// What a user has to know of a way before anything is sent, a sentence each.
 std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan);
 /// What no device can be given, in words; empty where all is well. To be asked before anything is
-/// sent. `encoding` is the device's (an iconv name).
-std::string obstacleTo(BookWay way, const BookPlan& plan, const std::string& encoding);
+/// sent.
+std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings);
 /// Writes the plan's book; its entries are brought up to date with what was written. Raises
 /// nothing.
 BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
-                      const std::string& encoding);
+                      const BookSurroundings& surroundings);
 
 }  // namespace tarvo::tools

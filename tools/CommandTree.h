@@ -91,6 +91,7 @@ class CommandTree {
   BookExportOptions bookExport_;
   BookImportOptions bookImport_;
   BookEditOptions bookEdit_;
+  BookDeleteOptions bookDelete_;
   AlbumFileOptions albumFile_;
   FavouritesDeleteOptions favourites_;
   CollectionSetOptions collection_;

@@ -4,8 +4,11 @@
 #include <functional>
 #include <utility>
 
+#include "NativeServices/PictureDevice/AddressBookReading.h"
 #include "NativeServices/PictureDevice/DeviceCapabilities.h"
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
+#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
@@ -21,58 +24,138 @@ bool offers(const OpenedDevice& device, std::uint16_t operation) {
   return containsCode(device.transactions().facts().operations, operation);
 }
 
-/// How many objects of a format the device says it holds. Raises a ToolError where it says nothing.
-std::size_t countOf(const OpenedDevice& device, std::uint16_t format) {
-  const auto count = device.transactions().numberOfObjectsOnStore(ptp::kAllStores, format);
-  if (count < 0) device.failWithout("the address book");
-  return static_cast<std::size_t>(count);
-}
+/// Record by record, where the library's whole answer fails: what is good is there, and what is not
+/// is named.
+class RecordReading {
+ public:
+  RecordReading(const OpenedDevice& device, DeviceBook& result)
+      : device_(device), result_(result) {}
 
-std::string missing(const char* what, std::size_t held, std::size_t read) {
-  return "the device holds " + std::to_string(held) + " " + what + ", of which " +
-         std::to_string(read) + " could be read";
-}
+  void run() {
+    result_.book.contacts.emplace();
+    result_.book.groups.emplace();
+    const auto contacts = listed(ptp::XTD_CONTACT, "contacts");
+    for (const std::uint32_t handle : contacts)
+      readContact(handle);
+    for (const std::uint32_t handle : listed(ptp::XTD_GROUP, "groups"))
+      readGroup(handle);
+  }
 
-/// What is missing in a book of data sets.
-std::string gapInDataSets(const OpenedDevice& device, const AddressBook& book) {
-  const std::size_t contacts = book.contacts ? book.contacts->size() : 0;
-  const std::size_t heldContacts = countOf(device, ptp::XTD_CONTACT);
-  if (heldContacts > contacts) return missing("contacts", heldContacts, contacts);
-  const std::size_t groups = book.groups ? book.groups->size() : 0;
-  const std::size_t heldGroups = countOf(device, ptp::XTD_GROUP);
-  return heldGroups > groups ? missing("groups", heldGroups, groups) : "";
+ private:
+  ObjectHandles listed(std::uint16_t format, const char* what) {
+    return listedHandles(device_, format, what, result_.unread);
+  }
+
+  void readContact(std::uint32_t handle) {
+    auto contact =
+        readRecord(device_, "contact", handle, ptp::XTD_CONTACT, scanContact, result_.unread);
+    if (!contact) return;
+    contact->handle = handle;
+    contact->action = DataSyncAction::kNone;
+    result_.book.contacts->push_back(std::make_shared<Contact>(*std::move(contact)));
+    byHandle_[handle] = result_.book.contacts->back();
+  }
+
+  void readGroup(std::uint32_t handle) {
+    auto record =
+        readRecord(device_, "group", handle, ptp::XTD_GROUP, scanContactGroup, result_.unread);
+    if (!record) return;
+    auto group = std::make_shared<ContactGroup>(ContactGroup{.name = record->name,
+                                                             .image = record->image,
+                                                             .members = {},
+                                                             .handle = handle,
+                                                             .action = DataSyncAction::kNone});
+    for (const std::uint32_t member : record->members) {
+      const auto found = byHandle_.find(member);
+      if (found == byHandle_.end()) {
+        result_.unread.push_back({"group", handle,
+                                  "'" + printable(record->name) + "' names " + handleText(member) +
+                                      ", which is no contact that can be read"});
+        return;
+      }
+      group->members.push_back(found->second);
+    }
+    result_.book.groups->push_back(std::move(group));
+  }
+
+  const OpenedDevice& device_;
+  DeviceBook& result_;
+  ContactsByHandle byHandle_;
+};
+
+/// The limits, where they went with the rest of an answer.
+void readLimits(const OpenedDevice& device, AddressBook& book) {
+  const auto& operations = device.transactions().facts().operations;
+  XT_AddressBookInfo info;
+  if (offers(device, ptp::XTO_GET_ADDRESS_BOOK_INFO))
+    device.require(device.transactions().addressBookInfo(info), "the address book");
+  fillInABDict(book, info.version == 0 ? nullptr : &info, operations);
 }
 
 /// Lines as the device's file has them; the last one needs no end.
-std::size_t linesIn(std::string_view text) {
-  std::size_t lines = text.empty() || text.ends_with('\n') ? 0 : 1;
-  for (std::size_t at = text.find("\r\n"); at != std::string_view::npos;
-       at = text.find("\r\n", at + 2))
-    ++lines;
+std::vector<std::string_view> linesIn(std::string_view text) {
+  std::vector<std::string_view> lines;
+  while (!text.empty()) {
+    const std::size_t end = text.find("\r\n");
+    lines.push_back(text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
+  }
   return lines;
 }
 
-/// The same of a book in a file. Without a file the device has no contacts, and that is all; a file
-/// that gave none is looked at. Raises a ToolError for one that cannot be had.
-std::string gapInFile(const ToolContext& context, const OpenedDevice& device,
-                      const AddressBook& book) {
-  if (book.contacts && !book.contacts->empty()) return {};
-  const auto handles = device.objectHandles(ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE,
-                                            std::nullopt, "the address book");
-  if (handles.empty()) return {};
-  const auto bytes = device.device().downloadObject(ObjectReference(handles.front()));
-  if (!bytes) device.failWithout("the address book");
-  const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-  if (!book.contacts && linesIn(text) > book.limits.maxAddresses)
-    return "the device's file has " + std::to_string(linesIn(text)) + " lines, more than the " +
+/// Whether a line of the file is a contact and nothing else, or blank.
+bool isReadInWhole(std::string_view line) {
+  if (line.find_first_not_of(" <>\r\n") == std::string_view::npos) return true;
+  AddressBook book;
+  book.limits.maxAddresses = 1;
+  fillInABDictFromText(book, line);
+  if (!book.contacts || book.contacts->size() != 1) return false;
+  const auto& contact = *book.contacts->front();
+  return line == *contact.nickname + " <" + *contact.email + ">";
+}
+
+/// What keeps the text of the device's file from being its book; empty where nothing does. What
+/// the library passes over, a new file would lose.
+std::string obstacleIn(std::string_view bytes, const AddressBook& book,
+                       const std::string& encoding) {
+  const auto text = textInEncoding(bytes, encoding);
+  if (!text)
+    return "it is no text in the encoding " + encoding + " (DefaultEncoding in the preferences)";
+  const auto lines = linesIn(*text);
+  if (lines.size() > book.limits.maxAddresses)
+    return "it has " + std::to_string(lines.size()) + " lines, more than the " +
            std::to_string(book.limits.maxAddresses) + " that the device itself takes";
-  const std::string encoding = context.platform.services().defaultEncoding;
-  if (!textInEncoding(text, encoding))
-    return "the device's file is no text in the encoding " + encoding +
-           " (DefaultEncoding in the preferences)";
-  // It can be read now, and could not a moment ago.
-  if (!book.contacts) device.failWithout("the address book");
+  for (std::size_t index = 0; index < lines.size(); ++index) {
+    if (!isReadInWhole(lines[index]))
+      return "line " + std::to_string(index + 1) + " is no contact, or has more to it";
+  }
   return {};
+}
+
+/// The same of a book in a file: the first that can be had is it, another one is in its way.
+void readFile(const ToolContext& context, const OpenedDevice& device, DeviceBook& result) {
+  constexpr const char* kFile = "address-book file";
+  const auto handles =
+      listedHandles(device, ptp::XTD_ADDRESS_BOOK_FILE, "address-book files", result.unread);
+  std::uint32_t read = 0;
+  for (const std::uint32_t handle : handles) {
+    if (read != 0) {
+      result.unread.push_back({kFile, handle, "there is another one, " + handleText(read)});
+      continue;
+    }
+    const auto bytes = device.device().downloadObject(ObjectReference(handle));
+    if (!bytes) {
+      const Status outcome = device.transactions().lastOutcome();
+      if (device.isLost(outcome)) device.failWithout("the address book");
+      result.unread.push_back({kFile, handle, whyUnread(device, outcome)});
+      continue;
+    }
+    read = handle;
+    const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
+    const auto obstacle =
+        obstacleIn(text, result.book, context.platform.services().defaultEncoding);
+    if (!obstacle.empty()) result.unread.push_back({kFile, handle, obstacle});
+  }
 }
 
 std::string quoted(const std::string& text) {
@@ -172,6 +255,21 @@ std::string ruleOf(const AddressBookError& error, const AddressBook& book) {
   }
 }
 
+/// The library's answer: not the kept one, for what is compared and backed up is what the device
+/// holds now. False where something is missing in it. Raises a ToolError where there are not even
+/// limits.
+bool readWhole(const OpenedDevice& device, AddressBook& result) {
+  try {
+    auto book = device.device().addressBookDictUncached();
+    if (!book) device.failWithout("the address book");
+    result = *std::move(book);
+    return device.device().lastReading().isComplete();
+  } catch (const Exception&) {
+    readLimits(device, result);
+    return false;
+  }
+}
+
 }  // namespace
 
 bool keepsContactsSingly(const OpenedDevice& device) {
@@ -182,19 +280,20 @@ DeviceBook readDeviceBook(const ToolContext& context, const OpenedDevice& device
   if (!device.device().supportsAddressBooks())
     throw ToolError(device.failure(device.device().name(), status::kPTPOperationNotSupported,
                                    "it keeps no address book"));
+  // What was written in this run may not fit the room that was right before.
+  device.ptpDevice().forgetBookCounts();
   DeviceBook result;
-  try {
-    // Not the kept one: what is compared and backed up is what the device holds now.
-    auto book = device.device().addressBookDictUncached();
-    if (!book) device.failWithout("the address book");
-    result.book = *std::move(book);
-  } catch (const Exception& exception) {
-    throw ToolError(
-        device.failure("the address book", status::kICAProtocolError, exception.reason()));
-  }
+  const bool isWhole = readWhole(device, result.book);
   if (device.isLost(device.transactions().lastOutcome())) device.failWithout("the address book");
-  result.gap = offers(device, ptp::XTO_GET_DATASET) ? gapInDataSets(device, result.book)
-                                                    : gapInFile(context, device, result.book);
+  const ReadingReport report = device.device().lastReading();
+  if (!offers(device, ptp::XTO_GET_DATASET)) {
+    readFile(context, device, result);
+  } else if (!isWhole) {
+    RecordReading(device, result).run();
+  }
+  // Whatever failed and cannot be named is a gap all the same.
+  if (!isWhole && result.unread.empty() && report.read == report.listed)
+    result.unread.push_back({.what = "the address book", .why = whyUnread(device, report.status)});
   if (!result.book.contacts) result.book.contacts.emplace();
   if (!result.book.groups) result.book.groups.emplace();
   return result;

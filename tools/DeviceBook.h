@@ -3,24 +3,28 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
 #include "Utilities/PropertyDictionary.h"
 #include "tools/OpenedDevice.h"
+#include "tools/UnreadEntries.h"
 
 namespace tarvo::tools {
 
 struct DeviceBook {
   AddressBook book;  ///< with contacts and groups, as far as they could be read
-  std::string gap;   ///< what could not be read, a sentence without its point; empty: all was
+  /// What could not be: while there is any, nothing may be written back, and nobody be taken for
+  /// gone.
+  std::vector<UnreadEntry> unread;
 };
 
 /// Whether the device keeps each contact by itself (as a data set), or all of them in one file.
 bool keepsContactsSingly(const OpenedDevice& device);
 
-/// Reads it anew. Raises a ToolError for a device that keeps none, and where not even its limits
-/// can be read.
+/// Reads it anew, record by record where it cannot be had as a whole. Raises a ToolError for a
+/// device that keeps none, and where not even its limits can be read.
 DeviceBook readDeviceBook(const ToolContext& context, const OpenedDevice& device);
 
 /// Which entry breaks which rule, for a person: "contact 3, Bob <bob@>: ...".

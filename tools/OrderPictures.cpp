@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
@@ -18,6 +19,44 @@ namespace fs = std::filesystem;
 
 /// A folder's name is shown in file managers; a subject may have any length.
 constexpr std::size_t kLongestSubject = 100;
+constexpr const char* kNote = "order.json";
+
+/// What tells an order from all others, whatever its number and whichever of its pictures are
+/// fulfilled. An order of a marker file has nothing but its picture and what is to be done with it.
+PropertyDictionary identityOf(PropertyDictionary json) {
+  const bool hasHandle = json.contains("XTPTPObjectHandleKey");
+  json.erase("number");
+  json.erase("pictures");
+  if (!hasHandle) return json;
+  for (const char* key : {"XTOrderAssetListKey", "XTOrderAssetHandlesListKey",
+                          "XTPrintAssetsRemainingKey", "recipientsWithoutContact"})
+    json.erase(key);
+  return json;
+}
+
+/// What an earlier run noted in a folder; null where it has no note.
+PropertyDictionary notedIn(const fs::path& folder) {
+  std::ifstream file(folder / kNote, std::ios::binary);
+  auto json = PropertyDictionary::parse(file, nullptr, false);
+  return json.is_object() ? json : PropertyDictionary();
+}
+
+/// The file that a note has for a picture; empty where it has none.
+std::string fileNoted(const PropertyDictionary& note, const PropertyDictionary& picture) {
+  const auto* pictures = arrayForKey(note, "pictures");
+  for (const auto& each : pictures ? *pictures : PropertyDictionary::array()) {
+    const auto file = textForKey(each, "file");
+    const bool isSame = int32ForKey(each, "handle") == int32ForKey(picture, "handle") &&
+                        textForKey(each, "name") == textForKey(picture, "name");
+    if (file && isSame) return fs::path(*file).filename().string();
+  }
+  return {};
+}
+
+bool isFileOfSize(const fs::path& path, std::uint64_t size) {
+  std::error_code error;
+  return fs::is_regular_file(path, error) && fs::file_size(path, error) == size && !error;
+}
 
 }  // namespace
 
@@ -40,25 +79,48 @@ OrderPictures::OrderPictures(ToolContext& context, OpenedDevice& device, Batch& 
       fetch_(device.transactions()) {}
 
 void OrderPictures::fetch(const ListedOrder& order) {
-  const std::string wanted = (fs::path(target_) / folderNameOf(order)).string() + "/";
-  const std::string folder = resolvedTarget(device_.operation(), wanted, false).folder;
-  const std::string text = order.json.dump(2) + "\n";
-  const auto note =
-      writeWhole(folder, "order.json", std::as_bytes(std::span(text)), ExistingFile::kOverwrite);
-  if (note.status != status::kOK)
-    batch_.failed({{"order", order.number}}, {.operation = device_.operation(),
-                                              .object = note.path,
-                                              .status = note.status,
-                                              .why = note.why});
-  for (const auto& picture : order.pictures) {
+  const std::string folder = folderFor(order);
+  noted_ = order.json;
+  for (auto& picture : noted_["pictures"])
+    if (const auto file = fileNoted(before_, picture); !file.empty()) picture["file"] = file;
+  note(order, folder);
+  for (std::size_t index = 0; index < order.pictures.size(); ++index) {
     if (!batch_.goesOn()) return;
+    const auto& picture = order.pictures[index];
     PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
-    batch_.attempt(device_, json, picture.name, [&] { fetchOne(order, picture, folder); });
+    batch_.attempt(device_, json, picture.name, [&] { fetchOne(order, index, folder); });
   }
 }
 
-void OrderPictures::fetchOne(const ListedOrder& order, const OrderedPicture& picture,
+std::string OrderPictures::folderFor(const ListedOrder& order) {
+  const std::string name = folderNameOf(order);
+  for (unsigned number = 1;; ++number) {
+    const fs::path folder = fs::path(target_) / numberedName(name, number);
+    before_ = notedIn(folder);
+    std::error_code ignored;
+    const bool isFree = before_.is_null() && !fs::exists(fs::symlink_status(folder, ignored));
+    const bool isOwn = before_.is_object() && identityOf(before_) == identityOf(order.json);
+    if ((isFree || isOwn) && folders_.insert(folder).second)
+      return resolvedTarget(device_.operation(), folder.string() + "/", false).folder;
+  }
+}
+
+void OrderPictures::note(const ListedOrder& order, const std::string& folder) {
+  const std::string text =
+      noted_.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace) + "\n";
+  const auto made =
+      writeWhole(folder, kNote, std::as_bytes(std::span(text)), ExistingFile::kOverwrite);
+  if (made.status != status::kOK)
+    batch_.failed({{"order", order.number}}, {.operation = device_.operation(),
+                                              .object = made.path,
+                                              .status = made.status,
+                                              .why = made.why});
+}
+
+void OrderPictures::fetchOne(const ListedOrder& order, std::size_t index,
                              const std::string& folder) {
+  const auto& picture = order.pictures[index];
+  auto& noted = noted_["pictures"][index];
   PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
   const auto handle = handleOf(picture);
   if (!handle) {
@@ -76,8 +138,8 @@ void OrderPictures::fetchOne(const ListedOrder& order, const OrderedPicture& pic
     batch_.failed(device_, json, object, status, why);
     return;
   }
-  const auto name = safeFileName(info->fileName());
-  if (name && hasFileOfSize(folder, *name, info->compressedSize())) {
+  if (isFileOfSize(fs::path(folder) / textForKey(noted, "file").value_or(""),
+                   info->compressedSize())) {
     batch_.skipped();
     return;
   }
@@ -91,6 +153,8 @@ void OrderPictures::fetchOne(const ListedOrder& order, const OrderedPicture& pic
     batch_.failed(device_, std::move(json), object, result.status, result.why);
     return;
   }
+  noted["file"] = fs::path(result.path).filename().string();
+  note(order, folder);
   json["path"] = result.path;
   json["size"] = result.size;
   batch_.succeeded(json, result.path, result.size);

@@ -3,6 +3,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,14 @@ class OrderPictures {
   OrderPictures(ToolContext& context, OpenedDevice& device, Batch& batch, std::string target);
 
   /// Fetches all pictures of an order, each a result of the batch, and writes beside them what the
-  /// order says (order.json).
+  /// order says, with the file of each picture (order.json). The folder is the order's own: one
+  /// that says another order is left alone.
   void fetch(const ListedOrder& order);
 
  private:
-  void fetchOne(const ListedOrder& order, const OrderedPicture& picture, const std::string& folder);
+  std::string folderFor(const ListedOrder& order);
+  void note(const ListedOrder& order, const std::string& folder);
+  void fetchOne(const ListedOrder& order, std::size_t index, const std::string& folder);
   /// The handle of a picture that is known by its name alone, by the first object of that name.
   std::optional<std::uint32_t> handleOf(const OrderedPicture& picture);
   void readNames();
@@ -36,11 +40,15 @@ class OrderPictures {
   std::string target_;
   Progress progress_;
   ObjectFetch fetch_;
+  std::set<std::string> folders_;  ///< of this run
+  PropertyDictionary before_;      ///< what the folder's order.json said
+  PropertyDictionary noted_;       ///< what it says now
   /// Handles by name; none until a marker file asked for one.
   std::optional<std::map<std::string, std::vector<std::uint32_t>>> names_;
 };
 
-/// "2 email - Holiday": number, kind and subject, fit to be a folder's name.
+/// "2 email - Holiday": number, kind and subject, fit to be a folder's name. Where that is another
+/// order's, a number follows.
 std::string folderNameOf(const ListedOrder& order);
 
 }  // namespace tarvo::tools

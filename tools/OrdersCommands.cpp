@@ -1,8 +1,7 @@
 #include "tools/OrdersCommands.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <set>
+#include <map>
 #include <utility>
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
@@ -35,13 +34,7 @@ std::string picturesInWords(const ListedOrder& order) {
   return words.empty() ? "(none)" : words;
 }
 
-std::string kindInWords(const ListedOrder& order) {
-  return order.kind == "email" ? "e-mail" : order.kind;
-}
-
-Failure gapFailure(const OpenedDevice& device, const std::string& gap) {
-  return {.operation = device.operation(), .why = gap, .advice = "Try again."};
-}
+constexpr const char* kRemover = "orders delete";
 
 /// The orders that `texts` mean; all without any.
 std::vector<const ListedOrder*> chosenOrders(const OrderList& list, const std::string& operation,
@@ -84,18 +77,34 @@ void showOrder(Output& output, const ListedOrder& order) {
   showFields(output, fields);
 }
 
-/// Every gap is a failure of the command, and does not hide what could be read.
-int sayGaps(Listing& listing, const OpenedDevice& device, const OrderList& list) {
-  for (const auto& gap : list.gaps)
-    listing.addFailure(PropertyDictionary::object(), gapFailure(device, gap));
-  return list.gaps.empty() ? kDone : kFailed;
+/// Orders that are there and not in the list.
+void sayWithheld(ToolContext& context, const OrderList& list) {
+  for (const auto& order : list.withheld) {
+    context.output.message(order +
+                           " is not shown: the device waits for a transfer of other pictures.");
+    context.output.item({{"withheld", order}});
+  }
+}
+
+/// What could not be read is a failure of the command, and does not hide what could be.
+int sayUnread(ToolContext& context, Listing& listing, const OpenedDevice& device,
+              const OrderList& list) {
+  for (const auto& entry : list.unread)
+    listing.addFailure(asJSON(entry), failureOf(device, entry, kRemover));
+  sayWithheld(context, list);
+  return list.unread.empty() ? kDone : kFailed;
+}
+
+bool isEmpty(const OrderList& list) {
+  return list.orders.empty() && list.unread.empty() && list.withheld.empty();
 }
 
 int download(ToolContext& context, OpenedDevice& device, const OrdersShowOptions& options,
              const OrderList& list) {
   Batch batch(context, device.operation(), "pictures fetched");
-  for (const auto& gap : list.gaps)
-    batch.failed(PropertyDictionary::object(), gapFailure(device, gap));
+  for (const auto& entry : list.unread)
+    batch.failed(asJSON(entry), failureOf(device, entry, kRemover));
+  sayWithheld(context, list);
   OrderPictures pictures(context, device, batch, options.download);
   for (const ListedOrder* order : chosenOrders(list, device.operation(), options.orders)) {
     if (!batch.goesOn()) break;
@@ -132,72 +141,116 @@ std::vector<OrderedPicture> chosenPictures(const ListedOrder& order, const std::
                    .advice = "'tarvoctl orders delete' deletes all such orders at once."});
 }
 
-bool isAllowed(ToolContext& context, const OpenedDevice& device, bool yes, std::size_t count) {
-  if (yes || !canAsk(context)) return true;
-  const std::string what = count == 1 ? "1 order" : std::to_string(count) + " orders";
-  return isConfirmed(context,
-                     "Delete " + what + " from " + device.device().name() + "? The pictures stay.");
+/// What is to be deleted: an object, and the orders that go with it.
+struct Doomed {
+  std::uint32_t handle = 0;
+  bool isFile = false;  ///< a marker file, which the standard operation deletes
+  std::vector<const ListedOrder*> orders{};
+  std::string unread{};  ///< in its place, what could not be read
+};
+
+/// "2 e-mail orders, 1 print order".
+std::string countedInWords(const std::vector<Doomed>& doomed) {
+  std::map<std::string, std::size_t> counts;
+  for (const auto& each : doomed) {
+    for (const ListedOrder* order : each.orders)
+      ++counts[kindInWords(*order) + " order"];
+    if (!each.unread.empty()) ++counts[each.unread + " that cannot be read"];
+  }
+  std::vector<std::string> words;
+  for (const auto& [what, count] : counts) {
+    const auto end = what.find(" that") == std::string::npos ? what.size() : what.find(" that");
+    words.push_back(std::to_string(count) + " " + what.substr(0, end) + (count == 1 ? "" : "s") +
+                    what.substr(end));
+  }
+  return joined(words);
 }
 
-/// What an order says, whatever its place in the list.
-PropertyDictionary contentOf(const ListedOrder& order) {
-  PropertyDictionary content = order.json;
-  content.erase("number");
-  return content;
+/// Whether the orders of a marker file are all that is in it.
+bool isReadInWhole(const OrderList& list, std::uint32_t marker) {
+  return std::ranges::none_of(list.unread,
+                              [&](const auto& entry) { return entry.handle == marker; });
 }
 
-/// All orders at once, as the device's own way has it: it deletes marker files by their exact
-/// names, and keeps what a transfer is about.
-int deleteAll(ToolContext& context, const OpenedDevice& device, const OrderList& before) {
-  Batch batch(context, device.operation(), "orders deleted");
-  const Status status = device.device().deleteOrderFiles();
-  auto left = readOrders(device);
-  std::vector<PropertyDictionary> there;
-  for (const auto& order : left.orders)
-    there.push_back(contentOf(order));
-  for (const auto& order : before.orders) {
-    const auto found = std::ranges::find(there, contentOf(order));
-    if (found != there.end()) {
-      there.erase(found);
-      continue;
+/// All that is in the list, but what the device keeps for a transfer.
+std::vector<Doomed> allOf(ToolContext& context, const OpenedDevice& device, const OrderList& list) {
+  const bool waits = device.device().hasSquirtTransferIntention();
+  std::map<std::uint32_t, Doomed> files;
+  std::vector<Doomed> doomed;
+  std::size_t kept = 0;
+  for (const auto& order : list.orders) {
+    if (order.handle == 0 && isReadInWhole(list, order.marker)) {
+      auto& file = files[order.marker];
+      file = {.handle = order.marker, .isFile = true, .orders = std::move(file.orders)};
+      file.orders.push_back(&order);
+    } else if (order.handle != 0 && order.kind != "transfer" && !waits) {
+      doomed.push_back({.handle = order.handle, .orders = {&order}});
+    } else {
+      ++kept;
     }
-    batch.succeeded({{"number", order.number}, {"kind", order.kind}, {"handle", order.handle}},
-                    inWords(order));
   }
-  if (status != status::kOK && status != status::kPTPOK)
-    batch.failed(device, PropertyDictionary::object(), "", status);
-  if (!left.orders.empty())
-    context.output.message(std::to_string(left.orders.size()) +
-                           " still there: the device keeps orders for a transfer, and marker "
-                           "files whose names are not quite its own.");
-  for (const auto& gap : left.gaps)
-    batch.failed(PropertyDictionary::object(), gapFailure(device, gap));
-  return batch.finish();
+  for (auto& [handle, file] : files)
+    doomed.push_back(std::move(file));
+  if (kept > 0)
+    context.output.message(
+        std::to_string(kept) +
+        " of them stay: what the device keeps for a transfer, and what stands in "
+        "one file with what cannot be read. Name it to delete it.");
+  return doomed;
 }
 
-int deleteChosen(ToolContext& context, const OpenedDevice& device,
-                 const std::vector<const ListedOrder*>& orders) {
-  Batch batch(context, device.operation(), "orders deleted");
-  for (const ListedOrder* order : orders) {
-    if (!batch.goesOn()) break;
-    PropertyDictionary json = {{"number", order->number}, {"handle", order->handle}};
-    batch.attempt(device, json, inWords(*order), [&] {
-      const Status status = device.device().deleteVendorObjectPTP(order->handle);
-      if (status == status::kOK || status == status::kPTPOK) {
-        batch.succeeded(json, inWords(*order));
-      } else {
-        batch.failed(device, json, inWords(*order), status);
-      }
+/// What `texts` name, also what could not be read.
+std::vector<Doomed> namedOf(const std::string& operation, const OrderList& list,
+                            const std::vector<std::string>& texts) {
+  std::vector<Doomed> doomed;
+  for (const auto& text : texts) {
+    const auto handle = handleNamed(text);
+    const auto unread = std::ranges::find_if(list.unread, [&](const UnreadEntry& entry) {
+      const bool isOrder = entry.what != "contact" && entry.what != "group";
+      return handle && entry.handle == *handle && entry.handle != 0 && isOrder;
     });
+    Doomed named;
+    if (unread != list.unread.end()) {
+      named = {.handle = *handle, .isFile = unread->what == "marker file", .unread = unread->what};
+      for (const auto& order : list.orders)
+        if (named.isFile && order.marker == *handle) named.orders.push_back(&order);
+    } else {
+      const auto& order = orderNamed(list, operation, text);
+      if (order.handle == 0) refuseMarkerOrder(operation, order);
+      named = {.handle = order.handle, .orders = {&order}};
+    }
+    const auto isSame = [&](const Doomed& other) { return other.handle == named.handle; };
+    if (std::ranges::none_of(doomed, isSame)) doomed.push_back(std::move(named));
   }
-  return batch.finish();
+  return doomed;
+}
+
+/// One object, with a result for each order that goes with it.
+void deleteOne(Batch& batch, const OpenedDevice& device, const Doomed& doomed) {
+  const std::string object = doomed.unread.empty()
+                                 ? inWords(*doomed.orders.front())
+                                 : doomed.unread + " " + handleText(doomed.handle);
+  const PropertyDictionary json = {{"handle", doomed.handle}};
+  batch.attempt(device, json, object, [&] {
+    const Status status = doomed.isFile
+                              ? device.device().deleteObject(ObjectReference(doomed.handle))
+                              : device.device().deleteVendorObjectPTP(doomed.handle);
+    if (status != status::kOK && status != status::kPTPOK) {
+      batch.failed(device, json, object, status);
+      return;
+    }
+    if (!doomed.unread.empty()) batch.succeeded(json, object);
+    for (const ListedOrder* order : doomed.orders)
+      batch.succeeded({{"number", order->number}, {"kind", order->kind}, {"handle", order->handle}},
+                      inWords(*order));
+  });
 }
 
 }  // namespace
 
 int runOrdersList(ToolContext& context) {
   const OpenedDevice device(context, "orders list");
-  const auto list = readOrders(device);
+  const auto list = readOrders(context, device);
   endIfInterrupted(context, device.operation());
   Listing listing(context.output, {{"ORDER", 0, true}, {"HANDLE"}, {"KIND"}, {"FOR"}, {"PICTURES"}},
                   Listing::kWhole);
@@ -205,15 +258,15 @@ int runOrdersList(ToolContext& context) {
     listing.add(order.json,
                 {std::to_string(order.number), order.handle == 0 ? "" : handleText(order.handle),
                  kindInWords(order), order.purpose, picturesInWords(order)});
-  const int exitCode = sayGaps(listing, device, list);
+  const int exitCode = sayUnread(context, listing, device, list);
   listing.finish();
-  if (list.orders.empty() && list.gaps.empty()) context.output.message("There are no orders.");
+  if (isEmpty(list)) context.output.message("There are no orders.");
   return exitCode;
 }
 
 int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
   OpenedDevice device(context, "orders show");
-  const auto list = readOrders(device);
+  const auto list = readOrders(context, device);
   endIfInterrupted(context, device.operation());
   if (!options.download.empty()) return download(context, device, options, list);
   const auto chosen = chosenOrders(list, device.operation(), options.orders);
@@ -223,15 +276,15 @@ int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
     if (order != chosen.front()) context.output.line("");
     if (!context.output.isJSON()) showOrder(context.output, *order);
   }
-  const int exitCode = sayGaps(listing, device, list);
+  const int exitCode = sayUnread(context, listing, device, list);
   listing.finish();
-  if (chosen.empty() && list.gaps.empty()) context.output.message("There are no orders.");
+  if (isEmpty(list)) context.output.message("There are no orders.");
   return exitCode;
 }
 
 int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
   const OpenedDevice device(context, "orders fulfil");
-  const auto list = readOrders(device);
+  const auto list = readOrders(context, device);
   endIfInterrupted(context, device.operation());
   const auto& order = orderNamed(list, device.operation(), options.order);
   if (order.handle == 0) refuseMarkerOrder(device.operation(), order);
@@ -255,26 +308,31 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
 }
 
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
-  const OpenedDevice device(context, "orders delete");
-  const auto list = readOrders(device);
-  endIfInterrupted(context, device.operation());
-  const auto chosen = chosenOrders(list, device.operation(), options.orders);
-  if (!options.orders.empty()) {
-    for (const ListedOrder* order : chosen)
-      if (order->handle == 0) refuseMarkerOrder(device.operation(), *order);
-  }
-  // An order that could not be read is deleted all the same where all are.
-  if (chosen.empty() && list.gaps.empty()) {
-    if (context.output.isJSON()) context.output.document(PropertyDictionary::array());
-    context.output.message("There are no orders.");
-    return kDone;
-  }
-  if (!isAllowed(context, device, options.yes, chosen.size())) {
+  const std::string operation = "orders delete";
+  // Before the device is touched: a script that forgot it learns at once.
+  if (!options.yes && !canAsk(context))
+    refuseUsage(operation, "there is nobody to ask; give --yes to delete orders");
+  const OpenedDevice device(context, operation);
+  const auto list = readOrders(context, device);
+  endIfInterrupted(context, operation);
+  const auto doomed = options.orders.empty() ? allOf(context, device, list)
+                                             : namedOf(operation, list, options.orders);
+  const std::string question = "Delete " + countedInWords(doomed) + " from " +
+                               device.device().name() + "? The pictures stay.";
+  if (!doomed.empty() && !options.yes && !isConfirmed(context, question)) {
     context.output.message("Nothing was deleted.");
     return kFailed;
   }
-  return options.orders.empty() ? deleteAll(context, device, list)
-                                : deleteChosen(context, device, chosen);
+  Batch batch(context, operation, "orders deleted");
+  for (const auto& each : doomed) {
+    if (!batch.goesOn()) break;
+    deleteOne(batch, device, each);
+  }
+  // What could not be read is still there, and nobody is to think that all is gone.
+  for (const auto& entry : options.orders.empty() ? list.unread : std::vector<UnreadEntry>())
+    batch.failed(asJSON(entry), failureOf(device, entry, kRemover));
+  if (isEmpty(list)) context.output.message("There are no orders.");
+  return batch.finish();
 }
 
 }  // namespace tarvo::tools

@@ -66,6 +66,12 @@ void CommandTree::addAddressBook() {
   auto& edit = add(group, "edit", "Change the book in your editor", "tarvoctl addressbook edit",
                    [this](ToolContext& context) { return runAddressBookEdit(context, bookEdit_); });
   edit.add_flag("--yes", bookEdit_.yes, "Do not ask");
+  auto& remove = add(group, "delete", "Delete entries, also such as cannot be read",
+                     "tarvoctl addressbook delete 0x0001000c --yes", [this](ToolContext& context) {
+                       return runAddressBookDelete(context, bookDelete_);
+                     });
+  remove.add_option("HANDLE", bookDelete_.entries, "Handles (0x...)")->type_name("")->required();
+  remove.add_flag("--yes", bookDelete_.yes, "Do not ask");
 }
 
 void CommandTree::addAlbums() {

@@ -59,12 +59,11 @@ Status AddressBookReading::readContacts(const ObjectHandles& handles, Contacts& 
       return status::kPTPGeneralError;
     }
     auto contact = std::make_shared<Contact>(scanContact(*dataSet));
-    wasShort(device_, *dataSet, handle);
+    report_.take("contact", handle, wasShort(device_, *dataSet, handle));
     contact->handle = handle;
     contact->action = DataSyncAction::kNone;
     map[handle] = contact;
     contacts.push_back(std::move(contact));
-    ++report_.read;
   }
   return status::kOK;
 }
@@ -78,11 +77,10 @@ Status AddressBookReading::readGroups(const ObjectHandles& handles, const Contac
       return status::kPTPGeneralError;
     }
     auto group = std::make_shared<ContactGroup>(scanGroupAndAssignContacts(*dataSet, map));
-    wasShort(device_, *dataSet, handle);
+    report_.take("group", handle, wasShort(device_, *dataSet, handle));
     group->handle = handle;
     group->action = DataSyncAction::kNone;
     groups.push_back(std::move(group));
-    ++report_.read;
   }
   return status::kOK;
 }

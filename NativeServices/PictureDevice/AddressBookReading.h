@@ -24,8 +24,9 @@ class AddressBookReading {
 
   /// Reads the contacts and then the groups, which get those of the contacts that are their
   /// members. The book gets both or, on failure, neither: 0x2002 for one that cannot be read, or
-  /// the code of an XTPTPException. Raises NSRangeException for one that ends early, and an
-  /// assertion for a group with a member that is no contact.
+  /// the code of an XTPTPException. One that was cut short is in the book, and unread in the
+  /// report. Raises NSRangeException for one that ends early, and an assertion for a group with a
+  /// member that is no contact.
   Status fillInABDict(AddressBook& book, const ObjectHandles& contacts,
                       const ObjectHandles& groups);
 

@@ -1,5 +1,7 @@
 #include "NativeServices/PictureDevice/AddressBookWriting.h"
 
+#include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -7,6 +9,7 @@
 #include "NativeServices/PictureDevice/ObjectChanges.h"
 #include "NativeServices/PictureDevice/ObjectSending.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
 
@@ -17,6 +20,8 @@ namespace {
 /// Bytes of a group with a short name and some members.
 constexpr std::uint32_t kGroupReserve = 68;
 constexpr char kAddressBookFile[] = "DCEMAIL.ABK";
+/// A text that the file's encoding does not have.
+constexpr Status kNotConvertible = -8757;
 
 void require(bool satisfied, const std::string& description) {
   if (!satisfied) raiseAssertion(description);
@@ -92,16 +97,23 @@ Status AddressBookWriting::setAddressBookDictToABKFile(AddressBook& book) {
                                contact->email.value_or("") + "> from addresses",
                            XTOptDebugLog);
   }
-  // The text stays empty: this is intended. Empty text is ASCII.
+  // The text stays empty: this is intended.
+  const std::string text;
+  if (!isASCII(text)) {
+    TraceLog::trace("Could not convert address book to ASCII.");
+    return kNotConvertible;
+  }
   const Status deleted = deleteFiles();
   if (deleted != status::kOK) {
     TraceLog::trace("old address books cannot be deleted: 0x%x", static_cast<unsigned>(deleted));
   }
   XTExtendedObjectInfo info;
   info.setFileName(kAddressBookFile);
+  info.setCompressedSize(static_cast<std::uint32_t>(text.size()));
   info.setObjFmtCode(ptp::XTD_ADDRESS_BOOK_FILE);
   std::uint32_t handle = 0;
-  const Status status = ObjectSending(device_, maker_).sendData({}, info, 0, 0, &handle);
+  const Status status =
+      ObjectSending(device_, maker_).sendData(std::as_bytes(std::span(text)), info, 0, 0, &handle);
   note(DataSyncAction::kAdd, kAddressBookFile, handle, status);
   if (status == status::kOK) book.contacts = Contacts();
   return status;

@@ -1,12 +1,12 @@
 #include "NativeServices/PictureDevice/CollectionIDFile.h"
 
-#include <algorithm>
 #include <span>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
 #include "NativeServices/PictureDevice/ObjectSending.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
@@ -15,11 +15,6 @@ namespace {
 
 constexpr std::uint32_t kInnerStore = 0x00020001;
 constexpr std::uint16_t kTextFormat = 0x3004;
-
-bool isASCII(std::string_view text) {
-  constexpr unsigned char kLast = 0x7F;
-  return std::ranges::all_of(text, [](unsigned char c) { return c <= kLast; });
-}
 
 }  // namespace
 

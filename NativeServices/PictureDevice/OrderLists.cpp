@@ -57,8 +57,7 @@ void OrderLists::appendEmailOrder(EmailOrders& list, std::uint32_t handle,
   auto dataSet = device_.getDataSet(handle, ptp::XTD_EMAIL_ORDER);
   if (!dataSet) return report_.leaveOut("e-mail order", handle, device_.lastOutcome());
   EmailOrderRecord record = scanEmailOrder(*dataSet);
-  wasShort(device_, *dataSet, handle);
-  ++report_.read;
+  report_.take("e-mail order", handle, wasShort(device_, *dataSet, handle));
   // As many as there are, not as many as may be sent.
   const auto assetCount = static_cast<std::uint32_t>(record.assetHandles.size());
   std::erase_if(record.assetHandles, [&](auto asset) { return !isAllowed(context, asset); });
@@ -96,16 +95,17 @@ Status OrderLists::appendPrintOrder(PrintOrders& list, std::uint32_t handle,
     return status::kPTPGeneralError;
   }
   PrintOrderRecord record = scanPrintOrder(*dataSet);
-  wasShort(device_, *dataSet, handle);
+  const bool isShort = wasShort(device_, *dataSet, handle);
   if (!isAllowed(context, record.asset)) {
-    ++report_.read;
+    report_.take("print order", handle, isShort);
     ++report_.withheld;
     return status::kOK;
   }
   const auto name = assetName(record.asset);
   if (!name) {
     TraceLog::trace("Error getting object info for asset referenced by print order.");
-    report_.leaveOut("print order", handle, device_.lastOutcome());
+    report_.leaveOut("print order", handle,
+                     isShort ? status::kPTPIncompleteTransfer : device_.lastOutcome());
     return status::kPTPGeneralError;
   }
   PrintOrder order{.quantity = record.quantity, .handle = handle};
@@ -113,7 +113,7 @@ Status OrderLists::appendPrintOrder(PrintOrders& list, std::uint32_t handle,
   assetCounts_[handle] = static_cast<std::uint32_t>(order.assets.size());
   order.record = std::move(record);
   list.push_back(std::move(order));
-  ++report_.read;
+  report_.take("print order", handle, isShort);
   return status::kOK;
 }
 

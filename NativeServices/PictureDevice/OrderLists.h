@@ -49,9 +49,9 @@ class OrderLists {
       : device_(device), assetCounts_(assetCounts), report_(report) {}
 
   /// Appends the order data sets of these handles, in order. An order that cannot be read is left
-  /// out, and so are recipients that are no contacts and pictures without information. 0, or the
-  /// code of an XTPTPException, after which what was appended stays. Raises NSRangeException for an
-  /// order that ends early.
+  /// out, and so are recipients that are no contacts and pictures without information; one that was
+  /// cut short is in the list, and unread in the report. 0, or the code of an XTPTPException, after
+  /// which what was appended stays. Raises NSRangeException for an order that ends early.
   Status fillInEmailOrderList(EmailOrders& list, const ObjectHandles& orders,
                               const OrderContext& context);
   /// The same; here an order that cannot be read, and one whose picture has no information, ends

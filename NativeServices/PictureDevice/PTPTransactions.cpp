@@ -19,8 +19,7 @@ Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles&
                    std::uint32_t store) {
   auto listed = device.objectHandlesOnStore(store, format);
   handles = std::move(listed).value_or(ObjectHandles());
-  if (!handles.empty()) return status::kOK;
-  // Empty may be "there are none" as well as "they cannot be counted".
+  // Empty may be "there are none" as well as "they cannot be counted", and any list cut short.
   const Status outcome = device.lastOutcome();
   if (outcome == status::kOK || outcome == status::kPTPInvalidObjectFormatCode) return status::kOK;
   TraceLog::trace("objects of format %04X cannot be listed: 0x%x", format,

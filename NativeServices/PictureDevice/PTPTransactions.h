@@ -50,7 +50,8 @@ class PTPTransactions {
   // The device.
 
   virtual PTPDeviceFacts facts() const = 0;
-  /// How the last transaction ended, for operations whose result does not tell: 0 or a status.
+  /// How the last transaction ended, for operations whose result does not tell: 0 or a status;
+  /// 0x2007 also where a list of handles or an object's information was cut short.
   virtual Status lastOutcome() const { return status::kOK; }
   /// Bytes of the data set that getDataSet() got last.
   virtual std::uint32_t lastReceived() const { return 0; }

@@ -11,6 +11,11 @@ void ReadingReport::leaveOut(const char* what, std::uint32_t handle, Status fail
   fail(failure == status::kOK ? status::kPTPGeneralError : failure);
 }
 
+void ReadingReport::take(const char* what, std::uint32_t handle, bool wasShort) {
+  if (wasShort) return leaveOut(what, handle, status::kPTPIncompleteTransfer);
+  ++read;
+}
+
 void ReadingReport::fail(Status failure) {
   if (status == status::kOK) status = failure;
 }

@@ -31,6 +31,9 @@ struct ReadingReport {
   bool isComplete() const { return status == status::kOK && read == listed; }
   /// Takes note of an object that could not be read, and traces it as "WHAT 0x... cannot be read".
   void leaveOut(const char* what, std::uint32_t handle, Status failure);
+  /// Takes note of one that was read, or that was cut short, which counts as unread (0x2007): what
+  /// did not come reads as zeros, and nobody may take those for the device's word.
+  void take(const char* what, std::uint32_t handle, bool wasShort);
   /// Takes note of a failure that no single object is to blame for; 0 is none.
   void fail(Status failure);
 };

@@ -30,16 +30,13 @@ std::string handlesInWords(const ObjectHandles& handles) {
 TransferOrder TransferOrders::first(std::map<std::uint32_t, std::uint32_t>& assetCounts) {
   TransferOrder order;
   ObjectHandles handles;
-  listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles);
+  report_.fail(listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles));
   if (handles.empty()) return order;
   order.handle = handles.front();
-  auto dataSet = device_.getDataSet(order.handle, ptp::XTD_SQUIRT_TRANSFER_ORDER);
-  if (!dataSet) {
-    TraceLog::trace("transfer order 0x%08X cannot be read", order.handle);
-    return order;
-  }
+  auto dataSet = readDataSet(order.handle, ptp::XTD_SQUIRT_TRANSFER_ORDER);
+  if (!dataSet) return order;
   order.record = scanTransferOrder(*dataSet);
-  wasShort(device_, *dataSet, order.handle);
+  noteCut(*dataSet, order.handle);
   assetCounts[order.handle] = static_cast<std::uint32_t>(order.record.assetHandles.size());
   return order;
 }
@@ -51,10 +48,10 @@ std::int32_t TransferOrders::firstCount() {
                   number);
   if (number < 1) return 0;
   ObjectHandles handles;
-  listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles);
+  report_.fail(listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles));
   if (TraceLog::isActive()) TraceLog::trace("objList:%s", handlesInWords(handles).c_str());
   if (handles.empty()) return 0;
-  auto dataSet = device_.getDataSet(handles.front(), ptp::XTD_SQUIRT_TRANSFER_ORDER);
+  auto dataSet = readDataSet(handles.front(), ptp::XTD_SQUIRT_TRANSFER_ORDER);
   TraceLog::trace("ds: %s", dataSet ? dataSet->description().c_str() : "(null)");
   if (!dataSet) return 0;
   dataSet->skip(kOrderIDLength);
@@ -62,7 +59,7 @@ std::int32_t TransferOrders::firstCount() {
   dataSet->scanString();
   const auto count = static_cast<std::int32_t>(
       std::min<std::uint32_t>(dataSet->scanUInt32(), std::numeric_limits<std::int32_t>::max()));
-  wasShort(device_, *dataSet, handles.front());
+  noteCut(*dataSet, handles.front());
   TraceLog::trace("count: %d", count);
   return count;
 }
@@ -82,16 +79,25 @@ void TransferOrders::mergeOtherOrdersInto(TransferOrder& order) {
 template <typename Read>
 void TransferOrders::eachDataSet(std::uint16_t format, Read&& read) {
   ObjectHandles handles;
-  listObjects(device_, format, handles);
+  report_.fail(listObjects(device_, format, handles));
   for (const std::uint32_t handle : handles) {
-    auto dataSet = device_.getDataSet(handle, format);
-    if (dataSet) {
-      read(*dataSet);
-      wasShort(device_, *dataSet, handle);
-    } else {
-      TraceLog::trace("order 0x%08X cannot be read", handle);
-    }
+    auto dataSet = readDataSet(handle, format);
+    if (!dataSet) continue;
+    read(*dataSet);
+    noteCut(*dataSet, handle);
   }
+}
+
+std::optional<XTPTPDataSet> TransferOrders::readDataSet(std::uint32_t handle,
+                                                        std::uint16_t format) {
+  auto dataSet = device_.getDataSet(handle, format);
+  if (!dataSet) report_.leaveOut("order", handle, device_.lastOutcome());
+  return dataSet;
+}
+
+void TransferOrders::noteCut(const XTPTPDataSet& dataSet, std::uint32_t handle) {
+  if (wasShort(device_, dataSet, handle))
+    report_.leaveOut("order", handle, status::kPTPIncompleteTransfer);
 }
 
 }  // namespace tarvo

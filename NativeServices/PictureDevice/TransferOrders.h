@@ -7,15 +7,18 @@
 #include <optional>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
+#include "NativeServices/PictureDevice/ReadingReport.h"
 #include "NativeServices/PictureDevice/datasets/Orders.h"
 
 namespace tarvo {
 
-/// Main thread only. Everything raises NSRangeException for a data set that ends early.
+/// Main thread only. Everything raises NSRangeException for a data set that ends early. What cannot
+/// be read, or was cut short, lowers the report.
 class TransferOrders {
  public:
-  /// `device` is lent.
-  explicit TransferOrders(PTPTransactions& device) : device_(device) {}
+  /// Both are lent.
+  TransferOrders(PTPTransactions& device, ReadingReport& report)
+      : device_(device), report_(report) {}
 
   /// The first order for transfer; of handle 0 where there is none. One whose data set cannot be
   /// read has its handle alone. `assetCounts` gets the number of its pictures.
@@ -30,8 +33,11 @@ class TransferOrders {
   /// Reads each data set of a format with `read`.
   template <typename Read>
   void eachDataSet(std::uint16_t format, Read&& read);
+  std::optional<XTPTPDataSet> readDataSet(std::uint32_t handle, std::uint16_t format);
+  void noteCut(const XTPTPDataSet& dataSet, std::uint32_t handle);
 
   PTPTransactions& device_;
+  ReadingReport& report_;
 };
 
 }  // namespace tarvo

@@ -285,7 +285,7 @@ Status XTImageCapturePTPDevice::readAddressBookInfo(XT_AddressBookInfo& info, st
     }
     auto reader = transaction.reader();
     cachedABInfo_ = scanAddressBookInfo(reader);
-    transaction.wasShort(reader);
+    if (transaction.wasShort(reader)) lastOutcome_ = status::kPTPIncompleteTransfer;
   } catch (const Exception& exception) {
     if (exception.name() != exception_name::kMalloc) throw;
     TraceLog::trace("No memory!");

@@ -160,10 +160,13 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   Status sendIndicateFulfillment(std::uint32_t order, std::uint32_t asset) override;
   std::uint32_t maxSizeForDatasetFormat(std::uint16_t format) override;
   /// Bytes that an array of all contacts, and of all groups, takes. The two counts are kept as long
-  /// as the device.
+  /// as the device, or until they are forgotten.
   std::uint32_t maxContactArrayLength();
   /// Counts the groups only as long as the contacts have not been counted, which is intended.
   std::uint32_t maxGroupArrayLength();
+  /// For whoever has changed the address book and reads it again: data sets may have become larger
+  /// than the room that the kept counts give them.
+  void forgetBookCounts();
 
   Status sendQuery(std::string_view query, std::uint32_t* resultHandle) override;
   Status getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp, std::uint32_t maxSize,

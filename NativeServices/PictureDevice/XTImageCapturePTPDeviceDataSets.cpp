@@ -151,6 +151,11 @@ std::uint32_t XTImageCapturePTPDevice::maxSizeForDatasetFormat(std::uint16_t for
   }
 }
 
+void XTImageCapturePTPDevice::forgetBookCounts() {
+  cachedContactCountForDatasetSizeEstimate_ = -1;
+  cachedGroupCountForDatasetSizeEstimate_ = -1;
+}
+
 std::uint32_t XTImageCapturePTPDevice::maxContactArrayLength() {
   return arrayLength(cachedContactCountForDatasetSizeEstimate_,
                      [this] { return numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_CONTACT); });

@@ -197,7 +197,8 @@ std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::arrayOfObject
   }
   auto reader = transaction->reader();
   auto elements = reader.scanUInt32Array();
-  transaction->wasShort(reader);
+  // The result may look as if there were fewer, or none.
+  if (transaction->wasShort(reader)) lastOutcome_ = status::kPTPIncompleteTransfer;
   return elements;
 }
 
@@ -229,7 +230,7 @@ Status XTImageCapturePTPDevice::objectInfoUncached(ObjectInfoPointer& info, std:
   cachedObjectInfo_ =
       std::make_shared<XTExtendedObjectInfo>(XTExtendedObjectInfo::initWithDataSet(reader, false));
   cachedObject_ = handle;
-  transaction.wasShort(reader);
+  if (transaction.wasShort(reader)) lastOutcome_ = status::kPTPIncompleteTransfer;
   info = cachedObjectInfo_;
   return status::kOK;
 }

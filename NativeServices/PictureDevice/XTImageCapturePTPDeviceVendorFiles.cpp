@@ -51,6 +51,8 @@ std::optional<AddressBook> XTImageCapturePTPDevice::addressBookDictUncached() {
     const Status status = readAddressBookInfo(info, received, true);
     lastReading_.fail(status);
     if (status != status::kOK) return std::nullopt;
+    // An answer of no bytes is none; one that was cut is the device's word no longer.
+    if (received > 0) lastReading_.fail(lastOutcome_);
   }
   fillInABDict(book, received > 0 ? &info : nullptr, operationList_);
   TraceLog::trace("AddressBookDict: version %u, at most %u addresses and %u groups",

@@ -17,6 +17,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "NativeServices/PictureDevice/ByteBuffer.h"
@@ -81,7 +82,7 @@ struct PictureDeviceFields {
   std::optional<TransferOrder> cachedSquirtTransferFiles;
   std::optional<std::string> cachedUILanguage;
   std::optional<std::string> cachedDeviceLocalization;
-  std::function<bool(char16_t)> badNicknameSet;  ///< true for a refused unit; made on first use
+  BadNicknameSet badNicknameSet;  ///< made on first use
   ProgressCallback downloadUpdateCb;
 };
 
@@ -216,11 +217,14 @@ class XTPictureDevice : public Object {
   /// it cannot be read.
   std::optional<AddressBook> addressBookDict();
   /// What setAddressBookDict() would refuse in the book; none when it is valid for this device.
-  std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book) const;
-  Status validateAddressBook(const AddressBook& book) const;
+  std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book);
+  Status validateAddressBook(const AddressBook& book);
   /// The order for transfer over a wireless network; kept. None on a device without such orders
   /// or without the intention; of handle 0 and without assets where there is none at the moment.
   std::optional<TransferOrder> squirtTransferFiles();
+  /// The pictures that orders may be about now: those of squirtTransferFiles() while the device
+  /// waits for that transfer, none where all may. Asks the device.
+  std::optional<std::unordered_set<std::uint32_t>> allowedAssets();
   /// Puts the pictures of all e-mail and print orders before those of `order`; duplicates stay.
   void mergePrintAndEmailOrderAssetsIntoSquirtTransferAssets(TransferOrder& order);
   /// None where the device does not speak PTP. What could not be read is left out, which

@@ -48,13 +48,14 @@ std::optional<AddressBook> XTPictureDevice::addressBookDict() {
   return fields_.cachedAddressBook;
 }
 
-std::optional<AddressBookError> XTPictureDevice::validateAddressBookDict(
-    const AddressBook& book) const {
-  return tarvo::validateAddressBookDict(book, supportsAddressBooks());
+std::optional<AddressBookError> XTPictureDevice::validateAddressBookDict(const AddressBook& book) {
+  if (!fields_.badNicknameSet) fields_.badNicknameSet = makeBadNicknameSet();
+  return tarvo::validateAddressBookDict(book, supportsAddressBooks(), fields_.badNicknameSet);
 }
 
-Status XTPictureDevice::validateAddressBook(const AddressBook& book) const {
-  return tarvo::validateAddressBook(book, supportsAddressBooks());
+Status XTPictureDevice::validateAddressBook(const AddressBook& book) {
+  const auto error = validateAddressBookDict(book);
+  return error ? error->ptpErrorCode : status::kOK;
 }
 
 Status XTPictureDevice::setAddressBookDictPTP(AddressBook& book) {
@@ -81,7 +82,8 @@ std::optional<TransferOrder> XTPictureDevice::squirtTransferFiles() {
   }
   if (fields_.cachedSquirtTransferFiles) return fields_.cachedSquirtTransferFiles;
   if (!hasSquirtTransferIntention()) return std::nullopt;
-  TransferOrder order = TransferOrders(*ptpTransactions()).first(fields_.orderAssetCounts);
+  TransferOrder order =
+      TransferOrders(*ptpTransactions(), lastReading_).first(fields_.orderAssetCounts);
   // There may be one the next time; one that cannot be read is kept all the same: intended.
   if (order.handle != 0) fields_.cachedSquirtTransferFiles = order;
   return order;
@@ -89,21 +91,24 @@ std::optional<TransferOrder> XTPictureDevice::squirtTransferFiles() {
 
 std::int32_t XTPictureDevice::squirtTransferCountPTP() {
   if (ptpTransactions() == nullptr || !hasSquirtTransferIntention()) return 0;
-  return TransferOrders(*ptpTransactions()).firstCount();
+  return TransferOrders(*ptpTransactions(), lastReading_ = {}).firstCount();
 }
 
 void XTPictureDevice::mergePrintAndEmailOrderAssetsIntoSquirtTransferAssets(TransferOrder& order) {
-  if (ptpTransactions() != nullptr) TransferOrders(*ptpTransactions()).mergeOtherOrdersInto(order);
+  if (ptpTransactions() == nullptr) return;
+  TransferOrders(*ptpTransactions(), lastReading_ = {}).mergeOtherOrdersInto(order);
+}
+
+std::optional<std::unordered_set<std::uint32_t>> XTPictureDevice::allowedAssets() {
+  // In this order, which is that of the questions to the device.
+  if (!hasSquirtTransferIntention() || !isWireless() || isDockedPTP()) return std::nullopt;
+  const auto order = squirtTransferFiles().value_or(TransferOrder());
+  return std::unordered_set(order.record.assetHandles.begin(), order.record.assetHandles.end());
 }
 
 OrderContext XTPictureDevice::orderContext(bool needsContacts) {
   OrderContext context;
-  // In this order, which is that of the questions to the device.
-  if (hasSquirtTransferIntention() && isWireless() && !isDockedPTP()) {
-    const auto order = squirtTransferFiles().value_or(TransferOrder());
-    context.allowedAssets.emplace(order.record.assetHandles.begin(),
-                                  order.record.assetHandles.end());
-  }
+  context.allowedAssets = allowedAssets();
   if (!needsContacts) return context;
   // Reading the address book reports on itself; what it says is not about the orders.
   const ReadingReport ofOrders = std::exchange(lastReading_, {});

@@ -97,6 +97,20 @@ TEST(AddressBookReading, GivesNothingAfterAFailureAtAnyStep) {
   EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {}); }), HasSubstr("NSRangeException"));
 }
 
+TEST(AddressBookReading, CountsWhatWasCutShortAsUnread) {
+  for (const std::size_t length : {0U, 1U, 5U, 8U}) {
+    DeviceWithBook device;
+    device.cutAfter = length;
+    AddressBook book;
+    ReadingReport report;
+    EXPECT_EQ(AddressBookReading(device, report).fillInABDict(book, {1, 2}, {6}), 0);
+    EXPECT_EQ(book.contacts->size(), 2U) << "as zeros";
+    EXPECT_EQ(report.read, 0U) << length;
+    EXPECT_THAT(report.unreadable, ElementsAre(1U, 2U, 6U));
+    EXPECT_EQ(report.status, 0x2007);
+  }
+}
+
 ContactGroupPointer group(const std::string& name, DataSyncAction action, std::uint32_t handle,
                           const Contacts& members = {}) {
   return std::make_shared<ContactGroup>(

@@ -167,6 +167,17 @@ TEST_F(OrderAnswers, WriteTheBookTheWayThatTheDeviceTakesIt) {
   }
 }
 
+TEST_F(OrderAnswers, AskTheDevicesOwnSetOfBadNicknames) {
+  device_->fields().capabilities.deviceSupportsAddressBooks = true;
+  AddressBook book;
+  book.limits = {1, 0, 9, 9, 9, 100, 100, 100};
+  book.contacts = Contacts{std::make_shared<Contact>(Contact{.email = "a@b.c", .nickname = "A"})};
+  EXPECT_EQ(device_->validateAddressBook(book), 0x10000010);
+  ASSERT_TRUE(device_->fields().badNicknameSet) << "kept";
+  device_->fields().badNicknameSet = [](char16_t unit) { return unit == u'B'; };
+  EXPECT_EQ(device_->validateAddressBook(book), 0);
+}
+
 TEST_F(OrderAnswers, KeepTheCollectionAsAPropertyOrAFile) {
   auto& calls = transactions_.calls;
   EXPECT_FALSE(device_->defaultCollectionID());

@@ -131,6 +131,31 @@ TEST_F(OrderListsTest, SayWhatAFailureLeavesOut) {
   EXPECT_EQ(raised([&] { readEmailOrders(); }).substr(0, 16), "NSRangeException");
 }
 
+TEST_F(OrderListsTest, CountWhatWasCutShortAsUnread) {
+  device_.addRecord(51, ptp::XTD_SQUIRT_TRANSFER_ORDER,
+                    {.orderID = kID, .type = 4, .sender = "Ann", .assetHandles = {7}},
+                    storeTransferOrder);
+  for (const std::size_t length : {0U, 3U, 20U, 26U, 35U}) {
+    device_.cutAfter = length;
+    report_ = {};
+    readEmailOrders();
+    EXPECT_EQ(report_.read, 0U) << length;
+    EXPECT_EQ(report_.status, 0x2007) << length;
+    report_ = {};
+    readPrintOrders();
+    EXPECT_EQ(report_.read, 0U) << length;
+    EXPECT_EQ(report_.status, 0x2007) << length;
+    for (const bool isCount : {false, true}) {
+      report_ = {};
+      TransferOrders transfers(device_, report_);
+      isCount ? static_cast<void>(transfers.firstCount())
+              : static_cast<void>(transfers.first(counts_));
+      // The count alone ends before the pictures.
+      if (length < 35) EXPECT_EQ(report_.status, 0x2007) << length;
+    }
+  }
+}
+
 TEST_F(OrderListsTest, ReadMarkersByTheBeginningOfTheirNames) {
   TemporaryFolder folder;
   const ScopedEnvironment temporary("TMPDIR", folder.path());
@@ -223,7 +248,8 @@ TEST_F(OrderListsTest, AreDeletedByWholeNamesUntilOneFails) {
 }
 
 TEST_F(OrderListsTest, ForTransferAreTheFirstAndJoinedByTheOthers) {
-  TransferOrders transfers(device_);
+  ReadingReport transferReport;
+  TransferOrders transfers(device_, transferReport);
   EXPECT_EQ(transfers.first(counts_), TransferOrder());
   EXPECT_EQ(transfers.firstCount(), 0);
   device_.addRecord(51, ptp::XTD_SQUIRT_TRANSFER_ORDER,
@@ -238,8 +264,10 @@ TEST_F(OrderListsTest, ForTransferAreTheFirstAndJoinedByTheOthers) {
   EXPECT_THAT(counts_, ElementsAre(std::pair(51U, 2U)));
   EXPECT_EQ(transfers.firstCount(), 2);
 
+  EXPECT_TRUE(transferReport.isComplete());
   device_.failing["GetDataSet 12 B204"] = 0x2002;
   transfers.mergeOtherOrdersInto(order);
+  EXPECT_THAT(transferReport.unreadable, ElementsAre(12U));
   EXPECT_THAT(order.record.assetHandles, ElementsAre(1U, 2U, 3U, 1U, 2U, 7U, 1U));
   device_.failing = {{"GetObjectHandles", 0x2002}};
   const auto merged = order;

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include "Utilities/Format.h"
 #include "tests/tools/SharingBench.h"
 
 namespace tarvo::test {
@@ -76,15 +77,44 @@ TEST(AddressBook, OfAFileIsCheckedAgainstTheDevice) {
 }
 
 TEST(AddressBook, ThatIsSentBackAsItWasChangesNothing) {
-  for (const char* camera : {"orders-camera", "orders-legacy"}) {
-    for (const char* name : {"book.json", "book.vcf"}) {
-      SharingBench bench(camera);
+  const struct {
+    const char* camera;
+    const char* over;
+    std::vector<const char*> files;
+  } rows[] = {
+      {"full-camera", "{}", {"book.json"}},
+      {"orders-camera", "{}", {"book.json", "book.vcf"}},
+      {"orders-legacy", "{}", {"book.json", "book.vcf"}},
+      // Groups of one name, which a vCard cannot tell apart; people without ids, two of them alike.
+      {"orders-camera",
+       R"({"datasets": {"groups": [{"name": "G", "members": ["Anna"]},
+                                                    {"name": "G", "members": ["Chloe"]}]}})",
+       {"book.json"}},
+      {"orders-camera",
+       R"({"datasets": {"groups": [], "emailOrders": [], "contacts": [
+          {"guid": "00000000000000000000000000000000", "nickname": "A", "email": "a@b.cc"},
+          {"guid": "00000000000000000000000000000000", "nickname": "B", "email": "a@b.cc"}]}})",
+       {"book.json", "book.vcf"}},
+      {"orders-camera",
+       R"({"datasets": {"groups": [], "emailOrders": [], "contacts": [
+          {"guid": "00", "nickname": "A", "email": "a@b.cc"},
+          {"guid": "00", "nickname": "A", "email": "a@b.cc"}]}})",
+       {"book.json"}},
+      // What the device's own rules would refuse.
+      {"orders-camera",
+       R"({"datasets": {"groups": [], "emailOrders": [],
+                            "contacts": [{"nickname": "A", "phone": "1"}]}})",
+       {"book.json", "book.vcf"}},
+  };
+  for (const auto& [camera, over, files] : rows) {
+    for (const char* name : files) {
+      SharingBench bench(camera, over);
       const auto file = bench.folder.path(name);
       EXPECT_EQ(bench.run({"addressbook", "export", file}).exitCode, 0);
       EXPECT_EQ(bench.run({"addressbook", "export", file}).exitCode, tools::kFailed) << "is there";
       const auto run = bench.run({"addressbook", "import", file, "--yes"});
       EXPECT_EQ(run.exitCode, 0) << run.err;
-      EXPECT_THAT(run.err, HasSubstr("has all of this already")) << camera << name << run.out;
+      EXPECT_THAT(run.err, HasSubstr("has all of this already")) << camera << over << run.out;
       EXPECT_THAT(bench.backups(), IsEmpty());
     }
   }
@@ -104,8 +134,11 @@ std::string changedBook(SharingBench& bench) {
   return book.dump();
 }
 
+/// The camera without orders to people: those keep whoever they go to.
+constexpr const char* kWithoutEmailOrders = R"({"datasets": {"emailOrders": []}})";
+
 TEST(AddressBook, OfDataSetsIsChangedContactByContact) {
-  SharingBench bench("orders-camera");
+  SharingBench bench("orders-camera", kWithoutEmailOrders);
   const auto before = bench.book();
   const auto file = bench.folder.write("book.json", changedBook(bench));
   const auto dry = bench.run({"addressbook", "import", file, "--dry-run"});
@@ -247,11 +280,18 @@ TEST(AddressBook, ThatCannotBeReadInWholeIsNotTakenForWhole) {
       {"file": "DCEMAIL.ABK", "lines": [)" +
                                          lines + "]}]}]}");
   EXPECT_THAT(full.run({"addressbook", "show"}).err, HasSubstr("has 5 lines, more than the 4"));
-  EXPECT_EQ(full.run({"addressbook", "import", file, "--yes", "--sync"}).exitCode, 0);
+  EXPECT_EQ(full.run({"addressbook", "import", file, "--yes", "--sync"}).exitCode, 1);
+  EXPECT_EQ(full.count(ptp::XTD_ADDRESS_BOOK_FILE), 1U);
+  const auto handle = full.sim.camera->handles({.format = ptp::XTD_ADDRESS_BOOK_FILE}).front();
+  EXPECT_EQ(full.run({"addressbook", "delete", std::to_string(handle)}).exitCode, 2);
+  EXPECT_EQ(full.run({"addressbook", "delete", std::to_string(handle), "--yes"}).exitCode, 0);
   EXPECT_THAT(full.folder.read(full.backups()[0]), SizeIs(5 * 11));
   SharingBench latin("orders-legacy", R"({"stores": [{"id": "0x00010001", "content": [
       {"file": "DCEMAIL.ABK", "encoding": "ISO-8859-1", "lines": ["B\u00f8rge <b@b.cc>"]}]}]})");
   EXPECT_THAT(latin.run({"addressbook", "show"}).err, HasSubstr("no text in the encoding UTF-8"));
+  SharingBench odd("orders-legacy", R"({"stores": [{"id": "0x00010001", "content": [
+      {"file": "DCEMAIL.ABK", "lines": [" <>", "B <b@b.cc>", "C c@b.cc"]}]}]})");
+  EXPECT_THAT(odd.run({"addressbook", "show"}).err, HasSubstr("line 3 is no contact"));
 }
 
 TEST(AddressBook, ThatIsWrittenInPartSaysWhichPart) {
@@ -277,6 +317,172 @@ TEST(AddressBook, ThatIsWrittenInPartSaysWhichPart) {
     EXPECT_THAT(run.err, HasSubstr(row.text));
     EXPECT_THAT(run.err, HasSubstr("What it held before is in " + bench.folder.path()));
   }
+}
+
+// Whatever does not come of an answer is no reason to take anybody for gone.
+TEST(AddressBook, ThatIsCutShortIsShownWithItsGapAndLeftAlone) {
+  for (const char* fault :
+       {"0,0x9204", "3,0x9204", "21,0x9204", "60,0x9204", "0,0x1007", "8,0x1007", "2,0x9007"}) {
+    SharingBench bench("orders-camera", kWithoutEmailOrders);
+    const auto before = bench.book();
+    const auto file = bench.folder.write("book.json", bookOf({contact("Max", "max@b.cc")}));
+    ASSERT_EQ(bench.sim.camera->setFault("truncate", fault), "");
+    const ScopedEnvironment visual("VISUAL", "false");
+    for (const auto& words : std::vector<std::vector<std::string>>{
+             {"show"}, {"export"}, {"import", file, "--yes"}, {"edit", "--yes"}}) {
+      std::vector<std::string> all = {"addressbook"};
+      all.insert(all.end(), words.begin(), words.end());
+      const auto run = bench.run(all);
+      EXPECT_EQ(run.exitCode, tools::kFailed) << fault << words[0];
+      EXPECT_THAT(run.err, HasSubstr("cannot be read: ")) << fault << words[0];
+    }
+    bench.sim.camera->setFault("truncate", "off");
+    EXPECT_EQ(bench.book(), before) << fault;
+  }
+}
+
+TEST(AddressBook, WithABadEntryShowsTheOthersAndNamesIt) {
+  // A contact with groups without an end; a group that names a contact that is gone.
+  for (const char* hex : {"\"0xB203\", \"hex\": \"100000000000000000000000000000000000000000000000"
+                          "00000000000000000000ffffffff\"",
+                          "\"0xB202\", \"hex\": \"020047000000000000000100000099990000\""}) {
+    SharingBench bench("orders-camera",
+                       std::string(R"({"datasets": {"raw": [{"format": )") + hex + "}]}}");
+    const auto all = bench.sim.camera->handles({});
+    const auto bad = formatted("0x%08x", all.back());
+    const auto run = bench.run({"addressbook", "show"});
+    EXPECT_EQ(run.exitCode, tools::kFailed);
+    EXPECT_THAT(run.out, AllOf(HasSubstr("anna@example.org"), HasSubstr("Family")));
+    EXPECT_THAT(run.err, AllOf(HasSubstr(bad + " cannot be read"),
+                               HasSubstr("'tarvoctl addressbook delete " + bad + "' removes it")));
+    EXPECT_EQ(bench.run({"--json", "addressbook", "show"}).json()["unread"].size(), 1U);
+    EXPECT_EQ(bench.run({"addressbook", "delete", bad, "--yes"}).exitCode, 0);
+    EXPECT_EQ(bench.run({"addressbook", "show"}).exitCode, 0);
+  }
+}
+
+TEST(AddressBook, OfTwoFilesIsTheFirstAndNothingIsWrittenBesideIt) {
+  SharingBench bench("orders-legacy", R"({"stores": [{"id": "0x00010001", "content": [
+      {"file": "DCEMAIL.ABK", "lines": ["A <a@b.cc>"]},
+      {"folder": "OLD", "content": [{"file": "DCEMAIL.ABK", "lines": ["B <b@b.cc>"]}]}]}]})");
+  const auto file = bench.folder.write("book.json", bookOf({contact("A", "a@b.cc")}));
+  const auto second = bench.sim.camera->handles({.format = ptp::XTD_ADDRESS_BOOK_FILE}).back();
+  const auto show = bench.run({"addressbook", "show"});
+  EXPECT_EQ(show.exitCode, tools::kFailed);
+  EXPECT_THAT(show.out, AllOf(HasSubstr("a@b.cc"), Not(HasSubstr("b@b.cc"))));
+  EXPECT_THAT(show.err, HasSubstr(formatted("0x%08x cannot be read: there is another", second)));
+  EXPECT_EQ(bench.run({"addressbook", "import", file, "--yes"}).exitCode, tools::kFailed);
+  EXPECT_EQ(bench.count(ptp::XTD_ADDRESS_BOOK_FILE), 2U);
+  EXPECT_EQ(bench.run({"addressbook", "delete", std::to_string(second), "--yes"}).exitCode, 0);
+  EXPECT_THAT(bench.contacts(), ElementsAre("A <a@b.cc>"));
+}
+
+TEST(AddressBook, InAFileThatCannotBeDeletedStaysTheOnlyOne) {
+  for (const bool isSync : {false, true}) {
+    SharingBench bench("orders-legacy");
+    const auto former = bench.onlyObject(ptp::XTD_ADDRESS_BOOK_FILE);
+    const auto file = bench.folder.write("book.json", bookOf({contact("A", "a@b.cc")}));
+    bench.sim.camera->setFault("respond", "0x200D,0x100B");
+    const auto run =
+        bench.run({"addressbook", "import", file, "--yes", isSync ? "--sync" : "--merge"});
+    EXPECT_EQ(run.exitCode, tools::kFailed);
+    EXPECT_THAT(run.err, HasSubstr("The device still has the old file"));
+    EXPECT_EQ(bench.onlyObject(ptp::XTD_ADDRESS_BOOK_FILE), former);
+  }
+}
+
+TEST(AddressBook, TakesNobodyForSomebodyElse) {
+  const std::string kNobody = "00000000000000000000000000000000";
+  const std::string people =
+      R"({"datasets": {"groups": [{"name": "G"}, {"name": "G"}], "contacts": [
+      {"guid": ")" +
+      kNobody + R"(", "nickname": "Anna", "email": "anna@b.cc"},
+      {"guid": ")" +
+      kNobody + R"(", "nickname": "Bo", "email": "bo@b.cc"}],
+      "emailOrders": [{"to": ["Anna"], "assets": ["TARV0002.JPG"]}]}})";
+  const auto with = [](json contact, const char* key, const json& value) {
+    contact[key] = value;
+    return contact;
+  };
+  const auto anna = contact("Anna", "anna@b.cc");
+  const auto bo = contact("Bo", "bo@b.cc");
+  const std::string uid = "kABUIDProperty";
+  const struct {
+    std::vector<json> contacts;
+    const char* words;  ///< of a refusal, or of the only change
+  } rows[] = {
+      {{with(anna, uid.c_str(), "00000000-0000-0000-0000-000000000000"),
+        with(bo, uid.c_str(), "x")},
+       "has all of this already"},
+      {{anna, contact("Bob", "bo@b.cc")}, "nothing tells whether they are the same"},
+      {{anna}, "- Bo <bo@b.cc>"},
+      {{bo}, "goes to Anna <anna@b.cc>"},
+      {{anna, bo, with(contact("C", "c@b.cc"), "kABAddressStreetKey", "1\r2\r3")}, "two lines"},
+  };
+  for (const auto& row : rows) {
+    SharingBench bench("orders-camera", people);
+    const auto before = bench.book();
+    const auto file = bench.folder.write("book.json", bookOf(row.contacts));
+    const auto run = bench.run({"addressbook", "import", file, "--yes", "--dry-run"});
+    EXPECT_THAT(run.out + run.err, HasSubstr(row.words));
+    EXPECT_EQ(bench.book(), before);
+  }
+  // By handle, which an export has; and of two groups of a name, those that it means.
+  SharingBench bench("orders-camera", people);
+  auto book = bench.book();
+  book["XTAddressBookContactsKey"][1]["kABNicknameProperty"] = "Bob";
+  const auto file = bench.folder.write("book.json", book.dump());
+  EXPECT_THAT(bench.run({"addressbook", "import", file, "--yes"}).lines(),
+              ElementsAre("~ Bob <bo@b.cc> (nickname)"));
+  book["XTAddressBookContactsKey"][0]["kABEmailProperty"] = "other@b.cc";
+  bench.folder.write("book.json", book.dump());
+  EXPECT_THAT(bench.run({"addressbook", "import", file, "--yes"}).err, HasSubstr("goes to Anna"));
+}
+
+TEST(AddressBook, ThatIsFullExchangesAnEntry) {
+  SharingBench bench("orders-camera", R"({"datasets": {"emailOrders": []}, "vendor": {"addressBook":
+      {"maxAddresses": 3, "maxGroups": 3}}})");
+  const auto file = bench.folder.write("book.json", changedBook(bench));
+  auto book = json::parse(bench.folder.read("book.json"));
+  book["XTAddressBookGroupsKey"].push_back({{"kABGroupNameProperty", "New"}});
+  bench.folder.write("book.json", book.dump());
+  const auto run = bench.run({"addressbook", "import", file, "--yes"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(bench.contacts(), ::testing::Contains("Dora <dora@example.org>"));
+  EXPECT_THAT(bench.book()["XTAddressBookGroupsKey"], SizeIs(3));
+}
+
+// The room that the kept counts give a group is too small for the members that it was given.
+TEST(AddressBook, ThatGrewIsReadAgainInWhole) {
+  SharingBench bench("orders-camera", R"({"datasets": {"emailOrders": []}, "vendor": {"addressBook":
+      {"maxAddresses": 1000, "maxAddressesPerGroup": 1000}}})");
+  auto book = bench.book();
+  auto& members = book["XTAddressBookGroupsKey"][2]["contactGroupMembersKey"];
+  for (int number = 1; number <= 300; ++number) {
+    const auto name = "n" + std::to_string(number);
+    auto& contacts = book["XTAddressBookContactsKey"];
+    contacts.push_back(contact(name, name + "@b.cc"));
+    contacts.back()["XTPTPObjectHandleKey"] = 9000 + number;
+    members.push_back(9000 + number);
+  }
+  const auto file = bench.folder.write("book.json", book.dump());
+  const auto run = bench.run({"addressbook", "import", file, "--yes"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(bench.book()["XTAddressBookGroupsKey"][2]["contactGroupMembersKey"], SizeIs(300));
+}
+
+TEST(AddressBook, ThatIsMergedKeepsWhatTheFileDoesNotHave) {
+  SharingBench bench("orders-camera");
+  const auto file = bench.folder.write(
+      "few.vcf",
+      "\xEF\xBB\xBF"
+      "BEGIN:VCARD\r\nVERSION:3.0\r\nFN:Anna K\r\nN:K;Anna;;;\r\nNICKNAME:Anna\r\n"
+      "EMAIL:anna@example.org\r\nCATEGORIES:Friends\r\nEND:VCARD\r\n");
+  const auto run = bench.run({"addressbook", "import", file, "--merge", "--yes"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.lines(), ElementsAre("~ Anna <anna@example.org> (last name)",
+                                       "~ group Friends (2 members, 1 more)"));
+  EXPECT_EQ(bench.book()["XTAddressBookContactsKey"][0]["kABPhoneProperty"], "+49 731 0000");
 }
 
 }  // namespace

@@ -27,11 +27,12 @@ using ::testing::HasSubstr;
 constexpr const char* kContacts = "XTAddressBookContactsKey";
 constexpr const char* kGroups = "XTAddressBookGroupsKey";
 
-/// Addresses and nicknames, and the addresses of each group: what must never be lost.
+/// Whole contacts by their addresses, the addresses of each group, and every address-book file:
+/// what must never be lost.
 struct Held {
   std::map<std::string, std::string> contacts;
   std::map<std::string, std::vector<std::string>> groups;
-  std::optional<std::string> file;  ///< the address-book file, where there is one
+  std::vector<std::string> files;
 
   friend bool operator==(const Held&, const Held&) = default;
 };
@@ -41,14 +42,26 @@ std::string textOf(const PTPCamera& camera, std::uint32_t handle) {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
+constexpr const char* kNewAddress = "dora@example.org";
+
+/// All that is sent of a contact; the id of a new one is another one each time.
+std::string wholeOf(const ContactRecord& contact) {
+  std::string whole;
+  for (const auto& text : contact.texts)
+    whole += simulator::utf8(text) + '|';
+  if (simulator::utf8(contact.texts[simulator::kContactEmail]) != kNewAddress)
+    whole.append(reinterpret_cast<const char*>(contact.guid.data()), contact.guid.size());
+  return whole + std::to_string(contact.sharingPreference) + '|' + std::to_string(contact.prints);
+}
+
 Held heldBy(const PTPCamera& camera) {
   Held held;
   std::map<std::uint32_t, std::string> addresses;
   for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_CONTACT, 0})) {
     const auto record = simulator::parseDataset(ptp::XTD_CONTACT, camera.bytes(handle));
-    const auto& texts = std::get<ContactRecord>(record.value()).texts;
-    addresses[handle] = simulator::utf8(texts[simulator::kContactEmail]);
-    held.contacts[addresses[handle]] = simulator::utf8(texts[simulator::kContactNickname]);
+    const auto& contact = std::get<ContactRecord>(record.value());
+    addresses[handle] = simulator::utf8(contact.texts[simulator::kContactEmail]);
+    held.contacts[addresses[handle]] = wholeOf(contact);
   }
   for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_GROUP, 0})) {
     const auto record = simulator::parseDataset(ptp::XTD_GROUP, camera.bytes(handle));
@@ -58,7 +71,7 @@ Held heldBy(const PTPCamera& camera) {
       members.push_back(addresses.at(member));
   }
   for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_ADDRESS_BOOK_FILE, 0}))
-    held.file = textOf(camera, handle);
+    held.files.push_back(textOf(camera, handle));
   return held;
 }
 
@@ -76,9 +89,12 @@ struct FaultRow {
   const char* name;
   const char* amount = "";  ///< ends with a comma where there is one
 };
-constexpr FaultRow kFaults[] = {{"stall"},          {"stall-out"},          {"silent"},
-                                {"wrong-id"},       {"lie-short"},          {"garbage"},
-                                {"truncate", "3,"}, {"respond", "0x2002,"}, {"vanish"}};
+constexpr FaultRow kFaults[] = {{"stall"},           {"stall-out"},
+                                {"silent"},          {"wrong-id"},
+                                {"lie-short"},       {"garbage"},
+                                {"truncate", "0,"},  {"truncate", "3,"},
+                                {"truncate", "60,"}, {"respond", "0x2002,"},
+                                {"vanish"}};
 
 class BookFaults : public ::testing::TestWithParam<Way> {
  protected:
@@ -87,6 +103,8 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     auto description = json::parse(file);
     description.erase("usb");
     description.erase("comment");
+    // Nobody to whom an order goes may be taken out.
+    if (description.contains("datasets")) description["datasets"].erase("emailOrders");
     auto bench = std::make_unique<CameraBench>(description.dump());
     ::setenv("XDG_DATA_HOME", bench->folder.path("data").c_str(), 1);
     return bench;
@@ -100,7 +118,7 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     contacts[0]["kABNicknameProperty"] = "Annie";
     const auto first = contacts[0].value("XTPTPObjectHandleKey", 0U);
     contacts.erase(1);
-    contacts.push_back({{"kABEmailProperty", "dora@example.org"}, {"kABNicknameProperty", "Dora"}});
+    contacts.push_back({{"kABEmailProperty", kNewAddress}, {"kABNicknameProperty", "Dora"}});
     if (book[kGroups].empty()) return book.dump();
     book[kGroups][0]["contactGroupMembersKey"] = {first};
     book[kGroups][1]["contactGroupMembersKey"] = json::array();
@@ -138,11 +156,11 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   /// Each contact and group that was to stay is there as it was or as it was to be; what was to go
   /// may be gone; a file is the old one, the new one, or, between the two, none.
   void expectNothingLost(const Held& now) const {
-    for (const auto& [address, nickname] : after_.contacts) {
+    for (const auto& [address, whole] : after_.contacts) {
       const auto old = before_.contacts.find(address);
       if (old == before_.contacts.end()) continue;
       ASSERT_TRUE(now.contacts.contains(address)) << address;
-      EXPECT_TRUE(now.contacts.at(address) == nickname || now.contacts.at(address) == old->second);
+      EXPECT_TRUE(now.contacts.at(address) == whole || now.contacts.at(address) == old->second);
     }
     for (const auto& [name, members] : after_.groups) {
       const auto old = before_.groups.find(name);
@@ -150,8 +168,8 @@ class BookFaults : public ::testing::TestWithParam<Way> {
       ASSERT_TRUE(now.groups.contains(name)) << name;
       EXPECT_TRUE(now.groups.at(name) == members || now.groups.at(name) == old->second) << name;
     }
-    if (now.file) {
-      EXPECT_TRUE(now.file == before_.file || now.file == after_.file) << *now.file;
+    if (!now.files.empty()) {
+      EXPECT_TRUE(now.files == before_.files || now.files == after_.files) << now.files.front();
     }
   }
 
@@ -176,25 +194,24 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     }
     if (run.exitCode != tools::kFailed || isWhole) return;
     EXPECT_THAT(run.err, HasSubstr("puts that back"));
-    if (before_.file && !now.file) {
+    if (!before_.files.empty() && now.files.empty()) {
       EXPECT_THAT(run.err, ::testing::AnyOf(HasSubstr("no address book now"),
                                             HasSubstr("holds now is not known")));
     }
-    if (!before_.file) {
-      EXPECT_THAT(run.err, HasSubstr("Not written:"));
-    }
-    // One change may have reached the device whose answer did not come back.
-    EXPECT_LE(changesBeyond(run.err, now), 1U) << run.err;
+    // One change may have reached the device whose answer did not come back, where it can no longer
+    // be asked.
+    const bool isGuess = run.err.find("may or may not have arrived") != std::string::npos;
+    EXPECT_LE(changesBeyond(run.err, now), isGuess ? 1U : 0U) << run.err;
   }
 
   /// Whether there is a backup; of a file, one that is the same byte for byte.
   bool isKept(const CameraBench& bench) const {
     const auto paths = backups(bench);
-    if (!before_.file) return !paths.empty();
+    if (before_.files.empty()) return !paths.empty();
     return std::ranges::any_of(paths, [this](const auto& path) {
       std::ostringstream content;
       content << std::ifstream(path, std::ios::binary).rdbuf();
-      return path.ends_with(".abk") && content.str() == *before_.file;
+      return path.ends_with(".abk") && content.str() == before_.files.front();
     });
   }
 
@@ -223,9 +240,7 @@ class BookFaults : public ::testing::TestWithParam<Way> {
       const auto run = bench.run({"addressbook", "import", path, "--yes"});
       EXPECT_EQ(run.exitCode, 0) << run.err;
     }
-    EXPECT_EQ(heldBy(*bench.sim.camera).contacts, before_.contacts);
-    EXPECT_EQ(heldBy(*bench.sim.camera).groups, before_.groups);
-    EXPECT_EQ(heldBy(*bench.sim.camera).file, before_.file);
+    EXPECT_EQ(heldBy(*bench.sim.camera), before_);
   }
 
   void strike(const FaultRow& fault, std::size_t transaction) {

@@ -1,6 +1,7 @@
 // orders, on the devices of both generations.
 #include <gmock/gmock.h>
 
+#include "Utilities/Format.h"
 #include "tests/tools/SharingBench.h"
 
 namespace tarvo::test {
@@ -82,11 +83,14 @@ TEST(Orders, AreFulfilledPictureByPicture) {
 TEST(Orders, OfMarkerFilesAreDeletedTogetherOrNotAtAll) {
   SharingBench bench("orders-legacy");
   for (const char* command : {"fulfil", "delete"}) {
-    const auto run = bench.run({"orders", command, "1"});
+    std::vector<std::string> words = {"orders", command, "1"};
+    if (words[1] == "delete") words.push_back("--yes");
+    const auto run = bench.run(words);
     EXPECT_EQ(run.exitCode, tools::kFailed);
     EXPECT_THAT(run.err, HasSubstr("'tarvoctl orders delete' deletes all such orders"));
   }
   EXPECT_EQ(bench.count(0x3006), 4U);
+  EXPECT_EQ(bench.run({"orders", "delete"}).exitCode, tools::kBadUsage) << "nobody to ask";
   const auto run = bench.run({"orders", "delete", "--yes"});
   EXPECT_EQ(run.exitCode, 0) << run.err;
   EXPECT_THAT(run.err, HasSubstr("5 orders deleted"));
@@ -96,7 +100,7 @@ TEST(Orders, OfMarkerFilesAreDeletedTogetherOrNotAtAll) {
 
 TEST(Orders, OfDataSetsAreDeletedSinglyAndTogether) {
   SharingBench bench("orders-camera");
-  EXPECT_EQ(bench.run({"orders", "delete", "2", "3"}).exitCode, 0);
+  EXPECT_EQ(bench.run({"orders", "delete", "2", "3", "--yes"}).exitCode, 0);
   EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 1U);
   EXPECT_EQ(bench.count(ptp::XTD_PRINT_ORDER), 0U);
   const auto run = bench.run({"--json", "orders", "delete", "--yes"});
@@ -115,6 +119,85 @@ TEST(Orders, ThatCannotBeReadAreCounted) {
   EXPECT_THAT(run.err, ContainsRegex("e-mail orders?.*read"));
   const auto json = bench.run({"--json", "orders", "list"}).json();
   EXPECT_TRUE(json.back().contains("error")) << json;
+}
+
+TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
+  struct Row {
+    const char* camera;
+    std::string over;
+    std::uint16_t format;  ///< of the bad one, which is the last of it
+    std::size_t others;    ///< that 'delete --yes' takes
+    const char* words;
+  };
+  const Row rows[] = {
+      {"orders-camera", withEndlessDataSet("0xB204", 16 + 2 + 1), 0xB204, 3, "e-mail order"},
+      // Its picture has gone.
+      {"orders-camera",
+       R"({"datasets": {"printOrders": [{"asset": "TARV0002.JPG"}, {"asset": 9999}]}})", 0xB205, 3,
+       "print order"},
+      {"orders-legacy", R"({"stores": [{"id": "0x00020001", "content": [
+          {"file": "PRINTTAG.MRK", "lines": ["[HDR]", "[JOB]", "PRT QTY = 3", "<IMG SRC = \"A.JPG\">"]},
+          {"file": "EMAILTAG.MRK", "lines": ["[HDR]", "[JOB]", "DST EML = \"a@b.cc\"",
+           "IMG SRC = \"A.JPG\"", "[JOB]", "DST EML = \"b@b.cc\""]}]}]})",
+       0x3006, 1, "marker file"},
+  };
+  for (const auto& row : rows) {
+    SharingBench bench(row.camera, row.over);
+    const auto bad = formatted("0x%08x", bench.sim.camera->handles({.format = row.format}).back());
+    const auto list = bench.run({"orders", "list"});
+    EXPECT_EQ(list.exitCode, tools::kFailed) << row.words;
+    EXPECT_THAT(list.out, ContainsRegex("e-mail .*a")) << row.words;
+    EXPECT_THAT(list.err, HasSubstr(row.words + (" " + bad) + " cannot be read: "));
+    EXPECT_THAT(list.err, HasSubstr("'tarvoctl orders delete " + bad + "' removes it"));
+    const auto all = bench.run({"--json", "orders", "delete", "--yes"});
+    EXPECT_EQ(all.exitCode, tools::kFailed) << "it is still there";
+    EXPECT_EQ(all.json().size(), row.others + 1) << all.out;
+    EXPECT_EQ(bench.count(row.format), 1U) << row.words;
+    EXPECT_EQ(bench.run({"orders", "delete", bad, "--yes"}).exitCode, 0);
+    EXPECT_EQ(bench.count(row.format), 0U) << row.words;
+  }
+}
+
+TEST(Orders, ThatAreCutShortAreNoOrders) {
+  for (const char* length : {"0", "4", "21", "40"}) {
+    SharingBench bench("orders-camera");
+    bench.sim.camera->setFault("truncate", std::string(length) + ",0x9204");
+    const auto run = bench.run({"orders", "delete", "--yes"});
+    EXPECT_EQ(run.exitCode, tools::kFailed);
+    EXPECT_THAT(run.err, ContainsRegex("print order 0x[0-9a-f]+ cannot be read: it was cut short"));
+    EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 2U) << length;
+    EXPECT_EQ(bench.count(ptp::XTD_PRINT_ORDER), 1U) << length;
+  }
+}
+
+TEST(Orders, KeepTheirFoldersAndAllTheirPictures) {
+  // Three pictures of one name and one size: two of them are of one order.
+  const std::string files = R"("stores": [{"id": "0x00010001", "content": [
+      {"folder": "A", "content": [{"file": "P.JPG", "size": 500}]},
+      {"folder": "B", "content": [{"file": "P.JPG", "size": 500}]},
+      {"folder": "C", "content": [{"file": "P.JPG", "size": 500}]}]}],
+      "datasets": {"contacts": [], "groups": [], "albums": [], "transferOrders": [],
+                   "printOrders": [], "emailOrders": [)";
+  const auto pictures =
+      SharingBench("orders-camera", "{" + files + "]}}").sim.camera->handles({.format = 0x3801});
+  ASSERT_EQ(pictures.size(), 3U);
+  const auto number = [&](std::size_t index) { return std::to_string(pictures[index]); };
+  SharingBench bench("orders-camera", "{" + files + R"({"to": [77], "assets": [)" + number(0) +
+                                          "," + number(1) + R"(]}, {"assets": [)" + number(2) +
+                                          "]}]}}");
+  const std::vector<std::string> fetch = {"orders", "show", "--download", bench.folder.path("o")};
+  const auto first = bench.run(fetch);
+  EXPECT_EQ(first.exitCode, 0) << first.err;
+  EXPECT_THAT(bench.files("o"),
+              ElementsAre("o/1 email/P (2).JPG", "o/1 email/P.JPG", "o/1 email/order.json",
+                          "o/2 email/P.JPG", "o/2 email/order.json"));
+  EXPECT_THAT(bench.run(fetch).err, HasSubstr(", 3 there already"));
+  EXPECT_THAT(bench.run({"orders", "list"}).out, HasSubstr("1 recipient who is no contact"));
+  // The second order is the first one now; its pictures go nowhere near those of the other.
+  EXPECT_EQ(bench.run({"orders", "fulfil", "1"}).exitCode, 0);
+  EXPECT_EQ(bench.run(fetch).exitCode, 0);
+  EXPECT_THAT(bench.files("o/1 email"), ::testing::SizeIs(3));
+  EXPECT_THAT(bench.files("o/1 email (2)"), ::testing::SizeIs(2));
 }
 
 }  // namespace

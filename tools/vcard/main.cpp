@@ -24,6 +24,7 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 // A book of 10,000 cards needs a tenth of each.
 constexpr rlim_t kMostMemory = rlim_t{1} << 30;
 constexpr rlim_t kMostSeconds = 5;
@@ -163,8 +164,10 @@ json cardsFrom(std::string_view text) {
   std::size_t depth = 0;
   while (!text.empty()) {
     const std::size_t end = std::min(text.find('\n'), text.size() - 1) + 1;
-    const std::string_view line = text.substr(0, end);
+    std::string_view line = text.substr(0, end);
     text.remove_prefix(end);
+    // At the beginning of a file, which may be one of several in a row.
+    if (line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
     if (isLine(line, "BEGIN:VCARD") && depth++ == 0) card.clear();
     if (depth == 0) continue;
     // What is in an inner card is not of interest.

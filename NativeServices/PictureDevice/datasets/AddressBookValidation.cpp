@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 
@@ -54,10 +55,6 @@ constexpr AddressRule kAddressRules[] = {
      "contains invalid characters", status::kAddressBookAddressCharacters},
 };
 
-bool isASCII(std::string_view text) {
-  return std::ranges::all_of(text, [](unsigned char byte) { return byte < 0x80; });
-}
-
 Status traced(const std::optional<std::string>& address, const char* words, Status code) {
   TraceLog::trace("Email %s address %s", address ? address->c_str() : "(null)", words);
   return code;
@@ -81,7 +78,8 @@ bool exceeds(std::size_t count, std::uint32_t limit, const char* what) {
 }
 
 std::optional<AddressBookError> errorOfContact(const Contact& contact,
-                                               const XT_AddressBookInfo& limits) {
+                                               const XT_AddressBookInfo& limits,
+                                               const BadNicknameSet& bad) {
   const Status address = validateEmailAddressFormat(contact.email, limits.maxAddressLengthInBytes);
   if (address != status::kOK) return AddressBookError{address, contact.email};
   if (contact.nickname && utf16Length(*contact.nickname) > limits.maxNicknameLengthInBytes) {
@@ -89,7 +87,7 @@ std::optional<AddressBookError> errorOfContact(const Contact& contact,
                     contact.nickname->c_str(), static_cast<int>(limits.maxNicknameLengthInBytes));
     return AddressBookError{status::kAddressBookNicknameTooLong, contact.nickname};
   }
-  const Status nickname = validateNickname(contact.nickname, limits.characterTypeLimitation);
+  const Status nickname = validateNickname(contact.nickname, limits.characterTypeLimitation, bad);
   if (nickname != status::kOK) return AddressBookError{nickname, contact.nickname};
   return std::nullopt;
 }
@@ -110,11 +108,11 @@ std::optional<AddressBookError> errorOfGroup(const ContactGroup& group,
 /// The error of the first entry that has one.
 template <typename Entries, typename Check>
 std::optional<AddressBookError> firstError(const std::optional<Entries>& entries,
-                                           const XT_AddressBookInfo& limits, const Check& check) {
+                                           const Check& check) {
   if (!entries) return std::nullopt;
   for (const auto& entry : *entries) {
     if (!kCounts(entry)) continue;
-    if (auto error = check(*entry, limits)) return error;
+    if (auto error = check(*entry)) return error;
   }
   return std::nullopt;
 }
@@ -146,28 +144,39 @@ Status validateEmailAddressFormat(const std::optional<std::string>& address,
   return status::kOK;
 }
 
-Status validateNickname(const std::optional<std::string>& nickname, std::uint16_t charTypeLimit) {
+BadNicknameSet makeBadNicknameSet() {
+  return [](char16_t unit) { return unit != u'#'; };
+}
+
+Status validateNickname(const std::optional<std::string>& nickname, std::uint16_t charTypeLimit,
+                        const BadNicknameSet& bad) {
   constexpr std::uint16_t kAnyCharacter = 3;
   if (charTypeLimit == kAnyCharacter) return status::kOK;
-  const bool isAccepted = nickname && nickname->find_first_not_of('#') == std::string::npos;
+  const bool isAccepted = nickname && isASCII(*nickname) &&
+                          std::ranges::none_of(utf16FromUTF8(*nickname), std::cref(bad));
   return isAccepted ? status::kOK : status::kAddressBookNicknameCharacters;
 }
 
 std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book,
-                                                        bool supportsAddressBooks) {
+                                                        bool supportsAddressBooks,
+                                                        const BadNicknameSet& bad) {
+  const auto& limits = book.limits;
   if (!supportsAddressBooks) return AddressBookError{status::kPTPOperationNotSupported, {}};
-  if (exceeds(countOf(book.contacts), book.limits.maxAddresses, "Too many contacts for device")) {
+  if (exceeds(countOf(book.contacts), limits.maxAddresses, "Too many contacts for device")) {
     return AddressBookError{status::kAddressBookTooManyContacts, {}};
   }
-  if (auto error = firstError(book.contacts, book.limits, errorOfContact)) return error;
-  if (exceeds(countOf(book.groups), book.limits.maxGroups, "Too many groups for device")) {
+  const auto errorOf = [&](const Contact& contact) { return errorOfContact(contact, limits, bad); };
+  if (auto error = firstError(book.contacts, errorOf)) return error;
+  if (exceeds(countOf(book.groups), limits.maxGroups, "Too many groups for device")) {
     return AddressBookError{status::kAddressBookTooManyGroups, {}};
   }
-  return firstError(book.groups, book.limits, errorOfGroup);
+  return firstError(book.groups,
+                    [&](const ContactGroup& group) { return errorOfGroup(group, limits); });
 }
 
-Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks) {
-  const auto error = validateAddressBookDict(book, supportsAddressBooks);
+Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
+                           const BadNicknameSet& bad) {
+  const auto error = validateAddressBookDict(book, supportsAddressBooks, bad);
   return error ? error->ptpErrorCode : status::kOK;
 }
 

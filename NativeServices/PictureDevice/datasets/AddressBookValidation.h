@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -26,16 +27,25 @@ struct AddressBookError {
 Status validateEmailAddressFormat(const std::optional<std::string>& address,
                                   std::uint32_t maxLength);
 
-/// 0 or kAddressBookNicknameCharacters. With a limit other than 3 only "#" is accepted, which is
-/// intended.
-Status validateNickname(const std::optional<std::string>& nickname, std::uint16_t charTypeLimit);
+/// True for a UTF-16 unit that a nickname may not have.
+using BadNicknameSet = std::function<bool(char16_t)>;
+/// Every unit but "#", which is intended. A device makes its own once.
+BadNicknameSet makeBadNicknameSet();
 
-/// None when the book is valid: contacts first, then groups, in order. `supportsAddressBooks` is
-/// the device's; without it the code is 0x2005. Entries that are to be deleted do not count.
-std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book,
-                                                        bool supportsAddressBooks);
+/// 0 or kAddressBookNicknameCharacters. A limit of 3 accepts every nickname, even none; any other
+/// none that has a unit of the set.
+Status validateNickname(const std::optional<std::string>& nickname, std::uint16_t charTypeLimit,
+                        const BadNicknameSet& bad = makeBadNicknameSet());
+
+/// None when the book is valid: contacts first, then groups, in order. `supportsAddressBooks` and
+/// `bad` are the device's; without support the code is 0x2005. Entries that are to be deleted do
+/// not count.
+std::optional<AddressBookError> validateAddressBookDict(
+    const AddressBook& book, bool supportsAddressBooks,
+    const BadNicknameSet& bad = makeBadNicknameSet());
 /// The code alone; 0 when the book is valid.
-Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks);
+Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
+                           const BadNicknameSet& bad = makeBadNicknameSet());
 
 /// Whether the bytes are a whole LCB block: a header of 32 bytes whose last one is the number of
 /// records, records of 272 bytes, and one byte that is the XOR of all before it. What is wrong is

@@ -11,8 +11,6 @@
 
 namespace tarvo {
 
-namespace {
-
 std::string newGUID() {
   uuid_t bytes;
   uuid_generate_random(bytes);
@@ -21,7 +19,10 @@ std::string newGUID() {
   return text.data();
 }
 
-}  // namespace
+bool identifies(const std::optional<std::string>& uid) {
+  uuid_t bytes;
+  return uid && uuid_parse(uid->c_str(), bytes) == 0 && uuid_is_null(bytes) == 0;
+}
 
 Contact scanContact(XTPTPDataSet& dataSet) {
   Contact contact;

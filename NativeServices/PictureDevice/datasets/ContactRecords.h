@@ -2,13 +2,20 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
+#include <string>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 
 namespace tarvo {
+
+/// A random GUID as canonical text. Any thread.
+std::string newGUID();
+/// Whether a uid tells one contact from all others: a GUID does, but for that of zeros.
+bool identifies(const std::optional<std::string>& uid);
 
 /// Reads a contact from the current position; handle and action are left as they are made. Raises
 /// NSRangeException when the data set ends early.

@@ -1,5 +1,6 @@
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "platform/foundation/GlibPtr.h"
@@ -17,6 +18,10 @@ constexpr std::pair<std::string_view, const char*> kByteOrderMarks[] = {
 };
 
 }  // namespace
+
+bool isASCII(std::string_view text) {
+  return std::ranges::all_of(text, [](unsigned char byte) { return byte < 0x80; });
+}
 
 std::optional<std::string> textInEncoding(std::string_view bytes, const std::string& encoding) {
   // GLib takes a null pointer for a mistake of its caller.

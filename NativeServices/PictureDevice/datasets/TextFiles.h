@@ -1,4 +1,4 @@
-// Local text files whose encoding is not in them.
+// Texts and their encodings, of local files that do not say theirs among them.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +11,8 @@ namespace tarvo {
 /// Bytes that a text file may have; one that is larger is none that a device writes.
 inline constexpr std::size_t kMostBytesOfTextFile = std::size_t{8} << 20;
 
+/// Whether no byte is above 0x7F.
+bool isASCII(std::string_view text);
 /// The bytes as UTF-8, read in an encoding (an iconv name). None where they are no such text or the
 /// encoding is unknown. Any thread.
 std::optional<std::string> textInEncoding(std::string_view bytes, const std::string& encoding);

@@ -59,23 +59,25 @@ complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen
 complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and not __fish_seen_subcommand_from msc list show fulfil delete' -a delete -d 'Delete orders; the pictures stay'
 complete -c tarvoctl -n '__fish_seen_subcommand_from orders; and __fish_seen_subcommand_from delete' -l yes -d 'do not ask'
 
-complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a show -d 'Contacts, groups, and what the device takes'
-complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a validate -d 'Whether the device\'s book, or a file, is valid'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a show -d 'Contacts, groups, and what the device takes'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a validate -d 'Whether the device\'s book, or a file, is valid'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from validate' -l format -x -a 'json vcard' -d 'json or vcard'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from validate' -F
-complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a export -d 'The book as a file'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a export -d 'The book as a file'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from export' -l format -x -a 'json vcard' -d 'json or vcard'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from export' -l overwrite -d 'replace a file that is there'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from export' -F
-complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a import -d 'Make the device\'s book that of a file'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a import -d 'Make the device\'s book that of a file'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -l format -x -a 'json vcard' -d 'json or vcard'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -l merge -d 'remove nothing that only the device has'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -l dry-run -d 'say what would change'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -l sync -d 'only synchronise, which sends no contacts'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -l yes -d 'do not ask'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from import' -F
-complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit' -a edit -d 'Change the book in your editor'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a edit -d 'Change the book in your editor'
 complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from edit' -l yes -d 'do not ask'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and not __fish_seen_subcommand_from show validate export import edit delete' -a delete -d 'Delete entries, also such as cannot be read'
+complete -c tarvoctl -n '__fish_seen_subcommand_from addressbook; and __fish_seen_subcommand_from delete' -l yes -d 'do not ask'
 
 complete -c tarvoctl -n '__fish_seen_subcommand_from albums; and not __fish_seen_subcommand_from list show get put' -a list -d 'Every album on the device'
 complete -c tarvoctl -n '__fish_seen_subcommand_from albums; and not __fish_seen_subcommand_from list show get put' -a show -d 'What the file of album names holds'
