@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
+#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
@@ -53,8 +54,8 @@ std::optional<AddressBook> XTImageCapturePTPDevice::addressBookDictUncached() {
     if (status != status::kOK) return std::nullopt;
   }
   fillInABDict(book, received > 0 ? &info : nullptr, operationList_);
-  TraceLog::trace("AddressBookDict: version %u, at most %u addresses and %u groups",
-                  book.limits.version, book.limits.maxAddresses, book.limits.maxGroups);
+  if (TraceLog::isActive())
+    TraceLog::trace("AddressBookDict: %s", jsonFromAddressBook(book).dump().c_str());
   if (containsCode(operationList_, ptp::XTO_GET_DATASET)) {
     fillFromDataSets(book);
   } else {

@@ -50,10 +50,12 @@ std::optional<AddressBook> XTPictureDevice::addressBookDict() {
 
 std::optional<AddressBookError> XTPictureDevice::validateAddressBookDict(
     const AddressBook& book) const {
+  TraceLog::traceMethod(className(), "validateAddressBookDict:", this);
   return tarvo::validateAddressBookDict(book, supportsAddressBooks());
 }
 
 Status XTPictureDevice::validateAddressBook(const AddressBook& book) const {
+  TraceLog::traceMethod(className(), "validateAddressBookDict:", this);
   return tarvo::validateAddressBook(book, supportsAddressBooks());
 }
 
