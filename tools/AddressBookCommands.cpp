@@ -79,6 +79,7 @@ void showBook(Output& output, const AddressBook& book) {
 ToolError gapError(const OpenedDevice& device, const std::string& gap) {
   return ToolError({.operation = device.operation(),
                     .object = device.device().name(),
+                    .status = status::kPTPIncompleteTransfer,
                     .why = gap,
                     .advice = "Try again."});
 }

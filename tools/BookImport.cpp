@@ -154,6 +154,7 @@ class Importing {
       wanted += contact->action == DataSyncAction::kDelete ? 0 : 1;
     Failure failure = {.operation = device_.operation(),
                        .object = device_.device().name(),
+                       .status = status::kPTPIncompleteTransfer,
                        .advice = "What it held before is in " + backup + "."};
     try {
       const auto now = readDeviceBook(context_, device_);
