@@ -28,12 +28,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
+/// A response code of ISO 15740: DeleteObject has deleted some of what it was asked to.
+constexpr Status kPTPPartialDeletion = 0x2012;
 /// The header of an LCB block, whose last byte counts the records.
 constexpr std::size_t kLCBCount = 31;
-
-std::string inWords(std::size_t count, const char* one, const char* many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
-}
 
 /// The device's file of album names; none where it has none. Raises a ToolError on failure.
 std::optional<std::vector<std::byte>> albumNamesOf(const ToolContext& context,
@@ -51,8 +49,11 @@ std::optional<std::vector<std::byte>> albumNamesOf(const ToolContext& context,
 }
 
 [[noreturn]] void failWithoutNames(const OpenedDevice& device) {
-  throw ToolError(
-      device.failure(device.device().name(), status::kOK, "it keeps no file of album names"));
+  throw ToolError({.operation = device.operation(),
+                   .object = device.device().name(),
+                   .status = status::kFileNotFound,
+                   .why = "it keeps no file of album names",
+                   .advice = "'tarvoctl albums put' sends one."});
 }
 
 bool isText(const std::vector<std::byte>& content) {
@@ -69,11 +70,10 @@ void showText(Output& output, const std::vector<std::byte>& content) {
   }
 }
 
-bool isAllowed(ToolContext& context, bool yes, const std::string& question) {
-  if (yes || !canAsk(context)) return true;
-  if (isConfirmed(context, question)) return true;
-  context.output.message("Nothing was changed.");
-  return false;
+void requireAllowed(ToolContext& context, const OpenedDevice& device, bool yes,
+                    const std::string& question) {
+  if (!yes && canAsk(context) && !isConfirmed(context, question))
+    endDeclined(device.operation(), "nothing was changed");
 }
 
 /// Every object of a format, a row each.
@@ -150,10 +150,9 @@ int runAlbumsShow(ToolContext& context) {
       json["text"] = std::string(reinterpret_cast<const char*>(content->data()), content->size());
     context.output.document(json);
   } else if (isBlock) {
-    context.output.line(
-        "A block of " +
-        inWords(static_cast<std::size_t>((*content)[kLCBCount]), "record", "records") + ", " +
-        sizeInWords(content->size()) + ", whole and sound.");
+    context.output.line("A block of " +
+                        counted(static_cast<std::size_t>((*content)[kLCBCount]), "records") + ", " +
+                        sizeInWords(content->size()) + ", whole and sound.");
   } else if (isText(*content)) {
     showText(context.output, *content);
   } else {
@@ -195,9 +194,8 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   const OpenedDevice device(context, operation);
   const auto former = albumNamesOf(context, device);
   endIfInterrupted(context, operation);
-  if (!isAllowed(context, options.yes,
-                 "Replace the album names of " + device.device().name() + "?"))
-    return kFailed;
+  requireAllowed(context, device, options.yes,
+                 "Replace the album names of " + device.device().name() + "?");
   std::string backup;
   if (former) {
     backup = keepBackup(device, "albums", "lcb", std::span<const std::byte>(*former));
@@ -241,19 +239,22 @@ int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& opt
   };
   const std::size_t before = countNow();
   if (before == 0) context.output.message("There are none.");
-  if (before > 0 && !isAllowed(context, options.yes,
-                               "Delete " + inWords(before, "favourite", "favourites") + " from " +
-                                   device.device().name() + "?"))
-    return kFailed;
+  if (before > 0)
+    requireAllowed(
+        context, device, options.yes,
+        "Delete " + counted(before, "favourites") + " from " + device.device().name() + "?");
   device.require(before == 0 ? status::kOK : device.device().deleteBragbookFiles());
   const std::size_t after = before == 0 ? 0 : countNow();
+  const std::string done = counted(before - std::min(before, after), "favourites deleted");
+  if (after > 0)
+    throw ToolError(device.failure(device.device().name(), kPTPPartialDeletion,
+                                   done + ", " + std::to_string(after) + " left"));
   if (context.output.isJSON()) {
-    context.output.document({{"deleted", before - std::min(before, after)}, {"left", after}});
+    context.output.document({{"deleted", before}, {"left", after}});
   } else if (before > 0) {
-    context.output.line(inWords(before - std::min(before, after), "favourite", "favourites") +
-                        " deleted.");
+    context.output.line(done + ".");
   }
-  return after == 0 ? kDone : kFailed;
+  return kDone;
 }
 
 }  // namespace tarvo::tools

@@ -33,7 +33,10 @@ void Batch::failed(PropertyDictionary json, const Failure& failure) {
 void Batch::failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
                    Status status, std::string why) {
   // What the user has ended is said once, for the command.
-  if (context_.interrupt.isSet()) return;
+  if (context_.interrupt.isSet()) {
+    left_ = std::move(why);
+    return;
+  }
   isLost_ = isLost_ || device.isLost(status);
   failed(std::move(json), device.failure(object, status, std::move(why)));
 }
@@ -77,14 +80,16 @@ bool Batch::goesOn() const {
 }
 
 int Batch::finish() {
-  std::string sum = std::to_string(succeeded_) + " " + done_;
+  std::string sum = counted(succeeded_, done_);
   if (bytes_ > 0) sum += ", " + sizeInWords(bytes_);
   if (skipped_ > 0) sum += ", " + std::to_string(skipped_) + " there already";
   if (failed_ > 0) sum += ", " + std::to_string(failed_) + " failed";
   if (isLost_ && !context_.interrupt.isSet()) sum += "; the rest was not tried";
   // One object that went well needs no sum.
   if (succeeded_ + skipped_ + failed_ != 1) context_.output.message(sum);
-  endIfInterrupted(context_, operation_);
+  if (context_.interrupt.isSet())
+    throw ToolError({.operation = operation_, .status = status::kCancelled, .why = left_},
+                    kInterrupted);
   context_.output.endList();
   return failed_ == 0 ? kDone : kFailed;
 }

@@ -16,7 +16,8 @@ namespace tarvo::tools {
 /// those that failed.
 class Batch {
  public:
-  /// `operation` names the command, `done` what was done to the objects: "3 files fetched".
+  /// `operation` names the command, `done` what was done to the objects, "files fetched", as
+  /// counted() has it.
   Batch(ToolContext& context, std::string operation, std::string done);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
@@ -26,7 +27,8 @@ class Batch {
   /// One that was not needed.
   void skipped() { ++skipped_; }
   void failed(PropertyDictionary json, const Failure& failure);
-  /// The same for an object of `device`; after one that is lost the batch ends.
+  /// The same for an object of `device`; after one that is lost the batch ends. Where the user has
+  /// ended it, `why` is said for the command.
   void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
               Status status, std::string why = {});
   /// Calls `work` for one object; what it raises is that object's failure.
@@ -53,6 +55,7 @@ class Batch {
   std::uint64_t failed_ = 0;
   std::uint64_t bytes_ = 0;
   bool isLost_ = false;
+  std::string left_;  ///< what is said of the object at which the user ended it
 };
 
 }  // namespace tarvo::tools

@@ -214,7 +214,8 @@ class Importing {
     if (left && left->isEmpty()) return;
     endIfInterrupted(context_, device_.operation());
     throw ToolError(device_.failure(
-        device_.device().name(), left ? status::kOK : device_.transactions().lastOutcome(),
+        device_.device().name(),
+        left ? status::kPTPIncompleteTransfer : device_.transactions().lastOutcome(),
         left ? "it was written, but the device has it differently: " +
                    joined(inWords(*left), "; ") + ". What it held before is in " + backup
              : "it was written, but cannot be read again to make sure. What it held before is in " +

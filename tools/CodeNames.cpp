@@ -103,6 +103,9 @@ constexpr auto kProperties = std::to_array<CodeName>({
     {0x501F, "CopyrightInfo"},
     {ptp::kCaptureCapability, "CaptureCapability"},
     {ptp::kDeviceGUID, "DeviceGUID"},
+    {0xD202, "DeviceUserName"},
+    {0xD203, "DefaultHostID"},
+    {0xD204, "DefaultCollectionID"},
     {ptp::kIntention, "Intention"},
 });
 
@@ -130,7 +133,7 @@ constexpr auto kFormats = std::to_array<CodeName>({
     {0x3003, "program"},
     {0x3004, "text"},
     {0x3005, "HTML page"},
-    {0x3006, "print order"},
+    {0x3006, "print order file"},
     {0x3007, "AIFF sound"},
     {0x3008, "WAV sound"},
     {0x3009, "MP3 sound"},
@@ -153,7 +156,7 @@ constexpr auto kFormats = std::to_array<CodeName>({
     {0x380D, "TIFF image"},
     {0x380E, "TIFF/IT image"},
     {0x380F, "JPEG 2000 image"},
-    {0x3810, "JPEG 2000 image"},
+    {0x3810, "JPEG 2000 (JPX) image"},
     {0xB001, "firmware"},
     {ptp::XTD_ADDRESS_BOOK_FILE, "address book"},
     {ptp::XTD_ALBUM_NAMES_FILE, "album names"},
@@ -169,7 +172,7 @@ constexpr auto kFormats = std::to_array<CodeName>({
     {ptp::XTD_SQUIRT_PRINT_ORDER, "wireless print order"},
     {ptp::XTD_SQUIRT_TRANSFER_ORDER, "wireless transfer order"},
     {ptp::XTD_WIRELESS_CONFIG, "wireless settings"},
-    {ptp::XTD_BRAGBOOK, "favourite picture"},
+    {ptp::XTD_BRAGBOOK, "favourite picture (older form)"},
     {ptp::XTD_BRAGBOOK2, "favourite picture"},
     {ptp::XTD_SHOEBOX_IMAGE, "shoebox picture"},
 });

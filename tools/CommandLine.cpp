@@ -37,8 +37,11 @@ std::string reasonOf(const CLI::ParseError& error, const CLI::App& app) {
   return "there is no command '" + words.front() + "'";
 }
 
+/// What the library raises is a device that broke the protocol, unless it says more.
 Failure failureOf(const Exception& exception) {
-  return {.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(status::kOK),
+  const bool isMemory = exception.name() == exception_name::kMalloc;
+  const Status otherwise = isMemory ? status::kOutOfMemory : status::kICAProtocolError;
+  return {.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(otherwise),
           .why = exception.reason()};
 }
 
@@ -60,11 +63,14 @@ int runGuarded(ToolContext& context, const Command& command) {
   } catch (const Exception& exception) {
     // A preferences file that cannot be read was named on the command line.
     const bool isUsage = exception.name() == exception_name::kInvalidArgument;
-    return ended(context, failureOf(exception), isUsage ? kBadUsage : kFailed);
+    if (isUsage) return ended(context, {.why = exception.reason()}, kBadUsage);
+    return ended(context, failureOf(exception), kFailed);
   } catch (const BrokenPipe&) {
     throw;
+  } catch (const std::bad_alloc&) {
+    return ended(context, {.status = status::kOutOfMemory}, kFailed);
   } catch (const std::exception& exception) {
-    return ended(context, {.why = exception.what()}, kFailed);
+    return ended(context, {.status = status::kIOError, .why = exception.what()}, kFailed);
   }
 }
 

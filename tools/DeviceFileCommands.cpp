@@ -4,12 +4,15 @@
 #include <optional>
 #include <sstream>
 
+#include "NativeServices/PictureDevice/DeviceCapabilities.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
 #include "tools/InputFile.h"
 #include "tools/Listing.h"
+#include "tools/ObjectPaths.h"
 #include "tools/OpenedDevice.h"
 #include "tools/Words.h"
 
@@ -18,6 +21,8 @@ namespace {
 
 /// A request is a page of text and pictures; no device has room for more.
 constexpr std::size_t kLargestRequest = 1U << 20;
+/// The property that holds it; a device without it keeps a file.
+constexpr std::uint16_t kDefaultCollectionID = 0xD204;
 
 bool isGUID(const std::string& text) {
   constexpr std::string_view kShape = "00000000-0000-0000-0000-000000000000";
@@ -37,6 +42,45 @@ void sayDone(ToolContext& context, const PropertyDictionary& json, const std::st
   }
 }
 
+/// Whether the device has answered that there is no such thing, which is no failure.
+bool saysNone(Status outcome) {
+  return outcome == status::kOK || outcome == status::kPTPOK ||
+         outcome == status::kPTPInvalidObjectFormatCode;
+}
+
+/// None where the device has none. Raises a ToolError where it cannot be asked, with `why`.
+std::optional<std::string> collectionIDOf(const ToolContext& context, const OpenedDevice& device,
+                                          const std::string& why = {}) {
+  const auto id = device.device().defaultCollectionID();
+  endIfInterrupted(context, device.operation());
+  if (id) return id;
+  const Status outcome = device.transactions().lastOutcome();
+  const auto facts = device.transactions().facts();
+  // The file that would hold it is read in pieces.
+  const bool canTell = containsCode(facts.properties, kDefaultCollectionID) ||
+                       containsCode(facts.operations, ptp::kGetPartialObject);
+  if (canTell && saysNone(outcome)) return std::nullopt;
+  throw ToolError(device.failure("the collection id",
+                                 canTell ? outcome : status::kPTPOperationNotSupported, why));
+}
+
+/// Says why there are no settings.
+[[noreturn]] void failWithoutSettings(const OpenedDevice& device, Status outcome) {
+  const std::string what = "NETCONF.XML";
+  if (!saysNone(outcome)) throw ToolError(device.failure(what, outcome));
+  // An object whose information cannot be read may be what was looked for.
+  for (const std::uint32_t handle :
+       device.objectHandles(ptp::kAllStores, ptp::XTD_WIRELESS_CONFIG, std::nullopt, what)) {
+    const auto [info, status, why] = readInfo(device.transactions(), handle);
+    if (!info) throw ToolError(device.failure(handleText(handle), status, why));
+  }
+  throw ToolError({.operation = device.operation(),
+                   .object = device.device().name(),
+                   .status = status::kFileNotFound,
+                   .why = "it holds no settings for a wireless network",
+                   .advice = "They are made on the device."});
+}
+
 /// Sends a file by `send`, and says so.
 template <typename Send>
 int sendFile(ToolContext& context, const std::string& operation, const std::string& file,
@@ -53,10 +97,7 @@ int sendFile(ToolContext& context, const std::string& operation, const std::stri
 
 int runCollectionGet(ToolContext& context) {
   const OpenedDevice device(context, "collection get");
-  const auto id = device.device().defaultCollectionID();
-  endIfInterrupted(context, device.operation());
-  const Status outcome = device.transactions().lastOutcome();
-  if (!id && device.isLost(outcome)) device.failWithout("the collection id");
+  const auto id = collectionIDOf(context, device);
   if (context.output.isJSON()) {
     PropertyDictionary json = {{"collectionID", nullptr}};
     if (id) json["collectionID"] = validUTF8(*id);
@@ -80,7 +121,7 @@ int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) 
   const OpenedDevice device(context, operation);
   const auto id = options.clear ? std::nullopt : std::optional(options.id);
   device.require(device.device().setDefaultCollectionID(id), options.id);
-  const auto now = device.device().defaultCollectionID();
+  const auto now = collectionIDOf(context, device, "it was set, but cannot be read back");
   PropertyDictionary json = {{"collectionID", nullptr}};
   if (now) json["collectionID"] = validUTF8(*now);
   sayDone(context, json, now.value_or("The device has no collection id now."));
@@ -103,14 +144,7 @@ int runWirelessConfigShow(ToolContext& context) {
   const OpenedDevice device(context, "wireless-config show");
   const auto data = device.ptpDevice().wirelessConfigData();
   endIfInterrupted(context, device.operation());
-  if (!data) {
-    const Status outcome = device.transactions().lastOutcome();
-    if (outcome != status::kOK && outcome != status::kPTPOK &&
-        outcome != status::kPTPInvalidObjectFormatCode)
-      device.failWithout("NETCONF.XML");
-    throw ToolError(device.failure(device.device().name(), status::kOK,
-                                   "it holds no settings for a wireless network"));
-  }
+  if (!data) failWithoutSettings(device, device.transactions().lastOutcome());
   const std::string text(reinterpret_cast<const char*>(data->data()), data->size());
   if (context.output.isJSON()) {
     context.output.document({{"name", "NETCONF.XML"}, {"text", validUTF8(text)}});

@@ -71,9 +71,12 @@ int runModelsCheck(ToolContext& context, const ModelCheckOptions& options) {
                            : hexID(std::string_view(options.ids).substr(colon + 1));
   if (!vendor || !product)
     refuseUsage("models check", "'" + options.ids + "' is no VID:PID in hexadecimal");
-  SupportedModels& models = readModels(context, "models check");
-  const bool isPTP = models.isValidDscVid(*vendor, *product);
+  SupportedModels& models = context.platform.models();
   const bool isMassStorage = models.isValidPVC(*vendor, *product);
+  // Of the maker's other ids the list alone knows.
+  if (!isMassStorage && *vendor == context.platform.maker().usbVendorID)
+    readModels(context, "models check");
+  const bool isPTP = models.isValidDscVid(*vendor, *product);
   if (context.output.isJSON()) {
     context.output.document({{"vendor", *vendor},
                              {"product", *product},

@@ -137,6 +137,7 @@ std::vector<OrderedPicture> chosenPictures(const ListedOrder& order, const std::
 [[noreturn]] void refuseMarkerOrder(const std::string& operation, const ListedOrder& order) {
   throw ToolError({.operation = operation,
                    .object = inWords(order),
+                   .status = status::kUnsupported,
                    .why = "the device keeps it as a line of a file, which cannot be changed singly",
                    .advice = "'tarvoctl orders delete' deletes all such orders at once."});
 }

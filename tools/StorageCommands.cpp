@@ -76,10 +76,8 @@ int runStorageFormat(ToolContext& context, const FormatOptions& options) {
   const OpenedDevice device(context, operation);
   const std::uint32_t store = storeToFormat(device, options.store);
   if (!options.yes && !isConfirmed(context, "Delete everything in store " + handleText(store) +
-                                                " of " + device.device().name() + "?")) {
-    context.output.message("Nothing was deleted.");
-    return kFailed;
-  }
+                                                " of " + device.device().name() + "?"))
+    endDeclined(operation, "nothing was deleted");
   device.require(device.device().formatStore(store), "store " + handleText(store));
   if (context.output.isJSON()) {
     context.output.document({{"storageID", store}, {"formatted", true}});

@@ -22,6 +22,10 @@ bool isConfirmed(ToolContext& context, const std::string& question) {
   return text == "y\n" || text == "Y\n" || text == "yes\n" || text == "Yes\n";
 }
 
+void endDeclined(const std::string& operation, const std::string& left) {
+  throw ToolError({.operation = operation, .status = status::kCancelled, .why = left});
+}
+
 void endIfInterrupted(const ToolContext& context, const std::string& operation) {
   if (!context.interrupt.isSet()) return;
   throw ToolError({.operation = operation, .status = status::kCancelled}, kInterrupted);

@@ -47,6 +47,9 @@ bool canAsk(const ToolContext& context);
 /// an interrupted command.
 bool isConfirmed(ToolContext& context, const std::string& question);
 
+/// Raises what ends a command to which the user said no: kCancelled, with `left` as the reason, as
+/// "nothing was deleted".
+[[noreturn]] void endDeclined(const std::string& operation, const std::string& left);
 /// Raises what ends a command that was interrupted, if it was.
 void endIfInterrupted(const ToolContext& context, const std::string& operation);
 

@@ -28,7 +28,7 @@ constexpr auto kAdvice = std::to_array<Advice>({
     {status::kBadParameter, "Check what was given."},
     {status::kWriteNotPermitted, "It can be read only."},
     {status::kOutOfMemory, "Close other programs and try again."},
-    {status::kCancelled, "Nothing was left behind; try again when you like."},
+    {status::kCancelled, "Try again when you like."},
     {status::kFileTypeNotFound, "Give the file an extension that the device knows."},
     {status::kNotAFile, "Only plain files can be sent."},
     {status::kUnsupported, "This kind of device cannot do it."},
@@ -50,7 +50,8 @@ constexpr auto kAdvice = std::to_array<Advice>({
     {status::kPTPGeneralError, "Try again; if it stays so, switch the device off and on."},
     {status::kPTPSessionNotOpen, "Plug the device in again."},
     {status::kPTPOperationNotSupported, "'tarvoctl info' shows what the device can do."},
-    {status::kPTPIncompleteTransfer, "Try again."},
+    {status::kPTPIncompleteTransfer,
+     "Check the cable and try again; if it stays so, switch the device off and on."},
     {status::kPTPInvalidStorageID, "'tarvoctl storage list' shows the stores."},
     {status::kPTPInvalidObjectHandle, "'tarvoctl ls --recursive' shows the objects."},
     {status::kPTPDevicePropNotSupported, "'tarvoctl property list' shows the properties."},
@@ -124,7 +125,12 @@ PropertyDictionary asJSON(const Failure& failure) {
 }
 
 ToolError::ToolError(Failure failure, ExitCode exitCode)
-    : failure_(std::move(failure)), exitCode_(exitCode), what_(inWords(failure_)) {}
+    : failure_(std::move(failure)), exitCode_(exitCode) {
+  // Scripts tell failures by their status.
+  if (exitCode_ == kFailed && failure_.status == status::kOK)
+    failure_.status = status::kBadParameter;
+  what_ = inWords(failure_);
+}
 
 void refuseUsage(const std::string& operation, const std::string& why) {
   throw ToolError({.operation = operation,

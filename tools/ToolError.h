@@ -46,6 +46,8 @@ bool isDeviceLost(Status status);
 /// Ends a command.
 class ToolError : public std::exception {
  public:
+  /// With kFailed there is always a status: kBadParameter where the failure has none, as of a file
+  /// whose content makes no sense.
   explicit ToolError(Failure failure, ExitCode exitCode = kFailed);
 
   const Failure& failure() const noexcept { return failure_; }

@@ -260,11 +260,8 @@ class VolumeRemoving : VolumeBatch {
               found_.push_back(entry.path);
             }
           });
-    if (batch_.goesOn() && !found_.empty() && !isAllowed()) {
-      context_.output.message("Nothing was deleted.");
-      context_.output.endList();
-      return kFailed;
-    }
+    if (batch_.goesOn() && !found_.empty() && !isAllowed())
+      endDeclined("volume rm", "nothing was deleted");
     for (const auto& path : found_) {
       if (!batch_.goesOn()) break;
       remove(path);

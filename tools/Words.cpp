@@ -32,8 +32,7 @@ const char* nextCharacter(const char* at) {
 
 std::string sizeInWords(std::uint64_t bytes) {
   constexpr std::array kUnits = {"kB", "MB", "GB", "TB", "PB", "EB"};
-  if (bytes == 1) return "1 byte";
-  if (bytes < 1000) return std::to_string(bytes) + " bytes";
+  if (bytes < 1000) return counted(bytes, "bytes");
   double value = static_cast<double>(bytes) / 1000;
   std::size_t unit = 0;
   // 999.95 would be written as 1000.0.
@@ -44,6 +43,13 @@ std::string sizeInWords(std::uint64_t bytes) {
   return formatted("%.1f %s", value, kUnits[unit]);
 }
 
+std::string counted(std::uint64_t count, std::string_view things) {
+  std::string words(things);
+  const std::size_t end = std::min(words.find(' '), words.size());
+  if (count == 1 && end > 0 && words[end - 1] == 's') words.erase(end - 1, 1);
+  return std::to_string(count) + " " + words;
+}
+
 std::string dateInWords(std::string_view ptpDate) {
   if (!beginsWithDate(ptpDate)) return printable(ptpDate);
   const auto part = [&](std::size_t at, std::size_t length) {
@@ -51,6 +57,10 @@ std::string dateInWords(std::string_view ptpDate) {
   };
   return part(0, 4) + "-" + part(4, 2) + "-" + part(6, 2) + " " + part(9, 2) + ":" + part(11, 2) +
          ":" + part(13, 2);
+}
+
+std::string batteryInWords(std::uint8_t level) {
+  return level == kUnknownBatteryLevel ? "unknown" : std::to_string(level) + " %";
 }
 
 std::string durationInWords(std::uint64_t seconds) {

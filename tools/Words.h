@@ -10,9 +10,15 @@ namespace tarvo::tools {
 
 /// "4.2 MB"; thousands, not 1024s. Below a thousand "27 bytes".
 std::string sizeInWords(std::uint64_t bytes);
+/// "1 file fetched", "2 files fetched": `things` begins with a noun in the plural, on "s", which
+/// one thing does without.
+std::string counted(std::uint64_t count, std::string_view things);
 /// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
 /// is no date comes back as it is, printable.
 std::string dateInWords(std::string_view ptpDate);
+/// "80 %", or "unknown" where a device that cannot tell says 255.
+inline constexpr std::uint8_t kUnknownBatteryLevel = 255;
+std::string batteryInWords(std::uint8_t level);
 /// "1:02:03", or "02:03" below an hour.
 std::string durationInWords(std::uint64_t seconds);
 

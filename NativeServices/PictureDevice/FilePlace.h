@@ -36,13 +36,15 @@ struct FetchRequest {
 
 struct FetchResult {
   /// 0; -43 for a name that is no file name; -48 for a file that is there; -36 for one that cannot
-  /// be written or came short; -490 when cancelled; -1302 for a folder; -9905 for information that
-  /// cannot be read; otherwise that of the device.
+  /// be written; 0x2007 for one of which less came than was announced; -490 when cancelled; -1302
+  /// for a folder; -9905 for information that cannot be read; otherwise that of the device.
   Status status = status::kOK;
   std::string why{};          ///< more than the status says, a clause; may be empty
   std::string path{};         ///< of the file that was made, or would have been
   std::uint64_t size = 0;     ///< bytes of the object
   std::uint64_t resumed = 0;  ///< how many of them were there from an earlier attempt
+  std::string part{};         ///< path of what a failure has left to be gone on with; mostly empty
+  std::uint64_t kept = 0;     ///< bytes of it
 };
 
 /// One file on its way to its place. Nothing is written outside the folder of the request.

@@ -59,6 +59,16 @@ Status inChunks(std::uint32_t size, Chunk&& chunk) {
   return status;
 }
 
+/// What a finished transfer into `sink` comes to: -36 for a file that could not be written and for
+/// one that ended with `received` of `expected` bytes, else `status`.
+Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t received,
+                         std::uint64_t expected) {
+  // The transport calls a sink that could not write a cancelled transfer.
+  if (sink.error() != 0) return status::kIOError;
+  const bool isShort = expected != kUnknownSize && received < expected;
+  return status == status::kOK && isShort ? status::kIOError : status;
+}
+
 /// Writes a new file that only its owner can read.
 bool writePrivately(const std::string& path, std::span<const std::byte> content) {
   const FileDescriptor file(::open(
@@ -81,14 +91,6 @@ bool writePrivately(const std::string& path, std::span<const std::byte> content)
 bool goesInChunks(const PTPDeviceFacts& facts, std::uint32_t size) {
   return size > kDownloadChunk && size != kUnknownSize &&
          containsCode(facts.operations, ptp::kGetPartialObject);
-}
-
-Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t received,
-                         std::uint64_t expected) {
-  // The transport calls a sink that could not write a cancelled transfer.
-  if (sink.error() != 0) return status::kIOError;
-  const bool isShort = expected != kUnknownSize && received < expected;
-  return status == status::kOK && isShort ? status::kIOError : status;
 }
 
 ObjectInfoPointer ObjectDownloads::information(std::uint32_t handle) {

@@ -60,9 +60,4 @@ std::optional<std::string> writeTemporaryFile(std::string_view name,
                                               std::span<const std::byte> content);
 void removeTemporaryFile(const std::string& path);
 
-/// What a finished transfer into `sink` comes to: -36 for a file that could not be written and for
-/// one that ended with `received` of `expected` bytes, else `status`.
-Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t received,
-                         std::uint64_t expected);
-
 }  // namespace tarvo

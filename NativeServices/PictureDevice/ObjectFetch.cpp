@@ -82,10 +82,12 @@ void Fetch::run() {
   result_.status = transfer(part);
   if (result_.status == status::kOK) {
     place_.put(part, dateOfObject(*info_));
-  } else if (!identity.empty() && !couldNotWrite_ && !pieceWasRefused_) {
+  } else if (!identity.empty() && !couldNotWrite_ && !pieceWasRefused_ && part.size() > 0) {
     // A full disk has no use for half an object, and a device that lists pieces but gives none
     // would refuse them for ever.
     part.keep();
+    result_.part = request_.folder + "/" + part.name();
+    result_.kept = part.size();
   }
 }
 
@@ -122,9 +124,11 @@ Status Fetch::goOn(PartFile& part, std::uint32_t from) {
     FileSink sink(part.descriptor(), offset, length, request_.progress, &spare_);
     status = device_.downloadPartialObject(handle_, offset, length, sink, received);
     // A general error is also what a device that has gone comes to.
-    pieceWasRefused_ = status > 0 && status != status::kPTPGeneralError;
-    status = takeIn(status, sink, received, length);
-    offset += length;
+    const bool isError = status > 0 && status != status::kPTPGeneralError;
+    // Less than was asked for is a piece (ISO 15740, GetPartialObject), nothing is none.
+    pieceWasRefused_ = isError || (status == status::kOK && received == 0);
+    offset += static_cast<std::uint32_t>(received);
+    status = takeIn(status, sink, received > 0 ? size : offset, size);
   }
   return status;
 }
@@ -132,15 +136,16 @@ Status Fetch::goOn(PartFile& part, std::uint32_t from) {
 Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received,
                      std::uint64_t expected) {
   couldNotWrite_ = sink.error() != 0;
-  status = outcomeOfTransfer(status, sink, received, expected);
   if (couldNotWrite_) {
+    // The transport calls it a cancelled transfer.
     result_.why = "the file cannot be written: " + errorText(sink.error());
-  } else if (status == status::kIOError) {
-    result_.why =
-        formatted("the device sent %llu of %llu bytes", static_cast<unsigned long long>(received),
-                  static_cast<unsigned long long>(expected));
+    return status::kIOError;
   }
-  return status;
+  if (status != status::kOK || expected == kUnknownSize || received >= expected) return status;
+  result_.why =
+      formatted("the device sent %llu of %llu bytes", static_cast<unsigned long long>(received),
+                static_cast<unsigned long long>(expected));
+  return status::kPTPIncompleteTransfer;
 }
 
 }  // namespace

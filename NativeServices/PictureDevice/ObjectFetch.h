@@ -19,8 +19,9 @@ namespace tarvo {
 /// An object goes by one streamed GetObject. Its bytes lie in a hidden file beside the final name
 /// until they are whole and as many as announced; a failure removes that file, unless the object is
 /// larger than 2 MiB and the device has GetPartialObject: then it stays and the next attempt goes
-/// on behind it, piece by piece. A device that refuses such a piece costs the part, so that the
-/// attempt after that begins anew. The file gets the object's modification date.
+/// on behind it, piece by piece, however short the pieces are. A device that refuses such a piece,
+/// or sends nothing of it, costs the part, so that the attempt after that begins anew. The file
+/// gets the object's modification date.
 class ObjectFetch {
  public:
   /// `device` is lent.

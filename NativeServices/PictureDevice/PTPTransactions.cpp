@@ -9,7 +9,7 @@ namespace tarvo {
 bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::uint32_t handle) {
   const bool isShort = dataSet.position() > device.lastReceived();
   if (isShort) {
-    TraceLog::trace("data set 0x%08X: %u bytes read, the device sent %u", handle,
+    TraceLog::trace("data set 0x%08X: read up to byte %u, the device sent up to %u", handle,
                     dataSet.position(), device.lastReceived());
   }
   return isShort;

@@ -53,7 +53,7 @@ class PTPTransactions {
   /// How the last transaction ended, for operations whose result does not tell: 0 or a status;
   /// 0x2007 also where a list of handles or an object's information was cut short.
   virtual Status lastOutcome() const { return status::kOK; }
-  /// Bytes of the data set that getDataSet() got last.
+  /// The position in the data set that getDataSet() got last, up to which the device sent it.
   virtual std::uint32_t lastReceived() const { return 0; }
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
   /// Needs no session (ISO 15740, GetDeviceInfo).
@@ -151,9 +151,10 @@ class PTPTransactions {
 
   // Vendor data sets.
 
-  /// XTO_GET_DATASET (0x9204): a reader at the beginning of the data set, which owns its bytes.
-  /// None on failure, and (0x2007) for a data set that is larger than maxSizeForDatasetFormat(). A
-  /// shorter one reads as zeros behind its end: see wasShort(). Raises the malloc exception.
+  /// XTO_GET_DATASET (0x9204): a reader of the whole record, which it owns, at the beginning of the
+  /// data set, behind the 44 bytes of the record's header. None on failure, and (0x2007) for a data
+  /// set that is larger than maxSizeForDatasetFormat(). A shorter one reads as zeros behind its
+  /// end: see wasShort(). Raises the malloc exception.
   virtual std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) = 0;
   /// XTO_CREATE_DATASET (0x9205); pads the data set where its size demands it. `*resultHandle` is
   /// left alone on failure.

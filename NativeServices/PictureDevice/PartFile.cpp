@@ -4,9 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <random>
+#include <system_error>
 
 #include "NativeServices/PictureDevice/HostFileNames.h"
 #include "Utilities/Format.h"
@@ -16,6 +19,7 @@ namespace tarvo {
 namespace {
 
 constexpr mode_t kOwnerAlone = 0600;
+constexpr std::string_view kEnding = ".part";
 
 int errorOf(int result) {
   return result == 0 ? 0 : errno;
@@ -38,6 +42,16 @@ std::uint64_t randomNumber() {
   return std::uint64_t{random()} << 32U | random();
 }
 
+/// Whether nameFor() gives such names.
+bool isPartName(std::string_view name) {
+  constexpr std::string_view kShape = ".0123456789abcdef.part";
+  if (!name.starts_with('.') || name.size() <= kShape.size()) return false;
+  const std::string_view tail = name.substr(name.size() - kShape.size());
+  constexpr std::size_t kEnd = kShape.size() - kEnding.size();
+  return tail.front() == '.' && tail.ends_with(kEnding) &&
+         tail.substr(1, kEnd - 1).find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
 /// What a new file may be, by the file mode creation mask, which can only be read by setting it.
 mode_t permissionsOfNewFiles() {
   constexpr mode_t kReadAndWrite = 0666;
@@ -56,6 +70,20 @@ std::string PartFile::nameFor(std::string_view name, std::string_view identity) 
   // Cut within a character where need be: nobody reads it.
   start.resize(std::min(start.size(), kMaximumFileName - tail.size()));
   return start + tail;
+}
+
+std::vector<std::string> PartFile::leftSince(const std::string& folder, std::time_t date) {
+  std::vector<std::string> names;
+  std::error_code error;
+  for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
+       entry.increment(error)) {
+    struct stat attributes {};
+    if (!isPartName(entry->path().filename().native())) continue;
+    if (::lstat(entry->path().c_str(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) continue;
+    if (attributes.st_mtime < date) names.push_back(entry->path().filename());
+  }
+  std::ranges::sort(names);
+  return names;
 }
 
 PartFile::~PartFile() {

@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Utilities/FileDescriptor.h"
 
@@ -31,6 +32,10 @@ class PartFile {
   /// each time where `identity` is empty.
   static std::string nameFor(std::string_view name, std::string_view identity);
 
+  /// Names of those in `folder` that nobody has written to since `date`, which a cut download or a
+  /// killed process has left. None of a folder that cannot be read.
+  static std::vector<std::string> leftSince(const std::string& folder, std::time_t date);
+
   /// `folder` is the descriptor of an open directory, lent.
   PartFile(int folder, std::string name) : folder_(folder), name_(std::move(name)) {}
   ~PartFile();
@@ -40,6 +45,7 @@ class PartFile {
   /// Makes it readable and writable for its owner alone. Never follows a link; EPERM for one that
   /// is another user's or no regular file.
   int open(Opening opening);
+  const std::string& name() const { return name_; }
   int descriptor() const { return file_.get(); }
   /// Bytes that are there.
   std::uint64_t size() const;

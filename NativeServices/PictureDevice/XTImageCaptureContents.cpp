@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
 #include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
 
 namespace tarvo {
 
@@ -134,8 +135,10 @@ void XTImageCaptureDevice::extendedEvent(const PropertyDictionary& event) {
     for (const auto& parameter : *list)
       parameters.push_back(parameter.is_number_integer() ? parameter.get<std::uint32_t>() : 0);
   }
-  handlePTPEvent(static_cast<std::uint16_t>(number("code")), number("session"),
-                 number("transaction"), parameters);
+  const auto code = static_cast<std::uint16_t>(number("code"));
+  // As the service has forgotten its own lists by now.
+  if (code == ptp::kObjectAdded || code == ptp::kObjectRemoved) icaDictionaryDirty_ = true;
+  handlePTPEvent(code, number("session"), number("transaction"), parameters);
 }
 
 }  // namespace tarvo

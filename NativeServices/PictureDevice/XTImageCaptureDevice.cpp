@@ -25,6 +25,13 @@ void traceDictionary(const PropertyDictionary& dictionary) {
   TraceLog::trace("* * * * Here is the end of the Dictionary Dump * * * *");
 }
 
+/// In bytes; of a film it takes more than 31 bits. 0 where there is none.
+std::int64_t sizeForKey(const PropertyDictionary& object, const char* key) {
+  const bool isNumber =
+      object.is_object() && object.contains(key) && object[key].is_number_integer();
+  return isNumber ? object[key].get<std::int64_t>() : 0;
+}
+
 }  // namespace
 
 Status XTImageCaptureDevice::initObject(ICAObject object) {
@@ -119,12 +126,12 @@ bool XTImageCaptureDevice::isSameDeviceAs(const XTPictureDevice& other) const {
 }
 
 std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {
-  return int32ForKey(object, "tsiz").value_or(0);
+  return sizeForKey(object, "tsiz");
 }
 
 std::int64_t XTImageCaptureDevice::objectSize(const ObjectReference& object) {
   if (!object.is_object()) raiseAssertion("_objectHandle is not a dictionary!");
-  return int32ForKey(object, "isiz").value_or(0);
+  return sizeForKey(object, "isiz");
 }
 
 std::optional<std::string> XTImageCaptureDevice::objectFilename(const ObjectReference& object) {

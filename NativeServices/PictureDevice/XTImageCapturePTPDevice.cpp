@@ -33,10 +33,12 @@ constexpr std::size_t kAddressBookInfoRoom = 28;
 
 /// Whole lines of eight bytes; what does not fill one is left out.
 void traceBytes(std::span<const std::byte> data) {
-  const auto byte = [&](std::size_t index) { return std::to_integer<unsigned>(data[index]); };
-  for (std::size_t i = 0; i + 8 <= data.size(); i += 8) {
-    TraceLog::trace("data: 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x 0x%x", byte(i), byte(i + 1),
-                    byte(i + 2), byte(i + 3), byte(i + 4), byte(i + 5), byte(i + 6), byte(i + 7));
+  constexpr std::size_t kPerLine = 8;
+  for (std::size_t i = 0; i < data.size(); i += kPerLine) {
+    std::string line = "data:";
+    for (const std::byte byte : data.subspan(i, std::min(kPerLine, data.size() - i)))
+      line += formatted(" 0x%x", std::to_integer<unsigned>(byte));
+    TraceLog::trace("%s", line.c_str());
   }
 }
 

@@ -1,5 +1,6 @@
 // The vendor data sets of a PTP device: contacts, groups, orders and albums, as bytes.
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -26,11 +27,15 @@ constexpr std::uint32_t kUnknownRoom = 0x10000;
 
 constexpr char kMallocFailure[] = "malloc failed in getDataSet.";
 
-/// A cleared buffer of one byte more than `room`, in which a data set that is too large shows.
-/// Memory of a claimed size that is never filled costs nothing. Raises the malloc exception.
-std::byte* roomForReceiving(std::uint32_t room) {
-  void* bytes = room <= PassThroughTransaction::kLargestRoom ? std::calloc(std::size_t{room} + 1, 1)
-                                                             : nullptr;
+/// Of a record: its header, and the byte behind its room.
+constexpr std::uint32_t kHeaderSize = PTPPassThroughRecord::kHeaderSize;
+constexpr std::uint32_t kRecordRest = kHeaderSize + 1;
+
+/// A cleared record of `room` bytes. Memory of a claimed size that is never filled costs nothing.
+/// Raises the malloc exception.
+std::byte* recordForReceiving(std::uint32_t room) {
+  void* bytes =
+      room <= PassThroughTransaction::kLargestRoom ? std::calloc(room + kRecordRest, 1) : nullptr;
   if (!bytes) {
     TraceLog::trace("getDataSet: No memory for %u bytes", room);
     throw Exception(std::string(exception_name::kMalloc), kMallocFailure);
@@ -50,10 +55,12 @@ void padDataSet(XTMutablePTPDataSet& dataSet) {
 std::optional<XTPTPDataSet> XTImageCapturePTPDevice::getDataSet(std::uint32_t handle,
                                                                 std::uint16_t format) {
   const std::uint32_t room = maxSizeForDatasetFormat(format);
-  std::byte* const bytes = roomForReceiving(room);
-  // Over the whole room: a short data set reads as zeros.
-  auto reader = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder, room, true);
-  ptp::MemorySink sink({bytes, std::size_t{room} + 1});
+  std::byte* const bytes = recordForReceiving(room);
+  // Over the whole record: a short data set reads as zeros.
+  auto reader =
+      XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder, room + kRecordRest, true);
+  // In the byte behind the room a data set that is too large shows.
+  ptp::MemorySink sink({bytes + kHeaderSize, std::size_t{room} + 1});
   PassThroughTransaction transaction({.method = "getDataSet",
                                       .headerFailure = "getDataSet XTO_GET_DATASET",
                                       .operation = ptp::XTO_GET_DATASET,
@@ -69,7 +76,10 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::getDataSet(std::uint32_t ha
     lastOutcome_ = status::kPTPIncompleteTransfer;
     return std::nullopt;
   }
-  lastReceived_ = static_cast<std::uint32_t>(sink.filled());
+  const PTPPassThroughRecord record = transaction.takeRecord();
+  std::memcpy(bytes, &record.pb(), kHeaderSize);
+  reader.setPosition(kHeaderSize);
+  lastReceived_ = kHeaderSize + static_cast<std::uint32_t>(sink.filled());
   return reader;
 }
 

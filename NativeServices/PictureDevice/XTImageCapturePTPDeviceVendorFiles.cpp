@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
+#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
@@ -55,8 +56,8 @@ std::optional<AddressBook> XTImageCapturePTPDevice::addressBookDictUncached() {
     if (received > 0) lastReading_.fail(lastOutcome_);
   }
   fillInABDict(book, received > 0 ? &info : nullptr, operationList_);
-  TraceLog::trace("AddressBookDict: version %u, at most %u addresses and %u groups",
-                  book.limits.version, book.limits.maxAddresses, book.limits.maxGroups);
+  if (TraceLog::isActive())
+    TraceLog::trace("AddressBookDict: %s", jsonFromAddressBook(book).dump().c_str());
   if (containsCode(operationList_, ptp::XTO_GET_DATASET)) {
     fillFromDataSets(book);
   } else {

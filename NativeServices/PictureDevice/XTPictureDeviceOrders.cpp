@@ -49,6 +49,7 @@ std::optional<AddressBook> XTPictureDevice::addressBookDict() {
 }
 
 std::optional<AddressBookError> XTPictureDevice::validateAddressBookDict(const AddressBook& book) {
+  TraceLog::traceMethod(className(), "validateAddressBookDict:", this);
   if (!fields_.badNicknameSet) fields_.badNicknameSet = makeBadNicknameSet();
   return tarvo::validateAddressBookDict(book, supportsAddressBooks(), fields_.badNicknameSet);
 }

@@ -145,13 +145,13 @@ const Breach kBreaches[] = {
      0x10000010, std::nullopt, nullptr},
     {"too many groups", [](Book& b) { b.addGroup("g", 0); }, 0x10000002, std::nullopt,
      "Too many groups for device: 3 exceeds limit of 2."},
-    {"too many members",
+    {"too many members of a group without a name",
      [](Book& b) {
-       b.group(0).name = "g";
+       b.group(0).name = "";
        b.group(0).members.assign(3, std::make_shared<Contact>());
        b.group(0).members[0]->action = DataSyncAction::kDelete;  // a member all the same
      },
-     0x10000003, "g", "Too many members in a group for device: 3 exceeds limit of 2."},
+     0x10000003, std::nullopt, "Too many members in a group for device: 3 exceeds limit of 2."},
     {"a group's name", [](Book& b) { b.group(1).name = "123456789"; }, 0x10000007, "123456789",
      "Group name too long: 9 exceeds limit of 8."},
 };

@@ -201,14 +201,19 @@ TEST_F(Fetching, GoesOnWhereACutTransferStopped) {
 
   device_.endsAfter.reset();
   device_.failing = {{"GetPartialObject", 0x2002}};  // as when it is unplugged
-  EXPECT_EQ(fetch().status, 0x2002);
+  const auto cut = fetch();
+  EXPECT_EQ(cut.status, 0x2002);
+  EXPECT_EQ(std::filesystem::file_size(cut.part), 1000U);
+  EXPECT_EQ(cut.kept, 1000U);
   device_.failing.clear();
+  device_.endsAfter = 2'000'000;  // of each piece
   takeCalls();
   const auto result = fetch();
   EXPECT_EQ(result.status, 0) << result.why;
   EXPECT_EQ(result.resumed, 1000U);
   EXPECT_THAT(takeCalls(), ElementsAre("GetObjectInfo 7", "GetPartialObject 7 1000 2097152",
-                                       "GetPartialObject 7 2098152 2096161"));
+                                       "GetPartialObject 7 2001000 2097152",
+                                       "GetPartialObject 7 4001000 193313"));
   EXPECT_TRUE(folder_.read("a.jpg") == content);
 }
 
@@ -219,18 +224,22 @@ TEST_F(Fetching, KeepsNoPartThatCannotBeGoneOnWith) {
     device_.endsAfter = 1000;
     const auto result =
         ObjectFetch(device_).toFile(kObject, {.folder = folder_.path(), .device = serial});
-    EXPECT_EQ(result.status, -36);
+    EXPECT_EQ(result.status, 0x2007);
     EXPECT_EQ(result.why, "the device sent 1000 of " + std::to_string(size) + " bytes");
   };
   cutAfter1000(kChunk, {0x101B}, "SN1");
   cutAfter1000(kChunk + 1, {}, "SN1");
   cutAfter1000(kChunk + 1, {0x101B}, "");
   EXPECT_THAT(files(), IsEmpty());
-  cutAfter1000(kChunk + 1, {0x101B}, "SN1");
-  EXPECT_EQ(files().size(), 1U);
-  device_.failing["GetPartialObject"] = 0x2005;
-  EXPECT_EQ(fetch().status, 0x2005);
-  EXPECT_THAT(files(), IsEmpty());
+  for (const Status status : {0x2005, 0x2007}) {
+    device_.failing.clear();
+    cutAfter1000(kChunk + 1, {0x101B}, "SN1");
+    EXPECT_EQ(files().size(), 1U);
+    device_.endsAfter = 0;  // an empty piece ends it
+    if (status == 0x2005) device_.failing["GetPartialObject"] = status;
+    EXPECT_EQ(fetch().status, status);
+    EXPECT_THAT(files(), IsEmpty());
+  }
 }
 
 TEST_F(Fetching, KeepsHostileNamesInsideTheFolder) {
@@ -275,6 +284,18 @@ TEST_F(Fetching, RefusesFoldersAndReportsWhatTheDeviceSays) {
   EXPECT_EQ(ObjectFetch(device_).toFile(kObject, {.folder = folder_.path("none")}).status, -36);
   device_.failing["GetObjectInfo"] = 0x2009;
   EXPECT_EQ(fetch().status, 0x2009);
+}
+
+TEST(PartFiles, ThatNobodyHasWrittenToAreNamed) {
+  const TemporaryFolder folder;
+  const auto now = std::filesystem::file_time_type::clock::now();
+  for (const char* name : {".a.jpg.0123456789abcdef.part", ".b.jpg.0123456789abcdef.part",
+                           "c.jpg.0123456789abcdef.part", ".d.0123456789abcdeX.part", ".part"})
+    std::filesystem::last_write_time(folder.write(name, "x"), now - std::chrono::hours(48));
+  folder.write(".b.jpg.0123456789abcdef.part", "written to");
+  EXPECT_THAT(PartFile::leftSince(folder.path(), std::time(nullptr) - 3600),
+              ElementsAre(".a.jpg.0123456789abcdef.part"));
+  EXPECT_THAT(PartFile::leftSince(folder.path("none"), 0), IsEmpty());
 }
 
 TEST(FileNames, AreNumberedWithinTheLengthThatANameMayHave) {

@@ -93,6 +93,8 @@ TEST_F(BookOnACamera, WithDataSetsIsReadAndItsGroupsAreWritten) {
   SimulatedPTPDevice sim(kDataSetCamera);
   auto book = *sim->addressBookDict();
   EXPECT_EQ(book.limits.maxAddresses, 8U);
+  EXPECT_TRUE(sim.trace.contains("AddressBookDict: {"));
+  EXPECT_TRUE(sim.trace.contains("data: 0x14 0x0 0x0 0x0")) << "the last four of 28 bytes";
   EXPECT_TRUE(book.supportsGroups);
   ASSERT_THAT(*book.contacts, SizeIs(2));
   ASSERT_THAT(*book.groups, SizeIs(2));
@@ -104,6 +106,7 @@ TEST_F(BookOnACamera, WithDataSetsIsReadAndItsGroupsAreWritten) {
   book.groups->push_back(std::make_shared<ContactGroup>(
       ContactGroup{.name = "New", .members = contacts, .action = DataSyncAction::kAdd}));
   EXPECT_EQ(sim->setAddressBookDict(book), 0);
+  EXPECT_TRUE(sim.trace.contains("validateAddressBookDict:"));
   EXPECT_THAT(sim->lastWriting().steps, SizeIs(3));
 
   const auto after = *sim->addressBookDictUncached();

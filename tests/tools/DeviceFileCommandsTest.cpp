@@ -91,6 +91,30 @@ TEST(WirelessConfig, IsShownWithoutSteeringTheTerminal) {
   EXPECT_THAT(without.run({"wireless-config", "show"}).err, HasSubstr("no settings"));
 }
 
+TEST(NoneOnTheDevice, IsNotTakenForCannotBeAsked) {
+  const struct {
+    const char* camera;
+    const char* fault;
+    std::vector<std::string> words;
+    int status;
+  } rows[] = {
+      {"orders-camera", "0x200F,0x1015", {"collection", "get"}, 0x200F},
+      {"orders-camera", "0x200F,0x1015", {"collection", "set", kGUID}, 0x200F},
+      {"orders-legacy", "0x200F,0x1009", {"collection", "get"}, 0x200F},
+      {"orders-camera", "0x2002,0x1008", {"wireless-config", "show"}, 0x2002},
+      {"orders-legacy", "0x2002,0x9999", {"wireless-config", "show"}, status::kFileNotFound},
+  };
+  for (const auto& row : rows) {
+    SharingBench bench(row.camera);
+    bench.sim.camera->setFault("respond", row.fault);
+    auto words = row.words;
+    words.insert(words.begin(), "--json");
+    const auto run = bench.run(words);
+    EXPECT_EQ(run.exitCode, tools::kFailed) << row.words[0] << row.fault;
+    EXPECT_EQ(run.json()["error"]["status"], row.status) << run.out;
+  }
+}
+
 TEST(Display, SendsTheBytesAsTheyAre) {
   SharingBench bench("orders-camera");
   const std::string request("\x01\0\xff page", 8);

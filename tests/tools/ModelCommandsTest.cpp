@@ -55,6 +55,8 @@ TEST(Models, WithoutTheListTheFileIsNamed) {
   const auto run = runTool({"models", "check", "F055:0302"}, platform);
   EXPECT_EQ(run.exitCode, tools::kFailed);
   EXPECT_THAT(run.err, HasSubstr("/none/Resources/ggcam.inf"));
+  for (const char* known : {"F055:040B", "04a9:0302"})
+    EXPECT_EQ(runTool({"models", "check", known}, platform).exitCode, 0) << known;
 }
 
 }  // namespace

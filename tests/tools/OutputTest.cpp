@@ -2,6 +2,8 @@
 // terminal.
 #include <gmock/gmock.h>
 
+#include <set>
+
 #include "Utilities/Status.h"
 #include "tests/tools/ToolBench.h"
 #include "tools/Listing.h"
@@ -40,6 +42,19 @@ TEST(Words, CodesHaveNamesAndUnknownOnesAreNumbers) {
   EXPECT_EQ(propertyCode("Nonsense"), 0);
   EXPECT_EQ(eventName(0x4002), "ObjectAdded");
   EXPECT_EQ(eventName(0xC001), "0xc001");
+  std::set<std::string> properties;
+  std::set<std::string> formats;
+  for (unsigned code = 0; code <= 0xFFFF; ++code) {
+    EXPECT_TRUE(properties.insert(propertyName(static_cast<std::uint16_t>(code))).second) << code;
+    EXPECT_TRUE(formats.insert(formatInWords(static_cast<std::uint16_t>(code))).second) << code;
+  }
+}
+
+TEST(Words, OneThingIsOne) {
+  EXPECT_EQ(counted(0, "files fetched"), "0 files fetched");
+  EXPECT_EQ(counted(1, "files fetched"), "1 file fetched");
+  EXPECT_EQ(counted(1, "records"), "1 record");
+  EXPECT_EQ(counted(2, "records"), "2 records");
 }
 
 TEST(Words, TextFromADeviceCannotSteerATerminal) {
@@ -61,6 +76,10 @@ TEST(Words, AFailureNamesOperationObjectStatusAndWhatToDo) {
   EXPECT_EQ(json["statusHex"], "0xffffd950");
   EXPECT_EQ(json["object"], "A.JPG");
   EXPECT_THAT(statusWithHex(0x2019), HasSubstr("(0x2019)"));
+  // A failure without a status of its own has one all the same; bad usage needs none.
+  EXPECT_THAT(asJSON(ToolError({.why = "it is no JSON"}).failure())["message"].get<std::string>(),
+              HasSubstr("bad parameter (-50, 0xffffffce): it is no JSON"));
+  EXPECT_FALSE(asJSON(ToolError({.why = "?"}, kBadUsage).failure()).contains("status"));
 }
 
 TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {

@@ -93,14 +93,19 @@ std::optional<AddressBookError> errorOfContact(const Contact& contact,
 }
 
 /// All members count, those that are to be deleted as well, which is intended.
+/// The value to blame; a group without a name has none.
+AddressBookError groupError(Status code, const ContactGroup& group) {
+  return {code, group.name.empty() ? std::nullopt : std::optional(group.name)};
+}
+
 std::optional<AddressBookError> errorOfGroup(const ContactGroup& group,
                                              const XT_AddressBookInfo& limits) {
   if (exceeds(group.members.size(), limits.maxAddressesPerGroup,
               "Too many members in a group for device")) {
-    return AddressBookError{status::kAddressBookTooManyMembers, group.name};
+    return groupError(status::kAddressBookTooManyMembers, group);
   }
   if (exceeds(utf16Length(group.name), limits.maxGroupNameLengthInBytes, "Group name too long")) {
-    return AddressBookError{status::kAddressBookGroupNameTooLong, group.name};
+    return groupError(status::kAddressBookGroupNameTooLong, group);
   }
   return std::nullopt;
 }

@@ -48,8 +48,9 @@ ByteVector encodeObjectInfo(const PropertyDictionary& json) {
 }
 
 PropertyDictionary decodeExtendedObjectInfo(Bytes bytes) {
-  return jsonFromObjectInfo(scanned(
-      bytes, [](auto& dataSet) { return XTExtendedObjectInfo::initWithDataSet(dataSet, true); }));
+  // Not by scanned(): the last fingerprint may be cut off, and is zeros then.
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  return jsonFromObjectInfo(XTExtendedObjectInfo::initWithDataSet(dataSet, true));
 }
 
 ByteVector encodeExtendedObjectInfo(const PropertyDictionary& json) {

@@ -5,7 +5,7 @@
 //   std::vector<std::byte> again = type->encode(json);
 //
 // Keys are the names of the fields. Numbers are numbers, lists arrays, 16-byte values 32
-// hexadecimal digits; a value that is absent is an absent key.
+// hexadecimal digits, of a fingerprint of zeros none; a value that is absent is an absent key.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +20,8 @@
 namespace tarvo {
 
 /// One kind of data set. Decoding ignores bytes behind a complete record; it raises what the codec
-/// raises: NSRangeException for bytes that end early, the assertion exception for a property's
+/// raises: NSRangeException for bytes that end early, but for the last fingerprint of an object
+/// information, which is zeros where it is cut off; the assertion exception for a property's
 /// datatype or form that is none. Encoding gives a field without a key zero or empty, but for the
 /// values of a property; it raises NSInvalidArgumentException, with a reason for a user that names
 /// the key, for what cannot be written: an unknown or missing key, another type, a number out of

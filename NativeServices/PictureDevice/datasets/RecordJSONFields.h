@@ -44,7 +44,7 @@ class FieldsToJSON {
     json_[name] = field;
   }
   void operator()(const char* name, const XTUInt128& field) const {
-    json_[name] = jsonFromBytes(field);
+    json_[name] = XTUInt128AsHexString(field);
   }
   void operator()(const char* name, const std::optional<std::string>& field) const {
     if (field) json_[name] = *field;
@@ -135,8 +135,9 @@ class FieldsFromJSON {
     if (handles.size() != 1) refuseValue(name, "must hold one handle");
     field.value = handles.front();
   }
+  /// Zeros are the empty text.
   static void read(const PropertyDictionary& value, const char* name, XTUInt128& field) {
-    field = bytesFromJSON(value, name);
+    field = value == "" ? XTUInt128{} : bytesFromJSON(value, name);
   }
   static void read(const PropertyDictionary& value, const char* name,
                    PTPPropertyDescription::Form& field) {
