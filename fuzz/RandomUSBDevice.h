@@ -34,16 +34,27 @@ class RandomUSBDevice : public ptp::USBDevice {
   }
 
   std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds) override {
+    if (!cancelled_.empty()) {
+      const ptp::TransferCompletion cancelled = cancelled_.front();
+      cancelled_.pop_front();
+      return cancelled;
+    }
     if (pending_.empty() || bytes_.empty()) return std::nullopt;
-    const Pending transfer = pending_.front();
-    pending_.pop_front();
+    const Pending transfer = takePending();
     const ptp::TransferResult result = nextResult();
     if (transfer.endpoint == endpoints_.bulkOut)
       return ptp::TransferCompletion{transfer.tag, result, transfer.buffer.size()};
     return ptp::TransferCompletion{transfer.tag, result, fill(transfer.buffer)};
   }
 
-  void cancelAll() override { pending_.clear(); }
+  /// Some of them in part.
+  void cancelAll() override {
+    for (const Pending& each : pending_) {
+      const bool in = each.endpoint == endpoints_.bulkIn && !bytes_.empty();
+      cancelled_.push_back({each.tag, ptp::TransferResult::kCancelled, in ? fill(each.buffer) : 0});
+    }
+    pending_.clear();
+  }
   ptp::TransferResult clearHalt(std::uint8_t) override { return nextResult(); }
   ptp::TransferResult resetPort() override { return nextResult(); }
   void watchInterrupts(ptp::InterruptHandler) override {}
@@ -54,6 +65,17 @@ class RandomUSBDevice : public ptp::USBDevice {
     std::span<std::byte> buffer;
     std::uint64_t tag;
   };
+
+  /// The oldest one of either endpoint.
+  Pending takePending() {
+    auto taken = std::find_if(pending_.begin(), pending_.end(), [this](const Pending& each) {
+      return each.endpoint != pending_.front().endpoint;
+    });
+    if (taken == pending_.end() || next() % 2 == 0) taken = pending_.begin();
+    const Pending transfer = *taken;
+    pending_.erase(taken);
+    return transfer;
+  }
 
   std::uint8_t next() {
     if (bytes_.empty()) return 0;
@@ -117,6 +139,7 @@ class RandomUSBDevice : public ptp::USBDevice {
   ptp::StillImageEndpoints endpoints_;
   std::span<const std::uint8_t> bytes_;
   std::deque<Pending> pending_;
+  std::deque<ptp::TransferCompletion> cancelled_;
   std::array<std::byte, 6> codeAndID_{};
 };
 

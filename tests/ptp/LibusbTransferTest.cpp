@@ -46,11 +46,7 @@ class Meter : public USBDevice {
     if (ended && sizes_.extract(ended->tag).mapped() == kPiece) --reading_.inFlight;
     return ended;
   }
-  void cancelAll() override {
-    sizes_.clear();
-    reading_.inFlight = 0;
-    device_->cancelAll();
-  }
+  void cancelAll() override { device_->cancelAll(); }
   TransferResult clearHalt(std::uint8_t endpoint) override { return device_->clearHalt(endpoint); }
   void watchInterrupts(InterruptHandler handler) override {
     device_->watchInterrupts(std::move(handler));

@@ -6,7 +6,7 @@
 namespace tarvo::ptp {
 namespace {
 
-constexpr std::size_t kScratch = TransactionRunner::kScratchSize;
+constexpr std::size_t kFirst = 16384;  // Of the first read, before the device has shown its speed.
 
 using test::Bytes;
 using test::USBScript;
@@ -50,10 +50,9 @@ TEST(Transaction, CarriesParametersBothWays) {
 
 TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets) {
   enum Form { kTogether, kHeaderApart, kUnterminated, kUnknownSize };
-  const std::size_t sizes[] = {
-      0,     1,     499,           500,           501,           512,
-      1012,  1024,  kScratch - 13, kScratch - 12, kScratch - 11, kScratch,
-      32768, 32756, 100000,        1U << 20,      5U << 20,      (5U << 20) + 7};
+  const std::size_t sizes[] = {0,     1,     499,         500,         501,         512,
+                               1012,  1024,  kFirst - 13, kFirst - 12, kFirst - 11, kFirst,
+                               32768, 32756, 100000,      1U << 20,    5U << 20,    (5U << 20) + 7};
   for (std::uint16_t packet : {64, 512, 1024}) {
     for (std::size_t size : sizes) {
       for (Form form : {kTogether, kHeaderApart, kUnterminated, kUnknownSize}) {
@@ -62,7 +61,6 @@ TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets)
         const Bytes payload = wire::payload(size);
         const Bytes whole = form == kUnknownSize ? wire::data(kOp, 0, payload, 0xFFFFFFFF - 12)
                                                  : wire::data(kOp, 0, payload);
-        if (form == kUnknownSize && size == 0) continue;  // Looks like a header by itself.
         USBScript script(packet);
         script.out(wire::command(kOp, 0));
         if (form == kHeaderApart) {
@@ -125,21 +123,6 @@ TEST(Transaction, PassesOverEmptyPacketsButNotForEver) {
   EXPECT_EQ(endless.report(), "");
 }
 
-/// The transfers in which a data container goes out: a small one at once, more as a packet and
-/// pieces of `piece` bytes behind it, and an empty packet where the last one is full.
-void expectDataOut(USBScript& script, const Bytes& container, std::size_t packet,
-                   std::size_t piece) {
-  std::size_t at = 0;
-  const std::size_t first = container.size() <= kScratch ? kScratch : packet;
-  for (std::size_t most = first; at < container.size(); most = piece) {
-    const std::size_t length = std::min(most, container.size() - at);
-    const auto begin = container.begin() + static_cast<std::ptrdiff_t>(at);
-    script.out(Bytes(begin, begin + static_cast<std::ptrdiff_t>(length)));
-    at += length;
-  }
-  if (container.size() % packet == 0) script.out({});
-}
-
 TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
   constexpr std::size_t kPiece = 1U << 20;
   const std::pair<std::size_t, std::size_t> rows[] = {
@@ -147,9 +130,9 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
       {1, 1},
       {500, 500},
       {501, 501},
-      {kScratch - 12, 9000},
-      {kScratch - 11, 1},
-      {2 * kScratch, 100},  // Less than a packet at a time.
+      {kFirst - 12, 9000},
+      {kFirst - 11, 1},
+      {2 * kFirst, 100},  // Less than a packet at a time.
       {kPiece + 500, kPiece},
       {kPiece * 6 + 500, kPiece},
       {kPiece * 6 + 5, kPiece},
@@ -159,7 +142,7 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
     USBScript script;
     const Bytes payload = wire::payload(size);
     script.out(wire::command(0x100D, 0));
-    expectDataOut(script, wire::data(0x100D, 0, payload), 512, most == 100 ? kScratch : kPiece);
+    script.outInPieces(wire::data(0x100D, 0, payload));
     script.in(wire::response(0x2001, 0));
     PiecewiseSource source(payload, most);
     Transaction transaction{.operation = 0x100D, .send = &source};
@@ -169,6 +152,58 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
     EXPECT_TRUE(script.mostInFlight() == kTransfersInFlight || size <= 3 * kPiece);
     EXPECT_LE(script.mostInFlight(), std::size_t{DataSource::kMaximumInFlight});
   }
+}
+
+/// One transaction of each direction on a connection in step, where the answer is asked for before
+/// the command has gone. `prepare` says what is wrong with the device.
+void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::size_t size) {
+  const Bytes payload = wire::payload(size);
+  USBScript script;
+  script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+  auto connection = connectTo(script);
+  ASSERT_EQ(connection->openSession(), 0);
+  prepare(script);
+  script.in(wire::data(kOp, 1, payload)).in(wire::response(0x2001, 1));
+  PiecewiseSink sink(size, SIZE_MAX);
+  Transaction receiving{.operation = kOp, .receive = &sink};
+  std::string why;
+  EXPECT_EQ(connection->transact(receiving, &why), 0) << why;
+  EXPECT_TRUE(sink.inOrder() && sink.memory() == payload);
+
+  script.out(wire::command(0x100D, 2)).outInPieces(wire::data(0x100D, 2, payload));
+  script.in(wire::response(0x2001, 2));
+  script.out(wire::command(0x1003, 3)).in(wire::response(0x2001, 3));
+  PiecewiseSource source(payload, SIZE_MAX);
+  Transaction sending{.operation = 0x100D, .send = &source};
+  EXPECT_EQ(connection->transact(sending, &why), 0) << why;
+  connection.reset();
+  EXPECT_EQ(script.report(), "");
+}
+
+TEST(Transaction, DoesNotCareWhichEndpointIsHandedBackFirstOrWasHaltedBefore) {
+  const auto readsFirst = [](USBScript& script) {
+    script.handsReadsBackFirst().out(wire::command(kOp, 1));
+  };
+  const auto halted = [](USBScript& script) {
+    script.inEnds(TransferResult::kStalled).out(wire::command(kOp, 1));
+    script.deviceStatus(0x2001).clearHalt(0x81);
+  };
+  expectBothDirections(readsFirst, 3000000);
+  expectBothDirections(halted, 100);
+}
+
+TEST(Transaction, GoesOnForAsLongAsASlowDeviceMovesAnything) {
+  // The time-outs are a fortieth of the usual ones.
+  for (const std::size_t bytesPerSecond : {40 * 3000, 40 * 230000})
+    expectBothDirections(
+        [&](USBScript& script) { script.out(wire::command(kOp, 1)).isSlow(bytesPerSecond); },
+        5000000);
+}
+
+TEST(Transaction, MakesDoWithTheMemoryThatTheSystemHas) {
+  for (const std::size_t bytes : {1000, 40000, 3000000})
+    expectBothDirections(
+        [&](USBScript& script) { script.out(wire::command(kOp, 1)).hasMemoryFor(bytes); }, 5000000);
 }
 
 TEST(Transaction, EndsACommandOfFullPacketsWithAnEmptyOne) {

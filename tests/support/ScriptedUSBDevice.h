@@ -7,9 +7,10 @@
 //   ...
 //   EXPECT_EQ(script.report(), "");
 //
-// Time does not pass: a wait for something that the script does not bring ends at once. The two
-// directions are independent, as on the wire: the host may write before it has read everything, but
-// the device says nothing before it has heard what stands before it in the script.
+// Time does not pass: a wait for something that the script does not bring ends at once; a slow
+// device moves in it what it would have moved. The two directions are independent, as on the wire:
+// the host may write before it has read everything, but the device says nothing before it has heard
+// what stands before it in the script.
 #pragma once
 
 #include <algorithm>
@@ -95,7 +96,8 @@ class USBScript {
     ptp::ControlSetup setup{};
     std::uint8_t endpoint = 0;
     bool emptyPacket = false;  ///< IN: a zero-length packet follows the bytes
-    std::size_t sent = 0;      ///< IN: bytes that have gone
+    bool inPieces = false;     ///< OUT: in as many transfers as the host likes
+    std::size_t sent = 0;      ///< bytes that have gone
   };
 
   explicit USBScript(std::uint16_t packetSize = 512) {
@@ -110,6 +112,10 @@ class USBScript {
   /// The host writes exactly these bytes in one transfer, which ends with `result`.
   USBScript& out(Bytes bytes, ptp::TransferResult result = ptp::TransferResult::kCompleted) {
     return add({.kind = Kind::kOut, .bytes = std::move(bytes), .result = result});
+  }
+  /// The host writes these bytes in transfers of any size, and an empty packet behind a full one.
+  USBScript& outInPieces(Bytes bytes) {
+    return add({.kind = Kind::kOut, .bytes = std::move(bytes), .inPieces = true});
   }
   /// The device sends these bytes, then a zero-length packet where they end with a full one.
   USBScript& in(Bytes bytes) {
@@ -162,6 +168,22 @@ class USBScript {
   USBScript& deviceReset() { return control(0x21, 0x66, {}); }
   /// The usual way back into step.
   USBScript& recovery(std::uint32_t id) { return cancelRequest(id).deviceStatus(0x2001); }
+
+  /// Where both endpoints have finished something, the host is told of the reads first.
+  USBScript& handsReadsBackFirst() {
+    readsFirst_ = true;
+    return *this;
+  }
+  /// What the device moves in a second of waiting.
+  USBScript& isSlow(std::size_t bytesPerSecond) {
+    bytesPerSecond_ = bytesPerSecond;
+    return *this;
+  }
+  /// The system takes no more than so many bytes of transfers at a time.
+  USBScript& hasMemoryFor(std::size_t bytes) {
+    memory_ = bytes;
+    return *this;
+  }
 
   /// What went wrong: traffic that was not expected, and steps that were not reached. Empty when
   /// all is well.
@@ -243,6 +265,9 @@ class USBScript {
   std::deque<Step> steps_;
   std::string mismatches_;
   std::size_t mostInFlight_ = 0;
+  bool readsFirst_ = false;
+  std::size_t bytesPerSecond_ = 0;  ///< 0: at once
+  std::size_t memory_ = SIZE_MAX;
   ptp::InterruptHandler interrupts_;
 };
 
@@ -280,23 +305,38 @@ class ScriptedUSBDevice : public ptp::USBDevice {
                                    : std::size_t{1};
     if (endpoint == script_.endpoints_.bulkIn && (buffer.empty() || buffer.size() % packet != 0))
       script_.mismatch("IN of no whole packets, " + std::to_string(buffer.size()) + " bytes");
-    auto& queue = endpoint == script_.endpoints_.bulkIn ? in_ : out_;
+    const bool read = endpoint == script_.endpoints_.bulkIn;
+    if (buffer.size() > script_.memory_ - inFlight() || isHeldBack(read)) {
+      done_.push_back({{tag, ptp::TransferResult::kNoMemory, 0}, read});
+      return;
+    }
+    auto& queue = read ? in_ : out_;
     queue.push_back({buffer, tag, 0});
     script_.mostInFlight_ = std::max(script_.mostInFlight_, in_.size() + out_.size());
   }
 
-  std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds) override {
-    if (done_.empty()) play();
-    if (done_.empty()) return std::nullopt;
-    const ptp::TransferCompletion completion = done_.front();
-    done_.pop_front();
+  std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds timeout) override {
+    if (done_.empty()) {
+      movable_ = script_.bytesPerSecond_ == 0
+                     ? SIZE_MAX
+                     : movable_ + script_.bytesPerSecond_ * timeout.count() / 1000;
+      play();
+      // What the device has heard just now it may have answered just now.
+      if (script_.readsFirst_) play();
+    }
+    auto next = done_.begin();
+    if (script_.readsFirst_) next = std::find_if(next, done_.end(), [](auto& e) { return e.read; });
+    if (next == done_.end()) next = done_.begin();
+    if (next == done_.end()) return std::nullopt;
+    const ptp::TransferCompletion completion = next->completion;
+    done_.erase(next);
     return completion;
   }
 
   void cancelAll() override {
-    in_.clear();
-    out_.clear();
-    done_.clear();
+    for (auto* queue : {&in_, &out_})
+      while (!queue->empty())
+        finish(*queue, ptp::TransferResult::kCancelled);
   }
 
   ptp::TransferResult clearHalt(std::uint8_t endpoint) override {
@@ -334,6 +374,23 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     std::uint64_t tag;
     std::size_t moved;
   };
+  struct Done {
+    ptp::TransferCompletion completion;
+    bool read;
+  };
+
+  bool isHeldBack(bool read) const {
+    return std::any_of(done_.begin(), done_.end(), [read](const Done& each) {
+      return each.read == read && each.completion.result == ptp::TransferResult::kNoMemory;
+    });
+  }
+  std::size_t inFlight() const {
+    std::size_t bytes = 0;
+    for (const auto* queue : {&in_, &out_})
+      for (const Transfer& transfer : *queue)
+        bytes += transfer.buffer.size();
+    return bytes;
+  }
 
   bool vanished() {
     auto& steps = script_.steps_;
@@ -356,7 +413,7 @@ class ScriptedUSBDevice : public ptp::USBDevice {
   }
 
   void finish(std::deque<Transfer>& queue, ptp::TransferResult result) {
-    done_.push_back({queue.front().tag, result, queue.front().moved});
+    done_.push_back({{queue.front().tag, result, queue.front().moved}, &queue == &in_});
     queue.pop_front();
   }
 
@@ -367,6 +424,8 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     while (!steps.empty() && steps.front().kind == USBScript::Kind::kIn) {
       auto& step = steps.front();
       const std::size_t length = std::min(packet, step.bytes.size() - step.sent);
+      if (length > movable_) return false;
+      movable_ -= length;
       std::copy_n(step.bytes.begin() + static_cast<std::ptrdiff_t>(step.sent), length,
                   transfer.buffer.begin() + static_cast<std::ptrdiff_t>(transfer.moved));
       step.sent += length;
@@ -387,6 +446,7 @@ class ScriptedUSBDevice : public ptp::USBDevice {
   bool take(Transfer& transfer) {
     const auto step = script_.nextOfHost();
     if (step != script_.steps_.end() && step->kind == USBScript::Kind::kSilence) return false;
+    if (step != script_.steps_.end() && step->inPieces) return takePiece(transfer, *step);
     const Bytes sent(transfer.buffer.begin(), transfer.buffer.end());
     if (step == script_.steps_.end() || step->kind != USBScript::Kind::kOut ||
         step->bytes != sent) {
@@ -401,10 +461,36 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     return true;
   }
 
+  /// The same for one of many transfers: all of them but the last are whole packets.
+  bool takePiece(Transfer& transfer, USBScript::Step& step) {
+    const std::size_t packet = script_.endpoints_.bulkOutPacketSize;
+    const std::size_t left = step.bytes.size() - step.sent;
+    std::size_t length = transfer.buffer.size() - transfer.moved;
+    const bool last = length % packet != 0 || length == 0;
+    if (length > left || (last && length < left)) {
+      script_.mismatch("OUT of " + std::to_string(length) + " bytes");
+      finish(out_, ptp::TransferResult::kError);
+      return true;
+    }
+    if (length > movable_) length = movable_ / packet * packet;
+    const auto piece = transfer.buffer.subspan(transfer.moved, length);
+    if (!std::equal(piece.begin(), piece.end(),
+                    step.bytes.begin() + static_cast<std::ptrdiff_t>(step.sent)))
+      script_.mismatch("other bytes than these at " + std::to_string(step.sent));
+    movable_ -= length;
+    step.sent += length;
+    transfer.moved += length;
+    if (transfer.moved < transfer.buffer.size()) return false;
+    if (last) script_.steps_.erase(script_.nextOfHost());
+    finish(out_, ptp::TransferResult::kCompleted);
+    return true;
+  }
+
   USBScript& script_;
   std::deque<Transfer> in_;
   std::deque<Transfer> out_;
-  std::deque<ptp::TransferCompletion> done_;
+  std::deque<Done> done_;
+  std::size_t movable_ = 0;  ///< bytes, in the time that has passed
   bool gone_ = false;
 };
 

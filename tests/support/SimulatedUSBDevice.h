@@ -95,8 +95,9 @@ class SimulatedUSBDevice : public ptp::USBDevice {
   }
 
   void cancelAll() override {
+    for (const Waiting& transfer : waiting_)
+      ended_.push_back({transfer.tag, ptp::TransferResult::kCancelled, transfer.filled});
     waiting_.clear();
-    ended_.clear();
   }
 
   ptp::TransferResult clearHalt(std::uint8_t endpoint) override {

@@ -225,7 +225,7 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
   Outcome outcome = stall;
   for (int i = 0; i < kAttempts && outcome.ending == Ending::kStalled; ++i) {
     recovery_.clearHalts(outcome.endpoint);
-    outcome = runner_.readResponse(transaction, transactionID, timeouts_.recovery);
+    outcome = runner_.readBehindStall(transaction, transactionID, outcome.endpoint);
   }
   pipe_.cancelAll();
   // The stall is what went wrong; that no response followed is not the device falling silent.

@@ -9,7 +9,19 @@ namespace {
 
 /// How long a wait that can be interrupted goes on without a look. A signal ends no wait that
 /// begins just behind it, so the flag is looked at again and again while a transaction runs.
-constexpr std::chrono::milliseconds kLookInterval{50};
+constexpr std::chrono::milliseconds kInterruptionInterval{50};
+
+/// Parts of the budget after which it is looked whether anything has moved. A device that stops in
+/// the middle is found out as many times as late as a part is long.
+constexpr int kLooks = 8;
+
+/// A transfer of less than this share of the budget may be four times as large.
+constexpr int kFastShare = 32;
+constexpr std::size_t kFirstPiece = std::size_t{1} << 14;
+constexpr std::size_t kSmallestPiece = std::size_t{1} << 11;  ///< whole packets of every size
+constexpr std::size_t kLargestPiece = std::size_t{1} << 20;
+/// 2048 packets of a full-speed device are 128 KiB, which take about 0.1 s.
+constexpr std::size_t kMostPackets = 2048;
 
 Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
   const bool in = (endpoint & 0x80) != 0;
@@ -26,6 +38,9 @@ Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
       return {Ending::kGone, "the device is gone"};
     case TransferResult::kOverflow:
       return broken("the device sent more than a packet holds");
+    case TransferResult::kNoMemory:
+      return {Ending::kFailed,
+              "the system has no memory for USB transfers left (see usbfs_memory_mb)"};
     // Nobody waits for what was cancelled, so it is as odd as any other failure.
     case TransferResult::kCancelled:
     case TransferResult::kError:
@@ -36,39 +51,41 @@ Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
 
 }  // namespace
 
-std::size_t BulkPipe::pieceSize(std::size_t packetSize) {
-  // 2048 packets of a full-speed device are 128 KiB, which take about 0.1 s.
-  constexpr std::size_t kPackets = 2048;
-  constexpr std::size_t kLargest = std::size_t{1} << 20;
-  return std::min(packetSize * kPackets, kLargest);
-}
+BulkPipe::BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted)
+    : device_(device),
+      interrupted_(interrupted),
+      in_{.endpoint = device.endpoints().bulkIn,
+          .packet = device.endpoints().bulkInPacketSize,
+          .counter = statistics_.bytesReceived,
+          .piece = kFirstPiece},
+      out_{.endpoint = device.endpoints().bulkOut,
+           .packet = device.endpoints().bulkOutPacketSize,
+           .counter = statistics_.bytesSent,
+           .piece = kFirstPiece} {}
 
 void BulkPipe::submitIn(std::span<std::byte> buffer) {
-  // Tags count on over both directions, so that a completion shows whose turn it was.
-  device_.submit(device_.endpoints().bulkIn, buffer, newest_++);
+  submit(in_, buffer);
 }
 
 void BulkPipe::submitOut(std::span<const std::byte> bytes) {
   // The seam has one kind of buffer; an OUT transfer only reads it.
-  const std::span<std::byte> buffer(const_cast<std::byte*>(bytes.data()), bytes.size());
-  device_.submit(device_.endpoints().bulkOut, buffer, newest_++);
+  submit(out_, {const_cast<std::byte*>(bytes.data()), bytes.size()});
+}
+
+void BulkPipe::submit(Direction& direction, std::span<std::byte> buffer) {
+  direction.transfers.push_back({.buffer = buffer});
+  startHeld(direction);
 }
 
 Outcome BulkPipe::nextIn(std::size_t& length, Milliseconds limit) {
-  TransferCompletion completion;
-  Outcome outcome = next(completion, limit, device_.endpoints().bulkIn);
-  length = completion.length;
-  statistics_.bytesReceived += length;
-  return outcome;
+  return next(in_, length, limit);
 }
 
 Outcome BulkPipe::nextOut(std::size_t size, Milliseconds limit) {
-  TransferCompletion completion;
-  Outcome outcome = next(completion, limit, device_.endpoints().bulkOut);
-  statistics_.bytesSent += completion.length;
-  if (outcome.done() && completion.length != size)
-    return {Ending::kFailed,
-            formatted("the device took %zu of %zu bytes", completion.length, size)};
+  std::size_t length = 0;
+  Outcome outcome = next(out_, length, limit);
+  if (outcome.done() && length != size)
+    return {Ending::kFailed, formatted("the device took %zu of %zu bytes", length, size)};
   return outcome;
 }
 
@@ -84,12 +101,18 @@ Outcome BulkPipe::write(std::span<const std::byte> bytes, Milliseconds limit) {
 
 void BulkPipe::cancelAll() {
   device_.cancelAll();
-  oldest_ = newest_;
+  // As many as there are at most; how they have ended does not matter any more.
+  for (std::size_t i = in_.transfers.size() + out_.transfers.size(); i > 0; --i)
+    if (!device_.wait(Milliseconds{0})) break;
+  in_.transfers.clear();
+  out_.transfers.clear();
+  starved_ = false;
 }
 
 void BulkPipe::startBudget(Milliseconds budget) {
   budget_ = budget;
   progressed();
+  in_.mostOfMemory = out_.mostOfMemory = SIZE_MAX;
 }
 
 BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
@@ -98,41 +121,156 @@ BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
   return std::clamp(left, Milliseconds{0}, limit);
 }
 
-std::optional<TransferCompletion> BulkPipe::waitWithinBudget(Milliseconds limit) {
-  if (!budget_) return device_.wait(limit);
-  // Rounded down, so that the waits together never exceed the budget. What has ended already is
-  // still taken with no patience left.
-  const auto left = std::chrono::floor<Milliseconds>(std::max(budgetLeft_, Clock::duration{0}));
-  const auto begin = Clock::now();
-  const auto ended = waitInterruptibly(std::min(limit, left));
-  budgetLeft_ -= Clock::now() - begin;
-  return ended;
-}
-
 std::optional<TransferCompletion> BulkPipe::waitInterruptibly(Milliseconds limit) {
-  if (interrupted_ == nullptr) return device_.wait(limit);
+  if (interrupted_ == nullptr || !budget_) return device_.wait(limit);
   const auto deadline = Clock::now() + limit;
   std::optional<TransferCompletion> ended;
   while (!ended && !isInterrupted()) {
     const auto left = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
-    ended = device_.wait(std::clamp(left, Milliseconds{0}, kLookInterval));
+    ended = device_.wait(std::clamp(left, Milliseconds{0}, kInterruptionInterval));
     if (left <= Milliseconds{0}) break;
   }
   return ended;
 }
 
-Outcome BulkPipe::next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint) {
-  const auto ended = waitWithinBudget(patience(limit));
-  if (!ended && budget_ && isInterrupted()) return {Ending::kCancelled, "interrupted"};
-  if (!ended) return outcomeOf(TransferResult::kTimedOut, endpoint);
-  // Of a device that is gone, the transfers of its endpoints end in any order.
-  if (ended->result == TransferResult::kNoDevice) return outcomeOf(ended->result, endpoint);
-  // The kernel ends the transfers of an endpoint in order. A completion of another one would put
-  // its bytes in the wrong place.
-  if (ended->tag != oldest_) return {Ending::kFailed, "a transfer ended out of turn"};
-  ++oldest_;
-  completion = *ended;
-  return outcomeOf(completion.result, endpoint);
+Outcome BulkPipe::next(Direction& direction, std::size_t& length, Milliseconds limit) {
+  length = 0;
+  Outcome outcome = awaitOldest(direction, limit);
+  if (!outcome.done()) return outcome;
+  const Transfer oldest = direction.transfers.front();
+  direction.transfers.pop_front();
+  length = oldest.moved;
+  return outcomeOf(oldest.result, direction.endpoint);
+}
+
+Outcome BulkPipe::awaitOldest(Direction& direction, Milliseconds limit) {
+  const Transfer& oldest = direction.transfers.front();
+  Clock::duration left = patience(limit);
+  while (oldest.state != Transfer::State::kEnded) {
+    // A packet moves as a whole or not at all, so there is nothing to look for in a single one.
+    const bool looks = budget_ && oldest.part > direction.packet;
+    // Rounded down, so that the waits together never exceed the budget. What has ended already is
+    // still taken with no patience left.
+    const auto all = std::chrono::floor<Milliseconds>(
+        std::max(budget_ ? std::min(left, budgetLeft_) : left, Clock::duration{0}));
+    const auto wait = looks ? std::min(all, *budget_ / kLooks + Milliseconds{1}) : all;
+    const auto begin = Clock::now();
+    const auto ended = waitInterruptibly(wait);
+    const Clock::duration spent = ended ? Clock::now() - begin : wait;
+    left -= spent;
+    budgetLeft_ -= spent;
+    if (ended) {
+      if (!take(*ended)) return {Ending::kFailed, "a transfer ended that was not in flight"};
+    } else if (budget_ && isInterrupted()) {
+      return {Ending::kCancelled, "interrupted"};
+    } else if (looks && lookForProgress()) {
+      adaptPiece(direction, false);
+      progressed();
+      // It may have moved right after the look before.
+      budgetLeft_ -= spent;
+      left = patience(limit);
+    } else if (wait == all) {
+      return outcomeOf(TransferResult::kTimedOut, direction.endpoint);
+    }
+  }
+  return {};
+}
+
+bool BulkPipe::lookForProgress() {
+  const auto before = statistics_.bytesReceived + statistics_.bytesSent;
+  looking_ = true;
+  device_.cancelAll();
+  while (const auto ended = device_.wait(Milliseconds{0}))
+    if (!take(*ended)) break;
+  looking_ = false;
+  startHeld(in_);
+  startHeld(out_);
+  return statistics_.bytesReceived + statistics_.bytesSent > before;
+}
+
+bool BulkPipe::take(const TransferCompletion& completion) {
+  for (Direction* direction : {&in_, &out_})
+    for (Transfer& transfer : direction->transfers)
+      if (transfer.state == Transfer::State::kInFlight && transfer.tag == completion.tag) {
+        settle(*direction, transfer, completion);
+        return true;
+      }
+  return false;
+}
+
+void BulkPipe::settle(Direction& direction, Transfer& transfer,
+                      const TransferCompletion& completion) {
+  if (completion.result == TransferResult::kNoMemory) return hold(direction, transfer);
+  const std::size_t length = std::min(completion.length, transfer.part);
+  transfer.moved += length;
+  direction.counter += length;
+  starved_ = false;
+  const bool cancelled = looking_ && completion.result == TransferResult::kCancelled;
+  const bool fully = completion.result == TransferResult::kCompleted && length == transfer.part;
+  if (fully && transfer.part >= direction.piece) adaptPiece(direction, true);
+  // A part may have ended by its own just when it was cancelled: with its last byte, or by a short
+  // packet.
+  const bool ended =
+      !cancelled || (length > 0 && (transfer.left() == 0 || length % direction.packet != 0));
+  if (!ended || (fully && transfer.left() > 0)) {
+    transfer.state = Transfer::State::kHeld;
+  } else {
+    transfer.state = Transfer::State::kEnded;
+    transfer.result = cancelled ? TransferResult::kCompleted : completion.result;
+  }
+  if (!looking_) startHeld(direction);
+}
+
+void BulkPipe::hold(Direction& direction, Transfer& transfer) {
+  transfer.state = Transfer::State::kHeld;
+  starved_ = anyInFlight();
+  if (starved_) return;
+  // It is others who have the memory: less of it has to do.
+  if (transfer.part <= direction.packet) {
+    transfer.state = Transfer::State::kEnded;
+    transfer.result = TransferResult::kNoMemory;
+    return;
+  }
+  const std::size_t packets = transfer.part / 2 / direction.packet;
+  direction.mostOfMemory = std::max<std::size_t>(packets, 1) * direction.packet;
+  direction.piece = std::max(std::min(direction.piece, direction.mostOfMemory), kSmallestPiece);
+  startHeld(direction);
+}
+
+/// How long the last one has taken is what is missing of the budget, which payload has filled up
+/// before.
+void BulkPipe::adaptPiece(Direction& direction, bool grows) {
+  if (!budget_) return;
+  const auto spent = *budget_ - budgetLeft_;
+  const std::size_t largest =
+      std::min({direction.packet * kMostPackets, kLargestPiece, direction.mostOfMemory});
+  if (grows && spent < *budget_ / kFastShare)
+    direction.piece = std::min(direction.piece * 4, largest);
+  else if (!grows || spent > *budget_ / kLooks)
+    direction.piece = std::max(direction.piece / 2, kSmallestPiece);
+}
+
+/// In order: nothing may come between the parts of a transfer, or before one that is still held.
+void BulkPipe::startHeld(Direction& direction) {
+  for (Transfer& transfer : direction.transfers) {
+    if (transfer.state == Transfer::State::kHeld) {
+      if (starved_) return;
+      transfer.part = std::min(transfer.left(), direction.mostOfMemory);
+      transfer.tag = newest_++;
+      transfer.state = Transfer::State::kInFlight;
+      device_.submit(direction.endpoint, transfer.buffer.subspan(transfer.moved, transfer.part),
+                     transfer.tag);
+    }
+    if (transfer.state == Transfer::State::kInFlight && transfer.part < transfer.left()) return;
+  }
+}
+
+bool BulkPipe::anyInFlight() const {
+  const auto inFlight = [](const Transfer& transfer) {
+    return transfer.state == Transfer::State::kInFlight;
+  };
+  return std::ranges::any_of(in_.transfers, inFlight) ||
+         std::ranges::any_of(out_.transfers, inFlight);
 }
 
 }  // namespace tarvo::ptp

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <span>
 
@@ -20,26 +21,33 @@ namespace tarvo::ptp {
 /// the system's memory for USB (usbfs_memory_mb, 16 MiB for all processes by default).
 inline constexpr std::size_t kTransfersInFlight = 4;
 
-/// Main thread only. Transfers of one direction at a time; a buffer is lent until its transfer was
-/// taken with nextIn() or nextOut(), or until cancelAll().
+/// Main thread only. A buffer is lent until its transfer was taken with nextIn() or nextOut(), or
+/// until cancelAll(). Transfers of one direction are taken in the order in which they were put in
+/// flight; in which order the directions end does not matter.
+///
 /// How much patience a wait has is the least of three: its own limit, what the budget of the
-/// transaction has left, and the deadline of whatever the transaction is a part of.
+/// transaction has left, and the deadline of whatever the transaction is a part of. What a transfer
+/// has moved is told by the system only once it has ended. So a wait that has a budget ends those
+/// in flight now and then, and goes on where they had come to.
+///
+/// A transfer for which the system has no memory waits until another one has ended. When there is
+/// none, it goes in smaller parts.
 class BulkPipe {
  public:
   using Clock = std::chrono::steady_clock;
   using Milliseconds = std::chrono::milliseconds;
 
   /// `device` and `interrupted`, which may be null, are lent for the lifetime of the pipe.
-  explicit BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted = nullptr)
-      : device_(device), interrupted_(interrupted) {}
+  explicit BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted = nullptr);
 
   /// Bytes of a full packet, 8 to 1024. A shorter packet ends a transfer (USB 2.0, 5.8.3).
-  std::size_t inPacketSize() const { return device_.endpoints().bulkInPacketSize; }
-  std::size_t outPacketSize() const { return device_.endpoints().bulkOutPacketSize; }
+  std::size_t inPacketSize() const { return in_.packet; }
+  std::size_t outPacketSize() const { return out_.packet; }
 
-  /// Bytes of one large transfer: 1 MiB at high speed, less on slow devices, so that a transfer
-  /// that moves at all ends within its time-out. A multiple of the packet size.
-  static std::size_t pieceSize(std::size_t packetSize);
+  /// Bytes of one large transfer, for a device as fast as this one has been so far: from 2 KiB up
+  /// to 1 MiB, so that it ends well within the budget. A multiple of the packet size.
+  std::size_t inPieceSize() const { return in_.piece; }
+  std::size_t outPieceSize() const { return out_.piece; }
 
   /// Puts a read in flight. The size of `buffer` is a multiple of the packet size: a device that
   /// sends a whole packet into less room would make it an overflow, which loses data.
@@ -47,11 +55,12 @@ class BulkPipe {
   /// Puts a write in flight; no bytes are a zero-length packet.
   void submitOut(std::span<const std::byte> bytes);
 
-  /// Takes the oldest transfer in flight, waiting at most `limit` for it.
-  /// `length` is what it brought, also of one that failed. kTimedOut leaves it in flight, and so
-  /// does kCancelled: somebody has interrupted the transaction that the budget is for.
+  /// Takes the oldest read, waiting at most `limit` for it, and as long again when a part of it has
+  /// moved within the budget. `length` is what it brought, also of one that failed. kTimedOut
+  /// leaves it in flight, and so does kCancelled: somebody has interrupted the transaction that the
+  /// budget is for.
   Outcome nextIn(std::size_t& length, Milliseconds limit);
-  /// The same for an OUT transfer of `size` bytes; kFailed when fewer moved.
+  /// The same for a write of `size` bytes; kFailed when fewer moved.
   Outcome nextOut(std::size_t size, Milliseconds limit);
 
   /// One transfer from submission to end.
@@ -84,22 +93,56 @@ class BulkPipe {
   const WireStatistics& statistics() const { return statistics_; }
 
  private:
-  /// Takes the oldest transfer. Endpoints end theirs in order, so one that is out of turn is a
-  /// failure of the bus.
-  Outcome next(TransferCompletion& completion, Milliseconds limit, std::uint8_t endpoint);
-  /// Waits, and takes the time of it off the budget.
-  std::optional<TransferCompletion> waitWithinBudget(Milliseconds limit);
+  /// One that was asked for; the device may get it in several parts.
+  struct Transfer {
+    enum class State { kHeld, kInFlight, kEnded };
+    std::span<std::byte> buffer;
+    std::size_t moved = 0;  ///< bytes, in the parts that have ended
+    std::size_t part = 0;   ///< size of the one in flight
+    std::uint64_t tag = 0;  ///< of that one
+    State state = State::kHeld;
+    TransferResult result = TransferResult::kCompleted;
+
+    std::size_t left() const { return buffer.size() - moved; }
+  };
+  struct Direction {
+    std::uint8_t endpoint = 0;
+    std::size_t packet = 0;
+    std::uint64_t& counter;  ///< of the statistics
+    std::size_t piece = 0;
+    std::size_t mostOfMemory = SIZE_MAX;  ///< the system has none for more at once
+    std::deque<Transfer> transfers{};     ///< the oldest first
+  };
+
+  void submit(Direction& direction, std::span<std::byte> buffer);
+  Outcome next(Direction& direction, std::size_t& length, Milliseconds limit);
+  /// Waits until the oldest transfer has ended.
+  Outcome awaitOldest(Direction& direction, Milliseconds limit);
   /// Waits, and ends early when it is interrupted.
   std::optional<TransferCompletion> waitInterruptibly(Milliseconds limit);
+  /// Ends what is in flight to learn how much of it has moved, and goes on from there. False when
+  /// nothing has.
+  bool lookForProgress();
+  /// False when nobody has asked for what has ended.
+  bool take(const TransferCompletion& completion);
+  void settle(Direction& direction, Transfer& transfer, const TransferCompletion& completion);
+  /// For a part that the system has no memory for.
+  void hold(Direction& direction, Transfer& transfer);
+  void adaptPiece(Direction& direction, bool grows);
+  void startHeld(Direction& direction);
+  bool anyInFlight() const;
 
   USBDevice& device_;
   const std::atomic<bool>* interrupted_;
-  std::uint64_t oldest_ = 0;  ///< tag of the oldest transfer in flight
-  std::uint64_t newest_ = 0;  ///< tag of the next one
+  WireStatistics statistics_;
+  Direction in_;
+  Direction out_;
+  std::uint64_t newest_ = 0;  ///< tag of the next transfer
+  bool looking_ = false;      ///< what is cancelled now goes on afterwards
+  bool starved_ = false;      ///< no memory for more before something has ended
   std::optional<Clock::time_point> deadline_;
   std::optional<Milliseconds> budget_;
   Clock::duration budgetLeft_{};  ///< of budget_, and without meaning where there is none
-  WireStatistics statistics_;
 };
 
 }  // namespace tarvo::ptp

@@ -29,12 +29,10 @@ DataIn::DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink,
       timeouts_(timeouts),
       packet_(pipe.inPacketSize()) {}
 
-Outcome DataIn::run(const ContainerHeader& header, std::span<const std::byte> first) {
+Outcome DataIn::run(const ContainerHeader& header, std::span<const std::byte> first, bool ended) {
   if (header.length != kUnknownLength) end_ = header.length - kContainerHeaderSize;
-  // A short packet ends the phase, except one that holds the header alone: some devices send it by
-  // itself.
-  ended_ = first.size() < scratch_.size() && first.size() != kContainerHeaderSize;
-  Outcome outcome = takeFirst(first.subspan(kContainerHeaderSize));
+  ended_ = ended;
+  Outcome outcome = takeFirst(first);
   return outcome.done() ? stream() : outcome;
 }
 
@@ -76,7 +74,7 @@ void DataIn::fill() {
 }
 
 DataIn::Piece DataIn::nextPiece() {
-  const std::uint64_t piece = BulkPipe::pieceSize(packet_);
+  const std::uint64_t piece = pipe_.inPieceSize();
   const std::uint64_t left = end_ ? *end_ - asked_ : piece;
   const auto room = roomAt(asked_, std::min(left, piece));
   // A read of no whole packets could overflow.

@@ -25,10 +25,11 @@ class DataIn {
   /// data was expected. All are lent.
   DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink, const Timeouts& timeouts);
 
-  /// `first`: what the first read brought, container header included. kBroken when the device sends
-  /// more or less than it announced, or goes on and on beyond the room; kCancelled by the sink; or
-  /// as the transfers end. After a failure transfers may be in flight: cancelAll() is due.
-  Outcome run(const ContainerHeader& header, std::span<const std::byte> first);
+  /// `first`: the payload that the first read brought; `ended` when a short packet was the end of
+  /// it. kBroken when the device sends more or less than it announced, or goes on and on beyond the
+  /// room; kCancelled by the sink; or as the transfers end. After a failure transfers may be in
+  /// flight: cancelAll() is due.
+  Outcome run(const ContainerHeader& header, std::span<const std::byte> first, bool ended);
 
   /// Payload bytes so far, dropped ones included.
   std::uint64_t received() const { return received_; }
@@ -46,7 +47,7 @@ class DataIn {
 
   /// Splits what the first read brought into payload and, where a container ended at a packet
   /// boundary, the surplus behind it.
-  Outcome takeFirst(std::span<const std::byte> first);
+  Outcome takeFirst(std::span<const std::byte> payload);
   /// The rest of the phase, piece by piece.
   Outcome stream();
   void fill();

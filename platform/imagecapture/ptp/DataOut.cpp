@@ -24,7 +24,8 @@ Outcome DataOut::run(std::uint16_t operation, std::uint32_t transactionID) {
   encodeHeader({static_cast<std::uint32_t>(total), kDataBlock, operation, transactionID}, scratch_);
   // One transfer where all fits into it. Otherwise only a packet is filled up behind the header, so
   // that everything else goes out of the source's own memory.
-  const std::size_t first = total <= scratch_.size() ? scratch_.size() : pipe_.outPacketSize();
+  const std::size_t small = std::min(scratch_.size(), pipe_.outPieceSize());
+  const std::size_t first = total <= small ? small : pipe_.outPacketSize();
   Outcome outcome = submitGathered(kContainerHeaderSize, first);
   while (outcome.done() && offset_ < size_) {
     if (sizes_.size() == kTransfersInFlight) outcome = takeOldest();
@@ -37,8 +38,7 @@ Outcome DataOut::run(std::uint16_t operation, std::uint32_t transactionID) {
 
 Outcome DataOut::submitNext() {
   const std::uint64_t left = size_ - offset_;
-  const std::size_t most =
-      std::min<std::uint64_t>(left, BulkPipe::pieceSize(pipe_.outPacketSize()));
+  const std::size_t most = std::min<std::uint64_t>(left, pipe_.outPieceSize());
   auto bytes = source_.bytes(offset_, most);
   if (bytes.empty()) return sourceEnded();
   bytes = bytes.first(std::min(bytes.size(), most));
@@ -51,7 +51,8 @@ Outcome DataOut::submitNext() {
   }
   // Less than a packet at a time: collect it, once the scratch buffer is free.
   Outcome outcome = takeAll();
-  return outcome.done() ? submitGathered(0, scratch_.size()) : outcome;
+  return outcome.done() ? submitGathered(0, std::min(scratch_.size(), pipe_.outPieceSize()))
+                        : outcome;
 }
 
 /// Sends up to `size` bytes of the scratch buffer, with payload behind its first `filled` ones.

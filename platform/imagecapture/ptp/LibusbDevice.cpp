@@ -46,6 +46,7 @@ struct LibusbDevice::Slot {
   std::unique_ptr<libusb_transfer, FreeTransfer> transfer;
   std::vector<unsigned char> controlBuffer;  ///< of a control request, setup packet included
   State state = State::kFree;
+  std::uint64_t number = 0;  ///< of its start
   std::uint64_t ending = 0;  ///< number of its ending
   TransferCompletion completion;
 };
@@ -124,11 +125,8 @@ std::optional<TransferCompletion> LibusbDevice::wait(std::chrono::milliseconds t
 }
 
 void LibusbDevice::cancelAll() {
-  if (abandoned_) return;
   // Nothing may be reaped from now on: the lenders of the buffers go on as if they had them back.
-  if (!cancelSlots()) abandoned_ = true;
-  for (auto& slot : slots_)
-    if (slot->state == Slot::State::kFinished) slot->state = Slot::State::kFree;
+  if (!abandoned_ && !cancelSlots()) abandoned_ = true;
 }
 
 TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
@@ -189,9 +187,19 @@ LibusbDevice::Slot& LibusbDevice::freeSlot() {
 
 void LibusbDevice::start(Slot& slot) {
   slot.state = Slot::State::kInFlight;
+  slot.number = starts_++;
   if (abandoned_ || !slot.transfer) return finish(slot, TransferResult::kError, 0);
+  if (isHeldBack(slot)) return finish(slot, TransferResult::kNoMemory, 0);
   const int error = libusb_submit_transfer(slot.transfer.get());
   if (error != LIBUSB_SUCCESS) finish(slot, resultOfError(error), 0);
+}
+
+bool LibusbDevice::isHeldBack(const Slot& slot) const {
+  return std::ranges::any_of(slots_, [&](const auto& other) {
+    return other->state == Slot::State::kFinished &&
+           other->completion.result == TransferResult::kNoMemory &&
+           other->transfer->endpoint == slot.transfer->endpoint;
+  });
 }
 
 void LibusbDevice::finish(Slot& slot, TransferResult result, std::size_t length) {
@@ -234,8 +242,12 @@ bool LibusbDevice::handleEvents(Clock::time_point deadline) {
 
 /// False when the system has not let go of a buffer in time.
 bool LibusbDevice::cancelSlots() {
+  std::vector<Slot*> newestFirst;
   for (auto& slot : slots_)
-    if (slot->state == Slot::State::kInFlight) libusb_cancel_transfer(slot->transfer.get());
+    if (slot->state == Slot::State::kInFlight) newestFirst.push_back(slot.get());
+  std::ranges::sort(newestFirst, std::ranges::greater(), &Slot::number);
+  for (Slot* slot : newestFirst)
+    libusb_cancel_transfer(slot->transfer.get());
   const auto deadline = Clock::now() + kCancelPatience;
   while (anyInFlight() && handleEvents(deadline)) {
   }

@@ -52,6 +52,8 @@ class LibusbDevice : public USBDevice {
   /// Called by libusb from within handleEvents().
   static void LIBUSB_CALL transferEnded(libusb_transfer* transfer) noexcept;
   Slot& freeSlot();
+  /// Whether one before it on its endpoint was not started, and nobody knows yet.
+  bool isHeldBack(const Slot& slot) const;
   /// A transfer that libusb does not take is finished at once, as one that failed.
   void start(Slot& slot);
   void finish(Slot& slot, TransferResult result, std::size_t length);
@@ -67,7 +69,8 @@ class LibusbDevice : public USBDevice {
   StillImageEndpoints endpoints_;
   std::vector<std::unique_ptr<Slot>> slots_;
   std::unique_ptr<LibusbInterruptWatch> interrupts_;  ///< while interrupts are watched
-  std::uint64_t endings_ = 0;  ///< transfers that have ended, for their order
+  std::uint64_t starts_ = 0;   ///< transfers that have been started, for their order
+  std::uint64_t endings_ = 0;  ///< transfers that have ended, for theirs
   /// The system did not give the transfers back. They are never reaped from now on, so that their
   /// buffers are not written to after their lenders have gone.
   bool abandoned_ = false;

@@ -35,6 +35,8 @@ TransferResult resultOfError(int error) {
       return TransferResult::kNoDevice;
     case LIBUSB_ERROR_OVERFLOW:
       return TransferResult::kOverflow;
+    case LIBUSB_ERROR_NO_MEM:
+      return TransferResult::kNoMemory;
     default:
       return TransferResult::kError;
   }

@@ -100,7 +100,7 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
 
 Outcome TransactionRunner::sendCommandAndAsk(std::span<const std::byte> command) {
   pipe_.submitOut(command);
-  pipe_.submitIn(scratch());
+  ask();
   answerAsked_ = true;
   return pipe_.nextOut(command.size(), timeouts_.bulk);
 }
@@ -119,19 +119,36 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
     outcome = readContainer(transaction, transactionID, timeouts_.slow, incoming);
   }
   if (!outcome.done()) return outcome;
-  if (incoming.header.type == kResponseBlock) {
-    outcome = decodeResponse(incoming.bytes, transactionID, transaction);
-    const bool lacksData = transaction.operation == kGetDeviceInfo &&
-                           transaction.receive != nullptr &&
-                           transaction.responseCode == static_cast<std::uint16_t>(status::kPTPOK);
-    // Nothing but the id, 0 for both, tells it from the end of what another process has asked for.
-    if (outcome.done() && lacksData && !inStep_)
-      return broken("the device answered without the data that were asked for");
-    return outcome;
+  if (incoming.header.type == kDataBlock) return readData(transaction, transactionID, incoming);
+
+  outcome = decodeResponse(incoming.bytes, transactionID, transaction);
+  const bool lacksData = transaction.operation == kGetDeviceInfo &&
+                         transaction.receive != nullptr &&
+                         transaction.responseCode == static_cast<std::uint16_t>(status::kPTPOK);
+  // Nothing but the id, 0 for both, tells it from the end of what another process has asked for.
+  if (outcome.done() && lacksData && !inStep_)
+    return broken("the device answered without the data that were asked for");
+  return outcome;
+}
+
+Outcome TransactionRunner::readData(Transaction& transaction, std::uint32_t transactionID,
+                                    Incoming incoming) {
+  const ContainerHeader header = incoming.header;
+  auto payload = incoming.bytes.subspan(kContainerHeaderSize);
+  if (payload.empty()) {
+    // Some devices send the header by itself: the short packet behind it is not the end. Where no
+    // length is announced it may have been, and then the response is what comes next.
+    incoming.endsShort = false;
+    if (header.length == kUnknownLength) {
+      Outcome outcome = readOnce(incoming, timeouts_.bulk);
+      if (!outcome.done()) return outcome;
+      payload = incoming.bytes;
+      if (decodeResponse(payload, transactionID, transaction).done()) return {};
+    }
   }
 
   DataIn phase(pipe_, scratch(), transaction.receive, timeouts_);
-  outcome = phase.run(incoming.header, incoming.bytes);
+  Outcome outcome = phase.run(header, payload, incoming.endsShort);
   // Also after a failure: the caller learns how far it came.
   transaction.bytesReceived = phase.received();
   if (!outcome.done()) return outcome;
@@ -144,8 +161,19 @@ Outcome TransactionRunner::readResponse(Transaction& transaction, std::uint32_t 
                                         BulkPipe::Milliseconds limit) {
   Incoming incoming;
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
-  if (outcome.done()) outcome = decodeResponse(incoming.bytes, transactionID, transaction);
-  inStep_ = inStep_ || outcome.done();
+  return outcome.done() ? decodeResponse(incoming.bytes, transactionID, transaction) : outcome;
+}
+
+Outcome TransactionRunner::readBehindStall(Transaction& transaction, std::uint32_t transactionID,
+                                           std::uint8_t endpoint) {
+  CancelOnExit guard(pipe_);
+  const bool wholeAnswer = transaction.bytesReceived == 0 && (endpoint & 0x80) != 0;
+  Outcome outcome = wholeAnswer ? readAnswer(transaction, transactionID)
+                                : readResponse(transaction, transactionID, timeouts_.recovery);
+  if (outcome.done()) {
+    inStep_ = true;
+    guard.disarm();
+  }
   return outcome;
 }
 
@@ -157,7 +185,7 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
   std::string stale;
   std::optional<BulkPipe::Clock::time_point> staleDeadline;
   while (true) {
-    Outcome outcome = readOnce(incoming.bytes, limit);
+    Outcome outcome = readOnce(incoming, limit);
     // The device did say something, only never what was due: that is no silence.
     if (outcome.ending == Ending::kTimedOut && !stale.empty()) return broken(stale);
     if (!outcome.done()) return outcome;
@@ -178,15 +206,22 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
   }
 }
 
+void TransactionRunner::ask() {
+  // No more than a slow device has sent within the budget. What it has been asked for is whole
+  // packets, whatever their size.
+  asked_ = std::min(kScratchSize, pipe_.inPieceSize());
+  pipe_.submitIn(scratch().first(asked_));
+}
+
 /// One read, zero-length packets passed over.
-Outcome TransactionRunner::readOnce(std::span<const std::byte>& bytes,
-                                    BulkPipe::Milliseconds limit) {
+Outcome TransactionRunner::readOnce(Incoming& incoming, BulkPipe::Milliseconds limit) {
   std::size_t length = 0;
   for (int i = 0; i <= kMaximumEmptyPackets; ++i) {
-    if (!std::exchange(answerAsked_, false)) pipe_.submitIn(scratch());
+    if (!std::exchange(answerAsked_, false)) ask();
     Outcome outcome = pipe_.nextIn(length, limit);
     if (!outcome.done()) return outcome;
-    bytes = scratch().first(length);
+    incoming.bytes = scratch().first(length);
+    incoming.endsShort = length < asked_;
     if (length > 0) return {};
   }
   return broken("the device sends nothing but empty packets");

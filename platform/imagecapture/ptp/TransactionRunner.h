@@ -24,20 +24,24 @@ class TransactionRunner {
   /// `pipe` is lent.
   TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts);
 
-  /// Runs the phases. No transfer is in flight afterwards, however it ended. All waits together
-  /// take `Timeouts::bulk` at most, and as much again after each payload byte that moves: taking
-  /// the command is no progress. An operation that takes long by its nature gets Timeouts::slow for
-  /// its response then, as it says there. The budget holds on for readResponse(), until
-  /// BulkPipe::endBudget().
+  /// Runs the phases. No transfer is in flight afterwards, however it ended; what a sink or a
+  /// source raises passes through, and the device is left in the middle of the transaction. All
+  /// waits together take `Timeouts::bulk` at most, and as much again after each payload byte that
+  /// moves: taking the command is no progress. An operation that takes long by its nature gets
+  /// Timeouts::slow for its response then, as it says there. The budget holds on for
+  /// readBehindStall(), until BulkPipe::endBudget().
   ///
   /// Until the device has answered one transaction rightly it is out of step: what it still has to
   /// say to a process that was killed is passed over, for Timeouts::recovery, and its first word is
   /// waited for only as long as Timeouts::firstWord, unless data are sent.
   Outcome run(Transaction& transaction, std::uint32_t transactionID);
 
-  /// Reads a response that may come after a halt was cleared; waits for `limit` at most.
-  Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
-                       BulkPipe::Milliseconds limit);
+  /// Reads what may come after a halt was cleared: the rest of the answer, as far as it is known.
+  /// The endpoint may have been halted before the device has heard the command, and then all of it
+  /// comes. Behind data, and behind a halt of the OUT endpoint, the response is waited for for
+  /// Timeouts::recovery at most.
+  Outcome readBehindStall(Transaction& transaction, std::uint32_t transactionID,
+                          std::uint8_t endpoint);
 
   /// Whether the device has answered rightly once.
   bool isInStep() const { return inStep_; }
@@ -50,6 +54,7 @@ class TransactionRunner {
   struct Incoming {
     ContainerHeader header;
     std::span<const std::byte> bytes;  ///< header included; in the scratch buffer
+    bool endsShort = false;            ///< a short packet was the end of them
   };
 
   /// The phases as they follow each other; transfers may be in flight after a failure.
@@ -64,7 +69,11 @@ class TransactionRunner {
   /// device is in step; before that such containers are passed over for a bounded time.
   Outcome readContainer(const Transaction& transaction, std::uint32_t transactionID,
                         BulkPipe::Milliseconds limit, Incoming& incoming);
-  Outcome readOnce(std::span<const std::byte>& bytes, BulkPipe::Milliseconds limit);
+  Outcome readOnce(Incoming& incoming, BulkPipe::Milliseconds limit);
+  Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
+                       BulkPipe::Milliseconds limit);
+  Outcome readData(Transaction& transaction, std::uint32_t transactionID, Incoming incoming);
+  void ask();
 
   BulkPipe& pipe_;
   Timeouts timeouts_;
@@ -73,6 +82,7 @@ class TransactionRunner {
   bool inStep_ = false;
   /// The first read of the answer is in flight already, into the scratch buffer.
   bool answerAsked_ = false;
+  std::size_t asked_ = 0;  ///< bytes of the last read into the scratch buffer
 };
 
 }  // namespace tarvo::ptp

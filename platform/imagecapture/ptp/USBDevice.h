@@ -1,7 +1,9 @@
 // One claimed USB still-image interface, as the transport sees it: the narrow seam over libusb.
 //
 // Bulk transfers are submitted and then waited for, so that several can be in flight straight into
-// the caller's memory. Each endpoint finishes its transfers in the order of submission.
+// the caller's memory. Each endpoint finishes its transfers in the order of submission; between the
+// endpoints there is no order: a host controller may hand a read back before the write that the
+// device has answered with it.
 #pragma once
 
 #include <chrono>
@@ -22,9 +24,10 @@ enum class TransferResult {
   kCompleted,
   kStalled,    ///< the endpoint is halted until clearHalt()
   kTimedOut,   ///< ended by its time-out; `length` bytes had moved
-  kCancelled,  ///< ended by cancelAll()
+  kCancelled,  ///< ended by cancelAll(); `length` bytes had moved
   kNoDevice,   ///< unplugged
   kOverflow,   ///< the device sent more than the buffer holds
+  kNoMemory,   ///< not started: the system has no memory for USB transfers left (usbfs_memory_mb)
   kError,      ///< any other failure of the bus
 };
 
@@ -76,18 +79,22 @@ class USBDevice {
                                      std::chrono::milliseconds timeout) = 0;
 
   /// Starts a bulk or interrupt transfer. `buffer` is lent until the completion has been returned
-  /// by wait() or cancelAll(); for an IN endpoint its size is a multiple of the packet size. An OUT
-  /// transfer of size 0 is a zero-length packet. A transfer that cannot be started is reported as a
-  /// completion like any other.
+  /// by wait(), or cancelAll() has been called; for an IN endpoint its size is a multiple of the
+  /// packet size. An OUT transfer of size 0 is a zero-length packet. A transfer that cannot be
+  /// started is reported as a completion like any other. Behind one that ends with kNoMemory no
+  /// other of its endpoint is started before wait() has told of it: it would get what the first one
+  /// was meant for.
   virtual void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) = 0;
 
   /// The next completion, in the order in which transfers end; none when `timeout` passes first
   /// (the transfers stay in flight) or nothing is in flight.
   virtual std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) = 0;
 
-  /// Cancels every transfer in flight and waits until the system has let go of their buffers; their
-  /// completions are dropped. Where the system does not let go in half a second, the device is
-  /// given up: the buffers are not written to any more, and every later call fails with kError.
+  /// Cancels every transfer in flight, of each endpoint the newest first, and waits until the
+  /// system has let go of their buffers. wait() then tells at once how each has ended, and how much
+  /// of it had moved: with the newest gone first, nothing is missing between two of them. Where the
+  /// system does not let go in half a second, the device is given up: the buffers are not written
+  /// to any more, and every later call fails with kError.
   virtual void cancelAll() = 0;
 
   /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT). The system gives a device seconds
