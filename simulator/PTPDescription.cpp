@@ -24,7 +24,7 @@ Value oneOf(const JsonNode& node,
 DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   node.allowKeys({"vendorExtensionID", "vendorExtensionVersion", "vendorExtensionDescription",
                   "functionalMode", "operations", "events", "captureFormats", "imageFormats",
-                  "manufacturer", "model", "version", "serial"});
+                  "manufacturer", "model", "version", "serial", "bytesBehind"});
   DeviceInfo info;
   info.manufacturer = usb.manufacturer;
   info.model = usb.name;
@@ -41,6 +41,7 @@ DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   node.read("model", info.model);
   node.read("version", info.version);
   node.read("serial", info.serial);
+  node.read("bytesBehind", info.bytesBehind);
   return info;
 }
 
@@ -134,7 +135,7 @@ StoreDescription readStore(const JsonNode& node) {
       {"readAndDelete", StoreAccess::kReadAndDelete},
   }};
   node.allowKeys({"id", "description", "label", "capacity", "free", "removable", "access",
-                  "vendorDelete", "content"});
+                  "vendorDelete", "emptySlot", "content"});
   StoreDescription store;
   node.read("id", store.id);
   node.read("description", store.description);
@@ -144,11 +145,25 @@ StoreDescription readStore(const JsonNode& node) {
   node.read("free", store.free);
   node.read("removable", store.removable);
   node.read("vendorDelete", store.vendorDelete);
+  node.read("emptySlot", store.isEmptySlot);
   if (const auto access = node.find("access")) store.access = oneOf(*access, kAccess);
   if (const auto list = node.find("content")) {
     store.content = readContent(*list, NameRule::kAnything);
   }
   return store;
+}
+
+Habits readHabits(const JsonNode& node) {
+  node.allowKeys({"allStoresResponse", "formatResponse", "ignoresFormat", "needsAllParameters",
+                  "listsFolderByFolder", "rootParent"});
+  Habits habits;
+  node.read("allStoresResponse", habits.allStoresResponse);
+  node.read("formatResponse", habits.formatResponse);
+  node.read("ignoresFormat", habits.ignoresFormat);
+  node.read("needsAllParameters", habits.needsAllParameters);
+  node.read("listsFolderByFolder", habits.listsFolderByFolder);
+  node.read("rootParent", habits.rootParent);
+  return habits;
 }
 
 CaptureDescription readCapture(const JsonNode& node) {
@@ -162,9 +177,10 @@ CaptureDescription readCapture(const JsonNode& node) {
 }  // namespace
 
 void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
-  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "properties", "vendor", "datasets",
-                  "capture", "stores", "faults"});
+  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "habits", "properties", "vendor",
+                  "datasets", "capture", "stores", "faults"});
   device.info = readDeviceInfo(root.at("deviceInfo"), device.usb);
+  if (const auto habits = root.find("habits")) device.habits = readHabits(*habits);
   root.readList("properties", device.properties, readProperty);
   root.readList("stores", device.stores, readStore);
   if (const auto vendor = root.find("vendor")) device.vendor = readVendor(*vendor);
