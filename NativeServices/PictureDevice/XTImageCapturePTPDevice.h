@@ -134,6 +134,8 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
                                                     std::uint16_t type) override;
   std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,
                                                     std::uint32_t association) override;
+  Status listHandles(std::uint32_t store, std::uint16_t format, std::uint32_t association,
+                     ObjectHandles& handles) override;
   std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
                                                                    std::uint16_t type) override;
   Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) override;
