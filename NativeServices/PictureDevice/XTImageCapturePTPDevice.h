@@ -198,6 +198,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
 
   /// Takes the lists and the identity from the record's room; a short DeviceInfo reads as zeros.
   void parseDeviceInfo(const PTPPassThroughRecord& record);
+  void scanDeviceInfo(XTPTPDataSet& dataSet);
   /// `read` is the number of bytes that the lists and texts would have needed.
   void reportShortDeviceInfo(std::uint32_t read, const PTPPassThroughRecord& record) const;
 
