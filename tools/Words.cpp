@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 
@@ -36,6 +37,11 @@ const char* nextCharacter(const char* at) {
   return g_utf8_find_next_char(at, nullptr);
 }
 
+bool isBelievable(const PTPStorageInfo& info) {
+  constexpr std::uint64_t kAllOnes = 0xFFFFFFFFFFFFFFFF;
+  return info.maxCapacity != kAllOnes && info.freeSpaceInBytes <= info.maxCapacity;
+}
+
 }  // namespace
 
 std::string sizeInWords(std::uint64_t bytes) {
@@ -50,6 +56,14 @@ std::string sizeInWords(std::uint64_t bytes) {
     ++unit;
   }
   return formatted("%.1f %s", value, kUnits[unit]);
+}
+
+std::string capacityInWords(const PTPStorageInfo& info) {
+  return isBelievable(info) ? sizeInWords(info.maxCapacity) : "unknown";
+}
+
+std::string freeSpaceInWords(const PTPStorageInfo& info) {
+  return isBelievable(info) ? sizeInWords(info.freeSpaceInBytes) : "unknown";
 }
 
 std::string dateInWords(std::string_view ptpDate) {
