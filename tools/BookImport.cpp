@@ -107,8 +107,8 @@ class Importing {
   /// the one that has all: of a book with a gap that is the file.
   std::string keepBook() const {
     std::string ownFile;
-    for (const std::uint32_t handle : device_.objectHandles(
-             ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE, std::nullopt, "the address-book file")) {
+    for (const std::uint32_t handle :
+         device_.objectHandles(ptp::XTD_ADDRESS_BOOK_FILE, "the address-book file")) {
       const auto file = device_.device().downloadObject(ObjectReference(handle));
       if (!file) device_.failWithout("the address-book file");
       ownFile = keepBackup(device_, "addressbook", "abk", std::span<const std::byte>(*file));

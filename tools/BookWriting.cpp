@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
@@ -173,14 +174,15 @@ class Writing {
 
   /// A file that was to be replaced is deleted first.
   void sayWhatIsThere() {
-    const auto count =
-        device_.transactions().numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE);
-    if (count < 0) result_.outcome = "What the device holds now is not known.";
-    if (count == 0)
+    ObjectHandles files;
+    if (listObjects(device_.transactions(), ptp::XTD_ADDRESS_BOOK_FILE, files) != status::kOK)
+      result_.outcome = "What the device holds now is not known.";
+    else if (files.empty())
       result_.outcome =
           "The device has no address book now: the old one is gone, the new one is "
           "not there.";
-    if (count > 0) result_.outcome = "The device still has an address-book file.";
+    else
+      result_.outcome = "The device still has an address-book file.";
   }
 
   void synchronise() {

@@ -23,9 +23,7 @@ bool offers(const OpenedDevice& device, std::uint16_t operation) {
 
 /// How many objects of a format the device says it holds. Raises a ToolError where it says nothing.
 std::size_t countOf(const OpenedDevice& device, std::uint16_t format) {
-  const auto count = device.transactions().numberOfObjectsOnStore(ptp::kAllStores, format);
-  if (count < 0) device.failWithout("the address book");
-  return static_cast<std::size_t>(count);
+  return device.objectHandles(format, "the address book").size();
 }
 
 std::string missing(const char* what, std::size_t held, std::size_t read) {
@@ -57,8 +55,7 @@ std::size_t linesIn(std::string_view text) {
 std::string gapInFile(const ToolContext& context, const OpenedDevice& device,
                       const AddressBook& book) {
   if (book.contacts && !book.contacts->empty()) return {};
-  const auto handles = device.objectHandles(ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE,
-                                            std::nullopt, "the address book");
+  const auto handles = device.objectHandles(ptp::XTD_ADDRESS_BOOK_FILE, "the address book");
   if (handles.empty()) return {};
   const auto bytes = device.device().downloadObject(ObjectReference(handles.front()));
   if (!bytes) device.failWithout("the address book");

@@ -129,8 +129,7 @@ class OrderReading {
 
   void readTransferOrders() {
     for (const auto format : {ptp::XTD_TRANSFER_ORDER, ptp::XTD_SQUIRT_TRANSFER_ORDER}) {
-      for (const std::uint32_t handle :
-           device_.objectHandles(ptp::kAllStores, format, std::nullopt, "the transfer orders")) {
+      for (const std::uint32_t handle : device_.objectHandles(format, "the transfer orders")) {
         if (seen_.insert(handle).second) readTransferOrder(handle, format);
       }
     }
