@@ -85,6 +85,11 @@ enum DataSetFormat : std::uint16_t {
 /// In place of a storage id: every storage of the device (ISO 15740, GetNumObjects and
 /// GetObjectHandles).
 inline constexpr std::uint32_t kAllStores = 0xFFFFFFFF;
+/// False for a slot without a card: the logical store is the lower half of an id (ISO 15740,
+/// "StorageID").
+constexpr bool hasLogicalStore(std::uint32_t store) {
+  return (store & 0xFFFF) != 0;
+}
 /// In place of an object format: every picture of the device. It travels as 0xFFFFFFFF (ISO 15740,
 /// GetNumObjects and GetObjectHandles), which no format of 16 bits can be.
 inline constexpr std::uint16_t kAllImageFormats = 0xFFFF;

@@ -56,6 +56,7 @@ void readTraits(const JsonNode& node, ObjectTraits& traits) {
   node.read("protected", traits.isProtected);
   node.read("thumbnail", traits.hasThumbnail);
   node.read("hidesSize", traits.hidesSize);
+  node.read("appearsWith", traits.appearsWith);
 }
 
 /// UTF-8 text in the encoding that a device's firmware writes.
@@ -83,7 +84,7 @@ std::optional<std::string> readFileText(const JsonNode& node) {
 
 ContentNode readFile(const JsonNode& node, NameRule rule) {
   node.allowKeys({"file", "size", "text", "lines", "encoding", "format", "captured", "modified",
-                  "keywords", "protected", "thumbnail", "hidesSize"});
+                  "keywords", "protected", "thumbnail", "hidesSize", "appearsWith"});
   ContentNode content;
   content.name = readName(node.at("file"), rule);
   readTraits(node, content.traits);

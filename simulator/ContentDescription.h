@@ -31,7 +31,8 @@ struct ObjectTraits {
   std::string keywords;
   bool isProtected = false;
   bool hasThumbnail = false;
-  bool hidesSize = false;  ///< ObjectInfo says 0xFFFFFFFF, as for an object that is still growing
+  bool hidesSize = false;   ///< ObjectInfo says 0xFFFFFFFF, as for an object that is still growing
+  std::string appearsWith;  ///< not listed before the ObjectInfo of the file of this name was read
 };
 
 /// A folder, a file, or generated files in the folder that holds them.

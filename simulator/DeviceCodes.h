@@ -25,6 +25,7 @@ enum Response : std::uint16_t {
   kAccessDenied = 0x200F,
   kNoThumbnailPresent = 0x2010,
   kPartialDeletion = 0x2012,
+  kStoreNotAvailable = 0x2013,
   kSpecificationByFormatUnsupported = 0x2014,
   kNoValidObjectInfo = 0x2015,
   kCaptureAlreadyTerminated = 0x2018,

@@ -59,6 +59,7 @@ struct DeviceInfo {
   std::string model;
   std::string version = "1.0";
   std::string serial;
+  std::uint16_t bytesBehind = 0;  ///< how many more follow the serial number
 };
 
 /// One device property (ISO 15740). Values are numbers, texts or lists of numbers, by the datatype.
@@ -109,6 +110,7 @@ struct StoreDescription {
   std::uint64_t free = 0;                  ///< bytes, before a host changes anything
   bool removable = true;
   StoreAccess access = StoreAccess::kReadWrite;
+  bool isEmptySlot = false;   ///< its id is listed, and no more than that
   bool vendorDelete = false;  ///< only the vendor's delete operation takes objects from it
   std::vector<ContentNode> content;
 };
@@ -118,6 +120,14 @@ struct Habits {
   bool sessionBeforeDeviceInfo = false;  ///< GetDeviceInfo outside a session: SessionNotOpen
   bool checksTransactionIDs = false;     ///< an id out of turn: InvalidTransactionID
   bool noClassRequests = false;          ///< stalls those of the still-image class
+  /// What a list over all stores gets; 0: no answer at all.
+  std::optional<std::uint16_t> allStoresResponse;
+  std::optional<std::uint16_t> formatResponse;  ///< what a list of one format gets
+  bool ignoresFormat = false;                   ///< a list of one format has all
+  bool needsAllParameters = false;              ///< a list with fewer than three is refused
+  /// A list names the top, or what lies in one folder; an object is known once it was listed.
+  bool listsFolderByFolder = false;
+  std::uint32_t rootParent = 0;  ///< what ObjectInfo says is above the top
 };
 
 /// What a capture makes: a picture of this size in the store that is told, named as generated

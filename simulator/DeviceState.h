@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <set>
 
 #include "simulator/Datasets.h"
 #include "simulator/DeviceDescription.h"
@@ -26,19 +27,29 @@ struct DeviceState {
   explicit DeviceState(const DeviceDescription& described)
       : description(described),
         objects(described.stores),
-        datasets(objects, described.datasets.value_or(DatasetsDescription())) {}
+        datasets(objects, described.datasets.value_or(DatasetsDescription())),
+        firstNewHandle(objects.nextHandle()) {}
+
+  /// Whether the device knows an object of this handle, or would if it were there.
+  bool knows(std::uint32_t handle) const {
+    return !description.habits.listsFolderByFolder || handle == 0 || handle >= firstNewHandle ||
+           listed.contains(handle);
+  }
 
   /// As after a reset: the session and what it has left half done are forgotten.
   void forgetSession() {
     session = 0;
+    listed.clear();
     pending.reset();
     openCapture.reset();
   }
 
   DeviceDescription description;  ///< whose property values the host may change
   ObjectStore objects;
-  Datasets datasets;          ///< keeps its data sets among the objects
-  std::uint32_t session = 0;  ///< id of the open session; 0: none
+  Datasets datasets;               ///< keeps its data sets among the objects
+  std::uint32_t session = 0;       ///< id of the open session; 0: none
+  std::uint32_t firstNewHandle;    ///< of what is not in the description
+  std::set<std::uint32_t> listed;  ///< handles that a list of this session has named
   std::optional<PendingObject> pending;
   std::optional<std::uint32_t> openCapture;  ///< transaction id of InitiateOpenCapture
   std::uint32_t openCaptureStorage = 0;      ///< where it puts its picture

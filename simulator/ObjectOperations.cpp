@@ -47,9 +47,17 @@ std::uint16_t ObjectOperations::filterFor(const PTPRequest& request, ObjectFilte
   filter.storage = request.parameters[0];
   filter.format = static_cast<std::uint16_t>(request.parameters[1]);
   filter.association = request.parameters[2];
-  if (filter.storage != ptp::kAllStores && state_.objects.store(filter.storage) == nullptr) {
-    return kInvalidStorageID;
-  }
+  const auto& habits = state_.description.habits;
+  if (habits.needsAllParameters && request.parameterCount < 3)
+    return kSpecificationByFormatUnsupported;
+  if (filter.storage == ptp::kAllStores && habits.allStoresResponse)
+    return *habits.allStoresResponse;
+  if (filter.format != 0 && habits.formatResponse) return *habits.formatResponse;
+  if (habits.ignoresFormat) filter.format = 0;
+  if (habits.listsFolderByFolder && filter.association == 0) filter.association = 0xFFFFFFFF;
+  const auto* store = state_.objects.store(filter.storage);
+  if (filter.storage != ptp::kAllStores && store == nullptr) return kInvalidStorageID;
+  if (store != nullptr && store->description.isEmptySlot) return kStoreNotAvailable;
   if (filter.association != 0 && filter.association != 0xFFFFFFFF) {
     const auto parent = state_.objects.object(filter.association);
     if (!parent || !parent->isFolder()) return kInvalidParentObject;
@@ -68,8 +76,10 @@ PTPReply ObjectOperations::getObjectHandles(const PTPRequest& request) {
   ObjectFilter filter;
   const auto code = filterFor(request, filter);
   if (code != kOK) return refuse(code);
+  const auto handles = state_.objects.handles(filter);
+  state_.listed.insert(handles.begin(), handles.end());
   ByteWriter writer;
-  writer.u32Array(state_.objects.handles(filter));
+  writer.u32Array(handles);
   return reply(writer);
 }
 
@@ -89,6 +99,7 @@ PTPReply ObjectOperations::getPictureFileSizes(const PTPRequest& request) {
 PTPReply ObjectOperations::getObjectInfo(const PTPRequest& request) {
   const auto object = state_.objects.object(request.parameters[0]);
   if (!object) return refuse(kInvalidObjectHandle);
+  state_.objects.reveal(object->nameText());
   const bool image = isImage(*object);
   ByteWriter writer;
   writer.u32(object->storage);
@@ -99,7 +110,7 @@ PTPReply ObjectOperations::getObjectInfo(const PTPRequest& request) {
   writer.u32(image ? 4000 : 0);
   writer.u32(image ? 3000 : 0);
   writer.u32(image ? 24 : 0);
-  writer.u32(object->parent);
+  writer.u32(object->parent == 0 ? state_.description.habits.rootParent : object->parent);
   writer.u16(object->isFolder() ? 1 : 0);  // generic folder
   writer.u32(0);
   writer.u32(0);

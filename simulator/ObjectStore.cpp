@@ -16,6 +16,7 @@ bool isOfFormat(std::uint16_t format, std::uint16_t wanted) {
 bool matches(const StoredObject& object, const ObjectFilter& filter) {
   if (filter.storage != 0xFFFFFFFF && filter.storage != object.storage) return false;
   if (!isOfFormat(object.traits.format, filter.format)) return false;
+  if (!object.traits.appearsWith.empty()) return false;
   if (filter.association == 0) return true;
   return object.parent == (filter.association == 0xFFFFFFFF ? 0 : filter.association);
 }
@@ -216,6 +217,12 @@ bool ObjectStore::change(std::uint32_t handle, const std::function<void(StoredOb
   if (found == nullptr) return false;
   edit(*found);
   return true;
+}
+
+void ObjectStore::reveal(const std::string& name) {
+  for (auto& [handle, object] : objects_) {
+    if (object.traits.appearsWith == name) object.traits.appearsWith.clear();
+  }
 }
 
 void ObjectStore::forget(std::uint32_t handle) {

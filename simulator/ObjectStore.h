@@ -78,7 +78,8 @@ class ObjectStore {
   /// Null where there is none of that id; valid for the store's life.
   const StoreState* store(std::uint32_t id) const;
 
-  /// The handle that the next object gets, which add() may be told to use later.
+  /// The handle that the next object gets; the second keeps it for add() to use later.
+  std::uint32_t nextHandle() const { return nextHandle_; }
   std::uint32_t reserveHandle() { return nextHandle_++; }
   /// Adds an object with its handle; 0 is replaced by the next one. Takes its room from the store,
   /// and does not ask whether there is any. Returns the handle.
@@ -87,6 +88,8 @@ class ObjectStore {
   std::uint32_t add(const ContentNode& node, std::uint32_t storage, std::uint32_t parent);
   /// Lets `edit` change an object's name, traits, content or extension; false where there is none.
   bool change(std::uint32_t handle, const std::function<void(StoredObject&)>& edit);
+  /// Lets the objects be listed that appear with the file of this name.
+  void reveal(const std::string& name);
   /// Removes an object with everything in it, except what is protected.
   Removal remove(std::uint32_t handle);
   /// Moves an object with everything in it; the caller has checked that it goes. The handles stay.

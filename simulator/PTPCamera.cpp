@@ -169,8 +169,8 @@ void PTPCamera::run() {
     answer(refuse(kGeneralError));
   } else if (const auto code = faults_.amount(Fault::kRespond)) {
     answer(refuse(static_cast<std::uint16_t>(*code)));
-  } else {
-    answer(responder_.execute(request_));
+  } else if (const auto reply = responder_.execute(request_); reply.code != 0) {
+    answer(reply);
   }
 }
 

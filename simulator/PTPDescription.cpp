@@ -24,7 +24,7 @@ Value oneOf(const JsonNode& node,
 DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   node.allowKeys({"vendorExtensionID", "vendorExtensionVersion", "vendorExtensionDescription",
                   "functionalMode", "operations", "events", "captureFormats", "imageFormats",
-                  "manufacturer", "model", "version", "serial"});
+                  "manufacturer", "model", "version", "serial", "bytesBehind"});
   DeviceInfo info;
   info.manufacturer = usb.manufacturer;
   info.model = usb.name;
@@ -41,6 +41,7 @@ DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
   node.read("model", info.model);
   node.read("version", info.version);
   node.read("serial", info.serial);
+  node.read("bytesBehind", info.bytesBehind);
   return info;
 }
 
@@ -134,7 +135,7 @@ StoreDescription readStore(const JsonNode& node) {
       {"readAndDelete", StoreAccess::kReadAndDelete},
   }};
   node.allowKeys({"id", "description", "label", "capacity", "free", "removable", "access",
-                  "vendorDelete", "content"});
+                  "vendorDelete", "emptySlot", "content"});
   StoreDescription store;
   node.read("id", store.id);
   node.read("description", store.description);
@@ -144,6 +145,7 @@ StoreDescription readStore(const JsonNode& node) {
   node.read("free", store.free);
   node.read("removable", store.removable);
   node.read("vendorDelete", store.vendorDelete);
+  node.read("emptySlot", store.isEmptySlot);
   if (const auto access = node.find("access")) store.access = oneOf(*access, kAccess);
   if (const auto list = node.find("content")) {
     store.content = readContent(*list, NameRule::kAnything);
@@ -152,11 +154,19 @@ StoreDescription readStore(const JsonNode& node) {
 }
 
 Habits readHabits(const JsonNode& node) {
-  node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests"});
+  node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests",
+                  "allStoresResponse", "formatResponse", "ignoresFormat", "needsAllParameters",
+                  "listsFolderByFolder", "rootParent"});
   Habits habits;
   node.read("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo);
   node.read("checksTransactionIDs", habits.checksTransactionIDs);
   node.read("noClassRequests", habits.noClassRequests);
+  node.read("allStoresResponse", habits.allStoresResponse);
+  node.read("formatResponse", habits.formatResponse);
+  node.read("ignoresFormat", habits.ignoresFormat);
+  node.read("needsAllParameters", habits.needsAllParameters);
+  node.read("listsFolderByFolder", habits.listsFolderByFolder);
+  node.read("rootParent", habits.rootParent);
   return habits;
 }
 

@@ -36,7 +36,7 @@ struct PTPEvent {
 /// What goes back: the data phase first, then the response container; and what else comes of the
 /// request.
 struct PTPReply {
-  std::uint16_t code = kOK;  ///< or the response code that refuses
+  std::uint16_t code = kOK;  ///< or the response code that refuses; 0: the device does not answer
   std::vector<std::uint32_t> parameters;
   std::shared_ptr<const Payload> data;  ///< data phase from the device; null: none
   std::vector<PTPEvent> events;

@@ -1,8 +1,10 @@
 #include "simulator/PTPResponder.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -11,6 +13,28 @@ constexpr std::uint16_t kFirstVendorOperation = 0x9000;
 
 bool contains(const std::vector<std::uint16_t>& codes, std::uint16_t code) {
   return std::find(codes.begin(), codes.end(), code) != codes.end();
+}
+
+/// What refuses a request for an object that the device does not know yet; none for others.
+std::optional<std::uint16_t> unknownObject(const DeviceState& state, const PTPRequest& request) {
+  const auto refusal = [&](unsigned parameter, std::uint16_t code) -> std::optional<std::uint16_t> {
+    if (state.knows(request.parameters.at(parameter))) return std::nullopt;
+    return code;
+  };
+  switch (request.operation) {
+    case ptp::kGetObjectInfo:
+    case ptp::kGetObject:
+    case ptp::kGetPartialObject:
+    case ptp::kGetThumb:
+    case ptp::kDeleteObject:
+      return refusal(0, kInvalidObjectHandle);
+    case ptp::kSendObjectInfo:
+      return refusal(1, kInvalidParentObject);
+    case ptp::kGetObjectHandles:
+      return refusal(2, kInvalidParentObject);
+    default:
+      return std::nullopt;
+  }
 }
 
 /// Nothing where the number of parameters is one that the operation has.
@@ -70,6 +94,8 @@ PTPReply PTPResponder::execute(const PTPRequest& request) {
   if (found->second.needsSession && !hasSession()) {
     made = refuse(kSessionNotOpen);
     complaints.push_back(formatted("operation 0x%04X without a session", request.operation));
+  } else if (const auto code = unknownObject(state_, request)) {
+    made = refuse(*code);
   } else {
     made = found->second.run(request);
   }

@@ -50,6 +50,7 @@ PTPReply SessionOperations::getDeviceInfo(const PTPRequest&) {
   writer.text(info.model);
   writer.text(info.version);
   writer.text(info.serial);
+  writer.raw(Bytes(info.bytesBehind));
   return reply(writer);
 }
 
@@ -87,6 +88,7 @@ PTPReply SessionOperations::getStorageInfo(const PTPRequest& request) {
   const auto* found = state_.objects.store(request.parameters[0]);
   if (found == nullptr) return refuse(kInvalidStorageID);
   const auto& store = found->description;
+  if (store.isEmptySlot) return refuse(kStoreNotAvailable);
   ByteWriter writer;
   writer.u16(store.removable ? 0x0004 : 0x0003);  // removable or fixed RAM
   writer.u16(0x0003);                             // DCF file system

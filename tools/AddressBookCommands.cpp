@@ -253,8 +253,7 @@ std::vector<StoredEntry> entriesNamed(const OpenedDevice& device,
                                       const std::vector<std::string>& texts) {
   std::map<std::uint32_t, StoredEntry> there;
   for (const auto& kind : kEntryKinds) {
-    for (const std::uint32_t handle :
-         device.objectHandles(ptp::kAllStores, kind.format, std::nullopt, "the address book"))
+    for (const std::uint32_t handle : device.objectHandles(kind.format, "the address book"))
       there[handle] = {.handle = handle, .format = kind.format, .what = kind.what};
   }
   std::vector<StoredEntry> named;

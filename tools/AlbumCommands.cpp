@@ -37,10 +37,8 @@ constexpr std::size_t kLCBCount = 31;
 std::optional<std::vector<std::byte>> albumNamesOf(const ToolContext& context,
                                                    const OpenedDevice& device) {
   auto& ptpDevice = device.ptpDevice();
-  const auto held =
-      device.transactions().numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_ALBUM_NAMES_FILE);
-  if (held < 0) device.failWithout("the album names");
-  if (held == 0) return std::nullopt;
+  if (device.objectHandles(ptp::XTD_ALBUM_NAMES_FILE, "the album names").empty())
+    return std::nullopt;
   const auto path = ptpDevice.albumNames();
   if (!path) device.failWithout("the album names");
   auto content = readInput(context, device.operation(), *path);
@@ -83,8 +81,7 @@ int listObjects(ToolContext& context, const OpenedDevice& device, std::uint16_t 
                   Listing::kWhole);
   int exitCode = kDone;
   std::size_t count = 0;
-  for (const std::uint32_t handle :
-       device.objectHandles(ptp::kAllStores, format, std::nullopt, what)) {
+  for (const std::uint32_t handle : device.objectHandles(format, what)) {
     endIfInterrupted(context, device.operation());
     const auto [info, status, why] = readInfo(device.transactions(), handle);
     ++count;
@@ -232,10 +229,7 @@ int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& opt
   const OpenedDevice device(context, "favourites delete");
   requireFavourites(device);
   const auto countNow = [&] {
-    const auto held =
-        device.transactions().numberOfObjectsOnStore(ptp::kAllStores, favouritesFormat(device));
-    if (held < 0) device.failWithout("the favourites");
-    return static_cast<std::size_t>(held);
+    return device.objectHandles(favouritesFormat(device), "the favourites").size();
   };
   const std::size_t before = countNow();
   if (before == 0) context.output.message("There are none.");

@@ -128,8 +128,8 @@ class Importing {
   /// The book as JSON, which 'import' reads again, whose path it gives, and the device's own files
   /// as they stand.
   std::string keepBook() const {
-    for (const std::uint32_t handle : device_.objectHandles(
-             ptp::kAllStores, ptp::XTD_ADDRESS_BOOK_FILE, std::nullopt, "the address-book file")) {
+    for (const std::uint32_t handle :
+         device_.objectHandles(ptp::XTD_ADDRESS_BOOK_FILE, "the address-book file")) {
       const auto file = device_.device().downloadObject(ObjectReference(handle));
       if (!file) device_.failWithout("the address-book file");
       keepBackup(device_, "addressbook", "abk", std::span<const std::byte>(*file));

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"

@@ -201,8 +201,8 @@ class DeviceInformation {
       store["storageID"] = id;
       stores.push_back(std::move(store));
       field("Store " + handleText(id), storageTypeInWords(info->storageType) + ", " +
-                                           sizeInWords(info->freeSpaceInBytes) + " free of " +
-                                           sizeInWords(info->maxCapacity));
+                                           freeSpaceInWords(*info) + " free of " +
+                                           capacityInWords(*info));
     }
     json_["stores"] = std::move(stores);
     const std::int32_t objects = device_.transactions().numberOfObjectsOnStore(ptp::kAllStores, 0);

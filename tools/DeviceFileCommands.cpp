@@ -69,8 +69,7 @@ std::optional<std::string> collectionIDOf(const ToolContext& context, const Open
   const std::string what = "NETCONF.XML";
   if (!saysNone(outcome)) throw ToolError(device.failure(what, outcome));
   // An object whose information cannot be read may be what was looked for.
-  for (const std::uint32_t handle :
-       device.objectHandles(ptp::kAllStores, ptp::XTD_WIRELESS_CONFIG, std::nullopt, what)) {
+  for (const std::uint32_t handle : device.objectHandles(ptp::XTD_WIRELESS_CONFIG, what)) {
     const auto [info, status, why] = readInfo(device.transactions(), handle);
     if (!info) throw ToolError(device.failure(handleText(handle), status, why));
   }

@@ -2,14 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <deque>
-#include <set>
 #include <vector>
 
 #include "NativeServices/PictureDevice/FileTypeTables.h"
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/Listing.h"
 #include "tools/ObjectPaths.h"
@@ -20,7 +18,6 @@ namespace tarvo::tools {
 namespace {
 
 constexpr const char* kOperation = "ls";
-constexpr std::uint32_t kRoot = 0xFFFFFFFF;
 constexpr std::uint16_t kUndefinedFormat = 0x3000;
 
 std::vector<Column> columnsFor(const ListOptions& options) {
@@ -35,29 +32,39 @@ std::string sizeText(const XTExtendedObjectInfo& info) {
   return info.compressedSize() == 0xFFFFFFFF ? "4 GB or more" : sizeInWords(info.compressedSize());
 }
 
+ListingQuery queryFor(const ListOptions& options) {
+  ListingQuery query = {.isDeep = options.isRecursive};
+  if (!options.store.empty()) query.store = numberArgument(kOperation, "store id", options.store);
+  if (!options.format.empty()) query.format = formatArgument(kOperation, options.format);
+  if (!options.association.empty()) {
+    query.folder = numberArgument(kOperation, "handle", options.association);
+  } else if (!options.isRecursive && options.format.empty()) {
+    query.folder = ListingQuery::kTop;
+  }
+  return query;
+}
+
 /// One run of the command.
 class ObjectList {
  public:
   ObjectList(ToolContext& context, const ListOptions& options)
       : context_(context),
         options_(options),
-        store_(options.store.empty() ? ptp::kAllStores
-                                     : numberArgument(kOperation, "store id", options.store)),
-        format_(options.format.empty() ? std::uint16_t{0}
-                                       : formatArgument(kOperation, options.format)),
+        query_(queryFor(options)),
         device_(context, kOperation),
         paths_(device_.transactions()),
         listing_(context.output, columnsFor(options), Listing::kStreamed) {}
 
   int run() {
-    if (!options_.association.empty()) {
-      walk(numberArgument(kOperation, "handle", options_.association));
-    } else if (options_.isRecursive || format_ != 0) {
-      // The device gives all that there is at once.
-      showAll(device_.objectHandles(store_, format_, std::nullopt, "the objects"));
-    } else {
-      showAll(device_.objectHandles(store_, 0, kRoot, "the root"));
-    }
+    ObjectListing objects(device_.transactions());
+    const Status listed =
+        options_.handlesOnly
+            ? showHandles(objects)
+            : objects.visit(query_, [this](std::uint32_t handle, const ReadInfo& read) {
+                if (!isEnough()) show(handle, read);
+                return !isEnough();
+              });
+    if (!hasEnded_) device_.require(listed, whatIsListed());
     endIfInterrupted(context_, kOperation);
     listing_.finish();
     return exitCode_;
@@ -68,55 +75,28 @@ class ObjectList {
     return (options_.limit && shown_ >= *options_.limit) || hasEnded_ || context_.interrupt.isSet();
   }
 
-  void showAll(const ObjectHandles& handles) {
+  std::string whatIsListed() const {
+    if (query_.folder == ListingQuery::kAnywhere) return "the objects";
+    return query_.folder == ListingQuery::kTop ? "the root" : "folder " + handleText(query_.folder);
+  }
+
+  Status showHandles(ObjectListing& objects) {
+    ObjectHandles handles;
+    const Status listed = objects.handles(query_, handles);
     for (const std::uint32_t handle : handles) {
-      if (isEnough()) return;
-      show(handle);
-    }
-  }
-
-  /// What lies in a folder and, where wanted, in those below it.
-  void walk(std::uint32_t folder) {
-    std::deque<std::uint32_t> folders = {folder};
-    std::set<std::uint32_t> visited;  // a folder may claim to lie in itself
-    while (!folders.empty() && !isEnough()) {
-      const std::uint32_t current = folders.front();
-      folders.pop_front();
-      if (!visited.insert(current).second) continue;
-      const auto handles =
-          device_.objectHandles(store_, folderFormat(), current, "folder " + handleText(current));
-      for (const std::uint32_t handle : handles) {
-        if (isEnough()) break;
-        if (isShownFolder(handle)) folders.push_back(handle);
-      }
-    }
-  }
-
-  /// Below a folder everything is asked for, so that the folders in it are found.
-  std::uint16_t folderFormat() const { return options_.isRecursive ? std::uint16_t{0} : format_; }
-  bool needsInfo() const {
-    return !options_.handlesOnly || (options_.isRecursive && !options_.association.empty());
-  }
-
-  /// Shows an object of a folder; whether its own objects are wanted too.
-  bool isShownFolder(std::uint32_t handle) {
-    const auto info = show(handle);
-    return options_.isRecursive && info && isFolder(*info);
-  }
-
-  ObjectInfoPointer show(std::uint32_t handle) {
-    if (!needsInfo()) {
+      if (isEnough()) break;
       ++shown_;
       listing_.add(handle, {handleText(handle)});
-      return nullptr;
     }
-    const auto [info, status, why] = readInfo(device_.transactions(), handle);
-    if (!info) {
-      fail(handle, status, why);
-      return nullptr;
+    return listed;
+  }
+
+  void show(std::uint32_t handle, const ReadInfo& read) {
+    if (read.info) {
+      add(handle, *read.info);
+    } else {
+      fail(handle, read.status, read.why);
     }
-    if (format_ == 0 || info->objFmtCode() == format_) add(handle, *info);
-    return info;
   }
 
   void fail(std::uint32_t handle, Status status, const std::string& why) {
@@ -129,10 +109,6 @@ class ObjectList {
   void add(std::uint32_t handle, const XTExtendedObjectInfo& info) {
     ++shown_;
     std::string name = options_.isRecursive ? paths_.pathOf(info) : info.fileName();
-    if (options_.handlesOnly) {
-      listing_.add(handle, {handleText(handle)});
-      return;
-    }
     PropertyDictionary json = {{"handle", handle}};
     if (options_.isLong) json.update(jsonFromObjectInfo(info));
     json["name"] = info.fileName();
@@ -150,8 +126,7 @@ class ObjectList {
 
   ToolContext& context_;
   const ListOptions& options_;
-  std::uint32_t store_;
-  std::uint16_t format_;
+  ListingQuery query_;
   OpenedDevice device_;
   ObjectPaths paths_;
   Listing listing_;

@@ -1,31 +1,12 @@
 #include "tools/ObjectPaths.h"
 
-#include "Utilities/Exception.h"
-
 namespace tarvo::tools {
 namespace {
 
-constexpr std::uint16_t kAssociation = 0x3001;
 /// Deeper than any device goes; a device that puts two folders into each other has no end.
 constexpr int kDeepest = 16;
 
 }  // namespace
-
-ReadInfo readInfo(PTPTransactions& device, std::uint32_t handle) {
-  ReadInfo result;
-  try {
-    result.status = device.objectInfo(result.info, handle);
-    if (result.status != status::kOK) result.info.reset();
-  } catch (const Exception& exception) {
-    return {.status = status::kICAProtocolError, .why = exception.reason()};
-  }
-  if (!result.info && result.status == status::kOK) result.status = status::kPTPGeneralError;
-  return result;
-}
-
-bool isFolder(const XTExtendedObjectInfo& info) {
-  return info.objFmtCode() == kAssociation;
-}
 
 std::string ObjectPaths::pathOf(const XTExtendedObjectInfo& info) {
   return folderPath(info.parentObject(), 0) + info.fileName();

@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "NativeServices/PictureDevice/PTPTransactions.h"
+#include "NativeServices/PictureDevice/ObjectListing.h"
 
 namespace tarvo::tools {
 
@@ -26,17 +26,5 @@ class ObjectPaths {
   PTPTransactions& device_;
   std::map<std::uint32_t, std::string> folders_;
 };
-
-/// The information of an object, or why there is none. What a device got wrong is a failure of that
-/// object and raises nothing.
-struct ReadInfo {
-  ObjectInfoPointer info{};  ///< null on failure
-  Status status = status::kOK;
-  std::string why{};
-};
-ReadInfo readInfo(PTPTransactions& device, std::uint32_t handle);
-
-/// Folders and other associations (ISO 15740, format 0x3001).
-bool isFolder(const XTExtendedObjectInfo& info);
 
 }  // namespace tarvo::tools

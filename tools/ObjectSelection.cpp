@@ -6,7 +6,6 @@
 #include <optional>
 #include <set>
 
-#include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/ObjectPaths.h"
 
@@ -35,15 +34,16 @@ class Selection {
   void run() {
     for (const std::uint32_t handle : handles_) {
       if (!visitor_.goesOn()) return;
-      visit(handle, true);
+      visit(handle, ObjectListing(device_.transactions()).find(handle), true);
     }
     if (names_.empty() && !all_) return;
-    const auto everything = device_.objectHandles(ptp::kAllStores, 0, std::nullopt, "the objects");
-    for (const std::uint32_t handle : everything) {
-      if (!visitor_.goesOn()) return;
-      if (isComplete()) break;
-      visit(handle, false);
-    }
+    const Status listed = ObjectListing(device_.transactions())
+                              .visit({}, [this](std::uint32_t handle, const ReadInfo& read) {
+                                visit(handle, read, false);
+                                return visitor_.goesOn() && !isComplete();
+                              });
+    if (!visitor_.goesOn()) return;
+    device_.require(listed, "the objects");
     for (const auto& name : names_) {
       if (!name.wasMatched) visitor_.onUnmatched(name.text);
     }
@@ -63,15 +63,15 @@ class Selection {
     });
   }
 
-  void visit(std::uint32_t handle, bool isChosen) {
-    if (!visited_.insert(handle).second) return;
-    const auto [info, status, why] = readInfo(device_.transactions(), handle);
-    if (!info) {
-      visitor_.onUnreadable(handle, status, why);
+  void visit(std::uint32_t handle, const ReadInfo& read, bool isChosen) {
+    // One whose content is missing comes a second time.
+    if (!visited_.insert(handle).second && read.info) return;
+    if (!read.info) {
+      visitor_.onUnreadable(handle, read.status, read.why);
       return;
     }
-    const std::string path = paths_.pathOf(*info);
-    if (isChosen || isWanted(*info, path)) visitor_.onObject(handle, *info, path);
+    const std::string path = paths_.pathOf(*read.info);
+    if (isChosen || isWanted(*read.info, path)) visitor_.onObject(handle, *read.info, path);
   }
 
   bool isWanted(const XTExtendedObjectInfo& info, const std::string& path) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
@@ -99,17 +100,10 @@ void OpenedDevice::failWithout(const std::string& object) const {
   throw ToolError(failure(object, outcome == status::kOK ? status::kPTPGeneralError : outcome));
 }
 
-ObjectHandles OpenedDevice::objectHandles(std::uint32_t store, std::uint16_t format,
-                                          std::optional<std::uint32_t> folder,
-                                          const std::string& what) const {
-  auto handles = folder ? transactions().objectHandlesOnStore(store, format, *folder)
-                        : transactions().objectHandlesOnStore(store, format);
-  // No objects, where they could not even be counted, is no answer. A format that the device does
-  // not know has none.
-  const Status outcome = transactions().lastOutcome();
-  const bool isUnknown = outcome != status::kOK && outcome != status::kPTPInvalidObjectFormatCode;
-  if (!handles || (handles->empty() && isUnknown)) failWithout(what);
-  return *std::move(handles);
+ObjectHandles OpenedDevice::objectHandles(std::uint16_t format, const std::string& what) const {
+  ObjectHandles handles;
+  require(ObjectListing(transactions()).handles({.format = format}, handles), what);
+  return handles;
 }
 
 std::string handleText(std::uint32_t handle) {

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 
 #include "NativeServices/PictureDevice/PTPTransactions.h"
@@ -45,10 +44,9 @@ class OpenedDevice {
   void require(Status status, const std::string& object = {}) const;
   /// The same where the operation gave nothing and no status.
   [[noreturn]] void failWithout(const std::string& object) const;
-  /// The handles of a store's objects of a format, in a folder where one is given; 0 is every
-  /// format. Raises a ToolError about `what` where the device does not tell them.
-  ObjectHandles objectHandles(std::uint32_t store, std::uint16_t format,
-                              std::optional<std::uint32_t> folder, const std::string& what) const;
+  /// The handles of the objects of a format, wherever they lie; 0 is every format. Raises a
+  /// ToolError about `what` where the device does not tell them.
+  ObjectHandles objectHandles(std::uint16_t format, const std::string& what) const;
 
  private:
   void open();

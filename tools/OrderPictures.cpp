@@ -174,8 +174,7 @@ std::optional<std::uint32_t> OrderPictures::handleOf(const OrderedPicture& pictu
 
 void OrderPictures::readNames() {
   names_.emplace();
-  const auto handles =
-      device_.objectHandles(ptp::kAllStores, 0, std::nullopt, "the objects of the device");
+  const auto handles = device_.objectHandles(0, "the objects of the device");
   for (const std::uint32_t handle : handles) {
     if (context_.interrupt.isSet()) return;
     const auto info = readInfo(device_.transactions(), handle).info;

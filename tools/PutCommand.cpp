@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
@@ -63,6 +64,10 @@ class Sending {
   Sending& operator=(const Sending&) = delete;
 
   int run() {
+    // A device may know a folder only once the one above it was listed; what is no folder is the
+    // device's to refuse.
+    if (parent_ != ListingQuery::kAnywhere && parent_ != ListingQuery::kTop)
+      ObjectListing(device_.transactions()).find(parent_);
     for (const auto& path : options_.files) {
       if (!batch_.goesOn()) break;
       batch_.attempt(device_, {{"file", validUTF8(path)}}, path, [&] { sendOne(path); });

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <utility>
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
@@ -93,6 +94,7 @@ int runRename(ToolContext& context, const RenameOptions& options) {
                      .why = "a name has 1 to 254 characters",
                      .advice = "Choose another name."});
   const OpenedDevice device(context, operation);
+  ObjectListing(device.transactions()).find(handle);
   device.require(device.device().renamePTPObject(handle, options.name), handleText(handle));
   if (context.output.isJSON()) {
     context.output.document({{"handle", handle}, {"name", validUTF8(options.name)}});

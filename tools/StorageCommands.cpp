@@ -5,6 +5,7 @@
 
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "Utilities/PTPCodes.h"
 #include "tools/Listing.h"
 #include "tools/OpenedDevice.h"
 #include "tools/Words.h"
@@ -51,9 +52,14 @@ int runStorageList(ToolContext& context) {
   for (const std::uint32_t store : storesOf(device)) {
     const auto info = device.transactions().storageInfo(store);
     endIfInterrupted(context, device.operation());
+    const Status status = device.explained(device.transactions().lastOutcome());
+    if (!info && (status == status::kPTPStoreNotAvailable || !ptp::hasLogicalStore(store))) {
+      listing.add({{"storageID", store}, {"empty", true}},
+                  {handleText(store), "no card", "", "", "", ""});
+      continue;
+    }
     if (!info) {
       exitCode = kFailed;
-      const Status status = device.explained(device.transactions().lastOutcome());
       listing.addFailure({{"storageID", store}}, device.failure(handleText(store), status));
       if (device.isLost(status)) break;
       continue;
@@ -61,8 +67,8 @@ int runStorageList(ToolContext& context) {
     PropertyDictionary json = jsonFromStorageInfo(*info);
     json["storageID"] = store;
     listing.add(json, {handleText(store), storageTypeInWords(info->storageType),
-                       accessInWords(info->accessCapability), sizeInWords(info->maxCapacity),
-                       sizeInWords(info->freeSpaceInBytes), imagesText(*info)});
+                       accessInWords(info->accessCapability), capacityInWords(*info),
+                       freeSpaceInWords(*info), imagesText(*info)});
   }
   listing.finish();
   return exitCode;

@@ -1,5 +1,6 @@
 #include "tools/UnreadEntries.h"
 
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo::tools {

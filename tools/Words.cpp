@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 
@@ -28,6 +29,11 @@ const char* nextCharacter(const char* at) {
   return g_utf8_find_next_char(at, nullptr);
 }
 
+bool isBelievable(const PTPStorageInfo& info) {
+  constexpr std::uint64_t kAllOnes = 0xFFFFFFFFFFFFFFFF;
+  return info.maxCapacity != kAllOnes && info.freeSpaceInBytes <= info.maxCapacity;
+}
+
 }  // namespace
 
 std::string sizeInWords(std::uint64_t bytes) {
@@ -48,6 +54,14 @@ std::string counted(std::uint64_t count, std::string_view things) {
   const std::size_t end = std::min(words.find(' '), words.size());
   if (count == 1 && end > 0 && words[end - 1] == 's') words.erase(end - 1, 1);
   return std::to_string(count) + " " + words;
+}
+
+std::string capacityInWords(const PTPStorageInfo& info) {
+  return isBelievable(info) ? sizeInWords(info.maxCapacity) : "unknown";
+}
+
+std::string freeSpaceInWords(const PTPStorageInfo& info) {
+  return isBelievable(info) ? sizeInWords(info.freeSpaceInBytes) : "unknown";
 }
 
 std::string dateInWords(std::string_view ptpDate) {

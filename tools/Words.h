@@ -6,6 +6,10 @@
 #include <string_view>
 #include <vector>
 
+namespace tarvo {
+struct PTPStorageInfo;
+}  // namespace tarvo
+
 namespace tarvo::tools {
 
 /// "4.2 MB"; thousands, not 1024s. Below a thousand "27 bytes".
@@ -13,6 +17,10 @@ std::string sizeInWords(std::uint64_t bytes);
 /// "1 file fetched", "2 files fetched": `things` begins with a noun in the plural, on "s", which
 /// one thing does without.
 std::string counted(std::uint64_t count, std::string_view things);
+/// Of a store; "unknown" where the device says what cannot be: a size of all ones, or more free
+/// than there is.
+std::string capacityInWords(const PTPStorageInfo& info);
+std::string freeSpaceInWords(const PTPStorageInfo& info);
 /// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
 /// is no date comes back as it is, printable.
 std::string dateInWords(std::string_view ptpDate);

@@ -5,6 +5,7 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/OrderLists.h"
 #include "Utilities/PTPCodes.h"
 

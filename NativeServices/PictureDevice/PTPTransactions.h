@@ -111,6 +111,18 @@ class PTPTransactions {
                                                             std::uint16_t type) = 0;
   virtual std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,
                                                             std::uint32_t association) = 0;
+  /// GetObjectHandles (0x1007) with all three parameters and without counting: `format` 0 is every
+  /// format, `association` 0 every object, 0xFFFFFFFF the top. What devices make of it differs:
+  /// ObjectListing takes care of that. `handles` is left empty on failure; kICAProtocolError for
+  /// fewer handles than the device announces, and for more than kMostObjects.
+  virtual Status listHandles(std::uint32_t store, std::uint16_t format, std::uint32_t association,
+                             ObjectHandles& handles) = 0;
+  /// A device with more objects is none that a person could look through.
+  static constexpr std::size_t kMostObjects = std::size_t{1} << 20;
+  /// Whether the device has been seen to name, for association 0, what lies in folders: many name
+  /// the top alone. Known once for the device's life.
+  bool isKnownToListBelowTop() const { return listsBelowTop_; }
+  void noteListsBelowTop() { listsBelowTop_ = true; }
   /// XTO_GET_PICTURE_FILE_SIZES (0x9203): bytes, in the order of objectHandlesOnStore().
   virtual std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
                                                                            std::uint16_t type) = 0;
@@ -183,15 +195,13 @@ class PTPTransactions {
 
   /// `bytes` more have been moved; true when the transfer shall be cancelled.
   virtual bool reportProgress(std::uint32_t bytes) = 0;
+
+ private:
+  bool listsBelowTop_ = false;
 };
 
 /// True, and traced, when `dataSet`, which is that of the last getDataSet(), was read beyond what
 /// the device sent of it.
 bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::uint32_t handle);
-
-/// Finds the objects of a format, on all stores unless one is named. 0, also where there are none
-/// and where the device does not know the format; otherwise why they cannot be told.
-Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
-                   std::uint32_t store = ptp::kAllStores);
 
 }  // namespace tarvo

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/datasets/OrderRecords.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"

@@ -42,6 +42,20 @@ void traceBytes(std::span<const std::byte> data) {
   }
 }
 
+/// Runs a question of the load. What a device lists and then does not know costs no more than what
+/// hangs on it; any other failure goes on.
+template <typename Question>
+void askIfKnown(const PTPTransactions& device, Question question) {
+  try {
+    question();
+  } catch (const Exception& exception) {
+    const Status outcome = device.lastOutcome();
+    const bool isUnknown = outcome == status::kPTPOperationNotSupported ||
+                           outcome == status::kPTPParameterNotSupported;
+    if (!isUnknown || exception.name() != exception_name::kPTP) throw;
+  }
+}
+
 std::string codesInWords(const CodeList& codes) {
   std::string words;
   for (const std::uint16_t code : codes)
@@ -109,15 +123,36 @@ Status XTImageCapturePTPDevice::loadDeviceInfoUncached() {
     return status;
   }
   parseDeviceInfo(record);
+  CodeList datasets;
+  askIfKnown(*this, [&] { datasets = supportedDatasets(); });
   checkCapabilitesFromManufacturer(manufacturer(), vendorExtensionID(), operationList_,
-                                   propertyList_, imageFormatList_, supportedDatasets());
-  displayRequestVersion();  // read and kept
+                                   propertyList_, imageFormatList_, datasets);
+  askIfKnown(*this, [&] { displayRequestVersion(); });  // read and kept
   return status::kOK;
 }
 
 void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record) {
   // Over the whole room, so that an answer that ends early reads as empty lists and texts.
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(record.data(), kPTPByteOrder);
+  try {
+    scanDeviceInfo(dataSet);
+  } catch (const Exception& exception) {
+    if (record.pb().dataSize < kDeviceInfoRoom) throw;
+    throw Exception(exception.name(), formatted("its DeviceInfo has more than the %zu bytes that "
+                                                "there is room for",
+                                                kDeviceInfoRoom));
+  }
+  if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
+
+  // The reader went into the zeros behind the answer.
+  if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
+  TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
+                  std::string(className()).c_str(), "loadDeviceInfoUncached",
+                  manufacturer().c_str(), model().c_str(), deviceVersion().c_str(),
+                  serialNumber().c_str());
+}
+
+void XTImageCapturePTPDevice::scanDeviceInfo(XTPTPDataSet& dataSet) {
   dataSet.scanUInt16();  // StandardVersion
   fields_.vendorExtensionID = dataSet.scanUInt32();
   dataSet.scanUInt16();  // VendorExtensionVersion
@@ -132,14 +167,6 @@ void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record
   fields_.deviceModel = dataSet.scanString();
   fields_.deviceVersion = dataSet.scanString();
   fields_.deviceSerialNumber = dataSet.scanString();
-  if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
-
-  // The reader went into the zeros behind the answer.
-  if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
-  TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
-                  std::string(className()).c_str(), "loadDeviceInfoUncached",
-                  manufacturer().c_str(), model().c_str(), deviceVersion().c_str(),
-                  serialNumber().c_str());
 }
 
 void XTImageCapturePTPDevice::reportShortDeviceInfo(std::uint32_t read,

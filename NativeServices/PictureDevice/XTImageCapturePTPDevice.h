@@ -134,6 +134,8 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
                                                     std::uint16_t type) override;
   std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,
                                                     std::uint32_t association) override;
+  Status listHandles(std::uint32_t store, std::uint16_t format, std::uint32_t association,
+                     ObjectHandles& handles) override;
   std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
                                                                    std::uint16_t type) override;
   Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) override;
@@ -199,6 +201,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
 
   /// Takes the lists and the identity from the record's room; a short DeviceInfo reads as zeros.
   void parseDeviceInfo(const PTPPassThroughRecord& record);
+  void scanDeviceInfo(XTPTPDataSet& dataSet);
   /// `read` is the number of bytes that the lists and texts would have needed.
   void reportShortDeviceInfo(std::uint32_t read, const PTPPassThroughRecord& record) const;
 

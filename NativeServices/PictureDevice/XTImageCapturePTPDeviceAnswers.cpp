@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "Utilities/PTPCodes.h"
 
@@ -106,13 +107,10 @@ Status XTImageCapturePTPDevice::deleteFilesOfType(std::uint16_t type) {
     TraceLog::trace("deleteFilesOfType couldn't get an ICA object");
     return status::kPTPSessionNotOpen;
   }
-  const auto handles = objectHandlesOnStore(ptp::kAllStores, type);
   // Nothing to delete is no failure; not knowing what there is, is one.
-  if (!handles || handles->empty()) {
-    return lastOutcome_ == status::kPTPInvalidObjectFormatCode ? status::kOK : lastOutcome_;
-  }
-  Status status = status::kOK;
-  for (auto handle = handles->begin(); status == status::kOK && handle != handles->end(); ++handle)
+  ObjectHandles handles;
+  Status status = listObjects(*this, type, handles);
+  for (auto handle = handles.begin(); status == status::kOK && handle != handles.end(); ++handle)
     status = deleteObjectPTP(*handle);
   return status;
 }

@@ -9,6 +9,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
+#include "platform/imagecapture/PTPObjectReader.h"
 
 namespace tarvo {
 
@@ -27,11 +28,9 @@ constexpr std::size_t roomForArray(std::int32_t count) {
   return 4 * static_cast<std::size_t>(count) + 4;
 }
 
-/// The logical store is the lower half of an id (ISO 15740, "StorageID"). 0 is no id at all and the
-/// device's to refuse.
+/// 0 is no id at all and the device's to refuse.
 bool hasNoLogicalStore(std::uint32_t store) {
-  constexpr std::uint32_t kLogicalStore = 0xFFFF;
-  return store != 0 && (store & kLogicalStore) == 0;
+  return store != 0 && !ptp::hasLogicalStore(store);
 }
 
 /// A format of objects as the device gets it.
@@ -161,6 +160,28 @@ std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandles(const Object
                                 "objectHandlesOnStore:ofType:", count);
   if (handles) traceNumbers("Object Handles:", *handles, "x");
   return handles;
+}
+
+Status XTImageCapturePTPDevice::listHandles(std::uint32_t store, std::uint16_t format,
+                                            std::uint32_t association, ObjectHandles& handles) {
+  handles.clear();
+  if (hasNoLogicalStore(store)) return lastOutcome_ = status::kPTPInvalidStorageID;
+  PassThroughTransaction transaction({.method = "listHandles",
+                                      .headerFailure = "listHandles GetObjectHandles",
+                                      .operation = ptp::kGetObjectHandles,
+                                      .parameters = {store, formatParameter(format), association},
+                                      .dataUsageMode = kDataFromDevice,
+                                      .room = roomForArray(kMostObjects),
+                                      .untracedResponse = status::kPTPInvalidObjectFormatCode});
+  if (!run(transaction)) return lastOutcome_;
+  auto decoded = decodeHandles(transaction.received());
+  if (!decoded) {
+    TraceLog::trace("listHandles: the list ends after %zu bytes", transaction.received().size());
+    return lastOutcome_ = status::kICAProtocolError;
+  }
+  handles = *std::move(decoded);
+  traceNumbers("Object Handles:", handles, "x");
+  return status::kOK;
 }
 
 std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::pictureFilesizeOnStore(

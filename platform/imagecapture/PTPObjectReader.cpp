@@ -69,22 +69,90 @@ Status receive(PTPChannel& channel, ptp::Transaction transaction, std::span<std:
   return transaction.responseCode == status::kPTPOK ? status::kOK : transaction.responseCode;
 }
 
-Status readHandles(PTPChannel& channel, std::vector<std::uint32_t>& handles, std::string* why) {
+/// An operation that answers with an array of numbers.
+Status readNumbers(PTPChannel& channel, const ptp::Transaction& transaction,
+                   std::vector<std::uint32_t>& numbers, std::string* why) {
   const std::size_t size = 4 * (kMostObjects + 1);
   // Of memory that is not touched the system gives none.
   const auto memory = std::make_unique_for_overwrite<std::byte[]>(size);
   std::span<const std::byte> data;
-  // All stores, all formats, all folders.
-  const Status result = receive(
-      channel,
-      {.operation = ptp::kGetObjectHandles, .parameters = {ptp::kAllStores}, .parameterCount = 3},
-      {memory.get(), size}, data, why);
+  const Status result = receive(channel, transaction, {memory.get(), size}, data, why);
   if (result != status::kOK) return result;
   auto decoded = decodeHandles(data);
   if (!decoded) return status::kICAProtocolError;
-  handles = std::move(*decoded);
+  numbers = std::move(*decoded);
   return status::kOK;
 }
+
+/// One reading of all that lies on a device.
+class ObjectReading {
+ public:
+  ObjectReading(PTPChannel& channel, std::vector<PTPObject>& objects, std::string* why)
+      : channel_(channel), objects_(objects), why_(why) {}
+
+  Status run() {
+    // One by one: there are devices that refuse a list over all stores, or never answer it.
+    std::vector<std::uint32_t> stores;
+    Status result = readNumbers(channel_, {.operation = ptp::kGetStorageIDs}, stores, why_);
+    if (result < status::kOK) return result;
+    if (stores.empty()) stores = {ptp::kAllStores};
+    bool hasAnswered = false;
+    for (const std::uint32_t store : stores) {
+      if (!ptp::hasLogicalStore(store)) continue;
+      result = readFolder(store, 0);
+      const bool hasNoCard =
+          result == status::kPTPInvalidStorageID || result == status::kPTPStoreNotAvailable;
+      if (result != status::kOK && !hasNoCard) return result;
+      hasAnswered = hasAnswered || result == status::kOK;
+    }
+    return hasAnswered ? readBelow() : result;
+  }
+
+ private:
+  /// What the device lists of a folder; 0 is all that it lists of the store.
+  Status readFolder(std::uint32_t store, std::uint32_t folder) {
+    std::vector<std::uint32_t> handles;
+    Status result = readNumbers(channel_,
+                                {.operation = ptp::kGetObjectHandles,
+                                 .parameters = {store, 0, folder},
+                                 .parameterCount = 3},
+                                handles, why_);
+    for (std::size_t i = 0; result == status::kOK && i < handles.size(); ++i)
+      if (seen_.insert(handles[i]).second) result = readObject(handles[i]);
+    return result;
+  }
+
+  Status readObject(std::uint32_t handle) {
+    std::span<const std::byte> data;
+    const Status result = receive(
+        channel_, {.operation = ptp::kGetObjectInfo, .parameters = {handle}, .parameterCount = 1},
+        room_, data, why_);
+    if (auto object = decodeObject(handle, data)) {
+      hasMembers_.insert(object->parent);
+      objects_.push_back(std::move(*object));
+    }
+    // One object that went meanwhile, or that the device itself cannot read, is no reason to show
+    // none.
+    return result > status::kOK ? status::kOK : result;
+  }
+
+  /// Many devices list what lies at the top alone, and then one folder at a time.
+  Status readBelow() {
+    for (std::size_t i = 0; i < objects_.size() && seen_.size() < kMostObjects; ++i) {
+      if (!objects_[i].isFolder() || hasMembers_.contains(objects_[i].handle)) continue;
+      const Status result = readFolder(objects_[i].store, objects_[i].handle);
+      if (result < status::kOK) return result;
+    }
+    return status::kOK;
+  }
+
+  PTPChannel& channel_;
+  std::vector<PTPObject>& objects_;
+  std::string* why_;
+  std::array<std::byte, kObjectInfoRoom> room_{};
+  std::unordered_set<std::uint32_t> seen_;
+  std::unordered_set<std::uint32_t> hasMembers_;  ///< folders in which something lies
+};
 
 }  // namespace
 
@@ -102,7 +170,7 @@ bool PTPObject::isPicture() const {
 std::optional<PTPObject> decodeObject(std::uint32_t handle, std::span<const std::byte> objectInfo) {
   Cursor cursor(objectInfo);
   PTPObject object{.handle = handle};
-  cursor.skip(4);  // storage
+  object.store = cursor.u32();
   object.format = cursor.u16();
   cursor.skip(2);  // protection
   object.size = cursor.u32();
@@ -139,23 +207,7 @@ bool listsProperty(std::span<const std::byte> deviceInfo, std::uint16_t property
 }
 
 Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects, std::string* why) {
-  std::vector<std::uint32_t> handles;
-  Status result = readHandles(channel, handles, why);
-  std::array<std::byte, kObjectInfoRoom> room{};
-  std::unordered_set<std::uint32_t> seen;
-  for (std::size_t i = 0; result == status::kOK && i < handles.size(); ++i) {
-    if (!seen.insert(handles[i]).second) continue;
-    std::span<const std::byte> data;
-    result =
-        receive(channel,
-                {.operation = ptp::kGetObjectInfo, .parameters = {handles[i]}, .parameterCount = 1},
-                room, data, why);
-    // One object that went meanwhile, or that the device itself cannot read, is no reason to show
-    // none.
-    if (result > status::kOK) result = status::kOK;
-    if (auto object = decodeObject(handles[i], data)) objects.push_back(std::move(*object));
-  }
-  return result;
+  return ObjectReading(channel, objects, why).run();
 }
 
 Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property, bool& isListed,

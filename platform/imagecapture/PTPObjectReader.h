@@ -22,6 +22,7 @@ struct PTPObject {
   static constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
 
   std::uint32_t handle = 0;
+  std::uint32_t store = 0;  ///< id of the store it lies on
   std::uint16_t format = 0;
   std::uint32_t size = 0;           ///< bytes
   std::uint32_t thumbnailSize = 0;  ///< bytes, 0 where it has none

@@ -56,8 +56,16 @@ class Contents : public ServiceFixture {
       case ptp::kGetDeviceInfo:
         test::sendPayload(transaction, deviceInfo);
         break;
+      case ptp::kGetStorageIDs:
+        if (!listsFolderByFolder) transaction.responseCode = 0x2005;
+        if (listsFolderByFolder)
+          test::sendPayload(transaction, bytesOf(test::PTPBytes().u32(1).u32(0x10001)));
+        break;
       case ptp::kGetObjectHandles:
-        test::sendPayload(transaction, handles());
+        if (listsFolderByFolder && handle == ptp::kAllStores)
+          transaction.responseCode = 0x2008;
+        else
+          test::sendPayload(transaction, handles(transaction.parameters[2]));
         break;
       case ptp::kGetObjectInfo:
         if (!entries.contains(handle)) transaction.responseCode = 0x2009;
@@ -74,14 +82,16 @@ class Contents : public ServiceFixture {
     }
     return failure;
   }
-  std::vector<std::byte> handles() {
-    test::PTPBytes list;
-    list.u32(static_cast<std::uint32_t>(entries.size() + extraHandles.size()));
+  std::vector<std::byte> handles(std::uint32_t folder) {
+    std::vector<std::uint32_t> list;
     for (const auto& [handle, entry] : entries)
-      list.u32(handle);
-    for (const auto handle : extraHandles)
-      list.u32(handle);
-    return bytesOf(list);
+      if (!listsFolderByFolder || entry.parent == folder) list.push_back(handle);
+    list.insert(list.end(), extraHandles.begin(), extraHandles.end());
+    test::PTPBytes bytes;
+    bytes.u32(static_cast<std::uint32_t>(list.size()));
+    for (const auto handle : list)
+      bytes.u32(handle);
+    return bytesOf(bytes);
   }
 
   PropertyDictionary property(ICAObject object, const char* key) {
@@ -119,6 +129,7 @@ class Contents : public ServiceFixture {
 
   std::map<std::uint32_t, Entry> entries;
   std::vector<std::uint32_t> extraHandles;
+  bool listsFolderByFolder = false;  ///< and refuses a list over all stores
   std::vector<std::byte> deviceInfo;
   std::vector<std::byte> content = std::vector<std::byte>(4, std::byte{'x'});
   Status failure = status::kOK;
@@ -146,6 +157,12 @@ TEST_F(Contents, AreReadOnFirstNeedAndOnceUntilForgotten) {
   EXPECT_NE(picture(), before);
   ICAObjectInfo info;
   EXPECT_EQ(service().getObjectInfo(before, info), status::kICAInvalidObject);
+}
+
+TEST_F(Contents, AreFoundOnADeviceThatListsOneFolderOfOneStoreAtATime) {
+  entries = {{5, {0, 0x3001, "DCIM"}}, {7, {5, 0x3001, "A"}}, {9, {7, 0x3801, "A.JPG"}}};
+  listsFolderByFolder = true;
+  EXPECT_EQ(shape(property(camera, "tree")), "DCIM(A(A.JPG))");
 }
 
 TEST_F(Contents, TellTheKindOfAFileAndHaveNothingElse) {

@@ -6,6 +6,7 @@
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
+#include "tests/support/Raised.h"
 
 namespace tarvo::test {
 namespace {
@@ -77,6 +78,23 @@ TEST(PTPDevice, RaisesWhenAVendorQueryFailsAndKeepsTheStatusNotTheResponse) {
     EXPECT_EQ(exception.reason(), "XT_GET_DISPLAY_REQUEST_VERSION failed");
     EXPECT_EQ(exception.userInfo(), PropertyDictionary({{"ptpResponseCode", 0}}));
   }
+}
+
+TEST(PTPDevice, IsUsedWithoutWhatItListsAndThenDoesNotKnow) {
+  for (const std::uint16_t query : {0x920A, 0x9009}) {
+    for (const std::uint16_t response : {0x2005, 0x2006}) {
+      PictureDeviceTestRoom room;
+      auto& camera = addAnsweringCamera(room);
+      camera.answers[query] = {.responseCode = response};
+      EXPECT_TRUE(load(camera)) << query;
+    }
+  }
+}
+
+TEST(PTPDevice, OfMoreDeviceInfoThanThereIsRoomForIsRefusedInWords) {
+  PictureDeviceTestRoom room;
+  const auto& camera = room.ica.addPTPCamera({.operations = std::vector<std::uint16_t>(1100, 7)});
+  EXPECT_THAT(raised([&] { load(camera); }), testing::HasSubstr("more than the 2048 bytes"));
 }
 
 TEST(PTPDevice, IsNotReachedWhenDisconnectedOrForAnOperationThatItDoesNotOffer) {

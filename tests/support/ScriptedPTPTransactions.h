@@ -138,6 +138,19 @@ class ScriptedPTPTransactions : public PTPTransactions {
                                                     std::uint32_t) override {
     return objectHandlesOnStore(store, type);
   }
+  Status listHandles(std::uint32_t store, std::uint16_t type, std::uint32_t association,
+                     ObjectHandles& handles) override {
+    const std::string where = association == 0 ? "" : formatted(" in %X", association);
+    handles.clear();
+    const Status status = call("GetObjectHandles " + formatted("%X %04X", store, type) + where);
+    if (status != status::kOK) return status;
+    for (const std::uint32_t handle : ofType(type)) {
+      const std::uint32_t parent = objects[handle].info->parentObject();
+      if (association == 0 || parent == (association == 0xFFFFFFFF ? 0 : association))
+        handles.push_back(handle);
+    }
+    return status::kOK;
+  }
   std::optional<std::vector<std::uint32_t>> pictureFilesizeOnStore(std::uint32_t store,
                                                                    std::uint16_t type) override {
     call("PictureFileSizes " + formatted("%X %04X", store, type));
@@ -266,7 +279,7 @@ class ScriptedPTPTransactions : public PTPTransactions {
     for (const auto& [handle, object] : objects) {
       const unsigned format = object.info->objFmtCode();
       const bool isImage = format >> 8U == 0x38 || format >> 8U == 0xB8;
-      if (isForAllImages ? isImage : format == type) handles.push_back(handle);
+      if (isForAllImages ? isImage : type == 0 || format == type) handles.push_back(handle);
     }
     return handles;
   }

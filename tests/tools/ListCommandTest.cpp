@@ -30,6 +30,60 @@ TEST(List, ShowsTheRootOrAFolderOrEverything) {
   EXPECT_THAT(below.out, Not(HasSubstr("NOTES")));
 }
 
+struct HabitRow {
+  const char* name;
+  const char* habits;
+};
+
+// Each by a command, and so a session, of its own: what one of them has listed is no help to the
+// next.
+TEST(List, AndGetPutAndRemoveWorkWhateverTheDevicesWayOfListing) {
+  constexpr HabitRow kRows[] = {
+      {"all stores: invalid id", R"({"allStoresResponse": "0x2008"})"},
+      {"all stores: not available", R"({"allStoresResponse": "0x2013"})"},
+      {"all stores: never answered", R"({"allStoresResponse": 0})"},
+      {"a format: no choice", R"({"formatResponse": "0x2014"})"},
+      {"a format: not supported", R"({"formatResponse": "0x2005"})"},
+      {"a format: invalid parameter", R"({"formatResponse": "0x201D"})"},
+      {"a format: ignored", R"({"ignoresFormat": true})"},
+      {"all parameters", R"({"needsAllParameters": true})"},
+      {"one folder at a time", R"({"listsFolderByFolder": true})"},
+      {"and formats ignored", R"({"listsFolderByFolder": true, "ignoresFormat": true,
+                                  "allStoresResponse": 0, "rootParent": "0xFFFFFFFF"})"},
+      {"the root in nothing", R"({"listsFolderByFolder": true, "rootParent": "0x77777777"})"},
+  };
+  for (const auto& row : kRows) {
+    SCOPED_TRACE(row.name);
+    CameraBench bench(std::string(R"({"faults": {"respond": "0x2005,0x1006"}, "habits": )") +
+                      row.habits + "}");
+    const auto all = bench.run({"ls", "--recursive"});
+    EXPECT_EQ(all.exitCode, 0) << all.err;
+    EXPECT_THAT(all.lines(), SizeIs(8));
+    EXPECT_THAT(all.out, HasSubstr("  DCIM/100TARVO/TARV0003.MOV\n"));
+    EXPECT_THAT(bench.run({"--json", "ls", "--handles", "--recursive"}).json(), SizeIs(7));
+    EXPECT_THAT(bench.run({"ls"}).lines(), SizeIs(3));
+    EXPECT_THAT(bench.run({"--json", "ls", "--handles", "--format", "jpg"}).json(), SizeIs(2));
+    const auto pictures = bench.handleText("100TARVO");
+    EXPECT_THAT(bench.run({"--json", "ls", "--association", pictures, "--format", "mov"}).json(),
+                SizeIs(1));
+    EXPECT_EQ(bench.run({"put", "--parent", pictures, bench.folder.write("NEW.TXT", "x")}).exitCode,
+              0);
+    const auto got = bench.run({"--json", "get", "--output", bench.folder.path("got/"),
+                                bench.handleText("NOTES.TXT"), "TARV*.JPG", "NEW.TXT"});
+    EXPECT_EQ(got.exitCode, 0) << got.out;
+    EXPECT_THAT(got.json(), SizeIs(4));
+    EXPECT_EQ(bench.run({"rm", bench.handleText("TARV0003.MOV")}).exitCode, 0);
+    EXPECT_THAT(bench.names(), SizeIs(7));
+    EXPECT_EQ(bench.run({"get", "4711"}).exitCode, tools::kFailed);
+  }
+}
+
+TEST(List, HasWhatTurnsUpWhileTheRestIsRead) {
+  CameraBench bench(R"({"stores": [{"id": "0x00010001", "content": [
+      {"file": "A.NEF", "size": 5, "appearsWith": "A.JPG"}, {"file": "A.JPG", "size": 3}]}]})");
+  EXPECT_THAT(bench.run({"ls", "--recursive"}).out, HasSubstr("A.NEF"));
+}
+
 TEST(List, InLongFormSaysFormatSizeAndDateInWords) {
   CameraBench bench;
   EXPECT_THAT(
@@ -56,6 +110,7 @@ TEST(List, AsksNoMoreThanItShows) {
   EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
   EXPECT_THAT(bench.run({"ls", "--handles"}).lines(), SizeIs(100001));
   EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
+  EXPECT_EQ(bench.sim.asked(ptp::kGetNumObjects), 0U);
 }
 
 TEST(List, AnObjectThatCannotBeReadDoesNotEndIt) {
@@ -79,6 +134,18 @@ TEST(Information, IsToldInWordsAndAsJSON) {
   EXPECT_EQ(json["Model"], "Tarvo Lumo X2");
   EXPECT_EQ(json["objects"], 7);
   EXPECT_EQ(json["stores"][0]["storageID"], 0x00010001);
+}
+
+TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {
+  CameraBench bench(R"({"stores": [
+      {"id": "0x00010001", "capacity": 1000, "free": 1001},
+      {"id": "0x00020001", "capacity": "0xFFFFFFFFFFFFFFFF", "free": "0xFFFFFFFFFFFFFFFF"},
+      {"id": "0x00030001", "emptySlot": true}, {"id": "0x00040000", "emptySlot": true}]})");
+  const auto run = bench.run({"storage", "list"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.out, ContainsRegex("0x00010001 .* unknown +unknown\n.* unknown +unknown\n"
+                                     "0x00030001  no card\n0x00040000  no card\n"));
+  EXPECT_THAT(bench.run({"info"}).out, HasSubstr("unknown free of unknown"));
 }
 
 TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {

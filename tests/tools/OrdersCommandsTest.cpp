@@ -11,6 +11,7 @@ using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 TEST(Orders, OfADeviceWithDataSetsAreListedByKind) {
   SharingBench bench("orders-camera");
@@ -39,6 +40,14 @@ TEST(Orders, OfMarkerFilesAreListedAlike) {
   EXPECT_THAT(seen, ElementsAre("email TARV0001.JPG", "email TARV0002.JPG", "email TARV0002.JPG",
                                 "print TARV0001.JPG", "print TARV0002.JPG"));
   EXPECT_FALSE(json[0]["pictures"][0].contains("handle"));
+}
+
+TEST(Orders, OfAResponderOfOthersAreFoundInItsFolders) {
+  SharingBench bench("folder-by-folder-camera");
+  const auto run = bench.run({"--json", "orders", "list"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  ASSERT_THAT(run.json(), SizeIs(1));
+  EXPECT_EQ(run.json()[0]["pictures"][0]["name"], "A.JPG");
 }
 
 TEST(Orders, AreFetchedIntoAFolderEach) {
