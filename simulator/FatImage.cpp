@@ -15,7 +15,6 @@
 #include <system_error>
 #include <vector>
 
-#include "Utilities/Format.h"
 #include "simulator/ByteWriter.h"
 #include "simulator/ContentFiles.h"
 
@@ -34,15 +33,12 @@ constexpr std::size_t kLongestLabel = 11;
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-std::string temporary(const char* name) {
-  return (fs::temp_directory_path() / name).string();
-}
-
 /// A folder that goes with all that is in it.
 class StagingFolder {
  public:
-  StagingFolder() : path_(temporary("tarvo-volume-XXXXXX")) {
+  StagingFolder() : path_((fs::temp_directory_path() / "tarvo-volume-XXXXXX").string()) {
     if (::mkdtemp(path_.data()) == nullptr) fail("cannot make a temporary folder");
+    fs::create_directory(content());
   }
   StagingFolder(const StagingFolder&) = delete;
   StagingFolder& operator=(const StagingFolder&) = delete;
@@ -50,7 +46,8 @@ class StagingFolder {
     std::error_code ignored;
     fs::remove_all(path_, ignored);
   }
-  const std::string& path() const { return path_; }
+  std::string content() const { return path_ + "/content"; }
+  std::string medium() const { return path_ + "/medium"; }
 
  private:
   std::string path_;
@@ -80,7 +77,7 @@ std::uint64_t sizeOf(const std::vector<ContentNode>& content) {
   return total;
 }
 
-/// Runs a tool to its end. It may write to the medium by /proc, where it needs no name.
+/// Runs a tool to its end.
 void run(std::vector<std::string> words) {
   std::vector<char*> arguments;
   arguments.reserve(words.size() + 1);
@@ -131,20 +128,19 @@ Bytes partitionTable(std::uint64_t size, unsigned blockSize) {
 
 FileDescriptor makeFatImage(const VolumeDescription& volume, unsigned blockSize, FatLayout layout) {
   const StagingFolder staging;
-  writeContent(staging.path(), volume.content);
+  writeContent(staging.content(), volume.content);
   const std::uint64_t size = (sizeOf(volume.content) + kSpare) / kMebi * kMebi;
   const std::uint64_t start = layout == FatLayout::kPartition ? kPartitionStart : 0;
-  auto name = temporary("tarvo-medium-XXXXXX");
-  FileDescriptor file(::mkostemp(name.data(), O_CLOEXEC));
+  // The tools find it by a name: not every kernel lets them at a descriptor of this process.
+  const auto path = staging.medium();
+  FileDescriptor file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
   if (!file.isOpen()) fail("cannot make a temporary file");
-  ::unlink(name.c_str());
   if (::ftruncate(file.get(), static_cast<off_t>(start + size)) != 0) fail("cannot make a medium");
-  const auto path = formatted("/proc/%d/fd/%d", ::getpid(), file.get());
   run({"/usr/sbin/mkfs.fat", "-S", std::to_string(blockSize), "-n", labelOf(volume),
        "--offset=" + std::to_string(start / blockSize), path, std::to_string(size / 1024)});
   std::vector<std::string> copy = {"mcopy", "-s", "-Q", "-i", path + "@@" + std::to_string(start)};
   const auto options = copy.size();
-  for (const auto& entry : fs::directory_iterator(staging.path()))
+  for (const auto& entry : fs::directory_iterator(staging.content()))
     copy.push_back(entry.path().string());
   if (copy.size() > options) {
     copy.emplace_back("::/");
