@@ -69,10 +69,20 @@ build() {
   (cd "$root" && cmake --build --preset "$preset" ${*:+--target "$@"})
 }
 
-# run_tests PRESET [CTEST ARGUMENT...]: all tests of a built preset.
+# run_tests PRESET [CTEST ARGUMENT...]: all tests of a built preset, as the user TARVO_TEST_USER where
+# one is named.
 run_tests() {
-  local preset=$1
+  local preset=$1 as=()
   shift
-  say "Tests: preset $preset"
-  (cd "$root/build/$preset" && ctest --output-on-failure "$@")
+  say "Tests: preset $preset${TARVO_TEST_USER:+, as $TARVO_TEST_USER}"
+  cd "$root/build/$preset"
+  if [ -n "${TARVO_TEST_USER:-}" ]; then
+    as=(setpriv --reuid="$TARVO_TEST_USER" --regid="$(id -g "$TARVO_TEST_USER")" --clear-groups
+      --inh-caps=-all env "HOME=/nonexistent" "USER=$TARVO_TEST_USER")
+    "${as[@]}" test -r CTestTestfile.cmake || die "$TARVO_TEST_USER may not read $root"
+    rm -rf Testing
+    install -d -o "$TARVO_TEST_USER" Testing
+  fi
+  "${as[@]}" ctest --output-on-failure --parallel "$(nproc)" "$@"
+  cd "$root"
 }
