@@ -7,6 +7,12 @@ import shlex
 from machine import PROJECT, Failure, USERS
 
 SOCKET = "/run/tarvo-simulator.sock"
+# What both cameras below hold at first. Something happens to the film while it is fetched.
+FILM = "TARV0003.MOV"
+FILM_SIZE = 96 << 20
+PATHS = ["DCIM", "DCIM/100TARVO", "DCIM/100TARVO/TARV0001.JPG", "DCIM/100TARVO/TARV0002.JPG",
+         "DCIM/100TARVO/" + FILM, "MISC", "MISC/NOTES.TXT"]
+TOP = [path for path in PATHS if "/" not in path]
 
 
 class Desk:
@@ -15,6 +21,7 @@ class Desk:
     def __init__(self, machine, traces=True):
         self.machine = machine
         self.traces = traces  # of the device library, in the agent's log
+        self.maker = {}  # keys of the group [Maker] in a user's preferences
         machine.root(f"systemd-run --quiet --unit=simulator tarvo-simulator --socket {SOCKET}"
                      " usbip --attach")
         machine.wait("the simulator", lambda: machine.root(f"test -S {SOCKET} && echo yes",
@@ -77,6 +84,92 @@ class Desk:
         return Agent(self, user, preferences)
 
 
+class SimulatedCamera:
+    """A camera of the simulator with two pictures and a film; USB/IP brings it to the kernel."""
+    words = "a simulated camera"
+
+    def __init__(self, desk):
+        self.desk, self.port, self.location = desk, "1-1", 0x01100000
+        self.device = desk.changed("tarvo-camera", stores=[{"id": "0x00010001", "content": [
+            {"folder": "DCIM", "content": [{"folder": "100TARVO", "content": [
+                {"file": "TARV0001.JPG", "size": 2412034}, {"file": "TARV0002.JPG", "size": 1987072},
+                {"file": FILM, "size": FILM_SIZE}]}]},
+            {"folder": "MISC", "content": [{"file": "NOTES.TXT", "text": "Orders live here."}]}]}])
+
+    def plug(self):
+        self.desk.plug(self.device, self.port)
+
+    def unplug(self):
+        self.desk.unplug(self.port)
+
+    def contents(self):
+        """Digests of what it holds by name, asked behind the back of USB; of a folder "folder"."""
+        found = {}
+        for entry in json.loads(self.desk.simulator("objects", self.port, "--json")):
+            if entry["format"] == 0x3001:
+                found[entry["name"]] = "folder"
+                continue
+            self.desk.simulator("export", self.port, str(entry["handle"]), "/tmp/exported")
+            found[entry["name"]] = self.desk.machine.root("md5sum </tmp/exported").split()[0]
+        return found
+
+
+class ForeignCamera:
+    """The same camera by other hands: umtp-responder on a gadget of the kernel, over a folder."""
+    words = "a camera by other hands"
+
+    def __init__(self, desk):
+        self.desk = desk
+        desk.maker["ptpVendorExtensionID"] = 6
+        root = desk.machine.root
+        root("mkdir -p /srv/card/DCIM/100TARVO /srv/card/MISC && cd /srv/card && "
+             "head -c 2412034 /dev/urandom >DCIM/100TARVO/TARV0001.JPG && "
+             "head -c 1987072 /dev/urandom >DCIM/100TARVO/TARV0002.JPG && "
+             f"seq 100000000 | head -c {FILM_SIZE} >DCIM/100TARVO/{FILM}; "
+             "echo Orders live here. >MISC/NOTES.TXT")
+        root("""set -e
+            modprobe -a libcomposite dummy_hcd usb_f_fs
+            mountpoint -q /sys/kernel/config || mount -t configfs none /sys/kernel/config
+            mkdir /sys/kernel/config/usb_gadget/camera && cd /sys/kernel/config/usb_gadget/camera
+            mkdir strings/0x409 configs/c.1 functions/ffs.mtp
+            echo 0xF055 >idVendor
+            echo 0x0302 >idProduct
+            echo Tarvo Imaging >strings/0x409/manufacturer
+            echo Tarvo Lumo X2 >strings/0x409/product
+            echo TLX2-000900 >strings/0x409/serialnumber
+            ln -s functions/ffs.mtp configs/c.1
+            mkdir /dev/ffs-mtp
+            mount -t functionfs mtp /dev/ffs-mtp
+            systemd-run --quiet --unit=responder umtprd""")
+        bus = root("cat /sys/devices/platform/dummy_hcd.0/usb*/busnum").split()[0]
+        self.port, self.location = f"{bus}-1", int(bus) << 24 | 1 << 20
+
+    def plug(self):
+        self.desk.machine.wait("the responder", lambda: self.desk.machine.root(
+            "test -e /dev/ffs-mtp/ep3 && echo yes", check=False))
+        self._controller("$(ls /sys/class/udc)")
+        self.desk.wait_for_node(self.port)
+
+    def unplug(self):
+        self._controller("")
+        self.desk.machine.wait(f"nothing at {self.port}", lambda: not self.desk.node(self.port))
+
+    def _controller(self, name):
+        """Connects the gadget to the controller of that name; to none where it is empty."""
+        self.desk.machine.root(f'echo "{name}" >/sys/kernel/config/usb_gadget/camera/UDC')
+
+    def contents(self):
+        """As of SimulatedCamera."""
+        return contents_of(self.desk.machine, "/srv/card")
+
+
+def contents_of(machine, folder):
+    """Digests of the files below a folder by name; of a folder "folder"."""
+    lines = machine.root(f"cd {folder} && find . -mindepth 1 -type d -printf 'folder %f\\n' && "
+                         "find . -type f -exec md5sum {} + | sed 's,  .*/, ,'").splitlines()
+    return {name: digest for digest, name in (line.split(" ", 1) for line in lines)}
+
+
 class Agent:
     """The agent of a user, as a unit of the user's manager, and the programs that it starts."""
 
@@ -84,7 +177,8 @@ class Agent:
         self.desk, self.machine, self.user = desk, desk.machine, user
         lines = ["[Preferences]", "LOG_SUBSYS_LISTENER=true",
                  f"LOG_SUBSYS_CAMERA_VERBOSE={str(desk.traces).lower()}", "[Platform]"]
-        lines += [f"{key}={value}" for key, value in preferences.items()]
+        lines += [f"{key}={value}" for key, value in preferences.items()] + ["[Maker]"]
+        lines += [f"{key}={value}" for key, value in desk.maker.items()]
         self.machine.user(
             f"mkdir -p ~/.config/tarvo && echo {shlex.quote(' '.join(lines))} | tr ' ' '\\n'"
             " >~/.config/tarvo/agent.conf && touch ~/launches && "

@@ -1,6 +1,8 @@
 """What must hold on a real kernel. Each scenario has a fresh machine with nothing plugged in; its
 first line says what holds. Those of MAIN are run for every change, the others by .ci/full."""
-from desk import expect
+import json
+
+from desk import FILM, PATHS, TOP, ForeignCamera, SimulatedCamera, contents_of, expect
 
 # Bus number in the top byte, then one port number a nibble.
 FIRST_PORT = 0x01100000
@@ -253,7 +255,73 @@ def _resources(agent):
     return output[:-1], int(output[-1])
 
 
+def _arrived(desk, camera):
+    agent = desk.agent()
+    camera.plug()
+    agent.wait_for_launches(("PTP", str(camera.location), ""))
+
+
+def objects(desk, camera):
+    """The Relay starts for {}, and what it holds is listed, fetched, sent and removed as told."""
+    machine = desk.machine
+    _arrived(desk, camera)
+    before = camera.contents()
+    for words, paths in (("ls", TOP), ("ls --recursive", PATHS)):
+        listed = json.loads(machine.user(f"tarvoctl --json --quiet {words}"))
+        expect(words, sorted(entry.get("path", entry["name"]) for entry in listed), paths)
+    machine.user("tarvoctl get --all --output ~/got")
+    fetched = {name: digest for name, digest in before.items() if digest != "folder"}
+    expect("what was fetched", contents_of(machine, "/home/anna/got"), fetched)
+    machine.user("mkdir ~/sent && head -c 3145728 /dev/urandom >~/sent/SENT0001.JPG && "
+                 "tarvoctl put ~/sent/SENT0001.JPG && tarvoctl rm --yes TARV0002.JPG")
+    del before["TARV0002.JPG"]
+    expect("what it holds", camera.contents(), before | contents_of(machine, "/home/anna/sent"))
+    expect("what was fetched", contents_of(machine, "/home/anna/got"), fetched)
+
+
+def _fetched_in_two(desk, camera, cut):
+    """A film of which `cut` ends the first fetching is whole after the second one."""
+    machine = desk.machine
+    _arrived(desk, camera)
+    before = camera.contents()
+    machine.user("mkdir ~/got && systemd-run --user --quiet --unit=fetching "
+                 f"--working-directory=/home/anna/got tarvoctl get {FILM}")
+    machine.wait("half a film", lambda: machine.root(
+        "find /home/anna/got -name '*.part' -size +1M"))
+    cut()
+    machine.wait("the end of the fetching", lambda: "failed" in machine.user(
+        "systemctl --user is-active fetching", check=False))
+    expect("what is whole", machine.root("find /home/anna/got -type f ! -name '*.part'"), "")
+    machine.user(f"cd ~/got && tarvoctl get {FILM}")
+    expect("what was fetched", contents_of(machine, "/home/anna/got"), {FILM: before[FILM]})
+    expect("what it holds", camera.contents(), before)
+
+
+def unplugged(desk, camera):
+    """When {} is unplugged while it gives a film, the rest of it follows once it is back."""
+    def cut():
+        camera.unplug()
+        camera.plug()
+    _fetched_in_two(desk, camera, cut)
+
+
+def killed(desk, camera):
+    """When tarvoctl is killed while {} gives a film, the next one fetches the rest."""
+    _fetched_in_two(desk, camera, lambda: desk.machine.user(
+        "systemctl --user kill --signal=KILL fetching"))
+
+
+def _with(camera, scenario):
+    def run(desk):
+        scenario(desk, camera(desk))
+    run.__name__ = f"{scenario.__name__}_{camera.__name__[:-len('Camera')].lower()}"
+    run.__doc__ = scenario.__doc__.format(camera.words)
+    return run
+
+
 MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
         disk_arrival, card_arrival, tool]
+MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
+         for camera in (SimulatedCamera, ForeignCamera)]
 OTHERS = [user_switch, recovery, switched_while_mounted, unit_vanishes, card_with_traps,
           card_pulled_out, imported, many_cycles]
