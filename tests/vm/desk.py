@@ -12,6 +12,7 @@ FILM = "TARV0003.MOV"
 FILM_SIZE = 96 << 20
 PATHS = ["DCIM", "DCIM/100TARVO", "DCIM/100TARVO/TARV0001.JPG", "DCIM/100TARVO/TARV0002.JPG",
          "DCIM/100TARVO/" + FILM, "MISC", "MISC/NOTES.TXT"]
+TOP = [path for path in PATHS if "/" not in path]
 
 
 class Desk:
