@@ -34,7 +34,13 @@ class Bench:
 
     @contextlib.contextmanager
     def camera(self, content, faults=None, datasets=None):
-        """A camera of its own with this content; gives its device node and its identifier."""
+        """A camera of its own with this content; gives its device node and its identifier.
+
+        With --device it is there already, and has no identifier.
+        """
+        if self.arguments.device:
+            yield self.arguments.device, None
+            return
         description = json.load(open(self.arguments.camera))
         description["stores"] = [{"id": "0x00010001", "capacity": 1 << 40, "free": 1 << 39,
                                   "content": content}]
@@ -44,6 +50,9 @@ class Bench:
                 "maxAddresses": 10000, "maxGroups": 1000, "maxAddressesPerGroup": 1000,
                 "maxAddressLengthInBytes": 100, "maxNicknameLengthInBytes": 100,
                 "maxGroupNameLengthInBytes": 100}
+        if self.arguments.describe:
+            print(json.dumps(description, indent=2))
+            sys.exit()
         with tempfile.NamedTemporaryFile("w", suffix=".json", delete=False) as file:
             json.dump(description, file)
         identifier = self.simulator.call("plug", file.name)
@@ -56,6 +65,8 @@ class Bench:
             os.unlink(file.name)
 
     def transactions(self, identifier):
+        if identifier is None:  # nobody counts those of a device that is not the simulator's
+            return 0
         return self.simulator.device(identifier)["statistics"]["transactions"]
 
     def bare(self, node, *words):
@@ -209,7 +220,11 @@ class Bench:
 def main():
     parser = argparse.ArgumentParser(description=__doc__)
     for name in ("simulator", "tarvoctl", "bare", "library", "camera", "place"):
-        parser.add_argument("--" + name, required=True)
+        parser.add_argument("--" + name, required=name in ("camera", "place"))
+    parser.add_argument("--device", help="node of a device that is there, for example a camera over "
+                        "USB/IP; nothing is plugged in then")
+    parser.add_argument("--describe", action="store_true",
+                        help="print the camera that the part of --only measures, and no more")
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--large", type=int, default=1024, help="MiB of the large object")
     parser.add_argument("--many", type=int, default=1000, help="number of the small objects")
