@@ -56,8 +56,9 @@ ImageCaptureService::~ImageCaptureService() {
 
 void ImageCaptureService::look() {
   if (cameras_) return;
-  cameras_.emplace(registry_, *this, log_);
-  volumes_.emplace(registry_, mounts_, *this, log_);
+  DeviceSink& sink = *this;  // Only here is it known to be one.
+  cameras_.emplace(registry_, sink, log_);
+  volumes_.emplace(registry_, mounts_, sink, log_);
 }
 
 Status ImageCaptureService::getDeviceList(ICAObject& list) {
