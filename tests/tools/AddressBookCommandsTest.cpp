@@ -345,7 +345,7 @@ TEST(AddressBook, WithABadEntryShowsTheOthersAndNamesIt) {
   // A contact with groups without an end; a group that names a contact that is gone.
   for (const char* hex : {"\"0xB203\", \"hex\": \"100000000000000000000000000000000000000000000000"
                           "00000000000000000000ffffffff\"",
-                          "\"0xB202\", \"hex\": \"020047000000000000000100000099990000\""}) {
+                          "\"0xB202\", \"hex\": \"0247000000000000000100000099990000\""}) {
     SharingBench bench("orders-camera",
                        std::string(R"({"datasets": {"raw": [{"format": )") + hex + "}]}}");
     const auto all = bench.sim.camera->handles({});
