@@ -6,12 +6,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <optional>
 #include <system_error>
 #include <utility>
 
 #include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "NativeServices/PictureDevice/PartFile.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "tools/Batch.h"
 #include "tools/LocalFiles.h"
@@ -44,11 +46,19 @@ void checkUsage(const GetOptions& options) {
     refuseUsage(kOperation, "--overwrite and --keep-both exclude each other");
 }
 
+/// What came of an object, where it is kept; empty where nothing is.
+std::string keptInWords(const FetchResult& result, const std::string& name) {
+  if (result.part.empty()) return {};
+  return "what came of " + name + ", " + sizeInWords(result.kept) + ", is kept in '" + result.part +
+         "'; the next get goes on there, unless that file is deleted";
+}
+
 /// One run of the command.
 class Fetching {
  public:
   Fetching(ToolContext& context, const GetOptions& options)
-      : options_(options),
+      : context_(context),
+        options_(options),
         target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
         device_(context, kOperation),
         progress_(context.output, context.interrupt,
@@ -62,6 +72,7 @@ class Fetching {
     batch_.visit(device_, options_.objects, all,
                  [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
                         const std::string& path) { fetchOne(handle, info, path); });
+    if (!context_.interrupt.isSet()) tellOldParts();
     return batch_.finish();
   }
 
@@ -95,6 +106,16 @@ class Fetching {
     });
   }
 
+  /// Somebody may still mean to go on with them, so that they are only named.
+  void tellOldParts() const {
+    constexpr std::time_t kOld = std::time_t{30} * 24 * 60 * 60;
+    const auto names = PartFile::leftSince(target_.folder, std::time(nullptr) - kOld);
+    if (names.empty()) return;
+    context_.output.message("Cut downloads that are older than 30 days are in " + target_.folder +
+                            ": " + joined(names) +
+                            ". Delete those that are not to be gone on with.");
+  }
+
   bool isThere(const XTExtendedObjectInfo& info) const {
     const auto name = safeFileName(info.fileName());
     if (!name) return false;
@@ -115,9 +136,15 @@ class Fetching {
                                                .device = device_.device().serialNumber()});
     progress_.end();
     if (result.status != status::kOK) {
+      std::string why = keptInWords(result, info.fileName());
+      if (!why.empty()) {
+        json["part"] = result.part;
+        json["kept"] = result.kept;
+      }
       // That a file is there is all that there is to say.
-      const bool wasThere = result.status == status::kDuplicateFile;
-      batch_.failed(device_, std::move(json), object, result.status, wasThere ? "" : result.why);
+      if (!result.why.empty() && result.status != status::kDuplicateFile)
+        why = result.why + (why.empty() ? "" : "; ") + why;
+      batch_.failed(device_, std::move(json), object, result.status, std::move(why));
       return;
     }
     json["path"] = result.path;
@@ -158,6 +185,7 @@ class Fetching {
                                            : device_.transactions().lastOutcome();
   }
 
+  ToolContext& context_;
   const GetOptions& options_;
   LocalTarget target_;
   OpenedDevice device_;

@@ -167,16 +167,49 @@ TEST_F(Transfer, RenameGivesAnotherNameAndRefusesImpossibleOnes) {
   }
 }
 
-TEST_F(Transfer, WhatTheUserEndsLeavesNothingBehind) {
+/// Ctrl-C once the camera has sent some of a large object.
+class CtrlCInTheMiddle : public SimulatedUSBDevice {
+ public:
+  using SimulatedUSBDevice::SimulatedUSBDevice;
+  std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds timeout) override {
+    const auto completion = SimulatedUSBDevice::wait(timeout);
+    if (completion && completion->length >= kLarge && ++large_ == 3) ::raise(SIGINT);
+    return completion;
+  }
+
+ private:
+  static constexpr std::size_t kLarge = 0x10000;
+  int large_ = 0;
+};
+
+TEST_F(Transfer, WhatTheUserEndsSaysWhatItHasLeft) {
   const tools::Interrupt interrupt;
   bench.interrupt = &interrupt;
   fs::create_directories(bench.folder.path("pictures"));
   bench.sim.connector.timeouts.interrupted = &interrupt.flag();
-  ::raise(SIGINT);
-  const auto run = get({"--all"});
+  bench.sim.connector.wrap = [&](std::unique_ptr<ptp::USBDevice>) {
+    return std::make_unique<CtrlCInTheMiddle>(bench.sim.camera);
+  };
+  const auto run = get({"TARV0003.MOV"});
   EXPECT_EQ(run.exitCode, tools::kInterrupted);
   EXPECT_EQ(run.json()["error"]["status"], status::kCancelled);
-  EXPECT_THAT(fetched(), IsEmpty());
+  ASSERT_THAT(fetched(), SizeIs(1));
+  EXPECT_THAT(run.json()["error"]["message"].get<std::string>(),
+              ContainsRegex("TARV0003.MOV, [0-9.]+ MB, is kept in '.*" + fetched().front() +
+                            "'; .* unless that file is deleted"));
+}
+
+TEST_F(Transfer, WhatIsKeptIsNamedAndOldPartsToo) {
+  const auto old = bench.folder.write("pictures/.OLD.MOV.0123456789abcdef.part", "x");
+  fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(31 * 24));
+  bench.sim.camera->setFault("truncate", "3000000,0x1009");
+  const auto run = bench.run({"get", "TARV0003.MOV", "--output", bench.folder.path("pictures/")});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err, ContainsRegex("incomplete transfer \\(0x2007\\): the device sent .* is kept "
+                                     "in '.*\\.part'; .*Check the cable"));
+  EXPECT_THAT(run.err, HasSubstr("older than 30 days"));
+  EXPECT_THAT(run.err, HasSubstr(": .OLD.MOV.0123456789abcdef.part."));
+  EXPECT_THAT(fetched(), SizeIs(2));
 }
 
 }  // namespace
