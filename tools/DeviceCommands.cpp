@@ -10,6 +10,7 @@
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/DeviceChooser.h"
 #include "tools/Listing.h"
@@ -115,13 +116,14 @@ class DeviceWatch {
   std::exception_ptr failure_;
 };
 
-/// One run of info: each part that the device cannot tell is left out.
+/// One run of info: each part that the device cannot tell, or tells wrongly, is left out.
 class DeviceInformation {
  public:
   explicit DeviceInformation(ToolContext& context) : context_(context), device_(context, "info") {}
 
   int run() {
     takeDeviceInfo();
+    takeIdentity();
     takeState();
     takeStores();
     endIfInterrupted(context_, "info");
@@ -138,12 +140,31 @@ class DeviceInformation {
     if (!value.empty()) fields_.emplace_back(name, value);
   }
 
+  /// Runs `take`, after which the device may have told nothing of use.
+  template <typename Take>
+  void part(const std::string& what, const Take& take) {
+    try {
+      take();
+    } catch (const Exception& exception) {
+      leaveOut(what, exception.reason());
+    }
+  }
+  void leaveOut(const std::string& what, const std::string& why) {
+    json_["leftOut"].push_back({{"what", what}, {"why", validUTF8(why)}});
+    context_.output.message("Left out: " + what + ", which the device tells wrongly: " + why);
+  }
+
   void takeDeviceInfo() {
     const auto record = device_.device().deviceInfoDataset();
     if (!record) device_.failWithout(inWords(device_.summary()));
     const auto room = record->data();
-    json_ =
-        jsonFromDeviceInfo(room.first(std::min<std::size_t>(room.size(), record->pb().dataSize)));
+    part("the device information", [&] {
+      json_ =
+          jsonFromDeviceInfo(room.first(std::min<std::size_t>(room.size(), record->pb().dataSize)));
+    });
+  }
+
+  void takeIdentity() {
     const auto& device = device_.device();
     field("Name", device.name());
     field("Manufacturer", device.manufacturer());
@@ -178,37 +199,46 @@ class DeviceInformation {
 
   void takeState() {
     const auto& listed = device_.transactions().facts().properties;
-    if (containsCode(listed, ptp::kBatteryLevel)) {
-      const unsigned level = device_.device().batteryLevel();
-      json_["batteryLevel"] = level;
-      field("Battery", std::to_string(level) + " %");
-    }
-    if (containsCode(listed, ptp::kDateTime)) {
-      if (const auto date = device_.device().stringProperty(ptp::kDateTime)) {
-        json_["dateTime"] = *date;
-        field("Clock", dateInWords(*date));
-      }
-    }
+    if (containsCode(listed, ptp::kBatteryLevel)) part("the battery level", [&] { takeBattery(); });
+    if (containsCode(listed, ptp::kDateTime)) part("the clock", [&] { takeClock(); });
+  }
+
+  void takeBattery() {
+    const std::uint8_t level = device_.device().batteryLevel();
+    json_["batteryLevel"] = level;
+    if (level == kUnknownBatteryLevel) json_["batteryLevel"] = nullptr;
+    field("Battery", batteryInWords(level));
+  }
+
+  void takeClock() {
+    const auto date = device_.device().stringProperty(ptp::kDateTime);
+    if (!date) return;
+    json_["dateTime"] = *date;
+    field("Clock", dateInWords(*date));
   }
 
   void takeStores() {
     auto stores = PropertyDictionary::array();
     for (const std::uint32_t id :
          device_.transactions().storageIDs().value_or(std::vector<std::uint32_t>{})) {
-      const auto info = device_.transactions().storageInfo(id);
-      if (!info) continue;
-      PropertyDictionary store = jsonFromStorageInfo(*info);
-      store["storageID"] = id;
-      stores.push_back(std::move(store));
-      field("Store " + handleText(id), storageTypeInWords(info->storageType) + ", " +
-                                           freeSpaceInWords(*info) + " free of " +
-                                           capacityInWords(*info));
+      part("store " + handleText(id), [&] { takeStore(stores, id); });
     }
     json_["stores"] = std::move(stores);
     const std::int32_t objects = device_.transactions().numberOfObjectsOnStore(ptp::kAllStores, 0);
     if (objects < 0) return;
     json_["objects"] = objects;
     field("Objects", std::to_string(objects));
+  }
+
+  void takeStore(PropertyDictionary& stores, std::uint32_t id) {
+    const auto info = device_.transactions().storageInfo(id);
+    if (!info) return;
+    PropertyDictionary store = jsonFromStorageInfo(*info);
+    store["storageID"] = id;
+    stores.push_back(std::move(store));
+    field("Store " + handleText(id), storageTypeInWords(info->storageType) + ", " +
+                                         freeSpaceInWords(*info) + " free of " +
+                                         capacityInWords(*info));
   }
 
   static std::string listed(const CodeList& codes, std::string (*nameOf)(std::uint16_t)) {
@@ -220,7 +250,7 @@ class DeviceInformation {
 
   ToolContext& context_;
   OpenedDevice device_;
-  PropertyDictionary json_;
+  PropertyDictionary json_ = PropertyDictionary::object();
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
@@ -244,7 +274,13 @@ int runInfo(ToolContext& context) {
 int runClockSet(ToolContext& context) {
   const OpenedDevice device(context, "clock set");
   device.require(device.device().setDateTime(), inWords(device.summary()));
-  const auto now = device.device().stringProperty(ptp::kDateTime);
+  std::optional<std::string> now;
+  try {
+    now = device.device().stringProperty(ptp::kDateTime);
+  } catch (const Exception& exception) {
+    context.output.message("What the clock says now is left out, which the device tells wrongly: " +
+                           exception.reason());
+  }
   if (context.output.isJSON()) {
     context.output.document({{"dateTime", now.value_or("")}});
   } else {

@@ -45,7 +45,9 @@ std::string valueText(const PropertyDictionary& value) {
 std::string valueInWords(const PTPPropertyDescription& description) {
   const std::string text = valueText(description.current);
   if (description.code == ptp::kDateTime) return dateInWords(text);
-  return description.code == ptp::kBatteryLevel ? text + " %" : text;
+  const bool isBattery =
+      description.code == ptp::kBatteryLevel && description.datatype == kPTPUInt8;
+  return isBattery ? batteryInWords(description.current.get<std::uint8_t>()) : text;
 }
 
 std::string formInWords(const PTPPropertyDescription& description) {

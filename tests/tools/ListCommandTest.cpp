@@ -148,6 +148,23 @@ TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {
   EXPECT_THAT(bench.run({"info"}).out, HasSubstr("unknown free of unknown"));
 }
 
+TEST(Information, LeavesOutWhatTheDeviceTellsWrongly) {
+  CameraBench bench(R"({"properties": [{"code": "0x5001", "type": "UINT8", "value": 255},
+                                       {"code": "0x5011", "type": "STR", "writable": true,
+                                        "value": "20240615T120000"}]})");
+  bench.sim.camera->setFault("truncate", "3,0x1014");
+  const auto run = bench.run({"info"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.out, ContainsRegex("Battery: +unknown\n"));
+  EXPECT_THAT(run.out, HasSubstr("Objects"));
+  EXPECT_THAT(run.err,
+              ContainsRegex("^Left out: the clock, which the device tells wrongly: .+\n$"));
+  EXPECT_EQ(bench.run({"--json", "info"}).json()["leftOut"][0]["what"], "the clock");
+  const auto set = bench.run({"clock", "set"});
+  EXPECT_EQ(set.exitCode, 0) << set.err;
+  EXPECT_THAT(set.err, HasSubstr("the device tells wrongly"));
+}
+
 TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {
   CameraBench bench;
   EXPECT_THAT(bench.run({"storage", "list"}).out,
