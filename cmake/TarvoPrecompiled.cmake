@@ -1,4 +1,4 @@
-# Most of the time of a compilation goes into a few large headers that nearly every file has.
+# Much of the time of a compilation goes into a few large headers that nearly every file has.
 # Presets for development read them once: one set for libraries and one for tests, since it belongs
 # to the compiler's options. Every other build, and clang with its tools, sees each file with
 # nothing but its own includes.
