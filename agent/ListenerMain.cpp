@@ -53,7 +53,8 @@ std::unique_ptr<Listener> Listener::init(ListenerServices services) {
   // was announced for them.
   listener->appBlocker = AppBlocker::initForBlockingOnWRLA(listener->services_.distributedCenter);
   listener->appBlocker->setChangeListener([self = listener.get()] { self->changed(); });
-  const std::string separator = std::string(11, '-') + std::string(95, '=');
+  std::string separator(11, '-');
+  separator.append(95, '=');
   systemLogLine(separator);
   systemLogLine(separator);
   return listener;
