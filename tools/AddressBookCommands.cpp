@@ -79,12 +79,10 @@ void showBook(Output& output, const AddressBook& book) {
   showFields(output, fields);
 }
 
-constexpr const char* kRemover = "addressbook delete";
-
 /// A book that lacks anybody would be taken for all of it.
 void refuseGaps(const OpenedDevice& device, const DeviceBook& there, const char* outcome) {
   if (there.unread.empty()) return;
-  auto failure = failureOf(device, there.unread.front(), kRemover);
+  auto failure = failureOf(device, there.unread.front());
   failure.object = device.device().name();
   failure.why += outcome;
   throw ToolError(failure);
@@ -135,13 +133,13 @@ int runAddressBookShow(ToolContext& context) {
     auto json = jsonFromAddressBook(book);
     // A key that no import takes: this is no whole book.
     for (const auto& entry : unread)
-      json["unread"].push_back(asJSON(failureOf(device, entry, kRemover)));
+      json["unread"].push_back(asJSON(failureOf(device, entry)));
     context.output.document(json);
   } else {
     showBook(context.output, book);
   }
   for (const auto& entry : unread)
-    context.output.objectError(failureOf(device, entry, kRemover));
+    context.output.objectError(failureOf(device, entry));
   return unread.empty() ? kDone : kFailed;
 }
 

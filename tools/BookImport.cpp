@@ -72,7 +72,7 @@ class Importing {
   /// Contacts that could not be read would be taken for contacts that are not there.
   void refuseGaps() const {
     if (there_.unread.empty()) return;
-    auto failure = failureOf(device_, there_.unread.front(), "addressbook delete");
+    auto failure = failureOf(device_, there_.unread.front());
     failure.object = device_.device().name();
     failure.status = status::kPTPGeneralError;
     failure.why += "; nothing was sent";

@@ -288,7 +288,7 @@ std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& devic
     }
   }
   if (unread.empty()) return orders;
-  auto failure = failureOf(device, unread.front(), "orders delete");
+  auto failure = failureOf(device, unread.front());
   failure.why += ", so that it is not known to whom it goes; nothing was sent";
   throw ToolError(failure);
 }

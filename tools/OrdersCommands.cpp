@@ -34,8 +34,6 @@ std::string picturesInWords(const ListedOrder& order) {
   return words.empty() ? "(none)" : words;
 }
 
-constexpr const char* kRemover = "orders delete";
-
 /// The orders that `texts` mean; all without any.
 std::vector<const ListedOrder*> chosenOrders(const OrderList& list, const std::string& operation,
                                              const std::vector<std::string>& texts) {
@@ -90,7 +88,7 @@ void sayWithheld(ToolContext& context, const OrderList& list) {
 int sayUnread(ToolContext& context, Listing& listing, const OpenedDevice& device,
               const OrderList& list) {
   for (const auto& entry : list.unread)
-    listing.addFailure(asJSON(entry), failureOf(device, entry, kRemover));
+    listing.addFailure(asJSON(entry), failureOf(device, entry));
   sayWithheld(context, list);
   return list.unread.empty() ? kDone : kFailed;
 }
@@ -103,7 +101,7 @@ int download(ToolContext& context, OpenedDevice& device, const OrdersShowOptions
              const OrderList& list) {
   Batch batch(context, device.operation(), "pictures fetched");
   for (const auto& entry : list.unread)
-    batch.failed(asJSON(entry), failureOf(device, entry, kRemover));
+    batch.failed(asJSON(entry), failureOf(device, entry));
   sayWithheld(context, list);
   OrderPictures pictures(context, device, batch, options.download);
   for (const ListedOrder* order : chosenOrders(list, device.operation(), options.orders)) {
@@ -331,7 +329,7 @@ int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
   }
   // What could not be read is still there, and nobody is to think that all is gone.
   for (const auto& entry : options.orders.empty() ? list.unread : std::vector<UnreadEntry>())
-    batch.failed(asJSON(entry), failureOf(device, entry, kRemover));
+    batch.failed(asJSON(entry), failureOf(device, entry));
   if (isEmpty(list)) context.output.message("There are no orders.");
   return batch.finish();
 }

@@ -10,8 +10,10 @@ std::string inWords(const UnreadEntry& entry) {
   return entry.what + object + " cannot be read: " + entry.why;
 }
 
-Failure failureOf(const OpenedDevice& device, const UnreadEntry& entry,
-                  const std::string& remover) {
+Failure failureOf(const OpenedDevice& device, const UnreadEntry& entry) {
+  const bool isOfBook =
+      entry.what == "contact" || entry.what == "group" || entry.what == "address-book file";
+  const std::string remover = isOfBook ? "addressbook delete" : "orders delete";
   return {.operation = device.operation(),
           .why = inWords(entry),
           .advice = entry.handle == 0 ? "Try again."

@@ -28,8 +28,8 @@ struct UnreadEntry {
 
 /// "contact 0x00010003 cannot be read: it was cut short".
 std::string inWords(const UnreadEntry& entry);
-/// What a command says of it; `remover` is the command that deletes such entries by handle.
-Failure failureOf(const OpenedDevice& device, const UnreadEntry& entry, const std::string& remover);
+/// What a command says of it, with the command that removes it.
+Failure failureOf(const OpenedDevice& device, const UnreadEntry& entry);
 /// "handle" and "unread", as far as they are known.
 PropertyDictionary asJSON(const UnreadEntry& entry);
 /// Why an object cannot be read, as `status` says it.
