@@ -1,5 +1,6 @@
 #include "NativeServices/PictureDevice/ObjectListing.h"
 
+#include <algorithm>
 #include <deque>
 #include <utility>
 
@@ -11,6 +12,9 @@ namespace tarvo {
 namespace {
 
 constexpr std::uint16_t kAssociation = 0x3001;
+/// The maker's operations lie between these.
+constexpr std::uint16_t kFirstOfMaker = 0x9001;
+constexpr std::uint16_t kLastOfMaker = ptp::XTO_GET_SUPPORTED_DATASETS;
 /// Deeper than any device goes. A device may put two folders into each other, or a new one into
 /// each that is listed.
 constexpr unsigned kDeepest = 32;
@@ -33,9 +37,11 @@ bool isFolderRefused(Status status) {
          status == status::kPTPParameterNotSupported;
 }
 
-/// A vendor's own (ISO 15740, "Object format codes").
-bool isVendorFormat(std::uint16_t format) {
-  return format >> 12U == 0xB;
+/// A vendor's own (ISO 15740, "Object format codes"), on a device that has the maker's operations.
+bool isOfMaker(std::uint16_t format, const CodeList& operations) {
+  return format >> 12U == 0xB && std::ranges::any_of(operations, [](std::uint16_t operation) {
+           return operation >= kFirstOfMaker && operation <= kLastOfMaker;
+         });
 }
 
 /// Nothing more can be asked.
@@ -119,8 +125,9 @@ Status ObjectListing::eachStore(const ListingQuery& query,
                                 const std::function<Status(std::uint32_t)>& ask) {
   if (query.store != ptp::kAllStores) return ask(query.store);
   // The maker's records may lie on no store that is listed, and the maker's devices tell of them
-  // over all stores. Others may never answer that, which ends the conversation.
-  if (isVendorFormat(query.format)) {
+  // over all stores. Others may never answer that, which ends the conversation, and some answer
+  // nothing afterwards until they are switched off.
+  if (isOfMaker(query.format, device_.facts().operations)) {
     const Status status = ask(ptp::kAllStores);
     if (!isStoreRefused(status)) return status;
   }
