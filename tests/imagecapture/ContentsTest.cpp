@@ -82,10 +82,10 @@ class Contents : public ServiceFixture {
     }
     return failure;
   }
-  std::vector<std::byte> handles(std::uint32_t folder) {
+  std::vector<std::byte> handles(std::uint32_t parent) {
     std::vector<std::uint32_t> list;
     for (const auto& [handle, entry] : entries)
-      if (!listsFolderByFolder || entry.parent == folder) list.push_back(handle);
+      if (!listsFolderByFolder || entry.parent == parent) list.push_back(handle);
     list.insert(list.end(), extraHandles.begin(), extraHandles.end());
     test::PTPBytes bytes;
     bytes.u32(static_cast<std::uint32_t>(list.size()));

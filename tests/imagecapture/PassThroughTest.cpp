@@ -320,7 +320,7 @@ TEST(PassThroughRecord, IsClearedAndKnowsItsRoomOrRaisesWhenThereIsNoMemory) {
   EXPECT_THAT(record.data(), Each(std::byte{0}));
   EXPECT_EQ(test::raised(
                 [] { PTPPassThroughRecord(std::size_t{1} << 60, "malloc failed in getDataSet."); }),
-            std::string(exception_name::kMalloc) + ": malloc failed in getDataSet.");
+            std::string(exception_name::kMalloc).append(": malloc failed in getDataSet."));
 }
 
 }  // namespace

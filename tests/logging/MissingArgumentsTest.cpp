@@ -31,7 +31,7 @@ TEST(MissingArguments, ExpandsDirectivesToNothing) {
 }
 
 TEST(MissingArguments, LimitsWidthAndPrecisionAndKeepsEveryOtherByte) {
-  EXPECT_EQ(expandMissingArguments("%999999999999999999999d"), std::string(63, ' ') + "0");
+  EXPECT_EQ(expandMissingArguments("%999999999999999999999d"), std::string(63, ' ').append("0"));
   EXPECT_EQ(expandMissingArguments("%.4294967297d"), std::string(64, '0'));
   EXPECT_EQ(expandMissingArguments("%.99999f").size(), 66U);
   const std::string text("a\0b\xFF\xE2\x82\xAC", 7);
