@@ -151,7 +151,9 @@ TEST_F(OrderListsTest, CountWhatWasCutShortAsUnread) {
       isCount ? static_cast<void>(transfers.firstCount())
               : static_cast<void>(transfers.first(counts_));
       // The count alone ends before the pictures.
-      if (length < 35) EXPECT_EQ(report_.status, 0x2007) << length;
+      if (length < 35) {
+        EXPECT_EQ(report_.status, 0x2007) << length;
+      }
     }
   }
 }
