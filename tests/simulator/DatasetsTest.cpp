@@ -186,7 +186,7 @@ TEST_F(DatasetsOfADevice, TheLimitsAreReachedAndNotPassed) {
 TEST_F(DatasetsOfADevice, TheByteThatPadsAContainerIsNoPartOfIt) {
   auto order = std::get<PrintOrderRecord>(recordOf(8));
   order.accessCode.clear();
-  order.annotation = std::u16string(32, u'n');
+  order.annotation.assign(32, u'n');
   const auto exact = datasetBytes(order);
   ASSERT_EQ((exact.size() + 12) % 64, 0U);
   EXPECT_EQ(code(ptp::XTO_UPDATE_DATASET, {8, 0xB205}, with(exact, 0)), kOK);
