@@ -69,6 +69,15 @@ build() {
   (cd "$root" && cmake --build --preset "$preset" ${*:+--target "$@"})
 }
 
+# as_user USER COMMAND...: runs it as that user, with nothing of root's left; for root only.
+as_user() {
+  setpriv --reuid="$1" --regid="$(id -g "$1")" --clear-groups --inh-caps=-all \
+    env HOME=/nonexistent "USER=$1" "${@:2}"
+}
+
+# may_read USER FOLDER: whether that user reaches what lies in the folder.
+may_read() { as_user "$1" test -r "$2/CMakeLists.txt"; }
+
 # run_tests PRESET [CTEST ARGUMENT...]: all tests of a built preset, as the user TARVO_TEST_USER where
 # one is named.
 run_tests() {
@@ -77,9 +86,8 @@ run_tests() {
   say "Tests: preset $preset${TARVO_TEST_USER:+, as $TARVO_TEST_USER}"
   cd "$root/build/$preset"
   if [ -n "${TARVO_TEST_USER:-}" ]; then
-    as=(setpriv --reuid="$TARVO_TEST_USER" --regid="$(id -g "$TARVO_TEST_USER")" --clear-groups
-      --inh-caps=-all env "HOME=/nonexistent" "USER=$TARVO_TEST_USER")
-    "${as[@]}" test -r CTestTestfile.cmake || die "$TARVO_TEST_USER may not read $root"
+    may_read "$TARVO_TEST_USER" "$root" || die "$TARVO_TEST_USER may not read $root"
+    as=(as_user "$TARVO_TEST_USER")
     rm -rf Testing
     install -d -o "$TARVO_TEST_USER" Testing
   fi
