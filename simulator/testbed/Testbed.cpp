@@ -138,6 +138,11 @@ void Testbed::attach(PluggedDevice& plugged) {
 void Testbed::attachGeneric(PluggedDevice& plugged) {
   plugged.generic = SgNode::create(plugged.scsi.host, plugged.unit, vanishing(plugged));
   plugged.genericHandler = plugged.generic->makeHandler();
+  if (deadNodes_.erase(plugged.scsi.genericNode()) > 0) {
+    GErrorSlot error;
+    umockdev_testbed_detach_ioctl(testbed_.get(), plugged.scsi.genericNode().c_str(),
+                                  error.address());
+  }
   attachHandler(plugged.scsi.genericNode(), plugged.genericHandler.get());
 }
 
@@ -165,9 +170,8 @@ void Testbed::detach(PluggedDevice& plugged) {
   std::error_code ignored;
   std::filesystem::remove(root_.string() + plugged.address.node(), ignored);
   if (!plugged.generic) return;
-  GErrorSlot genericError;
-  umockdev_testbed_detach_ioctl(testbed_.get(), plugged.scsi.genericNode().c_str(),
-                                genericError.address());
+  // A client that has it open still hears that the unit has gone; without a handler it would die.
+  deadNodes_.insert(plugged.scsi.genericNode());
   std::filesystem::remove(root_.string() + plugged.scsi.genericNode(), ignored);
   for (const auto& name : {plugged.scsi.block, plugged.scsi.block + "1"})
     std::filesystem::remove(root_ / "dev" / name, ignored);

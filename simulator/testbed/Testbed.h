@@ -13,6 +13,8 @@
 #include <filesystem>
 #include <map>
 #include <memory>
+#include <set>
+#include <string>
 
 #include "simulator/DeviceHost.h"
 #include "simulator/testbed/SgNode.h"
@@ -80,6 +82,8 @@ class Testbed : public DeviceHost {
   std::filesystem::path volumes_;
   std::filesystem::path gates_;  ///< where the queues of the nodes are mounted; empty: nowhere
   std::map<unsigned, unsigned> lastDeviceNumber_;  ///< by bus
+  /// Of units that have gone; their handlers answer until a node of that name comes again.
+  std::set<std::string> deadNodes_;
   unsigned nextHost_ = 6;
   unsigned lastClientSlot_ = 0;
 };
