@@ -194,11 +194,16 @@ class Writing {
     }
   }
 
+  Status listFiles(ObjectHandles& files) const {
+    return ObjectListing(device_.transactions())
+        .handles({.format = ptp::XTD_ADDRESS_BOOK_FILE}, files);
+  }
+
   /// Deletes the old file, and only where it is gone sends the new one.
   template <typename Send>
   void replaceFile(const Send& send) {
     ObjectHandles files;
-    if (!isDone(listObjects(device_.transactions(), ptp::XTD_ADDRESS_BOOK_FILE, files))) {
+    if (!isDone(listFiles(files))) {
       result_.outcome = "The device was not touched.";
       return;
     }
@@ -210,8 +215,7 @@ class Writing {
 
   std::string whatIsThere(const ObjectHandles& old) const {
     ObjectHandles now;
-    if (listObjects(device_.transactions(), ptp::XTD_ADDRESS_BOOK_FILE, now) != status::kOK)
-      return "What the device holds now is not known.";
+    if (listFiles(now) != status::kOK) return "What the device holds now is not known.";
     if (now.empty())
       return "The device has no address book now: the old file is deleted, the new one is not "
              "there.";

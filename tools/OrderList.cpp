@@ -195,8 +195,10 @@ class OrderReading {
     std::vector<std::pair<std::uint32_t, std::string>> named;
     for (const std::uint32_t handle : listed(kMarkerFormat, "marker files")) {
       const auto [info, status, why] = readInfo(device_.transactions(), handle);
-      // Also where its name was cut: it may be any of them.
-      const Status outcome = status == status::kOK ? device_.transactions().lastOutcome() : status;
+      // Where its name was cut it may be any of them.
+      const bool isCut = status == status::kOK &&
+                         device_.transactions().lastOutcome() == status::kPTPIncompleteTransfer;
+      const Status outcome = isCut ? status::kPTPIncompleteTransfer : status;
       if (info && outcome == status::kOK) {
         named.emplace_back(handle, info->fileName());
         continue;

@@ -37,7 +37,7 @@ ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, co
   ObjectHandles handles;
   std::string why;
   try {
-    const Status status = listObjects(device.transactions(), format, handles);
+    const Status status = ObjectListing(device.transactions()).handles({.format = format}, handles);
     if (status != status::kOK && device.isLost(status)) device.failWithout(what);
     if (status != status::kOK) why = whyUnread(device, status);
   } catch (const Exception& exception) {

@@ -7,7 +7,6 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/ObjectSending.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"

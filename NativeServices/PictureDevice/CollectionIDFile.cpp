@@ -5,7 +5,6 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/ObjectSending.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "Utilities/PTPCodes.h"

@@ -4,7 +4,6 @@
 #include <deque>
 #include <utility>
 
-#include "NativeServices/Logging.h"
 #include "Utilities/Exception.h"
 
 namespace tarvo {
@@ -260,17 +259,6 @@ void ObjectListing::give(const ObjectHandles& handles, const Found& found) {
     if (hasEnded_) return;
     if (seen_.insert(handle).second) hasEnded_ = !found(handle, nullptr);
   }
-}
-
-Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
-                   std::uint32_t store) {
-  handles.clear();
-  const Status status = ObjectListing(device).handles({.store = store, .format = format}, handles);
-  if (status != status::kOK) {
-    TraceLog::trace("objects of format %04X cannot be listed: 0x%x", format,
-                    static_cast<unsigned>(status));
-  }
-  return status;
 }
 
 }  // namespace tarvo

@@ -95,9 +95,4 @@ class ObjectListing {
   bool hasEnded_ = false;
 };
 
-/// Finds the objects of a format, on all stores unless one is named. 0, also where there are none
-/// and where the device does not know the format; otherwise why they cannot be told.
-Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
-                   std::uint32_t store = ptp::kAllStores);
-
 }  // namespace tarvo

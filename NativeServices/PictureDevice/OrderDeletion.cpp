@@ -5,7 +5,6 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectChanges.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/OrderLists.h"
 #include "Utilities/PTPCodes.h"
 

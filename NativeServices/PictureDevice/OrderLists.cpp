@@ -5,7 +5,6 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 #include "NativeServices/PictureDevice/datasets/OrderRecords.h"
 #include "Utilities/PTPCodes.h"

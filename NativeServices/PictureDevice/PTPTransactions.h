@@ -204,4 +204,10 @@ class PTPTransactions {
 /// the device sent of it.
 bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::uint32_t handle);
 
+/// Finds the objects of a format as objectHandlesOnStore() has them, on all stores unless one is
+/// named. 0, also where there are none and where the device does not know the format; otherwise why
+/// they cannot be told. ObjectListing finds them on devices that list in ways of their own, too.
+Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
+                   std::uint32_t store = ptp::kAllStores);
+
 }  // namespace tarvo

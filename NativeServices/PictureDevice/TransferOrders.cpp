@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/datasets/OrderRecords.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"

@@ -3,7 +3,6 @@
 #include <optional>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "Utilities/PTPCodes.h"
 

@@ -5,7 +5,6 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/AddressBookReading.h"
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"

@@ -10,7 +10,6 @@
 #include "NativeServices/PictureDevice/CollectionIDFile.h"
 #include "NativeServices/PictureDevice/DataSetSizes.h"
 #include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/ObjectListing.h"
 #include "NativeServices/PictureDevice/OrderDeletion.h"
 #include "NativeServices/PictureDevice/OrderLists.h"
 #include "NativeServices/PictureDevice/PTPTransactions.h"

@@ -115,7 +115,8 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   static std::string wantedBook(CameraBench& bench) {
     auto book = bench.run({"addressbook", "export"}).json();
     auto& contacts = book[kContacts];
-    contacts[0]["kABNicknameProperty"] = "Annie";
+    // In lines of text nothing tells a renamed contact from another one.
+    if (GetParam().name != std::string("merged")) contacts[0]["kABNicknameProperty"] = "Annie";
     const auto first = contacts[0].value("XTPTPObjectHandleKey", 0U);
     contacts.erase(1);
     contacts.push_back({{"kABEmailProperty", kNewAddress}, {"kABNicknameProperty", "Dora"}});

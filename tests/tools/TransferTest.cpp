@@ -195,7 +195,7 @@ TEST_F(Transfer, WhatTheUserEndsSaysWhatItHasLeft) {
   EXPECT_EQ(run.json()["error"]["status"], status::kCancelled);
   ASSERT_THAT(fetched(), SizeIs(1));
   EXPECT_THAT(run.json()["error"]["message"].get<std::string>(),
-              ContainsRegex("TARV0003.MOV, [0-9.]+ MB, is kept in '.*" + fetched().front() +
+              ContainsRegex("TARV0003.MOV, [0-9.]+ [kM]B, is kept in '.*" + fetched().front() +
                             "'; .* unless that file is deleted"));
 }
 
