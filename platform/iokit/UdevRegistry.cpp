@@ -275,13 +275,20 @@ std::vector<ServiceHandle> UdevRegistry::enumerate(const PropertyDictionary& mat
 
 std::vector<GUdevDevicePtr> UdevRegistry::devicesOf(const char* subsystem,
                                                     const PropertyDictionary& match) const {
-  const std::unique_ptr<GUdevEnumerator, GUdevUnref> enumerator(
-      g_udev_enumerator_new(client_.get()));
-  g_udev_enumerator_add_match_subsystem(enumerator.get(), subsystem);
-  for (const auto& [name, text] : attributesOfMatch(match))
-    g_udev_enumerator_add_match_sysfs_attr(enumerator.get(), name.c_str(), text.c_str());
+  const auto attributes = attributesOfMatch(match);
+  GList* list = nullptr;
+  if (attributes.empty()) {
+    // An enumerator would leave out nodes that udev has not dealt with yet.
+    list = g_udev_client_query_by_subsystem(client_.get(), subsystem);
+  } else {
+    const std::unique_ptr<GUdevEnumerator, GUdevUnref> enumerator(
+        g_udev_enumerator_new(client_.get()));
+    g_udev_enumerator_add_match_subsystem(enumerator.get(), subsystem);
+    for (const auto& [name, text] : attributes)
+      g_udev_enumerator_add_match_sysfs_attr(enumerator.get(), name.c_str(), text.c_str());
+    list = g_udev_enumerator_execute(enumerator.get());
+  }
   std::vector<GUdevDevicePtr> devices;
-  GList* list = g_udev_enumerator_execute(enumerator.get());
   for (const GList* link = list; link; link = link->next)
     devices.emplace_back(static_cast<GUdevDevice*>(link->data));
   g_list_free(list);

@@ -107,7 +107,8 @@ TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
   folder_.write("volumes/TARVO_DOCK/MISC/IREVIEW.DB", "orders");
   EXPECT_EQ(run("orders").json()["sharingOrderExists"], true);
   EXPECT_EQ(run("unmount").json()["unmounted"], true);
-  EXPECT_EQ(run("mount").json()["mounted"], "sr0");
+  const auto mounted = run("mount");
+  EXPECT_EQ(mounted.json()["mounted"], "sr0") << mounted.out << mounted.err;
   EXPECT_FALSE(unit->state().isTrayOpen);
   EXPECT_EQ(run("eject").json()["ejected"], true);
   EXPECT_TRUE(unit->state().isTrayOpen);
