@@ -152,9 +152,15 @@ void readFile(const ToolContext& context, const OpenedDevice& device, DeviceBook
     }
     read = handle;
     const std::string_view text(reinterpret_cast<const char*>(bytes->data()), bytes->size());
-    const auto obstacle =
-        obstacleIn(text, result.book, context.platform.services().defaultEncoding);
-    if (!obstacle.empty()) result.unread.push_back({kFile, handle, obstacle});
+    const auto& encoding = context.platform.services().defaultEncoding;
+    const auto obstacle = obstacleIn(text, result.book, encoding);
+    if (!obstacle.empty()) {
+      result.unread.push_back({kFile, handle, obstacle});
+    } else {
+      // The library may have failed where this has not: what was read now is the book.
+      result.book.contacts.reset();
+      fillInABDictFromText(result.book, textInEncoding(text, encoding).value_or(""));
+    }
   }
 }
 
