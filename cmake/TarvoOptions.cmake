@@ -16,6 +16,11 @@ add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverl
 if(TARVO_SANITIZE)
   add_compile_options(-fsanitize=${TARVO_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    # GCC finds the standard library at fault in code that has been instrumented.
+    add_compile_options(-Wno-array-bounds -Wno-maybe-uninitialized -Wno-restrict
+                        -Wno-stringop-overflow -Wno-stringop-overread)
+  endif()
   add_link_options(-fsanitize=${TARVO_SANITIZE})
 endif()
 if(TARVO_FUZZ)

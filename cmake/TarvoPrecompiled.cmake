@@ -27,10 +27,6 @@ endif()
 # tarvo_use_precompiled(TARGET SET): the target's files start with that set, where there is one.
 function(tarvo_use_precompiled target set)
   if(TARGET ${set})
-    if(TARVO_SANITIZE)
-      # With sanitizers GCC 12 finds std::string at fault once it is no system header any more.
-      target_compile_options(${target} PRIVATE -Wno-array-bounds)
-    endif()
     target_compile_options(${target} PRIVATE -pthread)
     target_precompile_headers(${target} REUSE_FROM ${set})
   endif()
