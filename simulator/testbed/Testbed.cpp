@@ -1,6 +1,7 @@
 #include "simulator/testbed/Testbed.h"
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,6 +20,9 @@ namespace {
 /// How long an unplug waits for clients to take back what they had in flight.
 constexpr std::chrono::milliseconds kReapPatience{500};
 constexpr unsigned kMaximumDeviceNumber = 127;
+/// Largest block that does not come from the system by itself; it takes no more.
+constexpr int kMostFromHeap = 32 << 20;
+constexpr int kMostKept = 256 << 20;
 
 std::string rootOf(UMockdevTestbed* testbed) {
   const std::unique_ptr<gchar, decltype(&g_free)> path(umockdev_testbed_get_root_dir(testbed),
@@ -33,6 +37,10 @@ Testbed::Testbed(std::filesystem::path volumes)
       tree_(testbed_.get()),
       root_(rootOf(testbed_.get())),
       volumes_(std::move(volumes)) {
+  // Each transfer has buffers of a megabyte; giving them to the system and taking them from it again
+  // would take several times as long as filling them.
+  ::mallopt(M_MMAP_THRESHOLD, kMostFromHeap);
+  ::mallopt(M_TRIM_THRESHOLD, kMostKept);
   if (NodeGate::mountQueues(root_ / "gates")) gates_ = root_ / "gates";
   tree_.addRootHub(1);
 }
