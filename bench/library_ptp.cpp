@@ -41,23 +41,33 @@ void require(Status status, const char* what) {
   if (status != status::kOK) fail(what, status);
 }
 
+/// Memory for pieces, made before the clock runs, as the bare loop's is. There is one more than the
+/// transport has in flight, as a sink with something to do has them.
+class Ring {
+ public:
+  std::span<std::byte> next(std::size_t length) {
+    auto& piece = pieces_[next_++ % pieces_.size()];
+    return std::span(piece).first(std::min(length, piece.size()));
+  }
+
+ private:
+  std::vector<ByteBuffer> pieces_{5, ByteBuffer(std::size_t{1} << 20)};
+  std::size_t next_ = 0;
+};
+
 /// Gives room and forgets what comes into it.
 class Abyss : public ptp::DataSink {
  public:
-  explicit Abyss(std::uint64_t size) : size_(size) {}
+  Abyss(Ring& ring, std::uint64_t size) : ring_(ring), size_(size) {}
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
     if (offset >= size_) return {};
-    auto& piece = ring_[next_++ % ring_.size()];
-    if (piece.size() < length) piece.resize(length);
-    return std::span(piece).first(std::min<std::uint64_t>(length, size_ - offset));
+    return ring_.next(std::min<std::uint64_t>(length, size_ - offset));
   }
   bool received(std::uint64_t, std::size_t) override { return true; }
 
  private:
+  Ring& ring_;
   std::uint64_t size_;
-  /// One more than the transport has in flight, as a sink with something to do has them.
-  std::array<ByteBuffer, 5> ring_;
-  std::size_t next_ = 0;
 };
 
 std::uint32_t number(const std::string& text) {
@@ -67,18 +77,18 @@ std::uint32_t number(const std::string& text) {
 /// The measured work, given the device and the arguments behind its name.
 using Work = std::function<void(tools::OpenedDevice&, const std::vector<std::string>&)>;
 
-void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
-  Abyss abyss(number(arguments[1]));
+void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
+  Abyss abyss(ring, number(arguments[1]));
   std::uint64_t received = 0;
   require(device.transactions().downloadEntireObject(number(arguments[0]), number(arguments[1]),
                                                      abyss, received),
           "get");
 }
 
-void getParts(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
+void getParts(tools::OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
   const std::uint32_t size = number(arguments[1]);
   const std::uint32_t chunk = number(arguments[2]);
-  Abyss abyss(chunk);
+  Abyss abyss(ring, chunk);
   for (std::uint32_t offset = 0; offset < size; offset += chunk) {
     std::uint64_t received = 0;
     require(device.transactions().downloadPartialObject(
@@ -131,8 +141,11 @@ void readOrders(tools::OpenedDevice& device) {
 }
 
 Work workOf(const std::string& name) {
-  if (name == "get") return get;
-  if (name == "parts") return getParts;
+  const auto ring = std::make_shared<Ring>();
+  if (name == "get")
+    return [ring](auto& device, const auto& arguments) { get(device, arguments, *ring); };
+  if (name == "parts")
+    return [ring](auto& device, const auto& arguments) { getParts(device, arguments, *ring); };
   if (name == "file")
     return [](auto& device, const auto& arguments) { fetch(device, number(arguments[0]), 1); };
   if (name == "many")

@@ -21,10 +21,11 @@ Outcome wentOn(std::uint64_t announced) {
 
 }  // namespace
 
-DataIn::DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink,
-               const Timeouts& timeouts)
+DataIn::DataIn(BulkPipe& pipe, std::span<std::byte> scratch, std::span<std::byte> response,
+               DataSink* sink, const Timeouts& timeouts)
     : pipe_(pipe),
       scratch_(scratch),
+      response_(response),
       sink_(sink),
       timeouts_(timeouts),
       packet_(pipe.inPacketSize()) {}
@@ -70,6 +71,10 @@ void DataIn::fill() {
     // The whole buffer counts as asked for; a short packet ends the phase anyway.
     pipe_.submitIn(pieces_.back().buffer);
     asked_ += pieces_.back().buffer.size();
+  }
+  if (end_ && allAsked() && !pieces_.empty() && !responseAsked_) {
+    responseAsked_ = true;
+    pipe_.submitIn(response_);
   }
 }
 

@@ -16,14 +16,17 @@ namespace tarvo::ptp {
 
 /// Runs one data phase, of which the first read has come already. Only whole packets are read into
 /// the room that the sink gives; what is left over at its end, or has no room, goes through the
-/// scratch buffer. What has no room is dropped, for one bulk time-out at most.
+/// scratch buffer. What has no room is dropped, for one bulk time-out at most. Behind the last piece
+/// the response is asked for already, so that the device need not wait for the host.
 ///
 /// Of one use: it is made for a data phase and dropped after it.
 class DataIn {
  public:
   /// `scratch` holds the first read and is a multiple of the packet size; `sink` is null where no
-  /// data was expected. All are lent.
-  DataIn(BulkPipe& pipe, std::span<std::byte> scratch, DataSink* sink, const Timeouts& timeouts);
+  /// data was expected. `response` is the room for the response: whole packets, not of the scratch
+  /// buffer. All are lent.
+  DataIn(BulkPipe& pipe, std::span<std::byte> scratch, std::span<std::byte> response,
+         DataSink* sink, const Timeouts& timeouts);
 
   /// `first`: the payload that the first read brought; `ended` when a short packet was the end of
   /// it. kBroken when the device sends more or less than it announced, or goes on and on beyond the
@@ -36,6 +39,8 @@ class DataIn {
   /// What the first read brought behind the container: the response, from a device that leaves out
   /// the zero-length packet between the two. Lies in the scratch buffer.
   std::span<const std::byte> surplus() const { return surplus_; }
+  /// Whether the read of the response is in flight.
+  bool hasAskedResponse() const { return responseAsked_; }
 
  private:
   /// One transfer in flight.
@@ -68,6 +73,7 @@ class DataIn {
 
   BulkPipe& pipe_;
   std::span<std::byte> scratch_;
+  std::span<std::byte> response_;
   DataSink* sink_;
   Timeouts timeouts_;
   std::size_t packet_;
@@ -75,6 +81,7 @@ class DataIn {
   std::uint64_t asked_ = 0;           ///< payload offset that the next transfer reads from
   std::uint64_t received_ = 0;
   bool ended_ = false;  ///< a short packet has come
+  bool responseAsked_ = false;
   /// In the order in which they were asked for.
   std::deque<Piece> pieces_;
   std::span<const std::byte> surplus_;

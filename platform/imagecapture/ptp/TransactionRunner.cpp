@@ -65,9 +65,9 @@ Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transacti
   ++pipe_.statistics().transactions;
   pipe_.startBudget(timeouts_.bulk);
   CancelOnExit guard(pipe_);
-  answerAsked_ = false;
+  isAsked_ = false;
   Outcome outcome = runPhases(transaction, transactionID);
-  answerAsked_ = false;
+  isAsked_ = false;
   if (outcome.done()) {
     // Only a whole transaction shows it: stale data may look like the beginning of one.
     inStep_ = true;
@@ -89,6 +89,10 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   const CommandBlock block = encodeCommand(transaction, transactionID);
   const auto bytes = std::span(block.bytes).first(block.size);
   const bool endsShort = block.size % pipe_.outPacketSize() != 0;
+  // A large object goes straight to where it belongs, all but its first packet.
+  answerRoom_ = inStep_ && transaction.expected > kScratchSize
+                    ? scratch().first(pipe_.inPacketSize())
+                    : std::span<std::byte>();
   if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
   const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.firstWord / 2, timeouts_.bulk);
@@ -100,8 +104,7 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
 
 Outcome TransactionRunner::sendCommandAndAsk(std::span<const std::byte> command) {
   pipe_.submitOut(command);
-  ask();
-  answerAsked_ = true;
+  ask(answerRoom());
   return pipe_.nextOut(command.size(), timeouts_.bulk);
 }
 
@@ -114,7 +117,7 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
   if (outcome.ending == Ending::kTimedOut && takesLong(transaction.operation) &&
       timeouts_.slow > timeouts_.bulk) {
     if (timeouts_.waiting) timeouts_.waiting();
-    answerAsked_ = true;  // The read that timed out is still in flight.
+    isAsked_ = true;  // The read that timed out is still in flight.
     pipe_.startBudget(timeouts_.slow);
     outcome = readContainer(transaction, transactionID, timeouts_.slow, incoming);
   }
@@ -147,13 +150,16 @@ Outcome TransactionRunner::readData(Transaction& transaction, std::uint32_t tran
     }
   }
 
-  DataIn phase(pipe_, scratch(), transaction.receive, timeouts_);
+  const auto response = scratch().last(pipe_.inPacketSize());
+  DataIn phase(pipe_, scratch().first(kScratchSize - response.size()), response,
+               transaction.receive, timeouts_);
   Outcome outcome = phase.run(header, payload, incoming.endsShort);
   // Also after a failure: the caller learns how far it came.
   transaction.bytesReceived = phase.received();
   if (!outcome.done()) return outcome;
   // The response was in the same transfer as the last of the data.
   if (!phase.surplus().empty()) return decodeResponse(phase.surplus(), transactionID, transaction);
+  if (phase.hasAskedResponse()) noteAsked(response);
   return readResponse(transaction, transactionID, timeouts_.bulk);
 }
 
@@ -206,22 +212,33 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
   }
 }
 
-void TransactionRunner::ask() {
+std::span<std::byte> TransactionRunner::answerRoom() {
+  if (!answerRoom_.empty()) return answerRoom_;
   // No more than a slow device has sent within the budget. What it has been asked for is whole
   // packets, whatever their size.
-  asked_ = std::min(kScratchSize, pipe_.inPieceSize());
-  pipe_.submitIn(scratch().first(asked_));
+  return scratch().first(std::min(kScratchSize, pipe_.inPieceSize()));
+}
+
+void TransactionRunner::ask(std::span<std::byte> room) {
+  pipe_.submitIn(room);
+  noteAsked(room);
+}
+
+void TransactionRunner::noteAsked(std::span<std::byte> room) {
+  asked_ = room;
+  isAsked_ = true;
 }
 
 /// One read, zero-length packets passed over.
 Outcome TransactionRunner::readOnce(Incoming& incoming, BulkPipe::Milliseconds limit) {
   std::size_t length = 0;
   for (int i = 0; i <= kMaximumEmptyPackets; ++i) {
-    if (!std::exchange(answerAsked_, false)) ask();
+    if (!isAsked_) ask(answerRoom());
+    isAsked_ = false;
     Outcome outcome = pipe_.nextIn(length, limit);
     if (!outcome.done()) return outcome;
-    incoming.bytes = scratch().first(length);
-    incoming.endsShort = length < asked_;
+    incoming.bytes = asked_.first(length);
+    incoming.endsShort = length < asked_.size();
     if (length > 0) return {};
   }
   return broken("the device sends nothing but empty packets");

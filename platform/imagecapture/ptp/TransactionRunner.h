@@ -73,16 +73,20 @@ class TransactionRunner {
   Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
                        BulkPipe::Milliseconds limit);
   Outcome readData(Transaction& transaction, std::uint32_t transactionID, Incoming incoming);
-  void ask();
+  /// Where the first read of an answer goes.
+  std::span<std::byte> answerRoom();
+  void ask(std::span<std::byte> room);
+  /// A read into `room` is in flight; nobody has taken it yet.
+  void noteAsked(std::span<std::byte> room);
 
   BulkPipe& pipe_;
   Timeouts timeouts_;
   /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
   bool inStep_ = false;
-  /// The first read of the answer is in flight already, into the scratch buffer.
-  bool answerAsked_ = false;
-  std::size_t asked_ = 0;  ///< bytes of the last read into the scratch buffer
+  std::span<std::byte> answerRoom_;  ///< where it has to be a certain one
+  std::span<std::byte> asked_;       ///< of the last read into the scratch buffer
+  bool isAsked_ = false;             ///< it is in flight
 };
 
 }  // namespace tarvo::ptp
