@@ -37,8 +37,8 @@ Testbed::Testbed(std::filesystem::path volumes)
       tree_(testbed_.get()),
       root_(rootOf(testbed_.get())),
       volumes_(std::move(volumes)) {
-  // Each transfer has buffers of a megabyte; giving them to the system and taking them from it again
-  // would take several times as long as filling them.
+  // Each transfer has buffers of a megabyte; giving them to the system and taking them from it
+  // again would take several times as long as filling them.
   ::mallopt(M_MMAP_THRESHOLD, kMostFromHeap);
   ::mallopt(M_TRIM_THRESHOLD, kMostKept);
   if (NodeGate::mountQueues(root_ / "gates")) gates_ = root_ / "gates";

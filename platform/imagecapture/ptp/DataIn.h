@@ -16,8 +16,8 @@ namespace tarvo::ptp {
 
 /// Runs one data phase, of which the first read has come already. Only whole packets are read into
 /// the room that the sink gives; what is left over at its end, or has no room, goes through the
-/// scratch buffer. What has no room is dropped, for one bulk time-out at most. Behind the last piece
-/// the response is asked for already, so that the device need not wait for the host.
+/// scratch buffer. What has no room is dropped, for one bulk time-out at most. Behind the last
+/// piece the response is asked for already, so that the device need not wait for the host.
 ///
 /// Of one use: it is made for a data phase and dropped after it.
 class DataIn {
