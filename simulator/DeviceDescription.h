@@ -125,6 +125,7 @@ struct Habits {
   std::optional<std::uint16_t> formatResponse;  ///< what a list of one format gets
   bool ignoresFormat = false;                   ///< a list of one format has all
   bool needsAllParameters = false;              ///< a list with fewer than three is refused
+  bool choosesNoStore = false;                  ///< what is sent to none in particular is refused
   /// A list names the top, or what lies in one folder; an object is known once it was listed.
   bool listsFolderByFolder = false;
   std::uint32_t rootParent = 0;  ///< what ObjectInfo says is above the top

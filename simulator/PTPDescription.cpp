@@ -165,6 +165,7 @@ Habits readHabits(const JsonNode& node) {
   node.read("formatResponse", habits.formatResponse);
   node.read("ignoresFormat", habits.ignoresFormat);
   node.read("needsAllParameters", habits.needsAllParameters);
+  node.read("choosesNoStore", habits.choosesNoStore);
   node.read("listsFolderByFolder", habits.listsFolderByFolder);
   node.read("rootParent", habits.rootParent);
   return habits;

@@ -68,6 +68,8 @@ std::uint16_t SendingOperations::place(const PTPRequest& request, const Received
   const auto folder = state_.objects.object(object.parent);
   if (object.parent != 0 && (!folder || !folder->isFolder())) return kInvalidParentObject;
   const auto& stores = state_.objects.stores();
+  if (object.storage == kAnyStore && state_.description.habits.choosesNoStore)
+    return kInvalidStorageID;
   if (object.storage == kAnyStore && folder) object.storage = folder->storage;
   if (object.storage == kAnyStore && !stores.empty()) {
     object.storage = stores.front().description.id;

@@ -80,6 +80,13 @@ class Sending {
     return text.empty() ? 0 : numberArgument(kOperation, what, text);
   }
 
+  /// For a device that does not choose one itself: the first, from now on.
+  bool choosesStore() {
+    const auto stores = device_.transactions().storageIDs();
+    if (stores && !stores->empty()) store_ = stores->front();
+    return store_ != 0;
+  }
+
   void sendOne(const std::string& path) {
     PropertyDictionary json = {{"file", validUTF8(path)}};
     if (const auto refused = refusal(path)) {
@@ -98,8 +105,11 @@ class Sending {
     const std::string name = info.fileName();
     progress_.begin(name, size);
     std::uint32_t handle = 0;
-    const Status sent =
-        device_.transactions().sendContentsOfFile(path, info, store_, parent_, &handle);
+    const auto send = [&] {
+      return device_.transactions().sendContentsOfFile(path, info, store_, parent_, &handle);
+    };
+    Status sent = send();
+    if (sent == status::kPTPInvalidStorageID && store_ == 0 && choosesStore()) sent = send();
     progress_.end();
     if (sent != status::kOK && sent != status::kPTPOK) {
       batch_.failed(device_, std::move(json), path, sent);

@@ -47,7 +47,7 @@ TEST(List, AndGetPutAndRemoveWorkWhateverTheDevicesWayOfListing) {
       {"a format: invalid parameter", R"({"formatResponse": "0x201D"})"},
       {"a format: ignored", R"({"ignoresFormat": true})"},
       {"all parameters", R"({"needsAllParameters": true})"},
-      {"one folder at a time", R"({"listsFolderByFolder": true})"},
+      {"one folder at a time", R"({"listsFolderByFolder": true, "choosesNoStore": true})"},
       {"and formats ignored", R"({"listsFolderByFolder": true, "ignoresFormat": true,
                                   "allStoresResponse": 0, "rootParent": "0xFFFFFFFF"})"},
       {"the root in nothing", R"({"listsFolderByFolder": true, "rootParent": "0x77777777"})"},

@@ -324,7 +324,7 @@ def objects(desk, camera):
     _arrived(desk, camera)
     before = camera.contents()
     for words, paths in (("ls", TOP), ("ls --recursive", PATHS)):
-        listed = json.loads(machine.user(f"tarvoctl --json --quiet {words}"))
+        listed = json.loads(machine.user(f"tarvoctl --json {words} 2>/dev/null"))
         expect(words, sorted(entry.get("path", entry["name"]) for entry in listed), paths)
     machine.user("tarvoctl get --all --output ~/got")
     fetched = {name: digest for name, digest in before.items() if digest != "folder"}

@@ -65,9 +65,9 @@ Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transacti
   if (header->transactionID != transactionID)
     return broken(formatted("the response is for transaction %u instead of %u",
                             header->transactionID, transactionID));
-  // A response is one short transfer: its length is known to the byte, so any other is a lie.
-  if (header->length != bytes.size() || header->length > kMaximumBlockSize ||
-      header->length % 4 != 0)
+  // A response is one short transfer: its length is known to the byte, so any other is a lie. Some
+  // devices add a byte to it that belongs to no parameter.
+  if (header->length != bytes.size() || header->length > kMaximumBlockSize)
     return broken(
         formatted("the response says %u bytes and has %zu", header->length, bytes.size()));
 
