@@ -156,7 +156,7 @@ StoreDescription readStore(const JsonNode& node) {
 Habits readHabits(const JsonNode& node) {
   node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests",
                   "allStoresResponse", "formatResponse", "ignoresFormat", "needsAllParameters",
-                  "listsFolderByFolder", "rootParent"});
+                  "choosesNoStore", "listsFolderByFolder", "rootParent"});
   Habits habits;
   node.read("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo);
   node.read("checksTransactionIDs", habits.checksTransactionIDs);

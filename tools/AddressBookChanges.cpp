@@ -276,6 +276,8 @@ class Planning {
     after.handle = there->handle;
     after.image = there->image;
     after.associatedGroups = there->associatedGroups;
+    if (options_.nameless.contains(contact) && !there->nickname.value_or("").empty())
+      after.nickname = there->nickname;
     if (options_.keepsOthers) keepWhatIsMissing(after, *there);
     if (options_.wantedIsPartial) {
       after.sharingPref = there->sharingPref;

@@ -5,6 +5,7 @@
 //   send(plan.book);
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,9 @@ struct PlanOptions {
   bool keepsOthers = false;      ///< what only the device has stays: people, fields, members
   bool keepsOnlyLabels = false;  ///< the device keeps nickname and e-mail of a contact, no groups
   bool wantedIsPartial = false;  ///< fields that a vCard does not carry stay as on the device
-  bool leavesContacts = false;   ///< groups alone change
+  std::set<ContactPointer> nameless{};  ///< of the wanted ones: known by name alone, so that a
+                                        ///< nickname on the device stays
+  bool leavesContacts = false;          ///< groups alone change
 };
 
 struct BookPlan {

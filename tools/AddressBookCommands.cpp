@@ -96,8 +96,8 @@ int sayValidity(ToolContext& context, const OpenedDevice& device, const AddressB
   } else if (error) {
     context.output.line("Not valid: " + printable(inWords(*error, book)) + ".");
   } else {
-    context.output.line("Valid: " + std::to_string(book.contacts->size()) + " contacts, " +
-                        std::to_string(book.groups->size()) + " groups.");
+    context.output.line("Valid: " + counted(book.contacts->size(), "contacts") + ", " +
+                        counted(book.groups->size(), "groups") + ".");
   }
   return error ? kFailed : kDone;
 }
@@ -196,7 +196,7 @@ int runAddressBookImport(ToolContext& context, const BookImportOptions& options)
                 "there is nobody to ask; give --yes to change the address book, or --dry-run");
   const auto file = readBookFile(context, operation, options.file, format);
   const OpenedDevice device(context, operation);
-  return importBook(context, device, file.book, file.isPartial, options);
+  return importBook(context, device, file, options);
 }
 
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
@@ -226,7 +226,7 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   const OpenedDevice device(context, operation);
   BookImportOptions import;
   import.yes = options.yes;
-  const int exitCode = importBook(context, device, file.book, false, import);
+  const int exitCode = importBook(context, device, file, import);
   if (exitCode == kDone) editor.discard();
   return exitCode;
 }

@@ -50,7 +50,7 @@ BookFile readBookFile(ToolContext& context, const std::string& operation, const 
   auto cards = bookFromVCards(operation, path, text);
   for (const auto& note : cards.notes)
     context.output.message(note);
-  return {.book = std::move(cards.book), .isPartial = true};
+  return {.book = std::move(cards.book), .isPartial = true, .nameless = std::move(cards.nameless)};
 }
 
 std::string bookFileText(const std::string& operation, const AddressBook& book, BookFormat format) {

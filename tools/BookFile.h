@@ -2,6 +2,7 @@
 // programs read.
 #pragma once
 
+#include <set>
 #include <string>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
@@ -19,6 +20,8 @@ BookFormat bookFormat(const std::string& operation, const std::string& format,
 struct BookFile {
   AddressBook book;
   bool isPartial = false;  ///< of a vCard: some fields of a device's contact are not in it
+  /// Whose nickname is not in the file but made of the name.
+  std::set<ContactPointer> nameless{};
 };
 
 /// Reads a book; "-" is standard input. Raises a ToolError that says what is wrong with the file.

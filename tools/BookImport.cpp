@@ -34,12 +34,14 @@ class Importing {
                                            : BookWay::kFile),
         there_(readDeviceBook(context, device)) {}
 
-  int run(const AddressBook& wanted, bool isPartial) {
+  int run(const BookFile& file) {
+    const AddressBook& wanted = file.book;
     refuseGaps();
     plan_ = planBook(there_.book, wanted,
                      {.keepsOthers = options_.merge,
                       .keepsOnlyLabels = !keepsContactsSingly(device_),
-                      .wantedIsPartial = isPartial,
+                      .wantedIsPartial = file.isPartial,
+                      .nameless = file.nameless,
                       .leavesContacts = options_.sync && keepsContactsSingly(device_)});
     refuse(plan_.doubt, "Export the book, and change that.");
     const bool empties = way_ == BookWay::kSynchronisation && !keepsContactsSingly(device_);
@@ -233,9 +235,9 @@ class Importing {
 
 }  // namespace
 
-int importBook(ToolContext& context, const OpenedDevice& device, const AddressBook& wanted,
-               bool isPartial, const BookImportOptions& options) {
-  return Importing(context, device, options).run(wanted, isPartial);
+int importBook(ToolContext& context, const OpenedDevice& device, const BookFile& wanted,
+               const BookImportOptions& options) {
+  return Importing(context, device, options).run(wanted);
 }
 
 }  // namespace tarvo::tools

@@ -105,7 +105,7 @@ class Groups {
   ContactGroups groups_;
 };
 
-std::string counted(std::size_t count, const char* one, const char* many) {
+std::string countedCards(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + (count == 1 ? one : many);
 }
 
@@ -147,6 +147,7 @@ VCardBook bookFromCards(const PropertyDictionary& cards) {
     const auto emails = card.find("emails");
     if (emails != card.end() && emails->is_number() && *emails > 1) ++withSeveral;
     contacts.push_back(contact);
+    if (textOf(card, "nickname").empty()) result.nameless.insert(contact);
     const auto categories = card.find("categories");
     if (categories == card.end()) continue;
     for (const auto& name : *categories)
@@ -154,10 +155,10 @@ VCardBook bookFromCards(const PropertyDictionary& cards) {
   }
   result.book.groups = groups.take();
   if (withoutEmail > 0)
-    result.notes.push_back(counted(withoutEmail, " card has", " cards have") +
+    result.notes.push_back(countedCards(withoutEmail, " card has", " cards have") +
                            " no e-mail address and cannot be kept by the device.");
   if (withSeveral > 0)
-    result.notes.push_back(counted(withSeveral, " card has", " cards have") +
+    result.notes.push_back(countedCards(withSeveral, " card has", " cards have") +
                            " several e-mail addresses; the preferred one, or the first, is taken.");
   return result;
 }

@@ -8,6 +8,7 @@
 // card has.
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ namespace tarvo::tools {
 struct VCardBook {
   AddressBook book;                ///< without limits; without groups where no card has categories
   std::vector<std::string> notes;  ///< what is not in the book, for a person
+  /// Whose cards have no nickname: theirs is made of the name.
+  std::set<ContactPointer> nameless{};
 };
 
 /// Reads all cards of `text`. Raises a ToolError for a text without cards, and where tarvo-vcard is

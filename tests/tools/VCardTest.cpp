@@ -47,7 +47,7 @@ TEST_F(VCards, OfEveryVersionGiveTheSameContact) {
   expected.country = "Germany";
   expected.phone = "12";
   for (const char* card : kCards) {
-    const auto [book, notes] = read(card);
+    const auto [book, notes, nameless] = read(card);
     ASSERT_EQ(book.contacts->size(), 1U) << card;
     EXPECT_EQ(*book.contacts->front(), expected) << card;
     EXPECT_THAT(notes, ElementsAre(HasSubstr("several e-mail addresses"))) << card;
@@ -77,7 +77,7 @@ TEST_F(VCards, ComeBackAsTheyWere) {
 }
 
 TEST_F(VCards, WhatADeviceCannotKeepIsSaid) {
-  const auto [book, notes] = read(
+  const auto [book, notes, nameless] = read(
       "BEGIN:VCARD\nFN:Phone only\nTEL:1\nEND:VCARD\n"
       "BEGIN:VCARD\nFN:Ada von Lovelace\nEMAIL:ada@b.c\nUID:someone-1\nCATEGORIES:Family,Work\n"
       "END:VCARD\n");

@@ -378,8 +378,8 @@ def _with(camera, scenario):
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
         disk_arrival, card_arrival, tool]
+MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
+         for camera in (SimulatedCamera, ForeignCamera)]
 OTHERS = [user_switch, recovery, switched_while_mounted, unit_held, unit_before_its_nodes,
           units_exchanged, told_to_end, unit_vanishes, card_with_traps, card_pulled_out, imported,
           many_cycles]
-OTHERS += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
-           for camera in (SimulatedCamera, ForeignCamera)]
