@@ -14,6 +14,6 @@ namespace tarvo::tools {
 /// exit status. Raises a ToolError: for a book that the device cannot keep, for a device whose own
 /// book cannot be read in whole, and where writing ends early.
 int importBook(ToolContext& context, const OpenedDevice& device, const AddressBook& wanted,
-               bool isPartial, const BookImportOptions& options);
+               bool isPartial, const BookImportOptions& options, const Consent& consent);
 
 }  // namespace tarvo::tools
