@@ -170,7 +170,7 @@ int main(int argc, char** argv) {
   const tools::Interrupt interrupt;
   tools::Output output(stdout, stderr, options);
   tools::ToolProcess process(options, output, interrupt);
-  tools::ToolContext context{options, output, process, interrupt, stdin};
+  tools::ToolContext context{options, output, process, interrupt, stdin, ""};
   tools::OpenedDevice device(context, "bench");
   device.transactions().storageIDs();  // opens the session
   const auto began = std::chrono::steady_clock::now();

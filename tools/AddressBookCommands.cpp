@@ -112,8 +112,10 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
                      .why = "it is a folder",
                      .advice = "Give the file a name."});
   const auto made =
-      writeWhole(target.folder, *target.name, std::as_bytes(std::span(text)),
-                 options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse);
+      writeWhole({.folder = target.folder,
+                  .name = target.name,
+                  .existing = options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse},
+                 std::as_bytes(std::span(text)));
   if (made.status == status::kOK) return;
   const bool isThere = made.status == status::kDuplicateFile;
   throw ToolError({.operation = device.operation(),
@@ -190,19 +192,16 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
 int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
   const std::string operation = "addressbook import";
   const auto format = bookFormat(operation, options.format, options.file);
-  // Before the device is touched: a script that forgot it learns at once.
-  if (!options.yes && !options.dryRun && !canAsk(context))
-    refuseUsage(operation,
-                "there is nobody to ask; give --yes to change the address book, or --dry-run");
+  const Consent consent(context, operation, options.yes || options.dryRun,
+                        "change the address book, or --dry-run");
   const auto file = readBookFile(context, operation, options.file, format);
   const OpenedDevice device(context, operation);
-  return importBook(context, device, file, options);
+  return importBook(context, device, file, options, consent);
 }
 
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   const std::string operation = "addressbook edit";
-  if (!options.yes && !canAsk(context))
-    refuseUsage(operation, "there is nobody to ask; give --yes to change the address book");
+  const Consent consent(context, operation, options.yes, "change the address book");
   std::string before;
   {
     // The device is let go while the user edits.
@@ -224,9 +223,7 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   context.output.message("Your text is in " + editor.path() + " until it has been sent.");
   const auto file = readBookFile(context, operation, editor.path(), BookFormat::kJSON);
   const OpenedDevice device(context, operation);
-  BookImportOptions import;
-  import.yes = options.yes;
-  const int exitCode = importBook(context, device, file, import);
+  const int exitCode = importBook(context, device, file, {}, consent);
   if (exitCode == kDone) editor.discard();
   return exitCode;
 }
@@ -304,18 +301,14 @@ void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
 
 int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options) {
   const std::string operation = "addressbook delete";
-  if (!options.yes && !canAsk(context))
-    refuseUsage(operation, "there is nobody to ask; give --yes to delete entries");
+  const Consent consent(context, operation, options.yes, "delete entries");
   const OpenedDevice device(context, operation);
   const auto entries = entriesNamed(device, options.entries);
   std::vector<std::string> words;
   for (const auto& entry : entries)
     words.push_back(entry.what + (" " + handleText(entry.handle)));
-  if (!options.yes &&
-      !isConfirmed(context, "Delete " + joined(words) + " from " + device.device().name() + "?")) {
-    context.output.message("Nothing was deleted.");
-    return kFailed;
-  }
+  consent.require("Delete " + joined(words) + " from " + device.device().name() + "?",
+                  "nothing was deleted");
   Batch batch(context, operation, "entries deleted");
   for (const auto& entry : entries) {
     if (!batch.goesOn()) break;

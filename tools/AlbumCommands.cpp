@@ -68,12 +68,6 @@ void showText(Output& output, const std::vector<std::byte>& content) {
   }
 }
 
-void requireAllowed(ToolContext& context, const OpenedDevice& device, bool yes,
-                    const std::string& question) {
-  if (!yes && canAsk(context) && !isConfirmed(context, question))
-    endDeclined(device.operation(), "nothing was changed");
-}
-
 /// Every object of a format, a row each.
 int listObjects(ToolContext& context, const OpenedDevice& device, std::uint16_t format,
                 const std::string& what) {
@@ -165,8 +159,10 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
   endIfInterrupted(context, device.operation());
   if (!content) failWithoutNames(device);
   const auto made =
-      writeWhole(target.folder, target.name.value_or("albums.lcb"), *content,
-                 options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse);
+      writeWhole({.folder = target.folder,
+                  .name = target.name.value_or("albums.lcb"),
+                  .existing = options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse},
+                 *content);
   if (made.status != status::kOK)
     throw ToolError({.operation = device.operation(),
                      .object = made.path,
@@ -184,6 +180,7 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
 int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   const std::string operation = "albums put";
   refuseOtherFiles(operation, options.file);
+  const Consent consent(context, operation, options.yes, "replace the album names");
   const auto content = readInput(context, operation, options.file);
   if (!isValidLCB(content))
     context.output.message("Note: " + options.file +
@@ -191,8 +188,8 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   const OpenedDevice device(context, operation);
   const auto former = albumNamesOf(context, device);
   endIfInterrupted(context, operation);
-  requireAllowed(context, device, options.yes,
-                 "Replace the album names of " + device.device().name() + "?");
+  consent.require("Replace the album names of " + device.device().name() + "?",
+                  "nothing was changed");
   std::string backup;
   if (former) {
     backup = keepBackup(device, "albums", "lcb", std::span<const std::byte>(*former));
@@ -224,8 +221,7 @@ int runFavouritesList(ToolContext& context) {
 }
 
 int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& options) {
-  if (!options.yes && !canAsk(context))
-    refuseUsage("favourites delete", "there is nobody to ask; give --yes to delete favourites");
+  const Consent consent(context, "favourites delete", options.yes, "delete favourites");
   const OpenedDevice device(context, "favourites delete");
   requireFavourites(device);
   const auto countNow = [&] {
@@ -234,9 +230,9 @@ int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& opt
   const std::size_t before = countNow();
   if (before == 0) context.output.message("There are none.");
   if (before > 0)
-    requireAllowed(
-        context, device, options.yes,
-        "Delete " + counted(before, "favourites") + " from " + device.device().name() + "?");
+    consent.require(
+        "Delete " + counted(before, "favourites") + " from " + device.device().name() + "?",
+        "nothing was deleted");
   device.require(before == 0 ? status::kOK : device.device().deleteBragbookFiles());
   const std::size_t after = before == 0 ? 0 : countNow();
   const std::string done = counted(before - std::min(before, after), "favourites deleted");

@@ -30,11 +30,18 @@ void Batch::failed(PropertyDictionary json, const Failure& failure) {
   context_.output.objectError(failure);
 }
 
+void Batch::left(PropertyDictionary json, const Failure& failure, std::uint64_t bytes) {
+  bytesLeft_ += bytes;
+  json["error"] = asJSON(failure);
+  context_.output.item(json);
+  if (left_++ == 0) context_.output.objectError(failure);
+}
+
 void Batch::failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
                    Status status, std::string why) {
   // What the user has ended is said once, for the command.
   if (context_.interrupt.isSet()) {
-    left_ = std::move(why);
+    kept_ = std::move(why);
     return;
   }
   isLost_ = isLost_ || device.isLost(status);
@@ -84,14 +91,15 @@ int Batch::finish() {
   if (bytes_ > 0) sum += ", " + sizeInWords(bytes_);
   if (skipped_ > 0) sum += ", " + std::to_string(skipped_) + " there already";
   if (failed_ > 0) sum += ", " + std::to_string(failed_) + " failed";
+  if (left_ > 0) sum += ", " + std::to_string(left_) + " without room, " + sizeInWords(bytesLeft_);
   if (isLost_ && !context_.interrupt.isSet()) sum += "; the rest was not tried";
   // One object that went well needs no sum.
-  if (succeeded_ + skipped_ + failed_ != 1) context_.output.message(sum);
+  if (succeeded_ + skipped_ + failed_ + left_ != 1) context_.output.message(sum);
   if (context_.interrupt.isSet())
-    throw ToolError({.operation = operation_, .status = status::kCancelled, .why = left_},
+    throw ToolError({.operation = operation_, .status = status::kCancelled, .why = kept_},
                     kInterrupted);
   context_.output.endList();
-  return failed_ == 0 ? kDone : kFailed;
+  return failed_ + left_ == 0 ? kDone : kFailed;
 }
 
 }  // namespace tarvo::tools

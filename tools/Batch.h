@@ -27,8 +27,10 @@ class Batch {
   /// One that was not needed.
   void skipped() { ++skipped_; }
   void failed(PropertyDictionary json, const Failure& failure);
-  /// The same for an object of `device`; after one that is lost the batch ends. Where the user has
-  /// ended it, `why` is said for the command.
+  /// One that has no room here, of so many bytes. A person is told of the first and of the sum.
+  void left(PropertyDictionary json, const Failure& failure, std::uint64_t bytes);
+  /// As failed(), for an object of `device`; after one that is lost the batch ends. Where the user
+  /// has ended it, `why` is said for the command.
   void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
               Status status, std::string why = {});
   /// Calls `work` for one object; what it raises is that object's failure.
@@ -53,9 +55,11 @@ class Batch {
   std::uint64_t succeeded_ = 0;
   std::uint64_t skipped_ = 0;
   std::uint64_t failed_ = 0;
+  std::uint64_t left_ = 0;
   std::uint64_t bytes_ = 0;
+  std::uint64_t bytesLeft_ = 0;
   bool isLost_ = false;
-  std::string left_;  ///< what is said of the object at which the user ended it
+  std::string kept_;  ///< what is said of the object at which the user ended it
 };
 
 }  // namespace tarvo::tools

@@ -24,10 +24,12 @@ constexpr std::size_t kShownChanges = 40;
 /// One import.
 class Importing {
  public:
-  Importing(ToolContext& context, const OpenedDevice& device, const BookImportOptions& options)
+  Importing(ToolContext& context, const OpenedDevice& device, const BookImportOptions& options,
+            const Consent& consent)
       : context_(context),
         device_(device),
         options_(options),
+        consent_(consent),
         surroundings_({.encoding = context.platform.services().defaultEncoding}),
         way_(options.sync                  ? BookWay::kSynchronisation
              : keepsContactsSingly(device) ? BookWay::kSingly
@@ -56,11 +58,8 @@ class Importing {
       say("Nothing was sent.", false, "");
       return kDone;
     }
-    if (!options_.yes &&
-        !isConfirmed(context_, "Change the address book of " + device_.device().name() + "?")) {
-      context_.output.message("Nothing was sent.");
-      return kFailed;
-    }
+    consent_.require("Change the address book of " + device_.device().name() + "?",
+                     "nothing was sent");
     const std::string backup = keepBook();
     context_.output.message("What the device holds is kept in " + backup + ".");
     write(backup);
@@ -227,6 +226,7 @@ class Importing {
   ToolContext& context_;
   const OpenedDevice& device_;
   const BookImportOptions& options_;
+  const Consent& consent_;
   BookSurroundings surroundings_;
   BookWay way_;
   DeviceBook there_;
@@ -236,8 +236,8 @@ class Importing {
 }  // namespace
 
 int importBook(ToolContext& context, const OpenedDevice& device, const BookFile& wanted,
-               const BookImportOptions& options) {
-  return Importing(context, device, options).run(wanted);
+               const BookImportOptions& options, const Consent& consent) {
+  return Importing(context, device, options, consent).run(wanted);
 }
 
 }  // namespace tarvo::tools

@@ -11,6 +11,6 @@ namespace tarvo::tools {
 /// Gives the exit status. Raises a ToolError: for a book that the device cannot keep, for a device
 /// whose own book cannot be read in whole, and where writing ends early.
 int importBook(ToolContext& context, const OpenedDevice& device, const BookFile& wanted,
-               const BookImportOptions& options);
+               const BookImportOptions& options, const Consent& consent);
 
 }  // namespace tarvo::tools

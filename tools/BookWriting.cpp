@@ -173,9 +173,9 @@ class Writing {
     const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
     const PrivateFolder folder;
     const auto made = text && !folder.path().empty()
-                          ? writeWhole(folder.path(), "DCEMAIL.ABK",
-                                       std::as_bytes(std::span(*text)), ExistingFile::kRefuse)
-                          : WrittenFile{.status = status::kIOError};
+                          ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
+                                       std::as_bytes(std::span(*text)))
+                          : FetchResult{.status = status::kIOError};
     if (made.status != status::kOK) {
       result_.status = made.status;
       if (result_.why.empty()) result_.why = made.why;

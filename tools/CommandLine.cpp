@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "Utilities/Exception.h"
+#include "Utilities/TypedWords.h"
 #include "tools/CommandTree.h"
 #include "tools/Output.h"
 
@@ -80,7 +81,7 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
   // Kept by the command, whose options lie in it.
   const auto tree = std::make_shared<CommandTree>();
   try {
-    tree->app().parse(argc, argv);
+    parseAsTyped(tree->app(), argc, argv);
     return {.options = tree->globals(),
             .command = [tree](ToolContext& context) { return tree->command()(context); }};
   } catch (const CLI::CallForHelp&) {

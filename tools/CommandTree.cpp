@@ -133,7 +133,8 @@ void CommandTree::addTransfers() {
   get.add_option("OBJECT", get_.objects, "Handles, names, or patterns such as '*.JPG'")
       ->type_name("");
   get.add_flag("--all", get_.all, "Everything but folders");
-  get.add_flag("--new", get_.onlyNew, "Only what is not there yet, by name and size");
+  get.add_flag("--new", get_.onlyNew,
+               "Only what is not there yet; names that are taken get a number");
   get.add_option("--output", get_.output, "Folder, or the name of the one file")->type_name("PATH");
   get.add_flag("--thumbnail", get_.thumbnails, "The small picture in place of the object");
   get.add_flag("--overwrite", get_.overwrite, "Replace files that are there");

@@ -81,7 +81,7 @@ class CommandTree {
   RemoveOptions remove_;
   RenameOptions rename_;
   VolumeListOptions volumeList_;
-  VolumeGetOptions volumeGet_;
+  FetchOptions volumeGet_;
   VolumeRemoveOptions volumeRemove_;
   PropertyOptions property_;
   OrdersShowOptions ordersShow_;

@@ -1,25 +1,22 @@
 #include "tools/GetCommand.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
+#include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <optional>
-#include <system_error>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/ObjectFetch.h"
 #include "NativeServices/PictureDevice/PartFile.h"
 #include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "tools/Batch.h"
 #include "tools/LocalFiles.h"
 #include "tools/ObjectPaths.h"
 #include "tools/OpenedDevice.h"
-#include "tools/Progress.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
@@ -29,21 +26,9 @@ namespace fs = std::filesystem;
 
 constexpr const char* kOperation = "get";
 
-ExistingFile existingFile(const GetOptions& options) {
-  if (options.overwrite) return ExistingFile::kOverwrite;
-  return options.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
-}
-
 /// "TARV0001.JPG" gives "TARV0001.thumb.jpg".
 std::string thumbnailName(const std::string& name) {
   return fs::path(name).stem().string() + ".thumb.jpg";
-}
-
-void checkUsage(const GetOptions& options) {
-  if (options.objects.empty() && !options.all && !options.onlyNew)
-    refuseUsage(kOperation, "say what to fetch: handles, names, patterns, --all or --new");
-  if (options.overwrite && options.keepBoth)
-    refuseUsage(kOperation, "--overwrite and --keep-both exclude each other");
 }
 
 /// What came of an object, where it is kept; empty where nothing is.
@@ -59,145 +44,172 @@ class Fetching {
   Fetching(ToolContext& context, const GetOptions& options)
       : context_(context),
         options_(options),
-        target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
+        run_(context, kOperation, options),
         device_(context, kOperation),
-        progress_(context.output, context.interrupt,
-                  isOneObject(options) ? 1 : options.objects.size()),
         batch_(context, kOperation, options.thumbnails ? "thumbnails fetched" : "files fetched"),
         fetch_(device_.transactions()) {}
 
   int run() {
-    // Without names --new is about everything.
-    const bool all = options_.all || (options_.onlyNew && options_.objects.empty());
-    batch_.visit(device_, options_.objects, all,
-                 [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
-                        const std::string& path) { fetchOne(handle, info, path); });
+    lookUp();
+    passOverWhatIsThere();
+    std::uint64_t bytes = 0;
+    for (const auto& object : found_)
+      bytes += object.size;
+    if (batch_.goesOn()) run_.expect(found_.size(), bytes);
+    for (const auto& object : found_) {
+      if (!batch_.goesOn()) break;
+      fetchOne(object);
+    }
     if (!context_.interrupt.isSet()) tellOldParts();
     return batch_.finish();
   }
 
  private:
-  static bool isOneObject(const GetOptions& options) {
-    return options.objects.size() == 1 && !options.all &&
-           options.objects.front().find_first_of("*?[") == std::string::npos;
+  struct Found {
+    std::uint32_t handle = 0;
+    std::string name;
+    std::string path;
+    std::uint64_t size = 0;  ///< of what is fetched
+    std::optional<std::time_t> date;
+
+    using Key = std::tuple<std::string, std::uint64_t, std::optional<std::time_t>>;
+    Key key() const { return {name, size, date}; }
+  };
+
+  void lookUp() {
+    // Without names --new is about everything.
+    const bool all = options_.all || (options_.onlyNew && options_.objects.empty());
+    batch_.visit(device_, options_.objects, all,
+                 [this](std::uint32_t handle, const XTExtendedObjectInfo& info,
+                        const std::string& path) { take(handle, info, path); });
   }
 
-  void fetchOne(std::uint32_t handle, const XTExtendedObjectInfo& info, const std::string& path) {
-    const PropertyDictionary json = {{"handle", handle}, {"name", info.fileName()}};
-    const std::string object = path + " (" + handleText(handle) + ")";
+  void take(std::uint32_t handle, const XTExtendedObjectInfo& info, const std::string& path) {
+    const Found found = {
+        .handle = handle,
+        .name = info.fileName(),
+        .path = path,
+        .size = options_.thumbnails ? info.thumbCompressedSize() : info.compressedSize(),
+        .date = dateOfObject(info)};
     if (isFolder(info)) {
-      batch_.failed(json, {.operation = kOperation,
-                           .object = object,
-                           .status = status::kNotAFile,
-                           .why = "it is a folder",
-                           .advice = "Use a pattern such as '" + path + "/*'."});
-      return;
+      batch_.failed(jsonOf(found), {.operation = kOperation,
+                                    .object = inWords(found),
+                                    .status = status::kNotAFile,
+                                    .why = "it is a folder",
+                                    .advice = "Use a pattern such as '" + path + "/*'."});
+    } else {
+      found_.push_back(found);
     }
-    if (options_.onlyNew && isThere(info)) {
-      batch_.skipped();
-      return;
-    }
-    batch_.attempt(device_, json, object, [&] {
-      if (options_.thumbnails) {
-        fetchThumbnail(handle, info, json, object);
-      } else {
-        fetchWhole(handle, info, json, object);
-      }
+  }
+
+  /// Of two objects that only their content tells apart, a file may be either.
+  void passOverWhatIsThere() {
+    std::map<Found::Key, std::size_t> counts;
+    for (const auto& object : found_)
+      ++counts[object.key()];
+    std::erase_if(found_, [&](const Found& object) {
+      const bool isThere = counts[object.key()] == 1 &&
+                           run_.isThere(fileName(object.name), object.size, object.date);
+      if (isThere) batch_.skipped();
+      return isThere;
     });
+  }
+
+  /// Empty where there is none.
+  std::string fileName(const std::string& name) const {
+    if (!options_.thumbnails) return name;
+    const auto safe = safeFileName(name);
+    return safe ? thumbnailName(*safe) : "";
+  }
+
+  static PropertyDictionary jsonOf(const Found& object) {
+    return {{"handle", object.handle}, {"name", object.name}};
+  }
+
+  static std::string inWords(const Found& object) {
+    return object.path + " (" + handleText(object.handle) + ")";
+  }
+
+  void fetchOne(const Found& object) {
+    if (const auto obstacle = run_.obstacle(inWords(object))) {
+      batch_.left(jsonOf(object), *obstacle, object.size);
+      return;
+    }
+    batch_.attempt(device_, jsonOf(object), inWords(object), [&] {
+      auto request = run_.begin(object.name, object.size);
+      request.device = device_.device().serialNumber();
+      auto result = options_.thumbnails ? fetchThumbnail(object, std::move(request))
+                                        : fetch_.toFile(object.handle, request);
+      run_.end(result);
+      tell(object, result);
+    });
+  }
+
+  void tell(const Found& object, const FetchResult& result) {
+    PropertyDictionary json = jsonOf(object);
+    if (result.status != status::kOK) {
+      tellFailure(object, result, json);
+    } else if (result.wasThere) {
+      batch_.skipped();
+    } else {
+      json["path"] = result.path;
+      json["size"] = result.size;
+      if (result.resumed > 0) json["resumed"] = result.resumed;
+      batch_.succeeded(json, result.path, result.size);
+    }
+  }
+
+  void tellFailure(const Found& object, const FetchResult& result, PropertyDictionary& json) {
+    std::string why = keptInWords(result, object.name);
+    if (!why.empty()) {
+      json["part"] = result.part;
+      json["kept"] = result.kept;
+    }
+    // That a file is there is all that there is to say.
+    if (!result.why.empty() && result.status != status::kDuplicateFile)
+      why = result.why + (why.empty() ? "" : "; ") + why;
+    if (result.room != Room::kEnough) {
+      batch_.left(json, device_.failure(inWords(object), result.status, why), object.size);
+    } else {
+      batch_.failed(device_, json, inWords(object), result.status, why);
+    }
+  }
+
+  FetchResult fetchThumbnail(const Found& object, FetchRequest request) {
+    const auto name = safeFileName(fileName(object.name));
+    if (!name) return {.status = status::kFileNotFound, .why = "its name is no file name"};
+    if (!request.name) request.name = name;
+    // Where it has none the device is not even asked.
+    if (object.size == 0) return {.status = status::kPTPNoThumbnailPresent};
+    const auto image = device_.device().downloadThumb(ObjectReference(object.handle));
+    if (!image) return {.status = device_.transactions().lastOutcome()};
+    auto result = writeWhole(request, *image, object.date);
+    result.size = image->size();
+    return result;
   }
 
   /// Somebody may still mean to go on with them, so that they are only named.
   void tellOldParts() const {
     constexpr std::time_t kOld = std::time_t{30} * 24 * 60 * 60;
-    const auto names = PartFile::leftSince(target_.folder, std::time(nullptr) - kOld);
+    const auto names = PartFile::leftSince(run_.folder(), std::time(nullptr) - kOld);
     if (names.empty()) return;
-    context_.output.message("Cut downloads that are older than 30 days are in " + target_.folder +
+    context_.output.message("Cut downloads that are older than 30 days are in " + run_.folder() +
                             ": " + joined(names) +
                             ". Delete those that are not to be gone on with.");
   }
 
-  bool isThere(const XTExtendedObjectInfo& info) const {
-    const auto name = safeFileName(info.fileName());
-    if (!name) return false;
-    if (options_.thumbnails) {
-      std::error_code error;
-      return fs::exists(fs::path(target_.folder) / thumbnailName(*name), error);
-    }
-    return hasFileOfSize(target_.folder, target_.name.value_or(*name), info.compressedSize());
-  }
-
-  void fetchWhole(std::uint32_t handle, const XTExtendedObjectInfo& info, PropertyDictionary json,
-                  const std::string& object) {
-    progress_.begin(info.fileName(), info.compressedSize());
-    const auto result = fetch_.toFile(handle, {.folder = target_.folder,
-                                               .name = target_.name,
-                                               .existing = existingFile(options_),
-                                               .progress = progress_.callback(),
-                                               .device = device_.device().serialNumber()});
-    progress_.end();
-    if (result.status != status::kOK) {
-      std::string why = keptInWords(result, info.fileName());
-      if (!why.empty()) {
-        json["part"] = result.part;
-        json["kept"] = result.kept;
-      }
-      // That a file is there is all that there is to say.
-      if (!result.why.empty() && result.status != status::kDuplicateFile)
-        why = result.why + (why.empty() ? "" : "; ") + why;
-      batch_.failed(device_, std::move(json), object, result.status, std::move(why));
-      return;
-    }
-    json["path"] = result.path;
-    json["size"] = result.size;
-    if (result.resumed > 0) json["resumed"] = result.resumed;
-    batch_.succeeded(json, result.path, result.size);
-  }
-
-  void fetchThumbnail(std::uint32_t handle, const XTExtendedObjectInfo& info,
-                      PropertyDictionary json, const std::string& object) {
-    const auto name = safeFileName(info.fileName());
-    if (!name) {
-      batch_.failed(device_, std::move(json), object, status::kFileNotFound,
-                    "its name is no file name");
-      return;
-    }
-    const auto image = device_.device().downloadThumb(ObjectReference(handle));
-    if (!image) {
-      batch_.failed(device_, std::move(json), object, thumbnailStatus(info));
-      return;
-    }
-    const auto made = writeWhole(target_.folder, target_.name.value_or(thumbnailName(*name)),
-                                 *image, existingFile(options_));
-    if (made.status != status::kOK) {
-      batch_.failed(
-          std::move(json),
-          {.operation = kOperation, .object = object, .status = made.status, .why = made.why});
-      return;
-    }
-    json["path"] = made.path;
-    json["size"] = image->size();
-    batch_.succeeded(json, made.path, image->size());
-  }
-
-  /// Why there is no thumbnail: what the device says, or that it was not even asked.
-  Status thumbnailStatus(const XTExtendedObjectInfo& info) const {
-    return info.thumbCompressedSize() == 0 ? status::kPTPNoThumbnailPresent
-                                           : device_.transactions().lastOutcome();
-  }
-
   ToolContext& context_;
   const GetOptions& options_;
-  LocalTarget target_;
+  FetchRun run_;
   OpenedDevice device_;
-  Progress progress_;
   Batch batch_;
   ObjectFetch fetch_;
+  std::vector<Found> found_;
 };
 
 }  // namespace
 
 int runGet(ToolContext& context, const GetOptions& options) {
-  checkUsage(options);
   return Fetching(context, options).run();
 }
 

@@ -2,7 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
+#include <ctime>
 #include <optional>
 #include <span>
 #include <string>
@@ -24,23 +24,12 @@ struct LocalTarget {
 LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
                            bool isOneObject);
 
-/// Whether `folder` has a file NAME, or NAME (n), of that size.
-bool hasFileOfSize(const std::string& folder, const std::string& name, std::uint64_t size);
-
-struct WrittenFile {
-  Status status = status::kOK;  ///< -48 for one that is there, -36 for one that cannot be written
-  std::string why{};
-  std::string path{};
-};
-
-/// Writes a file beside its final name and renames it when it is whole.
-WrittenFile writeWhole(const std::string& folder, const std::string& name,
-                       std::span<const std::byte> content, ExistingFile existing);
+/// Writes a file of the request's own name beside it and renames it when it is whole. Statuses as
+/// ObjectFetch has them for what this host refuses. `modified` is the date that it shall show.
+FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> content,
+                       std::optional<std::time_t> modified = std::nullopt);
 
 /// All of `content` to an open file; false, with errno, where it cannot be written.
 bool writeAll(int descriptor, std::span<const std::byte> content);
-
-/// "NAME (2).EXT" for 2; the name itself for 1.
-std::string numberedName(const std::string& name, unsigned number);
 
 }  // namespace tarvo::tools

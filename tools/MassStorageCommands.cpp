@@ -92,16 +92,15 @@ void unmountVolumes(const Chosen& chosen) {
                      .why = joined(rest)});
 }
 
-/// Whether a unit may be sent away: one that cannot come back by itself only when a person says so.
-bool maySendAway(ToolContext& context, const Chosen& chosen, bool yes) {
-  if (yes || chosen.unit.canAutoPowerCycle()) return true;
+/// A unit that cannot come back by itself is sent away only when a person says so.
+void requireLeave(const ToolContext& context, const Chosen& chosen, bool yes) {
+  if (yes || chosen.unit.canAutoPowerCycle()) return;
   if (chosen.unit.lastFailure().status != status::kOK) chosen.fail();
   const std::string unit = inWords(chosen.summary);
-  if (!canAsk(context))
-    refuseUsage(chosen.operation, unit +
-                                      " says that it cannot come back by itself, and there is "
-                                      "nobody to ask; give --yes to send it away");
-  return isConfirmed(context, unit + " says that it cannot come back by itself. Send it away?");
+  const Consent consent(context, chosen.operation, false,
+                        "send it away: " + unit + " says that it cannot come back by itself");
+  consent.require(unit + " says that it cannot come back by itself. Send it away?",
+                  "nothing was changed");
 }
 
 /// The block devices of the unit's USB device that hold no others: partitions, and disks without
@@ -189,10 +188,7 @@ int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
   for (const Mount& mount : chosen.unit.mounts())
     context.output.message("The volume " + printable(stillMounted(mount)) +
                            ": what has not been written to it yet may be lost.");
-  if (!maySendAway(context, chosen, options.yes)) {
-    context.output.message("Nothing was changed.");
-    return kFailed;
-  }
+  requireLeave(context, chosen, options.yes);
   PropertyDictionary mode = {{options.mode + "Mode", true},
                              {"powerDown", options.powerDown},
                              {"permanent", options.permanent},

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/FilePlace.h"
-#include "platform/imagecapture/VolumeContents.h"
+#include "tools/PictureNames.h"
 
 namespace tarvo::tools {
 namespace {
@@ -76,8 +76,9 @@ Failure OpenedVolume::failure(const std::string& object, Status status, std::str
   return {.operation = operation_, .object = object, .status = status, .why = std::move(why)};
 }
 
-void OpenedVolume::visit(const std::vector<std::string>& operands, VolumeFiles others,
-                         const VolumeVisitor& visitor) const {
+std::uint64_t OpenedVolume::visit(const std::vector<std::string>& operands, VolumeFiles others,
+                                  const VolumeVisitor& visitor) const {
+  std::uint64_t passedOver = 0;
   Operands wanted(operands);
   FolderWalk walk(tree_, [&](const std::string& path, int error) {
     const std::string folder = path.empty() ? summary_.path : path;
@@ -91,11 +92,16 @@ void OpenedVolume::visit(const std::vector<std::string>& operands, VolumeFiles o
     const bool isFile = entry->kind == Kind::kFile;
     const bool isAmongOthers =
         (others == VolumeFiles::kEverything) ||
-        (others == VolumeFiles::kPictures && isFile && isPictureName(entry->name()));
+        (others == VolumeFiles::kPictures && isFile && isPictureOrFilm(entry->name()));
     const bool wasNamed = wanted.take(*entry);
-    if (wasNamed || isAmongOthers) visitor.onEntry(walk, *entry, wasNamed);
+    if (wasNamed || isAmongOthers) {
+      visitor.onEntry(walk, *entry, wasNamed);
+    } else if (isFile && others == VolumeFiles::kPictures) {
+      ++passedOver;
+    }
   }
   if (visitor.goesOn()) wanted.eachUnmatched(visitor.onUnmatched);
+  return passedOver;
 }
 
 }  // namespace tarvo::tools

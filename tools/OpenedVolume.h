@@ -40,9 +40,10 @@ class OpenedVolume {
 
   /// Visits what `operands` mean and what `others` adds, as it is read and in that order. Operands
   /// are names, or patterns (glob(7)) that leave hidden files out; one with a slash is compared
-  /// with the whole path. A name means the first entry that has it. Links are not followed.
-  void visit(const std::vector<std::string>& operands, VolumeFiles others,
-             const VolumeVisitor& visitor) const;
+  /// with the whole path. A name means the first entry that has it. Links are not followed. Gives
+  /// the number of files that kPictures has passed over.
+  std::uint64_t visit(const std::vector<std::string>& operands, VolumeFiles others,
+                      const VolumeVisitor& visitor) const;
 
  private:
   std::string operation_;

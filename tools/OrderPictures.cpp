@@ -95,7 +95,7 @@ void OrderPictures::fetch(const ListedOrder& order) {
 std::string OrderPictures::folderFor(const ListedOrder& order) {
   const std::string name = folderNameOf(order);
   for (unsigned number = 1;; ++number) {
-    const fs::path folder = fs::path(target_) / numberedName(name, number);
+    const fs::path folder = fs::path(target_) / numberedFileName(name, number);
     before_ = notedIn(folder);
     std::error_code ignored;
     const bool isFree = before_.is_null() && !fs::exists(fs::symlink_status(folder, ignored));
@@ -109,7 +109,8 @@ void OrderPictures::note(const ListedOrder& order, const std::string& folder) {
   const std::string text =
       noted_.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace) + "\n";
   const auto made =
-      writeWhole(folder, kNote, std::as_bytes(std::span(text)), ExistingFile::kOverwrite);
+      writeWhole({.folder = folder, .name = kNote, .existing = ExistingFile::kOverwrite},
+                 std::as_bytes(std::span(text)));
   if (made.status != status::kOK)
     batch_.failed({{"order", order.number}}, {.operation = device_.operation(),
                                               .object = made.path,

@@ -308,9 +308,7 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
 
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
   const std::string operation = "orders delete";
-  // Before the device is touched: a script that forgot it learns at once.
-  if (!options.yes && !canAsk(context))
-    refuseUsage(operation, "there is nobody to ask; give --yes to delete orders");
+  const Consent consent(context, operation, options.yes, "delete orders");
   const OpenedDevice device(context, operation);
   const auto list = readOrders(context, device);
   endIfInterrupted(context, operation);
@@ -318,10 +316,7 @@ int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
                                              : namedOf(operation, list, options.orders);
   const std::string question = "Delete " + countedInWords(doomed) + " from " +
                                device.device().name() + "? The pictures stay.";
-  if (!doomed.empty() && !options.yes && !isConfirmed(context, question)) {
-    context.output.message("Nothing was deleted.");
-    return kFailed;
-  }
+  if (!doomed.empty()) consent.require(question, "nothing was deleted");
   Batch batch(context, operation, "orders deleted");
   for (const auto& each : doomed) {
     if (!batch.goesOn()) break;

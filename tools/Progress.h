@@ -26,6 +26,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
+  /// Of so many, now that it is known.
+  void expect(std::size_t count) { count_ = count; }
   /// The next object begins. `size` is in bytes; 0 is unknown.
   void begin(const std::string& name, std::uint64_t size);
   /// `bytes` more have been moved. True where the user has interrupted.

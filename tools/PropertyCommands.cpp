@@ -110,23 +110,41 @@ PropertyDictionary valueFrom(const std::string& text, std::uint16_t datatype) {
   return value.is_discarded() ? PropertyDictionary(text) : value;
 }
 
-XTMutablePTPDataSet encodedValue(const std::string& operation, std::uint16_t code,
-                                 std::uint16_t datatype, const std::string& text) {
-  const auto refuse = [&](const std::string& why) -> ToolError {
-    return ToolError({.operation = operation,
-                      .object = nameAndCode(code),
-                      .status = status::kBadParameter,
-                      .why = "'" + text + "' does not fit: " + why,
-                      .advice = "'tarvoctl property get " + codeText(code) + "' shows what does."});
-  };
+/// What the user gave for a property.
+struct GivenValue {
+  const std::string& operation;
+  std::uint16_t code;
+  std::string text;
+};
+
+ToolError misfit(const GivenValue& given, const std::string& why) {
+  return ToolError(
+      {.operation = given.operation,
+       .object = nameAndCode(given.code),
+       .status = status::kBadParameter,
+       .why = "'" + given.text + "' does not fit: " + why,
+       .advice = "'tarvoctl property get " + codeText(given.code) + "' shows what does."});
+}
+
+/// The value as it is to be sent: a date may be given as it is shown.
+PropertyDictionary valueToSend(const GivenValue& given, std::uint16_t datatype) {
+  if (given.code != ptp::kDateTime || datatype != kPTPString)
+    return valueFrom(given.text, datatype);
+  const auto date = ptpDateFromWords(given.text);
+  if (!date) throw misfit(given, "a date is '2024-06-15 12:00:00' or '20240615T120000'");
+  return *date;
+}
+
+XTMutablePTPDataSet encodedValue(const GivenValue& given, std::uint16_t datatype,
+                                 const PropertyDictionary& value) {
   // A longer text would wrap its count.
-  if (datatype == kPTPString && nameLength(text) >= kNameLimit)
-    throw refuse("it has 255 characters or more");
+  if (datatype == kPTPString && nameLength(given.text) >= kNameLimit)
+    throw misfit(given, "it has 255 characters or more");
   auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
   try {
-    storePropertyValue(dataSet, datatype, valueFrom(text, datatype));
+    storePropertyValue(dataSet, datatype, value);
   } catch (const Exception& exception) {
-    throw refuse(exception.reason());
+    throw misfit(given, exception.reason());
   }
   return dataSet;
 }
@@ -183,12 +201,12 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
   const auto description = requiredDescription(context, device, code);
   if (!description.isWritable)
     throw ToolError(device.failure(nameAndCode(code), status::kWriteNotPermitted));
-  const auto value = encodedValue(operation, code, description.datatype, options.value);
-  device.require(device.transactions().setProperty(code, value.bytes()), nameAndCode(code));
+  const GivenValue given = {operation, code, options.value};
+  const auto value = valueToSend(given, description.datatype);
+  const auto encoded = encodedValue(given, description.datatype, value);
+  device.require(device.transactions().setProperty(code, encoded.bytes()), nameAndCode(code));
   if (context.output.isJSON()) {
-    context.output.document({{"code", code},
-                             {"name", propertyName(code)},
-                             {"value", valueFrom(options.value, description.datatype)}});
+    context.output.document({{"code", code}, {"name", propertyName(code)}, {"value", value}});
   } else {
     context.output.line(nameAndCode(code) + "  " + printable(options.value));
   }

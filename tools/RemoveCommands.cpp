@@ -1,5 +1,6 @@
 #include "tools/RemoveCommands.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <utility>
 
@@ -20,18 +21,16 @@ constexpr const char* kOperation = "rm";
 class Removing {
  public:
   Removing(ToolContext& context, const RemoveOptions& options)
-      : context_(context),
-        options_(options),
+      : options_(options),
+        consent_(context, kOperation, options.yes, "delete objects"),
         device_(context, kOperation),
         batch_(context, kOperation, "objects deleted") {}
 
   int run() {
     lookUp();
-    if (batch_.goesOn() && !found_.empty() && !isAllowed()) {
-      context_.output.message("Nothing was deleted.");
-      context_.output.endList();
-      return kFailed;
-    }
+    if (batch_.goesOn() && !found_.empty() && !options_.yes)
+      consent_.require("Delete " + foundInWords() + " from " + device_.device().name() + "?",
+                       "nothing was deleted");
     for (const auto& object : found_) {
       if (!batch_.goesOn()) break;
       batch_.attempt(device_, {{"handle", object.handle}}, object.path, [&] { remove(object); });
@@ -43,21 +42,42 @@ class Removing {
   struct Found {
     std::uint32_t handle = 0;
     std::string path;
+    bool isFolder = false;
   };
 
   void lookUp() {
     batch_.visit(
         device_, options_.objects, false,
-        [this](std::uint32_t handle, const XTExtendedObjectInfo&, const std::string& path) {
-          found_.push_back({handle, path});
+        [this](std::uint32_t handle, const XTExtendedObjectInfo& info, const std::string& path) {
+          found_.push_back({handle, path, isFolder(info)});
+          if (!isFolder(info)) bytes_ += info.compressedSize();
         });
   }
 
-  bool isAllowed() {
-    if (options_.yes || !canAsk(context_)) return true;
-    const std::string what =
-        found_.size() == 1 ? found_.front().path : std::to_string(found_.size()) + " objects";
-    return isConfirmed(context_, "Delete " + what + " from " + device_.device().name() + "?");
+  /// "2 objects and folder DCIM with 3 objects, 7.7 MB,"; one object by its name.
+  std::string foundInWords() {
+    std::vector<std::string> words;
+    const auto files = std::ranges::count(found_, false, &Found::isFolder);
+    if (files == 1) words.push_back(std::ranges::find(found_, false, &Found::isFolder)->path);
+    if (files > 1) words.push_back(counted(static_cast<std::uint64_t>(files), "objects"));
+    for (const auto& each : found_)
+      if (each.isFolder) words.push_back("folder " + each.path + contentInWords(each));
+    return joined(words, " and ") + ", " + sizeInWords(bytes_) + ",";
+  }
+
+  /// What goes with a folder; its sizes count as well.
+  std::string contentInWords(const Found& folder) {
+    std::uint64_t count = 0;
+    const Status status = ObjectListing(device_.transactions())
+                              .visit({.folder = folder.handle, .isDeep = true},
+                                     [&](std::uint32_t, const ReadInfo& read) {
+                                       const bool counts = !read.info || !isFolder(*read.info);
+                                       if (counts) ++count;
+                                       if (counts && read.info)
+                                         bytes_ += read.info->compressedSize();
+                                       return batch_.goesOn();
+                                     });
+    return status == status::kOK ? " with " + counted(count, "objects") : " with all that is in it";
   }
 
   void remove(const Found& object) {
@@ -71,11 +91,12 @@ class Removing {
                   status);
   }
 
-  ToolContext& context_;
   const RemoveOptions& options_;
+  Consent consent_;
   OpenedDevice device_;
   Batch batch_;
   std::vector<Found> found_;
+  std::uint64_t bytes_ = 0;
 };
 
 }  // namespace

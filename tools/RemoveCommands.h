@@ -13,7 +13,7 @@ struct RemoveOptions {
   bool yes = false;                    ///< does not ask
 };
 
-/// Asks first where there is a terminal. Each object has its own result.
+/// Asks first. Each object has its own result.
 int runRemove(ToolContext& context, const RemoveOptions& options);
 
 struct RenameOptions {

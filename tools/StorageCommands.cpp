@@ -36,6 +36,17 @@ std::uint32_t storeToFormat(const OpenedDevice& device, const std::string& chose
               stores.empty() ? "the device has no store" : "say which store: " + known);
 }
 
+/// ", 12 objects, 1.2 GB,": as far as the device tells.
+std::string contentInWords(const OpenedDevice& device, std::uint32_t store) {
+  std::string words;
+  const auto objects = device.transactions().numberOfObjectsOnStore(store, 0);
+  if (objects >= 0) words += ", " + counted(static_cast<std::uint64_t>(objects), "objects");
+  const auto info = device.transactions().storageInfo(store);
+  const auto used = info ? usedSpaceInWords(*info) : "";
+  if (!used.empty()) words += ", " + used;
+  return words.empty() ? words : words + ",";
+}
+
 }  // namespace
 
 int runStorageList(ToolContext& context) {
@@ -76,14 +87,12 @@ int runStorageList(ToolContext& context) {
 
 int runStorageFormat(ToolContext& context, const FormatOptions& options) {
   const std::string operation = "storage format";
-  // Before the device is touched: a script that forgot it learns at once.
-  if (!options.yes && !canAsk(context))
-    refuseUsage(operation, "there is nobody to ask; give --yes to delete everything in the store");
+  const Consent consent(context, operation, options.yes, "delete everything in the store");
   const OpenedDevice device(context, operation);
   const std::uint32_t store = storeToFormat(device, options.store);
-  if (!options.yes && !isConfirmed(context, "Delete everything in store " + handleText(store) +
-                                                " of " + device.device().name() + "?"))
-    endDeclined(operation, "nothing was deleted");
+  consent.require("Delete everything in store " + handleText(store) +
+                      contentInWords(device, store) + " of " + device.device().name() + "?",
+                  "nothing was deleted");
   device.require(device.device().formatStore(store), "store " + handleText(store));
   if (context.output.isJSON()) {
     context.output.document({{"storageID", store}, {"formatted", true}});

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "NativeServices/PictureDevice/PictureDeviceRoom.h"
+#include "Utilities/FileDescriptor.h"
 #include "identify/models/SupportedModels.h"
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/Interrupt.h"
@@ -38,18 +39,33 @@ struct ToolContext {
   Output& output;
   ToolPlatform& platform;
   const Interrupt& interrupt;
-  std::FILE* input;  ///< where answers to questions come from
+  std::FILE* input;      ///< standard input
+  std::string terminal;  ///< the device on which questions are asked: "/dev/tty"
 };
 
-/// Whether there is a person to ask.
-bool canAsk(const ToolContext& context);
-/// Asks on standard error; true for "y" and "yes". False at the end of the input. Raises what ends
-/// an interrupted command.
-bool isConfirmed(ToolContext& context, const std::string& question);
+/// The user's leave for what cannot be undone.
+///
+///   const Consent consent(context, "rm", options.yes, "delete objects");
+///   ...
+///   consent.require("Delete 3 objects?", "nothing was deleted");
+class Consent {
+ public:
+  /// Raises kBadUsage where the leave is not given by the command line and nobody can be asked: a
+  /// script that forgot it learns before a device is touched. `purpose` is what --yes is for.
+  Consent(const ToolContext& context, std::string operation, bool isGiven,
+          const std::string& purpose);
 
-/// Raises what ends a command to which the user said no: kCancelled, with `left` as the reason, as
-/// "nothing was deleted".
-[[noreturn]] void endDeclined(const std::string& operation, const std::string& left);
+  /// Asks on the terminal, wherever the outputs lead, unless the leave is given. All but "y" and
+  /// "yes" raises kCancelled, with `left`, what was left alone, as the reason; raises what ends an
+  /// interrupted command.
+  void require(const std::string& question, const std::string& left) const;
+
+ private:
+  const ToolContext& context_;
+  std::string operation_;
+  FileDescriptor terminal_;  ///< of nothing where the leave is given
+};
+
 /// Raises what ends a command that was interrupted, if it was.
 void endIfInterrupted(const ToolContext& context, const std::string& operation);
 

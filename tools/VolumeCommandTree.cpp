@@ -17,7 +17,8 @@ void CommandTree::addVolumes() {
   get.add_option("OBJECT", volumeGet_.objects, "Names, paths, or patterns such as '*.JPG'")
       ->type_name("");
   get.add_flag("--all", volumeGet_.all, "Every file, pictures or not");
-  get.add_flag("--new", volumeGet_.onlyNew, "Only what is not there yet, by name and size");
+  get.add_flag("--new", volumeGet_.onlyNew,
+               "Only what is not there yet; names that are taken get a number");
   get.add_option("--output", volumeGet_.output, "Folder, or the name of the one file")
       ->type_name("PATH");
   get.add_flag("--overwrite", volumeGet_.overwrite, "Replace files that are there");

@@ -11,10 +11,8 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/Batch.h"
 #include "tools/Listing.h"
-#include "tools/LocalFiles.h"
 #include "tools/ObjectPaths.h"
 #include "tools/OpenedVolume.h"
-#include "tools/Progress.h"
 #include "tools/Words.h"
 
 namespace tarvo::tools {
@@ -113,22 +111,24 @@ class VolumeBatch {
       : context_(context), volume_(context, operation), batch_(context, operation, done) {}
 
  protected:
-  void visit(const std::vector<std::string>& objects, VolumeFiles others,
-             decltype(VolumeVisitor::onEntry) onEntry) {
-    volume_.visit(objects, others,
-                  {.onEntry = std::move(onEntry),
-                   .onUnreadable =
-                       [this](const std::string& path, const Failure& failure) {
-                         batch_.failed({{"path", validUTF8(path)}}, failure);
-                       },
-                   .onUnmatched =
-                       [this](const std::string& operand) {
-                         auto failure = volume_.failure(operand, status::kFileNotFound,
-                                                        "no file on the volume has that name");
-                         failure.advice = "'tarvoctl volume ls --all' shows the files.";
-                         batch_.failed({{"name", validUTF8(operand)}}, failure);
-                       },
-                   .goesOn = [this] { return batch_.goesOn(); }});
+  /// As OpenedVolume::visit().
+  std::uint64_t visit(const std::vector<std::string>& objects, VolumeFiles others,
+                      decltype(VolumeVisitor::onEntry) onEntry) {
+    return volume_.visit(objects, others,
+                         {.onEntry = std::move(onEntry),
+                          .onUnreadable =
+                              [this](const std::string& path, const Failure& failure) {
+                                batch_.failed({{"path", validUTF8(path)}}, failure);
+                              },
+                          .onUnmatched =
+                              [this](const std::string& operand) {
+                                auto failure =
+                                    volume_.failure(operand, status::kFileNotFound,
+                                                    "no file on the volume has that name");
+                                failure.advice = "'tarvoctl volume ls --all' shows the files.";
+                                batch_.failed({{"name", validUTF8(operand)}}, failure);
+                              },
+                          .goesOn = [this] { return batch_.goesOn(); }});
   }
 
   void fail(PropertyDictionary json, const std::string& object, Status status, std::string why) {
@@ -151,34 +151,59 @@ class VolumeBatch {
 /// One run of volume get.
 class VolumeFetching : VolumeBatch {
  public:
-  VolumeFetching(ToolContext& context, const VolumeGetOptions& options)
-      : VolumeBatch(context, kOperation, "files fetched"),
-        options_(options),
-        target_(resolvedTarget(kOperation, options.output, isOneObject(options))),
-        progress_(context.output, context.interrupt,
-                  isOneObject(options) ? 1 : options.objects.size()) {
+  static constexpr const char* kOperation = "volume get";
+
+  VolumeFetching(ToolContext& context, const FetchOptions& options, FetchRun& run)
+      : VolumeBatch(context, kOperation, "files fetched"), options_(options), run_(run) {
     // Copies would be found and copied again.
-    if (volume_.tree().holds(target_.folder))
-      refuseUsage(kOperation, "'" + target_.folder + "' lies on the volume itself");
+    if (volume_.tree().holds(run_.folder()))
+      refuseUsage(kOperation, "'" + run_.folder() + "' lies on the volume itself");
   }
 
   int run() {
     const bool hasNames = !options_.objects.empty();
     VolumeFiles others = hasNames ? VolumeFiles::kNone : VolumeFiles::kPictures;
     if (options_.all) others = VolumeFiles::kEverything;
-    visit(options_.objects, others,
-          [this](const FolderWalk& walk, const Entry& entry, bool wasNamed) {
-            fetchOne(walk, entry, wasNamed);
-          });
+    lookAhead(others);
+    const auto passedOver = visit(options_.objects, others,
+                                  [this](const FolderWalk& walk, const Entry& entry,
+                                         bool wasNamed) { fetchOne(walk, entry, wasNamed); });
+    if (passedOver > 0)
+      context_.output.message(counted(passedOver, "files passed over") +
+                              ": no pictures or films, or hidden. --all takes every file.");
     return batch_.finish();
   }
 
-  static constexpr const char* kOperation = "volume get";
-
  private:
-  static bool isOneObject(const VolumeGetOptions& options) {
-    return options.objects.size() == 1 && !options.all &&
-           options.objects.front().find_first_of("*?[") == std::string::npos;
+  static std::uint64_t sizeOf(const struct stat& attributes) {
+    return static_cast<std::uint64_t>(attributes.st_size);
+  }
+
+  bool isThere(const Entry& entry, const struct stat& attributes, bool looksAhead = false) {
+    return run_.isThere(std::string(entry.name()), sizeOf(attributes), attributes.st_mtim.tv_sec,
+                        looksAhead);
+  }
+
+  /// Says what has no room, unless all that the volume can hold has some.
+  void lookAhead(VolumeFiles others) {
+    const auto there = fileSystemSizeOf(volume_.tree().path());
+    const auto here = fileSystemSizeOf(run_.folder());
+    if (!here || (there && there->whole <= here->free)) return;
+    std::size_t count = 0;
+    std::uint64_t bytes = 0;
+    volume_.visit(options_.objects, others,
+                  {.onEntry =
+                       [&](const FolderWalk& walk, const Entry& entry, bool) {
+                         const auto attributes = walk.attributes();
+                         if (entry.kind != Kind::kFile || !attributes) return;
+                         if (isThere(entry, *attributes, true)) return;
+                         ++count;
+                         bytes += sizeOf(*attributes);
+                       },
+                   .onUnreadable = [](const std::string&, const Failure&) {},
+                   .onUnmatched = [](const std::string&) {},
+                   .goesOn = [this] { return batch_.goesOn(); }});
+    if (batch_.goesOn()) run_.expect(count, bytes);
   }
 
   void fetchOne(const FolderWalk& walk, const Entry& entry, bool wasNamed) {
@@ -192,76 +217,72 @@ class VolumeFetching : VolumeBatch {
       }
       return;
     }
-    int error = 0;
-    const FileDescriptor file = walk.openFile(error);
     const auto attributes = walk.attributes();
-    if (!file.isOpen() || !attributes) {
-      fail(namesOf(entry), entry.path, status::kIOError,
-           "it cannot be opened: " + errorText(error));
-      return;
-    }
-    const auto size = static_cast<std::uint64_t>(attributes->st_size);
-    if (options_.onlyNew && isThere(entry, size)) {
+    if (attributes && isThere(entry, *attributes)) {
       batch_.skipped();
       return;
     }
-    fetch(file.get(), entry, size);
-  }
-
-  bool isThere(const Entry& entry, std::uint64_t size) const {
-    const auto name = safeFileName(entry.name());
-    return name && hasFileOfSize(target_.folder, target_.name.value_or(*name), size);
-  }
-
-  ExistingFile existing() const {
-    if (options_.overwrite) return ExistingFile::kOverwrite;
-    return options_.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
+    int error = 0;
+    const FileDescriptor file = walk.openFile(error);
+    if (!file.isOpen() || !attributes) {
+      fail(namesOf(entry), entry.path, status::kIOError,
+           "it cannot be opened: " + errorText(error));
+    } else if (const auto obstacle = run_.obstacle(entry.path)) {
+      batch_.left(namesOf(entry), *obstacle, sizeOf(*attributes));
+    } else {
+      fetch(file.get(), entry, sizeOf(*attributes));
+    }
   }
 
   void fetch(int file, const Entry& entry, std::uint64_t size) {
-    progress_.begin(std::string(entry.name()), size);
-    const auto result = copy_.toFile(file, std::string(entry.name()),
-                                     {.folder = target_.folder,
-                                      .name = target_.name,
-                                      .existing = existing(),
-                                      .progress = progress_.callback()});
-    progress_.end();
-    if (result.status != status::kOK) {
+    const std::string name(entry.name());
+    const auto result = copy_.toFile(file, name, run_.begin(name, size));
+    run_.end(result);
+    if (result.room != Room::kEnough) {
+      batch_.left(namesOf(entry), volume_.failure(entry.path, result.status, result.why), size);
+    } else if (result.status != status::kOK) {
       // That a file is there is all that there is to say.
       const bool wasThere = result.status == status::kDuplicateFile;
       fail(namesOf(entry), entry.path, result.status, wasThere ? "" : result.why);
-      return;
+    } else if (result.wasThere) {
+      batch_.skipped();
+    } else {
+      const PropertyDictionary json = {{"name", validUTF8(name)},
+                                       {"source", validUTF8(entry.path)},
+                                       {"path", validUTF8(result.path)},
+                                       {"size", result.size}};
+      batch_.succeeded(json, result.path, result.size);
     }
-    const PropertyDictionary json = {{"name", validUTF8(entry.name())},
-                                     {"source", validUTF8(entry.path)},
-                                     {"path", validUTF8(result.path)},
-                                     {"size", result.size}};
-    batch_.succeeded(json, result.path, result.size);
   }
 
-  const VolumeGetOptions& options_;
-  LocalTarget target_;
-  Progress progress_;
+  const FetchOptions& options_;
+  FetchRun& run_;
   VolumeCopy copy_;
 };
 
 /// One run of volume rm: everything is looked up first, so that the question can say what would go.
 class VolumeRemoving : VolumeBatch {
  public:
-  VolumeRemoving(ToolContext& context, const VolumeRemoveOptions& options)
-      : VolumeBatch(context, "volume rm", "files deleted"), options_(options) {}
+  static constexpr const char* kOperation = "volume rm";
 
-  int run() {
-    visit(options_.objects, VolumeFiles::kNone,
-          [this](const FolderWalk&, const Entry& entry, bool) {
-            if (entry.kind == Kind::kFolder) {
-              refuseFolder(entry);
-            } else {
-              found_.push_back(entry.path);
-            }
-          });
-    if (batch_.goesOn() && !found_.empty() && !isAllowed())
-      endDeclined("volume rm", "nothing was deleted");
+  explicit VolumeRemoving(ToolContext& context)
+      : VolumeBatch(context, kOperation, "files deleted") {}
+
+  int run(const std::vector<std::string>& objects, const Consent& consent) {
+    visit(objects, VolumeFiles::kNone, [this](const FolderWalk& walk, const Entry& entry, bool) {
+      if (entry.kind == Kind::kFolder) {
+        refuseFolder(entry);
+        return;
+      }
+      found_.push_back(entry.path);
+      const auto attributes = walk.attributes();
+      if (attributes) bytes_ += static_cast<std::uint64_t>(attributes->st_size);
+    });
+    const std::string what = found_.size() == 1 ? found_.front() : counted(found_.size(), "files");
+    if (batch_.goesOn() && !found_.empty())
+      consent.require(
+          "Delete " + what + ", " + sizeInWords(bytes_) + ", from " + volume_.summary().name + "?",
+          "nothing was deleted");
     for (const auto& path : found_) {
       if (!batch_.goesOn()) break;
       remove(path);
@@ -270,13 +291,6 @@ class VolumeRemoving : VolumeBatch {
   }
 
  private:
-  bool isAllowed() {
-    if (options_.yes || !canAsk(context_)) return true;
-    const std::string what =
-        found_.size() == 1 ? found_.front() : std::to_string(found_.size()) + " files";
-    return isConfirmed(context_, "Delete " + what + " from " + volume_.summary().name + "?");
-  }
-
   void remove(const std::string& path) {
     const int error = volume_.tree().removeFile(path);
     const PropertyDictionary json = {{"path", validUTF8(path)}};
@@ -288,8 +302,8 @@ class VolumeRemoving : VolumeBatch {
     fail(json, path, status, errorText(error));
   }
 
-  const VolumeRemoveOptions& options_;
   std::vector<std::string> found_;
+  std::uint64_t bytes_ = 0;
 };
 
 }  // namespace
@@ -298,17 +312,15 @@ int runVolumeList(ToolContext& context, const VolumeListOptions& options) {
   return VolumeList(context, options).run();
 }
 
-int runVolumeGet(ToolContext& context, const VolumeGetOptions& options) {
-  const char* operation = VolumeFetching::kOperation;
-  if (options.objects.empty() && !options.all && !options.onlyNew)
-    refuseUsage(operation, "say what to fetch: names, patterns, --all or --new");
-  if (options.overwrite && options.keepBoth)
-    refuseUsage(operation, "--overwrite and --keep-both exclude each other");
-  return VolumeFetching(context, options).run();
+int runVolumeGet(ToolContext& context, const FetchOptions& options) {
+  // Options that make no sense are a mistake whether there is a volume or not.
+  FetchRun run(context, VolumeFetching::kOperation, options);
+  return VolumeFetching(context, options, run).run();
 }
 
 int runVolumeRemove(ToolContext& context, const VolumeRemoveOptions& options) {
-  return VolumeRemoving(context, options).run();
+  const Consent consent(context, VolumeRemoving::kOperation, options.yes, "delete files");
+  return VolumeRemoving(context).run(options.objects, consent);
 }
 
 }  // namespace tarvo::tools

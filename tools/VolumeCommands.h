@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/FetchRun.h"
 #include "tools/ToolContext.h"
 
 namespace tarvo::tools {
@@ -17,25 +18,16 @@ struct VolumeListOptions {
 /// many. A folder that cannot be read is said and does not end the list.
 int runVolumeList(ToolContext& context, const VolumeListOptions& options);
 
-struct VolumeGetOptions {
-  std::vector<std::string> objects{};  ///< names, paths and patterns
-  bool all = false;
-  bool onlyNew = false;  ///< not what is in the folder already, by name and size
-  /// A folder, or the name of the one file; empty: the current folder.
-  std::string output{};
-  bool overwrite = false;
-  bool keepBoth = false;
-};
-
-/// Each file is whole or not there at all, with its dates and permissions.
-int runVolumeGet(ToolContext& context, const VolumeGetOptions& options);
+/// `objects` are names, paths and patterns. Each file is whole or not there at all, with its dates
+/// and permissions.
+int runVolumeGet(ToolContext& context, const FetchOptions& options);
 
 struct VolumeRemoveOptions {
   std::vector<std::string> objects{};  ///< names, paths and patterns; not empty
   bool yes = false;                    ///< does not ask
 };
 
-/// Asks first where there is a terminal. Each file has its own result; folders stay.
+/// Asks first. Each file has its own result; folders stay.
 int runVolumeRemove(ToolContext& context, const VolumeRemoveOptions& options);
 
 }  // namespace tarvo::tools

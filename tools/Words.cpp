@@ -6,6 +6,7 @@
 #include <array>
 #include <cctype>
 
+#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
@@ -15,12 +16,14 @@ namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
-/// "YYYYMMDDThhmmss": digits and a "T" in their places.
-bool beginsWithDate(std::string_view text) {
-  constexpr std::string_view kShape = "00000000T000000";
-  if (text.size() < kShape.size()) return false;
-  return std::ranges::equal(text.substr(0, kShape.size()), kShape, [](char actual, char shape) {
-    return shape == '0' ? actual >= '0' && actual <= '9' : actual == shape;
+constexpr std::string_view kShapeOfPTP = "00000000T000000";
+constexpr std::string_view kShapeInWords = "0000-00-00 00:00:00";
+
+/// Digits where the shape has zeros, and its other characters in their places.
+bool beginsWith(std::string_view text, std::string_view shape) {
+  if (text.size() < shape.size()) return false;
+  return std::ranges::equal(text.substr(0, shape.size()), shape, [](char actual, char expected) {
+    return expected == '0' ? actual >= '0' && actual <= '9' : actual == expected;
   });
 }
 
@@ -64,13 +67,29 @@ std::string freeSpaceInWords(const PTPStorageInfo& info) {
   return isBelievable(info) ? sizeInWords(info.freeSpaceInBytes) : "unknown";
 }
 
+std::string usedSpaceInWords(const PTPStorageInfo& info) {
+  return isBelievable(info) ? sizeInWords(info.maxCapacity - info.freeSpaceInBytes) : "";
+}
+
 std::string dateInWords(std::string_view ptpDate) {
-  if (!beginsWithDate(ptpDate)) return printable(ptpDate);
+  if (!beginsWith(ptpDate, kShapeOfPTP)) return printable(ptpDate);
   const auto part = [&](std::size_t at, std::size_t length) {
     return std::string(ptpDate.substr(at, length));
   };
   return part(0, 4) + "-" + part(4, 2) + "-" + part(6, 2) + " " + part(9, 2) + ":" + part(11, 2) +
          ":" + part(13, 2);
+}
+
+std::optional<std::string> ptpDateFromWords(std::string_view words) {
+  std::string date(words);
+  if (beginsWith(words, kShapeInWords)) {
+    date[kShapeInWords.find(' ')] = 'T';
+    std::erase_if(date, [](char each) { return each == ' ' || each == ':'; });
+    // The hyphens of the day; one behind it belongs to a zone.
+    for (int count = 0; count < 2; ++count)
+      date.erase(date.find('-'), 1);
+  }
+  return isPTPDate(date) ? std::optional(date) : std::nullopt;
 }
 
 std::string batteryInWords(std::uint8_t level) {

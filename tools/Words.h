@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,9 +22,14 @@ std::string counted(std::uint64_t count, std::string_view things);
 /// than there is.
 std::string capacityInWords(const PTPStorageInfo& info);
 std::string freeSpaceInWords(const PTPStorageInfo& info);
+/// What lies in it; empty for "unknown".
+std::string usedSpaceInWords(const PTPStorageInfo& info);
 /// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
 /// is no date comes back as it is, printable.
 std::string dateInWords(std::string_view ptpDate);
+/// The PTP date that a person means by either form, "2024-06-15 12:00:00" or that of PTP, with or
+/// without a zone behind it; none for what is no date of the calendar.
+std::optional<std::string> ptpDateFromWords(std::string_view words);
 /// "80 %", or "unknown" where a device that cannot tell says 255.
 inline constexpr std::uint8_t kUnknownBatteryLevel = 255;
 std::string batteryInWords(std::uint8_t level);

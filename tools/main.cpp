@@ -17,6 +17,6 @@ int main(int argc, char** argv) {
   const Interrupt interrupt;
   Output output(stdout, stderr, line.options);
   ToolProcess process(line.options, output, interrupt);
-  ToolContext context{line.options, output, process, interrupt, stdin};
+  ToolContext context{line.options, output, process, interrupt, stdin, "/dev/tty"};
   return runCommand(context, line.command);
 }

@@ -38,6 +38,8 @@ class Fetch {
   /// Names the object for a part that is gone on with; empty where none may be kept.
   std::string identity() const;
 
+  /// For what the part does not have yet.
+  bool hasRoom(const PartFile& part);
   Status transfer(PartFile& part);
   Status stream(PartFile& part);
   Status goOn(PartFile& part, std::uint32_t from);
@@ -76,7 +78,11 @@ void Fetch::run() {
   PartFile part(place_.folder(), PartFile::nameFor(place_.name(), identity));
   const auto opening = identity.empty() ? PartFile::Opening::kNew : PartFile::Opening::kContinue;
   if (const int error = part.open(opening); error != 0) {
-    place_.fail(status::kIOError, "no file can be made in the folder: " + errorText(error));
+    place_.failToWrite("no file can be made in the folder", error);
+    return;
+  }
+  if (!hasRoom(part)) {
+    if (part.size() > 0) part.keep();
     return;
   }
   result_.status = transfer(part);
@@ -89,6 +95,11 @@ void Fetch::run() {
     result_.part = request_.folder + "/" + part.name();
     result_.kept = part.size();
   }
+}
+
+bool Fetch::hasRoom(const PartFile& part) {
+  const std::uint64_t size = info_->compressedSize();
+  return size == kUnknownSize || place_.hasRoom(size - std::min(size, part.size()));
 }
 
 Status Fetch::transfer(PartFile& part) {
@@ -138,7 +149,7 @@ Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received
   couldNotWrite_ = sink.error() != 0;
   if (couldNotWrite_) {
     // The transport calls it a cancelled transfer.
-    result_.why = "the file cannot be written: " + errorText(sink.error());
+    place_.failToWrite("the file cannot be written", sink.error());
     return status::kIOError;
   }
   if (status != status::kOK || expected == kUnknownSize || received >= expected) return status;

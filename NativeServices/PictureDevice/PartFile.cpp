@@ -112,6 +112,25 @@ std::uint64_t PartFile::size() const {
                                                 : 0;
 }
 
+bool PartFile::hasContentOf(const std::string& name) const {
+  constexpr std::size_t kPiece = 65536;
+  const FileDescriptor other(
+      ::openat(folder_, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat attributes {};
+  if (!other.isOpen() || ::fstat(other.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode))
+    return false;
+  if (static_cast<std::uint64_t>(attributes.st_size) != size()) return false;
+  std::vector<char> own(kPiece);
+  std::vector<char> others(kPiece);
+  for (off_t at = 0; at < attributes.st_size;) {
+    const ssize_t length = ::pread(file_.get(), own.data(), kPiece, at);
+    if (length <= 0 || ::pread(other.get(), others.data(), kPiece, at) != length) return false;
+    if (!std::equal(own.begin(), own.begin() + length, others.begin())) return false;
+    at += length;
+  }
+  return true;
+}
+
 int PartFile::truncate(std::uint64_t size) {
   return errorOf(::ftruncate(file_.get(), static_cast<off_t>(size)));
 }

@@ -49,6 +49,8 @@ class PartFile {
   int descriptor() const { return file_.get(); }
   /// Bytes that are there.
   std::uint64_t size() const;
+  /// Whether a regular file of that name, no link, holds the same bytes.
+  bool hasContentOf(const std::string& name) const;
   /// Leaves the first `size` bytes.
   int truncate(std::uint64_t size);
   /// It stays when its owner goes, to be gone on with.

@@ -67,9 +67,10 @@ FetchResult VolumeCopy::toFile(int source, const std::string& sourceName,
   result.size = attributes.size;
   PartFile part(place.folder(), PartFile::nameFor(place.name(), ""));
   if (const int error = part.open(PartFile::Opening::kNew); error != 0) {
-    place.fail(status::kIOError, "no file can be made in the folder: " + errorText(error));
+    place.failToWrite("no file can be made in the folder", error);
     return result;
   }
+  if (!place.hasRoom(result.size)) return result;
   if (!copyContent(source, part, place, request, result)) return result;
   setTypeAndDates(part.descriptor(), sourceName, attributes);
   place.put(part, std::nullopt, attributes.permissions);
@@ -82,8 +83,7 @@ bool VolumeCopy::copyContent(int source, PartFile& part, FilePlace& place,
   if (outcome.wasCancelled) return place.fail(status::kCancelled, "");
   if (outcome.error == ENODATA)
     return place.fail(status::kIOError, "the file has become shorter while it was read");
-  if (outcome.error != 0)
-    return place.fail(status::kIOError, "it cannot be copied: " + errorText(outcome.error));
+  if (outcome.error != 0) return place.failToWrite("it cannot be copied", outcome.error);
   return true;
 }
 

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "Utilities/Format.h"
+#include "Utilities/TypedWords.h"
 #include "simulator/Bundle.h"
 #include "simulator/program/ControlSocket.h"
 #include "simulator/program/DeviceFiles.h"
@@ -247,7 +248,7 @@ int runProgram(int argc, char** argv) {
   addRun(app, options);
   addBundle(app, options);
   try {
-    app.parse(argc, argv);
+    tarvo::parseAsTyped(app, argc, argv);
     return dispatch(app, argv, options);
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;

@@ -60,11 +60,13 @@ $SIM objects 1-1 --format 0xB202
 $SIM dataset 1-1 15
 $SIM display 1-1
 fails $SIM dataset 1-1 3
+$SIM run -- printf '%s\n' '[a,b]' ' c'
 )";
   EXPECT_EQ(serve("--device orders-camera", script), 0) << output();
   EXPECT_THAT(output(), HasSubstr("0xB202            23  -  \"B2020015.DST\"\n"
                                   "074e006f0062006f006400790000000000000000000000\n\n"));
   EXPECT_THAT(output(), Not(HasSubstr("0xB203")));
+  EXPECT_THAT(output(), HasSubstr("\n[a,b]\n c\n"));
 }
 
 TEST_F(ObjectVerbs, ShowNamesWithoutTheirControlCharacters) {

@@ -2,15 +2,19 @@
 // a destination without room.
 #include <sys/mount.h>
 
+#include <algorithm>
 #include <filesystem>
 
+#include "Utilities/PTPCodes.h"
 #include "tests/testbed/ToolTestbed.h"
 
 namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
 /// A file system in memory, mounted for the test alone.
@@ -72,13 +76,37 @@ TEST_F(VolumeTool, DoesNotEnterAMountBelowTheCard) {
   ::umount2(card("LOOP").c_str(), MNT_DETACH);
 }
 
-TEST_F(VolumeTool, AFullDiskHasNoPartOfAFile) {
+TEST_F(VolumeTool, WhatADiskHasNoRoomForIsToldBeforehandAndNotBegun) {
   plug(camera("card"));
   const SmallMount small(folder_.path("work/small"), "size=1m");
   const auto run = tool("volume get --all --output small/");
   EXPECT_EQ(run.exitCode, 1);
-  EXPECT_THAT(run.err, HasSubstr("No space left on device"));
+  EXPECT_THAT(run.err, HasSubstr("no room for all that is to be fetched (2 files, 1.3 MB): 1.0 MB "
+                                 "are free in 'small', 262.2 kB are missing.\n"));
+  EXPECT_THAT(run.err, ContainsRegex("1 file fetched, .*, 1 without room, 1.3 MB\n$"));
   EXPECT_THAT(filesIn(folder_.path("work/small")), UnorderedElementsAre("IREVIEW.DB"));
+}
+
+TEST_F(VolumeTool, AFullDiskEndsTheTransfers) {
+  auto description = camera();
+  auto& content = description.stores.front().content;
+  content.clear();
+  for (const char16_t* name : {u"A.MOV", u"B.MOV", u"C.MOV"}) {
+    simulator::ContentNode film;
+    film.name = name;
+    film.size = 2'000'000;
+    film.traits.hidesSize = true;
+    content.push_back(film);
+  }
+  const auto id = plug(std::move(description));
+  const SmallMount small(folder_.path("work/small"), "size=1m");
+  const auto run = tool("get --all --output small/");
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_THAT(run.err, HasSubstr("A.MOV (0x00000001): "));
+  EXPECT_THAT(run.err, HasSubstr("No space left on device"));
+  EXPECT_THAT(run.err, HasSubstr("0 files fetched, 3 without room"));
+  EXPECT_EQ(std::ranges::count(pluggedCamera(id).operations(), ptp::kGetObject), 1);
+  EXPECT_THAT(filesIn(folder_.path("work/small")), IsEmpty());
 }
 
 }  // namespace

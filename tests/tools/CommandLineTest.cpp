@@ -88,6 +88,7 @@ TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
                             "models check F055:10000",
                             "get",
                             "get --all --overwrite --keep-both",
+                            "volume get",
                             "property get Nonsense",
                             "ls --store x",
                             "msc mode",

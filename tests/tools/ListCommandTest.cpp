@@ -72,7 +72,7 @@ TEST(List, AndGetPutAndRemoveWorkWhateverTheDevicesWayOfListing) {
                                 bench.handleText("NOTES.TXT"), "TARV*.JPG", "NEW.TXT"});
     EXPECT_EQ(got.exitCode, 0) << got.out;
     EXPECT_THAT(got.json(), SizeIs(4));
-    EXPECT_EQ(bench.run({"rm", bench.handleText("TARV0003.MOV")}).exitCode, 0);
+    EXPECT_EQ(bench.run({"rm", bench.handleText("TARV0003.MOV"), "--yes"}).exitCode, 0);
     EXPECT_THAT(bench.names(), SizeIs(7));
     EXPECT_EQ(bench.run({"get", "4711"}).exitCode, tools::kFailed);
   }
@@ -169,8 +169,12 @@ TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {
   CameraBench bench;
   EXPECT_THAT(bench.run({"storage", "list"}).out,
               ContainsRegex("0x00010001  removable memory  read and write +4.0 GB +2.0 GB"));
-  EXPECT_EQ(bench.run({"storage", "format"}, "y\n").exitCode, tools::kBadUsage);
-  EXPECT_EQ(bench.sim.asked(ptp::kFormatStore), 0U) << "without a terminal nobody was asked";
+  const Terminal no("n\n");
+  bench.terminal = no.path();
+  EXPECT_EQ(bench.run({"storage", "format"}).exitCode, tools::kFailed);
+  EXPECT_THAT(no.shown(),
+              HasSubstr("Delete everything in store 0x00010001, 7 objects, 2.0 GB, of "));
+  EXPECT_EQ(bench.sim.asked(ptp::kFormatStore), 0U);
   const auto run = bench.run({"--json", "storage", "format", "--yes"});
   EXPECT_EQ(run.exitCode, 0) << run.out;
   EXPECT_THAT(bench.names(), IsEmpty());

@@ -7,7 +7,6 @@
 #include "Utilities/Status.h"
 #include "tests/tools/ToolBench.h"
 #include "tools/Listing.h"
-#include "tools/LocalFiles.h"
 #include "tools/Progress.h"
 #include "tools/Words.h"
 
@@ -91,22 +90,6 @@ TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {
     EXPECT_LE(
         displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1), columns)),
         columns);
-}
-
-TEST(LocalFiles, AFileIsWholeAndReplacesNothingUnasked) {
-  const test::TemporaryFolder folder;
-  const auto bytes = std::as_bytes(std::span("one", 3));
-  const auto write = [&](ExistingFile existing) {
-    return writeWhole(folder.path(), "a.txt", bytes, existing);
-  };
-  EXPECT_EQ(write(ExistingFile::kRefuse).path, folder.path("a.txt"));
-  EXPECT_EQ(write(ExistingFile::kRefuse).status, status::kDuplicateFile);
-  EXPECT_EQ(write(ExistingFile::kKeepBoth).path, folder.path("a (2).txt"));
-  EXPECT_EQ(write(ExistingFile::kOverwrite).path, folder.path("a.txt"));
-  EXPECT_EQ(writeWhole(folder.path("none"), "a.txt", bytes, ExistingFile::kRefuse).status,
-            status::kIOError);
-  EXPECT_TRUE(hasFileOfSize(folder.path(), "a.txt", 3));
-  EXPECT_FALSE(hasFileOfSize(folder.path(), "a.txt", 4));
 }
 
 }  // namespace

@@ -36,7 +36,9 @@ TEST(Properties, AreReadByNameAndByCode) {
 TEST(Properties, AreSetInTheirOwnType) {
   CameraBench bench;
   EXPECT_EQ(bench.run({"property", "set", "0x5010", "-1000"}).exitCode, 0);
-  EXPECT_EQ(bench.run({"property", "set", "DateTime", "20261124T120000"}).exitCode, 0);
+  for (const char* date : {"20261124T120000.0+0200", "2026-11-24 12:00:00 +0200", "20261124T120000",
+                           "2026-11-24 12:00:00"})
+    EXPECT_EQ(bench.run({"property", "set", "DateTime", date}).exitCode, 0) << date;
   EXPECT_EQ(bench.run({"--json", "property", "get", "0x5010"}).json()["current"], -1000);
   EXPECT_EQ(bench.run({"--json", "property", "get", "DateTime"}).json()["current"],
             "20261124T120000");
@@ -45,11 +47,10 @@ TEST(Properties, AreSetInTheirOwnType) {
 TEST(Properties, WhatDoesNotFitIsNotSent) {
   CameraBench bench;
   const std::string tooLong(255, '1');
-  const std::vector<std::string> kBad[] = {{"0x5010", "much"},
-                                           {"0x5010", "40000"},
-                                           {"0x5010", "[1]"},
-                                           {"BatteryLevel", "1"},
-                                           {"DateTime", tooLong}};
+  const std::vector<std::string> kBad[] = {
+      {"0x5010", "much"},    {"0x5010", "40000"},       {"0x5010", "[1]"},
+      {"BatteryLevel", "1"}, {"DateTime", "yesterday"}, {"DateTime", "2026-02-30 12:00:00"},
+      {"DateTime", tooLong}};
   for (const auto& words : kBad) {
     const auto run = bench.run({"property", "set", words[0], words[1]});
     EXPECT_EQ(run.exitCode, tools::kFailed) << words[0] << " " << words[1];

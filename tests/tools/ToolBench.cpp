@@ -1,6 +1,11 @@
 #include "tests/tools/ToolBench.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
 
 namespace tarvo::test {
@@ -65,8 +70,29 @@ std::vector<std::string> ToolRun::lines() const {
   return all;
 }
 
+Terminal::Terminal(const std::string& typed)
+    : master_(::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
+  EXPECT_EQ(::grantpt(master_.get()), 0);
+  EXPECT_EQ(::unlockpt(master_.get()), 0);
+  EXPECT_EQ(::write(master_.get(), typed.data(), typed.size()), static_cast<ssize_t>(typed.size()));
+}
+
+std::string Terminal::path() const {
+  return ::ptsname(master_.get());
+}
+
+std::string Terminal::shown() const {
+  std::string all;
+  std::array<char, 4096> text{};
+  // It fails once all is read, as nobody has the terminal open any more.
+  for (ssize_t length = 0; (length = ::read(master_.get(), text.data(), text.size())) > 0;)
+    all.append(text.data(), static_cast<std::size_t>(length));
+  return all;
+}
+
 ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-                const std::string& input, const tools::Interrupt* interrupt) {
+                const std::string& input, const tools::Interrupt* interrupt,
+                const std::string& terminal) {
   std::vector<const char*> arguments = {"tarvoctl"};
   for (const auto& word : words)
     arguments.push_back(word.c_str());
@@ -82,8 +108,8 @@ ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& plat
     const std::unique_ptr<tools::Interrupt> own =
         interrupt ? nullptr : std::make_unique<tools::Interrupt>();
     tools::Output output(out.file(), err.file(), line.options);
-    tools::ToolContext context{line.options, output, platform, interrupt ? *interrupt : *own,
-                               in.file()};
+    tools::ToolContext context{line.options, output,  platform, interrupt ? *interrupt : *own,
+                               in.file(),    terminal};
     run.exitCode = tools::runCommand(context, line.command);
   }
   run.out = out.content();

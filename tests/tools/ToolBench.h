@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Utilities/FileDescriptor.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/CommandLine.h"
@@ -40,9 +41,23 @@ class NoPlatform : public tools::ToolPlatform {
   }
 };
 
-/// Runs `words` behind "tarvoctl". `input` is standard input.
+/// A terminal at which somebody has typed something.
+class Terminal {
+ public:
+  explicit Terminal(const std::string& typed);
+  std::string path() const;
+  /// What it has shown: the echo of what was typed first.
+  std::string shown() const;
+
+ private:
+  FileDescriptor master_;
+};
+
+/// Runs `words` behind "tarvoctl". `input` is standard input, `terminal` the path of the terminal;
+/// without it nobody can be asked.
 ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr);
+                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr,
+                const std::string& terminal = {});
 /// The same without a platform.
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
 
@@ -57,7 +72,7 @@ class CameraBench : public NoPlatform {
   const PictureDeviceServices& services() override { return sim.room.services(); }
 
   ToolRun run(const std::vector<std::string>& words, const std::string& input = {}) {
-    return runTool(words, *this, input, interrupt);
+    return runTool(words, *this, input, interrupt, terminal);
   }
   /// Handle of the first object of that name; fails the test where there is none.
   std::uint32_t handleOf(const std::string& name);
@@ -68,6 +83,7 @@ class CameraBench : public NoPlatform {
   SimulatedPTPDevice sim;
   TemporaryFolder folder;
   const tools::Interrupt* interrupt = nullptr;
+  std::string terminal;
 };
 
 }  // namespace tarvo::test

@@ -52,14 +52,42 @@ TEST_F(Transfer, GetAllLeavesFoldersOut) {
 }
 
 TEST_F(Transfer, GetNewPassesOverWhatIsThere) {
+  // Of another date, or none, the content decides.
   bench.folder.write("pictures/NOTES.TXT", "Sharing orders live here.\n");
-  bench.folder.write("pictures/TARV0002.JPG", "of another size");
+  bench.folder.write("pictures/TARV0002.JPG", std::string(1987, 'x'));
   const auto run = get({"--new"});
+  EXPECT_EQ(run.exitCode, 0) << run.out;
   EXPECT_THAT(run.json(), SizeIs(3));
-  EXPECT_EQ(run.exitCode, tools::kFailed) << "the other picture of that name is not replaced";
-  EXPECT_EQ(get({"--new", "--keep-both"}).exitCode, 0);
-  EXPECT_THAT(fetched(), Contains("TARV0002 (2).JPG"));
+  EXPECT_THAT(fetched(), UnorderedElementsAre("NOTES.TXT", "TARV0001.JPG", "TARV0002.JPG",
+                                              "TARV0002 (2).JPG", "TARV0003.MOV"));
+  EXPECT_EQ(bench.folder.read("pictures/TARV0002.JPG"), std::string(1987, 'x'));
   EXPECT_THAT(get({"--new"}).json(), IsEmpty()) << "the numbered one counts as there";
+}
+
+TEST(TransferOfTwins, EachObjectOfARunHasAFileOfItsOwn) {
+  // One name, size and date; the other date is that of a picture taken by another camera.
+  CameraBench bench(R"({"stores": [{"id": "0x00010001", "content": [
+      {"folder": "100TARVO", "content": [
+        {"file": "TARV0001.JPG", "text": "first", "captured": "20240615T120000"}]},
+      {"folder": "101TARVO", "content": [
+        {"file": "TARV0001.JPG", "text": "other", "captured": "20240615T120000"}]},
+      {"folder": "102TARVO", "content": [
+        {"file": "TARV0001.JPG", "text": "later", "captured": "20240616T120000"}]}]}]})");
+  const auto get = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"get", "--json", "--output", bench.folder.path("pictures/")});
+    return bench.run(words);
+  };
+  for (const char* option : {"--new", "--overwrite"}) {
+    const auto run = get({"--all", option});
+    EXPECT_EQ(run.exitCode, 0) << run.out;
+    std::vector<std::string> contents;
+    for (const auto& name : filesIn(bench.folder.path("pictures")))
+      contents.push_back(bench.folder.read("pictures/" + name));
+    EXPECT_THAT(contents, UnorderedElementsAre("first", "other", "later")) << option;
+  }
+  const auto asked = bench.sim.asked(ptp::kGetObject);
+  EXPECT_THAT(get({"--new"}).json(), IsEmpty());
+  EXPECT_EQ(bench.sim.asked(ptp::kGetObject), asked + 2) << "the twins alone are compared";
 }
 
 TEST_F(Transfer, GetNamesTheOneFile) {
@@ -100,7 +128,7 @@ TEST_F(Transfer, OneBadObjectDoesNotEndTheBatch) {
 TEST_F(Transfer, WhatNothingMatchesIsAFailureOfItsOwn) {
   const auto run = get({"NOTES.TXT", "none*"});
   EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_EQ(run.json()[1]["name"], "none*");
+  EXPECT_EQ(run.json()[0]["name"], "none*");
   EXPECT_THAT(fetched(), SizeIs(1));
 }
 
@@ -148,11 +176,39 @@ TEST_F(Transfer, PutNamesEachFileThatFails) {
 }
 
 TEST_F(Transfer, RemoveTakesHandlesNamesAndPatterns) {
-  const auto run = bench.run({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT"});
+  const auto run = bench.run({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT", "[TAR]", "--yes"});
   EXPECT_EQ(run.exitCode, tools::kFailed);
   EXPECT_THAT(run.err, HasSubstr("NONE.TXT"));
-  EXPECT_THAT(run.err, HasSubstr("3 objects deleted, 1 failed"));
+  EXPECT_THAT(run.err, HasSubstr("rm [TAR]: "));
+  EXPECT_THAT(run.err, HasSubstr("3 objects deleted, 2 failed"));
   EXPECT_THAT(bench.names(), UnorderedElementsAre("DCIM", "100TARVO", "TARV0003.MOV", "MISC"));
+}
+
+TEST_F(Transfer, NothingIsDeletedUnasked) {
+  const auto folder = bench.handleText("100TARVO");
+  const auto names = bench.names();
+  for (const auto& words : std::vector<std::vector<std::string>>{{"rm", "*"},
+                                                                 {"volume", "rm", "*"},
+                                                                 {"favourites", "delete"},
+                                                                 {"orders", "delete"},
+                                                                 {"storage", "format"},
+                                                                 {"albums", "put", "new.lcb"}}) {
+    const auto run = bench.run(words, "y\n");
+    EXPECT_EQ(run.exitCode, tools::kBadUsage) << words.front();
+    EXPECT_THAT(run.err, HasSubstr("there is nobody to ask; give --yes to ")) << words.front();
+  }
+  const Terminal no("n\n");
+  bench.terminal = no.path();
+  const auto run = bench.run({"--json", "rm", folder, "NOTES.TXT"});
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_EQ(run.json()["error"]["statusHex"], "0xfffffe16");
+  EXPECT_THAT(no.shown(), HasSubstr("Delete MISC/NOTES.TXT and folder DCIM/100TARVO with 3 "
+                                    "objects, 7.7 MB, from Tarvo Lumo X2? [y/N] "));
+  EXPECT_EQ(bench.names(), names);
+  const Terminal yes("y\n");
+  bench.terminal = yes.path();
+  EXPECT_EQ(bench.run({"rm", "NOTES.TXT"}).exitCode, 0);
+  EXPECT_EQ(bench.names().size(), names.size() - 1);
 }
 
 TEST_F(Transfer, RenameGivesAnotherNameAndRefusesImpossibleOnes) {

@@ -115,10 +115,24 @@ TEST_F(VolumeTool, GetTakesNamesPathsAndPatterns) {
   EXPECT_EQ(statuses, expected);
 }
 
+TEST_F(VolumeTool, GetNewTakesThePicturesAndFilmsOfTodaysCamerasAndSaysWhatElseThereIs) {
+  for (const char* name : {"C.MP4", "D.MTS", "E.HEIC", "F.AVIF", "G.webp", "H.DNG", "I.CR3"})
+    write(name, name);
+  const auto run = this->run({"get", "--new", "--output", bench.folder.path("pictures/")});
+  EXPECT_THAT(fetched(), SizeIs(9));
+  EXPECT_THAT(run.err, HasSubstr("2 files passed over: no pictures or films, or hidden. --all"));
+}
+
 TEST_F(VolumeTool, GetNewPassesOverWhatIsThereAndReplacesNothingUnasked) {
+  // Of the same name, size and date.
+  write("DCIM/101TARVO/A.JPG", std::string(2500, 'b'));
+  for (const char* path : {"100TARVO/A.JPG", "101TARVO/A.JPG"})
+    fs::last_write_time(bench.folder.path(std::string("volumes/CARD/DCIM/") + path), {});
   EXPECT_EQ(get({"--new"}).exitCode, 0);
-  EXPECT_THAT(fetched(), UnorderedElementsAre("A.JPG", "B.MOV"));
+  EXPECT_THAT(fetched(), UnorderedElementsAre("A.JPG", "A (2).JPG", "B.MOV"));
   EXPECT_THAT(get({"--new"}).json(), IsEmpty());
+  fs::remove(bench.folder.path("pictures/A (2).JPG"));
+  fs::remove_all(bench.folder.path("volumes/CARD/DCIM/101TARVO"));
   bench.folder.write("pictures/A.JPG", "mine");
   EXPECT_EQ(get({"A.JPG"}).json()[0]["error"]["status"], status::kDuplicateFile);
   EXPECT_EQ(bench.folder.read("pictures/A.JPG"), "mine");
@@ -126,7 +140,6 @@ TEST_F(VolumeTool, GetNewPassesOverWhatIsThereAndReplacesNothingUnasked) {
   EXPECT_EQ(get({"--all", "--overwrite"}).exitCode, 0);
   EXPECT_THAT(fetched(),
               UnorderedElementsAre("A.JPG", "A (2).JPG", "B.MOV", "NOTES.TXT", ".hidden.jpg"));
-  EXPECT_EQ(run({"get"}).exitCode, tools::kBadUsage);
   const auto onto = run({"get", "--all", "--output", bench.folder.path("volumes/CARD/DCIM")});
   EXPECT_THAT(onto.err, HasSubstr("lies on the volume itself"));
 }
@@ -143,11 +156,19 @@ TEST_F(VolumeTool, NeverFollowsALinkOfTheVolume) {
 }
 
 TEST_F(VolumeTool, RemoveTakesFilesAndLeavesFolders) {
-  const auto run = this->run({"rm", "*.JPG", "MISC/NOTES.TXT", "DCIM", "none"});
+  const auto run = this->run({"rm", "*.JPG", "MISC/NOTES.TXT", "DCIM", "none", "--yes"});
   EXPECT_EQ(run.exitCode, tools::kFailed);
   EXPECT_THAT(run.err, HasSubstr("2 files deleted, 2 failed"));
   EXPECT_THAT(listed(), UnorderedElementsAre("DCIM", "DCIM/100TARVO", "DCIM/100TARVO/B.MOV", "MISC",
                                              ".hidden.jpg"));
+}
+
+TEST_F(VolumeTool, RemoveAsksAndSaysHowMuch) {
+  const Terminal no("no\n");
+  bench.terminal = no.path();
+  EXPECT_EQ(json({"rm", "*.JPG", "NOTES.TXT"}).json()["error"]["status"], status::kCancelled);
+  EXPECT_THAT(no.shown(), HasSubstr("Delete 2 files, 2.5 kB, from CARD? [y/N] "));
+  EXPECT_THAT(listed(), SizeIs(7));
 }
 
 TEST_F(VolumeTool, IsForTheOneVolumeOrTheOneThatIsNamed) {

@@ -46,13 +46,19 @@ std::optional<std::tm> brokenDown(std::string_view text) {
   return isValid ? std::optional(date) : std::nullopt;
 }
 
-/// Seconds east of UTC by the zone at the end of `rest`; none where there is none.
-std::optional<int> zoneOffset(std::string_view rest) {
+/// What is behind the numbers and the fraction: the zone, where there is one.
+std::string_view zoneOf(std::string_view text) {
+  auto rest = text.substr(kDateLength);
   // Tenths of a second, by the standard; some cameras write more digits.
   if (rest.starts_with('.')) {
     rest.remove_prefix(1);
     rest.remove_prefix(std::min(rest.find_first_not_of("0123456789"), rest.size()));
   }
+  return rest;
+}
+
+/// Seconds east of UTC; none for what is no zone.
+std::optional<int> zoneOffset(std::string_view rest) {
   if (rest == "Z") return 0;
   constexpr std::size_t kZoneLength = 5;
   const bool isZone = rest.size() == kZoneLength && (rest[0] == '+' || rest[0] == '-') &&
@@ -68,9 +74,15 @@ std::optional<std::time_t> timeOfPTPDate(std::string_view text) {
   auto date = brokenDown(text);
   if (!date) return std::nullopt;
   // What is behind the numbers and no zone says nothing, so the date is local then.
-  if (const auto offset = zoneOffset(text.substr(kDateLength))) return ::timegm(&*date) - *offset;
+  if (const auto offset = zoneOffset(zoneOf(text))) return ::timegm(&*date) - *offset;
   date->tm_isdst = -1;  // as the zone has it on that day
   return std::mktime(&*date);
+}
+
+bool isPTPDate(std::string_view text) {
+  if (!brokenDown(text)) return false;
+  const auto zone = zoneOf(text);
+  return zone.empty() || zoneOffset(zone);
 }
 
 std::optional<std::string> ptpDateOfTime(std::time_t time) {

@@ -16,6 +16,9 @@ namespace tarvo {
 /// thread.
 std::optional<std::time_t> timeOfPTPDate(std::string_view text);
 
+/// Whether a text is such a date from its first character to its last. Any thread.
+bool isPTPDate(std::string_view text);
+
 /// "20070615T120000+0200": in local time, with its zone. None for a year beyond four digits. Any
 /// thread.
 std::optional<std::string> ptpDateOfTime(std::time_t time);

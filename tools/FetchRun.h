@@ -1,0 +1,67 @@
+// What get and volume get have in common: where files go, what becomes of those that are there, and
+// what there is no room for.
+//
+//   FetchRun run(context, "get", options);
+//   if (run.isThere(name, size, date)) return;
+//   const auto result = fetch.toFile(handle, run.begin(name, size));
+//   run.end(result);
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "NativeServices/PictureDevice/FilePlace.h"
+#include "tools/LocalFiles.h"
+#include "tools/Progress.h"
+#include "tools/ToolContext.h"
+
+namespace tarvo::tools {
+
+struct FetchOptions {
+  std::vector<std::string> objects{};  ///< what is to be fetched, as the command names it
+  bool all = false;
+  bool onlyNew = false;  ///< not what the folder has already
+  /// A folder, or the name of the one file; empty: the current folder.
+  std::string output{};
+  bool overwrite = false;
+  bool keepBoth = false;
+};
+
+/// Main thread only. What is only new counts as there by its name, size and date, else by its
+/// content; its name gets a number where another file has it.
+class FetchRun {
+ public:
+  /// Makes the folder where it is missing. Raises kBadUsage for options that say nothing, or two
+  /// things, and otherwise as resolvedTarget(). All are lent.
+  FetchRun(ToolContext& context, std::string operation, const FetchOptions& options);
+
+  const std::string& folder() const { return target_.folder; }
+  /// Tells before anything is fetched how much is to come, and what has no room.
+  void expect(std::size_t count, std::uint64_t bytes);
+
+  /// Whether it is only new and the folder has it; `name` is what the device calls it. That file is
+  /// no other object's then, unless this only `looksAhead`.
+  bool isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
+               bool looksAhead = false);
+  /// For the next object, of which name and size are shown.
+  FetchRequest begin(const std::string& name, std::uint64_t size);
+  void end(const FetchResult& result);
+  /// Why nothing more is to be tried; none as long as there is room.
+  std::optional<Failure> obstacle(const std::string& object) const;
+
+ private:
+  FetchRequest request(RunFiles* files) const;
+
+  ToolContext& context_;
+  const std::string operation_;
+  const FetchOptions& options_;
+  LocalTarget target_;
+  Progress progress_;
+  RunFiles files_;
+  bool isFull_ = false;
+};
+
+}  // namespace tarvo::tools
