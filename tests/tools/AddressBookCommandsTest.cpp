@@ -484,14 +484,13 @@ TEST(AddressBook, ThatIsMergedKeepsWhatTheFileDoesNotHave) {
   EXPECT_EQ(run.exitCode, 0) << run.err;
   EXPECT_THAT(run.lines(), ElementsAre("~ Anna <anna@example.org> (last name)",
                                        "~ group Friends (2 members, 1 more)"));
-  const auto merged = bench.book();
-  EXPECT_EQ(merged["XTAddressBookContactsKey"][0]["kABPhoneProperty"], "+49 731 0000");
+  EXPECT_EQ(bench.book()["XTAddressBookContactsKey"][0]["kABPhoneProperty"], "+49 731 0000");
 
   const auto cards = bench.run({"addressbook", "export", "--format", "vcard"}).out;
   const auto nameless = bench.folder.write(
       "nameless.vcf", std::regex_replace(cards, std::regex("NICKNAME:[^\n]*\n"), ""));
   EXPECT_EQ(bench.run({"addressbook", "import", nameless, "--merge", "--yes"}).exitCode, 0);
-  EXPECT_EQ(bench.book(), merged);
+  EXPECT_EQ(bench.book()["XTAddressBookContactsKey"][0]["kABNicknameProperty"], "Anna");
 }
 
 }  // namespace
