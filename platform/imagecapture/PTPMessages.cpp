@@ -96,10 +96,7 @@ Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::strin
   CountingSink sink(record.sink() ? *record.sink() : areaSink);
   if (pb.dataUsageMode == kDataToDevice)
     transaction.send = record.source() ? record.source() : &areaSource;
-  if (pb.dataUsageMode == kDataFromDevice) {
-    transaction.receive = &sink;
-    transaction.expected = pb.dataSize;
-  }
+  if (pb.dataUsageMode == kDataFromDevice) transaction.receive = &sink;
 
   const Status result = channel.transact(transaction, why);
   if (pb.dataUsageMode == kDataFromDevice) pb.dataSize = sink.taken();

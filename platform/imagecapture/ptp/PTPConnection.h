@@ -24,7 +24,6 @@ struct Transaction {
   unsigned parameterCount = 0;  ///< 0 to 5
   DataSource* send = nullptr;   ///< data phase to the device, or
   DataSink* receive = nullptr;  ///< data phase from the device, or neither
-  std::uint64_t expected = 0;   ///< payload bytes that are likely to come; 0 where nobody knows
 
   std::uint16_t responseCode = 0;  ///< 0 until a response arrived
   std::array<std::uint32_t, 5> responseParameters{};

@@ -89,10 +89,6 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   const CommandBlock block = encodeCommand(transaction, transactionID);
   const auto bytes = std::span(block.bytes).first(block.size);
   const bool endsShort = block.size % pipe_.outPacketSize() != 0;
-  // A large object goes straight to where it belongs, all but its first packet.
-  answerRoom_ = inStep_ && transaction.expected > kScratchSize
-                    ? scratch().first(pipe_.inPacketSize())
-                    : std::span<std::byte>();
   if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
   const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.firstWord / 2, timeouts_.bulk);
@@ -104,7 +100,7 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
 
 Outcome TransactionRunner::sendCommandAndAsk(std::span<const std::byte> command) {
   pipe_.submitOut(command);
-  ask(answerRoom());
+  ask();
   return pipe_.nextOut(command.size(), timeouts_.bulk);
 }
 
@@ -212,14 +208,10 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
   }
 }
 
-std::span<std::byte> TransactionRunner::answerRoom() {
-  if (!answerRoom_.empty()) return answerRoom_;
+void TransactionRunner::ask() {
   // No more than a slow device has sent within the budget. What it has been asked for is whole
   // packets, whatever their size.
-  return scratch().first(std::min(kScratchSize, pipe_.inPieceSize()));
-}
-
-void TransactionRunner::ask(std::span<std::byte> room) {
+  const auto room = scratch().first(std::min(kScratchSize, pipe_.inPieceSize()));
   pipe_.submitIn(room);
   noteAsked(room);
 }
@@ -233,7 +225,7 @@ void TransactionRunner::noteAsked(std::span<std::byte> room) {
 Outcome TransactionRunner::readOnce(Incoming& incoming, BulkPipe::Milliseconds limit) {
   std::size_t length = 0;
   for (int i = 0; i <= kMaximumEmptyPackets; ++i) {
-    if (!isAsked_) ask(answerRoom());
+    if (!isAsked_) ask();
     isAsked_ = false;
     Outcome outcome = pipe_.nextIn(length, limit);
     if (!outcome.done()) return outcome;

@@ -73,9 +73,8 @@ class TransactionRunner {
   Outcome readResponse(Transaction& transaction, std::uint32_t transactionID,
                        BulkPipe::Milliseconds limit);
   Outcome readData(Transaction& transaction, std::uint32_t transactionID, Incoming incoming);
-  /// Where the first read of an answer goes.
-  std::span<std::byte> answerRoom();
-  void ask(std::span<std::byte> room);
+  /// Puts the first read of an answer in flight.
+  void ask();
   /// A read into `room` is in flight; nobody has taken it yet.
   void noteAsked(std::span<std::byte> room);
 
@@ -84,9 +83,8 @@ class TransactionRunner {
   /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
   bool inStep_ = false;
-  std::span<std::byte> answerRoom_;  ///< where it has to be a certain one
-  std::span<std::byte> asked_;       ///< of the last read into the scratch buffer
-  bool isAsked_ = false;             ///< it is in flight
+  std::span<std::byte> asked_;  ///< of the last read into the scratch buffer
+  bool isAsked_ = false;        ///< it is in flight
 };
 
 }  // namespace tarvo::ptp
