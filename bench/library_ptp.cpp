@@ -51,7 +51,7 @@ class Ring {
   }
 
  private:
-  std::vector<ByteBuffer> pieces_{5, ByteBuffer(std::size_t{1} << 20)};
+  std::vector<ByteBuffer> pieces_{4, ByteBuffer(std::size_t{1} << 21)};
   std::size_t next_ = 0;
 };
 

@@ -16,7 +16,7 @@ namespace tarvo {
 namespace {
 
 /// What is read or written at once; the transport's own pieces are not larger.
-constexpr std::size_t kPieceSize = std::size_t{1} << 20;
+constexpr std::size_t kPieceSize = std::size_t{1} << 21;
 
 /// Writes all of `bytes`; the errno of a failure, or 0.
 int writeAt(int descriptor, std::span<const std::byte> bytes, std::uint64_t offset) {

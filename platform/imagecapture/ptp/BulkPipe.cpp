@@ -19,9 +19,9 @@ constexpr int kLooks = 8;
 constexpr int kFastShare = 32;
 constexpr std::size_t kFirstPiece = std::size_t{1} << 14;
 constexpr std::size_t kSmallestPiece = std::size_t{1} << 11;  ///< whole packets of every size
-constexpr std::size_t kLargestPiece = std::size_t{1} << 20;
-/// 2048 packets of a full-speed device are 128 KiB, which take about 0.1 s.
-constexpr std::size_t kMostPackets = 2048;
+constexpr std::size_t kLargestPiece = std::size_t{1} << 21;
+/// 4096 packets of a full-speed device are 256 KiB, which take about 0.2 s.
+constexpr std::size_t kMostPackets = 4096;
 
 Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
   const bool in = (endpoint & 0x80) != 0;

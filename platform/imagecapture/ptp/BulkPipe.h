@@ -19,7 +19,7 @@ namespace tarvo::ptp {
 /// Transfers in flight at a time, in either direction.
 /// Enough for the bus to stay busy while one that has ended is handed over; each costs a piece of
 /// the system's memory for USB (usbfs_memory_mb, 16 MiB for all processes by default).
-inline constexpr std::size_t kTransfersInFlight = 4;
+inline constexpr std::size_t kTransfersInFlight = 3;
 
 /// Main thread only. A buffer is lent until its transfer was taken with nextIn() or nextOut(), or
 /// until cancelAll(). Transfers of one direction are taken in the order in which they were put in
@@ -45,7 +45,7 @@ class BulkPipe {
   std::size_t outPacketSize() const { return out_.packet; }
 
   /// Bytes of one large transfer, for a device as fast as this one has been so far: from 2 KiB up
-  /// to 1 MiB, so that it ends well within the budget. A multiple of the packet size.
+  /// to 2 MiB, so that it ends well within the budget. A multiple of the packet size.
   std::size_t inPieceSize() const { return in_.piece; }
   std::size_t outPieceSize() const { return out_.piece; }
 

@@ -37,7 +37,7 @@ class DataSource {
   virtual std::span<const std::byte> bytes(std::uint64_t offset, std::size_t length) = 0;
 
   /// How many pieces the transport may still be sending while it asks for the next one.
-  static constexpr int kMaximumInFlight = 8;
+  static constexpr int kMaximumInFlight = 4;
 };
 
 /// A sink over memory of the caller's.
