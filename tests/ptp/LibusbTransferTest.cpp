@@ -17,7 +17,7 @@ using simulator::UsbfsNode;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr std::size_t kPiece = 1U << 20;
+constexpr std::size_t kPiece = 1U << 21;
 constexpr std::size_t kObjectSize = 10 * kPiece;
 
 /// Passes everything on, and looks at what is in flight.
@@ -101,7 +101,7 @@ class LibusbTransfers : public testing::Test {
   std::shared_ptr<simulator::PTPCamera> camera_ = test::simulatedCamera(R"({
       "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {},
       "properties": [{"code": "0xD100", "type": "AUINT8", "value": [1], "writable": true}],
-      "stores": [{"content": [{"file": "A.MOV", "size": 10485760}]}]})");
+      "stores": [{"content": [{"file": "A.MOV", "size": 20971520}]}]})");
   simulator::GObjectPointer<UMockdevTestbed> bed_ =
       simulator::GObjectPointer<UMockdevTestbed>::adopt(umockdev_testbed_new());
   std::shared_ptr<UsbfsNode> node_ = UsbfsNode::create({1, 4}, camera_, nullptr, [] {});
