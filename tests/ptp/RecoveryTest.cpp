@@ -195,7 +195,7 @@ TEST_F(RecoveryTest, ReadsADeviceWithoutClassRequestsToItsEndOrResetsItByPort) {
 }
 
 TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
-  cancelAt = 1U << 20;
+  cancelAt = 1U << 18;
   script.out(wire::command(kOp, 1)).in(wire::data(kOp, 1, wire::payload(1500000), 8000000));
   script.recovery(1);
   EXPECT_EQ(receive(8000000), status::kCancelled);
