@@ -9,7 +9,7 @@ from machine import PROJECT, Failure, USERS
 SOCKET = "/run/tarvo-simulator.sock"
 # What both cameras below hold at first. Something happens to the film while it is fetched.
 FILM = "TARV0003.MOV"
-FILM_SIZE = 32 << 20
+FILM_SIZE = 96 << 20
 PATHS = ["DCIM", "DCIM/100TARVO", "DCIM/100TARVO/TARV0001.JPG", "DCIM/100TARVO/TARV0002.JPG",
          "DCIM/100TARVO/" + FILM, "MISC", "MISC/NOTES.TXT"]
 TOP = [path for path in PATHS if "/" not in path]
