@@ -65,8 +65,8 @@ void checkResponse(const Bytes& bytes) {
     require(transaction.responseParameterCount == 0);
     return;
   }
-  require(bytes.size() ==
-          ptp::kContainerHeaderSize + std::size_t{4} * transaction.responseParameterCount);
+  // Some devices add bytes that make no parameter.
+  require((bytes.size() - ptp::kContainerHeaderSize) / 4 == transaction.responseParameterCount);
   ptp::Transaction other;
   require(!ptp::decodeResponse(bytes, transactionID + 1, other).done());
 }
