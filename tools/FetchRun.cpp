@@ -20,6 +20,11 @@ const FetchOptions& checked(const std::string& operation, const FetchOptions& op
   return options;
 }
 
+/// No name has a slash in it.
+std::string keyOf(const std::string& name, std::uint64_t size) {
+  return safeFileName(name).value_or("") + "/" + std::to_string(size);
+}
+
 }  // namespace
 
 FetchRun::FetchRun(ToolContext& context, std::string operation, const FetchOptions& options)
@@ -47,9 +52,13 @@ FetchRequest FetchRun::request(RunFiles* files) const {
   return {.folder = target_.folder, .name = target_.name, .existing = existing, .run = files};
 }
 
+void FetchRun::meet(const std::string& name, std::uint64_t size) {
+  if (options_.onlyNew) ++met_[keyOf(name, size)];
+}
+
 bool FetchRun::isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
                        bool looksAhead) {
-  if (!options_.onlyNew) return false;
+  if (!options_.onlyNew || met_[keyOf(name, size)] > 1) return false;
   const auto request = FetchRun::request(looksAhead ? nullptr : &files_);
   FetchResult ignored;
   FilePlace place(request, ignored);

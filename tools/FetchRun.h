@@ -2,15 +2,19 @@
 // what there is no room for.
 //
 //   FetchRun run(context, "get", options);
+//   for (each object)
+//     run.meet(name, size);
 //   if (run.isThere(name, size, date)) return;
 //   const auto result = fetch.toFile(handle, run.begin(name, size));
 //   run.end(result);
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "NativeServices/PictureDevice/FilePlace.h"
@@ -42,8 +46,11 @@ class FetchRun {
   /// Tells before anything is fetched how much is to come, and what has no room.
   void expect(std::size_t count, std::uint64_t bytes);
 
-  /// Whether it is only new and the folder has it; `name` is what the device calls it. That file is
-  /// no other object's then, unless this only `looksAhead`.
+  /// Each object of the run, before the first isThere(); `name` is what the device calls it.
+  void meet(const std::string& name, std::uint64_t size);
+  /// Whether it is only new and the folder has it. That file is no other object's then, unless this
+  /// only `looksAhead`. Of objects of one name and size a file may be any, so none is there: their
+  /// contents tell when they are fetched.
   bool isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
                bool looksAhead = false);
   /// For the next object, of which name and size are shown.
@@ -61,6 +68,7 @@ class FetchRun {
   LocalTarget target_;
   Progress progress_;
   RunFiles files_;
+  std::unordered_map<std::string, std::size_t> met_;  ///< how many of a name and size
   bool isFull_ = false;
 };
 

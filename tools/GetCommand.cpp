@@ -3,9 +3,7 @@
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
-#include <map>
 #include <optional>
-#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -71,9 +69,6 @@ class Fetching {
     std::string path;
     std::uint64_t size = 0;  ///< of what is fetched
     std::optional<std::time_t> date;
-
-    using Key = std::tuple<std::string, std::uint64_t, std::optional<std::time_t>>;
-    Key key() const { return {name, size, date}; }
   };
 
   void lookUp() {
@@ -102,14 +97,11 @@ class Fetching {
     }
   }
 
-  /// Of two objects that only their content tells apart, a file may be either.
   void passOverWhatIsThere() {
-    std::map<Found::Key, std::size_t> counts;
     for (const auto& object : found_)
-      ++counts[object.key()];
+      run_.meet(fileName(object.name), object.size);
     std::erase_if(found_, [&](const Found& object) {
-      const bool isThere = counts[object.key()] == 1 &&
-                           run_.isThere(fileName(object.name), object.size, object.date);
+      const bool isThere = run_.isThere(fileName(object.name), object.size, object.date);
       if (isThere) batch_.skipped();
       return isThere;
     });

@@ -105,7 +105,7 @@ class Groups {
   ContactGroups groups_;
 };
 
-std::string countedCards(std::size_t count, const char* one, const char* many) {
+std::string counted(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + (count == 1 ? one : many);
 }
 
@@ -155,10 +155,10 @@ VCardBook bookFromCards(const PropertyDictionary& cards) {
   }
   result.book.groups = groups.take();
   if (withoutEmail > 0)
-    result.notes.push_back(countedCards(withoutEmail, " card has", " cards have") +
+    result.notes.push_back(counted(withoutEmail, " card has", " cards have") +
                            " no e-mail address and cannot be kept by the device.");
   if (withSeveral > 0)
-    result.notes.push_back(countedCards(withSeveral, " card has", " cards have") +
+    result.notes.push_back(counted(withSeveral, " card has", " cards have") +
                            " several e-mail addresses; the preferred one, or the first, is taken.");
   return result;
 }

@@ -184,11 +184,13 @@ class VolumeFetching : VolumeBatch {
                         looksAhead);
   }
 
-  /// Says what has no room, unless all that the volume can hold has some.
+  /// What is only new must be known before the first one; else there is only room to be looked at,
+  /// and only where not all that the volume can hold has some.
   void lookAhead(VolumeFiles others) {
     const auto there = fileSystemSizeOf(volume_.tree().path());
     const auto here = fileSystemSizeOf(run_.folder());
-    if (!here || (there && there->whole <= here->free)) return;
+    const bool hasRoom = !here || (there && there->whole <= here->free);
+    if (hasRoom && !options_.onlyNew) return;
     std::size_t count = 0;
     std::uint64_t bytes = 0;
     volume_.visit(options_.objects, others,
@@ -196,6 +198,7 @@ class VolumeFetching : VolumeBatch {
                        [&](const FolderWalk& walk, const Entry& entry, bool) {
                          const auto attributes = walk.attributes();
                          if (entry.kind != Kind::kFile || !attributes) return;
+                         run_.meet(std::string(entry.name()), sizeOf(*attributes));
                          if (isThere(entry, *attributes, true)) return;
                          ++count;
                          bytes += sizeOf(*attributes);
