@@ -10,7 +10,7 @@
 #include <string>
 
 #include "Utilities/LogSink.h"
-#include "platform/foundation/BusConnection.h"
+#include "platform/desktop/BusConnection.h"
 
 namespace tarvo {
 

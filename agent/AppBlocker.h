@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/foundation/DistributedNotificationCenter.h"
+#include "platform/desktop/DistributedNotificationCenter.h"
 
 namespace tarvo {
 

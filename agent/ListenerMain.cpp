@@ -4,13 +4,13 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/Exception.h"
 #include "agent/ListenerLog.h"
 #include "identify/DeviceInfoSupport.h"
 #include "msc/TarvoMSCDeviceList.h"
-#include "platform/foundation/SessionMonitor.h"
+#include "platform/desktop/SessionMonitor.h"
 
 namespace tarvo {
 namespace {

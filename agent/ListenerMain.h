@@ -23,11 +23,11 @@
 
 #include "Utilities/LogSink.h"
 #include "agent/AppBlocker.h"
-#include "platform/foundation/DistributedNotificationCenter.h"
+#include "platform/desktop/DistributedNotificationCenter.h"
+#include "platform/desktop/RunningApplications.h"
 #include "platform/foundation/MakerConstants.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/RunLoop.h"
-#include "platform/foundation/RunningApplications.h"
 #include "platform/foundation/Task.h"
 #include "platform/imagecapture/ImageCapture.h"
 

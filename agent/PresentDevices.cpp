@@ -1,8 +1,8 @@
 #include "agent/PresentDevices.h"
 
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "identify/DeviceInfoSupport.h"
-#include "identify/models/SupportedModels.h"
 
 namespace tarvo {
 

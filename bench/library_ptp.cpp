@@ -22,11 +22,11 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/ObjectFetch.h"
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/OpenedDevice.h"
-#include "tools/ToolProcess.h"
+#include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolProcess.h"
 
 namespace {
 

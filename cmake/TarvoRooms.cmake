@@ -1,12 +1,13 @@
-# tarvo_room(NAME dependencies... [EXCLUDE files...]): one static library from the sources that lie
-# in the calling folder itself (main.cpp and EXCLUDE left out). A room without sources is an
-# interface of its headers.
+# tarvo_room(NAME dependencies... [FOLDERS folders...]): one static library from the sources that
+# lie in the calling folder itself, main.cpp left out, and in FOLDERS of it. A room without sources
+# is an interface of its headers.
 function(tarvo_room name)
-  cmake_parse_arguments(arg "" "" "EXCLUDE" ${ARGN})
+  cmake_parse_arguments(arg "" "" "FOLDERS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
-  foreach(file IN LISTS arg_EXCLUDE)
-    list(REMOVE_ITEM sources "${CMAKE_CURRENT_SOURCE_DIR}/${file}")
+  foreach(folder IN LISTS arg_FOLDERS)
+    file(GLOB found CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/${folder}/*.cpp")
+    list(APPEND sources ${found})
   endforeach()
   if(sources)
     add_library(${name} STATIC ${sources})

@@ -3,9 +3,9 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "identify/IdentifyRoom.h"
-#include "identify/models/SupportedModels.h"
 
 namespace tarvo {
 

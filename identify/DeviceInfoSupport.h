@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/PropertyDictionary.h"
 #include "platform/iokit/Registry.h"
 

@@ -9,7 +9,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/TypedWords.h"
 #include "tools/CommandTree.h"
-#include "tools/Output.h"
+#include "tools/output/Output.h"
 
 namespace tarvo::tools {
 namespace {

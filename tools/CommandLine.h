@@ -9,8 +9,8 @@
 #include <functional>
 #include <optional>
 
-#include "tools/GlobalOptions.h"
-#include "tools/ToolContext.h"
+#include "tools/access/ToolContext.h"
+#include "tools/output/GlobalOptions.h"
 
 namespace tarvo::tools {
 

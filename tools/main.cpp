@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "tools/CommandLine.h"
-#include "tools/ToolProcess.h"
+#include "tools/access/ToolProcess.h"
 
 int main(int argc, char** argv) {
   using namespace tarvo::tools;

@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "Utilities/LogSink.h"
+#include "platform/desktop/BusConnection.h"
 #include "platform/diskarbitration/DiskArbitration.h"
-#include "platform/foundation/BusConnection.h"
 #include "platform/foundation/Interrupt.h"
 #include "platform/iokit/Registry.h"
 

@@ -10,7 +10,7 @@
 
 #include "Utilities/PTPCodes.h"
 #include "Utilities/PropertyDictionary.h"
-#include "platform/imagecapture/TemporaryFile.h"
+#include "platform/files/TemporaryFile.h"
 
 namespace tarvo {
 namespace {

@@ -11,9 +11,9 @@
 #include <utility>
 
 #include "Utilities/NSStringUtilsCategory.h"
-#include "platform/foundation/FileCopy.h"
-#include "platform/foundation/FolderWalk.h"
-#include "platform/imagecapture/TemporaryFile.h"
+#include "platform/files/FileCopy.h"
+#include "platform/files/FolderWalk.h"
+#include "platform/files/TemporaryFile.h"
 
 namespace tarvo {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <set>
 
-#include "simulator/JsonNode.h"
+#include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
 namespace {

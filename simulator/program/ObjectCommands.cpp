@@ -6,7 +6,7 @@
 #include <iostream>
 
 #include "Utilities/Format.h"
-#include "simulator/JsonNode.h"
+#include "simulator/bytes/JsonNode.h"
 #include "simulator/program/ControlSocket.h"
 
 namespace tarvo::simulator {

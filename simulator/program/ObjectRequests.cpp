@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "Utilities/Format.h"
-#include "simulator/DatasetRecords.h"
-#include "simulator/Spool.h"
+#include "simulator/bytes/Spool.h"
+#include "simulator/description/DatasetRecords.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "simulator/PTPCamera.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 

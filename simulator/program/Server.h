@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/DeviceHost.h"
+#include "simulator/host/DeviceHost.h"
 #include "simulator/program/ControlSocket.h"
 
 namespace tarvo::simulator {

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "simulator/Bundle.h"
+#include "simulator/program/Bundle.h"
 #include "simulator/testbed/TestbedProcess.h"
 
 namespace tarvo::simulator {

@@ -6,7 +6,7 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/TypedWords.h"
-#include "simulator/Bundle.h"
+#include "simulator/program/Bundle.h"
 #include "simulator/program/ControlSocket.h"
 #include "simulator/program/DeviceFiles.h"
 #include "simulator/program/ObjectCommands.h"

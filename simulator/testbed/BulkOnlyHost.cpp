@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "simulator/BulkOnlyCodes.h"
-#include "simulator/ScsiCodes.h"
+#include "simulator/massstorage/BulkOnlyCodes.h"
+#include "simulator/massstorage/ScsiCodes.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -12,7 +12,7 @@
 #include <mutex>
 #include <span>
 
-#include "simulator/MassStorageUnit.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 
 namespace tarvo::simulator {
 

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "simulator/ScsiCodes.h"
+#include "simulator/massstorage/ScsiCodes.h"
 
 namespace tarvo::simulator {
 namespace {

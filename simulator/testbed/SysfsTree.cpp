@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "Utilities/Format.h"
-#include "simulator/JsonNode.h"
+#include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
 namespace {

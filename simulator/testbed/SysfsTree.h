@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "simulator/DeviceDescription.h"
-#include "simulator/UsbPort.h"
+#include "simulator/description/DeviceDescription.h"
+#include "simulator/host/UsbPort.h"
 #include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {

@@ -16,7 +16,7 @@
 #include <set>
 #include <string>
 
-#include "simulator/DeviceHost.h"
+#include "simulator/host/DeviceHost.h"
 #include "simulator/testbed/SgNode.h"
 #include "simulator/testbed/SysfsTree.h"
 #include "simulator/testbed/UsbfsNode.h"

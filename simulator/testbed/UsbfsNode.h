@@ -21,10 +21,10 @@
 #include <string>
 #include <thread>
 
-#include "simulator/VirtualUSBDevice.h"
 #include "simulator/testbed/GObjectPointer.h"
 #include "simulator/testbed/NodeGate.h"
 #include "simulator/testbed/UsbfsUrb.h"
+#include "simulator/usb/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
 

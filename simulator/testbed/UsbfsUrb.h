@@ -8,9 +8,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "simulator/UsbTransfer.h"
-#include "simulator/VirtualUSBDevice.h"
 #include "simulator/testbed/IoctlMemory.h"
+#include "simulator/usb/UsbTransfer.h"
+#include "simulator/usb/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
 

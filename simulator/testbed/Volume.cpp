@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "simulator/ContentFiles.h"
+#include "simulator/description/ContentFiles.h"
 
 namespace tarvo::simulator {
 

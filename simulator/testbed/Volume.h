@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <string>
 
-#include "simulator/DeviceDescription.h"
+#include "simulator/description/DeviceDescription.h"
 
 namespace tarvo::simulator {
 

@@ -18,8 +18,8 @@
 #include <vector>
 
 #include "Utilities/FileDescriptor.h"
-#include "simulator/UsbTransfer.h"
-#include "simulator/VirtualUSBDevice.h"
+#include "simulator/usb/UsbTransfer.h"
+#include "simulator/usb/VirtualUSBDevice.h"
 #include "simulator/usbip/UsbipMessages.h"
 
 namespace tarvo::simulator {

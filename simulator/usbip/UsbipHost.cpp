@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/JsonNode.h"
+#include "simulator/bytes/JsonNode.h"
 #include "simulator/usbip/UsbipMessages.h"
 
 namespace tarvo::simulator {

@@ -10,7 +10,7 @@
 #include <optional>
 
 #include "Utilities/FileDescriptor.h"
-#include "simulator/DeviceHost.h"
+#include "simulator/host/DeviceHost.h"
 #include "simulator/usbip/UsbipConnection.h"
 #include "simulator/usbip/VhciController.h"
 

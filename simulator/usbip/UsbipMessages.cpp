@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "simulator/BigEndian.h"
-#include "simulator/UsbTransfer.h"
+#include "simulator/bytes/BigEndian.h"
+#include "simulator/usb/UsbTransfer.h"
 
 namespace tarvo::simulator::usbip {
 namespace {

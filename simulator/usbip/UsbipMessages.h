@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "simulator/DeviceHost.h"
+#include "simulator/host/DeviceHost.h"
 
 namespace tarvo::simulator::usbip {
 

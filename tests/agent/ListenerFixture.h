@@ -16,11 +16,11 @@
 #include <vector>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "agent/ListenerMain.h"
 #include "identify/IdentifyRoom.h"
-#include "identify/models/SupportedModels.h"
 #include "msc/MSCRoom.h"
 #include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeImageCapture.h"

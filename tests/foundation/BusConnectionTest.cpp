@@ -1,4 +1,4 @@
-#include "platform/foundation/BusConnection.h"
+#include "platform/desktop/BusConnection.h"
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-#include "platform/foundation/DBusNotificationCenter.h"
+#include "platform/desktop/DBusNotificationCenter.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // Folders that somebody else has filled: walked, opened and copied without leaving them.
-#include "platform/foundation/FolderWalk.h"
+#include "platform/files/FolderWalk.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 #include <map>
 #include <set>
 
-#include "platform/foundation/FileCopy.h"
+#include "platform/files/FileCopy.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
@@ -127,7 +127,7 @@ struct Copied {
   std::string content;
 };
 Copied copied(const TemporaryFolder& from, const TemporaryFolder& to, const std::string& content,
-              std::uint64_t size, const FileCopy::Progress& progress = {}) {
+              std::uint64_t size, const ProgressCallback& progress = {}) {
   const FileDescriptor source(::open(from.write("source", content).c_str(), O_RDONLY));
   const FileDescriptor target(::open(to.write("copy", "").c_str(), O_RDWR));
   auto outcome = FileCopy().run(source.get(), target.get(), size, progress);

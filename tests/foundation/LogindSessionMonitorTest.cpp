@@ -1,4 +1,4 @@
-#include "platform/foundation/LogindSessionMonitor.h"
+#include "platform/desktop/LogindSessionMonitor.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/ProcessRunningApplications.h"
+#include "platform/desktop/ProcessRunningApplications.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -9,9 +9,10 @@ tree=${1:?usage: check.sh TREE}
 cd "$tree"
 
 # Highest room first. A folder that is not named here belongs to its parent.
-rooms=(agent tools relay viewer msc identify NativeServices/PictureDevice identify/models
-  NativeServices/PictureDevice/datasets NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
-  platform/iokit platform/foundation Utilities)
+rooms=(agent tools relay viewer msc identify NativeServices/PictureDevice/devices
+  NativeServices/PictureDevice/operations NativeServices/PictureDevice/datasets NativeServices/models
+  NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
+  platform/iokit platform/files platform/desktop platform/foundation Utilities)
 headings=("## Purpose" "## Interfaces" "## Outside world" "## Tests")
 breaches=0
 

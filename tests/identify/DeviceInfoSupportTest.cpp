@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <fstream>
 
-#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"
 #include "identify/IdentifyRoom.h"
 #include "tests/support/PictureDeviceTestRoom.h"

@@ -1,4 +1,4 @@
-#include "identify/models/SupportedModels.h"
+#include "NativeServices/models/SupportedModels.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

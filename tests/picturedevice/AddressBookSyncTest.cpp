@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/AddressBookReading.h"
-#include "NativeServices/PictureDevice/AddressBookWriting.h"
 #include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/operations/AddressBookReading.h"
+#include "NativeServices/PictureDevice/operations/AddressBookWriting.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPTransactions.h"

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "NativeServices/PictureDevice/CapabilityDetection.h"
+#include "NativeServices/PictureDevice/operations/CapabilityDetection.h"
 #include "Utilities/Exception.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/ScriptedPTPTransactions.h"

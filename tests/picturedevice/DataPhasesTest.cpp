@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/DataPhases.h"
+#include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {

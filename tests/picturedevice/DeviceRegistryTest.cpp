@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

@@ -1,7 +1,7 @@
 // When discovery starts, and how what it finds is announced.
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "tests/support/ScriptedPTPDevice.h"
 
 namespace tarvo::test {

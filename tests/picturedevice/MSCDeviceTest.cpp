@@ -3,7 +3,7 @@
 
 #include <tuple>
 
-#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

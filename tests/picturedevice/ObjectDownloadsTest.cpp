@@ -5,8 +5,8 @@
 
 #include <filesystem>
 
-#include "NativeServices/PictureDevice/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/ObjectFetch.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
+#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"
 

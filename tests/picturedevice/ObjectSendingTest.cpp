@@ -6,8 +6,8 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include "NativeServices/PictureDevice/FileObjectInfo.h"
-#include "NativeServices/PictureDevice/ObjectSending.h"
+#include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
+#include "NativeServices/PictureDevice/operations/ObjectSending.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceRecorder.h"

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/OrderDeletion.h"
-#include "NativeServices/PictureDevice/OrderLists.h"
-#include "NativeServices/PictureDevice/TransferOrders.h"
 #include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/operations/OrderDeletion.h"
+#include "NativeServices/PictureDevice/operations/OrderLists.h"
+#include "NativeServices/PictureDevice/operations/TransferOrders.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"

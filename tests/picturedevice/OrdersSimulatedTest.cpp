@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/OrderLists.h"
+#include "NativeServices/PictureDevice/operations/OrderLists.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"

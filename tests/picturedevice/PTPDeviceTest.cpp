@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/PassThroughTransaction.h"
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/support/Raised.h"

@@ -9,9 +9,9 @@
 
 #include <csignal>
 
-#include "NativeServices/PictureDevice/XTImageCaptureMSCDevice.h"
-#include "NativeServices/PictureDevice/XTImageCaptureVolume.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureVolume.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/support/Raised.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,8 +1,8 @@
-#include "simulator/DeviceDescription.h"
+#include "simulator/description/DeviceDescription.h"
 
 #include <gmock/gmock.h>
 
-#include "simulator/DeviceState.h"
+#include "simulator/ptp/DeviceState.h"
 
 namespace tarvo::simulator {
 namespace {

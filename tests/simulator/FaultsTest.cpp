@@ -1,4 +1,4 @@
-#include "simulator/Faults.h"
+#include "simulator/description/Faults.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "simulator/PacketQueue.h"
+#include "simulator/usb/PacketQueue.h"
 
 #include <gmock/gmock.h>
 

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/PTPResponder.h"
+#include "simulator/ptp/PTPResponder.h"
 
 namespace tarvo::simulator {
 

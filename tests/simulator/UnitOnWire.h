@@ -10,7 +10,7 @@
 #include <string>
 
 #include "Utilities/Format.h"
-#include "simulator/MassStorageUnit.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "tests/support/HexBytes.h"
 
 namespace tarvo::simulator {

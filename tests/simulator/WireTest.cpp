@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/PTPCamera.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/foundation/RunningApplications.h"
+#include "platform/desktop/RunningApplications.h"
 
 namespace tarvo::test {
 

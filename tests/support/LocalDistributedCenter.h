@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/foundation/DistributedNotificationCenter.h"
+#include "platform/desktop/DistributedNotificationCenter.h"
 
 namespace tarvo::test {
 

@@ -11,9 +11,9 @@
 #include <vector>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
-#include "NativeServices/PictureDevice/XTPictureDevice.h"
-#include "identify/models/SupportedModels.h"
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/FakeMountTable.h"
 #include "tests/support/FakeRegistry.h"

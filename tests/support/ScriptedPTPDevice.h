@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Format.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 

@@ -19,8 +19,8 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/DataPhases.h"
-#include "NativeServices/PictureDevice/PTPTransactions.h"
+#include "NativeServices/PictureDevice/operations/DataPhases.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 

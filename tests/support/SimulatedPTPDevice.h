@@ -18,9 +18,9 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/PictureDeviceRoom.h"
-#include "NativeServices/PictureDevice/XTImageCapturePTPDevice.h"
-#include "identify/models/SupportedModels.h"
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "platform/imagecapture/ptp/BulkConnection.h"
 #include "tests/support/FakeMountTable.h"

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "platform/imagecapture/ptp/USBDevice.h"
-#include "simulator/PTPCamera.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::test {
 

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/Bundle.h"
+#include "simulator/program/Bundle.h"
 #include "simulator/testbed/Testbed.h"
 #include "tests/foundation/FakeLogind.h"
 #include "tests/support/MainContextWait.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/MassStorageUnit.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "tests/support/HexBytes.h"
 
 namespace tarvo::test {

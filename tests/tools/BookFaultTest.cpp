@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/DatasetRecords.h"
+#include "simulator/description/DatasetRecords.h"
 #include "tests/tools/ToolBench.h"
 
 namespace tarvo::test {

@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "NativeServices/PictureDevice/PassThroughTransaction.h"
+#include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/tools/ToolBench.h"
 

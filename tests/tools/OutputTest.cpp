@@ -6,9 +6,9 @@
 
 #include "Utilities/Status.h"
 #include "tests/tools/ToolBench.h"
-#include "tools/Listing.h"
-#include "tools/Progress.h"
-#include "tools/Words.h"
+#include "tools/output/Listing.h"
+#include "tools/output/Progress.h"
+#include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {

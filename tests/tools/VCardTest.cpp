@@ -3,8 +3,8 @@
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "tests/tools/SharingBench.h"
-#include "tools/ToolError.h"
-#include "tools/VCard.h"
+#include "tools/addressbook/VCard.h"
+#include "tools/output/ToolError.h"
 
 namespace tarvo::test {
 namespace {

@@ -1,5 +1,5 @@
 // tarvo-vcard: vCards from standard input as JSON on standard output ("read"), or the reverse
-// ("write"). tarvoctl starts it for the moment; see tools/VCard.h for the JSON.
+// ("write"). tarvoctl starts it for the moment; see tools/addressbook/VCard.h for the JSON.
 #include <sys/resource.h>
 
 #include <algorithm>

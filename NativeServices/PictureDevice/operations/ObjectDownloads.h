@@ -1,0 +1,63 @@
+// Downloads of objects of a PTP device, as the device classes offer them: into memory, to a file of
+// a given path, and into a temporary file.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "NativeServices/PictureDevice/operations/DataPhases.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
+#include "Utilities/ByteBuffer.h"
+#include "Utilities/Status.h"
+
+namespace tarvo {
+
+/// What is read at once of an object that is larger, from a device with GetPartialObject; bytes.
+inline constexpr std::uint32_t kDownloadChunk = 0x200000;
+
+/// Whether an object of `size` bytes goes in chunks: never where the size is not known
+/// (0xFFFFFFFF).
+bool goesInChunks(const PTPDeviceFacts& facts, std::uint32_t size);
+
+/// Main thread only. A file gets its name once it is whole and as long as the device announced.
+class ObjectDownloads {
+ public:
+  /// `device` is lent.
+  explicit ObjectDownloads(PTPTransactions& device) : device_(device) {}
+
+  /// The whole object; none on failure, and for one that there is no memory for.
+  std::optional<ByteBuffer> data(std::uint32_t handle);
+  /// The same, and none on a device without GetPartialObject, whatever the size.
+  std::optional<ByteBuffer> dataInPieces(std::uint32_t handle);
+  /// dataInPieces() in a file of the temporary folder, under the object's name: its path.
+  std::optional<std::string> temporaryFile(std::uint32_t handle);
+  /// To the file at `destination`, over one that is there; no file of that name is left after a
+  /// failure. -19 without information of the object, -36 for a file that cannot be made or written
+  /// and for an object that came short, otherwise the status of the device.
+  Status file(std::uint32_t handle, const std::string& destination);
+  /// To a new file, by one GetObject during which the progress callback is asked. -48 where there
+  /// is a file of that name, -490 when the callback cancelled, otherwise as file(). The file shows
+  /// the date of the object.
+  Status image(std::uint32_t handle, const std::string& destination);
+
+ private:
+  ObjectInfoPointer information(std::uint32_t handle);
+  Status toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer);
+  Status toDescriptor(std::uint32_t handle, std::uint32_t size, int descriptor);
+  Status wholeTo(std::uint32_t handle, std::uint32_t size, int descriptor,
+                 ProgressCallback progress);
+
+  PTPTransactions& device_;
+};
+
+/// Writes `content` to a file of the last component of `name` in a new folder under the system's
+/// temporary folder, which no other user can look into; its path, or none on failure and for a name
+/// that no file can have. The file is the caller's; removeTemporaryFile() takes both away.
+std::optional<std::string> writeTemporaryFile(std::string_view name,
+                                              std::span<const std::byte> content);
+void removeTemporaryFile(const std::string& path);
+
+}  // namespace tarvo

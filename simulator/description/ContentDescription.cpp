@@ -1,0 +1,137 @@
+#include "simulator/description/ContentDescription.h"
+
+#include <glib.h>
+
+#include <memory>
+
+#include "Utilities/Format.h"
+#include "simulator/bytes/ByteWriter.h"
+
+namespace tarvo::simulator {
+namespace {
+
+/// More units do not fit a PTP string, whose count is one byte.
+constexpr std::size_t kLongestName = 255;
+
+std::u16string readRawName(const JsonNode& node) {
+  node.allowKeys({"raw", "utf16", "repeat"});
+  std::u16string part;
+  if (const auto text = node.find("raw")) part = utf16(text->text());
+  std::vector<std::uint16_t> units;
+  node.read("utf16", units);
+  part.append(units.begin(), units.end());
+  std::uint8_t times = 1;
+  node.read("repeat", times);
+  std::u16string name;
+  for (unsigned i = 0; i < times; ++i)
+    name += part;
+  if (name.size() > kLongestName) node.fail("at most 255 units are expected");
+  return name;
+}
+
+std::u16string readName(const JsonNode& node, NameRule rule) {
+  if (rule == NameRule::kAnything && node.json().is_object()) return readUnits(node);
+  return utf16(readFileName(node));
+}
+
+/// Generated files have 32-bit handles and no text; the bound keeps a listing of them in memory.
+ContentNode readGenerated(const JsonNode& node) {
+  node.allowKeys({"count", "size", "prefix", "extension", "thumbnail"});
+  ContentNode content;
+  content.kind = ContentNode::Kind::kGenerated;
+  content.generated.count = static_cast<std::uint32_t>(node.at("count").number(10'000'000));
+  node.read("size", content.generated.size);
+  node.read("prefix", content.generated.prefix);
+  node.read("extension", content.generated.extension);
+  node.read("thumbnail", content.traits.hasThumbnail);
+  return content;
+}
+
+void readTraits(const JsonNode& node, ObjectTraits& traits) {
+  node.read("format", traits.format);
+  node.read("captured", traits.captured);
+  traits.modified = traits.captured;
+  node.read("modified", traits.modified);
+  node.read("keywords", traits.keywords);
+  node.read("protected", traits.isProtected);
+  node.read("thumbnail", traits.hasThumbnail);
+  node.read("hidesSize", traits.hidesSize);
+  node.read("appearsWith", traits.appearsWith);
+}
+
+/// UTF-8 text in the encoding that a device's firmware writes.
+std::string encoded(const JsonNode& encoding, const std::string& text) {
+  gsize size = 0;
+  const std::unique_ptr<gchar, decltype(&g_free)> bytes(
+      g_convert(text.data(), static_cast<gssize>(text.size()), encoding.text().c_str(), "UTF-8",
+                nullptr, &size, nullptr),
+      &g_free);
+  if (!bytes) encoding.fail("an encoding that has all of the text is expected");
+  return {bytes.get(), size};
+}
+
+/// The bytes that "text" or "lines" (each ends with CR LF) give; none where neither is there.
+std::optional<std::string> readFileText(const JsonNode& node) {
+  std::optional<std::string> text;
+  node.read("text", text);
+  std::vector<std::string> lines;
+  node.read("lines", lines);
+  for (const auto& line : lines)
+    text = text.value_or("") + line + "\r\n";
+  const auto encoding = node.find("encoding");
+  return encoding && text ? encoded(*encoding, *text) : text;
+}
+
+ContentNode readFile(const JsonNode& node, NameRule rule) {
+  node.allowKeys({"file", "size", "text", "lines", "encoding", "format", "captured", "modified",
+                  "keywords", "protected", "thumbnail", "hidesSize", "appearsWith"});
+  ContentNode content;
+  content.name = readName(node.at("file"), rule);
+  readTraits(node, content.traits);
+  node.read("size", content.size);
+  content.text = readFileText(node);
+  if (content.text) content.size = content.text->size();
+  return content;
+}
+
+ContentNode readFolder(const JsonNode& node, NameRule rule) {
+  node.allowKeys({"folder", "content", "captured", "modified", "protected"});
+  ContentNode content;
+  content.kind = ContentNode::Kind::kFolder;
+  content.name = readName(node.at("folder"), rule);
+  readTraits(node, content.traits);
+  if (const auto children = node.find("content")) content.children = readContent(*children, rule);
+  return content;
+}
+
+}  // namespace
+
+std::string GeneratedFiles::nameOf(std::uint32_t index) const {
+  return prefix + formatted("%06u", index + 1) + "." + extension;
+}
+
+std::u16string readUnits(const JsonNode& node) {
+  return node.json().is_object() ? readRawName(node) : utf16(node.text());
+}
+
+std::string readFileName(const JsonNode& node) {
+  auto name = node.text();
+  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
+    node.fail("a file name without \"/\" is expected");
+  }
+  return name;
+}
+
+ContentNode readContentNode(const JsonNode& node, NameRule rule) {
+  if (const auto generated = node.find("generate")) return readGenerated(*generated);
+  return node.find("folder") ? readFolder(node, rule) : readFile(node, rule);
+}
+
+std::vector<ContentNode> readContent(const JsonNode& list, NameRule rule) {
+  std::vector<ContentNode> content;
+  for (const auto& item : list.items())
+    content.push_back(readContentNode(item, rule));
+  return content;
+}
+
+}  // namespace tarvo::simulator

@@ -1,0 +1,125 @@
+// A device at the level of USB requests, which knows nothing of how a host reaches it: the testbed
+// shows it as a node of usbfs, and a library test calls it straight.
+//
+// Standard requests (USB 2.0, 9.4), halted endpoints and the unplugged state are kept here; a class
+// derived from it says what its endpoints and its class requests do.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/usb/UsbDescriptors.h"
+
+namespace tarvo::simulator {
+
+/// A control request's setup packet (USB 2.0, 9.3), in the host's byte order.
+struct SetupPacket {
+  std::uint8_t requestType = 0;
+  std::uint8_t request = 0;
+  std::uint16_t value = 0;
+  std::uint16_t index = 0;
+  std::uint16_t length = 0;
+
+  bool fromDevice() const { return (requestType & 0x80) != 0; }
+};
+
+/// What the device did with one request for bytes from an endpoint.
+struct InResult {
+  enum class State {
+    kWaiting,   ///< nothing (more) to send now; `length` bytes were sent and the transfer goes on
+    kShort,     ///< a short packet ended the transfer
+    kFull,      ///< the room is full
+    kStalled,   ///< the endpoint is halted
+    kOverflow,  ///< the next packet is larger than the room that is left
+    kGone,      ///< the device has been unplugged
+  };
+  State state = State::kWaiting;
+  std::size_t length = 0;
+};
+
+/// What the device did with bytes for an endpoint: all are taken, or none.
+enum class OutResult { kAccepted, kStalled, kGone };
+
+/// Every public function may be called from any thread; a lock of the device's own serialises them.
+class VirtualUSBDevice {
+ public:
+  explicit VirtualUSBDevice(UsbDescriptors descriptors) : descriptors_(std::move(descriptors)) {}
+  VirtualUSBDevice(const VirtualUSBDevice&) = delete;
+  VirtualUSBDevice& operator=(const VirtualUSBDevice&) = delete;
+  virtual ~VirtualUSBDevice() = default;
+
+  const UsbDescriptors& descriptors() const { return descriptors_; }
+
+  /// A control request. `data` is what the host sends, or empty. The answer is what the device
+  /// sends, cut to `setup.length`; none means that the device stalls the request.
+  std::optional<Bytes> control(const SetupPacket& setup, std::span<const std::byte> data);
+  /// Takes bytes for an OUT endpoint. `ends`: a short packet, or one of no length, ended them.
+  OutResult out(std::uint8_t endpoint, std::span<const std::byte> data, bool ends);
+  /// Gives bytes of an IN endpoint into `room`. A host that has room left goes on asking until the
+  /// state is no longer kWaiting.
+  InResult in(std::uint8_t endpoint, std::span<std::byte> room);
+  /// CLEAR_FEATURE(ENDPOINT_HALT); nothing where the endpoint is not halted.
+  void clearHalt(std::uint8_t endpoint);
+  /// A bus reset: halts and everything in flight are forgotten.
+  void reset();
+
+  /// As Faults::set. What is on its way to the host already goes out as it was.
+  virtual std::string setFault(std::string_view name, std::string_view value) = 0;
+  /// What the host did wrong, in words.
+  virtual std::vector<std::string> violations() const = 0;
+  virtual void forgetViolations() = 0;
+
+  /// True once the device has unplugged itself.
+  bool isGone() const;
+  /// When an IN endpoint that has nothing to send now will have something by itself; none when it
+  /// waits for the host.
+  std::optional<std::chrono::steady_clock::time_point> due(std::uint8_t endpoint) const;
+  /// `callback` is called, without the lock and on any thread, when the device has something to
+  /// send that no request of the host has asked for. Set before the device is used.
+  void onActivity(std::function<void()> callback) { activity_ = std::move(callback); }
+
+ protected:
+  // Called with the lock held; receive and send never for a halted endpoint, nor once the device
+  // has gone.
+  virtual std::optional<Bytes> classRequest(const SetupPacket& setup,
+                                            std::span<const std::byte> data) = 0;
+  virtual void receive(std::uint8_t endpoint, std::span<const std::byte> data, bool ends) = 0;
+  virtual InResult send(std::uint8_t endpoint, std::span<std::byte> room) = 0;
+  virtual void forgetEverything() = 0;
+  virtual std::optional<std::chrono::steady_clock::time_point> nextDue(std::uint8_t) const {
+    return std::nullopt;
+  }
+
+  // For the class above, with the lock held. From halt() on the endpoint stalls until the host
+  // clears it; from vanish() on every in() and out() is answered kGone.
+  void halt(std::uint8_t endpoint) { halted_.insert(endpoint); }
+  const std::set<std::uint8_t>& halted() const { return halted_; }
+  void clearHalts() { halted_.clear(); }
+  void vanish() { gone_ = true; }
+  /// To be called without the lock.
+  void tellActivity() const {
+    if (activity_) activity_();
+  }
+  std::mutex& lock() const { return mutex_; }
+
+ private:
+  std::optional<Bytes> standardRequest(const SetupPacket& setup);
+  Bytes descriptor(const SetupPacket& setup) const;
+
+  const UsbDescriptors descriptors_;
+  mutable std::mutex mutex_;       ///< guards everything below, and the state of the class above
+  std::set<std::uint8_t> halted_;  ///< endpoint addresses
+  bool gone_ = false;
+  std::function<void()> activity_;
+};
+
+}  // namespace tarvo::simulator

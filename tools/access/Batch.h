@@ -1,0 +1,65 @@
+// Many objects, one after the other: each has its own result, and a bad one does not end the rest.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/output/Output.h"
+
+namespace tarvo::tools {
+
+/// Main thread only. With --json the results are one array, an entry an object, with "error" in
+/// those that failed.
+class Batch {
+ public:
+  /// `operation` names the command, `done` what was done to the objects, "files fetched", as
+  /// counted() has it.
+  Batch(ToolContext& context, std::string operation, std::string done);
+  Batch(const Batch&) = delete;
+  Batch& operator=(const Batch&) = delete;
+
+  /// An object that went well; `line` is its result for a person, `bytes` what was moved.
+  void succeeded(const PropertyDictionary& json, const std::string& line, std::uint64_t bytes = 0);
+  /// One that was not needed.
+  void skipped() { ++skipped_; }
+  void failed(PropertyDictionary json, const Failure& failure);
+  /// One that has no room here, of so many bytes. A person is told of the first and of the sum.
+  void left(PropertyDictionary json, const Failure& failure, std::uint64_t bytes);
+  /// As failed(), for an object of `device`; after one that is lost the batch ends. Where the user
+  /// has ended it, `why` is said for the command.
+  void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
+              Status status, std::string why = {});
+  /// Calls `work` for one object; what it raises is that object's failure.
+  void attempt(const OpenedDevice& device, const PropertyDictionary& json,
+               const std::string& object, const std::function<void()>& work);
+  /// Visits the objects that `operands` mean, as visitSelection() does, until it shall not go on;
+  /// what cannot be read and what nothing has are failures of the batch.
+  using ObjectVisitor = std::function<void(std::uint32_t handle, const XTExtendedObjectInfo& info,
+                                           const std::string& path)>;
+  void visit(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+             ObjectVisitor onObject);
+  /// Whether to go on: neither interrupted nor without a device.
+  bool goesOn() const;
+
+  /// Says the sum and gives the exit status. Raises what ends an interrupted command.
+  int finish();
+
+ private:
+  ToolContext& context_;
+  std::string operation_;
+  std::string done_;
+  std::uint64_t succeeded_ = 0;
+  std::uint64_t skipped_ = 0;
+  std::uint64_t failed_ = 0;
+  std::uint64_t left_ = 0;
+  std::uint64_t bytes_ = 0;
+  std::uint64_t bytesLeft_ = 0;
+  bool isLost_ = false;
+  std::string kept_;  ///< what is said of the object at which the user ended it
+};
+
+}  // namespace tarvo::tools

@@ -1,0 +1,112 @@
+#include "tools/access/ObjectSelection.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "platform/foundation/Numbers.h"
+#include "tools/access/ObjectPaths.h"
+
+namespace tarvo::tools {
+namespace {
+
+bool isPattern(const std::string& operand) {
+  return operand.find_first_of("*?[") != std::string::npos;
+}
+
+/// One run over the objects.
+class Selection {
+ public:
+  Selection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+            const SelectionVisitor& visitor)
+      : device_(device), all_(all), visitor_(visitor), paths_(device.transactions()) {
+    for (const auto& operand : operands) {
+      if (const auto handle = numberOf(operand, 0xFFFFFFFF)) {
+        handles_.push_back(static_cast<std::uint32_t>(*handle));
+      } else {
+        names_.push_back({operand, isPattern(operand)});
+      }
+    }
+  }
+
+  void run() {
+    for (const std::uint32_t handle : handles_) {
+      if (!visitor_.goesOn()) return;
+      visit(handle, ObjectListing(device_.transactions()).find(handle), true);
+    }
+    if (names_.empty() && !all_) return;
+    const Status listed = ObjectListing(device_.transactions())
+                              .visit({}, [this](std::uint32_t handle, const ReadInfo& read) {
+                                visit(handle, read, false);
+                                return visitor_.goesOn() && !isComplete();
+                              });
+    if (!visitor_.goesOn()) return;
+    device_.require(listed, "the objects");
+    for (const auto& name : names_) {
+      if (!name.wasMatched) visitor_.onUnmatched(name.text);
+    }
+  }
+
+ private:
+  struct Name {
+    std::string text;
+    bool isPattern = false;
+    bool wasMatched = false;
+  };
+
+  /// Whether only names were asked for and each has its object.
+  bool isComplete() const {
+    return !all_ && std::ranges::all_of(names_, [](const Name& name) {
+      return name.wasMatched && !name.isPattern;
+    });
+  }
+
+  void visit(std::uint32_t handle, const ReadInfo& read, bool isChosen) {
+    // One whose content is missing comes a second time.
+    if (!visited_.insert(handle).second && read.info) return;
+    if (!read.info) {
+      visitor_.onUnreadable(handle, read.status, read.why);
+      return;
+    }
+    const std::string path = paths_.pathOf(*read.info);
+    if (isChosen || isWanted(*read.info, path)) visitor_.onObject(handle, *read.info, path);
+  }
+
+  bool isWanted(const XTExtendedObjectInfo& info, const std::string& path) {
+    const bool folder = isFolder(info);
+    bool wanted = all_ && !folder;
+    for (auto& name : names_) {
+      const bool hasFound = name.wasMatched && !name.isPattern;
+      if (hasFound || (folder && name.isPattern)) continue;
+      if (!matches(name, info.fileName(), path)) continue;
+      name.wasMatched = true;
+      wanted = true;
+    }
+    return wanted;
+  }
+
+  static bool matches(const Name& name, const std::string& fileName, const std::string& path) {
+    const std::string& compared = name.text.find('/') == std::string::npos ? fileName : path;
+    if (!name.isPattern) return compared == name.text;
+    return ::fnmatch(name.text.c_str(), compared.c_str(), FNM_PATHNAME) == 0;
+  }
+
+  OpenedDevice& device_;
+  bool all_;
+  const SelectionVisitor& visitor_;
+  ObjectPaths paths_;
+  std::vector<std::uint32_t> handles_;
+  std::vector<Name> names_;
+  std::set<std::uint32_t> visited_;
+};
+
+}  // namespace
+
+void visitSelection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+                    const SelectionVisitor& visitor) {
+  Selection(device, operands, all, visitor).run();
+}
+
+}  // namespace tarvo::tools

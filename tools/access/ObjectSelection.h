@@ -1,0 +1,35 @@
+// Which objects a command is for: handles, names, patterns, or all of them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/access/OpenedDevice.h"
+
+namespace tarvo::tools {
+
+/// What becomes of each part of a selection. All must be set.
+struct SelectionVisitor {
+  /// An object with its path on the device.
+  std::function<void(std::uint32_t handle, const XTExtendedObjectInfo& info,
+                     const std::string& path)>
+      onObject;
+  /// An object that cannot be read.
+  std::function<void(std::uint32_t handle, Status status, const std::string& why)> onUnreadable;
+  /// A name or pattern that nothing has.
+  std::function<void(const std::string& operand)> onUnmatched;
+  std::function<bool()> goesOn;
+};
+
+/// `operands` are handles (decimal or 0x...), names, or patterns with "*", "?" and "[...]"
+/// (glob(7)); one with a slash is compared with the whole path. A name means the first object that
+/// has it; a name that is a number is written as a pattern ("[1]23"). None, with `all`: every
+/// object that is no folder. Each object is visited as soon as it is known, and once. Folders are
+/// visited only where their handle or exact name is given. Raises a ToolError where the device
+/// cannot list its objects.
+void visitSelection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
+                    const SelectionVisitor& visitor);
+
+}  // namespace tarvo::tools

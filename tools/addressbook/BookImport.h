@@ -1,0 +1,16 @@
+// Making a device's address book another one, with all that a user has to be told and asked.
+#pragma once
+
+#include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/addressbook/AddressBookCommands.h"
+#include "tools/addressbook/BookFile.h"
+
+namespace tarvo::tools {
+
+/// Gives the exit status. Raises a ToolError: for a book that the device cannot keep, for a device
+/// whose own book cannot be read in whole, and where writing ends early.
+int importBook(ToolContext& context, const OpenedDevice& device, const BookFile& wanted,
+               const BookImportOptions& options, const Consent& consent);
+
+}  // namespace tarvo::tools

@@ -1,0 +1,155 @@
+#include "tools/objects/ListCommand.h"
+
+#include <algorithm>
+#include <cctype>
+#include <vector>
+
+#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "platform/files/FileTypeTables.h"
+#include "platform/foundation/Numbers.h"
+#include "tools/access/ObjectPaths.h"
+#include "tools/access/OpenedDevice.h"
+#include "tools/output/Listing.h"
+#include "tools/output/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+constexpr const char* kOperation = "ls";
+constexpr std::uint16_t kUndefinedFormat = 0x3000;
+
+std::vector<Column> columnsFor(const ListOptions& options) {
+  if (options.handlesOnly) return {{"HANDLE"}};
+  if (!options.isLong) return {{"HANDLE", 10}, {"NAME"}};
+  return {{"HANDLE", 10}, {"FORMAT", 15}, {"SIZE", 10, true}, {"DATE", 19}, {"NAME"}};
+}
+
+std::string sizeText(const XTExtendedObjectInfo& info) {
+  if (isFolder(info)) return "";
+  // The field cannot hold more (ISO 15740, "ObjectInfo dataset").
+  return info.compressedSize() == 0xFFFFFFFF ? "4 GB or more" : sizeInWords(info.compressedSize());
+}
+
+ListingQuery queryFor(const ListOptions& options) {
+  ListingQuery query = {.isDeep = options.isRecursive};
+  if (!options.store.empty()) query.store = numberArgument(kOperation, "store id", options.store);
+  if (!options.format.empty()) query.format = formatArgument(kOperation, options.format);
+  if (!options.association.empty()) {
+    query.folder = numberArgument(kOperation, "handle", options.association);
+  } else if (!options.isRecursive && options.format.empty()) {
+    query.folder = ListingQuery::kTop;
+  }
+  return query;
+}
+
+/// One run of the command.
+class ObjectList {
+ public:
+  ObjectList(ToolContext& context, const ListOptions& options)
+      : context_(context),
+        options_(options),
+        query_(queryFor(options)),
+        device_(context, kOperation),
+        paths_(device_.transactions()),
+        listing_(context.output, columnsFor(options), Listing::kStreamed) {}
+
+  int run() {
+    ObjectListing objects(device_.transactions());
+    const Status listed =
+        options_.handlesOnly
+            ? showHandles(objects)
+            : objects.visit(query_, [this](std::uint32_t handle, const ReadInfo& read) {
+                if (!isEnough()) show(handle, read);
+                return !isEnough();
+              });
+    if (!hasEnded_) device_.require(listed, whatIsListed());
+    endIfInterrupted(context_, kOperation);
+    listing_.finish();
+    return exitCode_;
+  }
+
+ private:
+  bool isEnough() const {
+    return (options_.limit && shown_ >= *options_.limit) || hasEnded_ || context_.interrupt.isSet();
+  }
+
+  std::string whatIsListed() const {
+    if (query_.folder == ListingQuery::kAnywhere) return "the objects";
+    return query_.folder == ListingQuery::kTop ? "the root" : "folder " + handleText(query_.folder);
+  }
+
+  Status showHandles(ObjectListing& objects) {
+    ObjectHandles handles;
+    const Status listed = objects.handles(query_, handles);
+    for (const std::uint32_t handle : handles) {
+      if (isEnough()) break;
+      ++shown_;
+      listing_.add(handle, {handleText(handle)});
+    }
+    return listed;
+  }
+
+  void show(std::uint32_t handle, const ReadInfo& read) {
+    if (read.info) {
+      add(handle, *read.info);
+    } else {
+      fail(handle, read.status, read.why);
+    }
+  }
+
+  void fail(std::uint32_t handle, Status status, const std::string& why) {
+    if (context_.interrupt.isSet()) return;
+    exitCode_ = kFailed;
+    hasEnded_ = device_.isLost(status);
+    listing_.addFailure({{"handle", handle}}, device_.failure(handleText(handle), status, why));
+  }
+
+  void add(std::uint32_t handle, const XTExtendedObjectInfo& info) {
+    ++shown_;
+    std::string name = options_.isRecursive ? paths_.pathOf(info) : info.fileName();
+    PropertyDictionary json = {{"handle", handle}};
+    if (options_.isLong) json.update(jsonFromObjectInfo(info));
+    json["name"] = info.fileName();
+    if (options_.isRecursive) json["path"] = name;
+    if (isFolder(info)) name += "/";
+    if (!options_.isLong) {
+      listing_.add(json, {handleText(handle), name});
+      return;
+    }
+    listing_.add(json, {handleText(handle), formatInWords(info.objFmtCode()), sizeText(info),
+                        dateInWords(info.captureDateStr().empty() ? info.modDataStr()
+                                                                  : info.captureDateStr()),
+                        name});
+  }
+
+  ToolContext& context_;
+  const ListOptions& options_;
+  ListingQuery query_;
+  OpenedDevice device_;
+  ObjectPaths paths_;
+  Listing listing_;
+  std::uint64_t shown_ = 0;
+  int exitCode_ = kDone;
+  bool hasEnded_ = false;
+};
+
+}  // namespace
+
+std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
+  if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
+  std::string extension = text;
+  std::ranges::transform(extension, extension.begin(),
+                         [](unsigned char letter) { return std::tolower(letter); });
+  const std::uint16_t code = XTPictureDevice::PTPTypeFromExt(extension);
+  if (code == kUndefinedFormat)
+    refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
+  return code;
+}
+
+int runList(ToolContext& context, const ListOptions& options) {
+  return ObjectList(context, options).run();
+}
+
+}  // namespace tarvo::tools

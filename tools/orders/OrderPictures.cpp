@@ -1,0 +1,186 @@
+#include "tools/orders/OrderPictures.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+#include "tools/access/LocalFiles.h"
+#include "tools/access/ObjectPaths.h"
+#include "tools/output/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A folder's name is shown in file managers; a subject may have any length.
+constexpr std::size_t kLongestSubject = 100;
+constexpr const char* kNote = "order.json";
+
+/// What tells an order from all others, whatever its number and whichever of its pictures are
+/// fulfilled. An order of a marker file has nothing but its picture and what is to be done with it.
+PropertyDictionary identityOf(PropertyDictionary json) {
+  const bool hasHandle = json.contains("XTPTPObjectHandleKey");
+  json.erase("number");
+  json.erase("pictures");
+  if (!hasHandle) return json;
+  for (const char* key : {"XTOrderAssetListKey", "XTOrderAssetHandlesListKey",
+                          "XTPrintAssetsRemainingKey", "recipientsWithoutContact"})
+    json.erase(key);
+  return json;
+}
+
+/// What an earlier run noted in a folder; null where it has no note.
+PropertyDictionary notedIn(const fs::path& folder) {
+  std::ifstream file(folder / kNote, std::ios::binary);
+  auto json = PropertyDictionary::parse(file, nullptr, false);
+  return json.is_object() ? json : PropertyDictionary();
+}
+
+/// The file that a note has for a picture; empty where it has none.
+std::string fileNoted(const PropertyDictionary& note, const PropertyDictionary& picture) {
+  const auto* pictures = arrayForKey(note, "pictures");
+  for (const auto& each : pictures ? *pictures : PropertyDictionary::array()) {
+    const auto file = textForKey(each, "file");
+    const bool isSame = int32ForKey(each, "handle") == int32ForKey(picture, "handle") &&
+                        textForKey(each, "name") == textForKey(picture, "name");
+    if (file && isSame) return fs::path(*file).filename().string();
+  }
+  return {};
+}
+
+bool isFileOfSize(const fs::path& path, std::uint64_t size) {
+  std::error_code error;
+  return fs::is_regular_file(path, error) && fs::file_size(path, error) == size && !error;
+}
+
+}  // namespace
+
+std::string folderNameOf(const ListedOrder& order) {
+  std::string name = std::to_string(order.number) + " " + order.kind;
+  std::string subject = printable(order.subject).substr(0, kLongestSubject);
+  // A slash would be a folder of its own.
+  std::ranges::replace(subject, '/', '-');
+  if (!subject.empty()) name += " - " + validUTF8(subject);
+  return safeFileName(name).value_or(std::to_string(order.number));
+}
+
+OrderPictures::OrderPictures(ToolContext& context, OpenedDevice& device, Batch& batch,
+                             std::string target)
+    : context_(context),
+      device_(device),
+      batch_(batch),
+      target_(std::move(target)),
+      progress_(context.output, context.interrupt, 1),
+      fetch_(device.transactions()) {}
+
+void OrderPictures::fetch(const ListedOrder& order) {
+  const std::string folder = folderFor(order);
+  noted_ = order.json;
+  for (auto& picture : noted_["pictures"])
+    if (const auto file = fileNoted(before_, picture); !file.empty()) picture["file"] = file;
+  note(order, folder);
+  for (std::size_t index = 0; index < order.pictures.size(); ++index) {
+    if (!batch_.goesOn()) return;
+    const auto& picture = order.pictures[index];
+    PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
+    batch_.attempt(device_, json, picture.name, [&] { fetchOne(order, index, folder); });
+  }
+}
+
+std::string OrderPictures::folderFor(const ListedOrder& order) {
+  const std::string name = folderNameOf(order);
+  for (unsigned number = 1;; ++number) {
+    const fs::path folder = fs::path(target_) / numberedFileName(name, number);
+    before_ = notedIn(folder);
+    std::error_code ignored;
+    const bool isFree = before_.is_null() && !fs::exists(fs::symlink_status(folder, ignored));
+    const bool isOwn = before_.is_object() && identityOf(before_) == identityOf(order.json);
+    if ((isFree || isOwn) && folders_.insert(folder).second)
+      return resolvedTarget(device_.operation(), folder.string() + "/", false).folder;
+  }
+}
+
+void OrderPictures::note(const ListedOrder& order, const std::string& folder) {
+  const std::string text =
+      noted_.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace) + "\n";
+  const auto made =
+      writeWhole({.folder = folder, .name = kNote, .existing = ExistingFile::kOverwrite},
+                 std::as_bytes(std::span(text)));
+  if (made.status != status::kOK)
+    batch_.failed({{"order", order.number}}, {.operation = device_.operation(),
+                                              .object = made.path,
+                                              .status = made.status,
+                                              .why = made.why});
+}
+
+void OrderPictures::fetchOne(const ListedOrder& order, std::size_t index,
+                             const std::string& folder) {
+  const auto& picture = order.pictures[index];
+  auto& noted = noted_["pictures"][index];
+  PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
+  const auto handle = handleOf(picture);
+  if (!handle) {
+    batch_.failed(json, {.operation = device_.operation(),
+                         .object = inWords(order) + ", " + picture.name,
+                         .status = status::kFileNotFound,
+                         .why = "the picture is no longer on the device",
+                         .advice = "Delete the order, or mark it anew on the device."});
+    return;
+  }
+  json["handle"] = *handle;
+  const std::string object = picture.name + " (" + handleText(*handle) + ")";
+  const auto [info, status, why] = readInfo(device_.transactions(), *handle);
+  if (!info) {
+    batch_.failed(device_, json, object, status, why);
+    return;
+  }
+  if (isFileOfSize(fs::path(folder) / textForKey(noted, "file").value_or(""),
+                   info->compressedSize())) {
+    batch_.skipped();
+    return;
+  }
+  progress_.begin(info->fileName(), info->compressedSize());
+  const auto result = fetch_.toFile(*handle, {.folder = folder,
+                                              .existing = ExistingFile::kKeepBoth,
+                                              .progress = progress_.callback(),
+                                              .device = device_.device().serialNumber()});
+  progress_.end();
+  if (result.status != status::kOK) {
+    batch_.failed(device_, std::move(json), object, result.status, result.why);
+    return;
+  }
+  noted["file"] = fs::path(result.path).filename().string();
+  note(order, folder);
+  json["path"] = result.path;
+  json["size"] = result.size;
+  batch_.succeeded(json, result.path, result.size);
+}
+
+std::optional<std::uint32_t> OrderPictures::handleOf(const OrderedPicture& picture) {
+  if (picture.handle != 0) return picture.handle;
+  if (!names_) readNames();
+  const auto found = names_->find(picture.name);
+  if (found == names_->end()) return std::nullopt;
+  if (found->second.size() > 1)
+    context_.output.message(std::to_string(found->second.size()) + " pictures are called " +
+                            picture.name + ", and the order does not tell which one it means; " +
+                            "the first one is taken.");
+  return found->second.front();
+}
+
+void OrderPictures::readNames() {
+  names_.emplace();
+  const auto handles = device_.objectHandles(0, "the objects of the device");
+  for (const std::uint32_t handle : handles) {
+    if (context_.interrupt.isSet()) return;
+    const auto info = readInfo(device_.transactions(), handle).info;
+    if (info && !isFolder(*info)) (*names_)[info->fileName()].push_back(handle);
+  }
+}
+
+}  // namespace tarvo::tools

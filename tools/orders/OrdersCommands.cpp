@@ -1,0 +1,332 @@
+#include "tools/orders/OrdersCommands.h"
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "platform/foundation/Numbers.h"
+#include "tools/access/Batch.h"
+#include "tools/access/OrderList.h"
+#include "tools/orders/OrderPictures.h"
+#include "tools/output/Listing.h"
+#include "tools/output/Words.h"
+
+namespace tarvo::tools {
+namespace {
+
+constexpr std::size_t kShownPictures = 3;
+
+std::string nameInWords(const OrderedPicture& picture) {
+  return picture.name.empty() ? "picture " + handleText(picture.handle) + " (not on the device)"
+                              : picture.name;
+}
+
+/// As many as a line of a table holds.
+std::string picturesInWords(const ListedOrder& order) {
+  std::string words;
+  const std::size_t shown = std::min(order.pictures.size(), kShownPictures);
+  for (std::size_t index = 0; index < shown; ++index)
+    words += (words.empty() ? "" : ", ") + nameInWords(order.pictures[index]);
+  if (order.pictures.size() > shown)
+    words += " and " + std::to_string(order.pictures.size() - shown) + " more";
+  return words.empty() ? "(none)" : words;
+}
+
+/// The orders that `texts` mean; all without any.
+std::vector<const ListedOrder*> chosenOrders(const OrderList& list, const std::string& operation,
+                                             const std::vector<std::string>& texts) {
+  std::vector<const ListedOrder*> chosen;
+  for (const auto& text : texts) {
+    const ListedOrder* order = &orderNamed(list, operation, text);
+    if (std::ranges::count(chosen, order) == 0) chosen.push_back(order);
+  }
+  if (!texts.empty()) return chosen;
+  for (const auto& order : list.orders)
+    chosen.push_back(&order);
+  return chosen;
+}
+
+void showOrder(Output& output, const ListedOrder& order) {
+  std::vector<std::pair<std::string, std::string>> fields = {
+      {"Order", std::to_string(order.number) + ", " + kindInWords(order)}};
+  if (order.handle != 0) fields.emplace_back("Handle", handleText(order.handle));
+  const auto add = [&](const char* name, const char* key) {
+    if (!order.json.contains(key)) return;
+    const auto& value = order.json[key];
+    const auto text = value.is_string() ? value.get<std::string>() : value.dump();
+    if (!text.empty()) fields.emplace_back(name, text);
+  };
+  if (order.kind == "email") {
+    add("From", "XTEmailOrderSenderAddressKey");
+    fields.emplace_back("To", order.purpose.empty() ? "(nobody)" : order.purpose);
+    add("Subject", "XTEmailOrderSubjectKey");
+    add("Text", "XTEmailOrderBodyKey");
+  } else if (order.kind == "print") {
+    fields.emplace_back("Print", order.purpose);
+    add("Paper size", "XTPrintOrderPaperSizeKey");
+    add("Note", "XTPrintOrderAnnotationKey");
+  } else {
+    add("From", "XTTransferOrderSenderKey");
+  }
+  for (const auto& picture : order.pictures)
+    fields.emplace_back("Picture", nameInWords(picture));
+  showFields(output, fields);
+}
+
+/// Orders that are there and not in the list.
+void sayWithheld(ToolContext& context, const OrderList& list) {
+  for (const auto& order : list.withheld) {
+    context.output.message(order +
+                           " is not shown: the device waits for a transfer of other pictures.");
+    context.output.item({{"withheld", order}});
+  }
+}
+
+/// What could not be read is a failure of the command, and does not hide what could be.
+int sayUnread(ToolContext& context, Listing& listing, const OpenedDevice& device,
+              const OrderList& list) {
+  for (const auto& entry : list.unread)
+    listing.addFailure(asJSON(entry), failureOf(device, entry));
+  sayWithheld(context, list);
+  return list.unread.empty() ? kDone : kFailed;
+}
+
+bool isEmpty(const OrderList& list) {
+  return list.orders.empty() && list.unread.empty() && list.withheld.empty();
+}
+
+int download(ToolContext& context, OpenedDevice& device, const OrdersShowOptions& options,
+             const OrderList& list) {
+  Batch batch(context, device.operation(), "pictures fetched");
+  for (const auto& entry : list.unread)
+    batch.failed(asJSON(entry), failureOf(device, entry));
+  sayWithheld(context, list);
+  OrderPictures pictures(context, device, batch, options.download);
+  for (const ListedOrder* order : chosenOrders(list, device.operation(), options.orders)) {
+    if (!batch.goesOn()) break;
+    pictures.fetch(*order);
+  }
+  return batch.finish();
+}
+
+/// The pictures of an order that `texts` mean, by name or handle; all without any.
+std::vector<OrderedPicture> chosenPictures(const ListedOrder& order, const std::string& operation,
+                                           const std::vector<std::string>& texts) {
+  if (texts.empty()) return order.pictures;
+  std::vector<OrderedPicture> chosen;
+  for (const auto& text : texts) {
+    const auto number = numberOf(text, 0xFFFFFFFF);
+    const auto found = std::ranges::find_if(order.pictures, [&](const OrderedPicture& picture) {
+      return picture.name == text || (number && picture.handle == *number);
+    });
+    if (found == order.pictures.end())
+      throw ToolError({.operation = operation,
+                       .object = text,
+                       .status = status::kFileNotFound,
+                       .why = inWords(order) + " has no such picture",
+                       .advice = "'tarvoctl orders show' shows what it has."});
+    chosen.push_back(*found);
+  }
+  return chosen;
+}
+
+[[noreturn]] void refuseMarkerOrder(const std::string& operation, const ListedOrder& order) {
+  throw ToolError({.operation = operation,
+                   .object = inWords(order),
+                   .status = status::kUnsupported,
+                   .why = "the device keeps it as a line of a file, which cannot be changed singly",
+                   .advice = "'tarvoctl orders delete' deletes all such orders at once."});
+}
+
+/// What is to be deleted: an object, and the orders that go with it.
+struct Doomed {
+  std::uint32_t handle = 0;
+  bool isFile = false;  ///< a marker file, which the standard operation deletes
+  std::vector<const ListedOrder*> orders{};
+  std::string unread{};  ///< in its place, what could not be read
+};
+
+/// "2 e-mail orders, 1 print order".
+std::string countedInWords(const std::vector<Doomed>& doomed) {
+  std::map<std::string, std::size_t> counts;
+  for (const auto& each : doomed) {
+    for (const ListedOrder* order : each.orders)
+      ++counts[kindInWords(*order) + " order"];
+    if (!each.unread.empty()) ++counts[each.unread + " that cannot be read"];
+  }
+  std::vector<std::string> words;
+  for (const auto& [what, count] : counts) {
+    const auto end = what.find(" that") == std::string::npos ? what.size() : what.find(" that");
+    words.push_back(std::to_string(count) + " " + what.substr(0, end) + (count == 1 ? "" : "s") +
+                    what.substr(end));
+  }
+  return joined(words);
+}
+
+/// Whether the orders of a marker file are all that is in it.
+bool isReadInWhole(const OrderList& list, std::uint32_t marker) {
+  return std::ranges::none_of(list.unread,
+                              [&](const auto& entry) { return entry.handle == marker; });
+}
+
+/// All that is in the list, but what the device keeps for a transfer.
+std::vector<Doomed> allOf(ToolContext& context, const OpenedDevice& device, const OrderList& list) {
+  const bool waits = device.device().hasSquirtTransferIntention();
+  std::map<std::uint32_t, Doomed> files;
+  std::vector<Doomed> doomed;
+  std::size_t kept = 0;
+  for (const auto& order : list.orders) {
+    if (order.handle == 0 && isReadInWhole(list, order.marker)) {
+      auto& file = files[order.marker];
+      file = {.handle = order.marker, .isFile = true, .orders = std::move(file.orders)};
+      file.orders.push_back(&order);
+    } else if (order.handle != 0 && order.kind != "transfer" && !waits) {
+      doomed.push_back({.handle = order.handle, .orders = {&order}});
+    } else {
+      ++kept;
+    }
+  }
+  for (auto& [handle, file] : files)
+    doomed.push_back(std::move(file));
+  if (kept > 0)
+    context.output.message(
+        std::to_string(kept) +
+        " of them stay: what the device keeps for a transfer, and what stands in "
+        "one file with what cannot be read. Name it to delete it.");
+  return doomed;
+}
+
+/// What `texts` name, also what could not be read.
+std::vector<Doomed> namedOf(const std::string& operation, const OrderList& list,
+                            const std::vector<std::string>& texts) {
+  std::vector<Doomed> doomed;
+  for (const auto& text : texts) {
+    const auto handle = handleNamed(text);
+    const auto unread = std::ranges::find_if(list.unread, [&](const UnreadEntry& entry) {
+      const bool isOrder = entry.what != "contact" && entry.what != "group";
+      return handle && entry.handle == *handle && entry.handle != 0 && isOrder;
+    });
+    Doomed named;
+    if (unread != list.unread.end()) {
+      named = {.handle = *handle, .isFile = unread->what == "marker file", .unread = unread->what};
+      for (const auto& order : list.orders)
+        if (named.isFile && order.marker == *handle) named.orders.push_back(&order);
+    } else {
+      const auto& order = orderNamed(list, operation, text);
+      if (order.handle == 0) refuseMarkerOrder(operation, order);
+      named = {.handle = order.handle, .orders = {&order}};
+    }
+    const auto isSame = [&](const Doomed& other) { return other.handle == named.handle; };
+    if (std::ranges::none_of(doomed, isSame)) doomed.push_back(std::move(named));
+  }
+  return doomed;
+}
+
+/// One object, with a result for each order that goes with it.
+void deleteOne(Batch& batch, const OpenedDevice& device, const Doomed& doomed) {
+  const std::string object = doomed.unread.empty()
+                                 ? inWords(*doomed.orders.front())
+                                 : doomed.unread + " " + handleText(doomed.handle);
+  const PropertyDictionary json = {{"handle", doomed.handle}};
+  batch.attempt(device, json, object, [&] {
+    const Status status = doomed.isFile
+                              ? device.device().deleteObject(ObjectReference(doomed.handle))
+                              : device.device().deleteVendorObjectPTP(doomed.handle);
+    if (status != status::kOK && status != status::kPTPOK) {
+      batch.failed(device, json, object, status);
+      return;
+    }
+    if (!doomed.unread.empty()) batch.succeeded(json, object);
+    for (const ListedOrder* order : doomed.orders)
+      batch.succeeded({{"number", order->number}, {"kind", order->kind}, {"handle", order->handle}},
+                      inWords(*order));
+  });
+}
+
+}  // namespace
+
+int runOrdersList(ToolContext& context) {
+  const OpenedDevice device(context, "orders list");
+  const auto list = readOrders(context, device);
+  endIfInterrupted(context, device.operation());
+  Listing listing(context.output, {{"ORDER", 0, true}, {"HANDLE"}, {"KIND"}, {"FOR"}, {"PICTURES"}},
+                  Listing::kWhole);
+  for (const auto& order : list.orders)
+    listing.add(order.json,
+                {std::to_string(order.number), order.handle == 0 ? "" : handleText(order.handle),
+                 kindInWords(order), order.purpose, picturesInWords(order)});
+  const int exitCode = sayUnread(context, listing, device, list);
+  listing.finish();
+  if (isEmpty(list)) context.output.message("There are no orders.");
+  return exitCode;
+}
+
+int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
+  OpenedDevice device(context, "orders show");
+  const auto list = readOrders(context, device);
+  endIfInterrupted(context, device.operation());
+  if (!options.download.empty()) return download(context, device, options, list);
+  const auto chosen = chosenOrders(list, device.operation(), options.orders);
+  Listing listing(context.output, {}, Listing::kWhole);
+  for (const ListedOrder* order : chosen) {
+    context.output.item(order->json);
+    if (order != chosen.front()) context.output.line("");
+    if (!context.output.isJSON()) showOrder(context.output, *order);
+  }
+  const int exitCode = sayUnread(context, listing, device, list);
+  listing.finish();
+  if (isEmpty(list)) context.output.message("There are no orders.");
+  return exitCode;
+}
+
+int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
+  const OpenedDevice device(context, "orders fulfil");
+  const auto list = readOrders(context, device);
+  endIfInterrupted(context, device.operation());
+  const auto& order = orderNamed(list, device.operation(), options.order);
+  if (order.handle == 0) refuseMarkerOrder(device.operation(), order);
+  const auto pictures = chosenPictures(order, device.operation(), options.pictures);
+  Batch batch(context, device.operation(), "pictures fulfilled");
+  for (const auto& picture : pictures) {
+    if (!batch.goesOn()) break;
+    PropertyDictionary json = {
+        {"order", order.handle}, {"handle", picture.handle}, {"name", validUTF8(picture.name)}};
+    const std::string object = inWords(order) + ", " + nameInWords(picture);
+    batch.attempt(device, json, object, [&] {
+      const Status status = device.device().indicateFulfillment(order.handle, picture.handle);
+      if (status == status::kOK || status == status::kPTPOK) {
+        batch.succeeded(json, object);
+      } else {
+        batch.failed(device, json, object, status);
+      }
+    });
+  }
+  return batch.finish();
+}
+
+int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
+  const std::string operation = "orders delete";
+  const Consent consent(context, operation, options.yes, "delete orders");
+  const OpenedDevice device(context, operation);
+  const auto list = readOrders(context, device);
+  endIfInterrupted(context, operation);
+  const auto doomed = options.orders.empty() ? allOf(context, device, list)
+                                             : namedOf(operation, list, options.orders);
+  const std::string question = "Delete " + countedInWords(doomed) + " from " +
+                               device.device().name() + "? The pictures stay.";
+  if (!doomed.empty()) consent.require(question, "nothing was deleted");
+  Batch batch(context, operation, "orders deleted");
+  for (const auto& each : doomed) {
+    if (!batch.goesOn()) break;
+    deleteOne(batch, device, each);
+  }
+  // What could not be read is still there, and nobody is to think that all is gone.
+  for (const auto& entry : options.orders.empty() ? list.unread : std::vector<UnreadEntry>())
+    batch.failed(asJSON(entry), failureOf(device, entry));
+  if (isEmpty(list)) context.output.message("There are no orders.");
+  return batch.finish();
+}
+
+}  // namespace tarvo::tools

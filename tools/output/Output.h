@@ -1,0 +1,95 @@
+// What a command says: its result on standard output, for a person or as one JSON document, and
+// messages and errors on standard error.
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Utilities/PropertyDictionary.h"
+#include "tools/output/GlobalOptions.h"
+#include "tools/output/ToolError.h"
+
+namespace tarvo::tools {
+
+/// Whoever read standard output has gone: the command ends without a word.
+class BrokenPipe : public std::exception {
+ public:
+  const char* what() const noexcept override { return "broken pipe"; }
+};
+
+/// Main thread only. What writes to standard output raises BrokenPipe, and a ToolError where it
+/// cannot be written for another reason (a full disk).
+///
+/// With --json all results of a command are one document: either a single document(), or a list.
+class Output {
+ public:
+  /// Both streams are lent.
+  Output(std::FILE* out, std::FILE* err, const GlobalOptions& options);
+
+  bool isJSON() const { return json_; }
+  bool isQuiet() const { return quiet_; }
+  /// Whether a person watches what this is asked of, and colours are wanted (NO_COLOR, TERM).
+  bool errIsTerminal() const { return errIsTerminal_; }
+  std::string bold(const std::string& text) const;
+
+  // Results.
+
+  /// For a person; nothing with --json.
+  void line(const std::string& text);
+  /// Bytes as they are, whatever the form.
+  void bytes(std::span<const std::byte> data);
+  void text(std::string_view data);
+  /// The one JSON document, in either form.
+  void document(const PropertyDictionary& json);
+  /// A list as the one document, element by element as they become known. Nothing without --json.
+  void beginList();
+  void item(const PropertyDictionary& json);
+  void endList();
+  /// Hands everything on. Raises as above.
+  void flush();
+  /// From here on results are handed on by the bufferful, except to a terminal: for lists that come
+  /// as fast as a disk is read. Without it each is handed on at once.
+  void gather() { gathers_ = !outIsTerminal_; }
+
+  // Beside the results.
+
+  /// A line for a person on standard error; nothing with --quiet or --json.
+  void message(const std::string& text);
+  /// Why the command failed: on standard error, or, with --json, as what the document says.
+  void error(const Failure& failure);
+  /// The failure of one object among many: on standard error; nothing with --json, where the
+  /// object's own entry says it.
+  void objectError(const Failure& failure);
+  /// A piece of a line on standard error, as it is: a question, a progress bar.
+  void beside(const std::string& text);
+  /// Called before anything is written that would collide with a progress bar.
+  void onWrite(std::function<void()> beforeWriting) { beforeWriting_ = std::move(beforeWriting); }
+
+ private:
+  void write(std::string_view data);
+  void writeError(const std::string& text);
+  /// Raises for a stream that has failed.
+  void check(bool succeeded);
+  void stepAside() const;
+
+  std::FILE* out_;
+  std::FILE* err_;
+  bool json_;
+  bool quiet_;
+  bool outIsTerminal_;
+  bool gathers_ = false;
+  bool outHasColours_;
+  bool errHasColours_;
+  bool errIsTerminal_;
+  bool hasDocument_ = false;
+  bool listIsOpen_ = false;
+  bool listIsEmpty_ = true;
+  std::function<void()> beforeWriting_;
+};
+
+}  // namespace tarvo::tools

@@ -1,0 +1,107 @@
+#include "tools/volumes/OpenedVolume.h"
+
+#include <fnmatch.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/files/FilePlace.h"
+#include "tools/volumes/PictureNames.h"
+
+namespace tarvo::tools {
+namespace {
+
+using Kind = FolderWalk::Kind;
+using Entry = FolderWalk::Entry;
+
+/// The operands of a command, and which of them have found something.
+class Operands {
+ public:
+  explicit Operands(const std::vector<std::string>& texts) {
+    for (const auto& text : texts)
+      operands_.push_back({text, text.find_first_of("*?[") != std::string::npos});
+  }
+
+  /// Whether each is a name that has its entry.
+  bool areComplete() const {
+    return std::ranges::all_of(operands_,
+                               [](const auto& each) { return each.wasMatched && !each.isPattern; });
+  }
+
+  bool take(const Entry& entry) {
+    bool isWanted = false;
+    for (auto& operand : operands_) {
+      const bool isSpent = operand.isPattern ? entry.kind == Kind::kFolder : operand.wasMatched;
+      if (isSpent || !matches(operand, entry)) continue;
+      operand.wasMatched = true;
+      isWanted = true;
+    }
+    return isWanted;
+  }
+
+  void eachUnmatched(const std::function<void(const std::string&)>& report) const {
+    for (const auto& operand : operands_) {
+      if (!operand.wasMatched) report(operand.text);
+    }
+  }
+
+ private:
+  struct Operand {
+    std::string text;
+    bool isPattern = false;
+    bool wasMatched = false;
+  };
+
+  static bool matches(const Operand& operand, const Entry& entry) {
+    const bool hasSlash = operand.text.find('/') != std::string::npos;
+    const std::string compared = hasSlash ? entry.path : std::string(entry.name());
+    if (!operand.isPattern) return compared == operand.text;
+    return ::fnmatch(operand.text.c_str(), compared.c_str(), FNM_PATHNAME | FNM_PERIOD) == 0;
+  }
+
+  std::vector<Operand> operands_;
+};
+
+}  // namespace
+
+OpenedVolume::OpenedVolume(ToolContext& context, std::string operation)
+    : operation_(std::move(operation)),
+      summary_(chooseVolume(context, operation_)),
+      tree_(summary_.path) {
+  if (!tree_.isOpen())
+    throw ToolError(failure(summary_.path, status::kIOError, errorText(tree_.error())));
+}
+
+Failure OpenedVolume::failure(const std::string& object, Status status, std::string why) const {
+  return {.operation = operation_, .object = object, .status = status, .why = std::move(why)};
+}
+
+std::uint64_t OpenedVolume::visit(const std::vector<std::string>& operands, VolumeFiles others,
+                                  const VolumeVisitor& visitor) const {
+  std::uint64_t passedOver = 0;
+  Operands wanted(operands);
+  FolderWalk walk(tree_, [&](const std::string& path, int error) {
+    const std::string folder = path.empty() ? summary_.path : path;
+    visitor.onUnreadable(
+        path, failure(folder, status::kIOError, "the folder cannot be read: " + errorText(error)));
+  });
+  const bool endsEarly = others == VolumeFiles::kNone;
+  while (visitor.goesOn() && !(endsEarly && wanted.areComplete())) {
+    const Entry* entry = walk.next();
+    if (!entry) break;
+    const bool isFile = entry->kind == Kind::kFile;
+    const bool isAmongOthers =
+        (others == VolumeFiles::kEverything) ||
+        (others == VolumeFiles::kPictures && isFile && isPictureOrFilm(entry->name()));
+    const bool wasNamed = wanted.take(*entry);
+    if (wasNamed || isAmongOthers) {
+      visitor.onEntry(walk, *entry, wasNamed);
+    } else if (isFile && others == VolumeFiles::kPictures) {
+      ++passedOver;
+    }
+  }
+  if (visitor.goesOn()) wanted.eachUnmatched(visitor.onUnmatched);
+  return passedOver;
+}
+
+}  // namespace tarvo::tools

@@ -1,0 +1,54 @@
+// The mounted card or camera that a command works on, and the files on it that the command is for.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/files/FolderWalk.h"
+#include "tools/access/DeviceChooser.h"
+#include "tools/access/ToolContext.h"
+
+namespace tarvo::tools {
+
+/// Which files, where none are named.
+enum class VolumeFiles : std::uint8_t { kNone, kPictures, kEverything };
+
+/// What becomes of each part of a selection. All must be set.
+struct VolumeVisitor {
+  /// An entry, at which `walk` stands; `wasNamed` tells that an operand means it.
+  std::function<void(const FolderWalk& walk, const FolderWalk::Entry& entry, bool wasNamed)>
+      onEntry;
+  /// A folder that cannot be read.
+  std::function<void(const std::string& path, const Failure& failure)> onUnreadable;
+  /// A name or pattern that nothing has.
+  std::function<void(const std::string& operand)> onUnmatched;
+  std::function<bool()> goesOn;
+};
+
+/// Main thread only.
+class OpenedVolume {
+ public:
+  /// Raises a ToolError: as chooseVolume(), and for a volume that cannot be read.
+  OpenedVolume(ToolContext& context, std::string operation);
+  OpenedVolume(const OpenedVolume&) = delete;
+  OpenedVolume& operator=(const OpenedVolume&) = delete;
+
+  const DeviceSummary& summary() const { return summary_; }
+  const FolderTree& tree() const { return tree_; }
+  Failure failure(const std::string& object, Status status, std::string why) const;
+
+  /// Visits what `operands` mean and what `others` adds, as it is read and in that order. Operands
+  /// are names, or patterns (glob(7)) that leave hidden files out; one with a slash is compared
+  /// with the whole path. A name means the first entry that has it. Links are not followed. Gives
+  /// the number of files that kPictures has passed over.
+  std::uint64_t visit(const std::vector<std::string>& operands, VolumeFiles others,
+                      const VolumeVisitor& visitor) const;
+
+ private:
+  std::string operation_;
+  DeviceSummary summary_;
+  FolderTree tree_;
+};
+
+}  // namespace tarvo::tools
