@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 
-#include "Utilities/DiskStatus.h"
 #include "Utilities/Format.h"
 
 namespace tarvo {

@@ -124,3 +124,13 @@ inline constexpr Status kAddressBookOuterDot = 0x10000017;
 std::string statusText(Status value);
 
 }  // namespace tarvo
+
+namespace tarvo::status {
+
+inline constexpr Status kDAReturnError = ioKitStatus(0xF8DA0001);
+inline constexpr Status kDAReturnNotFound = ioKitStatus(0xF8DA0006);
+inline constexpr Status kDAReturnNotPermitted = ioKitStatus(0xF8DA0008);
+inline constexpr Status kDAReturnNotReady = ioKitStatus(0xF8DA000A);  ///< nobody can be asked
+inline constexpr Status kDAReturnUnsupported = ioKitStatus(0xF8DA000C);
+
+}  // namespace tarvo::status

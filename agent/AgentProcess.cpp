@@ -8,33 +8,30 @@
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Exception.h"
-#include "agent/AgentName.h"
+#include "Utilities/Format.h"
 #include "agent/AgentStatus.h"
 #include "agent/ListenerMain.h"
-#include "agent/PresentDevices.h"
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "platform/desktop/BusConnection.h"
 #include "platform/desktop/DBusNotificationCenter.h"
 #include "platform/desktop/LogindSessionMonitor.h"
 #include "platform/desktop/ProcessRunningApplications.h"
 #include "platform/diskarbitration/UDisks2DiskArbitration.h"
-#include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "platform/foundation/JournalLog.h"
 #include "platform/foundation/KeyFilePreferences.h"
 #include "platform/foundation/MainLoopGuard.h"
-#include "platform/foundation/NotificationQueue.h"
+#include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/SpawnedTask.h"
-#include "platform/foundation/SystemVersion.h"
 #include "platform/foundation/UnixMountTable.h"
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "platform/imagecapture/ptp/LibusbConnector.h"
-#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
 #include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
+
 namespace {
 
 // What the platform tells about each device that comes and goes is for who looks into it, and would
@@ -179,6 +176,63 @@ AgentStatus::Values AgentProcess::statusNow() const {
   const Listener& listener = *devices_->listener;
   return {listener.isActive(), listener.relayIsRunning(), listener.wirelessIsBusy(),
           listener.recoveryIsArmed(), presentDevices()};
+}
+
+namespace {
+
+// The agent does nothing meanwhile; a bus that works answers within a few milliseconds.
+constexpr int kAnswerTimeoutMs = 2000;
+
+// Flags and answers of org.freedesktop.DBus.RequestName (D-Bus specification).
+constexpr guint32 kDoNotQueue = 4;
+constexpr guint32 kNameExists = 3;
+
+}  // namespace
+
+AgentName::AgentName(BusConnection& bus, LogSink log, std::function<void()> refused)
+    : bus_(bus), log_(std::move(log)), whenRefused_(std::move(refused)) {}
+
+AgentName::~AgentName() {
+  bus_.removeObserver(this);
+}
+
+void AgentName::claim() {
+  bus_.addObserver(this, [this](GDBusConnection* connection) { claimOn(connection); }, {});
+}
+
+void AgentName::claimOn(GDBusConnection* connection) {
+  refused_ = false;
+  // Asked directly: g_bus_own_name would answer from the main loop, after the first arrivals, and
+  // would not tell a name that is refused from a bus that fails.
+  GErrorHolder error;
+  const GVariantPtr answer(g_dbus_connection_call_sync(
+      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", kAgentBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"),
+      G_DBUS_CALL_FLAGS_NONE, kAnswerTimeoutMs, nullptr, error.out()));
+  if (answer) {
+    guint32 result = 0;
+    g_variant_get(answer.get(), "(u)", &result);
+    // Otherwise it is owned now, or was already.
+    if (result == kNameExists)
+      refused(formatted("Another agent is running: it owns the name %s on the session bus",
+                        kAgentBusName));
+    return;
+  }
+  // What the bus itself answers is a refusal; the bus that does not answer gives an error of GIO.
+  const bool isAnswered = g_dbus_error_is_remote_error(error.get()) != 0;
+  const std::string words =
+      formatted("The name %s cannot be owned: %s", kAgentBusName, error.message().c_str());
+  if (isAnswered) {
+    refused(words);
+  } else {
+    logTo(log_, LogLevel::kWarning, words);
+  }
+}
+
+void AgentName::refused(const std::string& why) {
+  refused_ = true;
+  logTo(log_, LogLevel::kError, why);
+  if (whenRefused_) whenRefused_();
 }
 
 }  // namespace tarvo

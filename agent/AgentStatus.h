@@ -82,4 +82,11 @@ class AgentStatus {
   std::shared_ptr<char> alive_ = std::make_shared<char>();  ///< lets a late idle call find out
 };
 
+// The devices of the registry as the agent's status shows them.
+
+/// In the order of the registry, which is that of arrival; unsupported devices are among them, with
+/// an empty type. Looks at mount points for the marker files of cards, so it belongs into an idle
+/// moment. Empty while no room of picture devices lives. Main thread only; raises nothing.
+std::vector<AgentStatus::Device> presentDevices();
+
 }  // namespace tarvo

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/desktop/DistributedNotificationCenter.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo {
 

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include "Utilities/Exception.h"
-#include "agent/ListenerLog.h"
 #include "agent/ListenerMain.h"
 
 namespace tarvo {

@@ -1,5 +1,6 @@
 #include "agent/ListenerMain.h"
 
+#include <cstdarg>
 #include <new>
 #include <utility>
 
@@ -7,12 +8,14 @@
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/Exception.h"
-#include "agent/ListenerLog.h"
+#include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "identify/DeviceInfoSupport.h"
 #include "msc/TarvoMSCDeviceList.h"
-#include "platform/desktop/SessionMonitor.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo {
+
 namespace {
 
 using std::chrono::milliseconds;
@@ -308,6 +311,22 @@ void Listener::fastUserSwitchHandler(const Notification& notification) {
 
 void Listener::changed() const {
   if (services_.stateChanged) services_.stateChanged();
+}
+
+const std::wstring sRLAListener = L"RLA_Listener";
+
+void logListener(const char* format, ...) {
+  if (!LogCheck(kLogListener)) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const std::string message = formattedV(format, arguments);
+  va_end(arguments);
+  // UTF-16 in wide characters: one beyond 16 bits becomes two elements.
+  Log(kLogListener, sRLAListener, stdWStringUTF16(message));
+}
+
+void logSeparator() {
+  systemLogLine(std::string(90, '-'));
 }
 
 }  // namespace tarvo

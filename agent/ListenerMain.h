@@ -23,8 +23,7 @@
 
 #include "Utilities/LogSink.h"
 #include "agent/AppBlocker.h"
-#include "platform/desktop/DistributedNotificationCenter.h"
-#include "platform/desktop/RunningApplications.h"
+#include "platform/desktop/Desktop.h"
 #include "platform/foundation/MakerConstants.h"
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/RunLoop.h"
@@ -159,5 +158,16 @@ class Listener {
 /// may be null.
 void addDeviceNotificationCB(std::string_view notificationType,
                              const PropertyDictionary& notificationDictionary, Listener* refcon);
+
+// The Listener's log lines: built only when its subsystem is on.
+//
+//   logListener("launch with type='%s'", type.c_str());
+
+/// Logs under the tag sRLAListener when the listener's subsystem is active; the text is formatted
+/// only then. Any thread. Text that came from a device is an argument, never the format.
+[[gnu::format(printf, 1, 2)]] void logListener(const char* format, ...);
+
+/// The line that marks the end of a chapter in the system log; written whatever is switched on.
+void logSeparator();
 
 }  // namespace tarvo

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolProcess.h"

@@ -12,7 +12,6 @@
 
 #include "fuzz/Require.h"
 #include "platform/imagecapture/ptp/Container.h"
-#include "platform/imagecapture/ptp/EventAssembler.h"
 
 namespace {
 

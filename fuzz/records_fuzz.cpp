@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSONFields.h"

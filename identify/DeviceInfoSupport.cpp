@@ -5,7 +5,6 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/models/SupportedModels.h"
-#include "identify/IdentifyRoom.h"
 
 namespace tarvo {
 
@@ -104,6 +103,25 @@ bool DeviceInfoSupport::isValidPVC(const XTImageCaptureMSCDevice& device) {
 bool DeviceInfoSupport::isValidCard(const XTImageCaptureMSCDevice* device) {
   if (!device) return false;
   return SupportedModels::isValidCard(device->logicalMountPath());
+}
+
+namespace {
+
+// Set by the room itself for its life.
+IdentifyRoom* currentRoom = nullptr;
+
+}  // namespace
+
+IdentifyRoom::IdentifyRoom(IdentifyServices services) : services_(services) {
+  currentRoom = this;
+}
+
+IdentifyRoom::~IdentifyRoom() {
+  if (currentRoom == this) currentRoom = nullptr;
+}
+
+IdentifyRoom* IdentifyRoom::current() {
+  return currentRoom;
 }
 
 }  // namespace tarvo

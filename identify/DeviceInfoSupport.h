@@ -8,6 +8,8 @@
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/PropertyDictionary.h"
+#include "platform/foundation/MountTable.h"
+#include "platform/imagecapture/ImageCapture.h"
 #include "platform/iokit/Registry.h"
 
 namespace tarvo {
@@ -41,6 +43,36 @@ class DeviceInfoSupport {
   static bool isValidDscVid(std::int32_t vid, std::int32_t pid);
   static bool isValidPVC(const XTImageCaptureMSCDevice& device);
   static bool isValidCard(const XTImageCaptureMSCDevice* device);
+};
+
+// What device identification uses of the platform. The owner of the process makes one room and
+// holds it for its life.
+
+/// Lent for the life of the room.
+struct IdentifyServices {
+  ImageCapture& imageCapture;
+  Registry& registry;
+  MountTable& mounts;
+};
+
+/// Main thread only.
+///
+///   const IdentifyRoom room({imageCapture, registry, mounts});
+///   const auto volumes = GetICABSDNames();
+class IdentifyRoom {
+ public:
+  explicit IdentifyRoom(IdentifyServices services);
+  ~IdentifyRoom();
+  IdentifyRoom(const IdentifyRoom&) = delete;
+  IdentifyRoom& operator=(const IdentifyRoom&) = delete;
+
+  /// The room that lives now; null when there is none.
+  static IdentifyRoom* current();
+
+  const IdentifyServices& services() const { return services_; }
+
+ private:
+  IdentifyServices services_;
 };
 
 }  // namespace tarvo

@@ -2,7 +2,7 @@
 
 #include "NativeServices/Logging.h"
 #include "Utilities/Format.h"
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 
 namespace tarvo {
 

@@ -21,7 +21,7 @@
 #include "Utilities/Object.h"
 #include "Utilities/PropertyDictionary.h"
 #include "Utilities/Status.h"
-#include "msc/ClockPage.h"
+#include "msc/ModePages.h"
 #include "platform/diskarbitration/DiskArbitration.h"
 #include "platform/foundation/MountTable.h"
 #include "platform/iokit/Registry.h"
@@ -185,5 +185,13 @@ class TarvoMSCDevice : public Object {
 /// ", sense 5/26/00": key, additional code and qualifier (SPC-4, 4.5) of 18 bytes; empty where they
 /// are no sense data.
 std::string senseInWords(std::span<const std::byte> sense);
+
+// The USB device that a disk belongs to.
+
+/// "locationID", "idVendor" and "idProduct" of the nearest USB device above the disk `bsdName`
+/// ("sdb1"); an empty object, with a trace that says why, where there is none. Main thread only.
+///
+///   const auto location = int32ForKey(GetUSBDataFromBSDName("sdb1"), "locationID");
+PropertyDictionary GetUSBDataFromBSDName(const std::string& bsdName);
 
 }  // namespace tarvo

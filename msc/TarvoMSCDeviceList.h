@@ -8,10 +8,12 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string_view>
 #include <vector>
 
+#include "Utilities/PropertyDictionary.h"
 #include "msc/TarvoMSCDevice.h"
 #include "platform/iokit/Registry.h"
 
@@ -62,5 +64,21 @@ void CDROMAppearedNotificationHandler(TarvoMSCDeviceList* list,
 /// Removes those of `iterator` from `list`, by their GUID.
 void CDROMDisappearedNotificationHandler(TarvoMSCDeviceList* list,
                                          std::span<const ServiceHandle> iterator);
+
+// Whether a registry entry is one of the maker's units, by its properties alone.
+
+/// The bytes under "SCSITaskUserClient GUID"; none where there are none.
+std::optional<std::vector<std::uint8_t>> guidOfUnit(const PropertyDictionary& properties);
+
+/// Whether "Protocol Characteristics" says that the "Physical Interconnect" is "USB", in that case
+/// of letters.
+bool isConnectedByUSB(const PropertyDictionary& properties);
+
+/// Whether the vendor is the maker: by the USB vendor id where there is one, else by the name.
+/// Traces what it has found. Raises an assertion for a vendor id that is no 16-bit number.
+bool isMakersUnit(const PropertyDictionary& properties, std::uint16_t usbVendorID);
+
+/// "Product Name" of the "Device Characteristics".
+std::optional<std::string> productNameOfUnit(const PropertyDictionary& properties);
 
 }  // namespace tarvo

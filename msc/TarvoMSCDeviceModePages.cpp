@@ -10,8 +10,8 @@
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "msc/MSCRoom.h"
+#include "msc/ModePages.h"
 #include "msc/TarvoMSCDevice.h"
-#include "msc/USBModePage.h"
 
 namespace tarvo {
 

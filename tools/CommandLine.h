@@ -10,7 +10,7 @@
 #include <optional>
 
 #include "tools/access/ToolContext.h"
-#include "tools/output/GlobalOptions.h"
+#include "tools/output/Output.h"
 
 namespace tarvo::tools {
 

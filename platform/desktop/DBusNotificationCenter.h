@@ -11,7 +11,7 @@
 
 #include "Utilities/LogSink.h"
 #include "platform/desktop/BusConnection.h"
-#include "platform/desktop/DistributedNotificationCenter.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo {
 

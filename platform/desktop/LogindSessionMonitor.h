@@ -9,7 +9,7 @@
 
 #include "Utilities/LogSink.h"
 #include "platform/desktop/BusConnection.h"
-#include "platform/desktop/SessionMonitor.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo {
 

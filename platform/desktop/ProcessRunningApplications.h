@@ -13,8 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/desktop/Desktop.h"
 #include "platform/desktop/DesktopEntries.h"
-#include "platform/desktop/RunningApplications.h"
 
 namespace tarvo {
 

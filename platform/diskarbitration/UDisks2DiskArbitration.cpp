@@ -2,9 +2,14 @@
 
 #include <algorithm>
 #include <climits>
+#include <deque>
+#include <optional>
 #include <utility>
 
-#include "platform/diskarbitration/UDisks2Session.h"
+#include "Utilities/Status.h"
+#include "platform/diskarbitration/UDisks2Refusal.h"
+#include "platform/foundation/MainLoopGuard.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
 
@@ -25,6 +30,294 @@ std::unique_ptr<DASession> UDisks2DiskArbitration::createSession() {
 GSource* UDisks2DiskArbitration::monotonicTimeout(std::chrono::milliseconds limit) {
   return g_timeout_source_new(
       static_cast<guint>(std::clamp<std::chrono::milliseconds::rep>(limit.count(), 0, UINT_MAX)));
+}
+
+namespace {
+
+constexpr const char* kNotMounted = "org.freedesktop.UDisks2.Error.NotMounted";
+constexpr const char* kAlreadyMounted = "org.freedesktop.UDisks2.Error.AlreadyMounted";
+
+/// Makes a context the one in which answers to calls arrive, while it lives.
+class ThreadDefault {
+ public:
+  explicit ThreadDefault(GMainContext* context) : context_(context) {
+    g_main_context_push_thread_default(context_);
+  }
+  ~ThreadDefault() { g_main_context_pop_thread_default(context_); }
+  ThreadDefault(const ThreadDefault&) = delete;
+  ThreadDefault& operator=(const ThreadDefault&) = delete;
+
+ private:
+  GMainContext* context_;
+};
+
+/// Its own answer, and not that of the bus.
+bool isOfService(const GError* error) {
+  return remoteErrorName(error).starts_with("org.freedesktop.UDisks2.");
+}
+
+/// Some versions of the service call a busy volume a mere failure.
+bool mayBeBusy(const GError* error) {
+  const std::string name = remoteErrorName(error);
+  return name == "org.freedesktop.UDisks2.Error.DeviceBusy" ||
+         name == "org.freedesktop.UDisks2.Error.Failed";
+}
+
+GVariant* noOptions() {
+  return g_variant_new("(@a{sv})", g_variant_new("a{sv}", nullptr));
+}
+
+}  // namespace
+
+struct UDisks2Session::Unmounting {
+  /// One unmount call: UDisks2 takes one mount point a call.
+  struct Step {
+    std::string path;
+    std::string mountPoint;
+  };
+  std::deque<Step> steps;
+  Callback done;
+  std::optional<DADissenter> dissenter{};
+
+  void refused(const Step& step, const GError* error) {
+    DADissenter each = dissenterFor(error);
+    const std::string users = mayBeBusy(error) ? processesUsing({step.mountPoint}) : "";
+    if (!users.empty()) each = {status::kIOReturnBusy, "in use by " + users};
+    each.why = step.mountPoint + ": " + each.why;
+    if (dissenter) {
+      dissenter->why += "; " + each.why;
+    } else {
+      dissenter = std::move(each);
+    }
+  }
+};
+
+/// Owned by its callback, which GLib calls once, cancelled or not.
+struct UDisks2Session::Call {
+  UDisks2Session* session;
+  std::string method;
+  Answer answer;
+
+  static void finished(GObject* source, GAsyncResult* result, gpointer self) {
+    const std::unique_ptr<Call> call(static_cast<Call*>(self));
+    GErrorHolder error;
+    const GVariantPtr reply(
+        g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, error.out()));
+    UDisks2Session* session = call->session;
+    --session->callsUnderWay_;
+    // The session is ending: nobody wants to know any more, of an answer that has come neither.
+    if (g_cancellable_is_cancelled(session->cancellable_.get()) != 0) return;
+    guardedEntry(session->log_, call->method.c_str(),
+                 [&] { call->answer(reply.get(), error.get()); });
+  }
+};
+
+UDisks2Session::UDisks2Session(GObjectPtr<GDBusConnection> connection, Registry& registry,
+                               const Interrupt* interrupt, LogSink log, MakeTimeout makeTimeout)
+    : connection_(std::move(connection)),
+      registry_(registry),
+      interrupt_(interrupt),
+      log_(std::move(log)),
+      makeTimeout_(std::move(makeTimeout)) {}
+
+UDisks2Session::~UDisks2Session() {
+  if (arrivals_ != 0) g_dbus_connection_signal_unsubscribe(connection_.get(), arrivals_);
+  // Not where nothing is under way: GLib may not have seen the end of a call that we have seen.
+  if (callsUnderWay_ > 0) g_cancellable_cancel(cancellable_.get());
+  // Cancelled calls end by themselves, without the bus.
+  while (callsUnderWay_ > 0)
+    g_main_context_iteration(context_.get(), TRUE);
+  // What is still waiting here would keep the context, which has it, for ever.
+  while (g_main_context_iteration(context_.get(), FALSE) != 0) {
+  }
+}
+
+void UDisks2Session::unmount(std::string_view bsdName, bool wholeDisk, Callback done) {
+  const auto found = [this, wholeDisk, done](const Blocks& all, const BlockObject& block) {
+    auto work = std::make_shared<Unmounting>();
+    work->done = done;
+    for (const BlockObject& each : all) {
+      if (each.mountPoints.empty()) continue;
+      if (&each != &block && !(wholeDisk && areUnmountedTogether(each, block))) continue;
+      for (const std::string& mountPoint : each.mountPoints)
+        work->steps.push_back({each.path, mountPoint});
+    }
+    unmountNext(work);
+  };
+  lookUp({std::string(bsdName), done, found});
+}
+
+bool UDisks2Session::areUnmountedTogether(const BlockObject& each, const BlockObject& block) {
+  const ServiceHandle usbDevice = usbDeviceOfDisk(registry_, block.bsdName());
+  return usbDevice != 0 ? usbDeviceOfDisk(registry_, each.bsdName()) == usbDevice
+                        : areOfOneDisk(each, block);
+}
+
+void UDisks2Session::unmountNext(const std::shared_ptr<Unmounting>& work) {
+  if (work->steps.empty())
+    return work->dissenter ? refuse(work->done, *work->dissenter) : succeed(work->done);
+  const Unmounting::Step step = work->steps.front();
+  work->steps.pop_front();
+  call(step.path, udisks2::kFilesystem, "Unmount", noOptions(), "()",
+       [this, work, step](GVariant*, const GError* error) {
+         const bool isDone = error == nullptr || remoteErrorName(error) == kNotMounted;
+         if (!isDone) work->refused(step, error);
+         // Of a service that has gone the others have nothing to expect.
+         if (!isDone && !isOfService(error)) work->steps.clear();
+         unmountNext(work);
+       });
+}
+
+void UDisks2Session::eject(std::string_view bsdName, Callback done) {
+  const auto found = [this, done](const Blocks&, const BlockObject& block) {
+    if (block.drive.empty())
+      return refuse(done, {status::kDAReturnUnsupported, "no drive holds this disk"});
+    finalCall(block.drive, udisks2::kDrive, "Eject", nullptr, done);
+  };
+  lookUp({std::string(bsdName), done, found});
+}
+
+void UDisks2Session::mount(std::string_view bsdName, std::string_view location, Callback done) {
+  logTo(log_, LogLevel::kDebug,
+        "the mount point is for the system to choose, not " + std::string(location));
+  const auto found = [this, done](const Blocks&, const BlockObject& block) {
+    if (!block.hasFilesystem)
+      return refuse(done, {status::kDAReturnUnsupported, "there is no filesystem on it"});
+    finalCall(block.path, udisks2::kFilesystem, "Mount", kAlreadyMounted, done);
+  };
+  lookUp({std::string(bsdName), done, found});
+}
+
+bool UDisks2Session::run(std::chrono::milliseconds& left) {
+  using Clock = std::chrono::steady_clock;
+  const auto begin = Clock::now();
+  stopped_ = false;
+  bool late = false;
+  const AttachedSource clock = attachedClock(left, late);
+  const AttachedSource signals = attachedSignals();
+  while (!stopped_ && !late && !isInterrupted())
+    g_main_context_iteration(context_.get(), TRUE);
+  const auto taken = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - begin);
+  left = late ? std::chrono::milliseconds(0) : left - std::min(left, taken);
+  return stopped_;
+}
+
+AttachedSource UDisks2Session::attachedClock(std::chrono::milliseconds limit, bool& late) {
+  GSource* clock = makeTimeout_(limit);
+  const auto strike = +[](gpointer flag) -> gboolean {
+    *static_cast<bool*>(flag) = true;
+    return G_SOURCE_REMOVE;
+  };
+  g_source_set_callback(clock, strike, &late, nullptr);
+  g_source_attach(clock, context_.get());
+  return AttachedSource(clock);
+}
+
+// It need do nothing: that it ends a turn is what it is for.
+AttachedSource UDisks2Session::attachedSignals() {
+  if (!interrupt_) return {};
+  GSource* signals = interrupt_->makeSource();
+  const auto woken = +[](gint, GIOCondition, gpointer) -> gboolean { return G_SOURCE_REMOVE; };
+  g_source_set_callback(signals, G_SOURCE_FUNC(woken), nullptr, nullptr);
+  g_source_attach(signals, context_.get());
+  return AttachedSource(signals);
+}
+
+std::string UDisks2Session::awaited() const {
+  return awaited_.empty() ? "the disk service (UDisks2) did not answer"
+                          : "the disk service (UDisks2) did not come to know the disk";
+}
+
+void UDisks2Session::lookUp(Search search) {
+  call(udisks2::kManagerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", nullptr,
+       "(a{oa{sa{sv}}})", [this, search = std::move(search)](GVariant* reply, const GError* error) {
+         if (error != nullptr) return refuse(search.done, dissenterFor(error));
+         const GVariantPtr objects(g_variant_get_child_value(reply, 0));
+         disksCame(search, blockObjects(objects.get()));
+       });
+}
+
+void UDisks2Session::disksCame(Search search, const Blocks& blocks) {
+  if (const BlockObject* block = blockNamed(blocks, search.bsdName))
+    return search.found(blocks, *block);
+  if (registry_.servicesMatchingBSDName(search.bsdName).empty())
+    return refuse(search.done, {status::kDAReturnNotFound, "the system has no disk of that name"});
+  awaited_.push_back(std::move(search));
+  if (arrivals_ != 0) return;
+  hearOfDisks();
+  // It may have come just before.
+  askForAwaited();
+}
+
+void UDisks2Session::hearOfDisks() {
+  const ThreadDefault here(context_.get());
+  const auto came = +[](GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                        GVariant*, gpointer self) {
+    auto* session = static_cast<UDisks2Session*>(self);
+    guardedEntry(session->log_, "InterfacesAdded", [&] { session->askForAwaited(); });
+  };
+  arrivals_ = g_dbus_connection_signal_subscribe(
+      connection_.get(), udisks2::kService, "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
+      udisks2::kManagerPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, came, this, nullptr);
+}
+
+void UDisks2Session::askForAwaited() {
+  for (Search& search : std::exchange(awaited_, {}))
+    lookUp(std::move(search));
+}
+
+void UDisks2Session::finalCall(const std::string& path, const char* interface, const char* method,
+                               const char* alreadyDone, Callback done) {
+  call(path, interface, method, noOptions(), nullptr,
+       [this, alreadyDone, done = std::move(done)](GVariant*, const GError* error) {
+         if (error == nullptr || (alreadyDone != nullptr && remoteErrorName(error) == alreadyDone))
+           return succeed(done);
+         refuse(done, dissenterFor(error));
+       });
+}
+
+void UDisks2Session::call(const std::string& path, const char* interface, const char* method,
+                          GVariant* arguments, const char* replyType, Answer answer) {
+  logTo(log_, LogLevel::kDebug, "UDisks2 " + std::string(method) + " " + path);
+  if (!connection_) return answerClosed(std::move(answer));
+  const ThreadDefault here(context_.get());
+  ++callsUnderWay_;
+  // The wait in run() is the one limit of an operation, whatever it is made of. A service that does
+  // not run is started by the bus.
+  g_dbus_connection_call(connection_.get(), udisks2::kService, path.c_str(), interface, method,
+                         arguments, replyType ? G_VARIANT_TYPE(replyType) : nullptr,
+                         G_DBUS_CALL_FLAGS_NONE, INT_MAX, cancellable_.get(), Call::finished,
+                         new Call{this, method, std::move(answer)});
+}
+
+void UDisks2Session::answerClosed(Answer answer) {
+  struct Closed {
+    UDisks2Session* session;
+    Answer answer;
+  };
+  const auto tell = +[](gpointer self) -> gboolean {
+    const auto* closed = static_cast<Closed*>(self);
+    const GError error{G_IO_ERROR, G_IO_ERROR_CLOSED, nullptr};
+    guardedEntry(closed->session->log_, "UDisks2", [&] { closed->answer(nullptr, &error); });
+    return G_SOURCE_REMOVE;
+  };
+  // The context owns it, and is this session's alone.
+  GSource* source = g_idle_source_new();
+  g_source_set_callback(source, tell, new Closed{this, std::move(answer)},
+                        [](gpointer closed) { delete static_cast<Closed*>(closed); });
+  g_source_attach(source, context_.get());
+  g_source_unref(source);
+}
+
+void UDisks2Session::succeed(const Callback& done) {
+  logTo(log_, LogLevel::kDebug, "UDisks2: done");
+  if (done) done(nullptr);
+}
+
+void UDisks2Session::refuse(const Callback& done, const DADissenter& dissenter) {
+  logTo(log_, LogLevel::kDebug,
+        "UDisks2 refused: " + statusText(dissenter.status) + ", " + dissenter.why);
+  if (done) done(&dissenter);
 }
 
 }  // namespace tarvo

@@ -4,6 +4,7 @@
 #include <gio/gio.h>
 
 #include <string>
+#include <vector>
 
 #include "platform/diskarbitration/DiskArbitration.h"
 
@@ -17,5 +18,13 @@ std::string remoteErrorName(const GError* error);
 /// 0xF8DA0006 it has gone, 0xF8DA0008 this user may not do that, 0xF8DA000A there is no service or
 /// no bus, 0xF8DA000C the service cannot do that to this disk, 0xF8DA0001 anything else.
 DADissenter dissenterFor(const GError* error);
+
+// Who keeps a volume busy.
+
+/// "NAME (pid N)" of the processes that have something at or below one of the mount points: their
+/// working or root folder, program, an open file, or a file mapped into memory. Several are
+/// separated by commas, a few are enough. Empty when none is found; of another user's processes
+/// nothing can be seen. The volumes themselves are not touched, so a dead one holds nobody up.
+std::string processesUsing(const std::vector<std::string>& mountPoints);
 
 }  // namespace tarvo

@@ -13,7 +13,7 @@
 #include "Utilities/ByteBuffer.h"
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Status.h"
-#include "platform/files/HostFileNames.h"
+#include "platform/files/FileNames.h"
 #include "platform/files/PartFile.h"
 
 namespace tarvo {

@@ -5,9 +5,16 @@
 //   const FileDescriptor picture = volume.openFile("DCIM/100TARVO/TARV0001.JPG", error);
 #pragma once
 
+#include <dirent.h>
+#include <sys/stat.h>
+
 #include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Utilities/FileDescriptor.h"
 
@@ -53,6 +60,74 @@ class FolderTree {
   FileDescriptor folder_;
   int error_ = 0;
   std::uint64_t mount_ = 0;
+};
+
+// Everything that lies below a folder, one entry at a time as it is read, whatever the number.
+//
+//   const FolderTree volume("/media/u/CARD");
+//   FolderWalk walk(volume, [&](const std::string& path, int error) { report(path, error); });
+//   while (const auto* entry = walk.next()) {
+//     if (entry->kind == FolderWalk::Kind::kFile) use(entry->path);
+//   }
+
+/// Any thread, one at a time. Errors are errno numbers.
+///
+/// The order is that of the file system. It holds one open folder a level and nothing of what was
+/// given; folders that lie more than kMostLevels deep are failures (ELOOP), and so is one that lies
+/// in itself, as a damaged file system can have it. What is made or removed meanwhile may or may
+/// not be given; what has gone before it was looked at is passed over.
+class FolderWalk {
+ public:
+  static constexpr std::size_t kMostLevels = 128;
+
+  enum class Kind : std::uint8_t {
+    kFile,    ///< regular
+    kFolder,  ///< what lies in it comes next, unless it is another mount
+    kOther,   ///< a link, a pipe, a device
+  };
+
+  struct Entry {
+    std::string path{};  ///< relative to the tree, bytes as the file system has them
+    Kind kind = Kind::kOther;
+    std::string_view name() const {
+      return std::string_view(path).substr(path.rfind('/') + 1);  // npos + 1 is the beginning
+    }
+  };
+
+  /// Told of each folder that cannot be read, or not to its end; the walk goes on behind it. The
+  /// tree itself has an empty path.
+  using FailureHandler = std::function<void(const std::string& path, int error)>;
+
+  /// `tree` is lent.
+  FolderWalk(const FolderTree& tree, FailureHandler onFailure);
+
+  /// Null at the end. Valid until the next call.
+  const Entry* next();
+  /// Of what next() gave last, a link itself; none when it has gone.
+  std::optional<struct stat> attributes() const;
+  /// The same for reading, as FolderTree::openFile().
+  FileDescriptor openFile(int& error) const;
+
+ private:
+  struct Closer {
+    void operator()(DIR* folder) const { ::closedir(folder); }
+  };
+  struct Level {
+    std::unique_ptr<DIR, Closer> folder;
+    std::size_t pathLength;
+    dev_t device;
+    ino_t inode;
+  };
+
+  void enter(FileDescriptor folder, int error);
+  /// False for what is no entry, or none any more.
+  bool take(const dirent& member);
+  int folder() const { return ::dirfd(levels_.back().folder.get()); }
+
+  const FolderTree& tree_;
+  FailureHandler onFailure_;
+  std::vector<Level> levels_;
+  Entry entry_;
 };
 
 }  // namespace tarvo

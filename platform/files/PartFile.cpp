@@ -12,7 +12,7 @@
 #include <system_error>
 
 #include "Utilities/Format.h"
-#include "platform/files/HostFileNames.h"
+#include "platform/files/FileNames.h"
 
 namespace tarvo {
 

@@ -3,13 +3,19 @@
 #include <glib.h>
 
 #include <cerrno>
+#include <limits>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "Utilities/Exception.h"
+#include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/KeyFile.h"
+#include "platform/foundation/Numbers.h"
 #include "platform/foundation/XdgFolders.h"
 
 namespace tarvo {
+
 namespace {
 
 constexpr std::string_view kPreferences = "Preferences";
@@ -92,6 +98,43 @@ void KeyFilePreferences::takeText(const std::string& path, std::string_view cont
     return;
   }
   values_.merge(values);  // keeps what stands already
+}
+
+std::int32_t systemVersion(const UserDefaults& defaults, const LogSink& log) {
+  const auto text = defaults.text("Platform", "SystemVersion");
+  const auto number =
+      text ? numberOf(*text, std::numeric_limits<std::int32_t>::max()) : std::nullopt;
+  if (text && !number) {
+    logTo(log, LogLevel::kWarning,
+          "[Platform] SystemVersion is ignored: '" + *text + "' is no number of its range");
+  }
+  return static_cast<std::int32_t>(number.value_or(0));
+}
+
+namespace {
+
+/// Everything that has a meaning in the text files of devices; UTF-16 and EBCDIC are out.
+constexpr std::string_view kSyntax = "\r\n \"<>[]=@.0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ";
+
+bool isUsable(const std::string& encoding) {
+  const GCharPtr text(g_convert(kSyntax.data(), static_cast<gssize>(kSyntax.size()), "UTF-8",
+                                encoding.c_str(), nullptr, nullptr, nullptr));
+  return text && text.get() == kSyntax;
+}
+
+}  // namespace
+
+std::string defaultEncoding(const UserDefaults& defaults, const LogSink& log) {
+  const auto configured = defaults.text("Platform", "DefaultEncoding");
+  if (configured && !configured->empty()) {
+    if (isUsable(*configured)) return *configured;
+    logTo(log, LogLevel::kWarning,
+          "[Platform] DefaultEncoding is ignored: '" + *configured +
+              "' is no 8-bit encoding that is known");
+  }
+  const char* ofLocale = "UTF-8";
+  g_get_charset(&ofLocale);
+  return ofLocale;
 }
 
 }  // namespace tarvo

@@ -7,6 +7,7 @@
 //   LOG_SUBSYS_LISTENER=true
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
@@ -44,5 +45,19 @@ class KeyFilePreferences : public UserDefaults {
 
   Values values_;  ///< what stands already is never replaced: files are read from the top down
 };
+
+// The version of the system as the preferences tell it.
+
+/// The number under SystemVersion of group [Platform], decimal or 0x..., for example 0x1062 for
+/// 10.6.2. 0 when it is absent, and, which `log` is told, when it cannot be read. Any thread.
+std::int32_t systemVersion(const UserDefaults& defaults, const LogSink& log = {});
+
+// The 8-bit encoding of text that does not say its own, on cards and devices.
+
+/// The encoding under DefaultEncoding of group [Platform], by a name that iconv knows, for example
+/// "ISO-8859-1"; without the key the character set of the locale that the program has set. One that
+/// is unknown, or has other bytes than ASCII for what ASCII has, is ignored, which `log` is told.
+/// Main thread.
+std::string defaultEncoding(const UserDefaults& defaults, const LogSink& log = {});
 
 }  // namespace tarvo

@@ -48,4 +48,14 @@ void NotificationCenter::removeIf(const std::function<bool(const Registration&)>
     entry->removed = true;
 }
 
+void NotificationQueue::enqueue(Notification notification, PostingStyle style) {
+  if (style == PostingStyle::kNow) {
+    center_.post(notification);
+    return;
+  }
+  // The centre is captured by itself: the queue may be gone by the time the loop is idle.
+  loop_.performWhenIdle(
+      [&center = center_, waiting = std::move(notification)] { center.post(waiting); });
+}
+
 }  // namespace tarvo

@@ -5,8 +5,8 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
-#include "platform/imagecapture/ObjectDownload.h"
-#include "platform/imagecapture/PTPMessages.h"
+#include "platform/imagecapture/PTPChannel.h"
+#include "platform/imagecapture/PTPObjectReader.h"
 
 namespace tarvo {
 namespace {

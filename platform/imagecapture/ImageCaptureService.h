@@ -12,12 +12,9 @@
 #include "Utilities/LogSink.h"
 #include "platform/foundation/MountTable.h"
 #include "platform/imagecapture/DeviceContents.h"
-#include "platform/imagecapture/DeviceSink.h"
-#include "platform/imagecapture/EventRegistrations.h"
+#include "platform/imagecapture/DeviceSources.h"
 #include "platform/imagecapture/ImageCapture.h"
 #include "platform/imagecapture/ObjectTable.h"
-#include "platform/imagecapture/PTPSource.h"
-#include "platform/imagecapture/VolumeSource.h"
 #include "platform/imagecapture/ptp/PTPConnection.h"
 #include "platform/iokit/Registry.h"
 

@@ -9,9 +9,10 @@
 #include <optional>
 
 #include "Utilities/Format.h"
-#include "platform/iokit/PropertyMatch.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
+
 namespace {
 
 /// Peripheral device type of an optical drive (SPC-4, 6.4.2).

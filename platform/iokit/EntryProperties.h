@@ -2,16 +2,29 @@
 // on demand. All on the main thread; texts are UTF-8 whatever a device says, trimmed of blanks.
 #pragma once
 
+#include <gudev/gudev.h>
+
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Utilities/PropertyDictionary.h"
-#include "platform/iokit/GUdevPtr.h"
 
 namespace tarvo {
+
+/// Deleter; every class of libgudev is a GObject.
+struct GUdevUnref {
+  void operator()(gpointer object) const { g_object_unref(object); }
+};
+
+/// Each owns one reference. What libgudev returns as "transfer full" goes straight into one of
+/// these; what it passes to a signal handler is only lent.
+using GUdevClientPtr = std::unique_ptr<GUdevClient, GUdevUnref>;
+/// A device object is a snapshot: it stays valid, and old, when the device goes.
+using GUdevDevicePtr = std::unique_ptr<GUdevDevice, GUdevUnref>;
 
 /// The kinds of entries. One bit each, so that a set of kinds is a number.
 enum EntryKind : unsigned {

@@ -66,4 +66,46 @@ class Registry {
                                                                         Callback terminated) = 0;
 };
 
+// Whether the properties of a registry entry satisfy a matching dictionary.
+
+/// Key under which a matching dictionary may hold a second dictionary, whose keys count like its
+/// own: {"IOPropertyMatch": {"device-type": "DVD"}} equals {"device-type": "DVD"}.
+inline constexpr const char* kPropertyMatchKey = "IOPropertyMatch";
+
+/// True when `properties` hold every key of `match` with an equal value. Anything but a dictionary
+/// matches nothing. Any thread.
+/// Numbers are equal by value, whatever their type; texts byte for byte, with their case; a key
+/// with the value null matches no entry, since no property is ever null. The nesting of `match`
+/// comes from this program alone, so its depth needs no bound.
+inline bool propertiesMatch(const PropertyDictionary& properties, const PropertyDictionary& match) {
+  if (!properties.is_object() || !match.is_object()) return false;
+  auto key = match.begin();
+  for (; key != match.end(); ++key) {
+    const auto found = properties.find(key.key());
+    const bool fits = key.key() == kPropertyMatchKey
+                          ? propertiesMatch(properties, key.value())
+                          : found != properties.end() && *found == key.value();
+    if (!fits) break;
+  }
+  return key == match.end();
+}
+
+// The USB device that a registry entry is part of.
+
+/// The nearest USB device above `service`; 0 where there is none.
+inline ServiceHandle usbHandleAbove(Registry& registry, ServiceHandle service) {
+  for (const ServiceHandle ancestor :
+       registry.ancestors(service).value_or(std::vector<ServiceHandle>{})) {
+    const auto properties = registry.properties(ancestor);
+    if (properties && properties->value("IOClass", "") == "usb_device") return ancestor;
+  }
+  return 0;
+}
+
+/// That of the disk or partition `bsdName`; 0 where there is none.
+inline ServiceHandle usbDeviceOfDisk(Registry& registry, std::string_view bsdName) {
+  const auto disks = registry.servicesMatchingBSDName(bsdName);
+  return disks.empty() ? 0 : usbHandleAbove(registry, disks.front());
+}
+
 }  // namespace tarvo

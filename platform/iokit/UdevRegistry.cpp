@@ -1,16 +1,22 @@
 #include "platform/iokit/UdevRegistry.h"
 
+#include <linux/netlink.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/Format.h"
 #include "platform/foundation/MainLoopGuard.h"
-#include "platform/iokit/PropertyMatch.h"
-#include "platform/iokit/UdevPresence.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
+
 namespace {
 
 struct Subsystem {
@@ -348,6 +354,110 @@ void UdevRegistry::read(EntryTable::Entry& entry) const {
 
 GUdevDevicePtr UdevRegistry::deviceAt(const std::string& path) const {
   return GUdevDevicePtr(g_udev_client_query_by_sysfs_path(client_.get(), path.c_str()));
+}
+
+EntryTable::Entry& EntryTable::intern(std::string_view path, std::string_view plug) {
+  const auto known = std::ranges::find_if(
+      entries_, [&](const Entry& entry) { return entry.path == path && entry.plug == plug; });
+  if (known != entries_.end()) return *known;
+  return entries_.emplace_back(Entry{.handle = ++lastHandle_,
+                                     .path = std::string(path),
+                                     .plug = std::string(plug),
+                                     .properties = {},
+                                     .ancestors = {}});
+}
+
+EntryTable::Entry* EntryTable::find(ServiceHandle handle) {
+  const auto entry = std::ranges::find(entries_, handle, &Entry::handle);
+  return entry == entries_.end() ? nullptr : &*entry;
+}
+
+std::vector<ServiceHandle> EntryTable::at(std::string_view path) const {
+  std::vector<ServiceHandle> handles;
+  for (const Entry& entry : entries_)
+    if (entry.path == path) handles.push_back(entry.handle);
+  return handles;
+}
+
+void EntryTable::forget(ServiceHandle handle) {
+  std::erase_if(entries_, [&](const Entry& entry) { return entry.handle == handle; });
+}
+
+std::string missingPartOfUdev(const std::string& root) {
+  if (::access((root + "/sys/bus").c_str(), F_OK) != 0)
+    return "no " + root + "/sys: devices cannot be found";
+  // The kernel's own events are not enough: the registry hears what udev passes on.
+  const std::string daemon = root + "/run/udev/control";
+  if (::access(daemon.c_str(), F_OK) != 0)
+    return "udev does not run (no " + daemon + "): devices may not be noticed";
+  // Containers often have both folders and yet forbid the socket.
+  const FileDescriptor events(
+      ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_KOBJECT_UEVENT));
+  if (!events.isOpen())
+    return formatted("no device events (%s): devices are not noticed", std::strerror(errno));
+  return {};
+}
+
+SCSIUnitAssembly::~SCSIUnitAssembly() {
+  for (const Waiting& each : waiting_)
+    each.timer->invalidate();
+}
+
+void SCSIUnitAssembly::unitSeen(std::string_view unit, bool wantsBlock) {
+  waitingFor(unit, wantsBlock);
+}
+
+void SCSIUnitAssembly::nodeSeen(std::string_view unit, bool wantsBlock, Node node) {
+  Waiting& waiting = waitingFor(unit, wantsBlock);
+  (node == Node::kGeneric ? waiting.hasGeneric : waiting.hasBlock) = true;
+  // Clients open the generic node and name the unit by its disk, so both are needed.
+  const bool isWhole = waiting.hasBlock || !waiting.wantsBlock || !waiting.timer->isValid();
+  if (waiting.hasGeneric && isWhole) finish(waiting.unit);
+}
+
+void SCSIUnitAssembly::unitGone(std::string_view unit) {
+  std::erase_if(waiting_, [&](const Waiting& each) {
+    if (each.unit != unit) return false;
+    each.timer->invalidate();
+    return true;
+  });
+}
+
+bool SCSIUnitAssembly::isWaiting(std::string_view unit) const {
+  return std::ranges::find(waiting_, unit, &Waiting::unit) != waiting_.end();
+}
+
+SCSIUnitAssembly::Waiting& SCSIUnitAssembly::waitingFor(std::string_view unit, bool wantsBlock) {
+  const auto known = std::ranges::find(waiting_, unit, &Waiting::unit);
+  if (known != waiting_.end()) return *known;
+  // The timer outlives the view.
+  const std::string name(unit);
+  auto timer = runLoop_.scheduleTimer(kPatience, true, [this, name] { tick(name); });
+  return waiting_.emplace_back(
+      Waiting{.unit = name, .wantsBlock = wantsBlock, .timer = std::move(timer)});
+}
+
+bool SCSIUnitAssembly::isOutOfPatience(const Waiting& waiting) const {
+  const bool isComing = (!waiting.hasGeneric && isMade_(waiting.unit, Node::kGeneric)) ||
+                        (!waiting.hasBlock && isMade_(waiting.unit, Node::kBlock));
+  return !isComing || waiting.waited >= kPatienceWithUdev;
+}
+
+void SCSIUnitAssembly::tick(const std::string& unit) {
+  const auto waiting = std::ranges::find(waiting_, unit, &Waiting::unit);
+  waiting->waited += kPatience;
+  if (!isOutOfPatience(*waiting)) return;
+  waiting->timer->invalidate();
+  if (waiting->hasGeneric || isMade_(unit, Node::kGeneric)) finish(unit);
+}
+
+void SCSIUnitAssembly::finish(std::string_view unit) {
+  const auto found = std::ranges::find(waiting_, unit, &Waiting::unit);
+  const Waiting finished = std::move(*found);  // which `unit` may lie in
+  waiting_.erase(found);
+  // Before the call, which may take long: the unit is not to be finished twice.
+  finished.timer->invalidate();
+  complete_(finished.unit);
 }
 
 }  // namespace tarvo

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,5 +61,11 @@ ContentNode readContentNode(const JsonNode& node, NameRule rule);
 std::u16string readUnits(const JsonNode& node);
 /// A file name as text.
 std::string readFileName(const JsonNode& node);
+
+// The described content of a volume as real files.
+
+/// Makes files and folders in `folder`, which must exist. A file without text is a hole of its
+/// size, which takes no room. Raises std::system_error.
+void writeContent(const std::filesystem::path& folder, const std::vector<ContentNode>& content);
 
 }  // namespace tarvo::simulator

@@ -1,10 +1,13 @@
 #include "simulator/description/DeviceDescription.h"
 
+#include <array>
 #include <fstream>
-
-#include "simulator/description/PTPDescription.h"
+#include <limits>
+#include <memory>
+#include <utility>
 
 namespace tarvo::simulator {
+
 namespace {
 
 UsbIdentity readUsb(const JsonNode& node) {
@@ -90,6 +93,304 @@ void readFaults(const JsonNode& node, Faults& faults) {
     }
     if (const auto problem = faults.set(name, text); !problem.empty()) value.fail(problem);
   }
+}
+
+namespace {
+
+/// One of a few words for a value.
+template <typename Value, std::size_t kCount>
+Value oneOf(const JsonNode& node,
+            const std::array<std::pair<std::string_view, Value>, kCount>& words) {
+  const auto text = node.text();
+  std::string known;
+  for (const auto& [word, value] : words) {
+    if (word == text) return value;
+    known.append(known.empty() ? "" : ", ").append(word);
+  }
+  node.fail("one of these is expected: " + known);
+}
+
+/// What is left out is taken over from the USB identity, as the two mostly agree on real cameras.
+DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
+  node.allowKeys({"vendorExtensionID", "vendorExtensionVersion", "vendorExtensionDescription",
+                  "functionalMode", "operations", "events", "captureFormats", "imageFormats",
+                  "manufacturer", "model", "version", "serial", "bytesBehind"});
+  DeviceInfo info;
+  info.manufacturer = usb.manufacturer;
+  info.model = usb.name;
+  info.serial = usb.serial;
+  node.read("vendorExtensionID", info.vendorExtensionID);
+  node.read("vendorExtensionVersion", info.vendorExtensionVersion);
+  node.read("vendorExtensionDescription", info.vendorExtensionDescription);
+  node.read("functionalMode", info.functionalMode);
+  node.read("operations", info.operations);
+  node.read("events", info.events);
+  node.read("captureFormats", info.captureFormats);
+  node.read("imageFormats", info.imageFormats);
+  node.read("manufacturer", info.manufacturer);
+  node.read("model", info.model);
+  node.read("version", info.version);
+  node.read("serial", info.serial);
+  node.read("bytesBehind", info.bytesBehind);
+  return info;
+}
+
+/// Datatype codes of ISO 15740; 128-bit numbers are left out, as no property of these cameras has
+/// them.
+constexpr std::array<std::pair<std::string_view, std::uint16_t>, 16> kDatatypes = {{
+    {"INT8", 0x0001},
+    {"UINT8", 0x0002},
+    {"INT16", 0x0003},
+    {"UINT16", 0x0004},
+    {"INT32", 0x0005},
+    {"UINT32", 0x0006},
+    {"INT64", 0x0007},
+    {"UINT64", 0x0008},
+    {"AINT8", 0x4001},
+    {"AUINT8", 0x4002},
+    {"AINT16", 0x4003},
+    {"AUINT16", 0x4004},
+    {"AINT32", 0x4005},
+    {"AUINT32", 0x4006},
+    {"AUINT64", 0x4008},
+    {"STR", 0xFFFF},
+}};
+
+/// A value as JSON of the form that `datatype` needs.
+nlohmann::json readValue(const JsonNode& node, std::uint16_t datatype) {
+  if (datatype == 0xFFFF) return node.text();
+  // Negative numbers are JSON integers; texts in hexadecimal form go through number().
+  if (datatype < 0x4000) {
+    if (node.json().is_number_integer()) return node.json();
+    return node.number(std::numeric_limits<std::uint64_t>::max());
+  }
+  auto list = nlohmann::json::array();
+  for (const auto& item : node.items())
+    list.push_back(readValue(item, datatype - 0x4000));
+  return list;
+}
+
+PropertyDescription readProperty(const JsonNode& node) {
+  node.allowKeys({"code", "type", "value", "default", "writable", "range", "choices"});
+  PropertyDescription property;
+  node.at("code").get(property.code);
+  property.datatype = oneOf(node.at("type"), kDatatypes);
+  const auto value = [&](const JsonNode& item) { return readValue(item, property.datatype); };
+  node.read("writable", property.writable);
+  property.value = value(node.at("value"));
+  const auto otherwise = node.find("default");
+  property.defaultValue = otherwise ? value(*otherwise) : property.value;
+  node.readList("range", property.range, value);
+  if (!property.range.empty() && property.range.size() != 3) {
+    node.at("range").fail("minimum, maximum and step are expected");
+  }
+  node.readList("choices", property.choices, value);
+  return property;
+}
+
+AddressBookLimits readAddressBook(const JsonNode& node) {
+  node.allowKeys({"version", "characterTypeLimitation", "maxAddresses", "maxGroups",
+                  "maxAddressesPerGroup", "maxAddressLengthInBytes", "maxNicknameLengthInBytes",
+                  "maxGroupNameLengthInBytes"});
+  AddressBookLimits limits;
+  node.read("version", limits.version);
+  node.read("characterTypeLimitation", limits.characterTypeLimitation);
+  node.read("maxAddresses", limits.maxAddresses);
+  node.read("maxGroups", limits.maxGroups);
+  node.read("maxAddressesPerGroup", limits.maxAddressesPerGroup);
+  node.read("maxAddressLengthInBytes", limits.maxAddressLengthInBytes);
+  node.read("maxNicknameLengthInBytes", limits.maxNicknameLengthInBytes);
+  node.read("maxGroupNameLengthInBytes", limits.maxGroupNameLengthInBytes);
+  return limits;
+}
+
+VendorDescription readVendor(const JsonNode& node) {
+  node.allowKeys({"operations", "supportedDatasets", "displayRequestVersion", "bragbookVersion",
+                  "lcbInfo", "addressBook", "queryRows"});
+  VendorDescription vendor;
+  node.read("operations", vendor.operations);
+  node.read("supportedDatasets", vendor.supportedDatasets);
+  node.read("displayRequestVersion", vendor.displayRequestVersion);
+  node.read("bragbookVersion", vendor.bragbookVersion);
+  node.read("lcbInfo", vendor.lcbInfo);
+  node.read("queryRows", vendor.queryRows);
+  if (const auto limits = node.find("addressBook")) vendor.addressBook = readAddressBook(*limits);
+  return vendor;
+}
+
+StoreDescription readStore(const JsonNode& node) {
+  static constexpr std::array<std::pair<std::string_view, StoreAccess>, 3> kAccess = {{
+      {"readWrite", StoreAccess::kReadWrite},
+      {"readOnly", StoreAccess::kReadOnly},
+      {"readAndDelete", StoreAccess::kReadAndDelete},
+  }};
+  node.allowKeys({"id", "description", "label", "capacity", "free", "removable", "access",
+                  "vendorDelete", "emptySlot", "content"});
+  StoreDescription store;
+  node.read("id", store.id);
+  node.read("description", store.description);
+  node.read("label", store.label);
+  node.read("capacity", store.capacity);
+  store.free = store.capacity / 2;
+  node.read("free", store.free);
+  node.read("removable", store.removable);
+  node.read("vendorDelete", store.vendorDelete);
+  node.read("emptySlot", store.isEmptySlot);
+  if (const auto access = node.find("access")) store.access = oneOf(*access, kAccess);
+  if (const auto list = node.find("content")) {
+    store.content = readContent(*list, NameRule::kAnything);
+  }
+  return store;
+}
+
+Habits readHabits(const JsonNode& node) {
+  node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests",
+                  "allStoresResponse", "formatResponse", "ignoresFormat", "needsAllParameters",
+                  "choosesNoStore", "listsFolderByFolder", "rootParent"});
+  Habits habits;
+  node.read("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo);
+  node.read("checksTransactionIDs", habits.checksTransactionIDs);
+  node.read("noClassRequests", habits.noClassRequests);
+  node.read("allStoresResponse", habits.allStoresResponse);
+  node.read("formatResponse", habits.formatResponse);
+  node.read("ignoresFormat", habits.ignoresFormat);
+  node.read("needsAllParameters", habits.needsAllParameters);
+  node.read("choosesNoStore", habits.choosesNoStore);
+  node.read("listsFolderByFolder", habits.listsFolderByFolder);
+  node.read("rootParent", habits.rootParent);
+  return habits;
+}
+
+CaptureDescription readCapture(const JsonNode& node) {
+  node.allowKeys({"size", "prefix"});
+  CaptureDescription capture;
+  node.read("size", capture.size);
+  node.read("prefix", capture.prefix);
+  return capture;
+}
+
+}  // namespace
+
+void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
+  root.allowKeys({"kind", "comment", "usb", "deviceInfo", "habits", "properties", "vendor",
+                  "datasets", "capture", "stores", "faults"});
+  device.info = readDeviceInfo(root.at("deviceInfo"), device.usb);
+  if (const auto habits = root.find("habits")) device.habits = readHabits(*habits);
+  root.readList("properties", device.properties, readProperty);
+  root.readList("stores", device.stores, readStore);
+  if (const auto vendor = root.find("vendor")) device.vendor = readVendor(*vendor);
+  if (const auto datasets = root.find("datasets")) device.datasets = readDatasets(*datasets);
+  if (const auto capture = root.find("capture")) device.capture = readCapture(*capture);
+  if (const auto faults = root.find("faults")) readFaults(*faults, device.faults);
+}
+
+namespace {
+
+ScsiDescription readScsi(const JsonNode& node) {
+  node.allowKeys({"type", "vendor", "model", "revision"});
+  ScsiDescription scsi;
+  if (const auto type = node.find("type")) scsi.type = static_cast<unsigned>(type->number(0x1F));
+  node.read("vendor", scsi.vendor);
+  node.read("model", scsi.model);
+  node.read("revision", scsi.revision);
+  return scsi;
+}
+
+ModePageLies readLies(const JsonNode& node) {
+  ModePageLies lies;
+  if (const auto size = node.find("size")) {
+    lies.size = static_cast<std::size_t>(size->number(0xFFFF));
+  }
+  if (node.find("modeDataLength")) node.at("modeDataLength").get(lies.modeDataLength);
+  if (node.find("pageLength")) node.at("pageLength").get(lies.pageLength);
+  return lies;
+}
+
+UsbModeDescription readUsbMode(const JsonNode& node) {
+  node.allowKeys({"autoPowerCycle", "variableAutoWakeup", "composite", "flags", "delay", "size",
+                  "modeDataLength", "pageLength"});
+  UsbModeDescription mode;
+  node.read("autoPowerCycle", mode.autoPowerCycle);
+  node.read("variableAutoWakeup", mode.variableAutoWakeup);
+  node.read("composite", mode.composite);
+  node.read("flags", mode.flags);
+  node.read("delay", mode.delay);
+  mode.lies = readLies(node);
+  return mode;
+}
+
+ModelPageDescription readModelPage(const JsonNode& node) {
+  ModelPageDescription model;
+  if (node.json().is_string()) {
+    const auto text = std::as_bytes(std::span(node.json().get_ref<const std::string&>()));
+    model.text.assign(text.begin(), text.end());
+  } else {
+    node.allowKeys({"text", "bytes", "size", "modeDataLength", "pageLength"});
+    if (const auto text = node.find("text")) model = readModelPage(*text);
+    if (const auto bytes = node.find("bytes")) {
+      model.text.clear();
+      for (const auto& item : bytes->items())
+        model.text.push_back(static_cast<std::byte>(item.number(0xFF)));
+    }
+    model.lies = readLies(node);
+  }
+  if (model.text.size() > 0xFF) node.fail("at most 255 bytes are expected");
+  return model;
+}
+
+ModePagesDescription readModePages(const JsonNode& node) {
+  node.allowKeys({"usbMode", "model", "clock"});
+  ModePagesDescription pages;
+  if (const auto mode = node.find("usbMode")) pages.usbMode = readUsbMode(*mode);
+  if (const auto model = node.find("model")) pages.model = readModelPage(*model);
+  node.read("clock", pages.hasClock);
+  return pages;
+}
+
+VolumeDescription readVolume(const JsonNode& node) {
+  node.allowKeys({"label", "content"});
+  VolumeDescription volume;
+  volume.label = readFileName(node.at("label"));
+  if (const auto list = node.find("content")) {
+    volume.content = readContent(*list, NameRule::kRealFile);
+  }
+  return volume;
+}
+
+void readMilliseconds(const JsonNode& node, const char* key, std::chrono::milliseconds& field) {
+  constexpr std::uint64_t kLongest = 600'000;
+  if (const auto time = node.find(key)) field = std::chrono::milliseconds(time->number(kLongest));
+}
+
+/// The camera that the unit comes back as. Without a serial number of its own it has the unit's, so
+/// that a host can tell that it is the same device.
+std::shared_ptr<const DeviceDescription> readCamera(const JsonNode& node, const UsbIdentity& unit) {
+  auto json = node.json();
+  if (!json.is_object()) node.fail("an object is expected, or a name in a file");
+  if (json.contains("usb") && json["usb"].is_object() && !json["usb"].contains("serial")) {
+    json["usb"]["serial"] = unit.serial;
+  }
+  try {
+    return std::make_shared<const DeviceDescription>(DeviceDescription::fromJson(json));
+  } catch (const DescriptionError& error) {
+    node.fail(error.what());
+  }
+}
+
+}  // namespace
+
+void readUnitDescription(const JsonNode& root, DeviceDescription& device) {
+  root.allowKeys({"kind", "comment", "usb", "scsi", "modePages", "image", "volume", "camera",
+                  "leaveAfter", "wakeAfter", "faults"});
+  device.faults = Faults(FaultTarget::kUnit);
+  if (const auto scsi = root.find("scsi")) device.scsi = readScsi(*scsi);
+  if (const auto pages = root.find("modePages")) device.modePages = readModePages(*pages);
+  if (const auto volume = root.find("volume")) device.volume = readVolume(*volume);
+  root.read("image", device.image);
+  if (const auto camera = root.find("camera")) device.camera = readCamera(*camera, device.usb);
+  readMilliseconds(root, "leaveAfter", device.leaveAfter);
+  readMilliseconds(root, "wakeAfter", device.wakeAfter);
+  if (const auto faults = root.find("faults")) readFaults(*faults, device.faults);
 }
 
 }  // namespace tarvo::simulator

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "Utilities/Format.h"
-#include "simulator/bytes/BigEndian.h"
-#include "simulator/massstorage/BulkOnlyCodes.h"
+#include "simulator/bytes/ByteWriter.h"
 
 namespace tarvo::simulator {
+
 namespace {
 
 InterfaceDescription bulkOnlyInterface(UsbSpeed speed) {
@@ -340,6 +340,53 @@ InResult MassStorageUnit::sendStatus(std::span<std::byte> room) {
 std::optional<std::chrono::steady_clock::time_point> MassStorageUnit::nextDue(
     std::uint8_t endpoint) const {
   return endpoint == kBulkIn ? queue_.due() : std::nullopt;
+}
+
+std::string MassStorageUnit::setFault(std::string_view name, std::string_view value) {
+  const std::lock_guard guard(lock());
+  return faults_.set(name, value);
+}
+
+std::vector<std::string> MassStorageUnit::violations() const {
+  const std::lock_guard guard(lock());
+  return violations_.list();
+}
+
+void MassStorageUnit::forgetViolations() {
+  const std::lock_guard guard(lock());
+  violations_.clear();
+}
+
+std::vector<UnitCommand> MassStorageUnit::commands() const {
+  const std::lock_guard guard(lock());
+  return {commands_.begin(), commands_.end()};
+}
+
+void MassStorageUnit::forgetCommands() {
+  const std::lock_guard guard(lock());
+  commands_.clear();
+}
+
+UnitState MassStorageUnit::state() const {
+  const std::lock_guard guard(lock());
+  return unit_.state();
+}
+
+bool MassStorageUnit::powersDown() const {
+  const std::lock_guard guard(lock());
+  return unit_.powersDown();
+}
+
+bool MassStorageUnit::returnsAsCamera() const {
+  const std::lock_guard guard(lock());
+  return unit_.returnsAsCamera();
+}
+
+std::optional<std::uint8_t> MassStorageUnit::reportedStatus() const {
+  const std::lock_guard guard(lock());
+  const auto status = faults_.amount(Fault::kStatus);
+  if (!status) return std::nullopt;
+  return static_cast<std::uint8_t>(*status);
 }
 
 }  // namespace tarvo::simulator

@@ -10,6 +10,7 @@
 // passes only where a fault delays answers, and where a medium is made on demand.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <optional>
@@ -18,7 +19,6 @@
 
 #include "simulator/description/DeviceDescription.h"
 #include "simulator/massstorage/ScsiUnit.h"
-#include "simulator/usb/PacketQueue.h"
 #include "simulator/usb/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
@@ -122,3 +122,19 @@ class MassStorageUnit : public VirtualUSBDevice {
 };
 
 }  // namespace tarvo::simulator
+
+namespace tarvo::simulator::bulkonly {
+
+// Class requests (3.1, 3.2).
+inline constexpr std::uint8_t kGetMaxLUN = 0xFE;
+inline constexpr std::uint8_t kMassStorageReset = 0xFF;
+
+// Wrappers (5.1, 5.2).
+inline constexpr std::uint32_t kCommandSignature = 0x43425355;
+inline constexpr std::uint32_t kStatusSignature = 0x53425355;
+inline constexpr std::size_t kCommandWrapperSize = 31;
+inline constexpr std::size_t kStatusWrapperSize = 13;
+inline constexpr std::size_t kBlockOffset = 15;
+inline constexpr std::uint8_t kLongestBlock = 16;
+
+}  // namespace tarvo::simulator::bulkonly

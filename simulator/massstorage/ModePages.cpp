@@ -4,7 +4,7 @@
 #include <bit>
 
 #include "Utilities/Format.h"
-#include "simulator/bytes/BigEndian.h"
+#include "simulator/bytes/ByteWriter.h"
 
 namespace tarvo::simulator {
 namespace {

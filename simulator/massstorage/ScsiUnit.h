@@ -16,10 +16,21 @@
 #include "simulator/description/DeviceDescription.h"
 #include "simulator/massstorage/Medium.h"
 #include "simulator/massstorage/ModePages.h"
-#include "simulator/massstorage/ScsiCodes.h"
 #include "simulator/usb/HostViolations.h"
 
 namespace tarvo::simulator {
+
+Bytes inquiryData(const ScsiDescription& scsi);
+/// A page of vital product data: 0x00, 0x80 or 0x83; none for any other.
+std::optional<Bytes> vitalProductData(std::uint8_t page, const DeviceDescription& description);
+
+/// GET CONFIGURATION: features from `first` on; `only`: that one and no other.
+Bytes configurationData(std::uint16_t first, bool only, bool hasMedium);
+/// READ TOC/PMA/ATIP of a medium with one data track of `blocks` blocks: format 0 or 1; none for
+/// any other.
+std::optional<Bytes> tocData(std::uint8_t format, bool inMinutes, std::uint64_t blocks);
+/// READ DISC INFORMATION of a finished disc with one session.
+Bytes discInformation();
 
 /// What a unit does with a command: it has failed, has data for the host, or wants some from it.
 struct ScsiReply {

@@ -2,7 +2,11 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 
@@ -29,5 +33,12 @@ bool runObjectCommand(const std::string& command, const std::string& socket,
 
 /// The number in a command line's text; raises CLI::ValidationError.
 std::uint64_t numberArgument(const std::string& text, std::uint64_t maximum);
+
+// Requests of the control socket about what a camera holds, and about what it does by itself.
+
+/// Answers "objects", "add", "remove", "export", "dataset", "display" and "capture" for the camera
+/// that the request names; none for another command. Paths in requests are absolute. Raises
+/// std::exception in words for what is wrong.
+std::optional<nlohmann::json> answerObjectRequest(PTPCamera& camera, const nlohmann::json& request);
 
 }  // namespace tarvo::simulator

@@ -4,6 +4,7 @@
 
 #include <glib.h>
 
+#include <filesystem>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -68,5 +69,14 @@ class Server {
   int exitCode_ = 0;
   bool violated_ = false;  ///< a host has broken the protocol
 };
+
+// Where device descriptions are found.
+
+/// The file that `text` names: a path, or the name of a description that comes with the program.
+/// Raises DescriptionError, with the known names, when there is none.
+std::filesystem::path findDeviceFile(const std::string& text);
+
+/// The shipped ggcam.inf; empty when there is none.
+std::filesystem::path findModelsFile();
 
 }  // namespace tarvo::simulator

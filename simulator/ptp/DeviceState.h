@@ -6,9 +6,8 @@
 #include <optional>
 #include <set>
 
-#include "simulator/bytes/Spool.h"
+#include "simulator/bytes/Payload.h"
 #include "simulator/description/DeviceDescription.h"
-#include "simulator/ptp/Datasets.h"
 #include "simulator/ptp/ObjectStore.h"
 #include "simulator/ptp/PTPMessages.h"
 

@@ -7,7 +7,7 @@
 #include <optional>
 #include <span>
 
-#include "simulator/bytes/Spool.h"
+#include "simulator/bytes/Payload.h"
 #include "simulator/ptp/PTPMessages.h"
 #include "simulator/usb/HostViolations.h"
 

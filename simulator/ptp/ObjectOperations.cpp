@@ -1,11 +1,12 @@
 #include "simulator/ptp/ObjectOperations.h"
 
 #include <algorithm>
+#include <initializer_list>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/ptp/Thumbnail.h"
 
 namespace tarvo::simulator {
+
 namespace {
 
 constexpr std::uint16_t kJFIF = 0x3808;
@@ -148,6 +149,204 @@ PTPReply ObjectOperations::getThumb(const PTPRequest& request) {
   PTPReply sent;
   sent.data = std::make_shared<BytesPayload>(thumbnailJPEG(object->handle));
   return sent;
+}
+
+namespace {
+
+/// A marker segment: 0xFF, the marker, the length with itself, the bytes.
+void segment(ByteWriter& writer, std::uint8_t marker, std::initializer_list<std::uint8_t> bytes) {
+  writer.u8(0xFF);
+  writer.u8(marker);
+  writer.u8(0);
+  writer.u8(static_cast<std::uint8_t>(bytes.size() + 2));
+  for (const auto byte : bytes)
+    writer.u8(byte);
+}
+
+void quantisationTable(ByteWriter& writer) {
+  writer.u8(0xFF);
+  writer.u8(0xDB);
+  writer.u8(0);
+  writer.u8(67);
+  writer.u8(0);
+  for (int i = 0; i < 64; ++i)
+    writer.u8(8);
+}
+
+/// Bits, the first in the highest place.
+class BitWriter {
+ public:
+  explicit BitWriter(ByteWriter& writer) : writer_(writer) {}
+  void put(unsigned bits, unsigned count) {
+    for (unsigned i = count; i-- > 0;) {
+      byte_ = static_cast<std::uint8_t>((byte_ << 1) | ((bits >> i) & 1));
+      if (++filled_ == 8) flush();
+    }
+  }
+  /// What is left of the last byte is filled with ones.
+  void end() {
+    while (filled_ != 0)
+      put(1, 1);
+  }
+
+ private:
+  void flush() {
+    writer_.u8(byte_);
+    filled_ = 0;
+  }
+  ByteWriter& writer_;
+  std::uint8_t byte_ = 0;
+  unsigned filled_ = 0;
+};
+
+}  // namespace
+
+// Two DC codes: "0" is no difference to the block before, "10" a difference of seven bits. One AC
+// code: "0" ends the block. So the first block sets the brightness and the others repeat it. No
+// byte of it can become 0xFF, which would need stuffing.
+Bytes thumbnailJPEG(std::uint32_t handle) {
+  constexpr unsigned kBlocks = kThumbnailWidth / 8 * (kThumbnailHeight / 8);
+  ByteWriter writer;
+  writer.u8(0xFF);
+  writer.u8(0xD8);
+  segment(writer, 0xE0, {'J', 'F', 'I', 'F', 0, 1, 1, 0, 0, 1, 0, 1, 0, 0});
+  quantisationTable(writer);
+  segment(writer, 0xC0, {8, 0, kThumbnailHeight, 0, kThumbnailWidth, 1, 1, 0x11, 0});
+  segment(writer, 0xC4, {0x00, 1, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 7});
+  segment(writer, 0xC4, {0x10, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+  segment(writer, 0xDA, {1, 1, 0x00, 0, 63, 0});
+  BitWriter bits(writer);
+  bits.put(0b10, 2);
+  bits.put(64 + handle % 64, 7);
+  bits.put(0, 1);
+  for (unsigned block = 1; block < kBlocks; ++block)
+    bits.put(0, 2);
+  bits.end();
+  writer.u8(0xFF);
+  writer.u8(0xD9);
+  return writer.take();
+}
+
+namespace {
+
+constexpr std::uint32_t kEveryObject = 0xFFFFFFFF;
+constexpr std::uint32_t kEveryImage = 0xFFFFFFFF;  // in place of a format
+constexpr std::uint32_t kRoot = 0xFFFFFFFF;
+
+bool isImageFormat(std::uint16_t format) {
+  return format >= 0x3800 && format < 0x4000;
+}
+
+}  // namespace
+
+void ObjectChanges::addTo(OperationTable& table) {
+  using enum DataDirection;
+  using Self = ObjectChanges;
+  table[ptp::kDeleteObject] = {kNone, 1, 2, calling(this, &Self::deleteObject)};
+  table[kVendorDelete] = {kNone, 1, 2, calling(this, &Self::deleteObject)};
+  table[ptp::kSetObjectProtection] = {kNone, 2, 2, calling(this, &Self::setObjectProtection)};
+  table[ptp::kMoveObject] = {kNone, 2, 3, calling(this, &Self::moveObject)};
+  table[ptp::kCopyObject] = {kNone, 2, 3, calling(this, &Self::copyObject)};
+}
+
+std::uint16_t ObjectChanges::deleteOne(std::uint32_t handle, std::uint16_t operation) {
+  const auto object = state_.objects.object(handle);
+  if (!object) return kInvalidObjectHandle;
+  const auto& store = state_.objects.store(object->storage)->description;
+  if (store.access == StoreAccess::kReadOnly) return kStoreReadOnly;
+  if (store.vendorDelete && operation != kVendorDelete) return kAccessDenied;
+  const auto removal = state_.objects.remove(handle);
+  if (removal.removed > 0) state_.datasets.forget(*object);
+  if (removal.kept == 0) return kOK;
+  return removal.removed == 0 ? kObjectWriteProtected : kPartialDeletion;
+}
+
+PTPReply ObjectChanges::deleteObject(const PTPRequest& request) {
+  if (request.parameters[0] == kEveryObject) return deleteAll(request);
+  auto done = refuse(deleteOne(request.parameters[0], request.operation));
+  if (request.parameters[1] != 0) done.complaints = {"DeleteObject of one object with a format"};
+  return done;
+}
+
+// Part of it is a success of its own kind; nothing at all is the first object's failure.
+PTPReply ObjectChanges::deleteAll(const PTPRequest& request) {
+  const auto format = request.parameters[1];
+  const bool images = format == kEveryImage;
+  const auto wanted = images ? std::uint16_t{0} : static_cast<std::uint16_t>(format);
+  // Without a format what lies in folders goes with them.
+  const ObjectFilter filter{ptp::kAllStores, wanted, format == 0 ? kRoot : 0};
+  std::uint16_t failure = kOK;
+  bool any = false;
+  for (const auto handle : state_.objects.handles(filter)) {
+    const auto object = state_.objects.object(handle);
+    if (!object || (images && !isImageFormat(object->traits.format))) continue;
+    const auto code = deleteOne(handle, request.operation);
+    any = any || code == kOK || code == kPartialDeletion;
+    if (code != kOK && failure == kOK) failure = code;
+  }
+  return refuse(failure != kOK && any ? std::uint16_t{kPartialDeletion} : failure);
+}
+
+PTPReply ObjectChanges::setObjectProtection(const PTPRequest& request) {
+  if (request.parameters[1] > 1) return refuse(kInvalidParameter);
+  const auto object = state_.objects.object(request.parameters[0]);
+  if (!object) return refuse(kInvalidObjectHandle);
+  const auto& store = state_.objects.store(object->storage)->description;
+  if (store.access != StoreAccess::kReadWrite) return refuse(kStoreReadOnly);
+  state_.objects.change(object->handle, [&](StoredObject& changed) {
+    changed.traits.isProtected = request.parameters[1] == 1;
+  });
+  return {};
+}
+
+std::uint16_t ObjectChanges::destination(const PTPRequest& request, std::uint32_t& storage,
+                                         std::uint32_t& parent) const {
+  storage = request.parameters[1];
+  parent = request.parameters[2] == kRoot ? 0 : request.parameters[2];
+  const auto* store = state_.objects.store(storage);
+  if (store == nullptr) return kInvalidStorageID;
+  if (store->description.access != StoreAccess::kReadWrite) return kStoreReadOnly;
+  if (parent == 0) return kOK;
+  const auto folder = state_.objects.object(parent);
+  // A folder cannot go into itself.
+  if (!folder || !folder->isFolder() || folder->storage != storage ||
+      state_.objects.isWithin(parent, request.parameters[0])) {
+    return kInvalidParentObject;
+  }
+  return kOK;
+}
+
+PTPReply ObjectChanges::moveObject(const PTPRequest& request) {
+  const auto object = state_.objects.object(request.parameters[0]);
+  if (!object) return refuse(kInvalidObjectHandle);
+  std::uint32_t storage = 0;
+  std::uint32_t parent = 0;
+  const auto code = destination(request, storage, parent);
+  if (code != kOK) return refuse(code);
+  if (object->traits.isProtected) return refuse(kObjectWriteProtected);
+  const auto* from = state_.objects.store(object->storage);
+  if (from->description.access == StoreAccess::kReadOnly) return refuse(kStoreReadOnly);
+  const bool elsewhere = object->storage != storage;
+  if (elsewhere && state_.objects.store(storage)->free < state_.objects.totalSize(object->handle)) {
+    return refuse(kStoreFull);
+  }
+  state_.objects.move(object->handle, storage, parent);
+  return {};
+}
+
+PTPReply ObjectChanges::copyObject(const PTPRequest& request) {
+  const auto object = state_.objects.object(request.parameters[0]);
+  if (!object) return refuse(kInvalidObjectHandle);
+  std::uint32_t storage = 0;
+  std::uint32_t parent = 0;
+  const auto code = destination(request, storage, parent);
+  if (code != kOK) return refuse(code);
+  if (state_.objects.store(storage)->free < state_.objects.totalSize(object->handle)) {
+    return refuse(kStoreFull);
+  }
+  PTPReply done;
+  done.parameters = {state_.objects.copy(object->handle, storage, parent)};
+  return done;
 }
 
 }  // namespace tarvo::simulator

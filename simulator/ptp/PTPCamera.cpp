@@ -1,11 +1,14 @@
 #include "simulator/ptp/PTPCamera.h"
 
 #include <algorithm>
+#include <random>
+#include <utility>
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo::simulator {
+
 namespace {
 
 constexpr std::uint16_t kInterruptPacket = 64;
@@ -206,6 +209,211 @@ InResult PTPCamera::send(std::uint8_t endpoint, std::span<std::byte> room) {
 std::optional<std::chrono::steady_clock::time_point> PTPCamera::nextDue(
     std::uint8_t endpoint) const {
   return endpoint == kBulkIn ? answers_.queue().due() : events_.due();
+}
+
+std::string PTPCamera::setFault(std::string_view name, std::string_view value) {
+  const std::lock_guard guard(lock());
+  return faults_.set(name, value);
+}
+
+std::vector<std::uint16_t> PTPCamera::operations() const {
+  const std::lock_guard guard(lock());
+  return operations_;
+}
+
+WireCounts PTPCamera::counts() const {
+  const std::lock_guard guard(lock());
+  return counts_;
+}
+
+std::vector<std::string> PTPCamera::violations() const {
+  const std::lock_guard guard(lock());
+  return violations_.list();
+}
+
+void PTPCamera::forgetViolations() {
+  const std::lock_guard guard(lock());
+  violations_.clear();
+}
+
+std::optional<StoredObject> PTPCamera::object(std::uint32_t handle) const {
+  const std::lock_guard guard(lock());
+  return responder_.state().objects.object(handle);
+}
+
+std::shared_ptr<const Payload> PTPCamera::content(std::uint32_t handle) const {
+  const auto found = object(handle);
+  return found && !found->isFolder() ? ObjectStore::content(*found) : nullptr;
+}
+
+Bytes PTPCamera::bytes(std::uint32_t handle) const {
+  const auto payload = content(handle);
+  return payload ? allBytes(*payload) : Bytes();
+}
+
+std::vector<std::uint32_t> PTPCamera::handles(const ObjectFilter& filter) const {
+  const std::lock_guard guard(lock());
+  return responder_.state().objects.handles(filter);
+}
+
+std::uint64_t PTPCamera::freeSpace(std::uint32_t storage) const {
+  const std::lock_guard guard(lock());
+  const auto* store = responder_.state().objects.store(storage);
+  return store == nullptr ? 0 : store->free;
+}
+
+Bytes PTPCamera::displayRequest() const {
+  const std::lock_guard guard(lock());
+  return responder_.state().displayRequest;
+}
+
+nlohmann::json PTPCamera::propertyValue(std::uint16_t code) const {
+  const std::lock_guard guard(lock());
+  for (const auto& property : responder_.state().description.properties) {
+    if (property.code == code) return property.value;
+  }
+  return nullptr;
+}
+
+void PTPCamera::sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters) {
+  {
+    const std::lock_guard guard(lock());
+    queueEvent({code, parameters});
+  }
+  tellActivity();
+}
+
+std::uint32_t PTPCamera::addObject(StoredObject object) {
+  std::uint32_t handle = 0;
+  {
+    const std::lock_guard guard(lock());
+    auto& objects = responder_.state().objects;
+    if (object.storage == 0 && !objects.stores().empty()) {
+      object.storage = objects.stores().front().description.id;
+    }
+    const auto folder = objects.object(object.parent);
+    const bool placed = object.parent == 0 || (folder && folder->isFolder());
+    if (objects.store(object.storage) == nullptr || !placed) return 0;
+    handle = objects.add(std::move(object));
+    queueEvent({kObjectAdded, {handle}});
+  }
+  tellActivity();
+  return handle;
+}
+
+bool PTPCamera::removeObject(std::uint32_t handle) {
+  {
+    const std::lock_guard guard(lock());
+    auto& state = responder_.state();
+    const auto found = state.objects.object(handle);
+    if (!found || state.objects.remove(handle).removed == 0) return false;
+    state.datasets.forget(*found);
+    queueEvent({kObjectRemoved, {handle}});
+  }
+  tellActivity();
+  return true;
+}
+
+std::uint32_t PTPCamera::capture(std::uint32_t storage) {
+  PTPReply made;
+  {
+    const std::lock_guard guard(lock());
+    made = responder_.capturing().capture(storage);
+    for (const auto& event : made.events)
+      queueEvent(event);
+  }
+  tellActivity();
+  return made.events.empty() ? 0 : made.events.front().parameters.front();
+}
+
+bool PTPCamera::changeProperty(std::uint16_t code, const nlohmann::json& value) {
+  {
+    const std::lock_guard guard(lock());
+    auto* property = responder_.properties().property(code);
+    if (property == nullptr) return false;
+    property->value = value;
+    queueEvent({kDevicePropChanged, {code}});
+  }
+  tellActivity();
+  return true;
+}
+
+namespace {
+
+/// The 12 bytes before every container (USB still-image class). A length that does not fit 32
+/// bits is claimed as 0xFFFFFFFF by the caller.
+Bytes containerHeader(std::uint64_t length, std::uint16_t type, std::uint16_t code,
+                      std::uint32_t transactionID) {
+  ByteWriter writer;
+  writer.u32(static_cast<std::uint32_t>(length));
+  writer.u16(type);
+  writer.u16(code);
+  writer.u32(transactionID);
+  return writer.take();
+}
+
+}  // namespace
+
+Bytes parameterContainer(std::uint16_t type, std::uint16_t code, std::uint32_t transactionID,
+                         const std::vector<std::uint32_t>& parameters) {
+  const auto length = ptp::kContainerHeaderSize + 4 * parameters.size();
+  ByteWriter writer;
+  writer.raw(containerHeader(length, type, code, transactionID));
+  for (auto parameter : parameters)
+    writer.u32(parameter);
+  return writer.take();
+}
+
+std::uint32_t DeviceAnswers::answerID(const PTPRequest& request) const {
+  return request.transactionID + (faults_.strikes(Fault::kWrongTransactionID) ? 7 : 0);
+}
+
+OutgoingTransfer DeviceAnswers::transfer(std::shared_ptr<const Payload> payload, Time when) const {
+  OutgoingTransfer made;
+  made.payload = std::move(payload);
+  made.zeroLengthPacket = !faults_.strikes(Fault::kOmitZeroLengthPacket);
+  made.notBefore = when;
+  return made;
+}
+
+void DeviceAnswers::send(const PTPRequest& request, const PTPReply& reply) {
+  const auto late = faults_.amount(Fault::kDelay).value_or(0);
+  const auto when = std::chrono::steady_clock::now() + std::chrono::microseconds(late);
+  if (reply.data) sendData(request, reply, when);
+  // The device goes in the middle of the data, when the host has taken the first half.
+  if (faults_.strikes(Fault::kVanish)) return;
+  queue_.push(transfer(std::make_shared<BytesPayload>(parameterContainer(
+                           ptp::kResponseBlock, reply.code, answerID(request), reply.parameters)),
+                       when));
+}
+
+void DeviceAnswers::sendData(const PTPRequest& request, const PTPReply& reply, Time when) {
+  auto sent = reply.data->size();
+  if (const auto cut = faults_.amount(Fault::kTruncate)) sent = std::min<std::uint64_t>(sent, *cut);
+  auto claimed = std::min<std::uint64_t>(sent + ptp::kContainerHeaderSize, 0xFFFFFFFF);
+  if (faults_.strikes(Fault::kLieShort)) claimed -= sent / 2 + 1;
+  if (faults_.strikes(Fault::kLieLong)) claimed += 1000;
+  const bool vanishes = faults_.strikes(Fault::kVanish);
+  if (vanishes || faults_.strikes(Fault::kShort)) sent /= 2;
+  auto header = containerHeader(claimed, ptp::kDataBlock, request.operation, answerID(request));
+  if (faults_.strikes(Fault::kSplitHeader)) {
+    queue_.push(transfer(std::make_shared<BytesPayload>(std::move(header)), when));
+    header = {};
+  }
+  auto whole = transfer(std::make_shared<JoinedPayload>(std::move(header), reply.data, sent), when);
+  whole.thenGone = vanishes;
+  whole.overflows = faults_.strikes(Fault::kBabble);
+  queue_.push(std::move(whole));
+}
+
+void DeviceAnswers::sendGarbage(const PTPRequest& request) {
+  // The same bytes at every run, so that a failure can be repeated.
+  std::minstd_rand random(request.operation);
+  Bytes bytes(700);
+  for (auto& byte : bytes)
+    byte = static_cast<std::byte>(random());
+  queue_.push(
+      transfer(std::make_shared<BytesPayload>(std::move(bytes)), std::chrono::steady_clock::now()));
 }
 
 }  // namespace tarvo::simulator

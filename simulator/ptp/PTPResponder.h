@@ -6,10 +6,8 @@
 #include <cstdint>
 #include <vector>
 
-#include "simulator/ptp/CaptureOperations.h"
 #include "simulator/ptp/DatasetOperations.h"
 #include "simulator/ptp/DeviceState.h"
-#include "simulator/ptp/ObjectChanges.h"
 #include "simulator/ptp/ObjectOperations.h"
 #include "simulator/ptp/PropertyOperations.h"
 #include "simulator/ptp/SendingOperations.h"

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "simulator/massstorage/BulkOnlyCodes.h"
-#include "simulator/massstorage/ScsiCodes.h"
+#include "simulator/massstorage/MassStorageUnit.h"
+#include "simulator/massstorage/ScsiUnit.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "simulator/massstorage/ScsiCodes.h"
+#include "simulator/massstorage/ScsiUnit.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -16,7 +16,6 @@
 #include <thread>
 
 #include "simulator/testbed/BulkOnlyHost.h"
-#include "simulator/testbed/GObjectPointer.h"
 #include "simulator/testbed/IoctlMemory.h"
 
 namespace tarvo::simulator {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "simulator/description/DeviceDescription.h"
-#include "simulator/host/UsbPort.h"
+#include "simulator/host/DeviceHost.h"
 #include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {

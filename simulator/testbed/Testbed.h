@@ -16,13 +16,30 @@
 #include <set>
 #include <string>
 
+#include "simulator/description/DeviceDescription.h"
 #include "simulator/host/DeviceHost.h"
 #include "simulator/testbed/SgNode.h"
 #include "simulator/testbed/SysfsTree.h"
 #include "simulator/testbed/UsbfsNode.h"
-#include "simulator/testbed/Volume.h"
 
 namespace tarvo::simulator {
+
+/// Mounted from construction to destruction. Main thread only.
+class Volume {
+ public:
+  /// Mounts the volume at `folder`/label; `staging` is where it is filled before. Raises
+  /// std::system_error when it cannot be mounted or filled.
+  Volume(const std::filesystem::path& folder, const std::filesystem::path& staging,
+         const std::string& source, const VolumeDescription& description);
+  Volume(const Volume&) = delete;
+  Volume& operator=(const Volume&) = delete;
+  ~Volume();
+
+  const std::filesystem::path& mountPoint() const { return mountPoint_; }
+
+ private:
+  std::filesystem::path mountPoint_;
+};
 
 /// A device that is plugged in here.
 struct PluggedDevice : HostedDevice {

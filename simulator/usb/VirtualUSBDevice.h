@@ -8,7 +8,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -17,9 +19,54 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/usb/UsbDescriptors.h"
+#include "simulator/bytes/ByteWriter.h"
+#include "simulator/bytes/Payload.h"
+#include "simulator/description/DeviceDescription.h"
 
 namespace tarvo::simulator {
+
+struct EndpointDescription {
+  std::uint8_t address = 0;        ///< number, and 0x80 for the direction to the host
+  std::uint8_t attributes = 2;     ///< 2 bulk, 3 interrupt
+  std::uint16_t packetSize = 512;  ///< wMaxPacketSize, in bytes
+  std::uint8_t interval = 0;       ///< bInterval; of an interrupt endpoint
+};
+
+/// The one interface of a device.
+struct InterfaceDescription {
+  std::uint8_t interfaceClass = 0;
+  std::uint8_t interfaceSubclass = 0;
+  std::uint8_t interfaceProtocol = 0;
+  std::vector<EndpointDescription> endpoints;
+};
+
+/// A device with one configuration and one interface. Constant after construction.
+class UsbDescriptors {
+ public:
+  UsbDescriptors(UsbIdentity identity, InterfaceDescription interface);
+
+  const UsbIdentity& identity() const { return identity_; }
+  const InterfaceDescription& interface() const { return interface_; }
+  /// Null when there is none of that address.
+  const EndpointDescription* endpoint(std::uint8_t address) const;
+
+  Bytes device() const;         ///< 18 bytes (9.6.1)
+  Bytes configuration() const;  ///< with interface and endpoints behind it
+  /// String descriptor (9.6.7). Index 0 gives the languages; an index without a text gives nothing,
+  /// and the device stalls the request.
+  Bytes text(std::uint8_t index) const;
+  /// What usbfs gives to a reader of the node: device, then configuration.
+  Bytes node() const;
+
+ private:
+  /// A device without a text has index 0 in its place.
+  std::uint8_t textIndex(const std::string& text, std::uint8_t index) const {
+    return text.empty() ? 0 : index;
+  }
+
+  UsbIdentity identity_;
+  InterfaceDescription interface_;
+};
 
 /// A control request's setup packet (USB 2.0, 9.3), in the host's byte order.
 struct SetupPacket {
@@ -120,6 +167,51 @@ class VirtualUSBDevice {
   std::set<std::uint8_t> halted_;  ///< endpoint addresses
   bool gone_ = false;
   std::function<void()> activity_;
+};
+
+// What a device has to send on one IN endpoint, as transfers that are cut into packets.
+//
+// A host asks for a number of bytes; the bus gives it whole packets until one is shorter than the
+// endpoint's packet size, which ends the transfer (USB 2.0, 5.8.3). A transfer of an exact multiple
+// of that size is ended by a packet of no length. A host that asks for less than a whole packet
+// when one of full size comes gets an overflow. All three are where real hosts go wrong.
+
+/// One container on its way to the host.
+struct OutgoingTransfer {
+  std::shared_ptr<const Payload> payload;
+  bool zeroLengthPacket = true;  ///< after an exact multiple of the packet size
+  bool thenGone = false;         ///< the device vanishes where this one ends
+  bool overflows = false;        ///< its first packet is larger than any room
+  std::chrono::steady_clock::time_point notBefore{};  ///< nothing of it is sent earlier
+  std::uint64_t offset = 0;                           ///< bytes sent so far
+};
+
+/// Not locked: its device calls it under its own lock.
+class PacketQueue {
+ public:
+  /// `packetSize`: of the endpoint, in bytes.
+  explicit PacketQueue(std::uint16_t packetSize) : packetSize_(packetSize) {}
+
+  void push(OutgoingTransfer transfer) { transfers_.push_back(std::move(transfer)); }
+  void clear() { transfers_.clear(); }
+  bool isEmpty() const { return transfers_.empty(); }
+  /// When the transfer in front may be sent; none when there is none.
+  std::optional<std::chrono::steady_clock::time_point> due() const {
+    if (transfers_.empty()) return std::nullopt;
+    return transfers_.front().notBefore;
+  }
+
+  /// Fills `room` packet by packet until a short packet, the room's end or the queue's.
+  InResult fill(std::span<std::byte> room);
+
+ private:
+  /// Sends from the transfer in front; kWaiting means that the next one may follow at once.
+  InResult fillFromFront(std::span<std::byte> room);
+  /// The last `length` bytes of the transfer in front have gone into `room`: how it ends.
+  InResult finishFront(std::span<std::byte> room, std::size_t length);
+
+  std::uint16_t packetSize_;
+  std::deque<OutgoingTransfer> transfers_;
 };
 
 }  // namespace tarvo::simulator

@@ -1,4 +1,4 @@
-#include "agent/PresentDevices.h"
+#include "agent/AgentStatus.h"
 #include "tests/agent/ListenerFixture.h"
 
 namespace tarvo::test {

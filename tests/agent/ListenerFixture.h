@@ -20,7 +20,7 @@
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "agent/ListenerMain.h"
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeImageCapture.h"

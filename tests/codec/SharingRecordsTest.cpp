@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"
 

@@ -6,7 +6,7 @@
 
 #include <optional>
 
-#include "Utilities/DiskStatus.h"
+#include "Utilities/Status.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "tests/diskarbitration/FakeUDisks2.h"
 #include "tests/diskarbitration/HoldingProcess.h"

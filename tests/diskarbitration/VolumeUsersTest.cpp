@@ -1,4 +1,4 @@
-#include "platform/diskarbitration/VolumeUsers.h"
+#include "platform/diskarbitration/UDisks2Refusal.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // Folders that somebody else has filled: walked, opened and copied without leaving them.
-#include "platform/files/FolderWalk.h"
+#include "platform/files/FolderTree.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

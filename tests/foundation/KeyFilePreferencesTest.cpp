@@ -4,8 +4,6 @@
 
 #include <clocale>
 
-#include "platform/foundation/DefaultEncoding.h"
-#include "platform/foundation/SystemVersion.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/Raised.h"
 #include "tests/support/RecordingSystemLog.h"

@@ -8,7 +8,6 @@
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"
-#include "identify/IdentifyRoom.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

@@ -2,8 +2,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "identify/DeviceInfoSupport.h"
 #include "identify/GetICAVolumeFromUSBLocation.h"
-#include "identify/IdentifyRoom.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

@@ -1,5 +1,5 @@
 #include "Utilities/PTPCodes.h"
-#include "platform/imagecapture/PTPMessages.h"
+#include "platform/imagecapture/PTPChannel.h"
 #include "tests/imagecapture/ServiceFixture.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/iokit/PropertyMatch.h"
+#include "platform/iokit/Registry.h"
 
 namespace tarvo {
 namespace {

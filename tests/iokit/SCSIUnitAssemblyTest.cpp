@@ -1,4 +1,4 @@
-#include "platform/iokit/SCSIUnitAssembly.h"
+#include "platform/iokit/UdevRegistry.h"
 
 #include <gmock/gmock.h>
 

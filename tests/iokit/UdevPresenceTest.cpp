@@ -1,4 +1,4 @@
-#include "platform/iokit/UdevPresence.h"
+#include "platform/iokit/UdevRegistry.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "NativeServices/MissingArguments.h"
+#include "NativeServices/Logging.h"
 
 #include <gtest/gtest.h>
 

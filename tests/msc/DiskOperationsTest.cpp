@@ -1,5 +1,5 @@
 // The unit's disk and its card: which they are, and letting them go.
-#include "msc/GetUSBDataFromBSDName.h"
+#include "msc/TarvoMSCDevice.h"
 #include "tests/msc/MSCFixture.h"
 
 namespace tarvo::test {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeImageCapture.h"

@@ -1,5 +1,5 @@
 // The vendor mode pages: every byte that is sent, every answer that a unit can give.
-#include "msc/USBModePage.h"
+#include "msc/ModePages.h"
 #include "tests/msc/MSCFixture.h"
 
 namespace tarvo::test {

@@ -3,9 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
-#include "NativeServices/PictureDevice/operations/AddressBookReading.h"
-#include "NativeServices/PictureDevice/operations/AddressBookWriting.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPTransactions.h"

@@ -1,7 +1,7 @@
 // The two tables of file-name extensions, and where they differ.
 #include <gtest/gtest.h>
 
-#include "platform/files/FileTypeTables.h"
+#include "platform/files/FileNames.h"
 
 namespace tarvo::test {
 namespace {

@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
-#include "NativeServices/PictureDevice/operations/CollectionIDFile.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
-#include "NativeServices/PictureDevice/operations/Shoebox.h"
+#include "NativeServices/PictureDevice/operations/VendorFiles.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedDevice.h"
 #include "tests/support/TemporaryFolder.h"

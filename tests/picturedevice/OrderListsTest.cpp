@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
-#include "NativeServices/PictureDevice/operations/OrderDeletion.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
-#include "NativeServices/PictureDevice/operations/TransferOrders.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"

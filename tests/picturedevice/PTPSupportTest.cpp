@@ -4,12 +4,11 @@
 
 #include <limits>
 
-#include "NativeServices/PictureDevice/datasets/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/DeviceEvents.h"
-#include "NativeServices/PictureDevice/operations/DeviceLanguages.h"
-#include "NativeServices/PictureDevice/operations/DevicePictures.h"
 #include "NativeServices/PictureDevice/operations/DeviceProperties.h"
 #include "NativeServices/PictureDevice/operations/ObjectChanges.h"
+#include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "tests/support/HexBytes.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/support/Raised.h"

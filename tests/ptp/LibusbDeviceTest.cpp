@@ -13,7 +13,6 @@
 #include <fstream>
 
 #include "platform/imagecapture/ptp/LibusbConnector.h"
-#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
 
 namespace tarvo::ptp {
 namespace {

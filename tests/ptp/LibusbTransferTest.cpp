@@ -4,7 +4,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
+#include "platform/imagecapture/ptp/LibusbConnector.h"
 #include "simulator/testbed/UsbfsNode.h"
 #include "tests/ptp/Connecting.h"
 #include "tests/support/MainContextWait.h"

@@ -8,7 +8,7 @@
 #include <fstream>
 
 #include "Utilities/FileDescriptor.h"
-#include "platform/imagecapture/ptp/InterfaceHolder.h"
+#include "platform/imagecapture/ptp/LibusbConnector.h"
 
 namespace tarvo::ptp {
 namespace {

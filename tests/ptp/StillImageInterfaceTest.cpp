@@ -1,4 +1,4 @@
-#include "platform/imagecapture/ptp/StillImageInterface.h"
+#include "platform/imagecapture/ptp/LibusbConnector.h"
 
 #include <gtest/gtest.h>
 

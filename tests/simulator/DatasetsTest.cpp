@@ -1,6 +1,6 @@
 // The vendor data sets that a device keeps: their bytes, what a host may write, what hangs together
 // with what, and orders whose pictures are done.
-#include "simulator/bytes/ByteReader.h"
+#include "simulator/bytes/ByteWriter.h"
 #include "tests/simulator/ResponderFixture.h"
 
 namespace tarvo::simulator {

@@ -1,6 +1,6 @@
 // What a host can find out: information, listings, thumbnails, names of every kind, properties, and
 // the maker's questions.
-#include "simulator/bytes/ByteReader.h"
+#include "simulator/bytes/ByteWriter.h"
 #include "tests/simulator/ResponderFixture.h"
 
 namespace tarvo::simulator {

@@ -1,4 +1,4 @@
-#include "simulator/usb/PacketQueue.h"
+#include "simulator/usb/VirtualUSBDevice.h"
 
 #include <gmock/gmock.h>
 

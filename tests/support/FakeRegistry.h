@@ -15,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include "platform/iokit/PropertyMatch.h"
 #include "platform/iokit/Registry.h"
 
 namespace tarvo::test {

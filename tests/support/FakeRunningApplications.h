@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/desktop/RunningApplications.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo::test {
 

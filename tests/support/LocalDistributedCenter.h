@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/desktop/DistributedNotificationCenter.h"
+#include "platform/desktop/Desktop.h"
 
 namespace tarvo::test {
 

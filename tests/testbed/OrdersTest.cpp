@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/description/DatasetRecords.h"
+#include "simulator/description/DatasetDescription.h"
 #include "tests/testbed/ToolTestbed.h"
 
 namespace tarvo::test {

@@ -1,7 +1,6 @@
 // The agent as a program: its arguments, its preferences and its name on the session bus.
 #include <sys/wait.h>
 
-#include "agent/AgentName.h"
 #include "agent/AgentProcess.h"
 #include "tests/testbed/AgentTestbed.h"
 

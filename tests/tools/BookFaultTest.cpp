@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "Utilities/PTPCodes.h"
-#include "simulator/description/DatasetRecords.h"
+#include "simulator/description/DatasetDescription.h"
 #include "tests/tools/ToolBench.h"
 
 namespace tarvo::test {

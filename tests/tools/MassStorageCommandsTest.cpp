@@ -1,7 +1,7 @@
 // msc: units that show themselves as a disk.
 #include <gmock/gmock.h>
 
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeSCSIServices.h"

@@ -6,7 +6,7 @@
 
 #include "Utilities/Status.h"
 #include "tests/tools/ToolBench.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Progress.h"
 #include "tools/output/Words.h"
 

@@ -9,7 +9,7 @@
 #include <set>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/GlibPtr.h"
 #include "tools/output/Words.h"

@@ -1,15 +1,25 @@
 #include "tools/access/LocalFiles.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <system_error>
 
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/FileDescriptor.h"
+#include "platform/files/FileNames.h"
 #include "platform/files/PartFile.h"
+#include "platform/foundation/XdgFolders.h"
 #include "tools/output/ToolError.h"
 
 namespace tarvo::tools {
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -72,6 +82,88 @@ FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> c
     place.put(part, modified);
   }
   return result;
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr unsigned kMostInASecond = 100;
+constexpr std::size_t kLongestSerial = 64;
+
+[[noreturn]] void fail(const OpenedDevice& device, const std::string& path,
+                       const std::string& why) {
+  throw ToolError(
+      {.operation = device.operation(),
+       .object = path,
+       .status = status::kIOError,
+       .why = "no copy of what the device holds can be kept (" + why + "), so nothing was sent",
+       .advice = "Make room, or set XDG_DATA_HOME to a folder where you may write."});
+}
+
+std::string timeNow() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local = {};
+  ::localtime_r(&now, &local);
+  std::array<char, 32> text = {};
+  const std::size_t length = std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%S", &local);
+  return {text.data(), length};
+}
+
+/// A serial number is whatever a device says: of it stays what no file name or shell minds.
+std::string safeSerial(const std::string& serial) {
+  std::string safe;
+  for (const char letter : serial.substr(0, kLongestSerial)) {
+    const bool isPlain = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
+                         (letter >= 'a' && letter <= 'z') || letter == '-';
+    safe += isPlain ? letter : '_';
+  }
+  return safe.empty() ? "device" : safe;
+}
+
+/// Folders of their owner alone: what lies in them are people's addresses.
+std::string backupFolder(const OpenedDevice& device) {
+  const fs::path data = xdgDataHome();
+  std::error_code error;
+  fs::create_directories(data, error);
+  for (const fs::path& folder : {data / "tarvo", data / "tarvo" / "backups"}) {
+    if (!error && ::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+      error.assign(errno, std::generic_category());
+  }
+  const fs::path folder = data / "tarvo" / "backups";
+  if (error) fail(device, folder.string(), error.message());
+  return folder.string();
+}
+
+}  // namespace
+
+std::string keepBackup(const OpenedDevice& device, std::string_view what,
+                       std::string_view extension, std::span<const std::byte> content) {
+  const std::string folder = backupFolder(device);
+  const std::string name =
+      safeSerial(device.device().serialNumber()) + "-" + std::string(what) + "-" + timeNow();
+  std::string path;
+  FileDescriptor file;
+  for (unsigned number = 1; !file.isOpen() && number <= kMostInASecond; ++number) {
+    // Without blanks, so that the path can be pasted into the command that puts it back.
+    const std::string which = number == 1 ? "" : "-" + std::to_string(number);
+    path = (fs::path(folder) / (name + which + "." + std::string(extension))).string();
+    file = FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    if (!file.isOpen() && errno != EEXIST) break;
+  }
+  if (!file.isOpen()) fail(device, path, std::strerror(errno));
+  // On the disk before the device is changed: a power cut takes both otherwise.
+  if (!writeAll(file.get(), content) || ::fsync(file.get()) != 0) {
+    const std::string why = std::strerror(errno);
+    ::unlink(path.c_str());
+    fail(device, path, why);
+  }
+  return path;
+}
+
+std::string keepBackup(const OpenedDevice& device, std::string_view what,
+                       std::string_view extension, std::string_view text) {
+  return keepBackup(device, what, extension, std::as_bytes(std::span(text)));
 }
 
 }  // namespace tarvo::tools

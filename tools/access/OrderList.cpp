@@ -7,7 +7,7 @@
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
@@ -16,7 +16,7 @@
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/DeviceBook.h"
-#include "tools/access/ObjectPaths.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Utilities/PropertyDictionary.h"
+#include "tools/access/DeviceBook.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/access/UnreadEntries.h"
 
 namespace tarvo::tools {
 

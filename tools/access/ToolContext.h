@@ -1,8 +1,10 @@
 // What a command works with: its surroundings, handed in, so that a test can run it in process.
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/models/SupportedModels.h"
@@ -10,7 +12,6 @@
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/Interrupt.h"
 #include "platform/foundation/MakerConstants.h"
-#include "tools/output/GlobalOptions.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
@@ -68,5 +69,16 @@ class Consent {
 
 /// Raises what ends a command that was interrupted, if it was.
 void endIfInterrupted(const ToolContext& context, const std::string& operation);
+
+// Files that a command is given to read, standard input among them.
+
+/// All of a file; "-" is standard input. Raises a ToolError for one that cannot be read, and for
+/// one of more than 64 MB: nothing that a device takes this way is larger, and what is may be a
+/// device that never ends.
+std::vector<std::byte> readInput(const ToolContext& context, const std::string& operation,
+                                 const std::string& path);
+/// The same as text, whatever its bytes are.
+std::string readInputText(const ToolContext& context, const std::string& operation,
+                          const std::string& path);
 
 }  // namespace tarvo::tools

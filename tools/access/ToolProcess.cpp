@@ -4,20 +4,18 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "identify/IdentifyRoom.h"
+#include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "platform/desktop/BusConnection.h"
 #include "platform/desktop/ProcessRunningApplications.h"
 #include "platform/diskarbitration/UDisks2DiskArbitration.h"
-#include "platform/foundation/DefaultEncoding.h"
 #include "platform/foundation/GlibRunLoop.h"
 #include "platform/foundation/JournalLog.h"
 #include "platform/foundation/KeyFilePreferences.h"
-#include "platform/foundation/NotificationQueue.h"
+#include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/UnixMountTable.h"
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "platform/imagecapture/ptp/LibusbConnector.h"
-#include "platform/imagecapture/ptp/LibusbDeviceOpener.h"
 #include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 

@@ -8,15 +8,13 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/Backup.h"
 #include "tools/access/Batch.h"
 #include "tools/access/DeviceBook.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/addressbook/BookEditor.h"
 #include "tools/addressbook/BookFile.h"
 #include "tools/addressbook/BookImport.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

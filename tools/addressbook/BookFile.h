@@ -2,6 +2,7 @@
 // programs read.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
 
@@ -30,5 +31,37 @@ BookFile readBookFile(ToolContext& context, const std::string& operation, const 
                       BookFormat format);
 /// The book as the bytes of such a file.
 std::string bookFileText(const std::string& operation, const AddressBook& book, BookFormat format);
+
+// The text of a device's address-book file, "DCEMAIL.ABK".
+
+/// The bytes of the file with every contact that is not to be deleted, a line each, lines ended by
+/// CR LF, in `encoding` (an iconv name). The last line goes without its end where the file would
+/// else have a size that some hosts lose. None where a contact does not fit the form or the
+/// encoding; `why` tells which.
+std::optional<std::string> bookText(const AddressBook& book, const std::string& encoding,
+                                    std::string& why);
+
+// A text in the user's own editor.
+
+/// Main thread only. The text lies in a file that only its owner can read, and stays there until
+/// discard().
+class BookEditor {
+ public:
+  /// Raises a ToolError where no file can be made.
+  BookEditor(std::string operation, std::string text);
+
+  /// Runs $VISUAL, else $EDITOR, else "editor", on the file until it ends. Raises a ToolError where
+  /// it cannot be started or fails.
+  void run();
+  /// Whether the file says what it said at first.
+  bool isUnchanged() const;
+  void discard();
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string operation_;
+  std::string text_;
+  std::string path_;
+};
 
 }  // namespace tarvo::tools

@@ -9,7 +9,7 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/Backup.h"
+#include "tools/access/LocalFiles.h"
 #include "tools/access/OrderList.h"
 #include "tools/addressbook/BookFile.h"
 #include "tools/addressbook/BookWriting.h"

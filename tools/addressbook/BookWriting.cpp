@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
@@ -15,7 +15,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/LocalFiles.h"
-#include "tools/addressbook/BookText.h"
+#include "tools/addressbook/BookFile.h"
 #include "tools/objects/PutCommand.h"
 #include "tools/output/Words.h"
 

@@ -14,7 +14,7 @@
 #include "Utilities/PTPCodes.h"
 #include "tools/access/DeviceChooser.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

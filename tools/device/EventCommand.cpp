@@ -8,7 +8,7 @@
 
 #include "Utilities/Format.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "Utilities/Format.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 
 namespace tarvo::tools {
 namespace {

@@ -6,14 +6,14 @@
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "NativeServices/PictureDevice/operations/DeviceCapabilities.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/objects/PutCommand.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -7,7 +7,7 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -11,16 +11,15 @@
 
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
-#include "NativeServices/PictureDevice/operations/DeviceCapabilities.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/Backup.h"
-#include "tools/access/InputFile.h"
 #include "tools/access/LocalFiles.h"
-#include "tools/access/ObjectPaths.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/access/ToolContext.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -7,13 +7,13 @@
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
-#include "NativeServices/PictureDevice/operations/DeviceCapabilities.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/InputFile.h"
-#include "tools/access/ObjectPaths.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/access/ToolContext.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

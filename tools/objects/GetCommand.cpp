@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "platform/files/PartFile.h"
 #include "tools/access/Batch.h"
 #include "tools/access/LocalFiles.h"
-#include "tools/access/ObjectPaths.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 

@@ -7,11 +7,11 @@
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
-#include "platform/files/FileTypeTables.h"
+#include "platform/files/FileNames.h"
 #include "platform/foundation/Numbers.h"
-#include "tools/access/ObjectPaths.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

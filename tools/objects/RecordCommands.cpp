@@ -4,7 +4,7 @@
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
-#include "tools/access/InputFile.h"
+#include "tools/access/ToolContext.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/operations/ObjectFetch.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "tools/access/Batch.h"
 #include "tools/access/OrderList.h"
 #include "tools/output/Progress.h"

@@ -10,7 +10,7 @@
 #include "tools/access/Batch.h"
 #include "tools/access/OrderList.h"
 #include "tools/orders/OrderPictures.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -4,9 +4,9 @@
 #include <array>
 #include <utility>
 
-#include "Utilities/DiskStatus.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Status.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

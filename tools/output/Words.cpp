@@ -1,17 +1,21 @@
 #include "tools/output/Words.h"
 
 #include <glib.h>
+#include <strings.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <span>
 
-#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
 
 namespace tarvo::tools {
+
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
@@ -133,6 +137,221 @@ std::string padded(const std::string& text, std::size_t width, bool alignRight) 
   if (used >= width) return text;
   const std::string blanks(width - used, ' ');
   return alignRight ? blanks + text : text + blanks;
+}
+
+namespace {
+
+struct CodeName {
+  std::uint16_t code;
+  const char* name;
+};
+
+constexpr auto kOperations = std::to_array<CodeName>({
+    {ptp::kGetDeviceInfo, "GetDeviceInfo"},
+    {ptp::kOpenSession, "OpenSession"},
+    {ptp::kCloseSession, "CloseSession"},
+    {ptp::kGetStorageIDs, "GetStorageIDs"},
+    {ptp::kGetStorageInfo, "GetStorageInfo"},
+    {ptp::kGetNumObjects, "GetNumObjects"},
+    {ptp::kGetObjectHandles, "GetObjectHandles"},
+    {ptp::kGetObjectInfo, "GetObjectInfo"},
+    {ptp::kGetObject, "GetObject"},
+    {ptp::kGetThumb, "GetThumb"},
+    {ptp::kDeleteObject, "DeleteObject"},
+    {ptp::kSendObjectInfo, "SendObjectInfo"},
+    {ptp::kSendObject, "SendObject"},
+    {ptp::kInitiateCapture, "InitiateCapture"},
+    {ptp::kFormatStore, "FormatStore"},
+    {ptp::kResetDevice, "ResetDevice"},
+    {ptp::kSelfTest, "SelfTest"},
+    {ptp::kSetObjectProtection, "SetObjectProtection"},
+    {ptp::kPowerDown, "PowerDown"},
+    {ptp::kGetDevicePropDesc, "GetDevicePropDesc"},
+    {ptp::kGetDevicePropValue, "GetDevicePropValue"},
+    {ptp::kSetDevicePropValue, "SetDevicePropValue"},
+    {ptp::kResetDevicePropValue, "ResetDevicePropValue"},
+    {ptp::kTerminateOpenCapture, "TerminateOpenCapture"},
+    {ptp::kMoveObject, "MoveObject"},
+    {ptp::kCopyObject, "CopyObject"},
+    {ptp::kGetPartialObject, "GetPartialObject"},
+    {ptp::kInitiateOpenCapture, "InitiateOpenCapture"},
+    {0x9001, "XTO_SEND_VENDOR_OBJECT_INFO"},
+    {0x9002, "XTO_SEND_VENDOR_OBJECT"},
+    {0x9005, "XTO_SEND_OBJECT_INFO"},
+    {0x9006, "XTO_SEND_OBJECT"},
+    {ptp::XTO_GET_ADDRESS_BOOK_INFO, "XTO_GET_ADDRESS_BOOK_INFO"},
+    {ptp::XTO_DISPLAY_REQUEST, "XTO_DISPLAY_REQUEST"},
+    {ptp::XT_GET_DISPLAY_REQUEST_VERSION, "XT_GET_DISPLAY_REQUEST_VERSION"},
+    {ptp::XTO_GET_LCB_INFO, "XTO_GET_LCB_INFO"},
+    {ptp::XTO_GET_BRAGBOOK_VERSION, "XTO_GET_BRAGBOOK_VERSION"},
+    {ptp::XTO_SEND_OBJECT_PART, "XTO_SEND_OBJECT_PART"},
+    {ptp::XTO_GET_DB_ROWS, "XTO_GET_DB_ROWS"},
+    {0x9202, "XTO_SEND_EXT_OBJECT_INFO"},
+    {ptp::XTO_GET_PICTURE_FILE_SIZES, "XTO_GET_PICTURE_FILE_SIZES"},
+    {ptp::XTO_GET_DATASET, "XTO_GET_DATASET"},
+    {ptp::XTO_CREATE_DATASET, "XTO_CREATE_DATASET"},
+    {ptp::XTO_UPDATE_EXT_OBJECT_INFO, "XTO_UPDATE_EXT_OBJECT_INFO"},
+    {ptp::XTO_UPDATE_DATASET, "XTO_UPDATE_DATASET"},
+    {ptp::XTO_MODIFY_ASSET_LIST, "XTO_MODIFY_ASSET_LIST"},
+    {0x9209, "XTO_DELETE_VENDOR_OBJECT"},
+    {ptp::XTO_GET_SUPPORTED_DATASETS, "XTO_GET_SUPPORTED_DATASETS"},
+});
+
+constexpr auto kProperties = std::to_array<CodeName>({
+    {0x5001, "BatteryLevel"},
+    {0x5002, "FunctionalMode"},
+    {0x5003, "ImageSize"},
+    {0x5004, "CompressionSetting"},
+    {0x5005, "WhiteBalance"},
+    {0x5006, "RGBGain"},
+    {0x5007, "FNumber"},
+    {0x5008, "FocalLength"},
+    {0x5009, "FocusDistance"},
+    {0x500A, "FocusMode"},
+    {0x500B, "ExposureMeteringMode"},
+    {0x500C, "FlashMode"},
+    {0x500D, "ExposureTime"},
+    {0x500E, "ExposureProgramMode"},
+    {0x500F, "ExposureIndex"},
+    {0x5010, "ExposureBiasCompensation"},
+    {0x5011, "DateTime"},
+    {0x5012, "CaptureDelay"},
+    {0x5013, "StillCaptureMode"},
+    {0x5014, "Contrast"},
+    {0x5015, "Sharpness"},
+    {0x5016, "DigitalZoom"},
+    {0x5017, "EffectMode"},
+    {0x5018, "BurstNumber"},
+    {0x5019, "BurstInterval"},
+    {0x501A, "TimelapseNumber"},
+    {0x501B, "TimelapseInterval"},
+    {0x501C, "FocusMeteringMode"},
+    {0x501D, "UploadURL"},
+    {0x501E, "Artist"},
+    {0x501F, "CopyrightInfo"},
+    {ptp::kCaptureCapability, "CaptureCapability"},
+    {ptp::kDeviceGUID, "DeviceGUID"},
+    {0xD202, "DeviceUserName"},
+    {0xD203, "DefaultHostID"},
+    {0xD204, "DefaultCollectionID"},
+    {ptp::kIntention, "Intention"},
+});
+
+constexpr auto kEvents = std::to_array<CodeName>({
+    {0x4001, "CancelTransaction"},
+    {ptp::kObjectAdded, "ObjectAdded"},
+    {ptp::kObjectRemoved, "ObjectRemoved"},
+    {ptp::kStoreAdded, "StoreAdded"},
+    {ptp::kStoreRemoved, "StoreRemoved"},
+    {ptp::kDevicePropChanged, "DevicePropChanged"},
+    {ptp::kObjectInfoChanged, "ObjectInfoChanged"},
+    {0x4008, "DeviceInfoChanged"},
+    {0x4009, "RequestObjectTransfer"},
+    {0x400A, "StoreFull"},
+    {ptp::kDeviceReset, "DeviceReset"},
+    {ptp::kStorageInfoChanged, "StorageInfoChanged"},
+    {0x400D, "CaptureComplete"},
+    {ptp::kUnreportedStatus, "UnreportedStatus"},
+});
+
+constexpr auto kFormats = std::to_array<CodeName>({
+    {0x3000, "file"},
+    {0x3001, "folder"},
+    {0x3002, "script"},
+    {0x3003, "program"},
+    {0x3004, "text"},
+    {0x3005, "HTML page"},
+    {0x3006, "print order file"},
+    {0x3007, "AIFF sound"},
+    {0x3008, "WAV sound"},
+    {0x3009, "MP3 sound"},
+    {0x300A, "AVI movie"},
+    {0x300B, "MPEG movie"},
+    {0x300C, "ASF movie"},
+    {0x300D, "QuickTime movie"},
+    {0x300E, "XML text"},
+    {0x3800, "image"},
+    {0x3801, "JPEG image"},
+    {0x3802, "TIFF/EP image"},
+    {0x3803, "FlashPix image"},
+    {0x3804, "BMP image"},
+    {0x3805, "CIFF image"},
+    {0x3807, "GIF image"},
+    {0x3808, "JFIF image"},
+    {0x3809, "PhotoCD image"},
+    {0x380A, "PICT image"},
+    {0x380B, "PNG image"},
+    {0x380D, "TIFF image"},
+    {0x380E, "TIFF/IT image"},
+    {0x380F, "JPEG 2000 image"},
+    {0x3810, "JPEG 2000 (JPX) image"},
+    {0xB001, "firmware"},
+    {ptp::XTD_ADDRESS_BOOK_FILE, "address book"},
+    {ptp::XTD_ALBUM_NAMES_FILE, "album names"},
+    {ptp::XTD_HOST_OBJECT_WRAPPER, "host object wrapper"},
+    {ptp::XTD_QUERY, "query"},
+    {ptp::XTD_ALBUM, "album"},
+    {ptp::XTD_GROUP, "group"},
+    {ptp::XTD_CONTACT, "contact"},
+    {ptp::XTD_EMAIL_ORDER, "e-mail order"},
+    {ptp::XTD_PRINT_ORDER, "print order"},
+    {ptp::XTD_TRANSFER_ORDER, "transfer order"},
+    {ptp::XTD_SQUIRT_EMAIL_ORDER, "wireless e-mail order"},
+    {ptp::XTD_SQUIRT_PRINT_ORDER, "wireless print order"},
+    {ptp::XTD_SQUIRT_TRANSFER_ORDER, "wireless transfer order"},
+    {ptp::XTD_WIRELESS_CONFIG, "wireless settings"},
+    {ptp::XTD_BRAGBOOK, "favourite picture (older form)"},
+    {ptp::XTD_BRAGBOOK2, "favourite picture"},
+    {ptp::XTD_SHOEBOX_IMAGE, "shoebox picture"},
+});
+
+/// Null where the table has no such code.
+const char* nameIn(std::span<const CodeName> table, std::uint16_t code) {
+  const auto row = std::ranges::find(table, code, &CodeName::code);
+  return row == table.end() ? nullptr : row->name;
+}
+
+std::string nameOrNumber(std::span<const CodeName> table, std::uint16_t code) {
+  const char* name = nameIn(table, code);
+  return name ? name : formatted("0x%04x", unsigned{code});
+}
+
+}  // namespace
+
+std::string operationName(std::uint16_t code) {
+  return nameOrNumber(kOperations, code);
+}
+
+std::string propertyName(std::uint16_t code) {
+  return nameOrNumber(kProperties, code);
+}
+
+std::string eventName(std::uint16_t code) {
+  return nameOrNumber(kEvents, code);
+}
+
+std::uint16_t propertyCode(std::string_view name) {
+  const auto* row = std::ranges::find_if(kProperties, [&](const CodeName& each) {
+    return ::strcasecmp(each.name, std::string(name).c_str()) == 0;
+  });
+  return row == kProperties.end() ? 0 : row->code;
+}
+
+std::string formatInWords(std::uint16_t format) {
+  const char* name = nameIn(kFormats, format);
+  return name ? name : formatted("format 0x%04x", unsigned{format});
+}
+
+std::string storageTypeInWords(std::uint16_t type) {
+  constexpr std::array kTypes = {"unknown memory", "fixed ROM", "removable ROM", "fixed memory",
+                                 "removable memory"};
+  return type < kTypes.size() ? kTypes[type] : formatted("type 0x%04x", unsigned{type});
+}
+
+std::string accessInWords(std::uint16_t capability) {
+  constexpr std::array kAccess = {"read and write", "read only", "read and delete"};
+  return capability < kAccess.size() ? kAccess[capability]
+                                     : formatted("access 0x%04x", unsigned{capability});
 }
 
 }  // namespace tarvo::tools

@@ -6,10 +6,10 @@
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
-#include "msc/GetUSBDataFromBSDName.h"
-#include "platform/diskarbitration/VolumeUsers.h"
+#include "msc/TarvoMSCDevice.h"
+#include "platform/diskarbitration/UDisks2Refusal.h"
 #include "tools/access/DeviceChooser.h"
-#include "tools/output/Listing.h"
+#include "tools/output/Output.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
 #include "tools/units/UnitChooser.h"

@@ -3,12 +3,14 @@
 #include <fnmatch.h>
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
+#include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
-#include "tools/volumes/PictureNames.h"
 
 namespace tarvo::tools {
+
 namespace {
 
 using Kind = FolderWalk::Kind;
@@ -102,6 +104,29 @@ std::uint64_t OpenedVolume::visit(const std::vector<std::string>& operands, Volu
   }
   if (visitor.goesOn()) wanted.eachUnmatched(visitor.onUnmatched);
   return passedOver;
+}
+
+namespace {
+
+// Wider than what the library counts as a picture, which is that of the maker's own devices.
+constexpr std::string_view kExtensions[] = {
+    // Pictures.
+    "jpg", "jpeg", "jpe", "jfif", "jp2", "jpx", "jxl", "tif", "tiff", "bmp", "bmg", "fpx", "fpix",
+    "gif", "png", "pict", "pcd", "heic", "heif", "hif", "avif", "webp", "mpo", "jps", "insp",
+    // Raw pictures, maker by maker.
+    "dng", "raw", "crw", "cr2", "cr3", "nef", "nrw", "arw", "srf", "sr2", "orf", "ori", "rw2",
+    "rwl", "raf", "pef", "ptx", "srw", "x3f", "kdc", "dcr", "dc2", "dcs", "k25", "tdc", "mrw",
+    "3fr", "fff", "iiq", "mos", "mef", "erf", "gpr", "bay", "cap",
+    // Films.
+    "mov", "qt", "mp4", "m4v", "mpg", "mpeg", "mpe", "avi", "mts", "m2ts", "m2t", "ts", "mod",
+    "tod", "3gp", "3g2", "wmv", "asf", "mkv", "webm", "mxf", "vob", "dv", "insv", "360", "lrv",
+    "braw", "crm", "r3d"};
+
+}  // namespace
+
+bool isPictureOrFilm(std::string_view name) {
+  return !name.starts_with('.') &&
+         std::ranges::find(kExtensions, lowerCaseExtension(name)) != std::end(kExtensions);
 }
 
 }  // namespace tarvo::tools

@@ -3,9 +3,10 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "platform/files/FolderWalk.h"
+#include "platform/files/FolderTree.h"
 #include "tools/access/DeviceChooser.h"
 #include "tools/access/ToolContext.h"
 
@@ -50,5 +51,10 @@ class OpenedVolume {
   DeviceSummary summary_;
   FolderTree tree_;
 };
+
+// What cameras write: pictures and films, by the names of their files.
+
+/// By the extension, without regard to case; never a hidden file. Any thread.
+bool isPictureOrFilm(std::string_view name);
 
 }  // namespace tarvo::tools

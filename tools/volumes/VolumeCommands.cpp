@@ -4,14 +4,14 @@
 #include <optional>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/PTPDates.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/VolumeFiles.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "platform/files/FileTypeTables.h"
+#include "platform/files/FileNames.h"
 #include "tools/access/Batch.h"
-#include "tools/access/ObjectPaths.h"
-#include "tools/output/Listing.h"
+#include "tools/access/ObjectSelection.h"
+#include "tools/output/Output.h"
 #include "tools/output/Words.h"
 #include "tools/volumes/OpenedVolume.h"
 

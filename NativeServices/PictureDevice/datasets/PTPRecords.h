@@ -7,11 +7,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/AddressBookInfo.h"
+#include "NativeServices/PictureDevice/datasets/AddressBook.h"
+#include "NativeServices/PictureDevice/datasets/Orders.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/PropertyDictionary.h"
@@ -101,5 +104,50 @@ PropertyDictionary scanPropertyValue(XTPTPDataSet& dataSet, std::uint16_t dataty
 /// not fit, with a reason for a user that begins with `name`.
 void storePropertyValue(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
                         const PropertyDictionary& value, std::string_view name = "the value");
+
+// The vendor data sets of the address book: a contact (format 0xB203) and a group (0xB202).
+
+/// A random GUID as canonical text. Any thread.
+std::string newGUID();
+/// Whether a uid tells one contact from all others: a GUID does, but for that of zeros.
+bool identifies(const std::optional<std::string>& uid);
+
+/// Reads a contact from the current position; handle and action are left as they are made. Raises
+/// NSRangeException when the data set ends early.
+Contact scanContact(XTPTPDataSet& dataSet);
+
+/// Appends a contact. Its picture and its groups are written as none, and of its street the first
+/// two lines: intended. A contact without a uid gets a new GUID on the wire, each time anew.
+void storeContact(XTMutablePTPDataSet& dataSet, const Contact& contact);
+
+/// A group as it travels, its members still being handles. Raises NSRangeException when the data
+/// set ends early.
+ContactGroupRecord scanContactGroup(XTPTPDataSet& dataSet);
+void storeContactGroupRecord(XTMutablePTPDataSet& dataSet, const ContactGroupRecord& group);
+
+/// Reads a group whose members are those of `contacts`, in the order of the wire. A member that is
+/// not among them is a failed assertion, "Could not find contacts for all members of group %@".
+/// Raises NSRangeException when the data set ends early.
+ContactGroup scanGroupAndAssignContacts(XTPTPDataSet& dataSet, const ContactsByHandle& contacts);
+
+/// Appends a group with the handles of its members; those of `group` itself do not count.
+void storeContactGroup(XTMutablePTPDataSet& dataSet, const ContactGroup& group,
+                       std::span<const std::uint32_t> members);
+
+// The vendor data sets of orders, read from a device and, as exact inverses, written.
+
+// Each reads from the current position. Raises NSRangeException when the data set ends early.
+
+EmailOrderRecord scanEmailOrder(XTPTPDataSet& dataSet);
+PrintOrderRecord scanPrintOrder(XTPTPDataSet& dataSet);
+/// The order id takes 20 bytes here, whatever they are: those that are no GUID read as zeros.
+TransferOrderRecord scanTransferOrder(XTPTPDataSet& dataSet);
+
+// An order id that is no GUID text is written as a UInt32 0, as storeGUID() does; that of a
+// transfer order, whose reader could not take it, as 16 zero bytes.
+
+void storeEmailOrder(XTMutablePTPDataSet& dataSet, const EmailOrderRecord& order);
+void storePrintOrder(XTMutablePTPDataSet& dataSet, const PrintOrderRecord& order);
+void storeTransferOrder(XTMutablePTPDataSet& dataSet, const TransferOrderRecord& order);
 
 }  // namespace tarvo

@@ -4,8 +4,7 @@
 #include <array>
 #include <string>
 
-#include "NativeServices/PictureDevice/datasets/ContactRecords.h"
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSONFields.h"
 
 namespace tarvo {

@@ -4,6 +4,10 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 
@@ -99,6 +103,381 @@ void inspectGuarded(ICAObject object, const char* entry) {
     TraceLog::trace("%s", line.c_str());
     logTo(room->services().log, LogLevel::kError, line);
   }
+}
+
+namespace {
+
+// A device that has just come needs a moment before it answers.
+constexpr std::chrono::milliseconds kInspectionDelay{500};
+
+// Modules of Image Capture, by the last component of "device module".
+constexpr std::string_view kPTPCameraModule = "PTPCamera.app";
+constexpr std::string_view kMassStorageCameraModule = "MassStorageCamera.app";
+constexpr std::string_view kMassStorageModule = "MassStorage.app";
+constexpr std::string_view kPictureCDName = "Tarvo PictureCD";
+
+ImageCapture& imageCapture() {
+  return PictureDeviceRoom::required().services().imageCapture;
+}
+
+std::string moduleOf(const PropertyDictionary& properties) {
+  return lastPathComponent(textForKey(properties, "device module").value_or(""));
+}
+
+/// The one disc that mounts like a card but is none.
+bool isPictureCD(const PropertyDictionary& properties) {
+  return moduleOf(properties) == kMassStorageModule &&
+         textForKey(properties, "ifil") == std::string(kPictureCDName);
+}
+
+// Events of Image Capture. They can be delivered after the room has gone.
+
+/// Calls `handler`; what the system raises in it is traced and ends here, anything else passes on.
+template <typename Handler>
+void guardedEvent(const char* callback, const Handler& handler) {
+  try {
+    handler();
+  } catch (const Exception& exception) {
+    TraceLog::trace("handling uncaught exception in %s: %s", callback, exception.what());
+  }
+}
+
+void notifyICADeviceAdded(const ICAEvent& event) {
+  if (!PictureDeviceRoom::current()) return;
+  TraceLog::trace("notifyICADeviceAdded called with registerEventNotificationPB->object: %x",
+                  event.object);
+  guardedEvent("notifyICADeviceAdded", [&] { XTImageCaptureDevice::deviceAdded(event.object); });
+}
+
+void notifyICADeviceRemoved(const ICAEvent& event) {
+  if (!PictureDeviceRoom::current()) return;
+  TraceLog::trace("notifyICADeviceRemoved called with registerEventNotificationPB->object: %x",
+                  event.object);
+  guardedEvent("notifyICADeviceRemoved",
+               [&] { XTImageCaptureDevice::deviceRemoved(event.object); });
+}
+
+// The store events have no guard of their own; what they raise reaches Image Capture's.
+void notifyICAStoreAdded(const ICAEvent& event) {
+  if (!PictureDeviceRoom::current()) return;
+  TraceLog::trace("notifyICAStoreAdded called with registerEventNotificationPB->object: %x",
+                  event.object);
+  XTImageCaptureDevice::storeAdded(event.object);
+}
+
+void notifyICAStoreRemoved(const ICAEvent& event) {
+  if (!PictureDeviceRoom::current()) return;
+  TraceLog::trace("notifyICAStoreRemoved called with registerEventNotificationPB->object: %x",
+                  event.object);
+  XTImageCaptureDevice::storeRemoved(event.object);
+}
+
+/// Registers and traces a failure under `label`. The status of Image Capture.
+Status registerForEvent(ICAObject object, FourCharCode type, const char* label,
+                        ImageCapture::EventCallback callback) {
+  const Status status =
+      imageCapture().registerForEventNotification(object, type, std::move(callback));
+  if (status != status::kOK) {
+    TraceLog::trace("%s: registerEventNotificationPB.header.err: %i", label, status);
+  }
+  return status;
+}
+
+void raiseUnlessRegistered(Status status) {
+  if (status == status::kOK) return;
+  throw Exception(std::string(exception_name::kEventRegistration), "Event registration failed.");
+}
+
+/// Makes the device read its stores again, then tells whoever observes. The device may be unknown.
+void storesOfObjectChanged(ICAObject object, std::string_view notification) {
+  const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
+  // Before the notification: an observer that counts pictures must get the new number.
+  if (device) device->storesChanged();
+  PictureDeviceRoom::required().services().center.post({std::string(notification), device});
+}
+
+/// A code that is not the expected one, in words.
+std::string codeMismatch(const char* what, FourCharCode code, FourCharCode expected) {
+  return formatted("%s: '%s'; should have been '%s'", what, fourCharText(code).c_str(),
+                   fourCharText(expected).c_str());
+}
+
+/// Says what is odd about the device list. Enumeration goes on all the same.
+void traceDeviceListInfo(ICAObject list) {
+  ICAObjectInfo info;
+  const Status status = imageCapture().getObjectInfo(list, info);
+  TraceLog::trace("Get Device List Info: objectType: '%s'; objectSubtype: '%s'",
+                  fourCharText(info.objectType).c_str(), fourCharText(info.objectSubtype).c_str());
+  if (status != status::kOK) TraceLog::trace("getObjectInfoPB.header.err: %i", status);
+  // Only said, not acted on: the count and the children below decide.
+  if (info.objectType != ica::kObjectList) {
+    TraceLog::trace("%s", codeMismatch("getObjectInfoPB.objectInfo.objectType", info.objectType,
+                                       ica::kObjectList)
+                              .c_str());
+    TraceLog::trace(
+        "ICA appears to be confused; an object list was reported, but when examined it was not "
+        "valid.");
+  }
+  if (info.objectSubtype != ica::kDevice) {
+    TraceLog::trace("%s", codeMismatch("getObjectInfoPB.objectInfo.objectSubtype",
+                                       info.objectSubtype, ica::kDevice)
+                              .c_str());
+  }
+}
+
+/// How many children the device list has; none, traced, when Image Capture cannot tell. The call
+/// and its header fail apart from each other, and either failure counts.
+std::optional<std::uint32_t> childCountOf(ICAObject list) {
+  std::uint32_t count = 0;
+  Status headerErr = status::kOK;
+  const Status status = imageCapture().getChildCount(list, count, headerErr);
+  if (status == status::kOK && headerErr == status::kOK) return count;
+  TraceLog::trace("getChildCountPB.header.err: %i", headerErr != 0 ? headerErr : status);
+  return std::nullopt;
+}
+
+/// Class that enumeration names for a module; it differs from the one that an inspection makes of a
+/// mass-storage module, which is intended.
+std::optional<std::string_view> classNameForModule(std::string_view module) {
+  if (module == kPTPCameraModule) return "XTImageCapturePTPDevice";
+  if (module == kMassStorageModule) return "XTImageCaptureVolume";
+  return std::nullopt;
+}
+
+void say(std::string* why, std::string words) {
+  if (why) *why = std::move(words);
+}
+
+/// The device when it has the maker's PTP vendor extension: that is how a camera of the maker is
+/// recognised.
+std::shared_ptr<XTImageCaptureDevice> makersPTPDevice(ICAObject object, std::string* why) {
+  Status failure = status::kOK;
+  auto device = XTImageCapturePTPDevice::withICAObject(object, &failure);
+  if (!device) {
+    say(why, statusText(failure));
+    return nullptr;
+  }
+  // Not by the USB vendor id: the extension is what the vendor operations hang on.
+  const auto& maker = PictureDeviceRoom::required().services().maker;
+  if (device->vendorExtensionID() == maker.ptpVendorExtensionID) return device;
+  TraceLog::trace("deviceFromICAObject: vendorExtensionID != TARVO_PTP_VENDOR_EXTENSION_ID");
+  say(why, formatted("its PTP vendor extension is 0x%08x", device->vendorExtensionID()));
+  return nullptr;
+}
+
+/// The property dictionary of a device that is being built; none, traced, when there is none.
+std::optional<PropertyDictionary> copyProperties(ICAObject object) {
+  PropertyDictionary properties;
+  const Status status = imageCapture().copyObjectPropertyDictionary(object, properties);
+  if (status != status::kOK) {
+    TraceLog::trace("icaDevices copyObjectPropertyDictionaryPB.header.err: %i", status);
+    return std::nullopt;
+  }
+  return properties;
+}
+
+}  // namespace
+
+void XTImageCaptureDevice::registerDeviceAddedNotifications() {
+  auto& room = PictureDeviceRoom::required();
+  // Kept apart from the look at what is there, which every call repeats.
+  if (!room.registeredForDeviceAdded) {
+    raiseUnlessRegistered(
+        registerForEvent(0, ica::kDeviceAdded, "DeviceAdded", notifyICADeviceAdded));
+    room.registeredForDeviceAdded = true;
+  }
+  checkForDevicesAtStartup();
+}
+
+void XTImageCaptureDevice::registerForDeviceRemovedEvent(ICAObject object) {
+  raiseUnlessRegistered(
+      registerForEvent(object, ica::kDeviceRemoved, "DeviceRemoved", notifyICADeviceRemoved));
+}
+
+void XTImageCaptureDevice::registerForStoreAddedEvent(ICAObject object) {
+  raiseUnlessRegistered(
+      registerForEvent(object, ica::kStoreAdded, "StoreAdded", notifyICAStoreAdded));
+}
+
+void XTImageCaptureDevice::registerForStoreRemovedEvent(ICAObject object) {
+  registerForEvent(object, ica::kStoreRemoved, "StoreRemoved", notifyICAStoreRemoved);
+}
+
+void XTImageCaptureDevice::checkForDevicesAtStartup(bool) {
+  // Taken at once: inspections can change the list that they are taken from.
+  std::vector<ICAObject> objects;
+  icaDevices(nullptr, &objects);
+  for (const ICAObject object : objects)
+    inspectGuarded(object, "checkForDevicesAtStartup");
+}
+
+std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
+    std::vector<std::string>* classes, std::vector<ICAObject>* objects) {
+  ICAObject list = 0;
+  if (const Status status = imageCapture().getDeviceList(list); status != status::kOK) {
+    TraceLog::trace("getDeviceListPB.header.err: %i", status);
+    return std::nullopt;
+  }
+  traceDeviceListInfo(list);
+  const auto count = childCountOf(list);
+  if (!count) return std::nullopt;
+  TraceLog::trace("found %i ICA image source(s)", static_cast<int>(*count));
+
+  std::vector<std::string> names;
+  for (std::uint32_t index = 0; index < *count; ++index) {
+    // Scanners and the like are children too; they are passed over, not counted as failures.
+    const ICAObject object = cameraObjectAtIndex(index, list);
+    if (object == 0) continue;
+    const auto properties = copyProperties(object);
+    // One dictionary that cannot be read ends the enumeration: what was found is not reported.
+    if (!properties) return std::nullopt;
+    if (isPictureCD(*properties)) continue;
+    names.push_back(textForKey(*properties, "ifil").value_or(""));
+    const auto className = classNameForModule(moduleOf(*properties));
+    if (classes && className) classes->emplace_back(*className);
+    if (objects) objects->push_back(object);
+  }
+  return names;
+}
+
+ICAObject XTImageCaptureDevice::cameraObjectAtIndex(std::uint32_t index, ICAObject deviceList) {
+  ICAChildInfo child;
+  if (const Status status = imageCapture().getNthChild(deviceList, index, child);
+      status != status::kOK) {
+    TraceLog::trace("getNthChildPB.header.err: %i", status);
+    return 0;
+  }
+  const auto traceMismatch = [&](const char* field, FourCharCode code, FourCharCode expected) {
+    TraceLog::trace("child %d %s", static_cast<int>(index),
+                    codeMismatch(field, code, expected).c_str());
+  };
+  if (child.info.objectType != ica::kDevice) {
+    traceMismatch("getNthChildPB.childInfo.objectType", child.info.objectType, ica::kDevice);
+    return 0;
+  }
+  if (child.info.objectSubtype != ica::kCamera) {
+    traceMismatch("getNthChildPB.childInfo.objectSubtype", child.info.objectSubtype, ica::kCamera);
+    return 0;
+  }
+  return child.object;
+}
+
+void XTImageCaptureDevice::primeICADevice(ICAObject object) {
+  TraceLog::traceWithTag(formatted("primeICADevice 0x%X", object), XTOptDebugLog);
+  // The asynchronous copy would end in nothing, so it is not begun; no device results. Intended.
+  if (PictureDeviceRoom::required().gEnableAsyncDeviceInspection) return;
+  PropertyDictionary properties;
+  const Status status = imageCapture().copyObjectPropertyDictionary(object, properties);
+  if (status != status::kOK) {
+    // It went within the half second, or answers nobody: its removal or its next arrival will tell.
+    TraceLog::trace("Device inspection failed for Image Capture device 0x%X status = %d", object,
+                    status);
+    return;
+  }
+  completeDeviceInspection(object, properties);
+}
+
+void XTImageCaptureDevice::completeDeviceInspection(ICAObject object,
+                                                    const PropertyDictionary& properties) {
+  TraceLog::traceWithTag(formatted("completeDeviceInspection 0x%X", object), XTOptDebugLog);
+  // Before the device is built, so that a removal is heard whether or not one results.
+  registerForDeviceRemovedEvent(object);
+  // A device that gives nothing is dropped, but its removal is still heard and ends its retries.
+  const auto device = DeviceInspection(PictureDeviceRoom::required(), object, properties).run();
+  if (!device) return;
+  registerForStoreAddedEvent(object);
+  registerForStoreRemovedEvent(object);
+  device->cache();
+}
+
+std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
+    ICAObject object, const PropertyDictionary* properties, std::string* why) {
+  std::optional<PropertyDictionary> copied;
+  if (!properties) {
+    copied = copyProperties(object);
+    if (!copied) return nullptr;
+    properties = &*copied;
+  }
+  if (!properties->is_object()) {
+    TraceLog::trace("ICACopyObjectPropertyDictionary returned nil dictionary");
+    return nullptr;
+  }
+  // Events do not come by way of the enumeration, so the disc is kept out here as well.
+  if (isPictureCD(*properties)) return nullptr;
+  // The module says how Image Capture reaches the device, which decides the class.
+  const std::string module = moduleOf(*properties);
+  if (module == kPTPCameraModule) return makersPTPDevice(object, why);
+  // No test for the maker here: who hears of a mass-storage device filters.
+  if (module != kMassStorageCameraModule && module != kMassStorageModule) return nullptr;
+  Status failure = status::kOK;
+  auto device = XTImageCaptureMSCDevice::withICAObject(object, &failure);
+  if (!device) say(why, statusText(failure));
+  return device;
+}
+
+std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceWithICAObject(ICAObject object) {
+  for (const auto& device : deviceList()) {
+    auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
+    if (candidate && candidate->icaObject() == object) return candidate;
+  }
+  return nullptr;
+}
+
+std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject object) {
+  if (object == 0) {
+    TraceLog::trace("getICADeviceName couldn't get an ICA object");
+    return std::nullopt;
+  }
+  ICAPropertyInfo info;
+  Status status = imageCapture().getPropertyByType(object, ica::kPropertyVolumeLabel, info);
+  if (status != status::kOK) {
+    TraceLog::trace("getPropertyByTypePB.header.err: %i", status);
+    return std::nullopt;
+  }
+  if (info.dataType != ica::kDataTypeText) {
+    TraceLog::trace("%s", codeMismatch("getPropertyByTypePB.propertyInfo.dataType", info.dataType,
+                                       ica::kDataTypeText)
+                              .c_str());
+    return std::nullopt;
+  }
+  std::string label;
+  status = imageCapture().getPropertyData(object, ica::kPropertyVolumeLabel, label);
+  if (status != status::kOK) {
+    TraceLog::trace("getPropertyDataPB.header.err: %i", status);
+    return std::nullopt;
+  }
+  // The label is C text: it ends at the first zero.
+  label.resize(std::min(label.find('\0'), label.size()));
+  TraceLog::trace("Volume Label: %s", label.c_str());
+  return label;
+}
+
+void XTImageCaptureDevice::deviceAdded(ICAObject object) {
+  auto& pending = PictureDeviceRoom::required().pendingInspections();
+  // A second event while the first one waits would only inspect the device twice.
+  if (deviceWithICAObject(object) || pending.isWaiting(object)) return;
+  pending.schedule(object, kInspectionDelay,
+                   [object] { inspectGuarded(object, "primeICADeviceDelayed"); });
+}
+
+void XTImageCaptureDevice::deviceRemoved(ICAObject object) {
+  // A device that is still held by somebody else is not in the registry, but is waited for.
+  PictureDeviceRoom::required().pendingInspections().forget(object);
+  for (const auto& device : deviceList()) {
+    const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
+    if (!candidate || candidate->icaObject() != object) continue;
+    // First, so that no observer of the removal sends the device a message.
+    candidate->setDisconnected(true);
+    candidate->uncache();
+  }
+}
+
+void XTImageCaptureDevice::storeAdded(ICAObject object) {
+  storesOfObjectChanged(object, kStoreAddedNotification);
+}
+
+void XTImageCaptureDevice::storeRemoved(ICAObject object) {
+  storesOfObjectChanged(object, kStoreRemovedNotification);
 }
 
 }  // namespace tarvo

@@ -2,22 +2,114 @@
 // for its life; while it lives, the class operations of the devices reach it.
 #pragma once
 
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
-#include "NativeServices/PictureDevice/devices/DeviceRegistry.h"
-#include "NativeServices/PictureDevice/devices/PendingInspections.h"
 #include "Utilities/LogSink.h"
-#include "platform/desktop/RunningApplications.h"
+#include "platform/desktop/Desktop.h"
 #include "platform/foundation/MakerConstants.h"
 #include "platform/foundation/MountTable.h"
 #include "platform/foundation/NotificationCenter.h"
-#include "platform/foundation/NotificationQueue.h"
 #include "platform/foundation/RunLoop.h"
 #include "platform/foundation/UserDefaults.h"
 #include "platform/imagecapture/ImageCapture.h"
 #include "platform/iokit/Registry.h"
 
 namespace tarvo {
+
+class XTPictureDevice;
+
+inline constexpr std::string_view kDeviceAddedNotification = "DeviceAdded";
+inline constexpr std::string_view kDeviceRemovedNotification = "DeviceRemoved";
+
+/// Main thread only.
+///
+/// The registry shares each device with whoever got it from the list: a device that has left lives
+/// on, disconnected, until the last of them lets it go.
+class DeviceRegistry {
+ public:
+  using DeviceList = std::vector<std::shared_ptr<XTPictureDevice>>;
+
+  DeviceRegistry(NotificationCenter& center, NotificationQueue& queue, RunLoop& runLoop,
+                 LogSink log)
+      : center_(center), queue_(queue), runLoop_(runLoop), log_(std::move(log)) {}
+  ~DeviceRegistry() { *alive_ = false; }
+  DeviceRegistry(const DeviceRegistry&) = delete;
+  DeviceRegistry& operator=(const DeviceRegistry&) = delete;
+
+  /// In the order of arrival. Valid until the next change; observers take a copy.
+  const DeviceList& devices() const { return deviceSet_; }
+
+  /// Appends the device and announces it, unless one that is the same device is there already,
+  /// which is logged. What an observer raises is logged and passed on; the device stays in the
+  /// list.
+  void add(const std::shared_ptr<XTPictureDevice>& device);
+  /// Ends the device's observing, announces its removal and drops it; nothing for a device that is
+  /// not in the list. What an observer raises is passed on after the device has been dropped.
+  void remove(XTPictureDevice& device);
+  /// Drops every device without a notification.
+  void clear() { deviceSet_.clear(); }
+
+  /// Posts the notification about `device` as the posting style says: when the main loop is idle,
+  /// with the style that holds then, or at once.
+  void notify(std::string_view name, XTPictureDevice& device);
+
+  /// kWhenIdle while discovery runs at the start, so that the observers are called when all of it
+  /// is known; kNow otherwise.
+  PostingStyle discoveryNotificationPostingStyle = PostingStyle::kNow;
+
+ private:
+  /// From the loop: the second half of a deferred notify().
+  void postAtIdleTime(const Notification& notification);
+
+  NotificationCenter& center_;
+  NotificationQueue& queue_;
+  RunLoop& runLoop_;
+  LogSink log_;
+  DeviceList deviceSet_;
+  /// Tells deferred calls that their registry has gone.
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
+};
+
+// Inspections of Image Capture devices that wait for their time: the half second after an arrival,
+// and the retries while somebody else holds the device's interface.
+
+/// Main thread only. At most one inspection of an object waits; destroying this drops them all.
+///
+/// A timer of the main loop waits for each, none of them repeats, and none is left when nothing
+/// waits.
+class PendingInspections {
+ public:
+  explicit PendingInspections(RunLoop& runLoop) : runLoop_(runLoop) {}
+  ~PendingInspections();
+  PendingInspections(const PendingInspections&) = delete;
+  PendingInspections& operator=(const PendingInspections&) = delete;
+
+  /// Whether an inspection of the object is scheduled.
+  bool isWaiting(ICAObject object) const;
+  /// Calls `inspect` once after `delay`. Replaces what waits for the same object.
+  void schedule(ICAObject object, std::chrono::milliseconds delay, std::function<void()> inspect);
+  /// Counts a retry and gives its number, from 1 on; 0 once `limit` retries have been counted since
+  /// the last forget().
+  int countRetry(ICAObject object, int limit);
+  /// Drops what waits for the object, and its count of retries.
+  void forget(ICAObject object);
+
+ private:
+  void cancelTimer(ICAObject object);
+
+  RunLoop& runLoop_;
+  /// Only timers that have not fired.
+  std::map<ICAObject, std::shared_ptr<Timer>> timers_;
+  /// Of objects whose interface was refused, until forget().
+  std::map<ICAObject, int> retries_;
+};
 
 /// What the picture devices use of the platform; lent for the life of the room.
 struct PictureDeviceServices {

@@ -1,12 +1,20 @@
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 
+#include <algorithm>
+#include <string_view>
 #include <typeinfo>
+#include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 #include "NativeServices/PictureDevice/devices/DeviceInspection.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/operations/OrderLists.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
+#include "platform/files/FileNames.h"
+#include "platform/files/ScratchFolder.h"
 
 namespace tarvo {
 
@@ -136,6 +144,290 @@ std::int64_t XTImageCaptureDevice::objectSize(const ObjectReference& object) {
 
 std::optional<std::string> XTImageCaptureDevice::objectFilename(const ObjectReference& object) {
   return textForKey(object, "ifil");
+}
+
+namespace {
+
+constexpr char kCapabilities[] = "capa";
+constexpr char kPictures[] = "data";
+
+ImageCapture& imageCapture() {
+  return PictureDeviceRoom::required().services().imageCapture;
+}
+
+}  // namespace
+
+const PropertyDictionary* XTImageCaptureDevice::loadedProperty(const std::string& key,
+                                                               Status* failure) {
+  Status status = refreshIcaDictionary();
+  if (icaDictionary_ && icaDictionary_->is_object() && !loadedKeys_.contains(key)) {
+    PropertyDictionary value;
+    status = imageCapture().copyObjectProperty(icaObject_, key, value);
+    // After a failure the device is asked again the next time.
+    if (status == status::kOK) (*icaDictionary_)[key] = std::move(value);
+    if (status == status::kOK || status == status::kICAPropertyNotFound) loadedKeys_.insert(key);
+  }
+  if (failure) *failure = status;
+  return icaDictionary_ ? arrayForKey(*icaDictionary_, key) : nullptr;
+}
+
+std::int32_t XTImageCaptureDevice::imageCount() {
+  const auto* pictures = loadedProperty(kPictures);
+  return pictures ? static_cast<std::int32_t>(pictures->size()) : 0;
+}
+
+std::optional<ObjectReferences> XTImageCaptureDevice::pictureFiles() {
+  const auto* pictures = loadedProperty(kPictures);
+  return pictures ? ObjectReferences(pictures->begin(), pictures->end()) : ObjectReferences();
+}
+
+Status XTImageCaptureDevice::deleteObject(const ObjectReference& object) {
+  // The message goes to the object itself, not to its device.
+  const auto handle = int32ForKey(object, "icao");
+  if (!handle) return status::kICAInvalidObject;
+  ICAObjectSendMessagePB block;
+  block.object = static_cast<ICAObject>(*handle);
+  block.messageType = ica::kMessageDelete;
+  const Status status = icaObjectSendMessage(block);
+  if (status != status::kOK || !icaDictionary_ || !arrayForKey(*icaDictionary_, kPictures)) {
+    return status;
+  }
+  // Our own copy, which nobody else brings up to date.
+  auto& pictures = (*icaDictionary_)[kPictures];
+  const auto deleted = std::ranges::find_if(
+      pictures, [&](const auto& picture) { return int32ForKey(picture, "icao") == handle; });
+  if (deleted != pictures.end()) pictures.erase(deleted);
+  return status;
+}
+
+Status XTImageCaptureDevice::setDateTime() {
+  Status failure = status::kOK;
+  const auto* capabilities = loadedProperty(kCapabilities, &failure);
+  const std::size_t count = capabilities ? capabilities->size() : 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& element = (*capabilities)[i];
+    const auto code = element.is_number_integer() ? element.get<FourCharCode>() : FourCharCode{0};
+    TraceLog::trace("Capability %d: %s", static_cast<int>(i), fourCharText(code).c_str());
+    if (code != ica::kMessageSyncClock) continue;
+    ICAObjectSendMessagePB block;
+    block.object = icaObject_;
+    block.messageType = ica::kMessageSyncClock;
+    const Status status = icaObjectSendMessage(block);
+    if (status != status::kOK) {
+      TraceLog::trace("setDateTime CameraSyncClock objectSendMessagePB.header.err: 0x%x",
+                      static_cast<unsigned>(status));
+    }
+    return status;
+  }
+  // A device that could not be asked may have a clock.
+  const bool isKnown = failure == status::kOK || failure == status::kICAPropertyNotFound;
+  return isKnown ? status::kUnsupported : failure;
+}
+
+void XTImageCaptureDevice::forgetContents() {
+  // The copy itself stays until it is fetched again: who holds a look into it goes on.
+  if (icaObject_ != 0) imageCapture().forgetContents(icaObject_);
+  icaDictionaryDirty_ = true;
+}
+
+void XTImageCaptureDevice::storesChanged() {
+  // Handles of objects and stores are given anew when a card was changed.
+  fields_.objectInfoCache.clear();
+  fields_.storageIDCache.reset();
+  fields_.cachedAlbumDict.reset();
+  forgetContents();
+  icaDictionary_.reset();
+}
+
+Status XTImageCaptureDevice::registerForExtendedEvents() {
+  const auto listener = [weak = weak_from_this()](const ICAEvent& event) {
+    // An event can be on its way while the last holder lets the device go.
+    const auto device = std::dynamic_pointer_cast<XTImageCaptureDevice>(weak.lock());
+    if (device && PictureDeviceRoom::current()) device->extendedEvent(event.dictionary);
+  };
+  const Status status =
+      imageCapture().registerForEventNotification(icaObject_, ica::kExtended, listener);
+  if (status != status::kOK) {
+    TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
+  }
+  return status;
+}
+
+void XTImageCaptureDevice::unregisterForExtendedEvents() {
+  const Status status = imageCapture().registerForEventNotification(icaObject_, ica::kExtended, {});
+  if (status != status::kOK) {
+    TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
+  }
+}
+
+void XTImageCaptureDevice::extendedEvent(const PropertyDictionary& event) {
+  const auto number = [&](const char* key) {
+    return static_cast<std::uint32_t>(int32ForKey(event, key).value_or(0));
+  };
+  std::vector<std::uint32_t> parameters;
+  if (const auto* list = arrayForKey(event, "params")) {
+    for (const auto& parameter : *list)
+      parameters.push_back(parameter.is_number_integer() ? parameter.get<std::uint32_t>() : 0);
+  }
+  const auto code = static_cast<std::uint16_t>(number("code"));
+  // As the service has forgotten its own lists by now.
+  if (code == ptp::kObjectAdded || code == ptp::kObjectRemoved) icaDictionaryDirty_ = true;
+  handlePTPEvent(code, number("session"), number("transaction"), parameters);
+}
+
+namespace {
+
+constexpr char kTree[] = "tree";
+constexpr std::string_view kMarkerSuffix = ".MRK";
+
+std::string nameOf(const PropertyDictionary& node) {
+  return textForKey(node, "ifil").value_or("");
+}
+
+/// "icao" as a handle; 0, which names nothing, without one.
+ICAObject handleOf(const PropertyDictionary& node) {
+  return static_cast<ICAObject>(int32ForKey(node, "icao").value_or(0));
+}
+
+/// Calls `visit` with each file below `node` and its index in its folder, folders as they come. The
+/// number of the node's own children.
+template <typename Visit>
+std::size_t eachFileBelow(const PropertyDictionary& node, const Visit& visit) {
+  const auto* children = arrayForKey(node, kTree);
+  const std::size_t count = children ? children->size() : 0;
+  TraceLog::trace("this node's name is %s, and it has %i members", nameOf(node).c_str(),
+                  static_cast<int>(count));
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto& child = (*children)[i];
+    // A folder may be named like a file that is looked for.
+    if (child.is_object() && child.contains(kTree)) {
+      TraceLog::trace("node %i is another tree: %s", static_cast<int>(i), nameOf(child).c_str());
+      eachFileBelow(child, visit);
+    } else {
+      visit(i, child);
+    }
+  }
+  return count;
+}
+
+/// Downloads a file object to a folder of its own; the path of the file, or empty.
+std::string downloadToFolder(ICAObject object) {
+  ScratchFolder folder;
+  std::string path;
+  const Status status = folder.path().empty()
+                            ? status::kIOError
+                            : PictureDeviceRoom::required().services().imageCapture.downloadFile(
+                                  object, folder.path(), path);
+  if (status != status::kOK) {
+    TraceLog::trace("parseTreeForOrderFiles downloadFilePB.header.err: 0x%x",
+                    static_cast<unsigned>(status));
+    return {};
+  }
+  folder.leave();
+  return path;
+}
+
+}  // namespace
+
+std::size_t XTImageCaptureDevice::parseTreeForFiles(const PropertyDictionary& node,
+                                                    std::string_view suffix,
+                                                    ObjectReferences& list) {
+  return eachFileBelow(node, [&](std::size_t, const PropertyDictionary& file) {
+    if (nameOf(file).ends_with(suffix)) list.push_back(file);
+  });
+}
+
+std::size_t XTImageCaptureDevice::parseTreeForOrderFiles(const PropertyDictionary& node,
+                                                         std::vector<std::string>& list) {
+  return eachFileBelow(node, [&](std::size_t index, const PropertyDictionary& file) {
+    const std::string name = nameOf(file);
+    TraceLog::trace("node %i is a file: %s", static_cast<int>(index), name.c_str());
+    if (!name.ends_with(kMarkerSuffix)) return;
+    ++lastReading_.listed;
+    std::string path = downloadToFolder(handleOf(file));
+    if (path.empty()) {
+      lastReading_.leaveOut("marker file", handleOf(file), status::kIOError);
+      return;
+    }
+    ++lastReading_.read;
+    TraceLog::trace("Found an Order file: %s", name.c_str());
+    TraceLog::trace("downloadFilePB path: %s", path.c_str());
+    list.push_back(std::move(path));
+  });
+}
+
+std::optional<std::vector<std::string>> XTImageCaptureDevice::orderFiles() {
+  lastReading_ = {};
+  if (icaObject_ == 0) {
+    TraceLog::trace("orderFiles couldn't get an ICA object");
+    return std::nullopt;
+  }
+  std::vector<std::string> paths;
+  Status failure = status::kOK;
+  const bool hasTree = loadedProperty(kTree, &failure) != nullptr;
+  if (failure != status::kICAPropertyNotFound) lastReading_.fail(failure);
+  // A copy: whoever is told of a download may have the dictionary fetched anew.
+  if (hasTree) parseTreeForOrderFiles(PropertyDictionary(*icaDictionary_), paths);
+  return paths;
+}
+
+ObjectReferences XTImageCaptureDevice::markerFiles(Status& failure) {
+  ObjectReferences markers;
+  failure = status::kOK;
+  if (loadedProperty(kTree, &failure)) parseTreeForFiles(*icaDictionary_, kMarkerSuffix, markers);
+  // No tree at all is an answer; not to know of one is none.
+  if (failure == status::kICAPropertyNotFound) failure = status::kOK;
+  return markers;
+}
+
+Status XTImageCaptureDevice::deleteOrderFiles() {
+  Status status = status::kOK;
+  const ObjectReferences markers = markerFiles(status);
+  for (auto marker = markers.begin(); status == status::kOK && marker != markers.end(); ++marker)
+    status = deleteObject(*marker);
+  return status;
+}
+
+Status XTImageCaptureDevice::eachMarkerFile(
+    bool (*isWanted)(std::string_view),
+    const std::function<Status(const std::string& path)>& parse) {
+  lastReading_ = {};
+  Status status = status::kOK;
+  for (const auto& marker : markerFiles(status)) {
+    const std::string name = nameOf(marker);
+    if (status != status::kOK || !isWanted(name)) continue;
+    ++lastReading_.listed;
+    const ScratchFolder folder;
+    const auto safeName = safeFileName(name);
+    const std::string path = folder.path() + "/" + safeName.value_or("");
+    status = folder.path().empty() || !safeName ? status::kIOError : downloadFile(marker, path);
+    if (status == status::kOK) status = parse(path);
+    if (status == status::kOK) {
+      ++lastReading_.read;
+    } else {
+      lastReading_.leaveOut("marker file", handleOf(marker), status);
+    }
+  }
+  lastReading_.fail(status);
+  return status;
+}
+
+std::optional<EmailOrders> XTImageCaptureDevice::emailOrderList() {
+  EmailOrders list;
+  const auto& encoding = PictureDeviceRoom::required().services().defaultEncoding;
+  const Status status = eachMarkerFile(isEmailMarker, [&](const std::string& path) {
+    return fillInEmailOrderList(list, path, encoding);
+  });
+  return status == status::kOK ? std::optional(std::move(list)) : std::nullopt;
+}
+
+std::optional<PrintOrders> XTImageCaptureDevice::printOrderList() {
+  PrintOrders list;
+  const auto& encoding = PictureDeviceRoom::required().services().defaultEncoding;
+  const Status status = eachMarkerFile(isPrintMarker, [&](const std::string& path) {
+    return fillInPrintOrderList(list, path, encoding);
+  });
+  return status == status::kOK ? std::optional(std::move(list)) : std::nullopt;
 }
 
 }  // namespace tarvo

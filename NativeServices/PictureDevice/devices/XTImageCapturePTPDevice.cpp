@@ -1,6 +1,8 @@
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 
 #include <cstring>
+#include <limits>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -10,6 +12,7 @@
 #include "NativeServices/PictureDevice/operations/CapabilityDetection.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
@@ -337,6 +340,222 @@ Status XTImageCapturePTPDevice::sendDeviceReset() {
   storesChanged();
   contentsChanged();
   return status::kOK;
+}
+
+namespace {
+
+constexpr std::uint8_t kUnknownBatteryLevel = 255;
+
+/// The handle that a reference is; none for anything else, and for 0, which names no object.
+std::optional<std::uint32_t> handleOf(const ObjectReference& object) {
+  if (!object.is_number_integer()) return std::nullopt;
+  const auto number = object.get<std::int64_t>();
+  if (number <= 0 || number > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
+  return static_cast<std::uint32_t>(number);
+}
+
+}  // namespace
+
+std::int32_t XTImageCapturePTPDevice::imageCount() {
+  return imageCountPTP();
+}
+
+std::optional<ObjectReferences> XTImageCapturePTPDevice::pictureFiles() {
+  return pictureFilesOnStore(ptp::kAllStores);
+}
+
+PropertyDictionary XTImageCapturePTPDevice::getPictureFileSizesDict() {
+  // One transaction for all of them, where the device has it.
+  return containsCode(operationList_, ptp::XTO_GET_PICTURE_FILE_SIZES)
+             ? getPictureFileSizesDictPTP()
+             : XTPictureDevice::getPictureFileSizesDict();
+}
+
+std::uint8_t XTImageCapturePTPDevice::batteryLevel() {
+  auto value = propertyValueDataSet(ptp::kBatteryLevel);
+  return value && value->length() > 0 ? value->scanByte() : kUnknownBatteryLevel;
+}
+
+bool XTImageCapturePTPDevice::isDocked() {
+  return isDockedPTP();
+}
+
+bool XTImageCapturePTPDevice::isWireless() {
+  return isWirelessPTP();
+}
+
+ObjectInfoPointer XTImageCapturePTPDevice::objectInfoForHandle(const ObjectReference& object) {
+  ObjectInfoPointer info;
+  if (const auto handle = handleOf(object)) objectInfo(info, *handle);
+  return info;
+}
+
+bool XTImageCapturePTPDevice::isProtected(const ObjectReference& object) {
+  const auto info = objectInfoForHandle(object);
+  return info && info->protectionStatus() != 0;
+}
+
+// The three below ask for the same information, of which only the first costs a transaction.
+
+std::int64_t XTImageCapturePTPDevice::thumbSize(const ObjectReference& object) {
+  const auto info = objectInfoForHandle(object);
+  return info ? info->thumbCompressedSize() : 0;
+}
+
+std::int64_t XTImageCapturePTPDevice::objectSize(const ObjectReference& object) {
+  const auto info = objectInfoForHandle(object);
+  return info ? info->compressedSize() : 0;
+}
+
+std::optional<std::string> XTImageCapturePTPDevice::objectFilename(const ObjectReference& object) {
+  const auto info = objectInfoForHandle(object);
+  return info ? std::optional(info->fileName()) : std::nullopt;
+}
+
+Status XTImageCapturePTPDevice::downloadImage(const ObjectReference& object,
+                                              const std::string& destination) {
+  const auto handle = handleOf(object);
+  return handle ? downloadImagePTP(*handle, destination) : status::kPTPInvalidObjectHandle;
+}
+
+Status XTImageCapturePTPDevice::downloadFile(const ObjectReference& object,
+                                             const std::string& destination) {
+  const auto handle = handleOf(object);
+  return handle ? downloadFilePTP(*handle, destination) : status::kPTPInvalidObjectHandle;
+}
+
+std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadObject(const ObjectReference& object) {
+  const auto handle = handleOf(object);
+  // Unlike downloadObjectData(), also from a device without GetPartialObject.
+  return handle ? downloadObjectDataPTP(*handle) : std::nullopt;
+}
+
+Status XTImageCapturePTPDevice::deleteObject(const ObjectReference& object) {
+  const auto handle = handleOf(object);
+  return handle ? deleteObjectPTP(*handle) : status::kPTPInvalidObjectHandle;
+}
+
+Status XTImageCapturePTPDevice::deleteFilesOfType(std::uint16_t type) {
+  if (icaObject() == 0) {
+    TraceLog::trace("deleteFilesOfType couldn't get an ICA object");
+    return status::kPTPSessionNotOpen;
+  }
+  // Nothing to delete is no failure; not knowing what there is, is one.
+  ObjectHandles handles;
+  Status status = listObjects(*this, type, handles);
+  for (auto handle = handles.begin(); status == status::kOK && handle != handles.end(); ++handle)
+    status = deleteObjectPTP(*handle);
+  return status;
+}
+
+namespace {
+
+/// Bytes of rows that may come when a query is let go; they are of no use.
+constexpr std::uint32_t kEndOfQueryRoom = 64;
+
+}  // namespace
+
+Status XTImageCapturePTPDevice::sendQuery(std::string_view query, std::uint32_t* resultHandle) {
+  // What is no text would reach the device as replacement characters.
+  if (utf8FromUTF16(utf16FromUTF8(query)) != query) {
+    TraceLog::trace("Failed to extract query from NSString.");
+    return status::kFileNotFound;
+  }
+  XTExtendedObjectInfo info;
+  info.setCompressedSize(static_cast<std::uint32_t>(query.size()));
+  info.setObjFmtCode(ptp::XTD_QUERY);
+  // Always in one piece, and wherever the device keeps such objects.
+  const Status status = sendData(std::as_bytes(std::span(query)), info, 0, 0, resultHandle);
+  TraceLog::trace("sendQuery status: %d", status);
+  return status;
+}
+
+Status XTImageCapturePTPDevice::getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp,
+                                                   std::uint32_t maxSize, ByteBuffer& data,
+                                                   bool& endOfData) {
+  return getDBRows({query, sqlOp, 0, maxSize}, data, endOfData);
+}
+
+Status XTImageCapturePTPDevice::endQuery(std::uint32_t query, std::uint32_t sqlOp) {
+  ByteBuffer scratch;
+  bool endOfData = false;
+  return getDBRows({query, sqlOp, 1, kEndOfQueryRoom}, scratch, endOfData);
+}
+
+Status XTImageCapturePTPDevice::getDBRows(const DBRowsRequest& request, ByteBuffer& data,
+                                          bool& endOfData) {
+  const std::size_t before = data.size();
+  Status outcome = status::kOK;
+  {
+    // Straight behind the rows that are there already; the sink gives back what it did not fill.
+    BufferSink sink(data, request.maxSize);
+    PassThroughTransaction transaction(
+        {.method = "getDBRowsFromQuery",
+         .headerFailure = "getDBRowsFromQuery XTO_GET_DB_ROWS",
+         .operation = ptp::XTO_GET_DB_ROWS,
+         .parameters = {request.query, request.sqlOp, request.finalize, request.maxSize},
+         .responseParameters = 2,
+         .dataUsageMode = kDataFromDevice,
+         .room = request.maxSize,
+         .sink = &sink});
+    if (run(transaction)) endOfData = transaction.responseParameter(1) != 0;
+    outcome = transaction.outcome();
+  }
+  // Rows of a transaction that failed may be cut.
+  if (outcome != status::kOK) data.resize(before);
+  return outcome;
+}
+
+namespace {
+
+// Enough for a text of full length with its choices; what is longer is cut, and raises when read.
+constexpr std::size_t kPropertyRoom = 2048;
+
+}  // namespace
+
+std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyDataSet(std::uint16_t property) {
+  return propertyBytes(property, ptp::kGetDevicePropDesc, "propertyDataSet");
+}
+
+std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyValueDataSet(std::uint16_t property) {
+  return propertyBytes(property, ptp::kGetDevicePropValue, "propertyValueDataSet");
+}
+
+std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyBytes(std::uint16_t property,
+                                                                   std::uint16_t operation,
+                                                                   const char* method) {
+  // Not asked on the chance: some devices do not survive a property that they do not know.
+  if (!containsCode(propertyList_, property)) return std::nullopt;
+  // The failures of both operations are traced under one name, which is intended.
+  PassThroughTransaction transaction(
+      {.method = method,
+       .headerFailure = formatted("propertyDataSet GetDevicePropInfo %04X", property),
+       .resultFailure = "propertyDataSet GetDevicePropInfo",
+       .operation = operation,
+       .parameters = {property},
+       .dataUsageMode = kDataFromDevice,
+       .room = kPropertyRoom});
+  if (!run(transaction)) return std::nullopt;
+  // A copy of what was received, so that it outlives the record and a cut one is noticed.
+  auto dataSet = XTPTPDataSet::initWithData(transaction.received());
+  dataSet.setByteOrder(kPTPByteOrder);
+  return dataSet;
+}
+
+Status XTImageCapturePTPDevice::setProperty(std::uint16_t property,
+                                            std::span<const std::byte> value) {
+  // A value is small, so it may be copied for its padding.
+  const auto padded = dataAdjustedToAvoidModulo64PayloadSize({value.begin(), value.end()});
+  // The reason names another operation, which is intended.
+  PassThroughTransaction transaction({.method = "setProperty",
+                                      .headerFailure = "setProperty SetDevicePropValue",
+                                      .operation = ptp::kSetDevicePropValue,
+                                      .parameters = {property},
+                                      .dataUsageMode = kDataToDevice,
+                                      .data = padded,
+                                      .mallocFailure = "malloc failed in getDataSet."});
+  run(transaction);
+  return transaction.outcome();
 }
 
 }  // namespace tarvo

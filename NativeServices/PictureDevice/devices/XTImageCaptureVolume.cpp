@@ -12,8 +12,8 @@
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "Utilities/Exception.h"
-#include "platform/files/FolderWalk.h"
-#include "platform/imagecapture/VolumeContents.h"
+#include "platform/files/FolderTree.h"
+#include "platform/imagecapture/DeviceContents.h"
 
 namespace tarvo {
 

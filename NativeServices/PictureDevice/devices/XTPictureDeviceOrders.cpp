@@ -9,15 +9,11 @@
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/AddressBookWriting.h"
-#include "NativeServices/PictureDevice/operations/CollectionIDFile.h"
-#include "NativeServices/PictureDevice/operations/DataSetSizes.h"
+#include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
-#include "NativeServices/PictureDevice/operations/OrderDeletion.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
-#include "NativeServices/PictureDevice/operations/Shoebox.h"
-#include "NativeServices/PictureDevice/operations/TransferOrders.h"
+#include "NativeServices/PictureDevice/operations/VendorFiles.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {

@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <string>
 
-#include "NativeServices/PictureDevice/operations/DeviceCapabilities.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "platform/foundation/MakerConstants.h"
 

@@ -10,11 +10,11 @@
 #include <optional>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/datasets/PTPDates.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Format.h"
 #include "Utilities/FourCharCode.h"
 #include "Utilities/PTPCodes.h"
-#include "platform/files/FileTypeTables.h"
+#include "platform/files/FileNames.h"
 
 namespace tarvo {
 

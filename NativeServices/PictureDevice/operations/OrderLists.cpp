@@ -1,12 +1,17 @@
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
 
 #include <algorithm>
+#include <limits>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
-#include "NativeServices/PictureDevice/datasets/OrderRecords.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/operations/ObjectChanges.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
+#include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
@@ -162,6 +167,133 @@ void OrderLists::eachMarker(bool (*isWanted)(std::string_view),
     ++report_.read;
     removeTemporaryFile(*path);
   }
+}
+
+namespace {
+
+constexpr std::string_view kMarkerNames[] = {"PRINTTAG.MRK", "AUTPRINT.MRK", "EMAILTAG.MRK",
+                                             "AUTXFER.MRK"};
+
+bool isMarkerName(std::string_view name) {
+  return std::ranges::find(kMarkerNames, name) != std::end(kMarkerNames);
+}
+
+}  // namespace
+
+Status OrderDeletion::deleteMarkers() {
+  ObjectHandles objects;
+  Status status = listObjects(device_, kMarkerFormat, objects);
+  for (auto handle = objects.begin(); status == status::kOK && handle != objects.end(); ++handle) {
+    ObjectInfoPointer info;
+    if (device_.objectInfo(info, *handle) != status::kOK || !info) {
+      TraceLog::trace("object 0x%08X without information is no marker file that is deleted",
+                      *handle);
+    } else if (isMarkerName(info->fileName())) {
+      status = ObjectChanges(device_).deleteObject(*handle);
+    }
+  }
+  return status;
+}
+
+Status OrderDeletion::deleteDataSets() {
+  const Status status = deleteAllOfFormat(ptp::XTD_EMAIL_ORDER);
+  return status == status::kOK ? deleteAllOfFormat(ptp::XTD_PRINT_ORDER) : status;
+}
+
+Status OrderDeletion::deleteAllOfFormat(std::uint16_t format) {
+  ObjectHandles orders;
+  Status status = listObjects(device_, format, orders);
+  for (auto handle = orders.begin(); status == status::kOK && handle != orders.end(); ++handle)
+    status = ObjectChanges(device_).deleteVendorObject(*handle);
+  return status;
+}
+
+namespace {
+
+/// Of the order's id, whatever it says of its length.
+constexpr std::uint32_t kOrderIDLength = 20;
+constexpr std::uint32_t kOrderTypeLength = 2;
+
+std::string handlesInWords(const ObjectHandles& handles) {
+  std::string words;
+  for (const std::uint32_t handle : handles)
+    words += formatted(" 0x%08X", handle);
+  return words;
+}
+
+}  // namespace
+
+TransferOrder TransferOrders::first(std::map<std::uint32_t, std::uint32_t>& assetCounts) {
+  TransferOrder order;
+  ObjectHandles handles;
+  report_.fail(listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles));
+  if (handles.empty()) return order;
+  order.handle = handles.front();
+  auto dataSet = readDataSet(order.handle, ptp::XTD_SQUIRT_TRANSFER_ORDER);
+  if (!dataSet) return order;
+  order.record = scanTransferOrder(*dataSet);
+  noteCut(*dataSet, order.handle);
+  assetCounts[order.handle] = static_cast<std::uint32_t>(order.record.assetHandles.size());
+  return order;
+}
+
+std::int32_t TransferOrders::firstCount() {
+  const std::int32_t number =
+      device_.numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_SQUIRT_TRANSFER_ORDER);
+  TraceLog::trace("numberOfObjectsOnStore:PTP_ALL_STORES ofType:XTD_SQUIRT_TRANSFER_ORDER: %d",
+                  number);
+  if (number < 1) return 0;
+  ObjectHandles handles;
+  report_.fail(listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles));
+  if (TraceLog::isActive()) TraceLog::trace("objList:%s", handlesInWords(handles).c_str());
+  if (handles.empty()) return 0;
+  auto dataSet = readDataSet(handles.front(), ptp::XTD_SQUIRT_TRANSFER_ORDER);
+  TraceLog::trace("ds: %s", dataSet ? dataSet->description().c_str() : "(null)");
+  if (!dataSet) return 0;
+  dataSet->skip(kOrderIDLength);
+  dataSet->skip(kOrderTypeLength);
+  dataSet->scanString();
+  const auto count = static_cast<std::int32_t>(
+      std::min<std::uint32_t>(dataSet->scanUInt32(), std::numeric_limits<std::int32_t>::max()));
+  noteCut(*dataSet, handles.front());
+  TraceLog::trace("count: %d", count);
+  return count;
+}
+
+void TransferOrders::mergeOtherOrdersInto(TransferOrder& order) {
+  std::vector<std::uint32_t> assets;
+  eachDataSet(ptp::XTD_EMAIL_ORDER, [&](XTPTPDataSet& dataSet) {
+    const auto record = scanEmailOrder(dataSet);
+    assets.insert(assets.end(), record.assetHandles.begin(), record.assetHandles.end());
+  });
+  eachDataSet(ptp::XTD_PRINT_ORDER,
+              [&](XTPTPDataSet& dataSet) { assets.push_back(scanPrintOrder(dataSet).asset); });
+  auto& own = order.record.assetHandles;
+  own.insert(own.begin(), assets.begin(), assets.end());
+}
+
+template <typename Read>
+void TransferOrders::eachDataSet(std::uint16_t format, Read&& read) {
+  ObjectHandles handles;
+  report_.fail(listObjects(device_, format, handles));
+  for (const std::uint32_t handle : handles) {
+    auto dataSet = readDataSet(handle, format);
+    if (!dataSet) continue;
+    read(*dataSet);
+    noteCut(*dataSet, handle);
+  }
+}
+
+std::optional<XTPTPDataSet> TransferOrders::readDataSet(std::uint32_t handle,
+                                                        std::uint16_t format) {
+  auto dataSet = device_.getDataSet(handle, format);
+  if (!dataSet) report_.leaveOut("order", handle, device_.lastOutcome());
+  return dataSet;
+}
+
+void TransferOrders::noteCut(const XTPTPDataSet& dataSet, std::uint32_t handle) {
+  if (wasShort(device_, dataSet, handle))
+    report_.leaveOut("order", handle, status::kPTPIncompleteTransfer);
 }
 
 }  // namespace tarvo

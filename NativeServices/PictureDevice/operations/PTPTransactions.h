@@ -4,6 +4,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <optional>
 #include <span>
@@ -14,7 +16,6 @@
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
-#include "NativeServices/PictureDevice/operations/DeviceCapabilities.h"
 #include "Utilities/ByteBuffer.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Status.h"
@@ -22,6 +23,33 @@
 #include "platform/imagecapture/ptp/DataPhase.h"
 
 namespace tarvo {
+
+/// PTP codes in the order in which the device lists them.
+using CodeList = std::vector<std::uint16_t>;
+
+/// Lists hold a few dozen codes, so they are searched as they stand.
+bool containsCode(const CodeList& codes, std::uint16_t code);
+
+/// All false until CapabilityDetection has filled it in; a mass-storage device leaves it so.
+struct DeviceCapabilities {
+  bool deviceSupportsAddressBooks = false;
+  bool deviceSupportsAlbumNames = false;
+  bool deviceSupportsBragbooks = false;
+  bool deviceRequiresYCC422 = false;  ///< needs JPEG images with 4:2:2 sampling
+  bool deviceSupportsCapture = false;
+  bool deviceSupportsIntention = false;  ///< reports share intentions
+  /// Pictures can be sent to the device, in whichever way.
+  bool deviceAcceptsFiles = false;
+  bool deviceSupportsCameraBackDisplay = false;
+  bool xtSendRequired = false;  ///< objects must be sent with the vendor send operation
+  /// Which of the standard and the vendor operations the device lists.
+  bool hasDeleteObject = false;
+  bool hasDeleteVendorObject = false;
+  bool hasSendVendorObject = false;
+  bool supportsDirectBragbookImages = false;
+
+  friend bool operator==(const DeviceCapabilities&, const DeviceCapabilities&) = default;
+};
 
 /// What the device said of itself in its DeviceInfo (ISO 15740), and what follows from that. Lent;
 /// valid until the device loads its information again.
@@ -209,5 +237,25 @@ bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::u
 /// they cannot be told. ObjectListing finds them on devices that list in ways of their own, too.
 Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
                    std::uint32_t store = ptp::kAllStores);
+
+// How large the vendor data sets of a device can be, by what it holds: the room for receiving them.
+//
+// A list in a data set can be no longer than there are objects of its kind on the device. Each kind
+// is counted once and the count kept, until its owner sets it to -1.
+
+/// Bytes of a UINT32 array of `count` elements; a count that is not known (-1) gives 0.
+std::uint32_t arrayLength(std::int64_t count);
+/// The same of `kept` elements, which are counted first where that is -1. `count` gives -1 where it
+/// cannot tell.
+std::uint32_t arrayLength(std::int32_t& kept, const std::function<std::int32_t()>& count);
+
+/// Number of objects of some formats together, each counted by `count`; -1 where one of them cannot
+/// be told.
+std::int32_t sumOfCounts(std::initializer_list<std::uint16_t> formats,
+                         const std::function<std::int32_t(std::uint16_t format)>& count);
+
+/// Bytes of a data set with arrays of that length and `rest` beside them, at most what 32 bits can
+/// say.
+std::uint32_t roomForDataSet(std::uint64_t arrays, std::uint32_t rest);
 
 }  // namespace tarvo

@@ -11,7 +11,7 @@
 
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "Utilities/PropertyDictionary.h"
-#include "platform/files/FileTypeTables.h"
+#include "platform/files/FileNames.h"
 
 namespace tarvo {
 

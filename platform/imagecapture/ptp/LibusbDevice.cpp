@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
+#include "platform/imagecapture/ptp/LibusbHandle.h"
 #include "platform/imagecapture/ptp/LibusbInterruptWatch.h"
-#include "platform/imagecapture/ptp/LibusbResults.h"
 
 namespace tarvo::ptp {
 namespace {

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "Utilities/FileDescriptor.h"
+#include "platform/imagecapture/ptp/USBDevice.h"
 
 namespace tarvo::ptp {
 
@@ -25,5 +26,13 @@ struct LibusbHandle {
   std::unique_ptr<libusb_context, ExitContext> context;
   std::unique_ptr<libusb_device_handle, CloseDevice> device;
 };
+
+// What libusb says about a transfer, in the words of the seam.
+
+/// Of a transfer that has ended.
+TransferResult resultOf(libusb_transfer_status status);
+
+/// Of a call that gives 0 or one of libusb's errors.
+TransferResult resultOfError(int error);
 
 }  // namespace tarvo::ptp

@@ -3,9 +3,8 @@
 #include <array>
 #include <thread>
 
-#include "platform/imagecapture/ptp/TransactionIDs.h"
-
 namespace tarvo::ptp {
+
 namespace {
 
 // bmRequestType of the class requests: class, interface, and the direction.

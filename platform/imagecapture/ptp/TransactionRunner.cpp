@@ -6,8 +6,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
-#include "platform/imagecapture/ptp/DataIn.h"
-#include "platform/imagecapture/ptp/DataOut.h"
+#include "platform/imagecapture/ptp/DataTransfers.h"
 
 namespace tarvo::ptp {
 namespace {

@@ -1,0 +1,111 @@
+#include "msc/ModePages.h"
+
+#include <algorithm>
+
+namespace tarvo {
+
+namespace {
+
+constexpr std::uint8_t kPageLength = 7;
+constexpr std::size_t kPageCodeAt = 8;
+constexpr std::size_t kPageLengthAt = 9;
+constexpr std::size_t kModeFlagsAt = 10;
+constexpr std::size_t kPowerDownAt = 11;
+constexpr std::size_t kDelayAt = 12;
+constexpr std::size_t kDelaySize = 4;
+/// The page counts in tens of the caller's unit.
+constexpr std::uint32_t kDelayDivisor = 10;
+
+constexpr std::uint8_t kAutoPowerCycle = 0x01;
+constexpr std::uint8_t kVariableAutoWakeup = 0x02;
+constexpr std::uint8_t kCompositeDevice = 0x04;
+
+bool hasBits(std::byte value, std::uint8_t bits) {
+  return (std::to_integer<std::uint8_t>(value) & bits) != 0;
+}
+
+/// A boolean, or a number that is not 0.
+bool truthUnder(const PropertyDictionary& dictionary, const char* key) {
+  const auto found = dictionary.find(key);
+  if (found == dictionary.end()) return false;
+  return (found->is_boolean() && found->get<bool>()) || (found->is_number() && *found != 0);
+}
+
+std::uint8_t modeFlagsOf(const PropertyDictionary& mode) {
+  unsigned flags = 0;
+  if (truthUnder(mode, "cameraMode")) flags |= usb_mode::kCamera;
+  if (truthUnder(mode, "startupMode")) flags |= usb_mode::kStartup;
+  if (truthUnder(mode, "memoryMode")) flags |= usb_mode::kMemory;
+  if (truthUnder(mode, "permanent")) flags |= usb_mode::kPermanent;
+  return static_cast<std::uint8_t>(flags);
+}
+
+}  // namespace
+
+USBModePage usbModePage(std::uint8_t modeFlags, bool powerDown, std::uint32_t autowakeDelay) {
+  USBModePage page{};
+  page[kPageCodeAt] = std::byte{kUSBModePageCode};
+  page[kPageLengthAt] = std::byte{kPageLength};
+  page[kModeFlagsAt] = std::byte{modeFlags};
+  if (!powerDown) return page;
+  page[kPowerDownAt] = std::byte{1};
+  std::uint32_t rest = autowakeDelay / kDelayDivisor;
+  for (std::size_t at = kDelayAt + kDelaySize; at-- > kDelayAt; rest >>= 8)
+    page[at] = static_cast<std::byte>(rest);
+  return page;
+}
+
+USBModePage smartFinderUSBModePage(const PropertyDictionary& mode) {
+  const auto delay = static_cast<std::uint32_t>(int32ForKey(mode, "autowakeDelay").value_or(0));
+  return usbModePage(modeFlagsOf(mode), truthUnder(mode, "powerDown"), delay);
+}
+
+std::optional<PropertyDictionary> dictionaryFromUSBModePage(std::span<const std::byte> page,
+                                                            std::optional<bool> autoRestart) {
+  if (page.size() < kUSBModePageSize) return std::nullopt;
+  // Least significant byte first and not scaled, unlike what is written; this is intended.
+  std::uint32_t autoWakeup = 0;
+  for (std::size_t at = kDelayAt + kDelaySize; at-- > kDelayAt;)
+    autoWakeup = autoWakeup << 8 | std::to_integer<std::uint32_t>(page[at]);
+  const std::byte flags = page[kModeFlagsAt];
+  const std::byte capabilities = page[kUSBModeCapabilities];
+  return PropertyDictionary{
+      {"supportsAutoPowerCycle", autoRestart.value_or(hasBits(capabilities, kAutoPowerCycle))},
+      {"supportsVariableAutoWakeup", hasBits(capabilities, kVariableAutoWakeup)},
+      {"isCompositeDevice", hasBits(capabilities, kCompositeDevice)},
+      {"cameraMode", hasBits(flags, usb_mode::kCamera)},
+      {"startupMode", hasBits(flags, usb_mode::kStartup)},
+      {"memoryMode", hasBits(flags, usb_mode::kMemory)},
+      {"autoWakeup", autoWakeup}};
+}
+
+bool supportsAutoPowerCycle(std::span<const std::byte> page) {
+  return page.size() >= kUSBModePageSize && hasBits(page[kUSBModeCapabilities], kAutoPowerCycle);
+}
+
+namespace {
+
+constexpr std::size_t kPageCodeAt = 8;
+constexpr std::size_t kPageLengthAt = 9;
+constexpr std::size_t kDigitsAt = 10;
+constexpr std::uint8_t kPageLength = 14;
+
+}  // namespace
+
+std::string localDateText(std::time_t date, const char* format) {
+  std::tm local = {};
+  if (!::localtime_r(&date, &local)) return {};
+  std::array<char, 64> text;
+  return {text.data(), std::strftime(text.data(), text.size(), format, &local)};
+}
+
+void fillClockPage(ClockPage& page, const std::string& digits) {
+  page[kPageCodeAt] = std::byte{kClockPageCode};
+  page[kPageLengthAt] = std::byte{kPageLength};
+  const std::size_t count = std::min<std::size_t>(digits.size(), kPageLength);
+  std::transform(digits.begin(), digits.begin() + static_cast<std::ptrdiff_t>(count),
+                 page.begin() + kDigitsAt,
+                 [](char digit) { return static_cast<std::byte>(digit); });
+}
+
+}  // namespace tarvo
