@@ -1,6 +1,10 @@
 #include "tools/CommandLine.h"
 
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <span>
 #include <string>
@@ -8,11 +12,96 @@
 
 #include "Utilities/Exception.h"
 #include "Utilities/TypedWords.h"
-#include "tools/CommandTree.h"
+#include "tools/access/ToolContext.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
+
+using CommandAdder = void(CommandGroup& root);
+// Each stands in the file of its commands.
+CommandAdder addDeviceCommands;
+CommandAdder addEventCommand;
+CommandAdder addStorageCommands;
+CommandAdder addListCommand;
+CommandAdder addGetCommand;
+CommandAdder addPutCommand;
+CommandAdder addRemoveCommands;
+CommandAdder addVolumeCommands;
+CommandAdder addPropertyCommands;
+CommandAdder addOrdersCommands;
+CommandAdder addAddressBookCommands;
+CommandAdder addAlbumCommands;
+CommandAdder addDeviceFileCommands;
+CommandAdder addMassStorageCommands;
+CommandAdder addQueryCommand;
+CommandAdder addModelCommands;
+CommandAdder addRecordCommands;
+
 namespace {
+
+/// In the order of the help.
+constexpr CommandAdder* kCommands[] = {
+    addDeviceCommands,     addEventCommand,        addStorageCommands,     addListCommand,
+    addGetCommand,         addPutCommand,          addRemoveCommands,      addVolumeCommands,
+    addPropertyCommands,   addOrdersCommands,      addAddressBookCommands, addAlbumCommands,
+    addDeviceFileCommands, addMassStorageCommands, addQueryCommand,        addModelCommands,
+    addRecordCommands};
+
+constexpr double kShortestTimeout = 0.001;
+constexpr double kLongestTimeout = 86400;
+constexpr double kMillisecondsPerSecond = 1000;
+
+/// What CLI11 fills in lies here, so it outlives the command.
+class CommandTree {
+ public:
+  CommandTree() {
+    addGlobals();
+    CommandGroup root(app_, command_);
+    for (const auto add : kCommands)
+      add(root);
+    app_.footer("'tarvoctl COMMAND --help' tells more.\n\nExample:\n  tarvoctl devices");
+  }
+  CommandTree(const CommandTree&) = delete;
+  CommandTree& operator=(const CommandTree&) = delete;
+
+  CLI::App& app() { return app_; }
+  /// The options as parsed; what they say of the time-out is in seconds there.
+  GlobalOptions globals() const {
+    GlobalOptions options = globals_;
+    if (timeoutSeconds_ > 0)
+      options.timeout =
+          std::chrono::milliseconds(static_cast<long>(timeoutSeconds_ * kMillisecondsPerSecond));
+    return options;
+  }
+  /// Set by the parse.
+  const Command& command() const { return command_; }
+
+ private:
+  void addGlobals();
+
+  CLI::App app_{"Everything that a Tarvo device can do, from a shell.", "tarvoctl"};
+  GlobalOptions globals_;
+  double timeoutSeconds_ = 0;
+  Command command_;
+};
+
+void CommandTree::addGlobals() {
+  // Global options may stand behind the command, too.
+  app_.fallthrough();
+  app_.require_subcommand(1);
+  app_.set_version_flag("--version", std::string("tarvoctl ") + TARVO_VERSION,
+                        "Print the version and exit");
+  app_.set_help_flag("-h,--help", "Print this help and exit");
+  app_.add_flag("--json", globals_.json, "Results and errors as one JSON document");
+  app_.add_option("--device", globals_.device, "Serial number, or USB location (decimal or 0x...)")
+      ->type_name("SERIAL|LOCATION");
+  app_.add_option("--config", globals_.configFile, "Read FILE in place of your own preferences")
+      ->type_name("FILE");
+  app_.add_flag("--quiet", globals_.quiet, "Neither messages nor progress");
+  app_.add_option("--timeout", timeoutSeconds_, "How long the device may be silent")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(kShortestTimeout, kLongestTimeout).description(""));
+}
 
 /// Where the command line cannot be parsed, its form of output is still wanted.
 bool asksForJSON(std::span<const char* const> arguments) {

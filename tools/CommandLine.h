@@ -6,16 +6,12 @@
 #pragma once
 
 #include <cstdio>
-#include <functional>
 #include <optional>
 
-#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
-
-/// Runs a command and gives its exit status; raises what the command raises.
-using Command = std::function<int(ToolContext&)>;
 
 struct CommandLine {
   GlobalOptions options{};

@@ -130,4 +130,8 @@ std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
   return folders_[handle] = path;
 }
 
+std::size_t nameLength(const std::string& name) {
+  return utf16FromUTF8(name).size();
+}
+
 }  // namespace tarvo::tools

@@ -1,8 +1,10 @@
-#include "tools/addressbook/AddressBookCommands.h"
-
+// addressbook: the e-mail addresses that a device keeps, and the groups of them.
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
@@ -12,13 +14,28 @@
 #include "tools/access/DeviceBook.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
 #include "tools/addressbook/BookFile.h"
 #include "tools/addressbook/BookImport.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct BookExportOptions : BookFileOptions {
+  bool overwrite = false;
+};
+
+struct BookEditOptions {
+  bool yes = false;
+};
+
+struct BookDeleteOptions {
+  std::vector<std::string> entries{};  ///< handles
+  bool yes = false;
+};
 
 constexpr std::uint32_t kUnlimited = 0xFFFFFFFF;
 
@@ -123,8 +140,7 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
                    .advice = isThere ? "Use --overwrite, or another name." : ""});
 }
 
-}  // namespace
-
+/// Contacts, groups and limits. The exit status tells whether all could be read.
 int runAddressBookShow(ToolContext& context) {
   const OpenedDevice device(context, "addressbook show");
   const auto [book, unread] = readDeviceBook(context, device);
@@ -143,6 +159,8 @@ int runAddressBookShow(ToolContext& context) {
   return unread.empty() ? kDone : kFailed;
 }
 
+/// Whether the device would take the file, or, without one, whether its own book is valid. 1 when
+/// it is not.
 int runAddressBookValidate(ToolContext& context, const BookFileOptions& options) {
   const std::string operation = "addressbook validate";
   // The file first: what is wrong with it needs no device.
@@ -163,6 +181,7 @@ int runAddressBookValidate(ToolContext& context, const BookFileOptions& options)
   return sayValidity(context, device, file->book);
 }
 
+/// The device's book into a file, or to standard output.
 int runAddressBookExport(ToolContext& context, const BookExportOptions& options) {
   const std::string operation = "addressbook export";
   const auto format = bookFormat(operation, options.format, options.file);
@@ -187,6 +206,8 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
   return kDone;
 }
 
+/// Makes the device's book that of the file. Says what changes and how, asks, keeps what the device
+/// held, and says what was written where that ends early.
 int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
   const std::string operation = "addressbook import";
   const auto format = bookFormat(operation, options.format, options.file);
@@ -197,6 +218,7 @@ int runAddressBookImport(ToolContext& context, const BookImportOptions& options)
   return importBook(context, device, file, options, consent);
 }
 
+/// The device's book in the user's editor, as JSON, and back.
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   const std::string operation = "addressbook edit";
   const Consent consent(context, operation, options.yes, "change the address book");
@@ -225,8 +247,6 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   if (exitCode == kDone) editor.discard();
   return exitCode;
 }
-
-namespace {
 
 /// An entry of the device's book, of whatever kind: as it stands there, for the backup, and how it
 /// goes.
@@ -295,8 +315,8 @@ void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
   });
 }
 
-}  // namespace
-
+/// Deletes contacts, groups and address-book files by their handles, also such as cannot be read;
+/// keeps what the device holds of them.
 int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options) {
   const std::string operation = "addressbook delete";
   const Consent consent(context, operation, options.yes, "delete entries");
@@ -313,6 +333,70 @@ int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options)
     deleteEntry(context, batch, device, entry);
   }
   return batch.finish();
+}
+
+CommandOptions& addFormat(CommandOptions&& command, BookFileOptions& options) {
+  return command.option("--format", options.format, "FORMAT",
+                        "json or vcard; by the file's ending (.vcf)");
+}
+
+void addReading(CommandGroup& group) {
+  group.command("show", "Contacts, groups, and what the device takes", "tarvoctl addressbook show",
+                runAddressBookShow);
+  const auto validate = std::make_shared<BookFileOptions>();
+  addFormat(group.command("validate", "Whether the device's book, or a file, is valid",
+                          "tarvoctl addressbook validate",
+                          [validate](ToolContext& context) {
+                            return runAddressBookValidate(context, *validate);
+                          }),
+            *validate)
+      .operand("FILE", validate->file, "'-' is standard input");
+  const auto exported = std::make_shared<BookExportOptions>();
+  addFormat(group.command("export", "The book as a file", "tarvoctl addressbook export",
+                          [exported](ToolContext& context) {
+                            return runAddressBookExport(context, *exported);
+                          }),
+            *exported)
+      .operand("FILE", exported->file, "Without it to standard output")
+      .flag("--overwrite", exported->overwrite, "Replace a file that is there");
+}
+
+void addChanging(CommandGroup& group) {
+  const auto imported = std::make_shared<BookImportOptions>();
+  addFormat(group.command("import", "Make the device's book that of a file",
+                          "tarvoctl addressbook import contacts.vcf --merge --yes",
+                          [imported](ToolContext& context) {
+                            return runAddressBookImport(context, *imported);
+                          }),
+            *imported)
+      .operand("FILE", imported->file, "'-' is standard input")
+      .required()
+      .flag("--merge", imported->merge, "Remove nothing that only the device has")
+      .flag("--dry-run", imported->dryRun, "Say what would change, and send nothing")
+      .flag("--sync", imported->sync, "Only synchronise, which sends no contacts")
+      .flag("--yes", imported->yes, "Do not ask");
+  const auto edit = std::make_shared<BookEditOptions>();
+  group
+      .command("edit", "Change the book in your editor", "tarvoctl addressbook edit",
+               [edit](ToolContext& context) { return runAddressBookEdit(context, *edit); })
+      .flag("--yes", edit->yes, "Do not ask");
+  const auto remove = std::make_shared<BookDeleteOptions>();
+  group
+      .command("delete", "Delete entries, also such as cannot be read",
+               "tarvoctl addressbook delete 0x0001000c --yes",
+               [remove](ToolContext& context) { return runAddressBookDelete(context, *remove); })
+      .operand("HANDLE", remove->entries, "Handles (0x...)")
+      .required()
+      .flag("--yes", remove->yes, "Do not ask");
+}
+
+}  // namespace
+
+void addAddressBookCommands(CommandGroup& root) {
+  auto group = root.group("addressbook", "The e-mail addresses that the device keeps",
+                          "tarvoctl addressbook show");
+  addReading(group);
+  addChanging(group);
 }
 
 }  // namespace tarvo::tools

@@ -18,6 +18,11 @@ enum class BookFormat { kJSON, kVCard };
 BookFormat bookFormat(const std::string& operation, const std::string& format,
                       const std::string& path);
 
+struct BookFileOptions {
+  std::string file{};    ///< "-" is standard input or output; empty: see the command
+  std::string format{};  ///< "json" or "vcard"; empty: by the file's ending
+};
+
 struct BookFile {
   AddressBook book;
   bool isPartial = false;  ///< of a vCard: some fields of a device's contact are not in it

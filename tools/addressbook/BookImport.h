@@ -3,10 +3,16 @@
 
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
-#include "tools/addressbook/AddressBookCommands.h"
 #include "tools/addressbook/BookFile.h"
 
 namespace tarvo::tools {
+
+struct BookImportOptions : BookFileOptions {
+  bool merge = false;   ///< what only the device has stays
+  bool dryRun = false;  ///< says what would change
+  bool sync = false;    ///< the library's synchronisation alone, which writes no contact
+  bool yes = false;     ///< does not ask
+};
 
 /// Gives the exit status. Raises a ToolError: for a book that the device cannot keep, for a device
 /// whose own book cannot be read in whole, and where writing ends early.

@@ -1,9 +1,11 @@
-#include "tools/device/DeviceCommands.h"
-
+// devices, info, clock set and reset: a device as a whole.
 #include <glib.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <map>
+#include <memory>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -14,11 +16,18 @@
 #include "Utilities/PTPCodes.h"
 #include "tools/access/DeviceChooser.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct DevicesOptions {
+  bool watch = false;                    ///< goes on with what comes and goes
+  std::optional<std::uint64_t> count{};  ///< of arrivals and removals to watch
+};
 
 std::vector<std::string> cellsOf(const DeviceSummary& device) {
   return {device.speaksPTP ? "PTP" : "volume", locationInHex(device), device.serial,
@@ -254,8 +263,7 @@ class DeviceInformation {
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
-}  // namespace
-
+/// Every camera and card that is connected, without opening it.
 int runDevices(ToolContext& context, const DevicesOptions& options) {
   if (options.watch) return DeviceWatch(context, options).run();
   Listing listing(context.output, kDeviceColumns, Listing::kWhole);
@@ -267,10 +275,12 @@ int runDevices(ToolContext& context, const DevicesOptions& options) {
   return kDone;
 }
 
+/// What the device says of itself and holds.
 int runInfo(ToolContext& context) {
   return DeviceInformation(context).run();
 }
 
+/// Sets the device's clock to the time of this host.
 int runClockSet(ToolContext& context) {
   const OpenedDevice device(context, "clock set");
   device.require(device.device().setDateTime(), inWords(device.summary()));
@@ -289,6 +299,7 @@ int runClockSet(ToolContext& context) {
   return kDone;
 }
 
+/// Puts the device into the state after switching on.
 int runReset(ToolContext& context) {
   const OpenedDevice device(context, "reset");
   device.require(device.transactions().sendDeviceReset(), inWords(device.summary()));
@@ -298,6 +309,21 @@ int runReset(ToolContext& context) {
     context.output.line(printable(inWords(device.summary())) + " was reset.");
   }
   return kDone;
+}
+
+}  // namespace
+
+void addDeviceCommands(CommandGroup& root) {
+  const auto options = std::make_shared<DevicesOptions>();
+  root.command("devices", "Cameras and cards that are connected", "tarvoctl devices",
+               [options](ToolContext& context) { return runDevices(context, *options); })
+      .flag("--watch", options->watch, "Go on with what comes and goes, until Ctrl-C")
+      .count("--count", options->count, "End after N arrivals and removals");
+  root.command("info", "What the device says of itself and holds", "tarvoctl info", runInfo);
+  root.group("clock", "The device's clock", "tarvoctl clock set")
+      .command("set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);
+  root.command("reset", "Put the device into the state after switching on", "tarvoctl reset",
+               runReset);
 }
 
 }  // namespace tarvo::tools

@@ -1,18 +1,26 @@
-#include "tools/device/EventCommand.h"
-
+// events: what a device reports by itself.
 #include <glib.h>
 
+#include <cstdint>
 #include <exception>
+#include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "Utilities/Format.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct EventOptions {
+  std::optional<std::uint64_t> count{};  ///< ends after so many; none: until it is interrupted
+};
 
 constexpr const char* kOperation = "events";
 
@@ -106,10 +114,19 @@ class EventWatch {
   std::exception_ptr failure_;
 };
 
-}  // namespace
-
+/// Shows each event as it comes, until Ctrl-C, the count, or the device's end, which is a failure.
 int runEvents(ToolContext& context, const EventOptions& options) {
   return EventWatch(context, options).run();
+}
+
+}  // namespace
+
+void addEventCommand(CommandGroup& root) {
+  const auto options = std::make_shared<EventOptions>();
+  root.command("events", "What the device reports by itself, until Ctrl-C",
+               "tarvoctl events --count 1",
+               [options](ToolContext& context) { return runEvents(context, *options); })
+      .count("--count", options->count, "End after N events");
 }
 
 }  // namespace tarvo::tools

@@ -1,16 +1,23 @@
-#include "tools/device/ModelCommands.h"
-
+// models: which USB ids are supported, without a device.
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "Utilities/Format.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct ModelCheckOptions {
+  std::string ids{};  ///< "VID:PID", hexadecimal
+};
 
 constexpr std::int32_t kLargestID = 0xFFFF;
 
@@ -40,8 +47,7 @@ SupportedModels& readModels(ToolContext& context, const std::string& operation) 
   return models;
 }
 
-}  // namespace
-
+/// Every supported product id. Raises a ToolError where the list of models cannot be read.
 int runModelsList(ToolContext& context) {
   SupportedModels& models = readModels(context, "models list");
   const std::int32_t vendor = context.platform.maker().usbVendorID;
@@ -63,6 +69,8 @@ int runModelsList(ToolContext& context) {
   return kDone;
 }
 
+/// Whether the ids are those of a camera that speaks PTP ("ptp") and of a device that appears as
+/// mass storage ("massStorage"). Being no model is an answer, no failure.
 int runModelsCheck(ToolContext& context, const ModelCheckOptions& options) {
   const auto colon = options.ids.find(':');
   const auto vendor = hexID(std::string_view(options.ids).substr(0, colon));
@@ -88,6 +96,20 @@ int runModelsCheck(ToolContext& context, const ModelCheckOptions& options) {
                               {"PTP camera", isPTP ? "supported" : "not supported"},
                               {"Mass storage", isMassStorage ? "supported" : "not supported"}});
   return kDone;
+}
+
+}  // namespace
+
+void addModelCommands(CommandGroup& root) {
+  auto group =
+      root.group("models", "Which models are supported", "tarvoctl models check F055:0302");
+  group.command("list", "Every supported USB id", "tarvoctl models list", runModelsList);
+  const auto options = std::make_shared<ModelCheckOptions>();
+  group
+      .command("check", "Whether a USB id is supported", "tarvoctl models check F055:0302",
+               [options](ToolContext& context) { return runModelsCheck(context, *options); })
+      .operand("VID:PID", options->ids, "USB id in hexadecimal, as lsusb shows it")
+      .required();
 }
 
 }  // namespace tarvo::tools

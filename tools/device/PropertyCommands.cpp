@@ -1,7 +1,8 @@
-#include "tools/device/PropertyCommands.h"
-
+// property: the settings of a device.
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
@@ -12,12 +13,19 @@
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/objects/PutCommand.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct PropertyOptions {
+  std::string property{};  ///< name or code
+  std::string value{};     ///< of `set`: text, a number, or a JSON array, as the property has it
+};
 
 std::string codeText(std::uint16_t code) {
   return formatted("0x%04x", unsigned{code});
@@ -149,8 +157,7 @@ XTMutablePTPDataSet encodedValue(const GivenValue& given, std::uint16_t datatype
   return dataSet;
 }
 
-}  // namespace
-
+/// Every property that the device lists, with its value.
 int runPropertyList(ToolContext& context) {
   const OpenedDevice device(context, "property list");
   Listing listing(context.output, {{"CODE"}, {"NAME"}, {"ACCESS"}, {"VALUE"}, {"ALLOWED"}},
@@ -194,6 +201,7 @@ int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
   return kDone;
 }
 
+/// Refuses a value that does not fit the property's type, and one for a read-only property.
 int runPropertySet(ToolContext& context, const PropertyOptions& options) {
   const std::string operation = "property set";
   const std::uint16_t code = propertyArgument(operation, options.property);
@@ -211,6 +219,27 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
     context.output.line(nameAndCode(code) + "  " + printable(options.value));
   }
   return kDone;
+}
+
+}  // namespace
+
+void addPropertyCommands(CommandGroup& root) {
+  auto group = root.group("property", "The settings of the device", "tarvoctl property list");
+  group.command("list", "Every property with its value", "tarvoctl property list", runPropertyList);
+  const auto options = std::make_shared<PropertyOptions>();
+  group
+      .command("get", "One property, and what it may be set to",
+               "tarvoctl property get BatteryLevel",
+               [options](ToolContext& context) { return runPropertyGet(context, *options); })
+      .operand("PROPERTY", options->property, "Name or code")
+      .required();
+  group
+      .command("set", "Set a property", "tarvoctl property set DateTime 20261124T120000",
+               [options](ToolContext& context) { return runPropertySet(context, *options); })
+      .operand("PROPERTY", options->property, "Name or code")
+      .required()
+      .operand("VALUE", options->value, "Text, number, or JSON array, as 'get' shows it")
+      .required();
 }
 
 }  // namespace tarvo::tools

@@ -1,14 +1,21 @@
-#include "tools/device/QueryCommand.h"
-
+// query: rows of the device's own database.
 #include <glib.h>
 
 #include <cstdint>
+#include <memory>
+#include <string>
 
 #include "Utilities/Format.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct QueryOptions {
+  std::string sql{};
+};
 
 constexpr const char* kOperation = "query";
 /// The operation on the rows: to read them.
@@ -69,8 +76,8 @@ PropertyDictionary asJSON(const std::string& sql, const std::string& rows) {
   return json;
 }
 
-}  // namespace
-
+/// The rows as the device gives them: bytes for a person, one text (or hexadecimal digits where it
+/// is none) with --json. The query is let go again, also after a failure.
 int runQuery(ToolContext& context, const QueryOptions& options) {
   OpenedDevice device(context, kOperation);
   std::string all;
@@ -91,6 +98,17 @@ int runQuery(ToolContext& context, const QueryOptions& options) {
     context.output.document(asJSON(options.sql, all));
   }
   return kDone;
+}
+
+}  // namespace
+
+void addQueryCommand(CommandGroup& root) {
+  const auto options = std::make_shared<QueryOptions>();
+  root.command("query", "Rows of the device's own database",
+               "tarvoctl query 'SELECT * FROM pictures'",
+               [options](ToolContext& context) { return runQuery(context, *options); })
+      .operand("SQL", options->sql, "The query")
+      .required();
 }
 
 }  // namespace tarvo::tools

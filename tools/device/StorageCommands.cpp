@@ -1,17 +1,25 @@
-#include "tools/device/StorageCommands.h"
-
+// storage: the stores of a device.
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct FormatOptions {
+  std::string store{};  ///< id; empty: the only one
+  bool yes = false;     ///< does not ask
+};
 
 constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
 
@@ -47,8 +55,7 @@ std::string contentInWords(const OpenedDevice& device, std::uint32_t store) {
   return words.empty() ? words : words + ",";
 }
 
-}  // namespace
-
+/// Every store with its room; one that cannot be read is said and does not end the list.
 int runStorageList(ToolContext& context) {
   const OpenedDevice device(context, "storage list");
   Listing listing(context.output,
@@ -85,6 +92,7 @@ int runStorageList(ToolContext& context) {
   return exitCode;
 }
 
+/// Deletes everything in a store, after a question. Without a terminal to ask on it needs --yes.
 int runStorageFormat(ToolContext& context, const FormatOptions& options) {
   const std::string operation = "storage format";
   const Consent consent(context, operation, options.yes, "delete everything in the store");
@@ -100,6 +108,19 @@ int runStorageFormat(ToolContext& context, const FormatOptions& options) {
     context.output.line("Store " + handleText(store) + " is empty.");
   }
   return kDone;
+}
+
+}  // namespace
+
+void addStorageCommands(CommandGroup& root) {
+  auto storage = root.group("storage", "The stores of the device", "tarvoctl storage list");
+  storage.command("list", "Every store with its room", "tarvoctl storage list", runStorageList);
+  const auto options = std::make_shared<FormatOptions>();
+  storage
+      .command("format", "Delete everything in a store", "tarvoctl storage format 0x00010001 --yes",
+               [options](ToolContext& context) { return runStorageFormat(context, *options); })
+      .operand("STORE", options->store, "Store id; the only store where there is one")
+      .flag("--yes", options->yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

@@ -1,12 +1,13 @@
-#include "tools/objects/AlbumCommands.h"
-
+// albums and favourites: what a device keeps about its pictures, beside them.
 #include <glib.h>
 
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <sstream>
+#include <string>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
@@ -19,11 +20,22 @@
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct AlbumFileOptions {
+  std::string file{};
+  bool overwrite = false;  ///< of this computer's file
+  bool yes = false;        ///< does not ask
+};
+
+struct FavouritesDeleteOptions {
+  bool yes = false;
+};
 
 namespace fs = std::filesystem;
 
@@ -120,13 +132,13 @@ void refuseOtherFiles(const std::string& operation, const std::string& path) {
                    .advice = "Rename it; nothing was sent."});
 }
 
-}  // namespace
-
+/// The albums of the device, an object each.
 int runAlbumsList(ToolContext& context) {
   const OpenedDevice device(context, "albums list");
   return listObjects(context, device, ptp::XTD_ALBUM, "the albums");
 }
 
+/// What the device's file of album names holds.
 int runAlbumsShow(ToolContext& context) {
   const OpenedDevice device(context, "albums show");
   const auto content = albumNamesOf(context, device);
@@ -151,6 +163,7 @@ int runAlbumsShow(ToolContext& context) {
   return kDone;
 }
 
+/// That file as a file here.
 int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
   const OpenedDevice device(context, "albums get");
   const auto target = resolvedTarget(device.operation(), options.file, true);
@@ -176,6 +189,7 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
   return kDone;
 }
 
+/// A file in its place. Keeps the old one.
 int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   const std::string operation = "albums put";
   refuseOtherFiles(operation, options.file);
@@ -213,12 +227,14 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   return kDone;
 }
 
+/// The pictures that are marked as favourites.
 int runFavouritesList(ToolContext& context) {
   const OpenedDevice device(context, "favourites list");
   requireFavourites(device);
   return listObjects(context, device, favouritesFormat(device), "the favourites");
 }
 
+/// Deletes all of them.
 int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& options) {
   const Consent consent(context, "favourites delete", options.yes, "delete favourites");
   const OpenedDevice device(context, "favourites delete");
@@ -244,6 +260,36 @@ int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& opt
     context.output.line(done + ".");
   }
   return kDone;
+}
+
+}  // namespace
+
+void addAlbumCommands(CommandGroup& root) {
+  auto albums = root.group("albums", "Albums and their names", "tarvoctl albums show");
+  albums.command("list", "Every album on the device", "tarvoctl albums list", runAlbumsList);
+  albums.command("show", "What the file of album names holds", "tarvoctl albums show",
+                 runAlbumsShow);
+  const auto options = std::make_shared<AlbumFileOptions>();
+  albums
+      .command("get", "Fetch that file", "tarvoctl albums get albums.lcb",
+               [options](ToolContext& context) { return runAlbumsGet(context, *options); })
+      .operand("FILE", options->file, "Its name here")
+      .required()
+      .flag("--overwrite", options->overwrite, "Replace a file that is there");
+  albums
+      .command("put", "Send a file in its place", "tarvoctl albums put albums.lcb --yes",
+               [options](ToolContext& context) { return runAlbumsPut(context, *options); })
+      .operand("FILE", options->file, "A file whose name ends in .lcb")
+      .required()
+      .flag("--yes", options->yes, "Do not ask");
+  auto favourites = root.group("favourites", "Pictures that are marked as favourites",
+                               "tarvoctl favourites list");
+  favourites.command("list", "Every favourite", "tarvoctl favourites list", runFavouritesList);
+  const auto remove = std::make_shared<FavouritesDeleteOptions>();
+  favourites
+      .command("delete", "Delete all of them", "tarvoctl favourites delete --yes",
+               [remove](ToolContext& context) { return runFavouritesDelete(context, *remove); })
+      .flag("--yes", remove->yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

@@ -1,8 +1,9 @@
-#include "tools/objects/DeviceFileCommands.h"
-
+// collection, shoebox, wireless-config and display: small things that a device is given or asked.
 #include <cctype>
+#include <memory>
 #include <optional>
 #include <sstream>
+#include <string>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
@@ -13,11 +14,21 @@
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct CollectionSetOptions {
+  std::string id{};    ///< a GUID
+  bool clear = false;  ///< takes it away
+};
+
+struct FileOptions {
+  std::string file{};
+};
 
 /// A request is a page of text and pictures; no device has room for more.
 constexpr std::size_t kLargestRequest = 1U << 20;
@@ -92,8 +103,7 @@ int sendFile(ToolContext& context, const std::string& operation, const std::stri
   return kDone;
 }
 
-}  // namespace
-
+/// The id under which the device files what it gets.
 int runCollectionGet(ToolContext& context) {
   const OpenedDevice device(context, "collection get");
   const auto id = collectionIDOf(context, device);
@@ -127,6 +137,7 @@ int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) 
   return kDone;
 }
 
+/// A shoebox file for the device.
 int runShoeboxSend(ToolContext& context, const FileOptions& options) {
   return sendFile(context, "shoebox send", options.file, [&](XTPictureDevice& device) {
     std::uint32_t handle = 0;
@@ -134,11 +145,13 @@ int runShoeboxSend(ToolContext& context, const FileOptions& options) {
   });
 }
 
+/// A picture for the device's shoebox.
 int runShoeboxAdd(ToolContext& context, const FileOptions& options) {
   return sendFile(context, "shoebox add", options.file,
                   [&](XTPictureDevice& device) { return device.addImageToShoebox(options.file); });
 }
 
+/// The device's settings for a wireless network, as the device keeps them.
 int runWirelessConfigShow(ToolContext& context) {
   const OpenedDevice device(context, "wireless-config show");
   const auto data = device.ptpDevice().wirelessConfigData();
@@ -157,6 +170,8 @@ int runWirelessConfigShow(ToolContext& context) {
   return kDone;
 }
 
+/// Sends a display request, whose bytes the file holds. What a device understands depends on its
+/// maker's version of them.
 int runDisplay(ToolContext& context, const FileOptions& options) {
   const std::string operation = "display";
   const auto content = readInput(context, operation, options.file);
@@ -174,6 +189,44 @@ int runDisplay(ToolContext& context, const FileOptions& options) {
   device.require(device.transactions().displayRequest(request), options.file);
   sayDone(context, {{"file", validUTF8(options.file)}, {"size", content.size()}}, options.file);
   return kDone;
+}
+
+}  // namespace
+
+void addDeviceFileCommands(CommandGroup& root) {
+  auto collection = root.group("collection", "The id under which the device files what it gets",
+                               "tarvoctl collection get");
+  collection.command("get", "Show it", "tarvoctl collection get", runCollectionGet);
+  const auto set = std::make_shared<CollectionSetOptions>();
+  collection
+      .command("set", "Set it, or take it away",
+               "tarvoctl collection set 00112233-4455-6677-8899-AABBCCDDEEFF",
+               [set](ToolContext& context) { return runCollectionSet(context, *set); })
+      .operand("ID", set->id, "A GUID")
+      .flag("--clear", set->clear, "Take it away");
+
+  const auto options = std::make_shared<FileOptions>();
+  const auto addFile = [&options](CommandGroup& group, const char* name, const char* description,
+                                  const char* example, int (*run)(ToolContext&, const FileOptions&),
+                                  const char* what) {
+    group
+        .command(name, description, example,
+                 [options, run](ToolContext& context) { return run(context, *options); })
+        .operand("FILE", options->file, what)
+        .required();
+  };
+  auto shoebox =
+      root.group("shoebox", "The device's shoebox of pictures", "tarvoctl shoebox add photo.jpg");
+  addFile(shoebox, "send", "Send a shoebox file", "tarvoctl shoebox send pictures.sbx",
+          runShoeboxSend, "A shoebox file (.sbx)");
+  addFile(shoebox, "add", "Add a picture to it", "tarvoctl shoebox add photo.jpg", runShoeboxAdd,
+          "A picture");
+  root.group("wireless-config", "Settings for a wireless network", "tarvoctl wireless-config show")
+      .command("show", "Show them, passwords included", "tarvoctl wireless-config show",
+               runWirelessConfigShow);
+  addFile(root, "display", "Show something on the back of the camera",
+          "tarvoctl display request.bin", runDisplay,
+          "The bytes of a display request; '-' is standard input");
 }
 
 }  // namespace tarvo::tools

@@ -27,6 +27,17 @@ std::string keyOf(const std::string& name, std::uint64_t size) {
 
 }  // namespace
 
+void addFetchOptions(CommandOptions& command, FetchOptions& options, const std::string& objects,
+                     const std::string& all) {
+  command.operand("OBJECT", options.objects, objects)
+      .flag("--all", options.all, all)
+      .flag("--new", options.onlyNew,
+            "Only what is not there yet; names that are taken get a number")
+      .option("--output", options.output, "PATH", "Folder, or the name of the one file")
+      .flag("--overwrite", options.overwrite, "Replace files that are there")
+      .flag("--keep-both", options.keepBoth, "Number new files whose name is taken");
+}
+
 FetchRun::FetchRun(ToolContext& context, std::string operation, const FetchOptions& options)
     : context_(context),
       operation_(std::move(operation)),

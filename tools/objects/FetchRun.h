@@ -20,6 +20,7 @@
 #include "platform/files/FilePlace.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Progress.h"
 
 namespace tarvo::tools {
@@ -33,6 +34,10 @@ struct FetchOptions {
   bool overwrite = false;
   bool keepBoth = false;
 };
+
+/// What get and volume get have in common; what the operands and --all mean is the command's own.
+void addFetchOptions(CommandOptions& command, FetchOptions& options, const std::string& objects,
+                     const std::string& all);
 
 /// Main thread only. What is only new counts as there by its name, size and date, else by its
 /// content; its name gets a number where another file has it.

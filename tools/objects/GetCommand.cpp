@@ -1,8 +1,8 @@
-#include "tools/objects/GetCommand.h"
-
+// get: objects of a device as files.
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -15,10 +15,18 @@
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
+#include "tools/objects/FetchRun.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+/// `objects` are handles, names and patterns.
+struct GetOptions : FetchOptions {
+  bool thumbnails = false;
+};
 
 namespace fs = std::filesystem;
 
@@ -36,7 +44,8 @@ std::string keptInWords(const FetchResult& result, const std::string& name) {
          "'; the next get goes on there, unless that file is deleted";
 }
 
-/// One run of the command.
+/// One run: each object is a file of its own, whole or not at all. All are looked up first, so that
+/// what there is no room for is said beforehand.
 class Fetching {
  public:
   Fetching(ToolContext& context, const GetOptions& options)
@@ -201,8 +210,14 @@ class Fetching {
 
 }  // namespace
 
-int runGet(ToolContext& context, const GetOptions& options) {
-  return Fetching(context, options).run();
+void addGetCommand(CommandGroup& root) {
+  const auto options = std::make_shared<GetOptions>();
+  auto command =
+      root.command("get", "Fetch objects as files", "tarvoctl get 'TARV*.JPG' --output pictures/",
+                   [options](ToolContext& context) { return Fetching(context, *options).run(); });
+  addFetchOptions(command, *options, "Handles, names, or patterns such as '*.JPG'",
+                  "Everything but folders");
+  command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object");
 }
 
 }  // namespace tarvo::tools

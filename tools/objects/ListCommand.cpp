@@ -1,7 +1,10 @@
-#include "tools/objects/ListCommand.h"
-
+// ls: the objects on a device.
 #include <algorithm>
 #include <cctype>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
@@ -11,11 +14,23 @@
 #include "platform/foundation/Numbers.h"
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct ListOptions {
+  std::string store{};        ///< id as the user wrote it; empty: all
+  std::string format{};       ///< code or extension; empty: all
+  std::string association{};  ///< handle of a folder; empty: the root
+  bool isLong = false;
+  bool isRecursive = false;  ///< all that lies below
+  bool handlesOnly = false;  ///< asks nothing of the objects themselves
+  std::optional<std::uint64_t> limit{};
+};
 
 constexpr const char* kOperation = "ls";
 constexpr std::uint16_t kUndefinedFormat = 0x3000;
@@ -135,8 +150,7 @@ class ObjectList {
   bool hasEnded_ = false;
 };
 
-}  // namespace
-
+/// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.
 std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
   if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
   std::string extension = text;
@@ -148,8 +162,20 @@ std::uint16_t formatArgument(const std::string& operation, const std::string& te
   return code;
 }
 
-int runList(ToolContext& context, const ListOptions& options) {
-  return ObjectList(context, options).run();
+}  // namespace
+
+void addListCommand(CommandGroup& root) {
+  const auto options = std::make_shared<ListOptions>();
+  root.command("ls", "Objects on the device", "tarvoctl ls --long --recursive",
+               [options](ToolContext& context) { return ObjectList(context, *options).run(); })
+      .option("--store", options->store, "ID", "In this store alone")
+      .option("--format", options->format, "FORMAT",
+              "Of this format alone: a code, or an extension (jpg)")
+      .option("--association", options->association, "HANDLE", "In this folder, by its handle")
+      .flag("--long", options->isLong, "With format, size and date")
+      .flag("--recursive", options->isRecursive, "With all that lies below, by its path")
+      .flag("--handles", options->handlesOnly, "Handles alone; asks nothing of the objects")
+      .count("--limit", options->limit, "End after N objects");
 }
 
 }  // namespace tarvo::tools

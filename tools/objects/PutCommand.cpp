@@ -1,21 +1,31 @@
-#include "tools/objects/PutCommand.h"
-
+// put: files as objects on a device.
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
+#include <string>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/Batch.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Progress.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct PutOptions {
+  std::vector<std::string> files{};
+  std::string store{};   ///< id as the user wrote it; empty: the device chooses
+  std::string parent{};  ///< handle of a folder; empty: the device chooses
+};
 
 namespace fs = std::filesystem;
 
@@ -129,12 +139,14 @@ class Sending {
 
 }  // namespace
 
-std::size_t nameLength(const std::string& name) {
-  return utf16FromUTF8(name).size();
-}
-
-int runPut(ToolContext& context, const PutOptions& options) {
-  return Sending(context, options).run();
+void addPutCommand(CommandGroup& root) {
+  const auto options = std::make_shared<PutOptions>();
+  root.command("put", "Send files to the device", "tarvoctl put photo.jpg",
+               [options](ToolContext& context) { return Sending(context, *options).run(); })
+      .operand("FILE", options->files, "Files to send")
+      .required()
+      .option("--store", options->store, "ID", "Into this store")
+      .option("--parent", options->parent, "HANDLE", "Into this folder, by its handle");
 }
 
 }  // namespace tarvo::tools

@@ -1,14 +1,23 @@
-#include "tools/objects/RecordCommands.h"
-
+// decode and encode: data sets as JSON and back, without a device.
 #include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
 #include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct RecordOptions {
+  std::string type{};  ///< as a record type is named
+  /// Paths; "-" is standard input. Not empty.
+  std::vector<std::string> files{};
+};
 
 const RecordType& typeOf(const std::string& operation, const std::string& name) {
   const RecordType* type = recordType(name);
@@ -50,8 +59,8 @@ std::vector<std::byte> encoded(const ToolContext& context, const RecordType& typ
   });
 }
 
-}  // namespace
-
+/// One file gives its JSON document, several an array of them in their order. What cannot be
+/// decoded is an entry with the key "error" in such an array, and makes the exit status kFailed.
 int runDecode(ToolContext& context, const RecordOptions& options) {
   const RecordType& type = typeOf("decode", options.type);
   if (options.files.size() == 1) {
@@ -73,6 +82,8 @@ int runDecode(ToolContext& context, const RecordOptions& options) {
   return exitCode;
 }
 
+/// The bytes of one JSON document a file, one behind the other, in either form of output. Nothing
+/// is written unless all of them can be.
 int runEncode(ToolContext& context, const RecordOptions& options) {
   const RecordType& type = typeOf("encode", options.type);
   std::vector<std::byte> all;
@@ -84,6 +95,7 @@ int runEncode(ToolContext& context, const RecordOptions& options) {
   return kDone;
 }
 
+/// Names and descriptions of all types, one a line, for help texts.
 std::string recordTypeHelp() {
   std::size_t width = 0;
   for (const auto& type : recordTypes())
@@ -93,6 +105,26 @@ std::string recordTypeHelp() {
     help +=
         "  " + padded(std::string(type.name), width) + "  " + std::string(type.description) + "\n";
   return help;
+}
+
+}  // namespace
+
+void addRecordCommands(CommandGroup& root) {
+  const auto options = std::make_shared<RecordOptions>();
+  const auto add = [&](const char* name, const char* description, const char* example,
+                       int (*run)(ToolContext&, const RecordOptions&)) {
+    root.command(name, description, example,
+                 [options, run](ToolContext& context) { return run(context, *options); })
+        .operand("TYPE", options->type, "What the bytes are")
+        .required()
+        .operand("FILE", options->files, "Files; '-' is standard input")
+        .required()
+        .more("Types:\n" + recordTypeHelp() + "\n");
+  };
+  add("decode", "Show the bytes of a data set as JSON", "tarvoctl decode objectinfo object.bin",
+      runDecode);
+  add("encode", "Write the bytes of a data set that is given as JSON",
+      "tarvoctl encode objectinfo object.json", runEncode);
 }
 
 }  // namespace tarvo::tools

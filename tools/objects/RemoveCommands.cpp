@@ -1,19 +1,33 @@
-#include "tools/objects/RemoveCommands.h"
-
+// rm and rename: objects of a device go, or get another name.
 #include <algorithm>
 #include <cstdint>
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/Batch.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/objects/PutCommand.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct RemoveOptions {
+  std::vector<std::string> objects{};  ///< handles, names and patterns; not empty
+  bool yes = false;                    ///< does not ask
+};
+
+struct RenameOptions {
+  std::string handle{};
+  std::string name{};
+};
 
 constexpr const char* kOperation = "rm";
 
@@ -99,12 +113,7 @@ class Removing {
   std::uint64_t bytes_ = 0;
 };
 
-}  // namespace
-
-int runRemove(ToolContext& context, const RemoveOptions& options) {
-  return Removing(context, options).run();
-}
-
+/// Names that a device cannot keep are refused before they are sent.
 int runRename(ToolContext& context, const RenameOptions& options) {
   const std::string operation = "rename";
   const std::uint32_t handle = numberArgument(operation, "handle", options.handle);
@@ -123,6 +132,24 @@ int runRename(ToolContext& context, const RenameOptions& options) {
     context.output.line(handleText(handle) + "  " + printable(options.name));
   }
   return kDone;
+}
+
+}  // namespace
+
+void addRemoveCommands(CommandGroup& root) {
+  const auto remove = std::make_shared<RemoveOptions>();
+  root.command("rm", "Delete objects on the device", "tarvoctl rm TARV0002.JPG --yes",
+               [remove](ToolContext& context) { return Removing(context, *remove).run(); })
+      .operand("OBJECT", remove->objects, "Handles, names, or patterns such as '*.JPG'")
+      .required()
+      .flag("--yes", remove->yes, "Do not ask");
+  const auto rename = std::make_shared<RenameOptions>();
+  root.command("rename", "Give an object another name", "tarvoctl rename 0x00000003 HOLIDAY.JPG",
+               [rename](ToolContext& context) { return runRename(context, *rename); })
+      .operand("HANDLE", rename->handle, "The object")
+      .required()
+      .operand("NAME", rename->name, "Its new name")
+      .required();
 }
 
 }  // namespace tarvo::tools

@@ -1,20 +1,39 @@
-#include "tools/orders/OrdersCommands.h"
-
+// orders: what the user of a camera marked to be sent by e-mail, printed or transferred.
 #include <algorithm>
 #include <map>
+#include <memory>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/Batch.h"
 #include "tools/access/OrderList.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/orders/OrderPictures.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct OrdersShowOptions {
+  std::vector<std::string> orders{};  ///< numbers in the list, or handles; none: all
+  std::string download{};             ///< folder for one folder an order; empty: nothing is fetched
+};
+
+struct OrdersFulfilOptions {
+  std::string order{};
+  std::vector<std::string> pictures{};  ///< names or handles; none: all of the order
+};
+
+struct OrdersDeleteOptions {
+  std::vector<std::string> orders{};  ///< none: all that the device lets go
+  bool yes = false;                   ///< does not ask
+};
 
 constexpr std::size_t kShownPictures = 3;
 
@@ -245,8 +264,7 @@ void deleteOne(Batch& batch, const OpenedDevice& device, const Doomed& doomed) {
   });
 }
 
-}  // namespace
-
+/// Every order with whom or what it is for. The exit status tells whether all could be read.
 int runOrdersList(ToolContext& context) {
   const OpenedDevice device(context, "orders list");
   const auto list = readOrders(context, device);
@@ -263,6 +281,8 @@ int runOrdersList(ToolContext& context) {
   return exitCode;
 }
 
+/// All that is known of orders, and their pictures as files where wanted. Pictures that are there
+/// already in the same size are passed over.
 int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
   OpenedDevice device(context, "orders show");
   const auto list = readOrders(context, device);
@@ -281,6 +301,8 @@ int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
   return exitCode;
 }
 
+/// Tells the device that pictures of an order have been dealt with. Only an order that the device
+/// keeps as a data set knows that; the others can be deleted.
 int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
   const OpenedDevice device(context, "orders fulfil");
   const auto list = readOrders(context, device);
@@ -306,6 +328,7 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
   return batch.finish();
 }
 
+/// Deletes orders, never their pictures, and says what is still there.
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
   const std::string operation = "orders delete";
   const Consent consent(context, operation, options.yes, "delete orders");
@@ -327,6 +350,36 @@ int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
     batch.failed(asJSON(entry), failureOf(device, entry));
   if (isEmpty(list)) context.output.message("There are no orders.");
   return batch.finish();
+}
+
+}  // namespace
+
+void addOrdersCommands(CommandGroup& root) {
+  auto group = root.group("orders", "What was marked to be sent, printed or transferred",
+                          "tarvoctl orders list");
+  group.command("list", "Every order with whom or what it is for", "tarvoctl orders list",
+                runOrdersList);
+  const auto show = std::make_shared<OrdersShowOptions>();
+  group
+      .command("show", "All that is known of orders, and their pictures",
+               "tarvoctl orders show --download orders/",
+               [show](ToolContext& context) { return runOrdersShow(context, *show); })
+      .operand("ORDER", show->orders, "Numbers in the list, or handles (0x...); all")
+      .option("--download", show->download, "DIR", "Fetch the pictures, one folder an order");
+  const auto fulfil = std::make_shared<OrdersFulfilOptions>();
+  group
+      .command("fulfil", "Tell the device that pictures have been dealt with",
+               "tarvoctl orders fulfil 1",
+               [fulfil](ToolContext& context) { return runOrdersFulfil(context, *fulfil); })
+      .operand("ORDER", fulfil->order, "Number in the list, or handle (0x...)")
+      .required()
+      .operand("PICTURE", fulfil->pictures, "Names or handles; all of the order");
+  const auto remove = std::make_shared<OrdersDeleteOptions>();
+  group
+      .command("delete", "Delete orders; the pictures stay", "tarvoctl orders delete --yes",
+               [remove](ToolContext& context) { return runOrdersDelete(context, *remove); })
+      .operand("ORDER", remove->orders, "Numbers in the list, or handles (0x...); all")
+      .flag("--yes", remove->yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

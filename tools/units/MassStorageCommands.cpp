@@ -1,7 +1,9 @@
-#include "tools/units/MassStorageCommands.h"
-
+// msc: the maker's units that show themselves as a disk.
 #include <algorithm>
+#include <cstdint>
 #include <ctime>
+#include <memory>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -9,6 +11,8 @@
 #include "msc/TarvoMSCDevice.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
 #include "tools/access/DeviceChooser.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
@@ -16,6 +20,18 @@
 
 namespace tarvo::tools {
 namespace {
+
+struct UnitModeOptions {
+  std::string mode{};  ///< "camera", "startup" or "memory"
+  bool powerDown = false;
+  std::uint32_t wakeAfter = 0;  ///< the unit's mode page has a tenth of it
+  bool permanent = false;
+  bool yes = false;
+};
+
+struct UnitMountOptions {
+  std::string disk{};  ///< BSD name; empty: the only one that can be meant
+};
 
 /// A unit with the command that it is for.
 struct Chosen {
@@ -148,8 +164,7 @@ std::string mountPointOf(const MountTable& mounts, const std::string& bsdName) {
   return path;
 }
 
-}  // namespace
-
+/// Every unit, by what is known of it without asking it.
 int runUnitList(ToolContext& context) {
   const auto units = presentUnits(context.platform);
   Listing listing(context.output, {{"LOCATION"}, {"SERIAL"}, {"DISK"}, {"NAME"}, {"VOLUME"}},
@@ -183,6 +198,8 @@ int runUnitModeGet(ToolContext& context) {
   return kDone;
 }
 
+/// Warns of every volume that is mounted; it is left mounted. A unit that says that it cannot come
+/// back by itself is asked about before it is sent away.
 int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
   const Chosen chosen(context, "msc mode set");
   for (const Mount& mount : chosen.unit.mounts())
@@ -215,6 +232,7 @@ int runUnitClockSet(ToolContext& context) {
   return kDone;
 }
 
+/// Says whether there are any; both are success.
 int runUnitOrders(ToolContext& context) {
   const Chosen chosen(context, "msc orders");
   const bool isWaiting = chosen.unit.sharingOrderExists();
@@ -226,6 +244,7 @@ int runUnitOrders(ToolContext& context) {
   return kDone;
 }
 
+/// Every volume of the unit's USB device, wherever it is mounted.
 int runUnitUnmount(ToolContext& context) {
   const Chosen chosen(context, "msc unmount");
   unmountVolumes(chosen);
@@ -243,12 +262,55 @@ int runUnitMount(ToolContext& context, const UnitMountOptions& options) {
   return kDone;
 }
 
+/// Leaves the tray alone where a volume stays mounted.
 int runUnitEject(ToolContext& context) {
   const Chosen chosen(context, "msc eject");
   unmountVolumes(chosen);
   chosen.require(chosen.unit.ejectTray());
   tell(context, chosen, {{"ejected", true}}, inWords(chosen.summary) + " can be taken away.");
   return kDone;
+}
+
+void addModes(CommandGroup& msc) {
+  auto group = msc.group("mode", "How it comes up on USB", "tarvoctl msc mode get");
+  group.command("get", "Show it, and what the unit can do", "tarvoctl msc mode get",
+                runUnitModeGet);
+  const auto set = std::make_shared<UnitModeOptions>();
+  group
+      .command("set", "Send the unit to another mode",
+               "tarvoctl msc mode set camera --power-down --wake-after 1000",
+               [set](ToolContext& context) { return runUnitModeSet(context, *set); })
+      .operand("MODE", set->mode, "camera, startup or memory")
+      .required()
+      .oneOf({"camera", "startup", "memory"})
+      .flag("--power-down", set->powerDown, "Switch off, and come back in that mode")
+      .count("--wake-after", set->wakeAfter, "How long to stay off; units count in tens")
+      .needs("--power-down")
+      .flag("--permanent", set->permanent, "For good, and not for once")
+      .flag("--yes", set->yes, "Do not ask, though the unit cannot come back by itself");
+}
+
+}  // namespace
+
+void addMassStorageCommands(CommandGroup& root) {
+  auto group = root.group("msc", "Cameras, frames and docks that show themselves as a disk",
+                          "tarvoctl msc list");
+  group.command("list", "Every one that is connected", "tarvoctl msc list", runUnitList);
+  addModes(group);
+  group.command("model", "The model's name as the unit has it", "tarvoctl msc model", runUnitModel);
+  group.group("clock", "The unit's clock", "tarvoctl msc clock set")
+      .command("set", "Set it to the time of this computer", "tarvoctl msc clock set",
+               runUnitClockSet);
+  group.command("orders", "Whether pictures on its card wait to be shared", "tarvoctl msc orders",
+                runUnitOrders);
+  group.command("unmount", "Unmount its volumes", "tarvoctl msc unmount", runUnitUnmount);
+  const auto mount = std::make_shared<UnitMountOptions>();
+  group
+      .command("mount", "Mount its card", "tarvoctl msc mount",
+               [mount](ToolContext& context) { return runUnitMount(context, *mount); })
+      .operand("DISK", mount->disk, "Its block device, such as sdb1; the only one it has");
+  group.command("eject", "Unmount its volumes and open its tray", "tarvoctl msc eject",
+                runUnitEject);
 }
 
 }  // namespace tarvo::tools

@@ -1,8 +1,10 @@
-#include "tools/volumes/VolumeCommands.h"
-
+// volume ls, get and rm: files on a mounted card, or on a camera in disk mode.
 #include <algorithm>
+#include <memory>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
@@ -11,12 +13,25 @@
 #include "platform/files/FileNames.h"
 #include "tools/access/Batch.h"
 #include "tools/access/ObjectSelection.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
+#include "tools/objects/FetchRun.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 #include "tools/volumes/OpenedVolume.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct VolumeListOptions {
+  bool isLong = false;
+  bool all = false;  ///< every file and folder, not the pictures alone
+};
+
+struct VolumeRemoveOptions {
+  std::vector<std::string> objects{};  ///< names, paths and patterns; not empty
+  bool yes = false;                    ///< does not ask
+};
 
 using Kind = FolderWalk::Kind;
 using Entry = FolderWalk::Entry;
@@ -309,21 +324,44 @@ class VolumeRemoving : VolumeBatch {
   std::uint64_t bytes_ = 0;
 };
 
-}  // namespace
-
-int runVolumeList(ToolContext& context, const VolumeListOptions& options) {
-  return VolumeList(context, options).run();
-}
-
+/// `objects` are names, paths and patterns. Each file is whole or not there at all, with its dates
+/// and permissions.
 int runVolumeGet(ToolContext& context, const FetchOptions& options) {
   // Options that make no sense are a mistake whether there is a volume or not.
   FetchRun run(context, VolumeFetching::kOperation, options);
   return VolumeFetching(context, options, run).run();
 }
 
+/// Asks first. Each file has its own result; folders stay.
 int runVolumeRemove(ToolContext& context, const VolumeRemoveOptions& options) {
   const Consent consent(context, VolumeRemoving::kOperation, options.yes, "delete files");
   return VolumeRemoving(context).run(options.objects, consent);
+}
+
+}  // namespace
+
+void addVolumeCommands(CommandGroup& root) {
+  auto group = root.group("volume", "Files on a mounted card, or a camera in disk mode",
+                          "tarvoctl volume ls");
+  const auto list = std::make_shared<VolumeListOptions>();
+  group
+      .command("ls", "Every picture by its path, as it is found", "tarvoctl volume ls --long",
+               [list](ToolContext& context) { return VolumeList(context, *list).run(); })
+      .flag("--long", list->isLong, "With format, size and date")
+      .flag("--all", list->all, "Every file and folder");
+  const auto get = std::make_shared<FetchOptions>();
+  auto command =
+      group.command("get", "Copy files off it", "tarvoctl volume get --new --output pictures/",
+                    [get](ToolContext& context) { return runVolumeGet(context, *get); });
+  addFetchOptions(command, *get, "Names, paths, or patterns such as '*.JPG'",
+                  "Every file, pictures or not");
+  const auto remove = std::make_shared<VolumeRemoveOptions>();
+  group
+      .command("rm", "Delete files on it", "tarvoctl volume rm TARV0001.JPG --yes",
+               [remove](ToolContext& context) { return runVolumeRemove(context, *remove); })
+      .operand("OBJECT", remove->objects, "Names, paths, or patterns such as '*.JPG'")
+      .required()
+      .flag("--yes", remove->yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

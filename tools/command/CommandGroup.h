@@ -1,0 +1,84 @@
+// How a command of tarvoctl says its words: what it is called, what it is for, which options it
+// has. Each file of commands has one function that adds them; CommandLine.cpp has the list of
+// those.
+//
+//   void addQueryCommand(CommandGroup& root) {
+//     const auto options = std::make_shared<QueryOptions>();
+//     root.command("query", "Rows of the device's own database", "tarvoctl query 'SELECT 1'",
+//                  [options](ToolContext& context) { return runQuery(context, *options); })
+//         .operand("SQL", options->sql, "The query")
+//         .required();
+//   }
+//
+// Behind it is CLI11, which only the sources of the command line know: it is slow to compile.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace tarvo::tools {
+
+struct ToolContext;
+
+/// Runs a command and gives its exit status; raises what the command raises.
+using Command = std::function<int(ToolContext&)>;
+
+/// The options and operands of one command, for one expression. The places of their values are
+/// lent and filled in by the parse, so the command itself has to own them.
+class CommandOptions {
+ public:
+  explicit CommandOptions(CLI::App& app) : app_(app) {}
+
+  CommandOptions& flag(const std::string& name, bool& value, const std::string& help);
+  /// `type` is what the help calls the value.
+  CommandOptions& option(const std::string& name, std::string& value, const std::string& type,
+                         const std::string& help);
+  /// A number of things, which is not negative; the help calls it N.
+  CommandOptions& count(const std::string& name, std::optional<std::uint64_t>& value,
+                        const std::string& help);
+  CommandOptions& count(const std::string& name, std::uint32_t& value, const std::string& help);
+  /// By its place. It may be missing unless it is required().
+  CommandOptions& operand(const std::string& name, std::string& value, const std::string& help);
+  CommandOptions& operand(const std::string& name, std::vector<std::string>& values,
+                          const std::string& help);
+
+  /// These three are about what was added last.
+  CommandOptions& required();
+  CommandOptions& oneOf(std::vector<std::string> words);
+  /// Only together with that option.
+  CommandOptions& needs(const std::string& option);
+
+  /// What the help says before its example.
+  CommandOptions& more(const std::string& text);
+
+ private:
+  CLI::App& app_;
+  CLI::Option* last_ = nullptr;
+};
+
+/// What holds commands: the program, or a word before them. Lives as long as the CLI::App.
+class CommandGroup {
+ public:
+  /// Both are lent; the parse leaves the command that was asked for in `chosen`.
+  CommandGroup(CLI::App& app, Command& chosen) : app_(app), chosen_(chosen) {}
+
+  /// A command that does something. Its help ends with `example`.
+  CommandOptions command(const std::string& name, const std::string& description,
+                         const std::string& example, Command run);
+  CommandGroup group(const std::string& name, const std::string& description,
+                     const std::string& example);
+
+ private:
+  CLI::App& app_;
+  Command& chosen_;
+};
+
+}  // namespace tarvo::tools
