@@ -22,6 +22,7 @@
 #include <string>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/PTPCodes.h"

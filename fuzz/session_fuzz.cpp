@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "fuzz/MutatingUSBDevice.h"
 #include "fuzz/Require.h"
 #include "tests/tools/ToolBench.h"

@@ -1,6 +1,7 @@
 #include "identify/GetICAVolumeFromUSBLocation.h"
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Format.h"
 #include "identify/DeviceInfoSupport.h"
 

@@ -6,9 +6,11 @@ namespace tarvo {
 
 namespace {
 
-constexpr std::uint8_t kPageLength = 7;
+// Both pages stand behind the header of the parameter list.
 constexpr std::size_t kPageCodeAt = 8;
 constexpr std::size_t kPageLengthAt = 9;
+
+constexpr std::uint8_t kUSBModePageLength = 7;
 constexpr std::size_t kModeFlagsAt = 10;
 constexpr std::size_t kPowerDownAt = 11;
 constexpr std::size_t kDelayAt = 12;
@@ -19,6 +21,9 @@ constexpr std::uint32_t kDelayDivisor = 10;
 constexpr std::uint8_t kAutoPowerCycle = 0x01;
 constexpr std::uint8_t kVariableAutoWakeup = 0x02;
 constexpr std::uint8_t kCompositeDevice = 0x04;
+
+constexpr std::uint8_t kClockPageLength = 14;
+constexpr std::size_t kDigitsAt = 10;
 
 bool hasBits(std::byte value, std::uint8_t bits) {
   return (std::to_integer<std::uint8_t>(value) & bits) != 0;
@@ -45,7 +50,7 @@ std::uint8_t modeFlagsOf(const PropertyDictionary& mode) {
 USBModePage usbModePage(std::uint8_t modeFlags, bool powerDown, std::uint32_t autowakeDelay) {
   USBModePage page{};
   page[kPageCodeAt] = std::byte{kUSBModePageCode};
-  page[kPageLengthAt] = std::byte{kPageLength};
+  page[kPageLengthAt] = std::byte{kUSBModePageLength};
   page[kModeFlagsAt] = std::byte{modeFlags};
   if (!powerDown) return page;
   page[kPowerDownAt] = std::byte{1};
@@ -83,15 +88,6 @@ bool supportsAutoPowerCycle(std::span<const std::byte> page) {
   return page.size() >= kUSBModePageSize && hasBits(page[kUSBModeCapabilities], kAutoPowerCycle);
 }
 
-namespace {
-
-constexpr std::size_t kPageCodeAt = 8;
-constexpr std::size_t kPageLengthAt = 9;
-constexpr std::size_t kDigitsAt = 10;
-constexpr std::uint8_t kPageLength = 14;
-
-}  // namespace
-
 std::string localDateText(std::time_t date, const char* format) {
   std::tm local = {};
   if (!::localtime_r(&date, &local)) return {};
@@ -101,8 +97,8 @@ std::string localDateText(std::time_t date, const char* format) {
 
 void fillClockPage(ClockPage& page, const std::string& digits) {
   page[kPageCodeAt] = std::byte{kClockPageCode};
-  page[kPageLengthAt] = std::byte{kPageLength};
-  const std::size_t count = std::min<std::size_t>(digits.size(), kPageLength);
+  page[kPageLengthAt] = std::byte{kClockPageLength};
+  const std::size_t count = std::min<std::size_t>(digits.size(), kClockPageLength);
   std::transform(digits.begin(), digits.begin() + static_cast<std::ptrdiff_t>(count),
                  page.begin() + kDigitsAt,
                  [](char digit) { return static_cast<std::byte>(digit); });

@@ -10,6 +10,7 @@
 
 #include "Utilities/Format.h"
 #include "simulator/bytes/ByteWriter.h"
+#include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/bytes/JsonNode.h"
-
 namespace tarvo::simulator {
+
+class JsonNode;
 
 /// Objects that are made when they are asked for: `count` files of `size` bytes.
 struct GeneratedFiles {

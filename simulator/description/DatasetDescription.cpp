@@ -5,6 +5,7 @@
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 #include "simulator/bytes/ByteWriter.h"
+#include "simulator/bytes/JsonNode.h"
 #include "simulator/description/ContentDescription.h"
 
 namespace tarvo::simulator {

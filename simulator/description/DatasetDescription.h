@@ -15,9 +15,10 @@
 #include <vector>
 
 #include "simulator/bytes/ByteWriter.h"
-#include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
+
+class JsonNode;
 
 using Handles = std::vector<std::uint32_t>;
 

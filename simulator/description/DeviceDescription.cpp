@@ -1,4 +1,5 @@
 #include "simulator/description/DeviceDescription.h"
+#include "simulator/bytes/JsonNode.h"
 
 #include <array>
 #include <fstream>

@@ -19,12 +19,13 @@
 #include <vector>
 
 #include "simulator/bytes/ByteWriter.h"
-#include "simulator/bytes/JsonNode.h"
 #include "simulator/description/ContentDescription.h"
 #include "simulator/description/DatasetDescription.h"
 #include "simulator/description/Faults.h"
 
 namespace tarvo::simulator {
+
+class JsonNode;
 
 /// Peripheral device types (SPC-4, table 143).
 inline constexpr unsigned kDiskType = 0;

@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "simulator/bytes/JsonNode.h"
+#include "simulator/massstorage/MassStorageUnit.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 

@@ -14,10 +14,12 @@
 #include <vector>
 
 #include "simulator/description/DeviceDescription.h"
-#include "simulator/massstorage/MassStorageUnit.h"
-#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
+
+class MassStorageUnit;
+class PTPCamera;
+class VirtualUSBDevice;
 
 /// Where a device is plugged in: bus number and port path, for example 1 and "4.2".
 struct UsbPort {

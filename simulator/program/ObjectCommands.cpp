@@ -13,6 +13,7 @@
 #include "simulator/bytes/Payload.h"
 #include "simulator/description/DatasetDescription.h"
 #include "simulator/program/ControlSocket.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 

@@ -6,9 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "simulator/ptp/PTPCamera.h"
-
 namespace tarvo::simulator {
+
+class PTPCamera;
 
 /// What their command lines say.
 struct ObjectOptions {

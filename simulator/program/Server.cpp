@@ -8,7 +8,9 @@
 
 #include "Utilities/Format.h"
 #include "simulator/bytes/JsonNode.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/program/ObjectCommands.h"
+#include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
 

@@ -12,6 +12,7 @@
 #include <stdexcept>
 
 #include "simulator/program/Bundle.h"
+#include "simulator/testbed/Testbed.h"
 #include "simulator/testbed/TestbedProcess.h"
 
 namespace tarvo::simulator {

@@ -8,9 +8,10 @@
 #include <vector>
 
 #include "simulator/program/Server.h"
-#include "simulator/testbed/Testbed.h"
 
 namespace tarvo::simulator {
+
+class Testbed;
 
 /// The command line of `serve`.
 struct ServeOptions {

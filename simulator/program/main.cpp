@@ -6,6 +6,7 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/TypedWords.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/program/Bundle.h"
 #include "simulator/program/ControlSocket.h"
 #include "simulator/program/ObjectCommands.h"

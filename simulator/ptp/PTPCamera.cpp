@@ -6,6 +6,7 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
+#include "simulator/ptp/PropertyOperations.h"
 
 namespace tarvo::simulator {
 

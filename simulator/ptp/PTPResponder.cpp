@@ -5,6 +5,12 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
+#include "simulator/ptp/DatasetOperations.h"
+#include "simulator/ptp/ObjectOperations.h"
+#include "simulator/ptp/PropertyOperations.h"
+#include "simulator/ptp/SendingOperations.h"
+#include "simulator/ptp/SessionOperations.h"
+#include "simulator/ptp/VendorOperations.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -51,26 +57,54 @@ std::vector<std::string> parameterComplaints(const PTPRequest& request,
 
 }  // namespace
 
+/// The classes of operations.
+struct PTPResponder::Themes {
+  Themes(DeviceState& state, const OperationTable& offered)
+      : session(state, offered),
+        capturing(state),
+        objects(state),
+        changes(state),
+        sending(state),
+        properties(state),
+        vendor(state),
+        datasets(state) {}
+
+  void addTo(OperationTable& table) {
+    session.addTo(table);
+    capturing.addTo(table);
+    objects.addTo(table);
+    changes.addTo(table);
+    sending.addTo(table);
+    properties.addTo(table);
+    vendor.addTo(table);
+    datasets.addTo(table);
+  }
+
+  SessionOperations session;
+  CaptureOperations capturing;
+  ObjectOperations objects;
+  ObjectChanges changes;
+  SendingOperations sending;
+  PropertyOperations properties;
+  VendorOperations vendor;
+  DatasetOperations datasets;
+};
+
 PTPResponder::PTPResponder(const DeviceDescription& description)
-    : state_(description),
-      session_(state_, offered_),
-      capturing_(state_),
-      objects_(state_),
-      changes_(state_),
-      sending_(state_),
-      properties_(state_),
-      vendor_(state_),
-      datasets_(state_) {
-  session_.addTo(known_);
-  capturing_.addTo(known_);
-  objects_.addTo(known_);
-  changes_.addTo(known_);
-  sending_.addTo(known_);
-  properties_.addTo(known_);
-  vendor_.addTo(known_);
-  datasets_.addTo(known_);
+    : state_(description), themes_(std::make_unique<Themes>(state_, offered_)) {
+  themes_->addTo(known_);
   std::copy_if(known_.begin(), known_.end(), std::inserter(offered_, offered_.end()),
                [this](const auto& entry) { return offers(entry.first); });
+}
+
+PTPResponder::~PTPResponder() = default;
+
+CaptureOperations& PTPResponder::capturing() {
+  return themes_->capturing;
+}
+
+PropertyOperations& PTPResponder::properties() {
+  return themes_->properties;
 }
 
 // A device does what it says that it can do, and nothing else.

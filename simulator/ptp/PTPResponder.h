@@ -4,17 +4,15 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
-#include "simulator/ptp/DatasetOperations.h"
 #include "simulator/ptp/DeviceState.h"
-#include "simulator/ptp/ObjectOperations.h"
-#include "simulator/ptp/PropertyOperations.h"
-#include "simulator/ptp/SendingOperations.h"
-#include "simulator/ptp/SessionOperations.h"
-#include "simulator/ptp/VendorOperations.h"
 
 namespace tarvo::simulator {
+
+class CaptureOperations;
+class PropertyOperations;
 
 /// Knows nothing of containers and packets. Not locked: PTPCamera calls it under its own lock.
 class PTPResponder {
@@ -23,6 +21,7 @@ class PTPResponder {
   explicit PTPResponder(const DeviceDescription& description);
   PTPResponder(const PTPResponder&) = delete;
   PTPResponder& operator=(const PTPResponder&) = delete;
+  ~PTPResponder();
 
   /// Where the data phase of an operation goes, also of one that this device does not offer: a host
   /// sends its data all the same. None for an operation that no device of the maker has.
@@ -38,8 +37,8 @@ class PTPResponder {
   // For what the device does by itself, and for those who look at it.
   DeviceState& state() { return state_; }
   const DeviceState& state() const { return state_; }
-  CaptureOperations& capturing() { return capturing_; }
-  PropertyOperations& properties() { return properties_; }
+  CaptureOperations& capturing();
+  PropertyOperations& properties();
 
  private:
   /// Whether the description lets the device offer an operation.
@@ -48,14 +47,8 @@ class PTPResponder {
   DeviceState state_;
   OperationTable known_;    ///< what such devices can do
   OperationTable offered_;  ///< what this one answers
-  SessionOperations session_;
-  CaptureOperations capturing_;
-  ObjectOperations objects_;
-  ObjectChanges changes_;
-  SendingOperations sending_;
-  PropertyOperations properties_;
-  VendorOperations vendor_;
-  DatasetOperations datasets_;
+  struct Themes;
+  std::unique_ptr<Themes> themes_;
 };
 
 }  // namespace tarvo::simulator

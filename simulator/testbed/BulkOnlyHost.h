@@ -12,9 +12,9 @@
 #include <mutex>
 #include <span>
 
-#include "simulator/massstorage/MassStorageUnit.h"
-
 namespace tarvo::simulator {
+
+class MassStorageUnit;
 
 /// One SCSI command.
 struct UnitRequest {

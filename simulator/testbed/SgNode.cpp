@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <utility>
 
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/massstorage/ScsiUnit.h"
 
 namespace tarvo::simulator {

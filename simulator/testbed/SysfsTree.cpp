@@ -10,6 +10,7 @@
 
 #include "Utilities/Format.h"
 #include "simulator/bytes/JsonNode.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 
 namespace tarvo::simulator {
 namespace {

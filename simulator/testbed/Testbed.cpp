@@ -14,6 +14,8 @@
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"
 #include "simulator/description/ContentDescription.h"
+#include "simulator/massstorage/MassStorageUnit.h"
+#include "simulator/testbed/SgNode.h"
 
 namespace tarvo::simulator {
 

@@ -18,11 +18,12 @@
 
 #include "simulator/description/DeviceDescription.h"
 #include "simulator/host/DeviceHost.h"
-#include "simulator/testbed/SgNode.h"
 #include "simulator/testbed/SysfsTree.h"
 #include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {
+
+class SgNode;
 
 /// Mounted from construction to destruction. Main thread only.
 class Volume {

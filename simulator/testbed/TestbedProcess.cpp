@@ -17,6 +17,7 @@
 #include <system_error>
 
 #include "Utilities/FileDescriptor.h"
+#include "simulator/testbed/Testbed.h"
 
 namespace tarvo::simulator {
 namespace {

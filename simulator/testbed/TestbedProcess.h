@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/testbed/Testbed.h"
-
 namespace tarvo::simulator {
+
+class Testbed;
 
 class TestbedProcess {
  public:

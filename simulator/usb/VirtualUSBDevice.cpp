@@ -1,4 +1,5 @@
 #include "simulator/usb/VirtualUSBDevice.h"
+#include "simulator/description/DeviceDescription.h"
 
 #include <algorithm>
 #include <cstring>

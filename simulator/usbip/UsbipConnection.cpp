@@ -13,6 +13,7 @@
 #include <system_error>
 
 #include "simulator/bytes/ByteWriter.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/usb/UsbTransfer.h"
 
 namespace tarvo::simulator {

@@ -21,6 +21,7 @@
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"
 #include "simulator/bytes/JsonNode.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/usbip/UsbipConnection.h"
 
 namespace tarvo::simulator {

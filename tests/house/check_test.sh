@@ -52,7 +52,7 @@ expect "Utilities/Helper.h has no #pragma once"
 clean_tree
 mkdir "$tree/simulator"
 printf '// A device.\n#pragma once\n#include "agent/Top.h"\n' >"$tree/simulator/Device.h"
-expect "simulator/Device.h includes agent/Top.h; the simulator uses Utilities and the codec only"
+expect "simulator/Device.h includes agent/Top.h; the simulator uses Utilities alone"
 
 clean_tree
 rm "$tree/agent/README.md"

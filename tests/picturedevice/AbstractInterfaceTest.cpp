@@ -1,6 +1,8 @@
 // What a device answers where its class does not provide an operation.
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/Raised.h"

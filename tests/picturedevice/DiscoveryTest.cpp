@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"

@@ -5,6 +5,8 @@
 
 #include <functional>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/ScriptedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"

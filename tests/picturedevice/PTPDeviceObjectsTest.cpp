@@ -5,6 +5,8 @@
 
 #include <functional>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/HexBytes.h"

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "tests/support/ScriptedDevice.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -20,7 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/program/Bundle.h"
+#include "simulator/ptp/PTPCamera.h"
 #include "simulator/testbed/Testbed.h"
 #include "tests/foundation/FakeLogind.h"
 #include "tests/support/MainContextWait.h"

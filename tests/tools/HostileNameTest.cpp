@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/tools/ToolBench.h"

@@ -1,6 +1,7 @@
 // ls and the other commands that tell what a device is and holds.
 #include <gmock/gmock.h>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/tools/ToolBench.h"
 

@@ -6,6 +6,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/ObjectSelection.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -6,11 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 /// Main thread only. With --json the results are one array, an entry an object, with "error" in
 /// those that failed.

@@ -7,6 +7,7 @@
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
@@ -16,6 +17,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/AddressBookChanges.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -13,9 +13,10 @@
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PropertyDictionary.h"
-#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 struct UnreadEntry {
   std::string what{};        ///< "contact", "marker file", or what was to be listed: "contacts"

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "platform/foundation/Numbers.h"

@@ -12,10 +12,12 @@
 #include <system_error>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/FileDescriptor.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/PartFile.h"
 #include "platform/foundation/XdgFolders.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/ToolError.h"
 
 namespace tarvo::tools {

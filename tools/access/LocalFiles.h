@@ -8,11 +8,12 @@
 #include <string>
 #include <string_view>
 
-#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/Status.h"
-#include "tools/access/OpenedDevice.h"
+#include "platform/files/FilePlace.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 /// Where files go: into a folder, under their own names or under the one that was given.
 struct LocalTarget {

@@ -1,4 +1,5 @@
 #include "tools/access/ObjectSelection.h"
+#include "Utilities/NSStringUtilsCategory.h"
 
 #include <fnmatch.h>
 
@@ -6,7 +7,9 @@
 #include <optional>
 #include <set>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "platform/foundation/Numbers.h"
+#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
 

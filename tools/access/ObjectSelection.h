@@ -8,9 +8,10 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
-#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 /// What becomes of each part of a selection. All must be set.
 struct SelectionVisitor {

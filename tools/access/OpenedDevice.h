@@ -5,11 +5,11 @@
 #include <memory>
 #include <string>
 
-#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "tools/access/DeviceChooser.h"
 #include "tools/access/ToolContext.h"
 
 namespace tarvo {
+class PTPTransactions;
 class XTImageCapturePTPDevice;
 class XTPictureDevice;
 }  // namespace tarvo

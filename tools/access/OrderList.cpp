@@ -9,6 +9,7 @@
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
 #include "Utilities/Exception.h"
@@ -17,6 +18,7 @@
 #include "platform/foundation/Numbers.h"
 #include "tools/access/DeviceBook.h"
 #include "tools/access/ObjectSelection.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

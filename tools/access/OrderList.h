@@ -9,9 +9,10 @@
 
 #include "Utilities/PropertyDictionary.h"
 #include "tools/access/DeviceBook.h"
-#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 struct OrderedPicture {
   std::string name;          ///< as the device gave it; empty where it does not tell

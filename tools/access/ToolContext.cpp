@@ -11,6 +11,9 @@
 #include <string_view>
 #include <utility>
 
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/models/SupportedModels.h"
+#include "msc/TarvoMSCDeviceList.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/output/Words.h"
 

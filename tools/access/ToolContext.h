@@ -6,13 +6,16 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
-#include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"
-#include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/Interrupt.h"
-#include "platform/foundation/MakerConstants.h"
 #include "tools/output/Output.h"
+
+namespace tarvo {
+class MakerConstants;
+class SupportedModels;
+class TarvoMSCDeviceList;
+struct PictureDeviceServices;
+}  // namespace tarvo
 
 namespace tarvo::tools {
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "identify/DeviceInfoSupport.h"
 #include "msc/MSCRoom.h"
 #include "platform/desktop/BusConnection.h"

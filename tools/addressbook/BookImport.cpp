@@ -10,6 +10,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/LocalFiles.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/access/OrderList.h"
 #include "tools/addressbook/BookFile.h"
 #include "tools/addressbook/BookWriting.h"

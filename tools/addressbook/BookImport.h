@@ -1,11 +1,12 @@
 // Making a device's address book another one, with all that a user has to be told and asked.
 #pragma once
 
-#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/addressbook/BookFile.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 struct BookImportOptions : BookFileOptions {
   bool merge = false;   ///< what only the device has stays

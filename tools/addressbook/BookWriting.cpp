@@ -15,8 +15,9 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/LocalFiles.h"
+#include "tools/access/ObjectSelection.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/addressbook/BookFile.h"
-#include "tools/objects/PutCommand.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

@@ -15,9 +15,10 @@
 
 #include "tools/access/AddressBookChanges.h"
 #include "tools/access/DeviceBook.h"
-#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 enum class BookWay {
   kSingly,           ///< contacts and groups as data sets

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "Utilities/Format.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"

@@ -7,7 +7,9 @@
 #include <string>
 #include <string_view>
 
+#include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Format.h"
+#include "msc/TarvoMSCDeviceList.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"

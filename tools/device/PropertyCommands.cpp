@@ -12,10 +12,10 @@
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
-#include "tools/objects/PutCommand.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
 

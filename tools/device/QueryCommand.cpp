@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Format.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"

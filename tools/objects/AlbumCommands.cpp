@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"

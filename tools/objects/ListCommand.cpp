@@ -47,6 +47,18 @@ std::string sizeText(const XTExtendedObjectInfo& info) {
   return info.compressedSize() == 0xFFFFFFFF ? "4 GB or more" : sizeInWords(info.compressedSize());
 }
 
+/// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.
+std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
+  if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
+  std::string extension = text;
+  std::ranges::transform(extension, extension.begin(),
+                         [](unsigned char letter) { return std::tolower(letter); });
+  const std::uint16_t code = XTPictureDevice::PTPTypeFromExt(extension);
+  if (code == kUndefinedFormat)
+    refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
+  return code;
+}
+
 ListingQuery queryFor(const ListOptions& options) {
   ListingQuery query = {.isDeep = options.isRecursive};
   if (!options.store.empty()) query.store = numberArgument(kOperation, "store id", options.store);
@@ -149,18 +161,6 @@ class ObjectList {
   int exitCode_ = kDone;
   bool hasEnded_ = false;
 };
-
-/// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.
-std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
-  if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
-  std::string extension = text;
-  std::ranges::transform(extension, extension.begin(),
-                         [](unsigned char letter) { return std::tolower(letter); });
-  const std::uint16_t code = XTPictureDevice::PTPTypeFromExt(extension);
-  if (code == kUndefinedFormat)
-    refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
-  return code;
-}
 
 }  // namespace
 

@@ -8,10 +8,12 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/Batch.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"

@@ -6,14 +6,15 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/Batch.h"
+#include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
-#include "tools/objects/PutCommand.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

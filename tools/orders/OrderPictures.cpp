@@ -5,11 +5,13 @@
 #include <fstream>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ObjectSelection.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

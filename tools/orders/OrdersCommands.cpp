@@ -10,6 +10,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/Batch.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/access/OrderList.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"

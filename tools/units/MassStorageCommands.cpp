@@ -7,8 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "msc/TarvoMSCDevice.h"
+#include "msc/TarvoMSCDeviceList.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
 #include "tools/access/DeviceChooser.h"
 #include "tools/access/ToolContext.h"

@@ -8,6 +8,7 @@
 
 #include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
+#include "platform/foundation/MakerConstants.h"
 
 namespace tarvo::tools {
 

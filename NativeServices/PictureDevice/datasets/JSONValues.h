@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {

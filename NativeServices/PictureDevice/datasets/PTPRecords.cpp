@@ -13,7 +13,7 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/JSONValues.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"
-#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
+#include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 

@@ -15,7 +15,6 @@
 
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
-#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 
 namespace tarvo {
 

@@ -13,6 +13,7 @@
 // A data set is used by one thread at a time.
 #pragma once
 
+#include <array>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -22,14 +23,39 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/XTUInt128.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
+
+using XTUInt128 = std::array<std::uint8_t, 16>;
+
+/// 32 lower-case hexadecimal digits in byte order; empty text when all bytes are zero.
+/// Zero is "no value" to the devices, hence the empty text.
+std::string XTUInt128AsHexString(const XTUInt128& value);
+
+/// Reads exactly 32 hexadecimal digits of either case into `digest`. False for any other text; the
+/// bytes before the first wrong digit are written all the same. A missing argument is a failed
+/// assertion that names it.
+bool XTHexStringAsUInt128(std::optional<std::string_view> hexString, XTUInt128* digest);
+
+// The reader of PTP data sets: a cursor over a byte buffer that scans PTP-encoded values (ISO
+// 15740, clause "Datasets"; strings and arrays as its annex on data formats has them).
+//
+//   auto set = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder, length, false);
+//   const std::uint16_t version = set.scanUInt16();
+//   const std::string model = set.scanString();
+//
+// Everything in a data set comes from a device, so nothing in it is trusted. A read that goes past
+// the end raises NSRangeException; a count that cannot fit in the bytes that are left raises it at
+// once, before anything is allocated for it. The two operations without a bounds test, scanUInt64
+// and skip, never touch memory outside the buffer either: bytes beyond it read as zero.
+//
+// A data set is used by one thread at a time.
 
 /// The byte order of PTP: little-endian, which is the host's. Any other value means that every
 /// multi-byte value is byte-reversed on the way in and out.

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"

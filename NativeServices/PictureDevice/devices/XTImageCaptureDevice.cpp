@@ -7,6 +7,7 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/DeviceInspection.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
@@ -150,10 +151,6 @@ namespace {
 
 constexpr char kCapabilities[] = "capa";
 constexpr char kPictures[] = "data";
-
-ImageCapture& imageCapture() {
-  return PictureDeviceRoom::required().services().imageCapture;
-}
 
 }  // namespace
 

@@ -7,6 +7,8 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/operations/CapabilityDetection.h"

@@ -8,6 +8,8 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"

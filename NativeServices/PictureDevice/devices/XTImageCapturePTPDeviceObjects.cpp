@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"

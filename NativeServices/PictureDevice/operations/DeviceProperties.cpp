@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 

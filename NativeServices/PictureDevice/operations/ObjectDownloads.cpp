@@ -218,7 +218,6 @@ void removeTemporaryFile(const std::string& path) {
 namespace {
 
 constexpr std::uint16_t kAssociationFormat = 0x3001;
-constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
 
 /// One object on its way to one file.
 class Fetch {

@@ -9,6 +9,7 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectChanges.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/Format.h"

@@ -13,8 +13,6 @@
 #include <string_view>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "Utilities/ByteBuffer.h"
 #include "Utilities/PTPCodes.h"
@@ -23,6 +21,11 @@
 #include "platform/imagecapture/ptp/DataPhase.h"
 
 namespace tarvo {
+
+class XTExtendedObjectInfo;
+class XTMutablePTPDataSet;
+struct PTPStorageInfo;
+struct XT_AddressBookInfo;
 
 /// PTP codes in the order in which the device lists them.
 using CodeList = std::vector<std::uint16_t>;
