@@ -13,7 +13,6 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
-
 namespace {
 
 /// The camera bit or its verbose one.

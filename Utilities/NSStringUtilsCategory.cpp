@@ -7,7 +7,6 @@
 #include <type_traits>
 
 namespace tarvo {
-
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;

@@ -1,7 +1,6 @@
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
-
 namespace {
 
 const PropertyDictionary* valueForKey(const PropertyDictionary& dictionary, std::string_view key) {

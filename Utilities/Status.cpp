@@ -6,7 +6,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 /// A line of the table. The words stand between a person's own words in the log and in messages, so

@@ -31,7 +31,6 @@
 #include "platform/iokit/UdevRegistry.h"
 
 namespace tarvo {
-
 namespace {
 
 // What the platform tells about each device that comes and goes is for who looks into it, and would

@@ -10,7 +10,6 @@
 #include "identify/DeviceInfoSupport.h"
 
 namespace tarvo {
-
 namespace {
 
 using Values = AgentStatus::Values;

@@ -15,7 +15,6 @@
 #include "platform/desktop/Desktop.h"
 
 namespace tarvo {
-
 namespace {
 
 using std::chrono::milliseconds;

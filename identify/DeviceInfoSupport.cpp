@@ -7,7 +7,6 @@
 #include "NativeServices/models/SupportedModels.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::string_view kTypePTP = "PTP";

@@ -6,7 +6,6 @@
 #include "identify/DeviceInfoSupport.h"
 
 namespace tarvo {
-
 namespace {
 
 void logDebug(const std::string& line) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 
 namespace tarvo {
-
 namespace {
 
 // Both pages stand behind the header of the parameter list.

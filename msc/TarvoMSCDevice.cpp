@@ -12,7 +12,6 @@
 #include "platform/iokit/Registry.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Each says by its presence that pictures on the card wait to be shared.

@@ -12,7 +12,6 @@
 #include "platform/foundation/MainLoopGuard.h"
 
 namespace tarvo {
-
 namespace {
 
 const PropertyDictionary& matchingDictionary() {

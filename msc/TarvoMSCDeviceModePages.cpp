@@ -14,7 +14,6 @@
 #include "msc/TarvoMSCDevice.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint8_t kModelPageCode = 0x26;

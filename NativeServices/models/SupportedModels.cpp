@@ -13,7 +13,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 namespace fs = std::filesystem;

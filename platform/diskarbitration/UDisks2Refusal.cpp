@@ -16,7 +16,6 @@
 #include "platform/foundation/ProcessSearch.h"
 
 namespace tarvo {
-
 namespace {
 
 struct Refusal {

@@ -9,7 +9,6 @@
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Longer ones are no extensions that anybody would miss.

@@ -13,7 +13,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Bounds a search, should somebody make the next name each time.

@@ -11,7 +11,6 @@
 #include <utility>
 
 namespace tarvo {
-
 namespace {
 
 /// Tells mounts apart, two of one file system as well (statx(2), STATX_MNT_ID). 0 or an errno.

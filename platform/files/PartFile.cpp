@@ -15,7 +15,6 @@
 #include "platform/files/FileNames.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr mode_t kOwnerAlone = 0600;

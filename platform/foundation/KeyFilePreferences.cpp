@@ -15,7 +15,6 @@
 #include "platform/foundation/XdgFolders.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::string_view kPreferences = "Preferences";

@@ -17,7 +17,6 @@
 #include "platform/files/TemporaryFile.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::string_view kCapabilities = "capa";

@@ -9,7 +9,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Whether the device has only refused a question for the session's sake, so that nothing is lost

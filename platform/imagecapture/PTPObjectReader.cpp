@@ -17,7 +17,6 @@
 #include "platform/files/TemporaryFile.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint16_t kAssociation = 0x3001;

@@ -12,7 +12,6 @@
 #include "platform/iokit/Registry.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Peripheral device type of an optical drive (SPC-4, 6.4.2).

@@ -16,7 +16,6 @@
 #include "platform/iokit/Registry.h"
 
 namespace tarvo {
-
 namespace {
 
 struct Subsystem {

@@ -7,7 +7,6 @@
 #include <memory>
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// Units of a PTP string, whose count byte counts the terminator too.

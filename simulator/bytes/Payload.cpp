@@ -12,7 +12,6 @@
 #include <utility>
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::size_t kRow = 256;

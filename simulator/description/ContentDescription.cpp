@@ -13,7 +13,6 @@
 #include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// More units do not fit a PTP string, whose count is one byte.

@@ -9,7 +9,6 @@
 #include "simulator/description/ContentDescription.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// A description may not fill the memory by one number.

@@ -8,7 +8,6 @@
 #include <utility>
 
 namespace tarvo::simulator {
-
 namespace {
 
 UsbIdentity readUsb(const JsonNode& node) {

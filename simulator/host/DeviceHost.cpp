@@ -13,7 +13,6 @@
 #include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// Has the main loop call `function` once, after `delay`; any thread.

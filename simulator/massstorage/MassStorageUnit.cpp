@@ -6,7 +6,6 @@
 #include "simulator/bytes/ByteWriter.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 InterfaceDescription bulkOnlyInterface(UsbSpeed speed) {

@@ -21,7 +21,6 @@
 #include "simulator/description/ContentDescription.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr unsigned kDiskBlock = 512;

@@ -5,7 +5,6 @@
 #include "simulator/bytes/ByteWriter.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// No more than the host has asked for.

@@ -20,7 +20,6 @@
 #include "simulator/testbed/TestbedProcess.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::size_t kLongestLine = std::size_t{16} * 1024 * 1024;

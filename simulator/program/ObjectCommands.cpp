@@ -16,7 +16,6 @@
 #include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 using nlohmann::json;

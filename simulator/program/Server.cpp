@@ -13,7 +13,6 @@
 #include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 std::string hexText(const Bytes& bytes) {

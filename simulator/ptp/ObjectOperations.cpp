@@ -6,7 +6,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::uint16_t kJFIF = 0x3808;

@@ -11,7 +11,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 bool isOfFormat(std::uint16_t format, std::uint16_t wanted) {

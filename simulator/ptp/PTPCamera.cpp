@@ -9,7 +9,6 @@
 #include "simulator/ptp/PropertyOperations.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::uint16_t kInterruptPacket = 64;

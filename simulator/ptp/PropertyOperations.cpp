@@ -7,7 +7,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::uint32_t kEveryProperty = 0xFFFFFFFF;

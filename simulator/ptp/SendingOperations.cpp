@@ -7,7 +7,6 @@
 #include "simulator/bytes/ByteWriter.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 constexpr std::uint32_t kRoot = 0xFFFFFFFF;

@@ -18,7 +18,6 @@
 #include "simulator/testbed/SgNode.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// How long an unplug waits for clients to take back what they had in flight.

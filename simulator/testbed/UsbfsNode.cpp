@@ -18,7 +18,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 /// Keeps a node alive for as long as a client may call into it.

@@ -6,7 +6,6 @@
 #include <utility>
 
 namespace tarvo::simulator {
-
 namespace {
 
 // Standard requests (USB 2.0, table 9-4).

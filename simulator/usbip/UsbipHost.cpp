@@ -25,7 +25,6 @@
 #include "simulator/usbip/UsbipConnection.h"
 
 namespace tarvo::simulator {
-
 namespace {
 
 using usbip::OperationStatus;

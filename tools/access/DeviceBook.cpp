@@ -21,7 +21,6 @@
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 bool offers(const OpenedDevice& device, std::uint16_t operation) {

@@ -21,7 +21,6 @@
 #include "tools/output/ToolError.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 namespace fs = std::filesystem;

@@ -1,5 +1,4 @@
 #include "tools/access/ObjectSelection.h"
-#include "Utilities/NSStringUtilsCategory.h"
 
 #include <fnmatch.h>
 
@@ -8,11 +7,11 @@
 #include <set>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 bool isPattern(const std::string& operand) {

@@ -27,7 +27,6 @@
 #include "tools/output/ToolError.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 AddressBook bookFromJSONText(const std::string& operation, const std::string& path,

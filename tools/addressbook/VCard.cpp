@@ -16,7 +16,6 @@
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 struct TextField {

@@ -11,7 +11,6 @@
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 /// Colours are for a terminal that knows them, and not for who says no (https://no-color.org).

@@ -15,7 +15,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";

@@ -11,7 +11,6 @@
 #include "platform/foundation/MakerConstants.h"
 
 namespace tarvo::tools {
-
 namespace {
 
 using Kind = FolderWalk::Kind;

@@ -9,7 +9,6 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::string_view kLineEnd = "\r\n";

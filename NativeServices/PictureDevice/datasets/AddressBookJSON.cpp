@@ -11,7 +11,6 @@
 #include "Utilities/Exception.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr const char* kHandleKey = "XTPTPObjectHandleKey";

@@ -9,7 +9,6 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
-
 namespace {
 
 /// What an address must not be. Each rule may rely on those before it.

@@ -7,7 +7,6 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
-
 namespace {
 
 /// The writer would wrap the count, and what it writes could not be read again.

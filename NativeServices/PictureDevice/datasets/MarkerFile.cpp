@@ -13,7 +13,6 @@
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::size_t kNone = std::string_view::npos;

@@ -18,7 +18,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Records are short and written once, so nothing is reserved.

@@ -8,7 +8,6 @@
 #include "NativeServices/PictureDevice/datasets/RecordJSONFields.h"
 
 namespace tarvo {
-
 namespace {
 
 using Bytes = std::span<const std::byte>;

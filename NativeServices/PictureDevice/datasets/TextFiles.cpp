@@ -7,7 +7,6 @@
 #include "platform/foundation/KeyFile.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Encodings that a file tells by its first bytes (Unicode, "Byte Order Mark").

@@ -11,7 +11,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 // The maker's formats of favourites, older and newer.

@@ -12,7 +12,6 @@
 #include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint64_t kLargestSize = std::numeric_limits<std::uint32_t>::max();

@@ -7,7 +7,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::int32_t kUnknownCount = -1;

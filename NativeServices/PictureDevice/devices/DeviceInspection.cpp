@@ -13,7 +13,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo {
-
 namespace {
 
 // Who holds an interface often lets it go soon: a volume monitor that looks at every new camera.

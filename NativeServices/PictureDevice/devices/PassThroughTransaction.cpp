@@ -11,7 +11,6 @@
 #include "Utilities/Exception.h"
 
 namespace tarvo {
-
 namespace {
 
 /// In bytes. A record without a data phase still has one byte of room.

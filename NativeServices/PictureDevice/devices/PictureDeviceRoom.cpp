@@ -9,7 +9,6 @@
 #include "Utilities/Exception.h"
 
 namespace tarvo {
-
 namespace {
 
 // Set by the room itself for its life. The class operations have no object to reach it through.

@@ -18,7 +18,6 @@
 #include "platform/files/ScratchFolder.h"
 
 namespace tarvo {
-
 namespace {
 
 ImageCapture& imageCapture() {

@@ -12,7 +12,6 @@
 #include "platform/files/ScratchFolder.h"
 
 namespace tarvo {
-
 namespace {
 
 /// The volume's name, which comes from a device, as one component of a path; empty when it cannot

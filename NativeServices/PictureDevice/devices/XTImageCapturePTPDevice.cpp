@@ -18,7 +18,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 // Room for each data phase, in bytes.

@@ -20,7 +20,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 // What a data set takes beside its arrays, in bytes.

@@ -14,7 +14,6 @@
 #include "platform/imagecapture/PTPObjectReader.h"
 
 namespace tarvo {
-
 namespace {
 
 // Rooms in bytes.

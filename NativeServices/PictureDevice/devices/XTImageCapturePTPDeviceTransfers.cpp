@@ -17,7 +17,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 /// Files above this size go in parts of it, in bytes, where the device takes parts.

@@ -16,7 +16,6 @@
 #include "platform/imagecapture/DeviceContents.h"
 
 namespace tarvo {
-
 namespace {
 
 namespace fs = std::filesystem;

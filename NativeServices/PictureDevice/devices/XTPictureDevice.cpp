@@ -14,7 +14,6 @@
 #include "platform/files/FileNames.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::string_view kWirelessDeviceDestroyed = "XTWirelessDeviceDestroyed";

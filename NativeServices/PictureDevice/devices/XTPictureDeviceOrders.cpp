@@ -17,7 +17,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint16_t kDefaultCollectionID = 0xD204;

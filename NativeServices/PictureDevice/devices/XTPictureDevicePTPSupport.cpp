@@ -17,7 +17,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 const MakerConstants& makerConstants() {

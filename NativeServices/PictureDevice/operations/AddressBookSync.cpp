@@ -16,7 +16,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint32_t kUnlimited = std::numeric_limits<std::uint32_t>::max();

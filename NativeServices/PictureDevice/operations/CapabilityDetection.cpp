@@ -5,7 +5,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 // Operations of the vendor extension that only their presence matters of.

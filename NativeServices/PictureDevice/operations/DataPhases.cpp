@@ -12,7 +12,6 @@
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 
 namespace tarvo {
-
 namespace {
 
 /// What is read or written at once; the transport's own pieces are not larger.

@@ -17,7 +17,6 @@
 #include "platform/files/FileNames.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint16_t kUndefinedFormat = 0x3000;

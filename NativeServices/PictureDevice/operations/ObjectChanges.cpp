@@ -7,7 +7,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint16_t kVendorDeleteObject = 0x9209;

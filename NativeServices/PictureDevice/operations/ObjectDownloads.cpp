@@ -21,7 +21,6 @@
 #include "platform/files/ScratchFolder.h"
 
 namespace tarvo {
-
 namespace {
 
 /// A device announces this for an object of 4 GiB - 1 bytes and more.

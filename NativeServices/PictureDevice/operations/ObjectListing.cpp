@@ -10,7 +10,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint16_t kAssociation = 0x3001;

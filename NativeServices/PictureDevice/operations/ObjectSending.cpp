@@ -11,7 +11,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 // Pairs of the vendor extension: the announcement of an object and its bytes.

@@ -16,7 +16,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 bool isAllowed(const OrderContext& context, std::uint32_t asset) {

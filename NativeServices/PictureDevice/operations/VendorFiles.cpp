@@ -18,7 +18,6 @@
 #include "Utilities/PTPCodes.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr std::uint32_t kInnerStore = 0x00020001;

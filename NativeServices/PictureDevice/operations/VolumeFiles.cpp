@@ -14,7 +14,6 @@
 #include "platform/files/FileNames.h"
 
 namespace tarvo {
-
 namespace {
 
 constexpr mode_t kAllRead = 0444;

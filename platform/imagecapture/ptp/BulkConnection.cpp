@@ -8,7 +8,6 @@
 #include "platform/foundation/MainLoopGuard.h"
 
 namespace tarvo::ptp {
-
 namespace {
 
 // Any number but 0 would do: a device has one session at a time over USB.

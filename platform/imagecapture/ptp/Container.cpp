@@ -5,7 +5,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo::ptp {
-
 namespace {
 
 void encodeUInt16(std::uint16_t value, std::span<std::byte> bytes) {

@@ -7,7 +7,6 @@
 #include "platform/imagecapture/ptp/Container.h"
 
 namespace tarvo::ptp {
-
 namespace {
 
 Outcome endedEarly(std::uint64_t announced, std::uint64_t came) {

@@ -9,7 +9,6 @@
 #include "platform/imagecapture/ptp/LibusbHandle.h"
 
 namespace tarvo::ptp {
-
 namespace {
 
 /// A device that halts its endpoint again and again has no events for anybody.

@@ -4,7 +4,6 @@
 #include <thread>
 
 namespace tarvo::ptp {
-
 namespace {
 
 // bmRequestType of the class requests: class, interface, and the direction.
