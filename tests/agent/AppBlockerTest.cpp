@@ -10,59 +10,38 @@
 namespace tarvo::test {
 namespace {
 
-using ::testing::ElementsAre;
+using ::testing::Contains;
 
-struct Direction {
-  std::unique_ptr<AppBlocker> (*make)(DistributedNotificationCenter&);
-  std::string heardBusy, heardDone, postedBusy, postedDone;
-};
-
-class AppBlockerDirection : public ::testing::TestWithParam<Direction> {
- protected:
-  LocalDistributedCenter center;
-  std::unique_ptr<AppBlocker> blocker = GetParam().make(center);
-};
-
-TEST_P(AppBlockerDirection, HearsTheOtherSideAloneAndDoesNotCount) {
-  for (const auto& name :
-       {GetParam().heardBusy, GetParam().heardDone, GetParam().postedBusy, GetParam().postedDone}) {
-    blocker->setBusy(false);
-    center.postFromElsewhere(name);
-    center.postFromElsewhere(name);
-    EXPECT_EQ(blocker->isBusy(), name == GetParam().heardBusy) << name;
-    blocker->setBusy(true);
-    center.postFromElsewhere(name);
-    EXPECT_EQ(blocker->isBusy(), name != GetParam().heardDone) << name;
+TEST(AppBlocker, HearsTheOtherSideAloneWithPlainLinesAndDoesNotCount) {
+  const struct {
+    std::unique_ptr<AppBlocker> (*make)(DistributedNotificationCenter&);
+    std::string heardBusy, heardDone, postedBusy, postedDone;
+  } rows[] = {{AppBlocker::initForBlockingOnWRLA, "kWRLABusyNotification", "kWRLADoneNotification",
+               "kRLABusyNotification", "kRLADoneNotification"},
+              {AppBlocker::initForBlockingOnRLA, "kRLABusyNotification", "kRLADoneNotification",
+               "kWRLABusyNotification", "kWRLADoneNotification"}};
+  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
+  for (const auto& row : rows) {
+    RecordingSystemLog log;
+    const LogState logState(defaults, log);
+    LocalDistributedCenter center;
+    const auto blocker = row.make(center);
+    for (const auto& name : {row.heardBusy, row.heardDone, row.postedBusy, row.postedDone}) {
+      blocker->setBusy(false);
+      center.postFromElsewhere(name);
+      center.postFromElsewhere(name);
+      EXPECT_EQ(blocker->isBusy(), name == row.heardBusy) << name;
+      blocker->setBusy(true);
+      center.postFromElsewhere(name);
+      EXPECT_EQ(blocker->isBusy(), name != row.heardDone) << name;
+    }
+    EXPECT_THAT(log.lines(), Contains("AppBlocker - handleBusyNotification entered").Times(3));
+    EXPECT_THAT(log.lines(), Contains("AppBlocker - handleDoneNotification entered").Times(3));
+    blocker->SendBusyNotification();
+    blocker->SendDoneNotification();
+    EXPECT_EQ(center.posted, (std::vector{row.postedBusy, row.postedDone}));
   }
 }
-
-TEST_P(AppBlockerDirection, PostsItsOwnSideWithPlainLinesAndDoesNotHearItself) {
-  const auto& side = GetParam();
-  const FakeUserDefaults defaults({{"LOG_SUBSYS_LISTENER", true}});
-  RecordingSystemLog log;
-  const LogState logState(defaults, log);
-  blocker->SendBusyNotification();
-  EXPECT_FALSE(blocker->isBusy());
-  center.postFromElsewhere(side.heardBusy);
-  blocker->SendDoneNotification();
-  EXPECT_TRUE(blocker->isBusy());
-  center.postFromElsewhere(side.heardDone);
-  EXPECT_THAT(center.posted, ElementsAre(side.postedBusy, side.postedDone));
-  EXPECT_THAT(log.lines(),
-              ElementsAre("AppBlocker - SendBusyNotification sending " + side.postedBusy,
-                          "AppBlocker - handleBusyNotification entered",
-                          "AppBlocker - SendDoneNotification sending " + side.postedDone,
-                          "AppBlocker - handleDoneNotification entered"));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    BothSides, AppBlockerDirection,
-    ::testing::Values(Direction{AppBlocker::initForBlockingOnWRLA, "kWRLABusyNotification",
-                                "kWRLADoneNotification", "kRLABusyNotification",
-                                "kRLADoneNotification"},
-                      Direction{AppBlocker::initForBlockingOnRLA, "kRLABusyNotification",
-                                "kRLADoneNotification", "kWRLABusyNotification",
-                                "kWRLADoneNotification"}));
 
 }  // namespace
 }  // namespace tarvo::test

@@ -7,6 +7,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 constexpr const char* kEntered = "newImageCaptureDeviceAdded - entered";
 constexpr const char* kMSCEntered = "newMSCDeviceAdded - entered";
@@ -166,13 +167,20 @@ TEST_F(ListenerTest, UnmountsAndEjectsAUnitThatCannotPowerCycle) {
   EXPECT_THAT(warnings.lines(), IsEmpty());
 }
 
-TEST_F(ListenerTest, SaysWhoKeepsAUnitAndEjectsItAllTheSame) {
+TEST_F(ListenerTest, SaysWhoKeepsAUnitAndTriesToEjectItAllTheSame) {
   start();
   disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
-  const auto unit = plugUnit({{0x25, kNoPowerCycle}});
+  const auto unit = std::make_shared<FakeSCSIUnit>(Pages{{0x25, kNoPowerCycle}});
+  unit->failsAt = "SetTrayState 1";
+  const ServiceHandle service =
+      registry.add(unitProperties("sr0"), registry.add({{"IOClass", "usb_device"}}));
+  scsi.units[service] = unit;
+  registry.announce(service);
   EXPECT_EQ(unit->take().back(), "SetTrayState 1");
-  EXPECT_THAT(warnings.lines(), ElementsAre("Lumo 700 could not be unmounted: in use by vi (12), "
-                                            "the disk is in use (0xe00002d5)"));
+  EXPECT_THAT(warnings.lines(),
+              ElementsAre("Lumo 700 could not be unmounted: in use by vi (12), the disk is in use "
+                          "(0xe00002d5)",
+                          StartsWith("Lumo 700 could not be ejected: ")));
 }
 
 TEST_F(ListenerTest, SendsAUnitToCameraModeAndWaitsForNothing) {
@@ -211,7 +219,7 @@ TEST_F(ListenerTest, LeavesAUnitAloneWhileTheSessionIsInactive) {
   arriveMSC(nullptr);
   EXPECT_THAT(takeLines(), ElementsAre(kMSCEntered));
   setSessionActive(false);
-  takeLines();
+  EXPECT_THAT(takeLines(), ElementsAre("fastUserSwitchHandler - entered"));
   EXPECT_THAT(plugUnit({})->take(), IsEmpty());
   EXPECT_EQ(takeWhyIgnored(), "this user's session is not active");
   EXPECT_THAT(

@@ -35,21 +35,19 @@ class UDisks2DiskArbitrationTest : public testing::Test {
   UDisks2DiskArbitrationTest() {
     service = std::make_unique<FakeUDisks2>(bus);
     // A card with two partitions, one mounted twice, and a disk beside it.
-    service->objects =
-        FakeUDisks2::block("sdb", {.drive = "Card"}) + "," +
-        FakeUDisks2::block(
-            "sdb1",
-            {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/A', b'/mnt/a']"}) +
-        "," +
-        FakeUDisks2::block("sdb2",
-                           {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/B']"}) +
-        "," + FakeUDisks2::block("sdb3", {.drive = "Card", .table = "sdb", .mountPoints = "[]"}) +
-        "," + FakeUDisks2::block("sda1", {.drive = "Disk", .mountPoints = "[b'/home']"}) + "," +
-        FakeUDisks2::block("loop0", {}) + "," +
-        FakeUDisks2::block("loop0p1", {.table = "loop0", .mountPoints = "[b'/l']"}) + "," +
-        FakeUDisks2::block("loop1", {.mountPoints = "[b'/k']"}) + "," +
-        FakeUDisks2::block("sdc1", {.drive = "Other", .mountPoints = "[b'/media/u/C']"}) + "," +
-        FakeUDisks2::block("sdd1", {.drive = "Card", .mountPoints = "[b'/media/u/D']"});
+    const auto add = [&](const char* name, const FakeUDisks2::Block& block) {
+      service->objects += (service->objects.empty() ? "" : ",") + FakeUDisks2::block(name, block);
+    };
+    add("sdb", {.drive = "Card"});
+    add("sdb1", {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/A', b'/mnt/a']"});
+    add("sdb2", {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/B']"});
+    add("sdb3", {.drive = "Card", .table = "sdb", .mountPoints = "[]"});
+    add("sda1", {.drive = "Disk", .mountPoints = "[b'/home']"});
+    add("loop0", {});
+    add("loop0p1", {.table = "loop0", .mountPoints = "[b'/l']"});
+    add("loop1", {.mountPoints = "[b'/k']"});
+    add("sdc1", {.drive = "Other", .mountPoints = "[b'/media/u/C']"});
+    add("sdd1", {.drive = "Card", .mountPoints = "[b'/media/u/D']"});
     // sdc is another disk of the card's device, sdd that of another one with its serial number.
     plugDisks({"sdb", "sdb1", "sdb2", "sdb3", "sdc1", "sr0"});
     plugDisks({"sdd1"});

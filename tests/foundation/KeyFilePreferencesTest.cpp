@@ -4,6 +4,7 @@
 
 #include <clocale>
 
+#include "platform/foundation/MakerConstants.h"
 #include "tests/support/FakeUserDefaults.h"
 #include "tests/support/Raised.h"
 #include "tests/support/RecordingSystemLog.h"
@@ -12,13 +13,14 @@
 namespace tarvo::test {
 namespace {
 
+using Lines = std::vector<std::string>;
+
 class KeyFilePreferencesTest : public testing::Test {
  protected:
   KeyFilePreferences read(const std::optional<std::string>& file = std::nullopt) {
     return KeyFilePreferences(log_.sink(), file);
   }
 
-  using Lines = std::vector<std::string>;
   TemporaryFolder folder_;
   RecordingSystemLog log_;
   ScopedEnvironment home_{"XDG_CONFIG_HOME", folder_.path("home")};
@@ -118,6 +120,61 @@ TEST(DefaultEncodingTest, IsAnEightBitOneOfThePlatformGroupOrTheLocales) {
   }
   std::setlocale(LC_CTYPE, "C");
   EXPECT_EQ(defaultEncoding(FakeUserDefaults()), "ANSI_X3.4-1968");
+}
+
+class MakerConstantsTest : public testing::Test {
+ protected:
+  MakerConstants load() { return MakerConstants::load(defaults_, log_.sink()); }
+
+  FakeUserDefaults defaults_;
+  RecordingSystemLog log_;
+  ScopedEnvironment bundle_{"TARVO_AGENT_BUNDLE", ""};
+};
+
+TEST_F(MakerConstantsTest, EachFieldIsOverriddenByTheKeyOfItsName) {
+  using Constants = MakerConstants;
+  const std::pair<const char*, std::string Constants::*> texts[] = {
+      {"manufacturer", &Constants::manufacturer},
+      {"relayBundleIdentifier", &Constants::relayBundleIdentifier},
+      {"helperBundleIdentifier", &Constants::helperBundleIdentifier},
+      {"volumeSerialPlaceholder", &Constants::volumeSerialPlaceholder}};
+  for (const auto& [key, field] : texts) {
+    defaults_.setText("Maker", key, std::string(key) + "; x ;;");
+    EXPECT_EQ(load().*field, std::string(key) + "; x ;;");
+  }
+  defaults_.setText("Maker", "legacyModels", "A b; x ;;");
+  defaults_.setText("Maker", "undefinedFormatModels", "");
+  defaults_.setText("Maker", "ptpVendorExtensionID", "4294967295");
+  defaults_.setText("Maker", "dockedProperty", "0xD208");
+  const auto constants = load();
+  EXPECT_EQ(constants.legacyModels, (Lines{"A b", "x"}));
+  EXPECT_EQ(constants.undefinedFormatModels, Lines{});
+  EXPECT_EQ(constants.ptpVendorExtensionID, 0xFFFFFFFF);
+  EXPECT_EQ(constants.dockedProperty, 0xD208);
+  EXPECT_EQ(log_.lines(), Lines{});
+}
+
+TEST_F(MakerConstantsTest, AValueThatCannotBeReadIsReportedByItsKeyAndLeavesTheDefault) {
+  defaults_.setText("Maker", "usbVendorID", "0x10000");
+  defaults_.setText("Maker", "manufacturer", "");
+  defaults_.setText("Maker", "agentBundlePath", "../agent");
+  const auto constants = load();
+  EXPECT_EQ(constants.usbVendorID, 0xF055);
+  EXPECT_EQ(constants.manufacturer, "Tarvo Imaging");
+  EXPECT_TRUE(constants.agentBundlePath.ends_with("Tarvo Agent.app"));
+  EXPECT_EQ(log_.lines(),
+            (Lines{"[Maker] usbVendorID is ignored: '0x10000' is no number of its range",
+                   "[Maker] manufacturer is ignored: '' is empty",
+                   "[Maker] agentBundlePath is ignored: '../agent' is no absolute path"}));
+}
+
+TEST_F(MakerConstantsTest, TheEnvironmentNamesTheBundleOverTheConfiguration) {
+  defaults_.setText("Maker", "agentBundlePath", "/opt/agent");
+  EXPECT_EQ(load().agentBundlePath, "/opt/agent");
+  const ScopedEnvironment absolute("TARVO_AGENT_BUNDLE", "/srv/a/../Agent.app/");
+  EXPECT_EQ(load().agentBundlePath, "/srv/Agent.app");
+  const ScopedEnvironment relative("TARVO_AGENT_BUNDLE", "Agent.app");
+  EXPECT_EQ(load().agentBundlePath, std::filesystem::current_path().string() + "/Agent.app");
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/iokit/Registry.h"
+#include "platform/iokit/UdevRegistry.h"
+#include "tests/support/ManualRunLoop.h"
 
 namespace tarvo {
 namespace {
@@ -49,6 +51,29 @@ TEST(PropertiesMatch, WhenEveryKeyIsThereWithAnEqualValue) {
         PropertyDictionary{{"BSD Name", nullptr}}, PropertyDictionary{{"IOPropertyMatch", "DVD"}},
         PropertyDictionary{{"IOPropertyMatch", {{"idVendor", 1}}}}})
     EXPECT_FALSE(propertiesMatch(unit, match)) << match;
+}
+
+// What is announced before udev has dealt with its nodes cannot be opened.
+TEST(SCSIUnitAssembly, WaitsLongerForNodesThatTheKernelHasMade) {
+  using Node = SCSIUnitAssembly::Node;
+  using Units = std::vector<std::string>;
+  test::ManualRunLoop loop;
+  Units complete;
+  SCSIUnitAssembly assembly(
+      loop, [](const std::string&, Node) { return true; },
+      [&](const std::string& unit) { complete.push_back(unit); });
+  assembly.unitSeen("/slow", true);
+  assembly.nodeSeen("/slow", true, Node::kGeneric);
+  loop.advance(std::chrono::milliseconds(9000));
+  EXPECT_EQ(complete, Units{});
+  assembly.nodeSeen("/slow", true, Node::kBlock);
+  EXPECT_EQ(complete, Units{"/slow"});
+  assembly.unitSeen("/stuck", true);
+  loop.advance(std::chrono::milliseconds(9999));
+  EXPECT_TRUE(assembly.isWaiting("/stuck"));
+  loop.advance(std::chrono::milliseconds(1));
+  EXPECT_EQ(complete, (Units{"/slow", "/stuck"}));
+  EXPECT_EQ(loop.validTimerCount(), 0U);
 }
 
 }  // namespace

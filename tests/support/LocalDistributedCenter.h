@@ -28,15 +28,6 @@ class LocalDistributedCenter : public DistributedNotificationCenter {
   /// What another process posts: heard, but not among `posted`.
   void postFromElsewhere(std::string_view name) { deliver(name); }
 
-  /// How many observers hear `name`.
-  std::size_t observerCount(std::string_view name) const {
-    std::size_t count = 0;
-    for (const auto& entry : registrations_) {
-      if (entry.name == name) ++count;
-    }
-    return count;
-  }
-
   std::vector<std::string> posted;  ///< names, in order
 
  private:

@@ -227,25 +227,13 @@ class USBScript {
   }
 
   static std::string describe(const Step& step) {
-    switch (step.kind) {
-      case Kind::kOut:
-        return "OUT " + hex(step.bytes);
-      case Kind::kIn:
-        return "IN " + hex(step.bytes);
-      case Kind::kControl:
-        return "request " +
-               hex({std::byte{step.setup.requestType}, std::byte{step.setup.request}}) + " with " +
-               hex(step.bytes);
-      case Kind::kClearHalt:
-        return "clear halt of " + hex({std::byte{step.endpoint}});
-      case Kind::kPortReset:
-        return "port reset";
-      case Kind::kSilence:
-        return "silence";
-      case Kind::kVanish:
-        return "unplug";
-    }
-    return {};
+    constexpr const char* kNames[] = {"OUT ",       "IN ",     "request ", "clear halt of ",
+                                      "port reset", "silence", "unplug"};
+    std::string text = kNames[static_cast<std::size_t>(step.kind)];
+    if (step.kind == Kind::kControl)
+      text += hex({std::byte{step.setup.requestType}, std::byte{step.setup.request}}) + " with ";
+    if (step.kind == Kind::kClearHalt) return text + hex({std::byte{step.endpoint}});
+    return step.kind <= Kind::kControl ? text + hex(step.bytes) : text;
   }
 
   /// The step that the host's next action must match: the device's own words may wait for later.
@@ -284,19 +272,11 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     if (vanished()) return {0, ptp::TransferResult::kNoDevice, 0};
     const bool in = (setup.requestType & 0x80) != 0;
     const Bytes sent = in ? Bytes() : Bytes(data.begin(), data.end());
-    const auto step = script_.nextOfHost();
-    if (step == script_.steps_.end() || step->kind != USBScript::Kind::kControl ||
-        step->setup.requestType != setup.requestType || step->setup.request != setup.request ||
-        (!in && step->bytes != sent)) {
-      script_.mismatch(
-          USBScript::describe({.kind = USBScript::Kind::kControl, .bytes = sent, .setup = setup}));
-      return {0, ptp::TransferResult::kStalled, 0};
-    }
+    const auto step = reach({.kind = USBScript::Kind::kControl, .bytes = sent, .setup = setup}, in);
+    if (!step) return {0, ptp::TransferResult::kStalled, 0};
     const std::size_t length = std::min(step->bytes.size(), data.size());
     if (in) std::copy_n(step->bytes.begin(), length, data.begin());
-    const ptp::TransferResult result = step->result;
-    script_.steps_.erase(step);
-    return {0, result, result == ptp::TransferResult::kCompleted ? length : 0};
+    return {0, step->result, step->result == ptp::TransferResult::kCompleted ? length : 0};
   }
 
   void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) override {
@@ -341,27 +321,14 @@ class ScriptedUSBDevice : public ptp::USBDevice {
 
   ptp::TransferResult clearHalt(std::uint8_t endpoint) override {
     if (vanished()) return ptp::TransferResult::kNoDevice;
-    const auto step = script_.nextOfHost();
-    if (step == script_.steps_.end() || step->kind != USBScript::Kind::kClearHalt ||
-        step->endpoint != endpoint) {
-      script_.mismatch(
-          USBScript::describe({.kind = USBScript::Kind::kClearHalt, .endpoint = endpoint}));
-      return ptp::TransferResult::kError;
-    }
-    script_.steps_.erase(step);
-    return ptp::TransferResult::kCompleted;
+    const auto step = reach({.kind = USBScript::Kind::kClearHalt, .endpoint = endpoint});
+    return step ? step->result : ptp::TransferResult::kError;
   }
 
   ptp::TransferResult resetPort() override {
     if (vanished()) return ptp::TransferResult::kNoDevice;
-    const auto step = script_.nextOfHost();
-    if (step == script_.steps_.end() || step->kind != USBScript::Kind::kPortReset) {
-      script_.mismatch(USBScript::describe({.kind = USBScript::Kind::kPortReset}));
-      return ptp::TransferResult::kError;
-    }
-    const auto result = step->result;
-    script_.steps_.erase(step);
-    return result;
+    const auto step = reach({.kind = USBScript::Kind::kPortReset});
+    return step ? step->result : ptp::TransferResult::kError;
   }
 
   void watchInterrupts(ptp::InterruptHandler handler) override {
@@ -390,6 +357,20 @@ class ScriptedUSBDevice : public ptp::USBDevice {
       for (const Transfer& transfer : *queue)
         bytes += transfer.buffer.size();
     return bytes;
+  }
+
+  /// Takes the step that the host's action has to be; where it is another, that is a mismatch.
+  std::optional<USBScript::Step> reach(const USBScript::Step& got, bool isRead = false) {
+    const auto step = script_.nextOfHost();
+    if (step == script_.steps_.end() || step->kind != got.kind || step->endpoint != got.endpoint ||
+        step->setup.requestType != got.setup.requestType ||
+        step->setup.request != got.setup.request || (!isRead && step->bytes != got.bytes)) {
+      script_.mismatch(USBScript::describe(got));
+      return std::nullopt;
+    }
+    auto reached = std::move(*step);
+    script_.steps_.erase(step);
+    return reached;
   }
 
   bool vanished() {
@@ -448,14 +429,8 @@ class ScriptedUSBDevice : public ptp::USBDevice {
     if (step != script_.steps_.end() && step->kind == USBScript::Kind::kSilence) return false;
     if (step != script_.steps_.end() && step->inPieces) return takePiece(transfer, *step);
     const Bytes sent(transfer.buffer.begin(), transfer.buffer.end());
-    if (step == script_.steps_.end() || step->kind != USBScript::Kind::kOut ||
-        step->bytes != sent) {
-      script_.mismatch(USBScript::describe({.kind = USBScript::Kind::kOut, .bytes = sent}));
-      finish(out_, ptp::TransferResult::kError);
-      return true;
-    }
-    const auto result = step->result;
-    script_.steps_.erase(step);
+    const auto reached = reach({.kind = USBScript::Kind::kOut, .bytes = sent});
+    const auto result = reached ? reached->result : ptp::TransferResult::kError;
     if (result == ptp::TransferResult::kCompleted) transfer.moved = sent.size();
     finish(out_, result);
     return true;

@@ -203,7 +203,7 @@ void AgentTestbed::endRelay(std::size_t index) {
 }
 
 void AgentTestbed::listenToDistributed() {
-  if (!distributed_) distributed_ = sessionBus_.connect();
+  distributed_ = sessionBus_.connect();
   const auto hear = [](GDBusConnection*, const char*, const char*, const char*, const char* member,
                        GVariant*, gpointer self) {
     static_cast<AgentTestbed*>(self)->heard_.emplace_back(member);
@@ -211,14 +211,6 @@ void AgentTestbed::listenToDistributed() {
   subscription_ = g_dbus_connection_signal_subscribe(
       distributed_.get(), nullptr, "com.tarvo.DistributedNotification", nullptr,
       "/com/tarvo/DistributedNotification", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, hear, this, nullptr);
-}
-
-void AgentTestbed::postDistributed(const std::string& name) {
-  if (!distributed_) distributed_ = sessionBus_.connect();
-  g_dbus_connection_emit_signal(distributed_.get(), nullptr, "/com/tarvo/DistributedNotification",
-                                "com.tarvo.DistributedNotification", name.c_str(), nullptr,
-                                nullptr);
-  g_dbus_connection_flush_sync(distributed_.get(), nullptr, nullptr);
 }
 
 }  // namespace tarvo::test

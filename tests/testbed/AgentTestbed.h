@@ -20,11 +20,10 @@
 #include <string>
 #include <vector>
 
-#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/program/Bundle.h"
+#include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/ptp/PTPCamera.h"
 #include "simulator/testbed/Testbed.h"
-#include "tests/foundation/FakeLogind.h"
 #include "tests/support/MainContextWait.h"
 #include "tests/support/PrivateBus.h"
 #include "tests/support/TemporaryFolder.h"
@@ -100,7 +99,6 @@ class AgentTestbed : public ::testing::Test {
   /// Tells the application of a launch to end.
   static void end(const nlohmann::json& launch);
 
-  void postDistributed(const std::string& name);
   /// Names of the distributed notifications that were posted, by anybody.
   const std::vector<std::string>& heard() const { return heard_; }
   void listenToDistributed();

@@ -76,32 +76,6 @@ TEST_F(Arrival, ASecondCameraIsIgnoredWhileTheRelayRunsAndStartsItAfterItsEnd) {
   EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
 }
 
-TEST_F(Arrival, WhileTheWirelessUtilityIsBusyTheViewerShowsTheBusyPage) {
-  startAgent();
-  postDistributed("kWRLABusyNotification");
-  ASSERT_TRUE(waitForLog("handleBusyNotification entered"));
-  plug("tarvo-camera");
-  EXPECT_TRUE(waitForLog("WRLA is transferring. Ignoring this camera event."));
-  ASSERT_TRUE(waitUntil([&] { return !launches(kViewer).empty(); }));
-  EXPECT_EQ(launches(kViewer)[0]["arguments"],
-            nlohmann::json({bundle_.page.string(), "-h", "400", "-v", "155"}));
-  EXPECT_THAT(launches(kRelay), IsEmpty());
-  postDistributed("kWRLADoneNotification");
-  ASSERT_TRUE(waitForLog("handleDoneNotification entered"));
-  plug("second-camera", "1-5");
-  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
-}
-
-TEST_F(Arrival, TheWirelessUtilityStartsWithTheAgentAndAgainOnRequest) {
-  startAgent();
-  ASSERT_TRUE(waitUntil([&] { return launches(kWireless).size() == 1; }));
-  EXPECT_EQ(launches(kWireless)[0]["arguments"], nlohmann::json::array());
-  end(launches(kWireless)[0]);
-  EXPECT_TRUE(waitForLog("got WRLA died notification"));
-  postDistributed("LaunchWRLAppNotification");
-  EXPECT_TRUE(waitUntil([&] { return launches(kWireless).size() == 2; }));
-}
-
 TEST_F(Arrival, ACameraThatIsGoneWithinTheHalfSecondIsNotTouched) {
   configure("Preferences", "LOG_SUBSYS_CAMERA_VERBOSE", "true");
   startAgent();
@@ -121,22 +95,6 @@ TEST_F(Arrival, AnArrivalCostsTheSameWhateverTheCameraHolds) {
   const auto big = plug("big-store", "1-2");
   ASSERT_FALSE(relayLaunch(1).is_null());
   EXPECT_EQ(camera(small).counts().transactions, camera(big).counts().transactions);
-}
-
-TEST_F(Arrival, InAnInactiveSessionIsIgnored) {
-  systemBus_.start();
-  FakeLogind logind(systemBus_);
-  logind.setDisplay("s1");
-  logind.setActive("s1", false);
-  startAgent();
-  ASSERT_TRUE(waitForLog("fastUserSwitchHandler - entered"));
-  plug("tarvo-camera");
-  EXPECT_TRUE(waitForLog("newImageCaptureDeviceAdded - not active. Ignoring this camera event."));
-  EXPECT_THAT(launches(kRelay), IsEmpty());
-  logind.setActive("s1", true);
-  ASSERT_TRUE(waitForLog("fastUserSwitchHandler - entered", 2));
-  plug("second-camera", "1-5");
-  EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01500000));
 }
 
 TEST_F(Arrival, OnSystem1062CamerasArriveAndAnAVIEventStartsASearchOfFiveSeconds) {

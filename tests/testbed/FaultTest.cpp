@@ -6,6 +6,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 struct FaultCase {
   const char* name;
@@ -31,7 +32,7 @@ TEST_P(Fault, LeavesTheAgentReadyForTheNextCamera) {
   plug("second-camera", "1-5");
   EXPECT_EQ(relayArguments(row.launched ? 1 : 0), commandLine("PTP", 0x01500000));
   EXPECT_THAT(device->violations(), IsEmpty());
-  agent().signal(SIGTERM);
+  agent().signal(SIGINT);
   EXPECT_EQ(agent().waitForEnd(), 0);
 }
 
@@ -55,15 +56,19 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"OmitsZeroLengthPackets", "no-zlp", "", true}),
     [](const auto& row) { return std::string(row.param.name); });
 
-class HeldInterface : public AgentTestbed {};
+/// With a plain libusb program at it.
+class ProbedDevice : public AgentTestbed {
+ protected:
+  std::unique_ptr<TestbedProgram> probe(const std::string& id, std::vector<std::string> commands) {
+    commands.insert(commands.begin(), {PROBE_PROGRAM, testbed_->device(id)->address.node()});
+    return std::make_unique<TestbedProgram>(
+        *testbed_, commands, std::map<std::string, std::string>(), folder_.path("probe"));
+  }
+};
 
-TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
+TEST_F(ProbedDevice, IsReportedWithItsHolderAndTakenWhenItIsFree) {
   const auto id = plug("tarvo-camera", "1-1");
-  auto holder = std::make_unique<TestbedProgram>(
-      *testbed_,
-      std::vector<std::string>{PROBE_PROGRAM, testbed_->device(id)->address.node(), "claim",
-                               "hold"},
-      std::map<std::string, std::string>(), folder_.path("holder.log"));
+  auto holder = probe(id, {"claim", "hold"});
   ASSERT_TRUE(waitUntil([&] { return !holder->output().empty(); }));
   EXPECT_THAT(holder->output(), HasSubstr("claim LIBUSB_SUCCESS"));
   startAgent();
@@ -73,6 +78,18 @@ TEST_F(HeldInterface, IsReportedWithItsHolderAndTakenWhenItIsFree) {
   EXPECT_THAT(launches(kRelay), IsEmpty());
   holder.reset();
   EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
+}
+
+TEST_F(ProbedDevice, EndsWhatIsInFlightWhenTheDeviceIsUnplugged) {
+  const auto id = plug("tarvo-camera");
+  ASSERT_EQ(camera(id).setFault("silent", ""), "");
+  const auto device = testbed_->device(id)->camera;
+  const auto waiting = probe(id, {"claim", "info", "info"});
+  ASSERT_TRUE(waitUntil([&] { return device->counts().transactions == 1; }));
+  testbed_->unplug(id);
+  EXPECT_EQ(waiting->waitForEnd(), 0);
+  EXPECT_THAT(waiting->output(), HasSubstr("info LIBUSB_ERROR_NO_DEVICE"));
+  EXPECT_THAT(waiting->output(), Not(HasSubstr("TIMEOUT")));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// The simulator's program as a person uses it on a camera's objects, from a shell.
+// The simulator's program as a person uses it, from a shell.
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 
@@ -14,25 +14,69 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-class ObjectVerbs : public ::testing::Test {
+class Program : public ::testing::Test {
  protected:
-  /// Serves a device for a script in which $SIM is the program and $PROBE a host; gives the exit
-  /// code of `serve`.
-  int serve(const std::string& arguments, const std::string& script) {
-    const auto file = folder_.writeScript("script", script);
-    const auto command = "unset UMOCKDEV_DIR; export LD_PRELOAD= SIM='" SIMULATOR_PROGRAM
-                         "' PROBE='" PROBE_PROGRAM "' TARVO_SIMULATOR_SOCKET='" +
-                         folder_.path("sock") + "'; \"$SIM\" serve " + arguments + " -- '" + file +
-                         "' > '" + folder_.path("out") + "' 2>&1";
-    const int status = std::system(command.c_str());
+  /// Runs a shell line in which $SIM is the program and $PROBE a host; gives its exit code.
+  int run(const std::string& line) {
+    const auto script = folder_.writeScript(
+        "line",
+        "export SIM='" SIMULATOR_PROGRAM "' PROBE='" PROBE_PROGRAM "' TARVO_SIMULATOR_SOCKET='" +
+            folder_.path("sock") + "' TMPDIR='" + folder_.path("tmp") + "'\n" + line + "\n");
+    std::filesystem::create_directories(folder_.path("tmp"));
+    // The program is to make its own testbed, not to find itself in this one.
+    const int status = std::system(
+        ("unset UMOCKDEV_DIR; LD_PRELOAD= '" + script + "' > '" + folder_.path("out") + "' 2>&1")
+            .c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  /// Serves a device for a script; gives the exit code of `serve`.
+  int serve(const std::string& arguments, const std::string& script) {
+    return run("$SIM serve " + arguments + " -- '" + folder_.writeScript("script", script) + "'");
   }
   std::string output() const { return folder_.read("out"); }
 
   TemporaryFolder folder_;
 };
 
-TEST_F(ObjectVerbs, AddListExportAndRemoveObjects) {
+TEST_F(Program, RunsACommandInTheTestbedAndEndsWithItsExitCode) {
+  EXPECT_EQ(run("$SIM serve --device tarvo-camera -- sh -c '"
+                "$SIM plug msc-camera --port 250-2; $SIM list; cat /proc/self/mounts; exit 7'"),
+            7)
+      << output();
+  EXPECT_THAT(output(), HasSubstr("1-1      tarvo-camera       0xF055:0x0302"));
+  EXPECT_THAT(output(), HasSubstr("/dev/sdb1 /media/"));
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path("tmp"))) << "the testbed's folder is left";
+  EXPECT_FALSE(folder_.exists("sock"));
+}
+
+TEST_F(Program, LetsOthersJoinAndCleansUpAfterASignal) {
+  EXPECT_EQ(run("$SIM serve --device card > /dev/null & server=$!\n"
+                "until $SIM list > /dev/null 2>&1; do kill -0 $server || exit 9; done\n"
+                "$SIM run -- sh -c 'ls /media/*/TARVO_CARD/MISC; ls /sys/bus/usb/devices'\n"
+                "kill $server; wait $server"),
+            0)
+      << output();
+  EXPECT_THAT(output(), HasSubstr("IREVIEW.DB"));
+  EXPECT_THAT(output(), HasSubstr("1-1:1.0"));
+  EXPECT_TRUE(std::filesystem::is_empty(folder_.path("tmp"))) << "the testbed's folder is left";
+}
+
+TEST_F(Program, TellsAMistakeFromAFailureByItsExitCode) {
+  const std::pair<const char*, int> rows[] = {
+      {"$SIM --help", 0},
+      {"$SIM", 2},
+      {"$SIM juggle", 2},
+      {"$SIM list", 1},
+      {"$SIM plug nothing-like-it", 1},
+      {"$SIM serve --device nothing-like-it -- true", 1},
+      {"$SIM serve -- sh -c '$SIM plug tarvo-camera && $SIM fault 1-1 explode'", 1},
+      {"$SIM serve -- sh -c '$SIM plug tarvo-camera && $SIM fault 1-1 delay=5'", 0},
+  };
+  for (const auto& [line, expected] : rows)
+    EXPECT_EQ(run(line), expected) << line << output();
+}
+
+TEST_F(Program, AddsListsExportsAndRemovesObjects) {
   const std::string script = R"(
 set -e
 fails() { if "$@"; then exit 8; fi; }
@@ -53,7 +97,7 @@ fails $SIM add 1-1 "$FOLDER/NEW.JPG" --parent 4711
   EXPECT_THAT(output(), HasSubstr("p  \"TARV0002.JPG\""));
 }
 
-TEST_F(ObjectVerbs, ShowDataSetsAndWhatIsDisplayed) {
+TEST_F(Program, ShowsDataSetsAndHandsWordsOnAsTheyAre) {
   const std::string script = R"(
 fails() { if "$@"; then exit 8; fi; }
 $SIM objects 1-1 --format 0xB202
@@ -69,13 +113,7 @@ $SIM run -- printf '%s\n' '[a,b]' ' c'
   EXPECT_THAT(output(), HasSubstr("\n[a,b]\n c\n"));
 }
 
-TEST_F(ObjectVerbs, ShowNamesWithoutTheirControlCharacters) {
-  EXPECT_EQ(serve("--device hostile-names", "$SIM objects 1-1; $SIM objects 1-1 --json"), 0);
-  EXPECT_THAT(output(), HasSubstr(R"("TAB\tLINE\n\u001b[31mRED.JPG")"));
-  EXPECT_THAT(output(), Not(HasSubstr("\x1B")));
-}
-
-TEST_F(ObjectVerbs, ABreachOfTheProtocolIsShownAndCounts) {
+TEST_F(Program, ShowsABreachOfTheProtocolAndCountsIt) {
   const std::string breach = "$PROBE /dev/bus/usb/001/002 claim num > /dev/null\n";
   EXPECT_EQ(serve("--device tarvo-camera", breach + "$SIM list --violations\n"), 1);
   EXPECT_THAT(output(), HasSubstr("1-1: operation 0x1006 without a session"));

@@ -152,48 +152,5 @@ TEST_F(Tool, EndsQuietlyWhenNobodyReads) {
   EXPECT_THAT(full.err, HasSubstr("standard output: input/output error"));
 }
 
-TEST_F(Tool, WithoutADeviceOrWithTwoItSaysSo) {
-  EXPECT_EQ(tool("ls").exitCode, 3);
-  EXPECT_EQ(tool("--json devices").json(), nlohmann::json::array());
-  plug(camera());
-  const auto second = plug(camera("second-camera"));
-  const auto both = tool("ls");
-  EXPECT_EQ(both.exitCode, 2);
-  EXPECT_THAT(both.err, HasSubstr("TLX2-000417"));
-  EXPECT_EQ(tool("--device TLX2-000417 ls").exitCode, 0) << err();
-  EXPECT_EQ(tool("--device 0x" +
-                 [&] {
-                   std::ostringstream text;
-                   text << std::hex << testbed_->device(second)->port.locationID();
-                   return text.str();
-                 }() +
-                 " ls")
-                .exitCode,
-            0)
-      << err();
-}
-
-TEST_F(Tool, FaultsOnTheBusAreNamed) {
-  struct Row {
-    const char* fault;
-    const char* value;
-    const char* error;
-  };
-  for (const Row& row :
-       {Row{"stall", "0x1009", "0x"}, Row{"babble", "0x1009", "0x"},
-        Row{"silent", "0x1009", "-9904, 0xffffd950"}, Row{"vanish", "0x1009", "-9903, 0xffffd951"},
-        Row{"wrong-id", "0x1008,@3+", "-9905, 0xffffd94f"}}) {
-    const auto id = plug(camera());
-    pluggedCamera(id).setFault(row.fault, row.value);
-    const auto run = tool("--timeout 1 get --all --output pictures/");
-    EXPECT_EQ(run.exitCode, 1) << row.fault;
-    EXPECT_THAT(run.err, HasSubstr(row.error)) << row.fault;
-    for (const auto& name : filesIn(work("pictures")))
-      EXPECT_TRUE(name.starts_with('.')) << name;
-    fs::remove_all(work("pictures"));
-    if (testbed_->device(id)) testbed_->unplug(id);
-  }
-}
-
 }  // namespace
 }  // namespace tarvo::test

@@ -2,7 +2,6 @@
 #include <filesystem>
 #include <sstream>
 
-#include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
 #include "tests/testbed/AgentTestbed.h"
 
@@ -13,7 +12,6 @@ using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 constexpr const char* kInquiry = "-r 36 /dev/sg1 12 00 00 00 24 00";
-constexpr const char* kSelect = "-s 17 -i page /dev/sg1 55 00 00 00 00 00 00 00 11 00";
 
 class Unit : public AgentTestbed {
  protected:
@@ -41,11 +39,6 @@ class Unit : public AgentTestbed {
     return program->output() + "exit " + std::to_string(code.value_or(-1));
   }
   std::string raw(const std::string& words) { return run("sg_raw -t 1 " + words); }
-
-  void writePage(const std::string& hex) {
-    const auto bytes = hexBytes(hex);
-    folder_.write("page", {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-  }
 };
 
 TEST_F(Unit, IsReadBySg3Utils) {
@@ -102,24 +95,6 @@ TEST_F(Unit, TellsWhatGoesWrongAndGoesOnAfterIt) {
     EXPECT_THAT(raw(kInquiry), HasSubstr(row.expected)) << row.fault << " " << row.value;
     EXPECT_THAT(raw(kInquiry), HasSubstr("Received 36 bytes of data")) << "after " << row.fault;
   }
-}
-
-TEST_F(Unit, LeavesAndComesBackAsACamera) {
-  const auto id = plug("dock");
-  const auto unit = testbed_->device(id)->unit;
-  writePage("0000000000000000 25 07 04 01 00000064 00");
-  EXPECT_THAT(raw(kSelect), HasSubstr("SCSI Status: Good"));
-  EXPECT_EQ(hexText(unit->commands().back().block), "55000000000000001100");
-  EXPECT_TRUE(unit->state().mode.isCamera());
-  EXPECT_EQ(unit->state().mode.delay, 100U);
-  EXPECT_TRUE(waitUntil([&] {
-    const auto* device = testbed_->device(id);
-    return device != nullptr && device->camera;
-  }));
-  EXPECT_EQ(fileContent(testbed_->root().string() +
-                        "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-1/serial"),
-            "TPD-000073\n");
-  EXPECT_FALSE(std::filesystem::exists(testbed_->root() / "dev/sg1"));
 }
 
 TEST_F(Unit, IsPulledOutUnderACommandThatWaits) {

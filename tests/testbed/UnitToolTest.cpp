@@ -5,7 +5,6 @@
 #include "tests/support/HexBytes.h"
 #include "tests/support/ViolationCheck.h"
 #include "tests/testbed/ToolTestbed.h"
-#include "tests/testbed/UnitCommands.h"
 
 namespace tarvo::test {
 namespace {
@@ -23,72 +22,30 @@ class UnitTool : public ToolTestbed {
   std::shared_ptr<MassStorageUnit> plugUnit(const std::string& name) {
     return testbed_->device(plug(camera(name)))->unit;
   }
-  static std::string lastData(const MassStorageUnit& unit) {
-    const auto commands = unit.commands();
-    return commands.empty() ? "" : hexText(commands.back().data);
-  }
 };
-
-TEST_F(UnitTool, ShowsUnitsAndWhatTheyAre) {
-  const auto unit = plugUnit("dock");
-  const auto list = tool("--json msc list").json();
-  ASSERT_EQ(list.size(), 1U) << list;
-  EXPECT_EQ(list[0]["location"], 0x01100000);
-  EXPECT_EQ(list[0]["serial"], "TPD-000073");
-  const auto mode = tool("--json msc mode get").json();
-  EXPECT_EQ(mode["supportsAutoPowerCycle"], true);
-  EXPECT_EQ(mode["isCompositeDevice"], false);
-  EXPECT_EQ(mode["memoryMode"], true);
-  unit->forgetCommands();
-  EXPECT_EQ(tool("msc model").out, "Tarvo Lumo 410\n");
-  // The header alone, then six bytes more than its length says.
-  EXPECT_THAT(blocksOf(*unit), ElementsAre("5a002600000000000800", "5a002600000000001e00"));
-}
 
 TEST_F(UnitTool, SendsAUnitToAnotherMode) {
   struct Row {
     const char* words;
     const char* page;
   };
-  const Row rows[] = {{"startup",
-                       "01"
-                       "00"
-                       "00000000"},
-                      {"memory --permanent",
-                       "82"
-                       "00"
-                       "00000000"},
-                      {"camera",
-                       "04"
-                       "00"
-                       "00000000"},
-                      {"camera --power-down --wake-after 1234",
-                       "04"
-                       "01"
-                       "0000007b"}};
+  // Flags, power down, delay in units of ten.
+  const Row rows[] = {{"startup", "01 00 00000000"},
+                      {"memory --permanent", "82 00 00000000"},
+                      {"camera", "04 00 00000000"},
+                      {"camera --power-down --wake-after 1234", "04 01 0000007b"}};
   const auto unit = plugUnit("dock");
   for (const auto& row : rows) {
     const auto run = tool(std::string("msc mode set ") + row.words);
     EXPECT_EQ(run.exitCode, 0) << row.words << "\n" << run.err;
     // The capabilities go back as they were read.
-    EXPECT_EQ(lastData(*unit), std::string("00000000000000002507") + row.page + "03") << row.words;
+    const auto page = hexBytes(std::string("0000000000000000 2507") + row.page + "03");
+    EXPECT_EQ(unit->commands().back().data, page) << row.words;
   }
   EXPECT_TRUE(waitUntil([&] {
     const auto* device = testbed_->device("1-1");
     return device != nullptr && device->camera;
   }));
-}
-
-TEST_F(UnitTool, SetsTheClock) {
-  const auto unit = plugUnit("dock-fixed");
-  const auto run = tool("--json msc clock set");
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_THAT(lastData(*unit), StartsWith("0000000000000000290e"));
-  auto digits = run.json()["dateTime"].get<std::string>();
-  std::erase_if(digits, [](char each) { return each < '0' || each > '9'; });
-  EXPECT_EQ(unit->state().clock, digits);
-  EXPECT_THAT(blocksOf(*unit),
-              ElementsAre("5a002900000000000800", "5a002900000000001e00", "55000000000000001800"));
 }
 
 TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
@@ -132,9 +89,7 @@ TEST_F(UnitTool, FailsInWords) {
       {"dock", "sense", "0x052600,0x55", "mode set camera", "5/26/00"},
       {"dock", "status", "0x18,0x55", "clock set", "0x18"},
       {"dock", "truncate", "0,0x5A", "model", "model page is too short"},
-      {"dock", "mode-length", "0xFFFF,0x5A", "model", "model page is too short"},
       {"dock", "vanish-command", "@1", "mode get", "mode page 0x25"},
-      {"dock", "vanish", "@2", "mode get", "mode page 0x25"},
       {"dock", "vanish-status", "@3", "mode set camera", "the unit has gone"},
       {"dock", "phase-error", "0x55", "mode set camera", "the unit gave no answer"},
   };
@@ -149,14 +104,6 @@ TEST_F(UnitTool, FailsInWords) {
     if (testbed_->device(id) != nullptr) testbed_->unplug(id);
   }
   EXPECT_EQ(tool("msc model").exitCode, 3);
-}
-
-// Whatever the unit claims, what is shown are bytes that it has sent.
-TEST_F(UnitTool, DoesNotBelieveLengths) {
-  const auto unit = plugUnit("dock-faulty");
-  EXPECT_EQ(tool("msc model").out, "Tarvo Faulty Dock\n");
-  ASSERT_EQ(unit->setFault("short", "0x5A,@2"), "");
-  EXPECT_EQ(tool("msc model").out, "Tar\n");
 }
 
 }  // namespace

@@ -53,13 +53,6 @@ TEST_F(Usage, MalformedPreferencesAreNamedAndTheAgentStarts) {
     EXPECT_TRUE(hasLogged(std::string(key) + " is ignored: ")) << key;
 }
 
-TEST_F(Usage, AFileWithAMalformedLineIsNamedAndIgnored) {
-  configure("Preferences", "[Platform", "VolumesFolder");
-  startAgent();
-  EXPECT_TRUE(hasLogged("agent.conf, line 5: neither a group nor"));
-  EXPECT_FALSE(hasLogged("RLA_Listener")) << "the key above it counts";
-}
-
 TEST_F(Usage, TheNameAndTheStatusAreThereWheneverABusIs) {
   sessionBus_.stop();
   startAgent();

@@ -4,20 +4,15 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 
 #include "Utilities/PTPCodes.h"
 #include "simulator/description/DatasetDescription.h"
-#include "tests/tools/ToolBench.h"
+#include "tests/tools/SharingBench.h"
 
 namespace tarvo::test {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
 using simulator::ContactRecord;
 using simulator::GroupRecord;
@@ -98,16 +93,10 @@ constexpr FaultRow kFaults[] = {{"stall"},           {"stall-out"},
 
 class BookFaults : public ::testing::TestWithParam<Way> {
  protected:
-  static std::unique_ptr<CameraBench> makeBench() {
-    std::ifstream file(std::string(DEVICES_FOLDER) + "/" + GetParam().device + ".json");
-    auto description = json::parse(file);
-    description.erase("usb");
-    description.erase("comment");
+  static std::unique_ptr<SharingBench> makeBench() {
     // Nobody to whom an order goes may be taken out.
-    if (description.contains("datasets")) description["datasets"].erase("emailOrders");
-    auto bench = std::make_unique<CameraBench>(description.dump());
-    ::setenv("XDG_DATA_HOME", bench->folder.path("data").c_str(), 1);
-    return bench;
+    return std::make_unique<SharingBench>(GetParam().device,
+                                          R"({"datasets": {"emailOrders": null}})");
   }
 
   /// The book of the device with a contact more, one less and one renamed, a group more, one less
@@ -131,14 +120,6 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     std::vector<std::string> words = {"addressbook", "import", file, "--yes"};
     words.insert(words.end(), GetParam().options.begin(), GetParam().options.end());
     return bench.run(words);
-  }
-
-  static std::vector<std::string> backups(const CameraBench& bench) {
-    std::vector<std::string> paths;
-    std::error_code none;
-    for (const auto& entry : fs::directory_iterator(bench.folder.path("data/tarvo/backups"), none))
-      paths.push_back(entry.path());
-    return paths;
   }
 
   /// Runs it without a fault: what there is before and after, and how many transactions it takes.
@@ -185,7 +166,7 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   }
 
   /// Where anything has changed, the backup is there and the message says what was written.
-  void expectTold(const CameraBench& bench, const ToolRun& run, const Held& now) const {
+  void expectTold(const SharingBench& bench, const ToolRun& run, const Held& now) const {
     if (now == before_) return;
     EXPECT_TRUE(isKept(bench));
     // Reading the book once more may fail too; by then all is said.
@@ -206,13 +187,11 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   }
 
   /// Whether there is a backup; of a file, one that is the same byte for byte.
-  bool isKept(const CameraBench& bench) const {
-    const auto paths = backups(bench);
-    if (before_.files.empty()) return !paths.empty();
-    return std::ranges::any_of(paths, [this](const auto& path) {
-      std::ostringstream content;
-      content << std::ifstream(path, std::ios::binary).rdbuf();
-      return path.ends_with(".abk") && content.str() == before_.files.front();
+  bool isKept(const SharingBench& bench) const {
+    const auto backups = bench.backups();
+    if (before_.files.empty()) return !backups.empty();
+    return std::ranges::any_of(backups, [&](const auto& backup) {
+      return backup.ends_with(".abk") && bench.folder.read(backup) == before_.files.front();
     });
   }
 
@@ -235,10 +214,10 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   }
 
   /// What the message offers: the backup puts back what the device held.
-  void expectRestored(CameraBench& bench) const {
-    for (const auto& path : backups(bench)) {
-      if (!path.ends_with(".json")) continue;
-      const auto run = bench.run({"addressbook", "import", path, "--yes"});
+  void expectRestored(SharingBench& bench) const {
+    for (const auto& backup : bench.backups()) {
+      if (!backup.ends_with(".json")) continue;
+      const auto run = bench.run({"addressbook", "import", bench.folder.path(backup), "--yes"});
       EXPECT_EQ(run.exitCode, 0) << run.err;
     }
     EXPECT_EQ(heldBy(*bench.sim.camera), before_);

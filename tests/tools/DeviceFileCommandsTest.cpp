@@ -7,7 +7,6 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::AllOf;
-using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 

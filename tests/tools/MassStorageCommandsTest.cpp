@@ -187,23 +187,5 @@ TEST(Units, MountTheOneDiskThatCanBeMeant) {
   EXPECT_EQ(bench.run({"msc", "mount", "sda1"}).exitCode, tools::kFailed);
 }
 
-// Every command that asks the unit: a unit that refuses, or goes, is a failure with its status.
-TEST(Units, ThatRefuseOrGoAreFailuresInWordsWithTheStatus) {
-  const std::vector<std::vector<std::string>> commands = {{"msc", "mode", "get"},
-                                                          {"msc", "mode", "set", "camera"},
-                                                          {"msc", "model"},
-                                                          {"msc", "clock", "set"},
-                                                          {"msc", "eject"}};
-  for (auto words : commands) {
-    UnitBench bench;
-    bench.plug()->callsUntilUnplugged = 0;
-    words.insert(words.begin(), "--json");
-    const auto run = bench.run(words);
-    EXPECT_EQ(run.exitCode, tools::kFailed) << words.back();
-    EXPECT_EQ(run.json()["error"]["statusHex"], "0xe00002c0");
-    EXPECT_EQ(run.json()["error"]["advice"], "Plug the device in again.");
-  }
-}
-
 }  // namespace
 }  // namespace tarvo::test

@@ -76,18 +76,6 @@ TEST(Orders, NothingThatADeviceSaysLeadsOutOfTheFolder) {
   }
 }
 
-TEST(Orders, AreFulfilledPictureByPicture) {
-  SharingBench bench("orders-camera");
-  EXPECT_EQ(bench.run({"orders", "fulfil", "1", "TARV0003.MOV"}).exitCode, 0);
-  EXPECT_EQ(bench.run({"--json", "orders", "list"}).json()[0]["pictures"].size(), 1U);
-  EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 2U);
-  EXPECT_EQ(bench.run({"orders", "fulfil", "1"}).exitCode, 0);
-  EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 1U) << "an order without pictures is done";
-  const auto other = bench.run({"orders", "fulfil", "1", "TARV0001.JPG"});
-  EXPECT_EQ(other.exitCode, tools::kFailed);
-  EXPECT_THAT(other.err, HasSubstr("e-mail order 1 has no such picture"));
-}
-
 TEST(Orders, OfMarkerFilesAreDeletedTogetherOrNotAtAll) {
   SharingBench bench("orders-legacy");
   for (const char* command : {"fulfil", "delete"}) {
@@ -115,17 +103,6 @@ TEST(Orders, OfDataSetsAreDeletedSinglyAndTogether) {
   EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 0U);
   EXPECT_EQ(bench.count(ptp::XTD_TRANSFER_ORDER), 1U) << "the device keeps those";
   EXPECT_EQ(bench.run({"orders", "show", "9"}).exitCode, tools::kFailed);
-}
-
-TEST(Orders, ThatCannotBeReadAreCounted) {
-  // GUID, service type and sender, then recipients without an end.
-  SharingBench bench("orders-camera", withEndlessDataSet("0xB204", 16 + 2 + 1));
-  const auto run = bench.run({"orders", "list"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_THAT(run.out, HasSubstr("3 copies")) << "the other kinds are there";
-  EXPECT_THAT(run.err, ContainsRegex("e-mail orders?.*read"));
-  const auto json = bench.run({"--json", "orders", "list"}).json();
-  EXPECT_TRUE(json.back().contains("error")) << json;
 }
 
 TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {

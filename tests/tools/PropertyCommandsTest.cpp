@@ -9,17 +9,6 @@ namespace {
 
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
-using ::testing::SizeIs;
-
-TEST(Properties, AreListedWithNameValueAndWhatIsAllowed) {
-  CameraBench bench;
-  const auto run = bench.run({"property", "list"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_THAT(run.out,
-              ContainsRegex("0x5001  BatteryLevel +read only +80 % +0 to 100 in steps of 1"));
-  EXPECT_THAT(run.out, ContainsRegex("DateTime +read and write +2024-06-15 12:00:00"));
-  EXPECT_THAT(bench.run({"--json", "property", "list"}).json(), SizeIs(3));
-}
 
 TEST(Properties, AreReadByNameAndByCode) {
   CameraBench bench;

@@ -1,7 +1,6 @@
-// decode and encode: without a device, and without a platform.
+// decode, encode and models: without a device, and without more of a platform than the models.
 #include <gmock/gmock.h>
 
-#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "tests/tools/ToolBench.h"
 
 namespace tarvo::test {
@@ -13,13 +12,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr std::string_view kTwoNumbers("\2\0\0\0\1\0\2\0", 8);
-
-TEST(Decode, OneFileIsOneDocument) {
-  const TemporaryFolder folder;
-  const auto run = runTool({"decode", "uint16array", folder.write("a", kTwoNumbers)});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_EQ(run.json(), json::parse("[1, 2]"));
-}
 
 TEST(Decode, SeveralFilesAreAnArrayInTheirOrder) {
   const TemporaryFolder folder;
@@ -45,34 +37,6 @@ TEST(Decode, AMalformedFileAmongSeveralKeepsItsPlace) {
   EXPECT_EQ(run.json()[1]["error"]["status"], status::kFileNotFound);
 }
 
-TEST(Encode, IsTheInverseOfDecodeForEveryType) {
-  const TemporaryFolder folder;
-  for (const auto& type : recordTypes()) {
-    const std::string name(type.name);
-    const auto zeros = runTool({"decode", name, "-"}, std::string(4096, '\0'));
-    if (zeros.exitCode != 0) continue;  // a property without a datatype is none
-    const auto encoded = runTool({"encode", name, "-"}, zeros.out);
-    ASSERT_EQ(encoded.exitCode, 0) << name << encoded.err;
-    const auto again = runTool({"decode", name, folder.write(name, encoded.out)});
-    EXPECT_EQ(again.json(), zeros.json()) << name;
-  }
-}
-
-TEST(Encode, WritesOfAContactWhatADeviceWouldBeSent) {
-  const json contact = {{"kABUIDProperty", "00112233-4455-6677-8899-AABBCCDDEEFF"},
-                        {"kABEmailProperty", "a@b.example"},
-                        {"kABAddressStreetKey", "1\r2\r3"},
-                        {"XTContactImageKey", 7},
-                        {"XTContactAssociatedGroupsKey", {1, 2}}};
-  const auto encoded = runTool({"encode", "contact", "-"}, contact.dump());
-  auto decoded = runTool({"decode", "contact", "-"}, encoded.out).json();
-  json changes = json::object();
-  for (const auto& [key, value] : contact.items())
-    if (decoded[key] != value) changes[key] = decoded[key];
-  EXPECT_EQ(changes, json::parse(R"({"kABAddressStreetKey": "1\r2", "XTContactImageKey": 0,
-                                     "XTContactAssociatedGroupsKey": []})"));
-}
-
 TEST(Encode, WritesNothingUnlessAllCanBeWritten) {
   const TemporaryFolder folder;
   const auto good = folder.write("good", "[1, 2]");
@@ -84,6 +48,47 @@ TEST(Encode, WritesNothingUnlessAllCanBeWritten) {
     EXPECT_THAT(run.out, IsEmpty()) << bad;
     EXPECT_THAT(run.err, HasSubstr("encode -: ")) << bad;
   }
+}
+
+/// The models and nothing else.
+class ModelPlatform : public NoPlatform {
+ public:
+  explicit ModelPlatform(const std::string& bundle) { maker_.agentBundlePath = bundle; }
+  const MakerConstants& maker() override { return maker_; }
+  SupportedModels& models() override {
+    if (!models_) models_ = std::make_unique<SupportedModels>(maker_);
+    return *models_;
+  }
+
+ private:
+  MakerConstants maker_;
+  std::unique_ptr<SupportedModels> models_;
+};
+
+TEST(Models, AreCheckedAsCameraAndAsMassStorage) {
+  struct Row {
+    const char* ids;
+    bool ptp;
+    bool massStorage;
+  };
+  for (const Row& row : {Row{"F055:0302", true, false}, Row{"0xf055:0x302", true, false},
+                         Row{"F055:040B", false, true}, Row{"F055:0410", false, true},
+                         Row{"F055:0420", false, false}, Row{"04a9:0302", false, false}}) {
+    ModelPlatform platform(DATA_FOLDER "/bundle");
+    const auto run = runTool({"--json", "models", "check", row.ids}, platform);
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.json()["ptp"], row.ptp) << row.ids;
+    EXPECT_EQ(run.json()["massStorage"], row.massStorage) << row.ids;
+  }
+}
+
+TEST(Models, WithoutTheListTheFileIsNamed) {
+  ModelPlatform platform("/none");
+  const auto run = runTool({"models", "check", "F055:0302"}, platform);
+  EXPECT_EQ(run.exitCode, tools::kFailed);
+  EXPECT_THAT(run.err, HasSubstr("/none/Resources/ggcam.inf"));
+  for (const char* known : {"F055:040B", "04a9:0302"})
+    EXPECT_EQ(runTool({"models", "check", known}, platform).exitCode, 0) << known;
 }
 
 }  // namespace

@@ -9,6 +9,10 @@
 #include "tools/access/ToolContext.h"
 #include "tools/output/Output.h"
 
+namespace tarvo {
+class XTExtendedObjectInfo;
+}  // namespace tarvo
+
 namespace tarvo::tools {
 
 class OpenedDevice;
