@@ -20,8 +20,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/program/Bundle.h"
 #include "simulator/massstorage/MassStorageUnit.h"
+#include "simulator/program/Bundle.h"
 #include "simulator/ptp/PTPCamera.h"
 #include "simulator/testbed/Testbed.h"
 #include "tests/support/MainContextWait.h"

@@ -11,12 +11,12 @@
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookValidation.h"
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
+#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
 #include "Utilities/PropertyDictionary.h"
+#include "tools/access/OpenedDevice.h"
 
 namespace tarvo::tools {
-
-class OpenedDevice;
 
 struct UnreadEntry {
   std::string what{};        ///< "contact", "marker file", or what was to be listed: "contacts"

@@ -2,16 +2,19 @@
 
 #include <glib.h>
 
+#include <algorithm>
 #include <chrono>
 #include <utility>
 
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "platform/foundation/Numbers.h"
 
 namespace tarvo::tools {
+
 namespace {
 
 // The agent's look at a new camera is over in a fraction of this.
@@ -115,6 +118,199 @@ std::uint32_t numberArgument(const std::string& operation, const std::string& wh
   const auto number = numberOf(text, maximum);
   if (!number) refuseUsage(operation, "'" + text + "' is no " + what);
   return static_cast<std::uint32_t>(*number);
+}
+
+namespace {
+
+constexpr std::string_view kPTPModule = "PTPCamera.app";
+
+/// The USB serial number of the device at a location; empty where it has none.
+std::string serialAt(Registry& registry, std::int32_t location) {
+  for (const ServiceHandle service : registry.servicesMatching(
+           {{"IOClass", "usb_device"}, {"locationID", static_cast<std::uint32_t>(location)}})) {
+    const auto properties = registry.properties(service);
+    if (properties) return textForKey(*properties, "USB Serial Number").value_or("");
+  }
+  return {};
+}
+
+bool isSupported(SupportedModels& models, const DeviceSummary& device) {
+  if (device.speaksPTP) return models.isValidDscVid(device.vendor, device.product);
+  return models.isValidPVC(device.vendor, device.product) ||
+         SupportedModels::isValidCard(device.path);
+}
+
+std::string listInWords(const std::vector<DeviceSummary>& devices) {
+  std::string words;
+  for (const auto& device : devices)
+    words += (words.empty() ? "" : ", ") + inWords(device);
+  return words;
+}
+
+/// What the device itself says its serial number is; empty where it does not answer. The one on the
+/// USB can differ from it.
+std::string ownSerial(ToolPlatform& platform, const DeviceSummary& device) {
+  const auto scope = platform.services().imageCapture.openScope(device.object, nullptr, nullptr);
+  if (!scope) return {};
+  try {
+    Status failure = status::kOK;
+    const auto opened = XTImageCapturePTPDevice::withICAObject(device.object, &failure);
+    return opened ? opened->serialNumber() : "";
+  } catch (const Exception&) {
+    return {};  // a device that cannot be read is none that can be chosen by what it says
+  }
+}
+
+[[noreturn]] void refuseDevice(const std::string& operation, const std::string& why,
+                               const std::string& advice) {
+  throw ToolError({.operation = operation, .why = why, .advice = advice}, kNoDevice);
+}
+
+DeviceSummary namedDevice(ToolContext& context, const std::string& operation,
+                          const std::vector<DeviceSummary>& devices) {
+  const std::string& wanted = context.options.device;
+  const auto bySerial = std::ranges::find(devices, wanted, &DeviceSummary::serial);
+  if (bySerial != devices.end()) return *bySerial;
+  if (const auto location = locationFrom(wanted)) {
+    const auto byLocation = std::ranges::find(devices, location, &DeviceSummary::location);
+    if (byLocation != devices.end()) return *byLocation;
+  }
+  for (const auto& device : devices) {
+    if (device.speaksPTP && device.isOfMaker && ownSerial(context.platform, device) == wanted)
+      return device;
+  }
+  refuseDevice(operation,
+               "there is no device with the serial number or location '" + wanted + "'" +
+                   (devices.empty() ? "" : "; connected: " + listInWords(devices)),
+               "'tarvoctl devices' shows what is connected.");
+}
+
+DeviceSummary onlyDevice(const std::string& operation, std::vector<DeviceSummary> devices) {
+  std::vector<DeviceSummary> volumes;
+  std::ranges::copy_if(devices, std::back_inserter(volumes), [](const DeviceSummary& device) {
+    return !device.speaksPTP && device.isSupported;
+  });
+  std::erase_if(devices,
+                [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
+  if (devices.size() == 1) return devices.front();
+  if (devices.size() > 1)
+    throw ToolError({.operation = operation,
+                     .why = "several devices are connected: " + listInWords(devices),
+                     .advice = "Choose one with --device SERIAL or --device LOCATION."},
+                    kBadUsage);
+  if (volumes.empty())
+    refuseDevice(operation, "no Tarvo device is connected",
+                 "Connect one, switch it on, and see 'tarvoctl devices'.");
+  refuseDevice(operation, volumes.front().name + " is a volume, which does not speak PTP",
+               "Its files are in " + volumes.front().path + ".");
+}
+
+}  // namespace
+
+std::optional<std::int32_t> locationFrom(std::string_view text) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative) text.remove_prefix(1);
+  const auto number = numberOf(text, isNegative ? 0x80000000U : 0xFFFFFFFFU);
+  if (!number) return std::nullopt;
+  const auto bits = static_cast<std::uint32_t>(*number);
+  return static_cast<std::int32_t>(isNegative ? 0U - bits : bits);
+}
+
+std::string locationInHex(std::optional<std::int32_t> location) {
+  return location ? formatted("0x%08x", static_cast<unsigned>(*location)) : "";
+}
+
+std::string locationInHex(const DeviceSummary& device) {
+  return locationInHex(device.location);
+}
+
+std::string inWords(const DeviceSummary& device) {
+  const std::string location = locationInHex(device);
+  return (device.serial.empty() ? "(no serial number)" : device.serial) + " (" + device.name +
+         (location.empty() ? "" : ", location " + location) + ")";
+}
+
+PropertyDictionary asJSON(const DeviceSummary& device) {
+  PropertyDictionary json = {{"name", device.name},
+                             {"type", device.speaksPTP ? "PTP" : "volume"},
+                             {"vendor", device.vendor},
+                             {"product", device.product},
+                             {"supported", device.isSupported}};
+  if (device.location) {
+    json["location"] = *device.location;
+    json["locationHex"] = locationInHex(device);
+  }
+  if (!device.serial.empty()) json["serial"] = device.serial;
+  if (!device.path.empty()) json["path"] = device.path;
+  return json;
+}
+
+std::optional<DeviceSummary> summaryOf(ToolPlatform& platform, ICAObject object) {
+  const auto& services = platform.services();
+  PropertyDictionary dictionary;
+  if (services.imageCapture.copyObjectPropertyDictionary(object, dictionary) != status::kOK)
+    return std::nullopt;
+  DeviceSummary device;
+  device.object = object;
+  device.name = textForKey(dictionary, "ifil").value_or("");
+  device.speaksPTP =
+      lastPathComponent(textForKey(dictionary, "device module").value_or("")) == kPTPModule;
+  device.vendor = int32ForKey(dictionary, "idVendor").value_or(0);
+  device.product = int32ForKey(dictionary, "idProduct").value_or(0);
+  device.location = int32ForKey(dictionary, "locationID");
+  if (device.location) device.serial = serialAt(services.registry, *device.location);
+  if (const auto volume = textForKey(dictionary, "volume"))
+    device.path = services.mounts.volumesFolder() + "/" + *volume;
+  device.isOfMaker = device.vendor == platform.maker().usbVendorID;
+  device.isSupported = isSupported(platform.models(), device);
+  return device;
+}
+
+std::vector<DeviceSummary> presentDevices(ToolPlatform& platform) {
+  auto& imageCapture = platform.services().imageCapture;
+  std::vector<DeviceSummary> devices;
+  ICAObject list = 0;
+  std::uint32_t count = 0;
+  Status headerErr = status::kOK;
+  if (imageCapture.getDeviceList(list) != status::kOK) return devices;
+  if (imageCapture.getChildCount(list, count, headerErr) != status::kOK) return devices;
+  for (std::uint32_t index = 0; index < count; ++index) {
+    ICAChildInfo child;
+    if (imageCapture.getNthChild(list, index, child) != status::kOK) continue;
+    if (auto device = summaryOf(platform, child.object)) devices.push_back(std::move(*device));
+  }
+  return devices;
+}
+
+DeviceSummary chooseDevice(ToolContext& context, const std::string& operation) {
+  auto devices = presentDevices(context.platform);
+  return context.options.device.empty() ? onlyDevice(operation, std::move(devices))
+                                        : namedDevice(context, operation, devices);
+}
+
+DeviceSummary chooseVolume(ToolContext& context, const std::string& operation) {
+  auto volumes = presentDevices(context.platform);
+  std::erase_if(volumes, [](const DeviceSummary& device) { return device.path.empty(); });
+  const std::string connected = listInWords(volumes);
+  const std::string& wanted = context.options.device;
+  const auto location = locationFrom(wanted);
+  std::erase_if(volumes, [&](const DeviceSummary& volume) {
+    const bool isThere = location && volume.location == location;
+    return !wanted.empty() && volume.serial != wanted && volume.name != wanted && !isThere;
+  });
+  if (volumes.size() == 1) return volumes.front();
+  if (volumes.size() > 1)
+    throw ToolError({.operation = operation,
+                     .why = "several volumes are mounted: " + connected,
+                     .advice = "Choose one with --device SERIAL, LOCATION or the volume's name."},
+                    kBadUsage);
+  if (connected.empty())
+    refuseDevice(operation, "no card and no camera is mounted",
+                 "Connect one, mount it, and see 'tarvoctl devices'.");
+  refuseDevice(operation,
+               "there is no volume with the serial number, location or name '" + wanted +
+                   "'; mounted: " + connected,
+               "'tarvoctl devices' shows what is connected.");
 }
 
 }  // namespace tarvo::tools

@@ -14,7 +14,6 @@
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/DeviceChooser.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"

@@ -12,6 +12,7 @@
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
+#include "tools/access/OrderList.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {

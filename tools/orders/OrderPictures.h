@@ -9,10 +9,12 @@
 
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "tools/access/Batch.h"
-#include "tools/access/OrderList.h"
 #include "tools/output/Progress.h"
 
 namespace tarvo::tools {
+
+struct ListedOrder;
+struct OrderedPicture;
 
 /// Main thread only. The folders lie in `target`, which is made; their names hold nothing that a
 /// device could lead out of it with.

@@ -12,7 +12,7 @@
 #include "msc/TarvoMSCDevice.h"
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
-#include "tools/access/DeviceChooser.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"

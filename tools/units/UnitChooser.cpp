@@ -5,7 +5,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "identify/DeviceInfoSupport.h"
 #include "msc/TarvoMSCDeviceList.h"
-#include "tools/access/DeviceChooser.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "platform/files/FolderTree.h"
-#include "tools/access/DeviceChooser.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 
 namespace tarvo::tools {
