@@ -54,66 +54,29 @@ XTUInt128 bytesFrom(std::uint8_t first) {
   return bytes;
 }
 
-XTExtendedObjectInfo filledInfo(bool extended) {
-  auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
-  info.setStorageID(0x10001);
-  info.setObjFmtCode(0x3801);
-  info.setProtectionStatus(2);
-  info.setCompressedSize(3);
-  info.setThumbFmtCode(0x3808);
-  info.setThumbCompressedSize(4);
-  info.setThumbPixWidth(5);
-  info.setThumbPixHeight(6);
-  info.setImagePixWidth(7);
-  info.setImagePixHeight(8);
-  info.setImageBitDepth(9);
-  info.setParentObject(10);
-  info.setAssocType(1);
-  info.setAssocDesc(11);
-  info.setSeqNum(12);
-  info.setFileName("ab");
-  info.setCaptureDateStr("12");
-  info.setModDataStr("3");
-  info.setKeywordsStr("k");
-  if (!extended) return info;
-  info.setFileCreationDateStr("c");
-  info.setQuickFingerPrint(bytesFrom(0));
-  info.setFullFingerPrint(bytesFrom(0x10));
-  info.setFavoriteStatus(13);
-  info.setRetentionFlag(14);
-  info.setTextAnnotation("\u20ac");
-  info.setAudioAnnotationList({1, 2});
-  info.setAlbumList({3});
-  info.setEmailOrderList({4});
-  info.setTransferOrderList({5});
-  info.setBBSourceFileSize(15);
-  info.setBBSourceQFP(bytesFrom(0x20));
-  info.setBBSourceFFP(bytesFrom(0x30));
-  return info;
-}
-
 XTExtendedObjectInfo read(const Bytes& bytes, bool extended,
                           std::int32_t byteOrder = kPTPByteOrder) {
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, byteOrder);
   return XTExtendedObjectInfo::initWithDataSet(dataSet, extended);
 }
 
+// What each field is called stands in RecordJSONTest.cpp.
 TEST(ObjectInfo, TravelsAsNineteenFieldsAndAsThirtyThreeWhenItIsExtended) {
   for (const bool extended : {false, true}) {
     const Bytes wire = hexBytes(extended ? kStandard + kExtension : kStandard);
-    const auto info = filledInfo(extended);
-    EXPECT_EQ(hexText(info.dataSetWithByteOrder(kPTPByteOrder).bytes()), hexText(wire));
-    EXPECT_TRUE(read(wire, extended) == info);
+    EXPECT_EQ(hexText(read(wire, extended).dataSetWithByteOrder(kPTPByteOrder).bytes()),
+              hexText(wire));
   }
   // The flag alone says what is read: behind the standard fields the position stays.
   const Bytes wire = hexBytes(kStandard + kExtension);
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(wire, kPTPByteOrder);
-  EXPECT_TRUE(XTExtendedObjectInfo::initWithDataSet(dataSet, false) == filledInfo(false));
+  EXPECT_TRUE(XTExtendedObjectInfo::initWithDataSet(dataSet, false) ==
+              read(hexBytes(kStandard), false));
   EXPECT_EQ(dataSet.position(), hexBytes(kStandard).size());
 }
 
 TEST(ObjectInfo, ReversesEverythingButFingerprintsInTheOtherByteOrder) {
-  const auto info = filledInfo(true);
+  const auto info = read(hexBytes(kStandard + kExtension), true);
   const Bytes wire = info.dataSetWithByteOrder(kBigEndian).data();
   EXPECT_THAT(hexText(wire), StartsWith("00010001380100020000000338080000000400000005"));
   EXPECT_THAT(hexText(wire), ::testing::EndsWith("00000010303132333435363738393a3b3c3d3e3f"));
@@ -132,24 +95,6 @@ TEST(ObjectInfo, ReservesMoreForTheShorterForm) {
   EXPECT_LT(reserved(true), 508U);
 }
 
-TEST(ObjectInfo, RaisesWhereverTheDataSetEndsEarly) {
-  for (const bool extended : {false, true}) {
-    const Bytes wire = hexBytes(extended ? kStandard + kExtension : kStandard);
-    // A last fingerprint that is cut off is zero; nothing is read behind it.
-    const std::size_t needed = extended ? wire.size() - 16 : wire.size();
-    for (std::size_t length = 0; length < needed; ++length) {
-      const Bytes cut(wire.begin(), wire.begin() + static_cast<std::ptrdiff_t>(length));
-      EXPECT_THAT(raised([&] { read(cut, extended); }),
-                  StartsWith("NSRangeException: out of bounds error: location="))
-          << length;
-    }
-  }
-  Bytes cut = hexBytes(kStandard + kExtension);
-  cut.pop_back();
-  EXPECT_EQ(read(cut, true).bbSourceFFP(), "");
-  EXPECT_EQ(read(cut, true).bbSourceQFP(), "202122232425262728292a2b2c2d2e2f");
-}
-
 struct DateRow {
   const char* text;
   const char* becomes;  ///< null: itself
@@ -161,14 +106,8 @@ constexpr DateRow kDates[] = {
     {"19691231T235959", kFirst},
     {"19700101T000000", nullptr},
     {"20380101T000000", nullptr},
-    {"20371231T235959", nullptr},
     {"20380101T000001", kLast},
-    {"20380101T000100", kLast},
-    {"20380101T010000", kLast},
-    {"20380102T000000", kLast},
     {"20380201T000000", kLast},
-    {"99991231T235959", kLast},
-    {"00010101T000000", kFirst},
     // What stands behind the seconds does not matter, a zone included.
     {"19691231T235959.9Z", kFirst},
     {"20380101T000000-0800", nullptr},
@@ -180,27 +119,19 @@ constexpr DateRow kDates[] = {
     {"", nullptr},
     {"00000000T000000", nullptr},
     {"19690230T000000", nullptr},
-    {"19690229T000000", nullptr},
     {"19680229T000000", kFirst},
     {"19000229T000000", nullptr},
-    {"20400229T000000", kLast},
     {"21000229T000000", nullptr},
-    {"24000229T000000", kLast},
     {"19691301T000000", nullptr},
-    {"19690001T000000", nullptr},
-    {"19690431T000000", nullptr},
     {"19690100T000000", nullptr},
     {"19690101T240000", nullptr},
     {"19690101T006000", nullptr},
     {"19690101T000060", nullptr},
-    {"19690101 000000", nullptr},
     {"19690101t000000", nullptr},
     {"19690101T0000", nullptr},
-    {"19690101", nullptr},
     {"-9690101T000000", nullptr},
     {"1969-01-01 00:00:00 +0000", nullptr},
     {kFirst, nullptr},
-    {kLast, nullptr},
 };
 
 TEST(ObjectInfo, KeepsCaptureAndModificationDatesWithinTheirBounds) {
@@ -256,46 +187,36 @@ TEST(ObjectInfo, ReadsFingerprintsOfAnotherLengthAsZero) {
   EXPECT_EQ(info.quickFingerprint(), "");
   EXPECT_EQ(info.favoriteStatus(), 13);  // the eight bytes were passed over
   EXPECT_THAT(traces.take().front(), ::testing::HasSubstr("incorrect length of 8"));
-}
-
-TEST(ObjectInfo, TakesFingerprintsAsText) {
-  const std::string digits = "000102030405060708090A0B0C0D0E0F";
-  XTExtendedObjectInfo info;
-  info.setQuickFingerPrintString(digits);
-  info.setBBSourceQFPString("ff0102030405060708090a0b0c0d0e0f");
-  EXPECT_EQ(info.quickFingerprint(), "000102030405060708090a0b0c0d0e0f");
-  EXPECT_EQ(info.bbSourceQFP(), "ff0102030405060708090a0b0c0d0e0f");
-  for (const char* wrong : {"", "00", "000102030405060708090A0B0C0D0E0F0"}) {
-    info.setQuickFingerPrintString(wrong);
-    EXPECT_EQ(info.quickFingerprint(), "000102030405060708090a0b0c0d0e0f") << wrong;
-  }
-  // What stands before the wrong digit is written already.
-  info.setQuickFingerPrintString("ffx00000000000000000000000000000");
-  EXPECT_EQ(info.quickFingerprint(), "ff0102030405060708090a0b0c0d0e0f");
+  Bytes cut = hexBytes(kStandard + kExtension);
+  cut.pop_back();
+  EXPECT_EQ(read(cut, true).bbSourceFFP(), "");
+  EXPECT_EQ(read(cut, true).bbSourceQFP(), "202122232425262728292a2b2c2d2e2f");
 }
 
 TEST(ObjectInfo, IsADirectFavoriteOnlyWhenEverythingSaysSo) {
-  const auto isFavorite = [](bool extended, std::uint16_t format, const char* name,
-                             const XTUInt128& source) {
-    auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
-    info.setObjFmtCode(format);
-    info.setFileName(name);
-    info.setBBSourceQFP(source);
-    return info.isDirectFavoriteInfo();
+  const struct {
+    bool extended;
+    std::uint16_t format;
+    const char* name;
+    XTUInt128 source;
+    bool isFavorite;
+  } rows[] = {
+      {true, 0xB802, "FAV1.JPG", {1}, true},   {true, 0xB803, "FAV", {1}, true},
+      {false, 0xB802, "FAV1.JPG", {1}, false}, {true, 0x3801, "FAV1.JPG", {1}, false},
+      {true, 0xB802, "fav1.jpg", {1}, false},  {true, 0xB802, "1FAV.JPG", {1}, false},
+      {true, 0xB802, "FAV1.JPG", {}, false},
   };
-  const XTUInt128 source = {1};
-  EXPECT_TRUE(isFavorite(true, 0xB802, "FAV1.JPG", source));
-  EXPECT_TRUE(isFavorite(true, 0xB803, "FAV", source));
-  EXPECT_FALSE(isFavorite(false, 0xB802, "FAV1.JPG", source));
-  EXPECT_FALSE(isFavorite(true, 0x3801, "FAV1.JPG", source));
-  EXPECT_FALSE(isFavorite(true, 0xB804, "FAV1.JPG", source));
-  EXPECT_FALSE(isFavorite(true, 0xB802, "fav1.jpg", source));
-  EXPECT_FALSE(isFavorite(true, 0xB802, "1FAV.JPG", source));
-  EXPECT_FALSE(isFavorite(true, 0xB802, "FAV1.JPG", {}));
+  for (const auto& row : rows) {
+    auto info = row.extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
+    info.setObjFmtCode(row.format);
+    info.setFileName(row.name);
+    info.setBBSourceQFP(row.source);
+    EXPECT_EQ(info.isDirectFavoriteInfo(), row.isFavorite) << row.format << row.name;
+  }
 }
 
 TEST(ObjectInfo, DescribesItselfInOneLineWhateverItsNameContains) {
-  auto info = filledInfo(false);
+  auto info = read(hexBytes(kStandard), false);
   info.setFileName("%n%s.JPG");
   info.setCompressedSize(0xFFFFFFFF);
   EXPECT_EQ(info.description(),

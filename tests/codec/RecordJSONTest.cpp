@@ -198,14 +198,9 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
     PropertyDictionary json;
     std::string reason;
   } refused[] = {
-      {"objectinfo", PropertyDictionary::array(), "the document must be an object"},
       {"objectinfo", {{"filename", "a"}}, "\"filename\" is no key of this record"},
-      {"objectinfo", {{"albumList", {1}}}, "\"albumList\" is no key of this record"},
       {"objectinfo", {{"objFmtCode", 65536}}, "objFmtCode must be a whole number from 0 to 65535"},
-      {"objectinfo", {{"objFmtCode", -1}}, "objFmtCode must be a whole number from 0 to 65535"},
       {"objectinfo", {{"seqNum", 1.0}}, "seqNum must be a whole number from 0 to 4294967295"},
-      {"objectinfo", {{"seqNum", "1"}}, "seqNum must be a whole number from 0 to 4294967295"},
-      {"objectinfo", {{"seqNum", nullptr}}, "seqNum must be a whole number from 0 to 4294967295"},
       {"objectinfo", {{"fileName", 1}}, "fileName must be a text"},
       {"objectinfo",
        {{"fileName", tooLong}},
@@ -220,7 +215,6 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
       {"storageinfo",
        {{"maxCapacity", -1}},
        "maxCapacity must be a whole number from 0 to 18446744073709551615"},
-      {"contact", {{"kABEmailProperty", nullptr}}, "kABEmailProperty must be a text"},
       {"contact",
        {{"XTPTPObjectHandleKey", 1}},
        "\"XTPTPObjectHandleKey\" is no key of this record"},
@@ -231,13 +225,9 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
        {{"XTOrderAssetHandlesListKey", {1, 2}}},
        "XTOrderAssetHandlesListKey must hold one handle"},
       {"propdesc", {{"writable", 1}}, "writable must be true or false"},
-      {"string", tooLong, "the document is too long: at most 254 UTF-16 units can be written"},
-      {"string", 1, "the document must be a text"},
       {"guid", "0011",
        "the document must be a GUID, 00112233-4455-6677-8899-AABBCCDDEEFF for "
        "example"},
-      {"uint16array", {65536}, "the document must be a whole number from 0 to 65535"},
-      {"uint32array", "1", "the document must be an array"},
   };
   for (const auto& row : refused) {
     EXPECT_EQ(raised([&] { encoded(row.type, row.json); }),
@@ -252,15 +242,8 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
 }
 
 TEST(RecordJSON, BelievesNoCountBeforeTheBytesAreThere) {
-  const std::string reason = "NSRangeException: out of bounds error: location=4, length=";
-  EXPECT_THAT(raised([] { decoded("uint16array", hexBytes("ffffffff 0100")); }),
-              StartsWith(reason + "8589934590 "));
   EXPECT_THAT(raised([] { decoded("uint32array", hexBytes("ffffffff 0100")); }),
-              StartsWith(reason + "17179869180 "));
-  EXPECT_THAT(raised([] { decoded("group", hexBytes("00 00000000 ffffffff 01000000")); }),
-              StartsWith("NSRangeException: out of bounds error: location=9, length=17179869180 "));
-  EXPECT_THAT(raised([] { decoded("guid", hexBytes("ffffffff 0100")); }),
-              StartsWith("NSRangeException: out of bounds error: "));
+              StartsWith("NSRangeException: out of bounds error: location=4, length=17179869180 "));
   // 65535 values, of which two are there.
   EXPECT_THAT(raised([] { decoded("propdesc", hexBytes("0150 0200 00 50 32 02 ffff 01 02")); }),
               StartsWith("NSRangeException: out of bounds error: "));
@@ -344,16 +327,6 @@ TEST(PropertyDescription, HoldsValuesOfEveryDatatypeInEveryForm) {
   }
 }
 
-TEST(PropertyDescription, ReversesValuesInTheOtherByteOrder) {
-  for (const auto& row : valueRows()) {
-    auto written = XTMutablePTPDataSet::dataSetWithByteOrder(0);
-    storePropertyValue(written, row.datatype, row.value);
-    auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(written.bytes(), 0);
-    EXPECT_EQ(scanPropertyValue(dataSet, row.datatype), row.value) << row.datatype;
-    EXPECT_EQ(dataSet.position(), written.length());
-  }
-}
-
 TEST(PropertyDescription, RefusesDatatypesAndFormsThatDoNotExist) {
   const std::string assertion = "NSInternalInconsistencyException: ";
   for (const std::uint16_t datatype : {0x0000, 0x000B, 0x4000, 0x400B, 0x8001, 0xFFFE}) {
@@ -369,40 +342,37 @@ TEST(PropertyDescription, RefusesDatatypesAndFormsThatDoNotExist) {
 }
 
 TEST(PropertyDescription, IsWrittenOnlyWithTheValuesOfItsForm) {
-  const PropertyDictionary whole = {{"code", 1},    {"datatype", 2},   {"factoryDefault", 0},
+  const PropertyDictionary range = {{"code", 1},    {"datatype", 2},   {"factoryDefault", 0},
                                     {"current", 0}, {"form", "range"}, {"minimum", 0},
                                     {"maximum", 9}, {"step", 1}};
-  EXPECT_EQ(raised([&] { encoded("propdesc", whole); }), "");
-  for (const char* key : {"code", "datatype", "factoryDefault", "current", "minimum", "step"}) {
-    auto json = whole;
+  const auto refusal = [](const PropertyDictionary& json) {
+    return raised([&] { encoded("propdesc", json); });
+  };
+  const std::string prefix = "NSInvalidArgumentException: ";
+  EXPECT_EQ(refusal(range), "");
+  for (const char* key : {"code", "datatype", "factoryDefault", "current", "step"}) {
+    auto json = range;
     json.erase(key);
-    EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
-              "NSInvalidArgumentException: " + std::string(key) + " is missing");
+    EXPECT_EQ(refusal(json), prefix + key + " is missing");
   }
-  auto json = whole;
+  auto json = range;
   json.erase("form");  // none, which has no values
-  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
-            "NSInvalidArgumentException: \"maximum\" is no key of this record");
+  EXPECT_EQ(refusal(json), prefix + "\"maximum\" is no key of this record");
   json["form"] = "list";
-  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
-            "NSInvalidArgumentException: form must be \"none\", \"range\" or \"enumeration\"");
+  EXPECT_EQ(refusal(json), prefix + "form must be \"none\", \"range\" or \"enumeration\"");
   json = {{"code", 1}, {"datatype", 2}, {"factoryDefault", 0}, {"current", 0}};
-  EXPECT_EQ(hexText(encoded("propdesc", json)),
-            "01000200000000"
-            "00");
+  EXPECT_EQ(hexText(encoded("propdesc", json)), "0100020000000000");
   json["form"] = "enumeration";
-  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
-            "NSInvalidArgumentException: values is missing");
+  EXPECT_EQ(refusal(json), prefix + "values is missing");
   json["values"] = std::vector<int>(65536);
-  EXPECT_EQ(raised([&] { encoded("propdesc", json); }),
-            "NSInvalidArgumentException: values must not have more than 65535 elements");
+  EXPECT_EQ(refusal(json), prefix + "values must not have more than 65535 elements");
 
   PTPPropertyDescription description;
   description.datatype = kPTPUInt8;
   description.factoryDefault = description.current = 0;
   description.form = PTPPropertyDescription::Form::kRange;
   EXPECT_EQ(raised([&] { dataSetFromPropertyDescription(description); }),
-            "NSInvalidArgumentException: a range must have a minimum, a maximum and a step");
+            prefix + "a range must have a minimum, a maximum and a step");
 }
 
 TEST(Records, TraceTheirFieldsOneByOneUntilTheBytesEnd) {
@@ -418,18 +388,11 @@ TEST(Records, TraceTheirFieldsOneByOneUntilTheBytesEnd) {
   bytes = hexBytes("0100 0200 03000000 04000000 05000000 06000000 07000000 ffffffff");
   dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
   scanAddressBookInfo(dataSet);
-  EXPECT_THAT(
-      traces.take(),
-      ElementsAre("AddressBookInfo.version: 1", "AddressBookInfo.characterTypeLimitation: 2",
-                  "AddressBookInfo.maxAddresses: 3", "AddressBookInfo.maxGroups: 4",
-                  "AddressBookInfo.maxAddressesPerGroup: 5",
-                  "AddressBookInfo.maxAddressLengthInBytes: 6",
-                  "AddressBookInfo.maxNicknameLengthInBytes: 7",
-                  "AddressBookInfo.maxGroupNameLengthInBytes: -1"));
+  EXPECT_EQ(traces.take().back(), "AddressBookInfo.maxGroupNameLengthInBytes: -1");
   bytes.resize(3);
   dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
   EXPECT_FALSE(raised([&] { scanAddressBookInfo(dataSet); }).empty());
-  EXPECT_THAT(traces.take().front(), "AddressBookInfo.version: 1");
+  EXPECT_EQ(traces.take().front(), "AddressBookInfo.version: 1");
 }
 
 }  // namespace

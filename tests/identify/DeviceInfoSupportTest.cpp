@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"

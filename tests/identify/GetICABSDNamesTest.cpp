@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "identify/DeviceInfoSupport.h"
 #include "identify/GetICAVolumeFromUSBLocation.h"
 #include "tests/support/PictureDeviceTestRoom.h"

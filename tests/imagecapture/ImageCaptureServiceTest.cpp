@@ -64,26 +64,6 @@ TEST_F(ImageCaptureServiceTest, TellsOfCamerasThatComeAndGoTheirOwnListenerFirst
   EXPECT_LT(object, objects[2]) << "a handle is never used twice";
 }
 
-TEST_F(ImageCaptureServiceTest, DescribesTheListAndItsDevices) {
-  plugCamera();
-  ICAObject list = 0;
-  ICAObjectInfo info;
-  ASSERT_EQ(service().getDeviceList(list), status::kOK);
-  EXPECT_EQ(service().getObjectInfo(list, info), status::kOK);
-  EXPECT_EQ(fourCharText(info.objectType) + fourCharText(info.objectSubtype), "objlicdv");
-  ICAChildInfo child;
-  EXPECT_EQ(service().getNthChild(list, 0, child), status::kOK);
-  EXPECT_EQ(fourCharText(child.info.objectType) + fourCharText(child.info.objectSubtype),
-            "icdvcmra");
-  EXPECT_EQ(service().getNthChild(list, 1, child), status::kICAInvalidObject);
-  EXPECT_EQ(service().getNthChild(child.object, 0, child), status::kICAInvalidObject);
-  std::string path;
-  ICAObjectSendMessagePB block{.object = child.object, .messageType = ica::kMessageDelete};
-  EXPECT_EQ(service().objectSendMessage(block), status::kICAInvalidObject) << "it is no file";
-  EXPECT_EQ(service().downloadFile(child.object, "/tmp", path), status::kICAInvalidObject);
-  EXPECT_THAT(connector.log, IsEmpty());
-}
-
 TEST_F(ImageCaptureServiceTest, AnswersWithAStatusForWhatIsNotOrNoLongerThere) {
   const ServiceHandle camera = plugCamera();
   const ICAObject gone = devices()[0];

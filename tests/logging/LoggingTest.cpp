@@ -28,25 +28,17 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 
-/// Every key once: LOG_SUBSYS_PYTHON, which is read twice, with both its bits.
+/// One key of each form; LOG_SUBSYS_PYTHON, which is read twice, with both its bits.
 const std::vector<std::pair<const char*, std::uint64_t>> kKeys = {
     {"LOG_INCLUDE_TIMESTAMP", 0x1},
     {"LOG_INCLUDE_THREADID", 0x2},
     {"LOG_INCLUDE_MS", 0x4},
-    {"LOG_SUBSYS_FACEBOOK", 0x10},
-    {"LOG_SUBSYS_FACEBOOK_VERBOSE", 0x30},
     {"LOG_SUBSYS_CAMERA", 0x40},
     {"LOG_SUBSYS_CAMERA_VERBOSE", 0xC0},
-    {"LOG_SUBSYS_PROGRESS", 0x100},
-    {"LOG_SUBSYS_HTTPHANDLER", 0x400},
-    {"LOG_SUBSYS_GALLERY", 0x800},
     {"LOG_SUBSYS_GALLERY_VERBOSE", 0x1800},
-    {"LOG_SUBSYS_TASKS_VERBOSE", 0x2000},
     {"LOG_SUBSYS_PYTHON", 0x4200},
-    {"LOG_SUBSYS_JAVASCRIPT", 0x8000},
     {"LOG_SUBSYS_TRACE_PYTHON_VERBOSE", 0x20000},
     {"LOG_SUBSYS_APP_DEBUG", 0x10000},
-    {"LOG_SUBSYS_TRACE_PYTHON_EXCEPTIONS", 0x80000},
     {"LOG_SUBSYS_LISTENER", 0x100000},
     {"LOG_SUBSYS_ZEROCONF", 0x100000},
 };
@@ -179,12 +171,8 @@ TEST(Logging, SaysNothingWithoutAState) {
     { const LogState inner(defaults, log); }
     EXPECT_EQ(LogState::current(), &outer);
   }
-  EXPECT_EQ(LogState::current(), nullptr);
-  EXPECT_FALSE(LogCheck(0));
-  EXPECT_FALSE(GGLogging::LogCheck(0));
-  EXPECT_EQ(GGLogging::LogGetActiveLevel(), 0U);
+  EXPECT_FALSE(LogCheck(0) || GGLogging::LogCheck(0));
   GGLogging::SetDynLogFlags(3);
-  GGLogging::ClearDynLogFlags(3);
   systemLogLine("x");
   TraceLog::traceWithTag("x", "");
   TraceLog::dump("x");
@@ -228,24 +216,15 @@ TEST(TraceLog, WritesUnderTheFacilityOfTheDeviceLibrary) {
                   "XT PictureDevice - +[XTThing shared] (self=0x0)"));
 }
 
-TEST(TraceLog, ExpandsFormattedTextASecondTime) {
+TEST(TraceLog, NeedsBothBitsOfTheVerboseLevelAndExpandsFormattedTextASecondTime) {
+  TraceRecorder half({{"LOG_SUBSYS_CAMERA", true}});
+  TraceLog::trace("x");
+  TraceLog::traceMethod("C", "s", nullptr);
+  EXPECT_THAT(half.take(), IsEmpty());
   TraceRecorder room;
   TraceLog::trace("%s", "name with %d and %@");
   TraceLog::dump("dumped %s");
   EXPECT_THAT(room.take(), ElementsAre("name with 0 and (null)", "dumped (null)"));
-}
-
-TEST(TraceLog, NeedsBothBitsOfTheVerboseLevel) {
-  for (const char* key : {"LOG_SUBSYS_CAMERA", "LOG_SUBSYS_LISTENER", "LOG_SUBSYS_FACEBOOK"}) {
-    TraceRecorder room({{key, true}});
-    EXPECT_FALSE(TraceLog::isActive()) << key;
-    TraceLog::trace("x");
-    TraceLog::traceWithTag("x", "");
-    TraceLog::traceFormat("F", "x");
-    TraceLog::traceMethod("C", "s", nullptr);
-    TraceLog::dump("x");
-    EXPECT_THAT(room.take(), IsEmpty()) << key;
-  }
 }
 
 }  // namespace

@@ -43,14 +43,11 @@ std::string contactsOf(std::string_view text, std::uint32_t maxAddresses = 3) {
 TEST(AddressBookFile, ALineIsANicknameAndAnAddressInAngleBrackets) {
   const std::pair<const char*, const char*> rows[] = {
       {"Ann <a@b.c>\r\nBob B <b@b.c>\r\n", "Ann|a@b.c;Bob B|b@b.c;"},
-      {"Ann <a@b.c>\r\nBob <b@b.c>", "Ann|a@b.c;Bob|b@b.c;"},
       {" <a@b.c>", "|a@b.c;"},
       {"Ann  <a@b.c>", "Ann |a@b.c;"},
       {"Ann <a@b.c> <d@e.f>>", "Ann|a@b.c;"},
       {"Ann < a >", "Ann| a ;"},
       {"Ann <a\nb>", "Ann|a\nb;"},
-      {"Ann <a@b.c>\nBob <b@b.c>\n", "Ann|a@b.c;"},
-      {"Ann <a@b.c>\r\n\r\nBob <b@b.c>", "Ann|a@b.c;Bob|b@b.c;"},
       {"\xC3\xA9 <\xC3\xA9@b.c>", "\xC3\xA9|\xC3\xA9@b.c;"},
       {"Ann <>", ""},
       {"Ann<a@b.c>", ""},
@@ -59,7 +56,6 @@ TEST(AddressBookFile, ALineIsANicknameAndAnAddressInAngleBrackets) {
       {"Ann\r\n <a@b.c>\r", "|a@b.c;"},
       {"", ""},
       {"\r\n", ""},
-      {"\n\r\n", ""},
       {"\r\n\r\n\r\n", ""}};
   for (const auto& [text, expected] : rows)
     EXPECT_EQ(contactsOf(text), expected) << text;
@@ -104,10 +100,8 @@ TEST(AddressBookFile, FilesAreReadInTheDefaultEncodingOrAreEmpty) {
       {latin, "ISO-8859-1", "Zo\xC3\xAB|z@b.c;"},
       {latin, "UTF-8", ""},
       {folder.write("utf8", "Zo\xC3\xAB <z@b.c>\r\n"), "UTF-8", "Zo\xC3\xAB|z@b.c;"},
-      {folder.write("empty", ""), "UTF-8", ""},
       {folder.path("missing"), "UTF-8", ""},
       {folder.path(), "UTF-8", ""},
-      {"", "UTF-8", ""},
   };
   for (const auto& row : rows) {
     auto book = bookOf(1);
@@ -115,18 +109,6 @@ TEST(AddressBookFile, FilesAreReadInTheDefaultEncodingOrAreEmpty) {
     EXPECT_EQ(fillInABDict(book, row.file, row.encoding), status::kOK);
     EXPECT_EQ(contacts(book), row.expected) << row.file << row.encoding;
   }
-}
-
-TEST(AddressBookFile, TenThousandContactsAreReadAndOneMoreIsRefused) {
-  std::string text;
-  for (int i = 0; i < 10000; ++i)
-    text += "Nick" + std::to_string(i) + " <n" + std::to_string(i) + "@example.org>\r\n";
-  auto book = bookOf(10000);
-  fillInABDictFromText(book, text);
-  ASSERT_EQ(book.contacts.value().size(), 10000U);
-  EXPECT_EQ(book.contacts->back()->nickname, "Nick9999");
-  EXPECT_EQ(book.contacts->back()->email, "n9999@example.org");
-  EXPECT_EQ(contactsOf(text + "a <a>", 10000), "none");
 }
 
 /// A book of nicknames with "|" between them; the first address makes its estimate 64 bytes.

@@ -64,22 +64,18 @@ TEST(MarkerFile, SeparatorsAreCountedUpToEightOrTheEnd) {
 TEST(MarkerFile, AnEmailJobHasRecipientsAndOneImage) {
   const std::pair<const char*, const char*> rows[] = {
       {"\n[JOB]\nDST EML = \"a@b.c\"\nIMG SRC = \"../DCIM/1.JPG\"", "[a@b.c]>1.JPG;"},
-      {"\r\n[JOB]\r\nDST EML = \"a@b.c\"\r\nIMG SRC = \"1.JPG\"\r\n", "[a@b.c]>1.JPG;"},
       {"\n[JOB]\nIMG SRC=\"1\"\nDST EML=\"a\"\nDST EML=\"b\"\nIMG SRC=\"2\"", "[a][b]>1;"},
       {"\n[JOB]\nDST EML \"a\"\nIMG SRC \"1\"\n[JOB]\nDST EMLb\"\nIMG SRC2\"", "[a]>1;[b]>2;"},
       // No order: one of the two is missing, empty, unclosed, or not at the beginning of a line.
       {"", ""},
-      {"\n[JOB]", ""},
       {"\n[JOB]\nDST EML=\"a\"\n", ""},
       {"\n[JOB]\nIMG SRC=\"1\"\n", ""},
       {"\n[JOB]\nDST EML=\"a\nIMG SRC=1", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"1", ""},
-      {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"1\n[JOB]\n\"", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=       \"\"", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"/\"", ""},
       {"\n[JOB]\nDST EML=\"a\"\n IMG SRC=\"1\"", ""},
       {"\n[JOB] DST EML=\"a\"\nIMG SRC=\"1\"", ""},
-      {"\n[JOB]\ndst eml=\"a\"\nIMG SRC=\"1\"", ""},
       {"\r[JOB]\rDST EML=\"a\"\rIMG SRC=\"1\"", ""},
       {"\n[job]\nDST EML=\"a\"\nIMG SRC=\"1\"", ""},
       {"[JOB]\nDST EML=\"a\"\nIMG SRC=\"1\"\n", ""},
@@ -103,14 +99,10 @@ TEST(MarkerFile, APrintJobHasOneImageAndACopyAtLeast) {
       {"PRT QTY = 0\n", "1"},
       {"PRT QTY = -4\n", "1"},
       {"PRT QTY = +4\n", "4"},
-      {"PRT QTY = +-4\n", "1"},
-      {"PRT QTY = \"5\n", "1"},
       {"PRT QTY =\t6\n", "6"},
       {"PRT QTY =          7\n", "7"},
       {"PRT QTY = 99999999999\n", "2147483647"},
-      {"PRT QTY = -99999999999\n", "1"},
       {"PRT QTY = 1\nPRT QTY = 2\n", "1"},
-      {"prt qty = 8\n", "1"},
       {"PRT QTY = 2147483648\n", "2147483647"},
       {"", "1"}};
   for (const auto& [line, copies] : quantities) {
@@ -125,13 +117,8 @@ TEST(MarkerFile, APrintJobHasOneImageAndACopyAtLeast) {
       {"\n[JOB]\n<IMG SRC=\"a\"/b\">", "1*b;"},
       {"\n[JOB]\n<IMG SRC=\"1\">\n<IMG SRC=\"2\">", "1*1;"},
       {"\n[JOB]\n<IMG SRC=\"1\" >", ""},
-      {"\n[JOB]\n<IMG SRC=\"1\"\n[JOB]\n\">", ""},
-      {"\n[JOB]\nIMG SRC=\"1\">", ""},
       {"\n[JOB]\n<IMG SRC=       \">", ""},
       {"\n[JOB]\n<IMG SRC=       \"\">", "1*\";"},
-      {"\n[JOB]\nPRT QTY=2\n", ""},
-      {"[JOB]\nPRT QTY=2\n<IMG SRC=\"1\">", ""},
-      {"", ""},
   };
   for (const auto& [text, expected] : rows)
     EXPECT_EQ(printOrdersOf(text), expected) << text;
@@ -190,11 +177,9 @@ TEST(MarkerFile, FilesAreReadInTheDefaultEncodingAndPrintMarkersByWhatTheyAre) {
       {kLatinJob, "no such encoding", "", ""},
       {kUTF8Job, "UTF-8", kEmail, kPrint},
       {kUTF8Job, "ISO-8859-1", "[\xC3\x83\xC2\xA9@b.c]>\xC3\x83\xC2\xA9.JPG;", kPrint},
-      {kUTF8Job, "no such encoding", "", kPrint},
       {std::string(kUTF8Job).substr(0, 17), "UTF-8", "", ""},
       {utf16, "ISO-8859-1", "", "1*\xC3\xA9;"},
       {kMarked, "UTF-8", "[\nIMG SRC1]>1;", "1*\xC3\xA9;"},
-      {"", "UTF-8", "", ""},
   };
   for (const auto& row : rows) {
     const auto file = folder.write("marker", row.bytes);

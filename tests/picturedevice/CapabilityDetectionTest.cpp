@@ -1,11 +1,9 @@
 // Which capabilities follow from a DeviceInfo: each code gives its own and no other.
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "NativeServices/PictureDevice/operations/CapabilityDetection.h"
-#include "Utilities/Exception.h"
 #include "tests/support/FakeImageCapture.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 
@@ -113,12 +111,6 @@ TEST(CapabilityDetection, ReadsTheCaptureCapabilityByItsDatatype) {
     EXPECT_EQ(capabilities.deviceSupportsCapture, row.captures) << row.what;
     EXPECT_EQ(capabilities.supportsDirectBragbookImages, row.sendsBragbookImages) << row.what;
   }
-}
-
-TEST(CapabilityDetection, LetsTheCodecsExceptionPassOnADescriptionThatIsCutOff) {
-  ScriptedPTPTransactions device;
-  device.descriptions[0xD00B] = PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0).u16(0);
-  EXPECT_THROW(detect({.properties = {0xD00B}}, device), Exception);
 }
 
 TEST(SupportedOperation, DependsOnTheListAndForVendorOperationsOnTheExtension) {

@@ -124,5 +124,37 @@ TEST(DeviceRegistry, IsEmptyWithoutARoomAndForgetsWhatItHadDeferred) {
   EXPECT_TRUE(XTPictureDevice::deviceList().empty());
 }
 
+TEST(PictureDevice, LoadsItsInformationUntilThatSucceedsOnce) {
+  struct Loading : PlainDevice {
+    using PlainDevice::PlainDevice;
+    Status loadDeviceInfoUncached() override {
+      ++loads;
+      return next;
+    }
+    int loads = 0;
+    Status next = -36;
+  };
+  PictureDeviceTestRoom room;
+  Loading device("Lumo");
+  EXPECT_EQ(device.loadDeviceInfo(), -36);
+  EXPECT_TRUE(room.trace.contains(
+      "XTPictureDevice: loadDeviceInfo: bad status from loadDeviceInfoUncached"));
+  device.next = 0;
+  EXPECT_EQ(device.loadDeviceInfo(), 0);
+  device.next = -36;
+  EXPECT_EQ(device.loadDeviceInfo(), 0);
+  EXPECT_EQ(device.loads, 2);
+}
+
+TEST(PictureDevice, SaysWhichOperationItsClassLacks) {
+  PictureDeviceTestRoom room;
+  PlainDevice device("Lumo");
+  EXPECT_EQ(device.batteryLevel(), 255);
+  EXPECT_EQ(device.formatStore(1), -50);
+  EXPECT_EQ(room.trace.count("[PlainDevice formatStore:] (self"), 1U);
+  EXPECT_EQ(room.trace.count("Subclass responsibility not overridden"), 2U);
+  EXPECT_TRUE(room.trace.contains("-[PlainDevice formatStore:]: unrecognized selector"));
+}
+
 }  // namespace
 }  // namespace tarvo::test

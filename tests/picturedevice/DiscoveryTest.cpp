@@ -1,8 +1,7 @@
-// What Image Capture lists, and what its events do.
+// What Image Capture lists, what its events do, and when discovery starts.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
@@ -114,6 +113,36 @@ TEST(StoreEvents, MakeTheDeviceForgetWhatItReadAndAreAnnounced) {
     camera.answers[0x1006] = {.parameters = {2}};
     EXPECT_EQ(device->imageCount(), 2);
   }
+}
+
+TEST(DiscoveryStart, AnnouncesWhatIsThereFromTheMainLoopNotFromInside) {
+  PictureDeviceTestRoom room;
+  room.ica.addPTPCamera();
+  XTPictureDevice::registerAllNotifications();
+  EXPECT_EQ(XTPictureDevice::deviceList().size(), 1U);
+  EXPECT_TRUE(room.added.empty());
+  EXPECT_TRUE(room.trace.contains("launcher procName: "));
+  EXPECT_TRUE(room.trace.contains("Not launched by helper"));
+
+  room.loop.runMainThreadQueue();  // posted at once then: the idle style has ended
+  EXPECT_EQ(room.added.size(), 1U);
+}
+
+TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
+  PictureDeviceTestRoom room;
+  room.applications.launcher = room.maker.helperBundleIdentifier;
+  room.ica.addPTPCamera();
+  XTPictureDevice::registerAllNotifications();
+  EXPECT_FALSE(room.ica.isRegistered(0, ica::kDeviceAdded));
+  EXPECT_TRUE(room.trace.contains(" - Launched by helper"));
+
+  room.center.post({"XTWirelessDeviceDestroyed", nullptr});
+  EXPECT_TRUE(room.ica.isRegistered(0, ica::kDeviceAdded));
+  EXPECT_EQ(room.added.size(), 1U) << "announced at once";
+
+  const int registrations = room.ica.registrations;
+  room.center.post({"XTWirelessDeviceDestroyed", nullptr});
+  EXPECT_EQ(room.ica.registrations, registrations) << "heard once only";
 }
 
 }  // namespace

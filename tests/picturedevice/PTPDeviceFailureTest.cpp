@@ -1,15 +1,12 @@
-// How the operations of a PTP device fail: what is returned, what is traced, and when the device is
-// not asked at all.
+// How the operations of a PTP device go out and fail: what is sent, returned and traced, and when
+// the device is not asked at all.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/ScriptedPTPDevice.h"
-#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
 namespace {
@@ -21,6 +18,7 @@ using testing::IsEmpty;
 /// and both in one line where it is ",".
 struct Operation {
   std::uint16_t code;
+  const char* sent;  ///< as ScriptedPTPDevice::sent() has it, where that is of interest
   std::function<Status(XTImageCapturePTPDevice&)> call;
   const char* header;
   const char* result = nullptr;
@@ -48,66 +46,75 @@ std::vector<Operation> operations() {
   static ptp::MemorySink sink({});
   static const std::vector<std::byte> bytes(3);
   return {
-      {0x1001,
+      {0x1001, nullptr,
        [](Device& device) {
          PTPPassThroughRecord record(1);
          return device.getDeviceInfo(record);
        },
        "getDeviceInfo GetDeviceInfo", nullptr, "getDeviceInfo"},
-      {0x1004, failing([](Device& device) { return device.storageIDs().has_value(); }),
+      {0x1004, "1004()0<128",
+       failing([](Device& device) { return device.storageIDs().has_value(); }),
        "storageIDs GetStorageIDs", nullptr, "storageIDs"},
-      {0x1005, failing([](Device& device) { return device.storageInfo(1) != nullptr; }),
+      {0x1005, "1005(1)0<1176",
+       failing([](Device& device) { return device.storageInfo(1) != nullptr; }),
        "getStorageInfo GetStorageInfo", nullptr, "getStorageInfo"},
-      {0x1006, failing([](Device& device) { return device.numberOfObjectsOnStore(1, 0) + 1; }),
+      {0x1006, "1006(1)1-",
+       failing([](Device& device) { return device.numberOfObjectsOnStore(1, 0) + 1; }),
        "numberOfObjectsOnStore GetNumObjects", nullptr, "numberOfObjectsOnStore"},
-      {0x1008,
+      {0x1008, "1008(7)0<2356",
        [](Device& device) {
          ObjectInfoPointer pointer;
          return device.objectInfo(pointer, 7);
        },
        "objectInfoUncached GetObjectInfo", nullptr, "objectInfoUncached"},
-      {0x1009, [](Device& device) { return device.downloadEntireObject(7, 9, sink, received); },
+      {0x1009, "1009(7)0<9",
+       [](Device& device) { return device.downloadEntireObject(7, 9, sink, received); },
        "downloadEntireObject GetObject", nullptr, "downloadEntireObject"},
-      {0x101B, [](Device& device) { return device.downloadPartialObject(7, 0, 9, sink, received); },
+      {0x101B, "101b(7,0,9)0<9",
+       [](Device& device) { return device.downloadPartialObject(7, 0, 9, sink, received); },
        "downloadPartialObject GetPartialObject", nullptr, "downloadPartialObject"},
-      {0x100B, [](Device& device) { return device.deleteObject(7, 0, 0x100B); },
+      {0x100B, "100b(7,0)0-", [](Device& device) { return device.deleteObject(7, 0, 0x100B); },
        "deleteIcaObject (opcode 0x100b)", "deleteIcaObject", "deleteIcaObject"},
-      {0x9209, [](Device& device) { return device.deleteObject(7, 0, 0x9209); },
+      {0x9209, "9209(7,0)0-", [](Device& device) { return device.deleteObject(7, 0, 0x9209); },
        "deleteIcaObject (opcode 0x9209)", "deleteIcaObject"},
-      {0x100F, [](Device& device) { return device.formatStore(1); }, "formatStore (opcode 0x100f)",
-       "formatStore", "formatStore"},
-      {0x1010, [](Device& device) { return device.sendDeviceReset(); },
+      {0x100F, "100f(1)0-", [](Device& device) { return device.formatStore(1); },
+       "formatStore (opcode 0x100f)", "formatStore", "formatStore"},
+      {0x1010, "1010()0-", [](Device& device) { return device.sendDeviceReset(); },
        "sendDeviceReset (opcode 0x100f)", "sendDeviceReset", "sendDeviceReset"},
-      {0x1014, failing([](Device& device) { return device.propertyDataSet(0x5001).has_value(); }),
+      {0x1014, "1014(5001)0<2048",
+       failing([](Device& device) { return device.propertyDataSet(0x5001).has_value(); }),
        "propertyDataSet GetDevicePropInfo 5001", "propertyDataSet GetDevicePropInfo"},
-      {0x1015,
+      {0x1015, "1015(5001)0<2048",
        failing([](Device& device) { return device.propertyValueDataSet(0x5001).has_value(); }),
        "propertyDataSet GetDevicePropInfo 5001", "propertyDataSet GetDevicePropInfo"},
-      {0x1016, [](Device& device) { return device.setProperty(0x5011, bytes); },
+      {0x1016, "1016(5011)0>3", [](Device& device) { return device.setProperty(0x5011, bytes); },
        "setProperty SetDevicePropValue", nullptr, "setProperty"},
-      {0x9007, [](Device& device) { return device.addressBookInfo(addressBook); },
+      {0x9007, "9007()0<28", [](Device& device) { return device.addressBookInfo(addressBook); },
        "addressBookInfo XTO_GET_ADDRESS_BOOK_INFO"},
-      {0x9008,
+      {0x9008, nullptr,
        [](Device& device) {
          XTMutablePTPDataSet request;
          return device.displayRequest(request);
        },
        "displayRequest XTO_DISPLAY_REQUEST", nullptr, "displayRequest"},
-      {0x9011, failing([](Device& device) { return device.bragbookVersion(); }),
+      {0x9011, "9011()2-", failing([](Device& device) { return device.bragbookVersion(); }),
        "bragbookVersion XTO_GET_BRAGBOOK_VERSION"},
-      {0x901A, [](Device& device) { return device.getDBRowsFromQuery(5, 1, 64, buffer, ends); },
+      {0x901A, "901a(5,1,0,40)2<64",
+       [](Device& device) { return device.getDBRowsFromQuery(5, 1, 64, buffer, ends); },
        "getDBRowsFromQuery XTO_GET_DB_ROWS", nullptr, "getDBRowsFromQuery"},
-      {0x901A, [](Device& device) { return device.endQuery(5, 1); },
+      {0x901A, "901a(5,1,1,40)2<64", [](Device& device) { return device.endQuery(5, 1); },
        "getDBRowsFromQuery XTO_GET_DB_ROWS"},
-      {0x9206, [](Device& device) { return device.updateExtObjectInfo(info, 7); },
+      {0x9206, nullptr, [](Device& device) { return device.updateExtObjectInfo(info, 7); },
        "updateExtObjectInfo XTO_UPDATE_EXT_OBJECT_INFO", "", "updateExtObjectInfo"},
-      {0x9204, failing([](Device& device) { return device.getDataSet(7, 0xB205).has_value(); }),
+      {0x9204, "9204(7,b205)0<2098",
+       failing([](Device& device) { return device.getDataSet(7, 0xB205).has_value(); }),
        "getDataSet XTO_GET_DATASET", nullptr, "getDataSet"},
-      {0x9205, [](Device& device) { return device.createFormat(0xB202, dataSet, &handle); },
-       "createFormat", ",", "createFormat"},
-      {0x9207, [](Device& device) { return device.updateObject(7, 0xB202, dataSet); },
+      {0x9205, nullptr,
+       [](Device& device) { return device.createFormat(0xB202, dataSet, &handle); }, "createFormat",
+       ",", "createFormat"},
+      {0x9207, nullptr, [](Device& device) { return device.updateObject(7, 0xB202, dataSet); },
        "updateObject", ",", "updateObject"},
-      {0x100C, [](Device& device) { return device.sendObjectInfo(info, 0, 0, &handle); },
+      {0x100C, nullptr, [](Device& device) { return device.sendObjectInfo(info, 0, 0, &handle); },
        "sendObjectInfo kPTPCmdSendObjectInfo", "", "sendObjectInfo"},
   };
 }
@@ -163,6 +170,9 @@ TEST(PTPFailures, ReturnTheResponseAndAreTracedUnderTheOperationsName) {
       ScriptedPTPDevice scripted;
       scripted.camera.answers[operation.code] = row.answer;
       EXPECT_EQ(operation.call(*scripted), row.returned) << operation.header;
+      if (operation.sent) {
+        EXPECT_EQ(scripted.sent().back(), operation.sent);
+      }
       auto lines = failureLines(scripted.room.trace);
       const auto expected = expectedLines(operation, row.traced);
       // GetObjectInfo is tried twice.
@@ -178,6 +188,7 @@ TEST(PTPFailures, CostNoMessageOnADeviceThatIsGoneOrDoesNotListTheOperation) {
     gone->setDisconnected(true);
     EXPECT_EQ(operation.call(*gone), 0x2002) << operation.header;
     EXPECT_THAT(gone.sent(), IsEmpty()) << operation.header;
+    EXPECT_TRUE(gone.room.trace.contains("Device 0x     100 is disconnected!"));
 
     if (operation.code == 0x1001) continue;  // always supported
     auto description = fullCamera();
@@ -208,6 +219,14 @@ TEST(PTPFailures, AreSessionNotOpenOnADeviceWithoutAnImageCaptureObject) {
     EXPECT_EQ(device.deleteFilesOfType(0x3801), 0x2003);
     EXPECT_TRUE(room.trace.contains("deleteFilesOfType couldn't get an ICA object"));
   }
+  PictureDeviceTestRoom room;
+  UnboundDevice device;
+  AddressBook book;
+  EXPECT_FALSE(device.addressBookDictUncached());
+  EXPECT_EQ(device.setAddressBookDict(book), 0x2003);
+  for (const char* method : {"addressBookDictUncached", "setAddressBookDict"})
+    EXPECT_TRUE(room.trace.contains(std::string(method) + " couldn't get an ICA object"));
+  EXPECT_EQ(device.setAlbumNames("/nowhere"), 0x2005);
 }
 
 TEST(PTPFailures, OfMissingArgumentsAreBadParametersWithoutAMessage) {

@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "tests/support/PictureDeviceTestRoom.h"
@@ -95,37 +94,6 @@ TEST(PTPDevice, OfMoreDeviceInfoThanThereIsRoomForIsRefusedInWords) {
   PictureDeviceTestRoom room;
   const auto& camera = room.ica.addPTPCamera({.operations = std::vector<std::uint16_t>(1100, 7)});
   EXPECT_THAT(raised([&] { load(camera); }), testing::HasSubstr("more than the 2048 bytes"));
-}
-
-TEST(PTPDevice, IsNotReachedWhenDisconnectedOrForAnOperationThatItDoesNotOffer) {
-  PictureDeviceTestRoom room;
-  const auto& camera = addAnsweringCamera(room);
-  const auto device = load(camera);
-  const auto sent = camera.operations.size();
-  const auto outcome = [&](std::uint16_t operation) {
-    PassThroughTransaction transaction({.method = "test", .operation = operation});
-    transaction.run(*device);
-    EXPECT_EQ(static_cast<Status>(transaction.responseCode()), transaction.outcome());
-    EXPECT_EQ(transaction.status(), transaction.outcome());
-    return transaction.outcome();
-  };
-  EXPECT_EQ(outcome(0x100B), 0x2005);
-  device->setDisconnected(true);
-  EXPECT_EQ(outcome(0x1001), 0x2002);
-  EXPECT_TRUE(room.trace.contains("Device 0x     100 is disconnected!"));
-  EXPECT_EQ(camera.operations.size(), sent);
-}
-
-TEST(PTPDevice, ReadsPropertyDescriptionsOfListedPropertiesOnly) {
-  PictureDeviceTestRoom room;
-  auto& camera = addAnsweringCamera(room);
-  const auto device = load(camera);
-  EXPECT_EQ(device->propertyDataSet(0xD00B)->length(), 9U) << "what was received, not the room";
-  EXPECT_FALSE(device->propertyDataSet(0x5001));
-  camera.answers[0x1014] = {.responseCode = 0x200A};
-  EXPECT_FALSE(device->propertyDataSet(0xD00B));
-  EXPECT_TRUE(
-      room.trace.contains("propertyDataSet GetDevicePropInfo result 0: resultCode: 0x200a"));
 }
 
 }  // namespace

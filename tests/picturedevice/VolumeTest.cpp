@@ -1,16 +1,10 @@
 // A mounted volume as a picture device.
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 
-#include <csignal>
-
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureVolume.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/support/Raised.h"
@@ -103,20 +97,10 @@ TEST_F(Volume, CopiesContentDatesPermissionsAndTheLowHalfOfTheType) {
   EXPECT_EQ(std::string(type, 4), std::string("\0\0EG", 4)) << "'JPEG' cut to its low 16 bits";
 }
 
-TEST_F(Volume, AnImmutableFileIsProtectedAndItsCopyReadOnly) {
+TEST_F(Volume, AReadOnlyFileIsProtected) {
   const auto source = write("A.JPG");
   ::chmod(source.c_str(), 0664);
   EXPECT_FALSE(device->isProtected(source));
-  const FileDescriptor file(::open(source.c_str(), O_RDONLY));
-  int flags = FS_IMMUTABLE_FL;
-  if (::ioctl(file.get(), FS_IOC_SETFLAGS, &flags) != 0) GTEST_SKIP() << "needs root";
-  fs::create_symlink(source, path("link.jpg"));
-  EXPECT_TRUE(device->isProtected(path("link.jpg")));
-  EXPECT_EQ(download(source, "copy.jpg"), status::kOK);
-  EXPECT_EQ(fs::status(folder.path("copy.jpg")).permissions(), fs::perms(0444));
-  EXPECT_EQ(device->deleteObject(source), status::kWriteNotPermitted);
-  flags = 0;
-  ::ioctl(file.get(), FS_IOC_SETFLAGS, &flags);
   ::chmod(source.c_str(), 0444);
   EXPECT_TRUE(device->isProtected(source));
 }
@@ -140,16 +124,6 @@ TEST_F(Volume, ReplacesNothingAndLeavesNothingHalf) {
   EXPECT_EQ(download(source, "none/copy.jpg"), status::kIOError);
   device->setDownloadUpdateCb([](std::uint32_t) { return true; });
   EXPECT_EQ(download(source, "copy.jpg"), status::kCancelled);
-  device->setDownloadUpdateCb({});
-
-  rlimit former{};
-  ::getrlimit(RLIMIT_FSIZE, &former);
-  const rlimit small{.rlim_cur = 1'500'000, .rlim_max = former.rlim_max};
-  const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-  ::setrlimit(RLIMIT_FSIZE, &small);
-  EXPECT_EQ(download(source, "copy.jpg"), status::kIOError) << "no room";
-  ::setrlimit(RLIMIT_FSIZE, &former);
-  std::signal(SIGXFSZ, handler);
   for (const auto& entry : fs::directory_iterator(folder.path()))
     EXPECT_THAT((std::vector<std::string>{"CARD", "there.jpg", "dangling.jpg"}),
                 ::testing::Contains(entry.path().filename().string()));
@@ -172,25 +146,6 @@ TEST_F(Volume, TellsOfFilesAndDeletesThem) {
   EXPECT_EQ(device->deleteObject(source), status::kFileNotFound);
   fs::create_directories(path("FOLDER/inside"));
   EXPECT_EQ(device->deleteObject(path("FOLDER")), status::kWriteNotPermitted);
-}
-
-TEST_F(Volume, AMassStorageDevicesMarkerFilesAreOrders) {
-  room.addUSBUnit("sdb1", 0x40B);
-  auto& unit = room.ica.addVolume("CARD", "sdb1");
-  unit.properties["tree"] = {
-      {{"ifil", "MISC"}, {"tree", {{{"ifil", "PRINTTAG.MRK"}, {"icao", 0x201}}}}}};
-  room.ica.files[0x201] = {"PRINTTAG.MRK",
-                           "[HDR]\nGEN REV = 01.00\n[JOB]\nPRT QTY = 002\n"
-                           "<IMG SRC = \"../DCIM/100TARVO/A.JPG\">\n"};
-  const auto card = XTImageCaptureMSCDevice::withICAObject(unit.object, nullptr);
-  ASSERT_TRUE(card);
-  const auto orders = card->printOrderList();
-  ASSERT_TRUE(orders);
-  EXPECT_EQ(orders->size(), 1U);
-  const ObjectReference marker = {{"icao", 0x201}};
-  EXPECT_EQ(card->downloadFile(marker, folder.path("marker")), status::kOK);
-  EXPECT_EQ(card->downloadFile(marker, folder.path("marker")), status::kDuplicateFile);
-  EXPECT_EQ(card->downloadFile({{"ifil", "x"}}, folder.path("x")), status::kICAInvalidObject);
 }
 
 }  // namespace

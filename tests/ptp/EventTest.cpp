@@ -4,8 +4,6 @@
 #include <stdexcept>
 
 #include "tests/ptp/Connecting.h"
-#include "tests/support/MainContextWait.h"
-#include "tests/support/SimulatedUSBDevice.h"
 
 namespace tarvo::ptp {
 namespace {
@@ -108,21 +106,6 @@ TEST(Events, LetTheirHandlerEndTheWatchingOrTheConnectionOrRaise) {
   });
   script.interrupt(joined({event(4), event(5)}));
   EXPECT_THAT(heard, ElementsAre(1, 2, 4));
-}
-
-TEST(Events, OfASimulatedCameraComeFromTheMainLoop) {
-  const auto camera = test::simulatedCamera(
-      R"({"usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
-  BulkConnection connection(std::make_unique<test::SimulatedUSBDevice>(camera), shortTimeouts(),
-                            LogSink(), "the camera");
-  std::vector<unsigned> heard;
-  connection.watchEvents([&](const Event& each) { heard.push_back(each.code); });
-  camera->sendEvent(0x4002, {1});
-  camera->sendEvent(0x4004, {0x10001});
-  ASSERT_EQ(connection.openSession(), 0);
-  EXPECT_THAT(heard, IsEmpty()) << "not from within another call";
-  EXPECT_TRUE(test::waitUntil([&] { return heard.size() == 2; }));
-  EXPECT_THAT(heard, ElementsAre(0x4002, 0x4004));
 }
 
 }  // namespace

@@ -205,16 +205,6 @@ TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
   expectInStep(3);
 }
 
-TEST_F(RecoveryTest, FailsAtOnceAfterOneTimeout) {
-  script.out(wire::command(kOp, 1)).recovery(1);
-  script.out(wire::command(0x1003, 2)).in(wire::response(0x2001, 2));
-  EXPECT_EQ(receive(10), status::kICATimeout);
-  EXPECT_THAT(why, HasSubstr("time-out"));
-  EXPECT_EQ(receive(10), status::kICATimeout);
-  EXPECT_EQ(connection->closeSession(), 0);  // It is closed.
-  EXPECT_EQ(connection->openSession(), status::kICATimeout);
-}
-
 /// Does everything late, and adds up how long the host has waited for nothing before it gives up.
 class LateDevice : public test::ScriptedUSBDevice {
  public:
@@ -284,14 +274,6 @@ TEST_F(RecoveryTest, TreatsSilenceOnTheControlEndpointAsATimeout) {
   script.cancelRequest(1, TransferResult::kTimedOut).portReset();
   EXPECT_EQ(receive(10), status::kICAProtocolError);
   EXPECT_EQ(receive(10), status::kICATimeout);
-}
-
-TEST_F(RecoveryTest, SaysAtOnceThatTheDeviceIsGone) {
-  script.out(wire::command(kOp, 1));
-  script.inUnterminated(wire::data(kOp, 1, wire::payload(1024 - 12), 8000000)).vanish();
-  EXPECT_EQ(receive(8000000), status::kICADeviceGone);
-  EXPECT_EQ(receive(10), status::kICADeviceGone);
-  EXPECT_EQ(send(10), status::kICADeviceGone);
 }
 
 TEST_F(RecoveryTest, GetsBackInStepWhenASinkRaises) {

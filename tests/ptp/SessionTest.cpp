@@ -6,7 +6,6 @@
 namespace tarvo::ptp {
 namespace {
 
-using test::Bytes;
 using test::USBScript;
 namespace wire = test::wire;
 

@@ -35,19 +35,6 @@ Received receive(USBScript& script, std::size_t room, std::size_t most = SIZE_MA
   return result;
 }
 
-TEST(Transaction, CarriesParametersBothWays) {
-  USBScript script;
-  script.out(wire::command(0x1006, 0, {0xFFFFFFFF, 0xB203}));
-  script.in(wire::response(0x2001, 0, {17, 2}));
-  Transaction transaction{
-      .operation = 0x1006, .parameters = {0xFFFFFFFF, 0xB203}, .parameterCount = 2};
-  EXPECT_EQ(connectTo(script)->transact(transaction, nullptr), 0);
-  EXPECT_EQ(transaction.responseCode, 0x2001);
-  EXPECT_EQ(transaction.responseParameterCount, 2U);
-  EXPECT_EQ(transaction.responseParameters[0], 17U);
-  EXPECT_EQ(script.report(), "");
-}
-
 TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets) {
   enum Form { kTogether, kHeaderApart, kUnterminated, kUnknownSize };
   const std::size_t sizes[] = {0,     1,     499,         500,         501,         512,
