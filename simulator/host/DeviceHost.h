@@ -32,6 +32,12 @@ struct UsbPort {
   static UsbPort parse(const std::string& text);
 };
 
+struct UsbfsAddress {
+  unsigned bus = 0;          ///< from 1
+  unsigned device = 0;       ///< 2 to 127; 1 is the root hub
+  std::string node() const;  ///< "/dev/bus/usb/001/004"
+};
+
 /// A device that is plugged in. Owned by its host; `device` and its other faces may be kept beyond
 /// it.
 struct HostedDevice {

@@ -9,6 +9,7 @@
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
+#include "simulator/bytes/JsonNode.h"
 
 namespace tarvo::simulator {
 namespace {

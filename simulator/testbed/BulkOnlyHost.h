@@ -12,6 +12,8 @@
 #include <mutex>
 #include <span>
 
+#include "simulator/bytes/ByteWriter.h"
+
 namespace tarvo::simulator {
 
 class MassStorageUnit;

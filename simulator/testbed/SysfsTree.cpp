@@ -11,6 +11,7 @@
 #include "Utilities/Format.h"
 #include "simulator/bytes/JsonNode.h"
 #include "simulator/massstorage/MassStorageUnit.h"
+#include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "simulator/description/DeviceDescription.h"
 #include "simulator/host/DeviceHost.h"
-#include "simulator/testbed/UsbfsNode.h"
+#include "simulator/usb/VirtualUSBDevice.h"
 
 namespace tarvo::simulator {
 

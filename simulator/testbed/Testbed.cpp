@@ -16,6 +16,7 @@
 #include "simulator/description/ContentDescription.h"
 #include "simulator/massstorage/MassStorageUnit.h"
 #include "simulator/testbed/SgNode.h"
+#include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {
 namespace {

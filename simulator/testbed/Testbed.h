@@ -18,12 +18,14 @@
 
 #include "simulator/description/DeviceDescription.h"
 #include "simulator/host/DeviceHost.h"
+#include "simulator/testbed/IoctlMemory.h"
 #include "simulator/testbed/SysfsTree.h"
-#include "simulator/testbed/UsbfsNode.h"
 
 namespace tarvo::simulator {
 
+class NodeGate;
 class SgNode;
+class UsbfsNode;
 
 /// Mounted from construction to destruction. Main thread only.
 class Volume {

@@ -25,6 +25,7 @@
 #include <string>
 #include <thread>
 
+#include "simulator/host/DeviceHost.h"
 #include "simulator/testbed/IoctlMemory.h"
 #include "simulator/usb/UsbTransfer.h"
 #include "simulator/usb/VirtualUSBDevice.h"
@@ -121,12 +122,6 @@ class NodeGate {
   std::filesystem::path path_;
   std::string name_;  ///< with the slash that queues have
   bool ready_ = true;
-};
-
-struct UsbfsAddress {
-  unsigned bus = 0;          ///< from 1
-  unsigned device = 0;       ///< 2 to 127; 1 is the root hub
-  std::string node() const;  ///< "/dev/bus/usb/001/004"
 };
 
 /// Constructed and unplugged on the main thread; ioctls come on the testbed's worker thread, and

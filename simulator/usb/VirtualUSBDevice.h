@@ -21,10 +21,9 @@
 
 #include "simulator/bytes/ByteWriter.h"
 #include "simulator/bytes/Payload.h"
+#include "simulator/description/DeviceDescription.h"
 
 namespace tarvo::simulator {
-
-struct DeviceDescription;
 
 struct EndpointDescription {
   std::uint8_t address = 0;        ///< number, and 0x80 for the direction to the host
