@@ -82,6 +82,12 @@ enum DataSetFormat : std::uint16_t {
   XTD_SHOEBOX_IMAGE = 0xB805,
 };
 
+/// Object formats of the standard that mean no kind of file (ISO 15740, "Object Formats").
+inline constexpr std::uint16_t kUndefinedFormat = 0x3000;
+inline constexpr std::uint16_t kAssociationFormat = 0x3001;  ///< a folder
+/// An object's size where ObjectInfo cannot hold it: ISO 15740 has 32 bits for it.
+inline constexpr std::uint32_t kUnknownObjectSize = 0xFFFFFFFF;
+
 /// In place of a storage id: every storage of the device (ISO 15740, GetNumObjects and
 /// GetObjectHandles).
 inline constexpr std::uint32_t kAllStores = 0xFFFFFFFF;

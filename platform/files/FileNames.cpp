@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
 #include "Utilities/PropertyDictionary.h"
 
 namespace tarvo {
@@ -89,7 +90,6 @@ struct PTPFormat {
   std::string_view extension;
   std::uint16_t format;
 };
-constexpr std::uint16_t kUndefinedFormat = 0x3000;
 
 // Differs from the table above on purpose: "fpix" has no format, "lid", "how" and "sbx" no type,
 // and "jfif", "jp2", "jpx" and "aifc" are told apart in one of the two only.
@@ -117,7 +117,7 @@ FourCharCode fileTypeOfExtension(std::string_view extension) {
 
 std::uint16_t ptpFormatOfExtension(std::string_view extension) {
   const auto* found = std::ranges::find(kPTPFormats, extension, &PTPFormat::extension);
-  return found == std::end(kPTPFormats) ? kUndefinedFormat : found->format;
+  return found == std::end(kPTPFormats) ? ptp::kUndefinedFormat : found->format;
 }
 
 std::string lowerCaseExtension(std::string_view path) {

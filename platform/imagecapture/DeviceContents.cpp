@@ -192,11 +192,7 @@ constexpr std::array<std::string_view, 16> kPictureExtensions = {
 
 constexpr std::size_t kMostObjects = 100'000;
 
-// ISO 15740, "Object format codes": an association, an image that is a JPEG, undefined. Only the
-// kind is read of them.
-constexpr std::uint16_t kAssociation = 0x3001;
 constexpr std::uint16_t kPicture = 0x3801;
-constexpr std::uint16_t kUndefined = 0x3000;
 
 std::uint32_t sizeOf(const FolderWalk& walk) {
   const auto attributes = walk.attributes();
@@ -232,9 +228,10 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
     const auto slash = entry->path.rfind('/');
     const auto parent = folders.find(entry->path.substr(0, slash == std::string::npos ? 0 : slash));
     const auto handle = static_cast<std::uint32_t>(objects.size() + 1);
-    const std::uint16_t fileFormat = isPictureName(entry->name()) ? kPicture : kUndefined;
+    const std::uint16_t fileFormat =
+        isPictureName(entry->name()) ? kPicture : ptp::kUndefinedFormat;
     objects.push_back({{.handle = handle,
-                        .format = isFolder ? kAssociation : fileFormat,
+                        .format = isFolder ? ptp::kAssociationFormat : fileFormat,
                         .size = isFolder ? 0 : sizeOf(walk),
                         .parent = parent == folders.end() ? 0 : parent->second,
                         .name = validUTF8(entry->name())},

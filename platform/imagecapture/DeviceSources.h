@@ -35,13 +35,6 @@ class DeviceSink {
   virtual void deviceWent(ICAObject object) = 0;
 };
 
-/// Last components of the module paths by which clients tell the classes of devices apart.
-namespace device_module {
-inline constexpr std::string_view kPTPCamera = "PTPCamera.app";
-inline constexpr std::string_view kMassStorageCamera = "MassStorageCamera.app";
-inline constexpr std::string_view kMassStorage = "MassStorage.app";
-}  // namespace device_module
-
 /// Properties of the USB device above a registry entry; none when there is no such ancestor.
 /// It is the nearest ancestor with a "USB Product Name", so that a hub is never taken for the
 /// device.

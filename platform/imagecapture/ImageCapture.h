@@ -21,6 +21,13 @@
 
 namespace tarvo {
 
+/// Last components of the module paths by which clients tell the classes of devices apart.
+namespace device_module {
+inline constexpr std::string_view kPTPCamera = "PTPCamera.app";
+inline constexpr std::string_view kMassStorageCamera = "MassStorageCamera.app";
+inline constexpr std::string_view kMassStorage = "MassStorage.app";
+}  // namespace device_module
+
 /// Handle of a device, folder or file; 0 is none. A handle is never used twice.
 using ICAObject = std::uint32_t;
 

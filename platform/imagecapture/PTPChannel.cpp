@@ -115,26 +115,6 @@ bool isWellFormed(const PTPPassThroughRecord& record) {
   }
 }
 
-/// Counts what its target takes, which is less than what the device sends where the target is full.
-class CountingSink : public ptp::DataSink {
- public:
-  explicit CountingSink(ptp::DataSink& target) : target_(target) {}
-  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
-    return target_.room(offset, length);
-  }
-  bool received(std::uint64_t offset, std::size_t length) override {
-    taken_ = offset + length;
-    return target_.received(offset, length);
-  }
-  std::uint32_t taken() const {
-    return static_cast<std::uint32_t>(std::min<std::uint64_t>(taken_, UINT32_MAX));
-  }
-
- private:
-  ptp::DataSink& target_;
-  std::uint64_t taken_ = 0;
-};
-
 /// The part of the data area that counts; none where a sink or a source takes its place.
 std::span<std::byte> areaOf(PTPPassThroughRecord& record) {
   const PTPPassThroughPB& pb = record.pb();
@@ -175,13 +155,14 @@ Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::strin
   // No copy on the way: the transport works in the record's own data area, or where it is told.
   ptp::MemorySource areaSource(areaOf(record));
   ptp::MemorySink areaSink(areaOf(record));
-  CountingSink sink(record.sink() ? *record.sink() : areaSink);
+  ptp::CountingSink sink(record.sink() ? *record.sink() : areaSink);
   if (pb.dataUsageMode == kDataToDevice)
     transaction.send = record.source() ? record.source() : &areaSource;
   if (pb.dataUsageMode == kDataFromDevice) transaction.receive = &sink;
 
   const Status result = channel.transact(transaction, why);
-  if (pb.dataUsageMode == kDataFromDevice) pb.dataSize = sink.taken();
+  if (pb.dataUsageMode == kDataFromDevice)
+    pb.dataSize = static_cast<std::uint32_t>(std::min<std::uint64_t>(sink.count(), UINT32_MAX));
   if (result == status::kOK) storeResponse(transaction, pb);
   return result;
 }

@@ -19,7 +19,6 @@
 namespace tarvo {
 namespace {
 
-constexpr std::uint16_t kAssociation = 0x3001;
 /// A device with more objects is none that a person could look through; it costs no more memory
 /// than it sends handles.
 constexpr std::size_t kMostObjects = std::size_t{1} << 20;
@@ -165,7 +164,7 @@ class ObjectReading {
 }  // namespace
 
 bool PTPObject::isFolder() const {
-  return format == kAssociation;
+  return format == ptp::kAssociationFormat;
 }
 
 bool PTPObject::isPicture() const {

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/Raised.h"

@@ -5,6 +5,9 @@
 
 #include <functional>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
+#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/ScriptedPTPDevice.h"
 

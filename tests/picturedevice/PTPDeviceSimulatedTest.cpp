@@ -3,6 +3,8 @@
 // standard lets it.
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/MainContextWait.h"

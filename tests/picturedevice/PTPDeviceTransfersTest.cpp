@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/ScriptedPTPDevice.h"

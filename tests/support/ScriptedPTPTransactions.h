@@ -19,6 +19,8 @@
 #include <utility>
 #include <vector>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"

@@ -122,8 +122,6 @@ std::uint32_t numberArgument(const std::string& operation, const std::string& wh
 
 namespace {
 
-constexpr std::string_view kPTPModule = "PTPCamera.app";
-
 /// The USB serial number of the device at a location; empty where it has none.
 std::string serialAt(Registry& registry, std::int32_t location) {
   for (const ServiceHandle service : registry.servicesMatching(
@@ -253,8 +251,8 @@ std::optional<DeviceSummary> summaryOf(ToolPlatform& platform, ICAObject object)
   DeviceSummary device;
   device.object = object;
   device.name = textForKey(dictionary, "ifil").value_or("");
-  device.speaksPTP =
-      lastPathComponent(textForKey(dictionary, "device module").value_or("")) == kPTPModule;
+  device.speaksPTP = lastPathComponent(textForKey(dictionary, "device module").value_or("")) ==
+                     device_module::kPTPCamera;
   device.vendor = int32ForKey(dictionary, "idVendor").value_or(0);
   device.product = int32ForKey(dictionary, "idProduct").value_or(0);
   device.location = int32ForKey(dictionary, "locationID");

@@ -10,6 +10,7 @@
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "Utilities/PTPCodes.h"
 #include "platform/files/FileNames.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/ObjectSelection.h"
@@ -33,7 +34,6 @@ struct ListOptions {
 };
 
 constexpr const char* kOperation = "ls";
-constexpr std::uint16_t kUndefinedFormat = 0x3000;
 
 std::vector<Column> columnsFor(const ListOptions& options) {
   if (options.handlesOnly) return {{"HANDLE"}};
@@ -54,7 +54,7 @@ std::uint16_t formatArgument(const std::string& operation, const std::string& te
   std::ranges::transform(extension, extension.begin(),
                          [](unsigned char letter) { return std::tolower(letter); });
   const std::uint16_t code = XTPictureDevice::PTPTypeFromExt(extension);
-  if (code == kUndefinedFormat)
+  if (code == ptp::kUndefinedFormat)
     refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
   return code;
 }

@@ -10,6 +10,7 @@
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/VolumeFiles.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
 #include "platform/files/FileNames.h"
 #include "tools/access/Batch.h"
 #include "tools/access/ObjectSelection.h"
@@ -36,8 +37,6 @@ struct VolumeRemoveOptions {
 using Kind = FolderWalk::Kind;
 using Entry = FolderWalk::Entry;
 
-constexpr std::uint16_t kFolderFormat = 0x3001;
-
 PropertyDictionary namesOf(const Entry& entry) {
   return {{"name", validUTF8(entry.name())}, {"path", validUTF8(entry.path)}};
 }
@@ -47,7 +46,7 @@ XTExtendedObjectInfo infoOf(const Entry& entry, const struct stat& attributes) {
   constexpr off_t kMost = 0xFFFFFFFF;
   XTExtendedObjectInfo info;
   const bool isFolder = entry.kind == Kind::kFolder;
-  info.setObjFmtCode(isFolder ? kFolderFormat
+  info.setObjFmtCode(isFolder ? ptp::kAssociationFormat
                               : ptpFormatOfExtension(lowerCaseExtension(entry.name())));
   info.setCompressedSize(
       isFolder ? 0 : static_cast<std::uint32_t>(std::min(attributes.st_size, kMost)));

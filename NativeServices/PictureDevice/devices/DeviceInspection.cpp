@@ -110,10 +110,6 @@ namespace {
 // A device that has just come needs a moment before it answers.
 constexpr std::chrono::milliseconds kInspectionDelay{500};
 
-// Modules of Image Capture, by the last component of "device module".
-constexpr std::string_view kPTPCameraModule = "PTPCamera.app";
-constexpr std::string_view kMassStorageCameraModule = "MassStorageCamera.app";
-constexpr std::string_view kMassStorageModule = "MassStorage.app";
 constexpr std::string_view kPictureCDName = "Tarvo PictureCD";
 
 ImageCapture& imageCapture() {
@@ -126,7 +122,7 @@ std::string moduleOf(const PropertyDictionary& properties) {
 
 /// The one disc that mounts like a card but is none.
 bool isPictureCD(const PropertyDictionary& properties) {
-  return moduleOf(properties) == kMassStorageModule &&
+  return moduleOf(properties) == device_module::kMassStorage &&
          textForKey(properties, "ifil") == std::string(kPictureCDName);
 }
 
@@ -239,8 +235,8 @@ std::optional<std::uint32_t> childCountOf(ICAObject list) {
 /// Class that enumeration names for a module; it differs from the one that an inspection makes of a
 /// mass-storage module, which is intended.
 std::optional<std::string_view> classNameForModule(std::string_view module) {
-  if (module == kPTPCameraModule) return "XTImageCapturePTPDevice";
-  if (module == kMassStorageModule) return "XTImageCaptureVolume";
+  if (module == device_module::kPTPCamera) return "XTImageCapturePTPDevice";
+  if (module == device_module::kMassStorage) return "XTImageCaptureVolume";
   return std::nullopt;
 }
 
@@ -406,9 +402,10 @@ std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
   if (isPictureCD(*properties)) return nullptr;
   // The module says how Image Capture reaches the device, which decides the class.
   const std::string module = moduleOf(*properties);
-  if (module == kPTPCameraModule) return makersPTPDevice(object, why);
+  if (module == device_module::kPTPCamera) return makersPTPDevice(object, why);
   // No test for the maker here: who hears of a mass-storage device filters.
-  if (module != kMassStorageCameraModule && module != kMassStorageModule) return nullptr;
+  if (module != device_module::kMassStorageCamera && module != device_module::kMassStorage)
+    return nullptr;
   Status failure = status::kOK;
   auto device = XTImageCaptureMSCDevice::withICAObject(object, &failure);
   if (!device) say(why, statusText(failure));

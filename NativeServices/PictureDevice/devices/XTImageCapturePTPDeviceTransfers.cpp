@@ -21,31 +21,6 @@ namespace {
 
 /// Files above this size go in parts of it, in bytes, where the device takes parts.
 constexpr std::uint32_t kPartSize = 0x200000;
-/// An object's size where ObjectInfo cannot hold it (ISO 15740 has 32 bits for it).
-constexpr std::uint32_t kUnknownSize = std::numeric_limits<std::uint32_t>::max();
-
-/// Hands on to another sink, counts, and ends at `limit` bytes: what comes beyond is dropped.
-class CountingSink : public ptp::DataSink {
- public:
-  static constexpr std::uint64_t kUnlimited = std::numeric_limits<std::uint64_t>::max();
-
-  CountingSink(ptp::DataSink& sink, std::uint64_t limit) : sink_(sink), limit_(limit) {}
-
-  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
-    if (offset >= limit_) return {};
-    return sink_.room(offset, std::min<std::uint64_t>(length, limit_ - offset));
-  }
-  bool received(std::uint64_t offset, std::size_t length) override {
-    count_ = offset + length;
-    return sink_.received(offset, length);
-  }
-  std::uint64_t count() const { return count_; }
-
- private:
-  ptp::DataSink& sink_;
-  std::uint64_t limit_;
-  std::uint64_t count_ = 0;
-};
 
 /// Bytes of the caller's with the padding that keeps their container from being a multiple of 64
 /// bytes long.
@@ -103,7 +78,8 @@ Status XTImageCapturePTPDevice::downloadEntireObject(std::uint32_t handle, std::
   received = 0;
   if (size == 0) return status::kOK;
   // More than the object's own information says is nothing that the caller has room for.
-  CountingSink counted(sink, size == kUnknownSize ? CountingSink::kUnlimited : size);
+  ptp::CountingSink counted(sink,
+                            size == ptp::kUnknownObjectSize ? ptp::CountingSink::kUnlimited : size);
   PassThroughTransaction transaction({.method = "downloadEntireObject",
                                       .headerFailure = "downloadEntireObject GetObject",
                                       .operation = ptp::kGetObject,
@@ -122,7 +98,7 @@ Status XTImageCapturePTPDevice::downloadPartialObject(std::uint32_t handle, std:
                                                       std::uint64_t& received) {
   received = 0;
   if (reportProgress(0)) return lastOutcome_ = status::kCancelled;
-  CountingSink counted(sink, size);
+  ptp::CountingSink counted(sink, size);
   PassThroughTransaction transaction({.method = "downloadPartialObject",
                                       .headerFailure = "downloadPartialObject GetPartialObject",
                                       .operation = ptp::kGetPartialObject,

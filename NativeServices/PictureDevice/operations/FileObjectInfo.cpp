@@ -19,7 +19,6 @@
 namespace tarvo {
 namespace {
 
-constexpr std::uint16_t kUndefinedFormat = 0x3000;
 constexpr std::uint16_t kJPEGFormat = 0x3801;
 constexpr std::uint16_t kFirmwareFormat = 0xB001;
 /// The operation by which the vendor's devices take objects; it decides what is required.
@@ -55,7 +54,7 @@ struct FormatChoice {
   /// Legacy models take nothing but firmware from a host: what becomes undefined here is refused
   /// at the end.
   std::uint16_t forLegacyModel(std::uint16_t type) const {
-    if (type != kFirmwareFormat) return kUndefinedFormat;
+    if (type != kFirmwareFormat) return ptp::kUndefinedFormat;
     setSendRequired(false);
     return type;
   }
@@ -79,7 +78,7 @@ struct FormatChoice {
   std::uint16_t choose(std::uint16_t type, std::string_view path) {
     type = isLegacyModel(facts.model, maker) ? forLegacyModel(type) : byOperations(type);
     undefinedIsAllowed = isOneOf(maker.undefinedFormatModels, facts.model);
-    if (undefinedIsAllowed) return kUndefinedFormat;
+    if (undefinedIsAllowed) return ptp::kUndefinedFormat;
     const bool isFavourite = type == kJPEGFormat && facts.capabilities.deviceSupportsBragbooks &&
                              isBragbookFilename(path);
     return isFavourite ? favourite() : type;
@@ -164,7 +163,7 @@ Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
   FormatChoice choice{supportedOperations, facts, maker, xtSendRequired};
   const std::uint16_t type = choice.choose(file.type, path);
   traceStep(formatted("final PTP type: 0x%x", type));
-  if (type == kUndefinedFormat && !choice.undefinedIsAllowed) {
+  if (type == ptp::kUndefinedFormat && !choice.undefinedIsAllowed) {
     return status::kPTPInvalidObjectFormatCode;
   }
   // Storage, parent and everything about pictures stay 0: the device fills them in.

@@ -23,9 +23,6 @@
 namespace tarvo {
 namespace {
 
-/// A device announces this for an object of 4 GiB - 1 bytes and more.
-constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
-
 /// A path as the folder, opened, and the name in it. A folder that cannot be opened shows when the
 /// file is made.
 struct Destination {
@@ -66,7 +63,7 @@ Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t rece
                          std::uint64_t expected) {
   // The transport calls a sink that could not write a cancelled transfer.
   if (sink.error() != 0) return status::kIOError;
-  const bool isShort = expected != kUnknownSize && received < expected;
+  const bool isShort = expected != ptp::kUnknownObjectSize && received < expected;
   return status == status::kOK && isShort ? status::kIOError : status;
 }
 
@@ -90,7 +87,7 @@ bool writePrivately(const std::string& path, std::span<const std::byte> content)
 }  // namespace
 
 bool goesInChunks(const PTPDeviceFacts& facts, std::uint32_t size) {
-  return size > kDownloadChunk && size != kUnknownSize &&
+  return size > kDownloadChunk && size != ptp::kUnknownObjectSize &&
          containsCode(facts.operations, ptp::kGetPartialObject);
 }
 
@@ -145,7 +142,7 @@ Status ObjectDownloads::toMemory(std::uint32_t handle, std::uint32_t size, ByteB
 Status ObjectDownloads::wholeTo(std::uint32_t handle, std::uint32_t size, int descriptor,
                                 ProgressCallback progress) {
   std::uint64_t received = 0;
-  FileSink sink(descriptor, 0, size == kUnknownSize ? FileSink::kUnlimited : size,
+  FileSink sink(descriptor, 0, size == ptp::kUnknownObjectSize ? FileSink::kUnlimited : size,
                 std::move(progress));
   const Status status = device_.downloadEntireObject(handle, size, sink, received);
   return outcomeOfTransfer(status, sink, received, size);
@@ -216,8 +213,6 @@ void removeTemporaryFile(const std::string& path) {
 
 namespace {
 
-constexpr std::uint16_t kAssociationFormat = 0x3001;
-
 /// One object on its way to one file.
 class Fetch {
  public:
@@ -260,7 +255,7 @@ class Fetch {
 bool Fetch::prepare() {
   const Status status = device_.objectInfo(info_, handle_);
   if (status != status::kOK) return place_.fail(status, "its information cannot be read");
-  if (info_->objFmtCode() == kAssociationFormat)
+  if (info_->objFmtCode() == ptp::kAssociationFormat)
     return place_.fail(status::kNotAFile, "it is a folder");
   result_.size = info_->compressedSize();
   return place_.prepare(info_->fileName());
@@ -299,7 +294,7 @@ void Fetch::run() {
 
 bool Fetch::hasRoom(const PartFile& part) {
   const std::uint64_t size = info_->compressedSize();
-  return size == kUnknownSize || place_.hasRoom(size - std::min(size, part.size()));
+  return size == ptp::kUnknownObjectSize || place_.hasRoom(size - std::min(size, part.size()));
 }
 
 Status Fetch::transfer(PartFile& part) {
@@ -316,10 +311,10 @@ Status Fetch::stream(PartFile& part) {
   const std::uint32_t size = info_->compressedSize();
   std::uint64_t received = 0;
   // One transaction: a device answers each piece with a delay of its own.
-  FileSink sink(part.descriptor(), 0, size == kUnknownSize ? FileSink::kUnlimited : size,
+  FileSink sink(part.descriptor(), 0, size == ptp::kUnknownObjectSize ? FileSink::kUnlimited : size,
                 request_.progress, &spare_);
   const Status status = device_.downloadEntireObject(handle_, size, sink, received);
-  if (size == kUnknownSize) result_.size = received;
+  if (size == ptp::kUnknownObjectSize) result_.size = received;
   return takeIn(status, sink, received, size);
 }
 
@@ -352,7 +347,8 @@ Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received
     place_.failToWrite("the file cannot be written", sink.error());
     return status::kIOError;
   }
-  if (status != status::kOK || expected == kUnknownSize || received >= expected) return status;
+  if (status != status::kOK || expected == ptp::kUnknownObjectSize || received >= expected)
+    return status;
   result_.why =
       formatted("the device sent %llu of %llu bytes", static_cast<unsigned long long>(received),
                 static_cast<unsigned long long>(expected));

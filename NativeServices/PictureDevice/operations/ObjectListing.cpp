@@ -12,7 +12,6 @@
 namespace tarvo {
 namespace {
 
-constexpr std::uint16_t kAssociation = 0x3001;
 /// The maker's operations lie between these.
 constexpr std::uint16_t kFirstOfMaker = 0x9001;
 constexpr std::uint16_t kLastOfMaker = ptp::XTO_GET_SUPPORTED_DATASETS;
@@ -70,7 +69,7 @@ ReadInfo readInfo(PTPTransactions& device, std::uint32_t handle) {
 }
 
 bool isFolder(const XTExtendedObjectInfo& info) {
-  return info.objFmtCode() == kAssociation;
+  return info.objFmtCode() == ptp::kAssociationFormat;
 }
 
 Status ObjectListing::handles(const ListingQuery& query, ObjectHandles& handles) {
@@ -198,7 +197,7 @@ Status ObjectListing::listAtOnce(std::uint32_t store, ObjectHandles& handles, bo
     return status::kOK;
   }
   // Nothing lies below the top, or it is not told. Without folders there is nothing to be told.
-  status = device_.listHandles(store, kAssociation, ListingQuery::kAnywhere, others);
+  status = device_.listHandles(store, ptp::kAssociationFormat, ListingQuery::kAnywhere, others);
   const bool isTold = status == status::kOK || status == status::kPTPInvalidObjectFormatCode;
   isAll = isTold && others.empty();
   return isTold || isFormatRefused(status) ? status::kOK : status;

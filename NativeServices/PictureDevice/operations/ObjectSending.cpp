@@ -20,7 +20,6 @@ constexpr SendOpcodes kStandardSend{ptp::kSendObjectInfo, ptp::kSendObject};
 constexpr std::uint16_t kSendExtendedObjectInfo = 0x9202;
 
 constexpr std::uint16_t kFirmwareFormat = 0xB001;
-constexpr std::uint16_t kUndefinedFormat = 0x3000;
 
 constexpr std::string_view kDefaultCollectionFile = "PREFGUID.TXT";
 constexpr std::string_view kViewersDefaultCollectionFile = "PREFGUID.HOW";
@@ -57,7 +56,7 @@ std::uint16_t sendObjectOpcodeForFormat(const PTPDeviceFacts& facts, const Maker
 std::uint16_t formatCodeFilter(std::string_view model, const MakerConstants& maker,
                                std::uint16_t format) {
   const auto& models = maker.undefinedFormatModelsWithFamily;
-  return std::ranges::find(models, model) != models.end() ? kUndefinedFormat : format;
+  return std::ranges::find(models, model) != models.end() ? ptp::kUndefinedFormat : format;
 }
 
 bool takesData(const CodeList* operations, const DeviceCapabilities& capabilities) {

@@ -61,6 +61,30 @@ class MemorySink : public DataSink {
   std::uint64_t filled_ = 0;
 };
 
+/// Hands on to another sink, which is lent, and counts what that one takes: less than what the
+/// device sends where it is full. Ends at `limit` bytes; what comes beyond is dropped.
+class CountingSink : public DataSink {
+ public:
+  static constexpr std::uint64_t kUnlimited = UINT64_MAX;
+
+  explicit CountingSink(DataSink& target, std::uint64_t limit = kUnlimited)
+      : target_(target), limit_(limit) {}
+  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    if (offset >= limit_) return {};
+    return target_.room(offset, std::min<std::uint64_t>(length, limit_ - offset));
+  }
+  bool received(std::uint64_t offset, std::size_t length) override {
+    count_ = offset + length;
+    return target_.received(offset, length);
+  }
+  std::uint64_t count() const { return count_; }
+
+ private:
+  DataSink& target_;
+  std::uint64_t limit_;
+  std::uint64_t count_ = 0;
+};
+
 /// A source over memory of the caller's.
 class MemorySource : public DataSource {
  public:
