@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <system_error>
 
@@ -51,13 +52,17 @@ bool isPartName(std::string_view name) {
          tail.substr(1, kEnd - 1).find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
-/// What a new file may be, by the file mode creation mask, which can only be read by setting it.
+/// What a new file may be, by the file mode creation mask; that of most systems where the kernel
+/// does not tell (proc_pid_status(5)): to ask umask(2) would change it for all threads.
 mode_t permissionsOfNewFiles() {
   constexpr mode_t kReadAndWrite = 0666;
-  // What another thread makes meanwhile is its owner's alone.
-  const mode_t mask = ::umask(S_IRWXG | S_IRWXO);
-  ::umask(mask);
-  return kReadAndWrite & ~mask;
+  constexpr mode_t kUsualMask = 0022;
+  std::ifstream lines("/proc/self/status");
+  for (std::string line; std::getline(lines, line);) {
+    unsigned mask = 0;
+    if (std::sscanf(line.c_str(), "Umask: %o", &mask) == 1) return kReadAndWrite & ~mask;
+  }
+  return kReadAndWrite & ~kUsualMask;
 }
 
 }  // namespace

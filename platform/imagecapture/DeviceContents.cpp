@@ -1,6 +1,7 @@
 #include "platform/imagecapture/DeviceContents.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -13,8 +14,9 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/files/FileCopy.h"
+#include "platform/files/FilePlace.h"
 #include "platform/files/FolderTree.h"
-#include "platform/files/TemporaryFile.h"
+#include "platform/files/PartFile.h"
 
 namespace tarvo {
 namespace {
@@ -248,15 +250,19 @@ Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
   if (!source.isOpen()) return statusOf(error);
   struct stat attributes {};
   if (::fstat(source.get(), &attributes) != 0) return status::kIOError;
-  const std::string target = folder + "/" + lastPathComponent(file.path);
-  TemporaryFile copy(folder);
-  if (!copy.isOpen()) return statusOf(errno);
+  if (::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
+  FetchResult placed;
+  const FetchRequest request{.folder = folder, .name = lastPathComponent(file.path)};
+  FilePlace place(request, placed);
+  if (!place.prepare("")) return placed.status;
+  PartFile copy(place.folder(), PartFile::nameFor(place.name(), ""));
+  if (const int failed = copy.open(PartFile::Opening::kNew); failed != 0) return statusOf(failed);
   const auto outcome = FileCopy().run(source.get(), copy.descriptor(),
                                       static_cast<std::uint64_t>(attributes.st_size), {});
   if (outcome.error != 0) return status::kIOError;
-  const Status result = copy.rename(target);
-  if (result == status::kOK) path = target;
-  return result;
+  place.put(copy, std::nullopt);
+  if (placed.status == status::kOK) path = placed.path;
+  return placed.status;
 }
 
 Status removeFromVolume(const std::string& mountPoint, const std::string& path) {

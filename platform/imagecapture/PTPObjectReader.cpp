@@ -14,7 +14,8 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/PropertyDictionary.h"
-#include "platform/files/TemporaryFile.h"
+#include "platform/files/FilePlace.h"
+#include "platform/files/PartFile.h"
 
 namespace tarvo {
 namespace {
@@ -305,19 +306,21 @@ bool isWhole(const PTPObject& object, std::uint64_t size) {
 Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::string& folder,
                       std::string& path, std::string* why) {
   const std::string name = fileName(object.name);
-  if (name.empty()) return status::kFileNotFound;
-  const std::string target = folder + "/" + name;
+  if (name.empty() || ::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
+  FetchResult placed;
+  const FetchRequest request{.folder = folder, .name = name};
+  FilePlace place(request, placed);
   // Looked at first, so that nothing is fetched in vain.
-  if (TemporaryFile::exists(target)) return status::kDuplicateFile;
-  TemporaryFile file(folder);
-  if (!file.isOpen()) return errno == ENOENT ? status::kFileNotFound : status::kIOError;
+  if (!place.prepare("")) return placed.status;
+  PartFile file(place.folder(), PartFile::nameFor(name, ""));
+  if (file.open(PartFile::Opening::kNew) != 0) return status::kIOError;
 
   DownloadSink sink(file.descriptor());
   ptp::Transaction transaction{.operation = ptp::kGetObject,
                                .parameters = {object.handle},
                                .parameterCount = 1,
                                .receive = &sink};
-  Status result = channel.transact(transaction, why);
+  const Status result = channel.transact(transaction, why);
   if (sink.error() != 0) {
     *why = std::strerror(sink.error());
     return status::kIOError;
@@ -328,9 +331,9 @@ Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::s
     *why = "the object is shorter or longer than the device has said";
     return status::kIOError;
   }
-  result = file.rename(target);
-  if (result == status::kOK) path = target;
-  return result;
+  place.put(file, std::nullopt);
+  if (placed.status == status::kOK) path = placed.path;
+  return placed.status;
 }
 
 }  // namespace tarvo

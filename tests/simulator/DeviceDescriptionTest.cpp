@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "simulator/bytes/JsonNode.h"
 #include "simulator/ptp/DeviceState.h"
 
 namespace tarvo::simulator {

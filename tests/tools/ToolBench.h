@@ -10,10 +10,15 @@
 #include <string>
 #include <vector>
 
+#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"
+#include "msc/TarvoMSCDeviceList.h"
+#include "platform/foundation/MakerConstants.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/CommandLine.h"
+#include "tools/access/ToolContext.h"
 
 namespace tarvo::test {
 
