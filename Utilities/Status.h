@@ -2,8 +2,7 @@
 //
 // 0 is success. A positive value is a PTP response code as the device sent it (ISO 15740, annex on
 // response codes) or an address-book validation code; a negative one is a platform status, or an
-// IOKit status of a mass-storage unit. Use
-// statusText() wherever a person reads it.
+// IOKit status of a mass-storage unit. Use statusText() wherever a person reads it.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,5 @@
-// Notifications between the processes of one user: a name without arguments, from any sender.
+// What this system asks of the desktop session: notifications between the processes of one user,
+// whether the session is in use, and which applications run.
 #pragma once
 
 #include <sys/types.h>

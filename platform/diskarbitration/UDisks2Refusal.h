@@ -1,4 +1,5 @@
-// Why UDisks2 did not do what it was asked, as a dissenter with words for a person.
+// Why UDisks2 did not do what it was asked, as a dissenter with words for a person, and who keeps a
+// volume busy.
 #pragma once
 
 #include <gio/gio.h>

@@ -1,4 +1,5 @@
-// Names that a device gave, as names of files on this host.
+// Names of files on this host: what may be left of a name that a device gave, numbers for names
+// that are taken, and what an extension says of the content.
 #pragma once
 
 #include <cstdint>

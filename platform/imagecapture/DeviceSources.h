@@ -1,4 +1,5 @@
-// How a source of devices (PTP interfaces, mounted volumes) tells the service what came and went.
+// Where the devices of the service come from: PTP interfaces of the device registry, and mounted
+// volumes of removable USB disks. Each source tells the service, as its sink, what came and went.
 #pragma once
 
 #include <map>

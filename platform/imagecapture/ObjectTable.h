@@ -1,4 +1,5 @@
-// The objects that the service shows: the device list and the devices in it.
+// The objects that the service shows, the device list and the devices in it, and who has registered
+// for their events.
 #pragma once
 
 #include <map>

@@ -1,4 +1,5 @@
-// The commands of tarvo-simulator that look at a camera's objects or let it do something by itself.
+// The commands of tarvo-simulator that look at a camera's objects or let it do something by itself,
+// on both sides of the control socket.
 #pragma once
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,4 @@
-// Operations that look at objects (ISO 15740), and the maker's list of file sizes.
+// Operations that look at objects and change them (ISO 15740), and the maker's list of file sizes.
 #pragma once
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-// Operations on device properties (ISO 15740).
+// Operations on device properties, and those that take pictures (ISO 15740).
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -1,5 +1,5 @@
-// Data sets with fixed fields that a device answers with: what it says of itself and of a store,
-// the limits of its address book, and the description of a device property.
+// Data sets with fixed fields: what a device says of itself and of a store, the limits of its
+// address book, the description of a device property, its contacts, groups and orders.
 //
 //   const auto info = scanStorageInfo(dataSet);
 //   if (info->accessCapability == 0) use(info->freeSpaceInBytes);

@@ -1,9 +1,8 @@
 // A camera or frame that speaks PTP: every transaction is one pass-through message to its Image
 // Capture object.
 //
-// Its sources are split by theme: the device itself (XTImageCapturePTPDevice.cpp), ...Objects,
-// ...Transfers, ...Properties, ...Queries, ...DataSets, ...VendorFiles, and ...Answers for what the
-// base class asks of a device.
+// Its sources are split by theme: the device itself with its properties and queries
+// (XTImageCapturePTPDevice.cpp), ...Objects, ...Transfers, ...DataSets with the maker's files.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// The address book of a PTP device, read from its vendor data sets, and the limits that hold for
-// it.
+// The address book of a PTP device: read from its vendor data sets, with the limits that hold for
+// it, and brought to what a book of this side says.
 #pragma once
 
 #include <string>

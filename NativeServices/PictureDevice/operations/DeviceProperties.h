@@ -1,4 +1,5 @@
-// The properties of a PTP device as values: read by their kind, and written.
+// The properties of a PTP device as values: read by their kind, and written; its languages among
+// them.
 #pragma once
 
 #include <cstdint>

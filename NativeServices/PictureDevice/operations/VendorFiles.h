@@ -1,5 +1,5 @@
-// The id of the default collection of a device that has no property for it: a text file
-// "PREFGUID.TXT" on the device's inner store.
+// Files by which the maker's devices are told things: the id of the default collection, where the
+// device has no property for it ("PREFGUID.TXT" on its inner store), and the shoebox.
 #pragma once
 
 #include <cstdint>

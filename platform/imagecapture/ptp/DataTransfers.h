@@ -1,5 +1,5 @@
-// The data phase from the device: payload straight into the sink's memory, several transfers in
-// flight.
+// The data phase of a transaction, either way: payload straight into the sink's memory or out of
+// the source's, several transfers in flight.
 #pragma once
 
 #include <cstddef>

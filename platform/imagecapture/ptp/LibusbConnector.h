@@ -1,4 +1,5 @@
-// Connects to PTP devices over an opener of USB devices; in the product that is LibusbDeviceOpener.
+// PTP devices on libusb: which interface of a device speaks PTP, how its node is opened, who holds
+// it where that fails, and the connection over it.
 #pragma once
 
 #include <libusb.h>
