@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "simulator/program/Bundle.h"
+#include "simulator/testbed/Bundle.h"
 #include "simulator/testbed/Testbed.h"
 #include "simulator/testbed/TestbedProcess.h"
 

@@ -7,11 +7,11 @@
 #include "Utilities/Format.h"
 #include "Utilities/TypedWords.h"
 #include "simulator/massstorage/MassStorageUnit.h"
-#include "simulator/program/Bundle.h"
 #include "simulator/program/ControlSocket.h"
 #include "simulator/program/ObjectCommands.h"
 #include "simulator/program/Server.h"
 #include "simulator/program/TestbedServer.h"
+#include "simulator/testbed/Bundle.h"
 #include "simulator/testbed/TestbedProcess.h"
 #include "simulator/usbip/UsbipHost.h"
 

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "simulator/massstorage/MassStorageUnit.h"
-#include "simulator/program/Bundle.h"
 #include "simulator/ptp/PTPCamera.h"
+#include "simulator/testbed/Bundle.h"
 #include "simulator/testbed/Testbed.h"
 #include "tests/support/MainContextWait.h"
 #include "tests/support/PrivateBus.h"

@@ -1,5 +1,6 @@
 // Downloads of objects of a PTP device: as the device classes offer them (into memory, to a file of
-// a given path, into a temporary file), and to a file as a user wants it, which goes on after a cut.
+// a given path, into a temporary file), and to a file as a user wants it, which goes on after a
+// cut.
 #pragma once
 
 #include <cstdint>

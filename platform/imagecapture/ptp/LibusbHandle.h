@@ -1,5 +1,5 @@
-// What a device node is on libusb, a context of its own and the handle of the device in it, and what
-// libusb's results mean.
+// What a device node is on libusb, a context of its own and the handle of the device in it, and
+// what libusb's results mean.
 #pragma once
 
 #include <libusb.h>

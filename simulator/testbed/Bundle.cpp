@@ -1,4 +1,4 @@
-#include "simulator/program/Bundle.h"
+#include "simulator/testbed/Bundle.h"
 
 #include <fstream>
 
