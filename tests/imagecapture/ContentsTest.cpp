@@ -233,7 +233,7 @@ TEST_F(Contents, LeaveOutWhatTheDeviceDoesNotTellOfAndRefuseWhatCannotBe) {
 }
 
 TEST_F(Contents, HaveTheClockAmongTheirCapabilitiesWhereItsPropertyIsListed) {
-  for (const std::uint16_t listed : {0x5001, 0x5011}) {
+  for (const std::uint16_t listed : {0x5011, 0x5001}) {
     test::PTPBytes bytes;
     for (const auto value : test::PTPCameraDescription{.properties = {listed}}.deviceInfo())
       bytes.u8(value);
