@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "NativeServices/Logging.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "Utilities/Exception.h"

@@ -10,6 +10,7 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectChanges.h"
 #include "NativeServices/PictureDevice/operations/ObjectSending.h"
 #include "Utilities/Exception.h"

@@ -4,7 +4,6 @@
 #include <string>
 #include <string_view>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Status.h"
 #include "platform/foundation/MakerConstants.h"

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/PTPCodes.h"

@@ -12,7 +12,6 @@
 #include <string>
 #include <string_view>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/ByteBuffer.h"
 #include "Utilities/Status.h"
