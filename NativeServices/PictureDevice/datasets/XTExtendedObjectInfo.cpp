@@ -236,10 +236,10 @@ bool isPTPDate(std::string_view text) {
 }
 
 std::optional<std::string> ptpDateOfTime(std::time_t time) {
-  constexpr int kLastYear = 9999;
+  constexpr int kLastYearOfPTP = 9999;
   std::tm date{};
   if (::localtime_r(&time, &date) == nullptr) return std::nullopt;
-  if (date.tm_year < -kFirstYearOfTm || date.tm_year > kLastYear - kFirstYearOfTm) {
+  if (date.tm_year < -kFirstYearOfTm || date.tm_year > kLastYearOfPTP - kFirstYearOfTm) {
     return std::nullopt;
   }
   std::array<char, 32> text{};
