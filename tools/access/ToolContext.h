@@ -11,7 +11,7 @@
 #include "tools/output/Output.h"
 
 namespace tarvo {
-class MakerConstants;
+struct MakerConstants;
 class SupportedModels;
 class TarvoMSCDeviceList;
 struct PictureDeviceServices;
