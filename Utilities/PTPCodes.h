@@ -44,6 +44,8 @@ enum Operation : std::uint16_t {
   // The maker's vendor extension. Parameters and answers are those of the operation's caller in
   // NativeServices/PictureDevice; XT_GET_DISPLAY_REQUEST_VERSION has lost the O of the others, and
   // keeps its name so.
+  XTO_SEND_VENDOR_OBJECT = 0x9002,
+  XTO_SEND_OBJECT = 0x9006,
   XTO_GET_ADDRESS_BOOK_INFO = 0x9007,
   XTO_DISPLAY_REQUEST = 0x9008,
   XT_GET_DISPLAY_REQUEST_VERSION = 0x9009,
@@ -57,6 +59,7 @@ enum Operation : std::uint16_t {
   XTO_UPDATE_EXT_OBJECT_INFO = 0x9206,
   XTO_UPDATE_DATASET = 0x9207,
   XTO_MODIFY_ASSET_LIST = 0x9208,
+  XTO_DELETE_VENDOR_OBJECT = 0x9209,
   XTO_GET_SUPPORTED_DATASETS = 0x920A,
 };
 
@@ -85,6 +88,8 @@ enum DataSetFormat : std::uint16_t {
 /// Object formats of the standard that mean no kind of file (ISO 15740, "Object Formats").
 inline constexpr std::uint16_t kUndefinedFormat = 0x3000;
 inline constexpr std::uint16_t kAssociationFormat = 0x3001;  ///< a folder
+/// The maker's format of new software for a device.
+inline constexpr std::uint16_t kFirmwareFormat = 0xB001;
 /// An object's size where ObjectInfo cannot hold it: ISO 15740 has 32 bits for it.
 inline constexpr std::uint32_t kUnknownObjectSize = 0xFFFFFFFF;
 

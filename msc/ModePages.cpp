@@ -7,7 +7,6 @@ namespace {
 
 // Both pages stand behind the header of the parameter list.
 constexpr std::size_t kPageCodeAt = 8;
-constexpr std::size_t kPageLengthAt = 9;
 
 constexpr std::uint8_t kUSBModePageLength = 7;
 constexpr std::size_t kModeFlagsAt = 10;
@@ -49,7 +48,7 @@ std::uint8_t modeFlagsOf(const PropertyDictionary& mode) {
 USBModePage usbModePage(std::uint8_t modeFlags, bool powerDown, std::uint32_t autowakeDelay) {
   USBModePage page{};
   page[kPageCodeAt] = std::byte{kUSBModePageCode};
-  page[kPageLengthAt] = std::byte{kUSBModePageLength};
+  page[kModePageLengthAt] = std::byte{kUSBModePageLength};
   page[kModeFlagsAt] = std::byte{modeFlags};
   if (!powerDown) return page;
   page[kPowerDownAt] = std::byte{1};
@@ -96,7 +95,7 @@ std::string localDateText(std::time_t date, const char* format) {
 
 void fillClockPage(ClockPage& page, const std::string& digits) {
   page[kPageCodeAt] = std::byte{kClockPageCode};
-  page[kPageLengthAt] = std::byte{kClockPageLength};
+  page[kModePageLengthAt] = std::byte{kClockPageLength};
   const std::size_t count = std::min<std::size_t>(digits.size(), kClockPageLength);
   std::transform(digits.begin(), digits.begin() + static_cast<std::ptrdiff_t>(count),
                  page.begin() + kDigitsAt,

@@ -26,6 +26,8 @@ namespace tarvo {
 
 inline constexpr std::uint8_t kUSBModePageCode = 0x25;
 inline constexpr std::size_t kUSBModePageSize = 17;
+/// Of every page: its length, behind the parameter header and the page code.
+inline constexpr std::size_t kModePageLengthAt = 9;
 /// Where the unit tells what it can do.
 inline constexpr std::size_t kUSBModeCapabilities = 16;
 

@@ -18,7 +18,6 @@ namespace {
 
 constexpr std::uint8_t kModelPageCode = 0x26;
 /// The page length of a page whose header is in front of it.
-constexpr std::size_t kPageLengthAt = 9;
 constexpr std::size_t kModelTextAt = 10;
 constexpr std::size_t kHeaderSize = 8;
 constexpr std::size_t kSenseSize = 18;
@@ -136,8 +135,9 @@ bool TarvoMSCDevice::_modeSenseTestPageCode(std::uint8_t pageCode, std::uint16_t
   std::uint16_t pageSize = 0;
   if (_modeSensePageCode(pageCode, &page, &pageSize) != status::kOK) return false;
   // At 9 the byte lies just behind what there is, which reads as zero.
-  if (size && pageSize >= kPageLengthAt)
-    *size = pageSize > kPageLengthAt ? std::to_integer<std::uint16_t>(page[kPageLengthAt]) : 0;
+  if (size && pageSize >= kModePageLengthAt)
+    *size =
+        pageSize > kModePageLengthAt ? std::to_integer<std::uint16_t>(page[kModePageLengthAt]) : 0;
   return true;
 }
 
@@ -254,7 +254,7 @@ std::optional<std::string> TarvoMSCDevice::_getModelString() {
     return std::nullopt;
   }
   // A length beyond what is there means all that is there.
-  const auto length = std::min<std::size_t>(std::to_integer<std::size_t>(page[kPageLengthAt]),
+  const auto length = std::min<std::size_t>(std::to_integer<std::size_t>(page[kModePageLengthAt]),
                                             page.size() - kModelTextAt);
   const std::string_view bytes(reinterpret_cast<const char*>(page.data()) + kModelTextAt, length);
   const auto text = textInEncoding(bytes, MSCRoom::required().services().defaultEncoding);

@@ -192,7 +192,7 @@ constexpr std::array<std::string_view, 16> kPictureExtensions = {
     "jpg",  "jp2", "jpeg", "jpe",  "tif", "tiff", "bmg",  "fpx",
     "fpix", "gif", "png",  "pict", "mov", "mpg",  "mpeg", "avi"};
 
-constexpr std::size_t kMostObjects = 100'000;
+constexpr std::size_t kMostKept = 100'000;
 
 constexpr std::uint16_t kPicture = 0x3801;
 
@@ -225,7 +225,7 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
   std::unordered_map<std::string, std::uint32_t> folders;
   while (const auto* entry = walk.next()) {
     if (entry->kind == FolderWalk::Kind::kOther) continue;
-    if (objects.size() == kMostObjects) return status::kOutOfMemory;
+    if (objects.size() == kMostKept) return status::kOutOfMemory;
     const bool isFolder = entry->kind == FolderWalk::Kind::kFolder;
     const auto slash = entry->path.rfind('/');
     const auto parent = folders.find(entry->path.substr(0, slash == std::string::npos ? 0 : slash));

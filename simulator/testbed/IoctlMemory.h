@@ -10,6 +10,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <utility>
 
@@ -58,6 +59,14 @@ class GErrorSlot {
 
  private:
   GError* error_ = nullptr;
+};
+
+/// Keeps a node alive for as long as a client may call into it.
+template <typename Node>
+struct NodeReference {
+  static void drop(gpointer reference, GClosure*) { delete static_cast<NodeReference*>(reference); }
+
+  std::shared_ptr<Node> node;
 };
 
 /// A piece of it; what is written there reaches the program when its call completes.

@@ -14,15 +14,6 @@
 namespace tarvo::simulator {
 namespace {
 
-/// Keeps a node alive for as long as a client may call into it.
-struct NodeReference {
-  std::shared_ptr<SgNode> node;
-};
-
-void dropNode(gpointer reference, GClosure*) {
-  delete static_cast<NodeReference*>(reference);
-}
-
 constexpr int kDriverVersion = 30536;  // of the kernels of these years
 constexpr int kReservedSize = 32768;
 constexpr unsigned kLongestTransfer = 16 * 1024 * 1024;
@@ -90,12 +81,13 @@ SgNode::~SgNode() {
 GObjectPointer<UMockdevIoctlBase> SgNode::makeHandler() {
   auto handler = GObjectPointer<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
   g_signal_connect_data(handler.get(), "handle-ioctl", G_CALLBACK(onIoctl),
-                        new NodeReference{shared_from_this()}, dropNode, GConnectFlags(0));
+                        new NodeReference<SgNode>{shared_from_this()}, NodeReference<SgNode>::drop,
+                        GConnectFlags(0));
   return handler;
 }
 
 gboolean SgNode::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-  const auto node = static_cast<NodeReference*>(self)->node;
+  const auto node = static_cast<NodeReference<SgNode>*>(self)->node;
   const auto result = node->handle(client, umockdev_ioctl_client_get_request(client),
                                    umockdev_ioctl_client_get_arg(client));
   if (result) {

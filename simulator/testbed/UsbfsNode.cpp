@@ -18,19 +18,6 @@
 #include "Utilities/Format.h"
 
 namespace tarvo::simulator {
-namespace {
-
-/// Keeps a node alive for as long as a client may call into it.
-struct NodeReference {
-  std::shared_ptr<UsbfsNode> node;
-};
-
-void dropNode(gpointer reference, GClosure*) {
-  delete static_cast<NodeReference*>(reference);
-}
-
-}  // namespace
-
 std::string UsbfsAddress::node() const {
   return formatted("/dev/bus/usb/%03u/%03u", bus, device);
 }
@@ -61,8 +48,9 @@ UsbfsNode::UsbfsNode(UsbfsAddress address, std::shared_ptr<VirtualUSBDevice> dev
 GObjectPointer<UMockdevIoctlBase> UsbfsNode::makeHandler() {
   auto handler = GObjectPointer<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
   auto connect = [&](const char* signal, GCallback callback) {
-    g_signal_connect_data(handler.get(), signal, callback, new NodeReference{shared_from_this()},
-                          dropNode, GConnectFlags(0));
+    g_signal_connect_data(handler.get(), signal, callback,
+                          new NodeReference<UsbfsNode>{shared_from_this()},
+                          NodeReference<UsbfsNode>::drop, GConnectFlags(0));
   };
   connect("handle-ioctl", G_CALLBACK(onIoctl));
   connect("handle-read", G_CALLBACK(onRead));
@@ -73,7 +61,7 @@ GObjectPointer<UMockdevIoctlBase> UsbfsNode::makeHandler() {
 
 // A regular file has the descriptors in it; of a gate nothing may be read or written.
 gboolean UsbfsNode::onRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-  const auto node = static_cast<NodeReference*>(self)->node;
+  const auto node = static_cast<NodeReference<UsbfsNode>*>(self)->node;
   if (!node->gate_) return FALSE;
   const std::lock_guard guard(node->mutex_);
   const auto result = node->readDescriptors(client, umockdev_ioctl_client_get_arg(client));
@@ -82,7 +70,7 @@ gboolean UsbfsNode::onRead(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpoi
 }
 
 gboolean UsbfsNode::onWrite(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-  if (!static_cast<NodeReference*>(self)->node->gate_) return FALSE;
+  if (!static_cast<NodeReference<UsbfsNode>*>(self)->node->gate_) return FALSE;
   umockdev_ioctl_client_complete(client, -1, EINVAL);
   return TRUE;
 }
@@ -101,15 +89,16 @@ long UsbfsNode::readDescriptors(UMockdevIoctlClient* client, UMockdevIoctlData* 
 }
 
 void UsbfsNode::onConnected(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-  const auto& node = static_cast<NodeReference*>(self)->node;
+  const auto& node = static_cast<NodeReference<UsbfsNode>*>(self)->node;
   // A client that died says so only by letting its object go.
   g_object_weak_ref(
       G_OBJECT(client),
       [](gpointer reference, GObject* gone) {
-        const std::unique_ptr<NodeReference> kept(static_cast<NodeReference*>(reference));
+        const std::unique_ptr<NodeReference<UsbfsNode>> kept(
+            static_cast<NodeReference<UsbfsNode>*>(reference));
         kept->node->forget(reinterpret_cast<UMockdevIoctlClient*>(gone));
       },
-      new NodeReference{node});
+      new NodeReference<UsbfsNode>{node});
 }
 
 void UsbfsNode::forget(const UMockdevIoctlClient* client) {
@@ -120,7 +109,7 @@ void UsbfsNode::forget(const UMockdevIoctlClient* client) {
 }
 
 gboolean UsbfsNode::onIoctl(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer self) {
-  const auto node = static_cast<NodeReference*>(self)->node;
+  const auto node = static_cast<NodeReference<UsbfsNode>*>(self)->node;
   long result = -EIO;
   try {
     const std::lock_guard guard(node->mutex_);

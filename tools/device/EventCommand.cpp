@@ -23,7 +23,7 @@ struct EventOptions {
   std::optional<std::uint64_t> count{};  ///< ends after so many; none: until it is interrupted
 };
 
-constexpr const char* kOperation = "events";
+constexpr const char* kEvents = "events";
 
 std::string nowText() {
   GDateTime* now = g_date_time_new_now_local();
@@ -52,7 +52,7 @@ class EventWatch {
   EventWatch(ToolContext& context, const EventOptions& options)
       : context_(context),
         options_(options),
-        device_(context, kOperation),
+        device_(context, kEvents),
         listing_(context.output, {{"TIME", 8}, {"EVENT", 22}, {"PARAMETERS"}}, Listing::kStreamed) {
   }
   ~EventWatch() {
@@ -71,7 +71,7 @@ class EventWatch {
     while (!context_.interrupt.isSet() && !isGone_ && !isEnough())
       g_main_context_iteration(nullptr, TRUE);
     if (failure_) std::rethrow_exception(failure_);
-    endIfInterrupted(context_, kOperation);
+    endIfInterrupted(context_, kEvents);
     if (isGone_)
       throw ToolError(device_.failure(inWords(device_.summary()), status::kICADeviceGone));
     listing_.finish();

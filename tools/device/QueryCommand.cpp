@@ -18,7 +18,7 @@ struct QueryOptions {
   std::string sql{};
 };
 
-constexpr const char* kOperation = "query";
+constexpr const char* kQuery = "query";
 /// The operation on the rows: to read them.
 constexpr std::uint32_t kSelect = 0;
 /// Of one transaction.
@@ -80,7 +80,7 @@ PropertyDictionary asJSON(const std::string& sql, const std::string& rows) {
 /// The rows as the device gives them: bytes for a person, one text (or hexadecimal digits where it
 /// is none) with --json. The query is let go again, also after a failure.
 int runQuery(ToolContext& context, const QueryOptions& options) {
-  OpenedDevice device(context, kOperation);
+  OpenedDevice device(context, kQuery);
   std::string all;
   {
     DeviceQuery query(device, options.sql);

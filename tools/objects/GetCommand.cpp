@@ -30,7 +30,7 @@ struct GetOptions : FetchOptions {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kOperation = "get";
+constexpr const char* kFetching = "get";
 
 /// "TARV0001.JPG" gives "TARV0001.thumb.jpg".
 std::string thumbnailName(const std::string& name) {
@@ -51,9 +51,9 @@ class Fetching {
   Fetching(ToolContext& context, const GetOptions& options)
       : context_(context),
         options_(options),
-        run_(context, kOperation, options),
-        device_(context, kOperation),
-        batch_(context, kOperation, options.thumbnails ? "thumbnails fetched" : "files fetched"),
+        run_(context, kFetching, options),
+        device_(context, kFetching),
+        batch_(context, kFetching, options.thumbnails ? "thumbnails fetched" : "files fetched"),
         fetch_(device_.transactions()) {}
 
   int run() {
@@ -96,7 +96,7 @@ class Fetching {
         .size = options_.thumbnails ? info.thumbCompressedSize() : info.compressedSize(),
         .date = dateOfObject(info)};
     if (isFolder(info)) {
-      batch_.failed(jsonOf(found), {.operation = kOperation,
+      batch_.failed(jsonOf(found), {.operation = kFetching,
                                     .object = inWords(found),
                                     .status = status::kNotAFile,
                                     .why = "it is a folder",

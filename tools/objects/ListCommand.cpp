@@ -33,7 +33,7 @@ struct ListOptions {
   std::optional<std::uint64_t> limit{};
 };
 
-constexpr const char* kOperation = "ls";
+constexpr const char* kListing = "ls";
 
 std::vector<Column> columnsFor(const ListOptions& options) {
   if (options.handlesOnly) return {{"HANDLE"}};
@@ -61,10 +61,10 @@ std::uint16_t formatArgument(const std::string& operation, const std::string& te
 
 ListingQuery queryFor(const ListOptions& options) {
   ListingQuery query = {.isDeep = options.isRecursive};
-  if (!options.store.empty()) query.store = numberArgument(kOperation, "store id", options.store);
-  if (!options.format.empty()) query.format = formatArgument(kOperation, options.format);
+  if (!options.store.empty()) query.store = numberArgument(kListing, "store id", options.store);
+  if (!options.format.empty()) query.format = formatArgument(kListing, options.format);
   if (!options.association.empty()) {
-    query.folder = numberArgument(kOperation, "handle", options.association);
+    query.folder = numberArgument(kListing, "handle", options.association);
   } else if (!options.isRecursive && options.format.empty()) {
     query.folder = ListingQuery::kTop;
   }
@@ -78,7 +78,7 @@ class ObjectList {
       : context_(context),
         options_(options),
         query_(queryFor(options)),
-        device_(context, kOperation),
+        device_(context, kListing),
         paths_(device_.transactions()),
         listing_(context.output, columnsFor(options), Listing::kStreamed) {}
 
@@ -92,7 +92,7 @@ class ObjectList {
                 return !isEnough();
               });
     if (!hasEnded_) device_.require(listed, whatIsListed());
-    endIfInterrupted(context_, kOperation);
+    endIfInterrupted(context_, kListing);
     listing_.finish();
     return exitCode_;
   }

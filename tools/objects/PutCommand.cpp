@@ -31,14 +31,14 @@ struct PutOptions {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kOperation = "put";
+constexpr const char* kSending = "put";
 /// An object's size has 32 bits (ISO 15740, "ObjectInfo dataset").
 constexpr std::uint64_t kSizeLimit = std::uint64_t{1} << 32;
 
 /// What cannot be sent whatever the device; none where all is well.
 std::optional<Failure> refusal(const std::string& path) {
   const auto because = [&](Status status, std::string why, std::string advice) {
-    return Failure{.operation = kOperation,
+    return Failure{.operation = kSending,
                    .object = path,
                    .status = status,
                    .why = std::move(why),
@@ -63,9 +63,9 @@ class Sending {
       : options_(options),
         store_(number("store id", options.store)),
         parent_(number("handle", options.parent)),
-        device_(context, kOperation),
+        device_(context, kSending),
         progress_(context.output, context.interrupt, options.files.size()),
-        batch_(context, kOperation, "files sent") {
+        batch_(context, kSending, "files sent") {
     if (!device_.device().acceptsFiles())
       throw ToolError(device_.failure(inWords(device_.summary()), status::kPTPOperationNotSupported,
                                       "it takes no files"));
@@ -89,7 +89,7 @@ class Sending {
 
  private:
   static std::uint32_t number(const std::string& what, const std::string& text) {
-    return text.empty() ? 0 : numberArgument(kOperation, what, text);
+    return text.empty() ? 0 : numberArgument(kSending, what, text);
   }
 
   /// For a device that does not choose one itself: the first, from now on.
@@ -110,7 +110,7 @@ class Sending {
     auto& device = device_.device();
     const Status filled = device.fillInObjInfo(info, path, device.opCodeList(), &sendRequired);
     if (filled != status::kOK) {
-      batch_.failed(std::move(json), {.operation = kOperation, .object = path, .status = filled});
+      batch_.failed(std::move(json), {.operation = kSending, .object = path, .status = filled});
       return;
     }
     const std::uint64_t size = info.compressedSize();

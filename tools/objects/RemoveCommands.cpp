@@ -30,16 +30,16 @@ struct RenameOptions {
   std::string name{};
 };
 
-constexpr const char* kOperation = "rm";
+constexpr const char* kRemoving = "rm";
 
 /// One run of rm: everything is looked up first, so that the question can say what would go.
 class Removing {
  public:
   Removing(ToolContext& context, const RemoveOptions& options)
       : options_(options),
-        consent_(context, kOperation, options.yes, "delete objects"),
-        device_(context, kOperation),
-        batch_(context, kOperation, "objects deleted") {}
+        consent_(context, kRemoving, options.yes, "delete objects"),
+        device_(context, kRemoving),
+        batch_(context, kRemoving, "objects deleted") {}
 
   int run() {
     lookUp();

@@ -20,10 +20,6 @@ constexpr std::chrono::milliseconds kInspectionDelay{500};
 
 constexpr std::string_view kPictureCDName = "Tarvo PictureCD";
 
-ImageCapture& imageCapture() {
-  return PictureDeviceRoom::required().services().imageCapture;
-}
-
 std::string moduleOf(const PropertyDictionary& properties) {
   return lastPathComponent(textForKey(properties, "device module").value_or(""));
 }
@@ -79,8 +75,8 @@ void notifyICAStoreRemoved(const ICAEvent& event) {
 /// Registers and traces a failure under `label`. The status of Image Capture.
 Status registerForEvent(ICAObject object, FourCharCode type, const char* label,
                         ImageCapture::EventCallback callback) {
-  const Status status =
-      imageCapture().registerForEventNotification(object, type, std::move(callback));
+  const Status status = PictureDeviceRoom::imageCapture().registerForEventNotification(
+      object, type, std::move(callback));
   if (status != status::kOK) {
     TraceLog::trace("%s: registerEventNotificationPB.header.err: %i", label, status);
   }
@@ -109,7 +105,7 @@ std::string codeMismatch(const char* what, FourCharCode code, FourCharCode expec
 /// Says what is odd about the device list. Enumeration goes on all the same.
 void traceDeviceListInfo(ICAObject list) {
   ICAObjectInfo info;
-  const Status status = imageCapture().getObjectInfo(list, info);
+  const Status status = PictureDeviceRoom::imageCapture().getObjectInfo(list, info);
   TraceLog::trace("Get Device List Info: objectType: '%s'; objectSubtype: '%s'",
                   fourCharText(info.objectType).c_str(), fourCharText(info.objectSubtype).c_str());
   if (status != status::kOK) TraceLog::trace("getObjectInfoPB.header.err: %i", status);
@@ -134,7 +130,7 @@ void traceDeviceListInfo(ICAObject list) {
 std::optional<std::uint32_t> childCountOf(ICAObject list) {
   std::uint32_t count = 0;
   Status headerErr = status::kOK;
-  const Status status = imageCapture().getChildCount(list, count, headerErr);
+  const Status status = PictureDeviceRoom::imageCapture().getChildCount(list, count, headerErr);
   if (status == status::kOK && headerErr == status::kOK) return count;
   TraceLog::trace("getChildCountPB.header.err: %i", headerErr != 0 ? headerErr : status);
   return std::nullopt;
@@ -172,7 +168,8 @@ std::shared_ptr<XTImageCaptureDevice> makersPTPDevice(ICAObject object, std::str
 /// The property dictionary of a device that is being built; none, traced, when there is none.
 std::optional<PropertyDictionary> copyProperties(ICAObject object) {
   PropertyDictionary properties;
-  const Status status = imageCapture().copyObjectPropertyDictionary(object, properties);
+  const Status status =
+      PictureDeviceRoom::imageCapture().copyObjectPropertyDictionary(object, properties);
   if (status != status::kOK) {
     TraceLog::trace("icaDevices copyObjectPropertyDictionaryPB.header.err: %i", status);
     return std::nullopt;
@@ -218,7 +215,8 @@ void XTImageCaptureDevice::checkForDevicesAtStartup(bool) {
 std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
     std::vector<std::string>* classes, std::vector<ICAObject>* objects) {
   ICAObject list = 0;
-  if (const Status status = imageCapture().getDeviceList(list); status != status::kOK) {
+  if (const Status status = PictureDeviceRoom::imageCapture().getDeviceList(list);
+      status != status::kOK) {
     TraceLog::trace("getDeviceListPB.header.err: %i", status);
     return std::nullopt;
   }
@@ -246,7 +244,7 @@ std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
 
 ICAObject XTImageCaptureDevice::cameraObjectAtIndex(std::uint32_t index, ICAObject deviceList) {
   ICAChildInfo child;
-  if (const Status status = imageCapture().getNthChild(deviceList, index, child);
+  if (const Status status = PictureDeviceRoom::imageCapture().getNthChild(deviceList, index, child);
       status != status::kOK) {
     TraceLog::trace("getNthChildPB.header.err: %i", status);
     return 0;
@@ -271,7 +269,8 @@ void XTImageCaptureDevice::primeICADevice(ICAObject object) {
   // The asynchronous copy would end in nothing, so it is not begun; no device results. Intended.
   if (PictureDeviceRoom::required().gEnableAsyncDeviceInspection) return;
   PropertyDictionary properties;
-  const Status status = imageCapture().copyObjectPropertyDictionary(object, properties);
+  const Status status =
+      PictureDeviceRoom::imageCapture().copyObjectPropertyDictionary(object, properties);
   if (status != status::kOK) {
     // It went within the half second, or answers nobody: its removal or its next arrival will tell.
     TraceLog::trace("Device inspection failed for Image Capture device 0x%X status = %d", object,
@@ -334,7 +333,8 @@ std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject obje
     return std::nullopt;
   }
   ICAPropertyInfo info;
-  Status status = imageCapture().getPropertyByType(object, ica::kPropertyVolumeLabel, info);
+  Status status =
+      PictureDeviceRoom::imageCapture().getPropertyByType(object, ica::kPropertyVolumeLabel, info);
   if (status != status::kOK) {
     TraceLog::trace("getPropertyByTypePB.header.err: %i", status);
     return std::nullopt;
@@ -346,7 +346,8 @@ std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject obje
     return std::nullopt;
   }
   std::string label;
-  status = imageCapture().getPropertyData(object, ica::kPropertyVolumeLabel, label);
+  status =
+      PictureDeviceRoom::imageCapture().getPropertyData(object, ica::kPropertyVolumeLabel, label);
   if (status != status::kOK) {
     TraceLog::trace("getPropertyDataPB.header.err: %i", status);
     return std::nullopt;

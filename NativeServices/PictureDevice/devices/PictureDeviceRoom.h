@@ -146,6 +146,8 @@ class PictureDeviceRoom {
   static PictureDeviceRoom* current();
   /// The same where there must be one; raises an assertion otherwise.
   static PictureDeviceRoom& required();
+  /// The Image Capture service of the required room.
+  static ImageCapture& imageCapture() { return required().services().imageCapture; }
 
   /// The services are of the platform and outlive the room.
   const PictureDeviceServices& services() const { return services_; }

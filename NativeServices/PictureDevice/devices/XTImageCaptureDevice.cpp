@@ -20,10 +20,6 @@
 namespace tarvo {
 namespace {
 
-ImageCapture& imageCapture() {
-  return PictureDeviceRoom::required().services().imageCapture;
-}
-
 void traceDictionary(const PropertyDictionary& dictionary) {
   // Dumping a dictionary with thousands of pictures is dear; texts of devices need not be valid
   // UTF-8.
@@ -63,7 +59,8 @@ Status XTImageCaptureDevice::refreshIcaDictionary() {
     return status::kIOError;
   }
   PropertyDictionary dictionary;
-  const Status status = imageCapture().copyObjectPropertyDictionary(icaObject_, dictionary);
+  const Status status =
+      PictureDeviceRoom::imageCapture().copyObjectPropertyDictionary(icaObject_, dictionary);
   if (status == status::kOK) {
     traceDictionary(dictionary);
     icaDictionary_ = std::move(dictionary);
@@ -85,7 +82,7 @@ Status XTImageCaptureDevice::icaObjectSendMessage(ICAObjectSendMessagePB& block)
     return status::kPTPGeneralError;
   }
   // Kept because the PTP statuses that callers pass on do not tell a time-out from an unplugging.
-  lastMessageStatus_ = imageCapture().objectSendMessage(block);
+  lastMessageStatus_ = PictureDeviceRoom::imageCapture().objectSendMessage(block);
   if (lastMessageStatus_ != status::kOK) {
     TraceLog::trace("XTImageCaptureDevice: ERROR - ICAObjectSendMessage returned status = %d",
                     lastMessageStatus_);
@@ -158,7 +155,7 @@ const PropertyDictionary* XTImageCaptureDevice::loadedProperty(const std::string
   Status status = refreshIcaDictionary();
   if (icaDictionary_ && icaDictionary_->is_object() && !loadedKeys_.contains(key)) {
     PropertyDictionary value;
-    status = imageCapture().copyObjectProperty(icaObject_, key, value);
+    status = PictureDeviceRoom::imageCapture().copyObjectProperty(icaObject_, key, value);
     // After a failure the device is asked again the next time.
     if (status == status::kOK) (*icaDictionary_)[key] = std::move(value);
     if (status == status::kOK || status == status::kICAPropertyNotFound) loadedKeys_.insert(key);
@@ -222,7 +219,7 @@ Status XTImageCaptureDevice::setDateTime() {
 
 void XTImageCaptureDevice::forgetContents() {
   // The copy itself stays until it is fetched again: who holds a look into it goes on.
-  if (icaObject_ != 0) imageCapture().forgetContents(icaObject_);
+  if (icaObject_ != 0) PictureDeviceRoom::imageCapture().forgetContents(icaObject_);
   icaDictionaryDirty_ = true;
 }
 
@@ -241,8 +238,8 @@ Status XTImageCaptureDevice::registerForExtendedEvents() {
     const auto device = std::dynamic_pointer_cast<XTImageCaptureDevice>(weak.lock());
     if (device && PictureDeviceRoom::current()) device->extendedEvent(event.dictionary);
   };
-  const Status status =
-      imageCapture().registerForEventNotification(icaObject_, ica::kExtended, listener);
+  const Status status = PictureDeviceRoom::imageCapture().registerForEventNotification(
+      icaObject_, ica::kExtended, listener);
   if (status != status::kOK) {
     TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
   }
@@ -250,7 +247,8 @@ Status XTImageCaptureDevice::registerForExtendedEvents() {
 }
 
 void XTImageCaptureDevice::unregisterForExtendedEvents() {
-  const Status status = imageCapture().registerForEventNotification(icaObject_, ica::kExtended, {});
+  const Status status = PictureDeviceRoom::imageCapture().registerForEventNotification(
+      icaObject_, ica::kExtended, {});
   if (status != status::kOK) {
     TraceLog::trace("Extended : registerEventNotificationPB.header.err: %i", status);
   }
@@ -310,10 +308,9 @@ std::size_t eachFileBelow(const PropertyDictionary& node, const Visit& visit) {
 std::string downloadToFolder(ICAObject object) {
   ScratchFolder folder;
   std::string path;
-  const Status status = folder.path().empty()
-                            ? status::kIOError
-                            : PictureDeviceRoom::required().services().imageCapture.downloadFile(
-                                  object, folder.path(), path);
+  const Status status = folder.path().empty() ? status::kIOError
+                                              : PictureDeviceRoom::imageCapture().downloadFile(
+                                                    object, folder.path(), path);
   if (status != status::kOK) {
     TraceLog::trace("parseTreeForOrderFiles downloadFilePB.header.err: 0x%x",
                     static_cast<unsigned>(status));

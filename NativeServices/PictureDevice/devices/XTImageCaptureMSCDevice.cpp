@@ -54,7 +54,7 @@ Status XTImageCaptureMSCDevice::downloadFile(const ObjectReference& object,
   const ScratchFolder scratch;
   if (scratch.path().empty()) return status::kIOError;
   std::string path;
-  const Status status = PictureDeviceRoom::required().services().imageCapture.downloadFile(
+  const Status status = PictureDeviceRoom::imageCapture().downloadFile(
       static_cast<ICAObject>(*handle), scratch.path(), path);
   if (status != status::kOK) return status;
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));

@@ -348,7 +348,7 @@ namespace {
 constexpr std::uint8_t kUnknownBatteryLevel = 255;
 
 /// The handle that a reference is; none for anything else, and for 0, which names no object.
-std::optional<std::uint32_t> handleOf(const ObjectReference& object) {
+std::optional<std::uint32_t> objectHandle(const ObjectReference& object) {
   if (!object.is_number_integer()) return std::nullopt;
   const auto number = object.get<std::int64_t>();
   if (number <= 0 || number > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
@@ -387,7 +387,7 @@ bool XTImageCapturePTPDevice::isWireless() {
 
 ObjectInfoPointer XTImageCapturePTPDevice::objectInfoForHandle(const ObjectReference& object) {
   ObjectInfoPointer info;
-  if (const auto handle = handleOf(object)) objectInfo(info, *handle);
+  if (const auto handle = objectHandle(object)) objectInfo(info, *handle);
   return info;
 }
 
@@ -415,24 +415,24 @@ std::optional<std::string> XTImageCapturePTPDevice::objectFilename(const ObjectR
 
 Status XTImageCapturePTPDevice::downloadImage(const ObjectReference& object,
                                               const std::string& destination) {
-  const auto handle = handleOf(object);
+  const auto handle = objectHandle(object);
   return handle ? downloadImagePTP(*handle, destination) : status::kPTPInvalidObjectHandle;
 }
 
 Status XTImageCapturePTPDevice::downloadFile(const ObjectReference& object,
                                              const std::string& destination) {
-  const auto handle = handleOf(object);
+  const auto handle = objectHandle(object);
   return handle ? downloadFilePTP(*handle, destination) : status::kPTPInvalidObjectHandle;
 }
 
 std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadObject(const ObjectReference& object) {
-  const auto handle = handleOf(object);
+  const auto handle = objectHandle(object);
   // Unlike downloadObjectData(), also from a device without GetPartialObject.
   return handle ? downloadObjectDataPTP(*handle) : std::nullopt;
 }
 
 Status XTImageCapturePTPDevice::deleteObject(const ObjectReference& object) {
-  const auto handle = handleOf(object);
+  const auto handle = objectHandle(object);
   return handle ? deleteObjectPTP(*handle) : status::kPTPInvalidObjectHandle;
 }
 

@@ -255,7 +255,7 @@ constexpr std::uint16_t kFixedROM = 1;
 constexpr std::uint16_t kFixedRAM = 3;
 
 /// The handle that a reference of a PTP device is.
-std::optional<std::uint32_t> handleOf(const ObjectReference& object) {
+std::optional<std::uint32_t> anyHandle(const ObjectReference& object) {
   if (!object.is_number_integer()) return std::nullopt;
   return static_cast<std::uint32_t>(object.get<std::int64_t>());
 }
@@ -330,7 +330,7 @@ void XTPictureDevice::setDownloadUpdateCb(ProgressCallback callback) {
 std::optional<ByteBuffer> XTPictureDevice::downloadObjectData(const ObjectReference& object) {
   const CodeList* operations = opCodeList();
   if (!operations || !containsCode(*operations, ptp::kGetPartialObject)) return std::nullopt;
-  const auto handle = handleOf(object);
+  const auto handle = anyHandle(object);
   return handle ? downloadObjectDataPTP(*handle) : std::nullopt;
 }
 
@@ -354,7 +354,7 @@ Status XTPictureDevice::sendData(std::span<const std::byte> data, XTExtendedObje
 
 Status XTPictureDevice::deleteObject(const ObjectReference& object) {
   // 0 names no object; the device's class knows what to answer to that.
-  return deleteObjectPTP(handleOf(object).value_or(0));
+  return deleteObjectPTP(anyHandle(object).value_or(0));
 }
 
 }  // namespace tarvo

@@ -7,11 +7,6 @@
 namespace tarvo {
 namespace {
 
-// Operations of the vendor extension that only their presence matters of.
-constexpr std::uint16_t kVendorSendObject = 0x9002;
-constexpr std::uint16_t kVendorSendRequired = 0x9006;
-constexpr std::uint16_t kVendorDeleteObject = 0x9209;
-
 // Of the value of the capture-capability property, 0xD00B.
 constexpr std::uint32_t kCaptureBit = 1U << 0;
 constexpr std::uint32_t kDirectBragbookImagesBit = 1U << 6;
@@ -54,7 +49,7 @@ DeviceCapabilities CapabilityDetection::detect(const DeviceFacts& facts) {
   const bool isLegacy =
       std::ranges::find(maker_.legacyModels, facts.model) != maker_.legacyModels.end();
   // Without the maker's name 0x9006 is somebody else's operation.
-  const bool takesVendorSend = isMakers && offers(kVendorSendRequired);
+  const bool takesVendorSend = isMakers && offers(ptp::XTO_SEND_OBJECT);
 
   DeviceCapabilities capabilities;
   if (isMakers) detectMakersCapabilities(facts, capabilities);
@@ -78,8 +73,8 @@ void CapabilityDetection::detectMakersCapabilities(const DeviceFacts& facts,
   capabilities.deviceRequiresYCC422 = containsCode(facts.imageFormats, ptp::XTD_BRAGBOOK2);
   capabilities.deviceSupportsIntention = containsCode(facts.properties, ptp::kIntention);
   capabilities.deviceSupportsCameraBackDisplay = offers(ptp::XT_GET_DISPLAY_REQUEST_VERSION);
-  capabilities.hasDeleteVendorObject = offers(kVendorDeleteObject);
-  capabilities.hasSendVendorObject = offers(kVendorSendObject);
+  capabilities.hasDeleteVendorObject = offers(ptp::XTO_DELETE_VENDOR_OBJECT);
+  capabilities.hasSendVendorObject = offers(ptp::XTO_SEND_VENDOR_OBJECT);
 
   // Without the property a device of the maker can capture.
   capabilities.deviceSupportsCapture = true;

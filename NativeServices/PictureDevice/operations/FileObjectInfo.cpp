@@ -20,9 +20,6 @@ namespace tarvo {
 namespace {
 
 constexpr std::uint16_t kJPEGFormat = 0x3801;
-constexpr std::uint16_t kFirmwareFormat = 0xB001;
-/// The operation by which the vendor's devices take objects; it decides what is required.
-constexpr std::uint16_t kVendorSendObject = 0x9006;
 
 bool isOneOf(const std::vector<std::string>& models, std::string_view model) {
   return std::ranges::find(models, model) != models.end();
@@ -54,13 +51,13 @@ struct FormatChoice {
   /// Legacy models take nothing but firmware from a host: what becomes undefined here is refused
   /// at the end.
   std::uint16_t forLegacyModel(std::uint16_t type) const {
-    if (type != kFirmwareFormat) return ptp::kUndefinedFormat;
+    if (type != ptp::kFirmwareFormat) return ptp::kUndefinedFormat;
     setSendRequired(false);
     return type;
   }
 
   std::uint16_t byOperations(std::uint16_t type) const {
-    const bool takesVendorSend = operations && containsCode(*operations, kVendorSendObject);
+    const bool takesVendorSend = operations && containsCode(*operations, ptp::XTO_SEND_OBJECT);
     const bool takesSend = operations && containsCode(*operations, ptp::kSendObject);
     // A response code as a format: this is intended.
     if (!takesVendorSend && !takesSend) return status::kPTPOperationNotSupported;

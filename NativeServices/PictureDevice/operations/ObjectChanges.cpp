@@ -9,7 +9,6 @@
 namespace tarvo {
 namespace {
 
-constexpr std::uint16_t kVendorDeleteObject = 0x9209;
 /// The store whose objects the vendor's operation deletes.
 constexpr std::uint32_t kVendorStore = 0x00030001;
 constexpr std::uint16_t kAnyFormat = 0;
@@ -22,7 +21,7 @@ std::uint16_t ObjectChanges::deleteOpcode(std::uint32_t handle) {
   ObjectInfoPointer info;
   const bool isInVendorStore =
       device_.objectInfo(info, handle) == status::kOK && info && info->storageID() == kVendorStore;
-  return isInVendorStore ? kVendorDeleteObject : static_cast<std::uint16_t>(ptp::kDeleteObject);
+  return isInVendorStore ? ptp::XTO_DELETE_VENDOR_OBJECT : ptp::kDeleteObject;
 }
 
 Status ObjectChanges::deleteObject(std::uint32_t handle) {
@@ -34,7 +33,7 @@ Status ObjectChanges::deleteObject(std::uint32_t handle) {
 }
 
 Status ObjectChanges::deleteVendorObject(std::uint32_t handle) {
-  return device_.deleteObject(handle, kAnyFormat, kVendorDeleteObject);
+  return device_.deleteObject(handle, kAnyFormat, ptp::XTO_DELETE_VENDOR_OBJECT);
 }
 
 Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {

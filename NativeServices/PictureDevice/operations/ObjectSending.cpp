@@ -15,12 +15,10 @@ namespace tarvo {
 namespace {
 
 // Pairs of the vendor extension: the announcement of an object and its bytes.
-constexpr SendOpcodes kVendorObject{0x9001, 0x9002};
-constexpr SendOpcodes kVendorSend{0x9005, 0x9006};
+constexpr SendOpcodes kVendorObject{0x9001, ptp::XTO_SEND_VENDOR_OBJECT};
+constexpr SendOpcodes kVendorSend{0x9005, ptp::XTO_SEND_OBJECT};
 constexpr SendOpcodes kStandardSend{ptp::kSendObjectInfo, ptp::kSendObject};
 constexpr std::uint16_t kSendExtendedObjectInfo = 0x9202;
-
-constexpr std::uint16_t kFirmwareFormat = 0xB001;
 
 constexpr std::string_view kDefaultCollectionFile = "PREFGUID.TXT";
 constexpr std::string_view kViewersDefaultCollectionFile = "PREFGUID.HOW";
@@ -31,7 +29,7 @@ SendOpcodes opcodesForFormat(const PTPDeviceFacts& facts, const MakerConstants& 
   const auto& capabilities = facts.capabilities;
   if (format == ptp::XTD_WIRELESS_CONFIG && capabilities.hasSendVendorObject) return kVendorObject;
   // Legacy models take their firmware by the standard operation whatever they require.
-  const bool takesVendorSend = !isLegacyModel(facts.model, maker) || format != kFirmwareFormat;
+  const bool takesVendorSend = !isLegacyModel(facts.model, maker) || format != ptp::kFirmwareFormat;
   return takesVendorSend && capabilities.xtSendRequired ? kVendorSend : kStandardSend;
 }
 
