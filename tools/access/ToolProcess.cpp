@@ -41,6 +41,8 @@ ptp::Timeouts timeoutsFor(const GlobalOptions& options, Output& output,
   timeouts.waiting = [&output] {
     output.message("The device is still at it; Ctrl-C ends the wait.");
   };
+  // Who started a command waits for the rest of a film rather than for a plug to be pulled.
+  timeouts.stale = std::chrono::minutes{1};
   if (!options.timeout) return timeouts;
   for (auto* limit : {&timeouts.bulk, &timeouts.firstWord, &timeouts.slow})
     *limit = *options.timeout;

@@ -206,6 +206,7 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
     wasReset = silent || i > 0;
     const bool idle =
         wasReset ? recovery_.startAfresh(transactionID) : recovery_.resynchronise(transactionID);
+    if (wasReset) runner_.giveTime();
     if (idle) outcome = runOnce(transaction, transactionID);
   }
   pipe_.setDeadline(std::nullopt);

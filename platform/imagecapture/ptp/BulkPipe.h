@@ -72,6 +72,9 @@ class BulkPipe {
 
   /// No wait goes beyond `deadline` until it is taken back with none.
   void setDeadline(std::optional<Clock::time_point> deadline) { deadline_ = deadline; }
+  void extendDeadline(Clock::duration time) {
+    if (deadline_) *deadline_ += time;
+  }
   /// `limit`, or what is left until the deadline.
   Milliseconds patience(Milliseconds limit) const;
 

@@ -38,12 +38,9 @@ unsigned char* asBytes(std::span<std::byte> buffer) {
 /// A transfer, used again and again.
 struct LibusbDevice::Slot {
   enum class State { kFree, kInFlight, kFinished };
-  struct FreeTransfer {
-    void operator()(libusb_transfer* finished) const { libusb_free_transfer(finished); }
-  };
 
   LibusbDevice* owner = nullptr;
-  std::unique_ptr<libusb_transfer, FreeTransfer> transfer;
+  LibusbTransfer transfer;
   std::vector<unsigned char> controlBuffer;  ///< of a control request, setup packet included
   State state = State::kFree;
   std::uint64_t number = 0;  ///< of its start

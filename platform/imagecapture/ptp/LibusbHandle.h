@@ -28,6 +28,16 @@ struct LibusbHandle {
   std::unique_ptr<libusb_device_handle, CloseDevice> device;
 };
 
+struct FreeTransfer {
+  void operator()(libusb_transfer* ended) const {
+    // libusb looks for its log by the handle, which may have been closed before.
+    ended->dev_handle = nullptr;
+    libusb_free_transfer(ended);
+  }
+};
+/// In whatever order it ends with its device, no transfer may be in flight by then.
+using LibusbTransfer = std::unique_ptr<libusb_transfer, FreeTransfer>;
+
 // What libusb says about a transfer, in the words of the seam.
 
 /// Of a transfer that has ended.

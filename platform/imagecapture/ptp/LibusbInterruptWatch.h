@@ -71,9 +71,6 @@ class LibusbInterruptWatch {
   const InterruptHandler& handler() const { return receiver_->handler; }
 
  private:
-  struct FreeTransfer {
-    void operator()(libusb_transfer* ended) const { libusb_free_transfer(ended); }
-  };
   struct Packet {
     TransferResult result;
     std::vector<std::byte> bytes;
@@ -93,7 +90,7 @@ class LibusbInterruptWatch {
   LibusbHandle& handle_;
   StillImageEndpoints endpoints_;
   std::vector<unsigned char> buffer_;  ///< one packet
-  std::unique_ptr<libusb_transfer, FreeTransfer> transfer_;
+  LibusbTransfer transfer_;
   bool inFlight_ = false;
   bool isHalted_ = false;
   int haltsInARow_ = 0;

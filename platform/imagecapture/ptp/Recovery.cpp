@@ -1,7 +1,9 @@
 #include "platform/imagecapture/ptp/Recovery.h"
 
+#include <algorithm>
 #include <array>
 #include <thread>
+#include <utility>
 
 namespace tarvo::ptp {
 namespace {
@@ -50,7 +52,9 @@ bool Recovery::resynchronise(std::uint32_t transactionID) {
   const bool isCancelled = cancelTransaction(transactionID);
   const bool idle = awaitIdle();
   // The gentle way first, for a reset ends the session.
-  const bool hasEnded = idle && drain(transactionID, isCancelled);
+  // Too busy with sending to answer, it may be well once it got rid of that.
+  const bool hasEnded =
+      (idle || silent_) && drain(transactionID, isCancelled || silent_) && !silent_;
   return !gone_ && (hasEnded || reset());
 }
 
@@ -81,13 +85,26 @@ bool Recovery::resetPort() {
 }
 
 bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds) {
-  const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
+  const auto begin = BulkPipe::Clock::now();
+  auto now = begin;
+  auto moved = begin;
   bool hasEnded = false;
   Outcome outcome;
-  while (!hasEnded && !gone_ && outcome.done() && BulkPipe::Clock::now() < deadline) {
+  // Who wants to leave waits no longer than for any step.
+  const auto most = [this] { return pipe_.isInterrupted() ? timeouts_.recovery : timeouts_.stale; };
+  while (!hasEnded && !gone_ && outcome.done() && now < moved + timeouts_.recovery &&
+         now < begin + most()) {
     std::size_t length = 0;
-    const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(deadline - BulkPipe::Clock::now());
-    outcome = pipe_.read(scratch_, length, pauseEnds ? timeouts_.recovery / kSteps : left);
+    const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(moved + timeouts_.recovery - now);
+    // No more at once than a slow device sends within a pause.
+    const auto room = scratch_.first(std::min(scratch_.size(), pipe_.inPieceSize()));
+    outcome = pipe_.read(room, length, pauseEnds ? timeouts_.recovery / kSteps : left);
+    const auto asked = std::exchange(now, BulkPipe::Clock::now());
+    if (length > 0) {
+      moved = now;
+      pipe_.extendDeadline(now - asked);
+      silent_ = false;
+    }
     hasEnded = endsWithResponse(scratch_.first(length), pipe_.inPacketSize(), transactionID) ||
                (pauseEnds && outcome.ending == Ending::kTimedOut);
     gone_ = outcome.ending == Ending::kGone;

@@ -12,8 +12,9 @@
 
 namespace tarvo::ptp {
 
-/// Main thread only. Each step takes `Timeouts::recovery` at most. A device that lets one class
-/// request time out is asked nothing more on endpoint 0.
+/// Main thread only. Each step takes `Timeouts::recovery` at most, and as long as stale data come
+/// `Timeouts::stale` at most. A device that lets one class request time out is asked nothing more
+/// on endpoint 0, unless it was busy with sending such data.
 ///
 /// The stages, each of which is enough for some devices: the cancel request; waiting until the
 /// device status is OK, with halts ended as the device names them; reading until the device is at
@@ -52,7 +53,7 @@ class Recovery {
   /// class requests, and go on to the end.
   bool cancelTransaction(std::uint32_t transactionID);
   /// Reads and drops what the device still sends, until the transaction's response has come. A
-  /// pause is an end, too, where `pauseEnds`. False when there was none in Timeouts::recovery.
+  /// pause is an end, too, where `pauseEnds`. False when there was none in time.
   bool drain(std::uint32_t transactionID, bool pauseEnds);
   bool resetPort();
   /// None when the device does not know the request or has not answered.

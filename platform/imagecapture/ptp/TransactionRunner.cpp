@@ -90,7 +90,8 @@ Outcome TransactionRunner::sendCommand(const Transaction& transaction,
   const bool endsShort = block.size % pipe_.outPacketSize() != 0;
   if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
-  const auto limit = inStep_ ? timeouts_.bulk : std::min(timeouts_.firstWord / 2, timeouts_.bulk);
+  const auto limit =
+      inStep_ || hasTime_ ? timeouts_.bulk : std::min(timeouts_.firstWord / 2, timeouts_.bulk);
   Outcome outcome = pipe_.write(bytes, limit);
   // With the small packets of a slow device a command can end with a full one.
   if (outcome.done() && !endsShort) outcome = pipe_.write({}, timeouts_.bulk);
@@ -106,7 +107,7 @@ Outcome TransactionRunner::sendCommandAndAsk(std::span<const std::byte> command)
 Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t transactionID) {
   Incoming incoming;
   // A device that has swallowed the command as the data of another process says nothing at all.
-  const bool impatient = !inStep_ && transaction.send == nullptr;
+  const bool impatient = !inStep_ && !hasTime_ && transaction.send == nullptr;
   const auto limit = impatient ? std::min(timeouts_.firstWord, timeouts_.bulk) : timeouts_.bulk;
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
   if (outcome.ending == Ending::kTimedOut && takesLong(transaction.operation) &&

@@ -43,6 +43,10 @@ class TransactionRunner {
   Outcome readBehindStall(Transaction& transaction, std::uint32_t transactionID,
                           std::uint8_t endpoint);
 
+  /// From now on its first word may take as long as any other: nobody has left it in the middle of
+  /// something, so it is only slow.
+  void giveTime() { hasTime_ = true; }
+
   /// Whether the device has answered rightly once.
   bool isInStep() const { return inStep_; }
 
@@ -83,6 +87,7 @@ class TransactionRunner {
   /// A multiple of every packet size, so that no read into it can overflow.
   std::unique_ptr<std::byte[]> scratch_;
   bool inStep_ = false;
+  bool hasTime_ = false;
   std::span<std::byte> asked_;  ///< of the last read into the scratch buffer
   bool isAsked_ = false;        ///< it is in flight
 };
