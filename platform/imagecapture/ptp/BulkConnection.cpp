@@ -203,10 +203,11 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
     const auto silence = std::max(timeouts_.bulk, timeouts_.firstWord + timeouts_.takeOver);
     pipe_.setDeadline(begin + (silent ? silence : timeouts_.takeOver));
     // A device that speaks is first asked kindly.
-    wasReset = silent || i > 0;
-    const bool idle =
-        wasReset ? recovery_.startAfresh(transactionID) : recovery_.resynchronise(transactionID);
-    if (wasReset) runner_.giveTime();
+    const bool kindly = !silent && i == 0;
+    const bool idle = kindly ? recovery_.resynchronise(transactionID)
+                             : recovery_.startAfresh(transactionID, i > 0);
+    wasReset = !kindly && recovery_.wasReset();
+    if (!kindly) runner_.giveTime();
     if (idle) outcome = runOnce(transaction, transactionID);
   }
   pipe_.setDeadline(std::nullopt);

@@ -134,7 +134,10 @@ TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
 TransferResult LibusbDevice::resetPort() {
   const InterruptHandler handler = interrupts_ ? interrupts_->handler() : nullptr;
   watchInterrupts(nullptr);
+  cancelAll();
   if (abandoned_) return TransferResult::kError;
+  // Should the thread keep the context, they would end behind it.
+  slots_.clear();
   // The thread's, until it has ended; where that takes too long, for good.
   const auto lent = std::make_shared<LibusbHandle>(std::move(handle_));
   std::packaged_task<int()> reset([lent] { return libusb_reset_device(lent->device.get()); });

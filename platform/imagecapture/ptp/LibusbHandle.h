@@ -29,13 +29,9 @@ struct LibusbHandle {
 };
 
 struct FreeTransfer {
-  void operator()(libusb_transfer* ended) const {
-    // libusb looks for its log by the handle, which may have been closed before.
-    ended->dev_handle = nullptr;
-    libusb_free_transfer(ended);
-  }
+  void operator()(libusb_transfer* ended) const { libusb_free_transfer(ended); }
 };
-/// In whatever order it ends with its device, no transfer may be in flight by then.
+/// Ends before its context, where libusb looks for its log then.
 using LibusbTransfer = std::unique_ptr<libusb_transfer, FreeTransfer>;
 
 // What libusb says about a transfer, in the words of the seam.

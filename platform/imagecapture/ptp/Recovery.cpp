@@ -53,18 +53,22 @@ bool Recovery::resynchronise(std::uint32_t transactionID) {
   const bool idle = awaitIdle();
   // The gentle way first, for a reset ends the session.
   // Too busy with sending to answer, it may be well once it got rid of that.
-  const bool hasEnded =
-      (idle || silent_) && drain(transactionID, isCancelled || silent_) && !silent_;
+  const bool hasEnded = (idle || silent_) &&
+                        drain(transactionID, isCancelled || silent_, timeouts_.stale) && !silent_;
   return !gone_ && (hasEnded || reset());
 }
 
-bool Recovery::startAfresh(std::uint32_t transactionID) {
-  // A device that is busy with sending may not look at endpoint 0 before it got rid of it.
+bool Recovery::startAfresh(std::uint32_t transactionID, bool always) {
   pipe_.cancelAll();
   heard_ = false;
-  drain(transactionID, true);
+  wasReset_ = false;
+  const auto before = pipe_.statistics().bytesReceived;
+  // A device that is busy with sending may not look at endpoint 0 before it got rid of some of it.
+  drain(transactionID, true, timeouts_.recovery);
   cancelTransaction(transactionID);
-  return reset();
+  const bool hasEnded = drain(transactionID, true, timeouts_.stale);
+  const bool wasBusy = hasEnded && pipe_.statistics().bytesReceived > before;
+  return !gone_ && ((wasBusy && !always) || reset());
 }
 
 bool Recovery::reset() {
@@ -72,7 +76,7 @@ bool Recovery::reset() {
   wasReset_ = wasReset_ || wasAsked;
   const bool idle = wasAsked ? awaitIdle() : resetPort();
   // What it had sent before may lie in between.
-  if (idle) drain(kNoTransactionID, true);
+  if (idle) drain(kNoTransactionID, true, timeouts_.stale);
   return idle && !gone_;
 }
 
@@ -84,21 +88,23 @@ bool Recovery::resetPort() {
   return result == TransferResult::kCompleted;
 }
 
-bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds) {
+bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Milliseconds most) {
   const auto begin = BulkPipe::Clock::now();
   auto now = begin;
   auto moved = begin;
   bool hasEnded = false;
   Outcome outcome;
-  // Who wants to leave waits no longer than for any step.
-  const auto most = [this] { return pipe_.isInterrupted() ? timeouts_.recovery : timeouts_.stale; };
   while (!hasEnded && !gone_ && outcome.done() && now < moved + timeouts_.recovery &&
-         now < begin + most()) {
+         now < begin + most) {
+    // Who wants to leave waits no longer than for any step.
+    if (pipe_.isInterrupted()) most = std::min(most, timeouts_.recovery);
     std::size_t length = 0;
     const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(moved + timeouts_.recovery - now);
     // No more at once than a slow device sends within a pause.
     const auto room = scratch_.first(std::min(scratch_.size(), pipe_.inPieceSize()));
-    outcome = pipe_.read(room, length, pauseEnds ? timeouts_.recovery / kSteps : left);
+    // One that was in the middle of sending may be slow to find more.
+    const bool isShort = pauseEnds && moved == begin;
+    outcome = pipe_.read(room, length, isShort ? timeouts_.recovery / kSteps : left);
     const auto asked = std::exchange(now, BulkPipe::Clock::now());
     if (length > 0) {
       moved = now;

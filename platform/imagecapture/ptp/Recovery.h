@@ -37,12 +37,13 @@ class Recovery {
 
   /// For a device that a killed process has left in the middle of something and that says nothing:
   /// what it may want to send is dropped, then cancel request and device reset, whatever it says of
-  /// itself. False when it is not idle in the end.
-  bool startAfresh(std::uint32_t transactionID);
+  /// itself; without the reset where it was only busy with sending, unless `always`. False when it
+  /// is not idle in the end.
+  bool startAfresh(std::uint32_t transactionID, bool always);
 
   /// The device drops its session. False when it does not become idle.
   bool reset();
-  /// Whether there was a reset since the beginning of the last resynchronise().
+  /// Whether there was a reset in the last recovery.
   bool wasReset() const { return wasReset_; }
 
   bool silent() const { return silent_; }  ///< a class request has timed out
@@ -53,8 +54,8 @@ class Recovery {
   /// class requests, and go on to the end.
   bool cancelTransaction(std::uint32_t transactionID);
   /// Reads and drops what the device still sends, until the transaction's response has come. A
-  /// pause is an end, too, where `pauseEnds`. False when there was none in time.
-  bool drain(std::uint32_t transactionID, bool pauseEnds);
+  /// pause is an end, too, where `pauseEnds`. False when there was none within `most`.
+  bool drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Milliseconds most);
   bool resetPort();
   /// None when the device does not know the request or has not answered.
   std::optional<DeviceStatus> deviceStatus();
