@@ -36,6 +36,7 @@ CommandAdder addMassStorageCommands;
 CommandAdder addQueryCommand;
 CommandAdder addModelCommands;
 CommandAdder addRecordCommands;
+CommandAdder addCompletionCommand;
 
 namespace {
 
@@ -45,7 +46,7 @@ constexpr CommandAdder* kCommands[] = {
     addGetCommand,         addPutCommand,          addRemoveCommands,      addVolumeCommands,
     addPropertyCommands,   addOrdersCommands,      addAddressBookCommands, addAlbumCommands,
     addDeviceFileCommands, addMassStorageCommands, addQueryCommand,        addModelCommands,
-    addRecordCommands};
+    addRecordCommands,     addCompletionCommand};
 
 constexpr double kShortestTimeout = 0.001;
 constexpr double kLongestTimeout = 86400;
@@ -56,7 +57,7 @@ class CommandTree {
  public:
   CommandTree() {
     addGlobals();
-    CommandGroup root(app_, command_);
+    CommandGroup root(app_, table_);
     for (const auto add : kCommands)
       add(root);
     app_.footer("'tarvoctl COMMAND --help' tells more.\n\nExample:\n  tarvoctl devices");
@@ -74,7 +75,7 @@ class CommandTree {
     return options;
   }
   /// Set by the parse.
-  const Command& command() const { return command_; }
+  const Command& command() const { return table_.chosen; }
 
  private:
   void addGlobals();
@@ -82,7 +83,7 @@ class CommandTree {
   CLI::App app_{"Everything that a Tarvo device can do, from a shell.", "tarvoctl"};
   GlobalOptions globals_;
   double timeoutSeconds_ = 0;
-  Command command_;
+  CommandTable table_;
 };
 
 void CommandTree::addGlobals() {

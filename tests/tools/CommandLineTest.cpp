@@ -1,9 +1,6 @@
-// The command line: usage, help, and whether man page and completions know all of it.
+// The command line: usage and help.
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <regex>
-#include <set>
 #include <sstream>
 
 #include "tests/tools/ToolBench.h"
@@ -14,12 +11,6 @@ namespace {
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-
-std::string contentOf(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path).rdbuf();
-  return content.str();
-}
 
 std::vector<std::string> wordsOf(const std::string& text) {
   std::istringstream stream(text);
@@ -32,21 +23,6 @@ std::string helpOf(const std::string& command) {
   const auto run = runTool(words);
   EXPECT_EQ(run.exitCode, 0) << command;
   return run.out;
-}
-
-/// The long options that a help text lists.
-std::set<std::string> optionsOf(const std::string& help) {
-  std::set<std::string> options;
-  const std::regex pattern("(^|[ ,])(--[a-z][a-z-]*)");
-  for (std::istringstream lines(help.substr(0, help.find("Example:"))); !lines.eof();) {
-    std::string line;
-    std::getline(lines, line);
-    if (!line.starts_with("  -")) continue;
-    std::smatch match;
-    const std::string head = line.substr(0, 30);
-    if (std::regex_search(head, match, pattern)) options.insert(match[2]);
-  }
-  return options;
 }
 
 /// The subcommands that a help text lists.
@@ -106,47 +82,6 @@ TEST(Help, EveryCommandEndsWithAnExampleOfItself) {
   for (const auto& command : commands)
     EXPECT_THAT(helpOf(command), ContainsRegex("\nExample:\n  tarvoctl " + command + ".*\n+$"));
 }
-
-/// Documents that have to name every command and every option.
-class Documentation : public ::testing::TestWithParam<std::string> {
- protected:
-  /// As the document writes an option.
-  std::string written(const std::string& option) const {
-    if (GetParam().ends_with(".fish")) return " -l " + option.substr(2) + " ";
-    std::string text = option;
-    if (GetParam().ends_with(".in"))
-      for (std::size_t at = 0; (at = text.find('-', at)) != std::string::npos; at += 2)
-        text.insert(at, "\\");
-    return text;
-  }
-  const std::string text_ = contentOf(std::string(DATA_FOLDER) + GetParam());
-};
-
-TEST_P(Documentation, NamesEveryCommandAndEveryOptionAndNoOther) {
-  std::set<std::string> options = optionsOf(helpOf(""));
-  for (const auto& command : allCommands()) {
-    for (const auto& word : wordsOf(command))
-      EXPECT_THAT(text_, ContainsRegex("[^a-z]" + word + "[^a-z]"));
-    options.merge(optionsOf(helpOf(command)));
-  }
-  EXPECT_GE(options.size(), 20U);
-  for (const auto& option : options)
-    EXPECT_THAT(text_, HasSubstr(written(option)));
-  const bool isFish = GetParam().ends_with(".fish");
-  std::string text = std::regex_replace(text_, std::regex("\\\\-"), "-");
-  // The completions' own tools have options as well.
-  text = std::regex_replace(text, std::regex("compgen [^\n]*|complete -F[^\n]*"), "");
-  const std::regex pattern(isFish ? " -l ([a-z][a-z-]*)" : "[^a-z-](--[a-z][a-z-]*)");
-  for (std::sregex_iterator at(text.begin(), text.end(), pattern), end; at != end; ++at) {
-    const std::string option = isFish ? "--" + (*at)[1].str() : (*at)[1].str();
-    EXPECT_TRUE(options.contains(option)) << option;
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(Files, Documentation,
-                         ::testing::Values("/man/tarvoctl.1.in", "/completions/bash/tarvoctl",
-                                           "/completions/zsh/_tarvoctl",
-                                           "/completions/fish/tarvoctl.fish"));
 
 }  // namespace
 }  // namespace tarvo::test

@@ -166,8 +166,7 @@ int runAddressBookValidate(ToolContext& context, const BookFileOptions& options)
   // The file first: what is wrong with it needs no device.
   std::optional<BookFile> file;
   if (!options.file.empty())
-    file = readBookFile(context, operation, options.file,
-                        bookFormat(operation, options.format, options.file));
+    file = readBookFile(context, operation, options.file, bookFormat(options.format, options.file));
   const OpenedDevice device(context, operation);
   auto there = readDeviceBook(context, device);
   endIfInterrupted(context, operation);
@@ -184,7 +183,7 @@ int runAddressBookValidate(ToolContext& context, const BookFileOptions& options)
 /// The device's book into a file, or to standard output.
 int runAddressBookExport(ToolContext& context, const BookExportOptions& options) {
   const std::string operation = "addressbook export";
-  const auto format = bookFormat(operation, options.format, options.file);
+  const auto format = bookFormat(options.format, options.file);
   const OpenedDevice device(context, operation);
   const auto there = readDeviceBook(context, device);
   endIfInterrupted(context, operation);
@@ -210,7 +209,7 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
 /// held, and says what was written where that ends early.
 int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
   const std::string operation = "addressbook import";
-  const auto format = bookFormat(operation, options.format, options.file);
+  const auto format = bookFormat(options.format, options.file);
   const Consent consent(context, operation, options.yes || options.dryRun,
                         "change the address book, or --dry-run");
   const auto file = readBookFile(context, operation, options.file, format);
@@ -336,8 +335,10 @@ int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options)
 }
 
 CommandOptions& addFormat(CommandOptions&& command, BookFileOptions& options) {
-  return command.option("--format", options.format, "FORMAT",
-                        "json or vcard; by the file's ending (.vcf)");
+  return command
+      .option("--format", options.format, "FORMAT",
+              "json or vcard; by the file's ending (.vcf, .vcard)")
+      .oneOf({"json", "vcard"});
 }
 
 void addReading(CommandGroup& group) {
@@ -350,7 +351,8 @@ void addReading(CommandGroup& group) {
                             return runAddressBookValidate(context, *validate);
                           }),
             *validate)
-      .operand("FILE", validate->file, "'-' is standard input");
+      .operand("FILE", validate->file, "'-' is standard input")
+      .more("Tells which entry breaks which rule of the device; the exit status is 1 then.");
   const auto exported = std::make_shared<BookExportOptions>();
   addFormat(group.command("export", "The book as a file", "tarvoctl addressbook export",
                           [exported](ToolContext& context) {
@@ -358,7 +360,8 @@ void addReading(CommandGroup& group) {
                           }),
             *exported)
       .operand("FILE", exported->file, "Without it to standard output")
-      .flag("--overwrite", exported->overwrite, "Replace a file that is there");
+      .flag("--overwrite", exported->overwrite, "Replace a file that is there")
+      .more("JSON holds all of it.");
 }
 
 void addChanging(CommandGroup& group) {
@@ -374,12 +377,18 @@ void addChanging(CommandGroup& group) {
       .flag("--merge", imported->merge, "Remove nothing that only the device has")
       .flag("--dry-run", imported->dryRun, "Say what would change, and send nothing")
       .flag("--sync", imported->sync, "Only synchronise, which sends no contacts")
-      .flag("--yes", imported->yes, "Do not ask");
+      .flag("--yes", imported->yes, "Do not ask")
+      .more(
+          "What changes is said first, and what the device held is kept before anything is\n"
+          "sent. --merge removes neither entries nor fields nor members of groups. --sync\n"
+          "does as other software of the maker: it sends groups alone, or, to a device that\n"
+          "keeps a file, an empty one.");
   const auto edit = std::make_shared<BookEditOptions>();
   group
       .command("edit", "Change the book in your editor", "tarvoctl addressbook edit",
                [edit](ToolContext& context) { return runAddressBookEdit(context, *edit); })
-      .flag("--yes", edit->yes, "Do not ask");
+      .flag("--yes", edit->yes, "Do not ask")
+      .more("It is edited as JSON, and goes back as by 'addressbook import'.");
   const auto remove = std::make_shared<BookDeleteOptions>();
   group
       .command("delete", "Delete entries, also such as cannot be read",
@@ -387,7 +396,10 @@ void addChanging(CommandGroup& group) {
                [remove](ToolContext& context) { return runAddressBookDelete(context, *remove); })
       .operand("HANDLE", remove->entries, "Handles (0x...)")
       .required()
-      .flag("--yes", remove->yes, "Do not ask");
+      .flag("--yes", remove->yes, "Do not ask")
+      .more(
+          "Contacts, groups or address-book files. What the device holds of them is kept\n"
+          "first.");
 }
 
 }  // namespace

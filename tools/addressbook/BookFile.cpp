@@ -48,12 +48,9 @@ AddressBook bookFromJSONText(const std::string& operation, const std::string& pa
 
 }  // namespace
 
-BookFormat bookFormat(const std::string& operation, const std::string& format,
-                      const std::string& path) {
+BookFormat bookFormat(const std::string& format, const std::string& path) {
   if (format == "json") return BookFormat::kJSON;
   if (format == "vcard") return BookFormat::kVCard;
-  if (!format.empty())
-    refuseUsage(operation, "'" + format + "' is no format; there are json and vcard");
   std::string ending = std::filesystem::path(path).extension().string();
   std::ranges::transform(ending, ending.begin(),
                          [](unsigned char letter) { return std::tolower(letter); });

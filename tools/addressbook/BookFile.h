@@ -14,9 +14,8 @@ namespace tarvo::tools {
 enum class BookFormat { kJSON, kVCard };
 
 /// What `format` ("json", "vcard") says; where it is empty, the ending of `path` (".vcf" and
-/// ".vcard" are vCards). Raises kBadUsage for another format.
-BookFormat bookFormat(const std::string& operation, const std::string& format,
-                      const std::string& path);
+/// ".vcard" are vCards).
+BookFormat bookFormat(const std::string& format, const std::string& path);
 
 struct BookFileOptions {
   std::string file{};    ///< "-" is standard input or output; empty: see the command

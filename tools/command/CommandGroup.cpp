@@ -61,7 +61,8 @@ CommandOptions& CommandOptions::required() {
 }
 
 CommandOptions& CommandOptions::oneOf(std::vector<std::string> words) {
-  last_->check(CLI::IsMember(std::move(words)).description(""));
+  last_->check(CLI::IsMember(words).description(""));
+  table_.words[last_] = std::move(words);
   return *this;
 }
 
@@ -71,22 +72,22 @@ CommandOptions& CommandOptions::needs(const std::string& option) {
 }
 
 CommandOptions& CommandOptions::more(const std::string& text) {
-  app_.footer(text + "\n" + app_.get_footer());
+  app_.footer(text + "\n\n" + app_.get_footer());
   return *this;
 }
 
 CommandOptions CommandGroup::command(const std::string& name, const std::string& description,
                                      const std::string& example, Command run) {
   auto& app = added(app_, name, description, example);
-  app.callback([&chosen = chosen_, run = std::move(run)] { chosen = run; });
-  return CommandOptions(app);
+  app.callback([&chosen = table_.chosen, run = std::move(run)] { chosen = run; });
+  return {app, table_};
 }
 
 CommandGroup CommandGroup::group(const std::string& name, const std::string& description,
                                  const std::string& example) {
   auto& app = added(app_, name, description, example);
   app.require_subcommand(1);
-  return {app, chosen_};
+  return {app, table_};
 }
 
 }  // namespace tarvo::tools

@@ -15,6 +15,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -31,14 +32,22 @@ struct ToolContext;
 /// Runs a command and gives its exit status; raises what the command raises.
 using Command = std::function<int(ToolContext&)>;
 
+/// What the commands leave behind.
+struct CommandTable {
+  Command chosen{};  ///< the one that was asked for; set by the parse
+  /// All that an option or operand may be, where that is known.
+  std::map<const CLI::Option*, std::vector<std::string>> words{};
+};
+
 /// The options and operands of one command, for one expression. The places of their values are
 /// lent and filled in by the parse, so the command itself has to own them.
 class CommandOptions {
  public:
-  explicit CommandOptions(CLI::App& app) : app_(app) {}
+  CommandOptions(CLI::App& app, CommandTable& table) : app_(app), table_(table) {}
 
   CommandOptions& flag(const std::string& name, bool& value, const std::string& help);
-  /// `type` is what the help calls the value.
+  /// `type` is what the help calls the value. A shell completes FILE and PATH as files, DIR as
+  /// folders; operands by their name likewise.
   CommandOptions& option(const std::string& name, std::string& value, const std::string& type,
                          const std::string& help);
   /// A number of things, which is not negative; the help calls it N.
@@ -56,19 +65,21 @@ class CommandOptions {
   /// Only together with that option.
   CommandOptions& needs(const std::string& option);
 
-  /// What the help says before its example.
+  /// What the help and the manual say of the command before its example: lines of at most 80
+  /// columns; one that begins with a blank stays a line.
   CommandOptions& more(const std::string& text);
 
  private:
   CLI::App& app_;
+  CommandTable& table_;
   CLI::Option* last_ = nullptr;
 };
 
 /// What holds commands: the program, or a word before them. Lives as long as the CLI::App.
 class CommandGroup {
  public:
-  /// Both are lent; the parse leaves the command that was asked for in `chosen`.
-  CommandGroup(CLI::App& app, Command& chosen) : app_(app), chosen_(chosen) {}
+  /// Both are lent.
+  CommandGroup(CLI::App& app, CommandTable& table) : app_(app), table_(table) {}
 
   /// A command that does something. Its help ends with `example`.
   CommandOptions command(const std::string& name, const std::string& description,
@@ -76,9 +87,12 @@ class CommandGroup {
   CommandGroup group(const std::string& name, const std::string& description,
                      const std::string& example);
 
+  const CLI::App& app() const { return app_; }
+  const CommandTable& table() const { return table_; }
+
  private:
   CLI::App& app_;
-  Command& chosen_;
+  CommandTable& table_;
 };
 
 }  // namespace tarvo::tools

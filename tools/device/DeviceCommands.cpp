@@ -317,7 +317,8 @@ void addDeviceCommands(CommandGroup& root) {
   root.command("devices", "Cameras and cards that are connected", "tarvoctl devices",
                [options](ToolContext& context) { return runDevices(context, *options); })
       .flag("--watch", options->watch, "Go on with what comes and goes, until Ctrl-C")
-      .count("--count", options->count, "End after N arrivals and removals");
+      .count("--count", options->count, "End after N arrivals and removals")
+      .more("No device is opened for it.");
   root.command("info", "What the device says of itself and holds", "tarvoctl info", runInfo);
   root.group("clock", "The device's clock", "tarvoctl clock set")
       .command("set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);

@@ -111,7 +111,10 @@ void addModelCommands(CommandGroup& root) {
       .command("check", "Whether a USB id is supported", "tarvoctl models check F055:0302",
                [options](ToolContext& context) { return runModelsCheck(context, *options); })
       .operand("VID:PID", options->ids, "USB id in hexadecimal, as lsusb shows it")
-      .required();
+      .required()
+      .more(
+          "It tells for what: as a camera that speaks PTP (ptp), as mass storage\n"
+          "(massStorage).");
 }
 
 }  // namespace tarvo::tools

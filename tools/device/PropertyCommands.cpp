@@ -239,7 +239,8 @@ void addPropertyCommands(CommandGroup& root) {
       .operand("PROPERTY", options->property, "Name or code")
       .required()
       .operand("VALUE", options->value, "Text, number, or JSON array, as 'get' shows it")
-      .required();
+      .required()
+      .more("A date is given as it is shown.");
 }
 
 }  // namespace tarvo::tools

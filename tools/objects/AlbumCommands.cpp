@@ -282,7 +282,8 @@ void addAlbumCommands(CommandGroup& root) {
                [options](ToolContext& context) { return runAlbumsPut(context, *options); })
       .operand("FILE", options->file, "A file whose name ends in .lcb")
       .required()
-      .flag("--yes", options->yes, "Do not ask");
+      .flag("--yes", options->yes, "Do not ask")
+      .more("The old one is kept here.");
   auto favourites = root.group("favourites", "Pictures that are marked as favourites",
                                "tarvoctl favourites list");
   favourites.command("list", "Every favourite", "tarvoctl favourites list", runFavouritesList);

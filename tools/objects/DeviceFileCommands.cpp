@@ -210,7 +210,7 @@ void addDeviceFileCommands(CommandGroup& root) {
   const auto addFile = [&options](CommandGroup& group, const char* name, const char* description,
                                   const char* example, int (*run)(ToolContext&, const FileOptions&),
                                   const char* what) {
-    group
+    return group
         .command(name, description, example,
                  [options, run](ToolContext& context) { return run(context, *options); })
         .operand("FILE", options->file, what)
@@ -227,7 +227,8 @@ void addDeviceFileCommands(CommandGroup& root) {
                runWirelessConfigShow);
   addFile(root, "display", "Show something on the back of the camera",
           "tarvoctl display request.bin", runDisplay,
-          "The bytes of a display request; '-' is standard input");
+          "The bytes of a display request; '-' is standard input")
+      .more("What a camera makes of them is its maker's.");
 }
 
 }  // namespace tarvo::tools

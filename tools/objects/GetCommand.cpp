@@ -217,7 +217,15 @@ void addGetCommand(CommandGroup& root) {
                    [options](ToolContext& context) { return Fetching(context, *options).run(); });
   addFetchOptions(command, *options, "Handles, names, or patterns such as '*.JPG'",
                   "Everything but folders");
-  command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object");
+  command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object")
+      .more(
+          "An OBJECT with a slash is a whole path; patterns have *, ? and [...]. A\n"
+          "name means the first object that has it. A file is whole or not there at all;\n"
+          "large ones go on where a cut download stopped: what came is kept beside them in\n"
+          "a hidden file, which is named and may be deleted. A file that is there is\n"
+          "refused, unless --overwrite or --keep-both is given. --new passes over what the\n"
+          "folder has already, by name, size and date, or else by its content. What has no\n"
+          "room here is said first, and not begun. A folder that ends with a slash is made.");
 }
 
 }  // namespace tarvo::tools

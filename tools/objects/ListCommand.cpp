@@ -175,7 +175,10 @@ void addListCommand(CommandGroup& root) {
       .flag("--long", options->isLong, "With format, size and date")
       .flag("--recursive", options->isRecursive, "With all that lies below, by its path")
       .flag("--handles", options->handlesOnly, "Handles alone; asks nothing of the objects")
-      .count("--limit", options->limit, "End after N objects");
+      .count("--limit", options->limit, "End after N objects")
+      .more(
+          "Each is shown as soon as it is known. Without --association they are those of\n"
+          "the root. --handles is fast on a full card.");
 }
 
 }  // namespace tarvo::tools

@@ -148,7 +148,8 @@ void addPutCommand(CommandGroup& root) {
       .operand("FILE", options->files, "Files to send")
       .required()
       .option("--store", options->store, "ID", "Into this store")
-      .option("--parent", options->parent, "HANDLE", "Into this folder, by its handle");
+      .option("--parent", options->parent, "HANDLE", "Into this folder, by its handle")
+      .more("Names of 255 characters and files of 4 GiB, and more, are refused.");
 }
 
 }  // namespace tarvo::tools

@@ -14,19 +14,10 @@ namespace tarvo::tools {
 namespace {
 
 struct RecordOptions {
-  std::string type{};  ///< as a record type is named
+  std::string type{};  ///< that of a record type
   /// Paths; "-" is standard input. Not empty.
   std::vector<std::string> files{};
 };
-
-const RecordType& typeOf(const std::string& operation, const std::string& name) {
-  const RecordType* type = recordType(name);
-  if (type) return *type;
-  std::string known;
-  for (const auto& each : recordTypes())
-    known += (known.empty() ? "" : ", ") + std::string(each.name);
-  refuseUsage(operation, "'" + name + "' is no type; there are " + known);
-}
 
 /// Runs `convert` on what lies in `path`; what it raises is a failure of that file.
 template <typename Convert>
@@ -62,7 +53,7 @@ std::vector<std::byte> encoded(const ToolContext& context, const RecordType& typ
 /// One file gives its JSON document, several an array of them in their order. What cannot be
 /// decoded is an entry with the key "error" in such an array, and makes the exit status kFailed.
 int runDecode(ToolContext& context, const RecordOptions& options) {
-  const RecordType& type = typeOf("decode", options.type);
+  const RecordType& type = *recordType(options.type);
   if (options.files.size() == 1) {
     context.output.document(decoded(context, type, options.files.front()));
     return kDone;
@@ -85,7 +76,7 @@ int runDecode(ToolContext& context, const RecordOptions& options) {
 /// The bytes of one JSON document a file, one behind the other, in either form of output. Nothing
 /// is written unless all of them can be.
 int runEncode(ToolContext& context, const RecordOptions& options) {
-  const RecordType& type = typeOf("encode", options.type);
+  const RecordType& type = *recordType(options.type);
   std::vector<std::byte> all;
   for (const auto& path : options.files) {
     const auto bytes = encoded(context, type, path);
@@ -111,15 +102,23 @@ std::string recordTypeHelp() {
 
 void addRecordCommands(CommandGroup& root) {
   const auto options = std::make_shared<RecordOptions>();
+  std::vector<std::string> types;
+  for (const auto& type : recordTypes())
+    types.emplace_back(type.name);
   const auto add = [&](const char* name, const char* description, const char* example,
                        int (*run)(ToolContext&, const RecordOptions&)) {
     root.command(name, description, example,
                  [options, run](ToolContext& context) { return run(context, *options); })
         .operand("TYPE", options->type, "What the bytes are")
         .required()
+        .oneOf(types)
         .operand("FILE", options->files, "Files; '-' is standard input")
         .required()
-        .more("Types:\n" + recordTypeHelp() + "\n");
+        .more(
+            "One file gives one result, several one after the other. A contact is encoded as\n"
+            "it would be sent to a device: without its picture and its groups, with two lines\n"
+            "of its street, and with a new GUID where it has none.\n\nTypes:\n" +
+            recordTypeHelp());
   };
   add("decode", "Show the bytes of a data set as JSON", "tarvoctl decode objectinfo object.bin",
       runDecode);

@@ -143,7 +143,8 @@ void addRemoveCommands(CommandGroup& root) {
                [remove](ToolContext& context) { return Removing(context, *remove).run(); })
       .operand("OBJECT", remove->objects, "Handles, names, or patterns such as '*.JPG'")
       .required()
-      .flag("--yes", remove->yes, "Do not ask");
+      .flag("--yes", remove->yes, "Do not ask")
+      .more("Objects are named as for get. A folder goes with all that is in it.");
   const auto rename = std::make_shared<RenameOptions>();
   root.command("rename", "Give an object another name", "tarvoctl rename 0x00000003 HOLIDAY.JPG",
                [rename](ToolContext& context) { return runRename(context, *rename); })

@@ -366,7 +366,10 @@ void addOrdersCommands(CommandGroup& root) {
                "tarvoctl orders show --download orders/",
                [show](ToolContext& context) { return runOrdersShow(context, *show); })
       .operand("ORDER", show->orders, "Numbers in the list, or handles (0x...); all")
-      .option("--download", show->download, "DIR", "Fetch the pictures, one folder an order");
+      .option("--download", show->download, "DIR", "Fetch the pictures, one folder an order")
+      .more(
+          "What the order says is put beside its pictures, in order.json; pictures that are\n"
+          "there already are passed over.");
   const auto fulfil = std::make_shared<OrdersFulfilOptions>();
   group
       .command("fulfil", "Tell the device that pictures have been dealt with",
@@ -374,13 +377,17 @@ void addOrdersCommands(CommandGroup& root) {
                [fulfil](ToolContext& context) { return runOrdersFulfil(context, *fulfil); })
       .operand("ORDER", fulfil->order, "Number in the list, or handle (0x...)")
       .required()
-      .operand("PICTURE", fulfil->pictures, "Names or handles; all of the order");
+      .operand("PICTURE", fulfil->pictures, "Names or handles; all of the order")
+      .more("Orders without a handle are lines of a file and know nothing of it.");
   const auto remove = std::make_shared<OrdersDeleteOptions>();
   group
       .command("delete", "Delete orders; the pictures stay", "tarvoctl orders delete --yes",
                [remove](ToolContext& context) { return runOrdersDelete(context, *remove); })
       .operand("ORDER", remove->orders, "Numbers in the list, or handles (0x...); all")
-      .flag("--yes", remove->yes, "Do not ask");
+      .flag("--yes", remove->yes, "Do not ask")
+      .more(
+          "All are those that 'orders list' shows, but for what the device keeps for a\n"
+          "transfer. What cannot be read goes only where its handle is named.");
 }
 
 }  // namespace tarvo::tools

@@ -289,7 +289,10 @@ void addModes(CommandGroup& msc) {
       .count("--wake-after", set->wakeAfter, "How long to stay off; units count in tens")
       .needs("--power-down")
       .flag("--permanent", set->permanent, "For good, and not for once")
-      .flag("--yes", set->yes, "Do not ask, though the unit cannot come back by itself");
+      .flag("--yes", set->yes, "Do not ask, though the unit cannot come back by itself")
+      .more(
+          "startup is the mode in which it starts up. Nothing is unmounted; volumes that\n"
+          "are mounted are warned about.");
 }
 
 }  // namespace
@@ -297,22 +300,29 @@ void addModes(CommandGroup& msc) {
 void addMassStorageCommands(CommandGroup& root) {
   auto group = root.group("msc", "Cameras, frames and docks that show themselves as a disk",
                           "tarvoctl msc list");
-  group.command("list", "Every one that is connected", "tarvoctl msc list", runUnitList);
+  group.command("list", "Every one that is connected", "tarvoctl msc list", runUnitList)
+      .more(
+          "The other commands for units are for the only one, or for the one that --device\n"
+          "names.");
   addModes(group);
   group.command("model", "The model's name as the unit has it", "tarvoctl msc model", runUnitModel);
   group.group("clock", "The unit's clock", "tarvoctl msc clock set")
       .command("set", "Set it to the time of this computer", "tarvoctl msc clock set",
                runUnitClockSet);
-  group.command("orders", "Whether pictures on its card wait to be shared", "tarvoctl msc orders",
-                runUnitOrders);
-  group.command("unmount", "Unmount its volumes", "tarvoctl msc unmount", runUnitUnmount);
+  group
+      .command("orders", "Whether pictures on its card wait to be shared", "tarvoctl msc orders",
+               runUnitOrders)
+      .more("The exit status is 0 in either case.");
+  group.command("unmount", "Unmount its volumes", "tarvoctl msc unmount", runUnitUnmount)
+      .more("What keeps one busy is named.");
   const auto mount = std::make_shared<UnitMountOptions>();
   group
       .command("mount", "Mount its card", "tarvoctl msc mount",
                [mount](ToolContext& context) { return runUnitMount(context, *mount); })
       .operand("DISK", mount->disk, "Its block device, such as sdb1; the only one it has");
-  group.command("eject", "Unmount its volumes and open its tray", "tarvoctl msc eject",
-                runUnitEject);
+  group
+      .command("eject", "Unmount its volumes and open its tray", "tarvoctl msc eject", runUnitEject)
+      .more("A volume that is busy keeps the tray shut.");
 }
 
 }  // namespace tarvo::tools

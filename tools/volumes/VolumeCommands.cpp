@@ -347,20 +347,29 @@ void addVolumeCommands(CommandGroup& root) {
       .command("ls", "Every picture by its path, as it is found", "tarvoctl volume ls --long",
                [list](ToolContext& context) { return VolumeList(context, *list).run(); })
       .flag("--long", list->isLong, "With format, size and date")
-      .flag("--all", list->all, "Every file and folder");
+      .flag("--all", list->all, "Every file and folder")
+      .more(
+          "Pictures and films, in no order. The volume is the only one that is mounted, or\n"
+          "the one that --device names by serial number, location or its own name. Links on\n"
+          "it are not followed.");
   const auto get = std::make_shared<FetchOptions>();
   auto command =
       group.command("get", "Copy files off it", "tarvoctl volume get --new --output pictures/",
                     [get](ToolContext& context) { return runVolumeGet(context, *get); });
   addFetchOptions(command, *get, "Names, paths, or patterns such as '*.JPG'",
                   "Every file, pictures or not");
+  command.more(
+      "With their dates and permissions. Patterns find no hidden files. Without a name\n"
+      "--new is about the pictures and films, and says how many files it passed over.\n"
+      "The rest is as for get.");
   const auto remove = std::make_shared<VolumeRemoveOptions>();
   group
       .command("rm", "Delete files on it", "tarvoctl volume rm TARV0001.JPG --yes",
                [remove](ToolContext& context) { return runVolumeRemove(context, *remove); })
       .operand("OBJECT", remove->objects, "Names, paths, or patterns such as '*.JPG'")
       .required()
-      .flag("--yes", remove->yes, "Do not ask");
+      .flag("--yes", remove->yes, "Do not ask")
+      .more("Folders stay.");
 }
 
 }  // namespace tarvo::tools
