@@ -89,56 +89,10 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   EXPECT_EQ(liar.report(), "");
 }
 
-// Outside a session all ids are 0: nothing tells the answer to one process from that to another.
-TEST(Leftover, OfAProcessThatAskedTheSameOutsideASessionDoesNotKeepTheNextOneOut) {
-  const auto camera = test::simulatedCamera(R"({
-      "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
-  for (const std::size_t taken : {0, 1}) {
-    {
-      SimulatedUSBDevice killed(camera);
-      Bytes room(4096);
-      killed.submit(0x02, room = wire::command(0x1001, 0), 0);
-      EXPECT_TRUE(killed.wait({}));
-      room.resize(4096);
-      for (std::size_t i = 0; i < taken; ++i) {
-        killed.submit(0x81, room, 0);
-        EXPECT_TRUE(killed.wait({}));
-      }
-    }
-    BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), shortTimeouts(),
-                              LogSink(), "the camera");
-    PiecewiseSink sink(4096, 4096);
-    Transaction info{.operation = 0x1001, .receive = &sink};
-    EXPECT_EQ(connection.transact(info, nullptr), 0) << taken;
-    EXPECT_GT(info.bytesReceived, 0U) << taken;
-    EXPECT_EQ(connection.openSession(), 0) << taken;
-    EXPECT_EQ(run(connection, 0x1004), 0) << taken;
-    camera->forgetViolations();  // what the killed one has left undone
-  }
-}
-
-/// Adds up how long the host was ready to wait where nothing came.
-class PatienceMeter : public SimulatedUSBDevice {
- public:
-  PatienceMeter(std::shared_ptr<simulator::PTPCamera> camera, std::chrono::milliseconds& spent)
-      : SimulatedUSBDevice(std::move(camera)), spent_(spent) {}
-  std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override {
-    auto ended = SimulatedUSBDevice::wait(timeout);
-    if (!ended) spent_ += timeout;
-    return ended;
-  }
-
- private:
-  std::chrono::milliseconds& spent_;
-};
-
-/// A host that opens a session, begins a transaction and is killed.
+/// A host that is killed.
 class KilledHost {
  public:
-  explicit KilledHost(const std::shared_ptr<simulator::PTPCamera>& camera) : device_(camera) {
-    write(wire::command(0x1002, 0, {1}));
-    read(512);
-  }
+  explicit KilledHost(const std::shared_ptr<simulator::PTPCamera>& camera) : device_(camera) {}
   void write(Bytes bytes) {
     device_.submit(0x02, bytes, 0);
     EXPECT_TRUE(device_.wait({}));
@@ -153,7 +107,35 @@ class KilledHost {
   SimulatedUSBDevice device_;
 };
 
-TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGoneWithinTwoSeconds) {
+/// The connection of the next process.
+BulkConnection reconnected(const std::shared_ptr<simulator::PTPCamera>& camera) {
+  return {std::make_unique<SimulatedUSBDevice>(camera), Timeouts(), LogSink(), "the camera"};
+}
+
+// Outside a session all ids are 0: nothing tells the answer to one process from that to another.
+TEST(Leftover, OfAProcessThatAskedTheSameOutsideASessionDoesNotKeepTheNextOneOut) {
+  const auto camera = test::simulatedCamera(R"({
+      "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
+  for (const std::size_t taken : {0, 1}) {
+    {
+      KilledHost host(camera);
+      host.write(wire::command(0x1001, 0));
+      for (std::size_t i = 0; i < taken; ++i)
+        host.read(4096);
+    }
+    auto connection = reconnected(camera);
+    PiecewiseSink sink(4096, 4096);
+    Transaction info{.operation = 0x1001, .receive = &sink};
+    EXPECT_EQ(connection.transact(info, nullptr), 0) << taken;
+    EXPECT_GT(info.bytesReceived, 0U) << taken;
+    EXPECT_EQ(connection.openSession(), 0) << taken;
+    EXPECT_EQ(run(connection, 0x1004), 0) << taken;
+    camera->forgetViolations();  // what the killed one has left undone
+  }
+}
+
+TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsTEST(
+                   Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGotOver)) {
   const std::function<void(KilledHost&)> deaths[] = {
       [](KilledHost& host) {
         host.write(wire::command(0x1009, 1, {1}));
@@ -177,14 +159,13 @@ TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGoneWithinTwoSeconds
                                               "}");
     {
       KilledHost host(camera);
+      host.write(wire::command(0x1002, 0, {1}));
+      host.read(512);
       deaths[i / 2](host);
     }
-    std::chrono::milliseconds spent{0};
-    BulkConnection connection(std::make_unique<PatienceMeter>(camera, spent), Timeouts(), LogSink(),
-                              "the camera");
+    auto connection = reconnected(camera);
     EXPECT_EQ(connection.openSession(), 0);
     camera->forgetViolations();  // what the killed one has left undone
-    EXPECT_LE(spent, std::chrono::seconds(2));
     Transaction count{.operation = 0x1006, .parameters = {0xFFFFFFFF}, .parameterCount = 1};
     EXPECT_EQ(connection.transact(count, nullptr), 0);
     EXPECT_EQ(count.responseParameters[0], 1U);

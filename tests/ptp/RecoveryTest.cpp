@@ -2,7 +2,6 @@
 #include <gmock/gmock.h>
 
 #include <stdexcept>
-#include <thread>
 
 #include "tests/ptp/Connecting.h"
 
@@ -203,51 +202,6 @@ TEST_F(RecoveryTest, CancelsForTheSinkAndForTheSource) {
   script.out(wire::command(kOp, 2)).recovery(2);
   EXPECT_EQ(send(1000, 0), status::kCancelled);
   expectInStep(3);
-}
-
-/// Does everything late, and adds up how long the host has waited for nothing before it gives up.
-class LateDevice : public test::ScriptedUSBDevice {
- public:
-  static constexpr std::chrono::milliseconds kDelay{10};
-  LateDevice(USBScript& script, std::chrono::milliseconds& spent)
-      : ScriptedUSBDevice(script), spent_(spent) {}
-  std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override {
-    std::this_thread::sleep_for(kDelay);
-    const auto ended = ScriptedUSBDevice::wait(timeout);
-    if (!ended && !isGivenUp_) spent_ += timeout;
-    return ended;
-  }
-  TransferCompletion control(const ControlSetup& setup, std::span<std::byte> data,
-                             std::chrono::milliseconds timeout) override {
-    isGivenUp_ = true;
-    return ScriptedUSBDevice::control(setup, data, timeout);
-  }
-
- private:
-  bool isGivenUp_ = false;
-  std::chrono::milliseconds& spent_;
-};
-
-TEST(Recovery, StartsThePatienceAnewForPayloadButNotForATakenCommand) {
-  const auto whole = shortTimeouts().bulk;
-  for (const bool hasPayload : {false, true}) {
-    USBScript script;
-    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
-    script.out(wire::command(kOp, 1));
-    if (hasPayload) script.in(wire::data(kOp, 1, wire::payload(200000)));
-    script.recovery(1).silence();
-    std::chrono::milliseconds spent{0};
-    BulkConnection connection(std::make_unique<LateDevice>(script, spent), shortTimeouts(),
-                              LogSink(), "late");
-    EXPECT_EQ(connection.openSession(), 0);
-    PiecewiseSink sink(200000, SIZE_MAX);
-    Transaction transaction{.operation = kOp, .receive = &sink};
-    EXPECT_EQ(connection.transact(transaction, nullptr), status::kICATimeout);
-    if (hasPayload)
-      EXPECT_EQ(spent, whole);
-    else
-      EXPECT_LE(spent, whole - LateDevice::kDelay);
-  }
 }
 
 TEST(Recovery, WaitsOnWithAWordForWhatTakesLongByItsNature) {

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <initializer_list>
 #include <iterator>
@@ -25,7 +24,9 @@
 #include <utility>
 #include <vector>
 
+#include "Utilities/Format.h"
 #include "platform/imagecapture/ptp/USBDevice.h"
+#include "tests/support/HexBytes.h"
 
 namespace tarvo::test {
 
@@ -205,18 +206,6 @@ class USBScript {
     handler(result, packet);
     return true;
   }
-  const ptp::StillImageEndpoints& endpoints() const { return endpoints_; }
-
-  static std::string hex(const Bytes& bytes) {
-    constexpr std::size_t kShown = 48;
-    std::string text = std::to_string(bytes.size()) + " bytes";
-    for (std::size_t i = 0; i < std::min(bytes.size(), kShown); ++i) {
-      char digits[4];
-      std::snprintf(digits, sizeof digits, " %02x", std::to_integer<unsigned>(bytes[i]));
-      text += digits;
-    }
-    return bytes.size() > kShown ? text + " ..." : text;
-  }
 
  private:
   friend class ScriptedUSBDevice;
@@ -227,13 +216,12 @@ class USBScript {
   }
 
   static std::string describe(const Step& step) {
-    constexpr const char* kNames[] = {"OUT ",       "IN ",     "request ", "clear halt of ",
+    constexpr const char* kNames[] = {"OUT",        "IN",      "request", "clear halt",
                                       "port reset", "silence", "unplug"};
-    std::string text = kNames[static_cast<std::size_t>(step.kind)];
-    if (step.kind == Kind::kControl)
-      text += hex({std::byte{step.setup.requestType}, std::byte{step.setup.request}}) + " with ";
-    if (step.kind == Kind::kClearHalt) return text + hex({std::byte{step.endpoint}});
-    return step.kind <= Kind::kControl ? text + hex(step.bytes) : text;
+    const std::size_t shown = std::min<std::size_t>(step.bytes.size(), 48);
+    return formatted("%s %02x %02x %02x of %zu bytes %s", kNames[static_cast<int>(step.kind)],
+                     step.setup.requestType, step.setup.request, step.endpoint, step.bytes.size(),
+                     hexText(std::span(step.bytes).first(shown)).c_str());
   }
 
   /// The step that the host's next action must match: the device's own words may wait for later.
