@@ -20,7 +20,7 @@ TEST_F(ImageCaptureServiceTest, ShowsACameraThatWasThereAtTheStart) {
       {"idProduct", 0x0A01},
       {"locationID", 0xFA200000U}};
   EXPECT_EQ(dictionaryOf(devices()[0]), expected);
-  EXPECT_THAT(connector.log, IsEmpty()) << "an arrival sends nothing to the device";
+  EXPECT_THAT(simulated->operations(), IsEmpty()) << "an arrival sends nothing to the device";
 }
 
 TEST_F(ImageCaptureServiceTest, TakesTheInterfaceTripleOfPTPAndNoOther) {
