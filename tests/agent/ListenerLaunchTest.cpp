@@ -14,6 +14,7 @@ TEST_F(ListenerTest, EndsTheArgumentListAtTheFirstOneThatIsAbsent) {
   listener->launchAppWithType("PTP", "5", std::nullopt);
   listener->launchAppWithType("PTP", std::nullopt, "/media/u/CARD");
   ASSERT_EQ(relays().size(), 3u);
+  EXPECT_TRUE(relays()[0]->standardErrorIsPipeReadingEnd);
   EXPECT_THAT(relays()[0]->arguments, ElementsAre("PTP", "5", ""));
   EXPECT_THAT(relays()[1]->arguments, ElementsAre("PTP", "5"));
   EXPECT_THAT(relays()[2]->arguments, ElementsAre("PTP"));

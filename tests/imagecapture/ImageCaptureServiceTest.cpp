@@ -9,20 +9,6 @@ using testing::SizeIs;
 
 using ImageCaptureServiceTest = ServiceFixture;
 
-TEST_F(ImageCaptureServiceTest, ShowsACameraThatWasThereAtTheStart) {
-  plugCamera();
-  ASSERT_THAT(devices(), SizeIs(1));
-  const PropertyDictionary expected = {
-      {"ifil", "Tarvo N10"},
-      {"device module", "/System/Library/Image Capture/Devices/PTPCamera.app"},
-      {"capa", PropertyDictionary::array()},
-      {"idVendor", 0xF055},
-      {"idProduct", 0x0A01},
-      {"locationID", 0xFA200000U}};
-  EXPECT_EQ(dictionaryOf(devices()[0]), expected);
-  EXPECT_THAT(simulated->operations(), IsEmpty()) << "an arrival sends nothing to the device";
-}
-
 TEST_F(ImageCaptureServiceTest, TakesTheInterfaceTripleOfPTPAndNoOther) {
   const ServiceHandle device = plugDevice("several interfaces");
   for (const auto& classes :

@@ -78,15 +78,9 @@ TEST_F(Volumes, HaveALabelAndAScopeButNoInterface) {
   mount("/dev/sdb1", "Größe");
   const ICAObject camera = devices()[0];
   const ICAObject volume = devices()[1];
-  ICAPropertyInfo info;
   std::string label;
-  EXPECT_EQ(service().getPropertyByType(volume, ica::kPropertyVolumeLabel, info), status::kOK);
-  EXPECT_EQ(fourCharText(info.dataType), "TEXT");
   EXPECT_EQ(service().getPropertyData(volume, ica::kPropertyVolumeLabel, label), status::kOK);
   EXPECT_EQ(label, "Größe");
-  EXPECT_EQ(info.dataSize, label.size());
-  EXPECT_EQ(service().getPropertyData(volume, ica::kObjectList, label),
-            status::kICAPropertyNotFound);
   EXPECT_EQ(service().getPropertyData(camera, ica::kPropertyVolumeLabel, label),
             status::kICAPropertyNotFound);
 
@@ -96,18 +90,6 @@ TEST_F(Volumes, HaveALabelAndAScopeButNoInterface) {
   Status failure = status::kIOError;
   EXPECT_NE(service().openScope(volume, &failure, nullptr), nullptr);
   EXPECT_EQ(failure, status::kOK);
-}
-
-TEST_F(Volumes, AreWatchedOnlyWhileTheServiceLives) {
-  {
-    ImageCaptureService shortLived(registry, mounts, connector, LogSink());
-    EXPECT_FALSE(mounts.isWatched()) << "nobody has asked yet";
-    shortLived.registerForEventNotification(0, ica::kDeviceAdded, {});
-    EXPECT_TRUE(mounts.isWatched());
-    EXPECT_EQ(registry.subscriptionCount(), 1U);
-  }
-  EXPECT_FALSE(mounts.isWatched());
-  EXPECT_EQ(registry.subscriptionCount(), 0U);
 }
 
 TEST_F(Volumes, ShowTheirFilesWhichAreFetchedAndDeletedByTheirHandles) {

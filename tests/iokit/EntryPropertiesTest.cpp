@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/iokit/Registry.h"
 #include "platform/iokit/UdevRegistry.h"
 #include "tests/support/ManualRunLoop.h"
 
@@ -24,19 +23,6 @@ TEST(LocationID, HasTheBusInTheTopByteAndAPortInEachNibble) {
               {1, "x..2", 0x01002000}};
   for (const auto& row : rows)
     EXPECT_EQ(usbLocationID(row.bus, row.portPath), row.location) << row.bus << "-" << row.portPath;
-}
-
-TEST(PropertiesMatch, WhenEveryKeyIsThereWithAnEqualValue) {
-  const PropertyDictionary unit = {{"device-type", "DVD"}, {"idVendor", 0xF055}};
-  for (const PropertyDictionary& match :
-       {PropertyDictionary::object(), PropertyDictionary{{"device-type", "DVD"}},
-        PropertyDictionary{{"idVendor", 0xF055}, {"IOPropertyMatch", unit}}})
-    EXPECT_TRUE(propertiesMatch(unit, match)) << match;
-  for (const PropertyDictionary& match :
-       {PropertyDictionary{{"device-type", "dvd"}}, PropertyDictionary{{"idVendor", "61525"}},
-        PropertyDictionary{{"BSD Name", nullptr}}, PropertyDictionary{{"IOPropertyMatch", "DVD"}},
-        PropertyDictionary{{"IOPropertyMatch", {{"idVendor", 1}}}}})
-    EXPECT_FALSE(propertiesMatch(unit, match)) << match;
 }
 
 // What is announced before udev has dealt with its nodes cannot be opened.

@@ -107,63 +107,48 @@ class KilledHost {
   SimulatedUSBDevice device_;
 };
 
-/// The connection of the next process.
-BulkConnection reconnected(const std::shared_ptr<simulator::PTPCamera>& camera) {
-  return {std::make_unique<SimulatedUSBDevice>(camera), Timeouts(), LogSink(), "the camera"};
-}
-
 // Outside a session all ids are 0: nothing tells the answer to one process from that to another.
-TEST(Leftover, OfAProcessThatAskedTheSameOutsideASessionDoesNotKeepTheNextOneOut) {
-  const auto camera = test::simulatedCamera(R"({
-      "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
-  for (const std::size_t taken : {0, 1}) {
-    {
-      KilledHost host(camera);
-      host.write(wire::command(0x1001, 0));
-      for (std::size_t i = 0; i < taken; ++i)
-        host.read(4096);
-    }
-    auto connection = reconnected(camera);
-    PiecewiseSink sink(4096, 4096);
-    Transaction info{.operation = 0x1001, .receive = &sink};
-    EXPECT_EQ(connection.transact(info, nullptr), 0) << taken;
-    EXPECT_GT(info.bytesReceived, 0U) << taken;
-    EXPECT_EQ(connection.openSession(), 0) << taken;
-    EXPECT_EQ(run(connection, 0x1004), 0) << taken;
-    camera->forgetViolations();  // what the killed one has left undone
-  }
-}
-
-TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsTEST(
-                   Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGotOver)) {
-  const std::function<void(KilledHost&)> deaths[] = {
-      [](KilledHost& host) {
-        host.write(wire::command(0x1009, 1, {1}));
-        host.read(1U << 20);
-      },
-      [](KilledHost& host) { host.write(wire::command(0x1009, 1, {1})); },
-      [](KilledHost& host) {
-        host.write(wire::command(0x1016, 1, {0xD100}));
-        host.write(wire::data(0x1016, 1, wire::payload(4090), 10000000));
-      },
-      [](KilledHost& host) { host.write(wire::command(0x1016, 1, {0xD100})); },
+TEST(Leftover, OfAHostThatWasKilledAnywhereIsGotOver) {
+  const struct {
+    bool hadSession;
+    std::vector<Bytes> written;
+    std::size_t read;  ///< room for what it still took, 0: none
+  } deaths[] = {
+      {false, {wire::command(0x1001, 0)}, 0},
+      {false, {wire::command(0x1001, 0)}, 4096},
+      {true, {wire::command(0x1009, 1, {1})}, 1U << 20},
+      {true, {wire::command(0x1009, 1, {1})}, 0},
+      {true,
+       {wire::command(0x1016, 1, {0xD100}), wire::data(0x1016, 1, wire::payload(4090), 10000000)},
+       0},
+      {true, {wire::command(0x1016, 1, {0xD100})}, 0},
   };
-  const std::string none = "{}";
   const std::string strict = R"({"checksTransactionIDs": true, "noClassRequests": true})";
   for (unsigned i = 0; i < 2 * std::size(deaths); ++i) {
+    SCOPED_TRACE(i);
     const auto camera = test::simulatedCamera(R"({
         "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {},
         "properties": [{"code": "0xD100", "type": "AUINT8", "value": [1], "writable": true}],
         "stores": [{"content": [{"file": "A.MOV", "size": 10485760}]}],
-        "habits": )" + (i % 2 == 0 ? none : strict) +
+        "habits": )" + (i % 2 == 0 ? "{}" : strict) +
                                               "}");
+    const auto& death = deaths[i / 2];
     {
       KilledHost host(camera);
-      host.write(wire::command(0x1002, 0, {1}));
-      host.read(512);
-      deaths[i / 2](host);
+      if (death.hadSession) host.write(wire::command(0x1002, 0, {1}));
+      if (death.hadSession) host.read(512);
+      for (const Bytes& bytes : death.written)
+        host.write(bytes);
+      if (death.read > 0) host.read(death.read);
     }
-    auto connection = reconnected(camera);
+    BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), Timeouts(), LogSink(),
+                              "the camera");
+    PiecewiseSink sink(4096, 4096);
+    Transaction info{.operation = 0x1001, .receive = &sink};
+    if (!death.hadSession) {
+      EXPECT_EQ(connection.transact(info, nullptr), 0);
+      EXPECT_GT(info.bytesReceived, 0U);
+    }
     EXPECT_EQ(connection.openSession(), 0);
     camera->forgetViolations();  // what the killed one has left undone
     Transaction count{.operation = 0x1006, .parameters = {0xFFFFFFFF}, .parameterCount = 1};

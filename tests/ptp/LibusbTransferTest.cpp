@@ -2,6 +2,7 @@
 // emulated node. What else it moves is seen where the tool runs against such a node.
 #include <gmock/gmock.h>
 #include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
 
 #include <fstream>
 

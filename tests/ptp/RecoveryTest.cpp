@@ -1,6 +1,7 @@
 // Transactions with a device that does not keep to the protocol, and what is left of it afterwards.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <stdexcept>
 
 #include "tests/ptp/Connecting.h"
@@ -15,11 +16,27 @@ namespace wire = test::wire;
 
 constexpr std::uint16_t kOp = 0x1009;
 
+/// Interrupts, as a signal handler would, in the wait of the given number.
+class InterruptedDevice : public test::ScriptedUSBDevice {
+ public:
+  InterruptedDevice(USBScript& script, std::atomic<bool>& flag, int& waits)
+      : ScriptedUSBDevice(script), flag_(flag), waits_(waits) {}
+  std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override {
+    if (waits_ > 0 && --waits_ == 0) flag_ = true;
+    return ScriptedUSBDevice::wait(timeout);
+  }
+
+ private:
+  std::atomic<bool>& flag_;
+  int& waits_;
+};
+
 class RecoveryTest : public testing::Test {
  protected:
   void SetUp() override {
     script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
-    connection = connectTo(script);
+    connection = std::make_unique<BulkConnection>(
+        std::make_unique<InterruptedDevice>(script, interrupted, waits), timeouts, LogSink(), "it");
     ASSERT_EQ(connection->openSession(), 0);
   }
   void TearDown() override {
@@ -49,6 +66,9 @@ class RecoveryTest : public testing::Test {
     EXPECT_EQ(connection->transact(next, &why), 0) << why;
   }
 
+  std::atomic<bool> interrupted{false};
+  int waits = 0;
+  Timeouts timeouts = shortTimeouts();
   USBScript script;
   std::unique_ptr<BulkConnection> connection;
   Transaction transaction;
@@ -228,6 +248,42 @@ TEST_F(RecoveryTest, TreatsSilenceOnTheControlEndpointAsATimeout) {
   script.cancelRequest(1, TransferResult::kTimedOut).portReset();
   EXPECT_EQ(receive(10), status::kICAProtocolError);
   EXPECT_EQ(receive(10), status::kICATimeout);
+}
+
+/// Somebody wants an end of the running transaction.
+class Interruption : public RecoveryTest {
+ protected:
+  Interruption() {
+    timeouts = Timeouts();  // Long ones: a test that waits for them would be noticed.
+    timeouts.interrupted = &interrupted;
+  }
+};
+
+TEST_F(Interruption, EndsATransactionByACancelRequest) {
+  script.out(wire::command(kOp, 1)).recovery(1);
+  waits = 2;
+  EXPECT_EQ(receive(10), status::kCancelled);
+
+  interrupted = false;
+  script.out(wire::command(kOp, 2)).in(wire::data(kOp, 2, wire::payload(4000000), 8000000));
+  script.recovery(2);
+  waits = 4;
+  EXPECT_EQ(receive(8000000), status::kCancelled);
+
+  interrupted = false;
+  script.out(wire::command(kOp, 3)).recovery(3);
+  waits = 1;
+  EXPECT_EQ(send(8000000), status::kCancelled);
+  interrupted = false;
+  expectInStep(4);
+}
+
+TEST_F(Interruption, KeepsWhatComesNextFromTheDeviceUntilItIsTakenBack) {
+  interrupted = true;
+  EXPECT_EQ(receive(10), status::kCancelled);
+  EXPECT_EQ(connection->closeSession(), status::kCancelled);
+  // No transaction, so no id was used either; the session is closed in spite of the flag.
+  script.out(wire::command(0x1003, 1)).in(wire::response(0x2001, 1));
 }
 
 TEST_F(RecoveryTest, GetsBackInStepWhenASinkRaises) {

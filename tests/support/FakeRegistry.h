@@ -52,8 +52,6 @@ class FakeRegistry : public Registry {
   /// From now on the properties of this entry cannot be read, as of a device that is just going.
   void makeUnreadable(ServiceHandle service) { unreadable_.insert(service); }
 
-  std::size_t subscriptionCount() const { return subscribers_->size(); }
-
   std::optional<PropertyDictionary> properties(ServiceHandle service) override {
     const Entry* entry = find(service);
     if (!entry || unreadable_.contains(service)) return std::nullopt;
