@@ -81,9 +81,13 @@ TEST_F(ListenerTest, ShowsTheBusyPageInTheViewer) {
 
 TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnlyAndForgetsThatItWasBusy) {
   start();
+  for (const auto name : {kWRLABusyNotification, kWRLABusyNotification, kWRLADoneNotification})
+    distributed.postFromElsewhere(name);
+  EXPECT_FALSE(listener->wirelessIsBusy());
+  EXPECT_EQ(takeLines().back(), "AppBlocker - handleDoneNotification entered");
   distributed.postFromElsewhere(kWRLABusyNotification);
   EXPECT_TRUE(listener->wirelessIsBusy());
-  takeLines();
+  EXPECT_EQ(takeLines().back(), "AppBlocker - handleBusyNotification entered");
   tasks.end(tasks.task(0));
   EXPECT_THAT(takeLines(), ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
   EXPECT_FALSE(listener->wirelessIsBusy());

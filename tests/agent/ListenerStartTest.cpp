@@ -28,14 +28,6 @@ TEST_F(ListenerTest, StartsWithoutAWirelessUtilityAndIsQuietAboutIt) {
   EXPECT_THAT(warnings.lines(), IsEmpty());
 }
 
-TEST_F(ListenerTest, WritesOnlySeparatorsWhenItsSubsystemIsOff) {
-  defaults.setBool("LOG_SUBSYS_LISTENER", false);
-  start();
-  EXPECT_THAT(startLines, ElementsAre(kStartSeparator, kStartSeparator));
-  listener->launchAppWithType("PTP", "1", "");
-  EXPECT_THAT(takeLines(), ElementsAre(kShortSeparator));
-}
-
 TEST_F(ListenerTest, LetsARefusedDeviceRegistrationThroughTheStart) {
   imageCapture.registrationStatus[ica::kDeviceAdded] = status::kIOError;
   EXPECT_THROW(start(), Exception);

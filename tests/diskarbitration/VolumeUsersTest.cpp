@@ -18,7 +18,7 @@ TEST(ProcessesUsing, NamesWhoHasSomethingBelowAMountPointInWhateverWay) {
   const std::string mountPoint = folder.path("CARD 1");
   const std::string file = folder.write("CARD 1/DCIM/a.jpg", "picture");
   const std::string program = folder.path("CARD 1/relay");
-  std::filesystem::copy_file("/bin/sleep", program);
+  std::filesystem::copy_file("/bin/sh", program);
   const std::string other = folder.write("CARD 11/a.jpg", "another volume");
   const struct {
     const char* how;
@@ -34,7 +34,10 @@ TEST(ProcessesUsing, NamesWhoHasSomethingBelowAMountPointInWhateverWay) {
          ::close(fd);
        },
        true},
-      {"program", [&] { ::execl(program.c_str(), "relay", "1000", static_cast<char*>(nullptr)); },
+      {"program",
+       [&] {
+         ::execl(program.c_str(), "relay", "-c", "kill -STOP $$", static_cast<char*>(nullptr));
+       },
        true},
       {"volume of a longer name", [&] { (void)::open(other.c_str(), O_RDONLY); }, false},
   };

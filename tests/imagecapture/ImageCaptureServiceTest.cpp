@@ -62,15 +62,11 @@ TEST_F(ImageCaptureServiceTest, AnswersWithAStatusForWhatIsNotOrNoLongerThere) {
     std::uint32_t count = 1;
     Status headerErr = status::kOK;
     Status failure = status::kOK;
-    ICAObjectSendMessagePB block{.object = object, .messageType = ica::kMessageSyncClock};
     EXPECT_EQ(service().getObjectInfo(object, info), expected);
     EXPECT_EQ(service().getChildCount(object, count, headerErr), expected);
     EXPECT_EQ(headerErr, expected);
     EXPECT_EQ(service().copyObjectPropertyDictionary(object, dictionary), expected);
-    EXPECT_EQ(service().getPropertyData(object, ica::kPropertyVolumeLabel, text), expected);
     EXPECT_EQ(service().downloadFile(object, "/tmp", text), expected);
-    EXPECT_EQ(service().objectSendMessage(block), expected);
-    EXPECT_EQ(block.headerErr, expected);
     EXPECT_EQ(service().openScope(object, &failure, &text), nullptr);
     EXPECT_EQ(failure, expected);
     EXPECT_EQ(text, statusText(expected));

@@ -16,13 +16,10 @@ TEST(MissingArguments, ExpandsDirectivesToNothing) {
       {"%d %i %u %x %X %o %ld %llu %hhd %zu", "0 0 0 0 0 0 0 0 0 0"},
       {"%s|%@|%S|%c|%C|%n|%p", "(null)|(null)|(null)||||0x0"},
       {"%f %.2f %.0f %e %g %a", "0.000000 0.00 0 0.000000e+00 0 0x0p+0"},
-      {"%F %E %G %A", "0.000000 0.000000E+00 0 0X0P+0"},
       {"[%5d] [%-5d] [%05d] [%+d] [% d]", "[    0] [0    ] [00000] [+0] [ 0]"},
       {"[%.3d] [%5.3d] [%05.3d] [%.0d]", "[000] [  000] [  000] []"},
       {"[%+06.2f] [%-8s] [%8@] [%.3s]", "[+00.00] [(null)  ] [  (null)] [(nu]"},
-      {"[%3c] [%-3c]", "[   ] [   ]"},
       {"[%*d] [%.*f] [%1$s] [%2$5d]", "[0] [0] [(null)] [    0]"},
-      {"100%", "100%"},
       {"%5", "%5"},
       {"%y %l %.", "%y %l %."},
   };
@@ -32,7 +29,6 @@ TEST(MissingArguments, ExpandsDirectivesToNothing) {
 
 TEST(MissingArguments, LimitsWidthAndPrecisionAndKeepsEveryOtherByte) {
   EXPECT_EQ(expandMissingArguments("%999999999999999999999d"), std::string(63, ' ').append("0"));
-  EXPECT_EQ(expandMissingArguments("%.4294967297d"), std::string(64, '0'));
   EXPECT_EQ(expandMissingArguments("%.99999f").size(), 66U);
   const std::string text("a\0b\xFF\xE2\x82\xAC", 7);
   EXPECT_EQ(expandMissingArguments(text), text);

@@ -73,22 +73,6 @@ TEST(Events, ThatAreMalformedAreDroppedAndTheNextOnesHeard) {
   EXPECT_THAT(codesOf(assembler, event(0x4005), 64), ElementsAre(0x4005));
 }
 
-TEST(Events, AreHeardUntilTheHandlerIsTakenBackOrTheDeviceGoes) {
-  USBScript script;
-  auto connection = connectTo(script);
-  std::vector<unsigned> heard;
-  const auto note = [&](const Event& each) { heard.push_back(each.code); };
-  EXPECT_FALSE(script.interrupt(event(0x4002)));
-  connection->watchEvents(note);
-  EXPECT_TRUE(script.interrupt(event(0x4002)));
-  connection->watchEvents(nullptr);
-  EXPECT_FALSE(script.interrupt(event(0x4004)));
-  connection->watchEvents(note);
-  EXPECT_TRUE(script.interrupt({}, TransferResult::kNoDevice));
-  EXPECT_FALSE(script.interrupt(event(0x4005)));
-  EXPECT_THAT(heard, ElementsAre(0x4002));
-}
-
 TEST(Events, LetTheirHandlerEndTheWatchingOrTheConnectionOrRaise) {
   USBScript script;
   auto connection = connectTo(script);

@@ -30,8 +30,7 @@ void stall(USBScript& script) {
 
 /// The session is closed, as far as the device lets it be, and nothing more is said.
 void silence(USBScript& script) {
-  script.recovery(kID);
-  script.out(wire::command(0x1003, kID + 1)).in(wire::response(0x2001, kID + 1));
+  script.recovery(kID).answers(0x1003, kID + 1);
 }
 
 /// In place of the response, which every transaction has.
@@ -68,7 +67,7 @@ class Faults : public testing::Test {
                           const Bytes& dataOut, Transaction transaction) {
     SCOPED_TRACE(testing::Message() << fault.name << " in a transaction that " << kind);
     USBScript script;
-    script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+    script.opens();
     script.out(wire::command(kOp, kID));
     if (!dataOut.empty()) script.out(dataOut);
     if (!begin.empty()) script.inUnterminated(begin);
@@ -85,7 +84,7 @@ class Faults : public testing::Test {
     if (fault.isUsableAfterwards) {
       for (std::uint16_t operation : {0x1004, 0x1003}) {
         const std::uint32_t id = operation == 0x1004 ? kID + 1 : kID + 2;
-        script.out(wire::command(operation, id)).in(wire::response(0x2001, id));
+        script.answers(operation, id);
       }
     }
     EXPECT_EQ(connection->transact(next, nullptr), fault.isUsableAfterwards ? 0 : fault.expected);

@@ -12,15 +12,6 @@ using test::SimulatedUSBDevice;
 using test::USBScript;
 namespace wire = test::wire;
 
-USBScript& opens(USBScript& script) {
-  return script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
-}
-
-Status run(BulkConnection& connection, std::uint16_t operation) {
-  Transaction transaction{.operation = operation};
-  return connection.transact(transaction, nullptr);
-}
-
 TEST(Leftover, IsPassedOverBeforeTheFirstAnswer) {
   const struct {
     const char* name;
@@ -37,10 +28,10 @@ TEST(Leftover, IsPassedOverBeforeTheFirstAnswer) {
     USBScript script;
     for (const Bytes& bytes : row.stale)
       script.in(bytes);
-    opens(script);
+    script.opens();
     // In step now: the same is an error.
     script.out(wire::command(0x1004, 1)).in(row.stale.front()).recovery(1);
-    script.out(wire::command(0x1003, 2)).in(wire::response(0x2001, 2));
+    script.answers(0x1003, 2);
     auto connection = connectTo(script);
     EXPECT_EQ(connection->openSession(), 0);
     EXPECT_EQ(run(*connection, 0x1004), status::kICAProtocolError);
@@ -58,21 +49,21 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   };
   USBScript kind;
   garbage(kind);
-  opens(kind.recovery(0));
+  kind.recovery(0).opens();
   USBScript hard;
   garbage(hard);
   garbage(hard.recovery(0));
   reset(hard);
-  opens(hard);
+  hard.opens();
   USBScript silent;  // It has swallowed the command as the data of somebody else.
   silent.out(wire::command(0x1002, 0, {1}));
   reset(silent);
-  opens(silent);
+  silent.opens();
   USBScript stalled;
   stalled.out(wire::command(0x1002, 0, {1})).inEnds(TransferResult::kStalled);
-  opens(stalled.deviceStatus(0x2001).clearHalt(0x81).recovery(0));
+  stalled.deviceStatus(0x2001).clearHalt(0x81).recovery(0).opens();
   for (USBScript* script : {&kind, &hard, &silent, &stalled}) {
-    script->out(wire::command(0x1003, 1)).in(wire::response(0x2001, 1));
+    script->answers(0x1003, 1);
     auto connection = connectTo(*script);
     EXPECT_EQ(connection->openSession(), 0);
     connection.reset();

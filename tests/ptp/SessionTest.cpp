@@ -9,27 +9,14 @@ namespace {
 using test::USBScript;
 namespace wire = test::wire;
 
-USBScript& opens(USBScript& script, std::uint16_t code = 0x2001) {
-  return script.out(wire::command(0x1002, 0, {1})).in(wire::response(code, 0));
-}
-
-USBScript& closes(USBScript& script, std::uint32_t id) {
-  return script.out(wire::command(0x1003, id)).in(wire::response(0x2001, id));
-}
-
-Status run(BulkConnection& connection, std::uint16_t operation) {
-  Transaction transaction{.operation = operation};
-  return connection.transact(transaction, nullptr);
-}
-
 TEST(Session, CountsTransactionsAnewWithoutTheReservedIDsAndFromZeroOutside) {
   USBScript script;
-  script.out(wire::command(0x1001, 0)).in(wire::response(0x2001, 0));
+  script.answers(0x1001, 0);
   for (int session = 0; session < 2; ++session) {
-    opens(script);
+    script.opens();
     for (std::uint32_t id : {0xFFFFFFFEU, 1U})
-      script.out(wire::command(0x1004, id)).in(wire::response(0x2001, id));
-    closes(script, 2);
+      script.answers(0x1004, id);
+    script.answers(0x1003, 2);
   }
 
   auto connection = connectTo(script, TransactionIDs(0xFFFFFFFD));
@@ -47,12 +34,12 @@ TEST(Session, CountsTransactionsAnewWithoutTheReservedIDsAndFromZeroOutside) {
 
 TEST(Session, IsNotClosedOnADeviceThatRefusesItOrIsGone) {
   USBScript refusing;
-  opens(refusing, 0x2019);
+  refusing.opens(0x2019);
   EXPECT_EQ(connectTo(refusing)->openSession(), 0x2019);
   EXPECT_EQ(refusing.report(), "");
 
   USBScript gone;
-  opens(gone).vanish();
+  gone.opens().vanish();
   auto connection = connectTo(gone);
   EXPECT_EQ(connection->openSession(), 0);
   EXPECT_EQ(run(*connection, 0x1004), status::kICADeviceGone);
@@ -77,13 +64,13 @@ TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
     USBScript script;
-    opens(script, 0x201E);
+    script.opens(0x201E);
     script.out(wire::command(0x1003, 1)).in(wire::response(row.closed, 1));
-    opens(script, row.reopened);
-    if (row.reopened != 0x2001 && row.resets) opens(script.deviceReset().deviceStatus(0x2001));
+    script.opens(row.reopened);
+    if (row.reopened != 0x2001 && row.resets) script.deviceReset().deviceStatus(0x2001).opens();
     if (!row.resets) script.control(0x21, 0x66, {}, TransferResult::kStalled).portReset(row.port);
-    if (!row.resets && row.port == TransferResult::kCompleted) opens(script);
-    closes(script, 1);
+    if (!row.resets && row.port == TransferResult::kCompleted) script.opens();
+    script.answers(0x1003, 1);
     EXPECT_EQ(connectTo(script)->openSession(), 0);
     EXPECT_EQ(script.report(), "");
   }

@@ -98,7 +98,7 @@ TEST(Transaction, PassesOverEmptyPacketsButNotForEver) {
   EXPECT_EQ(script.report(), "");
 
   USBScript endless;
-  endless.out(wire::command(kOp, 0)).in(wire::response(0x2001, 0)).out(wire::command(kOp, 0));
+  endless.answers(kOp, 0).out(wire::command(kOp, 0));
   for (int i = 0; i < 5; ++i)
     endless.in({});
   endless.recovery(0);
@@ -142,7 +142,7 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
 void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::size_t size) {
   const Bytes payload = wire::payload(size);
   USBScript script;
-  script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+  script.opens();
   auto connection = connectTo(script);
   ASSERT_EQ(connection->openSession(), 0);
   prepare(script);
@@ -155,7 +155,7 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
 
   script.out(wire::command(0x100D, 2)).outInPieces(wire::data(0x100D, 2, payload));
   script.in(wire::response(0x2001, 2));
-  script.out(wire::command(0x1003, 3)).in(wire::response(0x2001, 3));
+  script.answers(0x1003, 3);
   PiecewiseSource source(payload, SIZE_MAX);
   Transaction sending{.operation = 0x100D, .send = &source};
   EXPECT_EQ(connection->transact(sending, &why), 0) << why;
@@ -165,7 +165,8 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
 
 TEST(Transaction, DoesNotCareWhichEndpointIsHandedBackFirstOrWasHaltedBefore) {
   const auto readsFirst = [](USBScript& script) {
-    script.handsReadsBackFirst().out(wire::command(kOp, 1));
+    script.readsFirst = true;
+    script.out(wire::command(kOp, 1));
   };
   const auto halted = [](USBScript& script) {
     script.inEnds(TransferResult::kStalled).out(wire::command(kOp, 1));
@@ -179,14 +180,21 @@ TEST(Transaction, GoesOnForAsLongAsASlowDeviceMovesAnything) {
   // The time-outs are a fortieth of the usual ones.
   for (const std::size_t bytesPerSecond : {40 * 3000, 40 * 230000})
     expectBothDirections(
-        [&](USBScript& script) { script.out(wire::command(kOp, 1)).isSlow(bytesPerSecond); },
+        [&](USBScript& script) {
+          script.bytesPerSecond = bytesPerSecond;
+          script.out(wire::command(kOp, 1));
+        },
         5000000);
 }
 
 TEST(Transaction, MakesDoWithTheMemoryThatTheSystemHas) {
   for (const std::size_t bytes : {1000, 40000, 3000000})
     expectBothDirections(
-        [&](USBScript& script) { script.out(wire::command(kOp, 1)).hasMemoryFor(bytes); }, 5000000);
+        [&](USBScript& script) {
+          script.memory = bytes;
+          script.out(wire::command(kOp, 1));
+        },
+        5000000);
 }
 
 TEST(Transaction, RefusesWhatNoContainerHoldsBeforeAnythingIsSent) {

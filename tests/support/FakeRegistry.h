@@ -40,9 +40,8 @@ class FakeRegistry : public Registry {
   /// Removes an entry and what lies below it, the lowest first, and announces each.
   void unplug(ServiceHandle service) {
     std::vector<ServiceHandle> children;
-    for (const Entry& entry : entries_) {
+    for (const Entry& entry : entries_)
       if (entry.parent == service) children.push_back(entry.handle);
-    }
     for (const ServiceHandle child : children)
       unplug(child);
     announce(service, &Subscriber::terminated);
@@ -69,9 +68,8 @@ class FakeRegistry : public Registry {
 
   std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) override {
     std::vector<ServiceHandle> found;
-    for (const Entry& entry : entries_) {
+    for (const Entry& entry : entries_)
       if (propertiesMatch(entry.properties, match)) found.push_back(entry.handle);
-    }
     return found;
   }
 
