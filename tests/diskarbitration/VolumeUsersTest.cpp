@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <functional>
@@ -27,13 +26,6 @@ TEST(ProcessesUsing, NamesWhoHasSomethingBelowAMountPointInWhateverWay) {
   } rows[] = {
       {"working folder", [&] { (void)::chdir(mountPoint.c_str()); }, true},
       {"open file", [&] { (void)::open(file.c_str(), O_RDONLY); }, true},
-      {"mapped file",
-       [&] {
-         const int fd = ::open(file.c_str(), O_RDONLY);
-         (void)::mmap(nullptr, 7, PROT_READ, MAP_PRIVATE, fd, 0);
-         ::close(fd);
-       },
-       true},
       {"program",
        [&] {
          ::execl(program.c_str(), "relay", "-c", "kill -STOP $$", static_cast<char*>(nullptr));

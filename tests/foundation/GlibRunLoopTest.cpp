@@ -38,25 +38,15 @@ TEST_F(GlibRunLoopTest, ATimerLivesInTheLoopUntilItHasFiredOrIsInvalidated) {
   timer = loop_.scheduleTimer(kSoon, true, [&] {
     if (++repeated == 3) timer->invalidate();
   });
-  EXPECT_TRUE(waitUntil([&] { return once > 0 && !timer->isValid(); }));
+  int moved = 0;
+  const auto later = loop_.scheduleTimer(kNever, false, [&] { ++moved; });
+  later->setFireDelay(kSoon);
+  EXPECT_TRUE(waitUntil([&] { return once > 0 && moved > 0 && !timer->isValid(); }));
   timer->setFireDelay(milliseconds(0));
   passIdle();
   EXPECT_EQ(once, 1);
   EXPECT_TRUE(single.expired());
   EXPECT_EQ(repeated, 3) << "an invalid timer cannot be moved";
-}
-
-TEST_F(GlibRunLoopTest, TheNextFiringCanBeMovedAndCapturesGoWithTheTimer) {
-  const auto fired = std::make_shared<std::string>();
-  const auto later = loop_.scheduleTimer(kNever, false, [fired] { *fired += "moved nearer"; });
-  const auto sooner = loop_.scheduleTimer(kSoon, false, [fired] { *fired += "moved away"; });
-  sooner->setFireDelay(kNever);
-  later->setFireDelay(kSoon);
-  EXPECT_TRUE(waitUntil([&] { return !fired->empty(); }));
-  EXPECT_EQ(*fired, "moved nearer");
-  EXPECT_TRUE(sooner->isValid());
-  sooner->invalidate();
-  EXPECT_EQ(fired.use_count(), 1);
 }
 
 TEST_F(GlibRunLoopTest, DeferredCallsOfAnyThreadRunInOrderAndBeforeIdleOnes) {

@@ -42,13 +42,11 @@ TEST_F(Volumes, CountWhenMountedDirectlyInTheFolderFromAUSBDisk) {
   registry.plug({{"IOClass", "block"}, {"BSD Name", "sda1"}});
   const std::string volumes = folder.path();
   const std::pair<const char*, std::string> rows[] = {{"/dev/sdb1", "/"},
-                                                      {"/dev/sdb1", volumes},
                                                       {"/dev/sdb1", volumes + "/"},
                                                       {"/dev/sdb1", volumes + "/a/b"},
                                                       {"/dev/sdb1", volumes + "x/CARD"},
                                                       {"/dev/sda1", volumes + "/INTERNAL"},
-                                                      {"tmpfs", volumes + "/tmp"},
-                                                      {"", volumes + "/none"}};
+                                                      {"tmpfs", volumes + "/tmp"}};
   for (const auto& [device, mountPoint] : rows) {
     mounts.mount(device, mountPoint);
     EXPECT_THAT(devices(), IsEmpty()) << device << " on " << mountPoint;
@@ -83,13 +81,9 @@ TEST_F(Volumes, HaveALabelAndAScopeButNoInterface) {
   EXPECT_EQ(label, "Größe");
   EXPECT_EQ(service().getPropertyData(camera, ica::kPropertyVolumeLabel, label),
             status::kICAPropertyNotFound);
-
-  PTPPassThroughRecord record(8);
-  ICAObjectSendMessagePB block{.object = volume, .messageType = ica::kMessagePass, .data = &record};
+  ICAObjectSendMessagePB block{.object = volume, .messageType = ica::kMessagePass};
   EXPECT_EQ(service().objectSendMessage(block), status::kICAInvalidObject);
-  Status failure = status::kIOError;
-  EXPECT_NE(service().openScope(volume, &failure, nullptr), nullptr);
-  EXPECT_EQ(failure, status::kOK);
+  EXPECT_NE(service().openScope(volume, nullptr, nullptr), nullptr);
 }
 
 TEST_F(Volumes, ShowTheirFilesWhichAreFetchedAndDeletedByTheirHandles) {

@@ -289,10 +289,8 @@ TEST_F(SgSCSIServicesTest, OpensATrayThatSomebodyLocksAgainMeanwhile) {
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0);
   EXPECT_THAT(unit->commands, testing::SizeIs(6));
   unit->commands.clear();
-  for (int i = 0; i < 20; ++i) {
-    unit->answers.emplace_back();
-    unit->answers.push_back(locked);
-  }
+  for (int i = 0; i < 40; ++i)
+    unit->answers.push_back(i % 2 == 0 ? UnitAnswer{} : locked);
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnError)
       << "it has an end";
   EXPECT_THAT(unit->commands, testing::SizeIs(10));
