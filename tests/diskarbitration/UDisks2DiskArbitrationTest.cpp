@@ -174,7 +174,6 @@ TEST_F(UDisks2DiskArbitrationTest, PutsARefusalInWords) {
   } rows[] = {
       {"DeviceBusy", status::kIOReturnBusy, "the volume is in use"},
       {"NotAuthorized", status::kDAReturnNotPermitted, "this user may not do that"},
-      {"NotSupported", status::kDAReturnUnsupported, "the disk does not know that"},
       {"Timedout", status::kIOReturnTimeout, "the disk did not answer in time"},
       {"com.example.Odd", status::kDAReturnError, "the service's words"},
       // What is asked of an object that has gone with its disk.

@@ -152,6 +152,7 @@ TEST_F(PassThrough, AsksAQuestionOnceMoreInASessionWhereTheDeviceRefusesItForTha
     EXPECT_EQ(send(record), status::kOK);
     EXPECT_EQ(record.pb().resultCode, expected) << "no question, but the next has another session";
   }
+  simulated->forgetViolations();  // it has not lost its session
 }
 
 /// Calls back in the middle of a data phase.
