@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
