@@ -85,13 +85,13 @@ class ListenerTest : public ::testing::Test {
     loop.advance(500ms);
   }
   void arrive(const std::shared_ptr<Object>& device) { center.post({"DeviceAdded", device}); }
-  /// Plugs in a unit that the list finds, with a disk of its own, below a USB device.
-  std::shared_ptr<FakeSCSIUnit> plugUnit(const Pages& pages) {
-    const ServiceHandle usb = registry.plug({{"IOClass", "usb_device"},
-                                             {"USB Product Name", "Dock"},
-                                             {"idVendor", 0xF055},
-                                             {"locationID", 0x01100000}});
-    return plugFakeUnit(registry, scsi, "sr0", pages, usb);
+  /// Plugs in a unit that the list finds, with the name of a disk, below a USB device of the maker.
+  void plug(const std::shared_ptr<FakeSCSIUnit>& unit, std::uint32_t location) {
+    const ServiceHandle usb =
+        registry.add({{"IOClass", "usb_device"}, {"idVendor", 0xF055}, {"locationID", location}});
+    const ServiceHandle service = registry.add(unitProperties("sr0"), usb);
+    scsi.units[service] = unit;
+    registry.announce(service);
   }
   void arriveMSC(const std::shared_ptr<Object>& unit) {
     center.post({"XTMSCDeviceAddedEvent", unit});

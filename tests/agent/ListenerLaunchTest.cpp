@@ -3,8 +3,10 @@
 namespace tarvo::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 const std::string kUnknownDied = "appDiedHandler --- ERROR --- got unknown app died notification";
 
@@ -14,6 +16,7 @@ TEST_F(ListenerTest, EndsTheArgumentListAtTheFirstOneThatIsAbsent) {
   listener->launchAppWithType("PTP", "5", std::nullopt);
   listener->launchAppWithType("PTP", std::nullopt, "/media/u/CARD");
   ASSERT_EQ(relays().size(), 3u);
+  EXPECT_TRUE(relays()[0]->standardErrorIsPipeReadingEnd);
   EXPECT_THAT(relays()[0]->arguments, ElementsAre("PTP", "5", ""));
   EXPECT_THAT(relays()[1]->arguments, ElementsAre("PTP", "5"));
   EXPECT_THAT(relays()[2]->arguments, ElementsAre("PTP"));
@@ -80,9 +83,13 @@ TEST_F(ListenerTest, ShowsTheBusyPageInTheViewer) {
 
 TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnlyAndForgetsThatItWasBusy) {
   start();
+  for (const auto name : {kWRLABusyNotification, kWRLABusyNotification, kWRLADoneNotification})
+    distributed.postFromElsewhere(name);
+  EXPECT_FALSE(listener->wirelessIsBusy());
+  EXPECT_EQ(takeLines().back(), "AppBlocker - handleDoneNotification entered");
   distributed.postFromElsewhere(kWRLABusyNotification);
   EXPECT_TRUE(listener->wirelessIsBusy());
-  takeLines();
+  EXPECT_EQ(takeLines().back(), "AppBlocker - handleBusyNotification entered");
   tasks.end(tasks.task(0));
   EXPECT_THAT(takeLines(), ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
   EXPECT_FALSE(listener->wirelessIsBusy());
@@ -113,6 +120,73 @@ TEST_F(ListenerTest, SaysThatSomethingChangedWheneverItDid) {
     change();
     EXPECT_GT(stateChanges, 0) << name;
   }
+}
+
+const std::string kTriedAgain = "launch WRLApp - caught exception: task already launched";
+
+TEST_F(ListenerTest, StartsTheWirelessUtilityOnceAndTriesASecondTime) {
+  start();
+  ASSERT_EQ(tasks.count(), 1u);
+  EXPECT_EQ(tasks.task(0).launchCalls, 2);
+  EXPECT_THAT(tasks.task(0).arguments, IsEmpty());
+  EXPECT_TRUE(tasks.task(0).standardErrorIsPipeReadingEnd);
+  EXPECT_THAT(startLines, ElementsAre("Launch WRLApp", kWirelessLine, kTriedAgain, kStartSeparator,
+                                      kStartSeparator));
+}
+
+TEST_F(ListenerTest, StartsWithoutAWirelessUtilityAndIsQuietAboutIt) {
+  tasks.failStart("Wireless Utility", "no such file");
+  start();
+  EXPECT_THAT(startLines, Contains("launchWRLApp - caught exception: no such file"));
+  EXPECT_THAT(warnings.lines(), IsEmpty());
+}
+
+TEST_F(ListenerTest, LetsARefusedDeviceRegistrationThroughTheStart) {
+  imageCapture.registrationStatus[ica::kDeviceAdded] = status::kIOError;
+  EXPECT_THROW(start(), Exception);
+  arrive(camera());
+  EXPECT_THAT(tasks.tasks(), IsEmpty()) << "a Listener that could not be made still hears";
+}
+
+TEST_F(ListenerTest, HandlesAnAttachedCameraBeforeThereIsABlocker) {
+  imageCapture.addPTPCamera();
+  start();
+  ASSERT_EQ(relays().size(), 1u);
+  EXPECT_EQ(tasks.tasks().front(), relays().front()) << "the wireless utility comes later";
+  EXPECT_THAT(distributed.posted, IsEmpty());
+  EXPECT_THAT(startLines, Contains("call SendBusyNotification"));
+  tasks.end(*relays().front());
+  EXPECT_THAT(distributed.posted, ElementsAre(kRLADoneNotification));
+}
+
+TEST_F(ListenerTest, RecoversLostDevicesOnFourSystemVersionsAlone) {
+  for (const std::uint32_t version : {0u, 0x105Fu, 0x1060u, 0x1061u, 0x1062u, 0x1063u, 0x1064u}) {
+    start(version);
+    EXPECT_EQ(startLines.front() == "handle ICA AVI bug", version >= 0x1060 && version <= 0x1063)
+        << std::hex << version;
+    listener.reset();
+  }
+  imageCapture.registrationStatus[ica::kICANotificationTypeDeviceAdded] = status::kIOError;
+  start(0x1062);
+  startLines.resize(3);
+  EXPECT_THAT(startLines,
+              ElementsAre("handle ICA AVI bug", "ERROR ---- ICARegisterEventNotification failed",
+                          "Launch WRLApp"));
+}
+
+TEST_F(ListenerTest, HearsNothingOnceItIsGone) {
+  start(0x1062);
+  listener->startLostDevTimer();
+  listener.reset();
+  takeLines();
+  arrive(camera());
+  arriveMSC(nullptr);
+  setSessionActive(false);
+  distributed.postFromElsewhere("LaunchWRLAppNotification");
+  distributed.postFromElsewhere("kWRLABusyNotification");
+  loop.advance(10s);
+  EXPECT_THAT(takeLines(), IsEmpty());
+  EXPECT_EQ(tasks.count(), 1u);
 }
 
 }  // namespace

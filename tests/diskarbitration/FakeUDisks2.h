@@ -6,17 +6,14 @@
 //   service.script["Unmount"] = {.error = "DeviceBusy"};
 #pragma once
 
-#include <gio/gio.h>
-
 #include <functional>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "platform/foundation/GlibPtr.h"
-#include "tests/support/PrivateBus.h"
+#include "tests/support/FakeBusService.h"
 
 namespace tarvo::test {
 
@@ -34,29 +31,12 @@ class FakeUDisks2 {
     std::function<void()> after = nullptr;
   };
 
-  explicit FakeUDisks2(const PrivateBus& bus) : connection_(bus.connect()) {
-    presence_->service = this;
-    filter_ = g_dbus_connection_add_filter(
-        connection_.get(), filtered, new std::shared_ptr<Presence>(presence_),
-        [](gpointer presence) { delete static_cast<std::shared_ptr<Presence>*>(presence); });
-    const GVariantPtr answer(g_dbus_connection_call_sync(
-        connection_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "RequestName", g_variant_new("(su)", "org.freedesktop.UDisks2", 0U), nullptr,
-        G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-  }
-  FakeUDisks2(const FakeUDisks2&) = delete;
-  FakeUDisks2& operator=(const FakeUDisks2&) = delete;
-  ~FakeUDisks2() {
-    {
-      const std::scoped_lock lock(presence_->mutex);
-      presence_->service = nullptr;
-    }
-    g_dbus_connection_remove_filter(connection_.get(), filter_);
-    leave();
-  }
+  explicit FakeUDisks2(const PrivateBus& bus)
+      : service_(bus, "org.freedesktop.UDisks2",
+                 [this](GObjectPtr<GDBusMessage> call) { called(std::move(call)); }) {}
 
-  /// The service ends: its connection closes. Any thread, so also from within a call.
-  void leave() { g_dbus_connection_close(connection_.get(), nullptr, nullptr, nullptr); }
+  /// The service ends. Any thread, so also from within a call.
+  void leave() { service_.leave(); }
 
   struct Block {
     std::string drive = {};        ///< name; empty: none
@@ -96,36 +76,17 @@ class FakeUDisks2 {
   }
   /// Tells that objects have come, without saying which.
   void tellOfArrival() {
-    g_dbus_connection_emit_signal(
-        connection_.get(), nullptr, "/org/freedesktop/UDisks2",
-        "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
-        g_variant_new("(o@a{sa{sv}})", "/any", g_variant_new("a{sa{sv}}", nullptr)), nullptr);
+    service_.emit("/org/freedesktop/UDisks2", "org.freedesktop.DBus.ObjectManager",
+                  "InterfacesAdded",
+                  g_variant_new("(o@a{sa{sv}})", "/any", g_variant_new("a{sa{sv}}", nullptr)));
   }
   /// An answer to the call that was met with silence.
   void answerLate() {
     const std::scoped_lock lock(mutex_);
-    send(g_dbus_message_new_method_reply(waiting_.get()));
+    service_.answer(waiting_.get(), nullptr);
   }
 
  private:
-  /// A filter may still run after it was removed: it holds this while it works on the service.
-  struct Presence {
-    std::mutex mutex;
-    FakeUDisks2* service = nullptr;
-  };
-
-  static GDBusMessage* filtered(GDBusConnection*, GDBusMessage* message, gboolean incoming,
-                                gpointer data) {
-    if (incoming == 0 ||
-        g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
-      return message;
-    GObjectPtr<GDBusMessage> call(message);
-    const auto& presence = *static_cast<std::shared_ptr<Presence>*>(data);
-    const std::scoped_lock lock(presence->mutex);
-    if (presence->service != nullptr) presence->service->called(std::move(call));
-    return nullptr;
-  }
-
   void called(GObjectPtr<GDBusMessage> call) {
     const std::string method = g_dbus_message_get_member(call.get());
     if (method != "GetManagedObjects") {
@@ -143,13 +104,11 @@ class FakeUDisks2 {
     if (!answer.error.empty()) {
       const bool isWhole = answer.error.find('.') != std::string::npos;
       const std::string name = (isWhole ? "" : "org.freedesktop.UDisks2.Error.") + answer.error;
-      send(
-          g_dbus_message_new_method_error_literal(call.get(), name.c_str(), "the service's words"));
+      service_.refuse(call.get(), name.c_str(), "the service's words");
     } else {
-      GDBusMessage* reply = g_dbus_message_new_method_reply(call.get());
-      if (method == "GetManagedObjects") g_dbus_message_set_body(reply, managedObjects());
-      if (method == "Mount") g_dbus_message_set_body(reply, g_variant_new("(s)", "/media/u/CARD"));
-      send(reply);
+      service_.answer(call.get(), method == "GetManagedObjects" ? managedObjects()
+                                  : method == "Mount" ? g_variant_new("(s)", "/media/u/CARD")
+                                                      : nullptr);
     }
     if (answer.after) answer.after();
   }
@@ -162,18 +121,10 @@ class FakeUDisks2 {
     return parsed != nullptr ? parsed : g_variant_new("(s)", objects.c_str());
   }
 
-  void send(GDBusMessage* message) {
-    const GObjectPtr<GDBusMessage> owner(message);
-    g_dbus_connection_send_message(connection_.get(), message, G_DBUS_SEND_MESSAGE_FLAGS_NONE,
-                                   nullptr, nullptr);
-  }
-
-  std::shared_ptr<Presence> presence_ = std::make_shared<Presence>();
-  GObjectPtr<GDBusConnection> connection_;
-  guint filter_ = 0;
   mutable std::mutex mutex_;
   std::vector<std::string> calls_;
   GObjectPtr<GDBusMessage> waiting_;
+  FakeBusService service_;  // Goes first: it calls.
 };
 
 }  // namespace tarvo::test

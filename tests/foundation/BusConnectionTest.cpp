@@ -76,13 +76,9 @@ TEST_F(BusConnectionTest, ABusIsJoinedWhenItAppearsAndEachTimeThatItComesBack) {
   }
 }
 
-TEST_F(BusConnectionTest, AnAddressWithoutABusDoesNotHoldTheStart) {
+TEST_F(BusConnectionTest, ABusThatIsNotThereOrNeverAnswersDoesNotHoldTheStart) {
   start("", "its address is not known");
-  const TemporaryFolder folder;
-  start("unix:path=" + folder.writeScript("program", "") + "/bus", "Could not connect");
-}
-
-TEST_F(BusConnectionTest, ABusThatAcceptsAndNeverAnswersDoesNotHoldTheStart) {
+  start("unix:path=/dev/null/bus", "Could not connect");
   std::filesystem::create_directories(bus_.runFolder());
   const FileDescriptor silent(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   sockaddr_un name{};
@@ -125,7 +121,7 @@ TEST(SocketPathOfBusAddressTest, IsTheFirstUnixSocketUnescaped) {
       {"unix:guid=0123,path=/tmp/a%20b", "/tmp/a b"},
       {"tcp:host=x,path=/no;unix:path=/tmp/second", "/tmp/second"},
       {"unix:abstract=/tmp/dbus-x", ""},
-      {";;,,", ""}};
+      {"", ""}};
   for (const auto& [address, path] : rows)
     EXPECT_EQ(socketPathOfBusAddress(address), path) << address;
 }

@@ -6,7 +6,6 @@
 #include <thread>
 
 #include "Utilities/Exception.h"
-#include "platform/foundation/MainLoopGuard.h"
 #include "tests/support/MainContextWait.h"
 #include "tests/support/RecordingSystemLog.h"
 
@@ -39,25 +38,15 @@ TEST_F(GlibRunLoopTest, ATimerLivesInTheLoopUntilItHasFiredOrIsInvalidated) {
   timer = loop_.scheduleTimer(kSoon, true, [&] {
     if (++repeated == 3) timer->invalidate();
   });
-  EXPECT_TRUE(waitUntil([&] { return once > 0 && !timer->isValid(); }));
+  int moved = 0;
+  const auto later = loop_.scheduleTimer(kNever, false, [&] { ++moved; });
+  later->setFireDelay(kSoon);
+  EXPECT_TRUE(waitUntil([&] { return once > 0 && moved > 0 && !timer->isValid(); }));
   timer->setFireDelay(milliseconds(0));
   passIdle();
   EXPECT_EQ(once, 1);
   EXPECT_TRUE(single.expired());
   EXPECT_EQ(repeated, 3) << "an invalid timer cannot be moved";
-}
-
-TEST_F(GlibRunLoopTest, TheNextFiringCanBeMovedAndCapturesGoWithTheTimer) {
-  const auto fired = std::make_shared<std::string>();
-  const auto later = loop_.scheduleTimer(kNever, false, [fired] { *fired += "moved nearer"; });
-  const auto sooner = loop_.scheduleTimer(kSoon, false, [fired] { *fired += "moved away"; });
-  sooner->setFireDelay(kNever);
-  later->setFireDelay(kSoon);
-  EXPECT_TRUE(waitUntil([&] { return !fired->empty(); }));
-  EXPECT_EQ(*fired, "moved nearer");
-  EXPECT_TRUE(sooner->isValid());
-  sooner->invalidate();
-  EXPECT_EQ(fired.use_count(), 1);
 }
 
 TEST_F(GlibRunLoopTest, DeferredCallsOfAnyThreadRunInOrderAndBeforeIdleOnes) {
@@ -85,8 +74,6 @@ TEST_F(GlibRunLoopTest, WhatACallbackRaisesIsLoggedAndTheLoopGoesOn) {
   EXPECT_TRUE(log_.contains("handling uncaught exception in timer: device answered 0x2005"));
   EXPECT_TRUE(log_.contains("handling uncaught exception in performOnMainThread: deferred"));
   EXPECT_TRUE(log_.contains("handling uncaught exception in performWhenIdle: unknown exception"));
-  const LogSink failing = [](LogLevel, std::string_view) { throw std::runtime_error("log"); };
-  EXPECT_EQ(guardedEntry(failing, "entry", []() -> int { throw std::bad_alloc(); }), 0);
 }
 
 TEST_F(GlibRunLoopTest, WhatIsStillScheduledGoesWithTheLoop) {

@@ -10,7 +10,6 @@ using namespace std::string_literals;
 TEST(JournalLogTest, ALineOnStandardErrorIsWholeAndCanNeitherForgeAnotherNorSteerATerminal) {
   const std::string longest(300000, 'x');
   const std::pair<std::string, std::string> rows[] = {
-      {"RLA_Listener - starting Kill Timer", "RLA_Listener - starting Kill Timer\n"},
       {"", "\n"},
       {"100 %s%n %d%%", "100 %s%n %d%%\n"},
       {"a\nb\tc\x1b[2Jd\re\x7f", "a\n\tb\tc\\x1b[2Jd\\x0de\\x7f\n"},

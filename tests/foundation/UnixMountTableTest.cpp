@@ -1,12 +1,8 @@
 #include "platform/foundation/UnixMountTable.h"
 
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
-#include <unistd.h>
 
 #include "tests/support/FakeUserDefaults.h"
-#include "tests/support/MainContextWait.h"
 #include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -19,7 +15,6 @@ TEST(MountInfoTest, ALineGivesItsSourceAndMountPointUnescaped) {
   const std::pair<const char*, Mounts> rows[] = {
       {"36 35 98:0 / /media/u/CARD rw,noatime shared:1 - ext3 /dev/sdb1 rw\n",
        {{"/dev/sdb1", "/media/u/CARD"}}},
-      {"36 35 98:0 / /a rw x:1 y:2 z:3 - ext3 none rw", {{"none", "/a"}}},
       {R"(36 35 98:0 / /media/My\040Card\134\011\012 rw - vfat /dev/s\040d rw)",
        {{"/dev/s d", "/media/My Card\\\t\n"}}},
       {R"(36 35 98:0 / /media/a\04\9\ rw - vfat /dev/sdb1 rw)",
@@ -28,7 +23,6 @@ TEST(MountInfoTest, ALineGivesItsSourceAndMountPointUnescaped) {
        {{"/dev/a", "/a"}, {"/dev/b", "/b"}}},
       {"36 35 98:0 / /a rw - ext3", {}},
       {"36 35 98:0 / /a rw shared:1 ext3 /dev/sdb1 rw", {}},
-      {"", {}},
   };
   for (const auto& [text, expected] : rows)
     EXPECT_EQ(mountsOfMountInfo(text), expected) << text;
@@ -64,47 +58,6 @@ TEST_F(UnixMountTableTest, TheVolumesFolderIsConfiguredOrTheUsers) {
   EXPECT_TRUE(folder == "/media/" + user || folder == "/run/media/" + user) << folder;
   EXPECT_EQ(log_.lines(), (std::vector<std::string>{"[Platform] VolumesFolder is ignored: "
                                                     "'volumes' is no absolute path"}));
-}
-
-/// Real mounts, which nobody outside of this process sees.
-class PrivateMountsTest : public UnixMountTableTest {
- protected:
-  static void SetUpTestSuite() {
-    const int flags = ::geteuid() == 0 ? CLONE_NEWNS : CLONE_NEWNS | CLONE_NEWUSER;
-    private_ =
-        ::unshare(flags) == 0 && ::mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0;
-  }
-  void SetUp() override {
-    if (!private_) GTEST_SKIP() << "no private mount namespace may be made here";
-  }
-  void TearDown() override { ::umount2(folder_.path().c_str(), MNT_DETACH); }
-
-  bool mountCard() {
-    return ::mount("/dev/sdb1", folder_.path().c_str(), "tmpfs", 0, nullptr) == 0;
-  }
-
-  static inline bool private_ = false;
-};
-
-TEST_F(PrivateMountsTest, AMountAndAnUnmountAreSeenByWhoWatchesThen) {
-  UnixMountTable table(defaults_, log_.sink());
-  int first = 0;
-  int second = 0;
-  table.watch([&] {
-    ++first;
-    table.watch([&] { ++second; });
-  });
-  EXPECT_EQ(table.deviceMountedAt(folder_.path()), std::nullopt);
-  ASSERT_TRUE(mountCard());
-  EXPECT_TRUE(waitUntil([&] { return first == 1; }));
-  EXPECT_EQ(table.deviceMountedAt(folder_.path()), "/dev/sdb1");
-  ASSERT_EQ(::umount(folder_.path().c_str()), 0);
-  EXPECT_TRUE(waitUntil([&] { return second == 1; }));
-  EXPECT_EQ(table.deviceMountedAt(folder_.path()), std::nullopt);
-  table.watch({});
-  ASSERT_TRUE(mountCard());
-  drainMainContext();
-  EXPECT_EQ(first + second, 2);
 }
 
 }  // namespace

@@ -2,7 +2,7 @@
 #include "platform/imagecapture/PTPChannel.h"
 #include "tests/imagecapture/ServiceFixture.h"
 #include "tests/support/HexBytes.h"
-#include "tests/support/Raised.h"
+#include "tests/support/ScriptedUSBDevice.h"
 
 namespace tarvo {
 namespace {
@@ -10,8 +10,7 @@ namespace {
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr const char* kConnect = "connect /dev/bus/usb/001/004#2";
+namespace wire = test::wire;
 
 class PassThrough : public ServiceFixture {
  protected:
@@ -19,10 +18,14 @@ class PassThrough : public ServiceFixture {
     usbDevice = plugCamera();
     camera = devices().at(0);
   }
-  static PTPPassThroughRecord makeRecord(std::uint32_t operation, PTPDataUsageMode mode = kNoData) {
+  static PTPPassThroughRecord makeRecord(std::uint32_t operation,
+                                         PTPDataUsageMode mode = kDataFromDevice,
+                                         const std::vector<std::uint32_t>& parameters = {}) {
     PTPPassThroughRecord record(16);
     record.pb().commandCode = operation;
     record.pb().dataUsageMode = mode;
+    record.pb().numOfInputParams = static_cast<std::uint32_t>(parameters.size());
+    std::ranges::copy(parameters, record.pb().params);
     return record;
   }
   Status send(PTPPassThroughRecord& record) {
@@ -37,109 +40,67 @@ class PassThrough : public ServiceFixture {
     return send(record);
   }
   std::unique_ptr<ICAScope> open() { return service().openScope(camera, nullptr, nullptr); }
-  /// Every operation is answered with `code`, after `look` has seen the transaction.
-  void answerWith(std::uint16_t code, std::function<void(ptp::Transaction&)> look = {}) {
-    connector.answer = [code, look](ptp::Transaction& transaction) {
-      if (look) look(transaction);
-      transaction.responseCode = code;
-      return status::kOK;
-    };
-  }
 
   ServiceHandle usbDevice = 0;
   ICAObject camera = 0;
 };
 
-TEST_F(PassThrough, HoldsInterfaceAndSessionAroundAMessageOrWhileAnyScopeLives) {
+TEST_F(PassThrough, HoldsTheSessionAroundAMessageOrWhileAnyScopeLives) {
   EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kOK);
   EXPECT_EQ(run(ptp::kGetStorageIDs), status::kOK);
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "1001", "release",  // needs no session
-                                         kConnect, "open session", "1004", "release"));
-  connector.log.clear();
   auto outer = open();
-  EXPECT_THAT(connector.log, ElementsAre(kConnect));
   {
     const auto inner = open();
     run(ptp::kGetStorageIDs);
   }
-  run(ptp::kGetNumObjects);
+  run(ptp::kGetStorageIDs);
   outer.reset();
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "open session", "1004", "1006", "release"));
+  EXPECT_THAT(simulated->operations(), ElementsAre(0x1001,                  // needs no session
+                                                   0x1002, 0x1004, 0x1003,  // a message
+                                                   0x1002, 0x1004, 0x1004, 0x1003));
 }
 
 TEST_F(PassThrough, CarriesParametersBothWays) {
-  answerWith(0x2001, [](ptp::Transaction& transaction) {
-    EXPECT_EQ(transaction.parameterCount, 3U);
-    EXPECT_THAT(std::span(transaction.parameters).first(3), ElementsAre(1, 2, 3));
-    transaction.responseParameters = {10, 20, 30, 40, 50};
-    transaction.responseParameterCount = 5;
-  });
-  auto record = makeRecord(0x9208);
-  record.pb().numOfInputParams = 3;
-  std::ranges::copy(std::array{1U, 2U, 3U, 4U}, record.pb().params);
+  test::USBScript script;
+  script.opens();
+  script.out(wire::command(0x9208, 1, {1, 2, 3}));
+  script.in(wire::response(0x2001, 1, {10, 20, 30, 40, 50}));
+  script.out(wire::command(0x9208, 2, {10, 20, 30})).in(wire::response(0x2001, 2));
+  script.answers(0x1003, 3);
+  connector.wrap = [&](auto) { return std::make_unique<test::ScriptedUSBDevice>(script); };
+  auto scope = open();
+  auto record = makeRecord(0x9208, kNoData, {1, 2, 3});
   EXPECT_EQ(send(record), status::kOK);
   EXPECT_EQ(record.pb().resultCode, 0x2001U);
-  EXPECT_THAT(record.pb().params, ElementsAre(10, 20, 30, 40));
-  EXPECT_EQ(record.pb().dataSize, 16U);
-  answerWith(0x2001);
+  EXPECT_THAT(record.pb().params, ElementsAre(10, 20, 30, 40)) << "there is no place for a fifth";
   EXPECT_EQ(send(record), status::kOK);
   EXPECT_THAT(record.pb().params, Each(0)) << "what was sent is no response";
+  scope.reset();
+  EXPECT_EQ(script.report(), "");
 }
 
 TEST_F(PassThrough, CarriesDataBothWaysAndDropsWhatDoesNotFit) {
-  const std::vector<std::byte> bytes(4000, std::byte{7});
-  const struct {
-    std::uint32_t room, sent, kept;
-  } rows[] = {{15, 0, 0}, {15, 5, 5}, {15, 15, 15}, {15, 16, 15}, {15, 4000, 15}, {0, 3, 0}};
-  for (const auto& row : rows) {
-    answerWith(0x2001, [&](ptp::Transaction& transaction) {
-      test::sendPayload(transaction, std::span(bytes).first(row.sent));
-    });
-    auto record = makeRecord(ptp::kGetThumb, kDataFromDevice);
-    record.pb().dataSize = row.room;
+  const std::string text(4000, 'x');
+  describe(R"({"stores": [{"content": [{"file": "A.TXT", "text": ")" + text + R"("}]}],
+      "properties": [{"code": "0xD100", "type": "AUINT8", "value": [1], "writable": true}]})");
+  for (const auto& [room, sent] : {std::pair(15U, 5U), {15, 15}, {15, 16}, {15, 4000}, {0, 3}}) {
+    auto record = makeRecord(ptp::kGetPartialObject, kDataFromDevice, {1, 0, sent});
+    record.pb().dataSize = room;
     EXPECT_EQ(send(record), status::kOK);
-    EXPECT_EQ(record.pb().dataSize, row.kept) << row.sent << " into " << row.room;
-    EXPECT_THAT(record.data().first(row.kept), Each(std::byte{7}));
-    EXPECT_EQ(record.data()[row.kept], std::byte{0}) << "what lies behind stays";
+    const std::uint32_t kept = std::min(room, sent);
+    EXPECT_EQ(record.pb().dataSize, kept) << sent << " into " << room;
+    EXPECT_THAT(record.data().first(kept), Each(std::byte{'x'}));
+    EXPECT_EQ(record.data()[kept], std::byte{0}) << "what lies behind stays";
   }
-  std::vector<std::byte> arrived;
-  answerWith(0x2001, [&](ptp::Transaction& each) { arrived = test::payloadOf(each); });
-  auto record = makeRecord(ptp::XTO_CREATE_DATASET, kDataToDevice);
-  record.data()[0] = std::byte{0xAB};
-  record.pb().dataSize = 3;
+  auto record = makeRecord(ptp::kSetDevicePropValue, kDataToDevice, {0xD100});
+  std::ranges::copy(test::hexBytes("02000000abcd"), record.data().begin());
+  record.pb().dataSize = 6;
   EXPECT_EQ(send(record), status::kOK);
-  EXPECT_EQ(test::hexText(arrived), "ab0000");
-}
-
-/// Of any size, but never read.
-class SizedSource : public ptp::DataSource {
- public:
-  explicit SizedSource(std::uint64_t size) : size_(size) {}
-  std::uint64_t size() const override { return size_; }
-  std::span<const std::byte> bytes(std::uint64_t, std::size_t) override { return {}; }
-
- private:
-  std::uint64_t size_;
-};
-
-TEST_F(PassThrough, CountsAndRefusesWhatGoesBeyond32Bits) {
-  SizedSource source(std::uint64_t{1} << 32);
-  auto record = makeRecord(ptp::kSendObject, kDataToDevice);
-  record.setSource(&source);
-  EXPECT_EQ(send(record), status::kBadParameter);
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "release")) << "and nothing was sent";
-
-  answerWith(0x2001, [](ptp::Transaction& each) { each.receive->received(5, 0xFFFFFFFFFF); });
-  ptp::MemorySink sink({});
-  auto large = makeRecord(ptp::kGetObject, kDataFromDevice);
-  large.setSink(&sink);
-  EXPECT_EQ(send(large), status::kOK);
-  EXPECT_EQ(large.pb().dataSize, 0xFFFFFFFFU);
+  EXPECT_EQ(simulated->propertyValue(0xD100), nlohmann::json::array({0xAB, 0xCD}));
 }
 
 TEST_F(PassThrough, RefusesARecordThatDoesNotFitTogetherBeforeAnythingIsSent) {
   const auto scope = open();
-  connector.log.clear();
   const std::function<void(PTPPassThroughPB&)> mistakes[] = {
       [](PTPPassThroughPB& pb) { pb.dataSize = 17; },
       [](PTPPassThroughPB& pb) { pb.dataSize = 0xFFFFFFFF; },
@@ -159,86 +120,77 @@ TEST_F(PassThrough, RefusesARecordThatDoesNotFitTogetherBeforeAnythingIsSent) {
   EXPECT_EQ(service().objectSendMessage(withoutRecord), status::kBadParameter);
   ICAObjectSendMessagePB unknown{.object = camera, .messageType = ica::kDataTypeText};
   EXPECT_EQ(service().objectSendMessage(unknown), status::kUnsupported);
-  EXPECT_THAT(connector.log, IsEmpty());
+  EXPECT_THAT(simulated->operations(), IsEmpty());
 }
 
 TEST_F(PassThrough, LeavesTheResponseCodeAloneWhenNoneCameAndGivesTheRefusalOfASession) {
-  connector.answer = [&](ptp::Transaction& transaction) {
-    test::sendPayload(transaction, std::vector<std::byte>(3));
-    return status::kICATimeout;
-  };
-  auto record = makeRecord(ptp::kGetObject, kDataFromDevice);
+  auto record = makeRecord(ptp::kGetStorageIDs);
   record.pb().resultCode = 0x2002;
+  fail("silent", "0x1004,once");
   EXPECT_EQ(send(record), status::kICATimeout);
   EXPECT_EQ(record.pb().resultCode, 0x2002U);
-  EXPECT_EQ(record.pb().dataSize, 3U);
-
-  connector.sessionStatus = status::kICATimeout;
-  EXPECT_EQ(send(record), status::kICATimeout);
-  EXPECT_EQ(record.pb().resultCode, 0x2002U);
-  connector.sessionStatus = status::kPTPDeviceBusy;
+  fail("respond", "0x2019,0x1002,once");
   EXPECT_EQ(send(record), status::kOK);
   EXPECT_EQ(record.pb().resultCode, static_cast<std::uint32_t>(status::kPTPDeviceBusy));
 }
 
-TEST_F(PassThrough, OpensAnotherSessionWhereTheDeviceHasLostTheFirst) {
+TEST_F(PassThrough, AsksAQuestionOnceMoreInASessionWhereTheDeviceRefusesItForThatAlone) {
+  const std::pair<const char*, std::uint32_t> rows[] = {{"0x2003,0x1001,once", 0x2001},
+                                                        {"0x2004,0x1001,once", 0x2001},
+                                                        {"0x201E,0x1001,once", 0x2001},
+                                                        {"0x2019,0x1001,once", 0x2019}};
+  for (const auto& [refusal, expected] : rows) {
+    fail("respond", refusal);
+    auto record = makeRecord(ptp::kGetDeviceInfo);
+    EXPECT_EQ(send(record), status::kOK);
+    EXPECT_EQ(record.pb().resultCode, expected) << refusal;
+  }
   const auto scope = open();
-  answerWith(0x2003);
-  run(ptp::kGetStorageIDs);
-  answerWith(0x2001);
-  run(ptp::kGetStorageIDs);
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "open session", "1004", "open session", "1004"));
+  fail("respond", "0x2003,0x100B,once");
+  for (const std::uint32_t expected : {0x2003U, 0x2009U}) {
+    auto record = makeRecord(ptp::kDeleteObject, kNoData, {7});
+    EXPECT_EQ(send(record), status::kOK);
+    EXPECT_EQ(record.pb().resultCode, expected) << "no question, but the next has another session";
+  }
+  simulated->forgetViolations();  // it has not lost its session
 }
 
-TEST_F(PassThrough, AsksAQuestionOnceMoreInASessionWhereTheDeviceRefusesItForThatAlone) {
-  const struct {
-    std::uint16_t operation, refusal;
-    PTPDataUsageMode mode;
-    bool isAskedAgain;
-  } rows[] = {
-      {ptp::kGetDeviceInfo, 0x2003, kDataFromDevice, true},
-      {ptp::kGetDeviceInfo, 0x2004, kDataFromDevice, true},
-      {ptp::kGetDeviceInfo, 0x201E, kDataFromDevice, true},
-      {ptp::kGetDeviceInfo, 0x2019, kDataFromDevice, false},
-      {ptp::kDeleteObject, 0x2003, kNoData, false},
-  };
-  for (const auto& row : rows) {
-    connector.log.clear();
-    connector.answer = [&](ptp::Transaction& transaction) {
-      const bool isFirst = connector.log.size() <= 2 + (row.operation == ptp::kDeleteObject);
-      transaction.responseCode = isFirst ? row.refusal : 0x2001;
-      return status::kOK;
-    };
-    auto record = makeRecord(row.operation, row.mode);
-    EXPECT_EQ(send(record), status::kOK);
-    EXPECT_EQ(record.pb().resultCode, row.isAskedAgain ? 0x2001 : row.refusal);
+/// Calls back in the middle of a data phase.
+class CallingSink : public ptp::MemorySink {
+ public:
+  CallingSink(std::span<std::byte> memory, std::function<void()> call)
+      : MemorySink(memory), call_(std::move(call)) {}
+  bool received(std::uint64_t offset, std::size_t length) override {
+    call_();
+    return MemorySink::received(offset, length);
   }
-}
+
+ private:
+  std::function<void()> call_;
+};
 
 TEST_F(PassThrough, KeepsTheConnectionForATransactionInWhichTheDeviceGoesAndRunsNoOther) {
-  connector.answer = [&](ptp::Transaction& transaction) {
-    connector.answer = nullptr;
+  std::vector<std::byte> memory(4096);
+  CallingSink sink(memory, [&] {
     EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICATransactionRunning);
     registry.unplug(usbDevice);
     EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICADeviceGone);
-    connector.log.emplace_back("it ends");
-    transaction.responseCode = 0x2001;
-    return status::kOK;
-  };
-  EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kOK);
-  EXPECT_THAT(connector.log, ElementsAre(kConnect, "1001", "it ends", "release"));
+  });
+  auto record = makeRecord(ptp::kGetDeviceInfo);
+  record.setSink(&sink);
+  EXPECT_EQ(send(record), status::kOK);
+  EXPECT_THAT(simulated->operations(), ElementsAre(0x1001));
 }
 
 TEST_F(PassThrough, SaysInWordsWhyAnInterfaceCannotBeHad) {
-  connector.connectStatus = status::kICADeviceBusy;
-  connector.why = "held by gphoto2 (4711)";
+  fail("vanish", "0x1001");
+  EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICADeviceGone);
   Status failure = status::kOK;
   std::string why;
   EXPECT_EQ(service().openScope(camera, &failure, &why), nullptr);
-  EXPECT_EQ(failure, status::kICADeviceBusy);
-  EXPECT_EQ(why, "held by gphoto2 (4711)");
-  EXPECT_EQ(run(ptp::kGetDeviceInfo), status::kICADeviceBusy);
-  connector.connectStatus = status::kOK;
+  EXPECT_EQ(failure, status::kICADeviceGone);
+  EXPECT_EQ(why, "it is unplugged");
+  describe();
   EXPECT_NE(open(), nullptr) << "a failed attempt leaves nothing behind";
 }
 
@@ -255,41 +207,21 @@ TEST_F(PassThrough, AnswersWithAStatusAfterAnUnplugDuringAScope) {
   scope.reset();
   channel.release();
   EXPECT_EQ(channel.hold(nullptr), status::kICADeviceGone);
-  EXPECT_THAT(connector.log,
-              ElementsAre(kConnect, "connect /dev/bus/usb/001/004#0", "release", "release"));
 }
 
 TEST_F(PassThrough, SetsTheClockToLocalTime) {
-  std::string value;
-  answerWith(0x2001, [&](ptp::Transaction& transaction) {
-    EXPECT_EQ(transaction.parameters[0], 0x5011U);
-    value = test::hexText(test::payloadOf(transaction));
-  });
+  describe(R"({"properties": [{"code": "0x5011", "type": "STR", "value": "", "writable": true}]})");
   PTPChannel channel(connector, {"/dev/bus/usb/001/004", 0});
   ASSERT_EQ(channel.hold(nullptr), status::kOK);
   std::tm moment{};
   ::strptime("20261231T235908", "%Y%m%dT%H%M%S", &moment);
   moment.tm_isdst = -1;
   EXPECT_EQ(setClock(channel, std::mktime(&moment), nullptr), status::kOK);
-  std::string expected = "10";
-  for (const char digit : std::string_view("20261231T235908"))
-    expected += formatted("%02x00", unsigned(digit));
-  EXPECT_EQ(value, expected + "0000");
+  EXPECT_EQ(simulated->propertyValue(0x5011), "20261231T235908");
   channel.release();
-
-  answerWith(0x200A);
+  describe();
   ICAObjectSendMessagePB block{.object = camera, .messageType = ica::kMessageSyncClock};
   EXPECT_EQ(service().objectSendMessage(block), status::kPTPDevicePropNotSupported);
-}
-
-TEST(PassThroughRecord, IsClearedAndKnowsItsRoomOrRaisesWhenThereIsNoMemory) {
-  PTPPassThroughRecord record(100);
-  EXPECT_EQ(record.allocationSize(), 145U);
-  EXPECT_EQ(record.pb().dataSize, 100U);
-  EXPECT_THAT(record.data(), Each(std::byte{0}));
-  EXPECT_EQ(test::raised(
-                [] { PTPPassThroughRecord(std::size_t{1} << 60, "malloc failed in getDataSet."); }),
-            std::string(exception_name::kMalloc).append(": malloc failed in getDataSet."));
 }
 
 }  // namespace

@@ -1,19 +1,36 @@
 // An Image Capture service over fakes: cameras are plugged into the registry, volumes are mounted
-// in a folder of the test's own, and the cameras answer from the test.
+// in a folder of the test's own, and behind every camera is the simulated one.
 #pragma once
 
 #include <gmock/gmock.h>
 
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "tests/support/FakeMountTable.h"
-#include "tests/support/FakePTPConnector.h"
 #include "tests/support/FakeRegistry.h"
+#include "tests/support/SimulatedUSBDevice.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tarvo {
 
 class ServiceFixture : public testing::Test {
  protected:
+  ServiceFixture() { describe(); }
+
+  /// From the next connection on there is this camera: a description over that of an empty one.
+  void describe(const std::string& json = "{}") {
+    auto description = nlohmann::json::parse(R"({"usb": {"vendor": "0xF055", "product": "0x0A01"},
+                                                 "deviceInfo": {}, "stores": [{"content": []}]})");
+    description.merge_patch(nlohmann::json::parse(json));
+    simulated = connector.camera = test::simulatedCamera(description.dump());
+  }
+  auto asked(std::uint16_t operation) {
+    return std::ranges::count(simulated->operations(), operation);
+  }
+  /// See "Faults" in docs/simulator.md.
+  void fail(const char* fault, const char* value) {
+    EXPECT_EQ(simulated->setFault(fault, value), "");
+  }
+
   /// A USB device with this name.
   ServiceHandle plugDevice(const std::string& name) {
     return registry.plug({{"IOClass", "usb_device"},
@@ -74,7 +91,8 @@ class ServiceFixture : public testing::Test {
   test::FakeRegistry registry;
   const test::TemporaryFolder folder;
   test::FakeMountTable mounts{folder.path()};
-  test::FakePTPConnector connector;
+  std::shared_ptr<simulator::PTPCamera> simulated;
+  test::SimulatedConnector connector{nullptr};
   std::vector<std::string> heard;
   std::vector<ICAObject> objects;
 

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/iokit/Registry.h"
 #include "platform/iokit/UdevRegistry.h"
 #include "tests/support/ManualRunLoop.h"
 
@@ -15,42 +14,15 @@ TEST(LocationID, HasTheBusInTheTopByteAndAPortInEachNibble) {
     const char* portPath;
     std::uint32_t location;
   } rows[] = {{1, "0", 0x01000000},
-              {1, "4.2", 0x01420000},
-              {2, "1.2.3.4.5.6", 0x02123456},
-              {250, "2", 0xFA200000},
+              {250, "1.2.3.4.5.6", 0xFA123456},
               // A port that does not fit a nibble, a level too deep, a bus beyond a byte.
               {3, "16.1", 0x03F10000},
               {3, "1.1.1.1.1.1.7", 0x03111111},
               {0x105, "1", 0x05100000},
               // Nothing that a kernel writes.
-              {1, "", 0x01000000},
-              {1, "x.2", 0x01020000},
-              {1, "4..2", 0x01402000}};
+              {1, "x..2", 0x01002000}};
   for (const auto& row : rows)
     EXPECT_EQ(usbLocationID(row.bus, row.portPath), row.location) << row.bus << "-" << row.portPath;
-}
-
-TEST(KindsThatCanMatch, AreThoseThatHaveEveryKey) {
-  EXPECT_EQ(kindsThatCanMatch({{"idVendor", 1}}), kUSBDeviceEntry | kSCSIUnitEntry);
-  EXPECT_EQ(kindsThatCanMatch({{"idVendor", 1}, {"BSD Name", "sr0"}}), kSCSIUnitEntry);
-  EXPECT_EQ(kindsThatCanMatch({{"IOPropertyMatch", {{"device-type", "DVD"}}}}), kSCSIUnitEntry);
-  EXPECT_EQ(kindsThatCanMatch(PropertyDictionary::object()), kEveryEntry);
-  EXPECT_EQ(kindsThatCanMatch({{"no such key", 1}}), kNoEntry);
-  EXPECT_EQ(kindsThatCanMatch({{"IOClass", "no such class"}}), kNoEntry);
-  EXPECT_EQ(kindsThatCanMatch("no dictionary"), kNoEntry);
-}
-
-TEST(PropertiesMatch, WhenEveryKeyIsThereWithAnEqualValue) {
-  const PropertyDictionary unit = {{"device-type", "DVD"}, {"idVendor", 0xF055}};
-  for (const PropertyDictionary& match :
-       {PropertyDictionary::object(), PropertyDictionary{{"device-type", "DVD"}},
-        PropertyDictionary{{"idVendor", 0xF055}, {"IOPropertyMatch", unit}}})
-    EXPECT_TRUE(propertiesMatch(unit, match)) << match;
-  for (const PropertyDictionary& match :
-       {PropertyDictionary{{"device-type", "dvd"}}, PropertyDictionary{{"idVendor", "61525"}},
-        PropertyDictionary{{"BSD Name", nullptr}}, PropertyDictionary{{"IOPropertyMatch", "DVD"}},
-        PropertyDictionary{{"IOPropertyMatch", {{"idVendor", 1}}}}})
-    EXPECT_FALSE(propertiesMatch(unit, match)) << match;
 }
 
 // What is announced before udev has dealt with its nodes cannot be opened.

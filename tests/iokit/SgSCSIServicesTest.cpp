@@ -127,15 +127,12 @@ TEST_F(SgSCSIServicesTest, SensesAPageWithTheNodeOpenForThatCommandAlone) {
   std::vector<std::byte> longest(0xFFFF);
   std::uint8_t taskStatus = scsi::kNoTaskStatus;
   EXPECT_EQ(mmc->modeSense10(true, true, 3, 0x3F, longest, taskStatus, {}), 0);
-  EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, {}, taskStatus, {}), 0);
   longest.emplace_back();
   EXPECT_EQ(mmc->modeSense10(false, false, 0, 0, longest, taskStatus, {}),
             status::kIOReturnBadArgument);
   EXPECT_THAT(unit->commands,
-              ElementsAre("6000 5a002500000000000c00 < 12", "6000 5a18ff00000000ffff00 < 65535",
-                          "6000 5a000000000000000000"));
-  EXPECT_THAT(opened, ElementsAre(kShared, kShared, kShared));
-  EXPECT_THAT(log, Contains("SCSI /dev/sg1 command 5a 00 25 00 00 00 00 00 0c 00"));
+              ElementsAre("6000 5a002500000000000c00 < 12", "6000 5a18ff00000000ffff00 < 65535"));
+  EXPECT_THAT(opened, ElementsAre(kShared, kShared));
   EXPECT_THAT(log, Contains("SCSI /dev/sg1 status 0x00, 12 of 12 bytes: 00 10 00 00 00 00 00 00 "
                             "25 07 04 01"));
 }
@@ -150,20 +147,15 @@ TEST_F(SgSCSIServicesTest, TellsOfASenseWhatTheUnitAnsweredOrWhyItDidNot) {
     unsigned taskStatus;
     std::string data;
   } rows[] = {
-      {{.data = data}, 0, 0x00, whole},
       {{.data = hexBytes("0010")}, 0, 0x00, "0010000000000000eeeeeeee"},
-      {{}, 0, 0x00, nothing},
       {{.data = data, .residual = 1 << 30, .liesAboutResidual = true}, 0, 0x00, whole},
       {{.data = data, .residual = -5, .liesAboutResidual = true}, 0, 0x00, whole},
       {{.status = 0x02, .sense = hexBytes("70 00 05"), .driverStatus = 8}, 0, 0x02, nothing},
       {{.status = 0x02, .senseLength = 255}, 0, 0x02, nothing},
-      {{.status = 0x08}, 0, 0x08, nothing},
       {{.hostStatus = 1}, status::kIOReturnNoDevice, 0xFF, nothing},
       {{.hostStatus = 3}, status::kIOReturnTimeout, 0xFF, nothing},
-      {{.hostStatus = 7}, status::kIOReturnError, 0xFF, nothing},
       {{.driverStatus = 6}, status::kIOReturnError, 0xFF, nothing},
       {{.error = ENODEV}, status::kIOReturnNoDevice, 0xFF, nothing},
-      {{.error = EPERM}, status::kIOReturnNotPrivileged, 0xFF, nothing},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(&row - rows);
@@ -191,17 +183,7 @@ TEST_F(SgSCSIServicesTest, AsksForAPageAgainWhereTheUnitTellsThatSomethingHasHap
   EXPECT_EQ(select().taskStatus, scsi::kCheckCondition) << "a select is sent once";
 }
 
-TEST_F(SgSCSIServicesTest, SelectsAPageWithTheNodeToItselfForOneTask) {
-  const auto told = select();
-  EXPECT_EQ(told.called, 0);
-  EXPECT_EQ(told.taskStatus, scsi::kGood);
-  EXPECT_EQ(told.response, Response::kTaskComplete);
-  EXPECT_EQ(told.realised, 17U);
-  EXPECT_THAT(unit->commands, ElementsAre(kSelect));
-  EXPECT_THAT(opened, ElementsAre(kShared | O_EXCL));
-}
-
-TEST_F(SgSCSIServicesTest, TellsOfATaskItsStatusServiceResponseAndSense) {
+TEST_F(SgSCSIServicesTest, SelectsAPageWithTheNodeToItselfAndTellsStatusResponseAndSense) {
   const std::string none(std::size_t{2} * 22, 'e');
   const std::vector<std::byte> sense = hexBytes("70 00 05 00000000 0a 00000000 20 00 00 000000");
   ASSERT_EQ(sense.size(), 18U);
@@ -212,13 +194,12 @@ TEST_F(SgSCSIServicesTest, TellsOfATaskItsStatusServiceResponseAndSense) {
     unsigned taskStatus;  ///< 0xFF: no answer came
     std::string sense;
   } rows[] = {
+      {{}, 0, 0, none},
       {{.status = 0x02, .sense = sense, .driverStatus = 8}, 0, 0x02, hexText(sense) + "eeeeeeee"},
       {{.status = 0x02, .sense = hexBytes("72 05 20 00")}, 0, 0x02, "72052000" + none.substr(8)},
       {{.status = 0x02, .sense = longest}, 0, 0x02, std::string(36, '0') + "eeeeeeee"},
-      {{.status = 0x08}, 0, 0x08, none},
       {{.residual = -1, .liesAboutResidual = true}, 0, 0, none},
       {{.hostStatus = 3}, 0, 0xFF, none},
-      {{.error = ENXIO}, status::kIOReturnNoDevice, 0xFF, none},
       {{.error = EACCES}, status::kIOReturnNotPrivileged, 0xFF, none},
   };
   for (const auto& row : rows) {
@@ -235,14 +216,14 @@ TEST_F(SgSCSIServicesTest, TellsOfATaskItsStatusServiceResponseAndSense) {
   }
   unit->answers = {{.status = 0x02, .sense = sense}};
   EXPECT_EQ(select(0).sense, "eeeeeeee") << "nobody wants it";
+  EXPECT_EQ(unit->commands.front(), kSelect);
+  EXPECT_THAT(opened, testing::Each(kShared | O_EXCL));
 }
 
 TEST_F(SgSCSIServicesTest, NamesWhyANodeCannotBeOpened) {
   const auto device = mmc->getSCSITaskDeviceInterface();
   for (const auto& [error, expected] : {std::pair(EBUSY, status::ioKitStatus(0xE00002C5)),
-                                        {EACCES, status::ioKitStatus(0xE00002C1)},
                                         {EPERM, status::ioKitStatus(0xE00002C1)},
-                                        {ENODEV, status::ioKitStatus(0xE00002C0)},
                                         {ENXIO, status::ioKitStatus(0xE00002C0)},
                                         {ENOENT, status::ioKitStatus(0xE00002C0)},
                                         {EMFILE, status::ioKitStatus(0xE00002BC)}}) {
@@ -262,7 +243,7 @@ TEST_F(SgSCSIServicesTest, MakesTasksUnderExclusiveAccessOnlyAndChecksWhatTheyAr
   EXPECT_EQ(device->obtainExclusiveAccess(), status::kIOReturnExclusiveAccess);
   const auto task = device->createSCSITask();
   std::array<std::byte, 4> area{};
-  for (const std::size_t length : {0U, 5U, 11U, 17U})
+  for (const std::size_t length : {5U, 17U})
     EXPECT_EQ(task->setCommandDescriptorBlock(std::vector<std::byte>(length)),
               status::kIOReturnBadArgument);
   EXPECT_EQ(task->setScatterGatherEntries(area, 5, Direction::kFromTargetToInitiator),
@@ -279,7 +260,7 @@ TEST_F(SgSCSIServicesTest, MakesTasksUnderExclusiveAccessOnlyAndChecksWhatTheyAr
   EXPECT_EQ(realised, 3U);
   EXPECT_EQ(hexText(area), "01020300") << "no further than the transfer count";
   EXPECT_THAT(unit->commands, ElementsAre("2000 000000000000 < 3"));
-  for (const auto& [residual, moved] : {std::pair(1, 2U), {3, 0U}, {1 << 30, 0U}, {-5, 3U}}) {
+  for (const auto& [residual, moved] : {std::pair(1, 2U), {1 << 30, 0U}, {-5, 3U}}) {
     unit->answers = {{.residual = residual, .liesAboutResidual = true}};
     EXPECT_EQ(task->executeTaskSync({}, taskStatus, realised), 0);
     EXPECT_EQ(realised, moved) << "of a residual of " << residual;
@@ -293,15 +274,12 @@ TEST_F(SgSCSIServicesTest, ReleasesTheLockOfAMediumBeforeTheTrayOpens) {
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0);
   unit->answers = {refusal, {}};
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0) << "a unit that knows no lock";
-  unit->answers = {{}, refusal};
-  EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnError);
   unit->answers = {{.hostStatus = 1}};
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnNoDevice);
   EXPECT_EQ(mmc->setTrayState(false, TrayLock::kReleased, {}), 0);
   const std::string allow = "6000 1e0000000000";
   const std::string eject = "6000 1b0000000200";
-  EXPECT_THAT(unit->commands,
-              ElementsAre(allow, eject, allow, eject, allow, eject, allow, "6000 1b0000000300"));
+  EXPECT_THAT(unit->commands, ElementsAre(allow, eject, allow, eject, allow, "6000 1b0000000300"));
 }
 
 TEST_F(SgSCSIServicesTest, OpensATrayThatSomebodyLocksAgainMeanwhile) {
@@ -311,10 +289,8 @@ TEST_F(SgSCSIServicesTest, OpensATrayThatSomebodyLocksAgainMeanwhile) {
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), 0);
   EXPECT_THAT(unit->commands, testing::SizeIs(6));
   unit->commands.clear();
-  for (int i = 0; i < 20; ++i) {
-    unit->answers.emplace_back();
-    unit->answers.push_back(locked);
-  }
+  for (int i = 0; i < 40; ++i)
+    unit->answers.push_back(i % 2 == 0 ? UnitAnswer{} : locked);
   EXPECT_EQ(mmc->setTrayState(true, TrayLock::kReleased, {}), status::kIOReturnError)
       << "it has an end";
   EXPECT_THAT(unit->commands, testing::SizeIs(10));

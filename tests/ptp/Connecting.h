@@ -23,6 +23,12 @@ inline std::unique_ptr<BulkConnection> connectTo(test::USBScript& script,
                                           timeouts, LogSink(), "the device", ids);
 }
 
+/// A transaction without parameters and data.
+inline Status run(BulkConnection& connection, std::uint16_t operation) {
+  Transaction transaction{.operation = operation};
+  return connection.transact(transaction, nullptr);
+}
+
 /// A sink whose rooms are of a given size at most, and which checks the order of what it is told.
 class PiecewiseSink : public DataSink {
  public:

@@ -1,8 +1,9 @@
-// Events from the packets of the interrupt endpoint to whoever watches them.
+// Containers, and events from the packets of the interrupt endpoint to whoever watches them.
 #include <gmock/gmock.h>
 
 #include <stdexcept>
 
+#include "platform/imagecapture/ptp/Container.h"
 #include "tests/ptp/Connecting.h"
 
 namespace tarvo::ptp {
@@ -73,22 +74,6 @@ TEST(Events, ThatAreMalformedAreDroppedAndTheNextOnesHeard) {
   EXPECT_THAT(codesOf(assembler, event(0x4005), 64), ElementsAre(0x4005));
 }
 
-TEST(Events, AreHeardUntilTheHandlerIsTakenBackOrTheDeviceGoes) {
-  USBScript script;
-  auto connection = connectTo(script);
-  std::vector<unsigned> heard;
-  const auto note = [&](const Event& each) { heard.push_back(each.code); };
-  EXPECT_FALSE(script.interrupt(event(0x4002)));
-  connection->watchEvents(note);
-  EXPECT_TRUE(script.interrupt(event(0x4002)));
-  connection->watchEvents(nullptr);
-  EXPECT_FALSE(script.interrupt(event(0x4004)));
-  connection->watchEvents(note);
-  EXPECT_TRUE(script.interrupt({}, TransferResult::kNoDevice));
-  EXPECT_FALSE(script.interrupt(event(0x4005)));
-  EXPECT_THAT(heard, ElementsAre(0x4002));
-}
-
 TEST(Events, LetTheirHandlerEndTheWatchingOrTheConnectionOrRaise) {
   USBScript script;
   auto connection = connectTo(script);
@@ -106,6 +91,41 @@ TEST(Events, LetTheirHandlerEndTheWatchingOrTheConnectionOrRaise) {
   });
   script.interrupt(joined({event(4), event(5)}));
   EXPECT_THAT(heard, ElementsAre(1, 2, 4));
+}
+
+TEST(Container, DecodesAHeaderOnlyWhenItIsWholeAndCoversItself) {
+  const Bytes whole = wire::container(12, 2, 0x9204, 0xA0B0C0D0);
+  EXPECT_EQ(decodeHeader(whole)->transactionID, 0xA0B0C0D0U);
+  for (std::size_t size = 0; size < whole.size(); ++size)
+    EXPECT_FALSE(decodeHeader(std::span(whole).first(size))) << size;
+  EXPECT_FALSE(decodeHeader(wire::container(11, 2, 0x9204, 1)));
+}
+
+TEST(Container, TakesAResponseWithZeroToFiveParametersAndAByteBehindThem) {
+  Transaction answered;
+  EXPECT_TRUE(decodeResponse(wire::response(0x2005, 9), 9, answered).done());
+  Bytes odd = wire::response(0x2005, 9);
+  odd.push_back(std::byte{0});
+  odd.front() = static_cast<std::byte>(odd.size());
+  EXPECT_TRUE(decodeResponse(odd, 9, answered).done()) << "a byte that belongs to no parameter";
+  EXPECT_EQ(answered.responseCode, 0x2005);
+  EXPECT_EQ(answered.responseParameterCount, 0U);
+  EXPECT_TRUE(decodeResponse(wire::response(0x2001, 9, {1, 2, 3, 4, ~0U}), 9, answered).done());
+  EXPECT_THAT(answered.responseParameters, testing::ElementsAre(1, 2, 3, 4, ~0U));
+}
+
+TEST(Container, ReadsTheHaltedEndpointsOfADeviceStatusAsFarAsTheyCame) {
+  Bytes bytes;
+  for (const auto& [value, size] : {std::pair{12, 2}, {0x201F, 2}, {0x81, 4}, {0x02, 4}})
+    wire::append(bytes, static_cast<std::uint64_t>(value), size);
+  const auto status = decodeDeviceStatus(bytes);
+  ASSERT_TRUE(status);
+  EXPECT_EQ(status->code, 0x201F);
+  ASSERT_EQ(status->haltedCount, 2U);
+  EXPECT_EQ(status->haltedEndpoints[1], 0x02);
+  EXPECT_EQ(decodeDeviceStatus(std::span(bytes).first(11))->haltedCount, 1U);
+  EXPECT_EQ(decodeDeviceStatus(std::span(bytes).first(4))->haltedCount, 0U);
+  EXPECT_FALSE(decodeDeviceStatus(std::span(bytes).first(3)));
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
-// What a process that was killed has left behind in the device, when the next one begins.
-#include <gmock/gmock.h>
+// What a process that was killed has left behind in the device, when the next one begins, and
+// sessions: their ids, and one that was left open.
+#include <gtest/gtest.h>
 
 #include "tests/ptp/Connecting.h"
 #include "tests/support/SimulatedUSBDevice.h"
@@ -12,21 +13,11 @@ using test::SimulatedUSBDevice;
 using test::USBScript;
 namespace wire = test::wire;
 
-USBScript& opens(USBScript& script) {
-  return script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
-}
-
-Status run(BulkConnection& connection, std::uint16_t operation) {
-  Transaction transaction{.operation = operation};
-  return connection.transact(transaction, nullptr);
-}
-
 TEST(Leftover, IsPassedOverBeforeTheFirstAnswer) {
   const struct {
     const char* name;
     std::vector<Bytes> stale;
   } rows[] = {
-      {"response", {wire::response(0x2001, 41)}},
       {"data and response",
        {wire::data(0x1009, 41, wire::payload(90)), wire::response(0x2001, 41)}},
       {"rest of a large object", {wire::payload(100000), wire::response(0x2001, 41)}},
@@ -37,10 +28,10 @@ TEST(Leftover, IsPassedOverBeforeTheFirstAnswer) {
     USBScript script;
     for (const Bytes& bytes : row.stale)
       script.in(bytes);
-    opens(script);
+    script.opens();
     // In step now: the same is an error.
     script.out(wire::command(0x1004, 1)).in(row.stale.front()).recovery(1);
-    script.out(wire::command(0x1003, 2)).in(wire::response(0x2001, 2));
+    script.answers(0x1003, 2);
     auto connection = connectTo(script);
     EXPECT_EQ(connection->openSession(), 0);
     EXPECT_EQ(run(*connection, 0x1004), status::kICAProtocolError);
@@ -58,21 +49,21 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   };
   USBScript kind;
   garbage(kind);
-  opens(kind.recovery(0));
+  kind.recovery(0).opens();
   USBScript hard;
   garbage(hard);
   garbage(hard.recovery(0));
   reset(hard);
-  opens(hard);
+  hard.opens();
   USBScript silent;  // It has swallowed the command as the data of somebody else.
   silent.out(wire::command(0x1002, 0, {1}));
   reset(silent);
-  opens(silent);
+  silent.opens();
   USBScript stalled;
   stalled.out(wire::command(0x1002, 0, {1})).inEnds(TransferResult::kStalled);
-  opens(stalled.deviceStatus(0x2001).clearHalt(0x81).recovery(0));
+  stalled.deviceStatus(0x2001).clearHalt(0x81).recovery(0).opens();
   for (USBScript* script : {&kind, &hard, &silent, &stalled}) {
-    script->out(wire::command(0x1003, 1)).in(wire::response(0x2001, 1));
+    script->answers(0x1003, 1);
     auto connection = connectTo(*script);
     EXPECT_EQ(connection->openSession(), 0);
     connection.reset();
@@ -89,56 +80,10 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   EXPECT_EQ(liar.report(), "");
 }
 
-// Outside a session all ids are 0: nothing tells the answer to one process from that to another.
-TEST(Leftover, OfAProcessThatAskedTheSameOutsideASessionDoesNotKeepTheNextOneOut) {
-  const auto camera = test::simulatedCamera(R"({
-      "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {}})");
-  for (const std::size_t taken : {0, 1}) {
-    {
-      SimulatedUSBDevice killed(camera);
-      Bytes room(4096);
-      killed.submit(0x02, room = wire::command(0x1001, 0), 0);
-      EXPECT_TRUE(killed.wait({}));
-      room.resize(4096);
-      for (std::size_t i = 0; i < taken; ++i) {
-        killed.submit(0x81, room, 0);
-        EXPECT_TRUE(killed.wait({}));
-      }
-    }
-    BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), shortTimeouts(),
-                              LogSink(), "the camera");
-    PiecewiseSink sink(4096, 4096);
-    Transaction info{.operation = 0x1001, .receive = &sink};
-    EXPECT_EQ(connection.transact(info, nullptr), 0) << taken;
-    EXPECT_GT(info.bytesReceived, 0U) << taken;
-    EXPECT_EQ(connection.openSession(), 0) << taken;
-    EXPECT_EQ(run(connection, 0x1004), 0) << taken;
-    camera->forgetViolations();  // what the killed one has left undone
-  }
-}
-
-/// Adds up how long the host was ready to wait where nothing came.
-class PatienceMeter : public SimulatedUSBDevice {
- public:
-  PatienceMeter(std::shared_ptr<simulator::PTPCamera> camera, std::chrono::milliseconds& spent)
-      : SimulatedUSBDevice(std::move(camera)), spent_(spent) {}
-  std::optional<TransferCompletion> wait(std::chrono::milliseconds timeout) override {
-    auto ended = SimulatedUSBDevice::wait(timeout);
-    if (!ended) spent_ += timeout;
-    return ended;
-  }
-
- private:
-  std::chrono::milliseconds& spent_;
-};
-
-/// A host that opens a session, begins a transaction and is killed.
+/// A host that is killed.
 class KilledHost {
  public:
-  explicit KilledHost(const std::shared_ptr<simulator::PTPCamera>& camera) : device_(camera) {
-    write(wire::command(0x1002, 0, {1}));
-    read(512);
-  }
+  explicit KilledHost(const std::shared_ptr<simulator::PTPCamera>& camera) : device_(camera) {}
   void write(Bytes bytes) {
     device_.submit(0x02, bytes, 0);
     EXPECT_TRUE(device_.wait({}));
@@ -153,41 +98,104 @@ class KilledHost {
   SimulatedUSBDevice device_;
 };
 
-TEST(Leftover, OfAHostThatWasKilledInTheMiddleOfADataPhaseIsGoneWithinTwoSeconds) {
-  const std::function<void(KilledHost&)> deaths[] = {
-      [](KilledHost& host) {
-        host.write(wire::command(0x1009, 1, {1}));
-        host.read(1U << 20);
-      },
-      [](KilledHost& host) { host.write(wire::command(0x1009, 1, {1})); },
-      [](KilledHost& host) {
-        host.write(wire::command(0x1016, 1, {0xD100}));
-        host.write(wire::data(0x1016, 1, wire::payload(4090), 10000000));
-      },
-      [](KilledHost& host) { host.write(wire::command(0x1016, 1, {0xD100})); },
+// Outside a session all ids are 0: nothing tells the answer to one process from that to another.
+TEST(Leftover, OfAHostThatWasKilledAnywhereIsGotOver) {
+  const struct {
+    bool hadSession;
+    std::vector<Bytes> written;
+    std::size_t read;  ///< room for what it still took, 0: none
+  } deaths[] = {
+      {false, {wire::command(0x1001, 0)}, 0},
+      {false, {wire::command(0x1001, 0)}, 4096},
+      {true, {wire::command(0x1009, 1, {1})}, 1U << 20},
+      {true, {wire::command(0x1009, 1, {1})}, 0},
+      {true,
+       {wire::command(0x1016, 1, {0xD100}), wire::data(0x1016, 1, wire::payload(4090), 10000000)},
+       0},
+      {true, {wire::command(0x1016, 1, {0xD100})}, 0},
   };
-  const std::string none = "{}";
   const std::string strict = R"({"checksTransactionIDs": true, "noClassRequests": true})";
   for (unsigned i = 0; i < 2 * std::size(deaths); ++i) {
+    SCOPED_TRACE(i);
     const auto camera = test::simulatedCamera(R"({
         "usb": {"vendor": "0xF055", "product": "0x0302", "name": "Lumo"}, "deviceInfo": {},
         "properties": [{"code": "0xD100", "type": "AUINT8", "value": [1], "writable": true}],
         "stores": [{"content": [{"file": "A.MOV", "size": 10485760}]}],
-        "habits": )" + (i % 2 == 0 ? none : strict) +
+        "habits": )" + (i % 2 == 0 ? "{}" : strict) +
                                               "}");
+    const auto& death = deaths[i / 2];
     {
       KilledHost host(camera);
-      deaths[i / 2](host);
+      if (death.hadSession) host.write(wire::command(0x1002, 0, {1}));
+      if (death.hadSession) host.read(512);
+      for (const Bytes& bytes : death.written)
+        host.write(bytes);
+      if (death.read > 0) host.read(death.read);
     }
-    std::chrono::milliseconds spent{0};
-    BulkConnection connection(std::make_unique<PatienceMeter>(camera, spent), Timeouts(), LogSink(),
+    BulkConnection connection(std::make_unique<SimulatedUSBDevice>(camera), Timeouts(), LogSink(),
                               "the camera");
+    PiecewiseSink sink(4096, 4096);
+    Transaction info{.operation = 0x1001, .receive = &sink};
+    if (!death.hadSession) {
+      EXPECT_EQ(connection.transact(info, nullptr), 0);
+      EXPECT_GT(info.bytesReceived, 0U);
+    }
     EXPECT_EQ(connection.openSession(), 0);
     camera->forgetViolations();  // what the killed one has left undone
-    EXPECT_LE(spent, std::chrono::seconds(2));
     Transaction count{.operation = 0x1006, .parameters = {0xFFFFFFFF}, .parameterCount = 1};
     EXPECT_EQ(connection.transact(count, nullptr), 0);
     EXPECT_EQ(count.responseParameters[0], 1U);
+  }
+}
+
+TEST(Session, CountsTransactionsAnewWithoutTheReservedIDsAndFromZeroOutside) {
+  USBScript script;
+  script.answers(0x1001, 0);
+  for (int session = 0; session < 2; ++session) {
+    script.opens();
+    for (std::uint32_t id : {0xFFFFFFFEU, 1U})
+      script.answers(0x1004, id);
+    script.answers(0x1003, 2);
+  }
+
+  auto connection = connectTo(script, TransactionIDs(0xFFFFFFFD));
+  EXPECT_EQ(run(*connection, 0x1001), 0);
+  for (int session = 0; session < 2; ++session) {
+    EXPECT_EQ(connection->openSession(), 0);
+    EXPECT_EQ(connection->openSession(), 0);  // Open already: nothing is sent.
+    EXPECT_EQ(run(*connection, 0x1004), 0);
+    EXPECT_EQ(run(*connection, 0x1004), 0);
+    EXPECT_EQ(session == 0 ? connection->closeSession() : 0, 0);
+  }
+  connection.reset();  // Closes the other one.
+  EXPECT_EQ(script.report(), "");
+}
+
+TEST(Session, OfAKilledProcessIsClosedAndReopenedOrTakenOver) {
+  const struct {
+    const char* what;
+    std::uint16_t closed;                              ///< answer to closing it
+    std::uint16_t reopened;                            ///< answer to opening ours then
+    bool resets;                                       ///< the device knows device reset
+    TransferResult port = TransferResult::kCompleted;  ///< of a reset by port, where it does not
+  } rows[] = {
+      {"closes", 0x2001, 0x2001, true},
+      {"closes only by a reset", 0x2004, 0x201E, true},
+      {"closes only by a reset by port", 0x2004, 0x201E, false},
+      {"cannot be closed", 0x2002, 0x201E, false, TransferResult::kError},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    USBScript script;
+    script.opens(0x201E);
+    script.out(wire::command(0x1003, 1)).in(wire::response(row.closed, 1));
+    script.opens(row.reopened);
+    if (row.reopened != 0x2001 && row.resets) script.deviceReset().deviceStatus(0x2001).opens();
+    if (!row.resets) script.control(0x21, 0x66, {}, TransferResult::kStalled).portReset(row.port);
+    if (!row.resets && row.port == TransferResult::kCompleted) script.opens();
+    script.answers(0x1003, 1);
+    EXPECT_EQ(connectTo(script)->openSession(), 0);
+    EXPECT_EQ(script.report(), "");
   }
 }
 

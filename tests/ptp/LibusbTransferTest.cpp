@@ -1,6 +1,8 @@
-// Events through libusb, with a simulated camera behind an emulated node. What else it moves is
-// seen where the tool runs against such a node.
+// Events through libusb and a system that keeps transfers, with a simulated camera behind an
+// emulated node. What else it moves is seen where the tool runs against such a node.
 #include <gmock/gmock.h>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
 
 #include <fstream>
 
@@ -17,11 +19,11 @@ using simulator::UsbfsNode;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-class LibusbEvents : public testing::Test {
+class LibusbTest : public testing::Test {
  protected:
   static constexpr const char* kNode = "/dev/bus/usb/001/004";
 
-  LibusbEvents() {
+  LibusbTest() {
     gchar* root = umockdev_testbed_get_root_dir(bed_.get());
     const std::string folder = std::string(root) + "/dev/bus/usb/001";
     g_free(root);
@@ -33,7 +35,7 @@ class LibusbEvents : public testing::Test {
     umockdev_testbed_attach_ioctl(bed_.get(), kNode, handler_.get(), nullptr);
     connect();
   }
-  ~LibusbEvents() override {
+  ~LibusbTest() override {
     connection_.reset();
     umockdev_testbed_detach_ioctl(bed_.get(), kNode, nullptr);
   }
@@ -56,7 +58,7 @@ class LibusbEvents : public testing::Test {
   std::unique_ptr<BulkConnection> connection_;
 };
 
-TEST_F(LibusbEvents, AreKeptUntilTheMainLoopRuns) {
+TEST_F(LibusbTest, KeepsEventsUntilTheMainLoopRuns) {
   std::vector<unsigned> heard;
   connection_->watchEvents([&](const Event& event) { heard.push_back(event.code); });
   for (const std::uint16_t code : {0x4002, 0x4004, 0x4005})
@@ -72,7 +74,7 @@ TEST_F(LibusbEvents, AreKeptUntilTheMainLoopRuns) {
   EXPECT_TRUE(test::waitUntil([&] { return connection_ == nullptr; }));
 }
 
-TEST_F(LibusbEvents, EndWhenTheDeviceGoes) {
+TEST_F(LibusbTest, EndsTheEventsWhenTheDeviceGoes) {
   connection_.reset();
   const auto device = LibusbDeviceOpener().open({kNode, 0}, nullptr, nullptr);
   ASSERT_NE(device, nullptr);
@@ -82,6 +84,54 @@ TEST_F(LibusbEvents, EndWhenTheDeviceGoes) {
   node_->unplug(std::chrono::milliseconds(0));
   EXPECT_TRUE(test::waitUntil([&] { return !results.empty(); }));
   EXPECT_THAT(results, ElementsAre(TransferResult::kNoDevice));
+}
+
+TEST_F(LibusbTest, RefusesWhatIsNoDeviceInWords) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"/dev/bus/usb/009/099", "/dev/bus/usb/009/099 is gone"},
+      {"/", "cannot open /: "},
+      {"/dev/null", "/dev/null"},
+  };
+  for (const auto& [node, words] : rows) {
+    Status failure = 0;
+    std::string why;
+    EXPECT_EQ(LibusbDeviceOpener().open({node, 0}, &failure, &why), nullptr) << node;
+    EXPECT_EQ(failure, why.ends_with(" is gone") ? status::kICADeviceGone : status::kIOError);
+    EXPECT_THAT(why, testing::HasSubstr(words));
+  }
+}
+
+/// Takes every transfer and gives none back, cancelled or not; all else goes to the other handler.
+gboolean keepTransfers(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer other) {
+  const gulong request = umockdev_ioctl_client_get_request(client);
+  if (request == USBDEVFS_SUBMITURB || request == USBDEVFS_DISCARDURB) {
+    umockdev_ioctl_client_complete(client, 0, 0);
+    return TRUE;
+  }
+  gboolean handled = FALSE;
+  g_signal_emit_by_name(other, "handle-ioctl", client, &handled);
+  return handled;
+}
+
+TEST_F(LibusbTest, GivesADeviceUpWhenTheSystemDoesNotGiveABufferBack) {
+  connection_.reset();
+  umockdev_testbed_detach_ioctl(bed_.get(), kNode, nullptr);
+  const auto keeping =
+      simulator::GObjectPointer<UMockdevIoctlBase>::adopt(umockdev_ioctl_base_new());
+  g_signal_connect(keeping.get(), "handle-ioctl", G_CALLBACK(keepTransfers), handler_.get());
+  umockdev_testbed_attach_ioctl(bed_.get(), kNode, keeping.get(), nullptr);
+  const auto device = LibusbDeviceOpener().open({kNode, 0}, nullptr, nullptr);
+  ASSERT_NE(device, nullptr);
+  std::vector<std::byte> buffer(512);
+  device->submit(0x81, buffer, 1);
+  EXPECT_FALSE(device->wait(std::chrono::milliseconds(1)));
+  device->cancelAll();
+  // Nothing is started or reaped any more, so that nothing is written to the buffer.
+  device->submit(0x81, buffer, 2);
+  EXPECT_EQ(device->wait(std::chrono::seconds(5))->result, TransferResult::kError);
+  EXPECT_EQ(device->control({0xA1, 0x67, 0, 0}, buffer, std::chrono::seconds(5)).result,
+            TransferResult::kError);
+  EXPECT_EQ(device->clearHalt(0x81), TransferResult::kError);
 }
 
 }  // namespace

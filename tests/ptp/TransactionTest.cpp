@@ -74,9 +74,8 @@ TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets)
 TEST(Transaction, FillsRoomsOfAnySizeInOrderAndDropsTheRest) {
   const Bytes payload = wire::payload(100000);
   const std::pair<std::size_t, std::size_t> rows[] = {
-      {0, SIZE_MAX}, {1, SIZE_MAX},     {500, SIZE_MAX},   {2048, SIZE_MAX}, {16372, SIZE_MAX},
-      {20000, 4096}, {65536, SIZE_MAX}, {99999, SIZE_MAX}, {100000, 1},      {100000, 13},
-      {100000, 511}, {100000, 512},     {100000, 513},     {100000, 20000},
+      {0, SIZE_MAX}, {1, SIZE_MAX}, {16372, SIZE_MAX}, {99999, SIZE_MAX},
+      {20000, 4096}, {100000, 13},  {100000, 512},     {100000, 513},
   };
   for (const auto& [room, most] : rows) {
     for (std::uint32_t announced : {100000U, 0xFFFFFFFFU - 12}) {
@@ -99,7 +98,7 @@ TEST(Transaction, PassesOverEmptyPacketsButNotForEver) {
   EXPECT_EQ(script.report(), "");
 
   USBScript endless;
-  endless.out(wire::command(kOp, 0)).in(wire::response(0x2001, 0)).out(wire::command(kOp, 0));
+  endless.answers(kOp, 0).out(wire::command(kOp, 0));
   for (int i = 0; i < 5; ++i)
     endless.in({});
   endless.recovery(0);
@@ -116,11 +115,8 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
       {0, 1},
       {1, 1},
       {500, 500},
-      {501, 501},
-      {kFirst - 12, 9000},
       {kFirst - 11, 1},
       {2 * kFirst, 100},  // Less than a packet at a time.
-      {kPiece + 500, kPiece},
       {kPiece * 6 + 500, kPiece},
       {kPiece * 6 + 5, kPiece},
   };
@@ -146,7 +142,7 @@ TEST(Transaction, SendsDataOfEverySizeAndEndsFullPacketsWithAnEmptyOne) {
 void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::size_t size) {
   const Bytes payload = wire::payload(size);
   USBScript script;
-  script.out(wire::command(0x1002, 0, {1})).in(wire::response(0x2001, 0));
+  script.opens();
   auto connection = connectTo(script);
   ASSERT_EQ(connection->openSession(), 0);
   prepare(script);
@@ -159,7 +155,7 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
 
   script.out(wire::command(0x100D, 2)).outInPieces(wire::data(0x100D, 2, payload));
   script.in(wire::response(0x2001, 2));
-  script.out(wire::command(0x1003, 3)).in(wire::response(0x2001, 3));
+  script.answers(0x1003, 3);
   PiecewiseSource source(payload, SIZE_MAX);
   Transaction sending{.operation = 0x100D, .send = &source};
   EXPECT_EQ(connection->transact(sending, &why), 0) << why;
@@ -169,7 +165,8 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
 
 TEST(Transaction, DoesNotCareWhichEndpointIsHandedBackFirstOrWasHaltedBefore) {
   const auto readsFirst = [](USBScript& script) {
-    script.handsReadsBackFirst().out(wire::command(kOp, 1));
+    script.readsFirst = true;
+    script.out(wire::command(kOp, 1));
   };
   const auto halted = [](USBScript& script) {
     script.inEnds(TransferResult::kStalled).out(wire::command(kOp, 1));
@@ -183,23 +180,21 @@ TEST(Transaction, GoesOnForAsLongAsASlowDeviceMovesAnything) {
   // The time-outs are a fortieth of the usual ones.
   for (const std::size_t bytesPerSecond : {40 * 3000, 40 * 230000})
     expectBothDirections(
-        [&](USBScript& script) { script.out(wire::command(kOp, 1)).isSlow(bytesPerSecond); },
+        [&](USBScript& script) {
+          script.bytesPerSecond = bytesPerSecond;
+          script.out(wire::command(kOp, 1));
+        },
         5000000);
 }
 
 TEST(Transaction, MakesDoWithTheMemoryThatTheSystemHas) {
   for (const std::size_t bytes : {1000, 40000, 3000000})
     expectBothDirections(
-        [&](USBScript& script) { script.out(wire::command(kOp, 1)).hasMemoryFor(bytes); }, 5000000);
-}
-
-TEST(Transaction, EndsACommandOfFullPacketsWithAnEmptyOne) {
-  USBScript script(16);
-  script.out(wire::command(0x1008, 0, {7})).out({});
-  script.in(wire::response(0x2001, 0, {1}));
-  Transaction transaction{.operation = 0x1008, .parameters = {7}, .parameterCount = 1};
-  EXPECT_EQ(connectTo(script)->transact(transaction, nullptr), 0);
-  EXPECT_EQ(script.report(), "");
+        [&](USBScript& script) {
+          script.memory = bytes;
+          script.out(wire::command(kOp, 1));
+        },
+        5000000);
 }
 
 TEST(Transaction, RefusesWhatNoContainerHoldsBeforeAnythingIsSent) {

@@ -78,21 +78,10 @@ struct PTPCameraDescription {
   std::vector<std::uint16_t> imageFormats = {0x3801};
 
   std::vector<std::uint8_t> deviceInfo() const {
-    return PTPBytes()
-        .u16(100)
-        .u32(vendorExtensionID)
-        .u16(100)
-        .text("maker")
-        .u16(0)
-        .codes(operations)
-        .codes({0x4004})
-        .codes(properties)
-        .codes({0x3801})
-        .codes(imageFormats)
-        .text(manufacturer)
-        .text(model)
-        .text("1.02")
-        .text(serialNumber);
+    PTPBytes info;
+    info.u16(100).u32(vendorExtensionID).u16(100).text("maker").u16(0);
+    info.codes(operations).codes({0x4004}).codes(properties).codes({0x3801}).codes(imageFormats);
+    return info.text(manufacturer).text(model).text("1.02").text(serialNumber);
   }
 };
 
@@ -218,9 +207,8 @@ class FakeImageCapture : public ImageCapture {
     return childCountStatus;
   }
   Status getNthChild(ICAObject, std::uint32_t index, ICAChildInfo& child) override {
-    if (const auto found = nthChildStatus.find(index); found != nthChildStatus.end()) {
+    if (const auto found = nthChildStatus.find(index); found != nthChildStatus.end())
       return found->second;
-    }
     const auto listed = listedDevices();
     if (index >= listed.size()) return status::kICAInvalidObject;
     child = {listed[index]->object, listed[index]->info};
@@ -237,9 +225,8 @@ class FakeImageCapture : public ImageCapture {
     PropertyDictionary dictionary;
     const Status result = copyObjectPropertyDictionary(object, dictionary);
     if (result != 0) return result;
-    const auto found = dictionary.find(key);
-    if (found == dictionary.end()) return status::kICAPropertyNotFound;
-    value = *found;
+    if (!dictionary.contains(key)) return status::kICAPropertyNotFound;
+    value = dictionary[key];
     return 0;
   }
   void forgetContents(ICAObject object) override {
@@ -247,16 +234,12 @@ class FakeImageCapture : public ImageCapture {
   }
   Status registerForEventNotification(ICAObject object, FourCharCode type,
                                       EventCallback callback) override {
-    if (const auto found = registrationStatus.find(type); found != registrationStatus.end()) {
+    if (const auto found = registrationStatus.find(type); found != registrationStatus.end())
       return found->second;
-    }
     if (object != 0 && !find(object)) return status::kICAInvalidObject;
     ++registrations;
-    if (callback) {
-      callbacks_[{object, type}] = std::move(callback);
-    } else {
-      callbacks_.erase({object, type});
-    }
+    callbacks_[{object, type}] = std::move(callback);
+    if (!callbacks_[{object, type}]) callbacks_.erase({object, type});
     return 0;
   }
 
@@ -312,18 +295,16 @@ class FakeImageCapture : public ImageCapture {
 
   std::vector<Device*> listedDevices() const {
     std::vector<Device*> listed;
-    for (const auto& device : devices_) {
+    for (const auto& device : devices_)
       if (device->listed) listed.push_back(device.get());
-    }
     return listed;
   }
 
   PropertyDictionary eventDictionary(ICAObject object) {
     auto dictionary = PropertyDictionary::object();
     const auto* device = find(object);
-    if (device && device->properties.contains("ifil")) {
+    if (device && device->properties.contains("ifil"))
       dictionary["ifil"] = device->properties["ifil"];
-    }
     return dictionary;
   }
 
@@ -332,9 +313,8 @@ class FakeImageCapture : public ImageCapture {
     const auto code = static_cast<std::uint16_t>(pb.commandCode);
     device.operations.push_back(code);
     device.records.push_back(pb);
-    if (record.source()) {
+    if (record.source())
       device.records.back().dataSize = static_cast<std::uint32_t>(record.source()->size());
-    }
     const auto found = device.answers.find(code);
     PTPAnswer answer =
         found == device.answers.end() ? PTPAnswer{.responseCode = 0x2005} : found->second;

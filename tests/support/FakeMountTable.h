@@ -33,7 +33,6 @@ class FakeMountTable : public MountTable {
   }
   /// Volumes are mounted here from now on.
   void moveTo(std::string volumesFolder) { volumesFolder_ = std::move(volumesFolder); }
-  bool isWatched() const { return static_cast<bool>(changed_); }
 
   std::vector<Mount> mounts() const override { return mounts_; }
   std::optional<std::string> deviceMountedAt(std::string_view path) const override {

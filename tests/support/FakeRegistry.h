@@ -40,9 +40,8 @@ class FakeRegistry : public Registry {
   /// Removes an entry and what lies below it, the lowest first, and announces each.
   void unplug(ServiceHandle service) {
     std::vector<ServiceHandle> children;
-    for (const Entry& entry : entries_) {
+    for (const Entry& entry : entries_)
       if (entry.parent == service) children.push_back(entry.handle);
-    }
     for (const ServiceHandle child : children)
       unplug(child);
     announce(service, &Subscriber::terminated);
@@ -51,8 +50,6 @@ class FakeRegistry : public Registry {
 
   /// From now on the properties of this entry cannot be read, as of a device that is just going.
   void makeUnreadable(ServiceHandle service) { unreadable_.insert(service); }
-
-  std::size_t subscriptionCount() const { return subscribers_->size(); }
 
   std::optional<PropertyDictionary> properties(ServiceHandle service) override {
     const Entry* entry = find(service);
@@ -71,9 +68,8 @@ class FakeRegistry : public Registry {
 
   std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) override {
     std::vector<ServiceHandle> found;
-    for (const Entry& entry : entries_) {
+    for (const Entry& entry : entries_)
       if (propertiesMatch(entry.properties, match)) found.push_back(entry.handle);
-    }
     return found;
   }
 

@@ -79,9 +79,8 @@ class ManualRunLoop : public RunLoop {
   /// Interval of each valid timer, in order of scheduling.
   std::vector<Milliseconds> validIntervals() const {
     std::vector<Milliseconds> intervals;
-    for (const auto& timer : timers_) {
+    for (const auto& timer : timers_)
       if (timer->isValid()) intervals.push_back(timer->interval);
-    }
     return intervals;
   }
 
@@ -95,11 +94,8 @@ class ManualRunLoop : public RunLoop {
     void invalidate() override { valid = false; }
     void setFireDelay(Milliseconds delay) override { due = now + delay; }
     void fireNow() {
-      if (repeats) {
-        due += std::max(interval, Milliseconds(1));
-      } else {
-        valid = false;
-      }
+      due += std::max(interval, Milliseconds(1));
+      valid = repeats;
       const auto work = fire;
       work();
     }

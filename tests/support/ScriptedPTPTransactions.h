@@ -286,25 +286,17 @@ class ScriptedPTPTransactions : public PTPTransactions {
     return handles;
   }
 
-  /// Gives content to a sink in pieces, two of them in flight, as a transport does.
+  /// Gives content to a sink in pieces of its choice.
   Status move(Status status, std::string_view content, ptp::DataSink& sink,
               std::uint64_t& received) const {
     if (status != status::kOK && !endsAfter) return status;
     const std::uint64_t end = std::min<std::uint64_t>(content.size(), endsAfter.value_or(~0ULL));
-    std::vector<std::span<std::byte>> rooms;
-    std::uint64_t asked = 0;
     while (received < end) {
-      while (rooms.size() < 2 && asked < end) {
-        rooms.push_back(sink.room(asked, static_cast<std::size_t>(end - asked)));
-        if (rooms.back().empty()) return status;  // full: what comes is dropped
-        asked += rooms.back().size();
-      }
-      const std::span<std::byte> room = rooms.front();
-      rooms.erase(rooms.begin());
+      const auto room = sink.room(received, static_cast<std::size_t>(end - received));
+      if (room.empty()) return status;  // full: what comes is dropped
       std::memcpy(room.data(), content.data() + received, room.size());
-      const std::uint64_t offset = received;
       received += room.size();
-      if (!sink.received(offset, room.size())) return status::kCancelled;
+      if (!sink.received(received - room.size(), room.size())) return status::kCancelled;
     }
     return status;
   }

@@ -16,7 +16,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <deque>
 #include <initializer_list>
 #include <iterator>
@@ -25,7 +24,9 @@
 #include <utility>
 #include <vector>
 
+#include "Utilities/Format.h"
 #include "platform/imagecapture/ptp/USBDevice.h"
+#include "tests/support/HexBytes.h"
 
 namespace tarvo::test {
 
@@ -169,21 +170,17 @@ class USBScript {
   /// The usual way back into step.
   USBScript& recovery(std::uint32_t id) { return cancelRequest(id).deviceStatus(0x2001); }
 
-  /// Where both endpoints have finished something, the host is told of the reads first.
-  USBScript& handsReadsBackFirst() {
-    readsFirst_ = true;
-    return *this;
+  /// OpenSession, and any other command that is answered without parameters and data.
+  USBScript& opens(std::uint16_t code = 0x2001) {
+    return out(wire::command(0x1002, 0, {1})).in(wire::response(code, 0));
   }
-  /// What the device moves in a second of waiting.
-  USBScript& isSlow(std::size_t bytesPerSecond) {
-    bytesPerSecond_ = bytesPerSecond;
-    return *this;
+  USBScript& answers(std::uint16_t operation, std::uint32_t id) {
+    return out(wire::command(operation, id)).in(wire::response(0x2001, id));
   }
-  /// The system takes no more than so many bytes of transfers at a time.
-  USBScript& hasMemoryFor(std::size_t bytes) {
-    memory_ = bytes;
-    return *this;
-  }
+
+  bool readsFirst = false;         ///< of what has finished, the host is told of the reads first
+  std::size_t bytesPerSecond = 0;  ///< that the device moves while the host waits; 0: at once
+  std::size_t memory = SIZE_MAX;   ///< bytes of transfers that the system takes at a time
 
   /// What went wrong: traffic that was not expected, and steps that were not reached. Empty when
   /// all is well.
@@ -205,18 +202,6 @@ class USBScript {
     handler(result, packet);
     return true;
   }
-  const ptp::StillImageEndpoints& endpoints() const { return endpoints_; }
-
-  static std::string hex(const Bytes& bytes) {
-    constexpr std::size_t kShown = 48;
-    std::string text = std::to_string(bytes.size()) + " bytes";
-    for (std::size_t i = 0; i < std::min(bytes.size(), kShown); ++i) {
-      char digits[4];
-      std::snprintf(digits, sizeof digits, " %02x", std::to_integer<unsigned>(bytes[i]));
-      text += digits;
-    }
-    return bytes.size() > kShown ? text + " ..." : text;
-  }
 
  private:
   friend class ScriptedUSBDevice;
@@ -227,13 +212,12 @@ class USBScript {
   }
 
   static std::string describe(const Step& step) {
-    constexpr const char* kNames[] = {"OUT ",       "IN ",     "request ", "clear halt of ",
+    constexpr const char* kNames[] = {"OUT",        "IN",      "request", "clear halt",
                                       "port reset", "silence", "unplug"};
-    std::string text = kNames[static_cast<std::size_t>(step.kind)];
-    if (step.kind == Kind::kControl)
-      text += hex({std::byte{step.setup.requestType}, std::byte{step.setup.request}}) + " with ";
-    if (step.kind == Kind::kClearHalt) return text + hex({std::byte{step.endpoint}});
-    return step.kind <= Kind::kControl ? text + hex(step.bytes) : text;
+    const std::size_t shown = std::min<std::size_t>(step.bytes.size(), 48);
+    return formatted("%s %02x %02x %02x of %zu bytes %s", kNames[static_cast<int>(step.kind)],
+                     step.setup.requestType, step.setup.request, step.endpoint, step.bytes.size(),
+                     hexText(std::span(step.bytes).first(shown)).c_str());
   }
 
   /// The step that the host's next action must match: the device's own words may wait for later.
@@ -253,9 +237,6 @@ class USBScript {
   std::deque<Step> steps_;
   std::string mismatches_;
   std::size_t mostInFlight_ = 0;
-  bool readsFirst_ = false;
-  std::size_t bytesPerSecond_ = 0;  ///< 0: at once
-  std::size_t memory_ = SIZE_MAX;
   ptp::InterruptHandler interrupts_;
 };
 
@@ -280,13 +261,10 @@ class ScriptedUSBDevice : public ptp::USBDevice {
   }
 
   void submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) override {
-    const std::size_t packet = endpoint == script_.endpoints_.bulkIn
-                                   ? script_.endpoints_.bulkInPacketSize
-                                   : std::size_t{1};
-    if (endpoint == script_.endpoints_.bulkIn && (buffer.empty() || buffer.size() % packet != 0))
-      script_.mismatch("IN of no whole packets, " + std::to_string(buffer.size()) + " bytes");
     const bool read = endpoint == script_.endpoints_.bulkIn;
-    if (buffer.size() > script_.memory_ - inFlight() || isHeldBack(read)) {
+    if (read && (buffer.empty() || buffer.size() % script_.endpoints_.bulkInPacketSize != 0))
+      script_.mismatch("IN of no whole packets, " + std::to_string(buffer.size()) + " bytes");
+    if (buffer.size() > script_.memory - inFlight() || isHeldBack(read)) {
       done_.push_back({{tag, ptp::TransferResult::kNoMemory, 0}, read});
       return;
     }
@@ -297,15 +275,15 @@ class ScriptedUSBDevice : public ptp::USBDevice {
 
   std::optional<ptp::TransferCompletion> wait(std::chrono::milliseconds timeout) override {
     if (done_.empty()) {
-      movable_ = script_.bytesPerSecond_ == 0
+      movable_ = script_.bytesPerSecond == 0
                      ? SIZE_MAX
-                     : movable_ + script_.bytesPerSecond_ * timeout.count() / 1000;
+                     : movable_ + script_.bytesPerSecond * timeout.count() / 1000;
       play();
       // What the device has heard just now it may have answered just now.
-      if (script_.readsFirst_) play();
+      if (script_.readsFirst) play();
     }
     auto next = done_.begin();
-    if (script_.readsFirst_) next = std::find_if(next, done_.end(), [](auto& e) { return e.read; });
+    if (script_.readsFirst) next = std::find_if(next, done_.end(), [](auto& e) { return e.read; });
     if (next == done_.end()) next = done_.begin();
     if (next == done_.end()) return std::nullopt;
     const ptp::TransferCompletion completion = next->completion;

@@ -12,17 +12,14 @@
 #pragma once
 
 #include <algorithm>
-#include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "platform/imagecapture/ImageCaptureService.h"
-#include "platform/imagecapture/ptp/BulkConnection.h"
 #include "tests/support/FakeMountTable.h"
 #include "tests/support/FakeRegistry.h"
 #include "tests/support/FakeRunningApplications.h"
@@ -32,33 +29,6 @@
 #include "tests/support/SimulatedUSBDevice.h"
 
 namespace tarvo::test {
-
-/// Connects to one simulated camera, whatever the address.
-class SimulatedConnector : public ptp::PTPConnector {
- public:
-  explicit SimulatedConnector(std::shared_ptr<simulator::PTPCamera> camera)
-      : camera_(std::move(camera)) {}
-
-  std::unique_ptr<ptp::PTPConnection> connect(const ptp::USBInterfaceAddress&, Status* failure,
-                                              std::string* why) override {
-    if (!camera_->isGone()) {
-      std::unique_ptr<ptp::USBDevice> device = std::make_unique<SimulatedUSBDevice>(camera_);
-      if (wrap) device = wrap(std::move(device));
-      return std::make_unique<ptp::BulkConnection>(std::move(device), timeouts, LogSink(),
-                                                   "simulated camera");
-    }
-    if (failure) *failure = status::kICADeviceGone;
-    if (why) *why = "it is unplugged";
-    return nullptr;
-  }
-
-  ptp::Timeouts timeouts;
-  /// Where there is one, puts something between the transport and the camera.
-  std::function<std::unique_ptr<ptp::USBDevice>(std::unique_ptr<ptp::USBDevice>)> wrap;
-
- private:
-  std::shared_ptr<simulator::PTPCamera> camera_;
-};
 
 class SimulatedPTPDevice {
  public:

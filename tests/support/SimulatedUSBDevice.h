@@ -13,12 +13,13 @@
 
 #include <algorithm>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "platform/imagecapture/ptp/USBDevice.h"
+#include "platform/imagecapture/ptp/BulkConnection.h"
 #include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::test {
@@ -170,6 +171,31 @@ class SimulatedUSBDevice : public ptp::USBDevice {
   std::deque<ptp::TransferCompletion> ended_;
   ptp::InterruptHandler interrupts_;
   guint looking_ = 0;  ///< the source that looks for events
+};
+
+/// Connects to one simulated camera, whatever the address.
+class SimulatedConnector : public ptp::PTPConnector {
+ public:
+  explicit SimulatedConnector(std::shared_ptr<simulator::PTPCamera> simulated)
+      : camera(std::move(simulated)) {}
+
+  std::unique_ptr<ptp::PTPConnection> connect(const ptp::USBInterfaceAddress&, Status* failure,
+                                              std::string* why) override {
+    if (!camera->isGone()) {
+      std::unique_ptr<ptp::USBDevice> device = std::make_unique<SimulatedUSBDevice>(camera);
+      if (wrap) device = wrap(std::move(device));
+      return std::make_unique<ptp::BulkConnection>(std::move(device), timeouts, LogSink(),
+                                                   "simulated camera");
+    }
+    if (failure) *failure = status::kICADeviceGone;
+    if (why) *why = "it is unplugged";
+    return nullptr;
+  }
+
+  std::shared_ptr<simulator::PTPCamera> camera;  ///< of the next connection
+  ptp::Timeouts timeouts;
+  /// Where there is one, puts something between the transport and the camera, or in its place.
+  std::function<std::unique_ptr<ptp::USBDevice>(std::unique_ptr<ptp::USBDevice>)> wrap;
 };
 
 }  // namespace tarvo::test
