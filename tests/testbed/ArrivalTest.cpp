@@ -5,7 +5,6 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 class Arrival : public AgentTestbed {};
@@ -60,17 +59,12 @@ TEST_F(Arrival, UnsupportedAndForeignCamerasAreIgnored) {
 }
 
 TEST_F(Arrival, ASecondCameraIsIgnoredWhileTheRelayRunsAndStartsItAfterItsEnd) {
-  listenToDistributed();
   startAgent();
   plug("tarvo-camera");
   ASSERT_FALSE(relayLaunch(0).is_null());
   const auto second = plug("second-camera");
   EXPECT_TRUE(waitForLog("RelayApp is already running. Ignoring this camera event."));
-  EXPECT_TRUE(waitUntil([&] { return !heard().empty(); }));
-  EXPECT_THAT(heard(), ElementsAre("kRLABusyNotification"));
   ASSERT_NO_FATAL_FAILURE(endRelay(0));
-  EXPECT_TRUE(waitUntil([&] { return heard().size() == 2; }));
-  EXPECT_THAT(heard(), ElementsAre("kRLABusyNotification", "kRLADoneNotification"));
   testbed_->unplug(second);
   plug("second-camera", "1-5");
   EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
@@ -97,24 +91,35 @@ TEST_F(Arrival, AnArrivalCostsTheSameWhateverTheCameraHolds) {
   EXPECT_EQ(camera(small).counts().transactions, camera(big).counts().transactions);
 }
 
-TEST_F(Arrival, OnSystem1062CamerasArriveAndAnAVIEventStartsASearchOfFiveSeconds) {
+TEST_F(Arrival, OnSystem1062CamerasArriveAndAnAVIEventStartsASearch) {
   configure("Platform", "SystemVersion", "0x1062");
   startAgent();
-  EXPECT_TRUE(hasLogged("handle ICA AVI bug"));
-  auto device = description("tarvo-camera");
-  device.usb.name = "clip.avi";  // the name counts in upper case only
-  plug(device, "1-1");
+  plug("tarvo-camera", "1-1");
   EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
   EXPECT_TRUE(hasLogged("addDeviceNotificationCB - entered"));
   EXPECT_FALSE(hasLogged("starting Lost Device Timer"));
   ASSERT_NO_FATAL_FAILURE(endRelay(0));
+  auto device = description("tarvo-camera");
   device.usb.name = "CLIP.AVI";
   plug(device, "1-5");
   EXPECT_TRUE(waitForLog("starting Lost Device Timer"));
-  EXPECT_TRUE(waitForLog("starting Kill Timer"));
   EXPECT_EQ(relayArguments(1), commandLine("PTP", 0x01500000));
-  EXPECT_TRUE(waitForLog("killTimersHandler - entered"));
-  EXPECT_EQ(timesLogged("starting Lost Device Timer"), 1U);
+}
+
+TEST_F(Arrival, ManyArrivalsLeaveTheDescriptorsFlat) {
+  configure("Preferences", "LOG_SUBSYS_APP_DEBUG", "true");
+  startAgent();
+  const auto files = "/proc/" + std::to_string(agent().pid()) + "/fd";
+  const auto opened = [&] { return std::distance(std::filesystem::directory_iterator(files), {}); };
+  std::ptrdiff_t before = 0;
+  for (std::size_t number = 1; number <= 20; ++number) {
+    const auto id = plug("unsupported-model", "1-1");
+    ASSERT_TRUE(waitForLog("ignoring invalid mass storage device.", number));
+    testbed_->unplug(id);
+    ASSERT_TRUE(waitForLog("went: 'Tarvo Prototype'", number));
+    if (number == 3) before = opened();
+  }
+  EXPECT_EQ(opened(), before);
 }
 
 }  // namespace

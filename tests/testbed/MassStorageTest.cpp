@@ -9,7 +9,6 @@
 namespace tarvo::test {
 namespace {
 
-using simulator::MassStorageUnit;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -17,17 +16,11 @@ constexpr const char* kSenseHeader = "5a002500000000000800";
 constexpr const char* kSensePage = "5a002500000000001700";
 constexpr const char* kSelect = "55000000000000001100";
 /// Camera mode, power down, and a delay of 1000 in units of ten.
-constexpr const char* kCameraPage =
-    "0000000000000000"
-    "2507"
-    "04"
-    "01"
-    "00000064"
-    "00";
+constexpr const char* kCameraPage = "0000000000000000250704010000006400";
 constexpr std::size_t kCommandsOfASwitch = 5;
 
 /// The blocks of the commands that have reached a unit, in hexadecimal.
-std::vector<std::string> blocksOf(const MassStorageUnit& unit) {
+std::vector<std::string> blocksOf(const simulator::MassStorageUnit& unit) {
   std::vector<std::string> list;
   for (const auto& command : unit.commands())
     list.push_back(hexText(command.block));
@@ -38,49 +31,32 @@ class MassStorage : public AgentTestbed {
  protected:
   void TearDown() override { expectNoViolations(*testbed_); }
 
-  /// The unit of a device, which may be looked at after it has gone.
-  std::shared_ptr<MassStorageUnit> unitOf(const std::string& id) {
-    return testbed_->device(id)->unit;
-  }
-  bool waitUntilGone(const std::string& id) {
-    return waitUntil([&] { return testbed_->device(id) == nullptr; });
-  }
-  bool waitForCamera(const std::string& id) {
-    return waitUntil([&] {
-      const auto* device = testbed_->device(id);
-      return device != nullptr && device->camera;
-    });
-  }
   /// One that stays away once it was switched or has vanished.
   static simulator::DeviceDescription dockThatStaysAway() {
     auto dock = description("dock");
     dock.camera.reset();
     return dock;
   }
-  /// The Relay starts for a camera at the port.
-  void expectRelayFor(std::size_t index, std::int32_t location) {
-    EXPECT_EQ(relayArguments(index), commandLine("PTP", location));
+  /// The dock at the first port has become a camera, for which the Relay starts.
+  void expectRelayForTheDock(const std::string& id) {
+    ASSERT_TRUE(waitUntil([&] {
+      const auto* device = testbed_->device(id);
+      return device != nullptr && device->camera;
+    }));
+    EXPECT_EQ(relayArguments(0), commandLine("PTP", 0x01100000));
   }
 };
 
 TEST_F(MassStorage, IsSwitchedAndItsCameraStartsTheRelay) {
   startAgent();
   const auto id = plug("dock");
-  const auto unit = unitOf(id);
-  ASSERT_TRUE(waitForCamera(id));
+  const auto unit = testbed_->device(id)->unit;
+  expectRelayForTheDock(id);
   EXPECT_THAT(blocksOf(*unit),
               ElementsAre(kSenseHeader, kSensePage, kSenseHeader, kSensePage, kSelect));
   EXPECT_EQ(hexText(unit->commands().back().data), kCameraPage);
   EXPECT_THAT(unit->violations(), IsEmpty());
-  expectRelayFor(0, 0x01100000);
   EXPECT_TRUE(hasLogged("newMSCDeviceAdded - setting device USB mode."));
-}
-
-TEST_F(MassStorage, IsSwitchedWhenItWasThereFirst) {
-  const auto id = plug("dock");
-  startAgent();
-  ASSERT_TRUE(waitForCamera(id));
-  expectRelayFor(0, 0x01100000);
 }
 
 TEST_F(MassStorage, IsUnmountedAndEjectedWhereItCannotSwitch) {
@@ -91,7 +67,7 @@ TEST_F(MassStorage, IsUnmountedAndEjectedWhereItCannotSwitch) {
   disks.objects =
       FakeUDisks2::block("sr0", {.drive = "Dock", .mountPoints = "[b'" + mountPoint + "']"});
   disks.script["Unmount"].before = [&] { ::umount2(mountPoint.c_str(), MNT_DETACH); };
-  const auto unit = unitOf(plug("dock-fixed"));
+  const auto unit = testbed_->device(plug("dock-fixed"))->unit;
   ASSERT_TRUE(waitUntil([&] { return unit->state().isTrayOpen; }));
   EXPECT_THAT(disks.calls(),
               ElementsAre(testing::StartsWith("Unmount " + FakeUDisks2::blockPath("sr0"))));
@@ -109,12 +85,11 @@ TEST_F(MassStorage, MayVanishAtEveryCommand) {
       auto dock = dockThatStaysAway();
       ASSERT_EQ(dock.faults.set(fault, "@" + std::to_string(number)), "");
       const auto id = plug(std::move(dock));
-      ASSERT_TRUE(waitUntilGone(id)) << fault << " " << number;
+      ASSERT_TRUE(waitUntil([&] { return testbed_->device(id) == nullptr; }))
+          << fault << " " << number;
     }
   }
-  const auto id = plug("dock");
-  ASSERT_TRUE(waitForCamera(id));
-  expectRelayFor(0, 0x01100000);
+  expectRelayForTheDock(plug("dock"));
   EXPECT_TRUE(agent().isRunning());
 }
 
@@ -124,16 +99,14 @@ TEST_F(MassStorage, MayBePulledOutWhileTheAgentWaitsForIt) {
     auto dock = dockThatStaysAway();
     ASSERT_EQ(dock.faults.set("silent", std::string("0x") + command), "");
     const auto id = plug(std::move(dock));
-    const auto unit = unitOf(id);
+    const auto unit = testbed_->device(id)->unit;
     ASSERT_TRUE(waitUntil([&] {
       const auto blocks = blocksOf(*unit);
       return !blocks.empty() && blocks.back().starts_with(command);
     }));
     testbed_->unplug(id);
   }
-  const auto id = plug("dock");
-  ASSERT_TRUE(waitForCamera(id));
-  expectRelayFor(0, 0x01100000);
+  expectRelayForTheDock(plug("dock"));
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ class Surroundings : public AgentTestbed {};
 
 TEST_F(Surroundings, ASecondAgentSaysSoAndExitsWithOne) {
   startAgent();
-  const auto second = makeAgent("second.log");
+  const auto second = makeProgram("second.log");
   EXPECT_EQ(second->waitForEnd(), 1);
   EXPECT_THAT(second->output(), HasSubstr("Another agent is running"));
   EXPECT_THAT(second->output(), Not(HasSubstr("Launch WRLApp"))) << "it has started something";
@@ -24,7 +24,7 @@ TEST_F(Surroundings, ASecondAgentSaysSoAndExitsWithOne) {
 TEST_F(Surroundings, AnAgentWhoseNameTheBusDeniesSaysSoAndExitsWithOne) {
   sessionBus_.stop();
   sessionBus_.start("com.tarvo.Agent");
-  const auto agent = makeAgent("denied.log");
+  const auto agent = makeProgram("denied.log");
   EXPECT_EQ(agent->waitForEnd(), 1);
   EXPECT_THAT(agent->output(), HasSubstr("The name com.tarvo.Agent cannot be owned: "));
 }

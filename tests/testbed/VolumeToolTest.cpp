@@ -36,12 +36,6 @@ class VolumeTool : public ToolTestbed {
   std::string card(const std::string& name) const {
     return folder_.path("volumes/TARVO_CARD/" + name);
   }
-  static std::vector<std::string> filesIn(const std::string& folder) {
-    std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(folder))
-      names.push_back(entry.path().filename());
-    return names;
-  }
 };
 
 TEST_F(VolumeTool, DoesNotEnterAMountBelowTheCard) {
@@ -69,7 +63,7 @@ TEST_F(VolumeTool, WhatADiskHasNoRoomForIsToldBeforehandAndNotBegun) {
   EXPECT_THAT(run.err, HasSubstr("no room for all that is to be fetched (2 files, 1.3 MB): 1.0 MB "
                                  "are free in 'small', 262.2 kB are missing.\n"));
   EXPECT_THAT(run.err, ContainsRegex("1 file fetched, .*, 1 without room, 1.3 MB\n$"));
-  EXPECT_THAT(filesIn(folder_.path("work/small")), UnorderedElementsAre("IREVIEW.DB"));
+  EXPECT_THAT(folder_.names("work/small"), UnorderedElementsAre("IREVIEW.DB"));
 }
 
 TEST_F(VolumeTool, AFullDiskEndsTheTransfers) {
@@ -91,7 +85,7 @@ TEST_F(VolumeTool, AFullDiskEndsTheTransfers) {
   EXPECT_THAT(run.err, HasSubstr("No space left on device"));
   EXPECT_THAT(run.err, HasSubstr("0 files fetched, 3 without room"));
   EXPECT_EQ(std::ranges::count(pluggedCamera(id).operations(), ptp::kGetObject), 1);
-  EXPECT_THAT(filesIn(folder_.path("work/small")), IsEmpty());
+  EXPECT_THAT(folder_.names("work/small"), IsEmpty());
 }
 
 }  // namespace
