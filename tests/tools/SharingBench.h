@@ -55,6 +55,12 @@ class SharingBench : public CameraBench {
   std::size_t count(std::uint16_t format) const {
     return sim.camera->handles({.format = format}).size();
   }
+  /// Imports a book from a file; `options` may be more of them.
+  ToolRun import(const std::string& text, const std::vector<std::string>& options = {"--yes"}) {
+    std::vector<std::string> words = {"addressbook", "import", folder.write("book.json", text)};
+    words.insert(words.end(), options.begin(), options.end());
+    return run(words);
+  }
   /// The device's address book as it tells it now.
   nlohmann::json book() { return run({"--json", "addressbook", "show"}).json(); }
   /// "NICKNAME <EMAIL>" of each contact.

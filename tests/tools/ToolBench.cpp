@@ -28,7 +28,7 @@ class Capture {
     std::fflush(file_);
     std::rewind(file_);
     std::string all;
-    for (int byte = std::fgetc(file_); byte != EOF; byte = std::fgetc(file_))
+    for (int byte = 0; (byte = std::fgetc(file_)) != EOF;)
       all += static_cast<char>(byte);
     return all;
   }
@@ -128,16 +128,17 @@ CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {
   sim.scope.reset();
 }
 
-std::uint32_t CameraBench::handleOf(const std::string& name) {
-  for (const auto& object : run({"--json", "ls", "--recursive"}).json()) {
-    if (object.value("name", "") == name) return object["handle"].get<std::uint32_t>();
-  }
-  ADD_FAILURE() << "there is no " << name;
-  return 0;
+ToolRun CameraBench::ends(const std::vector<std::string>& words, int exitCode) {
+  auto ended = run(words);
+  EXPECT_EQ(ended.exitCode, exitCode) << ::testing::PrintToString(words) << ended.out << ended.err;
+  return ended;
 }
 
 std::string CameraBench::handleText(const std::string& name) {
-  return std::to_string(handleOf(name));
+  for (const auto& object : run({"--json", "ls", "--recursive"}).json())
+    if (object.value("name", "") == name) return object["handle"].dump();
+  ADD_FAILURE() << "there is no " << name;
+  return "0";
 }
 
 std::vector<std::string> CameraBench::names() {

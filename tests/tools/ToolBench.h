@@ -37,13 +37,9 @@ struct ToolRun {
 class NoPlatform : public tools::ToolPlatform {
  public:
   const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
-  SupportedModels& models() override { throw std::logic_error("the platform was asked for"); }
-  const PictureDeviceServices& services() override {
-    throw std::logic_error("the platform was asked for");
-  }
-  TarvoMSCDeviceList& massStorage() override {
-    throw std::logic_error("the platform was asked for");
-  }
+  SupportedModels& models() override { throw std::logic_error("the models were asked for"); }
+  const PictureDeviceServices& services() override { throw std::logic_error("so were services"); }
+  TarvoMSCDeviceList& massStorage() override { throw std::logic_error("so were units"); }
 };
 
 /// A terminal at which somebody has typed something.
@@ -79,8 +75,11 @@ class CameraBench : public NoPlatform {
   ToolRun run(const std::vector<std::string>& words, const std::string& input = {}) {
     return runTool(words, *this, input, interrupt, terminal);
   }
+  /// The same, of a command that must be done, or must fail.
+  ToolRun done(const std::vector<std::string>& words) { return ends(words, tools::kDone); }
+  ToolRun fails(const std::vector<std::string>& words) { return ends(words, tools::kFailed); }
+  ToolRun ends(const std::vector<std::string>& words, int exitCode);
   /// Handle of the first object of that name; fails the test where there is none.
-  std::uint32_t handleOf(const std::string& name);
   std::string handleText(const std::string& name);
   /// Names of all objects, in the order of the device.
   std::vector<std::string> names();
