@@ -49,7 +49,10 @@ class SharingBench : public CameraBench {
   std::string onlyObject(std::uint16_t format) const {
     const auto handles = sim.camera->handles({.format = format});
     if (handles.size() != 1) return std::to_string(handles.size()) + " objects";
-    const auto bytes = sim.camera->bytes(handles.front());
+    return content(handles.front());
+  }
+  std::string content(std::uint32_t handle) const {
+    const auto bytes = sim.camera->bytes(handle);
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
   }
   std::size_t count(std::uint16_t format) const {
