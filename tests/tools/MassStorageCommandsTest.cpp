@@ -66,48 +66,34 @@ class UnitBench : public NoPlatform {
   ServiceHandle usb = 0;
 };
 
-TEST(Units, AreListedWithoutBeingAsked) {
+TEST(Units, AreListedWithoutBeingAskedAndTellModeAndModel) {
   UnitBench bench;
   EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::array());
   const auto unit = bench.plug();
   bench.plugCard("CARD", "sdb1");
-  const auto run = bench.run({"--json", "msc", "list"});
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_EQ(run.json(), nlohmann::json::parse(R"([{
+  EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::parse(R"([{
     "name": "Lumo 700", "location": -98566144, "locationHex": "0xfa200000", "serial": "SN-sr0",
     "bsdName": "sr0", "volume": "CARD", "volumeBSDName": "sdb1"}])"));
-  EXPECT_THAT(bench.run({"msc", "list"}).out, HasSubstr("SN-sr0"));
   EXPECT_THAT(unit->take(), IsEmpty());
+  EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
+              ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
+  // What a unit calls itself cannot steer the terminal.
+  EXPECT_EQ(bench.run({"msc", "model"}).out, "L\uFFFDmo 700\n");
 }
 
 TEST(Units, AreChosenBySerialNumberOrLocationOrBecauseTheyAreAlone) {
   UnitBench bench;
   EXPECT_EQ(bench.run({"msc", "model"}).exitCode, tools::kNoDevice);
   bench.plug();
-  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, 0);
   bench.plug("sr1");
   const auto several = bench.run({"msc", "model"});
   EXPECT_EQ(several.exitCode, tools::kBadUsage);
   EXPECT_THAT(several.err, HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
-  for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"}) {
-    const auto run = bench.run({"--json", "--device", device, "msc", "model"});
-    EXPECT_EQ(run.json()["bsdName"], "sr1") << device;
-  }
+  for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"})
+    EXPECT_EQ(bench.run({"--json", "--device", device, "msc", "model"}).json()["bsdName"], "sr1");
   const auto none = bench.run({"--device", "SN-sr", "msc", "model"});
   EXPECT_EQ(none.exitCode, tools::kNoDevice);
   EXPECT_THAT(none.err, HasSubstr("connected: SN-sr0"));
-}
-
-TEST(Units, TellModeAndModel) {
-  UnitBench bench;
-  bench.plug();
-  EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
-              ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
-  const auto mode = bench.run({"--json", "msc", "mode", "get"}).json();
-  EXPECT_EQ(mode["cameraMode"], true);
-  EXPECT_EQ(mode["autoWakeup"], 0x0403);
-  // What a unit calls itself cannot steer the terminal.
-  EXPECT_EQ(bench.run({"msc", "model"}).out, "L\uFFFDmo 700\n");
 }
 
 TEST(Units, WarnOfACardThatIsMountedWhileTheyAreSwitched) {
@@ -149,9 +135,7 @@ TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   // Whatever the disk service says.
   bench.plugCard("", "sdb1");
   bench.host.mounts.add("/dev/sdb1", "/srv/card");
-  const auto run = bench.run({"msc", "eject"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_THAT(run.err, HasSubstr("/srv/card (sdb1) is still mounted"));
+  EXPECT_THAT(bench.run({"msc", "eject"}).err, HasSubstr("/srv/card (sdb1) is still mounted"));
   bench.disks.answers = false;
   bench.disks.interrupted = true;
   EXPECT_EQ(bench.run({"msc", "eject"}).exitCode, tools::kInterrupted);
