@@ -66,7 +66,7 @@ TEST_F(Tool, EveryExampleOfItsHelpWorks) {
 }
 
 TEST_F(Tool, ACardKeepsItsEncodingWhenItIsWritten) {
-  folder_.write("config/tarvo/agent.conf", "[Platform]\nDefaultEncoding=ISO-8859-1\n");
+  configure("Platform", "DefaultEncoding", "ISO-8859-1");
   auto description = camera("orders-legacy");
   description.stores[0].content[0].text = "Ren\xE9 <r@example.org>\r\n";
   description.stores[0].content[0].size = 22;
@@ -141,7 +141,7 @@ TEST_F(Tool, AKilledCommandDoesNotBlockTheNextOne) {
 
 TEST_F(Tool, ADeviceThatIsHeldIsReportedWithItsHolder) {
   const auto id = plug(camera());
-  const auto other = startAnother("events");
+  const auto other = startBeside("events", "other");
   ASSERT_TRUE(
       waitUntil([&] { return folder_.read("other.err").find("Watching") != std::string::npos; }));
   const auto run = tool("ls");

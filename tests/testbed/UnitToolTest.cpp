@@ -49,17 +49,14 @@ TEST_F(UnitTool, SendsAUnitToAnotherMode) {
 }
 
 TEST_F(UnitTool, SeesOrdersUnmountsMountsAndEjects) {
-  RunningBus bus;
-  FakeUDisks2 disks(bus);
+  systemBus_.start();
+  FakeUDisks2 disks(systemBus_);
   const auto unit = plugUnit("dock-fixed");
   disks.objects = FakeUDisks2::block("sr0", {.drive = "Dock", .mountPoints = "[b'/mnt']"});
   disks.script["Unmount"].before = [volume = (testbed_->volumes() / "TARVO_DOCK").string()] {
     ::umount2(volume.c_str(), MNT_DETACH);
   };
-  const auto run = [&](const std::string& words) {
-    return shell("exec env DBUS_SYSTEM_BUS_ADDRESS=" + bus.address() + " tarvoctl --json msc " +
-                 words);
-  };
+  const auto run = [&](const std::string& words) { return tool("--json msc " + words); };
   EXPECT_EQ(run("orders").json()["sharingOrderExists"], false);
   folder_.write("volumes/TARVO_DOCK/MISC/IREVIEW.DB", "orders");
   EXPECT_EQ(run("orders").json()["sharingOrderExists"], true);
