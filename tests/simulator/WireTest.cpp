@@ -2,7 +2,11 @@
 // violations stands on this.
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <functional>
+
 #include "Utilities/PTPCodes.h"
+#include "simulator/ptp/DeviceState.h"
 #include "simulator/ptp/PTPCamera.h"
 
 namespace tarvo::simulator {
@@ -73,6 +77,11 @@ TEST_F(Wire, EveryBreachOfTheProtocolIsNoted) {
     while (!take().empty()) {
     }
   }
+}
+
+TEST(DeviceDescription, ReadsEveryShippedDescription) {
+  for (const auto& entry : std::filesystem::directory_iterator(DEVICES_FOLDER))
+    EXPECT_NO_THROW(DeviceState(DeviceDescription::fromFile(entry.path()))) << entry.path();
 }
 
 }  // namespace

@@ -19,10 +19,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-constexpr const char* kContacts = "XTAddressBookContactsKey";
-constexpr const char* kGroups = "XTAddressBookGroupsKey";
 constexpr const char* kHandle = "XTPTPObjectHandleKey";
-constexpr const char* kMembers = "contactGroupMembersKey";
 
 json contact(const std::string& nickname, const std::string& email, json more = json::object()) {
   more.update({{"kABNicknameProperty", nickname}, {"kABEmailProperty", email}});

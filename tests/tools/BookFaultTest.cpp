@@ -17,9 +17,6 @@ using simulator::ContactRecord;
 using simulator::GroupRecord;
 using ::testing::HasSubstr;
 
-constexpr const char* kContacts = "XTAddressBookContactsKey";
-constexpr const char* kGroups = "XTAddressBookGroupsKey";
-
 /// Whole contacts by their addresses, the addresses of each group, and every address-book file:
 /// what must never be lost.
 struct Held {
@@ -96,8 +93,8 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     contacts.erase(1);
     contacts.push_back({{"kABEmailProperty", kNewAddress}, {"kABNicknameProperty", "Dora"}});
     if (book[kGroups].empty()) return book.dump();
-    book[kGroups][0]["contactGroupMembersKey"] = {first};
-    book[kGroups][1]["contactGroupMembersKey"] = json::array();
+    book[kGroups][0][kMembers] = {first};
+    book[kGroups][1][kMembers] = json::array();
     book[kGroups][2]["kABGroupNameProperty"] = "Somebody";
     return book.dump();
   }

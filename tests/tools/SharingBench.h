@@ -13,6 +13,10 @@
 
 namespace tarvo::test {
 
+inline constexpr const char* kContacts = "XTAddressBookContactsKey";
+inline constexpr const char* kGroups = "XTAddressBookGroupsKey";
+inline constexpr const char* kMembers = "contactGroupMembersKey";
+
 inline std::string shippedCamera(const std::string& name, const std::string& over = "{}") {
   std::ostringstream content;
   content << std::ifstream(std::string(DEVICES_FOLDER) + "/" + name + ".json").rdbuf();
@@ -70,7 +74,7 @@ class SharingBench : public CameraBench {
   std::vector<std::string> contacts() {
     std::vector<std::string> all;
     const auto now = book();
-    for (const auto& contact : now.value("XTAddressBookContactsKey", nlohmann::json::array()))
+    for (const auto& contact : now.value(kContacts, nlohmann::json::array()))
       all.push_back(contact.value("kABNicknameProperty", "") + " <" +
                     contact.value("kABEmailProperty", "") + ">");
     return all;
