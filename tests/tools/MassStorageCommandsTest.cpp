@@ -47,7 +47,6 @@ class UnitBench : public NoPlatform {
     host.registry.add({{"IOClass", "block"}, {"BSD Name", disk}}, whole);
     if (!name.empty()) host.ica.addVolume(name, disk);
   }
-  ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }
 
   PictureDeviceTestRoom host;
   FakeSCSIServices scsi;
@@ -83,17 +82,15 @@ TEST(Units, AreListedWithoutBeingAskedAndTellModeAndModel) {
 
 TEST(Units, AreChosenBySerialNumberOrLocationOrBecauseTheyAreAlone) {
   UnitBench bench;
-  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, tools::kNoDevice);
+  bench.ends({"msc", "model"}, tools::kNoDevice);
   bench.plug();
   bench.plug("sr1");
-  const auto several = bench.run({"msc", "model"});
-  EXPECT_EQ(several.exitCode, tools::kBadUsage);
-  EXPECT_THAT(several.err, HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
+  EXPECT_THAT(bench.ends({"msc", "model"}, tools::kBadUsage).err,
+              HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
   for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"})
     EXPECT_EQ(bench.run({"--json", "--device", device, "msc", "model"}).json()["bsdName"], "sr1");
-  const auto none = bench.run({"--device", "SN-sr", "msc", "model"});
-  EXPECT_EQ(none.exitCode, tools::kNoDevice);
-  EXPECT_THAT(none.err, HasSubstr("connected: SN-sr0"));
+  EXPECT_THAT(bench.ends({"--device", "SN-sr", "msc", "model"}, tools::kNoDevice).err,
+              HasSubstr("connected: SN-sr0"));
 }
 
 TEST(Units, WarnOfACardThatIsMountedWhileTheyAreSwitched) {
@@ -114,12 +111,11 @@ TEST(Units, ThatCannotComeBackAreSentAwayOnlyOnDemand) {
   UnitBench bench;
   const auto unit = bench.plug();
   unit->pages[0x25] = "000f 0000 00000000 25 07 04 00 00000000 06";
-  const auto run = bench.run({"msc", "mode", "set", "camera"});
-  EXPECT_EQ(run.exitCode, tools::kBadUsage);
-  EXPECT_THAT(run.err, HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) says that it cannot come "
-                                 "back by itself"));
+  EXPECT_THAT(bench.ends({"msc", "mode", "set", "camera"}, tools::kBadUsage).err,
+              HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) says that it cannot come "
+                        "back by itself"));
   EXPECT_THAT(unit->take(), Not(Contains("ExecuteTaskSync 18")));
-  EXPECT_EQ(bench.run({"msc", "mode", "set", "camera", "--yes"}).exitCode, 0);
+  bench.done({"msc", "mode", "set", "camera", "--yes"});
   EXPECT_THAT(unit->take(), Contains("ExecuteTaskSync 18"));
 }
 
@@ -138,7 +134,7 @@ TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   EXPECT_THAT(bench.run({"msc", "eject"}).err, HasSubstr("/srv/card (sdb1) is still mounted"));
   bench.disks.answers = false;
   bench.disks.interrupted = true;
-  EXPECT_EQ(bench.run({"msc", "eject"}).exitCode, tools::kInterrupted);
+  bench.ends({"msc", "eject"}, tools::kInterrupted);
   EXPECT_THAT(unit->take(), IsEmpty());
 }
 
@@ -147,11 +143,10 @@ TEST(Units, SayWhoKeepsAVolumeAndLeaveTheTrayShutThen) {
   const auto unit = bench.plug();
   bench.disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
   for (const char* command : {"unmount", "eject"}) {
-    const auto run = bench.run({"msc", command});
-    EXPECT_EQ(run.exitCode, tools::kFailed);
-    EXPECT_EQ(run.err, std::string("tarvoctl: msc ") + command +
-                           " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what "
-                           "uses it and try again.\n");
+    EXPECT_EQ(bench.fails({"msc", command}).err,
+              std::string("tarvoctl: msc ") + command +
+                  " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what uses it "
+                  "and try again.\n");
   }
   EXPECT_THAT(unit->take(), IsEmpty());
 }
@@ -167,8 +162,8 @@ TEST(Units, MountTheOneDiskThatCanBeMeant) {
   EXPECT_THAT(bench.disks.take(), ElementsAre("mount sdb1 at ''", "run 20000"));
   bench.plugCard("", "sdc1");
   EXPECT_THAT(bench.run({"msc", "mount"}).err, HasSubstr("say which disk: sdb1, sdc1"));
-  EXPECT_EQ(bench.run({"msc", "mount", "sdc1"}).exitCode, 0);
-  EXPECT_EQ(bench.run({"msc", "mount", "sda1"}).exitCode, tools::kFailed);
+  bench.done({"msc", "mount", "sdc1"});
+  bench.fails({"msc", "mount", "sda1"});
 }
 
 }  // namespace

@@ -110,7 +110,7 @@ CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {
   sim.scope.reset();
 }
 
-ToolRun CameraBench::ends(const std::vector<std::string>& words, int exitCode) {
+ToolRun NoPlatform::ends(const std::vector<std::string>& words, int exitCode) {
   auto ended = run(words);
   EXPECT_EQ(ended.exitCode, exitCode) << ::testing::PrintToString(words) << ended.out << ended.err;
   return ended;

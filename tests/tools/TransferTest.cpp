@@ -1,4 +1,4 @@
-// get, put, rm and rename on a simulated camera.
+// get, put, rm and rename on a simulated camera, with names that lead out of a folder too.
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -10,9 +10,11 @@ namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
 
@@ -163,7 +165,7 @@ TEST_F(Transfer, NothingIsDeletedUnasked) {
                                                                  {"orders", "delete"},
                                                                  {"storage", "format"},
                                                                  {"albums", "put", "new.lcb"}}) {
-    const auto run = bench.run(words, "y\n");
+    const auto run = runTool(words, bench, "y\n");
     EXPECT_EQ(run.exitCode, tools::kBadUsage) << words.front();
     EXPECT_THAT(run.err, HasSubstr("there is nobody to ask; give --yes to ")) << words.front();
   }
@@ -221,6 +223,50 @@ TEST_F(Transfer, WhatIsKeptIsNamedAndOldPartsToo) {
                                      "in '.*\\.part'; .*Check the cable"));
   EXPECT_THAT(run.err, HasSubstr("older than 30 days"));
   EXPECT_THAT(fetched(), SizeIs(2));
+}
+
+/// A camera that holds nothing but files of these names, and one whose name is half a surrogate
+/// pair and ".jpg".
+std::unique_ptr<CameraBench> benchWith(const std::vector<std::string>& names) {
+  auto description = nlohmann::json::parse(R"({"stores": [{"id": "0x00010001", "content": [
+      {"file": {"utf16": [55296, 46, 106, 112, 103]}, "text": "from the device"}]}]})");
+  auto& content = description["stores"][0]["content"];
+  for (const auto& name : names)
+    content.push_back({{"file", {{"raw", name}}}, {"text", "from the device"}});
+  return std::make_unique<CameraBench>(description.dump());
+}
+
+TEST(HostileNames, AllStayInsideTheFolder) {
+  const auto bench = benchWith({"../x", "/etc/x", "a/../../b", "..", ".", "", std::string(254, 'n'),
+                                "bell\x07\x1b[2J", "line\nend", "Same.txt", "SAME.TXT"});
+  const auto inner = bench->folder.path("chosen/inner");
+  const auto run = bench->run({"get", "--all", "--output", inner + "/"});
+  EXPECT_EQ(run.exitCode, tools::kFailed) << "three names are none";
+  std::vector<std::string> names;
+  for (const auto& entry : fs::recursive_directory_iterator(bench->folder.path())) {
+    if (!entry.is_regular_file()) continue;
+    EXPECT_EQ(entry.path().parent_path(), inner);
+    names.push_back(entry.path().filename());
+    for (const char letter : names.back())
+      EXPECT_GE(static_cast<unsigned char>(letter), 0x20) << "no control characters";
+  }
+  EXPECT_EQ(names.size(), 9U);
+  for (const char* name : {"x", "x (2)", "b", "Same.txt", "SAME.TXT", "\xEF\xBF\xBD.jpg"})
+    EXPECT_THAT(names, Contains(name));
+  EXPECT_FALSE(fs::exists("/etc/x"));
+}
+
+TEST(HostileNames, CannotSteerTheTerminal) {
+  const auto bench = benchWith({"bell\x07\x1b[2J.JPG", "two\nlines.JPG"});
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"ls"},
+           {"ls", "--long"},
+           {"get", "--all", "--output", bench->folder.path("pictures/")},
+           {"rm", "*.JPG", "--yes"}}) {
+    const auto run = bench->run(words);
+    for (const std::string& text : {run.out, run.err})
+      EXPECT_THAT(text, Not(Contains('\x1b')));
+  }
 }
 
 }  // namespace
