@@ -89,7 +89,7 @@ AgentTestbed::AgentTestbed()
 // NOLINTNEXTLINE(bugprone-exception-escape): a test that cannot clean up may end the program
 AgentTestbed::~AgentTestbed() {
   agent_.reset();
-  for (const char* program : {kRelay, kWireless, kViewer}) {
+  for (const char* program : {kRelay, "TARVO Wireless Utility", "ViewerApp"}) {
     for (const auto& launch : launches(program))
       end(launch);
   }

@@ -100,8 +100,6 @@ class AgentTestbed : public ::testing::Test {
   static void end(const nlohmann::json& launch);
 
   static constexpr const char* kRelay = "Tarvo Relay";
-  static constexpr const char* kWireless = "TARVO Wireless Utility";
-  static constexpr const char* kViewer = "ViewerApp";
 
   TemporaryFolder folder_;
   PrivateBus sessionBus_;
