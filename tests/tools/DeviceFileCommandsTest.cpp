@@ -74,24 +74,18 @@ TEST(Shoebox, GetsFilesAndPictures) {
 }
 
 TEST(NoneOnTheDevice, IsNotTakenForCannotBeAsked) {
-  const struct {
-    const char* camera;
-    const char* fault;
-    std::vector<std::string> words;
-    int status;
-  } rows[] = {
+  const std::tuple<const char*, const char*, std::vector<std::string>, int> rows[] = {
       {"orders-camera", "0x200F,0x1015", {"collection", "get"}, 0x200F},
       {"orders-camera", "0x200F,0x1015", {"collection", "set", kGUID}, 0x200F},
       {"orders-legacy", "0x200F,0x1009", {"collection", "get"}, 0x200F},
       {"orders-camera", "0x2002,0x1008", {"wireless-config", "show"}, 0x2002},
       {"orders-legacy", "0x2002,0x9999", {"wireless-config", "show"}, status::kFileNotFound},
   };
-  for (const auto& row : rows) {
-    SharingBench bench(row.camera);
-    bench.sim.camera->setFault("respond", row.fault);
-    auto words = row.words;
+  for (auto [camera, fault, words, status] : rows) {
+    SharingBench bench(camera);
+    bench.sim.camera->setFault("respond", fault);
     words.insert(words.begin(), "--json");
-    EXPECT_EQ(bench.fails(words).json()["error"]["status"], row.status) << row.fault;
+    EXPECT_EQ(bench.fails(words).json()["error"]["status"], status) << fault;
   }
 }
 

@@ -14,10 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ContainsRegex;
 
-struct CommandRow {
-  const char* name;
-  std::vector<std::string> words;
-};
+using CommandRow = std::pair<const char*, std::vector<std::string>>;
 
 /// Name and amount, which ends with a comma where there is one.
 constexpr std::pair<const char*, const char*> kFaults[] = {
@@ -31,7 +28,7 @@ class Faults : public ::testing::TestWithParam<CommandRow> {
   /// The words of the command; files lie in the bench's folder.
   static std::vector<std::string> wordsFor(const CameraBench& bench) {
     std::vector<std::string> words;
-    for (const auto& word : GetParam().words)
+    for (const auto& word : GetParam().second)
       words.push_back(word.starts_with('@') ? bench.folder.path(word.substr(1)) : word);
     return words;
   }
@@ -123,7 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
                       CommandRow{"delete", {"rm", "TARV*", "--yes"}},
                       CommandRow{"format", {"storage", "format", "--yes"}},
                       CommandRow{"property", {"property", "set", "DateTime", "20261124T120000"}}),
-    [](const auto& row) { return row.param.name; });
+    [](const auto& row) { return row.param.first; });
 
 }  // namespace
 }  // namespace tarvo::test

@@ -104,14 +104,9 @@ TEST(Orders, OfDataSetsAreFulfilledAndDeletedSinglyAndTogether) {
 }
 
 TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
-  struct Row {
-    const char* camera;
-    std::string over;
-    std::uint16_t format;  ///< of the bad one, which is the last of it
-    std::size_t others;    ///< that 'delete --yes' takes
-    const char* words;
-  };
-  const Row rows[] = {
+  // Camera, what is laid over it; format of the bad one, which is the last of it; how many others
+  // 'delete --yes' takes; words.
+  const std::tuple<const char*, std::string, std::uint16_t, std::size_t, const char*> rows[] = {
       {"orders-camera", withEndlessDataSet("0xB204", 16 + 2 + 1), 0xB204, 3, "e-mail order"},
       // Its picture has gone.
       {"orders-camera",
@@ -123,18 +118,18 @@ TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
            "IMG SRC = \"A.JPG\"", "[JOB]", "DST EML = \"b@b.cc\""]}]}]})",
        0x3006, 1, "marker file"},
   };
-  for (const auto& row : rows) {
-    SharingBench bench(row.camera, row.over);
-    const auto bad = formatted("0x%08x", bench.sim.camera->handles({.format = row.format}).back());
+  for (const auto& [camera, over, format, others, words] : rows) {
+    SharingBench bench(camera, over);
+    const auto bad = formatted("0x%08x", bench.sim.camera->handles({.format = format}).back());
     const auto list = bench.fails({"orders", "list"});
-    EXPECT_THAT(list.out, ContainsRegex("e-mail .*a")) << row.words;
-    EXPECT_THAT(list.err, HasSubstr(row.words + (" " + bad) + " cannot be read: "));
+    EXPECT_THAT(list.out, ContainsRegex("e-mail .*a")) << words;
+    EXPECT_THAT(list.err, HasSubstr(words + (" " + bad) + " cannot be read: "));
     EXPECT_THAT(list.err, HasSubstr("'tarvoctl orders delete " + bad + "' removes it"));
     const auto all = bench.fails({"--json", "orders", "delete", "--yes"});  // it is still there
-    EXPECT_EQ(all.json().size(), row.others + 1) << all.out;
-    EXPECT_EQ(bench.count(row.format), 1U) << row.words;
+    EXPECT_EQ(all.json().size(), others + 1) << all.out;
+    EXPECT_EQ(bench.count(format), 1U) << words;
     bench.done({"orders", "delete", bad, "--yes"});
-    EXPECT_EQ(bench.count(row.format), 0U) << row.words;
+    EXPECT_EQ(bench.count(format), 0U) << words;
   }
 }
 
