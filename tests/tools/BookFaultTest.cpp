@@ -99,19 +99,13 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     return book.dump();
   }
 
-  static ToolRun import(CameraBench& bench, const std::string& file) {
-    std::vector<std::string> words = {"addressbook", "import", file, "--yes"};
-    words.insert(words.end(), GetParam().options.begin(), GetParam().options.end());
-    return bench.run(words);
-  }
-
   /// Runs it without a fault: what there is before and after, and how many transactions it takes.
   void runClean() {
     const auto bench = makeBench();
     before_ = heldBy(*bench);
-    bench->folder.write("wanted.json", wantedBook(*bench));
+    const auto wanted = wantedBook(*bench);
     const auto known = bench->sim.camera->operations().size();
-    const auto run = import(*bench, bench->folder.path("wanted.json"));
+    const auto run = bench->import(wanted, GetParam().options);
     ASSERT_EQ(run.exitCode, 0) << run.err;
     after_ = heldBy(*bench);
     ASSERT_NE(before_, after_);
@@ -195,8 +189,7 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   void expectRestored(SharingBench& bench) const {
     for (const auto& backup : bench.backups()) {
       if (!backup.ends_with(".json")) continue;
-      const auto run = bench.run({"addressbook", "import", bench.folder.path(backup), "--yes"});
-      EXPECT_EQ(run.exitCode, 0) << run.err;
+      bench.done({"addressbook", "import", bench.folder.path(backup), "--yes"});
     }
     EXPECT_EQ(heldBy(bench), before_);
   }
@@ -204,9 +197,9 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   void strike(const char* fault, const std::string& value) {
     SCOPED_TRACE(std::string(fault) + "=" + value);
     const auto bench = makeBench();
-    bench->folder.write("wanted.json", wantedBook(*bench));
+    const auto wanted = wantedBook(*bench);
     ASSERT_EQ(bench->sim.camera->setFault(fault, value), "");
-    const auto run = import(*bench, bench->folder.path("wanted.json"));
+    const auto run = bench->import(wanted, GetParam().options);
     bench->sim.camera->setFault(fault, "off");
     const auto now = heldBy(*bench);
     EXPECT_TRUE(run.exitCode == tools::kDone || run.exitCode == tools::kFailed) << run.exitCode;
@@ -234,11 +227,11 @@ TEST_P(BookFaults, LoseNobodyAndAreTold) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, BookFaults,
-                         ::testing::Values(Way{"singly", "orders-camera", {}},
-                                           Way{"groups", "orders-camera", {"--sync"}},
-                                           Way{"file", "orders-legacy", {}},
-                                           Way{"merged", "orders-legacy", {"--merge"}},
-                                           Way{"emptied", "orders-legacy", {"--sync"}}),
+                         ::testing::Values(Way{"singly", "orders-camera", {"--yes"}},
+                                           Way{"groups", "orders-camera", {"--sync", "--yes"}},
+                                           Way{"file", "orders-legacy", {"--yes"}},
+                                           Way{"merged", "orders-legacy", {"--merge", "--yes"}},
+                                           Way{"emptied", "orders-legacy", {"--sync", "--yes"}}),
                          [](const auto& way) { return way.param.name; });
 
 }  // namespace

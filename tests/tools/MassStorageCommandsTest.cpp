@@ -25,16 +25,14 @@ class UnitBench : public NoPlatform {
   const PictureDeviceServices& services() override { return host.room->services(); }
   TarvoMSCDeviceList& massStorage() override { return room.list(); }
 
-  ServiceHandle plugUSB(const std::string& serial, std::uint32_t location) {
-    return host.registry.add({{"IOClass", "usb_device"},
-                              {"USB Product Name", "Dock"},
-                              {"USB Serial Number", serial},
-                              {"idVendor", 0xF055},
-                              {"locationID", location}});
-  }
   /// A unit that answers every page.
   std::shared_ptr<FakeSCSIUnit> plug(const std::string& disk = "sr0") {
-    usb = plugUSB("SN-" + disk, 0xFA200000U + static_cast<std::uint32_t>(scsi.units.size()));
+    const auto location = 0xFA200000U + static_cast<std::uint32_t>(scsi.units.size());
+    usb = host.registry.add({{"IOClass", "usb_device"},
+                             {"USB Product Name", "Dock"},
+                             {"USB Serial Number", "SN-" + disk},
+                             {"idVendor", 0xF055},
+                             {"locationID", location}});
     return plugFakeUnit(host.registry, scsi, disk,
                         {{0x25, kUSBModePageAnswer},
                          {0x26, "0012 0000 00000000 26 08 4c1b6d6f20373030"},

@@ -6,7 +6,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "Utilities/PTPCodes.h"
 #include "tests/tools/ToolBench.h"
@@ -18,9 +17,8 @@ inline constexpr const char* kGroups = "XTAddressBookGroupsKey";
 inline constexpr const char* kMembers = "contactGroupMembersKey";
 
 inline std::string shippedCamera(const std::string& name, const std::string& over = "{}") {
-  std::ostringstream content;
-  content << std::ifstream(std::string(DEVICES_FOLDER) + "/" + name + ".json").rdbuf();
-  auto json = nlohmann::json::parse(content.str());
+  std::ifstream file(std::string(DEVICES_FOLDER) + "/" + name + ".json");
+  auto json = nlohmann::json::parse(file);
   json.merge_patch(nlohmann::json::parse(over));
   return json.dump();
 }
