@@ -106,9 +106,9 @@ TEST(Information, IsToldInWordsAndAsJSON) {
   const auto run = bench.run({"info"});
   for (const char* part : {"Tarvo Lumo X2", "GetObject", "BatteryLevel", "80 %", "2.0 GB free"})
     EXPECT_THAT(run.out, HasSubstr(part));
-  const auto json = bench.run({"--json", "info"}).json();
-  EXPECT_EQ(json["objects"], 7);
-  EXPECT_EQ(json["stores"][0]["storageID"], 0x00010001);
+  const auto told = bench.run({"--json", "info"}).json();
+  EXPECT_EQ(told["objects"], 7);
+  EXPECT_EQ(told["stores"][0]["storageID"], 0x00010001);
 }
 
 TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {

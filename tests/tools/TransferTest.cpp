@@ -138,15 +138,15 @@ TEST_F(Transfer, WhatPTPCannotCarryIsRefusedBeforeAnythingIsSent) {
 
 TEST_F(Transfer, PutNamesEachFileThatFails) {
   const auto good = bench.folder.write("GOOD.JPG", "picture");
-  const auto json = bench
-                        .fails({"--json", "put", bench.folder.path("NONE.JPG"), good,
-                                bench.folder.path(), bench.folder.write("A.NONSENSE", "x")})
-                        .json();
-  ASSERT_THAT(json, SizeIs(4));
-  EXPECT_EQ(json[0]["error"]["status"], status::kFileNotFound);
-  EXPECT_FALSE(json[1].contains("error")) << json[1];
-  EXPECT_EQ(json[2]["error"]["status"], status::kNotAFile);
-  EXPECT_TRUE(json[3].contains("error"));
+  const auto results = bench
+                           .fails({"--json", "put", bench.folder.path("NONE.JPG"), good,
+                                   bench.folder.path(), bench.folder.write("A.NONSENSE", "x")})
+                           .json();
+  ASSERT_THAT(results, SizeIs(4));
+  EXPECT_EQ(results[0]["error"]["status"], status::kFileNotFound);
+  EXPECT_FALSE(results[1].contains("error")) << results[1];
+  EXPECT_EQ(results[2]["error"]["status"], status::kNotAFile);
+  EXPECT_TRUE(results[3].contains("error"));
 }
 
 TEST_F(Transfer, RemoveTakesHandlesNamesAndPatterns) {
