@@ -7,6 +7,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -29,9 +30,8 @@ class RecordingTask : public Task {
   void setArguments(std::vector<std::string> list) override { arguments = std::move(list); }
   void setStandardErrorToPipeReadingEnd() override { standardErrorIsPipeReadingEnd = true; }
   void launch() override {
-    if (++launchCalls > 1) {
+    if (++launchCalls > 1)
       throw Exception(std::string(exception_name::kInvalidArgument), "task already launched");
-    }
     start_(*this);
   }
   bool isRunning() const override { return running; }
@@ -63,8 +63,7 @@ class RecordingTaskFactory : public TaskFactory {
   /// From now on a task whose path contains `pathPart` fails to start, with `reason`. An empty
   /// reason lets it start again.
   void failStart(std::string pathPart, std::string reason) {
-    std::erase_if(failures_, [&](const auto& failure) { return failure.first == pathPart; });
-    if (!reason.empty()) failures_.emplace_back(std::move(pathPart), std::move(reason));
+    failures_[std::move(pathPart)] = std::move(reason);
   }
 
   /// Called right before a task starts; what it raises is raised by launch().
@@ -92,9 +91,8 @@ class RecordingTaskFactory : public TaskFactory {
  private:
   void start(RecordingTask& task) {
     for (const auto& [pathPart, reason] : failures_) {
-      if (task.launchPath().find(pathPart) != std::string::npos) {
+      if (!reason.empty() && task.launchPath().find(pathPart) != std::string::npos)
         throw Exception(std::string(exception_name::kInvalidArgument), reason);
-      }
     }
     if (hook_) hook_(task);
     task.running = true;
@@ -103,7 +101,7 @@ class RecordingTaskFactory : public TaskFactory {
 
   NotificationCenter& center_;
   std::vector<std::shared_ptr<RecordingTask>> tasks_;
-  std::vector<std::pair<std::string, std::string>> failures_;
+  std::map<std::string, std::string> failures_;
   RecordingTask::Start hook_;
   pid_t nextPid_ = 5000;
 };

@@ -141,16 +141,12 @@ class SimulatedUSBDevice : public ptp::USBDevice {
   }
 
   static ptp::TransferResult resultOf(simulator::InResult::State state) {
-    switch (state) {
-      case simulator::InResult::State::kStalled:
-        return ptp::TransferResult::kStalled;
-      case simulator::InResult::State::kOverflow:
-        return ptp::TransferResult::kOverflow;
-      case simulator::InResult::State::kGone:
-        return ptp::TransferResult::kNoDevice;
-      default:
-        return ptp::TransferResult::kCompleted;
-    }
+    using State = simulator::InResult::State;
+    using ptp::TransferResult;
+    return state == State::kStalled    ? TransferResult::kStalled
+           : state == State::kOverflow ? TransferResult::kOverflow
+           : state == State::kGone     ? TransferResult::kNoDevice
+                                       : TransferResult::kCompleted;
   }
 
   /// Lets the device fill what waits, in order, until it has nothing more for it.

@@ -4,9 +4,11 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tarvo::test {
 
@@ -48,6 +50,14 @@ class TemporaryFolder {
     return content.str();
   }
   bool exists(std::string_view name) const { return std::filesystem::exists(path(name)); }
+  /// Names in the folder `name`; none when there is no such folder.
+  std::vector<std::string> names(std::string_view name) const {
+    std::vector<std::string> all;
+    std::error_code none;
+    for (const auto& entry : std::filesystem::directory_iterator(path(name), none))
+      all.push_back(entry.path().filename());
+    return all;
+  }
 
  private:
   std::string path_;
@@ -57,17 +67,14 @@ class TemporaryFolder {
 class ScopedEnvironment {
  public:
   ScopedEnvironment(const char* name, const std::string& value) : name_(name) {
-    if (const char* former = std::getenv(name)) {
-      had_ = true;
-      former_ = former;
-    }
+    if (const char* former = std::getenv(name)) former_ = former;
     ::setenv(name, value.c_str(), 1);
   }
   ScopedEnvironment(const ScopedEnvironment&) = delete;
   ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
   ~ScopedEnvironment() {
-    if (had_) {
-      ::setenv(name_, former_.c_str(), 1);
+    if (former_) {
+      ::setenv(name_, former_->c_str(), 1);
     } else {
       ::unsetenv(name_);
     }
@@ -75,8 +82,7 @@ class ScopedEnvironment {
 
  private:
   const char* name_;
-  bool had_ = false;
-  std::string former_;
+  std::optional<std::string> former_;
 };
 
 }  // namespace tarvo::test

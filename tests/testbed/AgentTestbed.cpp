@@ -9,19 +9,12 @@
 
 namespace tarvo::test {
 
+namespace {
+
 std::string fileContent(const std::string& path) {
   std::ostringstream content;
   content << std::ifstream(path, std::ios::binary).rdbuf();
   return content.str();
-}
-
-namespace {
-
-std::size_t occurrences(const std::string& text, const std::string& part) {
-  std::size_t count = 0;
-  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-    ++count;
-  return count;
 }
 
 }  // namespace
@@ -96,12 +89,9 @@ AgentTestbed::AgentTestbed()
 // NOLINTNEXTLINE(bugprone-exception-escape): a test that cannot clean up may end the program
 AgentTestbed::~AgentTestbed() {
   agent_.reset();
-  for (const char* program : {kRelay, kWireless, kViewer}) {
+  for (const char* program : {kRelay, "TARVO Wireless Utility", "ViewerApp"}) {
     for (const auto& launch : launches(program))
       end(launch);
-  }
-  if (subscription_ != 0) {
-    g_dbus_connection_signal_unsubscribe(distributed_.get(), subscription_);
   }
   if (HasFailure()) std::printf("the agent's log:\n%s\n", log().c_str());
 }
@@ -121,14 +111,14 @@ void AgentTestbed::writeConfiguration() const {
   folder_.write("config/tarvo/agent.conf", text);
 }
 
-std::unique_ptr<TestbedProgram> AgentTestbed::makeAgent(const std::string& logName) {
+std::unique_ptr<TestbedProgram> AgentTestbed::makeProgram(const std::string& logName,
+                                                          const std::vector<std::string>& command) {
   writeConfiguration();
-  return std::make_unique<TestbedProgram>(*testbed_, std::vector<std::string>{AGENT_PROGRAM},
-                                          environment_, folder_.path(logName));
+  return std::make_unique<TestbedProgram>(*testbed_, command, environment_, folder_.path(logName));
 }
 
 void AgentTestbed::startAgent() {
-  agent_ = makeAgent("agent.log");
+  agent_ = makeProgram("agent.log");
   ASSERT_TRUE(waitForLog("ready"));
 }
 
@@ -137,7 +127,11 @@ std::string AgentTestbed::log() const {
 }
 
 std::size_t AgentTestbed::timesLogged(const std::string& text) const {
-  return occurrences(log(), text);
+  const auto all = log();
+  std::size_t count = 0;
+  for (auto at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+    ++count;
+  return count;
 }
 
 bool AgentTestbed::waitForLog(const std::string& text, std::size_t count) {
@@ -200,17 +194,6 @@ void AgentTestbed::endRelay(std::size_t index) {
   ASSERT_FALSE(launch.is_null());
   end(launch);
   ASSERT_TRUE(waitForLog("appDiedHandler - got RLA died notification", index + 1));
-}
-
-void AgentTestbed::listenToDistributed() {
-  distributed_ = sessionBus_.connect();
-  const auto hear = [](GDBusConnection*, const char*, const char*, const char*, const char* member,
-                       GVariant*, gpointer self) {
-    static_cast<AgentTestbed*>(self)->heard_.emplace_back(member);
-  };
-  subscription_ = g_dbus_connection_signal_subscribe(
-      distributed_.get(), nullptr, "com.tarvo.DistributedNotification", nullptr,
-      "/com/tarvo/DistributedNotification", nullptr, G_DBUS_SIGNAL_FLAGS_NONE, hear, this, nullptr);
 }
 
 }  // namespace tarvo::test

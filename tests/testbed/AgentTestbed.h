@@ -30,8 +30,6 @@
 
 namespace tarvo::test {
 
-std::string fileContent(const std::string& path);
-
 /// A program in the testbed, with what it writes in a file. Ended at the latest with its owner.
 class TestbedProgram {
  public:
@@ -70,8 +68,10 @@ class AgentTestbed : public ::testing::Test {
 
   /// Starts the agent and waits until it says that it is ready.
   void startAgent();
-  /// One more agent in the same environment, not waited for.
-  std::unique_ptr<TestbedProgram> makeAgent(const std::string& logName);
+  /// One more program in the same environment, not waited for.
+  std::unique_ptr<TestbedProgram> makeProgram(const std::string& logName,
+                                              const std::vector<std::string>& command = {
+                                                  AGENT_PROGRAM});
   TestbedProgram& agent() { return *agent_; }
 
   /// Whether the agent has logged `text`, or does within the deadline; `count` times in all.
@@ -99,13 +99,7 @@ class AgentTestbed : public ::testing::Test {
   /// Tells the application of a launch to end.
   static void end(const nlohmann::json& launch);
 
-  /// Names of the distributed notifications that were posted, by anybody.
-  const std::vector<std::string>& heard() const { return heard_; }
-  void listenToDistributed();
-
   static constexpr const char* kRelay = "Tarvo Relay";
-  static constexpr const char* kWireless = "TARVO Wireless Utility";
-  static constexpr const char* kViewer = "ViewerApp";
 
   TemporaryFolder folder_;
   PrivateBus sessionBus_;
@@ -120,9 +114,6 @@ class AgentTestbed : public ::testing::Test {
   std::map<std::string, std::string> environment_;
   std::map<std::string, std::map<std::string, std::string>> configuration_;
   std::unique_ptr<TestbedProgram> agent_;
-  GObjectPtr<GDBusConnection> distributed_;
-  guint subscription_ = 0;
-  std::vector<std::string> heard_;
 };
 
 }  // namespace tarvo::test

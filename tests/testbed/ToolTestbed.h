@@ -2,7 +2,7 @@
 //
 //   class Fetching : public ToolTestbed {};
 //   TEST_F(Fetching, Works) {
-//     plug("tarvo-camera");
+//     plug(camera());
 //     const auto run = tool("get --all --output pictures/");
 //     EXPECT_EQ(run.exitCode, 0) << run.err;
 #pragma once
@@ -15,13 +15,11 @@
 #include <string>
 
 #include "simulator/testbed/Testbed.h"
-#include "tests/support/MainContextWait.h"
-#include "tests/support/TemporaryFolder.h"
 #include "tests/testbed/AgentTestbed.h"
 
 namespace tarvo::test {
 
-class ToolTestbed : public ::testing::Test {
+class ToolTestbed : public AgentTestbed {
  protected:
   struct Run {
     std::optional<int> exitCode;
@@ -34,30 +32,25 @@ class ToolTestbed : public ::testing::Test {
 
   /// A shipped description, with room on the card and rows to query.
   static simulator::DeviceDescription camera(const std::string& name = "tarvo-camera");
-  std::string plug(simulator::DeviceDescription description);
-  simulator::PTPCamera& pluggedCamera(const std::string& id) {
-    return *testbed_->device(id)->camera;
-  }
+  simulator::PTPCamera& pluggedCamera(const std::string& id) { return AgentTestbed::camera(id); }
 
   /// Runs "tarvoctl WORDS" by the shell, in the folder; the words may redirect.
   Run tool(const std::string& words);
   /// The same for a whole shell line, in which tarvoctl is found.
   Run shell(const std::string& line);
   /// Starts it and goes on; `out()` and `err()` tell what it has said.
-  void start(const std::string& words);
+  void start(const std::string& words) { running_ = startBeside(words, "out"); }
   std::string out() const { return folder_.read("out"); }
-  std::string err() const { return folder_.read("err"); }
+  std::string err() const { return folder_.read("out.err"); }
   TestbedProgram& running() { return *running_; }
   Run finish();
-  /// Starts a second one beside it, whose output is not kept apart.
-  std::unique_ptr<TestbedProgram> startAnother(const std::string& words);
-
-  TemporaryFolder folder_;
-  std::unique_ptr<simulator::Testbed> testbed_;
+  /// Starts a second one beside it, with its outputs in the files `out` and `out`.err.
+  std::unique_ptr<TestbedProgram> startBeside(const std::string& words, const std::string& out) {
+    return program("exec tarvoctl " + words, out);
+  }
 
  private:
-  std::unique_ptr<TestbedProgram> program(const std::string& line, const std::string& out,
-                                          const std::string& err);
+  std::unique_ptr<TestbedProgram> program(const std::string& line, const std::string& out);
 
   std::unique_ptr<TestbedProgram> running_;
 };

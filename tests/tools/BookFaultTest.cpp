@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 
 #include "Utilities/PTPCodes.h"
@@ -16,11 +15,7 @@ namespace {
 using nlohmann::json;
 using simulator::ContactRecord;
 using simulator::GroupRecord;
-using simulator::PTPCamera;
 using ::testing::HasSubstr;
-
-constexpr const char* kContacts = "XTAddressBookContactsKey";
-constexpr const char* kGroups = "XTAddressBookGroupsKey";
 
 /// Whole contacts by their addresses, the addresses of each group, and every address-book file:
 /// what must never be lost.
@@ -31,11 +26,6 @@ struct Held {
 
   friend bool operator==(const Held&, const Held&) = default;
 };
-
-std::string textOf(const PTPCamera& camera, std::uint32_t handle) {
-  const auto bytes = camera.bytes(handle);
-  return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
-}
 
 constexpr const char* kNewAddress = "dora@example.org";
 
@@ -49,7 +39,8 @@ std::string wholeOf(const ContactRecord& contact) {
   return whole + std::to_string(contact.sharingPreference) + '|' + std::to_string(contact.prints);
 }
 
-Held heldBy(const PTPCamera& camera) {
+Held heldBy(const SharingBench& bench) {
+  const auto& camera = *bench.sim.camera;
   Held held;
   std::map<std::uint32_t, std::string> addresses;
   for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_CONTACT, 0})) {
@@ -66,7 +57,7 @@ Held heldBy(const PTPCamera& camera) {
       members.push_back(addresses.at(member));
   }
   for (const auto handle : camera.handles({0xFFFFFFFF, ptp::XTD_ADDRESS_BOOK_FILE, 0}))
-    held.files.push_back(textOf(camera, handle));
+    held.files.push_back(bench.content(handle));
   return held;
 }
 
@@ -76,20 +67,11 @@ struct Way {
   std::vector<std::string> options;
 };
 
-void PrintTo(const Way& way, std::ostream* stream) {
-  *stream << way.name;
-}
-
-struct FaultRow {
-  const char* name;
-  const char* amount = "";  ///< ends with a comma where there is one
-};
-constexpr FaultRow kFaults[] = {{"stall"},           {"stall-out"},
-                                {"silent"},          {"wrong-id"},
-                                {"lie-short"},       {"garbage"},
-                                {"truncate", "0,"},  {"truncate", "3,"},
-                                {"truncate", "60,"}, {"respond", "0x2002,"},
-                                {"vanish"}};
+/// Name and amount, which ends with a comma where there is one.
+constexpr std::pair<const char*, const char*> kFaults[] = {
+    {"stall", ""},     {"stall-out", ""},   {"silent", ""},        {"wrong-id", ""},
+    {"lie-short", ""}, {"garbage", ""},     {"truncate", "0,"},    {"truncate", "3,"},
+    {"vanish", ""},    {"truncate", "60,"}, {"respond", "0x2002,"}};
 
 class BookFaults : public ::testing::TestWithParam<Way> {
  protected:
@@ -111,27 +93,21 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     contacts.erase(1);
     contacts.push_back({{"kABEmailProperty", kNewAddress}, {"kABNicknameProperty", "Dora"}});
     if (book[kGroups].empty()) return book.dump();
-    book[kGroups][0]["contactGroupMembersKey"] = {first};
-    book[kGroups][1]["contactGroupMembersKey"] = json::array();
+    book[kGroups][0][kMembers] = {first};
+    book[kGroups][1][kMembers] = json::array();
     book[kGroups][2]["kABGroupNameProperty"] = "Somebody";
     return book.dump();
-  }
-
-  static ToolRun import(CameraBench& bench, const std::string& file) {
-    std::vector<std::string> words = {"addressbook", "import", file, "--yes"};
-    words.insert(words.end(), GetParam().options.begin(), GetParam().options.end());
-    return bench.run(words);
   }
 
   /// Runs it without a fault: what there is before and after, and how many transactions it takes.
   void runClean() {
     const auto bench = makeBench();
-    before_ = heldBy(*bench->sim.camera);
-    bench->folder.write("wanted.json", wantedBook(*bench));
+    before_ = heldBy(*bench);
+    const auto wanted = wantedBook(*bench);
     const auto known = bench->sim.camera->operations().size();
-    const auto run = import(*bench, bench->folder.path("wanted.json"));
+    const auto run = bench->import(wanted, GetParam().options);
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    after_ = heldBy(*bench->sim.camera);
+    after_ = heldBy(*bench);
     ASSERT_NE(before_, after_);
     transactions_ = bench->sim.camera->operations().size() - known;
   }
@@ -139,21 +115,17 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   /// Each contact and group that was to stay is there as it was or as it was to be; what was to go
   /// may be gone; a file is the old one, the new one, or, between the two, none.
   void expectNothingLost(const Held& now) const {
-    for (const auto& [address, whole] : after_.contacts) {
-      const auto old = before_.contacts.find(address);
-      if (old == before_.contacts.end()) continue;
-      ASSERT_TRUE(now.contacts.contains(address)) << address;
-      EXPECT_TRUE(now.contacts.at(address) == whole || now.contacts.at(address) == old->second);
-    }
-    for (const auto& [name, members] : after_.groups) {
-      const auto old = before_.groups.find(name);
-      if (old == before_.groups.end()) continue;
-      ASSERT_TRUE(now.groups.contains(name)) << name;
-      EXPECT_TRUE(now.groups.at(name) == members || now.groups.at(name) == old->second) << name;
-    }
-    if (!now.files.empty()) {
-      EXPECT_TRUE(now.files == before_.files || now.files == after_.files) << now.files.front();
-    }
+    const auto stays = [](const auto& before, const auto& after, const auto& held) {
+      for (const auto& [name, whole] : after) {
+        const auto old = before.find(name);
+        if (old == before.end()) continue;
+        ASSERT_TRUE(held.contains(name)) << name;
+        EXPECT_TRUE(held.at(name) == whole || held.at(name) == old->second) << name;
+      }
+    };
+    stays(before_.contacts, after_.contacts, now.contacts);
+    stays(before_.groups, after_.groups, now.groups);
+    EXPECT_TRUE(now.files.empty() || now.files == before_.files || now.files == after_.files);
   }
 
   /// A contact goes last of all: not while anything else is still to be done.
@@ -172,9 +144,7 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     EXPECT_TRUE(isKept(bench));
     // Reading the book once more may fail too; by then all is said.
     const bool isWhole = run.err.find("it was written, but") != std::string::npos;
-    if (isWhole) {
-      EXPECT_EQ(now, after_);
-    }
+    EXPECT_TRUE(!isWhole || now == after_);
     if (run.exitCode != tools::kFailed || isWhole) return;
     EXPECT_THAT(run.err, HasSubstr("puts that back"));
     if (!before_.files.empty() && now.files.empty()) {
@@ -202,15 +172,16 @@ class BookFaults : public ::testing::TestWithParam<Way> {
     if (at == std::string::npos) return 0;
     const std::string pending = err.substr(at);
     std::size_t count = 0;
-    for (const auto& [address, nickname] : after_.contacts) {
-      const bool isNew = !before_.contacts.contains(address);
-      if (isNew && now.contacts.contains(address) && pending.find(address) != std::string::npos)
-        ++count;
-    }
-    for (const auto& [name, members] : after_.groups) {
-      if (before_.groups.contains(name) || !now.groups.contains(name)) continue;
-      count += pending.find("group " + name) != std::string::npos ? 1 : 0;
-    }
+    for (const auto& [address, whole] : after_.contacts)
+      count += !before_.contacts.contains(address) && now.contacts.contains(address) &&
+                       pending.find(address) != std::string::npos
+                   ? 1
+                   : 0;
+    for (const auto& [name, members] : after_.groups)
+      count += !before_.groups.contains(name) && now.groups.contains(name) &&
+                       pending.find("group " + name) != std::string::npos
+                   ? 1
+                   : 0;
     return count;
   }
 
@@ -218,26 +189,21 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   void expectRestored(SharingBench& bench) const {
     for (const auto& backup : bench.backups()) {
       if (!backup.ends_with(".json")) continue;
-      const auto run = bench.run({"addressbook", "import", bench.folder.path(backup), "--yes"});
-      EXPECT_EQ(run.exitCode, 0) << run.err;
+      bench.done({"addressbook", "import", bench.folder.path(backup), "--yes"});
     }
-    EXPECT_EQ(heldBy(*bench.sim.camera), before_);
+    EXPECT_EQ(heldBy(bench), before_);
   }
 
-  void strike(const FaultRow& fault, std::size_t transaction) {
-    const std::string value = fault.amount + ("@" + std::to_string(transaction));
-    SCOPED_TRACE(std::string(fault.name) + "=" + value);
+  void strike(const char* fault, const std::string& value) {
+    SCOPED_TRACE(std::string(fault) + "=" + value);
     const auto bench = makeBench();
-    bench->folder.write("wanted.json", wantedBook(*bench));
-    ASSERT_EQ(bench->sim.camera->setFault(fault.name, value), "");
-    const auto run = import(*bench, bench->folder.path("wanted.json"));
-    bench->sim.camera->setFault(fault.name, "off");
-    const auto now = heldBy(*bench->sim.camera);
-    ++outcomes_[now == before_ ? "untouched" : now == after_ ? "whole" : "in part"];
+    const auto wanted = wantedBook(*bench);
+    ASSERT_EQ(bench->sim.camera->setFault(fault, value), "");
+    const auto run = bench->import(wanted, GetParam().options);
+    bench->sim.camera->setFault(fault, "off");
+    const auto now = heldBy(*bench);
     EXPECT_TRUE(run.exitCode == tools::kDone || run.exitCode == tools::kFailed) << run.exitCode;
-    if (run.exitCode == tools::kDone) {
-      EXPECT_EQ(now, after_);
-    }
+    EXPECT_TRUE(run.exitCode != tools::kDone || now == after_);
     expectNothingLost(now);
     expectDeletionsLast(now);
     expectTold(*bench, run, now);
@@ -249,27 +215,23 @@ class BookFaults : public ::testing::TestWithParam<Way> {
   Held before_;
   Held after_;
   std::size_t transactions_ = 0;
-  std::map<std::string, std::size_t> outcomes_;
 };
 
 TEST_P(BookFaults, LoseNobodyAndAreTold) {
   runClean();
   ASSERT_GE(transactions_, 10U);
-  for (const auto& fault : kFaults) {
+  for (const auto& [fault, amount] : kFaults) {
     for (std::size_t transaction = 1; transaction <= transactions_; ++transaction)
-      strike(fault, transaction);
+      strike(fault, amount + ("@" + std::to_string(transaction)));
   }
-  std::printf("%s: %zu faults in each of %zu transactions: %zu untouched, %zu in part, %zu whole\n",
-              GetParam().name, std::size(kFaults), transactions_, outcomes_["untouched"],
-              outcomes_["in part"], outcomes_["whole"]);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, BookFaults,
-                         ::testing::Values(Way{"singly", "orders-camera", {}},
-                                           Way{"groups", "orders-camera", {"--sync"}},
-                                           Way{"file", "orders-legacy", {}},
-                                           Way{"merged", "orders-legacy", {"--merge"}},
-                                           Way{"emptied", "orders-legacy", {"--sync"}}),
+                         ::testing::Values(Way{"singly", "orders-camera", {"--yes"}},
+                                           Way{"groups", "orders-camera", {"--sync", "--yes"}},
+                                           Way{"file", "orders-legacy", {"--yes"}},
+                                           Way{"merged", "orders-legacy", {"--merge", "--yes"}},
+                                           Way{"emptied", "orders-legacy", {"--sync", "--yes"}}),
                          [](const auto& way) { return way.param.name; });
 
 }  // namespace

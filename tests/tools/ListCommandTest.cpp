@@ -1,4 +1,5 @@
-// ls and the other commands that tell what a device is and holds.
+// ls and the other commands that tell what a device is and holds, and set its properties; and for
+// which device a command is.
 #include <gmock/gmock.h>
 
 #include "Utilities/PTPCodes.h"
@@ -7,6 +8,7 @@
 namespace tarvo::test {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
@@ -30,34 +32,22 @@ TEST(List, ShowsTheRootOrAFolderOrEverything) {
   EXPECT_THAT(below.out, Not(HasSubstr("NOTES")));
 }
 
-struct HabitRow {
-  const char* name;
-  const char* habits;
-};
-
 // Each by a command, and so a session, of its own: what one of them has listed is no help to the
 // next.
 TEST(List, AndGetPutAndRemoveWorkWhateverTheDevicesWayOfListing) {
-  constexpr HabitRow kRows[] = {
-      {"all stores: invalid id", R"({"allStoresResponse": "0x2008"})"},
-      {"all stores: not available", R"({"allStoresResponse": "0x2013"})"},
-      {"all stores: never answered", R"({"allStoresResponse": 0})"},
-      {"a format: no choice", R"({"formatResponse": "0x2014"})"},
-      {"a format: not supported", R"({"formatResponse": "0x2005"})"},
-      {"a format: invalid parameter", R"({"formatResponse": "0x201D"})"},
-      {"a format: ignored", R"({"ignoresFormat": true})"},
-      {"all parameters", R"({"needsAllParameters": true})"},
-      {"one folder at a time", R"({"listsFolderByFolder": true, "choosesNoStore": true})"},
-      {"and formats ignored", R"({"listsFolderByFolder": true, "ignoresFormat": true,
-                                  "allStoresResponse": 0, "rootParent": "0xFFFFFFFF"})"},
-      {"the root in nothing", R"({"listsFolderByFolder": true, "rootParent": "0x77777777"})"},
-  };
-  for (const auto& row : kRows) {
-    SCOPED_TRACE(row.name);
-    CameraBench bench(std::string(R"({"faults": {"respond": "0x2005,0x1006"}, "habits": )") +
-                      row.habits + "}");
-    const auto all = bench.run({"ls", "--recursive"});
-    EXPECT_EQ(all.exitCode, 0) << all.err;
+  for (const char* habits :
+       {R"("allStoresResponse": "0x2008")", R"("allStoresResponse": "0x2013")",
+        R"("allStoresResponse": 0)",  // never answered
+        R"("formatResponse": "0x2014")", R"("formatResponse": "0x2005")",
+        R"("formatResponse": "0x201D")", R"("ignoresFormat": true)",
+        R"("needsAllParameters": true)", R"("listsFolderByFolder": true, "choosesNoStore": true)",
+        R"("listsFolderByFolder": true, "ignoresFormat": true, "allStoresResponse": 0,
+              "rootParent": "0xFFFFFFFF")",
+        R"("listsFolderByFolder": true, "rootParent": "0x77777777")"}) {
+    SCOPED_TRACE(habits);
+    CameraBench bench(std::string(R"({"faults": {"respond": "0x2005,0x1006"}, "habits": {)") +
+                      habits + "}}");
+    const auto all = bench.done({"ls", "--recursive"});
     EXPECT_THAT(all.lines(), SizeIs(8));
     EXPECT_THAT(all.out, HasSubstr("  DCIM/100TARVO/TARV0003.MOV\n"));
     EXPECT_THAT(bench.run({"--json", "ls", "--handles", "--recursive"}).json(), SizeIs(7));
@@ -66,15 +56,13 @@ TEST(List, AndGetPutAndRemoveWorkWhateverTheDevicesWayOfListing) {
     const auto pictures = bench.handleText("100TARVO");
     EXPECT_THAT(bench.run({"--json", "ls", "--association", pictures, "--format", "mov"}).json(),
                 SizeIs(1));
-    EXPECT_EQ(bench.run({"put", "--parent", pictures, bench.folder.write("NEW.TXT", "x")}).exitCode,
-              0);
-    const auto got = bench.run({"--json", "get", "--output", bench.folder.path("got/"),
-                                bench.handleText("NOTES.TXT"), "TARV*.JPG", "NEW.TXT"});
-    EXPECT_EQ(got.exitCode, 0) << got.out;
+    bench.done({"put", "--parent", pictures, bench.folder.write("NEW.TXT", "x")});
+    const auto got = bench.done({"--json", "get", "--output", bench.folder.path("got/"),
+                                 bench.handleText("NOTES.TXT"), "TARV*.JPG", "NEW.TXT"});
     EXPECT_THAT(got.json(), SizeIs(4));
-    EXPECT_EQ(bench.run({"rm", bench.handleText("TARV0003.MOV"), "--yes"}).exitCode, 0);
+    bench.done({"rm", bench.handleText("TARV0003.MOV"), "--yes"});
     EXPECT_THAT(bench.names(), SizeIs(7));
-    EXPECT_EQ(bench.run({"get", "4711"}).exitCode, tools::kFailed);
+    bench.fails({"get", "4711"});
   }
 }
 
@@ -89,10 +77,8 @@ TEST(List, FiltersByFormatAndByStore) {
   EXPECT_THAT(bench.run({"ls", "--format", "0x300D"}).out, HasSubstr("TARV0003.MOV"));
   EXPECT_THAT(bench.run({"--json", "ls", "--format", "mp3"}).json(), IsEmpty());
   EXPECT_THAT(bench.run({"ls", "--store", "0x00010001"}).lines(), SizeIs(3));
-  const auto none = bench.run({"ls", "--store", "0x00090001"});
-  EXPECT_EQ(none.exitCode, tools::kFailed);
-  EXPECT_THAT(none.err, HasSubstr("ls the root: invalid storage id (0x2008)"));
-  EXPECT_EQ(bench.run({"--json", "ls", "--store", "7"}).json()["error"]["status"], 0x2008);
+  EXPECT_THAT(bench.fails({"ls", "--store", "0x00090001"}).err,
+              HasSubstr("ls the root: invalid storage id (0x2008)"));
 }
 
 TEST(List, AsksNoMoreThanItShows) {
@@ -102,7 +88,6 @@ TEST(List, AsksNoMoreThanItShows) {
   EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
   EXPECT_THAT(bench.run({"ls", "--handles"}).lines(), SizeIs(100001));
   EXPECT_EQ(bench.sim.asked(ptp::kGetObjectInfo), 3U);
-  EXPECT_EQ(bench.sim.asked(ptp::kGetNumObjects), 0U);
 }
 
 TEST(List, AnObjectThatCannotBeReadDoesNotEndIt) {
@@ -110,8 +95,7 @@ TEST(List, AnObjectThatCannotBeReadDoesNotEndIt) {
   // What is refused is asked for twice.
   bench.sim.camera->setFault("respond", "0x2002,0x1008,@3");
   bench.sim.camera->setFault("raise", "0x1008,@4");
-  const auto run = bench.run({"--json", "ls", "--recursive"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
+  const auto run = bench.fails({"--json", "ls", "--recursive"});
   ASSERT_THAT(run.json(), SizeIs(7));
   EXPECT_EQ(run.json()[2]["error"]["statusHex"], "0x2002");
   EXPECT_THAT(run.json()[6], Contains(nlohmann::json("NOTES.TXT")));
@@ -122,10 +106,9 @@ TEST(Information, IsToldInWordsAndAsJSON) {
   const auto run = bench.run({"info"});
   for (const char* part : {"Tarvo Lumo X2", "GetObject", "BatteryLevel", "80 %", "2.0 GB free"})
     EXPECT_THAT(run.out, HasSubstr(part));
-  const auto json = bench.run({"--json", "info"}).json();
-  EXPECT_EQ(json["Model"], "Tarvo Lumo X2");
-  EXPECT_EQ(json["objects"], 7);
-  EXPECT_EQ(json["stores"][0]["storageID"], 0x00010001);
+  const auto told = bench.run({"--json", "info"}).json();
+  EXPECT_EQ(told["objects"], 7);
+  EXPECT_EQ(told["stores"][0]["storageID"], 0x00010001);
 }
 
 TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {
@@ -133,8 +116,7 @@ TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {
       {"id": "0x00010001", "capacity": 1000, "free": 1001},
       {"id": "0x00020001", "capacity": "0xFFFFFFFFFFFFFFFF", "free": "0xFFFFFFFFFFFFFFFF"},
       {"id": "0x00030001", "emptySlot": true}, {"id": "0x00040000", "emptySlot": true}]})");
-  const auto run = bench.run({"storage", "list"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
+  const auto run = bench.done({"storage", "list"});
   EXPECT_THAT(run.out, ContainsRegex("0x00010001 .* unknown +unknown\n.* unknown +unknown\n"
                                      "0x00030001  no card\n0x00040000  no card\n"));
   EXPECT_THAT(bench.run({"info"}).out, HasSubstr("unknown free of unknown"));
@@ -145,16 +127,13 @@ TEST(Information, LeavesOutWhatTheDeviceTellsWrongly) {
                                        {"code": "0x5011", "type": "STR", "writable": true,
                                         "value": "20240615T120000"}]})");
   bench.sim.camera->setFault("truncate", "3,0x1014");
-  const auto run = bench.run({"info"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
+  const auto run = bench.done({"info"});
   EXPECT_THAT(run.out, ContainsRegex("Battery: +unknown\n"));
   EXPECT_THAT(run.out, HasSubstr("Objects"));
   EXPECT_THAT(run.err,
               ContainsRegex("^Left out: the clock, which the device tells wrongly: .+\n$"));
   EXPECT_EQ(bench.run({"--json", "info"}).json()["leftOut"][0]["what"], "the clock");
-  const auto set = bench.run({"clock", "set"});
-  EXPECT_EQ(set.exitCode, 0) << set.err;
-  EXPECT_THAT(set.err, HasSubstr("the device tells wrongly"));
+  EXPECT_THAT(bench.done({"clock", "set"}).err, HasSubstr("the device tells wrongly"));
 }
 
 TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {
@@ -163,22 +142,113 @@ TEST(Storage, IsListedAndFormattedOnlyWhenSomebodySaysSo) {
               ContainsRegex("0x00010001  removable memory  read and write +4.0 GB +2.0 GB"));
   const Terminal no("n\n");
   bench.terminal = no.path();
-  EXPECT_EQ(bench.run({"storage", "format"}).exitCode, tools::kFailed);
+  bench.fails({"storage", "format"});
   EXPECT_THAT(no.shown(),
               HasSubstr("Delete everything in store 0x00010001, 7 objects, 2.0 GB, of "));
   EXPECT_EQ(bench.sim.asked(ptp::kFormatStore), 0U);
-  const auto run = bench.run({"--json", "storage", "format", "--yes"});
-  EXPECT_EQ(run.exitCode, 0) << run.out;
+  bench.done({"storage", "format", "--yes"});
   EXPECT_THAT(bench.names(), IsEmpty());
 }
 
 TEST(Query, RowsComeAsTheyAreAndTheQueryIsLetGo) {
   CameraBench bench;
-  const auto run = bench.run({"query", "SELECT * FROM pictures"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
+  const auto run = bench.done({"query", "SELECT * FROM pictures"});
   EXPECT_EQ(run.out, "1|TARV0001.JPG\n2|TARV0002.JPG\n");
   EXPECT_EQ(bench.run({"--json", "query", "SELECT"}).json()["rows"], run.out);
   EXPECT_THAT(bench.names(), SizeIs(7)) << "the query object is gone";
+}
+
+TEST(Properties, AreReadByNameAndByCode) {
+  CameraBench bench;
+  for (const char* property : {"BatteryLevel", "batterylevel", "0x5001", "20481"})
+    EXPECT_EQ(bench.run({"--json", "property", "get", property}).json()["current"], 80) << property;
+  EXPECT_THAT(bench.run({"property", "get", "ExposureBiasCompensation"}).out,
+              ContainsRegex("Allowed: +-1000, 0, 1000\n"));
+  EXPECT_THAT(bench.fails({"property", "get", "0x5002"}).err,
+              HasSubstr("FunctionalMode (0x5002): device property not supported (0x200a)"));
+}
+
+TEST(Properties, AreSetInTheirOwnType) {
+  CameraBench bench;
+  bench.done({"property", "set", "0x5010", "-1000"});
+  for (const char* date : {"20261124T120000.0+0200", "2026-11-24 12:00:00 +0200", "20261124T120000",
+                           "2026-11-24 12:00:00"})
+    bench.done({"property", "set", "DateTime", date});
+  EXPECT_EQ(bench.run({"--json", "property", "get", "0x5010"}).json()["current"], -1000);
+  EXPECT_EQ(bench.run({"--json", "property", "get", "DateTime"}).json()["current"],
+            "20261124T120000");
+}
+
+TEST(Properties, WhatDoesNotFitIsNotSent) {
+  CameraBench bench;
+  const std::string tooLong(255, '1');
+  const std::vector<std::string> kBad[] = {
+      {"0x5010", "much"},    {"0x5010", "40000"},       {"0x5010", "[1]"},
+      {"BatteryLevel", "1"}, {"DateTime", "yesterday"}, {"DateTime", "2026-02-30 12:00:00"},
+      {"DateTime", tooLong}};
+  for (const auto& words : kBad)
+    EXPECT_THAT(bench.fails({"property", "set", words[0], words[1]}).err,
+                ContainsRegex("property set .+\\(0x50[01][01]\\): .+"));
+  EXPECT_EQ(bench.sim.asked(ptp::kSetDevicePropValue), 0U);
+}
+
+/// A second camera, which nobody opens.
+ServiceHandle plugAnother(CameraBench& bench, std::uint32_t vendor = 0xF055) {
+  const auto unit = bench.sim.registry.plug({{"IOClass", "usb_device"},
+                                             {"USB Product Name", "Another"},
+                                             {"USB Serial Number", "SECOND"},
+                                             {"USB Device Node", "/dev/bus/usb/001/005"},
+                                             {"idVendor", vendor},
+                                             {"idProduct", 0x0304},
+                                             {"locationID", 0xFA200000U}});
+  bench.sim.registry.plug({{"IOClass", "usb_interface"},
+                           {"bInterfaceNumber", 0},
+                           {"bInterfaceClass", 6},
+                           {"bInterfaceSubClass", 1},
+                           {"bInterfaceProtocol", 1}},
+                          unit);
+  return unit;
+}
+
+TEST(Devices, AreListedWithoutBeingOpened) {
+  CameraBench bench;
+  plugAnother(bench, 0x04A9);
+  const auto devices = bench.run({"--json", "devices"}).json();
+  ASSERT_THAT(devices, SizeIs(2));
+  EXPECT_EQ(devices[1]["location"], -98566144);
+  EXPECT_EQ(devices[1]["serial"], "SECOND");
+  EXPECT_THAT(bench.run({"devices"}).out, ContainsRegex("PTP +0xfa200000  SECOND +no +Another"));
+  bench.done({"ls"});  // one of another maker is no choice
+}
+
+TEST(Choice, IsByLocationBySerialNumberOrByWhatTheDeviceSays) {
+  CameraBench bench;
+  plugAnother(bench);
+  for (const char* device : {"0x01420000", "21102592", "TLX2-000417"})
+    bench.done({"--device", device, "storage", "list"});
+  EXPECT_THAT(bench.ends({"ls"}, tools::kBadUsage).err,
+              AllOf(HasSubstr("SECOND (Another, location 0xfa200000)"), HasSubstr("0x01420000"),
+                    HasSubstr("--device")));
+  EXPECT_THAT(bench.ends({"--device", "-1", "ls"}, tools::kNoDevice).err, HasSubstr("'-1'"));
+}
+
+TEST(Watching, TellsWhatComesAndGoes) {
+  CameraBench bench;
+  ServiceHandle another = 0;
+  const auto later = +[](gpointer work) -> gboolean {
+    (*static_cast<std::function<void()>*>(work))();
+    return G_SOURCE_REMOVE;
+  };
+  std::function<void()> first = [&] { another = plugAnother(bench); };
+  std::function<void()> second = [&] { bench.sim.registry.unplug(another); };
+  g_idle_add(later, &first);
+  g_idle_add(later, &second);
+  const auto told = bench.run({"--json", "devices", "--watch", "--count", "2"}).json();
+  ASSERT_THAT(told, SizeIs(3));
+  EXPECT_EQ(told[0]["event"], "present");
+  EXPECT_EQ(told[1]["event"], "added");
+  EXPECT_EQ(told[2]["event"], "removed");
+  EXPECT_EQ(told[2]["serial"], "SECOND") << "what was known of it is told";
 }
 
 }  // namespace

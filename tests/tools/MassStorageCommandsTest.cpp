@@ -25,16 +25,14 @@ class UnitBench : public NoPlatform {
   const PictureDeviceServices& services() override { return host.room->services(); }
   TarvoMSCDeviceList& massStorage() override { return room.list(); }
 
-  ServiceHandle plugUSB(const std::string& serial, std::uint32_t location) {
-    return host.registry.add({{"IOClass", "usb_device"},
-                              {"USB Product Name", "Dock"},
-                              {"USB Serial Number", serial},
-                              {"idVendor", 0xF055},
-                              {"locationID", location}});
-  }
   /// A unit that answers every page.
   std::shared_ptr<FakeSCSIUnit> plug(const std::string& disk = "sr0") {
-    usb = plugUSB("SN-" + disk, 0xFA200000U + static_cast<std::uint32_t>(scsi.units.size()));
+    const auto location = 0xFA200000U + static_cast<std::uint32_t>(scsi.units.size());
+    usb = host.registry.add({{"IOClass", "usb_device"},
+                             {"USB Product Name", "Dock"},
+                             {"USB Serial Number", "SN-" + disk},
+                             {"idVendor", 0xF055},
+                             {"locationID", location}});
     return plugFakeUnit(host.registry, scsi, disk,
                         {{0x25, kUSBModePageAnswer},
                          {0x26, "0012 0000 00000000 26 08 4c1b6d6f20373030"},
@@ -47,7 +45,6 @@ class UnitBench : public NoPlatform {
     host.registry.add({{"IOClass", "block"}, {"BSD Name", disk}}, whole);
     if (!name.empty()) host.ica.addVolume(name, disk);
   }
-  ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }
 
   PictureDeviceTestRoom host;
   FakeSCSIServices scsi;
@@ -66,48 +63,32 @@ class UnitBench : public NoPlatform {
   ServiceHandle usb = 0;
 };
 
-TEST(Units, AreListedWithoutBeingAsked) {
+TEST(Units, AreListedWithoutBeingAskedAndTellModeAndModel) {
   UnitBench bench;
   EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::array());
   const auto unit = bench.plug();
   bench.plugCard("CARD", "sdb1");
-  const auto run = bench.run({"--json", "msc", "list"});
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_EQ(run.json(), nlohmann::json::parse(R"([{
+  EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::parse(R"([{
     "name": "Lumo 700", "location": -98566144, "locationHex": "0xfa200000", "serial": "SN-sr0",
     "bsdName": "sr0", "volume": "CARD", "volumeBSDName": "sdb1"}])"));
-  EXPECT_THAT(bench.run({"msc", "list"}).out, HasSubstr("SN-sr0"));
   EXPECT_THAT(unit->take(), IsEmpty());
+  EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
+              ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
+  // What a unit calls itself cannot steer the terminal.
+  EXPECT_EQ(bench.run({"msc", "model"}).out, "L\uFFFDmo 700\n");
 }
 
 TEST(Units, AreChosenBySerialNumberOrLocationOrBecauseTheyAreAlone) {
   UnitBench bench;
-  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, tools::kNoDevice);
+  bench.ends({"msc", "model"}, tools::kNoDevice);
   bench.plug();
-  EXPECT_EQ(bench.run({"msc", "model"}).exitCode, 0);
   bench.plug("sr1");
-  const auto several = bench.run({"msc", "model"});
-  EXPECT_EQ(several.exitCode, tools::kBadUsage);
-  EXPECT_THAT(several.err, HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
-  for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"}) {
-    const auto run = bench.run({"--json", "--device", device, "msc", "model"});
-    EXPECT_EQ(run.json()["bsdName"], "sr1") << device;
-  }
-  const auto none = bench.run({"--device", "SN-sr", "msc", "model"});
-  EXPECT_EQ(none.exitCode, tools::kNoDevice);
-  EXPECT_THAT(none.err, HasSubstr("connected: SN-sr0"));
-}
-
-TEST(Units, TellModeAndModel) {
-  UnitBench bench;
-  bench.plug();
-  EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
-              ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
-  const auto mode = bench.run({"--json", "msc", "mode", "get"}).json();
-  EXPECT_EQ(mode["cameraMode"], true);
-  EXPECT_EQ(mode["autoWakeup"], 0x0403);
-  // What a unit calls itself cannot steer the terminal.
-  EXPECT_EQ(bench.run({"msc", "model"}).out, "L\uFFFDmo 700\n");
+  EXPECT_THAT(bench.ends({"msc", "model"}, tools::kBadUsage).err,
+              HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
+  for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"})
+    EXPECT_EQ(bench.run({"--json", "--device", device, "msc", "model"}).json()["bsdName"], "sr1");
+  EXPECT_THAT(bench.ends({"--device", "SN-sr", "msc", "model"}, tools::kNoDevice).err,
+              HasSubstr("connected: SN-sr0"));
 }
 
 TEST(Units, WarnOfACardThatIsMountedWhileTheyAreSwitched) {
@@ -128,12 +109,11 @@ TEST(Units, ThatCannotComeBackAreSentAwayOnlyOnDemand) {
   UnitBench bench;
   const auto unit = bench.plug();
   unit->pages[0x25] = "000f 0000 00000000 25 07 04 00 00000000 06";
-  const auto run = bench.run({"msc", "mode", "set", "camera"});
-  EXPECT_EQ(run.exitCode, tools::kBadUsage);
-  EXPECT_THAT(run.err, HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) says that it cannot come "
-                                 "back by itself"));
+  EXPECT_THAT(bench.ends({"msc", "mode", "set", "camera"}, tools::kBadUsage).err,
+              HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) says that it cannot come "
+                        "back by itself"));
   EXPECT_THAT(unit->take(), Not(Contains("ExecuteTaskSync 18")));
-  EXPECT_EQ(bench.run({"msc", "mode", "set", "camera", "--yes"}).exitCode, 0);
+  bench.done({"msc", "mode", "set", "camera", "--yes"});
   EXPECT_THAT(unit->take(), Contains("ExecuteTaskSync 18"));
 }
 
@@ -149,12 +129,10 @@ TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   // Whatever the disk service says.
   bench.plugCard("", "sdb1");
   bench.host.mounts.add("/dev/sdb1", "/srv/card");
-  const auto run = bench.run({"msc", "eject"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_THAT(run.err, HasSubstr("/srv/card (sdb1) is still mounted"));
+  EXPECT_THAT(bench.run({"msc", "eject"}).err, HasSubstr("/srv/card (sdb1) is still mounted"));
   bench.disks.answers = false;
   bench.disks.interrupted = true;
-  EXPECT_EQ(bench.run({"msc", "eject"}).exitCode, tools::kInterrupted);
+  bench.ends({"msc", "eject"}, tools::kInterrupted);
   EXPECT_THAT(unit->take(), IsEmpty());
 }
 
@@ -163,11 +141,10 @@ TEST(Units, SayWhoKeepsAVolumeAndLeaveTheTrayShutThen) {
   const auto unit = bench.plug();
   bench.disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
   for (const char* command : {"unmount", "eject"}) {
-    const auto run = bench.run({"msc", command});
-    EXPECT_EQ(run.exitCode, tools::kFailed);
-    EXPECT_EQ(run.err, std::string("tarvoctl: msc ") + command +
-                           " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what "
-                           "uses it and try again.\n");
+    EXPECT_EQ(bench.fails({"msc", command}).err,
+              std::string("tarvoctl: msc ") + command +
+                  " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what uses it "
+                  "and try again.\n");
   }
   EXPECT_THAT(unit->take(), IsEmpty());
 }
@@ -183,8 +160,8 @@ TEST(Units, MountTheOneDiskThatCanBeMeant) {
   EXPECT_THAT(bench.disks.take(), ElementsAre("mount sdb1 at ''", "run 20000"));
   bench.plugCard("", "sdc1");
   EXPECT_THAT(bench.run({"msc", "mount"}).err, HasSubstr("say which disk: sdb1, sdc1"));
-  EXPECT_EQ(bench.run({"msc", "mount", "sdc1"}).exitCode, 0);
-  EXPECT_EQ(bench.run({"msc", "mount", "sda1"}).exitCode, tools::kFailed);
+  bench.done({"msc", "mount", "sdc1"});
+  bench.fails({"msc", "mount", "sda1"});
 }
 
 }  // namespace

@@ -14,10 +14,8 @@ using ::testing::SizeIs;
 
 TEST(Orders, OfADeviceWithDataSetsAreListedByKind) {
   SharingBench bench("orders-camera");
-  const auto run = bench.run({"orders", "list"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
   EXPECT_THAT(
-      run.lines(),
+      bench.done({"orders", "list"}).lines(),
       ElementsAre(ContainsRegex("^ORDER +HANDLE +KIND +FOR +PICTURES$"),
                   ContainsRegex("^ +1  0x[0-9a-f]{8}  e-mail +anna@example.org, borge@example.org "
                                 "+TARV0001.JPG, TARV0003.MOV$"),
@@ -43,17 +41,15 @@ TEST(Orders, OfMarkerFilesAreListedAlike) {
 
 TEST(Orders, OfAResponderOfOthersAreFoundInItsFolders) {
   SharingBench bench("folder-by-folder-camera");
-  const auto run = bench.run({"--json", "orders", "list"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  ASSERT_THAT(run.json(), SizeIs(1));
-  EXPECT_EQ(run.json()[0]["pictures"][0]["name"], "A.JPG");
+  const auto orders = bench.done({"--json", "orders", "list"}).json();
+  ASSERT_THAT(orders, SizeIs(1));
+  EXPECT_EQ(orders[0]["pictures"][0]["name"], "A.JPG");
 }
 
 TEST(Orders, AreFetchedIntoAFolderEach) {
   for (const char* camera : {"orders-camera", "orders-legacy"}) {
     SharingBench bench(camera);
-    const auto run = bench.run({"orders", "show", "1", "--download", bench.folder.path("o")});
-    EXPECT_EQ(run.exitCode, 0) << run.err;
+    bench.done({"orders", "show", "1", "--download", bench.folder.path("o")});
     const bool isLegacy = std::string(camera) == "orders-legacy";
     const std::string folder = isLegacy ? "o/1 email/" : "o/1 email - Holidays/";
     EXPECT_EQ(std::filesystem::file_size(bench.folder.path(folder + "TARV0001.JPG")), 241203U);
@@ -69,51 +65,48 @@ TEST(Orders, NothingThatADeviceSaysLeadsOutOfTheFolder) {
     SharingBench bench("orders-camera", std::string(R"({"datasets": {"emailOrders": [
         {"to": ["Anna"], "assets": ["TARV0002.JPG"], "subject": ")") +
                                             subject + R"("}]}})");
-    const auto run = bench.run({"orders", "show", "--download", bench.folder.path("in/o")});
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_THAT(bench.files("in/o"), ::testing::SizeIs(9)) << subject;
+    bench.done({"orders", "show", "--download", bench.folder.path("in/o")});
+    EXPECT_THAT(bench.files("in/o"), SizeIs(9)) << subject;
     EXPECT_EQ(bench.files("in").size(), bench.files("in/o").size()) << subject;
   }
 }
 
 TEST(Orders, OfMarkerFilesAreDeletedTogetherOrNotAtAll) {
   SharingBench bench("orders-legacy");
-  for (const char* command : {"fulfil", "delete"}) {
-    std::vector<std::string> words = {"orders", command, "1"};
-    if (words[1] == "delete") words.push_back("--yes");
-    const auto run = bench.run(words);
-    EXPECT_EQ(run.exitCode, tools::kFailed);
-    EXPECT_THAT(run.err, HasSubstr("'tarvoctl orders delete' deletes all such orders"));
-  }
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"orders", "fulfil", "1"}, {"orders", "delete", "1", "--yes"}})
+    EXPECT_THAT(bench.fails(words).err,
+                HasSubstr("'tarvoctl orders delete' deletes all such orders"));
   EXPECT_EQ(bench.count(0x3006), 4U);
-  const auto run = bench.run({"orders", "delete", "--yes"});
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_THAT(run.err, HasSubstr("5 orders deleted"));
+  EXPECT_THAT(bench.done({"orders", "delete", "--yes"}).err, HasSubstr("5 orders deleted"));
   EXPECT_EQ(bench.count(0x3006), 0U);
   EXPECT_THAT(bench.run({"orders", "list"}).err, HasSubstr("There are no orders."));
 }
 
-TEST(Orders, OfDataSetsAreDeletedSinglyAndTogether) {
+TEST(Orders, OfDataSetsAreFulfilledAndDeletedSinglyAndTogether) {
   SharingBench bench("orders-camera");
-  EXPECT_EQ(bench.run({"orders", "delete", "2", "3", "--yes"}).exitCode, 0);
+  const auto pictures = [&] {
+    return bench.run({"--json", "orders", "list"}).json()[0]["pictures"].size();
+  };
+  const auto held = bench.count(0x3801);
+  EXPECT_EQ(pictures(), 2U);
+  bench.done({"orders", "fulfil", "1", "TARV0001.JPG"});
+  bench.fails({"orders", "fulfil", "1", "NONE.JPG"});
+  EXPECT_EQ(pictures(), 1U) << "the other one is still to be sent";
+  bench.done({"orders", "delete", "2", "3", "--yes"});
   EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 1U);
   EXPECT_EQ(bench.count(ptp::XTD_PRINT_ORDER), 0U);
-  const auto run = bench.run({"--json", "orders", "delete", "--yes"});
-  EXPECT_EQ(run.json().size(), 1U) << run.out;
+  EXPECT_EQ(bench.run({"--json", "orders", "delete", "--yes"}).json().size(), 1U);
   EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 0U);
   EXPECT_EQ(bench.count(ptp::XTD_TRANSFER_ORDER), 1U) << "the device keeps those";
-  EXPECT_EQ(bench.run({"orders", "show", "9"}).exitCode, tools::kFailed);
+  EXPECT_EQ(bench.count(0x3801), held) << "and its pictures";
+  bench.fails({"orders", "show", "9"});
 }
 
 TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
-  struct Row {
-    const char* camera;
-    std::string over;
-    std::uint16_t format;  ///< of the bad one, which is the last of it
-    std::size_t others;    ///< that 'delete --yes' takes
-    const char* words;
-  };
-  const Row rows[] = {
+  // Camera, what is laid over it; format of the bad one, which is the last of it; how many others
+  // 'delete --yes' takes; words.
+  const std::tuple<const char*, std::string, std::uint16_t, std::size_t, const char*> rows[] = {
       {"orders-camera", withEndlessDataSet("0xB204", 16 + 2 + 1), 0xB204, 3, "e-mail order"},
       // Its picture has gone.
       {"orders-camera",
@@ -125,20 +118,18 @@ TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
            "IMG SRC = \"A.JPG\"", "[JOB]", "DST EML = \"b@b.cc\""]}]}]})",
        0x3006, 1, "marker file"},
   };
-  for (const auto& row : rows) {
-    SharingBench bench(row.camera, row.over);
-    const auto bad = formatted("0x%08x", bench.sim.camera->handles({.format = row.format}).back());
-    const auto list = bench.run({"orders", "list"});
-    EXPECT_EQ(list.exitCode, tools::kFailed) << row.words;
-    EXPECT_THAT(list.out, ContainsRegex("e-mail .*a")) << row.words;
-    EXPECT_THAT(list.err, HasSubstr(row.words + (" " + bad) + " cannot be read: "));
+  for (const auto& [camera, over, format, others, words] : rows) {
+    SharingBench bench(camera, over);
+    const auto bad = formatted("0x%08x", bench.sim.camera->handles({.format = format}).back());
+    const auto list = bench.fails({"orders", "list"});
+    EXPECT_THAT(list.out, ContainsRegex("e-mail .*a")) << words;
+    EXPECT_THAT(list.err, HasSubstr(words + (" " + bad) + " cannot be read: "));
     EXPECT_THAT(list.err, HasSubstr("'tarvoctl orders delete " + bad + "' removes it"));
-    const auto all = bench.run({"--json", "orders", "delete", "--yes"});
-    EXPECT_EQ(all.exitCode, tools::kFailed) << "it is still there";
-    EXPECT_EQ(all.json().size(), row.others + 1) << all.out;
-    EXPECT_EQ(bench.count(row.format), 1U) << row.words;
-    EXPECT_EQ(bench.run({"orders", "delete", bad, "--yes"}).exitCode, 0);
-    EXPECT_EQ(bench.count(row.format), 0U) << row.words;
+    const auto all = bench.fails({"--json", "orders", "delete", "--yes"});  // it is still there
+    EXPECT_EQ(all.json().size(), others + 1) << all.out;
+    EXPECT_EQ(bench.count(format), 1U) << words;
+    bench.done({"orders", "delete", bad, "--yes"});
+    EXPECT_EQ(bench.count(format), 0U) << words;
   }
 }
 
@@ -146,9 +137,8 @@ TEST(Orders, ThatAreCutShortAreNoOrders) {
   for (const char* length : {"0", "4", "21", "40"}) {
     SharingBench bench("orders-camera");
     bench.sim.camera->setFault("truncate", std::string(length) + ",0x9204");
-    const auto run = bench.run({"orders", "delete", "--yes"});
-    EXPECT_EQ(run.exitCode, tools::kFailed);
-    EXPECT_THAT(run.err, ContainsRegex("print order 0x[0-9a-f]+ cannot be read: it was cut short"));
+    EXPECT_THAT(bench.fails({"orders", "delete", "--yes"}).err,
+                ContainsRegex("print order 0x[0-9a-f]+ cannot be read: it was cut short"));
     EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 2U) << length;
     EXPECT_EQ(bench.count(ptp::XTD_PRINT_ORDER), 1U) << length;
   }
@@ -170,18 +160,17 @@ TEST(Orders, KeepTheirFoldersAndAllTheirPictures) {
                                           "," + number(1) + R"(]}, {"assets": [)" + number(2) +
                                           "]}]}}");
   const std::vector<std::string> fetch = {"orders", "show", "--download", bench.folder.path("o")};
-  const auto first = bench.run(fetch);
-  EXPECT_EQ(first.exitCode, 0) << first.err;
+  bench.done(fetch);
   EXPECT_THAT(bench.files("o"),
               ElementsAre("o/1 email/P (2).JPG", "o/1 email/P.JPG", "o/1 email/order.json",
                           "o/2 email/P.JPG", "o/2 email/order.json"));
   EXPECT_THAT(bench.run(fetch).err, HasSubstr(", 3 there already"));
   EXPECT_THAT(bench.run({"orders", "list"}).out, HasSubstr("1 recipient who is no contact"));
   // The second order is the first one now; its pictures go nowhere near those of the other.
-  EXPECT_EQ(bench.run({"orders", "fulfil", "1"}).exitCode, 0);
-  EXPECT_EQ(bench.run(fetch).exitCode, 0);
-  EXPECT_THAT(bench.files("o/1 email"), ::testing::SizeIs(3));
-  EXPECT_THAT(bench.files("o/1 email (2)"), ::testing::SizeIs(2));
+  bench.done({"orders", "fulfil", "1"});
+  bench.done(fetch);
+  EXPECT_THAT(bench.files("o/1 email"), SizeIs(3));
+  EXPECT_THAT(bench.files("o/1 email (2)"), SizeIs(2));
 }
 
 }  // namespace

@@ -15,12 +15,12 @@ namespace {
 
 using ::testing::HasSubstr;
 
-TEST(Words, SizesAreInThousands) {
+TEST(Words, SizesAreInThousandsAndOneThingIsOne) {
   const std::pair<std::uint64_t, const char*> kSizes[] = {
-      {0, "0 bytes"},       {1, "1 byte"},      {999, "999 bytes"},     {1000, "1.0 kB"},
-      {999949, "999.9 kB"}, {999950, "1.0 MB"}, {UINT64_MAX, "18.4 EB"}};
+      {1, "1 byte"}, {999, "999 bytes"}, {999950, "1.0 MB"}, {UINT64_MAX, "18.4 EB"}};
   for (const auto& [bytes, words] : kSizes)
     EXPECT_EQ(sizeInWords(bytes), words);
+  EXPECT_EQ(counted(1, "files fetched"), "1 file fetched");
 }
 
 TEST(Words, NoTwoCodesShareANameAndUnknownOnesAreNumbers) {
@@ -32,11 +32,6 @@ TEST(Words, NoTwoCodesShareANameAndUnknownOnesAreNumbers) {
     EXPECT_TRUE(properties.insert(propertyName(static_cast<std::uint16_t>(code))).second) << code;
     EXPECT_TRUE(formats.insert(formatInWords(static_cast<std::uint16_t>(code))).second) << code;
   }
-}
-
-TEST(Words, OneThingIsOne) {
-  EXPECT_EQ(counted(1, "files fetched"), "1 file fetched");
-  EXPECT_EQ(counted(2, "records"), "2 records");
 }
 
 TEST(Words, TextFromADeviceCannotSteerATerminal) {
@@ -54,10 +49,7 @@ TEST(Words, AFailureNamesOperationObjectStatusAndWhatToDo) {
   EXPECT_THAT(inWords(failure),
               HasSubstr("get A.JPG: device did not answer in time (-9904, 0xffffd950): it is slow. "
                         "Switch the device off and on"));
-  const auto json = asJSON(failure);
-  EXPECT_EQ(json["statusHex"], "0xffffd950");
-  EXPECT_EQ(json["object"], "A.JPG");
-  EXPECT_THAT(statusWithHex(0x2019), HasSubstr("(0x2019)"));
+  EXPECT_EQ(asJSON(failure)["statusHex"], "0xffffd950");
   // A failure without a status of its own has one all the same; bad usage needs none.
   EXPECT_THAT(asJSON(ToolError({.why = "it is no JSON"}).failure())["message"].get<std::string>(),
               HasSubstr("bad parameter (-50, 0xffffffce): it is no JSON"));
@@ -67,12 +59,8 @@ TEST(Words, AFailureNamesOperationObjectStatusAndWhatToDo) {
 TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {
   EXPECT_EQ(progressLine("A.JPG", 500, 1000, std::chrono::seconds(1), 80),
             "A.JPG [##########..........]  50 %  500 bytes/s  00:01");
-  EXPECT_EQ(progressLine("A.JPG", 500, 0, std::chrono::seconds(1), 80),
-            "A.JPG  500 bytes  500 bytes/s");
-  for (const std::size_t columns : {60U, 80U})
-    EXPECT_LE(
-        displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1), columns)),
-        columns);
+  EXPECT_LE(displayWidth(progressLine(std::string(300, 'x'), 1, 2, std::chrono::seconds(1), 60)),
+            60U);
 }
 
 }  // namespace

@@ -6,17 +6,19 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "Utilities/PTPCodes.h"
 #include "tests/tools/ToolBench.h"
 
 namespace tarvo::test {
 
+inline constexpr const char* kContacts = "XTAddressBookContactsKey";
+inline constexpr const char* kGroups = "XTAddressBookGroupsKey";
+inline constexpr const char* kMembers = "contactGroupMembersKey";
+
 inline std::string shippedCamera(const std::string& name, const std::string& over = "{}") {
-  std::ostringstream content;
-  content << std::ifstream(std::string(DEVICES_FOLDER) + "/" + name + ".json").rdbuf();
-  auto json = nlohmann::json::parse(content.str());
+  std::ifstream file(std::string(DEVICES_FOLDER) + "/" + name + ".json");
+  auto json = nlohmann::json::parse(file);
   json.merge_patch(nlohmann::json::parse(over));
   return json.dump();
 }
@@ -49,11 +51,20 @@ class SharingBench : public CameraBench {
   std::string onlyObject(std::uint16_t format) const {
     const auto handles = sim.camera->handles({.format = format});
     if (handles.size() != 1) return std::to_string(handles.size()) + " objects";
-    const auto bytes = sim.camera->bytes(handles.front());
+    return content(handles.front());
+  }
+  std::string content(std::uint32_t handle) const {
+    const auto bytes = sim.camera->bytes(handle);
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
   }
   std::size_t count(std::uint16_t format) const {
     return sim.camera->handles({.format = format}).size();
+  }
+  /// Imports a book from a file; `options` may be more of them.
+  ToolRun import(const std::string& text, const std::vector<std::string>& options = {"--yes"}) {
+    std::vector<std::string> words = {"addressbook", "import", folder.write("book.json", text)};
+    words.insert(words.end(), options.begin(), options.end());
+    return run(words);
   }
   /// The device's address book as it tells it now.
   nlohmann::json book() { return run({"--json", "addressbook", "show"}).json(); }
@@ -61,7 +72,7 @@ class SharingBench : public CameraBench {
   std::vector<std::string> contacts() {
     std::vector<std::string> all;
     const auto now = book();
-    for (const auto& contact : now.value("XTAddressBookContactsKey", nlohmann::json::array()))
+    for (const auto& contact : now.value(kContacts, nlohmann::json::array()))
       all.push_back(contact.value("kABNicknameProperty", "") + " <" +
                     contact.value("kABEmailProperty", "") + ">");
     return all;

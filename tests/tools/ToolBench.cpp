@@ -11,32 +11,6 @@
 namespace tarvo::test {
 namespace {
 
-/// A file that is a stream of bytes, read back when all is written.
-class Capture {
- public:
-  Capture() : file_(std::tmpfile()) {}
-  explicit Capture(const std::string& content) : Capture() {
-    std::fwrite(content.data(), 1, content.size(), file_);
-    std::rewind(file_);
-  }
-  Capture(const Capture&) = delete;
-  Capture& operator=(const Capture&) = delete;
-  ~Capture() { std::fclose(file_); }
-
-  std::FILE* file() const { return file_; }
-  std::string content() const {
-    std::fflush(file_);
-    std::rewind(file_);
-    std::string all;
-    for (int byte = std::fgetc(file_); byte != EOF; byte = std::fgetc(file_))
-      all += static_cast<char>(byte);
-    return all;
-  }
-
- private:
-  std::FILE* file_;
-};
-
 constexpr const char* kContent = R"({
   "properties": [
     {"code": "0x5001", "type": "UINT8", "value": 80, "range": [0, 100, 1]},
@@ -96,24 +70,32 @@ ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& plat
   std::vector<const char*> arguments = {"tarvoctl"};
   for (const auto& word : words)
     arguments.push_back(word.c_str());
-  const Capture out;
-  const Capture err;
-  const Capture in(input);
+  const TemporaryFolder folder;
+  const auto open = [&](const char* name, const char* mode) {
+    return std::unique_ptr<std::FILE, int (*)(std::FILE*)>(
+        std::fopen(folder.path(name).c_str(), mode), std::fclose);
+  };
+  folder.write("in", input);
+  const auto in = open("in", "rb");
+  auto out = open("out", "wb");
+  auto err = open("err", "wb");
   auto line = tools::readCommandLine(static_cast<int>(arguments.size()), arguments.data(),
-                                     out.file(), err.file());
+                                     out.get(), err.get());
   ToolRun run;
   if (line.exitCode) {
     run.exitCode = *line.exitCode;
   } else {
     const std::unique_ptr<tools::Interrupt> own =
         interrupt ? nullptr : std::make_unique<tools::Interrupt>();
-    tools::Output output(out.file(), err.file(), line.options);
+    tools::Output output(out.get(), err.get(), line.options);
     tools::ToolContext context{line.options, output,  platform, interrupt ? *interrupt : *own,
-                               in.file(),    terminal};
+                               in.get(),     terminal};
     run.exitCode = tools::runCommand(context, line.command);
   }
-  run.out = out.content();
-  run.err = err.content();
+  out.reset();
+  err.reset();
+  run.out = folder.read("out");
+  run.err = folder.read("err");
   return run;
 }
 
@@ -128,16 +110,17 @@ CameraBench::CameraBench(const std::string& json) : sim(laidOver(json)) {
   sim.scope.reset();
 }
 
-std::uint32_t CameraBench::handleOf(const std::string& name) {
-  for (const auto& object : run({"--json", "ls", "--recursive"}).json()) {
-    if (object.value("name", "") == name) return object["handle"].get<std::uint32_t>();
-  }
-  ADD_FAILURE() << "there is no " << name;
-  return 0;
+ToolRun NoPlatform::ends(const std::vector<std::string>& words, int exitCode) {
+  auto ended = run(words);
+  EXPECT_EQ(ended.exitCode, exitCode) << ::testing::PrintToString(words) << ended.out << ended.err;
+  return ended;
 }
 
 std::string CameraBench::handleText(const std::string& name) {
-  return std::to_string(handleOf(name));
+  for (const auto& object : run({"--json", "ls", "--recursive"}).json())
+    if (object.value("name", "") == name) return object["handle"].dump();
+  ADD_FAILURE() << "there is no " << name;
+  return "0";
 }
 
 std::vector<std::string> CameraBench::names() {

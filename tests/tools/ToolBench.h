@@ -33,17 +33,27 @@ struct ToolRun {
   std::vector<std::string> lines() const;
 };
 
+/// Runs `words` behind "tarvoctl". `input` is standard input, `terminal` the path of the terminal;
+/// without it nobody can be asked.
+ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
+                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr,
+                const std::string& terminal = {});
+/// The same without a platform.
+ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
+
 /// No platform at all: for what must not need one.
 class NoPlatform : public tools::ToolPlatform {
  public:
   const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
-  SupportedModels& models() override { throw std::logic_error("the platform was asked for"); }
-  const PictureDeviceServices& services() override {
-    throw std::logic_error("the platform was asked for");
-  }
-  TarvoMSCDeviceList& massStorage() override {
-    throw std::logic_error("the platform was asked for");
-  }
+  SupportedModels& models() override { throw std::logic_error("the models were asked for"); }
+  const PictureDeviceServices& services() override { throw std::logic_error("so were services"); }
+  TarvoMSCDeviceList& massStorage() override { throw std::logic_error("so were units"); }
+
+  virtual ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }
+  /// The same, of a command that must be done, must fail, or must end so.
+  ToolRun done(const std::vector<std::string>& words) { return ends(words, tools::kDone); }
+  ToolRun fails(const std::vector<std::string>& words) { return ends(words, tools::kFailed); }
+  ToolRun ends(const std::vector<std::string>& words, int exitCode);
 };
 
 /// A terminal at which somebody has typed something.
@@ -58,14 +68,6 @@ class Terminal {
   FileDescriptor master_;
 };
 
-/// Runs `words` behind "tarvoctl". `input` is standard input, `terminal` the path of the terminal;
-/// without it nobody can be asked.
-ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr,
-                const std::string& terminal = {});
-/// The same without a platform.
-ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
-
 /// A simulated camera with tarvoctl on it.
 class CameraBench : public NoPlatform {
  public:
@@ -76,11 +78,10 @@ class CameraBench : public NoPlatform {
   SupportedModels& models() override { return sim.models; }
   const PictureDeviceServices& services() override { return sim.room.services(); }
 
-  ToolRun run(const std::vector<std::string>& words, const std::string& input = {}) {
-    return runTool(words, *this, input, interrupt, terminal);
+  ToolRun run(const std::vector<std::string>& words) override {
+    return runTool(words, *this, {}, interrupt, terminal);
   }
   /// Handle of the first object of that name; fails the test where there is none.
-  std::uint32_t handleOf(const std::string& name);
   std::string handleText(const std::string& name);
   /// Names of all objects, in the order of the device.
   std::vector<std::string> names();

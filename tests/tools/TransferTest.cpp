@@ -1,4 +1,4 @@
-// get, put, rm and rename on a simulated camera.
+// get, put, rm and rename on a simulated camera, with names that lead out of a folder too.
 #include <gmock/gmock.h>
 
 #include <filesystem>
@@ -10,18 +10,13 @@ namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
+using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using ::testing::SizeIs;
 using ::testing::UnorderedElementsAre;
-
-std::vector<std::string> filesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder))
-    names.push_back(entry.path().filename());
-  return names;
-}
 
 class Transfer : public ::testing::Test {
  protected:
@@ -29,9 +24,10 @@ class Transfer : public ::testing::Test {
     words.insert(words.begin(), {"--json", "get", "--output", bench.folder.path(folder)});
     return bench.run(words);
   }
-  std::vector<std::string> fetched() const { return filesIn(bench.folder.path("pictures")); }
+  std::vector<std::string> fetched() const { return bench.folder.names("pictures"); }
 
   CameraBench bench;
+  const std::string notes = "Sharing orders live here.\n";
 };
 
 TEST_F(Transfer, GetTakesHandlesNamesPatternsAndPaths) {
@@ -41,13 +37,13 @@ TEST_F(Transfer, GetTakesHandlesNamesPatternsAndPaths) {
   EXPECT_THAT(run.json(), SizeIs(4));
   EXPECT_THAT(fetched(),
               UnorderedElementsAre("TARV0003.MOV", "NOTES.TXT", "TARV0001.JPG", "TARV0002.JPG"));
-  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "Sharing orders live here.\n");
+  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), notes);
   EXPECT_EQ(fs::file_size(bench.folder.path("pictures/TARV0003.MOV")), 5242880U);
 }
 
 TEST_F(Transfer, GetNewPassesOverWhatIsThere) {
   // Of another date, or none, the content decides.
-  bench.folder.write("pictures/NOTES.TXT", "Sharing orders live here.\n");
+  bench.folder.write("pictures/NOTES.TXT", notes);
   bench.folder.write("pictures/TARV0002.JPG", std::string(1987, 'x'));
   const auto run = get({"--new"});
   EXPECT_EQ(run.exitCode, 0) << run.out;
@@ -76,7 +72,7 @@ TEST(TransferOfTwins, EachObjectOfARunHasAFileOfItsOwn) {
     const auto run = get({"--all", option});
     EXPECT_EQ(run.exitCode, 0) << run.out;
     std::vector<std::string> contents;
-    for (const auto& name : filesIn(bench.folder.path("pictures")))
+    for (const auto& name : bench.folder.names("pictures"))
       contents.push_back(bench.folder.read("pictures/" + name));
     EXPECT_THAT(contents, UnorderedElementsAre("first", "other", "later", "alone")) << option;
   }
@@ -85,34 +81,26 @@ TEST(TransferOfTwins, EachObjectOfARunHasAFileOfItsOwn) {
   EXPECT_EQ(bench.sim.asked(ptp::kGetObject), asked + 3) << "compared, as any may be any";
 }
 
-TEST_F(Transfer, GetNamesTheOneFile) {
+TEST_F(Transfer, GetNamesTheOneFileAndReplacesNothingUnasked) {
   EXPECT_EQ(get({"NOTES.TXT"}, "mine.txt").exitCode, 0);
-  EXPECT_EQ(bench.folder.read("mine.txt"), "Sharing orders live here.\n");
-  const auto run = get({"NOTES.TXT"}, "none/mine.txt");
-  EXPECT_EQ(run.json()["error"]["status"], status::kFileNotFound);
-}
-
-TEST_F(Transfer, GetReplacesNothingUnasked) {
+  EXPECT_EQ(bench.folder.read("mine.txt"), notes);
+  EXPECT_EQ(get({"NOTES.TXT"}, "none/mine.txt").json()["error"]["status"], status::kFileNotFound);
   bench.folder.write("pictures/NOTES.TXT", "mine");
-  const auto run = get({"NOTES.TXT"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_EQ(run.json()[0]["error"]["status"], status::kDuplicateFile);
+  EXPECT_EQ(get({"NOTES.TXT"}).json()[0]["error"]["status"], status::kDuplicateFile);
   EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "mine");
   EXPECT_EQ(get({"NOTES.TXT", "--overwrite"}).exitCode, 0);
-  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), "Sharing orders live here.\n");
+  EXPECT_EQ(bench.folder.read("pictures/NOTES.TXT"), notes);
 }
 
 TEST_F(Transfer, GetFetchesThumbnailsAndSaysWhereThereIsNone) {
   const auto run = get({"--thumbnail", "TARV0001.JPG", "NOTES.TXT"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
   EXPECT_THAT(fetched(), UnorderedElementsAre("TARV0001.thumb.jpg"));
   EXPECT_EQ(run.json()[1]["error"]["status"], status::kPTPNoThumbnailPresent);
 }
 
 TEST_F(Transfer, OneBadObjectDoesNotEndTheBatch) {
   bench.sim.camera->setFault("respond", "0x200F,0x1009,@2");
-  const auto run = bench.run({"get", "--all", "--output", bench.folder.path("pictures/")});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
+  const auto run = bench.fails({"get", "--all", "--output", bench.folder.path("pictures/")});
   EXPECT_THAT(fetched(), SizeIs(3));
   EXPECT_THAT(run.err, ContainsRegex("get DCIM/100TARVO/TARV0002.JPG \\(0x[0-9a-f]{8}\\): access "
                                      "denied by the device \\(0x200f\\)"));
@@ -126,54 +114,45 @@ TEST_F(Transfer, PutSendsFilesOfEveryLengthByteForByte) {
   for (const std::size_t size : {0U, 1U, 52U, 500U, 3000000U})
     words.push_back(bench.folder.write("P" + std::to_string(size) + ".JPG",
                                        std::string(size, static_cast<char>(size % 251))));
-  const auto run = bench.run(words);
-  EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
-  ASSERT_THAT(run.json(), SizeIs(5));
+  const auto results = bench.done(words).json();
+  ASSERT_THAT(results, SizeIs(5));
   get({"P*.JPG"});
-  for (const auto& result : run.json()) {
+  for (const auto& result : results) {
     const auto name = result["name"].get<std::string>();
     const auto sent = bench.folder.read(name);
     EXPECT_EQ(bench.folder.read("pictures/" + name).substr(0, sent.size()), sent) << name;
   }
 }
 
-TEST_F(Transfer, PutRefusesWhatPTPCannotCarryBeforeAnythingIsSent) {
+TEST_F(Transfer, WhatPTPCannotCarryIsRefusedBeforeAnythingIsSent) {
   const auto longName = bench.folder.path(std::string(251, 'x') + ".JPG");
   const auto large = bench.folder.write("LARGE.MOV", "");
   fs::resize_file(large, std::uintmax_t{1} << 32);
-  const auto before = bench.sim.asked(ptp::kSendObjectInfo);
-  for (const auto& path : {longName, large}) {
-    const auto run = bench.run({"put", path});
-    EXPECT_EQ(run.exitCode, tools::kFailed);
-    EXPECT_THAT(run.err, ContainsRegex("bad parameter \\(-50, 0xffffffce\\): .*(255|4 GiB)"));
-  }
-  EXPECT_EQ(bench.sim.asked(ptp::kSendObjectInfo), before);
-}
-
-TEST_F(Transfer, RenameRefusesImpossibleNames) {
+  for (const auto& path : {longName, large})
+    EXPECT_THAT(bench.fails({"put", path}).err,
+                ContainsRegex("bad parameter \\(-50, 0xffffffce\\): .*(255|4 GiB)"));
+  EXPECT_EQ(bench.sim.asked(ptp::kSendObjectInfo), 0U);
   for (const std::string& name : {std::string(), std::string(255, 'x')})
     EXPECT_THAT(bench.run({"rename", "1", name}).err, HasSubstr("1 to 254 characters"));
 }
 
 TEST_F(Transfer, PutNamesEachFileThatFails) {
   const auto good = bench.folder.write("GOOD.JPG", "picture");
-  const auto run = bench.run({"--json", "put", bench.folder.path("NONE.JPG"), good,
-                              bench.folder.path(), bench.folder.write("A.NONSENSE", "x")});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  const auto json = run.json();
-  ASSERT_THAT(json, SizeIs(4));
-  EXPECT_EQ(json[0]["error"]["status"], status::kFileNotFound);
-  EXPECT_FALSE(json[1].contains("error")) << json[1];
-  EXPECT_EQ(json[2]["error"]["status"], status::kNotAFile);
-  EXPECT_TRUE(json[3].contains("error"));
+  const auto results = bench
+                           .fails({"--json", "put", bench.folder.path("NONE.JPG"), good,
+                                   bench.folder.path(), bench.folder.write("A.NONSENSE", "x")})
+                           .json();
+  ASSERT_THAT(results, SizeIs(4));
+  EXPECT_EQ(results[0]["error"]["status"], status::kFileNotFound);
+  EXPECT_FALSE(results[1].contains("error")) << results[1];
+  EXPECT_EQ(results[2]["error"]["status"], status::kNotAFile);
+  EXPECT_TRUE(results[3].contains("error"));
 }
 
 TEST_F(Transfer, RemoveTakesHandlesNamesAndPatterns) {
-  const auto run = bench.run({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT", "[TAR]", "--yes"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
-  EXPECT_THAT(run.err, HasSubstr("NONE.TXT"));
-  EXPECT_THAT(run.err, HasSubstr("rm [TAR]: "));
-  EXPECT_THAT(run.err, HasSubstr("3 objects deleted, 2 failed"));
+  const auto run = bench.fails({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT", "[TAR]", "--yes"});
+  for (const char* part : {"NONE.TXT", "rm [TAR]: ", "3 objects deleted, 2 failed"})
+    EXPECT_THAT(run.err, HasSubstr(part));
   EXPECT_THAT(bench.names(), UnorderedElementsAre("DCIM", "100TARVO", "TARV0003.MOV", "MISC"));
 }
 
@@ -186,21 +165,20 @@ TEST_F(Transfer, NothingIsDeletedUnasked) {
                                                                  {"orders", "delete"},
                                                                  {"storage", "format"},
                                                                  {"albums", "put", "new.lcb"}}) {
-    const auto run = bench.run(words, "y\n");
+    const auto run = runTool(words, bench, "y\n");
     EXPECT_EQ(run.exitCode, tools::kBadUsage) << words.front();
     EXPECT_THAT(run.err, HasSubstr("there is nobody to ask; give --yes to ")) << words.front();
   }
   const Terminal no("n\n");
   bench.terminal = no.path();
-  const auto run = bench.run({"--json", "rm", folder, "NOTES.TXT"});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
+  const auto run = bench.fails({"--json", "rm", folder, "NOTES.TXT"});
   EXPECT_EQ(run.json()["error"]["statusHex"], "0xfffffe16");
   EXPECT_THAT(no.shown(), HasSubstr("Delete MISC/NOTES.TXT and folder DCIM/100TARVO with 3 "
                                     "objects, 7.7 MB, from Tarvo Lumo X2? [y/N] "));
   EXPECT_EQ(bench.names(), names);
   const Terminal yes("y\n");
   bench.terminal = yes.path();
-  EXPECT_EQ(bench.run({"rm", "NOTES.TXT"}).exitCode, 0);
+  bench.done({"rm", "NOTES.TXT"});
   EXPECT_EQ(bench.names().size(), names.size() - 1);
 }
 
@@ -240,13 +218,55 @@ TEST_F(Transfer, WhatIsKeptIsNamedAndOldPartsToo) {
   const auto old = bench.folder.write("pictures/.OLD.MOV.0123456789abcdef.part", "x");
   fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(31 * 24));
   bench.sim.camera->setFault("truncate", "3000000,0x1009");
-  const auto run = bench.run({"get", "TARV0003.MOV", "--output", bench.folder.path("pictures/")});
-  EXPECT_EQ(run.exitCode, tools::kFailed);
+  const auto run = bench.fails({"get", "TARV0003.MOV", "--output", bench.folder.path("pictures/")});
   EXPECT_THAT(run.err, ContainsRegex("incomplete transfer \\(0x2007\\): the device sent .* is kept "
                                      "in '.*\\.part'; .*Check the cable"));
   EXPECT_THAT(run.err, HasSubstr("older than 30 days"));
-  EXPECT_THAT(run.err, HasSubstr(": .OLD.MOV.0123456789abcdef.part."));
   EXPECT_THAT(fetched(), SizeIs(2));
+}
+
+/// A camera that holds nothing but files of these names, and one whose name is half a surrogate
+/// pair and ".jpg".
+std::unique_ptr<CameraBench> benchWith(const std::vector<std::string>& names) {
+  auto description = nlohmann::json::parse(R"({"stores": [{"id": "0x00010001", "content": [
+      {"file": {"utf16": [55296, 46, 106, 112, 103]}, "text": "from the device"}]}]})");
+  auto& content = description["stores"][0]["content"];
+  for (const auto& name : names)
+    content.push_back({{"file", {{"raw", name}}}, {"text", "from the device"}});
+  return std::make_unique<CameraBench>(description.dump());
+}
+
+TEST(HostileNames, AllStayInsideTheFolder) {
+  const auto bench = benchWith({"../x", "/etc/x", "a/../../b", "..", ".", "", std::string(254, 'n'),
+                                "bell\x07\x1b[2J", "line\nend", "Same.txt", "SAME.TXT"});
+  const auto inner = bench->folder.path("chosen/inner");
+  const auto run = bench->run({"get", "--all", "--output", inner + "/"});
+  EXPECT_EQ(run.exitCode, tools::kFailed) << "three names are none";
+  std::vector<std::string> names;
+  for (const auto& entry : fs::recursive_directory_iterator(bench->folder.path())) {
+    if (!entry.is_regular_file()) continue;
+    EXPECT_EQ(entry.path().parent_path(), inner);
+    names.push_back(entry.path().filename());
+    for (const char letter : names.back())
+      EXPECT_GE(static_cast<unsigned char>(letter), 0x20) << "no control characters";
+  }
+  EXPECT_EQ(names.size(), 9U);
+  for (const char* name : {"x", "x (2)", "b", "Same.txt", "SAME.TXT", "\xEF\xBF\xBD.jpg"})
+    EXPECT_THAT(names, Contains(name));
+  EXPECT_FALSE(fs::exists("/etc/x"));
+}
+
+TEST(HostileNames, CannotSteerTheTerminal) {
+  const auto bench = benchWith({"bell\x07\x1b[2J.JPG", "two\nlines.JPG"});
+  for (const auto& words : std::vector<std::vector<std::string>>{
+           {"ls"},
+           {"ls", "--long"},
+           {"get", "--all", "--output", bench->folder.path("pictures/")},
+           {"rm", "*.JPG", "--yes"}}) {
+    const auto run = bench->run(words);
+    for (const std::string& text : {run.out, run.err})
+      EXPECT_THAT(text, Not(Contains('\x1b')));
+  }
 }
 
 }  // namespace
