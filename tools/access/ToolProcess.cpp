@@ -85,8 +85,6 @@ struct ToolProcess::Devices {
                           defaultEncoding(base_.preferences, base_.log)}};
 };
 
-namespace {
-
 /// Connects to the system bus for the first operation on a disk: no other command needs a bus.
 class ToolDiskArbitration : public DiskArbitration {
  public:
@@ -108,8 +106,6 @@ class ToolDiskArbitration : public DiskArbitration {
   UDisks2DiskArbitration diskArbitration_;
   bool isStarted_ = false;
 };
-
-}  // namespace
 
 struct ToolProcess::MassStorage {
   MassStorage(Base& base, Devices& devices, const Interrupt& interrupt)
