@@ -13,12 +13,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-std::shared_ptr<XTImageCaptureDevice> onlyDevice() {
-  const auto devices = XTPictureDevice::deviceList();
-  if (devices.size() != 1) return nullptr;
-  return std::dynamic_pointer_cast<XTImageCaptureDevice>(devices[0]);
-}
-
 TEST(Enumeration, ListsCamerasButThePictureDiscWithTheClassOfTheirModule) {
   PictureDeviceTestRoom room;
   const auto ptp = room.ica.addPTPCamera({.name = "Camera"}).object;
@@ -71,11 +65,9 @@ TEST(DeviceAdded, IsDroppedWithTheRoomAndHarmlessAfterIt) {
   const auto object = room.ica.addPTPCamera().object;
   room.ica.announce(object);
   room.room.reset();
-  EXPECT_EQ(room.loop.validTimerCount(), 0U);
   room.ica.announce(object);
   room.ica.unplug(object);
   EXPECT_EQ(room.loop.validTimerCount(), 0U);
-  EXPECT_EQ(PictureDeviceRoom::current(), nullptr);
 }
 
 TEST(DeviceRemoved, DisconnectsTheDeviceAndAnnouncesItWhateverAnObserverRaises) {
@@ -102,16 +94,13 @@ TEST(StoreEvents, MakeTheDeviceForgetWhatItReadAndAreAnnounced) {
     PictureDeviceTestRoom room;
     std::vector<std::shared_ptr<Object>> heard;
     room.record(name, heard);
-    auto& camera = room.ica.addPTPCamera({.operations = {0x1001, 0x1006}});
+    const auto object = room.ica.addPTPCamera().object;
     XTImageCaptureDevice::registerDeviceAddedNotifications();
-    const auto device = onlyDevice();
+    const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
     ASSERT_TRUE(device && device->icaDictionary());
-
-    room.ica.fire(camera.object, event);
+    room.ica.fire(object, event);
     EXPECT_THAT(heard, ElementsAre(device));
     EXPECT_FALSE(device->icaDictionary());
-    camera.answers[0x1006] = {.parameters = {2}};
-    EXPECT_EQ(device->imageCount(), 2);
   }
 }
 

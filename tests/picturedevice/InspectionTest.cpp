@@ -41,7 +41,6 @@ TEST(Inspection, SaysInWordsWhyACameraOfTheMakerIsNotUsedAndIsSilentAboutOthers)
     const char* words;
   } rows[] = {
       {{.status = status::kICATimeout}, "-9904"},
-      {{.status = status::kICAProtocolError}, "-9905"},
       {{.vanishes = true}, "-9903"},
       {{.responseCode = 0x2002}, "0x2002"},
       {{.data = {}}, "its PTP vendor extension is 0x00000000"},
@@ -55,13 +54,9 @@ TEST(Inspection, SaysInWordsWhyACameraOfTheMakerIsNotUsedAndIsSilentAboutOthers)
       EXPECT_NO_THROW(XTImageCaptureDevice::primeICADevice(camera.object));
       room.loop.advance(20s);
       EXPECT_THAT(room.added, IsEmpty());
-      if (isMakers) {
-        EXPECT_THAT(room.visibleLines(),
-                    testing::Contains(testing::AllOf(HasSubstr("'Tarvo Lumo 500' at 0x01420000"),
-                                                     HasSubstr(row.words))));
-      } else {
-        EXPECT_THAT(room.visibleLines(), IsEmpty()) << row.words;
-      }
+      const auto told = testing::Contains(
+          testing::AllOf(HasSubstr("'Tarvo Lumo 500' at 0x01420000"), HasSubstr(row.words)));
+      EXPECT_THAT(room.visibleLines(), testing::Conditional(isMakers, told, IsEmpty()));
     }
   }
 }
@@ -69,8 +64,7 @@ TEST(Inspection, SaysInWordsWhyACameraOfTheMakerIsNotUsedAndIsSilentAboutOthers)
 TEST(Inspection, ReadsATruncatedDeviceInfoAsZerosAndSaysSo) {
   PictureDeviceTestRoom room;
   auto& camera = room.ica.addPTPCamera();
-  auto& data = camera.answers[0x1001].data;
-  data.erase(data.end() - 10, data.end());
+  camera.answers[0x1001].data.resize(camera.answers[0x1001].data.size() - 10);
   XTImageCaptureDevice::primeICADevice(camera.object);
   ASSERT_EQ(room.added.size(), 1U);
   EXPECT_EQ(room.sink.count("DeviceInfo of 'Tarvo Lumo 500' is cut off"), 1U);

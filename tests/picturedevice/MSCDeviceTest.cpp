@@ -37,17 +37,7 @@ TEST(MSCDevice, TakesTheIdentityOfTheNearestUSBDevice) {
   EXPECT_TRUE(room.trace.contains("doIOKitDiscovery IORegistryEntryCreateCFProperties failed"));
 }
 
-TEST(MSCDevice, HasFilesOfMoreThan2GiB) {
-  PictureDeviceTestRoom room;
-  room.addUSBUnit("sdb1", 0x40B);
-  const auto device =
-      XTImageCaptureMSCDevice::withICAObject(room.ica.addVolume("CARD", "sdb1").object, nullptr);
-  const PropertyDictionary film = {{"isiz", 0x80000000U}, {"tsiz", 0x80000001U}};
-  EXPECT_EQ(device->objectSize(film), 0x80000000);
-  EXPECT_EQ(device->thumbSize(film), 0x80000001);
-}
-
-TEST(MSCDevice, KeepsItsVolumeNameInsideTheVolumesFolder) {
+TEST(MSCDevice, KeepsItsVolumeNameInsideTheVolumesFolderAndHasFilesOfMoreThan2GiB) {
   PictureDeviceTestRoom room;
   room.addUSBUnit("sdb1", 0x40B);
   const std::pair<const char*, const char*> rows[] = {
@@ -56,6 +46,9 @@ TEST(MSCDevice, KeepsItsVolumeNameInsideTheVolumesFolder) {
     const auto device =
         XTImageCaptureMSCDevice::withICAObject(room.ica.addVolume(volume, "sdb1").object, nullptr);
     EXPECT_EQ(device->logicalMountPath(), path);
+    const PropertyDictionary film = {{"isiz", 0x80000000U}, {"tsiz", 0x80000001U}};
+    EXPECT_EQ(device->objectSize(film), 0x80000000);
+    EXPECT_EQ(device->thumbSize(film), 0x80000001);
   }
 }
 

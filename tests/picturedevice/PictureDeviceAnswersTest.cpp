@@ -20,8 +20,6 @@ TEST_F(PictureDeviceAnswers, SumUpTheStoresByTheirKind) {
   EXPECT_FALSE(device_->storageInfoDict());
   device_->stores = {0x10001, 0x20000, 0x20001, 0x30001, 0x40001};
   device_->infos[0x20000] = {.storageType = 4, .maxCapacity = 9};  // a slot without a card
-  device_->infos[0x40001] = {};
-  device_->infos.erase(0x40001);
   EXPECT_FALSE(device_->storageInfoDict());
   device_->infos[0x10001] = {.storageType = 3, .maxCapacity = 0x100000007, .freeSpaceInBytes = 2};
   device_->infos[0x20001] = {.storageType = 4, .maxCapacity = 11, .freeSpaceInBytes = 10};
@@ -41,24 +39,23 @@ TEST_F(PictureDeviceAnswers, SumUpTheStoresByTheirKind) {
 }
 
 TEST_F(PictureDeviceAnswers, SendDataWhereTheDeviceTakesObjects) {
-  const auto data = std::as_bytes(std::span(std::string_view("abc")));
+  auto& transactions = device_->transactions;
   std::uint32_t handle = 0;
   const auto send = [&](const CodeList& operations) {
     XTExtendedObjectInfo info;
-    device_->transactions.operations = operations;
-    return device_->sendData(data, info, 1, 2, &handle);
+    transactions.operations = operations;
+    return device_->sendData(std::as_bytes(std::span(std::string_view("abc"))), info, 1, 2,
+                             &handle);
   };
   EXPECT_EQ(send({0x100D, 0x9006}), -1400);
   EXPECT_EQ(send({0x9005}), 0);
+  EXPECT_EQ(handle, ScriptedPTPTransactions::kNewHandle);
   device_->fields().capabilities.hasSendVendorObject = true;
   handle = 0;
-  device_->transactions.failing["SendObject"] = 0x200C;
+  transactions.failing["SendObject"] = 0x200C;
   EXPECT_EQ(send({}), 0x200C);
   EXPECT_EQ(handle, 0U);
-  device_->transactions.failing.clear();
-  EXPECT_EQ(send({0x100C}), 0);
-  EXPECT_EQ(handle, ScriptedPTPTransactions::kNewHandle);
-  EXPECT_EQ(device_->transactions.sentData, "abc");
+  EXPECT_EQ(transactions.sentData, "abc");
 }
 
 TEST_F(PictureDeviceAnswers, ReadOnePropertyForTheHostAndWriteAnother) {
@@ -76,18 +73,17 @@ TEST_F(PictureDeviceAnswers, ReadOnePropertyForTheHostAndWriteAnother) {
 TEST_F(PictureDeviceAnswers, TellIntentionsOfAWirelessDeviceAlone) {
   device_->transactions.properties = {0xD206};
   device_->transactions.values[0xD206] = PTPBytes().u32(2 | 8);
-  for (const bool supports : {false, true}) {
-    for (const bool wireless : {false, true}) {
-      device_->fields().capabilities.deviceSupportsIntention = supports;
-      device_->wireless = wireless;
-      const bool tells = supports && wireless;
-      EXPECT_EQ(device_->hasSquirtEmailIntention(), tells);
-      EXPECT_EQ(device_->hasSquirtTransferIntention(), tells);
-      EXPECT_FALSE(device_->hasSyncIntention() || device_->hasSquirtPrintIntention());
-    }
+  for (const auto& [supports, wireless, docked] : {std::tuple(true, true, false),
+                                                   {false, true, false},
+                                                   {true, false, false},
+                                                   {true, true, true}}) {
+    device_->fields().capabilities.deviceSupportsIntention = supports;
+    device_->wireless = wireless;
+    device_->docked = docked;
+    EXPECT_EQ(device_->hasSquirtEmailIntention(), supports && wireless);
+    EXPECT_EQ(device_->hasSquirtTransferIntention(), supports && wireless && !docked);
+    EXPECT_FALSE(device_->hasSyncIntention() || device_->hasSquirtPrintIntention());
   }
-  device_->docked = true;
-  EXPECT_FALSE(device_->hasSquirtTransferIntention());
 }
 
 TEST_F(PictureDeviceAnswers, KeepTheLanguagesOfDeviceAndHost) {
