@@ -8,12 +8,15 @@
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"
+#include "identify/GetICAVolumeFromUSBLocation.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 
 namespace tarvo::test {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::Optional;
 
 /// An agent bundle whose model table lists product id 0x0A21, and volumes with and without marker.
 class DeviceInfo : public testing::Test {
@@ -58,36 +61,25 @@ class DeviceInfo : public testing::Test {
 };
 
 TEST_F(DeviceInfo, OfAPTPCameraComesFromItsDictionaryWhenTheModelIsSupported) {
-  const struct {
-    std::uint32_t idVendor;
-    std::uint32_t idProduct;
-    Info expected;
-  } rows[] = {
-      {0xF055, 0x0A21, {"PTP", -98566144, ""}},
-      {0xF055, 0x0311, {"PTP", -98566144, ""}},
-      {0xF055, 0x0312, {"", 77, "unset"}},
-      {0x04A9, 0x0A21, {"", 77, "unset"}},
-  };
-  for (const auto& row : rows) {
+  for (const auto& [idVendor, idProduct] :
+       {std::pair(0xF055U, 0x0A21U), {0xF055U, 0x0311U}, {0xF055U, 0x0312U}, {0x04A9U, 0x0A21U}}) {
     const auto& camera = room_.ica.addPTPCamera(
-        {.idVendor = row.idVendor, .idProduct = row.idProduct, .locationID = 0xFA200000});
-    EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)), row.expected)
-        << std::hex << row.idProduct;
+        {.idVendor = idVendor, .idProduct = idProduct, .locationID = 0xFA200000});
+    const bool isSupported = idVendor == 0xF055 && idProduct != 0x0312;
+    EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)),
+              isSupported ? Info{"PTP", -98566144, ""} : Info{"", 77, "unset"})
+        << std::hex << idProduct;
   }
 }
 
 TEST_F(DeviceInfo, OfMassStorageHasItsVolumeWhateverItsType) {
-  const struct {
-    const char* volume;
-    std::uint32_t idProduct;
-    const char* type;
-  } rows[] = {{"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
-  for (const auto& row : rows) {
-    const auto device = massStorage(row.volume, row.idProduct);
-    EXPECT_EQ(infoFor(device),
-              (Info{row.type, -98566144, (folder_ / "volumes" / row.volume).string()}));
+  const std::tuple<const char*, std::uint32_t, const char*> rows[] = {
+      {"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
+  for (const auto& [volume, idProduct, type] : rows) {
+    const auto device = massStorage(volume, idProduct);
+    EXPECT_EQ(infoFor(device), (Info{type, -98566144, (folder_ / "volumes" / volume).string()}));
     EXPECT_EQ(DeviceInfoSupport::isValidPVC(*device), device->isMSCamera());
-    EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), row.volume == std::string("CARD"));
+    EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), volume == std::string("CARD"));
   }
 }
 
@@ -103,23 +95,76 @@ TEST_F(DeviceInfo, OfNoDeviceOrAnUnknownKindIsLeftAsItIs) {
             2U);
 }
 
-TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
+struct Rooms {
   PictureDeviceTestRoom room;
-  const IdentifyRoom identify({room.ica, room.registry, room.mounts});
-  const auto hub = room.registry.add({{"USB Product Name", "Hub"}});
-  const auto device =
-      room.registry.add({{"USB Product Name", ""}, {"USB Serial Number", "S"}}, hub);
-  const auto unit = room.registry.add({{"IOClass", "scsi_unit"}}, device);
-  const auto orphan = room.registry.add({{"IOClass", "scsi_unit"}});
+  IdentifyRoom identify{{room.ica, room.registry, room.mounts}};
+};
+
+TEST(ICABSDNames, AreThoseOfTheMassStorageModulesInOrder) {
+  Rooms rooms;
+  auto& ica = rooms.room.ica;
+  ica.addVolume("B", "sdc1", "MassStorage.app");
+  ica.addPTPCamera();
+  ica.addVolume("A", "sdb1", "MassStorageCamera.app");
+  ica.addVolume("X", "sdd1", "MassStorage.app.bak");
+  ica.addVolume("MOUNTED", "");
+  ica.addVolume("ELSEWHERE", "");
+  rooms.room.mounts.add("/dev/sde1", "/media/u/MOUNTED");
+  EXPECT_THAT(GetICABSDNames(), Optional(ElementsAre(ICAVolume{"B", "sdc1"}, ICAVolume{"A", "sdb1"},
+                                                     ICAVolume{"MOUNTED", "sde1"})));
+}
+
+TEST(ICABSDNames, LeaveOutWhatIsNoReadableCameraAndSayWhy) {
+  const std::pair<std::function<void(FakeImageCapture&, FakeImageCapture::Device&)>, const char*>
+      rows[] = {
+          {[](auto& ica, auto&) { ica.nthChildStatus[0] = -50; },
+           "ICAGetNthChild 0 error: -50, header err"},
+          {[](auto&, auto& device) { device.info.objectType = fourCharCode("abcd"); },
+           "child 0 getNthChildPB.childInfo.objectType: 'dcba'"},
+          {[](auto&, auto& device) { device.info.objectSubtype = fourCharCode("scan"); },
+           "child 0 getNthChildPB.childInfo.objectSubtype: 'nacs'"},
+          {[](auto&, auto& device) { device.dictionaryStatus = -50; },
+           "ICACopyObjectPropertyDictionary copyObjectPropertyDictionaryPB.header.err: -50"},
+          {[](auto&, auto& device) { device.properties.erase("volume"); },
+           "No volume property for index 0"},
+      };
+  for (const auto& [spoil, line] : rows) {
+    Rooms rooms;
+    spoil(rooms.room.ica, rooms.room.ica.addVolume("BAD", "sdb1"));
+    rooms.room.ica.addVolume("GOOD", "sdc1");
+    EXPECT_THAT(GetICABSDNames(), Optional(ElementsAre(ICAVolume{"GOOD", "sdc1"}))) << line;
+    EXPECT_THAT(rooms.room.trace.lines(), ElementsAre(line));
+  }
+}
+
+TEST(ICABSDNames, AreNoneNotEmptyWhenImageCaptureFails) {
+  Rooms rooms;
+  EXPECT_THAT(GetICABSDNames(), Optional(testing::IsEmpty()));
+  for (const auto failing :
+       {&FakeImageCapture::deviceListStatus, &FakeImageCapture::childCountStatus,
+        &FakeImageCapture::childCountHeaderErr}) {
+    rooms.room.ica.*failing = -50;
+    EXPECT_EQ(GetICABSDNames(), std::nullopt);
+    rooms.room.ica.*failing = 0;
+  }
+}
+
+TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
+  Rooms rooms;
+  auto& registry = rooms.room.registry;
+  const auto hub = registry.add({{"USB Product Name", "Hub"}});
+  const auto device = registry.add({{"USB Product Name", ""}, {"USB Serial Number", "S"}}, hub);
+  const auto unit = registry.add({{"IOClass", "scsi_unit"}}, device);
+  const auto orphan = registry.add({{"IOClass", "scsi_unit"}});
   const auto serialNumber = [](ServiceHandle service) {
     const auto found = DeviceInfoSupport::getRootUSBDictionaryForService(service);
     return found ? textForKey(*found, "USB Serial Number").value_or("none") : "no device";
   };
-  EXPECT_EQ(serialNumber(unit), "S");
-  EXPECT_EQ(serialNumber(device), "S") << "the service itself counts";
-  EXPECT_EQ(serialNumber(orphan), "no device");
-  EXPECT_EQ(serialNumber(0x999), "no device");
-  room.registry.makeUnreadable(device);
+  for (const auto service : {unit, device})  // the service itself counts
+    EXPECT_EQ(serialNumber(service), "S");
+  for (const auto service : {orphan, ServiceHandle{0x999}})
+    EXPECT_EQ(serialNumber(service), "no device");
+  registry.makeUnreadable(device);
   EXPECT_EQ(serialNumber(unit), "none") << "an entry that cannot be read is passed over";
 }
 

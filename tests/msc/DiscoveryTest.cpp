@@ -27,30 +27,16 @@ Lines detected(const std::string& vendorName) {
 
 const Row kRows[] = {
     {"the vendor id", PropertyDictionary::object(), true},
-    {"the vendor id, whatever the name",
-     {{"Device Characteristics", {{"Vendor Name", "Other"}}}},
-     true,
-     detected("Other")},
     {"another vendor id, whatever the name", {{"idVendor", 0xF056}}, false},
-    {"a vendor id that is no 16-bit number", {{"idVendor", 0x1F055}}, false},
     {"a vendor id that is text", {{"idVendor", "F055"}}, false},
     {"the name in any case", vendor("tARVO"), true, detected("tARVO")},
     {"no letter of the name", vendor(""), true, detected("")},
     {"more than the name", vendor("Tarvos"), false, detected("Tarvos")},
-    {"the end of the name", vendor("arvo"), false, detected("arvo")},
     {"no product name",
      {{"Device Characteristics", {{"Product Name", nullptr}}}},
      false,
      {"Detected device vendor ='Tarvo' model='(null)'"}},
     {"no characteristics", {{"Device Characteristics", nullptr}}, false, {}},
-    {"another interconnect",
-     {{"Protocol Characteristics", {{"Physical Interconnect", "usb"}}}},
-     false,
-     {}},
-    {"no GUID",
-     {{"SCSITaskUserClient GUID", nullptr}},
-     false,
-     {"Service does not have a guid for the SCSI task user client"}},
     {"a GUID that is text",
      {{"SCSITaskUserClient GUID", "sr0"}},
      false,
@@ -63,9 +49,8 @@ TEST_F(MSCTest, FindsTheMakersUnitsAndIsNotStoppedByOthers) {
   for (const Row& row : kRows) {
     PropertyDictionary properties = unitProperties("sr1");
     properties.merge_patch(row.changes);
-    const ServiceHandle first = registry.add(unitProperties("sr0"));
-    const ServiceHandle second = registry.add(properties);
-    for (const ServiceHandle service : {first, second})
+    for (const ServiceHandle service :
+         {registry.add(unitProperties("sr0")), registry.add(properties)})
       scsi.units[service] = std::make_shared<FakeSCSIUnit>(Pages{});
     TarvoMSCDeviceList list;
     traces.take();
@@ -82,7 +67,6 @@ TEST_F(MSCTest, FindsTheMakersUnitsAndIsNotStoppedByOthers) {
   }
   EXPECT_THAT(log.lines(),
               ElementsAre(HasSubstr("VID is not the expected number type"),
-                          HasSubstr("VID is not the expected number type"),
                           HasSubstr("Invalid parameter not satisfying: modelString != nil")));
 }
 

@@ -44,53 +44,43 @@ TEST_F(MSCTest, FindsItsDiskAtItselfOrAboveAndKeepsIt) {
   EXPECT_EQ(below->bsdName(), "sr7");
 }
 
-struct Outcome {
-  const char* name;
-  std::optional<DADissenter> dissenter;
-  bool answers;
-  Status result;
-  TarvoMSCDevice::Failure failure;
-};
-
-const Outcome kOutcomes[] = {
-    {"done", std::nullopt, true, 0, {0, ""}},
-    {"refused",
-     DADissenter{status::kIOReturnBusy, "in use by vi (12)"},
-     true,
-     -1,
-     {status::kIOReturnBusy, "in use by vi (12)"}},
-    {"no answer",
-     std::nullopt,
-     false,
-     -1,
-     {status::kIOReturnTimeout, "the service did not answer within 20 seconds"}},
-};
-
 TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
+  const struct {
+    std::optional<DADissenter> dissenter;
+    bool answers;
+    Status result;
+    TarvoMSCDevice::Failure failure;
+  } outcomes[] = {{std::nullopt, true, 0, {0, ""}},
+                  {DADissenter{status::kIOReturnBusy, "in use by vi (12)"},
+                   true,
+                   -1,
+                   {status::kIOReturnBusy, "in use by vi (12)"}},
+                  {std::nullopt,
+                   false,
+                   -1,
+                   {status::kIOReturnTimeout, "the service did not answer within 20 seconds"}}};
   const auto device = unit();
   addVolume("CARD", "sdb1", usb);
   device->dcfVolumeBSDName();
-  using Operation = Status (TarvoMSCDevice::*)(const std::string&);
-  const std::pair<Operation, std::string> operations[] = {
+  const std::pair<Status (TarvoMSCDevice::*)(const std::string&), std::string> operations[] = {
       {&TarvoMSCDevice::unmountAllPartitions, "unmount sdb1 whole"},
       {&TarvoMSCDevice::ejectMediaWithBSDName, "eject sdb1"},
       {&TarvoMSCDevice::remountMediaWithBSDName, "mount sdb1 at 'CARD'"}};
   for (const auto& [operation, call] : operations) {
-    for (const Outcome& outcome : kOutcomes) {
+    for (const auto& outcome : outcomes) {
       disks.dissenter = outcome.dissenter;
       disks.answers = outcome.answers;
       traces.take();
-      EXPECT_EQ((*device.*operation)("sdb1"), outcome.result) << call << outcome.name;
+      EXPECT_EQ((*device.*operation)("sdb1"), outcome.result) << call;
       EXPECT_THAT(disks.take(), ElementsAre(call, "run 20000"));
       EXPECT_EQ(disks.openSessions, 0);
-      EXPECT_EQ(device->lastFailure().status, outcome.failure.status) << outcome.name;
+      EXPECT_EQ(device->lastFailure().status, outcome.failure.status) << call;
       EXPECT_EQ(device->lastFailure().why, outcome.failure.why);
       const Lines lines = traces.take();
       EXPECT_THAT(lines[0], HasSubstr("scheduled session with RunLoop for bsdName = sdb1, "));
       EXPECT_EQ(lines[1], "bsdNameCStr = sdb1");
       EXPECT_EQ(lines[2], "confirming sdb1 == sdb1??");
       EXPECT_EQ(lines.back(), "returning result = " + std::to_string(outcome.result));
-      EXPECT_EQ(lines.size(), outcome.dissenter ? 5U : 4U);
     }
   }
 }
@@ -101,11 +91,11 @@ TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
   EXPECT_TRUE(device->ejectTray());
   EXPECT_THAT(traces.take(), Contains("Could not unnount sr0."));
   disks.dissenter.reset();
-  EXPECT_TRUE(device->ejectTray());
-  EXPECT_TRUE(device->ejectTray());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(device->ejectTray());
   EXPECT_THAT(disks.take(),
               ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 20000"));
-  EXPECT_THAT(answers->take(), ElementsAre("SetTrayState 1", "SetTrayState 1", "SetTrayState 1"));
+  EXPECT_EQ(answers->take(), Lines(3, "SetTrayState 1"));
   traces.take();
   answers->failsAt = "SetTrayState";
   EXPECT_FALSE(device->ejectTray());
@@ -158,13 +148,12 @@ TEST_F(MSCTest, SeesSharingOrdersOnTheCardOfItsOwnUSBDeviceAlone) {
   EXPECT_FALSE(device->sharingOrderExists());
   EXPECT_EQ(device->dcfVolumeBSDName(), std::nullopt);
   addVolume("CARD", "sdb1", usb);
-  folder.write("media/CARD/MISC/NOTES.TXT", "");
-  EXPECT_FALSE(device->sharingOrderExists());
   EXPECT_EQ(device->dcfVolumeBSDName(), "sdb1");
-  for (const char* file : {"SSECUPLD.XML", "SSICUPLD.XML", "EREVIEW.DB", "IREVIEW.DB"}) {
+  for (const char* file :
+       {"NOTES.TXT", "SSECUPLD.XML", "SSICUPLD.XML", "EREVIEW.DB", "IREVIEW.DB"}) {
     const auto path = folder.write(std::string("media/CARD/MISC/") + file, "");
-    EXPECT_TRUE(device->sharingOrderExists()) << file;
-    std::filesystem::remove(folder.path(std::string("media/CARD/MISC/") + file));
+    EXPECT_EQ(device->sharingOrderExists(), file != std::string("NOTES.TXT")) << file;
+    std::filesystem::remove(path);
   }
 }
 
