@@ -166,24 +166,18 @@ TEST(ObjectInfo, ReadsFingerprintsOfAnotherLengthAsZero) {
 }
 
 TEST(ObjectInfo, IsADirectFavoriteOnlyWhenEverythingSaysSo) {
-  const struct {
-    bool extended;
-    std::uint16_t format;
-    const char* name;
-    XTUInt128 source;
-    bool isFavorite;
-  } rows[] = {
+  const std::tuple<bool, std::uint16_t, const char*, XTUInt128, bool> rows[] = {
       {true, 0xB802, "FAV1.JPG", {1}, true},   {true, 0xB803, "FAV", {1}, true},
       {false, 0xB802, "FAV1.JPG", {1}, false}, {true, 0x3801, "FAV1.JPG", {1}, false},
       {true, 0xB802, "fav1.jpg", {1}, false},  {true, 0xB802, "1FAV.JPG", {1}, false},
       {true, 0xB802, "FAV1.JPG", {}, false},
   };
-  for (const auto& row : rows) {
-    auto info = row.extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
-    info.setObjFmtCode(row.format);
-    info.setFileName(row.name);
-    info.setBBSourceQFP(row.source);
-    EXPECT_EQ(info.isDirectFavoriteInfo(), row.isFavorite) << row.format << row.name;
+  for (const auto& [extended, format, name, source, isFavorite] : rows) {
+    auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
+    info.setObjFmtCode(format);
+    info.setFileName(name);
+    info.setBBSourceQFP(source);
+    EXPECT_EQ(info.isDirectFavoriteInfo(), isFavorite) << format << name;
   }
 }
 

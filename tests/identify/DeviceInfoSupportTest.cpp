@@ -67,7 +67,7 @@ TEST_F(DeviceInfo, OfAPTPCameraComesFromItsDictionaryWhenTheModelIsSupported) {
         {.idVendor = idVendor, .idProduct = idProduct, .locationID = 0xFA200000});
     const bool isSupported = idVendor == 0xF055 && idProduct != 0x0312;
     EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)),
-              isSupported ? Info{"PTP", -98566144, ""} : Info{"", 77, "unset"})
+              (isSupported ? Info{"PTP", -98566144, ""} : Info{"", 77, "unset"}))
         << std::hex << idProduct;
   }
 }

@@ -11,11 +11,7 @@ namespace {
 using Lines = std::vector<std::string>;
 
 TEST(EmailAddress, TheFirstRuleThatItBreaksGivesCodeAndTrace) {
-  const struct {
-    std::optional<std::string> address;
-    Status code;
-    const char* words;
-  } rows[] = {
+  const std::tuple<std::optional<std::string>, Status, const char*> rows[] = {
       {"a b!'/@b..c", 0, nullptr},
       {"abcdefgh@b.c", 0, nullptr},  // as long as the maximum
       {std::nullopt, 0x10000011, "cannot be converted to ascii"},
@@ -35,11 +31,10 @@ TEST(EmailAddress, TheFirstRuleThatItBreaksGivesCodeAndTrace) {
       {"abcdefgh(@b.c", 0x10000011, "contains invalid characters"},
   };
   TraceRecorder traces;
-  for (const auto& row : rows) {
-    const auto shown = row.address.value_or("(null)");
-    EXPECT_EQ(validateEmailAddressFormat(row.address, 12), row.code) << shown;
-    EXPECT_EQ(traces.take(),
-              row.words ? Lines{"Email " + shown + " address " + row.words} : Lines{});
+  for (const auto& [address, code, words] : rows) {
+    const auto shown = address.value_or("(null)");
+    EXPECT_EQ(validateEmailAddressFormat(address, 12), code) << shown;
+    EXPECT_EQ(traces.take(), words ? Lines{"Email " + shown + " address " + words} : Lines{});
   }
   for (const char character : std::string_view("()<>,;:\\\"[]"))
     EXPECT_EQ(validateEmailAddressFormat(std::string("a@b") + character + ".c", 12), 0x10000011);

@@ -22,30 +22,24 @@ using ::testing::HasSubstr;
 const MakerConstants kMaker;
 
 TEST(SendOpcodes, FollowFromFormatModelAndWhatTheDeviceRequires) {
-  const struct {
-    std::uint16_t format;
-    bool requiresVendorSend;
-    bool hasVendorObject;
-    SendOpcodes current;
-    SendOpcodes legacy;
-  } rows[] = {
+  const std::tuple<std::uint16_t, bool, bool, SendOpcodes, SendOpcodes> rows[] = {
       {0x3801, true, false, {0x9005, 0x9006}, {0x9005, 0x9006}},
       {0xB001, true, false, {0x9005, 0x9006}, {0x100C, 0x100D}},  // firmware
       {0xB20A, false, false, {0x100C, 0x100D}, {0x100C, 0x100D}},
       {0xB20A, true, true, {0x9001, 0x9002}, {0x9001, 0x9002}},
       {0xB203, false, true, {0x100C, 0x100D}, {0x100C, 0x100D}},
   };
-  for (const auto& row : rows) {
+  for (const auto& [format, requiresVendorSend, hasVendorObject, current, legacy] : rows) {
     ScriptedPTPTransactions device;
-    device.capabilities.xtSendRequired = row.requiresVendorSend;
-    device.capabilities.hasSendVendorObject = row.hasVendorObject;
+    device.capabilities.xtSendRequired = requiresVendorSend;
+    device.capabilities.hasSendVendorObject = hasVendorObject;
     XTExtendedObjectInfo info;
-    info.setObjFmtCode(row.format);
-    EXPECT_EQ(opcodesForInfo(device.facts(), kMaker, info), row.current) << row.format;
+    info.setObjFmtCode(format);
+    EXPECT_EQ(opcodesForInfo(device.facts(), kMaker, info), current) << format;
     device.model = "Tarvo Lumo 300";
-    EXPECT_EQ((SendOpcodes{sendObjectInfoOpcodeForFormat(device.facts(), kMaker, row.format),
-                           sendObjectOpcodeForFormat(device.facts(), kMaker, row.format)}),
-              row.legacy);
+    EXPECT_EQ((SendOpcodes{sendObjectInfoOpcodeForFormat(device.facts(), kMaker, format),
+                           sendObjectOpcodeForFormat(device.facts(), kMaker, format)}),
+              legacy);
     info.setIsExtended(true);
     EXPECT_EQ(opcodesForInfo(device.facts(), kMaker, info), (SendOpcodes{0x9202, 0x100D}));
   }
@@ -58,17 +52,14 @@ TEST(FormatCodeFilter, LeavesEveryFormatButThoseOfTheUndefinedFormatModels) {
 }
 
 TEST(FileTypeTables, DifferOnPurposeInWhatTheyKnow) {
-  const struct {
-    const char* extension;
-    const char* type;
-    std::uint16_t format;
-  } rows[] = {{"jpg", "JPEG", 0x3801},  {"jp2", "JPEG", 0x380F}, {"fpix", "FPix", 0x3000},
-              {"cif", "????", 0x3805},  {"tdc", "TDC ", 0xB804}, {"avi", "VfW ", 0x300A},
-              {"abk", "TEXT", 0xB003},  {"how", "????", 0xB008}, {"JPG", "????", 0x3000},
-              {".jpg", "????", 0x3000}, {"", "????", 0x3000}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(fourCharText(fileTypeOfExtension(row.extension)), row.type) << row.extension;
-    EXPECT_EQ(ptpFormatOfExtension(row.extension), row.format) << row.extension;
+  const std::tuple<const char*, const char*, std::uint16_t> rows[] = {
+      {"jpg", "JPEG", 0x3801},  {"jp2", "JPEG", 0x380F}, {"fpix", "FPix", 0x3000},
+      {"cif", "????", 0x3805},  {"tdc", "TDC ", 0xB804}, {"avi", "VfW ", 0x300A},
+      {"abk", "TEXT", 0xB003},  {"how", "????", 0xB008}, {"JPG", "????", 0x3000},
+      {".jpg", "????", 0x3000}, {"", "????", 0x3000}};
+  for (const auto& [extension, type, format] : rows) {
+    EXPECT_EQ(fourCharText(fileTypeOfExtension(extension)), type) << extension;
+    EXPECT_EQ(ptpFormatOfExtension(extension), format) << extension;
   }
 }
 
@@ -115,37 +106,31 @@ TEST_F(FileObjectInfoTest, ChoosesTheFormatByModelOperationsAndName) {
   const CodeList none;
   const CodeList standard = {0x100C, 0x100D};
   const CodeList vendor = {0x100D, 0x9006};
-  const struct {
-    const char* model;
-    const char* file;
-    const CodeList* operations;
-    bool hasBragbooks;
-    Status status;
-    std::uint16_t format;
-    bool sendRequired;  ///< starts as true with the standard's operations, as false otherwise
-  } rows[] = {
-      {"Tarvo Lumo 500", "a.jpg", &standard, false, 0, 0x3801, false},
-      {"Tarvo Lumo 500", "a.jpg", &vendor, false, 0, 0x3801, true},
-      {"Tarvo Lumo 500", "a.jpg", &none, false, 0, 0x2005, false},
-      {"Tarvo Lumo 500", "a.xyz", &standard, false, 0x200B, 0, false},
-      {"Tarvo Lumo 500", "a.xyz", nullptr, false, 0, 0x2005, false},
-      {"Tarvo Lumo 500", "FAV1.JPG", &standard, true, 0, 0xB802, false},
-      {"Tarvo Lumo 500", "FAV1.JPG", &standard, false, 0, 0x3801, false},
-      {"Tarvo Lumo 500", "fav1.jpg", &standard, true, 0, 0x3801, false},
-      {"Tarvo Lumo 100", "a.jpg", &standard, false, 0x200B, 0, true},
-      {"Tarvo Lumo 100", "a.bin", &standard, false, 0, 0xB001, false},
-      {"Tarvo N10", "a.jpg", &standard, false, 0, 0x3000, false},
-      {"Tarvo N20", "FAV1.JPG", &standard, true, 0, 0x3000, false},
-      {"Tarvo N10", "a.xyz", nullptr, false, 0, 0x3000, false},
-  };
-  for (const auto& row : rows) {
-    device_.model = row.model;
-    device_.capabilities.deviceSupportsBragbooks = row.hasBragbooks;
-    sendRequired_ = row.operations == &standard;
+  // sendRequired: starts as true with the standard's operations, as false otherwise
+  const std::tuple<const char*, const char*, const CodeList*, bool, Status, std::uint16_t, bool>
+      rows[] = {
+          {"Tarvo Lumo 500", "a.jpg", &standard, false, 0, 0x3801, false},
+          {"Tarvo Lumo 500", "a.jpg", &vendor, false, 0, 0x3801, true},
+          {"Tarvo Lumo 500", "a.jpg", &none, false, 0, 0x2005, false},
+          {"Tarvo Lumo 500", "a.xyz", &standard, false, 0x200B, 0, false},
+          {"Tarvo Lumo 500", "a.xyz", nullptr, false, 0, 0x2005, false},
+          {"Tarvo Lumo 500", "FAV1.JPG", &standard, true, 0, 0xB802, false},
+          {"Tarvo Lumo 500", "FAV1.JPG", &standard, false, 0, 0x3801, false},
+          {"Tarvo Lumo 500", "fav1.jpg", &standard, true, 0, 0x3801, false},
+          {"Tarvo Lumo 100", "a.jpg", &standard, false, 0x200B, 0, true},
+          {"Tarvo Lumo 100", "a.bin", &standard, false, 0, 0xB001, false},
+          {"Tarvo N10", "a.jpg", &standard, false, 0, 0x3000, false},
+          {"Tarvo N20", "FAV1.JPG", &standard, true, 0, 0x3000, false},
+          {"Tarvo N10", "a.xyz", nullptr, false, 0, 0x3000, false},
+      };
+  for (const auto& [model, file, operations, hasBragbooks, status, format, sendRequired] : rows) {
+    device_.model = model;
+    device_.capabilities.deviceSupportsBragbooks = hasBragbooks;
+    sendRequired_ = operations == &standard;
     info_ = XTExtendedObjectInfo();
-    EXPECT_EQ(fill(row.file, row.operations), row.status) << row.model << ' ' << row.file;
-    EXPECT_EQ(info_.objFmtCode(), row.format) << row.model << ' ' << row.file;
-    EXPECT_EQ(sendRequired_, row.sendRequired) << row.model << ' ' << row.file;
+    EXPECT_EQ(fill(file, operations), status) << model << ' ' << file;
+    EXPECT_EQ(info_.objFmtCode(), format) << model << ' ' << file;
+    EXPECT_EQ(sendRequired_, sendRequired) << model << ' ' << file;
   }
   device_.model = "Tarvo Lumo 500";
   device_.capabilities.deviceSupportsBragbooks = true;

@@ -138,26 +138,22 @@ std::vector<std::string> expectedLines(const Operation& operation, const End& en
 }
 
 TEST(PTPFailures, ReturnTheResponseAndAreTracedUnderTheOperationsName) {
-  const struct {
-    PTPAnswer answer;
-    Status returned;
-    End traced;
-  } rows[] = {
+  const std::tuple<PTPAnswer, Status, End> rows[] = {
       {{.responseCode = 0x2019}, 0x2019, {0, 0, 0x2019}},
       {{.responseCode = 0}, 0x2002, {0, 0x2002, 0x2002}},
       {{.status = status::kICATimeout}, 0x2002, {-9904, -9904, 0x2002}},
       {{.status = status::kCancelled}, -490, {-490, -490, 0x2002}},
   };
   for (const auto& operation : operations()) {
-    for (const auto& row : rows) {
+    for (const auto& [answer, returned, traced] : rows) {
       ScriptedPTPDevice scripted;
-      scripted.camera.answers[operation.code] = row.answer;
-      EXPECT_EQ(operation.call(*scripted), row.returned) << operation.header;
+      scripted.camera.answers[operation.code] = answer;
+      EXPECT_EQ(operation.call(*scripted), returned) << operation.header;
       if (operation.sent) {
         EXPECT_EQ(scripted.sent().back(), operation.sent);
       }
       auto lines = failureLines(scripted.room.trace);
-      const auto expected = expectedLines(operation, row.traced);
+      const auto expected = expectedLines(operation, traced);
       // GetObjectInfo is tried twice.
       if (operation.code == 0x1008) lines.resize(expected.size());
       EXPECT_EQ(lines, expected);

@@ -45,20 +45,17 @@ struct KeepingSink : ptp::DataSink {
 // --- downloads
 
 TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
-  const struct {
-    std::uint32_t size;
-    std::size_t onDevice;
-    std::size_t received;
-  } rows[] = {{0, 9, 0}, {5000, 3000, 3000}, {5000, 7000, 5000}, {0xFFFFFFFF, 7000, 7000}};
-  for (const auto& row : rows) {
+  const std::tuple<std::uint32_t, std::size_t, std::size_t> rows[] = {
+      {0, 9, 0}, {5000, 3000, 3000}, {5000, 7000, 5000}, {0xFFFFFFFF, 7000, 7000}};
+  for (const auto& [size, onDevice, taken] : rows) {
     ScriptedPTPDevice scripted;
-    scripted.camera.answers[0x1009] = {.data = patternOf(row.onDevice)};
+    scripted.camera.answers[0x1009] = {.data = patternOf(onDevice)};
     KeepingSink sink;
     std::uint64_t received = 99;
-    EXPECT_EQ(scripted->downloadEntireObject(7, row.size, sink, received), 0);
-    EXPECT_EQ(received, row.received);
-    EXPECT_EQ(sink.memory.size(), row.received);
-    EXPECT_EQ(scripted.sent().size(), row.size == 0 ? 0U : 1U);
+    EXPECT_EQ(scripted->downloadEntireObject(7, size, sink, received), 0);
+    EXPECT_EQ(received, taken);
+    EXPECT_EQ(sink.memory.size(), taken);
+    EXPECT_EQ(scripted.sent().size(), size == 0 ? 0U : 1U);
   }
 }
 
@@ -142,12 +139,7 @@ struct Sending : ScriptedPTPDevice {
 };
 
 TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
-  const struct {
-    std::uint32_t size;
-    bool takesParts;
-    std::uint16_t format;
-    std::vector<std::string> sent;
-  } rows[] = {
+  const std::tuple<std::uint32_t, bool, std::uint16_t, std::vector<std::string>> rows[] = {
       {0, true, 0x3801, {"100d()3>0"}},
       {52, true, 0x3801, {"100d()3>53"}},
       {2 * kMiB, true, 0x3801, {"100d()3>2097152"}},
@@ -155,20 +147,20 @@ TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
       {2 * kMiB + 1, true, ptp::XTD_QUERY, {"100d()3>2097153"}},
       {2 * kMiB + 52, true, 0x3801, {"9019(200000,0)0>2097152", "9019(34,1)0>53"}},
   };
-  for (const auto& row : rows) {
-    Sending sending(row.size, row.takesParts);
-    sending.info.setObjFmtCode(row.format);
+  for (const auto& [size, takesParts, format, expected] : rows) {
+    Sending sending(size, takesParts);
+    sending.info.setObjFmtCode(format);
     EXPECT_EQ(sending.send(), 0);
     auto sent = sending.sent();
     sent.erase(sent.begin());  // the announcement
-    EXPECT_EQ(sent, row.sent);
+    EXPECT_EQ(sent, expected);
     EXPECT_EQ(sending.handle, 42U);
     std::vector<std::uint8_t> arrived;
     for (std::size_t i = 1; i < sending.camera.payloads.size(); ++i)
       arrived.insert(arrived.end(), sending.camera.payloads[i].begin(),
                      sending.camera.payloads[i].end());
     sending.bytes.resize(arrived.size());
-    EXPECT_TRUE(arrived == sending.bytes) << row.size;
+    EXPECT_TRUE(arrived == sending.bytes) << size;
   }
   // A whole container is announced with its padding.
   Sending padded(116);
@@ -185,8 +177,8 @@ TEST(PTPSending, InPartsAsksTheCallbackBetweenThemAndStopsAtAFailure) {
     std::uint16_t announcement;
     std::uint16_t part;
     Status status;
-    std::vector<std::uint32_t> told;
-    std::size_t sent;
+    std::vector<std::uint32_t> toldOf;
+    std::size_t count;
   } rows[] = {
       {0, 0x2001, 0x2001, 0, {0, 2 * kMiB, 2 * kMiB, kMiB}, 4},
       {1, 0x2001, 0x2001, -490, {0}, 0},
@@ -205,8 +197,8 @@ TEST(PTPSending, InPartsAsksTheCallbackBetweenThemAndStopsAtAFailure) {
       return std::ssize(told) == row.cancelsAt;
     });
     EXPECT_EQ(sending.send(), row.status);
-    EXPECT_EQ(told, row.told);
-    EXPECT_EQ(sending.camera.operations.size(), row.sent);
+    EXPECT_EQ(told, row.toldOf);
+    EXPECT_EQ(sending.camera.operations.size(), row.count);
     EXPECT_EQ(sending.handle, row.status == 0 ? 42U : 0U);
     EXPECT_EQ(sending.room.trace.count("sendObjectData kPTPCmdSendObject status 0 response 0x2007"),
               row.part == 0x2007 ? 1U : 0U);

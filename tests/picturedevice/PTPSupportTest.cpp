@@ -22,25 +22,21 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 TEST(ObjectChanges, DeleteByTheOperationThatTheObjectsStoreNeeds) {
-  const struct {
-    bool hasStandard;
-    bool hasVendor;
-    std::uint32_t store;
-    std::string last;
-  } rows[] = {{true, false, 0x00030001, "Delete 7 0000 100B"},
-              {true, true, 0x00010001, "Delete 7 0000 100B"},
-              {true, true, 0x00030001, "Delete 7 0000 9209"},
-              {false, true, 0x00030001, "Delete 7 0000 9209"},
-              {false, true, 0x00030002, "Delete 7 0000 100B"}};
+  const std::tuple<bool, bool, std::uint32_t, std::string> rows[] = {
+      {true, false, 0x00030001, "Delete 7 0000 100B"},
+      {true, true, 0x00010001, "Delete 7 0000 100B"},
+      {true, true, 0x00030001, "Delete 7 0000 9209"},
+      {false, true, 0x00030001, "Delete 7 0000 9209"},
+      {false, true, 0x00030002, "Delete 7 0000 100B"}};
   ScriptedPTPTransactions device;
   EXPECT_EQ(ObjectChanges(device).deleteObject(7), 0x2005);
   EXPECT_THAT(device.calls, IsEmpty());
-  for (const auto& row : rows) {
-    device.capabilities.hasDeleteObject = row.hasStandard;
-    device.capabilities.hasDeleteVendorObject = row.hasVendor;
-    device.add(7, "a", "").setStorageID(row.store);
+  for (const auto& [hasStandard, hasVendor, store, last] : rows) {
+    device.capabilities.hasDeleteObject = hasStandard;
+    device.capabilities.hasDeleteVendorObject = hasVendor;
+    device.add(7, "a", "").setStorageID(store);
     EXPECT_EQ(ObjectChanges(device).deleteObject(7), 0);
-    EXPECT_EQ(device.calls.back(), row.last);
+    EXPECT_EQ(device.calls.back(), last);
   }
   device.calls.clear();
   device.failing = {{"GetObjectInfo", 0x2009}, {"Delete", 0x200D}};
@@ -148,21 +144,15 @@ TEST(DeviceEvents, DropWhatTheyMakeStaleAndNothingElse) {
   MakerConstants maker;
   maker.uiLanguageProperty = 0xD207;
   using Handles = std::vector<std::uint32_t>;
-  const struct {
-    std::uint16_t code;
-    Handles parameters;
-    Handles objects;  ///< dropped
-    bool dropsCounts;
-    bool dropsStores;
-    bool dropsLanguage;
-  } rows[] = {
+  // objects: dropped
+  const std::tuple<std::uint16_t, Handles, Handles, bool, bool, bool> rows[] = {
       {0x4002, {9}, {9}, true, false, false},      {0x4003, {1}, {1}, true, false, false},
       {0x4004, {0x10001}, {1}, true, true, false}, {0x4005, {}, {1, 2}, true, true, false},
       {0x4006, {0xD207}, {}, false, false, true},  {0x4007, {2}, {2}, false, false, false},
       {0x400B, {}, {1, 2}, true, true, true},      {0x400C, {0x10001}, {}, true, true, false},
       {0x400E, {}, {1, 2}, true, true, true},      {0xC001, {1}, {}, false, false, false},
   };
-  for (const auto& row : rows) {
+  for (const auto& [code, parameters, objects, dropsCounts, dropsStores, dropsLanguage] : rows) {
     PictureDeviceFields fields;
     for (const std::uint32_t handle : {1U, 2U}) {
       auto info = std::make_shared<XTExtendedObjectInfo>();
@@ -173,13 +163,13 @@ TEST(DeviceEvents, DropWhatTheyMakeStaleAndNothingElse) {
     fields.cachedUILanguage = "de";
     fields.cachedAlbumCountForDatasetSizeEstimate = 5;
     ScriptedPTPTransactions device;
-    dropWhatEventMakesStale(fields, &device, maker, row.code, row.parameters);
-    EXPECT_EQ(device.invalidated, row.objects) << row.code;
-    for (const std::uint32_t handle : row.objects)
-      EXPECT_FALSE(fields.objectInfoCache.contains(handle)) << row.code;
-    EXPECT_EQ(fields.cachedAlbumCountForDatasetSizeEstimate == -1, row.dropsCounts) << row.code;
-    EXPECT_EQ(!fields.storageIDCache, row.dropsStores) << row.code;
-    EXPECT_EQ(!fields.cachedUILanguage, row.dropsLanguage) << row.code;
+    dropWhatEventMakesStale(fields, &device, maker, code, parameters);
+    EXPECT_EQ(device.invalidated, objects) << code;
+    for (const std::uint32_t handle : objects)
+      EXPECT_FALSE(fields.objectInfoCache.contains(handle)) << code;
+    EXPECT_EQ(fields.cachedAlbumCountForDatasetSizeEstimate == -1, dropsCounts) << code;
+    EXPECT_EQ(!fields.storageIDCache, dropsStores) << code;
+    EXPECT_EQ(!fields.cachedUILanguage, dropsLanguage) << code;
   }
 }
 
