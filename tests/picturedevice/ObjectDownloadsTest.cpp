@@ -264,21 +264,6 @@ TEST(FileSink, GivesTheUnusedEndOfARoomASecondTimeAndEndsWhereTheDiskIsFull) {
   EXPECT_EQ(broken.error(), ENOSPC);
 }
 
-TEST(FileSource, TellsOfEachByteOnceAndEndsTheTransferWhenItIsCancelled) {
-  const TemporaryFolder folder;
-  const FileDescriptor file(::open(folder.write("file", "short").c_str(), O_RDONLY | O_CLOEXEC));
-  std::vector<std::uint32_t> told;
-  FileSource cancelled(file.get(), 0, 5, [&](std::uint32_t bytes) {
-    told.push_back(bytes);
-    return told.size() == 2;
-  });
-  EXPECT_EQ(cancelled.bytes(0, 3).size(), 3U);
-  EXPECT_EQ(cancelled.bytes(2, 1).size(), 1U);  // asked for again, told once
-  EXPECT_TRUE(cancelled.bytes(3, 2).empty());
-  EXPECT_TRUE(cancelled.wasCancelled() && !cancelled.endedEarly());
-  EXPECT_THAT(told, ElementsAre(3, 2));
-}
-
 TEST(FileNames, AreNumberedWithinTheLengthThatANameMayHave) {
   EXPECT_EQ(numberedFileName("a.tar.gz", 2), "a.tar (2).gz");
   EXPECT_EQ(numberedFileName(".hidden", 2), ".hidden (2)");

@@ -95,20 +95,15 @@ TEST_F(OrderAnswers, ComeFromMarkersWithoutDataSets) {
   PictureDeviceServices services = room_.room->services();
   services.defaultEncoding = "ISO-8859-1";
   const PictureDeviceRoom room(services);
-  addOrders();
   transactions_.operations = {0x101B};
   transactions_.add(41, "EMAILTAG.MRK", "\n[JOB]\nDST EML=\"\xFC@b\"\nIMG SRC=\"A.JPG\"\n",
                     kMarkerFormat);
-  const auto orders = *device_->emailOrderListPTP();
-  ASSERT_EQ(orders.size(), 1U);
-  EXPECT_THAT(orders[0].destAddresses, ElementsAre("\xC3\xBC@b"));
-  EXPECT_FALSE(orders[0].record);
+  EXPECT_EQ(*device_->emailOrderListPTP(),
+            EmailOrders(1, {.destAddresses = {"\xC3\xBC@b"}, .assets = {"A.JPG"}}));
   transactions_.add(42, "X.MRK", "x", kMarkerFormat);
   transactions_.failing = {{"GetObject 41", 0x2009}};
   EXPECT_THAT(device_->orderFilesPTP(), ::testing::SizeIs(1));
   EXPECT_THAT(device_->lastReading().unreadable, ElementsAre(41U));
-  EXPECT_EQ(device_->deleteOrderFilesPTP(), 0);
-  EXPECT_THAT(transactions_.calls, ::testing::Contains("Delete 41 0000 100B"));
 }
 
 TEST_F(OrderAnswers, KeepTheAddressBookAsThePreferenceSays) {
@@ -402,28 +397,6 @@ TEST_F(PictureDeviceAnswers, KeepTheLanguagesOfDeviceAndHost) {
   EXPECT_FALSE(device_->isDockedPTP());
   device_->transactions.values[0xD208] = PTPBytes().u8(1);
   EXPECT_TRUE(device_->isDockedPTP());
-}
-
-TEST_F(PictureDeviceAnswers, DropWhatAnEventMakesStaleAndPostIt) {
-  std::vector<Notification> heard;
-  room_.center.addObserver(this, "DeviceEvent",
-                           [&](const Notification& event) { heard.push_back(event); });
-  auto info = std::make_shared<XTExtendedObjectInfo>();
-  info->setObjFmtCode(0x3801);
-  device_->cacheObject(7, info);
-  device_->cacheObject(8, info);
-  device_->handlePTPEvent(0x4007, 1, 0xFFFFFFFF, std::vector<std::uint32_t>{7});
-  ASSERT_EQ(heard.size(), 1U);
-  EXPECT_EQ(heard.front().object, device_);
-  EXPECT_EQ(heard.front().userInfo,
-            PropertyDictionary(
-                {{"code", 0x4007}, {"session", 1}, {"transaction", 0xFFFFFFFF}, {"params", {7}}}));
-  EXPECT_FALSE(device_->cachedInfoForObject(7));
-  device_->invalidateObjectInfoCacheForType(0x3802);
-  EXPECT_EQ(device_->cachedInfoForObject(8), info);
-  device_->invalidateObjectInfoCacheForType(0x3801);
-  EXPECT_FALSE(device_->cachedInfoForObject(8));
-  room_.center.removeObserver(this);
 }
 
 TEST_F(PictureDeviceAnswers, DownloadAndDeleteByHandle) {

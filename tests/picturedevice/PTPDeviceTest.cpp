@@ -145,29 +145,6 @@ const struct {
     {{.opcodes = {0x100B}}, {&C::hasDeleteObject}, {&C::hasDeleteObject}},
     {{.model = "Tarvo Lumo 200"}, {&C::deviceAcceptsFiles}, {&C::deviceAcceptsFiles}},
 };
-{"nothing", {}, {}},
-    {"address book information", {.opcodes = {0x9007}}, {&C::deviceSupportsAddressBooks}},
-    {"contacts", {.datasets = {0xB203}}, {&C::deviceSupportsAddressBooks}},
-    {"LCB information", {.opcodes = {0x900C}}, {&C::deviceSupportsAlbumNames}},
-    {"albums", {.datasets = {0xB201}}, {&C::deviceSupportsAlbumNames}},
-    {"groups", {.datasets = {0xB202}}, {}},
-    {"bragbook version", {.opcodes = {0x9011}}, {&C::deviceSupportsBragbooks}},
-    {"newer bragbook pictures", {.imageFormats = {0xB803}}, {&C::deviceRequiresYCC422}},
-    {"older bragbook pictures", {.imageFormats = {0xB802}}, {}},
-    {"intention", {.properties = {0xD206}}, {&C::deviceSupportsIntention}},
-    {"a property as an operation", {.opcodes = {0xD206}}, {}},
-    {"back display", {.opcodes = {0x9009}}, {&C::deviceSupportsCameraBackDisplay}},
-    {"vendor delete", {.opcodes = {0x9209}}, {&C::hasDeleteVendorObject}},
-    {"vendor send", {.opcodes = {0x9002}}, {&C::hasSendVendorObject}},
-    {"vendor send only", {.opcodes = {0x9006}}, {&C::xtSendRequired, &C::deviceAcceptsFiles}},
-    {"both sends",
-     {.opcodes = {0x9006, 0x100D}},
-     {&C::deviceAcceptsFiles},
-     {&C::deviceAcceptsFiles}},
-    {"standard send", {.opcodes = {0x100D}}, {&C::deviceAcceptsFiles}, {&C::deviceAcceptsFiles}},
-    {"standard delete", {.opcodes = {0x100B}}, {&C::hasDeleteObject}, {&C::hasDeleteObject}},
-    {"legacy", {.model = "Tarvo Lumo 200"}, {&C::deviceAcceptsFiles}, {&C::deviceAcceptsFiles}},
-};
 
 TEST(CapabilityDetection, GivesEachCodeItsOwnFlagOnTheMakersDevicesAlone) {
   for (const auto& row : kRows) {

@@ -3,7 +3,6 @@
 #include <clocale>
 #include <limits>
 #include <optional>
-#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -112,18 +111,6 @@ TEST(StatusText, PutsAStatusInWordsWithItsNumber) {
   };
   for (const auto& [value, text] : rows)
     EXPECT_EQ(statusText(value), text);
-}
-
-TEST(StatusText, NeverSaysTheSameOfTwoStatuses) {
-  std::set<std::string> texts;
-  std::size_t count = 0;
-  for (const auto& [first, end] :
-       {std::pair(-10000, 0x2100),
-        {0x10000000, 0x10000020},
-        {status::ioKitStatus(0xE0000280), status::ioKitStatus(0xE0000380)}})
-    for (Status value = first; value < end; ++value, ++count)
-      texts.insert(statusText(value));
-  EXPECT_EQ(texts.size(), count);
 }
 
 }  // namespace
