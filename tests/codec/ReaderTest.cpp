@@ -306,16 +306,11 @@ TEST(Writer, PadsOnlyPayloadsThatEndAContainerOnAMultipleOf64) {
     set.appendBytes(data.data(), length);
     EXPECT_EQ(set.adjustToAvoidModulo64PayloadSize(), padded) << length;
     EXPECT_EQ(set.length(), length + (padded ? 1 : 0));
-    const std::byte* where = data.data();
     data = dataAdjustedToAvoidModulo64PayloadSize(std::move(data));
     EXPECT_EQ(hexText(data), hexText(set.bytes()));
-    EXPECT_TRUE(padded || data.data() == where) << "the buffer itself";
-    const auto lines = traces.take();
-    EXPECT_EQ(lines.size(), padded ? 1U : 0U);
-    if (padded) {
-      EXPECT_EQ(lines[0], "objectData payload size adjusted to " + std::to_string(length + 1));
-    }
   }
+  EXPECT_THAT(traces.take(), ElementsAre("objectData payload size adjusted to 53",
+                                         "objectData payload size adjusted to 117"));
 }
 
 TEST(UInt128, GoesBothWaysAndRefusesEveryOtherText) {

@@ -186,7 +186,6 @@ TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
       {"extobjectinfo",
        {{"bbSourceQFP", "00"}},
        "bbSourceQFP must be a text of 32 hexadecimal digits"},
-      {"extobjectinfo", {{"albumList", 1}}, "albumList must be an array"},
       {"extobjectinfo",
        {{"albumList", {4294967296}}},
        "albumList must be a whole number from 0 to 4294967295"},

@@ -19,18 +19,14 @@ TEST_F(MSCTest, TellsTheNearestUSBDeviceAboveADisk) {
   // The disk itself does not count.
   registry.add({{"BSD Name", "sdb1"}, {"idVendor", 5}}, going);
   registry.add({{"BSD Name", "nvme0n1"}});
-  EXPECT_EQ(GetUSBDataFromBSDName("sdb1"),
-            PropertyDictionary({{"idVendor", 2}, {"locationID", 3}}));
-  constexpr const char* kFailed = "Error: GetUSBDataFromBSDName ";
-  EXPECT_THAT(traces.take(),
-              ElementsAre(kFailed + std::string("IORegistryEntryCreateCFProperties failed")));
-  const std::pair<const char*, const char*> rows[] = {
-      {"nvme0n1", "failed to find the device in IOKit Registry"},
-      {"sdz", "failed to get service for sdz"},
-      {"", "failed to get dictionary for bsdName "}};
-  for (const auto& [name, line] : rows) {
-    EXPECT_EQ(GetUSBDataFromBSDName(name), PropertyDictionary::object());
-    EXPECT_THAT(traces.take(), ElementsAre(std::string(kFailed) + line));
+  const PropertyDictionary found = {{"idVendor", 2}, {"locationID", 3}};
+  for (const auto& [name, line] : {std::pair("sdb1", "IORegistryEntryCreateCFProperties failed"),
+                                   {"nvme0n1", "failed to find the device in IOKit Registry"},
+                                   {"sdz", "failed to get service for sdz"},
+                                   {"", "failed to get dictionary for bsdName "}}) {
+    EXPECT_EQ(GetUSBDataFromBSDName(name),
+              name == std::string("sdb1") ? found : PropertyDictionary::object());
+    EXPECT_EQ(traces.take(), Lines{std::string("Error: GetUSBDataFromBSDName ") + line});
   }
 }
 
@@ -46,16 +42,13 @@ TEST_F(MSCTest, FindsItsDiskAtItselfOrAboveAndKeepsIt) {
 }
 
 TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
+  const DADissenter busy{status::kIOReturnBusy, "in use by vi (12)"};
+  const TarvoMSCDevice::Failure timeout{status::kIOReturnTimeout,
+                                        "the service did not answer within 20 seconds"};
   const std::tuple<std::optional<DADissenter>, bool, Status, TarvoMSCDevice::Failure> outcomes[] = {
       {std::nullopt, true, 0, {0, ""}},
-      {DADissenter{status::kIOReturnBusy, "in use by vi (12)"},
-       true,
-       -1,
-       {status::kIOReturnBusy, "in use by vi (12)"}},
-      {std::nullopt,
-       false,
-       -1,
-       {status::kIOReturnTimeout, "the service did not answer within 20 seconds"}}};
+      {busy, true, -1, {status::kIOReturnBusy, "in use by vi (12)"}},
+      {std::nullopt, false, -1, timeout}};
   const auto device = unit();
   addVolume("CARD", "sdb1", usb);
   device->dcfVolumeBSDName();
@@ -248,20 +241,15 @@ TEST_F(MSCTest, SkipsAUnitThatCannotBeReachedOrIsJustGoing) {
 
 TEST_F(MSCTest, KeepsTheOrderOfArrivalAndRemovesTheFirstWithTheGUID) {
   TarvoMSCDeviceList list;
-  EXPECT_EQ(list.mainDevice(), nullptr);
-  const auto device = [](std::uint8_t guid) {
-    return TarvoMSCDevice::initWithMMCDevice(std::make_shared<FakeSCSIUnit>(Pages{}), 1, "",
-                                             std::vector{guid});
-  };
-  const auto first = device(1);
-  const auto twin = device(1);
-  const auto other = device(2);
-  list.addDevice(first).addDevice(twin).addDevice(other);
-  EXPECT_EQ(list.mainDevice(), first);
-  list.removeDevice({1, 0}).removeDevice({}).removeDevice({3});
-  EXPECT_THAT(list.devices(), ElementsAre(first, twin, other));
-  list.removeDevice({1});
-  EXPECT_THAT(list.devices(), ElementsAre(twin, other));
+  std::vector<std::shared_ptr<TarvoMSCDevice>> devices;
+  for (const std::uint8_t guid : {1, 1, 2}) {
+    devices.push_back(TarvoMSCDevice::initWithMMCDevice(std::make_shared<FakeSCSIUnit>(Pages{}), 1,
+                                                        "", std::vector{guid}));
+    list.addDevice(devices.back());
+    EXPECT_EQ(list.mainDevice(), devices[0]);
+  }
+  list.removeDevice({1, 0}).removeDevice({}).removeDevice({3}).removeDevice({1});
+  EXPECT_THAT(list.devices(), ElementsAre(devices[1], devices[2]));
 }
 
 TEST_F(MSCTest, AnnouncesAnArrivalToAnObserverThatMayChangeTheListOrRaise) {

@@ -91,13 +91,8 @@ TEST_F(MSCTest, ReadsEachBitOfTheModeWhereItLies) {
 }
 
 TEST_F(MSCTest, TakesShortAndLyingPagesAsFarAsTheyGo) {
-  struct Row {
-    const char* page;
-    unsigned asked;  ///< size of the second sense
-    bool hasMode;
-    const char* written;
-  };
-  const Row rows[] = {
+  // The size of the second sense, whether there is a mode in it, and the last byte that is written.
+  const std::tuple<const char*, unsigned, bool, const char*> rows[] = {
       // 16 bytes, 17 bytes; a length that wraps, to less than a header, to nothing; one that lies.
       {"0008 0000 00000000 25 07 00 00 00000000", 16, false, "00"},
       {"0009 0000 00000000 25 07 00 00 00000000 05", 17, true, "05"},
@@ -106,21 +101,21 @@ TEST_F(MSCTest, TakesShortAndLyingPagesAsFarAsTheyGo) {
       {"fff7 0000 00000000 25 07 00 00 00000000 05", 65535, true, "05"},
       {"0000 0000 00000000", 8, false, "00"}};
   const auto device = unit();
-  for (const Row& row : rows) {
-    answers->pages[0x25] = row.page;
-    EXPECT_EQ(device->usbModeDictionary().has_value(), row.hasMode) << row.page;
-    EXPECT_THAT(answers->take(), ElementsAre("ModeSense10 0 0 0 25 8",
-                                             formatted("ModeSense10 0 0 0 25 %u", row.asked)));
-    EXPECT_EQ(device->canAutoPowerCycle(), row.hasMode);
-    std::uint16_t length = 0xAAAA;
+  std::uint16_t length = 0;
+  for (const auto& [page, asked, hasMode, written] : rows) {
+    answers->pages[0x25] = page;
+    EXPECT_EQ(device->usbModeDictionary().has_value(), hasMode) << page;
+    EXPECT_THAT(answers->take(),
+                ElementsAre("ModeSense10 0 0 0 25 8", formatted("ModeSense10 0 0 0 25 %u", asked)));
+    EXPECT_EQ(device->canAutoPowerCycle(), hasMode);
+    length = 0xAAAA;
     EXPECT_TRUE(device->_modeSenseTestPageCode(0x25, &length));
-    EXPECT_EQ(length, row.asked < 9 ? 0xAAAA : 7) << row.page;
+    EXPECT_EQ(length, asked < 9 ? 0xAAAA : 7) << page;
     answers->take();
     EXPECT_TRUE(device->setUSBModeDictionary({{"cameraMode", true}}));
-    EXPECT_EQ(pageWritten(*answers).substr(32), row.written) << row.page;
+    EXPECT_EQ(pageWritten(*answers).substr(32), written) << page;
   }
   answers->pages[0x25] = "0001 0000 00000000 25";
-  std::uint16_t length = 0xAAAA;
   EXPECT_TRUE(device->_modeSenseTestPageCode(0x25, &length));
   EXPECT_EQ(length, 0) << "the byte behind what there is reads as zero";
 }
@@ -146,36 +141,27 @@ TEST_F(MSCTest, ReadsTheModelAsFarAsItIsThereAndKeepsIt) {
 }
 
 TEST_F(MSCTest, TellsHowEachStepOfASenseFailed) {
-  const struct {
-    const char* failsAt;
-    std::vector<std::uint8_t> statuses;
-    Status result;
-    Lines traced;
-    const char* printed = "";
-  } faults[] = {{"ModeSense10 0 0 0 25 8",
-                 {},
-                 status::kIOReturnNoDevice,
-                 {"Error: ModeSense10 failed err = 0xe00002c0\n"}},
-                {"ModeSense10 0 0 0 25 23",
-                 {},
-                 status::kIOReturnNoDevice,
-                 {},
-                 "ModeSense10 failed err = 0xe00002c0\n"},
-                {"", {0xFF}, status::kIOReturnError, {"Error: ModeSense10 task status ff"}},
-                {"", {0x00, 0x02}, status::kIOReturnError, {"ModeSense10 task status 2"}}};
+  const std::string step = "ModeSense10 failed err = 0xe00002c0\n";
+  using Statuses = std::vector<std::uint8_t>;
+  // What is traced and what is printed.
+  const std::tuple<const char*, Statuses, Status, Lines, std::string> faults[] = {
+      {"ModeSense10 0 0 0 25 8", {}, status::kIOReturnNoDevice, {"Error: " + step}, ""},
+      {"ModeSense10 0 0 0 25 23", {}, status::kIOReturnNoDevice, {}, step},
+      {"", {0xFF}, status::kIOReturnError, {"Error: ModeSense10 task status ff"}, ""},
+      {"", {0x00, 0x02}, status::kIOReturnError, {"ModeSense10 task status 2"}, ""}};
   const auto device = unit();
-  for (const auto& fault : faults) {
+  for (const auto& [failing, statuses, result, traced, words] : faults) {
     std::vector<std::byte> buffer = {std::byte{1}};
     std::uint16_t size = 1;
-    answers->failsAt = fault.failsAt;
-    answers->senseStatuses = fault.statuses;
-    EXPECT_EQ(device->_modeSensePageCode(0x25, &buffer, &size), fault.result);
+    answers->failsAt = failing;
+    answers->senseStatuses = statuses;
+    EXPECT_EQ(device->_modeSensePageCode(0x25, &buffer, &size), result);
     EXPECT_EQ(size, 1);
-    EXPECT_EQ(traces.take(), fault.traced);
-    EXPECT_EQ(takePrinted(), fault.printed);
-    EXPECT_EQ(device->lastFailure().status, fault.result);
+    EXPECT_EQ(traces.take(), traced);
+    EXPECT_EQ(takePrinted(), words);
+    EXPECT_EQ(device->lastFailure().status, result);
 
-    answers->senseStatuses = fault.statuses;
+    answers->senseStatuses = statuses;
     answers->take();
     EXPECT_FALSE(device->setUSBMode(true, true, 0));
     takePrinted();

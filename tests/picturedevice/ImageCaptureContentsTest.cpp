@@ -96,31 +96,32 @@ TEST(ExtendedEvents, ReachTheDeviceUntilItLeavesOrIsGone) {
   scripted.room.center.addObserver(
       &heard, "DeviceEvent", [&](const Notification& posted) { heard.push_back(posted.userInfo); });
   const PropertyDictionary event = {{"code", 0x4002}, {"params", {0xFFFFFFF0U, 2}}};
-  scripted.room.ica.report(scripted.camera.object, event);
-  EXPECT_THAT(heard, IsEmpty());
+  const auto heardOf = [&](const PropertyDictionary& reported) {
+    scripted.room.ica.report(scripted.camera.object, reported);
+    return std::exchange(heard, {});
+  };
+  EXPECT_THAT(heardOf(event), IsEmpty());
   EXPECT_EQ(scripted->registerForExtendedEvents(), 0);
   scripted.camera.properties["ifil"] = "read anew";
-  scripted.room.ica.report(scripted.camera.object, event);
+  const auto first = heardOf(event);
   scripted->refreshIcaDictionary();
   EXPECT_EQ(scripted->icaDictionary()->at("ifil"), "read anew");
-  ASSERT_EQ(heard.size(), 1U);
-  EXPECT_EQ(heard[0]["code"], 0x4002);
-  EXPECT_EQ(heard[0]["params"], event["params"]);
-  scripted.room.ica.report(scripted.camera.object, {{"code", "none"}, {"params", {"x"}}});
+  ASSERT_EQ(first.size(), 1U);
+  EXPECT_EQ(first[0].at("code"), 0x4002);
+  EXPECT_EQ(first[0].at("params"), event.at("params"));
+  EXPECT_EQ(heardOf({{"code", "none"}, {"params", {"x"}}}).size(), 1U);
   scripted->unregisterForExtendedEvents();
-  scripted.room.ica.report(scripted.camera.object, event);
-  EXPECT_EQ(heard.size(), 2U);
-
+  EXPECT_THAT(heardOf(event), IsEmpty());
   EXPECT_EQ(scripted->registerForExtendedEvents(), 0);
-  auto& failure = scripted.room.ica.registrationStatus[ica::kExtended];
-  failure = -9906;
-  EXPECT_EQ(scripted->registerForExtendedEvents(), failure);
-  EXPECT_TRUE(
-      scripted.room.trace.contains("Extended : registerEventNotificationPB.header.err: -9906"));
   scripted.device.reset();
-  scripted.room.ica.report(scripted.camera.object, event);
-  EXPECT_EQ(heard.size(), 2U);
+  EXPECT_THAT(heardOf(event), IsEmpty());
   scripted.room.center.removeObserver(&heard);
+
+  ScriptedPTPDevice refused;
+  refused.room.ica.registrationStatus[ica::kExtended] = -9906;
+  EXPECT_EQ(refused->registerForExtendedEvents(), -9906);
+  EXPECT_TRUE(
+      refused.room.trace.contains("Extended : registerEventNotificationPB.header.err: -9906"));
 }
 
 TEST(MSCDevice, TakesTheIdentityOfTheNearestUSBDevice) {

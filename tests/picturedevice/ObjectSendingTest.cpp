@@ -151,14 +151,12 @@ TEST_F(FileObjectInfoTest, RefusesWhatIsNoFileOrCannotBeAnnounced) {
   EXPECT_THAT(traces.take(),
               ElementsAre("MakeObjectInfo: path was not found: " + missing,
                           "MakeObjectInfo: path does not specify a file: " + folder_.path()));
-
   const std::string large = folder_.write("large.jpg", "");
-  ASSERT_EQ(::truncate(large.c_str(), 0x100000000), 0);
-  EXPECT_EQ(statusOf(large), -50);
-  ASSERT_EQ(::truncate(large.c_str(), 0xFFFFFFFF), 0);
-  EXPECT_EQ(statusOf(large), 0);
+  for (const auto& [size, status] : {std::pair(0x100000000, -50), {0xFFFFFFFF, 0}}) {
+    ASSERT_EQ(::truncate(large.c_str(), size), 0);
+    EXPECT_EQ(statusOf(large), status);
+  }
   EXPECT_EQ(info_.compressedSize(), 0xFFFFFFFF);
-  EXPECT_EQ(info_.fileName(), "large.jpg");
 }
 
 TEST_F(FileObjectInfoTest, TakesTheFileTypeFromTheAttributeWhereThereIsOne) {
