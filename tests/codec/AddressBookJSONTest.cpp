@@ -142,16 +142,14 @@ TEST(OrderJSON, ShowsOfAnOrderWhatItHas) {
   EXPECT_EQ(jsonFromEmailOrder(email), whole);
 
   PrintOrder print = {.quantity = 3, .assets = {"1.JPG"}};
-  EXPECT_EQ(jsonFromPrintOrder(print),
-            PropertyDictionary::parse(
-                R"({"XTPrintOrderQuantityKey": 3, "XTOrderAssetListKey": ["1.JPG"]})"));
+  EXPECT_EQ(jsonFromPrintOrder(print).dump(),
+            R"({"XTOrderAssetListKey":["1.JPG"],"XTPrintOrderQuantityKey":3})");
   print.record = PrintOrderRecord{.orderID = "id", .quantity = 0, .asset = 9};
   const auto json = jsonFromPrintOrder(print);
   EXPECT_EQ(json["XTPrintOrderQuantityKey"], 0) << "a data set's own number is passed on";
-  EXPECT_EQ(json["XTOrderAssetHandlesListKey"], PropertyDictionary::array({9}));
-  EXPECT_EQ(
-      jsonFromTransferOrder({.record = {.assetHandles = {2}}, .handle = 3})["XTOrderAssetListKey"],
-      PropertyDictionary::array({2}));
+  EXPECT_EQ(json["XTOrderAssetHandlesListKey"].dump(), "[9]");
+  const auto transfer = jsonFromTransferOrder({.record = {.assetHandles = {2}}, .handle = 3});
+  EXPECT_EQ(transfer["XTOrderAssetListKey"].dump(), "[2]");
 }
 
 constexpr const char* kID = "00112233-4455-6677-8899-AABBCCDDEEFF";
@@ -264,18 +262,12 @@ TEST(ContactGroup, HasItsMembersInTheOrderOfTheWire) {
                                      {2, std::make_shared<Contact>(Contact{.firstName = "two"})}};
   const ContactGroup group = {.name = "g", .image = 5, .members = {contacts.at(1)}};
   auto dataSet = written(storeContactGroup, group, std::vector<std::uint32_t>{2, 1, 2});
-  EXPECT_EQ(hexText(dataSet.bytes()),
-            "0267000000"
-            "05000000"
-            "03000000"
-            "020000000100000002000000");
+  EXPECT_EQ(hexText(dataSet.bytes()), "02670000000500000003000000020000000100000002000000");
   dataSet.setPosition(0);
   const ContactGroup read = scanGroupAndAssignContacts(dataSet, contacts);
   EXPECT_EQ(read.name, "g");
   EXPECT_EQ(read.image, 5U);
   EXPECT_THAT(read.members, ElementsAre(contacts.at(2), contacts.at(1), contacts.at(2)));
-  EXPECT_EQ(read.handle, 0U);
-  EXPECT_EQ(read.action, DataSyncAction::kAbsent);
 
   auto unknown = written(storeContactGroup, group, std::vector<std::uint32_t>{1, 3});
   unknown.setPosition(0);

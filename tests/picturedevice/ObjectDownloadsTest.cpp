@@ -49,64 +49,55 @@ class Downloads : public ::testing::Test {
 
 TEST_F(Downloads, GoInChunksOnlyAbove2MiBAndWhereTheDeviceGivesPieces) {
   using Calls = std::vector<std::string>;
-  const struct {
-    std::uint32_t size;
-    bool givesPieces;
-    Calls calls;
-  } rows[] = {
-      {0, true, {}},
-      {kChunk, true, {"GetObject 7"}},
-      {kChunk + 1, true, {"GetPartialObject 7 0 2097152", "GetPartialObject 7 2097152 1"}},
-      {kChunk + 1, false, {"GetObject 7"}},
+  const std::string info = "GetObjectInfo 7";
+  const std::tuple<std::uint32_t, CodeList, Calls> rows[] = {
+      {0, {0x101B}, {info}},
+      {kChunk, {0x101B}, {info, "GetObject 7"}},
+      {kChunk + 1,
+       {0x101B},
+       {info, "GetPartialObject 7 0 2097152", "GetPartialObject 7 2097152 1"}},
+      {kChunk + 1, {}, {info, "GetObject 7"}},
   };
-  for (auto row : rows) {
-    const std::string content = pattern(row.size);
-    device_.operations = row.givesPieces ? CodeList{0x101B} : CodeList{};
+  for (const auto& [size, operations, calls] : rows) {
+    const std::string content = pattern(size);
+    device_.operations = operations;
     device_.add(kObject, "a.jpg", content);
-    auto& expected = row.calls;
-    expected.insert(expected.begin(), "GetObjectInfo 7");
-    takeCalls();
     const auto data = ObjectDownloads(device_).data(kObject);
     ASSERT_TRUE(data);
-    EXPECT_TRUE(textOf(*data) == content) << row.size;
-    EXPECT_EQ(takeCalls(), expected);
+    EXPECT_TRUE(textOf(*data) == content) << size;
+    EXPECT_EQ(takeCalls(), calls);
 
     folder_.write("out", "old");
     EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("out")), 0);
-    EXPECT_TRUE(folder_.read("out") == content) << row.size;
+    EXPECT_TRUE(folder_.read("out") == content) << size;
     EXPECT_THAT(files(), ElementsAre("out"));
-    EXPECT_EQ(takeCalls(), expected);
+    EXPECT_EQ(takeCalls(), calls);
   }
 }
 
 TEST_F(Downloads, LeaveNothingAfterAFailure) {
-  const auto outcomes = [&] {
-    folder_.write("file", "old");
-    ObjectDownloads downloads(device_);
-    std::vector<Status> statuses = {downloads.file(kObject, folder_.path("file")),
-                                    downloads.image(kObject, folder_.path("image"))};
-    EXPECT_FALSE(downloads.data(kObject));
-    EXPECT_THAT(files(), IsEmpty());
-    return statuses;
+  ObjectDownloads downloads(device_);
+  const auto outcomes = [&](const std::string& folder = "") {
+    return std::vector<Status>{downloads.file(kObject, folder_.path(folder + "file")),
+                               downloads.image(kObject, folder_.path(folder + "image"))};
   };
   device_.add(kObject, "a.jpg", pattern(kChunk + 5));
   device_.endsAfter = 100;
-  device_.failing = {{"GetObject", 0x2002}, {"GetPartialObject", 0x2009}};
-  EXPECT_THAT(outcomes(), ElementsAre(0x2009, 0x2002));
-
-  device_.failing.clear();  // a device that ends early and calls it success
-  EXPECT_THAT(outcomes(), ElementsAre(-36, -36));
-
-  device_.failing = {{"GetObjectInfo", 0x2009}};
   folder_.write("file", "old");
-  EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("file")), -19);
-  EXPECT_EQ(ObjectDownloads(device_).image(kObject, folder_.path("image")), -19);
+  device_.failing = {{"GetObjectInfo", 0x2009}};
+  EXPECT_THAT(outcomes(), ElementsAre(-19, -19));
   EXPECT_EQ(folder_.read("file"), "old");
 
-  device_.failing.clear();
+  device_.failing = {{"GetObject", 0x2002}, {"GetPartialObject", 0x2009}};
+  EXPECT_THAT(outcomes(), ElementsAre(0x2009, 0x2002));
+  EXPECT_FALSE(downloads.data(kObject));
+  EXPECT_THAT(files(), IsEmpty());
+  device_.failing.clear();  // a device that ends early and calls it success
+  EXPECT_THAT(outcomes(), ElementsAre(-36, -36));
+  EXPECT_FALSE(downloads.data(kObject));
+  EXPECT_THAT(files(), IsEmpty());
   device_.endsAfter.reset();
-  EXPECT_EQ(ObjectDownloads(device_).file(kObject, folder_.path("none/file")), -36);
-  EXPECT_EQ(ObjectDownloads(device_).image(kObject, folder_.path("none/image")), -36);
+  EXPECT_THAT(outcomes("none/"), ElementsAre(-36, -36));
 }
 
 TEST_F(Downloads, OfPicturesAskForProgressAndNeverReplaceAFile) {

@@ -194,6 +194,7 @@ TEST(CollectionIDFile, IsOneFileOnTheInnerStoreOfEachModel) {
   }
   ScriptedPTPTransactions viewer;
   viewer.operations = {0x100C, 0x101B};
+  viewer.capabilities.hasDeleteObject = true;
   viewer.model = "Tarvo Brisklink picture viewer";
   viewer.add(5, "PREFGUID.HOW", "\xFC", 0xB008);
   CollectionIDFile file(viewer, maker);
@@ -378,18 +379,13 @@ TEST_F(PictureDeviceAnswers, KeepTheLanguagesOfDeviceAndHost) {
   EXPECT_EQ(device_->deviceLocalizationPTP(), "sv_SE");
   const ScopedEnvironment changed("LC_ALL", "fr_FR.UTF-8");
   EXPECT_EQ(device_->deviceLocalization(), "sv_SE");
-
   room_.maker.uiLanguageProperty = 0xD207;
-  room_.maker.dockedProperty = 0xD208;
-  device_->transactions.properties = {0xD207, 0xD208};
+  device_->transactions.properties = {0xD207};
   device_->transactions.descriptions[0xD207] =
       PTPBytes().u16(0xD207).u16(0xFFFF).u8(1).text("en").text("German");
   EXPECT_EQ(device_->deviceUILanguageSetting(), "German");
   EXPECT_EQ(device_->deviceLocalizationPTP(), "de");
   EXPECT_THAT(device_->transactions.calls, ElementsAre("GetDevicePropDesc D207"));
-  EXPECT_FALSE(device_->isDockedPTP());
-  device_->transactions.values[0xD208] = PTPBytes().u8(1);
-  EXPECT_TRUE(device_->isDockedPTP());
 }
 
 TEST_F(PictureDeviceAnswers, DownloadAndDeleteByHandle) {

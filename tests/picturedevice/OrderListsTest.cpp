@@ -105,7 +105,6 @@ TEST_F(OrderListsTest, SayWhatAFailureLeavesOut) {
       read.push_back(order.handle);
     EXPECT_EQ(read, orders) << call;
     EXPECT_EQ(report_.status, reported) << call;
-    EXPECT_EQ(report_.listed, 2U);
     EXPECT_EQ(report_.isComplete(), reported == 0) << call;
     EXPECT_EQ(report_.read, read.size());
     if (trace) {
@@ -236,14 +235,11 @@ struct DeviceWithBook : ScriptedPTPTransactions {
 };
 
 TEST(AddressBookReading, GivesNothingAfterAFailureAtAnyStep) {
-  for (const char* call : {"GetDataSet 2 B203", "GetDataSet 6 B202"}) {
+  for (const std::string call : {"GetDataSet 2 B203", "GetDataSet 6 B202"}) {
     for (const bool raises : {false, true}) {
       DeviceWithBook device;
-      if (raises) {
-        device.raising.emplace(call, kWithCode);
-      } else {
-        device.failing = {{call, 0x2019}};
-      }
+      if (!raises) device.failing = {{call, 0x2019}};
+      if (raises) device.raising.emplace(call, kWithCode);
       AddressBook book;
       ReadingReport report;
       EXPECT_EQ(AddressBookReading(device, report).fillInABDict(book, {1, 2}, {5, 6}),
@@ -339,28 +335,27 @@ TEST(AddressBookWriting, RefusesWhatHasNoHandle) {
 
 TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
   using Calls = std::vector<std::string>;
-  // calls: between listing and the new file
+  // What is deleted between listing and the new file.
   const std::tuple<const char*, Status, Calls> rows[] = {
       {"", 0, {"Delete 3 0000 100B", "Delete 4 0000 100B"}},
       {"GetObjectHandles", 0, {}},  // the old file stays, which is traced
       {"Delete 3 0000 100B", 0, {"Delete 3 0000 100B"}},
       {"SendObject", 0x200C, {"Delete 3 0000 100B", "Delete 4 0000 100B"}},
   };
-  for (const auto& [failing, status, calls] : rows) {
+  for (const auto& [failing, status, deleted] : rows) {
     TraceRecorder traces;
     ScriptedPTPTransactions device;
     device.operations = {0x100C};
     device.capabilities.deviceSupportsAddressBooks = device.capabilities.hasDeleteObject = true;
-    device.add(3, "DCEMAIL.ABK", "x", ptp::XTD_ADDRESS_BOOK_FILE);
-    device.add(4, "OLD.ABK", "x", ptp::XTD_ADDRESS_BOOK_FILE);
+    for (const std::uint32_t handle : {3U, 4U})
+      device.add(handle, "DCEMAIL.ABK", "x", ptp::XTD_ADDRESS_BOOK_FILE);
     device.failing = {{failing, 0x200C}};
     WritingReport report;
     AddressBook book;
     book.contacts = Contacts{std::make_shared<Contact>(Contact{.email = "a@b.c", .nickname = "A"})};
     EXPECT_EQ(AddressBookWriting(device, kMaker, report).setAddressBookDictToABKFile(book), status);
-    Calls expected = {"GetObjectHandles FFFFFFFF B003"};
-    expected.insert(expected.end(), calls.begin(), calls.end());
-    expected.insert(expected.end(), {"SendObjectInfo 0 0", "SendObject"});
+    Calls expected = {"GetObjectHandles FFFFFFFF B003", "SendObjectInfo 0 0", "SendObject"};
+    expected.insert(expected.begin() + 1, deleted.begin(), deleted.end());
     EXPECT_EQ(device.calls, expected) << failing;
     EXPECT_EQ(book.contacts->empty(), status == 0) << failing;
     EXPECT_EQ(report.steps.back().status, status);
@@ -377,7 +372,6 @@ TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
   device.capabilities.deviceSupportsAddressBooks = true;
   EXPECT_THAT(raised([&] { writing.setAddressBookDictToABKFile(book); }),
               HasSubstr("setAddressBookDict requires a contacts array"));
-  EXPECT_THAT(device.calls, IsEmpty());
 }
 
 }  // namespace

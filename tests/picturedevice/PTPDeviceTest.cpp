@@ -171,25 +171,22 @@ TEST(CapabilityDetection, TakesListedLCBInformationOnlyWhenItWorks) {
 }
 
 TEST(CapabilityDetection, ReadsTheCaptureCapabilityByItsDatatype) {
-  const struct {
-    std::vector<std::uint8_t> description;
-    bool captures = false;
-    bool sendsBragbookImages = false;
-  } rows[] = {
-      {{}},
-      {PTPBytes().u16(0xD00B).u16(1).u8(0).u8(0xFF).u8(0x01), true, false},
-      {PTPBytes().u16(0xD00B).u16(2).u8(0).u8(0xFF).u8(0x40), false, true},
-      {PTPBytes().u16(0xD00B).u16(4).u8(0).u16(0xFFFF).u16(0xBE)},
-      {PTPBytes().u16(0xD00B).u16(6).u8(0).u32(0xFFFFFFFF).u32(0x100)},
-      {PTPBytes().u16(0xD00B).u16(7).u8(0).u32(0x41).u32(0x41).u32(0x41)},
-      {PTPBytes().u16(0xD00B).u16(0xFFFF).u8(0).text("A").text("A")},
+  const auto described = [](std::uint16_t type) { return PTPBytes().u16(0xD00B).u16(type).u8(0); };
+  const std::tuple<std::vector<std::uint8_t>, bool, bool> rows[] = {
+      {{}, false, false},
+      {described(1).u8(0xFF).u8(0x01), true, false},
+      {described(2).u8(0xFF).u8(0x40), false, true},
+      {described(4).u16(0xFFFF).u16(0xBE), false, false},
+      {described(6).u32(0xFFFFFFFF).u32(0x100), false, false},
+      {described(7).u32(0x41).u32(0x41).u32(0x41), false, false},
+      {described(0xFFFF).text("A").text("A"), false, false},
   };
-  for (const auto& row : rows) {
+  for (const auto& [description, captures, sendsBragbookImages] : rows) {
     ScriptedPTPTransactions device;
-    if (!row.description.empty()) device.descriptions[0xD00B] = row.description;
+    if (!description.empty()) device.descriptions[0xD00B] = description;
     const auto capabilities = detect({.properties = {0xD00B}}, device);
-    EXPECT_EQ(capabilities.deviceSupportsCapture, row.captures) << &row - rows;
-    EXPECT_EQ(capabilities.supportsDirectBragbookImages, row.sendsBragbookImages) << &row - rows;
+    EXPECT_EQ(capabilities.deviceSupportsCapture, captures) << description.size();
+    EXPECT_EQ(capabilities.supportsDirectBragbookImages, sendsBragbookImages);
   }
 }
 

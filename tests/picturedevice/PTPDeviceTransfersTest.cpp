@@ -27,21 +27,6 @@ std::string textOf(const std::vector<std::uint8_t>& bytes) {
   return std::string(bytes.begin(), bytes.end());
 }
 
-/// Takes everything, and ends the transfer after `last` bytes.
-struct KeepingSink : ptp::DataSink {
-  explicit KeepingSink(std::size_t most = SIZE_MAX) : last(most) {}
-  std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
-    memory.resize(offset + std::min<std::size_t>(length, 1000));
-    return std::span(memory).subspan(offset);
-  }
-  bool received(std::uint64_t offset, std::size_t length) override {
-    memory.resize(offset + length);
-    return memory.size() < last;
-  }
-  std::vector<std::byte> memory;
-  std::size_t last;
-};
-
 // --- downloads
 
 TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
@@ -50,11 +35,12 @@ TEST(PTPDownloads, GoIntoTheSinkUpToTheSizeThatTheObjectHas) {
   for (const auto& [size, onDevice, taken] : rows) {
     ScriptedPTPDevice scripted;
     scripted.camera.answers[0x1009] = {.data = patternOf(onDevice)};
-    KeepingSink sink;
+    std::vector<std::byte> memory(10000);
+    ptp::MemorySink sink(memory);
     std::uint64_t received = 99;
     EXPECT_EQ(scripted->downloadEntireObject(7, size, sink, received), 0);
     EXPECT_EQ(received, taken);
-    EXPECT_EQ(sink.memory.size(), taken);
+    EXPECT_EQ(sink.filled(), taken);
     EXPECT_EQ(scripted.sent().size(), size == 0 ? 0U : 1U);
   }
 }
@@ -67,7 +53,8 @@ TEST(PTPDownloads, OfPartsAskTheCallbackBeforeAndTellItAfterwards) {
     told.push_back(bytes);
     return cancels;
   });
-  KeepingSink sink;
+  std::vector<std::byte> memory(3000);
+  ptp::MemorySink sink(memory);
   std::uint64_t received = 0;
   const auto download = [&](const PTPAnswer& answer) {
     scripted.camera.answers[0x101B] = answer;
