@@ -7,7 +7,6 @@
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "tests/support/HexBytes.h"
-#include "tests/support/Raised.h"
 #include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
@@ -15,11 +14,8 @@ namespace {
 
 using test::hexBytes;
 using test::hexText;
-using test::raised;
 using ::testing::ElementsAre;
 using ::testing::MatchesRegex;
-using ::testing::StartsWith;
-
 using Bytes = std::vector<std::byte>;
 // A value of its own in every field.
 const std::string kStandard =

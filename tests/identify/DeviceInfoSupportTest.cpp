@@ -2,19 +2,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"
 #include "identify/GetICAVolumeFromUSBLocation.h"
 #include "tests/support/PictureDeviceTestRoom.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::ElementsAre;
 using testing::Optional;
 
@@ -22,29 +19,20 @@ using testing::Optional;
 class DeviceInfo : public testing::Test {
  protected:
   DeviceInfo() {
-    fs::create_directories(folder_ / "Resources");
-    std::ofstream(folder_ / "Resources/ggcam.inf")
-        << "[Models.NTx86]\r\n%MfgName%=QRS.Camera,USB.VID_F055&PID_0A21\r\n";
-    fs::create_directories(folder_ / "volumes/CARD/MISC");
-    std::ofstream(folder_ / "volumes/CARD/MISC/IREVIEW.DB") << "x";
-    room_.maker.agentBundlePath = folder_.string();
-    room_.mounts = FakeMountTable((folder_ / "volumes").string());
+    folder_.write("Resources/ggcam.inf",
+                  "[Models.NTx86]\r\n%MfgName%=QRS.Camera,USB.VID_F055&PID_0A21\r\n");
+    folder_.write("volumes/CARD/MISC/IREVIEW.DB", "x");
+    room_.maker.agentBundlePath = folder_.path();
+    room_.mounts = FakeMountTable(folder_.path("volumes"));
   }
-  ~DeviceInfo() override { fs::remove_all(folder_); }
 
-  struct Info {
-    std::string type = "unset";
-    std::int32_t locID = 77;
-    std::string path = "unset";
-    friend bool operator==(const Info&, const Info&) = default;
-    friend void PrintTo(const Info& info, std::ostream* out) {
-      *out << info.type << ", " << info.locID << ", " << info.path;
-    }
-  };
+  /// Type, location and path.
+  using Info = std::tuple<std::string, std::int32_t, std::string>;
   Info infoFor(const std::shared_ptr<XTPictureDevice>& device) {
     const SupportedModels models(room_.maker);
-    Info info;
-    DeviceInfoSupport::getInfoForDevice(device, &info.type, &info.locID, &info.path);
+    Info info = kUnset;
+    auto& [type, location, path] = info;
+    DeviceInfoSupport::getInfoForDevice(device, &type, &location, &path);
     return info;
   }
   std::shared_ptr<XTImageCaptureMSCDevice> massStorage(const char* volume,
@@ -55,7 +43,8 @@ class DeviceInfo : public testing::Test {
                                                   nullptr);
   }
 
-  fs::path folder_ = fs::path(testing::TempDir()) / "device-info-bundle";
+  const Info kUnset{"unset", 77, "unset"};
+  TemporaryFolder folder_;
   PictureDeviceTestRoom room_;
   int units_ = 0;
 };
@@ -77,19 +66,20 @@ TEST_F(DeviceInfo, OfMassStorageHasItsVolumeWhateverItsType) {
       {"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
   for (const auto& [volume, idProduct, type] : rows) {
     const auto device = massStorage(volume, idProduct);
-    EXPECT_EQ(infoFor(device), (Info{type, -98566144, (folder_ / "volumes" / volume).string()}));
+    EXPECT_EQ(infoFor(device), (Info{type, -98566144, folder_.path("volumes/") + volume}));
     EXPECT_EQ(DeviceInfoSupport::isValidPVC(*device), device->isMSCamera());
     EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), volume == std::string("CARD"));
   }
 }
 
 TEST_F(DeviceInfo, OfNoDeviceOrAnUnknownKindIsLeftAsItIs) {
-  EXPECT_EQ(infoFor(nullptr), Info());
-  EXPECT_EQ(infoFor(std::make_shared<PlainDevice>("Lumo")), Info());
   const auto device =
       XTImageCapturePTPDevice::withICAObject(room_.ica.addPTPCamera().object, nullptr);
   device->storesChanged();  // Drops its dictionary.
-  EXPECT_EQ(infoFor(device), Info());
+  for (const std::shared_ptr<XTPictureDevice>& each :
+       {std::shared_ptr<XTPictureDevice>(), std::shared_ptr<XTPictureDevice>(device),
+        std::shared_ptr<XTPictureDevice>(std::make_shared<PlainDevice>("Lumo"))})
+    EXPECT_EQ(infoFor(each), kUnset);
   EXPECT_TRUE(room_.trace.contains("getInfoForDevice:returnType:locID:path - icaDict is nil!"));
   EXPECT_EQ(room_.trace.count("getInfoForDevice:returnType:locID:path - mscDevice cast failed!"),
             2U);

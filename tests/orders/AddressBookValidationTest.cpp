@@ -54,32 +54,22 @@ TEST(Nickname, WithoutAnyCharacterAllowedNumberSignsAloneAre) {
 /// units.
 struct Book {
   Book() {
-    book.limits = {.version = 1,
-                   .characterTypeLimitation = 3,
-                   .maxAddresses = 2,
-                   .maxGroups = 2,
-                   .maxAddressesPerGroup = 2,
-                   .maxAddressLengthInBytes = 8,
-                   .maxNicknameLengthInBytes = 8,
-                   .maxGroupNameLengthInBytes = 8};
+    book.limits = {1, 3, 2, 2, 2, 8, 8, 8};
     book.contacts.emplace();
     book.groups.emplace();
-    for (int i = 0; i < 2; ++i)
-      addContact("ab@cd.ef", "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80");
-    for (int i = 0; i < 2; ++i)
-      addGroup("\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80", 2);
+    const char* const eight = "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80";
+    for (int i = 0; i < 2; ++i) {
+      addContact("ab@cd.ef", eight);
+      addGroup(eight, 2);
+    }
   }
   Contact& addContact(const char* email, const char* nickname) {
-    book.contacts->push_back(std::make_shared<Contact>());
-    book.contacts->back()->email = email;
-    book.contacts->back()->nickname = nickname;
-    return *book.contacts->back();
+    return *book.contacts->emplace_back(
+        std::make_shared<Contact>(Contact{.email = email, .nickname = nickname}));
   }
   ContactGroup& addGroup(const char* name, std::size_t members) {
-    book.groups->push_back(std::make_shared<ContactGroup>());
-    book.groups->back()->name = name;
-    book.groups->back()->members.assign(members, book.contacts->front());
-    return *book.groups->back();
+    return *book.groups->emplace_back(std::make_shared<ContactGroup>(
+        ContactGroup{.name = name, .members = Contacts(members, book.contacts->front())}));
   }
   Contact& contact(std::size_t index) { return *book.contacts->at(index); }
   ContactGroup& group(std::size_t index) { return *book.groups->at(index); }

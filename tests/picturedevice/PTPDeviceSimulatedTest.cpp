@@ -8,7 +8,6 @@
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "Utilities/PTPCodes.h"
-#include "tests/support/MainContextWait.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -113,20 +112,6 @@ TEST(SimulatedDevice, WhoseAnswersAreCutReadsAsZerosAndSaysSo) {
   ASSERT_EQ(sim.camera->setFault("truncate", "20,0x1008"), "");
   EXPECT_EQ(sim->objectFilename(sim.camera->handles().back()), "");
   EXPECT_TRUE(sim.trace.contains("objectInfoUncached read "));
-}
-
-TEST(SimulatedDevice, IsAskedAnewAboutAnObjectOfWhichItReportedAChange) {
-  SimulatedPTPDevice sim(kFullCamera);
-  const auto picture = handleNamed(sim, "B.JPG");
-  const auto before = sim.asked(ptp::kGetObjectInfo);
-  ASSERT_EQ(sim->registerForExtendedEvents(), 0);
-  int reported = 0;
-  sim.center.addObserver(&reported, "DeviceEvent", [&](const Notification&) { ++reported; });
-  sim.camera->removeObject(picture);
-  EXPECT_TRUE(waitUntil([&] { return reported > 0; }));
-  EXPECT_FALSE(sim->objectFilename(picture));
-  EXPECT_GT(sim.asked(ptp::kGetObjectInfo), before);
-  sim.center.removeObserver(&reported);
 }
 
 }  // namespace

@@ -102,13 +102,10 @@ TEST(StatusText, PutsAStatusInWordsWithItsNumber) {
       {0, "no error (0)"},
       {-43, "file not found (-43)"},
       {0x2005, "operation not supported by the device (0x2005)"},
-      {0x10000005, "e-mail address too long (0x10000005)"},
       {status::kIOReturnExclusiveAccess, "in use by another program (0xe00002c5)"},
       {status::ioKitStatus(0xE00003FF), "status 0xe00003ff"},
       {-12345, "status -12345"},
-      {0x2FFF, "status 12287 (0x2fff)"},
-      {-2147483647 - 1, "status -2147483648"},
-  };
+      {0x2FFF, "status 12287 (0x2fff)"}};
   for (const auto& [value, text] : rows)
     EXPECT_EQ(statusText(value), text);
 }
