@@ -16,8 +16,6 @@ namespace {
 using test::hexBytes;
 using test::hexText;
 using test::raised;
-using ::testing::ElementsAre;
-using ::testing::MatchesRegex;
 
 PropertyDictionary wholeBook() {
   return PropertyDictionary::parse(R"({
@@ -54,7 +52,7 @@ TEST(AddressBookJSON, IsReadAndShownAsExactInverses) {
   EXPECT_FALSE(contacts[2]->email);  // which is another thing than an empty one
   EXPECT_EQ(contacts[0]->street, "1\r2\r3");
   const ContactGroup& group = *book.groups.value().at(0);
-  EXPECT_THAT(group.members, ElementsAre(contacts[2], contacts[0]));
+  EXPECT_THAT(group.members, testing::ElementsAre(contacts[2], contacts[0]));
   EXPECT_EQ(group.action, DataSyncAction::kUpdate);
   EXPECT_EQ(jsonFromAddressBook(book), wholeBook());
   EXPECT_EQ(jsonFromContact(*contacts[0]), wholeBook()["XTAddressBookContactsKey"][0]);
@@ -228,7 +226,8 @@ TEST(Contact, WithoutUIDGetsANewOneEachTimeItIsWritten) {
   Contact first = thereAndBack(contact, storeContact, scanContact);
   const Contact second = thereAndBack(contact, storeContact, scanContact);
   EXPECT_FALSE(contact.uid);
-  EXPECT_THAT(first.uid.value(), MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+  EXPECT_THAT(first.uid.value(),
+              testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
   EXPECT_NE(first.uid, second.uid);
   EXPECT_NE(first.uid, kNoID);
   first.uid = kID;
@@ -264,7 +263,7 @@ TEST(ContactGroup, HasItsMembersInTheOrderOfTheWire) {
   const ContactGroup read = scanGroupAndAssignContacts(dataSet, contacts);
   EXPECT_EQ(read.name, "g");
   EXPECT_EQ(read.image, 5U);
-  EXPECT_THAT(read.members, ElementsAre(contacts.at(2), contacts.at(1), contacts.at(2)));
+  EXPECT_THAT(read.members, testing::ElementsAre(contacts.at(2), contacts.at(1), contacts.at(2)));
 
   auto unknown = written(storeContactGroup, group, std::vector<std::uint32_t>{1, 3});
   unknown.setPosition(0);

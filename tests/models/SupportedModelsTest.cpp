@@ -17,8 +17,6 @@ namespace tarvo {
 namespace {
 
 namespace fs = std::filesystem;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 using Pids = std::vector<std::int32_t>;
 
 constexpr std::int32_t kVendor = 0xF055;
@@ -101,7 +99,7 @@ TEST_F(SupportedModelsTest, TriesAgainAndBesideTheWorkingDirectoryUntilTheListIs
   EXPECT_EQ(models.pidList(), std::nullopt);
   folder_.write("Resources/ggcam.inf", kHeader + model("0001"));
   EXPECT_TRUE(models.isValidDscVid(kVendor, 1));
-  EXPECT_THAT(traces_.take(), ElementsAre(kNoFile, kNoFile, kNoFile));
+  EXPECT_THAT(traces_.take(), testing::ElementsAre(kNoFile, kNoFile, kNoFile));
   folder_.write("Resources/ggcam.inf", kHeader + model("0002"));
   models.getValidDscPids();
   EXPECT_EQ(models.pidList(), withFixed({1}));  // built once
@@ -139,7 +137,7 @@ TEST_F(SupportedModelsTest, FindsTheShippedModels) {
   EXPECT_TRUE(models.isValidDscVid(kVendor, 0xA21));
   EXPECT_GE(models.pidList()->size(), 24U + 16U);
   EXPECT_EQ(std::ranges::count(*models.pidList(), 0), 0);
-  EXPECT_THAT(traces_.take(), IsEmpty());
+  EXPECT_THAT(traces_.take(), testing::IsEmpty());
 }
 
 }  // namespace

@@ -5,11 +5,9 @@
 namespace tarvo::test {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 TEST_F(MSCTest, TellsTheNearestUSBDeviceAboveADisk) {
   const ServiceHandle hub = registry.add({{"idVendor", 0x1D6B}, {"locationID", 1}});
@@ -36,9 +34,10 @@ TEST_F(MSCTest, FindsItsDiskAtItselfOrAboveAndKeepsIt) {
   registry.unplug(usb);
   EXPECT_EQ(device->bsdName(), "sr0");
   const ServiceHandle parent = registry.add({{"BSD Name", "sr7"}});
-  const auto below = TarvoMSCDevice::initWithMMCDevice(answers, registry.add({}, parent), "",
-                                                       std::vector<std::uint8_t>{1});
-  EXPECT_EQ(below->bsdName(), "sr7");
+  EXPECT_EQ(TarvoMSCDevice::initWithMMCDevice(answers, registry.add({}, parent), "",
+                                              std::vector<std::uint8_t>{1})
+                ->bsdName(),
+            "sr7");
 }
 
 TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
@@ -79,7 +78,7 @@ TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
   const auto device = unit();
   disks.dissenter = DADissenter{status::kIOReturnBusy, ""};
   EXPECT_TRUE(device->ejectTray());
-  EXPECT_THAT(traces.take(), Contains("Could not unnount sr0."));
+  EXPECT_THAT(traces.take(), testing::Contains("Could not unnount sr0."));
   disks.dissenter.reset();
   for (int i = 0; i < 2; ++i)
     EXPECT_TRUE(device->ejectTray());
@@ -179,6 +178,10 @@ Lines detected(const std::string& vendorName) {
   return {"Detected device vendor ='" + vendorName + "' model='Lumo 700'"};
 }
 
+const Lines kNoGUID = {"Service does not have a guid for the SCSI task user client"};
+const Lines kNoModel = {"Detected device vendor ='Tarvo' model='(null)'"};
+const PropertyDictionary kNoProduct = {{"Device Characteristics", {{"Product Name", nullptr}}}};
+
 const Row kRows[] = {
     {"the vendor id", PropertyDictionary::object(), true},
     {"another vendor id, whatever the name", {{"idVendor", 0xF056}}, false},
@@ -186,15 +189,9 @@ const Row kRows[] = {
     {"the name in any case", vendor("tARVO"), true, detected("tARVO")},
     {"no letter of the name", vendor(""), true, detected("")},
     {"more than the name", vendor("Tarvos"), false, detected("Tarvos")},
-    {"no product name",
-     {{"Device Characteristics", {{"Product Name", nullptr}}}},
-     false,
-     {"Detected device vendor ='Tarvo' model='(null)'"}},
+    {"no product name", kNoProduct, false, kNoModel},
     {"no characteristics", {{"Device Characteristics", nullptr}}, false, {}},
-    {"a GUID that is text",
-     {{"SCSITaskUserClient GUID", "sr0"}},
-     false,
-     {"Service does not have a guid for the SCSI task user client"}},
+    {"a GUID that is text", {{"SCSITaskUserClient GUID", "sr0"}}, false, kNoGUID},
     {"another type of unit", {{"device-type", nullptr}}, false, {}},
 };
 
@@ -214,7 +211,7 @@ TEST_F(MSCTest, FindsTheMakersUnitsAndIsNotStoppedByOthers) {
     expected.insert(expected.begin(), kDetected);
     expected.emplace_back(kDetected);
     EXPECT_EQ(traces.take(), expected) << row.name;
-    EXPECT_THAT(list.devices(), SizeIs(row.isFound ? 3 : 2)) << row.name;
+    EXPECT_THAT(list.devices(), testing::SizeIs(row.isFound ? 3 : 2)) << row.name;
     for (const auto service : registry.servicesMatching({{"IOClass", "scsi_unit"}}))
       registry.unplug(service);
     EXPECT_THAT(list.devices(), IsEmpty()) << row.name;

@@ -5,11 +5,6 @@
 namespace tarvo::test {
 namespace {
 
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::Not;
-
 const Lines kSelectOf17 = {"ObtainExclusiveAccess",
                            "CreateSCSITask",
                            "SetCommandDescriptorBlock 55000000000000001100",
@@ -33,7 +28,7 @@ TEST_F(MSCTest, SwitchesWithTwoSensesAndOneSelect) {
   Lines expected = {"ModeSense10 0 0 0 25 8", "ModeSense10 0 0 0 25 23"};
   expected.insert(expected.end(), kSelectOf17.begin(), kSelectOf17.end());
   EXPECT_EQ(answers->take(), expected);
-  EXPECT_THAT(traces.take(), IsEmpty());
+  EXPECT_THAT(traces.take(), testing::IsEmpty());
 }
 
 TEST_F(MSCTest, WritesEachModeByteByByte) {
@@ -104,8 +99,8 @@ TEST_F(MSCTest, TakesShortAndLyingPagesAsFarAsTheyGo) {
   for (const auto& [page, asked, hasMode, written] : rows) {
     answers->pages[0x25] = page;
     EXPECT_EQ(device->usbModeDictionary().has_value(), hasMode) << page;
-    EXPECT_THAT(answers->take(),
-                ElementsAre("ModeSense10 0 0 0 25 8", formatted("ModeSense10 0 0 0 25 %u", asked)));
+    EXPECT_THAT(answers->take(), testing::ElementsAre("ModeSense10 0 0 0 25 8",
+                                                      formatted("ModeSense10 0 0 0 25 %u", asked)));
     EXPECT_EQ(device->canAutoPowerCycle(), hasMode);
     length = 0xAAAA;
     EXPECT_TRUE(device->_modeSenseTestPageCode(0x25, &length));
@@ -165,7 +160,7 @@ TEST_F(MSCTest, TellsHowEachStepOfASenseFailed) {
     EXPECT_FALSE(device->setUSBMode(true, true, 0));
     takePrinted();
     EXPECT_EQ(traces.take().back(), "Error: Could not set USB mode.");
-    EXPECT_THAT(answers->take(), Not(Contains("ObtainExclusiveAccess")));
+    EXPECT_THAT(answers->take(), testing::Not(testing::Contains("ObtainExclusiveAccess")));
   }
   std::uint16_t size = 0;
   EXPECT_EQ(raised([&] { device->_modeSensePageCode(0x25, nullptr, &size); }),
@@ -226,8 +221,8 @@ TEST_F(MSCTest, SetsTheClockToLocalTimeInFourteenDigits) {
   EXPECT_TRUE(device->setDateTime(1764046805));  // 2025-11-25 05:00:05 UTC
   EXPECT_EQ(pageWritten(*answers), hexText(hexBytes("0000000000000000 29 0e 3230323531313235"
                                                     "303730303035")));
-  EXPECT_THAT(traces.take(),
-              ElementsAre("Setting date: 20251125070005", "Set date to 2025-11-25 07:00:05 +0200"));
+  EXPECT_THAT(traces.take(), testing::ElementsAre("Setting date: 20251125070005",
+                                                  "Set date to 2025-11-25 07:00:05 +0200"));
   answers->pages.clear();
   EXPECT_FALSE(device->setDateTime(0));
   EXPECT_EQ(traces.take().back(), "Error: Could not set date");

@@ -249,8 +249,7 @@ TEST(AddressBookFile, LinesOverTheLimitLeaveTheContactsAsTheyWere) {
   EXPECT_EQ(contacts(book), "a|a;");
   EXPECT_EQ(traces.take(), (Lines{"fileContentsString = b <b>\r\nc <c>",
                                   "Device address book invalid. Has 2 addresses, limit is 1"}));
-  EXPECT_EQ(contactsOf("a <a>", 0), "none");
-  EXPECT_EQ(contactsOf("", 0), "");
+  EXPECT_EQ(contactsOf("a <a>", 0) + contactsOf("", 0), "none");
 }
 
 TEST(AddressBookFile, EachLineIsTraced) {

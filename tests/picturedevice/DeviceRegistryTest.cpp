@@ -12,8 +12,6 @@ namespace {
 
 using testing::_;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::shared_ptr<PlainDevice> cached(const std::string& name, const std::string& serialNumber) {
   auto device = std::make_shared<PlainDevice>(name, serialNumber);
@@ -44,7 +42,7 @@ TEST(DeviceRegistry, TakesADeviceForKnownOnlyWhenClassSerialNumberAndManufacture
   cached("Lumo", "SN1");
   cached("Another name", "SN1");
   EXPECT_EQ(room.added.size(), 1U);
-  EXPECT_THAT(room.visibleLines(), ElementsAre(HasSubstr("Another name")));
+  EXPECT_THAT(room.visibleLines(), ElementsAre(testing::HasSubstr("Another name")));
   cached("Lumo", "SN2");
   std::make_shared<PlainDevice>("Lumo", "SN1", "Foto")->cache();
   std::make_shared<OtherDevice>("Lumo", "SN1")->cache();
@@ -58,7 +56,7 @@ TEST(DeviceRegistry, TellsDevicesWithoutASerialNumberByTheirObjects) {
   for (int i = 0; i < 2; ++i)
     XTImageCaptureDevice::checkForDevicesAtStartup();
   EXPECT_EQ(room.added.size(), 2U);
-  EXPECT_THAT(room.visibleLines(), IsEmpty());
+  EXPECT_THAT(room.visibleLines(), testing::IsEmpty());
   const auto plain = cached("Lumo", "");
   plain->cache();
   EXPECT_THAT(XTPictureDevice::deviceList(), ElementsAre(_, _, plain));

@@ -16,9 +16,6 @@
 namespace tarvo::test {
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-
 const MakerConstants kMaker;
 
 TEST(SendOpcodes, FollowFromFormatModelAndWhatTheDeviceRequires) {
@@ -95,11 +92,11 @@ TEST_F(FileObjectInfoTest, FillsTheStandardFieldsAndTracesEachStep) {
   expected.setCaptureDateStr("20070615T140000+0200");
   expected.setModDataStr("20070615T140000+0200");
   EXPECT_EQ(info_, expected);
-  EXPECT_THAT(traces.take(),
-              ElementsAre("MakeObjectInfo: file type: JPEG", "MakeObjectInfo: PTP type: 0x3801",
-                          "MakeObjectInfo: File size: 7",
-                          HasSubstr("Modification Date: 2007-06-15 12:00:00 +0000"),
-                          "MakeObjectInfo: final PTP type: 0x3801"));
+  EXPECT_THAT(traces.take(), testing::ElementsAre(
+                                 "MakeObjectInfo: file type: JPEG",
+                                 "MakeObjectInfo: PTP type: 0x3801", "MakeObjectInfo: File size: 7",
+                                 testing::HasSubstr("Modification Date: 2007-06-15 12:00:00 +0000"),
+                                 "MakeObjectInfo: final PTP type: 0x3801"));
 }
 
 TEST_F(FileObjectInfoTest, ChoosesTheFormatByModelOperationsAndName) {
@@ -148,9 +145,9 @@ TEST_F(FileObjectInfoTest, RefusesWhatIsNoFileOrCannotBeAnnounced) {
   const std::string missing = folder_.path("missing.jpg");
   EXPECT_EQ(statusOf(missing), -43);
   EXPECT_EQ(statusOf(folder_.path()), -1302);
-  EXPECT_THAT(traces.take(),
-              ElementsAre("MakeObjectInfo: path was not found: " + missing,
-                          "MakeObjectInfo: path does not specify a file: " + folder_.path()));
+  EXPECT_THAT(traces.take(), testing::ElementsAre("MakeObjectInfo: path was not found: " + missing,
+                                                  "MakeObjectInfo: path does not specify a file: " +
+                                                      folder_.path()));
   const std::string large = folder_.write("large.jpg", "");
   for (const auto& [size, status] : {std::pair(0x100000000, -50), {0xFFFFFFFF, 0}}) {
     ASSERT_EQ(::truncate(large.c_str(), size), 0);

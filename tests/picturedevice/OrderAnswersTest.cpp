@@ -15,7 +15,6 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 constexpr char kID[] = "00112233-4455-6677-8899-AABBCCDDEEFF";
@@ -218,7 +217,7 @@ TEST_F(OrderAnswers, SendTheShoeboxWholeAndItsPictures) {
   EXPECT_EQ(device_->addImageToShoebox(folder.path("none")), -43);
   EXPECT_TRUE(room_.trace.contains("Could not find image file '" + folder.path("none") + "'."));
   EXPECT_THAT(raised([&] { device_->addImageToShoebox(""); }),
-              HasSubstr("Invalid parameter not satisfying: "));
+              testing::HasSubstr("Invalid parameter not satisfying: "));
   EXPECT_EQ(Shoebox(transactions_, room_.maker).sendContents(box, &transactions_.operations), 0);
   EXPECT_EQ(transactions_.calls.back(), "SendContentsOfFile");
 }

