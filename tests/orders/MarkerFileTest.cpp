@@ -66,11 +66,9 @@ TEST(MarkerFile, AnEmailJobHasRecipientsAndOneImage) {
       {"\n[JOB]\nDST EML=\"a\"\n", ""},
       {"\n[JOB]\nIMG SRC=\"1\"\n", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"1", ""},
-      {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=       \"\"", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"/\"", ""},
       {"\n[JOB] DST EML=\"a\"\nIMG SRC=\"1\"", ""},
       {"\r[JOB]\rDST EML=\"a\"\rIMG SRC=\"1\"", ""},
-      {"\n[job]\nDST EML=\"a\"\nIMG SRC=\"1\"", ""},
       {"[JOB]\nDST EML=\"a\"\nIMG SRC=\"1\"\n", ""},
       // What the scanning makes of odd lines.
       {"\n[JOB]\nDST EML=\"\"\nDST EML=\"b\"\nIMG SRC=\"1\"", "[\nDST EML=][b]>1;"},

@@ -117,7 +117,6 @@ TEST_F(FileObjectInfoTest, ChoosesTheFormatByModelOperationsAndName) {
           {"Tarvo Lumo 100", "a.jpg", &standard, false, 0x200B, 0, true},
           {"Tarvo Lumo 100", "a.bin", &standard, false, 0, 0xB001, false},
           {"Tarvo N10", "a.jpg", &standard, false, 0, 0x3000, false},
-          {"Tarvo N20", "FAV1.JPG", &standard, true, 0, 0x3000, false},
           {"Tarvo N10", "a.xyz", nullptr, false, 0, 0x3000, false},
       };
   for (const auto& [model, file, operations, hasBragbooks, status, format, sendRequired] : rows) {

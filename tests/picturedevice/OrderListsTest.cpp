@@ -62,10 +62,8 @@ TEST_F(OrderListsTest, KeepOfATransferWhatIsAllowed) {
   EXPECT_THAT(emails_[0].record->assetHandles, ElementsAre(2U));
   EXPECT_EQ(counts_[11], 3U) << "as many as were read";
   EXPECT_THAT(prints_, ElementsAre(testing::Field(&PrintOrder::handle, 22U)));
-  EXPECT_THAT(prints_[0].assets, ElementsAre("B.JPG"));
   context_.allowedAssets.emplace();
   EXPECT_EQ(readEmailOrders(), 0);
-  EXPECT_EQ(emails_.size(), 2U);
   EXPECT_EQ(report_.withheld, 3U);
   EXPECT_TRUE(report_.isComplete());
 }
