@@ -9,7 +9,6 @@
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
-#include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPDevice.h"
