@@ -1,4 +1,5 @@
-// The unit's disk and its card: which they are, and letting them go.
+// Which entries of the registry are the maker's units, and the unit's disk and card: which they
+// are, and letting them go.
 #include "msc/TarvoMSCDevice.h"
 #include "tests/msc/MSCFixture.h"
 

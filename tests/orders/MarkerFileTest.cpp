@@ -1,4 +1,5 @@
-// The syntax of order markers: what makes an order, what is traced, and in which encodings.
+// The syntax of order markers and of the address-book file: what makes an order or a contact, what
+// is traced, in which encodings, and the edit that changes the file's size.
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 
 #include <gtest/gtest.h>

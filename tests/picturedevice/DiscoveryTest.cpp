@@ -1,4 +1,5 @@
-// What Image Capture lists, what its events do, and when discovery starts.
+// What Image Capture lists, what its events do, when discovery starts, and the inspection of a
+// device that has come: which class, whose device, and who may hold it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

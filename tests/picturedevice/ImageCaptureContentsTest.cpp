@@ -1,4 +1,5 @@
-// What lies on a device as Image Capture shows it, and what is done with it through plain messages.
+// What lies on a device as Image Capture shows it, what is done with it through plain messages, and
+// where a mass-storage device has its identity from.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// What a picture device makes of orders, the address book, its default collection and the shoebox:
-// which way it goes, in which order it asks, and what it keeps.
+// What the base of the picture devices makes of orders, the address book, its default collection,
+// the shoebox and the operations of a concrete class: which way it goes, and what it keeps.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

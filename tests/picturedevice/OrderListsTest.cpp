@@ -1,5 +1,5 @@
-// How orders are read from data sets and marker files, what is left out of them, and how they are
-// deleted: with a failure at every step.
+// How orders and the address book are read from data sets and marker files, how they are deleted
+// and written: what each step sends, and what a failure at each of them leaves behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// Stores, objects and properties of a PTP device: what goes over the wire, and what is made of the
-// answers.
+// Stores, objects, properties and vendor data sets of a PTP device: what goes over the wire, and
+// what is made of the answers.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

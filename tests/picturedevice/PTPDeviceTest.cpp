@@ -1,4 +1,5 @@
-// A PTP device: its DeviceInfo, the messages that reach the service and those that do not.
+// A PTP device: its DeviceInfo, the messages that reach the service and those that do not, and the
+// capabilities that follow: each code gives its own and no other.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
