@@ -276,7 +276,6 @@ AddressBook bookOfAllActions() {
   return book;
 }
 
-TEST(AddressBookWriting, SendsTheGroups
 TEST(AddressBookWriting, SendsTheGroupsThatAreToBeSentInOrder) {
   ScriptedPTPTransactions device;
   WritingReport report;
