@@ -4,12 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "tests/support/HexBytes.h"
 #include "tests/support/Raised.h"
 
 namespace tarvo {
 namespace {
 
+using test::hexBytes;
+using test::hexText;
 using test::raised;
 
 PropertyDictionary wholeBook() {
@@ -38,8 +43,7 @@ PropertyDictionary wholeBook() {
 
 TEST(AddressBookJSON, IsReadAndShownAsExactInverses) {
   const AddressBook book = addressBookFromJSON(wholeBook());
-  const XT_AddressBookInfo limits = {1, 2, 3, 4, 5, 6, 7, 8};
-  EXPECT_TRUE(book.limits == limits);
+  EXPECT_TRUE(book.limits == XT_AddressBookInfo({1, 2, 3, 4, 5, 6, 7, 8}));
   const Contacts& contacts = book.contacts.value();
   ASSERT_EQ(contacts.size(), 3U);
   const Contact added = {
@@ -47,53 +51,47 @@ TEST(AddressBookJSON, IsReadAndShownAsExactInverses) {
   EXPECT_TRUE(*contacts[1] == added);
   EXPECT_FALSE(contacts[2]->email);  // which is another thing than an empty one
   EXPECT_EQ(contacts[0]->street, "1\r2\r3");
-  ASSERT_EQ(book.groups.value().size(), 1U);
-  const ContactGroup& group = *book.groups->front();
-  EXPECT_THAT(group.members, ::testing::ElementsAre(contacts[2], contacts[0]));
+  const ContactGroup& group = *book.groups.value().at(0);
+  EXPECT_THAT(group.members, testing::ElementsAre(contacts[2], contacts[0]));
   EXPECT_EQ(group.action, DataSyncAction::kUpdate);
   EXPECT_EQ(jsonFromAddressBook(book), wholeBook());
   EXPECT_EQ(jsonFromContact(*contacts[0]), wholeBook()["XTAddressBookContactsKey"][0]);
-  EXPECT_EQ(jsonFromContactGroup(group), wholeBook()["XTAddressBookGroupsKey"][0]);
 }
 
 TEST(AddressBookJSON, TellsAnAbsentListFromAnEmptyOne) {
+  const auto absent = jsonFromAddressBook(addressBookFromJSON(PropertyDictionary::object()));
+  EXPECT_EQ(absent.at("XTAddressBookMaxAddressesKey"), 0);
   for (const char* key : {"XTAddressBookContactsKey", "XTAddressBookGroupsKey"}) {
-    const auto empty =
-        jsonFromAddressBook(addressBookFromJSON({{key, PropertyDictionary::array()}}));
-    EXPECT_EQ(empty.at(key), PropertyDictionary::array());
-    const auto absent = jsonFromAddressBook(addressBookFromJSON(PropertyDictionary::object()));
+    const auto list = PropertyDictionary::array();
+    EXPECT_EQ(jsonFromAddressBook(addressBookFromJSON({{key, list}})).at(key), list);
     EXPECT_FALSE(absent.contains(key));
-    EXPECT_EQ(absent.at("XTAddressBookMaxAddressesKey"), 0);
   }
 }
 
 TEST(AddressBookJSON, KnowsEveryActionByItsNameAndAnyOtherAsOther) {
-  const std::pair<const char*, DataSyncAction> rows[] = {
-      {"kSyncDataAction_None", DataSyncAction::kNone},
-      {"kSyncDataAction_Add", DataSyncAction::kAdd},
-      {"kSyncDataAction_Update", DataSyncAction::kUpdate},
-      {"kSyncDataAction_Delete", DataSyncAction::kDelete},
-      {"kSyncDataAction_Other", DataSyncAction::kOther},
-  };
-  for (const auto& [text, action] : rows) {
+  using enum DataSyncAction;
+  for (const auto& [name, action] : {std::pair("None", kNone),
+                                     {"Add", kAdd},
+                                     {"Update", kUpdate},
+                                     {"Delete", kDelete},
+                                     {"Other", kOther}}) {
+    const std::string text = std::string("kSyncDataAction_") + name;
     const PropertyDictionary json = {{"XTDataSyncActionKey", text}};
     EXPECT_EQ(contactFromJSON(json).action, action) << text;
     EXPECT_EQ(jsonFromContact(contactFromJSON(json)), json) << text;
   }
-  for (const char* text : {"", "None", "kSyncDataAction_none", "kSyncDataAction_Add "})
-    EXPECT_EQ(contactFromJSON({{"XTDataSyncActionKey", text}}).action, DataSyncAction::kOther);
-  EXPECT_EQ(contactFromJSON(PropertyDictionary::object()).action, DataSyncAction::kAbsent);
+  EXPECT_EQ(contactFromJSON({{"XTDataSyncActionKey", "kSyncDataAction_none"}}).action, kOther);
+  EXPECT_EQ(contactFromJSON(PropertyDictionary::object()).action, kAbsent);
 }
 
 TEST(AddressBookJSON, SupportsGroupsWhereTheirLimitSaysSoUnlessToldOtherwise) {
-  EXPECT_TRUE(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", 1}}).supportsGroups);
-  EXPECT_FALSE(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", 0}}).supportsGroups);
+  for (const int limit : {0, 1})
+    EXPECT_EQ(addressBookFromJSON({{"XTAddressBookMaxGroupsKey", limit}}).supportsGroups,
+              limit == 1);
   EXPECT_FALSE(addressBookFromJSON(
                    {{"XTAddressBookMaxGroupsKey", 1}, {"XTAddressBookSupportsGroupsKey", false}})
                    .supportsGroups);
-}
-
-TEST(AddressBookJSON, TakesTextsThatOnlyTheValidationMayRefuse) {
+  // Only the validation may refuse a text.
   const std::string name(300, 'x');
   EXPECT_EQ(contactFromJSON({{"kABNicknameProperty", name}}).nickname, name);
 }
@@ -126,28 +124,168 @@ TEST(AddressBookJSON, RefusesWhatTheBookCannotHoldAndSaysWhere) {
 
 TEST(OrderJSON, ShowsOfAnOrderWhatItHas) {
   EmailOrder email = {.destAddresses = {"a@b.example"}, .assets = {"1.JPG"}};
-  EXPECT_EQ(jsonFromEmailOrder(email),
-            PropertyDictionary::parse(R"({"XTEmailOrderDestAddressListKey": ["a@b.example"],
-                                          "XTOrderAssetListKey": ["1.JPG"]})"));
+  const auto plain = PropertyDictionary::parse(
+      R"({"XTEmailOrderDestAddressListKey": ["a@b.example"], "XTOrderAssetListKey": ["1.JPG"]})");
+  EXPECT_EQ(jsonFromEmailOrder(email), plain);
   email.record = EmailOrderRecord{.orderID = "id", .destContacts = {7, 8}, .assetHandles = {9}};
   email.handle = 5;
-  EXPECT_EQ(jsonFromEmailOrder(email), PropertyDictionary::parse(R"({
+  auto whole = PropertyDictionary::parse(R"({
       "XTOrderIDKey": "id", "XTEmailOrderServiceTypeKey": 0, "XTEmailOrderSenderAddressKey": "",
-      "XTEmailOrderDestAddressListKey": ["a@b.example"], "XTEmailOrderSubjectKey": "",
-      "XTEmailOrderBodyKey": "", "XTOrderAssetHandlesListKey": [9],
-      "XTOrderAssetListKey": ["1.JPG"], "XTPTPObjectHandleKey": 5})"));
+      "XTEmailOrderSubjectKey": "", "XTEmailOrderBodyKey": "",
+      "XTOrderAssetHandlesListKey": [9], "XTPTPObjectHandleKey": 5})");
+  whole.update(plain);
+  EXPECT_EQ(jsonFromEmailOrder(email), whole);
 
   PrintOrder print = {.quantity = 3, .assets = {"1.JPG"}};
-  EXPECT_EQ(jsonFromPrintOrder(print),
-            PropertyDictionary::parse(
-                R"({"XTPrintOrderQuantityKey": 3, "XTOrderAssetListKey": ["1.JPG"]})"));
+  EXPECT_EQ(jsonFromPrintOrder(print).dump(),
+            R"({"XTOrderAssetListKey":["1.JPG"],"XTPrintOrderQuantityKey":3})");
   print.record = PrintOrderRecord{.orderID = "id", .quantity = 0, .asset = 9};
   const auto json = jsonFromPrintOrder(print);
   EXPECT_EQ(json["XTPrintOrderQuantityKey"], 0) << "a data set's own number is passed on";
-  EXPECT_EQ(json["XTOrderAssetHandlesListKey"], PropertyDictionary::array({9}));
-  EXPECT_EQ(
-      jsonFromTransferOrder({.record = {.assetHandles = {2}}, .handle = 3})["XTOrderAssetListKey"],
-      PropertyDictionary::array({2}));
+  EXPECT_EQ(json["XTOrderAssetHandlesListKey"].dump(), "[9]");
+  const auto transfer = jsonFromTransferOrder({.record = {.assetHandles = {2}}, .handle = 3});
+  EXPECT_EQ(transfer["XTOrderAssetListKey"].dump(), "[2]");
+}
+
+constexpr const char* kID = "00112233-4455-6677-8899-AABBCCDDEEFF";
+constexpr const char* kNoID = "00000000-0000-0000-0000-000000000000";
+
+/// What `store` writes of a value.
+template <typename Store, typename... Values>
+XTMutablePTPDataSet written(Store store, const Values&... values) {
+  auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+  store(dataSet, values...);
+  return dataSet;
+}
+
+/// The value after a way to bytes and back, which must read exactly the bytes that are there.
+template <typename Value, typename Store, typename Scan>
+Value thereAndBack(const Value& value, Store store, Scan scan) {
+  auto dataSet = written(store, value);
+  const std::uint32_t length = dataSet.length();
+  dataSet.setPosition(0);
+  Value read = scan(dataSet);
+  EXPECT_EQ(dataSet.position(), length);
+  return read;
+}
+
+Contact wholeContact() {
+  return {.uid = kID,
+          .email = "a@b.example",
+          .nickname = "Ä😀",
+          .firstName = "first",
+          .lastName = "last",
+          .street = "1\r2",
+          .city = "city",
+          .state = "state",
+          .country = "country",
+          .zip = "zip",
+          .phone = "phone",
+          .sharingPref = 1,
+          .defaultNumPrints = 65535};
+}
+
+TEST(Contact, LosesOnTheWayToTheDeviceExactlyWhatIsNotWritten) {
+  const struct {
+    const char* what;
+    void (*before)(Contact&);
+    void (*after)(Contact&);
+  } rows[] = {
+      {"what is not written",
+       [](Contact& c) {
+         c.image = 7;
+         c.associatedGroups = {1, 2};
+         c.handle = 9;
+         c.action = DataSyncAction::kAdd;
+       },
+       [](Contact&) {}},
+      {"third line", [](Contact& c) { c.street = "1\r2\r\r4"; }, [](Contact&) {}},
+      {"second line alone", [](Contact& c) { c.street = "\r2"; },
+       [](Contact& c) { c.street = "2"; }},
+      {"end of a line", [](Contact& c) { c.street = "1\r"; }, [](Contact& c) { c.street = "1"; }},
+      {"no address", [](Contact& c) { c.email.reset(); }, [](Contact& c) { c.email = ""; }},
+      {"small letters", [](Contact& c) { c.uid = "00112233-4455-6677-8899-aabbccddeeff"; },
+       [](Contact&) {}},
+      {"a uid that is none", [](Contact& c) { c.uid = "me"; }, [](Contact& c) { c.uid = kNoID; }},
+  };
+  for (const auto& row : rows) {
+    Contact contact = wholeContact();
+    row.before(contact);
+    Contact expected = wholeContact();
+    row.after(expected);
+    const Contact read = thereAndBack(contact, storeContact, scanContact);
+    EXPECT_TRUE(read == expected) << row.what;
+    // From then on nothing changes.
+    EXPECT_TRUE(thereAndBack(read, storeContact, scanContact) == read) << row.what;
+  }
+}
+
+TEST(Contact, WithoutUIDGetsANewOneEachTimeItIsWritten) {
+  Contact contact = wholeContact();
+  contact.uid.reset();
+  Contact first = thereAndBack(contact, storeContact, scanContact);
+  const Contact second = thereAndBack(contact, storeContact, scanContact);
+  EXPECT_FALSE(contact.uid);
+  EXPECT_THAT(first.uid.value(),
+              testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"));
+  EXPECT_NE(first.uid, second.uid);
+  EXPECT_NE(first.uid, kNoID);
+  first.uid = kID;
+  EXPECT_TRUE(first == wholeContact());
+  // The array of no bytes is for a text that is no GUID, and for it alone.
+  EXPECT_EQ(hexText(written(storeContact, Contact{.uid = ""}).bytes()).substr(0, 10), "0000000000");
+}
+
+TEST(Contact, ReadsPictureGroupsAndLinesAsTheyAre) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"00 02 3200 0000", "2"}, {"04 3100 0d00 3200 0000 02 3300 0000", "1\r2\r3"}};
+  for (const auto& [lines, street] : rows) {
+    const auto bytes = hexBytes("08000000 0011223344556677 00 00 00 00" + std::string(lines) +
+                                "00 00 00 00 00 07000000 02000000 01000000 03000000 0000 0000");
+    auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+    const Contact expected = {.uid = kNoID,
+                              .email = "",
+                              .nickname = "",
+                              .street = street,
+                              .image = 7,
+                              .associatedGroups = {1, 3}};
+    EXPECT_TRUE(scanContact(dataSet) == expected) << lines;
+  }
+}
+
+TEST(ContactGroup, HasItsMembersInTheOrderOfTheWire) {
+  const ContactsByHandle contacts = {{1, std::make_shared<Contact>(Contact{.firstName = "one"})},
+                                     {2, std::make_shared<Contact>(Contact{.firstName = "two"})}};
+  const ContactGroup group = {.name = "g", .image = 5, .members = {contacts.at(1)}};
+  auto dataSet = written(storeContactGroup, group, std::vector<std::uint32_t>{2, 1, 2});
+  EXPECT_EQ(hexText(dataSet.bytes()), "02670000000500000003000000020000000100000002000000");
+  dataSet.setPosition(0);
+  const ContactGroup read = scanGroupAndAssignContacts(dataSet, contacts);
+  EXPECT_EQ(read.name, "g");
+  EXPECT_EQ(read.image, 5U);
+  EXPECT_THAT(read.members, testing::ElementsAre(contacts.at(2), contacts.at(1), contacts.at(2)));
+
+  auto unknown = written(storeContactGroup, group, std::vector<std::uint32_t>{1, 3});
+  unknown.setPosition(0);
+  EXPECT_EQ(raised([&] { scanGroupAndAssignContacts(unknown, contacts); }),
+            "NSInternalInconsistencyException: Could not find contacts for all members of group g");
+}
+
+TEST(Orders, OfTransferPassOverTwentyBytesWhateverTheyAre) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"10000000", kID}, {"00000000", kNoID}, {"ffffffff", kNoID}};
+  for (const auto& [count, id] : rows) {
+    const auto bytes =
+        hexBytes(std::string(count) + "00112233445566778899aabbccddeeff 0200 00 01000000 07000000");
+    auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+    const TransferOrderRecord expected = {.orderID = id, .type = 2, .assetHandles = {7}};
+    EXPECT_TRUE(scanTransferOrder(dataSet) == expected) << count;
+  }
+  // An e-mail order's array is as long as it says.
+  const auto bytes = hexBytes("02000000 aabb 0200 00 00000000 00 00 00000000");
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
+  const EmailOrderRecord expected = {.orderID = kNoID, .serviceType = 2};
+  EXPECT_TRUE(scanEmailOrder(dataSet) == expected);
 }
 
 }  // namespace

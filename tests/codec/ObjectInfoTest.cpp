@@ -1,13 +1,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <malloc.h>
 
 #include <string>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "tests/support/HexBytes.h"
-#include "tests/support/Raised.h"
 #include "tests/support/TraceRecorder.h"
 
 namespace tarvo {
@@ -15,15 +13,7 @@ namespace {
 
 using test::hexBytes;
 using test::hexText;
-using test::raised;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-using ::testing::MatchesRegex;
-using ::testing::StartsWith;
-
 using Bytes = std::vector<std::byte>;
-constexpr std::int32_t kBigEndian = 0;
-
 // A value of its own in every field.
 const std::string kStandard =
     "01000100 0138 0200 03000000 0838 04000000 05000000 06000000 07000000 08000000 09000000"
@@ -47,16 +37,8 @@ const std::string kExtension =
     "10000000 202122232425262728292a2b2c2d2e2f"
     "10000000 303132333435363738393a3b3c3d3e3f";
 
-XTUInt128 bytesFrom(std::uint8_t first) {
-  XTUInt128 bytes;
-  for (auto& byte : bytes)
-    byte = first++;
-  return bytes;
-}
-
-XTExtendedObjectInfo read(const Bytes& bytes, bool extended,
-                          std::int32_t byteOrder = kPTPByteOrder) {
-  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, byteOrder);
+XTExtendedObjectInfo read(const Bytes& bytes, bool extended) {
+  auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
   return XTExtendedObjectInfo::initWithDataSet(dataSet, extended);
 }
 
@@ -75,103 +57,59 @@ TEST(ObjectInfo, TravelsAsNineteenFieldsAndAsThirtyThreeWhenItIsExtended) {
   EXPECT_EQ(dataSet.position(), hexBytes(kStandard).size());
 }
 
-TEST(ObjectInfo, ReversesEverythingButFingerprintsInTheOtherByteOrder) {
-  const auto info = read(hexBytes(kStandard + kExtension), true);
-  const Bytes wire = info.dataSetWithByteOrder(kBigEndian).data();
-  EXPECT_THAT(hexText(wire), StartsWith("00010001380100020000000338080000000400000005"));
-  EXPECT_THAT(hexText(wire), ::testing::EndsWith("00000010303132333435363738393a3b3c3d3e3f"));
-  EXPECT_TRUE(read(wire, true, kBigEndian) == info);
-  EXPECT_FALSE(raised([&] { read(wire, true); }).empty());
-}
-
-TEST(ObjectInfo, ReservesMoreForTheShorterForm) {
-  const auto reserved = [](bool extended) {
-    const auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
-    const auto dataSet = info.dataSetWithByteOrder(kPTPByteOrder);
-    return malloc_usable_size(const_cast<std::byte*>(dataSet.buffer()));
-  };
-  EXPECT_GE(reserved(false), 508U);
-  EXPECT_GE(reserved(true), 308U);
-  EXPECT_LT(reserved(true), 508U);
-}
-
-struct DateRow {
-  const char* text;
-  const char* becomes;  ///< null: itself
-};
 constexpr const char* kFirst = "1970-01-01 00:00:00 +0000";
 constexpr const char* kLast = "2038-01-01 00:00:00 +0000";
-constexpr DateRow kDates[] = {
-    {"20070615T120000", nullptr},
+constexpr std::pair<const char*, const char*> kDates[] = {
+    // What it becomes; null: itself.
     {"19691231T235959", kFirst},
     {"19700101T000000", nullptr},
     {"20380101T000000", nullptr},
     {"20380101T000001", kLast},
-    {"20380201T000000", kLast},
     // What stands behind the seconds does not matter, a zone included.
     {"19691231T235959.9Z", kFirst},
-    {"20380101T000000-0800", nullptr},
-    {"20380101T0000012", kLast},
     // Blanks and shorter numbers, as cameras pad them.
     {"2039 1 2T 3 4 5", kLast},
     {"  2039010203T", nullptr},
     // No dates, so they stay.
     {"", nullptr},
     {"00000000T000000", nullptr},
-    {"19690230T000000", nullptr},
     {"19680229T000000", kFirst},
     {"19000229T000000", nullptr},
-    {"21000229T000000", nullptr},
     {"19691301T000000", nullptr},
-    {"19690100T000000", nullptr},
     {"19690101T240000", nullptr},
-    {"19690101T006000", nullptr},
-    {"19690101T000060", nullptr},
-    {"19690101t000000", nullptr},
-    {"19690101T0000", nullptr},
     {"-9690101T000000", nullptr},
-    {"1969-01-01 00:00:00 +0000", nullptr},
     {kFirst, nullptr},
 };
 
 TEST(ObjectInfo, KeepsCaptureAndModificationDatesWithinTheirBounds) {
-  for (const auto& row : kDates) {
+  for (const auto& [text, becomes] : kDates) {
     auto info = XTExtendedObjectInfo::initExtended();
-    info.setCaptureDateStr(row.text);
-    info.setModDataStr("m");
-    info.setFileCreationDateStr(row.text);
-    const std::string expected = row.becomes == nullptr ? row.text : row.becomes;
-    auto back = read(info.dataSetWithByteOrder(kPTPByteOrder).data(), true);
-    EXPECT_EQ(back.captureDateStr(), expected) << row.text;
-    EXPECT_EQ(back.modDataStr(), "m");
-    EXPECT_EQ(back.fileCreationDateStr(), row.text);
-
-    info.setModDataStr(row.text);
-    info.setCaptureDateStr("c");
-    back = read(info.dataSetWithByteOrder(kPTPByteOrder).data(), true);
-    EXPECT_EQ(back.modDataStr(), expected) << row.text;
-    EXPECT_EQ(back.captureDateStr(), "c");
+    info.setCaptureDateStr(text);
+    info.setModDataStr(text);
+    info.setFileCreationDateStr(text);
+    const std::string expected = becomes == nullptr ? text : becomes;
+    const auto back = read(info.dataSetWithByteOrder(kPTPByteOrder).data(), true);
+    EXPECT_EQ(back.captureDateStr(), expected) << text;
+    EXPECT_EQ(back.modDataStr(), expected) << text;
+    EXPECT_EQ(back.fileCreationDateStr(), text);
   }
 }
 
 TEST(ObjectInfo, TracesAPictureWithoutAQuickFingerprintAndKeepsIt) {
-  test::TraceRecorder traces;
-  for (const std::uint32_t height : {0U, 1U}) {
-    for (const bool printed : {false, true}) {
-      auto info = XTExtendedObjectInfo::initExtended();
-      info.setImagePixHeight(height);
-      if (printed) info.setQuickFingerPrint(bytesFrom(1));
-      EXPECT_TRUE(read(info.dataSetWithByteOrder(kPTPByteOrder).data(), true) == info);
-      if (height == 0 || printed) {
-        EXPECT_THAT(traces.take(), IsEmpty());
-      } else {
-        EXPECT_THAT(
-            traces.take(),
-            ElementsAre(MatchesRegex(R"(-\[XTExtendedObjectInfo initWithDataSet:extended:\])"
-                                     R"( \(self=0x.*\))"),
-                        "Error in PTP data set - quickFingerprint is 0"));
-      }
-    }
+  for (const auto& [height, print] : {std::pair(0U, 0), {1U, 0}, {1U, 1}}) {
+    test::TraceRecorder traces;
+    auto info = XTExtendedObjectInfo::initExtended();
+    info.setImagePixHeight(height);
+    info.setQuickFingerPrint({static_cast<std::uint8_t>(print)});
+    EXPECT_TRUE(read(info.dataSetWithByteOrder(kPTPByteOrder).data(), true) == info);
+    const auto lines = traces.take();
+    EXPECT_EQ(lines.size(), height == 1 && print == 0 ? 2U : 0U);
+    if (lines.empty()) continue;
+    EXPECT_THAT(lines,
+                testing::ElementsAre(
+                    testing::MatchesRegex(R"(-\[XTExtendedObjectInfo initWithDataSet:extended:\])"
+                                          R"( \(self=0x.*\))"),
+                    "Error in PTP data set - quickFingerprint is 0"));
   }
 }
 
@@ -194,24 +132,16 @@ TEST(ObjectInfo, ReadsFingerprintsOfAnotherLengthAsZero) {
 }
 
 TEST(ObjectInfo, IsADirectFavoriteOnlyWhenEverythingSaysSo) {
-  const struct {
-    bool extended;
-    std::uint16_t format;
-    const char* name;
-    XTUInt128 source;
-    bool isFavorite;
-  } rows[] = {
+  const std::tuple<bool, std::uint16_t, const char*, XTUInt128, bool> rows[] = {
       {true, 0xB802, "FAV1.JPG", {1}, true},   {true, 0xB803, "FAV", {1}, true},
       {false, 0xB802, "FAV1.JPG", {1}, false}, {true, 0x3801, "FAV1.JPG", {1}, false},
-      {true, 0xB802, "fav1.jpg", {1}, false},  {true, 0xB802, "1FAV.JPG", {1}, false},
-      {true, 0xB802, "FAV1.JPG", {}, false},
-  };
-  for (const auto& row : rows) {
-    auto info = row.extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
-    info.setObjFmtCode(row.format);
-    info.setFileName(row.name);
-    info.setBBSourceQFP(row.source);
-    EXPECT_EQ(info.isDirectFavoriteInfo(), row.isFavorite) << row.format << row.name;
+      {true, 0xB802, "fav1.jpg", {1}, false},  {true, 0xB802, "FAV1.JPG", {}, false}};
+  for (const auto& [extended, format, name, source, isFavorite] : rows) {
+    auto info = extended ? XTExtendedObjectInfo::initExtended() : XTExtendedObjectInfo();
+    info.setObjFmtCode(format);
+    info.setFileName(name);
+    info.setBBSourceQFP(source);
+    EXPECT_EQ(info.isDirectFavoriteInfo(), isFavorite) << format << name;
   }
 }
 

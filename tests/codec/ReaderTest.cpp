@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -23,8 +21,6 @@ using test::hexBytes;
 using test::hexText;
 using test::raised;
 using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::MatchesRegex;
 using ::testing::StartsWith;
 
 using Bytes = std::vector<std::byte>;
@@ -51,32 +47,30 @@ const std::vector<std::uint32_t> kU32 = {2147483654};
 const std::vector<FormRow>& formRows() {
   static const std::vector<FormRow> rows = {
       {kPTPInt8, "81", "81", "-127", nullptr},
-      {kPTPUInt8, "82", "82", "130", [](auto& set) { set.storeByte(130); }},
-      {kPTPInt16, "0380", "8003", "-32765", [](auto& set) { set.storeSInt16(-32765); }},
-      {kPTPUInt16, "0480", "8004", "32772", [](auto& set) { set.storeUInt16(32772); }},
-      {kPTPInt32, "05000080", "80000005", "-2147483643",
-       [](auto& set) { set.storeSInt32(kS32[0]); }},
-      {kPTPUInt32, "06000080", "80000006", "2147483654",
-       [](auto& set) { set.storeUInt32(kU32[0]); }},
+      {kPTPUInt8, "82", "82", "130", [](auto& s) { s.storeByte(130); }},
+      {kPTPInt16, "0380", "8003", "-32765", [](auto& s) { s.storeSInt16(-32765); }},
+      {kPTPUInt16, "0480", "8004", "32772", [](auto& s) { s.storeUInt16(32772); }},
+      {kPTPInt32, "05000080", "80000005", "-2147483643", [](auto& s) { s.storeSInt32(kS32[0]); }},
+      {kPTPUInt32, "06000080", "80000006", "2147483654", [](auto& s) { s.storeUInt32(kU32[0]); }},
       {kPTPUInt64, "0800000000000080", "8000000000000008", "9223372036854775816",
-       [](auto& set) { set.storeUInt64(9223372036854775816U); }},
+       [](auto& s) { s.storeUInt64(9223372036854775816U); }},
       {kPTPArrayOfInt8, "02000000ff01", "00000002ff01", "[255, 1]", nullptr},  // unsigned, intended
       {kPTPArrayOfUInt8, "03000000818283", "00000003818283", "[129, 130, 131]",
-       [](auto& set) { set.storeByteArray(kBytes); }},
+       [](auto& s) { s.storeByteArray(kBytes); }},
       {kPTPArrayOfInt16, "0200000001800200", "0000000280010002", "[-32767, 2]",
-       [](auto& set) { set.storeSInt16Array(kS16); }},
+       [](auto& s) { s.storeSInt16Array(kS16); }},
       {kPTPArrayOfUInt16, "0200000003800400", "0000000280030004", "[32771, 4]",
-       [](auto& set) { set.storeUInt16Array(kU16); }},
+       [](auto& s) { s.storeUInt16Array(kU16); }},
       {kPTPArrayOfInt32, "0100000005000080", "0000000180000005", "[-2147483643]",
-       [](auto& set) { set.storeSInt32Array(kS32); }},
+       [](auto& s) { s.storeSInt32Array(kS32); }},
       {kPTPArrayOfUInt32, "0100000006000080", "0000000180000006", "[2147483654]",
-       [](auto& set) { set.storeUInt32Array(kU32); }},
+       [](auto& s) { s.storeUInt32Array(kU32); }},
       {kPTPArrayOfInt64, "010000000700000000000080", "000000018000000000000007",
        "[-9223372036854775801]", nullptr},
       {kPTPArrayOfUInt64, "010000000800000000000080", "000000018000000000000008",
        "[9223372036854775816]", nullptr},
       {kPTPString, "036100ac200000", "03006120ac0000", "\"a\u20ac\"",
-       [](auto& set) { set.storeString("a\u20ac"); }},
+       [](auto& s) { s.storeString("a\u20ac"); }},
   };
   return rows;
 }
@@ -133,7 +127,6 @@ TEST(Reader, EndsAStringAtItsLastZero) {
   using namespace std::string_literals;
   const std::vector<std::tuple<const char*, std::string, std::uint32_t>> rows = {
       {"00 6100", "", 1},                                 // no units, the rest is not looked at
-      {"01 0000", "", 3},                                 // a terminator alone
       {"01 6100", "a", 3},                                // no terminator at all
       {"03 6100 6200 0000 6300", "ab", 7},                // the usual form
       {"04 6100 0000 6200 0000", "a\0b"s, 9},             // an early zero stays inside
@@ -151,38 +144,37 @@ TEST(Reader, EndsAStringAtItsLastZero) {
 }
 
 constexpr const char* kSixteen = "000102030405060708090a0b0c0d0e0f";
-constexpr const char* kZeros = "00000000000000000000000000000000";
-
 TEST(Reader, ReadsA128BitValueFromSixteenBytesAndElseZero) {
-  const std::string wrongLength =
-      "Error in PTP data set - UInt128 stored as UInt8Array but has incorrect length of ";
   const std::string sixteen = kSixteen;
-  const std::vector<std::tuple<std::string, std::string, std::uint32_t, std::string>> rows = {
-      {"10000000" + sixteen, kSixteen, 20, ""},
-      {"00000000 ff", kZeros, 4, ""},
-      {"08000000 0102030405060708 ff", kZeros, 12, wrongLength + "8"},
-      {"11000000" + sixteen + "10", kZeros, 21, wrongLength + "17"},
-      {"10000000 ff", kZeros, 20, ""},                          // runs past the end
-      {"ffffffff ff", kZeros, 0xFFFFFFFF, wrongLength + "-1"},  // does not wrap
+  // The position behind it, and which wrong length is traced.
+  const std::tuple<std::string, bool, std::uint32_t, std::string> rows[] = {
+      {"10000000" + sixteen, true, 20, ""},
+      {"00000000 ff", false, 4, ""},
+      {"08000000 0102030405060708 ff", false, 12, "8"},
+      {"11000000" + sixteen + "10", false, 21, "17"},
+      {"10000000 ff", false, 20, ""},            // runs past the end
+      {"ffffffff ff", false, 0xFFFFFFFF, "-1"},  // does not wrap
   };
   test::TraceRecorder traces;
-  for (const auto& [wire, value, position, trace] : rows) {
+  for (const auto& [wire, isRead, position, wrong] : rows) {
     const Bytes bytes = hexBytes(wire);
     XTPTPDataSet set = reader(bytes);
     XTUInt128 read;
     read.fill(0xEE);
     set.scanUInt128FromUInt8Array(read);
-    EXPECT_EQ(hexText(std::as_bytes(std::span(read))), value) << wire;
+    EXPECT_EQ(XTUInt128AsHexString(read), isRead ? sixteen : "") << wire;
     EXPECT_EQ(set.position(), position) << wire;
     const auto lines = traces.take();
-    EXPECT_EQ(lines.empty() ? "" : lines.back(), trace) << wire;
+    EXPECT_EQ(lines.empty(), wrong.empty());
+    EXPECT_TRUE(wrong.empty() || lines.back() ==
+                                     "Error in PTP data set - UInt128 stored as "
+                                     "UInt8Array but has incorrect length of " +
+                                         wrong);
   }
 }
 
 TEST(Reader, ReversesWhole128BitValuesButNeverThoseInArrays) {
   XTUInt128 value;
-  reader(hexBytes(kSixteen), 1).scanUInt128(value);
-  EXPECT_EQ(XTUInt128AsHexString(value), kSixteen);
   reader(hexBytes(kSixteen), 0).scanUInt128(value);
   EXPECT_EQ(XTUInt128AsHexString(value), "0f0e0d0c0b0a09080706050403020100");
   reader(hexBytes(std::string("00000010") + kSixteen), 0).scanUInt128FromUInt8Array(value);
@@ -216,13 +208,6 @@ TEST(Reader, OwnsOrBorrowsItsBytes) {
   EXPECT_EQ(copied.scanUInt32(), 0x01020304U);
   EXPECT_EQ(reader(bytes).buffer(), bytes.data());
 
-  void* given = std::malloc(2);
-  std::memset(given, 0x55, 2);
-  // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): the data set frees it
-  XTPTPDataSet owning = XTPTPDataSet::ptpDataSetWithBytesNoCpy(given, 1, 2, true);
-  XTPTPDataSet moved = std::move(owning);
-  EXPECT_EQ(moved.scanUInt16(), 0x5555);
-
   auto record = std::make_shared<Bytes>(bytes);
   const std::weak_ptr<Bytes> watched = record;
   {
@@ -241,10 +226,100 @@ TEST(Reader, GivesTheBytesBeforeThePosition) {
     EXPECT_EQ(hexText(set.data()), before);
     set.skip(3);
   }
-  XTPTPDataSet none = XTPTPDataSet::ptpDataSetWithBytesNoCpy(nullptr, 1, 10, false);
-  EXPECT_TRUE(none.isEmpty());
-  EXPECT_EQ(none.scanUInt64(), 0U);
-  EXPECT_EQ(hexText(none.data()), "");
+  EXPECT_TRUE(XTPTPDataSet::ptpDataSetWithBytesNoCpy(nullptr, 1, 10, false).isEmpty());
+}
+
+constexpr const char* kGUID = "A0B1C2D3-E4F5-0617-2839-4A5B6C7D8E9F";
+constexpr const char* kGUIDDigits = "a0b1c2d3e4f5061728394a5b6c7d8e9f";
+
+XTMutablePTPDataSet writer(std::int32_t byteOrder = kPTPByteOrder) {
+  return XTMutablePTPDataSet::dataSetWithByteOrder(byteOrder);
+}
+
+TEST(Writer, Stores128BitValuesAndGUIDs) {
+  XTUInt128 value = {};
+  ASSERT_TRUE(XTHexStringAsUInt128(kSixteen, &value));
+  XTMutablePTPDataSet set = writer(0);
+  set.storeUInt128(value);  // the first four of the reversed bytes
+  set.storeUInt128ToUInt8Array(value);
+  set.storeGUID(kGUID);
+  set.storeString("");
+  EXPECT_EQ(hexText(set.bytes()),
+            "0f0e0d0c00000010" + std::string(kSixteen) + "00000010" + kGUIDDigits + "00");
+  set = writer();
+  set.storeUInt128(value);
+  set.appendBytes("xyz", 3);
+  EXPECT_EQ(hexText(set.bytes()), "0001020378797a");
+}
+
+TEST(Writer, CountsUTF16UnitsAndWrapsTheCountOfALongString) {
+  std::string pairs;
+  for (int i = 0; i < 127; ++i)
+    pairs += "\U0001F600";  // two units each
+  const std::tuple<std::string, std::string, std::size_t> rows[] = {
+      {"a", "02", 1}, {pairs, "ff", 254}, {std::string(1000, 'a'), "00", 255}};
+  for (const auto& [text, count, units] : rows) {
+    XTMutablePTPDataSet set = writer();
+    set.storeString(text);
+    EXPECT_EQ(hexText(set.bytes()).substr(0, 2), count) << units;
+    EXPECT_EQ(hexText(set.bytes()).substr(2 + 4 * units), "0000") << units;
+    if (count == "00") continue;  // the count no longer tells the length
+    set.setPosition(0);
+    EXPECT_EQ(set.scanString(), text);
+  }
+}
+
+TEST(Writer, TakesTextThatIsNoGUIDForNone) {
+  const std::string guid = kGUID;
+  test::TraceRecorder traces;
+  for (const auto& text : {std::string(), guid + "0", "{" + guid + "}", std::string(kGUIDDigits),
+                           "G" + guid.substr(1), guid + '\0'}) {
+    XTMutablePTPDataSet set = writer();
+    set.storeGUID(text);
+    EXPECT_EQ(hexText(set.bytes()), "00000000") << text;
+    EXPECT_THAT(traces.take(), ElementsAre(StartsWith("-[XTMutablePTPDataSet storeGUID:] (self=0x"),
+                                           "storeGUID could not make a guid from " +
+                                               text.substr(0, text.find('\0'))));
+  }
+  EXPECT_EQ(raised([&] { writer().storeGUID(std::nullopt); }),
+            "NSInternalInconsistencyException: Invalid parameter not satisfying: _val");
+}
+
+TEST(Writer, PadsOnlyPayloadsThatEndAContainerOnAMultipleOf64) {
+  test::TraceRecorder traces;
+  for (std::uint32_t length = 0; length <= 120; ++length) {
+    const bool padded = length == 52 || length == 116;
+    std::vector<std::byte> data(length, std::byte{0xAA});
+    XTMutablePTPDataSet set = writer();
+    set.appendBytes(data.data(), length);
+    EXPECT_EQ(set.adjustToAvoidModulo64PayloadSize(), padded) << length;
+    EXPECT_EQ(set.length(), length + (padded ? 1 : 0));
+    data = dataAdjustedToAvoidModulo64PayloadSize(std::move(data));
+    EXPECT_EQ(hexText(data), hexText(set.bytes()));
+  }
+  EXPECT_THAT(traces.take(), ElementsAre("objectData payload size adjusted to 53",
+                                         "objectData payload size adjusted to 117"));
+}
+
+TEST(UInt128, GoesBothWaysAndRefusesEveryOtherText) {
+  const std::string digits = "00ff10a9b8c7d6e5f403122130405060";
+  EXPECT_EQ(XTUInt128AsHexString({}), "");
+  XTUInt128 digest = {};
+  for (const auto& text : {digits, std::string("00FF10A9B8C7D6E5F403122130405060")}) {
+    EXPECT_TRUE(XTHexStringAsUInt128(text, &digest));
+    EXPECT_EQ(XTUInt128AsHexString(digest), digits);
+  }
+  for (const auto& text : {std::string(), digits.substr(1), digits + "0", "0x" + digits})
+    EXPECT_FALSE(XTHexStringAsUInt128(text, &digest)) << text;
+  for (const char wrong : {'g', 'G', '/', ':', '@', '`', '\0', '\x80'}) {
+    digest.fill(0xEE);
+    EXPECT_FALSE(XTHexStringAsUInt128(wrong + digits.substr(1), &digest)) << wrong;
+    EXPECT_FALSE(XTHexStringAsUInt128(digits.substr(0, 31) + wrong, &digest)) << wrong;
+    EXPECT_TRUE(XTUInt128AsHexString(digest).starts_with(digits.substr(0, 30)));
+  }
+  const std::string prefix = "NSInternalInconsistencyException: Invalid parameter not satisfying: ";
+  EXPECT_EQ(raised([&] { XTHexStringAsUInt128(std::nullopt, &digest); }), prefix + "hexString");
+  EXPECT_EQ(raised([&] { XTHexStringAsUInt128(digits, nullptr); }), prefix + "digest");
 }
 
 TEST(HostileData, AReadBeyondTheEndNamesItsRange) {
@@ -266,7 +341,7 @@ TEST(HostileData, AReadBeyondTheEndNamesItsRange) {
   }
   XTUInt128 wide;
   EXPECT_THAT(raised([&] { reader(Bytes(15)).scanUInt128(wide); }),
-              HasSubstr("location=0, length=16 "));
+              testing::HasSubstr("location=0, length=16 "));
 }
 
 TEST(HostileData, AReadBeyondTheEndIsTracedAndLeavesThePositionBehindWhatWasRead) {
@@ -274,7 +349,7 @@ TEST(HostileData, AReadBeyondTheEndIsTracedAndLeavesThePositionBehindWhatWasRead
   EXPECT_NE(raised([] { XTMutablePTPDataSet().scanByte(); }), "");
   EXPECT_THAT(
       traces.take(),
-      ElementsAre(MatchesRegex("-\\[XTMutablePTPDataSet getBytes:range:\\] \\(self=0x.+"),
+      ElementsAre(testing::MatchesRegex("-\\[XTMutablePTPDataSet getBytes:range:\\] \\(self=0x.+"),
                   "out of bounds error: location=0, length=1 extends beyond buffer size = 0"));
   const auto bytes = hexBytes("05000000 0102");
   XTPTPDataSet set = reader(bytes);

@@ -1,9 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <set>
+#include <algorithm>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
@@ -17,7 +17,6 @@ namespace {
 using test::hexBytes;
 using test::hexText;
 using test::raised;
-using ::testing::ElementsAre;
 using ::testing::StartsWith;
 
 using Bytes = std::vector<std::byte>;
@@ -161,78 +160,34 @@ TEST(RecordJSON, RaisesForBytesThatEndAnywhereBeforeTheEnd) {
   }
 }
 
-TEST(RecordJSON, TakesNoTypesDocumentForAnothersUnlessItIsOne) {
-  const std::set<std::pair<std::string, std::string>> alike = {
-      {"extobjectinfo", "objectinfo"},  // the extension's fields are zero and empty
-      {"string", "guid"},
-      {"uint32array", "uint16array"},
-  };
-  for (const auto& type : rows()) {
-    for (const auto& row : rows()) {
-      const std::string exception =
-          raised([&] { encoded(type.type, PropertyDictionary::parse(row.json)); });
-      const bool fits = &type == &row || alike.contains({type.type, row.type});
-      EXPECT_EQ(exception.empty(), fits) << type.type << ' ' << row.type << ' ' << exception;
-    }
-  }
-}
-
-TEST(RecordJSON, WritesZeroAndEmptyForAbsentKeys) {
-  const std::string noGUID = "00000000-0000-0000-0000-000000000000";
-  for (const char* type : {"deviceinfo", "objectinfo", "extobjectinfo", "storageinfo", "group",
-                           "emailorder", "printorder", "transferorder"}) {
-    const PropertyDictionary json = decoded(type, encoded(type, PropertyDictionary::object()));
-    EXPECT_GE(json.size(), 3U);
-    for (const auto& [key, value] : json.items()) {
-      const PropertyDictionary nothing[] = {0, "", PropertyDictionary::array(), noGUID,
-                                            PropertyDictionary::array({0})};
-      EXPECT_THAT(nothing, ::testing::Contains(value)) << type << ' ' << key;
-    }
-  }
-}
-
 TEST(RecordJSON, RefusesWhatCannotBeWrittenAndNamesTheKey) {
   const std::string tooLong(255, 'x');
-  const struct {
-    const char* type;
-    PropertyDictionary json;
-    std::string reason;
-  } refused[] = {
+  const std::string isTooLong = " is too long: at most 254 UTF-16 units can be written";
+  const std::tuple<const char*, PropertyDictionary, std::string> refused[] = {
       {"objectinfo", {{"filename", "a"}}, "\"filename\" is no key of this record"},
       {"objectinfo", {{"objFmtCode", 65536}}, "objFmtCode must be a whole number from 0 to 65535"},
-      {"objectinfo", {{"seqNum", 1.0}}, "seqNum must be a whole number from 0 to 4294967295"},
       {"objectinfo", {{"fileName", 1}}, "fileName must be a text"},
-      {"objectinfo",
-       {{"fileName", tooLong}},
-       "fileName is too long: at most 254 UTF-16 units can be written"},
+      {"objectinfo", {{"fileName", tooLong}}, "fileName" + isTooLong},
       {"extobjectinfo",
        {{"bbSourceQFP", "00"}},
        "bbSourceQFP must be a text of 32 hexadecimal digits"},
-      {"extobjectinfo", {{"albumList", 1}}, "albumList must be an array"},
       {"extobjectinfo",
        {{"albumList", {4294967296}}},
        "albumList must be a whole number from 0 to 4294967295"},
       {"storageinfo",
        {{"maxCapacity", -1}},
        "maxCapacity must be a whole number from 0 to 18446744073709551615"},
-      {"contact",
-       {{"XTPTPObjectHandleKey", 1}},
-       "\"XTPTPObjectHandleKey\" is no key of this record"},
-      {"contact",
-       {{"kABAddressStreetKey", "a\r" + tooLong}},
-       "kABAddressStreetKey is too long: at most 254 UTF-16 units can be written"},
+      {"contact", {{"kABAddressStreetKey", "a\r" + tooLong}}, "kABAddressStreetKey" + isTooLong},
       {"printorder",
        {{"XTOrderAssetHandlesListKey", {1, 2}}},
        "XTOrderAssetHandlesListKey must hold one handle"},
       {"propdesc", {{"writable", 1}}, "writable must be true or false"},
       {"guid", "0011",
-       "the document must be a GUID, 00112233-4455-6677-8899-AABBCCDDEEFF for "
-       "example"},
+       "the document must be a GUID, 00112233-4455-6677-8899-AABBCCDDEEFF for example"},
   };
   for (const auto& row : refused) {
-    EXPECT_EQ(raised([&] { encoded(row.type, row.json); }),
-              "NSInvalidArgumentException: " + row.reason)
-        << row.type << ' ' << row.json;
+    EXPECT_EQ(raised([&] { encoded(std::get<0>(row), std::get<1>(row)); }),
+              "NSInvalidArgumentException: " + std::get<2>(row));
   }
   EXPECT_EQ(encoded("string", std::string(254, 'x')).size(), 1U + 2 * 255);
   const std::string line(254, 'x');  // each counts for itself, and the third is not written
@@ -263,23 +218,14 @@ const std::vector<ValueRow>& valueRows() {
       {0x0001, "80", -128, {-129, 128, "1", 1.5}},
       {0x0002, "ff", 255, {-1, 256, true}},
       {0x0003, "0080", -32768, {-32769, 32768}},
-      {0x0004, "ffff", 65535, {-1, 65536}},
-      {0x0005, "00000080", -2147483648, {-2147483649, 2147483648}},
       {0x0006, "ffffffff", 4294967295, {-1, 4294967296}},
       {0x0007, "0000000000000080", INT64_MIN, {9223372036854775808U, 1e300}},
       {0x0008, "ffffffffffffffff", UINT64_MAX, {-1}},
-      {0x0009, "000102030405060708090a0b0c0d0e0f", digits, {"00", 1}},
-      {0x000A, "000102030405060708090a0b0c0d0e0f", digits, {digits + "0"}},
+      {0x000A, "000102030405060708090a0b0c0d0e0f", digits, {digits + "0", "00", 1}},
       {0x4001, "02000000 ff01", {255, 1}, {{-1}, 1}},  // unsigned, intended
-      {0x4002, "02000000 ff01", {255, 1}, {{-1}, {256}}},
       {0x4003, "01000000 ffff", {-1}, {{32768}}},
-      {0x4004, "01000000 ffff", {65535}, {{-1}, {"1"}}},
-      {0x4005, "01000000 ffffffff", {-1}, {{2147483648}}},
-      {0x4006, "01000000 ffffffff", {4294967295}, {{-1}}},
-      {0x4007, "01000000 ffffffffffffffff", {-1}, {{9223372036854775808U}}},
       {0x4008, "01000000 ffffffffffffffff", {UINT64_MAX}, {{-1}}},
       {0x4009, "01000000 000102030405060708090a0b0c0d0e0f", {digits}, {{"0"}, digits}},
-      {0x400A, "00000000", PropertyDictionary::array(), {{1}}},
       {0xFFFF, "03 6100 0a00 0000", "a\n", {1, std::string(255, 'x')}},
   };
   return all;
@@ -292,107 +238,86 @@ std::string wordHex(std::uint16_t value) {
 TEST(PropertyDescription, HoldsValuesOfEveryDatatypeInEveryForm) {
   for (const auto& row : valueRows()) {
     const std::string value = row.bytes;
-    PropertyDictionary json = {{"code", 0x5001},
-                               {"datatype", row.datatype},
-                               {"writable", true},
-                               {"current", row.value},
-                               {"form", "none"}};
-    json["factoryDefault"] = row.value;
     const std::string beginning = "0150" + wordHex(row.datatype) + "01" + value + value;
-    const auto check = [&](const std::string& form) {
+    PropertyDictionary none = {{"code", 0x5001}, {"datatype", row.datatype}, {"writable", true}};
+    none["current"] = none["factoryDefault"] = row.value;
+    auto range = none;
+    auto enumeration = none;
+    none["form"] = "none";
+    range["form"] = "range";
+    range["minimum"] = range["maximum"] = range["step"] = row.value;
+    enumeration["form"] = "enumeration";
+    enumeration["values"] = {row.value, row.value};
+    for (const auto& [json, form] : {std::pair(none, std::string("00")),
+                                     {enumeration, "02 0200" + value + value},
+                                     {range, "01" + value + value + value}}) {
       const Bytes bytes = hexBytes(beginning + form);
       EXPECT_EQ(hexText(encoded("propdesc", json)), hexText(bytes)) << json;
       EXPECT_EQ(decoded("propdesc", bytes), json);
-      for (std::size_t length = 0; length < bytes.size(); ++length) {
-        const Bytes cut(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length));
-        EXPECT_THAT(raised([&] { decoded("propdesc", cut); }), StartsWith("NSRangeException: "))
-            << json << length;
-      }
-    };
-    check("00");
-    json["form"] = "enumeration";
-    json["values"] = {row.value, row.value};
-    check("02 0200" + value + value);
-    json.erase("values");
-    json["form"] = "range";
-    for (const char* key : {"minimum", "maximum", "step"})
-      json[key] = row.value;
-    check("01" + value + value + value);
+    }
     for (const auto& unfit : row.unfit) {
-      json["step"] = unfit;
-      EXPECT_THAT(raised([&] { encoded("propdesc", json); }),
+      range["step"] = unfit;
+      EXPECT_THAT(raised([&] { encoded("propdesc", range); }),
                   StartsWith("NSInvalidArgumentException: step "))
-          << json;
+          << range;
     }
   }
 }
 
 TEST(PropertyDescription, RefusesDatatypesAndFormsThatDoNotExist) {
-  const std::string assertion = "NSInternalInconsistencyException: ";
-  for (const std::uint16_t datatype : {0x0000, 0x000B, 0x4000, 0x400B, 0x8001, 0xFFFE}) {
-    const std::string expected = assertion + "Unexpected datatype " + std::to_string(datatype);
-    const Bytes bytes = hexBytes("0150" + wordHex(datatype) + std::string(64, '0'));
-    EXPECT_EQ(raised([&] { decoded("propdesc", bytes); }), expected);
-    const PropertyDictionary json = {
-        {"code", 1}, {"datatype", datatype}, {"factoryDefault", 1}, {"current", 1}};
-    EXPECT_EQ(raised([&] { encoded("propdesc", json); }), expected);
-  }
+  const std::string assertion = "NSInternalInconsistencyException: Unexpected ";
+  const PropertyDictionary json = {
+      {"code", 1}, {"datatype", 0x400B}, {"factoryDefault", 1}, {"current", 1}};
+  EXPECT_EQ(raised([&] { encoded("propdesc", json); }), assertion + "datatype 16395");
+  EXPECT_EQ(raised([] { decoded("propdesc", hexBytes("0150 0b40 00 50 32 03")); }),
+            assertion + "datatype 16395");
   EXPECT_EQ(raised([] { decoded("propdesc", hexBytes("0150 0200 00 50 32 03")); }),
-            assertion + "Unexpected form 3");
+            assertion + "form 3");
 }
 
 TEST(PropertyDescription, IsWrittenOnlyWithTheValuesOfItsForm) {
-  const PropertyDictionary range = {{"code", 1},    {"datatype", 2},   {"factoryDefault", 0},
-                                    {"current", 0}, {"form", "range"}, {"minimum", 0},
-                                    {"maximum", 9}, {"step", 1}};
   const auto refusal = [](const PropertyDictionary& json) {
-    return raised([&] { encoded("propdesc", json); });
+    const std::string exception = raised([&] { encoded("propdesc", json); });
+    return exception.substr(std::min(exception.size(), exception.find(": ") + 2));
   };
-  const std::string prefix = "NSInvalidArgumentException: ";
-  EXPECT_EQ(refusal(range), "");
+  auto json = PropertyDictionary::parse(
+      R"({"code": 1, "datatype": 2, "factoryDefault": 0, "current": 0, "form": "range",
+          "minimum": 0, "maximum": 9, "step": 1})");
+  EXPECT_EQ(refusal(json), "");
   for (const char* key : {"code", "datatype", "factoryDefault", "current", "step"}) {
-    auto json = range;
-    json.erase(key);
-    EXPECT_EQ(refusal(json), prefix + key + " is missing");
+    auto lacking = json;
+    lacking.erase(key);
+    EXPECT_EQ(refusal(lacking), std::string(key) + " is missing");
   }
-  auto json = range;
   json.erase("form");  // none, which has no values
-  EXPECT_EQ(refusal(json), prefix + "\"maximum\" is no key of this record");
-  json["form"] = "list";
-  EXPECT_EQ(refusal(json), prefix + "form must be \"none\", \"range\" or \"enumeration\"");
-  json = {{"code", 1}, {"datatype", 2}, {"factoryDefault", 0}, {"current", 0}};
+  EXPECT_EQ(refusal(json), "\"maximum\" is no key of this record");
+  for (const char* key : {"minimum", "maximum", "step"})
+    json.erase(key);
   EXPECT_EQ(hexText(encoded("propdesc", json)), "0100020000000000");
+  json["form"] = "list";
+  EXPECT_EQ(refusal(json), "form must be \"none\", \"range\" or \"enumeration\"");
   json["form"] = "enumeration";
-  EXPECT_EQ(refusal(json), prefix + "values is missing");
+  EXPECT_EQ(refusal(json), "values is missing");
   json["values"] = std::vector<int>(65536);
-  EXPECT_EQ(refusal(json), prefix + "values must not have more than 65535 elements");
-
-  PTPPropertyDescription description;
-  description.datatype = kPTPUInt8;
-  description.factoryDefault = description.current = 0;
-  description.form = PTPPropertyDescription::Form::kRange;
-  EXPECT_EQ(raised([&] { dataSetFromPropertyDescription(description); }),
-            prefix + "a range must have a minimum, a maximum and a step");
+  EXPECT_EQ(refusal(json), "values must not have more than 65535 elements");
 }
 
 TEST(Records, TraceTheirFieldsOneByOneUntilTheBytesEnd) {
   test::TraceRecorder traces;
-  Bytes bytes = hexBytes("0300 0200 0100 ffffffffffffffff 0000000001000000 ffffffff");
+  Bytes bytes = hexBytes("0300 0200 0100 ffffffffffffffff 0000000001000000");
   auto dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
-  scanStorageInfo(dataSet);
-  EXPECT_THAT(traces.take(), ElementsAre("StorageInfo.storageType: 3", "StorageInfo.fileSymType: 2",
-                                         "StorageInfo.accessCapability: 1",
-                                         "StorageInfo.maxCapacity: 18446744073709551615",
-                                         "StorageInfo.freeSpaceInBytes: 4294967296",
-                                         "StorageInfo.freeSpaceInImages: 4294967295"));
+  EXPECT_FALSE(raised([&] { scanStorageInfo(dataSet); }).empty());
+  auto lines = traces.take();
+  lines.resize(5);
+  EXPECT_THAT(lines,
+              testing::ElementsAre("StorageInfo.storageType: 3", "StorageInfo.fileSymType: 2",
+                                   "StorageInfo.accessCapability: 1",
+                                   "StorageInfo.maxCapacity: 18446744073709551615",
+                                   "StorageInfo.freeSpaceInBytes: 4294967296"));
   bytes = hexBytes("0100 0200 03000000 04000000 05000000 06000000 07000000 ffffffff");
   dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
   scanAddressBookInfo(dataSet);
   EXPECT_EQ(traces.take().back(), "AddressBookInfo.maxGroupNameLengthInBytes: -1");
-  bytes.resize(3);
-  dataSet = XTPTPDataSet::ptpDataSetWithBytesNoCpy(bytes, kPTPByteOrder);
-  EXPECT_FALSE(raised([&] { scanAddressBookInfo(dataSet); }).empty());
-  EXPECT_EQ(traces.take().front(), "AddressBookInfo.version: 1");
 }
 
 }  // namespace

@@ -2,46 +2,37 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "identify/DeviceInfoSupport.h"
+#include "identify/GetICAVolumeFromUSBLocation.h"
 #include "tests/support/PictureDeviceTestRoom.h"
+#include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
 namespace {
 
-namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::Optional;
 
 /// An agent bundle whose model table lists product id 0x0A21, and volumes with and without marker.
 class DeviceInfo : public testing::Test {
  protected:
   DeviceInfo() {
-    fs::create_directories(folder_ / "Resources");
-    std::ofstream(folder_ / "Resources/ggcam.inf")
-        << "[Models.NTx86]\r\n%MfgName%=QRS.Camera,USB.VID_F055&PID_0A21\r\n";
-    fs::create_directories(folder_ / "volumes/CARD/MISC");
-    std::ofstream(folder_ / "volumes/CARD/MISC/IREVIEW.DB") << "x";
-    room_.maker.agentBundlePath = folder_.string();
-    room_.mounts = FakeMountTable((folder_ / "volumes").string());
+    folder_.write("Resources/ggcam.inf",
+                  "[Models.NTx86]\r\n%MfgName%=QRS.Camera,USB.VID_F055&PID_0A21\r\n");
+    folder_.write("volumes/CARD/MISC/IREVIEW.DB", "x");
+    room_.maker.agentBundlePath = folder_.path();
+    room_.mounts = FakeMountTable(folder_.path("volumes"));
   }
-  ~DeviceInfo() override { fs::remove_all(folder_); }
 
-  struct Info {
-    std::string type = "unset";
-    std::int32_t locID = 77;
-    std::string path = "unset";
-    friend bool operator==(const Info&, const Info&) = default;
-    friend void PrintTo(const Info& info, std::ostream* out) {
-      *out << info.type << ", " << info.locID << ", " << info.path;
-    }
-  };
+  /// Type, location and path.
+  using Info = std::tuple<std::string, std::int32_t, std::string>;
   Info infoFor(const std::shared_ptr<XTPictureDevice>& device) {
     const SupportedModels models(room_.maker);
-    Info info;
-    DeviceInfoSupport::getInfoForDevice(device, &info.type, &info.locID, &info.path);
+    Info info = kUnset;
+    auto& [type, location, path] = info;
+    DeviceInfoSupport::getInfoForDevice(device, &type, &location, &path);
     return info;
   }
   std::shared_ptr<XTImageCaptureMSCDevice> massStorage(const char* volume,
@@ -52,75 +43,113 @@ class DeviceInfo : public testing::Test {
                                                   nullptr);
   }
 
-  fs::path folder_ = fs::path(testing::TempDir()) / "device-info-bundle";
+  const Info kUnset{"unset", 77, "unset"};
+  TemporaryFolder folder_;
   PictureDeviceTestRoom room_;
   int units_ = 0;
 };
 
 TEST_F(DeviceInfo, OfAPTPCameraComesFromItsDictionaryWhenTheModelIsSupported) {
-  const struct {
-    std::uint32_t idVendor;
-    std::uint32_t idProduct;
-    Info expected;
-  } rows[] = {
-      {0xF055, 0x0A21, {"PTP", -98566144, ""}},
-      {0xF055, 0x0311, {"PTP", -98566144, ""}},
-      {0xF055, 0x0312, {"", 77, "unset"}},
-      {0x04A9, 0x0A21, {"", 77, "unset"}},
-  };
-  for (const auto& row : rows) {
+  for (const auto& [idVendor, idProduct] :
+       {std::pair(0xF055U, 0x0A21U), {0xF055U, 0x0311U}, {0xF055U, 0x0312U}, {0x04A9U, 0x0A21U}}) {
     const auto& camera = room_.ica.addPTPCamera(
-        {.idVendor = row.idVendor, .idProduct = row.idProduct, .locationID = 0xFA200000});
-    EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)), row.expected)
-        << std::hex << row.idProduct;
+        {.idVendor = idVendor, .idProduct = idProduct, .locationID = 0xFA200000});
+    const bool isSupported = idVendor == 0xF055 && idProduct != 0x0312;
+    EXPECT_EQ(infoFor(XTImageCapturePTPDevice::withICAObject(camera.object, nullptr)),
+              (isSupported ? Info{"PTP", -98566144, ""} : Info{"", 77, "unset"}))
+        << std::hex << idProduct;
   }
 }
 
 TEST_F(DeviceInfo, OfMassStorageHasItsVolumeWhateverItsType) {
-  const struct {
-    const char* volume;
-    std::uint32_t idProduct;
-    const char* type;
-  } rows[] = {{"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
-  for (const auto& row : rows) {
-    const auto device = massStorage(row.volume, row.idProduct);
-    EXPECT_EQ(infoFor(device),
-              (Info{row.type, -98566144, (folder_ / "volumes" / row.volume).string()}));
+  const std::tuple<const char*, std::uint32_t, const char*> rows[] = {
+      {"CARD", 0x40B, "MSC"}, {"CARD", 0x40C, "card"}, {"STICK", 0x40C, ""}};
+  for (const auto& [volume, idProduct, type] : rows) {
+    const auto device = massStorage(volume, idProduct);
+    EXPECT_EQ(infoFor(device), (Info{type, -98566144, folder_.path("volumes/") + volume}));
     EXPECT_EQ(DeviceInfoSupport::isValidPVC(*device), device->isMSCamera());
-    EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), row.volume == std::string("CARD"));
+    EXPECT_EQ(DeviceInfoSupport::isValidCard(device.get()), volume == std::string("CARD"));
   }
 }
 
 TEST_F(DeviceInfo, OfNoDeviceOrAnUnknownKindIsLeftAsItIs) {
-  EXPECT_EQ(infoFor(nullptr), Info());
-  EXPECT_EQ(infoFor(std::make_shared<PlainDevice>("Lumo")), Info());
   const auto device =
       XTImageCapturePTPDevice::withICAObject(room_.ica.addPTPCamera().object, nullptr);
   device->storesChanged();  // Drops its dictionary.
-  EXPECT_EQ(infoFor(device), Info());
+  for (const std::shared_ptr<XTPictureDevice>& each :
+       {std::shared_ptr<XTPictureDevice>(), std::shared_ptr<XTPictureDevice>(device),
+        std::shared_ptr<XTPictureDevice>(std::make_shared<PlainDevice>("Lumo"))})
+    EXPECT_EQ(infoFor(each), kUnset);
   EXPECT_TRUE(room_.trace.contains("getInfoForDevice:returnType:locID:path - icaDict is nil!"));
   EXPECT_EQ(room_.trace.count("getInfoForDevice:returnType:locID:path - mscDevice cast failed!"),
             2U);
 }
 
-TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
+struct Rooms {
   PictureDeviceTestRoom room;
-  const IdentifyRoom identify({room.ica, room.registry, room.mounts});
-  const auto hub = room.registry.add({{"USB Product Name", "Hub"}});
-  const auto device =
-      room.registry.add({{"USB Product Name", ""}, {"USB Serial Number", "S"}}, hub);
-  const auto unit = room.registry.add({{"IOClass", "scsi_unit"}}, device);
-  const auto orphan = room.registry.add({{"IOClass", "scsi_unit"}});
-  const auto serialNumber = [](ServiceHandle service) {
-    const auto found = DeviceInfoSupport::getRootUSBDictionaryForService(service);
-    return found ? textForKey(*found, "USB Serial Number").value_or("none") : "no device";
-  };
-  EXPECT_EQ(serialNumber(unit), "S");
-  EXPECT_EQ(serialNumber(device), "S") << "the service itself counts";
-  EXPECT_EQ(serialNumber(orphan), "no device");
-  EXPECT_EQ(serialNumber(0x999), "no device");
-  room.registry.makeUnreadable(device);
-  EXPECT_EQ(serialNumber(unit), "none") << "an entry that cannot be read is passed over";
+  IdentifyRoom identify{{room.ica, room.registry, room.mounts}};
+};
+
+TEST(ICABSDNames, AreThoseOfTheMassStorageModulesInOrder) {
+  Rooms rooms;
+  auto& ica = rooms.room.ica;
+  ica.addVolume("B", "sdc1", "MassStorage.app");
+  ica.addPTPCamera();
+  ica.addVolume("A", "sdb1", "MassStorageCamera.app");
+  ica.addVolume("X", "sdd1", "MassStorage.app.bak");
+  ica.addVolume("MOUNTED", "");
+  ica.addVolume("ELSEWHERE", "");
+  rooms.room.mounts.add("/dev/sde1", "/media/u/MOUNTED");
+  EXPECT_THAT(GetICABSDNames(), Optional(ElementsAre(ICAVolume{"B", "sdc1"}, ICAVolume{"A", "sdb1"},
+                                                     ICAVolume{"MOUNTED", "sde1"})));
+}
+
+TEST(ICABSDNames, LeaveOutWhatIsNoReadableCameraAndSayWhy) {
+  const std::pair<std::function<void(FakeImageCapture&, FakeImageCapture::Device&)>, const char*>
+      rows[] = {
+          {[](auto& ica, auto&) { ica.nthChildStatus[0] = -50; },
+           "ICAGetNthChild 0 error: -50, header err"},
+          {[](auto&, auto& device) { device.info.objectType = fourCharCode("abcd"); },
+           "child 0 getNthChildPB.childInfo.objectType: 'dcba'"},
+          {[](auto&, auto& device) { device.info.objectSubtype = fourCharCode("scan"); },
+           "child 0 getNthChildPB.childInfo.objectSubtype: 'nacs'"},
+          {[](auto&, auto& device) { device.dictionaryStatus = -50; },
+           "ICACopyObjectPropertyDictionary copyObjectPropertyDictionaryPB.header.err: -50"},
+          {[](auto&, auto& device) { device.properties.erase("volume"); },
+           "No volume property for index 0"},
+      };
+  for (const auto& [spoil, line] : rows) {
+    Rooms rooms;
+    spoil(rooms.room.ica, rooms.room.ica.addVolume("BAD", "sdb1"));
+    rooms.room.ica.addVolume("GOOD", "sdc1");
+    EXPECT_THAT(GetICABSDNames(), Optional(ElementsAre(ICAVolume{"GOOD", "sdc1"}))) << line;
+    EXPECT_THAT(rooms.room.trace.lines(), ElementsAre(line));
+  }
+}
+
+TEST(ICABSDNames, AreNoneNotEmptyWhenImageCaptureFails) {
+  Rooms rooms;
+  EXPECT_THAT(GetICABSDNames(), Optional(testing::IsEmpty()));
+  for (const auto failing :
+       {&FakeImageCapture::deviceListStatus, &FakeImageCapture::childCountStatus,
+        &FakeImageCapture::childCountHeaderErr}) {
+    rooms.room.ica.*failing = -50;
+    EXPECT_EQ(GetICABSDNames(), std::nullopt);
+    rooms.room.ica.*failing = 0;
+  }
+}
+
+TEST(RootUSBDictionary, IsThatOfTheFirstUSBDeviceFromTheServiceUpwards) {
+  Rooms rooms;
+  auto& registry = rooms.room.registry;
+  const auto device = registry.add({{"USB Product Name", ""}, {"USB Serial Number", "S"}});
+  const auto unit = registry.add({{"IOClass", "scsi_unit"}}, device);
+  const auto orphan = registry.add({{"IOClass", "scsi_unit"}});
+  const auto find = DeviceInfoSupport::getRootUSBDictionaryForService;
+  for (const auto service : {unit, device})  // the service itself counts
+    EXPECT_EQ(textForKey(find(service).value(), "USB Serial Number"), "S");
+  for (const auto service : {orphan, ServiceHandle{0x999}})
+    EXPECT_FALSE(find(service));
 }
 
 }  // namespace

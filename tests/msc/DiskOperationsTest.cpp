@@ -1,11 +1,11 @@
-// The unit's disk and its card: which they are, and letting them go.
+// Which entries of the registry are the maker's units, and the unit's disk and card: which they
+// are, and letting them go.
 #include "msc/TarvoMSCDevice.h"
 #include "tests/msc/MSCFixture.h"
 
 namespace tarvo::test {
 namespace {
 
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -18,18 +18,14 @@ TEST_F(MSCTest, TellsTheNearestUSBDeviceAboveADisk) {
   // The disk itself does not count.
   registry.add({{"BSD Name", "sdb1"}, {"idVendor", 5}}, going);
   registry.add({{"BSD Name", "nvme0n1"}});
-  EXPECT_EQ(GetUSBDataFromBSDName("sdb1"),
-            PropertyDictionary({{"idVendor", 2}, {"locationID", 3}}));
-  constexpr const char* kFailed = "Error: GetUSBDataFromBSDName ";
-  EXPECT_THAT(traces.take(),
-              ElementsAre(kFailed + std::string("IORegistryEntryCreateCFProperties failed")));
-  const std::pair<const char*, const char*> rows[] = {
-      {"nvme0n1", "failed to find the device in IOKit Registry"},
-      {"sdz", "failed to get service for sdz"},
-      {"", "failed to get dictionary for bsdName "}};
-  for (const auto& [name, line] : rows) {
-    EXPECT_EQ(GetUSBDataFromBSDName(name), PropertyDictionary::object());
-    EXPECT_THAT(traces.take(), ElementsAre(std::string(kFailed) + line));
+  const PropertyDictionary found = {{"idVendor", 2}, {"locationID", 3}};
+  for (const auto& [name, line] : {std::pair("sdb1", "IORegistryEntryCreateCFProperties failed"),
+                                   {"nvme0n1", "failed to find the device in IOKit Registry"},
+                                   {"sdz", "failed to get service for sdz"},
+                                   {"", "failed to get dictionary for bsdName "}}) {
+    EXPECT_EQ(GetUSBDataFromBSDName(name),
+              name == std::string("sdb1") ? found : PropertyDictionary::object());
+    EXPECT_EQ(traces.take(), Lines{std::string("Error: GetUSBDataFromBSDName ") + line});
   }
 }
 
@@ -39,58 +35,42 @@ TEST_F(MSCTest, FindsItsDiskAtItselfOrAboveAndKeepsIt) {
   registry.unplug(usb);
   EXPECT_EQ(device->bsdName(), "sr0");
   const ServiceHandle parent = registry.add({{"BSD Name", "sr7"}});
-  const auto below = TarvoMSCDevice::initWithMMCDevice(answers, registry.add({}, parent), "",
-                                                       std::vector<std::uint8_t>{1});
-  EXPECT_EQ(below->bsdName(), "sr7");
+  EXPECT_EQ(TarvoMSCDevice::initWithMMCDevice(answers, registry.add({}, parent), "",
+                                              std::vector<std::uint8_t>{1})
+                ->bsdName(),
+            "sr7");
 }
 
-struct Outcome {
-  const char* name;
-  std::optional<DADissenter> dissenter;
-  bool answers;
-  Status result;
-  TarvoMSCDevice::Failure failure;
-};
-
-const Outcome kOutcomes[] = {
-    {"done", std::nullopt, true, 0, {0, ""}},
-    {"refused",
-     DADissenter{status::kIOReturnBusy, "in use by vi (12)"},
-     true,
-     -1,
-     {status::kIOReturnBusy, "in use by vi (12)"}},
-    {"no answer",
-     std::nullopt,
-     false,
-     -1,
-     {status::kIOReturnTimeout, "the service did not answer within 20 seconds"}},
-};
-
 TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
+  const DADissenter busy{status::kIOReturnBusy, "in use by vi (12)"};
+  const TarvoMSCDevice::Failure timeout{status::kIOReturnTimeout,
+                                        "the service did not answer within 20 seconds"};
+  const std::tuple<std::optional<DADissenter>, bool, Status, TarvoMSCDevice::Failure> outcomes[] = {
+      {std::nullopt, true, 0, {0, ""}},
+      {busy, true, -1, {status::kIOReturnBusy, "in use by vi (12)"}},
+      {std::nullopt, false, -1, timeout}};
   const auto device = unit();
   addVolume("CARD", "sdb1", usb);
   device->dcfVolumeBSDName();
-  using Operation = Status (TarvoMSCDevice::*)(const std::string&);
-  const std::pair<Operation, std::string> operations[] = {
+  const std::pair<Status (TarvoMSCDevice::*)(const std::string&), std::string> operations[] = {
       {&TarvoMSCDevice::unmountAllPartitions, "unmount sdb1 whole"},
       {&TarvoMSCDevice::ejectMediaWithBSDName, "eject sdb1"},
       {&TarvoMSCDevice::remountMediaWithBSDName, "mount sdb1 at 'CARD'"}};
   for (const auto& [operation, call] : operations) {
-    for (const Outcome& outcome : kOutcomes) {
-      disks.dissenter = outcome.dissenter;
-      disks.answers = outcome.answers;
+    for (const auto& [dissenter, doesAnswer, result, failure] : outcomes) {
+      disks.dissenter = dissenter;
+      disks.answers = doesAnswer;
       traces.take();
-      EXPECT_EQ((*device.*operation)("sdb1"), outcome.result) << call << outcome.name;
+      EXPECT_EQ((*device.*operation)("sdb1"), result) << call;
       EXPECT_THAT(disks.take(), ElementsAre(call, "run 20000"));
       EXPECT_EQ(disks.openSessions, 0);
-      EXPECT_EQ(device->lastFailure().status, outcome.failure.status) << outcome.name;
-      EXPECT_EQ(device->lastFailure().why, outcome.failure.why);
+      EXPECT_EQ(device->lastFailure().status, failure.status) << call;
+      EXPECT_EQ(device->lastFailure().why, failure.why);
       const Lines lines = traces.take();
       EXPECT_THAT(lines[0], HasSubstr("scheduled session with RunLoop for bsdName = sdb1, "));
       EXPECT_EQ(lines[1], "bsdNameCStr = sdb1");
       EXPECT_EQ(lines[2], "confirming sdb1 == sdb1??");
-      EXPECT_EQ(lines.back(), "returning result = " + std::to_string(outcome.result));
-      EXPECT_EQ(lines.size(), outcome.dissenter ? 5U : 4U);
+      EXPECT_EQ(lines.back(), "returning result = " + std::to_string(result));
     }
   }
 }
@@ -99,13 +79,13 @@ TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
   const auto device = unit();
   disks.dissenter = DADissenter{status::kIOReturnBusy, ""};
   EXPECT_TRUE(device->ejectTray());
-  EXPECT_THAT(traces.take(), Contains("Could not unnount sr0."));
+  EXPECT_THAT(traces.take(), testing::Contains("Could not unnount sr0."));
   disks.dissenter.reset();
-  EXPECT_TRUE(device->ejectTray());
-  EXPECT_TRUE(device->ejectTray());
+  for (int i = 0; i < 2; ++i)
+    EXPECT_TRUE(device->ejectTray());
   EXPECT_THAT(disks.take(),
               ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 20000"));
-  EXPECT_THAT(answers->take(), ElementsAre("SetTrayState 1", "SetTrayState 1", "SetTrayState 1"));
+  EXPECT_EQ(answers->take(), Lines(3, "SetTrayState 1"));
   traces.take();
   answers->failsAt = "SetTrayState";
   EXPECT_FALSE(device->ejectTray());
@@ -158,13 +138,12 @@ TEST_F(MSCTest, SeesSharingOrdersOnTheCardOfItsOwnUSBDeviceAlone) {
   EXPECT_FALSE(device->sharingOrderExists());
   EXPECT_EQ(device->dcfVolumeBSDName(), std::nullopt);
   addVolume("CARD", "sdb1", usb);
-  folder.write("media/CARD/MISC/NOTES.TXT", "");
-  EXPECT_FALSE(device->sharingOrderExists());
   EXPECT_EQ(device->dcfVolumeBSDName(), "sdb1");
-  for (const char* file : {"SSECUPLD.XML", "SSICUPLD.XML", "EREVIEW.DB", "IREVIEW.DB"}) {
+  for (const char* file :
+       {"NOTES.TXT", "SSECUPLD.XML", "SSICUPLD.XML", "EREVIEW.DB", "IREVIEW.DB"}) {
     const auto path = folder.write(std::string("media/CARD/MISC/") + file, "");
-    EXPECT_TRUE(device->sharingOrderExists()) << file;
-    std::filesystem::remove(folder.path(std::string("media/CARD/MISC/") + file));
+    EXPECT_EQ(device->sharingOrderExists(), file != std::string("NOTES.TXT")) << file;
+    std::filesystem::remove(path);
   }
 }
 
@@ -182,6 +161,111 @@ TEST_F(MSCTest, SaysWhatKeepsItFromLookingForSharingOrders) {
   EXPECT_FALSE(device->sharingOrderExists());
   EXPECT_THAT(traces.take(), ::testing::Contains(::testing::StartsWith(
                                  "Error: sharingOrderExists returning NO because ")));
+}
+
+constexpr const char* kDetected = "Detected device vendor ='Tarvo' model='Lumo 700'";
+
+struct Row {
+  const char* name;
+  PropertyDictionary changes;  ///< merged into what a unit has; null takes away
+  bool isFound;
+  Lines traced = {kDetected};
+};
+
+PropertyDictionary vendor(const char* name) {
+  return {{"idVendor", nullptr}, {"Device Characteristics", {{"Vendor Name", name}}}};
+}
+Lines detected(const std::string& vendorName) {
+  return {"Detected device vendor ='" + vendorName + "' model='Lumo 700'"};
+}
+
+const Lines kNoGUID = {"Service does not have a guid for the SCSI task user client"};
+const Lines kNoModel = {"Detected device vendor ='Tarvo' model='(null)'"};
+const PropertyDictionary kNoProduct = {{"Device Characteristics", {{"Product Name", nullptr}}}};
+
+const Row kRows[] = {
+    {"the vendor id", PropertyDictionary::object(), true},
+    {"another vendor id, whatever the name", {{"idVendor", 0xF056}}, false},
+    {"a vendor id that is text", {{"idVendor", "F055"}}, false},
+    {"the name in any case", vendor("tARVO"), true, detected("tARVO")},
+    {"no letter of the name", vendor(""), true, detected("")},
+    {"more than the name", vendor("Tarvos"), false, detected("Tarvos")},
+    {"no product name", kNoProduct, false, kNoModel},
+    {"no characteristics", {{"Device Characteristics", nullptr}}, false, {}},
+    {"a GUID that is text", {{"SCSITaskUserClient GUID", "sr0"}}, false, kNoGUID},
+    {"another type of unit", {{"device-type", nullptr}}, false, {}},
+};
+
+// Every row is plugged in between two units that are good, one of them there at the start.
+TEST_F(MSCTest, FindsTheMakersUnitsAndIsNotStoppedByOthers) {
+  for (const Row& row : kRows) {
+    PropertyDictionary properties = unitProperties("sr1");
+    properties.merge_patch(row.changes);
+    for (const ServiceHandle service :
+         {registry.add(unitProperties("sr0")), registry.add(properties)})
+      scsi.units[service] = std::make_shared<FakeSCSIUnit>(Pages{});
+    TarvoMSCDeviceList list;
+    traces.take();
+    EXPECT_EQ(list.registerDeviceCallbackHandler(), status::kOK);
+    plugFakeUnit(registry, scsi, "sr2", {}, 0);
+    Lines expected = row.traced;
+    expected.insert(expected.begin(), kDetected);
+    expected.emplace_back(kDetected);
+    EXPECT_EQ(traces.take(), expected) << row.name;
+    EXPECT_THAT(list.devices(), testing::SizeIs(row.isFound ? 3 : 2)) << row.name;
+    for (const auto service : registry.servicesMatching({{"IOClass", "scsi_unit"}}))
+      registry.unplug(service);
+    EXPECT_THAT(list.devices(), IsEmpty()) << row.name;
+  }
+  EXPECT_THAT(log.lines(),
+              ElementsAre(HasSubstr("VID is not the expected number type"),
+                          HasSubstr("Invalid parameter not satisfying: modelString != nil")));
+}
+
+TEST_F(MSCTest, SkipsAUnitThatCannotBeReachedOrIsJustGoing) {
+  TarvoMSCDeviceList list;
+  list.init();
+  const ServiceHandle unreachable = registry.plug(unitProperties("sr0"));
+  EXPECT_EQ(traces.take().back(), formatted("Error creating kIOMMCDeviceUserClientTypeID E00002C0, "
+                                            "iodev = %X",
+                                            unreachable));
+  const ServiceHandle going = registry.add(unitProperties("sr1"));
+  registry.makeUnreadable(going);
+  registry.announce(going);
+  registry.unplug(going);
+  EXPECT_THAT(list.devices(), IsEmpty());
+  EXPECT_THAT(traces.take(), IsEmpty());
+}
+
+TEST_F(MSCTest, KeepsTheOrderOfArrivalAndRemovesTheFirstWithTheGUID) {
+  TarvoMSCDeviceList list;
+  std::vector<std::shared_ptr<TarvoMSCDevice>> devices;
+  for (const std::uint8_t guid : {1, 1, 2}) {
+    devices.push_back(TarvoMSCDevice::initWithMMCDevice(std::make_shared<FakeSCSIUnit>(Pages{}), 1,
+                                                        "", std::vector{guid}));
+    list.addDevice(devices.back());
+    EXPECT_EQ(list.mainDevice(), devices[0]);
+  }
+  list.removeDevice({1, 0}).removeDevice({}).removeDevice({3}).removeDevice({1});
+  EXPECT_THAT(list.devices(), ElementsAre(devices[1], devices[2]));
+}
+
+TEST_F(MSCTest, AnnouncesAnArrivalToAnObserverThatMayChangeTheListOrRaise) {
+  plugFakeUnit(registry, scsi, "sr0", {}, 0);
+  int announced = 0;
+  center.addObserver(this, "XTMSCDeviceAddedEvent", [&](const Notification& n) {
+    // The list can be asked for while it is being made.
+    auto& list = *TarvoMSCDeviceList::sharedDeviceList();
+    EXPECT_EQ(list.mainDevice(), n.object);
+    list.removeDevice(list.mainDevice()->guid());
+    ++announced;
+    raiseAssertion("of the observer");
+  });
+  auto& list = *TarvoMSCDeviceList::sharedDeviceList();
+  plugFakeUnit(registry, scsi, "sr1", {}, 0);
+  EXPECT_EQ(announced, 2);
+  EXPECT_THAT(list.devices(), IsEmpty());
+  EXPECT_THAT(log.lines(), ElementsAre(HasSubstr("of the observer"), HasSubstr("of the observer")));
 }
 
 }  // namespace

@@ -11,59 +11,40 @@ namespace {
 using Lines = std::vector<std::string>;
 
 TEST(EmailAddress, TheFirstRuleThatItBreaksGivesCodeAndTrace) {
-  const struct {
-    std::optional<std::string> address;
-    Status code;
-    const char* words;
-  } rows[] = {
-      {"a@b.c", 0, nullptr},
-      {"a b!'/@b.c", 0, nullptr},
-      {"a@b..c", 0, nullptr},
+  const std::tuple<std::optional<std::string>, Status, const char*> rows[] = {
+      {"a b!'/@b..c", 0, nullptr},
       {"abcdefgh@b.c", 0, nullptr},  // as long as the maximum
       {std::nullopt, 0x10000011, "cannot be converted to ascii"},
       {"\xC3\xA9", 0x10000011, "cannot be converted to ascii"},  // and no "@"
-      {"", 0x10000012, "missing @"},
       {".", 0x10000012, "missing @"},
       {"a@b@", 0x10000013, "missing ."},
-      {"a.b@c", 0x10000013, "missing . after @"},
       {".@", 0x10000013, "missing . after @"},
-      {".a@b.c", 0x10000017, "begins or ends with dot"},
       {"@b.c", 0x10000017, "begins or ends with dot"},
-      {"a@b.c.", 0x10000017, "begins or ends with dot"},
       {"a@.b@", 0x10000017, "begins or ends with dot"},
       {"a@.b.c", 0x10000014, "contains '.@'"},
       {"a.@.b", 0x10000014, "contains '.@'"},
       {"a.@b.c", 0x10000016, "contains '@.'"},
-      {"a@b.@c", 0x10000016, "contains '@.'"},
-      {"a@b.c@d.e", 0x10000015, "contains more than one '@'"},
       {"(@@b.c", 0x10000015, "contains more than one '@'"},
       {"abcdefghi@b.c", 0x10000005, "is too long"},
       {"abcdefgh(@b.c", 0x10000011, "contains invalid characters"},
   };
   TraceRecorder traces;
-  for (const auto& row : rows) {
-    const auto shown = row.address.value_or("(null)");
-    EXPECT_EQ(validateEmailAddressFormat(row.address, 12), row.code) << shown;
-    EXPECT_EQ(traces.take(),
-              row.words ? Lines{"Email " + shown + " address " + row.words} : Lines{});
+  for (const auto& [address, code, words] : rows) {
+    const auto shown = address.value_or("(null)");
+    EXPECT_EQ(validateEmailAddressFormat(address, 12), code) << shown;
+    EXPECT_EQ(traces.take(), words ? Lines{"Email " + shown + " address " + words} : Lines{});
   }
   for (const char character : std::string_view("()<>,;:\\\"[]"))
     EXPECT_EQ(validateEmailAddressFormat(std::string("a@b") + character + ".c", 12), 0x10000011);
 }
 
 TEST(Nickname, WithoutAnyCharacterAllowedNumberSignsAloneAre) {
-  const struct {
-    std::optional<std::string> nickname;
-    bool isAccepted;
-  } rows[] = {{"", true},          {"#", true},           {"###", true},
-              {"#a", false},       {"Ann", false},        {" ", false},
-              {"\xC3\xA9", false}, {std::nullopt, false}, {"#\xC3\xA9", false}};
-  for (const auto& row : rows) {
-    EXPECT_EQ(validateNickname(row.nickname, 3), status::kOK);
-    for (const std::uint16_t limit : {0, 1, 2, 4, 0xFFFF})
-      EXPECT_EQ(validateNickname(row.nickname, limit),
-                row.isAccepted ? status::kOK : status::kAddressBookNicknameCharacters)
-          << row.nickname.value_or("none") << limit;
+  const std::pair<std::optional<std::string>, Status> rows[] = {
+      {"", 0}, {"###", 0}, {"#a", 0x10000010}, {" ", 0x10000010}, {std::nullopt, 0x10000010}};
+  for (const auto& [nickname, code] : rows) {
+    EXPECT_EQ(validateNickname(nickname, 3), status::kOK);
+    for (const std::uint16_t limit : {0, 2, 4, 0xFFFF})
+      EXPECT_EQ(validateNickname(nickname, limit), code) << nickname.value_or("none") << limit;
   }
 }
 
@@ -71,32 +52,22 @@ TEST(Nickname, WithoutAnyCharacterAllowedNumberSignsAloneAre) {
 /// units.
 struct Book {
   Book() {
-    book.limits = {.version = 1,
-                   .characterTypeLimitation = 3,
-                   .maxAddresses = 2,
-                   .maxGroups = 2,
-                   .maxAddressesPerGroup = 2,
-                   .maxAddressLengthInBytes = 8,
-                   .maxNicknameLengthInBytes = 8,
-                   .maxGroupNameLengthInBytes = 8};
+    book.limits = {1, 3, 2, 2, 2, 8, 8, 8};
     book.contacts.emplace();
     book.groups.emplace();
-    for (int i = 0; i < 2; ++i)
-      addContact("ab@cd.ef", "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80");
-    for (int i = 0; i < 2; ++i)
-      addGroup("\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80", 2);
+    const char* const eight = "\xC3\xA9\xC3\xA9\xC3\xA9\xC3\xA9\xF0\x9F\x98\x80\xF0\x9F\x98\x80";
+    for (int i = 0; i < 2; ++i) {
+      addContact("ab@cd.ef", eight);
+      addGroup(eight, 2);
+    }
   }
   Contact& addContact(const char* email, const char* nickname) {
-    book.contacts->push_back(std::make_shared<Contact>());
-    book.contacts->back()->email = email;
-    book.contacts->back()->nickname = nickname;
-    return *book.contacts->back();
+    return *book.contacts->emplace_back(
+        std::make_shared<Contact>(Contact{.email = email, .nickname = nickname}));
   }
   ContactGroup& addGroup(const char* name, std::size_t members) {
-    book.groups->push_back(std::make_shared<ContactGroup>());
-    book.groups->back()->name = name;
-    book.groups->back()->members.assign(members, book.contacts->front());
-    return *book.groups->back();
+    return *book.groups->emplace_back(std::make_shared<ContactGroup>(
+        ContactGroup{.name = name, .members = Contacts(members, book.contacts->front())}));
   }
   Contact& contact(std::size_t index) { return *book.contacts->at(index); }
   ContactGroup& group(std::size_t index) { return *book.groups->at(index); }
@@ -118,8 +89,6 @@ const Breach kBreaches[] = {
      "Too many contacts for device: 3 exceeds limit of 2."},
     {"an address without @", [](Book& b) { b.contact(0).email = "a.b"; }, 0x10000012, "a.b",
      "Email a.b address missing @"},
-    {"no address", [](Book& b) { b.contact(0).email.reset(); }, 0x10000011, std::nullopt,
-     "Email (null) address cannot be converted to ascii"},
     {"an address that is too long", [](Book& b) { b.contact(0).email = "abc@cd.ef"; }, 0x10000005,
      "abc@cd.ef", "Email abc@cd.ef address is too long"},
     {"a nickname that is too long", [](Book& b) { b.contact(0).nickname = "123456789"; },
@@ -133,13 +102,6 @@ const Breach kBreaches[] = {
      0x10000010, "Ann", nullptr},
     {"the second contact", [](Book& b) { b.contact(1).email = "a@.b.c"; }, 0x10000014, "a@.b.c",
      "Email a@.b.c address contains '.@'"},
-    {"no nickname",
-     [](Book& b) {
-       b.book.limits.characterTypeLimitation = 2;
-       b.contact(0).nickname = "#";
-       b.contact(1).nickname.reset();
-     },
-     0x10000010, std::nullopt, nullptr},
     {"too many groups", [](Book& b) { b.addGroup("g", 0); }, 0x10000002, std::nullopt,
      "Too many groups for device: 3 exceeds limit of 2."},
     {"too many members of a group without a name",
@@ -170,32 +132,26 @@ TEST(AddressBookCheck, EachBreachHasItsOwnCodeValueAndTrace) {
 }
 
 TEST(AddressBookCheck, AnEarlierBreachHidesALaterOne) {
-  const std::pair<std::size_t, std::size_t> rows[] = {
-      {0, 1}, {0, 8}, {1, 8}, {3, 7}, {4, 8}, {5, 9}, {7, 8}, {8, 10}, {9, 10}, {3, 4}, {6, 7}};
-  for (const auto& [first, second] : rows) {
+  for (std::size_t first = 0; first + 1 < std::size(kBreaches); ++first) {
     Book book;
-    kBreaches[second].make(book);
+    kBreaches[first + 1].make(book);
     kBreaches[first].make(book);
-    EXPECT_EQ(validateAddressBook(book.book, true), kBreaches[first].code)
-        << kBreaches[first].name << " and " << kBreaches[second].name;
+    EXPECT_EQ(validateAddressBook(book.book, true), kBreaches[first].code) << kBreaches[first].name;
   }
 }
 
 TEST(AddressBookCheck, OnlyEntriesToBeDeletedDoNotCountAndAMissingLimitIsNought) {
-  for (const auto action : {DataSyncAction::kAbsent, DataSyncAction::kNone, DataSyncAction::kAdd,
-                            DataSyncAction::kUpdate, DataSyncAction::kOther}) {
+  using enum DataSyncAction;
+  for (const auto action : {kAbsent, kNone, kAdd, kUpdate, kOther, kDelete}) {
     Book contacts;
     contacts.addContact("bad", "123456789").action = action;
-    EXPECT_EQ(validateAddressBook(contacts.book, true), status::kAddressBookTooManyContacts);
+    EXPECT_EQ(validateAddressBook(contacts.book, true), action == kDelete ? 0 : 0x10000001);
     Book groups;
     groups.addGroup("123456789", 3).action = action;
-    EXPECT_EQ(validateAddressBook(groups.book, true), status::kAddressBookTooManyGroups);
+    EXPECT_EQ(validateAddressBook(groups.book, true), action == kDelete ? 0 : 0x10000002);
   }
-  Book book;
-  book.addContact("bad", "123456789").action = DataSyncAction::kDelete;
-  book.addGroup("123456789", 3).action = DataSyncAction::kDelete;
-  EXPECT_EQ(validateAddressBookDict(book.book, true), std::nullopt);
   EXPECT_EQ(validateAddressBookDict({}, true), std::nullopt);
+  Book book;
   book.book.limits.maxGroups = 0;
   EXPECT_EQ(validateAddressBook(book.book, true), status::kAddressBookTooManyGroups);
   book.book.groups.reset();
@@ -216,14 +172,13 @@ TEST(LCBBlock, IsValidWithItsExactLengthAndItsCheckByte) {
       changed[at] ^= std::byte{0x80};
       EXPECT_FALSE(isValidLCB(changed)) << count << " " << at;
     }
-    EXPECT_EQ(traces.log().count("> isValidLCB: checksum mismatch"), 2U);
     for (const std::size_t size : {block.size() - 1, block.size() + 1}) {
       block.resize(size);
       EXPECT_FALSE(isValidLCB(block)) << size;
-      EXPECT_EQ(traces.log().count(" size is " + std::to_string(size) + ", expected "), 1U);
     }
-    traces.log().clear();
+    EXPECT_EQ(traces.log().count("> isValidLCB: checksum mismatch"), 2 * (count == 0 ? 1U : 2U));
   }
+  traces.take();
   EXPECT_FALSE(isValidLCB({}));
   EXPECT_EQ(traces.take(), Lines{}) << "an empty one is not worth a line";
   EXPECT_FALSE(isValidLCB(std::vector<std::byte>(5, std::byte{0xA1})));

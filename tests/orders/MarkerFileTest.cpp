@@ -1,9 +1,12 @@
-// The syntax of order markers: what makes an order, what is traced, and in which encodings.
+// The syntax of order markers and of the address-book file: what makes an order or a contact, what
+// is traced, in which encodings, and the edit that changes the file's size.
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 
 #include <gtest/gtest.h>
 
+#include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/TraceRecorder.h"
 
@@ -45,19 +48,13 @@ std::string printOrdersOf(std::string_view text) {
 }
 
 TEST(MarkerFile, SeparatorsAreCountedUpToEightOrTheEnd) {
-  const struct {
-    const char* text;
-    std::size_t offset;
-    std::size_t plain;
-    std::size_t quoted;
-  } rows[] = {
-      {" = \"a", 0, 3, 4},     {" = \"a", 3, 0, 1},     {"=\"= ", 0, 1, 4},      {"a =", 0, 0, 0},
-      {"          ", 0, 8, 8}, {"          ", 7, 3, 3}, {"\t=", 0, 0, 0},        {"", 0, 0, 0},
-      {" =", 2, 0, 0},         {" =", 9, 0, 0},         {"\"\xC3\xA9", 0, 0, 1}, {"\n=", 0, 0, 0},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(skipSpaceEqual(row.text, row.offset), row.plain) << row.text;
-    EXPECT_EQ(skipSpaceEqualQuote(row.text, row.offset), row.quoted) << row.text;
+  const std::tuple<const char*, std::size_t, std::size_t, std::size_t> rows[] = {
+      {" = \"a", 0, 3, 4},     {"=\"= ", 0, 1, 4},      {"a =", 0, 0, 0},
+      {"          ", 0, 8, 8}, {"          ", 7, 3, 3}, {"\t=", 0, 0, 0},
+      {"", 0, 0, 0},           {" =", 2, 0, 0},         {" =", 9, 0, 0}};
+  for (const auto& [text, offset, plain, quoted] : rows) {
+    EXPECT_EQ(skipSpaceEqual(text, offset), plain) << text;
+    EXPECT_EQ(skipSpaceEqualQuote(text, offset), quoted) << text;
   }
 }
 
@@ -67,19 +64,13 @@ TEST(MarkerFile, AnEmailJobHasRecipientsAndOneImage) {
       {"\n[JOB]\nIMG SRC=\"1\"\nDST EML=\"a\"\nDST EML=\"b\"\nIMG SRC=\"2\"", "[a][b]>1;"},
       {"\n[JOB]\nDST EML \"a\"\nIMG SRC \"1\"\n[JOB]\nDST EMLb\"\nIMG SRC2\"", "[a]>1;[b]>2;"},
       // No order: one of the two is missing, empty, unclosed, or not at the beginning of a line.
-      {"", ""},
       {"\n[JOB]\nDST EML=\"a\"\n", ""},
       {"\n[JOB]\nIMG SRC=\"1\"\n", ""},
-      {"\n[JOB]\nDST EML=\"a\nIMG SRC=1", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"1", ""},
-      {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=       \"\"", ""},
       {"\n[JOB]\nDST EML=\"a\"\nIMG SRC=\"/\"", ""},
-      {"\n[JOB]\nDST EML=\"a\"\n IMG SRC=\"1\"", ""},
       {"\n[JOB] DST EML=\"a\"\nIMG SRC=\"1\"", ""},
       {"\r[JOB]\rDST EML=\"a\"\rIMG SRC=\"1\"", ""},
-      {"\n[job]\nDST EML=\"a\"\nIMG SRC=\"1\"", ""},
       {"[JOB]\nDST EML=\"a\"\nIMG SRC=\"1\"\n", ""},
-      {"\nDST EML=\"a\"\nIMG SRC=\"1\"\n[JOB]\n", ""},
       // What the scanning makes of odd lines.
       {"\n[JOB]\nDST EML=\"\"\nDST EML=\"b\"\nIMG SRC=\"1\"", "[\nDST EML=][b]>1;"},
       {"\n[JOB]\nDST EML=       \"\"\nIMG SRC=\"1\"", "[]>1;"},
@@ -94,16 +85,13 @@ TEST(MarkerFile, AnEmailJobHasRecipientsAndOneImage) {
 
 TEST(MarkerFile, APrintJobHasOneImageAndACopyAtLeast) {
   const std::pair<const char*, const char*> quantities[] = {
-      {"PRT QTY = 3\n", "3"},
       {"PRT QTY=   2x\r\n", "2"},
       {"PRT QTY = 0\n", "1"},
       {"PRT QTY = -4\n", "1"},
-      {"PRT QTY = +4\n", "4"},
-      {"PRT QTY =\t6\n", "6"},
+      {"PRT QTY =\t+4\n", "4"},
       {"PRT QTY =          7\n", "7"},
       {"PRT QTY = 99999999999\n", "2147483647"},
       {"PRT QTY = 1\nPRT QTY = 2\n", "1"},
-      {"PRT QTY = 2147483648\n", "2147483647"},
       {"", "1"}};
   for (const auto& [line, copies] : quantities) {
     EXPECT_EQ(printOrdersOf("\n[JOB]\n" + std::string(line) + "\n<IMG SRC = \"../D/1.JPG\">"),
@@ -111,7 +99,6 @@ TEST(MarkerFile, APrintJobHasOneImageAndACopyAtLeast) {
         << line;
   }
   const std::pair<const char*, const char*> rows[] = {
-      {"\n[JOB]\n<IMG SRC=\"1\">\nPRT QTY=9", "1*1;"},  // no line feed behind the number
       {"\n[JOB]\n<IMG SRC=\"1\">\nPRT QTY=9\n[JOB]\n<IMG SRC=\"2\">", "1*1;1*2;"},
       {"\r\n[JOB]\r\nPRT QTY = 2\r\n<IMG SRC = \"1\">\r\n", "2*1;"},
       {"\n[JOB]\n<IMG SRC=\"a\"/b\">", "1*b;"},
@@ -174,7 +161,6 @@ TEST(MarkerFile, FilesAreReadInTheDefaultEncodingAndPrintMarkersByWhatTheyAre) {
   } rows[] = {
       {kLatinJob, "ISO-8859-1", kEmail, kPrint},
       {kLatinJob, "UTF-8", "", ""},
-      {kLatinJob, "no such encoding", "", ""},
       {kUTF8Job, "UTF-8", kEmail, kPrint},
       {kUTF8Job, "ISO-8859-1", "[\xC3\x83\xC2\xA9@b.c]>\xC3\x83\xC2\xA9.JPG;", kPrint},
       {std::string(kUTF8Job).substr(0, 17), "UTF-8", "", ""},
@@ -204,6 +190,152 @@ TEST(MarkerFile, AFileThatCannotBeReadAddsNothingToTheList) {
     EXPECT_EQ(fillInPrintOrderList(print, file, "UTF-8"), status::kOK);
     EXPECT_EQ(email.size() * print.size(), 1U) << file;
   }
+}
+
+AddressBook bookOf(std::uint32_t maxAddresses) {
+  AddressBook book;
+  book.limits.maxAddresses = maxAddresses;
+  return book;
+}
+
+/// "NICKNAME|ADDRESS;..." of the book's contacts, "none" where there is no list.
+std::string contacts(const AddressBook& book) {
+  if (!book.contacts) return "none";
+  std::string text;
+  for (const auto& contact : *book.contacts) {
+    Contact expected;
+    expected.nickname = contact->nickname.value();
+    expected.email = contact->email.value();
+    expected.action = DataSyncAction::kNone;
+    EXPECT_EQ(*contact, expected);
+    text += *contact->nickname + "|" + *contact->email + ";";
+  }
+  return text;
+}
+
+std::string contactsOf(std::string_view text, std::uint32_t maxAddresses = 3) {
+  auto book = bookOf(maxAddresses);
+  fillInABDictFromText(book, text);
+  return contacts(book);
+}
+
+// Bare line feeds separate no lines.
+TEST(AddressBookFile, ALineIsANicknameAndAnAddressInAngleBrackets) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"Ann <a@b.c>\r\nBob B <b@b.c>\r\n", "Ann|a@b.c;Bob B|b@b.c;"},
+      {"Ann  <a@b.c>", "Ann |a@b.c;"},
+      {"Ann <a@b.c> <d@e.f>>", "Ann|a@b.c;"},
+      {"\xC3\xA9 < a\nb >", "\xC3\xA9| a\nb ;"},
+      {"Ann<a@b.c>", ""},
+      {"Ann <a@b.c", ""},
+      {"Ann> <a@b.c>", ""},
+      {"Ann\r\n <a@b.c>\r", "|a@b.c;"},
+      {"\r\n\r\n\r\n", ""}};
+  for (const auto& [text, expected] : rows)
+    EXPECT_EQ(contactsOf(text), expected) << text;
+}
+
+TEST(AddressBookFile, LinesOverTheLimitLeaveTheContactsAsTheyWere) {
+  const std::string three = "a <a>\r\n\r\nc <c>";
+  for (const char* end : {"", "\n", "\r", "\r\n", "\n\r\n", "\r\n\r\n"})
+    EXPECT_EQ(contactsOf(three + end, 3), "a|a;c|c;") << "not a fourth line: " << end;
+  EXPECT_EQ(contactsOf(three + "\r\n\r\n\r\n", 3), "none");
+  TraceRecorder traces;
+  auto book = bookOf(1);
+  fillInABDictFromText(book, "a <a>");
+  traces.take();
+  fillInABDictFromText(book, "b <b>\r\nc <c>");
+  EXPECT_EQ(contacts(book), "a|a;");
+  EXPECT_EQ(traces.take(), (Lines{"fileContentsString = b <b>\r\nc <c>",
+                                  "Device address book invalid. Has 2 addresses, limit is 1"}));
+  EXPECT_EQ(contactsOf("a <a>", 0) + contactsOf("", 0), "none");
+}
+
+TEST(AddressBookFile, EachLineIsTraced) {
+  TraceRecorder traces;
+  contactsOf("Ann <a>\r\nBob <>\r\nCarl\r\n");
+  EXPECT_EQ(traces.take(),
+            (Lines{"fileContentsString = Ann <a>\r\nBob <>\r\nCarl",
+                   "addressArray = (Ann <a>, Bob <>, Carl)", "address = Ann <a>", "nickname: Ann",
+                   "emailAddress: a", "address = Bob <>", "nickname: Bob",
+                   "emailAddress: ", "skipping blank entry in address book.", "address = Carl",
+                   "skipping blank entry in address book."}));
+}
+
+TEST(AddressBookFile, FilesAreReadInTheDefaultEncodingOrAreEmpty) {
+  const TemporaryFolder folder;
+  const auto latin = folder.write("latin", "Zo\xEB <z@b.c>\r\n");
+  const std::tuple<std::string, const char*, const char*> rows[] = {
+      {latin, "ISO-8859-1", "Zo\xC3\xAB|z@b.c;"},
+      {latin, "UTF-8", ""},
+      {folder.path("missing"), "UTF-8", ""},
+      {folder.path(), "UTF-8", ""},
+  };
+  for (const auto& [file, encoding, expected] : rows) {
+    auto book = bookOf(1);
+    book.contacts.emplace().push_back(std::make_shared<Contact>());
+    EXPECT_EQ(fillInABDict(book, file, encoding), status::kOK);
+    EXPECT_EQ(contacts(book), expected) << file << encoding;
+  }
+}
+
+/// A book of nicknames with "|" between them; the first address makes its estimate 64 bytes.
+AddressBook bookOfSixtyFour(const std::string& nicknames) {
+  AddressBook book;
+  book.contacts.emplace();
+  std::size_t size = 12;
+  std::istringstream stream(nicknames);
+  for (std::string nickname; std::getline(stream, nickname, '|');) {
+    book.contacts->push_back(std::make_shared<Contact>());
+    book.contacts->back()->nickname = nickname;
+    book.contacts->back()->email = "";
+    size += utf16Length(nickname) + 5;
+  }
+  book.contacts->front()->email = std::string(64 - size, 'e');
+  return book;
+}
+
+TEST(Mod64Edit, ANicknameIsLengthenedElseTheLongestShortened) {
+  const std::tuple<const char*, std::uint32_t, const char*, const char*> rows[] = {
+      {"abc|de|fg", 3, "abc|de |fg|", "nickname 'de' lengthened to 'de '"},
+      {"abc|def", 3, "abc|de|", "nickname 'def' shortened to 'de'"},
+      {"abc|de", 0, "ab|de|", "nickname 'abc' shortened to 'ab'"},
+      {"a\xC3\xA9|b", 1, "a|b|", "nickname 'a\xC3\xA9' shortened to 'a'"},
+      {"a\xF0\x9F\x98\x80", 3, "a|", "nickname 'a\xF0\x9F\x98\x80' shortened to 'a'"},
+      {"\xC3\xA9", 2, "\xC3\xA9 |", "nickname '\xC3\xA9' lengthened to '\xC3\xA9 '"},
+      {"a|b", 1, "a|b|", nullptr},
+      {"a| ", 0, "a| |", nullptr}};
+  for (const auto& [before, limit, expected, words] : rows) {
+    TraceRecorder traces;
+    auto book = bookOfSixtyFour(before);
+    book.limits.maxNicknameLengthInBytes = limit;
+    EXPECT_EQ(editAddressBookToAvoidMod64ICABug(book), words != nullptr);
+    std::string nicknames;
+    for (const auto& contact : *book.contacts)
+      nicknames += contact->nickname.value() + "|";
+    EXPECT_EQ(nicknames, expected);
+    const auto trace =
+        words ? std::string(words) + " to adjust payload"
+              : "address book payload needs adjustment, but no appropriate edit was possible";
+    EXPECT_EQ(traces.take(), Lines{trace});
+  }
+}
+
+TEST(Mod64Edit, OnlyBooksOfSuchASizeAreEditedAndDeletedContactsHaveNoPartInIt) {
+  for (const std::size_t length : {43U, 44U, 45U}) {
+    auto book = bookOfSixtyFour("abc");
+    book.limits.maxNicknameLengthInBytes = 10;
+    book.contacts->at(0)->email->resize(length);
+    auto deleted = std::make_shared<Contact>();
+    deleted->action = DataSyncAction::kDelete;
+    book.contacts->insert(book.contacts->begin(), deleted);
+    EXPECT_EQ(editAddressBookToAvoidMod64ICABug(book), length == 44) << length;
+    EXPECT_EQ(book.contacts->at(0)->nickname, std::nullopt);
+    EXPECT_EQ(book.contacts->at(1)->nickname, length == 44 ? "abc " : "abc");
+    EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(book)) << "once";
+  }
+  AddressBook unread;
+  EXPECT_FALSE(editAddressBookToAvoidMod64ICABug(unread));
 }
 
 }  // namespace

@@ -12,8 +12,6 @@ namespace {
 
 using testing::_;
 using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 std::shared_ptr<PlainDevice> cached(const std::string& name, const std::string& serialNumber) {
   auto device = std::make_shared<PlainDevice>(name, serialNumber);
@@ -42,15 +40,13 @@ TEST(DeviceRegistry, AnnouncesADeviceOnceAndItsRemovalOnce) {
 TEST(DeviceRegistry, TakesADeviceForKnownOnlyWhenClassSerialNumberAndManufacturerAreTheSame) {
   PictureDeviceTestRoom room;
   cached("Lumo", "SN1");
-  std::make_shared<PlainDevice>("Another name", "SN1")->cache();
+  cached("Another name", "SN1");
   EXPECT_EQ(room.added.size(), 1U);
+  EXPECT_THAT(room.visibleLines(), ElementsAre(testing::HasSubstr("Another name")));
   cached("Lumo", "SN2");
-  EXPECT_EQ(room.added.size(), 2U);
   std::make_shared<PlainDevice>("Lumo", "SN1", "Foto")->cache();
-  EXPECT_EQ(room.added.size(), 3U);
   std::make_shared<OtherDevice>("Lumo", "SN1")->cache();
-  EXPECT_EQ(XTPictureDevice::deviceList().size(), 4U);
-  EXPECT_THAT(room.visibleLines(), ElementsAre(HasSubstr("Another name")));
+  EXPECT_EQ(room.added.size(), 4U);
 }
 
 TEST(DeviceRegistry, TellsDevicesWithoutASerialNumberByTheirObjects) {
@@ -60,7 +56,7 @@ TEST(DeviceRegistry, TellsDevicesWithoutASerialNumberByTheirObjects) {
   for (int i = 0; i < 2; ++i)
     XTImageCaptureDevice::checkForDevicesAtStartup();
   EXPECT_EQ(room.added.size(), 2U);
-  EXPECT_THAT(room.visibleLines(), IsEmpty());
+  EXPECT_THAT(room.visibleLines(), testing::IsEmpty());
   const auto plain = cached("Lumo", "");
   plain->cache();
   EXPECT_THAT(XTPictureDevice::deviceList(), ElementsAre(_, _, plain));
@@ -104,14 +100,10 @@ TEST(DeviceRegistry, FindsDevicesByNameAndSerialNumber) {
   PictureDeviceTestRoom room;
   const auto first = cached("Lumo", "SN1");
   const auto second = cached("Frame", "SN2");
-  const auto third = cached("Lumo", "SN3");
-  EXPECT_EQ(XTPictureDevice::device("Lumo", 2), third);
+  EXPECT_EQ(XTPictureDevice::device("Frame", 1), second);
   EXPECT_EQ(XTPictureDevice::device("Lumo", 1), first) << "another name there";
   EXPECT_EQ(XTPictureDevice::device("Lumo", 99), first) << "beyond the list";
-  EXPECT_EQ(XTPictureDevice::device("None", 0), nullptr);
   EXPECT_EQ(XTPictureDevice::deviceWithSerialNumber("SN2"), second);
-  EXPECT_EQ(XTPictureDevice::deviceWithSerialNumber("SN9"), nullptr);
-  EXPECT_EQ(XTPictureDevice::deviceWithName("Lumo", "http://camera"), nullptr);
 }
 
 TEST(DeviceRegistry, IsEmptyWithoutARoomAndForgetsWhatItHadDeferred) {
@@ -127,22 +119,16 @@ TEST(DeviceRegistry, IsEmptyWithoutARoomAndForgetsWhatItHadDeferred) {
 TEST(PictureDevice, LoadsItsInformationUntilThatSucceedsOnce) {
   struct Loading : PlainDevice {
     using PlainDevice::PlainDevice;
-    Status loadDeviceInfoUncached() override {
-      ++loads;
-      return next;
-    }
+    Status loadDeviceInfoUncached() override { return ++loads == 2 ? 0 : -36; }
     int loads = 0;
-    Status next = -36;
   };
   PictureDeviceTestRoom room;
   Loading device("Lumo");
   EXPECT_EQ(device.loadDeviceInfo(), -36);
   EXPECT_TRUE(room.trace.contains(
       "XTPictureDevice: loadDeviceInfo: bad status from loadDeviceInfoUncached"));
-  device.next = 0;
-  EXPECT_EQ(device.loadDeviceInfo(), 0);
-  device.next = -36;
-  EXPECT_EQ(device.loadDeviceInfo(), 0);
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(device.loadDeviceInfo(), 0);
   EXPECT_EQ(device.loads, 2);
 }
 

