@@ -50,20 +50,20 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   logListener("launch with type='%s' usbId='%s' path='%s'", type.c_str(),
               usbId.value_or("").c_str(), path.value_or("").c_str());
   if (rlaTask) {
-    // The line names the other handler: intended.
+    // The line names the other handler: intended, see docs/oddities.md.
     logListener("appDiedHandler --- ERROR --- rlaTask is not nil!");
     rlaTask = nullptr;
   }
   rlaTask = createTaskForPath(kRelayPath);
   rlaTask->setArguments(argumentList(type, usbId, path));
-  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end, for every child: intended
+  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
     rlaTask->launch();
     services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
     logListener("call SendBusyNotification");
     if (appBlocker) appBlocker->SendBusyNotification();
   } catch (const Exception& exception) {
-    // The handle is kept, and reported as stale at the next arrival: intended.
+    // The handle is kept, and reported as stale at the next arrival (docs/oddities.md).
     logListener("launch - caught exception: %s", exception.reason().c_str());
     logTo(services_.log, LogLevel::kWarning,
           "The Relay application could not be started: " + exception.reason());
@@ -96,7 +96,7 @@ void Listener::showBusyMessage() {
 
 void Listener::launchWRLApp() {
   logListener("Launch WRLApp");
-  // Overwritten without a look whether the utility still runs: intended.
+  // Overwritten without a look whether the utility still runs: intended, see docs/oddities.md.
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
   wrlaTask->setStandardErrorToPipeReadingEnd();
   try {

@@ -115,8 +115,8 @@ void Listener::observeApplications() {
                                           [this] { launchWRLAHandler(); });
 }
 
-// A task refuses its second launch, so this raises, and the line is logged at every start.
-// Intended.
+// A task refuses its second launch, so this raises, and the line is logged at every start:
+// intended, see docs/oddities.md.
 void Listener::launchWirelessUtilityAgain() {
   try {
     wrlaTask->launch();
@@ -214,7 +214,7 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
   if (handleAviBug_) awaitReturnOf(*device);
 }
 
-// The unit is switched all the same: nothing is unmounted on this way, which is intended.
+// The unit is switched all the same: nothing is unmounted on this way (docs/oddities.md).
 void Listener::warnOfMountedCard(TarvoMSCDevice& device) {
   const auto bsdName = device.dcfVolumeBSDName();
   if (!bsdName) return;

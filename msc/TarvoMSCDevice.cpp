@@ -198,7 +198,7 @@ Status TarvoMSCDevice::unmountWithin(std::chrono::milliseconds& left) {
       TraceLog::trace("No bsd name for service %8x.", _service);
     }
   }
-  // True, too, when there was nothing to unmount; this is intended, and ejectTray counts on it.
+  // True, too, when there was nothing to unmount: ejectTray counts on it (docs/oddities.md).
   _isUnmounted = result == status::kOK;
   return result;
 }

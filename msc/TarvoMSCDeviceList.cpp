@@ -151,7 +151,7 @@ char inLowerCase(char letter) {
 }
 
 /// A name that the maker's begins with is the maker's, the empty one too; a longer one never is.
-/// Intended: units cut their vendor name.
+/// Units cut their vendor name (docs/oddities.md).
 bool isPrefixOfMakerName(std::string_view vendor) {
   return vendor.size() <= kMakerName.size() &&
          std::ranges::equal(vendor, kMakerName.substr(0, vendor.size()), {}, inLowerCase,

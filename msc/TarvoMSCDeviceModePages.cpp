@@ -92,8 +92,8 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   }
   const auto modeDataLength =
       std::to_integer<unsigned>(header[0]) << 8 | std::to_integer<unsigned>(header[1]);
-  // Six bytes more than the length says, in 16 bits; this is intended. A length near the end wraps,
-  // and the buffer may then be shorter than the header.
+  // Six bytes more than the length says, in 16 bits: intended, see docs/oddities.md. A length near
+  // the end wraps, and the buffer may then be shorter than the header.
   const auto size = static_cast<std::uint16_t>(modeDataLength + kHeaderSize);
   std::vector<std::byte> page;
   try {
@@ -104,7 +104,7 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   }
   called = sense(pageCode, page, taskStatus);
   if (called != status::kOK) {
-    // Printed, not logged; this is intended.
+    // Printed, not logged: intended, see docs/oddities.md.
     std::FILE* output = MSCRoom::required().services().standardOutput;
     std::fprintf(output, "ModeSense10 failed err = 0x%08x\n", static_cast<unsigned>(called));
     std::fflush(output);
@@ -179,7 +179,7 @@ bool TarvoMSCDevice::executeModeSelect(SCSITaskInterface& task, std::span<std::b
     fail(outcome, formatted("a mode page could not be written (%s)", step));
     return false;
   };
-  // The page-format bit of byte 1 is not set; this is intended, the vendor's pages are so.
+  // The page-format bit of byte 1 is not set: the vendor's pages are so (docs/oddities.md).
   const std::array<std::byte, 10> block = {std::byte{0x55},
                                            {},
                                            {},
@@ -291,7 +291,8 @@ bool TarvoMSCDevice::setUSBModeDictionary(const PropertyDictionary& mode) {
   if (_modeSensePageCode(kUSBModePageCode, &sensed, &size) != status::kOK)
     return couldNotSetUSBMode();
   USBModePage page = smartFinderUSBModePage(mode);
-  // The size does not matter: a unit with a short page is written to as well; this is intended.
+  // The size does not matter: a unit with a short page is written to as well
+  // (docs/oddities.md).
   if (sensed.size() > kUSBModeCapabilities)
     page[kUSBModeCapabilities] = sensed[kUSBModeCapabilities];
   return _modeSelectPage(page) || couldNotSetUSBMode();

@@ -187,7 +187,7 @@ Status DeviceContents::take(std::vector<FileObject> files, ICAObject device,
 
 namespace {
 
-/// "bmg" is spelt so: this is intended, and there is no "bmp".
+/// "bmg" is spelt so, and there is no "bmp": intended, see docs/oddities.md.
 constexpr std::array<std::string_view, 16> kPictureExtensions = {
     "jpg",  "jp2", "jpeg", "jpe",  "tif", "tiff", "bmg",  "fpx",
     "fpix", "gif", "png",  "pict", "mov", "mpg",  "mpeg", "avi"};

@@ -15,7 +15,8 @@ constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kBeforeAddress = " <";
 constexpr char kBehindAddress = '>';
 
-/// Without the line end, of either kind, and without a line feed before it, which is intended.
+/// Without the line end, of either kind, and without a line feed before it: intended, see
+/// docs/oddities.md.
 std::string_view withoutLastLineEnd(std::string_view text) {
   for (const char end : {'\n', '\r', '\n'}) {
     if (text.ends_with(end)) text.remove_suffix(1);
@@ -23,7 +24,7 @@ std::string_view withoutLastLineEnd(std::string_view text) {
   return text;
 }
 
-/// At least one line: bare line feeds separate none, which is intended.
+/// At least one line: bare line feeds separate none (docs/oddities.md).
 std::vector<std::string_view> linesOf(std::string_view text) {
   std::vector<std::string_view> lines;
   for (;;) {

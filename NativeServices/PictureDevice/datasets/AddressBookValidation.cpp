@@ -41,7 +41,7 @@ constexpr AddressRule kAddressRules[] = {
        return isDotOrAtSign(address.front()) || isDotOrAtSign(address.back());
      },
      "begins or ends with dot", status::kAddressBookOuterDot},
-    // These two say what the other one looks for, which is intended.
+    // These two say what the other one looks for: intended, see docs/oddities.md.
     {[](std::string_view address) { return contains(address, "@."); }, "contains '.@'",
      status::kAddressBookAtSignDot},
     {[](std::string_view address) { return contains(address, ".@"); }, "contains '@.'",
@@ -91,12 +91,12 @@ std::optional<AddressBookError> errorOfContact(const Contact& contact,
   return std::nullopt;
 }
 
-/// All members count, those that are to be deleted as well, which is intended.
 /// The value to blame; a group without a name has none.
 AddressBookError groupError(Status code, const ContactGroup& group) {
   return {code, group.name.empty() ? std::nullopt : std::optional(group.name)};
 }
 
+/// All members count, those that are to be deleted as well: intended, see docs/oddities.md.
 std::optional<AddressBookError> errorOfGroup(const ContactGroup& group,
                                              const XT_AddressBookInfo& limits) {
   if (exceeds(group.members.size(), limits.maxAddressesPerGroup,

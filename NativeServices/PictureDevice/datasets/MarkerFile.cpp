@@ -84,8 +84,8 @@ std::vector<std::string> recipientsOf(std::string_view job, std::size_t& room) {
     room -= length;
     recipients.emplace_back(job.substr(start, length));
     TraceLog::trace("recipient: %s", recipients.back().c_str());
-    // Not behind the closing quotation mark: a recipient may hold the keyword of the next one,
-    // which is intended.
+    // Not behind the closing quotation mark: a recipient may hold the keyword of the next one.
+    // Intended, see docs/oddities.md.
     at = job.find(kRecipient, start);
   }
   return recipients;

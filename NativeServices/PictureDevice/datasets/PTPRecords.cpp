@@ -63,7 +63,6 @@ XT_AddressBookInfo scanAddressBookInfo(XTPTPDataSet& dataSet) {
   const FieldReader read(dataSet);
   visitFields(info, [&](const char* name, auto& field) {
     read(name, field);
-    // Signed, although the fields are not; this is intended.
     TraceLog::trace("AddressBookInfo.%s: %i", name, static_cast<int>(field));
   });
   return info;
@@ -95,7 +94,7 @@ Contact scanContact(XTPTPDataSet& dataSet) {
 void storeContact(XTMutablePTPDataSet& dataSet, const Contact& contact) {
   Contact written = contact;
   if (!written.uid) written.uid = newGUID();
-  // Read and never written back, which is intended: a group's record has its members.
+  // Never written back: membership travels in the records of the groups.
   written.image = 0;
   written.associatedGroups.clear();
   visitFields(std::as_const(written), FieldWriter(dataSet));
@@ -147,7 +146,7 @@ class TransferOrderReader : public FieldReader {
     const std::uint32_t position = dataSet_.position();
     field.value = dataSet_.scanGUID().value_or("");
     dataSet_.setPosition(position);
-    dataSet_.skip(kGUIDLength);  // no bounds test, intended: the field behind it raises
+    dataSet_.skip(kGUIDLength);  // no bounds test: the field behind it raises
   }
 
  private:
@@ -209,7 +208,7 @@ namespace {
 
 /// The bit that makes an array of a scalar's datatype (ISO 15740, "Datatype codes").
 constexpr std::uint16_t kArray = 0x4000;
-/// The codec's table of sizes has another value for these datatypes, which is intended there.
+/// What they take on the wire; sizeForDataCode() says 8: intended, see docs/oddities.md.
 constexpr std::uint16_t kSize128 = 16;
 
 using Form = PTPPropertyDescription::Form;
@@ -219,7 +218,7 @@ bool isArray(std::uint16_t datatype) {
   return datatype >= kPTPArrayOfInt8 && datatype <= kPTPArrayOfUInt128;
 }
 
-/// The datatype of an array's elements. Those of INT8 are unsigned; this is intended.
+/// The datatype of an array's elements. Those of INT8 are unsigned, as the codec reads them.
 std::uint16_t elementOf(std::uint16_t datatype) {
   if (datatype == kPTPArrayOfInt8) return kPTPUInt8;
   return static_cast<std::uint16_t>(datatype - kArray);

@@ -137,7 +137,7 @@ std::optional<std::uint32_t> childCountOf(ICAObject list) {
 }
 
 /// Class that enumeration names for a module; it differs from the one that an inspection makes of a
-/// mass-storage module, which is intended.
+/// mass-storage module: intended, see docs/oddities.md.
 std::optional<std::string_view> classNameForModule(std::string_view module) {
   if (module == device_module::kPTPCamera) return "XTImageCapturePTPDevice";
   if (module == device_module::kMassStorage) return "XTImageCaptureVolume";
@@ -266,7 +266,8 @@ ICAObject XTImageCaptureDevice::cameraObjectAtIndex(std::uint32_t index, ICAObje
 
 void XTImageCaptureDevice::primeICADevice(ICAObject object) {
   TraceLog::traceWithTag(formatted("primeICADevice 0x%X", object), XTOptDebugLog);
-  // The asynchronous copy would end in nothing, so it is not begun; no device results. Intended.
+  // The asynchronous copy would end in nothing, so it is not begun and no device results: intended,
+  // see docs/oddities.md.
   if (PictureDeviceRoom::required().gEnableAsyncDeviceInspection) return;
   PropertyDictionary properties;
   const Status status =

@@ -29,7 +29,7 @@ constexpr std::size_t kAddressBookInfoRoom = 28;
 
 [[noreturn]] void raisePTPException(const char* reason, const PassThroughTransaction& transaction) {
   auto userInfo = PropertyDictionary::object();
-  // Both go under the same key, so that the status remains; this is intended.
+  // Both go under the same key, so that the status remains: intended, see docs/oddities.md.
   userInfo["ptpResponseCode"] = transaction.responseCode();
   userInfo["ptpResponseCode"] = transaction.status();
   throw Exception(std::string(exception_name::kPTP), reason, std::move(userInfo));
@@ -272,7 +272,7 @@ Status XTImageCapturePTPDevice::displayRequest(XTMutablePTPDataSet& request) {
                                       .operation = ptp::XTO_DISPLAY_REQUEST,
                                       .dataUsageMode = kDataToDevice,
                                       .data = request.bytes()});
-  // The response itself also after success, which is intended.
+  // The response itself also after success: intended, see docs/oddities.md.
   return run(transaction) ? status::kPTPOK : transaction.outcome();
 }
 
@@ -329,7 +329,7 @@ Status XTImageCapturePTPDevice::readAddressBookInfo(XT_AddressBookInfo& info, st
 }
 
 Status XTImageCapturePTPDevice::sendDeviceReset() {
-  // The trace names the code of another operation, which is intended.
+  // The trace names the code of another operation: intended, see docs/oddities.md.
   PassThroughTransaction transaction(
       {.method = "sendDeviceReset",
        .headerFailure = formatted("sendDeviceReset (opcode 0x%x)", unsigned{ptp::kFormatStore}),
@@ -527,7 +527,7 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyBytes(std::uint16_t
                                                                    const char* method) {
   // Not asked on the chance: some devices do not survive a property that they do not know.
   if (!containsCode(propertyList_, property)) return std::nullopt;
-  // The failures of both operations are traced under one name, which is intended.
+  // The failures of both operations are traced under one name: intended, see docs/oddities.md.
   PassThroughTransaction transaction(
       {.method = method,
        .headerFailure = formatted("propertyDataSet GetDevicePropInfo %04X", property),
@@ -547,7 +547,7 @@ Status XTImageCapturePTPDevice::setProperty(std::uint16_t property,
                                             std::span<const std::byte> value) {
   // A value is small, so it may be copied for its padding.
   const auto padded = dataAdjustedToAvoidModulo64PayloadSize({value.begin(), value.end()});
-  // The reason names another operation, which is intended.
+  // The reason names another operation: intended, see docs/oddities.md.
   PassThroughTransaction transaction({.method = "setProperty",
                                       .headerFailure = "setProperty SetDevicePropValue",
                                       .operation = ptp::kSetDevicePropValue,

@@ -106,7 +106,7 @@ Status XTImageCapturePTPDevice::createFormat(std::uint16_t format, XTMutablePTPD
     // Some devices use the handle of an object that was deleted again.
     invalidateInfoCacheForObject(*resultHandle);
   }
-  // The counts stay, unlike after a send of an object: this is intended.
+  // The counts stay, unlike after a send of an object: intended, see docs/oddities.md.
   forgetContents();
   return transaction.outcome();
 }
@@ -179,7 +179,7 @@ std::uint32_t XTImageCapturePTPDevice::maxContactArrayLength() {
 }
 
 std::uint32_t XTImageCapturePTPDevice::maxGroupArrayLength() {
-  // The count of the contacts is tested and that of the groups stored: this is intended.
+  // The count of the contacts is tested and that of the groups stored: intended, see docs/oddities.md.
   if (cachedContactCountForDatasetSizeEstimate_ == -1) {
     cachedGroupCountForDatasetSizeEstimate_ =
         numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_GROUP);

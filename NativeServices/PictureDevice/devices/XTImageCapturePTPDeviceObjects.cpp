@@ -118,7 +118,7 @@ std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(std::
 
 std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(
     std::uint32_t store, std::uint16_t type, std::uint32_t association) {
-  // The room is for all formats, which is intended.
+  // The room is for all formats: intended, see docs/oddities.md.
   return objectHandles({store, type, association}, numberOfObjects({store, 0, association}));
 }
 

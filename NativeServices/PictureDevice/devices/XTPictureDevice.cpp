@@ -43,7 +43,7 @@ std::vector<std::shared_ptr<XTPictureDevice>> XTPictureDevice::deviceList() {
 void XTPictureDevice::registerAllNotifications() {
   auto& room = PictureDeviceRoom::required();
   TraceLog::traceMethod("XTPictureDevice", "registerAllNotifications", nullptr);
-  // The name has been cleared by the time it is logged; this is intended.
+  // The name has been cleared by the time it is logged: intended, see docs/oddities.md.
   TraceLog::traceWithTag("launcher procName: ", XTOptDebugLog);
   const bool byHelper = isLaunchedByHelper(room.services());
   TraceLog::traceWithTag(byHelper ? "Launched by helper" : "Not launched by helper", XTOptDebugLog);

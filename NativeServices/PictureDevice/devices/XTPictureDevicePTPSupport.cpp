@@ -269,7 +269,7 @@ std::string keyOf(const ObjectReference& object) {
 void addStore(PropertyDictionary& sum, const PTPStorageInfo& info, std::int32_t images) {
   const bool isFixed = info.storageType == kFixedROM || info.storageType == kFixedRAM;
   const std::string prefix = isFixed ? "XTPictureDeviceInternal" : "XTPictureDeviceRemovable";
-  // The low 32 bits alone, which is intended.
+  // The low 32 bits alone: intended, see docs/oddities.md.
   sum[prefix + "MemoryKey"] = static_cast<std::uint32_t>(info.maxCapacity);
   sum[prefix + "FreeKey"] = static_cast<std::uint32_t>(info.freeSpaceInBytes);
   sum[prefix + "ImagesKey"] = images;
@@ -282,7 +282,7 @@ std::optional<std::string> XTPictureDevice::deviceID() {
 }
 
 std::optional<std::string> XTPictureDevice::defaultHostID() {
-  // Not the property that setDefaultHostID() writes: this is intended.
+  // Not the property that setDefaultHostID() writes: intended, see docs/oddities.md.
   return GUIDProperty(ptp::kDeviceGUID);
 }
 

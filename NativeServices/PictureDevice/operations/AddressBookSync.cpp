@@ -112,7 +112,7 @@ bool isUnchanged(const ContactGroup& group) {
 }  // namespace
 
 Status AddressBookWriting::setAddressBookDictToDatasets(AddressBook& book) {
-  // The contacts stay as they are and are not sent: this is intended.
+  // The contacts stay as they are and are not sent: intended, see docs/oddities.md.
   ContactGroups groups;
   for (const auto& group : book.groups.value_or(ContactGroups())) {
     bool keep = true;
@@ -154,7 +154,7 @@ Status AddressBookWriting::sendGroup(ContactGroup& group) {
     return note(DataSyncAction::kUpdate, group.name, group.handle,
                 device_.updateObject(group.handle, ptp::XTD_GROUP, dataSet));
   }
-  // Any other action sends nothing, which is intended.
+  // Any other action sends nothing (docs/oddities.md).
   if (group.action != DataSyncAction::kAdd) return status::kOK;
   std::uint32_t handle = 0;
   const Status status = device_.createFormat(ptp::XTD_GROUP, dataSet, &handle);
@@ -175,7 +175,7 @@ Status AddressBookWriting::setAddressBookDictToABKFile(AddressBook& book) {
                                contact->email.value_or("") + "> from addresses",
                            XTOptDebugLog);
   }
-  // The text stays empty: this is intended.
+  // The text stays empty: intended, see docs/oddities.md.
   const std::string text;
   if (!isASCII(text)) {
     TraceLog::trace("Could not convert address book to ASCII.");

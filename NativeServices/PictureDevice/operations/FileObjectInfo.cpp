@@ -59,7 +59,7 @@ struct FormatChoice {
   std::uint16_t byOperations(std::uint16_t type) const {
     const bool takesVendorSend = operations && containsCode(*operations, ptp::XTO_SEND_OBJECT);
     const bool takesSend = operations && containsCode(*operations, ptp::kSendObject);
-    // A response code as a format: this is intended.
+    // A response code as a format: intended, see docs/oddities.md.
     if (!takesVendorSend && !takesSend) return status::kPTPOperationNotSupported;
     // Of the two the vendor's comes first.
     setSendRequired(takesVendorSend);
@@ -107,7 +107,7 @@ Status readSizeAndDate(const struct stat& attributes, const std::string& path, L
   traceStep("Modification Date: " + dateInWords(attributes.st_mtime) + "\n");
   const auto date = ptpDateOfTime(attributes.st_mtime);
   if (!date) {
-    // Said of the date too, which is intended.
+    // Said of the date too: intended, see docs/oddities.md.
     traceStep("file size was not found for: " + path);
     return status::kFileTypeNotFound;
   }
