@@ -66,7 +66,8 @@ USBModePage smartFinderUSBModePage(const PropertyDictionary& mode) {
 std::optional<PropertyDictionary> dictionaryFromUSBModePage(std::span<const std::byte> page,
                                                             std::optional<bool> autoRestart) {
   if (page.size() < kUSBModePageSize) return std::nullopt;
-  // Least significant byte first and not scaled, unlike what is written: intended, see docs/oddities.md.
+  // Least significant byte first and not scaled, unlike what is written: intended, see
+  // docs/oddities.md.
   std::uint32_t autoWakeup = 0;
   for (std::size_t at = kDelayAt + kDelaySize; at-- > kDelayAt;)
     autoWakeup = autoWakeup << 8 | std::to_integer<std::uint32_t>(page[at]);

@@ -179,7 +179,8 @@ std::uint32_t XTImageCapturePTPDevice::maxContactArrayLength() {
 }
 
 std::uint32_t XTImageCapturePTPDevice::maxGroupArrayLength() {
-  // The count of the contacts is tested and that of the groups stored: intended, see docs/oddities.md.
+  // The count of the contacts is tested and that of the groups stored: intended, see
+  // docs/oddities.md.
   if (cachedContactCountForDatasetSizeEstimate_ == -1) {
     cachedGroupCountForDatasetSizeEstimate_ =
         numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_GROUP);

@@ -81,7 +81,7 @@ std::optional<TransferOrder> XTPictureDevice::squirtTransferFiles() {
   TransferOrder order =
       TransferOrders(*ptpTransactions(), lastReading_).first(fields_.orderAssetCounts);
   // There may be one the next time; one that cannot be read is kept all the same
-    // (docs/oddities.md).
+  // (docs/oddities.md).
   if (order.handle != 0) fields_.cachedSquirtTransferFiles = order;
   return order;
 }
