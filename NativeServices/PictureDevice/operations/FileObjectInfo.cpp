@@ -52,6 +52,7 @@ struct FormatChoice {
   /// at the end.
   std::uint16_t forLegacyModel(std::uint16_t type) const {
     if (type != ptp::kFirmwareFormat) return ptp::kUndefinedFormat;
+    // Firmware goes to them by the standard send, whatever they list (see opcodesForFormat()).
     setSendRequired(false);
     return type;
   }
@@ -73,6 +74,8 @@ struct FormatChoice {
   }
 
   std::uint16_t choose(std::uint16_t type, std::string_view path) {
+    // The order matters: what a model can take is decided first, what it calls that afterwards, and
+    // a favourite is a JPEG only where it is still one.
     type = isLegacyModel(facts.model, maker) ? forLegacyModel(type) : byOperations(type);
     undefinedIsAllowed = isOneOf(maker.undefinedFormatModels, facts.model);
     if (undefinedIsAllowed) return ptp::kUndefinedFormat;
@@ -105,6 +108,7 @@ struct LocalFile {
 Status readSizeAndDate(const struct stat& attributes, const std::string& path, LocalFile& file) {
   traceStep(formatted("File size: %lld", static_cast<long long>(attributes.st_size)));
   traceStep("Modification Date: " + dateInWords(attributes.st_mtime) + "\n");
+  // Before the size: without a date there is nothing to be announced, whatever the size is.
   const auto date = ptpDateOfTime(attributes.st_mtime);
   if (!date) {
     // Said of the date too: intended, see docs/oddities.md.
@@ -119,6 +123,7 @@ Status readSizeAndDate(const struct stat& attributes, const std::string& path, L
 
 Status readLocalFile(const std::string& path, LocalFile& file) {
   struct stat attributes {};
+  // stat() follows it, and the extension is that of the link.
   // A link stands for its file, as everywhere.
   if (::stat(path.c_str(), &attributes) != 0) {
     traceStep("path was not found: " + path);
@@ -128,6 +133,8 @@ Status readLocalFile(const std::string& path, LocalFile& file) {
     traceStep("path does not specify a file: " + path);
     return status::kNotAFile;
   }
+  // Cameras know their files by extension, whatever is in them; looking into the file would
+  // disagree with them.
   const std::string extension = lowerCaseExtension(path);
   const auto fourCharacters = fileType(path, extension);
   if (!fourCharacters) {
@@ -160,6 +167,8 @@ Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
   FormatChoice choice{supportedOperations, facts, maker, xtSendRequired};
   const std::uint16_t type = choice.choose(file.type, path);
   traceStep(formatted("final PTP type: 0x%x", type));
+  // Undefined is what a device would show as a file that it cannot open: refused here, before a
+  // byte is sent, except on models that take everything so.
   if (type == ptp::kUndefinedFormat && !choice.undefinedIsAllowed) {
     return status::kPTPInvalidObjectFormatCode;
   }
