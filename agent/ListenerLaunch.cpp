@@ -59,15 +59,19 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
     rlaTask->launch();
+    // The child needs no desktop entry to be recognised then.
     services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
     logListener("call SendBusyNotification");
+    // There is none during start-up, when devices that are attached already are handled.
     if (appBlocker) appBlocker->SendBusyNotification();
   } catch (const Exception& exception) {
     // The handle is kept, and reported as stale at the next arrival (docs/oddities.md).
+    // No busy was announced, so nobody waits for a done.
     logListener("launch - caught exception: %s", exception.reason().c_str());
     logTo(services_.log, LogLevel::kWarning,
           "The Relay application could not be started: " + exception.reason());
   }
+  // A search that goes on writes its own separator at its end.
   if (!killTimer_) logSeparator();
   changed();
 }

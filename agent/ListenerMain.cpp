@@ -19,6 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
+// It repeats, and lives no longer than kKillDelay.
 constexpr milliseconds kLostDevInterval{1000};
 constexpr milliseconds kKillDelay{5000};
 // BCD, as the platform numbers its versions.
@@ -28,6 +29,7 @@ constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
 // How a unit is sent to camera mode.
 constexpr bool kCameraMode = true;
 constexpr bool kPowerDown = true;
+// The page holds a tenth of it (usbModePage()).
 constexpr std::uint32_t kAutowakeDelay = 1000;
 
 constexpr const char* kNotActive = "this user's session is not active";
@@ -202,6 +204,7 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
     logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");
     if (device->lastFailure().status != status::kOK)
       warnOfFailure(*device, "did not tell its USB mode");
+    // A unit that cannot switch is opened, so that the user can take out the card.
     // The results do not matter: there is nothing else to try.
     if (device->unmountMedia() != status::kOK) warnOfFailure(*device, "could not be unmounted");
     if (!device->ejectTray()) warnOfFailure(*device, "could not be ejected");
@@ -234,11 +237,13 @@ void Listener::warnOfFailure(const TarvoMSCDevice& device, const char* what) {
 
 // The unit comes back as a camera with the same serial number.
 void Listener::awaitReturnOf(const TarvoMSCDevice& device) {
+  // Asked now, while the unit is still there: it leaves a moment later.
   const auto usbDevice = DeviceInfoSupport::getRootUSBDictionaryForService(device.iokitService());
   if (!usbDevice) {
     logListener("--- ERROR --- getRootUSBDictionaryForService failed.");
     return;
   }
+  // Without one any device ends the search.
   mscSerialNum_ = textForKey(*usbDevice, "USB Serial Number");
   if (!mscSerialNum_) logListener("--- ERROR --- failed to find serial number in svcDict.");
   startLostDevTimer();

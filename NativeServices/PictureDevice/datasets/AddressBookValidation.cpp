@@ -142,6 +142,7 @@ Status validateEmailAddressFormat(const std::optional<std::string>& address,
   for (const auto& rule : kAddressRules) {
     if (rule.isBroken(*address)) return traced(address, rule.words, rule.code);
   }
+  // Last, and in bytes: it is ASCII by now.
   if (address->size() > maxLength) {
     return traced(address, "is too long", status::kAddressBookAddressTooLong);
   }
@@ -166,6 +167,7 @@ std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book,
                                                         const BadNicknameSet& bad) {
   const auto& limits = book.limits;
   if (!supportsAddressBooks) return AddressBookError{status::kPTPOperationNotSupported, {}};
+  // Before the contacts themselves: with too many of them it does not matter what is in them.
   if (exceeds(countOf(book.contacts), limits.maxAddresses, "Too many contacts for device")) {
     return AddressBookError{status::kAddressBookTooManyContacts, {}};
   }
@@ -185,6 +187,8 @@ Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
 }
 
 bool isValidLCB(std::span<const std::byte> data) {
+  // The layout of the file with album names: a header whose last byte counts the records, and an
+  // exclusive or of all bytes at the end.
   constexpr std::size_t kCountOffset = 31;
   constexpr std::size_t kHeader = 32;
   constexpr std::size_t kRecord = 272;

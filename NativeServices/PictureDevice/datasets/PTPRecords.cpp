@@ -53,6 +53,7 @@ std::shared_ptr<const PTPStorageInfo> scanStorageInfo(XTPTPDataSet& dataSet) {
 
 XTMutablePTPDataSet dataSetFromStorageInfo(const PTPStorageInfo& info) {
   auto dataSet = dataSetFromRecord(info);
+  // Two texts end the data set (ISO 15740, "StorageInfo dataset"); nothing here has a use for them.
   dataSet.storeString("");  // StorageDescription
   dataSet.storeString("");  // VolumeLabel
   return dataSet;
@@ -93,6 +94,7 @@ Contact scanContact(XTPTPDataSet& dataSet) {
 
 void storeContact(XTMutablePTPDataSet& dataSet, const Contact& contact) {
   Contact written = contact;
+  // A device identifies a contact by it, so none may be without.
   if (!written.uid) written.uid = newGUID();
   // Never written back: membership travels in the records of the groups.
   written.image = 0;
@@ -120,6 +122,7 @@ ContactGroup scanGroupAndAssignContacts(XTPTPDataSet& dataSet, const ContactsByH
     if (found != contacts.end() && found->second) group.members.push_back(found->second);
   }
   if (group.members.size() != record.members.size())
+    // A group that lost a member would be written back without it.
     raiseAssertion("Could not find contacts for all members of group " + group.name);
   return group;
 }
@@ -163,6 +166,7 @@ class TransferOrderWriter : public FieldWriter {
   void operator()(const char*, GUIDField<const std::string> field) const {
     const std::uint32_t position = dataSet_.position();
     dataSet_.storeGUID(field.value);
+    // The text may be no GUID, whose array is then empty and 16 bytes too short.
     if (dataSet_.position() - position == kGUIDLength) return;
     dataSet_.setPosition(position);
     dataSet_.storeUInt128ToUInt8Array({});
@@ -304,6 +308,8 @@ void storeScalar(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
 void scanForm(XTPTPDataSet& dataSet, PTPPropertyDescription& description) {
   const std::uint8_t form = dataSet.scanByte();
   if (form > static_cast<std::uint8_t>(Form::kEnumeration))
+    // Forms of later versions of the standard (a date, a long text) have values of another kind, so
+    // nothing behind it could be read.
     raiseAssertion(formatted("Unexpected form %d", form));
   description.form = static_cast<Form>(form);
   if (description.form == Form::kNone) return;

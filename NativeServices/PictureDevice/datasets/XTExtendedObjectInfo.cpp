@@ -248,6 +248,7 @@ std::optional<std::string> ptpDateOfTime(std::time_t time) {
 
 std::optional<std::time_t> dateOfObject(const XTExtendedObjectInfo& info) {
   const auto changed = timeOfPTPDate(info.modDataStr());
+  // The date of the last change is what the file system of a computer shows, too.
   return changed ? changed : timeOfPTPDate(info.captureDateStr());
 }
 

@@ -60,6 +60,7 @@ XTPTPDataSet XTPTPDataSet::ptpDataSetWithBytesNoCpy(std::span<const std::byte> b
                                                     std::int32_t byteOrder,
                                                     std::shared_ptr<const void> owner) {
   constexpr std::size_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  // Positions are 32 bits; what lies behind cannot be read and is left out.
   const auto length = static_cast<std::uint32_t>(std::min(bytes.size(), kLargest));
   XTPTPDataSet set = initWithBytesNoCpy(bytes.data(), byteOrder, length, false);
   set.owner_ = std::move(owner);
@@ -103,6 +104,7 @@ void XTPTPDataSet::raiseOutOfBounds(std::uint32_t location, std::uint64_t length
 
 void XTPTPDataSet::scanBytes(void* destination, std::uint32_t length) {
   getBytes(destination, position_, length);
+  // Not before the copy: after an exception the position is that of the field which is missing.
   position_ += length;
 }
 

@@ -22,6 +22,7 @@ namespace {
 
 // Room for each data phase, in bytes.
 // A longer answer is cut off.
+// A longer one is refused in words, see parseDeviceInfo().
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;
@@ -141,14 +142,18 @@ void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record
   try {
     scanDeviceInfo(dataSet);
   } catch (const Exception& exception) {
+    // Only a full room can have cut it.
     if (record.pb().dataSize < kDeviceInfoRoom) throw;
     throw Exception(exception.name(), formatted("its DeviceInfo has more than the %zu bytes that "
                                                 "there is room for",
                                                 kDeviceInfoRoom));
   }
+  // A device without a name of its own is shown by its model.
   if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
 
   // The reader went into the zeros behind the answer.
+  // Used all the same: what is missing is empty, and a camera that leaves out its serial number is
+  // still one.
   if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
   TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
                   std::string(className()).c_str(), "loadDeviceInfoUncached",
@@ -210,6 +215,8 @@ Status XTImageCapturePTPDevice::getDeviceInfo(PTPPassThroughRecord& record) {
   record = transaction.takeRecord();
   TraceLog::trace("getDeviceInfo GetDeviceInfo: dataSize: %i",
                   static_cast<int>(record.pb().dataSize));
+  // The beginning says which standard and which vendor's extension, which is what one looks for in
+  // a trace.
   traceBytes(record.data().first(16));
   return status::kOK;
 }
@@ -260,6 +267,7 @@ bool XTImageCapturePTPDevice::doesLCBInfoWork() {
                                       .operation = ptp::XTO_GET_LCB_INFO,
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kLCBInfoRoom});
+  // Its failure is the answer; nothing is raised for it.
   run(transaction);
   // What the 12 bytes mean is of no matter, only that the device gives them.
   return transaction.responseCode() == status::kPTPOK;
