@@ -66,6 +66,7 @@ Status XTPictureDevice::setAddressBookDictPTP(AddressBook& book) {
       className(),
       asDataSets ? "setAddressBookDictToDatasets:" : "setAddressBookDictToABKFile:", this);
   AddressBookWriting writing(*device, services().maker, lastWriting_);
+  // What the device lists decides: data sets can be changed one by one, a file only as a whole.
   const Status status = asDataSets ? writing.setAddressBookDictToDatasets(book)
                                    : writing.setAddressBookDictToABKFile(book);
   if (status == status::kOK && wasKept) fields_.cachedAddressBook = book;
@@ -163,6 +164,7 @@ Status XTPictureDevice::deleteOrderFilesPTP() {
   auto* device = ptpTransactions();
   if (device == nullptr) return status::kUnsupported;
   OrderDeletion deletion(*device);
+  // Markers too on devices with data sets: a card may come from an older camera.
   const Status status = deletion.deleteMarkers();
   // Orders that wait for a transfer are the device's to delete.
   if (status != status::kOK || !supportsCobaltDatasets() || hasSquirtTransferIntention()) {
@@ -203,6 +205,7 @@ std::optional<std::string> XTPictureDevice::defaultCollectionID() {
       containsCode(*properties, kDefaultCollectionID)
           ? GUIDProperty(kDefaultCollectionID)
           : CollectionIDFile(*ptpTransactions(), services().maker).defaultCollectionIDFromFile();
+  // None is not kept, as the device may be given one.
   if (id && !id->empty()) fields_.cachedDefaultCollectionID = id;
   return id;
 }
