@@ -204,8 +204,8 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
     logListener("newMSCDeviceAdded - device does not support canAutoPowerCycle - ignoring it");
     if (device->lastFailure().status != status::kOK)
       warnOfFailure(*device, "did not tell its USB mode");
-    // A unit that cannot switch is opened, so that the user can take out the card.
     // The results do not matter: there is nothing else to try.
+    // A unit that cannot switch is opened, so that the user can take out the card.
     if (device->unmountMedia() != status::kOK) warnOfFailure(*device, "could not be unmounted");
     if (!device->ejectTray()) warnOfFailure(*device, "could not be ejected");
     return;

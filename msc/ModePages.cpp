@@ -5,9 +5,9 @@
 namespace tarvo {
 namespace {
 
+// Both pages stand behind the header of the parameter list.
 // The maker's own pages; their layout is in no standard. SPC has the header and the two bytes in
 // front (7.5).
-// Both pages stand behind the header of the parameter list.
 constexpr std::size_t kPageCodeAt = 8;
 
 constexpr std::uint8_t kUSBModePageLength = 7;

@@ -99,7 +99,6 @@ struct UDisks2Session::Unmounting {
 struct UDisks2Session::Call {
   UDisks2Session* session;
   std::string method;
-  // Owns what it needs: an answer may come after the wait for it was given up.
   Answer answer;
 
   static void finished(GObject* source, GAsyncResult* result, gpointer self) {
@@ -241,10 +240,10 @@ std::string UDisks2Session::awaited() const {
                           : "the disk service (UDisks2) did not come to know the disk";
 }
 
+// All objects at once and not one by path: the path of a disk is UDisks2's own business.
 void UDisks2Session::lookUp(Search search) {
   call(udisks2::kManagerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", nullptr,
        "(a{oa{sa{sv}}})", [this, search = std::move(search)](GVariant* reply, const GError* error) {
-         // All objects at once and not one by path: the path of a disk is UDisks2's own business.
          if (error != nullptr) return refuse(search.done, dissenterFor(error));
          const GVariantPtr objects(g_variant_get_child_value(reply, 0));
          disksCame(search, blockObjects(objects.get()));
@@ -271,8 +270,8 @@ void UDisks2Session::hearOfDisks() {
     auto* session = static_cast<UDisks2Session*>(self);
     guardedEntry(session->log_, "InterfacesAdded", [&] { session->askForAwaited(); });
   };
+  // Subscribed only where something is awaited: an idle session hears nothing.
   arrivals_ = g_dbus_connection_signal_subscribe(
-      // Subscribed only where something is awaited: an idle session hears nothing.
       connection_.get(), udisks2::kService, "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
       udisks2::kManagerPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, came, this, nullptr);
 }
@@ -302,7 +301,6 @@ void UDisks2Session::call(const std::string& path, const char* interface, const 
   // not run is started by the bus.
   g_dbus_connection_call(connection_.get(), udisks2::kService, path.c_str(), interface, method,
                          arguments, replyType ? G_VARIANT_TYPE(replyType) : nullptr,
-                         // No limit of its own: an unmount writes back what the kernel still holds.
                          G_DBUS_CALL_FLAGS_NONE, INT_MAX, cancellable_.get(), Call::finished,
                          new Call{this, method, std::move(answer)});
 }

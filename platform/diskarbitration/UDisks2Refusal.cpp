@@ -24,8 +24,8 @@ struct Refusal {
   const char* why;
 };
 
-// Names of errors are the interface; the texts beside them are translated and change.
 /// What is not here is told in the service's own words.
+/// Names of errors are the interface; the texts beside them are translated and change.
 constexpr auto kRefusals = std::to_array<Refusal>({
     {"org.freedesktop.UDisks2.Error.DeviceBusy", status::kIOReturnBusy, "the volume is in use"},
     {"org.freedesktop.UDisks2.Error.AlreadyUnmounting", status::kIOReturnBusy,

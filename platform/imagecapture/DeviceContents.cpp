@@ -230,8 +230,8 @@ bool isPictureName(std::string_view name) {
 Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& objects) {
   const FolderTree tree(mountPoint);
   if (!tree.isOpen()) return status::kICADeviceGone;
-  // As a card with a damaged folder still has the others.
   // A folder that cannot be read is shown as an empty one.
+  // As a card with a damaged folder still has the others.
   FolderWalk walk(tree, [](const std::string&, int) {});
   std::unordered_map<std::string, std::uint32_t> folders;
   while (const auto* entry = walk.next()) {
@@ -283,10 +283,8 @@ Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
 Status removeFromVolume(const std::string& mountPoint, const std::string& path) {
   const int error = FolderTree(mountPoint).removeFile(path);
   if (error == 0) return status::kOK;
+  // Of everything else that can go wrong a read-only card is by far the commonest.
   return statusOf(error) == status::kFileNotFound ? status::kFileNotFound
-                                                  // Of everything else that can go wrong a
-                                                  // read-only card is by far the commonest, and
-                                                  // EROFS looks like EACCES to the user.
                                                   : status::kWriteNotPermitted;
 }
 

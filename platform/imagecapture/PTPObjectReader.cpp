@@ -339,7 +339,7 @@ Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::s
     return status::kIOError;
   }
   if (result != status::kOK) return result;
-  // A refusal leaves the hidden file behind, which goes with its object.
+  // The hidden file goes with `file`, which was not put in place.
   if (transaction.responseCode != status::kPTPOK) return transaction.responseCode;
   if (!isWhole(object, sink.size())) {
     *why = "the object is shorter or longer than the device has said";

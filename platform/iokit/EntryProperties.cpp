@@ -164,8 +164,8 @@ std::string_view addressInHost(std::string_view unitName) {
 std::string identityOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
                            const PropertyDictionary& properties) {
   if (!usbDevice) return sysfsPath(unit);
+  // Everything that stays the same when it is plugged in again at the same place.
   std::string identity =
-      // Everything that stays the same when it is plugged in again at the same place.
       formatted("%u/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U),
                 properties.value("locationID", 0U));
   identity += textAttribute(usbDevice, "serial").value_or("");
@@ -201,8 +201,8 @@ void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
     properties["Protocol Characteristics"] = {{"Physical Interconnect", "USB"}};
     addUSBIdentity(properties, usbDevice.get());
   }
+  // Its clients only compare it, so any 16 bytes do that are the same for the same unit.
   properties["SCSITaskUserClient GUID"] =
-      // Its clients only compare it, so any 16 bytes do that are the same for the same unit.
       guidFrom(identityOfUnit(unit, usbDevice.get(), properties));
   const std::string block = nameOfChild(sysfsPath(unit), "block");
   if (!block.empty()) properties["BSD Name"] = block;

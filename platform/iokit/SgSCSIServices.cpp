@@ -192,7 +192,6 @@ class SgMMCDevice : public MMCDeviceInterface {
                      std::span<std::byte> buffer, std::uint8_t& taskStatus,
                      std::span<std::byte> sense) override {
     // The command has room for no longer one.
-    // MODE SENSE(10) has 16 bits for it.
     if (buffer.size() > 0xFFFF) return status::kIOReturnBadArgument;
     const auto length = static_cast<unsigned>(buffer.size());
     const std::array<std::byte, 10> block{byte(0x5A),
@@ -234,8 +233,8 @@ class SgMMCDevice : public MMCDeviceInterface {
   }
 
  private:
-  // UNIT ATTENTION: a reset, a new medium, changed pages.
   /// What has happened to the unit is told once, in place of the first answer after it.
+  /// UNIT ATTENTION: a reset, a new medium, changed pages.
   SgOutcome sensePatiently(const OpenedNode& node, std::span<const std::byte> block,
                            std::span<std::byte> buffer, std::span<std::byte> sense) const {
     constexpr int kMostAttempts = 3;

@@ -22,8 +22,8 @@ struct Subsystem {
   const char* name;
   unsigned kinds;
 };
-// An interface that is found is asked for its USB device, which has its handle by then.
 // Ancestors come before what lies below them.
+// An interface that is found is asked for its USB device, which has its handle by then.
 constexpr std::array<Subsystem, 3> kSubsystems{{
     {"usb", kUSBDeviceEntry | kUSBInterfaceEntry},
     {"scsi", kSCSIUnitEntry},
@@ -148,8 +148,8 @@ std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
     PropertyDictionary match, Callback appeared, Callback terminated) {
   auto subscriber =
       std::make_shared<Subscriber>(std::move(match), std::move(appeared), std::move(terminated));
-  // The other half of "present": nobody is told of an entry twice.
   // What is there already is never announced, though udev may repeat its "add" at any time.
+  // The other half of "present": nobody is told of an entry twice.
   for (const ServiceHandle service : presentFor(subscriber->match))
     remember(*subscriber, service);
   subscribers_->push_back(subscriber);
@@ -176,9 +176,9 @@ void UdevRegistry::handleEvent(std::string_view action, GUdevDevice* device) {
   // "bind" follows "add" and stands in for it should that be lost; "change" and "unbind" concern
   // devices that are there already.
   if (action != "add" && action != "bind") return;
+  // An end that was lost.
   // The netlink socket drops events when its buffer is full. The next device at a path proves that
   // the one before it has gone.
-  // An end that was lost.
   for (const ServiceHandle service : entries_.at(path))
     if (!isThere(*entries_.find(service))) entryWent(service);
   const EntryKind kind = entryKind(device);

@@ -193,8 +193,8 @@ DeviceSummary onlyDevice(const std::string& operation, std::vector<DeviceSummary
   std::ranges::copy_if(devices, std::back_inserter(volumes), [](const DeviceSummary& device) {
     return !device.speaksPTP && device.isSupported;
   });
+  // Other vendors' cameras are none that a user of this program means.
   std::erase_if(devices,
-                // Other vendors' cameras are none that a user of this program means.
                 [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
   if (devices.size() == 1) return devices.front();
   if (devices.size() > 1)

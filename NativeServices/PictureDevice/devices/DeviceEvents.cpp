@@ -81,9 +81,9 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
   switch (code) {
     case ptp::kObjectAdded:
     case ptp::kObjectRemoved:
-      // Counts are only estimates for the room of an answer, but one that is too small cuts it.
       // A handle may be given a second time after a removal, so an addition makes stale, too.
       caches.dropObject(subject);
+      // Counts are only estimates for the room of an answer, but one that is too small cuts it.
       forgetCounts(fields);
       break;
     case ptp::kObjectInfoChanged:

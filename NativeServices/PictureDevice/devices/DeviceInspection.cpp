@@ -236,8 +236,8 @@ std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
     const ICAObject object = cameraObjectAtIndex(index, list);
     if (object == 0) continue;
     const auto properties = copyProperties(object);
-    // A list with a gap would number the devices otherwise than the user sees them.
     // One dictionary that cannot be read ends the enumeration: what was found is not reported.
+    // A list with a gap would number the devices otherwise than the user sees them.
     if (!properties) return std::nullopt;
     if (isPictureCD(*properties)) continue;
     names.push_back(textForKey(*properties, "ifil").value_or(""));
@@ -291,7 +291,6 @@ void XTImageCaptureDevice::completeDeviceInspection(ICAObject object,
                                                     const PropertyDictionary& properties) {
   TraceLog::traceWithTag(formatted("completeDeviceInspection 0x%X", object), XTOptDebugLog);
   // Before the device is built, so that a removal is heard whether or not one results.
-  // Also for what turns out to be no device of ours, since its pending retries end with it.
   registerForDeviceRemovedEvent(object);
   // A device that gives nothing is dropped, but its removal is still heard and ends its retries.
   const auto device = DeviceInspection(PictureDeviceRoom::required(), object, properties).run();
@@ -319,8 +318,8 @@ std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
   // The module says how Image Capture reaches the device, which decides the class.
   const std::string module = moduleOf(*properties);
   if (module == device_module::kPTPCamera) return makersPTPDevice(object, why);
-  // A card in anybody's reader may come from a camera of the maker.
   // No test for the maker here: who hears of a mass-storage device filters.
+  // A card in anybody's reader may come from a camera of the maker.
   if (module != device_module::kMassStorageCamera && module != device_module::kMassStorage)
     return nullptr;
   Status failure = status::kOK;
@@ -378,8 +377,8 @@ void XTImageCaptureDevice::deviceAdded(ICAObject object) {
 }
 
 void XTImageCaptureDevice::deviceRemoved(ICAObject object) {
-  // The retries of an object whose handle is never given again would stay in the map.
   // A device that is still held by somebody else is not in the registry, but is waited for.
+  // The retries of an object whose handle is never given again would stay in the map.
   PictureDeviceRoom::required().pendingInspections().forget(object);
   for (const auto& device : deviceList()) {
     const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
@@ -425,7 +424,6 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::run() {
   std::string why;
   // Everything that is asked of the device shares one session. The interface is free again when
   // this returns, so that who hears of the device can claim it.
-  // One session for the whole: each would cost two transactions to open and close.
   const auto scope = room_.services().imageCapture.openScope(object_, &failure, &why);
   if (!scope) {
     interfaceRefused(failure, why);

@@ -194,9 +194,9 @@ Status XTImageCaptureDevice::deleteObject(const ObjectReference& object) {
   }
   // Our own copy, which nobody else brings up to date.
   auto& pictures = (*icaDictionary_)[kPictures];
+  // Erased here and not fetched anew: a user who deletes a hundred pictures would have them all
+  // listed a hundred times.
   const auto deleted = std::ranges::find_if(
-      // Erased here and not fetched anew: a user who deletes a hundred pictures would have them all
-      // listed a hundred times.
       pictures, [&](const auto& picture) { return int32ForKey(picture, "icao") == handle; });
   if (deleted != pictures.end()) pictures.erase(deleted);
   return status;

@@ -22,7 +22,7 @@ namespace {
 
 // Room for each data phase, in bytes.
 // A longer answer is cut off.
-// A longer one is refused in words, see parseDeviceInfo().
+// A DeviceInfo that was cut is refused in words, see parseDeviceInfo().
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;

@@ -47,8 +47,7 @@ BufferSink::BufferSink(ByteBuffer& buffer, std::uint32_t limit)
   buffer_.resize(start_ + limit);
 }
 
-// BufferSink~What was made for bytes that never came goes; the caller sees what is there by the
-// size alone.
+// What was made for bytes that never came goes; the caller sees what is there by the size alone.
 BufferSink::~BufferSink() {
   buffer_.resize(start_ + filled_);
 }
@@ -75,7 +74,7 @@ struct FileSink::Pieces {
   explicit Pieces(SparePieces* kept) : spare(kept ? *kept : ownSpare) {}
   Pieces(const Pieces&) = delete;
   Pieces& operator=(const Pieces&) = delete;
-  // Pieces()~The memory goes back to whoever lent it, so that the next object of a batch finds it.
+  // The memory goes back to whoever lent it, so that the next object of a batch finds it.
   ~Pieces() {
     while (!given.empty())
       retireFirst();
@@ -144,8 +143,8 @@ bool FileSink::received(std::uint64_t offset, std::size_t length) {
   return !wasCancelled_;
 }
 
-// The transport submits at most kMaximumInFlight, and one more is being filled by the caller.
 /// A ring of buffers: one is filled while the others may still be in flight.
+/// The transport submits at most kMaximumInFlight, and one more is being filled by the caller.
 struct FileSource::Pieces {
   std::span<std::byte> next(std::size_t length) {
     auto& memory = ring[index++ % ring.size()];

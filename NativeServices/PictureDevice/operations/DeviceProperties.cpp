@@ -101,7 +101,6 @@ bool equalWithoutCase(std::string_view a, std::string_view b) {
       a, b, [](char x, char y) { return g_ascii_tolower(x) == g_ascii_tolower(y); });
 }
 
-// Firmware of different years says it in each of these ways.
 /// A device may say "de", "de_DE.UTF-8" or "German".
 const Language* languageOf(std::string_view text) {
   const std::string_view code = text.substr(0, text.find_first_of("_-.@"));
@@ -116,8 +115,8 @@ const Language* languageOf(std::string_view text) {
 }  // namespace
 
 std::string hostLocalization() {
-  // As GLib reads them: LANGUAGE before LC_ALL, LC_MESSAGES and LANG.
   // The list is never empty: it ends with "C".
+  // As GLib reads them: LANGUAGE before LC_ALL, LC_MESSAGES and LANG.
   const std::string_view first = *g_get_language_names();
   const std::string_view localization = first.substr(0, first.find_first_of(".@"));
   const bool isNone = localization == "C" || localization == "POSIX";

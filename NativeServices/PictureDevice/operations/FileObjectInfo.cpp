@@ -123,8 +123,8 @@ Status readSizeAndDate(const struct stat& attributes, const std::string& path, L
 
 Status readLocalFile(const std::string& path, LocalFile& file) {
   struct stat attributes {};
-  // stat() follows it, and the extension is that of the link.
   // A link stands for its file, as everywhere.
+  // stat() follows it, and the extension is that of the link.
   if (::stat(path.c_str(), &attributes) != 0) {
     traceStep("path was not found: " + path);
     return status::kFileNotFound;

@@ -31,9 +31,9 @@ bool isFormatRefused(Status status) {
          status == status::kPTPOperationNotSupported || status == status::kPTPInvalidParameter;
 }
 
-// Parameters in this place are optional (ISO 15740, GetObjectHandles), so that a device may refuse
-// them in several ways.
 /// The device cannot list by folder at all.
+/// Parameters in this place are optional (ISO 15740, GetObjectHandles), so that a device may refuse
+/// them in several ways.
 bool isFolderRefused(Status status) {
   return isFormatRefused(status) || status == status::kPTPInvalidParentObject ||
          status == status::kPTPParameterNotSupported;

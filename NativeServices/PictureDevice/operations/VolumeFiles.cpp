@@ -38,8 +38,8 @@ Attributes attributesOf(int source) {
   return attributes;
 }
 
-// FAT has no attributes, and no owner's permissions; the results are not looked at for that.
 /// A file system that cannot hold them keeps a copy without.
+/// FAT has no attributes, and no owner's permissions; the results are not looked at for that.
 void setTypeAndDates(int copy, const std::string& sourceName, const Attributes& attributes) {
   // Only the low half of the type, as it stands.
   const std::uint32_t type = fileTypeOfExtension(lowerCaseExtension(sourceName)) & 0xFFFFU;

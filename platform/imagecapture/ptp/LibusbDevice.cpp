@@ -14,8 +14,8 @@
 namespace tarvo::ptp {
 namespace {
 
-// Long enough for a machine under load: who gives up leaves memory to the kernel for good.
 /// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
+/// Long enough for a machine under load: who gives up leaves memory to the kernel for good.
 constexpr std::chrono::milliseconds kCancelPatience{500};
 /// A hub resets a port in a tenth of a second, and then the device is set up anew.
 constexpr std::chrono::milliseconds kResetPatience{450};
@@ -90,8 +90,8 @@ TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<st
     libusb_cancel_transfer(slot.transfer.get());
     abandoned_ = !endOf(slot, Clock::now() + kCancelPatience);
   }
-  // It is not freed before the handle is closed.
   // Given up: the slot stays in flight, and with it the memory that the kernel may still write to.
+  // It is not freed before the handle is closed.
   if (slot.state != Slot::State::kFinished) return {0, TransferResult::kTimedOut, 0};
   slot.state = Slot::State::kFree;
   // It may also have ended well while it was being cancelled, which counts.
@@ -159,8 +159,8 @@ TransferResult LibusbDevice::resetPort() {
   if (abandoned_) return TransferResult::kTimedOut;
   handle_ = std::move(*lent);
   const int error = ended.get();
-  // The kernel compares the descriptors before and after.
   // It came back as another device, or the interface could not be claimed again.
+  // The kernel compares the descriptors before and after.
   if (error == LIBUSB_ERROR_NOT_FOUND) return TransferResult::kNoDevice;
   watchInterrupts(handler);
   return resultOfError(error);
