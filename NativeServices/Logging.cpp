@@ -27,7 +27,7 @@ struct PreferenceFlags {
 };
 
 /// In the order in which they are read. LOG_SUBSYS_PYTHON stands twice, and LISTENER and ZEROCONF
-/// share a bit; both are intended.
+/// share a bit: intended, see docs/oddities.md.
 constexpr auto kPreferenceFlags = std::to_array<PreferenceFlags>({
     {"LOG_INCLUDE_TIMESTAMP", kLogIncludeTimestamp},
     {"LOG_INCLUDE_THREADID", kLogIncludeThreadID},
@@ -156,7 +156,8 @@ void GGLogging::ClearDynLogFlags(std::uint64_t flags) {
   if (state == nullptr) return;
   const std::scoped_lock lock(state->dynFlagsLock_);
   for (std::size_t bit = 0; bit < 64; ++bit) {
-    // The whole argument is toggled once for each bit that loses its last user; this is intended.
+    // The whole argument is toggled once for each bit that loses its last user: intended, see
+    // docs/oddities.md.
     if (isBitSet(flags, bit) && --state->sDynFlagCnt_[bit] == 0) state->sDynFlags_ ^= flags;
   }
 }

@@ -107,7 +107,7 @@ class GGLogging {
   /// have an effect: they never let a message through.
   static void SetDynLogFlags(std::uint64_t flags);
   /// Takes a user of each bit away. Each bit that loses its last user toggles the whole argument,
-  /// not itself alone; this is intended.
+  /// not itself alone.
   static void ClearDynLogFlags(std::uint64_t flags);
   /// Writes "PREFIX facility - message" when every bit of `level` is active. The line is expanded
   /// as a format string whose arguments are missing.

@@ -44,7 +44,7 @@ std::string withoutOuterControls(std::string_view text);
 std::wstring stdWStringUTF16(std::string_view text);
 
 /// The text made of the low 16 bits of each element: the inverse of stdWStringUTF16. Elements above
-/// 0xFFFF are cut, not encoded as surrogate pairs; this is intended.
+/// 0xFFFF are cut, not encoded as surrogate pairs.
 std::string stringFromUTF16Wstring(std::wstring_view wide);
 
 /// Text that cannot be converted: the root of what this file raises.

@@ -63,6 +63,8 @@ struct AgentProcess::Base {
 
 // The platform, and upon it the rooms and the Listener: each member stands on those above it, and
 // goes before them, so that nobody calls into a service that has gone.
+// Made after the name is owned: making the registry and the sources is what brings the first
+// arrivals.
 struct AgentProcess::Devices {
   explicit Devices(Base& base) : base_(base) {}
   void arm();
@@ -78,10 +80,12 @@ struct AgentProcess::Devices {
   ProcessRunningApplications applications;
   UnixMountTable mounts{base_.preferences, base_.log};
   UdevRegistry registry{base_.loop, base_.log};
+  // The default time-outs, {}: at most 5 seconds for a device that is silent.
   ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
   SgSCSIServices scsi{registry, base_.log};
   UDisks2DiskArbitration diskArbitration{systemBus, registry, base_.loop.interrupt(), base_.log};
+  // Read once, so that all rooms read the cards of one session alike.
   std::string encoding = defaultEncoding(base_.preferences, base_.log);
 
   SupportedModels models{base_.constants};
@@ -103,6 +107,7 @@ void AgentProcess::Devices::arm() {
               base_.constants.agentBundlePath + "/Resources/ggcam.inf");
   const std::string& relay = base_.constants.relayBundleIdentifier;
   if (!applications.hasDesktopEntry(relay))
+    // Only a warning: a Relay that the agent itself has started is known without it.
     logTo(
         base_.log, LogLevel::kWarning,
         "A Relay application that somebody else starts will not be recognised: no desktop entry " +
@@ -135,12 +140,14 @@ int AgentProcess::run() {
   } catch (const Exception& exception) {
     // There is no log yet, and whoever gave the file reads standard error.
     std::fprintf(stderr, "tarvo-agent: %s\n", exception.reason().c_str());
+    // A file of preferences that was named and cannot be read is a mistake on the command line.
     return kExitUsage;
   }
   base_->loop.quitOnTerminationSignals();
   if (!ownName()) return kExitNameRefused;
   if (!armListener()) {
     systemLogLine("Failed to alloc listener");
+    // Not a failure that a restart would mend, so that systemd does not try again.
     return kExitNormal;
   }
   base_->status.update();
@@ -163,6 +170,7 @@ bool AgentProcess::ownName() {
 }
 
 bool AgentProcess::armListener() {
+  // What a device brings about while the agent starts must not end it.
   guardedEntry(base_->log, "init", [this] {
     devices_ = std::make_unique<Devices>(*base_);
     devices_->arm();
@@ -171,6 +179,7 @@ bool AgentProcess::armListener() {
 }
 
 AgentStatus::Values AgentProcess::statusNow() const {
+  // Asked of the bus before the devices are there: everything is still false and empty.
   if (!devices_ || !devices_->listener) return {};
   const Listener& listener = *devices_->listener;
   return {listener.isActive(), listener.relayIsRunning(), listener.wirelessIsBusy(),

@@ -85,6 +85,7 @@ AgentStatus::~AgentStatus() {
 }
 
 bool AgentStatus::attach(GDBusConnection* connection) {
+  // A bus that has come back is another connection.
   detach();
   const NodeInfo node(g_dbus_node_info_new_for_xml(kAgentInterfaceXML, nullptr));
   GErrorHolder error;
@@ -108,6 +109,7 @@ void AgentStatus::detach() {
 
 // Read when idle, because reading looks at mount points and an arrival must not wait for that.
 void AgentStatus::update() {
+  // Several changes of one arrival are one signal.
   if (std::exchange(updatePending_, true)) return;
   loop_.performWhenIdle([this, alive = std::weak_ptr(alive_)] {
     if (alive.expired()) return;

@@ -29,7 +29,6 @@ AppBlocker::~AppBlocker() {
   center_.removeObserver(this);
 }
 
-// The lines carry no tag and no prefix, unlike the Listener's: intended.
 void AppBlocker::SendBusyNotification() {
   if (LogCheck(kLogListener))
     systemLogLine("AppBlocker - SendBusyNotification sending " + busyNotification);

@@ -50,24 +50,28 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   logListener("launch with type='%s' usbId='%s' path='%s'", type.c_str(),
               usbId.value_or("").c_str(), path.value_or("").c_str());
   if (rlaTask) {
-    // The line names the other handler: intended.
+    // The line names the other handler: intended, see docs/oddities.md.
     logListener("appDiedHandler --- ERROR --- rlaTask is not nil!");
     rlaTask = nullptr;
   }
   rlaTask = createTaskForPath(kRelayPath);
   rlaTask->setArguments(argumentList(type, usbId, path));
-  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end, for every child: intended
+  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
     rlaTask->launch();
+    // The child needs no desktop entry to be recognised then.
     services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
     logListener("call SendBusyNotification");
+    // There is none during start-up, when devices that are attached already are handled.
     if (appBlocker) appBlocker->SendBusyNotification();
   } catch (const Exception& exception) {
-    // The handle is kept, and reported as stale at the next arrival: intended.
+    // The handle is kept, and reported as stale at the next arrival (docs/oddities.md).
+    // No busy was announced, so nobody waits for a done.
     logListener("launch - caught exception: %s", exception.reason().c_str());
     logTo(services_.log, LogLevel::kWarning,
           "The Relay application could not be started: " + exception.reason());
   }
+  // A search that goes on writes its own separator at its end.
   if (!killTimer_) logSeparator();
   changed();
 }
@@ -96,7 +100,7 @@ void Listener::showBusyMessage() {
 
 void Listener::launchWRLApp() {
   logListener("Launch WRLApp");
-  // Overwritten without a look whether the utility still runs: intended.
+  // Overwritten without a look whether the utility still runs: intended, see docs/oddities.md.
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
   wrlaTask->setStandardErrorToPipeReadingEnd();
   try {

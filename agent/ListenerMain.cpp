@@ -19,6 +19,7 @@ namespace {
 
 using std::chrono::milliseconds;
 
+// It repeats, and lives no longer than kKillDelay.
 constexpr milliseconds kLostDevInterval{1000};
 constexpr milliseconds kKillDelay{5000};
 // BCD, as the platform numbers its versions.
@@ -28,6 +29,7 @@ constexpr std::uint32_t kLastVersionWithAviBug = 0x1063;
 // How a unit is sent to camera mode.
 constexpr bool kCameraMode = true;
 constexpr bool kPowerDown = true;
+// The page holds a tenth of it (usbModePage()).
 constexpr std::uint32_t kAutowakeDelay = 1000;
 
 constexpr const char* kNotActive = "this user's session is not active";
@@ -115,8 +117,8 @@ void Listener::observeApplications() {
                                           [this] { launchWRLAHandler(); });
 }
 
-// A task refuses its second launch, so this raises, and the line is logged at every start.
-// Intended.
+// A task refuses its second launch, so this raises, and the line is logged at every start:
+// intended, see docs/oddities.md.
 void Listener::launchWirelessUtilityAgain() {
   try {
     wrlaTask->launch();
@@ -203,6 +205,7 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
     if (device->lastFailure().status != status::kOK)
       warnOfFailure(*device, "did not tell its USB mode");
     // The results do not matter: there is nothing else to try.
+    // A unit that cannot switch is opened, so that the user can take out the card.
     if (device->unmountMedia() != status::kOK) warnOfFailure(*device, "could not be unmounted");
     if (!device->ejectTray()) warnOfFailure(*device, "could not be ejected");
     return;
@@ -214,7 +217,7 @@ void Listener::newMSCDeviceAdded(const Notification* notification) {
   if (handleAviBug_) awaitReturnOf(*device);
 }
 
-// The unit is switched all the same: nothing is unmounted on this way, which is intended.
+// The unit is switched all the same: nothing is unmounted on this way (docs/oddities.md).
 void Listener::warnOfMountedCard(TarvoMSCDevice& device) {
   const auto bsdName = device.dcfVolumeBSDName();
   if (!bsdName) return;
@@ -234,11 +237,13 @@ void Listener::warnOfFailure(const TarvoMSCDevice& device, const char* what) {
 
 // The unit comes back as a camera with the same serial number.
 void Listener::awaitReturnOf(const TarvoMSCDevice& device) {
+  // Asked now, while the unit is still there: it leaves a moment later.
   const auto usbDevice = DeviceInfoSupport::getRootUSBDictionaryForService(device.iokitService());
   if (!usbDevice) {
     logListener("--- ERROR --- getRootUSBDictionaryForService failed.");
     return;
   }
+  // Without one any device ends the search.
   mscSerialNum_ = textForKey(*usbDevice, "USB Serial Number");
   if (!mscSerialNum_) logListener("--- ERROR --- failed to find serial number in svcDict.");
   startLostDevTimer();

@@ -150,7 +150,7 @@ class Listener {
   bool handleAviBug_ = false;
   /// Of the device that is looked for; absent means that any will do.
   std::optional<std::string> mscSerialNum_;
-  [[maybe_unused]] bool closeInstallerWindow = false;  ///< declared, and used by nobody: intended
+  [[maybe_unused]] bool closeInstallerWindow = false;  ///< used by nobody, see docs/oddities.md
 };
 
 /// Image Capture's callback for added devices while devices may get lost: a file whose name holds

@@ -56,7 +56,7 @@ void DeviceInfoSupport::getInfoForDevice(const std::shared_ptr<XTPictureDevice>&
     systemLogLine("getInfoForDevice:returnType:locID:path - mscDevice cast failed!");
     return;
   }
-  // Without a type the rest is of no use to anybody, so it is not filled in; intended.
+  // Without a type the rest is of no use to anybody, so it is not filled in.
   if (!type) return;
   *type = mscDevice->isMSCamera() ? kTypeMassStorage
           : mscDevice->isMSCard() ? kTypeCard

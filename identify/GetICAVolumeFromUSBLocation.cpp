@@ -18,7 +18,7 @@ bool isMassStorageModule(const PropertyDictionary& properties) {
 }
 
 /// The camera at `index` of the device list; none, logged, when that child is no camera. Codes are
-/// shown least significant byte first; this is intended.
+/// shown least significant byte first (docs/oddities.md).
 std::optional<ICAObject> cameraAt(ImageCapture& imageCapture, ICAObject list, std::uint32_t index) {
   // Asked one by one: a child that cannot be read does not hide the others.
   ICAChildInfo child;
@@ -88,7 +88,7 @@ std::optional<std::vector<ICAVolume>> GetICABSDNames() {
   Status headerErr = status::kOK;
   const Status error = services.imageCapture.getChildCount(list, count, headerErr);
   if (error != status::kOK || headerErr != status::kOK) {
-    // The header's error is not shown; this is intended.
+    // The header's error is not shown: intended, see docs/oddities.md.
     logDebug(formatted("ICAGetChildCount error: %d, header err", error));
     return std::nullopt;
   }

@@ -6,6 +6,8 @@ namespace tarvo {
 namespace {
 
 // Both pages stand behind the header of the parameter list.
+// The maker's own pages; their layout is in no standard. SPC has the header and the two bytes in
+// front (7.5).
 constexpr std::size_t kPageCodeAt = 8;
 
 constexpr std::uint8_t kUSBModePageLength = 7;
@@ -50,6 +52,7 @@ USBModePage usbModePage(std::uint8_t modeFlags, bool powerDown, std::uint32_t au
   page[kPageCodeAt] = std::byte{kUSBModePageCode};
   page[kModePageLengthAt] = std::byte{kUSBModePageLength};
   page[kModeFlagsAt] = std::byte{modeFlags};
+  // The delay means something only to a unit that goes to sleep.
   if (!powerDown) return page;
   page[kPowerDownAt] = std::byte{1};
   std::uint32_t rest = autowakeDelay / kDelayDivisor;
@@ -65,8 +68,10 @@ USBModePage smartFinderUSBModePage(const PropertyDictionary& mode) {
 
 std::optional<PropertyDictionary> dictionaryFromUSBModePage(std::span<const std::byte> page,
                                                             std::optional<bool> autoRestart) {
+  // A shorter page has none of the capabilities to show.
   if (page.size() < kUSBModePageSize) return std::nullopt;
-  // Least significant byte first and not scaled, unlike what is written; this is intended.
+  // Least significant byte first and not scaled, unlike what is written: intended, see
+  // docs/oddities.md.
   std::uint32_t autoWakeup = 0;
   for (std::size_t at = kDelayAt + kDelaySize; at-- > kDelayAt;)
     autoWakeup = autoWakeup << 8 | std::to_integer<std::uint32_t>(page[at]);
@@ -87,6 +92,7 @@ bool supportsAutoPowerCycle(std::span<const std::byte> page) {
 }
 
 std::string localDateText(std::time_t date, const char* format) {
+  // The unit has no zone: its clock shows what the user's shows.
   std::tm local = {};
   if (!::localtime_r(&date, &local)) return {};
   std::array<char, 64> text;
@@ -96,6 +102,7 @@ std::string localDateText(std::time_t date, const char* format) {
 void fillClockPage(ClockPage& page, const std::string& digits) {
   page[kPageCodeAt] = std::byte{kClockPageCode};
   page[kModePageLengthAt] = std::byte{kClockPageLength};
+  // A year of five digits would run into the next field.
   const std::size_t count = std::min<std::size_t>(digits.size(), kClockPageLength);
   std::transform(digits.begin(), digits.begin() + static_cast<std::ptrdiff_t>(count),
                  page.begin() + kDigitsAt,

@@ -57,8 +57,10 @@ std::optional<std::string> TarvoMSCDevice::bsdName() {
 bool TarvoMSCDevice::getDCFMediaForLocationID(std::optional<std::int32_t> locationID,
                                               std::optional<std::string>* bsdName,
                                               std::optional<std::string>* volumeName) {
+  // Filled once.
   if (!_dcfVolumeBSDName && !_dcfVolumeName && locationID) {
     for (const auto& volume : GetICABSDNames().value_or(std::vector<ICAVolume>{})) {
+      // The card reader is another unit of the same USB device, and its location is what both have.
       if (locationOf(volume.bsdName) != locationID) continue;
       _dcfVolumeBSDName = volume.bsdName;
       _dcfVolumeName = volume.volume;
@@ -80,6 +82,7 @@ std::vector<Mount> TarvoMSCDevice::mounts() const {
   const auto& services = MSCRoom::required().services();
   const ServiceHandle usbDevice = usbHandleAbove(services.registry, _service);
   auto mounts = services.mounts.mounts();
+  // Of every disk of the USB device: opening the tray of one unit may cut the others off.
   std::erase_if(mounts, [&](const Mount& mount) {
     return usbDevice == 0 || !mount.device.starts_with("/dev/") ||
            usbDeviceOfDisk(services.registry, lastPathComponent(mount.device)) != usbDevice;
@@ -87,6 +90,8 @@ std::vector<Mount> TarvoMSCDevice::mounts() const {
   return mounts;
 }
 
+// No order is the answer to every failure: a question must not stop the caller on a card that
+// cannot be read.
 bool TarvoMSCDevice::sharingOrderExists() {
   try {
     return hasSharingOrder();
@@ -102,6 +107,7 @@ bool TarvoMSCDevice::hasSharingOrder() {
   // The card names its volume, and must not lead out of the folder of volumes.
   const auto name = lastPathComponent(*volume);
   if (name.empty() || name == "." || name == "..") return false;
+  // MISC is where DCF cameras put what goes with the pictures.
   const auto folder =
       std::filesystem::path(MSCRoom::required().services().mounts.volumesFolder()) / name / "MISC";
   for (const char* file : kSharingFiles) {
@@ -198,7 +204,7 @@ Status TarvoMSCDevice::unmountWithin(std::chrono::milliseconds& left) {
       TraceLog::trace("No bsd name for service %8x.", _service);
     }
   }
-  // True, too, when there was nothing to unmount; this is intended, and ejectTray counts on it.
+  // True, too, when there was nothing to unmount: ejectTray counts on it (docs/oddities.md).
   _isUnmounted = result == status::kOK;
   return result;
 }
@@ -239,6 +245,7 @@ Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono:
   DiskContext context{this, kDiskFailure, nullptr};
   auto& diskArbitration = MSCRoom::required().services().diskArbitration;
   const auto session = diskArbitration.createSession();
+  // The completion has to end the session's wait.
   context.session = session.get();
   TraceLog::trace("scheduled session with RunLoop for bsdName = %s, session = %x", bsdName.c_str(),
                   numberOf(*session));
@@ -251,6 +258,7 @@ Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono:
   } else if (!isStopped) {
     fail(status::kIOReturnTimeout, session->awaited() + " within 20 seconds");
   }
+  // One status for all failures, as callers know it; lastFailure() has the words.
   const Status result = isStopped && context.status == status::kOK ? status::kOK : kDiskFailure;
   TraceLog::trace("returning result = %d", result);
   return result;
@@ -281,6 +289,8 @@ bool TarvoMSCDevice::ejectTray() {
   lastFailure_ = {};
   requireInterface();
   TraceLog::trace("Ejecting...");
+  // What unmountMedia() has left of its time, so that both together hold the main thread for no
+  // longer than one.
   auto left = std::exchange(unmountTimeLeft_, kDiskTimeout);
   if (!_isUnmounted) unmountWithin(left);
   if (MSCRoom::required().services().diskArbitration.isInterrupted()) {
@@ -289,6 +299,8 @@ bool TarvoMSCDevice::ejectTray() {
   }
   constexpr bool kIsOpen = true;
   senseData_ = {};
+  // udev locks the tray so that nobody pulls out what is mounted; where nothing is, the lock
+  // protects nobody.
   const TrayLock lock = mounts().empty() ? TrayLock::kReleased : TrayLock::kRespected;
   if (const Status failed = _mmcDevice->setTrayState(kIsOpen, lock, senseData_);
       failed != status::kOK) {

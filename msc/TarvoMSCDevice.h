@@ -104,7 +104,7 @@ class TarvoMSCDevice : public Object {
   /// has taken it.
   bool setUSBModeDictionary(const PropertyDictionary& mode);
   /// True when the unit can switch itself off and return in another mode. The preference counts
-  /// nothing here; this is intended.
+  /// nothing here (docs/oddities.md).
   bool canAutoPowerCycle();
   /// Sends the unit to camera mode, or to the mode in which it starts up. With `powerDown` it
   /// switches itself off and wakes after `autowakeDelay`, of which the page holds a tenth. True

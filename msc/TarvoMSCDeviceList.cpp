@@ -15,6 +15,7 @@ namespace tarvo {
 namespace {
 
 const PropertyDictionary& matchingDictionary() {
+  // The maker's units show themselves as optical drives.
   static const PropertyDictionary kMatch = {{"IOPropertyMatch", {{"device-type", "DVD"}}}};
   return kMatch;
 }
@@ -38,6 +39,7 @@ std::shared_ptr<TarvoMSCDevice> unitOf(ServiceHandle entry) {
     TraceLog::trace("Service does not have a guid for the SCSI task user client");
     return nullptr;
   }
+  // A drive in the machine may bear a name that the maker's begins with.
   if (!isConnectedByUSB(*properties)) return nullptr;
   if (!isMakersUnit(*properties, services.maker.usbVendorID)) return nullptr;
   const ServiceHandle service = taskServiceOf(services.registry, *guid);
@@ -74,6 +76,7 @@ Status TarvoMSCDeviceList::registerDeviceCallbackHandler() {
     return status::kIOReturnError;
   }
   // What was there before.
+  // Before the ends are asked for, so that no end comes without its beginning.
   CDROMAppearedNotificationHandler(this, _deviceAppearedIterator->present());
   _deviceDisappearedIterator =
       registry.addMatchingNotification(matchingDictionary(), {}, [this](ServiceHandle service) {
@@ -92,6 +95,7 @@ std::shared_ptr<TarvoMSCDevice> TarvoMSCDeviceList::mainDevice() const {
 }
 
 TarvoMSCDeviceList& TarvoMSCDeviceList::addDevice(std::shared_ptr<TarvoMSCDevice> device) {
+  // Recursive: an observer of the arrival asks the list, and may take the unit off.
   const std::lock_guard lock(lock_);
   // Before the post, so that an observer finds the device in the list.
   _devices.push_back(device);
@@ -112,6 +116,7 @@ void CDROMAppearedNotificationHandler(TarvoMSCDeviceList* list,
                                       std::span<const ServiceHandle> iterator) {
   for (const ServiceHandle entry : iterator) {
     // To a process that is to end nothing more is done.
+    // A unit may take 20 seconds to be let go of.
     if (MSCRoom::required().services().diskArbitration.isInterrupted()) return;
     // One that is broken must not hide those behind it.
     guardedEntry(MSCRoom::required().services().log, "CDROMAppearedNotificationHandler", [&] {
@@ -124,6 +129,7 @@ void CDROMDisappearedNotificationHandler(TarvoMSCDeviceList* list,
                                          std::span<const ServiceHandle> iterator) {
   auto& registry = MSCRoom::required().services().registry;
   for (const ServiceHandle entry : iterator) {
+    // What was read of the unit is kept until its end has been told.
     const auto properties = registry.properties(entry);
     if (!properties) continue;
     if (const auto guid = guidOfUnit(*properties)) list->removeDevice(*guid);
@@ -151,7 +157,7 @@ char inLowerCase(char letter) {
 }
 
 /// A name that the maker's begins with is the maker's, the empty one too; a longer one never is.
-/// Intended: units cut their vendor name.
+/// Units cut their vendor name (docs/oddities.md).
 bool isPrefixOfMakerName(std::string_view vendor) {
   return vendor.size() <= kMakerName.size() &&
          std::ranges::equal(vendor, kMakerName.substr(0, vendor.size()), {}, inLowerCase,
@@ -181,6 +187,8 @@ bool isMakersUnit(const PropertyDictionary& properties, std::uint16_t usbVendorI
   TraceLog::trace("Detected device vendor ='%s' model='%s'", vendor.value_or("(null)").c_str(),
                   productNameOfUnit(properties).value_or("(null)").c_str());
   const auto* vendorID = valueUnder(properties, "idVendor");
+  // Only where the unit stands behind no USB device that tells its vendor: the id is the surer of
+  // the two.
   if (!vendorID) return isPrefixOfMakerName(vendor.value_or(""));
   const bool isNumber =
       vendorID->is_number_integer() && *vendorID >= 0 && *vendorID <= kLargestVendorID;

@@ -20,6 +20,7 @@ constexpr std::uint8_t kModelPageCode = 0x26;
 /// The page length of a page whose header is in front of it.
 constexpr std::size_t kModelTextAt = 10;
 constexpr std::size_t kHeaderSize = 8;
+// Fixed-format sense data (SPC), up to the key-specific bytes.
 constexpr std::size_t kSenseSize = 18;
 constexpr std::chrono::milliseconds kSelectTimeout{6000};
 
@@ -38,6 +39,7 @@ class ExclusiveAccess {
   ExclusiveAccess(const ExclusiveAccess&) = delete;
   ExclusiveAccess& operator=(const ExclusiveAccess&) = delete;
 
+  // With its status, where it matters; the destructor is for the other paths.
   Status release() { return std::exchange(device_, nullptr)->releaseExclusiveAccess(); }
 
  private:
@@ -48,6 +50,7 @@ class ExclusiveAccess {
 
 std::string senseInWords(std::span<const std::byte> sense) {
   const auto at = [&](std::size_t index) { return std::to_integer<unsigned>(sense[index]); };
+  // SPC, "Sense data": 0x70 and 0x71 have fixed format, 0x72 and 0x73 descriptor format.
   const unsigned responseCode = at(0) & 0x7F;
   if (responseCode == 0x70 || responseCode == 0x71)
     return formatted(", sense %x/%02x/%02x", at(2) & 0x0F, at(12), at(13));
@@ -79,6 +82,7 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   assertParameter(buffer != nullptr, "buffer != NULL");
   assertParameter(bufferSize != nullptr, "bufferSize != NULL");
   lastFailure_ = {};
+  // Twice: only the header says how long the page is.
   std::array<std::byte, kHeaderSize> header = {};
   std::uint8_t taskStatus = 0;
   Status called = sense(pageCode, header, taskStatus);
@@ -92,8 +96,8 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   }
   const auto modeDataLength =
       std::to_integer<unsigned>(header[0]) << 8 | std::to_integer<unsigned>(header[1]);
-  // Six bytes more than the length says, in 16 bits; this is intended. A length near the end wraps,
-  // and the buffer may then be shorter than the header.
+  // Six bytes more than the length says, in 16 bits: intended, see docs/oddities.md. A length near
+  // the end wraps, and the buffer may then be shorter than the header.
   const auto size = static_cast<std::uint16_t>(modeDataLength + kHeaderSize);
   std::vector<std::byte> page;
   try {
@@ -104,7 +108,7 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
   }
   called = sense(pageCode, page, taskStatus);
   if (called != status::kOK) {
-    // Printed, not logged; this is intended.
+    // Printed, not logged: intended, see docs/oddities.md.
     std::FILE* output = MSCRoom::required().services().standardOutput;
     std::fprintf(output, "ModeSense10 failed err = 0x%08x\n", static_cast<unsigned>(called));
     std::fflush(output);
@@ -114,6 +118,7 @@ Status TarvoMSCDevice::_modeSensePageCode(std::uint8_t pageCode, std::vector<std
     TraceLog::trace("ModeSense10 task status %x", taskStatus);
     return senseRefused(pageCode, taskStatus);
   }
+  // Only a whole answer reaches the caller.
   *buffer = std::move(page);
   *bufferSize = size;
   return status::kOK;
@@ -148,6 +153,7 @@ bool TarvoMSCDevice::_modeSelectPage(std::span<const std::byte> pageBuffer) {
   requireInterface();
   if (!_scsi) raiseAssertion("No scsi task device interface!");
   lastFailure_ = {};
+  // So that no other process comes in between with a command of its own.
   if (const Status failed = _scsi->obtainExclusiveAccess(); failed != status::kOK) {
     TraceLog::trace("Error: ObtainExclusiveAccess failed");
     fail(failed, "the unit could not be had exclusively");
@@ -159,9 +165,12 @@ bool TarvoMSCDevice::_modeSelectPage(std::span<const std::byte> pageBuffer) {
     TraceLog::trace("Error: CreateSCSITask failed");
     fail(status::kIOReturnError, "no SCSI task could be made");
   }
+  // A copy, since the task wants bytes that it may write to.
   std::vector<std::byte> page(pageBuffer.begin(), pageBuffer.end());
   if (task && executeModeSelect(*task, page)) {
+    // Before the access, which it uses.
     task.reset();
+    // Its failure means nothing any more: a unit that switches may be gone by now.
     access.release();
     return true;
   }
@@ -179,7 +188,7 @@ bool TarvoMSCDevice::executeModeSelect(SCSITaskInterface& task, std::span<std::b
     fail(outcome, formatted("a mode page could not be written (%s)", step));
     return false;
   };
-  // The page-format bit of byte 1 is not set; this is intended, the vendor's pages are so.
+  // The page-format bit of byte 1 is not set: the vendor's pages are so (docs/oddities.md).
   const std::array<std::byte, 10> block = {std::byte{0x55},
                                            {},
                                            {},
@@ -216,6 +225,7 @@ bool TarvoMSCDevice::isTaskComplete(std::uint8_t taskStatus, SCSIServiceResponse
   switch (response) {
     case SCSIServiceResponse::kTaskComplete:
       return true;
+    // Linked commands are long obsolete, but the command was carried out.
     case SCSIServiceResponse::kLinkCommandComplete:
       TraceLog::trace("SCSIServiceResponse = kSCSIServiceResponse_LINK_COMMAND_COMPLETE");
       return true;
@@ -239,6 +249,7 @@ bool TarvoMSCDevice::isTaskComplete(std::uint8_t taskStatus, SCSIServiceResponse
 // The model page.
 
 std::optional<std::string> TarvoMSCDevice::model() {
+  // A unit keeps its model as long as it is plugged in.
   if (!_model) _model = _getModelString();
   return _model;
 }
@@ -288,11 +299,14 @@ bool TarvoMSCDevice::setUSBModeDictionary(const PropertyDictionary& mode) {
   TraceLog::trace("setUSBModeDictionary");
   std::vector<std::byte> sensed;
   std::uint16_t size = 0;
+  // Read first: a unit without the page is not sent one.
   if (_modeSensePageCode(kUSBModePageCode, &sensed, &size) != status::kOK)
     return couldNotSetUSBMode();
   USBModePage page = smartFinderUSBModePage(mode);
-  // The size does not matter: a unit with a short page is written to as well; this is intended.
+  // The size does not matter: a unit with a short page is written to as well
+  // (docs/oddities.md).
   if (sensed.size() > kUSBModeCapabilities)
+    // What the unit can do is not ours to change.
     page[kUSBModeCapabilities] = sensed[kUSBModeCapabilities];
   return _modeSelectPage(page) || couldNotSetUSBMode();
 }

@@ -51,7 +51,7 @@ std::optional<std::string> contentsOfFile(const fs::path& path) {
 }
 
 /// The next line without its line feed, taken off `text`. A last line without a line feed is not
-/// examined; this is intended.
+/// examined: intended, see docs/oddities.md.
 std::optional<std::string_view> takeLine(std::string_view& text) {
   const auto end = text.find('\n');
   if (end == std::string_view::npos) return std::nullopt;
@@ -120,7 +120,7 @@ void SupportedModels::getValidDscPids() {
 /// them.
 std::vector<std::int32_t> SupportedModels::modelLinePids(std::string_view lines) const {
   std::vector<std::int32_t> pids;
-  // The dots are not escaped and stand for any character; this is intended.
+  // The dots are not escaped and stand for any character: intended, see docs/oddities.md.
   const auto pattern = xpressive::cregex::compile(formatted(
       "(%%MfgName%%=QRS.Camera,USB.VID_%04X&PID_)(.*)", static_cast<unsigned>(vendorID_)));
   while (const auto line = takeLine(lines)) {

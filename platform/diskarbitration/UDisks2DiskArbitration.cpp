@@ -40,6 +40,8 @@ constexpr const char* kAlreadyMounted = "org.freedesktop.UDisks2.Error.AlreadyMo
 /// Makes a context the one in which answers to calls arrive, while it lives.
 class ThreadDefault {
  public:
+  // GDBus delivers an answer to the context that was thread default when the call was made. In the
+  // default context it would come only after run() has returned, which waits for it.
   explicit ThreadDefault(GMainContext* context) : context_(context) {
     g_main_context_push_thread_default(context_);
   }
@@ -80,6 +82,7 @@ struct UDisks2Session::Unmounting {
   std::optional<DADissenter> dissenter{};
 
   void refused(const Step& step, const GError* error) {
+    // Who keeps it busy is looked for now: a moment later he may have ended.
     DADissenter each = dissenterFor(error);
     const std::string users = mayBeBusy(error) ? processesUsing({step.mountPoint}) : "";
     if (!users.empty()) each = {status::kIOReturnBusy, "in use by " + users};
@@ -134,10 +137,12 @@ UDisks2Session::~UDisks2Session() {
 
 void UDisks2Session::unmount(std::string_view bsdName, bool wholeDisk, Callback done) {
   const auto found = [this, wholeDisk, done](const Blocks& all, const BlockObject& block) {
+    // Shared with the calls under way, which may outlive the operation.
     auto work = std::make_shared<Unmounting>();
     work->done = done;
     for (const BlockObject& each : all) {
       if (each.mountPoints.empty()) continue;
+      // "Whole disk" is every disk of the USB device: a dock with two slots is unplugged as one.
       if (&each != &block && !(wholeDisk && areUnmountedTogether(each, block))) continue;
       for (const std::string& mountPoint : each.mountPoints)
         work->steps.push_back({each.path, mountPoint});
@@ -156,10 +161,13 @@ bool UDisks2Session::areUnmountedTogether(const BlockObject& each, const BlockOb
 void UDisks2Session::unmountNext(const std::shared_ptr<Unmounting>& work) {
   if (work->steps.empty())
     return work->dissenter ? refuse(work->done, *work->dissenter) : succeed(work->done);
+  // One after the other, and on after a failure: who pulls the unit out afterwards loses what is
+  // still mounted, so as much as possible is let go.
   const Unmounting::Step step = work->steps.front();
   work->steps.pop_front();
   call(step.path, udisks2::kFilesystem, "Unmount", noOptions(), "()",
        [this, work, step](GVariant*, const GError* error) {
+         // Somebody else was faster, which is as good.
          const bool isDone = error == nullptr || remoteErrorName(error) == kNotMounted;
          if (!isDone) work->refused(step, error);
          // Of a service that has gone the others have nothing to expect.
@@ -177,6 +185,7 @@ void UDisks2Session::eject(std::string_view bsdName, Callback done) {
   lookUp({std::string(bsdName), done, found});
 }
 
+// UDisks2 chooses the mount point by the volume's label; a caller's wish cannot be heard.
 void UDisks2Session::mount(std::string_view bsdName, std::string_view location, Callback done) {
   logTo(log_, LogLevel::kDebug,
         "the mount point is for the system to choose, not " + std::string(location));
@@ -192,9 +201,12 @@ bool UDisks2Session::run(std::chrono::milliseconds& left) {
   using Clock = std::chrono::steady_clock;
   const auto begin = Clock::now();
   stopped_ = false;
+  // One clock for all calls of an operation, in the context that is iterated here.
   bool late = false;
   const AttachedSource clock = attachedClock(left, late);
   const AttachedSource signals = attachedSignals();
+  // The private context alone: nothing of the main loop fires meanwhile, so no device is announced
+  // in the middle of a disk operation.
   while (!stopped_ && !late && !isInterrupted())
     g_main_context_iteration(context_.get(), TRUE);
   const auto taken = std::chrono::floor<std::chrono::milliseconds>(Clock::now() - begin);
@@ -228,6 +240,7 @@ std::string UDisks2Session::awaited() const {
                           : "the disk service (UDisks2) did not come to know the disk";
 }
 
+// All objects at once and not one by path: the path of a disk is UDisks2's own business.
 void UDisks2Session::lookUp(Search search) {
   call(udisks2::kManagerPath, "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", nullptr,
        "(a{oa{sa{sv}}})", [this, search = std::move(search)](GVariant* reply, const GError* error) {
@@ -240,6 +253,7 @@ void UDisks2Session::lookUp(Search search) {
 void UDisks2Session::disksCame(Search search, const Blocks& blocks) {
   if (const BlockObject* block = blockNamed(blocks, search.bsdName))
     return search.found(blocks, *block);
+  // The kernel has it and UDisks2 not yet: both hear of a disk by udev, each in its own time.
   if (registry_.servicesMatchingBSDName(search.bsdName).empty())
     return refuse(search.done, {status::kDAReturnNotFound, "the system has no disk of that name"});
   awaited_.push_back(std::move(search));
@@ -256,6 +270,7 @@ void UDisks2Session::hearOfDisks() {
     auto* session = static_cast<UDisks2Session*>(self);
     guardedEntry(session->log_, "InterfacesAdded", [&] { session->askForAwaited(); });
   };
+  // Subscribed only where something is awaited: an idle session hears nothing.
   arrivals_ = g_dbus_connection_signal_subscribe(
       connection_.get(), udisks2::kService, "org.freedesktop.DBus.ObjectManager", "InterfacesAdded",
       udisks2::kManagerPath, nullptr, G_DBUS_SIGNAL_FLAGS_NONE, came, this, nullptr);
@@ -291,6 +306,8 @@ void UDisks2Session::call(const std::string& path, const char* interface, const 
 }
 
 void UDisks2Session::answerClosed(Answer answer) {
+  // From the context, like every answer: callers do not expect to be called back out of their own
+  // call.
   struct Closed {
     UDisks2Session* session;
     Answer answer;

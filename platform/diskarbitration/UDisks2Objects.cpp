@@ -9,6 +9,7 @@ namespace tarvo {
 namespace {
 
 /// More block devices than any machine has that cameras are plugged into.
+/// What the bus brings is another process's word.
 constexpr std::size_t kMostBlocks = 4096;
 
 using TextList = std::unique_ptr<char*, GlibRelease<g_strfreev>>;
@@ -28,6 +29,7 @@ std::string text(GVariant* properties, const char* name, const char* format) {
 
 std::vector<std::string> mountPointsOf(GVariant* filesystem) {
   char** values = nullptr;
+  // "aay": a mount point is bytes, each ended by a zero, since paths need not be UTF-8.
   if (!g_variant_lookup(filesystem, "MountPoints", "^aay", &values)) return {};
   const TextList owner(values);
   std::vector<std::string> mountPoints;
@@ -69,6 +71,7 @@ std::vector<BlockObject> blockObjects(GVariant* managedObjects) {
 }
 
 const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::string_view bsdName) {
+  // Not by the preferred device, which may be a link that the user has made.
   const std::string device = "/dev/" + std::string(bsdName);
   const auto block = std::ranges::find(blocks, device, &BlockObject::device);
   return block == blocks.end() ? nullptr : &*block;
@@ -76,6 +79,7 @@ const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::strin
 
 bool areOfOneDisk(const BlockObject& a, const BlockObject& b) {
   const auto whole = [](const BlockObject& each) {
+    // A disk without a partition table is its own.
     return each.table.empty() ? each.path : each.table;
   };
   return whole(a) == whole(b);

@@ -25,6 +25,7 @@ struct Refusal {
 };
 
 /// What is not here is told in the service's own words.
+/// Names of errors are the interface; the texts beside them are translated and change.
 constexpr auto kRefusals = std::to_array<Refusal>({
     {"org.freedesktop.UDisks2.Error.DeviceBusy", status::kIOReturnBusy, "the volume is in use"},
     {"org.freedesktop.UDisks2.Error.AlreadyUnmounting", status::kIOReturnBusy,
@@ -41,6 +42,7 @@ constexpr auto kRefusals = std::to_array<Refusal>({
      "the disk does not know that"},
     {"org.freedesktop.UDisks2.Error.Timedout", status::kIOReturnTimeout,
      "the disk did not answer in time"},
+    // A disk that has gone takes its object along, and its interfaces one by one before that.
     {"org.freedesktop.DBus.Error.UnknownObject", status::kDAReturnNotFound, "the disk has gone"},
     {"org.freedesktop.DBus.Error.UnknownMethod", status::kDAReturnNotFound, "the disk has gone"},
     {"org.freedesktop.DBus.Error.UnknownInterface", status::kDAReturnNotFound, "the disk has gone"},
@@ -67,6 +69,7 @@ DADissenter dissenterFor(const GError* error) {
   const auto known = std::ranges::find(kRefusals, name, &Refusal::name);
   if (known != kRefusals.end()) return {known->status, known->why};
   const std::unique_ptr<GError, GlibRelease<g_error_free>> copy(g_error_copy(error));
+  // Otherwise the text begins with the name of the error, which says nothing to a user.
   g_dbus_error_strip_remote_error(copy.get());
   return {status::kDAReturnError, copy->message};
 }
@@ -92,6 +95,8 @@ bool leadsBelow(int folder, const char* link, const MountPoints& mountPoints) {
   return length > 0 && isBelow({path.data(), static_cast<std::size_t>(length)}, mountPoints);
 }
 
+// A program that runs from the volume, or a library of it, keeps it busy without an open
+// descriptor.
 bool mapsFileBelow(const std::string& process, const MountPoints& mountPoints) {
   std::ifstream maps(process + "/maps");
   std::string line;
@@ -110,6 +115,7 @@ bool uses(const std::string& process, const MountPoints& mountPoints) {
   int count = 0;
   return anyDescriptor(process,
                        [&](int list, const char* name) {
+                         // Processes of other users are not to be looked into, and are not named.
                          return ++count < kMostFiles && leadsBelow(list, name, mountPoints);
                        }) ||
          mapsFileBelow(process, mountPoints);

@@ -91,8 +91,8 @@ struct PTPFormat {
   std::uint16_t format;
 };
 
-// Differs from the table above on purpose: "fpix" has no format, "lid", "how" and "sbx" no type,
-// and "jfif", "jp2", "jpx" and "aifc" are told apart in one of the two only.
+// Differs from the table above (docs/oddities.md): "fpix" has no format, "lid", "how" and "sbx" no
+// type, and "jfif", "jp2", "jpx" and "aifc" are told apart in one of the two only.
 constexpr PTPFormat kPTPFormats[] = {
     {"fw", 0xB001},                                                        // firmware
     {"bin", 0xB001},                                                       // firmware

@@ -31,10 +31,12 @@ class TreeBuilder {
   explicit TreeBuilder(const std::vector<FileObject>& files)
       : files_(files), children_(files.size()), isShown_(files.size()) {
     std::unordered_map<std::uint32_t, std::size_t> folders;
+    // Two passes, for a device may list what lies in a folder before the folder.
     for (std::size_t i = 0; i < files.size(); ++i)
       if (files[i].object.isFolder()) folders.emplace(files[i].object.handle, i);
     for (std::size_t i = 0; i < files.size(); ++i) {
       const auto parent = folders.find(files[i].object.parent);
+      // A parent that is not listed (0, or 0xFFFFFFFF on some devices) is the top.
       (parent == folders.end() ? top_ : children_[parent->second]).push_back(i);
     }
   }
@@ -52,6 +54,8 @@ class TreeBuilder {
   }
 
  private:
+  // The dictionary is walked recursively by whoever reads it: a device decides how deep it is, so
+  // it is not to decide about our stack.
   static constexpr int kMostLevels = 32;
 
   /// What turns out to lie too deep comes to the top behind the rest.
@@ -67,6 +71,7 @@ class TreeBuilder {
       auto node = files_[i].dictionary();
       if (files_[i].object.isFolder()) {
         node[kTree] = PropertyDictionary::array();
+        // Too deep lies at the top instead of nowhere: every object is shown once.
         if (level < kMostLevels) {
           show(children_[i], node[kTree], level + 1);
         } else {
@@ -105,6 +110,7 @@ PropertyDictionary folderTree(const std::vector<FileObject>& files) {
 
 bool DeviceContents::isMissing(ICAObject device, const PropertyDictionary& dictionary,
                                std::string_view key) const {
+  // The key is always there, so a set of its own says whether its value has been read.
   if (key == kCapabilities) return !withCapabilities_.contains(device);
   return (key == kPictures || key == kTree) && !dictionary.contains(key);
 }
@@ -115,6 +121,8 @@ Status DeviceContents::load(ICAObject device, PTPChannel& channel, std::string_v
                               : loadFiles(device, channel, dictionary, why);
 }
 
+// Handles of files stay valid, so that who holds one may still download or delete it after another
+// object has come.
 void DeviceContents::forget(ICAObject device, PropertyDictionary& dictionary) {
   // The key itself is there from the beginning.
   if (withCapabilities_.erase(device) > 0) dictionary[kCapabilities] = PropertyDictionary::array();
@@ -174,6 +182,8 @@ Status DeviceContents::loadVolume(ICAObject device, const std::string& mountPoin
 
 Status DeviceContents::take(std::vector<FileObject> files, ICAObject device,
                             PropertyDictionary& dictionary) {
+  // Handles are never given twice: a client that holds an old one must not delete another file by
+  // it.
   if (files.size() > UINT32_MAX - nextFile_) return status::kOutOfMemory;
   for (FileObject& file : files)
     file.handle = nextFile_++;
@@ -187,7 +197,7 @@ Status DeviceContents::take(std::vector<FileObject> files, ICAObject device,
 
 namespace {
 
-/// "bmg" is spelt so: this is intended, and there is no "bmp".
+/// "bmg" is spelt so, and there is no "bmp": intended, see docs/oddities.md.
 constexpr std::array<std::string_view, 16> kPictureExtensions = {
     "jpg",  "jp2", "jpeg", "jpe",  "tif", "tiff", "bmg",  "fpx",
     "fpix", "gif", "png",  "pict", "mov", "mpg",  "mpeg", "avi"};
@@ -221,10 +231,12 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
   const FolderTree tree(mountPoint);
   if (!tree.isOpen()) return status::kICADeviceGone;
   // A folder that cannot be read is shown as an empty one.
+  // As a card with a damaged folder still has the others.
   FolderWalk walk(tree, [](const std::string&, int) {});
   std::unordered_map<std::string, std::uint32_t> folders;
   while (const auto* entry = walk.next()) {
     if (entry->kind == FolderWalk::Kind::kOther) continue;
+    // A volume is what somebody plugs in; the dictionary of all its files lies in memory.
     if (objects.size() == kMostKept) return status::kOutOfMemory;
     const bool isFolder = entry->kind == FolderWalk::Kind::kFolder;
     const auto slash = entry->path.rfind('/');
@@ -236,6 +248,7 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
                         .format = isFolder ? ptp::kAssociationFormat : fileFormat,
                         .size = isFolder ? 0 : sizeOf(walk),
                         .parent = parent == folders.end() ? 0 : parent->second,
+                        // Names on a card are bytes of any kind, and the dictionary is JSON.
                         .name = validUTF8(entry->name())},
                        entry->path});
     if (isFolder) folders.emplace(entry->path, handle);
@@ -246,10 +259,12 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
 Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
                       const std::string& folder, std::string& path) {
   int error = 0;
+  // By FolderTree, so that a link on the card leads to no file of this machine.
   const FileDescriptor source = FolderTree(mountPoint).openFile(file.path, error);
   if (!source.isOpen()) return statusOf(error);
   struct stat attributes {};
   if (::fstat(source.get(), &attributes) != 0) return status::kIOError;
+  // Clients name the folder; it is theirs to make.
   if (::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
   FetchResult placed;
   const FetchRequest request{.folder = folder, .name = lastPathComponent(file.path)};
@@ -268,6 +283,7 @@ Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
 Status removeFromVolume(const std::string& mountPoint, const std::string& path) {
   const int error = FolderTree(mountPoint).removeFile(path);
   if (error == 0) return status::kOK;
+  // Of everything else that can go wrong a read-only card is by far the commonest.
   return statusOf(error) == status::kFileNotFound ? status::kFileNotFound
                                                   : status::kWriteNotPermitted;
 }

@@ -11,6 +11,7 @@
 namespace tarvo {
 
 std::optional<PropertyDictionary> usbDeviceAbove(Registry& registry, ServiceHandle service) {
+  // The nearest: below a hub both are USB devices, and the camera is the inner one.
   for (const ServiceHandle ancestor :
        registry.ancestors(service).value_or(std::vector<ServiceHandle>{})) {
     auto properties = registry.properties(ancestor);
@@ -41,6 +42,8 @@ PTPSource::PTPSource(Registry& registry, DeviceSink& sink, LogSink log)
                                     {"bInterfaceClass", ptp::kStillImageClass},
                                     {"bInterfaceSubClass", ptp::kStillImageSubclass},
                                     {"bInterfaceProtocol", ptp::kPTPProtocol}};
+  // Subscribed before what is present is looked at, so that nothing falls in between;
+  // interfaceCame() passes over what comes twice.
   subscription_ = registry_.addMatchingNotification(
       match, [this](ServiceHandle service) { interfaceCame(service); },
       [this](ServiceHandle service) { interfaceWent(service); });
@@ -71,6 +74,7 @@ std::optional<FoundDevice> PTPSource::describe(ServiceHandle service) {
   if (!interface || !usbDevice) return std::nullopt;
   const auto number = int32ForKey(*interface, "bInterfaceNumber");
   const auto node = textForKey(*usbDevice, "USB Device Node");
+  // Without them the interface cannot be claimed; an entry loses them when its device goes.
   if (!number || !node) return std::nullopt;
   const std::string name = textForKey(*usbDevice, "USB Product Name").value_or("");
   return FoundDevice{deviceDictionary(name, device_module::kPTPCamera, *usbDevice),
@@ -80,6 +84,8 @@ std::optional<FoundDevice> PTPSource::describe(ServiceHandle service) {
 namespace {
 
 bool holdsPictureFolder(const std::string& mountPoint) {
+  // DCF, the rule for camera cards, wants this folder at the top; it is what every camera makes. A
+  // card that cannot be read is a card all the same.
   std::error_code unreadable;  // counts as no folder
   return std::filesystem::is_directory(mountPoint + "/DCIM", unreadable);
 }
@@ -89,6 +95,8 @@ bool holdsPictureFolder(const std::string& mountPoint) {
 VolumeSource::VolumeSource(Registry& registry, MountTable& mounts, DeviceSink& sink, LogSink log)
     : registry_(registry), mounts_(mounts), sink_(sink), log_(std::move(log)) {
   mounts_.watch([this] { mountsChanged(); });
+  // What is mounted already counts as having come: units and cards are plugged in before the
+  // session starts.
   mountsChanged();
 }
 
@@ -103,6 +111,8 @@ void VolumeSource::mountsChanged() {
   };
   // A volume that was mounted anew from another disk has gone and come: both are told in this
   // order.
+  // Taken off before anybody is told: a listener that asks for the devices must not find one that
+  // has gone.
   std::vector<Volume> gone;
   std::ranges::copy_if(volumes_, std::back_inserter(gone), isGone);
   std::erase_if(volumes_, isGone);
@@ -117,6 +127,8 @@ void VolumeSource::mountsChanged() {
 void VolumeSource::volumeCame(const Mount& mount) {
   auto device = describe(mount);
   if (!device) logTo(log_, LogLevel::kDebug, mount.mountPoint + " is no volume of a USB device");
+  // Also where it is no device, so that it is not looked at again at every change of the mount
+  // table.
   volumes_.push_back({mount, device ? sink_.deviceCame(std::move(*device)) : 0});
 }
 
@@ -145,6 +157,7 @@ std::string VolumeSource::nameOfVolume(std::string_view mountPoint) const {
 std::optional<FoundDevice> VolumeSource::describe(const Mount& mount) {
   // The kernel name of the disk, as the registry has it.
   const std::string bsdName = lastPathComponent(mount.device);
+  // Once, when it comes: the disk behind a mount does not change while it is mounted.
   const auto services = registry_.servicesMatchingBSDName(bsdName);
   // tmpfs, network and loop mounts have no disk of the registry behind them.
   if (services.empty()) return std::nullopt;

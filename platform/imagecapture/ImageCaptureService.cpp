@@ -50,11 +50,13 @@ ImageCaptureService::ImageCaptureService(Registry& registry, MountTable& mounts,
       events_(log_) {}
 
 ImageCaptureService::~ImageCaptureService() {
+  // A channel may outlive the service in a client's scope, and its handler points here.
   for (const DeviceObject& device : objects_.devices())
     if (device.channel) device.channel->watchEvents(nullptr);
 }
 
 void ImageCaptureService::look() {
+  // Not in the constructor: sources announce what is present, and nobody is registered yet by then.
   if (cameras_) return;
   DeviceSink& sink = *this;  // Only here is it known to be one.
   cameras_.emplace(registry_, sink, log_);
@@ -79,6 +81,7 @@ Status ImageCaptureService::getObjectInfo(ICAObject object, ICAObjectInfo& info)
 // What lies on a device is not listed among its children: its dictionary has it.
 Status ImageCaptureService::getChildCount(ICAObject object, std::uint32_t& count,
                                           Status& headerErr) {
+  // Whoever enumerates without having registered sees devices, too.
   look();
   // Zero for a device, and for what is not there.
   const bool isList = object == ObjectTable::kDeviceList;
@@ -111,6 +114,8 @@ Status ImageCaptureService::copyObjectPropertyDictionary(ICAObject object,
   return status::kOK;
 }
 
+// Unlike the dictionary this loads what is missing, so only who asks for "data" or "tree" pays for
+// reading them.
 Status ImageCaptureService::copyObjectProperty(ICAObject object, std::string_view key,
                                                PropertyDictionary& value) {
   Status result = loadProperty(object, key);
@@ -136,11 +141,13 @@ Status ImageCaptureService::loadProperty(ICAObject object, std::string_view key)
     DeviceObject* volume = objects_.device(object);
     return contents_.loadVolume(object, mountPointOf(object), volume->dictionary);
   }
+  // A copy, for the transactions let events in, and the device may go or be forgotten meanwhile.
   PropertyDictionary loaded = device->dictionary;
   const auto load = [&](PTPChannel& channel, std::string* why) {
     return contents_.load(object, channel, key, loaded, why);
   };
   const Status result = withChannel(object, load);
+  // Looked up anew: the table may have moved.
   DeviceObject* owner = objects_.device(object);
   if (result == status::kOK && owner) owner->dictionary = std::move(loaded);
   return result;
@@ -156,6 +163,7 @@ Status ImageCaptureService::registerForEventNotification(ICAObject object, FourC
   if (object != 0 && !objects_.contains(object)) return objects_.statusOfMissing(object);
   events_.set(object, type, std::move(callback));
   if (type == ica::kExtended)
+    // Cameras are watched only while somebody listens.
     for (const DeviceObject& device : objects_.devices())
       updateWatching(device);
   return status::kOK;
@@ -262,6 +270,7 @@ void ImageCaptureService::deviceWent(ICAObject object) {
 }
 
 Status ImageCaptureService::sendMessage(ICAObjectSendMessagePB& block) {
+  // A file handle takes one message, its deletion; all others are for a device.
   if (const FileObject* file = contents_.file(block.object))
     return block.messageType == ica::kMessageDelete ? deleteFile(*file) : status::kICAInvalidObject;
   // The deletion of a whole device makes no sense, and neither does a message to a volume.
@@ -305,6 +314,7 @@ Status ImageCaptureService::withChannel(
   if (!device) return objects_.statusOfMissing(object);
   if (device->isVolume()) return status::kICAInvalidObject;
   const std::shared_ptr<PTPChannel> channel = device->channel;  // the table may change meanwhile
+  // For the log, where the caller has no use for words.
   std::string why;
   Status result = status::kOK;
   const auto scope = PTPScope::open(channel, &result, &why);

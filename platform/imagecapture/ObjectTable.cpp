@@ -29,6 +29,7 @@ const DeviceObject* ObjectTable::device(ICAObject handle) const {
 
 Status ObjectTable::statusOfMissing(ICAObject handle) const {
   // Handles count up, so one that was given out and is not there any more has gone.
+  // Clients are told the difference, for a device that has gone is no mistake of theirs.
   return handle > kDeviceList && handle <= lastHandle_ ? status::kICADeviceGone
                                                        : status::kICAInvalidObject;
 }

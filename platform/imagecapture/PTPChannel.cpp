@@ -38,6 +38,8 @@ Status PTPChannel::hold(std::string* why) {
     if (why) *why = statusText(status::kICADeviceGone);
     return status::kICADeviceGone;
   }
+  // The interface is claimed by the first holder and let go by the last, so that nested work opens
+  // one session and another process gets the camera in between.
   if (holders_ == 0) {
     Status failure = status::kIOError;
     connection_ = connector_.connect(address_, &failure, why);
@@ -70,14 +72,19 @@ Status PTPChannel::transact(ptp::Transaction& transaction, std::string* why) {
   // The caller holds the channel, so only an unplug can have taken the connection.
   if (!connection_) return status::kICADeviceGone;
   // Its second owner is a transaction that is running.
+  // A progress callback may let the main loop run, and who is called then may want to talk to the
+  // same device: the wire is in the middle of a container.
   if (connection_.use_count() > 1) {
     if (why) *why = statusText(status::kICATransactionRunning);
     return status::kICATransactionRunning;
   }
   // An unplug that is noticed meanwhile takes only ours.
   const auto connection = connection_;
+  // GetDeviceInfo is the one operation that the standard allows outside a session (ISO 15740), and
+  // asking it so disturbs no session that somebody else has.
   const bool inSession = transaction.operation != ptp::kGetDeviceInfo;
   Status result = run(*connection, transaction, inSession, why);
+  // Once: a device that refuses again means it.
   if (result == status::kOK && isWorthAnotherSession(transaction))
     result = run(*connection, transaction, true, why);
   return result;
@@ -100,6 +107,7 @@ bool isWellFormed(const PTPPassThroughRecord& record) {
   constexpr std::uint32_t kHighestCode = 0xFFFF;
   if (pb.commandCode > kHighestCode || pb.numOfInputParams > std::size(pb.params)) return false;
   // A client that closed the session would close it under every other one.
+  // They belong to the channel, which counts who needs the session.
   if (pb.commandCode == ptp::kOpenSession || pb.commandCode == ptp::kCloseSession) return false;
   switch (pb.dataUsageMode) {
     case kNoData:
@@ -128,6 +136,7 @@ void storeResponse(const ptp::Transaction& transaction, PTPPassThroughPB& pb) {
   pb.resultCode = transaction.responseCode;
   const std::size_t given = std::min<std::size_t>(transaction.responseParameterCount,
                                                   transaction.responseParameters.size());
+  // The record holds four; a fifth that the device sent has no place in it.
   for (std::size_t i = 0; i < std::size(pb.params); ++i)
     pb.params[i] = i < given ? transaction.responseParameters[i] : 0;
 }
@@ -181,6 +190,8 @@ Status setClock(PTPChannel& channel, std::time_t now, std::string* why) {
   transaction.parameterCount = 1;
   transaction.send = &source;
   const Status result = channel.transact(transaction, why);
+  // A clock that the device does not let itself be set is no failure of the transport, but the
+  // caller has no record to look into.
   if (result != status::kOK || transaction.responseCode == status::kPTPOK) return result;
   return transaction.responseCode;
 }

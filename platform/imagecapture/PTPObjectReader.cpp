@@ -22,6 +22,7 @@ namespace {
 
 /// A device with more objects is none that a person could look through; it costs no more memory
 /// than it sends handles.
+/// A million handles are 4 MiB on the wire.
 constexpr std::size_t kMostObjects = std::size_t{1} << 20;
 /// ObjectInfo with four strings of 255 units, and DeviceInfo as it comes from real devices.
 constexpr std::size_t kObjectInfoRoom = 2356;
@@ -42,6 +43,7 @@ class Cursor {
     bytes_ = isGood_ ? bytes_.subspan(count) : bytes_.first(0);
   }
   /// A count of units, then so many UTF-16 units of which the last is 0.
+  /// The terminator counts. A device that leaves it out is read all the same.
   std::string text() {
     std::u16string units(u8(), u'\0');
     for (char16_t& unit : units)
@@ -74,6 +76,7 @@ Status receive(PTPChannel& channel, ptp::Transaction transaction, std::span<std:
   const Status result = channel.transact(transaction, why);
   if (result != status::kOK) return result;
   data = room.first(sink.filled());
+  // The data may have come before a refusal; what a device says at the end holds.
   return transaction.responseCode == status::kPTPOK ? status::kOK : transaction.responseCode;
 }
 
@@ -102,6 +105,7 @@ class ObjectReading {
     // One by one: there are devices that refuse a list over all stores, or never answer it.
     std::vector<std::uint32_t> stores;
     Status result = readNumbers(channel_, {.operation = ptp::kGetStorageIDs}, stores, why_);
+    // A response code is a refusal and no failure: then all stores are asked together.
     if (result < status::kOK) return result;
     if (stores.empty()) stores = {ptp::kAllStores};
     bool hasAnswered = false;
@@ -141,11 +145,14 @@ class ObjectReading {
     }
     // One object that went meanwhile, or that the device itself cannot read, is no reason to show
     // none.
+    // Negative is the transport: after that nothing more will be answered.
     return result > status::kOK ? status::kOK : result;
   }
 
   /// Many devices list what lies at the top alone, and then one folder at a time.
   Status readBelow() {
+    // The list grows while it is walked, so folders of folders are read, too. A folder of which
+    // members are known needs no asking.
     for (std::size_t i = 0; i < objects_.size() && seen_.size() < kMostObjects; ++i) {
       if (!objects_[i].isFolder() || hasMembers_.contains(objects_[i].handle)) continue;
       const Status result = readFolder(objects_[i].store, objects_[i].handle);
@@ -180,6 +187,7 @@ std::optional<PTPObject> decodeObject(std::uint32_t handle, std::span<const std:
   PTPObject object{.handle = handle};
   object.store = cursor.u32();
   object.format = cursor.u16();
+  // The offsets are those of ISO 15740, "ObjectInfo dataset": 52 bytes before the name.
   cursor.skip(2);  // protection
   object.size = cursor.u32();
   cursor.skip(2);  // format of the thumbnail
@@ -222,6 +230,8 @@ Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property, 
                                    std::string* why) {
   std::array<std::byte, kDeviceInfoRoom> room{};
   std::span<const std::byte> data;
+  // Asked again and not kept from the inspection: the service knows nothing of what clients have
+  // read.
   const Status result = receive(channel, {.operation = ptp::kGetDeviceInfo}, room, data, why);
   if (result == status::kOK) isListed = listsProperty(data, property);
   return result;
@@ -243,6 +253,7 @@ class DownloadSink : public ptp::DataSink {
   explicit DownloadSink(int descriptor) : descriptor_(descriptor) {}
 
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override {
+    // Several are in flight at once, and each must stay where it is until it is reported.
     pieces_.push_back({offset, length, std::make_unique_for_overwrite<std::byte[]>(length)});
     return {pieces_.back().memory.get(), length};
   }
@@ -273,6 +284,7 @@ class DownloadSink : public ptp::DataSink {
     while (length > 0) {
       const auto count = ::pwrite(descriptor_, bytes, length, static_cast<off_t>(offset));
       if (count < 0 && errno == EINTR) continue;
+      // pwrite() gives 0 only where there is no room left.
       if (count <= 0) {
         error_ = count < 0 ? errno : ENOSPC;
         return false;
@@ -321,11 +333,13 @@ Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::s
                                .parameterCount = 1,
                                .receive = &sink};
   const Status result = channel.transact(transaction, why);
+  // Looked at first: the transport reports a sink that failed as a cancelled transfer.
   if (sink.error() != 0) {
     *why = std::strerror(sink.error());
     return status::kIOError;
   }
   if (result != status::kOK) return result;
+  // The hidden file goes with `file`, which was not put in place.
   if (transaction.responseCode != status::kPTPOK) return transaction.responseCode;
   if (!isWhole(object, sink.size())) {
     *why = "the object is shorter or longer than the device has said";

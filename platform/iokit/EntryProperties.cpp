@@ -24,6 +24,8 @@ struct KindOfDevice {
   EntryKind kind;
   const char* ioClass;
 };
+// Everything else of the tree (hosts, targets, buses) is passed over, as clients ask for none of
+// it.
 constexpr std::array<KindOfDevice, 4> kKinds{{
     {"usb", "usb_device", kUSBDeviceEntry, kUSBDeviceClass},
     {"usb", "usb_interface", kUSBInterfaceEntry, "usb_interface"},
@@ -103,6 +105,7 @@ void addUSBIdentity(PropertyDictionary& properties, GUdevDevice* usbDevice) {
   setNumber(properties, "idVendor", numberAttribute(usbDevice, "idVendor", 16));
   setNumber(properties, "idProduct", numberAttribute(usbDevice, "idProduct", 16));
   if (const auto bus = numberAttribute(usbDevice, "busnum", 10)) {
+    // Where it is plugged in, and not its number on the bus, which is another one at each plug.
     properties["locationID"] =
         usbLocationID(*bus, textAttribute(usbDevice, "devpath").value_or(""));
   }
@@ -140,6 +143,7 @@ void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
 // in a folder named after its subsystem.
 std::string nameOfChild(const std::string& unitPath, const char* subsystem) {
   // No folder is no child: the driver has not come to the unit yet, or never will.
+  // Of the folder and not through udev, which knows the child only later.
   GDir* folder = g_dir_open((unitPath + "/" + subsystem).c_str(), 0, nullptr);
   if (!folder) return {};
   const char* name = g_dir_read_name(folder);
@@ -160,6 +164,7 @@ std::string_view addressInHost(std::string_view unitName) {
 std::string identityOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
                            const PropertyDictionary& properties) {
   if (!usbDevice) return sysfsPath(unit);
+  // Everything that stays the same when it is plugged in again at the same place.
   std::string identity =
       formatted("%u/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U),
                 properties.value("locationID", 0U));
@@ -185,6 +190,7 @@ PropertyDictionary guidFrom(const std::string& identity) {
 // A unit speaks for the USB device that it is part of, so that a client can tell whose unit it is
 // without walking upwards. The "USB ..." keys stay with the USB device: they mark it.
 void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
+  // SPC-4, 6.4.2: 5 is an MMC device, as which the maker's units show themselves.
   if (numberAttribute(unit, "type", 10) == kSCSIOpticalDrive) properties["device-type"] = "DVD";
   properties["Device Characteristics"] = {
       {"Vendor Name", textAttribute(unit, "vendor").value_or("")},
@@ -195,6 +201,7 @@ void addSCSIUnit(PropertyDictionary& properties, GUdevDevice* unit) {
     properties["Protocol Characteristics"] = {{"Physical Interconnect", "USB"}};
     addUSBIdentity(properties, usbDevice.get());
   }
+  // Its clients only compare it, so any 16 bytes do that are the same for the same unit.
   properties["SCSITaskUserClient GUID"] =
       guidFrom(identityOfUnit(unit, usbDevice.get(), properties));
   const std::string block = nameOfChild(sysfsPath(unit), "block");
@@ -212,6 +219,7 @@ unsigned kindsWithKey(std::string_view key, const PropertyDictionary& value) {
         kKinds, [&](const KindOfDevice& each) { return value == each.ioClass; });
     return kind == kKinds.end() ? unsigned{kNoEntry} : unsigned{kind->kind};
   }
+  // A key that no entry has matches nothing, and costs no look at sysfs.
   const auto known = std::ranges::find(kKeys, key, &KindsWithKey::key);
   return known == kKeys.end() ? unsigned{kNoEntry} : known->kinds;
 }
@@ -260,6 +268,8 @@ std::uint32_t usbLocationID(unsigned bus, std::string_view portPath) {
   constexpr unsigned kHighestPort = 15;
   std::uint32_t location = (bus & 0xFFU) << 24;
   // One turn for each level of hubs; six nibbles are left below the bus.
+  // The form in which users know locations from other systems: bus in the top byte, then a nibble
+  // for each hub's port.
   for (int shift = 20; shift >= 0 && !portPath.empty(); shift -= 4) {
     const auto dot = std::min(portPath.find('.'), portPath.size());
     unsigned port = 0;
@@ -295,6 +305,8 @@ bool udevKnowsNode(GUdevClient* client, const std::string& unitPath, const char*
   if (!node) return false;
   if (g_udev_device_get_is_initialized(node.get())) return true;
   // Where udev has not dealt with the USB device either, it keeps no records here.
+  // In a container without udev's records nothing ever counts as dealt with, and waiting for it
+  // would only delay every unit.
   const GUdevDevicePtr usbDevice(
       g_udev_device_get_parent_with_subsystem(node.get(), "usb", "usb_device"));
   return !usbDevice || !g_udev_device_get_is_initialized(usbDevice.get());
@@ -304,6 +316,8 @@ std::string sysfsPath(GUdevDevice* device) {
   return std::string(orEmpty(g_udev_device_get_sysfs_path(device)));
 }
 
+// devnum counts up with every plug on a bus: the one thing that the next device at the same path
+// does not share.
 std::string plugNumber(std::string_view path) {
   constexpr std::string_view kDevices = "/sys/devices/";
   while (path.starts_with(kDevices)) {
@@ -322,6 +336,7 @@ std::vector<std::pair<std::string, std::string>> attributesOfMatch(
       auto inner = attributesOfMatch(value);
       std::ranges::move(inner, std::back_inserter(attributes));
     } else if (key == "device-type") {
+      // What can be matched in sysfs itself is left to udev, so that only candidates are read.
       attributes.emplace_back("type", std::to_string(kSCSIOpticalDrive));
     } else if (key.starts_with("bInterface") && value.is_number_integer()) {
       attributes.emplace_back(key, formatted("%02x", value.get<unsigned>()));

@@ -19,6 +19,8 @@ namespace {
 using Direction = SCSITaskInterface::Direction;
 
 /// The most that the kernel hands out (its length is one byte, in multiples of four).
+/// A shorter area would cut descriptor-format sense data, in which the code we look for may stand
+/// last.
 constexpr std::size_t kLongestSense = 252;
 /// Host statuses of the kernel's SCSI layer that have an IOKit status of their own; of the others
 /// only a log can make something.
@@ -46,10 +48,13 @@ std::string hexText(std::span<const std::byte> area) {
 /// A residual is what the unit claims; it may be anything.
 std::size_t bytesMoved(const SgCommand& command, int residual) {
   if (command.direction == Direction::kNone || residual < 0) return command.data.size();
+  // A residual larger than the data would be bytes that came before they were sent.
   return command.data.size() - std::min(command.data.size(), static_cast<std::size_t>(residual));
 }
 
 Status deliveryStatus(const sg_pt_base* object) {
+  // A status other than GOOD is an answer of the unit; only what never reached it is a failure
+  // here.
   if (::get_scsi_pt_result_category(object) != SCSI_PT_RESULT_TRANSPORT_ERR) return status::kOK;
   switch (::get_scsi_pt_transport_err(object)) {
     case kHostNoConnect:
@@ -80,6 +85,7 @@ Status submissionStatus(int result) {
 class WithoutSignals {
  public:
   WithoutSignals() {
+    // For one command, which its own time-out ends.
     sigset_t all;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &former_);
@@ -103,6 +109,7 @@ void describe(sg_pt_base* object, const SgCommand& command) {
   const int length = static_cast<int>(command.data.size());
   if (length == 0) return;
   if (command.direction == Direction::kFromTargetToInitiator) {
+    // A unit that sends less leaves zeros behind, and never what was in memory before.
     std::ranges::fill(command.data, std::byte{0});
     ::set_scsi_pt_data_in(object, bytes(command.data), length);
   } else if (command.direction == Direction::kFromInitiatorToTarget) {
@@ -155,6 +162,7 @@ Status ioKitStatusOfErrno(int error) {
 SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& command,
                            const LogSink& log) {
   SgOutcome outcome;
+  // By descriptor: the node that was opened, and no other that may have its name by now.
   const PassThrough object(::construct_scsi_pt_obj_with_fd(fd, 0));
   if (!object || command.data.size() > INT_MAX) {
     outcome.submitted = status::kIOReturnError;
@@ -165,6 +173,7 @@ SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& comma
   // An area of our own: the library clears the whole of what it is given.
   std::array<std::byte, kLongestSense> sense{};
   ::set_scsi_pt_sense(object.get(), bytes(sense), static_cast<int>(sense.size()));
+  // The library counts in seconds, and 0 would be a default of its own.
   const auto timeout = std::chrono::ceil<std::chrono::seconds>(command.timeout);
   outcome.submitted = submissionStatus(sendOnce(
       object.get(), std::clamp(timeout, std::chrono::seconds(1), std::chrono::seconds(3600))));

@@ -66,6 +66,8 @@ class SgUnit {
     return properties ? textForKey(*properties, kGenericNodeKey) : std::nullopt;
   }
 
+  // For each command anew: a node of ours that stays open would keep everybody, us included, from
+  // having it exclusively.
   Status open(int flags, OpenedNode& node) const {
     const auto path = nodePath();
     if (!path) return status::kIOReturnNoDevice;
@@ -98,6 +100,7 @@ class SgTask : public SCSITaskInterface {
       : unit_(std::move(unit)), node_(std::move(node)) {}
 
   Status setCommandDescriptorBlock(std::span<const std::byte> block) override {
+    // The fixed lengths of command blocks.
     constexpr std::array<std::size_t, 4> kLengths{6, 10, 12, 16};
     if (std::ranges::find(kLengths, block.size()) == kLengths.end())
       return status::kIOReturnBadArgument;
@@ -154,6 +157,8 @@ class SgTaskDevice : public SCSITaskDeviceInterface {
  public:
   explicit SgTaskDevice(std::shared_ptr<SgUnit> unit) : unit_(std::move(unit)) {}
 
+  // O_EXCL on a node of the sg driver: no other process can open it meanwhile, so nothing comes
+  // between two commands of a switch.
   Status obtainExclusiveAccess() override {
     // Twice is refused by the driver too, but only while it still has the unit.
     if (*node_) return status::kIOReturnExclusiveAccess;
@@ -209,6 +214,7 @@ class SgMMCDevice : public MMCDeviceInterface {
   Status setTrayState(bool isOpen, TrayLock lock, std::span<std::byte> sense) override {
     // udev locks the tray of every optical unit that holds a medium, and may do so again between
     // two commands of ours: it looks at the medium whenever the kernel does.
+    // More than once, and with an end.
     constexpr int kMostAttempts = 5;
     OpenedNode node;
     if (const Status opened = unit_->open(0, node); opened != status::kOK) return opened;
@@ -228,11 +234,13 @@ class SgMMCDevice : public MMCDeviceInterface {
 
  private:
   /// What has happened to the unit is told once, in place of the first answer after it.
+  /// UNIT ATTENTION: a reset, a new medium, changed pages.
   SgOutcome sensePatiently(const OpenedNode& node, std::span<const std::byte> block,
                            std::span<std::byte> buffer, std::span<std::byte> sense) const {
     constexpr int kMostAttempts = 3;
     SgOutcome outcome;
     SenseArea given{};
+    // Of a mode sense only: sending a mode select twice would switch a unit twice.
     for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
       given = {};
       outcome = unit_->execute(node, {.block = block,

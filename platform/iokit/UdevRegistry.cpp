@@ -23,6 +23,7 @@ struct Subsystem {
   unsigned kinds;
 };
 // Ancestors come before what lies below them.
+// An interface that is found is asked for its USB device, which has its handle by then.
 constexpr std::array<Subsystem, 3> kSubsystems{{
     {"usb", kUSBDeviceEntry | kUSBInterfaceEntry},
     {"scsi", kSCSIUnitEntry},
@@ -77,6 +78,7 @@ UdevRegistry::UdevRegistry(RunLoop& runLoop, LogSink log)
             return scsiUnitHasNode(path, subsystemOf(node));
           },
           [this](const std::string& path) { unitComplete(path); }) {
+  // Connected before anything is enumerated: what comes in between is heard, at worst twice.
   g_signal_connect(client_.get(), "uevent", G_CALLBACK(onUevent), this);
   const std::string missing = missingPartOfUdev();
   if (!missing.empty()) logTo(log_, LogLevel::kWarning, missing);
@@ -89,6 +91,7 @@ UdevRegistry::~UdevRegistry() {
 std::optional<PropertyDictionary> UdevRegistry::properties(ServiceHandle service) {
   EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
+  // What has gone is still known by what was read of it while it was there.
   const bool isHere = isThere(*entry);
   if (!entry->properties && isHere) read(*entry);
   auto properties = entry->properties;
@@ -100,6 +103,7 @@ std::optional<PropertyDictionary> UdevRegistry::properties(ServiceHandle service
 std::optional<std::vector<ServiceHandle>> UdevRegistry::ancestors(ServiceHandle service) {
   const EntryTable::Entry* entry = entries_.find(service);
   if (!entry) return std::nullopt;
+  // The first answer holds: a device does not move, and when it goes its parents go as well.
   if (entry->ancestors) return entry->ancestors;
   std::vector<ServiceHandle> above;
   if (!isThere(*entry)) return above;
@@ -111,6 +115,8 @@ std::optional<std::vector<ServiceHandle>> UdevRegistry::ancestors(ServiceHandle 
 
 std::vector<ServiceHandle> UdevRegistry::servicesMatching(const PropertyDictionary& match) {
   // A unit that somebody knows by its GUID was found before.
+  // GUIDs are made here and stand in no file, so finding one anew would read every unit of the
+  // machine.
   if (namesOneUnit(match))
     if (const auto known = knownMatching(match); !known.empty()) return known;
   return enumerate(match);
@@ -143,6 +149,7 @@ std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(
   auto subscriber =
       std::make_shared<Subscriber>(std::move(match), std::move(appeared), std::move(terminated));
   // What is there already is never announced, though udev may repeat its "add" at any time.
+  // The other half of "present": nobody is told of an entry twice.
   for (const ServiceHandle service : presentFor(subscriber->match))
     remember(*subscriber, service);
   subscribers_->push_back(subscriber);
@@ -170,6 +177,8 @@ void UdevRegistry::handleEvent(std::string_view action, GUdevDevice* device) {
   // devices that are there already.
   if (action != "add" && action != "bind") return;
   // An end that was lost.
+  // The netlink socket drops events when its buffer is full. The next device at a path proves that
+  // the one before it has gone.
   for (const ServiceHandle service : entries_.at(path))
     if (!isThere(*entries_.find(service))) entryWent(service);
   const EntryKind kind = entryKind(device);
@@ -181,6 +190,7 @@ void UdevRegistry::handleEvent(std::string_view action, GUdevDevice* device) {
 
 // A block disk and a generic node complete the SCSI unit above them.
 void UdevRegistry::nodeCame(GUdevDevice* device) {
+  // Its properties name the node and the disk, so they are read again when these come.
   const GUdevDevicePtr unit = scsiUnitAbove(device);
   if (!unit) return;
   const std::string path = sysfsPath(unit.get());
@@ -224,10 +234,12 @@ void UdevRegistry::unitComplete(const std::string& path) {
 void UdevRegistry::entryCame(GUdevDevice* device, EntryKind kind) {
   const PropertyDictionary properties = entryProperties(device, kind);
   const std::string path = sysfsPath(device);
+  // A copy, also since a subscriber may end with its owner in the middle of it.
   const Subscribers round = *subscribers_;  // callbacks may subscribe and unsubscribe
   for (const auto& subscriber : round) {
     if (!(subscriber->kinds & kind) || !propertiesMatch(properties, subscriber->match)) continue;
     const ServiceHandle service = intern(path);
+    // "bind" follows "add" for the same device, and udev can be told to repeat all of them.
     if (contains(subscriber->known, service)) continue;
     entries_.find(service)->properties = properties;
     remember(*subscriber, service);
@@ -240,6 +252,7 @@ void UdevRegistry::pathWent(const std::string& path) {
   assembly_.unitGone(path);
   auto gone = entries_.at(path);
   // The latest of several is the next one: its own end follows.
+  // The events of one path come in order, so the end belongs to the older entry.
   if (gone.size() > 1) gone.pop_back();
   for (const ServiceHandle service : gone)
     entryWent(service);
@@ -310,6 +323,7 @@ ServiceHandle UdevRegistry::handleIfMatching(GUdevDevice* device, EntryKind kind
 }
 
 // Where nobody can be interested, nothing is read and no timer started.
+// An agent that waits for cameras alone reads nothing of disks that come and go.
 bool UdevRegistry::isWanted(unsigned kinds) const {
   return std::ranges::any_of(*subscribers_, [&](const auto& each) { return each->kinds & kinds; });
 }
@@ -324,6 +338,7 @@ bool UdevRegistry::isAnnounced(const std::string& path) const {
 void UdevRegistry::remember(Subscriber& subscriber, ServiceHandle service) {
   subscriber.known.push_back(service);
   // Whoever is busy with a part that leaves may still ask whose it was.
+  // Read now, since afterwards sysfs has nothing to tell.
   for (const ServiceHandle ancestor : ancestors(service).value_or(std::vector<ServiceHandle>{})) {
     const auto above = properties(ancestor);
     if (above && above->value("IOClass", "") == kUSBDeviceClass) break;
@@ -339,6 +354,7 @@ ServiceHandle UdevRegistry::intern(const std::string& path) {
   return entries_.intern(path, plugNumber(path)).handle;
 }
 
+// The folder alone would do for a device that has gone, not for one whose place another has taken.
 bool UdevRegistry::isThere(const EntryTable::Entry& entry) {
   return ::access(entry.path.c_str(), F_OK) == 0 && plugNumber(entry.path) == entry.plug;
 }
@@ -382,6 +398,7 @@ void EntryTable::forget(ServiceHandle handle) {
   std::erase_if(entries_, [&](const Entry& entry) { return entry.handle == handle; });
 }
 
+// Said once at the start: without it an agent that never sees anything gives no clue.
 std::string missingPartOfUdev(const std::string& root) {
   if (::access((root + "/sys/bus").c_str(), F_OK) != 0)
     return "no " + root + "/sys: devices cannot be found";
@@ -397,6 +414,7 @@ std::string missingPartOfUdev(const std::string& root) {
   return {};
 }
 
+// The loop keeps its timers by itself and would fire them into nothing.
 SCSIUnitAssembly::~SCSIUnitAssembly() {
   for (const Waiting& each : waiting_)
     each.timer->invalidate();
@@ -410,6 +428,8 @@ void SCSIUnitAssembly::nodeSeen(std::string_view unit, bool wantsBlock, Node nod
   Waiting& waiting = waitingFor(unit, wantsBlock);
   (node == Node::kGeneric ? waiting.hasGeneric : waiting.hasBlock) = true;
   // Clients open the generic node and name the unit by its disk, so both are needed.
+  // A unit whose patience has ended is announced as soon as its generic node is there: better
+  // without a disk than not at all.
   const bool isWhole = waiting.hasBlock || !waiting.wantsBlock || !waiting.timer->isValid();
   if (waiting.hasGeneric && isWhole) finish(waiting.unit);
 }
@@ -443,6 +463,7 @@ bool SCSIUnitAssembly::isOutOfPatience(const Waiting& waiting) const {
 }
 
 void SCSIUnitAssembly::tick(const std::string& unit) {
+  // Always there: the timer of a unit that was finished or has gone is invalid.
   const auto waiting = std::ranges::find(waiting_, unit, &Waiting::unit);
   waiting->waited += kPatience;
   if (!isOutOfPatience(*waiting)) return;

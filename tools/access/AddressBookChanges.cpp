@@ -77,6 +77,8 @@ class Matcher {
     });
     for (const auto& contact : there)
       ids_.insert(idOf(*contact));
+    // From sure to unsure: an id is nobody else's, a handle may be, an address can be shared by a
+    // family.
     matchBy(idOf, false);
     matchBy(handleKey, false);
     // Where labels are all there is, those who have the same ones are the same.
@@ -113,6 +115,7 @@ class Matcher {
       const auto found = there.find(text);
       if (found == there.end()) continue;
       const std::size_t pairs = std::min(wanted.size(), found->second.size());
+      // Of several with one key nobody knows who is who, so none of them is paired by it.
       if (!inOrder && std::max(wanted.size(), found->second.size()) > 1) continue;
       for (std::size_t i = 0; i < pairs; ++i) {
         matched_[wanted[i].get()] = found->second[i];
@@ -149,6 +152,7 @@ class Matcher {
 /// Pairs the groups of two books: by handle and name, then by a name that only one has.
 class GroupMatcher {
  public:
+  // A group has no id: its name is what a user knows it by.
   GroupMatcher(const ContactGroups& there, const ContactGroups& wanted) {
     for (const auto& group : there)
       left_[group->name].push_back(group);
@@ -231,6 +235,8 @@ class Planning {
     auto& groups = *plan_.book.groups;
     const auto& removed = plan_.changes.removedGroups;
     const bool isFull = groups.size() + removed.size() > plan_.book.limits.maxGroups;
+    // A device without room refuses the new one; elsewhere nothing goes before its successor is
+    // there.
     groups.insert(isFull ? groups.begin() : groups.end(), removed.begin(), removed.end());
     return std::move(plan_);
   }
@@ -272,6 +278,7 @@ class Planning {
       return;
     }
     Contact after = options_.leavesContacts ? *there : *contact;
+    // What the device counts by stays the device's own.
     after.uid = there->uid;
     after.handle = there->handle;
     after.image = there->image;
@@ -279,6 +286,7 @@ class Planning {
     if (options_.nameless.contains(contact) && !there->nickname.value_or("").empty())
       after.nickname = there->nickname;
     if (options_.keepsOthers) keepWhatIsMissing(after, *there);
+    // Cards have no field for them.
     if (options_.wantedIsPartial) {
       after.sharingPref = there->sharingPref;
       after.defaultNumPrints = there->defaultNumPrints;
@@ -368,6 +376,7 @@ class Planning {
       return;
     }
     auto removed = std::make_shared<ContactGroup>(group);
+    // A group that goes names nobody, so that its contacts may go, too.
     removed->members = {};
     removed->action = DataSyncAction::kDelete;
     plan_.changes.removedGroups.push_back(std::move(removed));

@@ -35,6 +35,7 @@ void Batch::left(PropertyDictionary json, const Failure& failure, std::uint64_t 
   bytesLeft_ += bytes;
   json["error"] = asJSON(failure);
   context_.output.item(json);
+  // Said once: the reason is the same for all, and finish() has the number.
   if (left_++ == 0) context_.output.objectError(failure);
 }
 
@@ -54,6 +55,7 @@ void Batch::attempt(const OpenedDevice& device, const PropertyDictionary& json,
   try {
     work();
   } catch (const Exception& exception) {
+    // Any other exception is about what the device has sent.
     const bool isMemory = exception.name() == exception_name::kMalloc;
     failed(device, json, object, isMemory ? status::kOutOfMemory : status::kICAProtocolError,
            exception.reason());

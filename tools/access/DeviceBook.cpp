@@ -37,6 +37,7 @@ class RecordReading {
   void run() {
     result_.book.contacts.emplace();
     result_.book.groups.emplace();
+    // Contacts before groups, which name them.
     const auto contacts = listed(ptp::XTD_CONTACT, "contacts");
     for (const std::uint32_t handle : contacts)
       readContact(handle);
@@ -107,6 +108,8 @@ std::vector<std::string_view> linesIn(std::string_view text) {
 }
 
 /// Whether a line of the file is a contact and nothing else, or blank.
+/// Read by the library and written again as it would: only a line that comes out the same loses
+/// nothing.
 bool isReadInWhole(std::string_view line) {
   if (line.find_first_not_of(" <>\r\n") == std::string_view::npos) return true;
   AddressBook book;
@@ -142,6 +145,7 @@ void readFile(const ToolContext& context, const OpenedDevice& device, DeviceBook
       listedHandles(device, ptp::XTD_ADDRESS_BOOK_FILE, "address-book files", result.unread);
   std::uint32_t read = 0;
   for (const std::uint32_t handle : handles) {
+    // Which of two the device itself reads is not known, so neither may be replaced.
     if (read != 0) {
       result.unread.push_back({kFile, handle, "there is another one, " + handleText(read)});
       continue;
@@ -293,6 +297,7 @@ DeviceBook readDeviceBook(const ToolContext& context, const OpenedDevice& device
   device.ptpDevice().forgetBookCounts();
   DeviceBook result;
   const bool isWhole = readWhole(device, result.book);
+  // Record by record would only be time-out after time-out.
   if (device.isLost(device.transactions().lastOutcome())) device.failWithout("the address book");
   const ReadingReport report = device.device().lastReading();
   if (!offers(device, ptp::XTO_GET_DATASET)) {

@@ -51,6 +51,7 @@ LocalTarget resolvedTarget(const std::string& operation, const std::string& outp
                            bool isOneObject) {
   if (output.empty()) return {};
   std::error_code error;
+  // A slash at the end says that a folder is meant, also one that is not there yet.
   const bool isFolder = output.ends_with('/') || fs::is_directory(output, error);
   if (isFolder || !isOneObject) {
     makeFolder(operation, output);
@@ -127,6 +128,7 @@ std::string backupFolder(const OpenedDevice& device) {
   const fs::path data = xdgDataHome();
   std::error_code error;
   fs::create_directories(data, error);
+  // mkdir() by itself, since create_directories() has no mode to give.
   for (const fs::path& folder : {data / "tarvo", data / "tarvo" / "backups"}) {
     if (!error && ::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
       error.assign(errno, std::generic_category());
@@ -149,6 +151,7 @@ std::string keepBackup(const OpenedDevice& device, std::string_view what,
     // Without blanks, so that the path can be pasted into the command that puts it back.
     const std::string which = number == 1 ? "" : "-" + std::to_string(number);
     path = (fs::path(folder) / (name + which + "." + std::string(extension))).string();
+    // O_EXCL: no backup replaces another.
     file = FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.isOpen() && errno != EEXIST) break;
   }

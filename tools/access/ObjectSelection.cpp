@@ -34,6 +34,7 @@ class Selection {
   }
 
   void run() {
+    // Handles first: they cost one question each, names the whole listing.
     for (const std::uint32_t handle : handles_) {
       if (!visitor_.goesOn()) return;
       visit(handle, ObjectListing(device_.transactions()).find(handle), true);
@@ -42,6 +43,8 @@ class Selection {
     const Status listed = ObjectListing(device_.transactions())
                               .visit({}, [this](std::uint32_t handle, const ReadInfo& read) {
                                 visit(handle, read, false);
+                                // A name without a pattern is done with when it is found, which may
+                                // be long before the end.
                                 return visitor_.goesOn() && !isComplete();
                               });
     if (!visitor_.goesOn()) return;
@@ -92,6 +95,7 @@ class Selection {
   static bool matches(const Name& name, const std::string& fileName, const std::string& path) {
     const std::string& compared = name.text.find('/') == std::string::npos ? fileName : path;
     if (!name.isPattern) return compared == name.text;
+    // FNM_PATHNAME: a star stops at a slash, as in a shell.
     return ::fnmatch(name.text.c_str(), compared.c_str(), FNM_PATHNAME) == 0;
   }
 
@@ -125,6 +129,7 @@ std::string ObjectPaths::pathOf(const XTExtendedObjectInfo& info) {
 std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
   // Devices name the root in either way.
   if (handle == 0 || handle == 0xFFFFFFFF || depth == kDeepest) return {};
+  // Each folder is asked for once in a run.
   if (const auto known = folders_.find(handle); known != folders_.end()) return known->second;
   const auto info = readInfo(device_, handle).info;
   std::string path;

@@ -43,8 +43,10 @@ void OpenedDevice::open() {
   auto& imageCapture = context_.platform.services().imageCapture;
   for (int attempt = 1; !scope_ && attempt <= kAttempts; ++attempt) {
     endIfInterrupted(context_, operation_);
+    // Here a wait is all right: the command has nothing else to do.
     if (attempt > 1) g_usleep(kAttemptIntervalMicroseconds);
     scope_ = imageCapture.openScope(summary_.object, &failure, &why);
+    // Whatever else is wrong is the same a moment later.
     if (failure != status::kICADeviceBusy) break;
   }
   if (!scope_) throw ToolError(this->failure(inWords(summary_), failure, why));
@@ -68,6 +70,7 @@ PTPTransactions& OpenedDevice::transactions() const {
 
 Status OpenedDevice::explained(Status status) const {
   if (status == status::kOK || !device_) return status;
+  // A device that went and one that is silent both come up as a general error.
   const Status transport = device_->lastMessageStatus();
   // A transfer that this side has ended (a file that cannot be written) is known here already.
   if (transport == status::kOK || transport == status::kCancelled) return status;
@@ -123,6 +126,7 @@ std::uint32_t numberArgument(const std::string& operation, const std::string& wh
 namespace {
 
 /// The USB serial number of the device at a location; empty where it has none.
+/// By location: the dictionary of a device has no serial number.
 std::string serialAt(Registry& registry, std::int32_t location) {
   for (const ServiceHandle service : registry.servicesMatching(
            {{"IOClass", "usb_device"}, {"locationID", static_cast<std::uint32_t>(location)}})) {
@@ -166,6 +170,7 @@ std::string ownSerial(ToolPlatform& platform, const DeviceSummary& device) {
 
 DeviceSummary namedDevice(ToolContext& context, const std::string& operation,
                           const std::vector<DeviceSummary>& devices) {
+  // From cheap to dear: the last question opens the devices one by one.
   const std::string& wanted = context.options.device;
   const auto bySerial = std::ranges::find(devices, wanted, &DeviceSummary::serial);
   if (bySerial != devices.end()) return *bySerial;
@@ -188,6 +193,7 @@ DeviceSummary onlyDevice(const std::string& operation, std::vector<DeviceSummary
   std::ranges::copy_if(devices, std::back_inserter(volumes), [](const DeviceSummary& device) {
     return !device.speaksPTP && device.isSupported;
   });
+  // Other vendors' cameras are none that a user of this program means.
   std::erase_if(devices,
                 [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
   if (devices.size() == 1) return devices.front();
@@ -211,6 +217,7 @@ std::optional<std::int32_t> locationFrom(std::string_view text) {
   const auto number = numberOf(text, isNegative ? 0x80000000U : 0xFFFFFFFFU);
   if (!number) return std::nullopt;
   const auto bits = static_cast<std::uint32_t>(*number);
+  // A location is a signed number where others show it, and often negative.
   return static_cast<std::int32_t>(isNegative ? 0U - bits : bits);
 }
 

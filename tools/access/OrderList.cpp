@@ -42,6 +42,7 @@ class OrderReading {
       readMarkers();
       return std::move(list_);
     }
+    // First: the orders below are cut to it.
     readAllowedAssets();
     readEmailOrders();
     for (const std::uint32_t handle : listed(ptp::XTD_PRINT_ORDER, "print orders"))
@@ -124,6 +125,7 @@ class OrderReading {
   std::optional<Order> made(const char* what, std::uint32_t handle,
                             Status (OrderLists::*fillIn)(std::vector<Order>&, const ObjectHandles&,
                                                          const OrderContext&)) {
+    // One handle at a time, so that one bad order hides no other.
     std::vector<Order> orders;
     ReadingReport report;
     try {
@@ -235,6 +237,7 @@ class OrderReading {
           {kMarker, handle, text ? "it has jobs that are incomplete" : "it is no text"});
   }
 
+  // Counted apart from the parser, which passes over what is no order.
   static std::size_t jobsIn(std::string_view text) {
     constexpr std::string_view kJob = "\n[JOB]";
     std::size_t count = 0;
@@ -284,6 +287,7 @@ OrderList readOrders(const ToolContext& context, const OpenedDevice& device) {
 std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& device) {
   std::map<std::uint32_t, std::uint32_t> orders;
   std::vector<UnreadEntry> unread;
+  // Also those that wait for a transfer, whose recipients count as well.
   for (const auto format : {ptp::XTD_EMAIL_ORDER, ptp::XTD_SQUIRT_EMAIL_ORDER}) {
     for (const std::uint32_t handle : listedHandles(device, format, "e-mail orders", unread)) {
       const auto record = readRecord(device, kEmailOrder, handle, format, scanEmailOrder, unread);

@@ -23,6 +23,7 @@ Consent::Consent(const ToolContext& context, std::string operation, bool isGiven
                  const std::string& purpose)
     : context_(context), operation_(std::move(operation)) {
   if (isGiven) return;
+  // The terminal and not standard input, which may be a file of names.
   terminal_ = FileDescriptor(::open(context.terminal.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC));
   if (!terminal_.isOpen())
     refuseUsage(operation_, "there is nobody to ask; give --yes to " + purpose);

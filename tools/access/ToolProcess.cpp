@@ -58,6 +58,7 @@ struct ToolProcess::Base {
       : log(toolSink(systemLog.sink(), options.quiet || options.json)),
         preferences(log, options.configFile) {}
 
+  // To standard error even where there is a journal: whoever has typed the command is to see it.
   JournalLog systemLog{"tarvoctl", JournalLog::Destination::kStandardError};
   LogSink log;
   KeyFilePreferences preferences;

@@ -95,6 +95,7 @@ void showBook(Output& output, const AddressBook& book) {
 }
 
 /// A book that lacks anybody would be taken for all of it.
+/// An export is read as the whole book, by people and by 'import'.
 void refuseGaps(const OpenedDevice& device, const DeviceBook& there, const char* outcome) {
   if (there.unread.empty()) return;
   auto failure = failureOf(device, there.unread.front());
@@ -143,6 +144,7 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
 /// Contacts, groups and limits. The exit status tells whether all could be read.
 int runAddressBookShow(ToolContext& context) {
   const OpenedDevice device(context, "addressbook show");
+  // Shown with its gaps: to see what is there is the first step to mending it.
   const auto [book, unread] = readDeviceBook(context, device);
   endIfInterrupted(context, device.operation());
   if (context.output.isJSON()) {
@@ -174,6 +176,7 @@ int runAddressBookValidate(ToolContext& context, const BookFileOptions& options)
     refuseGaps(device, there, "");
     return sayValidity(context, device, there.book);
   }
+  // The limits of the device that is there, whatever the file's own were.
   file->book.limits = there.book.limits;
   if (!file->book.contacts) file->book.contacts.emplace();
   if (!file->book.groups) file->book.groups.emplace();
@@ -210,6 +213,7 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
 int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
   const std::string operation = "addressbook import";
   const auto format = bookFormat(options.format, options.file);
+  // Before the file and the device, which cost time.
   const Consent consent(context, operation, options.yes || options.dryRun,
                         "change the address book, or --dry-run");
   const auto file = readBookFile(context, operation, options.file, format);
@@ -286,6 +290,7 @@ std::vector<StoredEntry> entriesNamed(const OpenedDevice& device,
 ByteBuffer bytesOf(const OpenedDevice& device, const StoredEntry& entry) {
   if (entry.format == ptp::XTD_ADDRESS_BOOK_FILE)
     return device.device().downloadObject(ObjectReference(entry.handle)).value_or(ByteBuffer());
+  // Bytes, since this is for entries that cannot be read as records.
   const auto dataSet = device.transactions().getDataSet(entry.handle, entry.format);
   if (!dataSet) return {};
   const auto bytes = dataSet->bytes().first(
@@ -298,6 +303,7 @@ void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
   const std::string object = entry.what + (" " + handleText(entry.handle));
   PropertyDictionary json = {{"handle", entry.handle}};
   batch.attempt(device, json, object, [&] {
+    // The backup first: nothing goes of which no copy lies on the disk.
     const auto bytes = bytesOf(device, entry);
     const bool isFile = entry.format == ptp::XTD_ADDRESS_BOOK_FILE;
     const auto backup = keepBackup(device, "addressbook", isFile ? "abk" : "bin",

@@ -96,6 +96,7 @@ std::string lineOf(const std::string& nickname, const std::string& email) {
 /// What the form of a line cannot hold.
 const char* misfit(const std::string& nickname, const std::string& email) {
   if (email.empty()) return "it has no e-mail address";
+  // A line is a contact: a break in it would make another one of the rest.
   if ((nickname + email).find_first_of("\r\n") != std::string::npos)
     return "it has a line break in it";
   if (nickname.find(" <") != std::string::npos || nickname.find('>') != std::string::npos ||
@@ -159,6 +160,7 @@ BookEditor::BookEditor(std::string operation, std::string text)
                      .why = std::strerror(errno)});
 }
 
+// Standard input stays the user's: an editor needs the terminal.
 void BookEditor::run() {
   // The shell splits the user's words; the path is a word of its own.
   const std::string command = editorCommand();
@@ -187,6 +189,7 @@ bool BookEditor::isUnchanged() const {
   return now.str() == text_;
 }
 
+// Only when the text is on the device, or the same as before.
 void BookEditor::discard() {
   ::unlink(path_.c_str());
 }

@@ -46,12 +46,14 @@ class Importing {
                       .wantedIsPartial = file.isPartial,
                       .nameless = file.nameless,
                       .leavesContacts = options_.sync && keepsContactsSingly(device_)});
+    // Where it is not known who is who, one of two people would be lost.
     refuse(plan_.doubt, "Export the book, and change that.");
     const bool empties = way_ == BookWay::kSynchronisation && !keepsContactsSingly(device_);
     if (plan_.changes.isEmpty() && !empties) {
       say("The device has all of this already.", false, "");
       return kDone;
     }
+    // Of the plan and not of the file: with --merge the book is both.
     refuseInvalid();
     refuseOtherRecipients();
     sayChanges(wanted);
@@ -61,9 +63,11 @@ class Importing {
     }
     consent_.require("Change the address book of " + device_.device().name() + "?",
                      "nothing was sent");
+    // On the disk before the first byte is sent.
     const std::string backup = keepBook();
     context_.output.message("What the device holds is kept in " + backup + ".");
     write(backup);
+    // A device may say OK to what it then keeps otherwise.
     compareAfterwards(backup);
     say(empties ? "The device has an empty address book now." : "The address book was written.",
         true, backup);

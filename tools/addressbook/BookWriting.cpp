@@ -73,6 +73,7 @@ class Writing {
   Writing(const OpenedDevice& device, BookPlan& plan, const BookSurroundings& surroundings)
       : device_(device), plan_(plan), surroundings_(surroundings) {}
 
+  // Never raises: how far it came is what the user has to know.
   BookWritten run(BookWay way) {
     try {
       if (way == BookWay::kSingly) writeSingly();
@@ -92,6 +93,7 @@ class Writing {
     auto removed = changes.removed.begin();
     for (const auto& contact : changes.added) {
       // The old ones go first only where the device has no room.
+      // New ones first, so that a cable that is pulled out leaves too many people and not too few.
       for (; held >= plan_.book.limits.maxAddresses && removed != changes.removed.end(); --held)
         if (!remove(**removed++)) return;
       if (!create(*contact)) return;
@@ -99,6 +101,7 @@ class Writing {
     }
     for (const auto& changed : changes.changed)
       if (!update(*changed.after)) return;
+    // Behind the contacts, whose handles they name.
     if (!writeGroups()) return;
     // Only now does no group name them any more.
     for (; removed != changes.removed.end(); ++removed)
@@ -129,6 +132,8 @@ class Writing {
     if (!isDone(device_.transactions().createFormat(ptp::XTD_CONTACT, dataSet, &handle)))
       return false;
     if (handle == 0) return fail("the device gave the new contact no handle");
+    // The order would go to somebody whom nobody has chosen. Devices give handles of deleted
+    // objects again.
     if (surroundings_.recipients.contains(handle)) {
       device_.device().deleteVendorObjectPTP(handle);
       return fail("the device gave " + contactInWords(contact) + " the handle " +
@@ -172,6 +177,7 @@ class Writing {
 
   void writeFile() {
     const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
+    // Written before the device is touched: a text that cannot be made costs nobody his book.
     const PrivateFolder folder;
     const auto made = text && !folder.path().empty()
                           ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
@@ -208,6 +214,7 @@ class Writing {
       result_.outcome = "The device was not touched.";
       return;
     }
+    // The first that cannot be deleted ends it, with the old book still there.
     const bool isGone = std::ranges::all_of(files, [this](std::uint32_t file) {
       return isDone(device_.device().deleteObject(ObjectReference(file)));
     });

@@ -65,6 +65,7 @@ Contact contactFrom(const PropertyDictionary& card) {
   for (const auto& field : kTexts)
     contact.*field.text = replacedNewlines(textOf(card, field.key), ' ');
   contact.street = replacedNewlines(textOf(card, "street"), '\r');
+  // A UID of another kind is left out: planBook() finds people by their address then.
   contact.uid = guidOf(textOf(card, "uid"));
   contact.email = textOf(card, "email");
   std::string nickname = replacedNewlines(textOf(card, "nickname"), ' ');
@@ -96,6 +97,7 @@ class Groups {
       group = std::make_shared<ContactGroup>(ContactGroup{.name = name, .members = {}});
       groups_.push_back(group);
     }
+    // A card may name a category twice.
     if (group->members.empty() || group->members.back() != contact)
       group->members.push_back(contact);
   }
@@ -186,6 +188,7 @@ PropertyDictionary cardsFromBook(const AddressBook& book) {
 
 VCardBook bookFromVCards(const std::string& operation, const std::string& path,
                          const std::string& text) {
+  // Out of this process: the parser meets files from anywhere.
   const auto said = runVCardProgram(operation, path, "read", text);
   auto cards = PropertyDictionary::parse(said, nullptr, false);
   if (!cards.is_array() || cards.empty())
@@ -211,6 +214,7 @@ using GBytesPtr = std::unique_ptr<GBytes, GlibRelease<g_bytes_unref>>;
 std::string programPath() {
   if (const char* named = std::getenv("TARVO_VCARD"); named && *named != '\0') return named;
   std::error_code error;
+  // Beside this program first, so that a build that is not installed uses its own.
   const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / kName;
   if (!error && fs::exists(beside, error)) return beside.string();
   return std::string(TARVO_LIBEXEC) + "/" + kName;
@@ -237,6 +241,7 @@ std::string runVCardProgram(const std::string& operation, const std::string& obj
   const GBytesPtr given(g_bytes_new(input.data(), input.size()));
   GBytes* said = nullptr;
   const bool communicated =
+      // Both ways at once: a program that writes before it has read all would wait for us for ever.
       g_subprocess_communicate(child.get(), given.get(), nullptr, &said, nullptr, error.out()) != 0;
   const GBytesPtr answer(said);
   // A file that costs too much time or memory ends the program, which is what the limits are for.

@@ -52,8 +52,10 @@ std::optional<std::vector<std::byte>> albumNamesOf(const ToolContext& context,
   if (device.objectHandles(ptp::XTD_ALBUM_NAMES_FILE, "the album names").empty())
     return std::nullopt;
   const auto path = ptpDevice.albumNames();
+  // The device lists one, so that it is a failure and no answer.
   if (!path) device.failWithout("the album names");
   auto content = readInput(context, device.operation(), *path);
+  // In a folder of its own, which goes with it: names of people's albums are not left behind.
   removeTemporaryFile(*path);
   return content;
 }
@@ -81,6 +83,7 @@ void showText(Output& output, const std::vector<std::byte>& content) {
 }
 
 /// Every object of a format, a row each.
+/// Not by 'ls': albums and favourites are records of the vendor's, which no folder holds.
 int listObjects(ToolContext& context, const OpenedDevice& device, std::uint16_t format,
                 const std::string& what) {
   Listing listing(context.output, {{"HANDLE"}, {"SIZE", 0, true}, {"DATE"}, {"NAME"}},
@@ -94,6 +97,7 @@ int listObjects(ToolContext& context, const OpenedDevice& device, std::uint16_t 
     if (!info) {
       exitCode = kFailed;
       listing.addFailure({{"handle", handle}}, device.failure(handleText(handle), status, why));
+      // The next question would only cost another time-out.
       if (device.isLost(status)) break;
       continue;
     }
@@ -167,6 +171,7 @@ int runAlbumsShow(ToolContext& context) {
 /// That file as a file here.
 int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
   const OpenedDevice device(context, "albums get");
+  // Before the device is asked: a folder that is not there ends the command at once.
   const auto target = resolvedTarget(device.operation(), options.file, true);
   const auto content = albumNamesOf(context, device);
   endIfInterrupted(context, device.operation());
@@ -196,10 +201,12 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   refuseOtherFiles(operation, options.file);
   const Consent consent(context, operation, options.yes, "replace the album names");
   const auto content = readInput(context, operation, options.file);
+  // Said and sent all the same: a device may know another form.
   if (!isValidLCB(content))
     context.output.message("Note: " + options.file +
                            " is no sound block of records; the device may not read it.");
   const OpenedDevice device(context, operation);
+  // Read before anything is deleted; a device that cannot give it is not changed.
   const auto former = albumNamesOf(context, device);
   endIfInterrupted(context, operation);
   consent.require("Replace the album names of " + device.device().name() + "?",
@@ -210,6 +217,7 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
     context.output.message("The old file is kept in " + backup + ".");
   }
   const Status status = device.ptpDevice().setAlbumNames(options.file);
+  // Operations end with 0 or with the response itself.
   if (status != status::kOK && status != status::kPTPOK) {
     endIfInterrupted(context, operation);
     auto failure = device.failure(options.file, status,
@@ -250,6 +258,7 @@ int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& opt
         "Delete " + counted(before, "favourites") + " from " + device.device().name() + "?",
         "nothing was deleted");
   device.require(before == 0 ? status::kOK : device.device().deleteBragbookFiles());
+  // Counted once more, since a device may say OK and leave some (protected ones, say).
   const std::size_t after = before == 0 ? 0 : countNow();
   const std::string done = counted(before - std::min(before, after), "favourites deleted");
   if (after > 0)

@@ -69,6 +69,7 @@ std::optional<std::string> collectionIDOf(const ToolContext& context, const Open
   const Status outcome = device.transactions().lastOutcome();
   const auto facts = device.transactions().facts();
   // The file that would hold it is read in pieces.
+  // On a device with neither, an empty answer would say that there is none, which nobody knows.
   const bool canTell = containsCode(facts.properties, kDefaultCollectionID) ||
                        containsCode(facts.operations, ptp::kGetPartialObject);
   if (canTell && saysNone(outcome)) return std::nullopt;
@@ -97,6 +98,7 @@ template <typename Send>
 int sendFile(ToolContext& context, const std::string& operation, const std::string& file,
              const Send& send) {
   // What cannot be read is found before the device is touched.
+  // Sent by its path below, and read again there.
   const std::size_t size = readInput(context, operation, file).size();
   const OpenedDevice device(context, operation);
   device.require(send(device.device()), file);
@@ -131,6 +133,7 @@ int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) 
   const OpenedDevice device(context, operation);
   const auto id = options.clear ? std::nullopt : std::optional(options.id);
   device.require(device.device().setDefaultCollectionID(id), options.id);
+  // Read back: a device is free to keep something else.
   const auto now = collectionIDOf(context, device, "it was set, but cannot be read back");
   PropertyDictionary json = {{"collectionID", nullptr}};
   if (now) json["collectionID"] = validUTF8(*now);
@@ -158,6 +161,7 @@ int runWirelessConfigShow(ToolContext& context) {
   const auto data = device.ptpDevice().wirelessConfigData();
   endIfInterrupted(context, device.operation());
   if (!data) failWithoutSettings(device, device.transactions().lastOutcome());
+  // Shown as it is. What it means is the device's own.
   const std::string text(reinterpret_cast<const char*>(data->data()), data->size());
   if (context.output.isJSON()) {
     context.output.document({{"name", "NETCONF.XML"}, {"text", validUTF8(text)}});

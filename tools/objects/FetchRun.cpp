@@ -21,6 +21,7 @@ const FetchOptions& checked(const std::string& operation, const FetchOptions& op
 }
 
 /// No name has a slash in it.
+/// Of the safe name: two names that become the same file are one here.
 std::string keyOf(const std::string& name, std::uint64_t size) {
   return safeFileName(name).value_or("") + "/" + std::to_string(size);
 }
@@ -48,6 +49,7 @@ FetchRun::FetchRun(ToolContext& context, std::string operation, const FetchOptio
 
 void FetchRun::expect(std::size_t count, std::uint64_t bytes) {
   progress_.expect(count);
+  // A warning and no refusal: what fits is worth fetching, and somebody may make room meanwhile.
   const auto here = fileSystemSizeOf(target_.folder);
   if (!here || bytes <= here->free) return;
   context_.output.message("There is no room for all that is to be fetched (" +
@@ -58,6 +60,8 @@ void FetchRun::expect(std::size_t count, std::uint64_t bytes) {
 
 FetchRequest FetchRun::request(RunFiles* files) const {
   auto existing = options_.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
+  // A picture that is new may bear the name of one that is there: cameras count from 1 again after
+  // a reset.
   if (options_.onlyNew) existing = ExistingFile::kKeepOthers;
   if (options_.overwrite) existing = ExistingFile::kOverwrite;
   return {.folder = target_.folder, .name = target_.name, .existing = existing, .run = files};
@@ -69,6 +73,8 @@ void FetchRun::meet(const std::string& name, std::uint64_t size) {
 
 bool FetchRun::isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
                        bool looksAhead) {
+  // Two objects of one name and size are not told apart by the file that is there, so both are
+  // fetched.
   if (!options_.onlyNew || met_[keyOf(name, size)] > 1) return false;
   const auto request = FetchRun::request(looksAhead ? nullptr : &files_);
   FetchResult ignored;
@@ -85,6 +91,7 @@ FetchRequest FetchRun::begin(const std::string& name, std::uint64_t size) {
 
 void FetchRun::end(const FetchResult& result) {
   progress_.end();
+  // Once full is full for all: the next object would only be cut, too.
   isFull_ = isFull_ || result.room == Room::kNone;
 }
 

@@ -58,6 +58,7 @@ class Fetching {
 
   int run() {
     lookUp();
+    // Before the sum, so that the room is reckoned for what is really fetched.
     passOverWhatIsThere();
     std::uint64_t bytes = 0;
     for (const auto& object : found_)
@@ -67,6 +68,7 @@ class Fetching {
       if (!batch_.goesOn()) break;
       fetchOne(object);
     }
+    // Who has just ended the command need not be told of more.
     if (!context_.interrupt.isSet()) tellOldParts();
     return batch_.finish();
   }
@@ -138,6 +140,7 @@ class Fetching {
     }
     batch_.attempt(device_, jsonOf(object), inWords(object), [&] {
       auto request = run_.begin(object.name, object.size);
+      // Names the parts of a cut download: only this device's objects are gone on with.
       request.device = device_.device().serialNumber();
       auto result = options_.thumbnails ? fetchThumbnail(object, std::move(request))
                                         : fetch_.toFile(object.handle, request);
@@ -182,6 +185,7 @@ class Fetching {
     if (!request.name) request.name = name;
     // Where it has none the device is not even asked.
     if (object.size == 0) return {.status = status::kPTPNoThumbnailPresent};
+    // A thumbnail is some kilobytes, so it may lie in memory.
     const auto image = device_.device().downloadThumb(ObjectReference(object.handle));
     if (!image) return {.status = device_.transactions().lastOutcome()};
     auto result = writeWhole(request, *image, object.date);

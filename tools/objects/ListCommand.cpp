@@ -85,12 +85,14 @@ class ObjectList {
   int run() {
     ObjectListing objects(device_.transactions());
     const Status listed =
+        // One transaction in place of one for each object.
         options_.handlesOnly
             ? showHandles(objects)
             : objects.visit(query_, [this](std::uint32_t handle, const ReadInfo& read) {
                 if (!isEnough()) show(handle, read);
                 return !isEnough();
               });
+    // A device that was lost has been reported with the object that it was lost at.
     if (!hasEnded_) device_.require(listed, whatIsListed());
     endIfInterrupted(context_, kListing);
     listing_.finish();

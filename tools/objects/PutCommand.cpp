@@ -44,6 +44,7 @@ std::optional<Failure> refusal(const std::string& path) {
                    .why = std::move(why),
                    .advice = std::move(advice)};
   };
+  // The codec wraps the count of a longer text, and the object would get another name.
   if (nameLength(fs::path(path).filename().string()) >= kNameLimit)
     return because(status::kBadParameter, "its name has 255 characters or more",
                    "Give it a shorter name.");
@@ -71,6 +72,7 @@ class Sending {
                                       "it takes no files"));
     device_.device().setDownloadUpdateCb(progress_.callback());
   }
+  // The callback leads into this object.
   ~Sending() { device_.device().setDownloadUpdateCb({}); }
   Sending(const Sending&) = delete;
   Sending& operator=(const Sending&) = delete;
@@ -121,6 +123,7 @@ class Sending {
       return device_.transactions().sendContentsOfFile(path, info, store_, parent_, &handle);
     };
     Status sent = send();
+    // Store 0 lets the device choose (ISO 15740, SendObjectInfo); some want to be told.
     if (sent == status::kPTPInvalidStorageID && store_ == 0 && choosesStore()) sent = send();
     progress_.end();
     if (sent != status::kOK && sent != status::kPTPOK) {

@@ -27,6 +27,7 @@ auto converted(const ToolContext& context, const std::string& operation, const s
   const auto fail = [&](const std::string& why) -> ToolError {
     return ToolError({.operation = operation, .object = path, .why = why});
   };
+  // Bytes come from anywhere: what the codec raises is a fault of the file and not of the program.
   try {
     return convert(content);
   } catch (const Exception& exception) {
@@ -54,6 +55,7 @@ std::vector<std::byte> encoded(const ToolContext& context, const RecordType& typ
 /// decoded is an entry with the key "error" in such an array, and makes the exit status kFailed.
 int runDecode(ToolContext& context, const RecordOptions& options) {
   const RecordType& type = *recordType(options.type);
+  // One document for one file, so that 'decode' and 'encode' are inverses in a pipe.
   if (options.files.size() == 1) {
     context.output.document(decoded(context, type, options.files.front()));
     return kDone;
@@ -78,6 +80,7 @@ int runDecode(ToolContext& context, const RecordOptions& options) {
 int runEncode(ToolContext& context, const RecordOptions& options) {
   const RecordType& type = *recordType(options.type);
   std::vector<std::byte> all;
+  // All before the first byte goes out.
   for (const auto& path : options.files) {
     const auto bytes = encoded(context, type, path);
     all.insert(all.end(), bytes.begin(), bytes.end());

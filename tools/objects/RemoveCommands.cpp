@@ -37,6 +37,7 @@ class Removing {
  public:
   Removing(ToolContext& context, const RemoveOptions& options)
       : options_(options),
+        // Before the device is opened: where nobody can be asked nothing need be looked up.
         consent_(context, kRemoving, options.yes, "delete objects"),
         device_(context, kRemoving),
         batch_(context, kRemoving, "objects deleted") {}
@@ -92,6 +93,7 @@ class Removing {
                                          bytes_ += read.info->compressedSize();
                                        return batch_.goesOn();
                                      });
+    // A number that may be too small would make the question a lie.
     return status == status::kOK ? " with " + counted(count, "objects") : " with all that is in it";
   }
 
@@ -125,6 +127,7 @@ int runRename(ToolContext& context, const RenameOptions& options) {
                      .why = "a name has 1 to 254 characters",
                      .advice = "Choose another name."});
   const OpenedDevice device(context, operation);
+  // For devices that know an object only once its folder was listed.
   ObjectListing(device.transactions()).find(handle);
   device.require(device.device().renamePTPObject(handle, options.name), handleText(handle));
   if (context.output.isJSON()) {

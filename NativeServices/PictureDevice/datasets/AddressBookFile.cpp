@@ -15,7 +15,8 @@ constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kBeforeAddress = " <";
 constexpr char kBehindAddress = '>';
 
-/// Without the line end, of either kind, and without a line feed before it, which is intended.
+/// Without the line end, of either kind, and without a line feed before it: intended, see
+/// docs/oddities.md.
 std::string_view withoutLastLineEnd(std::string_view text) {
   for (const char end : {'\n', '\r', '\n'}) {
     if (text.ends_with(end)) text.remove_suffix(1);
@@ -23,7 +24,7 @@ std::string_view withoutLastLineEnd(std::string_view text) {
   return text;
 }
 
-/// At least one line: bare line feeds separate none, which is intended.
+/// At least one line: bare line feeds separate none (docs/oddities.md).
 std::vector<std::string_view> linesOf(std::string_view text) {
   std::vector<std::string_view> lines;
   for (;;) {
@@ -72,11 +73,13 @@ std::size_t payloadSize(const Contacts& contacts) {
   constexpr std::size_t kMarks = std::string_view(" <>\r\n").size();
   std::size_t size = kHeader;
   for (const auto& contact : contacts)
+    // A unit of text is a byte in the file, which is ASCII.
     size += lengthOf(contact->nickname) + lengthOf(contact->email) + kMarks;
   return size;
 }
 
 bool lengthenANickname(const Contacts& contacts, std::uint32_t limit) {
+  // A blank at the end changes the least.
   for (const auto& contact : contacts) {
     if (lengthOf(contact->nickname) >= limit) continue;
     const std::string former = contact->nickname.value_or("");
@@ -103,6 +106,7 @@ bool shortenTheLongestNickname(const Contacts& contacts) {
     // Of equally long ones the last.
     if (!longest || lengthOf(contact->nickname) >= lengthOf(longest->nickname)) longest = contact;
   }
+  // A nickname of one character would be gone.
   if (lengthOf(longest->nickname) <= 1) return false;
   const std::string former = *longest->nickname;
   longest->nickname = shortened(former);
@@ -115,6 +119,7 @@ bool shortenTheLongestNickname(const Contacts& contacts) {
 
 void fillInABDictFromText(AddressBook& book, std::string_view text) {
   if (text.empty()) {
+    // A file that is there and empty is a book without contacts, not a missing one.
     book.contacts.emplace();
     return;
   }
@@ -124,6 +129,7 @@ void fillInABDictFromText(AddressBook& book, std::string_view text) {
     TraceLog::traceWithTag("fileContentsString = " + std::string(text), XTOptDebugLog);
   }
   const auto lines = linesOf(text);
+  // A book of more lines than the device takes could not be written back.
   if (lines.size() > book.limits.maxAddresses) {
     TraceLog::trace("Device address book invalid. Has %d addresses, limit is %u",
                     static_cast<int>(lines.size()), book.limits.maxAddresses);

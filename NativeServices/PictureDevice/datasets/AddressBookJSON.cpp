@@ -35,6 +35,8 @@ DataSyncAction actionFromText(const std::optional<std::string>& text) {
   for (std::size_t i = 1; i < kActionNames.size(); ++i) {
     if (kActionNames.at(i) == *text) return static_cast<DataSyncAction>(i);
   }
+  // An action of a later version must not be taken for one of these, so it is none of them and does
+  // nothing.
   return DataSyncAction::kOther;
 }
 
@@ -80,6 +82,7 @@ bool isNothing(const PropertyDictionary& value) {
 /// Whoever was never in a data set has no such fields, rather than empty ones.
 void eraseFieldsWithoutValue(PropertyDictionary& contact) {
   for (auto field = contact.begin(); field != contact.end();) {
+    // These two are what a contact in a file consists of, and are shown even where they are empty.
     const bool stays = field.key() == "kABEmailProperty" || field.key() == "kABNicknameProperty";
     field = !stays && isNothing(*field) ? contact.erase(field) : std::next(field);
   }
@@ -105,6 +108,7 @@ Contacts contactsFromJSON(const PropertyDictionary& json, ContactsByHandle& byHa
   takeElements(json, kContactsKey, [&](const PropertyDictionary& each) {
     auto contact = std::make_shared<Contact>(contactFromJSON(each));
     const std::uint32_t handle = contact->handle;
+    // A group that names the handle would mean either of the two.
     if (handle != 0 && !byHandle.emplace(handle, contact).second)
       refuseValue(kHandleKey, std::to_string(handle) + " is another contact's already");
     contacts.push_back(std::move(contact));
@@ -124,6 +128,7 @@ ContactGroup contactGroupFromJSON(const PropertyDictionary& json,
   for (const std::uint32_t handle : record.members) {
     const auto found = contacts.find(handle);
     if (found == contacts.end())
+      // Refused, where the codec raises an assertion: this is a user's file.
       refuseValue(kMembersKey,
                   "names " + std::to_string(handle) + ", which is no contact's handle");
     group.members.push_back(found->second);
@@ -206,8 +211,10 @@ AddressBook addressBookFromJSON(const PropertyDictionary& json) {
   AddressBook book;
   FieldsFromJSON fields(json);
   visitLimits(book.limits, fields);
+  // Where the document does not say it: a device that takes no group supports none.
   book.supportsGroups = book.limits.maxGroups != 0;
   fields(kSupportsGroupsKey, book.supportsGroups);
+  // Read below, once all handles are known; passed here, so that they do not count as unknown keys.
   fields.pass(kContactsKey);
   fields.pass(kGroupsKey);
   fields.finish();

@@ -41,7 +41,7 @@ constexpr AddressRule kAddressRules[] = {
        return isDotOrAtSign(address.front()) || isDotOrAtSign(address.back());
      },
      "begins or ends with dot", status::kAddressBookOuterDot},
-    // These two say what the other one looks for, which is intended.
+    // These two say what the other one looks for: intended, see docs/oddities.md.
     {[](std::string_view address) { return contains(address, "@."); }, "contains '.@'",
      status::kAddressBookAtSignDot},
     {[](std::string_view address) { return contains(address, ".@"); }, "contains '@.'",
@@ -91,12 +91,12 @@ std::optional<AddressBookError> errorOfContact(const Contact& contact,
   return std::nullopt;
 }
 
-/// All members count, those that are to be deleted as well, which is intended.
 /// The value to blame; a group without a name has none.
 AddressBookError groupError(Status code, const ContactGroup& group) {
   return {code, group.name.empty() ? std::nullopt : std::optional(group.name)};
 }
 
+/// All members count, those that are to be deleted as well: intended, see docs/oddities.md.
 std::optional<AddressBookError> errorOfGroup(const ContactGroup& group,
                                              const XT_AddressBookInfo& limits) {
   if (exceeds(group.members.size(), limits.maxAddressesPerGroup,
@@ -142,6 +142,7 @@ Status validateEmailAddressFormat(const std::optional<std::string>& address,
   for (const auto& rule : kAddressRules) {
     if (rule.isBroken(*address)) return traced(address, rule.words, rule.code);
   }
+  // Last, and in bytes: it is ASCII by now.
   if (address->size() > maxLength) {
     return traced(address, "is too long", status::kAddressBookAddressTooLong);
   }
@@ -166,6 +167,7 @@ std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book,
                                                         const BadNicknameSet& bad) {
   const auto& limits = book.limits;
   if (!supportsAddressBooks) return AddressBookError{status::kPTPOperationNotSupported, {}};
+  // Before the contacts themselves: with too many of them it does not matter what is in them.
   if (exceeds(countOf(book.contacts), limits.maxAddresses, "Too many contacts for device")) {
     return AddressBookError{status::kAddressBookTooManyContacts, {}};
   }
@@ -185,6 +187,8 @@ Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
 }
 
 bool isValidLCB(std::span<const std::byte> data) {
+  // The layout of the file with album names: a header whose last byte counts the records, and an
+  // exclusive or of all bytes at the end.
   constexpr std::size_t kCountOffset = 31;
   constexpr std::size_t kHeader = 32;
   constexpr std::size_t kRecord = 272;

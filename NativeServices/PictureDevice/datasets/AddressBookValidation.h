@@ -23,13 +23,13 @@ struct AddressBookError {
 };
 
 /// 0, or the code of the first rule that the address breaks, which is traced. `maxLength` counts
-/// UTF-16 units. The texts of "@." and ".@" are exchanged in the traces: intended.
+/// UTF-16 units. The texts of "@." and ".@" are exchanged in the traces.
 Status validateEmailAddressFormat(const std::optional<std::string>& address,
                                   std::uint32_t maxLength);
 
 /// True for a UTF-16 unit that a nickname may not have.
 using BadNicknameSet = std::function<bool(char16_t)>;
-/// Every unit but "#", which is intended. A device makes its own once.
+/// Every unit but "#" (docs/oddities.md). A device makes its own once.
 BadNicknameSet makeBadNicknameSet();
 
 /// 0 or kAddressBookNicknameCharacters. A limit of 3 accepts every nickname, even none; any other

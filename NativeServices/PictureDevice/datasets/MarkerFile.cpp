@@ -27,6 +27,7 @@ constexpr std::string_view kPrintImage = "\n<IMG SRC";
 
 constexpr std::string_view kSpaceEqual = " =";
 constexpr std::string_view kSpaceEqualQuote = " =\"";
+// So many are passed over at most; what follows belongs to the value.
 constexpr std::size_t kMostSeparators = 8;
 
 /// Recipients overlap where quotation marks are missing, so a small file could grow to gigabytes.
@@ -84,8 +85,8 @@ std::vector<std::string> recipientsOf(std::string_view job, std::size_t& room) {
     room -= length;
     recipients.emplace_back(job.substr(start, length));
     TraceLog::trace("recipient: %s", recipients.back().c_str());
-    // Not behind the closing quotation mark: a recipient may hold the keyword of the next one,
-    // which is intended.
+    // Not behind the closing quotation mark: a recipient may hold the keyword of the next one.
+    // Intended, see docs/oddities.md.
     at = job.find(kRecipient, start);
   }
   return recipients;
@@ -95,6 +96,7 @@ void appendEmailOrder(EmailOrders& list, std::string_view job, std::size_t& room
   auto recipients = recipientsOf(job, room);
   const auto path = firstValue(job, kEmailImage, kSpaceEqualQuote, "\"");
   if (path) TraceLog::trace("need image file: %s", path->c_str());
+  // A marker names its pictures by path on the card ("../DCIM/..."); only the name is looked for.
   std::string name = lastPathComponent(path.value_or(""));
   if (recipients.empty() || name.empty()) return;
   if (TraceLog::isActive()) {
@@ -132,6 +134,7 @@ void appendPrintOrder(PrintOrders& list, std::string_view job) {
   std::string name = lastPathComponent(path.value_or(""));
   if (name.empty()) return;
   PrintOrder order;
+  // An order of none is one copy: somebody has marked the picture.
   order.quantity = std::max(quantity, 1);
   order.assets.push_back(std::move(name));
   TraceLog::trace("_printOrderList %d copies of %s", order.quantity, path->c_str());

@@ -29,7 +29,7 @@ void appendPrintOrders(PrintOrders& list, std::string_view text);
 Status fillInEmailOrderList(EmailOrders& list, const std::string& mrkFile,
                             const std::string& defaultEncoding);
 /// Reads the file as the platform reads a plain text file: by its byte-order mark, else as UTF-8
-/// where it is that, else in `defaultEncoding`. Not as the other one, which is intended.
+/// where it is that, else in `defaultEncoding`. Not as the other one (docs/oddities.md).
 Status fillInPrintOrderList(PrintOrders& list, const std::string& mrkFile,
                             const std::string& defaultEncoding);
 

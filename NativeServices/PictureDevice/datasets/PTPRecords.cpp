@@ -53,6 +53,7 @@ std::shared_ptr<const PTPStorageInfo> scanStorageInfo(XTPTPDataSet& dataSet) {
 
 XTMutablePTPDataSet dataSetFromStorageInfo(const PTPStorageInfo& info) {
   auto dataSet = dataSetFromRecord(info);
+  // Two texts end the data set (ISO 15740, "StorageInfo dataset"); nothing here has a use for them.
   dataSet.storeString("");  // StorageDescription
   dataSet.storeString("");  // VolumeLabel
   return dataSet;
@@ -63,7 +64,6 @@ XT_AddressBookInfo scanAddressBookInfo(XTPTPDataSet& dataSet) {
   const FieldReader read(dataSet);
   visitFields(info, [&](const char* name, auto& field) {
     read(name, field);
-    // Signed, although the fields are not; this is intended.
     TraceLog::trace("AddressBookInfo.%s: %i", name, static_cast<int>(field));
   });
   return info;
@@ -94,8 +94,9 @@ Contact scanContact(XTPTPDataSet& dataSet) {
 
 void storeContact(XTMutablePTPDataSet& dataSet, const Contact& contact) {
   Contact written = contact;
+  // A device identifies a contact by it, so none may be without.
   if (!written.uid) written.uid = newGUID();
-  // Read and never written back, which is intended: a group's record has its members.
+  // Never written back: membership travels in the records of the groups.
   written.image = 0;
   written.associatedGroups.clear();
   visitFields(std::as_const(written), FieldWriter(dataSet));
@@ -121,6 +122,7 @@ ContactGroup scanGroupAndAssignContacts(XTPTPDataSet& dataSet, const ContactsByH
     if (found != contacts.end() && found->second) group.members.push_back(found->second);
   }
   if (group.members.size() != record.members.size())
+    // A group that lost a member would be written back without it.
     raiseAssertion("Could not find contacts for all members of group " + group.name);
   return group;
 }
@@ -147,7 +149,7 @@ class TransferOrderReader : public FieldReader {
     const std::uint32_t position = dataSet_.position();
     field.value = dataSet_.scanGUID().value_or("");
     dataSet_.setPosition(position);
-    dataSet_.skip(kGUIDLength);  // no bounds test, intended: the field behind it raises
+    dataSet_.skip(kGUIDLength);  // no bounds test: the field behind it raises
   }
 
  private:
@@ -164,6 +166,7 @@ class TransferOrderWriter : public FieldWriter {
   void operator()(const char*, GUIDField<const std::string> field) const {
     const std::uint32_t position = dataSet_.position();
     dataSet_.storeGUID(field.value);
+    // The text may be no GUID, whose array is then empty and 16 bytes too short.
     if (dataSet_.position() - position == kGUIDLength) return;
     dataSet_.setPosition(position);
     dataSet_.storeUInt128ToUInt8Array({});
@@ -209,7 +212,7 @@ namespace {
 
 /// The bit that makes an array of a scalar's datatype (ISO 15740, "Datatype codes").
 constexpr std::uint16_t kArray = 0x4000;
-/// The codec's table of sizes has another value for these datatypes, which is intended there.
+/// What they take on the wire; sizeForDataCode() says 8: intended, see docs/oddities.md.
 constexpr std::uint16_t kSize128 = 16;
 
 using Form = PTPPropertyDescription::Form;
@@ -219,7 +222,7 @@ bool isArray(std::uint16_t datatype) {
   return datatype >= kPTPArrayOfInt8 && datatype <= kPTPArrayOfUInt128;
 }
 
-/// The datatype of an array's elements. Those of INT8 are unsigned; this is intended.
+/// The datatype of an array's elements. Those of INT8 are unsigned, as the codec reads them.
 std::uint16_t elementOf(std::uint16_t datatype) {
   if (datatype == kPTPArrayOfInt8) return kPTPUInt8;
   return static_cast<std::uint16_t>(datatype - kArray);
@@ -305,6 +308,8 @@ void storeScalar(XTMutablePTPDataSet& dataSet, std::uint16_t datatype,
 void scanForm(XTPTPDataSet& dataSet, PTPPropertyDescription& description) {
   const std::uint8_t form = dataSet.scanByte();
   if (form > static_cast<std::uint8_t>(Form::kEnumeration))
+    // Forms of later versions of the standard (a date, a long text) have values of another kind, so
+    // nothing behind it could be read.
     raiseAssertion(formatted("Unexpected form %d", form));
   description.form = static_cast<Form>(form);
   if (description.form == Form::kNone) return;

@@ -117,7 +117,7 @@ bool identifies(const std::optional<std::string>& uid);
 Contact scanContact(XTPTPDataSet& dataSet);
 
 /// Appends a contact. Its picture and its groups are written as none, and of its street the first
-/// two lines: intended. A contact without a uid gets a new GUID on the wire, each time anew.
+/// two lines. A contact without a uid gets a new GUID on the wire, each time anew.
 void storeContact(XTMutablePTPDataSet& dataSet, const Contact& contact);
 
 /// A group as it travels, its members still being handles. Raises NSRangeException when the data

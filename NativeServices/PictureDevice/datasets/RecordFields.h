@@ -54,7 +54,7 @@ struct OneHandleField {
   Handle& value;
 };
 
-/// What travels of the lines of a text: the first two. Further ones are dropped, which is intended.
+/// What travels of the lines of a text: the first two. Further ones are dropped.
 inline std::array<std::string_view, 2> firstTwoLines(std::string_view text) {
   const std::size_t end = text.find('\r');
   if (end == std::string_view::npos) return {text, {}};
@@ -68,7 +68,7 @@ inline std::string joinedLines(std::string first, const std::string& second) {
   return second.empty() ? first : std::move(first) + '\r' + second;
 }
 
-/// The names are those of the traces, a misspelt one included; this is intended.
+/// The names are those of the traces, a misspelt one included (docs/oddities.md).
 template <ConstOrNot<PTPStorageInfo> Info, typename Visitor>
 void visitFields(Info& info, Visitor&& visit) {
   visit("storageType", info.storageType);
@@ -229,7 +229,7 @@ void visitFields(Order& order, Visitor&& visit) {
   visit("XTOrderAssetHandlesListKey", OneHandleField(order.asset));
 }
 
-/// The list of its pictures is called differently from that of other orders; this is intended.
+/// The list of its pictures is called differently from that of other orders (docs/oddities.md).
 template <ConstOrNot<TransferOrderRecord> Order, typename Visitor>
 void visitFields(Order& order, Visitor&& visit) {
   visit("XTOrderIDKey", GUIDField(order.orderID));

@@ -34,8 +34,10 @@ std::optional<std::string> textInEncoding(std::string_view bytes, const std::str
 
 std::optional<std::string> plainText(std::string_view bytes, const std::string& encoding) {
   for (const auto& [mark, name] : kByteOrderMarks) {
+    // A file that says what it is and is not is damaged: no other encoding is tried.
     if (bytes.starts_with(mark)) return textInEncoding(bytes.substr(mark.size()), name);
   }
+  // Text in an 8-bit encoding is hardly ever valid UTF-8 by chance.
   auto text = textInEncoding(bytes, "UTF-8");
   return text ? text : textInEncoding(bytes, encoding);
 }

@@ -17,12 +17,12 @@ namespace {
 constexpr std::uint16_t kBragbookFormat = 0xB802;
 constexpr std::uint16_t kBragbook2Format = 0xB803;
 
-// The reserves of the writer; the larger one for the shorter form is intended.
+// The reserves of the writer. The larger one is the shorter form's: intended, see docs/oddities.md.
 constexpr std::uint32_t kExtendedReserve = 308;
 constexpr std::uint32_t kStandardReserve = 508;
 
 // The bounds of capture and modification dates, and what stands in the place of a date beyond them.
-// Their form is not the one that PTP gives to dates; this is intended.
+// Their form is not the one that PTP gives to dates: intended, see docs/oddities.md.
 constexpr unsigned kFirstYear = 1970;
 constexpr unsigned kLastYear = 2038;
 constexpr const char* kFirstDate = "1970-01-01 00:00:00 +0000";
@@ -149,7 +149,6 @@ bool XTExtendedObjectInfo::isDirectFavoriteInfo() const {
 }
 
 std::string XTExtendedObjectInfo::description() const {
-  // Sizes are shown as signed numbers, which is intended.
   return formatted(
       "XTExtendedObjectInfo file:%s format:%X storageID:%X compressed size:%d width:%d height:%d",
       fileName_.c_str(), objFmtCode_, storageID_, static_cast<int>(compressedSize_),
@@ -249,6 +248,7 @@ std::optional<std::string> ptpDateOfTime(std::time_t time) {
 
 std::optional<std::time_t> dateOfObject(const XTExtendedObjectInfo& info) {
   const auto changed = timeOfPTPDate(info.modDataStr());
+  // The date of the last change is what the file system of a computer shows, too.
   return changed ? changed : timeOfPTPDate(info.captureDateStr());
 }
 

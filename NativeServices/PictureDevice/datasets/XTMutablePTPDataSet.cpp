@@ -66,6 +66,7 @@ void XTMutablePTPDataSet::increaseLengthBy(std::uint32_t count) {
   const std::uint64_t size = std::uint64_t{bufferSize_} + count;
   const std::size_t allocated = std::max<std::uint64_t>(size, 1);
   if (buffer_ == nullptr) {
+    // Cleared, for the same reason as below.
     buffer_ = static_cast<std::byte*>(std::calloc(allocated, 1));
     if (buffer_ == nullptr) raiseMalloc("malloc failed in increaseLengthBy.");
     freeBufferWhenDone_ = true;
@@ -141,6 +142,7 @@ template <typename T>
 void XTMutablePTPDataSet::storeArray(std::span<const T> values) {
   reserve(4 + std::uint64_t{values.size()} * sizeof(T));
   storeUInt32(static_cast<std::uint32_t>(values.size()));
+  // As a block where no byte changes its place, which is every array that goes to a device.
   if (sizeof(T) == 1 || isHostOrder()) {
     appendBytes(values.data(), static_cast<std::uint32_t>(values.size_bytes()));
     return;

@@ -59,7 +59,7 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   void storeSInt32(std::int32_t value) { storeScalar(value); }
   void storeUInt64(std::uint64_t value) { storeScalar(value); }
   void storeSInt64(std::int64_t value) { storeScalar(value); }
-  /// Appends only the first 4 bytes of the ordered value, which is intended: 128-bit fields travel
+  /// Appends only the first 4 bytes of the ordered value (docs/oddities.md): 128-bit fields travel
   /// as UInt8 arrays.
   void storeUInt128(XTUInt128 value);
   /// The count 16 and the bytes as they stand.
@@ -68,7 +68,7 @@ class XTMutablePTPDataSet : public XTPTPDataSet {
   /// array. A missing text is a failed assertion.
   void storeGUID(std::optional<std::string_view> _val);
   /// A PTP string of at most 255 UTF-16 units and a terminator. The count byte of 255 units wraps
-  /// to 0, which is intended: callers refuse such strings beforehand.
+  /// to 0 (docs/oddities.md): callers refuse such strings beforehand.
   void storeString(std::string_view text);
 
   /// A UINT32 count and the elements; an empty array is the count alone.

@@ -60,6 +60,7 @@ XTPTPDataSet XTPTPDataSet::ptpDataSetWithBytesNoCpy(std::span<const std::byte> b
                                                     std::int32_t byteOrder,
                                                     std::shared_ptr<const void> owner) {
   constexpr std::size_t kLargest = std::numeric_limits<std::uint32_t>::max();
+  // Positions are 32 bits; what lies behind cannot be read and is left out.
   const auto length = static_cast<std::uint32_t>(std::min(bytes.size(), kLargest));
   XTPTPDataSet set = initWithBytesNoCpy(bytes.data(), byteOrder, length, false);
   set.owner_ = std::move(owner);
@@ -72,7 +73,7 @@ XTPTPDataSet XTPTPDataSet::initWithData(std::span<const std::byte> data) {
       // malloc, because a writer grows its buffer with realloc and both are freed alike.
       data.size() > kLargest ? nullptr : std::malloc(std::max<std::size_t>(data.size(), 1));
   if (copy == nullptr) {
-    // The reason names another operation; this is intended.
+    // The reason names another operation: intended, see docs/oddities.md.
     throw Exception(std::string(exception_name::kMalloc), "malloc failed in increaseLengthBy.");
   }
   if (!data.empty()) std::memcpy(copy, data.data(), data.size());
@@ -103,6 +104,7 @@ void XTPTPDataSet::raiseOutOfBounds(std::uint32_t location, std::uint64_t length
 
 void XTPTPDataSet::scanBytes(void* destination, std::uint32_t length) {
   getBytes(destination, position_, length);
+  // Not before the copy: after an exception the position is that of the field which is missing.
   position_ += length;
 }
 
@@ -200,7 +202,7 @@ PropertyDictionary XTPTPDataSet::scan(std::uint16_t dataCode) {
       return scanUInt32();
     case kPTPUInt64:
       return scanUInt64();
-    case kPTPArrayOfInt8:  // elements come out unsigned; this is intended
+    case kPTPArrayOfInt8:  // elements come out unsigned, see docs/oddities.md
     case kPTPArrayOfUInt8:
       return scanByteArray();
     case kPTPArrayOfInt16:
@@ -235,7 +237,7 @@ std::uint32_t XTPTPDataSet::sizeForDataCode(std::uint16_t dataCode) {
       return 4;
     case kPTPInt64:
     case kPTPUInt64:
-    case kPTPInt128:  // 8 for the 128-bit codes is intended
+    case kPTPInt128:  // 8 for 128 bits, see docs/oddities.md
     case kPTPUInt128:
       return 8;
     default:

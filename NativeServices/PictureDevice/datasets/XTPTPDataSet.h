@@ -130,7 +130,7 @@ class XTPTPDataSet {
   /// there raises.
   std::uint32_t position() const { return position_; }
   void setPosition(std::uint32_t position) { position_ = position; }
-  /// Moves the cursor without a bounds test, modulo 2^32; this is intended.
+  /// Moves the cursor without a bounds test, modulo 2^32.
   void skip(std::uint32_t count) { position_ += count; }
   std::int32_t byteOrder() const { return byteOrder_; }
   void setByteOrder(std::int32_t byteOrder) { byteOrder_ = byteOrder; }
@@ -162,7 +162,7 @@ class XTPTPDataSet {
   std::int16_t scanSInt16() { return scanScalar<std::int16_t>(); }
   std::uint32_t scanUInt32() { return scanScalar<std::uint32_t>(); }
   std::int32_t scanSInt32() { return scanScalar<std::int32_t>(); }
-  /// Has no bounds test, which is intended: what lies beyond the buffer reads as zero.
+  /// Has no bounds test: what lies beyond the buffer reads as zero (docs/oddities.md).
   std::uint64_t scanUInt64();
   std::int64_t scanSInt64() { return scanScalar<std::int64_t>(); }
   void scanUInt128(XTUInt128& value);
@@ -189,7 +189,7 @@ class XTPTPDataSet {
   /// (INT64 and the 128-bit ones included) is a failed assertion, "Unexpected datatype %d".
   PropertyDictionary scan(std::uint16_t dataCode);
 
-  /// Bytes of one element: 8 for the 128-bit codes, which is intended; 0 for arrays, strings and
+  /// Bytes of one element: 8 for the 128-bit codes (docs/oddities.md); 0 for arrays, strings and
   /// unknown codes.
   static std::uint32_t sizeForDataCode(std::uint16_t dataCode);
 

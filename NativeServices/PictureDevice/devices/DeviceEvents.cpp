@@ -19,6 +19,7 @@ class StaleCaches {
 
   void dropObject(std::uint32_t handle) {
     fields_.objectInfoCache.erase(handle);
+    // The device keeps the last object information apart from the cache.
     if (device_ != nullptr) device_->invalidateInfoCacheForObject(handle);
   }
 
@@ -36,9 +37,11 @@ class StaleCaches {
 
   void dropStores() {
     fields_.storageIDCache.reset();
+    // The counts are over all stores.
     forgetCounts(fields_);
   }
 
+  // Only these two are kept; every other property is asked for each time.
   void dropProperty(std::uint32_t property, const MakerConstants& maker) {
     constexpr std::uint32_t kDefaultCollectionID = 0xD204;
     if (property == kDefaultCollectionID) fields_.cachedDefaultCollectionID.reset();
@@ -80,6 +83,7 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
     case ptp::kObjectRemoved:
       // A handle may be given a second time after a removal, so an addition makes stale, too.
       caches.dropObject(subject);
+      // Counts are only estimates for the room of an answer, but one that is too small cuts it.
       forgetCounts(fields);
       break;
     case ptp::kObjectInfoChanged:
@@ -98,6 +102,8 @@ void dropWhatEventMakesStale(PictureDeviceFields& fields, PTPTransactions* devic
       caches.dropProperty(subject, maker);
       break;
     case ptp::kDeviceReset:
+    // Unreported status (ISO 15740): the device has lost count of what it should have told, so
+    // nothing that is kept can be trusted.
     case ptp::kUnreportedStatus:
       caches.dropAll();
       break;

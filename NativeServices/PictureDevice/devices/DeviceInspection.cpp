@@ -43,6 +43,7 @@ void guardedEvent(const char* callback, const Handler& handler) {
 }
 
 void notifyICADeviceAdded(const ICAEvent& event) {
+  // Image Capture keeps a registration until it is replaced, which is longer than the room lives.
   if (!PictureDeviceRoom::current()) return;
   TraceLog::trace("notifyICADeviceAdded called with registerEventNotificationPB->object: %x",
                   event.object);
@@ -85,6 +86,7 @@ Status registerForEvent(ICAObject object, FourCharCode type, const char* label,
 
 void raiseUnlessRegistered(Status status) {
   if (status == status::kOK) return;
+  // Without arrivals, or ends, nothing of this room works: no start is better than half a one.
   throw Exception(std::string(exception_name::kEventRegistration), "Event registration failed.");
 }
 
@@ -92,6 +94,7 @@ void raiseUnlessRegistered(Status status) {
 void storesOfObjectChanged(ICAObject object, std::string_view notification) {
   const auto device = XTImageCaptureDevice::deviceWithICAObject(object);
   // Before the notification: an observer that counts pictures must get the new number.
+  // A device that is not in the registry has nothing that could be stale.
   if (device) device->storesChanged();
   PictureDeviceRoom::required().services().center.post({std::string(notification), device});
 }
@@ -114,6 +117,7 @@ void traceDeviceListInfo(ICAObject list) {
     TraceLog::trace("%s", codeMismatch("getObjectInfoPB.objectInfo.objectType", info.objectType,
                                        ica::kObjectList)
                               .c_str());
+    // Said in so many words since it is what a broken service would show first.
     TraceLog::trace(
         "ICA appears to be confused; an object list was reported, but when examined it was not "
         "valid.");
@@ -137,7 +141,7 @@ std::optional<std::uint32_t> childCountOf(ICAObject list) {
 }
 
 /// Class that enumeration names for a module; it differs from the one that an inspection makes of a
-/// mass-storage module, which is intended.
+/// mass-storage module: intended, see docs/oddities.md.
 std::optional<std::string_view> classNameForModule(std::string_view module) {
   if (module == device_module::kPTPCamera) return "XTImageCapturePTPDevice";
   if (module == device_module::kMassStorage) return "XTImageCaptureVolume";
@@ -209,6 +213,7 @@ void XTImageCaptureDevice::checkForDevicesAtStartup(bool) {
   std::vector<ICAObject> objects;
   icaDevices(nullptr, &objects);
   for (const ICAObject object : objects)
+    // Each guarded by itself: one bad camera must not keep the others from being found.
     inspectGuarded(object, "checkForDevicesAtStartup");
 }
 
@@ -232,6 +237,7 @@ std::optional<std::vector<std::string>> XTImageCaptureDevice::icaDevices(
     if (object == 0) continue;
     const auto properties = copyProperties(object);
     // One dictionary that cannot be read ends the enumeration: what was found is not reported.
+    // A list with a gap would number the devices otherwise than the user sees them.
     if (!properties) return std::nullopt;
     if (isPictureCD(*properties)) continue;
     names.push_back(textForKey(*properties, "ifil").value_or(""));
@@ -266,7 +272,8 @@ ICAObject XTImageCaptureDevice::cameraObjectAtIndex(std::uint32_t index, ICAObje
 
 void XTImageCaptureDevice::primeICADevice(ICAObject object) {
   TraceLog::traceWithTag(formatted("primeICADevice 0x%X", object), XTOptDebugLog);
-  // The asynchronous copy would end in nothing, so it is not begun; no device results. Intended.
+  // The asynchronous copy would end in nothing, so it is not begun and no device results: intended,
+  // see docs/oddities.md.
   if (PictureDeviceRoom::required().gEnableAsyncDeviceInspection) return;
   PropertyDictionary properties;
   const Status status =
@@ -290,6 +297,7 @@ void XTImageCaptureDevice::completeDeviceInspection(ICAObject object,
   if (!device) return;
   registerForStoreAddedEvent(object);
   registerForStoreRemovedEvent(object);
+  // Last, and outside the scope: who hears of the device may claim it at once.
   device->cache();
 }
 
@@ -311,6 +319,7 @@ std::shared_ptr<XTImageCaptureDevice> XTImageCaptureDevice::deviceFromICAObject(
   const std::string module = moduleOf(*properties);
   if (module == device_module::kPTPCamera) return makersPTPDevice(object, why);
   // No test for the maker here: who hears of a mass-storage device filters.
+  // A card in anybody's reader may come from a camera of the maker.
   if (module != device_module::kMassStorageCamera && module != device_module::kMassStorage)
     return nullptr;
   Status failure = status::kOK;
@@ -361,6 +370,7 @@ std::optional<std::string> XTImageCaptureDevice::getICADeviceName(ICAObject obje
 void XTImageCaptureDevice::deviceAdded(ICAObject object) {
   auto& pending = PictureDeviceRoom::required().pendingInspections();
   // A second event while the first one waits would only inspect the device twice.
+  // A device in the registry has been inspected; Image Capture announces some twice.
   if (deviceWithICAObject(object) || pending.isWaiting(object)) return;
   pending.schedule(object, kInspectionDelay,
                    [object] { inspectGuarded(object, "primeICADeviceDelayed"); });
@@ -368,6 +378,7 @@ void XTImageCaptureDevice::deviceAdded(ICAObject object) {
 
 void XTImageCaptureDevice::deviceRemoved(ICAObject object) {
   // A device that is still held by somebody else is not in the registry, but is waited for.
+  // The retries of an object whose handle is never given again would stay in the map.
   PictureDeviceRoom::required().pendingInspections().forget(object);
   for (const auto& device : deviceList()) {
     const auto candidate = std::dynamic_pointer_cast<XTImageCaptureDevice>(device);
@@ -420,6 +431,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::run() {
   }
   // The retries start anew, should the interface be held at another arrival.
   room_.pendingInspections().forget(object_);
+  // The scope ends behind it, before anybody is told of the device.
   return build();
 }
 
@@ -441,6 +453,7 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
 void DeviceInspection::interfaceRefused(Status failure, const std::string& why) {
   auto& pending = room_.pendingInspections();
   const std::string words = why.empty() ? statusText(failure) : why;
+  // Other vendors' cameras get one attempt: whoever holds them is their own business.
   const bool isWorthARetry =
       failure == status::kICADeviceBusy && isOfMaker(properties_, room_.services().maker);
   const int retry = isWorthARetry ? pending.countRetry(object_, kRetryLimit) : 0;

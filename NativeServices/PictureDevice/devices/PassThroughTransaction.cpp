@@ -14,6 +14,8 @@ namespace tarvo {
 namespace {
 
 /// In bytes. A record without a data phase still has one byte of room.
+/// A payload that goes straight to its sink needs no room in the record, and a large room is made
+/// apart: clearing megabytes costs more than reading into them.
 std::size_t recordRoomFor(const PTPRequest& request) {
   const bool isElsewhere = request.sink != nullptr || request.source != nullptr ||
                            request.room > PassThroughTransaction::kLargestClearedRoom;
@@ -55,6 +57,7 @@ PassThroughTransaction::PassThroughTransaction(PTPRequest request)
   record_.setSink(request_.sink);
   record_.setSource(request_.source);
   // Also ends the loan: a retry or a late look at the record must not reach the caller's bytes.
+  // Small: what is large is sent from a source.
   if (!request_.source) std::ranges::copy(request_.data, record_.data().begin());
 }
 
@@ -69,6 +72,7 @@ void PassThroughTransaction::makeLargeRoom() {
 }
 
 bool PassThroughTransaction::run(XTImageCaptureDevice& device) {
+  // Remembered, since a device may lose its object while the transaction runs.
   hadObject_ = device.icaObject() != 0;
   if (!hadObject_) {
     TraceLog::trace("%s couldn't get an ICA object", request_.method.c_str());
@@ -83,10 +87,13 @@ bool PassThroughTransaction::run(XTImageCaptureDevice& device) {
   status_ = device.icaObjectSendMessage(block);
   headerErr_ = block.headerErr;
   // Lent no longer; our own sink cuts its data to what came.
+  // The record may be taken and kept by the caller, longer than the sink lives.
   record_.setSink(nullptr);
   record_.setSource(nullptr);
   largeSink_.reset();
   const bool succeeded = outcome() == status::kOK;
+  // An answer that is expected ("there are none of that format") is no failure and would fill the
+  // trace.
   const bool isAnswer = responseCode() != 0 && responseCode() == request_.untracedResponse;
   if (!succeeded && !isAnswer) traceFailure();
   return succeeded;
@@ -99,6 +106,7 @@ Status PassThroughTransaction::outcome() const {
   if (status_ == status::kCancelled) return status_;
   const auto response = static_cast<Status>(responseCode());
   if (response == status::kPTPOK) return status_;
+  // 0 is what stands there when the device has not answered.
   return response == 0 ? status::kPTPGeneralError : response;
 }
 

@@ -42,6 +42,7 @@ PictureDeviceRoom& PictureDeviceRoom::required() {
 
 void DeviceRegistry::add(const std::shared_ptr<XTPictureDevice>& device) {
   // A camera that announces itself twice, or comes back before its removal was seen, is one device.
+  // The older one stays, since it may be in use.
   const auto known = std::ranges::find_if(
       deviceSet_, [&](const auto& each) { return each->isSameDeviceAs(*device); });
   if (known != deviceSet_.end()) {

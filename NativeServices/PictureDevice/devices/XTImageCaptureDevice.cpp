@@ -53,6 +53,8 @@ Status XTImageCaptureDevice::initObject(ICAObject object) {
 
 Status XTImageCaptureDevice::refreshIcaDictionary() {
   TraceLog::traceMethod(className(), "refreshIcaDictionary", this);
+  // Fetching is a look into a table, but the copy of a card with thousands of pictures is not
+  // small.
   if (!icaDictionaryDirty_ && icaDictionary_) return status::kOK;
   if (icaObject_ == 0) {
     TraceLog::trace("refreshIcaDictionary couldn't get an ICA object");
@@ -64,6 +66,7 @@ Status XTImageCaptureDevice::refreshIcaDictionary() {
   if (status == status::kOK) {
     traceDictionary(dictionary);
     icaDictionary_ = std::move(dictionary);
+    // The new copy has only what the service has loaded, which may be less.
     loadedKeys_.clear();
   } else {
     icaDictionary_.reset();
@@ -124,6 +127,7 @@ std::string XTImageCaptureDevice::description() const {
 }
 
 bool XTImageCaptureDevice::isSameDeviceAs(const XTPictureDevice& other) const {
+  // One object is one device however often it is inspected, also without a serial number.
   const bool isOfSameObject =
       icaObject_ != 0 && typeid(*this) == typeid(other) &&
       static_cast<const XTImageCaptureDevice&>(other).icaObject_ == icaObject_;
@@ -135,6 +139,7 @@ std::int64_t XTImageCaptureDevice::thumbSize(const ObjectReference& object) {
 }
 
 std::int64_t XTImageCaptureDevice::objectSize(const ObjectReference& object) {
+  // References of one class of devices given to another are a mistake of ours.
   if (!object.is_object()) raiseAssertion("_objectHandle is not a dictionary!");
   return sizeForKey(object, "isiz");
 }
@@ -158,6 +163,8 @@ const PropertyDictionary* XTImageCaptureDevice::loadedProperty(const std::string
     status = PictureDeviceRoom::imageCapture().copyObjectProperty(icaObject_, key, value);
     // After a failure the device is asked again the next time.
     if (status == status::kOK) (*icaDictionary_)[key] = std::move(value);
+    // A key that the device does not have stays absent; asking for it again would read all its
+    // objects once more.
     if (status == status::kOK || status == status::kICAPropertyNotFound) loadedKeys_.insert(key);
   }
   if (failure) *failure = status;
@@ -187,6 +194,8 @@ Status XTImageCaptureDevice::deleteObject(const ObjectReference& object) {
   }
   // Our own copy, which nobody else brings up to date.
   auto& pictures = (*icaDictionary_)[kPictures];
+  // Erased here and not fetched anew: a user who deletes a hundred pictures would have them all
+  // listed a hundred times.
   const auto deleted = std::ranges::find_if(
       pictures, [&](const auto& picture) { return int32ForKey(picture, "icao") == handle; });
   if (deleted != pictures.end()) pictures.erase(deleted);
@@ -197,6 +206,7 @@ Status XTImageCaptureDevice::setDateTime() {
   Status failure = status::kOK;
   const auto* capabilities = loadedProperty(kCapabilities, &failure);
   const std::size_t count = capabilities ? capabilities->size() : 0;
+  // Only a device that lists the message is sent it.
   for (std::size_t i = 0; i < count; ++i) {
     const auto& element = (*capabilities)[i];
     const auto code = element.is_number_integer() ? element.get<FourCharCode>() : FourCharCode{0};
@@ -233,6 +243,7 @@ void XTImageCaptureDevice::storesChanged() {
 }
 
 Status XTImageCaptureDevice::registerForExtendedEvents() {
+  // Weak, so that a registration does not keep a device alive.
   const auto listener = [weak = weak_from_this()](const ICAEvent& event) {
     // An event can be on its way while the last holder lets the device go.
     const auto device = std::dynamic_pointer_cast<XTImageCaptureDevice>(weak.lock());
@@ -316,6 +327,7 @@ std::string downloadToFolder(ICAObject object) {
                     static_cast<unsigned>(status));
     return {};
   }
+  // The caller removes it with the file.
   folder.leave();
   return path;
 }
@@ -376,6 +388,7 @@ ObjectReferences XTImageCaptureDevice::markerFiles(Status& failure) {
 Status XTImageCaptureDevice::deleteOrderFiles() {
   Status status = status::kOK;
   const ObjectReferences markers = markerFiles(status);
+  // The first that cannot be deleted ends it, and its status is the result.
   for (auto marker = markers.begin(); status == status::kOK && marker != markers.end(); ++marker)
     status = deleteObject(*marker);
   return status;
@@ -390,6 +403,7 @@ Status XTImageCaptureDevice::eachMarkerFile(
     const std::string name = nameOf(marker);
     if (status != status::kOK || !isWanted(name)) continue;
     ++lastReading_.listed;
+    // One for each marker, since cards hold several of one name in different folders.
     const ScratchFolder folder;
     const auto safeName = safeFileName(name);
     const std::string path = folder.path() + "/" + safeName.value_or("");

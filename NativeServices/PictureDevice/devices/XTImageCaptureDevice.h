@@ -24,7 +24,7 @@ inline constexpr std::string_view kStoreRemovedNotification = "StoreRemoved";
 class XTImageCaptureDevice : public XTPictureDevice {
  public:
   // Registration. Each raises "ICARegisterEventNotification" when Image Capture refuses, but
-  // registerForStoreRemovedEvent(), which only traces: intended.
+  // registerForStoreRemovedEvent(), which only traces.
 
   /// Registers for arrivals, once, and inspects what is there.
   static void registerDeviceAddedNotifications();

@@ -40,6 +40,7 @@ Status XTImageCaptureMSCDevice::loadDeviceInfoUncached() {
   }
   volumeName_ = volumeNameOf(*icaDictionary_);
   bsdName_ = textForKey(*icaDictionary_, "bsdName").value_or("");
+  // Image Capture may have no name yet for a volume that has just been mounted.
   if (bsdName_.empty()) bsdName_ = mountedDeviceName();
   // Only said here: discovery below fails by itself on an empty name.
   if (bsdName_.empty()) TraceLog::trace("loadDeviceInfoUncached failed to find bsdName");
@@ -57,6 +58,7 @@ Status XTImageCaptureMSCDevice::downloadFile(const ObjectReference& object,
   const Status status = PictureDeviceRoom::imageCapture().downloadFile(
       static_cast<ICAObject>(*handle), scratch.path(), path);
   if (status != status::kOK) return status;
+  // O_NOFOLLOW: the name is the card's.
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
   const std::filesystem::path target(destination);
   const std::string folder = target.parent_path().string();
@@ -90,6 +92,7 @@ Status XTImageCaptureMSCDevice::doIOKitDiscovery() {
   // Only the first service counts, and of its ancestors the nearest USB device: the unit, not a
   // hub.
   const auto services = registry.servicesMatchingBSDName(bsdName_);
+  // The disk went while it was inspected.
   if (services.empty()) {
     TraceLog::trace("doIOKitDiscovery failed to get service");
     return status::kIOError;

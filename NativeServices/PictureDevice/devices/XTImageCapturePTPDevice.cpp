@@ -22,6 +22,7 @@ namespace {
 
 // Room for each data phase, in bytes.
 // A longer answer is cut off.
+// A DeviceInfo that was cut is refused in words, see parseDeviceInfo().
 constexpr std::size_t kDeviceInfoRoom = 2048;
 constexpr std::size_t kSupportedDatasetsRoom = 256;
 constexpr std::size_t kLCBInfoRoom = 12;
@@ -29,7 +30,7 @@ constexpr std::size_t kAddressBookInfoRoom = 28;
 
 [[noreturn]] void raisePTPException(const char* reason, const PassThroughTransaction& transaction) {
   auto userInfo = PropertyDictionary::object();
-  // Both go under the same key, so that the status remains; this is intended.
+  // Both go under the same key, so that the status remains: intended, see docs/oddities.md.
   userInfo["ptpResponseCode"] = transaction.responseCode();
   userInfo["ptpResponseCode"] = transaction.status();
   throw Exception(std::string(exception_name::kPTP), reason, std::move(userInfo));
@@ -141,14 +142,18 @@ void XTImageCapturePTPDevice::parseDeviceInfo(const PTPPassThroughRecord& record
   try {
     scanDeviceInfo(dataSet);
   } catch (const Exception& exception) {
+    // Only a full room can have cut it.
     if (record.pb().dataSize < kDeviceInfoRoom) throw;
     throw Exception(exception.name(), formatted("its DeviceInfo has more than the %zu bytes that "
                                                 "there is room for",
                                                 kDeviceInfoRoom));
   }
+  // A device without a name of its own is shown by its model.
   if (fields_.deviceName.empty()) fields_.deviceName = fields_.deviceModel;
 
   // The reader went into the zeros behind the answer.
+  // Used all the same: what is missing is empty, and a camera that leaves out its serial number is
+  // still one.
   if (dataSet.position() > record.pb().dataSize) reportShortDeviceInfo(dataSet.position(), record);
   TraceLog::trace("%s %s Loaded device info for '%s' '%s' version '%s', serial# '%s'",
                   std::string(className()).c_str(), "loadDeviceInfoUncached",
@@ -210,6 +215,8 @@ Status XTImageCapturePTPDevice::getDeviceInfo(PTPPassThroughRecord& record) {
   record = transaction.takeRecord();
   TraceLog::trace("getDeviceInfo GetDeviceInfo: dataSize: %i",
                   static_cast<int>(record.pb().dataSize));
+  // The beginning says which standard and which vendor's extension, which is what one looks for in
+  // a trace.
   traceBytes(record.data().first(16));
   return status::kOK;
 }
@@ -260,6 +267,7 @@ bool XTImageCapturePTPDevice::doesLCBInfoWork() {
                                       .operation = ptp::XTO_GET_LCB_INFO,
                                       .dataUsageMode = kDataFromDevice,
                                       .room = kLCBInfoRoom});
+  // Its failure is the answer; nothing is raised for it.
   run(transaction);
   // What the 12 bytes mean is of no matter, only that the device gives them.
   return transaction.responseCode() == status::kPTPOK;
@@ -272,7 +280,7 @@ Status XTImageCapturePTPDevice::displayRequest(XTMutablePTPDataSet& request) {
                                       .operation = ptp::XTO_DISPLAY_REQUEST,
                                       .dataUsageMode = kDataToDevice,
                                       .data = request.bytes()});
-  // The response itself also after success, which is intended.
+  // The response itself also after success: intended, see docs/oddities.md.
   return run(transaction) ? status::kPTPOK : transaction.outcome();
 }
 
@@ -329,7 +337,7 @@ Status XTImageCapturePTPDevice::readAddressBookInfo(XT_AddressBookInfo& info, st
 }
 
 Status XTImageCapturePTPDevice::sendDeviceReset() {
-  // The trace names the code of another operation, which is intended.
+  // The trace names the code of another operation: intended, see docs/oddities.md.
   PassThroughTransaction transaction(
       {.method = "sendDeviceReset",
        .headerFailure = formatted("sendDeviceReset (opcode 0x%x)", unsigned{ptp::kFormatStore}),
@@ -527,7 +535,7 @@ std::optional<XTPTPDataSet> XTImageCapturePTPDevice::propertyBytes(std::uint16_t
                                                                    const char* method) {
   // Not asked on the chance: some devices do not survive a property that they do not know.
   if (!containsCode(propertyList_, property)) return std::nullopt;
-  // The failures of both operations are traced under one name, which is intended.
+  // The failures of both operations are traced under one name: intended, see docs/oddities.md.
   PassThroughTransaction transaction(
       {.method = method,
        .headerFailure = formatted("propertyDataSet GetDevicePropInfo %04X", property),
@@ -547,7 +555,7 @@ Status XTImageCapturePTPDevice::setProperty(std::uint16_t property,
                                             std::span<const std::byte> value) {
   // A value is small, so it may be copied for its padding.
   const auto padded = dataAdjustedToAvoidModulo64PayloadSize({value.begin(), value.end()});
-  // The reason names another operation, which is intended.
+  // The reason names another operation: intended, see docs/oddities.md.
   PassThroughTransaction transaction({.method = "setProperty",
                                       .headerFailure = "setProperty SetDevicePropValue",
                                       .operation = ptp::kSetDevicePropValue,

@@ -163,7 +163,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   /// Bytes that an array of all contacts, and of all groups, takes. The two counts are kept as long
   /// as the device, or until they are forgotten.
   std::uint32_t maxContactArrayLength();
-  /// Counts the groups only as long as the contacts have not been counted, which is intended.
+  /// Counts the groups only as long as the contacts have not been counted (docs/oddities.md).
   std::uint32_t maxGroupArrayLength();
   /// For whoever has changed the address book and reads it again: data sets may have become larger
   /// than the room that the kept counts give them.
@@ -212,7 +212,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   /// What a request answers with for `count` objects, one number each; `selector` is for traces.
   std::optional<std::vector<std::uint32_t>> arrayOfObjects(PTPRequest request, const char* selector,
                                                            std::int32_t count);
-  /// Asks the device; the standard form is read, whatever `extended` says: intended.
+  /// Asks the device; the standard form is read, whatever `extended` says.
   Status objectInfoUncached(ObjectInfoPointer& info, std::uint32_t handle, bool extended);
   /// After what this side changed on the device: what was counted and listed is asked for anew.
   void contentsChanged();

@@ -23,6 +23,7 @@ namespace tarvo {
 namespace {
 
 // What a data set takes beside its arrays, in bytes.
+// Each text of a data set takes at most 511 bytes: a count, 254 units and a terminator.
 constexpr std::uint32_t kAlbumRest = 4104;
 constexpr std::uint32_t kGroupRest = 1029;
 constexpr std::uint32_t kContactRest = 10342;
@@ -106,7 +107,7 @@ Status XTImageCapturePTPDevice::createFormat(std::uint16_t format, XTMutablePTPD
     // Some devices use the handle of an object that was deleted again.
     invalidateInfoCacheForObject(*resultHandle);
   }
-  // The counts stay, unlike after a send of an object: this is intended.
+  // The counts stay, unlike after a send of an object: intended, see docs/oddities.md.
   forgetContents();
   return transaction.outcome();
 }
@@ -144,8 +145,10 @@ std::uint32_t XTImageCapturePTPDevice::maxSizeForDatasetFormat(std::uint16_t for
   XT_AddressBookInfo limits;
   switch (format) {
     case ptp::XTD_ALBUM:
+      // The arrays are as long as the device has objects, which is counted once and kept.
       return roomForDataSet(maxAssetArrayLength(), kAlbumRest);
     case ptp::XTD_GROUP:
+      // A device that does not tell its limits does not tell how long its records are.
       if (addressBookInfo(limits) != status::kOK) return kUnknownRoom;
       return roomForDataSet(maxContactArrayLength(), kGroupRest);
     case ptp::XTD_CONTACT:
@@ -156,6 +159,7 @@ std::uint32_t XTImageCapturePTPDevice::maxSizeForDatasetFormat(std::uint16_t for
       const std::uint64_t assets = maxAssetArrayLength();
       return roomForDataSet(assets + maxContactArrayLength(), kEmailOrderRest);
     }
+    // An order to print names one picture.
     case ptp::XTD_PRINT_ORDER:
     case ptp::XTD_SQUIRT_PRINT_ORDER:
       return kPrintOrderRest;
@@ -179,7 +183,8 @@ std::uint32_t XTImageCapturePTPDevice::maxContactArrayLength() {
 }
 
 std::uint32_t XTImageCapturePTPDevice::maxGroupArrayLength() {
-  // The count of the contacts is tested and that of the groups stored: this is intended.
+  // The count of the contacts is tested and that of the groups stored: intended, see
+  // docs/oddities.md.
   if (cachedContactCountForDatasetSizeEstimate_ == -1) {
     cachedGroupCountForDatasetSizeEstimate_ =
         numberOfObjectsOnStore(ptp::kAllStores, ptp::XTD_GROUP);
@@ -232,6 +237,8 @@ std::optional<AddressBook> XTImageCapturePTPDevice::addressBookDictUncached() {
   fillInABDict(book, received > 0 ? &info : nullptr, operationList_);
   if (TraceLog::isActive())
     TraceLog::trace("AddressBookDict: %s", jsonFromAddressBook(book).dump().c_str());
+  // What a device lists decides, not its model: newer firmware may bring data sets to an older
+  // device.
   if (containsCode(operationList_, ptp::XTO_GET_DATASET)) {
     fillFromDataSets(book);
   } else {
@@ -281,6 +288,7 @@ Status XTImageCapturePTPDevice::setAddressBookDict(AddressBook& book) {
 Status XTImageCapturePTPDevice::setAddressBook(const std::string& path) {
   if (!supportsAddressBooks()) return status::kPTPOperationNotSupported;
   // What was read does not hold any more.
+  // Before the transfer, which may fail half way.
   fields_.cachedAddressBook.reset();
   return replaceFilesOfType(ptp::XTD_ADDRESS_BOOK_FILE, path);
 }
@@ -292,6 +300,7 @@ Status XTImageCapturePTPDevice::setAlbumNames(const std::string& path) {
 }
 
 Status XTImageCapturePTPDevice::replaceFilesOfType(std::uint16_t format, const std::string& path) {
+  // Sent all the same: two files are better than none.
   const Status deleted = deleteFilesOfType(format);
   if (deleted != status::kOK) {
     TraceLog::trace("files of format %04X cannot be deleted: 0x%x", format,
@@ -347,6 +356,7 @@ Status XTImageCapturePTPDevice::deleteHostObjectWrapperFiles() {
 
 Status XTImageCapturePTPDevice::deleteBragbookFiles() {
   if (!capabilities().deviceSupportsBragbooks) return status::kPTPInvalidObjectFormatCode;
+  // The form in which the device keeps them.
   return deleteFilesOfType(containsCode(imageFormatList_, ptp::XTD_BRAGBOOK2) ? ptp::XTD_BRAGBOOK2
                                                                               : ptp::XTD_BRAGBOOK);
 }

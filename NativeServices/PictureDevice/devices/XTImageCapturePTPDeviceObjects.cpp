@@ -64,6 +64,7 @@ std::optional<std::vector<std::uint32_t>> XTImageCapturePTPDevice::storageIDs() 
                                       .room = kStorageIDsRoom});
   if (!run(transaction)) return std::nullopt;
   auto reader = transaction.reader();
+  // Also a list that was cut: its end shows as a store of 0, which callers take for that.
   fields_.storageIDCache = reader.scanUInt32Array();
   transaction.wasShort(reader);
   return fields_.storageIDCache;
@@ -118,7 +119,7 @@ std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(std::
 
 std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandlesOnStore(
     std::uint32_t store, std::uint16_t type, std::uint32_t association) {
-  // The room is for all formats, which is intended.
+  // The room is for all formats: intended, see docs/oddities.md.
   return objectHandles({store, type, association}, numberOfObjects({store, 0, association}));
 }
 
@@ -153,6 +154,7 @@ std::int32_t XTImageCapturePTPDevice::numberOfObjects(const ObjectQuery& query) 
 // The count costs one transaction more, but gives the room: the service drops what does not fit.
 std::optional<ObjectHandles> XTImageCapturePTPDevice::objectHandles(const ObjectQuery& query,
                                                                     std::int32_t count) {
+  // Nothing is asked of a device that has nothing.
   if (count <= 0) return ObjectHandles();
   auto handles = arrayOfObjects({.method = "objectHandlesOnStore",
                                  .headerFailure = "objectHandlesOnStore GetObjectHandles",
@@ -172,6 +174,8 @@ Status XTImageCapturePTPDevice::listHandles(std::uint32_t store, std::uint16_t f
                                       .operation = ptp::kGetObjectHandles,
                                       .parameters = {store, formatParameter(format), association},
                                       .dataUsageMode = kDataFromDevice,
+                                      // Memory that is not touched costs nothing, so the most that
+                                      // is taken is asked for.
                                       .room = roomForArray(kMostObjects),
                                       .untracedResponse = status::kPTPInvalidObjectFormatCode});
   if (!run(transaction)) return lastOutcome_;

@@ -98,6 +98,8 @@ Status XTImageCapturePTPDevice::downloadPartialObject(std::uint32_t handle, std:
                                                       std::uint32_t size, ptp::DataSink& sink,
                                                       std::uint64_t& received) {
   received = 0;
+  // Before each part, since the one before has taken time in which the user may have changed his
+  // mind.
   if (reportProgress(0)) return lastOutcome_ = status::kCancelled;
   ptp::CountingSink counted(sink, size);
   PassThroughTransaction transaction({.method = "downloadPartialObject",
@@ -118,6 +120,7 @@ std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadThumb(const ObjectRef
   const auto info = objectInfoForHandle(object);
   const std::uint32_t size = info ? info->thumbCompressedSize() : 0;
   if (size == 0) return std::nullopt;
+  // The size is the device's word.
   if (size > PassThroughTransaction::kLargestRoom) {
     TraceLog::trace("downloadThumb: no thumbnail has %u bytes", size);
     return std::nullopt;
@@ -145,6 +148,7 @@ Status XTImageCapturePTPDevice::sendObjectInfo(XTExtendedObjectInfo& info, std::
   const auto& maker = PictureDeviceRoom::required().services().maker;
   // Before the format is filtered: which operation it is depends on what the object really is.
   const auto opcodes = opcodesForInfo(facts(), maker, info);
+  // Kept for sendObjectData(), which has only bytes to go by.
   fields_.sendObjectOpcode = opcodes.sendObject;
   info.setObjFmtCode(formatCodeFilter(model(), maker, info.objFmtCode()));
   // The data phase of the object will have one byte of padding, so it is announced.
@@ -200,6 +204,7 @@ Status XTImageCapturePTPDevice::sendContentsOfFile(const std::string& path,
     TraceLog::trace("sendContentsOfFile: %s is too large to be sent: 4 GiB and more", path.c_str());
     return status::kBadParameter;
   }
+  // A query is read by the device as it comes, and never in parts.
   const bool inParts = supportsOperation(ptp::XTO_SEND_OBJECT_PART) &&
                        info.compressedSize() > kPartSize && info.objFmtCode() != ptp::XTD_QUERY;
   std::uint32_t handle = 0;

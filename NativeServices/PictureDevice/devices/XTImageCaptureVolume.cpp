@@ -31,6 +31,8 @@ std::optional<std::string> mountPathOf(const std::string& volume) {
   const auto& table = PictureDeviceRoom::required().services().mounts;
   const std::string inFolder = table.volumesFolder() + "/";
   for (const Mount& mount : table.mounts()) {
+    // Directly in the folder, as for the service: deeper mounts belong to somebody's own
+    // arrangement.
     const bool isRemovable = mount.mountPoint.starts_with(inFolder) &&
                              mount.mountPoint.find('/', inFolder.size()) == std::string::npos;
     if (isRemovable && mount.mountPoint.substr(inFolder.size()) == volume) return mount.mountPoint;
@@ -50,6 +52,7 @@ Status XTImageCaptureVolume::loadDeviceInfo() {
   // The status does not matter: only the dictionary does.
   XTImageCaptureDevice::loadDeviceInfo();
   const auto& maker = PictureDeviceRoom::required().services().maker;
+  // A volume is not its reader: what the USB device says of itself is left out.
   fields_.deviceManufacturer.clear();
   fields_.deviceModel.clear();
   fields_.deviceVersion.clear();
@@ -65,6 +68,7 @@ Status XTImageCaptureVolume::loadDeviceInfo() {
 void XTImageCaptureVolume::eachPicture(
     const char* operation, const std::function<void(const std::string& path)>& onPicture) const {
   if (!volumePath_) raiseAssertion(std::string(operation) + " requires a Volume Path");
+  // By descriptors from the volume's top on, so that a link on it leads nowhere.
   const FolderTree volume(*volumePath_);
   FolderWalk walk(volume, [&](const std::string& path, int error) {
     TraceLog::trace("%s: '%s' cannot be read: %s", operation, path.c_str(),
@@ -86,6 +90,7 @@ std::optional<ObjectReferences> XTImageCaptureVolume::pictureFiles() {
   std::vector<std::string> paths;
   eachPicture("pictureFiles",
               [&](const std::string& path) { paths.push_back(*volumePath_ + "/" + path); });
+  // The order of a folder on FAT is that of its writing, and another one after each deletion.
   std::ranges::sort(paths);
   return ObjectReferences(std::make_move_iterator(paths.begin()),
                           std::make_move_iterator(paths.end()));
@@ -94,6 +99,7 @@ std::optional<ObjectReferences> XTImageCaptureVolume::pictureFiles() {
 bool XTImageCaptureVolume::isProtected(const ObjectReference& path) {
   struct stat attributes {};
   if (::stat(pathOf(path).c_str(), &attributes) != 0) return false;
+  // FAT's read-only bit shows as a missing write permission.
   return (attributes.st_mode & S_IWUSR) == 0 || isImmutable(AT_FDCWD, pathOf(path).c_str());
 }
 
@@ -131,6 +137,7 @@ Status XTImageCaptureVolume::downloadImage(const ObjectReference& path,
     return status::kDuplicateFile;
   };
   struct stat attributes {};
+  // lstat(), as a link that leads nowhere is a file that is there, too.
   if (::lstat(destination.c_str(), &attributes) == 0) return duplicate();
   const fs::path target(destination);
   const FileDescriptor file = openSource(source);
@@ -157,6 +164,7 @@ Status XTImageCaptureVolume::downloadVolumeObject(const ObjectReference& path) {
 Status XTImageCaptureVolume::deleteObject(const ObjectReference& path) {
   const std::string& file = pathOf(path);
   const auto onVolume = pathOnVolume(file);
+  // A path outside of the volume is the caller's own file.
   const int error = onVolume ? FolderTree(*volumePath_).removeFile(*onVolume)
                              : (::unlink(file.c_str()) == 0 ? 0 : errno);
   if (error == ENOENT || error == ENOTDIR) return status::kFileNotFound;
@@ -165,6 +173,7 @@ Status XTImageCaptureVolume::deleteObject(const ObjectReference& path) {
 
 std::optional<std::string> XTImageCaptureVolume::pathOnVolume(const std::string& path) const {
   if (!volumePath_) return std::nullopt;
+  // As text alone: nothing is followed before it is known to lie on the volume.
   const std::string normal = fs::path(path).lexically_normal().string();
   const std::string prefix = *volumePath_ + "/";
   return normal.starts_with(prefix) ? std::optional(normal.substr(prefix.size())) : std::nullopt;
@@ -174,6 +183,8 @@ FileDescriptor XTImageCaptureVolume::openSource(const std::string& path) const {
   int error = 0;
   if (const auto onVolume = pathOnVolume(path))
     return FolderTree(*volumePath_).openFile(*onVolume, error);
+  // O_NONBLOCK and O_NOCTTY, so that a pipe or a terminal at the path neither waits nor takes us
+  // over; the test behind it refuses both.
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   struct stat attributes {};
   const bool isFile =

@@ -15,7 +15,7 @@ namespace tarvo {
 /// Main thread only.
 ///
 /// It is the class that icaDevices() names for "MassStorage.app", while deviceFromICAObject() makes
-/// an XTImageCaptureMSCDevice: intended. Object references are full paths; one that is none is a
+/// an XTImageCaptureMSCDevice. Object references are full paths; one that is none is a
 /// failed assertion. Links on the volume are neither pictures nor followed, and other mounts below
 /// it are not entered.
 class XTImageCaptureVolume : public XTImageCaptureDevice {
@@ -45,7 +45,7 @@ class XTImageCaptureVolume : public XTImageCaptureDevice {
   /// Copies a file to a new one at `destination`, as VolumeCopy does, with the progress callback
   /// asked on the way. -48 where there is one, -490 when cancelled, -36 otherwise.
   Status downloadImage(const ObjectReference& path, const std::string& destination) override;
-  /// 0: nothing is transferred, which is intended. So for the next three.
+  /// 0: nothing is transferred. So for the next three.
   Status downloadVolumeObject(const ObjectReference& path);
   Status sendFile(const std::string&, std::uint32_t, std::uint32_t, std::uint32_t*) override {
     return status::kOK;

@@ -43,8 +43,9 @@ std::vector<std::shared_ptr<XTPictureDevice>> XTPictureDevice::deviceList() {
 void XTPictureDevice::registerAllNotifications() {
   auto& room = PictureDeviceRoom::required();
   TraceLog::traceMethod("XTPictureDevice", "registerAllNotifications", nullptr);
-  // The name has been cleared by the time it is logged; this is intended.
+  // The name has been cleared by the time it is logged: intended, see docs/oddities.md.
   TraceLog::traceWithTag("launcher procName: ", XTOptDebugLog);
+  // The helper has a wireless device of its own under way, and starts discovery when that has gone.
   const bool byHelper = isLaunchedByHelper(room.services());
   TraceLog::traceWithTag(byHelper ? "Launched by helper" : "Not launched by helper", XTOptDebugLog);
 
@@ -75,6 +76,7 @@ std::vector<std::string> XTPictureDevice::detectAllDevices(
     std::vector<std::string>* classes, std::vector<std::shared_ptr<XTPictureDevice>>* devices) {
   std::vector<std::string> names;
   for (const auto& device : deviceList()) {
+    // Loaded once; a device that failed before is tried again here.
     device->loadDeviceInfo();
     // Nothing that a user could choose by.
     if (device->name().empty()) continue;

@@ -185,7 +185,7 @@ class XTPictureDevice : public Object {
   // list the property or does not answer; a setter 0x200A where it does not list it.
 
   std::optional<std::string> deviceID();
-  /// Reads the property of deviceID(), while setDefaultHostID() writes one of its own: intended.
+  /// Reads the property of deviceID(), while setDefaultHostID() writes one of its own.
   std::optional<std::string> defaultHostID();
   Status setDefaultHostID(const std::string& guid);
   std::optional<std::string> deviceUserName();
@@ -206,7 +206,7 @@ class XTPictureDevice : public Object {
 
   /// "XTPictureDeviceInternalMemoryKey", "...InternalFreeKey" and "...InternalImagesKey" for fixed
   /// memory, the same with "Removable" for a card; none where there is neither. Sizes are the low
-  /// 32 bits of the bytes, which is intended.
+  /// 32 bits of the bytes.
   std::optional<PropertyDictionary> storageInfoDict();
   /// The size of each of pictureFiles(), in bytes, by its reference as text.
   virtual PropertyDictionary getPictureFileSizesDict();
@@ -255,8 +255,7 @@ class XTPictureDevice : public Object {
   /// None and empty take it away. 0x200A where the device has none.
   Status setDefaultCollectionID(const std::optional<std::string>& collectionID);
 
-  /// Sends a shoebox file. `resultHandle` is left alone on a device of the maker's own class, which
-  /// is intended.
+  /// Sends a shoebox file. `resultHandle` is left alone on a device of the maker's own class.
   Status sendShoeboxPTP(const std::string& path, std::uint32_t* resultHandle);
   /// -43 where the image cannot be read.
   Status addImageToShoebox(const std::string& path);
@@ -410,7 +409,7 @@ class XTPictureDevice : public Object {
   virtual std::optional<AddressBook> addressBookDictUncached();
   /// Writes the book after validating it, and brings its contacts and groups up to date with what
   /// was written. What is written depends on the device: groups alone where it keeps vendor data
-  /// sets, an empty file elsewhere; both are intended.
+  /// sets, an empty file elsewhere (docs/oddities.md).
   virtual Status setAddressBookDict(AddressBook& book);    ///< -1400
   virtual Status setAddressBook(const std::string& path);  ///< -1400
 

@@ -66,6 +66,7 @@ Status XTPictureDevice::setAddressBookDictPTP(AddressBook& book) {
       className(),
       asDataSets ? "setAddressBookDictToDatasets:" : "setAddressBookDictToABKFile:", this);
   AddressBookWriting writing(*device, services().maker, lastWriting_);
+  // What the device lists decides: data sets can be changed one by one, a file only as a whole.
   const Status status = asDataSets ? writing.setAddressBookDictToDatasets(book)
                                    : writing.setAddressBookDictToABKFile(book);
   if (status == status::kOK && wasKept) fields_.cachedAddressBook = book;
@@ -80,7 +81,8 @@ std::optional<TransferOrder> XTPictureDevice::squirtTransferFiles() {
   if (!hasSquirtTransferIntention()) return std::nullopt;
   TransferOrder order =
       TransferOrders(*ptpTransactions(), lastReading_).first(fields_.orderAssetCounts);
-  // There may be one the next time; one that cannot be read is kept all the same: intended.
+  // There may be one the next time; one that cannot be read is kept all the same
+  // (docs/oddities.md).
   if (order.handle != 0) fields_.cachedSquirtTransferFiles = order;
   return order;
 }
@@ -162,6 +164,7 @@ Status XTPictureDevice::deleteOrderFilesPTP() {
   auto* device = ptpTransactions();
   if (device == nullptr) return status::kUnsupported;
   OrderDeletion deletion(*device);
+  // Markers too on devices with data sets: a card may come from an older camera.
   const Status status = deletion.deleteMarkers();
   // Orders that wait for a transfer are the device's to delete.
   if (status != status::kOK || !supportsCobaltDatasets() || hasSquirtTransferIntention()) {
@@ -202,6 +205,7 @@ std::optional<std::string> XTPictureDevice::defaultCollectionID() {
       containsCode(*properties, kDefaultCollectionID)
           ? GUIDProperty(kDefaultCollectionID)
           : CollectionIDFile(*ptpTransactions(), services().maker).defaultCollectionIDFromFile();
+  // None is not kept, as the device may be given one.
   if (id && !id->empty()) fields_.cachedDefaultCollectionID = id;
   return id;
 }

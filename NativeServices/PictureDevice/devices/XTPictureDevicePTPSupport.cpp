@@ -81,6 +81,7 @@ Status XTPictureDevice::setPropertyString(std::uint16_t property, const std::str
 }
 
 bool XTPictureDevice::hasIntention(std::uint32_t mask) {
+  // The first costs no transaction.
   if (!supportsIntention() || !isWireless()) return false;
   return (mask & UInt32Property(ptp::kIntention)) != 0;
 }
@@ -172,6 +173,7 @@ bool XTPictureDevice::isBragbookFilename(std::string_view path) {
 Status XTPictureDevice::deleteObjectPTP(std::uint32_t handle) {
   if (ptpTransactions() == nullptr || opCodeList() == nullptr) return status::kUnsupported;
   const Status status = ObjectChanges(*ptpTransactions()).deleteObject(handle);
+  // Whatever came of it: a deletion that failed may have gone half way.
   invalidateCachedCountsUsedForDatasetSizes();
   return status;
 }
@@ -269,7 +271,7 @@ std::string keyOf(const ObjectReference& object) {
 void addStore(PropertyDictionary& sum, const PTPStorageInfo& info, std::int32_t images) {
   const bool isFixed = info.storageType == kFixedROM || info.storageType == kFixedRAM;
   const std::string prefix = isFixed ? "XTPictureDeviceInternal" : "XTPictureDeviceRemovable";
-  // The low 32 bits alone, which is intended.
+  // The low 32 bits alone: intended, see docs/oddities.md.
   sum[prefix + "MemoryKey"] = static_cast<std::uint32_t>(info.maxCapacity);
   sum[prefix + "FreeKey"] = static_cast<std::uint32_t>(info.freeSpaceInBytes);
   sum[prefix + "ImagesKey"] = images;
@@ -282,7 +284,7 @@ std::optional<std::string> XTPictureDevice::deviceID() {
 }
 
 std::optional<std::string> XTPictureDevice::defaultHostID() {
-  // Not the property that setDefaultHostID() writes: this is intended.
+  // Not the property that setDefaultHostID() writes: intended, see docs/oddities.md.
   return GUIDProperty(ptp::kDeviceGUID);
 }
 
@@ -308,6 +310,7 @@ std::optional<PropertyDictionary> XTPictureDevice::storageInfoDict() {
   std::optional<PropertyDictionary> sum;
   for (const std::uint32_t id : storageIDs().value_or(std::vector<std::uint32_t>())) {
     // A slot without a card has a physical part alone.
+    // ISO 15740, StorageID: the upper half names the slot, the lower one what is in it.
     const auto info = (id & kLogicalPart) != 0 ? storageInfo(id) : nullptr;
     if (!info) continue;
     if (!sum) sum = PropertyDictionary::object();

@@ -44,6 +44,7 @@ Status fillInABDict(AddressBook& book, const XT_AddressBookInfo* info, const Cod
 
 Status AddressBookReading::fillInABDict(AddressBook& book, const ObjectHandles& contacts,
                                         const ObjectHandles& groups) {
+  // Before the reading: what an exception cuts off counts as missing.
   report_.listed += contacts.size() + groups.size();
   return untilPTPException(report_, [&] {
     Contacts allContacts;
@@ -52,6 +53,8 @@ Status AddressBookReading::fillInABDict(AddressBook& book, const ObjectHandles& 
     Status status = readContacts(contacts, allContacts, map);
     if (status == status::kOK) status = readGroups(groups, map, allGroups);
     if (status != status::kOK) return status;
+    // Both at the end: a book that could be read in part only keeps none of it, so that nobody
+    // takes it for the whole and writes it back.
     book.groups = std::move(allGroups);
     book.contacts = std::move(allContacts);
     return status;
@@ -63,6 +66,8 @@ Status AddressBookReading::readContacts(const ObjectHandles& handles, Contacts& 
   for (const std::uint32_t handle : handles) {
     auto dataSet = device_.getDataSet(handle, ptp::XTD_CONTACT);
     if (!dataSet) {
+      // One contact that is missing ends the reading, for groups name their members by handle and
+      // could not be resolved.
       report_.leaveOut("contact", handle, device_.lastOutcome());
       return status::kPTPGeneralError;
     }
@@ -112,7 +117,7 @@ bool isUnchanged(const ContactGroup& group) {
 }  // namespace
 
 Status AddressBookWriting::setAddressBookDictToDatasets(AddressBook& book) {
-  // The contacts stay as they are and are not sent: this is intended.
+  // The contacts stay as they are and are not sent: intended, see docs/oddities.md.
   ContactGroups groups;
   for (const auto& group : book.groups.value_or(ContactGroups())) {
     bool keep = true;
@@ -154,7 +159,7 @@ Status AddressBookWriting::sendGroup(ContactGroup& group) {
     return note(DataSyncAction::kUpdate, group.name, group.handle,
                 device_.updateObject(group.handle, ptp::XTD_GROUP, dataSet));
   }
-  // Any other action sends nothing, which is intended.
+  // Any other action sends nothing (docs/oddities.md).
   if (group.action != DataSyncAction::kAdd) return status::kOK;
   std::uint32_t handle = 0;
   const Status status = device_.createFormat(ptp::XTD_GROUP, dataSet, &handle);
@@ -169,18 +174,20 @@ Status AddressBookWriting::setAddressBookDictToABKFile(AddressBook& book) {
   if (!device_.facts().capabilities.deviceSupportsAddressBooks) {
     return status::kPTPOperationNotSupported;
   }
+  // An absent list would mean "do not touch", and this operation empties it.
   require(book.contacts.has_value(), "setAddressBookDict requires a contacts array");
   for (const auto& contact : *book.contacts) {
     TraceLog::traceWithTag("Deleting " + contact->nickname.value_or("") + " <" +
                                contact->email.value_or("") + "> from addresses",
                            XTOptDebugLog);
   }
-  // The text stays empty: this is intended.
+  // The text stays empty: intended, see docs/oddities.md.
   const std::string text;
   if (!isASCII(text)) {
     TraceLog::trace("Could not convert address book to ASCII.");
     return kNotConvertible;
   }
+  // Goes on after a failure: the status that counts is that of the new file.
   const Status deleted = deleteFiles();
   if (deleted != status::kOK) {
     TraceLog::trace("old address books cannot be deleted: 0x%x", static_cast<unsigned>(deleted));

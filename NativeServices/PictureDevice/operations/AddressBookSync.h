@@ -44,7 +44,7 @@ class AddressBookReading {
 // Writing the address book to a PTP device: its groups as vendor data sets, or the file of devices
 // that keep one.
 //
-// Neither way writes a contact, which is intended; lastWriting() of the device tells what was sent.
+// Neither way writes a contact (docs/oddities.md); lastWriting() of the device tells what was sent.
 
 /// Main thread only.
 class AddressBookWriting {
@@ -59,7 +59,7 @@ class AddressBookWriting {
   /// without a handle, a member without one, an update without one, a device that gives none.
   Status setAddressBookDictToDatasets(AddressBook& book);
   /// Puts an empty file "DCEMAIL.ABK" in place of those on the device, which are deleted first, and
-  /// empties the book's contacts: this is intended. An assertion for a book without a list of
+  /// empties the book's contacts (docs/oddities.md). An assertion for a book without a list of
   /// contacts.
   Status setAddressBookDictToABKFile(AddressBook& book);
 

@@ -11,6 +11,8 @@ namespace {
 constexpr std::uint32_t kCaptureBit = 1U << 0;
 constexpr std::uint32_t kDirectBragbookImagesBit = 1U << 6;
 
+// Read by hand and not by the reader of descriptions: only the value matters here, and a form that
+// is malformed must not cost a device its capabilities.
 std::uint32_t scanCurrentValue(XTPTPDataSet& description) {
   constexpr std::uint32_t kPropertyCodeSize = 2;
   constexpr std::uint32_t kGetSetSize = 1;
@@ -32,6 +34,7 @@ std::uint32_t scanCurrentValue(XTPTPDataSet& description) {
     case kPTPUInt32:
       description.skip(4);
       return description.scanUInt32();
+    // 64 bits, arrays and texts are no sets of bits. Without a value a device can capture nothing.
     default:
       return 0;
   }
@@ -64,6 +67,7 @@ void CapabilityDetection::detectMakersCapabilities(const DeviceFacts& facts,
   const auto offers = [&](std::uint16_t code) { return containsCode(facts.opcodes, code); };
   const auto knows = [&](std::uint16_t format) { return containsCode(facts.datasets, format); };
 
+  // A device may tell it by an operation or by a data set alone.
   capabilities.deviceSupportsAddressBooks =
       offers(ptp::XTO_GET_ADDRESS_BOOK_INFO) || knows(ptp::XTD_CONTACT);
   capabilities.deviceSupportsAlbumNames =
@@ -78,6 +82,8 @@ void CapabilityDetection::detectMakersCapabilities(const DeviceFacts& facts,
 
   // Without the property a device of the maker can capture.
   capabilities.deviceSupportsCapture = true;
+  // The only transaction of the detection besides doesLCBInfoWork(): both are asked while the
+  // device is inspected, so each counts in what an arrival costs.
   if (containsCode(facts.properties, ptp::kCaptureCapability)) {
     const std::uint32_t value = captureCapability();
     capabilities.deviceSupportsCapture = value & kCaptureBit;

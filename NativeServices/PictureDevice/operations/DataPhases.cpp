@@ -47,6 +47,7 @@ BufferSink::BufferSink(ByteBuffer& buffer, std::uint32_t limit)
   buffer_.resize(start_ + limit);
 }
 
+// What was made for bytes that never came goes; the caller sees what is there by the size alone.
 BufferSink::~BufferSink() {
   buffer_.resize(start_ + filled_);
 }
@@ -73,6 +74,7 @@ struct FileSink::Pieces {
   explicit Pieces(SparePieces* kept) : spare(kept ? *kept : ownSpare) {}
   Pieces(const Pieces&) = delete;
   Pieces& operator=(const Pieces&) = delete;
+  // The memory goes back to whoever lent it, so that the next object of a batch finds it.
   ~Pieces() {
     while (!given.empty())
       retireFirst();
@@ -81,6 +83,7 @@ struct FileSink::Pieces {
   /// Memory is used again once its room was written, so that there is as much of it as is in
   /// flight, whatever the size of the object.
   std::span<std::byte> give(std::uint64_t offset, std::size_t length) {
+    // A buffer that is larger than asked for is as good: pieces grow within one object.
     ByteBuffer memory;
     if (!spare.empty()) {
       memory = std::move(spare.back());
@@ -97,6 +100,7 @@ struct FileSink::Pieces {
       retireFirst();
     if (given.empty() || given.front().offset > offset) return {};
     const std::span<const std::byte> memory = given.front().memory;
+    // The transport may report a room in two parts, when a short packet ended the first.
     const std::uint64_t skipped = offset - given.front().offset;
     return skipped + length <= memory.size() ? memory.subspan(skipped, length)
                                              : std::span<const std::byte>();
@@ -140,6 +144,7 @@ bool FileSink::received(std::uint64_t offset, std::size_t length) {
 }
 
 /// A ring of buffers: one is filled while the others may still be in flight.
+/// The transport submits at most kMaximumInFlight, and one more is being filled by the caller.
 struct FileSource::Pieces {
   std::span<std::byte> next(std::size_t length) {
     auto& memory = ring[index++ % ring.size()];
@@ -162,17 +167,21 @@ FileSource::FileSource(int descriptor, std::uint64_t start, std::uint64_t size,
 FileSource::~FileSource() = default;
 
 std::uint64_t FileSource::size() const {
+  // One byte more where the container would be a multiple of 64 bytes long, which none may be.
   return isModulo64PayloadSize(fileBytes_) ? fileBytes_ + 1 : fileBytes_;
 }
 
 std::span<const std::byte> FileSource::bytes(std::uint64_t offset, std::size_t length) {
   static constexpr std::byte kPadding{0};
+  // The padding lies behind the file and is no part of it, so it counts for no progress.
   if (offset >= fileBytes_) return {&kPadding, offset < size() && length > 0 ? 1U : 0U};
 
   const std::uint64_t most = std::min<std::uint64_t>(kPieceSize, fileBytes_ - offset);
   const auto room = pieces_->next(std::min<std::uint64_t>(length, most));
   // By position, so that what reads the same descriptor elsewhere is not disturbed.
   const std::size_t count = readAt(descriptor_, room, start_ + offset);
+  // The size has been announced, and a container cannot be cut short: the transaction is given up,
+  // where zeros would make a damaged object look whole.
   endedEarly_ = count == 0;
   if (endedEarly_ || !reportHandedOut(offset + count)) return {};
   return room.first(count);

@@ -46,6 +46,8 @@ std::optional<std::string> DeviceProperties::stringProperty(std::uint16_t proper
   // DevicePropDesc: code, datatype, get/set, factory default, current value (ISO 15740).
   description->scanUInt16();
   const std::uint16_t datatype = description->scanUInt16();
+  // Codes of texts are the highest (ISO 15740, "Datatype codes"): anything below is a number or an
+  // array, which would be read as a text of any length.
   if (datatype < kPTPString) {
     raiseAssertion(formatted("stringProperty reading wrong data type:%x", datatype));
   }
@@ -114,6 +116,7 @@ const Language* languageOf(std::string_view text) {
 
 std::string hostLocalization() {
   // The list is never empty: it ends with "C".
+  // As GLib reads them: LANGUAGE before LC_ALL, LC_MESSAGES and LANG.
   const std::string_view first = *g_get_language_names();
   const std::string_view localization = first.substr(0, first.find_first_of(".@"));
   const bool isNone = localization == "C" || localization == "POSIX";
@@ -133,6 +136,8 @@ std::string languageNameOfCode(std::string_view code) {
 std::string localizationForLanguage(const std::string& host,
                                     const std::optional<std::string>& device) {
   const auto code = device ? languageCode(*device) : std::nullopt;
+  // A variant that the host knows ("de_CH") is kept where the device means the same language; a
+  // device knows no variants.
   return !code || languageCode(host) == code ? host : *code;
 }
 

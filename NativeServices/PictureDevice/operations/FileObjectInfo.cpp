@@ -52,6 +52,7 @@ struct FormatChoice {
   /// at the end.
   std::uint16_t forLegacyModel(std::uint16_t type) const {
     if (type != ptp::kFirmwareFormat) return ptp::kUndefinedFormat;
+    // Firmware goes to them by the standard send, whatever they list (see opcodesForFormat()).
     setSendRequired(false);
     return type;
   }
@@ -59,7 +60,7 @@ struct FormatChoice {
   std::uint16_t byOperations(std::uint16_t type) const {
     const bool takesVendorSend = operations && containsCode(*operations, ptp::XTO_SEND_OBJECT);
     const bool takesSend = operations && containsCode(*operations, ptp::kSendObject);
-    // A response code as a format: this is intended.
+    // A response code as a format: intended, see docs/oddities.md.
     if (!takesVendorSend && !takesSend) return status::kPTPOperationNotSupported;
     // Of the two the vendor's comes first.
     setSendRequired(takesVendorSend);
@@ -73,6 +74,8 @@ struct FormatChoice {
   }
 
   std::uint16_t choose(std::uint16_t type, std::string_view path) {
+    // The order matters: what a model can take is decided first, what it calls that afterwards, and
+    // a favourite is a JPEG only where it is still one.
     type = isLegacyModel(facts.model, maker) ? forLegacyModel(type) : byOperations(type);
     undefinedIsAllowed = isOneOf(maker.undefinedFormatModels, facts.model);
     if (undefinedIsAllowed) return ptp::kUndefinedFormat;
@@ -105,9 +108,10 @@ struct LocalFile {
 Status readSizeAndDate(const struct stat& attributes, const std::string& path, LocalFile& file) {
   traceStep(formatted("File size: %lld", static_cast<long long>(attributes.st_size)));
   traceStep("Modification Date: " + dateInWords(attributes.st_mtime) + "\n");
+  // Before the size: without a date there is nothing to be announced, whatever the size is.
   const auto date = ptpDateOfTime(attributes.st_mtime);
   if (!date) {
-    // Said of the date too, which is intended.
+    // Said of the date too: intended, see docs/oddities.md.
     traceStep("file size was not found for: " + path);
     return status::kFileTypeNotFound;
   }
@@ -120,6 +124,7 @@ Status readSizeAndDate(const struct stat& attributes, const std::string& path, L
 Status readLocalFile(const std::string& path, LocalFile& file) {
   struct stat attributes {};
   // A link stands for its file, as everywhere.
+  // stat() follows it, and the extension is that of the link.
   if (::stat(path.c_str(), &attributes) != 0) {
     traceStep("path was not found: " + path);
     return status::kFileNotFound;
@@ -128,6 +133,8 @@ Status readLocalFile(const std::string& path, LocalFile& file) {
     traceStep("path does not specify a file: " + path);
     return status::kNotAFile;
   }
+  // Cameras know their files by extension, whatever is in them; looking into the file would
+  // disagree with them.
   const std::string extension = lowerCaseExtension(path);
   const auto fourCharacters = fileType(path, extension);
   if (!fourCharacters) {
@@ -160,6 +167,8 @@ Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
   FormatChoice choice{supportedOperations, facts, maker, xtSendRequired};
   const std::uint16_t type = choice.choose(file.type, path);
   traceStep(formatted("final PTP type: 0x%x", type));
+  // Undefined is what a device would show as a file that it cannot open: refused here, before a
+  // byte is sent, except on models that take everything so.
   if (type == ptp::kUndefinedFormat && !choice.undefinedIsAllowed) {
     return status::kPTPInvalidObjectFormatCode;
   }

@@ -25,6 +25,7 @@ std::uint16_t ObjectChanges::deleteOpcode(std::uint32_t handle) {
 }
 
 Status ObjectChanges::deleteObject(std::uint32_t handle) {
+  // A device that lists neither operation is not asked on the chance.
   const auto& capabilities = device_.facts().capabilities;
   if (!capabilities.hasDeleteObject && !capabilities.hasDeleteVendorObject) {
     return status::kPTPOperationNotSupported;
@@ -33,11 +34,14 @@ Status ObjectChanges::deleteObject(std::uint32_t handle) {
 }
 
 Status ObjectChanges::deleteVendorObject(std::uint32_t handle) {
+  // Without a look at the store: the caller names a record of the vendor's.
   return device_.deleteObject(handle, kAnyFormat, ptp::XTO_DELETE_VENDOR_OBJECT);
 }
 
 Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
   if (!isObjectName(name)) return status::kBadParameter;
+  // PTP has no operation for it; only the maker's extension writes an ObjectInfo of an object that
+  // is there.
   if (!containsCode(device_.facts().operations, ptp::XTO_UPDATE_EXT_OBJECT_INFO)) {
     return status::kPTPOperationNotSupported;
   }
@@ -56,6 +60,7 @@ Status ObjectChanges::rename(std::uint32_t handle, const std::string& name) {
 }
 
 bool isObjectName(std::string_view name) {
+  // A PTP string counts its units in a byte, the final zero among them.
   constexpr std::size_t kMaximumUnits = 254;
   if (name.empty() || name == "." || name == "..") return false;
   const std::u16string units = utf16FromUTF8(name);

@@ -29,6 +29,8 @@ struct Destination {
   explicit Destination(const std::string& path) : name(std::filesystem::path(path).filename()) {
     const std::filesystem::path parent = std::filesystem::path(path).parent_path();
     const std::string folderPath = parent.empty() ? "." : parent.string();
+    // Opened once and used by descriptor from here on: a folder that is renamed or replaced while
+    // the object comes does not lead the file elsewhere.
     folder = FileDescriptor(::open(folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   }
   bool exists() const {
@@ -63,12 +65,15 @@ Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t rece
                          std::uint64_t expected) {
   // The transport calls a sink that could not write a cancelled transfer.
   if (sink.error() != 0) return status::kIOError;
+  // A device that ends early with OK has lost its card, or lies; the file would look like the
+  // object and be damaged.
   const bool isShort = expected != ptp::kUnknownObjectSize && received < expected;
   return status == status::kOK && isShort ? status::kIOError : status;
 }
 
 /// Writes a new file that only its owner can read.
 bool writePrivately(const std::string& path, std::span<const std::byte> content) {
+  // O_EXCL and O_NOFOLLOW: nothing that another user has laid at the name is opened.
   const FileDescriptor file(::open(
       path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file.isOpen()) return false;
@@ -87,6 +92,7 @@ bool writePrivately(const std::string& path, std::span<const std::byte> content)
 }  // namespace
 
 bool goesInChunks(const PTPDeviceFacts& facts, std::uint32_t size) {
+  // A piece cannot begin beyond 4 GiB, and an object of unknown size is of 4 GiB or more.
   return size > kDownloadChunk && size != ptp::kUnknownObjectSize &&
          containsCode(facts.operations, ptp::kGetPartialObject);
 }
@@ -126,6 +132,8 @@ std::optional<std::string> ObjectDownloads::temporaryFile(std::uint32_t handle) 
 Status ObjectDownloads::toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer) {
   std::uint64_t received = 0;
   if (!goesInChunks(device_.facts(), size)) {
+    // More than announced is drained and dropped by the sink's limit, so that a lie about the size
+    // costs no memory.
     BufferSink sink(buffer, size);
     return device_.downloadEntireObject(handle, size, sink, received);
   }
@@ -162,6 +170,7 @@ Status ObjectDownloads::toDescriptor(std::uint32_t handle, std::uint32_t size, i
 Status ObjectDownloads::file(std::uint32_t handle, const std::string& destination) {
   const auto info = information(handle);
   if (!info) return status::kDeviceNotFound;
+  // Beside the final name and under another, so that whoever watches the folder sees nothing half.
   const Destination place(destination);
   PartFile part(place.folder.get(), PartFile::nameFor(place.name, ""));
   Status status = status::kIOError;
@@ -256,6 +265,7 @@ bool Fetch::prepare() {
   const Status status = device_.objectInfo(info_, handle_);
   if (status != status::kOK) return place_.fail(status, "its information cannot be read");
   if (info_->objFmtCode() == ptp::kAssociationFormat)
+    // An association has no bytes to fetch.
     return place_.fail(status::kNotAFile, "it is a folder");
   result_.size = info_->compressedSize();
   return place_.prepare(info_->fileName());
@@ -276,6 +286,8 @@ void Fetch::run() {
     place_.failToWrite("no file can be made in the folder", error);
     return;
   }
+  // Before the transfer, so that hours are not spent on what cannot be kept; what an earlier
+  // attempt has brought stays.
   if (!hasRoom(part)) {
     if (part.size() > 0) part.keep();
     return;
@@ -300,6 +312,8 @@ bool Fetch::hasRoom(const PartFile& part) {
 Status Fetch::transfer(PartFile& part) {
   const std::uint64_t there = part.size();
   // Of an earlier attempt; longer than the object it is nothing that came from it.
+  // Exactly as long as the object is whole: goOn() then asks for nothing, and only its date is
+  // missing.
   if (there > 0 && there <= info_->compressedSize()) {
     return goOn(part, static_cast<std::uint32_t>(there));
   }
@@ -314,12 +328,15 @@ Status Fetch::stream(PartFile& part) {
   FileSink sink(part.descriptor(), 0, size == ptp::kUnknownObjectSize ? FileSink::kUnlimited : size,
                 request_.progress, &spare_);
   const Status status = device_.downloadEntireObject(handle_, size, sink, received);
+  // 0xFFFFFFFF announces nothing; how much came is how much there is.
   if (size == ptp::kUnknownObjectSize) result_.size = received;
   return takeIn(status, sink, received, size);
 }
 
 Status Fetch::goOn(PartFile& part, std::uint32_t from) {
   const std::uint32_t size = info_->compressedSize();
+  // The device is not asked whether the part is still the same object: its identity in the part's
+  // name is.
   result_.resumed = from;
   // Told as well, so that what was told adds up to the whole.
   if (request_.progress && request_.progress(from)) return status::kCancelled;
@@ -359,6 +376,7 @@ Status Fetch::takeIn(Status status, const FileSink& sink, std::uint64_t received
 
 FetchResult ObjectFetch::toFile(std::uint32_t handle, const FetchRequest& request) {
   FetchResult result;
+  // What raises is the decoding of what the device says; a transaction that fails has a status.
   try {
     Fetch fetch(device_, spare_, handle, request, result);
     // Each step that fails has left its words in the result.

@@ -32,6 +32,8 @@ bool isFormatRefused(Status status) {
 }
 
 /// The device cannot list by folder at all.
+/// Parameters in this place are optional (ISO 15740, GetObjectHandles), so that a device may refuse
+/// them in several ways.
 bool isFolderRefused(Status status) {
   return isFormatRefused(status) || status == status::kPTPInvalidParentObject ||
          status == status::kPTPParameterNotSupported;
@@ -57,6 +59,7 @@ bool isUnlisted(const ReadInfo& read) {
 }  // namespace
 
 ReadInfo readInfo(PTPTransactions& device, std::uint32_t handle) {
+  // Not left to the caller: one malformed ObjectInfo must not end a listing of ten thousand.
   ReadInfo result;
   try {
     result.status = device.objectInfo(result.info, handle);
@@ -100,6 +103,8 @@ Status ObjectListing::visit(const ListingQuery& query, const Visitor& visitor) {
 
 ReadInfo ObjectListing::find(std::uint32_t handle) {
   ReadInfo read = readInfo(device_, handle);
+  // A device that knows objects only once their folder was listed calls this one invalid until
+  // then; any other refusal would be the same after a listing.
   if (read.info || read.status != status::kPTPInvalidObjectHandle) return read;
   list({}, [&](std::uint32_t listed, const ReadInfo* known) {
     if (listed != handle) return true;
@@ -114,6 +119,8 @@ Status ObjectListing::list(const ListingQuery& query, const Found& found) {
                             (query.folder == ListingQuery::kTop && query.isDeep);
   if (isEverything)
     return eachStore(query, [&](auto store) { return listStore(store, query.format, found); });
+  // Asked of its own store where the device tells it: over all stores is the question that some
+  // never answer.
   if (query.folder != ListingQuery::kTop && query.store == ptp::kAllStores) {
     const auto folder = ObjectListing(device_).find(query.folder).info;
     if (folder && folder->storageID() != 0) return listFolder(query, folder->storageID(), found);
@@ -131,6 +138,8 @@ Status ObjectListing::eachStore(const ListingQuery& query,
     const Status status = ask(ptp::kAllStores);
     if (!isStoreRefused(status)) return status;
   }
+  // A device that does not tell its stores is asked over all of them; that is what the question is
+  // made for.
   const auto stores = device_.storageIDs();
   if (!stores || stores->empty()) return ask(ptp::kAllStores);
   Status refusal = status::kOK;
@@ -142,6 +151,8 @@ Status ObjectListing::eachStore(const ListingQuery& query,
     if (!ptp::hasLogicalStore(store)) continue;
     const Status status = ask(store);
     if (status != status::kOK && !isStoreRefused(status)) return status;
+    // An empty slot is a store like any other to some devices. It is an error only where no store
+    // has answered.
     if (status != status::kOK) refusal = status;
     hasAnswered = hasAnswered || status == status::kOK;
   }
@@ -151,6 +162,8 @@ Status ObjectListing::eachStore(const ListingQuery& query,
 Status ObjectListing::listStore(std::uint32_t store, std::uint16_t format, const Found& found) {
   ObjectHandles chosen;
   Status status = status::kOK;
+  // By format first, for the answer to that costs one transaction, and reading every object to
+  // learn its format one for each.
   if (format != 0) {
     status = device_.listHandles(store, format, ListingQuery::kAnywhere, chosen);
     if (status == status::kPTPInvalidObjectFormatCode) return status::kOK;
@@ -161,6 +174,8 @@ Status ObjectListing::listStore(std::uint32_t store, std::uint16_t format, const
   const bool hasChosen = format != 0 && status == status::kOK;
   ObjectHandles all;
   bool isAll = false;
+  // None of a format may be the truth, or a device that lists the top alone: only the comparison
+  // below tells.
   status = listAtOnce(store, all, isAll);
   if (status != status::kOK) return status;
   // A device that passes over the format gives everything.
@@ -174,6 +189,7 @@ Status ObjectListing::listStore(std::uint32_t store, std::uint16_t format, const
 
 // Objects may turn up while others are read.
 Status ObjectListing::giveAll(std::uint32_t store, ObjectHandles& all, const Found& found) {
+  // Only where objects are read, for only reading makes such a device find more of them.
   for (int round = 0; round < kMostRounds; ++round) {
     const std::size_t before = seen_.size();
     give(all, found);
@@ -189,6 +205,8 @@ Status ObjectListing::listAtOnce(std::uint32_t store, ObjectHandles& handles, bo
   isAll = true;
   if (status != status::kOK || handles.empty() || device_.isKnownToListBelowTop()) return status;
   ObjectHandles others;
+  // A device that lists everything has more than what is at the top. Asked once a device:
+  // noteListsBelowTop() remembers it.
   status = device_.listHandles(store, 0, ListingQuery::kTop, others);
   if (isFolderRefused(status)) return status::kOK;
   if (status != status::kOK) return status;
@@ -244,6 +262,8 @@ Status ObjectListing::walk(std::uint32_t store, const ObjectHandles& top, bool i
     ObjectHandles members;
     const Status status = device_.listHandles(store, 0, handle, members);
     if (isWithoutAnswer(status)) return status;
+    // The walk is bounded in depth and in number: a device may invent folders faster than they are
+    // read.
     if (status == status::kOK && depth < kDeepest && left.size() < PTPTransactions::kMostObjects) {
       add(members, depth + 1);
     } else if (status != status::kOK || !members.empty()) {
@@ -263,6 +283,7 @@ void ObjectListing::give(const ObjectHandles& handles, const Found& found) {
 }
 
 bool isPictureFormat(std::uint16_t format) {
+  // ISO 15740, "Object format codes": 0x38xx are images; a vendor's own ones are 0xB8xx.
   constexpr unsigned kStandardPictures = 0x38;
   constexpr unsigned kVendorPictures = 0xB8;
   const unsigned kind = format >> 8U;
@@ -282,6 +303,7 @@ std::int32_t DevicePictures::count() {
   return sum;
 }
 
+// kAllImageFormats (0xFFFFFFFF) is the standard's own way to ask, and not every device knows it.
 std::optional<ObjectHandles> DevicePictures::handles(std::uint32_t store) {
   auto handles = device_.objectHandlesOnStore(store, ptp::kAllImageFormats);
   if (handles && !handles->empty()) return handles;
@@ -298,6 +320,7 @@ std::optional<ObjectHandles> DevicePictures::handles(std::uint32_t store) {
 
 std::optional<std::vector<std::uint32_t>> DevicePictures::listedSizes(
     const ObjectHandles& handles) {
+  // The maker's operation gives all sizes in one transaction; elsewhere it is one for each picture.
   if (!containsCode(device_.facts().operations, ptp::XTO_GET_PICTURE_FILE_SIZES)) {
     return std::nullopt;
   }

@@ -68,6 +68,7 @@ Status readWholeFile(const std::string& path, std::uint32_t size, ByteBuffer& co
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.isOpen()) return status::kFileNotFound;
   // What was announced, even where the file has grown meanwhile.
+  // The device has been told this size or will be, and takes exactly so many bytes.
   content.resize(size);
   std::size_t filled = 0;
   while (filled < content.size()) {
@@ -101,8 +102,11 @@ Status ObjectSending::sendContent(const std::string& path, std::uint32_t storage
   }
   std::uint32_t handle = 0;
   Status status = device_.sendObjectInfo(info, storage, parent, &handle);
+  // A device that refuses this file goes without a default collection, which is no failure.
   if (status != status::kOK) return name == kDefaultCollectionFile ? status::kOK : status;
   // The device waits for the bytes of what it accepted; nothing may come in between.
+  // SendObject has no parameter: it belongs to the SendObjectInfo just before (ISO 15740,
+  // SendObject).
   status = device_.sendObjectData(content);
   if (status == status::kOK && resultHandle != nullptr) *resultHandle = handle;
   return status;

@@ -30,6 +30,8 @@ std::vector<std::string> addressesOf(const std::vector<std::uint32_t>& handles,
     const auto found = contacts.find(handle);
     if (found != contacts.end()) addresses.push_back(found->second->email.value_or(""));
   }
+  // A contact that was deleted on the camera after the order was made. The order goes to the
+  // others, as on the camera itself.
   if (addresses.size() != handles.size()) {
     TraceLog::trace("of %zu recipients of an order %zu are in the address book", handles.size(),
                     addresses.size());
@@ -39,6 +41,7 @@ std::vector<std::string> addressesOf(const std::vector<std::uint32_t>& handles,
 
 }  // namespace
 
+// Read by the beginnings of their names and deleted by the whole: see docs/oddities.md.
 bool isEmailMarker(std::string_view name) {
   return name.starts_with("EMAILTAG") || name.starts_with("AUTXFER");
 }
@@ -49,6 +52,7 @@ bool isPrintMarker(std::string_view name) {
 
 Status OrderLists::fillInEmailOrderList(EmailOrders& list, const ObjectHandles& orders,
                                         const OrderContext& context) {
+  // Counted before the reading, so that what an exception cuts off is seen to be missing.
   report_.listed += orders.size();
   return untilPTPException(report_, [&] {
     for (const std::uint32_t handle : orders)
@@ -60,6 +64,8 @@ Status OrderLists::fillInEmailOrderList(EmailOrders& list, const ObjectHandles& 
 void OrderLists::appendEmailOrder(EmailOrders& list, std::uint32_t handle,
                                   const OrderContext& context) {
   auto dataSet = device_.getDataSet(handle, ptp::XTD_EMAIL_ORDER);
+  // The next one may be readable: an e-mail order stands for itself, where a print order that fails
+  // ends the list.
   if (!dataSet) return report_.leaveOut("e-mail order", handle, device_.lastOutcome());
   EmailOrderRecord record = scanEmailOrder(*dataSet);
   report_.take("e-mail order", handle, wasShort(device_, *dataSet, handle));
@@ -75,6 +81,7 @@ void OrderLists::appendEmailOrder(EmailOrders& list, std::uint32_t handle,
   for (const std::uint32_t asset : record.assetHandles)
     if (auto name = assetName(asset).value_or(""); !name.empty())
       order.assets.push_back(std::move(name));
+  // As it was on the device, but for the pictures that are not allowed.
   order.record = std::move(record);
   list.push_back(std::move(order));
   assetCounts_[handle] = assetCount;
@@ -133,6 +140,7 @@ std::optional<std::string> OrderLists::assetName(std::uint32_t handle) {
 
 void OrderLists::fillInFromMarkers(EmailOrders& list, const std::string& defaultEncoding) {
   eachMarker(isEmailMarker, [&](const std::string& path) {
+    // Its status is left: a marker that is no order adds nothing, which the counts show.
     tarvo::fillInEmailOrderList(list, path, defaultEncoding);
   });
 }
@@ -158,6 +166,7 @@ void OrderLists::eachMarker(bool (*isWanted)(std::string_view),
     }
     if (!isWanted(info->fileName())) continue;
     ++report_.listed;
+    // The parsers read files, for the same markers lie on cards that are mounted.
     const auto path = ObjectDownloads(device_).temporaryFile(handle);
     if (!path) {
       report_.leaveOut("marker file", handle, device_.lastOutcome());
@@ -185,6 +194,7 @@ Status OrderDeletion::deleteMarkers() {
   Status status = listObjects(device_, kMarkerFormat, objects);
   for (auto handle = objects.begin(); status == status::kOK && handle != objects.end(); ++handle) {
     ObjectInfoPointer info;
+    // Nothing is deleted whose name is not known.
     if (device_.objectInfo(info, *handle) != status::kOK || !info) {
       TraceLog::trace("object 0x%08X without information is no marker file that is deleted",
                       *handle);
@@ -195,6 +205,8 @@ Status OrderDeletion::deleteMarkers() {
   return status;
 }
 
+// E-mail orders first. Where one fails, the print orders stay, and all that is left to do can be
+// seen.
 Status OrderDeletion::deleteDataSets() {
   const Status status = deleteAllOfFormat(ptp::XTD_EMAIL_ORDER);
   return status == status::kOK ? deleteAllOfFormat(ptp::XTD_PRINT_ORDER) : status;
@@ -227,6 +239,7 @@ TransferOrder TransferOrders::first(std::map<std::uint32_t, std::uint32_t>& asse
   TransferOrder order;
   ObjectHandles handles;
   report_.fail(listObjects(device_, ptp::XTD_SQUIRT_TRANSFER_ORDER, handles));
+  // Handle 0 tells the caller that there is none. Of several the first one counts.
   if (handles.empty()) return order;
   order.handle = handles.front();
   auto dataSet = readDataSet(order.handle, ptp::XTD_SQUIRT_TRANSFER_ORDER);
@@ -252,6 +265,7 @@ std::int32_t TransferOrders::firstCount() {
   if (!dataSet) return 0;
   dataSet->skip(kOrderIDLength);
   dataSet->skip(kOrderTypeLength);
+  // The sender. Read and not skipped, for its length stands in its first byte.
   dataSet->scanString();
   const auto count = static_cast<std::int32_t>(
       std::min<std::uint32_t>(dataSet->scanUInt32(), std::numeric_limits<std::int32_t>::max()));

@@ -88,7 +88,7 @@ class OrderDeletion {
   /// `device` is lent.
   explicit OrderDeletion(PTPTransactions& device) : device_(device) {}
 
-  /// By their whole names, while they are read by the beginnings of their names: intended. A file
+  /// By their whole names, while they are read by the beginnings of their names. A file
   /// without information is passed over.
   Status deleteMarkers();
   /// Every e-mail order, then every print order, by the vendor's operation.

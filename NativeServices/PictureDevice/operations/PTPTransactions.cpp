@@ -11,6 +11,8 @@
 namespace tarvo {
 
 bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::uint32_t handle) {
+  // The room is larger than the data set and cleared, so reading beyond what came raises nothing;
+  // only the two positions tell.
   const bool isShort = dataSet.position() > device.lastReceived();
   if (isShort) {
     TraceLog::trace("data set 0x%08X: read up to byte %u, the device sent up to %u", handle,
@@ -25,6 +27,7 @@ Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles&
   handles = std::move(listed).value_or(ObjectHandles());
   // Empty may be "there are none" as well as "they cannot be counted", and any list cut short.
   const Status outcome = device.lastOutcome();
+  // A device that does not know a format has no objects of it.
   if (outcome == status::kOK || outcome == status::kPTPInvalidObjectFormatCode) return status::kOK;
   TraceLog::trace("objects of format %04X cannot be listed: 0x%x", format,
                   static_cast<unsigned>(outcome));
@@ -44,7 +47,9 @@ T atMost(std::uint64_t number) {
 }  // namespace
 
 std::uint32_t arrayLength(std::int64_t count) {
+  // Room of no bytes makes the transaction fail in words, where a guess could cut the answer.
   if (count <= kUnknownCount) return 0;
+  // A PTP array is a UINT32 count and four bytes for each handle.
   return atMost<std::uint32_t>(4 * static_cast<std::uint64_t>(count) + 4);
 }
 

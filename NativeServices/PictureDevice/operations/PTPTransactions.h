@@ -96,7 +96,7 @@ class PTPTransactions {
   /// XT_GET_DISPLAY_REQUEST_VERSION (0x9009); 0 on a device without a back display. Raises like
   /// supportedDatasets().
   virtual std::uint16_t displayRequestVersion() = 0;
-  /// XTO_DISPLAY_REQUEST (0x9008). 0x2001, not 0, after success, which is intended.
+  /// XTO_DISPLAY_REQUEST (0x9008). 0x2001, not 0, after success.
   virtual Status displayRequest(XTMutablePTPDataSet& request) = 0;
   /// XTO_GET_BRAGBOOK_VERSION (0x9011); 0 without a transaction on a device without favourites.
   virtual std::uint16_t bragbookVersion() = 0;
@@ -136,8 +136,8 @@ class PTPTransactions {
   virtual std::int32_t numberOfObjectsOnStore(std::uint32_t store, std::uint16_t type,
                                               std::uint32_t association) = 0;
   /// GetObjectHandles (0x1007), in the order of the device, after GetNumObjects, whose count is the
-  /// room. None on failure; empty where there are none and, which is intended, where they cannot be
-  /// counted: lastOutcome() tells these apart. Raises the malloc exception.
+  /// room. None on failure; empty where there are none and where they cannot be counted:
+  /// lastOutcome() tells these apart. Raises the malloc exception.
   virtual std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store,
                                                             std::uint16_t type) = 0;
   virtual std::optional<ObjectHandles> objectHandlesOnStore(std::uint32_t store, std::uint16_t type,

@@ -50,8 +50,8 @@ struct WritingReport {
   std::vector<Step> steps;
 };
 
-/// The status for an XTPTPException that ends a reading: its "ptpErrorCode", or 0 without one,
-/// which is intended; the report and the trace tell of it all the same. Any other exception is not
+/// The status for an XTPTPException that ends a reading: its "ptpErrorCode", or 0 without one
+/// (docs/oddities.md); the report and the trace tell of it all the same. Any other exception is not
 /// for this.
 Status endedByPTPException(const Exception& exception, ReadingReport& report);
 

@@ -20,6 +20,7 @@
 namespace tarvo {
 namespace {
 
+// Physical store 2, logical part 1: the device's own memory, which nobody takes out.
 constexpr std::uint32_t kInnerStore = 0x00020001;
 constexpr std::uint16_t kTextFormat = 0x3004;
 
@@ -40,6 +41,7 @@ std::uint16_t CollectionIDFile::format() const {
 Status CollectionIDFile::find(std::uint32_t* handle) {
   *handle = 0;
   ObjectHandles files;
+  // By name and not by handle: the file gets a new one each time that it is written.
   const Status status = listObjects(device_, format(), files, kInnerStore);
   for (const std::uint32_t file : files) {
     ObjectInfoPointer info;
@@ -55,6 +57,7 @@ Status CollectionIDFile::find(std::uint32_t* handle) {
 
 std::optional<std::string> CollectionIDFile::defaultCollectionIDFromFile() {
   std::uint32_t handle = 0;
+  // A device that cannot list has none to be found; the status would tell callers nothing else.
   find(&handle);
   if (handle == 0) return std::nullopt;
   const auto data = ObjectDownloads(device_).dataInPieces(handle);
@@ -71,6 +74,7 @@ Status CollectionIDFile::storeDefaultCollectionIDInFile(
   if (!isASCII(text)) return status::kBadParameter;
   std::uint32_t handle = 0;
   Status status = find(&handle);
+  // The old one first: with two of a name a device may read either.
   if (handle != 0) status = ObjectChanges(device_).deleteObject(handle);
   if (text.empty()) return status;
   if (status != status::kOK) {
@@ -92,6 +96,7 @@ constexpr char kImageName[] = "sbximg.jpg";
 /// Bytes of a regular file that can be one object; none for anything else.
 std::optional<std::uint32_t> sizeOfFile(const std::string& path) {
   struct stat attributes {};
+  // A folder, a pipe or a device file has no size that could be announced.
   if (::stat(path.c_str(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) return std::nullopt;
   if (attributes.st_size > std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
   return static_cast<std::uint32_t>(attributes.st_size);
@@ -128,6 +133,8 @@ Status Shoebox::addImage(const std::string& path, const CodeList* operations) {
     return status::kFileNotFound;
   }
   XTExtendedObjectInfo info;
+  // After the reading, which has its own words for a missing file; the size is that of what was
+  // read.
   Status status = fillInObjInfo(info, path, operations, device_.facts(), maker_, nullptr);
   TraceLog::trace("fillInObjInfo status: %d", status);
   if (status != status::kOK) return status;

@@ -52,7 +52,7 @@ class Shoebox {
   Shoebox(PTPTransactions& device, const MakerConstants& maker) : device_(device), maker_(maker) {}
 
   /// Sends a file as "tarvodsb.sbx", in parts where the device takes them; nobody learns its
-  /// handle, which is intended.
+  /// handle.
   Status sendContents(const std::string& path, const CodeList* operations);
   /// The same from memory as a whole; `resultHandle` may be null.
   Status sendWhole(const std::string& path, const CodeList* operations,

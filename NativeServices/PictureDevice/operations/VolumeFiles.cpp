@@ -39,6 +39,7 @@ Attributes attributesOf(int source) {
 }
 
 /// A file system that cannot hold them keeps a copy without.
+/// FAT has no attributes, and no owner's permissions; the results are not looked at for that.
 void setTypeAndDates(int copy, const std::string& sourceName, const Attributes& attributes) {
   // Only the low half of the type, as it stands.
   const std::uint32_t type = fileTypeOfExtension(lowerCaseExtension(sourceName)) & 0xFFFFU;
@@ -54,6 +55,7 @@ bool isImmutable(int directory, const char* path) {
   struct statx attributes {};
   const int flags = *path == '\0' ? AT_EMPTY_PATH : 0;
   if (::statx(directory, path, flags, 0, &attributes) != 0) return false;
+  // The mask says which attributes the file system knows: elsewhere a cleared bit means nothing.
   return (attributes.stx_attributes & attributes.stx_attributes_mask & STATX_ATTR_IMMUTABLE) != 0;
 }
 
@@ -64,6 +66,7 @@ FetchResult VolumeCopy::toFile(int source, const std::string& sourceName,
   if (!place.prepare(sourceName)) return result;
   const Attributes attributes = attributesOf(source);
   result.size = attributes.size;
+  // A file beside the final name, so that a card that is pulled out leaves nothing half under it.
   PartFile part(place.folder(), PartFile::nameFor(place.name(), ""));
   if (const int error = part.open(PartFile::Opening::kNew); error != 0) {
     place.failToWrite("no file can be made in the folder", error);

@@ -46,6 +46,7 @@ BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts
       runner_(pipe_, timeouts_),
       recovery_(*device_, pipe_, runner_.scratch(), timeouts_) {}
 
+// A destructor that may talk to the device: it is bounded by the time for one control request.
 BulkConnection::~BulkConnection() {
   // A device that is silent would only cost another time-out.
   if (!timedOut_) closeQuietly(BulkPipe::Clock::now() + timeouts_.control);
@@ -66,6 +67,8 @@ BulkConnection::~BulkConnection() {
 void BulkConnection::closeQuietly(BulkPipe::Clock::time_point deadline) noexcept {
   if (!sessionOpen_ || gone_ || recovery_.silent()) return;
   try {
+    // A program that was told to end still leaves the camera without its session: that takes one
+    // short transaction, and the next program starts clean.
     pipe_.ignoreInterruption();
     pipe_.setDeadline(deadline);
     Transaction close{.operation = kCloseSession};
@@ -81,6 +84,7 @@ Status BulkConnection::openSession() {
   Status response = 0;
   const auto begin = BulkPipe::Clock::now();
   Outcome outcome = sendOpenSession(response);
+  // Over USB a device has one session, so an open one is that of a process that died with it.
   if (outcome.done() && response == status::kPTPSessionAlreadyOpen)
     outcome = takeOver(response, begin);
   if (!outcome.done()) {
@@ -91,6 +95,7 @@ Status BulkConnection::openSession() {
   if (response != status::kPTPOK) return response;
   sessionOpen_ = true;
   // The device counts anew in a session too, and refuses an id that is out of turn.
+  // ISO 15740 lets a session's ids begin at 1.
   ids_ = firstIDs_;
   return status::kOK;
 }
@@ -110,6 +115,7 @@ Outcome BulkConnection::takeOver(Status& response, BulkPipe::Clock::time_point b
   pipe_.setDeadline(
       std::max(begin + timeouts_.takeOver, BulkPipe::Clock::now() + timeouts_.takeOver / 2));
   Transaction close{.operation = kCloseSession};
+  // With the first id of a session: what the dead process had counted to is not known.
   Outcome outcome = attempt(close, TransactionIDs(firstIDs_).next());
   if (outcome.done()) outcome = sendOpenSession(response);
   if (outcome.done() && response == status::kPTPSessionAlreadyOpen && recovery_.reset())
@@ -136,6 +142,7 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
   transaction.responseCode = 0;
   transaction.responseParameterCount = 0;
   transaction.bytesReceived = 0;
+  // Refused before anything is sent: an id that was used up for it would be out of turn.
   if (transaction.parameterCount > kMaximumParameters ||
       (transaction.send != nullptr && transaction.send->size() > kMaximumPayload)) {
     if (why != nullptr) *why = "more parameters or data than a container holds";
@@ -151,6 +158,8 @@ Status BulkConnection::transact(Transaction& transaction, std::string* why) {
 
 void BulkConnection::watchEvents(std::function<void(const Event&)> handler) {
   events_.reset();
+  // A device without an interrupt endpoint has no events to wait for, and its connection is as
+  // good.
   if (!handler || device_->endpoints().interruptIn == 0) return;
   events_ = std::make_unique<EventWatch>(*device_, std::move(handler), log_, name_);
 }
@@ -175,6 +184,8 @@ Outcome BulkConnection::attempt(Transaction& transaction, std::uint32_t transact
 
 Outcome BulkConnection::runOnce(Transaction& transaction, std::uint32_t transactionID) {
   Outcome outcome = runner_.run(transaction, transactionID);
+  // A stall is a device's way to refuse and no failure of the transport, so it is settled before
+  // anything heavier.
   if (outcome.ending == Ending::kStalled)
     outcome = settleStall(transaction, transactionID, std::move(outcome));
   pipe_.endBudget();  // The steps of recovery have limits of their own.
@@ -200,6 +211,7 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
     logTo(log_, LogLevel::kDebug,
           formatted("PTP: starting afresh with %s: %s", name_.c_str(), outcome.why.c_str()));
     const bool silent = outcome.ending == Ending::kTimedOut;
+    // A device that says nothing may still be busy with what the killed process wanted of it.
     const auto silence = std::max(timeouts_.bulk, timeouts_.firstWord + timeouts_.takeOver);
     pipe_.setDeadline(begin + (silent ? silence : timeouts_.takeOver));
     // A device that speaks is first asked kindly.
@@ -216,6 +228,8 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
 
 Outcome BulkConnection::refusal() const {
   if (gone_) return {Ending::kGone, "the device is gone"};
+  // Each further transaction would hold the main loop as long as the first; the connection is of no
+  // use any more.
   if (timedOut_) return {Ending::kTimedOut, "the device has not answered before"};
   if (pipe_.isInterrupted()) return {Ending::kCancelled, "interrupted"};
   return {};
@@ -227,6 +241,7 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
   constexpr int kAttempts = 2;  // One for each bulk endpoint.
   Outcome outcome = stall;
   for (int i = 0; i < kAttempts && outcome.ending == Ending::kStalled; ++i) {
+    // Both endpoints may be halted, and the response comes on the one that was not asked.
     recovery_.clearHalts(outcome.endpoint);
     outcome = runner_.readBehindStall(transaction, transactionID, outcome.endpoint);
   }
@@ -266,7 +281,9 @@ struct EventWatch::State {
       logTo(log, LogLevel::kDebug, formatted("PTP: no more events of %s", name.c_str()));
       return;
     }
+    // One packet may end an event and hold the next ones whole.
     for (const Event& event : assembler.take(packet)) {
+      // A handler may let the connection go, and this state is kept by the lambda alone.
       if (isOver) return;
       guardedEntry(log, "PTP event", [&] { handler(event); });
     }
@@ -286,6 +303,7 @@ EventWatch::EventWatch(USBDevice& device, std::function<void(const Event&)> hand
 }
 
 EventWatch::~EventWatch() {
+  // Before the watch ends: it may deliver what has come already.
   state_->isOver = true;
   device_.watchInterrupts(nullptr);
 }

@@ -17,6 +17,8 @@ constexpr int kLooks = 8;
 
 /// A transfer of less than this share of the budget may be four times as large.
 constexpr int kFastShare = 32;
+// Before the speed of the device is known: a read that is too large for a slow one would look like
+// silence.
 constexpr std::size_t kFirstPiece = std::size_t{1} << 14;
 constexpr std::size_t kSmallestPiece = std::size_t{1} << 11;  ///< whole packets of every size
 constexpr std::size_t kLargestPiece = std::size_t{1} << 21;
@@ -81,6 +83,8 @@ Outcome BulkPipe::nextIn(std::size_t& length, Milliseconds limit) {
   return next(in_, length, limit);
 }
 
+// A device takes a transfer as a whole or stalls; less without an error would leave a hole in the
+// container.
 Outcome BulkPipe::nextOut(std::size_t size, Milliseconds limit) {
   std::size_t length = 0;
   Outcome outcome = next(out_, length, limit);
@@ -100,6 +104,7 @@ Outcome BulkPipe::write(std::span<const std::byte> bytes, Milliseconds limit) {
 }
 
 void BulkPipe::cancelAll() {
+  // The buffers belong to the caller again when this returns, so it waits for none of the results.
   device_.cancelAll();
   // As many as there are at most; how they have ended does not matter any more.
   for (std::size_t i = in_.transfers.size() + out_.transfers.size(); i > 0; --i)
@@ -110,6 +115,7 @@ void BulkPipe::cancelAll() {
 }
 
 void BulkPipe::startBudget(Milliseconds budget) {
+  // A budget of time without progress, not of time: a film takes as long as it takes.
   budget_ = budget;
   progressed();
   in_.mostOfMemory = out_.mostOfMemory = SIZE_MAX;
@@ -122,6 +128,8 @@ BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
 }
 
 std::optional<TransferCompletion> BulkPipe::waitInterruptibly(Milliseconds limit) {
+  // Without a budget it is recovery, which a signal does not cut short: it is what leaves the
+  // device in order.
   if (interrupted_ == nullptr || !budget_) return device_.wait(limit);
   const auto deadline = Clock::now() + limit;
   std::optional<TransferCompletion> ended;
@@ -143,6 +151,8 @@ Outcome BulkPipe::next(Direction& direction, std::size_t& length, Milliseconds l
   return outcomeOf(oldest.result, direction.endpoint);
 }
 
+// In the order of submission, whatever the order of the results: the bytes belong one behind the
+// other.
 Outcome BulkPipe::awaitOldest(Direction& direction, Milliseconds limit) {
   const Transfer& oldest = direction.transfers.front();
   Clock::duration left = patience(limit);
@@ -177,6 +187,7 @@ Outcome BulkPipe::awaitOldest(Direction& direction, Milliseconds limit) {
 }
 
 bool BulkPipe::lookForProgress() {
+  // Cancelled and not asked: a transfer reports how much it has moved only when it ends.
   const auto before = statistics_.bytesReceived + statistics_.bytesSent;
   looking_ = true;
   device_.cancelAll();
@@ -200,6 +211,8 @@ bool BulkPipe::take(const TransferCompletion& completion) {
 
 void BulkPipe::settle(Direction& direction, Transfer& transfer,
                       const TransferCompletion& completion) {
+  // usbfs bounds the memory of all processes together (usbfs_memory_mb, 16 by default), so others
+  // decide how much there is.
   if (completion.result == TransferResult::kNoMemory) return hold(direction, transfer);
   const std::size_t length = std::min(completion.length, transfer.part);
   transfer.moved += length;
@@ -223,6 +236,8 @@ void BulkPipe::settle(Direction& direction, Transfer& transfer,
 
 void BulkPipe::hold(Direction& direction, Transfer& transfer) {
   transfer.state = Transfer::State::kHeld;
+  // What is in flight gives its memory back when it ends, and then this one is tried again as it
+  // is.
   starved_ = anyInFlight();
   if (starved_) return;
   // It is others who have the memory: less of it has to do.
@@ -244,6 +259,8 @@ void BulkPipe::adaptPiece(Direction& direction, bool grows) {
   const auto spent = *budget_ - budgetLeft_;
   const std::size_t largest =
       std::min({direction.packet * kMostPackets, kLargestPiece, direction.mostOfMemory});
+  // Up by four and down by two: a transfer that is too small costs little, one that is too large a
+  // look.
   if (grows && spent < *budget_ / kFastShare)
     direction.piece = std::min(direction.piece * 4, largest);
   else if (!grows || spent > *budget_ / kLooks)
@@ -261,6 +278,7 @@ void BulkPipe::startHeld(Direction& direction) {
       device_.submit(direction.endpoint, transfer.buffer.subspan(transfer.moved, transfer.part),
                      transfer.tag);
     }
+    // Only its first part is on the way.
     if (transfer.state == Transfer::State::kInFlight && transfer.part < transfer.left()) return;
   }
 }

@@ -39,6 +39,8 @@ std::optional<ContainerHeader> decodeHeader(std::span<const std::byte> bytes) {
   if (bytes.size() < kContainerHeaderSize) return std::nullopt;
   const ContainerHeader header{decodeUInt32(bytes), decodeUInt16(bytes.subspan(4)),
                                decodeUInt16(bytes.subspan(6)), decodeUInt32(bytes.subspan(8))};
+  // 0xFFFFFFFF, for a length that is not known yet, passes: it is for the caller to know where that
+  // may be.
   if (header.length < kContainerHeaderSize) return std::nullopt;
   return header;
 }
@@ -62,6 +64,7 @@ Outcome decodeResponse(std::span<const std::byte> bytes, std::uint32_t transacti
   const auto header = decodeHeader(bytes);
   if (!header || header->type != kResponseBlock)
     return broken("a response was due, the device sent " + inHex(bytes));
+  // The only thing that tells an answer from one to the question before.
   if (header->transactionID != transactionID)
     return broken(formatted("the response is for transaction %u instead of %u",
                             header->transactionID, transactionID));
@@ -87,9 +90,11 @@ std::array<std::byte, 6> encodeCancelRequest(std::uint32_t transactionID) {
 }
 
 std::optional<DeviceStatus> decodeDeviceStatus(std::span<const std::byte> bytes) {
+  // USB still-image class, Get Device Status: length, code, and what it has to say about it.
   if (bytes.size() < 4) return std::nullopt;
   DeviceStatus status;
   status.code = decodeUInt16(bytes.subspan(2));
+  // The device's own length, as far as it is there.
   const std::size_t length = std::min<std::size_t>(decodeUInt16(bytes), bytes.size());
   // An endpoint is a number of four bytes of which the address is the lowest.
   for (std::size_t at = 4; at + 4 <= length && status.haltedCount < 4; at += 4)
@@ -130,11 +135,13 @@ std::vector<Event> EventAssembler::take(std::span<const std::byte> packet) {
   std::vector<Event> events;
   while (true) {
     const auto length = frontLength();
+    // Out of step: there is no mark to find the next beginning by, so what is there goes.
     if (!length) pending_.clear();
     if (!length || *length == 0) break;
     events.push_back(decodeEvent(std::span(pending_).first(*length)));
     pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(*length));
   }
+  // A short packet ends an event (USB 2.0, 5.7.3); what is left of it never becomes one.
   if (packet.size() < packetSize_) pending_.clear();
   return events;
 }
@@ -144,6 +151,7 @@ std::optional<std::size_t> EventAssembler::frontLength() const {
   const std::span<const std::byte> bytes(pending_);
   if (bytes.size() < 4) return 0;
   const std::size_t length = decodeUInt32(bytes);
+  // A device that sends nonsense must not make us collect 4 GiB for one event.
   if (length < kContainerHeaderSize || length > kLongestEvent || length % 4 != 0)
     return std::nullopt;
   if (bytes.size() >= 6 && decodeUInt16(bytes.subspan(4)) != kEventBlock) return std::nullopt;

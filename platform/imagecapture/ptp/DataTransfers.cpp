@@ -32,6 +32,7 @@ DataIn::DataIn(BulkPipe& pipe, std::span<std::byte> scratch, std::span<std::byte
       packet_(pipe.inPacketSize()) {}
 
 Outcome DataIn::run(const ContainerHeader& header, std::span<const std::byte> first, bool ended) {
+  // Without a length only a short packet ends the phase.
   if (header.length != kUnknownLength) end_ = header.length - kContainerHeaderSize;
   ended_ = ended;
   Outcome outcome = takeFirst(first);
@@ -43,6 +44,7 @@ Outcome DataIn::takeFirst(std::span<const std::byte> payload) {
   // zero-length one the response is in the same transfer.
   if (end_ && payload.size() > *end_) {
     if ((kContainerHeaderSize + *end_) % packet_ != 0) return wentOn(*end_);
+    // It is read as the response by the caller.
     surplus_ = payload.subspan(*end_);
     payload = payload.first(*end_);
   }
@@ -66,6 +68,7 @@ Outcome DataIn::stream() {
 /// Keeps transfers in flight. Without an announced length only one: behind it the response comes.
 /// Behind a piece in the scratch buffer none either, there is only one such buffer.
 void DataIn::fill() {
+  // Several, so that the device never waits for us between two transfers.
   const std::size_t most = end_ ? kTransfersInFlight : 1;
   while (pieces_.size() < most && !allAsked() && (pieces_.empty() || pieces_.back().direct)) {
     pieces_.push_back(nextPiece());
@@ -73,6 +76,7 @@ void DataIn::fill() {
     pipe_.submitIn(pieces_.back().buffer);
     asked_ += pieces_.back().buffer.size();
   }
+  // Asked for before the data have been dealt with: the response comes while they are written.
   if (end_ && allAsked() && !pieces_.empty() && !responseAsked_) {
     responseAsked_ = true;
     pipe_.submitIn(response_);
@@ -81,6 +85,7 @@ void DataIn::fill() {
 
 DataIn::Piece DataIn::nextPiece() {
   const std::uint64_t piece = pipe_.inPieceSize();
+  // What is announced may be four gigabytes; no room for it is asked of the sink at once.
   const std::uint64_t left = end_ ? *end_ - asked_ : piece;
   const auto room = roomAt(asked_, std::min(left, piece));
   // A read of no whole packets could overflow.
@@ -95,6 +100,7 @@ Outcome DataIn::takePiece() {
   std::size_t length = 0;
   Outcome outcome = pipe_.nextIn(length, timeouts_.bulk);
   if (!outcome.done()) return outcome;
+  // A copy, since what follows may ask for the next ones.
   const Piece piece = pieces_.front();
   pieces_.pop_front();
 
@@ -107,6 +113,8 @@ Outcome DataIn::takePiece() {
 
 std::span<std::byte> DataIn::roomAt(std::uint64_t offset, std::size_t length) {
   // A sink that was full once stays so: bytes behind dropped ones would lie at a wrong offset.
+  // Drained and dropped all the same: a device that is not listened to does not get to its
+  // response.
   if (sink_ == nullptr || dropDeadline_ || length == 0) return {};
   const auto room = sink_->room(offset, length);
   return room.first(std::min(room.size(), length));
@@ -132,7 +140,9 @@ Outcome DataIn::reportReceived(std::size_t length) {
   if (length == 0) return {};
   const std::uint64_t offset = received_;
   received_ += length;
+  // Only payload is progress: empty packets could go on for ever.
   pipe_.progressed();
+  // The sink's word ends the transaction; the device is told by a cancel request.
   if (!sink_->received(offset, length)) return {Ending::kCancelled, "cancelled by the receiver"};
   return {};
 }
@@ -165,6 +175,7 @@ Outcome DataOut::run(std::uint16_t operation, std::uint32_t transactionID) {
   encodeHeader({static_cast<std::uint32_t>(total), kDataBlock, operation, transactionID}, scratch_);
   // One transfer where all fits into it. Otherwise only a packet is filled up behind the header, so
   // that everything else goes out of the source's own memory.
+  // Small commands and records are by far the most: one transfer costs one round trip on the bus.
   const std::size_t small = std::min(scratch_.size(), pipe_.outPieceSize());
   const std::size_t first = total <= small ? small : pipe_.outPacketSize();
   Outcome outcome = submitGathered(kContainerHeaderSize, first);
@@ -184,6 +195,7 @@ Outcome DataOut::submitNext() {
   if (bytes.empty()) return sourceEnded();
   bytes = bytes.first(std::min(bytes.size(), most));
   // A packet that is not full would end the container early.
+  // What is cut off here is asked of the source once more.
   if (bytes.size() < left) bytes = bytes.first(bytes.size() - bytes.size() % pipe_.outPacketSize());
   if (!bytes.empty()) {
     submit(bytes);
@@ -221,6 +233,7 @@ Outcome DataOut::takeOldest() {
   sizes_.pop_front();
   Outcome outcome = pipe_.nextOut(size, timeouts_.bulk);
   // The header alone is none: a device may take it into a buffer and die.
+  // An empty transfer is the mark of the end and moves nothing.
   if (outcome.done() && size > 0 && size_ > 0) pipe_.progressed();
   return outcome;
 }

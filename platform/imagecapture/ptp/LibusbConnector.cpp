@@ -49,6 +49,8 @@ bool isSame(const struct stat& a, const struct stat& b) {
   return S_ISCHR(a.st_mode) && S_ISCHR(b.st_mode) && a.st_rdev == b.st_rdev;
 }
 
+// fstatat() follows the links of /proc/PID/fd, which works for files that have no name any more,
+// too.
 bool hasOpen(const std::string& process, const struct stat& node) {
   return anyDescriptor(process, [&](int list, const char* name) {
     struct stat file {};
@@ -61,6 +63,7 @@ bool hasOpen(const std::string& process, const struct stat& node) {
 std::string processHolding(int node) {
   constexpr std::size_t kMost = 8;
   struct stat ours {};
+  // No holder is named rather than a wrong one.
   if (::fstat(node, &ours) != 0) return {};
   const std::string self = "/proc/" + std::to_string(::getpid());
   std::string holders;
@@ -96,6 +99,8 @@ bool isBulkPacketSize(std::uint16_t size) {
 }
 
 /// Takes each kind's first endpoint.
+/// A composite device may list more than one of a kind; the class has one of each, and the others
+/// are somebody else's.
 void take(StillImageEndpoints& endpoints, const libusb_endpoint_descriptor& endpoint) {
   const bool bulk = transferType(endpoint) == LIBUSB_TRANSFER_TYPE_BULK;
   const bool interrupt = transferType(endpoint) == LIBUSB_TRANSFER_TYPE_INTERRUPT;
@@ -118,6 +123,7 @@ std::optional<StillImageEndpoints> stillImageEndpoints(const libusb_interface_de
                                                        std::string* why) {
   if (interface.bInterfaceClass != kStillImageClass ||
       interface.bInterfaceSubClass != kStillImageSubclass) {
+    // The address came from the registry, and the device may have come back as another one.
     *why = formatted("interface %u is of class %u/%u, no still-image interface",
                      interface.bInterfaceNumber, interface.bInterfaceClass,
                      interface.bInterfaceSubClass);
@@ -214,12 +220,15 @@ class Opening {
     // Opened by ourselves rather than by libusb: the address names the node, and errno says why
     // not.
     handle_.node = FileDescriptor(::open(address_.deviceNode.c_str(), O_RDWR | O_CLOEXEC));
+    // O_RDWR: every ioctl of usbfs that moves something needs it.
     return handle_.node.isOpen() ? Failure{} : failureOfErrno(errno, address_.deviceNode);
   }
 
   Failure wrapNode() {
     // Holds for contexts made from now on: ours, which need no list of devices.
     libusb_set_option(nullptr, LIBUSB_OPTION_NO_DEVICE_DISCOVERY);
+    // A context of its own for each connection: nothing that libusb keeps outlives the
+    // conversation.
     libusb_context* context = nullptr;
     int error = libusb_init(&context);
     if (error != LIBUSB_SUCCESS) return failureOfLibusb(error, "use libusb for", node());
@@ -238,6 +247,7 @@ class Opening {
     // configured.
     const int error = libusb_get_active_config_descriptor(libusb_get_device(handle_.device.get()),
                                                           &configuration);
+    // Configuration 0: there are no interfaces to be claimed until somebody chooses one.
     if (error == LIBUSB_ERROR_NOT_FOUND)
       return {status::kICAProtocolError, formatted("%s is not configured", node().c_str())};
     if (error != LIBUSB_SUCCESS) return failureOfLibusb(error, "read the descriptors of", node());
@@ -257,6 +267,7 @@ class Opening {
     // end.
     if (libusb_kernel_driver_active(device, address_.interfaceNumber) == 1)
       libusb_set_auto_detach_kernel_driver(device, 1);
+    // The claim is the lock: while we have it no other process can speak to the interface.
     const int error = libusb_claim_interface(device, address_.interfaceNumber);
     if (error == LIBUSB_SUCCESS) return {};
     // Another usbfs claimant, which cannot be detached; the user has to be told who.

@@ -15,6 +15,7 @@ namespace tarvo::ptp {
 namespace {
 
 /// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
+/// Long enough for a machine under load: who gives up leaves memory to the kernel for good.
 constexpr std::chrono::milliseconds kCancelPatience{500};
 /// A hub resets a port in a tenth of a second, and then the device is set up anew.
 constexpr std::chrono::milliseconds kResetPatience{450};
@@ -51,6 +52,8 @@ struct LibusbDevice::Slot {
 LibusbDevice::LibusbDevice(LibusbHandle handle, const StillImageEndpoints& endpoints)
     : handle_(std::move(handle)), endpoints_(endpoints) {}
 
+// The order matters: nothing in flight, then the interface, then the handle, and only then the
+// memory.
 LibusbDevice::~LibusbDevice() {
   LibusbDevice::watchInterrupts(nullptr);
   LibusbDevice::cancelAll();
@@ -64,6 +67,7 @@ LibusbDevice::~LibusbDevice() {
 
 TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<std::byte> data,
                                          std::chrono::milliseconds timeout) {
+  // Not libusb_control_transfer(): that waits by itself and cannot be given up.
   Slot& slot = freeSlot();
   const bool in = (setup.requestType & LIBUSB_ENDPOINT_DIR_MASK) == LIBUSB_ENDPOINT_IN;
   auto& buffer = slot.controlBuffer;
@@ -87,6 +91,7 @@ TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<st
     abandoned_ = !endOf(slot, Clock::now() + kCancelPatience);
   }
   // Given up: the slot stays in flight, and with it the memory that the kernel may still write to.
+  // It is not freed before the handle is closed.
   if (slot.state != Slot::State::kFinished) return {0, TransferResult::kTimedOut, 0};
   slot.state = Slot::State::kFree;
   // It may also have ended well while it was being cancelled, which counts.
@@ -100,6 +105,7 @@ TransferCompletion LibusbDevice::control(const ControlSetup& setup, std::span<st
 void LibusbDevice::submit(std::uint8_t endpoint, std::span<std::byte> buffer, std::uint64_t tag) {
   Slot& slot = freeSlot();
   slot.completion = {tag, TransferResult::kError, 0};
+  // Time-out 0: the pipe decides how long it waits, for it knows of progress.
   if (slot.transfer) {
     libusb_fill_bulk_transfer(slot.transfer.get(), handle_.device.get(), endpoint, asBytes(buffer),
                               static_cast<int>(buffer.size()), transferEnded, &slot, 0);
@@ -112,6 +118,7 @@ void LibusbDevice::submit(std::uint8_t endpoint, std::span<std::byte> buffer, st
 std::optional<TransferCompletion> LibusbDevice::wait(std::chrono::milliseconds timeout) {
   const auto deadline = Clock::now() + timeout;
   Slot* slot = firstFinished();
+  // Everything ends inside handleEvents(), on this thread: libusb calls back while it is let to.
   while (slot == nullptr && anyInFlight() && handleEvents(deadline))
     slot = firstFinished();
   // The last round may have brought it just as the time ran out.
@@ -133,6 +140,8 @@ TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
 
 TransferResult LibusbDevice::resetPort() {
   const InterruptHandler handler = interrupts_ ? interrupts_->handler() : nullptr;
+  // Its read would end with an error while the port is reset, and be taken for the end of the
+  // device.
   watchInterrupts(nullptr);
   cancelAll();
   if (abandoned_) return TransferResult::kError;
@@ -143,12 +152,15 @@ TransferResult LibusbDevice::resetPort() {
   std::packaged_task<int()> reset([lent] { return libusb_reset_device(lent->device.get()); });
   auto ended = reset.get_future();
   abandoned_ = true;  // Also where there is no thread to be had.
+  // The ioctl waits in the kernel for as long as the hub takes, which may be many seconds with a
+  // device that does not come back.
   std::thread(std::move(reset)).detach();
   abandoned_ = ended.wait_for(kResetPatience) != std::future_status::ready;
   if (abandoned_) return TransferResult::kTimedOut;
   handle_ = std::move(*lent);
   const int error = ended.get();
   // It came back as another device, or the interface could not be claimed again.
+  // The kernel compares the descriptors before and after.
   if (error == LIBUSB_ERROR_NOT_FOUND) return TransferResult::kNoDevice;
   watchInterrupts(handler);
   return resultOfError(error);
@@ -176,6 +188,7 @@ void LIBUSB_CALL LibusbDevice::transferEnded(libusb_transfer* transfer) noexcept
 }
 
 LibusbDevice::Slot& LibusbDevice::freeSlot() {
+  // Used again, since a large object takes thousands of transfers.
   for (auto& slot : slots_)
     if (slot->state == Slot::State::kFree) return *slot;
   slots_.push_back(std::make_unique<Slot>());
@@ -194,6 +207,7 @@ void LibusbDevice::start(Slot& slot) {
   if (error != LIBUSB_SUCCESS) finish(slot, resultOfError(error), 0);
 }
 
+// Nothing may overtake a transfer that the pipe has not heard about yet: bytes would change places.
 bool LibusbDevice::isHeldBack(const Slot& slot) const {
   return std::ranges::any_of(slots_, [&](const auto& other) {
     return other->state == Slot::State::kFinished &&
@@ -210,6 +224,8 @@ void LibusbDevice::finish(Slot& slot, TransferResult result, std::size_t length)
 }
 
 LibusbDevice::Slot* LibusbDevice::firstFinished() {
+  // In the order of ending and not of slots: the pipe tells from it which part of a transfer is
+  // whole.
   Slot* first = nullptr;
   for (auto& slot : slots_)
     if (slot->state == Slot::State::kFinished && (first == nullptr || slot->ending < first->ending))
@@ -242,6 +258,8 @@ bool LibusbDevice::handleEvents(Clock::time_point deadline) {
 
 /// False when the system has not let go of a buffer in time.
 bool LibusbDevice::cancelSlots() {
+  // The newest first: otherwise the kernel would start the next one in the queue when the one
+  // before it ends, and the device would send it something.
   std::vector<Slot*> newestFirst;
   for (auto& slot : slots_)
     if (slot->state == Slot::State::kInFlight) newestFirst.push_back(slot.get());

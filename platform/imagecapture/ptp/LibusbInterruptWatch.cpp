@@ -51,6 +51,8 @@ void LibusbInterruptWatch::take(TransferResult result) {
     const auto length = static_cast<std::size_t>(std::max(transfer_->actual_length, 0));
     const auto bytes = std::as_bytes(std::span(buffer_)).first(length);
     waiting_.push_back({result, {bytes.begin(), bytes.end()}});
+    // A device that reports without end waits until its reports have been dealt with; its own
+    // endpoint holds it back.
     if (waiting_.size() < kMostWaiting) startReading();
   } else if (result == TransferResult::kStalled && haltsInARow_ < kMostHaltsInARow) {
     // Ending the halt takes a request of its own, which is none for within libusb's callback.
@@ -63,6 +65,7 @@ void LibusbInterruptWatch::take(TransferResult result) {
 }
 
 void LibusbInterruptWatch::startReading() {
+  // One read at a time: the order of events is that of the packets.
   if (inFlight_ || receiver_->isCancelled) return;
   int error = LIBUSB_ERROR_NO_MEM;
   if (transfer_) {
@@ -73,12 +76,14 @@ void LibusbInterruptWatch::startReading() {
   }
   inFlight_ = error == LIBUSB_SUCCESS;
   if (inFlight_) return;
+  // Told from the loop like every other end, so that nobody is called back out of his own call.
   waiting_.push_back({resultOfError(error), {}});
   source_->wake();
 }
 
 void LibusbInterruptWatch::serve() {
   timeval noTime{};
+  // With no time: the loop has said that something is there, or that a wake was due.
   libusb_handle_events_timeout_completed(handle_.context.get(), &noTime, nullptr);
   if (std::exchange(isHalted_, false)) {
     libusb_clear_halt(handle_.device.get(), endpoints_.interruptIn);
@@ -118,6 +123,7 @@ LibusbEventSource::LibusbEventSource(libusb_context* context, std::function<void
   raw_ = g_source_new(&functions, sizeof(GSource));
   g_source_set_callback(raw_, nullptr, this, nullptr);
   // What a device reports is in no hurry, and a device that reports without end holds nobody up.
+  // Behind everything else that the loop has to do.
   g_source_set_priority(raw_, G_PRIORITY_DEFAULT_IDLE);
   g_source_attach(raw_, nullptr);
   source_ = AttachedSource(raw_);
@@ -132,6 +138,7 @@ LibusbEventSource::~LibusbEventSource() {
   libusb_set_pollfd_notifiers(context_, nullptr, nullptr, nullptr);
 }
 
+// A ready time in the past makes the loop dispatch in its next turn.
 void LibusbEventSource::wake() {
   g_source_set_ready_time(raw_, 0);
 }
@@ -149,6 +156,7 @@ void LIBUSB_CALL LibusbEventSource::descriptorWent(int descriptor, void* self) n
 }
 
 gboolean LibusbEventSource::dispatch(GSource* source, GSourceFunc, gpointer self) noexcept {
+  // Once each time: without this the loop would never sleep again.
   g_source_set_ready_time(source, -1);
   // A copy, as the function may end with the source while it runs.
   const auto ready = static_cast<LibusbEventSource*>(self)->ready_;

@@ -32,6 +32,8 @@ Recovery::Recovery(USBDevice& device, BulkPipe& pipe, std::span<std::byte> scrat
 
 bool Recovery::cancelTransaction(std::uint32_t transactionID) {
   auto payload = encodeCancelRequest(transactionID);
+  // USB still-image class, 5.2.1. The device may answer with a stall, which says that it knows no
+  // such request.
   return request(kToInterface, kCancelRequest, payload).has_value();
 }
 
@@ -46,6 +48,7 @@ void Recovery::clearHalts(std::uint8_t endpoint) {
 }
 
 bool Recovery::resynchronise(std::uint32_t transactionID) {
+  // First our side: a read in flight would swallow what belongs to the next transaction.
   pipe_.cancelAll();
   heard_ = false;
   wasReset_ = false;
@@ -74,6 +77,8 @@ bool Recovery::startAfresh(std::uint32_t transactionID, bool always) {
 bool Recovery::reset() {
   const bool wasAsked = request(kToInterface, kDeviceResetRequest, {}).has_value();
   wasReset_ = wasReset_ || wasAsked;
+  // A device that does not know the class's reset is reset by its port, as if it had been plugged
+  // in anew.
   const bool idle = wasAsked ? awaitIdle() : resetPort();
   // What it had sent before may lie in between.
   if (idle) drain(kNoTransactionID, true, timeouts_.stale);
@@ -81,6 +86,8 @@ bool Recovery::reset() {
 }
 
 bool Recovery::resetPort() {
+  // Not a device that has never said anything: it may be one that does not speak PTP at all, and
+  // other interfaces of it belong to others.
   if (gone_ || pipe_.statistics().bytesReceived == 0) return false;
   const TransferResult result = device_.resetPort();
   gone_ = result == TransferResult::kNoDevice;
@@ -129,6 +136,7 @@ bool Recovery::awaitIdle() {
     const auto status = deviceStatus();
     // A device that refuses the request (stall) is believed to be ready; one that let it time out
     // is not.
+    // Busy (0x2019) is what a device answers until it has dealt with the cancellation.
     if (!status || status->code == status::kPTPOK) return !silent_ && !gone_;
     for (std::size_t i = 0; i < status->haltedCount; ++i)
       clearHalt(status->haltedEndpoints.at(i));
@@ -149,6 +157,7 @@ std::optional<DeviceStatus> Recovery::deviceStatus() {
 /// Bytes that moved; none when the request failed.
 std::optional<std::size_t> Recovery::request(std::uint8_t type, std::uint8_t code,
                                              std::span<std::byte> data) {
+  // Nothing is asked of a device twice that has not answered once.
   if (silent_ || gone_) return std::nullopt;
   const auto completion = device_.control({type, code, 0, device_.endpoints().interfaceNumber},
                                           data, pipe_.patience(timeouts_.recovery));
@@ -165,6 +174,8 @@ bool Recovery::clearHalt(std::uint8_t endpoint) {
   const auto& endpoints = device_.endpoints();
   // The device names these endpoints: only ours count.
   if (endpoint != endpoints.bulkIn && endpoint != endpoints.bulkOut) return false;
+  // Ending a halt is a control request too, for which no time-out can be given: a device is known
+  // to answer before it is asked for it.
   if (!heard_) deviceStatus();
   if (!heard_ || silent_ || gone_) return false;
   const TransferResult result = device_.clearHalt(endpoint);

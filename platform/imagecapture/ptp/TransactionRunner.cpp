@@ -58,10 +58,12 @@ bool takesLong(std::uint16_t operation) {
 TransactionRunner::TransactionRunner(BulkPipe& pipe, const Timeouts& timeouts)
     : pipe_(pipe),
       timeouts_(timeouts),
+      // Once for the life of the connection, so that a transaction allocates nothing.
       scratch_(std::make_unique_for_overwrite<std::byte[]>(kScratchSize)) {}
 
 Outcome TransactionRunner::run(Transaction& transaction, std::uint32_t transactionID) {
   ++pipe_.statistics().transactions;
+  // For the transaction as a whole; payload that moves fills it up again.
   pipe_.startBudget(timeouts_.bulk);
   CancelOnExit guard(pipe_);
   isAsked_ = false;
@@ -85,9 +87,12 @@ Outcome TransactionRunner::runPhases(Transaction& transaction, std::uint32_t tra
 
 Outcome TransactionRunner::sendCommand(const Transaction& transaction,
                                        std::uint32_t transactionID) {
+  // A device takes a command as one transfer that ends short.
   const CommandBlock block = encodeCommand(transaction, transactionID);
   const auto bytes = std::span(block.bytes).first(block.size);
   const bool endsShort = block.size % pipe_.outPacketSize() != 0;
+  // Command and read at once spare a round trip. Not before a device is known to be in step: it
+  // could answer something old.
   if (inStep_ && transaction.send == nullptr && endsShort) return sendCommandAndAsk(bytes);
   // A device that is still sending to a killed process may take no command before it got rid of it.
   const auto limit =
@@ -112,12 +117,14 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
   Outcome outcome = readContainer(transaction, transactionID, limit, incoming);
   if (outcome.ending == Ending::kTimedOut && takesLong(transaction.operation) &&
       timeouts_.slow > timeouts_.bulk) {
+    // The user sees that the device works, and does not pull it out.
     if (timeouts_.waiting) timeouts_.waiting();
     isAsked_ = true;  // The read that timed out is still in flight.
     pipe_.startBudget(timeouts_.slow);
     outcome = readContainer(transaction, transactionID, timeouts_.slow, incoming);
   }
   if (!outcome.done()) return outcome;
+  // A device sends no data with a refusal, so the response may come first.
   if (incoming.header.type == kDataBlock) return readData(transaction, transactionID, incoming);
 
   outcome = decodeResponse(incoming.bytes, transactionID, transaction);
@@ -146,6 +153,8 @@ Outcome TransactionRunner::readData(Transaction& transaction, std::uint32_t tran
     }
   }
 
+  // The last packet of the buffer is kept for it: its read is in flight while the data fill the
+  // rest.
   const auto response = scratch().last(pipe_.inPacketSize());
   DataIn phase(pipe_, scratch().first(kScratchSize - response.size()), response,
                transaction.receive, timeouts_);
@@ -169,6 +178,8 @@ Outcome TransactionRunner::readResponse(Transaction& transaction, std::uint32_t 
 Outcome TransactionRunner::readBehindStall(Transaction& transaction, std::uint32_t transactionID,
                                            std::uint8_t endpoint) {
   CancelOnExit guard(pipe_);
+  // A stall of the IN endpoint before any data may be in place of the data phase, with the answer
+  // behind it.
   const bool wholeAnswer = transaction.bytesReceived == 0 && (endpoint & 0x80) != 0;
   Outcome outcome = wholeAnswer ? readAnswer(transaction, transactionID)
                                 : readResponse(transaction, transactionID, timeouts_.recovery);
@@ -200,6 +211,8 @@ Outcome TransactionRunner::readContainer(const Transaction& transaction,
       return {};
     }
     const auto now = BulkPipe::Clock::now();
+    // Passed over for a while where a killed process may have left something, and never after: an
+    // error that is hidden is one transaction's answer given to another.
     if (!staleDeadline) staleDeadline = now + timeouts_.recovery;
     if (inStep_ || now > *staleDeadline) return broken(std::move(wrong));
     if (stale.empty()) stale = std::move(wrong);
