@@ -111,24 +111,18 @@ DescribedDataset readEmailOrder(const JsonNode& node) {
 }
 
 DescribedDataset readPrintOrder(const JsonNode& node) {
-  node.allowKeys({"guid", "accessCode", "serviceType", "type", "multiUp", "paperSize",
-                  "assetsRemaining", "quantity", "enhance", "annotation", "date", "assetSize",
-                  "asset", "wireless"});
   DescribedDataset made;
   made.format = orderFormat(node, ptp::XTD_PRINT_ORDER, ptp::XTD_SQUIRT_PRINT_ORDER);
   PrintOrderRecord order;
   readGuid(node, order.guid);
   readText(node, "accessCode", order.accessCode);
-  node.read("serviceType", order.serviceType);
-  node.read("type", order.type);
-  node.read("multiUp", order.multiUp);
-  node.read("paperSize", order.paperSize);
-  node.read("assetsRemaining", order.assetsRemaining);
-  node.read("quantity", order.quantity);
-  node.read("enhance", order.enhance);
+  node.readAll({"guid", "accessCode", "annotation", "asset", "wireless"},
+               Key("serviceType", order.serviceType), Key("type", order.type),
+               Key("multiUp", order.multiUp), Key("paperSize", order.paperSize),
+               Key("assetsRemaining", order.assetsRemaining), Key("quantity", order.quantity),
+               Key("enhance", order.enhance), Key("date", order.date),
+               Key("assetSize", order.assetSize));
   readText(node, "annotation", order.annotation);
-  node.read("date", order.date);
-  node.read("assetSize", order.assetSize);
   readOneReference(node, "asset", made.assets);
   made.record = order;
   return made;
