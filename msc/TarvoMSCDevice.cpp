@@ -271,7 +271,8 @@ bool TarvoMSCDevice::ejectTray() {
   requireInterface();
   TraceLog::trace("Ejecting...");
   auto left = std::exchange(unmountTimeLeft_, kDiskTimeout);
-  if (!_isUnmounted) unmountWithin(left);
+  // The tray is tried all the same; who keeps the disk is in lastFailure_.
+  if (!_isUnmounted) (void)unmountWithin(left);
   if (MSCRoom::required().services().diskArbitration.isInterrupted()) {
     fail(status::kCancelled, "the program was told to end");
     return false;

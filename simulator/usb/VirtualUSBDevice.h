@@ -87,7 +87,7 @@ struct SetupPacket {
 };
 
 /// What the device did with one request for bytes from an endpoint.
-struct InResult {
+struct [[nodiscard]] InResult {
   enum class State {
     kWaiting,   ///< nothing (more) to send now; `length` bytes were sent and the transfer goes on
     kShort,     ///< a short packet ended the transfer
@@ -101,7 +101,7 @@ struct InResult {
 };
 
 /// What the device did with bytes for an endpoint: all are taken, or none.
-enum class OutResult { kAccepted, kStalled, kGone };
+enum class [[nodiscard]] OutResult{kAccepted, kStalled, kGone};
 
 /// Every public function may be called from any thread; a lock of the device's own serialises them.
 class VirtualUSBDevice {

@@ -107,7 +107,7 @@ class OpenedDevice {
 
   /// `status` of an operation of this device, or what the transport says in its place: a device
   /// that has gone is no "general error".
-  Status explained(Status status) const;
+  [[nodiscard]] Status explained(Status status) const;
   /// Whether nothing more can be had from the device, or wanted.
   bool isLost(Status status) const;
   /// What went wrong with `object`.

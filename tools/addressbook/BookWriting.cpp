@@ -130,7 +130,8 @@ class Writing {
       return false;
     if (handle == 0) return fail("the device gave the new contact no handle");
     if (surroundings_.recipients.contains(handle)) {
-      device_.device().deleteVendorObjectPTP(handle);
+      // It is refused whether it can be taken back or not.
+      (void)device_.device().deleteVendorObjectPTP(handle);
       return fail("the device gave " + contactInWords(contact) + " the handle " +
                   handleText(handle) + ", to which an order goes");
     }

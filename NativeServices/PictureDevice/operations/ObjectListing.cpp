@@ -101,7 +101,8 @@ Status ObjectListing::visit(const ListingQuery& query, const Visitor& visitor) {
 ReadInfo ObjectListing::find(std::uint32_t handle) {
   ReadInfo read = readInfo(device_, handle);
   if (read.info || read.status != status::kPTPInvalidObjectHandle) return read;
-  list({}, [&](std::uint32_t listed, const ReadInfo* known) {
+  // A list that cannot be had leaves the device's own refusal.
+  (void)list({}, [&](std::uint32_t listed, const ReadInfo* known) {
     if (listed != handle) return true;
     read = known ? *known : readInfo(device_, handle);
     return false;

@@ -55,7 +55,7 @@ Status CollectionIDFile::find(std::uint32_t* handle) {
 
 std::optional<std::string> CollectionIDFile::defaultCollectionIDFromFile() {
   std::uint32_t handle = 0;
-  find(&handle);
+  (void)find(&handle);  // whatever the status, no file gives no id
   if (handle == 0) return std::nullopt;
   const auto data = ObjectDownloads(device_).dataInPieces(handle);
   if (!data) return std::nullopt;
