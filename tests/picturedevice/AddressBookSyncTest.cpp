@@ -63,10 +63,11 @@ TEST(AddressBookReading, GivesNothingAfterAFailureAtAnyStep) {
   AddressBook book;
   ReadingReport report;
   AddressBookReading reading(device, report);
-  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {5}); }),
+  EXPECT_THAT(raised([&] { return reading.fillInABDict(book, {1}, {5}); }),
               HasSubstr("Could not find contacts for all members of group "));
   device.dataSets[1].resize(9);
-  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {}); }), HasSubstr("NSRangeException"));
+  EXPECT_THAT(raised([&] { return reading.fillInABDict(book, {1}, {}); }),
+              HasSubstr("NSRangeException"));
 }
 
 ContactGroupPointer group(const std::string& name, DataSyncAction action, std::uint32_t handle,
@@ -141,7 +142,7 @@ TEST(AddressBookWriting, RefusesWhatHasNoHandle) {
     book.groups = ContactGroups{row.group};
     const std::string expected =
         *row.reason ? std::string("NSInternalInconsistencyException: ") + row.reason : "";
-    EXPECT_EQ(raised([&] { writing.setAddressBookDictToDatasets(book); }), expected);
+    EXPECT_EQ(raised([&] { return writing.setAddressBookDictToDatasets(book); }), expected);
     EXPECT_EQ(device.calls.size(), row.calls) << row.reason;
   }
 }
@@ -191,7 +192,7 @@ TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
   AddressBook book;
   EXPECT_EQ(writing.setAddressBookDictToABKFile(book), 0x2005);
   device.capabilities.deviceSupportsAddressBooks = true;
-  EXPECT_THAT(raised([&] { writing.setAddressBookDictToABKFile(book); }),
+  EXPECT_THAT(raised([&] { return writing.setAddressBookDictToABKFile(book); }),
               HasSubstr("setAddressBookDict requires a contacts array"));
   EXPECT_THAT(device.calls, IsEmpty());
 }

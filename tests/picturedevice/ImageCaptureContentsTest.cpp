@@ -107,7 +107,7 @@ TEST(ExtendedEvents, ReachTheDeviceUntilItLeavesOrIsGone) {
   EXPECT_EQ(scripted->registerForExtendedEvents(), 0);
   scripted.camera.properties["ifil"] = "read anew";
   scripted.room.ica.report(scripted.camera.object, event);
-  scripted->refreshIcaDictionary();
+  (void)scripted->refreshIcaDictionary();
   EXPECT_EQ(scripted->icaDictionary()->at("ifil"), "read anew");
   ASSERT_EQ(heard.size(), 1U);
   EXPECT_EQ(heard[0]["code"], 0x4002);

@@ -60,7 +60,7 @@ TEST_F(Volume, WithoutAPathOrADictionaryAssertionsFail) {
               EndsWith("pictureFiles requires a Volume Path"));
   EXPECT_THAT(raised([&] { device->isProtected(nullptr); }),
               EndsWith("Invalid parameter not satisfying: path"));
-  EXPECT_THAT(raised([&] { device->downloadVolumeObject(nullptr); }),
+  EXPECT_THAT(raised([&] { return device->downloadVolumeObject(nullptr); }),
               EndsWith("Invalid parameter not satisfying: path"));
   EXPECT_THAT(raised([&] { XTImageCaptureVolume::withICAObject(0x999, nullptr); }),
               EndsWith("loadDeviceInfo requires an Image Capture dictionary"));
