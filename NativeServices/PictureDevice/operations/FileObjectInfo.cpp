@@ -19,7 +19,6 @@
 namespace tarvo {
 namespace {
 
-
 bool isOneOf(const std::vector<std::string>& models, std::string_view model) {
   return std::ranges::find(models, model) != models.end();
 }
