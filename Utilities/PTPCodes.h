@@ -85,9 +85,10 @@ enum DataSetFormat : std::uint16_t {
   XTD_SHOEBOX_IMAGE = 0xB805,
 };
 
-/// Object formats of the standard that mean no kind of file (ISO 15740, "Object Formats").
+/// Object formats of the standard (ISO 15740, "Object Formats").
 inline constexpr std::uint16_t kUndefinedFormat = 0x3000;
 inline constexpr std::uint16_t kAssociationFormat = 0x3001;  ///< a folder
+inline constexpr std::uint16_t kJPEGFormat = 0x3801;         ///< EXIF/JPEG
 /// The maker's format of new software for a device.
 inline constexpr std::uint16_t kFirmwareFormat = 0xB001;
 /// An object's size where ObjectInfo cannot hold it: ISO 15740 has 32 bits for it.

@@ -161,7 +161,8 @@ int AgentProcess::run() {
 bool AgentProcess::ownName() {
   // Registered before the name is claimed, so that the object is there when the name is.
   base_->sessionBus.addObserver(
-      &base_->status, [this](GDBusConnection* connection) { base_->status.attach(connection); },
+      &base_->status,
+      [this](GDBusConnection* connection) { (void)base_->status.attach(connection); },
       [this] { base_->status.detach(); });
   base_->sessionBus.start();
   base_->sessionBus.waitUntilSettled();

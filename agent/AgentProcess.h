@@ -46,9 +46,9 @@ class AgentProcess {
   struct Devices;
 
   /// False when the name is refused. Without a bus it is true.
-  bool ownName();
+  [[nodiscard]] bool ownName();
   /// Makes what reaches devices. False, with the cause logged, when there is no Listener after it.
-  bool armListener();
+  [[nodiscard]] bool armListener();
   /// The defaults until the Listener is there.
   AgentStatus::Values statusNow() const;
 

@@ -55,7 +55,7 @@ class AgentStatus {
 
   /// Shows the object on `connection`, which it keeps a reference to, in place of an earlier one.
   /// False, with the cause logged, when the path is taken there.
-  bool attach(GDBusConnection* connection);
+  [[nodiscard]] bool attach(GDBusConnection* connection);
   /// Takes the object back; also from a connection that has been closed. update() goes on reading.
   void detach();
 

@@ -69,24 +69,14 @@ std::optional<PropertyDictionary> DeviceInfoSupport::getRootUSBDictionaryForServ
     ServiceHandle service) {
   auto* room = IdentifyRoom::current();
   if (!room) return std::nullopt;
-  auto& registry = room->services().registry;
-  // The service may have gone since its handle was got.
-  if (auto ancestors = registry.ancestors(service); !ancestors) {
-    TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateIterator failed");
-  } else {
-    // The service itself counts: it may be the USB device.
-    ancestors->insert(ancestors->begin(), service);
-    for (const ServiceHandle current : *ancestors) {
-      auto properties = registry.properties(current);
-      if (!properties) {
-        TraceLog::trace("getRootUSBDictionaryForService IORegistryEntryCreateCFProperties failed");
-      } else if (properties->contains("USB Product Name")) {
-        return properties;
-      }
-    }
-  }
-  TraceLog::trace("getRootUSBDictionaryForService failed to find the device in IOKit Registry");
-  return std::nullopt;
+  const auto trace = [](const char* what) {
+    TraceLog::trace("getRootUSBDictionaryForService %s", what);
+  };
+  // The service itself counts: it may be the USB device. It may have gone since its handle was got.
+  auto found = nearestAncestor(room->services().registry, service,
+                               {.key = "USB Product Name", .isItselfMeant = true}, trace);
+  if (found.status == status::kIOError) trace("failed to find the device in IOKit Registry");
+  return found.handle == 0 ? std::nullopt : std::optional(std::move(found.properties));
 }
 
 bool DeviceInfoSupport::isValidDscVid(std::int32_t vid, std::int32_t pid) {

@@ -14,7 +14,7 @@ void logDebug(const std::string& line) {
 
 bool isMassStorageModule(const PropertyDictionary& properties) {
   const auto module = lastPathComponent(textForKey(properties, "device module").value_or(""));
-  return module == "MassStorageCamera.app" || module == "MassStorage.app";
+  return module == device_module::kMassStorageCamera || module == device_module::kMassStorage;
 }
 
 /// The camera at `index` of the device list; none, logged, when that child is no camera. Codes are

@@ -145,21 +145,10 @@ PropertyDictionary GetUSBDataFromBSDName(const std::string& bsdName) {
   auto& registry = MSCRoom::required().services().registry;
   const ServiceHandle service = serviceOf(registry, bsdName);
   if (service == 0) return PropertyDictionary::object();
-  const auto ancestors = registry.ancestors(service);
-  if (!ancestors) {
-    TraceLog::trace("Error: GetUSBDataFromBSDName IORegistryEntryCreateIterator failed");
-    return PropertyDictionary::object();
-  }
-  for (const ServiceHandle ancestor : *ancestors) {
-    const auto properties = registry.properties(ancestor);
-    if (!properties) {
-      TraceLog::trace("Error: GetUSBDataFromBSDName IORegistryEntryCreateCFProperties failed");
-    } else if (properties->contains("idVendor")) {
-      return usbDataOf(*properties);
-    }
-  }
-  TraceLog::trace("Error: GetUSBDataFromBSDName failed to find the device in IOKit Registry");
-  return PropertyDictionary::object();
+  const auto found = nearestAncestor(registry, service, {.key = "idVendor"}, [](const char* what) {
+    TraceLog::trace("Error: GetUSBDataFromBSDName %s", what);
+  });
+  return found.handle == 0 ? PropertyDictionary::object() : usbDataOf(found.properties);
 }
 
 namespace {
@@ -292,7 +281,8 @@ bool TarvoMSCDevice::ejectTray() {
   // What unmountMedia() has left of its time, so that both together hold the main thread for no
   // longer than one.
   auto left = std::exchange(unmountTimeLeft_, kDiskTimeout);
-  if (!_isUnmounted) unmountWithin(left);
+  // The tray is tried all the same; who keeps the disk is in lastFailure_.
+  if (!_isUnmounted) (void)unmountWithin(left);
   if (MSCRoom::required().services().diskArbitration.isInterrupted()) {
     fail(status::kCancelled, "the program was told to end");
     return false;

@@ -80,16 +80,16 @@ class TarvoMSCDevice : public Object {
   // to end, which is then the status of lastFailure().
 
   /// Unmounts every volume of the unit's USB device. 0, too, when it has no disk of its own.
-  Status unmountMedia();
+  [[nodiscard]] Status unmountMedia();
   /// Unmounts every volume of the USB device that the disk `bsdName` belongs to.
-  Status unmountAllPartitions(const std::string& bsdName);
-  Status ejectMediaWithBSDName(const std::string& bsdName);
+  [[nodiscard]] Status unmountAllPartitions(const std::string& bsdName);
+  [[nodiscard]] Status ejectMediaWithBSDName(const std::string& bsdName);
   /// Mounts `bsdName`, where the system has room for it: dcfVolumeName() is a wish.
-  Status remountMediaWithBSDName(const std::string& bsdName);
+  [[nodiscard]] Status remountMediaWithBSDName(const std::string& bsdName);
   /// Unmounts, unless that was done, within what an unmounting before has left of its 20 s. Then
   /// has the unit open its tray, also when it could not be unmounted: its lock stays then, and the
   /// unit refuses. True on success.
-  bool ejectTray();
+  [[nodiscard]] bool ejectTray();
   /// What is mounted of the unit's USB device, wherever, in the order of mounting.
   std::vector<Mount> mounts() const;
 
@@ -102,16 +102,16 @@ class TarvoMSCDevice : public Object {
   std::optional<PropertyDictionary> usbModeDictionary();
   /// Sends the unit to the mode that `mode` describes, see smartFinderUSBModePage(). True when it
   /// has taken it.
-  bool setUSBModeDictionary(const PropertyDictionary& mode);
+  [[nodiscard]] bool setUSBModeDictionary(const PropertyDictionary& mode);
   /// True when the unit can switch itself off and return in another mode. The preference counts
   /// nothing here (docs/oddities.md).
   bool canAutoPowerCycle();
   /// Sends the unit to camera mode, or to the mode in which it starts up. With `powerDown` it
   /// switches itself off and wakes after `autowakeDelay`, of which the page holds a tenth. True
   /// when it has taken it.
-  bool setUSBMode(bool cameraMode, bool powerDown, std::uint32_t autowakeDelay);
+  [[nodiscard]] bool setUSBMode(bool cameraMode, bool powerDown, std::uint32_t autowakeDelay);
   /// Sets the unit's clock to `dateTime` in the local time zone; raises an assertion without one.
-  bool setDateTime(std::optional<std::time_t> dateTime);
+  [[nodiscard]] bool setDateTime(std::optional<std::time_t> dateTime);
 
   /// Of the operation that was called last, when it can fail and has.
   const Failure& lastFailure() const { return lastFailure_; }
@@ -120,13 +120,13 @@ class TarvoMSCDevice : public Object {
 
   /// MODE SENSE(10) of one page (SPC-4, 6.12): first its header, then all of it. 0 and the bytes
   /// with the header in front, or an IOKit status. Both out arguments must be there.
-  Status _modeSensePageCode(std::uint8_t pageCode, std::vector<std::byte>* buffer,
-                            std::uint16_t* bufferSize);
+  [[nodiscard]] Status _modeSensePageCode(std::uint8_t pageCode, std::vector<std::byte>* buffer,
+                                          std::uint16_t* bufferSize);
   /// Whether the unit has the page; `size`, which may be null, gets its page length where what the
   /// unit sent is long enough to say it.
-  bool _modeSenseTestPageCode(std::uint8_t pageCode, std::uint16_t* size);
+  [[nodiscard]] bool _modeSenseTestPageCode(std::uint8_t pageCode, std::uint16_t* size);
   /// MODE SELECT(10) of `pageBuffer` (SPC-4, 6.10), with exclusive access for that one task.
-  bool _modeSelectPage(std::span<const std::byte> pageBuffer);
+  [[nodiscard]] bool _modeSelectPage(std::span<const std::byte> pageBuffer);
 
   /// What the completion of a disk operation is handed.
   struct DiskContext {
@@ -150,17 +150,19 @@ class TarvoMSCDevice : public Object {
   std::optional<std::string> _getModelString();
   void _fillOutDateStruct(ClockPage& page, std::time_t date);
   bool couldNotSetUSBMode();
-  Status sense(std::uint8_t pageCode, std::span<std::byte> buffer, std::uint8_t& taskStatus);
-  Status senseFailed(std::uint8_t pageCode, Status called);
-  Status senseRefused(std::uint8_t pageCode, std::uint8_t taskStatus);
-  bool executeModeSelect(SCSITaskInterface& task, std::span<std::byte> page);
+  [[nodiscard]] Status sense(std::uint8_t pageCode, std::span<std::byte> buffer,
+                             std::uint8_t& taskStatus);
+  [[nodiscard]] Status senseFailed(std::uint8_t pageCode, Status called);
+  [[nodiscard]] Status senseRefused(std::uint8_t pageCode, std::uint8_t taskStatus);
+  [[nodiscard]] bool executeModeSelect(SCSITaskInterface& task, std::span<std::byte> page);
   bool isTaskComplete(std::uint8_t taskStatus, SCSIServiceResponse response,
                       std::span<const std::byte> sense);
   // What each takes is taken off `left`.
-  Status unmountWithin(std::chrono::milliseconds& left);
-  Status unmountAllPartitionsWithin(const std::string& bsdName, std::chrono::milliseconds& left);
-  Status runDiskOperation(const std::string& bsdName, std::chrono::milliseconds& left,
-                          DiskCompletion completion, const StartOperation& start);
+  [[nodiscard]] Status unmountWithin(std::chrono::milliseconds& left);
+  [[nodiscard]] Status unmountAllPartitionsWithin(const std::string& bsdName,
+                                                  std::chrono::milliseconds& left);
+  [[nodiscard]] Status runDiskOperation(const std::string& bsdName, std::chrono::milliseconds& left,
+                                        DiskCompletion completion, const StartOperation& start);
   void diskDone(const std::string& disk, const DADissenter* dissenter, DiskContext& context);
   bool hasSharingOrder();
   void fail(Status status, std::string why) { lastFailure_ = {status, std::move(why)}; }

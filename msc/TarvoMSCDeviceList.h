@@ -33,10 +33,10 @@ class TarvoMSCDeviceList {
   static TarvoMSCDeviceList* sharedDeviceList();
 
   /// Registers; the status of that does not matter to anybody.
-  void init() { registerDeviceCallbackHandler(); }
+  void init() { (void)registerDeviceCallbackHandler(); }
   /// Adds the units that are there, which announces them, and takes note of those that come and go.
   /// 0, or 0xE00002BC where the registry does not notify.
-  Status registerDeviceCallbackHandler();
+  [[nodiscard]] Status registerDeviceCallbackHandler();
 
   /// Valid until the next change; the list keeps its devices alive.
   const std::vector<std::shared_ptr<TarvoMSCDevice>>& devices() const { return _devices; }

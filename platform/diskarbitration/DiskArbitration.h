@@ -45,7 +45,7 @@ class DASession {
   virtual void mount(std::string_view bsdName, std::string_view location, Callback done) = 0;
   /// Waits in the session's own mode until stop() is called, `left` has passed or the process is
   /// told to end. True: stopped. What the wait has taken is taken off `left`.
-  virtual bool run(std::chrono::milliseconds& left) = 0;
+  [[nodiscard]] virtual bool run(std::chrono::milliseconds& left) = 0;
   virtual void stop() = 0;
   /// What has not happened when a wait was in vain, as a clause.
   virtual std::string awaited() const = 0;

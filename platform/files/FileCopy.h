@@ -34,7 +34,7 @@ class FileCopy {
   std::ptrdiff_t copyRange(std::uint64_t offset, std::size_t length);
   std::ptrdiff_t sendFile(std::uint64_t offset, std::size_t length);
   std::ptrdiff_t readAndWrite(std::uint64_t offset, std::size_t length);
-  bool clone(std::uint64_t size) const;
+  [[nodiscard]] bool clone(std::uint64_t size) const;
 
   int source_ = -1;
   int destination_ = -1;

@@ -58,7 +58,7 @@ enum class Room : std::uint8_t {
   kNone,       ///< the file system, or the user's share of it, was full while it was written
 };
 
-struct FetchResult {
+struct [[nodiscard]] FetchResult {
   /// 0; -43 for a name that is no file name; -48 for a file that is there; -36 for one that cannot
   /// be written; 0x2007 for one of which less came than was announced; -490 when cancelled; -1302
   /// for a folder; -9905 for information that cannot be read; otherwise that of the device.
@@ -83,7 +83,7 @@ class FilePlace {
   /// Takes the name of the request, or what is left of the device's own, and opens the folder.
   /// False: kFileNotFound without a name, kIOError without the folder, kDuplicateFile for a file
   /// that is there and shall stay.
-  bool prepare(const std::string& deviceName);
+  [[nodiscard]] bool prepare(const std::string& deviceName);
   const std::string& name() const { return name_; }
   /// Whether the file is there: a regular one of that name, numbered or not, with that size and,
   /// within the two seconds of coarse file systems, that date. It is one of the run then, and none
@@ -103,11 +103,11 @@ class FilePlace {
   bool failToWrite(const std::string& what, int error);
 
  private:
-  bool openFolder();
+  [[nodiscard]] bool openFolder();
   bool isOfRun(const std::string& name) const;
   /// 0, or an errno: EEXIST for a name that is taken.
-  int putAs(PartFile& part, const std::string& name, std::optional<std::time_t> modified,
-            std::optional<mode_t> permissions);
+  [[nodiscard]] int putAs(PartFile& part, const std::string& name,
+                          std::optional<std::time_t> modified, std::optional<mode_t> permissions);
 
   const FetchRequest& request_;
   FetchResult& result_;

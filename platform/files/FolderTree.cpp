@@ -1,7 +1,9 @@
 #include "platform/files/FolderTree.h"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -12,14 +14,6 @@
 
 namespace tarvo {
 namespace {
-
-/// Tells mounts apart, two of one file system as well (statx(2), STATX_MNT_ID). 0 or an errno.
-int mountOf(int descriptor, std::uint64_t& mount) {
-  struct statx attributes {};
-  if (::statx(descriptor, "", AT_EMPTY_PATH, STATX_MNT_ID, &attributes) != 0) return errno;
-  mount = attributes.stx_mnt_id;
-  return (attributes.stx_mask & STATX_MNT_ID) != 0 ? 0 : ENOSYS;
-}
 
 bool isComponent(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && name.find('\0') == std::string_view::npos;
@@ -33,9 +27,8 @@ FileDescriptor refused(int& error, int why) {
 }  // namespace
 
 FolderTree::FolderTree(std::string path) : path_(std::move(path)) {
-  FileDescriptor folder(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  error_ = folder.isOpen() ? mountOf(folder.get(), mount_) : errno;
-  if (error_ == 0) folder_ = std::move(folder);
+  folder_ = FileDescriptor(::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder_.isOpen()) error_ = errno;
 }
 
 bool FolderTree::holds(const std::string& folder) const {
@@ -73,11 +66,11 @@ int FolderTree::removeFile(std::string_view path) const {
   return ::unlinkat(folder.get(), name.c_str(), 0) == 0 ? 0 : errno;
 }
 
-FileDescriptor FolderTree::openFolderIn(int folder, const std::string& name, int& error) const {
+FileDescriptor FolderTree::openFolderIn(int folder, const std::string& name, int& error) {
   return openIn(folder, name, O_DIRECTORY, error);
 }
 
-FileDescriptor FolderTree::openFileIn(int folder, const std::string& name, int& error) const {
+FileDescriptor FolderTree::openFileIn(int folder, const std::string& name, int& error) {
   // A pipe is not to be waited for.
   FileDescriptor file = openIn(folder, name, O_NONBLOCK, error);
   struct stat attributes {};
@@ -87,16 +80,15 @@ FileDescriptor FolderTree::openFileIn(int folder, const std::string& name, int& 
   return S_ISREG(attributes.st_mode) ? std::move(file) : refused(error, EINVAL);
 }
 
-FileDescriptor FolderTree::openIn(int folder, const std::string& name, int flags,
-                                  int& error) const {
+FileDescriptor FolderTree::openIn(int folder, const std::string& name, unsigned flags, int& error) {
   if (!isComponent(name)) return refused(error, EINVAL);
-  FileDescriptor found(
-      ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | flags));
-  if (!found.isOpen()) return refused(error, errno);
-  std::uint64_t mount = 0;
-  error = mountOf(found.get(), mount);
-  if (error == 0 && mount != mount_) error = EXDEV;
-  return error == 0 ? std::move(found) : FileDescriptor();
+  const open_how how = {.flags = O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | flags,
+                        .mode = 0,
+                        .resolve = RESOLVE_BENEATH | RESOLVE_NO_XDEV};
+  // The C library of Debian 12 has no function for it.
+  const auto opened = ::syscall(SYS_openat2, folder, name.c_str(), &how, sizeof how);
+  error = opened < 0 ? errno : 0;
+  return FileDescriptor(static_cast<int>(opened));
 }
 
 FileDescriptor FolderTree::openParent(std::string_view path, std::string& name, int& error) const {
@@ -122,7 +114,7 @@ bool isPassedOver(int error) {
 }  // namespace
 
 FolderWalk::FolderWalk(const FolderTree& tree, FailureHandler onFailure)
-    : tree_(tree), onFailure_(std::move(onFailure)) {
+    : onFailure_(std::move(onFailure)) {
   int error = tree.error();
   FileDescriptor root = tree.isOpen() ? tree.openFolder("", error) : FileDescriptor();
   if (root.isOpen()) {
@@ -135,7 +127,7 @@ FolderWalk::FolderWalk(const FolderTree& tree, FailureHandler onFailure)
 const FolderWalk::Entry* FolderWalk::next() {
   if (!levels_.empty() && entry_.kind == Kind::kFolder) {
     int error = 0;
-    FileDescriptor inside = tree_.openFolderIn(folder(), std::string(entry_.name()), error);
+    FileDescriptor inside = FolderTree::openFolderIn(folder(), std::string(entry_.name()), error);
     enter(std::move(inside), error);
   }
   while (!levels_.empty()) {
@@ -197,7 +189,7 @@ std::optional<struct stat> FolderWalk::attributes() const {
 FileDescriptor FolderWalk::openFile(int& error) const {
   error = ENOENT;
   return levels_.empty() ? FileDescriptor()
-                         : tree_.openFileIn(folder(), std::string(entry_.name()), error);
+                         : FolderTree::openFileIn(folder(), std::string(entry_.name()), error);
 }
 
 }  // namespace tarvo

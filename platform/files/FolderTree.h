@@ -45,21 +45,20 @@ class FolderTree {
   /// For reading. EISDIR, or EINVAL for a device, a pipe and the like, where it is no regular file.
   FileDescriptor openFile(std::string_view path, int& error) const;
   /// Removes a file, or a link itself. EISDIR for a folder. 0 on success.
-  int removeFile(std::string_view path) const;
+  [[nodiscard]] int removeFile(std::string_view path) const;
 
   /// A member of an open folder of this tree.
-  FileDescriptor openFolderIn(int folder, const std::string& name, int& error) const;
-  FileDescriptor openFileIn(int folder, const std::string& name, int& error) const;
+  static FileDescriptor openFolderIn(int folder, const std::string& name, int& error);
+  static FileDescriptor openFileIn(int folder, const std::string& name, int& error);
 
  private:
-  FileDescriptor openIn(int folder, const std::string& name, int flags, int& error) const;
+  static FileDescriptor openIn(int folder, const std::string& name, unsigned flags, int& error);
   /// The folder that holds the last component of `path`, which `name` gets.
   FileDescriptor openParent(std::string_view path, std::string& name, int& error) const;
 
   std::string path_;
   FileDescriptor folder_;
   int error_ = 0;
-  std::uint64_t mount_ = 0;
 };
 
 // Everything that lies below a folder, one entry at a time as it is read, whatever the number.
@@ -98,7 +97,6 @@ class FolderWalk {
   /// tree itself has an empty path.
   using FailureHandler = std::function<void(const std::string& path, int error)>;
 
-  /// `tree` is lent.
   FolderWalk(const FolderTree& tree, FailureHandler onFailure);
 
   /// Null at the end. Valid until the next call.
@@ -124,7 +122,6 @@ class FolderWalk {
   bool take(const dirent& member);
   int folder() const { return ::dirfd(levels_.back().folder.get()); }
 
-  const FolderTree& tree_;
   FailureHandler onFailure_;
   std::vector<Level> levels_;
   Entry entry_;

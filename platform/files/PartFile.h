@@ -44,7 +44,7 @@ class PartFile {
 
   /// Makes it readable and writable for its owner alone. Never follows a link; EPERM for one that
   /// is another user's or no regular file.
-  int open(Opening opening);
+  [[nodiscard]] int open(Opening opening);
   const std::string& name() const { return name_; }
   int descriptor() const { return file_.get(); }
   /// Bytes that are there.
@@ -52,18 +52,19 @@ class PartFile {
   /// Whether a regular file of that name, no link, holds the same bytes.
   bool hasContentOf(const std::string& name) const;
   /// Leaves the first `size` bytes.
-  int truncate(std::uint64_t size);
+  [[nodiscard]] int truncate(std::uint64_t size);
   /// It stays when its owner goes, to be gone on with.
   void keep() { isKept_ = true; }
 
   /// Gives it `permissions`, or those of new files, and `name`. EEXIST where there is one of that
   /// name, unless it shall be replaced; it may be tried with another name then. `modified` is the
   /// date that the file shall show.
-  int putInPlace(const std::string& name, bool replace, std::optional<std::time_t> modified,
-                 std::optional<mode_t> permissions = std::nullopt);
+  [[nodiscard]] int putInPlace(const std::string& name, bool replace,
+                               std::optional<std::time_t> modified,
+                               std::optional<mode_t> permissions = std::nullopt);
 
  private:
-  int rename(const std::string& name, bool replace) const;
+  [[nodiscard]] int rename(const std::string& name, bool replace) const;
 
   int folder_;
   std::string name_;

@@ -35,7 +35,7 @@ class SpawnedTask : public Task {
 
  private:
   /// Starts the child. Returns 0, or the error number of what failed.
-  int spawn();
+  [[nodiscard]] int spawn();
   /// Has ended() called on the main loop when the child has ended; holds this task until then.
   void watchChild();
   void ended();

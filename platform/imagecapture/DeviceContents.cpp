@@ -204,12 +204,10 @@ constexpr std::array<std::string_view, 16> kPictureExtensions = {
 
 constexpr std::size_t kMostKept = 100'000;
 
-constexpr std::uint16_t kPicture = 0x3801;
-
 std::uint32_t sizeOf(const FolderWalk& walk) {
   const auto attributes = walk.attributes();
   const auto size = attributes ? static_cast<std::uint64_t>(attributes->st_size) : 0;
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(size, PTPObject::kUnknownSize));
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(size, ptp::kUnknownObjectSize));
 }
 
 Status statusOf(int error) {
@@ -243,7 +241,7 @@ Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& obje
     const auto parent = folders.find(entry->path.substr(0, slash == std::string::npos ? 0 : slash));
     const auto handle = static_cast<std::uint32_t>(objects.size() + 1);
     const std::uint16_t fileFormat =
-        isPictureName(entry->name()) ? kPicture : ptp::kUndefinedFormat;
+        isPictureName(entry->name()) ? ptp::kJPEGFormat : ptp::kUndefinedFormat;
     objects.push_back({{.handle = handle,
                         .format = isFolder ? ptp::kAssociationFormat : fileFormat,
                         .size = isFolder ? 0 : sizeOf(walk),

@@ -29,15 +29,15 @@ struct VolumeObject {
 /// All files and folders below `mountPoint`; links and other mounts are left out, and so is what
 /// cannot be read. kICADeviceGone where nothing can be read there; kOutOfMemory for more than a
 /// dictionary can hold with sense (100,000).
-Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& objects);
+[[nodiscard]] Status readVolume(const std::string& mountPoint, std::vector<VolumeObject>& objects);
 
 /// Copies a file into `folder` under its own name; kinds of failure as for downloadObject(), and
 /// kFileNotFound for a file that is not there.
-Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
-                      const std::string& folder, std::string& path);
+[[nodiscard]] Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
+                                    const std::string& folder, std::string& path);
 
 /// kFileNotFound where it is not there, kWriteNotPermitted where it cannot be removed.
-Status removeFromVolume(const std::string& mountPoint, const std::string& path);
+[[nodiscard]] Status removeFromVolume(const std::string& mountPoint, const std::string& path);
 
 /// A file or folder of a device, as the service knows it.
 struct FileObject {
@@ -70,12 +70,12 @@ class DeviceContents {
   /// Reads "capa", or "data" and "tree", into the device's dictionary; it is left alone on failure.
   /// The caller holds the channel. Files get new handles, and those that the device's had go.
   /// Errors as in PTPObjectReader.h, and kOutOfMemory when there are no handles left.
-  Status load(ICAObject device, PTPChannel& channel, std::string_view key,
-              PropertyDictionary& dictionary, std::string* why);
+  [[nodiscard]] Status load(ICAObject device, PTPChannel& channel, std::string_view key,
+                            PropertyDictionary& dictionary, std::string* why);
 
   /// The same for "data" and "tree" of a volume. Errors as for readVolume().
-  Status loadVolume(ICAObject device, const std::string& mountPoint,
-                    PropertyDictionary& dictionary);
+  [[nodiscard]] Status loadVolume(ICAObject device, const std::string& mountPoint,
+                                  PropertyDictionary& dictionary);
 
   /// What was loaded is read again on the next need. Files can still be named until then.
   void forget(ICAObject device, PropertyDictionary& dictionary);
@@ -89,13 +89,14 @@ class DeviceContents {
   const FileObject* file(ICAObject handle) const;
 
  private:
-  Status loadCapabilities(ICAObject device, PTPChannel& channel, PropertyDictionary& dictionary,
-                          std::string* why);
-  Status loadFiles(ICAObject device, PTPChannel& channel, PropertyDictionary& dictionary,
-                   std::string* why);
+  [[nodiscard]] Status loadCapabilities(ICAObject device, PTPChannel& channel,
+                                        PropertyDictionary& dictionary, std::string* why);
+  [[nodiscard]] Status loadFiles(ICAObject device, PTPChannel& channel,
+                                 PropertyDictionary& dictionary, std::string* why);
 
   /// Gives the files handles, and shows them in the dictionary.
-  Status take(std::vector<FileObject> files, ICAObject device, PropertyDictionary& dictionary);
+  [[nodiscard]] Status take(std::vector<FileObject> files, ICAObject device,
+                            PropertyDictionary& dictionary);
 
   std::set<ICAObject> withCapabilities_;
   std::map<ICAObject, FileObject> files_;

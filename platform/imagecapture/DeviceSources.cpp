@@ -12,12 +12,8 @@ namespace tarvo {
 
 std::optional<PropertyDictionary> usbDeviceAbove(Registry& registry, ServiceHandle service) {
   // The nearest: below a hub both are USB devices, and the camera is the inner one.
-  for (const ServiceHandle ancestor :
-       registry.ancestors(service).value_or(std::vector<ServiceHandle>{})) {
-    auto properties = registry.properties(ancestor);
-    if (properties && properties->contains("USB Product Name")) return properties;
-  }
-  return std::nullopt;
+  auto found = nearestAncestor(registry, service, {.key = "USB Product Name"});
+  return found.handle == 0 ? std::nullopt : std::optional(std::move(found.properties));
 }
 
 PropertyDictionary deviceDictionary(const std::string& name, std::string_view module,

@@ -122,22 +122,25 @@ class ImageCapture {
   virtual ~ImageCapture() = default;
 
   /// The object that lists all devices.
-  virtual Status getDeviceList(ICAObject& list) = 0;
+  [[nodiscard]] virtual Status getDeviceList(ICAObject& list) = 0;
   /// `info` is left alone on failure.
-  virtual Status getObjectInfo(ICAObject object, ICAObjectInfo& info) = 0;
+  [[nodiscard]] virtual Status getObjectInfo(ICAObject object, ICAObjectInfo& info) = 0;
   /// `headerErr` is the parameter block's own error beside the call's status.
   /// The list has the devices for children; what lies on a device is not counted.
-  virtual Status getChildCount(ICAObject object, std::uint32_t& count, Status& headerErr) = 0;
+  [[nodiscard]] virtual Status getChildCount(ICAObject object, std::uint32_t& count,
+                                             Status& headerErr) = 0;
   /// `index` from 0, in order of arrival. kICAInvalidObject beyond the last.
-  virtual Status getNthChild(ICAObject parent, std::uint32_t index, ICAChildInfo& child) = 0;
+  [[nodiscard]] virtual Status getNthChild(ICAObject parent, std::uint32_t index,
+                                           ICAChildInfo& child) = 0;
   /// A copy of the dictionary, which the caller may change.
-  virtual Status copyObjectPropertyDictionary(ICAObject object, PropertyDictionary& dictionary) = 0;
+  [[nodiscard]] virtual Status copyObjectPropertyDictionary(ICAObject object,
+                                                            PropertyDictionary& dictionary) = 0;
   /// One value of the dictionary, loaded from the device where it is not there yet: "capa", "data"
   /// and "tree" of a PTP device are read on first need and are part of the dictionary then, until
   /// forgetContents(). kICAPropertyNotFound where there is no such key, otherwise as
   /// objectSendMessage(); `value` is left alone on failure.
-  virtual Status copyObjectProperty(ICAObject object, std::string_view key,
-                                    PropertyDictionary& value) = 0;
+  [[nodiscard]] virtual Status copyObjectProperty(ICAObject object, std::string_view key,
+                                                  PropertyDictionary& value) = 0;
   /// What was loaded of a device's contents is stale: it is read again on the next need.
   virtual void forgetContents(ICAObject device) = 0;
 
@@ -146,21 +149,24 @@ class ImageCapture {
   /// with it once its removal has been delivered. The events that a PTP device reports by itself
   /// are read while kExtended is registered for it and a scope on it lives; kStoreAdded and
   /// kStoreRemoved are told from among them.
-  virtual Status registerForEventNotification(ICAObject object, FourCharCode type,
-                                              EventCallback callback) = 0;
+  [[nodiscard]] virtual Status registerForEventNotification(ICAObject object, FourCharCode type,
+                                                            EventCallback callback) = 0;
 
   /// "pass": one PTP transaction, the session opened and closed around it unless a scope lives;
   /// 'sclk': sets the device's clock to local time; 'del1': deletes the file object whose handle
   /// came with "icao". The result is also left in `block.headerErr`.
-  virtual Status objectSendMessage(ICAObjectSendMessagePB& block) = 0;
+  [[nodiscard]] virtual Status objectSendMessage(ICAObjectSendMessagePB& block) = 0;
 
   /// kICAPropertyNotFound where the object has no such property; `info` is left alone then.
-  virtual Status getPropertyByType(ICAObject object, FourCharCode type, ICAPropertyInfo& info) = 0;
+  [[nodiscard]] virtual Status getPropertyByType(ICAObject object, FourCharCode type,
+                                                 ICAPropertyInfo& info) = 0;
   /// The value itself: for 'voll' the volume's name, UTF-8. Errors as for getPropertyByType.
-  virtual Status getPropertyData(ICAObject object, FourCharCode type, std::string& data) = 0;
+  [[nodiscard]] virtual Status getPropertyData(ICAObject object, FourCharCode type,
+                                               std::string& data) = 0;
 
   /// Downloads a file object into `folder` under its own name; `path` is the file that was made.
-  virtual Status downloadFile(ICAObject object, const std::string& folder, std::string& path) = 0;
+  [[nodiscard]] virtual Status downloadFile(ICAObject object, const std::string& folder,
+                                            std::string& path) = 0;
 
   /// Opens a scope on a device: interface claimed, session open on first need. Null on failure,
   /// with the cause in `*failure` and, in words, `*why`. A device without an interface to claim (a

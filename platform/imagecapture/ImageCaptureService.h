@@ -66,14 +66,14 @@ class ImageCaptureService : public ImageCapture, private DeviceSink {
 
   /// Does `work` while the camera's channel is held; inside a scope that costs nothing.
   /// kICAInvalidObject for a volume.
-  Status withChannel(ICAObject device,
-                     const std::function<Status(PTPChannel& channel, std::string* why)>& work);
-  Status sendMessage(ICAObjectSendMessagePB& block);
-  Status deleteFile(const FileObject& file);
+  [[nodiscard]] Status withChannel(
+      ICAObject device, const std::function<Status(PTPChannel& channel, std::string* why)>& work);
+  [[nodiscard]] Status sendMessage(ICAObjectSendMessagePB& block);
+  [[nodiscard]] Status deleteFile(const FileObject& file);
   /// Where a volume is mounted; empty for a camera.
   std::string mountPointOf(ICAObject device) const;
   /// Loads `key` of a device where it has not been.
-  Status loadProperty(ICAObject object, std::string_view key);
+  [[nodiscard]] Status loadProperty(ICAObject object, std::string_view key);
 
   // Events of cameras are watched exactly while somebody is registered for them.
   void updateWatching(const DeviceObject& device);

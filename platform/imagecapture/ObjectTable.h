@@ -43,7 +43,7 @@ class ObjectTable {
   bool contains(ICAObject handle) const { return handle == kDeviceList || device(handle); }
   /// What to answer where device() gave null: kICADeviceGone for a device that went, otherwise
   /// kICAInvalidObject.
-  Status statusOfMissing(ICAObject handle) const;
+  [[nodiscard]] Status statusOfMissing(ICAObject handle) const;
 
  private:
   std::vector<DeviceObject> devices_;

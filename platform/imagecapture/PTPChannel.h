@@ -27,7 +27,7 @@ class PTPChannel {
 
   /// Claims the interface for the first holder; every success is paired with a release(). Errors as
   /// for PTPConnector::connect, and kICADeviceGone after deviceWent().
-  Status hold(std::string* why);
+  [[nodiscard]] Status hold(std::string* why);
   /// The last holder closes the session and lets the interface go.
   void release();
   /// The device was unplugged: who still holds the channel gets kICADeviceGone from now on.
@@ -46,7 +46,7 @@ class PTPChannel {
   /// The sink, the source and whatever else is called meanwhile may run the main loop: the
   /// connection outlives an unplug that is noticed there. A transaction that is begun there is
   /// refused, as kICATransactionRunning. Other statuses as for PTPConnection::transact.
-  Status transact(ptp::Transaction& transaction, std::string* why);
+  [[nodiscard]] Status transact(ptp::Transaction& transaction, std::string* why);
 
  private:
   ptp::PTPConnector& connector_;
@@ -85,10 +85,11 @@ class PTPScope : public ICAScope {
 /// what did not fit is dropped. On failure the response code is left alone. kBadParameter for a
 /// record that does not fit together, has 4 GiB and more to send or asks for what is the service's
 /// own (OpenSession, CloseSession); otherwise as for PTPChannel::transact.
-Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record, std::string* why);
+[[nodiscard]] Status passThrough(PTPChannel& channel, PTPPassThroughRecord& record,
+                                 std::string* why);
 
 /// Sets property 0x5011 (DateTime, ISO 15740) to `now` in local time. A response other than OK is
 /// returned as it came.
-Status setClock(PTPChannel& channel, std::time_t now, std::string* why);
+[[nodiscard]] Status setClock(PTPChannel& channel, std::time_t now, std::string* why);
 
 }  // namespace tarvo

@@ -310,7 +310,7 @@ std::string fileName(const std::string& deviceName) {
 }
 
 bool isWhole(const PTPObject& object, std::uint64_t size) {
-  return object.size == PTPObject::kUnknownSize || size == object.size;
+  return object.size == ptp::kUnknownObjectSize || size == object.size;
 }
 
 }  // namespace

@@ -18,13 +18,10 @@ namespace tarvo {
 
 /// An object on a device.
 struct PTPObject {
-  /// Where the size is beyond 32 bits, or unknown to the device.
-  static constexpr std::uint32_t kUnknownSize = 0xFFFFFFFF;
-
   std::uint32_t handle = 0;
   std::uint32_t store = 0;  ///< id of the store it lies on
   std::uint16_t format = 0;
-  std::uint32_t size = 0;           ///< bytes
+  std::uint32_t size = 0;           ///< bytes; ptp::kUnknownObjectSize where it is not known
   std::uint32_t thumbnailSize = 0;  ///< bytes, 0 where it has none
   std::uint32_t parent = 0;         ///< handle of the folder it lies in, 0 at the top
   std::string name{};               ///< UTF-8, as the device gave it: it may hold anything
@@ -46,11 +43,12 @@ bool listsProperty(std::span<const std::byte> deviceInfo, std::uint16_t property
 // kICAProtocolError for a data set that says more than it holds; or as for PTPChannel::transact.
 
 /// All objects of all stores. Objects that the device does not tell of are left out.
-Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects, std::string* why);
+[[nodiscard]] Status readObjects(PTPChannel& channel, std::vector<PTPObject>& objects,
+                                 std::string* why);
 /// Needs no session.
-Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property, bool& isListed,
-                                   std::string* why);
-Status deleteObject(PTPChannel& channel, std::uint32_t handle, std::string* why);
+[[nodiscard]] Status readWhetherPropertyIsListed(PTPChannel& channel, std::uint16_t property,
+                                                 bool& isListed, std::string* why);
+[[nodiscard]] Status deleteObject(PTPChannel& channel, std::uint32_t handle, std::string* why);
 
 // A file of a PTP device, whole or not at all, in a folder of this machine.
 
@@ -62,7 +60,7 @@ Status deleteObject(PTPChannel& channel, std::uint32_t handle, std::string* why)
 /// none (empty, "." and "..", with a zero character), and for a folder that is not there;
 /// kDuplicateFile for a file that is; kIOError when it cannot be written or came short; a response
 /// code other than OK; otherwise as for PTPChannel::transact.
-Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::string& folder,
-                      std::string& path, std::string* why);
+[[nodiscard]] Status downloadObject(PTPChannel& channel, const PTPObject& object,
+                                    const std::string& folder, std::string& path, std::string* why);
 
 }  // namespace tarvo

@@ -21,9 +21,11 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Utilities/PropertyDictionary.h"
+#include "Utilities/Status.h"
 
 namespace tarvo {
 
@@ -92,14 +94,44 @@ inline bool propertiesMatch(const PropertyDictionary& properties, const Property
 
 // The USB device that a registry entry is part of.
 
+struct AncestorQuery {
+  const char* key;
+  std::string_view text{};  ///< its value; empty: any
+  bool isItselfMeant = false;
+};
+struct Ancestor {
+  /// kIOError where the registry does not know the entry, kNoUSBDevice where none is meant.
+  Status status = status::kOK;
+  ServiceHandle handle = 0;
+  PropertyDictionary properties{};
+};
+
+/// The nearest ancestor of `service` that is meant. `trace` is told what goes wrong.
+inline Ancestor nearestAncestor(
+    Registry& registry, ServiceHandle service, const AncestorQuery& query,
+    const std::function<void(const char*)>& trace = [](const char*) {}) {
+  auto entries = registry.ancestors(service);
+  if (!entries) {
+    trace("IORegistryEntryCreateIterator failed");
+    return {.status = status::kIOError};
+  }
+  if (query.isItselfMeant) entries->insert(entries->begin(), service);
+  for (const ServiceHandle entry : *entries) {
+    auto properties = registry.properties(entry);
+    if (!properties) {
+      trace("IORegistryEntryCreateCFProperties failed");
+    } else if (properties->contains(query.key) &&
+               (query.text.empty() || properties->value(query.key, "") == query.text)) {
+      return {.handle = entry, .properties = std::move(*properties)};
+    }
+  }
+  trace("failed to find the device in IOKit Registry");
+  return {.status = status::kNoUSBDevice};
+}
+
 /// The nearest USB device above `service`; 0 where there is none.
 inline ServiceHandle usbHandleAbove(Registry& registry, ServiceHandle service) {
-  for (const ServiceHandle ancestor :
-       registry.ancestors(service).value_or(std::vector<ServiceHandle>{})) {
-    const auto properties = registry.properties(ancestor);
-    if (properties && properties->value("IOClass", "") == "usb_device") return ancestor;
-  }
-  return 0;
+  return nearestAncestor(registry, service, {.key = "IOClass", .text = "usb_device"}).handle;
 }
 
 /// That of the disk or partition `bsdName`; 0 where there is none.

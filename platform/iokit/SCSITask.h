@@ -46,17 +46,18 @@ class SCSITaskInterface {
 
   virtual ~SCSITaskInterface() = default;
   /// 6, 10, 12 or 16 bytes.
-  virtual Status setCommandDescriptorBlock(std::span<const std::byte> block) = 0;
+  [[nodiscard]] virtual Status setCommandDescriptorBlock(std::span<const std::byte> block) = 0;
   /// The data area, lent; it is written to where the target sends. At most `transferCount` bytes
   /// move.
-  virtual Status setScatterGatherEntries(std::span<std::byte> data, std::uint64_t transferCount,
-                                         Direction direction) = 0;
-  virtual Status setTimeoutDuration(std::chrono::milliseconds duration) = 0;
+  [[nodiscard]] virtual Status setScatterGatherEntries(std::span<std::byte> data,
+                                                       std::uint64_t transferCount,
+                                                       Direction direction) = 0;
+  [[nodiscard]] virtual Status setTimeoutDuration(std::chrono::milliseconds duration) = 0;
   /// Waits for the end. `sense` gets sense data where there are some; bytes beyond them are left as
   /// they are. `realised` counts the bytes that moved.
-  virtual Status executeTaskSync(std::span<std::byte> sense, std::uint8_t& taskStatus,
-                                 std::uint64_t& realised) = 0;
-  virtual Status getSCSIServiceResponse(SCSIServiceResponse& response) = 0;
+  [[nodiscard]] virtual Status executeTaskSync(std::span<std::byte> sense, std::uint8_t& taskStatus,
+                                               std::uint64_t& realised) = 0;
+  [[nodiscard]] virtual Status getSCSIServiceResponse(SCSIServiceResponse& response) = 0;
 };
 
 /// A unit that tasks can be made for.
@@ -64,9 +65,9 @@ class SCSITaskDeviceInterface {
  public:
   virtual ~SCSITaskDeviceInterface() = default;
   /// 0xE00002C5 when somebody else has the unit.
-  virtual Status obtainExclusiveAccess() = 0;
+  [[nodiscard]] virtual Status obtainExclusiveAccess() = 0;
   /// 0xE00002CD without exclusive access.
-  virtual Status releaseExclusiveAccess() = 0;
+  [[nodiscard]] virtual Status releaseExclusiveAccess() = 0;
   /// Null when there is none to be had.
   virtual std::unique_ptr<SCSITaskInterface> createSCSITask() = 0;
 };
@@ -84,13 +85,15 @@ class MMCDeviceInterface {
   /// the unit did not send are zero. An answer that is none, but tells of something that has
   /// happened to the unit (UNIT ATTENTION), is not given on: the unit is asked again, twice at
   /// most.
-  virtual Status modeSense10(bool llbaa, bool dbd, std::uint8_t pageControl, std::uint8_t page,
-                             std::span<std::byte> buffer, std::uint8_t& taskStatus,
-                             std::span<std::byte> sense) = 0;
+  [[nodiscard]] virtual Status modeSense10(bool llbaa, bool dbd, std::uint8_t pageControl,
+                                           std::uint8_t page, std::span<std::byte> buffer,
+                                           std::uint8_t& taskStatus,
+                                           std::span<std::byte> sense) = 0;
   /// Opens or closes the tray: START STOP UNIT (SBC-3, 5.25). A lock that is to be released is so
   /// before it opens (PREVENT ALLOW MEDIUM REMOVAL), and again where the system is quicker. Any
   /// answer but GOOD is a failure of the call.
-  virtual Status setTrayState(bool isOpen, TrayLock lock, std::span<std::byte> sense) = 0;
+  [[nodiscard]] virtual Status setTrayState(bool isOpen, TrayLock lock,
+                                            std::span<std::byte> sense) = 0;
   /// Null when there is none to be had.
   virtual std::shared_ptr<SCSITaskDeviceInterface> getSCSITaskDeviceInterface() = 0;
 };

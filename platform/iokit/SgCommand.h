@@ -30,7 +30,7 @@ struct SgCommand {
 };
 
 /// How it ended. No number in it is larger than the area that it counts.
-struct SgOutcome {
+struct [[nodiscard]] SgOutcome {
   /// Why the system did not take the command; 0 when it did.
   Status submitted = status::kOK;
   /// Why the unit did not answer; 0 when it did.
@@ -46,7 +46,7 @@ struct SgOutcome {
 
 /// The IOKit status for a system call on a generic node that failed: somebody has it exclusively,
 /// no permission, the unit has gone, or another reason.
-Status ioKitStatusOfErrno(int error);
+[[nodiscard]] Status ioKitStatusOfErrno(int error);
 
 /// Waits for the unit, at most for the time-out and what the kernel takes to recover from it;
 /// signals are heard after it. What goes out and comes back is logged in hexadecimal at debug

@@ -9,7 +9,7 @@ void JsonNode::fail(const std::string& problem) const {
   throw DescriptionError((path_.empty() ? std::string("the description") : path_) + ": " + problem);
 }
 
-void JsonNode::allowKeys(std::initializer_list<std::string_view> keys) const {
+void JsonNode::allowKeys(const std::vector<std::string_view>& keys) const {
   if (!value_->is_object()) fail("an object is expected");
   for (const auto& [key, child] : value_->items()) {
     if (std::find(keys.begin(), keys.end(), key) != keys.end()) continue;

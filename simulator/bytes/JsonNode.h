@@ -4,11 +4,11 @@
 //   const JsonNode root(json, "");
 //   root.at("usb").at("product").get(usb.product);
 //   root.read("comment", comment);  // may be absent
+//   node.readAll({"content"}, Key("id", store.id), Key("label", store.label));
 #pragma once
 
 #include <concepts>
 #include <cstdint>
-#include <initializer_list>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -25,6 +25,14 @@ class DescriptionError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+/// A key of an object, and where its value goes.
+template <typename T>
+struct Key {
+  Key(const char* key, T& target) : name(key), field(target) {}
+  const char* name;
+  T& field;
+};
+
 /// A view of a JSON value, which must outlive it. Every accessor raises DescriptionError.
 class JsonNode {
  public:
@@ -33,7 +41,7 @@ class JsonNode {
       : value_(&value), path_(std::move(path)) {}
 
   /// An object with none but these keys.
-  void allowKeys(std::initializer_list<std::string_view> keys) const;
+  void allowKeys(const std::vector<std::string_view>& keys) const;
   JsonNode at(const char* key) const;                   ///< raises when it is absent
   std::optional<JsonNode> find(const char* key) const;  ///< none when it is absent
 
@@ -49,6 +57,13 @@ class JsonNode {
   template <typename T>
   void read(const char* key, T& field) const {
     if (const auto child = find(key)) child->get(field);
+  }
+  /// The same for many keys of an object that has none but these and `others`.
+  template <typename... T>
+  void readAll(std::vector<std::string_view> others, Key<T>... keys) const {
+    (others.push_back(keys.name), ...);
+    allowKeys(others);
+    (read(keys.name, keys.field), ...);
   }
   /// The same for a list whose items `make` turns into values, from a JsonNode each.
   template <typename T, typename Make>

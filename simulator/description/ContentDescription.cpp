@@ -41,14 +41,12 @@ std::u16string readName(const JsonNode& node, NameRule rule) {
 
 /// Generated files have 32-bit handles and no text; the bound keeps a listing of them in memory.
 ContentNode readGenerated(const JsonNode& node) {
-  node.allowKeys({"count", "size", "prefix", "extension", "thumbnail"});
   ContentNode content;
   content.kind = ContentNode::Kind::kGenerated;
   content.generated.count = static_cast<std::uint32_t>(node.at("count").number(10'000'000));
-  node.read("size", content.generated.size);
-  node.read("prefix", content.generated.prefix);
-  node.read("extension", content.generated.extension);
-  node.read("thumbnail", content.traits.hasThumbnail);
+  node.readAll(
+      {"count"}, Key("size", content.generated.size), Key("prefix", content.generated.prefix),
+      Key("extension", content.generated.extension), Key("thumbnail", content.traits.hasThumbnail));
   return content;
 }
 

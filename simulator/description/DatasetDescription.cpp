@@ -1,6 +1,6 @@
 #include "simulator/description/DatasetDescription.h"
 
-#include <limits>
+#include <tuple>
 
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
@@ -111,24 +111,18 @@ DescribedDataset readEmailOrder(const JsonNode& node) {
 }
 
 DescribedDataset readPrintOrder(const JsonNode& node) {
-  node.allowKeys({"guid", "accessCode", "serviceType", "type", "multiUp", "paperSize",
-                  "assetsRemaining", "quantity", "enhance", "annotation", "date", "assetSize",
-                  "asset", "wireless"});
   DescribedDataset made;
   made.format = orderFormat(node, ptp::XTD_PRINT_ORDER, ptp::XTD_SQUIRT_PRINT_ORDER);
   PrintOrderRecord order;
   readGuid(node, order.guid);
   readText(node, "accessCode", order.accessCode);
-  node.read("serviceType", order.serviceType);
-  node.read("type", order.type);
-  node.read("multiUp", order.multiUp);
-  node.read("paperSize", order.paperSize);
-  node.read("assetsRemaining", order.assetsRemaining);
-  node.read("quantity", order.quantity);
-  node.read("enhance", order.enhance);
+  node.readAll({"guid", "accessCode", "annotation", "asset", "wireless"},
+               Key("serviceType", order.serviceType), Key("type", order.type),
+               Key("multiUp", order.multiUp), Key("paperSize", order.paperSize),
+               Key("assetsRemaining", order.assetsRemaining), Key("quantity", order.quantity),
+               Key("enhance", order.enhance), Key("date", order.date),
+               Key("assetSize", order.assetSize));
   readText(node, "annotation", order.annotation);
-  node.read("date", order.date);
-  node.read("assetSize", order.assetSize);
   readOneReference(node, "asset", made.assets);
   made.record = order;
   return made;
@@ -245,92 +239,75 @@ struct Decoding {
   ByteReader reader;
   bool guidFits = true;
 
-  void guid(Bytes& field) {
+  void code(Bytes& guid) {
     guidFits = reader.u32() == kGuidSize;
-    field = reader.bytes(kGuidSize);
+    guid = reader.bytes(kGuidSize);
   }
-  void u16(std::uint16_t& field) { field = reader.u16(); }
-  void u32(std::uint32_t& field) { field = reader.u32(); }
-  void text(std::u16string& field) { field = reader.text(); }
-  void handles(Handles& field) { field = reader.u32Array(); }
+  void code(std::uint16_t& field) { field = reader.u16(); }
+  void code(std::uint32_t& field) { field = reader.u32(); }
+  void code(std::u16string& field) { field = reader.text(); }
+  void code(Handles& field) { field = reader.u32Array(); }
 };
 
 /// Puts them into bytes.
 struct Encoding {
   ByteWriter writer;
 
-  void guid(const Bytes& field) {
-    writer.u32(static_cast<std::uint32_t>(field.size()));
-    writer.raw(field);
+  void code(const Bytes& guid) {
+    writer.u32(static_cast<std::uint32_t>(guid.size()));
+    writer.raw(guid);
   }
-  void u16(std::uint16_t field) { writer.u16(field); }
-  void u32(std::uint32_t field) { writer.u32(field); }
-  void text(const std::u16string& field) { writer.text(field); }
-  void handles(const Handles& field) { writer.u32Array(field); }
+  void code(std::uint16_t field) { writer.u16(field); }
+  void code(std::uint32_t field) { writer.u32(field); }
+  void code(const std::u16string& field) { writer.text(field); }
+  void code(const Handles& field) { writer.u32Array(field); }
 };
 
 // The fields of each record in the order of the wire, for both directions.
 
-template <typename Coder>
-void code(Coder& coder, ContactRecord& record) {
-  coder.guid(record.guid);
-  for (auto& text : record.texts)
-    coder.text(text);
-  coder.u32(record.image);
-  coder.handles(record.groups);
-  coder.u16(record.sharingPreference);
-  coder.u16(record.prints);
+auto fieldsOf(ContactRecord& record) {
+  return std::tie(record.guid, record.texts, record.image, record.groups, record.sharingPreference,
+                  record.prints);
+}
+
+auto fieldsOf(GroupRecord& record) {
+  return std::tie(record.name, record.image, record.members);
+}
+
+auto fieldsOf(EmailOrderRecord& record) {
+  return std::tie(record.guid, record.serviceType, record.sender, record.recipients, record.subject,
+                  record.body, record.assets);
+}
+
+auto fieldsOf(PrintOrderRecord& record) {
+  return std::tie(record.guid, record.accessCode, record.serviceType, record.type, record.multiUp,
+                  record.paperSize, record.assetsRemaining, record.quantity, record.enhance,
+                  record.annotation, record.date, record.assetSize, record.asset);
+}
+
+auto fieldsOf(TransferOrderRecord& record) {
+  return std::tie(record.guid, record.type, record.sender, record.assets);
+}
+
+auto fieldsOf(AlbumRecord& record) {
+  return std::tie(record.texts, record.cover, record.assets);
+}
+
+template <typename Coder, std::size_t kCount>
+void code(Coder& coder, std::array<std::u16string, kCount>& texts) {
+  for (auto& text : texts)
+    coder.code(text);
+}
+
+template <typename Coder, typename Field>
+void code(Coder& coder, Field& field) {
+  coder.code(field);
 }
 
 template <typename Coder>
-void code(Coder& coder, GroupRecord& record) {
-  coder.text(record.name);
-  coder.u32(record.image);
-  coder.handles(record.members);
-}
-
-template <typename Coder>
-void code(Coder& coder, EmailOrderRecord& record) {
-  coder.guid(record.guid);
-  coder.u16(record.serviceType);
-  coder.text(record.sender);
-  coder.handles(record.recipients);
-  coder.text(record.subject);
-  coder.text(record.body);
-  coder.handles(record.assets);
-}
-
-template <typename Coder>
-void code(Coder& coder, PrintOrderRecord& record) {
-  coder.guid(record.guid);
-  coder.text(record.accessCode);
-  coder.u16(record.serviceType);
-  coder.u16(record.type);
-  coder.u16(record.multiUp);
-  coder.u32(record.paperSize);
-  coder.u16(record.assetsRemaining);
-  coder.u16(record.quantity);
-  coder.u16(record.enhance);
-  coder.text(record.annotation);
-  coder.u32(record.date);
-  coder.u32(record.assetSize);
-  coder.u32(record.asset);
-}
-
-template <typename Coder>
-void code(Coder& coder, TransferOrderRecord& record) {
-  coder.guid(record.guid);
-  coder.u16(record.type);
-  coder.text(record.sender);
-  coder.handles(record.assets);
-}
-
-template <typename Coder>
-void code(Coder& coder, AlbumRecord& record) {
-  for (auto& text : record.texts)
-    coder.text(text);
-  coder.u32(record.cover);
-  coder.handles(record.assets);
+void codeRecord(Coder& coder, DatasetRecord& record) {
+  const auto all = [&](auto&... fields) { (code(coder, fields), ...); };
+  std::visit([&](auto& each) { std::apply(all, fieldsOf(each)); }, record);
 }
 
 /// A record of the format with nothing in it.
@@ -370,7 +347,7 @@ std::optional<DatasetRecord> parseDataset(std::uint16_t format, std::span<const 
   auto record = emptyRecord(format);
   if (!record) return std::nullopt;
   Decoding decoding{ByteReader(bytes)};
-  std::visit([&](auto& each) { code(decoding, each); }, *record);
+  codeRecord(decoding, *record);
   const auto rest = decoding.reader.rest();
   if (decoding.reader.failed() || !decoding.guidFits ||
       !isPadding(rest, bytes.size() - rest.size())) {
@@ -381,7 +358,7 @@ std::optional<DatasetRecord> parseDataset(std::uint16_t format, std::span<const 
 
 Bytes datasetBytes(DatasetRecord record) {
   Encoding encoding;
-  std::visit([&](auto& each) { code(encoding, each); }, record);
+  codeRecord(encoding, record);
   return encoding.writer.take();
 }
 

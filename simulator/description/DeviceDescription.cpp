@@ -11,14 +11,12 @@ namespace tarvo::simulator {
 namespace {
 
 UsbIdentity readUsb(const JsonNode& node) {
-  node.allowKeys({"vendor", "product", "release", "manufacturer", "name", "serial", "speed"});
   UsbIdentity usb;
   node.at("vendor").get(usb.vendor);
   node.at("product").get(usb.product);
-  node.read("release", usb.release);
-  node.read("manufacturer", usb.manufacturer);
-  node.read("name", usb.name);
-  node.read("serial", usb.serial);
+  node.readAll({"vendor", "product", "speed"}, Key("release", usb.release),
+               Key("manufacturer", usb.manufacturer), Key("name", usb.name),
+               Key("serial", usb.serial));
   std::string speed = "high";
   node.read("speed", speed);
   if (speed != "high" && speed != "full") node.at("speed").fail("\"high\" or \"full\" is expected");
@@ -112,26 +110,18 @@ Value oneOf(const JsonNode& node,
 
 /// What is left out is taken over from the USB identity, as the two mostly agree on real cameras.
 DeviceInfo readDeviceInfo(const JsonNode& node, const UsbIdentity& usb) {
-  node.allowKeys({"vendorExtensionID", "vendorExtensionVersion", "vendorExtensionDescription",
-                  "functionalMode", "operations", "events", "captureFormats", "imageFormats",
-                  "manufacturer", "model", "version", "serial", "bytesBehind"});
   DeviceInfo info;
   info.manufacturer = usb.manufacturer;
   info.model = usb.name;
   info.serial = usb.serial;
-  node.read("vendorExtensionID", info.vendorExtensionID);
-  node.read("vendorExtensionVersion", info.vendorExtensionVersion);
-  node.read("vendorExtensionDescription", info.vendorExtensionDescription);
-  node.read("functionalMode", info.functionalMode);
-  node.read("operations", info.operations);
-  node.read("events", info.events);
-  node.read("captureFormats", info.captureFormats);
-  node.read("imageFormats", info.imageFormats);
-  node.read("manufacturer", info.manufacturer);
-  node.read("model", info.model);
-  node.read("version", info.version);
-  node.read("serial", info.serial);
-  node.read("bytesBehind", info.bytesBehind);
+  node.readAll({}, Key("vendorExtensionID", info.vendorExtensionID),
+               Key("vendorExtensionVersion", info.vendorExtensionVersion),
+               Key("vendorExtensionDescription", info.vendorExtensionDescription),
+               Key("functionalMode", info.functionalMode), Key("operations", info.operations),
+               Key("events", info.events), Key("captureFormats", info.captureFormats),
+               Key("imageFormats", info.imageFormats), Key("manufacturer", info.manufacturer),
+               Key("model", info.model), Key("version", info.version), Key("serial", info.serial),
+               Key("bytesBehind", info.bytesBehind));
   return info;
 }
 
@@ -189,31 +179,24 @@ PropertyDescription readProperty(const JsonNode& node) {
 }
 
 AddressBookLimits readAddressBook(const JsonNode& node) {
-  node.allowKeys({"version", "characterTypeLimitation", "maxAddresses", "maxGroups",
-                  "maxAddressesPerGroup", "maxAddressLengthInBytes", "maxNicknameLengthInBytes",
-                  "maxGroupNameLengthInBytes"});
   AddressBookLimits limits;
-  node.read("version", limits.version);
-  node.read("characterTypeLimitation", limits.characterTypeLimitation);
-  node.read("maxAddresses", limits.maxAddresses);
-  node.read("maxGroups", limits.maxGroups);
-  node.read("maxAddressesPerGroup", limits.maxAddressesPerGroup);
-  node.read("maxAddressLengthInBytes", limits.maxAddressLengthInBytes);
-  node.read("maxNicknameLengthInBytes", limits.maxNicknameLengthInBytes);
-  node.read("maxGroupNameLengthInBytes", limits.maxGroupNameLengthInBytes);
+  node.readAll({}, Key("version", limits.version),
+               Key("characterTypeLimitation", limits.characterTypeLimitation),
+               Key("maxAddresses", limits.maxAddresses), Key("maxGroups", limits.maxGroups),
+               Key("maxAddressesPerGroup", limits.maxAddressesPerGroup),
+               Key("maxAddressLengthInBytes", limits.maxAddressLengthInBytes),
+               Key("maxNicknameLengthInBytes", limits.maxNicknameLengthInBytes),
+               Key("maxGroupNameLengthInBytes", limits.maxGroupNameLengthInBytes));
   return limits;
 }
 
 VendorDescription readVendor(const JsonNode& node) {
-  node.allowKeys({"operations", "supportedDatasets", "displayRequestVersion", "bragbookVersion",
-                  "lcbInfo", "addressBook", "queryRows"});
   VendorDescription vendor;
-  node.read("operations", vendor.operations);
-  node.read("supportedDatasets", vendor.supportedDatasets);
-  node.read("displayRequestVersion", vendor.displayRequestVersion);
-  node.read("bragbookVersion", vendor.bragbookVersion);
-  node.read("lcbInfo", vendor.lcbInfo);
-  node.read("queryRows", vendor.queryRows);
+  node.readAll({"addressBook"}, Key("operations", vendor.operations),
+               Key("supportedDatasets", vendor.supportedDatasets),
+               Key("displayRequestVersion", vendor.displayRequestVersion),
+               Key("bragbookVersion", vendor.bragbookVersion), Key("lcbInfo", vendor.lcbInfo),
+               Key("queryRows", vendor.queryRows));
   if (const auto limits = node.find("addressBook")) vendor.addressBook = readAddressBook(*limits);
   return vendor;
 }
@@ -224,18 +207,13 @@ StoreDescription readStore(const JsonNode& node) {
       {"readOnly", StoreAccess::kReadOnly},
       {"readAndDelete", StoreAccess::kReadAndDelete},
   }};
-  node.allowKeys({"id", "description", "label", "capacity", "free", "removable", "access",
-                  "vendorDelete", "emptySlot", "content"});
   StoreDescription store;
-  node.read("id", store.id);
-  node.read("description", store.description);
-  node.read("label", store.label);
-  node.read("capacity", store.capacity);
+  node.readAll({"free", "access", "content"}, Key("id", store.id),
+               Key("description", store.description), Key("label", store.label),
+               Key("capacity", store.capacity), Key("removable", store.removable),
+               Key("vendorDelete", store.vendorDelete), Key("emptySlot", store.isEmptySlot));
   store.free = store.capacity / 2;
   node.read("free", store.free);
-  node.read("removable", store.removable);
-  node.read("vendorDelete", store.vendorDelete);
-  node.read("emptySlot", store.isEmptySlot);
   if (const auto access = node.find("access")) store.access = oneOf(*access, kAccess);
   if (const auto list = node.find("content")) {
     store.content = readContent(*list, NameRule::kAnything);
@@ -244,28 +222,22 @@ StoreDescription readStore(const JsonNode& node) {
 }
 
 Habits readHabits(const JsonNode& node) {
-  node.allowKeys({"sessionBeforeDeviceInfo", "checksTransactionIDs", "noClassRequests",
-                  "allStoresResponse", "formatResponse", "ignoresFormat", "needsAllParameters",
-                  "choosesNoStore", "listsFolderByFolder", "rootParent"});
   Habits habits;
-  node.read("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo);
-  node.read("checksTransactionIDs", habits.checksTransactionIDs);
-  node.read("noClassRequests", habits.noClassRequests);
-  node.read("allStoresResponse", habits.allStoresResponse);
-  node.read("formatResponse", habits.formatResponse);
-  node.read("ignoresFormat", habits.ignoresFormat);
-  node.read("needsAllParameters", habits.needsAllParameters);
-  node.read("choosesNoStore", habits.choosesNoStore);
-  node.read("listsFolderByFolder", habits.listsFolderByFolder);
-  node.read("rootParent", habits.rootParent);
+  node.readAll(
+      {}, Key("sessionBeforeDeviceInfo", habits.sessionBeforeDeviceInfo),
+      Key("checksTransactionIDs", habits.checksTransactionIDs),
+      Key("noClassRequests", habits.noClassRequests),
+      Key("allStoresResponse", habits.allStoresResponse),
+      Key("formatResponse", habits.formatResponse), Key("ignoresFormat", habits.ignoresFormat),
+      Key("needsAllParameters", habits.needsAllParameters),
+      Key("choosesNoStore", habits.choosesNoStore),
+      Key("listsFolderByFolder", habits.listsFolderByFolder), Key("rootParent", habits.rootParent));
   return habits;
 }
 
 CaptureDescription readCapture(const JsonNode& node) {
-  node.allowKeys({"size", "prefix"});
   CaptureDescription capture;
-  node.read("size", capture.size);
-  node.read("prefix", capture.prefix);
+  node.readAll({}, Key("size", capture.size), Key("prefix", capture.prefix));
   return capture;
 }
 
@@ -287,12 +259,10 @@ void readPTPDescription(const JsonNode& root, DeviceDescription& device) {
 namespace {
 
 ScsiDescription readScsi(const JsonNode& node) {
-  node.allowKeys({"type", "vendor", "model", "revision"});
   ScsiDescription scsi;
   if (const auto type = node.find("type")) scsi.type = static_cast<unsigned>(type->number(0x1F));
-  node.read("vendor", scsi.vendor);
-  node.read("model", scsi.model);
-  node.read("revision", scsi.revision);
+  node.readAll({"type"}, Key("vendor", scsi.vendor), Key("model", scsi.model),
+               Key("revision", scsi.revision));
   return scsi;
 }
 
@@ -307,14 +277,10 @@ ModePageLies readLies(const JsonNode& node) {
 }
 
 UsbModeDescription readUsbMode(const JsonNode& node) {
-  node.allowKeys({"autoPowerCycle", "variableAutoWakeup", "composite", "flags", "delay", "size",
-                  "modeDataLength", "pageLength"});
   UsbModeDescription mode;
-  node.read("autoPowerCycle", mode.autoPowerCycle);
-  node.read("variableAutoWakeup", mode.variableAutoWakeup);
-  node.read("composite", mode.composite);
-  node.read("flags", mode.flags);
-  node.read("delay", mode.delay);
+  node.readAll({"size", "modeDataLength", "pageLength"}, Key("autoPowerCycle", mode.autoPowerCycle),
+               Key("variableAutoWakeup", mode.variableAutoWakeup), Key("composite", mode.composite),
+               Key("flags", mode.flags), Key("delay", mode.delay));
   mode.lies = readLies(node);
   return mode;
 }

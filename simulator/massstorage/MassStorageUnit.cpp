@@ -8,16 +8,8 @@
 namespace tarvo::simulator {
 namespace {
 
-InterfaceDescription bulkOnlyInterface(UsbSpeed speed) {
-  const std::uint16_t packet = speed == UsbSpeed::kHigh ? 512 : 64;
-  InterfaceDescription interface;
-  interface.interfaceClass = 8;
-  interface.interfaceSubclass = 6;   // transparent SCSI
-  interface.interfaceProtocol = 80;  // bulk-only
-  interface.endpoints = {{MassStorageUnit::kBulkIn, 2, packet, 0},
-                         {MassStorageUnit::kBulkOut, 2, packet, 0}};
-  return interface;
-}
+/// Mass storage, transparent SCSI, bulk-only.
+constexpr InterfaceClass kBulkOnly = {8, 6, 80};
 
 bool looksLikeCommand(std::span<const std::byte> data) {
   return data.size() == bulkonly::kCommandWrapperSize &&
@@ -27,9 +19,8 @@ bool looksLikeCommand(std::span<const std::byte> data) {
 }  // namespace
 
 MassStorageUnit::MassStorageUnit(const DeviceDescription& description)
-    : VirtualUSBDevice(UsbDescriptors(description.usb, bulkOnlyInterface(description.usb.speed))),
+    : VirtualUSBDevice(description, kBulkOnly),
       type_(description.scsi.type),
-      faults_(description.faults),
       unit_(description, violations_),
       queue_(descriptors().endpoint(kBulkIn)->packetSize) {}
 
@@ -339,21 +330,6 @@ InResult MassStorageUnit::sendStatus(std::span<std::byte> room) {
 std::optional<std::chrono::steady_clock::time_point> MassStorageUnit::nextDue(
     std::uint8_t endpoint) const {
   return endpoint == kBulkIn ? queue_.due() : std::nullopt;
-}
-
-std::string MassStorageUnit::setFault(std::string_view name, std::string_view value) {
-  const std::lock_guard guard(lock());
-  return faults_.set(name, value);
-}
-
-std::vector<std::string> MassStorageUnit::violations() const {
-  const std::lock_guard guard(lock());
-  return violations_.list();
-}
-
-void MassStorageUnit::forgetViolations() {
-  const std::lock_guard guard(lock());
-  violations_.clear();
 }
 
 std::vector<UnitCommand> MassStorageUnit::commands() const {

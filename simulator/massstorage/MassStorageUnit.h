@@ -31,10 +31,6 @@ struct UnitCommand {
 
 class MassStorageUnit : public VirtualUSBDevice {
  public:
-  // Endpoint addresses; the high bit is the direction to the host (USB 2.0, 9.6.6).
-  static constexpr std::uint8_t kBulkIn = 0x81;
-  static constexpr std::uint8_t kBulkOut = 0x02;
-
   static constexpr std::size_t kCommandsKept = 1000;
   static constexpr std::size_t kDataKept = 512;
 
@@ -42,9 +38,6 @@ class MassStorageUnit : public VirtualUSBDevice {
 
   // All of these may be called from any thread.
 
-  std::string setFault(std::string_view name, std::string_view value) override;
-  std::vector<std::string> violations() const override;
-  void forgetViolations() override;
   /// The last commands, in the order in which they came.
   std::vector<UnitCommand> commands() const;
   void forgetCommands();
@@ -97,11 +90,8 @@ class MassStorageUnit : public VirtualUSBDevice {
   Bytes statusWrapper() const;
   std::shared_ptr<const Payload> spoilt(std::shared_ptr<const Payload> data) const;
   std::chrono::steady_clock::time_point answerTime() const;
-  bool strikes(Fault fault) const { return faults_.strikes(fault); }
 
   const unsigned type_;
-  Faults faults_;
-  HostViolations violations_;
   ScsiUnit unit_;
   PacketQueue queue_;
   std::deque<UnitCommand> commands_;

@@ -150,7 +150,7 @@ nlohmann::json described(const StoredObject& object) {
 
 nlohmann::json listObjects(const PTPCamera& camera, std::uint16_t format) {
   auto list = nlohmann::json::array();
-  const auto handles = camera.handles({0xFFFFFFFF, format, 0});
+  const auto handles = camera.handles({.format = format});
   for (const auto handle : std::span(handles).first(std::min(handles.size(), kMostListed))) {
     if (const auto object = camera.object(handle)) list.push_back(described(*object));
   }

@@ -11,7 +11,7 @@ namespace {
 constexpr std::uint16_t kJFIF = 0x3808;
 
 bool isImage(const StoredObject& object) {
-  return object.traits.format >= 0x3800 && object.traits.format < 0x4000;
+  return isImageFormat(object.traits.format);
 }
 
 /// Format, size, width and height of the thumbnail; zeros where there is none.
@@ -26,8 +26,8 @@ void writeThumbnailFields(ByteWriter& writer, const StoredObject& object) {
 }  // namespace
 
 std::uint32_t toldSize(const StoredObject& object) {
-  if (object.traits.hidesSize) return 0xFFFFFFFF;
-  return static_cast<std::uint32_t>(std::min<std::uint64_t>(object.size, 0xFFFFFFFF));
+  if (object.traits.hidesSize) return ptp::kUnknownObjectSize;
+  return static_cast<std::uint32_t>(std::min<std::uint64_t>(object.size, ptp::kUnknownObjectSize));
 }
 
 void ObjectOperations::addTo(OperationTable& table) {
@@ -54,11 +54,12 @@ std::uint16_t ObjectOperations::filterFor(const PTPRequest& request, ObjectFilte
     return *habits.allStoresResponse;
   if (filter.format != 0 && habits.formatResponse) return *habits.formatResponse;
   if (habits.ignoresFormat) filter.format = 0;
-  if (habits.listsFolderByFolder && filter.association == 0) filter.association = 0xFFFFFFFF;
+  if (habits.listsFolderByFolder && filter.association == 0)
+    filter.association = ObjectFilter::kRoot;
   const auto* store = state_.objects.store(filter.storage);
   if (filter.storage != ptp::kAllStores && store == nullptr) return kInvalidStorageID;
   if (store != nullptr && store->description.isEmptySlot) return kStoreNotAvailable;
-  if (filter.association != 0 && filter.association != 0xFFFFFFFF) {
+  if (filter.association != 0 && filter.association != ObjectFilter::kRoot) {
     const auto parent = state_.objects.object(filter.association);
     if (!parent || !parent->isFolder()) return kInvalidParentObject;
   }
@@ -230,11 +231,6 @@ namespace {
 
 constexpr std::uint32_t kEveryObject = 0xFFFFFFFF;
 constexpr std::uint32_t kEveryImage = 0xFFFFFFFF;  // in place of a format
-constexpr std::uint32_t kRoot = 0xFFFFFFFF;
-
-bool isImageFormat(std::uint16_t format) {
-  return format >= 0x3800 && format < 0x4000;
-}
 
 }  // namespace
 
@@ -273,7 +269,7 @@ PTPReply ObjectChanges::deleteAll(const PTPRequest& request) {
   const bool images = format == kEveryImage;
   const auto wanted = images ? std::uint16_t{0} : static_cast<std::uint16_t>(format);
   // Without a format what lies in folders goes with them.
-  const ObjectFilter filter{ptp::kAllStores, wanted, format == 0 ? kRoot : 0};
+  const ObjectFilter filter{ptp::kAllStores, wanted, format == 0 ? ObjectFilter::kRoot : 0};
   std::uint16_t failure = kOK;
   bool any = false;
   for (const auto handle : state_.objects.handles(filter)) {
@@ -301,7 +297,7 @@ PTPReply ObjectChanges::setObjectProtection(const PTPRequest& request) {
 std::uint16_t ObjectChanges::destination(const PTPRequest& request, std::uint32_t& storage,
                                          std::uint32_t& parent) const {
   storage = request.parameters[1];
-  parent = request.parameters[2] == kRoot ? 0 : request.parameters[2];
+  parent = request.parameters[2] == ObjectFilter::kRoot ? 0 : request.parameters[2];
   const auto* store = state_.objects.store(storage);
   if (store == nullptr) return kInvalidStorageID;
   if (store->description.access != StoreAccess::kReadWrite) return kStoreReadOnly;

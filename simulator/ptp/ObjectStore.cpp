@@ -15,16 +15,16 @@ namespace tarvo::simulator {
 namespace {
 
 bool isOfFormat(std::uint16_t format, std::uint16_t wanted) {
-  if (wanted == ObjectFilter::kEveryImage) return format >= 0x3800 && format < 0x4000;
+  if (wanted == ObjectFilter::kEveryImage) return isImageFormat(format);
   return wanted == 0 || wanted == format;
 }
 
 bool matches(const StoredObject& object, const ObjectFilter& filter) {
-  if (filter.storage != 0xFFFFFFFF && filter.storage != object.storage) return false;
+  if (filter.storage != ObjectFilter::kEverywhere && filter.storage != object.storage) return false;
   if (!isOfFormat(object.traits.format, filter.format)) return false;
   if (!object.traits.appearsWith.empty()) return false;
   if (filter.association == 0) return true;
-  return object.parent == (filter.association == 0xFFFFFFFF ? 0 : filter.association);
+  return object.parent == (filter.association == ObjectFilter::kRoot ? 0 : filter.association);
 }
 
 std::shared_ptr<const Payload> textPayload(const std::string& text) {
@@ -155,7 +155,7 @@ std::uint64_t ObjectStore::totalSize(std::uint32_t handle) const {
   if (!found) return 0;
   auto total = found->size;
   if (!found->isFolder()) return total;
-  for (const auto child : handles({0xFFFFFFFF, 0, handle}))
+  for (const auto child : handles({.association = handle}))
     total += totalSize(child);
   return total;
 }
@@ -245,7 +245,7 @@ Removal ObjectStore::remove(std::uint32_t handle) {
   const auto found = object(handle);
   if (!found) return result;
   if (found->isFolder()) {
-    for (const auto child : handles({0xFFFFFFFF, 0, handle})) {
+    for (const auto child : handles({.association = handle})) {
       const auto part = remove(child);
       result.removed += part.removed;
       result.kept += part.kept;
@@ -267,7 +267,7 @@ void ObjectStore::move(std::uint32_t handle, std::uint32_t storage, std::uint32_
   moved->storage = storage;
   moved->parent = parent;
   if (!moved->isFolder()) return;
-  for (const auto child : handles({0xFFFFFFFF, 0, handle}))
+  for (const auto child : handles({.association = handle}))
     move(child, storage, handle);
 }
 
@@ -280,7 +280,7 @@ std::uint32_t ObjectStore::copy(std::uint32_t handle, std::uint32_t storage, std
   copied.parent = parent;
   copied.traits.isProtected = false;
   const auto children =
-      copied.isFolder() ? handles({0xFFFFFFFF, 0, handle}) : std::vector<std::uint32_t>();
+      copied.isFolder() ? handles({.association = handle}) : std::vector<std::uint32_t>();
   const auto made = add(std::move(copied));
   for (const auto child : children)
     copy(child, storage, made);
@@ -294,8 +294,6 @@ void ObjectStore::format(std::uint32_t storage) {
 }
 
 namespace {
-
-constexpr std::uint32_t kEverywhere = 0xFFFFFFFF;
 
 /// What ObjectInfo calls a data set: real devices have some name for every object.
 std::u16string objectName(std::uint16_t format, std::uint32_t handle) {
@@ -397,7 +395,7 @@ std::optional<DatasetRecord> Datasets::record(std::uint32_t handle) const {
 }
 
 std::uint32_t Datasets::count(std::uint16_t format) const {
-  return objects_.count({kEverywhere, format, 0});
+  return objects_.count({.format = format});
 }
 
 // Changing.

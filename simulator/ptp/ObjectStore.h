@@ -2,7 +2,7 @@
 // range of handles, so that a store of 100,000 objects takes no memory.
 //
 //   ObjectStore store(description.stores);
-//   const auto handles = store.handles({0xFFFFFFFF, 0x3801, 0});  // every JPEG of every store
+//   const auto handles = store.handles({.format = 0x3801});  // every JPEG of every store
 //   store.remove(handles.front());
 //
 // Handles count from 1 in the order of the description, a folder before what lies in it, so that a
@@ -42,9 +42,16 @@ struct StoredObject {
   static constexpr std::uint16_t kAssociation = 0x3001;
 };
 
-/// Which objects are meant. ISO 15740: association 0 is every object, 0xFFFFFFFF those in the root.
+/// A picture of the standard (ISO 15740, "Object format codes").
+constexpr bool isImageFormat(std::uint16_t format) {
+  return format >= 0x3800 && format < 0x4000;
+}
+
+/// Which objects are meant. ISO 15740: association 0 is every object.
 struct ObjectFilter {
-  std::uint32_t storage = 0xFFFFFFFF;  ///< id of a store; 0xFFFFFFFF: every store
+  static constexpr std::uint32_t kEverywhere = 0xFFFFFFFF;  ///< in place of a store
+  static constexpr std::uint32_t kRoot = 0xFFFFFFFF;        ///< in place of a folder
+  std::uint32_t storage = kEverywhere;                      ///< id of a store
   /// In place of a format; it travels as 0xFFFFFFFF (ISO 15740, GetNumObjects).
   static constexpr std::uint16_t kEveryImage = 0xFFFF;
   std::uint16_t format = 0;  ///< 0: every format

@@ -13,25 +13,14 @@ namespace {
 
 constexpr std::uint16_t kInterruptPacket = 64;
 
-/// USB still-image class: bulk in both directions and an interrupt endpoint for events.
-InterfaceDescription stillImageInterface(UsbSpeed speed) {
-  const std::uint16_t packet = speed == UsbSpeed::kHigh ? 512 : 64;
-  InterfaceDescription interface;
-  interface.interfaceClass = ptp::kStillImageClass;
-  interface.interfaceSubclass = ptp::kStillImageSubclass;
-  interface.interfaceProtocol = ptp::kPTPProtocol;
-  interface.endpoints = {{PTPCamera::kBulkIn, 2, packet, 0},
-                         {PTPCamera::kBulkOut, 2, packet, 0},
-                         {PTPCamera::kInterruptIn, 3, kInterruptPacket, 6}};
-  return interface;
-}
+constexpr InterfaceClass kStillImage = {ptp::kStillImageClass, ptp::kStillImageSubclass,
+                                        ptp::kPTPProtocol};
 
 }  // namespace
 
 PTPCamera::PTPCamera(const DeviceDescription& description)
-    : VirtualUSBDevice(UsbDescriptors(description.usb, stillImageInterface(description.usb.speed))),
+    : VirtualUSBDevice(description, kStillImage, {{kInterruptIn, 3, kInterruptPacket, 6}}),
       habits_(description.habits),
-      faults_(description.faults),
       responder_(description),
       containers_(violations_),
       answers_(faults_, descriptors().endpoint(kBulkIn)->packetSize),
@@ -211,11 +200,6 @@ std::optional<std::chrono::steady_clock::time_point> PTPCamera::nextDue(
   return endpoint == kBulkIn ? answers_.queue().due() : events_.due();
 }
 
-std::string PTPCamera::setFault(std::string_view name, std::string_view value) {
-  const std::lock_guard guard(lock());
-  return faults_.set(name, value);
-}
-
 std::vector<std::uint16_t> PTPCamera::operations() const {
   const std::lock_guard guard(lock());
   return operations_;
@@ -224,16 +208,6 @@ std::vector<std::uint16_t> PTPCamera::operations() const {
 WireCounts PTPCamera::counts() const {
   const std::lock_guard guard(lock());
   return counts_;
-}
-
-std::vector<std::string> PTPCamera::violations() const {
-  const std::lock_guard guard(lock());
-  return violations_.list();
-}
-
-void PTPCamera::forgetViolations() {
-  const std::lock_guard guard(lock());
-  violations_.clear();
 }
 
 std::optional<StoredObject> PTPCamera::object(std::uint32_t handle) const {

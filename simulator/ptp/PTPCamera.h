@@ -65,23 +65,17 @@ struct WireCounts {
 
 class PTPCamera : public VirtualUSBDevice {
  public:
-  // Endpoint addresses; the high bit is the direction to the host (USB 2.0, 9.6.6).
-  static constexpr std::uint8_t kBulkIn = 0x81;
-  static constexpr std::uint8_t kBulkOut = 0x02;
   static constexpr std::uint8_t kInterruptIn = 0x83;
 
   explicit PTPCamera(const DeviceDescription& description);
 
   // All of these may be called from any thread.
 
-  std::string setFault(std::string_view name, std::string_view value) override;
   /// Queues an event container on the interrupt endpoint.
   void sendEvent(std::uint16_t code, const std::vector<std::uint32_t>& parameters);
   /// Operation codes in the order in which they came.
   std::vector<std::uint16_t> operations() const;
   WireCounts counts() const;  ///< since the device was made
-  std::vector<std::string> violations() const override;
-  void forgetViolations() override;
 
   // What the camera holds.
 
@@ -134,11 +128,8 @@ class PTPCamera : public VirtualUSBDevice {
   void run();
   void answer(const PTPReply& reply);
   void queueEvent(const PTPEvent& event);
-  bool strikes(Fault fault) const { return faults_.strikes(fault); }
 
   const Habits habits_;
-  Faults faults_;
-  HostViolations violations_;
   PTPResponder responder_;
   HostContainers containers_;
   DeviceAnswers answers_;

@@ -9,7 +9,6 @@
 namespace tarvo::simulator {
 namespace {
 
-constexpr std::uint32_t kRoot = 0xFFFFFFFF;
 constexpr std::uint32_t kAnyStore = 0;
 
 /// The data operation that goes with an information operation.
@@ -65,7 +64,7 @@ void SendingOperations::addTo(OperationTable& table) {
 std::uint16_t SendingOperations::place(const PTPRequest& request, const ReceivedObjectInfo& info,
                                        StoredObject& object) const {
   object.storage = request.parameters[0];
-  object.parent = request.parameters[1] == kRoot ? 0 : request.parameters[1];
+  object.parent = request.parameters[1] == ObjectFilter::kRoot ? 0 : request.parameters[1];
   const auto folder = state_.objects.object(object.parent);
   if (object.parent != 0 && (!folder || !folder->isFolder())) return kInvalidParentObject;
   const auto& stores = state_.objects.stores();

@@ -27,7 +27,7 @@ struct UnitRequest {
   std::chrono::milliseconds timeout{};
 };
 
-struct UnitOutcome {
+struct [[nodiscard]] UnitOutcome {
   enum class Delivery {
     kDone,      ///< the unit has answered
     kTimedOut,  ///< it has not, in the given time; it was reset

@@ -59,8 +59,8 @@ void appendFileSystem(std::vector<std::pair<std::string, std::string>>& properti
 
 std::string modalias(const UsbIdentity& identity, const InterfaceDescription& interface) {
   return formatted("usb:v%04Xp%04Xd%04Xdc00dsc00dp00ic%02Xisc%02Xip%02Xin00", identity.vendor,
-                   identity.product, identity.release, interface.interfaceClass,
-                   interface.interfaceSubclass, interface.interfaceProtocol);
+                   identity.product, identity.release, interface.kind.code, interface.kind.subclass,
+                   interface.kind.protocol);
 }
 
 }  // namespace
@@ -146,8 +146,8 @@ void SysfsTree::addUsbDevice(const UsbPort& port, const UsbfsAddress& address,
       {"ID_VENDOR", underscored(identity.manufacturer)},
       {"ID_MODEL", underscored(identity.name)},
       {"ID_SERIAL_SHORT", underscored(identity.serial)},
-      {"ID_USB_INTERFACES", formatted(":%02x%02x%02x:", interface.interfaceClass,
-                                      interface.interfaceSubclass, interface.interfaceProtocol)}};
+      {"ID_USB_INTERFACES", formatted(":%02x%02x%02x:", interface.kind.code,
+                                      interface.kind.subclass, interface.kind.protocol)}};
   device.attributes = {{"busnum", std::to_string(address.bus)},
                        {"devnum", std::to_string(address.device)},
                        {"devpath", port.path},
@@ -188,15 +188,15 @@ void SysfsTree::addInterface(const UsbPort& port, const UsbDescriptors& descript
       {"DEVTYPE", "usb_interface"},
       {"PRODUCT", formatted("%x/%x/%x", identity.vendor, identity.product, identity.release)},
       {"TYPE", "0/0/0"},
-      {"INTERFACE", formatted("%u/%u/%u", interface.interfaceClass, interface.interfaceSubclass,
-                              interface.interfaceProtocol)},
+      {"INTERFACE", formatted("%u/%u/%u", interface.kind.code, interface.kind.subclass,
+                              interface.kind.protocol)},
       {"MODALIAS", modalias(identity, interface)}};
   entry.attributes = {{"bInterfaceNumber", "00"},
                       {"bAlternateSetting", " 0"},
                       {"bNumEndpoints", hex2(static_cast<unsigned>(interface.endpoints.size()))},
-                      {"bInterfaceClass", hex2(interface.interfaceClass)},
-                      {"bInterfaceSubClass", hex2(interface.interfaceSubclass)},
-                      {"bInterfaceProtocol", hex2(interface.interfaceProtocol)},
+                      {"bInterfaceClass", hex2(interface.kind.code)},
+                      {"bInterfaceSubClass", hex2(interface.kind.subclass)},
+                      {"bInterfaceProtocol", hex2(interface.kind.protocol)},
                       {"modalias", modalias(identity, interface)}};
   add(entry, port.name());
 }

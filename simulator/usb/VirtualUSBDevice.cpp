@@ -23,7 +23,26 @@ constexpr std::uint8_t kTypeMask = 0x60;
 constexpr std::uint8_t kTypeStandard = 0x00;
 constexpr std::uint8_t kTypeClass = 0x20;
 
+InterfaceDescription interfaceOf(UsbSpeed speed, InterfaceClass kind,
+                                 const std::vector<EndpointDescription>& others) {
+  const std::uint16_t packet = speed == UsbSpeed::kHigh ? 512 : 64;
+  InterfaceDescription interface {
+    kind, {
+      {VirtualUSBDevice::kBulkIn, 2, packet, 0}, {
+        VirtualUSBDevice::kBulkOut, 2, packet, 0
+      }
+    }
+  };
+  interface.endpoints.insert(interface.endpoints.end(), others.begin(), others.end());
+  return interface;
+}
+
 }  // namespace
+
+VirtualUSBDevice::VirtualUSBDevice(const DeviceDescription& description, InterfaceClass kind,
+                                   const std::vector<EndpointDescription>& others)
+    : faults_(description.faults),
+      descriptors_(description.usb, interfaceOf(description.usb.speed, kind, others)) {}
 
 std::optional<Bytes> VirtualUSBDevice::control(const SetupPacket& setup,
                                                std::span<const std::byte> data) {
@@ -115,6 +134,21 @@ bool VirtualUSBDevice::isGone() const {
   return gone_;
 }
 
+std::string VirtualUSBDevice::setFault(std::string_view name, std::string_view value) {
+  const std::lock_guard guard(mutex_);
+  return faults_.set(name, value);
+}
+
+std::vector<std::string> VirtualUSBDevice::violations() const {
+  const std::lock_guard guard(mutex_);
+  return violations_.list();
+}
+
+void VirtualUSBDevice::forgetViolations() {
+  const std::lock_guard guard(mutex_);
+  violations_.clear();
+}
+
 namespace {
 
 // String descriptor indexes.
@@ -172,9 +206,9 @@ Bytes UsbDescriptors::configuration() const {
   writer.u8(0);
   writer.u8(0);
   writer.u8(static_cast<std::uint8_t>(interface_.endpoints.size()));
-  writer.u8(interface_.interfaceClass);
-  writer.u8(interface_.interfaceSubclass);
-  writer.u8(interface_.interfaceProtocol);
+  writer.u8(interface_.kind.code);
+  writer.u8(interface_.kind.subclass);
+  writer.u8(interface_.kind.protocol);
   writer.u8(0);
   for (const auto& endpoint : interface_.endpoints) {
     writer.u8(7);

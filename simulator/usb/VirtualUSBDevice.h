@@ -22,6 +22,8 @@
 #include "simulator/bytes/ByteWriter.h"
 #include "simulator/bytes/Payload.h"
 #include "simulator/description/DeviceDescription.h"
+#include "simulator/description/Faults.h"
+#include "simulator/usb/HostViolations.h"
 
 namespace tarvo::simulator {
 
@@ -32,11 +34,16 @@ struct EndpointDescription {
   std::uint8_t interval = 0;       ///< bInterval; of an interrupt endpoint
 };
 
+/// What an interface is for (USB.org, "Defined class codes").
+struct InterfaceClass {
+  std::uint8_t code = 0;
+  std::uint8_t subclass = 0;
+  std::uint8_t protocol = 0;
+};
+
 /// The one interface of a device.
 struct InterfaceDescription {
-  std::uint8_t interfaceClass = 0;
-  std::uint8_t interfaceSubclass = 0;
-  std::uint8_t interfaceProtocol = 0;
+  InterfaceClass kind;
   std::vector<EndpointDescription> endpoints;
 };
 
@@ -80,7 +87,7 @@ struct SetupPacket {
 };
 
 /// What the device did with one request for bytes from an endpoint.
-struct InResult {
+struct [[nodiscard]] InResult {
   enum class State {
     kWaiting,   ///< nothing (more) to send now; `length` bytes were sent and the transfer goes on
     kShort,     ///< a short packet ended the transfer
@@ -94,12 +101,18 @@ struct InResult {
 };
 
 /// What the device did with bytes for an endpoint: all are taken, or none.
-enum class OutResult { kAccepted, kStalled, kGone };
+enum class [[nodiscard]] OutResult{kAccepted, kStalled, kGone};
 
 /// Every public function may be called from any thread; a lock of the device's own serialises them.
 class VirtualUSBDevice {
  public:
-  explicit VirtualUSBDevice(UsbDescriptors descriptors) : descriptors_(std::move(descriptors)) {}
+  // Endpoint addresses; the high bit is the direction to the host (USB 2.0, 9.6.6).
+  static constexpr std::uint8_t kBulkIn = 0x81;
+  static constexpr std::uint8_t kBulkOut = 0x02;
+
+  /// A bulk endpoint in each direction, and `others`.
+  VirtualUSBDevice(const DeviceDescription& description, InterfaceClass kind,
+                   const std::vector<EndpointDescription>& others = {});
   VirtualUSBDevice(const VirtualUSBDevice&) = delete;
   VirtualUSBDevice& operator=(const VirtualUSBDevice&) = delete;
   virtual ~VirtualUSBDevice() = default;
@@ -120,10 +133,10 @@ class VirtualUSBDevice {
   void reset();
 
   /// As Faults::set. What is on its way to the host already goes out as it was.
-  virtual std::string setFault(std::string_view name, std::string_view value) = 0;
+  std::string setFault(std::string_view name, std::string_view value);
   /// What the host did wrong, in words.
-  virtual std::vector<std::string> violations() const = 0;
-  virtual void forgetViolations() = 0;
+  std::vector<std::string> violations() const;
+  void forgetViolations();
 
   /// True once the device has unplugged itself.
   bool isGone() const;
@@ -157,6 +170,10 @@ class VirtualUSBDevice {
     if (activity_) activity_();
   }
   std::mutex& lock() const { return mutex_; }
+  bool strikes(Fault fault) const { return faults_.strikes(fault); }
+
+  Faults faults_;
+  HostViolations violations_;
 
  private:
   std::optional<Bytes> standardRequest(const SetupPacket& setup);

@@ -249,9 +249,9 @@ Bytes deviceList(std::span<const HostedDevice* const> devices) {
   for (const auto* device : devices) {
     appendDevice(bytes, *device);
     const auto& interface = device->device->descriptors().interface();
-    appendBigEndian(bytes, 1, interface.interfaceClass);
-    appendBigEndian(bytes, 1, interface.interfaceSubclass);
-    appendBigEndian(bytes, 1, interface.interfaceProtocol);
+    appendBigEndian(bytes, 1, interface.kind.code);
+    appendBigEndian(bytes, 1, interface.kind.subclass);
+    appendBigEndian(bytes, 1, interface.kind.protocol);
     appendBigEndian(bytes, 1, 0);
   }
   return bytes;

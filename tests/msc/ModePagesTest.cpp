@@ -163,7 +163,7 @@ TEST_F(MSCTest, TellsHowEachStepOfASenseFailed) {
     EXPECT_THAT(answers->take(), testing::Not(testing::Contains("ObtainExclusiveAccess")));
   }
   std::uint16_t size = 0;
-  EXPECT_EQ(raised([&] { device->_modeSensePageCode(0x25, nullptr, &size); }),
+  EXPECT_EQ(raised([&] { return device->_modeSensePageCode(0x25, nullptr, &size); }),
             "NSInternalInconsistencyException: Invalid parameter not satisfying: buffer != NULL");
 }
 
@@ -210,7 +210,7 @@ TEST_F(MSCTest, TellsHowEachStepOfASelectFailedAndGivesTheUnitUpEachTime) {
   EXPECT_EQ(traces.take().back(), "Error: ReleaseExclusiveAccess failed err = 0xe00002c0\n");
   answers->hasTaskInterface = false;
   const auto without = TarvoMSCDevice::initWithMMCDevice(answers, 1, "", std::vector<uint8_t>{1});
-  EXPECT_EQ(raised([&] { without->_modeSelectPage(page); }),
+  EXPECT_EQ(raised([&] { return without->_modeSelectPage(page); }),
             "NSInternalInconsistencyException: No scsi task device interface!");
 }
 
@@ -226,7 +226,7 @@ TEST_F(MSCTest, SetsTheClockToLocalTimeInFourteenDigits) {
   answers->pages.clear();
   EXPECT_FALSE(device->setDateTime(0));
   EXPECT_EQ(traces.take().back(), "Error: Could not set date");
-  EXPECT_EQ(raised([&] { device->setDateTime(std::nullopt); }),
+  EXPECT_EQ(raised([&] { return device->setDateTime(std::nullopt); }),
             "NSInternalInconsistencyException: Invalid parameter not satisfying: dateTime");
 }
 

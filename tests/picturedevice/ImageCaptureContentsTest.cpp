@@ -105,7 +105,7 @@ TEST(ExtendedEvents, ReachTheDeviceUntilItLeavesOrIsGone) {
   EXPECT_EQ(scripted->registerForExtendedEvents(), 0);
   scripted.camera.properties["ifil"] = "read anew";
   const auto first = heardOf(event);
-  scripted->refreshIcaDictionary();
+  (void)scripted->refreshIcaDictionary();
   EXPECT_EQ(scripted->icaDictionary()->at("ifil"), "read anew");
   ASSERT_EQ(first.size(), 1U);
   EXPECT_EQ(first[0].at("code"), 0x4002);

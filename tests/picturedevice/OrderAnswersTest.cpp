@@ -216,7 +216,7 @@ TEST_F(OrderAnswers, SendTheShoeboxWholeAndItsPictures) {
   }
   EXPECT_EQ(device_->addImageToShoebox(folder.path("none")), -43);
   EXPECT_TRUE(room_.trace.contains("Could not find image file '" + folder.path("none") + "'."));
-  EXPECT_THAT(raised([&] { device_->addImageToShoebox(""); }),
+  EXPECT_THAT(raised([&] { return device_->addImageToShoebox(""); }),
               testing::HasSubstr("Invalid parameter not satisfying: "));
   EXPECT_EQ(Shoebox(transactions_, room_.maker).sendContents(box, &transactions_.operations), 0);
   EXPECT_EQ(transactions_.calls.back(), "SendContentsOfFile");

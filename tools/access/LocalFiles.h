@@ -33,7 +33,7 @@ FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> c
                        std::optional<std::time_t> modified = std::nullopt);
 
 /// All of `content` to an open file; false, with errno, where it cannot be written.
-bool writeAll(int descriptor, std::span<const std::byte> content);
+[[nodiscard]] bool writeAll(int descriptor, std::span<const std::byte> content);
 
 // What a device held before it was changed, kept on this computer: dated files that nothing
 // replaces.

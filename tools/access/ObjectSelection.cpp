@@ -128,7 +128,7 @@ std::string ObjectPaths::pathOf(const XTExtendedObjectInfo& info) {
 
 std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
   // Devices name the root in either way.
-  if (handle == 0 || handle == 0xFFFFFFFF || depth == kDeepest) return {};
+  if (handle == 0 || handle == ListingQuery::kTop || depth == kDeepest) return {};
   // Each folder is asked for once in a run.
   if (const auto known = folders_.find(handle); known != folders_.end()) return known->second;
   const auto info = readInfo(device_, handle).info;

@@ -12,6 +12,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "platform/foundation/Numbers.h"
+#include "tools/output/Words.h"
 
 namespace tarvo::tools {
 
@@ -142,13 +143,6 @@ bool isSupported(SupportedModels& models, const DeviceSummary& device) {
          SupportedModels::isValidCard(device.path);
 }
 
-std::string listInWords(const std::vector<DeviceSummary>& devices) {
-  std::string words;
-  for (const auto& device : devices)
-    words += (words.empty() ? "" : ", ") + inWords(device);
-  return words;
-}
-
 /// What the device itself says its serial number is; empty where it does not answer. The one on the
 /// USB can differ from it.
 std::string ownSerial(ToolPlatform& platform, const DeviceSummary& device) {
@@ -163,50 +157,17 @@ std::string ownSerial(ToolPlatform& platform, const DeviceSummary& device) {
   }
 }
 
-[[noreturn]] void refuseDevice(const std::string& operation, const std::string& why,
-                               const std::string& advice) {
-  throw ToolError({.operation = operation, .why = why, .advice = advice}, kNoDevice);
-}
-
-DeviceSummary namedDevice(ToolContext& context, const std::string& operation,
-                          const std::vector<DeviceSummary>& devices) {
-  // From cheap to dear: the last question opens the devices one by one.
-  const std::string& wanted = context.options.device;
-  const auto bySerial = std::ranges::find(devices, wanted, &DeviceSummary::serial);
-  if (bySerial != devices.end()) return *bySerial;
-  if (const auto location = locationFrom(wanted)) {
-    const auto byLocation = std::ranges::find(devices, location, &DeviceSummary::location);
-    if (byLocation != devices.end()) return *byLocation;
-  }
-  for (const auto& device : devices) {
-    if (device.speaksPTP && device.isOfMaker && ownSerial(context.platform, device) == wanted)
-      return device;
-  }
-  refuseDevice(operation,
-               "there is no device with the serial number or location '" + wanted + "'" +
-                   (devices.empty() ? "" : "; connected: " + listInWords(devices)),
-               "'tarvoctl devices' shows what is connected.");
-}
-
-DeviceSummary onlyDevice(const std::string& operation, std::vector<DeviceSummary> devices) {
-  std::vector<DeviceSummary> volumes;
-  std::ranges::copy_if(devices, std::back_inserter(volumes), [](const DeviceSummary& device) {
-    return !device.speaksPTP && device.isSupported;
-  });
-  // Other vendors' cameras are none that a user of this program means.
-  std::erase_if(devices,
-                [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
-  if (devices.size() == 1) return devices.front();
-  if (devices.size() > 1)
-    throw ToolError({.operation = operation,
-                     .why = "several devices are connected: " + listInWords(devices),
-                     .advice = "Choose one with --device SERIAL or --device LOCATION."},
-                    kBadUsage);
-  if (volumes.empty())
-    refuseDevice(operation, "no Tarvo device is connected",
-                 "Connect one, switch it on, and see 'tarvoctl devices'.");
-  refuseDevice(operation, volumes.front().name + " is a volume, which does not speak PTP",
-               "Its files are in " + volumes.front().path + ".");
+std::vector<DeviceSummary> namedDevice(ToolPlatform& platform, const std::string& wanted,
+                                       const std::vector<DeviceSummary>& devices) {
+  auto found = std::ranges::find(devices, wanted, &DeviceSummary::serial);
+  const auto location = locationFrom(wanted);
+  if (found == devices.end() && location)
+    found = std::ranges::find(devices, location, &DeviceSummary::location);
+  if (found == devices.end())
+    found = std::ranges::find_if(devices, [&](const DeviceSummary& device) {
+      return device.speaksPTP && device.isOfMaker && ownSerial(platform, device) == wanted;
+    });
+  return found == devices.end() ? std::vector<DeviceSummary>() : std::vector{*found};
 }
 
 }  // namespace
@@ -221,17 +182,13 @@ std::optional<std::int32_t> locationFrom(std::string_view text) {
   return static_cast<std::int32_t>(isNegative ? 0U - bits : bits);
 }
 
-std::string locationInHex(std::optional<std::int32_t> location) {
-  return location ? formatted("0x%08x", static_cast<unsigned>(*location)) : "";
+std::string locationInHex(const Summary& summary) {
+  return summary.location ? formatted("0x%08x", static_cast<unsigned>(*summary.location)) : "";
 }
 
-std::string locationInHex(const DeviceSummary& device) {
-  return locationInHex(device.location);
-}
-
-std::string inWords(const DeviceSummary& device) {
-  const std::string location = locationInHex(device);
-  return (device.serial.empty() ? "(no serial number)" : device.serial) + " (" + device.name +
+std::string inWords(const Summary& summary) {
+  const std::string location = locationInHex(summary);
+  return (summary.serial.empty() ? "(no serial number)" : summary.serial) + " (" + summary.name +
          (location.empty() ? "" : ", location " + location) + ")";
 }
 
@@ -287,35 +244,61 @@ std::vector<DeviceSummary> presentDevices(ToolPlatform& platform) {
   return devices;
 }
 
+void refuseChoice(const std::string& operation, const std::string& wanted, const ChoiceWords& words,
+                  const std::vector<std::string>& listed, bool areSeveral) {
+  const std::string list = joined(listed);
+  if (areSeveral)
+    throw ToolError({.operation = operation,
+                     .why = "several " + words.kind + "s are " + words.state + ": " + list,
+                     .advice = words.choose},
+                    kBadUsage);
+  Failure failure{.operation = operation, .why = words.none, .advice = words.noneAdvice};
+  if (!wanted.empty()) {
+    failure.why = "there is no " + words.kind + " with the " + words.names + " '" + wanted + "'" +
+                  (list.empty() ? "" : "; " + words.state + ": " + list);
+    failure.advice = words.look;
+  }
+  throw ToolError(failure, kNoDevice);
+}
+
 DeviceSummary chooseDevice(ToolContext& context, const std::string& operation) {
+  ChoiceWords words = {.kind = "device",
+                       .none = "no Tarvo device is connected",
+                       .noneAdvice = "Connect one, switch it on, and see 'tarvoctl devices'."};
   auto devices = presentDevices(context.platform);
-  return context.options.device.empty() ? onlyDevice(operation, std::move(devices))
-                                        : namedDevice(context, operation, devices);
+  const std::string& wanted = context.options.device;
+  if (!wanted.empty())
+    return onlyOne(operation, wanted, words, devices,
+                   namedDevice(context.platform, wanted, devices));
+  const auto volume = std::ranges::find_if(
+      devices, [](const DeviceSummary& device) { return !device.speaksPTP && device.isSupported; });
+  if (volume != devices.end()) {
+    words.none = volume->name + " is a volume, which does not speak PTP";
+    words.noneAdvice = "Its files are in " + volume->path + ".";
+  }
+  std::erase_if(devices,
+                [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
+  return onlyOne(operation, wanted, words, devices, devices);
 }
 
 DeviceSummary chooseVolume(ToolContext& context, const std::string& operation) {
   auto volumes = presentDevices(context.platform);
   std::erase_if(volumes, [](const DeviceSummary& device) { return device.path.empty(); });
-  const std::string connected = listInWords(volumes);
-  const std::string& wanted = context.options.device;
+  const std::string wanted = volumes.empty() ? "" : context.options.device;
   const auto location = locationFrom(wanted);
-  std::erase_if(volumes, [&](const DeviceSummary& volume) {
+  auto meant = volumes;
+  std::erase_if(meant, [&](const DeviceSummary& volume) {
     const bool isThere = location && volume.location == location;
     return !wanted.empty() && volume.serial != wanted && volume.name != wanted && !isThere;
   });
-  if (volumes.size() == 1) return volumes.front();
-  if (volumes.size() > 1)
-    throw ToolError({.operation = operation,
-                     .why = "several volumes are mounted: " + connected,
-                     .advice = "Choose one with --device SERIAL, LOCATION or the volume's name."},
-                    kBadUsage);
-  if (connected.empty())
-    refuseDevice(operation, "no card and no camera is mounted",
-                 "Connect one, mount it, and see 'tarvoctl devices'.");
-  refuseDevice(operation,
-               "there is no volume with the serial number, location or name '" + wanted +
-                   "'; mounted: " + connected,
-               "'tarvoctl devices' shows what is connected.");
+  return onlyOne(operation, wanted,
+                 {.kind = "volume",
+                  .none = "no card and no camera is mounted",
+                  .noneAdvice = "Connect one, mount it, and see 'tarvoctl devices'.",
+                  .state = "mounted",
+                  .names = "serial number, location or name",
+                  .choose = "Choose one with --device SERIAL, LOCATION or the volume's name."},
+                 volumes, meant);
 }
 
 }  // namespace tarvo::tools

@@ -19,16 +19,20 @@ class XTPictureDevice;
 
 namespace tarvo::tools {
 
-/// A device as it can be told without opening it.
-struct DeviceSummary {
-  ICAObject object = 0;
+/// What --device can name.
+struct Summary {
   std::string name{};
+  std::optional<std::int32_t> location{};  ///< of the USB device
+  std::string serial{};                    ///< of the USB device; empty where it has none
+};
+
+/// A device as it can be told without opening it.
+struct DeviceSummary : Summary {
+  ICAObject object = 0;
   bool speaksPTP = false;  ///< else it is a volume
   std::int32_t vendor = 0;
   std::int32_t product = 0;
-  std::optional<std::int32_t> location{};  ///< of the USB device
-  std::string serial{};                    ///< of the USB device; empty where it has none
-  std::string path{};                      ///< where a volume is mounted
+  std::string path{};  ///< where a volume is mounted
   bool isOfMaker = false;
   bool isSupported = false;  ///< by the model table, or by what lies on the volume
 };
@@ -37,10 +41,9 @@ struct DeviceSummary {
 /// "serial", "path", "supported"; what is not known is left out.
 PropertyDictionary asJSON(const DeviceSummary& device);
 /// "SERIAL (NAME, location 0x01100000)".
-std::string inWords(const DeviceSummary& device);
+std::string inWords(const Summary& summary);
 /// "0x01100000"; empty without one.
-std::string locationInHex(const DeviceSummary& device);
-std::string locationInHex(std::optional<std::int32_t> location);
+std::string locationInHex(const Summary& summary);
 /// A location as a user writes it: signed decimal, or 0x...; none for anything else.
 std::optional<std::int32_t> locationFrom(std::string_view text);
 
@@ -49,12 +52,40 @@ std::vector<DeviceSummary> presentDevices(ToolPlatform& platform);
 /// One of them; none when it has gone.
 std::optional<DeviceSummary> summaryOf(ToolPlatform& platform, ICAObject object);
 
-/// The device that --device names; without it the only PTP device of the maker. Raises a ToolError:
-/// kNoDevice where there is none, kBadUsage, with a list, where there are several.
+/// How a choice fails, in words.
+struct ChoiceWords {
+  std::string kind;
+  std::string none;        ///< where there is none at all
+  std::string noneAdvice;  ///< what to do then
+  std::string state = "connected";
+  std::string names = "serial number or location";  ///< by what one can be named
+  std::string choose = "Choose one with --device SERIAL or --device LOCATION.";
+  std::string look = "'tarvoctl devices' shows what is connected.";  ///< where none has the name
+};
+
+/// Raises what onlyOne() raises.
+[[noreturn]] void refuseChoice(const std::string& operation, const std::string& wanted,
+                               const ChoiceWords& words, const std::vector<std::string>& listed,
+                               bool areSeveral);
+
+/// The only one of `meant`. Raises a ToolError: kNoDevice where there is none, kBadUsage where
+/// there are several; it lists those in `listed`. `wanted` is what --device says, or empty.
+template <typename T>
+T onlyOne(const std::string& operation, const std::string& wanted, const ChoiceWords& words,
+          const std::vector<T>& listed, const std::vector<T>& meant) {
+  if (meant.size() == 1) return meant.front();
+  std::vector<std::string> texts;
+  for (const T& each : listed)
+    texts.push_back(inWords(each));
+  refuseChoice(operation, wanted, words, texts, !meant.empty());
+}
+
+/// The device that --device names; without it the only PTP device of the maker. Raises as
+/// onlyOne().
 DeviceSummary chooseDevice(ToolContext& context, const std::string& operation);
 
 /// The volume that --device names, by serial number, location or its own name (a unit can have
-/// several); without it the only one. Raises as chooseDevice().
+/// several); without it the only one. Raises as onlyOne().
 DeviceSummary chooseVolume(ToolContext& context, const std::string& operation);
 
 /// Main thread only. The interface is claimed and the session open while it lives.
@@ -76,7 +107,7 @@ class OpenedDevice {
 
   /// `status` of an operation of this device, or what the transport says in its place: a device
   /// that has gone is no "general error".
-  Status explained(Status status) const;
+  [[nodiscard]] Status explained(Status status) const;
   /// Whether nothing more can be had from the device, or wanted.
   bool isLost(Status status) const;
   /// What went wrong with `object`.

@@ -135,7 +135,8 @@ class Writing {
     // The order would go to somebody whom nobody has chosen. Devices give handles of deleted
     // objects again.
     if (surroundings_.recipients.contains(handle)) {
-      device_.device().deleteVendorObjectPTP(handle);
+      // It is refused whether it can be taken back or not.
+      (void)device_.device().deleteVendorObjectPTP(handle);
       return fail("the device gave " + contactInWords(contact) + " the handle " +
                   handleText(handle) + ", to which an order goes");
     }

@@ -10,6 +10,7 @@
 
 #include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "Utilities/Format.h"
+#include "Utilities/PTPCodes.h"
 #include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
@@ -34,13 +35,12 @@ std::string nowText() {
 
 /// Handles, store ids and property codes, whichever it is.
 std::string parametersInWords(std::uint16_t code, const PropertyDictionary& parameters) {
-  constexpr std::uint16_t kDevicePropChanged = 0x4006;
   std::string words;
   for (const auto& parameter : parameters) {
     if (!parameter.is_number_unsigned() && !parameter.is_number_integer()) continue;
     const auto number = parameter.get<std::uint32_t>();
     words += words.empty() ? "" : " ";
-    words += code == kDevicePropChanged && words.empty()
+    words += code == ptp::kDevicePropChanged && words.empty()
                  ? propertyName(static_cast<std::uint16_t>(number))
                  : handleText(number);
   }

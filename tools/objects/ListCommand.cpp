@@ -44,7 +44,8 @@ std::vector<Column> columnsFor(const ListOptions& options) {
 std::string sizeText(const XTExtendedObjectInfo& info) {
   if (isFolder(info)) return "";
   // The field cannot hold more (ISO 15740, "ObjectInfo dataset").
-  return info.compressedSize() == 0xFFFFFFFF ? "4 GB or more" : sizeInWords(info.compressedSize());
+  return info.compressedSize() == ptp::kUnknownObjectSize ? "4 GB or more"
+                                                          : sizeInWords(info.compressedSize());
 }
 
 /// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.

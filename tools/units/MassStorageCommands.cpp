@@ -173,7 +173,7 @@ int runUnitList(ToolContext& context) {
                   Listing::kWhole);
   for (const auto& unit : units) {
     const auto json = asJSON(unit);
-    listing.add(json, {locationInHex(unit.location), unit.serial, json.value("bsdName", ""),
+    listing.add(json, {locationInHex(unit), unit.serial, json.value("bsdName", ""),
                        json.value("name", ""), json.value("volume", "")});
   }
   listing.finish();

@@ -24,8 +24,8 @@ struct AddressBookError {
 
 /// 0, or the code of the first rule that the address breaks, which is traced. `maxLength` counts
 /// UTF-16 units. The texts of "@." and ".@" are exchanged in the traces.
-Status validateEmailAddressFormat(const std::optional<std::string>& address,
-                                  std::uint32_t maxLength);
+[[nodiscard]] Status validateEmailAddressFormat(const std::optional<std::string>& address,
+                                                std::uint32_t maxLength);
 
 /// True for a UTF-16 unit that a nickname may not have.
 using BadNicknameSet = std::function<bool(char16_t)>;
@@ -34,8 +34,9 @@ BadNicknameSet makeBadNicknameSet();
 
 /// 0 or kAddressBookNicknameCharacters. A limit of 3 accepts every nickname, even none; any other
 /// none that has a unit of the set.
-Status validateNickname(const std::optional<std::string>& nickname, std::uint16_t charTypeLimit,
-                        const BadNicknameSet& bad = makeBadNicknameSet());
+[[nodiscard]] Status validateNickname(const std::optional<std::string>& nickname,
+                                      std::uint16_t charTypeLimit,
+                                      const BadNicknameSet& bad = makeBadNicknameSet());
 
 /// None when the book is valid: contacts first, then groups, in order. `supportsAddressBooks` and
 /// `bad` are the device's; without support the code is 0x2005. Entries that are to be deleted do
@@ -44,8 +45,8 @@ std::optional<AddressBookError> validateAddressBookDict(
     const AddressBook& book, bool supportsAddressBooks,
     const BadNicknameSet& bad = makeBadNicknameSet());
 /// The code alone; 0 when the book is valid.
-Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
-                           const BadNicknameSet& bad = makeBadNicknameSet());
+[[nodiscard]] Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,
+                                         const BadNicknameSet& bad = makeBadNicknameSet());
 
 /// Whether the bytes are a whole LCB block: a header of 32 bytes whose last one is the number of
 /// records, records of 272 bytes, and one byte that is the XOR of all before it. What is wrong is

@@ -178,21 +178,16 @@ std::optional<std::tm> brokenDown(std::string_view text) {
   for (std::size_t i = 0; i < kDateLength; ++i) {
     if (i != kDayAndTimeSeparator && !isDigit(text[i])) return std::nullopt;
   }
-  std::tm date{};
-  date.tm_year = number(text, 0, 4) - kFirstYearOfTm;
-  date.tm_mon = number(text, 4, 2) - 1;
-  date.tm_mday = number(text, 6, 2);
-  date.tm_hour = number(text, 9, 2);
-  date.tm_min = number(text, 11, 2);
-  date.tm_sec = number(text, 13, 2);
-  // The C library carries what is too much over to the next field: 30 February comes back changed.
-  // In UTC, where every hour exists.
-  std::tm again = date;
-  ::timegm(&again);
-  const bool isValid = again.tm_mday == date.tm_mday && again.tm_mon == date.tm_mon &&
-                       again.tm_hour == date.tm_hour && again.tm_min == date.tm_min &&
-                       again.tm_sec == date.tm_sec;
-  return isValid ? std::optional(date) : std::nullopt;
+  const auto date = dateFromText(text);
+  if (!date) return std::nullopt;
+  std::tm time{};
+  time.tm_year = static_cast<int>(date->year) - kFirstYearOfTm;
+  time.tm_mon = static_cast<int>(date->month) - 1;
+  time.tm_mday = static_cast<int>(date->day);
+  time.tm_hour = static_cast<int>(date->hour);
+  time.tm_min = static_cast<int>(date->minute);
+  time.tm_sec = static_cast<int>(date->second);
+  return time;
 }
 
 /// What is behind the numbers and the fraction: the zone, where there is one.

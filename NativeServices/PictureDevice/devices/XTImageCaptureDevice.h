@@ -75,24 +75,24 @@ class XTImageCaptureDevice : public XTPictureDevice {
 
   /// Binds to the object and loads the device information. 0, or the failing status, after which
   /// the device is of no use.
-  Status initObject(ICAObject object);
+  [[nodiscard]] Status initObject(ICAObject object);
   /// 0 until initObject().
   ICAObject icaObject() const { return icaObject_; }
   /// As last copied from Image Capture.
   const std::optional<PropertyDictionary>& icaDictionary() const { return icaDictionary_; }
   /// Copies the property dictionary when it is absent or dirty. 0, -36 without an object, or the
   /// status of Image Capture.
-  Status refreshIcaDictionary();
+  [[nodiscard]] Status refreshIcaDictionary();
   /// Sends a message; the one door to the device. 0 when the service accepted it (the PTP response
   /// is in the block's record), 0x2002 on a disconnected device, or the status of Image Capture.
-  virtual Status icaObjectSendMessage(ICAObjectSendMessagePB& block);
+  [[nodiscard]] virtual Status icaObjectSendMessage(ICAObjectSendMessagePB& block);
   /// Forgets what was read from the stores, here and in the service, so that it is read again on
   /// next use.
   void storesChanged();
   /// From now on what the device reports by itself goes to handlePTPEvent(), from the main loop and
   /// while somebody holds a scope on the device. The status of Image Capture, traced where it is a
   /// failure.
-  Status registerForExtendedEvents();
+  [[nodiscard]] Status registerForExtendedEvents();
   /// Ends that.
   void unregisterForExtendedEvents();
   /// Appends to `list` every file below `node` (a dictionary with "tree") whose "ifil" ends with
@@ -182,8 +182,8 @@ class XTImageCaptureDevice : public XTPictureDevice {
   /// The marker files of the device; `failure` says why they cannot be known.
   ObjectReferences markerFiles(Status& failure);
   /// Downloads each marker file that `isWanted` for `parse`, until one of both fails.
-  Status eachMarkerFile(bool (*isWanted)(std::string_view),
-                        const std::function<Status(const std::string& path)>& parse);
+  [[nodiscard]] Status eachMarkerFile(bool (*isWanted)(std::string_view),
+                                      const std::function<Status(const std::string& path)>& parse);
   /// Dictionary of an event of the type kExtended.
   void extendedEvent(const PropertyDictionary& event);
 

@@ -33,7 +33,7 @@ std::shared_ptr<XTImageCaptureMSCDevice> XTImageCaptureMSCDevice::withICAObject(
 
 Status XTImageCaptureMSCDevice::loadDeviceInfoUncached() {
   // The status does not matter: without a dictionary it is -36, whatever the cause.
-  refreshIcaDictionary();
+  (void)refreshIcaDictionary();
   if (!icaDictionary_) {
     TraceLog::trace("loadDeviceInfoUncached couldn't get an ICA dictionary");
     return status::kIOError;
@@ -97,22 +97,11 @@ Status XTImageCaptureMSCDevice::doIOKitDiscovery() {
     TraceLog::trace("doIOKitDiscovery failed to get service");
     return status::kIOError;
   }
-  const auto ancestors = registry.ancestors(services.front());
-  if (!ancestors) {
-    TraceLog::trace("doIOKitDiscovery IORegistryEntryCreateIterator failed");
-    return status::kIOError;
-  }
-  for (const ServiceHandle ancestor : *ancestors) {
-    const auto properties = registry.properties(ancestor);
-    if (!properties) {
-      TraceLog::trace("doIOKitDiscovery IORegistryEntryCreateCFProperties failed");
-    } else if (properties->contains("USB Product Name")) {
-      takeUSBIdentity(*properties);
-      return status::kOK;
-    }
-  }
-  TraceLog::trace("doIOKitDiscovery failed to find the device in IOKit Registry");
-  return status::kNoUSBDevice;
+  const auto unit =
+      nearestAncestor(registry, services.front(), {.key = "USB Product Name"},
+                      [](const char* what) { TraceLog::trace("doIOKitDiscovery %s", what); });
+  if (unit.status == status::kOK) takeUSBIdentity(unit.properties);
+  return unit.status;
 }
 
 void XTImageCaptureMSCDevice::takeUSBIdentity(const PropertyDictionary& usbDevice) {

@@ -49,7 +49,7 @@ class XTImageCaptureMSCDevice : public XTImageCaptureDevice {
  private:
   /// Takes the identity of the nearest USB device above the block device and classifies the unit.
   /// 0, -36 when the registry cannot be asked, 998 when there is no USB device.
-  Status doIOKitDiscovery();
+  [[nodiscard]] Status doIOKitDiscovery();
   void takeUSBIdentity(const PropertyDictionary& usbDevice);
   /// Kernel name of what is mounted at logicalMountPath(); empty, and traced, when nothing is.
   std::string mountedDeviceName() const;

@@ -96,7 +96,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   Status setAddressBook(const std::string& path) override;
   /// The device's album names as a file of the temporary folder, which belongs to the caller.
   std::optional<std::string> albumNames();
-  Status setAlbumNames(const std::string& path);
+  [[nodiscard]] Status setAlbumNames(const std::string& path);
   std::optional<std::string> hostObjectWrapperFile() override;
   Status deleteHostObjectWrapperFiles() override;
   /// Favourites, of the newer form where the device lists it. 0x200B on a device without them.
@@ -213,30 +213,34 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
   std::optional<std::vector<std::uint32_t>> arrayOfObjects(PTPRequest request, const char* selector,
                                                            std::int32_t count);
   /// Asks the device; the standard form is read, whatever `extended` says.
-  Status objectInfoUncached(ObjectInfoPointer& info, std::uint32_t handle, bool extended);
+  [[nodiscard]] Status objectInfoUncached(ObjectInfoPointer& info, std::uint32_t handle,
+                                          bool extended);
   /// After what this side changed on the device: what was counted and listed is asked for anew.
   void contentsChanged();
 
   /// XTO_GET_ADDRESS_BOOK_INFO, whatever is kept; `received` is the number of bytes that came.
-  Status readAddressBookInfo(XT_AddressBookInfo& info, std::size_t& received, bool isTraced);
+  [[nodiscard]] Status readAddressBookInfo(XT_AddressBookInfo& info, std::size_t& received,
+                                           bool isTraced);
   /// An object in a file of the temporary folder, also from a device without GetPartialObject.
   std::optional<std::string> downloadIcaObject(std::uint32_t handle);
   /// The first of these that can be downloaded.
   std::optional<std::string> firstFileOf(std::span<const std::uint32_t> handles);
   /// Sends a file after deleting those of its format.
-  Status replaceFilesOfType(std::uint16_t format, const std::string& path);
+  [[nodiscard]] Status replaceFilesOfType(std::uint16_t format, const std::string& path);
   /// Fills the book with what the device keeps, as data sets or as a file; what that lacks is in
   /// lastReading().
   void fillFromDataSets(AddressBook& book);
   void fillFromFile(AddressBook& book);
 
-  Status sendWholeFile(const std::string& path, XTExtendedObjectInfo& info, std::uint32_t storage,
-                       std::uint32_t parent, std::uint32_t& handle);
-  Status sendContentsOfFileInParts(const std::string& path, XTExtendedObjectInfo& info,
-                                   std::uint32_t storage, std::uint32_t parent,
-                                   std::uint32_t& handle);
+  [[nodiscard]] Status sendWholeFile(const std::string& path, XTExtendedObjectInfo& info,
+                                     std::uint32_t storage, std::uint32_t parent,
+                                     std::uint32_t& handle);
+  [[nodiscard]] Status sendContentsOfFileInParts(const std::string& path,
+                                                 XTExtendedObjectInfo& info, std::uint32_t storage,
+                                                 std::uint32_t parent, std::uint32_t& handle);
   /// One part, of at most 2 MiB.
-  Status sendPart(int descriptor, std::uint32_t offset, std::uint32_t size, bool isLast);
+  [[nodiscard]] Status sendPart(int descriptor, std::uint32_t offset, std::uint32_t size,
+                                bool isLast);
 
   /// The parameters of XTO_GET_DB_ROWS, in their order.
   struct DBRowsRequest {
@@ -245,7 +249,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
     std::uint32_t finalize;
     std::uint32_t maxSize;
   };
-  Status getDBRows(const DBRowsRequest& request, ByteBuffer& data, bool& endOfData);
+  [[nodiscard]] Status getDBRows(const DBRowsRequest& request, ByteBuffer& data, bool& endOfData);
 
   CodeList operationList_;
   CodeList eventList_;

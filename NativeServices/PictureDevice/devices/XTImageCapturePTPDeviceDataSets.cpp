@@ -311,13 +311,14 @@ Status XTImageCapturePTPDevice::replaceFilesOfType(std::uint16_t format, const s
 
 std::optional<std::string> XTImageCapturePTPDevice::albumNames() {
   ObjectHandles files;
-  listObjects(*this, ptp::XTD_ALBUM_NAMES_FILE, files);
+  // None where the list cannot be had; the outcome tells it. So below.
+  (void)listObjects(*this, ptp::XTD_ALBUM_NAMES_FILE, files);
   return firstFileOf(files);
 }
 
 std::optional<std::string> XTImageCapturePTPDevice::hostObjectWrapperFile() {
   ObjectHandles files;
-  listObjects(*this, ptp::XTD_HOST_OBJECT_WRAPPER, files);
+  (void)listObjects(*this, ptp::XTD_HOST_OBJECT_WRAPPER, files);
   // The first one, whether it can be downloaded or not.
   return firstFileOf(std::span(files).first(files.empty() ? 0 : 1));
 }
@@ -341,7 +342,7 @@ std::optional<std::string> XTImageCapturePTPDevice::downloadIcaObject(std::uint3
 
 std::optional<ByteBuffer> XTImageCapturePTPDevice::wirelessConfigData() {
   ObjectHandles objects;
-  listObjects(*this, ptp::XTD_WIRELESS_CONFIG, objects);
+  (void)listObjects(*this, ptp::XTD_WIRELESS_CONFIG, objects);
   for (const std::uint32_t handle : objects) {
     ObjectInfoPointer info;
     const bool isIt = objectInfo(info, handle) == status::kOK && info->fileName() == "NETCONF.XML";

@@ -50,7 +50,7 @@ std::shared_ptr<XTImageCaptureVolume> XTImageCaptureVolume::withICAObject(ICAObj
 
 Status XTImageCaptureVolume::loadDeviceInfo() {
   // The status does not matter: only the dictionary does.
-  XTImageCaptureDevice::loadDeviceInfo();
+  (void)XTImageCaptureDevice::loadDeviceInfo();
   const auto& maker = PictureDeviceRoom::required().services().maker;
   // A volume is not its reader: what the USB device says of itself is left out.
   fields_.deviceManufacturer.clear();
@@ -123,8 +123,8 @@ std::shared_ptr<XTExtendedObjectInfo> XTImageCaptureVolume::objectInfoForHandle(
                                 .imageFormats = none,
                                 .capabilities = fields_.capabilities};
   // What cannot be told of the file stays as it is in a new record.
-  tarvo::fillInObjInfo(*info, pathOf(path), opCodeList(), facts,
-                       PictureDeviceRoom::required().services().maker, nullptr);
+  (void)tarvo::fillInObjInfo(*info, pathOf(path), opCodeList(), facts,
+                             PictureDeviceRoom::required().services().maker, nullptr);
   return info;
 }
 

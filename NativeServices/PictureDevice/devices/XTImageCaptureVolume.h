@@ -46,7 +46,7 @@ class XTImageCaptureVolume : public XTImageCaptureDevice {
   /// asked on the way. -48 where there is one, -490 when cancelled, -36 otherwise.
   Status downloadImage(const ObjectReference& path, const std::string& destination) override;
   /// 0: nothing is transferred. So for the next three.
-  Status downloadVolumeObject(const ObjectReference& path);
+  [[nodiscard]] Status downloadVolumeObject(const ObjectReference& path);
   Status sendFile(const std::string&, std::uint32_t, std::uint32_t, std::uint32_t*) override {
     return status::kOK;
   }

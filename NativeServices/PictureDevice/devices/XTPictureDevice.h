@@ -140,7 +140,7 @@ class XTPictureDevice : public Object {
 
   /// Loads the device information once; later calls answer 0. The status of
   /// loadDeviceInfoUncached().
-  virtual Status loadDeviceInfo();
+  [[nodiscard]] virtual Status loadDeviceInfo();
   /// Drops the cached album names when "XTDeviceSerialNumber" names this device.
   void deviceWasSetupNotification(const Notification& notification);
 
@@ -187,9 +187,9 @@ class XTPictureDevice : public Object {
   std::optional<std::string> deviceID();
   /// Reads the property of deviceID(), while setDefaultHostID() writes one of its own.
   std::optional<std::string> defaultHostID();
-  Status setDefaultHostID(const std::string& guid);
+  [[nodiscard]] Status setDefaultHostID(const std::string& guid);
   std::optional<std::string> deviceUserName();
-  Status setDeviceUserName(const std::string& name);
+  [[nodiscard]] Status setDeviceUserName(const std::string& name);
   /// The language that the user reads on this host, as the application has it; kept.
   std::string deviceLocalization();
 
@@ -199,8 +199,8 @@ class XTPictureDevice : public Object {
   std::optional<std::string> GUIDProperty(std::uint16_t property);
   /// From the property's description. A property that is no text is a failed assertion.
   std::optional<std::string> stringProperty(std::uint16_t property);
-  Status setPropertyGuid(std::uint16_t property, const std::string& guid);
-  Status setPropertyString(std::uint16_t property, const std::string& text);
+  [[nodiscard]] Status setPropertyGuid(std::uint16_t property, const std::string& guid);
+  [[nodiscard]] Status setPropertyString(std::uint16_t property, const std::string& text);
 
   // Stores and objects in sum.
 
@@ -218,7 +218,7 @@ class XTPictureDevice : public Object {
   std::optional<AddressBook> addressBookDict();
   /// What setAddressBookDict() would refuse in the book; none when it is valid for this device.
   std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book);
-  Status validateAddressBook(const AddressBook& book);
+  [[nodiscard]] Status validateAddressBook(const AddressBook& book);
   /// The order for transfer over a wireless network; kept. None on a device without such orders
   /// or without the intention; of handle 0 and without assets where there is none at the moment.
   std::optional<TransferOrder> squirtTransferFiles();
@@ -232,12 +232,12 @@ class XTPictureDevice : public Object {
   std::optional<EmailOrders> emailOrderListPTP();
   std::optional<PrintOrders> printOrderListPTP();
   /// Deletes marker files and, where the device keeps them, order data sets; the first failure.
-  Status deleteOrderFilesPTP();
+  [[nodiscard]] Status deleteOrderFilesPTP();
   /// The contents of the marker files; those that cannot be read are left out.
   std::vector<ByteBuffer> orderFilesPTP();
-  Status setAddressBookDictPTP(AddressBook& book);
+  [[nodiscard]] Status setAddressBookDictPTP(AddressBook& book);
   /// XTO_MODIFY_ASSET_LIST: the picture is no longer one of those that the order waits for.
-  Status indicateFulfillmentPTP(std::uint32_t order, std::uint32_t asset);
+  [[nodiscard]] Status indicateFulfillmentPTP(std::uint32_t order, std::uint32_t asset);
   /// Pictures of the order for transfer that waits first; 0 without the intention.
   std::int32_t squirtTransferCountPTP();
   /// Of the last list of orders, of the last address book that was read from the device, and of the
@@ -253,12 +253,12 @@ class XTPictureDevice : public Object {
   /// case, kept.
   std::optional<std::string> defaultCollectionID();
   /// None and empty take it away. 0x200A where the device has none.
-  Status setDefaultCollectionID(const std::optional<std::string>& collectionID);
+  [[nodiscard]] Status setDefaultCollectionID(const std::optional<std::string>& collectionID);
 
   /// Sends a shoebox file. `resultHandle` is left alone on a device of the maker's own class.
-  Status sendShoeboxPTP(const std::string& path, std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendShoeboxPTP(const std::string& path, std::uint32_t* resultHandle);
   /// -43 where the image cannot be read.
-  Status addImageToShoebox(const std::string& path);
+  [[nodiscard]] Status addImageToShoebox(const std::string& path);
 
   // Transfers. Where the device speaks PTP they are done by its operations; elsewhere -1400.
 
@@ -268,12 +268,14 @@ class XTPictureDevice : public Object {
   /// The whole object in memory; none on failure, and on a device without GetPartialObject.
   std::optional<ByteBuffer> downloadObjectData(const ObjectReference& object);
   /// Sends a file as a new object; 0 for `storage` and `parent` leaves the place to the device.
-  virtual Status sendFile(const std::string& path, std::uint32_t storage = 0,
-                          std::uint32_t parent = 0, std::uint32_t* resultHandle = nullptr);
+  [[nodiscard]] virtual Status sendFile(const std::string& path, std::uint32_t storage = 0,
+                                        std::uint32_t parent = 0,
+                                        std::uint32_t* resultHandle = nullptr);
   /// Sends bytes as a new object. -1400 where the device takes none.
-  Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
-                  std::uint32_t storage, std::uint32_t parent, std::uint32_t* resultHandle);
-  virtual Status deleteObject(const ObjectReference& object);
+  [[nodiscard]] Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
+                                std::uint32_t storage, std::uint32_t parent,
+                                std::uint32_t* resultHandle);
+  [[nodiscard]] virtual Status deleteObject(const ObjectReference& object);
 
   // What PTP has for it; -1400, 0 or none on a device that does not speak PTP. Objects are handles.
 
@@ -282,26 +284,26 @@ class XTPictureDevice : public Object {
   std::optional<ByteBuffer> downloadObjectDataPTP(std::uint32_t handle);
   /// In pieces of 2 MiB where the object is larger and the device gives pieces. A file that is
   /// there is replaced; a failure leaves none.
-  Status downloadFilePTP(std::uint32_t handle, const std::string& destination);
+  [[nodiscard]] Status downloadFilePTP(std::uint32_t handle, const std::string& destination);
   /// By one streamed GetObject, with the progress callback asked on the way. -48 where the file is
   /// there already; a failure leaves none.
-  Status downloadImagePTP(std::uint32_t handle, const std::string& destination);
+  [[nodiscard]] Status downloadImagePTP(std::uint32_t handle, const std::string& destination);
   /// Into a file of the temporary folder, whose path it gives.
   std::optional<std::string> downloadObjectPTP(std::uint32_t handle);
-  Status sendFilePTP(const std::string& path, std::uint32_t storage, std::uint32_t parent,
-                     std::uint32_t* resultHandle);
-  Status sendFilePTP(const std::string& path, std::uint32_t storage, std::uint32_t parent,
-                     std::span<const std::byte> content, XTExtendedObjectInfo& info,
-                     std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendFilePTP(const std::string& path, std::uint32_t storage,
+                                   std::uint32_t parent, std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendFilePTP(const std::string& path, std::uint32_t storage,
+                                   std::uint32_t parent, std::span<const std::byte> content,
+                                   XTExtendedObjectInfo& info, std::uint32_t* resultHandle);
   /// Fills `info` from a local file, as the device can take it. -43, -1302 (no regular file), -127
   /// (no type, size or date), 0x200B (no format that the device knows).
-  Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
-                       const CodeList* supportedOperations, bool* xtSendRequired);
+  [[nodiscard]] Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
+                                     const CodeList* supportedOperations, bool* xtSendRequired);
   /// -1400 without a list of operations, 0x2005 where the device cannot delete.
-  Status deleteObjectPTP(std::uint32_t handle);
-  Status deleteVendorObjectPTP(std::uint32_t handle);
+  [[nodiscard]] Status deleteObjectPTP(std::uint32_t handle);
+  [[nodiscard]] Status deleteVendorObjectPTP(std::uint32_t handle);
   /// Gives an object another name on the device. 0x2005 where the device cannot.
-  Status renamePTPObject(std::uint32_t handle, const std::string& name);
+  [[nodiscard]] Status renamePTPObject(std::uint32_t handle, const std::string& name);
   std::int32_t imageCountPTP();
   /// Handles of the pictures (formats 0x38xx and the maker's 0xB8xx) of a store.
   std::optional<ObjectReferences> pictureFilesOnStore(std::uint32_t store);
@@ -355,12 +357,12 @@ class XTPictureDevice : public Object {
   virtual bool isPTPDevice() const { return false; }
   virtual bool isMSCamera() const { return false; }
   virtual bool isMSCard() const { return false; }
-  virtual Status indicateBusy() { return status::kOK; }
+  [[nodiscard]] virtual Status indicateBusy() { return status::kOK; }
   virtual std::uint16_t displayRequestVersion() { return 0; }
-  virtual Status displayOnDevice(std::string_view title1, std::string_view title2,
-                                 std::string_view line1, std::string_view line2,
-                                 std::string_view line3, std::string_view bottom);
-  virtual Status indicateFulfillment(std::uint32_t order, std::uint32_t asset);
+  [[nodiscard]] virtual Status displayOnDevice(std::string_view title1, std::string_view title2,
+                                               std::string_view line1, std::string_view line2,
+                                               std::string_view line3, std::string_view bottom);
+  [[nodiscard]] virtual Status indicateFulfillment(std::uint32_t order, std::uint32_t asset);
   /// Calls of the power management, before sleep and after it.
   virtual void systemWillSleep() {}
   virtual void systemAwake() {}
@@ -378,9 +380,9 @@ class XTPictureDevice : public Object {
   virtual const CodeList* imageFormatList();
 
   /// As the property of that name gives it (ISO 15740, BatteryLevel).
-  virtual std::uint8_t batteryLevel();      ///< 255
-  virtual Status setDateTime();             ///< -1400
-  virtual Status loadDeviceInfoUncached();  ///< -50
+  virtual std::uint8_t batteryLevel();                    ///< 255
+  [[nodiscard]] virtual Status setDateTime();             ///< -1400
+  [[nodiscard]] virtual Status loadDeviceInfoUncached();  ///< -50
   virtual std::unique_ptr<PTPPassThroughRecord> deviceInfoDataset();
 
   // Counts and lists. Counts: 0, that of objects on a store: -1.
@@ -402,42 +404,47 @@ class XTPictureDevice : public Object {
   virtual std::optional<std::vector<std::uint32_t>> storageIDs();
   /// `storageID` is one of storageIDs() (ISO 15740, StorageInfo).
   virtual std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t storageID);
-  virtual Status formatStore(std::uint32_t storageID);  ///< -50, also reported as not recognised
+  /// -50, also reported as not recognised
+  [[nodiscard]] virtual Status formatStore(std::uint32_t storageID);
 
   // Address book.
-  virtual Status addressBookInfo(XT_AddressBookInfo& info);  ///< 0
+  [[nodiscard]] virtual Status addressBookInfo(XT_AddressBookInfo& info);  ///< 0
   virtual std::optional<AddressBook> addressBookDictUncached();
   /// Writes the book after validating it, and brings its contacts and groups up to date with what
   /// was written. What is written depends on the device: groups alone where it keeps vendor data
   /// sets, an empty file elsewhere (docs/oddities.md).
-  virtual Status setAddressBookDict(AddressBook& book);    ///< -1400
-  virtual Status setAddressBook(const std::string& path);  ///< -1400
+  [[nodiscard]] virtual Status setAddressBookDict(AddressBook& book);    ///< -1400
+  [[nodiscard]] virtual Status setAddressBook(const std::string& path);  ///< -1400
 
   // Objects. Sizes in bytes: 0; objectInfo: -4.
   virtual std::int64_t thumbSize(const ObjectReference& object);
   virtual std::int64_t objectSize(const ObjectReference& object);
   virtual std::optional<std::string> objectFilename(const ObjectReference& object);
   virtual std::shared_ptr<XTExtendedObjectInfo> objectInfoForHandle(const ObjectReference& object);
-  virtual Status objectInfo(std::shared_ptr<XTExtendedObjectInfo>& info, std::uint32_t handle);
+  [[nodiscard]] virtual Status objectInfo(std::shared_ptr<XTExtendedObjectInfo>& info,
+                                          std::uint32_t handle);
   virtual std::optional<std::string> hostObjectWrapperFile();  ///< local path
 
   // Transfers. Statuses of downloads: -1400, of sends: -50.
   /// `destination` is a path of the host.
   virtual std::optional<ByteBuffer> downloadThumb(const ObjectReference& object);
-  virtual Status downloadImage(const ObjectReference& object, const std::string& destination);
-  virtual Status downloadFile(const ObjectReference& object, const std::string& destination);
+  [[nodiscard]] virtual Status downloadImage(const ObjectReference& object,
+                                             const std::string& destination);
+  [[nodiscard]] virtual Status downloadFile(const ObjectReference& object,
+                                            const std::string& destination);
   virtual std::optional<ByteBuffer> downloadObject(const ObjectReference& object);
   /// Announces an object, whose data sendObjectData() gives then. `resultHandle` may be null.
-  virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
-                                std::uint32_t parent, std::uint32_t* resultHandle);
-  virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle);
-  virtual Status sendObjectData(std::span<const std::byte> data);
+  [[nodiscard]] virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
+                                              std::uint32_t parent, std::uint32_t* resultHandle);
+  [[nodiscard]] virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info,
+                                                   std::uint32_t handle);
+  [[nodiscard]] virtual Status sendObjectData(std::span<const std::byte> data);
 
   // Deleting. Statuses: -1400, of bragbooks and host object wrappers: 0x200B.
-  virtual Status deleteFilesOfType(std::uint16_t type);
-  virtual Status deleteOrderFiles();
-  virtual Status deleteBragbookFiles();
-  virtual Status deleteHostObjectWrapperFiles();
+  [[nodiscard]] virtual Status deleteFilesOfType(std::uint16_t type);
+  [[nodiscard]] virtual Status deleteOrderFiles();
+  [[nodiscard]] virtual Status deleteBragbookFiles();
+  [[nodiscard]] virtual Status deleteHostObjectWrapperFiles();
 
  protected:
   XTPictureDevice() = default;

@@ -29,13 +29,14 @@ class AddressBookReading {
   /// the code of an XTPTPException. One that was cut short is in the book, and unread in the
   /// report. Raises NSRangeException for one that ends early, and an assertion for a group with a
   /// member that is no contact.
-  Status fillInABDict(AddressBook& book, const ObjectHandles& contacts,
-                      const ObjectHandles& groups);
+  [[nodiscard]] Status fillInABDict(AddressBook& book, const ObjectHandles& contacts,
+                                    const ObjectHandles& groups);
 
  private:
-  Status readContacts(const ObjectHandles& handles, Contacts& contacts, ContactsByHandle& map);
-  Status readGroups(const ObjectHandles& handles, const ContactsByHandle& map,
-                    ContactGroups& groups);
+  [[nodiscard]] Status readContacts(const ObjectHandles& handles, Contacts& contacts,
+                                    ContactsByHandle& map);
+  [[nodiscard]] Status readGroups(const ObjectHandles& handles, const ContactsByHandle& map,
+                                  ContactGroups& groups);
 
   PTPTransactions& device_;
   ReadingReport& report_;
@@ -57,18 +58,18 @@ class AddressBookWriting {
   /// status. What was sent has no action any more, and an added group has its handle; the list of
   /// groups loses the deleted ones only when all succeeded. Assertions: a group that is deleted
   /// without a handle, a member without one, an update without one, a device that gives none.
-  Status setAddressBookDictToDatasets(AddressBook& book);
+  [[nodiscard]] Status setAddressBookDictToDatasets(AddressBook& book);
   /// Puts an empty file "DCEMAIL.ABK" in place of those on the device, which are deleted first, and
   /// empties the book's contacts (docs/oddities.md). An assertion for a book without a list of
   /// contacts.
-  Status setAddressBookDictToABKFile(AddressBook& book);
+  [[nodiscard]] Status setAddressBookDictToABKFile(AddressBook& book);
 
  private:
   /// True in `keep` where the group belongs into the list afterwards.
-  Status writeGroup(ContactGroup& group, bool& keep);
-  Status deleteGroup(const ContactGroup& group);
-  Status sendGroup(ContactGroup& group);
-  Status deleteFiles();
+  [[nodiscard]] Status writeGroup(ContactGroup& group, bool& keep);
+  [[nodiscard]] Status deleteGroup(const ContactGroup& group);
+  [[nodiscard]] Status sendGroup(ContactGroup& group);
+  [[nodiscard]] Status deleteFiles();
   Status note(DataSyncAction action, const std::string& what, std::uint32_t handle, Status status);
 
   PTPTransactions& device_;

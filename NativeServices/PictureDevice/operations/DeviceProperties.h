@@ -33,13 +33,13 @@ class DeviceProperties {
 
   /// 0x200A where the device does not list the property, else the status of SetDevicePropValue. A
   /// text that is no GUID is sent as an empty one.
-  Status setProperty(std::uint16_t property, const std::string& text);
-  Status setPropertyGuid(std::uint16_t property, const std::string& guid);
+  [[nodiscard]] Status setProperty(std::uint16_t property, const std::string& text);
+  [[nodiscard]] Status setPropertyGuid(std::uint16_t property, const std::string& guid);
 
  private:
   bool has(std::uint16_t property) const;
   std::optional<XTPTPDataSet> value(std::uint16_t property);
-  Status set(std::uint16_t property, const XTMutablePTPDataSet& value);
+  [[nodiscard]] Status set(std::uint16_t property, const XTMutablePTPDataSet& value);
 
   PTPTransactions& device_;
 };

@@ -19,8 +19,6 @@
 namespace tarvo {
 namespace {
 
-constexpr std::uint16_t kJPEGFormat = 0x3801;
-
 bool isOneOf(const std::vector<std::string>& models, std::string_view model) {
   return std::ranges::find(models, model) != models.end();
 }
@@ -79,8 +77,8 @@ struct FormatChoice {
     type = isLegacyModel(facts.model, maker) ? forLegacyModel(type) : byOperations(type);
     undefinedIsAllowed = isOneOf(maker.undefinedFormatModels, facts.model);
     if (undefinedIsAllowed) return ptp::kUndefinedFormat;
-    const bool isFavourite = type == kJPEGFormat && facts.capabilities.deviceSupportsBragbooks &&
-                             isBragbookFilename(path);
+    const bool isFavourite = type == ptp::kJPEGFormat &&
+                             facts.capabilities.deviceSupportsBragbooks && isBragbookFilename(path);
     return isFavourite ? favourite() : type;
   }
 };

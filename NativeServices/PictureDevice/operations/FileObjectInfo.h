@@ -28,8 +28,8 @@ bool isBragbookFilename(std::string_view path);
 /// date cannot be told; -50 for 4 GiB and more, which no ObjectInfo can announce; 0x200B for a
 /// file of no format that the device knows. On a device that can take no file the format is 0x2005
 /// and the result 0 (docs/oddities.md).
-Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
-                     const CodeList* supportedOperations, const PTPDeviceFacts& facts,
-                     const MakerConstants& maker, bool* xtSendRequired);
+[[nodiscard]] Status fillInObjInfo(XTExtendedObjectInfo& info, const std::string& path,
+                                   const CodeList* supportedOperations, const PTPDeviceFacts& facts,
+                                   const MakerConstants& maker, bool* xtSendRequired);
 
 }  // namespace tarvo

@@ -18,12 +18,12 @@ class ObjectChanges {
 
   /// By the vendor's operation where the device has it and the object lies in the store that the
   /// operation is for (0x00030001); by DeleteObject otherwise. 0x2005 where the device has neither.
-  Status deleteObject(std::uint32_t handle);
+  [[nodiscard]] Status deleteObject(std::uint32_t handle);
   /// By the vendor's operation (0x9209), whatever the store.
-  Status deleteVendorObject(std::uint32_t handle);
+  [[nodiscard]] Status deleteVendorObject(std::uint32_t handle);
   /// Standard PTP cannot rename, the vendor's XTO_UPDATE_EXT_OBJECT_INFO can: 0x2005 where the
   /// device does not list it, -50 for a name that is none (see isObjectName()).
-  Status rename(std::uint32_t handle, const std::string& name);
+  [[nodiscard]] Status rename(std::uint32_t handle, const std::string& name);
 
  private:
   std::uint16_t deleteOpcode(std::uint32_t handle);

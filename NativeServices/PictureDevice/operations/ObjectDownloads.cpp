@@ -317,8 +317,11 @@ Status Fetch::transfer(PartFile& part) {
   if (there > 0 && there <= info_->compressedSize()) {
     return goOn(part, static_cast<std::uint32_t>(there));
   }
-  part.truncate(0);  // the one longer than the object
-  return stream(part);
+  const int error = part.truncate(0);  // the one longer than the object
+  if (error == 0) return stream(part);
+  couldNotWrite_ = true;
+  place_.failToWrite("the file cannot be written", error);
+  return status::kIOError;
 }
 
 Status Fetch::stream(PartFile& part) {

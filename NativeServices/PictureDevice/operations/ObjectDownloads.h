@@ -39,18 +39,18 @@ class ObjectDownloads {
   /// To the file at `destination`, over one that is there; no file of that name is left after a
   /// failure. -19 without information of the object, -36 for a file that cannot be made or written
   /// and for an object that came short, otherwise the status of the device.
-  Status file(std::uint32_t handle, const std::string& destination);
+  [[nodiscard]] Status file(std::uint32_t handle, const std::string& destination);
   /// To a new file, by one GetObject during which the progress callback is asked. -48 where there
   /// is a file of that name, -490 when the callback cancelled, otherwise as file(). The file shows
   /// the date of the object.
-  Status image(std::uint32_t handle, const std::string& destination);
+  [[nodiscard]] Status image(std::uint32_t handle, const std::string& destination);
 
  private:
   ObjectInfoPointer information(std::uint32_t handle);
-  Status toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer);
-  Status toDescriptor(std::uint32_t handle, std::uint32_t size, int descriptor);
-  Status wholeTo(std::uint32_t handle, std::uint32_t size, int descriptor,
-                 ProgressCallback progress);
+  [[nodiscard]] Status toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer);
+  [[nodiscard]] Status toDescriptor(std::uint32_t handle, std::uint32_t size, int descriptor);
+  [[nodiscard]] Status wholeTo(std::uint32_t handle, std::uint32_t size, int descriptor,
+                               ProgressCallback progress);
 
   PTPTransactions& device_;
 };

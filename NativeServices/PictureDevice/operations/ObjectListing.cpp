@@ -106,7 +106,8 @@ ReadInfo ObjectListing::find(std::uint32_t handle) {
   // A device that knows objects only once their folder was listed calls this one invalid until
   // then; any other refusal would be the same after a listing.
   if (read.info || read.status != status::kPTPInvalidObjectHandle) return read;
-  list({}, [&](std::uint32_t listed, const ReadInfo* known) {
+  // A list that cannot be had leaves the device's own refusal.
+  (void)list({}, [&](std::uint32_t listed, const ReadInfo* known) {
     if (listed != handle) return true;
     read = known ? *known : readInfo(device_, handle);
     return false;

@@ -64,10 +64,10 @@ class ObjectListing {
   explicit ObjectListing(PTPTransactions& device) : device_(device) {}
 
   /// Appends the handles, each once, by as few transactions as it takes.
-  Status handles(const ListingQuery& query, ObjectHandles& handles);
+  [[nodiscard]] Status handles(const ListingQuery& query, ObjectHandles& handles);
   /// Gives each object with its information as soon as it is known, and once; one without
   /// information counts as of any format. What turns up while the others are read is there, too.
-  Status visit(const ListingQuery& query, const Visitor& visitor);
+  [[nodiscard]] Status visit(const ListingQuery& query, const Visitor& visitor);
   /// The information of an object, also where the device knows it only after its folder was listed.
   ReadInfo find(std::uint32_t handle);
 
@@ -75,19 +75,22 @@ class ObjectListing {
   /// `read` is null for an object that was not looked at; false ends the list.
   using Found = std::function<bool(std::uint32_t handle, const ReadInfo* read)>;
 
-  Status list(const ListingQuery& query, const Found& found);
+  [[nodiscard]] Status list(const ListingQuery& query, const Found& found);
   /// `ask` for each store that the query means.
-  Status eachStore(const ListingQuery& query, const std::function<Status(std::uint32_t)>& ask);
-  Status listStore(std::uint32_t store, std::uint16_t format, const Found& found);
+  [[nodiscard]] Status eachStore(const ListingQuery& query,
+                                 const std::function<Status(std::uint32_t)>& ask);
+  [[nodiscard]] Status listStore(std::uint32_t store, std::uint16_t format, const Found& found);
   /// All that there is, until nothing more turns up.
-  Status giveAll(std::uint32_t store, ObjectHandles& all, const Found& found);
-  Status listFolder(const ListingQuery& query, std::uint32_t store, const Found& found);
+  [[nodiscard]] Status giveAll(std::uint32_t store, ObjectHandles& all, const Found& found);
+  [[nodiscard]] Status listFolder(const ListingQuery& query, std::uint32_t store,
+                                  const Found& found);
   /// All that the device names at once. `isAll`: nothing is left for a walk through the folders.
-  Status listAtOnce(std::uint32_t store, ObjectHandles& handles, bool& isAll);
+  [[nodiscard]] Status listAtOnce(std::uint32_t store, ObjectHandles& handles, bool& isAll);
   /// As listHandles(), or of every format where the device does not choose.
-  Status listMembers(std::uint32_t store, std::uint16_t format, std::uint32_t folder,
-                     ObjectHandles& handles);
-  Status walk(std::uint32_t store, const ObjectHandles& top, bool isDeep, const Found& found);
+  [[nodiscard]] Status listMembers(std::uint32_t store, std::uint16_t format, std::uint32_t folder,
+                                   ObjectHandles& handles);
+  [[nodiscard]] Status walk(std::uint32_t store, const ObjectHandles& top, bool isDeep,
+                            const Found& found);
   /// Gives those that were not given yet.
   void give(const ObjectHandles& handles, const Found& found);
 

@@ -52,7 +52,8 @@ std::uint16_t formatCodeFilter(std::string_view model, const MakerConstants& mak
 bool takesData(const CodeList* operations, const DeviceCapabilities& capabilities);
 
 /// Reads all of a file of `size` bytes. -43 when it cannot be opened, -36 when it ends early.
-Status readWholeFile(const std::string& path, std::uint32_t size, ByteBuffer& content);
+[[nodiscard]] Status readWholeFile(const std::string& path, std::uint32_t size,
+                                   ByteBuffer& content);
 
 /// Main thread only.
 class ObjectSending {
@@ -65,17 +66,19 @@ class ObjectSending {
   /// memory as a whole. `resultHandle` may be null; it is written after success alone. -43 for a
   /// file that cannot be read, -36 for one that ends early, -50 for one of 4 GiB and more,
   /// otherwise the status of fillInObjInfo() or of the device. `operations` may be null.
-  Status sendFile(const std::string& path, const CodeList* operations, std::uint32_t storage,
-                  std::uint32_t parent, std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendFile(const std::string& path, const CodeList* operations,
+                                std::uint32_t storage, std::uint32_t parent,
+                                std::uint32_t* resultHandle);
   /// The same with content and information that the caller made. A device that refuses the
   /// information of a file "PREFGUID.TXT" keeps no default collection, which is no failure: 0, and
   /// nothing was sent. On the picture-viewer model the file counts as "PREFGUID.HOW".
-  Status sendContent(const std::string& path, std::uint32_t storage, std::uint32_t parent,
-                     std::span<const std::byte> content, XTExtendedObjectInfo& info,
-                     std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendContent(const std::string& path, std::uint32_t storage,
+                                   std::uint32_t parent, std::span<const std::byte> content,
+                                   XTExtendedObjectInfo& info, std::uint32_t* resultHandle);
   /// The same without a file. -1400 where the device takes none (takesData()).
-  Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
-                  std::uint32_t storage, std::uint32_t parent, std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendData(std::span<const std::byte> data, XTExtendedObjectInfo& info,
+                                std::uint32_t storage, std::uint32_t parent,
+                                std::uint32_t* resultHandle);
 
  private:
   PTPTransactions& device_;

@@ -52,12 +52,12 @@ class OrderLists {
   /// out, and so are recipients that are no contacts and pictures without information; one that was
   /// cut short is in the list, and unread in the report. 0, or the code of an XTPTPException, after
   /// which what was appended stays. Raises NSRangeException for an order that ends early.
-  Status fillInEmailOrderList(EmailOrders& list, const ObjectHandles& orders,
-                              const OrderContext& context);
+  [[nodiscard]] Status fillInEmailOrderList(EmailOrders& list, const ObjectHandles& orders,
+                                            const OrderContext& context);
   /// The same; here an order that cannot be read, and one whose picture has no information, ends
   /// the reading with 0x2002.
-  Status fillInPrintOrderList(PrintOrders& list, const ObjectHandles& orders,
-                              const OrderContext& context);
+  [[nodiscard]] Status fillInPrintOrderList(PrintOrders& list, const ObjectHandles& orders,
+                                            const OrderContext& context);
 
   /// Appends the orders of the marker files, which are read in `defaultEncoding` (an iconv name).
   /// A marker that cannot be read is left out.
@@ -66,7 +66,8 @@ class OrderLists {
 
  private:
   void appendEmailOrder(EmailOrders& list, std::uint32_t handle, const OrderContext& context);
-  Status appendPrintOrder(PrintOrders& list, std::uint32_t handle, const OrderContext& context);
+  [[nodiscard]] Status appendPrintOrder(PrintOrders& list, std::uint32_t handle,
+                                        const OrderContext& context);
   /// File name of an object, without folders; none without information.
   std::optional<std::string> assetName(std::uint32_t handle);
   /// Downloads each marker that `isWanted` for `parse`, and removes it again.
@@ -90,12 +91,12 @@ class OrderDeletion {
 
   /// By their whole names, while they are read by the beginnings of their names. A file
   /// without information is passed over.
-  Status deleteMarkers();
+  [[nodiscard]] Status deleteMarkers();
   /// Every e-mail order, then every print order, by the vendor's operation.
-  Status deleteDataSets();
+  [[nodiscard]] Status deleteDataSets();
 
  private:
-  Status deleteAllOfFormat(std::uint16_t format);
+  [[nodiscard]] Status deleteAllOfFormat(std::uint16_t format);
 
   PTPTransactions& device_;
 };

@@ -88,7 +88,7 @@ class PTPTransactions {
   virtual std::uint32_t lastReceived() const { return 0; }
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.
   /// Needs no session (ISO 15740, GetDeviceInfo).
-  virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
+  [[nodiscard]] virtual Status getDeviceInfo(PTPPassThroughRecord& record) = 0;
   /// XTO_GET_SUPPORTED_DATASETS (0x920A): the vendor data set formats that the device knows; empty
   /// when it does not list the operation. Read once. Raises XTPTPException, with the status under
   /// "ptpResponseCode", when the transaction fails.
@@ -97,16 +97,16 @@ class PTPTransactions {
   /// supportedDatasets().
   virtual std::uint16_t displayRequestVersion() = 0;
   /// XTO_DISPLAY_REQUEST (0x9008). 0x2001, not 0, after success.
-  virtual Status displayRequest(XTMutablePTPDataSet& request) = 0;
+  [[nodiscard]] virtual Status displayRequest(XTMutablePTPDataSet& request) = 0;
   /// XTO_GET_BRAGBOOK_VERSION (0x9011); 0 without a transaction on a device without favourites.
   virtual std::uint16_t bragbookVersion() = 0;
   /// Whether XTO_GET_LCB_INFO (0x900C) is listed and answered with OK.
   virtual bool doesLCBInfoWork() = 0;
   /// XTO_GET_ADDRESS_BOOK_INFO (0x9007); kept once it has a version. 0x2005 on a device without an
   /// address book.
-  virtual Status addressBookInfo(XT_AddressBookInfo& info) = 0;
+  [[nodiscard]] virtual Status addressBookInfo(XT_AddressBookInfo& info) = 0;
   /// ResetDevice (0x1010).
-  virtual Status sendDeviceReset() = 0;
+  [[nodiscard]] virtual Status sendDeviceReset() = 0;
 
   // Properties.
 
@@ -116,7 +116,8 @@ class PTPTransactions {
   /// GetDevicePropValue (0x1015), the same way.
   virtual std::optional<XTPTPDataSet> propertyValueDataSet(std::uint16_t property) = 0;
   /// SetDevicePropValue (0x1016); `value` is a data set, padded here where its size demands it.
-  virtual Status setProperty(std::uint16_t property, std::span<const std::byte> value) = 0;
+  [[nodiscard]] virtual Status setProperty(std::uint16_t property,
+                                           std::span<const std::byte> value) = 0;
 
   // Stores.
 
@@ -125,7 +126,7 @@ class PTPTransactions {
   /// GetStorageInfo (0x1005); null on failure.
   virtual std::shared_ptr<const PTPStorageInfo> storageInfo(std::uint32_t storageID) = 0;
   /// FormatStore (0x100F).
-  virtual Status formatStore(std::uint32_t storageID) = 0;
+  [[nodiscard]] virtual Status formatStore(std::uint32_t storageID) = 0;
 
   // Objects.
 
@@ -146,8 +147,8 @@ class PTPTransactions {
   /// format, `association` 0 every object, 0xFFFFFFFF the top. What devices make of it differs:
   /// ObjectListing takes care of that. `handles` is left empty on failure; kICAProtocolError for
   /// fewer handles than the device announces, and for more than kMostObjects.
-  virtual Status listHandles(std::uint32_t store, std::uint16_t format, std::uint32_t association,
-                             ObjectHandles& handles) = 0;
+  [[nodiscard]] virtual Status listHandles(std::uint32_t store, std::uint16_t format,
+                                           std::uint32_t association, ObjectHandles& handles) = 0;
   /// A device with more objects is none that a person could look through.
   static constexpr std::size_t kMostObjects = std::size_t{1} << 20;
   /// Whether the device has been seen to name, for association 0, what lies in folders: many name
@@ -159,38 +160,43 @@ class PTPTransactions {
                                                                            std::uint16_t type) = 0;
   /// GetObjectInfo (0x1008), unless the information is cached; `info` is shared with the cache and
   /// left alone on failure.
-  virtual Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) = 0;
+  [[nodiscard]] virtual Status objectInfo(ObjectInfoPointer& info, std::uint32_t handle) = 0;
   /// The next objectInfo() asks the device again.
   virtual void invalidateInfoCacheForObject(std::uint32_t handle) = 0;
   /// DeleteObject, by the standard (0x100B) or the vendor's (0x9209) operation; `format` 0 is any.
-  virtual Status deleteObject(std::uint32_t handle, std::uint16_t format, std::uint16_t opcode) = 0;
+  [[nodiscard]] virtual Status deleteObject(std::uint32_t handle, std::uint16_t format,
+                                            std::uint16_t opcode) = 0;
   /// XTO_UPDATE_EXT_OBJECT_INFO (0x9206). -50 without a handle.
-  virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info, std::uint32_t handle) = 0;
+  [[nodiscard]] virtual Status updateExtObjectInfo(XTExtendedObjectInfo& info,
+                                                   std::uint32_t handle) = 0;
 
   // Transfers. `received` counts what came into the sink. A sink that ends the transfer gives -490,
   // and so does the progress callback.
 
   /// GetObject (0x1009) into `sink`. `size` is what ObjectInfo says; 0 is done at once; 0xFFFFFFFF
   /// reads to the end, whatever there is.
-  virtual Status downloadEntireObject(std::uint32_t handle, std::uint32_t size, ptp::DataSink& sink,
-                                      std::uint64_t& received) = 0;
+  [[nodiscard]] virtual Status downloadEntireObject(std::uint32_t handle, std::uint32_t size,
+                                                    ptp::DataSink& sink,
+                                                    std::uint64_t& received) = 0;
   /// GetPartialObject (0x101B): `size` bytes from `offset` on. The progress callback is asked with
   /// 0 before it, and told `size` after success.
-  virtual Status downloadPartialObject(std::uint32_t handle, std::uint32_t offset,
-                                       std::uint32_t size, ptp::DataSink& sink,
-                                       std::uint64_t& received) = 0;
+  [[nodiscard]] virtual Status downloadPartialObject(std::uint32_t handle, std::uint32_t offset,
+                                                     std::uint32_t size, ptp::DataSink& sink,
+                                                     std::uint64_t& received) = 0;
   /// SendObjectInfo, by the operation that the device takes for the object. Adjusts the format and
   /// the announced size in `info`. `*resultHandle` is left alone on failure; -50 without it.
-  virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
-                                std::uint32_t parent, std::uint32_t* resultHandle) = 0;
+  [[nodiscard]] virtual Status sendObjectInfo(XTExtendedObjectInfo& info, std::uint32_t storage,
+                                              std::uint32_t parent,
+                                              std::uint32_t* resultHandle) = 0;
   /// SendObject, by the operation that belongs to the last sendObjectInfo().
-  virtual Status sendObjectData(std::span<const std::byte> data) = 0;
+  [[nodiscard]] virtual Status sendObjectData(std::span<const std::byte> data) = 0;
   /// sendObjectInfo() and the file's bytes, in parts of 2 MiB (XTO_SEND_OBJECT_PART, 0x9019) where
   /// the device takes them and the file is larger. Nothing of the file is kept in memory. -43 for a
   /// file that cannot be read, -36 for one that ends early, -50 for one of 4 GiB and more.
-  virtual Status sendContentsOfFile(const std::string& path, XTExtendedObjectInfo& info,
-                                    std::uint32_t storage, std::uint32_t parent,
-                                    std::uint32_t* resultHandle) = 0;
+  [[nodiscard]] virtual Status sendContentsOfFile(const std::string& path,
+                                                  XTExtendedObjectInfo& info, std::uint32_t storage,
+                                                  std::uint32_t parent,
+                                                  std::uint32_t* resultHandle) = 0;
 
   // Vendor data sets.
 
@@ -201,13 +207,14 @@ class PTPTransactions {
   virtual std::optional<XTPTPDataSet> getDataSet(std::uint32_t handle, std::uint16_t format) = 0;
   /// XTO_CREATE_DATASET (0x9205); pads the data set where its size demands it. `*resultHandle` is
   /// left alone on failure.
-  virtual Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
-                              std::uint32_t* resultHandle) = 0;
+  [[nodiscard]] virtual Status createFormat(std::uint16_t format, XTMutablePTPDataSet& dataSet,
+                                            std::uint32_t* resultHandle) = 0;
   /// XTO_UPDATE_DATASET (0x9207), the same way.
-  virtual Status updateObject(std::uint32_t handle, std::uint16_t format,
-                              XTMutablePTPDataSet& dataSet) = 0;
+  [[nodiscard]] virtual Status updateObject(std::uint32_t handle, std::uint16_t format,
+                                            XTMutablePTPDataSet& dataSet) = 0;
   /// XTO_MODIFY_ASSET_LIST (0x9208): the order no longer waits for the picture.
-  virtual Status sendIndicateFulfillment(std::uint32_t order, std::uint32_t asset) = 0;
+  [[nodiscard]] virtual Status sendIndicateFulfillment(std::uint32_t order,
+                                                       std::uint32_t asset) = 0;
   /// Bytes that a data set of the format can have at most, by what the device holds; asks the
   /// device for counts that are not known.
   virtual std::uint32_t maxSizeForDatasetFormat(std::uint16_t format) = 0;
@@ -215,12 +222,13 @@ class PTPTransactions {
   // Queries of the device's database.
 
   /// Sends the query as an object of format XTD_QUERY; its handle names it from then on.
-  virtual Status sendQuery(std::string_view query, std::uint32_t* resultHandle) = 0;
+  [[nodiscard]] virtual Status sendQuery(std::string_view query, std::uint32_t* resultHandle) = 0;
   /// XTO_GET_DB_ROWS (0x901A): appends at most `maxSize` bytes of rows to `data`.
-  virtual Status getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp, std::uint32_t maxSize,
-                                    ByteBuffer& data, bool& endOfData) = 0;
+  [[nodiscard]] virtual Status getDBRowsFromQuery(std::uint32_t query, std::uint32_t sqlOp,
+                                                  std::uint32_t maxSize, ByteBuffer& data,
+                                                  bool& endOfData) = 0;
   /// Lets the query go.
-  virtual Status endQuery(std::uint32_t query, std::uint32_t sqlOp) = 0;
+  [[nodiscard]] virtual Status endQuery(std::uint32_t query, std::uint32_t sqlOp) = 0;
 
   // What long transfers tell and ask.
 
@@ -238,8 +246,8 @@ bool wasShort(const PTPTransactions& device, const XTPTPDataSet& dataSet, std::u
 /// Finds the objects of a format as objectHandlesOnStore() has them, on all stores unless one is
 /// named. 0, also where there are none and where the device does not know the format; otherwise why
 /// they cannot be told. ObjectListing finds them on devices that list in ways of their own, too.
-Status listObjects(PTPTransactions& device, std::uint16_t format, ObjectHandles& handles,
-                   std::uint32_t store = ptp::kAllStores);
+[[nodiscard]] Status listObjects(PTPTransactions& device, std::uint16_t format,
+                                 ObjectHandles& handles, std::uint32_t store = ptp::kAllStores);
 
 // How large the vendor data sets of a device can be, by what it holds: the room for receiving them.
 //

@@ -53,11 +53,11 @@ struct WritingReport {
 /// The status for an XTPTPException that ends a reading: its "ptpErrorCode", or 0 without one
 /// (docs/oddities.md); the report and the trace tell of it all the same. Any other exception is not
 /// for this.
-Status endedByPTPException(const Exception& exception, ReadingReport& report);
+[[nodiscard]] Status endedByPTPException(const Exception& exception, ReadingReport& report);
 
 /// Runs `work`, which gives a status, and ends it with endedByPTPException().
 template <typename Work>
-Status untilPTPException(ReadingReport& report, Work&& work) {
+[[nodiscard]] Status untilPTPException(ReadingReport& report, Work&& work) {
   try {
     return work();
   } catch (const Exception& exception) {

@@ -58,7 +58,7 @@ Status CollectionIDFile::find(std::uint32_t* handle) {
 std::optional<std::string> CollectionIDFile::defaultCollectionIDFromFile() {
   std::uint32_t handle = 0;
   // A device that cannot list has none to be found; the status would tell callers nothing else.
-  find(&handle);
+  (void)find(&handle);
   if (handle == 0) return std::nullopt;
   const auto data = ObjectDownloads(device_).dataInPieces(handle);
   if (!data) return std::nullopt;

@@ -25,12 +25,13 @@ class CollectionIDFile {
   /// Puts a file with that id in place of the first that is there. None and empty take the file
   /// away: the status of deleting it. Otherwise that of sending. -50 for an id that is no ASCII,
   /// before anything is deleted.
-  Status storeDefaultCollectionIDInFile(const std::optional<std::string>& collectionID);
+  [[nodiscard]] Status storeDefaultCollectionIDInFile(
+      const std::optional<std::string>& collectionID);
 
  private:
   /// Handle of the first such file, in `*handle`, which is 0 without one; the status of finding
   /// out.
-  Status find(std::uint32_t* handle);
+  [[nodiscard]] Status find(std::uint32_t* handle);
   std::string fileName() const;
   std::uint16_t format() const;
   bool isViewer() const;
@@ -53,13 +54,13 @@ class Shoebox {
 
   /// Sends a file as "tarvodsb.sbx", in parts where the device takes them; nobody learns its
   /// handle.
-  Status sendContents(const std::string& path, const CodeList* operations);
+  [[nodiscard]] Status sendContents(const std::string& path, const CodeList* operations);
   /// The same from memory as a whole; `resultHandle` may be null.
-  Status sendWhole(const std::string& path, const CodeList* operations,
-                   std::uint32_t* resultHandle);
+  [[nodiscard]] Status sendWhole(const std::string& path, const CodeList* operations,
+                                 std::uint32_t* resultHandle);
   /// Sends a picture as "sbximg.jpg". -43 where it cannot be read. An empty path is a failed
   /// assertion.
-  Status addImage(const std::string& path, const CodeList* operations);
+  [[nodiscard]] Status addImage(const std::string& path, const CodeList* operations);
 
  private:
   PTPTransactions& device_;

@@ -91,10 +91,10 @@ class PTPConnection {
   /// Opens session 1; nothing is sent where it is open. A session that is open already (0x201E,
   /// left by a process that died) is closed and opened anew. Returns 0, a PTP response code other
   /// than OK, or a status as for transact().
-  virtual Status openSession() = 0;
+  [[nodiscard]] virtual Status openSession() = 0;
   /// 0 also when none is open; otherwise the response code when it is not OK, or a status as for
   /// transact().
-  virtual Status closeSession() = 0;
+  [[nodiscard]] virtual Status closeSession() = 0;
 
   /// Runs one transaction. 0 when a response arrived (whatever its code), otherwise kICATimeout
   /// (no progress for the time-out), kICADeviceGone, kICAProtocolError (wrong transaction id, lying
@@ -108,7 +108,7 @@ class PTPConnection {
   ///
   /// The session is over after a reset, also one on the way back into step, and after a response
   /// that says that there is none or another one (0x2003, 0x2004, 0x201E): openSession() is due.
-  virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
+  [[nodiscard]] virtual Status transact(Transaction& transaction, std::string* why = nullptr) = 0;
 
   /// Events of the device from now on, until an empty handler is given: called on the main loop,
   /// never from inside another call, in the order of the device. Costs no wake-up while the device

@@ -20,15 +20,15 @@
 namespace tarvo::ptp {
 
 /// How one transfer ended.
-enum class TransferResult {
-  kCompleted,
-  kStalled,    ///< the endpoint is halted until clearHalt()
-  kTimedOut,   ///< ended by its time-out; `length` bytes had moved
-  kCancelled,  ///< ended by cancelAll(); `length` bytes had moved
-  kNoDevice,   ///< unplugged
-  kOverflow,   ///< the device sent more than the buffer holds
-  kNoMemory,   ///< not started: the system has no memory for USB transfers left (usbfs_memory_mb)
-  kError,      ///< any other failure of the bus
+enum class [[nodiscard]] TransferResult{
+    kCompleted,
+    kStalled,    ///< the endpoint is halted until clearHalt()
+    kTimedOut,   ///< ended by its time-out; `length` bytes had moved
+    kCancelled,  ///< ended by cancelAll(); `length` bytes had moved
+    kNoDevice,   ///< unplugged
+    kOverflow,   ///< the device sent more than the buffer holds
+    kNoMemory,   ///< not started: the system has no memory for USB transfers left (usbfs_memory_mb)
+    kError,      ///< any other failure of the bus
 };
 
 /// The USB still-image interface's three endpoints, as its descriptors give them.
