@@ -23,7 +23,7 @@ using Direction = SCSITaskInterface::Direction;
 using Response = SCSIServiceResponse;
 
 const std::string kUSBDevice = "/sys/devices/usb1/1-4";
-const std::string kUnit = kUSBDevice + "/1-4:1.0/host6/target6:0:0/6:0:0:0";
+const std::string kScsiDevice = kUSBDevice + "/1-4:1.0/host6/target6:0:0/6:0:0:0";
 /// The USB mode page: camera mode, power down, 123 units of delay.
 const std::vector<std::byte> kPage = hexBytes("0000000000000000 25 07 04 01 0000007b 05");
 const std::string kSelect =
@@ -34,8 +34,8 @@ class SgSCSIServicesTest : public testing::Test {
  protected:
   SgSCSIServicesTest() {
     bed.addUSBDevice(kUSBDevice, {1, "4", 7});
-    bed.add(kUnit, {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}}, {{"type", "5"}});
-    bed.add(kUnit + "/scsi_generic/sg1", {{"SUBSYSTEM", "scsi_generic"}}, {}, "sg1");
+    bed.add(kScsiDevice, {{"SUBSYSTEM", "scsi"}, {"DEVTYPE", "scsi_device"}}, {{"type", "5"}});
+    bed.add(kScsiDevice + "/scsi_generic/sg1", {{"SUBSYSTEM", "scsi_generic"}}, {}, "sg1");
     unit = std::make_unique<test::ScriptedUnit>(bed.handle(), "/dev/sg1");
     service = registry.servicesMatching({{"IOClass", "scsi_unit"}}).at(0);
     Status failure = -1;
@@ -44,8 +44,8 @@ class SgSCSIServicesTest : public testing::Test {
   }
 
   void unplug() {
-    bed.remove(kUnit + "/scsi_generic/sg1");
-    bed.remove(kUnit);
+    bed.remove(kScsiDevice + "/scsi_generic/sg1");
+    bed.remove(kScsiDevice);
   }
 
   /// What is told of one mode select, from the making of the task to its end.

@@ -17,7 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr char kID[] = "00112233-4455-6677-8899-AABBCCDDEEFF";
+constexpr char kOrder[] = "00112233-4455-6677-8899-AABBCCDDEEFF";
 
 class OrderAnswers : public ::testing::Test {
  protected:
@@ -33,9 +33,9 @@ class OrderAnswers : public ::testing::Test {
   void addOrders() {
     transactions_.add(1, "A.JPG", "");
     transactions_.addRecord(11, ptp::XTD_EMAIL_ORDER,
-                            {.orderID = kID, .destContacts = {31}, .assetHandles = {1}},
+                            {.orderID = kOrder, .destContacts = {31}, .assetHandles = {1}},
                             storeEmailOrder);
-    transactions_.addRecord(51, ptp::XTD_SQUIRT_TRANSFER_ORDER, {.orderID = kID},
+    transactions_.addRecord(51, ptp::XTD_SQUIRT_TRANSFER_ORDER, {.orderID = kOrder},
                             storeTransferOrder);
     device_->book.emplace().contacts =
         Contacts{std::make_shared<Contact>(Contact{.email = "first", .handle = 31}),

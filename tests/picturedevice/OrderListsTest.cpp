@@ -250,10 +250,11 @@ TEST(AddressBookReading, GivesNothingAfterAFailureAtAnyStep) {
   AddressBook book;
   ReadingReport report;
   AddressBookReading reading(device, report);
-  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {5}); }),
+  EXPECT_THAT(raised([&] { return reading.fillInABDict(book, {1}, {5}); }),
               HasSubstr("Could not find contacts for all members of group "));
   device.dataSets[1].resize(9);
-  EXPECT_THAT(raised([&] { reading.fillInABDict(book, {1}, {}); }), HasSubstr("NSRangeException"));
+  EXPECT_THAT(raised([&] { return reading.fillInABDict(book, {1}, {}); }),
+              HasSubstr("NSRangeException"));
 }
 
 ContactGroupPointer group(const std::string& name, DataSyncAction action, std::uint32_t handle,
@@ -317,10 +318,11 @@ TEST(AddressBookWriting, RefusesWhatHasNoHandle) {
     book.groups = ContactGroups{group};
     const std::string expected =
         *reason ? std::string("NSInternalInconsistencyException: ") + reason : "";
-    EXPECT_EQ(raised([&] {
-                AddressBookWriting(device, kMaker, report).setAddressBookDictToDatasets(book);
-              }),
-              expected);
+    EXPECT_EQ(
+        raised([&] {
+          return AddressBookWriting(device, kMaker, report).setAddressBookDictToDatasets(book);
+        }),
+        expected);
     EXPECT_EQ(device.calls.size(), calls) << reason;
   }
 }
@@ -362,7 +364,7 @@ TEST(AddressBookFileWriting, PutsAnEmptyFileInPlaceOfTheOldOnes) {
   AddressBook book;
   EXPECT_EQ(writing.setAddressBookDictToABKFile(book), 0x2005);
   device.capabilities.deviceSupportsAddressBooks = true;
-  EXPECT_THAT(raised([&] { writing.setAddressBookDictToABKFile(book); }),
+  EXPECT_THAT(raised([&] { return writing.setAddressBookDictToABKFile(book); }),
               HasSubstr("setAddressBookDict requires a contacts array"));
 }
 

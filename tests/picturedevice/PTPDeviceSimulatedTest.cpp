@@ -13,7 +13,7 @@
 namespace tarvo::test {
 namespace {
 
-constexpr std::uint32_t kMiB = 1U << 20;
+constexpr std::uint32_t kMebibyte = 1U << 20;
 constexpr std::uint32_t kStore = 0x00010001;
 
 /// Two pictures, and what a part at a time can be sent to.
@@ -62,7 +62,7 @@ TEST(SimulatedTransfers, ThatThisSideEndsLeaveADeviceThatWorksOn) {
   EXPECT_GT(received, 0U);
   EXPECT_EQ(sim->imageCount(), 2);
 
-  const auto path = folder.write("x", std::string(2 * kMiB + 5, 'x'));
+  const auto path = folder.write("x", std::string(2 * kMebibyte + 5, 'x'));
   const auto send = [&](std::uint32_t size) {
     XTExtendedObjectInfo info;
     info.setObjFmtCode(0x3801);
@@ -70,10 +70,10 @@ TEST(SimulatedTransfers, ThatThisSideEndsLeaveADeviceThatWorksOn) {
     std::uint32_t handle = 0;
     return sim->sendContentsOfFile(path, info, kStore, 0, &handle);
   };
-  EXPECT_EQ(send(3 * kMiB), -36) << "the file is shorter";
+  EXPECT_EQ(send(3 * kMebibyte), -36) << "the file is shorter";
   EXPECT_EQ(sim->imageCount(), 2);
   sim->setDownloadUpdateCb([](std::uint32_t bytes) { return bytes > 0; });
-  EXPECT_EQ(send(kMiB), -490);
+  EXPECT_EQ(send(kMebibyte), -490);
   EXPECT_EQ(sim->imageCount(), 2);
   sim.camera->forgetViolations();  // data that ended early
 }

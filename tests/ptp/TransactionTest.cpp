@@ -12,7 +12,7 @@ using test::Bytes;
 using test::USBScript;
 namespace wire = test::wire;
 
-constexpr std::uint16_t kOp = 0x1009;
+constexpr std::uint16_t kOperation = 0x1009;
 
 struct Received {
   Status status = 0;
@@ -25,7 +25,7 @@ struct Received {
 Received receive(USBScript& script, std::size_t room, std::size_t most = SIZE_MAX) {
   Received result;
   PiecewiseSink sink(room, most);
-  result.transaction.operation = kOp;
+  result.transaction.operation = kOperation;
   result.transaction.receive = &sink;
   auto connection = connectTo(script);
   result.status = connection->transact(result.transaction, &result.why);
@@ -46,10 +46,11 @@ TEST(Transaction, ReceivesDataOfEverySizeWhicheverWayTheDevicePutsItIntoPackets)
         SCOPED_TRACE(testing::Message()
                      << size << " bytes, form " << form << ", packet " << packet);
         const Bytes payload = wire::payload(size);
-        const Bytes whole = form == kUnknownSize ? wire::data(kOp, 0, payload, 0xFFFFFFFF - 12)
-                                                 : wire::data(kOp, 0, payload);
+        const Bytes whole = form == kUnknownSize
+                                ? wire::data(kOperation, 0, payload, 0xFFFFFFFF - 12)
+                                : wire::data(kOperation, 0, payload);
         USBScript script(packet);
-        script.out(wire::command(kOp, 0));
+        script.out(wire::command(kOperation, 0));
         if (form == kHeaderApart) {
           script.in(Bytes(whole.begin(), whole.begin() + 12));
           if (size > 0) script.in(payload);
@@ -80,7 +81,7 @@ TEST(Transaction, FillsRoomsOfAnySizeInOrderAndDropsTheRest) {
   for (const auto& [room, most] : rows) {
     for (std::uint32_t announced : {100000U, 0xFFFFFFFFU - 12}) {
       USBScript script;
-      script.out(wire::command(kOp, 0)).in(wire::data(kOp, 0, payload, announced));
+      script.out(wire::command(kOperation, 0)).in(wire::data(kOperation, 0, payload, announced));
       script.in(wire::response(0x2001, 0));
       const Received got = receive(script, room, most);
       EXPECT_EQ(got.status, 0) << got.why;
@@ -93,17 +94,17 @@ TEST(Transaction, FillsRoomsOfAnySizeInOrderAndDropsTheRest) {
 
 TEST(Transaction, PassesOverEmptyPacketsButNotForEver) {
   USBScript script;
-  script.out(wire::command(kOp, 0)).in({}).in({}).in(wire::response(0x2001, 0));
+  script.out(wire::command(kOperation, 0)).in({}).in({}).in(wire::response(0x2001, 0));
   EXPECT_EQ(receive(script, 0).status, 0);
   EXPECT_EQ(script.report(), "");
 
   USBScript endless;
-  endless.answers(kOp, 0).out(wire::command(kOp, 0));
+  endless.answers(kOperation, 0).out(wire::command(kOperation, 0));
   for (int i = 0; i < 5; ++i)
     endless.in({});
   endless.recovery(0);
   auto connection = connectTo(endless);
-  Transaction transaction{.operation = kOp};
+  Transaction transaction{.operation = kOperation};
   EXPECT_EQ(connection->transact(transaction, nullptr), 0);
   EXPECT_EQ(connection->transact(transaction, nullptr), status::kICAProtocolError);
   EXPECT_EQ(endless.report(), "");
@@ -146,9 +147,9 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
   auto connection = connectTo(script);
   ASSERT_EQ(connection->openSession(), 0);
   prepare(script);
-  script.in(wire::data(kOp, 1, payload)).in(wire::response(0x2001, 1));
+  script.in(wire::data(kOperation, 1, payload)).in(wire::response(0x2001, 1));
   PiecewiseSink sink(size, SIZE_MAX);
-  Transaction receiving{.operation = kOp, .receive = &sink};
+  Transaction receiving{.operation = kOperation, .receive = &sink};
   std::string why;
   EXPECT_EQ(connection->transact(receiving, &why), 0) << why;
   EXPECT_TRUE(sink.inOrder() && sink.memory() == payload);
@@ -166,10 +167,10 @@ void expectBothDirections(const std::function<void(USBScript&)>& prepare, std::s
 TEST(Transaction, DoesNotCareWhichEndpointIsHandedBackFirstOrWasHaltedBefore) {
   const auto readsFirst = [](USBScript& script) {
     script.readsFirst = true;
-    script.out(wire::command(kOp, 1));
+    script.out(wire::command(kOperation, 1));
   };
   const auto halted = [](USBScript& script) {
-    script.inEnds(TransferResult::kStalled).out(wire::command(kOp, 1));
+    script.inEnds(TransferResult::kStalled).out(wire::command(kOperation, 1));
     script.deviceStatus(0x2001).clearHalt(0x81);
   };
   expectBothDirections(readsFirst, 3000000);
@@ -182,7 +183,7 @@ TEST(Transaction, GoesOnForAsLongAsASlowDeviceMovesAnything) {
     expectBothDirections(
         [&](USBScript& script) {
           script.bytesPerSecond = bytesPerSecond;
-          script.out(wire::command(kOp, 1));
+          script.out(wire::command(kOperation, 1));
         },
         5000000);
 }
@@ -192,7 +193,7 @@ TEST(Transaction, MakesDoWithTheMemoryThatTheSystemHas) {
     expectBothDirections(
         [&](USBScript& script) {
           script.memory = bytes;
-          script.out(wire::command(kOp, 1));
+          script.out(wire::command(kOperation, 1));
         },
         5000000);
 }

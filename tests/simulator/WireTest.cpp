@@ -20,7 +20,7 @@ class Wire : public ::testing::Test {
   Wire() { command(ptp::kOpenSession, 0, {1}), take(); }
 
   void send(const Bytes& bytes) {
-    camera_.out(PTPCamera::kBulkOut, bytes, bytes.size() % 512 != 0);
+    (void)camera_.out(PTPCamera::kBulkOut, bytes, bytes.size() % 512 != 0);
   }
   void command(std::uint16_t code, std::uint32_t id, const std::vector<std::uint32_t>& with) {
     send(parameterContainer(ptp::kCommandBlock, code, id, with));
