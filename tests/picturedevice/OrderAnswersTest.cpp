@@ -210,8 +210,8 @@ TEST_F(OrderAnswers, SendTheShoeboxWholeAndItsPictures) {
     device_->cacheObject(9, stale);
     transactions_.failing = {{"SendObject", status}};
     EXPECT_EQ(device_->sendShoeboxPTP(box, nullptr), status);
-    EXPECT_EQ(device_->cachedInfoForObject(9) == nullptr, status == 0);
     EXPECT_EQ(device_->addImageToShoebox(folder.write("my.jpg", "image")), status);
+    EXPECT_EQ(device_->cachedInfoForObject(9) == nullptr, status == 0);
     EXPECT_TRUE(room_.trace.contains(formatted("sendData status: %d", status)));
   }
   EXPECT_EQ(device_->addImageToShoebox(folder.path("none")), -43);

@@ -62,7 +62,10 @@ TEST(Leftover, IsGotRidOfKindlyThenByAResetUntilTheDeviceAnswers) {
   USBScript stalled;
   stalled.out(wire::command(0x1002, 0, {1})).inEnds(TransferResult::kStalled);
   stalled.deviceStatus(0x2001).clearHalt(0x81).recovery(0).opens();
-  for (USBScript* script : {&kind, &hard, &silent, &stalled}) {
+  USBScript busy;  // It takes no command before it has sent all that somebody else has asked for.
+  busy.out(wire::command(0x1002, 0, {1}), TransferResult::kTimedOut);
+  busy.in(wire::payload(100000)).cancelRequest(0).opens();
+  for (USBScript* script : {&kind, &hard, &silent, &stalled, &busy}) {
     script->answers(0x1003, 1);
     auto connection = connectTo(*script);
     EXPECT_EQ(connection->openSession(), 0);

@@ -117,7 +117,6 @@ TEST_F(Tool, FetchesWhatItSentByteForByte) {
   EXPECT_EQ(tool("get SENT.JPG NOTES.TXT --output back/").exitCode, 0) << err();
   EXPECT_TRUE(folder_.read("work/back/SENT.JPG") == content);
   EXPECT_EQ(folder_.read("work/back/NOTES.TXT"), "Sharing orders live here.\n");
-  EXPECT_THAT(err(), IsEmpty());
 }
 
 TEST_F(Tool, ShowsAnObjectBeforeTheNextOneIsAsked) {

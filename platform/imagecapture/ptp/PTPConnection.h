@@ -39,13 +39,13 @@ struct Timeouts {
   std::chrono::milliseconds bulk{4000};
   std::chrono::milliseconds control{1000};  ///< closing the session at the end
   std::chrono::milliseconds recovery{500};  ///< each step of getting back in step after a failure
-  /// What a device goes on sending that somebody else has asked for, as long as it comes.
-  std::chrono::milliseconds stale{2000};
   /// All of closing a session that another process left open, and opening it anew.
   std::chrono::milliseconds takeOver{2000};
   /// The first word of the device on this connection, before somebody else is thought to have left
   /// it in the middle of something.
   std::chrono::milliseconds firstWord{1000};
+  /// What a device goes on sending that somebody else has asked for, as long as it comes.
+  std::chrono::milliseconds stale{2000};
   /// The response to an operation that takes long by its nature: a store is formatted, a sent
   /// object written, a folder deleted, the device tests or resets itself. Counts where it is more
   /// than bulk.

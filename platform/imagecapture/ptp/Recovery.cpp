@@ -19,6 +19,8 @@ constexpr int kSteps = 10;
 /// Whether the last packet of what came is the response to the transaction.
 bool endsWithResponse(std::span<const std::byte> bytes, std::size_t packetSize,
                       std::uint32_t transactionID) {
+  // Outside a session it may be the one to any other, and more may follow.
+  if (transactionID == kNoTransactionID) return false;
   const auto last = bytes.last(bytes.size() % packetSize);
   Transaction ignored;
   return decodeResponse(last, transactionID, ignored).done();
@@ -56,8 +58,9 @@ bool Recovery::resynchronise(std::uint32_t transactionID) {
   const bool idle = awaitIdle();
   // The gentle way first, for a reset ends the session.
   // Too busy with sending to answer, it may be well once it got rid of that.
-  const bool hasEnded = (idle || silent_) &&
-                        drain(transactionID, isCancelled || silent_, timeouts_.stale) && !silent_;
+  const bool pauseEnds = isCancelled || silent_ || transactionID == kNoTransactionID;
+  const bool hasEnded =
+      (idle || silent_) && drain(transactionID, pauseEnds, timeouts_.stale) && !silent_;
   return !gone_ && (hasEnded || reset());
 }
 
