@@ -20,11 +20,6 @@ void NotificationCenter::removeObserver(const void* observer, std::string_view n
       [&](const Registration& entry) { return entry.observer == observer && entry.name == name; });
 }
 
-void NotificationCenter::removeObserversOfSender(const Object* sender) {
-  if (sender == nullptr) return;  // null is how a registration for every sender is kept
-  removeIf([&](const Registration& entry) { return entry.sender == sender; });
-}
-
 void NotificationCenter::post(const Notification& notification) {
   // A copy of the matching registrations: handlers may add and remove while it is walked, and a
   // registration that is being called stays alive through it.

@@ -44,9 +44,6 @@ class NotificationCenter {
   void removeObserver(const void* observer);
   /// Ends the registrations for `name` alone.
   void removeObserver(const void* observer, std::string_view name);
-  /// Drops every registration that filters on `sender`.
-  /// Called when the sender goes, so that a later object at the same address is not taken for it.
-  void removeObserversOfSender(const Object* sender);
 
   /// Returns when every observer has been called. A handler may post in its turn.
   void post(const Notification& notification);

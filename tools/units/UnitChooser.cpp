@@ -51,7 +51,7 @@ UnitSummary chooseUnit(ToolContext& context, const std::string& operation) {
     std::erase_if(meant, [&](const UnitSummary& unit) {
       return unit.serial != wanted && !(location && unit.location == location);
     });
-    meant.resize(std::min<std::size_t>(meant.size(), 1));
+    if (meant.size() > 1) meant.erase(meant.begin() + 1, meant.end());
   }
   return onlyOne(operation, wanted,
                  {.kind = "unit",

@@ -33,7 +33,8 @@ struct Transaction {
 
 /// How long to wait.
 /// The sum that a device which falls silent can cost is bulk, once, recovery, once, for all that is
-/// tried then, and half a second for a reset by port: 5 s at most with the values given here.
+/// tried then, and half a second for a reset by port: 5 s at most with the values given here. One
+/// that goes on sending what it should not costs stale more with each step of getting back in step.
 struct Timeouts {
   /// All bulk transfers of a transaction together without progress, which is payload that moves.
   std::chrono::milliseconds bulk{4000};
