@@ -48,6 +48,8 @@ std::optional<std::string> safeFileName(std::string_view name) {
   const std::string clean =
       replacingControls(lastPathComponent(name), [](char32_t) { return std::string("_"); });
   std::string fitting = numberedFileName(clean, 1);
+  // A stranger may make no file that only its owner's shell and desktop look for.
+  if (isFileName(fitting) && fitting.front() == '.') fitting.front() = '_';
   return isFileName(fitting) ? std::optional(std::move(fitting)) : std::nullopt;
 }
 

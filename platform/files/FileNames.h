@@ -15,8 +15,8 @@ namespace tarvo {
 inline constexpr std::size_t kMaximumFileName = 255;
 
 /// The last component of a name that a device gave, fit to be a file's name: control characters
-/// replaced, at most 255 bytes, of which an extension keeps its place. None for an empty one, "."
-/// and "..". Any thread.
+/// and a leading dot, which would hide it, replaced, at most 255 bytes, of which an extension keeps
+/// its place. None for an empty one, "." and "..". Any thread.
 std::optional<std::string> safeFileName(std::string_view name);
 
 /// Whether a text is the name of a file as it stands. Any thread.

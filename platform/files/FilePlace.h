@@ -43,6 +43,7 @@ struct FetchRequest {
   std::string folder = ".";           ///< must exist; nothing is written outside it
   std::optional<std::string> name{};  ///< in place of the object's own
   ExistingFile existing = ExistingFile::kRefuse;
+  mode_t mostPermissions = 0777;  ///< of a source that has any, the others are taken away
   /// Lent; a file of the run is neither replaced nor a reason to refuse: the next one is numbered.
   RunFiles* run = nullptr;
   ProgressCallback progress{};  ///< true cancels

@@ -265,9 +265,9 @@ Status copyFromVolume(const std::string& mountPoint, const VolumeObject& file,
   // Clients name the folder; it is theirs to make.
   if (::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
   FetchResult placed;
-  const FetchRequest request{.folder = folder, .name = lastPathComponent(file.path)};
+  const FetchRequest request{.folder = folder};
   FilePlace place(request, placed);
-  if (!place.prepare("")) return placed.status;
+  if (!place.prepare(file.path)) return placed.status;
   PartFile copy(place.folder(), PartFile::nameFor(place.name(), ""));
   if (const int failed = copy.open(PartFile::Opening::kNew); failed != 0) return statusOf(failed);
   const auto outcome = FileCopy().run(source.get(), copy.descriptor(),

@@ -302,13 +302,6 @@ class DownloadSink : public ptp::DataSink {
   int error_ = 0;
 };
 
-/// Empty where the device's name is no name of a file.
-std::string fileName(const std::string& deviceName) {
-  const std::string name = lastPathComponent(deviceName);
-  const bool isNone = name == "." || name == ".." || name.find('\0') != std::string::npos;
-  return isNone ? "" : name;
-}
-
 bool isWhole(const PTPObject& object, std::uint64_t size) {
   return object.size == ptp::kUnknownObjectSize || size == object.size;
 }
@@ -317,14 +310,13 @@ bool isWhole(const PTPObject& object, std::uint64_t size) {
 
 Status downloadObject(PTPChannel& channel, const PTPObject& object, const std::string& folder,
                       std::string& path, std::string* why) {
-  const std::string name = fileName(object.name);
-  if (name.empty() || ::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
+  if (::access(folder.c_str(), F_OK) != 0) return status::kFileNotFound;
   FetchResult placed;
-  const FetchRequest request{.folder = folder, .name = name};
+  const FetchRequest request{.folder = folder};
   FilePlace place(request, placed);
   // Looked at first, so that nothing is fetched in vain.
-  if (!place.prepare("")) return placed.status;
-  PartFile file(place.folder(), PartFile::nameFor(name, ""));
+  if (!place.prepare(object.name)) return placed.status;
+  PartFile file(place.folder(), PartFile::nameFor(place.name(), ""));
   if (file.open(PartFile::Opening::kNew) != 0) return status::kIOError;
 
   DownloadSink sink(file.descriptor());

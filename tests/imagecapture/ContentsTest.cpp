@@ -207,13 +207,13 @@ TEST_F(Contents, LeaveNothingBehindWhereTheirDownloadFails) {
 TEST_F(Contents, StayInsideTheFolderWhateverTheirName) {
   const std::pair<const char*, const char*> rows[] = {
       {"../x", "x"},  {"/etc/y", "y"}, {"a/b/../z", "z"}, {"", nullptr},
-      {".", nullptr}, {"..", nullptr}, {"a/..", nullptr}};
+      {".", nullptr}, {"..", nullptr}, {"a/..", nullptr}, {"a/.profile", "_profile"}};
   for (const auto& [name, expected] : rows) {
     fill(formatted(R"({"file": {"raw": "%s"}, "format": "0x3801", "size": 4})", name));
     EXPECT_EQ(download(picture()), expected ? status::kOK : status::kFileNotFound) << name;
     EXPECT_EQ(path, expected ? folder.path() + "/" + expected : "");
   }
-  EXPECT_EQ(filesInFolder().size(), 3U);
+  EXPECT_EQ(filesInFolder().size(), 4U);
 }
 
 }  // namespace

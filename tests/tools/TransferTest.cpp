@@ -237,8 +237,9 @@ std::unique_ptr<CameraBench> benchWith(const std::vector<std::string>& names) {
 }
 
 TEST(HostileNames, AllStayInsideTheFolder) {
-  const auto bench = benchWith({"../x", "/etc/x", "a/../../b", "..", ".", "", std::string(254, 'n'),
-                                "bell\x07\x1b[2J", "line\nend", "Same.txt", "SAME.TXT"});
+  const auto bench =
+      benchWith({"../x", "/etc/x", "a/../../b", "..", ".", "", std::string(254, 'n'),
+                 "bell\x07\x1b[2J", "line\nend", "Same.txt", "SAME.TXT", ".bash_profile"});
   const auto inner = bench->folder.path("chosen/inner");
   const auto run = bench->run({"get", "--all", "--output", inner + "/"});
   EXPECT_EQ(run.exitCode, tools::kFailed) << "three names are none";
@@ -250,10 +251,13 @@ TEST(HostileNames, AllStayInsideTheFolder) {
     for (const char letter : names.back())
       EXPECT_GE(static_cast<unsigned char>(letter), 0x20) << "no control characters";
   }
-  EXPECT_EQ(names.size(), 9U);
-  for (const char* name : {"x", "x (2)", "b", "Same.txt", "SAME.TXT", "\xEF\xBF\xBD.jpg"})
+  EXPECT_EQ(names.size(), 10U);
+  for (const char* name :
+       {"x", "x (2)", "b", "Same.txt", "SAME.TXT", "\xEF\xBF\xBD.jpg", "_bash_profile"})
     EXPECT_THAT(names, Contains(name));
   EXPECT_FALSE(fs::exists("/etc/x"));
+  EXPECT_EQ(bench->run({"rm", "*profile", "--yes"}).exitCode, tools::kFailed) << "it is hidden";
+  EXPECT_EQ(bench->run({"rm", ".bash*", "--yes"}).exitCode, 0);
 }
 
 TEST(HostileNames, CannotSteerTheTerminal) {

@@ -30,6 +30,7 @@ class VolumeTool : public ::testing::Test {
     write("DCIM/100TARVO/B.MOV", "film");
     write("MISC/NOTES.TXT", "text");
     write(".hidden.jpg", "");
+    fs::permissions(bench.folder.path("volumes/CARD/MISC/NOTES.TXT"), fs::perms::owner_all);
   }
   void mount(const std::string& name, const std::string& disk, const std::string& serial) {
     const auto unit = bench.sim.registry.plug({{"IOClass", "usb_device"},
@@ -139,7 +140,10 @@ TEST_F(VolumeTool, GetNewPassesOverWhatIsThereAndReplacesNothingUnasked) {
   EXPECT_EQ(get({"A.JPG", "--keep-both"}).exitCode, 0);
   EXPECT_EQ(get({"--all", "--overwrite"}).exitCode, 0);
   EXPECT_THAT(fetched(),
-              UnorderedElementsAre("A.JPG", "A (2).JPG", "B.MOV", "NOTES.TXT", ".hidden.jpg"));
+              UnorderedElementsAre("A.JPG", "A (2).JPG", "B.MOV", "NOTES.TXT", "_hidden.jpg"));
+  EXPECT_EQ(fs::status(bench.folder.path("pictures/NOTES.TXT")).permissions(),
+            fs::perms::owner_read | fs::perms::owner_write)
+      << "it is no program";
   const auto onto = run({"get", "--all", "--output", bench.folder.path("volumes/CARD/DCIM")});
   EXPECT_THAT(onto.err, HasSubstr("lies on the volume itself"));
 }
@@ -150,7 +154,7 @@ TEST_F(VolumeTool, NeverFollowsALinkOfTheVolume) {
   fs::create_directory_symlink(bench.folder.path(), bench.folder.path("volumes/CARD/out"));
   EXPECT_THAT(listed({"ls"}), Each(HasSubstr("DCIM/")));
   EXPECT_THAT(get({"link.jpg", "out/secret.jpg", "--all"}).out, HasSubstr("it is a link"));
-  EXPECT_THAT(fetched(), UnorderedElementsAre("A.JPG", "B.MOV", "NOTES.TXT", ".hidden.jpg"));
+  EXPECT_THAT(fetched(), UnorderedElementsAre("A.JPG", "B.MOV", "NOTES.TXT", "_hidden.jpg"));
   EXPECT_EQ(run({"rm", "link.jpg", "--yes"}).exitCode, 0);
   EXPECT_TRUE(bench.folder.exists("secret.jpg"));
 }

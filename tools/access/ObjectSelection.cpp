@@ -95,8 +95,8 @@ class Selection {
   static bool matches(const Name& name, const std::string& fileName, const std::string& path) {
     const std::string& compared = name.text.find('/') == std::string::npos ? fileName : path;
     if (!name.isPattern) return compared == name.text;
-    // FNM_PATHNAME: a star stops at a slash, as in a shell.
-    return ::fnmatch(name.text.c_str(), compared.c_str(), FNM_PATHNAME) == 0;
+    // As in a shell: a star stops at a slash, and finds no hidden name.
+    return ::fnmatch(name.text.c_str(), compared.c_str(), FNM_PATHNAME | FNM_PERIOD) == 0;
   }
 
   OpenedDevice& device_;

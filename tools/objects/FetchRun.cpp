@@ -64,7 +64,13 @@ FetchRequest FetchRun::request(RunFiles* files) const {
   // a reset.
   if (options_.onlyNew) existing = ExistingFile::kKeepOthers;
   if (options_.overwrite) existing = ExistingFile::kOverwrite;
-  return {.folder = target_.folder, .name = target_.name, .existing = existing, .run = files};
+  // Nothing that comes off a device is run by its name.
+  constexpr mode_t kNoProgram = 0666;
+  return {.folder = target_.folder,
+          .name = target_.name,
+          .existing = existing,
+          .mostPermissions = kNoProgram,
+          .run = files};
 }
 
 void FetchRun::meet(const std::string& name, std::uint64_t size) {

@@ -223,8 +223,9 @@ void addGetCommand(CommandGroup& root) {
                   "Everything but folders");
   command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object")
       .more(
-          "An OBJECT with a slash is a whole path; patterns have *, ? and [...]. A\n"
-          "name means the first object that has it. A file is whole or not there at all;\n"
+          "An OBJECT with a slash is a whole path; patterns have *, ? and [...], and find\n"
+          "no hidden names, of which a file gets \"_\" in place of the dot. A name means the\n"
+          "first object that has it. A file is whole or not there at all;\n"
           "large ones go on where a cut download stopped: what came is kept beside them in\n"
           "a hidden file, which is named and may be deleted. A file that is there is\n"
           "refused, unless --overwrite or --keep-both is given. --new passes over what the\n"

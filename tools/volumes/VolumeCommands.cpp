@@ -324,7 +324,7 @@ class VolumeRemoving : VolumeBatch {
 };
 
 /// `objects` are names, paths and patterns. Each file is whole or not there at all, with its dates
-/// and permissions.
+/// and permissions, but as no program.
 int runVolumeGet(ToolContext& context, const FetchOptions& options) {
   // Options that make no sense are a mistake whether there is a volume or not.
   FetchRun run(context, VolumeFetching::kOperation, options);
@@ -359,9 +359,9 @@ void addVolumeCommands(CommandGroup& root) {
   addFetchOptions(command, *get, "Names, paths, or patterns such as '*.JPG'",
                   "Every file, pictures or not");
   command.more(
-      "With their dates and permissions. Patterns find no hidden files. Without a name\n"
-      "--new is about the pictures and films, and says how many files it passed over.\n"
-      "The rest is as for get.");
+      "With their dates and permissions, but as no programs. Patterns find no hidden\n"
+      "files; without a name --new is about the pictures and films, and says how many\n"
+      "files it passed over. The rest is as for get.");
   const auto remove = std::make_shared<VolumeRemoveOptions>();
   group
       .command("rm", "Delete files on it", "tarvoctl volume rm TARV0001.JPG --yes",

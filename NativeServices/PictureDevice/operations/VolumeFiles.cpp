@@ -75,7 +75,7 @@ FetchResult VolumeCopy::toFile(int source, const std::string& sourceName,
   if (!place.hasRoom(result.size)) return result;
   if (!copyContent(source, part, place, request, result)) return result;
   setTypeAndDates(part.descriptor(), sourceName, attributes);
-  place.put(part, std::nullopt, attributes.permissions);
+  place.put(part, std::nullopt, attributes.permissions & request.mostPermissions);
   return result;
 }
 
