@@ -26,6 +26,24 @@ if(TARVO_SANITIZE)
   endif()
   add_link_options(-fsanitize=${TARVO_SANITIZE})
 endif()
+
+# What a mistake in reading the bytes of a stranger's device would have to get past; a compiler for
+# another processor may know only some of it.
+include(CheckCXXCompilerFlag)
+include(CheckPIESupported)
+check_pie_supported()
+foreach(flag IN ITEMS stack-protector-strong stack-clash-protection cf-protection)
+  check_cxx_compiler_flag(-f${flag} TARVO_HAS_${flag})
+  if(TARVO_HAS_${flag})
+    add_compile_options(-f${flag})
+  endif()
+endforeach()
+add_compile_options(-Werror=format-security)
+set(optimised "$<CONFIG:Release,RelWithDebInfo,MinSizeRel>")
+add_compile_options("$<${optimised}:-U_FORTIFY_SOURCE>" "$<${optimised}:-D_FORTIFY_SOURCE=3>")
+add_compile_definitions(_GLIBCXX_ASSERTIONS)
+add_link_options(-Wl,-z,relro,-z,now)
+
 if(TARVO_FUZZ)
   # The libraries too: inputs are found by the branches that they take in the readers.
   add_compile_options(-fsanitize=fuzzer-no-link)
