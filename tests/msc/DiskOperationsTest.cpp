@@ -192,6 +192,7 @@ const Row kRows[] = {
     {"more than the name", vendor("Tarvos"), false, detected("Tarvos")},
     {"no product name", kNoProduct, false, kNoModel},
     {"no characteristics", {{"Device Characteristics", nullptr}}, false, {}},
+    {"a drive of the machine", {{"Protocol Characteristics", nullptr}}, false, {}},
     {"a GUID that is text", {{"SCSITaskUserClient GUID", "sr0"}}, false, kNoGUID},
     {"another type of unit", {{"device-type", nullptr}}, false, {}},
 };

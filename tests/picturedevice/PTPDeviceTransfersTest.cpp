@@ -115,6 +115,7 @@ TEST(PTPSending, GoesInPartsWhereTheDeviceTakesThemAndTheFileIsLarger) {
       {2 * kMiB + 1, false, 0x3801, {"100d()3>2097153"}},
       {2 * kMiB + 1, true, ptp::XTD_QUERY, {"100d()3>2097153"}},
       {2 * kMiB + 52, true, 0x3801, {"9019(200000,0)0>2097152", "9019(34,1)0>53"}},
+      {4 * kMiB, true, 0x3801, {"9019(200000,0)0>2097152", "9019(200000,1)0>2097152"}},
   };
   for (const auto& [size, takesParts, format, expected] : rows) {
     auto description = fullCamera();

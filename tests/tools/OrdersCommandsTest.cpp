@@ -103,6 +103,14 @@ TEST(Orders, OfDataSetsAreFulfilledAndDeletedSinglyAndTogether) {
   bench.fails({"orders", "show", "9"});
 }
 
+TEST(Orders, OfADeviceThatWaitsForATransferStay) {
+  SharingBench bench("orders-camera",
+                     R"({"properties": [{"code": "0xD206", "type": "UINT32", "value": 2}]})");
+  EXPECT_THAT(bench.done({"orders", "delete", "--yes"}).err, HasSubstr(" of them stay"));
+  EXPECT_EQ(bench.count(ptp::XTD_EMAIL_ORDER), 2U);
+  EXPECT_EQ(bench.count(ptp::XTD_PRINT_ORDER), 1U);
+}
+
 TEST(Orders, ThatCannotBeReadHideNoOtherAndGoOnDemandAlone) {
   // Camera, what is laid over it; format of the bad one, which is the last of it; how many others
   // 'delete --yes' takes; words.
