@@ -57,12 +57,12 @@ std::optional<std::string> applicationOfGroupPath(std::string_view path) {
 std::optional<std::string> applicationOfUnit(std::string_view unit) {
   constexpr std::string_view kPrefix = "app-";
   constexpr std::string_view kScope = ".scope";
-  constexpr std::string_view kService = ".service";
+  constexpr std::string_view kUnitSuffix = ".service";
   if (!unit.starts_with(kPrefix)) return std::nullopt;
   const bool isScope = unit.ends_with(kScope);
-  if (!isScope && !unit.ends_with(kService)) return std::nullopt;
+  if (!isScope && !unit.ends_with(kUnitSuffix)) return std::nullopt;
   unit.remove_prefix(kPrefix.size());
-  unit.remove_suffix(isScope ? kScope.size() : kService.size());
+  unit.remove_suffix(isScope ? kScope.size() : kUnitSuffix.size());
   // A scope's random part is the last one behind a '-', a service's stands behind the '@'.
   if (isScope) {
     const auto random = unit.rfind('-');

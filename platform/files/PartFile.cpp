@@ -117,18 +117,19 @@ std::uint64_t PartFile::size() const {
 }
 
 bool PartFile::hasContentOf(const std::string& name) const {
-  constexpr std::size_t kPiece = 65536;
+  constexpr std::size_t kComparedPiece = 65536;
   const FileDescriptor other(
       ::openat(folder_, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat attributes {};
   if (!other.isOpen() || ::fstat(other.get(), &attributes) != 0 || !S_ISREG(attributes.st_mode))
     return false;
   if (static_cast<std::uint64_t>(attributes.st_size) != size()) return false;
-  std::vector<char> own(kPiece);
-  std::vector<char> others(kPiece);
+  std::vector<char> own(kComparedPiece);
+  std::vector<char> others(kComparedPiece);
   for (off_t at = 0; at < attributes.st_size;) {
-    const ssize_t length = ::pread(file_.get(), own.data(), kPiece, at);
-    if (length <= 0 || ::pread(other.get(), others.data(), kPiece, at) != length) return false;
+    const ssize_t length = ::pread(file_.get(), own.data(), kComparedPiece, at);
+    if (length <= 0 || ::pread(other.get(), others.data(), kComparedPiece, at) != length)
+      return false;
     if (!std::equal(own.begin(), own.begin() + length, others.begin())) return false;
     at += length;
   }

@@ -18,8 +18,10 @@ namespace tarvo::tools {
 
 namespace {
 
-// The agent's look at a new camera is over in a fraction of this.
 constexpr int kAttempts = 10;
+/// The agent's look at a new camera is over in a fraction of a second, or in this where the camera
+/// has to be got back in step first.
+constexpr int kAttemptsBesideTheAgent = 50;
 constexpr gulong kAttemptIntervalMicroseconds = 200000;
 
 }  // namespace
@@ -42,13 +44,15 @@ void OpenedDevice::open() {
   Status failure = status::kOK;
   std::string why;
   auto& imageCapture = context_.platform.services().imageCapture;
-  for (int attempt = 1; !scope_ && attempt <= kAttempts; ++attempt) {
+  int most = kAttempts;
+  for (int attempt = 1; !scope_ && attempt <= most; ++attempt) {
     endIfInterrupted(context_, operation_);
     // Here a wait is all right: the command has nothing else to do.
     if (attempt > 1) g_usleep(kAttemptIntervalMicroseconds);
     scope_ = imageCapture.openScope(summary_.object, &failure, &why);
     // Whatever else is wrong is the same a moment later.
     if (failure != status::kICADeviceBusy) break;
+    if (why.find("process tarvo-agent ") != std::string::npos) most = kAttemptsBesideTheAgent;
   }
   if (!scope_) throw ToolError(this->failure(inWords(summary_), failure, why));
 }
