@@ -34,7 +34,7 @@ class ExclusiveAccess {
  public:
   explicit ExclusiveAccess(SCSITaskDeviceInterface& device) : device_(&device) {}
   ~ExclusiveAccess() {
-    if (device_) device_->releaseExclusiveAccess();
+    if (device_) (void)device_->releaseExclusiveAccess();
   }
   ExclusiveAccess(const ExclusiveAccess&) = delete;
   ExclusiveAccess& operator=(const ExclusiveAccess&) = delete;

@@ -73,8 +73,9 @@ class DeviceWatch {
   }
 
   void listen(FourCharCode type, ImageCapture::EventCallback callback) {
-    context_.platform.services().imageCapture.registerForEventNotification(0, type,
-                                                                           std::move(callback));
+    // Of all devices, which is never refused.
+    (void)context_.platform.services().imageCapture.registerForEventNotification(
+        0, type, std::move(callback));
   }
   bool isEnough() const { return failure_ || (options_.count && told_ >= *options_.count); }
 

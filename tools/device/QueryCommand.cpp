@@ -33,7 +33,7 @@ class DeviceQuery {
   ~DeviceQuery() {
     try {
       // A device that does not hear it has forgotten the query as well.
-      device_.transactions().endQuery(handle_, kSelect);
+      (void)device_.transactions().endQuery(handle_, kSelect);
     } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is left to be done for it
     }
   }

@@ -76,8 +76,8 @@ std::vector<std::string> XTPictureDevice::detectAllDevices(
     std::vector<std::string>* classes, std::vector<std::shared_ptr<XTPictureDevice>>* devices) {
   std::vector<std::string> names;
   for (const auto& device : deviceList()) {
-    // Loaded once; a device that failed before is tried again here.
-    device->loadDeviceInfo();
+    // Loaded once; a device that failed before is tried again here, and has no name if it fails.
+    (void)device->loadDeviceInfo();
     // Nothing that a user could choose by.
     if (device->name().empty()) continue;
     names.push_back(device->name());

@@ -16,6 +16,11 @@ constexpr std::uint8_t kFromInterface = 0xA1;
 /// status, and for a device to go on with stale data.
 constexpr int kSteps = 10;
 
+/// What is read at once of stale data. They are whole packets of every size, and fit the scratch
+/// memory.
+constexpr std::size_t kSmallRead = 16384;
+constexpr std::size_t kLargeRead = 65536;
+
 /// Whether the last packet of what came is the response to the transaction.
 bool endsWithResponse(std::span<const std::byte> bytes, std::size_t packetSize,
                       std::uint32_t transactionID) {
@@ -110,10 +115,10 @@ bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Mill
     if (pipe_.isInterrupted()) most = std::min(most, timeouts_.recovery);
     std::size_t length = 0;
     const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(moved + timeouts_.recovery - now);
-    // No more at once than a slow device sends within a pause.
-    const auto room = scratch_.first(std::min(scratch_.size(), pipe_.inPieceSize()));
     // One that was in the middle of sending may be slow to find more.
     const bool isShort = pauseEnds && moved == begin;
+    // No more at once than a slow device sends within a pause.
+    const auto room = scratch_.first(isShort ? kSmallRead : kLargeRead);
     outcome = pipe_.read(room, length, isShort ? timeouts_.recovery / kSteps : left);
     const auto asked = std::exchange(now, BulkPipe::Clock::now());
     if (length > 0) {
