@@ -13,7 +13,11 @@ namespace tarvo::ptp {
 
 inline Timeouts shortTimeouts() {
   using std::chrono::milliseconds;
-  return {milliseconds(100), milliseconds(50), milliseconds(20), milliseconds(200)};
+  return {.bulk = milliseconds(100),
+          .control = milliseconds(50),
+          .recovery = milliseconds(20),
+          .takeOver = milliseconds(200),
+          .stale = milliseconds(200)};
 }
 
 inline std::unique_ptr<BulkConnection> connectTo(test::USBScript& script,

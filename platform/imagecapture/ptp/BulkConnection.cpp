@@ -206,8 +206,8 @@ bool BulkConnection::isWorthARestart(const Transaction& transaction, const Outco
 
 Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transactionID,
                                 Outcome outcome, BulkPipe::Clock::time_point begin) {
-  bool wasReset = false;
-  for (int i = 0; !wasReset && isWorthARestart(transaction, outcome); ++i) {
+  bool isLast = false;
+  for (int i = 0; !isLast && isWorthARestart(transaction, outcome); ++i) {
     logTo(log_, LogLevel::kDebug,
           formatted("PTP: starting afresh with %s: %s", name_.c_str(), outcome.why.c_str()));
     const bool silent = outcome.ending == Ending::kTimedOut;
@@ -218,7 +218,8 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
     const bool kindly = !silent && i == 0;
     const bool idle = kindly ? recovery_.resynchronise(transactionID)
                              : recovery_.startAfresh(transactionID, i > 0);
-    wasReset = !kindly && recovery_.wasReset();
+    // A reset that nothing came of is not tried again.
+    isLast = i > 0 || (!kindly && recovery_.wasReset());
     if (!kindly) runner_.giveTime();
     if (idle) outcome = runOnce(transaction, transactionID);
   }

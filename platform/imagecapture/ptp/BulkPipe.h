@@ -47,6 +47,8 @@ class BulkPipe {
   /// Bytes of one large transfer, for a device as fast as this one has been so far: from 2 KiB up
   /// to 2 MiB, so that it ends well within the budget. A multiple of the packet size.
   std::size_t inPieceSize() const { return in_.piece; }
+  /// Whether nextIn() has something to wait for.
+  bool isReading() const { return !in_.transfers.empty(); }
   std::size_t outPieceSize() const { return out_.piece; }
 
   /// Puts a read in flight. The size of `buffer` is a multiple of the packet size: a device that

@@ -119,7 +119,7 @@ Outcome TransactionRunner::readAnswer(Transaction& transaction, std::uint32_t tr
       timeouts_.slow > timeouts_.bulk) {
     // The user sees that the device works, and does not pull it out.
     if (timeouts_.waiting) timeouts_.waiting();
-    isAsked_ = true;  // The read that timed out is still in flight.
+    isAsked_ = pipe_.isReading();  // The read that was waited for is still in flight.
     pipe_.startBudget(timeouts_.slow);
     outcome = readContainer(transaction, transactionID, timeouts_.slow, incoming);
   }
