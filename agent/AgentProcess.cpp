@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
@@ -26,7 +26,7 @@
 #include "platform/foundation/SpawnedTask.h"
 #include "platform/foundation/UnixMountTable.h"
 #include "platform/imagecapture/ImageCaptureService.h"
-#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 #include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 

@@ -3,12 +3,17 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <new>
 #include <optional>
 #include <span>
+#include <string>
 
+#include "Utilities/Exception.h"
 #include "Utilities/PTPCodes.h"
+#include "platform/imagecapture/PTPPassThroughPB.h"
 
 namespace tarvo {
+
 namespace {
 
 /// Whether the device has only refused a question for the session's sake, so that nothing is lost
@@ -194,6 +199,14 @@ Status setClock(PTPChannel& channel, std::time_t now, std::string* why) {
   // caller has no record to look into.
   if (result != status::kOK || transaction.responseCode == status::kPTPOK) return result;
   return transaction.responseCode;
+}
+
+PTPPassThroughRecord::PTPPassThroughRecord(std::size_t room, const char* failureReason)
+    : room_(room) {
+  // Cleared, so that whoever reads beyond what was received reads zeros.
+  buffer_.reset(new (std::nothrow) std::byte[allocationSize()]());
+  if (!buffer_) throw Exception(std::string(exception_name::kMalloc), failureReason);
+  pb().dataSize = static_cast<std::uint32_t>(room);
 }
 
 }  // namespace tarvo

@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "agent/ListenerMain.h"
 #include "identify/DeviceInfoSupport.h"

@@ -6,7 +6,7 @@
 
 #include <fstream>
 
-#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 #include "simulator/testbed/UsbfsNode.h"
 #include "tests/ptp/Connecting.h"
 #include "tests/support/MainContextWait.h"

@@ -1,4 +1,4 @@
-#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "tests/support/FakeImageCapture.h"

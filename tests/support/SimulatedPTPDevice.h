@@ -16,8 +16,8 @@
 #include <string>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "platform/imagecapture/ImageCaptureService.h"
 #include "tests/support/FakeMountTable.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"
 #include "msc/TarvoMSCDeviceList.h"

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "msc/TarvoMSCDeviceList.h"
 #include "tools/access/LocalFiles.h"

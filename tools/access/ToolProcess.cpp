@@ -16,7 +16,7 @@
 #include "platform/foundation/NotificationCenter.h"
 #include "platform/foundation/UnixMountTable.h"
 #include "platform/imagecapture/ImageCaptureService.h"
-#include "platform/imagecapture/ptp/LibusbConnector.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 #include "platform/iokit/SgSCSIServices.h"
 #include "platform/iokit/UdevRegistry.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/Format.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/OpenedDevice.h"

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "msc/TarvoMSCDevice.h"
 #include "msc/TarvoMSCDeviceList.h"

@@ -5,10 +5,10 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureMSCDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 

@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/LogSink.h"
 
 namespace tarvo {

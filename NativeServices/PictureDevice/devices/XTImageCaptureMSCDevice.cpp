@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/VolumeFiles.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"

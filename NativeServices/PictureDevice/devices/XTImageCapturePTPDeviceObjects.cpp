@@ -6,7 +6,7 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"

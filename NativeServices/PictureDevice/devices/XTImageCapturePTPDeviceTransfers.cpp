@@ -9,9 +9,9 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/PassThroughTransaction.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectSending.h"
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/Format.h"

@@ -10,7 +10,7 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"
 #include "Utilities/Exception.h"
 #include "platform/files/FolderTree.h"

@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "NativeServices/Logging.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/AddressBookSync.h"

@@ -5,7 +5,6 @@
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/DeviceEvents.h"
-#include "NativeServices/PictureDevice/devices/PictureDeviceRoom.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/DeviceProperties.h"
 #include "NativeServices/PictureDevice/operations/FileObjectInfo.h"

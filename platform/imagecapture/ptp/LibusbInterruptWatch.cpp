@@ -6,7 +6,7 @@
 #include <span>
 #include <utility>
 
-#include "platform/imagecapture/ptp/LibusbHandle.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 
 namespace tarvo::ptp {
 namespace {

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "platform/foundation/GlibPtr.h"
-#include "platform/imagecapture/ptp/LibusbHandle.h"
+#include "platform/imagecapture/ptp/LibusbDevice.h"
 #include "platform/imagecapture/ptp/USBDevice.h"
 
 namespace tarvo::ptp {
