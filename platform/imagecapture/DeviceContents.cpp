@@ -139,11 +139,6 @@ void DeviceContents::dropDevice(ICAObject device) {
   dropFiles(device);
 }
 
-const FileObject* DeviceContents::file(ICAObject handle) const {
-  const auto found = files_.find(handle);
-  return found == files_.end() ? nullptr : &found->second;
-}
-
 Status DeviceContents::loadCapabilities(ICAObject device, PTPChannel& channel,
                                         PropertyDictionary& dictionary, std::string* why) {
   bool hasClock = false;

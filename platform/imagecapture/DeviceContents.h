@@ -86,7 +86,10 @@ class DeviceContents {
   void dropDevice(ICAObject device);
 
   /// Null when `handle` names no file or folder. Valid until the next change.
-  const FileObject* file(ICAObject handle) const;
+  const FileObject* file(ICAObject handle) const {
+    const auto found = files_.find(handle);
+    return found == files_.end() ? nullptr : &found->second;
+  }
 
  private:
   [[nodiscard]] Status loadCapabilities(ICAObject device, PTPChannel& channel,

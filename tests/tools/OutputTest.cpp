@@ -2,6 +2,9 @@
 // terminal.
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
 #include <set>
 
 #include "Utilities/Status.h"
@@ -54,6 +57,21 @@ TEST(Words, AFailureNamesOperationObjectStatusAndWhatToDo) {
   EXPECT_THAT(asJSON(ToolError({.why = "it is no JSON"}).failure())["message"].get<std::string>(),
               HasSubstr("bad parameter (-50, 0xffffffce): it is no JSON"));
   EXPECT_FALSE(asJSON(ToolError({.why = "?"}, kBadUsage).failure()).contains("status"));
+}
+
+TEST(OutputAsJSON, IsADocumentAlsoWhereAListBreaksOff) {
+  char* said = nullptr;
+  std::size_t length = 0;
+  std::FILE* out = ::open_memstream(&said, &length);
+  GlobalOptions options;
+  options.json = true;
+  Output output(out, stderr, options);
+  output.beginList();
+  output.item(1);
+  output.error({.operation = "ls", .status = status::kICATimeout});
+  std::fclose(out);
+  const std::unique_ptr<char, void (*)(void*)> owner(said, std::free);
+  EXPECT_EQ(nlohmann::json::parse(said, nullptr, false).size(), 2U) << said;
 }
 
 TEST(ProgressLine, HasBarRateAndTimeLeftAndFitsTheTerminal) {
