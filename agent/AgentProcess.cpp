@@ -50,6 +50,9 @@ struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
       : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
 
+  // What the agent writes is for its user alone, and no core file holds what devices have sent;
+  // children get what this process was started with.
+  Inheritance forChildren = exchangeInheritance({0077, 0});
   JournalLog systemLog;
   LogSink log = withoutUnaskedDetails(systemLog.sink());
   KeyFilePreferences preferences;
@@ -76,7 +79,7 @@ struct AgentProcess::Devices {
   DBusNotificationCenter distributedCenter{base_.sessionBus, base_.log};
   SystemBus systemBus{base_.loop, base_.log};
   LogindSessionMonitor session{systemBus, base_.log};
-  SpawnedTaskFactory tasks{center, base_.log};
+  SpawnedTaskFactory tasks{center, base_.log, base_.forChildren};
   ProcessRunningApplications applications;
   UnixMountTable mounts{base_.preferences, base_.log};
   UdevRegistry registry{base_.loop, base_.log};
