@@ -186,7 +186,11 @@ AgentStatus::Values AgentProcess::statusNow() const {
   // Asked of the bus before the devices are there: everything is still false and empty.
   if (!devices_ || !devices_->listener) return {};
   const Listener& listener = *devices_->listener;
-  return {listener.isActive(), listener.relayIsRunning(), listener.wirelessIsBusy(),
+  const auto busySince = listener.wirelessBusySince().value_or(AppBlocker::Clock::time_point());
+  const auto since1970 =
+      std::chrono::duration_cast<std::chrono::microseconds>(busySince.time_since_epoch());
+  return {listener.isActive(),        listener.relayIsRunning(),
+          listener.wirelessIsBusy(),  static_cast<std::uint64_t>(since1970.count()),
           listener.recoveryIsArmed(), presentDevices()};
 }
 

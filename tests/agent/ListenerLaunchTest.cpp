@@ -88,11 +88,12 @@ TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnlyAndForgetsThatItW
   EXPECT_FALSE(listener->wirelessIsBusy());
   EXPECT_EQ(takeLines().back(), "AppBlocker - handleDoneNotification entered");
   distributed.postFromElsewhere(kWRLABusyNotification);
-  EXPECT_TRUE(listener->wirelessIsBusy());
+  EXPECT_EQ(listener->wirelessBusySince(), now);
   EXPECT_EQ(takeLines().back(), "AppBlocker - handleBusyNotification entered");
   tasks.end(tasks.task(0));
   EXPECT_THAT(takeLines(), ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
   EXPECT_FALSE(listener->wirelessIsBusy());
+  EXPECT_EQ(listener->wirelessBusySince(), std::nullopt);
   EXPECT_EQ(tasks.count(), 1u);
   distributed.postFromElsewhere("LaunchWRLAppNotification");
   EXPECT_THAT(takeLines(), ElementsAre("Received a notification to launch WRLA", "Launch WRLApp",
