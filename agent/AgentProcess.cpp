@@ -81,7 +81,8 @@ struct AgentProcess::Devices {
   SystemBus systemBus{base_.loop, base_.log};
   LogindSessionMonitor session{systemBus, base_.log};
   SpawnedTaskFactory tasks{center, base_.log, base_.forChildren};
-  ProcessRunningApplications applications;
+  ApplicationScopes scopes{base_.sessionBus, base_.log};
+  ProcessRunningApplications applications{DesktopEntries(), "/proc", &scopes};
   UnixMountTable mounts{base_.preferences, base_.log};
   UdevRegistry registry{base_.loop, base_.log};
   // The default time-outs, {}: at most 5 seconds for a device that is silent.

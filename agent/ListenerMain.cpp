@@ -389,9 +389,7 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   rlaTask->setArguments(argumentList(type, usbId, path));
   rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
-    rlaTask->launch();
-    // The child needs no desktop entry to be recognised then.
-    services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
+    launchAs(services_.constants.relayBundleIdentifier, rlaTask);
     logListener("call SendBusyNotification");
     // There is none during start-up, when devices that are attached already are handled.
     if (appBlocker) appBlocker->SendBusyNotification();
@@ -405,6 +403,12 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   // A search that goes on writes its own separator at its end.
   if (!killTimer_) logSeparator();
   changed();
+}
+
+// The child is recognised without a desktop entry then.
+void Listener::launchAs(const std::string& identifier, const std::shared_ptr<Task>& task) {
+  task->launch();
+  services_.runningApplications.nameTask(task, identifier);
 }
 
 // Asked of the system and not of our child: the user may have started the Relay by hand.
@@ -423,7 +427,7 @@ void Listener::showBusyMessage() {
   viewer->setArguments({std::move(page), "-h", "400", "-v", "155"});
   viewer->setStandardErrorToPipeReadingEnd();
   try {
-    viewer->launch();
+    launchAs("ViewerApp", viewer);
   } catch (const Exception& exception) {
     logListener("showBusyMessage - caught exception: %s", exception.reason().c_str());
   }
@@ -435,7 +439,7 @@ void Listener::launchWRLApp() {
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
   wrlaTask->setStandardErrorToPipeReadingEnd();
   try {
-    wrlaTask->launch();
+    launchAs("TARVO Wireless Utility", wrlaTask);
   } catch (const Exception& exception) {
     logListener("launchWRLApp - caught exception: %s", exception.reason().c_str());
   }

@@ -8,7 +8,7 @@
 //
 // The way of one arrival: the registry posts "DeviceAdded", newImageCaptureDeviceAdded() asks the
 // guards and what the device is, launchAppWithType() starts the child, appDiedHandler() hears of
-// its end. ListenerMain.cpp decides, ListenerLaunch.cpp starts children.
+// its end.
 //
 //   auto listener = Listener::init({center, workspaceCenter, ...});
 //   // from here on arrivals are handled by the main loop
@@ -138,6 +138,8 @@ class Listener {
   void awaitReturnOf(const TarvoMSCDevice& device);
   void warnOfMountedCard(TarvoMSCDevice& device);
   void warnOfFailure(const TarvoMSCDevice& device, const char* what);
+  /// Starts `task` as the application of that identifier. Raises what its launch raises.
+  void launchAs(const std::string& identifier, const std::shared_ptr<Task>& task);
   void stopLostDevTimer();
   /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;

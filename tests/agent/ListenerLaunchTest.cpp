@@ -53,6 +53,9 @@ TEST_F(ListenerTest, TellsTheUserOfARelayThatCannotStartAndKeepsItsHandleUntilTh
   EXPECT_FALSE(listener->relayIsRunning());
   tasks.failStart("/Library/Tarvo Relay", "");
   listener->launchAppWithType("PTP", "1", "");
+  listener->showBusyMessage();
+  EXPECT_THAT(applications.named,
+              ElementsAre("TARVO Wireless Utility", "com.tarvo.Relay", "ViewerApp"));
   EXPECT_EQ(takeLines().at(1), "appDiedHandler --- ERROR --- rlaTask is not nil!");
   EXPECT_THAT(distributed.posted, ElementsAre(kRLABusyNotification));
 }
