@@ -23,6 +23,7 @@
 #include "platform/foundation/KeyFilePreferences.h"
 #include "platform/foundation/MainLoopGuard.h"
 #include "platform/foundation/NotificationCenter.h"
+#include "platform/foundation/ProcessSearch.h"
 #include "platform/foundation/SpawnedTask.h"
 #include "platform/foundation/UnixMountTable.h"
 #include "platform/imagecapture/ImageCaptureService.h"
@@ -50,6 +51,9 @@ struct AgentProcess::Base {
   Base(const AgentOptions& options, std::function<AgentStatus::Values()> readStatus)
       : preferences(log, options.configFile), status(loop, std::move(readStatus), log) {}
 
+  // What the agent writes is for its user alone, and no core file holds what devices have sent;
+  // children get what this process was started with.
+  Inheritance forChildren = exchangeInheritance({0077, 0});
   JournalLog systemLog;
   LogSink log = withoutUnaskedDetails(systemLog.sink());
   KeyFilePreferences preferences;
@@ -76,8 +80,9 @@ struct AgentProcess::Devices {
   DBusNotificationCenter distributedCenter{base_.sessionBus, base_.log};
   SystemBus systemBus{base_.loop, base_.log};
   LogindSessionMonitor session{systemBus, base_.log};
-  SpawnedTaskFactory tasks{center, base_.log};
-  ProcessRunningApplications applications;
+  SpawnedTaskFactory tasks{center, base_.log, base_.forChildren};
+  ApplicationScopes scopes{base_.sessionBus, base_.log};
+  ProcessRunningApplications applications{DesktopEntries(), "/proc", &scopes};
   UnixMountTable mounts{base_.preferences, base_.log};
   UdevRegistry registry{base_.loop, base_.log};
   // The default time-outs, {}: at most 5 seconds for a device that is silent.
@@ -183,7 +188,11 @@ AgentStatus::Values AgentProcess::statusNow() const {
   // Asked of the bus before the devices are there: everything is still false and empty.
   if (!devices_ || !devices_->listener) return {};
   const Listener& listener = *devices_->listener;
-  return {listener.isActive(), listener.relayIsRunning(), listener.wirelessIsBusy(),
+  const auto busySince = listener.wirelessBusySince().value_or(AppBlocker::Clock::time_point());
+  const auto since1970 =
+      std::chrono::duration_cast<std::chrono::microseconds>(busySince.time_since_epoch());
+  return {listener.isActive(),        listener.relayIsRunning(),
+          listener.wirelessIsBusy(),  static_cast<std::uint64_t>(since1970.count()),
           listener.recoveryIsArmed(), presentDevices()};
 }
 
@@ -195,6 +204,25 @@ constexpr int kAnswerTimeoutMs = 2000;
 // Flags and answers of org.freedesktop.DBus.RequestName (D-Bus specification).
 constexpr guint32 kDoNotQueue = 4;
 constexpr guint32 kNameExists = 3;
+
+GVariantPtr askBus(GDBusConnection* connection, const char* method, GVariant* arguments,
+                   GErrorHolder& error) {
+  return GVariantPtr(
+      g_dbus_connection_call_sync(connection, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                  "org.freedesktop.DBus", method, arguments, G_VARIANT_TYPE("(u)"),
+                                  G_DBUS_CALL_FLAGS_NONE, kAnswerTimeoutMs, nullptr, error.out()));
+}
+
+// Whoever it is, the user can look into it: any process of theirs may take the name first.
+std::string ownerOfAgentName(GDBusConnection* connection) {
+  GErrorHolder error;
+  const GVariantPtr answer =
+      askBus(connection, "GetConnectionUnixProcessID", g_variant_new("(s)", kAgentBusName), error);
+  if (!answer) return "a process that cannot be named: " + error.message();
+  guint32 pid = 0;
+  g_variant_get(answer.get(), "(u)", &pid);
+  return formatted("process %u: %s", pid, commandOfProcess(static_cast<pid_t>(pid)).c_str());
+}
 
 }  // namespace
 
@@ -214,17 +242,15 @@ void AgentName::claimOn(GDBusConnection* connection) {
   // Asked directly: g_bus_own_name would answer from the main loop, after the first arrivals, and
   // would not tell a name that is refused from a bus that fails.
   GErrorHolder error;
-  const GVariantPtr answer(g_dbus_connection_call_sync(
-      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "RequestName", g_variant_new("(su)", kAgentBusName, kDoNotQueue), G_VARIANT_TYPE("(u)"),
-      G_DBUS_CALL_FLAGS_NONE, kAnswerTimeoutMs, nullptr, error.out()));
+  const GVariantPtr answer =
+      askBus(connection, "RequestName", g_variant_new("(su)", kAgentBusName, kDoNotQueue), error);
   if (answer) {
     guint32 result = 0;
     g_variant_get(answer.get(), "(u)", &result);
     // Otherwise it is owned now, or was already.
     if (result == kNameExists)
-      refused(formatted("Another agent is running: it owns the name %s on the session bus",
-                        kAgentBusName));
+      refused(formatted("The name %s on the session bus is owned already, by %s", kAgentBusName,
+                        ownerOfAgentName(connection).c_str()));
     return;
   }
   // What the bus itself answers is a refusal; the bus that does not answer gives an error of GIO.

@@ -16,8 +16,8 @@ namespace tarvo {
 
 /// Exit statuses of tarvo-agent.
 inline constexpr int kExitNormal = 0;
-inline constexpr int kExitNameRefused = 1;  ///< the service unit does not try again after these two
-inline constexpr int kExitUsage = 2;
+inline constexpr int kExitNameRefused = 1;  ///< the service unit tries again a few times
+inline constexpr int kExitUsage = 2;        ///< and not at all
 
 struct AgentOptions {
   std::string version;  ///< as it is logged at the start
@@ -72,7 +72,8 @@ inline constexpr const char* kAgentBusName = "com.tarvo.Agent";
 class AgentName {
  public:
   /// `refused` is called when the name cannot be owned on a bus that is there: another process owns
-  /// it, or the bus denies it to this user; that is logged. It may be called inside claim(), and at
+  /// it, or the bus denies it to this user; that is logged, with the number and the command of the
+  /// other process, which the bus is asked for. It may be called inside claim(), and at
   /// any time later when a bus comes. `bus` must outlive the object.
   AgentName(BusConnection& bus, LogSink log, std::function<void()> refused);
   ~AgentName();
@@ -80,8 +81,8 @@ class AgentName {
   AgentName& operator=(const AgentName&) = delete;
 
   /// Claims the name on the connection that is there, and on those that come. Waits for the bus's
-  /// answer, two seconds at most; a bus that gives none is logged, and the name counts as free, so
-  /// that a broken bus does not keep the agent from its work.
+  /// answers, two seconds at most for each; a bus that gives none is logged, and the name counts as
+  /// free, so that a broken bus does not keep the agent from its work.
   void claim();
   /// Whether the name was refused when it was claimed last.
   bool isRefused() const { return refused_; }

@@ -51,11 +51,16 @@ constexpr Property boolProperty(std::string_view name) {
   return {name, boolVariant<Member>, differs<Member>};
 }
 
+GVariant* busySinceVariant(const Values& values) {
+  return g_variant_new_uint64(values.wirelessBusySince);
+}
+
 // In the order of the interface's description.
 constexpr Property kProperties[] = {
     boolProperty<&Values::active>("Active"),
     boolProperty<&Values::relayRunning>("RelayRunning"),
     boolProperty<&Values::wirelessBusy>("WirelessBusy"),
+    {"WirelessBusySince", busySinceVariant, differs<&Values::wirelessBusySince>},
     boolProperty<&Values::recoveryArmed>("RecoveryArmed"),
     {"Devices", devicesVariant, differs<&Values::devices>},
 };

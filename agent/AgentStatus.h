@@ -37,10 +37,11 @@ class AgentStatus {
     friend bool operator==(const Device&, const Device&) = default;
   };
   struct Values {
-    bool active = true;          ///< the user's session is
-    bool relayRunning = false;   ///< the one that this agent has started
-    bool wirelessBusy = false;   ///< the wireless utility is transferring
-    bool recoveryArmed = false;  ///< a lost device is being looked for
+    bool active = true;                   ///< the user's session is
+    bool relayRunning = false;            ///< the one that this agent has started
+    bool wirelessBusy = false;            ///< the wireless utility is transferring
+    std::uint64_t wirelessBusySince = 0;  ///< in microseconds since 1970; 0 while it is not
+    bool recoveryArmed = false;           ///< a lost device is being looked for
     std::vector<Device> devices;
 
     friend bool operator==(const Values&, const Values&) = default;

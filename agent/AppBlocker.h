@@ -6,8 +6,10 @@
 //   if (blocker->isBusy()) ...           // the wireless utility is transferring
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,11 +27,16 @@ inline constexpr std::string_view kWRLADoneNotification = "kWRLADoneNotification
 /// busy never says done: who starts it sets the flag back (setBusy) when it hears of the end.
 class AppBlocker {
  public:
+  using Clock = std::chrono::system_clock;
+  using Now = std::function<Clock::time_point()>;
+
   /// Listens to the Relay application's names and posts the wireless utility's. `center` must
   /// outlive the blocker.
   static std::unique_ptr<AppBlocker> initForBlockingOnRLA(DistributedNotificationCenter& center);
   /// Listens to the wireless utility's names and posts the Relay application's.
-  static std::unique_ptr<AppBlocker> initForBlockingOnWRLA(DistributedNotificationCenter& center);
+  /// `now` tells when the other side became busy.
+  static std::unique_ptr<AppBlocker> initForBlockingOnWRLA(DistributedNotificationCenter& center,
+                                                           Now now = Clock::now);
 
   ~AppBlocker();
   AppBlocker(const AppBlocker&) = delete;
@@ -43,6 +50,10 @@ class AppBlocker {
   /// Whether the other side last said busy; there is no counting.
   bool isBusy() const { return isBusy_; }
   void setBusy(bool busy);
+  /// When the other side became busy; absent while it is not. Saying so again changes nothing.
+  std::optional<Clock::time_point> busySince() const { return busySince_; }
+  /// For how long it has been busy; nothing while it is not, or where the clock was set back.
+  std::chrono::seconds busyFor() const;
 
   /// The other side has said so.
   void handleBusyNotification();
@@ -56,12 +67,14 @@ class AppBlocker {
   struct Names {
     std::string_view busy, done;
   };
-  AppBlocker(DistributedNotificationCenter& center, Names heard, Names posted);
+  AppBlocker(DistributedNotificationCenter& center, Names heard, Names posted, Now now);
 
   DistributedNotificationCenter& center_;
   std::string busyNotification;  ///< what this side posts
   std::string doneNotification;
   bool isBusy_ = false;
+  Now now_;
+  std::optional<Clock::time_point> busySince_;
   std::function<void()> changed_;
 };
 

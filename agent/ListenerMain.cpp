@@ -59,7 +59,8 @@ std::unique_ptr<Listener> Listener::init(ListenerServices services) {
   listener->launchWirelessUtilityAgain();
   // Only now: devices that were attached at start have been handled without a blocker, and no busy
   // was announced for them.
-  listener->appBlocker = AppBlocker::initForBlockingOnWRLA(listener->services_.distributedCenter);
+  listener->appBlocker = AppBlocker::initForBlockingOnWRLA(listener->services_.distributedCenter,
+                                                           listener->services_.now);
   listener->appBlocker->setChangeListener([self = listener.get()] { self->changed(); });
   std::string separator(11, '-');
   separator.append(95, '=');
@@ -137,7 +138,7 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
   // Any arrival ends the search, even one that is then ignored.
   stopLostDevTimer();
   const auto device = std::dynamic_pointer_cast<XTPictureDevice>(notification->object);
-  if (const char* hindrance = hindranceToLaunch()) {
+  if (const std::string hindrance = hindranceToLaunch(); !hindrance.empty()) {
     if (device) sayIgnored(*device, hindrance);
     return;
   }
@@ -161,7 +162,7 @@ void Listener::newImageCaptureDeviceAdded(const Notification* notification) {
 }
 
 // The guards of an arrival, each with its own line.
-const char* Listener::hindranceToLaunch() {
+std::string Listener::hindranceToLaunch() {
   if (!active_) {
     logListener("newImageCaptureDeviceAdded - not active. Ignoring this camera event.");
     return kNotActive;
@@ -179,13 +180,15 @@ const char* Listener::hindranceToLaunch() {
   if (wirelessIsBusy()) {
     showBusyMessage();
     logListener("newImageCaptureDeviceAdded - WRLA is transferring. Ignoring this camera event.");
-    return "the wireless utility is transferring";
+    // Whoever has said so: without an end of it no camera starts the Relay.
+    return formatted("the wireless utility is transferring, for %lld s by now",
+                     static_cast<long long>(appBlocker->busyFor().count()));
   }
-  return nullptr;
+  return {};
 }
 
 // Anybody's stick is ignored all day; only of the maker's devices a user expects something.
-void Listener::sayIgnored(const XTPictureDevice& device, const char* why) {
+void Listener::sayIgnored(const XTPictureDevice& device, const std::string& why) {
   const auto* volume = dynamic_cast<const XTImageCaptureDevice*>(&device);
   // A PTP device that is none of the maker's does not come this far.
   if (device.isPTPDevice() || (volume && volume->isOfMaker()))
@@ -386,9 +389,7 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   rlaTask->setArguments(argumentList(type, usbId, path));
   rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
-    rlaTask->launch();
-    // The child needs no desktop entry to be recognised then.
-    services_.runningApplications.nameTask(rlaTask, services_.constants.relayBundleIdentifier);
+    launchAs(services_.constants.relayBundleIdentifier, rlaTask);
     logListener("call SendBusyNotification");
     // There is none during start-up, when devices that are attached already are handled.
     if (appBlocker) appBlocker->SendBusyNotification();
@@ -402,6 +403,12 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   // A search that goes on writes its own separator at its end.
   if (!killTimer_) logSeparator();
   changed();
+}
+
+// The child is recognised without a desktop entry then.
+void Listener::launchAs(const std::string& identifier, const std::shared_ptr<Task>& task) {
+  task->launch();
+  services_.runningApplications.nameTask(task, identifier);
 }
 
 // Asked of the system and not of our child: the user may have started the Relay by hand.
@@ -420,7 +427,7 @@ void Listener::showBusyMessage() {
   viewer->setArguments({std::move(page), "-h", "400", "-v", "155"});
   viewer->setStandardErrorToPipeReadingEnd();
   try {
-    viewer->launch();
+    launchAs("ViewerApp", viewer);
   } catch (const Exception& exception) {
     logListener("showBusyMessage - caught exception: %s", exception.reason().c_str());
   }
@@ -432,7 +439,7 @@ void Listener::launchWRLApp() {
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
   wrlaTask->setStandardErrorToPipeReadingEnd();
   try {
-    wrlaTask->launch();
+    launchAs("TARVO Wireless Utility", wrlaTask);
   } catch (const Exception& exception) {
     logListener("launchWRLApp - caught exception: %s", exception.reason().c_str());
   }

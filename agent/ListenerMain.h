@@ -8,7 +8,7 @@
 //
 // The way of one arrival: the registry posts "DeviceAdded", newImageCaptureDeviceAdded() asks the
 // guards and what the device is, launchAppWithType() starts the child, appDiedHandler() hears of
-// its end. ListenerMain.cpp decides, ListenerLaunch.cpp starts children.
+// its end.
 //
 //   auto listener = Listener::init({center, workspaceCenter, ...});
 //   // from here on arrivals are handled by the main loop
@@ -52,9 +52,10 @@ struct ListenerServices {
   RunningApplications& runningApplications;
   ImageCapture& imageCapture;
   const MakerConstants& constants;
-  std::uint32_t systemVersion = 0;     ///< BCD, 0x1062 is 10.6.2; 0 when it is not known
-  LogSink log;                         ///< what the user must learn even with tracing off
-  std::function<void()> stateChanged;  ///< called after any state below may have changed
+  std::uint32_t systemVersion = 0;               ///< BCD, 0x1062 is 10.6.2; 0 when it is not known
+  LogSink log;                                   ///< what the user must learn even with tracing off
+  std::function<void()> stateChanged;            ///< called after any state below may have changed
+  AppBlocker::Now now = AppBlocker::Clock::now;  ///< when the wireless utility became busy
 };
 
 /// Main thread only. Exceptions reach the caller, except where an operation says that it logs them.
@@ -113,6 +114,9 @@ class Listener {
   bool isActive() const { return active_; }
   bool relayIsRunning() const { return rlaTask && rlaTask->isRunning(); }
   bool wirelessIsBusy() const { return appBlocker && appBlocker->isBusy(); }
+  std::optional<AppBlocker::Clock::time_point> wirelessBusySince() const {
+    return appBlocker ? appBlocker->busySince() : std::nullopt;
+  }
   bool recoveryIsArmed() const { return lostDevTimer_ || killTimer_; }
 
  private:
@@ -126,14 +130,16 @@ class Listener {
   void launchWirelessUtilityAgain();
 
   /// Asks the guards of an arrival in their order; the first that holds is logged and gives its
-  /// words, none gives null.
-  const char* hindranceToLaunch();
+  /// words, none gives empty text.
+  std::string hindranceToLaunch();
   /// Tells the user why a device of the maker is ignored, also with tracing off.
-  void sayIgnored(const XTPictureDevice& device, const char* why);
+  void sayIgnored(const XTPictureDevice& device, const std::string& why);
   /// Looks for the camera that this unit becomes.
   void awaitReturnOf(const TarvoMSCDevice& device);
   void warnOfMountedCard(TarvoMSCDevice& device);
   void warnOfFailure(const TarvoMSCDevice& device, const char* what);
+  /// Starts `task` as the application of that identifier. Raises what its launch raises.
+  void launchAs(const std::string& identifier, const std::shared_ptr<Task>& task);
   void stopLostDevTimer();
   /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;

@@ -50,8 +50,9 @@ class RunningApplications {
   virtual ~RunningApplications() = default;
   /// Every process of this user that belongs to an application, in order of process id.
   virtual std::vector<RunningApplication> launchedApplications() = 0;
-  /// From now on the list names the process of `task` with this identifier for as long as it runs,
-  /// whatever else tells of it. The task is not kept alive.
+  /// From now on the list names the process of `task`, which runs, with this identifier for as long
+  /// as it does, whatever else tells of it, and the session may treat it as an application of its
+  /// own. The task is not kept alive.
   virtual void nameTask(const std::shared_ptr<const Task>& task, std::string bundleIdentifier) = 0;
   /// Identifier of the parent process of this one; none when it is no application.
   virtual std::optional<std::string> launcherIdentifier() = 0;

@@ -82,8 +82,9 @@ std::optional<std::string> applicationOfUnit(std::string_view unit) {
 }
 
 ProcessRunningApplications::ProcessRunningApplications(DesktopEntries entries,
-                                                       std::string procFolder)
-    : entries_(std::move(entries)), procFolder_(std::move(procFolder)) {}
+                                                       std::string procFolder,
+                                                       ApplicationScopes* scopes)
+    : entries_(std::move(entries)), procFolder_(std::move(procFolder)), scopes_(scopes) {}
 
 std::vector<RunningApplication> ProcessRunningApplications::launchedApplications() {
   std::vector<RunningApplication> applications;
@@ -101,6 +102,7 @@ void ProcessRunningApplications::nameTask(const std::shared_ptr<const Task>& tas
     const auto earlier = named.first.lock();
     return !earlier || !earlier->isRunning();
   });
+  if (scopes_ != nullptr) scopes_->add(task->processIdentifier(), bundleIdentifier);
   namedTasks_.emplace_back(task, std::move(bundleIdentifier));
 }
 

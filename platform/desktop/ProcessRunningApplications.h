@@ -16,6 +16,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/desktop/ApplicationScopes.h"
 #include "platform/desktop/Desktop.h"
 
 namespace tarvo {
@@ -81,9 +82,11 @@ std::optional<std::string> applicationOfUnit(std::string_view unit);
 /// Main thread only.
 class ProcessRunningApplications : public RunningApplications {
  public:
-  /// `procFolder` is the process table as proc(5) describes it.
+  /// `procFolder` is the process table as proc(5) describes it. `scopes`, where there are any, get
+  /// the processes of named tasks, and must outlive the object.
   explicit ProcessRunningApplications(DesktopEntries entries = DesktopEntries(),
-                                      std::string procFolder = "/proc");
+                                      std::string procFolder = "/proc",
+                                      ApplicationScopes* scopes = nullptr);
 
   /// A process whose scope and executable tell different ids stands in the list with each of them.
   std::vector<RunningApplication> launchedApplications() override;
@@ -111,6 +114,7 @@ class ProcessRunningApplications : public RunningApplications {
   /// Not constant, since it reads its folders when it is asked.
   DesktopEntries entries_;
   std::string procFolder_;
+  ApplicationScopes* scopes_;
   /// Of this process's own children; those that have ended are dropped.
   std::vector<std::pair<std::weak_ptr<const Task>, std::string>> namedTasks_;
 };

@@ -4,7 +4,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <array>
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <memory>
@@ -23,17 +23,31 @@ bool isNumber(const char* name) {
   return std::isdigit(static_cast<unsigned char>(name[0])) != 0;
 }
 
-std::string nameOf(const std::string& folder) {
-  const FileDescriptor file(::open((folder + "/comm").c_str(), O_RDONLY | O_CLOEXEC));
-  std::array<char, 64> text{};
+/// The first `most` bytes of a file of a process; empty text where it cannot be read.
+std::string startOf(const std::string& path, std::size_t most) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text(most, '\0');
   const ssize_t length = file.isOpen() ? ::read(file.get(), text.data(), text.size()) : 0;
-  std::string name(text.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+  text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
+  return text;
+}
+
+std::string nameOf(const std::string& folder) {
+  std::string name = startOf(folder + "/comm", 64);
   // The kernel ends the name with a line end.
   if (!name.empty() && name.back() == '\n') name.pop_back();
   return name;
 }
 
 }  // namespace
+
+std::string commandOfProcess(pid_t pid) {
+  std::string command = startOf("/proc/" + std::to_string(pid) + "/cmdline", 200);
+  // Each argument ends with a zero byte.
+  if (command.ends_with('\0')) command.pop_back();
+  std::ranges::replace(command, '\0', ' ');
+  return command;
+}
 
 std::vector<FoundProcess> processesWhere(
     std::size_t most, const std::function<bool(const std::string& folder)>& holds) {

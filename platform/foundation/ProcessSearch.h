@@ -25,6 +25,10 @@ struct FoundProcess {
 std::vector<FoundProcess> processesWhere(
     std::size_t most, const std::function<bool(const std::string& folder)>& holds);
 
+/// How a process was started: its program and arguments, separated by blanks, of at most 200 bytes;
+/// empty text where it has gone. It is the process's own word (proc(5), cmdline), for people alone.
+std::string commandOfProcess(pid_t pid);
+
 /// Whether `matches` is true of an open descriptor of the process of that folder: the entry NAME of
 /// the open folder `list`. False for a process whose descriptors this user may not see.
 bool anyDescriptor(const std::string& folder,

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -14,6 +15,7 @@
 
 #include "Utilities/Exception.h"
 #include "Utilities/FileDescriptor.h"
+#include "Utilities/Format.h"
 #include "platform/foundation/MainLoopGuard.h"
 
 namespace tarvo {
@@ -77,8 +79,40 @@ int makePipe(Pipe& pipe) {
 
 }  // namespace
 
-SpawnedTask::SpawnedTask(std::string launchPath, NotificationCenter& center, LogSink log)
-    : launchPath_(std::move(launchPath)), center_(center), log_(std::move(log)) {}
+Inheritance exchangeInheritance(const Inheritance& next) {
+  Inheritance former;
+  former.umask = ::umask(next.umask);
+  rlimit core{};
+  ::getrlimit(RLIMIT_CORE, &core);
+  former.coreSize = std::exchange(core.rlim_cur, std::min(next.coreSize, core.rlim_max));
+  ::setrlimit(RLIMIT_CORE, &core);
+  return former;
+}
+
+std::optional<std::string> StartLimit::refusal(const std::string& path) {
+  const auto now = now_();
+  Program& program = programs_[path];
+  std::erase_if(program.starts, [&](const auto& start) { return now - start >= kWindow; });
+  if (program.starts.size() < kMost) {
+    program.starts.push_back(now);
+    return std::nullopt;
+  }
+  std::string why = formatted("launched %zu times within %d s already: ", kMost,
+                              static_cast<int>(kWindow.count())) +
+                    path;
+  const auto before = std::exchange(program.refused, now);
+  if (!before || now - *before >= kWindow)
+    logTo(log_, LogLevel::kWarning, "Further starts are refused for now: " + why);
+  return why;
+}
+
+SpawnedTask::SpawnedTask(std::string launchPath, NotificationCenter& center, LogSink log,
+                         std::shared_ptr<StartLimit> limit, const Inheritance& forChild)
+    : launchPath_(std::move(launchPath)),
+      center_(center),
+      log_(std::move(log)),
+      limit_(std::move(limit)),
+      forChild_(forChild) {}
 
 void SpawnedTask::setArguments(std::vector<std::string> arguments) {
   arguments_ = std::move(arguments);
@@ -90,6 +124,7 @@ std::string SpawnedTask::description() const {
 
 void SpawnedTask::launch() {
   if (std::exchange(launchCalled_, true)) raiseInvalidArgument("task already launched");
+  if (auto refusal = limit_->refusal(launchPath_)) raiseInvalidArgument(std::move(*refusal));
   if (const int error = spawn(); error != 0) {
     raiseInvalidArgument("launch path not accessible: " + launchPath_ + ", " +
                          std::generic_category().message(error));
@@ -120,9 +155,12 @@ int SpawnedTask::spawn() {
   // claimed USB node in a child that lives for hours would keep it from everybody else.
   setup.closeOthers();
   pid_t child = 0;
+  // posix_spawn has no attribute for either, and no other thread of the agent makes files.
+  const Inheritance own = exchangeInheritance(forChild_);
   // Unlike fork, this copies no page tables, and it reports what exec itself says.
   const int error = ::posix_spawn(&child, launchPath_.c_str(), setup.actions(), setup.attributes(),
                                   arguments.data(), environ);
+  exchangeInheritance(own);
   if (error == 0) pid_ = child;
   return error;
 }
@@ -145,11 +183,16 @@ void SpawnedTask::ended() {
   center_.post({std::string(kTaskDidTerminateNotification), shared_from_this()});
 }
 
-SpawnedTaskFactory::SpawnedTaskFactory(NotificationCenter& center, LogSink log)
-    : center_(center), log_(std::move(log)) {}
+SpawnedTaskFactory::SpawnedTaskFactory(NotificationCenter& center, LogSink log,
+                                       const Inheritance& forChildren,
+                                       std::function<StartLimit::Clock::time_point()> now)
+    : center_(center),
+      log_(std::move(log)),
+      forChildren_(forChildren),
+      limit_(std::make_shared<StartLimit>(log_, std::move(now))) {}
 
 std::shared_ptr<Task> SpawnedTaskFactory::makeTask(std::string launchPath) {
-  return std::make_shared<SpawnedTask>(std::move(launchPath), center_, log_);
+  return std::make_shared<SpawnedTask>(std::move(launchPath), center_, log_, limit_, forChildren_);
 }
 
 }  // namespace tarvo

@@ -49,12 +49,14 @@ TEST_F(AgentStatusTest, AnnouncesWhatDiffersWhileItIsShownAlsoTextThatIsNoUTF8) 
   now.devices = {{"PTP", -98566144, "", "SN1"}, {"card", 7, "/m/\xE4", "S"}};
   change();
   now.recoveryArmed = true;
+  now.wirelessBusySince = 1795683600000000;
   change();
   ASSERT_TRUE(waitUntil([&] { return announced.size() >= 2; }));
   EXPECT_THAT(announced,
               ElementsAre("('com.tarvo.Agent1', {'RelayRunning': <true>, 'Devices': <[('PTP', "
                           "-98566144, '', 'SN1'), ('card', 7, '/m/\xEF\xBF\xBD', 'S')]>}, [])",
-                          "('com.tarvo.Agent1', {'RecoveryArmed': <true>}, [])"));
+                          "('com.tarvo.Agent1', {'WirelessBusySince': <uint64 1795683600000000>, "
+                          "'RecoveryArmed': <true>}, [])"));
 }
 
 }  // namespace

@@ -57,9 +57,13 @@ const Guard kGuards[] = {
      {kEntered,
       "newImageCaptureDeviceAdded - RelayApp is already running. Ignoring this camera event."}},
     {"the wireless utility is transferring",
-     [](ListenerTest& t) { t.distributed.postFromElsewhere(kWRLABusyNotification); },
+     [](ListenerTest& t) {
+       t.distributed.postFromElsewhere(kWRLABusyNotification);
+       t.now += 75s;
+       t.distributed.postFromElsewhere(kWRLABusyNotification);  // it is the same busy
+     },
      [](ListenerTest& t) { t.distributed.postFromElsewhere(kWRLADoneNotification); },
-     "the wireless utility is transferring",
+     "the wireless utility is transferring, for 75 s by now",
      {kEntered, "showBusyMessage entered", kViewerLine,
       "newImageCaptureDeviceAdded - WRLA is transferring. Ignoring this camera event."}},
 };

@@ -58,9 +58,9 @@ class ListenerTest : public ::testing::Test {
   }
 
   void start(std::uint32_t systemVersion = 0) {
-    listener =
-        Listener::init({center, workspace, distributed, loop, tasks, applications, imageCapture,
-                        constants, systemVersion, warnings.sink(), [this] { ++stateChanges; }});
+    listener = Listener::init({center, workspace, distributed, loop, tasks, applications,
+                               imageCapture, constants, systemVersion, warnings.sink(),
+                               [this] { ++stateChanges; }, [this] { return now; }});
     startLines = takeLines();
   }
 
@@ -153,6 +153,7 @@ class ListenerTest : public ::testing::Test {
   std::unique_ptr<Listener> listener;
   Lines startLines;
   int stateChanges = 0;
+  AppBlocker::Clock::time_point now{1795683600s};
 
  private:
   /// A bundle whose file lists no model: the fixed product ids (0x302 to 0x311) are supported.

@@ -53,6 +53,9 @@ TEST_F(ListenerTest, TellsTheUserOfARelayThatCannotStartAndKeepsItsHandleUntilTh
   EXPECT_FALSE(listener->relayIsRunning());
   tasks.failStart("/Library/Tarvo Relay", "");
   listener->launchAppWithType("PTP", "1", "");
+  listener->showBusyMessage();
+  EXPECT_THAT(applications.named,
+              ElementsAre("TARVO Wireless Utility", "com.tarvo.Relay", "ViewerApp"));
   EXPECT_EQ(takeLines().at(1), "appDiedHandler --- ERROR --- rlaTask is not nil!");
   EXPECT_THAT(distributed.posted, ElementsAre(kRLABusyNotification));
 }
@@ -88,11 +91,12 @@ TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnlyAndForgetsThatItW
   EXPECT_FALSE(listener->wirelessIsBusy());
   EXPECT_EQ(takeLines().back(), "AppBlocker - handleDoneNotification entered");
   distributed.postFromElsewhere(kWRLABusyNotification);
-  EXPECT_TRUE(listener->wirelessIsBusy());
+  EXPECT_EQ(listener->wirelessBusySince(), now);
   EXPECT_EQ(takeLines().back(), "AppBlocker - handleBusyNotification entered");
   tasks.end(tasks.task(0));
   EXPECT_THAT(takeLines(), ElementsAre("appDiedHandler --- ERROR --- got WRLA died notification"));
   EXPECT_FALSE(listener->wirelessIsBusy());
+  EXPECT_EQ(listener->wirelessBusySince(), std::nullopt);
   EXPECT_EQ(tasks.count(), 1u);
   distributed.postFromElsewhere("LaunchWRLAppNotification");
   EXPECT_THAT(takeLines(), ElementsAre("Received a notification to launch WRLA", "Launch WRLApp",

@@ -6,6 +6,9 @@
 
 #include <algorithm>
 
+#include "platform/foundation/GlibRunLoop.h"
+#include "tests/support/FakeBusService.h"
+#include "tests/support/RecordingSystemLog.h"
 #include "tests/support/TemporaryFolder.h"
 
 namespace tarvo::test {
@@ -23,6 +26,51 @@ TEST(ApplicationOfUnitTest, AnApplicationsScopeOrServiceCarriesItsId) {
   };
   for (const auto& [unit, expected] : rows)
     EXPECT_EQ(applicationOfUnit(unit), expected) << unit;
+}
+
+TEST(ApplicationScopesTest, AChildIsMovedIntoAScopeThatTellsItsIdAndOnlyARefusalIsToldOf) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"com.tarvo.Relay", "app-tarvo-com.tarvo.Relay-77.scope"},
+      {"tarvo-relay", "app-tarvo-tarvo\\x2drelay-77.scope"},
+      {"TARVO \xC3\x84", "app-tarvo-TARVO\\x20\\xc3\\x84-77.scope"},
+  };
+  const RunningBus bus;
+  GlibRunLoop loop{{}};
+  RecordingSystemLog log;
+  BusConnection connection("session bus", bus.address(), loop, log.sink());
+  ApplicationScopes scopes(connection, log.sink());
+  scopes.add(77, "before.the.bus");
+  connection.start();
+  ASSERT_TRUE(connection.waitUntilSettled());
+  scopes.add(77, "without.a.manager");
+  // The bus answers one connection in order.
+  g_dbus_connection_call_sync(connection.connection(), "org.freedesktop.DBus", "/", nullptr,
+                              "GetId", nullptr, nullptr, G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
+                              nullptr);
+  Identifiers asked;
+  FakeBusService manager(bus, "org.freedesktop.systemd1", [&](GObjectPtr<GDBusMessage> call) {
+    const char* scope = nullptr;
+    GVariant* properties = nullptr;
+    g_variant_get(g_dbus_message_get_body(call.get()), "(&ss@a(sv)a(sa(sv)))", &scope, nullptr,
+                  &properties, nullptr);
+    asked.push_back(scope + takeText(g_variant_print(GVariantPtr(properties).get(), FALSE)));
+    if (asked.size() < std::size(rows))
+      manager.answer(call.get(), g_variant_new("(o)", "/job"));
+    else
+      manager.refuse(call.get(), "org.freedesktop.systemd1.UnitExists", "there is one");
+  });
+  Identifiers expected;
+  for (const auto& [identifier, scope] : rows) {
+    EXPECT_EQ(applicationOfUnit(scope), identifier);
+    scopes.add(77, identifier);
+    expected.push_back(scope + std::string("[('PIDs', <[uint32 77]>), "
+                                           "('CollectMode', <'inactive-or-failed'>)]"));
+  }
+  ASSERT_TRUE(waitUntil([&] { return !log.lines().empty(); }));
+  EXPECT_EQ(asked, expected);
+  EXPECT_EQ(log.lines(), (Identifiers{std::string(rows[2].second) +
+                                      " cannot be made, so what was started counts with the agent: "
+                                      "there is one"}));
 }
 
 TEST(ProgramOfExecTest, TheProgramIsUnquotedAndItsArgumentsDropped) {

@@ -40,7 +40,8 @@ class SpawnedTaskTest : public testing::Test {
   TemporaryFolder folder_;
   RecordingSystemLog log_;
   NotificationCenter center_;
-  SpawnedTaskFactory factory_{center_, log_.sink()};
+  StartLimit::Clock::time_point now_;
+  SpawnedTaskFactory factory_{center_, log_.sink(), {0022, 4096}, [this] { return now_; }};
   std::vector<std::shared_ptr<Object>> ended_;
 };
 
@@ -97,10 +98,12 @@ TEST_F(SpawnedTaskTest, AChildInheritsNothingAndItsStandardErrorCanBeAPipeThatTa
   sigaddset(&blocked, SIGUSR1);
   ::pthread_sigmask(SIG_BLOCK, &blocked, &former);
   const auto formerPipeAction = ::signal(SIGPIPE, SIG_IGN);
+  const Inheritance formerInheritance = exchangeInheritance({0077, 0});
   // The last command takes the shell's place, which blocks signals for itself around every fork.
   runScript(
       "ls -l /proc/self/fd > \"$1/fds\"; /bin/echo x >&2 && echo ok > \"$1/ok\";"
-      "exec cat /proc/self/status > \"$1/status\"");
+      "cp /proc/self/limits \"$1\"; exec cat /proc/self/status > \"$1/status\"");
+  EXPECT_EQ(exchangeInheritance(formerInheritance), (Inheritance{0077, 0})) << "its own is changed";
   ::signal(SIGPIPE, formerPipeAction);
   ::pthread_sigmask(SIG_SETMASK, &former, nullptr);
 
@@ -113,6 +116,33 @@ TEST_F(SpawnedTaskTest, AChildInheritsNothingAndItsStandardErrorCanBeAPipeThatTa
   EXPECT_EQ(signalsAt("SigBlk:"), 0U);
   constexpr auto kInternalToTheLibrary = 0x180000000ULL;
   EXPECT_EQ(signalsAt("SigIgn:") & ~kInternalToTheLibrary, 0U);
+  EXPECT_NE(folder_.read("status").find("Umask:\t0022\n"), std::string::npos);
+  EXPECT_NE(folder_.read("limits").find("Max core file size        4096 "), std::string::npos)
+      << folder_.read("limits");
+}
+
+TEST_F(SpawnedTaskTest, TheEleventhStartOfAProgramWithinTenSecondsFailsAndOneLineTellsWhy) {
+  using namespace std::chrono_literals;
+  const std::tuple<std::chrono::milliseconds, const char*, int, std::size_t, std::size_t> rows[] = {
+      {0s, "/bin/true", 4, 4, 0},      {1s, "/bin/true", 6, 6, 0},
+      {8999ms, "/bin/true", 20, 0, 1}, {0ms, "/bin/false", 20, 10, 2},  // each program by itself
+      {1ms, "/bin/true", 20, 4, 2},   // the first four are ten seconds ago
+      {9s, "/bin/true", 20, 6, 2},    // still the same flood
+      {20s, "/bin/true", 20, 10, 3},  // another one
+  };
+  std::size_t all = 0;
+  for (const auto& [later, path, times, expected, lines] : rows) {
+    now_ += later;
+    std::size_t started = 0;
+    for (int i = 0; i < times; ++i) {
+      const auto why = raisedBy(*factory_.makeTask(path));
+      if (why.empty()) ++started;
+    }
+    EXPECT_EQ(started, expected) << path << " " << now_.time_since_epoch().count();
+    EXPECT_EQ(log_.count("launched 10 times within 10 s already: "), lines) << path;
+    all += started;
+  }
+  EXPECT_TRUE(waitUntil([&] { return ended_.size() == all; }));
 }
 
 }  // namespace

@@ -15,7 +15,9 @@ namespace tarvo::test {
 class FakeRunningApplications : public RunningApplications {
  public:
   std::vector<RunningApplication> launchedApplications() override { return applications; }
-  void nameTask(const std::shared_ptr<const Task>&, std::string) override {}
+  void nameTask(const std::shared_ptr<const Task>&, std::string identifier) override {
+    named.push_back(std::move(identifier));
+  }
   std::optional<std::string> launcherIdentifier() override { return launcher; }
 
   void start(std::string identifier) {
@@ -29,6 +31,7 @@ class FakeRunningApplications : public RunningApplications {
 
   std::vector<RunningApplication> applications;
   std::optional<std::string> launcher;
+  std::vector<std::string> named;  ///< what nameTask() was told, in order
 
  private:
   pid_t nextPid_ = 6000;

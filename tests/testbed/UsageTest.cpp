@@ -95,10 +95,12 @@ TEST_F(Usage, AnAgentEndsWhereAnotherOneIsOnTheBusAlsoWhenTheBusComesLater) {
   EXPECT_TRUE(waitUntil([&] { return second->output().find(" ready") != std::string::npos; }));
   std::filesystem::create_symlink(sessionBus_.socketPath(), later);
   EXPECT_EQ(second->waitForEnd(), kExitNameRefused);
-  EXPECT_THAT(second->output(), HasSubstr("Another agent is running"));
+  const auto owned = "The name com.tarvo.Agent on the session bus is owned already, by process " +
+                     std::to_string(agent().pid()) + ": " + AGENT_PROGRAM + "\n";
+  EXPECT_THAT(second->output(), HasSubstr(owned));
   const auto third = makeProgram("third.log");
   EXPECT_EQ(third->waitForEnd(), kExitNameRefused);
-  EXPECT_THAT(third->output(), HasSubstr("Another agent is running"));
+  EXPECT_THAT(third->output(), HasSubstr(owned));
   EXPECT_THAT(third->output(), Not(HasSubstr("Launch WRLApp"))) << "it has started something";
   EXPECT_TRUE(agent().isRunning());
 }

@@ -189,7 +189,7 @@ class Agent:
         self.machine.wait("the agent", lambda: self.status("Active") is not None)
 
     def process(self):
-        return self.machine.user("systemctl --user show -P MainPID tarvo-agent", self.user).strip()
+        return self.unit("MainPID")
 
     def restart(self):
         self.machine.user("systemctl --user restart tarvo-agent", self.user)
@@ -208,14 +208,25 @@ class Agent:
     def wait_for_devices(self, *expected):
         self.machine.wait(f"the list {list(expected)}", lambda: self.devices() == list(expected))
 
-    def _reports(self):
-        """What every Relay wrote that was started, in order."""
+    def reports(self, program="Tarvo Relay"):
+        """What every application of that name wrote that was started, in order."""
         lines = self.machine.root(f"cat /home/{self.user}/launches").splitlines()
-        return [report for report in map(json.loads, lines) if report["program"] == "Tarvo Relay"]
+        return [report for report in map(json.loads, lines) if report["program"] == program]
+
+    def unit(self, name, unit="tarvo-agent"):
+        """A property of a unit of the user's manager."""
+        return self.machine.user(f"systemctl --user show -P {name} {shlex.quote(unit)}",
+                                 self.user).strip()
+
+    def post(self, notification, times=1):
+        """Posts a distributed notification, as any process of the user can."""
+        self.machine.user(f"for i in $(seq {times}); do dbus-send --session --type=signal "
+                          "/com/tarvo/DistributedNotification "
+                          f"com.tarvo.DistributedNotification.{notification}; done", self.user)
 
     def launches(self):
         """Arguments of every Relay that was started, in order."""
-        return [tuple(report["arguments"]) for report in self._reports()]
+        return [tuple(report["arguments"]) for report in self.reports()]
 
     def wait_for_launches(self, *expected):
         try:
@@ -235,7 +246,7 @@ class Agent:
             f"journalctl --quiet --output=cat _UID={USERS[self.user]} --identifier=tarvo-agent")
 
     def end_relay(self):
-        self.machine.root(f"kill {self._reports()[-1]['pid']}")
+        self.machine.root(f"kill {self.reports()[-1]['pid']}")
         self.machine.wait("the Relay has ended", lambda: self.status("RelayRunning") is False)
 
 

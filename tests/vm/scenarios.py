@@ -43,6 +43,79 @@ def agent_restarted(desk):
     agent.expect_launches(LAUNCH)
 
 
+def flood(desk):
+    """A flood of requests starts the wireless utility ten times; how long it is busy is told."""
+    agent = desk.agent()
+    agent.post("LaunchWRLAppNotification", 40)
+    agent.wait_for_log("Received a notification to launch WRLA", 40)
+    starts = sorted(report["started"] for report in agent.reports("TARVO Wireless Utility"))
+    # A stand-in may be a little late to tell when it was started.
+    expect("eleven within ten seconds", [pair for pair in zip(starts, starts[10:])
+                                         if pair[1] - pair[0] < 9], [])
+    expect("lines that say why", agent.log().count("Further starts are refused"), 1)
+    agent.post("kWRLABusyNotification")
+    desk.machine.wait("busy", lambda: agent.status("WirelessBusy"))
+    lasted = int(desk.machine.root("date +%s")) - agent.status("WirelessBusySince") // 1000000
+    if not 0 <= lasted <= 20:
+        expect("seconds of busy", lasted, "0 to 20")
+    desk.plug("tarvo-camera")
+    agent.wait_for_log("is ignored: the wireless utility is transferring, for ")
+    agent.post("kWRLADoneNotification")
+    desk.machine.wait("done", lambda: agent.status("WirelessBusySince") == 0)
+
+
+def own_scope(desk):
+    """An application has a scope and limits of its own, is known by it, and outlives the agent."""
+    machine = desk.machine
+    # The scope alone tells an agent that starts anew; and a program may make a sandbox of its own.
+    machine.root("rm /usr/local/share/applications/com.tarvo.Relay.desktop && "
+                 "cd '/usr/local/lib/tarvo/TARVO Wireless Utility.app/Contents/MacOS' && "
+                 "printf '#!/bin/sh\nunshare -Urm mount -t tmpfs none /mnt && touch ~/sandboxed\n' "
+                 ">'TARVO Wireless Utility'")
+    agent = desk.agent()
+    machine.wait("a sandbox", lambda: machine.root("test -e /home/anna/sandboxed && echo yes",
+                                                   check=False))
+    desk.plug("tarvo-camera")
+    agent.wait_for_launches(LAUNCH)
+    relay = agent.reports()[0]["pid"]
+    scope = f"app-tarvo-com.tarvo.Relay-{relay}.scope"
+    machine.wait("its scope", lambda: machine.root(f"cat /proc/{relay}/cgroup").endswith(
+        f"/{scope}\n"))
+    for name, limit in (("TasksMax", "64"), ("MemoryMax", str(256 << 20))):
+        expect(f"{name} of the agent", agent.unit(name), limit)
+        expect(f"{name} of the Relay", agent.unit(name, scope),
+               agent.unit(name, "dbus.service"))  # the manager's default
+    masks = [machine.root(f"grep Umask /proc/{pid}/status").split()[1]
+             for pid in (relay, agent.process())]
+    expect("masks of the Relay and of the agent", masks, ["0022", "0077"])
+    machine.user("systemctl --user stop tarvo-agent")
+    machine.root(f"kill -0 {relay}")
+    machine.user("systemctl --user start tarvo-agent")
+    agent.wait_for_log("RelayApp is already running. Ignoring this camera event.")
+    agent.expect_launches(LAUNCH)
+
+
+def name_taken(desk):
+    """Who owns the agent's name is told; the unit tries again a few times, and then no more."""
+    machine = desk.machine
+    agent = desk.agent()
+
+    def take():
+        ready = agent.log().count(" ready")
+        machine.user("systemctl --user stop tarvo-agent && "
+                     "systemd-run --user --quiet --unit=taker tarvo-agent")
+        agent.wait_for_log(" ready", ready + 1)
+        machine.user("systemctl --user start tarvo-agent", check=False)
+        return agent.unit("MainPID", "taker")
+
+    taker = take()
+    agent.wait_for_log(f"is owned already, by process {taker}: /usr/local/bin/tarvo-agent", 2)
+    machine.user("systemctl --user stop taker")
+    machine.wait("the agent", lambda: agent.status("Active"))
+    take()
+    machine.wait("no more attempts", lambda: agent.unit("ActiveState") == "failed", 60)
+
+
 def access(desk):
     """The user at the seat may use the maker's units, other users and other units have nothing."""
     machine = desk.machine
@@ -376,10 +449,10 @@ def _with(camera, scenario):
     return run
 
 
-MAIN = [camera_arrival, camera_replugged, agent_restarted, access, unit_switched, unit_ejected,
-        disk_arrival, card_arrival, tool]
+MAIN = [camera_arrival, camera_replugged, agent_restarted, flood, own_scope, access, unit_switched,
+        unit_ejected, disk_arrival, card_arrival, tool]
 MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
          for camera in (SimulatedCamera, ForeignCamera)]
-OTHERS = [user_switch, recovery, switched_while_mounted, unit_held, unit_before_its_nodes,
-          units_exchanged, told_to_end, unit_vanishes, card_with_traps, card_pulled_out, imported,
-          many_cycles]
+OTHERS = [name_taken, user_switch, recovery, switched_while_mounted, unit_held,
+          unit_before_its_nodes, units_exchanged, told_to_end, unit_vanishes, card_with_traps,
+          card_pulled_out, imported, many_cycles]
