@@ -50,6 +50,7 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kIOReturnBusy, "the disk is in use"},
     {status::kIOReturnTimeout, "no answer in time"},
     {status::kDAReturnError, "the disk service refused"},
+    {status::kDAReturnExclusiveAccess, "the disk is not this device's alone"},
     {status::kDAReturnNotFound, "there is no such disk"},
     {status::kDAReturnNotPermitted, "the disk service does not let this user do that"},
     {status::kDAReturnNotReady, "the disk service cannot be asked"},

@@ -127,6 +127,8 @@ std::string statusText(Status value);
 namespace tarvo::status {
 
 inline constexpr Status kDAReturnError = ioKitStatus(0xF8DA0001);
+/// It is another device's, or also another's.
+inline constexpr Status kDAReturnExclusiveAccess = ioKitStatus(0xF8DA0004);
 inline constexpr Status kDAReturnNotFound = ioKitStatus(0xF8DA0006);
 inline constexpr Status kDAReturnNotPermitted = ioKitStatus(0xF8DA0008);
 inline constexpr Status kDAReturnNotReady = ioKitStatus(0xF8DA000A);  ///< nobody can be asked

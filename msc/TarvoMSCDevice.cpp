@@ -3,6 +3,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "NativeServices/Logging.h"
@@ -78,15 +79,24 @@ std::optional<std::string> TarvoMSCDevice::dcfVolumeBSDName() {
   return _dcfVolumeBSDName;
 }
 
+ServiceHandle TarvoMSCDevice::usbDevice() const {
+  return usbHandleAbove(MSCRoom::required().services().registry, _service);
+}
+
 std::vector<Mount> TarvoMSCDevice::mounts() const {
   const auto& services = MSCRoom::required().services();
-  const ServiceHandle usbDevice = usbHandleAbove(services.registry, _service);
-  auto mounts = services.mounts.mounts();
-  // Of every disk of the USB device: opening the tray of one unit may cut the others off.
-  std::erase_if(mounts, [&](const Mount& mount) {
-    return usbDevice == 0 || !mount.device.starts_with("/dev/") ||
-           usbDeviceOfDisk(services.registry, lastPathComponent(mount.device)) != usbDevice;
-  });
+  const ServiceHandle own = usbDevice();
+  std::vector<Mount> mounts;
+  for (Mount& mount : services.mounts.mounts()) {
+    if (!mount.device.starts_with("/dev/")) continue;
+    // A mapped device is mounted by a link to its node.
+    std::error_code ignored;
+    mount.device = std::filesystem::weakly_canonical(mount.device, ignored).string();
+    // Of every disk of the USB device: opening the tray of one unit may cut the others off.
+    const std::string disk = lastPathComponent(mount.device);
+    if (shareOfDisk(services.registry, disk, own) != DiskShare::kNothing)
+      mounts.push_back(std::move(mount));
+  }
   return mounts;
 }
 
@@ -154,7 +164,6 @@ PropertyDictionary GetUSBDataFromBSDName(const std::string& bsdName) {
 namespace {
 
 constexpr Status kDiskFailure = -1;
-constexpr bool kWholeDisk = true;
 
 using DiskContext = TarvoMSCDevice::DiskContext;
 
@@ -206,24 +215,24 @@ Status TarvoMSCDevice::unmountAllPartitions(const std::string& bsdName) {
 Status TarvoMSCDevice::unmountAllPartitionsWithin(const std::string& bsdName,
                                                   std::chrono::milliseconds& left) {
   return runDiskOperation(bsdName, left, DiskUnmountCallback,
-                          [&](DASession& session, DASession::Callback done) {
-                            session.unmount(bsdName, kWholeDisk, std::move(done));
+                          [](DASession& session, const DADisk& disk, DASession::Callback done) {
+                            session.unmount(disk, std::move(done));
                           });
 }
 
 Status TarvoMSCDevice::ejectMediaWithBSDName(const std::string& bsdName) {
   auto left = kDiskTimeout;
   return runDiskOperation(bsdName, left, DiskUnmountCallback,
-                          [&](DASession& session, DASession::Callback done) {
-                            session.eject(bsdName, std::move(done));
+                          [](DASession& session, const DADisk& disk, DASession::Callback done) {
+                            session.eject(disk, std::move(done));
                           });
 }
 
 Status TarvoMSCDevice::remountMediaWithBSDName(const std::string& bsdName) {
   auto left = kDiskTimeout;
   return runDiskOperation(bsdName, left, DiskMountCallback,
-                          [&](DASession& session, DASession::Callback done) {
-                            session.mount(bsdName, _dcfVolumeName.value_or(""), std::move(done));
+                          [&](DASession& session, const DADisk& disk, DASession::Callback done) {
+                            session.mount(disk, _dcfVolumeName.value_or(""), std::move(done));
                           });
 }
 
@@ -240,7 +249,8 @@ Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono:
                   numberOf(*session));
   TraceLog::trace("bsdNameCStr = %s", bsdName.c_str());
   TraceLog::trace("confirming %s == %s??", bsdName.c_str(), bsdName.c_str());
-  start(*session, [&](const DADissenter* dissenter) { completion(bsdName, dissenter, &context); });
+  start(*session, {bsdName, usbDevice()},
+        [&](const DADissenter* dissenter) { completion(bsdName, dissenter, &context); });
   const bool isStopped = session->run(left);
   if (!isStopped && diskArbitration.isInterrupted()) {
     fail(status::kCancelled, "the program was told to end");
@@ -291,7 +301,8 @@ bool TarvoMSCDevice::ejectTray() {
   senseData_ = {};
   // udev locks the tray so that nobody pulls out what is mounted; where nothing is, the lock
   // protects nobody.
-  const TrayLock lock = mounts().empty() ? TrayLock::kReleased : TrayLock::kRespected;
+  const bool isFree = usbDevice() != 0 && mounts().empty();
+  const TrayLock lock = isFree ? TrayLock::kReleased : TrayLock::kRespected;
   if (const Status failed = _mmcDevice->setTrayState(kIsOpen, lock, senseData_);
       failed != status::kOK) {
     TraceLog::trace("Error: SetTrayState failed %x", static_cast<unsigned>(failed));

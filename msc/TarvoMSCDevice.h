@@ -81,7 +81,9 @@ class TarvoMSCDevice : public Object {
 
   /// Unmounts every volume of the unit's USB device. 0, too, when it has no disk of its own.
   [[nodiscard]] Status unmountMedia();
-  /// Unmounts every volume of the USB device that the disk `bsdName` belongs to.
+  // A `bsdName` that is not a disk of this unit's USB device alone is refused.
+
+  /// Unmounts every volume of the unit's USB device.
   [[nodiscard]] Status unmountAllPartitions(const std::string& bsdName);
   [[nodiscard]] Status ejectMediaWithBSDName(const std::string& bsdName);
   /// Mounts `bsdName`, where the system has room for it: dcfVolumeName() is a wish.
@@ -90,7 +92,8 @@ class TarvoMSCDevice : public Object {
   /// has the unit open its tray, also when it could not be unmounted: its lock stays then, and the
   /// unit refuses. True on success.
   [[nodiscard]] bool ejectTray();
-  /// What is mounted of the unit's USB device, wherever, in the order of mounting.
+  /// What is mounted of the unit's USB device, wherever, in the order of mounting; also what lies
+  /// on its disks by a mapped device (LUKS, LVM), each with the kernel's name of its node.
   std::vector<Mount> mounts() const;
 
   // Vendor mode pages.
@@ -140,13 +143,15 @@ class TarvoMSCDevice : public Object {
  private:
   using DiskCompletion = void (*)(const std::string& disk, const DADissenter* dissenter,
                                   DiskContext* context);
-  using StartOperation = std::function<void(DASession&, DASession::Callback)>;
+  using StartOperation = std::function<void(DASession&, const DADisk&, DASession::Callback)>;
 
   static constexpr std::chrono::milliseconds kDiskTimeout{20'000};
 
   TarvoMSCDevice() = default;
 
   void requireInterface() const;
+  /// 0 where it is not known.
+  ServiceHandle usbDevice() const;
   std::optional<std::string> _getModelString();
   void _fillOutDateStruct(ClockPage& page, std::time_t date);
   bool couldNotSetUSBMode();

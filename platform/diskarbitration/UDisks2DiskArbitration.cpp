@@ -65,8 +65,10 @@ bool mayBeBusy(const GError* error) {
          name == "org.freedesktop.UDisks2.Error.Failed";
 }
 
-GVariant* noOptions() {
-  return g_variant_new("(@a{sv})", g_variant_new("a{sv}", nullptr));
+/// The agent acts by itself, and for tarvoctl a password takes longer to type than the wait lasts:
+/// what needs one is refused.
+GVariant* withoutDialog() {
+  return g_variant_new_parsed("({'auth.no_user_interaction': <true>},)");
 }
 
 }  // namespace
@@ -75,18 +77,23 @@ struct UDisks2Session::Unmounting {
   /// One unmount call: UDisks2 takes one mount point a call.
   struct Step {
     std::string path;
+    std::string bsdName;
     std::string mountPoint;
   };
+  ServiceHandle usbDevice;
   std::deque<Step> steps;
   Callback done;
   std::optional<DADissenter> dissenter{};
 
-  void refused(const Step& step, const GError* error) {
+  void refused(const std::string& mountPoint, const GError* error) {
     // Who keeps it busy is looked for now: a moment later he may have ended.
     DADissenter each = dissenterFor(error);
-    const std::string users = mayBeBusy(error) ? processesUsing({step.mountPoint}) : "";
+    const std::string users = mayBeBusy(error) ? processesUsing({mountPoint}) : "";
     if (!users.empty()) each = {status::kIOReturnBusy, "in use by " + users};
-    each.why = step.mountPoint + ": " + each.why;
+    refused(mountPoint, std::move(each));
+  }
+  void refused(const std::string& mountPoint, DADissenter each) {
+    each.why = mountPoint + ": " + each.why;
     if (dissenter) {
       dissenter->why += "; " + each.why;
     } else {
@@ -135,58 +142,89 @@ UDisks2Session::~UDisks2Session() {
   }
 }
 
-void UDisks2Session::unmount(std::string_view bsdName, bool wholeDisk, Callback done) {
-  const auto found = [this, wholeDisk, done](const Blocks& all, const BlockObject& block) {
+void UDisks2Session::unmount(const DADisk& disk, Callback done) {
+  const auto found = [this, disk, done](const Blocks& all, const BlockObject&) {
     // Shared with the calls under way, which may outlive the operation.
-    auto work = std::make_shared<Unmounting>();
-    work->done = done;
+    auto work = std::make_shared<Unmounting>(Unmounting{disk.usbDevice, {}, done});
     for (const BlockObject& each : all) {
       if (each.mountPoints.empty()) continue;
-      // "Whole disk" is every disk of the USB device: a dock with two slots is unplugged as one.
-      if (&each != &block && !(wholeDisk && areUnmountedTogether(each, block))) continue;
-      for (const std::string& mountPoint : each.mountPoints)
-        work->steps.push_back({each.path, mountPoint});
+      // Every disk of the USB device: a dock with two slots is unplugged as one.
+      if (shareOfDisk(registry_, each.bsdName(), disk.usbDevice) == DiskShare::kNothing) continue;
+      for (const std::string& mountPoint : each.mountPoints) {
+        if (auto objected = objectionAt(mountPoint, all, disk.usbDevice)) {
+          work->refused(mountPoint, std::move(*objected));
+        } else {
+          work->steps.push_back({each.path, each.bsdName(), mountPoint});
+        }
+      }
     }
     unmountNext(work);
   };
-  lookUp({std::string(bsdName), done, found});
+  lookUp({disk, done, found});
 }
 
-bool UDisks2Session::areUnmountedTogether(const BlockObject& each, const BlockObject& block) {
-  const ServiceHandle usbDevice = usbDeviceOfDisk(registry_, block.bsdName());
-  return usbDevice != 0 ? usbDeviceOfDisk(registry_, each.bsdName()) == usbDevice
-                        : areOfOneDisk(each, block);
+std::optional<DADissenter> UDisks2Session::objection(const std::string& bsdName,
+                                                     ServiceHandle usbDevice) {
+  if (shareOfDisk(registry_, bsdName, usbDevice) == DiskShare::kAll) return std::nullopt;
+  return DADissenter{status::kDAReturnExclusiveAccess,
+                     bsdName + " does not belong to this device alone"};
+}
+
+// What lies over another at a mount point is what an unmounting takes, and a filesystem may spread
+// over several disks.
+std::optional<DADissenter> UDisks2Session::objectionAt(const std::string& mountPoint,
+                                                       const Blocks& all, ServiceHandle usbDevice) {
+  std::optional<DADissenter> objected;
+  for (const BlockObject& each : all)
+    if (!objected && std::ranges::find(each.mountPoints, mountPoint) != each.mountPoints.end())
+      objected = objection(each.bsdName(), usbDevice);
+  return objected;
 }
 
 void UDisks2Session::unmountNext(const std::shared_ptr<Unmounting>& work) {
-  if (work->steps.empty())
-    return work->dissenter ? refuse(work->done, *work->dissenter) : succeed(work->done);
   // One after the other, and on after a failure: who pulls the unit out afterwards loses what is
   // still mounted, so as much as possible is let go.
-  const Unmounting::Step step = work->steps.front();
-  work->steps.pop_front();
-  call(step.path, udisks2::kFilesystem, "Unmount", noOptions(), "()",
-       [this, work, step](GVariant*, const GError* error) {
-         // Somebody else was faster, which is as good.
-         const bool isDone = error == nullptr || remoteErrorName(error) == kNotMounted;
-         if (!isDone) work->refused(step, error);
-         // Of a service that has gone the others have nothing to expect.
-         if (!isDone && !isOfService(error)) work->steps.clear();
-         unmountNext(work);
-       });
+  while (!work->steps.empty()) {
+    const Unmounting::Step step = work->steps.front();
+    work->steps.pop_front();
+    // Another disk may have come to the name while the one before it was flushed.
+    if (auto objected = objection(step.bsdName, work->usbDevice)) {
+      work->refused(step.mountPoint, std::move(*objected));
+      continue;
+    }
+    return call(step.path, udisks2::kFilesystem, "Unmount", withoutDialog(), "()",
+                [this, work, step](GVariant*, const GError* error) {
+                  // Somebody else was faster, which is as good.
+                  const bool isDone = error == nullptr || remoteErrorName(error) == kNotMounted;
+                  if (!isDone) work->refused(step.mountPoint, error);
+                  // Of a service that has gone the others have nothing to expect.
+                  if (!isDone && !isOfService(error)) work->steps.clear();
+                  unmountNext(work);
+                });
+  }
+  work->dissenter ? refuse(work->done, *work->dissenter) : succeed(work->done);
 }
 
-void UDisks2Session::eject(std::string_view bsdName, Callback done) {
-  const auto found = [this, done](const Blocks&, const BlockObject& block) {
+void UDisks2Session::eject(const DADisk& disk, Callback done) {
+  const auto found = [this, disk, done](const Blocks& all, const BlockObject& block) {
     if (block.drive.empty())
       return refuse(done, {status::kDAReturnUnsupported, "no drive holds this disk"});
+    // The service takes devices of one serial number or WWN for one drive, and ejects any of them.
+    for (const BlockObject& each : all) {
+      if (each.drive != block.drive) continue;
+      if (const auto objected = objection(each.bsdName(), disk.usbDevice))
+        return refuse(done, {objected->status,
+                             "the disk service (UDisks2) takes several devices "
+                             "for this drive: " +
+                                 objected->why});
+    }
     finalCall(block.drive, udisks2::kDrive, "Eject", nullptr, done);
   };
-  lookUp({std::string(bsdName), done, found});
+  lookUp({disk, done, found});
 }
 
 // UDisks2 chooses the mount point by the volume's label; a caller's wish cannot be heard.
-void UDisks2Session::mount(std::string_view bsdName, std::string_view location, Callback done) {
+void UDisks2Session::mount(const DADisk& disk, std::string_view location, Callback done) {
   logTo(log_, LogLevel::kDebug,
         "the mount point is for the system to choose, not " + std::string(location));
   const auto found = [this, done](const Blocks&, const BlockObject& block) {
@@ -194,7 +232,7 @@ void UDisks2Session::mount(std::string_view bsdName, std::string_view location, 
       return refuse(done, {status::kDAReturnUnsupported, "there is no filesystem on it"});
     finalCall(block.path, udisks2::kFilesystem, "Mount", kAlreadyMounted, done);
   };
-  lookUp({std::string(bsdName), done, found});
+  lookUp({disk, done, found});
 }
 
 bool UDisks2Session::run(std::chrono::milliseconds& left) {
@@ -251,11 +289,12 @@ void UDisks2Session::lookUp(Search search) {
 }
 
 void UDisks2Session::disksCame(Search search, const Blocks& blocks) {
-  if (const BlockObject* block = blockNamed(blocks, search.bsdName))
-    return search.found(blocks, *block);
-  // The kernel has it and UDisks2 not yet: both hear of a disk by udev, each in its own time.
-  if (registry_.servicesMatchingBSDName(search.bsdName).empty())
+  const auto& [bsdName, usbDevice] = search.disk;
+  if (registry_.servicesMatchingBSDName(bsdName).empty())
     return refuse(search.done, {status::kDAReturnNotFound, "the system has no disk of that name"});
+  if (const auto objected = objection(bsdName, usbDevice)) return refuse(search.done, *objected);
+  if (const BlockObject* block = blockNamed(blocks, bsdName)) return search.found(blocks, *block);
+  // The kernel has it and UDisks2 not yet: both hear of a disk by udev, each in its own time.
   awaited_.push_back(std::move(search));
   if (arrivals_ != 0) return;
   hearOfDisks();
@@ -283,7 +322,7 @@ void UDisks2Session::askForAwaited() {
 
 void UDisks2Session::finalCall(const std::string& path, const char* interface, const char* method,
                                const char* alreadyDone, Callback done) {
-  call(path, interface, method, noOptions(), nullptr,
+  call(path, interface, method, withoutDialog(), nullptr,
        [this, alreadyDone, done = std::move(done)](GVariant*, const GError* error) {
          if (error == nullptr || (alreadyDone != nullptr && remoteErrorName(error) == alreadyDone))
            return succeed(done);

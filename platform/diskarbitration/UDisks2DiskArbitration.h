@@ -4,6 +4,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -63,9 +64,9 @@ class UDisks2Session : public DASession {
   UDisks2Session(const UDisks2Session&) = delete;
   UDisks2Session& operator=(const UDisks2Session&) = delete;
 
-  void unmount(std::string_view bsdName, bool wholeDisk, Callback done) override;
-  void eject(std::string_view bsdName, Callback done) override;
-  void mount(std::string_view bsdName, std::string_view location, Callback done) override;
+  void unmount(const DADisk& disk, Callback done) override;
+  void eject(const DADisk& disk, Callback done) override;
+  void mount(const DADisk& disk, std::string_view location, Callback done) override;
   bool run(std::chrono::milliseconds& left) override;
   void stop() override { stopped_ = true; }
   std::string awaited() const override;
@@ -77,7 +78,7 @@ class UDisks2Session : public DASession {
   using Found = std::function<void(const Blocks& all, const BlockObject& block)>;
   /// An operation on a disk that is to be found first.
   struct Search {
-    std::string bsdName;
+    DADisk disk;
     Callback done;
     Found found;
   };
@@ -96,7 +97,11 @@ class UDisks2Session : public DASession {
   /// From now on the service tells of disks that come.
   void hearOfDisks();
   void askForAwaited();
-  bool areUnmountedTogether(const BlockObject& each, const BlockObject& block);
+  /// Why nothing may be done to that disk for the USB device; none where it is the device's alone.
+  std::optional<DADissenter> objection(const std::string& bsdName, ServiceHandle usbDevice);
+  /// The first objection to a block device that is mounted there.
+  std::optional<DADissenter> objectionAt(const std::string& mountPoint, const Blocks& all,
+                                         ServiceHandle usbDevice);
   void unmountNext(const std::shared_ptr<Unmounting>& work);
   /// A call of an operation that ends with it. `alreadyDone` names the error that is none.
   void finalCall(const std::string& path, const char* interface, const char* method,

@@ -42,10 +42,7 @@ BlockObject blockObject(const char* path, GVariant* block, GVariant* interfaces)
   BlockObject object{.path = path,
                      .device = text(block, "Device", "^ay"),
                      .drive = text(block, "Drive", "o"),
-                     .table = {},
                      .mountPoints = {}};
-  if (const auto partition = interfaceOf(interfaces, udisks2::kPartition))
-    object.table = text(partition.get(), "Table", "o");
   if (const auto filesystem = interfaceOf(interfaces, udisks2::kFilesystem)) {
     object.hasFilesystem = true;
     object.mountPoints = mountPointsOf(filesystem.get());
@@ -75,14 +72,6 @@ const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::strin
   const std::string device = "/dev/" + std::string(bsdName);
   const auto block = std::ranges::find(blocks, device, &BlockObject::device);
   return block == blocks.end() ? nullptr : &*block;
-}
-
-bool areOfOneDisk(const BlockObject& a, const BlockObject& b) {
-  const auto whole = [](const BlockObject& each) {
-    // A disk without a partition table is its own.
-    return each.table.empty() ? each.path : each.table;
-  };
-  return whole(a) == whole(b);
 }
 
 }  // namespace tarvo

@@ -13,7 +13,6 @@ namespace udisks2 {
 inline constexpr const char* kService = "org.freedesktop.UDisks2";
 inline constexpr const char* kManagerPath = "/org/freedesktop/UDisks2";
 inline constexpr const char* kBlock = "org.freedesktop.UDisks2.Block";
-inline constexpr const char* kPartition = "org.freedesktop.UDisks2.Partition";
 inline constexpr const char* kFilesystem = "org.freedesktop.UDisks2.Filesystem";
 inline constexpr const char* kDrive = "org.freedesktop.UDisks2.Drive";
 }  // namespace udisks2
@@ -23,7 +22,6 @@ struct BlockObject {
   std::string path;    ///< of the object
   std::string device;  ///< its node, "/dev/sdb1"
   std::string drive;   ///< object path of the drive that holds it
-  std::string table;   ///< of a partition, object path of the disk that it is a part of
   bool hasFilesystem = false;
   std::vector<std::string> mountPoints;
 
@@ -38,8 +36,5 @@ std::vector<BlockObject> blockObjects(GVariant* managedObjects);
 /// The block device of that kernel name ("sdb1"); null where there is none. The name of an object
 /// is no help: UDisks2 escapes it.
 const BlockObject* blockNamed(const std::vector<BlockObject>& blocks, std::string_view bsdName);
-
-/// Whether both are of one disk, that is of one partition table.
-bool areOfOneDisk(const BlockObject& a, const BlockObject& b);
 
 }  // namespace tarvo

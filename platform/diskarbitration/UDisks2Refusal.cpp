@@ -33,7 +33,7 @@ constexpr auto kRefusals = std::to_array<Refusal>({
     {"org.freedesktop.UDisks2.Error.NotAuthorized", status::kDAReturnNotPermitted,
      "this user may not do that"},
     {"org.freedesktop.UDisks2.Error.NotAuthorizedCanObtain", status::kDAReturnNotPermitted,
-     "that needs an authorisation, which nobody was asked for"},
+     "that needs an authorisation, for which nobody was asked"},
     {"org.freedesktop.UDisks2.Error.NotAuthorizedDismissed", status::kDAReturnNotPermitted,
      "the authorisation was not given"},
     {"org.freedesktop.UDisks2.Error.MountedByOtherUser", status::kDAReturnNotPermitted,

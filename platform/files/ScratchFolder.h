@@ -1,24 +1,22 @@
 // Folders for what is downloaded to be read at once, which no other user can look into.
 #pragma once
 
-#include <optional>
 #include <string>
 
 namespace tarvo {
 
-/// This user's own folder under the system's temporary folder, made where it is not there; none
-/// where somebody else could get at it.
-std::optional<std::string> privateTemporaryFolder();
-
-/// A new folder in that one, which goes with everything in it.
+/// A new folder in the system's temporary folder (TMPDIR, else /tmp), which goes with everything in
+/// it. Its name, "tarvo-" and six characters that nobody can know beforehand, is free whatever
+/// another user has laid there.
 class ScratchFolder {
  public:
+  /// Raises std::system_error where none can be made: the fault is this machine's, and no device is
+  /// to be blamed for it.
   ScratchFolder();
   ~ScratchFolder();
   ScratchFolder(const ScratchFolder&) = delete;
   ScratchFolder& operator=(const ScratchFolder&) = delete;
 
-  /// Empty where it could not be made.
   const std::string& path() const { return path_; }
   /// Leaves the folder to whoever gets the paths of its files.
   void leave() { path_.clear(); }

@@ -139,17 +139,24 @@ void addUSBInterface(PropertyDictionary& properties, GUdevDevice* device) {
     setNumber(properties, key, numberAttribute(device, key, 16));
 }
 
+// What is in a folder of sysfs; nothing where there is no such folder.
+std::vector<std::string> namesIn(const std::string& path) {
+  GDir* folder = g_dir_open(path.c_str(), 0, nullptr);
+  if (!folder) return {};
+  std::vector<std::string> names;
+  while (const char* name = g_dir_read_name(folder))
+    names.emplace_back(name);
+  g_dir_close(folder);
+  return names;
+}
+
 // libudev cannot list children, but a unit has one block device and one generic node at most, each
 // in a folder named after its subsystem.
 std::string nameOfChild(const std::string& unitPath, const char* subsystem) {
   // No folder is no child: the driver has not come to the unit yet, or never will.
   // Of the folder and not through udev, which knows the child only later.
-  GDir* folder = g_dir_open((unitPath + "/" + subsystem).c_str(), 0, nullptr);
-  if (!folder) return {};
-  const char* name = g_dir_read_name(folder);
-  std::string result{orEmpty(name)};
-  g_dir_close(folder);
-  return result;
+  const auto names = namesIn(unitPath + "/" + subsystem);
+  return names.empty() ? "" : names.front();
 }
 
 // A unit's address is HOST:CHANNEL:TARGET:LUN. The host number is a new one at every plug, the rest
@@ -164,10 +171,11 @@ std::string_view addressInHost(std::string_view unitName) {
 std::string identityOfUnit(GUdevDevice* unit, GUdevDevice* usbDevice,
                            const PropertyDictionary& properties) {
   if (!usbDevice) return sysfsPath(unit);
-  // Everything that stays the same when it is plugged in again at the same place.
+  // Everything that stays the same when it is plugged in again at the same place. The place by its
+  // path, since two may share a location and any number of devices a serial number.
   std::string identity =
-      formatted("%u/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U),
-                properties.value("locationID", 0U));
+      sysfsPath(usbDevice) +
+      formatted("/%u/%u/", properties.value("idVendor", 0U), properties.value("idProduct", 0U));
   identity += textAttribute(usbDevice, "serial").value_or("");
   identity += '/';
   identity += addressInHost(orEmpty(g_udev_device_get_name(unit)));
@@ -310,6 +318,21 @@ bool udevKnowsNode(GUdevClient* client, const std::string& unitPath, const char*
   const GUdevDevicePtr usbDevice(
       g_udev_device_get_parent_with_subsystem(node.get(), "usb", "usb_device"));
   return !usbDevice || !g_udev_device_get_is_initialized(usbDevice.get());
+}
+
+std::vector<std::string> disksBelowBlock(const std::string& bsdName) {
+  std::vector<std::string> disks;
+  // A partition lies on what the device that it is a part of lies on.
+  for (const char* whole : {"", "/.."}) {
+    const std::string path = "/sys/class/block/" + bsdName + whole;
+    std::ranges::move(namesIn(path + "/slaves"), std::back_inserter(disks));
+    // A loop over a file keeps the file system busy that the file is on, so only nodes matter.
+    std::ifstream loop(path + "/loop/backing_file");
+    std::string file;
+    if (std::getline(loop, file) && file.starts_with("/dev/"))
+      disks.push_back(file.substr(file.rfind('/') + 1));
+  }
+  return disks;
 }
 
 std::string sysfsPath(GUdevDevice* device) {

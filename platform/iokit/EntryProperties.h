@@ -70,6 +70,9 @@ bool scsiUnitHasNode(const std::string& unitPath, const char* subsystem);
 /// Whether udev has dealt with that child of the unit at `unitPath`, which must be there.
 bool udevKnowsNode(GUdevClient* client, const std::string& unitPath, const char* subsystem);
 
+/// See Registry::disksBelow().
+std::vector<std::string> disksBelowBlock(const std::string& bsdName);
+
 /// sysfs path of `device`. The next device at the same port has the same one.
 std::string sysfsPath(GUdevDevice* device);
 

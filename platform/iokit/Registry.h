@@ -16,10 +16,13 @@
 //                       Node" (path; only while the unit is there)
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -61,6 +64,9 @@ class Registry {
   virtual std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) = 0;
   /// Entries with this "BSD Name". An empty name matches nothing.
   virtual std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) = 0;
+  /// Kernel names of the disks that a mapped device (LUKS, LVM, RAID, a loop over a disk) lies on
+  /// directly, read anew at each call; none for a disk that lies on no other.
+  virtual std::vector<std::string> disksBelow(std::string_view bsdName) = 0;
   /// Calls `appeared` for each matching entry that comes from now on (those already there are the
   /// subscription's present()) and `terminated` for each that goes, once each. Either may be empty.
   virtual std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,
@@ -138,6 +144,28 @@ inline ServiceHandle usbHandleAbove(Registry& registry, ServiceHandle service) {
 inline ServiceHandle usbDeviceOfDisk(Registry& registry, std::string_view bsdName) {
   const auto disks = registry.servicesMatchingBSDName(bsdName);
   return disks.empty() ? 0 : usbHandleAbove(registry, disks.front());
+}
+
+/// What a USB device has of a disk.
+enum class DiskShare { kNothing, kPart, kAll };
+
+/// The share that `usbDevice` has of the disk or partition `bsdName` now; of a mapped device the
+/// disks below it decide. kNothing where there is no such disk or `usbDevice` is 0.
+inline DiskShare shareOfDisk(Registry& registry, std::string_view bsdName,
+                             ServiceHandle usbDevice) {
+  std::vector<std::string> disks{std::string(bsdName)};
+  std::size_t own = 0;
+  std::size_t lowest = 0;
+  for (std::size_t i = 0; i < disks.size(); ++i) {
+    const auto below = registry.disksBelow(disks[i]);
+    for (const std::string& disk : below)
+      if (std::ranges::find(disks, disk) == disks.end()) disks.push_back(disk);
+    if (!below.empty()) continue;
+    ++lowest;
+    if (usbDevice != 0 && usbDeviceOfDisk(registry, disks[i]) == usbDevice) ++own;
+  }
+  if (own == 0) return DiskShare::kNothing;
+  return own == lowest ? DiskShare::kAll : DiskShare::kPart;
 }
 
 }  // namespace tarvo

@@ -44,6 +44,11 @@ bool namesOneUnit(const PropertyDictionary& match) {
   return match.contains(kGUID) || (inner != match.end() && inner->contains(kGUID));
 }
 
+/// A name is looked up as a file of sysfs: it must not lead anywhere else.
+bool isNameInSysfs(std::string_view name) {
+  return !name.empty() && name.find('/') == std::string_view::npos;
+}
+
 const char* subsystemOf(SCSIUnitAssembly::Node node) {
   return node == SCSIUnitAssembly::Node::kBlock ? "block" : "scsi_generic";
 }
@@ -131,8 +136,7 @@ std::vector<ServiceHandle> UdevRegistry::knownMatching(const PropertyDictionary&
 }
 
 std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_view bsdName) {
-  // A name is looked up as a file of sysfs: it must not lead anywhere else.
-  if (bsdName.empty() || bsdName.find('/') != std::string_view::npos) return {};
+  if (!isNameInSysfs(bsdName)) return {};
   const GUdevDevicePtr block(g_udev_client_query_by_subsystem_and_name(
       client_.get(), "block", std::string(bsdName).c_str()));
   if (!block) return {};
@@ -142,6 +146,11 @@ std::vector<ServiceHandle> UdevRegistry::servicesMatchingBSDName(std::string_vie
   if (const GUdevDevicePtr unit = scsiUnitAbove(block.get()))
     found.push_back(intern(sysfsPath(unit.get())));
   return found;
+}
+
+std::vector<std::string> UdevRegistry::disksBelow(std::string_view bsdName) {
+  return isNameInSysfs(bsdName) ? disksBelowBlock(std::string(bsdName))
+                                : std::vector<std::string>{};
 }
 
 std::unique_ptr<RegistrySubscription> UdevRegistry::addMatchingNotification(

@@ -150,6 +150,7 @@ class UdevRegistry : public Registry {
   /// SCSI units whose nodes are still awaited are left out; they will be announced.
   std::vector<ServiceHandle> servicesMatching(const PropertyDictionary& match) override;
   std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) override;
+  std::vector<std::string> disksBelow(std::string_view bsdName) override;
   /// Enumerates, to know what is there already, unless somebody has a registration for the same;
   /// after that it costs nothing until an event comes.
   std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,

@@ -40,7 +40,6 @@ class FakeUDisks2 {
 
   struct Block {
     std::string drive = {};        ///< name; empty: none
-    std::string table = {};        ///< name of the disk that it is a partition of; empty: none
     std::string mountPoints = {};  ///< "[b'/mnt']"; empty: no filesystem
   };
   /// An entry of `objects`, whose object is not named like the device.
@@ -49,9 +48,6 @@ class FakeUDisks2 {
                        "': {'org.freedesktop.UDisks2.Block': {'Device': <b'/dev/" + name +
                        "'>, 'Drive': <objectpath '" +
                        (block.drive.empty() ? "/" : drivePath(block.drive)) + "'>}";
-    if (!block.table.empty())
-      text += ", 'org.freedesktop.UDisks2.Partition': {'Table': <objectpath '" +
-              blockPath(block.table) + "'>}";
     if (!block.mountPoints.empty())
       text += ", 'org.freedesktop.UDisks2.Filesystem': {'MountPoints': <@aay " + block.mountPoints +
               ">}";

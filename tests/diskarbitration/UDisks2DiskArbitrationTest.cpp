@@ -26,7 +26,7 @@ using Milliseconds = std::chrono::milliseconds;
 constexpr Milliseconds kLimit = std::chrono::seconds(20);
 
 std::string callOf(const char* method, const std::string& path) {
-  return method + (" " + path) + " ({},)";
+  return method + (" " + path) + " ({'auth.no_user_interaction': <true>},)";
 }
 
 class UDisks2DiskArbitrationTest : public testing::Test {
@@ -38,26 +38,28 @@ class UDisks2DiskArbitrationTest : public testing::Test {
       service->objects += (service->objects.empty() ? "" : ",") + FakeUDisks2::block(name, block);
     };
     add("sdb", {.drive = "Card"});
-    add("sdb1", {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/A', b'/mnt/a']"});
-    add("sdb2", {.drive = "Card", .table = "sdb", .mountPoints = "[b'/media/u/B']"});
-    add("sdb3", {.drive = "Card", .table = "sdb", .mountPoints = "[]"});
+    add("sdb1", {.drive = "Card", .mountPoints = "[b'/media/u/A', b'/mnt/a']"});
+    add("sdb2", {.drive = "Card", .mountPoints = "[b'/media/u/B']"});
+    add("sdb3", {.drive = "Card", .mountPoints = "[]"});
     add("sda1", {.drive = "Disk", .mountPoints = "[b'/home']"});
-    add("loop0", {});
-    add("loop0p1", {.table = "loop0", .mountPoints = "[b'/l']"});
-    add("loop1", {.mountPoints = "[b'/k']"});
+    add("sr1", {});
     add("sdc1", {.drive = "Other", .mountPoints = "[b'/media/u/C']"});
-    add("sdd1", {.drive = "Card", .mountPoints = "[b'/media/u/D']"});
-    // sdc is another disk of the card's device, sdd that of another one with its serial number.
-    plugDisks({"sdb", "sdb1", "sdb2", "sdb3", "sdc1", "sr0"});
+    add("sdd1", {.drive = "Twin", .mountPoints = "[b'/media/u/D']"});
+    add("sde1", {.drive = "Twin"});
+    // sdc is another disk of the card's device, sdd that of another one with sde's serial number.
+    card = plugDisks({"sdb", "sdb1", "sdb2", "sdb3", "sdc1", "sde1", "sr0", "sr1"});
     plugDisks({"sdd1"});
+    plugDisks({"sda1"});
     connection.start();
     connection.waitUntilSettled();
   }
 
-  void plugDisks(const std::vector<const char*>& names) {
-    const ServiceHandle usbDevice = registry.add({{"IOClass", "usb_device"}});
+  /// Disks of a device, which a hub of the card's is above.
+  ServiceHandle plugDisks(const std::vector<const char*>& names) {
+    const ServiceHandle usbDevice = registry.add({{"IOClass", "usb_device"}}, card);
     for (const char* name : names)
       registry.add({{"IOClass", "block"}, {"BSD Name", name}}, usbDevice);
+    return usbDevice;
   }
 
   struct Told {
@@ -81,18 +83,19 @@ class UDisks2DiskArbitrationTest : public testing::Test {
     told.awaited = session->awaited();
     return told;
   }
-  Told unmount(const char* bsdName, bool wholeDisk = true) {
+  Told unmount(const char* bsdName) {
     return perform([&](DASession& session, const DASession::Callback& done) {
-      session.unmount(bsdName, wholeDisk, done);
+      session.unmount({bsdName, card}, done);
     });
   }
   Told eject(const char* bsdName) {
-    return perform(
-        [&](DASession& session, const DASession::Callback& done) { session.eject(bsdName, done); });
+    return perform([&](DASession& session, const DASession::Callback& done) {
+      session.eject({bsdName, card}, done);
+    });
   }
   Told mount(const char* bsdName) {
     return perform([&](DASession& session, const DASession::Callback& done) {
-      session.mount(bsdName, "CARD", done);
+      session.mount({bsdName, card}, "CARD", done);
     });
   }
   static void expectDone(const Told& told) {
@@ -116,6 +119,7 @@ class UDisks2DiskArbitrationTest : public testing::Test {
   std::vector<Milliseconds> waits;
   UDisks2DiskArbitration::MakeTimeout makeTimeout = UDisks2DiskArbitration::monotonicTimeout;
   FakeRegistry registry;
+  ServiceHandle card = 0;
   Interrupt interrupt{Interrupt::Second::kIsIgnored};
   UDisks2DiskArbitration arbitration{connection, registry, &interrupt, log.sink(),
                                      [this](Milliseconds limit) {
@@ -129,23 +133,17 @@ const std::string kSecond = callOf("Unmount", FakeUDisks2::blockPath("sdb2"));
 const std::string kOtherDisk = callOf("Unmount", FakeUDisks2::blockPath("sdc1"));
 
 TEST_F(UDisks2DiskArbitrationTest, UnmountsEveryFilesystemOfTheDeviceThatAVolumeIsOn) {
-  const auto loop0 = callOf("Unmount", FakeUDisks2::blockPath("loop0p1"));
-  const struct {
-    const char* bsdName;
-    bool wholeDisk;
-    std::vector<std::string> calls;
-  } rows[] = {{"sdb1", true, {kFirst, kFirst, kSecond, kOtherDisk}},
-              {"sdb", true, {kFirst, kFirst, kSecond, kOtherDisk}},
-              {"sdb2", false, {kSecond}},
-              {"sdb3", false, {}},
-              {"loop0p1", true, {loop0}},
-              {"loop0", true, {loop0}}};
-  for (const auto& row : rows) {
+  // On a mapped device, too.
+  registry.below = {{"md0", {"md1"}}, {"md1", {"sdb3", "sde1"}}};
+  service->objects += "," + FakeUDisks2::block("md0", {.mountPoints = "[b'/media/u/E']"});
+  for (const char* bsdName : {"sdb1", "sr1"}) {
     const auto before = service->calls().size();
-    expectDone(unmount(row.bsdName, row.wholeDisk));
+    expectDone(unmount(bsdName));
     const auto calls = service->calls();
-    EXPECT_EQ(std::vector(calls.begin() + static_cast<long>(before), calls.end()), row.calls)
-        << row.bsdName;
+    EXPECT_THAT(std::vector(calls.begin() + static_cast<long>(before), calls.end()),
+                ElementsAre(kFirst, kFirst, kSecond, kOtherDisk,
+                            callOf("Unmount", FakeUDisks2::blockPath("md0"))))
+        << bsdName;
   }
   service->script["Unmount"] = {.error = "NotMounted"};
   expectDone(unmount("sdb1"));
@@ -159,11 +157,38 @@ TEST_F(UDisks2DiskArbitrationTest, EjectsTheDriveAndMountsTheVolume) {
                                             callOf("Mount", FakeUDisks2::blockPath("sdb2"))));
   service->script["Mount"] = {.error = "AlreadyMounted"};
   expectDone(mount("sdb2"));
-  expectRefused(eject("loop1"), status::kDAReturnUnsupported, "no drive holds this disk");
+  expectRefused(eject("sr1"), status::kDAReturnUnsupported, "no drive holds this disk");
   expectRefused(mount("sdb"), status::kDAReturnUnsupported, "there is no filesystem on it");
-  for (const char* name : {"sr1", "", "../sda1", "sdb1/"})
+  for (const char* name : {"sr2", "", "../sda1", "sdb1/"})
     expectRefused(eject(name), status::kDAReturnNotFound, "the system has no disk of that name");
   EXPECT_THAT(service->calls(), SizeIs(3));
+}
+
+TEST_F(UDisks2DiskArbitrationTest, TouchesNothingThatIsNotTheDevicesAlone) {
+  const auto notAlone = [](const std::string& disk) {
+    return disk + " does not belong to this device alone";
+  };
+  registry.below = {{"md0", {"sdb3", "sdd1"}}};
+  registry.add({{"IOClass", "block"}, {"BSD Name", "md0"}});
+  for (const char* name : {"sdd1", "sda1", "md0"})
+    for (const Told& told : {unmount(name), eject(name), mount(name)})
+      expectRefused(told, status::kDAReturnExclusiveAccess, notAlone(name));
+  expectRefused(
+      eject("sde1"), status::kDAReturnExclusiveAccess,
+      "the disk service (UDisks2) takes several devices for this drive: " + notAlone("sdd1"));
+  EXPECT_THAT(service->calls(), IsEmpty());
+
+  // A filesystem over the disks of two devices, and one that another's lies over.
+  service->objects = FakeUDisks2::block("md0", {.mountPoints = "[b'/d']"}) + "," +
+                     FakeUDisks2::block("sdb1", {.mountPoints = "[b'/c']"}) + "," +
+                     FakeUDisks2::block("sdd1", {.mountPoints = "[b'/c']"}) + "," +
+                     FakeUDisks2::block("sdb2", {.mountPoints = "[b'/b', b'/a']"});
+  // After its first one another disk has its name.
+  service->script["Unmount"].before = [&] { registry.below["sdb2"] = {"sdd1"}; };
+  expectRefused(
+      unmount("sdb1"), status::kDAReturnExclusiveAccess,
+      "/d: " + notAlone("md0") + "; /c: " + notAlone("sdd1") + "; /a: " + notAlone("sdb2"));
+  EXPECT_THAT(service->calls(), ElementsAre(kSecond));
 }
 
 TEST_F(UDisks2DiskArbitrationTest, PutsARefusalInWords) {
@@ -179,10 +204,12 @@ TEST_F(UDisks2DiskArbitrationTest, PutsARefusalInWords) {
       // What is asked of an object that has gone with its disk.
       {"org.freedesktop.DBus.Error.UnknownObject", status::kDAReturnNotFound, "the disk has gone"},
   };
+  service->objects = FakeUDisks2::block("sdb1", {.drive = "Card"}) + "," +
+                     FakeUDisks2::block("sdb2", {.mountPoints = "[b'/media/u/B']"});
   for (const auto& row : rows) {
     SCOPED_TRACE(row.error);
     service->script["Unmount"] = {.error = row.error};
-    expectRefused(unmount("sdb2", false), row.status, std::string("/media/u/B: ") + row.why);
+    expectRefused(unmount("sdb2"), row.status, std::string("/media/u/B: ") + row.why);
     service->script["Eject"] = {.error = row.error};
     expectRefused(eject("sdb1"), row.status, row.why);
   }
@@ -280,11 +307,11 @@ TEST_F(UDisks2DiskArbitrationTest, GivesUpWhatIsUnderWayWhenTheSessionEnds) {
   int callbacks = 0;
   const auto count = [&](const DADissenter*) { ++callbacks; };
   const auto session = arbitration.createSession();
-  session->unmount("sdb1", true, count);
-  session->eject("sdb1", count);
-  auto other = arbitration.createSession();
-  other->mount("sdb1", "", count);
-  other.reset();
+  session->unmount({"sdb1", card}, count);
+  session->eject({"sdb1", card}, count);
+  auto second = arbitration.createSession();
+  second->mount({"sdb1", card}, "", count);
+  second.reset();
   EXPECT_EQ(callbacks, 0);
   EXPECT_THAT(service->calls(), IsEmpty());
 }
@@ -295,7 +322,7 @@ TEST_F(UDisks2DiskArbitrationTest, TakesNothingFromObjectsOfOtherTypesThanTheySh
         "objectpath '/a': {'org.freedesktop.UDisks2.Block': {'Device': <@ay []>}}",
         "objectpath '/a': {'org.freedesktop.UDisks2.Filesystem': {'MountPoints': <[b'/a']>}}"}) {
     service->objects = objects;
-    expectRefused(unmount("sde1"), status::kDAReturnNotFound,
+    expectRefused(unmount("sdz1"), status::kDAReturnNotFound,
                   "the system has no disk of that name");
   }
   service->objects =

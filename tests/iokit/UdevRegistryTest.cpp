@@ -116,6 +116,36 @@ TEST_F(UdevRegistryTest, FindsByBSDNameTheDiskAndItsUnit) {
     EXPECT_THAT(registry().servicesMatchingBSDName(name), IsEmpty()) << name;
 }
 
+TEST_F(UdevRegistryTest, KnowsWhatADiskHasOfAUSBDeviceAlsoBelowAMappedOne) {
+  addCamera();
+  bed.addUSBDevice("/sys/devices/usb1/1-4/1-4.3", {1, "4.3", 8}, {{"serial", "T-1"}});
+  addBlock(kUnit + "/block/sda");
+  addBlock(kUnit + "/block/sda/sda1");
+  addBlock("/sys/devices/usb1/1-4/1-4.3/1-4.3:1.0/host7/target7:0:0/7:0:0:0/block/sdb");
+  const std::string mapped = "/sys/devices/virtual/block/";
+  for (const char* name : {"dm-0", "dm-1", "loop0", "loop0/loop0p1", "loop1"})
+    addBlock(mapped + name);
+  // In "slaves" there are links, of which the names count.
+  const std::tuple<const char*, const char*, const char*> attributes[] = {
+      {"dm-0", "slaves/sda1", ""},
+      {"dm-1", "slaves/dm-0", ""},
+      {"dm-1", "slaves/sdb", ""},
+      {"loop0", "loop/backing_file", "/dev/dm-0\n"},
+      {"loop1", "loop/backing_file", "/home/sda1\n"}};
+  for (const auto& [device, name, text] : attributes)
+    umockdev_testbed_set_attribute(bed.handle(), (mapped + device).c_str(), name, text);
+  const auto camera = registry().servicesMatching({{"USB Product Name", "Tarvo N10"}});
+  ASSERT_THAT(camera, SizeIs(1));
+  const std::pair<const char*, DiskShare> rows[] = {
+      {"sda", DiskShare::kAll},       {"sda1", DiskShare::kAll},    {"sdb", DiskShare::kNothing},
+      {"dm-0", DiskShare::kAll},      {"dm-1", DiskShare::kPart},   {"loop0p1", DiskShare::kAll},
+      {"loop1", DiskShare::kNothing}, {"sdz", DiskShare::kNothing}, {"../x", DiskShare::kNothing}};
+  for (const auto& [name, share] : rows) {
+    EXPECT_EQ(shareOfDisk(registry(), name, camera[0]), share) << name;
+    EXPECT_EQ(shareOfDisk(registry(), name, 0), DiskShare::kNothing) << name;
+  }
+}
+
 TEST_F(UdevRegistryTest, AnnouncesADeviceAtEachPlugOnceHoweverOftenItsEventComes) {
   addCamera();
   addInterface();
@@ -296,6 +326,12 @@ TEST_F(UdevRegistryTest, GivesAUnitTheSameGUIDAtEveryPlugAndAnotherInAnotherPlac
   addUnit(kInterface + "/host9/target9:0:0/9:0:0:0", "0", "Tarvo", "again");
   addUnit(kInterface + "/host9/target9:0:0/9:0:0:1", "0", "Tarvo", "second unit");
   addUnit("/sys/devices/pci/ata1/1:0:0:0", "0", "ATA", "disk");
+  // Ports that share a location, and devices that share a serial number.
+  for (const char* port : {"20", "21"}) {
+    const std::string path = std::string("/sys/devices/usb1/1-") + port;
+    bed.addUSBDevice(path, {1, port, 9}, {{"serial", "T-1"}});
+    addUnit(path + "/1-1:1.0/host1/target1:0:0/1:0:0:0", "5", "Tarvo", port);
+  }
   std::map<std::string, PropertyDictionary> units;
   for (const ServiceHandle service : registry().servicesMatching(kUnits)) {
     const auto unit = registry().properties(service).value();
@@ -305,6 +341,8 @@ TEST_F(UdevRegistryTest, GivesAUnitTheSameGUIDAtEveryPlugAndAnotherInAnotherPlac
   EXPECT_EQ(guidOf("again"), guidOf("Lumo 100"));
   EXPECT_NE(guidOf("second unit"), guidOf("Lumo 100"));
   EXPECT_NE(guidOf("disk"), guidOf("Lumo 100"));
+  EXPECT_EQ(units["20"]["locationID"], units["21"]["locationID"]);
+  EXPECT_NE(guidOf("20"), guidOf("21"));
   EXPECT_FALSE(units["disk"].contains("locationID")) << "it is not of USB";
 }
 

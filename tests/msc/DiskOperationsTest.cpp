@@ -53,7 +53,7 @@ TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
   addVolume("CARD", "sdb1", usb);
   device->dcfVolumeBSDName();
   const std::pair<Status (TarvoMSCDevice::*)(const std::string&), std::string> operations[] = {
-      {&TarvoMSCDevice::unmountAllPartitions, "unmount sdb1 whole"},
+      {&TarvoMSCDevice::unmountAllPartitions, "unmount sdb1"},
       {&TarvoMSCDevice::ejectMediaWithBSDName, "eject sdb1"},
       {&TarvoMSCDevice::remountMediaWithBSDName, "mount sdb1 at 'CARD'"}};
   for (const auto& [operation, call] : operations) {
@@ -64,6 +64,7 @@ TEST_F(MSCTest, WaitsTwentySecondsForEveryDiskOperationAndTellsHowItEnded) {
       EXPECT_EQ((*device.*operation)("sdb1"), result) << call;
       EXPECT_THAT(disks.take(), ElementsAre(call, "run 20000"));
       EXPECT_EQ(disks.openSessions, 0);
+      EXPECT_EQ(disks.usbDevice, usb);
       EXPECT_EQ(device->lastFailure().status, failure.status) << call;
       EXPECT_EQ(device->lastFailure().why, failure.why);
       const Lines lines = traces.take();
@@ -83,8 +84,7 @@ TEST_F(MSCTest, UnmountsOnceBeforeTheTrayOpensAndOpensItWhateverCameOfThat) {
   disks.dissenter.reset();
   for (int i = 0; i < 2; ++i)
     EXPECT_TRUE(device->ejectTray());
-  EXPECT_THAT(disks.take(),
-              ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 20000"));
+  EXPECT_THAT(disks.take(), ElementsAre("unmount sr0", "run 20000", "unmount sr0", "run 20000"));
   EXPECT_EQ(answers->take(), Lines(3, "SetTrayState 1"));
   traces.take();
   answers->failsAt = "SetTrayState";
@@ -98,7 +98,13 @@ TEST_F(MSCTest, UnmountsASecondTimeInWhatTheFirstHasLeftAndKeepsTheLockOfWhatIsM
   registry.add({{"IOClass", "block"}, {"BSD Name", "sdb1"}}, usb);
   mounts.add("/dev/sdb1", "/srv/anywhere");
   mounts.add("/dev/sda1", "/");
-  EXPECT_EQ(device->mounts(), (std::vector<Mount>{{"/dev/sdb1", "/srv/anywhere"}}));
+  mounts.add("/dev/dm-0", "/srv/mapped");
+  mounts.add("/dev/dm-1", "/srv/volume");
+  mounts.add("/dev/dm-2", "/home");
+  registry.below = {{"dm-0", {"sdb1"}}, {"dm-1", {"sda1", "dm-0"}}, {"dm-2", {"sda1"}}};
+  EXPECT_EQ(device->mounts(), (std::vector<Mount>{{"/dev/sdb1", "/srv/anywhere"},
+                                                  {"/dev/dm-0", "/srv/mapped"},
+                                                  {"/dev/dm-1", "/srv/volume"}}));
   disks.dissenter = DADissenter{status::kIOReturnBusy, ""};
   disks.takes = std::chrono::seconds(5);
   answers->failsAt = "SetTrayState";
@@ -106,8 +112,7 @@ TEST_F(MSCTest, UnmountsASecondTimeInWhatTheFirstHasLeftAndKeepsTheLockOfWhatIsM
   EXPECT_EQ(device->unmountMedia(), -1);
   EXPECT_FALSE(device->ejectTray());
   EXPECT_EQ(device->lastFailure().why, "the unit did not open its tray, sense 5/26/00");
-  EXPECT_THAT(disks.take(),
-              ElementsAre("unmount sr0 whole", "run 20000", "unmount sr0 whole", "run 15000"));
+  EXPECT_THAT(disks.take(), ElementsAre("unmount sr0", "run 20000", "unmount sr0", "run 15000"));
   EXPECT_THAT(answers->take(), ElementsAre("SetTrayState 1, locked"));
 }
 

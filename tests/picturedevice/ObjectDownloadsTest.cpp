@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
+#include <system_error>
 
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "tests/support/ScriptedPTPTransactions.h"
@@ -134,6 +136,8 @@ TEST_F(Downloads, OfUnknownSizeAreReadToTheirEndAtOnce) {
 
 TEST_F(Downloads, IntoTheTemporaryFolderAreTheUsersOwn) {
   const ScopedEnvironment temporary("TMPDIR", folder_.path());
+  // What another user can lay at a name that he can guess.
+  folder_.write("tarvo-" + std::to_string(::geteuid()), "his");
   const auto content = std::as_bytes(std::span(std::string_view("abc")));
   for (const char* name : {"../a.txt", "/etc/a.txt", "a.txt"}) {
     const auto path = writeTemporaryFile(name, content);
@@ -145,10 +149,9 @@ TEST_F(Downloads, IntoTheTemporaryFolderAreTheUsersOwn) {
     EXPECT_EQ(attributes.st_mode & 0777U, 0600U);
   }
   EXPECT_FALSE(writeTemporaryFile("..", content));
-  // A folder that others can reach is not used.
-  const std::string own = folder_.path(files().front());
-  std::filesystem::permissions(own, std::filesystem::perms::all);
-  EXPECT_FALSE(writeTemporaryFile("a.txt", content));
+  EXPECT_THAT(files(), testing::SizeIs(4)) << "each has a folder of its own";
+  const ScopedEnvironment missing("TMPDIR", folder_.path("none"));
+  EXPECT_THROW((void)writeTemporaryFile("a.txt", content), std::system_error);
 }
 
 class Fetching : public Downloads {

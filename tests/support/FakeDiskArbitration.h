@@ -2,7 +2,7 @@
 //
 //   FakeDiskArbitration disks;
 //   disks.dissenter = DADissenter{status::kIOReturnBusy, "in use by vi (12)"};
-//   EXPECT_THAT(disks.take(), ElementsAre("unmount sr0 whole", "run 20000"));
+//   EXPECT_THAT(disks.take(), ElementsAre("unmount sr0", "run 20000"));
 #pragma once
 
 #include <chrono>
@@ -24,6 +24,7 @@ class FakeDiskArbitration : public DiskArbitration {
   std::function<void()> onRun;
   bool interrupted = false;
   int openSessions = 0;
+  ServiceHandle usbDevice = 0;  ///< whose the disk of the last operation has to be
 
   std::vector<std::string> take() { return std::exchange(calls_, {}); }
 
@@ -35,15 +36,10 @@ class FakeDiskArbitration : public DiskArbitration {
    public:
     explicit Session(FakeDiskArbitration& owner) : owner_(owner) { ++owner_.openSessions; }
     ~Session() override { --owner_.openSessions; }
-    void unmount(std::string_view bsdName, bool wholeDisk, Callback done) override {
-      begin("unmount " + std::string(bsdName) + (wholeDisk ? " whole" : ""), std::move(done));
-    }
-    void eject(std::string_view bsdName, Callback done) override {
-      begin("eject " + std::string(bsdName), std::move(done));
-    }
-    void mount(std::string_view bsdName, std::string_view location, Callback done) override {
-      begin("mount " + std::string(bsdName) + " at '" + std::string(location) + "'",
-            std::move(done));
+    void unmount(const DADisk& disk, Callback done) override { begin("unmount", disk, "", done); }
+    void eject(const DADisk& disk, Callback done) override { begin("eject", disk, "", done); }
+    void mount(const DADisk& disk, std::string_view location, Callback done) override {
+      begin("mount", disk, " at '" + std::string(location) + "'", done);
     }
     bool run(std::chrono::milliseconds& left) override {
       owner_.calls_.push_back("run " + std::to_string(left.count()));
@@ -56,9 +52,11 @@ class FakeDiskArbitration : public DiskArbitration {
     std::string awaited() const override { return "the service did not answer"; }
 
    private:
-    void begin(std::string call, Callback done) {
-      owner_.calls_.push_back(std::move(call));
-      done_ = std::move(done);
+    void begin(const char* call, const DADisk& disk, const std::string& rest,
+               const Callback& done) {
+      owner_.calls_.push_back(std::string(call) + " " + disk.bsdName + rest);
+      owner_.usbDevice = disk.usbDevice;
+      done_ = done;
     }
     FakeDiskArbitration& owner_;
     Callback done_;

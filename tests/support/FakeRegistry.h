@@ -8,9 +8,11 @@
 
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -76,6 +78,13 @@ class FakeRegistry : public Registry {
   std::vector<ServiceHandle> servicesMatchingBSDName(std::string_view bsdName) override {
     if (bsdName.empty()) return {};
     return servicesMatching({{"BSD Name", bsdName}});
+  }
+
+  std::map<std::string, std::vector<std::string>, std::less<>> below;  ///< disksBelow()
+
+  std::vector<std::string> disksBelow(std::string_view bsdName) override {
+    const auto found = below.find(bsdName);
+    return found == below.end() ? std::vector<std::string>{} : found->second;
   }
 
   std::unique_ptr<RegistrySubscription> addMatchingNotification(PropertyDictionary match,

@@ -120,7 +120,7 @@ TEST(Units, ThatCannotComeBackAreSentAwayOnlyOnDemand) {
 TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   UnitBench bench;
   const auto unit = bench.plug();
-  const std::vector<std::string> unmounted = {"unmount sr0 whole", "run 20000"};
+  const std::vector<std::string> unmounted = {"unmount sr0", "run 20000"};
   EXPECT_EQ(bench.run({"--json", "msc", "unmount"}).json()["unmounted"], true);
   EXPECT_EQ(bench.disks.take(), unmounted);
   EXPECT_THAT(bench.run({"msc", "eject"}).out, HasSubstr("can be taken away"));

@@ -117,18 +117,26 @@ def name_taken(desk):
 
 
 def access(desk):
-    """The user at the seat may use the maker's units, other users and other units have nothing."""
+    """The user at the seat may use the maker's cameras and optical units, nobody has anything else."""
     machine = desk.machine
-    desk.plug("dock", "1-1")
-    desk.plug(desk.changed("card", usb={"vendor": "0x1234", "product": "0x0501"}), "1-2")
-    nodes = [desk.node("1-1"), machine.wait("the unit's sg node", lambda: machine.root(
-        "ls -d /sys/bus/usb/devices/1-1/1-1:1.0/host*/target*/*/scsi_generic/* | sed 's,.*/,/dev/,'"
-        " | grep /dev/sg", check=False).strip()), desk.node("1-2")]
+    # Of the system's own rules there is one for cameras of any maker, and one for any optical drive.
+    machine.root("ln -s /dev/null /etc/udev/rules.d/70-uaccess.rules && udevadm control --reload")
+    foreign = {"vendor": "0x1234", "product": "0x0501"}
+    devices = {"1-1": "tarvo-camera", "1-2": "dock-fixed", "1-3": "card",
+               "1-4": desk.changed("dock-fixed", usb=foreign),
+               "1-5": desk.changed("tarvo-camera", usb=foreign)}
+    for port, device in devices.items():
+        desk.plug(device, port)
+    units = {port: machine.wait(f"the sg node at {port}", lambda: machine.root(
+        f"ls -d /sys/bus/usb/devices/{port}/*/host*/target*/*/scsi_generic/sg* | sed 's,.*/,/dev/,'",
+        check=False).strip()) for port in ("1-2", "1-3", "1-4")}
     machine.root("udevadm settle")
-    for user, rights in (("anna", ["yes", "yes", "no"]), ("bert", ["no", "no", "no"])):
-        expect(f"rights of {user}", machine.root("for node in " + " ".join(nodes) + "; do setpriv "
-               f"--reuid {user} --regid {user} --init-groups test -w $node && echo yes || echo no; "
-               "done").split(), rights)
+    nodes = {f"usb {port}": desk.node(port) for port in devices} | {
+        f"sg {port}": node for port, node in units.items()}
+    for user, rights in (("anna", ["usb 1-1", "sg 1-2"]), ("bert", [])):
+        expect(f"what {user} may use", [name for name, node in nodes.items() if machine.root(
+            f"setpriv --reuid {user} --regid {user} --init-groups test -w {node} && echo yes",
+            check=False)], rights)
 
 
 def unit_switched(desk):
@@ -148,6 +156,32 @@ def unit_ejected(desk):
     expect("mounts", desk.machine.root("findmnt --noheadings /media/anna/TARVO_DOCK", check=False),
            "")
     agent.expect_launches()
+
+
+def unit_beside_its_twin(desk):
+    """Of two units with one serial number, which is one drive to UDisks2, the agent has its own go."""
+    machine = desk.machine
+    usb = {"manufacturer": "Tarvo Imaging", "name": "Tarvo Fixed Dock", "serial": "TFD-000074"}
+    for port, vendor in (("1-1", "0xF055"), ("1-2", "0x1234")):
+        # What is on them tells their file systems apart.
+        desk.plug(desk.changed("dock-fixed", usb=usb | {"vendor": vendor, "product": "0x0503"},
+                               volume={"label": "UNIT" + port[-1]}), port)
+        desk.mount(port)
+    drives = [machine.root("busctl get-property org.freedesktop.UDisks2 /org/freedesktop/UDisks2/"
+                           f"block_devices/{desk.block(port)[5:]} org.freedesktop.UDisks2.Block "
+                           "Drive") for port in ("1-1", "1-2")]
+    expect("the drive of the other one", drives[1], drives[0])
+    # What needs a password is refused, and no dialog waits for one.
+    machine.root(f"mkdir /srv/second && mount -o ro {desk.block('1-1')} /srv/second")
+    agent = desk.agent()
+    agent.wait_for_log("an authorisation, for which nobody was asked")
+    agent.wait_for_log("could not be ejected")
+    machine.root("umount /srv/second")
+    agent.restart()
+    machine.wait("the tray is open", lambda: desk.unit("1-1")["trayOpen"])
+    expect("what is mounted", machine.root("findmnt --noheadings --raw --output TARGET | "
+                                           "grep /media/").split(), ["/media/anna/UNIT2"])
+    expect("the tray of the other one", desk.unit("1-2")["trayOpen"], False)
 
 
 def _volume_arrival(desk, device, label, kind):
@@ -450,7 +484,7 @@ def _with(camera, scenario):
 
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, flood, own_scope, access, unit_switched,
-        unit_ejected, disk_arrival, card_arrival, tool]
+        unit_ejected, unit_beside_its_twin, disk_arrival, card_arrival, tool]
 MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
          for camera in (SimulatedCamera, ForeignCamera)]
 OTHERS = [name_taken, user_switch, recovery, switched_while_mounted, unit_held,

@@ -1,10 +1,7 @@
 #include "tools/addressbook/BookWriting.h"
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
@@ -14,6 +11,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
+#include "platform/files/ScratchFolder.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ObjectSelection.h"
 #include "tools/access/OpenedDevice.h"
@@ -23,30 +21,9 @@
 namespace tarvo::tools {
 namespace {
 
-namespace fs = std::filesystem;
-
 bool isGood(Status status) {
   return status == status::kOK || status == status::kPTPOK;
 }
-
-/// A folder of the temporary folder that goes with its owner.
-class PrivateFolder {
- public:
-  PrivateFolder() {
-    std::string pattern = (fs::temp_directory_path() / "tarvoctl-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) != nullptr) path_ = pattern;
-  }
-  PrivateFolder(const PrivateFolder&) = delete;
-  PrivateFolder& operator=(const PrivateFolder&) = delete;
-  ~PrivateFolder() {
-    std::error_code ignored;
-    if (!path_.empty()) fs::remove_all(path_, ignored);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 /// The texts of a contact as a data set has them.
 std::vector<std::string> textsOf(const Contact& contact) {
@@ -82,6 +59,9 @@ class Writing {
     } catch (const Exception& exception) {
       result_.status = status::kICAProtocolError;
       result_.why = exception.reason();
+    } catch (const std::system_error& error) {
+      result_.status = status::kIOError;
+      result_.why = error.what();
     }
     return std::move(result_);
   }
@@ -179,11 +159,10 @@ class Writing {
   void writeFile() {
     const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
     // Written before the device is touched: a text that cannot be made costs nobody his book.
-    const PrivateFolder folder;
-    const auto made = text && !folder.path().empty()
-                          ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
-                                       std::as_bytes(std::span(*text)))
-                          : FetchResult{.status = status::kIOError};
+    const ScratchFolder folder;
+    const auto made = text ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
+                                        std::as_bytes(std::span(*text)))
+                           : FetchResult{.status = status::kIOError};
     if (made.status != status::kOK) {
       result_.status = made.status;
       if (result_.why.empty()) result_.why = made.why;

@@ -126,11 +126,11 @@ void requireLeave(const ToolContext& context, const Chosen& chosen, bool yes) {
 std::vector<std::string> disksOf(Registry& registry, const UnitSummary& unit) {
   std::vector<std::pair<ServiceHandle, std::string>> found;
   std::vector<ServiceHandle> holders;
-  if (!unit.location) return {};
+  const ServiceHandle usbDevice = usbHandleAbove(registry, unit.unit->iokitService());
   for (const ServiceHandle service : registry.servicesMatching({{"IOClass", "block"}})) {
     const auto properties = registry.properties(service);
     const auto name = properties ? textForKey(*properties, "BSD Name") : std::nullopt;
-    if (!name || int32ForKey(GetUSBDataFromBSDName(*name), "locationID") != unit.location) continue;
+    if (!name || usbDevice == 0 || usbDeviceOfDisk(registry, *name) != usbDevice) continue;
     found.emplace_back(service, *name);
     const auto above = registry.ancestors(service).value_or(std::vector<ServiceHandle>{});
     holders.insert(holders.end(), above.begin(), above.end());

@@ -323,9 +323,7 @@ std::size_t eachFileBelow(const PropertyDictionary& node, const Visit& visit) {
 std::string downloadToFolder(ICAObject object) {
   ScratchFolder folder;
   std::string path;
-  const Status status = folder.path().empty() ? status::kIOError
-                                              : PictureDeviceRoom::imageCapture().downloadFile(
-                                                    object, folder.path(), path);
+  const Status status = PictureDeviceRoom::imageCapture().downloadFile(object, folder.path(), path);
   if (status != status::kOK) {
     TraceLog::trace("parseTreeForOrderFiles downloadFilePB.header.err: 0x%x",
                     static_cast<unsigned>(status));
@@ -411,7 +409,7 @@ Status XTImageCaptureDevice::eachMarkerFile(
     const ScratchFolder folder;
     const auto safeName = safeFileName(name);
     const std::string path = folder.path() + "/" + safeName.value_or("");
-    status = folder.path().empty() || !safeName ? status::kIOError : downloadFile(marker, path);
+    status = safeName ? downloadFile(marker, path) : status::kIOError;
     if (status == status::kOK) status = parse(path);
     if (status == status::kOK) {
       ++lastReading_.read;

@@ -53,7 +53,6 @@ Status XTImageCaptureMSCDevice::downloadFile(const ObjectReference& object,
   if (!handle) return status::kICAInvalidObject;
   // The service gives a file its own name, which may be taken where it is to go.
   const ScratchFolder scratch;
-  if (scratch.path().empty()) return status::kIOError;
   std::string path;
   const Status status = PictureDeviceRoom::imageCapture().downloadFile(
       static_cast<ICAObject>(*handle), scratch.path(), path);

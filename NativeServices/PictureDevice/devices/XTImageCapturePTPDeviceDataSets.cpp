@@ -336,7 +336,7 @@ std::optional<std::string> XTImageCapturePTPDevice::downloadIcaObject(std::uint3
   const auto content = ObjectDownloads(*this).data(handle);
   if (!content) return std::nullopt;
   auto path = writeTemporaryFile(info->fileName(), *content);
-  if (!path) TraceLog::trace("object 0x%08X cannot be written to a temporary file", handle);
+  if (!path) TraceLog::trace("object 0x%08X has a name that no file can have", handle);
   return path;
 }
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <new>
+#include <system_error>
 #include <utility>
 
 #include "NativeServices/Logging.h"
@@ -72,21 +73,18 @@ Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t rece
 }
 
 /// Writes a new file that only its owner can read.
-bool writePrivately(const std::string& path, std::span<const std::byte> content) {
+void writePrivately(const std::string& path, std::span<const std::byte> content) {
   // O_EXCL and O_NOFOLLOW: nothing that another user has laid at the name is opened.
   const FileDescriptor file(::open(
       path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
-  if (!file.isOpen()) return false;
-  while (!content.empty()) {
+  while (file.isOpen() && !content.empty()) {
     const ssize_t written = ::write(file.get(), content.data(), content.size());
     if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) {
-      ::unlink(path.c_str());
-      return false;
-    }
+    if (written <= 0) break;
     content = content.subspan(static_cast<std::size_t>(written));
   }
-  return true;
+  if (!file.isOpen() || !content.empty())
+    throw std::system_error(errno, std::generic_category(), "a temporary file cannot be written");
 }
 
 }  // namespace
@@ -206,11 +204,11 @@ Status ObjectDownloads::image(std::uint32_t handle, const std::string& destinati
 std::optional<std::string> writeTemporaryFile(std::string_view name,
                                               std::span<const std::byte> content) {
   const auto safeName = safeFileName(name);
+  if (!safeName) return std::nullopt;
   // Not in one that is shared: another process may read a file of the same name just now.
   ScratchFolder folder;
-  if (!safeName || folder.path().empty()) return std::nullopt;
   std::string path = folder.path() + "/" + *safeName;
-  if (!writePrivately(path, content)) return std::nullopt;
+  writePrivately(path, content);
   folder.leave();
   return path;
 }

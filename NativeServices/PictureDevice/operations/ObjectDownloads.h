@@ -56,8 +56,9 @@ class ObjectDownloads {
 };
 
 /// Writes `content` to a file of the last component of `name` in a new folder under the system's
-/// temporary folder, which no other user can look into; its path, or none on failure and for a name
-/// that no file can have. The file is the caller's; removeTemporaryFile() takes both away.
+/// temporary folder, which no other user can look into; its path, or none for a name that no file
+/// can have. Raises std::system_error where it cannot be written. The file is the caller's;
+/// removeTemporaryFile() takes both away.
 std::optional<std::string> writeTemporaryFile(std::string_view name,
                                               std::span<const std::byte> content);
 void removeTemporaryFile(const std::string& path);
