@@ -4,8 +4,10 @@
 
 #include <regex>
 
+#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "Utilities/Format.h"
 #include "tests/tools/SharingBench.h"
+#include "tools/access/AddressBookChanges.h"
 
 namespace tarvo::test {
 namespace {
@@ -355,6 +357,28 @@ TEST(AddressBook, ThatIsFullExchangesAnEntryAndOneThatGrewIsReadAgain) {
   }
   EXPECT_EQ(roomy.import(book.dump()).exitCode, 0);
   EXPECT_THAT(roomy.book()[kGroups][2][kMembers], SizeIs(300));
+}
+
+// Everybody in doubt, and all groups of one name in another order: each comparison of one with all
+// others would be four hundred million.
+TEST(AddressBook, OfAsManyAsThereMayBeIsComparedOneByOne) {
+  AddressBook there = {.contacts = Contacts(), .groups = ContactGroups()};
+  AddressBook wanted = there;
+  for (std::uint32_t number = 1; number <= kMostBookEntries; ++number) {
+    const auto email = std::to_string(number) + "@b.cc";
+    there.contacts->push_back(std::make_shared<Contact>(Contact{.email = email}));
+    wanted.contacts->push_back(std::make_shared<Contact>(Contact{.email = email, .nickname = "N"}));
+    for (const auto& [book, handle] : {std::pair(&there, number), {&wanted, 20001 - number}})
+      book->groups->push_back(
+          std::make_shared<ContactGroup>(ContactGroup{.name = "G", .handle = handle}));
+  }
+  const auto plan = tools::planBook(there, wanted, {});
+  EXPECT_THAT(plan.doubt, HasSubstr("N <20000@b.cc> has the address of <20000@b.cc>"));
+  EXPECT_EQ(plan.book.groups->front()->handle, kMostBookEntries);
+  EXPECT_FALSE(plan.changes.hasGroups());
+  wanted.contacts->push_back(wanted.contacts->front());
+  EXPECT_THAT(SharingBench("orders-camera").import(jsonFromAddressBook(wanted).dump()).err,
+              HasSubstr("20000 entries"));
 }
 
 TEST(AddressBook, ThatIsMergedKeepsWhatTheFileDoesNotHave) {

@@ -101,6 +101,42 @@ TEST_F(VCards, ThatAreHostileEndInWords) {
   }
 }
 
+// Tables of characters lie in files, which a program that is locked up can no longer open.
+TEST_F(VCards, OfTheCharacterSetsOfTheirTimeAreRead) {
+  const std::tuple<const char*, const char*, const char*> rows[] = {
+      {"ISO-8859-1", "=FC", "\xC3\xBC"},       {"windows-1252", "=80", "\xE2\x82\xAC"},
+      {"Shift_JIS", "=82=A0", "\xE3\x81\x82"}, {"iso-2022-jp", "=1B$B$\"=1B(B", "\xE3\x81\x82"},
+      {"GB2312", "=B0=A1", "\xE5\x95\x8A"},    {"IBM1047", "a", "a"}};
+  for (const auto& [charset, bytes, nickname] : rows) {
+    const std::string parameters =
+        std::string(";CHARSET=") + charset + ";ENCODING=QUOTED-PRINTABLE:";
+    const auto book = read("BEGIN:VCARD\r\nVERSION:2.1\r\nNICKNAME" + parameters + bytes +
+                           "\r\nEMAIL:a@b.c\r\nEND:VCARD\r\n")
+                          .book;
+    EXPECT_EQ(book.contacts->at(0)->nickname, nickname) << charset;
+  }
+}
+
+TEST_F(VCards, AreNotTakenFromAProgramThatMisbehaves) {
+  const TemporaryFolder folder;
+  const std::pair<const char*, const char*> rows[] = {
+      {"kill -SYS $$", "it tried what it may not do"},
+      {"exec cat /dev/zero", "cannot be read as vCards"},
+      {"exit 3", "more of them than can be taken"},
+      {"echo '[[[[[[[[[[[[[[[[[]]]]]]]]]]]]]]]]]'", "levels deep"},
+      {"echo '[1, [2], {\"email\": \"a@b.c\", \"categories\": [1, \"G\"], \"uid\": {}}]'", ""}};
+  for (const auto& [script, words] : rows) {
+    const ScopedEnvironment program("TARVO_VCARD", folder.writeScript("program", script));
+    try {
+      EXPECT_EQ(read("").book.groups->size(), 1U);
+      EXPECT_STREQ(words, "");
+    } catch (const tools::ToolError& error) {
+      EXPECT_THAT(error.what(), HasSubstr(words)) << script;
+      EXPECT_STRNE(words, "") << error.what();
+    }
+  }
+}
+
 TEST_F(VCards, NeedAProgramThatIsThere) {
   SharingBench bench("orders-legacy");
   const ScopedEnvironment none("TARVO_VCARD", "/nowhere/tarvo-vcard");

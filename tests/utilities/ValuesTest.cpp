@@ -7,8 +7,10 @@
 #include <utility>
 #include <vector>
 
+#include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/FourCharCode.h"
+#include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PropertyDictionary.h"
 #include "Utilities/Status.h"
@@ -50,6 +52,50 @@ TEST(PropertyDictionary, NarrowsWholeNumbersTo32Bits) {
     EXPECT_EQ(int32ForKey({{"key", value}}, "key"), expected) << value.dump();
   EXPECT_EQ(int32ForKey({{"key", 1}}, "other"), std::nullopt);
   EXPECT_EQ(int32ForKey(PropertyDictionary({1, 2}), "0"), std::nullopt);
+}
+
+/// Why a document is refused; empty where it is not.
+std::string refusalOf(const std::string& text) {
+  try {
+    jsonFromText(text);
+    return {};
+  } catch (const Exception& exception) {
+    return exception.reason();
+  }
+}
+
+TEST(JSONReader, RefusesWhatIsTooMuchAndNothingElse) {
+  const auto times = [](std::size_t count, const std::string& text) {
+    std::string all;
+    for (std::size_t index = 0; index < count; ++index)
+      all += text;
+    return all;
+  };
+  const auto deep = [&](std::size_t levels) { return times(levels, "[") + times(levels, "]"); };
+  const auto list = [&](std::size_t count, const std::string& value) {
+    return "[" + times(count - 1, value + ",") + value + "]";
+  };
+  const std::string few(20, ' ');
+  const std::string blanks(kLongestJSONText - 10, ' ');
+  const std::pair<std::string, const char*> rows[] = {
+      {deep(kMostJSONDepth), ""},
+      {deep(kMostJSONDepth + 1), "levels deep"},
+      {"[" + times(20, "{},[],") + "0]", ""},
+      {list(kMostJSONValues - 1, "0"), ""},
+      {list(kMostJSONValues, "0"), "values"},
+      {list(200000, "{\"a\":{}}"), "MiB"},
+      {blanks + "0" + blanks, ""},
+      {blanks + "0" + blanks + few, "larger than"},
+      {"[\"" + blanks + "\"]", ""},
+      {"[\"" + blanks + few + "\"]", "a value of more than"},
+      {"[\"" + std::string(100000, 'x'), "parse error"},
+      {"", "parse error"}};
+  for (const auto& [text, words] : rows) {
+    const std::string refusal = refusalOf(text);
+    EXPECT_NE(refusal.find(words), std::string::npos) << text.substr(0, 20) << ": " << refusal;
+    EXPECT_EQ(refusal.empty(), *words == '\0') << text.substr(0, 20) << ": " << refusal;
+    EXPECT_LE(refusal.size(), 200U);
+  }
 }
 
 TEST(StringConversion, GoesBothWaysForValidText) {

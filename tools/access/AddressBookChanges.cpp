@@ -85,6 +85,11 @@ class Matcher {
     matchBy(labelsOf, options.keepsOnlyLabels);
     // There a new nickname costs nothing, as long as nobody is to stay under the old one.
     if (options.keepsOnlyLabels && !options.keepsOthers) matchBy(addressOf, true);
+    for (const auto& contact : left_) {
+      auto& [first, withoutID] = leftAt_[addressOf(*contact)];
+      if (!first) first = contact;
+      if (!withoutID && idOf(*contact).empty()) withoutID = contact;
+    }
     std::ranges::for_each(open_, [this](const auto& contact) { noteDoubt(*contact); });
   }
 
@@ -132,17 +137,23 @@ class Matcher {
     const auto id = idOf(contact);
     if (!id.empty() && !ids_.insert(id).second)
       doubt_ = contactInWords(contact) + " has the uid of another contact";
-    const auto found = std::ranges::find_if(left_, [&](const ContactPointer& other) {
-      const bool areTwo = !id.empty() && !idOf(*other).empty();
-      return !areTwo && addressOf(*other) == addressOf(contact);
-    });
-    if (found != left_.end())
-      doubt_ = contactInWords(contact) + " has the address of " + contactInWords(**found) +
+    const auto found = leftAt_.find(addressOf(contact));
+    if (found == leftAt_.end()) return;
+    const auto& other = id.empty() ? found->second.first : found->second.withoutID;
+    if (other)
+      doubt_ = contactInWords(contact) + " has the address of " + contactInWords(*other) +
                " on the device, and nothing tells whether they are the same";
   }
 
+  /// The first of those on the device who have one address, and the first without an id.
+  struct Namesakes {
+    ContactPointer first{};
+    ContactPointer withoutID{};
+  };
+
   Contacts left_;
   Contacts open_;
+  std::map<std::string, Namesakes> leftAt_;
   std::set<std::string> ids_;
   std::map<const Contact*, ContactPointer> matched_;
   std::set<const Contact*> taken_;
@@ -172,16 +183,15 @@ class GroupMatcher {
  private:
   void matchNamed(const std::string& name, ContactGroups& wanted) {
     auto& there = left_[name];
+    std::map<std::uint32_t, ContactGroupPointer> byHandle;
+    for (const auto& group : there)
+      if (group->handle != 0) byHandle.emplace(group->handle, group);
     std::erase_if(wanted, [&](const auto& group) {
-      const auto same = [&](const auto& other) {
-        return group->handle != 0 && other->handle == group->handle;
-      };
-      const auto found = std::ranges::find_if(there, same);
-      if (found == there.end()) return false;
-      pair(group, *found);
-      there.erase(found);
-      return true;
+      const auto found = byHandle.extract(group->handle);
+      if (found) pair(group, found.mapped());
+      return !found.empty();
     });
+    std::erase_if(there, [this](const auto& group) { return isTaken(group); });
     if (wanted.empty() || there.empty()) return;
     if (wanted.size() == 1 && there.size() == 1) return pair(wanted.front(), there.front());
     doubt_ = "there are several groups called '" + printable(name) +

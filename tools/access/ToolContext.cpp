@@ -51,6 +51,7 @@ void endIfInterrupted(const ToolContext& context, const std::string& operation) 
 namespace {
 
 constexpr std::size_t kLargestFile = 64U << 20;
+constexpr std::size_t kLargestText = 8U << 20;
 
 struct CloseFile {
   void operator()(std::FILE* file) const { std::fclose(file); }
@@ -65,33 +66,41 @@ Failure unreadable(const std::string& operation, const std::string& path, int er
 }
 
 /// To the end of the stream. Raises a ToolError.
-std::vector<std::byte> contentOf(std::FILE* file, const std::string& operation,
-                                 const std::string& path) {
-  std::vector<std::byte> content;
-  std::array<std::byte, 65536> piece{};
+template <typename Content>
+Content contentOf(std::FILE* file, const std::string& operation, const std::string& path,
+                  std::size_t most) {
+  Content content;
+  std::array<typename Content::value_type, 65536> piece{};
   while (const std::size_t length = std::fread(piece.data(), 1, piece.size(), file)) {
     content.insert(content.end(), piece.begin(), piece.begin() + static_cast<long>(length));
-    if (content.size() > kLargestFile)
-      throw ToolError({.operation = operation, .object = path, .why = "it is larger than 64 MB"});
+    if (content.size() > most)
+      throw ToolError({.operation = operation,
+                       .object = path,
+                       .why = "it is larger than " + std::to_string(most >> 20) + " MiB"});
   }
   if (std::ferror(file) != 0) throw ToolError(unreadable(operation, path, errno));
   return content;
+}
+
+template <typename Content>
+Content read(const ToolContext& context, const std::string& operation, const std::string& path,
+             std::size_t most) {
+  if (path == "-") return contentOf<Content>(context.input, operation, "standard input", most);
+  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
+  if (!file) throw ToolError(unreadable(operation, path, errno));
+  return contentOf<Content>(file.get(), operation, path, most);
 }
 
 }  // namespace
 
 std::vector<std::byte> readInput(const ToolContext& context, const std::string& operation,
                                  const std::string& path) {
-  if (path == "-") return contentOf(context.input, operation, "standard input");
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
-  if (!file) throw ToolError(unreadable(operation, path, errno));
-  return contentOf(file.get(), operation, path);
+  return read<std::vector<std::byte>>(context, operation, path, kLargestFile);
 }
 
 std::string readInputText(const ToolContext& context, const std::string& operation,
                           const std::string& path) {
-  const auto content = readInput(context, operation, path);
-  return {reinterpret_cast<const char*>(content.data()), content.size()};
+  return read<std::string>(context, operation, path, kLargestText);
 }
 
 }  // namespace tarvo::tools

@@ -76,11 +76,11 @@ void endIfInterrupted(const ToolContext& context, const std::string& operation);
 // Files that a command is given to read, standard input among them.
 
 /// All of a file; "-" is standard input. Raises a ToolError for one that cannot be read, and for
-/// one of more than 64 MB: nothing that a device takes this way is larger, and what is may be a
+/// one of more than 64 MiB: nothing that a device takes this way is larger, and what is may be a
 /// device that never ends.
 std::vector<std::byte> readInput(const ToolContext& context, const std::string& operation,
                                  const std::string& path);
-/// The same as text, whatever its bytes are.
+/// The same as text, whatever its bytes are, of 8 MiB at most.
 std::string readInputText(const ToolContext& context, const std::string& operation,
                           const std::string& path);
 

@@ -19,6 +19,7 @@
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "Utilities/Exception.h"
 #include "Utilities/FileDescriptor.h"
+#include "Utilities/JSONReader.h"
 #include "platform/foundation/GlibPtr.h"
 #include "tools/access/AddressBookChanges.h"
 #include "tools/access/LocalFiles.h"
@@ -31,18 +32,13 @@ namespace {
 
 AddressBook bookFromJSONText(const std::string& operation, const std::string& path,
                              const std::string& text) {
-  const auto fail = [&](const std::string& why) -> ToolError {
-    return ToolError({.operation = operation,
-                      .object = path,
-                      .why = why,
-                      .advice = "'tarvoctl addressbook export' shows the form."});
-  };
   try {
-    return addressBookFromJSON(PropertyDictionary::parse(text));
+    return addressBookFromJSON(jsonFromText(text));
   } catch (const Exception& exception) {
-    throw fail(exception.reason());
-  } catch (const PropertyDictionary::exception& exception) {
-    throw fail(exception.what());
+    throw ToolError({.operation = operation,
+                     .object = path,
+                     .why = exception.reason(),
+                     .advice = "'tarvoctl addressbook export' shows the form."});
   }
 }
 

@@ -1,9 +1,10 @@
 #include "tools/addressbook/BookImport.h"
 
-#include <algorithm>
-#include <iterator>
 #include <optional>
+#include <set>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
@@ -162,19 +163,14 @@ class Importing {
   /// What was written and what was not: by the device itself, where it can still be asked, for the
   /// answer to a change may be lost and the change there all the same.
   std::string howFar(const BookWritten& written) const {
-    const auto lines = inWords(plan_.changes);
-    std::vector<std::string> open;
     const auto left = keepsContactsSingly(device_) ? differencesNow() : std::nullopt;
-    if (left) {
-      for (const auto& line : lines)
-        if (isOneOf(inWords(*left), line)) open.push_back(line);
-    } else {
-      std::ranges::copy_if(lines, std::back_inserter(open),
-                           [&](const auto& line) { return !isOneOf(written.done, line); });
-    }
+    std::set<std::string> known;
+    for (const auto& line : left ? inWords(*left) : written.done)
+      known.insert(headOf(line));
+    std::vector<std::string> open;
     std::vector<std::string> done;
-    std::ranges::copy_if(lines, std::back_inserter(done),
-                         [&](const auto& line) { return std::ranges::count(open, line) == 0; });
+    for (const auto& line : inWords(plan_.changes))
+      (known.contains(headOf(line)) == left.has_value() ? open : done).push_back(line);
     std::string words =
         done.empty() ? "Nothing of it was written" : "Written: " + joined(done, "; ");
     if (!open.empty()) words += ". Not written: " + joined(open, "; ");
@@ -183,13 +179,9 @@ class Importing {
     return words;
   }
 
-  /// Whether a line is among others that may go on differently in brackets.
-  static bool isOneOf(const std::vector<std::string>& beginnings, const std::string& line) {
-    const auto headOf = [](const std::string& text) {
-      return text.substr(0, text.ends_with(')') ? text.rfind(" (") : std::string::npos);
-    };
-    return std::ranges::any_of(
-        beginnings, [&](const auto& each) { return each == line || headOf(each) == headOf(line); });
+  /// A line without what it says in brackets, which may be another number by now.
+  static std::string headOf(const std::string& line) {
+    return line.substr(0, line.ends_with(')') ? line.rfind(" (") : std::string::npos);
   }
 
   /// What the device lacks of the book that it was to get, by reading it once more; none where it

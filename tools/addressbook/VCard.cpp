@@ -1,19 +1,35 @@
 #include "tools/addressbook/VCard.h"
 
+#include <gio/gunixinputstream.h>
+#include <poll.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
+#include <span>
 #include <system_error>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "Utilities/Exception.h"
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/foundation/GlibPtr.h"
+#include "tools/access/LocalFiles.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
+#include "tools/vcard/CardText.h"
 
 namespace tarvo::tools {
 namespace {
@@ -31,8 +47,7 @@ constexpr std::array kTexts = {
     TextField{"country", &Contact::country},     TextField{"phone", &Contact::phone}};
 
 std::string textOf(const PropertyDictionary& card, const char* key) {
-  const auto found = card.find(key);
-  return found != card.end() && found->is_string() ? found->get<std::string>() : std::string();
+  return textForKey(card, key).value_or("");
 }
 
 /// The GUID in a card's UID, upper case; none for a UID of another kind, which a device cannot
@@ -87,6 +102,13 @@ Contact contactFrom(const PropertyDictionary& card) {
   return contact;
 }
 
+/// Raises where a book has as many entries as it may, and another one comes.
+void refuseMore(std::size_t count, const char* what) {
+  if (count >= kMostBookEntries)
+    throw Exception(std::string(exception_name::kInvalidArgument),
+                    "it has more than " + std::to_string(kMostBookEntries) + " " + what);
+}
+
 /// Where a card names a group for the first time, the group begins.
 class Groups {
  public:
@@ -94,6 +116,7 @@ class Groups {
     if (name.empty()) return;
     auto& group = byName_[name];
     if (!group) {
+      refuseMore(groups_.size(), "groups");
       group = std::make_shared<ContactGroup>(ContactGroup{.name = name, .members = {}});
       groups_.push_back(group);
     }
@@ -149,14 +172,13 @@ VCardBook bookFromCards(const PropertyDictionary& cards) {
       ++withoutEmail;
       continue;
     }
-    const auto emails = card.find("emails");
-    if (emails != card.end() && emails->is_number() && *emails > 1) ++withSeveral;
+    if (int32ForKey(card, "emails").value_or(1) > 1) ++withSeveral;
+    refuseMore(contacts.size(), "contacts");
     contacts.push_back(contact);
     if (textOf(card, "nickname").empty()) result.nameless.insert(contact);
-    const auto categories = card.find("categories");
-    if (categories == card.end()) continue;
-    for (const auto& name : *categories)
-      groups.add(name.get<std::string>(), contact);
+    const auto* categories = arrayForKey(card, "categories");
+    for (const auto& name : categories ? *categories : PropertyDictionary::array())
+      if (name.is_string()) groups.add(name.get<std::string>(), contact);
   }
   result.book.groups = groups.take();
   if (withoutEmail > 0)
@@ -189,14 +211,20 @@ PropertyDictionary cardsFromBook(const AddressBook& book) {
 VCardBook bookFromVCards(const std::string& operation, const std::string& path,
                          const std::string& text) {
   // Out of this process: the parser meets files from anywhere.
+  const auto fail = [&](const std::string& why) -> ToolError {
+    return ToolError({.operation = operation,
+                      .object = path,
+                      .why = why,
+                      .advice = "Check the file, or say what it is with --format."});
+  };
   const auto said = runVCardProgram(operation, path, "read", text);
-  auto cards = PropertyDictionary::parse(said, nullptr, false);
-  if (!cards.is_array() || cards.empty())
-    throw ToolError({.operation = operation,
-                     .object = path,
-                     .why = "there is no vCard in it",
-                     .advice = "Check the file, or say what it is with --format."});
-  return bookFromCards(cards);
+  try {
+    const auto cards = jsonFromText(said);
+    if (cards.is_array() && !cards.empty()) return bookFromCards(cards);
+  } catch (const Exception& exception) {
+    throw fail(exception.reason());
+  }
+  throw fail("there is no vCard in it");
 }
 
 std::string vCardsFromBook(const std::string& operation, const AddressBook& book) {
@@ -209,8 +237,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kName = "tarvo-vcard";
 
-using GBytesPtr = std::unique_ptr<GBytes, GlibRelease<g_bytes_unref>>;
-
 std::string programPath() {
   if (const char* named = std::getenv("TARVO_VCARD"); named && *named != '\0') return named;
   std::error_code error;
@@ -220,37 +246,72 @@ std::string programPath() {
   return std::string(TARVO_LIBEXEC) + "/" + kName;
 }
 
-ToolError failure(const std::string& operation, const std::string& object, const std::string& why,
-                  const std::string& advice) {
-  return ToolError(
-      {.operation = operation, .object = object, .why = "vCards: " + why, .advice = advice});
+using Clock = std::chrono::steady_clock;
+constexpr std::chrono::seconds kLongestAnswer{30};
+
+/// A file without a name that holds `text`, to be read from its start: a program that is given it
+/// need not read while somebody writes.
+FileDescriptor unnamedFile(const std::string& text) {
+  FileDescriptor file(::memfd_create(kName, MFD_CLOEXEC));
+  const bool isWritten = file.isOpen() && writeAll(file.get(), std::as_bytes(std::span(text))) &&
+                         ::lseek(file.get(), 0, SEEK_SET) == 0;
+  return isWritten ? std::move(file) : FileDescriptor();
+}
+
+/// All that comes from a pipe until its other end is closed; none where that is more than the
+/// program may say, or takes too long.
+std::optional<std::string> answerFrom(int pipe) {
+  std::string answer;
+  std::vector<char> piece(65536);
+  for (const auto end = Clock::now() + kLongestAnswer;;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    ::pollfd ready = {.fd = pipe, .events = POLLIN, .revents = 0};
+    const int count = left.count() > 0 ? ::poll(&ready, 1, static_cast<int>(left.count())) : 0;
+    const ssize_t length = count > 0 ? ::read(pipe, piece.data(), piece.size()) : count;
+    if (length < 0 && errno == EINTR) continue;
+    if (length < 0 || count == 0 || answer.size() > vcard::kMostBytes) return std::nullopt;
+    if (length == 0) return answer;
+    answer.append(piece.data(), static_cast<std::size_t>(length));
+  }
+}
+
+/// What became of a program that has no answer, a clause.
+std::string whyItFailed(GSubprocess* child) {
+  if (g_subprocess_get_if_signaled(child) != 0 && g_subprocess_get_term_sig(child) == SIGSYS)
+    return "the program that reads them was ended, for it tried what it may not do";
+  if (g_subprocess_get_if_exited(child) != 0 &&
+      g_subprocess_get_exit_status(child) == vcard::kTooMuch)
+    return "there are more of them than can be taken (" + std::to_string(vcard::kMostBytes >> 20) +
+           " MiB)";
+  // A file that costs too much time or memory ends it, too, which is what its limits are for.
+  return "the file cannot be read as vCards";
 }
 
 }  // namespace
 
 std::string runVCardProgram(const std::string& operation, const std::string& object,
                             const std::string& mode, const std::string& input) {
-  const std::string path = programPath();
+  const auto fail = [&](const std::string& why, const char* advice) -> ToolError {
+    return ToolError(
+        {.operation = operation, .object = object, .why = "vCards: " + why, .advice = advice});
+  };
+  FileDescriptor file = unnamedFile(input);
+  if (!file.isOpen()) throw fail(std::strerror(errno), "Use JSON (--format json).");
+  // What it says of itself is for nobody's terminal.
+  const GObjectPtr<GSubprocessLauncher> launcher(
+      g_subprocess_launcher_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
+                                                              G_SUBPROCESS_FLAGS_STDERR_SILENCE)));
+  g_subprocess_launcher_take_stdin_fd(launcher.get(), file.release());
   GErrorHolder error;
-  const GObjectPtr<GSubprocess> child(g_subprocess_new(
-      static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDIN_PIPE | G_SUBPROCESS_FLAGS_STDOUT_PIPE),
-      error.out(), path.c_str(), mode.c_str(), nullptr));
-  if (!child)
-    throw failure(operation, object, error.message(),
-                  "Install tarvo-vcard, or use JSON (--format json).");
-  const GBytesPtr given(g_bytes_new(input.data(), input.size()));
-  GBytes* said = nullptr;
-  const bool communicated =
-      // Both ways at once: a program that writes before it has read all would wait for us for ever.
-      g_subprocess_communicate(child.get(), given.get(), nullptr, &said, nullptr, error.out()) != 0;
-  const GBytesPtr answer(said);
-  // A file that costs too much time or memory ends the program, which is what the limits are for.
-  if (!communicated || g_subprocess_get_successful(child.get()) == 0)
-    throw failure(operation, object, "the file cannot be read as vCards",
-                  "Export it anew from the program that it comes from.");
-  gsize size = 0;
-  const void* bytes = g_bytes_get_data(answer.get(), &size);
-  return size == 0 ? std::string() : std::string(static_cast<const char*>(bytes), size);
+  const GObjectPtr<GSubprocess> child(g_subprocess_launcher_spawn(
+      launcher.get(), error.out(), programPath().c_str(), mode.c_str(), nullptr));
+  if (!child) throw fail(error.message(), "Install tarvo-vcard, or use JSON (--format json).");
+  auto answer = answerFrom(
+      g_unix_input_stream_get_fd(G_UNIX_INPUT_STREAM(g_subprocess_get_stdout_pipe(child.get()))));
+  if (!answer) g_subprocess_force_exit(child.get());
+  g_subprocess_wait(child.get(), nullptr, nullptr);
+  if (answer && g_subprocess_get_successful(child.get()) != 0) return *std::move(answer);
+  throw fail(whyItFailed(child.get()), "Export it anew from the program that it comes from.");
 }
 
 }  // namespace tarvo::tools

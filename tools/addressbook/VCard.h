@@ -2,10 +2,11 @@
 //
 // The syntax is read and written by a program of its own, tarvo-vcard, which stands on the GNOME
 // address book library: whatever a file from elsewhere does to a parser, it does to that process,
-// which has little memory and little time. What it says is a JSON array of cards, each with those
-// of the keys "uid", "fullName", "familyName", "givenName", "nickname", "email", "phone", "street",
-// "city", "state", "zip", "country" (texts), "categories" (texts) and "emails" (a number) that the
-// card has.
+// which has little memory and little time, and can reach nothing (tools/vcard/Lockdown.h). What it
+// says is a JSON array of cards, each with those of the keys "uid", "fullName", "familyName",
+// "givenName", "nickname", "email", "phone", "street", "city", "state", "zip", "country" (texts),
+// "categories" (texts) and "emails" (a number) that the card has; it is believed no more than the
+// file is.
 #pragma once
 
 #include <set>
@@ -24,8 +25,8 @@ struct VCardBook {
   std::set<ContactPointer> nameless{};
 };
 
-/// Reads all cards of `text`. Raises a ToolError for a text without cards, and where tarvo-vcard is
-/// not installed or gives up.
+/// Reads all cards of `text`. Raises a ToolError for a text without cards or with more than
+/// kMostBookEntries, and where tarvo-vcard is not installed or gives up.
 VCardBook bookFromVCards(const std::string& operation, const std::string& path,
                          const std::string& text);
 /// A card a contact (vCard 3.0); groups become the categories of their members.
@@ -33,6 +34,8 @@ std::string vCardsFromBook(const std::string& operation, const AddressBook& book
 
 // The mapping alone, without the syntax.
 
+/// Whatever `cards` is: what has another type is passed over. Raises NSInvalidArgumentException for
+/// more than kMostBookEntries contacts or groups.
 VCardBook bookFromCards(const PropertyDictionary& cards);
 PropertyDictionary cardsFromBook(const AddressBook& book);
 
@@ -40,7 +43,8 @@ PropertyDictionary cardsFromBook(const AddressBook& book);
 
 /// What the program answers to `input`; `mode` is "read" or "write". It is the one that the
 /// environment variable TARVO_VCARD names, else the one beside this program, else the installed
-/// one. Raises a ToolError about `object` where there is none, and where it failed.
+/// one. Raises a ToolError about `object` where there is none, where it failed, and where it
+/// answers with more than 8 MiB or not within 30 seconds: then it is ended.
 std::string runVCardProgram(const std::string& operation, const std::string& object,
                             const std::string& mode, const std::string& input);
 

@@ -10,6 +10,7 @@
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
+#include "Utilities/JSONReader.h"
 #include "Utilities/PTPCodes.h"
 #include "platform/foundation/Numbers.h"
 #include "tools/access/ObjectSelection.h"
@@ -114,8 +115,11 @@ PropertyDictionary valueFrom(const std::string& text, std::uint16_t datatype) {
     // Codes are written in hexadecimal, which JSON does not have.
     if (const auto number = numberOf(text, UINT64_MAX)) return *number;
   }
-  auto value = PropertyDictionary::parse(text, nullptr, false);
-  return value.is_discarded() ? PropertyDictionary(text) : value;
+  try {
+    return jsonFromText(text);
+  } catch (const Exception&) {
+    return text;
+  }
 }
 
 /// What the user gave for a property.

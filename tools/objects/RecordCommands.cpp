@@ -6,6 +6,7 @@
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
+#include "Utilities/JSONReader.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Words.h"
@@ -21,33 +22,24 @@ struct RecordOptions {
 
 /// Runs `convert` on what lies in `path`; what it raises is a failure of that file.
 template <typename Convert>
-auto converted(const ToolContext& context, const std::string& operation, const std::string& path,
-               const Convert& convert) {
-  const auto content = readInput(context, operation, path);
-  const auto fail = [&](const std::string& why) -> ToolError {
-    return ToolError({.operation = operation, .object = path, .why = why});
-  };
+auto converted(const std::string& operation, const std::string& path, const Convert& convert) {
   // Bytes come from anywhere: what the codec raises is a fault of the file and not of the program.
   try {
-    return convert(content);
+    return convert();
   } catch (const Exception& exception) {
-    throw fail(exception.reason());
-  } catch (const PropertyDictionary::exception& exception) {
-    throw fail(exception.what());
+    throw ToolError({.operation = operation, .object = path, .why = exception.reason()});
   }
 }
 
 PropertyDictionary decoded(const ToolContext& context, const RecordType& type,
                            const std::string& path) {
-  return converted(context, "decode", path,
-                   [&](const std::vector<std::byte>& content) { return type.decode(content); });
+  return converted("decode", path, [&] { return type.decode(readInput(context, "decode", path)); });
 }
 
 std::vector<std::byte> encoded(const ToolContext& context, const RecordType& type,
                                const std::string& path) {
-  return converted(context, "encode", path, [&](const std::vector<std::byte>& content) {
-    const auto* text = reinterpret_cast<const char*>(content.data());
-    return type.encode(PropertyDictionary::parse(text, text + content.size()));
+  return converted("encode", path, [&] {
+    return type.encode(jsonFromText(readInputText(context, "encode", path)));
   });
 }
 

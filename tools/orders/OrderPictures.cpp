@@ -1,12 +1,13 @@
 #include "tools/orders/OrderPictures.h"
 
 #include <algorithm>
+#include <exception>
 #include <filesystem>
-#include <fstream>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "tools/access/LocalFiles.h"
@@ -38,10 +39,14 @@ PropertyDictionary identityOf(PropertyDictionary json) {
 }
 
 /// What an earlier run noted in a folder; null where it has no note.
-PropertyDictionary notedIn(const fs::path& folder) {
-  std::ifstream file(folder / kNote, std::ios::binary);
-  auto json = PropertyDictionary::parse(file, nullptr, false);
-  return json.is_object() ? json : PropertyDictionary();
+PropertyDictionary notedIn(const ToolContext& context, const fs::path& folder) {
+  try {
+    auto json = jsonFromText(readInputText(context, "orders fetch", (folder / kNote).string()));
+    if (json.is_object()) return json;
+  } catch (const std::exception&) {
+    // Whatever it is, it is no note: the folder is left alone.
+  }
+  return {};
 }
 
 /// The file that a note has for a picture; empty where it has none.
@@ -99,7 +104,7 @@ std::string OrderPictures::folderFor(const ListedOrder& order) {
   const std::string name = folderNameOf(order);
   for (unsigned number = 1;; ++number) {
     const fs::path folder = fs::path(target_) / numberedFileName(name, number);
-    before_ = notedIn(folder);
+    before_ = notedIn(context_, folder);
     std::error_code ignored;
     const bool isFree = before_.is_null() && !fs::exists(fs::symlink_status(folder, ignored));
     const bool isOwn = before_.is_object() && identityOf(before_) == identityOf(order.json);

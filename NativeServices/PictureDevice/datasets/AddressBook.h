@@ -6,11 +6,12 @@
 //   if (const auto error = validateAddressBookDict(book, true)) use(error->ptpErrorCode);
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 namespace tarvo {
@@ -66,7 +67,8 @@ struct Contact {
 /// Shared between the book and its groups: a group has its members themselves, not copies.
 using ContactPointer = std::shared_ptr<Contact>;
 using Contacts = std::vector<ContactPointer>;
-using ContactsByHandle = std::unordered_map<std::uint32_t, ContactPointer>;
+/// In order: handles are whatever a device or a file says, and may be chosen to collide in a hash.
+using ContactsByHandle = std::map<std::uint32_t, ContactPointer>;
 
 struct ContactGroup {
   std::string name{};
@@ -87,6 +89,9 @@ struct ContactGroupRecord {
 
 using ContactGroupPointer = std::shared_ptr<ContactGroup>;
 using ContactGroups = std::vector<ContactGroupPointer>;
+
+/// Of a book in a file, contacts as well as groups: more than any device takes.
+inline constexpr std::size_t kMostBookEntries = 20'000;
 
 struct AddressBook {
   XT_AddressBookInfo limits{};  ///< lengths count UTF-16 units; a limit that is missing is 0

@@ -93,6 +93,8 @@ void eraseFieldsWithoutValue(PropertyDictionary& contact) {
 template <typename Take>
 void takeElements(const PropertyDictionary& json, const char* key, const Take& take) {
   const PropertyDictionary& array = arrayFromJSON(json.at(key), key);
+  if (array.size() > kMostBookEntries)
+    refuseValue(key, "has more than " + std::to_string(kMostBookEntries) + " entries");
   for (std::size_t i = 0; i < array.size(); ++i) {
     try {
       take(array[i]);

@@ -21,8 +21,8 @@ PropertyDictionary jsonFromTransferOrder(const TransferOrder& order);
 // record cannot hold: an unknown key, another type, a number out of range.
 
 Contact contactFromJSON(const PropertyDictionary& json);
-/// Raises the same where a member's handle is that of no contact in the book. Limits may be
-/// missing; they are 0 then.
+/// Raises the same where a member's handle is that of no contact in the book, and for more than
+/// kMostBookEntries. Limits may be missing; they are 0 then.
 AddressBook addressBookFromJSON(const PropertyDictionary& json);
 
 }  // namespace tarvo
