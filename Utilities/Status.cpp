@@ -50,6 +50,7 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kIOReturnNotOpen, "exclusive access was not obtained"},
     {status::kIOReturnBusy, "the disk is in use"},
     {status::kIOReturnTimeout, "no answer in time"},
+    {status::kIOReturnAborted, "interrupted"},
     {status::kDAReturnError, "the disk service refused"},
     {status::kDAReturnNotFound, "there is no such disk"},
     {status::kDAReturnNotPermitted, "the disk service does not let this user do that"},

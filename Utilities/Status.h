@@ -72,6 +72,7 @@ inline constexpr Status kIOReturnUnsupported = ioKitStatus(0xE00002C7);
 inline constexpr Status kIOReturnNotOpen = ioKitStatus(0xE00002CD);
 inline constexpr Status kIOReturnBusy = ioKitStatus(0xE00002D5);
 inline constexpr Status kIOReturnTimeout = ioKitStatus(0xE00002D6);
+inline constexpr Status kIOReturnAborted = ioKitStatus(0xE00002EB);  ///< it was interrupted
 
 // PTP response codes (ISO 15740, clause "Responses"), as the device sent them. Only codes that the
 // product compares with or puts in words are listed.

@@ -83,7 +83,7 @@ struct AgentProcess::Devices {
   // The default time-outs, {}: at most 5 seconds for a device that is silent.
   ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
-  SgSCSIServices scsi{registry, base_.log};
+  SgSCSIServices scsi{registry, &base_.loop.interrupt()->flag(), base_.log};
   UDisks2DiskArbitration diskArbitration{systemBus, registry, base_.loop.interrupt(), base_.log};
   // Read once, so that all rooms read the cards of one session alike.
   std::string encoding = defaultEncoding(base_.preferences, base_.log);
