@@ -40,6 +40,7 @@ constexpr auto kStatusWords = std::to_array<StatusWords>({
     {status::kICAInvalidObject, "no such object, or not one of that kind"},
     {status::kICAPropertyNotFound, "property not found"},
     {status::kICATransactionRunning, "the device is busy with another operation of this program"},
+    {status::kICAOutOfTime, "the device is so slow that it has used up all of its time"},
     {status::kObjectTooLarge, "larger than what is read into memory (a text file: 8 MiB)"},
     {status::kIOReturnError, "the unit did not carry the command out"},
     {status::kIOReturnNoDevice, "the unit has gone"},

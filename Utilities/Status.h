@@ -53,6 +53,7 @@ inline constexpr Status kICAPropertyNotFound = -9907;
 /// Begun within another transaction with the same device; worth another try once that has ended.
 inline constexpr Status kICATransactionRunning = -9908;
 inline constexpr Status kObjectTooLarge = -9909;  ///< larger than what is read into memory
+inline constexpr Status kICAOutOfTime = -9910;    ///< a slow device has used up all of its time
 
 // IOKit statuses, of SCSI commands and of disks. They are known by their 32 bits in hexadecimal and
 // are negative as a Status.
