@@ -52,6 +52,8 @@ inline constexpr Status kICAInvalidObject = -9906;  ///< no such object, or none
 inline constexpr Status kICAPropertyNotFound = -9907;
 /// Begun within another transaction with the same device; worth another try once that has ended.
 inline constexpr Status kICATransactionRunning = -9908;
+inline constexpr Status kObjectTooLarge = -9909;  ///< larger than what is read into memory
+inline constexpr Status kICAOutOfTime = -9910;    ///< a slow device has used up all of its time
 
 // IOKit statuses, of SCSI commands and of disks. They are known by their 32 bits in hexadecimal and
 // are negative as a Status.
@@ -71,6 +73,7 @@ inline constexpr Status kIOReturnUnsupported = ioKitStatus(0xE00002C7);
 inline constexpr Status kIOReturnNotOpen = ioKitStatus(0xE00002CD);
 inline constexpr Status kIOReturnBusy = ioKitStatus(0xE00002D5);
 inline constexpr Status kIOReturnTimeout = ioKitStatus(0xE00002D6);
+inline constexpr Status kIOReturnAborted = ioKitStatus(0xE00002EB);  ///< it was interrupted
 
 // PTP response codes (ISO 15740, clause "Responses"), as the device sent them. Only codes that the
 // product compares with or puts in words are listed.

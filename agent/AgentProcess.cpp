@@ -43,6 +43,16 @@ LogSink withoutUnaskedDetails(LogSink sink) {
   };
 }
 
+/// At most 5 seconds for a device that is silent, and 8 for all that one is asked when it arrives,
+/// of which opening it may take one; what ends the agent is heard within one.
+ptp::Timeouts arrivalTimeouts(const Interrupt& interrupt) {
+  ptp::Timeouts timeouts;
+  timeouts.whole = std::chrono::seconds{7};
+  timeouts.leaving = std::chrono::milliseconds{300};
+  timeouts.interrupted = &interrupt.flag();
+  return timeouts;
+}
+
 }  // namespace
 
 // What the process needs before it may touch a device. The log comes first: everything else speaks
@@ -85,10 +95,10 @@ struct AgentProcess::Devices {
   ProcessRunningApplications applications{DesktopEntries(), "/proc", &scopes};
   UnixMountTable mounts{base_.preferences, base_.log};
   UdevRegistry registry{base_.loop, base_.log};
-  // The default time-outs, {}: at most 5 seconds for a device that is silent.
-  ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(), {}, base_.log};
+  ptp::LibusbConnector connector{std::make_unique<ptp::LibusbDeviceOpener>(),
+                                 arrivalTimeouts(*base_.loop.interrupt()), base_.log};
   ImageCaptureService imageCapture{registry, mounts, connector, base_.log};
-  SgSCSIServices scsi{registry, base_.log};
+  SgSCSIServices scsi{registry, &base_.loop.interrupt()->flag(), base_.log};
   UDisks2DiskArbitration diskArbitration{systemBus, registry, base_.loop.interrupt(), base_.log};
   // Read once, so that all rooms read the cards of one session alike.
   std::string encoding = defaultEncoding(base_.preferences, base_.log);

@@ -8,8 +8,13 @@
 #include <array>
 #include <cerrno>
 #include <climits>
+#include <future>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
+#include <utility>
+#include <vector>
 
 #include "Utilities/Format.h"
 
@@ -80,12 +85,11 @@ Status submissionStatus(int result) {
   }
 }
 
-/// The kernel would send a command once more that a signal has interrupted, and the unit carries
-/// both out.
+/// What is started meanwhile has no signals either: the kernel would send a command once more that
+/// one has interrupted, and the unit carries both out.
 class WithoutSignals {
  public:
   WithoutSignals() {
-    // For one command, which its own time-out ends.
     sigset_t all;
     ::sigfillset(&all);
     ::pthread_sigmask(SIG_SETMASK, &all, &former_);
@@ -98,23 +102,72 @@ class WithoutSignals {
   sigset_t former_;
 };
 
-int sendOnce(sg_pt_base* object, std::chrono::seconds timeout) {
-  const WithoutSignals guard;
-  return ::do_scsi_pt(object, -1, static_cast<int>(timeout.count()), 0);
-}
-
-void describe(sg_pt_base* object, const SgCommand& command) {
-  ::set_scsi_pt_cdb(object, reinterpret_cast<const std::uint8_t*>(command.block.data()),
-                    static_cast<int>(command.block.size()));
-  const int length = static_cast<int>(command.data.size());
-  if (length == 0) return;
-  if (command.direction == Direction::kFromTargetToInitiator) {
-    // A unit that sends less leaves zeros behind, and never what was in memory before.
-    std::ranges::fill(command.data, std::byte{0});
-    ::set_scsi_pt_data_in(object, bytes(command.data), length);
-  } else if (command.direction == Direction::kFromInitiatorToTarget) {
-    ::set_scsi_pt_data_out(object, bytes(command.data), length);
+/// A command with memory of its own: where nobody waits for it any more, the thread that sends it
+/// keeps it.
+class Sending {
+ public:
+  /// By descriptor: the node that was opened, and no other that may have its name by now.
+  Sending(SgNode node, const SgCommand& command)
+      : node_(std::move(node)),
+        object_(::construct_scsi_pt_obj_with_fd(node_->get(), 0)),
+        block_(command.block.begin(), command.block.end()),
+        data_(command.data.size()) {
+    // An area of our own for sense data: the library clears the whole of what it is given.
+    if (!object_) return;
+    ::set_scsi_pt_sense(object(), bytes(sense_), static_cast<int>(sense_.size()));
+    ::set_scsi_pt_cdb(object(), bytes(block_), static_cast<int>(block_.size()));
+    const int length = static_cast<int>(data_.size());
+    if (length == 0) return;
+    if (command.direction == Direction::kFromTargetToInitiator) {
+      // A unit that sends less leaves zeros behind, and never what was in memory before.
+      ::set_scsi_pt_data_in(object(), bytes(data_), length);
+    } else if (command.direction == Direction::kFromInitiatorToTarget) {
+      std::ranges::copy(command.data, data_.begin());
+      ::set_scsi_pt_data_out(object(), bytes(data_), length);
+    }
   }
+  /// Null where there is no memory.
+  sg_pt_base* object() const { return object_.get(); }
+  std::span<const std::byte> data() const { return data_; }
+  std::span<const std::byte> sense() const {
+    const int length = std::clamp(::get_scsi_pt_sense_len(object()), 0, int{kLongestSense});
+    return std::span(sense_).first(static_cast<std::size_t>(length));
+  }
+
+ private:
+  SgNode node_;
+  PassThrough object_;
+  std::vector<std::byte> block_;
+  std::vector<std::byte> data_;
+  std::array<std::byte, kLongestSense> sense_{};
+};
+
+/// How often it is looked whether somebody has interrupted.
+constexpr std::chrono::milliseconds kInterruptionInterval{50};
+
+/// What do_scsi_pt() says; none where it was interrupted. In a thread, for the system call ends for
+/// no signal that comes just before it.
+std::optional<int> send(const std::shared_ptr<Sending>& sending, std::chrono::seconds timeout,
+                        const std::atomic<bool>* interrupted) {
+  const auto isInterrupted = [&] { return interrupted != nullptr && interrupted->load(); };
+  if (isInterrupted()) return std::nullopt;
+  std::packaged_task<int()> task([sending, timeout] {
+    return ::do_scsi_pt(sending->object(), -1, static_cast<int>(timeout.count()), 0);
+  });
+  auto ended = task.get_future();
+  std::thread thread;
+  {
+    const WithoutSignals guard;
+    thread = std::thread(std::move(task));
+  }
+  while (ended.wait_for(kInterruptionInterval) != std::future_status::ready)
+    if (isInterrupted()) {
+      thread.detach();
+      return std::nullopt;
+    }
+  // Whoever wants the node to himself next must not find it open here.
+  thread.join();
+  return ended.get();
 }
 
 void logRequest(std::string_view node, const SgCommand& command, const LogSink& log) {
@@ -159,37 +212,37 @@ Status ioKitStatusOfErrno(int error) {
   }
 }
 
-SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& command,
-                           const LogSink& log) {
+SgOutcome executeSgCommand(const SgNode& node, std::string_view name, const SgCommand& command,
+                           const LogSink& log, const std::atomic<bool>* interrupted) {
   SgOutcome outcome;
-  // By descriptor: the node that was opened, and no other that may have its name by now.
-  const PassThrough object(::construct_scsi_pt_obj_with_fd(fd, 0));
-  if (!object || command.data.size() > INT_MAX) {
-    outcome.submitted = status::kIOReturnError;
-    return outcome;
-  }
-  logRequest(node, command, log);
-  describe(object.get(), command);
-  // An area of our own: the library clears the whole of what it is given.
-  std::array<std::byte, kLongestSense> sense{};
-  ::set_scsi_pt_sense(object.get(), bytes(sense), static_cast<int>(sense.size()));
+  outcome.submitted = status::kIOReturnError;
+  if (command.data.size() > INT_MAX) return outcome;
+  const auto sending = std::make_shared<Sending>(node, command);
+  const sg_pt_base* object = sending->object();
+  if (object == nullptr) return outcome;
+  logRequest(name, command, log);
   // The library counts in seconds, and 0 would be a default of its own.
   const auto timeout = std::chrono::ceil<std::chrono::seconds>(command.timeout);
-  outcome.submitted = submissionStatus(sendOnce(
-      object.get(), std::clamp(timeout, std::chrono::seconds(1), std::chrono::seconds(3600))));
+  const auto sent =
+      send(sending, std::clamp(timeout, std::chrono::seconds(1), std::chrono::seconds(3600)),
+           interrupted);
+  outcome.submitted = sent ? submissionStatus(*sent) : status::kIOReturnAborted;
+  // The library's object is the thread's still.
+  if (!sent) return outcome;
 
   std::span<const std::byte> given;
+  if (command.direction == Direction::kFromTargetToInitiator)
+    std::ranges::copy(sending->data(), command.data.begin());
   if (outcome.submitted == status::kOK) {
-    outcome.delivered = deliveryStatus(object.get());
-    const int length = std::clamp(::get_scsi_pt_sense_len(object.get()), 0, int{kLongestSense});
-    given = std::span(sense).first(static_cast<std::size_t>(length));
+    outcome.delivered = deliveryStatus(object);
+    given = sending->sense();
     std::ranges::copy(given.first(std::min(given.size(), command.sense.size())),
                       command.sense.begin());
-    outcome.realised = bytesMoved(command, ::get_scsi_pt_resid(object.get()));
+    outcome.realised = bytesMoved(command, ::get_scsi_pt_resid(object));
   }
   if (outcome.failure() == status::kOK)
-    outcome.taskStatus = static_cast<std::uint8_t>(::get_scsi_pt_status_response(object.get()));
-  logOutcome(object.get(), command, outcome, node, given, log);
+    outcome.taskStatus = static_cast<std::uint8_t>(::get_scsi_pt_status_response(object));
+  logOutcome(object, command, outcome, name, given, log);
   return outcome;
 }
 

@@ -1,21 +1,27 @@
 // One SCSI command over an open SCSI generic node.
 //
 //   SgCommand command{.block = block, .data = page, .direction =
-//   Direction::kFromInitiatorToTarget}; const SgOutcome outcome = executeSgCommand(node.get(),
+//   Direction::kFromInitiatorToTarget}; const SgOutcome outcome = executeSgCommand(node,
 //   "/dev/sg1", command, log);
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string_view>
 
+#include "Utilities/FileDescriptor.h"
 #include "Utilities/LogSink.h"
 #include "Utilities/Status.h"
 #include "platform/iokit/SCSITask.h"
 
 namespace tarvo {
+
+/// A generic node that is open; kept by a command that nobody waits for any more.
+using SgNode = std::shared_ptr<const FileDescriptor>;
 
 /// Everything in it is lent.
 struct SgCommand {
@@ -48,10 +54,12 @@ struct [[nodiscard]] SgOutcome {
 /// no permission, the unit has gone, or another reason.
 [[nodiscard]] Status ioKitStatusOfErrno(int error);
 
-/// Waits for the unit, at most for the time-out and what the kernel takes to recover from it;
-/// signals are heard after it. What goes out and comes back is logged in hexadecimal at debug
-/// level; `node` names the unit there.
-SgOutcome executeSgCommand(int fd, std::string_view node, const SgCommand& command,
-                           const LogSink& log);
+/// Waits for the unit, at most for the time-out and what the kernel takes to recover from it. Where
+/// `interrupted`, which may be null, is or becomes true the command is not sent, or not waited for
+/// any more: the unit may carry it out all the same, and nothing that is lent is touched any more.
+/// What goes out and comes back is logged in hexadecimal at debug level; `name` names the unit
+/// there. Raises std::system_error where there is no thread to be had.
+SgOutcome executeSgCommand(const SgNode& node, std::string_view name, const SgCommand& command,
+                           const LogSink& log, const std::atomic<bool>* interrupted = nullptr);
 
 }  // namespace tarvo

@@ -47,16 +47,18 @@ void giveSense(const SenseArea& sense, std::span<std::byte> area) {
 
 /// A node that is open, and its name for the log.
 struct OpenedNode {
-  FileDescriptor descriptor;
+  SgNode descriptor;
   std::string path;
 };
 
 /// The unit behind a service; what all its interfaces share.
 class SgUnit {
  public:
-  SgUnit(Registry& registry, ServiceHandle service, LogSink log, SgSCSIServices::OpenNode openNode)
+  SgUnit(Registry& registry, ServiceHandle service, const std::atomic<bool>* interrupted,
+         LogSink log, SgSCSIServices::OpenNode openNode)
       : registry_(registry),
         service_(service),
+        interrupted_(interrupted),
         log_(std::move(log)),
         openNode_(std::move(openNode)) {}
 
@@ -76,17 +78,18 @@ class SgUnit {
     if (!opened.isOpen()) return ioKitStatusOfErrno(errno);
     // A unit that is still there now was there when its node was opened: the node is not another's.
     if (nodePath() != path) return status::kIOReturnNoDevice;
-    node = {std::move(opened), *path};
+    node = {std::make_shared<const FileDescriptor>(std::move(opened)), *path};
     return status::kOK;
   }
 
   SgOutcome execute(const OpenedNode& node, const SgCommand& command) const {
-    return executeSgCommand(node.descriptor.get(), node.path, command, log_);
+    return executeSgCommand(node.descriptor, node.path, command, log_, interrupted_);
   }
 
  private:
   Registry& registry_;
   ServiceHandle service_;
+  const std::atomic<bool>* interrupted_;
   LogSink log_;
   SgSCSIServices::OpenNode openNode_;
 };
@@ -275,12 +278,16 @@ class SgMMCDevice : public MMCDeviceInterface {
 
 }  // namespace
 
-SgSCSIServices::SgSCSIServices(Registry& registry, LogSink log, OpenNode openNode)
-    : registry_(registry), log_(std::move(log)), openNode_(std::move(openNode)) {}
+SgSCSIServices::SgSCSIServices(Registry& registry, const std::atomic<bool>* interrupted,
+                               LogSink log, OpenNode openNode)
+    : registry_(registry),
+      interrupted_(interrupted),
+      log_(std::move(log)),
+      openNode_(std::move(openNode)) {}
 
 std::shared_ptr<MMCDeviceInterface> SgSCSIServices::createMMCDevice(ServiceHandle service,
                                                                     Status& failure) {
-  auto unit = std::make_shared<SgUnit>(registry_, service, log_, openNode_);
+  auto unit = std::make_shared<SgUnit>(registry_, service, interrupted_, log_, openNode_);
   if (!unit->nodePath()) {
     failure = status::kIOReturnNoDevice;
     return nullptr;

@@ -38,6 +38,10 @@ enum class Fault : std::uint8_t {
   kRespond,               ///< the response is that code
   kVanish,                ///< the device is unplugged in the middle of the data
   kDelay,                 ///< each answer comes that many microseconds late
+  kTrickle,               ///< each packet comes that many microseconds after the one before
+  kStop,                  ///< the data container ends after that many bytes, and nothing follows
+  kEndless,               ///< bytes without an end instead of an answer
+  kDeaf,                  ///< nothing is answered on endpoint 0
   kSplitHeader,           ///< container header and payload in separate packets
   kOmitZeroLengthPacket,  ///< no zero-length packet after an exact multiple of the packet size
   // Of a mass-storage unit.
@@ -51,7 +55,7 @@ enum class Fault : std::uint8_t {
   kVanishCommand,   ///< the device is unplugged when the command arrives
   kVanishStatus,    ///< the device is unplugged instead of the status
 };
-inline constexpr std::size_t kFaultCount = 25;
+inline constexpr std::size_t kFaultCount = 29;
 
 /// A value; not locked, so its owner guards it where several threads use it.
 class Faults {

@@ -157,6 +157,8 @@ void PTPCamera::run() {
     answer(refuse(kInvalidTransactionID));
   } else if (strikes(Fault::kGarbage)) {
     answers_.sendGarbage(request_);
+  } else if (strikes(Fault::kEndless)) {
+    answers_.sendEndlessly();
   } else if (strikes(Fault::kRaise)) {
     answer(refuse(kGeneralError));
   } else if (const auto code = faults_.amount(Fault::kRespond)) {
@@ -347,6 +349,7 @@ OutgoingTransfer DeviceAnswers::transfer(std::shared_ptr<const Payload> payload,
   made.payload = std::move(payload);
   made.zeroLengthPacket = !faults_.strikes(Fault::kOmitZeroLengthPacket);
   made.notBefore = when;
+  made.pause = std::chrono::microseconds(faults_.amount(Fault::kTrickle).value_or(0));
   return made;
 }
 
@@ -355,7 +358,7 @@ void DeviceAnswers::send(const PTPRequest& request, const PTPReply& reply) {
   const auto when = std::chrono::steady_clock::now() + std::chrono::microseconds(late);
   if (reply.data) sendData(request, reply, when);
   // The device goes in the middle of the data, when the host has taken the first half.
-  if (faults_.strikes(Fault::kVanish)) return;
+  if (faults_.strikes(Fault::kVanish) || (reply.data && faults_.strikes(Fault::kStop))) return;
   queue_.push(transfer(std::make_shared<BytesPayload>(parameterContainer(
                            ptp::kResponseBlock, reply.code, answerID(request), reply.parameters)),
                        when));
@@ -370,6 +373,8 @@ void DeviceAnswers::sendData(const PTPRequest& request, const PTPReply& reply, T
   const bool vanishes = faults_.strikes(Fault::kVanish);
   if (vanishes || faults_.strikes(Fault::kShort)) sent /= 2;
   auto header = containerHeader(claimed, ptp::kDataBlock, request.operation, answerID(request));
+  if (const auto end = faults_.amount(Fault::kStop))
+    sent = std::min<std::uint64_t>(sent, *end - std::min<std::uint64_t>(*end, header.size()));
   if (faults_.strikes(Fault::kSplitHeader)) {
     queue_.push(transfer(std::make_shared<BytesPayload>(std::move(header)), when));
     header = {};
@@ -378,6 +383,11 @@ void DeviceAnswers::sendData(const PTPRequest& request, const PTPReply& reply, T
   whole.thenGone = vanishes;
   whole.overflows = faults_.strikes(Fault::kBabble);
   queue_.push(std::move(whole));
+}
+
+void DeviceAnswers::sendEndlessly() {
+  queue_.push(transfer(std::make_shared<PatternPayload>(0, UINT64_MAX / 2),
+                       std::chrono::steady_clock::now()));
 }
 
 void DeviceAnswers::sendGarbage(const PTPRequest& request) {

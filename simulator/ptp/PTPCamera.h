@@ -37,6 +37,8 @@ class DeviceAnswers {
   void send(const PTPRequest& request, const PTPReply& reply);
   /// Queues pseudo-random bytes in their place.
   void sendGarbage(const PTPRequest& request);
+  /// Queues bytes that never end.
+  void sendEndlessly();
 
   PacketQueue& queue() { return queue_; }
   const PacketQueue& queue() const { return queue_; }

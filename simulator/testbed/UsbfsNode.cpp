@@ -176,6 +176,7 @@ long UsbfsNode::handle(UMockdevIoctlClient* client, unsigned long request,
       return -ENODATA;
     case USBDEVFS_SETINTERFACE:
     case USBDEVFS_SETCONFIGURATION:
+    case USBDEVFS_RESETEP:  // the host's own count of packets
       return 0;
     case USBDEVFS_CLEAR_HALT:
       return clearHalt(argument);

@@ -17,6 +17,7 @@ SetupPacket setupFrom(std::span<const std::byte> bytes) {
 
 void UsbTransfer::control(VirtualUSBDevice& device, const SetupPacket& setup,
                           std::span<std::byte> data) {
+  if (device.isDeaf()) return;
   const auto moved = data.first(std::min<std::size_t>(setup.length, data.size()));
   const auto answer =
       device.control(setup, setup.fromDevice() ? std::span<std::byte>() : std::span(moved));

@@ -26,7 +26,8 @@ class UsbTransfer {
     done_ = true;
   }
 
-  /// A whole control request. `data` is what goes with it in either direction.
+  /// A whole control request. `data` is what goes with it in either direction. Not done afterwards
+  /// where the device is deaf; it never will be.
   void control(VirtualUSBDevice& device, const SetupPacket& setup, std::span<std::byte> data);
   /// A whole OUT transfer. A short packet ends it; an exact multiple goes on, unless a packet of no
   /// length is asked for behind it.

@@ -112,6 +112,11 @@ InResult VirtualUSBDevice::in(std::uint8_t endpoint, std::span<std::byte> room) 
   return send(endpoint, room);
 }
 
+bool VirtualUSBDevice::isDeaf() const {
+  const std::lock_guard guard(mutex_);
+  return strikes(Fault::kDeaf);
+}
+
 void VirtualUSBDevice::clearHalt(std::uint8_t endpoint) {
   const std::lock_guard guard(mutex_);
   halted_.erase(endpoint);
@@ -266,6 +271,10 @@ InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
     transfers_.pop_front();
     return {State::kOverflow, 0};
   }
+  if (transfer.pause.count() > 0) {
+    room = room.first(std::min<std::size_t>(room.size(), packetSize_));
+    transfer.notBefore = std::chrono::steady_clock::now() + transfer.pause;
+  }
   const auto left = transfer.payload->size() - transfer.offset;
   auto length = static_cast<std::size_t>(std::min<std::uint64_t>(left, room.size()));
   // The bus never splits a packet: what does not fit whole is not sent.
@@ -274,7 +283,8 @@ InResult PacketQueue::fillFromFront(std::span<std::byte> room) {
   if (length > 0) transfer.payload->read(transfer.offset, room.first(length));
   transfer.offset += length;
   if (!cut) return finishFront(room, length);
-  return {length == room.size() ? State::kFull : State::kOverflow, length};
+  if (length < room.size()) return {State::kOverflow, length};
+  return {transfer.pause.count() > 0 ? State::kWaiting : State::kFull, length};
 }
 
 // A copy is taken of the transfer, which goes from the queue in three of the four ends.

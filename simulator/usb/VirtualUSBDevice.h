@@ -127,6 +127,8 @@ class VirtualUSBDevice {
   /// Gives bytes of an IN endpoint into `room`. A host that has room left goes on asking until the
   /// state is no longer kWaiting.
   InResult in(std::uint8_t endpoint, std::span<std::byte> room);
+  /// Whether control requests are neither answered nor refused now.
+  bool isDeaf() const;
   /// CLEAR_FEATURE(ENDPOINT_HALT); nothing where the endpoint is not halted.
   void clearHalt(std::uint8_t endpoint);
   /// A bus reset: halts and everything in flight are forgotten.
@@ -196,9 +198,10 @@ class VirtualUSBDevice {
 /// One container on its way to the host.
 struct OutgoingTransfer {
   std::shared_ptr<const Payload> payload;
-  bool zeroLengthPacket = true;  ///< after an exact multiple of the packet size
-  bool thenGone = false;         ///< the device vanishes where this one ends
-  bool overflows = false;        ///< its first packet is larger than any room
+  bool zeroLengthPacket = true;       ///< after an exact multiple of the packet size
+  bool thenGone = false;              ///< the device vanishes where this one ends
+  bool overflows = false;             ///< its first packet is larger than any room
+  std::chrono::microseconds pause{};  ///< after each packet
   std::chrono::steady_clock::time_point notBefore{};  ///< nothing of it is sent earlier
   std::uint64_t offset = 0;                           ///< bytes sent so far
 };

@@ -124,6 +124,10 @@ bool UsbipConnection::submit(const usbip::Request& request) {
 bool UsbipConnection::submitControl(const usbip::Request& request, std::span<std::byte> data) {
   UsbTransfer transfer;
   transfer.control(*device_, request.setup, data);
+  if (!transfer.isDone()) {
+    waiting_.push_back({request.sequence, 0, {}, {}});
+    return true;
+  }
   return answer(request.sequence, transfer,
                 request.setup.fromDevice() ? data : std::span<std::byte>());
 }
@@ -140,7 +144,7 @@ bool UsbipConnection::pump() {
   std::set<std::uint8_t> held;
   for (auto next = waiting_.begin(); next != waiting_.end();) {
     const auto request = next++;
-    if (held.contains(request->endpoint)) continue;
+    if (held.contains(request->endpoint) || request->endpoint == 0) continue;
     request->transfer.in(*device_, request->endpoint, request->room);
     if (!request->transfer.isDone()) {
       held.insert(request->endpoint);

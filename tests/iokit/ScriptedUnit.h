@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <cstring>
 #include <deque>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -48,6 +49,7 @@ class ScriptedUnit {
   std::deque<UnitAnswer> answers;
   /// One line a command: "TIMEOUT CDB" in hexadecimal, with " > DATA" where data came along.
   std::vector<std::string> commands;
+  std::function<void()> onCommand;  ///< before it is answered, in the testbed's thread
 
  private:
   using Memory = GObjectPtr<UMockdevIoctlData>;
@@ -88,6 +90,7 @@ class ScriptedUnit {
     if (io.dxfer_direction == SG_DXFER_TO_DEV) line += " > " + hex(data, io.dxfer_len);
     if (io.dxfer_direction == SG_DXFER_FROM_DEV) line += " < " + std::to_string(io.dxfer_len);
     commands.push_back(line);
+    if (onCommand) onCommand();
 
     UnitAnswer answer;
     if (!answers.empty()) {

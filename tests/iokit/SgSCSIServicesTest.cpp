@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
+#include <semaphore>
+
 #include "platform/iokit/UdevRegistry.h"
 #include "tests/iokit/ScriptedUnit.h"
 #include "tests/support/HexBytes.h"
@@ -104,7 +106,8 @@ class SgSCSIServicesTest : public testing::Test {
   std::vector<int> opened;
   int openError = 0;
   std::function<void()> onOpen;
-  SgSCSIServices services{registry, sink, [this](const char* path, int flags) {
+  std::atomic<bool> interrupted = false;
+  SgSCSIServices services{registry, &interrupted, sink, [this](const char* path, int flags) {
                             EXPECT_STREQ(path, "/dev/sg1");
                             opened.push_back(flags);
                             if (onOpen) onOpen();
@@ -167,6 +170,25 @@ TEST_F(SgSCSIServicesTest, TellsOfASenseWhatTheUnitAnsweredOrWhyItDidNot) {
   }
   EXPECT_THAT(log, Contains(HasSubstr("status 0x02, 0 of 8 bytes:, sense 70 00 05")));
   EXPECT_THAT(log, Contains(HasSubstr("failed: no answer in time")));
+}
+
+TEST_F(SgSCSIServicesTest, NeitherWaitsForAUnitNorAsksItAgainOnceInterrupted) {
+  std::binary_semaphore answers(0);
+  bool isFirst = true;
+  unit->onCommand = [&] {
+    if (!std::exchange(isFirst, false)) return;
+    interrupted = true;
+    answers.acquire();
+  };
+  for (int times = 0; times < 2; ++times) {
+    const auto told = sense();
+    EXPECT_EQ(told.called, status::kIOReturnAborted);
+    EXPECT_EQ(told.data, "eeeeeeeeeeeeeeeeeeeeeeee");
+  }
+  EXPECT_EQ(unit->commands.size(), 1U);
+  answers.release();
+  interrupted = false;
+  EXPECT_EQ(sense().called, 0);
 }
 
 TEST_F(SgSCSIServicesTest, AsksForAPageAgainWhereTheUnitTellsThatSomethingHasHappenedToIt) {

@@ -3,6 +3,7 @@
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
@@ -183,13 +184,17 @@ TEST(MarkerFile, AFileThatCannotBeReadAddsNothingToTheList) {
   const auto tooLarge = folder.write("large", kUTF8Job);
   std::filesystem::resize_file(tooLarge, kMostBytesOfTextFile + 1);
   const auto kept = folder.write("marker", kUTF8Job);
+  ASSERT_EQ(::mkfifo(folder.path("pipe").c_str(), 0600), 0);
   EmailOrders email;
   PrintOrders print;
-  for (const auto& file : {kept, std::string(), folder.path(), folder.path("missing"), tooLarge}) {
+  TraceRecorder traces;
+  for (const auto& file : {kept, std::string(), folder.path(), folder.path("missing"),
+                           folder.path("pipe"), std::string("/dev/zero"), tooLarge}) {
     EXPECT_EQ(fillInEmailOrderList(email, file, "UTF-8"), status::kOK);
     EXPECT_EQ(fillInPrintOrderList(print, file, "UTF-8"), status::kOK);
     EXPECT_EQ(email.size() * print.size(), 1U) << file;
   }
+  EXPECT_EQ(traces.take().back(), "text file " + tooLarge + " cannot be read: File too large");
 }
 
 AddressBook bookOf(std::uint32_t maxAddresses) {

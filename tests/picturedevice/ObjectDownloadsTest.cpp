@@ -77,6 +77,26 @@ TEST_F(Downloads, GoInChunksOnlyAbove2MiBAndWhereTheDeviceGivesPieces) {
   }
 }
 
+TEST_F(Downloads, IntoMemoryEndAtTheirLimit) {
+  constexpr std::uint32_t kMost = 1000;
+  constexpr std::uint32_t kHidden = 0xFFFFFFFF;
+  const std::tuple<std::uint32_t, std::size_t, bool, std::size_t> rows[] = {
+      // What the device says, what it has; whether that is asked for; what is kept.
+      {kMost, kMost, true, kMost},    {kMost + 1, kMost + 1, false, 0},
+      {4000000000, kMost, false, 0},  {10, 5000, true, 10},
+      {kHidden, kMost, true, kMost},  {kHidden, kMost + 1, true, 0},
+      {kHidden, kChunk * 5, true, 0},
+  };
+  for (const auto& [said, size, isAsked, kept] : rows) {
+    device_.add(kObject, "a.mrk", pattern(size)).setCompressedSize(said);
+    ObjectDownloads downloads(device_, kMost);
+    for (const auto& data : {downloads.data(kObject), downloads.dataInPieces(kObject)})
+      EXPECT_EQ(data ? data->size() : 0, kept) << said << " " << size;
+    EXPECT_EQ(device_.lastOutcome(), kept == 0 ? status::kObjectTooLarge : status::kOK);
+    EXPECT_EQ(takeCalls().size(), isAsked ? 4U : 2U);
+  }
+}
+
 TEST_F(Downloads, LeaveNothingAfterAFailure) {
   ObjectDownloads downloads(device_);
   const auto outcomes = [&](const std::string& folder = "") {

@@ -101,6 +101,14 @@ TEST_F(LibusbTest, RefusesWhatIsNoDeviceInWords) {
   }
 }
 
+TEST_F(LibusbTest, WaitsForTheEndOfAHaltAsLongAsForAnyRequest) {
+  ASSERT_EQ(camera_->setFault("deaf", "0x1003"), "");
+  connection_.reset();
+  const auto device = LibusbDeviceOpener().open({kNode, 0}, nullptr, nullptr);
+  ASSERT_NE(device, nullptr);
+  EXPECT_EQ(device->clearHalt(0x81), TransferResult::kTimedOut);
+}
+
 /// Takes every transfer and gives none back, cancelled or not; all else goes to the other handler.
 gboolean keepTransfers(UMockdevIoctlBase*, UMockdevIoctlClient* client, gpointer other) {
   const gulong request = umockdev_ioctl_client_get_request(client);

@@ -112,7 +112,7 @@ TEST_F(RecoveryTest, SaysWhatIsWrongWithAnAnswerAndGetsBackInStep) {
   expectInStep(id + 1);
 }
 
-TEST_F(RecoveryTest, EndsADeviceThatGoesOnSendingBeyondTheRoom) {
+TEST_F(RecoveryTest, EndsADeviceThatGoesOnSendingBeyondTheRoomOrTheTime) {
   class Endless : public test::ScriptedUSBDevice {
    public:
     using ScriptedUSBDevice::ScriptedUSBDevice;
@@ -127,13 +127,36 @@ TEST_F(RecoveryTest, EndsADeviceThatGoesOnSendingBeyondTheRoom) {
    private:
     std::optional<TransferCompletion> last_;
   };
-  USBScript way;
-  way.recovery(0).deviceReset().deviceStatus(0x2001);
-  BulkConnection endless(std::make_unique<Endless>(way), shortTimeouts(), LogSink(), "it");
-  MemorySink sink({});
-  Transaction wanted{.operation = kOp, .receive = &sink};
-  EXPECT_EQ(endless.transact(wanted, &why), status::kICAProtocolError);
-  EXPECT_THAT(why, HasSubstr("goes on sending"));
+  /// Has room for whatever comes.
+  class Bottomless : public DataSink {
+   public:
+    std::span<std::byte> room(std::uint64_t, std::size_t length) override {
+      return std::span(memory_).first(std::min(length, memory_.size()));
+    }
+    bool received(std::uint64_t, std::size_t) override { return true; }
+
+   private:
+    Bytes memory_{std::size_t{1} << 16};
+  };
+  MemorySink full({});
+  Bottomless bottomless;
+  for (DataSink* sink : {static_cast<DataSink*>(&full), static_cast<DataSink*>(&bottomless)}) {
+    const bool isFull = sink == &full;
+    Timeouts limits = shortTimeouts();
+    if (!isFull) limits.whole = limits.bulk;
+    limits.leaving = limits.recovery;
+    USBScript way;
+    way.recovery(0).deviceReset().deviceStatus(0x2001);
+    BulkConnection endless(std::make_unique<Endless>(way), limits, LogSink(), "it");
+    Transaction wanted{.operation = kOp, .receive = sink};
+    EXPECT_EQ(endless.transact(wanted, &why),
+              isFull ? status::kICAProtocolError : status::kICAOutOfTime);
+    EXPECT_THAT(why, HasSubstr(isFull ? "goes on sending" : "used up all of its time"));
+    if (!isFull) {
+      EXPECT_EQ(endless.transact(wanted, nullptr), status::kICAOutOfTime);
+    }
+    EXPECT_EQ(way.report(), "");
+  }
   script.answers(0x1003, 1);
 }
 

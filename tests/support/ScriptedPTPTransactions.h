@@ -93,6 +93,7 @@ class ScriptedPTPTransactions : public PTPTransactions {
   // PTPTransactions
 
   Status lastOutcome() const override { return lastOutcome_; }
+  void setLastOutcome(Status outcome) override { lastOutcome_ = outcome; }
   std::uint32_t lastReceived() const override { return lastReceived_; }
   PTPDeviceFacts facts() const override {
     return {model, operations, properties, imageFormats, capabilities};

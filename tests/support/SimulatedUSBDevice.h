@@ -62,6 +62,7 @@ class SimulatedUSBDevice : public ptp::USBDevice {
   ptp::TransferCompletion control(const ptp::ControlSetup& setup, std::span<std::byte> data,
                                   std::chrono::milliseconds) override {
     if (camera_->isGone()) return {0, ptp::TransferResult::kNoDevice, 0};
+    if (camera_->isDeaf()) return {0, ptp::TransferResult::kTimedOut, 0};
     const simulator::SetupPacket packet = {setup.requestType, setup.request, setup.value,
                                            setup.index, static_cast<std::uint16_t>(data.size())};
     const auto answer =

@@ -154,6 +154,38 @@ INSTANTIATE_TEST_SUITE_P(
                       FaultCase{"OmitsZeroLengthPackets", "no-zlp", "", true}),
     [](const auto& row) { return std::string(row.param.name); });
 
+struct SlowCase {
+  const char* name;
+  std::vector<std::pair<const char*, const char*>> faults;
+  const char* words = "cancelled";  ///< of what became of the inspection
+};
+
+class SlowDevice : public AgentTestbed, public ::testing::WithParamInterface<SlowCase> {};
+
+TEST_P(SlowDevice, DoesNotKeepTheAgentThatIsToEnd) {
+  startAgent();
+  auto slow = description("tarvo-camera");
+  slow.habits.noClassRequests = true;
+  slow.info.bytesBehind = 20000;
+  for (const auto& [fault, value] : GetParam().faults)
+    ASSERT_EQ(slow.faults.set(fault, value), "");
+  const auto device = testbed_->device(plug(slow))->camera;
+  ASSERT_TRUE(waitUntil([&] { return device->counts().transactions > 0; }));
+  agent().signal(SIGTERM);
+  EXPECT_EQ(agent().waitForEnd(), 0);
+  EXPECT_TRUE(hasLogged(std::string("is not used: ") + GetParam().words));
+}
+
+INSTANTIATE_TEST_SUITE_P(Cameras, SlowDevice,
+                         ::testing::Values(SlowCase{"Silent", {{"silent", ""}}},
+                                           SlowCase{"SilentBehindTheHeader", {{"stop", "12"}}},
+                                           SlowCase{"Trickling", {{"trickle", "400"}}},
+                                           SlowCase{"Deaf", {{"silent", ""}, {"deaf", ""}}},
+                                           // Where the signal comes while the device is got back in
+                                           // step it is no longer the signal that counts.
+                                           SlowCase{"Endless", {{"endless", ""}}, ""}),
+                         [](const auto& row) { return std::string(row.param.name); });
+
 TEST_F(Arrival, OfADeviceThatIsHeldIsReportedWithItsHolderAndTakenWhenItIsFree) {
   plug("tarvo-camera", "1-1");
   auto holder = makeProgram("holder", {TOOL_FOLDER "/tarvoctl", "events"});

@@ -303,6 +303,21 @@ TEST(AddressBook, OfTwoFilesIsTheFirstAndNothingIsWrittenBesideIt) {
   EXPECT_THAT(bench.contacts(), ElementsAre("A <a@b.cc>"));
 }
 
+TEST(AddressBook, OfAFileThatIsTooLargeIsNeitherReadNorDeleted) {
+  for (const char* hidesSize : {"true", "false"}) {
+    SharingBench bench("orders-legacy", stored(std::string(R"(
+        {"file": "DCEMAIL.ABK", "size": 9000000, "hidesSize": )") +
+                                               hidesSize + "}"));
+    const auto handle = bench.sim.camera->handles({.format = ptp::XTD_ADDRESS_BOOK_FILE}).back();
+    const auto remove = std::vector<std::string>{"delete", std::to_string(handle), "--yes"};
+    for (auto words : {std::vector<std::string>{"show"}, remove}) {
+      words.insert(words.begin(), "addressbook");
+      EXPECT_THAT(bench.fails(words).err, HasSubstr("larger than what is read into memory"));
+    }
+    EXPECT_EQ(bench.count(ptp::XTD_ADDRESS_BOOK_FILE), 1U);
+  }
+}
+
 TEST(AddressBook, TakesNobodyForSomebodyElse) {
   const std::string people = datasets(R"("groups": [{"name": "G"}, {"name": "G"}], "contacts": [
       {"guid": "00000000000000000000000000000000", "nickname": "Anna", "email": "anna@b.cc"},

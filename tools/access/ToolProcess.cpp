@@ -110,7 +110,7 @@ class ToolDiskArbitration : public DiskArbitration {
 
 struct ToolProcess::MassStorage {
   MassStorage(Base& base, Devices& devices, const Interrupt& interrupt)
-      : scsi(devices.registry, base.log),
+      : scsi(devices.registry, &interrupt.flag(), base.log),
         diskArbitration(base.loop, devices.registry, interrupt, base.log),
         identify({devices.imageCapture, devices.registry, devices.mounts}),
         room({devices.center, devices.registry, scsi, diskArbitration, devices.mounts,

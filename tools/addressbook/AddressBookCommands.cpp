@@ -305,6 +305,8 @@ void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
   batch.attempt(device, json, object, [&] {
     // The backup first: nothing goes of which no copy lies on the disk.
     const auto bytes = bytesOf(device, entry);
+    if (device.transactions().lastOutcome() == status::kObjectTooLarge)
+      return batch.failed(device, json, object, status::kObjectTooLarge);
     const bool isFile = entry.format == ptp::XTD_ADDRESS_BOOK_FILE;
     const auto backup = keepBackup(device, "addressbook", isFile ? "abk" : "bin",
                                    std::span<const std::byte>(bytes));

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "NativeServices/Logging.h"
 #include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/KeyFile.h"
 
@@ -42,14 +43,25 @@ std::optional<std::string> plainText(std::string_view bytes, const std::string& 
   return text ? text : textInEncoding(bytes, encoding);
 }
 
+namespace {
+
+std::optional<std::string> contentOf(const std::string& path) {
+  std::string reason;
+  auto content = readWholeFile(path, kMostBytesOfTextFile, &reason);
+  if (!content) TraceLog::trace("text file %s cannot be read: %s", path.c_str(), reason.c_str());
+  return content;
+}
+
+}  // namespace
+
 std::optional<std::string> textFileInEncoding(const std::string& path,
                                               const std::string& encoding) {
-  const auto bytes = readWholeFile(path, kMostBytesOfTextFile);
+  const auto bytes = contentOf(path);
   return bytes ? textInEncoding(*bytes, encoding) : std::nullopt;
 }
 
 std::optional<std::string> plainTextFile(const std::string& path, const std::string& encoding) {
-  const auto bytes = readWholeFile(path, kMostBytesOfTextFile);
+  const auto bytes = contentOf(path);
   return bytes ? plainText(*bytes, encoding) : std::nullopt;
 }
 

@@ -441,6 +441,9 @@ std::shared_ptr<XTImageCaptureDevice> DeviceInspection::build() {
     auto device = XTImageCaptureDevice::deviceFromICAObject(object_, &properties_, &why);
     // Without words it is a device that nobody wants, which is nothing to report.
     if (!device && !why.empty()) report("is not used: " + why);
+    auto* transactions = device ? device->ptpTransactions() : nullptr;
+    if (transactions && transactions->lastOutcome() == status::kICAOutOfTime)
+      report("is used as far as it is known: " + statusText(status::kICAOutOfTime));
     return device;
   } catch (const std::exception& exception) {
     TraceLog::trace("handling uncaught exception in completeDeviceInspection: %s",

@@ -18,8 +18,8 @@ bool isOfMaker(const PropertyDictionary& properties, const MakerConstants& maker
 ///
 ///   if (const auto device = DeviceInspection(room, object, properties).run()) device->cache();
 ///
-/// Of one use. It may block for as long as the device may take to answer, 5 s for one that is
-/// silent.
+/// Of one use. It may block for as long as the device may take to answer: in the agent 5 s for one
+/// that is silent and 8 s for one that is slow (ptp::Timeouts).
 class DeviceInspection {
  public:
   /// `properties` is lent.

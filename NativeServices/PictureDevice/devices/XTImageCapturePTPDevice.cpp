@@ -8,10 +8,12 @@
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/CapabilityDetection.h"
+#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
@@ -435,8 +437,9 @@ Status XTImageCapturePTPDevice::downloadFile(const ObjectReference& object,
 
 std::optional<ByteBuffer> XTImageCapturePTPDevice::downloadObject(const ObjectReference& object) {
   const auto handle = objectHandle(object);
-  // Unlike downloadObjectData(), also from a device without GetPartialObject.
-  return handle ? downloadObjectDataPTP(*handle) : std::nullopt;
+  // Unlike downloadObjectData(), also from a device without GetPartialObject, and texts alone.
+  if (!handle) return std::nullopt;
+  return ObjectDownloads(*this, kMostBytesOfTextFile).data(*handle);
 }
 
 Status XTImageCapturePTPDevice::deleteObject(const ObjectReference& object) {

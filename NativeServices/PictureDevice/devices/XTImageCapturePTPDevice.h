@@ -108,6 +108,7 @@ class XTImageCapturePTPDevice : public XTImageCaptureDevice, public PTPTransacti
 
   PTPDeviceFacts facts() const override;
   Status lastOutcome() const override { return lastOutcome_; }
+  void setLastOutcome(Status outcome) override { lastOutcome_ = outcome; }
   std::uint32_t lastReceived() const override { return lastReceived_; }
   Status getDeviceInfo(PTPPassThroughRecord& record) override;
   const CodeList& supportedDatasets() override;

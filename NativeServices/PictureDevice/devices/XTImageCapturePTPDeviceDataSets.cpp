@@ -9,6 +9,7 @@
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCaptureDevice.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
@@ -333,7 +334,7 @@ std::optional<std::string> XTImageCapturePTPDevice::firstFileOf(
 std::optional<std::string> XTImageCapturePTPDevice::downloadIcaObject(std::uint32_t handle) {
   ObjectInfoPointer info;
   if (objectInfo(info, handle) != status::kOK) return std::nullopt;
-  const auto content = ObjectDownloads(*this).data(handle);
+  const auto content = ObjectDownloads(*this, kMostBytesOfTextFile).data(handle);
   if (!content) return std::nullopt;
   auto path = writeTemporaryFile(info->fileName(), *content);
   if (!path) TraceLog::trace("object 0x%08X has a name that no file can have", handle);
@@ -346,7 +347,7 @@ std::optional<ByteBuffer> XTImageCapturePTPDevice::wirelessConfigData() {
   for (const std::uint32_t handle : objects) {
     ObjectInfoPointer info;
     const bool isIt = objectInfo(info, handle) == status::kOK && info->fileName() == "NETCONF.XML";
-    if (isIt) return downloadObjectData(handle);
+    if (isIt) return ObjectDownloads(*this, kMostBytesOfTextFile).dataInPieces(handle);
   }
   return std::nullopt;
 }

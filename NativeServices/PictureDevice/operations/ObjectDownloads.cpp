@@ -72,6 +72,19 @@ Status outcomeOfTransfer(Status status, const FileSink& sink, std::uint64_t rece
   return status == status::kOK && isShort ? status::kIOError : status;
 }
 
+/// Takes an object of unknown size, and ends the transfer of one that has more than `most` bytes.
+class BoundedSink : public BufferSink {
+ public:
+  BoundedSink(ByteBuffer& buffer, std::uint32_t most) : BufferSink(buffer, most + 1), most_(most) {}
+  bool received(std::uint64_t offset, std::size_t length) override {
+    BufferSink::received(offset, length);
+    return offset + length <= most_;
+  }
+
+ private:
+  std::uint32_t most_;
+};
+
 /// Writes a new file that only its owner can read.
 void writePrivately(const std::string& path, std::span<const std::byte> content) {
   // O_EXCL and O_NOFOLLOW: nothing that another user has laid at the name is opened.
@@ -105,7 +118,13 @@ std::optional<ByteBuffer> ObjectDownloads::data(std::uint32_t handle) {
   if (!info) return std::nullopt;
   try {
     ByteBuffer buffer;
-    if (toMemory(handle, info->compressedSize(), buffer) == status::kOK) return buffer;
+    const Status status = toMemory(handle, info->compressedSize(), buffer);
+    if (status == status::kOK) return buffer;
+    if (status == status::kObjectTooLarge) {
+      device_.setLastOutcome(status);
+      TraceLog::trace("downloadObjectDataPTP: object 0x%08X is larger than %u bytes", handle,
+                      most_);
+    }
   } catch (const std::bad_alloc&) {
     // A size that a device announces may be any.
     TraceLog::trace("downloadObjectDataPTP: No memory for %u bytes", info->compressedSize());
@@ -129,6 +148,13 @@ std::optional<std::string> ObjectDownloads::temporaryFile(std::uint32_t handle) 
 
 Status ObjectDownloads::toMemory(std::uint32_t handle, std::uint32_t size, ByteBuffer& buffer) {
   std::uint64_t received = 0;
+  if (size == ptp::kUnknownObjectSize) {
+    BoundedSink sink(buffer, most_);
+    const Status status = device_.downloadEntireObject(handle, size, sink, received);
+    return received > most_ ? status::kObjectTooLarge : status;
+  }
+  // The size is the device's word, so that a lie costs no more than the truth.
+  if (size > most_) return status::kObjectTooLarge;
   if (!goesInChunks(device_.facts(), size)) {
     // More than announced is drained and dropped by the sink's limit, so that a lie about the size
     // costs no memory.

@@ -24,13 +24,19 @@ inline constexpr std::uint32_t kDownloadChunk = 0x200000;
 /// (0xFFFFFFFF).
 bool goesInChunks(const PTPDeviceFacts& facts, std::uint32_t size);
 
+/// Bytes of an object that is read into memory, at most; texts have less (kMostBytesOfTextFile).
+inline constexpr std::uint32_t kMostBytesInMemory = std::uint32_t{64} << 20;
+
 /// Main thread only. A file gets its name once it is whole and as long as the device announced.
 class ObjectDownloads {
  public:
-  /// `device` is lent.
-  explicit ObjectDownloads(PTPTransactions& device) : device_(device) {}
+  /// `device` is lent. `most` is for data(), dataInPieces() and temporaryFile().
+  explicit ObjectDownloads(PTPTransactions& device, std::uint32_t most = kMostBytesInMemory)
+      : device_(device), most_(most) {}
 
-  /// The whole object; none on failure, and for one that there is no memory for.
+  /// The whole object; none on failure, for one that there is no memory for, and for one of more
+  /// than `most` bytes, which the device's last outcome tells then (kObjectTooLarge): nothing of it
+  /// is asked for, or where its size is not known, its transfer ends there.
   std::optional<ByteBuffer> data(std::uint32_t handle);
   /// The same, and none on a device without GetPartialObject, whatever the size.
   std::optional<ByteBuffer> dataInPieces(std::uint32_t handle);
@@ -53,6 +59,7 @@ class ObjectDownloads {
                                ProgressCallback progress);
 
   PTPTransactions& device_;
+  std::uint32_t most_;
 };
 
 /// Writes `content` to a file of the last component of `name` in a new folder under the system's

@@ -9,6 +9,7 @@
 #include "NativeServices/Logging.h"
 #include "NativeServices/PictureDevice/datasets/MarkerFile.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectChanges.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
@@ -167,7 +168,7 @@ void OrderLists::eachMarker(bool (*isWanted)(std::string_view),
     if (!isWanted(info->fileName())) continue;
     ++report_.listed;
     // The parsers read files, for the same markers lie on cards that are mounted.
-    const auto path = ObjectDownloads(device_).temporaryFile(handle);
+    const auto path = ObjectDownloads(device_, kMostBytesOfTextFile).temporaryFile(handle);
     if (!path) {
       report_.leaveOut("marker file", handle, device_.lastOutcome());
       continue;

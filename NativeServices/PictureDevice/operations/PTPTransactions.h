@@ -84,6 +84,8 @@ class PTPTransactions {
   /// How the last transaction ended, for operations whose result does not tell: 0 or a status;
   /// 0x2007 also where a list of handles or an object's information was cut short.
   virtual Status lastOutcome() const { return status::kOK; }
+  /// For an operation that refuses what the device offers: its outcome counts as the last one.
+  virtual void setLastOutcome(Status /*outcome*/) {}
   /// The position in the data set that getDataSet() got last, up to which the device sent it.
   virtual std::uint32_t lastReceived() const { return 0; }
   /// GetDeviceInfo (0x1001); on success `record` becomes the transaction's record.

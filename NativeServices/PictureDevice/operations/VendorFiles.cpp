@@ -60,7 +60,7 @@ std::optional<std::string> CollectionIDFile::defaultCollectionIDFromFile() {
   // A device that cannot list has none to be found; the status would tell callers nothing else.
   (void)find(&handle);
   if (handle == 0) return std::nullopt;
-  const auto data = ObjectDownloads(device_).dataInPieces(handle);
+  const auto data = ObjectDownloads(device_, kMostBytesOfTextFile).dataInPieces(handle);
   if (!data) return std::nullopt;
   std::string text(reinterpret_cast<const char*>(data->data()), data->size());
   if (isASCII(text)) return text;

@@ -45,7 +45,7 @@ BulkConnection::BulkConnection(std::unique_ptr<USBDevice> device, const Timeouts
       name_(std::move(name)),
       firstIDs_(ids),
       ids_(ids),
-      pipe_(*device_, timeouts_.interrupted),
+      pipe_(*device_, timeouts_),
       runner_(pipe_, timeouts_),
       recovery_(*device_, pipe_, runner_.scratch(), timeouts_) {}
 
@@ -73,6 +73,7 @@ void BulkConnection::closeQuietly(BulkPipe::Clock::time_point deadline) noexcept
     // A program that was told to end still leaves the camera without its session: that takes one
     // short transaction, and the next program starts clean.
     pipe_.ignoreInterruption();
+    if (pipe_.isOver()) pipe_.leave();
     pipe_.setDeadline(deadline);
     Transaction close{.operation = kCloseSession};
     static_cast<void>(runner_.run(close, ids_.next()));
@@ -201,7 +202,8 @@ bool BulkConnection::isWorthARestart(const Transaction& transaction, const Outco
   // have been meant for another process.
   const bool mayBeLate = transaction.operation == kOpenSession && outcome.ending == Ending::kBroken;
   if (runner_.isInStep() && !mayBeLate) return false;
-  if (outcome.done() || outcome.ending == Ending::kGone || outcome.ending == Ending::kCancelled)
+  if (outcome.done() || outcome.ending == Ending::kGone || outcome.ending == Ending::kCancelled ||
+      outcome.ending == Ending::kOutOfTime)
     return false;
   // What has gone to the sink, or out of the source, cannot be asked for a second time.
   return transaction.send == nullptr && transaction.bytesReceived == 0;
@@ -232,10 +234,12 @@ Outcome BulkConnection::restart(Transaction& transaction, std::uint32_t transact
 
 Outcome BulkConnection::refusal() const {
   if (gone_) return {Ending::kGone, "the device is gone"};
+  if (pipe_.isInterrupted()) return {Ending::kCancelled, "interrupted"};
   // Each further transaction would hold the main loop as long as the first; the connection is of no
   // use any more.
+  if (pipe_.isOver() || (timedOut_ && pipe_.isLeaving()))
+    return {Ending::kOutOfTime, "the device has used up all of its time"};
   if (timedOut_) return {Ending::kTimedOut, "the device has not answered before"};
-  if (pipe_.isInterrupted()) return {Ending::kCancelled, "interrupted"};
   return {};
 }
 
@@ -256,18 +260,19 @@ Outcome BulkConnection::settleStall(Transaction& transaction, std::uint32_t tran
 }
 
 void BulkConnection::settleFailure(const Outcome& failure, std::uint32_t transactionID) {
-  const bool isSilent = failure.ending == Ending::kTimedOut;
+  const bool isLast = failure.ending == Ending::kTimedOut || failure.ending == Ending::kOutOfTime;
   // The caller has waited long enough: all steps together, and closing the session, get the time of
   // one.
   const auto deadline = BulkPipe::Clock::now() + timeouts_.recovery;
-  if (isSilent) pipe_.setDeadline(deadline);
+  if (isLast) pipe_.setDeadline(deadline);
+  if (failure.ending == Ending::kOutOfTime) pipe_.leave();
   if (failure.ending != Ending::kGone) {
     recovery_.resynchronise(transactionID);
     if (recovery_.wasReset()) sessionOpen_ = false;
   }
   gone_ = gone_ || failure.ending == Ending::kGone || recovery_.gone();
-  timedOut_ = isSilent || recovery_.silent();
-  if (isSilent) closeQuietly(deadline);
+  timedOut_ = isLast || recovery_.silent();
+  if (isLast) closeQuietly(deadline);
   logTo(log_, LogLevel::kDebug,
         formatted("PTP: transaction %u with %s failed: %s", transactionID, name_.c_str(),
                   failure.why.c_str()));
@@ -321,6 +326,9 @@ constexpr std::uint8_t kFromInterface = 0xA1;
 /// Steps into which the time for one piece of recovery is cut: between two looks at the device
 /// status, and for a device to go on with stale data.
 constexpr int kSteps = 10;
+
+/// What USBDevice::resetPort() takes at most.
+constexpr std::chrono::milliseconds kPortReset{500};
 
 /// What is read at once of stale data. They are whole packets of every size, and fit the scratch
 /// memory.
@@ -401,8 +409,8 @@ bool Recovery::reset() {
 
 bool Recovery::resetPort() {
   // Not a device that has never said anything: it may be one that does not speak PTP at all, and
-  // other interfaces of it belong to others.
-  if (gone_ || pipe_.statistics().bytesReceived == 0) return false;
+  // other interfaces of it belong to others. Nor where there is no time left for it.
+  if (gone_ || pipe_.isOver(kPortReset) || pipe_.statistics().bytesReceived == 0) return false;
   const TransferResult result = device_.resetPort();
   gone_ = result == TransferResult::kNoDevice;
   wasReset_ = wasReset_ || result == TransferResult::kCompleted;
@@ -417,8 +425,6 @@ bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Mill
   Outcome outcome;
   while (!hasEnded && !gone_ && outcome.done() && now < moved + timeouts_.recovery &&
          now < begin + most) {
-    // Who wants to leave waits no longer than for any step.
-    if (pipe_.isInterrupted()) most = std::min(most, timeouts_.recovery);
     std::size_t length = 0;
     const auto left = std::chrono::ceil<BulkPipe::Milliseconds>(moved + timeouts_.recovery - now);
     // One that was in the middle of sending may be slow to find more.
@@ -488,11 +494,11 @@ bool Recovery::clearHalt(std::uint8_t endpoint) {
   const auto& endpoints = device_.endpoints();
   // The device names these endpoints: only ours count.
   if (endpoint != endpoints.bulkIn && endpoint != endpoints.bulkOut) return false;
-  // Ending a halt is a control request too, for which no time-out can be given: a device is known
-  // to answer before it is asked for it.
+  // Ending a halt is a control request too: a device is known to answer before it is asked for it.
   if (!heard_) deviceStatus();
-  if (!heard_ || silent_ || gone_) return false;
+  if (!heard_ || silent_ || gone_ || pipe_.isOver()) return false;
   const TransferResult result = device_.clearHalt(endpoint);
+  silent_ = result == TransferResult::kTimedOut;
   gone_ = result == TransferResult::kNoDevice;
   return result == TransferResult::kCompleted;
 }

@@ -53,9 +53,10 @@ Outcome outcomeOf(TransferResult result, std::uint8_t endpoint) {
 
 }  // namespace
 
-BulkPipe::BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted)
+BulkPipe::BulkPipe(USBDevice& device, const Timeouts& timeouts)
     : device_(device),
-      interrupted_(interrupted),
+      interrupted_(timeouts.interrupted),
+      leaving_(timeouts.leaving),
       in_{.endpoint = device.endpoints().bulkIn,
           .packet = device.endpoints().bulkInPacketSize,
           .counter = statistics_.bytesReceived,
@@ -63,7 +64,9 @@ BulkPipe::BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted)
       out_{.endpoint = device.endpoints().bulkOut,
            .packet = device.endpoints().bulkOutPacketSize,
            .counter = statistics_.bytesSent,
-           .piece = kFirstPiece} {}
+           .piece = kFirstPiece} {
+  if (timeouts.whole) end_ = Clock::now() + *timeouts.whole - leaving_;
+}
 
 void BulkPipe::submitIn(std::span<std::byte> buffer) {
   submit(in_, buffer);
@@ -121,22 +124,34 @@ void BulkPipe::startBudget(Milliseconds budget) {
   in_.mostOfMemory = out_.mostOfMemory = SIZE_MAX;
 }
 
-BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) const {
-  if (!deadline_) return limit;
-  const auto left = std::chrono::duration_cast<Milliseconds>(*deadline_ - Clock::now());
-  return std::clamp(left, Milliseconds{0}, limit);
+BulkPipe::Milliseconds BulkPipe::patience(Milliseconds limit) {
+  if (isInterrupted()) leave();
+  const auto now = Clock::now();
+  for (const auto& point : {deadline_, end_})
+    if (point) limit = std::min(limit, std::chrono::duration_cast<Milliseconds>(*point - now));
+  return std::max(limit, Milliseconds{0});
+}
+
+void BulkPipe::leave() {
+  if (!isLeaving_) end_ = Clock::now() + leaving_;
+  isLeaving_ = true;
+}
+
+void BulkPipe::ignoreInterruption() {
+  if (isInterrupted()) leave();
+  interrupted_ = nullptr;
 }
 
 std::optional<TransferCompletion> BulkPipe::waitInterruptibly(Milliseconds limit) {
-  // Without a budget it is recovery, which a signal does not cut short: it is what leaves the
-  // device in order.
-  if (interrupted_ == nullptr || !budget_) return device_.wait(limit);
+  if (interrupted_ == nullptr) return device_.wait(limit);
   const auto deadline = Clock::now() + limit;
   std::optional<TransferCompletion> ended;
-  while (!ended && !isInterrupted()) {
-    const auto left = std::chrono::duration_cast<Milliseconds>(deadline - Clock::now());
-    ended = device_.wait(std::clamp(left, Milliseconds{0}, kInterruptionInterval));
-    if (left <= Milliseconds{0}) break;
+  // Without a budget it is recovery, which a signal hurries and does not cut short: it is what
+  // leaves the device in order.
+  while (!ended && !(budget_ && isInterrupted())) {
+    const auto left = patience(std::chrono::duration_cast<Milliseconds>(deadline - Clock::now()));
+    ended = device_.wait(std::min(left, kInterruptionInterval));
+    if (left == Milliseconds{0}) break;
   }
   return ended;
 }
@@ -156,7 +171,9 @@ Outcome BulkPipe::next(Direction& direction, std::size_t& length, Milliseconds l
 Outcome BulkPipe::awaitOldest(Direction& direction, Milliseconds limit) {
   const Transfer& oldest = direction.transfers.front();
   Clock::duration left = patience(limit);
-  while (oldest.state != Transfer::State::kEnded) {
+  // Also of what has ended: a device that sends without a pause would never let us go.
+  while (!isOver()) {
+    if (oldest.state == Transfer::State::kEnded) return {};
     // A packet moves as a whole or not at all, so there is nothing to look for in a single one.
     const bool looks = budget_ && oldest.part > direction.packet;
     // Rounded down, so that the waits together never exceed the budget. What has ended already is
@@ -179,11 +196,11 @@ Outcome BulkPipe::awaitOldest(Direction& direction, Milliseconds limit) {
       // It may have moved right after the look before.
       budgetLeft_ -= spent;
       left = patience(limit);
-    } else if (wait == all) {
+    } else if (wait == all && !isOver()) {
       return outcomeOf(TransferResult::kTimedOut, direction.endpoint);
     }
   }
-  return {};
+  return {Ending::kOutOfTime, "the device is so slow that it has used up all of its time"};
 }
 
 bool BulkPipe::lookForProgress() {

@@ -25,10 +25,11 @@ inline constexpr std::size_t kTransfersInFlight = 3;
 /// until cancelAll(). Transfers of one direction are taken in the order in which they were put in
 /// flight; in which order the directions end does not matter.
 ///
-/// How much patience a wait has is the least of three: its own limit, what the budget of the
-/// transaction has left, and the deadline of whatever the transaction is a part of. What a transfer
-/// has moved is told by the system only once it has ended. So a wait that has a budget ends those
-/// in flight now and then, and goes on where they had come to.
+/// How much patience a wait has is the least of four: its own limit, what the budget of the
+/// transaction has left, the deadline of whatever the transaction is a part of, and the end of all
+/// (Timeouts::whole), behind which nothing is taken any more, however fast it comes. What a
+/// transfer has moved is told by the system only once it has ended. So a wait that has a budget
+/// ends those in flight now and then, and goes on where they had come to.
 ///
 /// A transfer for which the system has no memory waits until another one has ended. When there is
 /// none, it goes in smaller parts.
@@ -37,8 +38,9 @@ class BulkPipe {
   using Clock = std::chrono::steady_clock;
   using Milliseconds = std::chrono::milliseconds;
 
-  /// `device` and `interrupted`, which may be null, are lent for the lifetime of the pipe.
-  explicit BulkPipe(USBDevice& device, const std::atomic<bool>* interrupted = nullptr);
+  /// `device` and what `timeouts` name are lent for the lifetime of the pipe, with which
+  /// Timeouts::whole begins.
+  BulkPipe(USBDevice& device, const Timeouts& timeouts);
 
   /// Bytes of a full packet, 8 to 1024. A shorter packet ends a transfer (USB 2.0, 5.8.3).
   std::size_t inPacketSize() const { return in_.packet; }
@@ -59,8 +61,8 @@ class BulkPipe {
 
   /// Takes the oldest read, waiting at most `limit` for it, and as long again when a part of it has
   /// moved within the budget. `length` is what it brought, also of one that failed. kTimedOut
-  /// leaves it in flight, and so does kCancelled: somebody has interrupted the transaction that the
-  /// budget is for.
+  /// leaves it in flight, and so do kOutOfTime and kCancelled: somebody has interrupted the
+  /// transaction that the budget is for.
   Outcome nextIn(std::size_t& length, Milliseconds limit);
   /// The same for a write of `size` bytes; kFailed when fewer moved.
   Outcome nextOut(std::size_t size, Milliseconds limit);
@@ -77,8 +79,15 @@ class BulkPipe {
   void extendDeadline(Clock::duration time) {
     if (deadline_) *deadline_ += time;
   }
-  /// `limit`, or what is left until the deadline.
-  Milliseconds patience(Milliseconds limit) const;
+  /// `limit`, or what is left until the deadline, or the end. Who is interrupted leaves.
+  Milliseconds patience(Milliseconds limit);
+
+  /// Whether the end has come, or does within `time`.
+  bool isOver(Milliseconds time = {}) const { return end_ && Clock::now() + time >= *end_; }
+  /// For who only gets back in step and closes the session: the end is Timeouts::leaving from now
+  /// on, once and for all.
+  void leave();
+  bool isLeaving() const { return isLeaving_; }
 
   /// From now on all waits for transfers together take `budget` at most, until progressed() gives
   /// the whole of it again. The time between two waits is the caller's own and does not count.
@@ -90,8 +99,8 @@ class BulkPipe {
 
   /// Whether somebody wants an end of it now.
   bool isInterrupted() const { return interrupted_ != nullptr && interrupted_->load(); }
-  /// For what has to be done all the same.
-  void ignoreInterruption() { interrupted_ = nullptr; }
+  /// For what has to be done all the same: who is interrupted leaves.
+  void ignoreInterruption();
 
   /// Bytes are counted here; transactions are counted by who runs them.
   WireStatistics& statistics() { return statistics_; }
@@ -123,7 +132,7 @@ class BulkPipe {
   Outcome next(Direction& direction, std::size_t& length, Milliseconds limit);
   /// Waits until the oldest transfer has ended.
   Outcome awaitOldest(Direction& direction, Milliseconds limit);
-  /// Waits, and ends early when it is interrupted.
+  /// Waits, and ends early when a transaction is interrupted, or soon when anything else is.
   std::optional<TransferCompletion> waitInterruptibly(Milliseconds limit);
   /// Ends what is in flight to learn how much of it has moved, and goes on from there. False when
   /// nothing has.
@@ -139,6 +148,9 @@ class BulkPipe {
 
   USBDevice& device_;
   const std::atomic<bool>* interrupted_;
+  Milliseconds leaving_;
+  std::optional<Clock::time_point> end_;
+  bool isLeaving_ = false;
   WireStatistics statistics_;
   Direction in_;
   Direction out_;

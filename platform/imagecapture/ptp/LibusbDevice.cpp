@@ -1,6 +1,8 @@
 #include "platform/imagecapture/ptp/LibusbDevice.h"
 
 #include <fcntl.h>
+#include <linux/usbdevice_fs.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -27,6 +29,10 @@ namespace {
 /// How long the system may take to give cancelled transfers back. A kernel needs no time for it.
 /// Long enough for a machine under load: who gives up leaves memory to the kernel for good.
 constexpr std::chrono::milliseconds kCancelPatience{500};
+/// What a device may take to end a halt, as for any request.
+constexpr std::chrono::milliseconds kHaltPatience{500};
+/// The feature that CLEAR_FEATURE ends (USB 2.0, table 9-6).
+constexpr std::uint16_t kEndpointHalt = 0;
 /// A hub resets a port in a tenth of a second, and then the device is set up anew.
 constexpr std::chrono::milliseconds kResetPatience{450};
 
@@ -144,8 +150,16 @@ void LibusbDevice::cancelAll() {
 }
 
 TransferResult LibusbDevice::clearHalt(std::uint8_t endpoint) {
-  if (abandoned_) return TransferResult::kError;
-  return resultOfError(libusb_clear_halt(handle_.device.get(), endpoint));
+  // Not libusb_clear_halt(): the system gives a device five seconds for it.
+  const TransferResult result =
+      control({LIBUSB_RECIPIENT_ENDPOINT, LIBUSB_REQUEST_CLEAR_FEATURE, kEndpointHalt, endpoint},
+              {}, kHaltPatience)
+          .result;
+  if (result != TransferResult::kCompleted) return result;
+  // The host counts its packets anew, too (USB 2.0, 9.4.5).
+  unsigned int address = endpoint;
+  if (::ioctl(handle_.node.get(), USBDEVFS_RESETEP, &address) == 0) return result;
+  return errno == ENODEV ? TransferResult::kNoDevice : TransferResult::kError;
 }
 
 TransferResult LibusbDevice::resetPort() {

@@ -14,6 +14,7 @@ enum class Ending {
   kDone,
   kStalled,    ///< a bulk endpoint is halted; `Outcome::endpoint` says which
   kTimedOut,   ///< no progress in the time allowed
+  kOutOfTime,  ///< the time of the whole conversation is over
   kGone,       ///< unplugged
   kBroken,     ///< the device broke the protocol
   kCancelled,  ///< the sink or the source ended it
@@ -36,6 +37,8 @@ struct [[nodiscard]] Outcome {
         return status::kOK;
       case Ending::kTimedOut:
         return status::kICATimeout;
+      case Ending::kOutOfTime:
+        return status::kICAOutOfTime;
       case Ending::kGone:
         return status::kICADeviceGone;
       case Ending::kBroken:

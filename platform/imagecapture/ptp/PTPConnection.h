@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Utilities/Status.h"
@@ -34,7 +35,8 @@ struct Transaction {
 /// How long to wait.
 /// The sum that a device which falls silent can cost is bulk, once, recovery, once, for all that is
 /// tried then, and half a second for a reset by port: 5 s at most with the values given here. One
-/// that goes on sending what it should not costs stale more with each step of getting back in step.
+/// that goes on sending what it should not costs stale more with each step of getting back in step,
+/// and one whose bytes trickle in as much as it likes, both up to whole where that is given.
 struct Timeouts {
   /// All bulk transfers of a transaction together without progress, which is payload that moves.
   std::chrono::milliseconds bulk{4000};
@@ -53,6 +55,12 @@ struct Timeouts {
   std::chrono::milliseconds slow{300000};
   /// Where there is one, called once in such an operation when it has taken all of bulk.
   std::function<void()> waiting{};
+  /// Where there is one, all waits of a connection together, from its beginning on: what is asked
+  /// beyond it fails at once.
+  std::optional<std::chrono::milliseconds> whole{};
+  /// All of getting back in step and closing the session, when whole is over or interrupted is
+  /// true. Part of whole.
+  std::chrono::milliseconds leaving{1000};
   /// Where there is one, true ends the transaction that is running, also while the device is
   /// silent, as kCancelled; a signal handler may set it. Lent.
   const std::atomic<bool>* interrupted = nullptr;
@@ -98,14 +106,15 @@ class PTPConnection {
   [[nodiscard]] virtual Status closeSession() = 0;
 
   /// Runs one transaction. 0 when a response arrived (whatever its code), otherwise kICATimeout
-  /// (no progress for the time-out), kICADeviceGone, kICAProtocolError (wrong transaction id, lying
-  /// lengths, garbage), kCancelled (the sink or source ended it) or kIOError. After a failure the
-  /// connection has been brought back in step where the device let it be (cancel request, endpoint
-  /// halts cleared, stale data drained, reset). After a time-out the session is closed where the
-  /// device still lets it be, and every further call fails at once with kICATimeout, so that a
-  /// silent device costs one time-out. `*why`, when given, says it in words. kBadParameter, and
-  /// nothing is sent, for more than five parameters or for 4 GiB of data and more. What a sink or a
-  /// source raises passes through, once the connection is back in step.
+  /// (no progress for the time-out), kICAOutOfTime (Timeouts::whole is over), kICADeviceGone,
+  /// kICAProtocolError (wrong transaction id, lying lengths, garbage), kCancelled (the sink or
+  /// source ended it) or kIOError. After a failure the connection has been brought back in step
+  /// where the device let it be (cancel request, endpoint halts cleared, stale data drained,
+  /// reset). After a time-out the session is closed where the device still lets it be, and every
+  /// further call fails at once with kICATimeout, so that a silent device costs one time-out.
+  /// `*why`, when given, says it in words. kBadParameter, and nothing is sent, for more than five
+  /// parameters or for 4 GiB of data and more. What a sink or a source raises passes through, once
+  /// the connection is back in step.
   ///
   /// The session is over after a reset, also one on the way back into step, and after a response
   /// that says that there is none or another one (0x2003, 0x2004, 0x201E): openSession() is due.

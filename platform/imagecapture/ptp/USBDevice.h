@@ -97,8 +97,8 @@ class USBDevice {
   /// to any more, and every later call fails with kError.
   virtual void cancelAll() = 0;
 
-  /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT). The system gives a device seconds
-  /// for it, so one that is silent is not to be asked.
+  /// Ends the halt of an endpoint (CLEAR_FEATURE ENDPOINT_HALT). kTimedOut where the device does
+  /// not answer in half a second.
   virtual TransferResult clearHalt(std::uint8_t endpoint) = 0;
 
   /// Resets the device by its port, whatever it says: it has forgotten everything then, as after
