@@ -1,6 +1,11 @@
-// albums, favourites, collection, shoebox, wireless-config and display.
+// albums, favourites, collection, shoebox, wireless-config and display; and what of a hostile
+// device reaches a terminal, whatever the command.
 #include <gmock/gmock.h>
 
+#include <regex>
+#include <set>
+
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tests/tools/SharingBench.h"
 
 namespace tarvo::test {
@@ -11,6 +16,73 @@ using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
 constexpr const char* kGUID = "00112233-4455-6677-8899-AABBCCDDEEFF";
+
+/// A title, the end of a command, DEL, "clear the screen" in one byte, and text turned around.
+constexpr const char* kSteering =
+    "\x07\r\x1b]0;x\x1b\\\x7f\xC2\x9B"
+    "2J\xE2\x80\xAE\xE2\x81\xA6";
+
+/// Puts it behind every text of a description that a device tells.
+void makeHostile(nlohmann::json& told, const std::string& key = {}) {
+  static const std::set<std::string> kTold = {
+      "nickname", "email",   "firstName",  "street",       "members",   "to",
+      "sender",   "subject", "body",       "name",         "text",      "description",
+      "label",    "serial",  "annotation", "manufacturer", "queryRows", "value"};
+  if (told.is_string() && kTold.contains(key)) told = told.get<std::string>() + kSteering;
+  for (auto& [name, value] : told.items())
+    if (told.is_structured()) makeHostile(value, told.is_object() ? name : key);
+}
+
+SharingBench hostileBench() {
+  auto camera = nlohmann::json::parse(shippedCamera("orders-camera"));
+  camera["vendor"]["queryRows"] = {"1|A\n"};
+  camera["properties"].push_back({{"code", "0x501F"}, {"type", "STR"}, {"value", "me"}});
+  camera["stores"][0]["content"].push_back(
+      {{"file", {{"raw", std::string("A.TXT") + kSteering}}}, {"size", 3}});
+  makeHostile(camera);
+  return SharingBench("orders-camera", camera.dump());
+}
+
+TEST(Terminal, IsNotSteeredByAnythingThatADeviceTells) {
+  auto bench = hostileBench();
+  const auto file = bench.folder.write("book.json", R"({"XTAddressBookContactsKey": []})");
+  const std::vector<std::string> kCommands[] = {
+      {"devices"},
+      {"info"},
+      {"storage", "list"},
+      {"ls", "--recursive", "--long"},
+      {"get", "--all", "--output", bench.folder.path("all/")},
+      {"get", std::string("none") + kSteering},
+      {"property", "list"},
+      {"property", "get", "0x501f"},
+      {"orders", "list"},
+      {"orders", "show"},
+      {"addressbook", "show"},
+      {"addressbook", "export"},
+      {"addressbook", "export", "--format", "vcard"},
+      {"addressbook", "validate"},
+      {"addressbook", "import", "--dry-run", file},
+      {"albums", "list"},
+      {"albums", "show"},
+      {"favourites", "list"},
+      {"wireless-config", "show"},
+      {"query", "SELECT 1"}};
+  // The terminal's own ends of lines, and what colours and the progress bar are made of.
+  const std::regex own("\r\n|\r\x1b\\[K|\x1b\\[[0-9;]*m");
+  for (auto words : kCommands) {
+    for (const bool isJSON : {false, true}) {
+      if (isJSON) words.insert(words.begin(), "--json");
+      const auto shown = std::regex_replace(shownByTool(words, bench), own, "\n");
+      EXPECT_FALSE(shown.empty());
+      EXPECT_EQ(replacingControls(shown, [](char32_t c) { return c == '\n' ? "\n" : "(control)"; }),
+                shown)
+          << ::testing::PrintToString(words);
+    }
+  }
+  // Elsewhere nothing is lost of it.
+  EXPECT_EQ(bench.run({"query", "SELECT 1"}).out, std::string("1|A\n") + kSteering);
+  EXPECT_THAT(bench.names(), ::testing::Contains(std::string("A.TXT") + kSteering));
+}
 
 TEST(Albums, AreListedShownFetchedAndReplaced) {
   for (const char* camera : {"orders-camera", "orders-legacy"}) {

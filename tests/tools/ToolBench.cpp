@@ -6,6 +6,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <sstream>
 
 namespace tarvo::test {
@@ -32,6 +33,32 @@ std::string laidOver(const std::string& json) {
   auto content = nlohmann::json::parse(kContent);
   content.merge_patch(nlohmann::json::parse(json));
   return content.dump();
+}
+
+using OpenedFile = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+OpenedFile opened(const std::string& path, const char* mode) {
+  return {std::fopen(path.c_str(), mode), std::fclose};
+}
+
+struct Streams {
+  std::FILE* in;
+  std::FILE* out;
+  std::FILE* err;
+};
+
+int exitCodeOf(const std::vector<std::string>& words, tools::ToolPlatform& platform,
+               const Streams& streams, const tools::Interrupt& interrupt,
+               const std::string& terminal) {
+  std::vector<const char*> arguments = {"tarvoctl"};
+  for (const auto& word : words)
+    arguments.push_back(word.c_str());
+  auto line = tools::readCommandLine(static_cast<int>(arguments.size()), arguments.data(),
+                                     streams.out, streams.err);
+  if (line.exitCode) return *line.exitCode;
+  tools::Output output(streams.out, streams.err, line.options);
+  tools::ToolContext context{line.options, output, platform, interrupt, streams.in, terminal};
+  return tools::runCommand(context, line.command);
 }
 
 }  // namespace
@@ -67,36 +94,30 @@ std::string Terminal::shown() const {
 ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
                 const std::string& input, const tools::Interrupt* interrupt,
                 const std::string& terminal) {
-  std::vector<const char*> arguments = {"tarvoctl"};
-  for (const auto& word : words)
-    arguments.push_back(word.c_str());
   const TemporaryFolder folder;
-  const auto open = [&](const char* name, const char* mode) {
-    return std::unique_ptr<std::FILE, int (*)(std::FILE*)>(
-        std::fopen(folder.path(name).c_str(), mode), std::fclose);
-  };
-  folder.write("in", input);
-  const auto in = open("in", "rb");
-  auto out = open("out", "wb");
-  auto err = open("err", "wb");
-  auto line = tools::readCommandLine(static_cast<int>(arguments.size()), arguments.data(),
-                                     out.get(), err.get());
+  const auto in = opened(folder.write("in", input), "rb");
+  auto out = opened(folder.path("out"), "wb");
+  auto err = opened(folder.path("err"), "wb");
+  const std::unique_ptr<tools::Interrupt> own =
+      interrupt ? nullptr : std::make_unique<tools::Interrupt>();
   ToolRun run;
-  if (line.exitCode) {
-    run.exitCode = *line.exitCode;
-  } else {
-    const std::unique_ptr<tools::Interrupt> own =
-        interrupt ? nullptr : std::make_unique<tools::Interrupt>();
-    tools::Output output(out.get(), err.get(), line.options);
-    tools::ToolContext context{line.options, output,  platform, interrupt ? *interrupt : *own,
-                               in.get(),     terminal};
-    run.exitCode = tools::runCommand(context, line.command);
-  }
+  run.exitCode = exitCodeOf(words, platform, {in.get(), out.get(), err.get()},
+                            interrupt ? *interrupt : *own, terminal);
   out.reset();
   err.reset();
   run.out = folder.read("out");
   run.err = folder.read("err");
   return run;
+}
+
+std::string shownByTool(const std::vector<std::string>& words, tools::ToolPlatform& platform) {
+  const Terminal terminal("");
+  auto screen = opened(terminal.path(), "r+b");
+  auto shown = std::async(std::launch::async, [&] { return terminal.shown(); });
+  const tools::Interrupt interrupt;
+  exitCodeOf(words, platform, {screen.get(), screen.get(), screen.get()}, interrupt, "");
+  screen.reset();
+  return shown.get();
 }
 
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input) {

@@ -38,6 +38,8 @@ struct ToolRun {
 ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
                 const std::string& input = {}, const tools::Interrupt* interrupt = nullptr,
                 const std::string& terminal = {});
+/// The same at a terminal, to which both outputs lead: what it is given to show.
+std::string shownByTool(const std::vector<std::string>& words, tools::ToolPlatform& platform);
 /// The same without a platform.
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
 

@@ -21,7 +21,7 @@ void Batch::succeeded(const PropertyDictionary& json, const std::string& line,
   ++succeeded_;
   bytes_ += bytes;
   context_.output.item(json);
-  context_.output.line(printable(line));
+  context_.output.line(line);
 }
 
 void Batch::failed(PropertyDictionary json, const Failure& failure) {

@@ -110,7 +110,7 @@ int sayValidity(ToolContext& context, const OpenedDevice& device, const AddressB
   if (context.output.isJSON()) {
     context.output.document(validityAsJSON(error, book));
   } else if (error) {
-    context.output.line("Not valid: " + printable(inWords(*error, book)) + ".");
+    context.output.line("Not valid: " + inWords(*error, book) + ".");
   } else {
     context.output.line("Valid: " + counted(book.contacts->size(), "contacts") + ", " +
                         counted(book.groups->size(), "groups") + ".");
@@ -203,7 +203,7 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
                              {"contacts", book.contacts->size()},
                              {"groups", book.groups->size()}});
   } else {
-    context.output.line(printable(options.file));
+    context.output.line(options.file);
   }
   return kDone;
 }

@@ -65,9 +65,7 @@ BookFile readBookFile(ToolContext& context, const std::string& operation, const 
 
 std::string bookFileText(const std::string& operation, const AddressBook& book, BookFormat format) {
   if (format == BookFormat::kVCard) return vCardsFromBook(operation, book);
-  return jsonFromAddressBook(book).dump(2, ' ', false,
-                                        PropertyDictionary::error_handler_t::replace) +
-         "\n";
+  return jsonText(jsonFromAddressBook(book), 2) + "\n";
 }
 
 namespace {

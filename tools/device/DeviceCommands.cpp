@@ -306,7 +306,7 @@ int runReset(ToolContext& context) {
   if (context.output.isJSON()) {
     context.output.document({{"reset", true}});
   } else {
-    context.output.line(printable(inWords(device.summary())) + " was reset.");
+    context.output.line(inWords(device.summary()) + " was reset.");
   }
   return kDone;
 }

@@ -220,7 +220,7 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
   if (context.output.isJSON()) {
     context.output.document({{"code", code}, {"name", propertyName(code)}, {"value", value}});
   } else {
-    context.output.line(nameAndCode(code) + "  " + printable(options.value));
+    context.output.line(nameAndCode(code) + "  " + options.value);
   }
   return kDone;
 }

@@ -78,7 +78,7 @@ void showText(Output& output, const std::vector<std::byte>& content) {
       std::string(reinterpret_cast<const char*>(content.data()), content.size()));
   for (std::string line; std::getline(lines, line);) {
     if (line.ends_with('\r')) line.pop_back();
-    output.line(printable(line));
+    output.line(line);
   }
 }
 
@@ -190,7 +190,7 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
   if (context.output.isJSON()) {
     context.output.document({{"path", validUTF8(made.path)}, {"size", content->size()}});
   } else {
-    context.output.line(printable(made.path));
+    context.output.line(made.path);
   }
   return kDone;
 }
@@ -231,7 +231,7 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
     if (!backup.empty()) json["backup"] = validUTF8(backup);
     context.output.document(json);
   } else {
-    context.output.line(printable(options.file));
+    context.output.line(options.file);
   }
   return kDone;
 }

@@ -17,7 +17,6 @@
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
-#include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
@@ -50,7 +49,7 @@ void sayDone(ToolContext& context, const PropertyDictionary& json, const std::st
   if (context.output.isJSON()) {
     context.output.document(json);
   } else {
-    context.output.line(printable(line));
+    context.output.line(line);
   }
 }
 
@@ -115,7 +114,7 @@ int runCollectionGet(ToolContext& context) {
     if (id) json["collectionID"] = validUTF8(*id);
     context.output.document(json);
   } else if (id) {
-    context.output.line(printable(*id));
+    context.output.line(*id);
   } else {
     context.output.message("The device has no collection id.");
   }
@@ -170,7 +169,7 @@ int runWirelessConfigShow(ToolContext& context) {
   std::istringstream lines(text);
   for (std::string line; std::getline(lines, line);) {
     if (line.ends_with('\r')) line.pop_back();
-    context.output.line(printable(line));
+    context.output.line(line);
   }
   return kDone;
 }

@@ -133,7 +133,7 @@ int runRename(ToolContext& context, const RenameOptions& options) {
   if (context.output.isJSON()) {
     context.output.document({{"handle", handle}, {"name", validUTF8(options.name)}});
   } else {
-    context.output.line(handleText(handle) + "  " + printable(options.name));
+    context.output.line(handleText(handle) + "  " + options.name);
   }
   return kDone;
 }

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <utility>
 
+#include "Utilities/Format.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -26,12 +28,16 @@ bool isTerminal(std::FILE* stream) {
   return ::isatty(::fileno(stream)) == 1;
 }
 
-std::string dumped(const PropertyDictionary& json, int indent) {
-  // Names of objects come from devices: what is no text must not end the command.
-  return json.dump(indent, ' ', false, PropertyDictionary::error_handler_t::replace);
-}
-
 }  // namespace
+
+std::string jsonText(const PropertyDictionary& json, int indent) {
+  // Names of objects come from devices: what is no text must not end the command.
+  const auto text = json.dump(indent, ' ', false, PropertyDictionary::error_handler_t::replace);
+  // The writer escapes those of ASCII but for DEL; the only others are its own line ends.
+  return replacingControls(text, [](char32_t character) {
+    return character == '\n' ? "\n" : formatted("\\u%04x", static_cast<unsigned>(character));
+  });
+}
 
 Output::Output(std::FILE* out, std::FILE* err, const GlobalOptions& options)
     : out_(out),
@@ -42,10 +48,6 @@ Output::Output(std::FILE* out, std::FILE* err, const GlobalOptions& options)
       outHasColours_(wantsColours(out)),
       errHasColours_(wantsColours(err)),
       errIsTerminal_(isTerminal(err)) {}
-
-std::string Output::bold(const std::string& text) const {
-  return outHasColours_ ? "\033[1m" + text + "\033[0m" : text;
-}
 
 void Output::stepAside() const {
   if (beforeWriting_) beforeWriting_();
@@ -70,7 +72,12 @@ void Output::flush() {
 }
 
 void Output::line(const std::string& text) {
-  if (!json_) write(text + "\n");
+  if (!json_) write(printable(text) + "\n");
+}
+
+void Output::title(const std::string& text) {
+  if (!outHasColours_) return line(text);
+  if (!json_) write("\033[1m" + printable(text) + "\033[0m\n");
 }
 
 void Output::bytes(std::span<const std::byte> data) {
@@ -79,12 +86,12 @@ void Output::bytes(std::span<const std::byte> data) {
 
 void Output::text(std::string_view data) {
   hasDocument_ = true;
-  write(data);
+  write(outIsTerminal_ ? printableLines(data) : std::string(data));
 }
 
 void Output::document(const PropertyDictionary& json) {
   hasDocument_ = true;
-  write(dumped(json, 2) + "\n");
+  write(jsonText(json, 2) + "\n");
 }
 
 void Output::beginList() {
@@ -96,7 +103,7 @@ void Output::beginList() {
 
 void Output::item(const PropertyDictionary& json) {
   if (!json_) return;
-  write((listIsEmpty_ ? "[\n  " : ",\n  ") + dumped(json, -1));
+  write((listIsEmpty_ ? "[\n  " : ",\n  ") + jsonText(json, -1));
   listIsEmpty_ = false;
 }
 
@@ -199,7 +206,11 @@ void Listing::show(const std::vector<std::string>& cells, bool isTitle) {
   }
   // Blanks at the end of a line are of no use to anybody.
   line.erase(line.find_last_not_of(' ') + 1);
-  output_.line(isTitle ? output_.bold(line) : line);
+  if (isTitle) {
+    output_.title(line);
+  } else {
+    output_.line(line);
+  }
 }
 
 void showFields(Output& output, const std::vector<std::pair<std::string, std::string>>& fields) {
@@ -207,7 +218,7 @@ void showFields(Output& output, const std::vector<std::pair<std::string, std::st
   for (const auto& [name, value] : fields)
     width = std::max(width, displayWidth(name) + 1);
   for (const auto& [name, value] : fields)
-    output.line(padded(name + ":", width) + "  " + printable(value));
+    output.line(padded(name + ":", width) + "  " + value);
 }
 
 }  // namespace tarvo::tools

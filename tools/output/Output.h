@@ -29,14 +29,19 @@ struct GlobalOptions {
   std::optional<std::chrono::milliseconds> timeout{};
 };
 
+/// `json` as text of this `indent`, on one line where that is -1. Every control character in it is
+/// escaped, those beyond ASCII too, so that it is safe on a terminal and says the same everywhere.
+std::string jsonText(const PropertyDictionary& json, int indent);
+
 /// Whoever read standard output has gone: the command ends without a word.
 class BrokenPipe : public std::exception {
  public:
   const char* what() const noexcept override { return "broken pipe"; }
 };
 
-/// Main thread only. What writes to standard output raises BrokenPipe, and a ToolError where it
-/// cannot be written for another reason (a full disk).
+/// Main thread only. Whatever a device said, no control character of it reaches a terminal (C0 and
+/// C1, DEL, and those that turn the direction of text). What writes to standard output raises
+/// BrokenPipe, and a ToolError where it cannot be written for another reason (a full disk).
 ///
 /// With --json all results of a command are one document: either a single document(), or a list.
 class Output {
@@ -48,13 +53,15 @@ class Output {
   bool isQuiet() const { return quiet_; }
   /// Whether a person watches what this is asked of, and colours are wanted (NO_COLOR, TERM).
   bool errIsTerminal() const { return errIsTerminal_; }
-  std::string bold(const std::string& text) const;
 
   // Results.
 
-  /// For a person; nothing with --json.
+  /// For a person, printable; nothing with --json.
   void line(const std::string& text);
-  /// Bytes as they are, whatever the form.
+  /// The same in bold where that is wanted.
+  void title(const std::string& text);
+  /// Bytes as they are, whatever the form; to a terminal as printableLines() of them, each piece by
+  /// itself.
   void bytes(std::span<const std::byte> data);
   void text(std::string_view data);
   /// The one JSON document, in either form.

@@ -53,6 +53,8 @@ std::uint16_t propertyCode(std::string_view name);
 /// One line without control characters, which could steer a terminal; U+FFFD stands for each, and
 /// for what is no UTF-8.
 std::string printable(std::string_view text);
+/// The same of several lines: tabs and the ends of lines (LF, or CR LF) stay.
+std::string printableLines(std::string_view text);
 /// One text of several: "a, b".
 std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
 /// Columns that printable text takes on a terminal.

@@ -205,7 +205,7 @@ int runUnitModeGet(ToolContext& context) {
 int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
   const Chosen chosen(context, "msc mode set");
   for (const Mount& mount : chosen.unit.mounts())
-    context.output.message("The volume " + printable(stillMounted(mount)) +
+    context.output.message("The volume " + stillMounted(mount) +
                            ": what has not been written to it yet may be lost.");
   requireLeave(context, chosen, options.yes);
   PropertyDictionary mode = {{options.mode + "Mode", true},
@@ -221,7 +221,7 @@ int runUnitModel(ToolContext& context) {
   const Chosen chosen(context, "msc model");
   const auto model = chosen.unit.model();
   chosen.require(model.has_value());
-  tell(context, chosen, {{"model", validUTF8(*model)}}, printable(*model));
+  tell(context, chosen, {{"model", validUTF8(*model)}}, *model);
   return kDone;
 }
 
