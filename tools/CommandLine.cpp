@@ -36,6 +36,7 @@ CommandAdder addMassStorageCommands;
 CommandAdder addQueryCommand;
 CommandAdder addModelCommands;
 CommandAdder addRecordCommands;
+CommandAdder addLeftoversCommand;
 CommandAdder addCompletionCommand;
 
 namespace {
@@ -46,7 +47,7 @@ constexpr CommandAdder* kCommands[] = {
     addGetCommand,         addPutCommand,          addRemoveCommands,      addVolumeCommands,
     addPropertyCommands,   addOrdersCommands,      addAddressBookCommands, addAlbumCommands,
     addDeviceFileCommands, addMassStorageCommands, addQueryCommand,        addModelCommands,
-    addRecordCommands,     addCompletionCommand};
+    addRecordCommands,     addLeftoversCommand,    addCompletionCommand};
 
 constexpr double kShortestTimeout = 0.001;
 constexpr double kLongestTimeout = 86400;

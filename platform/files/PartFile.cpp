@@ -1,6 +1,7 @@
 #include "platform/files/PartFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,16 +43,6 @@ std::uint64_t randomNumber() {
   return std::uint64_t{random()} << 32U | random();
 }
 
-/// Whether nameFor() gives such names.
-bool isPartName(std::string_view name) {
-  constexpr std::string_view kShape = ".0123456789abcdef.part";
-  if (!name.starts_with('.') || name.size() <= kShape.size()) return false;
-  const std::string_view tail = name.substr(name.size() - kShape.size());
-  constexpr std::size_t kEnd = kShape.size() - kEnding.size();
-  return tail.front() == '.' && tail.ends_with(kEnding) &&
-         tail.substr(1, kEnd - 1).find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
 /// What a new file may be, by the file mode creation mask; that of most systems where the kernel
 /// does not tell (proc_pid_status(5)): to ask umask(2) would change it for all threads.
 mode_t permissionsOfNewFiles() {
@@ -76,13 +67,25 @@ std::string PartFile::nameFor(std::string_view name, std::string_view identity) 
   return start + tail;
 }
 
+std::optional<std::string> PartFile::objectOf(std::string_view name) {
+  constexpr std::string_view kShape = ".0123456789abcdef.part";
+  if (!name.starts_with('.') || name.size() <= kShape.size()) return std::nullopt;
+  const std::size_t size = name.size() - kShape.size();
+  const std::string_view tail = name.substr(size);
+  constexpr std::size_t kEnd = kShape.size() - kEnding.size();
+  const bool isPart =
+      tail.front() == '.' && tail.ends_with(kEnding) &&
+      tail.substr(1, kEnd - 1).find_first_not_of("0123456789abcdef") == std::string_view::npos;
+  return isPart ? std::optional<std::string>(name.substr(1, size - 1)) : std::nullopt;
+}
+
 std::vector<std::string> PartFile::leftSince(const std::string& folder, std::time_t date) {
   std::vector<std::string> names;
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
        entry.increment(error)) {
     struct stat attributes {};
-    if (!isPartName(entry->path().filename().native())) continue;
+    if (!objectOf(entry->path().filename().native())) continue;
     if (::lstat(entry->path().c_str(), &attributes) != 0 || !S_ISREG(attributes.st_mode)) continue;
     if (attributes.st_mtime < date) names.push_back(entry->path().filename());
   }
@@ -100,6 +103,8 @@ int PartFile::open(Opening opening) {
   FileDescriptor file(::openat(folder_, name_.c_str(),
                                O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC | exclusive, kOwnerAlone));
   if (!file.isOpen()) return errno;
+  // Two that write to one part would leave neither whole. Some file systems know no locks.
+  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return EBUSY;
   struct stat attributes {};
   if (::fstat(file.get(), &attributes) != 0) return errno;
   // In a folder that others may write to, somebody can have laid it there.

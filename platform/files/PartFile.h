@@ -32,6 +32,9 @@ class PartFile {
   /// each time where `identity` is empty.
   static std::string nameFor(std::string_view name, std::string_view identity);
 
+  /// The other way: "IMG.JPG", cut where it was long; none for the name of no part.
+  static std::optional<std::string> objectOf(std::string_view name);
+
   /// Names of those in `folder` that nobody has written to since `date`, which a cut download or a
   /// killed process has left. None of a folder that cannot be read.
   static std::vector<std::string> leftSince(const std::string& folder, std::time_t date);
@@ -43,7 +46,7 @@ class PartFile {
   PartFile& operator=(const PartFile&) = delete;
 
   /// Makes it readable and writable for its owner alone. Never follows a link; EPERM for one that
-  /// is another user's or no regular file.
+  /// is another user's or no regular file, EBUSY for one that another owner has open.
   [[nodiscard]] int open(Opening opening);
   const std::string& name() const { return name_; }
   int descriptor() const { return file_.get(); }

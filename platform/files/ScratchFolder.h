@@ -3,11 +3,13 @@
 
 #include <string>
 
+#include "Utilities/FileDescriptor.h"
+
 namespace tarvo {
 
 /// A new folder in the system's temporary folder (TMPDIR, else /tmp), which goes with everything in
 /// it. Its name, "tarvo-" and six characters that nobody can know beforehand, is free whatever
-/// another user has laid there.
+/// another user has laid there. It is locked, shared (flock(2)), as long as this lives.
 class ScratchFolder {
  public:
   /// Raises std::system_error where none can be made: the fault is this machine's, and no device is
@@ -23,6 +25,10 @@ class ScratchFolder {
 
  private:
   std::string path_;
+  FileDescriptor folder_;
 };
+
+/// Whether a ScratchFolder of this user has made what lies at `path`, in use or left over.
+bool isScratchFolder(const std::string& path);
 
 }  // namespace tarvo

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <regex>
 #include <system_error>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
@@ -99,7 +100,7 @@ constexpr std::size_t kLongestSerial = 64;
       {.operation = device.operation(),
        .object = path,
        .status = status::kIOError,
-       .why = "no copy of what the device holds can be kept (" + why + "), so nothing was sent",
+       .why = "no file of this computer can be written (" + why + "), so nothing was sent",
        .advice = "Make room, or set XDG_DATA_HOME to a folder where you may write."});
 }
 
@@ -124,25 +125,36 @@ std::string safeSerial(const std::string& serial) {
 }
 
 /// Folders of their owner alone: what lies in them are people's addresses.
-std::string backupFolder(const OpenedDevice& device) {
-  const fs::path data = xdgDataHome();
+std::string madeKeptFolder(const OpenedDevice& device, Kept kind) {
+  const fs::path folder = keptFolder(kind);
   std::error_code error;
-  fs::create_directories(data, error);
+  fs::create_directories(folder.parent_path().parent_path(), error);
   // mkdir() by itself, since create_directories() has no mode to give.
-  for (const fs::path& folder : {data / "tarvo", data / "tarvo" / "backups"}) {
-    if (!error && ::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST)
+  for (const fs::path& each : {folder.parent_path(), folder}) {
+    if (!error && ::mkdir(each.c_str(), 0700) != 0 && errno != EEXIST)
       error.assign(errno, std::generic_category());
   }
-  const fs::path folder = data / "tarvo" / "backups";
   if (error) fail(device, folder.string(), error.message());
   return folder.string();
 }
 
 }  // namespace
 
-std::string keepBackup(const OpenedDevice& device, std::string_view what,
-                       std::string_view extension, std::span<const std::byte> content) {
-  const std::string folder = backupFolder(device);
+std::string keptFolder(Kept kind) {
+  return xdgDataHome() + "/tarvo/" + (kind == Kept::kBackup ? "backups" : "edits");
+}
+
+std::optional<KeptName> keptNameOf(const std::string& name) {
+  // Serial numbers have hyphens, too.
+  const std::regex shape(R"((.+)-([a-z]+)-\d{8}T\d{6}(-\d+)?\.([a-z]+))");
+  std::smatch found;
+  if (!std::regex_match(name, found, shape)) return std::nullopt;
+  return KeptName{.serial = found[1], .what = found[2], .extension = found[4]};
+}
+
+std::string keepFile(const OpenedDevice& device, Kept kind, std::string_view what,
+                     std::string_view extension, std::span<const std::byte> content) {
+  const std::string folder = madeKeptFolder(device, kind);
   const std::string name =
       safeSerial(device.device().serialNumber()) + "-" + std::string(what) + "-" + timeNow();
   std::string path;
@@ -151,7 +163,7 @@ std::string keepBackup(const OpenedDevice& device, std::string_view what,
     // Without blanks, so that the path can be pasted into the command that puts it back.
     const std::string which = number == 1 ? "" : "-" + std::to_string(number);
     path = (fs::path(folder) / (name + which + "." + std::string(extension))).string();
-    // O_EXCL: no backup replaces another.
+    // O_EXCL: none replaces another.
     file = FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.isOpen() && errno != EEXIST) break;
   }
@@ -163,11 +175,6 @@ std::string keepBackup(const OpenedDevice& device, std::string_view what,
     fail(device, path, why);
   }
   return path;
-}
-
-std::string keepBackup(const OpenedDevice& device, std::string_view what,
-                       std::string_view extension, std::string_view text) {
-  return keepBackup(device, what, extension, std::as_bytes(std::span(text)));
 }
 
 }  // namespace tarvo::tools

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <ctime>
 #include <optional>
 #include <span>
@@ -35,15 +36,28 @@ FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> c
 /// All of `content` to an open file; false, with errno, where it cannot be written.
 [[nodiscard]] bool writeAll(int descriptor, std::span<const std::byte> content);
 
-// What a device held before it was changed, kept on this computer: dated files that nothing
-// replaces.
+// What is kept of a device on this computer, in dated files that nothing replaces.
 
-/// Writes "SERIAL-WHAT-20261125T011500.EXTENSION" into $XDG_DATA_HOME/tarvo/backups, readable for
-/// its owner alone, and returns its path. A name that is taken gets a number. Raises a ToolError
-/// where it cannot be written: then nothing may be sent.
-std::string keepBackup(const OpenedDevice& device, std::string_view what,
-                       std::string_view extension, std::span<const std::byte> content);
-std::string keepBackup(const OpenedDevice& device, std::string_view what,
-                       std::string_view extension, std::string_view text);
+enum class Kept : std::uint8_t {
+  kBackup,  ///< what it held before it was changed
+  kEdit,    ///< what its user makes of it, until that is on the device
+};
+
+/// $XDG_DATA_HOME/tarvo/backups, or edits. It need not be there.
+std::string keptFolder(Kept kind);
+
+/// Writes "SERIAL-WHAT-20261125T011500.EXTENSION" into that folder, readable for its owner alone,
+/// and returns its path. A name that is taken gets a number. Raises a ToolError where it cannot be
+/// written: then nothing may be sent.
+std::string keepFile(const OpenedDevice& device, Kept kind, std::string_view what,
+                     std::string_view extension, std::span<const std::byte> content);
+
+struct KeptName {
+  std::string serial;  ///< as far as a name can hold it
+  std::string what;
+  std::string extension;
+};
+/// What such a name says; none for any other.
+std::optional<KeptName> keptNameOf(const std::string& name);
 
 }  // namespace tarvo::tools

@@ -225,29 +225,28 @@ int runAddressBookImport(ToolContext& context, const BookImportOptions& options)
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   const std::string operation = "addressbook edit";
   const Consent consent(context, operation, options.yes, "change the address book");
-  std::string before;
+  std::optional<BookEditor> editor;
   {
     // The device is let go while the user edits.
     const OpenedDevice device(context, operation);
     const auto there = readDeviceBook(context, device);
     endIfInterrupted(context, operation);
     refuseGaps(device, there, "");
-    before = bookFileText(operation, there.book, BookFormat::kJSON);
+    editor.emplace(device, bookFileText(operation, there.book, BookFormat::kJSON));
   }
-  BookEditor editor(operation, before);
-  editor.run();
-  if (editor.isUnchanged()) {
-    editor.discard();
+  editor->run();
+  if (editor->isUnchanged()) {
+    editor->discard();
     context.output.message("Nothing was changed.");
     if (context.output.isJSON()) context.output.document({{"written", false}});
     return kDone;
   }
   // What was typed outlives every failure from here on.
-  context.output.message("Your text is in " + editor.path() + " until it has been sent.");
-  const auto file = readBookFile(context, operation, editor.path(), BookFormat::kJSON);
+  context.output.message("Your text is in " + editor->path() + " until it has been sent.");
+  const auto file = readBookFile(context, operation, editor->path(), BookFormat::kJSON);
   const OpenedDevice device(context, operation);
   const int exitCode = importBook(context, device, file, {}, consent);
-  if (exitCode == kDone) editor.discard();
+  if (exitCode == kDone) editor->discard();
   return exitCode;
 }
 
@@ -308,8 +307,8 @@ void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
     if (device.transactions().lastOutcome() == status::kObjectTooLarge)
       return batch.failed(device, json, object, status::kObjectTooLarge);
     const bool isFile = entry.format == ptp::XTD_ADDRESS_BOOK_FILE;
-    const auto backup = keepBackup(device, "addressbook", isFile ? "abk" : "bin",
-                                   std::span<const std::byte>(bytes));
+    const auto backup =
+        keepFile(device, Kept::kBackup, "addressbook", isFile ? "abk" : "bin", bytes);
     context.output.message("What the device holds of it is kept in " + backup + ".");
     json["backup"] = validUTF8(backup);
     const Status status = isFile ? device.device().deleteObject(ObjectReference(entry.handle))

@@ -2,12 +2,12 @@
 
 #include <fcntl.h>
 #include <glib.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -18,11 +18,11 @@
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "Utilities/Exception.h"
-#include "Utilities/FileDescriptor.h"
 #include "Utilities/JSONReader.h"
 #include "platform/foundation/GlibPtr.h"
 #include "tools/access/AddressBookChanges.h"
 #include "tools/access/LocalFiles.h"
+#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/addressbook/VCard.h"
 #include "tools/output/ToolError.h"
@@ -128,8 +128,6 @@ std::optional<std::string> bookText(const AddressBook& book, const std::string& 
 
 namespace {
 
-constexpr std::string_view kEnding = ".json";
-
 /// As a user names it, options included: "code --wait".
 std::string editorCommand() {
   for (const char* variable : {"VISUAL", "EDITOR"}) {
@@ -141,17 +139,14 @@ std::string editorCommand() {
 
 }  // namespace
 
-BookEditor::BookEditor(std::string operation, std::string text)
-    : operation_(std::move(operation)), text_(std::move(text)) {
-  path_ = (std::filesystem::temp_directory_path() / "tarvo-addressbook-XXXXXX").string();
-  path_ += kEnding;
-  // Made for its owner alone: people's addresses are nobody else's business.
-  const FileDescriptor file(::mkostemps(path_.data(), static_cast<int>(kEnding.size()), O_CLOEXEC));
-  if (!file.isOpen() || !writeAll(file.get(), std::as_bytes(std::span(text_))))
-    throw ToolError({.operation = operation_,
-                     .object = path_,
-                     .status = status::kIOError,
-                     .why = std::strerror(errno)});
+BookEditor::BookEditor(const OpenedDevice& device, std::string text)
+    : operation_(device.operation()),
+      text_(std::move(text)),
+      path_(keepFile(device, Kept::kEdit, "addressbook", "json", std::as_bytes(std::span(text_)))),
+      folder_(::open(keptFolder(Kept::kEdit).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  // Of the folder: an editor may put another file in the place of this one. Where there are no
+  // locks, the text is as safe as its owner is careful.
+  (void)::flock(folder_.get(), LOCK_SH);
 }
 
 // Standard input stays the user's: an editor needs the terminal.

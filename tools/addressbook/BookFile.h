@@ -7,9 +7,12 @@
 #include <string>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
+#include "Utilities/FileDescriptor.h"
 #include "tools/access/ToolContext.h"
 
 namespace tarvo::tools {
+
+class OpenedDevice;
 
 enum class BookFormat { kJSON, kVCard };
 
@@ -47,12 +50,12 @@ std::optional<std::string> bookText(const AddressBook& book, const std::string& 
 
 // A text in the user's own editor.
 
-/// Main thread only. The text lies in a file that only its owner can read, and stays there until
-/// discard().
+/// Main thread only. The text lies in a file that only its owner can read (Kept::kEdit), and stays
+/// there until discard(). While this lives its folder is locked, shared (flock(2)).
 class BookEditor {
  public:
   /// Raises a ToolError where no file can be made.
-  BookEditor(std::string operation, std::string text);
+  BookEditor(const OpenedDevice& device, std::string text);
 
   /// Runs $VISUAL, else $EDITOR, else "editor", on the file until it ends. Raises a ToolError where
   /// it cannot be started or fails.
@@ -66,6 +69,7 @@ class BookEditor {
   std::string operation_;
   std::string text_;
   std::string path_;
+  FileDescriptor folder_;
 };
 
 }  // namespace tarvo::tools

@@ -139,10 +139,10 @@ class Importing {
          device_.objectHandles(ptp::XTD_ADDRESS_BOOK_FILE, "the address-book file")) {
       const auto file = device_.device().downloadObject(ObjectReference(handle));
       if (!file) device_.failWithout("the address-book file");
-      keepBackup(device_, "addressbook", "abk", std::span<const std::byte>(*file));
+      keepFile(device_, Kept::kBackup, "addressbook", "abk", *file);
     }
-    return keepBackup(device_, "addressbook", "json",
-                      bookFileText(device_.operation(), there_.book, BookFormat::kJSON));
+    const auto text = bookFileText(device_.operation(), there_.book, BookFormat::kJSON);
+    return keepFile(device_, Kept::kBackup, "addressbook", "json", std::as_bytes(std::span(text)));
   }
 
   void write(const std::string& backup) {

@@ -213,7 +213,7 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
                   "nothing was changed");
   std::string backup;
   if (former) {
-    backup = keepBackup(device, "albums", "lcb", std::span<const std::byte>(*former));
+    backup = keepFile(device, Kept::kBackup, "albums", "lcb", *former);
     context.output.message("The old file is kept in " + backup + ".");
   }
   const Status status = device.ptpDevice().setAlbumNames(options.file);

@@ -200,7 +200,7 @@ class Fetching {
     if (names.empty()) return;
     context_.output.message("Cut downloads that are older than 30 days are in " + run_.folder() +
                             ": " + joined(names) +
-                            ". Delete those that are not to be gone on with.");
+                            ". 'tarvoctl leftovers' removes what is not to be gone on with.");
   }
 
   ToolContext& context_;

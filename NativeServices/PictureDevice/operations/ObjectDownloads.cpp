@@ -307,7 +307,8 @@ void Fetch::run() {
   PartFile part(place_.folder(), PartFile::nameFor(place_.name(), identity));
   const auto opening = identity.empty() ? PartFile::Opening::kNew : PartFile::Opening::kContinue;
   if (const int error = part.open(opening); error != 0) {
-    place_.failToWrite("no file can be made in the folder", error);
+    place_.failToWrite(
+        error == EBUSY ? "another process fetches it" : "no file can be made in the folder", error);
     return;
   }
   // Before the transfer, so that hours are not spent on what cannot be kept; what an earlier
