@@ -253,6 +253,22 @@ std::optional<std::string> programOfExec(std::string_view exec) {
   return quoted || program.empty() ? std::nullopt : std::optional(program);
 }
 
+std::set<std::string> programsOfDesktopEntry(std::string_view text) {
+  std::set<std::string> programs;
+  bool hidden = false;
+  readKeyFile(text, [&](const KeyFileLine& line) {
+    // Groups of actions follow; their programs are not the application's.
+    if (line.group != "Desktop Entry") return programs.empty();
+    if (line.key == "Hidden") hidden = line.value == "true";
+    if (line.key != "Exec" && line.key != "TryExec") return true;
+    const auto value = unescapedKeyFileValue(line.value);
+    const auto program = value && line.key == "Exec" ? programOfExec(*value) : value;
+    if (program) programs.insert(*program);
+    return true;
+  });
+  return hidden ? std::set<std::string>() : programs;
+}
+
 DesktopEntries::DesktopEntries(std::vector<std::string> folders) : folders_(std::move(folders)) {}
 
 std::vector<std::string> DesktopEntries::applicationFolders() {
@@ -323,21 +339,7 @@ void DesktopEntries::readFolder(const std::string& folder, const std::string& id
 
 void DesktopEntries::readEntry(const std::string& file, const std::string& identifier) {
   const auto content = readWholeFile(file, kLongestEntry);
-  if (!content) return;
-  std::set<std::string> programs;
-  bool hidden = false;
-  readKeyFile(*content, [&](const KeyFileLine& line) {
-    // Groups of actions follow; their programs are not the application's.
-    if (line.group != "Desktop Entry") return programs.empty();
-    if (line.key == "Hidden") hidden = line.value == "true";
-    if (line.key != "Exec" && line.key != "TryExec") return true;
-    const auto value = unescapedKeyFileValue(line.value);
-    const auto program = value && line.key == "Exec" ? programOfExec(*value) : value;
-    if (program) programs.insert(*program);
-    return true;
-  });
-  if (hidden) return;  // stands for "deleted by the user"
-  for (const auto& program : programs)
+  for (const auto& program : programsOfDesktopEntry(content.value_or("")))
     waiting_.emplace_back(program, identifier);
 }
 

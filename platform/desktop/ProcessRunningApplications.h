@@ -28,6 +28,10 @@ namespace tarvo {
 /// Quoting and field codes are those of the Desktop Entry Specification, "The Exec key".
 std::optional<std::string> programOfExec(std::string_view exec);
 
+/// The programs that the text of an entry names (Exec, TryExec); none of one that is hidden, which
+/// stands for "deleted by the user".
+std::set<std::string> programsOfDesktopEntry(std::string_view text);
+
 /// Only the programs of the entries are kept, and read again when a folder has changed since.
 /// Main thread only.
 class DesktopEntries {
