@@ -4,6 +4,8 @@
 #  2. A source file includes its own header first.
 #  3. A header begins with a comment that says what it is for, and has #pragma once.
 #  4. Every top-level folder has a README with the common headings.
+#  5. What docs/security.md claims is tested: a name like Suite.Case on it is a test, one like
+#     vm:name a scenario on the real kernel.
 set -euo pipefail
 tree=${1:?usage: check.sh TREE}
 cd "$tree"
@@ -101,9 +103,21 @@ check_readmes() {
   done
 }
 
+check_claims() {
+  local name
+  [ -f docs/security.md ] || return 0
+  while IFS= read -r name; do
+    case $name in
+      vm:*) grep -q "^def ${name#vm:}(" tests/vm/scenarios.py ;;
+      *) grep -rqE "^TEST(_F|_P)?\(${name%.*}, *${name#*.}\)" --include='*.cpp' tests ;;
+    esac || breach "docs/security.md names $name, which is no test"
+  done < <(grep -oE '\b(vm:[a-z_]+|[A-Z][A-Za-z0-9]+\.[A-Z][A-Za-z0-9]{6,})' docs/security.md | sort -u)
+}
+
 check_layers
 check_sources
 check_readmes
+check_claims
 [ "$breaches" -eq 0 ] || {
   echo "$breaches breaches of the house rules"
   exit 1

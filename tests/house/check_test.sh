@@ -61,4 +61,12 @@ expect "agent has no README.md"
 clean_tree
 printf '# x\n\n## Purpose\n\n## Interfaces\n\n## Tests\n' >"$tree/agent/README.md"
 expect "agent/README.md lacks '## Outside world'"
+
+clean_tree
+mkdir -p "$tree/docs" "$tree/tests"
+printf 'TEST(Names, StayInside) {}\n' >"$tree/tests/NamesTest.cpp"
+printf '# x\n\n## Purpose\n\n## Interfaces\n\n## Outside world\n\n## Tests\n' >"$tree/tests/README.md"
+printf 'Nothing leaves. *Names.StayInside, Names.StayOutside*\n' >"$tree/docs/security.md"
+expect "docs/security.md names Names.StayOutside, which is no test"
+! "$check" "$tree" | grep -q 'Names.StayInside,' || exit 1
 echo "the checker finds what it should"
