@@ -11,7 +11,9 @@
 #include <filesystem>
 #include <system_error>
 
+#include "Utilities/Exception.h"
 #include "Utilities/FileDescriptor.h"
+#include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "platform/files/FilePlace.h"
 #include "platform/files/PartFile.h"
@@ -25,7 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kLargestBook = 8U << 20;
 constexpr std::time_t kQuietTime = 60 * 60;
 
 bool liesIn(const fs::path& path, const fs::path& folder) {
@@ -35,8 +36,13 @@ bool liesIn(const fs::path& path, const fs::path& folder) {
 
 /// How many entries of each kind a book has that lies in a file, as its JSON tells it.
 void countEntries(Leftover& found) {
-  const auto text = readWholeFile(found.path, kLargestBook);
-  const auto book = PropertyDictionary::parse(text.value_or(""), nullptr, false);
+  const auto text = readWholeFile(found.path, kMostJSONBytes);
+  PropertyDictionary book;
+  try {
+    book = jsonFromText(text.value_or(""));
+  } catch (const Exception&) {
+    return;  // it is listed all the same
+  }
   if (!book.is_object()) return;
   const auto count = [&](const char* key, const char* things) {
     const auto entries = book.find(key);
