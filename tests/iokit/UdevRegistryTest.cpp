@@ -330,7 +330,7 @@ TEST_F(UdevRegistryTest, GivesAUnitTheSameGUIDAtEveryPlugAndAnotherInAnotherPlac
   for (const char* port : {"20", "21"}) {
     const std::string path = std::string("/sys/devices/usb1/1-") + port;
     bed.addUSBDevice(path, {1, port, 9}, {{"serial", "T-1"}});
-    addUnit(path + "/1-1:1.0/host1/target1:0:0/1:0:0:0", "5", "Tarvo", port);
+    addUnit(path + "/" + port + ":0:0:0", "5", "Tarvo", port);
   }
   std::map<std::string, PropertyDictionary> units;
   for (const ServiceHandle service : registry().servicesMatching(kUnits)) {
