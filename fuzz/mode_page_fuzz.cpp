@@ -14,12 +14,14 @@
 #include <memory>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
 #include "fuzz/Require.h"
 #include "msc/MSCRoom.h"
 #include "msc/TarvoMSCDevice.h"
+#include "platform/foundation/MakerConstants.h"
 #include "tests/support/FakeDiskArbitration.h"
 #include "tests/support/FakeMountTable.h"
 #include "tests/support/FakeRegistry.h"
@@ -57,13 +59,14 @@ class HostileUnit : public tarvo::MMCDeviceInterface,
   explicit HostileUnit(const Script& script) : script_(script) {}
 
   std::vector<std::byte> sent;
-  std::size_t asked = 0;  ///< how often
   bool isExclusive = false;
 
   tarvo::Status modeSense10(bool /*llbaa*/, bool /*dbd*/, std::uint8_t /*pageControl*/,
                             std::uint8_t /*page*/, std::span<std::byte> buffer,
                             std::uint8_t& taskStatus, std::span<std::byte> sense) override {
-    const bool isHeader = asked++ % 2 == 0;
+    // A header that was refused is not followed by a page.
+    const bool isHeader = !std::exchange(isPageNext_, false);
+    isPageNext_ = isHeader && script_.taskStatus(0) == tarvo::scsi::kGood;
     require(!isHeader || buffer.size() == kHeader);
     require(buffer.size() <= 0xFFFF);
     for (std::size_t i = 0; i < buffer.size(); ++i)
@@ -125,6 +128,7 @@ class HostileUnit : public tarvo::MMCDeviceInterface,
   };
 
   const Script& script_;
+  bool isPageNext_ = false;
 };
 
 /// How many bytes a unit is asked for, in 16 bits; none where an answer was refused.
