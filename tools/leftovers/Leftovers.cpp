@@ -34,15 +34,18 @@ bool liesIn(const fs::path& path, const fs::path& folder) {
   return fs::equivalent(path.parent_path(), folder, error) && !error;
 }
 
+/// A book that lies in a file; null where that is none.
+PropertyDictionary bookIn(const std::string& path) {
+  try {
+    return jsonFromText(readWholeFile(path, kMostJSONBytes).value_or(""));
+  } catch (const Exception&) {
+    return nullptr;  // what it is worth is not the question here
+  }
+}
+
 /// How many entries of each kind a book has that lies in a file, as its JSON tells it.
 void countEntries(Leftover& found) {
-  const auto text = readWholeFile(found.path, kMostJSONBytes);
-  PropertyDictionary book;
-  try {
-    book = jsonFromText(text.value_or(""));
-  } catch (const Exception&) {
-    return;  // it is listed all the same
-  }
+  const auto book = bookIn(found.path);
   if (!book.is_object()) return;
   const auto count = [&](const char* key, const char* things) {
     const auto entries = book.find(key);
