@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "fuzz/Require.h"
-#include "platform/imagecapture/ptp/Container.h"
+#include "platform/imagecapture/ptp/BulkPipe.h"
 
 namespace {
 

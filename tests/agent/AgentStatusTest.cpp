@@ -1,4 +1,4 @@
-#include "agent/AgentStatus.h"
+#include "agent/AgentProcess.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "agent/AgentStatus.h"
+#include "agent/AgentProcess.h"
 #include "tests/agent/ListenerFixture.h"
 #include "tests/support/Raised.h"
 

@@ -3,7 +3,7 @@
 
 #include <stdexcept>
 
-#include "platform/imagecapture/ptp/Container.h"
+#include "platform/imagecapture/ptp/BulkPipe.h"
 #include "tests/ptp/Connecting.h"
 
 namespace tarvo::ptp {

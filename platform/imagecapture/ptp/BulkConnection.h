@@ -12,7 +12,6 @@
 
 #include "Utilities/LogSink.h"
 #include "platform/imagecapture/ptp/BulkPipe.h"
-#include "platform/imagecapture/ptp/Container.h"
 #include "platform/imagecapture/ptp/PTPConnection.h"
 #include "platform/imagecapture/ptp/TransactionRunner.h"
 #include "platform/imagecapture/ptp/USBDevice.h"

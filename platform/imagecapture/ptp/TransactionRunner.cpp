@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Utilities/Format.h"
-#include "platform/imagecapture/ptp/Container.h"
+#include "platform/imagecapture/ptp/BulkPipe.h"
 
 namespace tarvo::ptp {
 

@@ -9,7 +9,6 @@
 #include <span>
 
 #include "platform/imagecapture/ptp/BulkPipe.h"
-#include "platform/imagecapture/ptp/Container.h"
 #include "platform/imagecapture/ptp/DataPhase.h"
 
 namespace tarvo::ptp {
