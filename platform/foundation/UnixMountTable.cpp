@@ -13,6 +13,7 @@
 
 #include "platform/foundation/KeyFile.h"
 #include "platform/foundation/MainLoopGuard.h"
+#include "platform/foundation/XdgFolders.h"
 
 namespace tarvo {
 namespace {
@@ -23,12 +24,6 @@ constexpr std::size_t kLongestTable = 16 << 20;
 bool isFolder(const std::string& path) {
   struct stat status {};
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
-
-std::string withoutTrailingSlash(std::string_view path) {
-  while (path.size() > 1 && path.ends_with('/'))
-    path.remove_suffix(1);
-  return std::string(path);
 }
 
 bool isOctal(std::string_view digits) {

@@ -3,7 +3,6 @@
 #include <glib.h>
 
 #include <cstdlib>
-#include <string_view>
 
 namespace tarvo {
 namespace {
@@ -11,12 +10,6 @@ namespace {
 std::string_view environment(const char* name) {
   const char* value = std::getenv(name);
   return value != nullptr ? value : "";
-}
-
-std::string withoutTrailingSlash(std::string_view folder) {
-  while (folder.size() > 1 && folder.ends_with('/'))
-    folder.remove_suffix(1);
-  return std::string(folder);
 }
 
 std::string homeFolder(const char* variable, const char* belowHome) {
@@ -42,6 +35,12 @@ std::vector<std::string> folderList(const char* variable, std::string_view other
 }
 
 }  // namespace
+
+std::string withoutTrailingSlash(std::string_view folder) {
+  while (folder.size() > 1 && folder.ends_with('/'))
+    folder.remove_suffix(1);
+  return std::string(folder);
+}
 
 std::string xdgConfigHome() {
   return homeFolder("XDG_CONFIG_HOME", "/.config");

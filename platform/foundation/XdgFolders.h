@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tarvo {
@@ -14,5 +15,8 @@ std::vector<std::string> xdgConfigDirs();  ///< $XDG_CONFIG_DIRS, else /etc/xdg
 /// The same for data files, desktop entries among them.
 std::string xdgDataHome();               ///< $XDG_DATA_HOME, else ~/.local/share
 std::vector<std::string> xdgDataDirs();  ///< $XDG_DATA_DIRS, else /usr/local/share, /usr/share
+
+/// "/a//" gives "/a", and "/" itself. Any thread.
+std::string withoutTrailingSlash(std::string_view folder);
 
 }  // namespace tarvo
