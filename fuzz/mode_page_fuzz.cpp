@@ -44,6 +44,12 @@ struct Script {
   }
   /// Mostly GOOD.
   std::uint8_t taskStatus(std::size_t which) const { return at(which) % 4 == 3 ? at(which) : 0; }
+  /// What stands there, and zeros behind it: pages are long.
+  void copy(std::size_t from, std::span<std::byte> to) const {
+    std::ranges::fill(to, std::byte{0});
+    const auto rest = std::as_bytes(input_.subspan(std::min(from, input_.size())));
+    std::ranges::copy(rest.first(std::min(rest.size(), to.size())), to.begin());
+  }
   std::uint8_t headerAt(std::size_t index) const { return at(kStatuses + index); }
   std::uint8_t pageAt(std::size_t index) const { return at(kStatuses + kHeader + index); }
 
@@ -69,10 +75,8 @@ class HostileUnit : public tarvo::MMCDeviceInterface,
     isPageNext_ = isHeader && script_.taskStatus(0) == tarvo::scsi::kGood;
     require(!isHeader || buffer.size() == kHeader);
     require(buffer.size() <= 0xFFFF);
-    for (std::size_t i = 0; i < buffer.size(); ++i)
-      buffer[i] = std::byte{isHeader ? script_.headerAt(i) : script_.pageAt(i)};
-    for (std::size_t i = 0; i < sense.size(); ++i)
-      sense[i] = std::byte{script_.pageAt(i)};
+    script_.copy(isHeader ? kStatuses : kStatuses + kHeader, buffer);
+    script_.copy(kStatuses + kHeader, sense);
     taskStatus = script_.taskStatus(isHeader ? 0 : 1);
     return tarvo::status::kOK;
   }
