@@ -75,6 +75,13 @@ constexpr std::array kCalls = {
 /// Those that look for a file, which find none.
 constexpr std::array kOpening = {SCMP_SYS(open), SCMP_SYS(openat)};
 
+/// A condition on an argument, in those of its 32 bits that count; the library's own macros for it
+/// are C alone.
+constexpr scmp_arg_cmp argumentIs(unsigned number, std::uint32_t value,
+                                  std::uint32_t counting = 0xFFFFFFFF) {
+  return {number, SCMP_CMP_MASKED_EQ, counting, value};
+}
+
 class CallList {
  public:
   CallList() : context_(::seccomp_init(SCMP_ACT_KILL_PROCESS)) {
@@ -102,16 +109,15 @@ void denyCalls() {
     list.add(SCMP_ACT_ALLOW, call);
   for (const int call : kOpening)
     list.add(SCMP_ACT_ERRNO(EACCES), call);
-  list.add(SCMP_ACT_ALLOW, SCMP_SYS(read), SCMP_A0_32(SCMP_CMP_EQ, STDIN_FILENO));
+  list.add(SCMP_ACT_ALLOW, SCMP_SYS(read), argumentIs(0, STDIN_FILENO));
   for (const auto out : {STDOUT_FILENO, STDERR_FILENO})
-    list.add(SCMP_ACT_ALLOW, SCMP_SYS(write), SCMP_A0_32(SCMP_CMP_EQ, static_cast<unsigned>(out)));
+    list.add(SCMP_ACT_ALLOW, SCMP_SYS(write), argumentIs(0, static_cast<unsigned>(out)));
   // Memory of its own, in which nothing can be executed.
   for (const int map : {SCMP_SYS(mmap), SCMP_SYS(mmap2)})
-    list.add(SCMP_ACT_ALLOW, map, SCMP_A2_32(SCMP_CMP_MASKED_EQ, PROT_EXEC, 0),
-             SCMP_A3_32(SCMP_CMP_MASKED_EQ, MAP_ANONYMOUS, MAP_ANONYMOUS));
-  list.add(SCMP_ACT_ALLOW, SCMP_SYS(tgkill),
-           SCMP_A0_32(SCMP_CMP_EQ, static_cast<unsigned>(::getpid())),
-           SCMP_A2_32(SCMP_CMP_EQ, SIGABRT));
+    list.add(SCMP_ACT_ALLOW, map, argumentIs(2, 0, PROT_EXEC),
+             argumentIs(3, MAP_ANONYMOUS, MAP_ANONYMOUS));
+  list.add(SCMP_ACT_ALLOW, SCMP_SYS(tgkill), argumentIs(0, static_cast<unsigned>(::getpid())),
+           argumentIs(2, SIGABRT));
   list.load();
 }
 
