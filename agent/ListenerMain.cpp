@@ -75,10 +75,11 @@ Listener::~Listener() {
   services_.center.removeObserver(this);
   services_.workspaceCenter.removeObserver(this);
   services_.distributedCenter.removeObserver(this);
-  // Unlike a centre, Image Capture knows no observers that can be removed.
+  // Unlike a centre, Image Capture knows no observers that can be removed. What it refuses it does
+  // not have.
   if (handleAviBug_)
-    services_.imageCapture.registerForEventNotification(0, ica::kICANotificationTypeDeviceAdded,
-                                                        {});
+    (void)services_.imageCapture.registerForEventNotification(
+        0, ica::kICANotificationTypeDeviceAdded, {});
   stopLostDevTimer();
   if (killTimer_) killTimer_->invalidate();
 }
