@@ -388,7 +388,6 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
   }
   rlaTask = createTaskForPath(kRelayPath);
   rlaTask->setArguments(argumentList(type, usbId, path));
-  rlaTask->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   try {
     launchAs(services_.constants.relayBundleIdentifier, rlaTask);
     logListener("call SendBusyNotification");
@@ -408,8 +407,18 @@ void Listener::launchAppWithType(const std::string& type, const std::optional<st
 
 // The child is recognised without a desktop entry then.
 void Listener::launchAs(const std::string& identifier, const std::shared_ptr<Task>& task) {
+  task->setStandardErrorToPipeReadingEnd();  // the wrong end: docs/oddities.md
   task->launch();
   services_.runningApplications.nameTask(task, identifier);
+}
+
+void Listener::launchOrTrace(const std::string& identifier, const std::shared_ptr<Task>& task,
+                             const char* method) {
+  try {
+    launchAs(identifier, task);
+  } catch (const Exception& exception) {
+    logListener("%s - caught exception: %s", method, exception.reason().c_str());
+  }
 }
 
 // Asked of the system and not of our child: the user may have started the Relay by hand.
@@ -426,24 +435,14 @@ void Listener::showBusyMessage() {
   // Nobody keeps it, so its end is that of an unknown application.
   const auto viewer = createTaskForPath(kViewerPath);
   viewer->setArguments({std::move(page), "-h", "400", "-v", "155"});
-  viewer->setStandardErrorToPipeReadingEnd();
-  try {
-    launchAs("ViewerApp", viewer);
-  } catch (const Exception& exception) {
-    logListener("showBusyMessage - caught exception: %s", exception.reason().c_str());
-  }
+  launchOrTrace("ViewerApp", viewer, "showBusyMessage");
 }
 
 void Listener::launchWRLApp() {
   logListener("Launch WRLApp");
   // Overwritten without a look whether the utility still runs: intended, see docs/oddities.md.
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
-  wrlaTask->setStandardErrorToPipeReadingEnd();
-  try {
-    launchAs("TARVO Wireless Utility", wrlaTask);
-  } catch (const Exception& exception) {
-    logListener("launchWRLApp - caught exception: %s", exception.reason().c_str());
-  }
+  launchOrTrace("TARVO Wireless Utility", wrlaTask, "launchWRLApp");
 }
 
 void Listener::launchWRLAHandler() {

@@ -140,6 +140,9 @@ class Listener {
   void warnOfFailure(const TarvoMSCDevice& device, const char* what);
   /// Starts `task` as the application of that identifier. Raises what its launch raises.
   void launchAs(const std::string& identifier, const std::shared_ptr<Task>& task);
+  /// The same, but what is raised is one line, in the name of `method`.
+  void launchOrTrace(const std::string& identifier, const std::shared_ptr<Task>& task,
+                     const char* method);
   void stopLostDevTimer();
   /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;
