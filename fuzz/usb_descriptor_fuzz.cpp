@@ -85,7 +85,7 @@ std::optional<std::pair<std::uint8_t, unsigned>> naiveEndpoint(const Setting& se
     const unsigned size = endpoint.wMaxPacketSize % 2048U;
     const bool isMeant =
         endpoint.bmAttributes % 4U == type && (endpoint.bEndpointAddress >= 128) == isIn;
-    if (isMeant && endpoint.bEndpointAddress != 0 && (size > 0 || type == 2))
+    if (isMeant && endpoint.bEndpointAddress % 16U != 0 && (size > 0 || type == 2))
       return std::pair(endpoint.bEndpointAddress, size);
   }
   return std::nullopt;

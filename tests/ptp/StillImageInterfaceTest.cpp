@@ -40,6 +40,7 @@ TEST(StillImageInterface, SaysWhyItRefusesADescriptor) {
   } rows[] = {
       {{}, "lacks a bulk endpoint"},
       {{{0x81, 2, 512}, {0x02, 3, 512}}, "lacks a bulk endpoint"},
+      {{{0x80, 2, 512}, {0x02, 2, 512}}, "lacks a bulk endpoint"},
       {{{0x81, 2, 512}, {0x02, 2, 4}}, "has bulk packets of 512 and 4 bytes"},
       {{{0x81, 2, 100}, {0x02, 2, 64}}, "has bulk packets of 100 and 64 bytes"},
       {{{0x81, 2, 0x0800}, {0x02, 2, 64}}, "has bulk packets of 0 and 64 bytes"},

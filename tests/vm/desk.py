@@ -139,12 +139,12 @@ class ForeignCamera:
             echo TLX2-000900 >strings/0x409/serialnumber
             ln -s functions/ffs.mtp configs/c.1
             mkdir /dev/ffs-mtp
-            mount -t functionfs mtp /dev/ffs-mtp
-            systemd-run --quiet --unit=responder umtprd""")
+            mount -t functionfs mtp /dev/ffs-mtp""")
         bus = root("cat /sys/devices/platform/dummy_hcd.0/usb*/busnum").split()[0]
         self.port, self.location = f"{bus}-1", int(bus) << 24 | 1 << 20
 
     def plug(self):
+        self.desk.machine.root("systemd-run --quiet --collect --unit=responder umtprd")
         self.desk.machine.wait("the responder", lambda: self.desk.machine.root(
             "test -e /dev/ffs-mtp/ep3 && echo yes", check=False))
         self._controller("$(ls /sys/class/udc)")
@@ -152,6 +152,10 @@ class ForeignCamera:
 
     def unplug(self):
         self._controller("")
+        # A camera whose cable is pulled sends no more; this program would go on at the next host.
+        self.desk.machine.root("systemctl kill --signal=KILL responder")
+        self.desk.machine.wait("the responder's end", lambda: self.desk.machine.root(
+            "systemctl is-active responder", check=False) != "active\n")
         self.desk.machine.wait(f"nothing at {self.port}", lambda: not self.desk.node(self.port))
 
     def _controller(self, name):

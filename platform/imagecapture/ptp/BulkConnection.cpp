@@ -345,6 +345,13 @@ bool endsWithResponse(std::span<const std::byte> bytes, std::size_t packetSize,
   return decodeResponse(last, transactionID, ignored).done();
 }
 
+/// The same, whichever transaction it is the response to.
+bool endsWithAnyResponse(std::span<const std::byte> bytes, std::size_t packetSize) {
+  const auto last = bytes.last(bytes.size() % packetSize);
+  const auto header = decodeHeader(last);
+  return header && header->type == kResponseBlock && header->length == last.size();
+}
+
 }  // namespace
 
 Recovery::Recovery(USBDevice& device, BulkPipe& pipe, std::span<std::byte> scratch,
@@ -389,7 +396,9 @@ bool Recovery::startAfresh(std::uint32_t transactionID, bool always) {
   wasReset_ = false;
   const auto before = pipe_.statistics().bytesReceived;
   // A device that is busy with sending may not look at endpoint 0 before it got rid of some of it.
-  drain(transactionID, true, timeouts_.recovery);
+  const bool isQuiet = drain(transactionID, true, timeouts_.recovery);
+  // It has come to the end by itself; some break down when nothing is cancelled.
+  if (isQuiet && hasAnswered_ && !always) return !gone_;
   cancelTransaction(transactionID);
   const bool hasEnded = drain(transactionID, true, timeouts_.stale);
   const bool wasBusy = hasEnded && pipe_.statistics().bytesReceived > before;
@@ -422,6 +431,7 @@ bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Mill
   auto now = begin;
   auto moved = begin;
   bool hasEnded = false;
+  hasAnswered_ = false;
   Outcome outcome;
   while (!hasEnded && !gone_ && outcome.done() && now < moved + timeouts_.recovery &&
          now < begin + most) {
@@ -437,6 +447,7 @@ bool Recovery::drain(std::uint32_t transactionID, bool pauseEnds, BulkPipe::Mill
       moved = now;
       pipe_.extendDeadline(now - asked);
       silent_ = false;
+      hasAnswered_ = endsWithAnyResponse(scratch_.first(length), pipe_.inPacketSize());
     }
     hasEnded = endsWithResponse(scratch_.first(length), pipe_.inPacketSize(), transactionID) ||
                (pauseEnds && outcome.ending == Ending::kTimedOut);

@@ -46,8 +46,8 @@ class Recovery {
 
   /// For a device that a killed process has left in the middle of something and that says nothing:
   /// what it may want to send is dropped, then cancel request and device reset, whatever it says of
-  /// itself; without the reset where it was only busy with sending, unless `always`. False when it
-  /// is not idle in the end.
+  /// itself; without the reset where it was only busy with sending, and without either where that
+  /// ended with a response, unless `always`. False when it is not idle in the end.
   bool startAfresh(std::uint32_t transactionID, bool always);
 
   /// The device drops its session. False when it does not become idle.
@@ -82,6 +82,7 @@ class Recovery {
   Timeouts timeouts_;
   bool heard_ = false;  ///< in this recovery a class request was answered, or refused
   bool wasReset_ = false;
+  bool hasAnswered_ = false;  ///< what was drained last ended with a response
   bool silent_ = false;
   bool gone_ = false;
 };

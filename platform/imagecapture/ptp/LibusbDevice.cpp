@@ -420,6 +420,8 @@ bool isBulkPacketSize(std::uint16_t size) {
 /// A composite device may list more than one of a kind; the class has one of each, and the others
 /// are somebody else's.
 void take(StillImageEndpoints& endpoints, const libusb_endpoint_descriptor& endpoint) {
+  // Number 0 is the control endpoint, whatever the descriptor calls it.
+  if ((endpoint.bEndpointAddress & LIBUSB_ENDPOINT_ADDRESS_MASK) == 0) return;
   const bool bulk = transferType(endpoint) == LIBUSB_TRANSFER_TYPE_BULK;
   const bool interrupt = transferType(endpoint) == LIBUSB_TRANSFER_TYPE_INTERRUPT;
   if (bulk && isIn(endpoint) && endpoints.bulkIn == 0) {
