@@ -16,4 +16,4 @@ add_executable(bare_ptp bare_ptp.cpp)
 target_link_libraries(bare_ptp PRIVATE PkgConfig::BARE_LIBUSB)
 
 add_executable(library_ptp library_ptp.cpp)
-target_link_libraries(library_ptp PRIVATE tarvo_tools_room)
+target_link_libraries(library_ptp PRIVATE tarvo_library_room)

@@ -26,12 +26,13 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/OpenedDevice.h"
-#include "tools/access/ToolProcess.h"
+#include "library/access/DeviceState.h"
+#include "tarvo/Device.h"
 
 namespace {
 
 using namespace tarvo;
+using library::OpenedDevice;
 
 [[noreturn]] void fail(const char* what, Status status) {
   std::fprintf(stderr, "library_ptp: %s: %s\n", what, statusText(status).c_str());
@@ -75,10 +76,15 @@ std::uint32_t number(const std::string& text) {
   return static_cast<std::uint32_t>(std::strtoull(text.c_str(), nullptr, 0));
 }
 
-/// The measured work, given the device and the arguments behind its name.
-using Work = std::function<void(tools::OpenedDevice&, const std::vector<std::string>&)>;
+/// What the public library does not show is measured below it.
+OpenedDevice& below(Device& device) {
+  return device.state()->camera();
+}
 
-void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
+/// The measured work, given the device and the arguments behind its name.
+using Work = std::function<void(Device&, const std::vector<std::string>&)>;
+
+void get(OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
   Abyss abyss(ring, number(arguments[1]));
   std::uint64_t received = 0;
   require(device.transactions().downloadEntireObject(number(arguments[0]), number(arguments[1]),
@@ -86,7 +92,7 @@ void get(tools::OpenedDevice& device, const std::vector<std::string>& arguments,
           "get");
 }
 
-void getParts(tools::OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
+void getParts(OpenedDevice& device, const std::vector<std::string>& arguments, Ring& ring) {
   const std::uint32_t size = number(arguments[1]);
   const std::uint32_t chunk = number(arguments[2]);
   Abyss abyss(ring, chunk);
@@ -98,43 +104,29 @@ void getParts(tools::OpenedDevice& device, const std::vector<std::string>& argum
   }
 }
 
-void fetch(tools::OpenedDevice& device, std::uint32_t first, std::uint32_t count) {
-  ObjectFetch fetching(device.transactions());
-  for (std::uint32_t i = 0; i < count; ++i) {
-    const auto result =
-        fetching.toFile(first + i, {.existing = ExistingFile::kOverwrite, .device = "bench"});
-    require(result.status, result.path.c_str());
-  }
+void fetch(Device& device, std::uint32_t first, std::uint32_t count) {
+  DownloadRun run(DownloadOptions().existing(Existing::kOverwrite));
+  for (std::uint32_t i = 0; i < count; ++i)
+    device.download(device.object(first + i), run);
 }
 
-void put(tools::OpenedDevice& device, const std::vector<std::string>& arguments) {
-  for (std::uint32_t i = 0; i < number(arguments[0]); ++i) {
-    XTExtendedObjectInfo info;
-    require(
-        device.device().fillInObjInfo(info, arguments[1], device.device().opCodeList(), nullptr),
-        "file");
-    std::uint32_t handle = 0;
-    require(device.transactions().sendContentsOfFile(arguments[1], info, 0, 0, &handle), "put");
-  }
+void put(Device& device, const std::vector<std::string>& arguments) {
+  for (std::uint32_t i = 0; i < number(arguments[0]); ++i)
+    device.upload(arguments[1]);
 }
 
-void list(tools::OpenedDevice& device) {
-  for (int round = 0; round < 2; ++round) {
-    const auto handles = device.transactions().objectHandlesOnStore(ptp::kAllStores, 0);
-    if (!handles) fail("handles", device.transactions().lastOutcome());
-    ObjectInfoPointer info;
-    for (const std::uint32_t handle : *handles)
-      require(device.transactions().objectInfo(info, handle), "information");
-  }
+void list(Device& device) {
+  for (int round = 0; round < 2; ++round)
+    device.visit(ObjectQuery().recursive(), [](const ObjectInfo&) { return true; });
 }
 
-void readBook(tools::OpenedDevice& device) {
+void readBook(OpenedDevice& device) {
   const auto book = device.device().addressBookDict();
   if (!book || !book->contacts || !book->groups) fail("book", device.transactions().lastOutcome());
   std::fprintf(stderr, "%zu contacts, %zu groups\n", book->contacts->size(), book->groups->size());
 }
 
-void readOrders(tools::OpenedDevice& device) {
+void readOrders(OpenedDevice& device) {
   const auto emails = device.device().emailOrderList();
   const auto prints = device.device().printOrderList();
   if (!emails || !prints) fail("orders", device.transactions().lastOutcome());
@@ -144,9 +136,10 @@ void readOrders(tools::OpenedDevice& device) {
 Work workOf(const std::string& name) {
   const auto ring = std::make_shared<Ring>();
   if (name == "get")
-    return [ring](auto& device, const auto& arguments) { get(device, arguments, *ring); };
+    return [ring](auto& device, const auto& arguments) { get(below(device), arguments, *ring); };
   if (name == "parts")
-    return [ring](auto& device, const auto& arguments) { getParts(device, arguments, *ring); };
+    return
+        [ring](auto& device, const auto& arguments) { getParts(below(device), arguments, *ring); };
   if (name == "file")
     return [](auto& device, const auto& arguments) { fetch(device, number(arguments[0]), 1); };
   if (name == "many")
@@ -155,8 +148,8 @@ Work workOf(const std::string& name) {
     };
   if (name == "put") return put;
   if (name == "none") return [](auto&, const auto&) {};
-  if (name == "book") return [](auto& device, const auto&) { readBook(device); };
-  if (name == "orders") return [](auto& device, const auto&) { readOrders(device); };
+  if (name == "book") return [](auto& device, const auto&) { readBook(below(device)); };
+  if (name == "orders") return [](auto& device, const auto&) { readOrders(below(device)); };
   if (name == "list") return [](auto& device, const auto&) { list(device); };
   std::fprintf(stderr, "library_ptp: see the head of the source for the arguments\n");
   std::exit(2);
@@ -167,13 +160,9 @@ Work workOf(const std::string& name) {
 int main(int argc, char** argv) {
   const std::vector<std::string> arguments(argv + std::min(argc, 2), argv + argc);
   const Work work = workOf(argc > 1 ? argv[1] : "");
-  const tools::GlobalOptions options;
-  const tools::Interrupt interrupt;
-  tools::Output output(stdout, stderr, options);
-  tools::ToolProcess process(options, output, interrupt);
-  tools::ToolContext context{options, output, process, interrupt, stdin, ""};
-  tools::OpenedDevice device(context, "bench");
-  device.transactions().storageIDs();  // opens the session
+  Session session;
+  auto device = session.openCamera();
+  below(device).transactions().storageIDs();  // opens the session
   const auto began = std::chrono::steady_clock::now();
   work(device, arguments);
   const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - began;

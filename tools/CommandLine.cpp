@@ -76,7 +76,7 @@ class CommandTree {
     return options;
   }
   /// Set by the parse.
-  const Command& command() const { return table_.chosen; }
+  const CommandTable& table() const { return table_; }
 
  private:
   void addGlobals();
@@ -129,14 +129,6 @@ std::string reasonOf(const CLI::ParseError& error, const CLI::App& app) {
   return "there is no command '" + words.front() + "'";
 }
 
-/// What the library raises is a device that broke the protocol, unless it says more.
-Failure failureOf(const Exception& exception) {
-  const bool isMemory = exception.name() == exception_name::kMalloc;
-  const Status otherwise = isMemory ? status::kOutOfMemory : status::kICAProtocolError;
-  return {.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(otherwise),
-          .why = exception.reason()};
-}
-
 /// Says why the command ended, and gives its exit status.
 int ended(ToolContext& context, const Failure& failure, int exitCode) {
   context.output.error(failure);
@@ -152,11 +144,16 @@ int runGuarded(ToolContext& context, const Command& command) {
     return exitCode;
   } catch (const ToolError& error) {
     return ended(context, error.failure(), error.exitCode());
-  } catch (const Exception& exception) {
+  } catch (const Error& error) {
     // A preferences file that cannot be read was named on the command line.
-    const bool isUsage = exception.name() == exception_name::kInvalidArgument;
-    if (isUsage) return ended(context, {.why = exception.reason()}, kBadUsage);
-    return ended(context, failureOf(exception), kFailed);
+    const bool isUsage = error.kind() == ErrorKind::kHost && error.status() == status::kOK;
+    if (isUsage) return ended(context, {.why = error.reason()}, kBadUsage);
+    Failure failure = failureOf(error);
+    failure.operation = context.operation;
+    const bool isCancelled = error.status() == status::kCancelled;
+    return ended(context, ToolError(failure).failure(), isCancelled ? kInterrupted : kFailed);
+  } catch (const Exception& exception) {
+    return ended(context, {.status = status::kBadParameter, .why = exception.reason()}, kFailed);
   } catch (const BrokenPipe&) {
     throw;
   } catch (const std::bad_alloc&) {
@@ -173,8 +170,10 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
   const auto tree = std::make_shared<CommandTree>();
   try {
     parseAsTyped(tree->app(), argc, argv);
-    return {.options = tree->globals(),
-            .command = [tree](ToolContext& context) { return tree->command()(context); }};
+    return {.options = tree->globals(), .command = [tree](ToolContext& context) {
+              context.operation = tree->table().name;
+              return tree->table().chosen(context);
+            }};
   } catch (const CLI::CallForHelp&) {
     std::fputs(tree->app().help().c_str(), out);
   } catch (const CLI::CallForVersion&) {

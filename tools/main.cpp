@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "tools/CommandLine.h"
-#include "tools/access/ToolProcess.h"
+#include "tools/access/ToolSession.h"
 
 int main(int argc, char** argv) {
   using namespace tarvo::tools;
@@ -14,9 +14,9 @@ int main(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   const CommandLine line = readCommandLine(argc, argv, stdout, stderr);
   if (line.exitCode) return *line.exitCode;
-  const Interrupt interrupt;
+  const tarvo::StopSignals interrupt;
   Output output(stdout, stderr, line.options);
-  ToolProcess process(line.options, output, interrupt);
-  ToolContext context{line.options, output, process, interrupt, stdin, "/dev/tty"};
+  ToolSession session(line.options, output, interrupt);
+  ToolContext context{line.options, output, session, interrupt, stdin, "/dev/tty"};
   return runCommand(context, line.command);
 }

@@ -117,7 +117,7 @@ void BusConnection::start() {
 bool BusConnection::waitUntilSettled() {
   while (attempt_ != nullptr && !settled_)
     // Always ends: the attempt is bounded by its timer, which fires in this context.
-    g_main_context_iteration(nullptr, TRUE);
+    g_main_context_iteration(g_main_context_get_thread_default(), TRUE);
   return connection_ != nullptr;
 }
 

@@ -8,6 +8,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/PropertyDictionary.h"
+#include "platform/foundation/XdgFolders.h"
 
 namespace tarvo {
 namespace {
@@ -128,6 +129,10 @@ std::string lowerCaseExtension(std::string_view path) {
   std::ranges::transform(extension, extension.begin(),
                          [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   return extension;
+}
+
+std::string userDataFolder() {
+  return xdgDataHome();
 }
 
 }  // namespace tarvo

@@ -41,4 +41,7 @@ std::uint16_t ptpFormatOfExtension(std::string_view extension);
 /// tables know no other letters.
 std::string lowerCaseExtension(std::string_view path);
 
+/// Where this user's programs keep their data: $XDG_DATA_HOME, else ~/.local/share.
+std::string userDataFolder();
+
 }  // namespace tarvo

@@ -9,11 +9,11 @@
 namespace tarvo {
 namespace {
 
-GSource* attached(GSource* source, int priority, GSourceFunc callback, gpointer data,
-                  GDestroyNotify release = nullptr) {
+GSource* attached(GMainContext* context, GSource* source, int priority, GSourceFunc callback,
+                  gpointer data, GDestroyNotify release = nullptr) {
   g_source_set_priority(source, priority);
   g_source_set_callback(source, callback, data, release);
-  g_source_attach(source, nullptr);
+  g_source_attach(source, context);
   return source;
 }
 
@@ -23,9 +23,13 @@ GSource* attached(GSource* source, int priority, GSourceFunc callback, gpointer 
 /// and a callback may invalidate it or move it.
 class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
  public:
-  GlibTimer(std::chrono::milliseconds interval, bool repeats, std::function<void()> fire,
-            const LogSink& log)
-      : interval_(interval), repeats_(repeats), fire_(std::move(fire)), log_(log) {}
+  GlibTimer(GMainContext* context, std::chrono::milliseconds interval, bool repeats,
+            std::function<void()> fire, const LogSink& log)
+      : context_(context),
+        interval_(interval),
+        repeats_(repeats),
+        fire_(std::move(fire)),
+        log_(log) {}
 
   void arm(std::chrono::milliseconds delay) {
     constexpr std::int64_t kLongest = std::numeric_limits<guint>::max();
@@ -33,7 +37,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
     // The source's data keep the timer alive for as long as the source is attached.
     auto* holder = new std::shared_ptr<GlibTimer>(shared_from_this());
     source_ = AttachedSource(
-        attached(g_timeout_source_new(count), G_PRIORITY_DEFAULT, dispatch, holder,
+        attached(context_, g_timeout_source_new(count), G_PRIORITY_DEFAULT, dispatch, holder,
                  [](gpointer data) { delete static_cast<std::shared_ptr<GlibTimer>*>(data); }));
   }
 
@@ -68,6 +72,7 @@ class GlibTimer : public Timer, public std::enable_shared_from_this<GlibTimer> {
     work();
   }
 
+  GMainContext* context_;
   std::chrono::milliseconds interval_;
   bool repeats_;
   bool valid_ = true;
@@ -81,7 +86,7 @@ void GlibRunLoop::WorkQueue::push(std::function<void()> work) {
   waiting_.push_back(std::move(work));
   // The source is attached already while anything else waits. Attaching wakes the main thread.
   if (waiting_.size() > 1) return;
-  source_ = AttachedSource(attached(g_idle_source_new(), priority_, dispatch, this));
+  source_ = AttachedSource(attached(context_, g_idle_source_new(), priority_, dispatch, this));
 }
 
 std::function<void()> GlibRunLoop::WorkQueue::takeFirst() {
@@ -103,9 +108,10 @@ gboolean GlibRunLoop::WorkQueue::dispatch(gpointer self) {
 
 GlibRunLoop::GlibRunLoop(LogSink log)
     : log_(std::move(log)),
-      loop_(g_main_loop_new(nullptr, FALSE)),
-      deferred_(G_PRIORITY_DEFAULT, "performOnMainThread", log_),
-      idle_(G_PRIORITY_DEFAULT_IDLE, "performWhenIdle", log_) {}
+      context_(g_main_context_ref_thread_default()),
+      loop_(g_main_loop_new(context_.get(), FALSE)),
+      deferred_(context_.get(), G_PRIORITY_DEFAULT, "performOnMainThread", log_),
+      idle_(context_.get(), G_PRIORITY_DEFAULT_IDLE, "performWhenIdle", log_) {}
 
 GlibRunLoop::~GlibRunLoop() {
   // A timer that its owner still holds would otherwise fire into a loop that has gone.
@@ -130,7 +136,8 @@ std::shared_ptr<Timer> GlibRunLoop::scheduleTimer(std::chrono::milliseconds inte
                                                   std::function<void()> fire) {
   // Here, where the list grows, so that it stays as long as the number of live timers.
   std::erase_if(timers_, [](const auto& entry) { return entry.expired(); });
-  auto timer = std::make_shared<GlibTimer>(interval, repeats, std::move(fire), log_);
+  auto timer =
+      std::make_shared<GlibTimer>(context_.get(), interval, repeats, std::move(fire), log_);
   timer->arm(interval);
   timers_.push_back(timer);
   return timer;

@@ -1,4 +1,4 @@
-// The application's main loop on GLib's default main context.
+// The application's main loop on GLib's main context of the thread, mostly the default one.
 //
 //   GlibRunLoop loop(log);
 //   loop.quitOnTerminationSignals();
@@ -57,8 +57,8 @@ class GlibRunLoop : public RunLoop {
   /// there are any.
   class WorkQueue {
    public:
-    WorkQueue(int priority, const char* name, const LogSink& log)
-        : priority_(priority), name_(name), log_(log) {}
+    WorkQueue(GMainContext* context, int priority, const char* name, const LogSink& log)
+        : context_(context), priority_(priority), name_(name), log_(log) {}
     /// Attaches the source with the first call that waits, which wakes the main thread.
     void push(std::function<void()> work);  ///< any thread
 
@@ -67,6 +67,7 @@ class GlibRunLoop : public RunLoop {
     /// The source leaves the loop with the last call: an idle agent has no source that wakes it.
     std::function<void()> takeFirst();
 
+    GMainContext* context_;
     int priority_;
     const char* name_;
     const LogSink& log_;
@@ -77,6 +78,7 @@ class GlibRunLoop : public RunLoop {
   };
 
   LogSink log_;
+  GMainContextPtr context_;
   GMainLoopPtr loop_;
   WorkQueue deferred_;
   WorkQueue idle_;

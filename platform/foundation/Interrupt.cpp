@@ -22,7 +22,7 @@ Interrupt::Interrupt(Second second, std::function<void()> heard)
     return G_SOURCE_REMOVE;
   };
   g_source_set_callback(source, G_SOURCE_FUNC(woken), this, nullptr);
-  g_source_attach(source, nullptr);
+  g_source_attach(source, g_main_context_get_thread_default());
   source_ = AttachedSource(source);
 
   current_ = this;

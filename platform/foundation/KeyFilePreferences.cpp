@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Utilities/Exception.h"
+#include "Utilities/Numbers.h"
 #include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/KeyFile.h"
-#include "platform/foundation/Numbers.h"
 #include "platform/foundation/XdgFolders.h"
 
 namespace tarvo {

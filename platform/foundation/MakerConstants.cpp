@@ -6,9 +6,9 @@
 #include <limits>
 #include <optional>
 
+#include "Utilities/Numbers.h"
 #include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/KeyFile.h"
-#include "platform/foundation/Numbers.h"
 
 namespace tarvo {
 namespace {

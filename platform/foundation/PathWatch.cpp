@@ -40,7 +40,7 @@ PathWatch::PathWatch(const std::string& path, std::function<void()> appeared, Lo
   watchNearestFolder();
   GSource* source = g_unix_fd_source_new(inotify_.get(), G_IO_IN);
   g_source_set_callback(source, G_SOURCE_FUNC(readable), this, nullptr);
-  g_source_attach(source, nullptr);
+  g_source_attach(source, g_main_context_get_thread_default());
   source_ = AttachedSource(source);
 }
 

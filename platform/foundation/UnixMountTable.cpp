@@ -133,7 +133,7 @@ void UnixMountTable::watch(std::function<void()> changed) {
   // The kernel raises a change of the table as an exceptional condition of the open file.
   GSource* source = g_unix_fd_source_new(watched_.get(), static_cast<GIOCondition>(G_IO_PRI));
   g_source_set_callback(source, G_SOURCE_FUNC(tableChanged), this, nullptr);
-  g_source_attach(source, nullptr);
+  g_source_attach(source, g_main_context_get_thread_default());
   source_ = AttachedSource(source);
 }
 

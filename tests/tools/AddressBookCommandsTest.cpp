@@ -6,8 +6,8 @@
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "Utilities/Format.h"
+#include "library/access/BookPlan.h"
 #include "tests/tools/SharingBench.h"
-#include "tools/access/AddressBookChanges.h"
 
 namespace tarvo::test {
 namespace {
@@ -387,7 +387,7 @@ TEST(AddressBook, OfAsManyAsThereMayBeIsComparedOneByOne) {
       book->groups->push_back(
           std::make_shared<ContactGroup>(ContactGroup{.name = "G", .handle = handle}));
   }
-  const auto plan = tools::planBook(there, wanted, {});
+  const auto plan = library::planBook(there, wanted, {});
   EXPECT_THAT(plan.doubt, HasSubstr("N <20000@b.cc> has the address of <20000@b.cc>"));
   EXPECT_EQ(plan.book.groups->front()->handle, kMostBookEntries);
   EXPECT_FALSE(plan.changes.hasGroups());

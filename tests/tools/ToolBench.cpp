@@ -47,9 +47,8 @@ struct Streams {
   std::FILE* err;
 };
 
-int exitCodeOf(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-               const Streams& streams, const tools::Interrupt& interrupt,
-               const std::string& terminal) {
+int exitCodeOf(const std::vector<std::string>& words, BenchPlatform& platform,
+               const Streams& streams, const StopSignals& interrupt, const std::string& terminal) {
   std::vector<const char*> arguments = {"tarvoctl"};
   for (const auto& word : words)
     arguments.push_back(word.c_str());
@@ -57,6 +56,7 @@ int exitCodeOf(const std::vector<std::string>& words, tools::ToolPlatform& platf
                                      streams.out, streams.err);
   if (line.exitCode) return *line.exitCode;
   tools::Output output(streams.out, streams.err, line.options);
+  platform.running = &interrupt.signals();
   tools::ToolContext context{line.options, output, platform, interrupt, streams.in, terminal};
   return tools::runCommand(context, line.command);
 }
@@ -91,15 +91,14 @@ std::string Terminal::shown() const {
   return all;
 }
 
-ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-                const std::string& input, const tools::Interrupt* interrupt,
+ToolRun runTool(const std::vector<std::string>& words, BenchPlatform& platform,
+                const std::string& input, const StopSignals* interrupt,
                 const std::string& terminal) {
   const TemporaryFolder folder;
   const auto in = opened(folder.write("in", input), "rb");
   auto out = opened(folder.path("out"), "wb");
   auto err = opened(folder.path("err"), "wb");
-  const std::unique_ptr<tools::Interrupt> own =
-      interrupt ? nullptr : std::make_unique<tools::Interrupt>();
+  const std::unique_ptr<StopSignals> own = interrupt ? nullptr : std::make_unique<StopSignals>();
   ToolRun run;
   run.exitCode = exitCodeOf(words, platform, {in.get(), out.get(), err.get()},
                             interrupt ? *interrupt : *own, terminal);
@@ -110,11 +109,11 @@ ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& plat
   return run;
 }
 
-std::string shownByTool(const std::vector<std::string>& words, tools::ToolPlatform& platform) {
+std::string shownByTool(const std::vector<std::string>& words, BenchPlatform& platform) {
   const Terminal terminal("");
   auto screen = opened(terminal.path(), "r+b");
   auto shown = std::async(std::launch::async, [&] { return terminal.shown(); });
-  const tools::Interrupt interrupt;
+  const StopSignals interrupt;
   exitCodeOf(words, platform, {screen.get(), screen.get(), screen.get()}, interrupt, "");
   screen.reset();
   return shown.get();

@@ -7,12 +7,14 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"
+#include "library/access/SessionState.h"
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/MakerConstants.h"
 #include "tests/support/SimulatedPTPDevice.h"
@@ -21,6 +23,21 @@
 #include "tools/access/ToolContext.h"
 
 namespace tarvo::test {
+
+/// What a command runs on in a test: the session that it gets, and the platform under that.
+class BenchPlatform : public library::Platform, public tools::SessionSource {
+ public:
+  Session& session() override {
+    if (!session_) session_.emplace(std::make_shared<SessionState>(*this));
+    return *session_;
+  }
+  const Interrupt* interrupt() const override { return running; }
+
+  const Interrupt* running = nullptr;  ///< what ends the command that runs
+
+ private:
+  std::optional<Session> session_;
+};
 
 struct ToolRun {
   int exitCode = -1;
@@ -35,16 +52,16 @@ struct ToolRun {
 
 /// Runs `words` behind "tarvoctl". `input` is standard input, `terminal` the path of the terminal;
 /// without it nobody can be asked.
-ToolRun runTool(const std::vector<std::string>& words, tools::ToolPlatform& platform,
-                const std::string& input = {}, const tools::Interrupt* interrupt = nullptr,
+ToolRun runTool(const std::vector<std::string>& words, BenchPlatform& platform,
+                const std::string& input = {}, const StopSignals* interrupt = nullptr,
                 const std::string& terminal = {});
 /// The same at a terminal, to which both outputs lead: what it is given to show.
-std::string shownByTool(const std::vector<std::string>& words, tools::ToolPlatform& platform);
+std::string shownByTool(const std::vector<std::string>& words, BenchPlatform& platform);
 /// The same without a platform.
 ToolRun runTool(const std::vector<std::string>& words, const std::string& input = {});
 
 /// No platform at all: for what must not need one.
-class NoPlatform : public tools::ToolPlatform {
+class NoPlatform : public BenchPlatform {
  public:
   const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
   SupportedModels& models() override { throw std::logic_error("the models were asked for"); }
@@ -90,7 +107,7 @@ class CameraBench : public NoPlatform {
 
   SimulatedPTPDevice sim;
   TemporaryFolder folder;
-  const tools::Interrupt* interrupt = nullptr;
+  const StopSignals* interrupt = nullptr;
   std::string terminal;
 };
 

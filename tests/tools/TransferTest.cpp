@@ -198,10 +198,10 @@ class CtrlCInTheMiddle : public SimulatedUSBDevice {
 };
 
 TEST_F(Transfer, WhatTheUserEndsSaysWhatItHasLeft) {
-  const tools::Interrupt interrupt;
+  const StopSignals interrupt;
   bench.interrupt = &interrupt;
   fs::create_directories(bench.folder.path("pictures"));
-  bench.sim.connector.timeouts.interrupted = &interrupt.flag();
+  bench.sim.connector.timeouts.interrupted = &interrupt.signals().flag();
   bench.sim.connector.wrap = [&](std::unique_ptr<ptp::USBDevice>) {
     return std::make_unique<CtrlCInTheMiddle>(bench.sim.camera);
   };

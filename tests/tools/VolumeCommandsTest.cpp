@@ -183,7 +183,7 @@ TEST_F(VolumeTool, IsForTheOneVolumeOrTheOneThatIsNamed) {
 }
 
 TEST_F(VolumeTool, WhatTheUserEndsLeavesNothingBehind) {
-  const tools::Interrupt interrupt;
+  const StopSignals interrupt;
   bench.interrupt = &interrupt;
   ::raise(SIGINT);
   EXPECT_EQ(get({"--all"}).exitCode, tools::kInterrupted);

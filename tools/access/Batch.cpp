@@ -1,18 +1,13 @@
 #include "tools/access/Batch.h"
 
-#include <new>
 #include <utility>
 
-#include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 
-Batch::Batch(ToolContext& context, std::string operation, std::string done)
-    : context_(context), operation_(std::move(operation)), done_(std::move(done)) {
+Batch::Batch(ToolContext& context, std::string done) : context_(context), done_(std::move(done)) {
   context_.output.beginList();
 }
 
@@ -24,65 +19,71 @@ void Batch::succeeded(const PropertyDictionary& json, const std::string& line,
   context_.output.line(line);
 }
 
-void Batch::failed(PropertyDictionary json, const Failure& failure) {
+void Batch::failed(PropertyDictionary json, Failure failure) {
   ++failed_;
+  failure.operation = context_.operation;
   json["error"] = asJSON(failure);
   context_.output.item(json);
   context_.output.objectError(failure);
 }
 
-void Batch::left(PropertyDictionary json, const Failure& failure, std::uint64_t bytes) {
+void Batch::left(PropertyDictionary json, Failure failure, std::uint64_t bytes) {
   bytesLeft_ += bytes;
+  failure.operation = context_.operation;
   json["error"] = asJSON(failure);
   context_.output.item(json);
   // Said once: the reason is the same for all, and finish() has the number.
   if (left_++ == 0) context_.output.objectError(failure);
 }
 
-void Batch::failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
-                   Status status, std::string why) {
+void Batch::failed(PropertyDictionary json, const Error& error, std::string object,
+                   std::optional<std::string> why) {
+  Failure failure = failureOf(error, std::move(object));
+  if (why) failure.why = *std::move(why);
   // What the user has ended is said once, for the command.
   if (context_.interrupt.isSet()) {
-    kept_ = std::move(why);
+    kept_ = std::move(failure.why);
     return;
   }
-  isLost_ = isLost_ || device.isLost(status);
-  failed(std::move(json), device.failure(object, status, std::move(why)));
+  isLost_ = isLost_ || error.endsDevice();
+  failed(std::move(json), std::move(failure));
 }
 
-void Batch::attempt(const OpenedDevice& device, const PropertyDictionary& json,
-                    const std::string& object, const std::function<void()>& work) {
+void Batch::attempt(const PropertyDictionary& json, const std::string& object,
+                    const std::function<void()>& work) {
   try {
     work();
-  } catch (const Exception& exception) {
-    // Any other exception is about what the device has sent.
-    const bool isMemory = exception.name() == exception_name::kMalloc;
-    failed(device, json, object, isMemory ? status::kOutOfMemory : status::kICAProtocolError,
-           exception.reason());
-  } catch (const std::bad_alloc&) {
-    failed(device, json, object, status::kOutOfMemory);
+  } catch (const Error& error) {
+    failed(json, error, object);
   }
 }
 
-void Batch::visit(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
-                  ObjectVisitor onObject) {
-  const SelectionVisitor visitor = {
-      .onObject = std::move(onObject),
-      .onUnreadable =
-          [&](std::uint32_t handle, Status status, const std::string& why) {
-            failed(device, {{"handle", handle}}, handleText(handle), status, why);
-          },
-      .onUnmatched =
-          [&](const std::string& operand) {
-            failed({{"name", validUTF8(operand)}},
-                   {.operation = operation_,
-                    .object = operand,
-                    .status = status::kFileNotFound,
-                    .why = "no object on the device has that name",
-                    .advice = "'tarvoctl ls --recursive' shows the objects."});
-          },
-      .goesOn = [this] { return goesOn(); }};
-  visitSelection(device, operands, all, visitor);
+std::uint64_t Batch::visit(
+    Device& device, const ObjectChoice& choice, const char* look,
+    const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject) {
+  ObjectVisitor visitor;
+  visitor
+      .onObject([&](const ObjectInfo& object, bool isNamed) {
+        onObject(object, isNamed);
+        return goesOn();
+      })
+      .onUnreadable([&](std::uint32_t handle, const std::string& path, const Error& error) {
+        failed(handle != 0 ? PropertyDictionary{{"handle", handle}}
+                           : PropertyDictionary{{"path", validUTF8(path)}},
+               error);
+        return goesOn();
+      })
+      .onUnmatched([&](const std::string& operand) {
+        const bool isVolume = device.info().kind() == DeviceKind::kVolume;
+        failed({{"name", validUTF8(operand)}},
+               Failure{.object = operand,
+                       .status = status::kFileNotFound,
+                       .why = isVolume ? "no file on the volume has that name"
+                                       : "no object on the device has that name",
+                       .advice = "'tarvoctl " + std::string(look) + "' shows the " +
+                                 (isVolume ? "files." : "objects.")});
+      });
+  return device.visit(choice, visitor);
 }
 
 bool Batch::goesOn() const {
@@ -99,7 +100,7 @@ int Batch::finish() {
   // One object that went well needs no sum.
   if (succeeded_ + skipped_ + failed_ + left_ != 1) context_.output.message(sum);
   if (context_.interrupt.isSet())
-    throw ToolError({.operation = operation_, .status = status::kCancelled, .why = kept_},
+    throw ToolError({.operation = context_.operation, .status = status::kCancelled, .why = kept_},
                     kInterrupted);
   context_.output.endList();
   return failed_ + left_ == 0 ? kDone : kFailed;

@@ -3,27 +3,21 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
-#include <vector>
 
+#include "tarvo/Device.h"
 #include "tools/access/ToolContext.h"
 #include "tools/output/Output.h"
 
-namespace tarvo {
-class XTExtendedObjectInfo;
-}  // namespace tarvo
-
 namespace tarvo::tools {
-
-class OpenedDevice;
 
 /// Main thread only. With --json the results are one array, an entry an object, with "error" in
 /// those that failed.
 class Batch {
  public:
-  /// `operation` names the command, `done` what was done to the objects, "files fetched", as
-  /// counted() has it.
-  Batch(ToolContext& context, std::string operation, std::string done);
+  /// `done` says what was done to the objects, "files fetched", as counted() has it.
+  Batch(ToolContext& context, std::string done);
   Batch(const Batch&) = delete;
   Batch& operator=(const Batch&) = delete;
 
@@ -31,22 +25,22 @@ class Batch {
   void succeeded(const PropertyDictionary& json, const std::string& line, std::uint64_t bytes = 0);
   /// One that was not needed.
   void skipped() { ++skipped_; }
-  void failed(PropertyDictionary json, const Failure& failure);
+  void failed(PropertyDictionary json, Failure failure);
   /// One that has no room here, of so many bytes. A person is told of the first and of the sum.
-  void left(PropertyDictionary json, const Failure& failure, std::uint64_t bytes);
-  /// As failed(), for an object of `device`; after one that is lost the batch ends. Where the user
-  /// has ended it, `why` is said for the command.
-  void failed(const OpenedDevice& device, PropertyDictionary json, const std::string& object,
-              Status status, std::string why = {});
+  void left(PropertyDictionary json, Failure failure, std::uint64_t bytes);
+  /// As failed(), for what the library raised about an object; after one that ends the device the
+  /// batch ends. `object` in place of the error's own, where it is given, and `why` in place of its
+  /// reason.
+  void failed(PropertyDictionary json, const Error& error, std::string object = {},
+              std::optional<std::string> why = {});
   /// Calls `work` for one object; what it raises is that object's failure.
-  void attempt(const OpenedDevice& device, const PropertyDictionary& json,
-               const std::string& object, const std::function<void()>& work);
-  /// Visits the objects that `operands` mean, as visitSelection() does, until it shall not go on;
-  /// what cannot be read and what nothing has are failures of the batch.
-  using ObjectVisitor = std::function<void(std::uint32_t handle, const XTExtendedObjectInfo& info,
-                                           const std::string& path)>;
-  void visit(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
-             ObjectVisitor onObject);
+  void attempt(const PropertyDictionary& json, const std::string& object,
+               const std::function<void()>& work);
+  /// Visits the objects that `choice` means until it shall not go on; what cannot be read and what
+  /// nothing has are failures of the batch. `look` is the command that shows what there is. Gives
+  /// what Device::visit() does.
+  std::uint64_t visit(Device& device, const ObjectChoice& choice, const char* look,
+                      const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject);
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;
 
@@ -55,7 +49,6 @@ class Batch {
 
  private:
   ToolContext& context_;
-  std::string operation_;
   std::string done_;
   std::uint64_t succeeded_ = 0;
   std::uint64_t skipped_ = 0;

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -12,14 +11,11 @@
 #include <regex>
 #include <system_error>
 
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/FileDescriptor.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/PartFile.h"
-#include "platform/foundation/XdgFolders.h"
-#include "tools/access/OpenedDevice.h"
 #include "tools/output/ToolError.h"
+#include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
@@ -37,16 +33,6 @@ void makeFolder(const std::string& operation, const fs::path& folder) {
 }
 
 }  // namespace
-
-bool writeAll(int descriptor, std::span<const std::byte> content) {
-  while (!content.empty()) {
-    const ssize_t written = ::write(descriptor, content.data(), content.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    content = content.subspan(static_cast<std::size_t>(written));
-  }
-  return true;
-}
 
 LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
                            bool isOneObject) {
@@ -71,22 +57,6 @@ LocalTarget resolvedTarget(const std::string& operation, const std::string& outp
   return {.folder = folder, .name = path.filename().string()};
 }
 
-FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> content,
-                       std::optional<std::time_t> modified) {
-  FetchResult result;
-  FilePlace place(request, result);
-  if (!place.prepare("") || !place.hasRoom(content.size())) return result;
-  PartFile part(place.folder(), PartFile::nameFor(place.name(), ""));
-  if (const int error = part.open(PartFile::Opening::kNew); error != 0) {
-    place.failToWrite("no file can be made in the folder", error);
-  } else if (!writeAll(part.descriptor(), content)) {
-    place.failToWrite("the file cannot be written", errno);
-  } else {
-    place.put(part, modified);
-  }
-  return result;
-}
-
 namespace {
 
 namespace fs = std::filesystem;
@@ -94,23 +64,14 @@ namespace fs = std::filesystem;
 constexpr unsigned kMostInASecond = 100;
 constexpr std::size_t kLongestSerial = 64;
 
-[[noreturn]] void fail(const OpenedDevice& device, const std::string& path,
+[[noreturn]] void fail(const std::string& operation, const std::string& path,
                        const std::string& why) {
   throw ToolError(
-      {.operation = device.operation(),
+      {.operation = operation,
        .object = path,
        .status = status::kIOError,
        .why = "no file of this computer can be written (" + why + "), so nothing was sent",
        .advice = "Make room, or set XDG_DATA_HOME to a folder where you may write."});
-}
-
-std::string timeNow() {
-  const std::time_t now = std::time(nullptr);
-  std::tm local = {};
-  ::localtime_r(&now, &local);
-  std::array<char, 32> text = {};
-  const std::size_t length = std::strftime(text.data(), text.size(), "%Y%m%dT%H%M%S", &local);
-  return {text.data(), length};
 }
 
 /// A serial number is whatever a device says: of it stays what no file name or shell minds.
@@ -125,7 +86,7 @@ std::string safeSerial(const std::string& serial) {
 }
 
 /// Folders of their owner alone: what lies in them are people's addresses.
-std::string madeKeptFolder(const OpenedDevice& device, Kept kind) {
+std::string madeKeptFolder(const std::string& operation, Kept kind) {
   const fs::path folder = keptFolder(kind);
   std::error_code error;
   fs::create_directories(folder.parent_path().parent_path(), error);
@@ -134,14 +95,14 @@ std::string madeKeptFolder(const OpenedDevice& device, Kept kind) {
     if (!error && ::mkdir(each.c_str(), 0700) != 0 && errno != EEXIST)
       error.assign(errno, std::generic_category());
   }
-  if (error) fail(device, folder.string(), error.message());
+  if (error) fail(operation, folder.string(), error.message());
   return folder.string();
 }
 
 }  // namespace
 
 std::string keptFolder(Kept kind) {
-  return xdgDataHome() + "/tarvo/" + (kind == Kept::kBackup ? "backups" : "edits");
+  return userDataFolder() + "/tarvo/" + (kind == Kept::kBackup ? "backups" : "edits");
 }
 
 std::optional<KeptName> keptNameOf(const std::string& name) {
@@ -152,11 +113,12 @@ std::optional<KeptName> keptNameOf(const std::string& name) {
   return KeptName{.serial = found[1], .what = found[2], .extension = found[4]};
 }
 
-std::string keepFile(const OpenedDevice& device, Kept kind, std::string_view what,
-                     std::string_view extension, std::span<const std::byte> content) {
-  const std::string folder = madeKeptFolder(device, kind);
-  const std::string name =
-      safeSerial(device.device().serialNumber()) + "-" + std::string(what) + "-" + timeNow();
+std::string keepFile(const std::string& operation, const std::string& serial, Kept kind,
+                     std::string_view what, std::string_view extension,
+                     std::span<const std::byte> content) {
+  const std::string folder = madeKeptFolder(operation, kind);
+  const std::string name = safeSerial(serial) + "-" + std::string(what) + "-" +
+                           localDateText(std::time(nullptr), "%Y%m%dT%H%M%S");
   std::string path;
   FileDescriptor file;
   for (unsigned number = 1; !file.isOpen() && number <= kMostInASecond; ++number) {
@@ -167,12 +129,12 @@ std::string keepFile(const OpenedDevice& device, Kept kind, std::string_view wha
     file = FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.isOpen() && errno != EEXIST) break;
   }
-  if (!file.isOpen()) fail(device, path, std::strerror(errno));
+  if (!file.isOpen()) fail(operation, path, std::strerror(errno));
   // On the disk before the device is changed: a power cut takes both otherwise.
   if (!writeAll(file.get(), content) || ::fsync(file.get()) != 0) {
     const std::string why = std::strerror(errno);
     ::unlink(path.c_str());
-    fail(device, path, why);
+    fail(operation, path, why);
   }
   return path;
 }

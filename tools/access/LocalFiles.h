@@ -10,11 +10,9 @@
 #include <string_view>
 
 #include "Utilities/Status.h"
-#include "platform/files/FilePlace.h"
+#include "platform/files/WholeFile.h"
 
 namespace tarvo::tools {
-
-class OpenedDevice;
 
 /// Where files go: into a folder, under their own names or under the one that was given.
 struct LocalTarget {
@@ -27,14 +25,6 @@ struct LocalTarget {
 /// Raises a ToolError for a folder that cannot be made and for a file's folder that is not there.
 LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
                            bool isOneObject);
-
-/// Writes a file of the request's own name beside it and renames it when it is whole. Statuses as
-/// ObjectFetch has them for what this host refuses. `modified` is the date that it shall show.
-FetchResult writeWhole(const FetchRequest& request, std::span<const std::byte> content,
-                       std::optional<std::time_t> modified = std::nullopt);
-
-/// All of `content` to an open file; false, with errno, where it cannot be written.
-[[nodiscard]] bool writeAll(int descriptor, std::span<const std::byte> content);
 
 // What is kept of a device on this computer, in dated files that nothing replaces.
 
@@ -49,8 +39,9 @@ std::string keptFolder(Kept kind);
 /// Writes "SERIAL-WHAT-20261125T011500.EXTENSION" into that folder, readable for its owner alone,
 /// and returns its path. A name that is taken gets a number. Raises a ToolError where it cannot be
 /// written: then nothing may be sent.
-std::string keepFile(const OpenedDevice& device, Kept kind, std::string_view what,
-                     std::string_view extension, std::span<const std::byte> content);
+std::string keepFile(const std::string& operation, const std::string& serial, Kept kind,
+                     std::string_view what, std::string_view extension,
+                     std::span<const std::byte> content);
 
 struct KeptName {
   std::string serial;  ///< as far as a name can hold it

@@ -11,9 +11,6 @@
 #include <string_view>
 #include <utility>
 
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/models/SupportedModels.h"
-#include "msc/TarvoMSCDeviceList.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/output/Words.h"
 
@@ -41,6 +38,12 @@ void Consent::require(const std::string& question, const std::string& left) cons
   const std::string_view answer(line.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
   if (answer == "y\n" || answer == "Y\n" || answer == "yes\n" || answer == "Yes\n") return;
   throw ToolError({.operation = operation_, .status = status::kCancelled, .why = left});
+}
+
+Failure failureOf(const ToolContext& context, const Error& error, std::string object) {
+  Failure failure = failureOf(error, std::move(object));
+  failure.operation = context.operation;
+  return failure;
 }
 
 void endIfInterrupted(const ToolContext& context, const std::string& operation) {

@@ -7,44 +7,30 @@
 #include <vector>
 
 #include "Utilities/FileDescriptor.h"
-#include "platform/foundation/Interrupt.h"
+#include "tarvo/Session.h"
 #include "tools/output/Output.h"
-
-namespace tarvo {
-struct MakerConstants;
-class SupportedModels;
-class TarvoMSCDeviceList;
-struct PictureDeviceServices;
-}  // namespace tarvo
 
 namespace tarvo::tools {
 
-using tarvo::Interrupt;
-
-/// The platform, made when a command asks for it: most of what a user types needs no device.
-///
-/// Main thread only. What is returned lives as long as this. Each raises
-/// NSInvalidArgumentException when the preferences file that was asked for cannot be read.
-class ToolPlatform {
+/// The session, made when a command asks for it: most of what a user types needs no device.
+class SessionSource {
  public:
-  virtual ~ToolPlatform() = default;
-  virtual const MakerConstants& maker() = 0;
-  virtual SupportedModels& models() = 0;
-  /// Makes what reaches devices, and the room of the picture devices, at the first call.
-  virtual const PictureDeviceServices& services() = 0;
-  /// The maker's mass-storage units. Makes what reaches them, their room and that of the
-  /// identification, at the first call.
-  virtual TarvoMSCDeviceList& massStorage() = 0;
+  virtual ~SessionSource() = default;
+  /// Lives as long as this.
+  virtual Session& session() = 0;
 };
 
 /// Everything is lent for the length of the command.
 struct ToolContext {
   const GlobalOptions& options;
   Output& output;
-  ToolPlatform& platform;
-  const Interrupt& interrupt;
-  std::FILE* input;      ///< standard input
-  std::string terminal;  ///< the device on which questions are asked: "/dev/tty"
+  SessionSource& source;
+  const StopSignals& interrupt;
+  std::FILE* input;         ///< standard input
+  std::string terminal;     ///< the device on which questions are asked: "/dev/tty"
+  std::string operation{};  ///< the command as it was typed: "orders list"
+
+  Session& session() const { return source.session(); }
 };
 
 /// The user's leave for what cannot be undone.
@@ -70,6 +56,8 @@ class Consent {
   FileDescriptor terminal_;  ///< of nothing where the leave is given
 };
 
+/// What the library raised, as the failure of the command.
+Failure failureOf(const ToolContext& context, const Error& error, std::string object = {});
 /// Raises what ends a command that was interrupted, if it was.
 void endIfInterrupted(const ToolContext& context, const std::string& operation);
 

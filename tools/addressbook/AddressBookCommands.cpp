@@ -6,14 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/PTPCodes.h"
+#include "Utilities/Numbers.h"
 #include "tools/access/Batch.h"
-#include "tools/access/DeviceBook.h"
+#include "tools/access/Devices.h"
 #include "tools/access/LocalFiles.h"
-#include "tools/access/OpenedDevice.h"
 #include "tools/access/ToolContext.h"
 #include "tools/addressbook/BookFile.h"
 #include "tools/addressbook/BookImport.h"
@@ -48,81 +45,86 @@ std::string ofLimit(std::size_t count, std::uint32_t limit) {
          (limit == kUnlimited ? "any number" : std::to_string(limit)) + ")";
 }
 
-/// The names of the groups of each contact.
-std::map<const Contact*, std::vector<std::string>> groupsOf(const AddressBook& book) {
-  std::map<const Contact*, std::vector<std::string>> groups;
-  for (const auto& group : *book.groups)
-    for (const auto& member : group->members)
-      groups[member.get()].push_back(group->name);
+/// The names of the groups of each contact, by its place.
+std::map<std::size_t, std::vector<std::string>> groupsOf(const std::vector<BookGroup>& all) {
+  std::map<std::size_t, std::vector<std::string>> groups;
+  for (const auto& group : all)
+    for (const std::size_t member : group.members())
+      groups[member].push_back(group.name());
   return groups;
 }
 
-void showBook(Output& output, const AddressBook& book) {
-  const auto groups = groupsOf(book);
-  const bool hasGroups = book.supportsGroups || !book.groups->empty();
+void showBook(Output& output, const ContactBook& book) {
+  const auto contacts = book.contacts();
+  const auto groups = book.groups();
+  const auto groupNames = groupsOf(groups);
+  const bool hasGroups = book.supportsGroups() || !groups.empty();
   std::vector<Column> columns = {{"NICKNAME"}, {"E-MAIL"}, {"NAME"}};
   if (hasGroups) columns.push_back({"GROUPS"});
   Listing listing(output, columns, Listing::kWhole);
-  for (const auto& contact : *book.contacts) {
-    std::string name = contact->firstName;
-    if (!contact->lastName.empty()) name += (name.empty() ? "" : " ") + contact->lastName;
-    std::vector<std::string> cells = {contact->nickname.value_or(""), contact->email.value_or(""),
-                                      name};
-    const auto found = groups.find(contact.get());
-    if (hasGroups) cells.push_back(found == groups.end() ? "" : joined(found->second));
+  for (std::size_t index = 0; index < contacts.size(); ++index) {
+    const auto& contact = contacts[index];
+    std::string name = contact.firstName();
+    if (!contact.lastName().empty()) name += (name.empty() ? "" : " ") + contact.lastName();
+    std::vector<std::string> cells = {contact.nickname(), contact.email(), name};
+    const auto found = groupNames.find(index);
+    if (hasGroups) cells.push_back(found == groupNames.end() ? "" : joined(found->second));
     listing.add({}, std::move(cells));
   }
   listing.finish();
-  if (!book.contacts->empty()) output.line("");
+  if (!contacts.empty()) output.line("");
   std::vector<std::pair<std::string, std::string>> fields = {
-      {"Contacts", ofLimit(book.contacts->size(), book.limits.maxAddresses)}};
+      {"Contacts", ofLimit(contacts.size(), book.mostContacts())}};
   if (hasGroups) {
-    fields.emplace_back("Groups", ofLimit(book.groups->size(), book.limits.maxGroups) +
-                                      ", each of " + limitText(book.limits.maxAddressesPerGroup) +
-                                      " contacts");
+    fields.emplace_back("Groups", ofLimit(groups.size(), book.mostGroups()) + ", each of " +
+                                      limitText(book.mostMembers()) + " contacts");
     // Also those that have no members, which no contact tells of.
-    for (const auto& group : *book.groups)
+    for (const auto& group : groups)
       fields.emplace_back("Group",
-                          group->name + " (" + std::to_string(group->members.size()) + ")");
+                          group.name() + " (" + std::to_string(group.members().size()) + ")");
   }
   fields.emplace_back(
-      "Lengths",
-      "e-mail " + std::to_string(book.limits.maxAddressLengthInBytes) + ", nickname " +
-          std::to_string(book.limits.maxNicknameLengthInBytes) +
-          (hasGroups ? ", group name " + std::to_string(book.limits.maxGroupNameLengthInBytes)
-                     : ""));
+      "Lengths", "e-mail " + std::to_string(book.longestEmail()) + ", nickname " +
+                     std::to_string(book.longestNickname()) +
+                     (hasGroups ? ", group name " + std::to_string(book.longestGroupName()) : ""));
   showFields(output, fields);
 }
 
-/// A book that lacks anybody would be taken for all of it.
-/// An export is read as the whole book, by people and by 'import'.
-void refuseGaps(const OpenedDevice& device, const DeviceBook& there, const char* outcome) {
-  if (there.unread.empty()) return;
-  auto failure = failureOf(device, there.unread.front());
-  failure.object = device.device().name();
-  failure.why += outcome;
-  throw ToolError(failure);
+PropertyDictionary validityAsJSON(const std::optional<BookFault>& fault) {
+  if (!fault) return {{"valid", true}, {"ptpErrorCode", status::kOK}};
+  PropertyDictionary json = {
+      {"valid", false}, {"ptpErrorCode", fault->code()}, {"message", fault->message()}};
+  if (fault->object()) json["errorObject"] = validUTF8(*fault->object());
+  return json;
 }
 
-/// What the device says of a book.
-int sayValidity(ToolContext& context, const OpenedDevice& device, const AddressBook& book) {
-  const auto error = device.device().validateAddressBookDict(book);
+/// What the device, which has the book `there`, says of another.
+int sayValidity(ToolContext& context, Device& device, const ContactBook& there,
+                const ContactBook& book) {
+  const auto fault = checkAddressBook(device, there, book);
   if (context.output.isJSON()) {
-    context.output.document(validityAsJSON(error, book));
-  } else if (error) {
-    context.output.line("Not valid: " + inWords(*error, book) + ".");
+    context.output.document(validityAsJSON(fault));
+  } else if (fault) {
+    context.output.line("Not valid: " + fault->message() + ".");
   } else {
-    context.output.line("Valid: " + counted(book.contacts->size(), "contacts") + ", " +
-                        counted(book.groups->size(), "groups") + ".");
+    context.output.line("Valid: " + counted(book.contacts().size(), "contacts") + ", " +
+                        counted(book.groups().size(), "groups") + ".");
   }
-  return error ? kFailed : kDone;
+  return fault ? kFailed : kDone;
 }
 
-void writeExport(const OpenedDevice& device, const BookExportOptions& options,
+/// The book of the device, as it stands there.
+ContactBook readBook(const ToolContext& context, Device& device) {
+  auto book = readAddressBook(device);
+  endIfInterrupted(context, context.operation);
+  return book;
+}
+
+void writeExport(const ToolContext& context, const BookExportOptions& options,
                  const std::string& text) {
-  const auto target = resolvedTarget(device.operation(), options.file, true);
+  const auto target = resolvedTarget(context.operation, options.file, true);
   if (!target.name)
-    throw ToolError({.operation = device.operation(),
+    throw ToolError({.operation = context.operation,
                      .object = options.file,
                      .status = status::kNotAFile,
                      .why = "it is a folder",
@@ -134,7 +136,7 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
                  std::as_bytes(std::span(text)));
   if (made.status == status::kOK) return;
   const bool isThere = made.status == status::kDuplicateFile;
-  throw ToolError({.operation = device.operation(),
+  throw ToolError({.operation = context.operation,
                    .object = options.file,
                    .status = made.status,
                    .why = made.why,
@@ -143,65 +145,53 @@ void writeExport(const OpenedDevice& device, const BookExportOptions& options,
 
 /// Contacts, groups and limits. The exit status tells whether all could be read.
 int runAddressBookShow(ToolContext& context) {
-  const OpenedDevice device(context, "addressbook show");
+  Device device = openCamera(context);
   // Shown with its gaps: to see what is there is the first step to mending it.
-  const auto [book, unread] = readDeviceBook(context, device);
-  endIfInterrupted(context, device.operation());
+  const auto book = readBook(context, device);
   if (context.output.isJSON()) {
-    auto json = jsonFromAddressBook(book);
+    auto json = PropertyDictionary::parse(book.json());
     // A key that no import takes: this is no whole book.
-    for (const auto& entry : unread)
-      json["unread"].push_back(asJSON(failureOf(device, entry)));
+    for (const auto& entry : book.unread())
+      json["unread"].push_back(asJSON(failureOf(context, entry)));
     context.output.document(json);
   } else {
     showBook(context.output, book);
   }
-  for (const auto& entry : unread)
-    context.output.objectError(failureOf(device, entry));
-  return unread.empty() ? kDone : kFailed;
+  for (const auto& entry : book.unread())
+    context.output.objectError(failureOf(context, entry));
+  return book.unread().empty() ? kDone : kFailed;
 }
 
 /// Whether the device would take the file, or, without one, whether its own book is valid. 1 when
 /// it is not.
 int runAddressBookValidate(ToolContext& context, const BookFileOptions& options) {
-  const std::string operation = "addressbook validate";
   // The file first: what is wrong with it needs no device.
   std::optional<BookFile> file;
   if (!options.file.empty())
-    file = readBookFile(context, operation, options.file, bookFormat(options.format, options.file));
-  const OpenedDevice device(context, operation);
-  auto there = readDeviceBook(context, device);
-  endIfInterrupted(context, operation);
-  if (!file) {
-    refuseGaps(device, there, "");
-    return sayValidity(context, device, there.book);
-  }
-  // The limits of the device that is there, whatever the file's own were.
-  file->book.limits = there.book.limits;
-  if (!file->book.contacts) file->book.contacts.emplace();
-  if (!file->book.groups) file->book.groups.emplace();
-  return sayValidity(context, device, file->book);
+    file = readBookFile(context, context.operation, options.file,
+                        bookFormat(options.format, options.file));
+  Device device = openCamera(context);
+  const auto there = readBook(context, device);
+  if (!file) refuseGaps(context, device, there, "");
+  return sayValidity(context, device, there, file ? file->book : there);
 }
 
 /// The device's book into a file, or to standard output.
 int runAddressBookExport(ToolContext& context, const BookExportOptions& options) {
-  const std::string operation = "addressbook export";
   const auto format = bookFormat(options.format, options.file);
-  const OpenedDevice device(context, operation);
-  const auto there = readDeviceBook(context, device);
-  endIfInterrupted(context, operation);
-  refuseGaps(device, there, "; nothing was written");
-  const auto& book = there.book;
-  const std::string text = bookFileText(operation, book, format);
+  Device device = openCamera(context);
+  const auto book = readBook(context, device);
+  refuseGaps(context, device, book, "; nothing was written");
+  const std::string text = bookFileText(context.operation, book, format);
   if (options.file.empty() || options.file == "-") {
     context.output.text(text);
     return kDone;
   }
-  writeExport(device, options, text);
+  writeExport(context, options, text);
   if (context.output.isJSON()) {
     context.output.document({{"path", validUTF8(options.file)},
-                             {"contacts", book.contacts->size()},
-                             {"groups", book.groups->size()}});
+                             {"contacts", book.contacts().size()},
+                             {"groups", book.groups().size()}});
   } else {
     context.output.line(options.file);
   }
@@ -211,28 +201,26 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
 /// Makes the device's book that of the file. Says what changes and how, asks, keeps what the device
 /// held, and says what was written where that ends early.
 int runAddressBookImport(ToolContext& context, const BookImportOptions& options) {
-  const std::string operation = "addressbook import";
   const auto format = bookFormat(options.format, options.file);
   // Before the file and the device, which cost time.
-  const Consent consent(context, operation, options.yes || options.dryRun,
+  const Consent consent(context, context.operation, options.yes || options.dryRun,
                         "change the address book, or --dry-run");
-  const auto file = readBookFile(context, operation, options.file, format);
-  const OpenedDevice device(context, operation);
+  const auto file = readBookFile(context, context.operation, options.file, format);
+  Device device = openCamera(context);
   return importBook(context, device, file, options, consent);
 }
 
 /// The device's book in the user's editor, as JSON, and back.
 int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
-  const std::string operation = "addressbook edit";
-  const Consent consent(context, operation, options.yes, "change the address book");
+  const Consent consent(context, context.operation, options.yes, "change the address book");
   std::optional<BookEditor> editor;
   {
     // The device is let go while the user edits.
-    const OpenedDevice device(context, operation);
-    const auto there = readDeviceBook(context, device);
-    endIfInterrupted(context, operation);
-    refuseGaps(device, there, "");
-    editor.emplace(device, bookFileText(operation, there.book, BookFormat::kJSON));
+    Device device = openCamera(context);
+    const auto there = readBook(context, device);
+    refuseGaps(context, device, there, "");
+    editor.emplace(context.operation, device.facts().serial(),
+                   bookFileText(context.operation, there, BookFormat::kJSON));
   }
   editor->run();
   if (editor->isUnchanged()) {
@@ -243,39 +231,39 @@ int runAddressBookEdit(ToolContext& context, const BookEditOptions& options) {
   }
   // What was typed outlives every failure from here on.
   context.output.message("Your text is in " + editor->path() + " until it has been sent.");
-  const auto file = readBookFile(context, operation, editor->path(), BookFormat::kJSON);
-  const OpenedDevice device(context, operation);
+  const auto file = readBookFile(context, context.operation, editor->path(), BookFormat::kJSON);
+  Device device = openCamera(context);
   const int exitCode = importBook(context, device, file, {}, consent);
   if (exitCode == kDone) editor->discard();
   return exitCode;
 }
 
-/// An entry of the device's book, of whatever kind: as it stands there, for the backup, and how it
-/// goes.
+/// An entry of the device's book, of whatever kind.
 struct StoredEntry {
   std::uint32_t handle = 0;
-  std::uint16_t format = 0;
+  BookEntryKind kind = BookEntryKind::kContact;
   const char* what = "";
+
+  std::string inWords() const { return what + (" " + handleText(handle)); }
 };
 
-constexpr StoredEntry kEntryKinds[] = {
-    {.format = ptp::XTD_CONTACT, .what = "contact"},
-    {.format = ptp::XTD_GROUP, .what = "group"},
-    {.format = ptp::XTD_ADDRESS_BOOK_FILE, .what = "address-book file"}};
+constexpr StoredEntry kEntryKinds[] = {{.kind = BookEntryKind::kContact, .what = "contact"},
+                                       {.kind = BookEntryKind::kGroup, .what = "group"},
+                                       {.kind = BookEntryKind::kFile, .what = "address-book file"}};
 
 /// The entries that `texts` name. Raises a ToolError for what is none.
-std::vector<StoredEntry> entriesNamed(const OpenedDevice& device,
+std::vector<StoredEntry> entriesNamed(const ToolContext& context, Device& device,
                                       const std::vector<std::string>& texts) {
   std::map<std::uint32_t, StoredEntry> there;
-  for (const auto& kind : kEntryKinds) {
-    for (const std::uint32_t handle : device.objectHandles(kind.format, "the address book"))
-      there[handle] = {.handle = handle, .format = kind.format, .what = kind.what};
+  for (const auto& [none, kind, what] : kEntryKinds) {
+    for (const std::uint32_t handle : bookEntries(device, kind))
+      there[handle] = {.handle = handle, .kind = kind, .what = what};
   }
   std::vector<StoredEntry> named;
   for (const auto& text : texts) {
-    const auto found = there.find(numberArgument(device.operation(), "handle", text));
+    const auto found = there.find(numberArgument(context.operation, "handle", text));
     if (found == there.end())
-      throw ToolError({.operation = device.operation(),
+      throw ToolError({.operation = context.operation,
                        .object = text,
                        .status = status::kFileNotFound,
                        .why = "the address book has no such entry",
@@ -285,55 +273,34 @@ std::vector<StoredEntry> entriesNamed(const OpenedDevice& device,
   return named;
 }
 
-/// What a device has of an entry, whatever it is worth; nothing where it cannot be had.
-ByteBuffer bytesOf(const OpenedDevice& device, const StoredEntry& entry) {
-  if (entry.format == ptp::XTD_ADDRESS_BOOK_FILE)
-    return device.device().downloadObject(ObjectReference(entry.handle)).value_or(ByteBuffer());
-  // Bytes, since this is for entries that cannot be read as records.
-  const auto dataSet = device.transactions().getDataSet(entry.handle, entry.format);
-  if (!dataSet) return {};
-  const auto bytes = dataSet->bytes().first(
-      std::min<std::size_t>(dataSet->length(), device.transactions().lastReceived()));
-  return {bytes.begin(), bytes.end()};
-}
-
-void deleteEntry(ToolContext& context, Batch& batch, const OpenedDevice& device,
-                 const StoredEntry& entry) {
-  const std::string object = entry.what + (" " + handleText(entry.handle));
+void deleteEntry(ToolContext& context, Batch& batch, Device& device, const StoredEntry& entry) {
+  const std::string object = entry.inWords();
   PropertyDictionary json = {{"handle", entry.handle}};
-  batch.attempt(device, json, object, [&] {
+  batch.attempt(json, object, [&] {
     // The backup first: nothing goes of which no copy lies on the disk.
-    const auto bytes = bytesOf(device, entry);
-    if (device.transactions().lastOutcome() == status::kObjectTooLarge)
-      return batch.failed(device, json, object, status::kObjectTooLarge);
-    const bool isFile = entry.format == ptp::XTD_ADDRESS_BOOK_FILE;
-    const auto backup =
-        keepFile(device, Kept::kBackup, "addressbook", isFile ? "abk" : "bin", bytes);
-    context.output.message("What the device holds of it is kept in " + backup + ".");
-    json["backup"] = validUTF8(backup);
-    const Status status = isFile ? device.device().deleteObject(ObjectReference(entry.handle))
-                                 : device.device().deleteVendorObjectPTP(entry.handle);
-    if (status == status::kOK || status == status::kPTPOK) {
-      batch.succeeded(json, object);
-    } else {
-      batch.failed(device, json, object, status);
-    }
+    removeBookEntry(device, entry.kind, entry.handle, [&](std::span<const std::byte> bytes) {
+      const auto backup =
+          keepFile(context.operation, device.facts().serial(), Kept::kBackup, "addressbook",
+                   entry.kind == BookEntryKind::kFile ? "abk" : "bin", bytes);
+      context.output.message("What the device holds of it is kept in " + backup + ".");
+      json["backup"] = validUTF8(backup);
+    });
+    batch.succeeded(json, object);
   });
 }
 
 /// Deletes contacts, groups and address-book files by their handles, also such as cannot be read;
 /// keeps what the device holds of them.
 int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options) {
-  const std::string operation = "addressbook delete";
-  const Consent consent(context, operation, options.yes, "delete entries");
-  const OpenedDevice device(context, operation);
-  const auto entries = entriesNamed(device, options.entries);
+  const Consent consent(context, context.operation, options.yes, "delete entries");
+  Device device = openCamera(context);
+  const auto entries = entriesNamed(context, device, options.entries);
   std::vector<std::string> words;
   for (const auto& entry : entries)
-    words.push_back(entry.what + (" " + handleText(entry.handle)));
-  consent.require("Delete " + joined(words) + " from " + device.device().name() + "?",
+    words.push_back(entry.inWords());
+  consent.require("Delete " + joined(words) + " from " + device.facts().name() + "?",
                   "nothing was deleted");
-  Batch batch(context, operation, "entries deleted");
+  Batch batch(context, "entries deleted");
   for (const auto& entry : entries) {
     if (!batch.goesOn()) break;
     deleteEntry(context, batch, device, entry);

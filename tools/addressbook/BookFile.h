@@ -2,17 +2,15 @@
 // programs read.
 #pragma once
 
-#include <optional>
-#include <set>
+#include <cstddef>
 #include <string>
+#include <vector>
 
-#include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "Utilities/FileDescriptor.h"
+#include "tarvo/AddressBook.h"
 #include "tools/access/ToolContext.h"
 
 namespace tarvo::tools {
-
-class OpenedDevice;
 
 enum class BookFormat { kJSON, kVCard };
 
@@ -26,10 +24,10 @@ struct BookFileOptions {
 };
 
 struct BookFile {
-  AddressBook book;
+  ContactBook book;
   bool isPartial = false;  ///< of a vCard: some fields of a device's contact are not in it
-  /// Whose nickname is not in the file but made of the name.
-  std::set<ContactPointer> nameless{};
+  /// The places of those whose nickname is not in the file but made of the name.
+  std::vector<std::size_t> nameless{};
 };
 
 /// Reads a book; "-" is standard input. Raises a ToolError that says what is wrong with the file.
@@ -37,16 +35,7 @@ struct BookFile {
 BookFile readBookFile(ToolContext& context, const std::string& operation, const std::string& path,
                       BookFormat format);
 /// The book as the bytes of such a file.
-std::string bookFileText(const std::string& operation, const AddressBook& book, BookFormat format);
-
-// The text of a device's address-book file, "DCEMAIL.ABK".
-
-/// The bytes of the file with every contact that is not to be deleted, a line each, lines ended by
-/// CR LF, in `encoding` (an iconv name). The last line goes without its end where the file would
-/// else have a size that some hosts lose. None where a contact does not fit the form or the
-/// encoding; `why` tells which.
-std::optional<std::string> bookText(const AddressBook& book, const std::string& encoding,
-                                    std::string& why);
+std::string bookFileText(const std::string& operation, const ContactBook& book, BookFormat format);
 
 // A text in the user's own editor.
 
@@ -55,7 +44,7 @@ std::optional<std::string> bookText(const AddressBook& book, const std::string& 
 class BookEditor {
  public:
   /// Raises a ToolError where no file can be made.
-  BookEditor(const OpenedDevice& device, std::string text);
+  BookEditor(std::string operation, const std::string& serial, std::string text);
 
   /// Runs $VISUAL, else $EDITOR, else "editor", on the file until it ends. Raises a ToolError where
   /// it cannot be started or fails.

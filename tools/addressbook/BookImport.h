@@ -6,8 +6,6 @@
 
 namespace tarvo::tools {
 
-class OpenedDevice;
-
 struct BookImportOptions : BookFileOptions {
   bool merge = false;   ///< what only the device has stays
   bool dryRun = false;  ///< says what would change
@@ -15,9 +13,14 @@ struct BookImportOptions : BookFileOptions {
   bool yes = false;     ///< does not ask
 };
 
-/// Gives the exit status. Raises a ToolError: for a book that the device cannot keep, for a device
-/// whose own book cannot be read in whole, and where writing ends early.
-int importBook(ToolContext& context, const OpenedDevice& device, const BookFile& wanted,
+/// A book that lacks anybody would be taken for all of it. Raises a ToolError for one with gaps;
+/// `outcome` stands behind its reason.
+void refuseGaps(const ToolContext& context, Device& device, const ContactBook& there,
+                const char* outcome, Status status = status::kOK);
+
+/// Gives the exit status. Raises a ToolError or Error: for a book that the device cannot keep, for
+/// a device whose own book cannot be read in whole, and where writing ends early.
+int importBook(ToolContext& context, Device& device, const BookFile& wanted,
                const BookImportOptions& options, const Consent& consent);
 
 }  // namespace tarvo::tools

@@ -25,7 +25,6 @@
 #include "Utilities/FileDescriptor.h"
 #include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "platform/foundation/GlibPtr.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
@@ -80,7 +79,7 @@ Contact contactFrom(const PropertyDictionary& card) {
   for (const auto& field : kTexts)
     contact.*field.text = replacedNewlines(textOf(card, field.key), ' ');
   contact.street = replacedNewlines(textOf(card, "street"), '\r');
-  // A UID of another kind is left out: planBook() finds people by their address then.
+  // A UID of another kind is left out: the library finds people by their address then.
   contact.uid = guidOf(textOf(card, "uid"));
   contact.email = textOf(card, "email");
   std::string nickname = replacedNewlines(textOf(card, "nickname"), ' ');
@@ -133,7 +132,7 @@ class Groups {
   ContactGroups groups_;
 };
 
-std::string counted(std::size_t count, const char* one, const char* many) {
+std::string countedCards(std::size_t count, const char* one, const char* many) {
   return std::to_string(count) + (count == 1 ? one : many);
 }
 
@@ -182,10 +181,10 @@ VCardBook bookFromCards(const PropertyDictionary& cards) {
   }
   result.book.groups = groups.take();
   if (withoutEmail > 0)
-    result.notes.push_back(counted(withoutEmail, " card has", " cards have") +
+    result.notes.push_back(countedCards(withoutEmail, " card has", " cards have") +
                            " no e-mail address and cannot be kept by the device.");
   if (withSeveral > 0)
-    result.notes.push_back(counted(withSeveral, " card has", " cards have") +
+    result.notes.push_back(countedCards(withSeveral, " card has", " cards have") +
                            " several e-mail addresses; the preferred one, or the first, is taken.");
   return result;
 }
@@ -298,20 +297,19 @@ std::string runVCardProgram(const std::string& operation, const std::string& obj
   FileDescriptor file = unnamedFile(input);
   if (!file.isOpen()) throw fail(std::strerror(errno), "Use JSON (--format json).");
   // What it says of itself is for nobody's terminal.
-  const GObjectPtr<GSubprocessLauncher> launcher(
-      g_subprocess_launcher_new(static_cast<GSubprocessFlags>(G_SUBPROCESS_FLAGS_STDOUT_PIPE |
-                                                              G_SUBPROCESS_FLAGS_STDERR_SILENCE)));
-  g_subprocess_launcher_take_stdin_fd(launcher.get(), file.release());
-  GErrorHolder error;
-  const GObjectPtr<GSubprocess> child(g_subprocess_launcher_spawn(
-      launcher.get(), error.out(), programPath().c_str(), mode.c_str(), nullptr));
-  if (!child) throw fail(error.message(), "Install tarvo-vcard, or use JSON (--format json).");
+  g_autoptr(GSubprocessLauncher) launcher = g_subprocess_launcher_new(static_cast<GSubprocessFlags>(
+      G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE));
+  g_subprocess_launcher_take_stdin_fd(launcher, file.release());
+  g_autoptr(GError) error = nullptr;
+  g_autoptr(GSubprocess) child =
+      g_subprocess_launcher_spawn(launcher, &error, programPath().c_str(), mode.c_str(), nullptr);
+  if (!child) throw fail(error->message, "Install tarvo-vcard, or use JSON (--format json).");
   auto answer = answerFrom(
-      g_unix_input_stream_get_fd(G_UNIX_INPUT_STREAM(g_subprocess_get_stdout_pipe(child.get()))));
-  if (!answer) g_subprocess_force_exit(child.get());
-  g_subprocess_wait(child.get(), nullptr, nullptr);
-  if (answer && g_subprocess_get_successful(child.get()) != 0) return *std::move(answer);
-  throw fail(whyItFailed(child.get()), "Export it anew from the program that it comes from.");
+      g_unix_input_stream_get_fd(G_UNIX_INPUT_STREAM(g_subprocess_get_stdout_pipe(child))));
+  if (!answer) g_subprocess_force_exit(child);
+  g_subprocess_wait(child, nullptr, nullptr);
+  if (answer && g_subprocess_get_successful(child) != 0) return *std::move(answer);
+  throw fail(whyItFailed(child), "Export it anew from the program that it comes from.");
 }
 
 }  // namespace tarvo::tools

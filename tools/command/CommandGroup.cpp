@@ -76,10 +76,26 @@ CommandOptions& CommandOptions::more(const std::string& text) {
   return *this;
 }
 
+namespace {
+
+/// "orders list".
+std::string nameBelowProgram(const CLI::App& app) {
+  std::string name = app.get_name();
+  for (const auto* group = app.get_parent(); group && group->get_parent();
+       group = group->get_parent())
+    name = group->get_name() + " " + name;
+  return name;
+}
+
+}  // namespace
+
 CommandOptions CommandGroup::command(const std::string& name, const std::string& description,
                                      const std::string& example, Command run) {
   auto& app = added(app_, name, description, example);
-  app.callback([&chosen = table_.chosen, run = std::move(run)] { chosen = run; });
+  app.callback([&table = table_, typed = nameBelowProgram(app), run = std::move(run)] {
+    table.chosen = run;
+    table.name = typed;
+  });
   return {app, table_};
 }
 

@@ -34,7 +34,8 @@ using Command = std::function<int(ToolContext&)>;
 
 /// What the commands leave behind.
 struct CommandTable {
-  Command chosen{};  ///< the one that was asked for; set by the parse
+  Command chosen{};    ///< the one that was asked for; set by the parse
+  std::string name{};  ///< as it was typed: "orders list"
   /// All that an option or operand may be, where that is known.
   std::map<const CLI::Option*, std::vector<std::string>> words{};
 };

@@ -1,20 +1,17 @@
 // devices, info, clock set and reset: a device as a whole.
-#include <glib.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "tools/access/OpenedDevice.h"
+#include "library/Records.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
@@ -28,9 +25,13 @@ struct DevicesOptions {
   std::optional<std::uint64_t> count{};  ///< of arrivals and removals to watch
 };
 
-std::vector<std::string> cellsOf(const DeviceSummary& device) {
-  return {device.speaksPTP ? "PTP" : "volume", locationInHex(device), device.serial,
-          device.isSupported ? "yes" : "no",   device.name,           device.path};
+std::vector<std::string> cellsOf(const DeviceInfo& device) {
+  return {device.kind() == DeviceKind::kCamera ? "PTP" : "volume",
+          locationInHex(device.location()),
+          device.serial(),
+          device.isSupported() ? "yes" : "no",
+          device.name(),
+          device.path()};
 }
 
 const std::vector<Column> kDeviceColumns = {{"TYPE", 6},      {"LOCATION", 10}, {"SERIAL", 14},
@@ -43,73 +44,48 @@ class DeviceWatch {
       : context_(context),
         options_(options),
         listing_(context.output, columns(), Listing::kStreamed) {}
-  ~DeviceWatch() {
-    listen(ica::kDeviceAdded, {});
-    listen(ica::kDeviceRemoved, {});
-  }
-  DeviceWatch(const DeviceWatch&) = delete;
-  DeviceWatch& operator=(const DeviceWatch&) = delete;
 
   int run() {
-    listen(ica::kDeviceAdded, [this](const ICAEvent& event) { came(event.object); });
-    listen(ica::kDeviceRemoved, [this](const ICAEvent& event) { went(event.object); });
-    for (const auto& device : presentDevices(context_.platform))
-      tell("present", device);
+    Session& session = context_.session();
+    const auto subscription = session.onDevice([this](Presence presence, const DeviceInfo& device) {
+      events_.emplace_back(presence, device);
+    });
+    for (const auto& device : session.devices())
+      if (!hasCome(device)) tell("present", device);
     context_.output.flush();
-    while (!context_.interrupt.isSet() && !isEnough())
-      g_main_context_iteration(nullptr, TRUE);
-    // What a listener met would not have come through the main loop.
-    if (failure_) std::rethrow_exception(failure_);
-    endIfInterrupted(context_, "devices");
+    for (tellEvents(); !context_.interrupt.isSet() && !isEnough(); tellEvents())
+      session.wait();
+    endIfInterrupted(context_, context_.operation);
     listing_.finish();
     return kDone;
   }
 
  private:
+  using Event = std::pair<Presence, DeviceInfo>;
+
   static std::vector<Column> columns() {
     std::vector<Column> all = {{"EVENT", 7}};
     all.insert(all.end(), kDeviceColumns.begin(), kDeviceColumns.end());
     return all;
   }
 
-  void listen(FourCharCode type, ImageCapture::EventCallback callback) {
-    // Of all devices, which is never refused.
-    (void)context_.platform.services().imageCapture.registerForEventNotification(
-        0, type, std::move(callback));
+  bool isEnough() const { return options_.count && told_ >= *options_.count; }
+  /// Whether it came while the others were looked for.
+  bool hasCome(const DeviceInfo& device) const {
+    return std::ranges::any_of(events_, [&](const Event& event) {
+      return event.first == Presence::kCame && event.second.id() == device.id();
+    });
   }
-  bool isEnough() const { return failure_ || (options_.count && told_ >= *options_.count); }
 
-  void came(ICAObject object) {
-    guarded([&] {
-      const auto device = summaryOf(context_.platform, object);
-      if (device) tellEvent("added", *device);
-    });
-  }
-  /// Its properties have gone with it, so that what was known of it is told.
-  void went(ICAObject object) {
-    guarded([&] {
-      const auto known = known_.find(object);
-      if (known != known_.end()) tellEvent("removed", known->second);
-      known_.erase(object);
-    });
-  }
-  template <typename Work>
-  void guarded(const Work& work) {
-    try {
-      work();
-    } catch (...) {
-      failure_ = std::current_exception();
+  void tellEvents() {
+    for (const auto& [presence, device] : std::exchange(events_, {})) {
+      if (isEnough()) return;
+      tell(presence == Presence::kCame ? "added" : "removed", device);
+      ++told_;
+      context_.output.flush();
     }
   }
-
-  void tellEvent(const char* event, const DeviceSummary& device) {
-    if (isEnough()) return;
-    tell(event, device);
-    ++told_;
-    context_.output.flush();
-  }
-  void tell(const char* event, const DeviceSummary& device) {
-    known_[device.object] = device;
+  void tell(const char* event, const DeviceInfo& device) {
     PropertyDictionary json = asJSON(device);
     json["event"] = event;
     auto cells = cellsOf(device);
@@ -120,22 +96,22 @@ class DeviceWatch {
   ToolContext& context_;
   const DevicesOptions& options_;
   Listing listing_;
-  std::map<ICAObject, DeviceSummary> known_;
+  std::vector<Event> events_;  ///< not told yet
   std::uint64_t told_ = 0;
-  std::exception_ptr failure_;
 };
 
 /// One run of info: each part that the device cannot tell, or tells wrongly, is left out.
 class DeviceInformation {
  public:
-  explicit DeviceInformation(ToolContext& context) : context_(context), device_(context, "info") {}
+  explicit DeviceInformation(ToolContext& context)
+      : context_(context), device_(openCamera(context)), facts_(device_.facts()) {}
 
   int run() {
     takeDeviceInfo();
     takeIdentity();
     takeState();
     takeStores();
-    endIfInterrupted(context_, "info");
+    endIfInterrupted(context_, context_.operation);
     if (context_.output.isJSON()) {
       context_.output.document(json_);
     } else {
@@ -156,6 +132,11 @@ class DeviceInformation {
       take();
     } catch (const Exception& exception) {
       leaveOut(what, exception.reason());
+    } catch (const Error& error) {
+      endIfInterrupted(context_, context_.operation);
+      if (error.kind() == ErrorKind::kHost && error.reason().empty()) throw;
+      // What it merely refuses to tell goes without saying.
+      if (!error.reason().empty()) leaveOut(what, error.reason());
     }
   }
   void leaveOut(const std::string& what, const std::string& why) {
@@ -164,101 +145,90 @@ class DeviceInformation {
   }
 
   void takeDeviceInfo() {
-    const auto record = device_.device().deviceInfoDataset();
-    if (!record) device_.failWithout(inWords(device_.summary()));
-    const auto room = record->data();
-    part("the device information", [&] {
-      json_ =
-          jsonFromDeviceInfo(room.first(std::min<std::size_t>(room.size(), record->pb().dataSize)));
-    });
+    const auto bytes = device_.deviceInfo();
+    part("the device information", [&] { json_ = jsonFromDeviceInfo(bytes); });
   }
 
   void takeIdentity() {
-    const auto& device = device_.device();
-    field("Name", device.name());
-    field("Manufacturer", device.manufacturer());
-    field("Model", device.model());
-    field("Version", device.deviceVersion());
-    field("Serial number", device.serialNumber());
-    field("Location", locationInHex(device_.summary()));
-    field("Supported model", device_.summary().isSupported ? "yes" : "no");
-    json_["device"] = asJSON(device_.summary());
+    field("Name", facts_.name());
+    field("Manufacturer", facts_.manufacturer());
+    field("Model", facts_.model());
+    field("Version", facts_.version());
+    field("Serial number", facts_.serial());
+    field("Location", locationInHex(device_.info().location()));
+    field("Supported model", device_.info().isSupported() ? "yes" : "no");
+    json_["device"] = asJSON(device_.info());
     takeLists();
   }
 
   void takeLists() {
-    const auto facts = device_.transactions().facts();
-    field("Operations", listed(facts.operations, operationName));
-    field("Properties", listed(facts.properties, propertyName));
-    field("Image formats", listed(facts.imageFormats, formatInWords));
-    const auto& can = facts.capabilities;
-    PropertyDictionary capabilities = {{"addressBooks", can.deviceSupportsAddressBooks},
-                                       {"albumNames", can.deviceSupportsAlbumNames},
-                                       {"favourites", can.deviceSupportsBragbooks},
-                                       {"capture", can.deviceSupportsCapture},
-                                       {"acceptsFiles", can.deviceAcceptsFiles},
-                                       {"display", can.deviceSupportsCameraBackDisplay}};
-    std::string words;
-    for (const auto& [name, has] : capabilities.items()) {
-      if (has.get<bool>()) words += (words.empty() ? "" : ", ") + name;
+    field("Operations", listed(facts_.operations(), operationName));
+    field("Properties", listed(facts_.properties(), propertyName));
+    field("Image formats", listed(facts_.imageFormats(), formatInWords));
+    std::vector<std::string> words;
+    for (const auto& [name, has] : facts_.capabilities()) {
+      json_["capabilities"][name] = has;
+      if (has) words.push_back(name);
     }
-    field("Can", words);
-    json_["capabilities"] = std::move(capabilities);
+    field("Can", joined(words));
   }
 
   void takeState() {
-    const auto& listed = device_.transactions().facts().properties;
-    if (containsCode(listed, ptp::kBatteryLevel)) part("the battery level", [&] { takeBattery(); });
-    if (containsCode(listed, ptp::kDateTime)) part("the clock", [&] { takeClock(); });
+    const auto has = [&](std::uint16_t code) {
+      return std::ranges::count(facts_.properties(), code) > 0;
+    };
+    if (has(ptp::kBatteryLevel)) part("the battery level", [&] { takeBattery(); });
+    part("the clock", [&] { takeClock(); });
   }
 
   void takeBattery() {
-    const std::uint8_t level = device_.device().batteryLevel();
+    const std::uint8_t level = device_.batteryLevel();
     json_["batteryLevel"] = level;
     if (level == kUnknownBatteryLevel) json_["batteryLevel"] = nullptr;
     field("Battery", batteryInWords(level));
   }
 
   void takeClock() {
-    const auto date = device_.device().stringProperty(ptp::kDateTime);
+    const auto date = device_.clock();
     if (!date) return;
     json_["dateTime"] = *date;
     field("Clock", dateInWords(*date));
   }
 
   void takeStores() {
-    auto stores = PropertyDictionary::array();
-    for (const std::uint32_t id :
-         device_.transactions().storageIDs().value_or(std::vector<std::uint32_t>{})) {
-      part("store " + handleText(id), [&] { takeStore(stores, id); });
-    }
-    json_["stores"] = std::move(stores);
-    const std::int32_t objects = device_.transactions().numberOfObjectsOnStore(ptp::kAllStores, 0);
-    if (objects < 0) return;
-    json_["objects"] = objects;
-    field("Objects", std::to_string(objects));
+    json_["stores"] = PropertyDictionary::array();
+    part("the stores", [&] {
+      for (const std::uint32_t id : device_.storeIDs())
+        part("store " + handleText(id), [&] { takeStore(id); });
+    });
+    const auto objects = device_.count();
+    if (!objects) return;
+    json_["objects"] = *objects;
+    field("Objects", std::to_string(*objects));
   }
 
-  void takeStore(PropertyDictionary& stores, std::uint32_t id) {
-    const auto info = device_.transactions().storageInfo(id);
-    if (!info) return;
-    PropertyDictionary store = jsonFromStorageInfo(*info);
-    store["storageID"] = id;
-    stores.push_back(std::move(store));
-    field("Store " + handleText(id), storageTypeInWords(info->storageType) + ", " +
-                                         freeSpaceInWords(*info) + " free of " +
-                                         capacityInWords(*info));
+  void takeStore(std::uint32_t id) {
+    const StoreInfo store = device_.store(id);
+    if (store.isEmpty()) return;
+    PropertyDictionary json = jsonFromStorageInfo(library::recordOf(store));
+    json["storageID"] = id;
+    json_["stores"].push_back(std::move(json));
+    field("Store " + handleText(id), storageTypeInWords(store.type()) + ", " +
+                                         freeSpaceInWords(store) + " free of " +
+                                         capacityInWords(store));
   }
 
-  static std::string listed(const CodeList& codes, std::string (*nameOf)(std::uint16_t)) {
-    std::string words;
+  static std::string listed(const std::vector<std::uint16_t>& codes,
+                            std::string (*nameOf)(std::uint16_t)) {
+    std::vector<std::string> names;
     for (const std::uint16_t code : codes)
-      words += (words.empty() ? "" : ", ") + nameOf(code);
-    return words;
+      names.push_back(nameOf(code));
+    return joined(names);
   }
 
   ToolContext& context_;
-  OpenedDevice device_;
+  Device device_;
+  DeviceFacts facts_;
   PropertyDictionary json_ = PropertyDictionary::object();
   std::vector<std::pair<std::string, std::string>> fields_;
 };
@@ -267,7 +237,7 @@ class DeviceInformation {
 int runDevices(ToolContext& context, const DevicesOptions& options) {
   if (options.watch) return DeviceWatch(context, options).run();
   Listing listing(context.output, kDeviceColumns, Listing::kWhole);
-  const auto devices = presentDevices(context.platform);
+  const auto devices = context.session().devices();
   for (const auto& device : devices)
     listing.add(asJSON(device), cellsOf(device));
   listing.finish();
@@ -282,14 +252,14 @@ int runInfo(ToolContext& context) {
 
 /// Sets the device's clock to the time of this host.
 int runClockSet(ToolContext& context) {
-  const OpenedDevice device(context, "clock set");
-  device.require(device.device().setDateTime(), inWords(device.summary()));
+  Device device = openCamera(context);
+  device.setClock();
   std::optional<std::string> now;
   try {
-    now = device.device().stringProperty(ptp::kDateTime);
-  } catch (const Exception& exception) {
+    now = device.clock();
+  } catch (const Error& error) {
     context.output.message("What the clock says now is left out, which the device tells wrongly: " +
-                           exception.reason());
+                           error.reason());
   }
   if (context.output.isJSON()) {
     context.output.document({{"dateTime", now.value_or("")}});
@@ -301,12 +271,12 @@ int runClockSet(ToolContext& context) {
 
 /// Puts the device into the state after switching on.
 int runReset(ToolContext& context) {
-  const OpenedDevice device(context, "reset");
-  device.require(device.transactions().sendDeviceReset(), inWords(device.summary()));
+  Device device = openCamera(context);
+  device.reset();
   if (context.output.isJSON()) {
     context.output.document({{"reset", true}});
   } else {
-    context.output.line(inWords(device.summary()) + " was reset.");
+    context.output.line(device.info().description() + " was reset.");
   }
   return kDone;
 }

@@ -5,16 +5,13 @@
 #include <string>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
-#include "Utilities/Exception.h"
 #include "Utilities/Format.h"
 #include "Utilities/JSONReader.h"
+#include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
-#include "platform/foundation/Numbers.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
+#include "library/Records.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
@@ -78,118 +75,85 @@ PropertyDictionary asJSON(const PTPPropertyDescription& description) {
   return json;
 }
 
-struct DescriptionResult {
-  std::optional<PTPPropertyDescription> description{};
-  Status status = status::kOK;
-  std::string why{};
-};
+std::string misfitAdvice(std::uint16_t code) {
+  return "'tarvoctl property get " + codeText(code) + "' shows what does.";
+}
 
-/// A description that a device got wrong is its own failure, not the command's.
-DescriptionResult describe(const OpenedDevice& device, std::uint16_t code) {
+/// The library's error about a property, which has a name here.
+ToolError failed(const ToolContext& context, const Error& error, std::uint16_t code) {
+  Failure failure = failureOf(context, error, nameAndCode(code));
+  if (error.kind() == ErrorKind::kMisuse) failure.advice = misfitAdvice(code);
+  return ToolError(std::move(failure));
+}
+
+/// Asks the device for a property, or tells it.
+template <typename Work>
+auto ofProperty(const ToolContext& context, std::uint16_t code, const Work& work) {
   try {
-    auto dataSet = device.transactions().propertyDataSet(code);
-    if (!dataSet) {
-      const auto& listed = device.transactions().facts().properties;
-      return {.status = containsCode(listed, code) ? device.transactions().lastOutcome()
-                                                   : status::kPTPDevicePropNotSupported};
-    }
-    return {.description = scanPropertyDescription(*dataSet)};
-  } catch (const Exception& exception) {
-    return {.status = status::kICAProtocolError, .why = exception.reason()};
+    return work();
+  } catch (const Error& error) {
+    endIfInterrupted(context, context.operation);
+    throw failed(context, error, code);
   }
 }
 
-PTPPropertyDescription requiredDescription(const ToolContext& context, const OpenedDevice& device,
-                                           std::uint16_t code) {
-  auto result = describe(device, code);
-  endIfInterrupted(context, device.operation());
-  if (!result.description)
-    throw ToolError(device.failure(nameAndCode(code), result.status, result.why));
-  return *std::move(result.description);
-}
-
-/// The JSON value that the user means. What is no JSON is a text.
-PropertyDictionary valueFrom(const std::string& text, std::uint16_t datatype) {
-  if (datatype == kPTPString || datatype == kPTPInt128 || datatype == kPTPUInt128) return text;
-  if (datatype < kPTPArrayOfInt8) {
-    // Codes are written in hexadecimal, which JSON does not have.
-    if (const auto number = numberOf(text, UINT64_MAX)) return *number;
-  }
-  try {
-    return jsonFromText(text);
-  } catch (const Exception&) {
-    return text;
-  }
-}
-
-/// What the user gave for a property.
-struct GivenValue {
-  const std::string& operation;
-  std::uint16_t code;
-  std::string text;
-};
-
-ToolError misfit(const GivenValue& given, const std::string& why) {
-  return ToolError(
-      {.operation = given.operation,
-       .object = nameAndCode(given.code),
-       .status = status::kBadParameter,
-       .why = "'" + given.text + "' does not fit: " + why,
-       .advice = "'tarvoctl property get " + codeText(given.code) + "' shows what does."});
+PropertyInfo propertyOf(const ToolContext& context, Device& device, std::uint16_t code) {
+  return ofProperty(context, code, [&] { return device.property(code); });
 }
 
 /// The value as it is to be sent: a date may be given as it is shown.
-PropertyDictionary valueToSend(const GivenValue& given, std::uint16_t datatype) {
-  if (given.code != ptp::kDateTime || datatype != kPTPString)
-    return valueFrom(given.text, datatype);
-  const auto date = ptpDateFromWords(given.text);
-  if (!date) throw misfit(given, "a date is '2024-06-15 12:00:00' or '20240615T120000'");
-  return *date;
+std::string valueToSend(const ToolContext& context, std::uint16_t code,
+                        const PropertyInfo& property, const std::string& text) {
+  // Of one that cannot be set something else is said.
+  if (code != ptp::kDateTime || property.type() != kPTPString || !property.isWritable())
+    return text;
+  if (auto date = ptpDateFromWords(text)) return *std::move(date);
+  throw ToolError(
+      {.operation = context.operation,
+       .object = nameAndCode(code),
+       .status = status::kBadParameter,
+       .why = "'" + text + "' does not fit: a date is '2024-06-15 12:00:00' or '20240615T120000'",
+       .advice = misfitAdvice(code)});
 }
 
-XTMutablePTPDataSet encodedValue(const GivenValue& given, std::uint16_t datatype,
-                                 const PropertyDictionary& value) {
-  // A longer text would wrap its count.
-  if (datatype == kPTPString && nameLength(given.text) >= kNameLimit)
-    throw misfit(given, "it has 255 characters or more");
-  auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
-  try {
-    storePropertyValue(dataSet, datatype, value);
-  } catch (const Exception& exception) {
-    throw misfit(given, exception.reason());
-  }
-  return dataSet;
+/// A value that the device has taken, as JSON has it.
+PropertyDictionary jsonOfValue(const PTPPropertyDescription& description, const std::string& text) {
+  if (description.current.is_string()) return text;
+  // Codes are written in hexadecimal, which JSON does not have.
+  const auto number = numberOf(text, UINT64_MAX);
+  return number ? PropertyDictionary(*number) : jsonFromText(text);
 }
 
 /// Every property that the device lists, with its value.
 int runPropertyList(ToolContext& context) {
-  const OpenedDevice device(context, "property list");
+  Device device = openCamera(context);
   Listing listing(context.output, {{"CODE"}, {"NAME"}, {"ACCESS"}, {"VALUE"}, {"ALLOWED"}},
                   Listing::kWhole);
   int exitCode = kDone;
-  for (const std::uint16_t code : device.transactions().facts().properties) {
-    const auto result = describe(device, code);
-    endIfInterrupted(context, device.operation());
-    if (result.description) {
-      listing.add(asJSON(*result.description),
-                  {codeText(code), propertyName(code),
-                   result.description->isWritable ? "read and write" : "read only",
-                   valueInWords(*result.description), formInWords(*result.description)});
-      continue;
+  for (const std::uint16_t code : device.facts().properties()) {
+    try {
+      const PropertyInfo property = device.property(code);
+      const auto& description = library::recordOf(property);
+      listing.add(asJSON(description), {codeText(code), propertyName(code),
+                                        property.isWritable() ? "read and write" : "read only",
+                                        valueInWords(description), formInWords(description)});
+    } catch (const Error& error) {
+      endIfInterrupted(context, context.operation);
+      exitCode = kFailed;
+      listing.addFailure({{"code", code}, {"name", propertyName(code)}},
+                         failed(context, error, code).failure());
+      if (error.endsDevice()) break;
     }
-    exitCode = kFailed;
-    listing.addFailure({{"code", code}, {"name", propertyName(code)}},
-                       device.failure(nameAndCode(code), result.status, result.why));
-    if (device.isLost(result.status)) break;
   }
   listing.finish();
   return exitCode;
 }
 
 int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
-  const std::uint16_t code = propertyArgument("property get", options.property);
-  const OpenedDevice device(context, "property get");
-  const auto description = requiredDescription(context, device, code);
+  const std::uint16_t code = propertyArgument(context.operation, options.property);
+  Device device = openCamera(context);
+  const PropertyInfo property = propertyOf(context, device, code);
+  const auto& description = library::recordOf(property);
   if (context.output.isJSON()) {
     context.output.document(asJSON(description));
     return kDone;
@@ -207,18 +171,15 @@ int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
 
 /// Refuses a value that does not fit the property's type, and one for a read-only property.
 int runPropertySet(ToolContext& context, const PropertyOptions& options) {
-  const std::string operation = "property set";
-  const std::uint16_t code = propertyArgument(operation, options.property);
-  const OpenedDevice device(context, operation);
-  const auto description = requiredDescription(context, device, code);
-  if (!description.isWritable)
-    throw ToolError(device.failure(nameAndCode(code), status::kWriteNotPermitted));
-  const GivenValue given = {operation, code, options.value};
-  const auto value = valueToSend(given, description.datatype);
-  const auto encoded = encodedValue(given, description.datatype, value);
-  device.require(device.transactions().setProperty(code, encoded.bytes()), nameAndCode(code));
+  const std::uint16_t code = propertyArgument(context.operation, options.property);
+  Device device = openCamera(context);
+  const PropertyInfo property = propertyOf(context, device, code);
+  const std::string value = valueToSend(context, code, property, options.value);
+  ofProperty(context, code, [&] { device.setProperty(code, value); });
   if (context.output.isJSON()) {
-    context.output.document({{"code", code}, {"name", propertyName(code)}, {"value", value}});
+    context.output.document({{"code", code},
+                             {"name", propertyName(code)},
+                             {"value", jsonOfValue(library::recordOf(property), value)}});
   } else {
     context.output.line(nameAndCode(code) + "  " + options.value);
   }

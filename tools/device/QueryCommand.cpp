@@ -4,10 +4,11 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 
-#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Format.h"
-#include "tools/access/OpenedDevice.h"
+#include "tarvo/Vendor.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 
@@ -17,47 +18,6 @@ namespace {
 struct QueryOptions {
   std::string sql{};
 };
-
-constexpr const char* kQuery = "query";
-/// The operation on the rows: to read them.
-constexpr std::uint32_t kSelect = 0;
-/// Of one transaction.
-constexpr std::uint32_t kPiece = 64 * 1024;
-
-/// A query on the device, which lets it go with this.
-class DeviceQuery {
- public:
-  DeviceQuery(OpenedDevice& device, const std::string& sql) : device_(device) {
-    device_.require(device_.transactions().sendQuery(sql, &handle_), sql);
-  }
-  ~DeviceQuery() {
-    try {
-      // A device that does not hear it has forgotten the query as well.
-      (void)device_.transactions().endQuery(handle_, kSelect);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is left to be done for it
-    }
-  }
-  DeviceQuery(const DeviceQuery&) = delete;
-  DeviceQuery& operator=(const DeviceQuery&) = delete;
-
-  /// False at the end of the rows.
-  bool readPiece(const std::string& sql, ByteBuffer& rows) {
-    bool isLast = false;
-    const std::size_t before = rows.size();
-    device_.require(
-        device_.transactions().getDBRowsFromQuery(handle_, kSelect, kPiece, rows, isLast), sql);
-    // A device that gives nothing and promises more would never come to an end.
-    return !isLast && rows.size() > before;
-  }
-
- private:
-  OpenedDevice& device_;
-  std::uint32_t handle_ = 0;
-};
-
-std::string asText(const ByteBuffer& rows) {
-  return {reinterpret_cast<const char*>(rows.data()), rows.size()};
-}
 
 std::string asHex(const std::string& bytes) {
   std::string hex;
@@ -78,26 +38,19 @@ PropertyDictionary asJSON(const std::string& sql, const std::string& rows) {
 }
 
 /// The rows as the device gives them: bytes for a person, one text (or hexadecimal digits where it
-/// is none) with --json. The query is let go again, also after a failure.
+/// is none) with --json.
 int runQuery(ToolContext& context, const QueryOptions& options) {
-  OpenedDevice device(context, kQuery);
+  Device device = openCamera(context);
   std::string all;
-  {
-    DeviceQuery query(device, options.sql);
-    bool goesOn = true;
-    while (goesOn) {
-      ByteBuffer rows;
-      goesOn = query.readPiece(options.sql, rows);
-      if (context.output.isJSON()) {
-        all += asText(rows);
-      } else {
-        context.output.text(asText(rows));
-      }
+  VendorExtension(device).query(options.sql, [&](std::string_view rows) {
+    if (context.output.isJSON()) {
+      all += rows;
+    } else {
+      context.output.text(rows);
     }
-  }
-  if (context.output.isJSON()) {
-    context.output.document(asJSON(options.sql, all));
-  }
+    return true;
+  });
+  if (context.output.isJSON()) context.output.document(asJSON(options.sql, all));
   return kDone;
 }
 

@@ -5,9 +5,8 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "Utilities/PTPCodes.h"
-#include "tools/access/OpenedDevice.h"
+#include "library/Records.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
@@ -23,41 +22,47 @@ struct FormatOptions {
 
 constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
 
-std::vector<std::uint32_t> storesOf(const OpenedDevice& device) {
-  const auto stores = device.transactions().storageIDs();
-  if (!stores) device.failWithout("the stores");
-  return *stores;
-}
-
-std::string imagesText(const PTPStorageInfo& info) {
-  return info.freeSpaceInImages == kUnknownImages ? "" : std::to_string(info.freeSpaceInImages);
-}
-
-std::uint32_t storeToFormat(const OpenedDevice& device, const std::string& chosen) {
-  if (!chosen.empty()) return numberArgument(device.operation(), "store id", chosen);
-  const auto stores = storesOf(device);
+std::uint32_t storeToFormat(const ToolContext& context, Device& device, const std::string& chosen) {
+  if (!chosen.empty()) return numberArgument(context.operation, "store id", chosen);
+  const auto stores = device.storeIDs();
   if (stores.size() == 1) return stores.front();
-  std::string known;
+  std::vector<std::string> known;
   for (const std::uint32_t store : stores)
-    known += (known.empty() ? "" : ", ") + handleText(store);
-  refuseUsage(device.operation(),
-              stores.empty() ? "the device has no store" : "say which store: " + known);
+    known.push_back(handleText(store));
+  refuseUsage(context.operation,
+              stores.empty() ? "the device has no store" : "say which store: " + joined(known));
 }
 
 /// ", 12 objects, 1.2 GB,": as far as the device tells.
-std::string contentInWords(const OpenedDevice& device, std::uint32_t store) {
+std::string contentInWords(Device& device, std::uint32_t store) {
   std::string words;
-  const auto objects = device.transactions().numberOfObjectsOnStore(store, 0);
-  if (objects >= 0) words += ", " + counted(static_cast<std::uint64_t>(objects), "objects");
-  const auto info = device.transactions().storageInfo(store);
-  const auto used = info ? usedSpaceInWords(*info) : "";
-  if (!used.empty()) words += ", " + used;
+  if (const auto objects = device.count(store)) words += ", " + counted(*objects, "objects");
+  try {
+    const StoreInfo info = device.store(store);
+    const std::string used = info.isEmpty() ? "" : usedSpaceInWords(info);
+    if (!used.empty()) words += ", " + used;
+  } catch (const Error&) {  // NOLINT(bugprone-empty-catch): it may be formatted all the same
+  }
   return words.empty() ? words : words + ",";
+}
+
+void list(Listing& listing, const StoreInfo& store) {
+  PropertyDictionary json = {{"empty", true}};
+  std::vector<std::string> cells = {handleText(store.id()), "no card", "", "", "", ""};
+  if (!store.isEmpty()) {
+    const bool isKnown = store.freePictures() != kUnknownImages;
+    json = jsonFromStorageInfo(library::recordOf(store));
+    cells = {handleText(store.id()),        storageTypeInWords(store.type()),
+             accessInWords(store.access()), capacityInWords(store),
+             freeSpaceInWords(store),       isKnown ? std::to_string(store.freePictures()) : ""};
+  }
+  json["storageID"] = store.id();
+  listing.add(json, std::move(cells));
 }
 
 /// Every store with its room; one that cannot be read is said and does not end the list.
 int runStorageList(ToolContext& context) {
-  const OpenedDevice device(context, "storage list");
+  Device device = openCamera(context);
   Listing listing(context.output,
                   {{"STORE"},
                    {"TYPE"},
@@ -67,26 +72,15 @@ int runStorageList(ToolContext& context) {
                    {"PICTURES", 0, true}},
                   Listing::kWhole);
   int exitCode = kDone;
-  for (const std::uint32_t store : storesOf(device)) {
-    const auto info = device.transactions().storageInfo(store);
-    endIfInterrupted(context, device.operation());
-    const Status status = device.explained(device.transactions().lastOutcome());
-    if (!info && (status == status::kPTPStoreNotAvailable || !ptp::hasLogicalStore(store))) {
-      listing.add({{"storageID", store}, {"empty", true}},
-                  {handleText(store), "no card", "", "", "", ""});
-      continue;
-    }
-    if (!info) {
+  for (const std::uint32_t store : device.storeIDs()) {
+    try {
+      list(listing, device.store(store));
+    } catch (const Error& error) {
+      endIfInterrupted(context, context.operation);
       exitCode = kFailed;
-      listing.addFailure({{"storageID", store}}, device.failure(handleText(store), status));
-      if (device.isLost(status)) break;
-      continue;
+      listing.addFailure({{"storageID", store}}, failureOf(context, error));
+      if (error.endsDevice()) break;
     }
-    PropertyDictionary json = jsonFromStorageInfo(*info);
-    json["storageID"] = store;
-    listing.add(json, {handleText(store), storageTypeInWords(info->storageType),
-                       accessInWords(info->accessCapability), capacityInWords(*info),
-                       freeSpaceInWords(*info), imagesText(*info)});
   }
   listing.finish();
   return exitCode;
@@ -94,14 +88,13 @@ int runStorageList(ToolContext& context) {
 
 /// Deletes everything in a store, after a question. Without a terminal to ask on it needs --yes.
 int runStorageFormat(ToolContext& context, const FormatOptions& options) {
-  const std::string operation = "storage format";
-  const Consent consent(context, operation, options.yes, "delete everything in the store");
-  const OpenedDevice device(context, operation);
-  const std::uint32_t store = storeToFormat(device, options.store);
+  const Consent consent(context, context.operation, options.yes, "delete everything in the store");
+  Device device = openCamera(context);
+  const std::uint32_t store = storeToFormat(context, device, options.store);
   consent.require("Delete everything in store " + handleText(store) +
-                      contentInWords(device, store) + " of " + device.device().name() + "?",
+                      contentInWords(device, store) + " of " + device.facts().name() + "?",
                   "nothing was deleted");
-  device.require(device.device().formatStore(store), "store " + handleText(store));
+  device.formatStore(store);
   if (context.output.isJSON()) {
     context.output.document({{"storageID", store}, {"formatted", true}});
   } else {

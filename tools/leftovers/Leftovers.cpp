@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include "Utilities/Exception.h"
@@ -18,7 +19,6 @@
 #include "platform/files/FilePlace.h"
 #include "platform/files/PartFile.h"
 #include "platform/files/ScratchFolder.h"
-#include "platform/foundation/KeyFile.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/output/Words.h"
 
@@ -35,9 +35,12 @@ bool liesIn(const fs::path& path, const fs::path& folder) {
 }
 
 /// A book that lies in a file; null where that is none.
-PropertyDictionary bookIn(const std::string& path) {
+PropertyDictionary bookIn(const Leftover& found) {
+  if (found.size > kMostJSONBytes) return nullptr;
+  std::string text(found.size, '\0');
+  std::ifstream(found.path, std::ios::binary).read(text.data(), std::ssize(text));
   try {
-    return jsonFromText(readWholeFile(path, kMostJSONBytes).value_or(""));
+    return jsonFromText(text);
   } catch (const Exception&) {
     return nullptr;  // what it is worth is not the question here
   }
@@ -45,7 +48,7 @@ PropertyDictionary bookIn(const std::string& path) {
 
 /// How many entries of each kind a book has that lies in a file, as its JSON tells it.
 void countEntries(Leftover& found) {
-  const auto book = bookIn(found.path);
+  const auto book = bookIn(found);
   if (!book.is_object()) return;
   const auto count = [&](const char* key, const char* things) {
     const auto entries = book.find(key);

@@ -133,7 +133,7 @@ int removeAll(ToolContext& context, const std::vector<Leftover>& all,
     if (isMeant(each) && !options.yes) context.output.message(inWords(each));
   if (count > 0)
     consent.require("Remove " + counted(count, "left-overs") + "?", "none was removed");
-  Batch batch(context, kLeftovers, "left-overs removed");
+  Batch batch(context, "left-overs removed");
   for (const Leftover& each : all) {
     const std::string obstacle = obstacleTo(each, options);
     const auto why = obstacle.empty() ? remove(each) : std::optional(obstacle);

@@ -1,19 +1,12 @@
 // collection, shoebox, wireless-config and display: small things that a device is given or asked.
-#include <cctype>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
-#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
-#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/PTPCodes.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
+#include "tarvo/Vendor.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
@@ -30,21 +23,6 @@ struct FileOptions {
   std::string file{};
 };
 
-/// A request is a page of text and pictures; no device has room for more.
-constexpr std::size_t kLargestRequest = 1U << 20;
-/// The property that holds it; a device without it keeps a file.
-constexpr std::uint16_t kDefaultCollectionID = 0xD204;
-
-bool isGUID(const std::string& text) {
-  constexpr std::string_view kShape = "00000000-0000-0000-0000-000000000000";
-  if (text.size() != kShape.size()) return false;
-  for (std::size_t index = 0; index < kShape.size(); ++index) {
-    const auto letter = static_cast<unsigned char>(text[index]);
-    if (kShape[index] == '-' ? letter != '-' : std::isxdigit(letter) == 0) return false;
-  }
-  return true;
-}
-
 void sayDone(ToolContext& context, const PropertyDictionary& json, const std::string& line) {
   if (context.output.isJSON()) {
     context.output.document(json);
@@ -53,113 +31,67 @@ void sayDone(ToolContext& context, const PropertyDictionary& json, const std::st
   }
 }
 
-/// Whether the device has answered that there is no such thing, which is no failure.
-bool saysNone(Status outcome) {
-  return outcome == status::kOK || outcome == status::kPTPOK ||
-         outcome == status::kPTPInvalidObjectFormatCode;
-}
-
-/// None where the device has none. Raises a ToolError where it cannot be asked, with `why`.
-std::optional<std::string> collectionIDOf(const ToolContext& context, const OpenedDevice& device,
-                                          const std::string& why = {}) {
-  const auto id = device.device().defaultCollectionID();
-  endIfInterrupted(context, device.operation());
-  if (id) return id;
-  const Status outcome = device.transactions().lastOutcome();
-  const auto facts = device.transactions().facts();
-  // The file that would hold it is read in pieces.
-  // On a device with neither, an empty answer would say that there is none, which nobody knows.
-  const bool canTell = containsCode(facts.properties, kDefaultCollectionID) ||
-                       containsCode(facts.operations, ptp::kGetPartialObject);
-  if (canTell && saysNone(outcome)) return std::nullopt;
-  throw ToolError(device.failure("the collection id",
-                                 canTell ? outcome : status::kPTPOperationNotSupported, why));
-}
-
-/// Says why there are no settings.
-[[noreturn]] void failWithoutSettings(const OpenedDevice& device, Status outcome) {
-  const std::string what = "NETCONF.XML";
-  if (!saysNone(outcome)) throw ToolError(device.failure(what, outcome));
-  // An object whose information cannot be read may be what was looked for.
-  for (const std::uint32_t handle : device.objectHandles(ptp::XTD_WIRELESS_CONFIG, what)) {
-    const auto [info, status, why] = readInfo(device.transactions(), handle);
-    if (!info) throw ToolError(device.failure(handleText(handle), status, why));
-  }
-  throw ToolError({.operation = device.operation(),
-                   .object = device.device().name(),
-                   .status = status::kFileNotFound,
-                   .why = "it holds no settings for a wireless network",
-                   .advice = "They are made on the device."});
+PropertyDictionary jsonOfID(const std::optional<std::string>& id) {
+  PropertyDictionary json = {{"collectionID", nullptr}};
+  if (id) json["collectionID"] = validUTF8(*id);
+  return json;
 }
 
 /// Sends a file by `send`, and says so.
-template <typename Send>
-int sendFile(ToolContext& context, const std::string& operation, const std::string& file,
-             const Send& send) {
+int sendFile(ToolContext& context, const std::string& file,
+             void (VendorExtension::*send)(const std::string&)) {
   // What cannot be read is found before the device is touched.
   // Sent by its path below, and read again there.
-  const std::size_t size = readInput(context, operation, file).size();
-  const OpenedDevice device(context, operation);
-  device.require(send(device.device()), file);
+  const std::size_t size = readInput(context, context.operation, file).size();
+  Device device = openCamera(context);
+  (VendorExtension(device).*send)(file);
   sayDone(context, {{"file", validUTF8(file)}, {"size", size}}, file);
   return kDone;
 }
 
 /// The id under which the device files what it gets.
 int runCollectionGet(ToolContext& context) {
-  const OpenedDevice device(context, "collection get");
-  const auto id = collectionIDOf(context, device);
-  if (context.output.isJSON()) {
-    PropertyDictionary json = {{"collectionID", nullptr}};
-    if (id) json["collectionID"] = validUTF8(*id);
-    context.output.document(json);
-  } else if (id) {
-    context.output.line(*id);
-  } else {
-    context.output.message("The device has no collection id.");
-  }
+  Device device = openCamera(context);
+  const auto id = VendorExtension(device).collectionID();
+  if (!id) context.output.message("The device has no collection id.");
+  if (id || context.output.isJSON()) sayDone(context, jsonOfID(id), id.value_or(""));
   return kDone;
 }
 
 int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) {
-  const std::string operation = "collection set";
   if (options.clear == !options.id.empty())
-    refuseUsage(operation, "give an id, or --clear to take it away");
-  if (!options.clear && !isGUID(options.id))
-    refuseUsage(operation, "'" + options.id +
-                               "' is no id, which looks like "
-                               "00112233-4455-6677-8899-AABBCCDDEEFF");
-  const OpenedDevice device(context, operation);
+    refuseUsage(context.operation, "give an id, or --clear to take it away");
+  if (!options.clear && !VendorExtension::isCollectionID(options.id))
+    refuseUsage(context.operation, "'" + options.id +
+                                       "' is no id, which looks like "
+                                       "00112233-4455-6677-8899-AABBCCDDEEFF");
+  Device device = openCamera(context);
   const auto id = options.clear ? std::nullopt : std::optional(options.id);
-  device.require(device.device().setDefaultCollectionID(id), options.id);
-  // Read back: a device is free to keep something else.
-  const auto now = collectionIDOf(context, device, "it was set, but cannot be read back");
-  PropertyDictionary json = {{"collectionID", nullptr}};
-  if (now) json["collectionID"] = validUTF8(*now);
-  sayDone(context, json, now.value_or("The device has no collection id now."));
+  const auto now = VendorExtension(device).setCollectionID(id);
+  sayDone(context, jsonOfID(now), now.value_or("The device has no collection id now."));
   return kDone;
 }
 
 /// A shoebox file for the device.
 int runShoeboxSend(ToolContext& context, const FileOptions& options) {
-  return sendFile(context, "shoebox send", options.file, [&](XTPictureDevice& device) {
-    std::uint32_t handle = 0;
-    return device.sendShoeboxPTP(options.file, &handle);
-  });
+  return sendFile(context, options.file, &VendorExtension::sendShoebox);
 }
 
 /// A picture for the device's shoebox.
 int runShoeboxAdd(ToolContext& context, const FileOptions& options) {
-  return sendFile(context, "shoebox add", options.file,
-                  [&](XTPictureDevice& device) { return device.addImageToShoebox(options.file); });
+  return sendFile(context, options.file, &VendorExtension::addToShoebox);
 }
 
 /// The device's settings for a wireless network, as the device keeps them.
 int runWirelessConfigShow(ToolContext& context) {
-  const OpenedDevice device(context, "wireless-config show");
-  const auto data = device.ptpDevice().wirelessConfigData();
-  endIfInterrupted(context, device.operation());
-  if (!data) failWithoutSettings(device, device.transactions().lastOutcome());
+  Device device = openCamera(context);
+  const auto data = VendorExtension(device).wirelessSettings();
+  if (!data)
+    throw ToolError({.operation = context.operation,
+                     .object = device.facts().name(),
+                     .status = status::kFileNotFound,
+                     .why = "it holds no settings for a wireless network",
+                     .advice = "They are made on the device."});
   // Shown as it is. What it means is the device's own.
   const std::string text(reinterpret_cast<const char*>(data->data()), data->size());
   if (context.output.isJSON()) {
@@ -177,20 +109,14 @@ int runWirelessConfigShow(ToolContext& context) {
 /// Sends a display request, whose bytes the file holds. What a device understands depends on its
 /// maker's version of them.
 int runDisplay(ToolContext& context, const FileOptions& options) {
-  const std::string operation = "display";
-  const auto content = readInput(context, operation, options.file);
-  if (content.empty() || content.size() > kLargestRequest)
-    throw ToolError({.operation = operation,
-                     .object = options.file,
-                     .status = status::kBadParameter,
-                     .why = content.empty() ? "it is empty" : "it is larger than 1 MB"});
-  const OpenedDevice device(context, operation);
-  if (!device.device().supportsCameraBackDisplay())
-    throw ToolError(device.failure(device.device().name(), status::kPTPOperationNotSupported,
-                                   "it shows nothing that a computer sends"));
-  auto request = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
-  request.appendBytes(content.data(), static_cast<std::uint32_t>(content.size()));
-  device.require(device.transactions().displayRequest(request), options.file);
+  const auto content = readInput(context, context.operation, options.file);
+  Device device = openCamera(context);
+  try {
+    VendorExtension(device).display(content);
+  } catch (const Error& error) {
+    endIfInterrupted(context, context.operation);
+    throw ToolError(failureOf(context, error, error.object().empty() ? options.file : ""));
+  }
   sayDone(context, {{"file", validUTF8(options.file)}, {"size", content.size()}}, options.file);
   return kDone;
 }

@@ -2,6 +2,9 @@
 
 #include <utility>
 
+#include "Utilities/NSStringUtilsCategory.h"
+#include "platform/files/FilePlace.h"
+#include "tools/access/Devices.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -20,10 +23,11 @@ const FetchOptions& checked(const std::string& operation, const FetchOptions& op
   return options;
 }
 
-/// No name has a slash in it.
-/// Of the safe name: two names that become the same file are one here.
-std::string keyOf(const std::string& name, std::uint64_t size) {
-  return safeFileName(name).value_or("") + "/" + std::to_string(size);
+/// What came of an object, where it is kept; empty where nothing is.
+std::string keptInWords(const Error& error, const std::string& name) {
+  if (error.part().empty()) return {};
+  return "what came of " + name + ", " + sizeInWords(error.kept()) + ", is kept in '" +
+         error.part() + "'; the next get goes on there, unless that file is deleted";
 }
 
 }  // namespace
@@ -39,15 +43,36 @@ void addFetchOptions(CommandOptions& command, FetchOptions& options, const std::
       .flag("--keep-both", options.keepBoth, "Number new files whose name is taken");
 }
 
-FetchRun::FetchRun(ToolContext& context, std::string operation, const FetchOptions& options)
+FetchRun::FetchRun(ToolContext& context, const FetchOptions& options)
     : context_(context),
-      operation_(std::move(operation)),
-      options_(checked(operation_, options)),
-      target_(resolvedTarget(operation_, options.output, isOneObject(options))),
+      options_(checked(context.operation, options)),
+      target_(resolvedTarget(context.operation, options.output, isOneObject(options))),
       progress_(context.output, context.interrupt,
-                isOneObject(options) ? 1 : options.objects.size()) {}
+                isOneObject(options) ? 1 : options.objects.size()),
+      run_(downloadOptions()) {}
 
-void FetchRun::expect(std::size_t count, std::uint64_t bytes) {
+DownloadOptions FetchRun::downloadOptions() {
+  DownloadOptions options;
+  options.folder(target_.folder).thumbnail(options_.thumbnails);
+  if (target_.name) options.name(*target_.name);
+  if (options_.keepBoth) options.existing(Existing::kKeepBoth);
+  // A picture that is new may bear the name of one that is there: cameras count from 1 again after
+  // a reset.
+  if (options_.onlyNew) options.existing(Existing::kKeepOthers);
+  if (options_.overwrite) options.existing(Existing::kOverwrite);
+  return options
+      .begin([this](const ObjectInfo& object) {
+        progress_.begin(object.name(),
+                        options_.thumbnails ? object.thumbnailSize() : object.size());
+      })
+      .progress(progress_.callback());
+}
+
+void FetchRun::expect(const ObjectInfo& object) {
+  if (options_.onlyNew) run_.expect(object);
+}
+
+void FetchRun::tellSum(std::size_t count, std::uint64_t bytes) {
   progress_.expect(count);
   // A warning and no refusal: what fits is worth fetching, and somebody may make room meanwhile.
   const auto here = fileSystemSizeOf(target_.folder);
@@ -58,55 +83,54 @@ void FetchRun::expect(std::size_t count, std::uint64_t bytes) {
                           "', " + sizeInWords(bytes - here->free) + " are missing.");
 }
 
-FetchRequest FetchRun::request(RunFiles* files) const {
-  auto existing = options_.keepBoth ? ExistingFile::kKeepBoth : ExistingFile::kRefuse;
-  // A picture that is new may bear the name of one that is there: cameras count from 1 again after
-  // a reset.
-  if (options_.onlyNew) existing = ExistingFile::kKeepOthers;
-  if (options_.overwrite) existing = ExistingFile::kOverwrite;
-  // Nothing that comes off a device is run by its name.
-  constexpr mode_t kNoProgram = 0666;
-  return {.folder = target_.folder,
-          .name = target_.name,
-          .existing = existing,
-          .mostPermissions = kNoProgram,
-          .run = files};
+bool FetchRun::passesOver(const ObjectInfo& object, bool looksAhead) {
+  return options_.onlyNew && run_.isThere(object, looksAhead);
 }
 
-void FetchRun::meet(const std::string& name, std::uint64_t size) {
-  if (options_.onlyNew) ++met_[keyOf(name, size)];
-}
-
-bool FetchRun::isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
-                       bool looksAhead) {
-  // Two objects of one name and size are not told apart by the file that is there, so both are
-  // fetched.
-  if (!options_.onlyNew || met_[keyOf(name, size)] > 1) return false;
-  const auto request = FetchRun::request(looksAhead ? nullptr : &files_);
-  FetchResult ignored;
-  FilePlace place(request, ignored);
-  return place.prepare(name) && place.isThere(size, date);
-}
-
-FetchRequest FetchRun::begin(const std::string& name, std::uint64_t size) {
-  progress_.begin(name, size);
-  auto request = FetchRun::request(&files_);
-  request.progress = progress_.callback();
-  return request;
-}
-
-void FetchRun::end(const FetchResult& result) {
-  progress_.end();
+void FetchRun::fetch(Device& device, Batch& batch, const ObjectInfo& object,
+                     PropertyDictionary json) {
+  const std::uint64_t size = options_.thumbnails ? object.thumbnailSize() : object.size();
   // Once full is full for all: the next object would only be cut, too.
-  isFull_ = isFull_ || result.room == Room::kNone;
+  if (isFull_) {
+    batch.left(std::move(json),
+               {.object = objectInWords(object),
+                .status = status::kIOError,
+                .why = "there is no room left"},
+               size);
+    return;
+  }
+  try {
+    const auto file = device.download(object, run_);
+    progress_.end();
+    if (file.wasThere()) return batch.skipped();
+    json["path"] = validUTF8(file.path());
+    json["size"] = file.size();
+    if (file.resumed() > 0) json["resumed"] = file.resumed();
+    batch.succeeded(json, file.path(), file.size());
+  } catch (const Error& error) {
+    progress_.end();
+    fail(batch, object, std::move(json), error);
+  }
 }
 
-std::optional<Failure> FetchRun::obstacle(const std::string& object) const {
-  if (!isFull_) return std::nullopt;
-  return Failure{.operation = operation_,
-                 .object = object,
-                 .status = status::kIOError,
-                 .why = "there is no room left"};
+void FetchRun::fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json,
+                    const Error& error) {
+  isFull_ = isFull_ || error.kind() == ErrorKind::kDiskFull;
+  std::string why = keptInWords(error, object.name());
+  if (!why.empty()) {
+    json["part"] = validUTF8(error.part());
+    json["kept"] = error.kept();
+  }
+  // That a file is there is all that there is to say.
+  if (!error.reason().empty() && error.kind() != ErrorKind::kExists)
+    why = error.reason() + (why.empty() ? "" : "; ") + why;
+  const bool hasNoRoom =
+      error.kind() == ErrorKind::kDiskFull || error.kind() == ErrorKind::kTooLarge;
+  if (!hasNoRoom) return batch.failed(std::move(json), error, "", why);
+  Failure failure = failureOf(error);
+  failure.why = why;
+  batch.left(std::move(json), std::move(failure),
+             options_.thumbnails ? object.thumbnailSize() : object.size());
 }
 
 }  // namespace tarvo::tools

@@ -1,23 +1,18 @@
 // What get and volume get have in common: where files go, what becomes of those that are there, and
 // what there is no room for.
 //
-//   FetchRun run(context, "get", options);
-//   for (each object)
-//     run.meet(name, size);
-//   if (run.isThere(name, size, date)) return;
-//   const auto result = fetch.toFile(handle, run.begin(name, size));
-//   run.end(result);
+//   FetchRun run(context, batch, device, options);
+//   for (each object) run.expect(object);
+//   if (!run.passesOver(object)) run.fetch(object, json);
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
-#include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
-#include "platform/files/FilePlace.h"
+#include "tarvo/Device.h"
+#include "tools/access/Batch.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
@@ -33,6 +28,7 @@ struct FetchOptions {
   std::string output{};
   bool overwrite = false;
   bool keepBoth = false;
+  bool thumbnails = false;
 };
 
 /// What get and volume get have in common; what the operands and --all mean is the command's own.
@@ -45,35 +41,27 @@ class FetchRun {
  public:
   /// Makes the folder where it is missing. Raises kBadUsage for options that say nothing, or two
   /// things, and otherwise as resolvedTarget(). All are lent.
-  FetchRun(ToolContext& context, std::string operation, const FetchOptions& options);
+  FetchRun(ToolContext& context, const FetchOptions& options);
 
   const std::string& folder() const { return target_.folder; }
+  /// Each object of the run, before the first passesOver().
+  void expect(const ObjectInfo& object);
   /// Tells before anything is fetched how much is to come, and what has no room.
-  void expect(std::size_t count, std::uint64_t bytes);
-
-  /// Each object of the run, before the first isThere(); `name` is what the device calls it.
-  void meet(const std::string& name, std::uint64_t size);
-  /// Whether it is only new and the folder has it. That file is no other object's then, unless this
-  /// only `looksAhead`. Of objects of one name and size a file may be any, so none is there: their
-  /// contents tell when they are fetched.
-  bool isThere(const std::string& name, std::uint64_t size, std::optional<std::time_t> date,
-               bool looksAhead = false);
-  /// For the next object, of which name and size are shown.
-  FetchRequest begin(const std::string& name, std::uint64_t size);
-  void end(const FetchResult& result);
-  /// Why nothing more is to be tried; none as long as there is room.
-  std::optional<Failure> obstacle(const std::string& object) const;
+  void tellSum(std::size_t count, std::uint64_t bytes);
+  /// Whether it is only new and the folder has it.
+  bool passesOver(const ObjectInfo& object, bool looksAhead = false);
+  /// Fetches it, as a result of `batch`; `json` is what is known of it.
+  void fetch(Device& device, Batch& batch, const ObjectInfo& object, PropertyDictionary json);
 
  private:
-  FetchRequest request(RunFiles* files) const;
+  DownloadOptions downloadOptions();
+  void fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json, const Error& error);
 
   ToolContext& context_;
-  const std::string operation_;
   const FetchOptions& options_;
   LocalTarget target_;
   Progress progress_;
-  RunFiles files_;
-  std::unordered_map<std::string, std::size_t> met_;  ///< how many of a name and size
+  DownloadRun run_;
   bool isFull_ = false;
 };
 

@@ -1,6 +1,4 @@
 // ls: the objects on a device.
-#include <algorithm>
-#include <cctype>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,13 +6,11 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
+#include "library/Records.h"
 #include "platform/files/FileNames.h"
-#include "platform/foundation/Numbers.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
@@ -41,34 +37,28 @@ std::vector<Column> columnsFor(const ListOptions& options) {
   return {{"HANDLE", 10}, {"FORMAT", 15}, {"SIZE", 10, true}, {"DATE", 19}, {"NAME"}};
 }
 
-std::string sizeText(const XTExtendedObjectInfo& info) {
-  if (isFolder(info)) return "";
+std::string sizeText(const ObjectInfo& object) {
+  if (object.isFolder()) return "";
   // The field cannot hold more (ISO 15740, "ObjectInfo dataset").
-  return info.compressedSize() == ptp::kUnknownObjectSize ? "4 GB or more"
-                                                          : sizeInWords(info.compressedSize());
+  return object.size() == ptp::kUnknownObjectSize ? "4 GB or more" : sizeInWords(object.size());
 }
 
 /// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.
 std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
   if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
-  std::string extension = text;
-  std::ranges::transform(extension, extension.begin(),
-                         [](unsigned char letter) { return std::tolower(letter); });
-  const std::uint16_t code = XTPictureDevice::PTPTypeFromExt(extension);
+  const std::uint16_t code = ptpFormatOfExtension(lowerCaseExtension("x." + text));
   if (code == ptp::kUndefinedFormat)
     refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
   return code;
 }
 
-ListingQuery queryFor(const ListOptions& options) {
-  ListingQuery query = {.isDeep = options.isRecursive};
-  if (!options.store.empty()) query.store = numberArgument(kListing, "store id", options.store);
-  if (!options.format.empty()) query.format = formatArgument(kListing, options.format);
-  if (!options.association.empty()) {
-    query.folder = numberArgument(kListing, "handle", options.association);
-  } else if (!options.isRecursive && options.format.empty()) {
-    query.folder = ListingQuery::kTop;
-  }
+ObjectQuery queryFor(const ListOptions& options) {
+  ObjectQuery query;
+  query.recursive(options.isRecursive);
+  if (!options.store.empty()) query.store(numberArgument(kListing, "store id", options.store));
+  if (!options.format.empty()) query.format(formatArgument(kListing, options.format));
+  if (!options.association.empty())
+    query.folder(numberArgument(kListing, "handle", options.association));
   return query;
 }
 
@@ -79,90 +69,73 @@ class ObjectList {
       : context_(context),
         options_(options),
         query_(queryFor(options)),
-        device_(context, kListing),
-        paths_(device_.transactions()),
+        device_(openCamera(context)),
         listing_(context.output, columnsFor(options), Listing::kStreamed) {}
 
   int run() {
-    ObjectListing objects(device_.transactions());
-    const Status listed =
-        // One transaction in place of one for each object.
-        options_.handlesOnly
-            ? showHandles(objects)
-            : objects.visit(query_, [this](std::uint32_t handle, const ReadInfo& read) {
-                if (!isEnough()) show(handle, read);
-                return !isEnough();
-              });
-    // A device that was lost has been reported with the object that it was lost at.
-    if (!hasEnded_) device_.require(listed, whatIsListed());
+    // One transaction in place of one for each object.
+    if (options_.handlesOnly) {
+      showHandles();
+    } else if (!isEnough()) {
+      device_.visit(query_, ObjectVisitor([this](const ObjectInfo& object) {
+                              add(object);
+                              return !isEnough();
+                            }).onUnreadable([this](auto handle, const auto&, const Error& error) {
+        return fail(handle, error);
+      }));
+    }
     endIfInterrupted(context_, kListing);
     listing_.finish();
     return exitCode_;
   }
 
  private:
-  bool isEnough() const {
-    return (options_.limit && shown_ >= *options_.limit) || hasEnded_ || context_.interrupt.isSet();
-  }
+  bool isEnough() const { return options_.limit && shown_ >= *options_.limit; }
 
-  std::string whatIsListed() const {
-    if (query_.folder == ListingQuery::kAnywhere) return "the objects";
-    return query_.folder == ListingQuery::kTop ? "the root" : "folder " + handleText(query_.folder);
-  }
-
-  Status showHandles(ObjectListing& objects) {
-    ObjectHandles handles;
-    const Status listed = objects.handles(query_, handles);
-    for (const std::uint32_t handle : handles) {
-      if (isEnough()) break;
+  void showHandles() {
+    for (const std::uint32_t handle : device_.handles(query_)) {
+      if (isEnough() || context_.interrupt.isSet()) break;
       ++shown_;
       listing_.add(handle, {handleText(handle)});
     }
-    return listed;
   }
 
-  void show(std::uint32_t handle, const ReadInfo& read) {
-    if (read.info) {
-      add(handle, *read.info);
-    } else {
-      fail(handle, read.status, read.why);
-    }
-  }
-
-  void fail(std::uint32_t handle, Status status, const std::string& why) {
-    if (context_.interrupt.isSet()) return;
+  /// A device that was lost is told of with the object that it was lost at.
+  bool fail(std::uint32_t handle, const Error& error) {
+    if (context_.interrupt.isSet()) return false;
     exitCode_ = kFailed;
-    hasEnded_ = device_.isLost(status);
-    listing_.addFailure({{"handle", handle}}, device_.failure(handleText(handle), status, why));
+    Failure failure = failureOf(error);
+    failure.operation = kListing;
+    listing_.addFailure({{"handle", handle}}, failure);
+    return !error.endsDevice();
   }
 
-  void add(std::uint32_t handle, const XTExtendedObjectInfo& info) {
+  void add(const ObjectInfo& object) {
     ++shown_;
-    std::string name = options_.isRecursive ? paths_.pathOf(info) : info.fileName();
-    PropertyDictionary json = {{"handle", handle}};
-    if (options_.isLong) json.update(jsonFromObjectInfo(info));
-    json["name"] = info.fileName();
+    std::string name = options_.isRecursive ? object.path() : object.name();
+    PropertyDictionary json = {{"handle", object.handle()}};
+    if (options_.isLong) json.update(jsonFromObjectInfo(library::recordOf(object)));
+    json["name"] = object.name();
     if (options_.isRecursive) json["path"] = name;
-    if (isFolder(info)) name += "/";
+    if (object.isFolder()) name += "/";
     if (!options_.isLong) {
-      listing_.add(json, {handleText(handle), name});
+      listing_.add(json, {handleText(object.handle()), name});
       return;
     }
-    listing_.add(json, {handleText(handle), formatInWords(info.objFmtCode()), sizeText(info),
-                        dateInWords(info.captureDateStr().empty() ? info.modDataStr()
-                                                                  : info.captureDateStr()),
-                        name});
+    listing_.add(json,
+                 {handleText(object.handle()), formatInWords(object.format()), sizeText(object),
+                  dateInWords(object.captureDate().empty() ? object.modificationDate()
+                                                           : object.captureDate()),
+                  name});
   }
 
   ToolContext& context_;
   const ListOptions& options_;
-  ListingQuery query_;
-  OpenedDevice device_;
-  ObjectPaths paths_;
+  ObjectQuery query_;
+  Device device_;
   Listing listing_;
   std::uint64_t shown_ = 0;
   int exitCode_ = kDone;
-  bool hasEnded_ = false;
 };
 
 }  // namespace

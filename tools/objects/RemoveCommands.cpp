@@ -6,13 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "tools/access/Batch.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Words.h"
@@ -30,7 +26,8 @@ struct RenameOptions {
   std::string name{};
 };
 
-constexpr const char* kRemoving = "rm";
+/// Of an object on a device, in UTF-16 units.
+constexpr std::size_t kLongestName = 254;
 
 /// One run of rm: everything is looked up first, so that the question can say what would go.
 class Removing {
@@ -38,98 +35,86 @@ class Removing {
   Removing(ToolContext& context, const RemoveOptions& options)
       : options_(options),
         // Before the device is opened: where nobody can be asked nothing need be looked up.
-        consent_(context, kRemoving, options.yes, "delete objects"),
-        device_(context, kRemoving),
-        batch_(context, kRemoving, "objects deleted") {}
+        consent_(context, "rm", options.yes, "delete objects"),
+        device_(openCamera(context)),
+        batch_(context, "objects deleted") {}
 
   int run() {
-    lookUp();
+    batch_.visit(device_, chosen(options_.objects, false), "ls --recursive",
+                 [this](const ObjectInfo& object, bool) {
+                   found_.push_back(object);
+                   if (!object.isFolder()) bytes_ += object.size();
+                 });
     if (batch_.goesOn() && !found_.empty() && !options_.yes)
-      consent_.require("Delete " + foundInWords() + " from " + device_.device().name() + "?",
+      consent_.require("Delete " + foundInWords() + " from " + device_.facts().name() + "?",
                        "nothing was deleted");
     for (const auto& object : found_) {
       if (!batch_.goesOn()) break;
-      batch_.attempt(device_, {{"handle", object.handle}}, object.path, [&] { remove(object); });
+      const PropertyDictionary json = {{"handle", object.handle()}, {"path", object.path()}};
+      batch_.attempt(json, objectInWords(object), [&] {
+        device_.remove(object);
+        batch_.succeeded(json, handleText(object.handle()) + "  " + object.path());
+      });
     }
     return batch_.finish();
   }
 
  private:
-  struct Found {
-    std::uint32_t handle = 0;
-    std::string path;
-    bool isFolder = false;
-  };
-
-  void lookUp() {
-    batch_.visit(
-        device_, options_.objects, false,
-        [this](std::uint32_t handle, const XTExtendedObjectInfo& info, const std::string& path) {
-          found_.push_back({handle, path, isFolder(info)});
-          if (!isFolder(info)) bytes_ += info.compressedSize();
-        });
-  }
-
   /// "2 objects and folder DCIM with 3 objects, 7.7 MB,"; one object by its name.
   std::string foundInWords() {
     std::vector<std::string> words;
-    const auto files = std::ranges::count(found_, false, &Found::isFolder);
-    if (files == 1) words.push_back(std::ranges::find(found_, false, &Found::isFolder)->path);
+    const auto files = std::ranges::count(found_, false, &ObjectInfo::isFolder);
+    if (files == 1)
+      words.push_back(std::ranges::find(found_, false, &ObjectInfo::isFolder)->path());
     if (files > 1) words.push_back(counted(static_cast<std::uint64_t>(files), "objects"));
     for (const auto& each : found_)
-      if (each.isFolder) words.push_back("folder " + each.path + contentInWords(each));
+      if (each.isFolder()) words.push_back("folder " + each.path() + contentInWords(each));
     return joined(words, " and ") + ", " + sizeInWords(bytes_) + ",";
   }
 
   /// What goes with a folder; its sizes count as well.
-  std::string contentInWords(const Found& folder) {
+  std::string contentInWords(const ObjectInfo& folder) {
     std::uint64_t count = 0;
-    const Status status = ObjectListing(device_.transactions())
-                              .visit({.folder = folder.handle, .isDeep = true},
-                                     [&](std::uint32_t, const ReadInfo& read) {
-                                       const bool counts = !read.info || !isFolder(*read.info);
-                                       if (counts) ++count;
-                                       if (counts && read.info)
-                                         bytes_ += read.info->compressedSize();
-                                       return batch_.goesOn();
-                                     });
-    // A number that may be too small would make the question a lie.
-    return status == status::kOK ? " with " + counted(count, "objects") : " with all that is in it";
-  }
-
-  void remove(const Found& object) {
-    PropertyDictionary json = {{"handle", object.handle}, {"path", object.path}};
-    const Status status = device_.device().deleteObject(ObjectReference(object.handle));
-    if (status == status::kOK || status == status::kPTPOK) {
-      batch_.succeeded(json, handleText(object.handle) + "  " + object.path);
-      return;
+    ObjectVisitor visitor([&](const ObjectInfo& object) {
+      if (!object.isFolder()) {
+        ++count;
+        bytes_ += object.size();
+      }
+      return batch_.goesOn();
+    });
+    visitor.onUnreadable([&](std::uint32_t, const std::string&, const Error&) {
+      ++count;
+      return batch_.goesOn();
+    });
+    try {
+      device_.visit(ObjectQuery().folder(folder.handle()).recursive(), visitor);
+    } catch (const Error&) {
+      // A number that may be too small would make the question a lie.
+      return " with all that is in it";
     }
-    batch_.failed(device_, std::move(json), object.path + " (" + handleText(object.handle) + ")",
-                  status);
+    return " with " + counted(count, "objects");
   }
 
   const RemoveOptions& options_;
   Consent consent_;
-  OpenedDevice device_;
+  Device device_;
   Batch batch_;
-  std::vector<Found> found_;
+  std::vector<ObjectInfo> found_;
   std::uint64_t bytes_ = 0;
 };
 
 /// Names that a device cannot keep are refused before they are sent.
 int runRename(ToolContext& context, const RenameOptions& options) {
-  const std::string operation = "rename";
-  const std::uint32_t handle = numberArgument(operation, "handle", options.handle);
-  if (options.name.empty() || nameLength(options.name) >= kNameLimit)
-    throw ToolError({.operation = operation,
+  const std::uint32_t handle = numberArgument("rename", "handle", options.handle);
+  // Without a device: none takes another one.
+  const std::size_t length = utf16FromUTF8(options.name).size();
+  if (length == 0 || length > kLongestName)
+    throw ToolError({.operation = "rename",
                      .object = handleText(handle),
                      .status = status::kBadParameter,
                      .why = "a name has 1 to 254 characters",
                      .advice = "Choose another name."});
-  const OpenedDevice device(context, operation);
-  // For devices that know an object only once its folder was listed.
-  ObjectListing(device.transactions()).find(handle);
-  device.require(device.device().renamePTPObject(handle, options.name), handleText(handle));
+  openCamera(context).rename(handle, options.name);
   if (context.output.isJSON()) {
     context.output.document({{"handle", handle}, {"name", validUTF8(options.name)}});
   } else {

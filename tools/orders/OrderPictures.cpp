@@ -5,15 +5,11 @@
 #include <filesystem>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/PTPCodes.h"
+#include "Utilities/Numbers.h"
+#include "platform/files/FileNames.h"
 #include "tools/access/LocalFiles.h"
-#include "tools/access/ObjectSelection.h"
-#include "tools/access/OpenedDevice.h"
-#include "tools/access/OrderList.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -41,7 +37,7 @@ PropertyDictionary identityOf(PropertyDictionary json) {
 /// What an earlier run noted in a folder; null where it has no note.
 PropertyDictionary notedIn(const ToolContext& context, const fs::path& folder) {
   try {
-    auto json = jsonFromText(readInputText(context, "orders fetch", (folder / kNote).string()));
+    auto json = jsonFromText(readInputText(context, context.operation, (folder / kNote).string()));
     if (json.is_object()) return json;
   } catch (const std::exception&) {
     // Whatever it is, it is no note: the folder is left alone.
@@ -68,127 +64,109 @@ bool isFileOfSize(const fs::path& path, std::uint64_t size) {
 
 }  // namespace
 
-std::string folderNameOf(const ListedOrder& order) {
-  std::string name = std::to_string(order.number) + " " + order.kind;
-  std::string subject = printable(order.subject).substr(0, kLongestSubject);
+std::string folderNameOf(const Order& order) {
+  std::string name = std::to_string(order.number()) + " " + order.kind();
+  std::string subject = printable(order.subject()).substr(0, kLongestSubject);
   // A slash would be a folder of its own.
   std::ranges::replace(subject, '/', '-');
   if (!subject.empty()) name += " - " + validUTF8(subject);
-  return safeFileName(name).value_or(std::to_string(order.number));
+  return safeFileName(name).value_or(std::to_string(order.number()));
 }
 
-OrderPictures::OrderPictures(ToolContext& context, OpenedDevice& device, Batch& batch,
-                             std::string target)
+OrderPictures::OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target)
     : context_(context),
       device_(device),
       batch_(batch),
       target_(std::move(target)),
-      progress_(context.output, context.interrupt, 1),
-      fetch_(device.transactions()) {}
+      progress_(context.output, context.interrupt, 1) {}
 
-void OrderPictures::fetch(const ListedOrder& order) {
+void OrderPictures::fetch(const Order& order) {
+  noted_ = PropertyDictionary::parse(order.json());
   const std::string folder = folderFor(order);
-  noted_ = order.json;
   for (auto& picture : noted_["pictures"])
     if (const auto file = fileNoted(before_, picture); !file.empty()) picture["file"] = file;
   note(order, folder);
-  for (std::size_t index = 0; index < order.pictures.size(); ++index) {
+  for (std::size_t index = 0; index < order.pictures().size(); ++index) {
     if (!batch_.goesOn()) return;
-    const auto& picture = order.pictures[index];
-    PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
-    batch_.attempt(device_, json, picture.name, [&] { fetchOne(order, index, folder); });
+    fetchOne(order, index, folder);
   }
 }
 
-std::string OrderPictures::folderFor(const ListedOrder& order) {
+std::string OrderPictures::folderFor(const Order& order) {
   const std::string name = folderNameOf(order);
   for (unsigned number = 1;; ++number) {
     const fs::path folder = fs::path(target_) / numberedFileName(name, number);
     before_ = notedIn(context_, folder);
     std::error_code ignored;
     const bool isFree = before_.is_null() && !fs::exists(fs::symlink_status(folder, ignored));
-    const bool isOwn = before_.is_object() && identityOf(before_) == identityOf(order.json);
+    const bool isOwn = before_.is_object() && identityOf(before_) == identityOf(noted_);
     if ((isFree || isOwn) && folders_.insert(folder).second)
-      return resolvedTarget(device_.operation(), folder.string() + "/", false).folder;
+      return resolvedTarget(context_.operation, folder.string() + "/", false).folder;
   }
 }
 
-void OrderPictures::note(const ListedOrder& order, const std::string& folder) {
+void OrderPictures::note(const Order& order, const std::string& folder) {
   const std::string text =
       noted_.dump(2, ' ', false, PropertyDictionary::error_handler_t::replace) + "\n";
   const auto made =
       writeWhole({.folder = folder, .name = kNote, .existing = ExistingFile::kOverwrite},
                  std::as_bytes(std::span(text)));
   if (made.status != status::kOK)
-    batch_.failed({{"order", order.number}}, {.operation = device_.operation(),
-                                              .object = made.path,
-                                              .status = made.status,
-                                              .why = made.why});
+    batch_.failed({{"order", order.number()}},
+                  Failure{.object = made.path, .status = made.status, .why = made.why});
 }
 
-void OrderPictures::fetchOne(const ListedOrder& order, std::size_t index,
-                             const std::string& folder) {
-  const auto& picture = order.pictures[index];
-  auto& noted = noted_["pictures"][index];
-  PropertyDictionary json = {{"order", order.number}, {"name", validUTF8(picture.name)}};
-  const auto handle = handleOf(picture);
-  if (!handle) {
-    batch_.failed(json, {.operation = device_.operation(),
-                         .object = inWords(order) + ", " + picture.name,
-                         .status = status::kFileNotFound,
-                         .why = "the picture is no longer on the device",
-                         .advice = "Delete the order, or mark it anew on the device."});
-    return;
-  }
-  json["handle"] = *handle;
-  const std::string object = picture.name + " (" + handleText(*handle) + ")";
-  const auto [info, status, why] = readInfo(device_.transactions(), *handle);
-  if (!info) {
-    batch_.failed(device_, json, object, status, why);
-    return;
-  }
-  if (isFileOfSize(fs::path(folder) / textForKey(noted, "file").value_or(""),
-                   info->compressedSize())) {
+void OrderPictures::fetchOne(const Order& order, std::size_t index, const std::string& folder) {
+  const auto& picture = order.pictures()[index];
+  PropertyDictionary json = {{"order", order.number()}, {"name", validUTF8(picture.name())}};
+  batch_.attempt(json, picture.name(), [&] {
+    const auto handle = handleOf(picture);
+    if (!handle) {
+      batch_.failed(json, Failure{.object = order.description() + ", " + picture.name(),
+                                  .status = status::kFileNotFound,
+                                  .why = "the picture is no longer on the device",
+                                  .advice = "Delete the order, or mark it anew on the device."});
+      return;
+    }
+    json["handle"] = *handle;
+    batch_.attempt(json, picture.name() + " (" + handleText(*handle) + ")", [&] {
+      fetchObject(device_.object(*handle), json, order, noted_["pictures"][index], folder);
+    });
+  });
+}
+
+void OrderPictures::fetchObject(const ObjectInfo& object, PropertyDictionary json,
+                                const Order& order, PropertyDictionary& noted,
+                                const std::string& folder) {
+  if (isFileOfSize(fs::path(folder) / textForKey(noted, "file").value_or(""), object.size())) {
     batch_.skipped();
     return;
   }
-  progress_.begin(info->fileName(), info->compressedSize());
-  const auto result = fetch_.toFile(*handle, {.folder = folder,
-                                              .existing = ExistingFile::kKeepBoth,
-                                              .progress = progress_.callback(),
-                                              .device = device_.device().serialNumber()});
+  const auto file = device_.download(object, DownloadOptions()
+                                                 .folder(folder)
+                                                 .existing(Existing::kKeepBoth)
+                                                 .begin([this](const ObjectInfo& each) {
+                                                   progress_.begin(each.name(), each.size());
+                                                 })
+                                                 .progress(progress_.callback()));
   progress_.end();
-  if (result.status != status::kOK) {
-    batch_.failed(device_, std::move(json), object, result.status, result.why);
-    return;
-  }
-  noted["file"] = fs::path(result.path).filename().string();
+  noted["file"] = fs::path(file.path()).filename().string();
   note(order, folder);
-  json["path"] = result.path;
-  json["size"] = result.size;
-  batch_.succeeded(json, result.path, result.size);
+  json["path"] = file.path();
+  json["size"] = file.size();
+  batch_.succeeded(json, file.path(), file.size());
 }
 
-std::optional<std::uint32_t> OrderPictures::handleOf(const OrderedPicture& picture) {
-  if (picture.handle != 0) return picture.handle;
-  if (!names_) readNames();
-  const auto found = names_->find(picture.name);
+std::optional<std::uint32_t> OrderPictures::handleOf(const OrderPicture& picture) {
+  if (picture.handle() != 0) return picture.handle();
+  if (!names_) names_ = pictureHandles(device_);
+  const auto found = names_->find(picture.name());
   if (found == names_->end()) return std::nullopt;
   if (found->second.size() > 1)
     context_.output.message(std::to_string(found->second.size()) + " pictures are called " +
-                            picture.name + ", and the order does not tell which one it means; " +
+                            picture.name() + ", and the order does not tell which one it means; " +
                             "the first one is taken.");
   return found->second.front();
-}
-
-void OrderPictures::readNames() {
-  names_.emplace();
-  const auto handles = device_.objectHandles(0, "the objects of the device");
-  for (const std::uint32_t handle : handles) {
-    if (context_.interrupt.isSet()) return;
-    const auto info = readInfo(device_.transactions(), handle).info;
-    if (info && !isFolder(*info)) (*names_)[info->fileName()].push_back(handle);
-  }
 }
 
 }  // namespace tarvo::tools

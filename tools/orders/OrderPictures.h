@@ -7,41 +7,39 @@
 #include <string>
 #include <vector>
 
-#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
+#include "Utilities/PropertyDictionary.h"
+#include "tarvo/Orders.h"
 #include "tools/access/Batch.h"
 #include "tools/output/Progress.h"
 
 namespace tarvo::tools {
-
-struct ListedOrder;
-struct OrderedPicture;
 
 /// Main thread only. The folders lie in `target`, which is made; their names hold nothing that a
 /// device could lead out of it with.
 class OrderPictures {
  public:
   /// Everything is lent.
-  OrderPictures(ToolContext& context, OpenedDevice& device, Batch& batch, std::string target);
+  OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target);
 
   /// Fetches all pictures of an order, each a result of the batch, and writes beside them what the
   /// order says, with the file of each picture (order.json). The folder is the order's own: one
   /// that says another order is left alone.
-  void fetch(const ListedOrder& order);
+  void fetch(const Order& order);
 
  private:
-  std::string folderFor(const ListedOrder& order);
-  void note(const ListedOrder& order, const std::string& folder);
-  void fetchOne(const ListedOrder& order, std::size_t index, const std::string& folder);
+  std::string folderFor(const Order& order);
+  void note(const Order& order, const std::string& folder);
+  void fetchOne(const Order& order, std::size_t index, const std::string& folder);
+  void fetchObject(const ObjectInfo& object, PropertyDictionary json, const Order& order,
+                   PropertyDictionary& noted, const std::string& folder);
   /// The handle of a picture that is known by its name alone, by the first object of that name.
-  std::optional<std::uint32_t> handleOf(const OrderedPicture& picture);
-  void readNames();
+  std::optional<std::uint32_t> handleOf(const OrderPicture& picture);
 
   ToolContext& context_;
-  OpenedDevice& device_;
+  Device& device_;
   Batch& batch_;
   std::string target_;
   Progress progress_;
-  ObjectFetch fetch_;
   std::set<std::string> folders_;  ///< of this run
   PropertyDictionary before_;      ///< what the folder's order.json said
   PropertyDictionary noted_;       ///< what it says now
@@ -51,6 +49,6 @@ class OrderPictures {
 
 /// "2 email - Holiday": number, kind and subject, fit to be a folder's name. Where that is another
 /// order's, a number follows.
-std::string folderNameOf(const ListedOrder& order);
+std::string folderNameOf(const Order& order);
 
 }  // namespace tarvo::tools

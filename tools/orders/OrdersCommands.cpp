@@ -2,16 +2,16 @@
 #include <algorithm>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "platform/foundation/Numbers.h"
+#include "Utilities/Numbers.h"
+#include "tarvo/Orders.h"
 #include "tools/access/Batch.h"
-#include "tools/access/OpenedDevice.h"
-#include "tools/access/OrderList.h"
+#include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/orders/OrderPictures.h"
@@ -38,66 +38,99 @@ struct OrdersDeleteOptions {
 
 constexpr std::size_t kShownPictures = 3;
 
-std::string nameInWords(const OrderedPicture& picture) {
-  return picture.name.empty() ? "picture " + handleText(picture.handle) + " (not on the device)"
-                              : picture.name;
+std::string nameInWords(const OrderPicture& picture) {
+  return picture.name().empty() ? "picture " + handleText(picture.handle()) + " (not on the device)"
+                                : picture.name();
 }
 
 /// As many as a line of a table holds.
-std::string picturesInWords(const ListedOrder& order) {
+std::string picturesInWords(const Order& order) {
   std::string words;
-  const std::size_t shown = std::min(order.pictures.size(), kShownPictures);
+  const auto& pictures = order.pictures();
+  const std::size_t shown = std::min(pictures.size(), kShownPictures);
   for (std::size_t index = 0; index < shown; ++index)
-    words += (words.empty() ? "" : ", ") + nameInWords(order.pictures[index]);
-  if (order.pictures.size() > shown)
-    words += " and " + std::to_string(order.pictures.size() - shown) + " more";
+    words += (words.empty() ? "" : ", ") + nameInWords(pictures[index]);
+  if (pictures.size() > shown) words += " and " + std::to_string(pictures.size() - shown) + " more";
   return words.empty() ? "(none)" : words;
 }
 
+/// The handle that a user writes as 0x...; none for anything else.
+std::optional<std::uint32_t> handleNamed(const std::string& text) {
+  if (!text.starts_with("0x") && !text.starts_with("0X")) return std::nullopt;
+  const auto number = numberOf(text, 0xFFFFFFFF);
+  return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
+}
+
+/// The order that `text` means: its number in the list, or its handle as 0x...
+const Order& orderNamed(const ToolContext& context, const OrderList& list,
+                        const std::string& text) {
+  const auto handle = handleNamed(text);
+  const auto number = numberOf(text, 0xFFFFFFFF);
+  const auto found = std::ranges::find_if(list.orders(), [&](const Order& order) {
+    if (handle) return order.handle() != 0 && order.handle() == *handle;
+    return number && order.number() == *number;
+  });
+  if (found == list.orders().end())
+    throw ToolError({.operation = context.operation,
+                     .object = text,
+                     .status = status::kFileNotFound,
+                     .why = "the device has no such order",
+                     .advice = "'tarvoctl orders list' shows the orders."});
+  return *found;
+}
+
 /// The orders that `texts` mean; all without any.
-std::vector<const ListedOrder*> chosenOrders(const OrderList& list, const std::string& operation,
-                                             const std::vector<std::string>& texts) {
-  std::vector<const ListedOrder*> chosen;
+std::vector<const Order*> chosenOrders(const ToolContext& context, const OrderList& list,
+                                       const std::vector<std::string>& texts) {
+  std::vector<const Order*> chosen;
   for (const auto& text : texts) {
-    const ListedOrder* order = &orderNamed(list, operation, text);
+    const Order* order = &orderNamed(context, list, text);
     if (std::ranges::count(chosen, order) == 0) chosen.push_back(order);
   }
   if (!texts.empty()) return chosen;
-  for (const auto& order : list.orders)
+  for (const auto& order : list.orders())
     chosen.push_back(&order);
   return chosen;
 }
 
-void showOrder(Output& output, const ListedOrder& order) {
+/// The orders of the device that is meant.
+OrderList readOrders(ToolContext& context, Device& device) {
+  auto list = tarvo::readOrders(device);
+  endIfInterrupted(context, context.operation);
+  return list;
+}
+
+void showOrder(Output& output, const Order& order) {
   std::vector<std::pair<std::string, std::string>> fields = {
-      {"Order", std::to_string(order.number) + ", " + kindInWords(order)}};
-  if (order.handle != 0) fields.emplace_back("Handle", handleText(order.handle));
+      {"Order", std::to_string(order.number()) + ", " + order.kindInWords()}};
+  if (order.handle() != 0) fields.emplace_back("Handle", handleText(order.handle()));
+  const auto json = PropertyDictionary::parse(order.json());
   const auto add = [&](const char* name, const char* key) {
-    if (!order.json.contains(key)) return;
-    const auto& value = order.json[key];
+    if (!json.contains(key)) return;
+    const auto& value = json[key];
     const auto text = value.is_string() ? value.get<std::string>() : value.dump();
     if (!text.empty()) fields.emplace_back(name, text);
   };
-  if (order.kind == "email") {
+  if (order.kind() == "email") {
     add("From", "XTEmailOrderSenderAddressKey");
-    fields.emplace_back("To", order.purpose.empty() ? "(nobody)" : order.purpose);
+    fields.emplace_back("To", order.purpose().empty() ? "(nobody)" : order.purpose());
     add("Subject", "XTEmailOrderSubjectKey");
     add("Text", "XTEmailOrderBodyKey");
-  } else if (order.kind == "print") {
-    fields.emplace_back("Print", order.purpose);
+  } else if (order.kind() == "print") {
+    fields.emplace_back("Print", order.purpose());
     add("Paper size", "XTPrintOrderPaperSizeKey");
     add("Note", "XTPrintOrderAnnotationKey");
   } else {
     add("From", "XTTransferOrderSenderKey");
   }
-  for (const auto& picture : order.pictures)
+  for (const auto& picture : order.pictures())
     fields.emplace_back("Picture", nameInWords(picture));
   showFields(output, fields);
 }
 
 /// Orders that are there and not in the list.
 void sayWithheld(ToolContext& context, const OrderList& list) {
-  for (const auto& order : list.withheld) {
+  for (const auto& order : list.withheld()) {
     context.output.message(order +
                            " is not shown: the device waits for a transfer of other pictures.");
     context.output.item({{"withheld", order}});
@@ -105,26 +138,25 @@ void sayWithheld(ToolContext& context, const OrderList& list) {
 }
 
 /// What could not be read is a failure of the command, and does not hide what could be.
-int sayUnread(ToolContext& context, Listing& listing, const OpenedDevice& device,
-              const OrderList& list) {
-  for (const auto& entry : list.unread)
-    listing.addFailure(asJSON(entry), failureOf(device, entry));
+int sayUnread(ToolContext& context, Listing& listing, const OrderList& list) {
+  for (const auto& entry : list.unread())
+    listing.addFailure(asJSON(entry), failureOf(context, entry));
   sayWithheld(context, list);
-  return list.unread.empty() ? kDone : kFailed;
+  return list.unread().empty() ? kDone : kFailed;
 }
 
 bool isEmpty(const OrderList& list) {
-  return list.orders.empty() && list.unread.empty() && list.withheld.empty();
+  return list.orders().empty() && list.unread().empty() && list.withheld().empty();
 }
 
-int download(ToolContext& context, OpenedDevice& device, const OrdersShowOptions& options,
+int download(ToolContext& context, Device& device, const OrdersShowOptions& options,
              const OrderList& list) {
-  Batch batch(context, device.operation(), "pictures fetched");
-  for (const auto& entry : list.unread)
-    batch.failed(asJSON(entry), failureOf(device, entry));
+  Batch batch(context, "pictures fetched");
+  for (const auto& entry : list.unread())
+    batch.failed(asJSON(entry), failureOf(context, entry));
   sayWithheld(context, list);
   OrderPictures pictures(context, device, batch, options.download);
-  for (const ListedOrder* order : chosenOrders(list, device.operation(), options.orders)) {
+  for (const Order* order : chosenOrders(context, list, options.orders)) {
     if (!batch.goesOn()) break;
     pictures.fetch(*order);
   }
@@ -132,29 +164,29 @@ int download(ToolContext& context, OpenedDevice& device, const OrdersShowOptions
 }
 
 /// The pictures of an order that `texts` mean, by name or handle; all without any.
-std::vector<OrderedPicture> chosenPictures(const ListedOrder& order, const std::string& operation,
-                                           const std::vector<std::string>& texts) {
-  if (texts.empty()) return order.pictures;
-  std::vector<OrderedPicture> chosen;
+std::vector<OrderPicture> chosenPictures(const ToolContext& context, const Order& order,
+                                         const std::vector<std::string>& texts) {
+  if (texts.empty()) return order.pictures();
+  std::vector<OrderPicture> chosen;
   for (const auto& text : texts) {
     const auto number = numberOf(text, 0xFFFFFFFF);
-    const auto found = std::ranges::find_if(order.pictures, [&](const OrderedPicture& picture) {
-      return picture.name == text || (number && picture.handle == *number);
+    const auto found = std::ranges::find_if(order.pictures(), [&](const OrderPicture& picture) {
+      return picture.name() == text || (number && picture.handle() == *number);
     });
-    if (found == order.pictures.end())
-      throw ToolError({.operation = operation,
+    if (found == order.pictures().end())
+      throw ToolError({.operation = context.operation,
                        .object = text,
                        .status = status::kFileNotFound,
-                       .why = inWords(order) + " has no such picture",
+                       .why = order.description() + " has no such picture",
                        .advice = "'tarvoctl orders show' shows what it has."});
     chosen.push_back(*found);
   }
   return chosen;
 }
 
-[[noreturn]] void refuseMarkerOrder(const std::string& operation, const ListedOrder& order) {
-  throw ToolError({.operation = operation,
-                   .object = inWords(order),
+[[noreturn]] void refuseMarkerOrder(const ToolContext& context, const Order& order) {
+  throw ToolError({.operation = context.operation,
+                   .object = order.description(),
                    .status = status::kUnsupported,
                    .why = "the device keeps it as a line of a file, which cannot be changed singly",
                    .advice = "'tarvoctl orders delete' deletes all such orders at once."});
@@ -164,7 +196,7 @@ std::vector<OrderedPicture> chosenPictures(const ListedOrder& order, const std::
 struct Doomed {
   std::uint32_t handle = 0;
   bool isFile = false;  ///< a marker file, which the standard operation deletes
-  std::vector<const ListedOrder*> orders{};
+  std::vector<const Order*> orders{};
   std::string unread{};  ///< in its place, what could not be read
 };
 
@@ -172,8 +204,8 @@ struct Doomed {
 std::string countedInWords(const std::vector<Doomed>& doomed) {
   std::map<std::string, std::size_t> counts;
   for (const auto& each : doomed) {
-    for (const ListedOrder* order : each.orders)
-      ++counts[kindInWords(*order) + " order"];
+    for (const Order* order : each.orders)
+      ++counts[order->kindInWords() + " order"];
     if (!each.unread.empty()) ++counts[each.unread + " that cannot be read"];
   }
   std::vector<std::string> words;
@@ -187,23 +219,23 @@ std::string countedInWords(const std::vector<Doomed>& doomed) {
 
 /// Whether the orders of a marker file are all that is in it.
 bool isReadInWhole(const OrderList& list, std::uint32_t marker) {
-  return std::ranges::none_of(list.unread,
-                              [&](const auto& entry) { return entry.handle == marker; });
+  return std::ranges::none_of(list.unread(),
+                              [&](const auto& entry) { return entry.handle() == marker; });
 }
 
 /// All that is in the list, but what the device keeps for a transfer.
-std::vector<Doomed> allOf(ToolContext& context, const OpenedDevice& device, const OrderList& list) {
-  const bool waits = device.device().hasSquirtTransferIntention();
+std::vector<Doomed> allOf(ToolContext& context, Device& device, const OrderList& list) {
+  const bool waits = keepsOrdersForTransfer(device);
   std::map<std::uint32_t, Doomed> files;
   std::vector<Doomed> doomed;
   std::size_t kept = 0;
-  for (const auto& order : list.orders) {
-    if (order.handle == 0 && isReadInWhole(list, order.marker)) {
-      auto& file = files[order.marker];
-      file = {.handle = order.marker, .isFile = true, .orders = std::move(file.orders)};
+  for (const auto& order : list.orders()) {
+    if (order.handle() == 0 && isReadInWhole(list, order.marker())) {
+      auto& file = files[order.marker()];
+      file = {.handle = order.marker(), .isFile = true, .orders = std::move(file.orders)};
       file.orders.push_back(&order);
-    } else if (order.handle != 0 && order.kind != "transfer" && !waits) {
-      doomed.push_back({.handle = order.handle, .orders = {&order}});
+    } else if (order.handle() != 0 && order.kind() != "transfer" && !waits) {
+      doomed.push_back({.handle = order.handle(), .orders = {&order}});
     } else {
       ++kept;
     }
@@ -219,24 +251,25 @@ std::vector<Doomed> allOf(ToolContext& context, const OpenedDevice& device, cons
 }
 
 /// What `texts` name, also what could not be read.
-std::vector<Doomed> namedOf(const std::string& operation, const OrderList& list,
+std::vector<Doomed> namedOf(const ToolContext& context, const OrderList& list,
                             const std::vector<std::string>& texts) {
   std::vector<Doomed> doomed;
   for (const auto& text : texts) {
     const auto handle = handleNamed(text);
-    const auto unread = std::ranges::find_if(list.unread, [&](const UnreadEntry& entry) {
-      const bool isOrder = entry.what != "contact" && entry.what != "group";
-      return handle && entry.handle == *handle && entry.handle != 0 && isOrder;
+    const auto unread = std::ranges::find_if(list.unread(), [&](const Unread& entry) {
+      const bool isOrder = entry.what() != "contact" && entry.what() != "group";
+      return handle && entry.handle() == *handle && entry.handle() != 0 && isOrder;
     });
     Doomed named;
-    if (unread != list.unread.end()) {
-      named = {.handle = *handle, .isFile = unread->what == "marker file", .unread = unread->what};
-      for (const auto& order : list.orders)
-        if (named.isFile && order.marker == *handle) named.orders.push_back(&order);
+    if (unread != list.unread().end()) {
+      const auto& what = unread->what();
+      named = {.handle = *handle, .isFile = what == "marker file", .unread = what};
+      for (const auto& order : list.orders())
+        if (named.isFile && order.marker() == *handle) named.orders.push_back(&order);
     } else {
-      const auto& order = orderNamed(list, operation, text);
-      if (order.handle == 0) refuseMarkerOrder(operation, order);
-      named = {.handle = order.handle, .orders = {&order}};
+      const auto& order = orderNamed(context, list, text);
+      if (order.handle() == 0) refuseMarkerOrder(context, order);
+      named = {.handle = order.handle(), .orders = {&order}};
     }
     const auto isSame = [&](const Doomed& other) { return other.handle == named.handle; };
     if (std::ranges::none_of(doomed, isSame)) doomed.push_back(std::move(named));
@@ -245,38 +278,33 @@ std::vector<Doomed> namedOf(const std::string& operation, const OrderList& list,
 }
 
 /// One object, with a result for each order that goes with it.
-void deleteOne(Batch& batch, const OpenedDevice& device, const Doomed& doomed) {
+void deleteOne(Batch& batch, Device& device, const Doomed& doomed) {
   const std::string object = doomed.unread.empty()
-                                 ? inWords(*doomed.orders.front())
+                                 ? doomed.orders.front()->description()
                                  : doomed.unread + " " + handleText(doomed.handle);
   const PropertyDictionary json = {{"handle", doomed.handle}};
-  batch.attempt(device, json, object, [&] {
-    const Status status = doomed.isFile
-                              ? device.device().deleteObject(ObjectReference(doomed.handle))
-                              : device.device().deleteVendorObjectPTP(doomed.handle);
-    if (status != status::kOK && status != status::kPTPOK) {
-      batch.failed(device, json, object, status);
-      return;
-    }
+  batch.attempt(json, object, [&] {
+    (doomed.isFile ? removeMarkerFile : removeOrder)(device, doomed.handle);
     if (!doomed.unread.empty()) batch.succeeded(json, object);
-    for (const ListedOrder* order : doomed.orders)
-      batch.succeeded({{"number", order->number}, {"kind", order->kind}, {"handle", order->handle}},
-                      inWords(*order));
+    for (const Order* order : doomed.orders)
+      batch.succeeded(
+          {{"number", order->number()}, {"kind", order->kind()}, {"handle", order->handle()}},
+          order->description());
   });
 }
 
 /// Every order with whom or what it is for. The exit status tells whether all could be read.
 int runOrdersList(ToolContext& context) {
-  const OpenedDevice device(context, "orders list");
+  Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  endIfInterrupted(context, device.operation());
   Listing listing(context.output, {{"ORDER", 0, true}, {"HANDLE"}, {"KIND"}, {"FOR"}, {"PICTURES"}},
                   Listing::kWhole);
-  for (const auto& order : list.orders)
-    listing.add(order.json,
-                {std::to_string(order.number), order.handle == 0 ? "" : handleText(order.handle),
-                 kindInWords(order), order.purpose, picturesInWords(order)});
-  const int exitCode = sayUnread(context, listing, device, list);
+  for (const auto& order : list.orders())
+    listing.add(
+        PropertyDictionary::parse(order.json()),
+        {std::to_string(order.number()), order.handle() == 0 ? "" : handleText(order.handle()),
+         order.kindInWords(), order.purpose(), picturesInWords(order)});
+  const int exitCode = sayUnread(context, listing, list);
   listing.finish();
   if (isEmpty(list)) context.output.message("There are no orders.");
   return exitCode;
@@ -285,18 +313,17 @@ int runOrdersList(ToolContext& context) {
 /// All that is known of orders, and their pictures as files where wanted. Pictures that are there
 /// already in the same size are passed over.
 int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
-  OpenedDevice device(context, "orders show");
+  Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  endIfInterrupted(context, device.operation());
   if (!options.download.empty()) return download(context, device, options, list);
-  const auto chosen = chosenOrders(list, device.operation(), options.orders);
+  const auto chosen = chosenOrders(context, list, options.orders);
   Listing listing(context.output, {}, Listing::kWhole);
-  for (const ListedOrder* order : chosen) {
-    context.output.item(order->json);
+  for (const Order* order : chosen) {
+    context.output.item(PropertyDictionary::parse(order->json()));
     if (order != chosen.front()) context.output.line("");
     if (!context.output.isJSON()) showOrder(context.output, *order);
   }
-  const int exitCode = sayUnread(context, listing, device, list);
+  const int exitCode = sayUnread(context, listing, list);
   listing.finish();
   if (isEmpty(list)) context.output.message("There are no orders.");
   return exitCode;
@@ -305,25 +332,21 @@ int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
 /// Tells the device that pictures of an order have been dealt with. Only an order that the device
 /// keeps as a data set knows that; the others can be deleted.
 int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
-  const OpenedDevice device(context, "orders fulfil");
+  Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  endIfInterrupted(context, device.operation());
-  const auto& order = orderNamed(list, device.operation(), options.order);
-  if (order.handle == 0) refuseMarkerOrder(device.operation(), order);
-  const auto pictures = chosenPictures(order, device.operation(), options.pictures);
-  Batch batch(context, device.operation(), "pictures fulfilled");
+  const auto& order = orderNamed(context, list, options.order);
+  if (order.handle() == 0) refuseMarkerOrder(context, order);
+  const auto pictures = chosenPictures(context, order, options.pictures);
+  Batch batch(context, "pictures fulfilled");
   for (const auto& picture : pictures) {
     if (!batch.goesOn()) break;
-    PropertyDictionary json = {
-        {"order", order.handle}, {"handle", picture.handle}, {"name", validUTF8(picture.name)}};
-    const std::string object = inWords(order) + ", " + nameInWords(picture);
-    batch.attempt(device, json, object, [&] {
-      const Status status = device.device().indicateFulfillment(order.handle, picture.handle);
-      if (status == status::kOK || status == status::kPTPOK) {
-        batch.succeeded(json, object);
-      } else {
-        batch.failed(device, json, object, status);
-      }
+    const PropertyDictionary json = {{"order", order.handle()},
+                                     {"handle", picture.handle()},
+                                     {"name", validUTF8(picture.name())}};
+    const std::string object = order.description() + ", " + nameInWords(picture);
+    batch.attempt(json, object, [&] {
+      fulfilOrder(device, order, picture);
+      batch.succeeded(json, object);
     });
   }
   return batch.finish();
@@ -331,24 +354,22 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
 
 /// Deletes orders, never their pictures, and says what is still there.
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
-  const std::string operation = "orders delete";
-  const Consent consent(context, operation, options.yes, "delete orders");
-  const OpenedDevice device(context, operation);
+  const Consent consent(context, context.operation, options.yes, "delete orders");
+  Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  endIfInterrupted(context, operation);
   const auto doomed = options.orders.empty() ? allOf(context, device, list)
-                                             : namedOf(operation, list, options.orders);
+                                             : namedOf(context, list, options.orders);
   const std::string question = "Delete " + countedInWords(doomed) + " from " +
-                               device.device().name() + "? The pictures stay.";
+                               device.facts().name() + "? The pictures stay.";
   if (!doomed.empty()) consent.require(question, "nothing was deleted");
-  Batch batch(context, operation, "orders deleted");
+  Batch batch(context, "orders deleted");
   for (const auto& each : doomed) {
     if (!batch.goesOn()) break;
     deleteOne(batch, device, each);
   }
   // What could not be read is still there, and nobody is to think that all is gone.
-  for (const auto& entry : options.orders.empty() ? list.unread : std::vector<UnreadEntry>())
-    batch.failed(asJSON(entry), failureOf(device, entry));
+  for (const auto& entry : options.orders.empty() ? list.unread() : std::vector<Unread>())
+    batch.failed(asJSON(entry), failureOf(context, entry));
   if (isEmpty(list)) context.output.message("There are no orders.");
   return batch.finish();
 }

@@ -60,7 +60,7 @@ std::string progressLine(const std::string& label, std::uint64_t done, std::uint
   return fitting(label, room) + numbers;
 }
 
-Progress::Progress(Output& output, const Interrupt& interrupt, std::size_t count)
+Progress::Progress(Output& output, const StopSignals& interrupt, std::size_t count)
     : output_(output),
       interrupt_(interrupt),
       count_(count),
@@ -82,19 +82,18 @@ void Progress::begin(const std::string& name, std::uint64_t size) {
   lastDrawn_ = started_ + kPatience - kRedrawInterval;
 }
 
-bool Progress::advance(std::uint32_t bytes) {
-  done_ += bytes;
-  const auto now = Clock::now();
-  if (isShown_ && now - lastDrawn_ >= kRedrawInterval) draw(now);
-  return interrupt_.isSet();
-}
-
 void Progress::end() {
   clear();
 }
 
-ProgressCallback Progress::callback() {
-  return [this](std::uint32_t bytes) { return advance(bytes); };
+TransferProgress Progress::callback() {
+  return [this](std::uint64_t done, std::uint64_t size) {
+    done_ = done;
+    size_ = size;
+    const auto now = Clock::now();
+    if (isShown_ && now - lastDrawn_ >= kRedrawInterval) draw(now);
+    return !interrupt_.isSet();
+  };
 }
 
 void Progress::draw(Clock::time_point now) {

@@ -1,8 +1,8 @@
 // How far long work has come: a bar with rate and time left, on a terminal alone.
 //
-//   Progress progress(output, interrupt, "get", 3);
+//   Progress progress(output, interrupt, 3);
 //   progress.begin("TARV0001.JPG", 2412034);
-//   request.progress = progress.callback();
+//   options.progress(progress.callback());
 //   ...
 //   progress.end();
 #pragma once
@@ -11,8 +11,8 @@
 #include <cstdint>
 #include <string>
 
-#include "NativeServices/PictureDevice/operations/DataPhases.h"
-#include "platform/foundation/Interrupt.h"
+#include "tarvo/Session.h"
+#include "tarvo/Transfer.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
@@ -21,7 +21,7 @@ namespace tarvo::tools {
 class Progress {
  public:
   /// Of `count` objects. All are lent.
-  Progress(Output& output, const Interrupt& interrupt, std::size_t count);
+  Progress(Output& output, const StopSignals& interrupt, std::size_t count);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
@@ -30,12 +30,10 @@ class Progress {
   void expect(std::size_t count) { count_ = count; }
   /// The next object begins. `size` is in bytes; 0 is unknown.
   void begin(const std::string& name, std::uint64_t size);
-  /// `bytes` more have been moved. True where the user has interrupted.
-  bool advance(std::uint32_t bytes);
   /// What was shown goes away.
   void end();
-  /// advance() for who moves the bytes; not longer than this lives.
-  ProgressCallback callback();
+  /// For who moves the bytes, not longer than this lives. It ends what the user has interrupted.
+  TransferProgress callback();
 
  private:
   using Clock = std::chrono::steady_clock;
@@ -44,7 +42,7 @@ class Progress {
   void clear();
 
   Output& output_;
-  const Interrupt& interrupt_;
+  const StopSignals& interrupt_;
   std::size_t count_;
   std::size_t index_ = 0;
   bool isShown_;  ///< whether there is anybody to show it to

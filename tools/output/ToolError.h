@@ -8,6 +8,7 @@
 
 #include "Utilities/PropertyDictionary.h"
 #include "Utilities/Status.h"
+#include "tarvo/Error.h"
 
 namespace tarvo::tools {
 
@@ -36,12 +37,11 @@ std::string inWords(const Failure& failure);
 /// known. "message" is what inWords() gives.
 PropertyDictionary asJSON(const Failure& failure);
 
-/// A status with its number in decimal, where that is how it is known, and in hexadecimal.
-std::string statusWithHex(Status status);
 /// What a user can do about it, a sentence; empty where nobody knows.
 std::string adviceFor(Status status);
-/// Whether the device will not answer anything more, so that a batch had better end.
-bool isDeviceLost(Status status);
+/// What the library raised, as a command says it: the operation is the command's own, `object` that
+/// of the error where none is given.
+Failure failureOf(const Error& error, std::string object = {});
 
 /// Ends a command.
 class ToolError : public std::exception {

@@ -8,16 +8,14 @@
 #include <cctype>
 #include <span>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
+#include "tarvo/Device.h"
 
 namespace tarvo::tools {
 namespace {
-
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
 constexpr std::string_view kShapeOfPTP = "00000000T000000";
 constexpr std::string_view kShapeInWords = "0000-00-00 00:00:00";
@@ -35,9 +33,9 @@ const char* nextCharacter(const char* at) {
   return g_utf8_find_next_char(at, nullptr);
 }
 
-bool isBelievable(const PTPStorageInfo& info) {
+bool isBelievable(const StoreInfo& store) {
   constexpr std::uint64_t kAllOnes = 0xFFFFFFFFFFFFFFFF;
-  return info.maxCapacity != kAllOnes && info.freeSpaceInBytes <= info.maxCapacity;
+  return store.capacity() != kAllOnes && store.freeBytes() <= store.capacity();
 }
 
 }  // namespace
@@ -62,16 +60,16 @@ std::string counted(std::uint64_t count, std::string_view things) {
   return std::to_string(count) + " " + words;
 }
 
-std::string capacityInWords(const PTPStorageInfo& info) {
-  return isBelievable(info) ? sizeInWords(info.maxCapacity) : "unknown";
+std::string capacityInWords(const StoreInfo& store) {
+  return isBelievable(store) ? sizeInWords(store.capacity()) : "unknown";
 }
 
-std::string freeSpaceInWords(const PTPStorageInfo& info) {
-  return isBelievable(info) ? sizeInWords(info.freeSpaceInBytes) : "unknown";
+std::string freeSpaceInWords(const StoreInfo& store) {
+  return isBelievable(store) ? sizeInWords(store.freeBytes()) : "unknown";
 }
 
-std::string usedSpaceInWords(const PTPStorageInfo& info) {
-  return isBelievable(info) ? sizeInWords(info.maxCapacity - info.freeSpaceInBytes) : "";
+std::string usedSpaceInWords(const StoreInfo& store) {
+  return isBelievable(store) ? sizeInWords(store.capacity() - store.freeBytes()) : "";
 }
 
 std::string dateInWords(std::string_view ptpDate) {
@@ -95,6 +93,13 @@ std::optional<std::string> ptpDateFromWords(std::string_view words) {
   return isPTPDate(date) ? std::optional(date) : std::nullopt;
 }
 
+std::string localDateText(std::time_t date, const char* format) {
+  std::tm local = {};
+  std::array<char, 64> text = {};
+  if (::localtime_r(&date, &local) == nullptr) return {};
+  return {text.data(), std::strftime(text.data(), text.size(), format, &local)};
+}
+
 std::string batteryInWords(std::uint8_t level) {
   return level == kUnknownBatteryLevel ? "unknown" : std::to_string(level) + " %";
 }
@@ -105,37 +110,6 @@ std::string durationInWords(std::uint64_t seconds) {
   const auto rest = static_cast<unsigned>(seconds % 60);
   return hours > 0 ? formatted("%u:%02u:%02u", hours, minutes, rest)
                    : formatted("%02u:%02u", minutes, rest);
-}
-
-std::string printable(std::string_view text) {
-  // As most text is: a list of thousands is said as fast as it comes.
-  if (std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; }))
-    return std::string(text);
-  return replacingControls(validUTF8(text), [](char32_t) { return std::string(kReplacement); });
-}
-
-std::string printableLines(std::string_view text) {
-  std::string lines;
-  while (!text.empty()) {
-    std::string_view line = text.substr(0, text.find('\n'));
-    const bool isEnded = line.size() < text.size();
-    text.remove_prefix(line.size() + (isEnded ? 1 : 0));
-    if (isEnded && line.ends_with('\r')) line.remove_suffix(1);
-    lines += replacingControls(validUTF8(line), [](char32_t character) {
-      return std::string(character == '\t' ? "\t" : kReplacement);
-    });
-    if (isEnded) lines += '\n';
-  }
-  return lines;
-}
-
-std::string joined(const std::vector<std::string>& texts, std::string_view separator) {
-  std::string all;
-  for (const auto& text : texts) {
-    if (!all.empty()) all += separator;
-    all += text;
-  }
-  return all;
 }
 
 std::size_t displayWidth(std::string_view text) {

@@ -2,13 +2,16 @@
 #pragma once
 
 #include <cstdint>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "Utilities/Printable.h"
+
 namespace tarvo {
-struct PTPStorageInfo;
+class StoreInfo;
 }  // namespace tarvo
 
 namespace tarvo::tools {
@@ -20,16 +23,18 @@ std::string sizeInWords(std::uint64_t bytes);
 std::string counted(std::uint64_t count, std::string_view things);
 /// Of a store; "unknown" where the device says what cannot be: a size of all ones, or more free
 /// than there is.
-std::string capacityInWords(const PTPStorageInfo& info);
-std::string freeSpaceInWords(const PTPStorageInfo& info);
+std::string capacityInWords(const StoreInfo& store);
+std::string freeSpaceInWords(const StoreInfo& store);
 /// What lies in it; empty for "unknown".
-std::string usedSpaceInWords(const PTPStorageInfo& info);
+std::string usedSpaceInWords(const StoreInfo& store);
 /// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
 /// is no date comes back as it is, printable.
 std::string dateInWords(std::string_view ptpDate);
 /// The PTP date that a person means by either form, "2024-06-15 12:00:00" or that of PTP, with or
 /// without a zone behind it; none for what is no date of the calendar.
 std::optional<std::string> ptpDateFromWords(std::string_view words);
+/// By this computer's clock, as strftime(3) has the format.
+std::string localDateText(std::time_t date, const char* format);
 /// "80 %", or "unknown" where a device that cannot tell says 255.
 inline constexpr std::uint8_t kUnknownBatteryLevel = 255;
 std::string batteryInWords(std::uint8_t level);
@@ -50,13 +55,6 @@ std::string eventName(std::uint16_t code);
 /// 0 for a name that no property has. The case of letters does not matter.
 std::uint16_t propertyCode(std::string_view name);
 
-/// One line without control characters, which could steer a terminal; U+FFFD stands for each, and
-/// for what is no UTF-8.
-std::string printable(std::string_view text);
-/// The same of several lines: tabs and the ends of lines (LF, or CR LF) stay.
-std::string printableLines(std::string_view text);
-/// One text of several: "a, b".
-std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
 /// Columns that printable text takes on a terminal.
 std::size_t displayWidth(std::string_view text);
 /// `text` with blanks behind it, or before it, up to `width` columns.

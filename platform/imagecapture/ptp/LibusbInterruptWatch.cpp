@@ -125,7 +125,7 @@ LibusbEventSource::LibusbEventSource(libusb_context* context, std::function<void
   // What a device reports is in no hurry, and a device that reports without end holds nobody up.
   // Behind everything else that the loop has to do.
   g_source_set_priority(raw_, G_PRIORITY_DEFAULT_IDLE);
-  g_source_attach(raw_, nullptr);
+  g_source_attach(raw_, g_main_context_get_thread_default());
   source_ = AttachedSource(raw_);
   const libusb_pollfd** descriptors = libusb_get_pollfds(context_);
   for (auto each = descriptors; each != nullptr && *each != nullptr; ++each)

@@ -1,0 +1,428 @@
+#include "tarvo/AddressBook.h"
+
+#include <algorithm>
+#include <map>
+#include <ostream>
+#include <set>
+#include <utility>
+
+#include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/JSONReader.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Numbers.h"
+#include "Utilities/PTPCodes.h"
+#include "Utilities/Printable.h"
+#include "library/access/BookPlan.h"
+#include "library/access/BookWriting.h"
+#include "library/access/DeviceBook.h"
+#include "library/access/DeviceState.h"
+#include "library/access/OrderList.h"
+
+namespace tarvo {
+
+using namespace library;
+
+const std::string& Unread::what() const { return data_->what; }
+std::uint32_t Unread::handle() const { return data_->handle; }
+const std::string& Unread::reason() const { return data_->why; }
+std::string Unread::description() const {
+  const std::string object = handle() == 0 ? "" : " " + handleText(handle());
+  return what() + object + " cannot be read: " + reason();
+}
+
+/// With e-mail address and nickname, empty where there is none.
+struct BookContact::Data : Contact {};
+
+const std::string& BookContact::nickname() const { return *data_->nickname; }
+const std::string& BookContact::email() const { return *data_->email; }
+const std::string& BookContact::firstName() const { return data_->firstName; }
+const std::string& BookContact::lastName() const { return data_->lastName; }
+const std::string& BookContact::street() const { return data_->street; }
+const std::string& BookContact::city() const { return data_->city; }
+const std::string& BookContact::state() const { return data_->state; }
+const std::string& BookContact::country() const { return data_->country; }
+const std::string& BookContact::zip() const { return data_->zip; }
+const std::string& BookContact::phone() const { return data_->phone; }
+std::uint32_t BookContact::handle() const { return data_->handle; }
+
+struct BookGroup::Data {
+  std::string name;
+  std::vector<std::size_t> members;
+  std::uint32_t handle = 0;
+};
+
+const std::string& BookGroup::name() const { return data_->name; }
+const std::vector<std::size_t>& BookGroup::members() const& { return data_->members; }
+std::vector<std::size_t> BookGroup::members() && { return data_->members; }
+std::uint32_t BookGroup::handle() const { return data_->handle; }
+
+ContactBook ContactBook::fromJSON(std::string_view text) {
+  try {
+    return valueOf<ContactBook>({.book = addressBookFromJSON(jsonFromText(text))});
+  } catch (const Exception& exception) {
+    throw named(errorOf({.why = exception.reason(), .kind = ErrorKind::kMisuse}), "fromJSON");
+  }
+}
+
+std::vector<BookContact> ContactBook::contacts() const {
+  std::vector<BookContact> contacts;
+  for (const auto& each : data_->book.contacts ? *data_->book.contacts : Contacts()) {
+    BookContact::Data contact{*each};
+    contact.email.emplace(contact.email.value_or(""));
+    contact.nickname.emplace(contact.nickname.value_or(""));
+    contacts.push_back(valueOf<BookContact>(std::move(contact)));
+  }
+  return contacts;
+}
+
+std::vector<BookGroup> ContactBook::groups() const {
+  std::map<const Contact*, std::size_t> places;
+  std::size_t place = 0;
+  for (const auto& contact : data_->book.contacts ? *data_->book.contacts : Contacts())
+    places.emplace(contact.get(), place++);
+  std::vector<BookGroup> groups;
+  for (const auto& each : data_->book.groups ? *data_->book.groups : ContactGroups()) {
+    BookGroup::Data group{.name = each->name, .members = {}, .handle = each->handle};
+    for (const auto& member : each->members)
+      if (const auto found = places.find(member.get()); found != places.end())
+        group.members.push_back(found->second);
+    groups.push_back(valueOf<BookGroup>(std::move(group)));
+  }
+  return groups;
+}
+
+bool ContactBook::supportsGroups() const { return data_->book.supportsGroups; }
+std::uint32_t ContactBook::mostContacts() const { return data_->book.limits.maxAddresses; }
+std::uint32_t ContactBook::mostGroups() const { return data_->book.limits.maxGroups; }
+std::uint32_t ContactBook::mostMembers() const { return data_->book.limits.maxAddressesPerGroup; }
+std::uint32_t ContactBook::longestEmail() const {
+  return data_->book.limits.maxAddressLengthInBytes;
+}
+std::uint32_t ContactBook::longestNickname() const {
+  return data_->book.limits.maxNicknameLengthInBytes;
+}
+std::uint32_t ContactBook::longestGroupName() const {
+  return data_->book.limits.maxGroupNameLengthInBytes;
+}
+const std::vector<Unread>& ContactBook::unread() const& { return data_->unread; }
+std::vector<Unread> ContactBook::unread() && { return data_->unread; }
+std::string ContactBook::json() const { return textOf(jsonFromAddressBook(data_->book)); }
+
+struct BookFault::Data {
+  AddressBookError error;
+  std::string message;
+};
+
+std::int32_t BookFault::code() const { return data_->error.ptpErrorCode; }
+const std::optional<std::string>& BookFault::object() const { return data_->error.errorObject; }
+const std::string& BookFault::message() const { return data_->message; }
+
+struct BookOptions::Data {
+  bool keepsOthers = false;
+  bool isPartial = false;
+  std::vector<std::size_t> nameless{};
+  bool syncOnly = false;
+};
+
+BookOptions::BookOptions() : data_(std::make_shared<Data>()) {}
+
+BookOptions& BookOptions::keepsOthers(bool is) {
+  ownOf(data_).keepsOthers = is;
+  return *this;
+}
+BookOptions& BookOptions::isPartial(bool is) {
+  ownOf(data_).isPartial = is;
+  return *this;
+}
+BookOptions& BookOptions::nameless(std::vector<std::size_t> contacts) {
+  ownOf(data_).nameless = std::move(contacts);
+  return *this;
+}
+BookOptions& BookOptions::syncOnly(bool is) {
+  ownOf(data_).syncOnly = is;
+  return *this;
+}
+
+struct BookChange::Data {
+  std::weak_ptr<DeviceState> device;
+  bool isSingly = false;
+  BookWay way = BookWay::kSingly;
+  BookPlan plan{};
+  BookSurroundings surroundings{};
+  std::vector<std::string> warnings{};
+  bool isUsed = false;
+};
+
+bool BookChange::isEmpty() const { return data_->plan.changes.isEmpty(); }
+bool BookChange::emptiesBook() const {
+  return data_->way == BookWay::kSynchronisation && !data_->isSingly;
+}
+std::vector<std::string> BookChange::lines() const { return inWords(data_->plan.changes); }
+std::string BookChange::json() const { return textOf(asJSON(data_->plan.changes)); }
+const std::vector<std::string>& BookChange::warnings() const& { return data_->warnings; }
+std::vector<std::string> BookChange::warnings() && { return data_->warnings; }
+
+std::ostream& operator<<(std::ostream& out, const Unread& unread) {
+  return out << printable(unread.description());
+}
+std::ostream& operator<<(std::ostream& out, const BookContact& contact) {
+  return out << printable(contact.nickname() + " <" + contact.email() + ">");
+}
+std::ostream& operator<<(std::ostream& out, const BookGroup& group) {
+  return out << printable(group.name()) << " (" << group.members().size() << ')';
+}
+std::ostream& operator<<(std::ostream& out, const ContactBook& book) {
+  return out << book.contacts().size() << " contacts, " << book.groups().size() << " groups";
+}
+std::ostream& operator<<(std::ostream& out, const BookFault& fault) {
+  return out << fault.message();
+}
+std::ostream& operator<<(std::ostream& out, const BookChange& change) {
+  for (const auto& line : change.lines())
+    out << line << '\n';
+  return out;
+}
+
+namespace {
+
+std::optional<BookFault> faultIn(const OpenedDevice& camera, const AddressBook& book) {
+  const auto error = camera.device().validateAddressBookDict(book);
+  if (!error) return std::nullopt;
+  return valueOf<BookFault>({*error, inWords(*error, book)});
+}
+
+void refuseChange(const std::string& why, const std::string& advice, ErrorKind kind,
+                  const std::string& object = {}) {
+  if (why.empty()) return;
+  raise({.object = object, .why = why, .advice = "Nothing was sent. " + advice, .kind = kind});
+}
+
+/// Contacts that could not be read would be taken for contacts that are not there.
+void refuseGaps(const OpenedDevice& camera, const ContactBook& there) {
+  if (there.unread().empty()) return;
+  raise({.object = camera.device().name(),
+         .status = status::kPTPGeneralError,
+         .why = there.unread().front().description() + "; nothing was sent",
+         .advice = "Try again, or remove what cannot be read."});
+}
+
+/// Of the plan and not of the file: where others are kept the book is both.
+void refuseInvalid(const OpenedDevice& camera, const BookChange::Data& change) {
+  if (const auto fault = faultIn(camera, change.plan.book))
+    raise({.status = fault->code(),
+           .why = fault->message(),
+           .advice = "Nothing was sent; correct the entry and try again.",
+           .kind = ErrorKind::kMisuse});
+  refuseChange(obstacleTo(change.way, change.plan, change.surroundings),
+               "Correct the entry and try again.", ErrorKind::kMisuse);
+}
+
+/// An order names its recipients by their handles: it would go to another address, or to nobody.
+void refuseOtherRecipients(const OpenedDevice& camera, BookChange::Data& change) {
+  const BookChanges& changes = change.plan.changes;
+  if (change.way != BookWay::kSingly || !changes.hasContacts()) return;
+  const auto orders = emailRecipients(camera);
+  for (const auto& [recipient, order] : orders)
+    change.surroundings.recipients.insert(recipient);
+  const auto refuseFor = [&](const Contact& contact) {
+    const auto found = orders.find(contact.handle);
+    if (found == orders.end()) return;
+    const std::string order = handleText(found->second);
+    refuseChange("e-mail order " + order + " goes to " + contactInWords(contact),
+                 "Fulfil the order, or delete it.", ErrorKind::kBusy, order);
+  };
+  for (const auto& contact : changes.removed)
+    refuseFor(*contact);
+  for (const auto& changed : changes.changed)
+    if (changed.before->email != changed.after->email) refuseFor(*changed.before);
+}
+
+PlanOptions planOptions(const AddressBook& wanted, const BookOptions::Data& options,
+                        bool isSingly) {
+  PlanOptions plan = {.keepsOthers = options.keepsOthers,
+                      .keepsOnlyLabels = !isSingly,
+                      .wantedIsPartial = options.isPartial,
+                      .leavesContacts = options.syncOnly && isSingly};
+  for (const std::size_t index : options.nameless) {
+    if (!wanted.contacts || index >= wanted.contacts->size())
+      refuse("the book has no contact " + std::to_string(index));
+    plan.nameless.insert((*wanted.contacts)[index]);
+  }
+  return plan;
+}
+
+/// What the device lacks of the book that it was to get, by reading it once more; none where it
+/// cannot be read in whole.
+std::optional<BookChanges> differencesNow(const OpenedDevice& camera,
+                                          const BookChange::Data& change) {
+  try {
+    const auto now = readDeviceBook(camera);
+    auto plan = planBook(now.book, change.plan.book, {.keepsOnlyLabels = !change.isSingly});
+    if (now.unread.empty() && plan.doubt.empty()) return std::move(plan.changes);
+  } catch (const Error&) {
+    // Told by the caller, which knows what it means there.
+  }
+  return std::nullopt;
+}
+
+/// A line without what it says in brackets, which may be another number by now.
+std::string headOf(const std::string& line) {
+  return line.substr(0, line.ends_with(')') ? line.rfind(" (") : std::string::npos);
+}
+
+/// What was written and what was not: by the device itself, where it can still be asked, for the
+/// answer to a change may be lost and the change there all the same.
+std::string howFar(const OpenedDevice& camera, const BookChange::Data& change,
+                   const BookWritten& written) {
+  const auto left = change.isSingly ? differencesNow(camera, change) : std::nullopt;
+  std::set<std::string> known;
+  for (const auto& line : left ? inWords(*left) : written.done)
+    known.insert(headOf(line));
+  std::vector<std::string> open;
+  std::vector<std::string> done;
+  for (const auto& line : inWords(change.plan.changes))
+    (known.contains(headOf(line)) == left.has_value() ? open : done).push_back(line);
+  std::string words = done.empty() ? "Nothing of it was written" : "Written: " + joined(done, "; ");
+  if (!open.empty()) words += ". Not written: " + joined(open, "; ");
+  if (change.isSingly && !left)
+    words += ". The last change may or may not have arrived: the device cannot be asked";
+  return words;
+}
+
+/// A device may say OK to what it then keeps otherwise.
+void compareAfterwards(const OpenedDevice& camera, const BookChange::Data& change) {
+  const auto left = differencesNow(camera, change);
+  if (left && left->isEmpty()) return;
+  camera.session().endIfInterrupted();
+  raise(camera.failure(
+      camera.device().name(),
+      left ? status::kPTPIncompleteTransfer : camera.transactions().lastOutcome(),
+      left ? "it was written, but the device has it differently: " + joined(inWords(*left), "; ")
+           : "it was written, but cannot be read again to make sure"));
+}
+
+struct EntryKind {
+  std::uint16_t format;
+  const char* what;
+};
+
+EntryKind kindOf(BookEntryKind kind) {
+  switch (kind) {
+    case BookEntryKind::kContact:
+      return {.format = ptp::XTD_CONTACT, .what = "contact"};
+    case BookEntryKind::kGroup:
+      return {.format = ptp::XTD_GROUP, .what = "group"};
+    case BookEntryKind::kFile:
+      break;
+  }
+  return {.format = ptp::XTD_ADDRESS_BOOK_FILE, .what = "address-book file"};
+}
+
+/// As bytes, since it may be one that cannot be read as a record; none where it cannot be had.
+std::optional<ByteBuffer> bytesOf(const OpenedDevice& camera, BookEntryKind kind,
+                                  std::uint32_t handle) {
+  if (kind == BookEntryKind::kFile) return camera.device().downloadObject(ObjectReference(handle));
+  const auto dataSet = camera.transactions().getDataSet(handle, kindOf(kind).format);
+  if (!dataSet) return std::nullopt;
+  const auto bytes = dataSet->bytes().first(
+      std::min<std::size_t>(dataSet->length(), camera.transactions().lastReceived()));
+  return ByteBuffer(bytes.begin(), bytes.end());
+}
+
+}  // namespace
+
+ContactBook readAddressBook(Device& device) {
+  return asked(device.state(), "readAddressBook",
+               [](OpenedDevice& camera) { return valueOf<ContactBook>(readDeviceBook(camera)); });
+}
+
+bool keepsContactsSingly(Device& device) {
+  return asked(device.state(), "keepsContactsSingly",
+               [](OpenedDevice& camera) { return keepsContactsSingly(camera); });
+}
+
+std::optional<BookFault> checkAddressBook(Device& device, const ContactBook& there,
+                                          const ContactBook& wanted) {
+  return asked(device.state(), "checkAddressBook", [&](OpenedDevice& camera) {
+    AddressBook book = wanted.data().book;
+    // The limits of the device that is there, whatever the book's own are.
+    book.limits = there.data().book.limits;
+    if (!book.contacts) book.contacts.emplace();
+    if (!book.groups) book.groups.emplace();
+    return faultIn(camera, book);
+  });
+}
+
+BookChange planAddressBook(Device& device, const ContactBook& there, const ContactBook& wanted,
+                           const BookOptions& options) {
+  return asked(device.state(), "planAddressBook", [&](OpenedDevice& camera) {
+    refuseGaps(camera, there);
+    const AddressBook& book = wanted.data().book;
+    const bool isSingly = keepsContactsSingly(camera);
+    const auto data = std::make_shared<BookChange::Data>(BookChange::Data{
+        .device = device.state(),
+        .isSingly = isSingly,
+        .way = options.data().syncOnly ? BookWay::kSynchronisation
+               : isSingly              ? BookWay::kSingly
+                                       : BookWay::kFile,
+        .plan = planBook(there.data().book, book, planOptions(book, options.data(), isSingly)),
+        .surroundings = {.encoding = camera.session().platform().services().defaultEncoding}});
+    BookChange change(data);
+    // Where it is not known who is who, one of two people would be lost.
+    refuseChange(data->plan.doubt, "Export the book, and change that.", ErrorKind::kAmbiguous);
+    if (change.isEmpty() && !change.emptiesBook()) return change;
+    refuseInvalid(camera, *data);
+    refuseOtherRecipients(camera, *data);
+    data->warnings = warningsOf(data->way, camera, data->plan);
+    if (!isSingly && book.groups && !book.groups->empty())
+      data->warnings.insert(data->warnings.begin(),
+                            "The device keeps no groups: those of the file are left out.");
+    return change;
+  });
+}
+
+void writeAddressBook(Device& device, const BookChange& change) {
+  asked(device.state(), "writeAddressBook", [&](OpenedDevice& camera) {
+    auto& data = change.data();
+    if (data.device.lock() != device.state()) refuse("the change is one for another device");
+    if (std::exchange(data.isUsed, true)) refuse("the change was written already");
+    const auto written = writeBook(data.way, camera, data.plan, data.surroundings);
+    if (written.status == status::kOK) return compareAfterwards(camera, data);
+    std::string why = written.why.empty() ? "" : written.why + ". ";
+    why += howFar(camera, data, written);
+    if (!written.outcome.empty()) why += ". " + written.outcome;
+    raise({.object = camera.device().name(), .status = written.status, .why = why});
+  });
+}
+
+std::vector<std::uint32_t> bookEntries(Device& device, BookEntryKind kind) {
+  return asked(device.state(), "bookEntries", [&](OpenedDevice& camera) {
+    return camera.objectHandles(kindOf(kind).format, "the address book");
+  });
+}
+
+std::vector<std::byte> readBookEntry(Device& device, BookEntryKind kind, std::uint32_t handle) {
+  return asked(device.state(), "readBookEntry", [&](OpenedDevice& camera) {
+    const auto bytes = bytesOf(camera, kind, handle);
+    if (!bytes) camera.failWithout(std::string("the ") + kindOf(kind).what);
+    return std::vector<std::byte>(bytes->begin(), bytes->end());
+  });
+}
+
+void removeBookEntry(Device& device, BookEntryKind kind, std::uint32_t handle,
+                     const std::function<void(std::span<const std::byte>)>& keep) {
+  asked(device.state(), "removeBookEntry", [&](OpenedDevice& camera) {
+    const std::string object = kindOf(kind).what + (" " + handleText(handle));
+    const auto bytes = bytesOf(camera, kind, handle);
+    if (camera.transactions().lastOutcome() == status::kObjectTooLarge)
+      raise(camera.failure(object, status::kObjectTooLarge));
+    keep(bytes.value_or(ByteBuffer()));
+    camera.require(kind == BookEntryKind::kFile
+                       ? camera.device().deleteObject(ObjectReference(handle))
+                       : camera.device().deleteVendorObjectPTP(handle),
+                   object);
+  });
+}
+
+}  // namespace tarvo

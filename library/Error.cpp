@@ -1,0 +1,192 @@
+#include <algorithm>
+#include <array>
+#include <new>
+#include <ostream>
+#include <utility>
+
+#include "Utilities/Exception.h"
+#include "Utilities/Printable.h"
+#include "library/access/Failure.h"
+
+namespace tarvo {
+namespace {
+
+struct Meaning {
+  Status status;
+  ErrorKind kind;
+  const char* advice;  ///< empty where nobody knows
+};
+
+constexpr const char* kOffAndOn = "Try again; if it stays so, switch the device off and on.";
+constexpr const char* kPlugIn = "Plug the device in again.";
+constexpr const char* kAtTheScreen =
+    "Install the udev rule (70-tarvo.rules), and do it in the session at the screen.";
+
+constexpr auto kMeanings = std::to_array<Meaning>({
+    {status::kFileNotFound, ErrorKind::kNotFound, "Check the name."},
+    {status::kDuplicateFile, ErrorKind::kExists, ""},
+    {status::kIOError, ErrorKind::kHost, "Check that there is room and that you may write there."},
+    {status::kBadParameter, ErrorKind::kMisuse, "Check what was given."},
+    {status::kWriteNotPermitted, ErrorKind::kNotPermitted, "It can be read only."},
+    {status::kOutOfMemory, ErrorKind::kHost, "Close other programs and try again."},
+    {status::kCancelled, ErrorKind::kCancelled, "Try again when you like."},
+    {status::kFileTypeNotFound, ErrorKind::kMisuse,
+     "Give the file an extension that the device knows."},
+    {status::kNotAFile, ErrorKind::kRefused, "Only plain files can be sent."},
+    {status::kUnsupported, ErrorKind::kUnsupported, "This kind of device cannot do it."},
+    {status::kObjectTooLarge, ErrorKind::kTooLarge, ""},
+    {status::kICADeviceBusy, ErrorKind::kBusy,
+     "Close the program that uses the device and try again."},
+    {status::kICATransactionRunning, ErrorKind::kMisuse, ""},
+    {status::kICAAccessDenied, ErrorKind::kNotPermitted,
+     "Install the udev rule (70-tarvo.rules) and plug the device in again."},
+    {status::kICADeviceGone, ErrorKind::kGone, kPlugIn},
+    {status::kICATimeout, ErrorKind::kTimedOut,
+     "Switch the device off and on; a slow one may need a longer time."},
+    {status::kICAOutOfTime, ErrorKind::kTimedOut, ""},
+    {status::kICAProtocolError, ErrorKind::kBroken, kOffAndOn},
+    {status::kIOReturnNoDevice, ErrorKind::kGone, kPlugIn},
+    {status::kIOReturnNotPrivileged, ErrorKind::kNotPermitted, kAtTheScreen},
+    {status::kIOReturnExclusiveAccess, ErrorKind::kBusy,
+     "Close the program that uses the device and try again."},
+    {status::kIOReturnBusy, ErrorKind::kBusy, "Close what uses it and try again."},
+    {status::kIOReturnTimeout, ErrorKind::kTimedOut, kOffAndOn},
+    {status::kIOReturnAborted, ErrorKind::kCancelled, ""},
+    {status::kDAReturnNotPermitted, ErrorKind::kNotPermitted,
+     "Do it in the session at the screen."},
+    {status::kDAReturnNotReady, ErrorKind::kHost,
+     "Check that the UDisks2 service (udisks2) is installed and that the system bus runs."},
+    {status::kPTPGeneralError, ErrorKind::kRefused, kOffAndOn},
+    {status::kPTPSessionNotOpen, ErrorKind::kGone, kPlugIn},
+    {status::kPTPOperationNotSupported, ErrorKind::kUnsupported, ""},
+    {status::kPTPIncompleteTransfer, ErrorKind::kBroken,
+     "Check the cable and try again; if it stays so, switch the device off and on."},
+    {status::kPTPInvalidObjectHandle, ErrorKind::kNotFound, ""},
+    {status::kPTPDevicePropNotSupported, ErrorKind::kNotFound, ""},
+    {status::kPTPInvalidObjectFormatCode, ErrorKind::kUnsupported,
+     "The device does not take files of this kind."},
+    {status::kPTPStoreFull, ErrorKind::kTooLarge, "Make room on the device, or use another store."},
+    {status::kPTPObjectWriteProtected, ErrorKind::kNotPermitted,
+     "Take the protection off on the device."},
+    {status::kPTPStoreReadOnly, ErrorKind::kNotPermitted, "Check the lock of the memory card."},
+    {status::kPTPAccessDenied, ErrorKind::kNotPermitted, "Unlock the device, or allow it there."},
+    {status::kPTPStoreNotAvailable, ErrorKind::kNotFound,
+     "Check that the memory card is in its slot."},
+    {status::kPTPDeviceBusy, ErrorKind::kBusy, "Wait until the device is idle and try again."},
+    {status::kPTPInvalidParameter, ErrorKind::kRefused, "Check what was given."},
+    {status::kPTPTransactionCancelled, ErrorKind::kCancelled, "Try again."},
+});
+
+const Meaning* meaningOf(Status status) {
+  const auto* row = std::ranges::find(kMeanings, status, &Meaning::status);
+  return row == kMeanings.end() ? nullptr : row;
+}
+
+/// "download TARV0001.JPG: device did not answer in time (-9904, 0xffffd950): WHY. ADVICE".
+std::string onOneLine(const Error::Details& details) {
+  std::string words = details.operation;
+  const auto append = [&words](const char* separator, const std::string& text) {
+    if (text.empty()) return;
+    if (!words.empty()) words += separator;
+    words += text;
+  };
+  append(" ", details.object);
+  if (details.status != status::kOK) append(": ", statusWithHex(details.status));
+  append(": ", details.reason);
+  if (!details.advice.empty() && !words.ends_with('.')) words += '.';
+  append(" ", details.advice);
+  return printable(words);
+}
+
+}  // namespace
+
+Error::Error(std::shared_ptr<const Details> details) noexcept : details_(std::move(details)) {}
+Error::Error(const Error&) noexcept = default;
+Error& Error::operator=(const Error&) noexcept = default;
+Error::~Error() = default;
+
+ErrorKind Error::kind() const noexcept { return details_->kind; }
+std::int32_t Error::status() const noexcept { return details_->status; }
+const std::string& Error::operation() const noexcept { return details_->operation; }
+const std::string& Error::object() const noexcept { return details_->object; }
+const std::string& Error::reason() const noexcept { return details_->reason; }
+const std::string& Error::advice() const noexcept { return details_->advice; }
+const char* Error::what() const noexcept { return details_->what.c_str(); }
+const std::string& Error::part() const noexcept { return details_->part; }
+std::uint64_t Error::kept() const noexcept { return details_->kept; }
+bool Error::endsDevice() const noexcept { return library::isDeviceLost(details_->status); }
+
+std::string Error::inWords(std::int32_t status) { return statusText(status); }
+
+std::string Error::adviceFor(std::int32_t status) {
+  const Meaning* meaning = meaningOf(status);
+  return meaning ? meaning->advice : "";
+}
+
+std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.what(); }
+
+namespace library {
+namespace {
+
+Error errorFrom(Error::Details details) {
+  details.what = onOneLine(details);
+  return Error(std::make_shared<const Error::Details>(std::move(details)));
+}
+
+}  // namespace
+
+Error errorOf(Failure failure) {
+  const Meaning* meaning = meaningOf(failure.status);
+  const auto otherwise = meaning ? meaning->kind : ErrorKind::kRefused;
+  if (failure.advice.empty() && meaning) failure.advice = meaning->advice;
+  return errorFrom({.kind = failure.kind.value_or(otherwise),
+                    .status = failure.status,
+                    .object = std::move(failure.object),
+                    .reason = std::move(failure.why),
+                    .advice = std::move(failure.advice),
+                    .part = std::move(failure.part),
+                    .kept = failure.kept});
+}
+
+void raise(Failure failure) { throw errorOf(std::move(failure)); }
+
+void refuse(std::string why, std::string object) {
+  raise({.object = std::move(object), .why = std::move(why), .kind = ErrorKind::kMisuse});
+}
+
+Error named(const Error& error, const char* operation) {
+  if (!error.operation().empty()) return error;
+  return errorFrom({.kind = error.kind(),
+                    .status = error.status(),
+                    .operation = operation,
+                    .object = error.object(),
+                    .reason = error.reason(),
+                    .advice = error.advice(),
+                    .part = error.part(),
+                    .kept = error.kept()});
+}
+
+Error errorOfRaised(const char* operation) {
+  try {
+    throw;
+  } catch (const Exception& exception) {
+    const bool isMemory = exception.name() == exception_name::kMalloc;
+    const Status otherwise = isMemory ? status::kOutOfMemory : status::kICAProtocolError;
+    // Preferences that cannot be read.
+    if (exception.name() == exception_name::kInvalidArgument)
+      return named(errorOf({.why = exception.reason(), .kind = ErrorKind::kHost}), operation);
+    return named(
+        errorOf({.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(otherwise),
+                 .why = exception.reason()}),
+        operation);
+  } catch (const std::bad_alloc&) {
+    return named(errorOf({.status = status::kOutOfMemory}), operation);
+  }
+}
+
+bool isDeviceLost(Status status) {
+  return status == status::kICADeviceGone || status == status::kICATimeout;
+}
+
+}  // namespace library
+}  // namespace tarvo

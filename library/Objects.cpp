@@ -1,0 +1,290 @@
+#include <algorithm>
+#include <iterator>
+#include <ostream>
+#include <utility>
+
+#include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+#include "Utilities/Printable.h"
+#include "library/access/DeviceState.h"
+#include "library/access/ObjectData.h"
+#include "library/access/ObjectSelection.h"
+#include "platform/files/FileNames.h"
+
+namespace tarvo {
+
+using namespace library;
+
+std::uint32_t ObjectInfo::handle() const { return data_->handle; }
+const std::string& ObjectInfo::name() const {
+  return data_->name.empty() ? data_->info->fileName() : data_->name;
+}
+const std::string& ObjectInfo::path() const { return data_->path; }
+std::uint64_t ObjectInfo::size() const { return data_->size; }
+std::uint32_t ObjectInfo::thumbnailSize() const { return data_->info->thumbCompressedSize(); }
+std::uint16_t ObjectInfo::format() const { return data_->info->objFmtCode(); }
+bool ObjectInfo::isFolder() const { return data_->info->objFmtCode() == ptp::kAssociationFormat; }
+bool ObjectInfo::isSpecial() const { return data_->kind == FolderWalk::Kind::kOther; }
+std::optional<std::time_t> ObjectInfo::modified() const { return data_->modified; }
+const std::string& ObjectInfo::captureDate() const { return data_->info->captureDateStr(); }
+const std::string& ObjectInfo::modificationDate() const { return data_->info->modDataStr(); }
+std::uint32_t ObjectInfo::parent() const { return data_->info->parentObject(); }
+std::uint32_t ObjectInfo::store() const { return data_->info->storageID(); }
+std::uint32_t ObjectInfo::width() const { return data_->info->imagePixWidth(); }
+std::uint32_t ObjectInfo::height() const { return data_->info->imagePixHeight(); }
+
+std::ostream& operator<<(std::ostream& out, const ObjectInfo& object) {
+  return out << printable(object.path()) << " (" << handleText(object.handle()) << ", format 0x"
+             << std::hex << object.format() << std::dec << ", " << object.size() << " bytes)";
+}
+
+ObjectQuery::ObjectQuery() : data_(std::make_shared<Data>()) {}
+
+ObjectQuery& ObjectQuery::recursive(bool is) {
+  ownOf(data_).isRecursive = is;
+  return *this;
+}
+ObjectQuery& ObjectQuery::store(std::uint32_t id) {
+  ownOf(data_).store = id;
+  return *this;
+}
+ObjectQuery& ObjectQuery::format(std::uint16_t code) {
+  ownOf(data_).format = code;
+  return *this;
+}
+ObjectQuery& ObjectQuery::folder(std::uint32_t handle) {
+  ownOf(data_).folder = handle;
+  return *this;
+}
+ObjectQuery& ObjectQuery::namesOnly(bool is) {
+  ownOf(data_).namesOnly = is;
+  return *this;
+}
+
+ObjectChoice::ObjectChoice() : data_(std::make_shared<Data>()) {}
+
+ObjectChoice& ObjectChoice::names(std::vector<std::string> texts) {
+  ownOf(data_).names = std::move(texts);
+  return *this;
+}
+ObjectChoice& ObjectChoice::others(Others which) {
+  ownOf(data_).others = which;
+  return *this;
+}
+ObjectChoice& ObjectChoice::namesOnly(bool is) {
+  ownOf(data_).namesOnly = is;
+  return *this;
+}
+
+ObjectVisitor::ObjectVisitor() : data_(std::make_shared<Data>()) {}
+
+ObjectVisitor& ObjectVisitor::onObject(std::function<bool(const ObjectInfo&, bool)> visit) {
+  ownOf(data_).onObject = std::move(visit);
+  return *this;
+}
+ObjectVisitor& ObjectVisitor::onUnreadable(
+    std::function<bool(std::uint32_t, const std::string&, const Error&)> visit) {
+  ownOf(data_).onUnreadable = std::move(visit);
+  return *this;
+}
+ObjectVisitor& ObjectVisitor::onUnmatched(std::function<void(const std::string&)> visit) {
+  ownOf(data_).onUnmatched = std::move(visit);
+  return *this;
+}
+
+bool isPictureOrFilm(std::string_view name) { return library::isPictureOrFilmName(name); }
+
+namespace library {
+namespace {
+
+/// As a PTP device would tell of the file, so that both kinds of devices have the same.
+std::shared_ptr<const XTExtendedObjectInfo> infoOf(const FolderWalk::Entry& entry,
+                                                   const std::optional<struct stat>& attributes) {
+  constexpr off_t kMost = 0xFFFFFFFF;
+  auto info = std::make_shared<XTExtendedObjectInfo>();
+  const bool isFolder = entry.kind == FolderWalk::Kind::kFolder;
+  info->setObjFmtCode(isFolder ? ptp::kAssociationFormat
+                               : ptpFormatOfExtension(lowerCaseExtension(entry.name())));
+  info->setFileName(validUTF8(entry.name()));
+  if (!attributes) return info;
+  if (!isFolder)
+    info->setCompressedSize(static_cast<std::uint32_t>(std::min(attributes->st_size, kMost)));
+  info->setModDataStr(ptpDateOfTime(attributes->st_mtime).value_or(""));
+  return info;
+}
+
+/// The walk stands at an entry, as long as this lives.
+class WalkHere {
+ public:
+  WalkHere(DeviceState& device, const FolderWalk& walk, const FolderWalk::Entry& entry)
+      : device_(device) {
+    device_.walk = &walk;
+    device_.walkPath = entry.path;
+  }
+  ~WalkHere() { device_.walk = nullptr; }
+  WalkHere(const WalkHere&) = delete;
+  WalkHere& operator=(const WalkHere&) = delete;
+
+ private:
+  DeviceState& device_;
+};
+
+/// One visit: what the visitor has no callback for ends it with its error.
+class Visit {
+ public:
+  Visit(DeviceState& device, const ObjectVisitor& visitor)
+      : device_(device), visitor_(visitor.data()) {}
+
+  bool goesOn() const { return goesOn_ && !device_.session()->isInterrupted(); }
+
+  void object(const ObjectInfo& object, bool isNamed) {
+    if (visitor_.onObject && !visitor_.onObject(object, isNamed)) goesOn_ = false;
+  }
+  void unreadable(std::uint32_t handle, const std::string& path, Failure failure) {
+    const Error error = errorOf(std::move(failure));
+    if (!visitor_.onUnreadable) throw error;
+    if (!visitor_.onUnreadable(handle, path, error)) goesOn_ = false;
+  }
+  void unmatched(const std::string& text) {
+    if (!visitor_.onUnmatched)
+      raise({.object = text,
+             .status = status::kFileNotFound,
+             .why = "no object on the device has that name"});
+    visitor_.onUnmatched(text);
+  }
+
+  void camera(const ObjectQuery::Data& query) {
+    auto& camera = device_.camera();
+    ObjectPaths paths(camera.transactions());
+    const Status listed =
+        ObjectListing(camera.transactions())
+            .visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
+              std::string path;
+              if (read.info)
+                path = query.isRecursive ? paths.pathOf(*read.info) : read.info->fileName();
+              one(handle, read, path);
+              return goesOn();
+            });
+    if (goesOn()) camera.require(listed, inWords(query));
+  }
+
+  std::uint64_t camera(const ObjectChoice::Data& choice) {
+    auto& camera = device_.camera();
+    std::uint64_t passedOver = 0;
+    visitSelection(camera, choice.names, choice.others != ObjectChoice::Others::kNone,
+                   {.onObject =
+                        [&](auto handle, const ObjectInfoPointer& info, const std::string& path,
+                            bool isNamed) {
+                          const bool isOther = choice.others == ObjectChoice::Others::kPictures &&
+                                               !isNamed && !isPictureOrFilmName(info->fileName());
+                          if (isOther) {
+                            ++passedOver;
+                          } else {
+                            object(cameraObject(handle, info, path), isNamed);
+                          }
+                        },
+                    .onUnreadable =
+                        [&](auto handle, Status status, const std::string& why) {
+                          unreadable(handle, "", camera.failure(handleText(handle), status, why));
+                        },
+                    .onUnmatched = [&](const std::string& text) { unmatched(text); },
+                    .goesOn = [this] { return goesOn(); }});
+    return passedOver;
+  }
+
+  std::uint64_t volume(const std::vector<std::string>& names, ObjectChoice::Others others,
+                       bool namesOnly) {
+    return device_.volume().visit(
+        names, others,
+        {.onEntry =
+             [&](const FolderWalk& walk, const FolderWalk::Entry& entry, bool isNamed) {
+               const auto attributes = namesOnly ? std::nullopt : walk.attributes();
+               if (!namesOnly && !attributes) return;  // it has gone in this moment
+               const WalkHere here(device_, walk, entry);
+               object(volumeObject(entry, attributes), isNamed);
+             },
+         .onUnreadable = [&](const std::string& path,
+                             const Failure& failure) { unreadable(0, path, failure); },
+         .onUnmatched = [&](const std::string& text) { unmatched(text); },
+         .goesOn = [this] { return goesOn(); }});
+  }
+
+ private:
+  static std::string inWords(const ObjectQuery::Data& query) {
+    if (query.folder != 0) return "folder " + handleText(query.folder);
+    return query.isRecursive || query.format != 0 ? "the objects" : "the root";
+  }
+
+  void one(std::uint32_t handle, const ReadInfo& read, const std::string& path) {
+    if (read.info) {
+      object(cameraObject(handle, read.info, path), false);
+    } else {
+      unreadable(handle, "", device_.camera().failure(handleText(handle), read.status, read.why));
+    }
+  }
+
+  DeviceState& device_;
+  const ObjectVisitor::Data& visitor_;
+  bool goesOn_ = true;
+};
+
+}  // namespace
+
+ListingQuery listingQuery(const ObjectQuery::Data& query) {
+  ListingQuery listing = {.isDeep = query.isRecursive};
+  if (query.store != 0) listing.store = query.store;
+  listing.format = query.format;
+  if (query.folder != 0) {
+    listing.folder = query.folder;
+  } else if (!query.isRecursive && query.format == 0) {
+    listing.folder = ListingQuery::kTop;
+  }
+  return listing;
+}
+
+ObjectInfo cameraObject(std::uint32_t handle, ObjectInfoPointer info, std::string path) {
+  const std::uint64_t size = info->compressedSize();
+  const auto modified = dateOfObject(*info);
+  return ObjectInfo(
+      std::make_shared<const ObjectInfo::Data>(ObjectInfo::Data{.info = std::move(info),
+                                                                .handle = handle,
+                                                                .path = std::move(path),
+                                                                .size = size,
+                                                                .modified = modified}));
+}
+
+ObjectInfo volumeObject(const FolderWalk::Entry& entry,
+                        const std::optional<struct stat>& attributes) {
+  ObjectInfo::Data data{.info = infoOf(entry, attributes),
+                        .name = std::string(entry.name()),
+                        .path = entry.path,
+                        .kind = entry.kind};
+  if (attributes && entry.kind != FolderWalk::Kind::kFolder)
+    data.size = static_cast<std::uint64_t>(attributes->st_size);
+  if (attributes) data.modified = attributes->st_mtim.tv_sec;
+  return ObjectInfo(std::make_shared<const ObjectInfo::Data>(std::move(data)));
+}
+
+void visitObjects(DeviceState& device, const ObjectQuery& query, const ObjectVisitor& visitor) {
+  Visit visit(device, visitor);
+  if (device.isCamera()) {
+    visit.camera(query.data());
+  } else {
+    visit.volume({}, ObjectChoice::Others::kEverything, query.data().namesOnly);
+  }
+  device.session()->endIfInterrupted();
+}
+
+std::uint64_t visitObjects(DeviceState& device, const ObjectChoice& choice,
+                           const ObjectVisitor& visitor) {
+  Visit visit(device, visitor);
+  const auto& data = choice.data();
+  const auto passedOver = device.isCamera() ? visit.camera(data)
+                                            : visit.volume(data.names, data.others, data.namesOnly);
+  device.session()->endIfInterrupted();
+  return passedOver;
+}
+
+}  // namespace library
+}  // namespace tarvo

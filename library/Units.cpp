@@ -1,0 +1,229 @@
+#include "tarvo/Units.h"
+
+#include <algorithm>
+#include <ostream>
+#include <utility>
+
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Printable.h"
+#include "library/access/UnitState.h"
+#include "msc/TarvoMSCDevice.h"
+#include "platform/diskarbitration/UDisks2Refusal.h"
+
+namespace tarvo {
+
+using namespace library;
+
+const std::string& UnitInfo::name() const { return data_->summary.name; }
+const std::string& UnitInfo::serial() const { return data_->summary.serial; }
+std::optional<std::int32_t> UnitInfo::location() const { return data_->summary.location; }
+std::string UnitInfo::description() const { return data_->description; }
+const std::string& UnitInfo::disk() const { return data_->disk; }
+const std::string& UnitInfo::cardDisk() const { return data_->cardDisk; }
+const std::string& UnitInfo::cardName() const { return data_->cardName; }
+
+std::ostream& operator<<(std::ostream& out, const UnitInfo& unit) {
+  return out << printable(unit.description());
+}
+
+UnitInfo library::unitInfo(UnitSummary summary) {
+  UnitInfo::Data data{.summary = summary,
+                      .unit = summary.unit,
+                      .description = inWords(summary),
+                      .disk = summary.unit->bsdName().value_or(""),
+                      .cardDisk = summary.unit->dcfVolumeBSDName().value_or(""),
+                      .cardName = summary.unit->dcfVolumeName().value_or("")};
+  return UnitInfo(std::make_shared<const UnitInfo::Data>(std::move(data)));
+}
+
+struct UnitMode::Data {
+  PropertyDictionary mode;
+  bool says(const char* key) const { return mode.value(key, false); }
+};
+
+bool UnitMode::isCamera() const { return data_->says("cameraMode"); }
+bool UnitMode::isStartup() const { return data_->says("startupMode"); }
+bool UnitMode::isMemory() const { return data_->says("memoryMode"); }
+bool UnitMode::canPowerCycle() const { return data_->says("supportsAutoPowerCycle"); }
+bool UnitMode::canWakeAfter() const { return data_->says("supportsVariableAutoWakeup"); }
+bool UnitMode::isComposite() const { return data_->says("isCompositeDevice"); }
+std::uint32_t UnitMode::wakeUp() const { return data_->mode.value("autoWakeup", 0U); }
+std::string UnitMode::json() const { return data_->mode.dump(); }
+
+struct UnitMount::Data {
+  Mount mount;
+  std::string disk;
+};
+
+const std::string& UnitMount::path() const { return data_->mount.mountPoint; }
+const std::string& UnitMount::disk() const { return data_->disk; }
+std::string UnitMount::users() const { return processesUsing({data_->mount.mountPoint}); }
+
+const UnitInfo& Unit::info() const { return state_->info(); }
+
+namespace {
+
+/// What a call works with.
+class UnitCall {
+ public:
+  UnitCall(const UnitState& state, std::shared_ptr<TarvoMSCDevice> unit)
+      : state_(state), unit_(std::move(unit)) {}
+
+  TarvoMSCDevice& unit() const { return *unit_; }
+  const PictureDeviceServices& services() const { return state_.session()->platform().services(); }
+  std::string description() const { return state_.info().description(); }
+
+  /// Raises what the unit, or who objected, said last.
+  [[noreturn]] void fail(const std::string& object = {}) const {
+    const auto& failure = unit_->lastFailure();
+    raise({.object = object.empty() ? description() : object,
+           .status = failure.status,
+           .why = failure.why});
+  }
+  void require(bool isDone, const std::string& object = {}) const {
+    if (!isDone) fail(object);
+  }
+
+ private:
+  const UnitState& state_;
+  std::shared_ptr<TarvoMSCDevice> unit_;
+};
+
+template <typename Work>
+auto called(const std::shared_ptr<UnitState>& state, const char* operation, const Work& work) {
+  return entered(state->session(), operation, [&] {
+    auto unit = state->info().data().unit.lock();
+    if (!unit) raise({.object = state->info().description(), .status = status::kIOReturnNoDevice});
+    return work(UnitCall(*state, std::move(unit)));
+  });
+}
+
+std::string diskOf(const Mount& mount) { return lastPathComponent(mount.device); }
+
+/// "/media/u/CARD (sdb1) is still mounted, in use by vi (12)".
+std::string stillMounted(const Mount& mount) {
+  const std::string users = processesUsing({mount.mountPoint});
+  return mount.mountPoint + " (" + diskOf(mount) + ") is still mounted" +
+         (users.empty() ? "" : ", in use by " + users);
+}
+
+/// Every volume of the unit. What the system calls unmounted is looked at once more: another
+/// program may have mounted it, or it is none that the disk service knows.
+void unmountVolumes(const UnitCall& call) {
+  const std::string disk = call.unit().bsdName().value_or("");
+  call.require(call.unit().unmountMedia() == status::kOK, disk);
+  // A unit without a disk of its own may have a card.
+  for (const Mount& mount : call.unit().mounts())
+    call.require(call.unit().unmountAllPartitions(diskOf(mount)) == status::kOK, diskOf(mount));
+  std::vector<std::string> rest;
+  for (const Mount& mount : call.unit().mounts())
+    rest.push_back(stillMounted(mount));
+  if (!rest.empty())
+    raise({.object = call.description(), .status = status::kIOReturnBusy, .why = joined(rest)});
+}
+
+/// The block devices of the unit's USB device that hold no others: partitions, and disks without
+/// any.
+std::vector<std::string> disksOf(Registry& registry, const TarvoMSCDevice& unit) {
+  std::vector<std::pair<ServiceHandle, std::string>> found;
+  std::vector<ServiceHandle> holders;
+  const ServiceHandle usbDevice = usbHandleAbove(registry, unit.iokitService());
+  for (const ServiceHandle service : registry.servicesMatching({{"IOClass", "block"}})) {
+    const auto properties = registry.properties(service);
+    const auto name = properties ? textForKey(*properties, "BSD Name") : std::nullopt;
+    if (!name || usbDevice == 0 || usbDeviceOfDisk(registry, *name) != usbDevice) continue;
+    found.emplace_back(service, *name);
+    const auto above = registry.ancestors(service).value_or(std::vector<ServiceHandle>{});
+    holders.insert(holders.end(), above.begin(), above.end());
+  }
+  std::vector<std::string> names;
+  for (const auto& [service, name] : found)
+    if (std::ranges::count(holders, service) == 0) names.push_back(name);
+  return names;
+}
+
+}  // namespace
+
+UnitMode Unit::mode() {
+  return called(state_, "mode", [](const UnitCall& call) {
+    auto mode = call.unit().usbModeDictionary();
+    call.require(mode.has_value());
+    return UnitMode(std::make_shared<const UnitMode::Data>(UnitMode::Data{*std::move(mode)}));
+  });
+}
+
+bool Unit::canPowerCycle() {
+  return called(state_, "canPowerCycle", [](const UnitCall& call) {
+    const bool can = call.unit().canAutoPowerCycle();
+    if (!can && call.unit().lastFailure().status != status::kOK) call.fail();
+    return can;
+  });
+}
+
+void Unit::setMode(const std::string& mode, bool powerDown, std::uint32_t wakeAfter,
+                   bool permanent) {
+  called(state_, "setMode", [&](const UnitCall& call) {
+    if (mode != "camera" && mode != "startup" && mode != "memory")
+      refuse("a mode is camera, startup or memory", mode);
+    call.require(call.unit().setUSBModeDictionary({{mode + "Mode", true},
+                                                   {"powerDown", powerDown},
+                                                   {"permanent", permanent},
+                                                   {"autowakeDelay", wakeAfter}}));
+  });
+}
+
+std::string Unit::model() {
+  return called(state_, "model", [](const UnitCall& call) {
+    auto model = call.unit().model();
+    call.require(model.has_value());
+    return *std::move(model);
+  });
+}
+
+void Unit::setClock(std::time_t now) {
+  called(state_, "setClock",
+         [&](const UnitCall& call) { call.require(call.unit().setDateTime(now)); });
+}
+
+bool Unit::hasSharingOrders() {
+  return called(state_, "hasSharingOrders",
+                [](const UnitCall& call) { return call.unit().sharingOrderExists(); });
+}
+
+std::vector<UnitMount> Unit::mounts() {
+  return called(state_, "mounts", [](const UnitCall& call) {
+    std::vector<UnitMount> mounts;
+    for (const Mount& mount : call.unit().mounts())
+      mounts.emplace_back(
+          std::make_shared<const UnitMount::Data>(UnitMount::Data{mount, diskOf(mount)}));
+    return mounts;
+  });
+}
+
+void Unit::unmount() { called(state_, "unmount", unmountVolumes); }
+
+std::vector<std::string> Unit::mountable() {
+  return called(state_, "mountable", [](const UnitCall& call) {
+    return disksOf(call.services().registry, call.unit());
+  });
+}
+
+std::string Unit::mount(const std::string& disk) {
+  return called(state_, "mount", [&](const UnitCall& call) {
+    call.require(call.unit().remountMediaWithBSDName(disk) == status::kOK, disk);
+    std::string path;
+    for (const auto& mount : call.services().mounts.mounts())
+      if (mount.device == "/dev/" + disk) path = mount.mountPoint;
+    return path;
+  });
+}
+
+void Unit::eject() {
+  called(state_, "eject", [](const UnitCall& call) {
+    unmountVolumes(call);
+    call.require(call.unit().ejectTray());
+  });
+}
+
+}  // namespace tarvo

@@ -1,0 +1,285 @@
+#include "library/access/BookWriting.h"
+
+#include <algorithm>
+#include <system_error>
+#include <utility>
+
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
+#include "NativeServices/PictureDevice/datasets/RecordFields.h"
+#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
+#include "Utilities/Printable.h"
+#include "library/access/BookText.h"
+#include "library/access/ObjectSelection.h"
+#include "library/access/OpenedDevice.h"
+#include "platform/files/ScratchFolder.h"
+#include "platform/files/WholeFile.h"
+
+namespace tarvo::library {
+namespace {
+
+bool isGood(Status status) { return status == status::kOK || status == status::kPTPOK; }
+
+/// The texts of a contact as a data set has them.
+std::vector<std::string> textsOf(const Contact& contact) {
+  return {contact.email.value_or(""),
+          contact.nickname.value_or(""),
+          contact.firstName,
+          contact.lastName,
+          contact.street,
+          contact.city,
+          contact.state,
+          contact.country,
+          contact.zip,
+          contact.phone};
+}
+
+const char* signOf(DataSyncAction action) {
+  if (action == DataSyncAction::kDelete) return "-";
+  return action == DataSyncAction::kAdd ? "+" : "~";
+}
+
+/// One writing.
+class Writing {
+ public:
+  Writing(const OpenedDevice& device, BookPlan& plan, const BookSurroundings& surroundings)
+      : device_(device), plan_(plan), surroundings_(surroundings) {}
+
+  // Never raises: how far it came is what the user has to know.
+  BookWritten run(BookWay way) {
+    try {
+      if (way == BookWay::kSingly) writeSingly();
+      if (way == BookWay::kFile) writeFile();
+      if (way == BookWay::kSynchronisation) synchronise();
+    } catch (const Exception& exception) {
+      result_.status = status::kICAProtocolError;
+      result_.why = exception.reason();
+    } catch (const std::system_error& error) {
+      result_.status = status::kIOError;
+      result_.why = error.what();
+    }
+    return std::move(result_);
+  }
+
+ private:
+  void writeSingly() {
+    const auto& changes = plan_.changes;
+    std::size_t held = plan_.book.contacts->size() - changes.added.size();
+    auto removed = changes.removed.begin();
+    for (const auto& contact : changes.added) {
+      // The old ones go first only where the device has no room.
+      // New ones first, so that a cable that is pulled out leaves too many people and not too few.
+      for (; held >= plan_.book.limits.maxAddresses && removed != changes.removed.end(); --held)
+        if (!remove(**removed++)) return;
+      if (!create(*contact)) return;
+      ++held;
+    }
+    for (const auto& changed : changes.changed)
+      if (!update(*changed.after)) return;
+    // Behind the contacts, whose handles they name.
+    if (!writeGroups()) return;
+    // Only now does no group name them any more.
+    for (; removed != changes.removed.end(); ++removed)
+      if (!remove(**removed)) return;
+  }
+
+  bool isDone(Status status) {
+    if (isGood(status)) return true;
+    result_.status = device_.explained(status);
+    return false;
+  }
+
+  /// The same of a contact, which is noted.
+  bool isDone(DataSyncAction action, const Contact& contact, Status status) {
+    if (!isDone(status)) return false;
+    result_.done.push_back(signOf(action) + (" " + contactInWords(contact)));
+    return true;
+  }
+
+  bool remove(const Contact& contact) {
+    return isDone(DataSyncAction::kDelete, contact,
+                  device_.device().deleteVendorObjectPTP(contact.handle));
+  }
+
+  bool create(Contact& contact) {
+    auto dataSet = dataSetOf(contact);
+    std::uint32_t handle = 0;
+    if (!isDone(device_.transactions().createFormat(ptp::XTD_CONTACT, dataSet, &handle)))
+      return false;
+    if (handle == 0) return fail("the device gave the new contact no handle");
+    // The order would go to somebody whom nobody has chosen. Devices give handles of deleted
+    // objects again.
+    if (surroundings_.recipients.contains(handle)) {
+      // It is refused whether it can be taken back or not.
+      (void)device_.device().deleteVendorObjectPTP(handle);
+      return fail("the device gave " + contactInWords(contact) + " the handle " +
+                  handleText(handle) + ", to which an order goes");
+    }
+    contact.handle = handle;
+    contact.action = DataSyncAction::kNone;
+    return isDone(DataSyncAction::kAdd, contact, status::kOK);
+  }
+
+  bool fail(const std::string& why) {
+    result_.status = status::kICAProtocolError;
+    result_.why = why;
+    return false;
+  }
+
+  bool update(Contact& contact) {
+    auto dataSet = dataSetOf(contact);
+    const Status status =
+        device_.transactions().updateObject(contact.handle, ptp::XTD_CONTACT, dataSet);
+    if (!isDone(DataSyncAction::kUpdate, contact, status)) return false;
+    contact.action = DataSyncAction::kNone;
+    return true;
+  }
+
+  static XTMutablePTPDataSet dataSetOf(const Contact& contact) {
+    auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
+    storeContact(dataSet, contact);
+    return dataSet;
+  }
+
+  /// All groups by the library's synchronisation, which tells how far it came.
+  bool writeGroups() {
+    if (!plan_.changes.hasGroups()) return true;
+    const bool isWhole = isDone(device_.device().setAddressBookDict(plan_.book));
+    for (const auto& step : device_.device().lastWriting().steps)
+      if (step.status == status::kOK)
+        result_.done.push_back(signOf(step.action) + (" group " + printable(step.what)));
+    return isWhole;
+  }
+
+  void writeFile() {
+    const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
+    // Written before the device is touched: a text that cannot be made costs nobody his book.
+    const ScratchFolder folder;
+    const auto made = text ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
+                                        std::as_bytes(std::span(*text)))
+                           : FetchResult{.status = status::kIOError};
+    if (made.status != status::kOK) {
+      result_.status = made.status;
+      if (result_.why.empty()) result_.why = made.why;
+      result_.outcome = "The device was not touched.";
+      return;
+    }
+    replaceFile([&] { return device_.device().sendFile(made.path); });
+  }
+
+  void synchronise() {
+    if (keepsContactsSingly(device_)) {
+      writeGroups();
+    } else {
+      // The library would send it beside a file that it could not delete.
+      replaceFile([this] { return device_.device().setAddressBookDict(plan_.book); });
+    }
+  }
+
+  Status listFiles(ObjectHandles& files) const {
+    return ObjectListing(device_.transactions())
+        .handles({.format = ptp::XTD_ADDRESS_BOOK_FILE}, files);
+  }
+
+  /// Deletes the old file, and only where it is gone sends the new one.
+  template <typename Send>
+  void replaceFile(const Send& send) {
+    ObjectHandles files;
+    if (!isDone(listFiles(files))) {
+      result_.outcome = "The device was not touched.";
+      return;
+    }
+    // The first that cannot be deleted ends it, with the old book still there.
+    const bool isGone = std::ranges::all_of(files, [this](std::uint32_t file) {
+      return isDone(device_.device().deleteObject(ObjectReference(file)));
+    });
+    if (!isGone || !isDone(send())) result_.outcome = whatIsThere(files);
+  }
+
+  std::string whatIsThere(const ObjectHandles& old) const {
+    ObjectHandles now;
+    if (listFiles(now) != status::kOK) return "What the device holds now is not known.";
+    if (now.empty())
+      return "The device has no address book now: the old file is deleted, the new one is not "
+             "there.";
+    const auto kept = std::ranges::find_first_of(now, old);
+    return kept != now.end() ? "The device still has the old file, " + handleText(*kept) + "."
+                             : "The old file is deleted; of the new one, " +
+                                   handleText(now.front()) + ", not all may be there.";
+  }
+
+  const OpenedDevice& device_;
+  BookPlan& plan_;
+  const BookSurroundings& surroundings_;
+  BookWritten result_;
+};
+
+/// Whether a contact of the book has more to it than the device's file can hold.
+bool hasMoreThanLabels(const AddressBook& book) {
+  return std::ranges::any_of(*book.contacts, [](const ContactPointer& contact) {
+    const auto texts = textsOf(*contact);
+    return std::any_of(texts.begin() + 2, texts.end(),
+                       [](const auto& text) { return !text.empty(); });
+  });
+}
+
+}  // namespace
+
+std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan) {
+  std::vector<std::string> warnings;
+  if (way == BookWay::kSynchronisation && keepsContactsSingly(device))
+    warnings.emplace_back(
+        "Groups alone are sent: contacts stay on the device as they are, and no change of a "
+        "contact reaches it.");
+  if (way == BookWay::kSynchronisation && !keepsContactsSingly(device))
+    warnings.emplace_back(
+        "An EMPTY file is sent, which is all that synchronising this device does: it will have no "
+        "contacts afterwards. Without --sync the contacts are sent.");
+  if (way == BookWay::kFile)
+    warnings.emplace_back(
+        "The device keeps all contacts in one file. The old file is deleted and a new one, with "
+        "all contacts, is sent in its place.");
+  if (way == BookWay::kFile && hasMoreThanLabels(plan.book))
+    warnings.emplace_back(
+        "The device keeps the nickname and the e-mail address of a contact, and nothing else: "
+        "names, addresses and phone numbers stay here.");
+  if (way == BookWay::kSingly && std::ranges::any_of(plan.changes.changed, [](const auto& each) {
+        return each.before->image != 0;
+      }))
+    warnings.emplace_back(
+        "A contact that changes may lose its picture on the device: pictures are not sent.");
+  return warnings;
+}
+
+std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings) {
+  std::string why;
+  if (way == BookWay::kFile && !bookText(plan.book, surroundings.encoding, why)) return why;
+  if (way != BookWay::kSingly) return {};
+  for (const auto& contact : *plan.book.contacts) {
+    if (contact->action != DataSyncAction::kAdd && contact->action != DataSyncAction::kUpdate)
+      continue;
+    for (const auto& text : textsOf(*contact)) {
+      // A longer text would wrap its count.
+      if (nameLength(text) >= kNameLimit)
+        return contactInWords(*contact) + ": it has a text of 255 characters or more";
+    }
+    const auto [first, second] = firstTwoLines(contact->street);
+    if (joinedLines(std::string(first), std::string(second)) != contact->street)
+      return contactInWords(*contact) + ": the device keeps two lines of a street, which has more";
+  }
+  for (const auto& group : *plan.book.groups) {
+    if (nameLength(group->name) >= kNameLimit)
+      return "group " + printable(group->name) + ": its name has 255 characters or more";
+  }
+  return {};
+}
+
+BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
+                      const BookSurroundings& surroundings) {
+  return Writing(device, plan, surroundings).run(way);
+}
+
+}  // namespace tarvo::library

@@ -1,0 +1,53 @@
+// An address book on its way to a device: by which operations, and what was written where that
+// ends early.
+//
+// A device that keeps contacts singly gets each changed contact as a data set of its own, its
+// groups by the library's synchronisation, and loses what is to go last of all: at no moment does
+// it hold less than before and after, but where it is full. A device that keeps a file loses its
+// old one and then gets a whole new one. The library's synchronisation by itself writes no contact
+// on either.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "library/access/BookPlan.h"
+#include "library/access/DeviceBook.h"
+
+namespace tarvo::library {
+
+class OpenedDevice;
+
+enum class BookWay {
+  kSingly,           ///< contacts and groups as data sets
+  kFile,             ///< a new file with all contacts
+  kSynchronisation,  ///< setAddressBookDict() alone: groups, or an empty file
+};
+
+struct BookWritten {
+  Status status = status::kOK;
+  std::string why{};
+  /// What the device said it did: beginnings of lines of the changes ("+ group Family").
+  std::vector<std::string> done{};
+  std::string outcome{};  ///< of a file: what the device holds now, where that is not plain
+};
+
+/// What counts beside the book.
+struct BookSurroundings {
+  std::string encoding{};                ///< the device's (an iconv name)
+  std::set<std::uint32_t> recipients{};  ///< handles of contacts to whom orders go, or went
+};
+
+/// What a user has to know of a way before anything is sent, a sentence each.
+std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan);
+/// What no device can be given, in words; empty where all is well. To be asked before anything is
+/// sent.
+std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings);
+/// Writes the plan's book; its entries are brought up to date with what was written. Raises
+/// nothing.
+BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
+                      const BookSurroundings& surroundings);
+
+}  // namespace tarvo::library

@@ -1,0 +1,54 @@
+// How the library's inside raises: what is known of a failure becomes the one public error.
+//
+//   raise({.object = path, .status = status::kFileNotFound, .why = "no object has that name"});
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Utilities/Status.h"
+#include "tarvo/Error.h"
+
+namespace tarvo {
+
+struct Error::Details {
+  ErrorKind kind = ErrorKind::kRefused;
+  Status status = status::kOK;
+  std::string operation{};
+  std::string object{};
+  std::string reason{};
+  std::string advice{};
+  std::string part{};
+  std::uint64_t kept = 0;
+  std::string what{};
+};
+
+namespace library {
+
+/// What is empty is not said. The operation is named where the call ends.
+struct Failure {
+  std::string object{};
+  Status status = status::kOK;
+  std::string why{};
+  std::string advice{};             ///< empty: what goes with the status
+  std::optional<ErrorKind> kind{};  ///< none: what goes with the status
+  std::string part{};
+  std::uint64_t kept = 0;
+};
+
+Error errorOf(Failure failure);
+[[noreturn]] void raise(Failure failure);
+/// A mistake of the calling program, or of who types.
+[[noreturn]] void refuse(std::string why, std::string object = {});
+
+/// The error with the name of the call, unless it has one.
+Error named(const Error& error, const char* operation);
+/// What the rooms below raise, as an error: of a device that broke the protocol, unless it says
+/// more. For a catch clause alone.
+Error errorOfRaised(const char* operation);
+
+/// Whether the device will not answer anything more.
+bool isDeviceLost(Status status);
+
+}  // namespace library
+}  // namespace tarvo

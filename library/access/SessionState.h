@@ -1,0 +1,188 @@
+// The inside of a session, shared with all that was made from it: what they stand on, and the rules
+// of every call.
+#pragma once
+
+#include <chrono>
+#include <exception>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "Utilities/FileDescriptor.h"
+#include "Utilities/PropertyDictionary.h"
+#include "library/access/Failure.h"
+#include "library/access/Platform.h"
+#include "platform/foundation/GlibPtr.h"
+#include "platform/foundation/Interrupt.h"
+#include "tarvo/Session.h"
+
+namespace tarvo {
+
+struct SessionOptions::Data {
+  std::optional<std::chrono::milliseconds> timeout{};
+  const StopSignals* stop = nullptr;
+  std::function<void(Severity, std::string_view)> log{};
+  bool quiet = false;
+  std::string name = "libtarvo";
+  std::optional<std::string> preferences{};
+  std::function<void()> waiting{};
+  /// Null: one of its own.
+  std::shared_ptr<GMainContext> context{};
+};
+
+class StopSignals::Signals : public Interrupt {};
+
+class SessionState : public std::enable_shared_from_this<SessionState> {
+ public:
+  /// Makes the process's platform. Raises kMisuse while there is another session.
+  explicit SessionState(const SessionOptions::Data& options);
+  /// Over a platform that is lent, on the thread's main context.
+  explicit SessionState(library::Platform& platform);
+  ~SessionState();
+  SessionState(const SessionState&) = delete;
+  SessionState& operator=(const SessionState&) = delete;
+
+  library::Platform& platform() { return *platform_; }
+  GMainContext* context() const { return context_.get(); }
+  /// Whether everything has been let go of, the platform too.
+  bool isOver() const { return isOver_; }
+  /// Whether a running call had better end: by what the program set, or as the session has gone.
+  bool isInterrupted() const;
+  /// Raises kCancelled if it is.
+  void endIfInterrupted() const;
+
+  /// Whether `device` is held already; marks it.
+  bool hold(std::uint32_t device);
+  /// `end` is called when the session ends, unless `who` is forgotten before.
+  void onEnd(const void* who, std::function<void()> end) { ends_[who] = std::move(end); }
+  void forget(const void* who) { ends_.erase(who); }
+  void letGo(std::uint32_t device) { held_.erase(device); }
+
+  /// What was made from the session answers kMisuse from here on, and every device is let go of: at
+  /// once, or when what runs is over where this comes from a callback.
+  void end();
+
+  /// A transfer runs: the device can take no other call. As long as this lives.
+  class Transfer {
+   public:
+    explicit Transfer(SessionState& state) : state_(state) { state_.isInTransfer_ = true; }
+    ~Transfer() { state_.isInTransfer_ = false; }
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+
+   private:
+    SessionState& state_;
+  };
+
+  /// The session's context as the thread's, for what the rooms below attach to it.
+  class ContextOfThread {
+   public:
+    explicit ContextOfThread(const SessionState& state) : context_(state.context_) {
+      g_main_context_push_thread_default(context_.get());
+    }
+    ~ContextOfThread() { g_main_context_pop_thread_default(context_.get()); }
+    ContextOfThread(const ContextOfThread&) = delete;
+    ContextOfThread& operator=(const ContextOfThread&) = delete;
+
+   private:
+    std::shared_ptr<GMainContext> context_;
+  };
+
+  /// As long as a call lasts; raises where it may not be made.
+  class Entry {
+   public:
+    explicit Entry(SessionState& state);
+    ~Entry();
+    Entry(const Entry&) = delete;
+    Entry& operator=(const Entry&) = delete;
+
+   private:
+    SessionState& state_;
+    ContextOfThread context_;
+  };
+
+  // What Session does with the loop.
+
+  /// Raise what a callback has raised.
+  int pollDescriptor();
+  /// Runs what is ready. True when something was told.
+  bool dispatch();
+  bool wait(std::chrono::milliseconds most);
+  /// Learns what has come and gone meanwhile, where no loop does.
+  void catchUp();
+  /// Calls a callback of the program from the loop. What it raises comes out of the call that runs
+  /// the loop; where that is somebody else's it goes on to who guards it.
+  void tell(const std::function<void()>& callback);
+
+ private:
+  /// Raises where no call may be made now.
+  SessionState& checked();
+  void watchContext();
+  void rethrowRaised();
+  void letGoOfAll();
+  void letGoOfAllLater();
+
+  std::thread::id thread_ = std::this_thread::get_id();
+  bool ownsContext_;
+  std::shared_ptr<GMainContext> context_;
+  std::unique_ptr<library::Platform> ownPlatform_;
+  library::Platform* platform_;
+  std::map<std::uint32_t, bool> held_;
+  std::map<const void*, std::function<void()>> ends_;
+  FileDescriptor poll_;   ///< epoll, of what the context waits for
+  FileDescriptor timer_;  ///< among them, when the context has something to do by the clock
+  std::vector<int> watched_;
+  int running_ = 0;  ///< calls, and callbacks from somebody else's loop
+  bool isEnding_ = false;
+  bool isOver_ = false;
+  bool isInTransfer_ = false;
+  bool isDispatching_ = false;
+  bool told_ = false;
+  std::exception_ptr raised_;
+};
+
+namespace library {
+
+/// The data of options as one's own: options are copied as they are handed on.
+template <typename Data>
+Data& ownOf(std::shared_ptr<Data>& data) {
+  if (data.use_count() > 1) data = std::make_shared<Data>(*data);
+  return *data;
+}
+
+template <typename Value>
+Value valueOf(typename Value::Data data) {
+  return Value(std::make_shared<const typename Value::Data>(std::move(data)));
+}
+
+/// JSON of what a device told, which may be no text.
+inline std::string textOf(const PropertyDictionary& value) {
+  return value.dump(-1, ' ', false, PropertyDictionary::error_handler_t::replace);
+}
+
+/// Makes a call of the library: as `operation` in its errors, on the right thread, with the
+/// session's context, and with what the rooms below raise as the one error.
+template <typename Work>
+std::invoke_result_t<Work> entered(const std::shared_ptr<SessionState>& state,
+                                   const char* operation, const Work& work) {
+  // A callback may let go of the session.
+  const auto kept = state;
+  try {
+    const SessionState::Entry entry(*kept);
+    return work();
+  } catch (const Error& error) {
+    throw named(error, operation);
+  } catch (...) {
+    throw errorOfRaised(operation);
+  }
+}
+
+}  // namespace library
+}  // namespace tarvo

@@ -1,0 +1,47 @@
+#include "library/access/UnitChooser.h"
+
+#include <algorithm>
+
+#include "Utilities/NSStringUtilsCategory.h"
+#include "identify/DeviceInfoSupport.h"
+#include "msc/TarvoMSCDeviceList.h"
+
+namespace tarvo::library {
+namespace {
+
+UnitSummary summaryOf(const std::shared_ptr<TarvoMSCDevice>& unit) {
+  UnitSummary summary{{.name = unit->massStorageModel()}, unit};
+  const auto usbDevice = DeviceInfoSupport::getRootUSBDictionaryForService(unit->iokitService());
+  if (!usbDevice) return summary;
+  summary.location = int32ForKey(*usbDevice, "locationID");
+  summary.serial = textForKey(*usbDevice, "USB Serial Number").value_or("");
+  return summary;
+}
+
+}  // namespace
+
+std::vector<UnitSummary> presentUnits(Platform& platform) {
+  std::vector<UnitSummary> units;
+  for (const auto& unit : platform.massStorage().devices())
+    units.push_back(summaryOf(unit));
+  return units;
+}
+
+UnitSummary chooseUnit(Platform& platform, const std::string& wanted) {
+  const auto units = presentUnits(platform);
+  const auto location = locationFrom(wanted);
+  auto meant = units;
+  if (!wanted.empty()) {
+    std::erase_if(meant, [&](const UnitSummary& unit) {
+      return unit.serial != wanted && !(location && unit.location == location);
+    });
+    if (meant.size() > 1) meant.erase(meant.begin() + 1, meant.end());
+  }
+  return onlyOne(wanted,
+                 {.kind = "unit",
+                  .none = "no Tarvo device is connected that shows itself as a disk",
+                  .noneAdvice = ""},
+                 units, meant);
+}
+
+}  // namespace tarvo::library
