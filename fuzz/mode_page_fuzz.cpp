@@ -35,6 +35,8 @@ using Bytes = std::span<const std::uint8_t>;
 
 constexpr std::size_t kStatuses = 3;
 constexpr std::size_t kHeader = 8;
+/// From this first byte of an input on a page may have any size.
+constexpr std::uint8_t kLargePages = 248;
 
 /// The script of an input.
 struct Script {
@@ -50,7 +52,10 @@ struct Script {
     const auto rest = std::as_bytes(input_.subspan(std::min(from, input_.size())));
     std::ranges::copy(rest.first(std::min(rest.size(), to.size())), to.begin());
   }
-  std::uint8_t headerAt(std::size_t index) const { return at(kStatuses + index); }
+  /// Mostly of a size below 256: clearing room for the largest page costs a hundred inputs.
+  std::uint8_t headerAt(std::size_t index) const {
+    return index == 0 && at(0) < kLargePages ? std::uint8_t{0} : at(kStatuses + index);
+  }
   std::uint8_t pageAt(std::size_t index) const { return at(kStatuses + kHeader + index); }
 
  private:
@@ -76,6 +81,7 @@ class HostileUnit : public tarvo::MMCDeviceInterface,
     require(!isHeader || buffer.size() == kHeader);
     require(buffer.size() <= 0xFFFF);
     script_.copy(isHeader ? kStatuses : kStatuses + kHeader, buffer);
+    if (isHeader) buffer[0] = std::byte{script_.headerAt(0)};
     script_.copy(kStatuses + kHeader, sense);
     taskStatus = script_.taskStatus(isHeader ? 0 : 1);
     return tarvo::status::kOK;

@@ -11,7 +11,7 @@ void watch() {
   auto camera = session.openCamera();
   bool isThere = true;
   const auto events = camera.onEvent([&](const tarvo::DeviceEvent& event) {
-    isThere = event.code() != 0;
+    isThere = !event.isGone();
     if (isThere) std::cout << event << std::endl;
   });
   std::cout << "watching " << camera.info() << std::endl;

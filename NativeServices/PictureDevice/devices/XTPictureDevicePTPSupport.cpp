@@ -18,6 +18,9 @@
 namespace tarvo {
 namespace {
 
+/// Infos of objects that are remembered at most, of half a kilobyte each.
+constexpr std::size_t kMostRememberedObjects = 8192;
+
 const MakerConstants& makerConstants() {
   return PictureDeviceRoom::required().services().maker;
 }
@@ -224,6 +227,8 @@ void XTPictureDevice::postDeviceEventDict(const PropertyDictionary& event) {
 
 void XTPictureDevice::cacheObject(std::uint32_t handle,
                                   std::shared_ptr<XTExtendedObjectInfo> info) {
+  // Asking again costs less than what a device with a million objects would have remembered.
+  if (fields_.objectInfoCache.size() >= kMostRememberedObjects) fields_.objectInfoCache.clear();
   fields_.objectInfoCache[handle] = std::move(info);
 }
 
