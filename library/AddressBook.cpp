@@ -302,12 +302,12 @@ void compareAfterwards(const OpenedDevice& camera, const BookChange::Data& chang
            : "it was written, but cannot be read again to make sure"));
 }
 
-struct EntryKind {
+struct EntryWords {
   std::uint16_t format;
   const char* what;
 };
 
-EntryKind kindOf(BookEntryKind kind) {
+EntryWords kindOf(BookEntryKind kind) {
   switch (kind) {
     case BookEntryKind::kContact:
       return {.format = ptp::XTD_CONTACT, .what = "contact"};
