@@ -113,8 +113,8 @@ std::vector<UnitInfo> Session::units() {
   return entered(state_, "units", [&] {
     state_->catchUp();
     std::vector<UnitInfo> infos;
-    for (auto& summary : presentUnits(state_->platform()))
-      infos.push_back(unitInfo(std::move(summary)));
+    for (const auto& summary : presentUnits(state_->platform()))
+      infos.push_back(unitInfo(summary));
     return infos;
   });
 }

@@ -27,8 +27,8 @@ std::ostream& operator<<(std::ostream& out, const UnitInfo& unit) {
   return out << printable(unit.description());
 }
 
-UnitInfo library::unitInfo(UnitSummary summary) {
-  UnitInfo::Data data{.summary = summary,
+UnitInfo library::unitInfo(const UnitSummary& summary) {
+  UnitInfo::Data data{.summary = static_cast<const Summary&>(summary),
                       .unit = summary.unit,
                       .description = inWords(summary),
                       .disk = summary.unit->bsdName().value_or(""),

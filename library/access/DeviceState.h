@@ -85,7 +85,7 @@ namespace library {
 template <typename Work>
 auto called(const std::shared_ptr<DeviceState>& state, const char* operation, const Work& work) {
   // A callback may let go of the device.
-  const auto kept = state;
+  const auto kept = state;  // NOLINT(performance-unnecessary-copy-initialization)
   return entered(kept->session(), operation, [&] { return work(*kept); });
 }
 

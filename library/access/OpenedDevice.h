@@ -69,6 +69,7 @@ T onlyOne(const std::string& wanted, const ChoiceWords& words, const std::vector
           const std::vector<T>& meant) {
   if (meant.size() == 1) return meant.front();
   std::vector<std::string> texts;
+  texts.reserve(listed.size());
   for (const T& each : listed)
     texts.push_back(inWords(each));
   refuseChoice(wanted, words, texts, !meant.empty());

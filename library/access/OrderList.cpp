@@ -71,6 +71,7 @@ class OrderReading {
   template <typename Known>
   std::vector<OrderPicture> picturesOf(const std::vector<Known>& known) const {
     std::vector<OrderPicture> pictures;
+    pictures.reserve(known.size());
     for (const Known& each : known)
       pictures.push_back(pictureOf(each));
     return pictures;

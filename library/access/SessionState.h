@@ -173,7 +173,7 @@ template <typename Work>
 std::invoke_result_t<Work> entered(const std::shared_ptr<SessionState>& state,
                                    const char* operation, const Work& work) {
   // A callback may let go of the session.
-  const auto kept = state;
+  const auto kept = state;  // NOLINT(performance-unnecessary-copy-initialization)
   try {
     const SessionState::Entry entry(*kept);
     return work();

@@ -36,7 +36,7 @@ class UnitState {
 
 namespace library {
 
-UnitInfo unitInfo(UnitSummary summary);
+UnitInfo unitInfo(const UnitSummary& summary);
 
 }  // namespace library
 }  // namespace tarvo

@@ -20,7 +20,7 @@
 
 #include "tarvo/Error.h"
 
-struct _GMainContext;
+struct _GMainContext;  // NOLINT(bugprone-reserved-identifier): GLib's own name for it
 
 namespace tarvo {
 
