@@ -189,7 +189,7 @@ TEST(LibraryMisuse, EverythingMayGoInAnyOrderAndFromEveryCallback) {
           if (each == 2) watch.reset();
         }
       };
-      EXPECT_EQ(raisedBy([&] { from(bench, end); }), raises);
+      EXPECT_EQ(raisedBy([&, &call = from] { call(bench, end); }), raises);
       // It was given back.
       Session another(std::make_shared<SessionState>(bench.platform));
       EXPECT_EQ(another.openCamera().handles(ObjectQuery()).size(), 2U)

@@ -296,6 +296,7 @@ int runAddressBookDelete(ToolContext& context, const BookDeleteOptions& options)
   Device device = openCamera(context);
   const auto entries = entriesNamed(context, device, options.entries);
   std::vector<std::string> words;
+  words.reserve(entries.size());
   for (const auto& entry : entries)
     words.push_back(entry.inWords());
   consent.require("Delete " + joined(words) + " from " + device.facts().name() + "?",
