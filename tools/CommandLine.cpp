@@ -148,8 +148,7 @@ int runGuarded(ToolContext& context, const Command& command) {
     // A preferences file that cannot be read was named on the command line.
     const bool isUsage = error.kind() == ErrorKind::kHost && error.status() == status::kOK;
     if (isUsage) return ended(context, {.why = error.reason()}, kBadUsage);
-    Failure failure = failureOf(error);
-    failure.operation = context.operation;
+    Failure failure = failureOf(context, error);
     const bool isCancelled = error.status() == status::kCancelled;
     return ended(context, ToolError(failure).failure(), isCancelled ? kInterrupted : kFailed);
   } catch (const Exception& exception) {

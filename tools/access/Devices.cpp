@@ -21,8 +21,7 @@ auto found(const ToolContext& context, const ChoiceAdvice& advice, const Find& f
   try {
     return find(wanted);
   } catch (const Error& error) {
-    Failure failure = failureOf(error);
-    failure.operation = context.operation;
+    Failure failure = failureOf(context, error);
     if (error.kind() == ErrorKind::kAmbiguous) {
       failure.advice = advice.choose;
       throw ToolError(failure, kBadUsage);

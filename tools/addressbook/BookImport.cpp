@@ -101,8 +101,7 @@ class Importing {
     } catch (const Error& error) {
       // What the user has ended says nothing of the book.
       if (error.reason().empty()) throw;
-      Failure failure = failureOf(error);
-      failure.operation = context_.operation;
+      Failure failure = failureOf(context_, error);
       const std::string kept = "What it held before is in " + backup;
       if (failure.why.starts_with("it was written, but")) {
         failure.why += ". " + kept;

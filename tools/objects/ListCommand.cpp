@@ -104,9 +104,7 @@ class ObjectList {
   bool fail(std::uint32_t handle, const Error& error) {
     if (context_.interrupt.isSet()) return false;
     exitCode_ = kFailed;
-    Failure failure = failureOf(error);
-    failure.operation = kListing;
-    listing_.addFailure({{"handle", handle}}, failure);
+    listing_.addFailure({{"handle", handle}}, failureOf(context_, error));
     return !error.endsDevice();
   }
 

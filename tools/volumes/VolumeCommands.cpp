@@ -53,9 +53,7 @@ class VolumeList {
     });
     visitor.onUnreadable([this](std::uint32_t, const std::string& path, const Error& error) {
       exitCode_ = kFailed;
-      Failure failure = failureOf(error);
-      failure.operation = context_.operation;
-      listing_.addFailure({{"path", validUTF8(path)}}, failure);
+      listing_.addFailure({{"path", validUTF8(path)}}, failureOf(context_, error));
       return true;
     });
     volume_.visit(ObjectChoice()
