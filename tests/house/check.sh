@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks a tree against the rules of the house: check.sh TREE. Prints every breach, exits 1 on any.
-#  1. A folder includes only folders that stand after it in the list below; tools/ reaches devices
-#     by the public headers alone, and knows of the rooms nothing but records and files.
+#  1. A folder includes only folders that stand after it in the list below; tools/ and import/
+#     reach devices by the public headers alone; of the rooms, tools/ knows records and files.
 #  2. A source file includes its own header first.
 #  3. A header begins with a comment that says what it is for, and has #pragma once.
 #  4. Every top-level folder has a README with the common headings.
@@ -12,7 +12,7 @@ tree=${1:?usage: check.sh TREE}
 cd "$tree"
 
 # Highest room first. A folder that is not named here belongs to its parent.
-rooms=(agent tools relay viewer library tarvo msc identify NativeServices/PictureDevice/devices
+rooms=(agent relay viewer tools import library tarvo msc identify NativeServices/PictureDevice/devices
   NativeServices/PictureDevice/operations NativeServices/PictureDevice/datasets NativeServices/models
   NativeServices platform/imagecapture platform/imagecapture/ptp platform/diskarbitration
   platform/iokit platform/files platform/desktop platform/foundation Utilities)
@@ -57,7 +57,9 @@ check_layers() {
       *)
         [ -n "$from" ] || continue
         case $file:$included in
-          tools/*:tools/* | tools/*:tarvo/* | tools/*:library/Records.h | tools/*:Utilities/* | \
+          import/*:import/* | import/*:tarvo/* | import/*:Utilities/* | import/*:platform/files/*) ;;
+          import/*) breach "$file includes $included; a device is reached by tarvo/ alone" ;;
+          tools/*:tools/* | tools/*:import/* | tools/*:tarvo/* | tools/*:library/Records.h | tools/*:Utilities/* | \
             tools/*:platform/files/* | tools/*:NativeServices/PictureDevice/datasets/*) ;;
           tools/*) breach "$file includes $included; a device is reached by tarvo/ alone" ;;
         esac
@@ -69,7 +71,7 @@ check_layers() {
         ;;
     esac
   done < <(grep -rnE '^#include "' --include='*.h' --include='*.cpp' \
-    $(ls -d agent tools relay viewer library msc identify NativeServices platform Utilities simulator \
+    $(ls -d agent relay viewer tools import library msc identify NativeServices platform Utilities simulator \
       2>/dev/null) | sed -E 's/^([^:]+):[0-9]+:/\1:/')
 }
 
@@ -90,7 +92,7 @@ check_sources() {
         [[ $text == *$'\n#pragma once'* ]] || breach "$file has no #pragma once"
         ;;
     esac
-  done < <(find agent tools relay viewer library msc identify NativeServices platform Utilities simulator \
+  done < <(find agent relay viewer tools import library msc identify NativeServices platform Utilities simulator \
     \( -name '*.h' -o -name '*.cpp' \) -print0 2>/dev/null)
 }
 
