@@ -26,6 +26,7 @@ std::uint32_t ObjectInfo::thumbnailSize() const { return data_->info->thumbCompr
 std::uint16_t ObjectInfo::format() const { return data_->info->objFmtCode(); }
 bool ObjectInfo::isFolder() const { return data_->info->objFmtCode() == ptp::kAssociationFormat; }
 bool ObjectInfo::isSpecial() const { return data_->kind == FolderWalk::Kind::kOther; }
+bool ObjectInfo::isProtected() const { return data_->info->protectionStatus() != 0; }
 std::optional<std::time_t> ObjectInfo::modified() const { return data_->modified; }
 const std::string& ObjectInfo::captureDate() const { return data_->info->captureDateStr(); }
 const std::string& ObjectInfo::modificationDate() const { return data_->info->modDataStr(); }

@@ -25,6 +25,8 @@ bool isFileName(std::string_view name);
 /// The name that the `number`th file of the same name gets: "IMG.JPG", "IMG (2).JPG", ...; never
 /// longer than a name may be. `name` is a file name, `number` begins at 1. Any thread.
 std::string numberedFileName(std::string_view name, unsigned number);
+/// Bounds a search for one that is free, should somebody make the next name each time.
+inline constexpr unsigned kMostOfOneName = 100'000;
 
 // File-name extensions, four-character file types and PTP object formats.
 

@@ -15,9 +15,6 @@
 namespace tarvo {
 namespace {
 
-/// Bounds a search, should somebody make the next name each time.
-constexpr unsigned kMostOfOneName = 100'000;
-
 /// A link is what it is, not where it leads: that may be the device itself.
 std::optional<struct stat> attributesOf(int folder, const std::string& name) {
   struct stat attributes {};

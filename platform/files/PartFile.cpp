@@ -162,13 +162,18 @@ int PartFile::putInPlace(const std::string& name, bool replace, std::optional<st
 
 int PartFile::rename(const std::string& name, bool replace) const {
   // In one step, so that there is never a time without the old file or the new one.
-  const unsigned flags = replace ? 0 : RENAME_NOREPLACE;
-  const int error = errorOf(::renameat2(folder_, name_.c_str(), folder_, name.c_str(), flags));
-  if (error != EINVAL || replace) return error;
+  if (replace) return errorOf(::renameat(folder_, name_.c_str(), folder_, name.c_str()));
+  return renameIfFree(folder_, name_, folder_, name);
+}
+
+int renameIfFree(int folder, const std::string& name, int newFolder, const std::string& newName) {
+  const int error = errorOf(
+      ::renameat2(folder, name.c_str(), newFolder, newName.c_str(), RENAME_NOREPLACE));
+  if (error != EINVAL) return error;
   // A file system that cannot keep the name by itself: somebody may take it in between.
   struct stat attributes {};
-  if (::fstatat(folder_, name.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
-  return errorOf(::renameat(folder_, name_.c_str(), folder_, name.c_str()));
+  if (::fstatat(newFolder, newName.c_str(), &attributes, AT_SYMLINK_NOFOLLOW) == 0) return EEXIST;
+  return errorOf(::renameat(folder, name.c_str(), newFolder, newName.c_str()));
 }
 
 }  // namespace tarvo

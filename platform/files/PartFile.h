@@ -75,4 +75,9 @@ class PartFile {
   bool isKept_ = false;
 };
 
+/// Moves a file to a name that nothing has: EEXIST where something does. As renameat(2) has folders
+/// and names. 0, or errno.
+[[nodiscard]] int renameIfFree(int folder, const std::string& name, int newFolder,
+                               const std::string& newName);
+
 }  // namespace tarvo

@@ -44,6 +44,9 @@ class TARVO_API ObjectInfo {
   bool isFolder() const;
   /// Neither a folder nor a regular file, as a link on a volume is.
   bool isSpecial() const;
+  /// Not to be deleted or changed: the device says so (ISO 15740, "ProtectionStatus"), or on a
+  /// volume its owner may not write the file.
+  bool isProtected() const;
   /// When it was changed last, by this machine's clock; none where the device does not say.
   std::optional<std::time_t> modified() const;
   /// As the device writes them: "20240615T120000" with a fraction and a zone or without (ISO 15740,

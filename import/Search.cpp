@@ -1,0 +1,122 @@
+#include "import/Search.h"
+
+#include <algorithm>
+#include <cctype>
+#include <functional>
+#include <string>
+
+namespace tarvo::importing {
+namespace {
+
+std::uint64_t keyOf(const ObjectInfo& object) {
+  std::string text = object.name() + "/" + std::to_string(object.size());
+  std::ranges::transform(text, text.begin(), [](unsigned char c) { return std::tolower(c); });
+  return std::hash<std::string>{}(text);
+}
+
+bool areAlike(const std::optional<CalendarTime>& one, const std::optional<CalendarTime>& other) {
+  return one && other ? isSameTime(*one, *other) : !one && !other;
+}
+
+std::uint32_t copiesOf(std::span<const Remembered> objects) {
+  std::uint32_t copies = 0;
+  for (const auto& each : objects)
+    copies += each.copies;
+  return copies;
+}
+
+}  // namespace
+
+Search::Search(Device& device, History* history, const ImportOptions& options,
+               ImportObserver& observer)
+    : device_(device), history_(history), options_(options), observer_(observer) {}
+
+void Search::run(const Wanted& wanted, bool keepsKnown) {
+  visit(wanted, [&](const ObjectInfo& object) { take(object, keepsKnown); });
+  order_.clear();
+  for (const auto& sighting : sightings_)
+    order_.emplace_back(sighting.key, sighting.taken);
+  std::ranges::sort(order_);
+  settle(wanted, keepsKnown);
+  passOverWhatIsThere();
+  if (!keepsKnown) std::erase_if(items_, [](const Item& item) { return !item.isToFetch(); });
+}
+
+void Search::visit(const Wanted& wanted, const std::function<void(const ObjectInfo&)>& each) {
+  ObjectVisitor visitor([&](const ObjectInfo& object) {
+    if (!object.isFolder() && !object.isSpecial() && (!wanted.accepts || wanted.accepts(object)))
+      each(object);
+    return observer_.goesOn();
+  });
+  visitor.onUnreadable([this](std::uint32_t, const std::string& path, const Error& error) {
+    observer_.unreadable(path, error);
+    return observer_.goesOn();
+  });
+  device_.visit(wanted.choice, visitor);
+}
+
+void Search::take(const ObjectInfo& object, bool keepsKnown) {
+  Item item = {.object = object, .taken = takenOf(object)};
+  const std::uint32_t remembered = rememberedOf(object, item.taken);
+  sightings_.push_back({keyOf(object), item.taken, remembered});
+  observer_.looked(sightings_.size());
+  if (keepsKnown || remembered == 0) items_.push_back(std::move(item));
+}
+
+std::uint32_t Search::rememberedOf(const ObjectInfo& object,
+                                   const std::optional<CalendarTime>& taken) {
+  if (!history_) return 0;
+  return copiesOf(history_->find(object.name(), object.size(), taken));
+}
+
+std::size_t Search::alike(const Sighting& sighting) const {
+  std::size_t count = 0;
+  for (auto each = std::ranges::lower_bound(
+           order_, sighting.key, {}, &std::pair<std::uint64_t, std::optional<CalendarTime>>::first);
+       each != order_.end() && each->first == sighting.key; ++each)
+    if (areAlike(each->second, sighting.taken)) ++count;
+  return count;
+}
+
+Novelty Search::noveltyOf(const Sighting& sighting) const {
+  const bool isOne = alike(sighting) <= std::max(1U, sighting.remembered);
+  // Which of the like is the one that was imported, nobody can tell without its content.
+  if (!sighting.taken || !isOne) return Novelty::kDoubtful;
+  return sighting.remembered > 0 ? Novelty::kKnown : Novelty::kNew;
+}
+
+void Search::settle(const Wanted& wanted, bool keepsKnown) {
+  bool anyAgain = false;
+  auto item = items_.begin();
+  for (const auto& sighting : sightings_) {
+    const Novelty novelty = noveltyOf(sighting);
+    if (novelty == Novelty::kKnown) ++known_;
+    if (keepsKnown || sighting.remembered == 0) {
+      item++->novelty = novelty;
+    } else if (novelty == Novelty::kDoubtful) {
+      anyAgain = true;
+    }
+  }
+  if (!anyAgain || !observer_.goesOn()) return;
+  // These are few and were not kept: the device gives them once more.
+  visit(wanted, [this](const ObjectInfo& object) {
+    const auto taken = takenOf(object);
+    const Sighting sighting = {keyOf(object), taken, rememberedOf(object, taken)};
+    if (sighting.remembered > 0 && noveltyOf(sighting) == Novelty::kDoubtful)
+      items_.push_back({.object = object, .taken = taken, .novelty = Novelty::kDoubtful});
+  });
+}
+
+void Search::passOverWhatIsThere() {
+  for (auto& item : items_) {
+    if (item.novelty != Novelty::kNew || !observer_.goesOn()) continue;
+    const auto place = placeOf(options_, item.object, item.taken);
+    if (!place) continue;
+    DownloadRun run(DownloadOptions().folder(place->folder).name(place->name));
+    if (!run.isThere(item.object, true)) continue;
+    item.novelty = Novelty::kThere;
+    ++known_;
+  }
+}
+
+}  // namespace tarvo::importing
