@@ -94,12 +94,30 @@ class History {
   };
   using Database = std::unique_ptr<sqlite3, Closer>;
   using Statement = std::unique_ptr<sqlite3_stmt, Closer>;
+  class Execution;
+  class Transaction;
+
+  [[noreturn]] void fail(sqlite3* database, int status) const;
+  [[noreturn]] void fail(HistoryError::Kind kind, const std::string& why = "") const;
+  Database connect(const std::string& path) const;
+  Statement prepare(sqlite3* database, const std::string& text) const;
+  void execute(const std::string& text) const;
+  /// What a statement gives first.
+  std::string answer(const std::string& text) const;
+  void open();
+  void prepareAll();
+  /// Puts a damaged database aside; returns its new path.
+  std::string putAside();
+  /// How many objects of it were remembered anew.
+  std::size_t salvage(const std::string& damaged);
+  void put(const Remembered& object, std::time_t now);
+  void noteUse(std::time_t now);
 
   std::string path_;
   std::size_t most_;
   std::string note_;
   Database database_;
-  Statement find_, update_, insert_, use_;
+  Statement find_, update_, insert_, use_, trim_;
   std::vector<std::int64_t> used_;  ///< ids that were found, and are not noted as used yet
 };
 

@@ -135,4 +135,8 @@ std::string userDataFolder() {
   return xdgDataHome();
 }
 
+std::string userStateFolder() {
+  return xdgStateHome();
+}
+
 }  // namespace tarvo

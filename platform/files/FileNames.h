@@ -45,5 +45,7 @@ std::string lowerCaseExtension(std::string_view path);
 
 /// Where this user's programs keep their data: $XDG_DATA_HOME, else ~/.local/share.
 std::string userDataFolder();
+/// Where they keep what is to last from one run to the next: $XDG_STATE_HOME, else ~/.local/state.
+std::string userStateFolder();
 
 }  // namespace tarvo

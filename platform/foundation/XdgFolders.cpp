@@ -58,4 +58,8 @@ std::vector<std::string> xdgDataDirs() {
   return folderList("XDG_DATA_DIRS", "/usr/local/share:/usr/share");
 }
 
+std::string xdgStateHome() {
+  return homeFolder("XDG_STATE_HOME", "/.local/state");
+}
+
 }  // namespace tarvo
