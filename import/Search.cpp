@@ -32,8 +32,11 @@ Search::Search(Device& device, History* history, const ImportOptions& options,
     : device_(device), history_(history), options_(options), observer_(observer) {}
 
 void Search::run(const Wanted& wanted, bool keepsKnown) {
-  visit(wanted, [&](const ObjectInfo& object) { take(object, keepsKnown); });
+  items_.clear();
+  sightings_.clear();
   order_.clear();
+  known_ = 0;
+  visit(wanted, [&](const ObjectInfo& object) { take(object, keepsKnown); });
   for (const auto& sighting : sightings_)
     order_.emplace_back(sighting.key, sighting.taken);
   std::ranges::sort(order_);

@@ -37,6 +37,7 @@ class Search {
 
   /// In the order of the device.
   std::vector<Item>& items() { return items_; }
+  const std::vector<Item>& items() const { return items_; }
   /// Of all that was looked at.
   std::uint64_t known() const { return known_; }
   std::uint64_t seen() const { return sightings_.size(); }

@@ -62,8 +62,12 @@ void Securing::flush() {
   }
   remember(safe);
   for (const auto& file : safe) {
-    ++(file.wasThere ? sum_.known : sum_.fetched);
-    if (!file.wasThere) sum_.bytes += file.item->object.size();
+    if (file.wasThere) {
+      ++sum_.known;
+      continue;
+    }
+    ++sum_.fetched;
+    sum_.bytes += file.item->object.size();
     observer_.secured(*file.item, file.path);
   }
   for (const auto& file : safe)

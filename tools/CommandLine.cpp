@@ -24,6 +24,7 @@ CommandAdder addEventCommand;
 CommandAdder addStorageCommands;
 CommandAdder addListCommand;
 CommandAdder addGetCommand;
+CommandAdder addImportCommand;
 CommandAdder addPutCommand;
 CommandAdder addRemoveCommands;
 CommandAdder addVolumeCommands;
@@ -43,11 +44,11 @@ namespace {
 
 /// In the order of the help.
 constexpr CommandAdder* kCommands[] = {
-    addDeviceCommands,     addEventCommand,        addStorageCommands,     addListCommand,
-    addGetCommand,         addPutCommand,          addRemoveCommands,      addVolumeCommands,
-    addPropertyCommands,   addOrdersCommands,      addAddressBookCommands, addAlbumCommands,
-    addDeviceFileCommands, addMassStorageCommands, addQueryCommand,        addModelCommands,
-    addRecordCommands,     addLeftoversCommand,    addCompletionCommand};
+    addDeviceCommands, addEventCommand,       addStorageCommands,     addListCommand,
+    addGetCommand,     addImportCommand,      addPutCommand,          addRemoveCommands,
+    addVolumeCommands, addPropertyCommands,   addOrdersCommands,      addAddressBookCommands,
+    addAlbumCommands,  addDeviceFileCommands, addMassStorageCommands, addQueryCommand,
+    addModelCommands,  addRecordCommands,     addLeftoversCommand,    addCompletionCommand};
 
 constexpr double kShortestTimeout = 0.001;
 constexpr double kLongestTimeout = 86400;

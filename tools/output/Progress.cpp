@@ -18,12 +18,6 @@ constexpr std::chrono::milliseconds kPatience{300};
 constexpr std::size_t kBarWidth = 20;
 constexpr std::size_t kDefaultColumns = 80;
 
-std::size_t terminalColumns() {
-  winsize size = {};
-  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultColumns;
-  return size.ws_col;
-}
-
 std::string bar(std::uint64_t done, std::uint64_t size) {
   const auto filled = static_cast<std::size_t>(done * kBarWidth / size);
   return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "]";
@@ -38,6 +32,12 @@ std::string fitting(const std::string& text, std::size_t columns) {
 }
 
 }  // namespace
+
+std::size_t terminalColumns() {
+  winsize size = {};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultColumns;
+  return size.ws_col;
+}
 
 std::string progressLine(const std::string& label, std::uint64_t done, std::uint64_t size,
                          std::chrono::milliseconds elapsed, std::size_t columns) {

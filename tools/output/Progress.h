@@ -59,4 +59,7 @@ class Progress {
 std::string progressLine(const std::string& label, std::uint64_t done, std::uint64_t size,
                          std::chrono::milliseconds elapsed, std::size_t columns);
 
+/// Of the terminal behind standard error; 80 where it does not say.
+std::size_t terminalColumns();
+
 }  // namespace tarvo::tools

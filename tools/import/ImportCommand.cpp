@@ -1,0 +1,263 @@
+// import: what is new on a camera or a card, into folders by date.
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Utilities/Exception.h"
+#include "Utilities/NSStringUtilsCategory.h"
+#include "import/Fetch.h"
+#include "import/Groups.h"
+#include "import/Search.h"
+#include "platform/files/FilePlace.h"
+#include "platform/files/FolderTree.h"
+#include "tools/access/Devices.h"
+#include "tools/access/ToolContext.h"
+#include "tools/command/CommandGroup.h"
+#include "tools/import/Conversation.h"
+#include "tools/import/ImportProgress.h"
+#include "tools/output/Words.h"
+
+namespace tarvo::tools {
+
+using namespace importing;
+
+namespace {
+
+struct ImportCommandOptions {
+  std::vector<std::string> objects{};
+  bool pictures = false;
+  bool films = false;
+  bool allFiles = false;
+  std::string since{};
+  std::string output{};
+  std::string pattern{};
+  bool dryRun = false;
+  bool verifies = false;
+  bool deletes = false;
+  bool yes = false;
+  bool setsClock = false;
+  std::string progress{};
+};
+
+/// Whether it is of a kind that is asked for: by its name, and by its format where the name does
+/// not say (ISO 15740, "Object formats").
+bool isOfKind(const ImportCommandOptions& options, const ObjectInfo& object) {
+  if (options.allFiles) return true;
+  const bool both = options.pictures == options.films;
+  switch (mediaKindOf(object.name())) {
+    case MediaKind::kFilm:
+    case MediaKind::kThumbnail:
+      return both || options.films;
+    case MediaKind::kPicture:
+    case MediaKind::kRaw:
+    case MediaKind::kSound:
+    case MediaKind::kSidecar:
+      return both || options.pictures;
+    case MediaKind::kOther:
+      break;
+  }
+  constexpr std::uint16_t kImages = 0x38;
+  return (both || options.pictures) && object.format() >> 8 == kImages;
+}
+
+PlacePattern patternOf(const std::string& operation, const std::string& text) {
+  try {
+    return PlacePattern(text.empty() ? PlacePattern::kUsual : text);
+  } catch (const Exception& exception) {
+    refuseUsage(operation, "the pattern '" + text + "' makes no sense: " + exception.reason());
+  }
+}
+
+Device openDevice(const ToolContext& context) {
+  const auto devices = context.session().devices();
+  const bool isCamera = std::ranges::any_of(
+      devices, [](const auto& each) { return each.kind() == DeviceKind::kCamera; });
+  return isCamera ? openCamera(context) : openVolume(context);
+}
+
+/// One run of the command.
+class Importing {
+ public:
+  Importing(ToolContext& context, const ImportCommandOptions& options)
+      : context_(context), command_(options) {
+    options_.folder = options.output.empty() ? defaultTargetFolder()
+                                             : std::filesystem::absolute(options.output).string();
+    options_.pattern = patternOf(context.operation, options.pattern);
+    options_.verifies = options.verifies;
+    options_.deletes = options.deletes;
+    if (options.deletes && !options.dryRun)
+      consent_.emplace(context, context.operation, options.yes, "delete what was imported");
+    device_.emplace(openDevice(context));
+    options_.device = device_->info().name();
+    options_.serial = device_->info().serial();
+    if (device_->info().kind() == DeviceKind::kVolume &&
+        FolderTree(device_->info().path()).holds(options_.folder))
+      refuseUsage(context.operation, "'" + options_.folder + "' lies on the device itself");
+    makeFolder();
+  }
+
+  int run() {
+    openHistory();
+    if (command_.progress == "json")
+      return Conversation(context_, *device_, history(), options_, wanted()).run();
+    if (command_.setsClock && !command_.dryRun) device_->setClock();
+    context_.output.beginList();
+    progress_.emplace(context_);
+    Search search(*device_, history(), options_, *progress_);
+    search.run(wanted());
+    endIfInterrupted(context_, context_.operation);
+    sum_.known = search.known();
+    return command_.dryRun ? tellPlan(search.items()) : fetch(search.items());
+  }
+
+ private:
+  void makeFolder() {
+    if (command_.dryRun) return;
+    std::error_code error;
+    std::filesystem::create_directories(options_.folder, error);
+    if (error)
+      throw ToolError({.operation = context_.operation,
+                       .object = options_.folder,
+                       .status = status::kIOError,
+                       .why = "the folder cannot be made: " + error.message()});
+  }
+
+  /// Without one everything still works; what lies in the folder is known by itself.
+  void openHistory() {
+    try {
+      history_.emplace();
+      if (!history_->note().empty()) context_.output.message(history_->note());
+    } catch (const HistoryError& error) {
+      context_.output.message(std::string("What was imported before is not known: ") +
+                              error.what() + ". Known is what lies in '" + options_.folder + "'.");
+    }
+  }
+
+  History* history() { return history_ ? &*history_ : nullptr; }
+
+  Wanted wanted() const {
+    ObjectChoice choice;
+    choice.names(command_.objects)
+        .others(command_.objects.empty() ? ObjectChoice::Others::kEverything
+                                         : ObjectChoice::Others::kNone);
+    return {.choice = choice, .accepts = [this](const ObjectInfo& object) {
+              return isOfKind(command_, object) && isSince(object);
+            }};
+  }
+
+  bool isSince(const ObjectInfo&) const { return true; }
+
+  int tellPlan(const std::vector<Item>& items) {
+    std::uint64_t bytes = 0;
+    for (const auto& item : items) {
+      const auto place = placeOf(options_, item.object, item.taken);
+      const std::string path = place ? place->folder + "/" + place->name : "no file name";
+      bytes += item.object.size();
+      context_.output.item({{"source", validUTF8(item.object.path())},
+                            {"path", path},
+                            {"size", item.object.size()}});
+      context_.output.line(item.object.path() + " -> " + path);
+    }
+    context_.output.message(counted(items.size(), "files would be fetched") + ", " +
+                            sizeInWords(bytes) + "; " + std::to_string(sum_.known) +
+                            " known. Nothing was done.");
+    context_.output.endList();
+    return progress_->unread() == 0 ? kDone : kFailed;
+  }
+
+  int fetch(std::vector<Item>& items) {
+    std::uint64_t bytes = 0;
+    for (const auto& item : items)
+      bytes += item.object.size();
+    if (consent_ && !items.empty())
+      consent_->require("Import " + counted(items.size(), "files") + ", " + sizeInWords(bytes) +
+                            ", and delete them from " + device_->info().name() + "?",
+                        "nothing was imported");
+    tellRoom(items.size(), bytes);
+    progress_->expect(items.size(), bytes);
+    Fetch run(*device_, history(), options_, *progress_, sum_);
+    try {
+      run.run(items);
+    } catch (const Error& error) {
+      tellSum();
+      throw ToolError(failureOf(context_, error));
+    }
+    tellSum();
+    endIfInterrupted(context_, context_.operation);
+    context_.output.endList();
+    return sum_.failed + sum_.noRoom + sum_.kept + progress_->unread() == 0 ? kDone : kFailed;
+  }
+
+  void tellRoom(std::size_t count, std::uint64_t bytes) const {
+    const auto here = fileSystemSizeOf(options_.folder);
+    if (!here || bytes <= here->free) return;
+    context_.output.message("There is no room for all that is new (" + counted(count, "files") +
+                            ", " + sizeInWords(bytes) + "): " + sizeInWords(here->free) +
+                            " are free in '" + options_.folder + "', " +
+                            sizeInWords(bytes - here->free) + " are missing.");
+  }
+
+  void tellSum() {
+    progress_.reset();
+    std::string sum = counted(sum_.fetched, "files fetched");
+    if (sum_.bytes > 0) sum += ", " + sizeInWords(sum_.bytes);
+    const std::pair<std::uint64_t, const char*> parts[] = {
+        {sum_.known, " known"},
+        {sum_.failed, " failed"},
+        {sum_.noRoom, " without room"},
+        {sum_.deleted, " deleted from the device"},
+        {sum_.kept, " not deleted from it"}};
+    for (const auto& [count, words] : parts)
+      if (count > 0) sum += ", " + std::to_string(count) + words;
+    if (context_.interrupt.isSet()) sum += "; the same command goes on there";
+    context_.output.message(sum + ". They are in " + options_.folder + ".");
+  }
+
+  ToolContext& context_;
+  const ImportCommandOptions& command_;
+  ImportOptions options_;
+  std::optional<Consent> consent_;
+  std::optional<Device> device_;
+  std::optional<History> history_;
+  std::optional<ImportProgress> progress_;
+  ImportSum sum_;
+};
+
+}  // namespace
+
+void addImportCommand(CommandGroup& root) {
+  const auto options = std::make_shared<ImportCommandOptions>();
+  root.command("import", "Fetch what is new into folders by date", "tarvoctl import --dry-run",
+               [options](ToolContext& context) { return Importing(context, *options).run(); })
+      .operand("OBJECT", options->objects, "Names, or patterns such as '*.JPG'; all that is new")
+      .flag("--pictures", options->pictures, "Pictures alone, with their sound notes")
+      .flag("--films", options->films, "Films alone")
+      .flag("--all-files", options->allFiles, "Whatever the kind")
+      .option("--since", options->since, "DATE", "Taken on that day or later")
+      .option("--output", options->output, "DIR", "In place of your folder for pictures")
+      .option("--pattern", options->pattern, "PATTERN",
+              "Folders and name below it; {device}/{date}/{name}")
+      .flag("--dry-run", options->dryRun, "Say what would be done, and do nothing")
+      .flag("--verify", options->verifies, "Read each file back from the disk and compare")
+      .flag("--delete", options->deletes, "Delete from the device what was fetched")
+      .flag("--yes", options->yes, "Do not ask")
+      .needs("--delete")
+      .flag("--set-clock", options->setsClock, "Set the camera's clock first")
+      .option("--progress", options->progress, "FORM",
+              "json: a conversation of JSON lines, for other programs")
+      .oneOf({"json"})
+      .more(
+          "New is what was not imported before, by name, size and date, whether it comes\n"
+          "by the camera or on its card, and does not lie at its place. What belongs\n"
+          "together, as a picture and its raw one, goes together. Nothing is replaced: a\n"
+          "name that is taken gets a number. Each file is whole or not there, and is\n"
+          "flushed to the disk before it is remembered or deleted from the device;\n"
+          "protected objects stay there. The same command goes on where one was ended.\n"
+          "A pattern has {device}, {serial}, {date}, {year}, {month}, {day}, {time},\n"
+          "{name}, {stem}, {number}, {extension} and {folder}, the one on the device.");
+}
+
+}  // namespace tarvo::tools
