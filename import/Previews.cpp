@@ -1,8 +1,5 @@
 #include "import/Previews.h"
 
-#include <span>
-#include <vector>
-
 #include "import/CaptureDate.h"
 #include "import/Files.h"
 #include "import/Groups.h"
@@ -13,24 +10,25 @@ namespace {
 
 constexpr std::uint64_t kMostOfPicture = std::uint64_t{16} << 20;
 
-std::vector<std::byte> inFile(const Device& volume, const ObjectInfo& object) {
+std::optional<Thumbnail> inFile(const Device& volume, const ObjectInfo& object) {
   int error = 0;
   const auto file = FolderTree(volume.info().path()).openFile(object.path(), error);
-  if (!file.isOpen()) return {};
+  if (!file.isOpen()) return std::nullopt;
   const auto beginning = beginningOf(file.get());
-  return embeddedThumbnail(beginning);
+  return thumbnailOf(embeddedThumbnail(beginning), orientationOf(beginning));
 }
 
-std::vector<std::byte> smallPicture(Device& device, const ObjectInfo& object) {
+std::optional<Thumbnail> smallPicture(Device& device, const ObjectInfo& object) {
   if (device.info().kind() == DeviceKind::kVolume) return inFile(device, object);
-  return object.thumbnailSize() > 0 ? device.thumbnail(object) : std::vector<std::byte>();
+  if (object.thumbnailSize() == 0) return std::nullopt;
+  return thumbnailOf(device.thumbnail(object));
 }
 
 }  // namespace
 
 std::optional<Thumbnail> previewOf(Device& device, const ObjectInfo& object) {
   try {
-    if (auto preview = thumbnailOf(smallPicture(device, object))) return preview;
+    if (auto preview = smallPicture(device, object)) return preview;
     if (mediaKindOf(object.name()) != MediaKind::kPicture || object.size() > kMostOfPicture)
       return std::nullopt;
     return thumbnailOf(device.read(object));
