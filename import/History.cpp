@@ -305,10 +305,10 @@ void History::prepareAll() {
   const auto prepared = [this](const std::string& text) { return prepare(database_.get(), text); };
   find_ = prepared(std::string("SELECT ") + kColumns + ", used FROM objects WHERE " + kSameKey +
                    " ORDER BY imported DESC, id DESC");
-  update_ = prepared(
-      std::string("UPDATE objects SET device = ?6, copies = max(copies, ?7), path = ?8, imported = ?9,"
-      " used = ?10 WHERE fingerprint = ?5 AND " +
-      kSameKey);
+  update_ = prepared(std::string("UPDATE objects SET device = ?6, copies = max(copies, ?7),"
+                                 " path = ?8, imported = ?9, used = ?10"
+                                 " WHERE fingerprint = ?5 AND ") +
+                     kSameKey);
   insert_ = prepared("INSERT INTO objects VALUES(NULL, ?1, ?2, ?3, ?5, ?6, ?7, ?8, ?9, ?10)");
   use_ = prepared("UPDATE objects SET used = ?1 WHERE id = ?2");
   trim_ = prepared(
