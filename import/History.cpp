@@ -25,6 +25,8 @@ constexpr int kVersion = 1;
 constexpr std::chrono::milliseconds kMostPatience{5000};
 /// Use is noted no finer than this.
 constexpr std::time_t kFinestUse = 86'400;
+/// Searches one after the other see the same state for so long: to begin takes longer than to look.
+constexpr std::chrono::milliseconds kFreshness{50};
 /// No object has such an id.
 constexpr std::int64_t kBeyondIds = std::int64_t{1} << 40;
 
@@ -233,6 +235,7 @@ History::History(std::string path, std::size_t most) : path_(std::move(path)), m
 History::~History() {
   if (used_.empty()) return;
   try {
+    endReading();
     Transaction transaction(*this);
     noteUse(std::time(nullptr));
     transaction.commit();
@@ -303,12 +306,11 @@ void History::open() {
 
 void History::prepareAll() {
   const auto prepared = [this](const std::string& text) { return prepare(database_.get(), text); };
-  find_ = prepared(std::string("SELECT ") + kColumns + ", used FROM objects WHERE " + kSameKey +
-                   " ORDER BY imported DESC, id DESC");
-  update_ = prepared(
-      std::string("UPDATE objects SET device = ?6, copies = max(copies, ?7), path = ?8, imported = ?9,"
-      " used = ?10 WHERE fingerprint = ?5 AND " +
-      kSameKey);
+  find_ = prepared(std::string("SELECT ") + kColumns + ", used FROM objects WHERE " + kSameKey);
+  update_ = prepared(std::string("UPDATE objects SET device = ?6, copies = max(copies, ?7),"
+                                 " path = ?8, imported = ?9, used = ?10"
+                                 " WHERE fingerprint = ?5 AND ") +
+                     kSameKey);
   insert_ = prepared("INSERT INTO objects VALUES(NULL, ?1, ?2, ?3, ?5, ?6, ?7, ?8, ?9, ?10)");
   use_ = prepared("UPDATE objects SET used = ?1 WHERE id = ?2");
   trim_ = prepared(
@@ -373,8 +375,21 @@ void History::noteUse(std::time_t now) {
     Execution(*this, use_, std::int64_t{now}, id).next();
 }
 
+void History::beginReading() {
+  const auto now = std::chrono::steady_clock::now();
+  if (readingSince_ && now - *readingSince_ < kFreshness) return;
+  endReading();
+  execute("BEGIN");
+  readingSince_ = now;
+}
+
+void History::endReading() {
+  if (std::exchange(readingSince_, std::nullopt)) execute("COMMIT");
+}
+
 std::vector<Remembered> History::find(std::string_view name, std::uint64_t size,
                                       std::optional<CalendarTime> taken) {
+  beginReading();
   std::vector<Remembered> found;
   const std::time_t now = std::time(nullptr);
   Execution execution(*this, find_, name, static_cast<std::int64_t>(size), taken, kTimeTolerance);
@@ -386,6 +401,7 @@ std::vector<Remembered> History::find(std::string_view name, std::uint64_t size,
 }
 
 void History::remember(std::span<const Remembered> objects) {
+  endReading();
   Transaction transaction(*this);
   const std::time_t now = std::time(nullptr);
   noteUse(now);
@@ -396,6 +412,7 @@ void History::remember(std::span<const Remembered> objects) {
 }
 
 std::size_t History::size() {
+  endReading();
   return std::stoull(answer("SELECT count(*) FROM objects"));
 }
 

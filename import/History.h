@@ -5,6 +5,7 @@
 //   history.remember(fetched);
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -111,6 +112,8 @@ class History {
   /// How many objects of it were remembered anew.
   std::size_t salvage(const std::string& damaged);
   void put(const Remembered& object, std::time_t now);
+  void beginReading();
+  void endReading();
   void noteUse(std::time_t now);
 
   std::string path_;
@@ -118,6 +121,7 @@ class History {
   std::string note_;
   Database database_;
   Statement find_, update_, insert_, use_, trim_;
+  std::optional<std::chrono::steady_clock::time_point> readingSince_;
   std::vector<std::int64_t> used_;  ///< ids that were found, and are not noted as used yet
 };
 
