@@ -102,7 +102,7 @@ void Fetch::came(Group& group, Item& item, const Downloaded& file) {
       .item = &item, .path = file.path(), .fingerprint = *print, .wasThere = file.wasThere()};
   kept.date = captureDateOf(beginningOf(opened.get()));
   if (!kept.wasThere) {
-    if (auto earlier = rememberedPath(item, *print)) {
+    if (auto earlier = pathOfTwin(group, item, kept)) {
       // What has just come is one more copy of it.
       ::unlink(kept.path.c_str());
       kept.path = std::move(*earlier);
@@ -118,11 +118,13 @@ void Fetch::came(Group& group, Item& item, const Downloaded& file) {
   securing_.add(std::move(kept));
 }
 
-std::optional<std::string> Fetch::rememberedPath(const Item& item, const std::string& print) const {
-  if (!history_ || item.novelty != Novelty::kDoubtful) return std::nullopt;
-  for (auto& each : history_->find(item.object.name(), item.object.size(), item.taken))
-    if (each.fingerprint == print) return std::move(each.path);
-  return std::nullopt;
+std::optional<std::string> Fetch::pathOfTwin(const Group& group, const Item& item,
+                                             const Securing::File& file) const {
+  if (history_ && item.novelty == Novelty::kDoubtful)
+    for (auto& each : history_->find(item.object.name(), item.object.size(), item.taken))
+      if (each.fingerprint == file.fingerprint) return std::move(each.path);
+  const auto place = placeOf(options_, item.object, group.date);
+  return place ? twinOf(file.path, *place, group.number) : std::nullopt;
 }
 
 Moved Fetch::moveByDate(Group& group, const Item& item, const std::string& path,

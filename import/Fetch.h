@@ -43,8 +43,9 @@ class Fetch {
   /// Where its EXIF block says that it belongs; its path as it is then.
   Moved moveByDate(Group& group, const Item& item, const std::string& path,
                    const std::optional<CalendarTime>& date) const;
-  /// Where what was imported before with this content lies; none for something else.
-  std::optional<std::string> rememberedPath(const Item& item, const std::string& print) const;
+  /// Where the same content was put before; none where it was not.
+  std::optional<std::string> pathOfTwin(const Group& group, const Item& item,
+                                        const Securing::File& file) const;
   void failed(const Item& item, const Error& error);
   void failed(const Item& item, const Result& result);
 

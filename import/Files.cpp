@@ -60,6 +60,14 @@ unsigned freeNumber(const std::string& folder, const std::vector<std::string>& n
   return number;
 }
 
+std::optional<std::string> twinOf(const std::string& path, const Place& place, unsigned number) {
+  for (unsigned earlier = 1; earlier < number; ++earlier) {
+    std::string other = place.folder + "/" + numberedFileName(place.name, earlier);
+    if (haveSameContent(path, other)) return other;
+  }
+  return std::nullopt;
+}
+
 Moved moveTo(const std::string& path, const Place& place) {
   std::error_code made;
   fs::create_directories(place.folder, made);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,9 @@ std::vector<std::byte> beginningOf(int descriptor);
 /// The first number, from 1 on, with which none of these names is taken in a folder: "A.JPG",
 /// "A.DNG" get the same one. As numberedFileName() has it.
 unsigned freeNumber(const std::string& folder, const std::vector<std::string>& names);
+
+/// One of the first `number - 1` files of that name which has the same content as `path`.
+std::optional<std::string> twinOf(const std::string& path, const Place& place, unsigned number);
 
 struct Moved {
   std::string path{};     ///< where it is now

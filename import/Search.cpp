@@ -2,8 +2,15 @@
 
 #include <algorithm>
 #include <cctype>
+#include <ctime>
 #include <functional>
 #include <string>
+#include <utility>
+
+#include "import/CaptureDate.h"
+#include "import/Files.h"
+#include "import/Groups.h"
+#include "platform/files/FolderTree.h"
 
 namespace tarvo::importing {
 namespace {
@@ -45,6 +52,10 @@ void Search::run(const Wanted& wanted, bool keepsKnown) {
   if (!keepsKnown) std::erase_if(items_, [](const Item& item) { return !item.isToFetch(); });
 }
 
+void Search::rememberWhatIsKnown() {
+  if (history_ && !alsoKnown_.empty()) history_->remember(std::exchange(alsoKnown_, {}));
+}
+
 void Search::visit(const Wanted& wanted, const std::function<void(const ObjectInfo&)>& each) {
   ObjectVisitor visitor([&](const ObjectInfo& object) {
     if (!object.isFolder() && !object.isSpecial() && (!wanted.accepts || wanted.accepts(object)))
@@ -60,7 +71,8 @@ void Search::visit(const Wanted& wanted, const std::function<void(const ObjectIn
 
 void Search::take(const ObjectInfo& object, bool keepsKnown) {
   Item item = {.object = object, .taken = takenOf(object)};
-  const std::uint32_t remembered = rememberedOf(object, item.taken);
+  std::uint32_t remembered = rememberedOf(object, item.taken);
+  if (remembered == 0) remembered = rememberedByPicture(item);
   sightings_.push_back({keyOf(object), item.taken, remembered});
   observer_.looked(sightings_.size());
   if (keepsKnown || remembered == 0) items_.push_back(std::move(item));
@@ -70,6 +82,24 @@ std::uint32_t Search::rememberedOf(const ObjectInfo& object,
                                    const std::optional<CalendarTime>& taken) {
   if (!history_) return 0;
   return copiesOf(history_->find(object.name(), object.size(), taken));
+}
+
+// A file system without zones tells another hour in another half of the year, or in another
+// country.
+std::uint32_t Search::rememberedByPicture(Item& item) {
+  if (device_.info().kind() != DeviceKind::kVolume) return 0;
+  int error = 0;
+  const auto file = FolderTree(device_.info().path()).openFile(item.object.path(), error);
+  const auto date = file.isOpen() ? captureDateOf(beginningOf(file.get())) : std::nullopt;
+  if (!date || areAlike(date, item.taken)) return 0;
+  const auto fileDate = std::exchange(item.taken, date);
+  if (!history_) return 0;
+  auto found = history_->find(item.object.name(), item.object.size(), date);
+  for (auto& each : found) {
+    each.taken = fileDate;  // so that the picture need not be asked the next time
+    alsoKnown_.push_back(each);
+  }
+  return copiesOf(found);
 }
 
 std::size_t Search::alike(const Sighting& sighting) const {
@@ -115,10 +145,17 @@ void Search::passOverWhatIsThere() {
     if (item.novelty != Novelty::kNew || !observer_.goesOn()) continue;
     const auto place = placeOf(options_, item.object, item.taken);
     if (!place) continue;
-    DownloadRun run(DownloadOptions().folder(place->folder).name(place->name));
+    DownloadRun run(
+        DownloadOptions().folder(place->folder).name(place->name).existing(Existing::kKeepOthers));
     if (!run.isThere(item.object, true)) continue;
     item.novelty = Novelty::kThere;
     ++known_;
+    alsoKnown_.push_back({.name = item.object.name(),
+                          .size = item.object.size(),
+                          .taken = item.taken,
+                          .device = options_.serial,
+                          .path = place->folder + "/" + place->name,
+                          .imported = std::time(nullptr)});
   }
 }
 

@@ -35,6 +35,9 @@ class Search {
   /// fails.
   void run(const Wanted& wanted, bool keepsKnown = false);
 
+  /// What was known by something else than the history: the history knows it now, too.
+  void rememberWhatIsKnown();
+
   /// In the order of the device.
   std::vector<Item>& items() { return items_; }
   const std::vector<Item>& items() const { return items_; }
@@ -53,6 +56,8 @@ class Search {
   void visit(const Wanted& wanted, const std::function<void(const ObjectInfo&)>& each);
   void take(const ObjectInfo& object, bool keepsKnown);
   std::uint32_t rememberedOf(const ObjectInfo& object, const std::optional<CalendarTime>& taken);
+  /// The same by the date in the picture, which the item has then.
+  std::uint32_t rememberedByPicture(Item& item);
   /// How many objects of the device are like that one.
   std::size_t alike(const Sighting& sighting) const;
   Novelty noveltyOf(const Sighting& sighting) const;
@@ -66,6 +71,7 @@ class Search {
   std::vector<Item> items_;
   std::vector<Sighting> sightings_;
   std::vector<std::pair<std::uint64_t, std::optional<CalendarTime>>> order_;  ///< of sightings
+  std::vector<Remembered> alsoKnown_;  ///< which the history did not know, or by another date
   std::uint64_t known_ = 0;
 };
 

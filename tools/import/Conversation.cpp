@@ -97,14 +97,14 @@ int Conversation::run() {
     isGone_ = isGone_ || (presence == Presence::kWent && info.id() == device_.info().id());
   });
   hello();
-  for (listen(); !isGone_ && !context_.interrupt.isSet(); listen()) {
+  for (listen(); !isGone_ && !isAlone() && !context_.interrupt.isSet(); listen()) {
     if (!commands_.empty()) {
       const Json command = std::move(commands_.front());
       commands_.pop_front();
       obey(command);
     } else if (!thumbnails_.empty()) {
       tellOneThumbnail();
-    } else if (input_.hasEnded()) {
+    } else if (isLeaving_) {
       return kDone;
     } else {
       pollfd waited[] = {{.fd = input_.descriptor(), .events = POLLIN, .revents = 0},
@@ -114,6 +114,7 @@ int Conversation::run() {
     context_.session().dispatch();
   }
   if (isGone_) tell({{"event", "gone"}});
+  if (isAlone()) return kDone;
   return isGone_ ? kFailed : int{kInterrupted};
 }
 
@@ -143,6 +144,8 @@ void Conversation::listen() {
     if (name == "cancel") {
       isCancelled_ = isBusy_;
       thumbnails_.clear();
+    } else if (name == "quit") {
+      isLeaving_ = true;
     } else if (name == "thumbnail") {
       wantThumbnails(command);
     } else if (isBusy_) {
@@ -151,8 +154,6 @@ void Conversation::listen() {
       commands_.push_back(std::move(command));
     }
   }
-  // Who is not there any more wants nothing.
-  if (input_.hasEnded()) isCancelled_ = true;
 }
 
 void Conversation::obey(const Json& command) {
@@ -302,7 +303,7 @@ std::vector<std::size_t> Conversation::idsOf(const Json& command) const {
 
 bool Conversation::goesOn() {
   listen();
-  return !isCancelled_ && !context_.interrupt.isSet();
+  return !isCancelled_ && !isAlone() && !context_.interrupt.isSet();
 }
 
 void Conversation::pauses() {

@@ -44,6 +44,8 @@ class Conversation : public importing::ImportObserver {
   using Clock = std::chrono::steady_clock;
   using Json = PropertyDictionary;
 
+  /// Who is not there any more wants nothing.
+  bool isAlone() const { return input_.hasEnded() && !isLeaving_; }
   void tell(Json event);
   void hello();
   /// Takes what has come; commands that cannot wait are done at once.
@@ -79,6 +81,7 @@ class Conversation : public importing::ImportObserver {
   Clock::time_point lastTold_;
   bool isBusy_ = false;  ///< listing or fetching
   bool isCancelled_ = false;
+  bool isLeaving_ = false;  ///< once all that was asked for is done
   bool isGone_ = false;
 };
 

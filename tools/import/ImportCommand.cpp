@@ -78,6 +78,13 @@ Device openDevice(const ToolContext& context) {
   return isCamera ? openCamera(context) : openVolume(context);
 }
 
+CalendarTime dayOf(const std::string& operation, const std::string& text) {
+  const auto date = ptpDateFromWords(text + " 00:00:00");
+  const auto time = date ? CalendarTime::ofPTPDate(*date) : std::nullopt;
+  if (!time) refuseUsage(operation, "'" + text + "' is no date; 2026-11-25 is one");
+  return *time;
+}
+
 /// One run of the command.
 class Importing {
  public:
@@ -86,6 +93,7 @@ class Importing {
     options_.folder = options.output.empty() ? defaultTargetFolder()
                                              : std::filesystem::absolute(options.output).string();
     options_.pattern = patternOf(context.operation, options.pattern);
+    if (!options.since.empty()) since_ = dayOf(context.operation, options.since);
     options_.verifies = options.verifies;
     options_.deletes = options.deletes;
     if (options.deletes && !options.dryRun)
@@ -110,7 +118,9 @@ class Importing {
     search.run(wanted());
     endIfInterrupted(context_, context_.operation);
     sum_.known = search.known();
-    return command_.dryRun ? tellPlan(search.items()) : fetch(search.items());
+    if (command_.dryRun) return tellPlan(search.items());
+    remember(search);
+    return fetch(search.items());
   }
 
  private:
@@ -148,7 +158,17 @@ class Importing {
             }};
   }
 
-  bool isSince(const ObjectInfo&) const { return true; }
+  bool isSince(const ObjectInfo& object) const {
+    return !since_ || takenOf(object).value_or(*since_) >= *since_;
+  }
+
+  void remember(Search& search) {
+    try {
+      search.rememberWhatIsKnown();
+    } catch (const HistoryError& error) {
+      context_.output.message(std::string(error.what()) + ".");
+    }
+  }
 
   int tellPlan(const std::vector<Item>& items) {
     std::uint64_t bytes = 0;
@@ -201,7 +221,6 @@ class Importing {
   }
 
   void tellSum() {
-    progress_.reset();
     std::string sum = counted(sum_.fetched, "files fetched");
     if (sum_.bytes > 0) sum += ", " + sizeInWords(sum_.bytes);
     const std::pair<std::uint64_t, const char*> parts[] = {
@@ -219,6 +238,7 @@ class Importing {
   ToolContext& context_;
   const ImportCommandOptions& command_;
   ImportOptions options_;
+  std::optional<CalendarTime> since_;
   std::optional<Consent> consent_;
   std::optional<Device> device_;
   std::optional<History> history_;
