@@ -17,11 +17,14 @@ struct ObjectQuery::Data {
   std::uint16_t format = 0;
   std::uint32_t store = 0;
   std::uint32_t folder = 0;
+  std::optional<std::string> path{};  ///< of a folder on a volume; none: all that there is
   bool namesOnly = false;
 };
 
 struct ObjectChoice::Data {
   std::vector<std::string> names{};
+  bool ignoresCase = false;
+  bool findsFolders = false;  ///< by patterns
   Others others = Others::kNone;
   bool namesOnly = false;
 };

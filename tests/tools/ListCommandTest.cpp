@@ -217,14 +217,15 @@ TEST(Devices, AreListedWithoutBeingOpened) {
   ASSERT_THAT(devices, SizeIs(2));
   EXPECT_EQ(devices[1]["location"], -98566144);
   EXPECT_EQ(devices[1]["serial"], "SECOND");
-  EXPECT_THAT(bench.run({"devices"}).out, ContainsRegex("PTP +0xfa200000  SECOND +no +Another"));
+  EXPECT_THAT(bench.run({"devices"}).out,
+              ContainsRegex("camera +Another +SECOND +0xfa200000  list, get\n"));
   bench.done({"ls"});  // one of another maker is no choice
 }
 
 TEST(Choice, IsByLocationBySerialNumberOrByWhatTheDeviceSays) {
   CameraBench bench;
   plugAnother(bench);
-  for (const char* device : {"0x01420000", "21102592", "TLX2-000417"})
+  for (const char* device : {"0x01420000", "21102592", "TLX2-000417", "tlx2", "0x014", "Lumo"})
     bench.done({"--device", device, "storage", "list"});
   EXPECT_THAT(bench.ends({"ls"}, tools::kBadUsage).err,
               AllOf(HasSubstr("SECOND (Another, location 0xfa200000)"), HasSubstr("0x01420000"),
