@@ -109,6 +109,11 @@ ObjectVisitor& ObjectVisitor::onUnmatched(std::function<void(const std::string&)
   return *this;
 }
 
+ObjectVisitor& ObjectVisitor::onLooked(std::function<void()> looked) {
+  ownOf(data_).onLooked = std::move(looked);
+  return *this;
+}
+
 bool isPictureOrFilm(std::string_view name) { return library::isPictureOrFilmName(name); }
 bool isFilm(std::string_view name) { return library::isFilmName(name); }
 
@@ -155,6 +160,12 @@ class Visit {
 
   bool goesOn() const { return goesOn_ && !device_.session()->isInterrupted(); }
 
+  /// The same, once for each object.
+  bool looksOn() const {
+    if (visitor_.onLooked) visitor_.onLooked();
+    return goesOn();
+  }
+
   void object(const ObjectInfo& object, bool isNamed) {
     if (visitor_.onObject && !visitor_.onObject(object, isNamed)) goesOn_ = false;
   }
@@ -181,7 +192,7 @@ class Visit {
                                                       query.isRecursive ? paths.pathOf(*read.info)
                                                                         : read.info->fileName()),
                                          false);
-                                return goesOn();
+                                return looksOn();
                               });
     if (goesOn()) camera.require(listed, inWords(query));
   }
@@ -191,7 +202,7 @@ class Visit {
     walk(query.path.value_or(""), [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
       at(walk, entry, query.namesOnly, [&](const ObjectInfo& found) { object(found, false); });
       if (!isDeep) walk.passOver();
-      return true;
+      return looksOn();
     });
   }
 
@@ -202,8 +213,8 @@ class Visit {
       std::erase_if(names, [&](const std::string& name) { return tookHandle(name); });
     Operands operands(names, choice.ignoresCase, choice.findsFolders);
     const bool isForNames = choice.others == ObjectChoice::Others::kNone;
-    const auto hasMore = [&] { return goesOn() && !(isForNames && operands.areComplete()); };
-    if (hasMore())
+    const auto hasMore = [&] { return looksOn() && !(isForNames && operands.areComplete()); };
+    if (goesOn() && !(names.empty() && isForNames))
       device_.isCamera() ? camera(choice, operands, hasMore) : volume(choice, operands, hasMore);
     if (goesOn())
       operands.finish([&](const ObjectInfo& kept) { object(kept, true); },

@@ -33,6 +33,7 @@ struct ObjectVisitor::Data {
   std::function<bool(const ObjectInfo&, bool)> onObject{};
   std::function<bool(std::uint32_t, const std::string&, const Error&)> onUnreadable{};
   std::function<void(const std::string&)> onUnmatched{};
+  std::function<void()> onLooked{};
 };
 
 namespace library {

@@ -1,7 +1,11 @@
 // devices, info, clock set and reset: a device as a whole.
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -32,7 +36,7 @@ std::vector<std::string> cellsOf(const PropertyDictionary& device) {
   const bool isUnknown = device["kind"] == "camera" && !device["supported"].get<bool>();
   return {device["kind"].get<std::string>(), device["name"].get<std::string>(),
           device.value("serial", ""), device.value("locationHex", ""),
-          (isUnknown ? "model not supported: " : "") + joined(can)};
+          (isUnknown ? "other model: " : "") + joined(can)};
 }
 
 const std::vector<Column> kDeviceColumns = {
@@ -234,15 +238,55 @@ class DeviceInformation {
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
+/// As wide as what shows it, and where nothing does as wide as most that might.
+std::size_t widthOfOutput() {
+  constexpr std::size_t kUsual = 80;
+  winsize size{};
+  const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? size.ws_col : kUsual;
+}
+
+/// Whether a table of them has a line that is too long.
+bool isTooWide(const PropertyDictionary& devices) {
+  std::vector<std::size_t> widths;
+  for (const auto& column : kDeviceColumns)
+    widths.push_back(std::max(column.width, displayWidth(column.title)));
+  for (const auto& device : devices) {
+    const auto cells = cellsOf(device);
+    for (std::size_t index = 0; index < cells.size(); ++index)
+      widths[index] = std::max(widths[index], displayWidth(printable(cells[index])));
+  }
+  constexpr std::size_t kBetween = 2;
+  return std::reduce(widths.begin(), widths.end()) + kBetween * (widths.size() - 1) >
+         widthOfOutput();
+}
+
+/// One below the other.
+void showBlocks(Output& output, const PropertyDictionary& devices) {
+  for (const auto& device : devices) {
+    const auto cells = cellsOf(device);
+    if (device != devices.front()) output.line("");
+    showFields(output, {{"Kind", cells[0]},
+                        {"Name", cells[1]},
+                        {"Serial", cells[2]},
+                        {"Location", cells[3]},
+                        {"Can", cells[4]}});
+  }
+}
+
 /// Every camera, card and unit that is connected, without opening it.
 int runDevices(ToolContext& context, const DevicesOptions& options) {
   if (options.watch) return DeviceWatch(context, options).run();
-  Listing listing(context.output, kDeviceColumns, Listing::kWhole);
   auto all = PropertyDictionary::array();
   for (const auto& device : context.session().devices())
     all.push_back(asJSON(device));
   for (const auto& unit : context.session().units())
     all.push_back(asJSON(unit));
+  if (!context.output.isJSON() && !all.empty() && isTooWide(all)) {
+    showBlocks(context.output, all);
+    return kDone;
+  }
+  Listing listing(context.output, kDeviceColumns, Listing::kWhole);
   for (const auto& device : all)
     listing.add(device, cellsOf(device));
   listing.finish();

@@ -71,13 +71,6 @@ PlacePattern patternOf(const std::string& operation, const std::string& text) {
   }
 }
 
-Device openDevice(const ToolContext& context) {
-  const auto devices = context.session().devices();
-  const bool isCamera = std::ranges::any_of(
-      devices, [](const auto& each) { return each.kind() == DeviceKind::kCamera; });
-  return isCamera ? openCamera(context) : openVolume(context);
-}
-
 /// One run of the command.
 class Importing {
  public:

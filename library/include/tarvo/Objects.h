@@ -143,6 +143,8 @@ class TARVO_API ObjectVisitor {
   /// A name or pattern that nothing has, at the end. Without it the first of these ends the visit
   /// with kNotFound.
   ObjectVisitor& onUnmatched(std::function<void(const std::string& text)> visit);
+  /// Each object that is looked at, whether it is meant or not.
+  ObjectVisitor& onLooked(std::function<void()> looked);
 
   struct Data;
   const Data& data() const { return *data_; }
