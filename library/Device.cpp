@@ -77,6 +77,8 @@ std::uint32_t StoreInfo::freePictures() const {
   return data_->info ? data_->info->freeSpaceInImages : 0;
 }
 
+std::string StoreInfo::label() const { return data_->info ? data_->info->label : ""; }
+
 std::ostream& operator<<(std::ostream& out, const StoreInfo& store) {
   return out << "store " << handleText(store.id()) << ", " << store.freeBytes() << " of "
              << store.capacity() << " bytes free";

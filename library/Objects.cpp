@@ -1,16 +1,19 @@
 #include <algorithm>
-#include <iterator>
+#include <functional>
 #include <ostream>
+#include <set>
 #include <utility>
 
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
 #include "library/access/DeviceState.h"
 #include "library/access/ObjectData.h"
 #include "library/access/ObjectSelection.h"
 #include "platform/files/FileNames.h"
+#include "platform/files/FilePlace.h"
 
 namespace tarvo {
 
@@ -58,6 +61,10 @@ ObjectQuery& ObjectQuery::folder(std::uint32_t handle) {
   ownOf(data_).folder = handle;
   return *this;
 }
+ObjectQuery& ObjectQuery::folder(std::string path) {
+  ownOf(data_).path = std::move(path);
+  return *this;
+}
 ObjectQuery& ObjectQuery::namesOnly(bool is) {
   ownOf(data_).namesOnly = is;
   return *this;
@@ -67,6 +74,14 @@ ObjectChoice::ObjectChoice() : data_(std::make_shared<Data>()) {}
 
 ObjectChoice& ObjectChoice::names(std::vector<std::string> texts) {
   ownOf(data_).names = std::move(texts);
+  return *this;
+}
+ObjectChoice& ObjectChoice::ignoringCase(bool is) {
+  ownOf(data_).ignoresCase = is;
+  return *this;
+}
+ObjectChoice& ObjectChoice::folders(bool is) {
+  ownOf(data_).findsFolders = is;
   return *this;
 }
 ObjectChoice& ObjectChoice::others(Others which) {
@@ -94,7 +109,13 @@ ObjectVisitor& ObjectVisitor::onUnmatched(std::function<void(const std::string&)
   return *this;
 }
 
+ObjectVisitor& ObjectVisitor::onLooked(std::function<void()> looked) {
+  ownOf(data_).onLooked = std::move(looked);
+  return *this;
+}
+
 bool isPictureOrFilm(std::string_view name) { return library::isPictureOrFilmName(name); }
+bool isFilm(std::string_view name) { return library::isFilmName(name); }
 
 namespace library {
 namespace {
@@ -139,6 +160,12 @@ class Visit {
 
   bool goesOn() const { return goesOn_ && !device_.session()->isInterrupted(); }
 
+  /// The same, once for each object.
+  bool looksOn() const {
+    if (visitor_.onLooked) visitor_.onLooked();
+    return goesOn();
+  }
+
   void object(const ObjectInfo& object, bool isNamed) {
     if (visitor_.onObject && !visitor_.onObject(object, isNamed)) goesOn_ = false;
   }
@@ -158,57 +185,41 @@ class Visit {
   void camera(const ObjectQuery::Data& query) {
     auto& camera = device_.camera();
     ObjectPaths paths(camera.transactions());
-    const Status listed =
-        ObjectListing(camera.transactions())
-            .visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
-              std::string path;
-              if (read.info)
-                path = query.isRecursive ? paths.pathOf(*read.info) : read.info->fileName();
-              one(handle, read, path);
-              return goesOn();
-            });
+    const Status listed = ObjectListing(camera.transactions())
+                              .visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
+                                if (isReadable(handle, read))
+                                  object(cameraObject(handle, read.info,
+                                                      query.isRecursive ? paths.pathOf(*read.info)
+                                                                        : read.info->fileName()),
+                                         false);
+                                return looksOn();
+                              });
     if (goesOn()) camera.require(listed, inWords(query));
   }
 
-  std::uint64_t camera(const ObjectChoice::Data& choice) {
-    auto& camera = device_.camera();
-    std::uint64_t passedOver = 0;
-    visitSelection(camera, choice.names, choice.others != ObjectChoice::Others::kNone,
-                   {.onObject =
-                        [&](auto handle, const ObjectInfoPointer& info, const std::string& path,
-                            bool isNamed) {
-                          const bool isOther = choice.others == ObjectChoice::Others::kPictures &&
-                                               !isNamed && !isPictureOrFilmName(info->fileName());
-                          if (isOther) {
-                            ++passedOver;
-                          } else {
-                            object(cameraObject(handle, info, path), isNamed);
-                          }
-                        },
-                    .onUnreadable =
-                        [&](auto handle, Status status, const std::string& why) {
-                          unreadable(handle, "", camera.failure(handleText(handle), status, why));
-                        },
-                    .onUnmatched = [&](const std::string& text) { unmatched(text); },
-                    .goesOn = [this] { return goesOn(); }});
-    return passedOver;
+  void volume(const ObjectQuery::Data& query) {
+    const bool isDeep = query.isRecursive || !query.path;
+    walk(query.path.value_or(""), [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
+      at(walk, entry, query.namesOnly, [&](const ObjectInfo& found) { object(found, false); });
+      if (!isDeep) walk.passOver();
+      return looksOn();
+    });
   }
 
-  std::uint64_t volume(const std::vector<std::string>& names, ObjectChoice::Others others,
-                       bool namesOnly) {
-    return device_.volume().visit(
-        names, others,
-        {.onEntry =
-             [&](const FolderWalk& walk, const FolderWalk::Entry& entry, bool isNamed) {
-               const auto attributes = namesOnly ? std::nullopt : walk.attributes();
-               if (!namesOnly && !attributes) return;  // it has gone in this moment
-               const WalkHere here(device_, walk, entry);
-               object(volumeObject(entry, attributes), isNamed);
-             },
-         .onUnreadable = [&](const std::string& path,
-                             const Failure& failure) { unreadable(0, path, failure); },
-         .onUnmatched = [&](const std::string& text) { unmatched(text); },
-         .goesOn = [this] { return goesOn(); }});
+  std::uint64_t choice(const ObjectChoice::Data& choice) {
+    std::vector<std::string> names = choice.names;
+    if (device_.isCamera())
+      // Handles first: they cost one question each, names the whole listing.
+      std::erase_if(names, [&](const std::string& name) { return tookHandle(name); });
+    Operands operands(names, choice.ignoresCase, choice.findsFolders);
+    const bool isForNames = choice.others == ObjectChoice::Others::kNone;
+    const auto hasMore = [&] { return looksOn() && !(isForNames && operands.areComplete()); };
+    if (goesOn() && !(names.empty() && isForNames))
+      device_.isCamera() ? camera(choice, operands, hasMore) : volume(choice, operands, hasMore);
+    if (goesOn())
+      operands.finish([&](const ObjectInfo& kept) { object(kept, true); },
+                      [&](const std::string& text) { unmatched(text); });
+    return passedOver_;
   }
 
  private:
@@ -217,17 +228,111 @@ class Visit {
     return query.isRecursive || query.format != 0 ? "the objects" : "the root";
   }
 
-  void one(std::uint32_t handle, const ReadInfo& read, const std::string& path) {
-    if (read.info) {
-      object(cameraObject(handle, read.info, path), false);
-    } else {
+  bool isReadable(std::uint32_t handle, const ReadInfo& read) {
+    if (!read.info)
       unreadable(handle, "", device_.camera().failure(handleText(handle), read.status, read.why));
+    return read.info != nullptr;
+  }
+
+  /// Whether it is a handle, whose object is visited.
+  bool tookHandle(const std::string& text) {
+    const auto number = numberOf(text, 0xFFFFFFFF);
+    if (!number || !goesOn()) return number.has_value();
+    auto& transactions = device_.camera().transactions();
+    const auto handle = static_cast<std::uint32_t>(*number);
+    const auto read = ObjectListing(transactions).find(handle);
+    const bool isNew = visited_.insert(handle).second;
+    if (isNew && isReadable(handle, read))
+      object(cameraObject(handle, read.info, ObjectPaths(transactions).pathOf(*read.info)), true);
+    return true;
+  }
+
+  void camera(const ObjectChoice::Data& choice, Operands& operands,
+              const std::function<bool()>& hasMore) {
+    auto& camera = device_.camera();
+    ObjectPaths paths(camera.transactions());
+    const Status listed =
+        ObjectListing(camera.transactions()).visit({}, [&](auto handle, const ReadInfo& read) {
+          // One whose content is missing comes a second time.
+          const bool isNew = visited_.insert(handle).second || !read.info;
+          if (isNew && isReadable(handle, read)) {
+            const auto& info = *read.info;
+            const std::string path = paths.pathOf(info);
+            consider(choice, operands, {info.fileName(), path, isFolder(info), !isFolder(info)},
+                     [&](const auto& use) { use(cameraObject(handle, read.info, path)); });
+          }
+          // A name is done with when it is found, which may be long before the end.
+          return hasMore();
+        });
+    if (goesOn()) camera.require(listed, "the objects");
+  }
+
+  void volume(const ObjectChoice::Data& choice, Operands& operands,
+              const std::function<bool()>& hasMore) {
+    walk("", [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
+      consider(choice, operands,
+               {std::string(entry.name()), entry.path, entry.kind == FolderWalk::Kind::kFolder,
+                entry.kind == FolderWalk::Kind::kFile},
+               [&](const auto& use) { at(walk, entry, choice.namesOnly, use); });
+      return hasMore();
+    });
+  }
+
+  struct Candidate {
+    const std::string& name;
+    const std::string& path;
+    bool isFolder;
+    bool isFile;
+  };
+  using Use = std::function<void(const ObjectInfo&)>;
+
+  /// `make` makes the object for what is done with it.
+  void consider(const ObjectChoice::Data& choice, Operands& operands, const Candidate& candidate,
+                const std::function<void(const Use&)>& make) {
+    using Others = ObjectChoice::Others;
+    const auto meant = operands.take(candidate.name, candidate.path, candidate.isFolder);
+    const bool isForPictures = choice.others == Others::kPictures && candidate.isFile;
+    const bool isAmongOthers =
+        (choice.others == Others::kEverything && !(device_.isCamera() && candidate.isFolder)) ||
+        (isForPictures && isPictureOrFilmName(candidate.name));
+    const bool isNamed = meant == Operands::Meant::kYes;
+    if (isNamed || isAmongOthers) {
+      make([&](const ObjectInfo& found) { object(found, isNamed); });
+    } else if (meant == Operands::Meant::kNearly) {
+      make([&](const ObjectInfo& found) { operands.keep(found); });
+    } else if (isForPictures) {
+      ++passedOver_;
     }
+  }
+
+  /// Uses the object at which the walk stands, unless it has gone in this moment.
+  void at(const FolderWalk& walk, const FolderWalk::Entry& entry, bool namesOnly, const Use& use) {
+    const auto attributes = namesOnly ? std::nullopt : walk.attributes();
+    if (!namesOnly && !attributes) return;
+    const WalkHere here(device_, walk, entry);
+    use(volumeObject(entry, attributes));
+  }
+
+  /// Each entry below a folder of the volume, until `visit` says no.
+  void walk(const std::string& start,
+            const std::function<bool(FolderWalk&, const FolderWalk::Entry&)>& visit) {
+    const auto& volume = device_.volume();
+    const auto onFailure = [&](const std::string& path, int error) {
+      unreadable(0, path,
+                 {.object = path.empty() ? volume.summary().path : path,
+                  .status = status::kIOError,
+                  .why = "the folder cannot be read: " + errorText(error)});
+    };
+    FolderWalk walk(volume.tree(), onFailure, start);
+    for (const auto* entry = walk.next(); entry && goesOn(); entry = walk.next())
+      if (!visit(walk, *entry)) return;
   }
 
   DeviceState& device_;
   const ObjectVisitor::Data& visitor_;
   bool goesOn_ = true;
+  std::set<std::uint32_t> visited_;
+  std::uint64_t passedOver_ = 0;  ///< by ObjectChoice::Others::kPictures
 };
 
 }  // namespace
@@ -269,20 +374,13 @@ ObjectInfo volumeObject(const FolderWalk::Entry& entry,
 
 void visitObjects(DeviceState& device, const ObjectQuery& query, const ObjectVisitor& visitor) {
   Visit visit(device, visitor);
-  if (device.isCamera()) {
-    visit.camera(query.data());
-  } else {
-    visit.volume({}, ObjectChoice::Others::kEverything, query.data().namesOnly);
-  }
+  device.isCamera() ? visit.camera(query.data()) : visit.volume(query.data());
   device.session()->endIfInterrupted();
 }
 
 std::uint64_t visitObjects(DeviceState& device, const ObjectChoice& choice,
                            const ObjectVisitor& visitor) {
-  Visit visit(device, visitor);
-  const auto& data = choice.data();
-  const auto passedOver = device.isCamera() ? visit.camera(data)
-                                            : visit.volume(data.names, data.others, data.namesOnly);
+  const auto passedOver = Visit(device, visitor).choice(choice.data());
   device.session()->endIfInterrupted();
   return passedOver;
 }

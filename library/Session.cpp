@@ -121,6 +121,11 @@ std::vector<UnitInfo> Session::units() {
 
 DeviceInfo Session::findCamera(std::string_view wanted) {
   return entered(state_, "findCamera",
+                 [&] { return deviceInfo(chooseCamera(state_->platform(), std::string(wanted))); });
+}
+
+DeviceInfo Session::findDevice(std::string_view wanted) {
+  return entered(state_, "findDevice",
                  [&] { return deviceInfo(chooseDevice(state_->platform(), std::string(wanted))); });
 }
 

@@ -1,6 +1,7 @@
 #include "tarvo/Units.h"
 
 #include <algorithm>
+#include <chrono>
 #include <ostream>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Printable.h"
 #include "library/access/UnitState.h"
+#include "msc/MSCRoom.h"
 #include "msc/TarvoMSCDevice.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
 
@@ -99,6 +101,8 @@ auto called(const std::shared_ptr<UnitState>& state, const char* operation, cons
   });
 }
 
+constexpr std::chrono::milliseconds kDiskTimeout{20'000};
+
 std::string diskOf(const Mount& mount) { return lastPathComponent(mount.device); }
 
 /// "/media/u/CARD (sdb1) is still mounted, in use by vi (12)".
@@ -143,7 +147,53 @@ std::vector<std::string> disksOf(Registry& registry, const TarvoMSCDevice& unit)
   return names;
 }
 
+/// The disk of a volume of no unit, unmounted with all that its USB device has mounted.
+void unmountDisk(DiskArbitration& arbitration, const DADisk& disk, const std::string& name) {
+  std::chrono::milliseconds left = kDiskTimeout;
+  std::optional<DADissenter> dissenter;
+  // Behind what its callback writes to.
+  const auto session = arbitration.createSession();
+  session->unmount(disk, [&](const DADissenter* refusal) {
+    if (refusal) dissenter = *refusal;
+    session->stop();
+  });
+  const bool isStopped = session->run(left);
+  if (!isStopped && arbitration.isInterrupted()) raise({.status = status::kCancelled});
+  if (!isStopped)
+    raise({.object = name,
+           .status = status::kIOReturnTimeout,
+           .why = session->awaited() + " within 20 seconds"});
+  if (dissenter) raise({.object = name, .status = dissenter->status, .why = dissenter->why});
+}
+
 }  // namespace
+
+void Session::eject(const DeviceInfo& volume) {
+  entered(state_, "eject", [&] {
+    if (volume.kind() != DeviceKind::kVolume)
+      raise({.object = volume.description(),
+             .status = status::kUnsupported,
+             .why = "it is a camera, of which nothing is mounted",
+             .advice = "It can be unplugged."});
+    auto& platform = state_->platform();
+    const auto& services = platform.services();
+    // Makes the room of what reaches disks.
+    platform.massStorage();
+    const auto mountOf = [&] {
+      const auto mounts = services.mounts.mounts();
+      const auto found = std::ranges::find(mounts, volume.path(), &Mount::mountPoint);
+      return found == mounts.end() ? std::nullopt : std::optional(*found);
+    };
+    const auto mount = mountOf();
+    if (!mount) raise({.object = volume.description(), .status = status::kIOReturnNoDevice});
+    const DADisk disk{diskOf(*mount), usbDeviceOfDisk(services.registry, diskOf(*mount))};
+    unmountDisk(MSCRoom::required().services().diskArbitration, disk, volume.description());
+    if (const auto left = mountOf())
+      raise({.object = volume.description(),
+             .status = status::kIOReturnBusy,
+             .why = stillMounted(*left)});
+  });
+}
 
 UnitMode Unit::mode() {
   return called(state_, "mode", [](const UnitCall& call) {

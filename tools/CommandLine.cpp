@@ -4,11 +4,13 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 #include <algorithm>
+#include <charconv>
 #include <chrono>
 #include <memory>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Utilities/Exception.h"
 #include "Utilities/TypedWords.h"
@@ -50,9 +52,20 @@ constexpr CommandAdder* kCommands[] = {
     addAlbumCommands,  addDeviceFileCommands, addMassStorageCommands, addQueryCommand,
     addModelCommands,  addRecordCommands,     addLeftoversCommand,    addCompletionCommand};
 
-constexpr double kShortestTimeout = 0.001;
-constexpr double kLongestTimeout = 86400;
-constexpr double kMillisecondsPerSecond = 1000;
+/// "5", "2.5s", "500ms" or "2m"; none for anything else and for what is no time to wait.
+std::optional<std::chrono::milliseconds> durationFrom(std::string_view text) {
+  constexpr double kSecond = 1000;
+  constexpr double kMinute = 60 * kSecond;
+  constexpr double kLongest = 24 * 60 * kMinute;
+  double time = 0;
+  const auto read = std::from_chars(text.data(), text.data() + text.size(), time);
+  const std::string_view unit = text.substr(static_cast<std::size_t>(read.ptr - text.data()));
+  if (unit.empty() || unit == "s") time *= kSecond;
+  if (unit == "m" || unit == "min") time *= kMinute;
+  const bool isUnit = unit.empty() || unit == "s" || unit == "m" || unit == "min" || unit == "ms";
+  const bool isTime = read.ec == std::errc() && isUnit && time >= 1 && time <= kLongest;
+  return isTime ? std::optional(std::chrono::milliseconds(static_cast<long>(time))) : std::nullopt;
+}
 
 /// What CLI11 fills in lies here, so it outlives the command.
 class CommandTree {
@@ -68,14 +81,7 @@ class CommandTree {
   CommandTree& operator=(const CommandTree&) = delete;
 
   CLI::App& app() { return app_; }
-  /// The options as parsed; what they say of the time-out is in seconds there.
-  GlobalOptions globals() const {
-    GlobalOptions options = globals_;
-    if (timeoutSeconds_ > 0)
-      options.timeout =
-          std::chrono::milliseconds(static_cast<long>(timeoutSeconds_ * kMillisecondsPerSecond));
-    return options;
-  }
+  const GlobalOptions& globals() const { return globals_; }
   /// Set by the parse.
   const CommandTable& table() const { return table_; }
 
@@ -84,7 +90,6 @@ class CommandTree {
 
   CLI::App app_{"Everything that a Tarvo device can do, from a shell.", "tarvoctl"};
   GlobalOptions globals_;
-  double timeoutSeconds_ = 0;
   CommandTable table_;
 };
 
@@ -96,14 +101,22 @@ void CommandTree::addGlobals() {
                         "Print the version and exit");
   app_.set_help_flag("-h,--help", "Print this help and exit");
   app_.add_flag("--json", globals_.json, "Results and errors as one JSON document");
-  app_.add_option("--device", globals_.device, "Serial number, or USB location (decimal or 0x...)")
-      ->type_name("SERIAL|LOCATION");
+  app_.add_option("--device", globals_.device,
+                  "Its serial number, location or name, or how one of these begins")
+      ->type_name("DEVICE");
   app_.add_option("--config", globals_.configFile, "Read FILE in place of your own preferences")
       ->type_name("FILE");
-  app_.add_flag("--quiet", globals_.quiet, "Neither messages nor progress");
-  app_.add_option("--timeout", timeoutSeconds_, "How long the device may be silent")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(kShortestTimeout, kLongestTimeout).description(""));
+  app_.add_flag("-q,--quiet", globals_.quiet, "Neither messages nor progress");
+  const auto takeTimeout = [this](const std::string& text) {
+    globals_.timeout = durationFrom(text);
+    if (!globals_.timeout)
+      throw CLI::ValidationError("--timeout", "'" + text +
+                                                  "' is no time: give seconds, or 500ms, "
+                                                  "5s, 2m, a day at most");
+  };
+  app_.add_option_function<std::string>("--timeout", takeTimeout,
+                                        "How long the device may be silent")
+      ->type_name("SECONDS");
 }
 
 /// Where the command line cannot be parsed, its form of output is still wanted.
@@ -112,22 +125,31 @@ bool asksForJSON(std::span<const char* const> arguments) {
                              [](const char* each) { return std::string_view(each) == "--json"; });
 }
 
-/// How the command that was meant is called, as far as it was understood.
-std::string commandName(const CLI::App& app) {
+/// What is wrong with the command line, in words: the parser says only that a command is missing,
+/// or that a word was not expected.
+Failure failureOf(const CLI::ParseError& error, const CLI::App& app) {
+  // The command that was meant, as far as it was understood.
+  const auto* command = &app;
   std::string name = app.get_name();
-  for (const auto* command = &app; !command->get_subcommands().empty();) {
+  while (!command->get_subcommands().empty()) {
     command = command->get_subcommands().front();
     name += " " + command->get_name();
   }
-  return name;
-}
-
-/// What is wrong with the command line. A command that there is none of is named, where the parser
-/// says only that one is missing.
-std::string reasonOf(const CLI::ParseError& error, const CLI::App& app) {
+  Failure failure{.why = error.what(), .advice = "Try '" + name + " --help'."};
   const auto words = app.remaining(true);
-  if (error.get_name() != "RequiredError" || words.empty()) return error.what();
-  return "there is no command '" + words.front() + "'";
+  const auto option = std::ranges::find_if(
+      words, [](const auto& word) { return word.size() > 1 && word.starts_with('-'); });
+  const bool isOption = option != words.end();
+  const bool isUnknown = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr ||
+                         error.get_name() == "RequiredError";
+  if (!isUnknown || words.empty()) return failure;
+  const std::string word = isOption ? option->substr(0, option->find('=')) : words.front();
+  const bool isCommand = !isOption && error.get_name() == "RequiredError";
+  if (!isOption && !isCommand) return failure;
+  failure.why = (isOption ? "there is no option '" : "there is no command '") + word + "'";
+  const std::string nearest = nearestWord(*command, word);
+  if (!nearest.empty()) failure.advice = "Did you mean '" + nearest + "'? " + failure.advice;
+  return failure;
 }
 
 /// Says why the command ended, and gives its exit status.
@@ -168,8 +190,13 @@ int runGuarded(ToolContext& context, const Command& command) {
 CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, std::FILE* err) {
   // Kept by the command, whose options lie in it.
   const auto tree = std::make_shared<CommandTree>();
+  std::vector<std::string> words(argv + 1, argv + argc);
+  words = asMeant(tree->app(), words);
+  std::vector<const char*> meant(argv, argv + 1);
+  for (const auto& word : words)
+    meant.push_back(word.c_str());
   try {
-    parseAsTyped(tree->app(), argc, argv);
+    parseAsTyped(tree->app(), static_cast<int>(meant.size()), meant.data());
     return {.options = tree->globals(), .command = [tree](ToolContext& context) {
               context.operation = tree->table().name;
               return tree->table().chosen(context);
@@ -181,9 +208,7 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
   } catch (const CLI::ParseError& error) {
     GlobalOptions options;
     options.json = asksForJSON({argv, static_cast<std::size_t>(argc)});
-    Output(out, err, options)
-        .error({.why = reasonOf(error, tree->app()),
-                .advice = "Try '" + commandName(tree->app()) + " --help'."});
+    Output(out, err, options).error(failureOf(error, tree->app()));
     return {.exitCode = kBadUsage};
   }
   return {.exitCode = kDone};

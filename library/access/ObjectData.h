@@ -17,11 +17,14 @@ struct ObjectQuery::Data {
   std::uint16_t format = 0;
   std::uint32_t store = 0;
   std::uint32_t folder = 0;
+  std::optional<std::string> path{};  ///< of a folder on a volume; none: all that there is
   bool namesOnly = false;
 };
 
 struct ObjectChoice::Data {
   std::vector<std::string> names{};
+  bool ignoresCase = false;
+  bool findsFolders = false;  ///< by patterns
   Others others = Others::kNone;
   bool namesOnly = false;
 };
@@ -30,6 +33,7 @@ struct ObjectVisitor::Data {
   std::function<bool(const ObjectInfo&, bool)> onObject{};
   std::function<bool(std::uint32_t, const std::string&, const Error&)> onUnreadable{};
   std::function<void(const std::string&)> onUnmatched{};
+  std::function<void()> onLooked{};
 };
 
 namespace library {

@@ -1,120 +1,72 @@
 #include "library/access/ObjectSelection.h"
 
 #include <fnmatch.h>
+#include <glib.h>
 
 #include <algorithm>
-#include <optional>
-#include <set>
+#include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/Numbers.h"
-#include "library/access/OpenedDevice.h"
 
 namespace tarvo::library {
-namespace {
 
-bool isPattern(const std::string& operand) {
-  return operand.find_first_of("*?[") != std::string::npos;
+Operands::Operands(const std::vector<std::string>& texts, bool ignoresCase, bool findsFolders)
+    : ignoresCase_(ignoresCase), findsFolders_(findsFolders) {
+  for (const auto& text : texts)
+    operands_.push_back({text, text.find_first_of("*?[") != std::string::npos});
 }
 
-/// One run over the objects.
-class Selection {
- public:
-  Selection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
-            const SelectionVisitor& visitor)
-      : device_(device), all_(all), visitor_(visitor), paths_(device.transactions()) {
-    for (const auto& operand : operands) {
-      if (const auto handle = numberOf(operand, 0xFFFFFFFF)) {
-        handles_.push_back(static_cast<std::uint32_t>(*handle));
-      } else {
-        names_.push_back({operand, isPattern(operand)});
-      }
-    }
-  }
+bool Operands::areComplete() const {
+  return std::ranges::all_of(
+      operands_, [](const Operand& each) { return each.wasMatched && !each.isPattern; });
+}
 
-  void run() {
-    // Handles first: they cost one question each, names the whole listing.
-    for (const std::uint32_t handle : handles_) {
-      if (!visitor_.goesOn()) return;
-      visit(handle, ObjectListing(device_.transactions()).find(handle), true);
-    }
-    if (names_.empty() && !all_) return;
-    const Status listed = ObjectListing(device_.transactions())
-                              .visit({}, [this](std::uint32_t handle, const ReadInfo& read) {
-                                visit(handle, read, false);
-                                // A name without a pattern is done with when it is found, which may
-                                // be long before the end.
-                                return visitor_.goesOn() && !isComplete();
-                              });
-    if (!visitor_.goesOn()) return;
-    device_.require(listed, "the objects");
-    for (const auto& name : names_) {
-      if (!name.wasMatched) visitor_.onUnmatched(name.text);
-    }
-  }
-
- private:
-  struct Name {
-    std::string text;
-    bool isPattern = false;
-    bool wasMatched = false;
-  };
-
-  /// Whether only names were asked for and each has its object.
-  bool isComplete() const {
-    return !all_ && std::ranges::all_of(names_, [](const Name& name) {
-      return name.wasMatched && !name.isPattern;
-    });
-  }
-
-  void visit(std::uint32_t handle, const ReadInfo& read, bool isChosen) {
-    // One whose content is missing comes a second time.
-    if (!visited_.insert(handle).second && read.info) return;
-    if (!read.info) {
-      visitor_.onUnreadable(handle, read.status, read.why);
-      return;
-    }
-    const std::string path = paths_.pathOf(*read.info);
-    const bool isNamed = isChosen || isMeant(*read.info, path);
-    if (isNamed || (all_ && !isFolder(*read.info)))
-      visitor_.onObject(handle, read.info, path, isNamed);
-  }
-
-  bool isMeant(const XTExtendedObjectInfo& info, const std::string& path) {
-    const bool folder = isFolder(info);
-    bool wanted = false;
-    for (auto& name : names_) {
-      const bool hasFound = name.wasMatched && !name.isPattern;
-      if (hasFound || (folder && name.isPattern)) continue;
-      if (!matches(name, info.fileName(), path)) continue;
-      name.wasMatched = true;
-      wanted = true;
-    }
-    return wanted;
-  }
-
-  static bool matches(const Name& name, const std::string& fileName, const std::string& path) {
-    const std::string& compared = name.text.find('/') == std::string::npos ? fileName : path;
-    if (!name.isPattern) return compared == name.text;
+Operands::Meant Operands::match(const Operand& operand, std::string_view name,
+                                const std::string& path) const {
+  const bool hasSlash = operand.text.find('/') != std::string::npos;
+  const std::string compared = hasSlash ? path : std::string(name);
+  if (operand.isPattern) {
     // As in a shell: a star stops at a slash, and finds no hidden name.
-    return ::fnmatch(name.text.c_str(), compared.c_str(), FNM_PATHNAME | FNM_PERIOD) == 0;
+    const int flags = FNM_PATHNAME | FNM_PERIOD | (ignoresCase_ ? FNM_CASEFOLD : 0);
+    return ::fnmatch(operand.text.c_str(), compared.c_str(), flags) == 0 ? Meant::kYes
+                                                                         : Meant::kNot;
   }
+  if (compared == operand.text) return Meant::kYes;
+  const bool isNear = ignoresCase_ && operand.kept == kNone &&
+                      g_ascii_strcasecmp(compared.c_str(), operand.text.c_str()) == 0;
+  return isNear ? Meant::kNearly : Meant::kNot;
+}
 
-  OpenedDevice& device_;
-  bool all_;
-  const SelectionVisitor& visitor_;
-  ObjectPaths paths_;
-  std::vector<std::uint32_t> handles_;
-  std::vector<Name> names_;
-  std::set<std::uint32_t> visited_;
-};
+Operands::Meant Operands::take(std::string_view name, const std::string& path, bool isFolder) {
+  Meant meant = Meant::kNot;
+  bool isNear = false;
+  for (auto& operand : operands_) {
+    const bool isSpent = operand.isPattern ? isFolder && !findsFolders_ : operand.wasMatched;
+    const Meant by = isSpent ? Meant::kNot : match(operand, name, path);
+    if (by == Meant::kYes) operand.wasMatched = true;
+    if (by == Meant::kNearly) operand.kept = kept_.size();
+    isNear = isNear || by == Meant::kNearly;
+    meant = std::max(meant, by);
+  }
+  // Empty where another operand means it, too: it is given once.
+  if (isNear) kept_.emplace_back();
+  return meant;
+}
 
-}  // namespace
+void Operands::keep(std::optional<ObjectInfo> object) { kept_.back() = std::move(object); }
 
-void visitSelection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
-                    const SelectionVisitor& visitor) {
-  Selection(device, operands, all, visitor).run();
+void Operands::finish(const std::function<void(const ObjectInfo&)>& give,
+                      const std::function<void(const std::string&)>& unmatched) const {
+  auto left = kept_;
+  for (const auto& operand : operands_) {
+    if (operand.wasMatched) continue;
+    if (operand.kept == kNone) {
+      unmatched(operand.text);
+    } else if (const auto object = std::exchange(left[operand.kept], std::nullopt)) {
+      give(*object);
+    }
+  }
 }
 
 namespace {

@@ -1,39 +1,58 @@
-// Which objects of a camera are meant: handles, names, patterns, or all of them.
+// Which objects are meant, by what a person wrote: names and patterns.
 #pragma once
 
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
+#include "tarvo/Objects.h"
 
 namespace tarvo::library {
 
-class OpenedDevice;
+/// Names, and patterns with "*", "?" and "[...]" (glob(7)); one with a slash is compared with the
+/// whole path. A name means the first object that has it. One run over the objects of a device;
+/// main thread only.
+class Operands {
+ public:
+  enum class Meant : std::uint8_t {
+    kNot,
+    kNearly,  ///< but for case, by a name that may still find its own: see keep()
+    kYes,
+  };
 
-/// What becomes of each part of a selection. All must be set.
-struct SelectionVisitor {
-  /// An object with its path on the device; `isNamed`: an operand means it.
-  std::function<void(std::uint32_t handle, const ObjectInfoPointer& info, const std::string& path,
-                     bool isNamed)>
-      onObject;
-  /// An object that cannot be read.
-  std::function<void(std::uint32_t handle, Status status, const std::string& why)> onUnreadable;
-  /// A name or pattern that nothing has.
-  std::function<void(const std::string& operand)> onUnmatched;
-  std::function<bool()> goesOn;
+  Operands(const std::vector<std::string>& texts, bool ignoresCase, bool findsFolders);
+
+  /// Whether each is a name that has its object.
+  bool areComplete() const;
+  Meant take(std::string_view name, const std::string& path, bool isFolder);
+  /// What take() has just called kNearly; none where it is visited for another reason.
+  void keep(std::optional<ObjectInfo> object);
+  /// At the end: what was kept and is meant after all, and what nothing has.
+  void finish(const std::function<void(const ObjectInfo&)>& give,
+              const std::function<void(const std::string&)>& unmatched) const;
+
+ private:
+  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  struct Operand {
+    std::string text;
+    bool isPattern = false;
+    bool wasMatched = false;
+    std::size_t kept = kNone;  ///< place of what it means but for case
+  };
+
+  Meant match(const Operand& operand, std::string_view name, const std::string& path) const;
+
+  std::vector<Operand> operands_;
+  bool ignoresCase_;
+  bool findsFolders_;
+  std::vector<std::optional<ObjectInfo>> kept_;
 };
-
-/// `operands` are handles (decimal or 0x...), names, or patterns with "*", "?" and "[...]"
-/// (glob(7)); one with a slash is compared with the whole path. A name means the first object that
-/// has it; a name that is a number is written as a pattern ("[1]23"). None, with `all`: every
-/// object that is no folder. Each object is visited as soon as it is known, and once. Folders are
-/// visited only where their handle or exact name is given. Raises an error where the device
-/// cannot list its objects.
-void visitSelection(OpenedDevice& device, const std::vector<std::string>& operands, bool all,
-                    const SelectionVisitor& visitor);
 
 // Where an object lies: the names of the folders above it, asked of the device no more than needed.
 

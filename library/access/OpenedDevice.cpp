@@ -13,6 +13,7 @@
 #include "Utilities/Format.h"
 #include "Utilities/Numbers.h"
 #include "Utilities/Printable.h"
+#include "library/access/UnitChooser.h"
 
 namespace tarvo::library {
 
@@ -140,17 +141,35 @@ std::string ownSerial(Platform& platform, const DeviceSummary& device) {
   }
 }
 
-std::vector<DeviceSummary> namedDevice(Platform& platform, const std::string& wanted,
-                                       const std::vector<DeviceSummary>& devices) {
-  auto found = std::ranges::find(devices, wanted, &DeviceSummary::serial);
-  const auto location = locationFrom(wanted);
-  if (found == devices.end() && location)
-    found = std::ranges::find(devices, location, &DeviceSummary::location);
-  if (found == devices.end())
-    found = std::ranges::find_if(devices, [&](const DeviceSummary& device) {
-      return device.speaksPTP && device.isOfMaker && ownSerial(platform, device) == wanted;
-    });
-  return found == devices.end() ? std::vector<DeviceSummary>() : std::vector{*found};
+/// Those that `wanted` names by what the USB says, or else by what the cameras themselves do.
+std::vector<DeviceSummary> namedDevices(Platform& platform, const std::string& wanted,
+                                        const std::vector<DeviceSummary>& devices) {
+  auto meant = fitting(devices, wanted);
+  if (!meant.empty()) return meant;
+  std::vector<DeviceSummary> cameras;
+  for (DeviceSummary camera : devices) {
+    if (!camera.speaksPTP || !camera.isOfMaker) continue;
+    camera.serial = ownSerial(platform, camera);
+    cameras.push_back(std::move(camera));
+  }
+  return fitting(cameras, wanted);
+}
+
+/// What is to be said where no camera is; a device in another mode is what is looked for, mostly.
+ChoiceWords wordsWithoutCamera(Platform& platform, const std::vector<DeviceSummary>& devices) {
+  ChoiceWords words = {.kind = "device", .none = "no Tarvo device is connected"};
+  const auto volume = std::ranges::find_if(
+      devices, [](const DeviceSummary& device) { return !device.speaksPTP && device.isSupported; });
+  if (volume != devices.end()) {
+    words.none = volume->name + " is a volume, which does not speak PTP";
+    words.noneAdvice = "Its files are in " + volume->path + ".";
+    return words;
+  }
+  const auto units = presentUnits(platform);
+  if (units.empty()) return words;
+  words.none = inWords(units.front()) + " shows itself as a disk, and none of its cards is mounted";
+  words.noneAdvice = "Switch it to camera mode, or mount its card.";
+  return words;
 }
 
 }  // namespace
@@ -167,6 +186,27 @@ std::optional<std::int32_t> locationFrom(std::string_view text) {
 
 std::string locationInHex(const Summary& summary) {
   return summary.location ? formatted("0x%08x", static_cast<unsigned>(*summary.location)) : "";
+}
+
+int fitOf(const Summary& device, const std::string& wanted) {
+  constexpr int kSerial = 5, kLocation = 4, kName = 3, kFolded = 2, kBeginning = 1;
+  if (device.serial == wanted) return kSerial;
+  const auto location = locationFrom(wanted);
+  if (location && device.location == location) return kLocation;
+  if (device.name == wanted) return kName;
+  int best = 0;
+  const auto look = [&](std::string_view text) {
+    const bool begins = text.size() >= wanted.size() &&
+                        g_ascii_strncasecmp(text.data(), wanted.data(), wanted.size()) == 0;
+    if (begins) best = std::max(best, text.size() == wanted.size() ? kFolded : kBeginning);
+  };
+  look(device.serial);
+  look(locationInHex(device));
+  // "lumo" is how people call a "Tarvo Lumo X2".
+  const std::string_view name = device.name;
+  for (std::size_t at = 0; at < name.size(); at = std::min(name.find(' ', at), name.size()) + 1)
+    look(name.substr(at));
+  return best;
 }
 
 std::string inWords(const Summary& summary) {
@@ -216,49 +256,56 @@ void refuseChoice(const std::string& wanted, const ChoiceWords& words,
                   const std::vector<std::string>& listed, bool areSeveral) {
   const std::string list = joined(listed);
   if (areSeveral)
-    raise({.why = "several " + words.kind + "s are " + words.state + ": " + list,
-           .advice = "Name one by its " + words.names + ".",
+    raise({.why = wanted.empty() ? "several " + words.kind + "s are " + words.state + ": " + list
+                                 : "'" + wanted + "' may be each of these: " + list,
+           .advice = "Name one by its serial number, location or name.",
            .kind = ErrorKind::kAmbiguous});
   Failure failure{.why = words.none, .advice = words.noneAdvice, .kind = ErrorKind::kNotFound};
   if (!wanted.empty())
-    failure.why = "there is no " + words.kind + " with the " + words.names + " '" + wanted + "'" +
-                  (list.empty() ? "" : "; " + words.state + ": " + list);
+    failure.why = "there is no " + words.kind + " with the serial number, location or name '" +
+                  wanted + "'" + (list.empty() ? "" : "; " + words.state + ": " + list);
   raise(std::move(failure));
 }
 
-DeviceSummary chooseDevice(Platform& platform, const std::string& wanted) {
-  ChoiceWords words = {.kind = "device", .none = "no Tarvo device is connected"};
+DeviceSummary chooseCamera(Platform& platform, const std::string& wanted) {
   auto devices = presentDevices(platform);
-  if (!wanted.empty())
-    return onlyOne(wanted, words, devices, namedDevice(platform, wanted, devices));
-  const auto volume = std::ranges::find_if(
-      devices, [](const DeviceSummary& device) { return !device.speaksPTP && device.isSupported; });
-  if (volume != devices.end()) {
-    words.none = volume->name + " is a volume, which does not speak PTP";
-    words.noneAdvice = "Its files are in " + volume->path + ".";
+  auto cameras = devices;
+  std::erase_if(cameras, [](const DeviceSummary& device) { return !device.speaksPTP; });
+  if (!wanted.empty()) {
+    auto meant = namedDevices(platform, wanted, cameras);
+    // That a volume is none is said where it is opened.
+    if (meant.empty()) meant = fitting(devices, wanted);
+    return onlyOne(wanted, {.kind = "device", .none = ""}, devices, meant);
   }
-  std::erase_if(devices,
-                [](const DeviceSummary& device) { return !device.speaksPTP || !device.isOfMaker; });
-  return onlyOne(wanted, words, devices, devices);
+  std::erase_if(cameras, [](const DeviceSummary& device) { return !device.isOfMaker; });
+  return onlyOne(wanted,
+                 cameras.empty() ? wordsWithoutCamera(platform, devices)
+                                 : ChoiceWords{.kind = "device", .none = ""},
+                 cameras, cameras);
 }
 
-DeviceSummary chooseVolume(Platform& platform, std::string wanted) {
+DeviceSummary chooseVolume(Platform& platform, const std::string& wanted) {
   auto volumes = presentDevices(platform);
   std::erase_if(volumes, [](const DeviceSummary& device) { return device.path.empty(); });
-  if (volumes.empty()) wanted.clear();
-  const auto location = locationFrom(wanted);
-  auto meant = volumes;
-  std::erase_if(meant, [&](const DeviceSummary& volume) {
-    const bool isThere = location && volume.location == location;
-    return !wanted.empty() && volume.serial != wanted && volume.name != wanted && !isThere;
-  });
-  return onlyOne(wanted,
+  const bool isNamed = !wanted.empty() && !volumes.empty();
+  return onlyOne(isNamed ? wanted : "",
                  {.kind = "volume",
                   .none = "no card and no camera is mounted",
                   .noneAdvice = "Connect one, and mount it.",
-                  .state = "mounted",
-                  .names = "serial number, location or name"},
-                 volumes, meant);
+                  .state = "mounted"},
+                 volumes, isNamed ? fitting(volumes, wanted) : volumes);
+}
+
+DeviceSummary chooseDevice(Platform& platform, const std::string& wanted) {
+  const auto devices = presentDevices(platform);
+  if (!wanted.empty())
+    return onlyOne(wanted, {.kind = "device", .none = ""}, devices,
+                   namedDevices(platform, wanted, devices));
+  const bool hasCamera = std::ranges::any_of(
+      devices, [](const DeviceSummary& device) { return device.speaksPTP && device.isOfMaker; });
+  const bool hasVolume = std::ranges::any_of(
+      devices, [](const DeviceSummary& device) { return !device.path.empty(); });
+  return hasVolume && !hasCamera ? chooseVolume(platform, wanted) : chooseCamera(platform, wanted);
 }
 
 }  // namespace tarvo::library

@@ -1,6 +1,7 @@
 // The devices that there are, and a camera that is held.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -55,32 +56,50 @@ struct ChoiceWords {
   std::string none;  ///< where there is none at all
   std::string noneAdvice = "Connect one, and switch it on.";
   std::string state = "connected";
-  std::string names = "serial number or location";  ///< by what one can be named
 };
 
 /// Raises what onlyOne() raises.
 [[noreturn]] void refuseChoice(const std::string& wanted, const ChoiceWords& words,
                                const std::vector<std::string>& listed, bool areSeveral);
 
+/// How well what a person wrote names a device, the better the more; 0: not at all. Its serial
+/// number, its location and its name count in this order, then the first two or a word of the name
+/// without regard to case, then how one of these begins.
+int fitOf(const Summary& device, const std::string& wanted);
+
+/// Those that `wanted` names best; none where it names none.
+template <typename T>
+std::vector<T> fitting(const std::vector<T>& all, const std::string& wanted) {
+  std::vector<T> best;
+  int most = 1;
+  for (const T& each : all) {
+    const int fit = fitOf(each, wanted);
+    if (fit > most) best.clear();
+    if (fit >= most) best.push_back(each);
+    most = std::max(most, fit);
+  }
+  return best;
+}
+
 /// The only one of `meant`. Raises kNotFound where there is none, kAmbiguous where there are
-/// several; it lists those in `listed`. `wanted` is what the caller named, or empty.
+/// several; it lists those, or those in `listed`. `wanted` is what the caller named, or empty.
 template <typename T>
 T onlyOne(const std::string& wanted, const ChoiceWords& words, const std::vector<T>& listed,
           const std::vector<T>& meant) {
   if (meant.size() == 1) return meant.front();
   std::vector<std::string> texts;
-  texts.reserve(listed.size());
-  for (const T& each : listed)
+  for (const T& each : meant.empty() ? listed : meant)
     texts.push_back(inWords(each));
   refuseChoice(wanted, words, texts, !meant.empty());
 }
 
-/// The device that is `wanted`; without that the only PTP device of the maker. Raises as onlyOne().
+/// The camera that is `wanted`, by what the USB or the device itself says; without that the only
+/// one of the maker. Each raises as onlyOne().
+DeviceSummary chooseCamera(Platform& platform, const std::string& wanted);
+/// The volume that is `wanted`; without that the only one.
+DeviceSummary chooseVolume(Platform& platform, const std::string& wanted);
+/// Either; without `wanted` the only camera of the maker, and where there is none the only volume.
 DeviceSummary chooseDevice(Platform& platform, const std::string& wanted);
-
-/// The volume that is `wanted`, by serial number, location or its own name (a unit can have
-/// several); without that the only one. Raises as onlyOne().
-DeviceSummary chooseVolume(Platform& platform, std::string wanted);
 
 /// Main thread only. The interface is claimed and the session open while it lives.
 class OpenedDevice {

@@ -1,7 +1,5 @@
 #include "library/access/UnitChooser.h"
 
-#include <algorithm>
-
 #include "Utilities/NSStringUtilsCategory.h"
 #include "identify/DeviceInfoSupport.h"
 #include "msc/TarvoMSCDeviceList.h"
@@ -29,19 +27,11 @@ std::vector<UnitSummary> presentUnits(Platform& platform) {
 
 UnitSummary chooseUnit(Platform& platform, const std::string& wanted) {
   const auto units = presentUnits(platform);
-  const auto location = locationFrom(wanted);
-  auto meant = units;
-  if (!wanted.empty()) {
-    std::erase_if(meant, [&](const UnitSummary& unit) {
-      return unit.serial != wanted && !(location && unit.location == location);
-    });
-    if (meant.size() > 1) meant.erase(meant.begin() + 1, meant.end());
-  }
   return onlyOne(wanted,
                  {.kind = "unit",
                   .none = "no Tarvo device is connected that shows itself as a disk",
                   .noneAdvice = ""},
-                 units, meant);
+                 units, wanted.empty() ? units : fitting(units, wanted));
 }
 
 }  // namespace tarvo::library

@@ -113,15 +113,16 @@ bool isPassedOver(int error) {
 
 }  // namespace
 
-FolderWalk::FolderWalk(const FolderTree& tree, FailureHandler onFailure)
+FolderWalk::FolderWalk(const FolderTree& tree, FailureHandler onFailure, std::string start)
     : onFailure_(std::move(onFailure)) {
   int error = tree.error();
-  FileDescriptor root = tree.isOpen() ? tree.openFolder("", error) : FileDescriptor();
-  if (root.isOpen()) {
-    enter(std::move(root), 0);
-  } else {
-    onFailure_("", error);
+  FileDescriptor root = tree.isOpen() ? tree.openFolder(start, error) : FileDescriptor();
+  if (!root.isOpen()) {
+    onFailure_(start, error);
+    return;
   }
+  if (!start.empty()) entry_ = {std::move(start), Kind::kFolder};
+  enter(std::move(root), 0);
 }
 
 const FolderWalk::Entry* FolderWalk::next() {

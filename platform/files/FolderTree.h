@@ -97,10 +97,13 @@ class FolderWalk {
   /// tree itself has an empty path.
   using FailureHandler = std::function<void(const std::string& path, int error)>;
 
-  FolderWalk(const FolderTree& tree, FailureHandler onFailure);
+  /// `start` is the folder of the tree that is walked, empty for the tree itself.
+  FolderWalk(const FolderTree& tree, FailureHandler onFailure, std::string start = {});
 
   /// Null at the end. Valid until the next call.
   const Entry* next();
+  /// What lies in the folder that next() gave last is not given.
+  void passOver() { entry_.kind = Kind::kOther; }
   /// Of what next() gave last, a link itself; none when it has gone.
   std::optional<struct stat> attributes() const;
   /// The same for reading, as FolderTree::openFile().

@@ -53,7 +53,8 @@ TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
        {"", "nonsense", "ls --nonsense", "storage", "rename 1", "--timeout never devices",
         "--timeout 0 devices", "ls --limit -1", "decode nonsense -", "models check F055:10000",
         "get", "get --all --overwrite --keep-both", "volume get", "property get Nonsense",
-        "ls --store x", "msc mode set disk", "msc mode set camera --wake-after 9"}) {
+        "ls --since tomorrow", "--timeout 5x devices", "msc mode set disk",
+        "msc mode set camera --wake-after 9"}) {
     const auto run = runTool(wordsOf(words));
     EXPECT_EQ(run.exitCode, tools::kBadUsage) << words;
     EXPECT_THAT(run.out, IsEmpty()) << words;
@@ -61,9 +62,23 @@ TEST(Usage, MistakesAreExplainedOnStandardErrorAndEndWithTwo) {
   }
 }
 
-TEST(Usage, ACommandThatThereIsNoneOfIsNamed) {
-  EXPECT_THAT(runTool({"nonsense"}).err, HasSubstr("there is no command 'nonsense'"));
-  EXPECT_THAT(runTool({"clock", "nonsense"}).err, HasSubstr("there is no command 'nonsense'"));
+TEST(Usage, WhatThereIsNoneOfIsNamedWithWhatMayBeMeant) {
+  const std::pair<const char*, const char*> kRows[] = {
+      {"nonsense", "there is no command 'nonsense'. Try"},
+      {"clock nonsense", "there is no command 'nonsense'. Try"},
+      {"volume gte", "there is no command 'gte'. Did you mean 'get'? Try"},
+      {"ls --recusrive", "there is no option '--recusrive'. Did you mean '--recursive'? Try"},
+      {"get --thumbnial=1", "there is no option '--thumbnial'. Did you mean '--thumbnail'? Try"}};
+  for (const auto& [words, said] : kRows)
+    EXPECT_THAT(runTool(wordsOf(words)).err, HasSubstr(said)) << words;
+}
+
+TEST(Usage, SynonymsAndLettersAreUnderstood) {
+  for (const char* words :
+       {"delete A -y", "-q download -o . -n A", "list -lr", "favorites list", "storage ls",
+        "volume list --photos", "orders fulfill 1", "--timeout 500ms devices", "msc umount",
+        "unmount", "ls --association 5", "put --parent=5 A", "address-book list"})
+    EXPECT_THAT(runTool(wordsOf(words)).err, HasSubstr("asked for")) << words;
 }
 
 TEST(Usage, MistakesAreOneJSONDocumentWhereThatIsAskedFor) {

@@ -81,6 +81,25 @@ TEST(List, FiltersByFormatAndByStore) {
               HasSubstr("ls the root: invalid storage id (0x2008)"));
 }
 
+TEST(List, TakesFoldersNamesAndPatternsWhateverTheirCase) {
+  CameraBench bench;
+  const std::pair<std::vector<std::string>, std::string> kRows[] = {
+      {{"DCIM"}, "DCIM/100TARVO/\n$"},
+      {{"/dcim/100tarvo/", "--limit", "1"}, "DCIM/100TARVO/TARV0001.JPG\n$"},
+      {{"100tarvo", "--films"}, "NAME\n.*  DCIM/100TARVO/TARV0003.MOV\n$"},
+      {{"DCIM/*/tarv000[12]*"}, "TARV0001.JPG\n.*TARV0002.JPG\n$"},
+      {{"notes.txt"}, "NAME\n.*  MISC/NOTES.TXT\n$"},
+      {{"--pictures", "--sort", "size"}, "TARV0002.JPG\n.*TARV0001.JPG\n$"},
+      {{"--films", "--store", "card"}, "NAME\n.*  DCIM/100TARVO/TARV0003.MOV\n$"}};
+  for (auto [words, shown] : kRows) {
+    words.insert(words.begin(), "ls");
+    EXPECT_THAT(bench.done(words).out, ContainsRegex(shown)) << words.at(1);
+  }
+  EXPECT_THAT(bench.fails({"ls", "none"}).err, HasSubstr("nothing on the device has that name"));
+  EXPECT_THAT(bench.ends({"ls", "--store", "x"}, tools::kBadUsage).err,
+              HasSubstr("no store has the label 'x': 0x00010001 (CARD)"));
+}
+
 TEST(List, AsksNoMoreThanItShows) {
   CameraBench bench(R"({"stores": [{"id": "0x00010001", "content": [
       {"generate": {"count": 100000, "size": 100, "prefix": "P", "extension": "JPG"}}]}]})");
@@ -117,8 +136,9 @@ TEST(Storage, WithoutACardOrWithAbsurdSizesIsListedAllTheSame) {
       {"id": "0x00020001", "capacity": "0xFFFFFFFFFFFFFFFF", "free": "0xFFFFFFFFFFFFFFFF"},
       {"id": "0x00030001", "emptySlot": true}, {"id": "0x00040000", "emptySlot": true}]})");
   const auto run = bench.done({"storage", "list"});
-  EXPECT_THAT(run.out, ContainsRegex("0x00010001 .* unknown +unknown\n.* unknown +unknown\n"
-                                     "0x00030001  no card\n0x00040000  no card\n"));
+  EXPECT_THAT(run.out, ContainsRegex(
+                           "0x00010001 .* unknown +unknown +Memory card\n.* unknown +unknown +M.*\n"
+                           "0x00030001  no card\n0x00040000  no card\n"));
   EXPECT_THAT(bench.run({"info"}).out, HasSubstr("unknown free of unknown"));
 }
 
@@ -217,14 +237,17 @@ TEST(Devices, AreListedWithoutBeingOpened) {
   ASSERT_THAT(devices, SizeIs(2));
   EXPECT_EQ(devices[1]["location"], -98566144);
   EXPECT_EQ(devices[1]["serial"], "SECOND");
-  EXPECT_THAT(bench.run({"devices"}).out, ContainsRegex("PTP +0xfa200000  SECOND +no +Another"));
+  EXPECT_THAT(bench.run({"devices"}).out,
+              ContainsRegex("camera +Another +SECOND +0xfa200000  other model: list, get\n"));
   bench.done({"ls"});  // one of another maker is no choice
 }
 
 TEST(Choice, IsByLocationBySerialNumberOrByWhatTheDeviceSays) {
   CameraBench bench;
+  for (const char* device : {"TLX2-000417", "tlx2"})
+    bench.done({"--device", device, "storage", "list"});
   plugAnother(bench);
-  for (const char* device : {"0x01420000", "21102592", "TLX2-000417"})
+  for (const char* device : {"0x01420000", "21102592", "0x014", "lumo"})
     bench.done({"--device", device, "storage", "list"});
   EXPECT_THAT(bench.ends({"ls"}, tools::kBadUsage).err,
               AllOf(HasSubstr("SECOND (Another, location 0xfa200000)"), HasSubstr("0x01420000"),

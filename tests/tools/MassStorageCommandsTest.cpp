@@ -1,10 +1,6 @@
 // msc: units that show themselves as a disk.
 #include <gmock/gmock.h>
 
-#include "identify/DeviceInfoSupport.h"
-#include "msc/MSCRoom.h"
-#include "tests/support/FakeDiskArbitration.h"
-#include "tests/support/FakeSCSIServices.h"
 #include "tests/support/PictureDeviceTestRoom.h"
 #include "tests/tools/ToolBench.h"
 
@@ -22,6 +18,8 @@ using ::testing::Not;
 /// Fakes of what tarvoctl asks for units and disks.
 class UnitBench : public NoPlatform {
  public:
+  const MakerConstants& maker() override { return host.maker; }
+  SupportedModels& models() override { return host.models; }
   const PictureDeviceServices& services() override { return host.room->services(); }
   TarvoMSCDeviceList& massStorage() override { return room.list(); }
 
@@ -70,7 +68,11 @@ TEST(Units, AreListedWithoutBeingAskedAndTellModeAndModel) {
   bench.plugCard("CARD", "sdb1");
   EXPECT_EQ(bench.run({"--json", "msc", "list"}).json(), nlohmann::json::parse(R"([{
     "name": "Lumo 700", "location": -98566144, "locationHex": "0xfa200000", "serial": "SN-sr0",
-    "bsdName": "sr0", "volume": "CARD", "volumeBSDName": "sdb1"}])"));
+    "bsdName": "sr0", "volume": "CARD", "volumeBSDName": "sdb1",
+    "kind": "unit", "can": ["switch mode", "eject"]}])"));
+  EXPECT_THAT(bench.run({"devices"}).out,
+              AllOf(ContainsRegex("\ncard    CARD .*  list, get, remove, eject\n"),
+                    ContainsRegex("\nunit    Lumo 700 +SN-sr0 +0xfa200000  switch mode, eject\n")));
   EXPECT_THAT(unit->take(), IsEmpty());
   EXPECT_THAT(bench.run({"msc", "mode", "get"}).out,
               ContainsRegex("Mode: +camera\nCan power-cycle by itself: +yes\n"));
@@ -87,8 +89,19 @@ TEST(Units, AreChosenBySerialNumberOrLocationOrBecauseTheyAreAlone) {
               HasSubstr("SN-sr1 (Lumo 700, location 0xfa200001)"));
   for (const char* device : {"SN-sr1", "0xfa200001", "-98566143"})
     EXPECT_EQ(bench.run({"--json", "--device", device, "msc", "model"}).json()["bsdName"], "sr1");
-  EXPECT_THAT(bench.ends({"--device", "SN-sr", "msc", "model"}, tools::kNoDevice).err,
+  EXPECT_THAT(bench.ends({"--device", "sn-sr", "msc", "model"}, tools::kBadUsage).err,
+              HasSubstr("'sn-sr' may be each of these: SN-sr0 (Lumo 700"));
+  EXPECT_THAT(bench.ends({"--device", "SN-x", "msc", "model"}, tools::kNoDevice).err,
               HasSubstr("connected: SN-sr0"));
+}
+
+TEST(Units, AreWhatIsSaidInPlaceOfNoCamera) {
+  UnitBench bench;
+  bench.plug();
+  for (const auto& words : std::vector<std::vector<std::string>>{{"ls"}, {"info"}})
+    EXPECT_THAT(bench.ends(words, tools::kNoDevice).err,
+                AllOf(HasSubstr("SN-sr0 (Lumo 700, location 0xfa200000) shows itself as a disk"),
+                      HasSubstr("'tarvoctl msc mode set camera")));
 }
 
 TEST(Units, WarnOfACardThatIsMountedWhileTheyAreSwitched) {
@@ -123,7 +136,7 @@ TEST(Units, LetTheirCardAndTheirOwnDiskGo) {
   const std::vector<std::string> unmounted = {"unmount sr0", "run 20000"};
   EXPECT_EQ(bench.run({"--json", "msc", "unmount"}).json()["unmounted"], true);
   EXPECT_EQ(bench.disks.take(), unmounted);
-  EXPECT_THAT(bench.run({"msc", "eject"}).out, HasSubstr("can be taken away"));
+  EXPECT_THAT(bench.run({"eject"}).out, HasSubstr("can be taken away"));
   EXPECT_EQ(bench.disks.take(), unmounted);
   EXPECT_THAT(unit->take(), ElementsAre("SetTrayState 1"));
   // Whatever the disk service says.

@@ -14,9 +14,13 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/FileDescriptor.h"
+#include "identify/DeviceInfoSupport.h"
 #include "library/access/SessionState.h"
+#include "msc/MSCRoom.h"
 #include "msc/TarvoMSCDeviceList.h"
 #include "platform/foundation/MakerConstants.h"
+#include "tests/support/FakeDiskArbitration.h"
+#include "tests/support/FakeSCSIServices.h"
 #include "tests/support/SimulatedPTPDevice.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tools/CommandLine.h"
@@ -65,8 +69,8 @@ class NoPlatform : public BenchPlatform {
  public:
   const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
   SupportedModels& models() override { throw std::logic_error("the models were asked for"); }
-  const PictureDeviceServices& services() override { throw std::logic_error("so were services"); }
-  TarvoMSCDeviceList& massStorage() override { throw std::logic_error("so were units"); }
+  const PictureDeviceServices& services() override { throw std::logic_error("services were asked for"); }
+  TarvoMSCDeviceList& massStorage() override { throw std::logic_error("units were asked for"); }
 
   virtual ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }
   /// The same, of a command that must be done, must fail, or must end so.
@@ -96,6 +100,7 @@ class CameraBench : public NoPlatform {
   const MakerConstants& maker() override { return sim.maker; }
   SupportedModels& models() override { return sim.models; }
   const PictureDeviceServices& services() override { return sim.room.services(); }
+  TarvoMSCDeviceList& massStorage() override { return units.list(); }
 
   ToolRun run(const std::vector<std::string>& words) override {
     return runTool(words, *this, {}, interrupt, terminal);
@@ -106,6 +111,19 @@ class CameraBench : public NoPlatform {
   std::vector<std::string> names();
 
   SimulatedPTPDevice sim;
+  FakeSCSIServices scsi;
+  FakeDiskArbitration disks;
+  IdentifyRoom identify{{sim.service, sim.registry, sim.mounts}};
+  MSCRoom units{{sim.center,
+                 sim.registry,
+                 scsi,
+                 disks,
+                 sim.mounts,
+                 sim.defaults,
+                 sim.maker,
+                 {},
+                 "UTF-8",
+                 stderr}};
   TemporaryFolder folder;
   const StopSignals* interrupt = nullptr;
   std::string terminal;

@@ -81,6 +81,16 @@ TEST(TransferOfTwins, EachObjectOfARunHasAFileOfItsOwn) {
   EXPECT_EQ(bench.sim.asked(ptp::kGetObject), asked + 3) << "compared, as any may be any";
 }
 
+TEST_F(Transfer, GetTakesWhatPassesTheFiltersAndKeepsTheFoldersWhereTheyAreWanted) {
+  EXPECT_EQ(get({"--films", "--dry-run"}).json()[0]["source"], "DCIM/100TARVO/TARV0003.MOV");
+  EXPECT_FALSE(bench.folder.exists("pictures"));
+  get({"tarv000?.jpg", "--sort", "size", "--limit", "1"});
+  EXPECT_THAT(fetched(), UnorderedElementsAre("TARV0002.JPG"));
+  EXPECT_THAT(get({"--all", "--since", "1h"}).json(), IsEmpty()) << "or without a date";
+  get({"--format", "txt", "--tree"}, "tree/");
+  EXPECT_EQ(bench.folder.read("tree/MISC/NOTES.TXT"), notes);
+}
+
 TEST_F(Transfer, GetNamesTheOneFileAndReplacesNothingUnasked) {
   EXPECT_EQ(get({"NOTES.TXT"}, "mine.txt").exitCode, 0);
   EXPECT_EQ(bench.folder.read("mine.txt"), notes);
@@ -136,6 +146,15 @@ TEST_F(Transfer, WhatPTPCannotCarryIsRefusedBeforeAnythingIsSent) {
     EXPECT_THAT(bench.run({"rename", "1", name}).err, HasSubstr("1 to 254 characters"));
 }
 
+TEST_F(Transfer, FoldersAndObjectsAreNamedWhereHandlesAre) {
+  bench.done({"put", "--to", "dcim/100tarvo", bench.folder.write("NEW.TXT", "x")});
+  EXPECT_THAT(bench.run({"ls", "DCIM/100TARVO"}).out, HasSubstr("NEW.TXT"));
+  bench.fails({"put", "--to", "NOTES.TXT", bench.folder.path("NEW.TXT")});
+  bench.fails({"rename", "new.txt", "B.TXT"});
+  bench.done({"rename", "NEW.TXT", "B.TXT"});
+  EXPECT_THAT(bench.names(), Contains("B.TXT"));
+}
+
 TEST_F(Transfer, PutNamesEachFileThatFails) {
   const auto good = bench.folder.write("GOOD.JPG", "picture");
   const auto results = bench
@@ -150,6 +169,8 @@ TEST_F(Transfer, PutNamesEachFileThatFails) {
 }
 
 TEST_F(Transfer, RemoveTakesHandlesNamesAndPatterns) {
+  EXPECT_THAT(bench.done({"rm", "-n", "*", "--films"}).lines(), SizeIs(1));
+  bench.fails({"rm", "notes.txt", "--yes"});
   const auto run = bench.fails({"rm", "NOTES.TXT", "TARV*.JPG", "NONE.TXT", "[TAR]", "--yes"});
   for (const char* part : {"NONE.TXT", "rm [TAR]: ", "3 objects deleted, 2 failed"})
     EXPECT_THAT(run.err, HasSubstr(part));

@@ -12,6 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::AllOf;
+using ::testing::Contains;
 using ::testing::Each;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -93,7 +94,7 @@ TEST_F(VolumeTool, ShowsNamesThatCannotSteerATerminalAndAreValidJSON) {
     EXPECT_THAT(line, AllOf(Not(HasSubstr("\x1B")), Not(HasSubstr("\xFF"))));
   EXPECT_THAT(json({"ls"}).json(), SizeIs(4));
   EXPECT_THAT(json({"ls"}).out, HasSubstr("bytes\xEF\xBF\xBD.jpg"));
-  EXPECT_EQ(get({"*.jpg"}).exitCode, 0) << "one pattern, two files";
+  EXPECT_EQ(get({"[bn]*.jpg"}).exitCode, 0) << "one pattern, two files";
   EXPECT_THAT(fetched(), UnorderedElementsAre("new_line_[2J.jpg", "bytes\xFF.jpg"));
 }
 
@@ -169,6 +170,28 @@ TEST_F(VolumeTool, RemoveAsksHowMuchAndTakesFilesAndLeavesFolders) {
               HasSubstr("2 files deleted, 2 failed"));
   EXPECT_THAT(listed(), UnorderedElementsAre("DCIM", "DCIM/100TARVO", "DCIM/100TARVO/B.MOV", "MISC",
                                              ".hidden.jpg"));
+}
+
+TEST_F(VolumeTool, IsReachedByEveryCommandForObjects) {
+  const auto all = [&](std::vector<std::string> words) {
+    words.insert(words.begin(), {"--device", "card"});
+    return bench.done(words);
+  };
+  EXPECT_THAT(all({"ls"}).lines(), SizeIs(4)) << "the top, without what lies in folders";
+  EXPECT_THAT(all({"ls", "dcim/100tarvo"}).out, HasSubstr("\nDCIM/100TARVO/A.JPG\n"));
+  EXPECT_THAT(all({"get", "--films", "--tree", "-o", bench.folder.path("tree/")}).lines(),
+              SizeIs(1));
+  EXPECT_EQ(bench.folder.read("tree/DCIM/100TARVO/B.MOV"), "film");
+  all({"rm", "B.MOV", "-y"});
+  EXPECT_THAT(listed(), SizeIs(6));
+}
+
+TEST_F(VolumeTool, IsEjected) {
+  EXPECT_THAT(bench.run({"--device", "CARD", "eject"}).err, HasSubstr("is still mounted"));
+  bench.disks.onRun = [&] { bench.sim.mounts.unmount(bench.folder.path("volumes/CARD")); };
+  EXPECT_THAT(bench.done({"eject"}).out, HasSubstr("can be taken away"));
+  EXPECT_THAT(bench.disks.take(), Contains("unmount sdb1"));
+  EXPECT_THAT(bench.done({"eject"}).out, HasSubstr("can simply be unplugged"));
 }
 
 TEST_F(VolumeTool, IsForTheOneVolumeOrTheOneThatIsNamed) {

@@ -27,6 +27,13 @@ void Batch::failed(PropertyDictionary json, Failure failure) {
   context_.output.objectError(failure);
 }
 
+void Batch::refuseFolder(PropertyDictionary json, const ObjectInfo& folder) {
+  failed(std::move(json), Failure{.object = folder.path(),
+                                  .status = status::kNotAFile,
+                                  .why = "it is a folder",
+                                  .advice = "Use a pattern such as '" + folder.path() + "/*'."});
+}
+
 void Batch::left(PropertyDictionary json, Failure failure, std::uint64_t bytes) {
   bytesLeft_ += bytes;
   failure.operation = context_.operation;
@@ -59,7 +66,7 @@ void Batch::attempt(const PropertyDictionary& json, const std::string& object,
 }
 
 std::uint64_t Batch::visit(
-    Device& device, const ObjectChoice& choice, const char* look,
+    Device& device, const ObjectChoice& choice,
     const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject) {
   ObjectVisitor visitor;
   visitor
@@ -80,8 +87,8 @@ std::uint64_t Batch::visit(
                        .status = status::kFileNotFound,
                        .why = isVolume ? "no file on the volume has that name"
                                        : "no object on the device has that name",
-                       .advice = "'tarvoctl " + std::string(look) + "' shows the " +
-                                 (isVolume ? "files." : "objects.")});
+                       .advice = isVolume ? "'tarvoctl volume ls --all' shows the files."
+                                          : "'tarvoctl ls --recursive' shows the objects."});
       });
   return device.visit(choice, visitor);
 }

@@ -26,6 +26,8 @@ class Batch {
   /// One that was not needed.
   void skipped() { ++skipped_; }
   void failed(PropertyDictionary json, Failure failure);
+  /// A folder, where only what lies in one can be meant.
+  void refuseFolder(PropertyDictionary json, const ObjectInfo& folder);
   /// One that has no room here, of so many bytes. A person is told of the first and of the sum.
   void left(PropertyDictionary json, Failure failure, std::uint64_t bytes);
   /// As failed(), for what the library raised about an object; after one that ends the device the
@@ -37,9 +39,8 @@ class Batch {
   void attempt(const PropertyDictionary& json, const std::string& object,
                const std::function<void()>& work);
   /// Visits the objects that `choice` means until it shall not go on; what cannot be read and what
-  /// nothing has are failures of the batch. `look` is the command that shows what there is. Gives
-  /// what Device::visit() does.
-  std::uint64_t visit(Device& device, const ObjectChoice& choice, const char* look,
+  /// nothing has are failures of the batch. Gives what Device::visit() does.
+  std::uint64_t visit(Device& device, const ObjectChoice& choice,
                       const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject);
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;

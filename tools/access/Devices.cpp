@@ -1,5 +1,7 @@
 #include "tools/access/Devices.h"
 
+#include <glib.h>
+
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Numbers.h"
@@ -8,64 +10,91 @@
 namespace tarvo::tools {
 namespace {
 
-struct ChoiceAdvice {
-  const char* none;    ///< where there is none at all
-  const char* look;    ///< where none has the name
-  const char* choose;  ///< where there are several
-};
+constexpr const char* kLook = "'tarvoctl devices' shows what is connected.";
 
-/// Finds the device that is meant; where that fails, commands help.
+/// What can be done with a unit where a camera or a volume is looked for.
+constexpr const char* kWithUnit =
+    "'tarvoctl msc mode set camera --power-down' makes a camera of it, 'tarvoctl msc mount' mounts "
+    "its card, 'tarvoctl eject' lets it go.";
+
+/// Finds the device that is meant; where that fails, commands help. `none` is the advice where
+/// there is none at all.
 template <typename Find>
-auto found(const ToolContext& context, const ChoiceAdvice& advice, const Find& find) {
+auto found(const ToolContext& context, const char* none, const Find& find) {
   const std::string& wanted = context.options.device;
   try {
-    return find(wanted);
+    return find(context.session(), wanted);
   } catch (const Error& error) {
     Failure failure = failureOf(context, error);
     if (error.kind() == ErrorKind::kAmbiguous) {
-      failure.advice = advice.choose;
+      failure.advice = "Choose one with --device and its serial number, location or name.";
       throw ToolError(failure, kBadUsage);
     }
     if (error.kind() != ErrorKind::kNotFound) throw;
     // What is said of a volume in the place of a camera helps more.
     const bool isNamed = error.reason().starts_with("there is no ");
     const bool isPlain = error.advice().starts_with("Connect one") || error.advice().empty();
-    if (isNamed || isPlain) failure.advice = isNamed ? advice.look : advice.none;
+    if (isNamed || isPlain) failure.advice = isNamed ? kLook : none;
+    if (!isNamed && !context.session().units().empty()) failure.advice = kWithUnit;
     throw ToolError(failure, kNoDevice);
   }
 }
 
-constexpr const char* kLook = "'tarvoctl devices' shows what is connected.";
+/// A card beside the camera that was taken for the only device.
+void tellOfCards(const ToolContext& context) {
+  for (const auto& device : context.session().devices()) {
+    if (device.kind() != DeviceKind::kVolume || !device.isSupported()) continue;
+    context.output.message("The card " + device.name() +
+                           " is connected, too; --device chooses it by its name.");
+  }
+}
 
 }  // namespace
 
+DeviceInfo findDevice(const ToolContext& context) {
+  return found(context, "Connect one, switch it on, and see 'tarvoctl devices'.",
+               [](Session& session, const auto& wanted) { return session.findDevice(wanted); });
+}
+
+Device openDevice(const ToolContext& context, bool onlyVolumes) {
+  if (onlyVolumes) return openVolume(context);
+  const auto info = findDevice(context);
+  if (context.options.device.empty() && info.kind() == DeviceKind::kCamera) tellOfCards(context);
+  return context.session().open(info);
+}
+
 Device openCamera(const ToolContext& context) {
-  Session& session = context.session();
-  return session.open(found(context,
-                            {.none = "Connect one, switch it on, and see 'tarvoctl devices'.",
-                             .look = kLook,
-                             .choose = "Choose one with --device SERIAL or --device LOCATION."},
-                            [&](const auto& wanted) { return session.findCamera(wanted); }));
+  return context.session().open(
+      found(context, "Connect one, switch it on, and see 'tarvoctl devices'.",
+            [](Session& session, const auto& wanted) { return session.findCamera(wanted); }));
 }
 
 Device openVolume(const ToolContext& context) {
-  Session& session = context.session();
-  return session.open(
-      found(context,
-            {.none = "Connect one, mount it, and see 'tarvoctl devices'.",
-             .look = kLook,
-             .choose = "Choose one with --device SERIAL, LOCATION or the volume's name."},
-            [&](const auto& wanted) { return session.findVolume(wanted); }));
+  return context.session().open(
+      found(context, "Connect one, mount it, and see 'tarvoctl devices'.",
+            [](Session& session, const auto& wanted) { return session.findVolume(wanted); }));
 }
 
 Unit openUnit(const ToolContext& context) {
-  Session& session = context.session();
-  return session.open(found(context,
-                            {.none = kLook,
-                             .look = "'tarvoctl msc list' shows what is connected.",
-                             .choose = "Choose one with --device SERIAL or --device LOCATION."},
-                            [&](const auto& wanted) { return session.findUnit(wanted); }));
+  return context.session().open(found(context, kLook, [](Session& session, const auto& wanted) {
+    return session.findUnit(wanted);
+  }));
 }
+
+std::string nameOf(const Device& device) {
+  return device.info().kind() == DeviceKind::kCamera ? device.facts().name() : device.info().name();
+}
+
+namespace {
+
+/// What can be done with a device, by the words of people.
+std::vector<std::string> abilitiesOf(const DeviceInfo& device) {
+  if (device.kind() == DeviceKind::kVolume) return {"list", "get", "remove", "eject"};
+  if (!device.isSupported()) return {"list", "get"};
+  return {"list", "get", "put", "orders"};
+}
+
+}  // namespace
 
 PropertyDictionary asJSON(const DeviceInfo& device) {
   PropertyDictionary json = {{"name", device.name()},
@@ -79,11 +108,14 @@ PropertyDictionary asJSON(const DeviceInfo& device) {
   }
   if (!device.serial().empty()) json["serial"] = device.serial();
   if (!device.path().empty()) json["path"] = device.path();
+  json["kind"] = device.kind() == DeviceKind::kCamera ? "camera" : "card";
+  json["can"] = abilitiesOf(device);
   return json;
 }
 
 PropertyDictionary asJSON(const UnitInfo& unit) {
-  PropertyDictionary json = {{"name", validUTF8(unit.name())}};
+  PropertyDictionary json = {
+      {"name", validUTF8(unit.name())}, {"kind", "unit"}, {"can", {"switch mode", "eject"}}};
   if (unit.location()) {
     json["location"] = *unit.location();
     json["locationHex"] = locationInHex(unit.location());
@@ -105,9 +137,44 @@ std::string objectInWords(const ObjectInfo& object) {
   return object.path() + (object.handle() == 0 ? "" : " (" + handleText(object.handle()) + ")");
 }
 
-ObjectChoice chosen(const std::vector<std::string>& names, bool all) {
-  return ObjectChoice().names(names).others(all ? ObjectChoice::Others::kEverything
-                                                : ObjectChoice::Others::kNone);
+PropertyDictionary identityOf(const ObjectInfo& object, const char* pathKey) {
+  PropertyDictionary json = {{"name", validUTF8(object.name())},
+                             {pathKey, validUTF8(object.path())}};
+  if (object.handle() != 0) json["handle"] = object.handle();
+  return json;
+}
+
+std::string pathArgument(const std::string& text) {
+  const auto first = text.find_first_not_of('/');
+  const auto last = text.find_last_not_of('/');
+  return first == std::string::npos ? "" : text.substr(first, last - first + 1);
+}
+
+ObjectInfo objectArgument(const ToolContext& context, Device& device, const std::string& text,
+                          bool ignoringCase) {
+  std::optional<ObjectInfo> found;
+  ObjectVisitor visitor([&](const ObjectInfo& object) {
+    found = object;
+    return false;
+  });
+  device.visit(ObjectChoice().names({text}).ignoringCase(ignoringCase), visitor);
+  endIfInterrupted(context, context.operation);
+  return found.value();
+}
+
+std::uint32_t storeArgument(const ToolContext& context, Device& device, const std::string& text) {
+  if (const auto id = numberOf(text, 0xFFFFFFFF)) return static_cast<std::uint32_t>(*id);
+  std::vector<std::string> known;
+  std::vector<std::uint32_t> meant;
+  for (const std::uint32_t id : device.storeIDs()) {
+    const std::string label = device.store(id).label();
+    known.push_back(handleText(id) + (label.empty() ? "" : " (" + label + ")"));
+    if (g_ascii_strcasecmp(label.c_str(), text.c_str()) == 0) meant.push_back(id);
+  }
+  if (meant.size() == 1) return meant.front();
+  refuseUsage(context.operation, (meant.empty() ? "no store" : "more than one store") +
+                                     std::string(" has the label '") + text +
+                                     "': " + joined(known));
 }
 
 PropertyDictionary asJSON(const Unread& entry) {

@@ -18,21 +18,17 @@
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
-namespace {
-
 namespace fs = std::filesystem;
 
-void makeFolder(const std::string& operation, const fs::path& folder) {
+void makeFolder(const std::string& operation, const std::string& folder) {
   std::error_code error;
   fs::create_directories(folder, error);
   if (!error && fs::is_directory(folder, error)) return;
   throw ToolError({.operation = operation,
-                   .object = folder.string(),
+                   .object = folder,
                    .status = status::kIOError,
                    .why = error ? error.message() : "it is no folder"});
 }
-
-}  // namespace
 
 LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
                            bool isOneObject) {
@@ -58,8 +54,6 @@ LocalTarget resolvedTarget(const std::string& operation, const std::string& outp
 }
 
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr unsigned kMostInASecond = 100;
 constexpr std::size_t kLongestSerial = 64;

@@ -20,6 +20,9 @@ struct LocalTarget {
   std::optional<std::string> name{};
 };
 
+/// Makes it and those above it, where they are missing. Raises a ToolError.
+void makeFolder(const std::string& operation, const std::string& folder);
+
 /// What `output` means: a folder that is there, or ends with "/", is a folder, and so is any where
 /// there is more than one object; it is made where it is missing. Otherwise it is the file's name.
 /// Raises a ToolError for a folder that cannot be made and for a file's folder that is not there.

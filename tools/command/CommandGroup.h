@@ -46,6 +46,8 @@ class CommandOptions {
  public:
   CommandOptions(CLI::App& app, CommandTable& table) : app_(app), table_(table) {}
 
+  /// `name` is the long one; --long, --recursive, --output, --yes and --dry-run go by a letter,
+  /// too.
   CommandOptions& flag(const std::string& name, bool& value, const std::string& help);
   /// `type` is what the help calls the value. A shell completes FILE and PATH as files, DIR as
   /// folders; operands by their name likewise.
@@ -95,5 +97,12 @@ class CommandGroup {
   CLI::App& app_;
   CommandTable& table_;
 };
+
+/// The words of a command line with the names of commands and options in place of their synonyms:
+/// "tarvoctl delete" is "tarvoctl rm". What the program is called is not among `words`.
+std::vector<std::string> asMeant(const CLI::App& program, const std::vector<std::string>& words);
+/// What may have been meant by `word`: the command below `app`, or where it begins with '-' the
+/// option, that is one or two mistakes away; empty for none.
+std::string nearestWord(const CLI::App& app, const std::string& word);
 
 }  // namespace tarvo::tools

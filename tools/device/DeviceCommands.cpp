@@ -1,7 +1,11 @@
 // devices, info, clock set and reset: a device as a whole.
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -25,17 +29,18 @@ struct DevicesOptions {
   std::optional<std::uint64_t> count{};  ///< of arrivals and removals to watch
 };
 
-std::vector<std::string> cellsOf(const DeviceInfo& device) {
-  return {device.kind() == DeviceKind::kCamera ? "PTP" : "volume",
-          locationInHex(device.location()),
-          device.serial(),
-          device.isSupported() ? "yes" : "no",
-          device.name(),
-          device.path()};
+/// Of what asJSON() says, for all kinds alike.
+std::vector<std::string> cellsOf(const PropertyDictionary& device) {
+  const auto can = device["can"].get<std::vector<std::string>>();
+  // Of a card it says little: any camera may have written on it.
+  const bool isUnknown = device["kind"] == "camera" && !device["supported"].get<bool>();
+  return {device["kind"].get<std::string>(), device["name"].get<std::string>(),
+          device.value("serial", ""), device.value("locationHex", ""),
+          (isUnknown ? "other model: " : "") + joined(can)};
 }
 
-const std::vector<Column> kDeviceColumns = {{"TYPE", 6},      {"LOCATION", 10}, {"SERIAL", 14},
-                                            {"SUPPORTED", 9}, {"NAME", 16},     {"PATH"}};
+const std::vector<Column> kDeviceColumns = {
+    {"KIND", 6}, {"NAME", 14}, {"SERIAL", 12}, {"LOCATION", 10}, {"CAN"}};
 
 /// devices --watch: tells what is there, what comes and what goes, until it is interrupted.
 class DeviceWatch {
@@ -88,7 +93,7 @@ class DeviceWatch {
   void tell(const char* event, const DeviceInfo& device) {
     PropertyDictionary json = asJSON(device);
     json["event"] = event;
-    auto cells = cellsOf(device);
+    auto cells = cellsOf(json);
     cells.insert(cells.begin(), event);
     listing_.add(json, std::move(cells));
   }
@@ -233,15 +238,59 @@ class DeviceInformation {
   std::vector<std::pair<std::string, std::string>> fields_;
 };
 
-/// Every camera and card that is connected, without opening it.
+/// As wide as what shows it, and where nothing does as wide as most that might.
+std::size_t widthOfOutput() {
+  constexpr std::size_t kUsual = 80;
+  winsize size{};
+  const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return isKnown ? size.ws_col : kUsual;
+}
+
+/// Whether a table of them has a line that is too long.
+bool isTooWide(const PropertyDictionary& devices) {
+  std::vector<std::size_t> widths;
+  for (const auto& column : kDeviceColumns)
+    widths.push_back(std::max(column.width, displayWidth(column.title)));
+  for (const auto& device : devices) {
+    const auto cells = cellsOf(device);
+    for (std::size_t index = 0; index < cells.size(); ++index)
+      widths[index] = std::max(widths[index], displayWidth(printable(cells[index])));
+  }
+  constexpr std::size_t kBetween = 2;
+  return std::reduce(widths.begin(), widths.end()) + kBetween * (widths.size() - 1) >
+         widthOfOutput();
+}
+
+/// One below the other.
+void showBlocks(Output& output, const PropertyDictionary& devices) {
+  for (const auto& device : devices) {
+    const auto cells = cellsOf(device);
+    if (device != devices.front()) output.line("");
+    showFields(output, {{"Kind", cells[0]},
+                        {"Name", cells[1]},
+                        {"Serial", cells[2]},
+                        {"Location", cells[3]},
+                        {"Can", cells[4]}});
+  }
+}
+
+/// Every camera, card and unit that is connected, without opening it.
 int runDevices(ToolContext& context, const DevicesOptions& options) {
   if (options.watch) return DeviceWatch(context, options).run();
+  auto all = PropertyDictionary::array();
+  for (const auto& device : context.session().devices())
+    all.push_back(asJSON(device));
+  for (const auto& unit : context.session().units())
+    all.push_back(asJSON(unit));
+  if (!context.output.isJSON() && !all.empty() && isTooWide(all)) {
+    showBlocks(context.output, all);
+    return kDone;
+  }
   Listing listing(context.output, kDeviceColumns, Listing::kWhole);
-  const auto devices = context.session().devices();
-  for (const auto& device : devices)
-    listing.add(asJSON(device), cellsOf(device));
+  for (const auto& device : all)
+    listing.add(device, cellsOf(device));
   listing.finish();
-  if (devices.empty()) context.output.message("No camera and no card is connected.");
+  if (all.empty()) context.output.message("No camera, no card and no dock is connected.");
   return kDone;
 }
 
@@ -285,11 +334,15 @@ int runReset(ToolContext& context) {
 
 void addDeviceCommands(CommandGroup& root) {
   const auto options = std::make_shared<DevicesOptions>();
-  root.command("devices", "Cameras and cards that are connected", "tarvoctl devices",
+  root.command("devices", "Cameras, cards and docks, and what can be done with them",
+               "tarvoctl devices",
                [options](ToolContext& context) { return runDevices(context, *options); })
       .flag("--watch", options->watch, "Go on with what comes and goes, until Ctrl-C")
       .count("--count", options->count, "End after N arrivals and removals")
-      .more("No device is opened for it.");
+      .more(
+          "No device is opened for it. A unit is a camera in disk mode, a frame or a dock,\n"
+          "whose card is listed by itself once it is mounted. --watch tells of cameras and\n"
+          "cards.");
   root.command("info", "What the device says of itself and holds", "tarvoctl info", runInfo);
   root.group("clock", "The device's clock", "tarvoctl clock set")
       .command("set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "library/Records.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
@@ -16,14 +17,14 @@ namespace tarvo::tools {
 namespace {
 
 struct FormatOptions {
-  std::string store{};  ///< id; empty: the only one
+  std::string store{};  ///< label or id; empty: the only one
   bool yes = false;     ///< does not ask
 };
 
 constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
 
 std::uint32_t storeToFormat(const ToolContext& context, Device& device, const std::string& chosen) {
-  if (!chosen.empty()) return numberArgument(context.operation, "store id", chosen);
+  if (!chosen.empty()) return storeArgument(context, device, chosen);
   const auto stores = device.storeIDs();
   if (stores.size() == 1) return stores.front();
   std::vector<std::string> known;
@@ -48,13 +49,18 @@ std::string contentInWords(Device& device, std::uint32_t store) {
 
 void list(Listing& listing, const StoreInfo& store) {
   PropertyDictionary json = {{"empty", true}};
-  std::vector<std::string> cells = {handleText(store.id()), "no card", "", "", "", ""};
+  std::vector<std::string> cells = {handleText(store.id()), "no card", "", "", "", "", ""};
   if (!store.isEmpty()) {
     const bool isKnown = store.freePictures() != kUnknownImages;
     json = jsonFromStorageInfo(library::recordOf(store));
-    cells = {handleText(store.id()),        storageTypeInWords(store.type()),
-             accessInWords(store.access()), capacityInWords(store),
-             freeSpaceInWords(store),       isKnown ? std::to_string(store.freePictures()) : ""};
+    json["label"] = validUTF8(store.label());
+    cells = {handleText(store.id()),
+             storageTypeInWords(store.type()),
+             accessInWords(store.access()),
+             capacityInWords(store),
+             freeSpaceInWords(store),
+             isKnown ? std::to_string(store.freePictures()) : "",
+             store.label()};
   }
   json["storageID"] = store.id();
   listing.add(json, std::move(cells));
@@ -69,7 +75,8 @@ int runStorageList(ToolContext& context) {
                    {"ACCESS"},
                    {"SIZE", 0, true},
                    {"FREE", 0, true},
-                   {"PICTURES", 0, true}},
+                   {"PICTURES", 0, true},
+                   {"LABEL"}},
                   Listing::kWhole);
   int exitCode = kDone;
   for (const std::uint32_t store : device.storeIDs()) {
@@ -112,7 +119,7 @@ void addStorageCommands(CommandGroup& root) {
   storage
       .command("format", "Delete everything in a store", "tarvoctl storage format 0x00010001 --yes",
                [options](ToolContext& context) { return runStorageFormat(context, *options); })
-      .operand("STORE", options->store, "Store id; the only store where there is one")
+      .operand("STORE", options->store, "Its label or its id; the only store where there is one")
       .flag("--yes", options->yes, "Do not ask");
 }
 

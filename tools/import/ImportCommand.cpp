@@ -1,5 +1,5 @@
 // import: what is new on a camera or a card, into folders by date.
-#include <algorithm>
+#include <ctime>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -18,6 +18,7 @@
 #include "tools/command/CommandGroup.h"
 #include "tools/import/Conversation.h"
 #include "tools/import/ImportProgress.h"
+#include "tools/objects/ObjectFilter.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -71,17 +72,10 @@ PlacePattern patternOf(const std::string& operation, const std::string& text) {
   }
 }
 
-Device openDevice(const ToolContext& context) {
-  const auto devices = context.session().devices();
-  const bool isCamera = std::ranges::any_of(
-      devices, [](const auto& each) { return each.kind() == DeviceKind::kCamera; });
-  return isCamera ? openCamera(context) : openVolume(context);
-}
-
-CalendarTime dayOf(const std::string& operation, const std::string& text) {
-  const auto date = ptpDateFromWords(text + " 00:00:00");
+CalendarTime timeSince(const std::string& operation, const std::string& words) {
+  const auto date = dateSince(words, std::time(nullptr));
   const auto time = date ? CalendarTime::ofPTPDate(*date) : std::nullopt;
-  if (!time) refuseUsage(operation, "'" + text + "' is no date; 2026-11-25 is one");
+  if (!time) refuseUsage(operation, "'" + words + "' is no date; 2026-11-25, today or 7d is one");
   return *time;
 }
 
@@ -93,7 +87,7 @@ class Importing {
     options_.folder = options.output.empty() ? defaultTargetFolder()
                                              : std::filesystem::absolute(options.output).string();
     options_.pattern = patternOf(context.operation, options.pattern);
-    if (!options.since.empty()) since_ = dayOf(context.operation, options.since);
+    if (!options.since.empty()) since_ = timeSince(context.operation, options.since);
     options_.verifies = options.verifies;
     options_.deletes = options.deletes;
     if (options.deletes && !options.dryRun)

@@ -1,20 +1,229 @@
 // get: objects of a device as files.
 #include <cstdint>
 #include <ctime>
+#include <filesystem>
+#include <map>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "Utilities/NSStringUtilsCategory.h"
+#include "platform/files/FileNames.h"
+#include "platform/files/FilePlace.h"
+#include "platform/files/FolderTree.h"
 #include "platform/files/PartFile.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
+#include "tools/access/LocalFiles.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
-#include "tools/objects/FetchRun.h"
+#include "tools/objects/ObjectCommands.h"
+#include "tools/objects/ObjectFilter.h"
+#include "tools/output/Progress.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
 namespace {
+
+struct FetchOptions {
+  std::vector<std::string> objects{};  ///< what is to be fetched, as the command names it
+  bool all = false;
+  bool onlyNew = false;  ///< not what the folder has already
+  /// A folder, or the name of the one file; empty: the current folder.
+  std::string output{};
+  bool overwrite = false;
+  bool keepBoth = false;
+  bool thumbnails = false;
+  bool tree = false;    ///< each file below the folders that it has on the device
+  bool dryRun = false;  ///< nothing is fetched or made
+  bool onlyVolumes = false;
+  ObjectFilter filter{};
+};
+
+bool isOneObject(const FetchOptions& options) {
+  return options.objects.size() == 1 && !options.all && !options.tree &&
+         options.objects.front().find_first_of("*?[") == std::string::npos;
+}
+
+LocalTarget targetOf(const std::string& operation, const FetchOptions& options) {
+  if (!options.dryRun) return resolvedTarget(operation, options.output, isOneObject(options));
+  return {.folder = options.output.empty() ? "." : options.output};
+}
+
+/// What came of an object, where it is kept; empty where nothing is.
+std::string keptInWords(const Error& error, const std::string& name) {
+  if (error.part().empty()) return {};
+  return "what came of " + name + ", " + sizeInWords(error.kept()) + ", is kept in '" +
+         error.part() + "'; the next get goes on there, unless that file is deleted";
+}
+
+/// Where the files of a run go, what becomes of those that are there, and what there is no room
+/// for. Main thread only. What is only new counts as there by its name, size and date, else by its
+/// content; its name gets a number where another file has it.
+class FetchRun {
+ public:
+  /// Makes the folder where it is missing. Raises as resolvedTarget(). All are lent.
+  FetchRun(ToolContext& context, const FetchOptions& options);
+
+  const std::string& folder() const { return target_.folder; }
+  /// Each object of the run, before the first passesOver().
+  void expect(const ObjectInfo& object);
+  /// Tells before anything is fetched how much is to come, and what has no room.
+  void tellSum(std::size_t count, std::uint64_t bytes);
+  /// Whether it is only new and the folder has it.
+  bool passesOver(const ObjectInfo& object);
+  /// Fetches it, as a result of `batch`; `json` is what is known of it.
+  void fetch(Device& device, Batch& batch, const ObjectInfo& object, PropertyDictionary json);
+
+ private:
+  /// Of a folder that lies below the target, or of that itself.
+  DownloadOptions downloadOptions(const std::string& below);
+  /// The folder of an object's file below the target, with a slash before it; mostly empty.
+  std::string folderOf(const ObjectInfo& object) const;
+  DownloadRun& runOf(const ObjectInfo& object);
+  void makeFolderOf(const ObjectInfo& object) const;
+  void foretell(Batch& batch, const ObjectInfo& object, PropertyDictionary json) const;
+  void fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json, const Error& error);
+
+  ToolContext& context_;
+  const FetchOptions& options_;
+  LocalTarget target_;
+  Progress progress_;
+  std::map<std::string, DownloadRun> runs_;  ///< one a folder
+  bool isFull_ = false;
+};
+
+FetchRun::FetchRun(ToolContext& context, const FetchOptions& options)
+    : context_(context),
+      options_(options),
+      target_(targetOf(context.operation, options)),
+      progress_(context.output, context.interrupt,
+                isOneObject(options) ? 1 : options.objects.size()) {}
+
+std::string FetchRun::folderOf(const ObjectInfo& object) const {
+  std::string folder;
+  std::string_view path = object.path();
+  // A name may be anything; each part stays one name below the target.
+  for (auto end = path.find('/'); options_.tree && end != path.npos; end = path.find('/')) {
+    folder += "/" + safeFileName(path.substr(0, end)).value_or("_");
+    path.remove_prefix(end + 1);
+  }
+  return folder;
+}
+
+DownloadRun& FetchRun::runOf(const ObjectInfo& object) {
+  const std::string below = folderOf(object);
+  const auto known = runs_.find(below);
+  if (known != runs_.end()) return known->second;
+  return runs_.emplace(below, DownloadRun(downloadOptions(below))).first->second;
+}
+
+void FetchRun::makeFolderOf(const ObjectInfo& object) const {
+  if (options_.tree) makeFolder(context_.operation, target_.folder + folderOf(object));
+}
+
+DownloadOptions FetchRun::downloadOptions(const std::string& below) {
+  DownloadOptions options;
+  options.folder(target_.folder + below).thumbnail(options_.thumbnails);
+  if (target_.name) options.name(*target_.name);
+  if (options_.keepBoth) options.existing(Existing::kKeepBoth);
+  // A picture that is new may bear the name of one that is there: cameras count from 1 again after
+  // a reset.
+  if (options_.onlyNew) options.existing(Existing::kKeepOthers);
+  if (options_.overwrite) options.existing(Existing::kOverwrite);
+  return options
+      .begin([this](const ObjectInfo& object) {
+        progress_.begin(object.name(),
+                        options_.thumbnails ? object.thumbnailSize() : object.size());
+      })
+      .progress(progress_.callback());
+}
+
+void FetchRun::expect(const ObjectInfo& object) {
+  if (options_.onlyNew) runOf(object).expect(object);
+}
+
+void FetchRun::tellSum(std::size_t count, std::uint64_t bytes) {
+  progress_.expect(count);
+  // A warning and no refusal: what fits is worth fetching, and somebody may make room meanwhile.
+  const auto here = fileSystemSizeOf(target_.folder);
+  if (!here || bytes <= here->free) return;
+  context_.output.message("There is no room for all that is to be fetched (" +
+                          counted(count, "files") + ", " + sizeInWords(bytes) +
+                          "): " + sizeInWords(here->free) + " are free in '" + target_.folder +
+                          "', " + sizeInWords(bytes - here->free) + " are missing.");
+}
+
+bool FetchRun::passesOver(const ObjectInfo& object) {
+  return options_.onlyNew && runOf(object).isThere(object);
+}
+
+void FetchRun::foretell(Batch& batch, const ObjectInfo& object, PropertyDictionary json) const {
+  const std::string path =
+      target_.folder + folderOf(object) + "/" + safeFileName(object.name()).value_or("");
+  std::error_code ignored;
+  const bool isRefused = !options_.overwrite && !options_.keepBoth && !options_.onlyNew &&
+                         !options_.thumbnails && std::filesystem::exists(path, ignored);
+  if (isRefused)
+    return batch.failed(std::move(json), Failure{.object = path, .status = status::kDuplicateFile});
+  const std::uint64_t size = options_.thumbnails ? object.thumbnailSize() : object.size();
+  json["size"] = size;
+  json["dryRun"] = true;
+  batch.succeeded(json, objectInWords(object) + ", " + sizeInWords(size), size);
+}
+
+void FetchRun::fetch(Device& device, Batch& batch, const ObjectInfo& object,
+                     PropertyDictionary json) {
+  if (options_.dryRun) return foretell(batch, object, std::move(json));
+  const std::uint64_t size = options_.thumbnails ? object.thumbnailSize() : object.size();
+  // Once full is full for all: the next object would only be cut, too.
+  if (isFull_) {
+    batch.left(std::move(json),
+               {.object = objectInWords(object),
+                .status = status::kIOError,
+                .why = "there is no room left"},
+               size);
+    return;
+  }
+  try {
+    makeFolderOf(object);
+    const auto file = device.download(object, runOf(object));
+    progress_.end();
+    if (file.wasThere()) return batch.skipped();
+    json["path"] = validUTF8(file.path());
+    json["size"] = file.size();
+    if (file.resumed() > 0) json["resumed"] = file.resumed();
+    batch.succeeded(json, file.path(), file.size());
+  } catch (const Error& error) {
+    progress_.end();
+    fail(batch, object, std::move(json), error);
+  } catch (const ToolError& error) {
+    batch.failed(std::move(json), error.failure());
+  }
+}
+
+void FetchRun::fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json,
+                    const Error& error) {
+  isFull_ = isFull_ || error.kind() == ErrorKind::kDiskFull;
+  std::string why = keptInWords(error, object.name());
+  if (!why.empty()) {
+    json["part"] = validUTF8(error.part());
+    json["kept"] = error.kept();
+  }
+  // That a file is there is all that there is to say.
+  if (!error.reason().empty() && error.kind() != ErrorKind::kExists)
+    why = error.reason() + (why.empty() ? "" : "; ") + why;
+  const bool hasNoRoom =
+      error.kind() == ErrorKind::kDiskFull || error.kind() == ErrorKind::kTooLarge;
+  if (!hasNoRoom) return batch.failed(std::move(json), error, "", why);
+  Failure failure = failureOf(error);
+  failure.why = why;
+  batch.left(std::move(json), std::move(failure),
+             options_.thumbnails ? object.thumbnailSize() : object.size());
+}
 
 /// One run: each object is a file of its own, whole or not at all. All are looked up first, so that
 /// what there is no room for is said beforehand.
@@ -23,9 +232,20 @@ class Fetching {
   Fetching(ToolContext& context, const FetchOptions& options)
       : context_(context),
         options_(options),
-        run_(context, options),
-        device_(openCamera(context)),
-        batch_(context, options.thumbnails ? "thumbnails fetched" : "files fetched") {}
+        sieve_(context, options.filter),
+        // Options that make no sense are a mistake whether there is a device or not.
+        run_(context, checked(context.operation, options, sieve_)),
+        device_(openDevice(context, options.onlyVolumes)),
+        isVolume_(device_.info().kind() == DeviceKind::kVolume),
+        batch_(context, std::string(options.thumbnails ? "thumbnails" : "files") +
+                            (options.dryRun ? " would be fetched" : " fetched")) {
+    if (isVolume_ && options.thumbnails)
+      refuseUsage(context.operation, "the files of a volume have no thumbnails");
+    // Copies would be found and copied again.
+    if (isVolume_ && FolderTree(device_.info().path()).holds(run_.folder()))
+      refuseUsage(context.operation, "'" + run_.folder() + "' lies on the volume itself");
+    sieve_.useStoresOf(device_);
+  }
 
   int run() {
     lookUp();
@@ -37,7 +257,7 @@ class Fetching {
     if (batch_.goesOn()) run_.tellSum(found_.size(), bytes);
     for (const auto& object : found_) {
       if (!batch_.goesOn()) break;
-      run_.fetch(device_, batch_, object, jsonOf(object));
+      run_.fetch(device_, batch_, object, identityOf(object, "source"));
     }
     // Who has just ended the command need not be told of more.
     if (!context_.interrupt.isSet()) tellOldParts();
@@ -45,23 +265,43 @@ class Fetching {
   }
 
  private:
-  void lookUp() {
-    // Without names --new is about everything.
-    const bool all = options_.all || (options_.onlyNew && options_.objects.empty());
-    batch_.visit(device_, chosen(options_.objects, all), "ls --recursive",
-                 [this](const ObjectInfo& object, bool) { take(object); });
+  static const FetchOptions& checked(const std::string& operation, const FetchOptions& options,
+                                     const ObjectSieve& sieve) {
+    if (options.objects.empty() && !options.all && !options.onlyNew && sieve.isOpen())
+      refuseUsage(operation, "say what to fetch: names, patterns, --all, --new or --pictures");
+    if (options.overwrite && options.keepBoth)
+      refuseUsage(operation, "--overwrite and --keep-both exclude each other");
+    return options;
   }
 
-  void take(const ObjectInfo& object) {
-    if (!object.isFolder()) {
+  void lookUp() {
+    using Others = ObjectChoice::Others;
+    Others others = options_.all ? Others::kEverything : Others::kNone;
+    // Without names it is about everything; of a card, which holds other things, too, about what a
+    // camera takes.
+    if (options_.objects.empty() && !options_.all)
+      others = isVolume_ && sieve_.format() == 0 ? Others::kPictures : Others::kEverything;
+    const auto passedOver =
+        batch_.visit(device_, ObjectChoice().names(options_.objects).ignoringCase().others(others),
+                     [this](const ObjectInfo& object, bool isNamed) { take(object, isNamed); });
+    if (passedOver > 0)
+      context_.output.message(counted(passedOver, "files passed over") +
+                              ": no pictures or films, or hidden. --all takes every file.");
+  }
+
+  void take(const ObjectInfo& object, bool isNamed) {
+    if (!sieve_.passes(object)) return;
+    const bool isFile = !object.isFolder() && !object.isSpecial();
+    if (isFile) {
       found_.push_back(object);
-      return;
+    } else if (isNamed && object.isFolder()) {
+      batch_.refuseFolder(identityOf(object, "source"), object);
+    } else if (isNamed) {
+      batch_.failed(identityOf(object, "source"), Failure{.object = object.path(),
+                                                          .status = status::kNotAFile,
+                                                          .why = "it is a link or a device"});
     }
-    batch_.failed(jsonOf(object),
-                  Failure{.object = objectInWords(object),
-                          .status = status::kNotAFile,
-                          .why = "it is a folder",
-                          .advice = "Use a pattern such as '" + object.path() + "/*'."});
+    // Among everything there are folders, and nobody has asked for them.
   }
 
   void passOverWhatIsThere() {
@@ -72,10 +312,7 @@ class Fetching {
       if (isThere) batch_.skipped();
       return isThere;
     });
-  }
-
-  static PropertyDictionary jsonOf(const ObjectInfo& object) {
-    return {{"handle", object.handle()}, {"name", object.name()}};
+    sieve_.arrange(found_);
   }
 
   /// Somebody may still mean to go on with them, so that they are only named.
@@ -90,31 +327,61 @@ class Fetching {
 
   ToolContext& context_;
   const FetchOptions& options_;
+  ObjectSieve sieve_;
   FetchRun run_;
   Device device_;
+  bool isVolume_;
   Batch batch_;
   std::vector<ObjectInfo> found_;
 };
 
+constexpr const char* kMoreOfGet =
+    "An OBJECT with a slash is a whole path; patterns have *, ? and [...], and find\n"
+    "no hidden names, of which a file gets \"_\" in place of the dot. A name means the\n"
+    "first object that has it, with the case of its letters or else without. A file\n"
+    "is whole or not there at all;\n"
+    "large ones go on where a cut download stopped: what came is kept beside them in\n"
+    "a hidden file, which is named and may be deleted. A file that is there is\n"
+    "refused, unless --overwrite or --keep-both is given. --new passes over what the\n"
+    "folder has already, by name, size and date, or else by its content. What has no\n"
+    "room here is said first, and not begun. A folder that ends with a slash is made.";
+
+constexpr const char* kMoreOfVolumeGet =
+    "With their dates and permissions, but as no programs. Patterns find no hidden\n"
+    "files; without a name --new is about the pictures and films, and says how many\n"
+    "files it passed over. The rest is as for get.";
+
 }  // namespace
 
-void addGetCommand(CommandGroup& root) {
+void addGet(CommandGroup& group, Devices devices) {
   const auto options = std::make_shared<FetchOptions>();
+  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
   auto command =
-      root.command("get", "Fetch objects as files", "tarvoctl get 'TARV*.JPG' --output pictures/",
-                   [options](ToolContext& context) { return Fetching(context, *options).run(); });
-  addFetchOptions(command, *options, "Handles, names, or patterns such as '*.JPG'",
-                  "Everything but folders");
-  command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object")
-      .more(
-          "An OBJECT with a slash is a whole path; patterns have *, ? and [...], and find\n"
-          "no hidden names, of which a file gets \"_\" in place of the dot. A name means the\n"
-          "first object that has it. A file is whole or not there at all;\n"
-          "large ones go on where a cut download stopped: what came is kept beside them in\n"
-          "a hidden file, which is named and may be deleted. A file that is there is\n"
-          "refused, unless --overwrite or --keep-both is given. --new passes over what the\n"
-          "folder has already, by name, size and date, or else by its content. What has no\n"
-          "room here is said first, and not begun. A folder that ends with a slash is made.");
+      group.command("get", onlyVolumes ? "Copy files off it" : "Fetch objects as files",
+                    onlyVolumes ? "tarvoctl volume get --new --output pictures/"
+                                : "tarvoctl get 'TARV*.JPG' --output pictures/",
+                    [options](ToolContext& context) { return Fetching(context, *options).run(); });
+  command
+      .operand("OBJECT", options->objects,
+               onlyVolumes ? "Names, paths, or patterns such as '*.JPG'"
+                           : "Handles, names, or patterns such as '*.JPG'")
+      .flag("--all", options->all,
+            onlyVolumes ? "Every file, pictures or not" : "Everything but folders")
+      .flag("--new", options->onlyNew,
+            "Only what is not there yet; names that are taken get a number")
+      .option("--output", options->output, "PATH", "Folder, or the name of the one file")
+      .flag("--tree", options->tree, "Below the folders that it has on the device")
+      .flag("--overwrite", options->overwrite, "Replace files that are there")
+      .flag("--keep-both", options->keepBoth, "Number new files whose name is taken");
+  if (!onlyVolumes)
+    command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object");
+  addFilterOptions(command, options->filter)
+      .flag("--dry-run", options->dryRun, "Say what would be fetched, and fetch nothing")
+      .more(onlyVolumes ? kMoreOfVolumeGet : kMoreOfGet);
+}
+
+void addGetCommand(CommandGroup& root) {
+  addGet(root, Devices::kAll);
 }
 
 }  // namespace tarvo::tools

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Numbers.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
@@ -18,25 +19,41 @@ namespace {
 
 struct PutOptions {
   std::vector<std::string> files{};
-  std::string store{};   ///< id as the user wrote it; empty: the device chooses
-  std::string parent{};  ///< handle of a folder; empty: the device chooses
+  std::string store{};   ///< label or id; empty: the device chooses
+  std::string folder{};  ///< name, path or handle; empty: the device chooses
 };
 
-std::uint32_t numberOrNone(const std::string& what, const std::string& text) {
-  return text.empty() ? 0 : numberArgument("put", what, text);
+/// Where files go on the device.
+void placeInto(const ToolContext& context, Device& device, const PutOptions& options,
+               UploadOptions& upload) {
+  if (!options.store.empty()) upload.store(storeArgument(context, device, options.store));
+  if (options.folder.empty()) return;
+  // A handle is the device's to refuse.
+  if (const auto handle = numberOf(options.folder, 0xFFFFFFFF)) {
+    upload.folder(static_cast<std::uint32_t>(*handle));
+    return;
+  }
+  const auto folder = objectArgument(context, device, pathArgument(options.folder), true);
+  if (!folder.isFolder())
+    throw ToolError({.operation = "put",
+                     .object = objectInWords(folder),
+                     .status = status::kBadParameter,
+                     .why = "it is no folder"});
+  upload.folder(folder.handle());
+  // A folder has its store, which some devices want to be told.
+  if (options.store.empty()) upload.store(folder.store());
 }
 
 /// Each file has its own result.
 int runPut(ToolContext& context, const PutOptions& options) {
   UploadOptions upload;
-  upload.store(numberOrNone("store id", options.store))
-      .folder(numberOrNone("handle", options.parent));
   auto device = openCamera(context);
   if (!device.facts().can("acceptsFiles"))
     throw ToolError({.operation = context.operation,
                      .object = device.info().description(),
                      .status = status::kPTPOperationNotSupported,
                      .why = "it takes no files"});
+  placeInto(context, device, options, upload);
   Progress progress(context.output, context.interrupt, options.files.size());
   upload.progress(progress.callback()).begin([&](const std::string& name, std::uint64_t size) {
     progress.begin(name, size);
@@ -61,12 +78,13 @@ int runPut(ToolContext& context, const PutOptions& options) {
 
 void addPutCommand(CommandGroup& root) {
   const auto options = std::make_shared<PutOptions>();
-  root.command("put", "Send files to the device", "tarvoctl put photo.jpg",
+  root.command("put", "Send files to the device", "tarvoctl put photo.jpg --to DCIM/100TARVO",
                [options](ToolContext& context) { return runPut(context, *options); })
       .operand("FILE", options->files, "Files to send")
       .required()
-      .option("--store", options->store, "ID", "Into this store")
-      .option("--parent", options->parent, "HANDLE", "Into this folder, by its handle")
+      .option("--store", options->store, "STORE", "Into this store: its label or its id")
+      .option("--to", options->folder, "FOLDER",
+              "Into this folder: DCIM/100TARVO, its name, or its handle")
       .more("Names of 255 characters and files of 4 GiB, and more, are refused.");
 }
 

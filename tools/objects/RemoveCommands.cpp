@@ -7,10 +7,13 @@
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/Numbers.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
+#include "tools/objects/ObjectCommands.h"
+#include "tools/objects/ObjectFilter.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -18,11 +21,14 @@ namespace {
 
 struct RemoveOptions {
   std::vector<std::string> objects{};  ///< handles, names and patterns; not empty
-  bool yes = false;                    ///< does not ask
+  ObjectFilter filter{};
+  bool yes = false;     ///< does not ask
+  bool dryRun = false;  ///< deletes nothing
+  bool onlyVolumes = false;
 };
 
 struct RenameOptions {
-  std::string handle{};
+  std::string object{};  ///< handle or name
   std::string name{};
 };
 
@@ -34,39 +40,57 @@ class Removing {
  public:
   Removing(ToolContext& context, const RemoveOptions& options)
       : options_(options),
+        sieve_(context, options.filter),
         // Before the device is opened: where nobody can be asked nothing need be looked up.
-        consent_(context, "rm", options.yes, "delete objects"),
-        device_(openCamera(context)),
-        batch_(context, "objects deleted") {}
+        consent_(context, context.operation, options.yes || options.dryRun, "delete objects"),
+        device_(openDevice(context, options.onlyVolumes)),
+        isVolume_(device_.info().kind() == DeviceKind::kVolume),
+        things_(isVolume_ ? "files" : "objects"),
+        batch_(context, things_ + (options.dryRun ? " would be deleted" : " deleted")) {
+    sieve_.useStoresOf(device_);
+  }
 
   int run() {
-    batch_.visit(device_, chosen(options_.objects, false), "ls --recursive",
-                 [this](const ObjectInfo& object, bool) {
-                   found_.push_back(object);
-                   if (!object.isFolder()) bytes_ += object.size();
-                 });
-    if (batch_.goesOn() && !found_.empty() && !options_.yes)
-      consent_.require("Delete " + foundInWords() + " from " + device_.facts().name() + "?",
+    batch_.visit(device_, ObjectChoice().names(options_.objects),
+                 [this](const ObjectInfo& object, bool) { take(object); });
+    sieve_.arrange(found_);
+    for (const auto& object : found_)
+      if (!object.isFolder()) bytes_ += object.size();
+    if (batch_.goesOn() && !found_.empty() && !options_.yes && !options_.dryRun)
+      consent_.require("Delete " + foundInWords() + " from " + nameOf(device_) + "?",
                        "nothing was deleted");
     for (const auto& object : found_) {
       if (!batch_.goesOn()) break;
-      const PropertyDictionary json = {{"handle", object.handle()}, {"path", object.path()}};
-      batch_.attempt(json, objectInWords(object), [&] {
-        device_.remove(object);
-        batch_.succeeded(json, handleText(object.handle()) + "  " + object.path());
-      });
+      remove(object);
     }
     return batch_.finish();
   }
 
  private:
+  void take(const ObjectInfo& object) {
+    if (!sieve_.passes(object)) return;
+    if (object.isFolder() && isVolume_)
+      return batch_.refuseFolder(identityOf(object, "path"), object);
+    found_.push_back(object);
+  }
+
+  void remove(const ObjectInfo& object) {
+    PropertyDictionary json = identityOf(object, "path");
+    const std::string handle = isVolume_ ? "" : handleText(object.handle()) + "  ";
+    if (options_.dryRun) json["dryRun"] = true;
+    batch_.attempt(json, objectInWords(object), [&] {
+      if (!options_.dryRun) device_.remove(object);
+      batch_.succeeded(json, handle + object.path(), options_.dryRun ? object.size() : 0);
+    });
+  }
+
   /// "2 objects and folder DCIM with 3 objects, 7.7 MB,"; one object by its name.
   std::string foundInWords() {
     std::vector<std::string> words;
     const auto files = std::ranges::count(found_, false, &ObjectInfo::isFolder);
     if (files == 1)
       words.push_back(std::ranges::find(found_, false, &ObjectInfo::isFolder)->path());
-    if (files > 1) words.push_back(counted(static_cast<std::uint64_t>(files), "objects"));
+    if (files > 1) words.push_back(counted(static_cast<std::uint64_t>(files), things_));
     for (const auto& each : found_)
       if (each.isFolder()) words.push_back("folder " + each.path() + contentInWords(each));
     return joined(words, " and ") + ", " + sizeInWords(bytes_) + ",";
@@ -96,8 +120,11 @@ class Removing {
   }
 
   const RemoveOptions& options_;
+  ObjectSieve sieve_;
   Consent consent_;
   Device device_;
+  bool isVolume_;
+  std::string things_;
   Batch batch_;
   std::vector<ObjectInfo> found_;
   std::uint64_t bytes_ = 0;
@@ -105,16 +132,19 @@ class Removing {
 
 /// Names that a device cannot keep are refused before they are sent.
 int runRename(ToolContext& context, const RenameOptions& options) {
-  const std::uint32_t handle = numberArgument("rename", "handle", options.handle);
   // Without a device: none takes another one.
   const std::size_t length = utf16FromUTF8(options.name).size();
   if (length == 0 || length > kLongestName)
     throw ToolError({.operation = "rename",
-                     .object = handleText(handle),
+                     .object = options.object,
                      .status = status::kBadParameter,
                      .why = "a name has 1 to 254 characters",
                      .advice = "Choose another name."});
-  openCamera(context).rename(handle, options.name);
+  Device device = openCamera(context);
+  const auto number = numberOf(options.object, 0xFFFFFFFF);
+  const std::uint32_t handle = number ? static_cast<std::uint32_t>(*number)
+                                      : objectArgument(context, device, options.object).handle();
+  device.rename(handle, options.name);
   if (context.output.isJSON()) {
     context.output.document({{"handle", handle}, {"name", validUTF8(options.name)}});
   } else {
@@ -125,18 +155,33 @@ int runRename(ToolContext& context, const RenameOptions& options) {
 
 }  // namespace
 
-void addRemoveCommands(CommandGroup& root) {
-  const auto remove = std::make_shared<RemoveOptions>();
-  root.command("rm", "Delete objects on the device", "tarvoctl rm TARV0002.JPG --yes",
-               [remove](ToolContext& context) { return Removing(context, *remove).run(); })
-      .operand("OBJECT", remove->objects, "Handles, names, or patterns such as '*.JPG'")
+void addRemove(CommandGroup& group, Devices devices) {
+  const auto options = std::make_shared<RemoveOptions>();
+  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
+  auto command = group.command(
+      "rm", onlyVolumes ? "Delete files on it" : "Delete objects on the device",
+      onlyVolumes ? "tarvoctl volume rm TARV0001.JPG --yes" : "tarvoctl rm TARV0002.JPG --yes",
+      [options](ToolContext& context) { return Removing(context, *options).run(); });
+  command
+      .operand("OBJECT", options->objects,
+               onlyVolumes ? "Names, paths, or patterns such as '*.JPG'"
+                           : "Handles, names, or patterns such as '*.JPG'")
       .required()
-      .flag("--yes", remove->yes, "Do not ask")
-      .more("Objects are named as for get. A folder goes with all that is in it.");
+      .flag("--yes", options->yes, "Do not ask")
+      .flag("--dry-run", options->dryRun, "Say what would be deleted, and delete nothing");
+  addFilterOptions(command, options->filter)
+      .more(onlyVolumes
+                ? "Folders stay. The case of letters matters."
+                : "Objects are named as for get, but the case of letters matters. A folder\n"
+                  "goes with all that is in it; folders on a card stay.");
+}
+
+void addRemoveCommands(CommandGroup& root) {
+  addRemove(root, Devices::kAll);
   const auto rename = std::make_shared<RenameOptions>();
-  root.command("rename", "Give an object another name", "tarvoctl rename 0x00000003 HOLIDAY.JPG",
+  root.command("rename", "Give an object another name", "tarvoctl rename TARV0002.JPG HOLIDAY.JPG",
                [rename](ToolContext& context) { return runRename(context, *rename); })
-      .operand("HANDLE", rename->handle, "The object")
+      .operand("OBJECT", rename->object, "Its handle, name or path; the case matters")
       .required()
       .operand("NAME", rename->name, "Its new name")
       .required();

@@ -1,8 +1,9 @@
-// msc: the maker's units that show themselves as a disk.
+// msc: the maker's units that show themselves as a disk; and eject, for all that is connected.
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -174,11 +175,92 @@ int runUnitMount(ToolContext& context, const UnitMountOptions& options) {
 }
 
 /// Leaves the tray alone where a volume stays mounted.
-int runUnitEject(ToolContext& context) {
-  Unit unit = openUnit(context);
+int eject(ToolContext& context, Unit unit) {
   unit.eject();
   tell(context, unit, {{"ejected", true}}, unit.info().description() + " can be taken away.");
   return kDone;
+}
+
+int runUnitEject(ToolContext& context) {
+  return eject(context, openUnit(context));
+}
+
+/// What can be let go of: each unit, and each device that is none of these.
+struct Ejectable {
+  std::vector<UnitInfo> units{};
+  std::vector<DeviceInfo> volumes{};
+  std::vector<DeviceInfo> cameras{};
+
+  explicit Ejectable(Session& session) : units(session.units()) {
+    for (const auto& device : session.devices()) {
+      const bool isOfUnit = device.location() &&
+                            std::ranges::count(units, device.location(), &UnitInfo::location) > 0;
+      if (isOfUnit) continue;
+      (device.kind() == DeviceKind::kVolume ? volumes : cameras).push_back(device);
+    }
+  }
+};
+
+/// The one that --device names of one kind; none where it names none of it.
+template <typename Find>
+auto namedBy(const Find& find) -> std::optional<decltype(find())> {
+  try {
+    return find();
+  } catch (const Error& error) {
+    if (error.kind() != ErrorKind::kNotFound) throw;
+    return std::nullopt;
+  }
+}
+
+int ejectVolume(ToolContext& context, const DeviceInfo& volume) {
+  context.session().eject(volume);
+  PropertyDictionary json = asJSON(volume);
+  json["ejected"] = true;
+  if (context.output.isJSON()) {
+    context.output.document(json);
+  } else {
+    context.output.line(volume.description() + " can be taken away.");
+  }
+  return kDone;
+}
+
+/// A camera has nothing that could be lost, which is as good as ejected.
+int leaveCamera(ToolContext& context, const DeviceInfo& camera) {
+  PropertyDictionary json = asJSON(camera);
+  json["ejected"] = false;
+  json["canBeUnplugged"] = true;
+  if (context.output.isJSON()) {
+    context.output.document(json);
+  } else {
+    context.output.line(camera.description() + " can simply be unplugged: nothing is mounted.");
+  }
+  return kDone;
+}
+
+int runEject(ToolContext& context) {
+  Session& session = context.session();
+  const std::string& wanted = context.options.device;
+  const Ejectable all(session);
+  if (wanted.empty() && all.units.size() + all.volumes.size() > 1) {
+    std::vector<std::string> names;
+    for (const auto& unit : all.units)
+      names.push_back(unit.description());
+    for (const auto& volume : all.volumes)
+      names.push_back(volume.description());
+    throw ToolError({.operation = context.operation,
+                     .why = "several can be ejected: " + joined(names),
+                     .advice = "Choose one with --device and its serial number, location or name."},
+                    kBadUsage);
+  }
+  // A unit first: it opens its tray, too, which its card does not.
+  if (!all.units.empty())
+    if (const auto unit = namedBy([&] { return session.findUnit(wanted); }))
+      return eject(context, session.open(*unit));
+  if (wanted.empty() && !all.volumes.empty()) return ejectVolume(context, all.volumes.front());
+  if (wanted.empty() && !all.cameras.empty()) return leaveCamera(context, all.cameras.front());
+  const DeviceInfo device = findDevice(context);
+  return device.kind() == DeviceKind::kVolume ? ejectVolume(context, device)
+                                              : leaveCamera(context, device);
 }
 
 void addModes(CommandGroup& msc) {
@@ -206,6 +288,11 @@ void addModes(CommandGroup& msc) {
 }  // namespace
 
 void addMassStorageCommands(CommandGroup& root) {
+  root.command("eject", "Let go of a card, a dock or a camera, so that it can be taken away",
+               "tarvoctl eject --device CARD", runEject)
+      .more(
+          "Unmounts all of its volumes, and opens the tray of a unit. What keeps one busy is\n"
+          "named. A camera that speaks PTP has nothing mounted and can simply be unplugged.");
   auto group = root.group("msc", "Cameras, frames and docks that show themselves as a disk",
                           "tarvoctl msc list");
   group.command("list", "Every one that is connected", "tarvoctl msc list", runUnitList)

@@ -48,6 +48,14 @@ std::shared_ptr<const PTPStorageInfo> scanStorageInfo(XTPTPDataSet& dataSet) {
     read(name, field);
     TraceLog::trace("StorageInfo.%s: %llu", name, static_cast<unsigned long long>(field));
   });
+  // A store without its name is one all the same.
+  try {
+    const std::string description = dataSet.scanString();
+    info->label = dataSet.scanString();
+    if (info->label.empty()) info->label = description;
+  } catch (const Exception&) {
+    info->label.clear();
+  }
   return info;
 }
 

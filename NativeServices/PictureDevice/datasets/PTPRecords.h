@@ -48,8 +48,8 @@ PTPDeviceInfo scanDeviceInfo(XTPTPDataSet& dataSet);
 /// What scanDeviceInfo() reads, without padding.
 XTMutablePTPDataSet dataSetFromDeviceInfo(const PTPDeviceInfo& info);
 
-/// The fixed part of the StorageInfo data set (ISO 15740, "StorageInfo dataset"). The two texts
-/// that follow it, the description and the volume label, are not part of the record.
+/// The fixed part of the StorageInfo data set (ISO 15740, "StorageInfo dataset"). Of the two texts
+/// that follow it, the description and the volume label, only one is kept, which JSON does not have.
 struct PTPStorageInfo {
   std::uint16_t storageType = 0;       ///< 1, 2: fixed and removable ROM; 3, 4: the same in RAM
   std::uint16_t fileSymType = 0;       ///< 1 flat, 2 hierarchical, 3 DCF
@@ -57,6 +57,7 @@ struct PTPStorageInfo {
   std::uint64_t maxCapacity = 0;       ///< bytes
   std::uint64_t freeSpaceInBytes = 0;
   std::uint32_t freeSpaceInImages = 0;  ///< 0xFFFFFFFF where the device does not tell
+  std::string label{};  ///< of the volume, or else the description; read alone, and may be empty
 
   friend bool operator==(const PTPStorageInfo&, const PTPStorageInfo&) = default;
 };

@@ -73,6 +73,8 @@ class TARVO_API StoreInfo {
   std::uint64_t capacity() const;
   std::uint64_t freeBytes() const;
   std::uint32_t freePictures() const;
+  /// What a person calls it: the volume's label, or else the device's description. May be empty.
+  std::string label() const;
 
   const Data& data() const { return *data_; }
 

@@ -80,6 +80,8 @@ class TARVO_API ObjectQuery {
   ObjectQuery& format(std::uint16_t code);
   /// In one folder, by its handle; 0 is the top.
   ObjectQuery& folder(std::uint32_t handle);
+  /// On a volume: in one folder, by its path; empty is the top.
+  ObjectQuery& folder(std::string path);
   /// On a volume: neither sizes nor dates are looked up, which is faster.
   ObjectQuery& namesOnly(bool is = true);
 
@@ -101,6 +103,12 @@ class TARVO_API ObjectChoice {
   /// a slash is compared with the whole path. A name means the first object that has it. Patterns
   /// find neither hidden names nor folders. On a volume there are no handles.
   ObjectChoice& names(std::vector<std::string> texts);
+  /// Names and patterns without regard to the case of letters (of names those of ASCII); a name
+  /// means what has it exactly, where there is such an object, else the first that has it but for
+  /// case, which is given at the end.
+  ObjectChoice& ignoringCase(bool is = true);
+  /// Patterns find folders, too.
+  ObjectChoice& folders(bool is = true);
   /// Besides: pictures and films by their names' endings, or all that there is. Folders of a camera
   /// are never among them.
   ObjectChoice& others(Others which);
@@ -135,6 +143,8 @@ class TARVO_API ObjectVisitor {
   /// A name or pattern that nothing has, at the end. Without it the first of these ends the visit
   /// with kNotFound.
   ObjectVisitor& onUnmatched(std::function<void(const std::string& text)> visit);
+  /// Each object that is looked at, whether it is meant or not.
+  ObjectVisitor& onLooked(std::function<void()> looked);
 
   struct Data;
   const Data& data() const { return *data_; }
@@ -146,5 +156,7 @@ class TARVO_API ObjectVisitor {
 /// Whether a file is a picture or a film by its name's ending, without regard to case; never a
 /// hidden one. Any thread.
 TARVO_API bool isPictureOrFilm(std::string_view name);
+/// Whether it is a film, the same way.
+TARVO_API bool isFilm(std::string_view name);
 
 }  // namespace tarvo

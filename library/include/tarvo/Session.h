@@ -159,12 +159,16 @@ class TARVO_API Session {
   /// The maker's units that show themselves as a disk, in order of arrival.
   std::vector<UnitInfo> units();
 
-  /// The one that `wanted` names: serial number, or location as a number, decimal or 0x...; of a
-  /// volume also its name. An empty text means the only one: the only camera of the maker, the only
-  /// volume, the only unit. kNotFound, or kAmbiguous, which lists them.
+  /// The one that `wanted` names best: by its serial number (of a camera also the one that the
+  /// camera itself tells), its location as a number, decimal or 0x..., or its name; else by one of
+  /// these without regard to the case of ASCII letters; else by how one of these, or a word of the
+  /// name, begins. An empty text means the only one: the only camera of the maker, the only volume,
+  /// the only unit. kNotFound, or kAmbiguous, which lists them.
   DeviceInfo findCamera(std::string_view wanted = {});
   DeviceInfo findVolume(std::string_view wanted = {});
   UnitInfo findUnit(std::string_view wanted = {});
+  /// A camera or a volume; where nothing is named and there is no camera, the only volume.
+  DeviceInfo findDevice(std::string_view wanted = {});
 
   /// Opens a device, and holds it for as long as what is returned lives: no other program uses a
   /// camera meanwhile. One that is held is waited for a moment, as the desktop looks at each
@@ -174,6 +178,10 @@ class TARVO_API Session {
   Device openCamera(std::string_view wanted = {});
   Device openVolume(std::string_view wanted = {});
   Unit open(const UnitInfo& info);
+  /// Unmounts every volume of the USB device of this one, which can be taken away then; the tray of
+  /// a unit is opened by Unit::eject(). Waits 20 s at most. kBusy names what keeps one mounted;
+  /// kNotPermitted, kTimedOut, kRefused, kGone; kUnsupported for a camera.
+  void eject(const DeviceInfo& volume);
 
   /// Tells what comes and goes from now on, until the subscription goes; one at a time.
   [[nodiscard]] Subscription onDevice(
