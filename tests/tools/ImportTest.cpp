@@ -240,7 +240,7 @@ class ImportOfCard : public Import {
 };
 
 TEST_F(ImportOfCard, KnowsWhatCameByTheCamera) {
-  EXPECT_EQ(import({"--device", "KCXTL00001234"}).exitCode, 0);
+  EXPECT_EQ(import({"--device", "0x01420000"}).exitCode, 0);
   const auto run = import({"--device", "CARD", "--delete", "--yes"});
   EXPECT_THAT(run.err, AllOf(HasSubstr("1 file fetched"), HasSubstr("1 known")));
   EXPECT_THAT(imported(), Contains(Pair("CARD/2024-06-17/TARV0009.JPG", "new")));

@@ -49,6 +49,10 @@ TEST_F(VCards, OfEveryVersionGiveTheSameContact) {
     EXPECT_THAT(notes, ElementsAre(HasSubstr("several e-mail addresses"))) << card;
     EXPECT_FALSE(book.groups) << "no word of groups is not the same as no groups";
   }
+  // A zero behind a fold is no end of the text.
+  std::string zero = kCards[1];
+  zero.insert(zero.find("ple.org"), 1, '\0');
+  EXPECT_EQ(*read(zero).book.contacts->front(), expected);
 }
 
 TEST_F(VCards, ComeBackAsTheyWere) {

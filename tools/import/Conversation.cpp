@@ -180,6 +180,8 @@ void Conversation::obey(const Json& command) {
     event["event"] = "error";
     tell(std::move(event));
     isGone_ = isGone_ || error.endsDevice();
+  } catch (const importing::HistoryError& error) {
+    tell({{"event", "error"}, {"message", error.what()}});
   }
   isBusy_ = false;
 }

@@ -102,6 +102,18 @@ class Importing {
   }
 
   int run() {
+    try {
+      return runWithHistory();
+    } catch (const HistoryError& error) {
+      throw ToolError({.operation = context_.operation,
+                       .status = status::kIOError,
+                       .why = error.what(),
+                       .advice = "Try again."});
+    }
+  }
+
+ private:
+  int runWithHistory() {
     openHistory();
     if (command_.progress == "json")
       return Conversation(context_, *device_, history(), options_, wanted()).run();
@@ -117,7 +129,6 @@ class Importing {
     return fetch(search.items());
   }
 
- private:
   void makeFolder() {
     if (command_.dryRun) return;
     std::error_code error;

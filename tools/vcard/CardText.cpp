@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <iterator>
 #include <memory>
 
 // The library's own headers use what GLib has deprecated.
@@ -166,8 +167,9 @@ json cardsFromText(std::string_view text) {
     if (line.starts_with(kByteOrderMark)) line.remove_prefix(kByteOrderMark.size());
     if (isLine(line, "BEGIN:VCARD") && depth++ == 0) card.clear();
     if (depth == 0) continue;
-    // What is in an inner card is not of interest.
-    if (depth == 1) card += line;
+    // What is in an inner card is not of interest. A zero would end the text in the middle of a
+    // folded line, behind which the library goes on reading.
+    if (depth == 1) std::ranges::remove_copy(line, std::back_inserter(card), '\0');
     if (isLine(line, "END:VCARD") && --depth == 0) cards.push_back(cardFrom(card));
   }
   return cards;
