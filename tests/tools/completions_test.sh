@@ -7,7 +7,21 @@ made=$(cd "$1" && pwd)
 HOME=$(mktemp -d)
 export HOME
 trap 'rm -rf "$HOME"' EXIT
-mkdir -p "$HOME/work/pictures" && cd "$HOME/work" && touch a.json
+mkdir -p "$HOME/work/pictures" "$HOME/bin" && cd "$HOME/work" && touch a.json
+# A device with an object whose name a shell would run.
+cat >"$HOME/bin/tarvoctl" <<'STUB'
+#!/bin/sh
+[ "$1" != complete ] && printf '%s\n' "$*" >>"$HOME/typed" && exit
+case "$*" in
+  'complete device -- '*) printf 'SER1\tTarvo Lumo\n' ;;
+  'complete store -- '*) printf '0x00010001\tCARD\n' ;;
+  'complete property -- Wh') printf 'WhiteBalance\t\n' ;;
+  'complete object --device SER1 -- TARV') printf 'TARV0001.JPG\tJPEG image\n' ;;
+  'complete object -- odd') printf 'odd $(touch evaluated).JPG\tJPEG image\n' ;;
+esac
+STUB
+chmod +x "$HOME/bin/tarvoctl"
+PATH=$HOME/bin:$PATH
 failed=0
 
 # check NAME EXPECTED GOT: words, in any order.
@@ -35,7 +49,7 @@ in_fish() {
     "$made/completions/tarvoctl.fish" tarvoctl "$@" | cut -f1 | sed 's,/$,,'
 }
 
-global='--json --device --config --quiet --timeout --version --help'
+global='--json --json-lines --device --config --quiet --timeout --version --help'
 while IFS='|' read -r words expected; do
   mapfile -t typed < <(xargs -n 1 <<<"$words")
   check "bash: $words" "$expected" "$(in_bash "${typed[@]}")"
@@ -57,6 +71,10 @@ decode con|contact
 decode contact ''|a.json pictures
 decode contact a.json ''|a.json pictures
 get ''|
+--device ''|SER1
+ls --store ''|0x00010001
+property get Wh|WhiteBalance
+--device SER1 get TARV|TARV0001.JPG
 '\$(touch evaluated)' --\$(touch evaluated) ''|
 ROWS
 [[ ! -e evaluated ]] || check "what was typed" "nothing evaluated" "a file"

@@ -29,6 +29,13 @@ struct Argument {
 
   bool isFile() const { return value == "FILE" || value == "PATH"; }
   bool isFolder() const { return value == "DIR"; }
+  /// What 'tarvoctl complete' is asked for it; empty where no device knows more.
+  std::string kind() const {
+    if (name == "--device") return "device";
+    if (name == "--store" || value == "STORE") return "store";
+    if (value == "PROPERTY") return "property";
+    return value == "OBJECT" ? "object" : "";
+  }
 };
 
 /// The program, a group of commands, or a command.
@@ -67,6 +74,7 @@ Outline outlineOf(const CLI::App& app, const CommandTable& table, const std::str
     arguments.push_back(argumentOf(*option, table));
   }
   for (const auto* command : app.get_subcommands({})) {
+    if (command->get_group().empty()) continue;
     const std::string before = path.empty() ? path : path + " ";
     outline.commands.push_back(outlineOf(*command, table, before + command->get_name()));
   }
@@ -108,14 +116,22 @@ _tarvoctl_command() {
   case $1 in
 )";
 
-// Nothing that was typed is evaluated.
+// Nothing that was typed is evaluated, nor what a device says.
 constexpr const char* kBashEnd = R"(  esac
+}
+
+# What the device knows of the kind $1, quoted for the line.
+_tarvoctl_known() {
+  local word
+  tarvoctl complete "$@" 2>/dev/null | while IFS=$'\t' read -r word _; do
+    printf '%q\n' "$word"
+  done
 }
 
 _tarvoctl() {
   local current=${COMP_WORDS[COMP_CWORD]} command='' option='' kind word
   local commands='' options='' repeated=''
-  local -a operands=()
+  local -a operands=() device=()
   local -A values=()
   local -i i count=0
   _tarvoctl_command ''
@@ -124,6 +140,7 @@ _tarvoctl() {
     if [[ $word == = ]]; then
       : # bash takes --option=value apart
     elif [[ -n $option ]]; then
+      [[ $option == --device ]] && device=(--device "$word")
       option=''
     elif [[ $word == -* ]]; then
       [[ -n ${values[$word]+known} ]] && option=$word
@@ -144,7 +161,9 @@ _tarvoctl() {
     kind=${commands:-${operands[count]-$repeated}}
   fi
   COMPREPLY=()
-  if [[ $kind == '-o '* ]]; then
+  if [[ $kind == '-T '* ]]; then
+    mapfile -t COMPREPLY < <(_tarvoctl_known "${kind#-T }" "${device[@]}" -- "$current")
+  elif [[ $kind == '-o '* ]]; then
     compopt $kind # files, by readline itself, which knows how their names are quoted
   else
     mapfile -t COMPREPLY < <(compgen -W "$kind" -- "$current")
@@ -157,6 +176,7 @@ complete -F _tarvoctl tarvoctl
 std::string bashKind(const Argument& argument) {
   if (argument.isFile()) return shellWord("-o default");
   if (argument.isFolder()) return shellWord("-o dirnames");
+  if (!argument.kind().empty()) return shellWord("-T " + argument.kind());
   return shellWord(joined(argument.words, " "));
 }
 
@@ -187,6 +207,18 @@ std::string bashScript(const Outline& program) {
 
 // zsh.
 
+constexpr const char* kZshKnown = R"(
+# What the device knows of a kind.
+_tarvoctl_known() {
+  local -a found device
+  local -i at=${_tarvoctl_words[(I)--device]}
+  ((at)) && device=(--device "$_tarvoctl_words[at+1]")
+  found=("${(@f)$(tarvoctl complete $@[-1] $device -- "$PREFIX" 2>/dev/null)}")
+  found=(${found%%$'\t'*})
+  compadd -a found
+}
+)";
+
 constexpr const char* kZshGroup = R"(
   )
   _arguments -C $_tarvoctl_globals '1:command:->command' '*::argument:->argument'
@@ -210,6 +242,7 @@ std::string zshValue(const Argument& argument) {
   std::string action = argument.words.empty() ? " " : "(" + joined(argument.words, " ") + ")";
   if (argument.isFile()) action = "_files";
   if (argument.isFolder()) action = "_files -/";
+  if (!argument.kind().empty()) action = "_tarvoctl_known " + argument.kind();
   return ":" + escaped(argument.value, "\\:") + ":" + action;
 }
 
@@ -234,6 +267,7 @@ std::string zshFunction(const Outline& outline) {
   std::string name = outline.path.empty() ? "_tarvoctl" : "_tarvoctl_" + outline.path;
   std::ranges::replace(name, ' ', '_');
   std::string text = "\n" + name + "() {\n";
+  if (outline.path.empty()) text += "  local -a _tarvoctl_words=(\"${words[@]}\")\n";
   if (outline.commands.empty())
     return text + "  local -a own=(" + zshArguments(outline) +
            "\n  )\n  _arguments $_tarvoctl_globals $own\n}\n";
@@ -248,7 +282,7 @@ std::string zshScript(const Outline& program) {
   std::string script =
       "#compdef tarvoctl\n# zsh completion for tarvoctl, as 'tarvoctl completion zsh' prints it\n\n"
       "_tarvoctl_globals=(" +
-      zshArguments(program) + "\n)\n";
+      zshArguments(program) + "\n)\n" + kZshKnown;
   forEach(program, [&](const Outline& outline) { script += zshFunction(outline); });
   return script + kZshEnd;
 }
@@ -279,6 +313,16 @@ function __tarvoctl_at
     and test (count $words) $compare[1] (math (count $argv) + $compare[2])
 end
 
+# What the device knows of a kind.
+function __tarvoctl_known
+    set -l words (commandline -opc)
+    set -l device
+    if set -l at (contains -i -- --device $words)
+        set device --device $words[(math $at + 1)]
+    end
+    tarvoctl complete $argv $device -- (commandline -ct) 2>/dev/null
+end
+
 complete -c tarvoctl -f
 )";
 
@@ -296,6 +340,7 @@ std::string fishRule(const Outline& outline, const std::string& count, const std
 std::string fishValue(const Argument& argument) {
   if (argument.isFile()) return " -F";
   if (argument.isFolder()) return " -a '(__fish_complete_directories)'";
+  if (!argument.kind().empty()) return " -a '(__tarvoctl_known " + argument.kind() + ")'";
   return argument.words.empty() ? "" : " -a " + fishQuoted(joined(argument.words, " "));
 }
 
