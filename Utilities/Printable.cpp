@@ -48,8 +48,8 @@ namespace {
 /// Whether the reason says all that the status says, and more.
 bool isSaidByReason(Status status) {
   return status == status::kBadParameter || status == status::kIOError ||
-         status == status::kFileNotFound || status >= status::kAddressBookTooManyContacts ||
-         !statusWords(status);
+         status == status::kFileNotFound || status == status::kNotAFile ||
+         status >= status::kAddressBookTooManyContacts || !statusWords(status);
 }
 
 }  // namespace

@@ -113,7 +113,7 @@ TEST_F(Transfer, OneBadObjectDoesNotEndTheBatch) {
   const auto run = bench.fails({"get", "--all", "--output", bench.folder.path("pictures/")});
   EXPECT_THAT(fetched(), SizeIs(3));
   EXPECT_THAT(run.err, ContainsRegex("get DCIM/100TARVO/TARV0002.JPG \\(0x[0-9a-f]{8}\\): access "
-                                     "denied by the device \\(0x200f\\)"));
+                                     "denied by the device\\. .*\\(0x200f\\)"));
   EXPECT_THAT(run.err, HasSubstr("3 files fetched, 7.7 MB, 1 failed\n"));
   EXPECT_THAT(run.lines(), SizeIs(3));
 }

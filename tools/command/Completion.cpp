@@ -212,7 +212,7 @@ constexpr const char* kZshKnown = R"(
 _tarvoctl_known() {
   local -a found device
   local -i at=${_tarvoctl_words[(I)--device]}
-  ((at)) && device=(--device "$_tarvoctl_words[at+1]")
+  [[ $@[-1] != device ]] && ((at)) && device=(--device "$_tarvoctl_words[at+1]")
   found=("${(@f)$(tarvoctl complete $@[-1] $device -- "$PREFIX" 2>/dev/null)}")
   found=(${found%%$'\t'*})
   compadd -a found
@@ -317,7 +317,7 @@ end
 function __tarvoctl_known
     set -l words (commandline -opc)
     set -l device
-    if set -l at (contains -i -- --device $words)
+    if test $argv != device; and set -l at (contains -i -- --device $words)
         set device --device $words[(math $at + 1)]
     end
     tarvoctl complete $argv $device -- (commandline -ct) 2>/dev/null

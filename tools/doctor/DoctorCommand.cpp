@@ -108,14 +108,9 @@ Finding lookAtPreferences(const ToolContext& context) {
   return {.isWell = true, .found = read.empty() ? "none, which is fine" : joined(read)};
 }
 
-/// The models, with the folder of the agent's bundle in the reason.
 Finding lookAtModels(const ToolContext& context) {
-  try {
-    return {.isWell = true,
-            .found = counted(context.session().supportedCameras().size(), "models known")};
-  } catch (const Error& error) {
-    return {.found = error.object() + " is missing", .mend = error.advice()};
-  }
+  return {.isWell = true,
+          .found = counted(context.session().supportedCameras().size(), "models known")};
 }
 
 Finding lookAtRelay(const ToolContext&) {
@@ -230,7 +225,10 @@ Finding lookAtDisks(const ToolContext&) {
   const auto bus = busOf(G_BUS_TYPE_SYSTEM, why);
   if (bus && (hasOwner(bus.get(), kDisks) || canBeStarted(bus.get(), kDisks)))
     return {.isWell = true, .found = "it is there"};
-  return {.found = bus ? "it is not installed" : "the system bus: " + why,
+  if (!bus)
+    return {.found = "the system bus: " + why,
+            .mend = "Run 'sudo systemctl start dbus'; without it no card is unmounted or ejected."};
+  return {.found = "it is not installed",
           .mend = "Run 'sudo apt install udisks2'; without it no card is unmounted or ejected."};
 }
 
