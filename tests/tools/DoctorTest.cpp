@@ -46,7 +46,7 @@ TEST(Complete, OffersWhatTheDeviceKnowsAndIsSilentWhereItFails) {
   CameraBench bench;
   const std::tuple<const char*, const char*, std::vector<std::string>> rows[] = {
       {"property", "Exp", {"ExposureBiasCompensation\t"}},
-      {"store", "", {"0x00010001\tCARD"}},
+      {"store", "", {"CARD\t0x00010001"}},
       {"object", "TARV0003", {"TARV0003.MOV\tQuickTime movie"}},
       {"object", "MISC/", {"MISC/NOTES.TXT\ttext"}},
       {"object", "none", {}}};

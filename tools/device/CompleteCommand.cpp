@@ -86,7 +86,8 @@ class Completing {
   void stores(Device& device) {
     for (const std::uint32_t id : device.storeIDs()) {
       const std::string label = device.store(id).label();
-      offer(label.find(' ') == std::string::npos ? label : handleText(id), handleText(id));
+      const bool isWord = !label.empty() && label.find(' ') == std::string::npos;
+      offer(isWord ? label : handleText(id), isWord ? handleText(id) : label);
     }
   }
 
