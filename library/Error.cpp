@@ -25,7 +25,7 @@ constexpr const char* kAtTheScreen =
 constexpr auto kMeanings = std::to_array<Meaning>({
     {status::kFileNotFound, ErrorKind::kNotFound, "Check the name."},
     {status::kDuplicateFile, ErrorKind::kExists, ""},
-    {status::kIOError, ErrorKind::kHost, "Check that there is room and that you may write there."},
+    {status::kIOError, ErrorKind::kHost, "Check that you may read and write there."},
     {status::kBadParameter, ErrorKind::kMisuse, "Check what was given."},
     {status::kWriteNotPermitted, ErrorKind::kNotPermitted, "It can be read only."},
     {status::kOutOfMemory, ErrorKind::kHost, "Close other programs and try again."},
@@ -126,8 +126,12 @@ Error errorFrom(Error::Details details) {
 Error errorOf(Failure failure) {
   const Meaning* meaning = meaningOf(failure.status);
   const auto otherwise = meaning ? meaning->kind : ErrorKind::kRefused;
+  const auto kind = failure.kind.value_or(otherwise);
+  const bool hasNoRoom = kind == ErrorKind::kDiskFull || kind == ErrorKind::kTooLarge;
+  if (failure.advice.empty() && hasNoRoom && failure.status == status::kIOError)
+    failure.advice = "Make room on the disk of this computer, or choose another folder.";
   if (failure.advice.empty() && meaning) failure.advice = meaning->advice;
-  return errorFrom({.kind = failure.kind.value_or(otherwise),
+  return errorFrom({.kind = kind,
                     .status = failure.status,
                     .object = std::move(failure.object),
                     .reason = std::move(failure.why),

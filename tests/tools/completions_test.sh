@@ -71,6 +71,7 @@ decode con|contact
 decode contact ''|a.json pictures
 decode contact a.json ''|a.json pictures
 get ''|
+get -o ''|a.json pictures
 --device ''|SER1
 ls --store ''|0x00010001
 property get Wh|WhiteBalance

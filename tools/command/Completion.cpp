@@ -20,8 +20,9 @@ namespace {
 
 /// An option or an operand.
 struct Argument {
-  std::string name{};   ///< "--format"; of an operand "FILE"
-  std::string value{};  ///< what the help calls its value, "FORMAT"; empty for a flag
+  std::string name{};    ///< "--format"; of an operand "FILE"
+  std::string letter{};  ///< "-o", of an option that has one
+  std::string value{};   ///< what the help calls its value, "FORMAT"; empty for a flag
   std::string help{};
   std::vector<std::string> words{};  ///< all that the value may be, where that is known
   bool isRequired = false;
@@ -54,6 +55,7 @@ Argument argumentOf(const CLI::Option& option, const CommandTable& table) {
   const bool isOperand = option.get_positional();
   const auto words = table.words.find(&option);
   return {.name = isOperand ? option.get_name(true) : "--" + option.get_lnames().front(),
+          .letter = option.get_snames().empty() ? "" : "-" + option.get_snames().front(),
           .value = isOperand ? option.get_name(true) : option.get_type_name(),
           .help = option.get_description(),
           .words = words == table.words.end() ? std::vector<std::string>() : words->second,
@@ -188,7 +190,9 @@ std::string bashCommand(const Outline& outline) {
   std::string values;
   for (const auto& option : outline.options) {
     options += " " + option.name;
-    if (!option.value.empty()) values += "[" + option.name + "]=" + bashKind(option) + " ";
+    if (option.value.empty()) continue;
+    for (const auto& name : {option.name, option.letter})
+      if (!name.empty()) values += "[" + name + "]=" + bashKind(option) + " ";
   }
   std::string operands;
   std::string repeated;
@@ -254,6 +258,9 @@ std::string zshArguments(const Outline& outline) {
     text +=
         "\n    " + shellWord(option.value.empty() ? option.name + help
                                                   : option.name + "=" + help + zshValue(option));
+    if (option.letter.empty()) continue;
+    text +=
+        "\n    " + shellWord(option.letter + help + (option.value.empty() ? "" : zshValue(option)));
   }
   int place = 0;
   for (const auto& operand : outline.operands) {
@@ -345,7 +352,9 @@ std::string fishValue(const Argument& argument) {
 }
 
 std::string fishOption(const Argument& option) {
-  const std::string text = " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
+  const std::string letter = option.letter.empty() ? "" : " -s " + option.letter.substr(1);
+  const std::string text =
+      letter + " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
   if (option.value.empty()) return text;
   return text + (option.isFile() ? " -r" : " -x") + fishValue(option);
 }
@@ -371,7 +380,7 @@ std::string fishScript(const Outline& program) {
   forEach(program, [&](const Outline& outline) {
     rules += fishRules(outline);
     for (const auto& option : outline.options)
-      if (!option.value.empty()) valued.insert(option.name);
+      if (!option.value.empty()) valued.insert({option.name, option.letter});
   });
   return kFishStart + ("set -g __tarvoctl_valued " + joined({valued.begin(), valued.end()}, " ")) +
          "\n" + rules;
@@ -403,7 +412,8 @@ std::string manArguments(const std::vector<Argument>& arguments) {
   std::string text;
   for (const auto& argument : arguments) {
     const bool isOperand = argument.name == argument.value;
-    text += ".TP\n" + (isOperand ? "" : manText(argument.name));
+    const std::string letter = argument.letter.empty() ? "" : "\\fB\\" + argument.letter + "\\fP, ";
+    text += ".TP\n" + (isOperand ? "" : letter + manText(argument.name));
     if (!isOperand && !argument.value.empty()) text += " ";
     if (!argument.value.empty()) text += "\\fI" + argument.value + "\\fP";
     text += "\n" + manText(argument.help) + "\n";
