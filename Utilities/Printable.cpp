@@ -43,15 +43,33 @@ std::string joined(const std::vector<std::string>& texts, std::string_view separ
   return all;
 }
 
-std::string statusWithHex(Status status) {
-  std::string words = statusText(status);
-  if (words.find("0x") != std::string::npos) return words;
-  const auto hex = formatted("0x%x", static_cast<unsigned>(status));
-  if (words.ends_with(')')) {
-    words.pop_back();
-    return words + ", " + hex + ")";
-  }
-  return words + " (" + hex + ")";
+namespace {
+
+/// Whether the reason says all that the status says, and more.
+bool isSaidByReason(Status status) {
+  return status == status::kBadParameter || status == status::kIOError ||
+         status == status::kFileNotFound || status == status::kNotAFile ||
+         status >= status::kAddressBookTooManyContacts || !statusWords(status);
+}
+
+}  // namespace
+
+std::string inWords(const FailureWords& failure) {
+  std::string words(failure.operation);
+  const auto append = [&words](const char* separator, std::string_view text) {
+    if (text.empty()) return;
+    if (!words.empty()) words += separator;
+    words += text;
+  };
+  const Status status = failure.status;
+  append(" ", failure.object);
+  if (status != status::kOK && (failure.why.empty() || !isSaidByReason(status)))
+    append(": ", statusWords(status) ? statusWords(status) : "it ended in a way that nobody knows");
+  append(": ", failure.why);
+  if (!failure.advice.empty() && !words.ends_with('.')) words += '.';
+  append(" ", failure.advice);
+  if (status != status::kOK) append(" ", formatted("(0x%x)", static_cast<unsigned>(status)));
+  return printable(words);
 }
 
 std::string handleText(std::uint32_t handle) {

@@ -18,8 +18,17 @@ std::string printable(std::string_view text);
 std::string printableLines(std::string_view text);
 /// One text of several: "a, b".
 std::string joined(const std::vector<std::string>& texts, std::string_view separator = ", ");
-/// A status with its number in decimal, where that is how it is known, and in hexadecimal.
-std::string statusWithHex(Status status);
+/// What is known of a failure. What is empty, and status 0, is not said.
+struct FailureWords {
+  std::string_view operation{};
+  std::string_view object{};
+  Status status = status::kOK;
+  std::string_view why{};     ///< a clause
+  std::string_view advice{};  ///< sentences
+};
+/// "get TARV0001.JPG: device did not answer in time: WHY. ADVICE (0xffffd950)": words first, the
+/// number last. One line, printable, whatever a device gave.
+std::string inWords(const FailureWords& failure);
 /// Object handles and store ids: "0x00010003".
 std::string handleText(std::uint32_t handle);
 

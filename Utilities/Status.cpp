@@ -121,16 +121,20 @@ constexpr bool isKnownInHex(Status value) {
 
 }  // namespace
 
+const char* statusWords(Status value) {
+  const auto* row = std::ranges::find(kStatusWords, value, &StatusWords::value);
+  return row == kStatusWords.end() ? nullptr : row->words;
+}
+
 std::string statusText(Status value) {
-  const auto* row = std::find_if(kStatusWords.begin(), kStatusWords.end(),
-                                 [&](const StatusWords& each) { return each.value == value; });
-  if (row == kStatusWords.end()) {
+  const char* words = statusWords(value);
+  if (!words) {
     if (isIOKitStatus(value)) return formatted("status 0x%x", static_cast<unsigned>(value));
     // Platform statuses are written as negative decimals everywhere, so those get no other form.
     return value > 0 ? formatted("status %d (0x%x)", value, static_cast<unsigned>(value))
                      : formatted("status %d", value);
   }
-  return formatted(isKnownInHex(value) ? "%s (0x%x)" : "%s (%d)", row->words, value);
+  return formatted(isKnownInHex(value) ? "%s (0x%x)" : "%s (%d)", words, value);
 }
 
 }  // namespace tarvo

@@ -120,7 +120,10 @@ inline constexpr Status kAddressBookDotAtSign = 0x10000016;
 inline constexpr Status kAddressBookOuterDot = 0x10000017;
 }  // namespace status
 
-/// A status in words, for example "operation not supported by the device (0x2005)" or
+/// A status in words alone, for example "file not found"; null where nobody knows it. Any thread.
+const char* statusWords(Status value);
+
+/// The same with its number, for example "operation not supported by the device (0x2005)" or
 /// "file not found (-43)". Unknown values give "status N", positive ones with the hexadecimal
 /// number as well. Any thread.
 std::string statusText(Status value);

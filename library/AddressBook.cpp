@@ -1,9 +1,11 @@
 #include "tarvo/AddressBook.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <ostream>
 #include <set>
+#include <span>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
@@ -123,6 +125,8 @@ struct BookOptions::Data {
   bool isPartial = false;
   std::vector<std::size_t> nameless{};
   bool syncOnly = false;
+  bool skipsInvalid = false;
+  bool shortens = false;
 };
 
 BookOptions::BookOptions() : data_(std::make_shared<Data>()) {}
@@ -141,6 +145,14 @@ BookOptions& BookOptions::nameless(std::vector<std::size_t> contacts) {
 }
 BookOptions& BookOptions::syncOnly(bool is) {
   ownOf(data_).syncOnly = is;
+  return *this;
+}
+BookOptions& BookOptions::skipsInvalid(bool is) {
+  ownOf(data_).skipsInvalid = is;
+  return *this;
+}
+BookOptions& BookOptions::shortens(bool is) {
+  ownOf(data_).shortens = is;
   return *this;
 }
 
@@ -186,10 +198,11 @@ std::ostream& operator<<(std::ostream& out, const BookChange& change) {
 
 namespace {
 
-std::optional<BookFault> faultIn(const OpenedDevice& camera, const AddressBook& book) {
+std::vector<AddressBookFault> faultsIn(const OpenedDevice& camera, const AddressBook& book) {
   const auto error = camera.device().validateAddressBookDict(book);
-  if (!error) return std::nullopt;
-  return valueOf<BookFault>({*error, inWords(*error, book)});
+  auto faults = error ? addressBookFaults(book) : std::vector<AddressBookFault>();
+  if (error && faults.empty()) faults.push_back({*error});
+  return faults;
 }
 
 void refuseChange(const std::string& why, const std::string& advice, ErrorKind kind,
@@ -207,15 +220,54 @@ void refuseGaps(const OpenedDevice& camera, const ContactBook& there) {
          .advice = "Try again, or remove what cannot be read."});
 }
 
-/// Of the plan and not of the file: where others are kept the book is both.
+/// Of the plan and not of the file: where others are kept the book is both. An entry is named once.
+std::vector<BookObstacle> obstaclesIn(const OpenedDevice& camera, const BookChange::Data& change) {
+  const AddressBook& book = change.plan.book;
+  std::vector<BookObstacle> obstacles;
+  std::set<const void*> named;
+  for (const auto& fault : faultsIn(camera, book)) {
+    BookObstacle obstacle{.why = inWords(fault, book), .code = fault.ptpErrorCode};
+    if (fault.part == AddressBookFault::Part::kContact)
+      obstacle.contact = (*book.contacts)[fault.index];
+    if (fault.part == AddressBookFault::Part::kGroup) obstacle.group = (*book.groups)[fault.index];
+    named.insert(obstacle.contact.get());
+    named.insert(obstacle.group.get());
+    obstacles.push_back(std::move(obstacle));
+  }
+  for (auto& obstacle : obstaclesTo(change.way, change.plan, change.surroundings))
+    if (!named.contains(obstacle.contact ? static_cast<void*>(obstacle.contact.get())
+                                         : obstacle.group.get()))
+      obstacles.push_back(std::move(obstacle));
+  return obstacles;
+}
+
+/// What can be done about it, by what is wrong first.
+std::string adviceFor(const BookObstacle& obstacle, const AddressBook& book) {
+  const auto excess = [](const auto& entries, std::uint32_t limit) {
+    const auto counts = [](const auto& entry) { return entry->action != DataSyncAction::kDelete; };
+    return std::to_string(std::ranges::count_if(*entries, counts) - limit);
+  };
+  if (obstacle.code == status::kAddressBookTooManyContacts)
+    return "Contacts to be taken out of it: " + excess(book.contacts, book.limits.maxAddresses) +
+           ".";
+  if (obstacle.code == status::kAddressBookTooManyGroups)
+    return "Groups to be taken out of it: " + excess(book.groups, book.limits.maxGroups) + ".";
+  return "Correct what is wrong and try again.";
+}
+
 void refuseInvalid(const OpenedDevice& camera, const BookChange::Data& change) {
-  if (const auto fault = faultIn(camera, change.plan.book))
-    raise({.status = fault->code(),
-           .why = fault->message(),
-           .advice = "Nothing was sent; correct the entry and try again.",
-           .kind = ErrorKind::kMisuse});
-  refuseChange(obstacleTo(change.way, change.plan, change.surroundings),
-               "Correct the entry and try again.", ErrorKind::kMisuse);
+  constexpr std::size_t kMostNamed = 20;
+  const auto obstacles = obstaclesIn(camera, change);
+  if (obstacles.empty()) return;
+  std::vector<std::string> words;
+  for (const auto& obstacle : std::span(obstacles).first(std::min(obstacles.size(), kMostNamed)))
+    words.push_back(obstacle.why);
+  if (obstacles.size() > kMostNamed)
+    words.push_back("and " + std::to_string(obstacles.size() - kMostNamed) + " more");
+  raise({.status = obstacles.front().code,
+         .why = joined(words, "; "),
+         .advice = "Nothing was sent. " + adviceFor(obstacles.front(), change.plan.book),
+         .kind = ErrorKind::kMisuse});
 }
 
 /// An order names its recipients by their handles: it would go to another address, or to nobody.
@@ -236,6 +288,22 @@ void refuseOtherRecipients(const OpenedDevice& camera, BookChange::Data& change)
     refuseFor(*contact);
   for (const auto& changed : changes.changed)
     if (changed.before->email != changed.after->email) refuseFor(*changed.before);
+}
+
+/// The entries of the wanted book that cannot be kept: what the device has of them stays.
+void skipInvalid(const OpenedDevice& camera, BookChange::Data& change, PlanOptions& options) {
+  for (const auto& obstacle : obstaclesIn(camera, change)) {
+    const auto contact = change.plan.origins.find(obstacle.contact);
+    const auto group = change.plan.groupOrigins.find(obstacle.group);
+    if (contact != change.plan.origins.end()) {
+      options.skipped.insert(contact->second);
+    } else if (group != change.plan.groupOrigins.end()) {
+      options.skippedGroups.insert(group->second);
+    } else {
+      continue;
+    }
+    change.warnings.push_back("Left out: " + obstacle.why + ".");
+  }
 }
 
 PlanOptions planOptions(const AddressBook& wanted, const BookOptions::Data& options,
@@ -342,42 +410,62 @@ bool keepsContactsSingly(Device& device) {
                [](OpenedDevice& camera) { return keepsContactsSingly(camera); });
 }
 
-std::optional<BookFault> checkAddressBook(Device& device, const ContactBook& there,
-                                          const ContactBook& wanted) {
-  return asked(device.state(), "checkAddressBook", [&](OpenedDevice& camera) {
+std::vector<BookFault> findBookFaults(Device& device, const ContactBook& there,
+                                      const ContactBook& wanted) {
+  return asked(device.state(), "findBookFaults", [&](OpenedDevice& camera) {
     AddressBook book = wanted.data().book;
     // The limits of the device that is there, whatever the book's own are.
     book.limits = there.data().book.limits;
     if (!book.contacts) book.contacts.emplace();
     if (!book.groups) book.groups.emplace();
-    return faultIn(camera, book);
+    std::vector<BookFault> faults;
+    for (const auto& fault : faultsIn(camera, book))
+      faults.push_back(valueOf<BookFault>({fault, inWords(fault, book)}));
+    return faults;
   });
+}
+
+std::optional<BookFault> checkAddressBook(Device& device, const ContactBook& there,
+                                          const ContactBook& wanted) {
+  const auto faults = findBookFaults(device, there, wanted);
+  return faults.empty() ? std::nullopt : std::optional(faults.front());
 }
 
 BookChange planAddressBook(Device& device, const ContactBook& there, const ContactBook& wanted,
                            const BookOptions& options) {
   return asked(device.state(), "planAddressBook", [&](OpenedDevice& camera) {
     refuseGaps(camera, there);
-    const AddressBook& book = wanted.data().book;
+    const AddressBook& now = there.data().book;
+    std::vector<std::string> notes;
+    const AddressBook book = options.data().shortens
+                                 ? shortened(wanted.data().book, now.limits, notes)
+                                 : wanted.data().book;
     const bool isSingly = keepsContactsSingly(camera);
+    PlanOptions how = planOptions(book, options.data(), isSingly);
     const auto data = std::make_shared<BookChange::Data>(BookChange::Data{
         .device = device.state(),
         .isSingly = isSingly,
         .way = options.data().syncOnly ? BookWay::kSynchronisation
                : isSingly              ? BookWay::kSingly
                                        : BookWay::kFile,
-        .plan = planBook(there.data().book, book, planOptions(book, options.data(), isSingly)),
+        .plan = planBook(now, book, how),
         .surroundings = {.encoding = camera.session().platform().services().defaultEncoding}});
     BookChange change(data);
+    for (const auto& note : notes)
+      data->warnings.push_back(note + ".");
+    if (options.data().skipsInvalid) {
+      skipInvalid(camera, *data, how);
+      data->plan = planBook(now, book, how);
+    }
     // Where it is not known who is who, one of two people would be lost.
     refuseChange(data->plan.doubt, "Export the book, and change that.", ErrorKind::kAmbiguous);
     if (change.isEmpty() && !change.emptiesBook()) return change;
     refuseInvalid(camera, *data);
     refuseOtherRecipients(camera, *data);
-    data->warnings = warningsOf(data->way, camera, data->plan);
     if (!isSingly && book.groups && !book.groups->empty())
-      data->warnings.insert(data->warnings.begin(),
-                            "The device keeps no groups: those of the file are left out.");
+      data->warnings.emplace_back("The device keeps no groups: those of the file are left out.");
+    std::ranges::move(warningsOf(data->way, camera, data->plan),
+                      std::back_inserter(data->warnings));
     return change;
   });
 }

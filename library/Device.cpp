@@ -202,10 +202,12 @@ ObjectInfo Device::object(std::uint32_t handle) {
   });
 }
 
-std::optional<std::uint32_t> Device::count(std::uint32_t store) {
+std::optional<std::uint32_t> Device::count(std::uint32_t store) { return count(store, 0); }
+
+std::optional<std::uint32_t> Device::count(std::uint32_t store, std::uint16_t format) {
   return asked(state_, "count", [&](OpenedDevice& camera) {
     const auto count =
-        camera.transactions().numberOfObjectsOnStore(store == 0 ? ptp::kAllStores : store, 0);
+        camera.transactions().numberOfObjectsOnStore(store == 0 ? ptp::kAllStores : store, format);
     return count < 0 ? std::nullopt : std::optional(static_cast<std::uint32_t>(count));
   });
 }

@@ -25,7 +25,7 @@ constexpr const char* kAtTheScreen =
 constexpr auto kMeanings = std::to_array<Meaning>({
     {status::kFileNotFound, ErrorKind::kNotFound, "Check the name."},
     {status::kDuplicateFile, ErrorKind::kExists, ""},
-    {status::kIOError, ErrorKind::kHost, "Check that there is room and that you may write there."},
+    {status::kIOError, ErrorKind::kHost, "Check that you may read and write there."},
     {status::kBadParameter, ErrorKind::kMisuse, "Check what was given."},
     {status::kWriteNotPermitted, ErrorKind::kNotPermitted, "It can be read only."},
     {status::kOutOfMemory, ErrorKind::kHost, "Close other programs and try again."},
@@ -42,7 +42,7 @@ constexpr auto kMeanings = std::to_array<Meaning>({
      "Install the udev rule (70-tarvo.rules) and plug the device in again."},
     {status::kICADeviceGone, ErrorKind::kGone, kPlugIn},
     {status::kICATimeout, ErrorKind::kTimedOut,
-     "Switch the device off and on; a slow one may need a longer time."},
+     "Switch the device off and on; where it is only slow, give it more time."},
     {status::kICAOutOfTime, ErrorKind::kTimedOut, ""},
     {status::kICAProtocolError, ErrorKind::kBroken, kOffAndOn},
     {status::kIOReturnNoDevice, ErrorKind::kGone, kPlugIn},
@@ -82,22 +82,6 @@ const Meaning* meaningOf(Status status) {
   return row == kMeanings.end() ? nullptr : row;
 }
 
-/// "download TARV0001.JPG: device did not answer in time (-9904, 0xffffd950): WHY. ADVICE".
-std::string onOneLine(const Error::Details& details) {
-  std::string words = details.operation;
-  const auto append = [&words](const char* separator, const std::string& text) {
-    if (text.empty()) return;
-    if (!words.empty()) words += separator;
-    words += text;
-  };
-  append(" ", details.object);
-  if (details.status != status::kOK) append(": ", statusWithHex(details.status));
-  append(": ", details.reason);
-  if (!details.advice.empty() && !words.ends_with('.')) words += '.';
-  append(" ", details.advice);
-  return printable(words);
-}
-
 }  // namespace
 
 Error::Error(std::shared_ptr<const Details> details) noexcept : details_(std::move(details)) {}
@@ -129,7 +113,11 @@ namespace library {
 namespace {
 
 Error errorFrom(Error::Details details) {
-  details.what = onOneLine(details);
+  details.what = inWords(FailureWords{.operation = details.operation,
+                                      .object = details.object,
+                                      .status = details.status,
+                                      .why = details.reason,
+                                      .advice = details.advice});
   return Error(std::make_shared<const Error::Details>(std::move(details)));
 }
 
@@ -138,8 +126,12 @@ Error errorFrom(Error::Details details) {
 Error errorOf(Failure failure) {
   const Meaning* meaning = meaningOf(failure.status);
   const auto otherwise = meaning ? meaning->kind : ErrorKind::kRefused;
+  const auto kind = failure.kind.value_or(otherwise);
+  const bool hasNoRoom = kind == ErrorKind::kDiskFull || kind == ErrorKind::kTooLarge;
+  if (failure.advice.empty() && hasNoRoom && failure.status == status::kIOError)
+    failure.advice = "Make room on the disk of this computer, or choose another folder.";
   if (failure.advice.empty() && meaning) failure.advice = meaning->advice;
-  return errorFrom({.kind = failure.kind.value_or(otherwise),
+  return errorFrom({.kind = kind,
                     .status = failure.status,
                     .object = std::move(failure.object),
                     .reason = std::move(failure.why),

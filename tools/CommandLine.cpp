@@ -22,6 +22,7 @@ namespace tarvo::tools {
 using CommandAdder = void(CommandGroup& root);
 // Each stands in the file of its commands.
 CommandAdder addDeviceCommands;
+CommandAdder addInfoCommand;
 CommandAdder addEventCommand;
 CommandAdder addStorageCommands;
 CommandAdder addListCommand;
@@ -41,16 +42,19 @@ CommandAdder addModelCommands;
 CommandAdder addRecordCommands;
 CommandAdder addLeftoversCommand;
 CommandAdder addCompletionCommand;
+CommandAdder addCompleteCommand;
+CommandAdder addDoctorCommand;
 
 namespace {
 
 /// In the order of the help.
 constexpr CommandAdder* kCommands[] = {
-    addDeviceCommands, addEventCommand,       addStorageCommands,     addListCommand,
-    addGetCommand,     addImportCommand,      addPutCommand,          addRemoveCommands,
-    addVolumeCommands, addPropertyCommands,   addOrdersCommands,      addAddressBookCommands,
-    addAlbumCommands,  addDeviceFileCommands, addMassStorageCommands, addQueryCommand,
-    addModelCommands,  addRecordCommands,     addLeftoversCommand,    addCompletionCommand};
+    addDeviceCommands,      addInfoCommand,       addEventCommand,       addStorageCommands,
+    addListCommand,         addGetCommand,        addImportCommand,      addPutCommand,
+    addRemoveCommands,      addVolumeCommands,    addPropertyCommands,   addOrdersCommands,
+    addAddressBookCommands, addAlbumCommands,     addDeviceFileCommands, addMassStorageCommands,
+    addQueryCommand,        addModelCommands,     addRecordCommands,     addLeftoversCommand,
+    addDoctorCommand,       addCompletionCommand, addCompleteCommand};
 
 /// "5", "2.5s", "500ms" or "2m"; none for anything else and for what is no time to wait.
 std::optional<std::chrono::milliseconds> durationFrom(std::string_view text) {
@@ -101,6 +105,7 @@ void CommandTree::addGlobals() {
                         "Print the version and exit");
   app_.set_help_flag("-h,--help", "Print this help and exit");
   app_.add_flag("--json", globals_.json, "Results and errors as one JSON document");
+  app_.add_flag("--json-lines", globals_.jsonLines, "The same, a line each, lists entry by entry");
   app_.add_option("--device", globals_.device,
                   "Its serial number, location or name, or how one of these begins")
       ->type_name("DEVICE");
@@ -120,9 +125,9 @@ void CommandTree::addGlobals() {
 }
 
 /// Where the command line cannot be parsed, its form of output is still wanted.
-bool asksForJSON(std::span<const char* const> arguments) {
+bool asksFor(std::string_view option, std::span<const char* const> arguments) {
   return std::ranges::any_of(arguments,
-                             [](const char* each) { return std::string_view(each) == "--json"; });
+                             [&](const char* each) { return std::string_view(each) == option; });
 }
 
 /// What is wrong with the command line, in words: the parser says only that a command is missing,
@@ -207,7 +212,8 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
     std::fputs((tree->app().version() + "\n").c_str(), out);
   } catch (const CLI::ParseError& error) {
     GlobalOptions options;
-    options.json = asksForJSON({argv, static_cast<std::size_t>(argc)});
+    options.json = asksFor("--json", {argv, static_cast<std::size_t>(argc)});
+    options.jsonLines = asksFor("--json-lines", {argv, static_cast<std::size_t>(argc)});
     Output(out, err, options).error(failureOf(error, tree->app()));
     return {.exitCode = kBadUsage};
   }

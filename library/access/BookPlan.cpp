@@ -275,17 +275,19 @@ class Planning {
   void planWanted(const ContactPointer& contact) {
     if (contact->action == DataSyncAction::kDelete) return;
     const auto there = matcher_.find(contact);
+    const bool isLeft = options_.leavesContacts || options_.skipped.contains(contact);
     if (!there) {
-      // Groups alone change: a person whom the device does not know stays unknown to it.
-      if (options_.leavesContacts) return;
+      // A person whom the device does not know stays unknown to it.
+      if (isLeft) return;
       Contact added = *contact;
       added.handle = 0;
       if (!identifies(added.uid)) added.uid = newGUID();
       plan_.changes.added.push_back(put(contact, std::move(added), DataSyncAction::kAdd));
       plan_.book.contacts->push_back(plan_.changes.added.back());
+      plan_.origins[plan_.changes.added.back()] = contact;
       return;
     }
-    Contact after = options_.leavesContacts ? *there : *contact;
+    Contact after = isLeft ? *there : *contact;
     // What the device counts by stays the device's own.
     after.uid = there->uid;
     after.handle = there->handle;
@@ -303,6 +305,7 @@ class Planning {
     const auto copy = put(contact, std::move(after),
                           fields.empty() ? DataSyncAction::kNone : DataSyncAction::kUpdate);
     planned_[there.get()] = copy;
+    plan_.origins[copy] = contact;
     plan_.book.contacts->push_back(copy);
     if (!fields.empty()) plan_.changes.changed.push_back({there, copy, fields});
   }
@@ -325,12 +328,16 @@ class Planning {
     for (const auto& group : saysGroups ? *wanted_.groups : kNoGroups) {
       if (group->action == DataSyncAction::kDelete) continue;
       const auto found = groupMatcher_.find(group);
+      const bool isLeft = options_.skippedGroups.contains(group);
+      if (!found && isLeft) continue;
       if (!found) {
         addGroup(*group);
       } else {
-        changeGroup(*found,
-                    options_.keepsOthers ? membersOfBoth(*found, *group) : membersOf(*group));
+        changeGroup(*found, isLeft                 ? membersOf(*found)
+                            : options_.keepsOthers ? membersOfBoth(*found, *group)
+                                                   : membersOf(*group));
       }
+      plan_.groupOrigins[plan_.book.groups->back()] = group;
     }
     // In the order of the device.
     for (const auto& group : device_.groups ? *device_.groups : kNoGroups)
@@ -399,6 +406,19 @@ class Planning {
   BookPlan plan_;
 };
 
+/// In UTF-16 units, of any text in a record.
+constexpr std::size_t kLongestText = 254;
+
+/// At most `most` UTF-16 units of it; a device that tells no limit gets all.
+std::string cutTo(std::string text, std::size_t most) {
+  if (most == 0) return text;
+  while (utf16Length(text) > most)
+    text.erase(static_cast<std::size_t>(
+        g_utf8_find_prev_char(text.data(), text.data() + text.size()) - text.data()));
+  text.erase(text.find_last_not_of(' ') + 1);
+  return text;
+}
+
 PropertyDictionary namesOf(const Contacts& contacts) {
   auto names = PropertyDictionary::array();
   for (const auto& contact : contacts)
@@ -424,6 +444,37 @@ bool BookChanges::isEmpty() const { return !hasContacts() && !hasGroups(); }
 BookPlan planBook(const AddressBook& onDevice, const AddressBook& wanted,
                   const PlanOptions& options) {
   return Planning(onDevice, wanted, options).run();
+}
+
+AddressBook shortened(const AddressBook& book, const XT_AddressBookInfo& limits,
+                      std::vector<std::string>& notes) {
+  AddressBook result = book;
+  std::map<const Contact*, ContactPointer> copies;
+  const auto cut = [&notes](std::string& text, std::size_t most, const std::string& whose) {
+    const auto shorter = cutTo(validUTF8(text), most);
+    if (shorter.size() >= text.size()) return;
+    notes.push_back(whose + " is shortened to '" + printable(shorter) + "'");
+    text = shorter;
+  };
+  if (!result.contacts) return result;
+  for (auto& contact : *result.contacts) {
+    const auto copy = copies[contact.get()] = std::make_shared<Contact>(*contact);
+    const auto name = contactInWords(*contact);
+    if (copy->nickname)
+      cut(*copy->nickname, limits.maxNicknameLengthInBytes, name + ": the nickname");
+    for (const auto& field : kFields)
+      cut((*copy).*field.text, kLongestText, name + ": the " + field.name);
+    contact = copy;
+  }
+  if (!result.groups) return result;
+  for (auto& group : *result.groups) {
+    group = std::make_shared<ContactGroup>(*group);
+    cut(group->name, limits.maxGroupNameLengthInBytes, "group " + printable(group->name));
+    for (auto& member : group->members)
+      if (const auto found = copies.find(member.get()); found != copies.end())
+        member = found->second;
+  }
+  return result;
 }
 
 std::string contactInWords(const Contact& contact) {

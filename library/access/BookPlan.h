@@ -5,12 +5,14 @@
 //   send(plan.book);
 #pragma once
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "Utilities/PropertyDictionary.h"
+#include "Utilities/Status.h"
 
 namespace tarvo::library {
 
@@ -44,6 +46,9 @@ struct PlanOptions {
   std::set<ContactPointer> nameless{};  ///< of the wanted ones: known by name alone, so that a
                                         ///< nickname on the device stays
   bool leavesContacts = false;          ///< groups alone change
+  /// Of the wanted ones: the device keeps what it has of them, or nothing.
+  std::set<ContactPointer> skipped{};
+  std::set<ContactGroupPointer> skippedGroups{};
 };
 
 struct BookPlan {
@@ -51,9 +56,21 @@ struct BookPlan {
   /// removed stands last, but a group whose place another one needs.
   AddressBook book;
   BookChanges changes;
+  /// The wanted entry from which one of the book was made.
+  std::map<ContactPointer, ContactPointer> origins;
+  std::map<ContactGroupPointer, ContactGroupPointer> groupOrigins;
   /// Of whom, or of which group, it cannot be told whether the device has it; nothing may be
   /// written then. Empty where all is plain.
   std::string doubt;
+};
+
+/// What the device cannot keep: a contact or a group of the plan's book, or, without either, all of
+/// it.
+struct BookObstacle {
+  ContactPointer contact{};
+  ContactGroupPointer group{};
+  std::string why{};  ///< names the entry
+  Status code = status::kOK;
 };
 
 /// Contacts are the same by a uid that is a GUID other than zeros, else by handle, else by e-mail
@@ -62,6 +79,10 @@ struct BookPlan {
 /// for members that go. Both books are left as they are.
 BookPlan planBook(const AddressBook& onDevice, const AddressBook& wanted,
                   const PlanOptions& options);
+
+/// The book with texts that the device takes, and for each that is cut a clause in `notes`.
+AddressBook shortened(const AddressBook& book, const XT_AddressBookInfo& limits,
+                      std::vector<std::string>& notes);
 
 /// A line each: "+ Bob <bob@example.com>", "~ ... (nickname)", "- ...".
 std::vector<std::string> inWords(const BookChanges& changes);

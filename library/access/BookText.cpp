@@ -2,10 +2,10 @@
 
 #include <glib.h>
 
+#include <optional>
 #include <string_view>
 
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
-#include "library/access/BookPlan.h"
 #include "platform/foundation/GlibPtr.h"
 
 namespace tarvo::library {
@@ -42,22 +42,23 @@ const char* misfit(const std::string& nickname, const std::string& email) {
 
 }  // namespace
 
-std::optional<std::string> bookText(const AddressBook& book, const std::string& encoding,
-                                    std::string& why) {
+std::string bookText(const AddressBook& book, const std::string& encoding,
+                     std::vector<BookObstacle>& obstacles) {
   std::string text;
   if (!book.contacts) return text;
   for (const auto& contact : *book.contacts) {
     if (contact->action == DataSyncAction::kDelete) continue;
     const std::string nickname = contact->nickname.value_or("");
     const std::string email = contact->email.value_or("");
-    const auto fail = [&](const std::string& reason) {
-      why = contactInWords(*contact) + ": " + reason;
-      return std::nullopt;
-    };
-    if (const char* reason = misfit(nickname, email)) return fail(reason);
+    const char* reason = misfit(nickname, email);
     const auto line = encoded(lineOf(nickname, email), encoding);
-    if (!line)
-      return fail("it has characters that the device's encoding (" + encoding + ") does not have");
+    if (reason || !line) {
+      const std::string why =
+          reason ? reason
+                 : "it has characters that the device's encoding (" + encoding + ") does not have";
+      obstacles.push_back({.contact = contact, .why = contactInWords(*contact) + ": " + why});
+      continue;
+    }
     text += *line;
     text += kLineEnd;
   }

@@ -155,12 +155,15 @@ class Writing {
   }
 
   void writeFile() {
-    const auto text = bookText(plan_.book, surroundings_.encoding, result_.why);
+    std::vector<BookObstacle> obstacles;
+    const auto text = bookText(plan_.book, surroundings_.encoding, obstacles);
+    if (!obstacles.empty()) result_.why = obstacles.front().why;
     // Written before the device is touched: a text that cannot be made costs nobody his book.
     const ScratchFolder folder;
-    const auto made = text ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
-                                        std::as_bytes(std::span(*text)))
-                           : FetchResult{.status = status::kIOError};
+    const auto made = obstacles.empty()
+                          ? writeWhole({.folder = folder.path(), .name = "DCEMAIL.ABK"},
+                                       std::as_bytes(std::span(text)))
+                          : FetchResult{.status = status::kIOError};
     if (made.status != status::kOK) {
       result_.status = made.status;
       if (result_.why.empty()) result_.why = made.why;
@@ -254,27 +257,40 @@ std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, con
   return warnings;
 }
 
-std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings) {
-  std::string why;
-  if (way == BookWay::kFile && !bookText(plan.book, surroundings.encoding, why)) return why;
-  if (way != BookWay::kSingly) return {};
+namespace {
+
+/// What no record of a contact can hold; null where all is well.
+const char* misfitOf(const Contact& contact) {
+  // A longer text would wrap its count.
+  if (std::ranges::any_of(textsOf(contact),
+                          [](const auto& text) { return nameLength(text) >= kNameLimit; }))
+    return "it has a text of 255 characters or more";
+  const auto [first, second] = firstTwoLines(contact.street);
+  return joinedLines(std::string(first), std::string(second)) == contact.street
+             ? nullptr
+             : "the device keeps two lines of a street, which has more";
+}
+
+}  // namespace
+
+std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
+                                      const BookSurroundings& surroundings) {
+  std::vector<BookObstacle> obstacles;
+  if (way == BookWay::kFile) bookText(plan.book, surroundings.encoding, obstacles);
+  if (way != BookWay::kSingly) return obstacles;
   for (const auto& contact : *plan.book.contacts) {
     if (contact->action != DataSyncAction::kAdd && contact->action != DataSyncAction::kUpdate)
       continue;
-    for (const auto& text : textsOf(*contact)) {
-      // A longer text would wrap its count.
-      if (nameLength(text) >= kNameLimit)
-        return contactInWords(*contact) + ": it has a text of 255 characters or more";
-    }
-    const auto [first, second] = firstTwoLines(contact->street);
-    if (joinedLines(std::string(first), std::string(second)) != contact->street)
-      return contactInWords(*contact) + ": the device keeps two lines of a street, which has more";
+    if (const char* why = misfitOf(*contact))
+      obstacles.push_back({.contact = contact, .why = contactInWords(*contact) + ": " + why});
   }
   for (const auto& group : *plan.book.groups) {
-    if (nameLength(group->name) >= kNameLimit)
-      return "group " + printable(group->name) + ": its name has 255 characters or more";
+    if (nameLength(group->name) < kNameLimit) continue;
+    obstacles.push_back(
+        {.group = group,
+         .why = "group " + printable(group->name) + ": its name has 255 characters or more"});
   }
-  return {};
+  return obstacles;
 }
 
 BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,

@@ -42,9 +42,9 @@ struct BookSurroundings {
 
 /// What a user has to know of a way before anything is sent, a sentence each.
 std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan);
-/// What no device can be given, in words; empty where all is well. To be asked before anything is
-/// sent.
-std::string obstacleTo(BookWay way, const BookPlan& plan, const BookSurroundings& surroundings);
+/// What cannot be sent that way. To be asked before anything is.
+std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
+                                      const BookSurroundings& surroundings);
 /// Writes the plan's book; its entries are brought up to date with what was written. Raises
 /// nothing.
 BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,

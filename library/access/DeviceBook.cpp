@@ -173,40 +173,6 @@ void readFile(const OpenedDevice& device, DeviceBook& result) {
 
 std::string quoted(const std::string& text) { return "'" + printable(text) + "'"; }
 
-/// What a broken rule is about.
-enum class Subject { kBook, kEmail, kNickname, kGroup };
-
-Subject subjectOf(Status code) {
-  switch (code) {
-    case status::kAddressBookNicknameTooLong:
-    case status::kAddressBookNicknameCharacters:
-      return Subject::kNickname;
-    case status::kAddressBookTooManyMembers:
-    case status::kAddressBookGroupNameTooLong:
-      return Subject::kGroup;
-    case status::kAddressBookTooManyContacts:
-    case status::kAddressBookTooManyGroups:
-    case status::kPTPOperationNotSupported:
-      return Subject::kBook;
-    default:
-      return Subject::kEmail;
-  }
-}
-
-/// The contact that the check means: of those that have the value, the first that breaks the rule.
-std::string contactOf(const AddressBookError& error, const AddressBook& book) {
-  if (!book.contacts) return {};
-  const bool isNickname = subjectOf(error.ptpErrorCode) == Subject::kNickname;
-  std::size_t number = 0;
-  for (const auto& contact : *book.contacts) {
-    ++number;
-    if (contact->action == DataSyncAction::kDelete) continue;
-    if ((isNickname ? contact->nickname : contact->email) == error.errorObject)
-      return "contact " + std::to_string(number) + ", " + contactInWords(*contact);
-  }
-  return {};
-}
-
 std::string limitInWords(const char* format, std::uint32_t limit) {
   return formatted(format, unsigned{limit});
 }
@@ -259,10 +225,8 @@ std::string ruleOf(const AddressBookError& error, const AddressBook& book) {
       return "the e-mail address has '.@' in it";
     case status::kAddressBookOuterDot:
       return "the e-mail address begins or ends with '.' or '@'";
-    case status::kPTPOperationNotSupported:
-      return "the device keeps no address book";
     default:
-      return statusWithHex(error.ptpErrorCode);
+      return statusText(error.ptpErrorCode);
   }
 }
 
@@ -311,12 +275,14 @@ DeviceBook readDeviceBook(const OpenedDevice& device) {
   return result;
 }
 
-std::string inWords(const AddressBookError& error, const AddressBook& book) {
-  const Subject subject = subjectOf(error.ptpErrorCode);
-  std::string entry;
-  if (subject == Subject::kGroup) entry = "group " + quoted(error.errorObject.value_or(""));
-  if (subject == Subject::kEmail || subject == Subject::kNickname) entry = contactOf(error, book);
-  return (entry.empty() ? "" : entry + ": ") + ruleOf(error, book);
+std::string inWords(const AddressBookFault& fault, const AddressBook& book) {
+  using Part = AddressBookFault::Part;
+  const std::string rule = ruleOf(fault, book);
+  if (fault.part == Part::kGroup)
+    return "group " + quoted(fault.errorObject.value_or("")) + ": " + rule;
+  if (fault.part == Part::kBook) return rule;
+  return "contact " + std::to_string(fault.index + 1) + ", " +
+         contactInWords(*(*book.contacts)[fault.index]) + ": " + rule;
 }
 
 void note(std::vector<Unread>& unread, Unread::Data entry) {
@@ -325,7 +291,7 @@ void note(std::vector<Unread>& unread, Unread::Data entry) {
 
 std::string whyUnread(const OpenedDevice& device, Status status) {
   if (status == status::kPTPIncompleteTransfer) return "it was cut short, or is too large";
-  return statusWithHex(device.explained(status == status::kOK ? status::kPTPGeneralError : status));
+  return statusText(device.explained(status == status::kOK ? status::kPTPGeneralError : status));
 }
 
 ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, const char* what,

@@ -76,7 +76,7 @@ bool keepsContactsSingly(const OpenedDevice& device);
 DeviceBook readDeviceBook(const OpenedDevice& device);
 
 /// Which entry breaks which rule, for a person: "contact 3, Bob <bob@>: ...".
-std::string inWords(const AddressBookError& error, const AddressBook& book);
+std::string inWords(const AddressBookFault& fault, const AddressBook& book);
 
 }  // namespace library
 }  // namespace tarvo

@@ -136,7 +136,7 @@ TEST_F(Tool, CtrlCCancelsATransferAndTheCameraWorksOn) {
     const auto id = plug(description);
     const auto run = endInAnObject(id, SIGINT);
     EXPECT_EQ(run.exitCode, 130);
-    EXPECT_THAT(run.err, HasSubstr("cancelled (-490"));
+    EXPECT_THAT(run.err, HasSubstr("cancelled"));
     EXPECT_THAT(folder_.names("work/pictures"), Not(::testing::Contains("TARV0001.JPG")));
     EXPECT_EQ(tool("get TARV0001.JPG --output pictures/").exitCode, 0) << err();
     EXPECT_EQ(fs::file_size(folder_.path("work/pictures/TARV0001.JPG")), 2412034U);
@@ -179,7 +179,7 @@ TEST_F(Tool, EndsQuietlyWhenNobodyReads) {
   EXPECT_THAT(run.err, IsEmpty());
   const auto full = shell("tarvoctl models list > /dev/full");
   EXPECT_EQ(full.exitCode, 1);
-  EXPECT_THAT(full.err, HasSubstr("standard output: input/output error"));
+  EXPECT_THAT(full.err, HasSubstr("standard output: No space left on device"));
 }
 
 TEST_F(Tool, DoesNotEnterAMountBelowTheCard) {

@@ -78,6 +78,31 @@ TEST(AddressBook, OfAFileIsCheckedAgainstTheDevice) {
   EXPECT_EQ(bench.sim.asked(ptp::XTO_UPDATE_DATASET), 0U);
 }
 
+TEST(AddressBook, TellsAllFaultsAtOnceAndLeavesThemOutOrShortensWhereAsked) {
+  SharingBench bench("orders-camera");
+  auto book = bench.book();
+  book[kContacts][2]["kABEmailProperty"] = "chloe";
+  book[kContacts].push_back(contact("Bad", "bad", {{kHandle, 9998}}));
+  book[kContacts].push_back(contact("A nickname that is too long", "long@b.cc", {{kHandle, 9999}}));
+  book[kGroups][1][kMembers] = {9998, 9999};
+  const auto file = bench.folder.write("book.json", book.dump());
+  EXPECT_THAT(bench.fails({"addressbook", "validate", file}).lines(), SizeIs(3));
+  EXPECT_THAT(bench.run({"--json", "addressbook", "validate", file}).json()["faults"], SizeIs(3));
+  EXPECT_THAT(bench.import(book.dump()).err,
+              AllOf(HasSubstr("contact 3, "), HasSubstr("contact 4, "), HasSubstr("contact 5, "),
+                    HasSubstr("--skip-invalid"), HasSubstr("--shorten")));
+  const auto run = bench.import(book.dump(), {"--yes", "--skip-invalid", "--shorten"});
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_THAT(run.err, AllOf(HasSubstr("Left out: contact 3"), HasSubstr("Left out: contact 4"),
+                             HasSubstr("shortened to 'A nickname that is t'")));
+  EXPECT_THAT(bench.contacts(),
+              ElementsAre("Anna <anna@example.org>", "Børge <borge@example.org>",
+                          "Chloe <chloe@example.org>", "A nickname that is t <long@b.cc>"));
+  EXPECT_THAT(bench.book()[kGroups][1][kMembers], SizeIs(1));
+  EXPECT_THAT(bench.import(book.dump(), {"--yes", "--skip-invalid", "--shorten"}).err,
+              HasSubstr("has all of this already"));
+}
+
 TEST(AddressBook, ThatIsSentBackAsItWasChangesNothing) {
   const auto people = [](const std::string& contacts) {
     return datasets(R"("groups": [], "emailOrders": [], "contacts": [)" + contacts + "]");

@@ -156,8 +156,8 @@ TEST(Units, SayWhoKeepsAVolumeAndLeaveTheTrayShutThen) {
   for (const char* command : {"unmount", "eject"}) {
     EXPECT_EQ(bench.fails({"msc", command}).err,
               std::string("tarvoctl: msc ") + command +
-                  " sr0: the disk is in use (0xe00002d5): in use by vi (12). Close what uses it "
-                  "and try again.\n");
+                  " sr0: the disk is in use: in use by vi (12). Close what uses it and try again. "
+                  "(0xe00002d5)\n");
   }
   EXPECT_THAT(unit->take(), IsEmpty());
 }

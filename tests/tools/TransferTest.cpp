@@ -113,7 +113,7 @@ TEST_F(Transfer, OneBadObjectDoesNotEndTheBatch) {
   const auto run = bench.fails({"get", "--all", "--output", bench.folder.path("pictures/")});
   EXPECT_THAT(fetched(), SizeIs(3));
   EXPECT_THAT(run.err, ContainsRegex("get DCIM/100TARVO/TARV0002.JPG \\(0x[0-9a-f]{8}\\): access "
-                                     "denied by the device \\(0x200f\\)"));
+                                     "denied by the device\\. .*\\(0x200f\\)"));
   EXPECT_THAT(run.err, HasSubstr("3 files fetched, 7.7 MB, 1 failed\n"));
   EXPECT_THAT(run.lines(), SizeIs(3));
 }
@@ -140,7 +140,7 @@ TEST_F(Transfer, WhatPTPCannotCarryIsRefusedBeforeAnythingIsSent) {
   fs::resize_file(large, std::uintmax_t{1} << 32);
   for (const auto& path : {longName, large})
     EXPECT_THAT(bench.fails({"put", path}).err,
-                ContainsRegex("bad parameter \\(-50, 0xffffffce\\): .*(255|4 GiB)"));
+                ContainsRegex(": .*(255|4 GiB).*\\. \\(0xffffffce\\)\n$"));
   EXPECT_EQ(bench.sim.asked(ptp::kSendObjectInfo), 0U);
   for (const std::string& name : {std::string(), std::string(255, 'x')})
     EXPECT_THAT(bench.run({"rename", "1", name}).err, HasSubstr("1 to 254 characters"));
@@ -232,7 +232,8 @@ TEST_F(Transfer, WhatTheUserEndsSaysWhatItHasLeft) {
   ASSERT_THAT(fetched(), SizeIs(1));
   EXPECT_THAT(run.json()["error"]["message"].get<std::string>(),
               ContainsRegex("TARV0003.MOV, [0-9.]+ [kM]B, is kept in '.*" + fetched().front() +
-                            "'; .* unless that file is deleted"));
+                            "'; unless that file is deleted the same command goes on there. What "
+                            "was fetched stays; the same command goes on there"));
 }
 
 TEST_F(Transfer, WhatIsKeptIsNamedAndOldPartsToo) {
@@ -240,8 +241,9 @@ TEST_F(Transfer, WhatIsKeptIsNamedAndOldPartsToo) {
   fs::last_write_time(old, fs::file_time_type::clock::now() - std::chrono::hours(31 * 24));
   bench.sim.camera->setFault("truncate", "3000000,0x1009");
   const auto run = bench.fails({"get", "TARV0003.MOV", "--output", bench.folder.path("pictures/")});
-  EXPECT_THAT(run.err, ContainsRegex("incomplete transfer \\(0x2007\\): the device sent .* is kept "
-                                     "in '.*\\.part'; .*Check the cable"));
+  EXPECT_THAT(run.err,
+              ContainsRegex("incomplete transfer: the device sent .* is kept in '.*\\.part'; "
+                            ".*Check the cable.* \\(0x2007\\)"));
   EXPECT_THAT(run.err, HasSubstr("older than 30 days"));
   EXPECT_THAT(fetched(), SizeIs(2));
 }

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "Utilities/NSStringUtilsCategory.h"
+#include "tools/output/Progress.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -68,8 +69,9 @@ void Batch::attempt(const PropertyDictionary& json, const std::string& object,
 std::uint64_t Batch::visit(
     Device& device, const ObjectChoice& choice,
     const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject) {
+  Search search(context_.output, device.info().name());
   ObjectVisitor visitor;
-  visitor
+  visitor.onLooked(search.counter())
       .onObject([&](const ObjectInfo& object, bool isNamed) {
         onObject(object, isNamed);
         return goesOn();
@@ -107,7 +109,10 @@ int Batch::finish() {
   // One object that went well needs no sum.
   if (succeeded_ + skipped_ + failed_ + left_ != 1) context_.output.message(sum);
   if (context_.interrupt.isSet())
-    throw ToolError({.operation = context_.operation, .status = status::kCancelled, .why = kept_},
+    throw ToolError({.operation = context_.operation,
+                     .status = status::kCancelled,
+                     .why = kept_,
+                     .advice = advice_},
                     kInterrupted);
   context_.output.endList();
   return failed_ + left_ == 0 ? kDone : kFailed;

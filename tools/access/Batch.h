@@ -5,6 +5,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "tarvo/Device.h"
 #include "tools/access/ToolContext.h"
@@ -45,6 +46,8 @@ class Batch {
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;
 
+  /// What to do once the user has ended it, a sentence.
+  void advise(std::string afterInterruption) { advice_ = std::move(afterInterruption); }
   /// Says the sum and gives the exit status. Raises what ends an interrupted command.
   int finish();
 
@@ -58,6 +61,7 @@ class Batch {
   std::uint64_t bytes_ = 0;
   std::uint64_t bytesLeft_ = 0;
   bool isLost_ = false;
+  std::string advice_;
   std::string kept_;  ///< what is said of the object at which the user ended it
 };
 

@@ -22,7 +22,7 @@ class ToolSession : public SessionSource {
  private:
   SessionOptions sessionOptions() const {
     SessionOptions options;
-    options.stopBy(interrupt_).name("tarvoctl").quiet(options_.quiet || options_.json);
+    options.stopBy(interrupt_).name("tarvoctl").quiet(options_.quiet || output_.isJSON());
     options.whileWaiting([&output = output_] {
       output.message("The device is still at it; Ctrl-C ends the wait.");
     });

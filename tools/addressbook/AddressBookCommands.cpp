@@ -90,27 +90,33 @@ void showBook(Output& output, const ContactBook& book) {
   showFields(output, fields);
 }
 
-PropertyDictionary validityAsJSON(const std::optional<BookFault>& fault) {
-  if (!fault) return {{"valid", true}, {"ptpErrorCode", status::kOK}};
-  PropertyDictionary json = {
-      {"valid", false}, {"ptpErrorCode", fault->code()}, {"message", fault->message()}};
-  if (fault->object()) json["errorObject"] = validUTF8(*fault->object());
+PropertyDictionary faultAsJSON(const BookFault& fault) {
+  PropertyDictionary json = {{"ptpErrorCode", fault.code()}, {"message", fault.message()}};
+  if (fault.object()) json["errorObject"] = validUTF8(*fault.object());
+  return json;
+}
+
+/// The first fault stands in the document itself, too.
+PropertyDictionary validityAsJSON(const std::vector<BookFault>& faults) {
+  if (faults.empty()) return {{"valid", true}, {"ptpErrorCode", status::kOK}};
+  PropertyDictionary json = faultAsJSON(faults.front());
+  json["valid"] = false;
+  for (const auto& fault : faults)
+    json["faults"].push_back(faultAsJSON(fault));
   return json;
 }
 
 /// What the device, which has the book `there`, says of another.
 int sayValidity(ToolContext& context, Device& device, const ContactBook& there,
                 const ContactBook& book) {
-  const auto fault = checkAddressBook(device, there, book);
-  if (context.output.isJSON()) {
-    context.output.document(validityAsJSON(fault));
-  } else if (fault) {
-    context.output.line("Not valid: " + fault->message() + ".");
-  } else {
+  const auto faults = findBookFaults(device, there, book);
+  if (context.output.isJSON()) context.output.document(validityAsJSON(faults));
+  for (const auto& fault : faults)
+    context.output.line("Not valid: " + fault.message() + ".");
+  if (faults.empty())
     context.output.line("Valid: " + counted(book.contacts().size(), "contacts") + ", " +
                         counted(book.groups().size(), "groups") + ".");
-  }
-  return fault ? kFailed : kDone;
+  return faults.empty() ? kDone : kFailed;
 }
 
 /// The book of the device, as it stands there.
@@ -327,7 +333,7 @@ void addReading(CommandGroup& group) {
                           }),
             *validate)
       .operand("FILE", validate->file, "'-' is standard input")
-      .more("Tells which entry breaks which rule of the device; the exit status is 1 then.");
+      .more("Tells of every entry which rule of the device it breaks; the exit status is 1 then.");
   const auto exported = std::make_shared<BookExportOptions>();
   addFormat(group.command("export", "The book as a file", "tarvoctl addressbook export",
                           [exported](ToolContext& context) {
@@ -350,12 +356,15 @@ void addChanging(CommandGroup& group) {
       .operand("FILE", imported->file, "'-' is standard input")
       .required()
       .flag("--merge", imported->merge, "Remove nothing that only the device has")
+      .flag("--skip-invalid", imported->skipInvalid, "Leave out what the device cannot keep")
+      .flag("--shorten", imported->shorten, "Cut names that are too long for the device")
       .flag("--dry-run", imported->dryRun, "Say what would change, and send nothing")
       .flag("--sync", imported->sync, "Only synchronise, which sends no contacts")
       .flag("--yes", imported->yes, "Do not ask")
       .more(
           "What changes is said first, and what the device held is kept before anything is\n"
-          "sent. --merge removes neither entries nor fields nor members of groups. --sync\n"
+          "sent. --merge removes neither entries nor fields nor members of groups. Somebody whom\n"
+          "--skip-invalid leaves out stays on the device as the device has them. --sync\n"
           "does as other software of the maker: it sends groups alone, or, to a device that\n"
           "keeps a file, an empty one.");
   const auto edit = std::make_shared<BookEditOptions>();

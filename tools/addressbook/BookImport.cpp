@@ -30,11 +30,11 @@ class Importing {
   int run(const BookFile& file) {
     refuseGaps(context_, device_, there_, "; nothing was sent", status::kPTPGeneralError);
     const BookChange change = planned(file);
+    sayChanges(change);
     if (change.isEmpty() && !change.emptiesBook()) {
       say(change, "The device has all of this already.", false, "");
       return kDone;
     }
-    sayChanges(change);
     if (options_.dryRun) {
       say(change, "Nothing was sent.", false, "");
       return kDone;
@@ -59,8 +59,19 @@ class Importing {
                                  .keepsOthers(options_.merge)
                                  .isPartial(file.isPartial)
                                  .nameless(file.nameless)
+                                 .skipsInvalid(options_.skipInvalid)
+                                 .shortens(options_.shorten)
                                  .syncOnly(options_.sync));
     } catch (const Error& error) {
+      const bool isOfEntries = error.status() != status::kAddressBookTooManyContacts &&
+                               error.status() != status::kAddressBookTooManyGroups;
+      if (error.kind() == ErrorKind::kMisuse && isOfEntries && !options_.skipInvalid) {
+        Failure failure = failureOf(context_, error);
+        failure.advice +=
+            " 'tarvoctl addressbook import' leaves such entries out with --skip-invalid, and cuts "
+            "long names with --shorten.";
+        throw ToolError(failure);
+      }
       // Of an order that would go to somebody else.
       if (error.kind() != ErrorKind::kBusy || error.status() != status::kOK) throw;
       throw ToolError({.operation = context_.operation,
@@ -72,13 +83,13 @@ class Importing {
   }
 
   void sayChanges(const BookChange& change) const {
+    for (const auto& warning : change.warnings())
+      context_.output.message(warning);
     const auto lines = change.lines();
     for (std::size_t index = 0; index < lines.size() && index < kShownChanges; ++index)
       context_.output.line(lines[index]);
     if (lines.size() > kShownChanges)
       context_.output.line("... and " + std::to_string(lines.size() - kShownChanges) + " more");
-    for (const auto& warning : change.warnings())
-      context_.output.message(warning);
   }
 
   std::string keep(const char* extension, std::span<const std::byte> content) const {
@@ -119,6 +130,7 @@ class Importing {
     PropertyDictionary json = {{"changes", PropertyDictionary::parse(change.json())},
                                {"written", wasWritten}};
     if (!backup.empty()) json["backup"] = validUTF8(backup);
+    if (!change.warnings().empty()) json["warnings"] = change.warnings();
     context_.output.document(json);
   }
 

@@ -7,10 +7,12 @@
 namespace tarvo::tools {
 
 struct BookImportOptions : BookFileOptions {
-  bool merge = false;   ///< what only the device has stays
-  bool dryRun = false;  ///< says what would change
-  bool sync = false;    ///< the library's synchronisation alone, which writes no contact
-  bool yes = false;     ///< does not ask
+  bool merge = false;        ///< what only the device has stays
+  bool dryRun = false;       ///< says what would change
+  bool skipInvalid = false;  ///< leaves out what the device cannot keep
+  bool shorten = false;      ///< cuts what is too long for it
+  bool sync = false;         ///< the library's synchronisation alone, which writes no contact
+  bool yes = false;          ///< does not ask
 };
 
 /// A book that lacks anybody would be taken for all of it. Raises a ToolError for one with gaps;

@@ -81,6 +81,11 @@ CommandOptions& CommandOptions::needs(const std::string& option) {
   return *this;
 }
 
+CommandOptions& CommandOptions::hidden() {
+  app_.group("");
+  return *this;
+}
+
 CommandOptions& CommandOptions::more(const std::string& text) {
   app_.footer(text + "\n\n" + app_.get_footer());
   return *this;

@@ -71,6 +71,8 @@ class CommandOptions {
   /// What the help and the manual say of the command before its example: lines of at most 80
   /// columns; one that begins with a blank stays a line.
   CommandOptions& more(const std::string& text);
+  /// For programs: neither the help nor the manual has it.
+  CommandOptions& hidden();
 
  private:
   CLI::App& app_;

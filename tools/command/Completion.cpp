@@ -20,8 +20,9 @@ namespace {
 
 /// An option or an operand.
 struct Argument {
-  std::string name{};   ///< "--format"; of an operand "FILE"
-  std::string value{};  ///< what the help calls its value, "FORMAT"; empty for a flag
+  std::string name{};    ///< "--format"; of an operand "FILE"
+  std::string letter{};  ///< "-o", of an option that has one
+  std::string value{};   ///< what the help calls its value, "FORMAT"; empty for a flag
   std::string help{};
   std::vector<std::string> words{};  ///< all that the value may be, where that is known
   bool isRequired = false;
@@ -29,6 +30,13 @@ struct Argument {
 
   bool isFile() const { return value == "FILE" || value == "PATH"; }
   bool isFolder() const { return value == "DIR"; }
+  /// What 'tarvoctl complete' is asked for it; empty where no device knows more.
+  std::string kind() const {
+    if (name == "--device") return "device";
+    if (name == "--store" || value == "STORE") return "store";
+    if (value == "PROPERTY") return "property";
+    return value == "OBJECT" ? "object" : "";
+  }
 };
 
 /// The program, a group of commands, or a command.
@@ -47,6 +55,7 @@ Argument argumentOf(const CLI::Option& option, const CommandTable& table) {
   const bool isOperand = option.get_positional();
   const auto words = table.words.find(&option);
   return {.name = isOperand ? option.get_name(true) : "--" + option.get_lnames().front(),
+          .letter = option.get_snames().empty() ? "" : "-" + option.get_snames().front(),
           .value = isOperand ? option.get_name(true) : option.get_type_name(),
           .help = option.get_description(),
           .words = words == table.words.end() ? std::vector<std::string>() : words->second,
@@ -67,6 +76,7 @@ Outline outlineOf(const CLI::App& app, const CommandTable& table, const std::str
     arguments.push_back(argumentOf(*option, table));
   }
   for (const auto* command : app.get_subcommands({})) {
+    if (command->get_group().empty()) continue;
     const std::string before = path.empty() ? path : path + " ";
     outline.commands.push_back(outlineOf(*command, table, before + command->get_name()));
   }
@@ -108,14 +118,22 @@ _tarvoctl_command() {
   case $1 in
 )";
 
-// Nothing that was typed is evaluated.
+// Nothing that was typed is evaluated, nor what a device says.
 constexpr const char* kBashEnd = R"(  esac
+}
+
+# What the device knows of the kind $1, quoted for the line.
+_tarvoctl_known() {
+  local word
+  tarvoctl complete "$@" 2>/dev/null | while IFS=$'\t' read -r word _; do
+    printf '%q\n' "$word"
+  done
 }
 
 _tarvoctl() {
   local current=${COMP_WORDS[COMP_CWORD]} command='' option='' kind word
   local commands='' options='' repeated=''
-  local -a operands=()
+  local -a operands=() device=()
   local -A values=()
   local -i i count=0
   _tarvoctl_command ''
@@ -124,6 +142,7 @@ _tarvoctl() {
     if [[ $word == = ]]; then
       : # bash takes --option=value apart
     elif [[ -n $option ]]; then
+      [[ $option == --device ]] && device=(--device "$word")
       option=''
     elif [[ $word == -* ]]; then
       [[ -n ${values[$word]+known} ]] && option=$word
@@ -144,7 +163,9 @@ _tarvoctl() {
     kind=${commands:-${operands[count]-$repeated}}
   fi
   COMPREPLY=()
-  if [[ $kind == '-o '* ]]; then
+  if [[ $kind == '-T '* ]]; then
+    mapfile -t COMPREPLY < <(_tarvoctl_known "${kind#-T }" "${device[@]}" -- "$current")
+  elif [[ $kind == '-o '* ]]; then
     compopt $kind # files, by readline itself, which knows how their names are quoted
   else
     mapfile -t COMPREPLY < <(compgen -W "$kind" -- "$current")
@@ -157,6 +178,7 @@ complete -F _tarvoctl tarvoctl
 std::string bashKind(const Argument& argument) {
   if (argument.isFile()) return shellWord("-o default");
   if (argument.isFolder()) return shellWord("-o dirnames");
+  if (!argument.kind().empty()) return shellWord("-T " + argument.kind());
   return shellWord(joined(argument.words, " "));
 }
 
@@ -168,7 +190,9 @@ std::string bashCommand(const Outline& outline) {
   std::string values;
   for (const auto& option : outline.options) {
     options += " " + option.name;
-    if (!option.value.empty()) values += "[" + option.name + "]=" + bashKind(option) + " ";
+    if (option.value.empty()) continue;
+    for (const auto& name : {option.name, option.letter})
+      if (!name.empty()) values += "[" + name + "]=" + bashKind(option) + " ";
   }
   std::string operands;
   std::string repeated;
@@ -186,6 +210,18 @@ std::string bashScript(const Outline& program) {
 }
 
 // zsh.
+
+constexpr const char* kZshKnown = R"(
+# What the device knows of a kind.
+_tarvoctl_known() {
+  local -a found device
+  local -i at=${_tarvoctl_words[(I)--device]}
+  [[ $@[-1] != device ]] && ((at)) && device=(--device "$_tarvoctl_words[at+1]")
+  found=("${(@f)$(tarvoctl complete $@[-1] $device -- "$PREFIX" 2>/dev/null)}")
+  found=(${found%%$'\t'*})
+  compadd -a found
+}
+)";
 
 constexpr const char* kZshGroup = R"(
   )
@@ -210,6 +246,7 @@ std::string zshValue(const Argument& argument) {
   std::string action = argument.words.empty() ? " " : "(" + joined(argument.words, " ") + ")";
   if (argument.isFile()) action = "_files";
   if (argument.isFolder()) action = "_files -/";
+  if (!argument.kind().empty()) action = "_tarvoctl_known " + argument.kind();
   return ":" + escaped(argument.value, "\\:") + ":" + action;
 }
 
@@ -221,6 +258,9 @@ std::string zshArguments(const Outline& outline) {
     text +=
         "\n    " + shellWord(option.value.empty() ? option.name + help
                                                   : option.name + "=" + help + zshValue(option));
+    if (option.letter.empty()) continue;
+    text +=
+        "\n    " + shellWord(option.letter + help + (option.value.empty() ? "" : zshValue(option)));
   }
   int place = 0;
   for (const auto& operand : outline.operands) {
@@ -234,6 +274,7 @@ std::string zshFunction(const Outline& outline) {
   std::string name = outline.path.empty() ? "_tarvoctl" : "_tarvoctl_" + outline.path;
   std::ranges::replace(name, ' ', '_');
   std::string text = "\n" + name + "() {\n";
+  if (outline.path.empty()) text += "  local -a _tarvoctl_words=(\"${words[@]}\")\n";
   if (outline.commands.empty())
     return text + "  local -a own=(" + zshArguments(outline) +
            "\n  )\n  _arguments $_tarvoctl_globals $own\n}\n";
@@ -248,7 +289,7 @@ std::string zshScript(const Outline& program) {
   std::string script =
       "#compdef tarvoctl\n# zsh completion for tarvoctl, as 'tarvoctl completion zsh' prints it\n\n"
       "_tarvoctl_globals=(" +
-      zshArguments(program) + "\n)\n";
+      zshArguments(program) + "\n)\n" + kZshKnown;
   forEach(program, [&](const Outline& outline) { script += zshFunction(outline); });
   return script + kZshEnd;
 }
@@ -279,6 +320,16 @@ function __tarvoctl_at
     and test (count $words) $compare[1] (math (count $argv) + $compare[2])
 end
 
+# What the device knows of a kind.
+function __tarvoctl_known
+    set -l words (commandline -opc)
+    set -l device
+    if test $argv != device; and set -l at (contains -i -- --device $words)
+        set device --device $words[(math $at + 1)]
+    end
+    tarvoctl complete $argv $device -- (commandline -ct) 2>/dev/null
+end
+
 complete -c tarvoctl -f
 )";
 
@@ -296,11 +347,14 @@ std::string fishRule(const Outline& outline, const std::string& count, const std
 std::string fishValue(const Argument& argument) {
   if (argument.isFile()) return " -F";
   if (argument.isFolder()) return " -a '(__fish_complete_directories)'";
+  if (!argument.kind().empty()) return " -a '(__tarvoctl_known " + argument.kind() + ")'";
   return argument.words.empty() ? "" : " -a " + fishQuoted(joined(argument.words, " "));
 }
 
 std::string fishOption(const Argument& option) {
-  const std::string text = " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
+  const std::string letter = option.letter.empty() ? "" : " -s " + option.letter.substr(1);
+  const std::string text =
+      letter + " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
   if (option.value.empty()) return text;
   return text + (option.isFile() ? " -r" : " -x") + fishValue(option);
 }
@@ -326,7 +380,7 @@ std::string fishScript(const Outline& program) {
   forEach(program, [&](const Outline& outline) {
     rules += fishRules(outline);
     for (const auto& option : outline.options)
-      if (!option.value.empty()) valued.insert(option.name);
+      if (!option.value.empty()) valued.insert({option.name, option.letter});
   });
   return kFishStart + ("set -g __tarvoctl_valued " + joined({valued.begin(), valued.end()}, " ")) +
          "\n" + rules;
@@ -358,7 +412,8 @@ std::string manArguments(const std::vector<Argument>& arguments) {
   std::string text;
   for (const auto& argument : arguments) {
     const bool isOperand = argument.name == argument.value;
-    text += ".TP\n" + (isOperand ? "" : manText(argument.name));
+    const std::string letter = argument.letter.empty() ? "" : "\\fB\\" + argument.letter + "\\fP, ";
+    text += ".TP\n" + (isOperand ? "" : letter + manText(argument.name));
     if (!isOperand && !argument.value.empty()) text += " ";
     if (!argument.value.empty()) text += "\\fI" + argument.value + "\\fP";
     text += "\n" + manText(argument.help) + "\n";

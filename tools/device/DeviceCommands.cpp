@@ -1,4 +1,4 @@
-// devices, info, clock set and reset: a device as a whole.
+// devices, clock and reset: a device as a whole.
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -10,11 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
-#include "Utilities/Exception.h"
-#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
-#include "library/Records.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
@@ -60,9 +56,9 @@ class DeviceWatch {
     context_.output.flush();
     for (tellEvents(); !context_.interrupt.isSet() && !isEnough(); tellEvents())
       session.wait();
-    endIfInterrupted(context_, context_.operation);
+    // Ctrl-C is how it ends, so that nothing has failed.
     listing_.finish();
-    return kDone;
+    return context_.interrupt.isSet() ? kInterrupted : kDone;
   }
 
  private:
@@ -103,139 +99,6 @@ class DeviceWatch {
   Listing listing_;
   std::vector<Event> events_;  ///< not told yet
   std::uint64_t told_ = 0;
-};
-
-/// One run of info: each part that the device cannot tell, or tells wrongly, is left out.
-class DeviceInformation {
- public:
-  explicit DeviceInformation(ToolContext& context)
-      : context_(context), device_(openCamera(context)), facts_(device_.facts()) {}
-
-  int run() {
-    takeDeviceInfo();
-    takeIdentity();
-    takeState();
-    takeStores();
-    endIfInterrupted(context_, context_.operation);
-    if (context_.output.isJSON()) {
-      context_.output.document(json_);
-    } else {
-      showFields(context_.output, fields_);
-    }
-    return kDone;
-  }
-
- private:
-  void field(const std::string& name, const std::string& value) {
-    if (!value.empty()) fields_.emplace_back(name, value);
-  }
-
-  /// Runs `take`, after which the device may have told nothing of use.
-  template <typename Take>
-  void part(const std::string& what, const Take& take) {
-    try {
-      take();
-    } catch (const Exception& exception) {
-      leaveOut(what, exception.reason());
-    } catch (const Error& error) {
-      endIfInterrupted(context_, context_.operation);
-      if (error.kind() == ErrorKind::kHost && error.reason().empty()) throw;
-      // What it merely refuses to tell goes without saying.
-      if (!error.reason().empty()) leaveOut(what, error.reason());
-    }
-  }
-  void leaveOut(const std::string& what, const std::string& why) {
-    json_["leftOut"].push_back({{"what", what}, {"why", validUTF8(why)}});
-    context_.output.message("Left out: " + what + ", which the device tells wrongly: " + why);
-  }
-
-  void takeDeviceInfo() {
-    const auto bytes = device_.deviceInfo();
-    part("the device information", [&] { json_ = jsonFromDeviceInfo(bytes); });
-  }
-
-  void takeIdentity() {
-    field("Name", facts_.name());
-    field("Manufacturer", facts_.manufacturer());
-    field("Model", facts_.model());
-    field("Version", facts_.version());
-    field("Serial number", facts_.serial());
-    field("Location", locationInHex(device_.info().location()));
-    field("Supported model", device_.info().isSupported() ? "yes" : "no");
-    json_["device"] = asJSON(device_.info());
-    takeLists();
-  }
-
-  void takeLists() {
-    field("Operations", listed(facts_.operations(), operationName));
-    field("Properties", listed(facts_.properties(), propertyName));
-    field("Image formats", listed(facts_.imageFormats(), formatInWords));
-    std::vector<std::string> words;
-    for (const auto& [name, has] : facts_.capabilities()) {
-      json_["capabilities"][name] = has;
-      if (has) words.push_back(name);
-    }
-    field("Can", joined(words));
-  }
-
-  void takeState() {
-    const auto has = [&](std::uint16_t code) {
-      return std::ranges::count(facts_.properties(), code) > 0;
-    };
-    if (has(ptp::kBatteryLevel)) part("the battery level", [&] { takeBattery(); });
-    part("the clock", [&] { takeClock(); });
-  }
-
-  void takeBattery() {
-    const std::uint8_t level = device_.batteryLevel();
-    json_["batteryLevel"] = level;
-    if (level == kUnknownBatteryLevel) json_["batteryLevel"] = nullptr;
-    field("Battery", batteryInWords(level));
-  }
-
-  void takeClock() {
-    const auto date = device_.clock();
-    if (!date) return;
-    json_["dateTime"] = *date;
-    field("Clock", dateInWords(*date));
-  }
-
-  void takeStores() {
-    json_["stores"] = PropertyDictionary::array();
-    part("the stores", [&] {
-      for (const std::uint32_t id : device_.storeIDs())
-        part("store " + handleText(id), [&] { takeStore(id); });
-    });
-    const auto objects = device_.count();
-    if (!objects) return;
-    json_["objects"] = *objects;
-    field("Objects", std::to_string(*objects));
-  }
-
-  void takeStore(std::uint32_t id) {
-    const StoreInfo store = device_.store(id);
-    if (store.isEmpty()) return;
-    PropertyDictionary json = jsonFromStorageInfo(library::recordOf(store));
-    json["storageID"] = id;
-    json_["stores"].push_back(std::move(json));
-    field("Store " + handleText(id), storageTypeInWords(store.type()) + ", " +
-                                         freeSpaceInWords(store) + " free of " +
-                                         capacityInWords(store));
-  }
-
-  static std::string listed(const std::vector<std::uint16_t>& codes,
-                            std::string (*nameOf)(std::uint16_t)) {
-    std::vector<std::string> names;
-    for (const std::uint16_t code : codes)
-      names.push_back(nameOf(code));
-    return joined(names);
-  }
-
-  ToolContext& context_;
-  Device device_;
-  DeviceFacts facts_;
-  PropertyDictionary json_ = PropertyDictionary::object();
-  std::vector<std::pair<std::string, std::string>> fields_;
 };
 
 /// As wide as what shows it, and where nothing does as wide as most that might.
@@ -294,9 +157,23 @@ int runDevices(ToolContext& context, const DevicesOptions& options) {
   return kDone;
 }
 
-/// What the device says of itself and holds.
-int runInfo(ToolContext& context) {
-  return DeviceInformation(context).run();
+PropertyDictionary clockAsJSON(const std::string& date) {
+  PropertyDictionary json = {{"dateTime", date}};
+  if (const auto seconds = secondsAhead(date)) json["secondsAhead"] = *seconds;
+  return json;
+}
+
+int runClockGet(ToolContext& context) {
+  Device device = openCamera(context);
+  const auto date = device.clock();
+  if (!date)
+    throw ToolError({.operation = context.operation,
+                     .object = device.info().description(),
+                     .status = status::kPTPDevicePropNotSupported,
+                     .why = "it has no clock that can be read"});
+  if (context.output.isJSON()) context.output.document(clockAsJSON(*date));
+  context.output.line(clockInWords(*date));
+  return kDone;
 }
 
 /// Sets the device's clock to the time of this host.
@@ -343,9 +220,10 @@ void addDeviceCommands(CommandGroup& root) {
           "No device is opened for it. A unit is a camera in disk mode, a frame or a dock,\n"
           "whose card is listed by itself once it is mounted. --watch tells of cameras and\n"
           "cards.");
-  root.command("info", "What the device says of itself and holds", "tarvoctl info", runInfo);
-  root.group("clock", "The device's clock", "tarvoctl clock set")
-      .command("set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);
+  auto clock = root.group("clock", "The device's clock", "tarvoctl clock set");
+  clock.command("get", "The time it shows, and how far off it is", "tarvoctl clock get",
+                runClockGet);
+  clock.command("set", "Set it to the time of this computer", "tarvoctl clock set", runClockSet);
   root.command("reset", "Put the device into the state after switching on", "tarvoctl reset",
                runReset);
 }

@@ -50,12 +50,12 @@ class EventWatch {
     context_.output.message("Watching " + device + "; Ctrl-C ends it.");
     for (tellEvents(); !context_.interrupt.isSet() && !isGone_ && !isEnough(); tellEvents())
       context_.session().wait();
-    endIfInterrupted(context_, context_.operation);
+    // Ctrl-C is how it ends, so that nothing has failed.
     if (isGone_)
       throw ToolError(
           {.operation = context_.operation, .object = device, .status = status::kICADeviceGone});
     listing_.finish();
-    return kDone;
+    return context_.interrupt.isSet() ? kInterrupted : kDone;
   }
 
  private:

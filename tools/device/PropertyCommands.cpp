@@ -8,6 +8,7 @@
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Format.h"
 #include "Utilities/JSONReader.h"
+#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "library/Records.h"
@@ -47,13 +48,22 @@ std::string valueText(const PropertyDictionary& value) {
   return value.dump(-1, ' ', false, PropertyDictionary::error_handler_t::replace);
 }
 
-/// Dates are the one kind of text that is known to be something else.
-std::string valueInWords(const PTPPropertyDescription& description) {
-  const std::string text = valueText(description.current);
-  if (description.code == ptp::kDateTime) return dateInWords(text);
-  const bool isBattery =
-      description.code == ptp::kBatteryLevel && description.datatype == kPTPUInt8;
-  return isBattery ? batteryInWords(description.current.get<std::uint8_t>()) : text;
+/// What a value means; empty where nobody knows. Dates are the one kind of text that is known to be
+/// something else.
+std::string meaningOf(std::uint16_t code, const PropertyDictionary& value) {
+  if (code == ptp::kDateTime && value.is_string()) return dateInWords(value.get<std::string>());
+  const bool isNumber = value.is_number_integer() && value <= INT32_MAX;
+  return isNumber ? settingInWords(code, value.get<std::int64_t>()) : "";
+}
+
+/// "2 (automatic)"; what can be said in words alone is "2024-06-15 12:00:00" and "80 %".
+std::string valueInWords(const PTPPropertyDescription& description,
+                         const PropertyDictionary& value) {
+  const std::string meaning = meaningOf(description.code, value);
+  if (description.code == ptp::kBatteryLevel && value == kUnknownBatteryLevel) return "unknown";
+  const bool isPlain = description.code == ptp::kBatteryLevel || description.code == ptp::kDateTime;
+  if (isPlain && !meaning.empty()) return meaning;
+  return valueText(value) + (meaning.empty() ? "" : " (" + meaning + ")");
 }
 
 std::string formInWords(const PTPPropertyDescription& description) {
@@ -64,14 +74,16 @@ std::string formInWords(const PTPPropertyDescription& description) {
   std::string words;
   if (description.form == PTPPropertyDescription::Form::kEnumeration) {
     for (const auto& value : values)
-      words += (words.empty() ? "" : ", ") + valueText(value);
+      words += (words.empty() ? "" : ", ") + valueInWords(description, value);
   }
   return words;
 }
 
-PropertyDictionary asJSON(const PTPPropertyDescription& description) {
+PropertyDictionary propertyAsJSON(const PTPPropertyDescription& description) {
   PropertyDictionary json = jsonFromPropertyDescription(description);
   json["name"] = propertyName(description.code);
+  const std::string words = meaningOf(description.code, description.current);
+  if (!words.empty()) json["words"] = validUTF8(words);
   return json;
 }
 
@@ -134,9 +146,10 @@ int runPropertyList(ToolContext& context) {
     try {
       const PropertyInfo property = device.property(code);
       const auto& description = library::recordOf(property);
-      listing.add(asJSON(description), {codeText(code), propertyName(code),
-                                        property.isWritable() ? "read and write" : "read only",
-                                        valueInWords(description), formInWords(description)});
+      listing.add(propertyAsJSON(description),
+                  {codeText(code), propertyName(code),
+                   property.isWritable() ? "read and write" : "read only",
+                   valueInWords(description, description.current), formInWords(description)});
     } catch (const Error& error) {
       endIfInterrupted(context, context.operation);
       exitCode = kFailed;
@@ -155,13 +168,13 @@ int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
   const PropertyInfo property = propertyOf(context, device, code);
   const auto& description = library::recordOf(property);
   if (context.output.isJSON()) {
-    context.output.document(asJSON(description));
+    context.output.document(propertyAsJSON(description));
     return kDone;
   }
   std::vector<std::pair<std::string, std::string>> fields = {
       {"Property", nameAndCode(code)},
-      {"Value", valueInWords(description)},
-      {"Default", valueText(description.factoryDefault)},
+      {"Value", valueInWords(description, description.current)},
+      {"Default", valueInWords(description, description.factoryDefault)},
       {"Access", description.isWritable ? "read and write" : "read only"}};
   if (const auto allowed = formInWords(description); !allowed.empty())
     fields.emplace_back("Allowed", allowed);

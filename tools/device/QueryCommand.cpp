@@ -26,7 +26,7 @@ std::string asHex(const std::string& bytes) {
   return hex;
 }
 
-PropertyDictionary asJSON(const std::string& sql, const std::string& rows) {
+PropertyDictionary rowsAsJSON(const std::string& sql, const std::string& rows) {
   PropertyDictionary json = {{"query", sql}, {"size", rows.size()}};
   const bool isText = g_utf8_validate(rows.data(), static_cast<gssize>(rows.size()), nullptr) != 0;
   if (isText) {
@@ -50,7 +50,7 @@ int runQuery(ToolContext& context, const QueryOptions& options) {
     }
     return true;
   });
-  if (context.output.isJSON()) context.output.document(asJSON(options.sql, all));
+  if (context.output.isJSON()) context.output.document(rowsAsJSON(options.sql, all));
   return kDone;
 }
 

@@ -45,26 +45,19 @@ std::string importLine(const ImportPace& pace, std::size_t columns) {
   return line.substr(0, columns);
 }
 
-ImportProgress::ImportProgress(ToolContext& context)
-    : context_(context),
-      isShown_(context.output.errIsTerminal() && !context.output.isQuiet() &&
-               !context.output.isJSON()) {
-  context_.output.onWrite([this] { clear(); });
-}
-
 ImportProgress::~ImportProgress() {
-  clear();
-  context_.output.onWrite({});
+  context_.output.status({});
 }
 
 void ImportProgress::expect(std::uint64_t files, std::uint64_t bytes) {
-  clear();
+  context_.output.status({});
   pace_ = {.ofFiles = files, .ofBytes = bytes};
   started_ = Clock::now();
 }
 
 void ImportProgress::looked(std::uint64_t objects) {
-  if (isShown_ && Clock::now() - started_ >= kBeforeFirst && Clock::now() - lastDrawn_ >= kRedraw)
+  if (context_.output.showsStatus() && Clock::now() - started_ >= kBeforeFirst &&
+      Clock::now() - lastDrawn_ >= kRedraw)
     show(counted(objects, "objects looked at"));
 }
 
@@ -121,20 +114,15 @@ void ImportProgress::keptOnDevice(const importing::Item& item, const std::string
 
 void ImportProgress::draw() {
   const auto now = Clock::now();
-  if (!isShown_ || now - started_ < kBeforeFirst || now - lastDrawn_ < kRedraw) return;
+  if (!context_.output.showsStatus() || now - started_ < kBeforeFirst || now - lastDrawn_ < kRedraw)
+    return;
   pace_.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(now - started_);
   show(importLine(pace_, terminalColumns() - 1));
 }
 
 void ImportProgress::show(const std::string& line) {
   lastDrawn_ = Clock::now();
-  context_.output.beside("\r\033[K" + line.substr(0, terminalColumns() - 1));
-  isDrawn_ = true;
-}
-
-void ImportProgress::clear() {
-  if (!std::exchange(isDrawn_, false)) return;
-  context_.output.beside("\r\033[K");
+  context_.output.status(line.substr(0, terminalColumns() - 1));
 }
 
 }  // namespace tarvo::tools

@@ -28,7 +28,7 @@ std::string importLine(const ImportPace& pace, std::size_t columns);
 /// Main thread only; all are lent.
 class ImportProgress : public importing::ImportObserver {
  public:
-  explicit ImportProgress(ToolContext& context);
+  explicit ImportProgress(ToolContext& context) : context_(context) {}
   ~ImportProgress() override;
   ImportProgress(const ImportProgress&) = delete;
   ImportProgress& operator=(const ImportProgress&) = delete;
@@ -53,15 +53,12 @@ class ImportProgress : public importing::ImportObserver {
 
   void show(const std::string& line);
   void draw();
-  void clear();
 
   ToolContext& context_;
   ImportPace pace_;
   std::uint64_t bytesBefore_ = 0;  ///< of the objects that have ended
   std::uint64_t unread_ = 0;
   bool hasToldOfRoom_ = false;
-  bool isShown_;
-  bool isDrawn_ = false;
   Clock::time_point started_ = Clock::now();
   Clock::time_point lastDrawn_ = started_;
 };

@@ -57,7 +57,13 @@ LocalTarget targetOf(const std::string& operation, const FetchOptions& options) 
 std::string keptInWords(const Error& error, const std::string& name) {
   if (error.part().empty()) return {};
   return "what came of " + name + ", " + sizeInWords(error.kept()) + ", is kept in '" +
-         error.part() + "'; the next get goes on there, unless that file is deleted";
+         error.part() + "'; unless that file is deleted the same command goes on there";
+}
+
+std::string afterInterruption(const FetchOptions& options) {
+  const bool isSame = isOneObject(options) || options.onlyNew || options.overwrite;
+  return std::string("What was fetched stays; the same command") + (isSame ? "" : " with --new") +
+         " goes on there.";
 }
 
 /// Where the files of a run go, what becomes of those that are there, and what there is no room
@@ -245,6 +251,7 @@ class Fetching {
     if (isVolume_ && FolderTree(device_.info().path()).holds(run_.folder()))
       refuseUsage(context.operation, "'" + run_.folder() + "' lies on the volume itself");
     sieve_.useStoresOf(device_);
+    batch_.advise(afterInterruption(options));
   }
 
   int run() {

@@ -73,12 +73,13 @@ std::string folderNameOf(const Order& order) {
   return safeFileName(name).value_or(std::to_string(order.number()));
 }
 
-OrderPictures::OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target)
+OrderPictures::OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target,
+                             std::size_t count)
     : context_(context),
       device_(device),
       batch_(batch),
       target_(std::move(target)),
-      progress_(context.output, context.interrupt, 1) {}
+      progress_(context.output, context.interrupt, count) {}
 
 void OrderPictures::fetch(const Order& order) {
   noted_ = PropertyDictionary::parse(order.json());
@@ -122,6 +123,7 @@ void OrderPictures::fetchOne(const Order& order, std::size_t index, const std::s
   batch_.attempt(json, picture.name(), [&] {
     const auto handle = handleOf(picture);
     if (!handle) {
+      progress_.pass();
       batch_.failed(json, Failure{.object = order.description() + ", " + picture.name(),
                                   .status = status::kFileNotFound,
                                   .why = "the picture is no longer on the device",
@@ -140,6 +142,7 @@ void OrderPictures::fetchObject(const ObjectInfo& object, PropertyDictionary jso
                                 const std::string& folder) {
   if (isFileOfSize(fs::path(folder) / textForKey(noted, "file").value_or(""), object.size())) {
     batch_.skipped();
+    progress_.pass();
     return;
   }
   const auto file = device_.download(object, DownloadOptions()

@@ -19,7 +19,8 @@ namespace tarvo::tools {
 class OrderPictures {
  public:
   /// Everything is lent.
-  OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target);
+  OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target,
+                std::size_t count);
 
   /// Fetches all pictures of an order, each a result of the batch, and writes beside them what the
   /// order says, with the file of each picture (order.json). The folder is the order's own: one

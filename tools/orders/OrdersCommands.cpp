@@ -155,8 +155,13 @@ int download(ToolContext& context, Device& device, const OrdersShowOptions& opti
   for (const auto& entry : list.unread())
     batch.failed(asJSON(entry), failureOf(context, entry));
   sayWithheld(context, list);
-  OrderPictures pictures(context, device, batch, options.download);
-  for (const Order* order : chosenOrders(context, list, options.orders)) {
+  batch.advise("What was fetched stays; the same command goes on there.");
+  const auto orders = chosenOrders(context, list, options.orders);
+  std::size_t count = 0;
+  for (const Order* order : orders)
+    count += order->pictures().size();
+  OrderPictures pictures(context, device, batch, options.download, count);
+  for (const Order* order : orders) {
     if (!batch.goesOn()) break;
     pictures.fetch(*order);
   }

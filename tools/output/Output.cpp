@@ -42,16 +42,13 @@ std::string jsonText(const PropertyDictionary& json, int indent) {
 Output::Output(std::FILE* out, std::FILE* err, const GlobalOptions& options)
     : out_(out),
       err_(err),
-      json_(options.json),
+      json_(options.json || options.jsonLines),
+      jsonLines_(options.jsonLines),
       quiet_(options.quiet),
       outIsTerminal_(isTerminal(out)),
       outHasColours_(wantsColours(out)),
       errHasColours_(wantsColours(err)),
       errIsTerminal_(isTerminal(err)) {}
-
-void Output::stepAside() const {
-  if (beforeWriting_) beforeWriting_();
-}
 
 void Output::check(bool succeeded) {
   if (succeeded) return;
@@ -61,7 +58,7 @@ void Output::check(bool succeeded) {
 }
 
 void Output::write(std::string_view data) {
-  stepAside();
+  status({});
   check(std::fwrite(data.data(), 1, data.size(), out_) == data.size());
   // At once: what comes next may take a device its time, and who reads is not to wait for it.
   if (!gathers_) flush();
@@ -91,7 +88,7 @@ void Output::text(std::string_view data) {
 
 void Output::document(const PropertyDictionary& json) {
   hasDocument_ = true;
-  write(jsonText(json, 2) + "\n");
+  write(jsonText(json, jsonLines_ ? -1 : 2) + "\n");
 }
 
 void Output::beginList() {
@@ -103,25 +100,29 @@ void Output::beginList() {
 
 void Output::item(const PropertyDictionary& json) {
   if (!json_) return;
-  write((listIsEmpty_ ? "[\n  " : ",\n  ") + jsonText(json, -1));
+  const char* before = listIsEmpty_ ? "[\n  " : ",\n  ";
+  write(jsonLines_ ? jsonText(json, -1) + "\n" : before + jsonText(json, -1));
   listIsEmpty_ = false;
 }
 
 void Output::endList() {
   if (!listIsOpen_) return;
   listIsOpen_ = false;
-  write(listIsEmpty_ ? "[]\n" : "\n]\n");
+  if (!jsonLines_) write(listIsEmpty_ ? "[]\n" : "\n]\n");
 }
 
 void Output::writeError(const std::string& text) {
-  stepAside();
+  status({});
   // Where both go to one place, in the order in which they were said.
   if (gathers_) std::fflush(out_);
-  beside(text + "\n");
+  std::fputs((text + "\n").c_str(), err_);
+  std::fflush(err_);
 }
 
-void Output::beside(const std::string& text) {
-  std::fputs(text.c_str(), err_);
+void Output::status(const std::string& text) {
+  if (!showsStatus() || (text.empty() && !hasStatus_)) return;
+  hasStatus_ = !text.empty();
+  std::fputs(("\r\033[K" + text).c_str(), err_);
   std::fflush(err_);
 }
 

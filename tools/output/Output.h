@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <exception>
-#include <functional>
 #include <optional>
 #include <span>
 #include <string>
@@ -19,8 +18,9 @@
 namespace tarvo::tools {
 
 struct GlobalOptions {
-  bool json = false;   ///< one JSON document on standard output
-  bool quiet = false;  ///< neither messages nor progress; errors are still said
+  bool json = false;       ///< one JSON document on standard output
+  bool jsonLines = false;  ///< the same, a line a document, and lists without brackets
+  bool quiet = false;      ///< neither messages nor progress; errors are still said
   /// Serial number or USB location of the device; empty: the one that is there.
   std::string device{};
   /// Preferences file in place of the user's own.
@@ -43,7 +43,8 @@ class BrokenPipe : public std::exception {
 /// C1, DEL, and those that turn the direction of text). What writes to standard output raises
 /// BrokenPipe, and a ToolError where it cannot be written for another reason (a full disk).
 ///
-/// With --json all results of a command are one document: either a single document(), or a list.
+/// With --json all results of a command are one document: either a single document(), or a list,
+/// an entry a line. With --json-lines each is a line, and so is each entry of a list.
 class Output {
  public:
   /// Both streams are lent.
@@ -51,8 +52,6 @@ class Output {
 
   bool isJSON() const { return json_; }
   bool isQuiet() const { return quiet_; }
-  /// Whether a person watches what this is asked of, and colours are wanted (NO_COLOR, TERM).
-  bool errIsTerminal() const { return errIsTerminal_; }
 
   // Results.
 
@@ -85,21 +84,21 @@ class Output {
   /// The failure of one object among many: on standard error; nothing with --json, where the
   /// object's own entry says it.
   void objectError(const Failure& failure);
-  /// A piece of a line on standard error, as it is: a question, a progress bar.
-  void beside(const std::string& text);
-  /// Called before anything is written that would collide with a progress bar.
-  void onWrite(std::function<void()> beforeWriting) { beforeWriting_ = std::move(beforeWriting); }
+  /// How far it has come: a line on the terminal, until anything else is written or another line
+  /// takes its place; empty: it goes. `text` is printable. Nothing where showsStatus() is false.
+  void status(const std::string& text);
+  /// Whether a person watches who wants to be told: neither --quiet nor --json.
+  bool showsStatus() const { return errIsTerminal_ && !quiet_ && !json_; }
 
  private:
   void write(std::string_view data);
   void writeError(const std::string& text);
   /// Raises for a stream that has failed.
   void check(bool succeeded);
-  void stepAside() const;
-
   std::FILE* out_;
   std::FILE* err_;
   bool json_;
+  bool jsonLines_;
   bool quiet_;
   bool outIsTerminal_;
   bool gathers_ = false;
@@ -109,7 +108,7 @@ class Output {
   bool hasDocument_ = false;
   bool listIsOpen_ = false;
   bool listIsEmpty_ = true;
-  std::function<void()> beforeWriting_;
+  bool hasStatus_ = false;
 };
 
 // A list as a result: aligned columns for a person, a JSON array for a script.

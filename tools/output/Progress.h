@@ -1,4 +1,5 @@
-// How far long work has come: a bar with rate and time left, on a terminal alone.
+// How far long work has come, on a terminal alone: a bar with rate and time left, or how many
+// objects were looked through.
 //
 //   Progress progress(output, interrupt, 3);
 //   progress.begin("TARV0001.JPG", 2412034);
@@ -8,7 +9,9 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "tarvo/Session.h"
@@ -28,6 +31,8 @@ class Progress {
 
   /// Of so many, now that it is known.
   void expect(std::size_t count) { count_ = count; }
+  /// One that needs nothing, or cannot be had.
+  void pass() { ++index_; }
   /// The next object begins. `size` is in bytes; 0 is unknown.
   void begin(const std::string& name, std::uint64_t size);
   /// What was shown goes away.
@@ -39,14 +44,11 @@ class Progress {
   using Clock = std::chrono::steady_clock;
 
   void draw(Clock::time_point now);
-  void clear();
 
   Output& output_;
   const StopSignals& interrupt_;
   std::size_t count_;
   std::size_t index_ = 0;
-  bool isShown_;  ///< whether there is anybody to show it to
-  bool isDrawn_ = false;
   std::string name_;
   std::uint64_t size_ = 0;
   std::uint64_t done_ = 0;
@@ -54,10 +56,36 @@ class Progress {
   Clock::time_point lastDrawn_;
 };
 
+/// While a device is looked through for what is meant: "Looking through Tarvo Z7590: 1,234 objects
+/// ...", once that takes half a second.
+///
+///   Search search(output, device.info().name());
+///   visitor.onLooked(search.counter());
+class Search {
+ public:
+  /// `output` is lent.
+  Search(Output& output, std::string device);
+  ~Search() { output_.status({}); }
+  Search(const Search&) = delete;
+  Search& operator=(const Search&) = delete;
+
+  /// To be called for each object, not longer than this lives.
+  std::function<void()> counter();
+
+ private:
+  Output& output_;
+  std::string device_;
+  std::uint64_t count_ = 0;
+  std::chrono::steady_clock::time_point next_;
+};
+
 /// What the bar says, in at most `columns` columns: "2/3 NAME [####....]  42 %  4.2 MB/s  00:12".
-/// `size` 0 is unknown: then there is neither bar nor time left.
+/// A narrow terminal gets no bar, and where it needs to no rate. `size` 0 is unknown: then there is
+/// neither bar nor time left.
 std::string progressLine(const std::string& label, std::uint64_t done, std::uint64_t size,
                          std::chrono::milliseconds elapsed, std::size_t columns);
+/// The same of a search: "Looking through NAME: 1,234 objects ...".
+std::string searchLine(const std::string& device, std::uint64_t count, std::size_t columns);
 
 /// Of the terminal behind standard error; 80 where it does not say.
 std::size_t terminalColumns();

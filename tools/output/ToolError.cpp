@@ -23,7 +23,7 @@ constexpr Status kPTPInvalidDevicePropValue = 0x201C;
 /// Where a command helps; for the rest the library knows what does.
 constexpr auto kAdvice = std::to_array<Advice>({
     {status::kDuplicateFile, "Use --overwrite, or --keep-both to keep both files."},
-    {status::kICATimeout, "Switch the device off and on; a slow one may need a longer --timeout."},
+    {status::kICATimeout, "Switch the device off and on; where it is only slow, add --timeout 60."},
     {status::kPTPOperationNotSupported, "'tarvoctl info' shows what the device can do."},
     {status::kPTPInvalidStorageID, "'tarvoctl storage list' shows the stores."},
     {status::kPTPInvalidObjectHandle, "'tarvoctl ls --recursive' shows the objects."},
@@ -51,19 +51,12 @@ Failure failureOf(const Error& error, std::string object) {
 }
 
 std::string inWords(const Failure& failure) {
-  std::string words = failure.operation;
-  const auto append = [&words](const char* separator, const std::string& text) {
-    if (text.empty()) return;
-    if (!words.empty()) words += separator;
-    words += text;
-  };
-  append(" ", failure.object);
-  if (failure.status != status::kOK) append(": ", statusWithHex(failure.status));
-  append(": ", failure.why);
-  const std::string advice = failure.advice.empty() ? adviceFor(failure.status) : failure.advice;
-  if (!advice.empty() && !words.ends_with('.')) words += '.';
-  append(" ", advice);
-  return printable(words);
+  return inWords(
+      FailureWords{.operation = failure.operation,
+                   .object = failure.object,
+                   .status = failure.status,
+                   .why = failure.why,
+                   .advice = failure.advice.empty() ? adviceFor(failure.status) : failure.advice});
 }
 
 PropertyDictionary asJSON(const Failure& failure) {

@@ -30,8 +30,8 @@ struct Failure {
   std::string advice{};  ///< what to do; empty: what adviceFor() knows about the status
 };
 
-/// "get TARV0001.JPG: device did not answer in time (-9904, 0xffffd950): WHY. ADVICE". One line,
-/// without control characters, whatever a device gave.
+/// "get TARV0001.JPG: device did not answer in time: WHY. ADVICE (0xffffd950)". One line, without
+/// control characters, whatever a device gave.
 std::string inWords(const Failure& failure);
 /// Keys "operation", "object", "status", "statusHex", "message", "why" and "advice", those that are
 /// known. "message" is what inWords() gives.

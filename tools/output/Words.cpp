@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
 #include <span>
+#include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "Utilities/Format.h"
@@ -60,6 +62,13 @@ std::string counted(std::uint64_t count, std::string_view things) {
   return std::to_string(count) + " " + words;
 }
 
+std::string grouped(std::uint64_t count) {
+  std::string digits = std::to_string(count);
+  for (std::size_t at = digits.size(); at > 3; at -= 3)
+    digits.insert(at - 3, ",");
+  return digits;
+}
+
 std::string capacityInWords(const StoreInfo& store) {
   return isBelievable(store) ? sizeInWords(store.capacity()) : "unknown";
 }
@@ -79,6 +88,27 @@ std::string dateInWords(std::string_view ptpDate) {
   };
   return part(0, 4) + "-" + part(4, 2) + "-" + part(6, 2) + " " + part(9, 2) + ":" + part(11, 2) +
          ":" + part(13, 2);
+}
+
+std::optional<std::int64_t> secondsAhead(std::string_view ptpDate) {
+  const auto time = timeOfPTPDate(ptpDate);
+  return time ? std::optional(std::int64_t{*time - std::time(nullptr)}) : std::nullopt;
+}
+
+std::string clockInWords(std::string_view ptpDate) {
+  constexpr std::int64_t kNothing = 2;
+  const std::string date = dateInWords(ptpDate);
+  const auto ahead = secondsAhead(ptpDate);
+  if (!ahead) return date;
+  const std::int64_t seconds = std::abs(*ahead);
+  if (seconds <= kNothing) return date + ", as this computer";
+  const char* const side = *ahead < 0 ? " behind" : " ahead of";
+  // Each unit until the next one says it better.
+  const auto [unit, name] = seconds < 120         ? std::pair(1, "s")
+                            : seconds < 7200      ? std::pair(60, "min")
+                            : seconds < 2 * 86400 ? std::pair(3600, "h")
+                                                  : std::pair(86400, "days");
+  return date + ", " + std::to_string(seconds / unit) + " " + name + side + " this computer";
 }
 
 std::optional<std::string> ptpDateFromWords(std::string_view words) {
@@ -326,6 +356,94 @@ std::uint16_t propertyCode(std::string_view name) {
     return ::strcasecmp(each.name, std::string(name).c_str()) == 0;
   });
   return row == kProperties.end() ? 0 : row->code;
+}
+
+namespace {
+
+/// Of a property that counts what it can be.
+struct ValueName {
+  std::uint16_t property;
+  std::uint16_t value;
+  const char* name;
+};
+
+constexpr auto kValues = std::to_array<ValueName>({
+    {0x5002, 0, "standard"},
+    {0x5002, 1, "asleep"},
+    {0x5005, 1, "manual"},
+    {0x5005, 2, "automatic"},
+    {0x5005, 3, "automatic at a push"},
+    {0x5005, 4, "daylight"},
+    {0x5005, 5, "fluorescent light"},
+    {0x5005, 6, "tungsten light"},
+    {0x5005, 7, "flash"},
+    {0x500A, 1, "manual"},
+    {0x500A, 2, "automatic"},
+    {0x500A, 3, "automatic, close up"},
+    {0x500B, 1, "average"},
+    {0x500B, 2, "average by the centre"},
+    {0x500B, 3, "several spots"},
+    {0x500B, 4, "spot in the centre"},
+    {0x500C, 1, "automatic"},
+    {0x500C, 2, "off"},
+    {0x500C, 3, "fill"},
+    {0x500C, 4, "automatic, against red eyes"},
+    {0x500C, 5, "fill, against red eyes"},
+    {0x500C, 6, "external"},
+    {0x500E, 1, "manual"},
+    {0x500E, 2, "automatic"},
+    {0x500E, 3, "aperture priority"},
+    {0x500E, 4, "shutter priority"},
+    {0x500E, 5, "creative, for depth of field"},
+    {0x500E, 6, "action, for short exposures"},
+    {0x500E, 7, "portrait"},
+    {0x5013, 1, "single"},
+    {0x5013, 2, "burst"},
+    {0x5013, 3, "at intervals"},
+    {0x5017, 1, "none"},
+    {0x5017, 2, "black and white"},
+    {0x5017, 3, "sepia"},
+    {0x501C, 1, "spot in the centre"},
+    {0x501C, 2, "several spots"},
+});
+
+/// Of a property that measures something, in parts of a unit.
+std::string measureInWords(std::uint16_t property, std::int64_t value) {
+  const auto number = static_cast<double>(value);
+  switch (property) {
+    case ptp::kBatteryLevel:
+      return value >= 0 && value <= 100 ? std::to_string(value) + " %" : "";
+    case 0x5007:
+      return formatted("f/%.1f", number / 100);
+    case 0x5008:
+      return formatted("%.1f mm", number / 100);
+    case 0x5009:
+      return value == 0xFFFF ? "infinity" : formatted("%.2f m", number / 1000);
+    case 0x500D:
+      return value > 0 && value < 10000 ? formatted("1/%.0f s", 10000 / number)
+                                        : formatted("%.1f s", number / 10000);
+    case 0x500F:
+      return value == 0xFFFF ? "automatic" : formatted("ISO %.0f", number);
+    case 0x5010:
+      return formatted("%+.1f EV", number / 1000);
+    case 0x5012:
+    case 0x5019:
+    case 0x501B:
+      return formatted("%.1f s", number / 1000);
+    case 0x5016:
+      return formatted("%.1fx", number / 10);
+    default:
+      return {};
+  }
+}
+
+}  // namespace
+
+std::string settingInWords(std::uint16_t property, std::int64_t value) {
+  const auto row = std::ranges::find_if(kValues, [&](const ValueName& each) {
+    return each.property == property && each.value == value;
+  });
+  return row == kValues.end() ? measureInWords(property, value) : row->name;
 }
 
 std::string formatInWords(std::uint16_t format) {

@@ -21,6 +21,8 @@ std::string sizeInWords(std::uint64_t bytes);
 /// "1 file fetched", "2 files fetched": `things` begins with a noun in the plural, on "s", which
 /// one thing does without.
 std::string counted(std::uint64_t count, std::string_view things);
+/// "1,234,567".
+std::string grouped(std::uint64_t count);
 /// Of a store; "unknown" where the device says what cannot be: a size of all ones, or more free
 /// than there is.
 std::string capacityInWords(const StoreInfo& store);
@@ -30,6 +32,11 @@ std::string usedSpaceInWords(const StoreInfo& store);
 /// "20240615T120000.0+0200" (ISO 15740, "DateTime strings") gives "2024-06-15 12:00:00". Text that
 /// is no date comes back as it is, printable.
 std::string dateInWords(std::string_view ptpDate);
+/// How many seconds a PTP date lies ahead of this computer's clock, negative behind it; none for
+/// what is no date.
+std::optional<std::int64_t> secondsAhead(std::string_view ptpDate);
+/// "2024-06-15 12:00:00, 2 min behind this computer".
+std::string clockInWords(std::string_view ptpDate);
 /// The PTP date that a person means by either form, "2024-06-15 12:00:00" or that of PTP, with or
 /// without a zone behind it; none for what is no date of the calendar.
 std::optional<std::string> ptpDateFromWords(std::string_view words);
@@ -52,6 +59,9 @@ std::string accessInWords(std::uint16_t capability);
 std::string operationName(std::uint16_t code);
 std::string propertyName(std::uint16_t code);
 std::string eventName(std::uint16_t code);
+/// What a number means as the value of a property (ISO 15740, "Device property descriptions"):
+/// "automatic", "f/2.8"; empty where nobody knows.
+std::string settingInWords(std::uint16_t property, std::int64_t value);
 /// 0 for a name that no property has. The case of letters does not matter.
 std::uint16_t propertyCode(std::string_view name);
 

@@ -76,49 +76,47 @@ bool exceeds(std::size_t count, std::uint32_t limit, const char* what) {
   return true;
 }
 
-std::optional<AddressBookError> errorOfContact(const Contact& contact,
-                                               const XT_AddressBookInfo& limits,
-                                               const BadNicknameSet& bad) {
+AddressBookError errorOfContact(const Contact& contact, const XT_AddressBookInfo& limits,
+                                const BadNicknameSet& bad) {
   const Status address = validateEmailAddressFormat(contact.email, limits.maxAddressLengthInBytes);
-  if (address != status::kOK) return AddressBookError{address, contact.email};
+  if (address != status::kOK) return {address, contact.email};
   if (contact.nickname && utf16Length(*contact.nickname) > limits.maxNicknameLengthInBytes) {
     TraceLog::trace("Nickname <%s> is more than the limit of %d characters",
                     contact.nickname->c_str(), static_cast<int>(limits.maxNicknameLengthInBytes));
-    return AddressBookError{status::kAddressBookNicknameTooLong, contact.nickname};
+    return {status::kAddressBookNicknameTooLong, contact.nickname};
   }
   const Status nickname = validateNickname(contact.nickname, limits.characterTypeLimitation, bad);
-  if (nickname != status::kOK) return AddressBookError{nickname, contact.nickname};
-  return std::nullopt;
-}
-
-/// The value to blame; a group without a name has none.
-AddressBookError groupError(Status code, const ContactGroup& group) {
-  return {code, group.name.empty() ? std::nullopt : std::optional(group.name)};
+  return {nickname, contact.nickname};
 }
 
 /// All members count, those that are to be deleted as well: intended, see docs/oddities.md.
-std::optional<AddressBookError> errorOfGroup(const ContactGroup& group,
-                                             const XT_AddressBookInfo& limits) {
+Status statusOfGroup(const ContactGroup& group, const XT_AddressBookInfo& limits) {
   if (exceeds(group.members.size(), limits.maxAddressesPerGroup,
-              "Too many members in a group for device")) {
-    return groupError(status::kAddressBookTooManyMembers, group);
-  }
-  if (exceeds(utf16Length(group.name), limits.maxGroupNameLengthInBytes, "Group name too long")) {
-    return groupError(status::kAddressBookGroupNameTooLong, group);
-  }
-  return std::nullopt;
+              "Too many members in a group for device"))
+    return status::kAddressBookTooManyMembers;
+  return exceeds(utf16Length(group.name), limits.maxGroupNameLengthInBytes, "Group name too long")
+             ? status::kAddressBookGroupNameTooLong
+             : status::kOK;
 }
 
-/// The error of the first entry that has one.
+/// The value to blame; a group without a name has none.
+AddressBookError errorOfGroup(const ContactGroup& group, const XT_AddressBookInfo& limits) {
+  return {statusOfGroup(group, limits),
+          group.name.empty() ? std::nullopt : std::optional(group.name)};
+}
+
+/// Appends the error of each entry that has one, until there are `most`.
 template <typename Entries, typename Check>
-std::optional<AddressBookError> firstError(const std::optional<Entries>& entries,
-                                           const Check& check) {
-  if (!entries) return std::nullopt;
-  for (const auto& entry : *entries) {
+void appendFaults(std::vector<AddressBookFault>& faults, std::size_t most,
+                  AddressBookFault::Part part, const std::optional<Entries>& entries,
+                  const Check& check) {
+  for (std::size_t index = 0; entries && index < entries->size(); ++index) {
+    if (faults.size() >= most) return;
+    const auto& entry = (*entries)[index];
     if (!kCounts(entry)) continue;
-    if (auto error = check(*entry)) return error;
+    AddressBookFault fault{check(*entry), part, index};
+    if (fault.ptpErrorCode != status::kOK) faults.push_back(std::move(fault));
   }
-  return std::nullopt;
 }
 
 /// "<00010203 0405>", as the platform shows bytes.
@@ -162,22 +160,31 @@ Status validateNickname(const std::optional<std::string>& nickname, std::uint16_
   return isAccepted ? status::kOK : status::kAddressBookNicknameCharacters;
 }
 
+std::vector<AddressBookFault> addressBookFaults(const AddressBook& book, const BadNicknameSet& bad,
+                                                std::size_t most) {
+  using Part = AddressBookFault::Part;
+  const auto& limits = book.limits;
+  std::vector<AddressBookFault> faults;
+  // Before the contacts themselves: with too many of them it does not matter what is in them.
+  if (exceeds(countOf(book.contacts), limits.maxAddresses, "Too many contacts for device"))
+    faults.push_back({{status::kAddressBookTooManyContacts, {}}});
+  appendFaults(faults, most, Part::kContact, book.contacts,
+               [&](const Contact& contact) { return errorOfContact(contact, limits, bad); });
+  if (faults.size() < most &&
+      exceeds(countOf(book.groups), limits.maxGroups, "Too many groups for device"))
+    faults.push_back({{status::kAddressBookTooManyGroups, {}}});
+  appendFaults(faults, most, Part::kGroup, book.groups,
+               [&](const ContactGroup& group) { return errorOfGroup(group, limits); });
+  return faults;
+}
+
 std::optional<AddressBookError> validateAddressBookDict(const AddressBook& book,
                                                         bool supportsAddressBooks,
                                                         const BadNicknameSet& bad) {
-  const auto& limits = book.limits;
   if (!supportsAddressBooks) return AddressBookError{status::kPTPOperationNotSupported, {}};
-  // Before the contacts themselves: with too many of them it does not matter what is in them.
-  if (exceeds(countOf(book.contacts), limits.maxAddresses, "Too many contacts for device")) {
-    return AddressBookError{status::kAddressBookTooManyContacts, {}};
-  }
-  const auto errorOf = [&](const Contact& contact) { return errorOfContact(contact, limits, bad); };
-  if (auto error = firstError(book.contacts, errorOf)) return error;
-  if (exceeds(countOf(book.groups), limits.maxGroups, "Too many groups for device")) {
-    return AddressBookError{status::kAddressBookTooManyGroups, {}};
-  }
-  return firstError(book.groups,
-                    [&](const ContactGroup& group) { return errorOfGroup(group, limits); });
+  auto faults = addressBookFaults(book, bad, 1);
+  if (faults.empty()) return std::nullopt;
+  return std::move(faults.front());
 }
 
 Status validateAddressBook(const AddressBook& book, bool supportsAddressBooks,

@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
 #include "Utilities/Status.h"
@@ -20,6 +21,13 @@ struct AddressBookError {
   std::optional<std::string> errorObject;
 
   friend bool operator==(const AddressBookError&, const AddressBookError&) = default;
+};
+
+/// The same with what breaks it: the place of a contact or a group among those of the book.
+struct AddressBookFault : AddressBookError {
+  enum class Part : std::uint8_t { kBook, kContact, kGroup };
+  Part part = Part::kBook;
+  std::size_t index = 0;
 };
 
 /// 0, or the code of the first rule that the address breaks, which is traced. `maxLength` counts
@@ -38,9 +46,15 @@ BadNicknameSet makeBadNicknameSet();
                                       std::uint16_t charTypeLimit,
                                       const BadNicknameSet& bad = makeBadNicknameSet());
 
-/// None when the book is valid: contacts first, then groups, in order. `supportsAddressBooks` and
-/// `bad` are the device's; without support the code is 0x2005. Entries that are to be deleted do
-/// not count.
+/// Each entry that breaks a rule, with the first that it breaks, `most` of them at most: contacts
+/// first, then groups, in order, and before either that there are too many of them. `bad` is the
+/// device's. Entries that are to be deleted do not count.
+std::vector<AddressBookFault> addressBookFaults(const AddressBook& book,
+                                                const BadNicknameSet& bad = makeBadNicknameSet(),
+                                                std::size_t most = SIZE_MAX);
+/// None when the book is valid, else the first of them: contacts first, then groups, in order.
+/// `supportsAddressBooks` and `bad` are the device's; without support the code is 0x2005. Entries
+/// that are to be deleted do not count.
 std::optional<AddressBookError> validateAddressBookDict(
     const AddressBook& book, bool supportsAddressBooks,
     const BadNicknameSet& bad = makeBadNicknameSet());

@@ -150,6 +150,11 @@ class TARVO_API BookOptions {
   /// As other software of the maker synchronises: groups alone are sent, or, to a device that keeps
   /// a file, an empty one.
   BookOptions& syncOnly(bool is = true);
+  /// Entries that the device cannot keep are left out, each with a warning; of somebody whom it
+  /// has, what it has stays.
+  BookOptions& skipsInvalid(bool is = true);
+  /// Names and other texts that are too long are cut, each with a warning.
+  BookOptions& shortens(bool is = true);
 
   struct Data;
   const Data& data() const { return *data_; }
@@ -205,12 +210,17 @@ TARVO_API bool keepsContactsSingly(Device& device);
 TARVO_API std::optional<BookFault> checkAddressBook(Device& device, const ContactBook& there,
                                                     const ContactBook& wanted);
 
+/// The same, all of it: of each entry the first rule that it breaks.
+TARVO_API std::vector<BookFault> findBookFaults(Device& device, const ContactBook& there,
+                                                const ContactBook& wanted);
+
 /// What has to change for the book of the device, as it was read, to become `wanted`. People are
 /// the same by their ids, else by handle, else by e-mail address and nickname; groups by handle and
 /// name, else by a name that only one has. Nothing is sent.
 ///
-/// Raises kRefused where `there` has gaps; kAmbiguous where it cannot be told who is who; kMisuse,
-/// with the code of BookFault where there is one, for an entry that the device cannot keep; kBusy,
+/// Raises kRefused where `there` has gaps; kAmbiguous where it cannot be told who is who; kMisuse
+/// for entries that the device cannot keep, which the reason names, the first twenty of them, with
+/// the code of the first one's BookFault where there is one; kBusy,
 /// with the order's handle as the object, where an e-mail order would go to somebody else then.
 TARVO_API BookChange planAddressBook(Device& device, const ContactBook& there,
                                      const ContactBook& wanted, const BookOptions& options = {});

@@ -163,6 +163,8 @@ class TARVO_API Device {
   ObjectInfo object(std::uint32_t handle);
   /// How many objects a camera has, in one store or, for 0, in all; none where it does not tell.
   std::optional<std::uint32_t> count(std::uint32_t store = 0);
+  /// The same of one format, as the camera counts: some pass over the format.
+  std::optional<std::uint32_t> count(std::uint32_t store, std::uint16_t format);
   /// A folder goes with all that is in it; on a volume folders are refused (kNotAFile, -1302).
   void remove(const ObjectInfo& object);
   /// Of a camera. 1 to 254 UTF-16 units.
