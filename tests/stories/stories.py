@@ -9,8 +9,10 @@ stories.txt tells how a story is written. Without namespaces for a testbed: stat
 
 import fcntl
 import glob
+import json
 import os
 import pty
+import pwd
 import re
 import select
 import shutil
@@ -58,8 +60,8 @@ class Player:
         self.environment = {name: os.environ[name] for name in os.environ
                             if name in keep or name.startswith(("UMOCKDEV", "TARVO"))}
         self.environment |= {"PATH": f"{os.path.dirname(tool)}:{os.environ['PATH']}",
-                             "SIMULATOR": simulator, "VOLUMES": os.environ["STORIES_PLACE"] + "/volumes",
-                             "TERM": "xterm", "LANG": "C.UTF-8"}
+                             "SIMULATOR": simulator, "TERM": "xterm", "LANG": "C.UTF-8",
+                             "VOLUMES": "/media/" + pwd.getpwuid(os.getuid()).pw_name}
 
     def simulate(self, *words):
         return subprocess.run([self.simulator, *words], check=True, capture_output=True,
@@ -77,11 +79,12 @@ class Player:
         environment = self.environment | {"HOME": home, "ID": (ids + [""])[0]} | story.environment
         run = self.onTerminal if story.columns else self.byPipes
         status, out, err = run(story, home, environment)
-        there = re.findall(r"^\S+", self.simulate("list"), re.M)
-        for each in set(ids) & set(there):
-            self.simulate("unplug", each)
         wrong = [f"not seen: {item}" for item in story.seen
                  if not isSeen(item, status, out, err, home)]
+        for each in json.loads(self.simulate("list", "--json")):
+            if "KILL" not in story.command:
+                wrong += each["violations"]
+            self.simulate("unplug", each["id"])
         if wrong:
             wrong += [f"exit {status}", *(f"out> {line}" for line in out.splitlines()[:30]),
                       *(f"err> {line}" for line in err.splitlines()[:30])]
@@ -89,9 +92,15 @@ class Player:
         return wrong
 
     def byPipes(self, story, home, environment):
-        run = subprocess.run([*BASH, story.command], cwd=home, env=environment, timeout=SECONDS,
-                             stdin=subprocess.DEVNULL, capture_output=True, check=False)
-        return run.returncode, *(text.decode(errors="replace") for text in (run.stdout, run.stderr))
+        with subprocess.Popen([*BASH, story.command], cwd=home, env=environment,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, start_new_session=True) as run:
+            try:
+                texts = run.communicate(timeout=SECONDS)
+            except subprocess.TimeoutExpired:
+                os.killpg(run.pid, signal.SIGKILL)
+                texts = run.communicate()
+        return run.returncode, *(text.decode(errors="replace") for text in texts)
 
     def onTerminal(self, story, home, environment):
         """Both outputs are one there. The keys are typed as soon as there is a question."""
@@ -108,11 +117,11 @@ class Player:
                 out += os.read(terminal, 65536)
             except OSError:  # nobody has it open any more
                 break
-            if keys and b"] " in out[-3:]:
+            if keys and out.endswith(b"] "):
                 os.write(terminal, keys.encode() + b"\n")
                 keys = ""
         else:
-            os.kill(pid, signal.SIGKILL)
+            os.killpg(pid, signal.SIGKILL)
         os.close(terminal)
         return os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]), out.decode(errors="replace"), ""
 
@@ -138,7 +147,7 @@ def isSeen(item, status, out, err, home):
         return len([path for path in found if os.path.isfile(path)]) == int(count)
     if what == "fits":  # what is drawn again and again on one line
         drawn = [re.sub(r"\x1b\[[0-9;]*[A-Za-z]", "", each)
-                 for each in re.findall(r"\r([^\r\n]+)", out)]
+                 for each in re.findall(r"\r([^\r\n]+)(?=\r[^\n])", out)]
         return bool(drawn) and all(len(each) < int(text) for each in drawn)
     if what in ("colour", "no-colour"):
         return ("\x1b[3" in out or "\x1b[1" in out) == (what == "colour")
@@ -172,7 +181,7 @@ def main():
         environment = os.environ | {
             "STORIES_PLACE": place, "LOCPATH": place, "TARVO_SIMULATOR_SOCKET": f"{place}/control",
             "DBUS_SYSTEM_BUS_ADDRESS": f"unix:path={place}/none"}
-        serve = [simulator, "serve", "--strict", "--volumes", f"{place}/volumes", "--"]
+        serve = [simulator, "serve", "--"]
         refused = subprocess.run([*serve, "true"], env=environment, stderr=subprocess.PIPE,
                                  text=True, check=False)
         if refused.returncode != 0:

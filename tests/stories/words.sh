@@ -12,14 +12,24 @@ at() {
   wait $!
 }
 
-# ask EVENT LINE...: an import's conversation of these commands, until it has told of the event.
+# ask COMMAND EVENT...: an import's conversation, in which each command, a word or its whole line,
+# waits for the event behind the one before it.
 ask() {
-  local event=$1 end=$((SECONDS + 60))
-  shift
-  {
-    printf '%s\n' "$@"
-    until grep -q "\"event\": *\"$event\"" .told 2>/dev/null || [ "$SECONDS" -gt "$end" ]; do
-      sleep 0.05
-    done
-  } | tarvoctl import --progress=json | tee .told
+  local line
+  mkfifo .say
+  tarvoctl import --progress=json <.say >.told &
+  exec 9>.say
+  trap '' PIPE # of one that has ended
+  while [ $# -gt 0 ]; do
+    line=$1
+    [[ $line == {* ]] || line="{\"command\": \"$line\"}"
+    printf '%s\n' "$line" >&9
+    until grep -q "\"event\": *\"$2\"" .told || ! kill -0 $! 2>/dev/null; do sleep 0.05; done
+    shift 2
+  done
+  exec 9>&-
+  wait $!
+  local status=$?
+  cat .told
+  return $status
 }
