@@ -1,0 +1,35 @@
+# What the commands of stories may use besides programs.
+
+# at OPERATION TIMES SIGNAL COMMAND...: sends the signal as soon as the device has been asked for
+# the operation (decimal) so often, and ends as the command does.
+at() {
+  local operation=$1 times=$2 signal=$3
+  shift 3
+  "$@" &
+  until [ "$("$SIMULATOR" list --json | grep -ow "$operation" | wc -l)" -ge "$times" ] ||
+    ! kill -0 $! 2>/dev/null; do sleep 0.05; done
+  kill -"$signal" $! 2>/dev/null
+  wait $!
+}
+
+# ask COMMAND EVENT...: an import's conversation, in which each command, a word or its whole line,
+# waits for the event behind the one before it.
+ask() {
+  local line
+  mkfifo .say
+  tarvoctl import --progress=json <.say >.told &
+  exec 9>.say
+  trap '' PIPE # of one that has ended
+  while [ $# -gt 0 ]; do
+    line=$1
+    [[ $line == {* ]] || line="{\"command\": \"$line\"}"
+    printf '%s\n' "$line" >&9
+    until grep -q "\"event\": *\"$2\"" .told || ! kill -0 $! 2>/dev/null; do sleep 0.05; done
+    shift 2
+  done
+  exec 9>&-
+  wait $!
+  local status=$?
+  cat .told
+  return $status
+}
