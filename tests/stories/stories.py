@@ -157,7 +157,7 @@ def isSeen(item, status, out, err, home):
 def playAll(tool, simulator, word):
     player, counts = Player(tool, simulator), {}
     with open(os.path.join(FOLDER, "stories.txt"), encoding="utf-8") as lines:
-        stories = [Story(line) for line in lines if line.strip() and line[0] != "#" and word in line]
+        stories = [Story(line) for line in lines if line[0] not in "#\n" and word in line]
     for number, story in enumerate(stories, 1):
         wrong = player.play(story)
         verdict = "ok" if not wrong else "not ok"
@@ -166,7 +166,7 @@ def playAll(tool, simulator, word):
         counts[verdict] = counts.get(verdict, 0) + 1
         print(f"{verdict} {number} {story.title}", flush=True)
         if wrong and (word or not story.isWaiting):
-            print(f"    $ {story.command}", *(f"    {line}" for line in wrong), sep="\n", flush=True)
+            print("", f"$ {story.command}", *wrong, sep="\n    ", flush=True)
     print(", ".join(f"{count} {verdict}" for verdict, count in sorted(counts.items())))
     return 1 if "not ok" in counts or not stories else 0
 

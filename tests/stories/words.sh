@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # What the commands of stories may use besides programs.
 
 # at OPERATION TIMES SIGNAL COMMAND...: sends the signal as soon as the device has been asked for
@@ -22,7 +23,7 @@ ask() {
   trap '' PIPE # of one that has ended
   while [ $# -gt 0 ]; do
     line=$1
-    [[ $line == {* ]] || line="{\"command\": \"$line\"}"
+    [[ $line == '{'* ]] || line="{\"command\": \"$line\"}"
     printf '%s\n' "$line" >&9
     until grep -q "\"event\": *\"$2\"" .told || ! kill -0 $! 2>/dev/null; do sleep 0.05; done
     shift 2
