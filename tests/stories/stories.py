@@ -166,7 +166,7 @@ def playAll(tool, simulator, word):
         counts[verdict] = counts.get(verdict, 0) + 1
         print(f"{verdict} {number} {story.title}", flush=True)
         if wrong and (word or not story.isWaiting):
-            print("", f"$ {story.command}", *wrong, sep="\n    ", flush=True)
+            print("    " + "\n    ".join([f"$ {story.command}", *wrong]), flush=True)
     print(", ".join(f"{count} {verdict}" for verdict, count in sorted(counts.items())))
     return 1 if "not ok" in counts or not stories else 0
 
