@@ -202,9 +202,10 @@ int fitOf(const Summary& device, const std::string& wanted) {
   };
   look(device.serial);
   look(locationInHex(device));
-  // "lumo" is how people call a "Tarvo Lumo X2".
+  // "lumo" is how people call a "Tarvo Lumo X2", and "card" a "TARVO_CARD".
   const std::string_view name = device.name;
-  for (std::size_t at = 0; at < name.size(); at = std::min(name.find(' ', at), name.size()) + 1)
+  for (std::size_t at = 0; at < name.size();
+       at = std::min(name.find_first_of(" _-", at), name.size()) + 1)
     look(name.substr(at));
   return best;
 }

@@ -90,7 +90,7 @@ namespace {
 /// What can be done with a device, by the words of people.
 std::vector<std::string> abilitiesOf(const DeviceInfo& device) {
   if (device.kind() == DeviceKind::kVolume) return {"list", "get", "remove", "eject"};
-  if (!device.isSupported()) return {"list", "get"};
+  if (!device.isOfMaker()) return {"list", "get"};
   return {"list", "get", "put", "orders"};
 }
 

@@ -28,11 +28,11 @@ struct DevicesOptions {
 /// Of what asJSON() says, for all kinds alike.
 std::vector<std::string> cellsOf(const PropertyDictionary& device) {
   const auto can = device["can"].get<std::vector<std::string>>();
-  // Of a card it says little: any camera may have written on it.
+  // The agent starts nothing for it. Of a card it says little.
   const bool isUnknown = device["kind"] == "camera" && !device["supported"].get<bool>();
   return {device["kind"].get<std::string>(), device["name"].get<std::string>(),
           device.value("serial", ""), device.value("locationHex", ""),
-          (isUnknown ? "other model: " : "") + joined(can)};
+          joined(can) + (isUnknown ? " (model not supported)" : "")};
 }
 
 const std::vector<Column> kDeviceColumns = {

@@ -172,7 +172,8 @@ class ObjectList {
 
   void show(const ObjectInfo& object) {
     // A camera tells no path with what lies in one folder.
-    const std::string path = isDeep_ || isVolume_ ? object.path() : folder_ + object.name();
+    const std::string path =
+        isDeep_ || isVolume_ || folder_.empty() ? object.path() : folder_ + object.name();
     ++shown_;
     PropertyDictionary json;
     if (!isVolume_) json["handle"] = object.handle();
