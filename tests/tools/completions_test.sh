@@ -62,7 +62,7 @@ msc clock ''|set
 --json msc mode ''|get set
 msc mode set --wake-after 10 ''|camera startup memory
 msc mode set camera ''|
-ls --|--store --format --association --long --recursive --handles --limit $global
+ls --|--long --recursive --handles --pictures --films --since --format --store --sort --limit $global
 ls --lo|--long
 ls --format ''|
 addressbook import --format ''|json vcard

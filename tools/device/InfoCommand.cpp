@@ -8,6 +8,7 @@
 
 #include "NativeServices/PictureDevice/datasets/RecordJSON.h"
 #include "Utilities/Exception.h"
+#include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "library/Records.h"
@@ -172,15 +173,16 @@ class DeviceInformation {
   void takeObjects(const DeviceFacts& facts) {
     const auto objects = device_.count();
     if (objects) json_["objects"] = *objects;
+    std::optional<Pictures> sum;
     part("the pictures", [&] {
-      auto counted = countedByFormat(facts, objects);
-      if (!counted && objects && *objects <= kMostLookedAt) counted = countedOneByOne();
-      tellPictures(counted, objects && !counted
-                                ? "not counted, as the device does not tell; 'tarvoctl ls "
-                                  "--recursive' shows them"
-                                : "");
+      sum = countedByFormat(facts, objects);
+      if (!sum && objects && *objects <= kMostLookedAt) sum = countedOneByOne();
     });
-    if (objects) field("Objects", grouped(*objects));
+    std::vector<std::string> words;
+    if (sum) words.push_back(told(*sum));
+    if (objects) words.push_back(counted(*objects, "objects in all"));
+    if (!sum && objects) words.emplace_back("not counted by kind, as the device does not");
+    field("Holds", joined(words));
   }
 
   /// By one question a format; none of a device that passes over what it is asked for.
@@ -213,12 +215,10 @@ class DeviceInformation {
     return sum;
   }
 
-  void tellPictures(const std::optional<Pictures>& counted, const std::string& otherwise) {
-    if (!counted) return field("Pictures", otherwise);
-    json_["pictures"] = counted->pictures;
-    json_["films"] = counted->films;
-    field("Pictures", grouped(counted->pictures));
-    field("Films", grouped(counted->films));
+  std::string told(const Pictures& sum) {
+    json_["pictures"] = sum.pictures;
+    json_["films"] = sum.films;
+    return counted(sum.pictures, "pictures") + ", " + counted(sum.films, "films");
   }
 
   void takeVolume() {
@@ -252,16 +252,16 @@ class DeviceInformation {
                   })
                       .onLooked(search.counter())
                       .onUnreadable([](auto, const auto&, const auto&) { return true; }));
-    const bool isAll = looked < kMostFiles;
-    tellPictures(isAll ? std::optional(sum) : std::nullopt,
-                 "not counted among more than " + grouped(kMostFiles) + " files");
+    field("Holds", looked < kMostFiles
+                       ? told(sum)
+                       : "more than " + counted(kMostFiles, "files") + ", which are not counted");
   }
 
   static std::string listed(const std::vector<std::uint16_t>& codes,
                             std::string (*nameOf)(std::uint16_t)) {
     std::vector<std::string> names;
     for (const std::uint16_t code : codes)
-      names.push_back(nameOf(code));
+      names.push_back(nameOf(code) + formatted(" (0x%04x)", unsigned{code}));
     return joined(names);
   }
 

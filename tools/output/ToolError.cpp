@@ -24,7 +24,7 @@ constexpr Status kPTPInvalidDevicePropValue = 0x201C;
 constexpr auto kAdvice = std::to_array<Advice>({
     {status::kDuplicateFile, "Use --overwrite, or --keep-both to keep both files."},
     {status::kICATimeout, "Switch the device off and on; where it is only slow, add --timeout 60."},
-    {status::kPTPOperationNotSupported, "'tarvoctl info' shows what the device can do."},
+    {status::kPTPOperationNotSupported, "'tarvoctl info --long' shows what the device can do."},
     {status::kPTPInvalidStorageID, "'tarvoctl storage list' shows the stores."},
     {status::kPTPInvalidObjectHandle, "'tarvoctl ls --recursive' shows the objects."},
     {status::kPTPDevicePropNotSupported, "'tarvoctl property list' shows the properties."},
