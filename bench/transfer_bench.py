@@ -138,6 +138,43 @@ class Bench:
               f"{statistics.median(other) / statistics.median(own):6.2f} times as fast; transactions "
               f"{counted['tarvoctl']} and {counted['gphoto2']}", flush=True)
 
+    def importing(self):
+        """An import beside get --all, by turns, and one that finds nothing new."""
+        count, size = self.arguments.many, 2 * MIB
+        content = [{"folder": "DCIM", "content": [{"generate": {
+            "count": count, "size": size, "prefix": "IMG_", "extension": "JPG",
+            "captured": "20240615T120000"}}]}]
+        tarvoctl = [self.arguments.tarvoctl, "--quiet"]
+        with self.camera(content) as (_, _unused):
+            print(f"Importing {count} objects of 2 MiB")
+            fetched, imported = [], []
+            for _ in range(self.arguments.runs):
+                fetched.append(self.program(seconds_of, *tarvoctl, "get", "--all"))
+                imported.append(self.program(self.import_seconds, *tarvoctl, "import"))
+            figure("tarvoctl get --all", fetched)
+            figure("tarvoctl import", imported)
+            share("speed of the import", fetched, imported, 90)
+        content[0]["content"][0]["generate"].update(count=10000, size=10000)
+        with self.camera(content) as (_, _unused):
+            print("Nothing new among 10,000 objects")
+            with tempfile.TemporaryDirectory(dir=self.arguments.place) as folder:
+                words = [*tarvoctl, "import"]
+                self.import_seconds(words, folder)
+                listed, known = [], []
+                for _ in range(self.arguments.runs):
+                    listed.append(seconds_of([*tarvoctl, "ls", "--long", "--recursive"], folder))
+                    known.append(self.import_seconds(words, folder))
+                figure("tarvoctl ls --long --recursive", listed)
+                figure("tarvoctl import", known)
+                share("speed of the import", listed, known, 90)
+                figure("tarvoctl import, peak memory", [peak_of(
+                    [*words, "--output", "pictures"], folder)], "MB")
+
+    @staticmethod
+    def import_seconds(words, folder):
+        os.environ["XDG_STATE_HOME"] = os.path.join(folder, "state")
+        return seconds_of([*words, "--output", "pictures"], folder)
+
     def listing(self):
         for count in (100, 10000):
             content = [{"folder": "DCIM", "content": [{"generate": {
@@ -228,10 +265,10 @@ def main():
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--large", type=int, default=1024, help="MiB of the large object")
     parser.add_argument("--many", type=int, default=1000, help="number of the small objects")
-    parser.add_argument("--only", choices=["large", "many", "delay", "list", "put", "shared"])
+    parser.add_argument("--only", choices=["large", "many", "delay", "list", "put", "shared", "import"])
     bench = Bench(parser.parse_args())
     parts = {"large": bench.one_large, "many": lambda: bench.many(0),
-             "delay": lambda: bench.many(1), "list": bench.listing,
+             "delay": lambda: bench.many(1), "import": bench.importing, "list": bench.listing,
              "shared": lambda: bench.shared(1000, 100, 500),
              "put": lambda: (bench.sending(1, bench.arguments.large * MIB),
                              bench.sending(bench.arguments.many, 100 << 10))}

@@ -82,7 +82,7 @@ class Player:
         wrong = [f"not seen: {item}" for item in story.seen
                  if not isSeen(item, status, out, err, home)]
         for each in json.loads(self.simulate("list", "--json")):
-            if "KILL" not in story.command:
+            if "KILL" not in story.command.upper():
                 wrong += each["violations"]
             self.simulate("unplug", each["id"])
         if wrong:

@@ -13,6 +13,33 @@ at() {
   wait $!
 }
 
+# killed TIMES: kills an import at its first transaction, one from the beginning at its second ...,
+# and each time lets another one finish; says how many files were there in all.
+killed() {
+  local number before files=0 sum='' other
+  for number in $(seq "$1"); do
+    rm -rf Pictures .local
+    before=$(transactions)
+    "$SIMULATOR" fault "$ID" "silent=@$number"
+    tarvoctl --timeout 60 import --quiet &
+    until [ $(($(transactions) - before)) -ge "$number" ] || ! kill -0 $! 2>/dev/null; do
+      sleep 0.01
+    done
+    kill -KILL $! 2>/dev/null
+    wait $! 2>/dev/null
+    "$SIMULATOR" fault "$ID" silent=off
+    tarvoctl import --quiet || echo "kill $number: not finished"
+    files=$((files + $(find Pictures -type f ! -name '.*' | wc -l)))
+    other=$(find Pictures -type f ! -name '.*' -exec sha1sum {} + | sort | sha1sum)
+    [ -z "$sum" ] || [ "$sum" = "$other" ] || echo "kill $number: other files than before"
+    sum=$other
+  done
+  echo "$1 kills, $files files"
+}
+transactions() {
+  "$SIMULATOR" list --json | grep -o '"transactions": *[0-9]*' | grep -o '[0-9]*$' | head -n 1
+}
+
 # ask COMMAND EVENT...: an import's conversation, in which each command, a word or its whole line,
 # waits for the event behind the one before it.
 ask() {

@@ -43,6 +43,7 @@ class Batch {
   /// nothing has are failures of the batch. Gives what Device::visit() does.
   std::uint64_t visit(Device& device, const ObjectChoice& choice,
                       const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject);
+  std::uint64_t failures() const { return failed_ + left_; }
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;
 

@@ -272,6 +272,7 @@ void Conversation::remove(const Json& command) {
 void Conversation::wantThumbnails(const Json& command) {
   // What is asked for last is what is looked at.
   const auto ids = idsOf(command);
+  if (ids.empty()) return refuse("thumbnail", "no object of the list is meant");
   thumbnails_.insert(thumbnails_.begin(), ids.begin(), ids.end());
   constexpr std::size_t kMost = 1000;
   if (thumbnails_.size() > kMost) thumbnails_.resize(kMost);

@@ -1,4 +1,6 @@
 // import: what is new on a camera or a card, into folders by date.
+#include <glib.h>
+
 #include <ctime>
 #include <filesystem>
 #include <memory>
@@ -19,6 +21,7 @@
 #include "tools/import/Conversation.h"
 #include "tools/import/ImportProgress.h"
 #include "tools/objects/ObjectFilter.h"
+#include "tools/orders/ImportOrders.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -40,6 +43,7 @@ struct ImportCommandOptions {
   bool deletes = false;
   bool yes = false;
   bool setsClock = false;
+  bool orders = false;
   std::string progress{};
 };
 
@@ -64,6 +68,37 @@ bool isOfKind(const ImportCommandOptions& options, const ObjectInfo& object) {
   return (both || options.pictures) && object.format() >> 8 == kImages;
 }
 
+/// What the user's preferences say of imports: keys "Folder" and "Pattern" of a group of their own.
+class ImportPreferences {
+ public:
+  explicit ImportPreferences(const std::optional<std::string>& file) : keys_(g_key_file_new()) {
+    if (file) {
+      g_key_file_load_from_file(keys_, file->c_str(), G_KEY_FILE_NONE, nullptr);
+      return;
+    }
+    // The user's own in place of the machine's, as a whole.
+    std::vector<const gchar*> folders = {g_get_user_config_dir()};
+    for (const gchar* const* each = g_get_system_config_dirs(); *each != nullptr; ++each)
+      folders.push_back(*each);
+    folders.push_back(nullptr);
+    g_key_file_load_from_dirs(keys_, "tarvo/agent.conf", folders.data(), nullptr, G_KEY_FILE_NONE,
+                              nullptr);
+  }
+  ~ImportPreferences() { g_key_file_free(keys_); }
+  ImportPreferences(const ImportPreferences&) = delete;
+  ImportPreferences& operator=(const ImportPreferences&) = delete;
+
+  std::string text(const char* key) const {
+    gchar* const value = g_key_file_get_string(keys_, "Import", key, nullptr);
+    std::string text = value ? value : "";
+    g_free(value);
+    return text;
+  }
+
+ private:
+  GKeyFile* keys_;
+};
+
 PlacePattern patternOf(const std::string& operation, const std::string& text) {
   try {
     return PlacePattern(text.empty() ? PlacePattern::kUsual : text);
@@ -84,9 +119,13 @@ class Importing {
  public:
   Importing(ToolContext& context, const ImportCommandOptions& options)
       : context_(context), command_(options) {
-    options_.folder = options.output.empty() ? defaultTargetFolder()
-                                             : std::filesystem::absolute(options.output).string();
-    options_.pattern = patternOf(context.operation, options.pattern);
+    const ImportPreferences preferences(context.options.configFile);
+    std::string folder = options.output.empty() ? preferences.text("Folder") : options.output;
+    if (folder.starts_with("~/")) folder.replace(0, 1, g_get_home_dir());
+    options_.folder =
+        folder.empty() ? defaultTargetFolder() : std::filesystem::absolute(folder).string();
+    options_.pattern = patternOf(
+        context.operation, options.pattern.empty() ? preferences.text("Pattern") : options.pattern);
     if (!options.since.empty()) since_ = timeSince(context.operation, options.since);
     options_.verifies = options.verifies;
     options_.deletes = options.deletes;
@@ -212,7 +251,12 @@ class Importing {
     }
     tellSum();
     endIfInterrupted(context_, context_.operation);
+    const int orders =
+        command_.orders
+            ? importOrders(context_, *device_, options_.folder + "/" + options_.device + " orders")
+            : int{kDone};
     context_.output.endList();
+    if (orders != kDone) return orders;
     return sum_.failed + sum_.noRoom + sum_.kept + progress_->unread() == 0 ? kDone : kFailed;
   }
 
@@ -271,6 +315,7 @@ void addImportCommand(CommandGroup& root) {
       .flag("--yes", options->yes, "Do not ask")
       .needs("--delete")
       .flag("--set-clock", options->setsClock, "Set the camera's clock first")
+      .flag("--orders", options->orders, "Fetch and fulfil the orders on the camera, too")
       .option("--progress", options->progress, "FORM",
               "json: a conversation of JSON lines, for other programs")
       .oneOf({"json"})

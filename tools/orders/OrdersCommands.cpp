@@ -14,6 +14,7 @@
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
+#include "tools/orders/ImportOrders.h"
 #include "tools/orders/OrderPictures.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
@@ -357,6 +358,16 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
   return batch.finish();
 }
 
+/// Tells the device that every picture of an order has been dealt with.
+void fulfilWhole(Device& device, Batch& batch, const Order& order) {
+  for (const auto& picture : order.pictures()) {
+    if (!batch.goesOn()) return;
+    batch.attempt({{"order", order.handle()}, {"handle", picture.handle()}},
+                  order.description() + ", " + nameInWords(picture),
+                  [&] { fulfilOrder(device, order, picture); });
+  }
+}
+
 /// Deletes orders, never their pictures, and says what is still there.
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
   const Consent consent(context, context.operation, options.yes, "delete orders");
@@ -380,6 +391,28 @@ int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
 }
 
 }  // namespace
+
+int importOrders(ToolContext& context, Device& device, const std::string& folder) {
+  const auto list = readOrders(context, device);
+  if (isEmpty(list)) return kDone;
+  Batch batch(context, "pictures of orders fetched");
+  for (const auto& entry : list.unread())
+    batch.failed(asJSON(entry), failureOf(context, entry));
+  sayWithheld(context, list);
+  std::size_t count = 0;
+  for (const auto& order : list.orders())
+    count += order.pictures().size();
+  OrderPictures pictures(context, device, batch, folder, count);
+  for (const auto& order : list.orders()) {
+    if (!batch.goesOn()) break;
+    const auto before = batch.failures();
+    pictures.fetch(order);
+    // Done with is what is here as a whole; what stands in a file of the device cannot be told.
+    if (batch.failures() == before && batch.goesOn() && order.handle() != 0)
+      fulfilWhole(device, batch, order);
+  }
+  return batch.finish();
+}
 
 void addOrdersCommands(CommandGroup& root) {
   auto group = root.group("orders", "What was marked to be sent, printed or transferred",

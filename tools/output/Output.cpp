@@ -92,7 +92,7 @@ void Output::document(const PropertyDictionary& json) {
 }
 
 void Output::beginList() {
-  if (!json_) return;
+  if (!json_ || listIsOpen_) return;
   hasDocument_ = true;
   listIsOpen_ = true;
   listIsEmpty_ = true;

@@ -65,7 +65,8 @@ class Output {
   void text(std::string_view data);
   /// The one JSON document, in either form.
   void document(const PropertyDictionary& json);
-  /// A list as the one document, element by element as they become known. Nothing without --json.
+  /// A list as the one document, element by element as they become known; one that is open goes on.
+  /// Nothing without --json.
   void beginList();
   void item(const PropertyDictionary& json);
   void endList();
