@@ -167,8 +167,8 @@ int PartFile::rename(const std::string& name, bool replace) const {
 }
 
 int renameIfFree(int folder, const std::string& name, int newFolder, const std::string& newName) {
-  const int error = errorOf(
-      ::renameat2(folder, name.c_str(), newFolder, newName.c_str(), RENAME_NOREPLACE));
+  const int error =
+      errorOf(::renameat2(folder, name.c_str(), newFolder, newName.c_str(), RENAME_NOREPLACE));
   if (error != EINVAL) return error;
   // A file system that cannot keep the name by itself: somebody may take it in between.
   struct stat attributes {};

@@ -69,7 +69,9 @@ class NoPlatform : public BenchPlatform {
  public:
   const MakerConstants& maker() override { throw std::logic_error("the platform was asked for"); }
   SupportedModels& models() override { throw std::logic_error("the models were asked for"); }
-  const PictureDeviceServices& services() override { throw std::logic_error("services were asked for"); }
+  const PictureDeviceServices& services() override {
+    throw std::logic_error("services were asked for");
+  }
   TarvoMSCDeviceList& massStorage() override { throw std::logic_error("units were asked for"); }
 
   virtual ToolRun run(const std::vector<std::string>& words) { return runTool(words, *this); }

@@ -49,7 +49,8 @@ PTPDeviceInfo scanDeviceInfo(XTPTPDataSet& dataSet);
 XTMutablePTPDataSet dataSetFromDeviceInfo(const PTPDeviceInfo& info);
 
 /// The fixed part of the StorageInfo data set (ISO 15740, "StorageInfo dataset"). Of the two texts
-/// that follow it, the description and the volume label, only one is kept, which JSON does not have.
+/// that follow it, the description and the volume label, only one is kept, which JSON does not
+/// have.
 struct PTPStorageInfo {
   std::uint16_t storageType = 0;       ///< 1, 2: fixed and removable ROM; 3, 4: the same in RAM
   std::uint16_t fileSymType = 0;       ///< 1 flat, 2 hierarchical, 3 DCF
