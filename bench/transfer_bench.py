@@ -140,12 +140,14 @@ class Bench:
 
     def importing(self):
         """An import beside get --all, by turns, and one that finds nothing new."""
-        count, size = self.arguments.many, 2 * MIB
-        content = [{"folder": "DCIM", "content": [{"generate": {
-            "count": count, "size": size, "prefix": "IMG_", "extension": "JPG",
-            "captured": "20240615T120000"}}]}]
+        def pictures(count, size):
+            return [{"folder": "DCIM", "content": [
+                {"file": f"IMG_{each:05}.JPG", "size": size,
+                 "captured": f"202406{each % 28 + 1:02}T120000"} for each in range(count)]}]
+
+        count = self.arguments.many
         tarvoctl = [self.arguments.tarvoctl, "--quiet"]
-        with self.camera(content) as (_, _unused):
+        with self.camera(pictures(count, 2 * MIB)):
             print(f"Importing {count} objects of 2 MiB")
             fetched, imported = [], []
             for _ in range(self.arguments.runs):
@@ -154,8 +156,7 @@ class Bench:
             figure("tarvoctl get --all", fetched)
             figure("tarvoctl import", imported)
             share("speed of the import", fetched, imported, 90)
-        content[0]["content"][0]["generate"].update(count=10000, size=10000)
-        with self.camera(content) as (_, _unused):
+        with self.camera(pictures(10000, 10000)):
             print("Nothing new among 10,000 objects")
             with tempfile.TemporaryDirectory(dir=self.arguments.place) as folder:
                 words = [*tarvoctl, "import"]
