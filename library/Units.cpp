@@ -101,8 +101,6 @@ auto called(const std::shared_ptr<UnitState>& state, const char* operation, cons
   });
 }
 
-constexpr std::chrono::milliseconds kDiskTimeout{20'000};
-
 std::string diskOf(const Mount& mount) { return lastPathComponent(mount.device); }
 
 /// "/media/u/CARD (sdb1) is still mounted, in use by vi (12)".
@@ -148,22 +146,19 @@ std::vector<std::string> disksOf(Registry& registry, const TarvoMSCDevice& unit)
 }
 
 /// The disk of a volume of no unit, unmounted with all that its USB device has mounted.
-void unmountDisk(DiskArbitration& arbitration, const DADisk& disk, const std::string& name) {
-  std::chrono::milliseconds left = kDiskTimeout;
-  std::optional<DADissenter> dissenter;
+void unmountDisk(const DADisk& disk, const std::string& name) {
+  auto left = TarvoMSCDevice::kDiskTimeout;
+  TarvoMSCDevice::Failure failure;
   // Behind what its callback writes to.
-  const auto session = arbitration.createSession();
-  session->unmount(disk, [&](const DADissenter* refusal) {
-    if (refusal) dissenter = *refusal;
+  const auto session = MSCRoom::required().services().diskArbitration.createSession();
+  session->unmount(disk, [&](const DADissenter* dissenter) {
+    if (dissenter) failure = {dissenter->status, dissenter->why};
     session->stop();
   });
-  const bool isStopped = session->run(left);
-  if (!isStopped && arbitration.isInterrupted()) raise({.status = status::kCancelled});
-  if (!isStopped)
-    raise({.object = name,
-           .status = status::kIOReturnTimeout,
-           .why = session->awaited() + " within 20 seconds"});
-  if (dissenter) raise({.object = name, .status = dissenter->status, .why = dissenter->why});
+  const auto missed = TarvoMSCDevice::awaitDisk(*session, left);
+  if (missed.status != status::kOK) failure = missed;
+  if (failure.status != status::kOK)
+    raise({.object = name, .status = failure.status, .why = failure.why});
 }
 
 }  // namespace
@@ -187,7 +182,7 @@ void Session::eject(const DeviceInfo& volume) {
     const auto mount = mountOf();
     if (!mount) raise({.object = volume.description(), .status = status::kIOReturnNoDevice});
     const DADisk disk{diskOf(*mount), usbDeviceOfDisk(services.registry, diskOf(*mount))};
-    unmountDisk(MSCRoom::required().services().diskArbitration, disk, volume.description());
+    unmountDisk(disk, volume.description());
     if (const auto left = mountOf())
       raise({.object = volume.description(),
              .status = status::kIOReturnBusy,

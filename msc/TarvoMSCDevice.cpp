@@ -241,8 +241,7 @@ Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono:
   lastFailure_ = {};
   // Before the session, which may call back until it ends.
   DiskContext context{this, kDiskFailure, nullptr};
-  auto& diskArbitration = MSCRoom::required().services().diskArbitration;
-  const auto session = diskArbitration.createSession();
+  const auto session = MSCRoom::required().services().diskArbitration.createSession();
   // The completion has to end the session's wait.
   context.session = session.get();
   TraceLog::trace("scheduled session with RunLoop for bsdName = %s, session = %x", bsdName.c_str(),
@@ -251,16 +250,21 @@ Status TarvoMSCDevice::runDiskOperation(const std::string& bsdName, std::chrono:
   TraceLog::trace("confirming %s == %s??", bsdName.c_str(), bsdName.c_str());
   start(*session, {bsdName, usbDevice()},
         [&](const DADissenter* dissenter) { completion(bsdName, dissenter, &context); });
-  const bool isStopped = session->run(left);
-  if (!isStopped && diskArbitration.isInterrupted()) {
-    fail(status::kCancelled, "the program was told to end");
-  } else if (!isStopped) {
-    fail(status::kIOReturnTimeout, session->awaited() + " within 20 seconds");
-  }
+  const Failure missed = awaitDisk(*session, left);
+  const bool isStopped = missed.status == status::kOK;
+  if (!isStopped) lastFailure_ = missed;
   // One status for all failures, as callers know it; lastFailure() has the words.
   const Status result = isStopped && context.status == status::kOK ? status::kOK : kDiskFailure;
   TraceLog::trace("returning result = %d", result);
   return result;
+}
+
+TarvoMSCDevice::Failure TarvoMSCDevice::awaitDisk(DASession& session,
+                                                  std::chrono::milliseconds& left) {
+  if (session.run(left)) return {};
+  if (MSCRoom::required().services().diskArbitration.isInterrupted())
+    return {status::kCancelled, "the program was told to end"};
+  return {status::kIOReturnTimeout, session.awaited() + " within 20 seconds"};
 }
 
 void TarvoMSCDevice::diskUnmounted(const std::string& disk, const DADissenter* dissenter,

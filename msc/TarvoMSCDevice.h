@@ -131,6 +131,12 @@ class TarvoMSCDevice : public Object {
   /// MODE SELECT(10) of `pageBuffer` (SPC-4, 6.10), with exclusive access for that one task.
   [[nodiscard]] bool _modeSelectPage(std::span<const std::byte> pageBuffer);
 
+  /// The longest that a disk operation may take.
+  static constexpr std::chrono::milliseconds kDiskTimeout{20'000};
+  /// Waits for the completion of what was started in `session`, which stops it, and takes that time
+  /// off `left`. Why it was in vain; nothing where it was not.
+  static Failure awaitDisk(DASession& session, std::chrono::milliseconds& left);
+
   /// What the completion of a disk operation is handed.
   struct DiskContext {
     TarvoMSCDevice* self;
@@ -144,8 +150,6 @@ class TarvoMSCDevice : public Object {
   using DiskCompletion = void (*)(const std::string& disk, const DADissenter* dissenter,
                                   DiskContext* context);
   using StartOperation = std::function<void(DASession&, const DADisk&, DASession::Callback)>;
-
-  static constexpr std::chrono::milliseconds kDiskTimeout{20'000};
 
   TarvoMSCDevice() = default;
 

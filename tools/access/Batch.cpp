@@ -68,10 +68,11 @@ void Batch::attempt(const PropertyDictionary& json, const std::string& object,
 
 std::uint64_t Batch::visit(
     Device& device, const ObjectChoice& choice,
-    const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject) {
+    const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject, bool dealtWith) {
   Search search(context_.output, device.info().name());
   ObjectVisitor visitor;
-  visitor.onLooked(search.counter())
+  if (!dealtWith) visitor.onLooked(search.counter());
+  visitor
       .onObject([&](const ObjectInfo& object, bool isNamed) {
         onObject(object, isNamed);
         return goesOn();

@@ -40,9 +40,11 @@ class Batch {
   void attempt(const PropertyDictionary& json, const std::string& object,
                const std::function<void()>& work);
   /// Visits the objects that `choice` means until it shall not go on; what cannot be read and what
-  /// nothing has are failures of the batch. Gives what Device::visit() does.
+  /// nothing has are failures of the batch. Who watches is told how many were looked through,
+  /// unless the objects are `dealtWith` meanwhile. Gives what Device::visit() does.
   std::uint64_t visit(Device& device, const ObjectChoice& choice,
-                      const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject);
+                      const std::function<void(const ObjectInfo& object, bool isNamed)>& onObject,
+                      bool dealtWith = false);
   std::uint64_t failures() const { return failed_ + left_; }
   /// Whether to go on: neither interrupted nor without a device.
   bool goesOn() const;

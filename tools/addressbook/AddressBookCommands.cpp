@@ -194,13 +194,10 @@ int runAddressBookExport(ToolContext& context, const BookExportOptions& options)
     return kDone;
   }
   writeExport(context, options, text);
-  if (context.output.isJSON()) {
-    context.output.document({{"path", validUTF8(options.file)},
-                             {"contacts", book.contacts().size()},
-                             {"groups", book.groups().size()}});
-  } else {
-    context.output.line(options.file);
-  }
+  context.output.result({{"path", validUTF8(options.file)},
+                         {"contacts", book.contacts().size()},
+                         {"groups", book.groups().size()}},
+                        options.file);
   return kDone;
 }
 

@@ -1,11 +1,7 @@
 // devices, clock and reset: a device as a whole.
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <numeric>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -101,42 +97,6 @@ class DeviceWatch {
   std::uint64_t told_ = 0;
 };
 
-/// As wide as what shows it, and where nothing does as wide as most that might.
-std::size_t widthOfOutput() {
-  constexpr std::size_t kUsual = 80;
-  winsize size{};
-  const bool isKnown = ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
-  return isKnown ? size.ws_col : kUsual;
-}
-
-/// Whether a table of them has a line that is too long.
-bool isTooWide(const PropertyDictionary& devices) {
-  std::vector<std::size_t> widths;
-  for (const auto& column : kDeviceColumns)
-    widths.push_back(std::max(column.width, displayWidth(column.title)));
-  for (const auto& device : devices) {
-    const auto cells = cellsOf(device);
-    for (std::size_t index = 0; index < cells.size(); ++index)
-      widths[index] = std::max(widths[index], displayWidth(printable(cells[index])));
-  }
-  constexpr std::size_t kBetween = 2;
-  return std::reduce(widths.begin(), widths.end()) + kBetween * (widths.size() - 1) >
-         widthOfOutput();
-}
-
-/// One below the other.
-void showBlocks(Output& output, const PropertyDictionary& devices) {
-  for (const auto& device : devices) {
-    const auto cells = cellsOf(device);
-    if (device != devices.front()) output.line("");
-    showFields(output, {{"Kind", cells[0]},
-                        {"Name", cells[1]},
-                        {"Serial", cells[2]},
-                        {"Location", cells[3]},
-                        {"Can", cells[4]}});
-  }
-}
-
 /// Every camera, card and unit that is connected, without opening it.
 int runDevices(ToolContext& context, const DevicesOptions& options) {
   if (options.watch) return DeviceWatch(context, options).run();
@@ -145,11 +105,7 @@ int runDevices(ToolContext& context, const DevicesOptions& options) {
     all.push_back(asJSON(device));
   for (const auto& unit : context.session().units())
     all.push_back(asJSON(unit));
-  if (!context.output.isJSON() && !all.empty() && isTooWide(all)) {
-    showBlocks(context.output, all);
-    return kDone;
-  }
-  Listing listing(context.output, kDeviceColumns, Listing::kWhole);
+  Listing listing(context.output, kDeviceColumns, Listing::kFitting);
   for (const auto& device : all)
     listing.add(device, cellsOf(device));
   listing.finish();
@@ -171,8 +127,7 @@ int runClockGet(ToolContext& context) {
                      .object = device.info().description(),
                      .status = status::kPTPDevicePropNotSupported,
                      .why = "it has no clock that can be read"});
-  if (context.output.isJSON()) context.output.document(clockAsJSON(*date));
-  context.output.line(clockInWords(*date));
+  context.output.result(clockAsJSON(*date), clockInWords(*date));
   return kDone;
 }
 
@@ -187,11 +142,8 @@ int runClockSet(ToolContext& context) {
     context.output.message("What the clock says now is left out, which the device tells wrongly: " +
                            error.reason());
   }
-  if (context.output.isJSON()) {
-    context.output.document({{"dateTime", now.value_or("")}});
-  } else {
-    context.output.line("The clock is set" + (now ? ": " + dateInWords(*now) : std::string(".")));
-  }
+  context.output.result({{"dateTime", now.value_or("")}},
+                        "The clock is set" + (now ? ": " + dateInWords(*now) : std::string(".")));
   return kDone;
 }
 
@@ -199,11 +151,7 @@ int runClockSet(ToolContext& context) {
 int runReset(ToolContext& context) {
   Device device = openCamera(context);
   device.reset();
-  if (context.output.isJSON()) {
-    context.output.document({{"reset", true}});
-  } else {
-    context.output.line(device.info().description() + " was reset.");
-  }
+  context.output.result({{"reset", true}}, device.info().description() + " was reset.");
   return kDone;
 }
 

@@ -189,13 +189,10 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
   const PropertyInfo property = propertyOf(context, device, code);
   const std::string value = valueToSend(context, code, property, options.value);
   ofProperty(context, code, [&] { device.setProperty(code, value); });
-  if (context.output.isJSON()) {
-    context.output.document({{"code", code},
-                             {"name", propertyName(code)},
-                             {"value", jsonOfValue(library::recordOf(property), value)}});
-  } else {
-    context.output.line(nameAndCode(code) + "  " + options.value);
-  }
+  context.output.result({{"code", code},
+                         {"name", propertyName(code)},
+                         {"value", jsonOfValue(library::recordOf(property), value)}},
+                        nameAndCode(code) + "  " + options.value);
   return kDone;
 }
 

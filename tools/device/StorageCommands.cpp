@@ -102,11 +102,8 @@ int runStorageFormat(ToolContext& context, const FormatOptions& options) {
                       contentInWords(device, store) + " of " + device.facts().name() + "?",
                   "nothing was deleted");
   device.formatStore(store);
-  if (context.output.isJSON()) {
-    context.output.document({{"storageID", store}, {"formatted", true}});
-  } else {
-    context.output.line("Store " + handleText(store) + " is empty.");
-  }
+  context.output.result({{"storageID", store}, {"formatted", true}},
+                        "Store " + handleText(store) + " is empty.");
   return kDone;
 }
 

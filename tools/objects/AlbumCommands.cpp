@@ -3,7 +3,6 @@
 
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -45,18 +44,11 @@ std::vector<std::byte> requiredNames(const ToolContext& context, Device& device)
                    .advice = "'tarvoctl albums put' sends one."});
 }
 
-bool isText(const std::vector<std::byte>& content) {
-  return g_utf8_validate(reinterpret_cast<const char*>(content.data()),
-                         static_cast<gssize>(content.size()), nullptr) != 0;
-}
-
-void showText(Output& output, const std::vector<std::byte>& content) {
-  std::istringstream lines(
-      std::string(reinterpret_cast<const char*>(content.data()), content.size()));
-  for (std::string line; std::getline(lines, line);) {
-    if (line.ends_with('\r')) line.pop_back();
-    output.line(line);
-  }
+/// Its content where that is text.
+std::optional<std::string> textOf(const std::vector<std::byte>& content) {
+  std::string text(reinterpret_cast<const char*>(content.data()), content.size());
+  const bool isText = g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != 0;
+  return isText ? std::optional(std::move(text)) : std::nullopt;
 }
 
 /// A row each. Not by 'ls': albums and favourites are records of the vendor's, which no folder
@@ -106,18 +98,18 @@ int runAlbumsShow(ToolContext& context) {
   Device device = openCamera(context);
   const auto content = requiredNames(context, device);
   const bool isBlock = isValidLCB(content);
+  const auto text = textOf(content);
   if (context.output.isJSON()) {
     PropertyDictionary json = {{"size", content.size()}, {"isValidLCB", isBlock}};
     if (isBlock) json["records"] = static_cast<unsigned>(content[kLCBCount]);
-    if (isText(content))
-      json["text"] = std::string(reinterpret_cast<const char*>(content.data()), content.size());
+    if (text) json["text"] = *text;
     context.output.document(json);
   } else if (isBlock) {
     context.output.line("A block of " +
                         counted(static_cast<std::size_t>(content[kLCBCount]), "records") + ", " +
                         sizeInWords(content.size()) + ", whole and sound.");
-  } else if (isText(content)) {
-    showText(context.output, content);
+  } else if (text) {
+    context.output.lines(*text);
   } else {
     context.output.line(sizeInWords(content.size()) + ", neither text nor a sound block.");
   }
@@ -141,11 +133,7 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
                      .status = made.status,
                      .why = made.why,
                      .advice = made.status == status::kDuplicateFile ? "Use --overwrite." : ""});
-  if (context.output.isJSON()) {
-    context.output.document({{"path", validUTF8(made.path)}, {"size", content.size()}});
-  } else {
-    context.output.line(made.path);
-  }
+  context.output.result({{"path", validUTF8(made.path)}, {"size", content.size()}}, made.path);
   return kDone;
 }
 
@@ -179,11 +167,7 @@ int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
   }
   PropertyDictionary json = {{"file", validUTF8(options.file)}, {"size", content.size()}};
   if (!backup.empty()) json["backup"] = validUTF8(backup);
-  if (context.output.isJSON()) {
-    context.output.document(json);
-  } else {
-    context.output.line(options.file);
-  }
+  context.output.result(json, options.file);
   return kDone;
 }
 

@@ -1,7 +1,6 @@
 // collection, shoebox, wireless-config and display: small things that a device is given or asked.
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
 
 #include "Utilities/NSStringUtilsCategory.h"
@@ -23,14 +22,6 @@ struct FileOptions {
   std::string file{};
 };
 
-void sayDone(ToolContext& context, const PropertyDictionary& json, const std::string& line) {
-  if (context.output.isJSON()) {
-    context.output.document(json);
-  } else {
-    context.output.line(line);
-  }
-}
-
 PropertyDictionary jsonOfID(const std::optional<std::string>& id) {
   PropertyDictionary json = {{"collectionID", nullptr}};
   if (id) json["collectionID"] = validUTF8(*id);
@@ -40,12 +31,12 @@ PropertyDictionary jsonOfID(const std::optional<std::string>& id) {
 /// Sends a file by `send`, and says so.
 int sendFile(ToolContext& context, const std::string& file,
              void (VendorExtension::*send)(const std::string&)) {
-  // What cannot be read is found before the device is touched.
-  // Sent by its path below, and read again there.
+  // What cannot be read is found before the device is touched. It is sent by its path, and read
+  // again for that.
   const std::size_t size = readInput(context, context.operation, file).size();
   Device device = openCamera(context);
   (VendorExtension(device).*send)(file);
-  sayDone(context, {{"file", validUTF8(file)}, {"size", size}}, file);
+  context.output.result({{"file", validUTF8(file)}, {"size", size}}, file);
   return kDone;
 }
 
@@ -54,7 +45,7 @@ int runCollectionGet(ToolContext& context) {
   Device device = openCamera(context);
   const auto id = VendorExtension(device).collectionID();
   if (!id) context.output.message("The device has no collection id.");
-  if (id || context.output.isJSON()) sayDone(context, jsonOfID(id), id.value_or(""));
+  if (id || context.output.isJSON()) context.output.result(jsonOfID(id), id.value_or(""));
   return kDone;
 }
 
@@ -68,7 +59,7 @@ int runCollectionSet(ToolContext& context, const CollectionSetOptions& options) 
   Device device = openCamera(context);
   const auto id = options.clear ? std::nullopt : std::optional(options.id);
   const auto now = VendorExtension(device).setCollectionID(id);
-  sayDone(context, jsonOfID(now), now.value_or("The device has no collection id now."));
+  context.output.result(jsonOfID(now), now.value_or("The device has no collection id now."));
   return kDone;
 }
 
@@ -94,15 +85,9 @@ int runWirelessConfigShow(ToolContext& context) {
                      .advice = "They are made on the device."});
   // Shown as it is. What it means is the device's own.
   const std::string text(reinterpret_cast<const char*>(data->data()), data->size());
-  if (context.output.isJSON()) {
+  if (context.output.isJSON())
     context.output.document({{"name", "NETCONF.XML"}, {"text", validUTF8(text)}});
-    return kDone;
-  }
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    if (line.ends_with('\r')) line.pop_back();
-    context.output.line(line);
-  }
+  context.output.lines(text);
   return kDone;
 }
 
@@ -117,7 +102,8 @@ int runDisplay(ToolContext& context, const FileOptions& options) {
     endIfInterrupted(context, context.operation);
     throw ToolError(failureOf(context, error, error.object().empty() ? options.file : ""));
   }
-  sayDone(context, {{"file", validUTF8(options.file)}, {"size", content.size()}}, options.file);
+  context.output.result({{"file", validUTF8(options.file)}, {"size", content.size()}},
+                        options.file);
   return kDone;
 }
 

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -77,10 +78,18 @@ class FetchRun {
   const std::string& folder() const { return target_.folder; }
   /// Each object of the run, before the first passesOver().
   void expect(const ObjectInfo& object);
+  /// Whether somebody is to be told how much of the volume is to come: who watches, and who may not
+  /// have room for all that it can hold.
+  bool needsSum(const Device& volume) const;
   /// Tells before anything is fetched how much is to come, and what has no room.
   void tellSum(std::size_t count, std::uint64_t bytes);
-  /// Whether it is only new and the folder has it.
-  bool passesOver(const ObjectInfo& object);
+  /// Whether it is only new and the folder has it. Unless this only `looksAhead`, the file is no
+  /// other object's then.
+  bool passesOver(const ObjectInfo& object, bool looksAhead = false);
+  /// Of what is fetched of it.
+  std::uint64_t sizeOf(const ObjectInfo& object) const {
+    return options_.thumbnails ? object.thumbnailSize() : object.size();
+  }
   /// Fetches it, as a result of `batch`; `json` is what is known of it.
   void fetch(Device& device, Batch& batch, const ObjectInfo& object, PropertyDictionary json);
 
@@ -141,15 +150,18 @@ DownloadOptions FetchRun::downloadOptions(const std::string& below) {
   if (options_.onlyNew) options.existing(Existing::kKeepOthers);
   if (options_.overwrite) options.existing(Existing::kOverwrite);
   return options
-      .begin([this](const ObjectInfo& object) {
-        progress_.begin(object.name(),
-                        options_.thumbnails ? object.thumbnailSize() : object.size());
-      })
+      .begin([this](const ObjectInfo& object) { progress_.begin(object.name(), sizeOf(object)); })
       .progress(progress_.callback());
 }
 
 void FetchRun::expect(const ObjectInfo& object) {
   if (options_.onlyNew) runOf(object).expect(object);
+}
+
+bool FetchRun::needsSum(const Device& volume) const {
+  const auto here = fileSystemSizeOf(target_.folder);
+  const auto there = fileSystemSizeOf(volume.info().path());
+  return context_.output.showsStatus() || (here && !(there && there->whole <= here->free));
 }
 
 void FetchRun::tellSum(std::size_t count, std::uint64_t bytes) {
@@ -163,8 +175,8 @@ void FetchRun::tellSum(std::size_t count, std::uint64_t bytes) {
                           "', " + sizeInWords(bytes - here->free) + " are missing.");
 }
 
-bool FetchRun::passesOver(const ObjectInfo& object) {
-  return options_.onlyNew && runOf(object).isThere(object);
+bool FetchRun::passesOver(const ObjectInfo& object, bool looksAhead) {
+  return options_.onlyNew && runOf(object).isThere(object, looksAhead);
 }
 
 void FetchRun::foretell(Batch& batch, const ObjectInfo& object, PropertyDictionary json) const {
@@ -175,7 +187,7 @@ void FetchRun::foretell(Batch& batch, const ObjectInfo& object, PropertyDictiona
                          !options_.thumbnails && std::filesystem::exists(path, ignored);
   if (isRefused)
     return batch.failed(std::move(json), Failure{.object = path, .status = status::kDuplicateFile});
-  const std::uint64_t size = options_.thumbnails ? object.thumbnailSize() : object.size();
+  const std::uint64_t size = sizeOf(object);
   json["size"] = size;
   json["dryRun"] = true;
   batch.succeeded(json, objectInWords(object) + ", " + sizeInWords(size), size);
@@ -184,7 +196,7 @@ void FetchRun::foretell(Batch& batch, const ObjectInfo& object, PropertyDictiona
 void FetchRun::fetch(Device& device, Batch& batch, const ObjectInfo& object,
                      PropertyDictionary json) {
   if (options_.dryRun) return foretell(batch, object, std::move(json));
-  const std::uint64_t size = options_.thumbnails ? object.thumbnailSize() : object.size();
+  const std::uint64_t size = sizeOf(object);
   // Once full is full for all: the next object would only be cut, too.
   if (isFull_) {
     batch.left(std::move(json),
@@ -227,12 +239,11 @@ void FetchRun::fail(Batch& batch, const ObjectInfo& object, PropertyDictionary j
   if (!hasNoRoom) return batch.failed(std::move(json), error, "", why);
   Failure failure = failureOf(error);
   failure.why = why;
-  batch.left(std::move(json), std::move(failure),
-             options_.thumbnails ? object.thumbnailSize() : object.size());
+  batch.left(std::move(json), std::move(failure), sizeOf(object));
 }
 
-/// One run: each object is a file of its own, whole or not at all. All are looked up first, so that
-/// what there is no room for is said beforehand.
+/// One run: each object is a file of its own, whole or not at all. All are looked for first where
+/// something is to be said or to be known beforehand.
 class Fetching {
  public:
   Fetching(ToolContext& context, const FetchOptions& options)
@@ -255,16 +266,11 @@ class Fetching {
   }
 
   int run() {
-    lookUp();
-    // Before the sum, so that the room is reckoned for what is really fetched.
-    passOverWhatIsThere();
-    std::uint64_t bytes = 0;
-    for (const auto& object : found_)
-      bytes += options_.thumbnails ? object.thumbnailSize() : object.size();
-    if (batch_.goesOn()) run_.tellSum(found_.size(), bytes);
-    for (const auto& object : found_) {
-      if (!batch_.goesOn()) break;
-      run_.fetch(device_, batch_, object, identityOf(object, "source"));
+    // A card may hold more files than are to be kept in mind, and is soon looked through again.
+    if (isVolume_ && !sieve_.isSorted()) {
+      fetchAsFound();
+    } else {
+      fetchFound();
     }
     // Who has just ended the command need not be told of more.
     if (!context_.interrupt.isSet()) tellOldParts();
@@ -281,45 +287,96 @@ class Fetching {
     return options;
   }
 
-  void lookUp() {
+  ObjectChoice choice() const {
     using Others = ObjectChoice::Others;
     Others others = options_.all ? Others::kEverything : Others::kNone;
     // Without names it is about everything; of a card, which holds other things, too, about what a
     // camera takes.
     if (options_.objects.empty() && !options_.all)
       others = isVolume_ && sieve_.format() == 0 ? Others::kPictures : Others::kEverything;
-    const auto passedOver =
-        batch_.visit(device_, ObjectChoice().names(options_.objects).ignoringCase().others(others),
-                     [this](const ObjectInfo& object, bool isNamed) { take(object, isNamed); });
+    return ObjectChoice().names(options_.objects).ignoringCase().others(others);
+  }
+
+  /// Calls `take` for each file that is meant, which fetches it unless it only `looks`.
+  void visit(bool looks, const std::function<void(const ObjectInfo&)>& take) {
+    const auto onObject = [&](const ObjectInfo& object, bool isNamed) {
+      if (!sieve_.passes(object)) return;
+      if (isFile(object)) return take(object);
+      // Among everything there are folders, and nobody has asked for them.
+      if (isNamed) refuse(object);
+    };
+    const auto passedOver = batch_.visit(device_, choice(), onObject, !looks);
     if (passedOver > 0)
       context_.output.message(counted(passedOver, "files passed over") +
                               ": no pictures or films, or hidden. --all takes every file.");
   }
 
-  void take(const ObjectInfo& object, bool isNamed) {
-    if (!sieve_.passes(object)) return;
-    const bool isFile = !object.isFolder() && !object.isSpecial();
-    if (isFile) {
-      found_.push_back(object);
-    } else if (isNamed && object.isFolder()) {
-      batch_.refuseFolder(identityOf(object, "source"), object);
-    } else if (isNamed) {
-      batch_.failed(identityOf(object, "source"), Failure{.object = object.path(),
-                                                          .status = status::kNotAFile,
-                                                          .why = "it is a link or a device"});
-    }
-    // Among everything there are folders, and nobody has asked for them.
+  static bool isFile(const ObjectInfo& object) { return !object.isFolder() && !object.isSpecial(); }
+
+  void refuse(const ObjectInfo& object) {
+    if (object.isFolder()) return batch_.refuseFolder(identityOf(object, "source"), object);
+    batch_.failed(identityOf(object, "source"), Failure{.object = object.path(),
+                                                        .status = status::kNotAFile,
+                                                        .why = "it is a link or a device"});
   }
 
-  void passOverWhatIsThere() {
-    for (const auto& object : found_)
+  bool passesOver(const ObjectInfo& object) {
+    const bool isThere = run_.passesOver(object);
+    if (isThere) batch_.skipped();
+    return isThere;
+  }
+
+  void fetch(const ObjectInfo& object) {
+    run_.fetch(device_, batch_, object, identityOf(object, "source"));
+  }
+
+  void fetchFound() {
+    std::vector<ObjectInfo> found;
+    visit(true, [&](const ObjectInfo& object) {
       run_.expect(object);
-    std::erase_if(found_, [&](const ObjectInfo& object) {
-      const bool isThere = run_.passesOver(object);
-      if (isThere) batch_.skipped();
-      return isThere;
+      found.push_back(object);
     });
-    sieve_.arrange(found_);
+    // Before the sum, so that the room is reckoned for what is really fetched.
+    std::erase_if(found, [this](const ObjectInfo& object) { return passesOver(object); });
+    sieve_.arrange(found);
+    std::uint64_t bytes = 0;
+    for (const auto& object : found)
+      bytes += run_.sizeOf(object);
+    if (batch_.goesOn()) run_.tellSum(found.size(), bytes);
+    for (const auto& object : found) {
+      if (!batch_.goesOn()) break;
+      fetch(object);
+    }
+  }
+
+  void fetchAsFound() {
+    if (options_.onlyNew || run_.needsSum(device_)) lookAhead();
+    std::uint64_t count = 0;
+    visit(false, [&](const ObjectInfo& object) {
+      if (passesOver(object) || sieve_.isEnough(count)) return;
+      ++count;
+      fetch(object);
+    });
+  }
+
+  void lookAhead() {
+    std::size_t count = 0;
+    std::uint64_t bytes = 0;
+    Search search(context_.output, device_.info().name());
+    ObjectVisitor visitor;
+    visitor.onLooked(search.counter()).onObject([&](const ObjectInfo& object, bool) {
+      if (!isFile(object) || !sieve_.passes(object)) return true;
+      run_.expect(object);
+      if (run_.passesOver(object, true) || sieve_.isEnough(count)) return true;
+      ++count;
+      bytes += run_.sizeOf(object);
+      return true;
+    });
+    // The visit after it tells of these.
+    visitor.onUnreadable([](std::uint32_t, const std::string&, const Error&) { return true; })
+        .onUnmatched([](const std::string&) {});
+    device_.visit(choice(), visitor);
+    if (batch_.goesOn()) run_.tellSum(count, bytes);
   }
 
   /// Somebody may still mean to go on with them, so that they are only named.
@@ -339,7 +396,6 @@ class Fetching {
   Device device_;
   bool isVolume_;
   Batch batch_;
-  std::vector<ObjectInfo> found_;
 };
 
 constexpr const char* kMoreOfGet =

@@ -145,11 +145,8 @@ int runRename(ToolContext& context, const RenameOptions& options) {
   const std::uint32_t handle = number ? static_cast<std::uint32_t>(*number)
                                       : objectArgument(context, device, options.object).handle();
   device.rename(handle, options.name);
-  if (context.output.isJSON()) {
-    context.output.document({{"handle", handle}, {"name", validUTF8(options.name)}});
-  } else {
-    context.output.line(handleText(handle) + "  " + options.name);
-  }
+  context.output.result({{"handle", handle}, {"name", validUTF8(options.name)}},
+                        handleText(handle) + "  " + options.name);
   return kDone;
 }
 

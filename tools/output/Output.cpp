@@ -3,13 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 #include <utility>
 
 #include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "tools/output/Progress.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -26,6 +29,16 @@ bool wantsColours(std::FILE* stream) {
 
 bool isTerminal(std::FILE* stream) {
   return ::isatty(::fileno(stream)) == 1;
+}
+
+/// Two columns.
+constexpr std::string_view kBetween = "  ";
+
+/// "Kind" of the column "KIND".
+std::string fieldName(std::string title) {
+  std::transform(title.begin() + 1, title.end(), title.begin() + 1,
+                 [](unsigned char letter) { return std::tolower(letter); });
+  return title;
 }
 
 }  // namespace
@@ -50,6 +63,10 @@ Output::Output(std::FILE* out, std::FILE* err, const GlobalOptions& options)
       errHasColours_(wantsColours(err)),
       errIsTerminal_(isTerminal(err)) {}
 
+std::size_t Output::columns() const {
+  return terminalColumns(::fileno(out_));
+}
+
 void Output::check(bool succeeded) {
   if (succeeded) return;
   if (errno == EPIPE) throw BrokenPipe();
@@ -72,6 +89,14 @@ void Output::line(const std::string& text) {
   if (!json_) write(printable(text) + "\n");
 }
 
+void Output::lines(const std::string& text) {
+  std::istringstream all(text);
+  for (std::string each; std::getline(all, each);) {
+    if (each.ends_with('\r')) each.pop_back();
+    line(each);
+  }
+}
+
 void Output::title(const std::string& text) {
   if (!outHasColours_) return line(text);
   if (!json_) write("\033[1m" + printable(text) + "\033[0m\n");
@@ -89,6 +114,14 @@ void Output::text(std::string_view data) {
 void Output::document(const PropertyDictionary& json) {
   hasDocument_ = true;
   write(jsonText(json, jsonLines_ ? -1 : 2) + "\n");
+}
+
+void Output::result(const PropertyDictionary& json, const std::string& text) {
+  if (json_) {
+    document(json);
+  } else {
+    line(text);
+  }
 }
 
 void Output::beginList() {
@@ -183,11 +216,32 @@ void Listing::addFailure(PropertyDictionary json, const Failure& failure) {
 }
 
 void Listing::finish() {
-  if (!rows_.empty()) showTitles();
-  for (const auto& row : rows_)
-    show(row, false);
+  if (mode_ == kFitting && isTooWide()) {
+    showBlocks();
+  } else {
+    if (!rows_.empty()) showTitles();
+    for (const auto& row : rows_)
+      show(row, false);
+  }
   rows_.clear();
   output_.endList();
+}
+
+bool Listing::isTooWide() const {
+  std::size_t width = kBetween.size() * (columns_.size() - 1);
+  for (const auto& column : columns_)
+    width += column.width;
+  return width > output_.columns();
+}
+
+void Listing::showBlocks() const {
+  for (const auto& row : rows_) {
+    if (&row != &rows_.front()) output_.line("");
+    std::vector<std::pair<std::string, std::string>> fields;
+    for (std::size_t index = 0; index < row.size(); ++index)
+      fields.emplace_back(fieldName(columns_[index].title), row[index]);
+    showFields(output_, fields);
+  }
 }
 
 void Listing::showTitles() {
@@ -203,7 +257,7 @@ void Listing::show(const std::vector<std::string>& cells, bool isTitle) {
   for (std::size_t index = 0; index < cells.size(); ++index) {
     const Column& column = columns_[index];
     line += padded(cells[index], column.width, column.alignRight);
-    if (index + 1 < cells.size()) line += "  ";
+    if (index + 1 < cells.size()) line += kBetween;
   }
   // Blanks at the end of a line are of no use to anybody.
   line.erase(line.find_last_not_of(' ') + 1);

@@ -52,11 +52,15 @@ class Output {
 
   bool isJSON() const { return json_; }
   bool isQuiet() const { return quiet_; }
+  /// Of what shows the results, or as most have.
+  std::size_t columns() const;
 
   // Results.
 
   /// For a person, printable; nothing with --json.
   void line(const std::string& text);
+  /// The same of a text of many.
+  void lines(const std::string& text);
   /// The same in bold where that is wanted.
   void title(const std::string& text);
   /// Bytes as they are, whatever the form; to a terminal as printableLines() of them, each piece by
@@ -65,6 +69,8 @@ class Output {
   void text(std::string_view data);
   /// The one JSON document, in either form.
   void document(const PropertyDictionary& json);
+  /// The one result: `json`, or for a person the line.
+  void result(const PropertyDictionary& json, const std::string& text);
   /// A list as the one document, element by element as they become known; one that is open goes on.
   /// Nothing without --json.
   void beginList();
@@ -127,9 +133,10 @@ struct Column {
 /// Main thread only. Raises as Output.
 class Listing {
  public:
-  /// kWhole aligns all rows with each other and shows them at the end; kStreamed shows each as it
-  /// comes.
-  enum Mode { kWhole, kStreamed };
+  /// kWhole aligns all rows with each other and shows them at the end; kFitting does where they are
+  /// no wider than what shows them, and else shows fields below each other; kStreamed shows each
+  /// row as it comes.
+  enum Mode { kWhole, kFitting, kStreamed };
 
   /// `output` is lent. Without rows no titles are shown.
   Listing(Output& output, std::vector<Column> columns, Mode mode);
@@ -142,8 +149,10 @@ class Listing {
   void finish();
 
  private:
+  bool isTooWide() const;
   void show(const std::vector<std::string>& cells, bool isTitle);
   void showTitles();
+  void showBlocks() const;
 
   Output& output_;
   std::vector<Column> columns_;

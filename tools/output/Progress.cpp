@@ -39,9 +39,9 @@ std::string fitting(const std::string& text, std::size_t columns) {
 
 }  // namespace
 
-std::size_t terminalColumns() {
+std::size_t terminalColumns(int terminal) {
   winsize size = {};
-  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultColumns;
+  if (::ioctl(terminal, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultColumns;
   return size.ws_col;
 }
 

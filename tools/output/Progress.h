@@ -87,7 +87,7 @@ std::string progressLine(const std::string& label, std::uint64_t done, std::uint
 /// The same of a search: "Looking through NAME: 1,234 objects ...".
 std::string searchLine(const std::string& device, std::uint64_t count, std::size_t columns);
 
-/// Of the terminal behind standard error; 80 where it does not say.
-std::size_t terminalColumns();
+/// Of the terminal behind the descriptor, standard error; 80 where it does not say.
+std::size_t terminalColumns(int terminal = 2);
 
 }  // namespace tarvo::tools

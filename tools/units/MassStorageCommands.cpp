@@ -216,11 +216,7 @@ int ejectVolume(ToolContext& context, const DeviceInfo& volume) {
   context.session().eject(volume);
   PropertyDictionary json = asJSON(volume);
   json["ejected"] = true;
-  if (context.output.isJSON()) {
-    context.output.document(json);
-  } else {
-    context.output.line(volume.description() + " can be taken away.");
-  }
+  context.output.result(json, volume.description() + " can be taken away.");
   return kDone;
 }
 
@@ -229,11 +225,8 @@ int leaveCamera(ToolContext& context, const DeviceInfo& camera) {
   PropertyDictionary json = asJSON(camera);
   json["ejected"] = false;
   json["canBeUnplugged"] = true;
-  if (context.output.isJSON()) {
-    context.output.document(json);
-  } else {
-    context.output.line(camera.description() + " can simply be unplugged: nothing is mounted.");
-  }
+  context.output.result(json,
+                        camera.description() + " can simply be unplugged: nothing is mounted.");
   return kDone;
 }
 
