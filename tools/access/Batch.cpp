@@ -28,11 +28,12 @@ void Batch::failed(PropertyDictionary json, Failure failure) {
   context_.output.objectError(failure);
 }
 
-void Batch::refuseFolder(PropertyDictionary json, const ObjectInfo& folder) {
-  failed(std::move(json), Failure{.object = folder.path(),
-                                  .status = status::kNotAFile,
-                                  .why = "it is a folder",
-                                  .advice = "Use a pattern such as '" + folder.path() + "/*'."});
+void Batch::refuseNoFile(PropertyDictionary json, const ObjectInfo& object) {
+  Failure failure{.object = object.path(),
+                  .status = status::kNotAFile,
+                  .why = object.isFolder() ? "it is a folder" : "it is a link or a device"};
+  if (object.isFolder()) failure.advice = "Use a pattern such as '" + object.path() + "/*'.";
+  failed(std::move(json), std::move(failure));
 }
 
 void Batch::left(PropertyDictionary json, Failure failure, std::uint64_t bytes) {

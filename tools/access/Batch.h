@@ -27,8 +27,8 @@ class Batch {
   /// One that was not needed.
   void skipped() { ++skipped_; }
   void failed(PropertyDictionary json, Failure failure);
-  /// A folder, where only what lies in one can be meant.
-  void refuseFolder(PropertyDictionary json, const ObjectInfo& folder);
+  /// What is no file, where only one can be meant.
+  void refuseNoFile(PropertyDictionary json, const ObjectInfo& object);
   /// One that has no room here, of so many bytes. A person is told of the first and of the sum.
   void left(PropertyDictionary json, Failure failure, std::uint64_t bytes);
   /// As failed(), for what the library raised about an object; after one that ends the device the

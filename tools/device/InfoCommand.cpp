@@ -59,11 +59,8 @@ class DeviceInformation {
       takeCamera();
     }
     endIfInterrupted(context_, context_.operation);
-    if (context_.output.isJSON()) {
-      context_.output.document(json_);
-    } else {
-      showFields(context_.output, fields_);
-    }
+    if (context_.output.isJSON()) context_.output.document(json_);
+    showFields(context_.output, fields_);
     return kDone;
   }
 

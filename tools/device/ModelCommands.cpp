@@ -64,13 +64,11 @@ int runModelsCheck(ToolContext& context, const ModelCheckOptions& options) {
     refuseUsage("models check", "'" + options.ids + "' is no VID:PID in hexadecimal");
   const bool isMassStorage = context.session().isSupportedVolume(*vendor, *product);
   const bool isPTP = context.session().isSupportedCamera(*vendor, *product);
-  if (context.output.isJSON()) {
+  if (context.output.isJSON())
     context.output.document({{"vendor", *vendor},
                              {"product", *product},
                              {"ptp", isPTP},
                              {"massStorage", isMassStorage}});
-    return kDone;
-  }
   showFields(context.output, {{"USB id", idText(*vendor, *product)},
                               {"PTP camera", isPTP ? "supported" : "not supported"},
                               {"Mass storage", isMassStorage ? "supported" : "not supported"}});

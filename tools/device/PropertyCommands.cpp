@@ -167,10 +167,7 @@ int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
   Device device = openCamera(context);
   const PropertyInfo property = propertyOf(context, device, code);
   const auto& description = library::recordOf(property);
-  if (context.output.isJSON()) {
-    context.output.document(propertyAsJSON(description));
-    return kDone;
-  }
+  if (context.output.isJSON()) context.output.document(propertyAsJSON(description));
   std::vector<std::pair<std::string, std::string>> fields = {
       {"Property", nameAndCode(code)},
       {"Value", valueInWords(description, description.current)},

@@ -21,14 +21,10 @@
 namespace tarvo::tools {
 namespace {
 
-struct AlbumFileOptions {
+struct AlbumOptions {
   std::string file{};
   bool overwrite = false;  ///< of this computer's file
   bool yes = false;        ///< does not ask
-};
-
-struct FavouritesDeleteOptions {
-  bool yes = false;
 };
 
 /// The header of an LCB block, whose last byte counts the records.
@@ -117,7 +113,7 @@ int runAlbumsShow(ToolContext& context) {
 }
 
 /// That file as a file here.
-int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
+int runAlbumsGet(ToolContext& context, const AlbumOptions& options) {
   Device device = openCamera(context);
   // Before the device is asked: a folder that is not there ends the command at once.
   const auto target = resolvedTarget(context.operation, options.file, true);
@@ -138,7 +134,7 @@ int runAlbumsGet(ToolContext& context, const AlbumFileOptions& options) {
 }
 
 /// A file in its place. Keeps the old one.
-int runAlbumsPut(ToolContext& context, const AlbumFileOptions& options) {
+int runAlbumsPut(ToolContext& context, const AlbumOptions& options) {
   refuseOtherFiles(context, options.file);
   const Consent consent(context, context.operation, options.yes, "replace the album names");
   const auto content = readInput(context, context.operation, options.file);
@@ -178,24 +174,21 @@ int runFavouritesList(ToolContext& context) {
 }
 
 /// Deletes all of them.
-int runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& options) {
+int runFavouritesDelete(ToolContext& context, const AlbumOptions& options) {
   const Consent consent(context, context.operation, options.yes, "delete favourites");
   Device device = openCamera(context);
   VendorExtension extension(device);
-  const std::size_t count = extension.favourites().size();
-  if (count == 0) {
-    context.output.message("There are none.");
-  } else {
+  std::size_t deleted = 0;
+  if (const std::size_t count = extension.favourites().size(); count > 0) {
     consent.require(
         "Delete " + counted(count, "favourites") + " from " + device.facts().name() + "?",
         "nothing was deleted");
-  }
-  const std::size_t deleted = count == 0 ? 0 : extension.deleteFavourites();
-  if (context.output.isJSON()) {
-    context.output.document({{"deleted", deleted}, {"left", 0}});
-  } else if (count > 0) {
+    deleted = extension.deleteFavourites();
     context.output.line(counted(deleted, "favourites deleted") + ".");
+  } else {
+    context.output.message("There are none.");
   }
+  if (context.output.isJSON()) context.output.document({{"deleted", deleted}, {"left", 0}});
   return kDone;
 }
 
@@ -206,7 +199,7 @@ void addAlbumCommands(CommandGroup& root) {
   albums.command("list", "Every album on the device", "tarvoctl albums list", runAlbumsList);
   albums.command("show", "What the file of album names holds", "tarvoctl albums show",
                  runAlbumsShow);
-  const auto options = std::make_shared<AlbumFileOptions>();
+  const auto options = std::make_shared<AlbumOptions>();
   albums
       .command("get", "Fetch that file", "tarvoctl albums get albums.lcb",
                [options](ToolContext& context) { return runAlbumsGet(context, *options); })
@@ -223,11 +216,10 @@ void addAlbumCommands(CommandGroup& root) {
   auto favourites = root.group("favourites", "Pictures that are marked as favourites",
                                "tarvoctl favourites list");
   favourites.command("list", "Every favourite", "tarvoctl favourites list", runFavouritesList);
-  const auto remove = std::make_shared<FavouritesDeleteOptions>();
   favourites
       .command("delete", "Delete all of them", "tarvoctl favourites delete --yes",
-               [remove](ToolContext& context) { return runFavouritesDelete(context, *remove); })
-      .flag("--yes", remove->yes, "Do not ask");
+               [options](ToolContext& context) { return runFavouritesDelete(context, *options); })
+      .flag("--yes", options->yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

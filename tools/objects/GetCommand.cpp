@@ -303,7 +303,7 @@ class Fetching {
       if (!sieve_.passes(object)) return;
       if (isFile(object)) return take(object);
       // Among everything there are folders, and nobody has asked for them.
-      if (isNamed) refuse(object);
+      if (isNamed) batch_.refuseNoFile(identityOf(object, "source"), object);
     };
     const auto passedOver = batch_.visit(device_, choice(), onObject, !looks);
     if (passedOver > 0)
@@ -312,13 +312,6 @@ class Fetching {
   }
 
   static bool isFile(const ObjectInfo& object) { return !object.isFolder() && !object.isSpecial(); }
-
-  void refuse(const ObjectInfo& object) {
-    if (object.isFolder()) return batch_.refuseFolder(identityOf(object, "source"), object);
-    batch_.failed(identityOf(object, "source"), Failure{.object = object.path(),
-                                                        .status = status::kNotAFile,
-                                                        .why = "it is a link or a device"});
-  }
 
   bool passesOver(const ObjectInfo& object) {
     const bool isThere = run_.passesOver(object);

@@ -217,18 +217,14 @@ class ObjectList {
 
 void addList(CommandGroup& group, Devices devices) {
   const auto options = std::make_shared<ListOptions>();
-  options->onlyVolumes = devices == Devices::kVolumes;
-  auto command =
-      options->onlyVolumes
-          ? group.command(
-                "ls", "Every picture by its path, as it is found", "tarvoctl volume ls --long",
-                [options](ToolContext& context) { return ObjectList(context, *options).run(); })
-          : group.command(
-                "ls", "Objects on the device", "tarvoctl ls --long DCIM",
-                [options](ToolContext& context) { return ObjectList(context, *options).run(); });
+  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
+  auto command = group.command(
+      "ls", onlyVolumes ? "Every picture by its path, as it is found" : "Objects on the device",
+      onlyVolumes ? "tarvoctl volume ls --long" : "tarvoctl ls --long DCIM",
+      [options](ToolContext& context) { return ObjectList(context, *options).run(); });
   command.operand("OBJECT", options->objects, "Names, folders, or patterns such as '*.JPG'")
       .flag("--long", options->isLong, "With format, size and date");
-  if (options->onlyVolumes) {
+  if (onlyVolumes) {
     command.flag("--all", options->all, "Every file and folder");
   } else {
     command.flag("--recursive", options->isRecursive, "With all that lies below, by its path")
@@ -236,7 +232,7 @@ void addList(CommandGroup& group, Devices devices) {
   }
   addFilterOptions(command, options->filter)
       .more(
-          options->onlyVolumes
+          onlyVolumes
               ? "Pictures and films, in no order. The volume is the only one that is mounted, or\n"
                 "the one that --device names by serial number, location or its own name. Links "
                 "on\nit are not followed."

@@ -70,7 +70,7 @@ class Removing {
   void take(const ObjectInfo& object) {
     if (!sieve_.passes(object)) return;
     if (object.isFolder() && isVolume_)
-      return batch_.refuseFolder(identityOf(object, "path"), object);
+      return batch_.refuseNoFile(identityOf(object, "path"), object);
     found_.push_back(object);
   }
 

@@ -34,13 +34,9 @@ struct UnitMountOptions {
 /// `json` with what the unit is.
 void tell(ToolContext& context, const Unit& unit, const PropertyDictionary& json,
           const std::string& words) {
-  if (context.output.isJSON()) {
-    PropertyDictionary document = asJSON(unit.info());
-    document.update(json);
-    context.output.document(document);
-  } else {
-    context.output.line(words);
-  }
+  PropertyDictionary document = asJSON(unit.info());
+  document.update(json);
+  context.output.result(document, words);
 }
 
 std::string yesOrNo(bool is) {
@@ -96,10 +92,7 @@ int runUnitList(ToolContext& context) {
 int runUnitModeGet(ToolContext& context) {
   Unit unit = openUnit(context);
   const UnitMode mode = unit.mode();
-  if (context.output.isJSON()) {
-    tell(context, unit, jsonFromText(mode.json()), {});
-    return kDone;
-  }
+  if (context.output.isJSON()) tell(context, unit, jsonFromText(mode.json()), {});
   showFields(context.output, {{"Mode", modeInWords(mode)},
                               {"Can power-cycle by itself", yesOrNo(mode.canPowerCycle())},
                               {"Can wake after a given time", yesOrNo(mode.canWakeAfter())},
