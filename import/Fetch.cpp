@@ -32,12 +32,18 @@ void Fetch::run(std::vector<Item>& items) {
     chosen.push_back(&item);
     paths.push_back(item.object.path());
   }
-  for (const auto& members : groupsOf(paths)) {
-    Group group;
-    for (const std::size_t member : members)
-      group.items.push_back(chosen[member]);
-    if (end_ || !observer_.goesOn()) break;
-    fetchGroup(group);
+  try {
+    for (const auto& members : groupsOf(paths)) {
+      Group group;
+      for (const std::size_t member : members)
+        group.items.push_back(chosen[member]);
+      if (end_ || !observer_.goesOn()) break;
+      fetchGroup(group);
+    }
+  } catch (const Error& error) {
+    end_ = error;  // while something else was asked for, or deleted
+  } catch (const HistoryError& error) {
+    observer_.warned(std::string(error.what()) + "; the rest was not fetched.");
   }
   securing_.flush();
   if (end_) throw Error(*end_);
@@ -134,12 +140,15 @@ Moved Fetch::moveByDate(Group& group, const Item& item, const std::string& path,
   const auto before = placeOf(options_, item.object, group.date);
   const auto after = placeOf(options_, item.object, date);
   if (after->folder == before->folder && after->name == before->name) return {.path = path};
-  group.date = date;
-  group.number = freeNumberOf(group);
-  auto moved = moveTo(path, {after->folder, numberedFileName(after->name, group.number)});
-  if (moved.error != 0)
+  Group there = {.items = group.items, .date = date};
+  there.number = freeNumberOf(there);
+  auto moved = moveTo(path, {after->folder, numberedFileName(after->name, there.number)});
+  if (moved.error == 0) {
+    group = std::move(there);
+  } else {
     observer_.warned("'" + path + "' stays where it is, and not in '" + after->folder +
                      "': " + errorText(moved.error));
+  }
   return moved;
 }
 

@@ -4,6 +4,7 @@
 #include <cctype>
 #include <ctime>
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 
@@ -25,11 +26,16 @@ bool areAlike(const std::optional<CalendarTime>& one, const std::optional<Calend
   return one && other ? isSameTime(*one, *other) : !one && !other;
 }
 
-std::uint32_t copiesOf(std::span<const Remembered> objects) {
-  std::uint32_t copies = 0;
+/// Different ones for certain: a content may be remembered by two dates, and one that was only seen
+/// at its place may be any of the others.
+std::uint32_t copiesOf(const std::vector<Remembered>& objects) {
+  std::map<std::string, std::uint32_t> copies;
   for (const auto& each : objects)
-    copies += each.copies;
-  return copies;
+    copies[each.fingerprint] = std::max(copies[each.fingerprint], each.copies);
+  std::uint32_t sum = 0;
+  for (const auto& [fingerprint, count] : copies)
+    if (!fingerprint.empty()) sum += count;
+  return std::max(sum, copies[""]);
 }
 
 }  // namespace
@@ -71,17 +77,17 @@ void Search::visit(const Wanted& wanted, const std::function<void(const ObjectIn
 
 void Search::take(const ObjectInfo& object, bool keepsKnown) {
   Item item = {.object = object, .taken = takenOf(object)};
-  std::uint32_t remembered = rememberedOf(object, item.taken);
-  if (remembered == 0) remembered = rememberedByPicture(item);
+  const std::uint32_t remembered = rememberedOf(item);
   sightings_.push_back({keyOf(object), item.taken, remembered});
   observer_.looked(sightings_.size());
   if (keepsKnown || remembered == 0) items_.push_back(std::move(item));
 }
 
-std::uint32_t Search::rememberedOf(const ObjectInfo& object,
-                                   const std::optional<CalendarTime>& taken) {
-  if (!history_) return 0;
-  return copiesOf(history_->find(object.name(), object.size(), taken));
+std::uint32_t Search::rememberedOf(Item& item) {
+  const auto& object = item.object;
+  const std::uint32_t copies =
+      history_ ? copiesOf(history_->find(object.name(), object.size(), item.taken)) : 0;
+  return copies > 0 ? copies : rememberedByPicture(item);
 }
 
 // A file system without zones tells another hour in another half of the year, or in another
@@ -133,10 +139,10 @@ void Search::settle(const Wanted& wanted, bool keepsKnown) {
   if (!anyAgain || !observer_.goesOn()) return;
   // These are few and were not kept: the device gives them once more.
   visit(wanted, [this](const ObjectInfo& object) {
-    const auto taken = takenOf(object);
-    const Sighting sighting = {keyOf(object), taken, rememberedOf(object, taken)};
-    if (sighting.remembered > 0 && noveltyOf(sighting) == Novelty::kDoubtful)
-      items_.push_back({.object = object, .taken = taken, .novelty = Novelty::kDoubtful});
+    Item again = {.object = object, .taken = takenOf(object), .novelty = Novelty::kDoubtful};
+    const std::uint32_t remembered = rememberedOf(again);
+    if (remembered > 0 && noveltyOf({keyOf(object), again.taken, remembered}) == Novelty::kDoubtful)
+      items_.push_back(std::move(again));
   });
 }
 

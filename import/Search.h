@@ -55,7 +55,8 @@ class Search {
 
   void visit(const Wanted& wanted, const std::function<void(const ObjectInfo&)>& each);
   void take(const ObjectInfo& object, bool keepsKnown);
-  std::uint32_t rememberedOf(const ObjectInfo& object, const std::optional<CalendarTime>& taken);
+  /// How many of the like were imported before.
+  std::uint32_t rememberedOf(Item& item);
   /// The same by the date in the picture, which the item has then.
   std::uint32_t rememberedByPicture(Item& item);
   /// How many objects of the device are like that one.
