@@ -188,7 +188,7 @@ class DeviceInformation {
     std::vector<std::uint16_t> formats = facts.imageFormats();
     formats.insert(formats.end(), {0x3801, 0x300A, 0x300B, 0x300C, 0x300D});
     std::ranges::sort(formats);
-    formats.erase(std::ranges::unique(formats).begin(), formats.end());
+    formats.erase(std::unique(formats.begin(), formats.end()), formats.end());
     Pictures sum;
     for (const std::uint16_t format : formats) {
       if (!isPictureFormat(format) && !isFilmFormat(format)) continue;
