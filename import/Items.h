@@ -73,10 +73,12 @@ class ImportObserver {
   /// Asked between objects, and some times a second while one is looked for or fetched: false ends
   /// the import in order.
   virtual bool goesOn() = 0;
-  /// Called between two objects: here the device may be asked for more.
+  /// Called between two objects, of a search as well: here the device may be asked for more.
   virtual void pauses() {}
   /// While the device is looked through.
   virtual void looked(std::uint64_t /*objects*/) {}
+  /// One of the items of a search that keeps all, with what is known of it so far.
+  virtual void found(const Item& /*item*/) {}
   /// A folder or an object that cannot be looked at.
   virtual void unreadable(const std::string& /*path*/, const Error& /*error*/) {}
   virtual void begins(const Item& /*item*/) {}
@@ -92,6 +94,9 @@ class ImportObserver {
 
 /// By the device's own word: when it was taken, else when it was changed last.
 std::optional<CalendarTime> takenOf(const ObjectInfo& object);
+
+/// Below which the orders of a device go, one folder an order.
+std::string ordersFolder(const ImportOptions& options);
 
 /// Where an object goes that was taken then: its folder, absolute, and its name. None for one whose
 /// name is no file name.

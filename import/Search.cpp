@@ -66,6 +66,7 @@ void Search::visit(const Wanted& wanted, const std::function<void(const ObjectIn
   ObjectVisitor visitor([&](const ObjectInfo& object) {
     if (!object.isFolder() && !object.isSpecial() && (!wanted.accepts || wanted.accepts(object)))
       each(object);
+    observer_.pauses();
     return observer_.goesOn();
   });
   visitor.onUnreadable([this](std::uint32_t, const std::string& path, const Error& error) {
@@ -80,7 +81,10 @@ void Search::take(const ObjectInfo& object, bool keepsKnown) {
   const std::uint32_t remembered = rememberedOf(item);
   sightings_.push_back({keyOf(object), item.taken, remembered});
   observer_.looked(sightings_.size());
-  if (keepsKnown || remembered == 0) items_.push_back(std::move(item));
+  if (!keepsKnown && remembered > 0) return;
+  if (remembered > 0) item.novelty = item.taken ? Novelty::kKnown : Novelty::kDoubtful;
+  items_.push_back(std::move(item));
+  if (keepsKnown) observer_.found(items_.back());
 }
 
 std::uint32_t Search::rememberedOf(Item& item) {

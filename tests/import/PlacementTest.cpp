@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <map>
+
 #include "import/Groups.h"
+#include "import/Items.h"
 #include "tests/support/Raised.h"
 
 namespace tarvo::test {
@@ -41,6 +44,14 @@ const PlaceFacts kFacts{.device = "Tarvo X1",
 std::string placed(std::string_view pattern, const PlaceFacts& facts = kFacts) {
   const auto place = PlacePattern(pattern).placeOf(facts);
   return place ? place->folder + " | " + place->name : "none";
+}
+
+TEST(PlacementTest, TheFolderOfOrdersIsNoPlaceThatADeviceChooses) {
+  for (const auto& [device, folder] :
+       std::map<std::string, std::string>{{"Tarvo X1", "/p/Tarvo X1 orders"},
+                                          {"../../etc", "/p/etc orders"},
+                                          {".a", "/p/_a orders"}})
+    EXPECT_EQ(importing::ordersFolder({.folder = "/p", .device = device}), folder);
 }
 
 TEST(PlacementTest, APatternNamesFolderAndFile) {

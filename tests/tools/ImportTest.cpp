@@ -11,7 +11,7 @@
 #include <map>
 
 #include "Utilities/PTPCodes.h"
-#include "tests/tools/ToolBench.h"
+#include "tests/tools/SharingBench.h"
 
 namespace tarvo::test {
 namespace {
@@ -250,25 +250,57 @@ TEST_F(ImportOfCard, KnowsWhatCameByTheCamera) {
             tools::kBadUsage);
 }
 
-TEST_F(Import, IsAConversation) {
-  const auto talk = [&](const std::string& commands) {
+/// A picture with the date in it.
+std::string dated(const std::string& date, const std::string& rest) {
+  using namespace std::string_literals;
+  const std::string block =
+      "Exif\0\0II*\0\x08\0\0\0\1\0\x69\x87\4\0\1\0\0\0\x1A\0\0\0\0\0\0\0"
+      "\1\0\3\x90\2\0\x14\0\0\0\x2C\0\0\0\0\0\0\0"s +
+      date + "\0"s;
+  return "\xFF\xD8\xFF\xE1\0"s + static_cast<char>(block.size() + 2) + block + rest;
+}
+
+/// What is known by the date in it alone, as the card tells another hour, hides nothing that looks
+/// like it.
+TEST_F(ImportOfCard, TellsAlikePicturesApartThatItKnowsByTheirOwnDate) {
+  constexpr const char* kHourLater = "2024-06-17 13:00:00";
+  write("DCIM/100TARVO/TARV0009.JPG", dated("2024:06:17 12:00:00", "first"), "2024-06-17 12:00:00");
+  EXPECT_THAT(import({"--device", "CARD"}).err, HasSubstr("2 files fetched"));
+  write("DCIM/100TARVO/TARV0009.JPG", dated("2024:06:17 12:00:00", "first"), kHourLater);
+  for (int run = 0; run < 2; ++run)
+    EXPECT_THAT(import({"--device", "CARD"}).err, HasSubstr("0 files fetched, 2 known"));
+  write("DCIM/101TARVO/TARV0009.JPG", dated("2024:06:17 12:00:00", "other"), kHourLater);
+  EXPECT_THAT(import({"--device", "CARD"}).err, HasSubstr("1 file fetched"));
+  EXPECT_THAT(import({"--device", "CARD"}).err, HasSubstr("0 files fetched"));
+  EXPECT_EQ(imported().size(), 3U);
+}
+
+class Talk : public Import {
+ protected:
+  using Import::Import;
+  using Events = std::vector<nlohmann::json>;
+
+  Events talk(const std::string& commands) {
     const auto run =
         runTool({"import", "--output", target(), "--progress", "json"}, bench, commands);
-    std::vector<nlohmann::json> events;
+    Events events;
     for (const auto& line : run.lines())
       events.push_back(nlohmann::json::parse(line));
     return events;
-  };
-  const auto named = [](const std::vector<nlohmann::json>& events, const std::string& name) {
-    std::vector<nlohmann::json> found;
+  }
+  static Events named(const Events& events, const std::string& name) {
+    Events found;
     std::ranges::copy_if(events, std::back_inserter(found),
                          [&](const auto& each) { return each["event"] == name; });
     return found;
-  };
+  }
+};
+
+TEST_F(Talk, ListsChoosesFetchesAndDeletes) {
   const auto events = talk(
       "nonsense\n{\"command\": \"fly\"}\n[]\n"
       "{\"command\": \"list\"}\n"
-      "{\"command\": \"choose\", \"ids\": [0, 2, 99, -1, \"0\"]}\n"
+      "{\"command\": \"choose\", \"ids\": [0, 2, 99, -1, \"0\", 3], \"except\": [3]}\n"
       "{\"command\": \"start\"}\n"
       "{\"command\": \"delete\", \"ids\": [0, 1]}\n{\"command\": \"quit\"}\n");
   EXPECT_EQ(named(events, "hello").at(0)["protocol"], 1);
@@ -282,6 +314,35 @@ TEST_F(Import, IsAConversation) {
   EXPECT_THAT(imported(), UnorderedElementsAre(Pair(at("2024-06-15/TARV0001.JPG"), "one"),
                                                Pair(at("2024-06-16/TARV0002.MOV"), "film")));
   EXPECT_THAT(bench.names(), Not(Contains("TARV0001.JPG")));
+  // What was known while it was found, and what the whole told.
+  const auto again = talk("{\"command\": \"list\"}\n{\"command\": \"quit\"}\n");
+  EXPECT_EQ(named(again, "object").size(), 3U);
+  EXPECT_EQ(named(again, "listed").at(0)["new"], 2);
+}
+
+class TalkOfOrders : public Talk {
+ protected:
+  TalkOfOrders() : Talk(shippedCamera("orders-camera").c_str()) {}
+};
+
+TEST_F(TalkOfOrders, FetchesAndFulfilsThem) {
+  const auto events = talk(
+      "{\"command\": \"list\"}\n{\"command\": \"start\", \"orders\": true}\n"
+      "{\"command\": \"quit\"}\n");
+  EXPECT_EQ(named(events, "hello").at(0)["orders"], 5);
+  EXPECT_EQ(named(events, "order").size(), 5U);
+  EXPECT_EQ(named(events, "orderPicture").size(), 7U);
+  const auto done = named(events, "done").at(0);
+  EXPECT_EQ(done["orders"], 5) << done;
+  EXPECT_THAT(imported(), Contains(Pair(at("").substr(0, 13) + " orders/3 print/order.json",
+                                        HasSubstr("TARV0002.JPG"))));
+  EXPECT_FALSE(named(talk("{\"command\": \"quit\"}\n"), "hello").at(0).contains("orders"));
+}
+
+TEST_F(Talk, SaysThatThereIsNoDevice) {
+  const auto run = import({"--device", "NONE", "--progress", "json"});
+  EXPECT_EQ(run.exitCode, tools::kNoDevice);
+  EXPECT_EQ(nlohmann::json::parse(run.lines().at(0))["event"], "error");
 }
 
 }  // namespace

@@ -10,11 +10,13 @@
 #include "Utilities/Format.h"
 #include "Utilities/JSONReader.h"
 #include "Utilities/NSStringUtilsCategory.h"
+#include "Utilities/PTPCodes.h"
 #include "import/Fetch.h"
 #include "import/Groups.h"
 #include "import/Previews.h"
 #include "platform/files/FilePlace.h"
 #include "tools/access/Devices.h"
+#include "tools/orders/ImportOrders.h"
 #include "tools/output/Words.h"
 
 namespace tarvo::tools {
@@ -80,6 +82,18 @@ bool isTrue(const PropertyDictionary& json, std::string_view key) {
   return value != nullptr && value->is_boolean() && value->get<bool>();
 }
 
+/// What only some cameras tell is left out where it is not told.
+void addWhatACameraTells(Device& device, PropertyDictionary& hello) {
+  if (device.info().kind() != DeviceKind::kCamera) return;
+  try {
+    if (std::ranges::count(device.facts().properties(), ptp::kBatteryLevel) > 0)
+      hello["battery"] = device.batteryLevel();
+    if (const auto count = readOrders(device).orders().size(); count > 0) hello["orders"] = count;
+  } catch (const Error& error) {
+    if (error.endsDevice()) throw;
+  }
+}
+
 }  // namespace
 
 Conversation::Conversation(ToolContext& context, Device& device, importing::History* history,
@@ -128,6 +142,7 @@ void Conversation::hello() {
                 {"device", asJSON(device_.info())},
                 {"folder", validUTF8(options_.folder)}};
   if (const auto here = fileSystemSizeOf(options_.folder)) event["free"] = here->free;
+  addWhatACameraTells(device_, event);
   tell(std::move(event));
 }
 
@@ -192,13 +207,16 @@ void Conversation::refuse(const std::string& command, const std::string& why) {
 
 void Conversation::list() {
   lastTold_ = Clock::now();
+  isSafe_.clear();
+  isToldNew_.clear();
+  thumbnails_.clear();
   search_.run(wanted_, true);
   const auto& items = search_.items();
-  isSafe_.assign(items.size(), false);
   std::uint64_t news = 0;
   std::uint64_t bytes = 0;
-  for (std::size_t id = 0; id < items.size() && goesOn(); ++id) {
-    tell(asJSON(id, items[id]));
+  for (std::size_t id = 0; id < items.size(); ++id) {
+    // What the whole of the device tells of it.
+    if (items[id].isToFetch() != isToldNew_[id]) tell(asJSON(id, items[id]));
     if (!items[id].isToFetch()) continue;
     ++news;
     bytes += items[id].object.size();
@@ -218,6 +236,8 @@ void Conversation::choose(const Json& command) {
     item.isChosen = what == "new";
   for (const std::size_t id : idsOf(command))
     items[id].isChosen = true;
+  for (const std::size_t id : idsOf(command, "except"))
+    items[id].isChosen = false;
   tell({{"event", "chosen"}, {"objects", std::ranges::count_if(items, &Item::isToFetch)}});
 }
 
@@ -234,22 +254,55 @@ void Conversation::start(const Json& command) {
   if (const auto here = fileSystemSizeOf(options_.folder)) begun["free"] = here->free;
   tell(std::move(begun));
   started_ = lastTold_ = Clock::now();
+  Json done = fetch();
+  if (isTrue(command, "orders") && !done.contains("error") && goesOn()) {
+    try {
+      done["orders"] = fetchOrders();
+    } catch (const Error& error) {
+      endedBy(error, done);
+    }
+  }
+  done["cancelled"] = isCancelled_;
+  tell(std::move(done));
+}
+
+Conversation::Json Conversation::fetch() {
   importing::ImportSum sum;
-  std::optional<Error> end;
+  Json done = {{"event", "done"}, {"folder", validUTF8(options_.folder)}};
   try {
     importing::Fetch(device_, history_, options_, *this, sum).run(search_.items());
   } catch (const Error& error) {
-    end = error;
+    endedBy(error, done);
   }
   tellProgress(true);
-  Json done = {{"event", "done"},           {"fetched", sum.fetched},
-               {"bytes", sum.bytes},        {"known", sum.known},
-               {"failed", sum.failed},      {"noRoom", sum.noRoom},
-               {"deleted", sum.deleted},    {"kept", sum.kept},
-               {"cancelled", isCancelled_}, {"folder", validUTF8(options_.folder)}};
-  if (end) done["error"] = asJSON(failureOf(context_, *end));
-  tell(std::move(done));
-  isGone_ = isGone_ || end.has_value();
+  done.update({{"fetched", sum.fetched},
+               {"bytes", sum.bytes},
+               {"known", sum.known},
+               {"failed", sum.failed},
+               {"noRoom", sum.noRoom},
+               {"deleted", sum.deleted},
+               {"kept", sum.kept}});
+  return done;
+}
+
+std::uint64_t Conversation::fetchOrders() {
+  std::uint64_t whole = 0;
+  importOrders(context_, device_, importing::ordersFolder(options_),
+               [&](const Order& order, bool isWhole) {
+                 whole += isWhole ? 1 : 0;
+                 tell({{"event", "order"},
+                       {"order", order.number()},
+                       {"name", validUTF8(order.description())},
+                       {"pictures", order.pictures().size()},
+                       {"fulfilled", isWhole && order.handle() != 0}});
+                 return goesOn();
+               });
+  return whole;
+}
+
+void Conversation::endedBy(const Error& error, Json& done) {
+  done["error"] = asJSON(failureOf(context_, error));
+  isGone_ = isGone_ || error.endsDevice();
 }
 
 void Conversation::remove(const Json& command) {
@@ -293,11 +346,11 @@ void Conversation::tellOneThumbnail() {
   tell(std::move(event));
 }
 
-std::vector<std::size_t> Conversation::idsOf(const Json& command) const {
+std::vector<std::size_t> Conversation::idsOf(const Json& command, const char* key) const {
   std::vector<std::size_t> ids;
-  const auto* const given = valueForKey(command, "ids");
+  const auto* const given = valueForKey(command, key);
   if (given == nullptr || !given->is_array()) return ids;
-  const std::size_t most = isSafe_.size();
+  const std::size_t most = search_.items().size();
   for (const auto& each : *given)
     if (each.is_number_unsigned() && each.get<std::uint64_t>() < most)
       ids.push_back(each.get<std::size_t>());
@@ -318,6 +371,12 @@ void Conversation::looked(std::uint64_t objects) {
   if (Clock::now() - lastTold_ < kPace) return;
   lastTold_ = Clock::now();
   tell({{"event", "looking"}, {"objects", objects}});
+}
+
+void Conversation::found(const Item& item) {
+  tell(asJSON(idOf(item), item));
+  isToldNew_.push_back(item.isToFetch());
+  isSafe_.push_back(false);
 }
 
 void Conversation::unreadable(const std::string& path, const Error& error) {

@@ -31,6 +31,7 @@ class Conversation : public importing::ImportObserver {
   bool goesOn() override;
   void pauses() override;
   void looked(std::uint64_t objects) override;
+  void found(const importing::Item& item) override;
   void unreadable(const std::string& path, const Error& error) override;
   void begins(const importing::Item& item) override;
   void progressed(const importing::Item& item, std::uint64_t done) override;
@@ -56,12 +57,17 @@ class Conversation : public importing::ImportObserver {
   void list();
   void choose(const Json& command);
   void start(const Json& command);
+  /// What `start` fetches; with the device's error in it where that ended it.
+  Json fetch();
+  void endedBy(const Error& error, Json& done);
+  /// The number of those that are here as a whole.
+  std::uint64_t fetchOrders();
   void remove(const Json& command);
   void wantThumbnails(const Json& command);
   void tellOneThumbnail();
   void tellProgress(bool isDue);
   /// Numbers of items; those that there are none of are left out.
-  std::vector<std::size_t> idsOf(const Json& command) const;
+  std::vector<std::size_t> idsOf(const Json& command, const char* key = "ids") const;
   std::size_t idOf(const importing::Item& item) const;
 
   ToolContext& context_;
@@ -73,6 +79,7 @@ class Conversation : public importing::ImportObserver {
   LineInput input_;
   std::deque<Json> commands_;           ///< not done yet
   std::deque<std::size_t> thumbnails_;  ///< asked for; the latest first
+  std::vector<bool> isToldNew_;         ///< by item, as it was told last
   std::vector<bool> isSafe_;            ///< by item: fetched and secured here
   ImportPace pace_;
   std::uint64_t bytesBefore_ = 0;

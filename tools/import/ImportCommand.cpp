@@ -71,32 +71,38 @@ bool isOfKind(const ImportCommandOptions& options, const ObjectInfo& object) {
 /// What the user's preferences say of imports: keys "Folder" and "Pattern" of a group of their own.
 class ImportPreferences {
  public:
-  explicit ImportPreferences(const std::optional<std::string>& file) : keys_(g_key_file_new()) {
+  explicit ImportPreferences(const std::optional<std::string>& file) {
     if (file) {
-      g_key_file_load_from_file(keys_, file->c_str(), G_KEY_FILE_NONE, nullptr);
+      read(*file);
       return;
     }
-    // The user's own in place of the machine's, as a whole.
-    std::vector<const gchar*> folders = {g_get_user_config_dir()};
+    // A key of the user's own stands in place of the machine's.
+    constexpr const char* kName = "/tarvo/agent.conf";
+    read(std::string(g_get_user_config_dir()) + kName);
     for (const gchar* const* each = g_get_system_config_dirs(); *each != nullptr; ++each)
-      folders.push_back(*each);
-    folders.push_back(nullptr);
-    g_key_file_load_from_dirs(keys_, "tarvo/agent.conf", folders.data(), nullptr, G_KEY_FILE_NONE,
-                              nullptr);
+      read(std::string(*each) + kName);
   }
-  ~ImportPreferences() { g_key_file_free(keys_); }
-  ImportPreferences(const ImportPreferences&) = delete;
-  ImportPreferences& operator=(const ImportPreferences&) = delete;
 
   std::string text(const char* key) const {
-    gchar* const value = g_key_file_get_string(keys_, "Import", key, nullptr);
-    std::string text = value ? value : "";
-    g_free(value);
-    return text;
+    for (const auto& keys : files_) {
+      gchar* const value = g_key_file_get_string(keys.get(), "Import", key, nullptr);
+      const std::string text = value ? value : "";
+      g_free(value);
+      if (!text.empty()) return text;
+    }
+    return {};
   }
 
  private:
-  GKeyFile* keys_;
+  using KeyFile = std::unique_ptr<GKeyFile, decltype(&g_key_file_free)>;
+
+  void read(const std::string& file) {
+    KeyFile keys(g_key_file_new(), g_key_file_free);
+    if (g_key_file_load_from_file(keys.get(), file.c_str(), G_KEY_FILE_NONE, nullptr) != FALSE)
+      files_.push_back(std::move(keys));
+  }
+
+  std::vector<KeyFile> files_;  ///< the first that has a key holds
 };
 
 PlacePattern patternOf(const std::string& operation, const std::string& text) {
@@ -119,6 +125,7 @@ class Importing {
  public:
   Importing(ToolContext& context, const ImportCommandOptions& options)
       : context_(context), command_(options) {
+    if (options.progress == "json") context.output.converse("orderPicture");
     const ImportPreferences preferences(context.options.configFile);
     std::string folder = options.output.empty() ? preferences.text("Folder") : options.output;
     if (folder.starts_with("~/")) folder.replace(0, 1, g_get_home_dir());
@@ -252,9 +259,7 @@ class Importing {
     tellSum();
     endIfInterrupted(context_, context_.operation);
     const int orders =
-        command_.orders
-            ? importOrders(context_, *device_, options_.folder + "/" + options_.device + " orders")
-            : int{kDone};
+        command_.orders ? importOrders(context_, *device_, ordersFolder(options_)) : int{kDone};
     context_.output.endList();
     if (orders != kDone) return orders;
     return sum_.failed + sum_.noRoom + sum_.kept + progress_->unread() == 0 ? kDone : kFailed;

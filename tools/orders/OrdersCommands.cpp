@@ -392,7 +392,8 @@ int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
 
 }  // namespace
 
-int importOrders(ToolContext& context, Device& device, const std::string& folder) {
+int importOrders(ToolContext& context, Device& device, const std::string& folder,
+                 const std::function<bool(const Order& order, bool isWhole)>& told) {
   const auto list = readOrders(context, device);
   if (isEmpty(list)) return kDone;
   Batch batch(context, "pictures of orders fetched");
@@ -408,8 +409,9 @@ int importOrders(ToolContext& context, Device& device, const std::string& folder
     const auto before = batch.failures();
     pictures.fetch(order);
     // Done with is what is here as a whole; what stands in a file of the device cannot be told.
-    if (batch.failures() == before && batch.goesOn() && order.handle() != 0)
-      fulfilWhole(device, batch, order);
+    const auto isWhole = [&] { return batch.failures() == before && batch.goesOn(); };
+    if (isWhole() && order.handle() != 0) fulfilWhole(device, batch, order);
+    if (told && !told(order, isWhole())) break;
   }
   return batch.finish();
 }

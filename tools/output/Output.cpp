@@ -131,8 +131,19 @@ void Output::beginList() {
   listIsEmpty_ = true;
 }
 
+void Output::converse(std::string itemEvent) {
+  itemEvent_ = std::move(itemEvent);
+  json_ = jsonLines_ = true;
+}
+
+void Output::event(const std::string& name, PropertyDictionary json) {
+  json["event"] = name;
+  write(jsonText(json, -1) + "\n");
+}
+
 void Output::item(const PropertyDictionary& json) {
   if (!json_) return;
+  if (!itemEvent_.empty()) return event(itemEvent_, json);
   const char* before = listIsEmpty_ ? "[\n  " : ",\n  ";
   write(jsonLines_ ? jsonText(json, -1) + "\n" : before + jsonText(json, -1));
   listIsEmpty_ = false;
@@ -160,6 +171,7 @@ void Output::status(const std::string& text) {
 }
 
 void Output::message(const std::string& text) {
+  if (!itemEvent_.empty()) return event("warning", {{"text", validUTF8(text)}});
   if (!quiet_ && !json_) writeError(printable(text));
 }
 
@@ -168,6 +180,7 @@ void Output::error(const Failure& failure) {
     objectError(failure);
     return;
   }
+  if (!itemEvent_.empty()) return event("error", asJSON(failure));
   const PropertyDictionary said = {{"error", asJSON(failure)}};
   if (listIsOpen_ && !listIsEmpty_) {
     item(said);

@@ -78,6 +78,9 @@ class Output {
   void endList();
   /// Hands everything on. Raises as above.
   void flush();
+  /// From here on everything is an event, one JSON document a line: what is text() already, entries
+  /// of lists, which get the name `itemEvent`, messages ("warning") and errors ("error").
+  void converse(std::string itemEvent);
   /// From here on results are handed on by the bufferful, except to a terminal: for lists that come
   /// as fast as a disk is read. Without it each is handed on at once.
   void gather() { gathers_ = !outIsTerminal_; }
@@ -99,6 +102,7 @@ class Output {
 
  private:
   void write(std::string_view data);
+  void event(const std::string& name, PropertyDictionary json);
   void writeError(const std::string& text);
   /// Raises for a stream that has failed.
   void check(bool succeeded);
@@ -112,6 +116,7 @@ class Output {
   bool outHasColours_;
   bool errHasColours_;
   bool errIsTerminal_;
+  std::string itemEvent_;  ///< empty: no conversation
   bool hasDocument_ = false;
   bool listIsOpen_ = false;
   bool listIsEmpty_ = true;
