@@ -25,7 +25,7 @@ killed() {
     until [ $(($(transactions) - before)) -ge "$number" ] || ! kill -0 $! 2>/dev/null; do
       sleep 0.01
     done
-    kill -KILL $! 2>/dev/null
+    kill -KILL $! 2>/dev/null || echo "kill $number: too late"
     wait $! 2>/dev/null
     "$SIMULATOR" fault "$ID" silent=off
     tarvoctl import --quiet || echo "kill $number: not finished"
