@@ -58,8 +58,8 @@ std::optional<CalendarTime> CalendarTime::of(const Parts& parts) {
       !isWithin(parts.minute, 59) || !isWithin(parts.second, 60))
     return std::nullopt;
   const std::int64_t days = sys_days(date).time_since_epoch().count();
-  return CalendarTime(days * kSecondsOfDay + parts.hour * 3600 + parts.minute * 60 +
-                      std::min(parts.second, 59));
+  return CalendarTime(days * kSecondsOfDay + std::int64_t{parts.hour} * 3600 +
+                      std::int64_t{parts.minute} * 60 + std::min(parts.second, 59));
 }
 
 std::optional<CalendarTime> CalendarTime::ofPTPDate(std::string_view text) {

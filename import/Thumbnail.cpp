@@ -166,7 +166,8 @@ void appendMean(std::vector<std::byte>& pixels, const Thumbnail& picture, const 
         sums[i] += std::to_integer<unsigned>(picture.pixels[place + i]);
     }
   }
-  const std::uint64_t count = std::uint64_t{box.right - box.left} * (box.bottom - box.top);
+  const std::uint64_t count =
+      std::max<std::uint64_t>(std::uint64_t{box.right - box.left} * (box.bottom - box.top), 1);
   for (const std::uint64_t sum : sums)
     pixels.push_back(static_cast<std::byte>((sum + count / 2) / count));
 }

@@ -420,7 +420,8 @@ std::vector<BookFault> findBookFaults(Device& device, const ContactBook& there,
     if (!book.groups) book.groups.emplace();
     std::vector<BookFault> faults;
     for (const auto& fault : faultsIn(camera, book))
-      faults.push_back(valueOf<BookFault>({fault, inWords(fault, book)}));
+      faults.push_back(
+          valueOf<BookFault>({static_cast<const AddressBookError&>(fault), inWords(fault, book)}));
     return faults;
   });
 }

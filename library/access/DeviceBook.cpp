@@ -277,7 +277,7 @@ DeviceBook readDeviceBook(const OpenedDevice& device) {
 
 std::string inWords(const AddressBookFault& fault, const AddressBook& book) {
   using Part = AddressBookFault::Part;
-  const std::string rule = ruleOf(fault, book);
+  std::string rule = ruleOf(fault, book);
   if (fault.part == Part::kGroup)
     return "group " + quoted(fault.errorObject.value_or("")) + ": " + rule;
   if (fault.part == Part::kBook) return rule;
