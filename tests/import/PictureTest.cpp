@@ -11,7 +11,6 @@
 namespace tarvo::test {
 namespace {
 
-using importing::CalendarTime;
 using Bytes = std::vector<std::byte>;
 
 /// Red on the left and blue on the right; in the upper half, brighter.

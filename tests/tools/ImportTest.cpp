@@ -19,7 +19,6 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::Contains;
-using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
