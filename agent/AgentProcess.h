@@ -12,6 +12,7 @@
 
 #include "Utilities/LogSink.h"
 #include "platform/desktop/BusConnection.h"
+#include "platform/desktop/FamilyNames.h"
 #include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/RunLoop.h"
 
@@ -24,9 +25,6 @@ namespace tarvo {
 //   AgentStatus status(loop, [&] { return valuesNow(); }, log);
 //   status.attach(connection);
 //   status.update();             // whenever something may have changed
-
-inline constexpr const char* kAgentObjectPath = "/com/tarvo/Agent";
-inline constexpr const char* kAgentInterface = "com.tarvo.Agent1";
 
 /// Main thread only. The object shows what it read last, not what is true at the moment of a
 /// client's question: no question of another process makes the agent touch a device.
@@ -145,8 +143,6 @@ class AgentProcess {
 //   AgentName name(bus, log, [&] { loop.quit(); });
 //   name.claim();
 //   if (name.isRefused()) return 1;
-
-inline constexpr const char* kAgentBusName = "com.tarvo.Agent";
 
 /// Main thread only. While the bus is away nobody owns the name; it is claimed anew on every
 /// connection, and given back by the bus itself when the connection ends. The claim never queues

@@ -15,13 +15,9 @@
 #include <utility>
 
 #include "platform/desktop/Desktop.h"
+#include "platform/desktop/FamilyNames.h"
 
 namespace tarvo {
-
-inline constexpr std::string_view kRLABusyNotification = "kRLABusyNotification";
-inline constexpr std::string_view kRLADoneNotification = "kRLADoneNotification";
-inline constexpr std::string_view kWRLABusyNotification = "kWRLABusyNotification";
-inline constexpr std::string_view kWRLADoneNotification = "kWRLADoneNotification";
 
 /// Main thread only. The notifications carry neither object nor data. A process that ends while
 /// busy never says done: who starts it sets the flag back (setBusy) when it hears of the end.

@@ -35,9 +35,6 @@ namespace tarvo {
 class TarvoMSCDevice;
 class XTPictureDevice;
 
-/// Posted by another process that wants the wireless utility started again.
-inline constexpr std::string_view kLaunchWRLAppNotification = "LaunchWRLAppNotification";
-
 /// Tag of everything that the Listener logs.
 extern const std::wstring sRLAListener;
 
