@@ -184,7 +184,7 @@ void PageReader::readPicture(const xmlNode* element, const Context& context) {
   ++pictures_;
   begin(Kind::kPicture, 0);
   block_.picture = name;
-  append(printable(cutAt(words, room_)), 0);
+  append(printable(words), 0);
   keep(std::exchange(block_, {}));
 }
 

@@ -40,7 +40,7 @@ TEST(PagePicture, IsShownWithinItsBoundsAlone) {
       {folder.write("too_wide.png", pictureOf(2049, 1, "png")), 0},
       {folder.write("too_high.jpg", pictureOf(1, 2049, "jpeg")), 0},
       {folder.write("huge.png", huge), 0},
-      {folder.write("cut.png", small.substr(0, small.size() / 2)), 0},
+      {folder.write("cut.png", small.substr(0, 20)), 0},
       {folder.write("much.png", small + std::string(kMostPictureBytes, '\0')), 0},
       {folder.write("text.png", "no picture"), 0},
       {folder.write("vector.svg", "<svg xmlns='http://www.w3.org/2000/svg'/>"), 0},
@@ -51,7 +51,7 @@ TEST(PagePicture, IsShownWithinItsBoundsAlone) {
   };
   for (const auto& row : kCases) {
     const auto texture = loadPicture(row.path);
-    EXPECT_EQ(texture ? texture->get_width() : 0, row.width) << row.path;
+    EXPECT_EQ(texture ? gdk_texture_get_width(texture.get()) : 0, row.width) << row.path;
   }
 }
 

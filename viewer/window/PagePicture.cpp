@@ -1,7 +1,6 @@
 #include "viewer/window/PagePicture.h"
 
 #include <fcntl.h>
-#include <gdk/gdk.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -9,7 +8,6 @@
 #include <string_view>
 
 #include "Utilities/FileDescriptor.h"
-#include "platform/foundation/GlibPtr.h"
 
 namespace tarvo::viewer {
 
@@ -49,7 +47,7 @@ void prepared(GdkPixbufLoader* loader, int width, int height, gpointer isTooLarg
 
 }  // namespace
 
-Glib::RefPtr<Gdk::Texture> loadPicture(const std::string& path) {
+GObjectPtr<GdkTexture> loadPicture(const std::string& path) {
   const std::string content = contentOf(path);
   const char* kind = kindOf(content);
   if (kind == nullptr) return {};
@@ -62,8 +60,7 @@ Glib::RefPtr<Gdk::Texture> loadPicture(const std::string& path) {
   // It has to be closed in any case.
   isWhole = gdk_pixbuf_loader_close(loader.get(), nullptr) != 0 && isWhole;
   GdkPixbuf* pixels = isWhole && !isTooLarge ? gdk_pixbuf_loader_get_pixbuf(loader.get()) : nullptr;
-  return pixels != nullptr ? Glib::wrap(gdk_texture_new_for_pixbuf(pixels))
-                           : Glib::RefPtr<Gdk::Texture>();
+  return GObjectPtr<GdkTexture>(pixels != nullptr ? gdk_texture_new_for_pixbuf(pixels) : nullptr);
 }
 
 }  // namespace tarvo::viewer

@@ -1,9 +1,12 @@
 // A picture of a page, decoded no further than its size allows.
 #pragma once
 
-#include <gdkmm/texture.h>
+#include <gdk/gdk.h>
 
+#include <cstddef>
 #include <string>
+
+#include "platform/foundation/GlibPtr.h"
 
 namespace tarvo::viewer {
 
@@ -13,8 +16,8 @@ inline constexpr int kMostPictureSide = 2048;
 inline constexpr int kMostShownSide = 760;
 
 /// The PNG, JPEG or GIF picture at `path`, which has to be a regular file and no link, made smaller
-/// where it is larger than kMostShownSide. Null where it is missing, another thing, cut, or beyond
-/// the bounds, which is known before it is decoded.
-Glib::RefPtr<Gdk::Texture> loadPicture(const std::string& path);
+/// where it is larger than kMostShownSide. Null where it is missing, another thing, or beyond
+/// the bounds, which is known before it is decoded; of one that is cut there is what came.
+GObjectPtr<GdkTexture> loadPicture(const std::string& path);
 
 }  // namespace tarvo::viewer

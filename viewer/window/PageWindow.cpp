@@ -40,15 +40,12 @@ Gtk::Widget* labelOf(const PageBlock& block) {
 PageWindow::PageWindow(const Page& page, int width, int height) {
   set_title(page.title);
   set_icon_name("com.tarvo.Viewer");
-  set_default_size(width, -1);
   blocks_.set_margin(kMargin);
   for (const auto& block : page.blocks)
     show(page, block);
   scrolled_.set_policy(Gtk::PolicyType::AUTOMATIC, Gtk::PolicyType::AUTOMATIC);
-  scrolled_.set_min_content_height(height);
-  scrolled_.set_max_content_height(kMostGrowth * height);
-  scrolled_.set_propagate_natural_height(true);
   scrolled_.set_child(blocks_);
+  set_default_size(width, std::clamp(heightAt(width), height, kMostGrowth * height));
   // So that the arrow keys scroll.
   scrolled_.set_focusable(true);
   set_child(scrolled_);
@@ -60,16 +57,24 @@ void PageWindow::show(const Page& page, const PageBlock& block) {
     blocks_.append(*Gtk::make_managed<Gtk::Separator>());
     return;
   }
-  const auto texture = block.kind == Kind::kPicture ? loadPicture(page.folder + "/" + block.picture)
-                                                    : Glib::RefPtr<Gdk::Texture>();
+  GObjectPtr<GdkTexture> texture;
+  if (block.kind == Kind::kPicture) texture = loadPicture(page.folder + "/" + block.picture);
   if (!texture) {
     if (!block.text.empty()) blocks_.append(*labelOf(block));
     return;
   }
-  auto* picture = Gtk::make_managed<Gtk::Picture>(texture);
+  auto* picture = Gtk::make_managed<Gtk::Picture>(Glib::wrap(texture.release()));
   picture->set_alternative_text(block.text);
   picture->set_halign(Gtk::Align::START);
   blocks_.append(*picture);
+}
+
+int PageWindow::heightAt(int width) const {
+  int least = 0;
+  int natural = 0;
+  int baseline = 0;
+  blocks_.measure(Gtk::Orientation::VERTICAL, width, least, natural, baseline, baseline);
+  return natural;
 }
 
 void PageWindow::closeOnEscape() {

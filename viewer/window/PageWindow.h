@@ -19,6 +19,8 @@ class PageWindow : public Gtk::ApplicationWindow {
 
  private:
   void show(const Page& page, const PageBlock& block);
+  /// What the whole page needs.
+  int heightAt(int width) const;
   void closeOnEscape();
 
   Gtk::ScrolledWindow scrolled_;
