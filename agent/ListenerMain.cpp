@@ -412,13 +412,16 @@ void Listener::launchAs(const std::string& identifier, const std::shared_ptr<Tas
   services_.runningApplications.nameTask(task, identifier);
 }
 
-void Listener::launchOrTrace(const std::string& identifier, const std::shared_ptr<Task>& task,
-                             const char* method) {
+std::optional<std::string> Listener::launchOrTrace(const std::string& identifier,
+                                                   const std::shared_ptr<Task>& task,
+                                                   const char* method) {
   try {
     launchAs(identifier, task);
   } catch (const Exception& exception) {
     logListener("%s - caught exception: %s", method, exception.reason().c_str());
+    return exception.reason();
   }
+  return std::nullopt;
 }
 
 // Asked of the system and not of our child: the user may have started the Relay by hand.
@@ -442,7 +445,10 @@ void Listener::launchWRLApp() {
   logListener("Launch WRLApp");
   // Overwritten without a look whether the utility still runs: intended, see docs/oddities.md.
   wrlaTask = createTaskForPath(kWirelessUtilityPath);
-  launchOrTrace("TARVO Wireless Utility", wrlaTask, "launchWRLApp");
+  const auto failure = launchOrTrace("TARVO Wireless Utility", wrlaTask, "launchWRLApp");
+  // Once: whoever is on the bus may ask for it as often as it likes.
+  if (failure && !std::exchange(wirelessWasMissed_, true))
+    logTo(services_.log, LogLevel::kInfo, "There is no wireless utility to start: " + *failure);
 }
 
 void Listener::launchWRLAHandler() {

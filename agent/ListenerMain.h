@@ -137,9 +137,9 @@ class Listener {
   void warnOfFailure(const TarvoMSCDevice& device, const char* what);
   /// Starts `task` as the application of that identifier. Raises what its launch raises.
   void launchAs(const std::string& identifier, const std::shared_ptr<Task>& task);
-  /// The same, but what is raised is one line, in the name of `method`.
-  void launchOrTrace(const std::string& identifier, const std::shared_ptr<Task>& task,
-                     const char* method);
+  /// The same, but what is raised is one line, in the name of `method`, and the result.
+  std::optional<std::string> launchOrTrace(const std::string& identifier,
+                                           const std::shared_ptr<Task>& task, const char* method);
   void stopLostDevTimer();
   /// Without "..": the paths lead through folders that need not be there.
   std::string bundlePath(std::string_view relativePath) const;
@@ -152,6 +152,7 @@ class Listener {
   std::shared_ptr<Task> rlaTask;         ///< the last one launched, until its end has been heard of
   std::shared_ptr<Task> wrlaTask;        ///< the last one launched; earlier ones may still run
   std::unique_ptr<AppBlocker> appBlocker;  ///< null until init() is through with attached devices
+  bool wirelessWasMissed_ = false;  ///< the user has been told that the utility does not start
   bool active_ = true;
   bool handleAviBug_ = false;
   /// Of the device that is looked for; absent means that any will do.

@@ -84,6 +84,18 @@ TEST_F(ListenerTest, ShowsTheBusyPageInTheViewer) {
                                        "showBusyMessage - caught exception: no such file"));
 }
 
+TEST_F(ListenerTest, TellsOnceOfAWirelessUtilityThatIsMissing) {
+  tasks.failStart("TARVO Wireless Utility", "no such file");
+  start();
+  EXPECT_THAT(startLines, Contains("launchWRLApp - caught exception: no such file"));
+  EXPECT_THAT(startLines, Contains("launch WRLApp - caught exception: task already launched"));
+  distributed.postFromElsewhere("LaunchWRLAppNotification");
+  EXPECT_THAT(takeLines(), Contains("launchWRLApp - caught exception: no such file"));
+  ASSERT_EQ(warnings.entries().size(), 1u);
+  EXPECT_EQ(warnings.entries()[0].level, LogLevel::kInfo);
+  EXPECT_EQ(warnings.lines()[0], "There is no wireless utility to start: no such file");
+}
+
 TEST_F(ListenerTest, StartsTheWirelessUtilityAgainOnRequestOnlyAndForgetsThatItWasBusy) {
   start();
   for (const auto name : {kWRLABusyNotification, kWRLABusyNotification, kWRLADoneNotification})
