@@ -39,7 +39,7 @@ Gtk::Widget* labelOf(const PageBlock& block) {
 
 PageWindow::PageWindow(const Page& page, int width, int height) {
   set_title(page.title);
-  set_icon_name("com.tarvo.Viewer");
+  set_icon_name("com.tarvo.Relay");
   blocks_.set_margin(kMargin);
   for (const auto& block : page.blocks)
     show(page, block);
