@@ -4,6 +4,10 @@
 # the agent logged, and fails when the expected thing does not happen.
 #
 #   scene.sh SIMULATOR AGENT TARVOCTL [--stay]
+#
+# With TARVO_SCENE_RELAY, TARVO_SCENE_VIEWER and TARVO_SCENE_PAGE the real programs come last, on the
+# display that is there: they take the place of their stand-ins in the bundle TARVO_SCENE_BUNDLE, and
+# pictures of their windows go to the folder TARVO_SCENE_SHOTS.
 set -euo pipefail
 usage="usage: scene.sh SIMULATOR AGENT TARVOCTL [--stay]"
 simulator=${1:?$usage}
@@ -15,6 +19,7 @@ patience=20 # seconds that an expected thing may take
 folder=$(mktemp -d)
 log=$folder/agent.log
 launches=$folder/launches
+pictures=$folder/Pictures
 shown=0
 processes=()
 : >"$log"
@@ -91,7 +96,23 @@ end_relay() {
   wait_for "$log" "got RLA died notification" "$1"
 }
 
+# What the real programs need; the stand-ins do not mind.
+prepare_home() {
+  mkdir -p "$folder/config" "$pictures"
+  printf 'XDG_PICTURES_DIR="%s"\n' "$pictures" >"$folder/config/user-dirs.dirs"
+  export XDG_STATE_HOME=$folder/state TARVO_TARVOCTL=$tarvoctl
+}
+
+# The real programs in place of their stand-ins.
+install_real() {
+  [ -n "${TARVO_SCENE_RELAY:-}" ] || return 1
+  "$simulator" bundle "$TARVO_SCENE_BUNDLE" --relay "$TARVO_SCENE_RELAY" \
+    --viewer "$TARVO_SCENE_VIEWER" --page "$TARVO_SCENE_PAGE" >/dev/null
+}
+
 step "The agent starts on a private bus"
+prepare_home
+[ "$stay" != --stay ] || install_real || true
 start_bus_and_agent
 wait_for "$launches" '"program":"TARVO Wireless Utility"'
 say "it has started the wireless utility (a stand-in) and waits"
@@ -99,11 +120,12 @@ show_log
 if [ "$stay" = --stay ]; then
   step "The testbed stays open"
   say "In a second terminal:"
-  say "  $simulator --socket $TARVO_SIMULATOR_SOCKET plug tarvo-camera"
+  say "  $simulator --socket $TARVO_SIMULATOR_SOCKET plug holiday-camera"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET list"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET run -- $tarvoctl ls --long --recursive"
   say "  $simulator --socket $TARVO_SIMULATOR_SOCKET unplug 1-1"
-  say "Devices are described in simulator/devices; Ctrl-C ends it all."
+  say "Devices are described in simulator/devices; what is imported lies in $pictures."
+  say "Ctrl-C ends it all."
   tail -n +$((shown + 1)) -f "$log" | sed -u 's/^/    agent | /' &
   processes+=($!)
   wait -n "${processes[@]}" || true
@@ -185,5 +207,70 @@ show_log
 }
 notify kWRLADoneNotification
 "$simulator" unplug "$unit"
+
+# until WORDS COMMAND...: waits until the command succeeds.
+until_true() {
+  local words=$1 deadline=$((SECONDS + patience))
+  shift
+  until "$@"; do
+    if [ "$SECONDS" -ge "$deadline" ]; then
+      show_log
+      say "this did not happen within $patience s: $words"
+      exit 1
+    fi
+    sleep 0.1
+  done
+}
+has_window() { window=$(xdotool search --onlyvisible --name . 2>/dev/null | tail -n 1) && [ -n "$window" ]; }
+has_no_window() { ! has_window; }
+has_pictures() { [ "$(find "$pictures" -name '*.JPG' | wc -l)" -eq "$1" ]; }
+# Whether the display shows the same as a moment ago, and before that.
+is_still() {
+  local looks
+  looks=$(for _ in 1 2 3; do import -window root png:- | cksum && sleep 0.3; done | sort -u | wc -l)
+  [ "$looks" -eq 1 ]
+}
+shoot() {
+  until_true "the window stands still" is_still
+  import -window "$window" "$TARVO_SCENE_SHOTS/$1" && say "a picture of the window: $TARVO_SCENE_SHOTS/$1"
+}
+# close_relay COUNT: ends the window; the agent has heard of so many ends then.
+close_relay() {
+  kill "$(xdotool getwindowpid "$window")"
+  wait_for "$log" "got RLA died notification" "$1"
+}
+
+if install_real; then
+  step "A holiday: the real Relay opens, and a key imports the pictures"
+  camera=$("$simulator" plug holiday-camera)
+  expected=$((expected + 1))
+  until_true "the Relay's window opens" has_window
+  until_true "the window stands still" is_still
+  xdotool windowfocus "$window" key Return
+  until_true "twelve pictures are there" has_pictures 12
+  (cd "$pictures" && find . -name '*.JPG' | sort | sed 's/^/    /')
+  shoot relay.png
+  close_relay "$expected"
+  "$simulator" unplug "$camera"
+
+  step "The same camera again: nothing is new"
+  camera=$("$simulator" plug holiday-camera)
+  expected=$((expected + 1))
+  until_true "the Relay's window opens" has_window
+  until_true "the window stands still" is_still
+  has_pictures 12 || { say "pictures were imported twice" && exit 1; }
+  close_relay "$expected"
+  "$simulator" unplug "$camera"
+
+  step "The wireless utility is busy: the real viewer shows the page until it has finished"
+  notify kWRLABusyNotification
+  wait_for "$log" "handleBusyNotification entered" 2
+  camera=$("$simulator" plug holiday-camera)
+  until_true "the viewer's window opens" has_window
+  shoot viewer.png
+  notify kWRLADoneNotification
+  until_true "the viewer closes" has_no_window
+  "$simulator" unplug "$camera"
+fi
 
 step "Everything happened as it should"

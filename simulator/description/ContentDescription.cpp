@@ -11,6 +11,7 @@
 #include "Utilities/Format.h"
 #include "simulator/bytes/ByteWriter.h"
 #include "simulator/bytes/JsonNode.h"
+#include "simulator/description/Scenery.h"
 
 namespace tarvo::simulator {
 namespace {
@@ -85,14 +86,26 @@ std::optional<std::string> readFileText(const JsonNode& node) {
   return encoding && text ? encoded(*encoding, *text) : text;
 }
 
+/// A picture of its own for each name, taken when the file says.
+std::string readPicture(const JsonNode& node, const ContentNode& file) {
+  constexpr std::uint64_t kMostOfASide = 8192;
+  const auto sides = node.items();
+  if (sides.size() != 2) node.fail("width and height are expected");
+  const auto width = static_cast<int>(sides[0].number(kMostOfASide));
+  const auto height = static_cast<int>(sides[1].number(kMostOfASide));
+  if (width == 0 || height == 0) node.fail("a picture has pixels");
+  return sceneryJPEG(width, height, utf8(file.name), file.traits.captured);
+}
+
 ContentNode readFile(const JsonNode& node, NameRule rule) {
-  node.allowKeys({"file", "size", "text", "lines", "encoding", "format", "captured", "modified",
-                  "keywords", "protected", "thumbnail", "hidesSize", "appearsWith"});
+  node.allowKeys({"file", "size", "text", "lines", "encoding", "picture", "format", "captured",
+                  "modified", "keywords", "protected", "thumbnail", "hidesSize", "appearsWith"});
   ContentNode content;
   content.name = readName(node.at("file"), rule);
   readTraits(node, content.traits);
   node.read("size", content.size);
   content.text = readFileText(node);
+  if (const auto picture = node.find("picture")) content.text = readPicture(*picture, content);
   if (content.text) content.size = content.text->size();
   return content;
 }

@@ -40,6 +40,9 @@ struct Options {
   std::string folder;
   std::string standins;
   std::string models;
+  std::string relay;
+  std::string viewer;
+  std::string page;
   std::vector<std::string> without;
 };
 
@@ -143,6 +146,9 @@ int bundle(const Options& options) {
   made.standins = options.standins.empty() ? installedStandins().string() : options.standins;
   made.models = options.models.empty() ? findModelsFile().string() : options.models;
   made.without.insert(options.without.begin(), options.without.end());
+  made.relay = options.relay;
+  made.viewer = options.viewer;
+  made.page = options.page;
   const auto paths = makeBundle(options.folder, made);
   std::cout << "TARVO_AGENT_BUNDLE='" << paths.agent.string() << "'\n"
             << "XDG_DATA_DIRS='" << paths.dataFolder.string() << "'\n";
@@ -213,6 +219,9 @@ void addBundle(CLI::App& app, Options& options) {
   command->add_option("folder", options.folder, "Folder to make")->required();
   command->add_option("--standins", options.standins, "Folder of the stand-in programs");
   command->add_option("--models", options.models, "The ggcam.inf to copy");
+  command->add_option("--relay", options.relay, "The real Relay in place of its stand-in");
+  command->add_option("--viewer", options.viewer, "The real viewer in place of its stand-in");
+  command->add_option("--page", options.page, "The busy page to copy");
   command
       ->add_option("--without", options.without,
                    "Leave out relay, wireless, viewer, page or models; may be repeated")

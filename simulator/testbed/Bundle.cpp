@@ -1,6 +1,9 @@
 #include "simulator/testbed/Bundle.h"
 
+#include <cerrno>
 #include <fstream>
+#include <iterator>
+#include <system_error>
 
 namespace tarvo::simulator {
 namespace {
@@ -21,6 +24,13 @@ void copyProgram(const fs::path& from, const fs::path& to) {
 void writeText(const fs::path& path, const std::string& text) {
   fs::create_directories(path.parent_path());
   std::ofstream(path) << text;
+}
+
+std::string textOf(const fs::path& file) {
+  std::ifstream stream(file);
+  if (!stream)
+    throw fs::filesystem_error("no page", file, std::error_code(ENOENT, std::generic_category()));
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 /// The program's path has blanks, so it stands in quotation marks (desktop entry specification,
@@ -51,10 +61,14 @@ BundlePaths makeBundle(const fs::path& folder, const BundleOptions& options) {
   BundlePaths paths(fs::absolute(folder));
   const auto wanted = [&](const char* part) { return !options.without.contains(part); };
   fs::create_directories(paths.models.parent_path());
-  if (wanted("relay")) copyProgram(options.standins / "relay-standin", paths.relay);
+  const auto program = [&](const fs::path& real, const char* standin) {
+    return real.empty() ? options.standins / standin : real;
+  };
+  if (wanted("relay")) copyProgram(program(options.relay, "relay-standin"), paths.relay);
   if (wanted("wireless")) copyProgram(options.standins / "wireless-standin", paths.wireless);
-  if (wanted("viewer")) copyProgram(options.standins / "viewer-standin", paths.viewer);
-  if (wanted("page")) writeText(paths.page, kBusyPage);
+  if (wanted("viewer")) copyProgram(program(options.viewer, "viewer-standin"), paths.viewer);
+  if (wanted("page"))
+    writeText(paths.page, options.page.empty() ? kBusyPage : textOf(options.page));
   if (wanted("models") && !options.models.empty()) {
     fs::copy_file(options.models, paths.models, fs::copy_options::overwrite_existing);
   }

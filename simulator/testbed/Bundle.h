@@ -19,6 +19,8 @@ struct BundleOptions {
   std::filesystem::path models;    ///< the ggcam.inf to copy; empty: none
   /// What to leave out: "relay", "wireless", "viewer", "page", "models".
   std::set<std::string> without;
+  // The real ones in place of stand-ins; empty: the stand-in, and a page of one sentence.
+  std::filesystem::path relay{}, viewer{}, page{};
 };
 
 /// Paths of a bundle below its folder, whether or not the parts are there.

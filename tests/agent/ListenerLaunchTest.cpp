@@ -150,13 +150,6 @@ TEST_F(ListenerTest, StartsTheWirelessUtilityOnceAndTriesASecondTime) {
                                       kStartSeparator));
 }
 
-TEST_F(ListenerTest, StartsWithoutAWirelessUtilityAndIsQuietAboutIt) {
-  tasks.failStart("Wireless Utility", "no such file");
-  start();
-  EXPECT_THAT(startLines, Contains("launchWRLApp - caught exception: no such file"));
-  EXPECT_THAT(warnings.lines(), IsEmpty());
-}
-
 TEST_F(ListenerTest, LetsARefusedDeviceRegistrationThroughTheStart) {
   imageCapture.registrationStatus[ica::kDeviceAdded] = status::kIOError;
   EXPECT_THROW(start(), Exception);

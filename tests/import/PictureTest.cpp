@@ -7,6 +7,7 @@
 
 #include "import/CaptureDate.h"
 #include "import/Thumbnail.h"
+#include "simulator/description/Scenery.h"
 
 namespace tarvo::test {
 namespace {
@@ -135,6 +136,14 @@ std::string cornersOf(const importing::Thumbnail& picture) {
     }
   }
   return corners;
+}
+
+TEST(CaptureDateTest, APictureOfTheSimulatorSaysItToo) {
+  const auto jpeg = simulator::sceneryJPEG(300, 200, "TARV0101.JPG", "20260801T091530");
+  const auto bytes = std::as_bytes(std::span(jpeg));
+  const auto taken = importing::captureDateOf(bytes);
+  EXPECT_EQ(taken, CalendarTime::ofPTPDate("20260801T091530"));
+  EXPECT_EQ(importing::thumbnailOf(bytes)->width, 256U);
 }
 
 TEST(ThumbnailTest, IsAtMostOf256PixelsWithTheShapeAndTheTurnOfThePicture) {
