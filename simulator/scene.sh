@@ -100,7 +100,10 @@ end_relay() {
 prepare_home() {
   mkdir -p "$folder/config" "$pictures"
   printf 'XDG_PICTURES_DIR="%s"\n' "$pictures" >"$folder/config/user-dirs.dirs"
-  export XDG_STATE_HOME=$folder/state TARVO_TARVOCTL=$tarvoctl
+  # What listens for devices is started by `run`, or it would take the agent's events.
+  printf '#!/bin/sh\nexec "%s" run -- "%s" "$@"\n' "$simulator" "$tarvoctl" >"$folder/import"
+  chmod +x "$folder/import"
+  export XDG_STATE_HOME=$folder/state TARVO_TARVOCTL=$folder/import
 }
 
 # The real programs in place of their stand-ins.
