@@ -262,6 +262,7 @@ if install_real; then
   until_true "the Relay's window opens" has_window
   until_true "the window stands still" is_still
   has_pictures 12 || { say "pictures were imported twice" && exit 1; }
+  show_log
   close_relay "$expected"
   "$simulator" unplug "$camera"
 
