@@ -10,8 +10,8 @@ set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 
 include(CMakeDependentOption)
-option(TARVO_SIMULATOR "Build the virtual devices and their testbed" ON)
 option(TARVO_WINDOWS "Build the applications with windows" ON)
+option(TARVO_SIMULATOR "Build the virtual devices and their testbed" ON)
 # These are played on virtual devices.
 cmake_dependent_option(TARVO_TESTS "Build the tests" ON TARVO_SIMULATOR OFF)
 cmake_dependent_option(TARVO_BENCH "Build the benchmarks" ON TARVO_SIMULATOR OFF)
