@@ -1,6 +1,5 @@
 // ViewerApp: shows the busy page and closes by itself once the wireless utility has finished.
 // Without a display the page goes to standard output.
-#include <glibmm/init.h>
 #include <gtkmm/application.h>
 
 #include <clocale>
