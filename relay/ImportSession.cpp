@@ -32,21 +32,9 @@ ImportSession::ImportSession(std::vector<std::string> words, SessionObserver& ob
 ImportSession::~ImportSession() = default;
 
 void ImportSession::begin() {
-  model_.clear();
-  thumbnails_.clear();
-  toDelete_.clear();
-  rowsTold_ = 0;
-  const bool wantsOrders = standing_.wantsOrders;
-  standing_ = {};
-  standing_.wantsOrders = wantsOrders;
-  observer_.rowsCleared();
   child_ = std::make_unique<Child>(static_cast<ChildListener&>(*this), limits_);
   child_->start(words_);
   observer_.standingChanged();
-}
-
-void ImportSession::retry() {
-  if (is(State::kFailed) || is(State::kGone)) begin();
 }
 
 bool ImportSession::mayChoose() const {

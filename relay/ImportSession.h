@@ -2,7 +2,7 @@
 // state all that is.
 //
 //   connecting -> looking -> ready -> importing -> done -> deleting -> done
-//   failed and gone from everywhere; retry() begins anew
+//   failed and gone from everywhere, and for good
 #pragma once
 
 #include <cstddef>
@@ -84,7 +84,7 @@ class ImportSession : private ChildListener {
  public:
   static constexpr std::size_t kMostNotes = 50;
 
-  /// `words` start the conversation. Nothing happens before begin().
+  /// `words` start the conversation. Nothing happens before begin(), which is for once.
   ImportSession(std::vector<std::string> words, SessionObserver& observer,
                 const ChildLimits& limits = {});
   ~ImportSession() override;
@@ -98,7 +98,6 @@ class ImportSession : private ChildListener {
   void cancel();
   /// Deletes from the device what was imported in this session.
   void deleteImported();
-  void retry();
   /// Ends the conversation; `ended` is called when the child is no more, which may be at once.
   void close(std::function<void()> ended);
 

@@ -41,7 +41,7 @@ void Relay::devicesAre(std::vector<Arrival> devices) {
   if (offered_ && !isIn(*devices_, *offered_)) offered_.reset();
   for (const auto& device : *devices_) {
     if (isIn(before, device)) continue;
-    // At first it is told of what was there before the window.
+    // At first it is told of what was there before the window, and one of these has begun.
     if (!isFirst) {
       consider(device, true);
     } else if (arrival_.type.empty() ? isIdle() : device != arrival_) {
@@ -52,12 +52,17 @@ void Relay::devicesAre(std::vector<Arrival> devices) {
 
 void Relay::consider(const Arrival& newcomer, bool mayBegin) {
   if (mayBegin && isIdle()) return begin(newcomer);
-  // Started for whatever is connected: that is what has begun.
-  if (!arrival_.type.empty()) offered_ = newcomer;
+  offered_ = newcomer;
 }
 
 void Relay::standingChanged() {
   if (offered_ && session_ && session_->standing().state == SessionState::kGone) accept();
+}
+
+void Relay::retry() {
+  if (session_ && (session_->standing().state == SessionState::kFailed ||
+                   session_->standing().state == SessionState::kGone))
+    begin(Arrival(arrival_));
 }
 
 void Relay::accept() {

@@ -29,6 +29,8 @@ class Relay {
   /// To be called when the session's standing has changed: where its device is gone, and another is
   /// offered, that one begins.
   void standingChanged();
+  /// Begins anew with the same device, where that has failed.
+  void retry();
   /// Shows the one that is offered.
   void accept();
   /// A device is here beside the one that is shown.
