@@ -206,6 +206,8 @@ void RelayWindow::rowsAdded(std::size_t first) {
 }
 
 void RelayWindow::rowsCleared() {
+  // It is about the former device.
+  question_.reset();
   grid_.setSession(relay_.session());
 }
 
