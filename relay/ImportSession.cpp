@@ -210,7 +210,7 @@ void ImportSession::listed(const Json&) {
 void ImportSession::started(const Json& json) {
   standing_.ofFiles = numberIn(json, "files");
   standing_.ofBytes = numberIn(json, "bytes");
-  standing_.free = numberOrNone(json, "free");
+  if (const auto free = numberOrNone(json, "free")) standing_.free = free;
   isChanged_ = true;
 }
 

@@ -15,7 +15,6 @@ void setAccessibleLabel(Gtk::Widget& widget, const std::string& label) {
 }
 
 PictureCell::PictureCell() : Gtk::Box(Gtk::Orientation::VERTICAL, 4) {
-  add_css_class("relay-cell");
   set_halign(Gtk::Align::CENTER);
   picture_.set_size_request(Thumbnails::kWidth, Thumbnails::kHeight);
   picture_.set_can_shrink(false);

@@ -44,6 +44,7 @@ PictureGrid::PictureGrid(const Texts& texts)
   grid_.set_max_columns(kMostColumns);
   grid_.set_single_click_activate();
   grid_.signal_activate().connect([this](guint position) { toggled_.emit(position); });
+  grid_.add_css_class("relay-grid");
   setAccessibleLabel(grid_, texts_(Word::kPictures));
   set_child(grid_);
   set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);

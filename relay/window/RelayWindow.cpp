@@ -23,7 +23,7 @@ constexpr const char* kStyle = R"(
 .relay-headline { font-size: 150%; font-weight: bold; }
 .relay-help { padding: 10px; border-radius: 8px; background: alpha(currentColor, 0.07); }
 .relay-help.relay-bad { background: alpha(@warning_color, 0.25); }
-.relay-cell { padding: 4px; }
+.relay-grid > child { padding: 8px; }
 .relay-frame { border-radius: 6px; background: alpha(currentColor, 0.08); }
 .relay-check { margin: 6px; min-width: 20px; min-height: 20px; border-radius: 10px;
   background: alpha(black, 0.35); box-shadow: 0 0 0 1.5px white; color: white; }
@@ -129,7 +129,8 @@ void RelayWindow::layFoot() {
   progress_.set_margin_end(kMargin);
   progress_.set_margin_top(kMargin / 2);
   foot_.set_margin(kMargin);
-  wrap(progressText_);
+  progressText_.set_xalign(0);
+  progressText_.set_ellipsize(Pango::EllipsizeMode::END);
   progressText_.set_hexpand();
   main_.add_css_class("suggested-action");
   main_.set_size_request(kWidth / 5, -1);
@@ -177,7 +178,8 @@ bool RelayWindow::keyPressed(guint key, Gdk::ModifierType state) {
     act();
   else if ((key == GDK_KEY_Return || key == GDK_KEY_KP_Enter) &&
            dynamic_cast<Gtk::Button*>(get_focus()) == nullptr)
-    act();
+    // The same key again must not undo what it has begun.
+    view_.action == MainAction::kCancel ? void() : act();
   else if (const auto row = grid_.focusedRow(); key == GDK_KEY_space && row)
     toggle(*row);
   else
