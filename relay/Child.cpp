@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <glib-unix.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "Utilities/Exception.h"
 #include "Utilities/JSONReader.h"
 #include "Utilities/Printable.h"
+#include "relay/ImportProgram.h"
 
 namespace tarvo::relay {
 namespace {
@@ -48,13 +48,6 @@ AttachedSource timer(milliseconds wait, GSourceFunc function, gpointer data) {
                   data);
 }
 
-/// In the child, between fork and exec. Its input ends with the parent, too; this reaches one that
-/// does not read.
-void dieWithParent(gpointer parent) {
-  ::prctl(PR_SET_PDEATHSIG, SIGTERM);
-  if (::getppid() != GPOINTER_TO_INT(parent)) ::_exit(1);
-}
-
 }  // namespace
 
 Child::Child(ChildListener& listener, const ChildLimits& limits)
@@ -77,7 +70,7 @@ void Child::start(const std::vector<std::string>& words) {
   GPid pid = 0;
   gint input = -1, output = -1, errors = -1;
   GErrorHolder error;
-  if (g_spawn_async_with_pipes(nullptr, arguments.data(), nullptr, kFlags, dieWithParent,
+  if (g_spawn_async_with_pipes(nullptr, arguments.data(), nullptr, kFlags, endWithParent,
                                GINT_TO_POINTER(::getpid()), &pid, &input, &output, &errors,
                                error.out()) != FALSE)
     return adopt(pid, input, output, errors);

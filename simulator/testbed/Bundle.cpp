@@ -65,6 +65,10 @@ BundlePaths makeBundle(const fs::path& folder, const BundleOptions& options) {
     return real.empty() ? options.standins / standin : real;
   };
   if (wanted("relay")) copyProgram(program(options.relay, "relay-standin"), paths.relay);
+  // Its window lies beside it.
+  const auto window = options.relay.parent_path() / "relay-window.so";
+  if (!options.relay.empty() && fs::exists(window))
+    copyProgram(window, paths.relay.parent_path() / window.filename());
   if (wanted("wireless")) copyProgram(options.standins / "wireless-standin", paths.wireless);
   if (wanted("viewer")) copyProgram(program(options.viewer, "viewer-standin"), paths.viewer);
   if (wanted("page"))
