@@ -174,6 +174,12 @@ def contents_of(machine, folder):
     return {name: digest for digest, name in (line.split(" ", 1) for line in lines)}
 
 
+def files_of(machine, folder):
+    """The same without the folders."""
+    return {name: digest for name, digest in contents_of(machine, folder).items()
+            if digest != "folder"}
+
+
 class Agent:
     """The agent of a user, as a unit of the user's manager, and the programs that it starts."""
 

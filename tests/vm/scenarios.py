@@ -2,7 +2,9 @@
 first line says what holds. Those of MAIN are run for every change, the others by .ci/full."""
 import json
 
-from desk import FILM, PATHS, TOP, ForeignCamera, SimulatedCamera, contents_of, expect
+from desk import (FILM, PATHS, TOP, ForeignCamera, SimulatedCamera, contents_of, expect,
+                  files_of)
+from machine import RELAY
 
 # Bus number in the top byte, then one port number a nibble.
 FIRST_PORT = 0x01100000
@@ -200,6 +202,31 @@ def disk_arrival(desk):
 def card_arrival(desk):
     """So does a card in a reader of the maker, as a card."""
     _volume_arrival(desk, "card", "TARVO_CARD", "card")
+
+
+def relay_imports(desk):
+    """The Relay itself imports what is new, once, by the camera and from its card."""
+    machine = desk.machine
+    machine.root(f"mv '{RELAY} as installed' '{RELAY}'")
+    agent = desk.agent()
+    camera = SimulatedCamera(desk)
+    here = {}
+    for number, names in enumerate((["TARV0001.JPG"], ["TARV0001.JPG", "TARV0003.MOV"]), 1):
+        camera.device = desk.changed("tarvo-camera", stores=[{"id": "0x00010001", "content": [
+            {"file": name, "size": 60000} for name in names]}])
+        camera.plug()
+        agent.wait_for_log("got RLA died notification", number)
+        here = files_of(machine, "/home/anna/Pictures")
+        expect("what was imported", here, camera.contents())
+        camera.unplug()
+    # Its card has what came by the camera, and one more.
+    machine.root("mkdir /tmp/card && cp -p /home/anna/Pictures/*/*/* /tmp/card && "
+                 "echo more >/tmp/card/TARV0009.JPG && mkfs.ext4 -q -d /tmp/card /tmp/card.img 16M")
+    desk.plug(desk.changed("card", volume=None, image="/tmp/card.img"))
+    desk.mount()
+    agent.wait_for_log("got RLA died notification", 3)
+    expect("what was imported", files_of(machine, "/home/anna/Pictures"),
+           files_of(machine, "/tmp/card"))
 
 
 def tool(desk):
@@ -484,7 +511,7 @@ def _with(camera, scenario):
 
 
 MAIN = [camera_arrival, camera_replugged, agent_restarted, flood, own_scope, access, unit_switched,
-        unit_ejected, unit_beside_its_twin, disk_arrival, card_arrival, tool]
+        unit_ejected, unit_beside_its_twin, disk_arrival, card_arrival, relay_imports, tool]
 MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
          for camera in (SimulatedCamera, ForeignCamera)]
 OTHERS = [name_taken, user_switch, recovery, switched_while_mounted, unit_held,
