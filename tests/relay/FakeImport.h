@@ -21,7 +21,7 @@ class FakeImport {
     return {
         folder_.writeScript("import",
                             "say() { printf '%s\\n' \"$@\"; }\n"
-                            "forever() { while :; do sleep 1000 & wait $!; done; }\n"
+                            "forever() { mkfifo \"$0.$$\"; exec 9<>\"$0.$$\"; read -r _ <&9; }\n"
                             "hears() { while read -r line; do echo \"$line\" >> \"${0%/*}/heard\"\n"
                             "  case $line in *\"$1\"*) return;; esac; done; exit 0; }\n" +
                                 script + "\n")};

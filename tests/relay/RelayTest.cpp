@@ -93,18 +93,17 @@ say '{"event":"object","id":0,"new":true}' '{"event":"listed"}'
 while [ ! -e "${0%/*}/gone" ]; do sleep 0.02; done; say '{"event":"gone"}')";
 
 TEST(RelayDevices, OneThatComesIsOfferedAndBeginsWhereNothingGoesOn) {
-  using State = SessionState;
   const Arrival camera = {.type = "PTP", .location = 1};
   const Arrival card = {.type = "card", .location = 2, .path = "/media/u/CARD"};
   const test::FakeImport import;
   Watcher watcher;
   Relay relay(import.words(kScript)[0], watcher, {.leave = std::chrono::milliseconds(200)});
   watcher.relay = &relay;
-  const auto isAt = [&](State state) {
+  const auto isAt = [&](SessionState state) {
     return waitUntil([&] { return relay.session()->standing().state == state; });
   };
   relay.arrived(camera);
-  ASSERT_TRUE(isAt(State::kReady));
+  ASSERT_TRUE(isAt(SessionState::kReady));
   relay.devicesAre({camera});
   EXPECT_FALSE(relay.isOffering()) << "it is the one that is shown";
   relay.devicesAre({camera, card});
@@ -119,12 +118,12 @@ TEST(RelayDevices, OneThatComesIsOfferedAndBeginsWhereNothingGoesOn) {
   // The first is gone: the other begins once the first one's child has ended.
   std::ofstream(import.folder() + "/gone").put('x');
   ASSERT_TRUE(waitUntil([&] { return relay.arrival() == card; }));
-  ASSERT_TRUE(isAt(State::kGone));
+  ASSERT_TRUE(isAt(SessionState::kGone));
   std::filesystem::remove(import.folder() + "/gone");
   relay.devicesAre({card});
   relay.devicesAre({card, camera});
   EXPECT_EQ(relay.arrival(), camera);
-  ASSERT_TRUE(isAt(State::kReady));
+  ASSERT_TRUE(isAt(SessionState::kReady));
   int closed = 0;
   relay.close([&] { ++closed; });
   relay.arrived(card);
