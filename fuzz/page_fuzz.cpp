@@ -15,8 +15,6 @@
 
 namespace {
 
-using tarvo::viewer::PageBlock;
-
 /// Text of markup that is well formed; tags have to close in order.
 std::string textOfMarkup(std::string_view markup) {
   std::string text;

@@ -65,15 +65,14 @@ std::string_view cutAt(std::string_view text, std::size_t room) {
 }
 
 std::string asMarkup(const std::string& text, unsigned style) {
-  std::string before;
-  std::string after;
-  for (std::size_t i = 0; i < kSpans.size(); ++i) {
-    if ((style & (1U << i)) == 0) continue;
-    before += std::string("<") + kSpans[i] + ">";
-    after = std::string("</") + kSpans[i] + ">" + after;
-  }
-  return before + takeText(g_markup_escape_text(text.data(), static_cast<gssize>(text.size()))) +
-         after;
+  const auto isSet = [&](std::size_t place) { return (style & (1U << place)) != 0; };
+  std::string markup;
+  for (std::size_t i = 0; i < kSpans.size(); ++i)
+    if (isSet(i)) markup.append("<").append(kSpans[i]).append(">");
+  markup += takeText(g_markup_escape_text(text.data(), static_cast<gssize>(text.size())));
+  for (std::size_t i = kSpans.size(); i-- > 0;)
+    if (isSet(i)) markup.append("</").append(kSpans[i]).append(">");
+  return markup;
 }
 
 /// A file's plain name; empty where the address leads anywhere else than into the page's folder.
