@@ -10,6 +10,7 @@ Without a testbed, Xvfb or pyatspi: status 77.
 import glob
 import json
 import os
+import pwd
 import shutil
 import signal
 import subprocess
@@ -35,6 +36,14 @@ def wait(what, condition):
     raise AssertionError(f"did not happen in {SECONDS} s: {what}")
 
 
+def is_running(process):
+    try:
+        with open(f"/proc/{process}/stat", encoding="utf-8", errors="replace") as file:
+            return file.read().rpartition(")")[2].split()[0] not in "ZX"
+    except OSError:
+        return False
+
+
 def nodes(top):
     yield top
     for child in list(top):
@@ -45,8 +54,9 @@ def nodes(top):
 class Window:
     """The Relay, started as the agent does."""
 
-    def __init__(self, relay, environment):
-        self.process = subprocess.Popen([relay, "PTP", LOCATION, ""], env=environment)
+    def __init__(self, relay, environment, card):
+        words = ["card", LOCATION, card] if card else ["PTP", LOCATION, ""]
+        self.process = subprocess.Popen([relay, *words], env=environment)
         self.frame = wait("the window opens", self.find_frame)
 
     def find_frame(self):
@@ -117,8 +127,8 @@ class Desk:
         return subprocess.run([self.simulator, *words], check=True, capture_output=True,
                               text=True).stdout.strip()
 
-    def open(self):
-        self.windows.append(Window(self.relay, self.environment))
+    def open(self, card=""):
+        self.windows.append(Window(self.relay, self.environment, card))
         return self.windows[-1]
 
     def end_windows(self):
@@ -145,6 +155,23 @@ class Desk:
                 self.simulate("export", self.camera, str(each["handle"]), original)
                 with open(original, "rb") as left, open(imported[each["name"]], "rb") as right:
                     assert left.read() == right.read(), each["name"]
+
+    def change_to_card(self):
+        """The camera's card in a reader, with one picture more; its mount point."""
+        self.simulate("unplug", self.camera)
+        devices = os.path.join(os.path.dirname(__file__), "../../simulator/devices")
+        with open(os.path.join(devices, "holiday-camera.json"), encoding="utf-8") as file:
+            content = json.load(file)["stores"][0]["content"]
+        content[0]["content"][0]["content"].append({"file": "CARD0001.JPG", "picture": [300, 200]})
+        card = {"kind": "massStorage", "scsi": {"type": 0, "vendor": "TARVO", "model": "Card Dock"},
+                "usb": {"vendor": "0xF055", "product": "0x0501", "manufacturer": "Tarvo Imaging",
+                        "name": "Tarvo Card Dock", "serial": "TCD-000019"},
+                "volume": {"label": "HOLIDAY", "content": content}}
+        description = os.path.join(self.home, "card.json")
+        with open(description, "w", encoding="utf-8") as file:
+            json.dump(card, file)
+        self.camera = self.simulate("plug", description, "--port", "1-1")
+        return f"/media/{pwd.getpwuid(os.getuid()).pw_name}/HOLIDAY"
 
     def add_picture(self):
         source = os.path.join(self.home, "one.jpg")
@@ -210,6 +237,39 @@ def case_outlives_its_import(desk):
     left = 12 - len(desk.imported())
     window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
     wait("all are there", lambda: len(desk.imported()) == 12)
+    window.button("Open Folder")
+    desk.check(12)
+    window.close()
+
+
+def case_knows_on_the_card_what_came_by_the_camera(desk):
+    window = desk.open()
+    window.press("Import 12 Pictures")
+    window.says("12 pictures imported")
+    window.close()
+    window = desk.open(desk.change_to_card())
+    window.says("1 new picture")
+    window.press("Import 1 Picture")
+    window.says("1 picture imported")
+    assert len(desk.imported()) == 13, desk.imported()
+    window.close()
+
+
+def case_loses_nothing_when_the_window_is_killed(desk):
+    window = desk.open()
+    window.button("Import 12 Pictures")
+    desk.simulate("fault", desk.camera, "delay=200")
+    window.press("Import 12 Pictures")
+    wait("the first pictures are there", desk.imported)
+    children = window.children()
+    window.process.kill()
+    window.process.wait()
+    wait("the import ends with its window", lambda: not any(map(is_running, children)))
+    desk.simulate("fault", desk.camera, "delay=off")
+    window = desk.open()
+    window.says("new picture")
+    left = 12 - len(desk.imported())
+    window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
     window.button("Open Folder")
     desk.check(12)
     window.close()
