@@ -131,7 +131,7 @@ if [ "$stay" = --stay ]; then
   say "Ctrl-C ends it all."
   tail -n +$((shown + 1)) -f "$log" | sed -u 's/^/    agent | /' &
   processes+=($!)
-  wait -n "${processes[@]}" || true
+  wait -n || true # the bus is no child of ours
   exit 0
 fi
 
