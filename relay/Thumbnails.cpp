@@ -82,12 +82,13 @@ void Thumbnails::expectNone() {
 
 void Thumbnails::wish(std::vector<std::uint64_t> ids) {
   wished_ = std::move(ids);
+  askedUpTo_ = 0;
 }
 
 std::vector<std::uint64_t> Thumbnails::next() {
   std::vector<std::uint64_t> ids;
-  for (const std::uint64_t id : wished_) {
-    if (underWay_.size() >= kUnderWay) break;
+  for (; askedUpTo_ < wished_.size() && underWay_.size() < kUnderWay; ++askedUpTo_) {
+    const std::uint64_t id = wished_[askedUpTo_];
     if (places_.contains(id) || without_.contains(id) || !underWay_.insert(id).second) continue;
     ids.push_back(id);
   }

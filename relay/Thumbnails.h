@@ -60,6 +60,7 @@ class Thumbnails {
   };
 
   std::vector<std::uint64_t> wished_;
+  std::size_t askedUpTo_ = 0;  ///< in `wished_`; each is asked for once, though it may be forgotten
   std::unordered_set<std::uint64_t> underWay_;
   std::unordered_set<std::uint64_t> without_;  ///< those that have none
   std::list<Kept> kept_;                       ///< the one that was looked at last comes first

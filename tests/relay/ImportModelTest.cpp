@@ -12,7 +12,9 @@ namespace {
 using Json = PropertyDictionary;
 
 /// As it comes over the pipe.
-Json told(const Json& json) { return Json::parse(json.dump()); }
+Json told(const Json& json) {
+  return Json::parse(json.dump());
+}
 
 Json object(std::uint64_t id, bool isNew, std::uint64_t size = 10) {
   return {{"event", "object"}, {"id", id}, {"name", "A.JPG"}, {"size", size}, {"new", isNew}};

@@ -134,7 +134,7 @@ TEST(RelayDevices, OneThatComesIsOfferedAndBeginsWhereNothingGoesOn) {
 TEST(RelayDevices, AreThoseOfTheAgentThatAreSupported) {
   const test::RunningBus bus;
   const auto devices = [](const char* text) {
-    return g_variant_new_parsed("{'Devices': <%v>}", g_variant_new_parsed(text));
+    return g_variant_new_parsed("{'Devices': %v}", g_variant_new_parsed(text));
   };
   test::FakeBusService agent(bus, "com.tarvo.Agent", [&](GObjectPtr<GDBusMessage> call) {
     agent.answer(
@@ -152,8 +152,8 @@ TEST(RelayDevices, AreThoseOfTheAgentThatAreSupported) {
                g_variant_new("(s@a{sv}as)", "com.tarvo.Agent1", devices(text), nullptr));
   };
   change("[('card', 7, '/media/u/CARD', '')]");
-  ASSERT_TRUE(waitUntil([&] { return told.back().front().type == "card"; }));
-  EXPECT_EQ(told.back().front().path, "/media/u/CARD");
+  const Arrival card = {.type = "card", .location = 7, .path = "/media/u/CARD"};
+  ASSERT_TRUE(waitUntil([&] { return told.back() == std::vector{card}; }));
   change("'nonsense'");
   ASSERT_TRUE(waitUntil([&] { return told.back().empty(); }));
 }
