@@ -78,6 +78,7 @@ void Thumbnails::clear() {
 
 void Thumbnails::expectNone() {
   underWay_.clear();
+  askedUpTo_ = 0;
 }
 
 void Thumbnails::wish(std::vector<std::uint64_t> ids) {

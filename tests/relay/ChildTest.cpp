@@ -62,7 +62,7 @@ TEST(RelayChild, EndsInOneWayWhateverItDoes) {
     EXPECT_EQ(ear.ends[0].kind, each.kind);
     EXPECT_EQ(ear.events.size(), each.events);
     EXPECT_THAT(ear.ends[0].words, testing::HasSubstr(each.words));
-    (void)std::system(("kill $(cat '" + import.folder() + "/other') >/dev/null 2>&1").c_str());
+    (void)std::system(("{ kill $(cat '" + import.folder() + "/other'); } >/dev/null 2>&1").c_str());
   }
 }
 
