@@ -48,6 +48,13 @@ AttachedSource timer(milliseconds wait, GSourceFunc function, gpointer data) {
                   data);
 }
 
+/// Lines for a person, without the end of the last one.
+std::string wordsOf(const std::string& written) {
+  std::string words = printableLines(written);
+  words.erase(words.find_last_not_of(" \n") + 1);
+  return words;
+}
+
 }  // namespace
 
 Child::Child(ChildListener& listener, const ChildLimits& limits)
@@ -270,7 +277,7 @@ void Child::finish() {
   reading_.reset();
   if (pid_ != 0 || std::exchange(hasFinished_, true)) return;
   erring_.reset();
-  listener_.ended({.kind = givenUp_.value_or(end_), .words = printable(lastWords_)});
+  listener_.ended({.kind = givenUp_.value_or(end_), .words = wordsOf(lastWords_)});
 }
 
 }  // namespace tarvo::relay

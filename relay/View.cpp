@@ -152,9 +152,10 @@ class Painter {
 
   void failed() {
     view_.isProblem = true;
-    view_.headline = texts_(now_.end ? wordOf(*now_.end) : Word::kFailed);
-    view_.details = outcome();
     const bool hasBegun = now_.ofFiles > 0;
+    const bool isOrderly = !now_.end || (*now_.end == ChildEnd::Kind::kFailed && !hasBegun);
+    view_.headline = texts_(isOrderly ? Word::kFailed : wordOf(*now_.end));
+    view_.details = outcome();
     view_.help = lines(withoutNone(
         {now_.problem, helpfulAdvice(), hasBegun ? texts_(Word::kNothingLost) : "", remarks()}));
     offer(MainAction::kRetry, texts_(Word::kRetry), true);

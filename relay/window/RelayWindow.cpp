@@ -23,7 +23,8 @@ constexpr const char* kStyle = R"(
 .relay-headline { font-size: 150%; font-weight: bold; }
 .relay-help { padding: 10px; border-radius: 8px; background: alpha(currentColor, 0.07); }
 .relay-help.relay-bad { background: alpha(@warning_color, 0.25); }
-.relay-grid > child { padding: 8px; }
+.relay-grid > child { padding: 6px; }
+.relay-grid > child > box { margin: 0; border-spacing: 4px; }
 .relay-frame { border-radius: 6px; background: alpha(currentColor, 0.08); }
 .relay-check { margin: 6px; min-width: 20px; min-height: 20px; border-radius: 10px;
   background: alpha(black, 0.35); box-shadow: 0 0 0 1.5px white; color: white; }

@@ -106,7 +106,9 @@ TEST(RelaySession, WhateverEndsItIsSaidAndCostsNoMoreThanOneImport) {
       {R"(say '{"event":"warning","text":"old"}' '{"event":"error","message":"No such device"}'
 exit 3)",
        State::kFailed, "The device cannot be read", "No such device"},
-      {"exit 1", State::kFailed, "The import has stopped", ""},
+      {"echo two >&2; echo lines >&2; exit 1", State::kFailed, "The device cannot be read",
+       "two\nlines"},
+      {"exit 0", State::kFailed, "The import has stopped", ""},
       {"forever", State::kFailed, "The import does not answer any more", ""},
       {kHello + "forever", State::kFailed, "The import does not answer any more", ""},
       {kHello + R"(say '{"event":"error","message":"stuck","advice":"Switch it off"}'; hears x)",
