@@ -2,12 +2,10 @@
 
 #include <utility>
 
+#include "platform/desktop/FamilyNames.h"
+
 namespace tarvo::relay {
 namespace {
-
-constexpr const char* kName = "com.tarvo.Agent";
-constexpr const char* kPath = "/com/tarvo/Agent";
-constexpr const char* kInterface = "com.tarvo.Agent1";
 
 std::vector<Arrival> devicesIn(GVariant* devices) {
   std::vector<Arrival> all;
@@ -36,11 +34,11 @@ AgentDevices::AgentDevices(Changed changed, GDBusConnection* bus)
   constexpr auto kFlags = static_cast<GDBusProxyFlags>(
       G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START | G_DBUS_PROXY_FLAGS_GET_INVALIDATED_PROPERTIES);
   if (bus != nullptr)
-    g_dbus_proxy_new(bus, kFlags, nullptr, kName, kPath, kInterface, cancellable_.get(), made,
-                     this);
+    g_dbus_proxy_new(bus, kFlags, nullptr, kAgentBusName, kAgentObjectPath, kAgentInterface,
+                     cancellable_.get(), made, this);
   else
-    g_dbus_proxy_new_for_bus(G_BUS_TYPE_SESSION, kFlags, nullptr, kName, kPath, kInterface,
-                             cancellable_.get(), made, this);
+    g_dbus_proxy_new_for_bus(G_BUS_TYPE_SESSION, kFlags, nullptr, kAgentBusName, kAgentObjectPath,
+                             kAgentInterface, cancellable_.get(), made, this);
 }
 
 AgentDevices::~AgentDevices() {

@@ -98,7 +98,7 @@ std::string nameBelowProgram(const CLI::App& app) {
   std::string name = app.get_name();
   for (const auto* group = app.get_parent(); group && group->get_parent();
        group = group->get_parent())
-    name = group->get_name() + " " + name;
+    name.insert(0, group->get_name() + " ");
   return name;
 }
 
