@@ -38,16 +38,18 @@ void ImportSession::begin() {
 }
 
 bool ImportSession::mayChoose() const {
+  if (!standing_.isHere) return false;
   return is(State::kLooking) || is(State::kReady) || is(State::kDone);
 }
 
 bool ImportSession::mayImport() const {
+  if (!standing_.isHere) return false;
   const bool hasOrders = standing_.orders > 0 && standing_.wantsOrders && is(State::kReady);
   return (is(State::kReady) || is(State::kDone)) && (model_.sums().chosen > 0 || hasOrders);
 }
 
 bool ImportSession::mayDelete() const {
-  return is(State::kDone) && model_.sums().safe > 0;
+  return standing_.isHere && is(State::kDone) && model_.sums().safe > 0;
 }
 
 void ImportSession::choose(std::size_t row, bool isChosen) {
@@ -337,6 +339,11 @@ void ImportSession::refused(const Json& json) {
 
 void ImportSession::gone(const Json&) {
   toDelete_.clear();
+  standing_.isHere = false;
+  isChanged_ = true;
+  // To unplug it is what people do then.
+  if (is(State::kDone)) return;
+  standing_.wasCut = is(State::kImporting) || is(State::kDeleting);
   enter(State::kGone);
 }
 
@@ -348,7 +355,7 @@ void ImportSession::thumbnailCame(const Json& json) {
 
 void ImportSession::ended(const ChildEnd& end) {
   if (closed_) return std::exchange(closed_, {})();
-  if (is(State::kFailed) || is(State::kGone)) return;
+  if (is(State::kFailed) || !standing_.isHere) return;
   standing_.end = end.kind;
   // What the import itself has told says more than what it wrote on its way out.
   if (standing_.problem.empty()) standing_.problem = end.words;

@@ -40,6 +40,8 @@ struct Standing {
   };
 
   SessionState state = SessionState::kConnecting;
+  bool isHere = true;   ///< the device; what was done stays to be seen without it
+  bool wasCut = false;  ///< an import, by the end of the device
   bool isCancelling = false;
   std::string device{};
   std::string folder{};

@@ -72,7 +72,7 @@ class Painter {
         return failed();
       case State::kGone:
         view_.headline = texts_(Word::kGone);
-        view_.isProblem = true;
+        view_.isProblem = now_.wasCut;
         view_.help = lines(withoutNone({now_.problem, texts_(Word::kGoneAdvice)}));
         view_.details = outcome();
         return offer(MainAction::kRetry, texts_(Word::kRetry), true);
@@ -146,7 +146,7 @@ class Painter {
     view_.isProblem = !now_.problem.empty() || now_.failed + now_.noRoom > 0;
     view_.help = lines(withoutNone({now_.problem, helpfulAdvice(), remarks()}));
     view_.canDelete = session_.mayDelete();
-    if (sums_.chosen > 0) return offerImport();
+    if (session_.mayImport()) return offerImport();
     offer(MainAction::kOpenFolder, texts_(Word::kOpenFolder), !now_.folder.empty());
   }
 

@@ -40,6 +40,7 @@ PictureCell::PictureCell() : Gtk::Box(Gtk::Orientation::VERTICAL, 4) {
 void PictureCell::show(std::size_t row, const Picture& picture, const Texts& texts) {
   row_ = row;
   name_.set_text(picture.name);
+  picture_.set_alternative_text(picture.name);
   check_.set_text(picture.isChosen ? "✓" : "");
   check_.set_visible(picture.isNew);
   const std::string mark = markOf(picture, texts);

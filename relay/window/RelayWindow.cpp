@@ -77,6 +77,11 @@ RelayWindow::~RelayWindow() {
   grid_.setSession(nullptr);
 }
 
+void RelayWindow::arrived(const Arrival& arrival) {
+  relay_.arrived(arrival);
+  update();
+}
+
 void RelayWindow::lay() {
   layHeader();
   layWords();
@@ -108,6 +113,7 @@ void RelayWindow::layWords() {
   help_.add_css_class("relay-help");
   for (auto* const label : {&headline_, &details_, &help_})
     wrap(*label);
+  help_.set_halign(Gtk::Align::FILL);
   // What went wrong is worth being copied.
   help_.set_selectable();
   help_.set_focusable(false);

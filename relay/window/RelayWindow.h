@@ -30,7 +30,7 @@ class RelayWindow : public Gtk::ApplicationWindow, private SessionObserver {
   ~RelayWindow() override;
 
   /// A device for which the Relay was started.
-  void arrived(const Arrival& arrival) { relay_.arrived(arrival); }
+  void arrived(const Arrival& arrival);
   bool isClosing() const { return isClosing_; }
 
  private:

@@ -62,8 +62,8 @@ say '{"event":"failed","id":1,"why":"it is spoilt"}' '{"event":"done","fetched":
 )";
 
 TEST(RelaySession, GoesItsWayAndShowsIt) {
-  Scene scene(kDone + R"(hears delete; say '{"event":"deleted","id":0}' '{"event":"deletedAll"}'
-hears never)");
+  Scene scene(kDone + R"(hears delete
+say '{"event":"deleted","id":0}' '{"event":"deletedAll"}' '{"event":"gone"}'; exit 1)");
   EXPECT_EQ(scene.view().headline, "Connecting");
   ASSERT_TRUE(scene.comesTo(State::kReady));
   auto view = scene.view();
@@ -86,6 +86,9 @@ hears never)");
   scene.session.deleteImported();
   EXPECT_FALSE(scene.view().canDelete);
   ASSERT_TRUE(scene.comesTo(State::kDone));
+  ASSERT_TRUE(waitUntil([&] { return !scene.session.standing().isHere; }));
+  test::drainMainContext();
+  EXPECT_EQ(scene.view().headline, "1 picture imported") << "also when it is unplugged then";
   EXPECT_FALSE(scene.view().canDelete);
   EXPECT_THAT(scene.view().details, testing::HasSubstr("1 deleted from the device"));
   EXPECT_EQ(scene.import.heard(),
