@@ -153,17 +153,29 @@ void ImportSession::heard(const std::string& event, const Json& json) {
   if (closed_) return;
   using Self = ImportSession;
   static constexpr auto kHandlers = std::to_array<Handler>({
-      {"hello", &Self::hello},     {"looking", &Self::looking},
-      {"object", &Self::object},   {"listed", &Self::listed},
-      {"started", &Self::started}, {"progress", &Self::progress},
-      {"fetched", &Self::fetched}, {"known", &Self::known},
-      {"failed", &Self::failed},   {"noRoom", &Self::noRoom},
-      {"safe", &Self::safe},       {"deleted", &Self::deleted},
-      {"kept", &Self::kept},       {"order", &Self::order},
-      {"done", &Self::done},       {"deletedAll", &Self::deletedAll},
-      {"warning", &Self::warning}, {"unreadable", &Self::unreadable},
-      {"error", &Self::error},     {"refused", &Self::refused},
-      {"gone", &Self::gone},       {"thumbnail", &Self::thumbnailCame},
+      {"hello", &Self::hello},
+      {"looking", &Self::looking},
+      {"object", &Self::object},
+      {"listed", &Self::listed},
+      {"started", &Self::started},
+      {"progress", &Self::progress},
+      {"fetched", &Self::fetched},
+      {"known", &Self::known},
+      {"failed", &Self::failed},
+      {"noRoom", &Self::noRoom},
+      {"safe", &Self::safe},
+      {"deleted", &Self::deleted},
+      {"orderPicture", &Self::orderPicture},
+      {"kept", &Self::kept},
+      {"order", &Self::order},
+      {"done", &Self::done},
+      {"deletedAll", &Self::deletedAll},
+      {"warning", &Self::warning},
+      {"unreadable", &Self::unreadable},
+      {"error", &Self::error},
+      {"refused", &Self::refused},
+      {"gone", &Self::gone},
+      {"thumbnail", &Self::thumbnailCame},
   });
   const auto* const handler = std::ranges::find(kHandlers, event, &Handler::event);
   // A later import may tell more than this window knows.
@@ -277,6 +289,13 @@ void ImportSession::order(const Json& json) {
   standing_.doneOrders.push_back({.name = textIn(json, "name", ImportModel::kLongestName),
                                   .isDone = isTrueIn(json, "fulfilled"),
                                   .why = textIn(json, "why")});
+  isChanged_ = true;
+}
+
+void ImportSession::orderPicture(const Json& json) {
+  const auto* const problem = valueForKey(json, "error");
+  if (problem == nullptr) return;
+  note(standing_.notes, textIn(*problem, "message"));
   isChanged_ = true;
 }
 

@@ -138,6 +138,7 @@ class ImportSession : private ChildListener {
   void deleted(const Json& json);
   void kept(const Json& json);
   void order(const Json& json);
+  void orderPicture(const Json& json);
   void done(const Json& json);
   void deletedAll(const Json& json);
   void warning(const Json& json);

@@ -76,8 +76,8 @@ void PictureGrid::clearRows() {
 }
 
 PictureCell* PictureGrid::cellOf(std::size_t row) {
-  const auto found = std::ranges::find_if(bound_, [row](auto* cell) { return cell->row() == row; });
-  return found == bound_.end() ? nullptr : *found;
+  const auto found = bound_.find(row);
+  return found == bound_.end() ? nullptr : found->second;
 }
 
 void PictureGrid::updateRow(std::size_t row) {
@@ -95,15 +95,16 @@ void PictureGrid::bind(const Glib::RefPtr<Gtk::ListItem>& item) {
     return;
   cell->show(place->row, session_->model().at(place->row), texts_);
   cell->showThumbnail(session_->thumbnail(place->row));
-  bound_.insert(cell);
+  bound_[place->row] = cell;
   lookSoon();
 }
 
 void PictureGrid::unbind(const Glib::RefPtr<Gtk::ListItem>& item) {
   auto* const cell = dynamic_cast<PictureCell*>(item->get_child());
   if (cell == nullptr) return;
+  // The row may have another cell already.
+  if (const auto row = cell->row(); row && cellOf(*row) == cell) bound_.erase(*row);
   cell->clear();
-  bound_.erase(cell);
 }
 
 void PictureGrid::lookSoon() {
@@ -113,8 +114,8 @@ void PictureGrid::lookSoon() {
 
 bool PictureGrid::look() {
   std::vector<std::pair<double, std::size_t>> places;
-  for (auto* const cell : bound_)
-    if (!cell->hasThumbnail()) places.emplace_back(distanceOf(*cell), *cell->row());
+  for (const auto& [row, cell] : bound_)
+    if (!cell->hasThumbnail()) places.emplace_back(distanceOf(*cell), row);
   std::ranges::sort(places);
   std::vector<std::size_t> rows;
   for (const auto& [distance, row] : places)

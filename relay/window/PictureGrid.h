@@ -10,7 +10,7 @@
 
 #include <cstddef>
 #include <optional>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "relay/ImportSession.h"
@@ -52,7 +52,7 @@ class PictureGrid : public Gtk::ScrolledWindow {
   ImportSession* session_ = nullptr;
   Glib::RefPtr<Gio::ListStore<Item>> items_;
   Gtk::GridView grid_;
-  std::unordered_set<PictureCell*> bound_;
+  std::unordered_map<std::size_t, PictureCell*> bound_;  ///< by row
   sigc::connection looking_;
   sigc::signal<void(std::size_t)> toggled_;
 };

@@ -254,6 +254,8 @@ void RelayWindow::act() {
   if (session == nullptr || !view_.isActionPossible) return;
   switch (view_.action) {
     case MainAction::kImport:
+      // The button means something else now: its key must not go there a second time.
+      if (get_focus() == &main_) grid_.child_focus(Gtk::DirectionType::TAB_FORWARD);
       return session->import();
     case MainAction::kCancel:
       return session->cancel();

@@ -184,7 +184,9 @@ TEST(RelaySession, FetchesOrdersWhereThePersonWants) {
   Scene scene(R"(say '{"event":"hello","orders":2}'; hears list; say '{"event":"listed"}'
 hears start; say '{"event":"order","name":"Anna","fulfilled":true}'
 say '{"event":"order","name":"Ben","fulfilled":false,"why":"a picture is missing"}'
-say '{"event":"done","orders":1}'; hears never)");
+say '{"event":"order","name":"Old","fulfilled":false}'
+say '{"event":"orderPicture","name":"A.JPG","error":{"message":"A.JPG is spoilt"}}'
+say '{"event":"done","orders":2}'; hears never)");
   ASSERT_TRUE(scene.comesTo(State::kReady));
   EXPECT_EQ(scene.view().orders, "Fetch the 2 orders, too");
   EXPECT_EQ(scene.view().actionLabel, "Import Orders");
@@ -193,8 +195,8 @@ say '{"event":"done","orders":1}'; hears never)");
   scene.session.setWantsOrders(true);
   scene.session.import();
   ASSERT_TRUE(scene.comesTo(State::kDone));
-  EXPECT_EQ(scene.view().details, "Orders done: 1");
-  EXPECT_EQ(scene.view().help, "The order Ben is not done: a picture is missing");
+  EXPECT_EQ(scene.view().details, "Orders done: 2");
+  EXPECT_EQ(scene.view().help, "The order Ben is not done: a picture is missing\nA.JPG is spoilt");
   EXPECT_THAT(scene.import.heard(), testing::HasSubstr("\"orders\":true"));
 }
 
