@@ -220,13 +220,14 @@ def relay_imports(desk):
         expect("what was imported", here, camera.contents())
         camera.unplug()
     # Its card has what came by the camera, and one more.
-    machine.root("mkdir /tmp/card && cp -p /home/anna/Pictures/*/*/* /tmp/card && "
-                 "echo more >/tmp/card/TARV0009.JPG && mkfs.ext4 -q -d /tmp/card /tmp/card.img 16M")
+    machine.root("mkdir -p /tmp/card/DCIM /tmp/card/MISC && cd /tmp/card && "
+                 "cp -p /home/anna/Pictures/*/*/* DCIM && echo more >DCIM/TARV0009.JPG && "
+                 "echo orders >MISC/IREVIEW.DB && mkfs.ext4 -q -L CARD -d . /tmp/card.img 16M")
     desk.plug(desk.changed("card", volume=None, image="/tmp/card.img"))
     desk.mount()
     agent.wait_for_log("got RLA died notification", 3)
     expect("what was imported", files_of(machine, "/home/anna/Pictures"),
-           files_of(machine, "/tmp/card"))
+           files_of(machine, "/tmp/card/DCIM"))
 
 
 def tool(desk):
