@@ -69,6 +69,7 @@ Child::~Child() {
 
 void Child::start(const std::vector<std::string>& words) {
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (const auto& word : words)
     arguments.push_back(const_cast<char*>(word.c_str()));
   arguments.push_back(nullptr);

@@ -75,7 +75,7 @@ void ImportSession::import() {
   say(model_.choice());
   Json command = {{"command", "start"}};
   if (standing_.orders > 0 && standing_.wantsOrders) command["orders"] = true;
-  say(std::move(command));
+  say(command);
   standing_.files = standing_.bytes = standing_.rate = standing_.secondsLeft = 0;
   standing_.fetched = standing_.known = standing_.failed = standing_.noRoom = 0;
   standing_.ofFiles = model_.sums().chosen;
@@ -125,6 +125,7 @@ void ImportSession::close(std::function<void()> ended) {
 
 void ImportSession::look(const std::vector<std::size_t>& rows) {
   std::vector<std::uint64_t> ids;
+  ids.reserve(rows.size());
   for (const std::size_t row : rows)
     ids.push_back(model_.at(row).id);
   thumbnails_.wish(std::move(ids));
@@ -138,7 +139,7 @@ void ImportSession::askForThumbnails() {
     say({{"command", "thumbnail"}, {"ids", ids}});
 }
 
-void ImportSession::say(Json command) {
+void ImportSession::say(const Json& command) {
   child_->say(command);
   child_->setWorking(true);
 }

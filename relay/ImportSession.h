@@ -154,7 +154,7 @@ class ImportSession : private ChildListener {
   void takeProblem(const Json& json);
   void mark(const Json& json, Picture::State state);
   void note(std::vector<std::string>& notes, std::string text);
-  void say(Json command);
+  void say(const Json& command);
   void askForThumbnails();
   void deleteSome();
 

@@ -118,6 +118,7 @@ bool PictureGrid::look() {
     if (!cell->hasThumbnail()) places.emplace_back(distanceOf(*cell), row);
   std::ranges::sort(places);
   std::vector<std::size_t> rows;
+  rows.reserve(places.size());
   for (const auto& [distance, row] : places)
     rows.push_back(row);
   if (session_ != nullptr) session_->look(rows);

@@ -44,12 +44,12 @@ void wrap(Gtk::Label& label) {
 
 /// Widgets draw themselves anew for a text that they have already.
 void setText(Gtk::Label& label, const Glib::ustring& text) {
-  if (label.get_text() != text) label.set_text(text);
+  if (label.get_text().raw() != text.raw()) label.set_text(text);
   label.set_visible(!text.empty());
 }
 
 void setLabel(Gtk::Button& button, const Glib::ustring& text) {
-  if (button.get_label() != text) button.set_label(text);
+  if (button.get_label().raw() != text.raw()) button.set_label(text);
   button.set_visible(!text.empty());
 }
 
@@ -236,7 +236,7 @@ void RelayWindow::update() {
   setLabel(main_, view_.actionLabel);
   main_.set_sensitive(view_.isActionPossible);
   orders_.set_visible(!view_.orders.empty());
-  if (orders_.get_label() != view_.orders.c_str()) orders_.set_label(view_.orders);
+  if (orders_.get_label().raw() != view_.orders) orders_.set_label(view_.orders);
   orders_.set_active(view_.wantsOrders);
   const bool spins = view_.showsProgress && !view_.fraction;
   spinner_.set_visible(spins);

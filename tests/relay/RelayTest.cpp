@@ -62,12 +62,12 @@ TEST(RelayTexts, AreInTheLanguageOfTheSession) {
       {{{"LC_ALL", "C"}, {"LANGUAGE", "de"}}, Language::kEnglish},
       {{{"LANG", "fr_FR.UTF-8"}}, Language::kEnglish},
   };
-  for (const auto& [variables, language] : cases)
-    EXPECT_EQ(languageOf([&](const char* name) {
+  for (const auto& each : cases)
+    EXPECT_EQ(languageOf([&variables = each.first](const char* name) {
                 const auto found = variables.find(name);
                 return found == variables.end() ? std::string() : found->second;
               }),
-              language);
+              each.second);
   const Texts german(Language::kGerman);
   EXPECT_EQ(german.counted(12345, Word::kNewOne, Word::kNewMany), "12.345 neue Bilder");
   EXPECT_EQ(german.duration(3700), "1 h 2 min");
