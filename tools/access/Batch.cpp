@@ -45,9 +45,9 @@ void Batch::left(PropertyDictionary json, Failure failure, std::uint64_t bytes) 
   if (left_++ == 0) context_.output.objectError(failure);
 }
 
-void Batch::failed(PropertyDictionary json, const Error& error, std::string object,
+void Batch::failed(PropertyDictionary json, const Error& error, const std::string& object,
                    std::optional<std::string> why) {
-  Failure failure = failureOf(error, std::move(object));
+  Failure failure = failureOf(error, object);
   if (why) failure.why = *std::move(why);
   // What the user has ended is said once, for the command.
   if (context_.interrupt.isSet()) {

@@ -34,7 +34,7 @@ class Batch {
   /// As failed(), for what the library raised about an object; after one that ends the device the
   /// batch ends. `object` in place of the error's own, where it is given, and `why` in place of its
   /// reason.
-  void failed(PropertyDictionary json, const Error& error, std::string object = {},
+  void failed(PropertyDictionary json, const Error& error, const std::string& object = {},
               std::optional<std::string> why = {});
   /// Calls `work` for one object; what it raises is that object's failure.
   void attempt(const PropertyDictionary& json, const std::string& object,

@@ -40,8 +40,8 @@ void Consent::require(const std::string& question, const std::string& left) cons
   throw ToolError({.operation = operation_, .status = status::kCancelled, .why = left});
 }
 
-Failure failureOf(const ToolContext& context, const Error& error, std::string object) {
-  Failure failure = failureOf(error, std::move(object));
+Failure failureOf(const ToolContext& context, const Error& error, const std::string& object) {
+  Failure failure = failureOf(error, object);
   failure.operation = context.operation;
   return failure;
 }

@@ -57,7 +57,7 @@ class Consent {
 };
 
 /// What the library raised, as the failure of the command.
-Failure failureOf(const ToolContext& context, const Error& error, std::string object = {});
+Failure failureOf(const ToolContext& context, const Error& error, const std::string& object = {});
 /// Raises what ends a command that was interrupted, if it was.
 void endIfInterrupted(const ToolContext& context, const std::string& operation);
 

@@ -353,8 +353,7 @@ std::string fishValue(const Argument& argument) {
 
 std::string fishOption(const Argument& option) {
   const std::string letter = option.letter.empty() ? "" : " -s " + option.letter.substr(1);
-  const std::string text =
-      letter + " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
+  std::string text = letter + " -l " + option.name.substr(2) + " -d " + fishQuoted(option.help);
   if (option.value.empty()) return text;
   return text + (option.isFile() ? " -r" : " -x") + fishValue(option);
 }

@@ -257,6 +257,7 @@ class DeviceInformation {
   static std::string listed(const std::vector<std::uint16_t>& codes,
                             std::string (*nameOf)(std::uint16_t)) {
     std::vector<std::string> names;
+    names.reserve(codes.size());
     for (const std::uint16_t code : codes)
       names.push_back(nameOf(code) + formatted(" (0x%04x)", unsigned{code}));
     return joined(names);

@@ -59,7 +59,7 @@ std::string meaningOf(std::uint16_t code, const PropertyDictionary& value) {
 /// "2 (automatic)"; what can be said in words alone is "2024-06-15 12:00:00" and "80 %".
 std::string valueInWords(const PTPPropertyDescription& description,
                          const PropertyDictionary& value) {
-  const std::string meaning = meaningOf(description.code, value);
+  std::string meaning = meaningOf(description.code, value);
   if (description.code == ptp::kBatteryLevel && value == kUnknownBatteryLevel) return "unknown";
   const bool isPlain = description.code == ptp::kBatteryLevel || description.code == ptp::kDateTime;
   if (isPlain && !meaning.empty()) return meaning;

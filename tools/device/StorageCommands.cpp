@@ -28,6 +28,7 @@ std::uint32_t storeToFormat(const ToolContext& context, Device& device, const st
   const auto stores = device.storeIDs();
   if (stores.size() == 1) return stores.front();
   std::vector<std::string> known;
+  known.reserve(stores.size());
   for (const std::uint32_t store : stores)
     known.push_back(handleText(store));
   refuseUsage(context.operation,

@@ -22,7 +22,6 @@
 namespace tarvo::tools {
 
 using importing::Item;
-using importing::Novelty;
 
 namespace {
 
@@ -132,7 +131,7 @@ int Conversation::run() {
   return isGone_ ? kFailed : int{kInterrupted};
 }
 
-void Conversation::tell(Json event) {
+void Conversation::tell(const Json& event) {
   context_.output.text(jsonText(event, -1) + "\n");
 }
 
@@ -143,7 +142,7 @@ void Conversation::hello() {
                 {"folder", validUTF8(options_.folder)}};
   if (const auto here = fileSystemSizeOf(options_.folder)) event["free"] = here->free;
   addWhatACameraTells(device_, event);
-  tell(std::move(event));
+  tell(event);
 }
 
 void Conversation::listen() {
@@ -193,7 +192,7 @@ void Conversation::obey(const Json& command) {
   } catch (const Error& error) {
     Json event = asJSON(failureOf(context_, error));
     event["event"] = "error";
-    tell(std::move(event));
+    tell(event);
     isGone_ = isGone_ || error.endsDevice();
   } catch (const importing::HistoryError& error) {
     tell({{"event", "error"}, {"message", error.what()}});
@@ -252,7 +251,7 @@ void Conversation::start(const Json& command) {
   }
   Json begun = {{"event", "started"}, {"files", pace_.ofFiles}, {"bytes", pace_.ofBytes}};
   if (const auto here = fileSystemSizeOf(options_.folder)) begun["free"] = here->free;
-  tell(std::move(begun));
+  tell(begun);
   started_ = lastTold_ = Clock::now();
   Json done = fetch();
   if (isTrue(command, "orders") && !done.contains("error") && goesOn()) {
@@ -263,7 +262,7 @@ void Conversation::start(const Json& command) {
     }
   }
   done["cancelled"] = isCancelled_;
-  tell(std::move(done));
+  tell(done);
 }
 
 Conversation::Json Conversation::fetch() {
@@ -343,7 +342,7 @@ void Conversation::tellOneThumbnail() {
   } else {
     event["why"] = "it has no small picture";
   }
-  tell(std::move(event));
+  tell(event);
 }
 
 std::vector<std::size_t> Conversation::idsOf(const Json& command, const char* key) const {
@@ -382,7 +381,7 @@ void Conversation::found(const Item& item) {
 void Conversation::unreadable(const std::string& path, const Error& error) {
   Json event = asJSON(failureOf(context_, error, path));
   event["event"] = "unreadable";
-  tell(std::move(event));
+  tell(event);
 }
 
 std::size_t Conversation::idOf(const Item& item) const {
@@ -433,7 +432,7 @@ void Conversation::ended(const Item& item, const importing::Result& result) {
       event["why"] = validUTF8(result.why);
       if (result.error) event["error"] = asJSON(failureOf(context_, *result.error));
   }
-  tell(std::move(event));
+  tell(event);
   tellProgress(false);
 }
 

@@ -47,7 +47,7 @@ class Conversation : public importing::ImportObserver {
 
   /// Who is not there any more wants nothing.
   bool isAlone() const { return input_.hasEnded() && !isLeaving_; }
-  void tell(Json event);
+  void tell(const Json& event);
   void hello();
   /// Takes what has come; commands that cannot wait are done at once.
   void listen();

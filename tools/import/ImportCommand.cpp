@@ -86,7 +86,7 @@ class ImportPreferences {
   std::string text(const char* key) const {
     for (const auto& keys : files_) {
       gchar* const value = g_key_file_get_string(keys.get(), "Import", key, nullptr);
-      const std::string text = value ? value : "";
+      std::string text = value ? value : "";
       g_free(value);
       if (!text.empty()) return text;
     }

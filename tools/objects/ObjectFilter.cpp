@@ -68,7 +68,7 @@ std::optional<std::string> dateSince(const std::string& words, std::time_t now) 
     case 'd':
       return localDateText(now - 24 * hours, "%Y%m%dT%H%M%S");
     case 'w':
-      return localDateText(now - 7 * 24 * hours, "%Y%m%dT%H%M%S");
+      return localDateText(now - std::time_t{7} * 24 * hours, "%Y%m%dT%H%M%S");
     default:
       return std::nullopt;
   }

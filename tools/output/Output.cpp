@@ -286,7 +286,7 @@ void showFields(Output& output, const std::vector<std::pair<std::string, std::st
   for (const auto& [name, value] : fields)
     width = std::max(width, displayWidth(name) + 1);
   for (const auto& [name, value] : fields)
-    output.line(padded(name + ":", width) + "  " + value);
+    output.line(padded(name + ":", width).append("  ").append(value));
 }
 
 }  // namespace tarvo::tools

@@ -41,10 +41,10 @@ std::string adviceFor(Status status) {
   return row == kAdvice.end() ? Error::adviceFor(status) : row->words;
 }
 
-Failure failureOf(const Error& error, std::string object) {
+Failure failureOf(const Error& error, const std::string& object) {
   // What goes with the status is said in the words of commands.
   const bool isGeneral = error.advice() == Error::adviceFor(error.status());
-  return {.object = object.empty() ? error.object() : std::move(object),
+  return {.object = object.empty() ? error.object() : object,
           .status = error.status(),
           .why = error.reason(),
           .advice = isGeneral ? "" : error.advice()};

@@ -41,7 +41,7 @@ PropertyDictionary asJSON(const Failure& failure);
 std::string adviceFor(Status status);
 /// What the library raised, as a command says it: the operation is the command's own, `object` that
 /// of the error where none is given.
-Failure failureOf(const Error& error, std::string object = {});
+Failure failureOf(const Error& error, const std::string& object = {});
 
 /// Ends a command.
 class ToolError : public std::exception {

@@ -97,17 +97,17 @@ std::optional<std::int64_t> secondsAhead(std::string_view ptpDate) {
 
 std::string clockInWords(std::string_view ptpDate) {
   constexpr std::int64_t kNothing = 2;
-  const std::string date = dateInWords(ptpDate);
+  std::string date = dateInWords(ptpDate);
   const auto ahead = secondsAhead(ptpDate);
   if (!ahead) return date;
   const std::int64_t seconds = std::abs(*ahead);
   if (seconds <= kNothing) return date + ", as this computer";
   const char* const side = *ahead < 0 ? " behind" : " ahead of";
   // Each unit until the next one says it better.
-  const auto [unit, name] = seconds < 120         ? std::pair(1, "s")
-                            : seconds < 7200      ? std::pair(60, "min")
-                            : seconds < 2 * 86400 ? std::pair(3600, "h")
-                                                  : std::pair(86400, "days");
+  const auto [unit, name] = seconds < 120       ? std::pair(1, "s")
+                            : seconds < 7200    ? std::pair(60, "min")
+                            : seconds < 172'800 ? std::pair(3600, "h")
+                                                : std::pair(86400, "days");
   return date + ", " + std::to_string(seconds / unit) + " " + name + side + " this computer";
 }
 

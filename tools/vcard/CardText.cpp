@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <iterator>
 #include <memory>
 
@@ -150,7 +151,8 @@ CardLibrary::CardLibrary() {
 
 CardLibrary::~CardLibrary() {
   for (void* const conversion : conversions_)
-    if (conversion != reinterpret_cast<void*>(-1)) g_iconv_close(static_cast<GIConv>(conversion));
+    if (reinterpret_cast<std::intptr_t>(conversion) != -1)
+      g_iconv_close(static_cast<GIConv>(conversion));
 }
 
 // The library takes one card at a time. A card in a card (AGENT of vCard 2.1) belongs to the outer
