@@ -52,6 +52,7 @@ int importInTerminal(const Arrival& arrival) {
   if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) ::dup2(STDOUT_FILENO, STDERR_FILENO);
   auto words = importWords(importProgram(), arrival, false);
   std::vector<char*> arguments;
+  arguments.reserve(words.size() + 1);
   for (auto& word : words)
     arguments.push_back(word.data());
   arguments.push_back(nullptr);
