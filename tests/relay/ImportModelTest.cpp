@@ -74,7 +74,7 @@ TEST(RelayModel, ImportsWhatItDoesNotShowWithAllThatIsNew) {
 std::string base64(std::size_t bytes, char value = 'x') {
   gchar* const text =
       g_base64_encode(reinterpret_cast<const guchar*>(std::string(bytes, value).data()), bytes);
-  const std::string result = text;
+  std::string result = text;
   g_free(text);
   return result;
 }
@@ -86,9 +86,9 @@ TEST(RelayThumbnails, AreOfTheSizeThatTheySayOrNone) {
   };
   const Case cases[] = {
       {{{"width", 2}, {"height", 1}, {"pixels", base64(6)}}, 2, 1},
-      {{{"width", 256}, {"height", 192}, {"pixels", base64(256 * 192 * 3)}}, 160, 120},
-      {{{"width", 192}, {"height", 256}, {"pixels", base64(256 * 192 * 3)}}, 90, 120},
-      {{{"width", 1}, {"height", 256}, {"pixels", base64(256 * 3)}}, 1, 120},
+      {{{"width", 256}, {"height", 192}, {"pixels", base64(147'456)}}, 160, 120},
+      {{{"width", 192}, {"height", 256}, {"pixels", base64(147'456)}}, 90, 120},
+      {{{"width", 1}, {"height", 256}, {"pixels", base64(768)}}, 1, 120},
       {{{"width", 2}, {"height", 1}, {"pixels", base64(7)}}, 0, 0},
       {{{"width", 2}, {"height", 1}, {"pixels", base64(3)}}, 0, 0},
       {{{"width", 2}, {"height", 1}, {"pixels", "????????"}}, 0, 0},
