@@ -168,7 +168,6 @@ void ImportSession::heard(const std::string& event, const Json& json) {
       {"deleted", &Self::deleted},
       {"orderPicture", &Self::orderPicture},
       {"kept", &Self::kept},
-      {"order", &Self::order},
       {"done", &Self::done},
       {"deletedAll", &Self::deletedAll},
       {"warning", &Self::warning},
@@ -282,15 +281,6 @@ void ImportSession::kept(const Json& json) {
   ++standing_.kept;
   note(standing_.notes, textIn(json, "why"));
   mark(json, Picture::State::kFetched);
-}
-
-void ImportSession::order(const Json& json) {
-  constexpr std::size_t kMostOrders = 1000;
-  if (standing_.doneOrders.size() == kMostOrders) return;
-  standing_.doneOrders.push_back({.name = textIn(json, "name", ImportModel::kLongestName),
-                                  .isDone = isTrueIn(json, "fulfilled"),
-                                  .why = textIn(json, "why")});
-  isChanged_ = true;
 }
 
 void ImportSession::orderPicture(const Json& json) {

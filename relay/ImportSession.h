@@ -33,12 +33,6 @@ enum class SessionState : std::uint8_t {
 
 /// What is known beside the objects.
 struct Standing {
-  struct Order {
-    std::string name{};
-    bool isDone = false;
-    std::string why{};
-  };
-
   SessionState state = SessionState::kConnecting;
   bool isHere = true;   ///< the device; what was done stays to be seen without it
   bool wasCut = false;  ///< an import, by the end of the device
@@ -60,7 +54,6 @@ struct Standing {
   std::uint64_t fetched = 0, known = 0, failed = 0, noRoom = 0, deleted = 0, kept = 0;
   std::uint64_t ordersDone = 0;
   bool wasCancelled = false;
-  std::vector<Order> doneOrders{};
 
   std::optional<ChildEnd::Kind> end{};  ///< how the child has left too early
   std::string problem{};                ///< in words of the import, or of the child
@@ -137,7 +130,6 @@ class ImportSession : private ChildListener {
   void safe(const Json& json);
   void deleted(const Json& json);
   void kept(const Json& json);
-  void order(const Json& json);
   void orderPicture(const Json& json);
   void done(const Json& json);
   void deletedAll(const Json& json);

@@ -43,7 +43,6 @@ constexpr auto kTexts = std::to_array<Row>({
     {Word::kDeleted, "%1 deleted from the device", "%1 vom Gerät gelöscht"},
     {Word::kKept, "%1 stay on the device", "%1 bleiben auf dem Gerät"},
     {Word::kOrdersDone, "Orders done: %1", "Erledigte Aufträge: %1"},
-    {Word::kOrderFailed, "The order %1 is not done: %2", "Der Auftrag %1 ist nicht erledigt: %2"},
     {Word::kFailed, "The device cannot be read", "Das Gerät kann nicht gelesen werden"},
     {Word::kCrashed, "The import has crashed", "Der Import ist abgestürzt"},
     {Word::kHung, "The import does not answer any more", "Der Import antwortet nicht mehr"},

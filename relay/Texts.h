@@ -45,7 +45,6 @@ enum class Word : std::uint8_t {
   kDeleted,
   kKept,
   kOrdersDone,
-  kOrderFailed,
   kFailed,
   kCrashed,
   kHung,

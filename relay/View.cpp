@@ -187,10 +187,6 @@ class Painter {
     constexpr std::size_t kMost = 5;
     std::vector<std::string> remarks;
     if (session_.model().isCut()) remarks.push_back(texts_(Word::kNotShown));
-    for (const auto& order : now_.doneOrders)
-      // A camera that cannot be told is no failure.
-      if (!order.isDone && !order.why.empty())
-        remarks.push_back(texts_(Word::kOrderFailed, {order.name, order.why}));
     for (const auto& each : now_.unreadable)
       remarks.push_back(texts_(Word::kUnreadable, {each}));
     remarks.insert(remarks.end(), now_.notes.begin(), now_.notes.end());

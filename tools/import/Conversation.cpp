@@ -293,6 +293,7 @@ std::uint64_t Conversation::fetchOrders() {
                        {"order", order.number()},
                        {"name", validUTF8(order.description())},
                        {"pictures", order.pictures().size()},
+                       {"whole", isWhole},
                        {"fulfilled", isWhole && order.handle() != 0}});
                  return goesOn();
                });
