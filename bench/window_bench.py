@@ -1,0 +1,257 @@
+#!/usr/bin/env python3
+"""What the Relay's window costs: turns of its loop, memory, start, and the speed of its import.
+
+Runs inside `tarvo-simulator serve --`, a private session bus and a virtual display; bench/window
+does that. A module that is preloaded (window_meter.cpp) tells what the window shows and when. Prints
+minimum, median and maximum of each figure, and its limit.
+"""
+
+import argparse
+import contextlib
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+sys.dont_write_bytecode = True
+
+from figures import Simulator, seconds_of  # noqa: E402
+
+LOCATION = "17825792"  # of the first port of the first bus
+MANY = 1000
+SIZE = 2_000_000
+LISTED = 10_000
+PATIENCE = 180.0  # seconds for an import
+CLICKS = 5000  # of the wheel, which go through all that is listed
+
+
+def row(name, values, unit, limit, is_least=False):
+    """A line of the table; the limit is for the median."""
+    median = statistics.median(values)
+    is_kept = median >= limit if is_least else median <= limit
+    print(f"  {name:<52} {min(values):7.1f} {median:7.1f} {max(values):7.1f} {unit:<3}"
+          f" {'least' if is_least else 'most':>5} {limit:4} {unit:<3} {'' if is_kept else 'BEYOND'}",
+          flush=True)
+
+
+def remark(text):
+    print(f"    {text}", flush=True)
+
+
+class Metered:
+    """A program with a window, from its start on, and what the meter in it tells."""
+
+    def __init__(self, bench, *command, environment=None):
+        handle, self.told = tempfile.mkstemp(dir=bench.arguments.place)
+        os.close(handle)
+        self.began = time.monotonic()
+        self.process = subprocess.Popen(
+            command, stdout=subprocess.DEVNULL, env={
+                **(environment or os.environ), "LD_PRELOAD": bench.arguments.meter,
+                "TARVO_METER": self.told})
+
+    def events(self, what):
+        """Pairs of the moment and what was told with it."""
+        with open(self.told, encoding="utf-8") as file:
+            lines = [line.rstrip("\n").split(" ", 2) for line in file if line.endswith("\n")]
+        return [(float(moment), much) for moment, told, much in lines if told == what]
+
+    def moment(self, what, much=""):
+        """When this happened first, which is waited for."""
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline and self.process.poll() is None:
+            for moment, told in self.events(what):
+                if told.startswith(much):
+                    return moment
+            time.sleep(0.02)
+        sys.exit(f"the window did not come to this: {what} {much}")
+
+    def longest_turn(self, since, until):
+        return max([float(cost) for moment, cost in self.events("turn") if since <= moment <= until],
+                   default=0.0)
+
+    def press_main(self):
+        subprocess.run(["gdbus", "call", "--session", "--dest", "com.tarvo.Relay", "--object-path",
+                        "/com/tarvo/Relay/window/1", "--method", "org.gtk.Actions.Activate", "main",
+                        "[]", "{}"], check=True, stdout=subprocess.DEVNULL)
+
+    def scroll(self, clicks, pause):
+        """Turns the mouse's wheel over the pictures, with so many ms between two clicks."""
+        subprocess.run(["xdotool", "mousemove", "400", "400", "click", "--repeat", str(clicks),
+                        "--delay", str(pause), "5"], check=True)
+
+    def memory(self):
+        """Its share of the memory in MB, without that of the import."""
+        with open(f"/proc/{self.process.pid}/smaps_rollup", encoding="utf-8") as file:
+            return next(int(line.split()[1]) for line in file if line.startswith("Pss:")) / 1024
+
+    def end(self):
+        self.process.kill()
+        self.process.wait()
+
+
+class Bench:
+    def __init__(self, arguments):
+        self.arguments = arguments
+        self.simulator = Simulator(arguments.simulator)
+
+    @contextlib.contextmanager
+    def camera(self, count, size):
+        with open(self.arguments.camera, encoding="utf-8") as file:
+            description = json.load(file)
+        description["stores"] = [{
+            "id": "0x00010001", "capacity": 1 << 40, "free": 1 << 39,
+            "content": [{"folder": "DCIM", "content": [{"generate": {
+                "count": count, "size": size, "prefix": "IMG_", "extension": "JPG",
+                "thumbnail": True}}]}]}]
+        path = os.path.join(self.arguments.place, "camera.json")
+        with open(path, "w", encoding="utf-8") as file:
+            json.dump(description, file)
+        identifier = self.simulator.call("plug", path, "--port", "1-1")
+        try:
+            yield
+        finally:
+            self.simulator.call("unplug", identifier)
+
+    @contextlib.contextmanager
+    def home(self):
+        """The environment of a person who has imported nothing yet."""
+        home = tempfile.mkdtemp(dir=self.arguments.place)
+        os.mkdir(os.path.join(home, "Pictures"))
+        program = os.path.join(home, "import")
+        with open(program, "w", encoding="utf-8") as file:
+            file.write(f'#!/bin/sh\nexec "{self.arguments.simulator}" run -- '
+                       f'"{self.arguments.tarvoctl}" "$@"\n')
+        os.chmod(program, 0o700)
+        environment = {name: value for name, value in os.environ.items()
+                       if not name.startswith("XDG_")}
+        try:
+            yield {**environment, "HOME": home, "TARVO_TARVOCTL": program}
+        finally:
+            shutil.rmtree(home)
+
+    @contextlib.contextmanager
+    def window(self, environment, has_device=True):
+        words = ["PTP", LOCATION, ""] if has_device else []
+        window = Metered(self, self.arguments.relay, *words, environment=environment)
+        try:
+            yield window
+        finally:
+            window.end()
+
+    def check_imported(self, home):
+        """All pictures are there: what was fast for another reason is no figure."""
+        found = sum(name.endswith(".JPG") and
+                    os.path.getsize(os.path.join(folder, name)) == SIZE
+                    for folder, _, names in os.walk(home) for name in names)
+        if found != MANY:
+            sys.exit(f"{found} of {MANY} pictures were imported")
+
+    def import_by_window(self, window, is_scrolled):
+        """Presses the button as soon as it is there; when that was, and when all was done."""
+        pressed = window.moment("button", "Import")
+        window.press_main()
+        while is_scrolled and not self.is_done(window):
+            window.scroll(5, 50)
+        done = window.moment("button", "Open Folder")
+        return pressed, done
+
+    @staticmethod
+    def is_done(window):
+        return window.process.poll() is not None or any(
+            label == "Open Folder" for _, label in window.events("button"))
+
+    def imports(self):
+        """The turns of the loop while pictures come and somebody scrolls through them."""
+        busy, all_turns, pictures = [], [], 0
+        with self.camera(MANY, SIZE):
+            for _ in range(self.arguments.runs):
+                with self.home() as environment, self.window(environment) as window:
+                    pressed, done = self.import_by_window(window, True)
+                    self.check_imported(environment["HOME"])
+                    busy.append(window.longest_turn(pressed, done))
+                    all_turns.append(window.longest_turn(window.moment("frame"), done))
+                    pictures = max([int(much) for _, much in window.events("pictures")], default=0)
+        row(f"longest turn, importing {MANY:,} x {SIZE / 1e6:.0f} MB", busy, "ms", 50)
+        remark(f"from the first frame on: {statistics.median(all_turns):.1f} ms in the median; "
+               f"small pictures shown meanwhile: {pictures}")
+
+    def memory(self):
+        """What pictures add to the memory of a window without any."""
+        with self.home() as environment, self.window(environment, False) as window:
+            window.moment("frame")
+            time.sleep(1)
+            empty = window.memory()
+        with self.camera(LISTED, 20_000), self.home() as environment, \
+                self.window(environment) as window:
+            window.moment("button", "Import")
+            listed = most = window.memory()
+            for _ in range(50):
+                window.scroll(CLICKS // 50, 10)
+                most = max(most, window.memory())
+            turn = window.longest_turn(window.moment("frame"), time.monotonic())
+            pictures = window.events("pictures")
+        row(f"memory of {LISTED:,} pictures, scrolled through", [most - empty], "MB", 120)
+        remark(f"empty window {empty:.1f} MB, listed {listed:.1f} MB, at most {most:.1f} MB; "
+               f"small pictures shown: {pictures[-1][1] if pictures else 0}; "
+               f"longest turn {turn:.1f} ms")
+
+    def rate(self):
+        """Both from the start of the program until everything is imported."""
+        ours, theirs = [], []
+        with self.camera(MANY, SIZE):
+            for _ in range(self.arguments.runs):
+                with self.home() as environment:
+                    os.environ["HOME"] = environment["HOME"]
+                    theirs.append(seconds_of([environment["TARVO_TARVOCTL"], "import"]))
+                    self.check_imported(environment["HOME"])
+                with self.home() as environment, self.window(environment) as window:
+                    _, done = self.import_by_window(window, False)
+                    ours.append(done - window.began)
+                    self.check_imported(environment["HOME"])
+        row("speed of the import, of tarvoctl's", [100 * their / our for our, their in
+                                                   zip(ours, theirs)], "%", 90, is_least=True)
+        remark(f"window {statistics.median(ours):.2f} s, "
+               f"tarvoctl {statistics.median(theirs):.2f} s, from the start of each")
+
+    def start(self):
+        """The first frame beside that of a window without anything, and the first picture."""
+        bare, ours, pictures = [], [], []
+        with self.camera(MANY, SIZE):
+            for _ in range(self.arguments.runs + 1):
+                other = Metered(self, self.arguments.bare)
+                bare.append(1000 * (other.moment("frame") - other.began))
+                other.end()
+                with self.home() as environment, self.window(environment) as window:
+                    frame = window.moment("frame")
+                    ours.append(1000 * (frame - window.began))
+                    pictures.append(1000 * (window.moment("thumbnail") - frame))
+        # The first of each starts the services of the session bus, too.
+        row("first frame, beyond a bare window's", [own - other for own, other in
+                                                    zip(ours[1:], bare[1:])], "ms", 300)
+        remark(f"window {statistics.median(ours[1:]):.0f} ms, "
+               f"bare {statistics.median(bare[1:]):.0f} ms")
+        row("first small picture, after the first frame", pictures[1:], "ms", 300)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    for name in ("simulator", "tarvoctl", "relay", "meter", "bare", "camera", "place"):
+        parser.add_argument("--" + name, required=True)
+    parser.add_argument("--runs", type=int, default=5)
+    parts = ("start", "memory", "import", "rate")
+    parser.add_argument("--only", choices=parts)
+    bench = Bench(parser.parse_args())
+    print(f"  {'':<52} {'min':>7} {'median':>7} {'max':>7}     {'limit':>10}")
+    for name, part in zip(parts, (bench.start, bench.memory, bench.imports, bench.rate)):
+        if bench.arguments.only in (None, name):
+            part()
+
+
+if __name__ == "__main__":
+    main()
