@@ -30,10 +30,11 @@ def wait_for(condition, what):
     sys.exit(f"this did not happen within {PATIENCE:.0f} s: {what}")
 
 
-def seconds_of(command, folder=None):
+def seconds_of(command, folder=None, environment=None):
     """Seconds of a whole program, which must succeed; it works in `folder`."""
     began = time.monotonic()
-    result = subprocess.run(command, cwd=folder, stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    result = subprocess.run(command, cwd=folder, env=environment, stdout=subprocess.DEVNULL,
+                            stderr=subprocess.PIPE)
     if result.returncode != 0:
         sys.exit(f"{command[0]}: {result.stderr.decode(errors='replace')}")
     return time.monotonic() - began

@@ -75,6 +75,10 @@ class Metered:
         return max([float(cost) for moment, cost in self.events("turn") if since <= moment <= until],
                    default=0.0)
 
+    def pictures(self):
+        """How many small pictures were shown, to the hundred."""
+        return max([int(count) for _, count in self.events("pictures")], default=0)
+
     def press_main(self):
         subprocess.run(["gdbus", "call", "--session", "--dest", "com.tarvo.Relay", "--object-path",
                         "/com/tarvo/Relay/window/1", "--method", "org.gtk.Actions.Activate", "main",
@@ -168,7 +172,7 @@ class Bench:
 
     def imports(self):
         """The turns of the loop while pictures come and somebody scrolls through them."""
-        busy, all_turns, pictures = [], [], 0
+        busy, all_turns = [], []
         with self.camera(MANY, SIZE):
             for _ in range(self.arguments.runs):
                 with self.home() as environment, self.window(environment) as window:
@@ -176,7 +180,7 @@ class Bench:
                     self.check_imported(environment["HOME"])
                     busy.append(window.longest_turn(pressed, done))
                     all_turns.append(window.longest_turn(window.moment("frame"), done))
-                    pictures = max([int(much) for _, much in window.events("pictures")], default=0)
+                    pictures = window.pictures()
         row(f"longest turn, importing {MANY:,} x {SIZE / 1e6:.0f} MB", busy, "ms", 50)
         remark(f"from the first frame on: {statistics.median(all_turns):.1f} ms in the median; "
                f"small pictures shown meanwhile: {pictures}")
@@ -195,10 +199,10 @@ class Bench:
                 window.scroll(CLICKS // 50, 10)
                 most = max(most, window.memory())
             turn = window.longest_turn(window.moment("frame"), time.monotonic())
-            pictures = window.events("pictures")
+            pictures = window.pictures()
         row(f"memory of {LISTED:,} pictures, scrolled through", [most - empty], "MB", 120)
         remark(f"empty window {empty:.1f} MB, listed {listed:.1f} MB, at most {most:.1f} MB; "
-               f"small pictures shown: {pictures[-1][1] if pictures else 0}; "
+               f"small pictures shown: {pictures}; "
                f"longest turn {turn:.1f} ms")
 
     def rate(self):
@@ -207,8 +211,8 @@ class Bench:
         with self.camera(MANY, SIZE):
             for _ in range(self.arguments.runs):
                 with self.home() as environment:
-                    os.environ["HOME"] = environment["HOME"]
-                    theirs.append(seconds_of([environment["TARVO_TARVOCTL"], "import"]))
+                    theirs.append(seconds_of([environment["TARVO_TARVOCTL"], "import"],
+                                             environment=environment))
                     self.check_imported(environment["HOME"])
                 with self.home() as environment, self.window(environment) as window:
                     _, done = self.import_by_window(window, False)

@@ -135,7 +135,7 @@ extern "C" {
 
 [[gnu::visibility("default")]] void gtk_button_set_label(GtkButton* self, const char* label) {
   static auto* const next = toolkits(gtk_button_set_label, "gtk_button_set_label");
-  meter().tell("button", label);
+  meter().tell("button", label == nullptr ? "" : label);
   next(self, label);
 }
 
