@@ -20,7 +20,7 @@ import time
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 sys.dont_write_bytecode = True
 
-from figures import Simulator, seconds_of  # noqa: E402
+from figures import Simulator, seconds_of, wait_for  # noqa: E402
 
 LOCATION = "17825792"  # of the first port of the first bus
 MANY = 1000
@@ -95,8 +95,14 @@ class Metered:
             return next(int(line.split()[1]) for line in file if line.startswith("Pss:")) / 1024
 
     def end(self):
+        """Ends it, and waits for its import, which leaves the camera to the next one."""
+        with open(f"/proc/{self.process.pid}/task/{self.process.pid}/children",
+                  encoding="utf-8") as file:
+            children = file.read().split()
         self.process.kill()
         self.process.wait()
+        wait_for(lambda: not any(os.path.exists(f"/proc/{child}/exe") for child in children),
+                 "the import ends with its window")
 
 
 class Bench:
