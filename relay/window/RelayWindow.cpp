@@ -242,7 +242,9 @@ void RelayWindow::update() {
   spinner_.set_visible(spins);
   spinner_.set_spinning(spins);
   progress_.set_visible(view_.fraction.has_value());
-  progress_.set_fraction(view_.fraction.value_or(0));
+  // It lays itself out anew for any, also for the one that it has.
+  if (const double fraction = view_.fraction.value_or(0); fraction != progress_.get_fraction())
+    progress_.set_fraction(fraction);
   progressText_.set_text(view_.progress);
   grid_.set_visible(session->model().size() > 0);
   words_.set_vexpand(session->model().size() == 0);
