@@ -7,6 +7,7 @@ display and virtual cameras, with the unmodified programs.
 Without a testbed, Xvfb or pyatspi: status 77.
 """
 
+import contextlib
 import glob
 import json
 import os
@@ -122,6 +123,22 @@ class Desk:
                             if not name.startswith("XDG_")}
         self.environment |= {"HOME": home, "TARVO_TARVOCTL": program, "LC_ALL": "C.UTF-8"}
         self.camera = self.simulate("plug", "holiday-camera", "--port", "1-1")
+
+    @contextlib.contextmanager
+    def agent(self):
+        """The agent on the same bus, without the programs that it would start."""
+        built = os.path.dirname(os.path.dirname(self.relay))
+        bundle = os.path.join(self.home, "bundle")
+        self.simulate("bundle", bundle, *(f"--without={part}" for part in
+                                          ("relay", "wireless", "viewer", "page")))
+        environment = self.environment | {"TARVO_AGENT_BUNDLE": glob.glob(
+            bundle + "/**/Tarvo Agent.app", recursive=True)[0]}
+        program = [self.simulator, "run", "--", os.path.join(built, "agent/tarvo-agent")]
+        with subprocess.Popen(program, env=environment, stderr=subprocess.DEVNULL) as process:
+            try:
+                yield
+            finally:
+                process.terminate()
 
     def simulate(self, *words):
         return subprocess.run([self.simulator, *words], check=True, capture_output=True,
@@ -283,6 +300,33 @@ def case_tells_of_a_camera_that_goes(desk):
     desk.camera = desk.simulate("plug", "holiday-camera", "--port", "1-1")
     window.press("Try Again")
     window.says("12 new pictures")
+    window.close()
+
+
+def case_fetches_the_orders(desk):
+    desk.simulate("unplug", desk.camera)
+    desk.camera = desk.simulate("plug", "orders-camera", "--port", "1-1")
+    window = desk.open()
+    window.press("Pictures")
+    window.says("Orders done: 5")
+    orders = glob.glob(desk.pictures + "/*orders/*/order.json")
+    assert len(orders) == 5, orders
+    window.close()
+    window = desk.open()
+    window.says("No new pictures")
+    window.close()
+
+
+def case_shows_another_camera_that_the_agent_sees(desk):
+    window = desk.open()
+    window.press("Import 12 Pictures")
+    window.says("12 pictures imported")
+    with desk.agent():
+        desk.simulate("plug", "second-camera", "--port", "1-2")
+        window.says("Tarvo Lumo Z5")
+        window.press("Pictures")
+        window.says("imported")
+        desk.simulate("unplug", "1-2")
     window.close()
 
 
