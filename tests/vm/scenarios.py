@@ -245,6 +245,9 @@ def tool(desk):
             expect(f"tarvoctl {command}", output, f"...{text}...")
     run("tarvoctl --device 0x01300000 volume get --output ~ DCIM/100TARVO/TARV0001.JPG")
     run("cmp ~/TARV0001.JPG /media/anna/TARVO_LUMO/DCIM/100TARVO/TARV0001.JPG")
+    run("tarvoctl --device TARVO_LUMO eject")
+    expect("what is mounted", desk.machine.root("findmnt --noheadings --raw --output TARGET | "
+                                                "grep /media/", check=False), "")
 
 
 def user_switch(desk):
