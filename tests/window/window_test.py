@@ -216,12 +216,30 @@ def case_imports_and_the_second_time_only_what_is_new(desk):
     window.close()
 
 
-def case_cancels_and_goes_on(desk):
+def begin_slowly(desk):
+    """The window in the middle of its import."""
     window = desk.open()
     window.button("Import 12 Pictures")
     desk.simulate("fault", desk.camera, "delay=200")
     window.press("Import 12 Pictures")
     wait("the first pictures are there", desk.imported)
+    return window
+
+
+def finish(desk, window):
+    """Imports what is left: each is there once then, and whole."""
+    window.says("new picture")
+    left = 12 - len(desk.imported())
+    window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
+    window.says("imported")
+    wait("all are there", lambda: len(desk.imported()) == 12)
+    window.button("Open Folder")
+    desk.check(12)
+    window.close()
+
+
+def case_cancels_and_goes_on(desk):
+    window = begin_slowly(desk)
     window.press("Cancel")
     window.says("Cancelled")
     desk.simulate("fault", desk.camera, "delay=off")
@@ -230,33 +248,18 @@ def case_cancels_and_goes_on(desk):
     desk.check_bytes(first)
     window.close()
     window = desk.open()
-    left = 12 - len(first)
-    window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
-    window.says("imported")
-    wait("all are there", lambda: len(desk.imported()) == 12)
-    desk.check(12)
-    window.close()
+    finish(desk, window)
 
 
 def case_outlives_its_import(desk):
-    window = desk.open()
-    window.button("Import 12 Pictures")
-    desk.simulate("fault", desk.camera, "delay=200")
-    window.press("Import 12 Pictures")
-    wait("the first pictures are there", desk.imported)
+    window = begin_slowly(desk)
     for child in window.children():
         os.kill(child, signal.SIGKILL)
     window.says("crashed")
     desk.simulate("fault", desk.camera, "delay=off")
     desk.check_bytes(desk.imported())
     window.press("Try Again")
-    window.says("new picture")
-    left = 12 - len(desk.imported())
-    window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
-    wait("all are there", lambda: len(desk.imported()) == 12)
-    window.button("Open Folder")
-    desk.check(12)
-    window.close()
+    finish(desk, window)
 
 
 def case_knows_on_the_card_what_came_by_the_camera(desk):
@@ -273,23 +276,14 @@ def case_knows_on_the_card_what_came_by_the_camera(desk):
 
 
 def case_loses_nothing_when_the_window_is_killed(desk):
-    window = desk.open()
-    window.button("Import 12 Pictures")
-    desk.simulate("fault", desk.camera, "delay=200")
-    window.press("Import 12 Pictures")
-    wait("the first pictures are there", desk.imported)
+    window = begin_slowly(desk)
     children = window.children()
     window.process.kill()
     window.process.wait()
     wait("the import ends with its window", lambda: not any(map(is_running, children)))
     desk.simulate("fault", desk.camera, "delay=off")
     window = desk.open()
-    window.says("new picture")
-    left = 12 - len(desk.imported())
-    window.press(f"Import {left} Picture" + ("s" if left > 1 else ""))
-    window.button("Open Folder")
-    desk.check(12)
-    window.close()
+    finish(desk, window)
 
 
 def case_tells_of_a_camera_that_goes(desk):
