@@ -2,12 +2,10 @@
 // comes.
 #pragma once
 
-#include <gio/gio.h>
-
 #include <functional>
 #include <vector>
 
-#include "platform/foundation/GlibPtr.h"
+#include "platform/desktop/AgentProperty.h"
 #include "relay/Arrival.h"
 
 namespace tarvo::relay {
@@ -22,17 +20,9 @@ class AgentDevices {
   /// Follows the agent on `bus`, or on the session's bus. `changed` gets the supported devices,
   /// from the loop, at first as soon as they are known; none where there is no agent.
   explicit AgentDevices(Changed changed, GDBusConnection* bus = nullptr);
-  ~AgentDevices();
-  AgentDevices(const AgentDevices&) = delete;
-  AgentDevices& operator=(const AgentDevices&) = delete;
 
  private:
-  void follow(GDBusProxy* proxy);
-  void tell();
-
-  Changed changed_;
-  GObjectPtr<GCancellable> cancellable_;
-  GObjectPtr<GDBusProxy> proxy_;
+  AgentProperty devices_;
 };
 
 }  // namespace tarvo::relay

@@ -33,8 +33,8 @@ class Relay {
   void retry();
   /// Shows the one that is offered.
   void accept();
-  /// A device is here beside the one that is shown.
-  bool isOffering() const { return offered_.has_value(); }
+  /// A device that is here beside the one that is shown.
+  const std::optional<Arrival>& offered() const { return offered_; }
   /// Ends everything in order; `ended` is called once, when no child is left.
   void close(std::function<void()> ended);
 

@@ -69,6 +69,7 @@ enum class Word : std::uint8_t {
   kBattery,
   kFree,
   kShowOther,
+  kShowVolume,
   kCell,
   kCellNew,
   kCellChosen,

@@ -6,13 +6,11 @@
 // knows of a utility that has ended without a word.
 #pragma once
 
-#include <gio/gio.h>
-
 #include <functional>
 
+#include "platform/desktop/AgentProperty.h"
 #include "platform/desktop/BusConnection.h"
 #include "platform/desktop/Desktop.h"
-#include "platform/foundation/GlibPtr.h"
 
 namespace tarvo::viewer {
 
@@ -28,16 +26,12 @@ class BusyWatch {
   BusyWatch& operator=(const BusyWatch&) = delete;
 
  private:
-  void follow(GDBusConnection* connection);
-  void leave();
-  void look();
   void finish();
 
   BusConnection& bus_;
   DistributedNotificationCenter& notifications_;
-  std::function<void()> done_;        ///< empty once it was called
-  GObjectPtr<GCancellable> waiting_;  ///< of the proxy that is being made
-  GObjectPtr<GDBusProxy> agent_;
+  std::function<void()> done_;  ///< empty once it was called
+  AgentProperty agent_;
 };
 
 }  // namespace tarvo::viewer

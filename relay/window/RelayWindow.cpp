@@ -9,6 +9,7 @@
 
 #include <utility>
 
+#include "Utilities/Printable.h"
 #include "relay/ImportProgram.h"
 
 namespace tarvo::relay {
@@ -231,7 +232,7 @@ void RelayWindow::update() {
   setText(details_, view_.details);
   setText(help_, view_.help);
   view_.isProblem ? help_.add_css_class("relay-bad") : help_.remove_css_class("relay-bad");
-  setLabel(other_, relay_.isOffering() ? texts_(Word::kShowOther) : "");
+  setLabel(other_, offer());
   setLabel(delete_, view_.canDelete ? texts_(Word::kDelete) : "");
   setLabel(main_, view_.actionLabel);
   main_.set_sensitive(view_.isActionPossible);
@@ -249,6 +250,13 @@ void RelayWindow::update() {
   grid_.set_visible(session->model().size() > 0);
   words_.set_vexpand(session->model().size() == 0);
   isUpdating_ = false;
+}
+
+Glib::ustring RelayWindow::offer() const {
+  const auto& offered = relay_.offered();
+  if (!offered) return "";
+  return offered->path.empty() ? texts_(Word::kShowOther)
+                               : texts_(Word::kShowVolume, {printable(deviceArgument(*offered))});
 }
 
 void RelayWindow::act() {

@@ -51,6 +51,8 @@ class RelayWindow : public Gtk::ApplicationWindow, private SessionObserver {
 
   /// Shows what the session is.
   void update();
+  /// Of the button that shows another device.
+  Glib::ustring offer() const;
   void act();
   void toggle(std::size_t row);
   void askToDelete();

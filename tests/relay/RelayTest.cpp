@@ -105,12 +105,12 @@ TEST(RelayDevices, OneThatComesIsOfferedAndBeginsWhereNothingGoesOn) {
   relay.arrived(camera);
   ASSERT_TRUE(isAt(SessionState::kReady));
   relay.devicesAre({camera});
-  EXPECT_FALSE(relay.isOffering()) << "it is the one that is shown";
+  EXPECT_EQ(relay.offered(), std::nullopt) << "it is the one that is shown";
   relay.devicesAre({camera, card});
-  EXPECT_TRUE(relay.isOffering());
+  EXPECT_EQ(relay.offered(), card);
   EXPECT_EQ(relay.arrival(), camera);
   relay.devicesAre({camera});
-  EXPECT_FALSE(relay.isOffering());
+  EXPECT_EQ(relay.offered(), std::nullopt);
   relay.devicesAre({camera, card});
   relay.arrived({});
   relay.arrived(camera);
