@@ -1,5 +1,6 @@
 """What sits on the desk of a scenario: the simulator with its devices, the agent of a user, and
 what both have to tell."""
+import collections
 import json
 import os
 import shlex
@@ -178,6 +179,63 @@ def files_of(machine, folder):
     """The same without the folders."""
     return {name: digest for name, digest in contents_of(machine, folder).items()
             if digest != "folder"}
+
+
+class Display:
+    """A virtual display of a user, and the window of a program there as a screen reader has it: by
+    the accessibility bus. To be made before the agent, which gives it to what it starts."""
+    PATIENCE = 120  # seconds; a toolkit takes its time on an emulated processor
+    LABEL, BUTTON = 29, 43  # roles of AT-SPI
+    IN_USE = 1 << 24 | 1 << 30  # its states "sensitive" and "visible"
+
+    def __init__(self, machine, user="anna"):
+        self.machine, self.user = machine, user
+        machine.user("systemd-run --user --quiet --unit=display Xvfb :0 -screen 0 1280x1024x24 "
+                     "-nolisten tcp -noreset", user)
+        machine.wait("the display", lambda: machine.root(
+            "test -S /tmp/.X11-unix/X0 && echo yes", check=False), self.PATIENCE)
+        # There is no graphics card: what OpenGL draws would have to be computed, slowly.
+        machine.user("systemctl --user set-environment DISPLAY=:0 GSK_RENDERER=cairo", user)
+        self.bus = f"unix:path=/run/user/{USERS[user]}/bus"
+        self.bus = machine.wait("the accessibility bus", lambda: self._ask(
+            "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus", "GetAddress"), self.PATIENCE)
+
+    def wait_for_text(self, text):
+        """Waits until a label has it."""
+        self._wait_for(self.LABEL, text)
+
+    def press(self, name):
+        """Presses a button, once that is possible."""
+        button = self._wait_for(self.BUTTON, name)
+        is_pressed = self._ask(*button, "org.a11y.atspi.Action", "DoAction", "i", "0")
+        expect(f"whether {name!r} is pressed", is_pressed, True)
+
+    def _wait_for(self, role, text):
+        """The bus name and path of a widget of that role, once one with that text can be used."""
+        return self.machine.wait(f"{text!r} in the window", lambda: next(
+            (where for where, name, its_role in self._widgets()
+             if its_role == role and text in name), None), self.PATIENCE)
+
+    def _widgets(self):
+        """Where they are, name and role of those that can be used, as far as they are known."""
+        programs = self._ask("org.a11y.atspi.Registry", "/org/a11y/atspi/accessible/root",
+                             "org.a11y.atspi.Accessible", "GetChildren")
+        items = [item for program, _ in programs for item in self._ask(
+            program, "/org/a11y/atspi/cache", "org.a11y.atspi.Cache", "GetItems")
+            if item[9][0] & self.IN_USE == self.IN_USE]
+        # A widget is among them only after its parent was asked for it.
+        known = collections.Counter(path for _, _, (_, path), *_ in items)
+        for where, _, _, _, children, *_ in items:
+            if known[where[1]] < children:
+                self._ask(*where, "org.a11y.atspi.Accessible", "GetChildren")
+        return [(item[0], item[6], item[7]) for item in items]
+
+    def _ask(self, *words):
+        """What a method on the bus answers; nothing where what is asked has gone meanwhile."""
+        answer = self.machine.root(shlex.join([
+            "setpriv", "--reuid", self.user, "--regid", self.user, "--init-groups", "busctl",
+            f"--address={self.bus}", "--json=short", "call", *words]), check=False)
+        return json.loads(answer)["data"][0] if answer.startswith("{") else []
 
 
 class Agent:

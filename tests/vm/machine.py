@@ -23,8 +23,8 @@ import time
 HERE = os.path.dirname(os.path.abspath(__file__))
 PROJECT = os.path.dirname(os.path.dirname(HERE))
 PROGRAM_DISK_MEBIBYTES = 96  # of one size, as the kept state knows the disk
-# What a guest is made by, beside the folder of its own files.
-GUEST_PARTS = ["build_guest", "customise_guest", "guest.packages", "machine.py", "vmlinux.py"]
+# What a guest is made by, beside the folder of its own files and its lists of packages.
+GUEST_PARTS = ["build_guest", "customise_guest", "machine.py", "vmlinux.py"]
 # Where the agent looks for it. A stand-in takes its place until a scenario puts it back.
 RELAY = "/usr/local/lib/tarvo/Tarvo Relay.app/Contents/Library/Tarvo Relay"
 USERS = {"anna": 1000, "bert": 1001}
@@ -194,10 +194,11 @@ class Machine:
 class Guest:
     """What machines are made from: kernel, root, kept state, and the disk with the programs."""
 
-    def __init__(self, folder):
+    def __init__(self, folder, *lists):
+        """`lists` name files with packages that it has besides those of guest.packages."""
         self.folder = folder
+        self.lists = ["guest.packages", *lists]
         self.programs = os.path.join(folder, "programs.ext4")
-        os.makedirs(folder, exist_ok=True)
 
     def file(self, name):
         return os.path.join(self.folder, name)
@@ -208,16 +209,17 @@ class Guest:
         kept = self.file("key")
         if os.path.exists(kept) and open(kept).read() == key:
             return
+        os.makedirs(self.folder, exist_ok=True)
         with contextlib.suppress(FileNotFoundError):
             os.remove(kept)
-        subprocess.run([os.path.join(HERE, "build_guest"), self.folder], check=True)
+        subprocess.run([os.path.join(HERE, "build_guest"), self.folder, *self.lists], check=True)
         self._boot()
         with open(kept, "w") as file:
             file.write(key)
 
     def _key(self):
         key = hashlib.sha256()
-        parts = [os.path.join(HERE, name) for name in GUEST_PARTS]
+        parts = [os.path.join(HERE, name) for name in GUEST_PARTS + self.lists]
         for folder, _, files in os.walk(os.path.join(HERE, "guest")):
             parts += [os.path.join(folder, name) for name in files]
         for path in sorted(parts):

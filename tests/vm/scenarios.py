@@ -2,7 +2,7 @@
 first line says what holds. Those of MAIN are run for every change, the others by .ci/full."""
 import json
 
-from desk import (FILM, PATHS, TOP, ForeignCamera, SimulatedCamera, contents_of, expect,
+from desk import (FILM, PATHS, TOP, Display, ForeignCamera, SimulatedCamera, contents_of, expect,
                   files_of)
 from machine import RELAY
 
@@ -228,6 +228,40 @@ def relay_imports(desk):
     agent.wait_for_log("got RLA died notification", 3)
     expect("what was imported", files_of(machine, "/home/anna/Pictures"),
            files_of(machine, "/tmp/card/DCIM"))
+
+
+def relay_window(desk):
+    """Its window imports what is new at a press, and stays while the camera goes and comes."""
+    machine = desk.machine
+    machine.root(f"mv '{RELAY} as installed' '{RELAY}'")
+    display = Display(machine)
+    agent = desk.agent()
+    camera = SimulatedCamera(desk)
+    # Each file by its time, digest and path.
+    pictures = lambda: machine.root("find /home/anna/Pictures ! -type d -printf '%T@ ' "
+                                    "-exec md5sum {} ';'").splitlines()
+    here = []
+    for count, button, outcome in ((2, "Import 2 Pictures", "2 pictures imported"),
+                                   (3, "Import 1 Picture", "1 picture imported")):
+        camera.device = desk.changed("holiday-camera", stores=[{"id": "0x00010001", "content": [
+            {"file": f"TARV010{number}.JPG", "picture": [320, 240]} for number in range(count)]}])
+        camera.plug()
+        display.press(button)
+        display.wait_for_text(outcome)
+        before, here = here, pictures()
+        expect("what is not as it was", [line for line in before if line not in here], [])
+        expect("digests", sorted(line.split()[1] for line in here),
+               sorted(camera.contents().values()))
+        camera.unplug()
+        agent.wait_for_devices()
+    camera.plug()
+    display.wait_for_text("No new pictures")
+    camera.unplug()
+    display.wait_for_text("The device is gone")
+    display.press("Close")
+    agent.wait_for_log("got RLA died notification")
+    expect("Relays that have ended", agent.log().count("got RLA died notification"), 1)
+    expect("what is there", pictures(), here)
 
 
 def tool(desk):
@@ -520,4 +554,6 @@ MAIN += [_with(camera, scenario) for scenario in (objects, unplugged, killed)
          for camera in (SimulatedCamera, ForeignCamera)]
 OTHERS = [name_taken, user_switch, recovery, switched_while_mounted, unit_held,
           unit_before_its_nodes, units_exchanged, told_to_end, unit_vanishes, card_with_traps,
-          card_pulled_out, imported, many_cycles]
+          card_pulled_out, imported, many_cycles, relay_window]
+# These have the larger guest, with the packages of window.packages.
+ON_A_DISPLAY = [relay_window]
