@@ -7,7 +7,6 @@
 #include <charconv>
 #include <chrono>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -71,68 +70,53 @@ std::optional<std::chrono::milliseconds> durationFrom(std::string_view text) {
   return isTime ? std::optional(std::chrono::milliseconds(static_cast<long>(time))) : std::nullopt;
 }
 
-/// What CLI11 fills in lies here, so it outlives the command.
-class CommandTree {
- public:
-  CommandTree() {
-    addGlobals();
-    CommandGroup root(app_, table_);
-    for (const auto add : kCommands)
-      add(root);
-    app_.footer("'tarvoctl COMMAND --help' tells more.\n\nExample:\n  tarvoctl devices");
-  }
-  CommandTree(const CommandTree&) = delete;
-  CommandTree& operator=(const CommandTree&) = delete;
-
-  CLI::App& app() { return app_; }
-  const GlobalOptions& globals() const { return globals_; }
-  /// Set by the parse.
-  const CommandTable& table() const { return table_; }
-
- private:
-  void addGlobals();
-
-  CLI::App app_{"Everything that a Tarvo device can do, from a shell.", "tarvoctl"};
-  GlobalOptions globals_;
-  CommandTable table_;
-};
-
-void CommandTree::addGlobals() {
+void addGlobals(CLI::App& app, GlobalOptions& globals) {
   // Global options may stand behind the command, too.
-  app_.fallthrough();
-  app_.require_subcommand(1);
-  app_.set_version_flag("--version", std::string("tarvoctl ") + TARVO_VERSION,
-                        "Print the version and exit");
-  app_.set_help_flag("-h,--help", "Print this help and exit");
-  app_.add_flag("--json", globals_.json, "Results and errors as one JSON document");
-  app_.add_flag("--json-lines", globals_.jsonLines, "The same, a line each, lists entry by entry");
-  app_.add_option("--device", globals_.device,
-                  "Its serial number, location or name, or how one of these begins")
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.set_version_flag("--version", std::string("tarvoctl ") + TARVO_VERSION,
+                       "Print the version and exit");
+  app.set_help_flag("-h,--help", "Print this help and exit");
+  app.add_flag("--json", globals.json, "Results and errors as one JSON document");
+  app.add_flag("--json-lines", globals.jsonLines, "The same, a line each, lists entry by entry");
+  app.add_option("--device", globals.device,
+                 "Its serial number, location or name, or how one of these begins")
       ->type_name("DEVICE");
-  app_.add_option("--config", globals_.configFile, "Read FILE in place of your own preferences")
+  app.add_option("--config", globals.configFile, "Read FILE in place of your own preferences")
       ->type_name("FILE");
-  app_.add_flag("-q,--quiet", globals_.quiet, "Neither messages nor progress");
-  const auto takeTimeout = [this](const std::string& text) {
-    globals_.timeout = durationFrom(text);
-    if (!globals_.timeout)
+  app.add_flag("-q,--quiet", globals.quiet, "Neither messages nor progress");
+  const auto takeTimeout = [&globals](const std::string& text) {
+    globals.timeout = durationFrom(text);
+    if (!globals.timeout)
       throw CLI::ValidationError("--timeout", "'" + text +
                                                   "' is no time: give seconds, or 500ms, "
                                                   "5s, 2m, a day at most");
   };
-  app_.add_option_function<std::string>("--timeout", takeTimeout,
-                                        "How long the device may be silent")
+  app.add_option_function<std::string>("--timeout", takeTimeout,
+                                       "How long the device may be silent")
       ->type_name("SECONDS");
 }
 
-/// Where the command line cannot be parsed, its form of output is still wanted.
-bool asksFor(std::string_view option, std::span<const char* const> arguments) {
-  return std::ranges::any_of(arguments,
-                             [&](const char* each) { return std::string_view(each) == option; });
-}
+/// What CLI11 fills in lies here, so it outlives the command.
+struct CommandTree {
+  CommandTree() {
+    addGlobals(app, globals);
+    CommandGroup root(app, table);
+    for (const auto add : kCommands)
+      add(root);
+    app.footer("'tarvoctl COMMAND --help' tells more.\n\nExample:\n  tarvoctl devices");
+  }
+  CommandTree(const CommandTree&) = delete;
+  CommandTree& operator=(const CommandTree&) = delete;
+
+  CLI::App app{"Everything that a Tarvo device can do, from a shell.", "tarvoctl"};
+  GlobalOptions globals{};
+  CommandTable table{};  ///< set by the parse
+};
 
 /// What is wrong with the command line, in words: the parser says only that a command is missing,
 /// or that a word was not expected.
-Failure failureOf(const CLI::ParseError& error, const CLI::App& app) {
+Failure parseFailureOf(const CLI::ParseError& error, const CLI::App& app) {
   // The command that was meant, as far as it was understood.
   const auto* command = &app;
   std::string name = app.get_name();
@@ -170,8 +154,14 @@ int runGuarded(ToolContext& context, const Command& command) {
     const int exitCode = command(context);
     context.output.flush();
     return exitCode;
-  } catch (const ToolError& error) {
+  } catch (const OutputError& error) {
     return ended(context, error.failure(), error.exitCode());
+  } catch (const ToolError& error) {
+    Failure failure = error.failure();
+    failure.operation = context.operation;
+    if (error.exitCode() == kBadUsage && failure.advice.empty())
+      failure.advice = "Try 'tarvoctl " + context.operation + " --help'.";
+    return ended(context, failure, error.exitCode());
   } catch (const Error& error) {
     // A preferences file that cannot be read was named on the command line.
     const bool isUsage = error.kind() == ErrorKind::kHost && error.status() == status::kOK;
@@ -196,25 +186,26 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
   // Kept by the command, whose options lie in it.
   const auto tree = std::make_shared<CommandTree>();
   std::vector<std::string> words(argv + 1, argv + argc);
-  words = asMeant(tree->app(), words);
+  words = asMeant(tree->app, words);
   std::vector<const char*> meant(argv, argv + 1);
   for (const auto& word : words)
     meant.push_back(word.c_str());
   try {
-    parseAsTyped(tree->app(), static_cast<int>(meant.size()), meant.data());
-    return {.options = tree->globals(), .command = [tree](ToolContext& context) {
-              context.operation = tree->table().name;
-              return tree->table().chosen(context);
+    parseAsTyped(tree->app, static_cast<int>(meant.size()), meant.data());
+    return {.options = tree->globals, .command = [tree](ToolContext& context) {
+              context.operation = tree->table.name;
+              return tree->table.chosen(context);
             }};
   } catch (const CLI::CallForHelp&) {
-    std::fputs(tree->app().help().c_str(), out);
+    std::fputs(tree->app.help().c_str(), out);
   } catch (const CLI::CallForVersion&) {
-    std::fputs((tree->app().version() + "\n").c_str(), out);
+    std::fputs((tree->app.version() + "\n").c_str(), out);
   } catch (const CLI::ParseError& error) {
+    // Its form of output is wanted all the same.
     GlobalOptions options;
-    options.json = asksFor("--json", {argv, static_cast<std::size_t>(argc)});
-    options.jsonLines = asksFor("--json-lines", {argv, static_cast<std::size_t>(argc)});
-    Output(out, err, options).error(failureOf(error, tree->app()));
+    options.json = std::ranges::count(words, "--json") > 0;
+    options.jsonLines = std::ranges::count(words, "--json-lines") > 0;
+    Output(out, err, options).error(parseFailureOf(error, tree->app));
     return {.exitCode = kBadUsage};
   }
   return {.exitCode = kDone};

@@ -2,12 +2,30 @@
 #include <clocale>
 #include <csignal>
 #include <cstdio>
+#include <optional>
 
 #include "tools/CommandLine.h"
-#include "tools/access/ToolSession.h"
+#include "tools/access/ToolContext.h"
+
+namespace {
+
+using namespace tarvo::tools;
+
+/// What the command line says of it. A signal ends transactions that are running.
+tarvo::SessionOptions sessionOptions(const GlobalOptions& given, Output& output,
+                                     const tarvo::StopSignals& interrupt) {
+  tarvo::SessionOptions options;
+  options.stopBy(interrupt).name("tarvoctl").quiet(given.quiet || output.isJSON());
+  options.whileWaiting(
+      [&output] { output.message("The device is still at it; Ctrl-C ends the wait."); });
+  if (given.timeout) options.timeout(*given.timeout);
+  if (given.configFile) options.preferences(*given.configFile);
+  return options;
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
-  using namespace tarvo::tools;
   // For the words of the C library's errors.
   std::setlocale(LC_ALL, "");
   // A reader that leaves is met where it is written to, so that a session on a device is closed.
@@ -16,7 +34,10 @@ int main(int argc, char** argv) {
   if (line.exitCode) return *line.exitCode;
   const tarvo::StopSignals interrupt;
   Output output(stdout, stderr, line.options);
-  ToolSession session(line.options, output, interrupt);
-  ToolContext context{line.options, output, session, interrupt, stdin, "/dev/tty"};
+  std::optional<tarvo::Session> session;
+  const SessionSource source = [&]() -> tarvo::Session& {
+    return session ? *session : session.emplace(sessionOptions(line.options, output, interrupt));
+  };
+  ToolContext context{line.options, output, source, interrupt, stdin, "/dev/tty"};
   return runCommand(context, line.command);
 }

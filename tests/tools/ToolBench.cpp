@@ -57,7 +57,8 @@ int exitCodeOf(const std::vector<std::string>& words, BenchPlatform& platform,
   if (line.exitCode) return *line.exitCode;
   tools::Output output(streams.out, streams.err, line.options);
   platform.running = &interrupt.signals();
-  tools::ToolContext context{line.options, output, platform, interrupt, streams.in, terminal};
+  const tools::SessionSource session = [&]() -> Session& { return platform.session(); };
+  tools::ToolContext context{line.options, output, session, interrupt, streams.in, terminal};
   return tools::runCommand(context, line.command);
 }
 

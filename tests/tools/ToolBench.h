@@ -29,9 +29,9 @@
 namespace tarvo::test {
 
 /// What a command runs on in a test: the session that it gets, and the platform under that.
-class BenchPlatform : public library::Platform, public tools::SessionSource {
+class BenchPlatform : public library::Platform {
  public:
-  Session& session() override {
+  Session& session() {
     if (!session_) session_.emplace(std::make_shared<SessionState>(*this));
     return *session_;
   }

@@ -15,7 +15,7 @@ using ::testing::HasSubstr;
 class VCards : public ::testing::Test {
  protected:
   static tools::VCardBook read(const std::string& text) {
-    return tools::bookFromVCards("test", "file.vcf", text);
+    return tools::bookFromVCards("file.vcf", text);
   }
   ScopedEnvironment program_{"TARVO_VCARD", VCARD_PROGRAM};
 };
@@ -64,7 +64,7 @@ TEST_F(VCards, ComeBackAsTheyWere) {
   book.contacts = Contacts{first};
   book.groups = ContactGroups{
       std::make_shared<ContactGroup>(ContactGroup{.name = "A, B", .members = {first}})};
-  const auto again = read(tools::vCardsFromBook("test", book)).book;
+  const auto again = read(tools::vCardsFromBook(book)).book;
   ASSERT_EQ(again.contacts->size(), 1U);
   EXPECT_EQ(*again.contacts->front(), contact);
   EXPECT_EQ(again.groups->at(0)->name, "A, B");

@@ -39,6 +39,12 @@ class Batch {
   /// Calls `work` for one object; what it raises is that object's failure.
   void attempt(const PropertyDictionary& json, const std::string& object,
                const std::function<void()>& work);
+  /// Calls `work` for each of `all` until it shall not go on.
+  template <typename All, typename Work>
+  void forEach(const All& all, const Work& work) const {
+    for (const auto& each : all)
+      if (goesOn()) work(each);
+  }
   /// Visits the objects that `choice` means until it shall not go on; what cannot be read and what
   /// nothing has are failures of the batch. Who watches is told how many were looked through,
   /// unless the objects are `dealtWith` meanwhile. Gives what Device::visit() does.

@@ -11,6 +11,7 @@ namespace tarvo::tools {
 namespace {
 
 constexpr const char* kLook = "'tarvoctl devices' shows what is connected.";
+constexpr const char* kConnect = "Connect one, switch it on, and see 'tarvoctl devices'.";
 
 /// What can be done with a unit where a camera or a volume is looked for.
 constexpr const char* kWithUnit =
@@ -19,13 +20,12 @@ constexpr const char* kWithUnit =
 
 /// Finds the device that is meant; where that fails, commands help. `none` is the advice where
 /// there is none at all.
-template <typename Find>
-auto found(const ToolContext& context, const char* none, const Find& find) {
-  const std::string& wanted = context.options.device;
+template <typename Info>
+Info found(const ToolContext& context, const char* none, Info (Session::*find)(std::string_view)) {
   try {
-    return find(context.session(), wanted);
+    return (context.session().*find)(context.options.device);
   } catch (const Error& error) {
-    Failure failure = failureOf(context, error);
+    Failure failure = failureOf(error);
     if (error.kind() == ErrorKind::kAmbiguous) {
       failure.advice = "Choose one with --device and its serial number, location or name.";
       throw ToolError(failure, kBadUsage);
@@ -49,11 +49,17 @@ void tellOfCards(const ToolContext& context) {
   }
 }
 
+/// What can be done with a device, by the words of people.
+std::vector<std::string> abilitiesOf(const DeviceInfo& device) {
+  if (device.kind() == DeviceKind::kVolume) return {"list", "get", "remove", "eject"};
+  if (!device.isOfMaker()) return {"list", "get"};
+  return {"list", "get", "put", "orders"};
+}
+
 }  // namespace
 
 DeviceInfo findDevice(const ToolContext& context) {
-  return found(context, "Connect one, switch it on, and see 'tarvoctl devices'.",
-               [](Session& session, const auto& wanted) { return session.findDevice(wanted); });
+  return found(context, kConnect, &Session::findDevice);
 }
 
 Device openDevice(const ToolContext& context, bool onlyVolumes) {
@@ -64,37 +70,21 @@ Device openDevice(const ToolContext& context, bool onlyVolumes) {
 }
 
 Device openCamera(const ToolContext& context) {
-  return context.session().open(
-      found(context, "Connect one, switch it on, and see 'tarvoctl devices'.",
-            [](Session& session, const auto& wanted) { return session.findCamera(wanted); }));
+  return context.session().open(found(context, kConnect, &Session::findCamera));
 }
 
 Device openVolume(const ToolContext& context) {
   return context.session().open(
-      found(context, "Connect one, mount it, and see 'tarvoctl devices'.",
-            [](Session& session, const auto& wanted) { return session.findVolume(wanted); }));
+      found(context, "Connect one, mount it, and see 'tarvoctl devices'.", &Session::findVolume));
 }
 
 Unit openUnit(const ToolContext& context) {
-  return context.session().open(found(context, kLook, [](Session& session, const auto& wanted) {
-    return session.findUnit(wanted);
-  }));
+  return context.session().open(found(context, kLook, &Session::findUnit));
 }
 
 std::string nameOf(const Device& device) {
   return device.info().kind() == DeviceKind::kCamera ? device.facts().name() : device.info().name();
 }
-
-namespace {
-
-/// What can be done with a device, by the words of people.
-std::vector<std::string> abilitiesOf(const DeviceInfo& device) {
-  if (device.kind() == DeviceKind::kVolume) return {"list", "get", "remove", "eject"};
-  if (!device.isOfMaker()) return {"list", "get"};
-  return {"list", "get", "put", "orders"};
-}
-
-}  // namespace
 
 PropertyDictionary asJSON(const DeviceInfo& device) {
   PropertyDictionary json = {{"name", device.name()},
@@ -158,12 +148,12 @@ ObjectInfo objectArgument(const ToolContext& context, Device& device, const std:
     return false;
   });
   device.visit(ObjectChoice().names({text}).ignoringCase(ignoringCase), visitor);
-  endIfInterrupted(context, context.operation);
+  endIfInterrupted(context);
   return found.value();
 }
 
-std::uint32_t storeArgument(const ToolContext& context, Device& device, const std::string& text) {
-  if (const auto id = numberOf(text, 0xFFFFFFFF)) return static_cast<std::uint32_t>(*id);
+std::uint32_t storeArgument(Device& device, const std::string& text) {
+  if (const auto id = handleArgument(text)) return *id;
   std::vector<std::string> known;
   std::vector<std::uint32_t> meant;
   for (const std::uint32_t id : device.storeIDs()) {
@@ -172,9 +162,8 @@ std::uint32_t storeArgument(const ToolContext& context, Device& device, const st
     if (g_ascii_strcasecmp(label.c_str(), text.c_str()) == 0) meant.push_back(id);
   }
   if (meant.size() == 1) return meant.front();
-  refuseUsage(context.operation, (meant.empty() ? "no store" : "more than one store") +
-                                     std::string(" has the label '") + text +
-                                     "': " + joined(known));
+  refuseUsage((meant.empty() ? "no store" : "more than one store") +
+              std::string(" has the label '") + text + "': " + joined(known));
 }
 
 PropertyDictionary asJSON(const Unread& entry) {
@@ -194,11 +183,16 @@ Failure failureOf(const ToolContext& context, const Unread& entry) {
                                               handleText(entry.handle()) + "' removes it."};
 }
 
-std::uint32_t numberArgument(const std::string& operation, const std::string& what,
-                             const std::string& text, std::uint32_t maximum) {
-  const auto number = numberOf(text, maximum);
-  if (!number) refuseUsage(operation, "'" + text + "' is no " + what);
-  return static_cast<std::uint32_t>(*number);
+bool addFailure(const ToolContext& context, Listing& listing, PropertyDictionary json,
+                const Error& error, const std::string& object) {
+  endIfInterrupted(context);
+  listing.addFailure(std::move(json), failureOf(context, error, object));
+  return !error.endsDevice();
+}
+
+std::optional<std::uint32_t> handleArgument(const std::string& text) {
+  const auto number = numberOf(text, 0xFFFFFFFF);
+  return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
 }
 
 }  // namespace tarvo::tools

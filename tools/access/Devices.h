@@ -47,15 +47,18 @@ std::string pathArgument(const std::string& text);
 ObjectInfo objectArgument(const ToolContext& context, Device& device, const std::string& text,
                           bool ignoringCase = false);
 /// The id of a store by its id, or by its label without regard to case. Raises kBadUsage.
-std::uint32_t storeArgument(const ToolContext& context, Device& device, const std::string& text);
+std::uint32_t storeArgument(Device& device, const std::string& text);
 
 /// Of an entry that cannot be read: keys "unread" and "handle"; and how it is said.
 PropertyDictionary asJSON(const Unread& entry);
 Failure failureOf(const ToolContext& context, const Unread& entry);
+/// Adds to a list what the library raised about one of its entries, of which `json` is known and
+/// which a person knows as `object`. False where the list ends with it: the next question would
+/// only cost another time-out. Raises what ends an interrupted command.
+bool addFailure(const ToolContext& context, Listing& listing, PropertyDictionary json,
+                const Error& error, const std::string& object = {});
 
-/// Handles, store ids and codes as a user writes them, decimal or 0x...; raises kBadUsage with
-/// `what` for what is no number up to `maximum`.
-std::uint32_t numberArgument(const std::string& operation, const std::string& what,
-                             const std::string& text, std::uint32_t maximum = 0xFFFFFFFF);
+/// A handle or a store id as a user writes it, decimal or 0x...; none for anything else.
+std::optional<std::uint32_t> handleArgument(const std::string& text);
 
 }  // namespace tarvo::tools

@@ -1,6 +1,7 @@
 #include "tools/access/LocalFiles.h"
 
 #include <fcntl.h>
+#include <glib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 
 #include "Utilities/FileDescriptor.h"
 #include "platform/files/FileNames.h"
+#include "platform/files/FilePlace.h"
 #include "platform/files/PartFile.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
@@ -20,24 +22,22 @@
 namespace tarvo::tools {
 namespace fs = std::filesystem;
 
-void makeFolder(const std::string& operation, const std::string& folder) {
+void makeFolder(const std::string& folder) {
   std::error_code error;
   fs::create_directories(folder, error);
   if (!error && fs::is_directory(folder, error)) return;
-  throw ToolError({.operation = operation,
-                   .object = folder,
+  throw ToolError({.object = folder,
                    .status = status::kIOError,
                    .why = error ? error.message() : "it is no folder"});
 }
 
-LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
-                           bool isOneObject) {
+LocalTarget resolvedTarget(const std::string& output, bool isOneObject) {
   if (output.empty()) return {};
   std::error_code error;
   // A slash at the end says that a folder is meant, also one that is not there yet.
   const bool isFolder = output.ends_with('/') || fs::is_directory(output, error);
   if (isFolder || !isOneObject) {
-    makeFolder(operation, output);
+    makeFolder(output);
     // Paths are shown with one slash behind the folder; "/" is a folder of its own.
     const auto end = output.find_last_not_of('/');
     return {.folder = end == std::string::npos ? "/" : output.substr(0, end + 1)};
@@ -45,12 +45,20 @@ LocalTarget resolvedTarget(const std::string& operation, const std::string& outp
   const fs::path path(output);
   const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
   if (!fs::is_directory(folder, error))
-    throw ToolError({.operation = operation,
-                     .object = output,
+    throw ToolError({.object = output,
                      .status = status::kFileNotFound,
                      .why = "its folder is not there",
                      .advice = "Make the folder first."});
   return {.folder = folder, .name = path.filename().string()};
+}
+
+void warnOfRoom(Output& output, const std::string& folder, const std::string& wanted,
+                std::size_t count, std::uint64_t bytes) {
+  const auto here = fileSystemSizeOf(folder);
+  if (!here || bytes <= here->free) return;
+  output.message("There is no room for all that is " + wanted + " (" + counted(count, "files") +
+                 ", " + sizeInWords(bytes) + "): " + sizeInWords(here->free) + " are free in '" +
+                 folder + "', " + sizeInWords(bytes - here->free) + " are missing.");
 }
 
 namespace {
@@ -58,11 +66,9 @@ namespace {
 constexpr unsigned kMostInASecond = 100;
 constexpr std::size_t kLongestSerial = 64;
 
-[[noreturn]] void fail(const std::string& operation, const std::string& path,
-                       const std::string& why) {
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
   throw ToolError(
-      {.operation = operation,
-       .object = path,
+      {.object = path,
        .status = status::kIOError,
        .why = "no file of this computer can be written (" + why + "), so nothing was sent",
        .advice = "Make room, or set XDG_DATA_HOME to a folder where you may write."});
@@ -71,16 +77,13 @@ constexpr std::size_t kLongestSerial = 64;
 /// A serial number is whatever a device says: of it stays what no file name or shell minds.
 std::string safeSerial(const std::string& serial) {
   std::string safe;
-  for (const char letter : serial.substr(0, kLongestSerial)) {
-    const bool isPlain = (letter >= '0' && letter <= '9') || (letter >= 'A' && letter <= 'Z') ||
-                         (letter >= 'a' && letter <= 'z') || letter == '-';
-    safe += isPlain ? letter : '_';
-  }
+  for (const char letter : serial.substr(0, kLongestSerial))
+    safe += g_ascii_isalnum(letter) || letter == '-' ? letter : '_';
   return safe.empty() ? "device" : safe;
 }
 
 /// Folders of their owner alone: what lies in them are people's addresses.
-std::string madeKeptFolder(const std::string& operation, Kept kind) {
+std::string madeKeptFolder(Kept kind) {
   const fs::path folder = keptFolder(kind);
   std::error_code error;
   fs::create_directories(folder.parent_path().parent_path(), error);
@@ -89,7 +92,7 @@ std::string madeKeptFolder(const std::string& operation, Kept kind) {
     if (!error && ::mkdir(each.c_str(), 0700) != 0 && errno != EEXIST)
       error.assign(errno, std::generic_category());
   }
-  if (error) fail(operation, folder.string(), error.message());
+  if (error) fail(folder.string(), error.message());
   return folder.string();
 }
 
@@ -107,10 +110,9 @@ std::optional<KeptName> keptNameOf(const std::string& name) {
   return KeptName{.serial = found[1], .what = found[2], .extension = found[4]};
 }
 
-std::string keepFile(const std::string& operation, const std::string& serial, Kept kind,
-                     std::string_view what, std::string_view extension,
-                     std::span<const std::byte> content) {
-  const std::string folder = madeKeptFolder(operation, kind);
+std::string keepFile(const std::string& serial, Kept kind, std::string_view what,
+                     std::string_view extension, std::span<const std::byte> content) {
+  const std::string folder = madeKeptFolder(kind);
   const std::string name = safeSerial(serial) + "-" + std::string(what) + "-" +
                            localDateText(std::time(nullptr), "%Y%m%dT%H%M%S");
   std::string path;
@@ -123,12 +125,12 @@ std::string keepFile(const std::string& operation, const std::string& serial, Ke
     file = FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     if (!file.isOpen() && errno != EEXIST) break;
   }
-  if (!file.isOpen()) fail(operation, path, std::strerror(errno));
+  if (!file.isOpen()) fail(path, std::strerror(errno));
   // On the disk before the device is changed: a power cut takes both otherwise.
   if (!writeAll(file.get(), content) || ::fsync(file.get()) != 0) {
     const std::string why = std::strerror(errno);
     ::unlink(path.c_str());
-    fail(operation, path, why);
+    fail(path, why);
   }
   return path;
 }

@@ -11,6 +11,7 @@
 
 #include "Utilities/Status.h"
 #include "platform/files/WholeFile.h"
+#include "tools/output/Output.h"
 
 namespace tarvo::tools {
 
@@ -21,13 +22,17 @@ struct LocalTarget {
 };
 
 /// Makes it and those above it, where they are missing. Raises a ToolError.
-void makeFolder(const std::string& operation, const std::string& folder);
+void makeFolder(const std::string& folder);
 
 /// What `output` means: a folder that is there, or ends with "/", is a folder, and so is any where
 /// there is more than one object; it is made where it is missing. Otherwise it is the file's name.
 /// Raises a ToolError for a folder that cannot be made and for a file's folder that is not there.
-LocalTarget resolvedTarget(const std::string& operation, const std::string& output,
-                           bool isOneObject);
+LocalTarget resolvedTarget(const std::string& output, bool isOneObject);
+
+/// Warns of a folder without room for so many files that are `wanted`, "to be fetched". It is no
+/// refusal: what fits is worth fetching, and somebody may make room meanwhile.
+void warnOfRoom(Output& output, const std::string& folder, const std::string& wanted,
+                std::size_t count, std::uint64_t bytes);
 
 // What is kept of a device on this computer, in dated files that nothing replaces.
 
@@ -42,9 +47,8 @@ std::string keptFolder(Kept kind);
 /// Writes "SERIAL-WHAT-20261125T011500.EXTENSION" into that folder, readable for its owner alone,
 /// and returns its path. A name that is taken gets a number. Raises a ToolError where it cannot be
 /// written: then nothing may be sent.
-std::string keepFile(const std::string& operation, const std::string& serial, Kept kind,
-                     std::string_view what, std::string_view extension,
-                     std::span<const std::byte> content);
+std::string keepFile(const std::string& serial, Kept kind, std::string_view what,
+                     std::string_view extension, std::span<const std::byte> content);
 
 struct KeptName {
   std::string serial;  ///< as far as a name can hold it

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,38 +13,30 @@
 
 namespace tarvo::tools {
 
-/// The session, made when a command asks for it: most of what a user types needs no device.
-class SessionSource {
- public:
-  virtual ~SessionSource() = default;
-  /// Lives as long as this.
-  virtual Session& session() = 0;
-};
+/// Gives the session, made when a command asks for it: most of what a user types needs no device.
+using SessionSource = std::function<Session&()>;
 
 /// Everything is lent for the length of the command.
 struct ToolContext {
   const GlobalOptions& options;
   Output& output;
-  SessionSource& source;
+  const SessionSource& session;
   const StopSignals& interrupt;
   std::FILE* input;         ///< standard input
   std::string terminal;     ///< the device on which questions are asked: "/dev/tty"
   std::string operation{};  ///< the command as it was typed: "orders list"
-
-  Session& session() const { return source.session(); }
 };
 
 /// The user's leave for what cannot be undone.
 ///
-///   const Consent consent(context, "rm", options.yes, "delete objects");
+///   const Consent consent(context, options.yes, "delete objects");
 ///   ...
 ///   consent.require("Delete 3 objects?", "nothing was deleted");
 class Consent {
  public:
   /// Raises kBadUsage where the leave is not given by the command line and nobody can be asked: a
   /// script that forgot it learns before a device is touched. `purpose` is what --yes is for.
-  Consent(const ToolContext& context, std::string operation, bool isGiven,
-          const std::string& purpose);
+  Consent(const ToolContext& context, bool isGiven, const std::string& purpose);
 
   /// Asks on the terminal, wherever the outputs lead, unless the leave is given. All but "y" and
   /// "yes" raises kCancelled, with `left`, what was left alone, as the reason; raises what ends an
@@ -52,24 +45,21 @@ class Consent {
 
  private:
   const ToolContext& context_;
-  std::string operation_;
   FileDescriptor terminal_;  ///< of nothing where the leave is given
 };
 
-/// What the library raised, as the failure of the command.
+/// What the library raised, as a failure that the command tells of and does not end with.
 Failure failureOf(const ToolContext& context, const Error& error, const std::string& object = {});
 /// Raises what ends a command that was interrupted, if it was.
-void endIfInterrupted(const ToolContext& context, const std::string& operation);
+void endIfInterrupted(const ToolContext& context);
 
 // Files that a command is given to read, standard input among them.
 
 /// All of a file; "-" is standard input. Raises a ToolError for one that cannot be read, and for
 /// one of more than 64 MiB: nothing that a device takes this way is larger, and what is may be a
 /// device that never ends.
-std::vector<std::byte> readInput(const ToolContext& context, const std::string& operation,
-                                 const std::string& path);
+std::vector<std::byte> readInput(const ToolContext& context, const std::string& path);
 /// The same as text, whatever its bytes are, of 8 MiB at most.
-std::string readInputText(const ToolContext& context, const std::string& operation,
-                          const std::string& path);
+std::string readInputText(const ToolContext& context, const std::string& path);
 
 }  // namespace tarvo::tools

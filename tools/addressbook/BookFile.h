@@ -32,10 +32,9 @@ struct BookFile {
 
 /// Reads a book; "-" is standard input. Raises a ToolError that says what is wrong with the file.
 /// What a vCard has and a device cannot keep is said as a message.
-BookFile readBookFile(ToolContext& context, const std::string& operation, const std::string& path,
-                      BookFormat format);
+BookFile readBookFile(ToolContext& context, const std::string& path, BookFormat format);
 /// The book as the bytes of such a file.
-std::string bookFileText(const std::string& operation, const ContactBook& book, BookFormat format);
+std::string bookFileText(const ContactBook& book, BookFormat format);
 
 // A text in the user's own editor.
 
@@ -44,18 +43,15 @@ std::string bookFileText(const std::string& operation, const ContactBook& book, 
 class BookEditor {
  public:
   /// Raises a ToolError where no file can be made.
-  BookEditor(std::string operation, const std::string& serial, std::string text);
+  BookEditor(const std::string& serial, std::string text);
 
-  /// Runs $VISUAL, else $EDITOR, else "editor", on the file until it ends. Raises a ToolError where
-  /// it cannot be started or fails.
-  void run();
-  /// Whether the file says what it said at first.
-  bool isUnchanged() const;
+  /// Runs $VISUAL, else $EDITOR, else "editor", on the file until it ends. False where the file
+  /// says what it said at first. Raises a ToolError where it cannot be started or fails.
+  [[nodiscard]] bool run();
   void discard();
   const std::string& path() const { return path_; }
 
  private:
-  std::string operation_;
   std::string text_;
   std::string path_;
   FileDescriptor folder_;

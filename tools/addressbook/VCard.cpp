@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -53,15 +52,11 @@ std::string textOf(const PropertyDictionary& card, const char* key) {
 /// keep.
 std::optional<std::string> guidOf(std::string text) {
   constexpr std::string_view kPrefix = "urn:uuid:";
-  constexpr std::string_view kShape = "00000000-0000-0000-0000-000000000000";
+  constexpr std::size_t kLength = 36;
   if (text.starts_with(kPrefix)) text.erase(0, kPrefix.size());
-  if (text.size() != kShape.size()) return std::nullopt;
-  for (std::size_t index = 0; index < kShape.size(); ++index) {
-    const auto letter = static_cast<unsigned char>(text[index]);
-    if (kShape[index] == '-' ? letter != '-' : std::isxdigit(letter) == 0) return std::nullopt;
-    text[index] = static_cast<char>(std::toupper(letter));
-  }
-  return text;
+  if (text.size() != kLength || g_uuid_string_is_valid(text.c_str()) == FALSE) return std::nullopt;
+  g_autofree char* upper = g_ascii_strup(text.c_str(), -1);
+  return upper;
 }
 
 /// A device separates lines by a carriage return, and one line of its menus holds the other texts.
@@ -132,8 +127,8 @@ class Groups {
   ContactGroups groups_;
 };
 
-std::string countedCards(std::size_t count, const char* one, const char* many) {
-  return std::to_string(count) + (count == 1 ? one : many);
+std::string countedCards(std::size_t count) {
+  return std::to_string(count) + (count == 1 ? " card has" : " cards have");
 }
 
 PropertyDictionary cardFrom(const Contact& contact) {
@@ -157,92 +152,18 @@ PropertyDictionary cardFrom(const Contact& contact) {
   return card;
 }
 
-}  // namespace
-
-VCardBook bookFromCards(const PropertyDictionary& cards) {
-  VCardBook result;
-  auto& contacts = result.book.contacts.emplace();
-  Groups groups;
-  std::size_t withoutEmail = 0;
-  std::size_t withSeveral = 0;
-  for (const auto& card : cards) {
-    const auto contact = std::make_shared<Contact>(contactFrom(card));
-    if (contact->email.value_or("").empty()) {
-      ++withoutEmail;
-      continue;
-    }
-    if (int32ForKey(card, "emails").value_or(1) > 1) ++withSeveral;
-    refuseMore(contacts.size(), "contacts");
-    contacts.push_back(contact);
-    if (textOf(card, "nickname").empty()) result.nameless.insert(contact);
-    const auto* categories = arrayForKey(card, "categories");
-    for (const auto& name : categories ? *categories : PropertyDictionary::array())
-      if (name.is_string()) groups.add(name.get<std::string>(), contact);
-  }
-  result.book.groups = groups.take();
-  if (withoutEmail > 0)
-    result.notes.push_back(countedCards(withoutEmail, " card has", " cards have") +
-                           " no e-mail address and cannot be kept by the device.");
-  if (withSeveral > 0)
-    result.notes.push_back(countedCards(withSeveral, " card has", " cards have") +
-                           " several e-mail addresses; the preferred one, or the first, is taken.");
-  return result;
-}
-
-PropertyDictionary cardsFromBook(const AddressBook& book) {
-  std::map<const Contact*, std::vector<std::string>> categories;
-  if (book.groups) {
-    for (const auto& group : *book.groups)
-      for (const auto& member : group->members)
-        categories[member.get()].push_back(validUTF8(group->name));
-  }
-  auto cards = PropertyDictionary::array();
-  if (!book.contacts) return cards;
-  for (const auto& contact : *book.contacts) {
-    auto card = cardFrom(*contact);
-    if (const auto found = categories.find(contact.get()); found != categories.end())
-      card["categories"] = found->second;
-    cards.push_back(std::move(card));
-  }
-  return cards;
-}
-
-VCardBook bookFromVCards(const std::string& operation, const std::string& path,
-                         const std::string& text) {
-  // Out of this process: the parser meets files from anywhere.
-  const auto fail = [&](const std::string& why) -> ToolError {
-    return ToolError({.operation = operation,
-                      .object = path,
-                      .why = why,
-                      .advice = "Check the file, or say what it is with --format."});
-  };
-  const auto said = runVCardProgram(operation, path, "read", text);
-  try {
-    const auto cards = jsonFromText(said);
-    if (cards.is_array() && !cards.empty()) return bookFromCards(cards);
-  } catch (const Exception& exception) {
-    throw fail(exception.reason());
-  }
-  throw fail("there is no vCard in it");
-}
-
-std::string vCardsFromBook(const std::string& operation, const AddressBook& book) {
-  return runVCardProgram(operation, "", "write", cardsFromBook(book).dump());
-}
-
-namespace {
-
 namespace fs = std::filesystem;
 
-constexpr const char* kName = "tarvo-vcard";
+constexpr const char* kProgramName = "tarvo-vcard";
 
+/// The one that the environment names, else the one beside this program, else the installed one.
 std::string programPath() {
   if (const char* named = std::getenv("TARVO_VCARD"); named && *named != '\0') return named;
   std::error_code error;
   // Beside this program first, so that a build that is not installed uses its own.
-  const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / kName;
+  const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / kProgramName;
   if (!error && fs::exists(beside, error)) return beside.string();
-  return std::string(TARVO_LIBEXEC) + "/" + kName;
+  return std::string(TARVO_LIBEXEC) + "/" + kProgramName;
 }
 
 using Clock = std::chrono::steady_clock;
@@ -251,7 +172,7 @@ constexpr std::chrono::seconds kLongestAnswer{30};
 /// A file without a name that holds `text`, to be read from its start: a program that is given it
 /// need not read while somebody writes.
 FileDescriptor unnamedFile(const std::string& text) {
-  FileDescriptor file(::memfd_create(kName, MFD_CLOEXEC));
+  FileDescriptor file(::memfd_create(kProgramName, MFD_CLOEXEC));
   const bool isWritten = file.isOpen() && writeAll(file.get(), std::as_bytes(std::span(text))) &&
                          ::lseek(file.get(), 0, SEEK_SET) == 0;
   return isWritten ? std::move(file) : FileDescriptor();
@@ -286,13 +207,13 @@ std::string whyItFailed(GSubprocess* child) {
   return "the file cannot be read as vCards";
 }
 
-}  // namespace
-
-std::string runVCardProgram(const std::string& operation, const std::string& object,
-                            const std::string& mode, const std::string& input) {
-  const auto fail = [&](const std::string& why, const char* advice) -> ToolError {
-    return ToolError(
-        {.operation = operation, .object = object, .why = "vCards: " + why, .advice = advice});
+/// What the program answers to `input`; `mode` is "read" or "write". Raises a ToolError about
+/// `object` where there is none, where it failed, and where it answers with more than it may or too
+/// late: then it is ended.
+std::string runVCardProgram(const std::string& object, const std::string& mode,
+                            const std::string& input) {
+  const auto fail = [&](const std::string& why, const char* advice) {
+    return ToolError({.object = object, .why = "vCards: " + why, .advice = advice});
   };
   FileDescriptor file = unnamedFile(input);
   if (!file.isOpen()) throw fail(std::strerror(errno), "Use JSON (--format json).");
@@ -310,6 +231,74 @@ std::string runVCardProgram(const std::string& operation, const std::string& obj
   g_subprocess_wait(child, nullptr, nullptr);
   if (answer && g_subprocess_get_successful(child) != 0) return *std::move(answer);
   throw fail(whyItFailed(child), "Export it anew from the program that it comes from.");
+}
+
+}  // namespace
+
+VCardBook bookFromCards(const PropertyDictionary& cards) {
+  VCardBook result;
+  auto& contacts = result.book.contacts.emplace();
+  Groups groups;
+  std::size_t withoutEmail = 0;
+  std::size_t withSeveral = 0;
+  for (const auto& card : cards) {
+    const auto contact = std::make_shared<Contact>(contactFrom(card));
+    if (contact->email.value_or("").empty()) {
+      ++withoutEmail;
+      continue;
+    }
+    if (int32ForKey(card, "emails").value_or(1) > 1) ++withSeveral;
+    refuseMore(contacts.size(), "contacts");
+    contacts.push_back(contact);
+    if (textOf(card, "nickname").empty()) result.nameless.insert(contact);
+    const auto* categories = arrayForKey(card, "categories");
+    for (const auto& name : categories ? *categories : PropertyDictionary::array())
+      if (name.is_string()) groups.add(name.get<std::string>(), contact);
+  }
+  result.book.groups = groups.take();
+  if (withoutEmail > 0)
+    result.notes.push_back(countedCards(withoutEmail) +
+                           " no e-mail address and cannot be kept by the device.");
+  if (withSeveral > 0)
+    result.notes.push_back(countedCards(withSeveral) +
+                           " several e-mail addresses; the preferred one, or the first, is taken.");
+  return result;
+}
+
+PropertyDictionary cardsFromBook(const AddressBook& book) {
+  std::map<const Contact*, std::vector<std::string>> categories;
+  if (book.groups) {
+    for (const auto& group : *book.groups)
+      for (const auto& member : group->members)
+        categories[member.get()].push_back(validUTF8(group->name));
+  }
+  auto cards = PropertyDictionary::array();
+  if (!book.contacts) return cards;
+  for (const auto& contact : *book.contacts) {
+    auto card = cardFrom(*contact);
+    if (const auto found = categories.find(contact.get()); found != categories.end())
+      card["categories"] = found->second;
+    cards.push_back(std::move(card));
+  }
+  return cards;
+}
+
+VCardBook bookFromVCards(const std::string& path, const std::string& text) {
+  // Out of this process: the parser meets files from anywhere.
+  const auto said = runVCardProgram(path, "read", text);
+  std::string why = "there is no vCard in it";
+  try {
+    const auto cards = jsonFromText(said);
+    if (cards.is_array() && !cards.empty()) return bookFromCards(cards);
+  } catch (const Exception& exception) {
+    why = exception.reason();
+  }
+  throw ToolError(
+      {.object = path, .why = why, .advice = "Check the file, or say what it is with --format."});
+}
+
+std::string vCardsFromBook(const AddressBook& book) {
+  return runVCardProgram("", "write", cardsFromBook(book).dump());
 }
 
 }  // namespace tarvo::tools

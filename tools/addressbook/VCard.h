@@ -27,10 +27,9 @@ struct VCardBook {
 
 /// Reads all cards of `text`. Raises a ToolError for a text without cards or with more than
 /// kMostBookEntries, and where tarvo-vcard is not installed or gives up.
-VCardBook bookFromVCards(const std::string& operation, const std::string& path,
-                         const std::string& text);
+VCardBook bookFromVCards(const std::string& path, const std::string& text);
 /// A card a contact (vCard 3.0); groups become the categories of their members.
-std::string vCardsFromBook(const std::string& operation, const AddressBook& book);
+std::string vCardsFromBook(const AddressBook& book);
 
 // The mapping alone, without the syntax.
 
@@ -38,14 +37,5 @@ std::string vCardsFromBook(const std::string& operation, const AddressBook& book
 /// more than kMostBookEntries contacts or groups.
 VCardBook bookFromCards(const PropertyDictionary& cards);
 PropertyDictionary cardsFromBook(const AddressBook& book);
-
-// tarvo-vcard, the program that knows the syntax of vCards, as a child process.
-
-/// What the program answers to `input`; `mode` is "read" or "write". It is the one that the
-/// environment variable TARVO_VCARD names, else the one beside this program, else the installed
-/// one. Raises a ToolError about `object` where there is none, where it failed, and where it
-/// answers with more than 8 MiB or not within 30 seconds: then it is ended.
-std::string runVCardProgram(const std::string& operation, const std::string& object,
-                            const std::string& mode, const std::string& input);
 
 }  // namespace tarvo::tools

@@ -28,30 +28,40 @@ CLI::App& added(CLI::App& parent, const std::string& name, const std::string& de
   return *app;
 }
 
+/// "orders list".
+std::string nameBelowProgram(const CLI::App& app) {
+  std::string name = app.get_name();
+  for (const auto* group = app.get_parent(); group && group->get_parent();
+       group = group->get_parent())
+    name.insert(0, group->get_name() + " ");
+  return name;
+}
+
 }  // namespace
+
+CommandOptions& CommandOptions::last(CLI::Option* option) {
+  last_ = option;
+  return *this;
+}
 
 CommandOptions& CommandOptions::flag(const std::string& name, bool& value,
                                      const std::string& help) {
-  last_ = app_.add_flag(withLetter(name), value, help);
-  return *this;
+  return last(app_.add_flag(withLetter(name), value, help));
 }
 
 CommandOptions& CommandOptions::option(const std::string& name, std::string& value,
                                        const std::string& type, const std::string& help) {
-  last_ = app_.add_option(withLetter(name), value, help)->type_name(type);
-  return *this;
+  return last(app_.add_option(withLetter(name), value, help)->type_name(type));
 }
 
 CommandOptions& CommandOptions::count(const std::string& name, std::optional<std::uint64_t>& value,
                                       const std::string& help) {
-  last_ = app_.add_option(name, value, help)->type_name("N")->check(kCount);
-  return *this;
+  return last(app_.add_option(name, value, help)->type_name("N")->check(kCount));
 }
 
 CommandOptions& CommandOptions::count(const std::string& name, std::uint32_t& value,
                                       const std::string& help) {
-  last_ = app_.add_option(name, value, help)->type_name("N");
-  return *this;
+  return last(app_.add_option(name, value, help)->type_name("N"));
 }
 
 CommandOptions& CommandOptions::operand(const std::string& name, std::string& value,
@@ -61,11 +71,10 @@ CommandOptions& CommandOptions::operand(const std::string& name, std::string& va
 
 CommandOptions& CommandOptions::operand(const std::string& name, std::vector<std::string>& values,
                                         const std::string& help) {
-  last_ = app_.add_option(name, values, help)->type_name("");
-  return *this;
+  return last(app_.add_option(name, values, help)->type_name(""));
 }
 
-CommandOptions& CommandOptions::required() {
+CommandOptions& CommandOptions::require() {
   last_->required();
   return *this;
 }
@@ -90,19 +99,6 @@ CommandOptions& CommandOptions::more(const std::string& text) {
   app_.footer(text + "\n\n" + app_.get_footer());
   return *this;
 }
-
-namespace {
-
-/// "orders list".
-std::string nameBelowProgram(const CLI::App& app) {
-  std::string name = app.get_name();
-  for (const auto* group = app.get_parent(); group && group->get_parent();
-       group = group->get_parent())
-    name.insert(0, group->get_name() + " ");
-  return name;
-}
-
-}  // namespace
 
 CommandOptions CommandGroup::command(const std::string& name, const std::string& description,
                                      const std::string& example, Command run) {

@@ -2,12 +2,12 @@
 // has. Each file of commands has one function that adds them; CommandLine.cpp has the list of
 // those.
 //
+//   void runQuery(ToolContext& context, const QueryOptions& options);
+//
 //   void addQueryCommand(CommandGroup& root) {
-//     const auto options = std::make_shared<QueryOptions>();
-//     root.command("query", "Rows of the device's own database", "tarvoctl query 'SELECT 1'",
-//                  [options](ToolContext& context) { return runQuery(context, *options); })
-//         .operand("SQL", options->sql, "The query")
-//         .required();
+//     auto [command, options] = root.command("query", "Rows of the device's own database",
+//                                            "tarvoctl query 'SELECT 1'", runQuery);
+//     command.required("SQL", options.sql, "The query");
 //   }
 //
 // Behind it is CLI11, which only the sources of the command line know: it is slow to compile.
@@ -16,8 +16,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace CLI {
@@ -40,8 +42,8 @@ struct CommandTable {
   std::map<const CLI::Option*, std::vector<std::string>> words{};
 };
 
-/// The options and operands of one command, for one expression. The places of their values are
-/// lent and filled in by the parse, so the command itself has to own them.
+/// The options and operands of one command. The places of their values are lent and filled in by
+/// the parse, so the command itself has to own them.
 class CommandOptions {
  public:
   CommandOptions(CLI::App& app, CommandTable& table) : app_(app), table_(table) {}
@@ -57,13 +59,17 @@ class CommandOptions {
   CommandOptions& count(const std::string& name, std::optional<std::uint64_t>& value,
                         const std::string& help);
   CommandOptions& count(const std::string& name, std::uint32_t& value, const std::string& help);
-  /// By its place. It may be missing unless it is required().
+  /// By its place. It may be missing.
   CommandOptions& operand(const std::string& name, std::string& value, const std::string& help);
   CommandOptions& operand(const std::string& name, std::vector<std::string>& values,
                           const std::string& help);
+  /// An operand that may not.
+  template <typename Value>
+  CommandOptions& required(const std::string& name, Value& value, const std::string& help) {
+    return operand(name, value, help).require();
+  }
 
-  /// These three are about what was added last.
-  CommandOptions& required();
+  /// These two are about what was added last.
   CommandOptions& oneOf(std::vector<std::string> words);
   /// Only together with that option.
   CommandOptions& needs(const std::string& option);
@@ -75,9 +81,19 @@ class CommandOptions {
   CommandOptions& hidden();
 
  private:
+  CommandOptions& require();
+  CommandOptions& last(CLI::Option* option);
+
   CLI::App& app_;
   CommandTable& table_;
   CLI::Option* last_ = nullptr;
+};
+
+/// A command, and the options that it owns.
+template <typename Options>
+struct CommandWithOptions {
+  CommandOptions words;
+  Options& options;
 };
 
 /// What holds commands: the program, or a word before them. Lives as long as the CLI::App.
@@ -89,6 +105,23 @@ class CommandGroup {
   /// A command that does something. Its help ends with `example`.
   CommandOptions command(const std::string& name, const std::string& description,
                          const std::string& example, Command run);
+  /// The same of a function, which may give no status where it only ever ends well.
+  template <typename Result>
+  CommandOptions command(const std::string& name, const std::string& description,
+                         const std::string& example, Result (*run)(ToolContext&)) {
+    return command(name, description, example,
+                   Command([run](ToolContext& context) { return statusOf(run, context); }));
+  }
+  template <typename Result, typename Options>
+  CommandWithOptions<Options> command(const std::string& name, const std::string& description,
+                                      const std::string& example,
+                                      Result (*run)(ToolContext&, const Options&)) {
+    const auto options = std::make_shared<Options>();
+    return {command(name, description, example, Command([run, options](ToolContext& context) {
+                      return statusOf(run, context, *options);
+                    })),
+            *options};
+  }
   CommandGroup group(const std::string& name, const std::string& description,
                      const std::string& example);
 
@@ -96,6 +129,17 @@ class CommandGroup {
   const CommandTable& table() const { return table_; }
 
  private:
+  template <typename Result, typename... Options>
+  static int statusOf(Result (*run)(ToolContext&, const Options&...), ToolContext& context,
+                      const Options&... options) {
+    if constexpr (std::is_void_v<Result>) {
+      run(context, options...);
+      return 0;
+    } else {
+      return run(context, options...);
+    }
+  }
+
   CLI::App& app_;
   CommandTable& table_;
 };

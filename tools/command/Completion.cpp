@@ -254,13 +254,11 @@ std::string zshValue(const Argument& argument) {
 std::string zshArguments(const Outline& outline) {
   std::string text;
   for (const auto& option : outline.options) {
-    const std::string help = "[" + escaped(option.help, "\\[]:") + "]";
-    text +=
-        "\n    " + shellWord(option.value.empty() ? option.name + help
-                                                  : option.name + "=" + help + zshValue(option));
-    if (option.letter.empty()) continue;
-    text +=
-        "\n    " + shellWord(option.letter + help + (option.value.empty() ? "" : zshValue(option)));
+    const bool isFlag = option.value.empty();
+    const std::string after =
+        "[" + escaped(option.help, "\\[]:") + "]" + (isFlag ? "" : zshValue(option));
+    text += "\n    " + shellWord(option.name + (isFlag ? "" : "=") + after);
+    if (!option.letter.empty()) text += "\n    " + shellWord(option.letter + after);
   }
   int place = 0;
   for (const auto& operand : outline.operands) {

@@ -2,7 +2,6 @@
 #include <sys/time.h>
 
 #include <csignal>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -112,24 +111,22 @@ int runComplete(ToolContext& context, const CompleteOptions& options) {
   const Deadline deadline;
   try {
     Completing(context, options).run();
+    return kDone;
   } catch (const Error&) {
     return kFailed;
   } catch (const ToolError&) {
     return kFailed;
   }
-  return kDone;
 }
 
 }  // namespace
 
 void addCompleteCommand(CommandGroup& root) {
-  const auto options = std::make_shared<CompleteOptions>();
-  root.command("complete", "What a shell offers of a device", "tarvoctl complete device",
-               [options](ToolContext& context) { return runComplete(context, *options); })
-      .operand("KIND", options->kind, "What is wanted")
-      .required()
+  auto [command, options] = root.command("complete", "What a shell offers of a device",
+                                         "tarvoctl complete device", runComplete);
+  command.required("KIND", options.kind, "What is wanted")
       .oneOf({"device", "property", "store", "object"})
-      .operand("WORD", options->begun, "As far as it was typed")
+      .operand("WORD", options.begun, "As far as it was typed")
       .hidden();
 }
 

@@ -1,7 +1,6 @@
 // info: what a device is, how it does, and what it holds.
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -52,16 +51,14 @@ class DeviceInformation {
   DeviceInformation(ToolContext& context, const InfoOptions& options)
       : context_(context), options_(options), device_(openDevice(context)) {}
 
-  int run() {
+  void run() {
     if (device_.info().kind() == DeviceKind::kVolume) {
       takeVolume();
     } else {
       takeCamera();
     }
-    endIfInterrupted(context_, context_.operation);
-    if (context_.output.isJSON()) context_.output.document(json_);
-    showFields(context_.output, fields_);
-    return kDone;
+    endIfInterrupted(context_);
+    showFields(context_.output, json_, fields_);
   }
 
  private:
@@ -80,7 +77,7 @@ class DeviceInformation {
     } catch (const Exception& exception) {
       leaveOut(what, exception.reason());
     } catch (const Error& error) {
-      endIfInterrupted(context_, context_.operation);
+      endIfInterrupted(context_);
       if (error.kind() == ErrorKind::kHost && error.reason().empty()) throw;
       // What it merely refuses to tell goes without saying.
       if (!error.reason().empty()) leaveOut(what, error.reason());
@@ -122,24 +119,20 @@ class DeviceInformation {
   }
 
   void takeState(const DeviceFacts& facts) {
-    if (std::ranges::count(facts.properties(), ptp::kBatteryLevel) > 0)
-      part("the battery level", [&] { takeBattery(); });
-    part("the clock", [&] { takeClock(); });
-  }
-
-  void takeBattery() {
-    const std::uint8_t level = device_.batteryLevel();
-    json_["batteryLevel"] = level;
-    if (level == kUnknownBatteryLevel) json_["batteryLevel"] = nullptr;
-    field("Battery", batteryInWords(level));
-  }
-
-  void takeClock() {
-    const auto date = device_.clock();
-    if (!date) return;
-    json_["dateTime"] = *date;
-    if (const auto seconds = secondsAhead(*date)) json_["secondsAhead"] = *seconds;
-    field("Clock", clockInWords(*date));
+    part("the battery level", [&] {
+      if (std::ranges::count(facts.properties(), ptp::kBatteryLevel) == 0) return;
+      const std::uint8_t level = device_.batteryLevel();
+      const bool isKnown = level != kUnknownBatteryLevel;
+      json_["batteryLevel"] = isKnown ? PropertyDictionary(level) : nullptr;
+      field("Battery", isKnown ? std::to_string(level) + " %" : "unknown");
+    });
+    part("the clock", [&] {
+      const auto date = device_.clock();
+      if (!date) return;
+      json_["dateTime"] = *date;
+      if (const auto seconds = secondsAhead(*date)) json_["secondsAhead"] = *seconds;
+      field("Clock", clockInWords(*date));
+    });
   }
 
   void takeStores() {
@@ -267,17 +260,19 @@ class DeviceInformation {
   const InfoOptions& options_;
   Device device_;
   PropertyDictionary json_ = PropertyDictionary::object();
-  std::vector<std::pair<std::string, std::string>> fields_;
+  Fields fields_;
 };
+
+void runInfo(ToolContext& context, const InfoOptions& options) {
+  DeviceInformation(context, options).run();
+}
 
 }  // namespace
 
 void addInfoCommand(CommandGroup& root) {
-  const auto options = std::make_shared<InfoOptions>();
-  root.command(
-          "info", "What the device is, how it does, and what it holds", "tarvoctl info",
-          [options](ToolContext& context) { return DeviceInformation(context, *options).run(); })
-      .flag("--long", options->isLong, "Also operations, properties, formats and the location")
+  auto [command, options] = root.command(
+      "info", "What the device is, how it does, and what it holds", "tarvoctl info", runInfo);
+  command.flag("--long", options.isLong, "Also operations, properties, formats and the location")
       .more("Of a mounted card, too. With --json all of it is there.");
 }
 

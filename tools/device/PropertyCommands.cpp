@@ -1,6 +1,5 @@
 // property: the settings of a device.
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,9 +20,12 @@
 namespace tarvo::tools {
 namespace {
 
-struct PropertyOptions {
+struct PropertyGetOptions {
   std::string property{};  ///< name or code
-  std::string value{};     ///< of `set`: text, a number, or a JSON array, as the property has it
+};
+
+struct PropertySetOptions : PropertyGetOptions {
+  std::string value{};  ///< text, a number, or a JSON array, as the property has it
 };
 
 std::string codeText(std::uint16_t code) {
@@ -35,10 +37,10 @@ std::string nameAndCode(std::uint16_t code) {
   return name == codeText(code) ? name : name + " (" + codeText(code) + ")";
 }
 
-std::uint16_t propertyArgument(const std::string& operation, const std::string& text) {
+std::uint16_t propertyArgument(const std::string& text) {
   if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
   const std::uint16_t code = propertyCode(text);
-  if (code == 0) refuseUsage(operation, "'" + text + "' is neither a property's name nor its code");
+  if (code == 0) refuseUsage("'" + text + "' is neither a property's name nor its code");
   return code;
 }
 
@@ -91,38 +93,27 @@ std::string misfitAdvice(std::uint16_t code) {
   return "'tarvoctl property get " + codeText(code) + "' shows what does.";
 }
 
-/// The library's error about a property, which has a name here.
-ToolError failed(const ToolContext& context, const Error& error, std::uint16_t code) {
-  Failure failure = failureOf(context, error, nameAndCode(code));
-  if (error.kind() == ErrorKind::kMisuse) failure.advice = misfitAdvice(code);
-  return ToolError(std::move(failure));
-}
-
-/// Asks the device for a property, or tells it.
+/// Asks the device for a property, or tells it. What the library raises has its name then.
 template <typename Work>
 auto ofProperty(const ToolContext& context, std::uint16_t code, const Work& work) {
   try {
     return work();
   } catch (const Error& error) {
-    endIfInterrupted(context, context.operation);
-    throw failed(context, error, code);
+    endIfInterrupted(context);
+    Failure failure = failureOf(error, nameAndCode(code));
+    if (error.kind() == ErrorKind::kMisuse) failure.advice = misfitAdvice(code);
+    throw ToolError(failure);
   }
 }
 
-PropertyInfo propertyOf(const ToolContext& context, Device& device, std::uint16_t code) {
-  return ofProperty(context, code, [&] { return device.property(code); });
-}
-
 /// The value as it is to be sent: a date may be given as it is shown.
-std::string valueToSend(const ToolContext& context, std::uint16_t code,
-                        const PropertyInfo& property, const std::string& text) {
+std::string valueToSend(std::uint16_t code, const PropertyInfo& property, const std::string& text) {
   // Of one that cannot be set something else is said.
   if (code != ptp::kDateTime || property.type() != kPTPString || !property.isWritable())
     return text;
   if (auto date = ptpDateFromWords(text)) return *std::move(date);
   throw ToolError(
-      {.operation = context.operation,
-       .object = nameAndCode(code),
+      {.object = nameAndCode(code),
        .status = status::kBadParameter,
        .why = "'" + text + "' does not fit: a date is '2024-06-15 12:00:00' or '20240615T120000'",
        .advice = misfitAdvice(code)});
@@ -136,12 +127,9 @@ PropertyDictionary jsonOfValue(const PTPPropertyDescription& description, const 
   return number ? PropertyDictionary(*number) : jsonFromText(text);
 }
 
-/// Every property that the device lists, with its value.
 int runPropertyList(ToolContext& context) {
   Device device = openCamera(context);
-  Listing listing(context.output, {{"CODE"}, {"NAME"}, {"ACCESS"}, {"VALUE"}, {"ALLOWED"}},
-                  Listing::kWhole);
-  int exitCode = kDone;
+  Listing listing(context.output, {{"CODE"}, {"NAME"}, {"ACCESS"}, {"VALUE"}, {"ALLOWED"}});
   for (const std::uint16_t code : device.facts().properties()) {
     try {
       const PropertyInfo property = device.property(code);
@@ -151,46 +139,38 @@ int runPropertyList(ToolContext& context) {
                    property.isWritable() ? "read and write" : "read only",
                    valueInWords(description, description.current), formInWords(description)});
     } catch (const Error& error) {
-      endIfInterrupted(context, context.operation);
-      exitCode = kFailed;
-      listing.addFailure({{"code", code}, {"name", propertyName(code)}},
-                         failed(context, error, code).failure());
-      if (error.endsDevice()) break;
+      const PropertyDictionary json = {{"code", code}, {"name", propertyName(code)}};
+      if (!addFailure(context, listing, json, error, nameAndCode(code))) break;
     }
   }
-  listing.finish();
-  return exitCode;
+  return listing.finish();
 }
 
-int runPropertyGet(ToolContext& context, const PropertyOptions& options) {
-  const std::uint16_t code = propertyArgument(context.operation, options.property);
+void runPropertyGet(ToolContext& context, const PropertyGetOptions& options) {
+  const std::uint16_t code = propertyArgument(options.property);
   Device device = openCamera(context);
-  const PropertyInfo property = propertyOf(context, device, code);
+  const auto property = ofProperty(context, code, [&] { return device.property(code); });
   const auto& description = library::recordOf(property);
-  if (context.output.isJSON()) context.output.document(propertyAsJSON(description));
-  std::vector<std::pair<std::string, std::string>> fields = {
-      {"Property", nameAndCode(code)},
-      {"Value", valueInWords(description, description.current)},
-      {"Default", valueInWords(description, description.factoryDefault)},
-      {"Access", description.isWritable ? "read and write" : "read only"}};
+  Fields fields = {{"Property", nameAndCode(code)},
+                   {"Value", valueInWords(description, description.current)},
+                   {"Default", valueInWords(description, description.factoryDefault)},
+                   {"Access", description.isWritable ? "read and write" : "read only"}};
   if (const auto allowed = formInWords(description); !allowed.empty())
     fields.emplace_back("Allowed", allowed);
-  showFields(context.output, fields);
-  return kDone;
+  showFields(context.output, propertyAsJSON(description), fields);
 }
 
 /// Refuses a value that does not fit the property's type, and one for a read-only property.
-int runPropertySet(ToolContext& context, const PropertyOptions& options) {
-  const std::uint16_t code = propertyArgument(context.operation, options.property);
+void runPropertySet(ToolContext& context, const PropertySetOptions& options) {
+  const std::uint16_t code = propertyArgument(options.property);
   Device device = openCamera(context);
-  const PropertyInfo property = propertyOf(context, device, code);
-  const std::string value = valueToSend(context, code, property, options.value);
+  const auto property = ofProperty(context, code, [&] { return device.property(code); });
+  const std::string value = valueToSend(code, property, options.value);
   ofProperty(context, code, [&] { device.setProperty(code, value); });
   context.output.result({{"code", code},
                          {"name", propertyName(code)},
                          {"value", jsonOfValue(library::recordOf(property), value)}},
                         nameAndCode(code) + "  " + options.value);
-  return kDone;
 }
 
 }  // namespace
@@ -198,20 +178,13 @@ int runPropertySet(ToolContext& context, const PropertyOptions& options) {
 void addPropertyCommands(CommandGroup& root) {
   auto group = root.group("property", "The settings of the device", "tarvoctl property list");
   group.command("list", "Every property with its value", "tarvoctl property list", runPropertyList);
-  const auto options = std::make_shared<PropertyOptions>();
-  group
-      .command("get", "One property, and what it may be set to",
-               "tarvoctl property get BatteryLevel",
-               [options](ToolContext& context) { return runPropertyGet(context, *options); })
-      .operand("PROPERTY", options->property, "Name or code")
-      .required();
-  group
-      .command("set", "Set a property", "tarvoctl property set DateTime 20261124T120000",
-               [options](ToolContext& context) { return runPropertySet(context, *options); })
-      .operand("PROPERTY", options->property, "Name or code")
-      .required()
-      .operand("VALUE", options->value, "Text, number, or JSON array, as 'get' shows it")
-      .required()
+  auto [get, asked] = group.command("get", "One property, and what it may be set to",
+                                    "tarvoctl property get BatteryLevel", runPropertyGet);
+  get.required("PROPERTY", asked.property, "Name or code");
+  auto [set, told] = group.command(
+      "set", "Set a property", "tarvoctl property set DateTime 20261124T120000", runPropertySet);
+  set.required("PROPERTY", told.property, "Name or code")
+      .required("VALUE", told.value, "Text, number, or JSON array, as 'get' shows it")
       .more("A date is given as it is shown.");
 }
 

@@ -1,6 +1,5 @@
 // storage: the stores of a device.
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,16 +22,15 @@ struct FormatOptions {
 
 constexpr std::uint32_t kUnknownImages = 0xFFFFFFFF;
 
-std::uint32_t storeToFormat(const ToolContext& context, Device& device, const std::string& chosen) {
-  if (!chosen.empty()) return storeArgument(context, device, chosen);
+std::uint32_t storeToFormat(Device& device, const std::string& chosen) {
+  if (!chosen.empty()) return storeArgument(device, chosen);
   const auto stores = device.storeIDs();
   if (stores.size() == 1) return stores.front();
   std::vector<std::string> known;
   known.reserve(stores.size());
   for (const std::uint32_t store : stores)
     known.push_back(handleText(store));
-  refuseUsage(context.operation,
-              stores.empty() ? "the device has no store" : "say which store: " + joined(known));
+  refuseUsage(stores.empty() ? "the device has no store" : "say which store: " + joined(known));
 }
 
 /// ", 12 objects, 1.2 GB,": as far as the device tells.
@@ -70,42 +68,34 @@ void list(Listing& listing, const StoreInfo& store) {
 /// Every store with its room; one that cannot be read is said and does not end the list.
 int runStorageList(ToolContext& context) {
   Device device = openCamera(context);
-  Listing listing(context.output,
-                  {{"STORE"},
-                   {"TYPE"},
-                   {"ACCESS"},
-                   {"SIZE", 0, true},
-                   {"FREE", 0, true},
-                   {"PICTURES", 0, true},
-                   {"LABEL"}},
-                  Listing::kWhole);
-  int exitCode = kDone;
+  Listing listing(context.output, {{"STORE"},
+                                   {"TYPE"},
+                                   {"ACCESS"},
+                                   {"SIZE", 0, true},
+                                   {"FREE", 0, true},
+                                   {"PICTURES", 0, true},
+                                   {"LABEL"}});
   for (const std::uint32_t store : device.storeIDs()) {
     try {
       list(listing, device.store(store));
     } catch (const Error& error) {
-      endIfInterrupted(context, context.operation);
-      exitCode = kFailed;
-      listing.addFailure({{"storageID", store}}, failureOf(context, error));
-      if (error.endsDevice()) break;
+      if (!addFailure(context, listing, {{"storageID", store}}, error)) break;
     }
   }
-  listing.finish();
-  return exitCode;
+  return listing.finish();
 }
 
 /// Deletes everything in a store, after a question. Without a terminal to ask on it needs --yes.
-int runStorageFormat(ToolContext& context, const FormatOptions& options) {
-  const Consent consent(context, context.operation, options.yes, "delete everything in the store");
+void runStorageFormat(ToolContext& context, const FormatOptions& options) {
+  const Consent consent(context, options.yes, "delete everything in the store");
   Device device = openCamera(context);
-  const std::uint32_t store = storeToFormat(context, device, options.store);
+  const std::uint32_t store = storeToFormat(device, options.store);
   consent.require("Delete everything in store " + handleText(store) +
                       contentInWords(device, store) + " of " + device.facts().name() + "?",
                   "nothing was deleted");
   device.formatStore(store);
   context.output.result({{"storageID", store}, {"formatted", true}},
                         "Store " + handleText(store) + " is empty.");
-  return kDone;
 }
 
 }  // namespace
@@ -113,12 +103,11 @@ int runStorageFormat(ToolContext& context, const FormatOptions& options) {
 void addStorageCommands(CommandGroup& root) {
   auto storage = root.group("storage", "The stores of the device", "tarvoctl storage list");
   storage.command("list", "Every store with its room", "tarvoctl storage list", runStorageList);
-  const auto options = std::make_shared<FormatOptions>();
-  storage
-      .command("format", "Delete everything in a store", "tarvoctl storage format 0x00010001 --yes",
-               [options](ToolContext& context) { return runStorageFormat(context, *options); })
-      .operand("STORE", options->store, "Its label or its id; the only store where there is one")
-      .flag("--yes", options->yes, "Do not ask");
+  auto [format, options] =
+      storage.command("format", "Delete everything in a store",
+                      "tarvoctl storage format 0x00010001 --yes", runStorageFormat);
+  format.operand("STORE", options.store, "Its label or its id; the only store where there is one")
+      .flag("--yes", options.yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -124,24 +123,22 @@ Finding lookAtRelay(const ToolContext&) {
               "is plugged in, but tarvoctl works."};
 }
 
-using Bus = std::unique_ptr<GDBusConnection, decltype(&g_object_unref)>;
-
 /// Null, with the reason, where it cannot be reached. No bus is started for it.
-Bus busOf(GBusType type, std::string& why) {
+GDBusConnection* busOf(GBusType type, std::string& why) {
   const fs::path runtime = g_get_user_runtime_dir();
   const bool isNamed = std::getenv("DBUS_SESSION_BUS_ADDRESS") || fs::exists(runtime / "bus");
-  g_autoptr(GError) error = nullptr;
-  Bus bus(nullptr, g_object_unref);
   if (type == G_BUS_TYPE_SESSION && !isNamed) {
     why = "there is none";
-    return bus;
+    return nullptr;
   }
+  g_autoptr(GError) error = nullptr;
   g_autofree char* address = g_dbus_address_get_for_bus_sync(type, nullptr, &error);
   const auto flags =
       static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
                                         G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-  if (address)
-    bus.reset(g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error));
+  auto* const bus =
+      address ? g_dbus_connection_new_for_address_sync(address, flags, nullptr, nullptr, &error)
+              : nullptr;
   if (!bus) why = "it cannot be reached: " + std::string(error->message);
   return bus;
 }
@@ -160,21 +157,11 @@ GVariant* answerOf(GDBusConnection* bus, const char* name, const char* path, con
   return answer;
 }
 
-bool hasOwner(GDBusConnection* bus, const char* name) {
+/// Whether `method` of the bus itself lists that name: those that run, or that can be started.
+bool lists(GDBusConnection* bus, const char* method, const char* name) {
   std::string why;
-  gboolean has = FALSE;
-  g_autoptr(GVariant) answer =
-      answerOf(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-               "NameHasOwner", g_variant_new("(s)", name), why);
-  if (answer) g_variant_get(answer, "(b)", &has);
-  return has != FALSE;
-}
-
-bool canBeStarted(GDBusConnection* bus, const char* name) {
-  std::string why;
-  g_autoptr(GVariant) answer =
-      answerOf(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-               "ListActivatableNames", nullptr, why);
+  g_autoptr(GVariant) answer = answerOf(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                        "org.freedesktop.DBus", method, nullptr, why);
   if (!answer) return false;
   g_autofree const char** names = nullptr;
   g_variant_get(answer, "(^a&s)", &names);
@@ -183,7 +170,8 @@ bool canBeStarted(GDBusConnection* bus, const char* name) {
 
 Finding lookAtSessionBus(const ToolContext&) {
   std::string why;
-  if (busOf(G_BUS_TYPE_SESSION, why)) return {.isWell = true, .found = "it answers"};
+  g_autoptr(GDBusConnection) bus = busOf(G_BUS_TYPE_SESSION, why);
+  if (bus) return {.isWell = true, .found = "it answers"};
   return {.found = why,
           .mend =
               "Log in at the screen; a session without a desktop needs the package "
@@ -193,9 +181,9 @@ Finding lookAtSessionBus(const ToolContext&) {
 Finding lookAtUnit(const ToolContext&) {
   constexpr const char* kEnable = "Run 'systemctl --user enable --now tarvo-agent.service'.";
   std::string why;
-  const auto bus = busOf(G_BUS_TYPE_SESSION, why);
+  g_autoptr(GDBusConnection) bus = busOf(G_BUS_TYPE_SESSION, why);
   g_autoptr(GVariant) answer =
-      bus ? answerOf(bus.get(), "org.freedesktop.systemd1", "/org/freedesktop/systemd1",
+      bus ? answerOf(bus, "org.freedesktop.systemd1", "/org/freedesktop/systemd1",
                      "org.freedesktop.systemd1.Manager", "GetUnitFileState",
                      g_variant_new("(s)", kUnit), why)
           : nullptr;
@@ -212,8 +200,8 @@ Finding lookAtUnit(const ToolContext&) {
 
 Finding lookAtAgent(const ToolContext&) {
   std::string why;
-  const auto bus = busOf(G_BUS_TYPE_SESSION, why);
-  if (bus && hasOwner(bus.get(), kAgent)) return {.isWell = true, .found = "it runs"};
+  g_autoptr(GDBusConnection) bus = busOf(G_BUS_TYPE_SESSION, why);
+  if (bus && lists(bus, "ListNames", kAgent)) return {.isWell = true, .found = "it runs"};
   return {.found = "it does not run",
           .mend =
               "Run 'systemctl --user start tarvo-agent.service'; 'journalctl --user -u "
@@ -222,8 +210,8 @@ Finding lookAtAgent(const ToolContext&) {
 
 Finding lookAtDisks(const ToolContext&) {
   std::string why;
-  const auto bus = busOf(G_BUS_TYPE_SYSTEM, why);
-  if (bus && (hasOwner(bus.get(), kDisks) || canBeStarted(bus.get(), kDisks)))
+  g_autoptr(GDBusConnection) bus = busOf(G_BUS_TYPE_SYSTEM, why);
+  if (bus && (lists(bus, "ListNames", kDisks) || lists(bus, "ListActivatableNames", kDisks)))
     return {.isWell = true, .found = "it is there"};
   if (!bus)
     return {.found = "the system bus: " + why,

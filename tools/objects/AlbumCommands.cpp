@@ -1,7 +1,6 @@
 // albums and favourites: what a device keeps about its pictures, beside them.
 #include <glib.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -21,20 +20,27 @@
 namespace tarvo::tools {
 namespace {
 
-struct AlbumOptions {
+struct AlbumsGetOptions {
   std::string file{};
-  bool overwrite = false;  ///< of this computer's file
-  bool yes = false;        ///< does not ask
+  bool overwrite = false;
+};
+
+struct AlbumsPutOptions {
+  std::string file{};
+  bool yes = false;  ///< does not ask
+};
+
+struct FavouritesDeleteOptions {
+  bool yes = false;
 };
 
 /// The header of an LCB block, whose last byte counts the records.
 constexpr std::size_t kLCBCount = 31;
 
-std::vector<std::byte> requiredNames(const ToolContext& context, Device& device) {
+std::vector<std::byte> requiredNames(Device& device) {
   auto names = VendorExtension(device).albumNames();
   if (names) return *std::move(names);
-  throw ToolError({.operation = context.operation,
-                   .object = device.facts().name(),
+  throw ToolError({.object = device.facts().name(),
                    .status = status::kFileNotFound,
                    .why = "it keeps no file of album names",
                    .advice = "'tarvoctl albums put' sends one."});
@@ -49,50 +55,36 @@ std::optional<std::string> textOf(const std::vector<std::byte>& content) {
 
 /// A row each. Not by 'ls': albums and favourites are records of the vendor's, which no folder
 /// holds.
-int listObjects(ToolContext& context, Device& device, const std::vector<std::uint32_t>& handles) {
-  Listing listing(context.output, {{"HANDLE"}, {"SIZE", 0, true}, {"DATE"}, {"NAME"}},
-                  Listing::kWhole);
-  int exitCode = kDone;
-  for (const std::uint32_t handle : handles) {
-    endIfInterrupted(context, context.operation);
+template <std::vector<std::uint32_t> (VendorExtension::*handles)()>
+int listObjects(ToolContext& context) {
+  Device device = openCamera(context);
+  Listing listing(context.output, {{"HANDLE"}, {"SIZE", 0, true}, {"DATE"}, {"NAME"}});
+  for (const std::uint32_t handle : (VendorExtension(device).*handles)()) {
+    endIfInterrupted(context);
     try {
       const ObjectInfo object = device.object(handle);
       listing.add({{"handle", handle}, {"name", validUTF8(object.name())}, {"size", object.size()}},
                   {handleText(handle), sizeInWords(object.size()),
                    dateInWords(object.captureDate()), object.name()});
     } catch (const Error& error) {
-      endIfInterrupted(context, context.operation);
-      exitCode = kFailed;
-      listing.addFailure({{"handle", handle}}, failureOf(context, error));
-      // The next question would only cost another time-out.
-      if (error.endsDevice()) break;
+      if (!addFailure(context, listing, {{"handle", handle}}, error)) break;
     }
   }
-  listing.finish();
-  if (handles.empty()) context.output.message("There are none.");
-  return exitCode;
+  return listing.finish("There are none.");
 }
 
 /// By its ending the device knows what a file is.
-void refuseOtherFiles(const ToolContext& context, const std::string& path) {
+void refuseOtherFiles(const std::string& path) {
   if (lowerCaseExtension(path) == "lcb") return;
-  throw ToolError({.operation = context.operation,
-                   .object = path,
+  throw ToolError({.object = path,
                    .status = status::kFileTypeNotFound,
                    .why = "a file of album names ends in .lcb",
                    .advice = "Rename it; nothing was sent."});
 }
 
-/// The albums of the device, an object each.
-int runAlbumsList(ToolContext& context) {
+void runAlbumsShow(ToolContext& context) {
   Device device = openCamera(context);
-  return listObjects(context, device, VendorExtension(device).albums());
-}
-
-/// What the device's file of album names holds.
-int runAlbumsShow(ToolContext& context) {
-  Device device = openCamera(context);
-  const auto content = requiredNames(context, device);
+  const auto content = requiredNames(device);
   const bool isBlock = isValidLCB(content);
   const auto text = textOf(content);
   if (context.output.isJSON()) {
@@ -109,35 +101,30 @@ int runAlbumsShow(ToolContext& context) {
   } else {
     context.output.line(sizeInWords(content.size()) + ", neither text nor a sound block.");
   }
-  return kDone;
 }
 
-/// That file as a file here.
-int runAlbumsGet(ToolContext& context, const AlbumOptions& options) {
+void runAlbumsGet(ToolContext& context, const AlbumsGetOptions& options) {
   Device device = openCamera(context);
   // Before the device is asked: a folder that is not there ends the command at once.
-  const auto target = resolvedTarget(context.operation, options.file, true);
-  const auto content = requiredNames(context, device);
+  const auto target = resolvedTarget(options.file, true);
+  const auto content = requiredNames(device);
   const auto made =
       writeWhole({.folder = target.folder,
                   .name = target.name.value_or("albums.lcb"),
                   .existing = options.overwrite ? ExistingFile::kOverwrite : ExistingFile::kRefuse},
                  content);
   if (made.status != status::kOK)
-    throw ToolError({.operation = context.operation,
-                     .object = made.path,
+    throw ToolError({.object = made.path,
                      .status = made.status,
                      .why = made.why,
                      .advice = made.status == status::kDuplicateFile ? "Use --overwrite." : ""});
   context.output.result({{"path", validUTF8(made.path)}, {"size", content.size()}}, made.path);
-  return kDone;
 }
 
-/// A file in its place. Keeps the old one.
-int runAlbumsPut(ToolContext& context, const AlbumOptions& options) {
-  refuseOtherFiles(context, options.file);
-  const Consent consent(context, context.operation, options.yes, "replace the album names");
-  const auto content = readInput(context, context.operation, options.file);
+void runAlbumsPut(ToolContext& context, const AlbumsPutOptions& options) {
+  refuseOtherFiles(options.file);
+  const Consent consent(context, options.yes, "replace the album names");
+  const auto content = readInput(context, options.file);
   // Said and sent all the same: a device may know another form.
   if (!isValidLCB(content))
     context.output.message("Note: " + options.file +
@@ -150,32 +137,24 @@ int runAlbumsPut(ToolContext& context, const AlbumOptions& options) {
   consent.require("Replace the album names of " + facts.name() + "?", "nothing was changed");
   std::string backup;
   if (former) {
-    backup = keepFile(context.operation, facts.serial(), Kept::kBackup, "albums", "lcb", *former);
+    backup = keepFile(facts.serial(), Kept::kBackup, "albums", "lcb", *former);
     context.output.message("The old file is kept in " + backup + ".");
   }
   try {
     extension.setAlbumNames(options.file);
   } catch (const Error& error) {
-    endIfInterrupted(context, context.operation);
-    auto failure = failureOf(context, error);
+    endIfInterrupted(context);
+    auto failure = failureOf(error);
     if (!backup.empty()) failure.advice = "'tarvoctl albums put " + backup + "' puts them back.";
     throw ToolError(failure);
   }
   PropertyDictionary json = {{"file", validUTF8(options.file)}, {"size", content.size()}};
   if (!backup.empty()) json["backup"] = validUTF8(backup);
   context.output.result(json, options.file);
-  return kDone;
 }
 
-/// The pictures that are marked as favourites.
-int runFavouritesList(ToolContext& context) {
-  Device device = openCamera(context);
-  return listObjects(context, device, VendorExtension(device).favourites());
-}
-
-/// Deletes all of them.
-int runFavouritesDelete(ToolContext& context, const AlbumOptions& options) {
-  const Consent consent(context, context.operation, options.yes, "delete favourites");
+void runFavouritesDelete(ToolContext& context, const FavouritesDeleteOptions& options) {
+  const Consent consent(context, options.yes, "delete favourites");
   Device device = openCamera(context);
   VendorExtension extension(device);
   std::size_t deleted = 0;
@@ -189,37 +168,32 @@ int runFavouritesDelete(ToolContext& context, const AlbumOptions& options) {
     context.output.message("There are none.");
   }
   if (context.output.isJSON()) context.output.document({{"deleted", deleted}, {"left", 0}});
-  return kDone;
 }
 
 }  // namespace
 
 void addAlbumCommands(CommandGroup& root) {
   auto albums = root.group("albums", "Albums and their names", "tarvoctl albums show");
-  albums.command("list", "Every album on the device", "tarvoctl albums list", runAlbumsList);
+  albums.command("list", "Every album on the device", "tarvoctl albums list",
+                 listObjects<&VendorExtension::albums>);
   albums.command("show", "What the file of album names holds", "tarvoctl albums show",
                  runAlbumsShow);
-  const auto options = std::make_shared<AlbumOptions>();
-  albums
-      .command("get", "Fetch that file", "tarvoctl albums get albums.lcb",
-               [options](ToolContext& context) { return runAlbumsGet(context, *options); })
-      .operand("FILE", options->file, "Its name here")
-      .required()
-      .flag("--overwrite", options->overwrite, "Replace a file that is there");
-  albums
-      .command("put", "Send a file in its place", "tarvoctl albums put albums.lcb --yes",
-               [options](ToolContext& context) { return runAlbumsPut(context, *options); })
-      .operand("FILE", options->file, "A file whose name ends in .lcb")
-      .required()
-      .flag("--yes", options->yes, "Do not ask")
+  auto [get, fetched] =
+      albums.command("get", "Fetch that file", "tarvoctl albums get albums.lcb", runAlbumsGet);
+  get.required("FILE", fetched.file, "Its name here")
+      .flag("--overwrite", fetched.overwrite, "Replace a file that is there");
+  auto [put, sent] = albums.command("put", "Send a file in its place",
+                                    "tarvoctl albums put albums.lcb --yes", runAlbumsPut);
+  put.required("FILE", sent.file, "A file whose name ends in .lcb")
+      .flag("--yes", sent.yes, "Do not ask")
       .more("The old one is kept here.");
   auto favourites = root.group("favourites", "Pictures that are marked as favourites",
                                "tarvoctl favourites list");
-  favourites.command("list", "Every favourite", "tarvoctl favourites list", runFavouritesList);
-  favourites
-      .command("delete", "Delete all of them", "tarvoctl favourites delete --yes",
-               [options](ToolContext& context) { return runFavouritesDelete(context, *options); })
-      .flag("--yes", options->yes, "Do not ask");
+  favourites.command("list", "Every favourite", "tarvoctl favourites list",
+                     listObjects<&VendorExtension::favourites>);
+  auto [remove, options] = favourites.command(
+      "delete", "Delete all of them", "tarvoctl favourites delete --yes", runFavouritesDelete);
+  remove.flag("--yes", options.yes, "Do not ask");
 }
 
 }  // namespace tarvo::tools

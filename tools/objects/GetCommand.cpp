@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <functional>
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -49,11 +48,6 @@ bool isOneObject(const FetchOptions& options) {
          options.objects.front().find_first_of("*?[") == std::string::npos;
 }
 
-LocalTarget targetOf(const std::string& operation, const FetchOptions& options) {
-  if (!options.dryRun) return resolvedTarget(operation, options.output, isOneObject(options));
-  return {.folder = options.output.empty() ? "." : options.output};
-}
-
 /// What came of an object, where it is kept; empty where nothing is.
 std::string keptInWords(const Error& error, const std::string& name) {
   if (error.part().empty()) return {};
@@ -67,200 +61,26 @@ std::string afterInterruption(const FetchOptions& options) {
          " goes on there.";
 }
 
-/// Where the files of a run go, what becomes of those that are there, and what there is no room
-/// for. Main thread only. What is only new counts as there by its name, size and date, else by its
-/// content; its name gets a number where another file has it.
-class FetchRun {
- public:
-  /// Makes the folder where it is missing. Raises as resolvedTarget(). All are lent.
-  FetchRun(ToolContext& context, const FetchOptions& options);
-
-  const std::string& folder() const { return target_.folder; }
-  /// Each object of the run, before the first passesOver().
-  void expect(const ObjectInfo& object);
-  /// Whether somebody is to be told how much of the volume is to come: who watches, and who may not
-  /// have room for all that it can hold.
-  bool needsSum(const Device& volume) const;
-  /// Tells before anything is fetched how much is to come, and what has no room.
-  void tellSum(std::size_t count, std::uint64_t bytes);
-  /// Whether it is only new and the folder has it. Unless this only `looksAhead`, the file is no
-  /// other object's then.
-  bool passesOver(const ObjectInfo& object, bool looksAhead = false);
-  /// Of what is fetched of it.
-  std::uint64_t sizeOf(const ObjectInfo& object) const {
-    return options_.thumbnails ? object.thumbnailSize() : object.size();
-  }
-  /// Fetches it, as a result of `batch`; `json` is what is known of it.
-  void fetch(Device& device, Batch& batch, const ObjectInfo& object, PropertyDictionary json);
-
- private:
-  /// Of a folder that lies below the target, or of that itself.
-  DownloadOptions downloadOptions(const std::string& below);
-  /// The folder of an object's file below the target, with a slash before it; mostly empty.
-  std::string folderOf(const ObjectInfo& object) const;
-  DownloadRun& runOf(const ObjectInfo& object);
-  void makeFolderOf(const ObjectInfo& object) const;
-  void foretell(Batch& batch, const ObjectInfo& object, PropertyDictionary json) const;
-  void fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json, const Error& error);
-
-  ToolContext& context_;
-  const FetchOptions& options_;
-  LocalTarget target_;
-  Progress progress_;
-  std::map<std::string, DownloadRun> runs_;  ///< one a folder
-  bool isFull_ = false;
-};
-
-FetchRun::FetchRun(ToolContext& context, const FetchOptions& options)
-    : context_(context),
-      options_(options),
-      target_(targetOf(context.operation, options)),
-      progress_(context.output, context.interrupt,
-                isOneObject(options) ? 1 : options.objects.size()) {}
-
-std::string FetchRun::folderOf(const ObjectInfo& object) const {
-  std::string folder;
-  std::string_view path = object.path();
-  // A name may be anything; each part stays one name below the target.
-  for (auto end = path.find('/'); options_.tree && end != path.npos; end = path.find('/')) {
-    folder += "/" + safeFileName(path.substr(0, end)).value_or("_");
-    path.remove_prefix(end + 1);
-  }
-  return folder;
-}
-
-DownloadRun& FetchRun::runOf(const ObjectInfo& object) {
-  const std::string below = folderOf(object);
-  const auto known = runs_.find(below);
-  if (known != runs_.end()) return known->second;
-  return runs_.emplace(below, DownloadRun(downloadOptions(below))).first->second;
-}
-
-void FetchRun::makeFolderOf(const ObjectInfo& object) const {
-  if (options_.tree) makeFolder(context_.operation, target_.folder + folderOf(object));
-}
-
-DownloadOptions FetchRun::downloadOptions(const std::string& below) {
-  DownloadOptions options;
-  options.folder(target_.folder + below).thumbnail(options_.thumbnails);
-  if (target_.name) options.name(*target_.name);
-  if (options_.keepBoth) options.existing(Existing::kKeepBoth);
-  // A picture that is new may bear the name of one that is there: cameras count from 1 again after
-  // a reset.
-  if (options_.onlyNew) options.existing(Existing::kKeepOthers);
-  if (options_.overwrite) options.existing(Existing::kOverwrite);
-  return options
-      .begin([this](const ObjectInfo& object) { progress_.begin(object.name(), sizeOf(object)); })
-      .progress(progress_.callback());
-}
-
-void FetchRun::expect(const ObjectInfo& object) {
-  if (options_.onlyNew) runOf(object).expect(object);
-}
-
-bool FetchRun::needsSum(const Device& volume) const {
-  const auto here = fileSystemSizeOf(target_.folder);
-  const auto there = fileSystemSizeOf(volume.info().path());
-  return context_.output.showsStatus() || (here && !(there && there->whole <= here->free));
-}
-
-void FetchRun::tellSum(std::size_t count, std::uint64_t bytes) {
-  progress_.expect(count);
-  // A warning and no refusal: what fits is worth fetching, and somebody may make room meanwhile.
-  const auto here = fileSystemSizeOf(target_.folder);
-  if (!here || bytes <= here->free) return;
-  context_.output.message("There is no room for all that is to be fetched (" +
-                          counted(count, "files") + ", " + sizeInWords(bytes) +
-                          "): " + sizeInWords(here->free) + " are free in '" + target_.folder +
-                          "', " + sizeInWords(bytes - here->free) + " are missing.");
-}
-
-bool FetchRun::passesOver(const ObjectInfo& object, bool looksAhead) {
-  return options_.onlyNew && runOf(object).isThere(object, looksAhead);
-}
-
-void FetchRun::foretell(Batch& batch, const ObjectInfo& object, PropertyDictionary json) const {
-  const std::string path =
-      target_.folder + folderOf(object) + "/" + safeFileName(object.name()).value_or("");
-  std::error_code ignored;
-  const bool isRefused = !options_.overwrite && !options_.keepBoth && !options_.onlyNew &&
-                         !options_.thumbnails && std::filesystem::exists(path, ignored);
-  if (isRefused)
-    return batch.failed(std::move(json), Failure{.object = path, .status = status::kDuplicateFile});
-  const std::uint64_t size = sizeOf(object);
-  json["size"] = size;
-  json["dryRun"] = true;
-  batch.succeeded(json, objectInWords(object) + ", " + sizeInWords(size), size);
-}
-
-void FetchRun::fetch(Device& device, Batch& batch, const ObjectInfo& object,
-                     PropertyDictionary json) {
-  if (options_.dryRun) return foretell(batch, object, std::move(json));
-  const std::uint64_t size = sizeOf(object);
-  // Once full is full for all: the next object would only be cut, too.
-  if (isFull_) {
-    batch.left(std::move(json),
-               {.object = objectInWords(object),
-                .status = status::kIOError,
-                .why = "there is no room left"},
-               size);
-    return;
-  }
-  try {
-    makeFolderOf(object);
-    const auto file = device.download(object, runOf(object));
-    progress_.end();
-    if (file.wasThere()) return batch.skipped();
-    json["path"] = validUTF8(file.path());
-    json["size"] = file.size();
-    if (file.resumed() > 0) json["resumed"] = file.resumed();
-    batch.succeeded(json, file.path(), file.size());
-  } catch (const Error& error) {
-    progress_.end();
-    fail(batch, object, std::move(json), error);
-  } catch (const ToolError& error) {
-    batch.failed(std::move(json), error.failure());
-  }
-}
-
-void FetchRun::fail(Batch& batch, const ObjectInfo& object, PropertyDictionary json,
-                    const Error& error) {
-  isFull_ = isFull_ || error.kind() == ErrorKind::kDiskFull;
-  std::string why = keptInWords(error, object.name());
-  if (!why.empty()) {
-    json["part"] = validUTF8(error.part());
-    json["kept"] = error.kept();
-  }
-  // That a file is there is all that there is to say.
-  if (!error.reason().empty() && error.kind() != ErrorKind::kExists)
-    why = error.reason() + (why.empty() ? "" : "; ") + why;
-  const bool hasNoRoom =
-      error.kind() == ErrorKind::kDiskFull || error.kind() == ErrorKind::kTooLarge;
-  if (!hasNoRoom) return batch.failed(std::move(json), error, "", why);
-  Failure failure = failureOf(error);
-  failure.why = why;
-  batch.left(std::move(json), std::move(failure), sizeOf(object));
-}
-
 /// One run: each object is a file of its own, whole or not at all. All are looked for first where
-/// something is to be said or to be known beforehand.
+/// something is to be said or to be known beforehand. What is only new counts as there by its name,
+/// size and date, else by its content; its name gets a number where another file has it.
 class Fetching {
  public:
   Fetching(ToolContext& context, const FetchOptions& options)
       : context_(context),
         options_(options),
-        sieve_(context, options.filter),
-        // Options that make no sense are a mistake whether there is a device or not.
-        run_(context, checked(context.operation, options, sieve_)),
+        sieve_(options.filter),
+        target_(target()),
+        progress_(context.output, context.interrupt,
+                  isOneObject(options) ? 1 : options.objects.size()),
         device_(openDevice(context, options.onlyVolumes)),
         isVolume_(device_.info().kind() == DeviceKind::kVolume),
         batch_(context, std::string(options.thumbnails ? "thumbnails" : "files") +
                             (options.dryRun ? " would be fetched" : " fetched")) {
-    if (isVolume_ && options.thumbnails)
-      refuseUsage(context.operation, "the files of a volume have no thumbnails");
+    if (isVolume_ && options.thumbnails) refuseUsage("the files of a volume have no thumbnails");
     // Copies would be found and copied again.
-    if (isVolume_ && FolderTree(device_.info().path()).holds(run_.folder()))
-      refuseUsage(context.operation, "'" + run_.folder() + "' lies on the volume itself");
+    if (isVolume_ && FolderTree(device_.info().path()).holds(target_.folder))
+      refuseUsage("'" + target_.folder + "' lies on the volume itself");
     sieve_.useStoresOf(device_);
     batch_.advise(afterInterruption(options));
   }
@@ -278,13 +98,15 @@ class Fetching {
   }
 
  private:
-  static const FetchOptions& checked(const std::string& operation, const FetchOptions& options,
-                                     const ObjectSieve& sieve) {
-    if (options.objects.empty() && !options.all && !options.onlyNew && sieve.isOpen())
-      refuseUsage(operation, "say what to fetch: names, patterns, --all, --new or --pictures");
-    if (options.overwrite && options.keepBoth)
-      refuseUsage(operation, "--overwrite and --keep-both exclude each other");
-    return options;
+  /// Makes the folder where it is missing. Options that make no sense are a mistake whether there
+  /// is a device or not.
+  LocalTarget target() const {
+    if (options_.objects.empty() && !options_.all && !options_.onlyNew && sieve_.isOpen())
+      refuseUsage("say what to fetch: names, patterns, --all, --new or --pictures");
+    if (options_.overwrite && options_.keepBoth)
+      refuseUsage("--overwrite and --keep-both exclude each other");
+    if (!options_.dryRun) return resolvedTarget(options_.output, isOneObject(options_));
+    return {.folder = options_.output.empty() ? "." : options_.output};
   }
 
   ObjectChoice choice() const {
@@ -313,20 +135,10 @@ class Fetching {
 
   static bool isFile(const ObjectInfo& object) { return !object.isFolder() && !object.isSpecial(); }
 
-  bool passesOver(const ObjectInfo& object) {
-    const bool isThere = run_.passesOver(object);
-    if (isThere) batch_.skipped();
-    return isThere;
-  }
-
-  void fetch(const ObjectInfo& object) {
-    run_.fetch(device_, batch_, object, identityOf(object, "source"));
-  }
-
   void fetchFound() {
     std::vector<ObjectInfo> found;
     visit(true, [&](const ObjectInfo& object) {
-      run_.expect(object);
+      expect(object);
       found.push_back(object);
     });
     // Before the sum, so that the room is reckoned for what is really fetched.
@@ -334,16 +146,13 @@ class Fetching {
     sieve_.arrange(found);
     std::uint64_t bytes = 0;
     for (const auto& object : found)
-      bytes += run_.sizeOf(object);
-    if (batch_.goesOn()) run_.tellSum(found.size(), bytes);
-    for (const auto& object : found) {
-      if (!batch_.goesOn()) break;
-      fetch(object);
-    }
+      bytes += sizeOf(object);
+    tellSum(found.size(), bytes);
+    batch_.forEach(found, [this](const ObjectInfo& object) { fetch(object); });
   }
 
   void fetchAsFound() {
-    if (options_.onlyNew || run_.needsSum(device_)) lookAhead();
+    if (options_.onlyNew || needsSum()) lookAhead();
     std::uint64_t count = 0;
     visit(false, [&](const ObjectInfo& object) {
       if (passesOver(object) || sieve_.isEnough(count)) return;
@@ -359,25 +168,153 @@ class Fetching {
     ObjectVisitor visitor;
     visitor.onLooked(search.counter()).onObject([&](const ObjectInfo& object, bool) {
       if (!isFile(object) || !sieve_.passes(object)) return true;
-      run_.expect(object);
-      if (run_.passesOver(object, true) || sieve_.isEnough(count)) return true;
+      expect(object);
+      if (isThere(object, true) || sieve_.isEnough(count)) return true;
       ++count;
-      bytes += run_.sizeOf(object);
+      bytes += sizeOf(object);
       return true;
     });
     // The visit after it tells of these.
     visitor.onUnreadable([](std::uint32_t, const std::string&, const Error&) { return true; })
         .onUnmatched([](const std::string&) {});
     device_.visit(choice(), visitor);
-    if (batch_.goesOn()) run_.tellSum(count, bytes);
+    tellSum(count, bytes);
+  }
+
+  /// Whether somebody is to be told how much of the volume is to come: who watches, and who may not
+  /// have room for all that it can hold.
+  bool needsSum() const {
+    const auto here = fileSystemSizeOf(target_.folder);
+    const auto there = fileSystemSizeOf(device_.info().path());
+    return context_.output.showsStatus() || (here && !(there && there->whole <= here->free));
+  }
+
+  /// Tells before anything is fetched how much is to come, and what has no room.
+  void tellSum(std::size_t count, std::uint64_t bytes) {
+    if (!batch_.goesOn()) return;
+    progress_.expect(count);
+    warnOfRoom(context_.output, target_.folder, "to be fetched", count, bytes);
+  }
+
+  /// Each object of the run, before the first isThere().
+  void expect(const ObjectInfo& object) {
+    if (options_.onlyNew) runOf(object).expect(object);
+  }
+  /// Whether it is only new and the folder has it. Unless this only `looksAhead`, the file is no
+  /// other object's then.
+  bool isThere(const ObjectInfo& object, bool looksAhead) {
+    return options_.onlyNew && runOf(object).isThere(object, looksAhead);
+  }
+  bool passesOver(const ObjectInfo& object) {
+    const bool isPassed = isThere(object, false);
+    if (isPassed) batch_.skipped();
+    return isPassed;
+  }
+  /// Of what is fetched of it.
+  std::uint64_t sizeOf(const ObjectInfo& object) const {
+    return options_.thumbnails ? object.thumbnailSize() : object.size();
+  }
+
+  /// The folder of an object's file below the target, with a slash before it; mostly empty.
+  std::string folderOf(const ObjectInfo& object) const {
+    std::string folder;
+    std::string_view path = object.path();
+    // A name may be anything; each part stays one name below the target.
+    for (auto end = path.find('/'); options_.tree && end != path.npos; end = path.find('/')) {
+      folder += "/" + safeFileName(path.substr(0, end)).value_or("_");
+      path.remove_prefix(end + 1);
+    }
+    return folder;
+  }
+
+  DownloadRun& runOf(const ObjectInfo& object) {
+    const std::string below = folderOf(object);
+    const auto known = runs_.find(below);
+    if (known != runs_.end()) return known->second;
+    return runs_.emplace(below, DownloadRun(downloadOptions(below))).first->second;
+  }
+
+  /// Of a folder that lies below the target, or of that itself.
+  DownloadOptions downloadOptions(const std::string& below) {
+    DownloadOptions options;
+    options.folder(target_.folder + below).thumbnail(options_.thumbnails);
+    if (target_.name) options.name(*target_.name);
+    if (options_.keepBoth) options.existing(Existing::kKeepBoth);
+    // A picture that is new may bear the name of one that is there: cameras count from 1 again
+    // after a reset.
+    if (options_.onlyNew) options.existing(Existing::kKeepOthers);
+    if (options_.overwrite) options.existing(Existing::kOverwrite);
+    return options
+        .begin([this](const ObjectInfo& object) { progress_.begin(object.name(), sizeOf(object)); })
+        .progress(progress_.callback());
+  }
+
+  void fetch(const ObjectInfo& object) {
+    PropertyDictionary json = identityOf(object, "source");
+    if (options_.dryRun) return foretell(object, std::move(json));
+    // Once full is full for all: the next object would only be cut, too.
+    if (isFull_) {
+      const Failure failure = {.object = objectInWords(object),
+                               .status = status::kIOError,
+                               .why = "there is no room left"};
+      return batch_.left(std::move(json), failure, sizeOf(object));
+    }
+    try {
+      if (options_.tree) makeFolder(target_.folder + folderOf(object));
+      const auto file = device_.download(object, runOf(object));
+      progress_.end();
+      if (file.wasThere()) return batch_.skipped();
+      json["path"] = validUTF8(file.path());
+      json["size"] = file.size();
+      if (file.resumed() > 0) json["resumed"] = file.resumed();
+      batch_.succeeded(json, file.path(), file.size());
+    } catch (const Error& error) {
+      progress_.end();
+      fail(object, std::move(json), error);
+    } catch (const ToolError& error) {
+      batch_.failed(std::move(json), error.failure());
+    }
+  }
+
+  void foretell(const ObjectInfo& object, PropertyDictionary json) {
+    const std::string path =
+        target_.folder + folderOf(object) + "/" + safeFileName(object.name()).value_or("");
+    std::error_code ignored;
+    const bool isRefused = !options_.overwrite && !options_.keepBoth && !options_.onlyNew &&
+                           !options_.thumbnails && std::filesystem::exists(path, ignored);
+    if (isRefused)
+      return batch_.failed(std::move(json),
+                           Failure{.object = path, .status = status::kDuplicateFile});
+    const std::uint64_t size = sizeOf(object);
+    json["size"] = size;
+    json["dryRun"] = true;
+    batch_.succeeded(json, objectInWords(object) + ", " + sizeInWords(size), size);
+  }
+
+  void fail(const ObjectInfo& object, PropertyDictionary json, const Error& error) {
+    isFull_ = isFull_ || error.kind() == ErrorKind::kDiskFull;
+    std::string why = keptInWords(error, object.name());
+    if (!why.empty()) {
+      json["part"] = validUTF8(error.part());
+      json["kept"] = error.kept();
+    }
+    // That a file is there is all that there is to say.
+    if (!error.reason().empty() && error.kind() != ErrorKind::kExists)
+      why = error.reason() + (why.empty() ? "" : "; ") + why;
+    const bool hasNoRoom =
+        error.kind() == ErrorKind::kDiskFull || error.kind() == ErrorKind::kTooLarge;
+    if (!hasNoRoom) return batch_.failed(std::move(json), error, "", why);
+    Failure failure = failureOf(error);
+    failure.why = why;
+    batch_.left(std::move(json), std::move(failure), sizeOf(object));
   }
 
   /// Somebody may still mean to go on with them, so that they are only named.
   void tellOldParts() const {
     constexpr std::time_t kOld = std::time_t{30} * 24 * 60 * 60;
-    const auto names = PartFile::leftSince(run_.folder(), std::time(nullptr) - kOld);
+    const auto names = PartFile::leftSince(target_.folder, std::time(nullptr) - kOld);
     if (names.empty()) return;
-    context_.output.message("Cut downloads that are older than 30 days are in " + run_.folder() +
+    context_.output.message("Cut downloads that are older than 30 days are in " + target_.folder +
                             ": " + joined(names) +
                             ". 'tarvoctl leftovers' removes what is not to be gone on with.");
   }
@@ -385,11 +322,18 @@ class Fetching {
   ToolContext& context_;
   const FetchOptions& options_;
   ObjectSieve sieve_;
-  FetchRun run_;
+  LocalTarget target_;
+  Progress progress_;
+  std::map<std::string, DownloadRun> runs_;  ///< one a folder
+  bool isFull_ = false;
   Device device_;
   bool isVolume_;
   Batch batch_;
 };
+
+int runGet(ToolContext& context, const FetchOptions& options) {
+  return Fetching(context, options).run();
+}
 
 constexpr const char* kMoreOfGet =
     "An OBJECT with a slash is a whole path; patterns have *, ? and [...], and find\n"
@@ -410,29 +354,29 @@ constexpr const char* kMoreOfVolumeGet =
 }  // namespace
 
 void addGet(CommandGroup& group, Devices devices) {
-  const auto options = std::make_shared<FetchOptions>();
-  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
-  auto command =
+  const bool onlyVolumes = devices == Devices::kVolumes;
+  auto [command, options] =
       group.command("get", onlyVolumes ? "Copy files off it" : "Fetch objects as files",
                     onlyVolumes ? "tarvoctl volume get --new --output pictures/"
                                 : "tarvoctl get 'TARV*.JPG' --output pictures/",
-                    [options](ToolContext& context) { return Fetching(context, *options).run(); });
+                    runGet);
+  options.onlyVolumes = onlyVolumes;
   command
-      .operand("OBJECT", options->objects,
+      .operand("OBJECT", options.objects,
                onlyVolumes ? "Names, paths, or patterns such as '*.JPG'"
                            : "Handles, names, or patterns such as '*.JPG'")
-      .flag("--all", options->all,
+      .flag("--all", options.all,
             onlyVolumes ? "Every file, pictures or not" : "Everything but folders")
-      .flag("--new", options->onlyNew,
+      .flag("--new", options.onlyNew,
             "Only what is not there yet; names that are taken get a number")
-      .option("--output", options->output, "PATH", "Folder, or the name of the one file")
-      .flag("--tree", options->tree, "Below the folders that it has on the device")
-      .flag("--overwrite", options->overwrite, "Replace files that are there")
-      .flag("--keep-both", options->keepBoth, "Number new files whose name is taken");
+      .option("--output", options.output, "PATH", "Folder, or the name of the one file")
+      .flag("--tree", options.tree, "Below the folders that it has on the device")
+      .flag("--overwrite", options.overwrite, "Replace files that are there")
+      .flag("--keep-both", options.keepBoth, "Number new files whose name is taken");
   if (!onlyVolumes)
-    command.flag("--thumbnail", options->thumbnails, "The small picture in place of the object");
-  addFilterOptions(command, options->filter)
-      .flag("--dry-run", options->dryRun, "Say what would be fetched, and fetch nothing")
+    command.flag("--thumbnail", options.thumbnails, "The small picture in place of the object");
+  addFilterOptions(command, options.filter)
+      .flag("--dry-run", options.dryRun, "Say what would be fetched, and fetch nothing")
       .more(onlyVolumes ? kMoreOfVolumeGet : kMoreOfGet);
 }
 

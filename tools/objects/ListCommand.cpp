@@ -1,6 +1,5 @@
 // ls: the objects on a device.
 #include <cstdint>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -44,15 +43,14 @@ class ObjectList {
   ObjectList(ToolContext& context, const ListOptions& options)
       : context_(context),
         options_(options),
-        sieve_(context, options.filter),
+        sieve_(options.filter),
         device_(openDevice(context, options.onlyVolumes)),
         isVolume_(device_.info().kind() == DeviceKind::kVolume),
         // Among pictures wherever they lie a name alone says little.
         isDeep_(options.isRecursive || !sieve_.isOpen() || options.onlyVolumes),
         hasPaths_(isDeep_ || !options.objects.empty()),
         listing_(context.output, columns(), Listing::kStreamed) {
-    if (options.handlesOnly && isVolume_)
-      refuseUsage(context.operation, "the files of a volume have no handles");
+    if (options.handlesOnly && isVolume_) refuseUsage("the files of a volume have no handles");
     // A card may have more files than a terminal is to be asked for one by one.
     if (isVolume_) context.output.gather();
     sieve_.useStoresOf(device_);
@@ -67,9 +65,8 @@ class ObjectList {
     } else {
       listNamed();
     }
-    endIfInterrupted(context_, context_.operation);
-    listing_.finish();
-    return exitCode_;
+    endIfInterrupted(context_);
+    return listing_.finish();
   }
 
  private:
@@ -144,7 +141,6 @@ class ObjectList {
                       error);
         })
         .onUnmatched([this](const std::string& name) {
-          exitCode_ = kFailed;
           listing_.addFailure({{"name", validUTF8(name)}},
                               {.operation = context_.operation,
                                .object = name,
@@ -165,9 +161,7 @@ class ObjectList {
   /// A device that was lost is told of with the object that it was lost at.
   bool fail(const PropertyDictionary& json, const Error& error) {
     if (context_.interrupt.isSet()) return false;
-    exitCode_ = kFailed;
-    listing_.addFailure(json, failureOf(context_, error));
-    return !error.endsDevice();
+    return addFailure(context_, listing_, json, error);
   }
 
   void show(const ObjectInfo& object) {
@@ -210,27 +204,29 @@ class ObjectList {
   std::string folder_;             ///< in which a camera's objects lie that come without a path
   std::vector<ObjectInfo> found_;  ///< those that are to be sorted
   std::uint64_t shown_ = 0;
-  int exitCode_ = kDone;
 };
+
+int runList(ToolContext& context, const ListOptions& options) {
+  return ObjectList(context, options).run();
+}
 
 }  // namespace
 
 void addList(CommandGroup& group, Devices devices) {
-  const auto options = std::make_shared<ListOptions>();
-  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
-  auto command = group.command(
+  const bool onlyVolumes = devices == Devices::kVolumes;
+  auto [command, options] = group.command(
       "ls", onlyVolumes ? "Every picture by its path, as it is found" : "Objects on the device",
-      onlyVolumes ? "tarvoctl volume ls --long" : "tarvoctl ls --long DCIM",
-      [options](ToolContext& context) { return ObjectList(context, *options).run(); });
-  command.operand("OBJECT", options->objects, "Names, folders, or patterns such as '*.JPG'")
-      .flag("--long", options->isLong, "With format, size and date");
+      onlyVolumes ? "tarvoctl volume ls --long" : "tarvoctl ls --long DCIM", runList);
+  options.onlyVolumes = onlyVolumes;
+  command.operand("OBJECT", options.objects, "Names, folders, or patterns such as '*.JPG'")
+      .flag("--long", options.isLong, "With format, size and date");
   if (onlyVolumes) {
-    command.flag("--all", options->all, "Every file and folder");
+    command.flag("--all", options.all, "Every file and folder");
   } else {
-    command.flag("--recursive", options->isRecursive, "With all that lies below, by its path")
-        .flag("--handles", options->handlesOnly, "Handles alone; asks nothing of the objects");
+    command.flag("--recursive", options.isRecursive, "With all that lies below, by its path")
+        .flag("--handles", options.handlesOnly, "Handles alone; asks nothing of the objects");
   }
-  addFilterOptions(command, options->filter)
+  addFilterOptions(command, options.filter)
       .more(
           onlyVolumes
               ? "Pictures and films, in no order. The volume is the only one that is mounted, or\n"

@@ -22,20 +22,19 @@ std::string dateOf(const ObjectInfo& object) {
   return ptpDateFromWords(date).value_or("").substr(0, kDateLength);
 }
 
-bool isFilmObject(const ObjectInfo& object) {
-  return !object.isFolder() && isFilm(object.name());
-}
-
-bool isPictureObject(const ObjectInfo& object) {
-  return !object.isFolder() && isPictureOrFilm(object.name()) && !isFilm(object.name());
+/// Whether it is of a kind that is asked for.
+bool isWantedKind(const ObjectFilter& filter, const ObjectInfo& object) {
+  if (!filter.pictures && !filter.films) return true;
+  if (object.isFolder()) return false;
+  return isFilm(object.name()) ? filter.films : filter.pictures && isPictureOrFilm(object.name());
 }
 
 /// A format as a user writes it: a code (0x3801), or a file extension ("jpg"). Raises kBadUsage.
-std::uint16_t formatArgument(const std::string& operation, const std::string& text) {
+std::uint16_t formatArgument(const std::string& text) {
   if (const auto code = numberOf(text, 0xFFFF)) return static_cast<std::uint16_t>(*code);
   const std::uint16_t code = ptpFormatOfExtension(lowerCaseExtension("x." + text));
   if (code == ptp::kUndefinedFormat)
-    refuseUsage(operation, "'" + text + "' is neither a format code nor a known file extension");
+    refuseUsage("'" + text + "' is neither a format code nor a known file extension");
   return code;
 }
 
@@ -60,18 +59,12 @@ std::optional<std::string> dateSince(const std::string& words, std::time_t now) 
     if (const auto date = ptpDateFromWords(words + missing)) return date->substr(0, kDateLength);
   const std::string number = words.substr(0, words.empty() ? 0 : words.size() - 1);
   const auto count = numberOf(number, kLongest);
-  if (!count) return std::nullopt;
-  const auto hours = static_cast<std::time_t>(*count) * kHour;
-  switch (words.back()) {
-    case 'h':
-      return localDateText(now - hours, "%Y%m%dT%H%M%S");
-    case 'd':
-      return localDateText(now - 24 * hours, "%Y%m%dT%H%M%S");
-    case 'w':
-      return localDateText(now - std::time_t{7} * 24 * hours, "%Y%m%dT%H%M%S");
-    default:
-      return std::nullopt;
-  }
+  const std::time_t hours = words.ends_with('h')   ? 1
+                            : words.ends_with('d') ? 24
+                            : words.ends_with('w') ? 7 * 24
+                                                   : 0;
+  if (!count || hours == 0) return std::nullopt;
+  return localDateText(now - static_cast<std::time_t>(*count) * hours * kHour, "%Y%m%dT%H%M%S");
 }
 
 CommandOptions& addFilterOptions(CommandOptions& command, ObjectFilter& filter) {
@@ -87,31 +80,26 @@ CommandOptions& addFilterOptions(CommandOptions& command, ObjectFilter& filter) 
       .count("--limit", filter.limit, "End after N objects");
 }
 
-ObjectSieve::ObjectSieve(const ToolContext& context, const ObjectFilter& filter)
-    : context_(context), filter_(filter) {
-  if (!filter.format.empty()) format_ = formatArgument(context.operation, filter.format);
+ObjectSieve::ObjectSieve(const ObjectFilter& filter) : filter_(filter) {
+  if (!filter.format.empty()) format_ = formatArgument(filter.format);
   if (filter.since.empty()) return;
   const auto since = dateSince(filter.since, std::time(nullptr));
   if (!since)
-    refuseUsage(context.operation, "'" + filter.since +
-                                       "' is no date, which looks like 2026-11-20, "
-                                       "'2026-11-20 18:00', yesterday, today, 12h, 7d or 2w");
+    refuseUsage("'" + filter.since +
+                "' is no date, which looks like 2026-11-20, '2026-11-20 18:00', yesterday, today, "
+                "12h, 7d or 2w");
   since_ = *since;
 }
 
 void ObjectSieve::useStoresOf(Device& device) {
   if (filter_.store.empty()) return;
   if (device.info().kind() == DeviceKind::kVolume)
-    refuseUsage(context_.operation, "a volume has no stores to choose from");
-  store_ = storeArgument(context_, device, filter_.store);
+    refuseUsage("a volume has no stores to choose from");
+  store_ = storeArgument(device, filter_.store);
 }
 
 bool ObjectSieve::passes(const ObjectInfo& object) const {
-  if (filter_.pictures || filter_.films) {
-    const bool isWanted =
-        (filter_.pictures && isPictureObject(object)) || (filter_.films && isFilmObject(object));
-    if (!isWanted) return false;
-  }
+  if (!isWantedKind(filter_, object)) return false;
   if (object.isFolder() && !isOpen()) return false;
   if (format_ != 0 && object.format() != format_) return false;
   if (store_ != 0 && object.store() != store_) return false;

@@ -2,7 +2,7 @@
 //
 //   addFilterOptions(command, options.filter);
 //   ...
-//   ObjectSieve sieve(context, options.filter);       // raises for options that make no sense
+//   ObjectSieve sieve(options.filter);  // raises for options that make no sense
 //   sieve.useStoresOf(device);
 //   if (sieve.passes(object)) found.push_back(object);
 //   sieve.arrange(found);
@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "tarvo/Device.h"
-#include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 
 namespace tarvo::tools {
@@ -35,8 +34,8 @@ CommandOptions& addFilterOptions(CommandOptions& command, ObjectFilter& filter);
 /// What the options mean.
 class ObjectSieve {
  public:
-  /// Raises kBadUsage for a date and a format that are none. Both are lent.
-  ObjectSieve(const ToolContext& context, const ObjectFilter& filter);
+  /// Raises kBadUsage for a date and a format that are none. The filter is lent.
+  explicit ObjectSieve(const ObjectFilter& filter);
 
   /// Before the first object: asks the device for its stores where one is named. Raises as
   /// storeArgument(), and kBadUsage for a volume, which has no stores.
@@ -58,7 +57,6 @@ class ObjectSieve {
   std::uint32_t store() const { return store_; }  ///< 0: every one
 
  private:
-  const ToolContext& context_;
   const ObjectFilter& filter_;
   std::string since_;  ///< as PTP has dates; empty: ever
   std::uint16_t format_ = 0;

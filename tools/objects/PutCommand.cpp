@@ -1,12 +1,10 @@
 // put: files as objects on a device.
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/Numbers.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
@@ -26,17 +24,16 @@ struct PutOptions {
 /// Where files go on the device.
 void placeInto(const ToolContext& context, Device& device, const PutOptions& options,
                UploadOptions& upload) {
-  if (!options.store.empty()) upload.store(storeArgument(context, device, options.store));
+  if (!options.store.empty()) upload.store(storeArgument(device, options.store));
   if (options.folder.empty()) return;
   // A handle is the device's to refuse.
-  if (const auto handle = numberOf(options.folder, 0xFFFFFFFF)) {
-    upload.folder(static_cast<std::uint32_t>(*handle));
+  if (const auto handle = handleArgument(options.folder)) {
+    upload.folder(*handle);
     return;
   }
   const auto folder = objectArgument(context, device, pathArgument(options.folder), true);
   if (!folder.isFolder())
-    throw ToolError({.operation = "put",
-                     .object = objectInWords(folder),
+    throw ToolError({.object = objectInWords(folder),
                      .status = status::kBadParameter,
                      .why = "it is no folder"});
   upload.folder(folder.handle());
@@ -49,8 +46,7 @@ int runPut(ToolContext& context, const PutOptions& options) {
   UploadOptions upload;
   auto device = openCamera(context);
   if (!device.facts().can("acceptsFiles"))
-    throw ToolError({.operation = context.operation,
-                     .object = device.info().description(),
+    throw ToolError({.object = device.info().description(),
                      .status = status::kPTPOperationNotSupported,
                      .why = "it takes no files"});
   placeInto(context, device, options, upload);
@@ -59,8 +55,7 @@ int runPut(ToolContext& context, const PutOptions& options) {
     progress.begin(name, size);
   });
   Batch batch(context, "files sent");
-  for (const auto& path : options.files) {
-    if (!batch.goesOn()) break;
+  batch.forEach(options.files, [&](const std::string& path) {
     PropertyDictionary json = {{"file", validUTF8(path)}};
     batch.attempt(json, path, [&] {
       const auto sent = device.upload(path, upload);
@@ -70,20 +65,18 @@ int runPut(ToolContext& context, const PutOptions& options) {
       batch.succeeded(json, handleText(sent.handle()) + "  " + sent.name(), sent.size());
     });
     progress.end();
-  }
+  });
   return batch.finish();
 }
 
 }  // namespace
 
 void addPutCommand(CommandGroup& root) {
-  const auto options = std::make_shared<PutOptions>();
-  root.command("put", "Send files to the device", "tarvoctl put photo.jpg --to DCIM/100TARVO",
-               [options](ToolContext& context) { return runPut(context, *options); })
-      .operand("FILE", options->files, "Files to send")
-      .required()
-      .option("--store", options->store, "STORE", "Into this store: its label or its id")
-      .option("--to", options->folder, "FOLDER",
+  auto [command, options] = root.command("put", "Send files to the device",
+                                         "tarvoctl put photo.jpg --to DCIM/100TARVO", runPut);
+  command.required("FILE", options.files, "Files to send")
+      .option("--store", options.store, "STORE", "Into this store: its label or its id")
+      .option("--to", options.folder, "FOLDER",
               "Into this folder: DCIM/100TARVO, its name, or its handle")
       .more("Names of 255 characters and files of 4 GiB, and more, are refused.");
 }

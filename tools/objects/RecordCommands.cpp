@@ -1,6 +1,5 @@
 // decode and encode: data sets as JSON and back, without a device.
 #include <algorithm>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -22,25 +21,23 @@ struct RecordOptions {
 
 /// Runs `convert` on what lies in `path`; what it raises is a failure of that file.
 template <typename Convert>
-auto converted(const std::string& operation, const std::string& path, const Convert& convert) {
+auto converted(const std::string& path, const Convert& convert) {
   // Bytes come from anywhere: what the codec raises is a fault of the file and not of the program.
   try {
     return convert();
   } catch (const Exception& exception) {
-    throw ToolError({.operation = operation, .object = path, .why = exception.reason()});
+    throw ToolError({.object = path, .why = exception.reason()});
   }
 }
 
 PropertyDictionary decoded(const ToolContext& context, const RecordType& type,
                            const std::string& path) {
-  return converted("decode", path, [&] { return type.decode(readInput(context, "decode", path)); });
+  return converted(path, [&] { return type.decode(readInput(context, path)); });
 }
 
 std::vector<std::byte> encoded(const ToolContext& context, const RecordType& type,
                                const std::string& path) {
-  return converted("encode", path, [&] {
-    return type.encode(jsonFromText(readInputText(context, "encode", path)));
-  });
+  return converted(path, [&] { return type.encode(jsonFromText(readInputText(context, path))); });
 }
 
 /// One file gives its JSON document, several an array of them in their order. What cannot be
@@ -58,8 +55,10 @@ int runDecode(ToolContext& context, const RecordOptions& options) {
     try {
       documents.push_back(decoded(context, type, path));
     } catch (const ToolError& error) {
-      documents.push_back({{"error", asJSON(error.failure())}});
-      context.output.objectError(error.failure());
+      Failure failure = error.failure();
+      failure.operation = context.operation;
+      documents.push_back({{"error", asJSON(failure)}});
+      context.output.objectError(failure);
       exitCode = kFailed;
     }
   }
@@ -69,7 +68,7 @@ int runDecode(ToolContext& context, const RecordOptions& options) {
 
 /// The bytes of one JSON document a file, one behind the other, in either form of output. Nothing
 /// is written unless all of them can be.
-int runEncode(ToolContext& context, const RecordOptions& options) {
+void runEncode(ToolContext& context, const RecordOptions& options) {
   const RecordType& type = *recordType(options.type);
   std::vector<std::byte> all;
   // All before the first byte goes out.
@@ -77,8 +76,7 @@ int runEncode(ToolContext& context, const RecordOptions& options) {
     const auto bytes = encoded(context, type, path);
     all.insert(all.end(), bytes.begin(), bytes.end());
   }
-  context.output.bytes(all);
-  return kDone;
+  context.output.text({reinterpret_cast<const char*>(all.data()), all.size()});
 }
 
 /// Names and descriptions of all types, one a line, for help texts.
@@ -96,29 +94,23 @@ std::string recordTypeHelp() {
 }  // namespace
 
 void addRecordCommands(CommandGroup& root) {
-  const auto options = std::make_shared<RecordOptions>();
   std::vector<std::string> types;
   for (const auto& type : recordTypes())
     types.emplace_back(type.name);
-  const auto add = [&](const char* name, const char* description, const char* example,
-                       int (*run)(ToolContext&, const RecordOptions&)) {
-    root.command(name, description, example,
-                 [options, run](ToolContext& context) { return run(context, *options); })
-        .operand("TYPE", options->type, "What the bytes are")
-        .required()
+  const auto add = [&](CommandWithOptions<RecordOptions> command) {
+    command.words.required("TYPE", command.options.type, "What the bytes are")
         .oneOf(types)
-        .operand("FILE", options->files, "Files; '-' is standard input")
-        .required()
+        .required("FILE", command.options.files, "Files; '-' is standard input")
         .more(
             "One file gives one result, several one after the other. A contact is encoded as\n"
             "it would be sent to a device: without its picture and its groups, with two lines\n"
             "of its street, and with a new GUID where it has none.\n\nTypes:\n" +
             recordTypeHelp());
   };
-  add("decode", "Show the bytes of a data set as JSON", "tarvoctl decode objectinfo object.bin",
-      runDecode);
-  add("encode", "Write the bytes of a data set that is given as JSON",
-      "tarvoctl encode objectinfo object.json", runEncode);
+  add(root.command("decode", "Show the bytes of a data set as JSON",
+                   "tarvoctl decode objectinfo object.bin", runDecode));
+  add(root.command("encode", "Write the bytes of a data set that is given as JSON",
+                   "tarvoctl encode objectinfo object.json", runEncode));
 }
 
 }  // namespace tarvo::tools

@@ -1,13 +1,11 @@
 // rm and rename: objects of a device go, or get another name.
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/Numbers.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
@@ -40,9 +38,9 @@ class Removing {
  public:
   Removing(ToolContext& context, const RemoveOptions& options)
       : options_(options),
-        sieve_(context, options.filter),
+        sieve_(options.filter),
         // Before the device is opened: where nobody can be asked nothing need be looked up.
-        consent_(context, context.operation, options.yes || options.dryRun, "delete objects"),
+        consent_(context, options.yes || options.dryRun, "delete objects"),
         device_(openDevice(context, options.onlyVolumes)),
         isVolume_(device_.info().kind() == DeviceKind::kVolume),
         things_(isVolume_ ? "files" : "objects"),
@@ -59,10 +57,7 @@ class Removing {
     if (batch_.goesOn() && !found_.empty() && !options_.yes && !options_.dryRun)
       consent_.require("Delete " + foundInWords() + " from " + nameOf(device_) + "?",
                        "nothing was deleted");
-    for (const auto& object : found_) {
-      if (!batch_.goesOn()) break;
-      remove(object);
-    }
+    batch_.forEach(found_, [this](const ObjectInfo& object) { remove(object); });
     return batch_.finish();
   }
 
@@ -130,43 +125,44 @@ class Removing {
   std::uint64_t bytes_ = 0;
 };
 
+int runRemove(ToolContext& context, const RemoveOptions& options) {
+  return Removing(context, options).run();
+}
+
 /// Names that a device cannot keep are refused before they are sent.
-int runRename(ToolContext& context, const RenameOptions& options) {
+void runRename(ToolContext& context, const RenameOptions& options) {
   // Without a device: none takes another one.
   const std::size_t length = utf16FromUTF8(options.name).size();
   if (length == 0 || length > kLongestName)
-    throw ToolError({.operation = "rename",
-                     .object = options.object,
+    throw ToolError({.object = options.object,
                      .status = status::kBadParameter,
                      .why = "a name has 1 to 254 characters",
                      .advice = "Choose another name."});
   Device device = openCamera(context);
-  const auto number = numberOf(options.object, 0xFFFFFFFF);
-  const std::uint32_t handle = number ? static_cast<std::uint32_t>(*number)
-                                      : objectArgument(context, device, options.object).handle();
+  const auto number = handleArgument(options.object);
+  const std::uint32_t handle =
+      number ? *number : objectArgument(context, device, options.object).handle();
   device.rename(handle, options.name);
   context.output.result({{"handle", handle}, {"name", validUTF8(options.name)}},
                         handleText(handle) + "  " + options.name);
-  return kDone;
 }
 
 }  // namespace
 
 void addRemove(CommandGroup& group, Devices devices) {
-  const auto options = std::make_shared<RemoveOptions>();
-  const bool onlyVolumes = options->onlyVolumes = devices == Devices::kVolumes;
-  auto command = group.command(
+  const bool onlyVolumes = devices == Devices::kVolumes;
+  auto [command, options] = group.command(
       "rm", onlyVolumes ? "Delete files on it" : "Delete objects on the device",
       onlyVolumes ? "tarvoctl volume rm TARV0001.JPG --yes" : "tarvoctl rm TARV0002.JPG --yes",
-      [options](ToolContext& context) { return Removing(context, *options).run(); });
+      runRemove);
+  options.onlyVolumes = onlyVolumes;
   command
-      .operand("OBJECT", options->objects,
-               onlyVolumes ? "Names, paths, or patterns such as '*.JPG'"
-                           : "Handles, names, or patterns such as '*.JPG'")
-      .required()
-      .flag("--yes", options->yes, "Do not ask")
-      .flag("--dry-run", options->dryRun, "Say what would be deleted, and delete nothing");
-  addFilterOptions(command, options->filter)
+      .required("OBJECT", options.objects,
+                onlyVolumes ? "Names, paths, or patterns such as '*.JPG'"
+                            : "Handles, names, or patterns such as '*.JPG'")
+      .flag("--yes", options.yes, "Do not ask")
+      .flag("--dry-run", options.dryRun, "Say what would be deleted, and delete nothing");
+  addFilterOptions(command, options.filter)
       .more(onlyVolumes
                 ? "Folders stay. The case of letters matters."
                 : "Objects are named as for get, but the case of letters matters. A folder\n"
@@ -175,13 +171,10 @@ void addRemove(CommandGroup& group, Devices devices) {
 
 void addRemoveCommands(CommandGroup& root) {
   addRemove(root, Devices::kAll);
-  const auto rename = std::make_shared<RenameOptions>();
-  root.command("rename", "Give an object another name", "tarvoctl rename TARV0002.JPG HOLIDAY.JPG",
-               [rename](ToolContext& context) { return runRename(context, *rename); })
-      .operand("OBJECT", rename->object, "Its handle, name or path; the case matters")
-      .required()
-      .operand("NAME", rename->name, "Its new name")
-      .required();
+  auto [rename, options] = root.command("rename", "Give an object another name",
+                                        "tarvoctl rename TARV0002.JPG HOLIDAY.JPG", runRename);
+  rename.required("OBJECT", options.object, "Its handle, name or path; the case matters")
+      .required("NAME", options.name, "Its new name");
 }
 
 }  // namespace tarvo::tools

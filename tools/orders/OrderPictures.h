@@ -1,55 +1,32 @@
 // The pictures of orders as files, in one folder an order.
 #pragma once
 
-#include <map>
-#include <optional>
-#include <set>
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "Utilities/PropertyDictionary.h"
+#include "tarvo/Device.h"
 #include "tarvo/Orders.h"
 #include "tools/access/Batch.h"
-#include "tools/output/Progress.h"
+#include "tools/access/ToolContext.h"
 
 namespace tarvo::tools {
 
-/// Main thread only. The folders lie in `target`, which is made; their names hold nothing that a
-/// device could lead out of it with.
-class OrderPictures {
- public:
-  /// Everything is lent.
-  OrderPictures(ToolContext& context, Device& device, Batch& batch, std::string target,
-                std::size_t count);
+/// Main thread only. Fetches all pictures of the orders, each a result of the batch, into folders
+/// below `folder`, which are made; their names hold nothing that a device could lead out of it
+/// with. `then` of each order, and how many failures there were before it; false from it ends the
+/// rest.
+void fetchOrderPictures(
+    ToolContext& context, Device& device, Batch& batch, const std::vector<const Order*>& orders,
+    const std::string& folder,
+    const std::function<bool(const Order& order, std::uint64_t failures)>& then);
 
-  /// Fetches all pictures of an order, each a result of the batch, and writes beside them what the
-  /// order says, with the file of each picture (order.json). The folder is the order's own: one
-  /// that says another order is left alone.
-  void fetch(const Order& order);
-
- private:
-  std::string folderFor(const Order& order);
-  void note(const Order& order, const std::string& folder);
-  void fetchOne(const Order& order, std::size_t index, const std::string& folder);
-  void fetchObject(const ObjectInfo& object, PropertyDictionary json, const Order& order,
-                   PropertyDictionary& noted, const std::string& folder);
-  /// The handle of a picture that is known by its name alone, by the first object of that name.
-  std::optional<std::uint32_t> handleOf(const OrderPicture& picture);
-
-  ToolContext& context_;
-  Device& device_;
-  Batch& batch_;
-  std::string target_;
-  Progress progress_;
-  std::set<std::string> folders_;  ///< of this run
-  PropertyDictionary before_;      ///< what the folder's order.json said
-  PropertyDictionary noted_;       ///< what it says now
-  /// Handles by name; none until a marker file asked for one.
-  std::optional<std::map<std::string, std::vector<std::uint32_t>>> names_;
-};
-
-/// "2 email - Holiday": number, kind and subject, fit to be a folder's name. Where that is another
-/// order's, a number follows.
-std::string folderNameOf(const Order& order);
+/// The orders of a camera as part of an import: fetches the pictures of every order in this way,
+/// and tells the device of those orders that are here as a whole that they have been dealt with.
+/// Gives the exit status; raises what reading the orders raises. `told` of each order, and whether
+/// it is here as a whole; false from it ends the rest.
+int importOrders(ToolContext& context, Device& device, const std::string& folder,
+                 const std::function<bool(const Order& order, bool isWhole)>& told = {});
 
 }  // namespace tarvo::tools

@@ -1,20 +1,17 @@
 // orders: what the user of a camera marked to be sent by e-mail, printed or transferred.
 #include <algorithm>
 #include <map>
-#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/Numbers.h"
 #include "tarvo/Orders.h"
 #include "tools/access/Batch.h"
 #include "tools/access/Devices.h"
 #include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
-#include "tools/orders/ImportOrders.h"
 #include "tools/orders/OrderPictures.h"
 #include "tools/output/Output.h"
 #include "tools/output/Words.h"
@@ -38,6 +35,7 @@ struct OrdersDeleteOptions {
 };
 
 constexpr std::size_t kShownPictures = 3;
+constexpr const char* kNoOrders = "There are no orders.";
 
 std::string nameInWords(const OrderPicture& picture) {
   return picture.name().empty() ? "picture " + handleText(picture.handle()) + " (not on the device)"
@@ -57,23 +55,20 @@ std::string picturesInWords(const Order& order) {
 
 /// The handle that a user writes as 0x...; none for anything else.
 std::optional<std::uint32_t> handleNamed(const std::string& text) {
-  if (!text.starts_with("0x") && !text.starts_with("0X")) return std::nullopt;
-  const auto number = numberOf(text, 0xFFFFFFFF);
-  return number ? std::optional(static_cast<std::uint32_t>(*number)) : std::nullopt;
+  const bool isHex = text.starts_with("0x") || text.starts_with("0X");
+  return isHex ? handleArgument(text) : std::nullopt;
 }
 
 /// The order that `text` means: its number in the list, or its handle as 0x...
-const Order& orderNamed(const ToolContext& context, const OrderList& list,
-                        const std::string& text) {
+const Order& orderNamed(const OrderList& list, const std::string& text) {
   const auto handle = handleNamed(text);
-  const auto number = numberOf(text, 0xFFFFFFFF);
+  const auto number = handleArgument(text);
   const auto found = std::ranges::find_if(list.orders(), [&](const Order& order) {
     if (handle) return order.handle() != 0 && order.handle() == *handle;
     return number && order.number() == *number;
   });
   if (found == list.orders().end())
-    throw ToolError({.operation = context.operation,
-                     .object = text,
+    throw ToolError({.object = text,
                      .status = status::kFileNotFound,
                      .why = "the device has no such order",
                      .advice = "'tarvoctl orders list' shows the orders."});
@@ -81,11 +76,11 @@ const Order& orderNamed(const ToolContext& context, const OrderList& list,
 }
 
 /// The orders that `texts` mean; all without any.
-std::vector<const Order*> chosenOrders(const ToolContext& context, const OrderList& list,
+std::vector<const Order*> chosenOrders(const OrderList& list,
                                        const std::vector<std::string>& texts) {
   std::vector<const Order*> chosen;
   for (const auto& text : texts) {
-    const Order* order = &orderNamed(context, list, text);
+    const Order* order = &orderNamed(list, text);
     if (std::ranges::count(chosen, order) == 0) chosen.push_back(order);
   }
   if (!texts.empty()) return chosen;
@@ -97,13 +92,12 @@ std::vector<const Order*> chosenOrders(const ToolContext& context, const OrderLi
 /// The orders of the device that is meant.
 OrderList readOrders(ToolContext& context, Device& device) {
   auto list = tarvo::readOrders(device);
-  endIfInterrupted(context, context.operation);
+  endIfInterrupted(context);
   return list;
 }
 
 void showOrder(Output& output, const Order& order) {
-  std::vector<std::pair<std::string, std::string>> fields = {
-      {"Order", std::to_string(order.number()) + ", " + order.kindInWords()}};
+  Fields fields = {{"Order", std::to_string(order.number()) + ", " + order.kindInWords()}};
   if (order.handle() != 0) fields.emplace_back("Handle", handleText(order.handle()));
   const auto json = PropertyDictionary::parse(order.json());
   const auto add = [&](const char* name, const char* key) {
@@ -129,6 +123,10 @@ void showOrder(Output& output, const Order& order) {
   showFields(output, fields);
 }
 
+bool isEmpty(const OrderList& list) {
+  return list.orders().empty() && list.unread().empty() && list.withheld().empty();
+}
+
 /// Orders that are there and not in the list.
 void sayWithheld(ToolContext& context, const OrderList& list) {
   for (const auto& order : list.withheld()) {
@@ -139,49 +137,41 @@ void sayWithheld(ToolContext& context, const OrderList& list) {
 }
 
 /// What could not be read is a failure of the command, and does not hide what could be.
-int sayUnread(ToolContext& context, Listing& listing, const OrderList& list) {
+int finish(ToolContext& context, Listing& listing, const OrderList& list) {
   for (const auto& entry : list.unread())
     listing.addFailure(asJSON(entry), failureOf(context, entry));
   sayWithheld(context, list);
-  return list.unread().empty() ? kDone : kFailed;
+  return listing.finish(isEmpty(list) ? kNoOrders : "");
 }
 
-bool isEmpty(const OrderList& list) {
-  return list.orders().empty() && list.unread().empty() && list.withheld().empty();
+void sayUnread(ToolContext& context, Batch& batch, const OrderList& list) {
+  for (const auto& entry : list.unread())
+    batch.failed(asJSON(entry), failureOf(context, entry));
 }
 
 int download(ToolContext& context, Device& device, const OrdersShowOptions& options,
              const OrderList& list) {
   Batch batch(context, "pictures fetched");
-  for (const auto& entry : list.unread())
-    batch.failed(asJSON(entry), failureOf(context, entry));
+  sayUnread(context, batch, list);
   sayWithheld(context, list);
   batch.advise("What was fetched stays; the same command goes on there.");
-  const auto orders = chosenOrders(context, list, options.orders);
-  std::size_t count = 0;
-  for (const Order* order : orders)
-    count += order->pictures().size();
-  OrderPictures pictures(context, device, batch, options.download, count);
-  for (const Order* order : orders) {
-    if (!batch.goesOn()) break;
-    pictures.fetch(*order);
-  }
+  fetchOrderPictures(context, device, batch, chosenOrders(list, options.orders), options.download,
+                     [](const Order&, std::uint64_t) { return true; });
   return batch.finish();
 }
 
 /// The pictures of an order that `texts` mean, by name or handle; all without any.
-std::vector<OrderPicture> chosenPictures(const ToolContext& context, const Order& order,
+std::vector<OrderPicture> chosenPictures(const Order& order,
                                          const std::vector<std::string>& texts) {
   if (texts.empty()) return order.pictures();
   std::vector<OrderPicture> chosen;
   for (const auto& text : texts) {
-    const auto number = numberOf(text, 0xFFFFFFFF);
+    const auto number = handleArgument(text);
     const auto found = std::ranges::find_if(order.pictures(), [&](const OrderPicture& picture) {
       return picture.name() == text || (number && picture.handle() == *number);
     });
     if (found == order.pictures().end())
-      throw ToolError({.operation = context.operation,
-                       .object = text,
+      throw ToolError({.object = text,
                        .status = status::kFileNotFound,
                        .why = order.description() + " has no such picture",
                        .advice = "'tarvoctl orders show' shows what it has."});
@@ -190,9 +180,8 @@ std::vector<OrderPicture> chosenPictures(const ToolContext& context, const Order
   return chosen;
 }
 
-[[noreturn]] void refuseMarkerOrder(const ToolContext& context, const Order& order) {
-  throw ToolError({.operation = context.operation,
-                   .object = order.description(),
+[[noreturn]] void refuseMarkerOrder(const Order& order) {
+  throw ToolError({.object = order.description(),
                    .status = status::kUnsupported,
                    .why = "the device keeps it as a line of a file, which cannot be changed singly",
                    .advice = "'tarvoctl orders delete' deletes all such orders at once."});
@@ -257,8 +246,7 @@ std::vector<Doomed> allOf(ToolContext& context, Device& device, const OrderList&
 }
 
 /// What `texts` name, also what could not be read.
-std::vector<Doomed> namedOf(const ToolContext& context, const OrderList& list,
-                            const std::vector<std::string>& texts) {
+std::vector<Doomed> namedOf(const OrderList& list, const std::vector<std::string>& texts) {
   std::vector<Doomed> doomed;
   for (const auto& text : texts) {
     const auto handle = handleNamed(text);
@@ -273,8 +261,8 @@ std::vector<Doomed> namedOf(const ToolContext& context, const OrderList& list,
       for (const auto& order : list.orders())
         if (named.isFile && order.marker() == *handle) named.orders.push_back(&order);
     } else {
-      const auto& order = orderNamed(context, list, text);
-      if (order.handle() == 0) refuseMarkerOrder(context, order);
+      const auto& order = orderNamed(list, text);
+      if (order.handle() == 0) refuseMarkerOrder(order);
       named = {.handle = order.handle(), .orders = {&order}};
     }
     const auto isSame = [&](const Doomed& other) { return other.handle == named.handle; };
@@ -303,17 +291,14 @@ void deleteOne(Batch& batch, Device& device, const Doomed& doomed) {
 int runOrdersList(ToolContext& context) {
   Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  Listing listing(context.output, {{"ORDER", 0, true}, {"HANDLE"}, {"KIND"}, {"FOR"}, {"PICTURES"}},
-                  Listing::kWhole);
+  Listing listing(context.output,
+                  {{"ORDER", 0, true}, {"HANDLE"}, {"KIND"}, {"FOR"}, {"PICTURES"}});
   for (const auto& order : list.orders())
     listing.add(
         PropertyDictionary::parse(order.json()),
         {std::to_string(order.number()), order.handle() == 0 ? "" : handleText(order.handle()),
          order.kindInWords(), order.purpose(), picturesInWords(order)});
-  const int exitCode = sayUnread(context, listing, list);
-  listing.finish();
-  if (isEmpty(list)) context.output.message("There are no orders.");
-  return exitCode;
+  return finish(context, listing, list);
 }
 
 /// All that is known of orders, and their pictures as files where wanted. Pictures that are there
@@ -322,17 +307,14 @@ int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
   Device device = openCamera(context);
   const auto list = readOrders(context, device);
   if (!options.download.empty()) return download(context, device, options, list);
-  const auto chosen = chosenOrders(context, list, options.orders);
-  Listing listing(context.output, {}, Listing::kWhole);
+  const auto chosen = chosenOrders(list, options.orders);
+  Listing listing(context.output, {});
   for (const Order* order : chosen) {
     context.output.item(PropertyDictionary::parse(order->json()));
     if (order != chosen.front()) context.output.line("");
     if (!context.output.isJSON()) showOrder(context.output, *order);
   }
-  const int exitCode = sayUnread(context, listing, list);
-  listing.finish();
-  if (isEmpty(list)) context.output.message("There are no orders.");
-  return exitCode;
+  return finish(context, listing, list);
 }
 
 /// Tells the device that pictures of an order have been dealt with. Only an order that the device
@@ -340,12 +322,11 @@ int runOrdersShow(ToolContext& context, const OrdersShowOptions& options) {
 int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
   Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  const auto& order = orderNamed(context, list, options.order);
-  if (order.handle() == 0) refuseMarkerOrder(context, order);
-  const auto pictures = chosenPictures(context, order, options.pictures);
+  const auto& order = orderNamed(list, options.order);
+  if (order.handle() == 0) refuseMarkerOrder(order);
+  const auto pictures = chosenPictures(order, options.pictures);
   Batch batch(context, "pictures fulfilled");
-  for (const auto& picture : pictures) {
-    if (!batch.goesOn()) break;
+  batch.forEach(pictures, [&](const OrderPicture& picture) {
     const PropertyDictionary json = {{"order", order.handle()},
                                      {"handle", picture.handle()},
                                      {"name", validUTF8(picture.name())}};
@@ -354,39 +335,34 @@ int runOrdersFulfil(ToolContext& context, const OrdersFulfilOptions& options) {
       fulfilOrder(device, order, picture);
       batch.succeeded(json, object);
     });
-  }
+  });
   return batch.finish();
 }
 
 /// Tells the device that every picture of an order has been dealt with.
 void fulfilWhole(Device& device, Batch& batch, const Order& order) {
-  for (const auto& picture : order.pictures()) {
-    if (!batch.goesOn()) return;
+  batch.forEach(order.pictures(), [&](const OrderPicture& picture) {
     batch.attempt({{"order", order.handle()}, {"handle", picture.handle()}},
                   order.description() + ", " + nameInWords(picture),
                   [&] { fulfilOrder(device, order, picture); });
-  }
+  });
 }
 
 /// Deletes orders, never their pictures, and says what is still there.
 int runOrdersDelete(ToolContext& context, const OrdersDeleteOptions& options) {
-  const Consent consent(context, context.operation, options.yes, "delete orders");
+  const Consent consent(context, options.yes, "delete orders");
   Device device = openCamera(context);
   const auto list = readOrders(context, device);
-  const auto doomed = options.orders.empty() ? allOf(context, device, list)
-                                             : namedOf(context, list, options.orders);
+  const auto doomed =
+      options.orders.empty() ? allOf(context, device, list) : namedOf(list, options.orders);
   const std::string question = "Delete " + countedInWords(doomed) + " from " +
                                device.facts().name() + "? The pictures stay.";
   if (!doomed.empty()) consent.require(question, "nothing was deleted");
   Batch batch(context, "orders deleted");
-  for (const auto& each : doomed) {
-    if (!batch.goesOn()) break;
-    deleteOne(batch, device, each);
-  }
+  batch.forEach(doomed, [&](const Doomed& each) { deleteOne(batch, device, each); });
   // What could not be read is still there, and nobody is to think that all is gone.
-  for (const auto& entry : options.orders.empty() ? list.unread() : std::vector<Unread>())
-    batch.failed(asJSON(entry), failureOf(context, entry));
-  if (isEmpty(list)) context.output.message("There are no orders.");
+  if (options.orders.empty()) sayUnread(context, batch, list);
+  if (isEmpty(list)) context.output.message(kNoOrders);
   return batch.finish();
 }
 
@@ -397,22 +373,15 @@ int importOrders(ToolContext& context, Device& device, const std::string& folder
   const auto list = readOrders(context, device);
   if (isEmpty(list)) return kDone;
   Batch batch(context, "pictures of orders fetched");
-  for (const auto& entry : list.unread())
-    batch.failed(asJSON(entry), failureOf(context, entry));
+  sayUnread(context, batch, list);
   sayWithheld(context, list);
-  std::size_t count = 0;
-  for (const auto& order : list.orders())
-    count += order.pictures().size();
-  OrderPictures pictures(context, device, batch, folder, count);
-  for (const auto& order : list.orders()) {
-    if (!batch.goesOn()) break;
-    const auto before = batch.failures();
-    pictures.fetch(order);
+  const auto dealtWith = [&](const Order& order, std::uint64_t failures) {
     // Done with is what is here as a whole; what stands in a file of the device cannot be told.
-    const auto isWhole = [&] { return batch.failures() == before && batch.goesOn(); };
+    const auto isWhole = [&] { return batch.failures() == failures && batch.goesOn(); };
     if (isWhole() && order.handle() != 0) fulfilWhole(device, batch, order);
-    if (told && !told(order, isWhole())) break;
-  }
+    return !told || told(order, isWhole());
+  };
+  fetchOrderPictures(context, device, batch, chosenOrders(list, {}), folder, dealtWith);
   return batch.finish();
 }
 
@@ -421,31 +390,23 @@ void addOrdersCommands(CommandGroup& root) {
                           "tarvoctl orders list");
   group.command("list", "Every order with whom or what it is for", "tarvoctl orders list",
                 runOrdersList);
-  const auto show = std::make_shared<OrdersShowOptions>();
-  group
-      .command("show", "All that is known of orders, and their pictures",
-               "tarvoctl orders show --download orders/",
-               [show](ToolContext& context) { return runOrdersShow(context, *show); })
-      .operand("ORDER", show->orders, "Numbers in the list, or handles (0x...); all")
-      .option("--download", show->download, "DIR", "Fetch the pictures, one folder an order")
+  auto [show, shown] = group.command("show", "All that is known of orders, and their pictures",
+                                     "tarvoctl orders show --download orders/", runOrdersShow);
+  show.operand("ORDER", shown.orders, "Numbers in the list, or handles (0x...); all")
+      .option("--download", shown.download, "DIR", "Fetch the pictures, one folder an order")
       .more(
           "What the order says is put beside its pictures, in order.json; pictures that are\n"
           "there already are passed over.");
-  const auto fulfil = std::make_shared<OrdersFulfilOptions>();
-  group
-      .command("fulfil", "Tell the device that pictures have been dealt with",
-               "tarvoctl orders fulfil 1",
-               [fulfil](ToolContext& context) { return runOrdersFulfil(context, *fulfil); })
-      .operand("ORDER", fulfil->order, "Number in the list, or handle (0x...)")
-      .required()
-      .operand("PICTURE", fulfil->pictures, "Names or handles; all of the order")
+  auto [fulfil, done] =
+      group.command("fulfil", "Tell the device that pictures have been dealt with",
+                    "tarvoctl orders fulfil 1", runOrdersFulfil);
+  fulfil.required("ORDER", done.order, "Number in the list, or handle (0x...)")
+      .operand("PICTURE", done.pictures, "Names or handles; all of the order")
       .more("Orders without a handle are lines of a file and know nothing of it.");
-  const auto remove = std::make_shared<OrdersDeleteOptions>();
-  group
-      .command("delete", "Delete orders; the pictures stay", "tarvoctl orders delete --yes",
-               [remove](ToolContext& context) { return runOrdersDelete(context, *remove); })
-      .operand("ORDER", remove->orders, "Numbers in the list, or handles (0x...); all")
-      .flag("--yes", remove->yes, "Do not ask")
+  auto [remove, gone] = group.command("delete", "Delete orders; the pictures stay",
+                                      "tarvoctl orders delete --yes", runOrdersDelete);
+  remove.operand("ORDER", gone.orders, "Numbers in the list, or handles (0x...); all")
+      .flag("--yes", gone.yes, "Do not ask")
       .more(
           "All are those that 'orders list' shows, but for what the device keeps for a\n"
           "transfer. What cannot be read goes only where its handle is named.");

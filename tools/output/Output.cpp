@@ -70,7 +70,7 @@ std::size_t Output::columns() const {
 void Output::check(bool succeeded) {
   if (succeeded) return;
   if (errno == EPIPE) throw BrokenPipe();
-  throw ToolError(
+  throw OutputError(
       {.object = "standard output", .status = status::kIOError, .why = std::strerror(errno)});
 }
 
@@ -100,10 +100,6 @@ void Output::lines(const std::string& text) {
 void Output::title(const std::string& text) {
   if (!outHasColours_) return line(text);
   if (!json_) write("\033[1m" + printable(text) + "\033[0m\n");
-}
-
-void Output::bytes(std::span<const std::byte> data) {
-  text({reinterpret_cast<const char*>(data.data()), data.size()});
 }
 
 void Output::text(std::string_view data) {
@@ -208,6 +204,7 @@ Listing::Listing(Output& output, std::vector<Column> columns, Mode mode)
 }
 
 void Listing::add(const PropertyDictionary& json, std::vector<std::string> cells) {
+  isEmpty_ = false;
   output_.item(json);
   if (output_.isJSON()) return;
   for (auto& cell : cells)
@@ -223,12 +220,14 @@ void Listing::add(const PropertyDictionary& json, std::vector<std::string> cells
 }
 
 void Listing::addFailure(PropertyDictionary json, const Failure& failure) {
+  isEmpty_ = false;
+  exitCode_ = kFailed;
   json["error"] = asJSON(failure);
   output_.item(json);
   output_.objectError(failure);
 }
 
-void Listing::finish() {
+int Listing::finish(const std::string& none) {
   if (mode_ == kFitting && isTooWide()) {
     showBlocks();
   } else {
@@ -238,6 +237,8 @@ void Listing::finish() {
   }
   rows_.clear();
   output_.endList();
+  if (isEmpty_ && !none.empty()) output_.message(none);
+  return exitCode_;
 }
 
 bool Listing::isTooWide() const {
@@ -250,7 +251,7 @@ bool Listing::isTooWide() const {
 void Listing::showBlocks() const {
   for (const auto& row : rows_) {
     if (&row != &rows_.front()) output_.line("");
-    std::vector<std::pair<std::string, std::string>> fields;
+    Fields fields;
     for (std::size_t index = 0; index < row.size(); ++index)
       fields.emplace_back(fieldName(columns_[index].title), row[index]);
     showFields(output_, fields);
@@ -281,7 +282,12 @@ void Listing::show(const std::vector<std::string>& cells, bool isTitle) {
   }
 }
 
-void showFields(Output& output, const std::vector<std::pair<std::string, std::string>>& fields) {
+void showFields(Output& output, const PropertyDictionary& json, const Fields& fields) {
+  if (output.isJSON()) output.document(json);
+  showFields(output, fields);
+}
+
+void showFields(Output& output, const Fields& fields) {
   std::size_t width = 0;
   for (const auto& [name, value] : fields)
     width = std::max(width, displayWidth(name) + 1);

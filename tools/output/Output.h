@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <exception>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Utilities/PropertyDictionary.h"
@@ -41,7 +41,7 @@ class BrokenPipe : public std::exception {
 
 /// Main thread only. Whatever a device said, no control character of it reaches a terminal (C0 and
 /// C1, DEL, and those that turn the direction of text). What writes to standard output raises
-/// BrokenPipe, and a ToolError where it cannot be written for another reason (a full disk).
+/// BrokenPipe, and an OutputError where it cannot be written for another reason (a full disk).
 ///
 /// With --json all results of a command are one document: either a single document(), or a list,
 /// an entry a line. With --json-lines each is a line, and so is each entry of a list.
@@ -65,7 +65,6 @@ class Output {
   void title(const std::string& text);
   /// Bytes as they are, whatever the form; to a terminal as printableLines() of them, each piece by
   /// itself.
-  void bytes(std::span<const std::byte> data);
   void text(std::string_view data);
   /// The one JSON document, in either form.
   void document(const PropertyDictionary& json);
@@ -78,9 +77,10 @@ class Output {
   void endList();
   /// Hands everything on. Raises as above.
   void flush();
-  /// From here on everything is an event, one JSON document a line: what is text() already, entries
-  /// of lists, which get the name `itemEvent`, messages ("warning") and errors ("error").
+  /// From here on everything is an event, one JSON document a line: event(), entries of lists,
+  /// which get the name `itemEvent`, messages ("warning") and errors ("error").
   void converse(std::string itemEvent);
+  void event(const std::string& name, PropertyDictionary json);
   /// From here on results are handed on by the bufferful, except to a terminal: for lists that come
   /// as fast as a disk is read. Without it each is handed on at once.
   void gather() { gathers_ = !outIsTerminal_; }
@@ -102,7 +102,6 @@ class Output {
 
  private:
   void write(std::string_view data);
-  void event(const std::string& name, PropertyDictionary json);
   void writeError(const std::string& text);
   /// Raises for a stream that has failed.
   void check(bool succeeded);
@@ -125,9 +124,9 @@ class Output {
 
 // A list as a result: aligned columns for a person, a JSON array for a script.
 //
-//   Listing listing(output, {{"HANDLE"}, {"SIZE", 9, true}, {"NAME"}}, Listing::kWhole);
+//   Listing listing(output, {{"HANDLE"}, {"SIZE", 9, true}, {"NAME"}});
 //   listing.add({{"handle", 1}, {"size", 27}}, {"0x00000001", "27 bytes", "A.TXT"});
-//   listing.finish();
+//   return listing.finish("There are none.");
 
 struct Column {
   std::string title{};
@@ -144,14 +143,14 @@ class Listing {
   enum Mode { kWhole, kFitting, kStreamed };
 
   /// `output` is lent. Without rows no titles are shown.
-  Listing(Output& output, std::vector<Column> columns, Mode mode);
+  Listing(Output& output, std::vector<Column> columns, Mode mode = kWhole);
   /// As many cells as columns; they may hold what a device gave.
   void add(const PropertyDictionary& json, std::vector<std::string> cells);
   /// An object whose row cannot be told, with the keys that are known of it.
   void addFailure(PropertyDictionary json, const Failure& failure);
-  /// Shows what has not been shown. To be called at the end of a list that succeeded, in whole or
-  /// in part.
-  void finish();
+  /// Shows what has not been shown, and says `none` of a list without entries. To be called at the
+  /// end of a list that succeeded, in whole or in part, which the exit status that it gives tells.
+  int finish(const std::string& none = {});
 
  private:
   bool isTooWide() const;
@@ -162,11 +161,17 @@ class Listing {
   Output& output_;
   std::vector<Column> columns_;
   Mode mode_;
+  bool isEmpty_ = true;
+  int exitCode_ = kDone;
   bool hasTitles_ = false;
   std::vector<std::vector<std::string>> rows_;
 };
 
+/// Names and values, in the order in which a person reads them.
+using Fields = std::vector<std::pair<std::string, std::string>>;
 /// "NAME: VALUE" lines with the values below each other; nothing with --json.
-void showFields(Output& output, const std::vector<std::pair<std::string, std::string>>& fields);
+void showFields(Output& output, const Fields& fields);
+/// The one result: `json`, or for a person the fields.
+void showFields(Output& output, const PropertyDictionary& json, const Fields& fields);
 
 }  // namespace tarvo::tools

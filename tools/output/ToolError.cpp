@@ -81,14 +81,10 @@ ToolError::ToolError(Failure failure, ExitCode exitCode)
   // Scripts tell failures by their status.
   if (exitCode_ == kFailed && failure_.status == status::kOK)
     failure_.status = status::kBadParameter;
-  what_ = inWords(failure_);
 }
 
-void refuseUsage(const std::string& operation, const std::string& why) {
-  throw ToolError({.operation = operation,
-                   .why = why,
-                   .advice = formatted("Try 'tarvoctl %s --help'.", operation.c_str())},
-                  kBadUsage);
+void refuseUsage(const std::string& why) {
+  throw ToolError({.why = why}, kBadUsage);
 }
 
 }  // namespace tarvo::tools

@@ -23,8 +23,9 @@ enum ExitCode : int {
 
 /// What is known of a failure; what is empty is not said.
 struct Failure {
-  std::string operation{};  ///< as a user names it: "get", "storage format"
-  std::string object{};     ///< what it was done to: a file, a handle, a property
+  /// As a user names it: "get", "storage format". Of what ends a command runCommand() knows it.
+  std::string operation{};
+  std::string object{};  ///< what it was done to: a file, a handle, a property
   Status status = status::kOK;
   std::string why{};     ///< more than the status says, a clause
   std::string advice{};  ///< what to do; empty: what adviceFor() knows about the status
@@ -52,15 +53,19 @@ class ToolError : public std::exception {
 
   const Failure& failure() const noexcept { return failure_; }
   ExitCode exitCode() const noexcept { return exitCode_; }
-  const char* what() const noexcept override { return what_.c_str(); }
+  const char* what() const noexcept override { return failure_.why.c_str(); }
 
  private:
   Failure failure_;
   ExitCode exitCode_;
-  std::string what_;
+};
+
+/// Standard output cannot be written, which is no failure of the command's own work.
+class OutputError : public ToolError {
+  using ToolError::ToolError;
 };
 
 /// A mistake in the command line that only the command itself can see.
-[[noreturn]] void refuseUsage(const std::string& operation, const std::string& why);
+[[noreturn]] void refuseUsage(const std::string& why);
 
 }  // namespace tarvo::tools

@@ -7,6 +7,8 @@
 #include <array>
 #include <cctype>
 #include <cstdlib>
+#include <initializer_list>
+#include <iterator>
 #include <span>
 #include <utility>
 
@@ -83,11 +85,8 @@ std::string usedSpaceInWords(const StoreInfo& store) {
 
 std::string dateInWords(std::string_view ptpDate) {
   if (!beginsWith(ptpDate, kShapeOfPTP)) return printable(ptpDate);
-  const auto part = [&](std::size_t at, std::size_t length) {
-    return std::string(ptpDate.substr(at, length));
-  };
-  return part(0, 4) + "-" + part(4, 2) + "-" + part(6, 2) + " " + part(9, 2) + ":" + part(11, 2) +
-         ":" + part(13, 2);
+  const char* at = ptpDate.data();
+  return formatted("%.4s-%.2s-%.2s %.2s:%.2s:%.2s", at, at + 4, at + 6, at + 9, at + 11, at + 13);
 }
 
 std::optional<std::int64_t> secondsAhead(std::string_view ptpDate) {
@@ -130,10 +129,6 @@ std::string localDateText(std::time_t date, const char* format) {
   return {text.data(), std::strftime(text.data(), text.size(), format, &local)};
 }
 
-std::string batteryInWords(std::uint8_t level) {
-  return level == kUnknownBatteryLevel ? "unknown" : std::to_string(level) + " %";
-}
-
 std::string durationInWords(std::uint64_t seconds) {
   const auto hours = static_cast<unsigned>(seconds / 3600);
   const auto minutes = static_cast<unsigned>(seconds / 60 % 60);
@@ -162,250 +157,160 @@ std::string padded(const std::string& text, std::size_t width, bool alignRight) 
 
 namespace {
 
-struct CodeName {
-  std::uint16_t code;
-  const char* name;
+/// Names of the codes from the first one on, without a gap.
+struct CodeNames {
+  std::uint16_t first;
+  std::initializer_list<const char*> names;
+
+  /// Null for a code that is none of them.
+  constexpr const char* nameOf(std::int64_t code) const {
+    const bool isOne = code >= first && code - first < std::ssize(names);
+    return isOne ? names.begin()[code - first] : nullptr;
+  }
 };
 
-constexpr auto kOperations = std::to_array<CodeName>({
-    {ptp::kGetDeviceInfo, "GetDeviceInfo"},
-    {ptp::kOpenSession, "OpenSession"},
-    {ptp::kCloseSession, "CloseSession"},
-    {ptp::kGetStorageIDs, "GetStorageIDs"},
-    {ptp::kGetStorageInfo, "GetStorageInfo"},
-    {ptp::kGetNumObjects, "GetNumObjects"},
-    {ptp::kGetObjectHandles, "GetObjectHandles"},
-    {ptp::kGetObjectInfo, "GetObjectInfo"},
-    {ptp::kGetObject, "GetObject"},
-    {ptp::kGetThumb, "GetThumb"},
-    {ptp::kDeleteObject, "DeleteObject"},
-    {ptp::kSendObjectInfo, "SendObjectInfo"},
-    {ptp::kSendObject, "SendObject"},
-    {ptp::kInitiateCapture, "InitiateCapture"},
-    {ptp::kFormatStore, "FormatStore"},
-    {ptp::kResetDevice, "ResetDevice"},
-    {ptp::kSelfTest, "SelfTest"},
-    {ptp::kSetObjectProtection, "SetObjectProtection"},
-    {ptp::kPowerDown, "PowerDown"},
-    {ptp::kGetDevicePropDesc, "GetDevicePropDesc"},
-    {ptp::kGetDevicePropValue, "GetDevicePropValue"},
-    {ptp::kSetDevicePropValue, "SetDevicePropValue"},
-    {ptp::kResetDevicePropValue, "ResetDevicePropValue"},
-    {ptp::kTerminateOpenCapture, "TerminateOpenCapture"},
-    {ptp::kMoveObject, "MoveObject"},
-    {ptp::kCopyObject, "CopyObject"},
-    {ptp::kGetPartialObject, "GetPartialObject"},
-    {ptp::kInitiateOpenCapture, "InitiateOpenCapture"},
-    {0x9001, "XTO_SEND_VENDOR_OBJECT_INFO"},
-    {0x9002, "XTO_SEND_VENDOR_OBJECT"},
-    {0x9005, "XTO_SEND_OBJECT_INFO"},
-    {0x9006, "XTO_SEND_OBJECT"},
-    {ptp::XTO_GET_ADDRESS_BOOK_INFO, "XTO_GET_ADDRESS_BOOK_INFO"},
-    {ptp::XTO_DISPLAY_REQUEST, "XTO_DISPLAY_REQUEST"},
-    {ptp::XT_GET_DISPLAY_REQUEST_VERSION, "XT_GET_DISPLAY_REQUEST_VERSION"},
-    {ptp::XTO_GET_LCB_INFO, "XTO_GET_LCB_INFO"},
-    {ptp::XTO_GET_BRAGBOOK_VERSION, "XTO_GET_BRAGBOOK_VERSION"},
-    {ptp::XTO_SEND_OBJECT_PART, "XTO_SEND_OBJECT_PART"},
-    {ptp::XTO_GET_DB_ROWS, "XTO_GET_DB_ROWS"},
-    {0x9202, "XTO_SEND_EXT_OBJECT_INFO"},
-    {ptp::XTO_GET_PICTURE_FILE_SIZES, "XTO_GET_PICTURE_FILE_SIZES"},
-    {ptp::XTO_GET_DATASET, "XTO_GET_DATASET"},
-    {ptp::XTO_CREATE_DATASET, "XTO_CREATE_DATASET"},
-    {ptp::XTO_UPDATE_EXT_OBJECT_INFO, "XTO_UPDATE_EXT_OBJECT_INFO"},
-    {ptp::XTO_UPDATE_DATASET, "XTO_UPDATE_DATASET"},
-    {ptp::XTO_MODIFY_ASSET_LIST, "XTO_MODIFY_ASSET_LIST"},
-    {0x9209, "XTO_DELETE_VENDOR_OBJECT"},
-    {ptp::XTO_GET_SUPPORTED_DATASETS, "XTO_GET_SUPPORTED_DATASETS"},
-});
+constexpr CodeNames kOperations[] = {
+    {0x1001,
+     {"GetDeviceInfo",
+      "OpenSession",
+      "CloseSession",
+      "GetStorageIDs",
+      "GetStorageInfo",
+      "GetNumObjects",
+      "GetObjectHandles",
+      "GetObjectInfo",
+      "GetObject",
+      "GetThumb",
+      "DeleteObject",
+      "SendObjectInfo",
+      "SendObject",
+      "InitiateCapture",
+      "FormatStore",
+      "ResetDevice",
+      "SelfTest",
+      "SetObjectProtection",
+      "PowerDown",
+      "GetDevicePropDesc",
+      "GetDevicePropValue",
+      "SetDevicePropValue",
+      "ResetDevicePropValue",
+      "TerminateOpenCapture",
+      "MoveObject",
+      "CopyObject",
+      "GetPartialObject",
+      "InitiateOpenCapture"}},
+    {0x9001, {"XTO_SEND_VENDOR_OBJECT_INFO", "XTO_SEND_VENDOR_OBJECT"}},
+    {0x9005,
+     {"XTO_SEND_OBJECT_INFO", "XTO_SEND_OBJECT", "XTO_GET_ADDRESS_BOOK_INFO", "XTO_DISPLAY_REQUEST",
+      "XT_GET_DISPLAY_REQUEST_VERSION"}},
+    {0x900C, {"XTO_GET_LCB_INFO"}},
+    {0x9011, {"XTO_GET_BRAGBOOK_VERSION"}},
+    {0x9019, {"XTO_SEND_OBJECT_PART", "XTO_GET_DB_ROWS"}},
+    {0x9202,
+     {"XTO_SEND_EXT_OBJECT_INFO", "XTO_GET_PICTURE_FILE_SIZES", "XTO_GET_DATASET",
+      "XTO_CREATE_DATASET", "XTO_UPDATE_EXT_OBJECT_INFO", "XTO_UPDATE_DATASET",
+      "XTO_MODIFY_ASSET_LIST", "XTO_DELETE_VENDOR_OBJECT", "XTO_GET_SUPPORTED_DATASETS"}}};
 
-constexpr auto kProperties = std::to_array<CodeName>({
-    {0x5001, "BatteryLevel"},
-    {0x5002, "FunctionalMode"},
-    {0x5003, "ImageSize"},
-    {0x5004, "CompressionSetting"},
-    {0x5005, "WhiteBalance"},
-    {0x5006, "RGBGain"},
-    {0x5007, "FNumber"},
-    {0x5008, "FocalLength"},
-    {0x5009, "FocusDistance"},
-    {0x500A, "FocusMode"},
-    {0x500B, "ExposureMeteringMode"},
-    {0x500C, "FlashMode"},
-    {0x500D, "ExposureTime"},
-    {0x500E, "ExposureProgramMode"},
-    {0x500F, "ExposureIndex"},
-    {0x5010, "ExposureBiasCompensation"},
-    {0x5011, "DateTime"},
-    {0x5012, "CaptureDelay"},
-    {0x5013, "StillCaptureMode"},
-    {0x5014, "Contrast"},
-    {0x5015, "Sharpness"},
-    {0x5016, "DigitalZoom"},
-    {0x5017, "EffectMode"},
-    {0x5018, "BurstNumber"},
-    {0x5019, "BurstInterval"},
-    {0x501A, "TimelapseNumber"},
-    {0x501B, "TimelapseInterval"},
-    {0x501C, "FocusMeteringMode"},
-    {0x501D, "UploadURL"},
-    {0x501E, "Artist"},
-    {0x501F, "CopyrightInfo"},
-    {ptp::kCaptureCapability, "CaptureCapability"},
-    {ptp::kDeviceGUID, "DeviceGUID"},
-    {0xD202, "DeviceUserName"},
-    {0xD203, "DefaultHostID"},
-    {0xD204, "DefaultCollectionID"},
-    {ptp::kIntention, "Intention"},
-});
+constexpr CodeNames kProperties[] = {
+    {0x5001,
+     {"BatteryLevel",
+      "FunctionalMode",
+      "ImageSize",
+      "CompressionSetting",
+      "WhiteBalance",
+      "RGBGain",
+      "FNumber",
+      "FocalLength",
+      "FocusDistance",
+      "FocusMode",
+      "ExposureMeteringMode",
+      "FlashMode",
+      "ExposureTime",
+      "ExposureProgramMode",
+      "ExposureIndex",
+      "ExposureBiasCompensation",
+      "DateTime",
+      "CaptureDelay",
+      "StillCaptureMode",
+      "Contrast",
+      "Sharpness",
+      "DigitalZoom",
+      "EffectMode",
+      "BurstNumber",
+      "BurstInterval",
+      "TimelapseNumber",
+      "TimelapseInterval",
+      "FocusMeteringMode",
+      "UploadURL",
+      "Artist",
+      "CopyrightInfo"}},
+    {0xD00B, {"CaptureCapability"}},
+    {0xD201, {"DeviceGUID", "DeviceUserName", "DefaultHostID", "DefaultCollectionID"}},
+    {0xD206, {"Intention"}}};
 
-constexpr auto kEvents = std::to_array<CodeName>({
-    {0x4001, "CancelTransaction"},
-    {ptp::kObjectAdded, "ObjectAdded"},
-    {ptp::kObjectRemoved, "ObjectRemoved"},
-    {ptp::kStoreAdded, "StoreAdded"},
-    {ptp::kStoreRemoved, "StoreRemoved"},
-    {ptp::kDevicePropChanged, "DevicePropChanged"},
-    {ptp::kObjectInfoChanged, "ObjectInfoChanged"},
-    {0x4008, "DeviceInfoChanged"},
-    {0x4009, "RequestObjectTransfer"},
-    {0x400A, "StoreFull"},
-    {ptp::kDeviceReset, "DeviceReset"},
-    {ptp::kStorageInfoChanged, "StorageInfoChanged"},
-    {0x400D, "CaptureComplete"},
-    {ptp::kUnreportedStatus, "UnreportedStatus"},
-});
+constexpr CodeNames kEvents[] = {
+    {0x4001,
+     {"CancelTransaction", "ObjectAdded", "ObjectRemoved", "StoreAdded", "StoreRemoved",
+      "DevicePropChanged", "ObjectInfoChanged", "DeviceInfoChanged", "RequestObjectTransfer",
+      "StoreFull", "DeviceReset", "StorageInfoChanged", "CaptureComplete", "UnreportedStatus"}}};
 
-constexpr auto kFormats = std::to_array<CodeName>({
-    {0x3000, "file"},
-    {0x3001, "folder"},
-    {0x3002, "script"},
-    {0x3003, "program"},
-    {0x3004, "text"},
-    {0x3005, "HTML page"},
-    {0x3006, "print order file"},
-    {0x3007, "AIFF sound"},
-    {0x3008, "WAV sound"},
-    {0x3009, "MP3 sound"},
-    {0x300A, "AVI movie"},
-    {0x300B, "MPEG movie"},
-    {0x300C, "ASF movie"},
-    {0x300D, "QuickTime movie"},
-    {0x300E, "XML text"},
-    {0x3800, "image"},
-    {0x3801, "JPEG image"},
-    {0x3802, "TIFF/EP image"},
-    {0x3803, "FlashPix image"},
-    {0x3804, "BMP image"},
-    {0x3805, "CIFF image"},
-    {0x3807, "GIF image"},
-    {0x3808, "JFIF image"},
-    {0x3809, "PhotoCD image"},
-    {0x380A, "PICT image"},
-    {0x380B, "PNG image"},
-    {0x380D, "TIFF image"},
-    {0x380E, "TIFF/IT image"},
-    {0x380F, "JPEG 2000 image"},
-    {0x3810, "JPEG 2000 (JPX) image"},
-    {0xB001, "firmware"},
-    {ptp::XTD_ADDRESS_BOOK_FILE, "address book"},
-    {ptp::XTD_ALBUM_NAMES_FILE, "album names"},
-    {ptp::XTD_HOST_OBJECT_WRAPPER, "host object wrapper"},
-    {ptp::XTD_QUERY, "query"},
-    {ptp::XTD_ALBUM, "album"},
-    {ptp::XTD_GROUP, "group"},
-    {ptp::XTD_CONTACT, "contact"},
-    {ptp::XTD_EMAIL_ORDER, "e-mail order"},
-    {ptp::XTD_PRINT_ORDER, "print order"},
-    {ptp::XTD_TRANSFER_ORDER, "transfer order"},
-    {ptp::XTD_SQUIRT_EMAIL_ORDER, "wireless e-mail order"},
-    {ptp::XTD_SQUIRT_PRINT_ORDER, "wireless print order"},
-    {ptp::XTD_SQUIRT_TRANSFER_ORDER, "wireless transfer order"},
-    {ptp::XTD_WIRELESS_CONFIG, "wireless settings"},
-    {ptp::XTD_BRAGBOOK, "favourite picture (older form)"},
-    {ptp::XTD_BRAGBOOK2, "favourite picture"},
-    {ptp::XTD_SHOEBOX_IMAGE, "shoebox picture"},
-});
+constexpr CodeNames kFormats[] = {
+    {0x3000,
+     {"file", "folder", "script", "program", "text", "HTML page", "print order file", "AIFF sound",
+      "WAV sound", "MP3 sound", "AVI movie", "MPEG movie", "ASF movie", "QuickTime movie",
+      "XML text"}},
+    {0x3800, {"image", "JPEG image", "TIFF/EP image", "FlashPix image", "BMP image", "CIFF image"}},
+    {0x3807, {"GIF image", "JFIF image", "PhotoCD image", "PICT image", "PNG image"}},
+    {0x380D, {"TIFF image", "TIFF/IT image", "JPEG 2000 image", "JPEG 2000 (JPX) image"}},
+    {0xB001, {"firmware"}},
+    {0xB003, {"address book"}},
+    {0xB005, {"album names"}},
+    {0xB008, {"host object wrapper"}},
+    {0xB00E, {"query"}},
+    {0xB201,
+     {"album", "group", "contact", "e-mail order", "print order", "transfer order",
+      "wireless e-mail order", "wireless print order", "wireless transfer order",
+      "wireless settings"}},
+    {0xB802, {"favourite picture (older form)", "favourite picture"}},
+    {0xB805, {"shoebox picture"}}};
 
 /// Null where the table has no such code.
-const char* nameIn(std::span<const CodeName> table, std::uint16_t code) {
-  const auto row = std::ranges::find(table, code, &CodeName::code);
-  return row == table.end() ? nullptr : row->name;
+const char* nameIn(std::span<const CodeNames> table, std::uint16_t code) {
+  for (const auto& row : table)
+    if (const char* name = row.nameOf(code)) return name;
+  return nullptr;
 }
 
-std::string nameOrNumber(std::span<const CodeName> table, std::uint16_t code) {
+std::string nameOrNumber(std::span<const CodeNames> table, std::uint16_t code) {
   const char* name = nameIn(table, code);
   return name ? name : formatted("0x%04x", unsigned{code});
 }
 
-}  // namespace
-
-std::string operationName(std::uint16_t code) {
-  return nameOrNumber(kOperations, code);
-}
-
-std::string propertyName(std::uint16_t code) {
-  return nameOrNumber(kProperties, code);
-}
-
-std::string eventName(std::uint16_t code) {
-  return nameOrNumber(kEvents, code);
-}
-
-std::uint16_t propertyCode(std::string_view name) {
-  const auto* row = std::ranges::find_if(kProperties, [&](const CodeName& each) {
-    return ::strcasecmp(each.name, std::string(name).c_str()) == 0;
-  });
-  return row == kProperties.end() ? 0 : row->code;
-}
-
-namespace {
-
 /// Of a property that counts what it can be.
-struct ValueName {
+struct SettingNames {
   std::uint16_t property;
-  std::uint16_t value;
-  const char* name;
+  CodeNames values;
 };
 
-constexpr auto kValues = std::to_array<ValueName>({
-    {0x5002, 0, "standard"},
-    {0x5002, 1, "asleep"},
-    {0x5005, 1, "manual"},
-    {0x5005, 2, "automatic"},
-    {0x5005, 3, "automatic at a push"},
-    {0x5005, 4, "daylight"},
-    {0x5005, 5, "fluorescent light"},
-    {0x5005, 6, "tungsten light"},
-    {0x5005, 7, "flash"},
-    {0x500A, 1, "manual"},
-    {0x500A, 2, "automatic"},
-    {0x500A, 3, "automatic, close up"},
-    {0x500B, 1, "average"},
-    {0x500B, 2, "average by the centre"},
-    {0x500B, 3, "several spots"},
-    {0x500B, 4, "spot in the centre"},
-    {0x500C, 1, "automatic"},
-    {0x500C, 2, "off"},
-    {0x500C, 3, "fill"},
-    {0x500C, 4, "automatic, against red eyes"},
-    {0x500C, 5, "fill, against red eyes"},
-    {0x500C, 6, "external"},
-    {0x500E, 1, "manual"},
-    {0x500E, 2, "automatic"},
-    {0x500E, 3, "aperture priority"},
-    {0x500E, 4, "shutter priority"},
-    {0x500E, 5, "creative, for depth of field"},
-    {0x500E, 6, "action, for short exposures"},
-    {0x500E, 7, "portrait"},
-    {0x5013, 1, "single"},
-    {0x5013, 2, "burst"},
-    {0x5013, 3, "at intervals"},
-    {0x5017, 1, "none"},
-    {0x5017, 2, "black and white"},
-    {0x5017, 3, "sepia"},
-    {0x501C, 1, "spot in the centre"},
-    {0x501C, 2, "several spots"},
-});
+constexpr SettingNames kSettings[] = {
+    {0x5002, {0, {"standard", "asleep"}}},
+    {0x5005,
+     {1,
+      {"manual", "automatic", "automatic at a push", "daylight", "fluorescent light",
+       "tungsten light", "flash"}}},
+    {0x500A, {1, {"manual", "automatic", "automatic, close up"}}},
+    {0x500B, {1, {"average", "average by the centre", "several spots", "spot in the centre"}}},
+    {0x500C,
+     {1,
+      {"automatic", "off", "fill", "automatic, against red eyes", "fill, against red eyes",
+       "external"}}},
+    {0x500E,
+     {1,
+      {"manual", "automatic", "aperture priority", "shutter priority",
+       "creative, for depth of field", "action, for short exposures", "portrait"}}},
+    {0x5013, {1, {"single", "burst", "at intervals"}}},
+    {0x5017, {1, {"none", "black and white", "sepia"}}},
+    {0x501C, {1, {"spot in the centre", "several spots"}}}};
 
 /// Of a property that measures something, in parts of a unit.
 std::string measureInWords(std::uint16_t property, std::int64_t value) {
@@ -439,11 +344,33 @@ std::string measureInWords(std::uint16_t property, std::int64_t value) {
 
 }  // namespace
 
+std::string operationName(std::uint16_t code) {
+  return nameOrNumber(kOperations, code);
+}
+
+std::string propertyName(std::uint16_t code) {
+  return nameOrNumber(kProperties, code);
+}
+
+std::string eventName(std::uint16_t code) {
+  return nameOrNumber(kEvents, code);
+}
+
+std::uint16_t propertyCode(std::string_view name) {
+  for (const auto& row : kProperties) {
+    const auto* const found = std::ranges::find_if(row.names, [&](const char* each) {
+      return ::strcasecmp(each, std::string(name).c_str()) == 0;
+    });
+    if (found != row.names.end())
+      return static_cast<std::uint16_t>(row.first + (found - row.names.begin()));
+  }
+  return 0;
+}
+
 std::string settingInWords(std::uint16_t property, std::int64_t value) {
-  const auto row = std::ranges::find_if(kValues, [&](const ValueName& each) {
-    return each.property == property && each.value == value;
-  });
-  return row == kValues.end() ? measureInWords(property, value) : row->name;
+  const auto* const row = std::ranges::find(kSettings, property, &SettingNames::property);
+  const char* const name = row == std::end(kSettings) ? nullptr : row->values.nameOf(value);
+  return name ? name : measureInWords(property, value);
 }
 
 std::string formatInWords(std::uint16_t format) {

@@ -42,9 +42,8 @@ std::string clockInWords(std::string_view ptpDate);
 std::optional<std::string> ptpDateFromWords(std::string_view words);
 /// By this computer's clock, as strftime(3) has the format.
 std::string localDateText(std::time_t date, const char* format);
-/// "80 %", or "unknown" where a device that cannot tell says 255.
+/// What a device says that cannot tell.
 inline constexpr std::uint8_t kUnknownBatteryLevel = 255;
-std::string batteryInWords(std::uint8_t level);
 /// "1:02:03", or "02:03" below an hour.
 std::string durationInWords(std::uint64_t seconds);
 

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,41 +54,36 @@ std::string modeInWords(const UnitMode& mode) {
 void requireLeave(const ToolContext& context, Unit& unit, bool yes) {
   if (yes || unit.canPowerCycle()) return;
   const std::string says = unit.info().description() + " says that it cannot come back by itself";
-  const Consent consent(context, context.operation, false, "send it away: " + says);
+  const Consent consent(context, false, "send it away: " + says);
   consent.require(says + ". Send it away?", "nothing was changed");
 }
 
 /// The disk that is `wanted`, or the card of the unit: its own disk is meant only where it has no
 /// other.
-std::string diskToMount(const ToolContext& context, Unit& unit, const std::string& wanted) {
+std::string diskToMount(Unit& unit, const std::string& wanted) {
   auto names = unit.mountable();
   const bool isThere = std::ranges::count(names, wanted) > 0;
   if (isThere) return wanted;
   if (names.empty() || !wanted.empty())
-    throw ToolError({.operation = context.operation,
-                     .object = unit.info().description(),
+    throw ToolError({.object = unit.info().description(),
                      .why = "the unit has no disk" + (wanted.empty() ? "" : " '" + wanted + "'") +
                             (names.empty() ? "" : "; it has " + joined(names)),
                      .advice = "Check that the memory card is in its slot."});
   if (names.size() > 1) std::erase(names, unit.info().disk());
   if (names.size() == 1) return names.front();
-  refuseUsage(context.operation, "say which disk: " + joined(names));
+  refuseUsage("say which disk: " + joined(names));
 }
 
 /// Every unit, by what is known of it without asking it.
 int runUnitList(ToolContext& context) {
-  const auto units = context.session().units();
-  Listing listing(context.output, {{"LOCATION"}, {"SERIAL"}, {"DISK"}, {"NAME"}, {"VOLUME"}},
-                  Listing::kWhole);
-  for (const auto& unit : units)
+  Listing listing(context.output, {{"LOCATION"}, {"SERIAL"}, {"DISK"}, {"NAME"}, {"VOLUME"}});
+  for (const auto& unit : context.session().units())
     listing.add(asJSON(unit), {locationInHex(unit.location()), unit.serial(), unit.disk(),
                                unit.name(), unit.cardName()});
-  listing.finish();
-  if (units.empty()) context.output.message("No unit is connected.");
-  return kDone;
+  return listing.finish("No unit is connected.");
 }
 
-int runUnitModeGet(ToolContext& context) {
+void runUnitModeGet(ToolContext& context) {
   Unit unit = openUnit(context);
   const UnitMode mode = unit.mode();
   if (context.output.isJSON()) tell(context, unit, jsonFromText(mode.json()), {});
@@ -98,12 +92,11 @@ int runUnitModeGet(ToolContext& context) {
                               {"Can wake after a given time", yesOrNo(mode.canWakeAfter())},
                               {"Is a composite device", yesOrNo(mode.isComposite())},
                               {"Wake-up", std::to_string(mode.wakeUp())}});
-  return kDone;
 }
 
 /// Warns of every volume that is mounted; it is left mounted. A unit that says that it cannot come
 /// back by itself is asked about before it is sent away.
-int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
+void runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
   Unit unit = openUnit(context);
   for (const UnitMount& mount : unit.mounts()) {
     const std::string users = mount.users();
@@ -119,27 +112,24 @@ int runUnitModeSet(ToolContext& context, const UnitModeOptions& options) {
         {"permanent", options.permanent},
         {"autowakeDelay", options.wakeAfter}},
        unit.info().description() + " was sent to " + options.mode + " mode.");
-  return kDone;
 }
 
-int runUnitModel(ToolContext& context) {
+void runUnitModel(ToolContext& context) {
   Unit unit = openUnit(context);
   const std::string model = unit.model();
   tell(context, unit, {{"model", validUTF8(model)}}, model);
-  return kDone;
 }
 
-int runUnitClockSet(ToolContext& context) {
+void runUnitClockSet(ToolContext& context) {
   Unit unit = openUnit(context);
   const std::time_t now = std::time(nullptr);
   unit.setClock(now);
   const std::string date = localDateText(now, "%Y-%m-%d %H:%M:%S");
   tell(context, unit, {{"dateTime", date}}, "The clock was set to " + date + ".");
-  return kDone;
 }
 
 /// Says whether there are any; both are success.
-int runUnitOrders(ToolContext& context) {
+void runUnitOrders(ToolContext& context) {
   Unit unit = openUnit(context);
   const bool isWaiting = unit.hasSharingOrders();
   const std::string& card = unit.info().cardName();
@@ -147,35 +137,31 @@ int runUnitOrders(ToolContext& context) {
   tell(context, unit, {{"sharingOrderExists", isWaiting}},
        isWaiting ? "Pictures on " + (card.empty() ? "the card" : card) + " wait to be shared."
                  : "No pictures wait to be shared.");
-  return kDone;
 }
 
 /// Every volume of the unit's USB device, wherever it is mounted.
-int runUnitUnmount(ToolContext& context) {
+void runUnitUnmount(ToolContext& context) {
   Unit unit = openUnit(context);
   unit.unmount();
   tell(context, unit, {{"unmounted", true}}, unit.info().description() + " is unmounted.");
-  return kDone;
 }
 
-int runUnitMount(ToolContext& context, const UnitMountOptions& options) {
+void runUnitMount(ToolContext& context, const UnitMountOptions& options) {
   Unit unit = openUnit(context);
-  const std::string disk = diskToMount(context, unit, options.disk);
+  const std::string disk = diskToMount(unit, options.disk);
   const std::string path = unit.mount(disk);
   tell(context, unit, {{"mounted", disk}, {"path", validUTF8(path)}},
        disk + " is mounted" + (path.empty() ? "." : " at " + path + "."));
-  return kDone;
 }
 
 /// Leaves the tray alone where a volume stays mounted.
-int eject(ToolContext& context, Unit unit) {
+void eject(ToolContext& context, Unit unit) {
   unit.eject();
   tell(context, unit, {{"ejected", true}}, unit.info().description() + " can be taken away.");
-  return kDone;
 }
 
-int runUnitEject(ToolContext& context) {
-  return eject(context, openUnit(context));
+void runUnitEject(ToolContext& context) {
+  eject(context, openUnit(context));
 }
 
 /// What can be let go of: each unit, and each device that is none of these.
@@ -194,36 +180,29 @@ struct Ejectable {
   }
 };
 
-/// The one that --device names of one kind; none where it names none of it.
-template <typename Find>
-auto namedBy(const Find& find) -> std::optional<decltype(find())> {
+/// The unit that --device names; none where it names none.
+std::optional<UnitInfo> unitNamed(Session& session, const std::string& wanted) {
   try {
-    return find();
+    return session.findUnit(wanted);
   } catch (const Error& error) {
     if (error.kind() != ErrorKind::kNotFound) throw;
     return std::nullopt;
   }
 }
 
-int ejectVolume(ToolContext& context, const DeviceInfo& volume) {
-  context.session().eject(volume);
-  PropertyDictionary json = asJSON(volume);
-  json["ejected"] = true;
-  context.output.result(json, volume.description() + " can be taken away.");
-  return kDone;
-}
-
 /// A camera has nothing that could be lost, which is as good as ejected.
-int leaveCamera(ToolContext& context, const DeviceInfo& camera) {
-  PropertyDictionary json = asJSON(camera);
-  json["ejected"] = false;
-  json["canBeUnplugged"] = true;
-  context.output.result(json,
-                        camera.description() + " can simply be unplugged: nothing is mounted.");
-  return kDone;
+void letGo(ToolContext& context, const DeviceInfo& device) {
+  PropertyDictionary json = asJSON(device);
+  const bool isVolume = device.kind() == DeviceKind::kVolume;
+  if (isVolume) context.session().eject(device);
+  json["ejected"] = isVolume;
+  if (!isVolume) json["canBeUnplugged"] = true;
+  context.output.result(
+      json, device.description() + (isVolume ? " can be taken away."
+                                             : " can simply be unplugged: nothing is mounted."));
 }
 
-int runEject(ToolContext& context) {
+void runEject(ToolContext& context) {
   Session& session = context.session();
   const std::string& wanted = context.options.device;
   const Ejectable all(session);
@@ -233,39 +212,32 @@ int runEject(ToolContext& context) {
       names.push_back(unit.description());
     for (const auto& volume : all.volumes)
       names.push_back(volume.description());
-    throw ToolError({.operation = context.operation,
-                     .why = "several can be ejected: " + joined(names),
+    throw ToolError({.why = "several can be ejected: " + joined(names),
                      .advice = "Choose one with --device and its serial number, location or name."},
                     kBadUsage);
   }
   // A unit first: it opens its tray, too, which its card does not.
   if (!all.units.empty())
-    if (const auto unit = namedBy([&] { return session.findUnit(wanted); }))
-      return eject(context, session.open(*unit));
-  if (wanted.empty() && !all.volumes.empty()) return ejectVolume(context, all.volumes.front());
-  if (wanted.empty() && !all.cameras.empty()) return leaveCamera(context, all.cameras.front());
-  const DeviceInfo device = findDevice(context);
-  return device.kind() == DeviceKind::kVolume ? ejectVolume(context, device)
-                                              : leaveCamera(context, device);
+    if (const auto unit = unitNamed(session, wanted)) return eject(context, session.open(*unit));
+  if (wanted.empty() && !all.volumes.empty()) return letGo(context, all.volumes.front());
+  if (wanted.empty() && !all.cameras.empty()) return letGo(context, all.cameras.front());
+  letGo(context, findDevice(context));
 }
 
 void addModes(CommandGroup& msc) {
   auto group = msc.group("mode", "How it comes up on USB", "tarvoctl msc mode get");
   group.command("get", "Show it, and what the unit can do", "tarvoctl msc mode get",
                 runUnitModeGet);
-  const auto set = std::make_shared<UnitModeOptions>();
-  group
-      .command("set", "Send the unit to another mode",
-               "tarvoctl msc mode set camera --power-down --wake-after 1000",
-               [set](ToolContext& context) { return runUnitModeSet(context, *set); })
-      .operand("MODE", set->mode, "camera, startup or memory")
-      .required()
+  auto [set, mode] =
+      group.command("set", "Send the unit to another mode",
+                    "tarvoctl msc mode set camera --power-down --wake-after 1000", runUnitModeSet);
+  set.required("MODE", mode.mode, "camera, startup or memory")
       .oneOf({"camera", "startup", "memory"})
-      .flag("--power-down", set->powerDown, "Switch off, and come back in that mode")
-      .count("--wake-after", set->wakeAfter, "How long to stay off; units count in tens")
+      .flag("--power-down", mode.powerDown, "Switch off, and come back in that mode")
+      .count("--wake-after", mode.wakeAfter, "How long to stay off; units count in tens")
       .needs("--power-down")
-      .flag("--permanent", set->permanent, "For good, and not for once")
-      .flag("--yes", set->yes, "Do not ask, though the unit cannot come back by itself")
+      .flag("--permanent", mode.permanent, "For good, and not for once")
+      .flag("--yes", mode.yes, "Do not ask, though the unit cannot come back by itself")
       .more(
           "startup is the mode in which it starts up. Nothing is unmounted; volumes that\n"
           "are mounted are warned about.");
@@ -296,11 +268,9 @@ void addMassStorageCommands(CommandGroup& root) {
       .more("The exit status is 0 in either case.");
   group.command("unmount", "Unmount its volumes", "tarvoctl msc unmount", runUnitUnmount)
       .more("What keeps one busy is named.");
-  const auto mount = std::make_shared<UnitMountOptions>();
-  group
-      .command("mount", "Mount its card", "tarvoctl msc mount",
-               [mount](ToolContext& context) { return runUnitMount(context, *mount); })
-      .operand("DISK", mount->disk, "Its block device, such as sdb1; the only one it has");
+  auto [mount, options] =
+      group.command("mount", "Mount its card", "tarvoctl msc mount", runUnitMount);
+  mount.operand("DISK", options.disk, "Its block device, such as sdb1; the only one it has");
   group
       .command("eject", "Unmount its volumes and open its tray", "tarvoctl msc eject", runUnitEject)
       .more("A volume that is busy keeps the tray shut.");

@@ -28,6 +28,10 @@ constexpr std::array kCharsets = {
     "KOI8-R",       "SHIFT_JIS",    "EUC-JP",       "ISO-2022-JP",  "GB2312",       "GBK",
     "BIG5",         "EUC-KR",       "UTF-16",       "UTF-7",        "US-ASCII"};
 
+/// The last values of an address, in the order of RFC 6350, 6.3.1, and the place of the first.
+constexpr std::array kAddress = {"street", "city", "state", "zip", "country"};
+constexpr std::size_t kStreet = 2;
+
 struct Unref {
   void operator()(EVCard* card) const { g_object_unref(card); }
 };
@@ -81,19 +85,16 @@ void putPreferred(json& card, const char* key, EVCardAttribute* attribute) {
   if (isPreferred(attribute)) card[mark] = true;
 }
 
+/// Of several addresses the first that has anything in it.
 void putAddress(json& card, const std::vector<std::string>& values) {
-  // Of several addresses the first that has anything in it. Values in the order of RFC 6350, 6.3.1.
-  for (const char* key : {"street", "city", "state", "zip", "country"}) {
+  for (const char* key : kAddress)
     if (card.contains(key)) return;
-  }
-  std::string street = valueAt(values, 2);
-  const std::string extension = valueAt(values, 1);
+  std::string street = valueAt(values, kStreet);
+  const std::string extension = valueAt(values, kStreet - 1);
   if (!extension.empty()) street += (street.empty() ? "" : "\n") + extension;
-  put(card, "street", street);
-  put(card, "city", valueAt(values, 3));
-  put(card, "state", valueAt(values, 4));
-  put(card, "zip", valueAt(values, 5));
-  put(card, "country", valueAt(values, 6));
+  put(card, kAddress.front(), street);
+  for (std::size_t index = 1; index < kAddress.size(); ++index)
+    put(card, kAddress.at(index), valueAt(values, kStreet + index));
 }
 
 void putAttribute(json& card, EVCardAttribute* attribute) {
@@ -138,6 +139,41 @@ bool isLine(std::string_view line, const char* text) {
   return g_ascii_strcasecmp(std::string(line).c_str(), text) == 0;
 }
 
+void addTexts(EVCard* card, const char* name, const std::vector<std::string>& values) {
+  EVCardAttribute* attribute = e_vcard_attribute_new(nullptr, name);
+  for (const auto& value : values)
+    e_vcard_attribute_add_value(attribute, value.c_str());
+  e_vcard_append_attribute(card, attribute);
+}
+
+std::string textOf(const json& card, const char* key) {
+  return card.value(key, std::string());
+}
+
+std::string cardText(const json& card) {
+  const CardPointer made(e_vcard_new());
+  const auto addOne = [&](const char* name, const char* key) {
+    if (card.contains(key)) addTexts(made.get(), name, {textOf(card, key)});
+  };
+  addOne(EVC_UID, "uid");
+  addOne(EVC_FN, "fullName");
+  addTexts(made.get(), EVC_N, {textOf(card, "familyName"), textOf(card, "givenName"), "", "", ""});
+  addOne(EVC_NICKNAME, "nickname");
+  addOne(EVC_EMAIL, "email");
+  addOne(EVC_TEL, "phone");
+  std::vector<std::string> address(kStreet);
+  bool hasAddress = false;
+  for (const char* key : kAddress) {
+    address.push_back(textOf(card, key));
+    hasAddress = hasAddress || !address.back().empty();
+  }
+  if (hasAddress) addTexts(made.get(), EVC_ADR, address);
+  if (card.contains("categories"))
+    addTexts(made.get(), EVC_CATEGORIES, card["categories"].get<std::vector<std::string>>());
+  const StringPointer text(e_vcard_to_string(made.get(), EVC_FORMAT_VCARD_30));
+  return std::string(text.get()) + "\r\n";
+}
+
 }  // namespace
 
 CardLibrary::CardLibrary() {
@@ -176,45 +212,6 @@ json cardsFromText(std::string_view text) {
   }
   return cards;
 }
-
-namespace {
-
-void addTexts(EVCard* card, const char* name, const std::vector<std::string>& values) {
-  EVCardAttribute* attribute = e_vcard_attribute_new(nullptr, name);
-  for (const auto& value : values)
-    e_vcard_attribute_add_value(attribute, value.c_str());
-  e_vcard_append_attribute(card, attribute);
-}
-
-std::string textOf(const json& card, const char* key) {
-  return card.value(key, std::string());
-}
-
-std::string cardText(const json& card) {
-  const CardPointer made(e_vcard_new());
-  const auto addOne = [&](const char* name, const char* key) {
-    if (card.contains(key)) addTexts(made.get(), name, {textOf(card, key)});
-  };
-  addOne(EVC_UID, "uid");
-  addOne(EVC_FN, "fullName");
-  addTexts(made.get(), EVC_N, {textOf(card, "familyName"), textOf(card, "givenName"), "", "", ""});
-  addOne(EVC_NICKNAME, "nickname");
-  addOne(EVC_EMAIL, "email");
-  addOne(EVC_TEL, "phone");
-  std::vector<std::string> address = {"", ""};
-  bool hasAddress = false;
-  for (const char* key : {"street", "city", "state", "zip", "country"}) {
-    address.push_back(textOf(card, key));
-    hasAddress = hasAddress || !address.back().empty();
-  }
-  if (hasAddress) addTexts(made.get(), EVC_ADR, address);
-  if (card.contains("categories"))
-    addTexts(made.get(), EVC_CATEGORIES, card["categories"].get<std::vector<std::string>>());
-  const StringPointer text(e_vcard_to_string(made.get(), EVC_FORMAT_VCARD_30));
-  return std::string(text.get()) + "\r\n";
-}
-
-}  // namespace
 
 std::string textFromCards(const json& cards) {
   std::string text;
