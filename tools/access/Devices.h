@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tarvo/AddressBook.h"
 #include "tarvo/Device.h"

@@ -15,7 +15,6 @@
 #include "Utilities/FileDescriptor.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
-#include "platform/files/PartFile.h"
 #include "tools/output/ToolError.h"
 #include "tools/output/Words.h"
 

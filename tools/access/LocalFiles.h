@@ -3,7 +3,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <ctime>
 #include <optional>
 #include <span>
 #include <string>

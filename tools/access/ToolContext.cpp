@@ -53,10 +53,6 @@ namespace {
 constexpr std::size_t kLargestFile = 64U << 20;
 constexpr std::size_t kLargestText = 8U << 20;
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
 [[noreturn]] void failToRead(const std::string& path, int error) {
   throw ToolError({.object = path,
                    .status = error == ENOENT ? status::kFileNotFound : status::kIOError,
@@ -82,7 +78,8 @@ Content contentOf(std::FILE* file, const std::string& path, std::size_t most) {
 template <typename Content>
 Content read(const ToolContext& context, const std::string& path, std::size_t most) {
   if (path == "-") return contentOf<Content>(context.input, "standard input", most);
-  const std::unique_ptr<std::FILE, CloseFile> file(std::fopen(path.c_str(), "rbe"));
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rbe"),
+                                                             std::fclose);
   if (!file) failToRead(path, errno);
   return contentOf<Content>(file.get(), path, most);
 }

@@ -1,5 +1,4 @@
 // addressbook: the e-mail addresses that a device keeps, and the groups of them.
-#include <algorithm>
 #include <map>
 #include <optional>
 #include <span>

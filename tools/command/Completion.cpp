@@ -464,8 +464,7 @@ void addCompletionCommand(CommandGroup& root) {
   };
   root.command("completion", "The script that completes commands in a shell",
                "tarvoctl completion bash", run)
-      .operand("SHELL", *form, "bash, zsh or fish; man for the manual's part about commands")
-      .required()
+      .required("SHELL", *form, "bash, zsh or fish; man for the manual's part about commands")
       .oneOf(names)
       .more("No device is asked. An installation has the scripts in their places.");
 }

@@ -3,7 +3,6 @@
 
 #include <csignal>
 #include <string>
-#include <vector>
 
 #include "Utilities/Printable.h"
 #include "tools/access/Devices.h"

@@ -1,6 +1,5 @@
 // property: the settings of a device.
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 

@@ -263,7 +263,7 @@ class Importing {
     if (command_.setsClock && !command_.dryRun) device_->setClock();
     context_.output.beginList();
     progress_.emplace(context_);
-    Search search(*device_, history(), options_, *progress_);
+    importing::Search search(*device_, history(), options_, *progress_);
     search.run(wanted());
     endIfInterrupted(context_);
     sum_.known = search.known();
@@ -272,10 +272,9 @@ class Importing {
     return fetch(search.items());
   }
 
-  void makeFolder() {
-    if (command_.dryRun) return;
+  void makeFolder() const {
     std::error_code error;
-    std::filesystem::create_directories(options_.folder, error);
+    if (!command_.dryRun) std::filesystem::create_directories(options_.folder, error);
     if (error)
       throw ToolError({.object = options_.folder,
                        .status = status::kIOError,
@@ -309,7 +308,7 @@ class Importing {
     return !since_ || takenOf(object).value_or(*since_) >= *since_;
   }
 
-  void remember(Search& search) {
+  void remember(importing::Search& search) {
     try {
       search.rememberWhatIsKnown();
     } catch (const HistoryError& error) {

@@ -1,6 +1,5 @@
 // ls: the objects on a device.
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>

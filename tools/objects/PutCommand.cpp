@@ -1,7 +1,6 @@
 // put: files as objects on a device.
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"

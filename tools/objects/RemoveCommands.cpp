@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "Utilities/NSStringUtilsCategory.h"

@@ -1,7 +1,6 @@
 #include "tools/output/Progress.h"
 
 #include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdlib>
 #include <initializer_list>
 #include <iterator>
@@ -30,11 +29,6 @@ bool beginsWith(std::string_view text, std::string_view shape) {
   return std::ranges::equal(text.substr(0, shape.size()), shape, [](char actual, char expected) {
     return expected == '0' ? actual >= '0' && actual <= '9' : actual == expected;
   });
-}
-
-/// Behind the character at `at`, in valid UTF-8.
-const char* nextCharacter(const char* at) {
-  return g_utf8_find_next_char(at, nullptr);
 }
 
 bool isBelievable(const StoreInfo& store) {
@@ -140,7 +134,7 @@ std::string durationInWords(std::uint64_t seconds) {
 std::size_t displayWidth(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::size_t width = 0;
-  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = nextCharacter(at)) {
+  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = g_utf8_next_char(at)) {
     const gunichar character = g_utf8_get_char(at);
     if (g_unichar_iszerowidth(character) != 0) continue;
     width += g_unichar_iswide(character) != 0 ? 2 : 1;

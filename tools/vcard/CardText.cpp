@@ -37,14 +37,9 @@ struct Unref {
 };
 using CardPointer = std::unique_ptr<EVCard, Unref>;
 
-struct FreeString {
-  void operator()(char* text) const { g_free(text); }
-};
-using StringPointer = std::unique_ptr<char, FreeString>;
-
 std::string validUTF8(const std::string& text) {
-  const StringPointer valid(g_utf8_make_valid(text.data(), static_cast<gssize>(text.size())));
-  return valid.get();
+  g_autofree char* valid = g_utf8_make_valid(text.data(), static_cast<gssize>(text.size()));
+  return valid;
 }
 
 /// The values of an attribute as text, decoded (quoted-printable, base64).
@@ -170,8 +165,8 @@ std::string cardText(const json& card) {
   if (hasAddress) addTexts(made.get(), EVC_ADR, address);
   if (card.contains("categories"))
     addTexts(made.get(), EVC_CATEGORIES, card["categories"].get<std::vector<std::string>>());
-  const StringPointer text(e_vcard_to_string(made.get(), EVC_FORMAT_VCARD_30));
-  return std::string(text.get()) + "\r\n";
+  g_autofree char* text = e_vcard_to_string(made.get(), EVC_FORMAT_VCARD_30);
+  return std::string(text) + "\r\n";
 }
 
 }  // namespace
