@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <new>
 #include <ostream>
 #include <utility>
@@ -89,16 +90,16 @@ Error::Error(const Error&) noexcept = default;
 Error& Error::operator=(const Error&) noexcept = default;
 Error::~Error() = default;
 
-ErrorKind Error::kind() const noexcept { return details_->kind; }
-std::int32_t Error::status() const noexcept { return details_->status; }
-const std::string& Error::operation() const noexcept { return details_->operation; }
-const std::string& Error::object() const noexcept { return details_->object; }
-const std::string& Error::reason() const noexcept { return details_->reason; }
-const std::string& Error::advice() const noexcept { return details_->advice; }
+ErrorKind Error::kind() const noexcept { return *details_->failure.kind; }
+std::int32_t Error::status() const noexcept { return details_->failure.status; }
+const std::string& Error::operation() const noexcept { return details_->failure.operation; }
+const std::string& Error::object() const noexcept { return details_->failure.object; }
+const std::string& Error::reason() const noexcept { return details_->failure.why; }
+const std::string& Error::advice() const noexcept { return details_->failure.advice; }
 const char* Error::what() const noexcept { return details_->what.c_str(); }
-const std::string& Error::part() const noexcept { return details_->part; }
-std::uint64_t Error::kept() const noexcept { return details_->kept; }
-bool Error::endsDevice() const noexcept { return library::isDeviceLost(details_->status); }
+const std::string& Error::part() const noexcept { return details_->failure.part; }
+std::uint64_t Error::kept() const noexcept { return details_->failure.kept; }
+bool Error::endsDevice() const noexcept { return library::isDeviceLost(status()); }
 
 std::string Error::inWords(std::int32_t status) { return statusText(status); }
 
@@ -110,34 +111,22 @@ std::string Error::adviceFor(std::int32_t status) {
 std::ostream& operator<<(std::ostream& out, const Error& error) { return out << error.what(); }
 
 namespace library {
-namespace {
-
-Error errorFrom(Error::Details details) {
-  details.what = inWords(FailureWords{.operation = details.operation,
-                                      .object = details.object,
-                                      .status = details.status,
-                                      .why = details.reason,
-                                      .advice = details.advice});
-  return Error(std::make_shared<const Error::Details>(std::move(details)));
-}
-
-}  // namespace
 
 Error errorOf(Failure failure) {
   const Meaning* meaning = meaningOf(failure.status);
-  const auto otherwise = meaning ? meaning->kind : ErrorKind::kRefused;
-  const auto kind = failure.kind.value_or(otherwise);
-  const bool hasNoRoom = kind == ErrorKind::kDiskFull || kind == ErrorKind::kTooLarge;
+  if (!failure.kind) failure.kind = meaning ? meaning->kind : ErrorKind::kRefused;
+  const bool hasNoRoom =
+      failure.kind == ErrorKind::kDiskFull || failure.kind == ErrorKind::kTooLarge;
   if (failure.advice.empty() && hasNoRoom && failure.status == status::kIOError)
     failure.advice = "Make room on the disk of this computer, or choose another folder.";
   if (failure.advice.empty() && meaning) failure.advice = meaning->advice;
-  return errorFrom({.kind = kind,
-                    .status = failure.status,
-                    .object = std::move(failure.object),
-                    .reason = std::move(failure.why),
-                    .advice = std::move(failure.advice),
-                    .part = std::move(failure.part),
-                    .kept = failure.kept});
+  std::string what = inWords(FailureWords{.operation = failure.operation,
+                                          .object = failure.object,
+                                          .status = failure.status,
+                                          .why = failure.why,
+                                          .advice = failure.advice});
+  return Error(
+      std::make_shared<const Error::Details>(Error::Details{std::move(failure), std::move(what)}));
 }
 
 void raise(Failure failure) { throw errorOf(std::move(failure)); }
@@ -148,31 +137,32 @@ void refuse(std::string why, std::string object) {
 
 Error named(const Error& error, const char* operation) {
   if (!error.operation().empty()) return error;
-  return errorFrom({.kind = error.kind(),
-                    .status = error.status(),
-                    .operation = operation,
-                    .object = error.object(),
-                    .reason = error.reason(),
-                    .advice = error.advice(),
-                    .part = error.part(),
-                    .kept = error.kept()});
+  return errorOf({.object = error.object(),
+                  .status = error.status(),
+                  .why = error.reason(),
+                  .advice = error.advice(),
+                  .kind = error.kind(),
+                  .part = error.part(),
+                  .kept = error.kept(),
+                  .operation = operation});
 }
 
 Error errorOfRaised(const char* operation) {
   try {
     throw;
   } catch (const Exception& exception) {
-    const bool isMemory = exception.name() == exception_name::kMalloc;
-    const Status otherwise = isMemory ? status::kOutOfMemory : status::kICAProtocolError;
-    // Preferences that cannot be read.
-    if (exception.name() == exception_name::kInvalidArgument)
-      return named(errorOf({.why = exception.reason(), .kind = ErrorKind::kHost}), operation);
-    return named(
-        errorOf({.status = int32ForKey(exception.userInfo(), "ptpResponseCode").value_or(otherwise),
-                 .why = exception.reason()}),
-        operation);
+    Failure failure = {.why = exception.reason(), .operation = operation};
+    if (exception.name() == exception_name::kInvalidArgument) {
+      // Preferences that cannot be read.
+      failure.kind = ErrorKind::kHost;
+    } else {
+      const bool isMemory = exception.name() == exception_name::kMalloc;
+      failure.status = int32ForKey(exception.userInfo(), "ptpResponseCode")
+                           .value_or(isMemory ? status::kOutOfMemory : status::kICAProtocolError);
+    }
+    return errorOf(std::move(failure));
   } catch (const std::bad_alloc&) {
-    return named(errorOf({.status = status::kOutOfMemory}), operation);
+    return errorOf({.status = status::kOutOfMemory, .operation = operation});
   }
 }
 

@@ -10,22 +10,9 @@
 #include "tarvo/Error.h"
 
 namespace tarvo {
-
-struct Error::Details {
-  ErrorKind kind = ErrorKind::kRefused;
-  Status status = status::kOK;
-  std::string operation{};
-  std::string object{};
-  std::string reason{};
-  std::string advice{};
-  std::string part{};
-  std::uint64_t kept = 0;
-  std::string what{};
-};
-
 namespace library {
 
-/// What is empty is not said. The operation is named where the call ends.
+/// What is empty is not said.
 struct Failure {
   std::string object{};
   Status status = status::kOK;
@@ -34,7 +21,17 @@ struct Failure {
   std::optional<ErrorKind> kind{};  ///< none: what goes with the status
   std::string part{};
   std::uint64_t kept = 0;
+  std::string operation{};  ///< named where the call ends
 };
+
+}  // namespace library
+
+struct Error::Details {
+  library::Failure failure;  ///< with its kind
+  std::string what;
+};
+
+namespace library {
 
 Error errorOf(Failure failure);
 [[noreturn]] void raise(Failure failure);
