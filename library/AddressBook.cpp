@@ -9,17 +9,15 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "Utilities/JSONReader.h"
-#include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
 #include "library/access/BookPlan.h"
 #include "library/access/BookWriting.h"
 #include "library/access/DeviceBook.h"
 #include "library/access/DeviceState.h"
-#include "library/access/OrderList.h"
 
 namespace tarvo {
 
@@ -69,7 +67,7 @@ ContactBook ContactBook::fromJSON(std::string_view text) {
 
 std::vector<BookContact> ContactBook::contacts() const {
   std::vector<BookContact> contacts;
-  for (const auto& each : data_->book.contacts ? *data_->book.contacts : Contacts()) {
+  for (const auto& each : contactsOf(data_->book)) {
     BookContact::Data contact{*each};
     contact.email.emplace(contact.email.value_or(""));
     contact.nickname.emplace(contact.nickname.value_or(""));
@@ -81,10 +79,10 @@ std::vector<BookContact> ContactBook::contacts() const {
 std::vector<BookGroup> ContactBook::groups() const {
   std::map<const Contact*, std::size_t> places;
   std::size_t place = 0;
-  for (const auto& contact : data_->book.contacts ? *data_->book.contacts : Contacts())
+  for (const auto& contact : contactsOf(data_->book))
     places.emplace(contact.get(), place++);
   std::vector<BookGroup> groups;
-  for (const auto& each : data_->book.groups ? *data_->book.groups : ContactGroups()) {
+  for (const auto& each : groupsOf(data_->book)) {
     BookGroup::Data group{.name = each->name, .members = {}, .handle = each->handle};
     for (const auto& member : each->members)
       if (const auto found = places.find(member.get()); found != places.end())
@@ -158,7 +156,6 @@ BookOptions& BookOptions::shortens(bool is) {
 
 struct BookChange::Data {
   std::weak_ptr<DeviceState> device;
-  bool isSingly = false;
   BookWay way = BookWay::kSingly;
   BookPlan plan{};
   BookSurroundings surroundings{};
@@ -167,9 +164,7 @@ struct BookChange::Data {
 };
 
 bool BookChange::isEmpty() const { return data_->plan.changes.isEmpty(); }
-bool BookChange::emptiesBook() const {
-  return data_->way == BookWay::kSynchronisation && !data_->isSingly;
-}
+bool BookChange::emptiesBook() const { return data_->way == BookWay::kEmptyFile; }
 std::vector<std::string> BookChange::lines() const { return inWords(data_->plan.changes); }
 std::string BookChange::json() const { return textOf(asJSON(data_->plan.changes)); }
 const std::vector<std::string>& BookChange::warnings() const& { return data_->warnings; }
@@ -224,28 +219,25 @@ void refuseGaps(const OpenedDevice& camera, const ContactBook& there) {
 std::vector<BookObstacle> obstaclesIn(const OpenedDevice& camera, const BookChange::Data& change) {
   const AddressBook& book = change.plan.book;
   std::vector<BookObstacle> obstacles;
-  std::set<const void*> named;
+  std::set<EntryID> named;
   for (const auto& fault : faultsIn(camera, book)) {
     BookObstacle obstacle{.why = inWords(fault, book), .code = fault.ptpErrorCode};
     if (fault.part == AddressBookFault::Part::kContact)
-      obstacle.contact = (*book.contacts)[fault.index];
-    if (fault.part == AddressBookFault::Part::kGroup) obstacle.group = (*book.groups)[fault.index];
-    named.insert(obstacle.contact.get());
-    named.insert(obstacle.group.get());
+      obstacle.entry = (*book.contacts)[fault.index].get();
+    if (fault.part == AddressBookFault::Part::kGroup)
+      obstacle.entry = (*book.groups)[fault.index].get();
+    named.insert(obstacle.entry);
     obstacles.push_back(std::move(obstacle));
   }
   for (auto& obstacle : obstaclesTo(change.way, change.plan, change.surroundings))
-    if (!named.contains(obstacle.contact ? static_cast<void*>(obstacle.contact.get())
-                                         : obstacle.group.get()))
-      obstacles.push_back(std::move(obstacle));
+    if (!named.contains(obstacle.entry)) obstacles.push_back(std::move(obstacle));
   return obstacles;
 }
 
 /// What can be done about it, by what is wrong first.
 std::string adviceFor(const BookObstacle& obstacle, const AddressBook& book) {
   const auto excess = [](const auto& entries, std::uint32_t limit) {
-    const auto counts = [](const auto& entry) { return entry->action != DataSyncAction::kDelete; };
-    return std::to_string(std::ranges::count_if(*entries, counts) - limit);
+    return std::to_string(countKept(entries) - limit);
   };
   if (obstacle.code == status::kAddressBookTooManyContacts)
     return "Contacts to be taken out of it: " + excess(book.contacts, book.limits.maxAddresses) +
@@ -270,10 +262,29 @@ void refuseInvalid(const OpenedDevice& camera, const BookChange::Data& change) {
          .kind = ErrorKind::kMisuse});
 }
 
+/// To whom the e-mail orders of a device go: an order by the handle of each recipient. Raises an
+/// error where one of them cannot be read.
+std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& device) {
+  std::map<std::uint32_t, std::uint32_t> orders;
+  std::vector<Unread> unread;
+  // Also those that wait for a transfer, whose recipients count as well.
+  for (const auto format : {ptp::XTD_EMAIL_ORDER, ptp::XTD_SQUIRT_EMAIL_ORDER}) {
+    for (const std::uint32_t handle : listedHandles(device, format, "e-mail orders", unread)) {
+      const auto record =
+          readRecord(device, "e-mail order", handle, format, scanEmailOrder, unread);
+      for (const std::uint32_t contact : record ? record->destContacts : ObjectHandles())
+        orders.emplace(contact, handle);
+    }
+  }
+  if (unread.empty()) return orders;
+  raise({.why = unread.front().description() +
+                ", so that it is not known to whom it goes; nothing was sent"});
+}
+
 /// An order names its recipients by their handles: it would go to another address, or to nobody.
 void refuseOtherRecipients(const OpenedDevice& camera, BookChange::Data& change) {
-  const BookChanges& changes = change.plan.changes;
-  if (change.way != BookWay::kSingly || !changes.hasContacts()) return;
+  const auto& changes = change.plan.changes.contacts;
+  if (change.way != BookWay::kSingly || changes.isEmpty()) return;
   const auto orders = emailRecipients(camera);
   for (const auto& [recipient, order] : orders)
     change.surroundings.recipients.insert(recipient);
@@ -293,29 +304,27 @@ void refuseOtherRecipients(const OpenedDevice& camera, BookChange::Data& change)
 /// The entries of the wanted book that cannot be kept: what the device has of them stays.
 void skipInvalid(const OpenedDevice& camera, BookChange::Data& change, PlanOptions& options) {
   for (const auto& obstacle : obstaclesIn(camera, change)) {
-    const auto contact = change.plan.origins.find(obstacle.contact);
-    const auto group = change.plan.groupOrigins.find(obstacle.group);
-    if (contact != change.plan.origins.end()) {
-      options.skipped.insert(contact->second);
-    } else if (group != change.plan.groupOrigins.end()) {
-      options.skippedGroups.insert(group->second);
-    } else {
-      continue;
-    }
+    const auto origin = change.plan.origins.find(obstacle.entry);
+    if (origin == change.plan.origins.end()) continue;
+    options.skipped.insert(origin->second);
     change.warnings.push_back("Left out: " + obstacle.why + ".");
   }
 }
 
-PlanOptions planOptions(const AddressBook& wanted, const BookOptions::Data& options,
-                        bool isSingly) {
+BookWay wayTo(const OpenedDevice& camera, bool syncOnly) {
+  if (keepsContactsSingly(camera)) return syncOnly ? BookWay::kGroups : BookWay::kSingly;
+  return syncOnly ? BookWay::kEmptyFile : BookWay::kFile;
+}
+
+PlanOptions planOptions(const AddressBook& wanted, const BookOptions::Data& options, BookWay way) {
   PlanOptions plan = {.keepsOthers = options.keepsOthers,
-                      .keepsOnlyLabels = !isSingly,
+                      .keepsOnlyLabels = !isSingly(way),
                       .wantedIsPartial = options.isPartial,
-                      .leavesContacts = options.syncOnly && isSingly};
+                      .leavesContacts = way == BookWay::kGroups};
   for (const std::size_t index : options.nameless) {
     if (!wanted.contacts || index >= wanted.contacts->size())
       refuse("the book has no contact " + std::to_string(index));
-    plan.nameless.insert((*wanted.contacts)[index]);
+    plan.nameless.insert((*wanted.contacts)[index].get());
   }
   return plan;
 }
@@ -326,7 +335,7 @@ std::optional<BookChanges> differencesNow(const OpenedDevice& camera,
                                           const BookChange::Data& change) {
   try {
     const auto now = readDeviceBook(camera);
-    auto plan = planBook(now.book, change.plan.book, {.keepsOnlyLabels = !change.isSingly});
+    auto plan = planBook(now.book, change.plan.book, {.keepsOnlyLabels = !isSingly(change.way)});
     if (now.unread.empty() && plan.doubt.empty()) return std::move(plan.changes);
   } catch (const Error&) {
     // Told by the caller, which knows what it means there.
@@ -343,7 +352,7 @@ std::string headOf(const std::string& line) {
 /// answer to a change may be lost and the change there all the same.
 std::string howFar(const OpenedDevice& camera, const BookChange::Data& change,
                    const BookWritten& written) {
-  const auto left = change.isSingly ? differencesNow(camera, change) : std::nullopt;
+  const auto left = isSingly(change.way) ? differencesNow(camera, change) : std::nullopt;
   std::set<std::string> known;
   for (const auto& line : left ? inWords(*left) : written.done)
     known.insert(headOf(line));
@@ -353,7 +362,7 @@ std::string howFar(const OpenedDevice& camera, const BookChange::Data& change,
     (known.contains(headOf(line)) == left.has_value() ? open : done).push_back(line);
   std::string words = done.empty() ? "Nothing of it was written" : "Written: " + joined(done, "; ");
   if (!open.empty()) words += ". Not written: " + joined(open, "; ");
-  if (change.isSingly && !left)
+  if (isSingly(change.way) && !left)
     words += ". The last change may or may not have arrived: the device cannot be asked";
   return words;
 }
@@ -441,14 +450,11 @@ BookChange planAddressBook(Device& device, const ContactBook& there, const Conta
     const AddressBook book = options.data().shortens
                                  ? shortened(wanted.data().book, now.limits, notes)
                                  : wanted.data().book;
-    const bool isSingly = keepsContactsSingly(camera);
-    PlanOptions how = planOptions(book, options.data(), isSingly);
+    const BookWay way = wayTo(camera, options.data().syncOnly);
+    PlanOptions how = planOptions(book, options.data(), way);
     const auto data = std::make_shared<BookChange::Data>(BookChange::Data{
         .device = device.state(),
-        .isSingly = isSingly,
-        .way = options.data().syncOnly ? BookWay::kSynchronisation
-               : isSingly              ? BookWay::kSingly
-                                       : BookWay::kFile,
+        .way = way,
         .plan = planBook(now, book, how),
         .surroundings = {.encoding = camera.session().platform().services().defaultEncoding}});
     BookChange change(data);
@@ -463,10 +469,9 @@ BookChange planAddressBook(Device& device, const ContactBook& there, const Conta
     if (change.isEmpty() && !change.emptiesBook()) return change;
     refuseInvalid(camera, *data);
     refuseOtherRecipients(camera, *data);
-    if (!isSingly && book.groups && !book.groups->empty())
+    if (!isSingly(way) && book.groups && !book.groups->empty())
       data->warnings.emplace_back("The device keeps no groups: those of the file are left out.");
-    std::ranges::move(warningsOf(data->way, camera, data->plan),
-                      std::back_inserter(data->warnings));
+    std::ranges::move(warningsOf(data->way, data->plan), std::back_inserter(data->warnings));
     return change;
   });
 }

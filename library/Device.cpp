@@ -136,12 +136,6 @@ std::ostream& operator<<(std::ostream& out, const DeviceEvent& event) {
 
 const DeviceInfo& Device::info() const { return state_->info(); }
 
-namespace {
-
-bool isGood(Status status) { return status == status::kOK || status == status::kPTPOK; }
-
-}  // namespace
-
 DeviceFacts Device::facts() const {
   return asked(state_, "facts", [](OpenedDevice& camera) {
     const auto& device = camera.device();

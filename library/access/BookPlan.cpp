@@ -3,12 +3,12 @@
 #include <glib.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <map>
 #include <set>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Printable.h"
@@ -17,31 +17,17 @@
 namespace tarvo::library {
 namespace {
 
-const Contacts kNoContacts;
-const ContactGroups kNoGroups;
-
 /// Addresses that differ in the case of letters reach the same person.
 std::string folded(const std::string& text) {
   return takeText(g_utf8_casefold(validUTF8(text).c_str(), -1));
 }
-
-struct Field {
-  const char* name;
-  std::string Contact::*text;
-};
-
-constexpr std::array kFields = {
-    Field{"first name", &Contact::firstName}, Field{"last name", &Contact::lastName},
-    Field{"street", &Contact::street},        Field{"city", &Contact::city},
-    Field{"state", &Contact::state},          Field{"country", &Contact::country},
-    Field{"postcode", &Contact::zip},         Field{"phone", &Contact::phone}};
 
 std::vector<std::string> differences(const Contact& before, const Contact& after, bool onlyLabels) {
   std::vector<std::string> names;
   if (before.email.value_or("") != after.email.value_or("")) names.emplace_back("e-mail");
   if (before.nickname.value_or("") != after.nickname.value_or("")) names.emplace_back("nickname");
   if (onlyLabels) return names;
-  for (const auto& field : kFields) {
+  for (const auto& field : kContactFields) {
     if (before.*field.text != after.*field.text) names.emplace_back(field.name);
   }
   if (before.sharingPref != after.sharingPref) names.emplace_back("sharing preference");
@@ -64,9 +50,36 @@ std::string labelsOf(const Contact& contact) {
   return addressOf(contact) + '\n' + contact.nickname.value_or("");
 }
 
-/// Who of the wanted book is who on the device, each step over all of them, so that a weak likeness
-/// takes nobody from a strong one.
-class Matcher {
+/// Who of the wanted book is who on the device.
+template <typename Entry>
+class Pairs {
+ public:
+  using Pointer = std::shared_ptr<Entry>;
+
+  /// Null for one that the device does not have.
+  Pointer find(const Pointer& wanted) const {
+    const auto found = matched_.find(wanted.get());
+    return found == matched_.end() ? nullptr : found->second;
+  }
+  bool isTaken(const Pointer& there) const { return taken_.contains(there.get()); }
+  /// Of whom it is not known whether the device has them; empty where nobody is in doubt.
+  const std::string& doubt() const { return doubt_; }
+
+ protected:
+  void pair(const Pointer& wanted, const Pointer& there) {
+    matched_[wanted.get()] = there;
+    taken_.insert(there.get());
+  }
+
+  std::string doubt_;
+
+ private:
+  std::map<const Entry*, Pointer> matched_;
+  std::set<const Entry*> taken_;
+};
+
+/// Each step goes over all contacts, so that a weak likeness takes nobody from a strong one.
+class Matcher : public Pairs<Contact> {
  public:
   Matcher(const Contacts& there, const Contacts& wanted, const PlanOptions& options)
       : left_(there) {
@@ -91,15 +104,6 @@ class Matcher {
     std::ranges::for_each(open_, [this](const auto& contact) { noteDoubt(*contact); });
   }
 
-  /// Null for somebody whom the device does not have.
-  ContactPointer find(const ContactPointer& wanted) const {
-    const auto found = matched_.find(wanted.get());
-    return found == matched_.end() ? nullptr : found->second;
-  }
-  bool isTaken(const ContactPointer& contact) const { return taken_.contains(contact.get()); }
-  /// Of whom it is not known whether the device has them; empty where nobody is in doubt.
-  const std::string& doubt() const { return doubt_; }
-
  private:
   using Key = std::string (*)(const Contact&);
   using Index = std::map<std::string, Contacts>;
@@ -120,10 +124,8 @@ class Matcher {
       const std::size_t pairs = std::min(wanted.size(), found->second.size());
       // Of several with one key nobody knows who is who, so none of them is paired by it.
       if (!inOrder && std::max(wanted.size(), found->second.size()) > 1) continue;
-      for (std::size_t i = 0; i < pairs; ++i) {
-        matched_[wanted[i].get()] = found->second[i];
-        taken_.insert(found->second[i].get());
-      }
+      for (std::size_t i = 0; i < pairs; ++i)
+        pair(wanted[i], found->second[i]);
     }
     std::erase_if(left_, [this](const auto& contact) { return isTaken(contact); });
     std::erase_if(open_, [this](const auto& contact) { return find(contact) != nullptr; });
@@ -153,13 +155,10 @@ class Matcher {
   Contacts open_;
   std::map<std::string, Namesakes> leftAt_;
   std::set<std::string> ids_;
-  std::map<const Contact*, ContactPointer> matched_;
-  std::set<const Contact*> taken_;
-  std::string doubt_;
 };
 
 /// Pairs the groups of two books: by handle and name, then by a name that only one has.
-class GroupMatcher {
+class GroupMatcher : public Pairs<ContactGroup> {
  public:
   // A group has no id: its name is what a user knows it by.
   GroupMatcher(const ContactGroups& there, const ContactGroups& wanted) {
@@ -170,13 +169,6 @@ class GroupMatcher {
     for (auto& [name, groups] : open_)
       matchNamed(name, groups);
   }
-
-  ContactGroupPointer find(const ContactGroupPointer& wanted) const {
-    const auto found = matched_.find(wanted.get());
-    return found == matched_.end() ? nullptr : found->second;
-  }
-  bool isTaken(const ContactGroupPointer& group) const { return taken_.contains(group.get()); }
-  const std::string& doubt() const { return doubt_; }
 
  private:
   void matchNamed(const std::string& name, ContactGroups& wanted) {
@@ -196,21 +188,13 @@ class GroupMatcher {
              "', and nothing tells which of them is which";
   }
 
-  void pair(const ContactGroupPointer& wanted, const ContactGroupPointer& there) {
-    matched_[wanted.get()] = there;
-    taken_.insert(there.get());
-  }
-
   std::map<std::string, ContactGroups> left_;
   std::map<std::string, ContactGroups> open_;
-  std::map<const ContactGroup*, ContactGroupPointer> matched_;
-  std::set<const ContactGroup*> taken_;
-  std::string doubt_;
 };
 
 /// What only the device has stays in it: an empty field of a file says nothing.
 void keepWhatIsMissing(Contact& after, const Contact& there) {
-  for (const auto& field : kFields)
+  for (const auto& field : kContactFields)
     if ((after.*field.text).empty()) after.*field.text = there.*field.text;
   if (!after.nickname || after.nickname->empty()) after.nickname = there.nickname;
   if (after.sharingPref == 0) after.sharingPref = there.sharingPref;
@@ -223,10 +207,8 @@ class Planning {
       : device_(onDevice),
         wanted_(wanted),
         options_(options),
-        matcher_(onDevice.contacts ? *onDevice.contacts : kNoContacts,
-                 wanted.contacts ? *wanted.contacts : kNoContacts, options),
-        groupMatcher_(onDevice.groups ? *onDevice.groups : kNoGroups,
-                      wanted.groups ? *wanted.groups : kNoGroups) {
+        matcher_(contactsOf(onDevice), contactsOf(wanted), options),
+        groupMatcher_(groupsOf(onDevice), groupsOf(wanted)) {
     plan_.book.limits = onDevice.limits;
     plan_.book.supportsGroups = onDevice.supportsGroups;
     plan_.book.contacts.emplace();
@@ -237,11 +219,12 @@ class Planning {
     plan_.doubt = matcher_.doubt();
     planContacts();
     if (!options_.keepsOnlyLabels) planGroups();
-    for (const auto& contact : plan_.changes.removed)
-      plan_.book.contacts->push_back(contact);
+    auto& contacts = *plan_.book.contacts;
+    const auto& gone = plan_.changes.contacts.removed;
+    contacts.insert(contacts.end(), gone.begin(), gone.end());
     // Last, but where the device has no room for the new ones before.
     auto& groups = *plan_.book.groups;
-    const auto& removed = plan_.changes.removedGroups;
+    const auto& removed = plan_.changes.groups.removed;
     const bool isFull = groups.size() + removed.size() > plan_.book.limits.maxGroups;
     // A device without room refuses the new one; elsewhere nothing goes before its successor is
     // there.
@@ -259,32 +242,33 @@ class Planning {
   }
 
   void planContacts() {
-    for (const auto& contact : wanted_.contacts ? *wanted_.contacts : kNoContacts)
+    for (const auto& contact : contactsOf(wanted_))
       planWanted(contact);
-    for (const auto& contact : device_.contacts ? *device_.contacts : kNoContacts) {
+    for (const auto& contact : contactsOf(device_)) {
       if (matcher_.isTaken(contact)) continue;
       // Nobody without an address is in a card.
       const bool isUnknown = options_.wantedIsPartial && contact->email.value_or("").empty();
       const bool stays = options_.keepsOthers || options_.leavesContacts || isUnknown;
       const auto copy =
           put(contact, *contact, stays ? DataSyncAction::kNone : DataSyncAction::kDelete);
-      (stays ? *plan_.book.contacts : plan_.changes.removed).push_back(copy);
+      (stays ? *plan_.book.contacts : plan_.changes.contacts.removed).push_back(copy);
     }
   }
 
   void planWanted(const ContactPointer& contact) {
     if (contact->action == DataSyncAction::kDelete) return;
     const auto there = matcher_.find(contact);
-    const bool isLeft = options_.leavesContacts || options_.skipped.contains(contact);
+    const bool isLeft = options_.leavesContacts || options_.skipped.contains(contact.get());
     if (!there) {
       // A person whom the device does not know stays unknown to it.
       if (isLeft) return;
       Contact added = *contact;
       added.handle = 0;
       if (!identifies(added.uid)) added.uid = newGUID();
-      plan_.changes.added.push_back(put(contact, std::move(added), DataSyncAction::kAdd));
-      plan_.book.contacts->push_back(plan_.changes.added.back());
-      plan_.origins[plan_.changes.added.back()] = contact;
+      const auto copy = put(contact, std::move(added), DataSyncAction::kAdd);
+      plan_.changes.contacts.added.push_back(copy);
+      plan_.book.contacts->push_back(copy);
+      plan_.origins[copy.get()] = contact.get();
       return;
     }
     Contact after = isLeft ? *there : *contact;
@@ -293,7 +277,7 @@ class Planning {
     after.handle = there->handle;
     after.image = there->image;
     after.associatedGroups = there->associatedGroups;
-    if (options_.nameless.contains(contact) && !there->nickname.value_or("").empty())
+    if (options_.nameless.contains(contact.get()) && !there->nickname.value_or("").empty())
       after.nickname = there->nickname;
     if (options_.keepsOthers) keepWhatIsMissing(after, *there);
     // Cards have no field for them.
@@ -305,9 +289,9 @@ class Planning {
     const auto copy = put(contact, std::move(after),
                           fields.empty() ? DataSyncAction::kNone : DataSyncAction::kUpdate);
     planned_[there.get()] = copy;
-    plan_.origins[copy] = contact;
+    plan_.origins[copy.get()] = contact.get();
     plan_.book.contacts->push_back(copy);
-    if (!fields.empty()) plan_.changes.changed.push_back({there, copy, fields});
+    if (!fields.empty()) plan_.changes.contacts.changed.push_back({there, copy, fields});
   }
 
   /// The members of `group` as the book has them; those that go, or are not there, are left out.
@@ -325,23 +309,23 @@ class Planning {
   void planGroups() {
     if (plan_.doubt.empty()) plan_.doubt = groupMatcher_.doubt();
     const bool saysGroups = wanted_.groups.has_value();
-    for (const auto& group : saysGroups ? *wanted_.groups : kNoGroups) {
+    for (const auto& group : groupsOf(wanted_)) {
       if (group->action == DataSyncAction::kDelete) continue;
       const auto found = groupMatcher_.find(group);
-      const bool isLeft = options_.skippedGroups.contains(group);
+      const bool isLeft = options_.skipped.contains(group.get());
       if (!found && isLeft) continue;
       if (!found) {
         addGroup(*group);
       } else {
-        changeGroup(*found, isLeft                 ? membersOf(*found)
-                            : options_.keepsOthers ? membersOfBoth(*found, *group)
-                                                   : membersOf(*group));
+        changeGroup(found, isLeft                 ? membersOf(*found)
+                           : options_.keepsOthers ? membersOfBoth(*found, *group)
+                                                  : membersOf(*group));
       }
-      plan_.groupOrigins[plan_.book.groups->back()] = group;
+      plan_.origins[plan_.book.groups->back().get()] = group.get();
     }
     // In the order of the device.
-    for (const auto& group : device_.groups ? *device_.groups : kNoGroups)
-      if (!groupMatcher_.isTaken(group)) leaveGroup(*group, saysGroups);
+    for (const auto& group : groupsOf(device_))
+      if (!groupMatcher_.isTaken(group)) leaveGroup(group, saysGroups);
   }
 
   /// Those of the device, and behind them those whom only the file has.
@@ -357,44 +341,44 @@ class Planning {
     added->image = 0;
     added->members = membersOf(group);
     added->action = DataSyncAction::kAdd;
-    plan_.changes.addedGroups.push_back(added);
+    plan_.changes.groups.added.push_back(added);
     plan_.book.groups->push_back(std::move(added));
   }
 
-  void changeGroup(const ContactGroup& there, Contacts members) {
-    auto after = std::make_shared<ContactGroup>(there);
-    const Contacts before = membersOf(there);
+  void changeGroup(const ContactGroupPointer& there, Contacts members) {
+    auto after = std::make_shared<ContactGroup>(*there);
+    const Contacts before = membersOf(*there);
     const std::set<ContactPointer> former(before.begin(), before.end());
     const auto stayed = static_cast<std::size_t>(std::ranges::count_if(
         members, [&](const ContactPointer& member) { return former.contains(member); }));
     const std::size_t more = members.size() - stayed;
-    const std::size_t less = there.members.size() - stayed;
+    const std::size_t less = there->members.size() - stayed;
     // Cards stand in an order of their own, which says nothing of that in a group.
     if (options_.wantedIsPartial && more == 0 && less == 0) members = before;
     const bool isSame = more == 0 && less == 0 && members == before;
     after->members = std::move(members);
     after->action = isSame ? DataSyncAction::kNone : DataSyncAction::kUpdate;
     if (!isSame) {
-      std::string how = more > 0 ? std::to_string(more) + " more" : "";
-      if (less > 0) how += (how.empty() ? "" : ", ") + std::to_string(less) + " less";
-      plan_.changes.changedGroups.push_back({after, how.empty() ? "order" : how});
+      std::vector<std::string> how;
+      if (more > 0) how.push_back(std::to_string(more) + " more");
+      if (less > 0) how.push_back(std::to_string(less) + " less");
+      if (how.empty()) how.emplace_back("order");
+      plan_.changes.groups.changed.push_back({there, after, std::move(how)});
     }
     plan_.book.groups->push_back(std::move(after));
   }
 
   /// A group that only the device has.
-  void leaveGroup(const ContactGroup& group, bool saysGroups) {
+  void leaveGroup(const ContactGroupPointer& group, bool saysGroups) {
     // A group without members is in no card.
-    const bool isUnknown = options_.wantedIsPartial && group.members.empty();
-    if (!saysGroups || options_.keepsOthers || isUnknown) {
-      changeGroup(group, membersOf(group));
-      return;
-    }
-    auto removed = std::make_shared<ContactGroup>(group);
+    const bool isUnknown = options_.wantedIsPartial && group->members.empty();
+    if (!saysGroups || options_.keepsOthers || isUnknown)
+      return changeGroup(group, membersOf(*group));
+    auto removed = std::make_shared<ContactGroup>(*group);
     // A group that goes names nobody, so that its contacts may go, too.
     removed->members = {};
     removed->action = DataSyncAction::kDelete;
-    plan_.changes.removedGroups.push_back(std::move(removed));
+    plan_.changes.groups.removed.push_back(std::move(removed));
   }
 
   const AddressBook& device_;
@@ -406,9 +390,6 @@ class Planning {
   BookPlan plan_;
 };
 
-/// In UTF-16 units, of any text in a record.
-constexpr std::size_t kLongestText = 254;
-
 /// At most `most` UTF-16 units of it; a device that tells no limit gets all.
 std::string cutTo(std::string text, std::size_t most) {
   if (most == 0) return text;
@@ -419,27 +400,28 @@ std::string cutTo(std::string text, std::size_t most) {
   return text;
 }
 
-PropertyDictionary namesOf(const Contacts& contacts) {
-  auto names = PropertyDictionary::array();
-  for (const auto& contact : contacts)
-    names.push_back(validUTF8(contactInWords(*contact)));
-  return names;
-}
+std::string nameOf(const Contact& contact) { return validUTF8(contactInWords(contact)); }
+std::string nameOf(const ContactGroup& group) { return validUTF8(group.name); }
 
-PropertyDictionary namesOf(const ContactGroups& groups) {
+template <typename Entries>
+PropertyDictionary namesOf(const Entries& entries) {
   auto names = PropertyDictionary::array();
-  for (const auto& group : groups)
-    names.push_back(validUTF8(group->name));
+  for (const auto& entry : entries)
+    names.push_back(nameOf(*entry));
   return names;
 }
 
 }  // namespace
 
-bool BookChanges::hasGroups() const {
-  return !(addedGroups.empty() && changedGroups.empty() && removedGroups.empty());
+const Contacts& contactsOf(const AddressBook& book) {
+  static const Contacts kNone;
+  return book.contacts ? *book.contacts : kNone;
 }
 
-bool BookChanges::isEmpty() const { return !hasContacts() && !hasGroups(); }
+const ContactGroups& groupsOf(const AddressBook& book) {
+  static const ContactGroups kNone;
+  return book.groups ? *book.groups : kNone;
+}
 
 BookPlan planBook(const AddressBook& onDevice, const AddressBook& wanted,
                   const PlanOptions& options) {
@@ -462,8 +444,8 @@ AddressBook shortened(const AddressBook& book, const XT_AddressBookInfo& limits,
     const auto name = contactInWords(*contact);
     if (copy->nickname)
       cut(*copy->nickname, limits.maxNicknameLengthInBytes, name + ": the nickname");
-    for (const auto& field : kFields)
-      cut((*copy).*field.text, kLongestText, name + ": the " + field.name);
+    for (const auto& field : kContactFields)
+      cut((*copy).*field.text, kMostStringUnits, name + ": the " + field.name);
     contact = copy;
   }
   if (!result.groups) return result;
@@ -485,41 +467,43 @@ std::string contactInWords(const Contact& contact) {
 
 std::vector<std::string> inWords(const BookChanges& changes) {
   std::vector<std::string> lines;
-  for (const auto& contact : changes.added)
+  const auto& [contacts, groups] = changes;
+  for (const auto& contact : contacts.added)
     lines.push_back("+ " + contactInWords(*contact));
-  for (const auto& [before, after, fields] : changes.changed)
+  for (const auto& [before, after, fields] : contacts.changed)
     lines.push_back("~ " + contactInWords(*after) + " (" + joined(fields) + ")");
-  for (const auto& contact : changes.removed)
+  for (const auto& contact : contacts.removed)
     lines.push_back("- " + contactInWords(*contact));
   const auto groupLine = [](const char* sign, const ContactGroup& group) {
     const std::size_t count = group.members.size();
     return std::string(sign) + " group " + printable(group.name) + " (" + std::to_string(count) +
            (count == 1 ? " member" : " members");
   };
-  for (const auto& group : changes.addedGroups)
+  for (const auto& group : groups.added)
     lines.push_back(groupLine("+", *group) + ")");
-  for (const auto& [group, how] : changes.changedGroups)
-    lines.push_back(groupLine("~", *group) + ", " + how + ")");
-  for (const auto& group : changes.removedGroups)
+  for (const auto& [before, after, how] : groups.changed)
+    lines.push_back(groupLine("~", *after) + ", " + joined(how) + ")");
+  for (const auto& group : groups.removed)
     lines.push_back("- group " + printable(group->name));
   return lines;
 }
 
 PropertyDictionary asJSON(const BookChanges& changes) {
-  auto changed = PropertyDictionary::array();
-  for (const auto& [before, after, fields] : changes.changed)
-    changed.push_back({{"contact", validUTF8(contactInWords(*after))}, {"fields", fields}});
+  const auto& [contacts, groups] = changes;
+  auto changedContacts = PropertyDictionary::array();
+  for (const auto& [before, after, fields] : contacts.changed)
+    changedContacts.push_back({{"contact", nameOf(*after)}, {"fields", fields}});
   auto changedGroups = PropertyDictionary::array();
-  for (const auto& [group, how] : changes.changedGroups)
-    changedGroups.push_back(validUTF8(group->name));
+  for (const auto& [before, after, how] : groups.changed)
+    changedGroups.push_back(nameOf(*after));
   return {{"contacts",
-           {{"added", namesOf(changes.added)},
-            {"changed", changed},
-            {"removed", namesOf(changes.removed)}}},
+           {{"added", namesOf(contacts.added)},
+            {"changed", changedContacts},
+            {"removed", namesOf(contacts.removed)}}},
           {"groups",
-           {{"added", namesOf(changes.addedGroups)},
+           {{"added", namesOf(groups.added)},
             {"changed", changedGroups},
-            {"removed", namesOf(changes.removedGroups)}}}};
+            {"removed", namesOf(groups.removed)}}}};
 }
 
 }  // namespace tarvo::library

@@ -5,7 +5,9 @@
 //   send(plan.book);
 #pragma once
 
+#include <array>
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -16,39 +18,41 @@
 
 namespace tarvo::library {
 
-struct BookChanges {
-  struct Contact {
-    ContactPointer before;            ///< as on the device
-    ContactPointer after;             ///< as it will be
-    std::vector<std::string> fields;  ///< which differ, in words
-  };
-  struct Group {
-    ContactGroupPointer group;
-    std::string how;  ///< "2 members more, 1 less", of a changed one
+/// What comes, changes and goes of the contacts, or of the groups.
+template <typename Entry>
+struct EntryChanges {
+  struct Changed {
+    std::shared_ptr<Entry> before;  ///< as on the device
+    std::shared_ptr<Entry> after;   ///< as it will be
+    std::vector<std::string> how;   ///< the fields that differ, or "2 more" and "1 less" of members
   };
 
-  bool isEmpty() const;
-  bool hasContacts() const { return !(added.empty() && changed.empty() && removed.empty()); }
-  bool hasGroups() const;
+  bool isEmpty() const { return added.empty() && changed.empty() && removed.empty(); }
 
-  Contacts added;
-  std::vector<Contact> changed;
-  Contacts removed;
-  ContactGroups addedGroups;
-  std::vector<Group> changedGroups;
-  ContactGroups removedGroups;
+  std::vector<std::shared_ptr<Entry>> added;
+  std::vector<Changed> changed;
+  std::vector<std::shared_ptr<Entry>> removed;
 };
+
+struct BookChanges {
+  bool isEmpty() const { return contacts.isEmpty() && groups.isEmpty(); }
+
+  EntryChanges<Contact> contacts;
+  EntryChanges<ContactGroup> groups;
+};
+
+/// A contact or a group of a book, which lives as long as the book.
+using EntryID = const void*;
 
 struct PlanOptions {
   bool keepsOthers = false;      ///< what only the device has stays: people, fields, members
   bool keepsOnlyLabels = false;  ///< the device keeps nickname and e-mail of a contact, no groups
   bool wantedIsPartial = false;  ///< fields that a vCard does not carry stay as on the device
-  std::set<ContactPointer> nameless{};  ///< of the wanted ones: known by name alone, so that a
-                                        ///< nickname on the device stays
-  bool leavesContacts = false;          ///< groups alone change
+  /// Of the wanted ones: known by name alone, so that a nickname on the device stays.
+  std::set<EntryID> nameless{};
+  bool leavesContacts = false;  ///< groups alone change
   /// Of the wanted ones: the device keeps what it has of them, or nothing.
-  std::set<ContactPointer> skipped{};
-  std::set<ContactGroupPointer> skippedGroups{};
+  std::set<EntryID> skipped{};
 };
 
 struct BookPlan {
@@ -57,19 +61,16 @@ struct BookPlan {
   AddressBook book;
   BookChanges changes;
   /// The wanted entry from which one of the book was made.
-  std::map<ContactPointer, ContactPointer> origins;
-  std::map<ContactGroupPointer, ContactGroupPointer> groupOrigins;
+  std::map<EntryID, EntryID> origins;
   /// Of whom, or of which group, it cannot be told whether the device has it; nothing may be
   /// written then. Empty where all is plain.
   std::string doubt;
 };
 
-/// What the device cannot keep: a contact or a group of the plan's book, or, without either, all of
-/// it.
+/// What the device cannot keep.
 struct BookObstacle {
-  ContactPointer contact{};
-  ContactGroupPointer group{};
-  std::string why{};  ///< names the entry
+  EntryID entry = nullptr;  ///< of the plan's book; null for all of it
+  std::string why{};        ///< names the entry
   Status code = status::kOK;
 };
 
@@ -88,7 +89,23 @@ AddressBook shortened(const AddressBook& book, const XT_AddressBookInfo& limits,
 std::vector<std::string> inWords(const BookChanges& changes);
 /// "contacts" and "groups" with "added", "changed" and "removed".
 PropertyDictionary asJSON(const BookChanges& changes);
+/// The contacts and the groups of a book, none where it does not say. They live as long as the
+/// book.
+const Contacts& contactsOf(const AddressBook& book);
+const ContactGroups& groupsOf(const AddressBook& book);
+
 /// "Bob <bob@example.com>".
-std::string contactInWords(const tarvo::Contact& contact);
+std::string contactInWords(const Contact& contact);
+
+/// What a contact has besides nickname and e-mail address.
+struct ContactField {
+  const char* name;  ///< for a person
+  std::string Contact::*text;
+};
+inline constexpr std::array kContactFields = {
+    ContactField{"first name", &Contact::firstName}, ContactField{"last name", &Contact::lastName},
+    ContactField{"street", &Contact::street},        ContactField{"city", &Contact::city},
+    ContactField{"state", &Contact::state},          ContactField{"country", &Contact::country},
+    ContactField{"postcode", &Contact::zip},         ContactField{"phone", &Contact::phone}};
 
 }  // namespace tarvo::library

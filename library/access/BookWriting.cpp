@@ -1,9 +1,15 @@
 #include "library/access/BookWriting.h"
 
+#include <glib.h>
+
 #include <algorithm>
+#include <optional>
+#include <span>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
@@ -12,34 +18,76 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
-#include "library/access/BookText.h"
-#include "library/access/ObjectSelection.h"
 #include "library/access/OpenedDevice.h"
 #include "platform/files/ScratchFolder.h"
 #include "platform/files/WholeFile.h"
+#include "platform/foundation/GlibPtr.h"
 
 namespace tarvo::library {
 namespace {
 
-bool isGood(Status status) { return status == status::kOK || status == status::kPTPOK; }
-
-/// The texts of a contact as a data set has them.
-std::vector<std::string> textsOf(const Contact& contact) {
-  return {contact.email.value_or(""),
-          contact.nickname.value_or(""),
-          contact.firstName,
-          contact.lastName,
-          contact.street,
-          contact.city,
-          contact.state,
-          contact.country,
-          contact.zip,
-          contact.phone};
-}
-
 const char* signOf(DataSyncAction action) {
   if (action == DataSyncAction::kDelete) return "-";
   return action == DataSyncAction::kAdd ? "+" : "~";
+}
+
+constexpr std::string_view kLineEnd = "\r\n";
+
+/// None where the encoding has no such characters.
+std::optional<std::string> encoded(const std::string& text, const std::string& encoding) {
+  gsize size = 0;
+  const GCharPtr bytes(g_convert(text.data(), static_cast<gssize>(text.size()), encoding.c_str(),
+                                 "UTF-8", nullptr, &size, nullptr));
+  if (!bytes) return std::nullopt;
+  return std::string(bytes.get(), size);
+}
+
+std::string lineOf(const std::string& nickname, const std::string& email) {
+  std::string line = nickname;
+  line.append(" <").append(email).append(">");
+  return line;
+}
+
+/// What the form of a line cannot hold.
+const char* misfit(const std::string& nickname, const std::string& email) {
+  if (email.empty()) return "it has no e-mail address";
+  // A line is a contact: a break in it would make another one of the rest.
+  if ((nickname + email).find_first_of("\r\n") != std::string::npos)
+    return "it has a line break in it";
+  if (nickname.find(" <") != std::string::npos || nickname.find('>') != std::string::npos ||
+      email.find('>') != std::string::npos)
+    return "it has a '<' or '>' where the device's file cannot hold one";
+  return nullptr;
+}
+
+/// The bytes of a device's file, "DCEMAIL.ABK", with every contact that is not to be deleted, a
+/// line each, lines ended by CR LF, in `encoding` (an iconv name). The last line goes without its
+/// end where the file would else have a size that some hosts lose. Contacts that do not fit the
+/// form or the encoding are left out, and told in `obstacles`.
+std::string bookText(const AddressBook& book, const std::string& encoding,
+                     std::vector<BookObstacle>& obstacles) {
+  std::string text;
+  if (!book.contacts) return text;
+  for (const auto& contact : *book.contacts) {
+    if (contact->action == DataSyncAction::kDelete) continue;
+    const std::string nickname = contact->nickname.value_or("");
+    const std::string email = contact->email.value_or("");
+    const char* reason = misfit(nickname, email);
+    const auto line = encoded(lineOf(nickname, email), encoding);
+    if (reason || !line) {
+      const std::string why =
+          reason ? reason
+                 : "it has characters that the device's encoding (" + encoding + ") does not have";
+      obstacles.push_back({.entry = contact.get(), .why = contactInWords(*contact) + ": " + why});
+      continue;
+    }
+    text += *line;
+    text += kLineEnd;
+  }
+  // Rather than pad the file with a zero byte, as every object of such a size would be.
+  if (isModulo64PayloadSize(text.size()) && !text.empty())
+    text.erase(text.size() - kLineEnd.size());
+  return text;
 }
 
 /// One writing.
@@ -53,7 +101,10 @@ class Writing {
     try {
       if (way == BookWay::kSingly) writeSingly();
       if (way == BookWay::kFile) writeFile();
-      if (way == BookWay::kSynchronisation) synchronise();
+      if (way == BookWay::kGroups) writeGroups();
+      // The library would send it beside a file that it could not delete.
+      if (way == BookWay::kEmptyFile)
+        replaceFile([this] { return device_.device().setAddressBookDict(plan_.book); });
     } catch (const Exception& exception) {
       result_.status = status::kICAProtocolError;
       result_.why = exception.reason();
@@ -66,7 +117,7 @@ class Writing {
 
  private:
   void writeSingly() {
-    const auto& changes = plan_.changes;
+    const auto& changes = plan_.changes.contacts;
     std::size_t held = plan_.book.contacts->size() - changes.added.size();
     auto removed = changes.removed.begin();
     for (const auto& contact : changes.added) {
@@ -146,7 +197,7 @@ class Writing {
 
   /// All groups by the library's synchronisation, which tells how far it came.
   bool writeGroups() {
-    if (!plan_.changes.hasGroups()) return true;
+    if (plan_.changes.groups.isEmpty()) return true;
     const bool isWhole = isDone(device_.device().setAddressBookDict(plan_.book));
     for (const auto& step : device_.device().lastWriting().steps)
       if (step.status == status::kOK)
@@ -171,15 +222,6 @@ class Writing {
       return;
     }
     replaceFile([&] { return device_.device().sendFile(made.path); });
-  }
-
-  void synchronise() {
-    if (keepsContactsSingly(device_)) {
-      writeGroups();
-    } else {
-      // The library would send it beside a file that it could not delete.
-      replaceFile([this] { return device_.device().setAddressBookDict(plan_.book); });
-    }
   }
 
   Status listFiles(ObjectHandles& files) const {
@@ -223,47 +265,21 @@ class Writing {
 /// Whether a contact of the book has more to it than the device's file can hold.
 bool hasMoreThanLabels(const AddressBook& book) {
   return std::ranges::any_of(*book.contacts, [](const ContactPointer& contact) {
-    const auto texts = textsOf(*contact);
-    return std::any_of(texts.begin() + 2, texts.end(),
-                       [](const auto& text) { return !text.empty(); });
+    return std::ranges::any_of(kContactFields, [&](const ContactField& field) {
+      return !((*contact).*field.text).empty();
+    });
   });
 }
-
-}  // namespace
-
-std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan) {
-  std::vector<std::string> warnings;
-  if (way == BookWay::kSynchronisation && keepsContactsSingly(device))
-    warnings.emplace_back(
-        "Groups alone are sent: contacts stay on the device as they are, and no change of a "
-        "contact reaches it.");
-  if (way == BookWay::kSynchronisation && !keepsContactsSingly(device))
-    warnings.emplace_back(
-        "An EMPTY file is sent, which is all that synchronising this device does: it will have no "
-        "contacts afterwards. Without --sync the contacts are sent.");
-  if (way == BookWay::kFile)
-    warnings.emplace_back(
-        "The device keeps all contacts in one file. The old file is deleted and a new one, with "
-        "all contacts, is sent in its place.");
-  if (way == BookWay::kFile && hasMoreThanLabels(plan.book))
-    warnings.emplace_back(
-        "The device keeps the nickname and the e-mail address of a contact, and nothing else: "
-        "names, addresses and phone numbers stay here.");
-  if (way == BookWay::kSingly && std::ranges::any_of(plan.changes.changed, [](const auto& each) {
-        return each.before->image != 0;
-      }))
-    warnings.emplace_back(
-        "A contact that changes may lose its picture on the device: pictures are not sent.");
-  return warnings;
-}
-
-namespace {
 
 /// What no record of a contact can hold; null where all is well.
 const char* misfitOf(const Contact& contact) {
   // A longer text would wrap its count.
-  if (std::ranges::any_of(textsOf(contact),
-                          [](const auto& text) { return nameLength(text) >= kNameLimit; }))
+  const auto isTooLong = [](const std::string& text) {
+    return utf16Length(text) > kMostStringUnits;
+  };
+  if (isTooLong(contact.email.value_or("")) || isTooLong(contact.nickname.value_or("")) ||
+      std::ranges::any_of(kContactFields,
+                          [&](const auto& field) { return isTooLong(contact.*field.text); }))
     return "it has a text of 255 characters or more";
   const auto [first, second] = firstTwoLines(contact.street);
   return joinedLines(std::string(first), std::string(second)) == contact.street
@@ -272,6 +288,35 @@ const char* misfitOf(const Contact& contact) {
 }
 
 }  // namespace
+
+std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan) {
+  switch (way) {
+    case BookWay::kGroups:
+      return {
+          "Groups alone are sent: contacts stay on the device as they are, and no change of a "
+          "contact reaches it."};
+    case BookWay::kEmptyFile:
+      return {
+          "An EMPTY file is sent, which is all that synchronising this device does: it will have "
+          "no contacts afterwards. Without --sync the contacts are sent."};
+    case BookWay::kFile: {
+      std::vector<std::string> warnings = {
+          "The device keeps all contacts in one file. The old file is deleted and a new one, with "
+          "all contacts, is sent in its place."};
+      if (hasMoreThanLabels(plan.book))
+        warnings.emplace_back(
+            "The device keeps the nickname and the e-mail address of a contact, and nothing else: "
+            "names, addresses and phone numbers stay here.");
+      return warnings;
+    }
+    case BookWay::kSingly:
+      break;
+  }
+  const bool hasPicture = std::ranges::any_of(
+      plan.changes.contacts.changed, [](const auto& each) { return each.before->image != 0; });
+  if (!hasPicture) return {};
+  return {"A contact that changes may lose its picture on the device: pictures are not sent."};
+}
 
 std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
                                       const BookSurroundings& surroundings) {
@@ -282,12 +327,12 @@ std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
     if (contact->action != DataSyncAction::kAdd && contact->action != DataSyncAction::kUpdate)
       continue;
     if (const char* why = misfitOf(*contact))
-      obstacles.push_back({.contact = contact, .why = contactInWords(*contact) + ": " + why});
+      obstacles.push_back({.entry = contact.get(), .why = contactInWords(*contact) + ": " + why});
   }
   for (const auto& group : *plan.book.groups) {
-    if (nameLength(group->name) < kNameLimit) continue;
+    if (utf16Length(group->name) <= kMostStringUnits) continue;
     obstacles.push_back(
-        {.group = group,
+        {.entry = group.get(),
          .why = "group " + printable(group->name) + ": its name has 255 characters or more"});
   }
   return obstacles;

@@ -21,10 +21,13 @@ namespace tarvo::library {
 class OpenedDevice;
 
 enum class BookWay {
-  kSingly,           ///< contacts and groups as data sets
-  kFile,             ///< a new file with all contacts
-  kSynchronisation,  ///< setAddressBookDict() alone: groups, or an empty file
+  kSingly,     ///< contacts and groups as data sets
+  kFile,       ///< a new file with all contacts
+  kGroups,     ///< setAddressBookDict() alone, which sends groups
+  kEmptyFile,  ///< the same to a device that keeps a file
 };
+/// Whether the device keeps contacts singly.
+inline bool isSingly(BookWay way) { return way == BookWay::kSingly || way == BookWay::kGroups; }
 
 struct BookWritten {
   Status status = status::kOK;
@@ -41,7 +44,7 @@ struct BookSurroundings {
 };
 
 /// What a user has to know of a way before anything is sent, a sentence each.
-std::vector<std::string> warningsOf(BookWay way, const OpenedDevice& device, const BookPlan& plan);
+std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan);
 /// What cannot be sent that way. To be asked before anything is.
 std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
                                       const BookSurroundings& surroundings);

@@ -1,7 +1,5 @@
 #include "library/access/DeviceBook.h"
 
-#include <algorithm>
-#include <functional>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
@@ -13,7 +11,6 @@
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
-#include "Utilities/Format.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
@@ -152,9 +149,7 @@ void readFile(const OpenedDevice& device, DeviceBook& result) {
     }
     const auto bytes = device.device().downloadObject(ObjectReference(handle));
     if (!bytes) {
-      const Status outcome = device.transactions().lastOutcome();
-      if (device.isLost(outcome)) device.failWithout("the address book");
-      note(result.unread, {kFile, handle, whyUnread(device, outcome)});
+      noteMissing(device, kFile, handle, result.unread, "the address book");
       continue;
     }
     read = handle;
@@ -171,43 +166,32 @@ void readFile(const OpenedDevice& device, DeviceBook& result) {
   }
 }
 
-std::string quoted(const std::string& text) { return "'" + printable(text) + "'"; }
-
-std::string limitInWords(const char* format, std::uint32_t limit) {
-  return formatted(format, unsigned{limit});
-}
-
-template <typename Entries>
-std::string countedInWords(const std::optional<Entries>& entries) {
-  if (!entries) return "0";
-  const auto counts = [](const auto& entry) { return entry->action != DataSyncAction::kDelete; };
-  return std::to_string(std::ranges::count_if(*entries, counts));
-}
-
 /// The rule, with the numbers that it is about.
 std::string ruleOf(const AddressBookError& error, const AddressBook& book) {
   const auto& limits = book.limits;
-  const std::string value = error.errorObject.value_or("");
-  const std::string length = std::to_string(utf16FromUTF8(value).size());
+  const auto takes = [](std::uint32_t limit) {
+    return "the device takes " + std::to_string(limit);
+  };
+  const auto isTooLong = [&](const char* what, std::uint32_t limit) {
+    return what + (" has " + std::to_string(utf16Length(error.errorObject.value_or("")))) +
+           " characters, " + takes(limit);
+  };
   switch (error.ptpErrorCode) {
     case status::kAddressBookTooManyContacts:
-      return "the book has " + countedInWords(book.contacts) +
-             limitInWords(" contacts, the device takes %u", limits.maxAddresses);
+      return "the book has " + std::to_string(countKept(book.contacts)) + " contacts, " +
+             takes(limits.maxAddresses);
     case status::kAddressBookTooManyGroups:
-      return "the book has " + countedInWords(book.groups) +
-             limitInWords(" groups, the device takes %u", limits.maxGroups);
+      return "the book has " + std::to_string(countKept(book.groups)) + " groups, " +
+             takes(limits.maxGroups);
     case status::kAddressBookTooManyMembers:
-      return limitInWords("it has more members than the %u that the device takes",
-                          limits.maxAddressesPerGroup);
+      return "it has more members than the " + std::to_string(limits.maxAddressesPerGroup) +
+             " that the device takes";
     case status::kAddressBookAddressTooLong:
-      return "the e-mail address has " + length +
-             limitInWords(" characters, the device takes %u", limits.maxAddressLengthInBytes);
+      return isTooLong("the e-mail address", limits.maxAddressLengthInBytes);
     case status::kAddressBookNicknameTooLong:
-      return "the nickname has " + length +
-             limitInWords(" characters, the device takes %u", limits.maxNicknameLengthInBytes);
+      return isTooLong("the nickname", limits.maxNicknameLengthInBytes);
     case status::kAddressBookGroupNameTooLong:
-      return "the name has " + length +
-             limitInWords(" characters, the device takes %u", limits.maxGroupNameLengthInBytes);
+      return isTooLong("the name", limits.maxGroupNameLengthInBytes);
     case status::kAddressBookNicknameCharacters:
       return "the nickname has characters that the device cannot show";
     case status::kAddressBookAddressCharacters:
@@ -279,7 +263,7 @@ std::string inWords(const AddressBookFault& fault, const AddressBook& book) {
   using Part = AddressBookFault::Part;
   std::string rule = ruleOf(fault, book);
   if (fault.part == Part::kGroup)
-    return "group " + quoted(fault.errorObject.value_or("")) + ": " + rule;
+    return "group '" + printable(fault.errorObject.value_or("")) + "': " + rule;
   if (fault.part == Part::kBook) return rule;
   return "contact " + std::to_string(fault.index + 1) + ", " +
          contactInWords(*(*book.contacts)[fault.index]) + ": " + rule;
@@ -309,15 +293,11 @@ ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, co
   return handles;
 }
 
-std::optional<XTPTPDataSet> dataSetOf(const OpenedDevice& device, const char* what,
-                                      std::uint32_t handle, std::uint16_t format,
-                                      std::vector<Unread>& unread) {
-  auto dataSet = device.transactions().getDataSet(handle, format);
-  if (dataSet) return dataSet;
+void noteMissing(const OpenedDevice& device, const char* what, std::uint32_t handle,
+                 std::vector<Unread>& unread, const char* gone) {
   const Status outcome = device.transactions().lastOutcome();
-  if (device.isLost(outcome)) device.failWithout(what + (" " + handleText(handle)));
+  if (device.isLost(outcome)) device.failWithout(gone ? gone : what + (" " + handleText(handle)));
   note(unread, {what, handle, whyUnread(device, outcome)});
-  return std::nullopt;
 }
 
 }  // namespace tarvo::library

@@ -1,6 +1,8 @@
 // The address book of a device: with what is missing in it, and what is wrong with one.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -12,7 +14,6 @@
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
-#include "Utilities/PropertyDictionary.h"
 #include "library/access/OpenedDevice.h"
 #include "tarvo/AddressBook.h"
 
@@ -42,11 +43,10 @@ std::string whyUnread(const OpenedDevice& device, Status status);
 ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, const char* what,
                             std::vector<Unread>& unread);
 
-/// The data set of a handle, for `scan`; none where it is unread. Raises an error where the
-/// device has gone.
-std::optional<XTPTPDataSet> dataSetOf(const OpenedDevice& device, const char* what,
-                                      std::uint32_t handle, std::uint16_t format,
-                                      std::vector<Unread>& unread);
+/// Takes note of an object that did not come. Raises an error about `gone`, or the object, where
+/// the device has gone.
+void noteMissing(const OpenedDevice& device, const char* what, std::uint32_t handle,
+                 std::vector<Unread>& unread, const char* gone = nullptr);
 
 /// The record that `scan` makes of the data set of a handle. One that ends early, or was cut short,
 /// is unread. Raises an error where the device has gone.
@@ -57,8 +57,11 @@ std::optional<std::invoke_result_t<Scan, XTPTPDataSet&>> readRecord(const Opened
                                                                     std::uint16_t format, Scan scan,
                                                                     std::vector<Unread>& unread) {
   try {
-    auto dataSet = dataSetOf(device, what, handle, format, unread);
-    if (!dataSet) return std::nullopt;
+    auto dataSet = device.transactions().getDataSet(handle, format);
+    if (!dataSet) {
+      noteMissing(device, what, handle, unread);
+      return std::nullopt;
+    }
     auto record = scan(*dataSet);
     if (!wasShort(device.transactions(), *dataSet, handle)) return record;
     note(unread, {what, handle, whyUnread(device, status::kPTPIncompleteTransfer)});
@@ -74,6 +77,13 @@ bool keepsContactsSingly(const OpenedDevice& device);
 /// Reads it anew, record by record where it cannot be had as a whole. Raises an error for a
 /// device that keeps none, and where not even its limits can be read.
 DeviceBook readDeviceBook(const OpenedDevice& device);
+
+/// How many of the contacts, or of the groups, are not to be deleted.
+template <typename Entries>
+std::ptrdiff_t countKept(const std::optional<Entries>& entries) {
+  const auto isKept = [](const auto& entry) { return entry->action != DataSyncAction::kDelete; };
+  return entries ? std::ranges::count_if(*entries, isKept) : 0;
+}
 
 /// Which entry breaks which rule, for a person: "contact 3, Bob <bob@>: ...".
 std::string inWords(const AddressBookFault& fault, const AddressBook& book);

@@ -44,6 +44,8 @@ Error named(const Error& error, const char* operation);
 /// more. For a catch clause alone.
 Error errorOfRaised(const char* operation);
 
+/// Whether an operation is done: 0, or the OK of PTP.
+inline bool isGood(Status status) { return status == status::kOK || status == status::kPTPOK; }
 /// Whether the device will not answer anything more.
 bool isDeviceLost(Status status);
 

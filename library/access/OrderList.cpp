@@ -28,7 +28,6 @@ std::string copiesInWords(std::int64_t count) {
   return std::to_string(count) + (count == 1 ? " copy" : " copies");
 }
 
-constexpr const char* kEmailOrder = "e-mail order";
 constexpr const char* kMarker = "marker file";
 
 /// One reading.
@@ -145,7 +144,7 @@ class OrderReading {
   }
 
   void readEmailOrder(std::uint32_t handle) {
-    const auto order = made<EmailOrder>(kEmailOrder, handle, &OrderLists::fillInEmailOrderList);
+    const auto order = made<EmailOrder>("e-mail order", handle, &OrderLists::fillInEmailOrderList);
     if (!order) return;
     auto json = jsonFromEmailOrder(*order);
     std::string purpose = joined(order->destAddresses);
@@ -272,21 +271,5 @@ class OrderReading {
 }  // namespace
 
 OrderList::Data readOrders(const OpenedDevice& device) { return OrderReading(device).read(); }
-
-std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& device) {
-  std::map<std::uint32_t, std::uint32_t> orders;
-  std::vector<Unread> unread;
-  // Also those that wait for a transfer, whose recipients count as well.
-  for (const auto format : {ptp::XTD_EMAIL_ORDER, ptp::XTD_SQUIRT_EMAIL_ORDER}) {
-    for (const std::uint32_t handle : listedHandles(device, format, "e-mail orders", unread)) {
-      const auto record = readRecord(device, kEmailOrder, handle, format, scanEmailOrder, unread);
-      for (const std::uint32_t contact : record ? record->destContacts : ObjectHandles())
-        orders.emplace(contact, handle);
-    }
-  }
-  if (unread.empty()) return orders;
-  raise({.why = unread.front().description() +
-                ", so that it is not known to whom it goes; nothing was sent"});
-}
 
 }  // namespace tarvo::library

@@ -39,9 +39,5 @@ class OpenedDevice;
 /// Raises an error where there is nothing to be had from the device.
 OrderList::Data readOrders(const OpenedDevice& device);
 
-/// To whom the e-mail orders of a device go: an order by the handle of each recipient. Raises an
-/// error where one of them cannot be read.
-std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& device);
-
 }  // namespace library
 }  // namespace tarvo
