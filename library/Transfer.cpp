@@ -266,7 +266,7 @@ Downloaded download(DeviceState& device, const ObjectInfo& object, DownloadRun& 
   request.progress = counting(options.progress, sizeOf(options, object), *device.session());
   FetchResult result;
   {
-    const SessionState::Transfer transfer(*device.session());
+    const auto transfer = device.session()->transfer();
     if (!device.isCamera()) {
       result = copyFile(device, object, request);
     } else if (options.thumbnail) {
@@ -339,7 +339,7 @@ Uploaded upload(DeviceState& state, const std::string& path, const UploadOptions
   std::string name = info.fileName();
   if (options.begin) options.begin(name, size);
   const Asking asking(device, counting(options.progress, size, *state.session()));
-  const SessionState::Transfer transfer(*state.session());
+  const auto transfer = state.session()->transfer();
   std::uint32_t handle = 0;
   std::uint32_t store = options.store;
   const auto send = [&] {

@@ -33,7 +33,7 @@ DeviceState::~DeviceState() {
   if (session_->isOver()) return;
   session_->forget(this);
   // Closing talks to the device, through what is of the session's context.
-  const SessionState::ContextOfThread context(*session_);
+  const auto context = session_->contextOfThread();
   close();
 }
 

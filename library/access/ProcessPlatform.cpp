@@ -1,11 +1,12 @@
-#include "library/access/ProcessPlatform.h"
-
 #include <algorithm>
+#include <memory>
+#include <optional>
 #include <utility>
 
 #include "NativeServices/Logging.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "identify/DeviceInfoSupport.h"
+#include "library/access/SessionState.h"
 #include "msc/MSCRoom.h"
 #include "platform/desktop/BusConnection.h"
 #include "platform/desktop/ProcessRunningApplications.h"
@@ -53,9 +54,8 @@ ptp::Timeouts timeoutsFor(const SessionOptions::Data& options, const Interrupt* 
   return timeouts;
 }
 
-}  // namespace
-
-struct ProcessPlatform::Base {
+/// Log, preferences, main loop, models.
+struct Base {
   explicit Base(const SessionOptions::Data& options)
       : systemLog(options.name, JournalLog::Destination::kStandardError),
         log(sinkOf(options, systemLog)),
@@ -71,8 +71,8 @@ struct ProcessPlatform::Base {
   GlibRunLoop loop{log};
 };
 
-// Each member stands on those above it.
-struct ProcessPlatform::Devices {
+/// What reaches devices. Each member stands on those above it.
+struct Devices {
   Devices(Base& base, const ptp::Timeouts& timeouts)
       : base_(base), connector(std::make_unique<ptp::LibusbDeviceOpener>(), timeouts, base.log) {}
 
@@ -111,7 +111,8 @@ class SessionDiskArbitration : public DiskArbitration {
   bool isStarted_ = false;
 };
 
-struct ProcessPlatform::MassStorage {
+/// What reaches units and their disks.
+struct MassStorage {
   MassStorage(Base& base, Devices& devices, const Interrupt* interrupt)
       : scsi(devices.registry, interrupt ? &interrupt->flag() : nullptr, base.log),
         diskArbitration(base.loop, devices.registry, interrupt, base.log),
@@ -126,33 +127,37 @@ struct ProcessPlatform::MassStorage {
   MSCRoom room;
 };
 
-ProcessPlatform::ProcessPlatform(SessionOptions::Data options) : options_(std::move(options)) {}
+class ProcessPlatform : public Platform {
+ public:
+  explicit ProcessPlatform(const SessionOptions::Data& options) : options_(options) {}
 
-ProcessPlatform::~ProcessPlatform() = default;
+  const MakerConstants& maker() override { return base().constants; }
+  SupportedModels& models() override { return base().models; }
+  const PictureDeviceServices& services() override { return devices().room.services(); }
+  TarvoMSCDeviceList& massStorage() override {
+    if (!massStorage_) massStorage_.emplace(base(), devices(), interrupt());
+    return massStorage_->room.list();
+  }
+  const Interrupt* interrupt() const override {
+    return options_.stop ? &options_.stop->signals() : nullptr;
+  }
 
-ProcessPlatform::Base& ProcessPlatform::base() {
-  if (!base_) base_ = std::make_unique<Base>(options_);
-  return *base_;
-}
+ private:
+  Base& base() { return base_ ? *base_ : base_.emplace(options_); }
+  Devices& devices() {
+    return devices_ ? *devices_ : devices_.emplace(base(), timeoutsFor(options_, interrupt()));
+  }
 
-const Interrupt* ProcessPlatform::interrupt() const {
-  return options_.stop ? &options_.stop->signals() : nullptr;
-}
+  SessionOptions::Data options_;
+  std::optional<Base> base_;
+  std::optional<Devices> devices_;
+  std::optional<MassStorage> massStorage_;
+};
 
-const MakerConstants& ProcessPlatform::maker() { return base().constants; }
+}  // namespace
 
-SupportedModels& ProcessPlatform::models() { return base().models; }
-
-ProcessPlatform::Devices& ProcessPlatform::devices() {
-  if (!devices_) devices_ = std::make_unique<Devices>(base(), timeoutsFor(options_, interrupt()));
-  return *devices_;
-}
-
-const PictureDeviceServices& ProcessPlatform::services() { return devices().room.services(); }
-
-TarvoMSCDeviceList& ProcessPlatform::massStorage() {
-  if (!massStorage_) massStorage_ = std::make_unique<MassStorage>(base(), devices(), interrupt());
-  return massStorage_->room.list();
+std::unique_ptr<Platform> makeProcessPlatform(const SessionOptions::Data& options) {
+  return std::make_unique<ProcessPlatform>(options);
 }
 
 }  // namespace tarvo::library

@@ -5,10 +5,9 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <utility>
 
-#include "library/access/ProcessPlatform.h"
+#include "platform/foundation/GlibPtr.h"
 
 namespace tarvo {
 namespace {
@@ -33,8 +32,8 @@ SessionState::SessionState(const SessionOptions::Data& options)
   const SessionState* none = nullptr;
   if (!theSession.compare_exchange_strong(none, this))
     library::refuse("there is a session already; a process has one at a time");
-  const ContextOfThread context(*this);
-  ownPlatform_ = std::make_unique<library::ProcessPlatform>(options);
+  const auto context = contextOfThread();
+  ownPlatform_ = library::makeProcessPlatform(options);
   platform_ = ownPlatform_.get();
 }
 
@@ -52,7 +51,7 @@ void SessionState::end() {
 
 void SessionState::letGoOfAll() {
   if (std::exchange(isOver_, true)) return;
-  const ContextOfThread context(*this);
+  const auto context = contextOfThread();
   // Each takes itself off the list.
   for (const auto& [who, end] : std::exchange(ends_, {}))
     end();
@@ -88,26 +87,22 @@ void SessionState::endIfInterrupted() const {
 
 bool SessionState::hold(std::uint32_t device) { return !std::exchange(held_[device], true); }
 
-SessionState::Entry::Entry(SessionState& state) : state_(state.checked()), context_(state) {
-  ++state_.running_;
-}
-
-SessionState& SessionState::checked() {
+void SessionState::beginCall() {
   if (thread_ != std::this_thread::get_id())
     library::refuse("a session is of the thread that made it");
   if (isEnding_) library::refuse("the session has ended");
   if (isInTransfer_)
     library::refuse("nothing may be called from a callback that tells of progress");
-  return *this;
+  ++running_;
 }
 
-SessionState::Entry::~Entry() {
-  if (--state_.running_ == 0 && state_.isEnding_) {
-    state_.letGoOfAll();
-    return;
+void SessionState::endCall() {
+  if (--running_ == 0 && isEnding_) {
+    letGoOfAll();
+  } else if (poll_.isOpen() && !isDispatching_) {
+    // The call may have begun to wait for something.
+    watchContext();
   }
-  // The call may have begun to wait for something.
-  if (state_.poll_.isOpen() && !state_.isDispatching_) state_.watchContext();
 }
 
 bool SessionState::dispatch() {

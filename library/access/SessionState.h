@@ -19,7 +19,6 @@
 #include "Utilities/PropertyDictionary.h"
 #include "library/access/Failure.h"
 #include "library/access/Platform.h"
-#include "platform/foundation/GlibPtr.h"
 #include "platform/foundation/Interrupt.h"
 #include "tarvo/Session.h"
 
@@ -38,6 +37,29 @@ struct SessionOptions::Data {
 };
 
 class StopSignals::Signals : public Interrupt {};
+
+namespace library {
+
+/// That of a process: the smaller twin of the agent's. It owns the platform services and the state
+/// of the rooms, in the order in which they need each other, without a listener, and makes each no
+/// earlier than something needs it. One in a process, on the main context that is its thread's
+/// default while it is made and used.
+std::unique_ptr<Platform> makeProcessPlatform(const SessionOptions::Data& options);
+
+/// Does its work when it goes.
+template <typename Work>
+class AtEnd {
+ public:
+  explicit AtEnd(Work work) : work_(std::move(work)) {}
+  ~AtEnd() { work_(); }
+  AtEnd(const AtEnd&) = delete;
+  AtEnd& operator=(const AtEnd&) = delete;
+
+ private:
+  Work work_;
+};
+
+}  // namespace library
 
 class SessionState : public std::enable_shared_from_this<SessionState> {
  public:
@@ -69,44 +91,24 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   /// once, or when what runs is over where this comes from a callback.
   void end();
 
-  /// A transfer runs: the device can take no other call. As long as this lives.
-  class Transfer {
-   public:
-    explicit Transfer(SessionState& state) : state_(state) { state_.isInTransfer_ = true; }
-    ~Transfer() { state_.isInTransfer_ = false; }
-    Transfer(const Transfer&) = delete;
-    Transfer& operator=(const Transfer&) = delete;
+  /// A transfer runs: the device can take no other call. As long as what is given lives.
+  auto transfer() {
+    isInTransfer_ = true;
+    return library::AtEnd([this] { isInTransfer_ = false; });
+  }
 
-   private:
-    SessionState& state_;
-  };
-
-  /// The session's context as the thread's, for what the rooms below attach to it.
-  class ContextOfThread {
-   public:
-    explicit ContextOfThread(const SessionState& state) : context_(state.context_) {
-      g_main_context_push_thread_default(context_.get());
-    }
-    ~ContextOfThread() { g_main_context_pop_thread_default(context_.get()); }
-    ContextOfThread(const ContextOfThread&) = delete;
-    ContextOfThread& operator=(const ContextOfThread&) = delete;
-
-   private:
-    std::shared_ptr<GMainContext> context_;
-  };
-
-  /// As long as a call lasts; raises where it may not be made.
-  class Entry {
-   public:
-    explicit Entry(SessionState& state);
-    ~Entry();
-    Entry(const Entry&) = delete;
-    Entry& operator=(const Entry&) = delete;
-
-   private:
-    SessionState& state_;
-    ContextOfThread context_;
-  };
+  /// The session's context is the thread's, for what the rooms below attach to it. As long as what
+  /// is given lives.
+  auto contextOfThread() const {
+    g_main_context_push_thread_default(context_.get());
+    return library::AtEnd(
+        [context = context_] { g_main_context_pop_thread_default(context.get()); });
+  }
+  /// A call runs, as long as what is given lives. Raises where none may be made now.
+  auto call() {
+    beginCall();
+    return library::AtEnd([this] { endCall(); });
+  }
 
   // What Session does with the loop.
 
@@ -122,8 +124,8 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   void tell(const std::function<void()>& callback);
 
  private:
-  /// Raises where no call may be made now.
-  SessionState& checked();
+  void beginCall();
+  void endCall();
   void watchContext();
   void rethrowRaised();
   void letGoOfAll();
@@ -175,7 +177,8 @@ std::invoke_result_t<Work> entered(const std::shared_ptr<SessionState>& state,
   // A callback may let go of the session.
   const auto kept = state;  // NOLINT(performance-unnecessary-copy-initialization)
   try {
-    const SessionState::Entry entry(*kept);
+    const auto call = kept->call();
+    const auto context = kept->contextOfThread();
     return work();
   } catch (const Error& error) {
     throw named(error, operation);
