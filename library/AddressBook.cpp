@@ -14,6 +14,7 @@
 #include "Utilities/JSONReader.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
+#include "library/Records.h"
 #include "library/access/BookPlan.h"
 #include "library/access/BookWriting.h"
 #include "library/access/DeviceBook.h"
@@ -109,6 +110,11 @@ const std::vector<Unread>& ContactBook::unread() const& { return data_->unread; 
 std::vector<Unread> ContactBook::unread() && { return data_->unread; }
 std::string ContactBook::json() const { return textOf(jsonFromAddressBook(data_->book)); }
 
+const AddressBook& library::recordOf(const ContactBook& book) { return book.data().book; }
+ContactBook library::contactBook(AddressBook book) {
+  return valueOf<ContactBook>({.book = std::move(book)});
+}
+
 struct BookFault::Data {
   AddressBookError error;
   std::string message;
@@ -129,30 +135,16 @@ struct BookOptions::Data {
 
 BookOptions::BookOptions() : data_(std::make_shared<Data>()) {}
 
-BookOptions& BookOptions::keepsOthers(bool is) {
-  ownOf(data_).keepsOthers = is;
-  return *this;
-}
-BookOptions& BookOptions::isPartial(bool is) {
-  ownOf(data_).isPartial = is;
-  return *this;
-}
+BookOptions& BookOptions::keepsOthers(bool is) { return set<&Data::keepsOthers>(*this, data_, is); }
+BookOptions& BookOptions::isPartial(bool is) { return set<&Data::isPartial>(*this, data_, is); }
 BookOptions& BookOptions::nameless(std::vector<std::size_t> contacts) {
-  ownOf(data_).nameless = std::move(contacts);
-  return *this;
+  return set<&Data::nameless>(*this, data_, std::move(contacts));
 }
-BookOptions& BookOptions::syncOnly(bool is) {
-  ownOf(data_).syncOnly = is;
-  return *this;
-}
+BookOptions& BookOptions::syncOnly(bool is) { return set<&Data::syncOnly>(*this, data_, is); }
 BookOptions& BookOptions::skipsInvalid(bool is) {
-  ownOf(data_).skipsInvalid = is;
-  return *this;
+  return set<&Data::skipsInvalid>(*this, data_, is);
 }
-BookOptions& BookOptions::shortens(bool is) {
-  ownOf(data_).shortens = is;
-  return *this;
-}
+BookOptions& BookOptions::shortens(bool is) { return set<&Data::shortens>(*this, data_, is); }
 
 struct BookChange::Data {
   std::weak_ptr<DeviceState> device;
@@ -492,15 +484,13 @@ void writeAddressBook(Device& device, const BookChange& change) {
 
 std::vector<std::uint32_t> bookEntries(Device& device, BookEntryKind kind) {
   return asked(device.state(), "bookEntries", [&](OpenedDevice& camera) {
-    return camera.objectHandles(kindOf(kind).format, "the address book");
+    return camera.objectHandles({.format = kindOf(kind).format}, "the address book");
   });
 }
 
 std::vector<std::byte> readBookEntry(Device& device, BookEntryKind kind, std::uint32_t handle) {
   return asked(device.state(), "readBookEntry", [&](OpenedDevice& camera) {
-    const auto bytes = bytesOf(camera, kind, handle);
-    if (!bytes) camera.failWithout(std::string("the ") + kindOf(kind).what);
-    return std::vector<std::byte>(bytes->begin(), bytes->end());
+    return camera.require(bytesOf(camera, kind, handle), std::string("the ") + kindOf(kind).what);
   });
 }
 

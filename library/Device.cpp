@@ -4,7 +4,8 @@
 #include <ostream>
 #include <utility>
 
-#include "NativeServices/PictureDevice/datasets/RecordJSON.h"
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
+#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
@@ -15,10 +16,9 @@
 #include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
+#include "library/Records.h"
 #include "library/access/DeviceState.h"
-#include "library/access/ObjectData.h"
-#include "library/access/ObjectSelection.h"
-#include "library/access/TransferData.h"
+#include "platform/files/FilePlace.h"
 
 namespace tarvo {
 
@@ -58,33 +58,40 @@ std::ostream& operator<<(std::ostream& out, const DeviceFacts& facts) {
              << printable(facts.model()) << ", serial number " << printable(facts.serial());
 }
 
-std::uint32_t StoreInfo::id() const { return data_->id; }
-bool StoreInfo::isEmpty() const { return data_->info == nullptr; }
-std::uint16_t StoreInfo::type() const {
-  return data_->info ? data_->info->storageType : std::uint16_t{0};
-}
-std::uint16_t StoreInfo::fileSystem() const {
-  return data_->info ? data_->info->fileSymType : std::uint16_t{0};
-}
-std::uint16_t StoreInfo::access() const {
-  return data_->info ? data_->info->accessCapability : std::uint16_t{0};
-}
-std::uint64_t StoreInfo::capacity() const { return data_->info ? data_->info->maxCapacity : 0; }
-std::uint64_t StoreInfo::freeBytes() const {
-  return data_->info ? data_->info->freeSpaceInBytes : 0;
-}
-std::uint32_t StoreInfo::freePictures() const {
-  return data_->info ? data_->info->freeSpaceInImages : 0;
-}
+struct StoreInfo::Data {
+  std::uint32_t id = 0;
+  bool isEmpty = false;
+  PTPStorageInfo info;  ///< of zeros where the slot is empty
+};
 
-std::string StoreInfo::label() const { return data_->info ? data_->info->label : ""; }
+std::uint32_t StoreInfo::id() const { return data_->id; }
+bool StoreInfo::isEmpty() const { return data_->isEmpty; }
+std::uint16_t StoreInfo::type() const { return data_->info.storageType; }
+std::uint16_t StoreInfo::fileSystem() const { return data_->info.fileSymType; }
+std::uint16_t StoreInfo::access() const { return data_->info.accessCapability; }
+std::uint64_t StoreInfo::capacity() const { return data_->info.maxCapacity; }
+std::uint64_t StoreInfo::freeBytes() const { return data_->info.freeSpaceInBytes; }
+std::uint32_t StoreInfo::freePictures() const { return data_->info.freeSpaceInImages; }
+std::string StoreInfo::label() const { return data_->info.label; }
+
+const PTPStorageInfo& library::recordOf(const StoreInfo& store) { return store.data().info; }
 
 std::ostream& operator<<(std::ostream& out, const StoreInfo& store) {
   return out << "store " << handleText(store.id()) << ", " << store.freeBytes() << " of "
              << store.capacity() << " bytes free";
 }
 
+struct PropertyInfo::Data {
+  PTPPropertyDescription description;
+};
+
+const PTPPropertyDescription& library::recordOf(const PropertyInfo& property) {
+  return property.data().description;
+}
+
 namespace {
+
+std::string codeText(std::uint16_t code) { return formatted("0x%04x", unsigned{code}); }
 
 std::string valueText(const PropertyDictionary& value) {
   return value.is_string() ? value.get<std::string>() : textOf(value);
@@ -110,8 +117,7 @@ std::vector<std::string> PropertyInfo::allowed() const {
 }
 
 std::ostream& operator<<(std::ostream& out, const PropertyInfo& property) {
-  return out << formatted("0x%04x", unsigned{property.code()}) << " = "
-             << printable(property.value());
+  return out << codeText(property.code()) << " = " << printable(property.value());
 }
 
 struct DeviceEvent::Data {
@@ -128,7 +134,7 @@ const std::vector<std::uint32_t>& DeviceEvent::parameters() const& { return data
 std::vector<std::uint32_t> DeviceEvent::parameters() && { return data_->parameters; }
 
 std::ostream& operator<<(std::ostream& out, const DeviceEvent& event) {
-  out << formatted("0x%04x", unsigned{event.code()});
+  out << codeText(event.code());
   for (const std::uint32_t parameter : event.parameters())
     out << ' ' << handleText(parameter);
   return out;
@@ -141,58 +147,30 @@ DeviceFacts Device::facts() const {
     const auto& device = camera.device();
     const auto facts = camera.transactions().facts();
     const auto& can = facts.capabilities;
-    return DeviceFacts(std::make_shared<const DeviceFacts::Data>(
-        DeviceFacts::Data{.name = device.name(),
-                          .manufacturer = device.manufacturer(),
-                          .model = device.model(),
-                          .version = device.deviceVersion(),
-                          .serial = device.serialNumber(),
-                          .operations = facts.operations,
-                          .properties = facts.properties,
-                          .imageFormats = facts.imageFormats,
-                          .capabilities = {{"acceptsFiles", can.deviceAcceptsFiles},
-                                           {"addressBooks", can.deviceSupportsAddressBooks},
-                                           {"albumNames", can.deviceSupportsAlbumNames},
-                                           {"capture", can.deviceSupportsCapture},
-                                           {"display", can.deviceSupportsCameraBackDisplay},
-                                           {"favourites", can.deviceSupportsBragbooks}}}));
+    return valueOf<DeviceFacts>({.name = device.name(),
+                                 .manufacturer = device.manufacturer(),
+                                 .model = device.model(),
+                                 .version = device.deviceVersion(),
+                                 .serial = device.serialNumber(),
+                                 .operations = facts.operations,
+                                 .properties = facts.properties,
+                                 .imageFormats = facts.imageFormats,
+                                 .capabilities = {{"acceptsFiles", can.deviceAcceptsFiles},
+                                                  {"addressBooks", can.deviceSupportsAddressBooks},
+                                                  {"albumNames", can.deviceSupportsAlbumNames},
+                                                  {"capture", can.deviceSupportsCapture},
+                                                  {"display", can.deviceSupportsCameraBackDisplay},
+                                                  {"favourites", can.deviceSupportsBragbooks}}});
   });
 }
 
 std::vector<std::byte> Device::deviceInfo() {
   return asked(state_, "deviceInfo", [](OpenedDevice& camera) {
     const auto record = camera.device().deviceInfoDataset();
-    if (!record) camera.failWithout(inWords(camera.summary()));
+    if (!record) camera.failWithout(camera.info().description());
     const auto room = record->data();
     const auto bytes = room.first(std::min<std::size_t>(room.size(), record->pb().dataSize));
     return std::vector<std::byte>(bytes.begin(), bytes.end());
-  });
-}
-
-void Device::visit(const ObjectQuery& query, const ObjectVisitor& visitor) {
-  called(state_, "visit", [&](DeviceState& device) { visitObjects(device, query, visitor); });
-}
-
-std::uint64_t Device::visit(const ObjectChoice& choice, const ObjectVisitor& visitor) {
-  return called(state_, "visit",
-                [&](DeviceState& device) { return visitObjects(device, choice, visitor); });
-}
-
-std::vector<std::uint32_t> Device::handles(const ObjectQuery& query) {
-  return asked(state_, "handles", [&](OpenedDevice& camera) {
-    ObjectHandles handles;
-    camera.require(
-        ObjectListing(camera.transactions()).handles(listingQuery(query.data()), handles),
-        "the objects");
-    return handles;
-  });
-}
-
-ObjectInfo Device::object(std::uint32_t handle) {
-  return asked(state_, "object", [&](OpenedDevice& camera) {
-    const auto read = ObjectListing(camera.transactions()).find(handle);
-    if (!read.info) raise(camera.failure(handleText(handle), read.status, read.why));
-    return cameraObject(handle, read.info, ObjectPaths(camera.transactions()).pathOf(*read.info));
   });
 }
 
@@ -216,7 +194,7 @@ void Device::remove(const ObjectInfo& object) {
     }
     if (object.isFolder())
       raise({.object = object.path(), .status = status::kNotAFile, .why = "it is a folder"});
-    const int error = device.volume().tree().removeFile(object.path());
+    const int error = device.volume().removeFile(object.path());
     if (error != 0)
       raise({.object = object.path(),
              .status = error == ENOENT ? status::kFileNotFound : status::kWriteNotPermitted,
@@ -226,7 +204,7 @@ void Device::remove(const ObjectInfo& object) {
 
 void Device::rename(std::uint32_t handle, const std::string& name) {
   asked(state_, "rename", [&](OpenedDevice& camera) {
-    if (name.empty() || nameLength(name) >= kNameLimit)
+    if (name.empty() || utf16Length(name) > kMostStringUnits)
       raise({.object = handleText(handle),
              .status = status::kBadParameter,
              .why = "a name has 1 to 254 characters",
@@ -237,51 +215,12 @@ void Device::rename(std::uint32_t handle, const std::string& name) {
   });
 }
 
-Downloaded Device::download(const ObjectInfo& object, DownloadRun& run) {
-  return called(state_, "download",
-                [&](DeviceState& device) { return library::download(device, object, run); });
-}
-
-Downloaded Device::download(const ObjectInfo& object, const DownloadOptions& options) {
-  DownloadRun run(options);
-  return download(object, run);
-}
-
-std::vector<std::byte> Device::read(const ObjectInfo& object) {
-  return called(state_, "read", [&](DeviceState& device) {
-    if (!device.isCamera()) return readFile(device, object);
-    auto& camera = device.camera();
-    const auto bytes = camera.device().downloadObject(ObjectReference(object.handle()));
-    if (!bytes) camera.failWithout(object.path());
-    return std::vector<std::byte>(bytes->begin(), bytes->end());
-  });
-}
-
-std::vector<std::byte> Device::thumbnail(const ObjectInfo& object) {
-  return asked(state_, "thumbnail", [&](OpenedDevice& camera) {
-    if (object.thumbnailSize() == 0)
-      raise({.object = object.path(), .status = status::kPTPNoThumbnailPresent});
-    const auto image = camera.device().downloadThumb(ObjectReference(object.handle()));
-    if (!image) camera.failWithout(object.path());
-    return std::vector<std::byte>(image->begin(), image->end());
-  });
-}
-
-Uploaded Device::upload(const std::string& path, const UploadOptions& options) {
-  return called(state_, "upload",
-                [&](DeviceState& device) { return library::upload(device, path, options.data()); });
-}
-
 namespace {
-
-std::string codeText(std::uint16_t code) { return formatted("0x%04x", unsigned{code}); }
 
 PropertyInfo describe(OpenedDevice& camera, std::uint16_t code) {
   try {
-    auto dataSet = camera.transactions().propertyDataSet(code);
-    if (dataSet)
-      return PropertyInfo(std::make_shared<const PropertyInfo::Data>(
-          PropertyInfo::Data{scanPropertyDescription(*dataSet)}));
+    if (auto dataSet = camera.transactions().propertyDataSet(code))
+      return valueOf<PropertyInfo>({scanPropertyDescription(*dataSet)});
   } catch (const Exception& exception) {
     // What a device got wrong is the setting's failure.
     raise(camera.failure(codeText(code), status::kICAProtocolError, exception.reason()));
@@ -314,7 +253,7 @@ XTMutablePTPDataSet encodedValue(std::uint16_t code, std::uint16_t datatype,
            .why = "'" + text + "' does not fit: " + why});
   };
   // A longer text would wrap its count.
-  if (datatype == kPTPString && nameLength(text) >= kNameLimit)
+  if (datatype == kPTPString && utf16Length(text) > kMostStringUnits)
     refuseValue("it has 255 characters or more");
   auto dataSet = XTMutablePTPDataSet::dataSetWithByteOrder(kPTPByteOrder);
   try {
@@ -367,7 +306,7 @@ std::optional<std::string> Device::clock() {
 
 void Device::setClock() {
   asked(state_, "setClock", [](OpenedDevice& camera) {
-    camera.require(camera.device().setDateTime(), inWords(camera.summary()));
+    camera.require(camera.device().setDateTime(), camera.info().description());
   });
 }
 
@@ -386,14 +325,14 @@ std::vector<std::uint32_t> Device::storeIDs() {
 
 StoreInfo Device::store(std::uint32_t id) {
   return asked(state_, "store", [&](OpenedDevice& camera) {
-    auto info = camera.transactions().storageInfo(id);
+    const auto info = camera.transactions().storageInfo(id);
     if (!info) {
       camera.session().endIfInterrupted();
       const Status status = camera.explained(camera.transactions().lastOutcome());
       const bool isSlot = status == status::kPTPStoreNotAvailable || !ptp::hasLogicalStore(id);
       if (!isSlot) raise(camera.failure(handleText(id), status));
     }
-    return StoreInfo(std::make_shared<const StoreInfo::Data>(StoreInfo::Data{id, std::move(info)}));
+    return valueOf<StoreInfo>({id, !info, info ? *info : PTPStorageInfo()});
   });
 }
 
@@ -405,7 +344,7 @@ void Device::formatStore(std::uint32_t id) {
 
 void Device::reset() {
   asked(state_, "reset", [](OpenedDevice& camera) {
-    camera.require(camera.transactions().sendDeviceReset(), inWords(camera.summary()));
+    camera.require(camera.transactions().sendDeviceReset(), camera.info().description());
   });
 }
 
@@ -423,7 +362,7 @@ class EventWatch {
     auto& camera = device_->camera();
     camera.require(
         listen(ica::kExtended, [this](const ICAEvent& event) { tell(dataOf(event.dictionary)); }),
-        inWords(camera.summary()));
+        camera.info().description());
   }
   ~EventWatch() {
     if (device_->session()->isOver()) return;
@@ -453,7 +392,7 @@ class EventWatch {
     // What is called may let go of the subscription, and of the session.
     const auto device = device_;
     const auto told = told_;
-    const DeviceEvent event(std::make_shared<const DeviceEvent::Data>(std::move(data)));
+    const auto event = valueOf<DeviceEvent>(std::move(data));
     device->session()->tell([&] { told(event); });
   }
 

@@ -1,16 +1,20 @@
+#include "tarvo/Objects.h"
+
 #include <algorithm>
 #include <functional>
 #include <ostream>
 #include <set>
+#include <span>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
+#include "library/Records.h"
 #include "library/access/DeviceState.h"
-#include "library/access/ObjectData.h"
 #include "library/access/ObjectSelection.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
@@ -18,6 +22,17 @@
 namespace tarvo {
 
 using namespace library;
+
+struct ObjectInfo::Data {
+  /// Of a volume: what a camera would tell.
+  std::shared_ptr<const XTExtendedObjectInfo> info;
+  std::uint32_t handle = 0;
+  std::string name{};  ///< of a volume: the bytes of the file system
+  std::string path{};
+  std::uint64_t size = 0;
+  std::optional<std::time_t> modified{};
+  FolderWalk::Kind kind = FolderWalk::Kind::kFile;
+};
 
 std::uint32_t ObjectInfo::handle() const { return data_->handle; }
 const std::string& ObjectInfo::name() const {
@@ -43,81 +58,107 @@ std::ostream& operator<<(std::ostream& out, const ObjectInfo& object) {
              << std::hex << object.format() << std::dec << ", " << object.size() << " bytes)";
 }
 
+const XTExtendedObjectInfo& library::recordOf(const ObjectInfo& object) {
+  return *object.data().info;
+}
+
+struct ObjectQuery::Data {
+  bool isRecursive = false;
+  std::uint16_t format = 0;
+  std::uint32_t store = 0;
+  std::uint32_t folder = 0;
+  std::optional<std::string> path{};  ///< of a folder on a volume; none: all that there is
+  bool namesOnly = false;
+};
+
 ObjectQuery::ObjectQuery() : data_(std::make_shared<Data>()) {}
 
-ObjectQuery& ObjectQuery::recursive(bool is) {
-  ownOf(data_).isRecursive = is;
-  return *this;
-}
-ObjectQuery& ObjectQuery::store(std::uint32_t id) {
-  ownOf(data_).store = id;
-  return *this;
-}
+ObjectQuery& ObjectQuery::recursive(bool is) { return set<&Data::isRecursive>(*this, data_, is); }
+ObjectQuery& ObjectQuery::store(std::uint32_t id) { return set<&Data::store>(*this, data_, id); }
 ObjectQuery& ObjectQuery::format(std::uint16_t code) {
-  ownOf(data_).format = code;
-  return *this;
+  return set<&Data::format>(*this, data_, code);
 }
 ObjectQuery& ObjectQuery::folder(std::uint32_t handle) {
-  ownOf(data_).folder = handle;
-  return *this;
+  return set<&Data::folder>(*this, data_, handle);
 }
 ObjectQuery& ObjectQuery::folder(std::string path) {
-  ownOf(data_).path = std::move(path);
-  return *this;
+  return set<&Data::path>(*this, data_, std::move(path));
 }
-ObjectQuery& ObjectQuery::namesOnly(bool is) {
-  ownOf(data_).namesOnly = is;
-  return *this;
-}
+ObjectQuery& ObjectQuery::namesOnly(bool is) { return set<&Data::namesOnly>(*this, data_, is); }
+
+struct ObjectChoice::Data {
+  std::vector<std::string> names{};
+  bool ignoresCase = false;
+  bool findsFolders = false;  ///< by patterns
+  Others others = Others::kNone;
+  bool namesOnly = false;
+};
 
 ObjectChoice::ObjectChoice() : data_(std::make_shared<Data>()) {}
 
 ObjectChoice& ObjectChoice::names(std::vector<std::string> texts) {
-  ownOf(data_).names = std::move(texts);
-  return *this;
+  return set<&Data::names>(*this, data_, std::move(texts));
 }
 ObjectChoice& ObjectChoice::ignoringCase(bool is) {
-  ownOf(data_).ignoresCase = is;
-  return *this;
+  return set<&Data::ignoresCase>(*this, data_, is);
 }
-ObjectChoice& ObjectChoice::folders(bool is) {
-  ownOf(data_).findsFolders = is;
-  return *this;
-}
-ObjectChoice& ObjectChoice::others(Others which) {
-  ownOf(data_).others = which;
-  return *this;
-}
-ObjectChoice& ObjectChoice::namesOnly(bool is) {
-  ownOf(data_).namesOnly = is;
-  return *this;
-}
+ObjectChoice& ObjectChoice::folders(bool is) { return set<&Data::findsFolders>(*this, data_, is); }
+ObjectChoice& ObjectChoice::others(Others which) { return set<&Data::others>(*this, data_, which); }
+ObjectChoice& ObjectChoice::namesOnly(bool is) { return set<&Data::namesOnly>(*this, data_, is); }
+
+struct ObjectVisitor::Data {
+  std::function<bool(const ObjectInfo&, bool)> onObject{};
+  std::function<bool(std::uint32_t, const std::string&, const Error&)> onUnreadable{};
+  std::function<void(const std::string&)> onUnmatched{};
+  std::function<void()> onLooked{};
+};
 
 ObjectVisitor::ObjectVisitor() : data_(std::make_shared<Data>()) {}
 
 ObjectVisitor& ObjectVisitor::onObject(std::function<bool(const ObjectInfo&, bool)> visit) {
-  ownOf(data_).onObject = std::move(visit);
-  return *this;
+  return set<&Data::onObject>(*this, data_, std::move(visit));
 }
 ObjectVisitor& ObjectVisitor::onUnreadable(
     std::function<bool(std::uint32_t, const std::string&, const Error&)> visit) {
-  ownOf(data_).onUnreadable = std::move(visit);
-  return *this;
+  return set<&Data::onUnreadable>(*this, data_, std::move(visit));
 }
 ObjectVisitor& ObjectVisitor::onUnmatched(std::function<void(const std::string&)> visit) {
-  ownOf(data_).onUnmatched = std::move(visit);
-  return *this;
+  return set<&Data::onUnmatched>(*this, data_, std::move(visit));
 }
-
 ObjectVisitor& ObjectVisitor::onLooked(std::function<void()> looked) {
-  ownOf(data_).onLooked = std::move(looked);
-  return *this;
+  return set<&Data::onLooked>(*this, data_, std::move(looked));
 }
 
-bool isPictureOrFilm(std::string_view name) { return library::isPictureOrFilmName(name); }
-bool isFilm(std::string_view name) { return library::isFilmName(name); }
+namespace {
 
-namespace library {
+// Wider than what the library counts as a picture, which is that of the maker's own devices.
+constexpr std::string_view kPictures[] = {"jpg",  "jpeg", "jpe", "jfif", "jp2",  "jpx",  "jxl",
+                                          "tif",  "tiff", "bmp", "bmg",  "fpx",  "fpix", "gif",
+                                          "png",  "pict", "pcd", "heic", "heif", "hif",  "avif",
+                                          "webp", "mpo",  "jps", "insp"};
+/// Raw pictures, maker by maker.
+constexpr std::string_view kRawPictures[] = {
+    "dng", "raw", "crw", "cr2", "cr3", "nef", "nrw", "arw", "srf", "sr2", "orf", "ori",
+    "rw2", "rwl", "raf", "pef", "ptx", "srw", "x3f", "kdc", "dcr", "dc2", "dcs", "k25",
+    "tdc", "mrw", "3fr", "fff", "iiq", "mos", "mef", "erf", "gpr", "bay", "cap"};
+constexpr std::string_view kFilms[] = {"mov", "qt",   "mp4",  "m4v",  "mpg", "mpeg", "mpe", "avi",
+                                       "mts", "m2ts", "m2t",  "ts",   "mod", "tod",  "3gp", "3g2",
+                                       "wmv", "asf",  "mkv",  "webm", "mxf", "vob",  "dv",  "insv",
+                                       "360", "lrv",  "braw", "crm",  "r3d"};
+
+bool endsInOneOf(std::span<const std::string_view> extensions, std::string_view name) {
+  return !name.starts_with('.') &&
+         std::ranges::find(extensions, lowerCaseExtension(name)) != extensions.end();
+}
+
+}  // namespace
+
+bool isFilm(std::string_view name) { return endsInOneOf(kFilms, name); }
+
+bool isPictureOrFilm(std::string_view name) {
+  return endsInOneOf(kPictures, name) || endsInOneOf(kRawPictures, name) || isFilm(name);
+}
+
 namespace {
 
 /// As a PTP device would tell of the file, so that both kinds of devices have the same.
@@ -136,21 +177,39 @@ std::shared_ptr<const XTExtendedObjectInfo> infoOf(const FolderWalk::Entry& entr
   return info;
 }
 
-/// The walk stands at an entry, as long as this lives.
-class WalkHere {
- public:
-  WalkHere(DeviceState& device, const FolderWalk& walk, const FolderWalk::Entry& entry)
-      : device_(device) {
-    device_.walk = &walk;
-    device_.walkPath = entry.path;
+ListingQuery listingQuery(const ObjectQuery::Data& query) {
+  ListingQuery listing = {.isDeep = query.isRecursive};
+  if (query.store != 0) listing.store = query.store;
+  listing.format = query.format;
+  if (query.folder != 0) {
+    listing.folder = query.folder;
+  } else if (!query.isRecursive && query.format == 0) {
+    listing.folder = ListingQuery::kTop;
   }
-  ~WalkHere() { device_.walk = nullptr; }
-  WalkHere(const WalkHere&) = delete;
-  WalkHere& operator=(const WalkHere&) = delete;
+  return listing;
+}
 
- private:
-  DeviceState& device_;
-};
+ObjectInfo cameraObject(std::uint32_t handle, ObjectInfoPointer info, std::string path) {
+  const std::uint64_t size = info->compressedSize();
+  const auto modified = dateOfObject(*info);
+  return valueOf<ObjectInfo>({.info = std::move(info),
+                              .handle = handle,
+                              .path = std::move(path),
+                              .size = size,
+                              .modified = modified});
+}
+
+ObjectInfo volumeObject(const FolderWalk::Entry& entry,
+                        const std::optional<struct stat>& attributes) {
+  ObjectInfo::Data data{.info = infoOf(entry, attributes),
+                        .name = std::string(entry.name()),
+                        .path = entry.path,
+                        .kind = entry.kind};
+  if (attributes && entry.kind != FolderWalk::Kind::kFolder)
+    data.size = static_cast<std::uint64_t>(attributes->st_size);
+  if (attributes) data.modified = attributes->st_mtim.tv_sec;
+  return valueOf<ObjectInfo>(std::move(data));
+}
 
 /// One visit: what the visitor has no callback for ends it with its error.
 class Visit {
@@ -185,15 +244,14 @@ class Visit {
   void camera(const ObjectQuery::Data& query) {
     auto& camera = device_.camera();
     ObjectPaths paths(camera.transactions());
-    const Status listed = ObjectListing(camera.transactions())
-                              .visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
-                                if (isReadable(handle, read))
-                                  object(cameraObject(handle, read.info,
-                                                      query.isRecursive ? paths.pathOf(*read.info)
-                                                                        : read.info->fileName()),
-                                         false);
-                                return looksOn();
-                              });
+    ObjectListing listing(camera.transactions());
+    const auto listed = listing.visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
+      if (isReadable(handle, read))
+        object(cameraObject(handle, read.info,
+                            query.isRecursive ? paths.pathOf(*read.info) : read.info->fileName()),
+               false);
+      return looksOn();
+    });
     if (goesOn()) camera.require(listed, inWords(query));
   }
 
@@ -294,7 +352,7 @@ class Visit {
     const bool isForPictures = choice.others == Others::kPictures && candidate.isFile;
     const bool isAmongOthers =
         (choice.others == Others::kEverything && !(device_.isCamera() && candidate.isFolder)) ||
-        (isForPictures && isPictureOrFilmName(candidate.name));
+        (isForPictures && isPictureOrFilm(candidate.name));
     const bool isNamed = meant == Operands::Meant::kYes;
     if (isNamed || isAmongOthers) {
       make([&](const ObjectInfo& found) { object(found, isNamed); });
@@ -309,21 +367,22 @@ class Visit {
   void at(const FolderWalk& walk, const FolderWalk::Entry& entry, bool namesOnly, const Use& use) {
     const auto attributes = namesOnly ? std::nullopt : walk.attributes();
     if (!namesOnly && !attributes) return;
-    const WalkHere here(device_, walk, entry);
+    device_.walk = &walk;
+    device_.walkPath = entry.path;
+    const AtEnd moveOn([this] { device_.walk = nullptr; });
     use(volumeObject(entry, attributes));
   }
 
   /// Each entry below a folder of the volume, until `visit` says no.
   void walk(const std::string& start,
             const std::function<bool(FolderWalk&, const FolderWalk::Entry&)>& visit) {
-    const auto& volume = device_.volume();
     const auto onFailure = [&](const std::string& path, int error) {
       unreadable(0, path,
-                 {.object = path.empty() ? volume.summary().path : path,
+                 {.object = path.empty() ? device_.info().path() : path,
                   .status = status::kIOError,
                   .why = "the folder cannot be read: " + errorText(error)});
     };
-    FolderWalk walk(volume.tree(), onFailure, start);
+    FolderWalk walk(device_.volume(), onFailure, start);
     for (const auto* entry = walk.next(); entry && goesOn(); entry = walk.next())
       if (!visit(walk, *entry)) return;
   }
@@ -337,53 +396,34 @@ class Visit {
 
 }  // namespace
 
-ListingQuery listingQuery(const ObjectQuery::Data& query) {
-  ListingQuery listing = {.isDeep = query.isRecursive};
-  if (query.store != 0) listing.store = query.store;
-  listing.format = query.format;
-  if (query.folder != 0) {
-    listing.folder = query.folder;
-  } else if (!query.isRecursive && query.format == 0) {
-    listing.folder = ListingQuery::kTop;
-  }
-  return listing;
+void Device::visit(const ObjectQuery& query, const ObjectVisitor& visitor) {
+  called(state_, "visit", [&](DeviceState& device) {
+    Visit visit(device, visitor);
+    device.isCamera() ? visit.camera(query.data()) : visit.volume(query.data());
+    device.session()->endIfInterrupted();
+  });
 }
 
-ObjectInfo cameraObject(std::uint32_t handle, ObjectInfoPointer info, std::string path) {
-  const std::uint64_t size = info->compressedSize();
-  const auto modified = dateOfObject(*info);
-  return ObjectInfo(
-      std::make_shared<const ObjectInfo::Data>(ObjectInfo::Data{.info = std::move(info),
-                                                                .handle = handle,
-                                                                .path = std::move(path),
-                                                                .size = size,
-                                                                .modified = modified}));
+std::uint64_t Device::visit(const ObjectChoice& choice, const ObjectVisitor& visitor) {
+  return called(state_, "visit", [&](DeviceState& device) {
+    const auto passedOver = Visit(device, visitor).choice(choice.data());
+    device.session()->endIfInterrupted();
+    return passedOver;
+  });
 }
 
-ObjectInfo volumeObject(const FolderWalk::Entry& entry,
-                        const std::optional<struct stat>& attributes) {
-  ObjectInfo::Data data{.info = infoOf(entry, attributes),
-                        .name = std::string(entry.name()),
-                        .path = entry.path,
-                        .kind = entry.kind};
-  if (attributes && entry.kind != FolderWalk::Kind::kFolder)
-    data.size = static_cast<std::uint64_t>(attributes->st_size);
-  if (attributes) data.modified = attributes->st_mtim.tv_sec;
-  return ObjectInfo(std::make_shared<const ObjectInfo::Data>(std::move(data)));
+std::vector<std::uint32_t> Device::handles(const ObjectQuery& query) {
+  return asked(state_, "handles", [&](OpenedDevice& camera) {
+    return camera.objectHandles(listingQuery(query.data()), "the objects");
+  });
 }
 
-void visitObjects(DeviceState& device, const ObjectQuery& query, const ObjectVisitor& visitor) {
-  Visit visit(device, visitor);
-  device.isCamera() ? visit.camera(query.data()) : visit.volume(query.data());
-  device.session()->endIfInterrupted();
+ObjectInfo Device::object(std::uint32_t handle) {
+  return asked(state_, "object", [&](OpenedDevice& camera) {
+    const auto read = ObjectListing(camera.transactions()).find(handle);
+    if (!read.info) raise(camera.failure(handleText(handle), read.status, read.why));
+    return cameraObject(handle, read.info, ObjectPaths(camera.transactions()).pathOf(*read.info));
+  });
 }
 
-std::uint64_t visitObjects(DeviceState& device, const ObjectChoice& choice,
-                           const ObjectVisitor& visitor) {
-  const auto passedOver = Visit(device, visitor).choice(choice.data());
-  device.session()->endIfInterrupted();
-  return passedOver;
-}
-
-}  // namespace library
 }  // namespace tarvo

@@ -370,7 +370,7 @@ bool keepsOrdersForTransfer(Device& device) {
 std::map<std::string, std::vector<std::uint32_t>> pictureHandles(Device& device) {
   return asked(device.state(), "pictureHandles", [](OpenedDevice& camera) {
     std::map<std::string, std::vector<std::uint32_t>> names;
-    for (const std::uint32_t handle : camera.objectHandles(0, "the objects of the device")) {
+    for (const std::uint32_t handle : camera.objectHandles({}, "the objects of the device")) {
       camera.session().endIfInterrupted();
       const auto info = readInfo(camera.transactions(), handle).info;
       if (info && !isFolder(*info)) names[info->fileName()].push_back(handle);

@@ -1,3 +1,6 @@
+#include "tarvo/Session.h"
+
+#include <algorithm>
 #include <map>
 #include <ostream>
 #include <utility>
@@ -5,35 +8,27 @@
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
 #include "NativeServices/models/SupportedModels.h"
 #include "Utilities/Printable.h"
+#include "library/access/DeviceChoice.h"
 #include "library/access/DeviceState.h"
-#include "library/access/SessionState.h"
-#include "library/access/UnitState.h"
-#include "platform/foundation/MainLoopGuard.h"
 #include "platform/foundation/MakerConstants.h"
-#include "tarvo/Device.h"
-#include "tarvo/Units.h"
 
 namespace tarvo {
 
 using namespace library;
 
-DeviceKind DeviceInfo::kind() const {
-  return data_->summary.speaksPTP ? DeviceKind::kCamera : DeviceKind::kVolume;
+DeviceKind DeviceInfo::kind() const { return data_->kind; }
+const std::string& DeviceInfo::name() const { return data_->name; }
+const std::string& DeviceInfo::serial() const { return data_->serial; }
+std::optional<std::int32_t> DeviceInfo::location() const { return data_->location; }
+std::uint16_t DeviceInfo::vendor() const { return static_cast<std::uint16_t>(data_->vendor); }
+std::uint16_t DeviceInfo::product() const { return static_cast<std::uint16_t>(data_->product); }
+const std::string& DeviceInfo::path() const { return data_->path; }
+bool DeviceInfo::isOfMaker() const { return data_->isOfMaker; }
+bool DeviceInfo::isSupported() const { return data_->isSupported; }
+std::uint32_t DeviceInfo::id() const { return data_->object; }
+std::string DeviceInfo::description() const {
+  return inWords(data_->serial, data_->name, data_->location);
 }
-const std::string& DeviceInfo::name() const { return data_->summary.name; }
-const std::string& DeviceInfo::serial() const { return data_->summary.serial; }
-std::optional<std::int32_t> DeviceInfo::location() const { return data_->summary.location; }
-std::uint16_t DeviceInfo::vendor() const {
-  return static_cast<std::uint16_t>(data_->summary.vendor);
-}
-std::uint16_t DeviceInfo::product() const {
-  return static_cast<std::uint16_t>(data_->summary.product);
-}
-const std::string& DeviceInfo::path() const { return data_->summary.path; }
-bool DeviceInfo::isOfMaker() const { return data_->summary.isOfMaker; }
-bool DeviceInfo::isSupported() const { return data_->summary.isSupported; }
-std::uint32_t DeviceInfo::id() const { return data_->summary.object; }
-std::string DeviceInfo::description() const { return data_->description; }
 
 std::ostream& operator<<(std::ostream& out, const DeviceInfo& info) {
   return out << printable(info.description());
@@ -47,36 +42,28 @@ bool StopSignals::isSet() const noexcept { return signals_->isSet(); }
 SessionOptions::SessionOptions() : data_(std::make_shared<Data>()) {}
 
 SessionOptions& SessionOptions::timeout(std::chrono::milliseconds most) {
-  ownOf(data_).timeout = most;
-  return *this;
+  return set<&Data::timeout>(*this, data_, most);
 }
 SessionOptions& SessionOptions::stopBy(const StopSignals& signals) {
-  ownOf(data_).stop = &signals;
-  return *this;
+  return set<&Data::stop>(*this, data_, &signals);
 }
 SessionOptions& SessionOptions::log(std::function<void(Severity, std::string_view)> sink) {
-  ownOf(data_).log = std::move(sink);
-  return *this;
+  return set<&Data::log>(*this, data_, std::move(sink));
 }
-SessionOptions& SessionOptions::quiet(bool is) {
-  ownOf(data_).quiet = is;
-  return *this;
-}
+SessionOptions& SessionOptions::quiet(bool is) { return set<&Data::quiet>(*this, data_, is); }
 SessionOptions& SessionOptions::name(std::string program) {
-  ownOf(data_).name = std::move(program);
-  return *this;
+  return set<&Data::name>(*this, data_, std::move(program));
 }
 SessionOptions& SessionOptions::preferences(std::string file) {
-  ownOf(data_).preferences = std::move(file);
-  return *this;
+  return set<&Data::preferences>(*this, data_, std::move(file));
 }
 SessionOptions& SessionOptions::mainContext(_GMainContext* context) {
-  ownOf(data_).context = {g_main_context_ref(context), g_main_context_unref};
-  return *this;
+  using Owner = std::shared_ptr<GMainContext>;
+  return set<&Data::context>(*this, data_,
+                             Owner(g_main_context_ref(context), g_main_context_unref));
 }
 SessionOptions& SessionOptions::whileWaiting(std::function<void()> waiting) {
-  ownOf(data_).waiting = std::move(waiting);
-  return *this;
+  return set<&Data::waiting>(*this, data_, std::move(waiting));
 }
 
 Subscription::Subscription() = default;
@@ -102,58 +89,48 @@ Session::~Session() { state_->end(); }
 std::vector<DeviceInfo> Session::devices() {
   return entered(state_, "devices", [&] {
     state_->catchUp();
-    std::vector<DeviceInfo> infos;
-    for (auto& summary : presentDevices(state_->platform()))
-      infos.push_back(deviceInfo(std::move(summary)));
-    return infos;
+    return presentDevices(state_->platform());
   });
 }
 
 std::vector<UnitInfo> Session::units() {
   return entered(state_, "units", [&] {
     state_->catchUp();
-    std::vector<UnitInfo> infos;
-    for (const auto& summary : presentUnits(state_->platform()))
-      infos.push_back(unitInfo(summary));
-    return infos;
+    return presentUnits(state_->platform());
   });
 }
 
 DeviceInfo Session::findCamera(std::string_view wanted) {
   return entered(state_, "findCamera",
-                 [&] { return deviceInfo(chooseCamera(state_->platform(), std::string(wanted))); });
+                 [&] { return chooseCamera(state_->platform(), std::string(wanted)); });
 }
 
 DeviceInfo Session::findDevice(std::string_view wanted) {
   return entered(state_, "findDevice",
-                 [&] { return deviceInfo(chooseDevice(state_->platform(), std::string(wanted))); });
+                 [&] { return chooseDevice(state_->platform(), std::string(wanted)); });
 }
 
 DeviceInfo Session::findVolume(std::string_view wanted) {
   return entered(state_, "findVolume",
-                 [&] { return deviceInfo(chooseVolume(state_->platform(), std::string(wanted))); });
+                 [&] { return chooseVolume(state_->platform(), std::string(wanted)); });
 }
 
 UnitInfo Session::findUnit(std::string_view wanted) {
   return entered(state_, "findUnit",
-                 [&] { return unitInfo(chooseUnit(state_->platform(), std::string(wanted))); });
+                 [&] { return chooseUnit(state_->platform(), std::string(wanted)); });
 }
 
 Device Session::open(const DeviceInfo& info) {
   return entered(state_, "open", [&] {
-    auto summary = summaryOf(state_->platform(), info.id());
-    if (!summary) raise({.object = info.description(), .status = status::kICADeviceGone});
-    return Device(std::make_shared<DeviceState>(state_, std::move(*summary)));
+    auto present = presentDevice(state_->platform(), info.id());
+    if (!present) raise({.object = info.description(), .status = status::kICADeviceGone});
+    return Device(std::make_shared<DeviceState>(state_, *std::move(present)));
   });
 }
 
 Device Session::openCamera(std::string_view wanted) { return open(findCamera(wanted)); }
 
 Device Session::openVolume(std::string_view wanted) { return open(findVolume(wanted)); }
-
-Unit Session::open(const UnitInfo& info) {
-  return entered(state_, "open", [&] { return Unit(std::make_shared<UnitState>(state_, info)); });
-}
 
 namespace {
 
@@ -166,10 +143,8 @@ class DeviceWatch {
       : state_(std::move(state)), told_(std::move(told)) {
     listen(ica::kDeviceAdded, [this](const ICAEvent& event) { came(event.object); });
     listen(ica::kDeviceRemoved, [this](const ICAEvent& event) { went(event.object); });
-    for (auto& summary : presentDevices(state_->platform())) {
-      const ICAObject object = summary.object;
-      known_.emplace(object, deviceInfo(std::move(summary)));
-    }
+    for (const auto& info : presentDevices(state_->platform()))
+      known_.emplace(info.id(), info);
   }
   ~DeviceWatch() {
     if (state_->isOver()) return;
@@ -187,19 +162,14 @@ class DeviceWatch {
   }
 
   void came(ICAObject object) {
-    auto summary = summaryOf(state_->platform(), object);
-    if (!summary) return;
-    const auto info = deviceInfo(std::move(*summary));
-    known_.insert_or_assign(object, info);
-    tell(Presence::kCame, info);
+    const auto info = presentDevice(state_->platform(), object);
+    if (!info) return;
+    known_.insert_or_assign(object, *info);
+    tell(Presence::kCame, *info);
   }
   /// Its properties have gone with it, so that what was known of it is told.
   void went(ICAObject object) {
-    const auto known = known_.find(object);
-    if (known == known_.end()) return;
-    const DeviceInfo info = known->second;
-    known_.erase(known);
-    tell(Presence::kWent, info);
+    if (const auto known = known_.extract(object)) tell(Presence::kWent, known.mapped());
   }
   void tell(Presence presence, const DeviceInfo& info) {
     // What is called may let go of the subscription, and of the session.

@@ -6,21 +6,17 @@
 #include <cerrno>
 #include <filesystem>
 #include <ostream>
-#include <set>
 #include <system_error>
 #include <unordered_map>
 #include <utility>
 
+#include "NativeServices/PictureDevice/datasets/JSONValues.h"
+#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
-#include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
 #include "library/access/DeviceState.h"
-#include "library/access/ObjectData.h"
-#include "library/access/ObjectSelection.h"
-#include "library/access/TransferData.h"
 #include "platform/files/WholeFile.h"
 
 namespace tarvo {
@@ -28,32 +24,37 @@ namespace tarvo {
 using namespace library;
 namespace fs = std::filesystem;
 
+struct DownloadOptions::Data {
+  std::string folder = ".";
+  std::optional<std::string> name{};
+  Existing existing = Existing::kRefuse;
+  bool thumbnail = false;
+  std::function<void(const ObjectInfo&)> begin{};
+  TransferProgress progress{};
+};
+
 DownloadOptions::DownloadOptions() : data_(std::make_shared<Data>()) {}
 
 DownloadOptions& DownloadOptions::folder(std::string path) {
-  ownOf(data_).folder = std::move(path);
-  return *this;
+  return set<&Data::folder>(*this, data_, std::move(path));
 }
 DownloadOptions& DownloadOptions::name(std::string name) {
-  ownOf(data_).name = std::move(name);
-  return *this;
+  return set<&Data::name>(*this, data_, std::move(name));
 }
 DownloadOptions& DownloadOptions::existing(Existing what) {
-  ownOf(data_).existing = what;
-  return *this;
+  return set<&Data::existing>(*this, data_, what);
 }
 DownloadOptions& DownloadOptions::thumbnail(bool is) {
-  ownOf(data_).thumbnail = is;
-  return *this;
+  return set<&Data::thumbnail>(*this, data_, is);
 }
 DownloadOptions& DownloadOptions::begin(std::function<void(const ObjectInfo&)> told) {
-  ownOf(data_).begin = std::move(told);
-  return *this;
+  return set<&Data::begin>(*this, data_, std::move(told));
 }
 DownloadOptions& DownloadOptions::progress(TransferProgress told) {
-  ownOf(data_).progress = std::move(told);
-  return *this;
+  return set<&Data::progress>(*this, data_, std::move(told));
 }
+
+struct Downloaded::Data : FetchResult {};
 
 const std::string& Downloaded::path() const { return data_->path; }
 std::uint64_t Downloaded::size() const { return data_->size; }
@@ -140,24 +141,33 @@ bool DownloadRun::isThere(const ObjectInfo& object, bool looksAhead) {
          place.isThere(sizeOf(options, object), object.modified());
 }
 
+struct UploadOptions::Data {
+  std::uint32_t store = 0;
+  std::uint32_t folder = 0;
+  std::function<void(const std::string&, std::uint64_t)> begin{};
+  TransferProgress progress{};
+};
+
 UploadOptions::UploadOptions() : data_(std::make_shared<Data>()) {}
 
 UploadOptions& UploadOptions::store(std::uint32_t id) {
-  ownOf(data_).store = id;
-  return *this;
+  return set<&Data::store>(*this, data_, id);
 }
 UploadOptions& UploadOptions::folder(std::uint32_t handle) {
-  ownOf(data_).folder = handle;
-  return *this;
+  return set<&Data::folder>(*this, data_, handle);
 }
 UploadOptions& UploadOptions::begin(std::function<void(const std::string&, std::uint64_t)> told) {
-  ownOf(data_).begin = std::move(told);
-  return *this;
+  return set<&Data::begin>(*this, data_, std::move(told));
 }
 UploadOptions& UploadOptions::progress(TransferProgress told) {
-  ownOf(data_).progress = std::move(told);
-  return *this;
+  return set<&Data::progress>(*this, data_, std::move(told));
 }
+
+struct Uploaded::Data {
+  std::uint32_t handle = 0;
+  std::string name{};
+  std::uint64_t size = 0;
+};
 
 std::uint32_t Uploaded::handle() const { return data_->handle; }
 const std::string& Uploaded::name() const { return data_->name; }
@@ -168,7 +178,6 @@ std::ostream& operator<<(std::ostream& out, const Uploaded& object) {
              << object.size() << " bytes)";
 }
 
-namespace library {
 namespace {
 
 constexpr std::size_t kReadAtOnce = std::size_t{1} << 20;
@@ -182,18 +191,13 @@ ProgressCallback counting(const TransferProgress& told, std::uint64_t size, Sess
   };
 }
 
-ErrorKind kindOf(const FetchResult& result, Status status) {
-  if (result.room == Room::kNone) return ErrorKind::kDiskFull;
-  return result.room == Room::kTooLittle ? ErrorKind::kTooLarge
-                                         : errorOf({.status = status}).kind();
-}
-
 [[noreturn]] void fail(DeviceState& device, const ObjectInfo& object, const FetchResult& result) {
   Failure failure = {.object = object.path(), .status = result.status, .why = result.why};
   if (device.isCamera())
     failure = device.camera().failure(object.path() + " (" + handleText(object.handle()) + ")",
                                       result.status, result.why);
-  failure.kind = kindOf(result, failure.status);
+  if (result.room != Room::kEnough)
+    failure.kind = result.room == Room::kNone ? ErrorKind::kDiskFull : ErrorKind::kTooLarge;
   failure.part = result.part;
   failure.kept = result.kept;
   raise(std::move(failure));
@@ -217,7 +221,7 @@ FetchResult fetchThumbnail(DeviceState& device, const ObjectInfo& object, FetchR
 /// Where a walk stands at the object no path can lead anywhere else meanwhile.
 FileDescriptor openFile(DeviceState& device, const ObjectInfo& object, int& error) {
   if (device.walk && device.walkPath == object.path()) return device.walk->openFile(error);
-  return device.volume().tree().openFile(object.path(), error);
+  return device.volume().openFile(object.path(), error);
 }
 
 FetchResult copyFile(DeviceState& device, const ObjectInfo& object, const FetchRequest& request) {
@@ -229,16 +233,13 @@ FetchResult copyFile(DeviceState& device, const ObjectInfo& object, const FetchR
 }
 
 void refuseWhatIsNoFile(const ObjectInfo& object) {
-  if (object.isFolder())
-    raise({.object = object.path(), .status = status::kNotAFile, .why = "it is a folder"});
-  if (object.isSpecial())
-    raise(
-        {.object = object.path(), .status = status::kNotAFile, .why = "it is a link or a device"});
+  if (!object.isFolder() && !object.isSpecial()) return;
+  raise({.object = object.path(),
+         .status = status::kNotAFile,
+         .why = object.isFolder() ? "it is a folder" : "it is a link or a device"});
 }
 
-}  // namespace
-
-std::vector<std::byte> readFile(DeviceState& device, const ObjectInfo& object) {
+std::vector<std::byte> contentOf(DeviceState& device, const ObjectInfo& object) {
   refuseWhatIsNoFile(object);
   int error = 0;
   const FileDescriptor file = openFile(device, object, error);
@@ -258,27 +259,54 @@ std::vector<std::byte> readFile(DeviceState& device, const ObjectInfo& object) {
   return content;
 }
 
-Downloaded download(DeviceState& device, const ObjectInfo& object, DownloadRun& run) {
-  refuseWhatIsNoFile(object);
-  const auto& options = run.data().options.data();
-  auto request = requestOf(options, &run.data().files);
-  if (options.begin) options.begin(object);
-  request.progress = counting(options.progress, sizeOf(options, object), *device.session());
-  FetchResult result;
-  {
-    const auto transfer = device.session()->transfer();
-    if (!device.isCamera()) {
-      result = copyFile(device, object, request);
-    } else if (options.thumbnail) {
-      result = fetchThumbnail(device, object, std::move(request));
-    } else {
-      // Names the parts of a cut download: only this device's objects are gone on with.
-      request.device = device.camera().device().serialNumber();
-      result = device.fetch().toFile(object.handle(), request);
+}  // namespace
+
+Downloaded Device::download(const ObjectInfo& object, DownloadRun& run) {
+  return called(state_, "download", [&](DeviceState& device) {
+    refuseWhatIsNoFile(object);
+    const auto& options = run.data().options.data();
+    auto request = requestOf(options, &run.data().files);
+    if (options.begin) options.begin(object);
+    request.progress = counting(options.progress, sizeOf(options, object), *device.session());
+    FetchResult result;
+    {
+      const auto transfer = device.session()->transfer();
+      if (!device.isCamera()) {
+        result = copyFile(device, object, request);
+      } else if (options.thumbnail) {
+        result = fetchThumbnail(device, object, std::move(request));
+      } else {
+        // Names the parts of a cut download: only this device's objects are gone on with.
+        request.device = device.camera().device().serialNumber();
+        result = device.fetch().toFile(object.handle(), request);
+      }
     }
-  }
-  if (result.status != status::kOK) fail(device, object, result);
-  return Downloaded(std::make_shared<const Downloaded::Data>(std::move(result)));
+    if (result.status != status::kOK) fail(device, object, result);
+    return valueOf<Downloaded>({std::move(result)});
+  });
+}
+
+Downloaded Device::download(const ObjectInfo& object, const DownloadOptions& options) {
+  DownloadRun run(options);
+  return download(object, run);
+}
+
+std::vector<std::byte> Device::read(const ObjectInfo& object) {
+  return called(state_, "read", [&](DeviceState& device) {
+    if (!device.isCamera()) return contentOf(device, object);
+    auto& camera = device.camera();
+    return camera.require(camera.device().downloadObject(ObjectReference(object.handle())),
+                          object.path());
+  });
+}
+
+std::vector<std::byte> Device::thumbnail(const ObjectInfo& object) {
+  return asked(state_, "thumbnail", [&](OpenedDevice& camera) {
+    if (object.thumbnailSize() == 0)
+      raise({.object = object.path(), .status = status::kPTPNoThumbnailPresent});
+    return camera.require(camera.device().downloadThumb(ObjectReference(object.handle())),
+                          object.path());
+  });
 }
 
 namespace {
@@ -289,7 +317,7 @@ constexpr std::uint64_t kSizeLimit = std::uint64_t{1} << 32;
 /// What cannot be sent whatever the device.
 void refuseToSend(const std::string& path) {
   // The codec wraps the count of a longer text, and the object would get another name.
-  if (nameLength(fs::path(path).filename().string()) >= kNameLimit)
+  if (utf16Length(fs::path(path).filename().string()) > kMostStringUnits)
     raise({.object = path,
            .status = status::kBadParameter,
            .why = "its name has 255 characters or more",
@@ -304,58 +332,47 @@ void refuseToSend(const std::string& path) {
            .advice = "Split it."});
 }
 
-/// A device that asks for progress, as long as this lives.
-class Asking {
- public:
-  Asking(XTPictureDevice& device, ProgressCallback callback) : device_(device) {
-    device_.setDownloadUpdateCb(std::move(callback));
-  }
-  ~Asking() { device_.setDownloadUpdateCb({}); }
-  Asking(const Asking&) = delete;
-  Asking& operator=(const Asking&) = delete;
-
- private:
-  XTPictureDevice& device_;
-};
+Status sendContents(PTPTransactions& device, const std::string& path, XTExtendedObjectInfo& info,
+                    const UploadOptions::Data& options, std::uint32_t& handle) {
+  const auto send = [&](std::uint32_t store) {
+    return device.sendContentsOfFile(path, info, store, options.folder, &handle);
+  };
+  const Status sent = send(options.store);
+  if (sent != status::kPTPInvalidStorageID || options.store != 0) return sent;
+  // Store 0 lets the device choose (ISO 15740, SendObjectInfo); some want to be told: the first.
+  const auto stores = device.storageIDs();
+  return stores && !stores->empty() && stores->front() != 0 ? send(stores->front()) : sent;
+}
 
 }  // namespace
 
-Uploaded upload(DeviceState& state, const std::string& path, const UploadOptions::Data& options) {
-  auto& camera = state.camera();
-  auto& device = camera.device();
-  if (!device.acceptsFiles())
-    raise(camera.failure(inWords(camera.summary()), status::kPTPOperationNotSupported,
-                         "it takes no files"));
-  refuseToSend(path);
-  // A device may know a folder only once the one above it was listed; what is no folder is the
-  // device's to refuse.
-  if (options.folder != ListingQuery::kAnywhere && options.folder != ListingQuery::kTop)
-    ObjectListing(camera.transactions()).find(options.folder);
-  XTExtendedObjectInfo info;
-  bool sendRequired = false;
-  const Status filled = device.fillInObjInfo(info, path, device.opCodeList(), &sendRequired);
-  if (filled != status::kOK) raise({.object = path, .status = filled});
-  const std::uint64_t size = info.compressedSize();
-  std::string name = info.fileName();
-  if (options.begin) options.begin(name, size);
-  const Asking asking(device, counting(options.progress, size, *state.session()));
-  const auto transfer = state.session()->transfer();
-  std::uint32_t handle = 0;
-  std::uint32_t store = options.store;
-  const auto send = [&] {
-    return camera.transactions().sendContentsOfFile(path, info, store, options.folder, &handle);
-  };
-  Status sent = send();
-  // Store 0 lets the device choose (ISO 15740, SendObjectInfo); some want to be told: the first.
-  if (sent == status::kPTPInvalidStorageID && store == 0) {
-    const auto stores = camera.transactions().storageIDs();
-    if (stores && !stores->empty()) store = stores->front();
-    if (store != 0) sent = send();
-  }
-  if (sent != status::kOK && sent != status::kPTPOK) raise(camera.failure(path, sent));
-  return Uploaded(
-      std::make_shared<const Uploaded::Data>(Uploaded::Data{handle, std::move(name), size}));
+Uploaded Device::upload(const std::string& path, const UploadOptions& uploadOptions) {
+  return called(state_, "upload", [&](DeviceState& state) {
+    const auto& options = uploadOptions.data();
+    auto& camera = state.camera();
+    auto& device = camera.device();
+    if (!device.acceptsFiles())
+      raise(camera.failure(camera.info().description(), status::kPTPOperationNotSupported,
+                           "it takes no files"));
+    refuseToSend(path);
+    // A device may know a folder only once the one above it was listed; what is no folder is the
+    // device's to refuse.
+    if (options.folder != ListingQuery::kAnywhere && options.folder != ListingQuery::kTop)
+      ObjectListing(camera.transactions()).find(options.folder);
+    XTExtendedObjectInfo info;
+    bool sendRequired = false;
+    const Status filled = device.fillInObjInfo(info, path, device.opCodeList(), &sendRequired);
+    if (filled != status::kOK) raise({.object = path, .status = filled});
+    // Sending adjusts the information.
+    Uploaded::Data sent = {.name = info.fileName(), .size = info.compressedSize()};
+    if (options.begin) options.begin(sent.name, sent.size);
+    device.setDownloadUpdateCb(counting(options.progress, sent.size, *state.session()));
+    const AtEnd unset([&] { device.setDownloadUpdateCb({}); });
+    const auto transfer = state.session()->transfer();
+    const Status status = sendContents(camera.transactions(), path, info, options, sent.handle);
+    if (!isGood(status)) raise(camera.failure(path, status));
+    return valueOf<Uploaded>(std::move(sent));
+  });
 }
 
-}  // namespace library
 }  // namespace tarvo

@@ -1,26 +1,40 @@
 #include "tarvo/Units.h"
 
 #include <algorithm>
-#include <chrono>
 #include <ostream>
 #include <utility>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
-#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Printable.h"
-#include "library/access/UnitState.h"
+#include "identify/DeviceInfoSupport.h"
+#include "library/access/DeviceChoice.h"
+#include "library/access/SessionState.h"
 #include "msc/MSCRoom.h"
 #include "msc/TarvoMSCDevice.h"
+#include "msc/TarvoMSCDeviceList.h"
 #include "platform/diskarbitration/UDisks2Refusal.h"
 
 namespace tarvo {
 
 using namespace library;
 
-const std::string& UnitInfo::name() const { return data_->summary.name; }
-const std::string& UnitInfo::serial() const { return data_->summary.serial; }
-std::optional<std::int32_t> UnitInfo::location() const { return data_->summary.location; }
-std::string UnitInfo::description() const { return data_->description; }
+struct UnitInfo::Data {
+  std::string name;
+  std::optional<std::int32_t> location;
+  std::string serial;
+  /// Of the session's list: a unit that goes is none of it any more.
+  std::weak_ptr<TarvoMSCDevice> unit;
+  std::string disk;
+  std::string cardDisk;
+  std::string cardName;
+};
+
+const std::string& UnitInfo::name() const { return data_->name; }
+const std::string& UnitInfo::serial() const { return data_->serial; }
+std::optional<std::int32_t> UnitInfo::location() const { return data_->location; }
+std::string UnitInfo::description() const {
+  return inWords(data_->serial, data_->name, data_->location);
+}
 const std::string& UnitInfo::disk() const { return data_->disk; }
 const std::string& UnitInfo::cardDisk() const { return data_->cardDisk; }
 const std::string& UnitInfo::cardName() const { return data_->cardName; }
@@ -29,14 +43,21 @@ std::ostream& operator<<(std::ostream& out, const UnitInfo& unit) {
   return out << printable(unit.description());
 }
 
-UnitInfo library::unitInfo(const UnitSummary& summary) {
-  UnitInfo::Data data{.summary = static_cast<const Summary&>(summary),
-                      .unit = summary.unit,
-                      .description = inWords(summary),
-                      .disk = summary.unit->bsdName().value_or(""),
-                      .cardDisk = summary.unit->dcfVolumeBSDName().value_or(""),
-                      .cardName = summary.unit->dcfVolumeName().value_or("")};
-  return UnitInfo(std::make_shared<const UnitInfo::Data>(std::move(data)));
+std::vector<UnitInfo> library::presentUnits(Platform& platform) {
+  std::vector<UnitInfo> units;
+  for (const auto& unit : platform.massStorage().devices()) {
+    const auto usbDevice = DeviceInfoSupport::getRootUSBDictionaryForService(unit->iokitService())
+                               .value_or(PropertyDictionary());
+    units.push_back(
+        valueOf<UnitInfo>({.name = unit->massStorageModel(),
+                           .location = int32ForKey(usbDevice, "locationID"),
+                           .serial = textForKey(usbDevice, "USB Serial Number").value_or(""),
+                           .unit = unit,
+                           .disk = unit->bsdName().value_or(""),
+                           .cardDisk = unit->dcfVolumeBSDName().value_or(""),
+                           .cardName = unit->dcfVolumeName().value_or("")}));
+  }
+  return units;
 }
 
 struct UnitMode::Data {
@@ -61,6 +82,23 @@ struct UnitMount::Data {
 const std::string& UnitMount::path() const { return data_->mount.mountPoint; }
 const std::string& UnitMount::disk() const { return data_->disk; }
 std::string UnitMount::users() const { return processesUsing({data_->mount.mountPoint}); }
+
+class UnitState {
+ public:
+  UnitState(std::shared_ptr<SessionState> session, UnitInfo info)
+      : session_(std::move(session)), info_(std::move(info)) {}
+
+  const std::shared_ptr<SessionState>& session() const { return session_; }
+  const UnitInfo& info() const { return info_; }
+
+ private:
+  std::shared_ptr<SessionState> session_;
+  UnitInfo info_;
+};
+
+Unit Session::open(const UnitInfo& info) {
+  return entered(state_, "open", [&] { return Unit(std::make_shared<UnitState>(state_, info)); });
+}
 
 const UnitInfo& Unit::info() const { return state_->info(); }
 
@@ -194,7 +232,7 @@ UnitMode Unit::mode() {
   return called(state_, "mode", [](const UnitCall& call) {
     auto mode = call.unit().usbModeDictionary();
     call.require(mode.has_value());
-    return UnitMode(std::make_shared<const UnitMode::Data>(UnitMode::Data{*std::move(mode)}));
+    return valueOf<UnitMode>({*std::move(mode)});
   });
 }
 
@@ -240,8 +278,7 @@ std::vector<UnitMount> Unit::mounts() {
   return called(state_, "mounts", [](const UnitCall& call) {
     std::vector<UnitMount> mounts;
     for (const Mount& mount : call.unit().mounts())
-      mounts.emplace_back(
-          std::make_shared<const UnitMount::Data>(UnitMount::Data{mount, diskOf(mount)}));
+      mounts.push_back(valueOf<UnitMount>({mount, diskOf(mount)}));
     return mounts;
   });
 }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <utility>
 
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/datasets/XTMutablePTPDataSet.h"
@@ -45,13 +44,13 @@ ObjectHandles favouritesOf(const OpenedDevice& camera) {
                          "it keeps no favourites"));
   const bool hasNewer =
       containsCode(camera.transactions().facts().imageFormats, ptp::XTD_BRAGBOOK2);
-  return camera.objectHandles(hasNewer ? ptp::XTD_BRAGBOOK2 : ptp::XTD_BRAGBOOK, "the favourites");
+  return camera.objectHandles({.format = hasNewer ? ptp::XTD_BRAGBOOK2 : ptp::XTD_BRAGBOOK},
+                              "the favourites");
 }
 
 /// Whether the device has answered that there is no such thing, which is no failure.
 bool saysNone(Status outcome) {
-  return outcome == status::kOK || outcome == status::kPTPOK ||
-         outcome == status::kPTPInvalidObjectFormatCode;
+  return isGood(outcome) || outcome == status::kPTPInvalidObjectFormatCode;
 }
 
 /// None where the device has none. Raises where it cannot be asked, with `why`.
@@ -74,7 +73,8 @@ std::optional<std::string> collectionIDOf(const OpenedDevice& camera, const std:
 void requireNoSettings(const OpenedDevice& camera, Status outcome) {
   if (!saysNone(outcome)) raise(camera.failure(kSettingsFile, outcome));
   // An object whose information cannot be read may be what was looked for.
-  for (const std::uint32_t handle : camera.objectHandles(ptp::XTD_WIRELESS_CONFIG, kSettingsFile)) {
+  for (const std::uint32_t handle :
+       camera.objectHandles({.format = ptp::XTD_WIRELESS_CONFIG}, kSettingsFile)) {
     const auto [info, status, why] = readInfo(camera.transactions(), handle);
     if (!info) raise(camera.failure(handleText(handle), status, why));
   }
@@ -121,7 +121,7 @@ class DeviceQuery {
 
 std::vector<std::uint32_t> VendorExtension::albums() {
   return asked(state_, "albums", [](OpenedDevice& camera) {
-    return camera.objectHandles(ptp::XTD_ALBUM, "the albums");
+    return camera.objectHandles({.format = ptp::XTD_ALBUM}, "the albums");
   });
 }
 
@@ -146,17 +146,17 @@ std::size_t VendorExtension::deleteFavourites() {
 }
 
 std::optional<std::vector<std::byte>> VendorExtension::albumNames() {
-  return asked(state_, "albumNames",
-               [](OpenedDevice& camera) -> std::optional<std::vector<std::byte>> {
-                 const std::string what = "the album names";
-                 const auto files = camera.objectHandles(ptp::XTD_ALBUM_NAMES_FILE, what);
-                 if (files.empty()) return std::nullopt;
-                 for (const std::uint32_t handle : files)
-                   if (const auto bytes = camera.device().downloadObject(ObjectReference(handle)))
-                     return std::vector<std::byte>(bytes->begin(), bytes->end());
-                 // The device lists one, so that it is a failure and no answer.
-                 camera.failWithout(what);
-               });
+  return asked(
+      state_, "albumNames", [](OpenedDevice& camera) -> std::optional<std::vector<std::byte>> {
+        const std::string what = "the album names";
+        const auto files = camera.objectHandles({.format = ptp::XTD_ALBUM_NAMES_FILE}, what);
+        if (files.empty()) return std::nullopt;
+        for (const std::uint32_t handle : files)
+          if (const auto bytes = camera.device().downloadObject(ObjectReference(handle)))
+            return std::vector<std::byte>(bytes->begin(), bytes->end());
+        // The device lists one, so that it is a failure and no answer.
+        camera.failWithout(what);
+      });
 }
 
 void VendorExtension::setAlbumNames(const std::string& path) {
@@ -169,7 +169,7 @@ void VendorExtension::setAlbumNames(const std::string& path) {
              .advice = "Rename it; nothing was sent."});
     requireReadable(path);
     const Status status = camera.ptpDevice().setAlbumNames(path);
-    if (status == status::kOK || status == status::kPTPOK) return;
+    if (isGood(status)) return;
     camera.session().endIfInterrupted();
     raise(camera.failure(path, status,
                          "the device may have no album names now, as the old file is deleted "

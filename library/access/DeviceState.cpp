@@ -2,25 +2,22 @@
 
 #include <utility>
 
+#include "platform/files/FilePlace.h"
+
 namespace tarvo {
 
 using namespace library;
 
-DeviceInfo library::deviceInfo(DeviceSummary summary) {
-  std::string description = inWords(summary);
-  return DeviceInfo(std::make_shared<const DeviceInfo::Data>(
-      DeviceInfo::Data{std::move(summary), std::move(description)}));
-}
-
-DeviceState::DeviceState(std::shared_ptr<SessionState> session, DeviceSummary summary)
-    : session_(std::move(session)), info_(deviceInfo(summary)) {
-  if (!session_->hold(summary.object))
-    refuse("it is held already by this session", inWords(summary));
+DeviceState::DeviceState(std::shared_ptr<SessionState> session, DeviceInfo info)
+    : session_(std::move(session)), info_(std::move(info)) {
+  if (!session_->hold(info_.id()))
+    refuse("it is held already by this session", info_.description());
   try {
-    if (summary.speaksPTP) {
-      camera_ = std::make_unique<OpenedDevice>(*session_, std::move(summary));
-    } else {
-      volume_ = std::make_unique<OpenedVolume>(std::move(summary));
+    if (isCamera()) {
+      camera_.emplace(*session_, info_);
+    } else if (!volume_.emplace(info_.path()).isOpen()) {
+      raise(
+          {.object = info_.path(), .status = status::kIOError, .why = errorText(volume_->error())});
     }
   } catch (...) {
     session_->letGo(info_.id());
@@ -58,7 +55,7 @@ ObjectFetch& DeviceState::fetch() {
   return *fetch_;
 }
 
-OpenedVolume& DeviceState::volume() {
+const FolderTree& DeviceState::volume() const {
   if (!volume_) raise({.object = info_.name(), .status = status::kUnsupported});
   return *volume_;
 }

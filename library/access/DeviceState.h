@@ -5,51 +5,18 @@
 #include <optional>
 #include <string>
 
-#include "NativeServices/PictureDevice/datasets/PTPRecords.h"
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "NativeServices/PictureDevice/operations/VolumeFiles.h"
 #include "library/access/OpenedDevice.h"
-#include "library/access/OpenedVolume.h"
+#include "platform/files/FolderTree.h"
 #include "tarvo/Device.h"
 
 namespace tarvo {
 
-struct DeviceInfo::Data {
-  library::DeviceSummary summary;
-  std::string description;
-};
-
-struct ObjectInfo::Data {
-  /// Of a volume: what a camera would tell.
-  std::shared_ptr<const XTExtendedObjectInfo> info;
-  std::uint32_t handle = 0;
-  std::string name{};  ///< of a volume: the bytes of the file system
-  std::string path{};
-  std::uint64_t size = 0;
-  std::optional<std::time_t> modified{};
-  FolderWalk::Kind kind = FolderWalk::Kind::kFile;
-};
-
-struct StoreInfo::Data {
-  std::uint32_t id = 0;
-  std::shared_ptr<const PTPStorageInfo> info;  ///< null where the slot is empty
-};
-
-struct PropertyInfo::Data {
-  PTPPropertyDescription description;
-};
-
-namespace library {
-
-DeviceInfo deviceInfo(DeviceSummary summary);
-
-}  // namespace library
-
 class DeviceState {
  public:
-  /// Opens; raises as Session::open().
-  DeviceState(std::shared_ptr<SessionState> session, library::DeviceSummary summary);
+  /// Opens; raises as Session::open(), and for a volume that cannot be read.
+  DeviceState(std::shared_ptr<SessionState> session, DeviceInfo info);
   ~DeviceState();
   DeviceState(const DeviceState&) = delete;
   DeviceState& operator=(const DeviceState&) = delete;
@@ -60,7 +27,7 @@ class DeviceState {
   /// Raises kUnsupported for a volume.
   library::OpenedDevice& camera();
   /// The same for a camera.
-  library::OpenedVolume& volume();
+  const FolderTree& volume() const;
 
   /// Where a walk of the volume stands while an object of it is visited; null at any other time.
   const FolderWalk* walk = nullptr;
@@ -74,8 +41,8 @@ class DeviceState {
 
   std::shared_ptr<SessionState> session_;
   DeviceInfo info_;
-  std::unique_ptr<library::OpenedDevice> camera_;
-  std::unique_ptr<library::OpenedVolume> volume_;
+  std::optional<library::OpenedDevice> camera_;
+  std::optional<FolderTree> volume_;
   std::optional<ObjectFetch> fetch_;
 };
 

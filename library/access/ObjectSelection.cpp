@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "Utilities/NSStringUtilsCategory.h"
 
 namespace tarvo::library {
 
@@ -90,7 +89,5 @@ std::string ObjectPaths::folderPath(std::uint32_t handle, int depth) {
   if (info) path = folderPath(info->parentObject(), depth + 1) + info->fileName() + "/";
   return folders_[handle] = path;
 }
-
-std::size_t nameLength(const std::string& name) { return utf16FromUTF8(name).size(); }
 
 }  // namespace tarvo::library

@@ -74,9 +74,4 @@ class ObjectPaths {
   std::map<std::uint32_t, std::string> folders_;
 };
 
-/// How many UTF-16 units a name has, which a PTP string counts.
-std::size_t nameLength(const std::string& name);
-/// Names of so many units and more cannot be told to a device.
-inline constexpr std::size_t kNameLimit = 255;
-
 }  // namespace tarvo::library

@@ -152,11 +152,13 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
 
 namespace library {
 
-/// The data of options as one's own: options are copied as they are handed on.
-template <typename Data>
-Data& ownOf(std::shared_ptr<Data>& data) {
+/// Sets one of the options, and gives them back. Their data become their own first: options are
+/// copied as they are handed on.
+template <auto Member, typename Options, typename Data, typename Value>
+Options& set(Options& options, std::shared_ptr<Data>& data, Value value) {
   if (data.use_count() > 1) data = std::make_shared<Data>(*data);
-  return *data;
+  (*data).*Member = std::move(value);
+  return options;
 }
 
 template <typename Value>
