@@ -225,8 +225,10 @@ std::vector<DeviceInfo> presentDevices(Platform& platform) {
   return devices;
 }
 
-DeviceInfo chooseCamera(Platform& platform, const std::string& wanted) {
-  const auto devices = presentDevices(platform);
+namespace {
+
+DeviceInfo cameraAmong(const std::vector<DeviceInfo>& devices, Platform& platform,
+                       const std::string& wanted) {
   auto cameras = devices;
   if (!wanted.empty()) {
     std::erase_if(cameras, [](const auto& each) { return each.kind() != DeviceKind::kCamera; });
@@ -240,8 +242,7 @@ DeviceInfo chooseCamera(Platform& platform, const std::string& wanted) {
                  cameras, cameras);
 }
 
-DeviceInfo chooseVolume(Platform& platform, const std::string& wanted) {
-  auto volumes = presentDevices(platform);
+DeviceInfo volumeAmong(std::vector<DeviceInfo> volumes, const std::string& wanted) {
   std::erase_if(volumes, [](const DeviceInfo& device) { return device.path().empty(); });
   const bool isNamed = !wanted.empty() && !volumes.empty();
   return onlyOne(isNamed ? wanted : "",
@@ -252,13 +253,24 @@ DeviceInfo chooseVolume(Platform& platform, const std::string& wanted) {
                  volumes, isNamed ? fitting(volumes, wanted) : volumes);
 }
 
+}  // namespace
+
+DeviceInfo chooseCamera(Platform& platform, const std::string& wanted) {
+  return cameraAmong(presentDevices(platform), platform, wanted);
+}
+
+DeviceInfo chooseVolume(Platform& platform, const std::string& wanted) {
+  return volumeAmong(presentDevices(platform), wanted);
+}
+
 DeviceInfo chooseDevice(Platform& platform, const std::string& wanted) {
   const auto devices = presentDevices(platform);
   if (!wanted.empty()) return onlyOne(wanted, {}, devices, namedDevices(platform, wanted, devices));
   const bool hasCamera = std::ranges::any_of(devices, isMakersCamera);
   const bool hasVolume =
       std::ranges::any_of(devices, [](const auto& each) { return !each.path().empty(); });
-  return hasVolume && !hasCamera ? chooseVolume(platform, wanted) : chooseCamera(platform, wanted);
+  return hasVolume && !hasCamera ? volumeAmong(devices, wanted)
+                                 : cameraAmong(devices, platform, wanted);
 }
 
 UnitInfo chooseUnit(Platform& platform, const std::string& wanted) {
