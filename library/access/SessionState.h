@@ -92,20 +92,20 @@ class SessionState : public std::enable_shared_from_this<SessionState> {
   void end();
 
   /// A transfer runs: the device can take no other call. As long as what is given lives.
-  auto transfer() {
+  [[nodiscard]] auto transfer() {
     isInTransfer_ = true;
     return library::AtEnd([this] { isInTransfer_ = false; });
   }
 
   /// The session's context is the thread's, for what the rooms below attach to it. As long as what
   /// is given lives.
-  auto contextOfThread() const {
+  [[nodiscard]] auto contextOfThread() const {
     g_main_context_push_thread_default(context_.get());
     return library::AtEnd(
         [context = context_] { g_main_context_pop_thread_default(context.get()); });
   }
   /// A call runs, as long as what is given lives. Raises where none may be made now.
-  auto call() {
+  [[nodiscard]] auto call() {
     beginCall();
     return library::AtEnd([this] { endCall(); });
   }
