@@ -168,6 +168,15 @@ class ObjectList {
     const std::string path =
         isDeep_ || isVolume_ || folder_.empty() ? object.path() : folder_ + object.name();
     ++shown_;
+    // A card may have a million of them: what is not shown is not made.
+    if (context_.output.isJSON()) {
+      listing_.add(asJSON(object, path), {});
+    } else {
+      listing_.add({}, cells(object, hasPaths_ ? path : object.name()));
+    }
+  }
+
+  PropertyDictionary asJSON(const ObjectInfo& object, const std::string& path) const {
     PropertyDictionary json;
     if (!isVolume_) json["handle"] = object.handle();
     if (options_.isLong) json.update(jsonFromObjectInfo(library::recordOf(object)));
@@ -175,7 +184,7 @@ class ObjectList {
     if (options_.isLong && isVolume_ && !object.isFolder()) json["size"] = object.size();
     json["name"] = validUTF8(object.name());
     if (hasPaths_ || isVolume_) json["path"] = validUTF8(path);
-    listing_.add(json, cells(object, hasPaths_ ? path : object.name()));
+    return json;
   }
 
   std::vector<std::string> cells(const ObjectInfo& object, const std::string& name) const {

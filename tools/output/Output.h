@@ -144,7 +144,8 @@ class Listing {
 
   /// `output` is lent. Without rows no titles are shown.
   Listing(Output& output, std::vector<Column> columns, Mode mode = kWhole);
-  /// As many cells as columns; they may hold what a device gave.
+  /// As many cells as columns; they may hold what a device gave. Only one of the two is shown:
+  /// what Output::isJSON() says that nobody sees may be empty.
   void add(const PropertyDictionary& json, std::vector<std::string> cells);
   /// An object whose row cannot be told, with the keys that are known of it.
   void addFailure(PropertyDictionary json, const Failure& failure);
