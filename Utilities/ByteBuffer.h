@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -34,5 +35,8 @@ using ByteBuffer = std::vector<std::byte, UnclearedAllocator<std::byte>>;
 
 /// Given the bytes that have just been moved; true ends the transfer.
 using ProgressCallback = std::function<bool(std::uint32_t bytes)>;
+
+/// Gets bytes of an object as they come, and where in it they belong. It raises nothing.
+using ContentCallback = std::function<void(std::uint64_t offset, std::span<const std::byte> bytes)>;
 
 }  // namespace tarvo

@@ -4,11 +4,11 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <span>
 #include <system_error>
 #include <utility>
 
 #include "import/CaptureDate.h"
-#include "import/Fingerprint.h"
 #include "import/Groups.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
@@ -84,24 +84,31 @@ void Fetch::fetchOne(Group& group, Item& item) {
     return failed(item,
                   {.why = "the folder '" + place->folder + "' cannot be made: " + made.message()});
   observer_.begins(item);
+  Fingerprint fingerprint;
+  DownloadOptions options;
+  options.folder(place->folder)
+      .name(numberedFileName(place->name, group.number))
+      .existing(Existing::kKeepOthers)
+      .progress([&](std::uint64_t done, std::uint64_t) {
+        observer_.progressed(item, done);
+        return observer_.goesOn();
+      })
+      .content([&](std::uint64_t offset, std::span<const std::byte> bytes) {
+        fingerprint.add(offset, bytes);
+      });
   try {
-    came(group, item,
-         device_.download(item.object, DownloadOptions()
-                                           .folder(place->folder)
-                                           .name(numberedFileName(place->name, group.number))
-                                           .existing(Existing::kKeepOthers)
-                                           .progress([&](std::uint64_t done, std::uint64_t) {
-                                             observer_.progressed(item, done);
-                                             return observer_.goesOn();
-                                           })));
+    came(group, item, device_.download(item.object, options), fingerprint);
   } catch (const Error& error) {
     failed(item, error);
   }
 }
 
-void Fetch::came(Group& group, Item& item, const Downloaded& file) {
+void Fetch::came(Group& group, Item& item, const Downloaded& file, const Fingerprint& fingerprint) {
   const FileDescriptor opened = openFile(file.path());
-  const auto print = opened.isOpen() ? fingerprintOf(opened.get()) : std::nullopt;
+  std::optional<std::string> print;
+  if (opened.isOpen()) print = fingerprint.of(file.size());
+  // Not all of it came just now.
+  if (opened.isOpen() && !print) print = fingerprintOf(opened.get());
   if (!print)
     return failed(item, {.path = file.path(), .why = "it cannot be read: " + errorText(errno)});
   Securing::File kept = {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "import/Files.h"
+#include "import/Fingerprint.h"
 #include "import/Securing.h"
 
 namespace tarvo::importing {
@@ -37,7 +38,8 @@ class Fetch {
 
   void fetchGroup(Group& group);
   void fetchOne(Group& group, Item& item);
-  void came(Group& group, Item& item, const Downloaded& file);
+  /// `fingerprint` is of what came over USB.
+  void came(Group& group, Item& item, const Downloaded& file, const Fingerprint& fingerprint);
   /// Of the group with this date.
   unsigned freeNumberOf(const Group& group) const;
   /// Where its EXIF block says that it belongs; its path as it is then.

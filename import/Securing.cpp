@@ -45,12 +45,14 @@ void Securing::flush() {
   std::vector<File> safe;
   std::set<std::string> folders;
   for (const auto& file : files)
-    folders.insert(folderOf(file.path));
-  for (const auto& folder : folders)
     // A folder that was made is an entry of the one above it.
-    for (std::string each = folder; each.size() >= options_.folder.size() && flushFolder(each) == 0;
+    for (std::string each = folderOf(file.path);
+         each.size() >= options_.folder.size() && folders.insert(each).second;
          each = folderOf(each)) {
     }
+  // Some file systems cannot; the files themselves are flushed below.
+  for (const auto& folder : folders)
+    (void)flushFolder(folder);
   for (const auto& file : files) {
     const std::string why = secure(file);
     if (why.empty()) {

@@ -31,6 +31,7 @@ struct DownloadOptions::Data {
   bool thumbnail = false;
   std::function<void(const ObjectInfo&)> begin{};
   TransferProgress progress{};
+  TransferContent content{};
 };
 
 DownloadOptions::DownloadOptions() : data_(std::make_shared<Data>()) {}
@@ -52,6 +53,9 @@ DownloadOptions& DownloadOptions::begin(std::function<void(const ObjectInfo&)> t
 }
 DownloadOptions& DownloadOptions::progress(TransferProgress told) {
   return set<&Data::progress>(*this, data_, std::move(told));
+}
+DownloadOptions& DownloadOptions::content(TransferContent told) {
+  return set<&Data::content>(*this, data_, std::move(told));
 }
 
 struct Downloaded::Data : FetchResult {};
@@ -94,7 +98,8 @@ FetchRequest requestOf(const DownloadOptions::Data& options, RunFiles* files) {
           .name = options.name,
           .existing = existingFile(options.existing),
           .mostPermissions = kNoProgram,
-          .run = files};
+          .run = files,
+          .content = options.content};
 }
 
 /// "TARV0001.JPG" gives "TARV0001.thumb.jpg".

@@ -47,6 +47,7 @@ struct FetchRequest {
   /// Lent; a file of the run is neither replaced nor a reason to refuse: the next one is numbered.
   RunFiles* run = nullptr;
   ProgressCallback progress{};  ///< true cancels
+  ContentCallback content{};    ///< of what comes over USB, and not of what was there before
   /// Tells whose object it is, so that a part is only continued with the same device: its serial
   /// number. Where it is empty, no part is kept.
   std::string device{};

@@ -117,11 +117,12 @@ struct FileSink::Pieces {
 };
 
 FileSink::FileSink(int descriptor, std::uint64_t start, std::uint64_t limit,
-                   ProgressCallback progress, SparePieces* spare)
+                   ProgressCallback progress, SparePieces* spare, ContentCallback content)
     : descriptor_(descriptor),
       start_(start),
       limit_(limit),
       progress_(std::move(progress)),
+      content_(std::move(content)),
       pieces_(std::make_unique<Pieces>(spare)) {}
 
 FileSink::~FileSink() = default;
@@ -138,6 +139,7 @@ bool FileSink::received(std::uint64_t offset, std::size_t length) {
   // Nothing that a transport may do: bytes that no room was given for.
   error_ = bytes.size() == length ? writeAt(descriptor_, bytes, start_ + offset) : EINVAL;
   if (error_ != 0) return false;
+  if (content_) content_(start_ + offset, bytes);
   // Asked after the write: what was told lies in the file.
   wasCancelled_ = progress_ && progress_(static_cast<std::uint32_t>(length));
   return !wasCancelled_;

@@ -40,9 +40,10 @@ using SparePieces = std::vector<ByteBuffer>;
 class FileSink : public ptp::DataSink {
  public:
   static constexpr std::uint64_t kUnlimited = UINT64_MAX;
-  /// `descriptor` is lent, and so is `spare`. `progress` may be empty.
+  /// `descriptor` is lent, and so is `spare`. `progress` may be empty. `content` gets what has been
+  /// written.
   FileSink(int descriptor, std::uint64_t start, std::uint64_t limit, ProgressCallback progress,
-           SparePieces* spare = nullptr);
+           SparePieces* spare = nullptr, ContentCallback content = {});
   ~FileSink() override;
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override;
   bool received(std::uint64_t offset, std::size_t length) override;
@@ -56,6 +57,7 @@ class FileSink : public ptp::DataSink {
   std::uint64_t start_;
   std::uint64_t limit_;
   ProgressCallback progress_;
+  ContentCallback content_;
   std::unique_ptr<Pieces> pieces_;
   int error_ = 0;
   bool wasCancelled_ = false;

@@ -354,7 +354,7 @@ Status Fetch::stream(PartFile& part) {
   std::uint64_t received = 0;
   // One transaction: a device answers each piece with a delay of its own.
   FileSink sink(part.descriptor(), 0, size == ptp::kUnknownObjectSize ? FileSink::kUnlimited : size,
-                request_.progress, &spare_);
+                request_.progress, &spare_, request_.content);
   const Status status = device_.downloadEntireObject(handle_, size, sink, received);
   // 0xFFFFFFFF announces nothing; how much came is how much there is.
   if (size == ptp::kUnknownObjectSize) result_.size = received;
@@ -372,7 +372,7 @@ Status Fetch::goOn(PartFile& part, std::uint32_t from) {
   for (std::uint32_t offset = from; status == status::kOK && offset < size;) {
     const std::uint32_t length = std::min(size - offset, kDownloadChunk);
     std::uint64_t received = 0;
-    FileSink sink(part.descriptor(), offset, length, request_.progress, &spare_);
+    FileSink sink(part.descriptor(), offset, length, request_.progress, &spare_, request_.content);
     status = device_.downloadPartialObject(handle_, offset, length, sink, received);
     // A general error is also what a device that has gone comes to.
     const bool isError = status > 0 && status != status::kPTPGeneralError;

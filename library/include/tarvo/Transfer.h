@@ -8,12 +8,14 @@
 //                });
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <functional>
 #include <iosfwd>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "tarvo/Objects.h"
@@ -33,6 +35,10 @@ enum class Existing : std::uint8_t {
 /// out of the transfer, which is cancelled.
 using TransferProgress = std::function<bool(std::uint64_t done, std::uint64_t size)>;
 
+/// Told of bytes of one object, which belong at `offset` in it and are lent for the call. It may
+/// call nothing of the library and raises nothing.
+using TransferContent = std::function<void(std::uint64_t offset, std::span<const std::byte> bytes)>;
+
 /// Each call gives the options back, so that they can be chained.
 class TARVO_API DownloadOptions {
  public:
@@ -47,6 +53,9 @@ class TARVO_API DownloadOptions {
   /// Told of each object whose transfer begins, before its progress.
   DownloadOptions& begin(std::function<void(const ObjectInfo& object)> told);
   DownloadOptions& progress(TransferProgress told);
+  /// Told of the bytes as they come, for a checksum for example. Not of what lies here from an
+  /// earlier attempt, nor of a file on a volume, which the kernel copies.
+  DownloadOptions& content(TransferContent told);
 
   struct Data;
   const Data& data() const { return *data_; }
