@@ -134,7 +134,8 @@ std::string durationInWords(std::uint64_t seconds) {
 std::size_t displayWidth(std::string_view text) {
   const std::string valid = validUTF8(text);
   std::size_t width = 0;
-  for (const char* at = valid.data(); at < valid.data() + valid.size(); at = g_utf8_next_char(at)) {
+  for (const char* at = valid.data(); at < valid.data() + valid.size();
+       at = g_utf8_find_next_char(at, nullptr)) {
     const gunichar character = g_utf8_get_char(at);
     if (g_unichar_iszerowidth(character) != 0) continue;
     width += g_unichar_iswide(character) != 0 ? 2 : 1;
