@@ -55,7 +55,7 @@ struct Leftover {
   std::time_t modified = 0;       ///< of a folder the latest of all that is in it
 };
 
-constexpr std::time_t kQuietTime = 60 * 60;
+constexpr std::time_t kQuietTime = std::time_t{60} * 60;
 
 bool liesIn(const fs::path& path, const fs::path& folder) {
   std::error_code error;
