@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include <filesystem>
+#include <span>
 
 #include "Utilities/FileDescriptor.h"
 #include "import/Fingerprint.h"
@@ -222,6 +223,16 @@ TEST(FingerprintTest, TheWholeContentCountsWhereverTheFileStands) {
   large.back() = 'y';
   EXPECT_NE(of(large), one);
   EXPECT_EQ(importing::fingerprintOf(-1), std::nullopt);
+
+  // While it comes: the rest of a cut download is not the whole.
+  const auto bytes = std::as_bytes(std::span(large));
+  importing::Fingerprint whole, rest;
+  whole.add(0, bytes.first(5));
+  EXPECT_EQ(whole.of(large.size()), std::nullopt);
+  for (auto* const each : {&whole, &rest})
+    each->add(5, bytes.subspan(5));
+  EXPECT_EQ(whole.of(large.size()), of(large));
+  EXPECT_EQ(rest.of(large.size() - 5), std::nullopt);
 }
 
 }  // namespace
