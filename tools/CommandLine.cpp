@@ -46,14 +46,37 @@ CommandAdder addDoctorCommand;
 
 namespace {
 
+/// A file of commands, and the words that it adds to the program.
+struct CommandFile {
+  CommandAdder* add;
+  std::vector<std::string_view> names;
+};
+
 /// In the order of the help.
-constexpr CommandAdder* kCommands[] = {
-    addDeviceCommands,      addInfoCommand,       addEventCommand,       addStorageCommands,
-    addListCommand,         addGetCommand,        addImportCommand,      addPutCommand,
-    addRemoveCommands,      addVolumeCommands,    addPropertyCommands,   addOrdersCommands,
-    addAddressBookCommands, addAlbumCommands,     addDeviceFileCommands, addMassStorageCommands,
-    addQueryCommand,        addModelCommands,     addRecordCommands,     addLeftoversCommand,
-    addDoctorCommand,       addCompletionCommand, addCompleteCommand};
+const CommandFile kCommands[] = {
+    {addDeviceCommands, {"devices", "clock", "reset"}},
+    {addInfoCommand, {"info"}},
+    {addEventCommand, {"events"}},
+    {addStorageCommands, {"storage"}},
+    {addListCommand, {"ls"}},
+    {addGetCommand, {"get"}},
+    {addImportCommand, {"import"}},
+    {addPutCommand, {"put"}},
+    {addRemoveCommands, {"rm", "rename"}},
+    {addVolumeCommands, {"volume"}},
+    {addPropertyCommands, {"property"}},
+    {addOrdersCommands, {"orders"}},
+    {addAddressBookCommands, {"addressbook"}},
+    {addAlbumCommands, {"albums", "favourites"}},
+    {addDeviceFileCommands, {"collection", "shoebox", "wireless-config", "display"}},
+    {addMassStorageCommands, {"eject", "msc"}},
+    {addQueryCommand, {"query"}},
+    {addModelCommands, {"models"}},
+    {addRecordCommands, {"decode", "encode"}},
+    {addLeftoversCommand, {"leftovers"}},
+    {addDoctorCommand, {"doctor"}},
+    {addCompletionCommand, {}},  // it tells of all
+    {addCompleteCommand, {"complete"}}};
 
 /// "5", "2.5s", "500ms" or "2m"; none for anything else and for what is no time to wait.
 std::optional<std::chrono::milliseconds> durationFrom(std::string_view text) {
@@ -99,11 +122,12 @@ void addGlobals(CLI::App& app, GlobalOptions& globals) {
 
 /// What CLI11 fills in lies here, so it outlives the command.
 struct CommandTree {
-  CommandTree() {
+  /// With all commands, or with those that are among the words.
+  CommandTree(bool isWhole, const std::vector<std::string>& words) {
     addGlobals(app, globals);
     CommandGroup root(app, table);
-    for (const auto add : kCommands)
-      add(root);
+    for (const auto& [add, names] : kCommands)
+      if (isWhole || std::ranges::find_first_of(words, names) != words.end()) add(root);
     app.footer("'tarvoctl COMMAND --help' tells more.\n\nExample:\n  tarvoctl devices");
   }
   CommandTree(const CommandTree&) = delete;
@@ -180,35 +204,48 @@ int runGuarded(ToolContext& context, const Command& command) {
   }
 }
 
+/// Gives the help that was asked for, or says what is wrong; gives the exit status.
+int endedBy(const CommandTree& tree, const CLI::ParseError& error,
+          const std::vector<std::string>& words, std::FILE* out, std::FILE* err) {
+  if (dynamic_cast<const CLI::CallForHelp*>(&error) != nullptr) {
+    std::fputs(tree.app.help().c_str(), out);
+    return kDone;
+  }
+  // Its form of output is wanted all the same.
+  GlobalOptions options;
+  options.json = std::ranges::count(words, "--json") > 0;
+  options.jsonLines = std::ranges::count(words, "--json-lines") > 0;
+  Output(out, err, options).error(parseFailureOf(error, tree.app));
+  return kBadUsage;
+}
+
 }  // namespace
 
 CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, std::FILE* err) {
-  // Kept by the command, whose options lie in it.
-  const auto tree = std::make_shared<CommandTree>();
-  std::vector<std::string> words(argv + 1, argv + argc);
-  words = asMeant(tree->app, words);
-  std::vector<const char*> meant(argv, argv + 1);
-  for (const auto& word : words)
-    meant.push_back(word.c_str());
-  try {
-    parseAsTyped(tree->app, static_cast<int>(meant.size()), meant.data());
-    return {.options = tree->globals, .command = [tree](ToolContext& context) {
-              context.operation = tree->table.name;
-              return tree->table.chosen(context);
-            }};
-  } catch (const CLI::CallForHelp&) {
-    std::fputs(tree->app.help().c_str(), out);
-  } catch (const CLI::CallForVersion&) {
-    std::fputs((tree->app.version() + "\n").c_str(), out);
-  } catch (const CLI::ParseError& error) {
-    // Its form of output is wanted all the same.
-    GlobalOptions options;
-    options.json = std::ranges::count(words, "--json") > 0;
-    options.jsonLines = std::ranges::count(words, "--json-lines") > 0;
-    Output(out, err, options).error(parseFailureOf(error, tree->app));
-    return {.exitCode = kBadUsage};
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  // The words of all commands are most of what a start costs. What is not understood, help and
+  // words of the same meaning among it, is read again with all of them.
+  for (const bool isWhole : {false, true}) {
+    // Kept by the command, whose options lie in it.
+    const auto tree = std::make_shared<CommandTree>(isWhole, words);
+    const auto meant = asMeant(tree->app, words);
+    std::vector<const char*> arguments(argv, argv + 1);
+    for (const auto& word : meant)
+      arguments.push_back(word.c_str());
+    try {
+      parseAsTyped(tree->app, static_cast<int>(arguments.size()), arguments.data());
+      return {.options = tree->globals, .command = [tree](ToolContext& context) {
+                context.operation = tree->table.name;
+                return tree->table.chosen(context);
+              }};
+    } catch (const CLI::CallForVersion&) {
+      std::fputs((tree->app.version() + "\n").c_str(), out);
+      return {.exitCode = kDone};
+    } catch (const CLI::ParseError& error) {
+      if (isWhole) return {.exitCode = endedBy(*tree, error, meant, out, err)};
+    }
   }
-  return {.exitCode = kDone};
+  return {};
 }
 
 int runCommand(ToolContext& context, const Command& command) {

@@ -9,6 +9,8 @@
 #include <future>
 #include <sstream>
 
+#include "tools/import/Import.h"
+
 namespace tarvo::test {
 namespace {
 
@@ -58,7 +60,8 @@ int exitCodeOf(const std::vector<std::string>& words, BenchPlatform& platform,
   tools::Output output(streams.out, streams.err, line.options);
   platform.running = &interrupt.signals();
   const tools::SessionSource session = [&]() -> Session& { return platform.session(); };
-  tools::ToolContext context{line.options, output, session, interrupt, streams.in, terminal};
+  tools::ToolContext context{line.options, output,   session, interrupt,
+                             streams.in,   terminal, nullptr, tools::runImport};
   return tools::runCommand(context, line.command);
 }
 

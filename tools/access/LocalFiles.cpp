@@ -30,6 +30,13 @@ void makeFolder(const std::string& folder) {
                    .why = error ? error.message() : "it is no folder"});
 }
 
+std::string ownProgram(const std::string& name) {
+  std::error_code error;
+  const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / name;
+  const bool isThere = !error && fs::exists(beside, error);
+  return isThere ? beside.string() : std::string(TARVO_LIBEXEC) + "/" + name;
+}
+
 LocalTarget resolvedTarget(const std::string& output, bool isOneObject) {
   if (output.empty()) return {};
   std::error_code error;

@@ -33,6 +33,10 @@ LocalTarget resolvedTarget(const std::string& output, bool isOneObject);
 void warnOfRoom(Output& output, const std::string& folder, const std::string& wanted,
                 std::size_t count, std::uint64_t bytes);
 
+/// The path of a program that goes with this one, "tarvo-import": the one beside it, so that a
+/// build that is not installed uses its own, else the installed one.
+std::string ownProgram(const std::string& name);
+
 // What is kept of a device on this computer, in dated files that nothing replaces.
 
 enum class Kept : std::uint8_t {

@@ -13,8 +13,13 @@
 
 namespace tarvo::tools {
 
+struct ToolContext;
+
 /// Gives the session, made when a command asks for it: most of what a user types needs no device.
 using SessionSource = std::function<Session&()>;
+
+struct ImportCommandOptions;
+using ImportRun = int(ToolContext&, const ImportCommandOptions&);
 
 /// Everything is lent for the length of the command.
 struct ToolContext {
@@ -22,9 +27,11 @@ struct ToolContext {
   Output& output;
   const SessionSource& session;
   const StopSignals& interrupt;
-  std::FILE* input;         ///< standard input
-  std::string terminal;     ///< the device on which questions are asked: "/dev/tty"
-  std::string operation{};  ///< the command as it was typed: "orders list"
+  std::FILE* input;                  ///< standard input
+  std::string terminal;              ///< the device on which questions are asked: "/dev/tty"
+  char* const* arguments = nullptr;  ///< those of the process, its name first
+  ImportRun* import = nullptr;       ///< null where another program does it
+  std::string operation{};           ///< the command as it was typed: "orders list"
 };
 
 /// The user's leave for what cannot be undone.

@@ -11,7 +11,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <map>
 #include <optional>
 #include <span>
@@ -151,19 +150,7 @@ PropertyDictionary cardFrom(const Contact& contact) {
   return card;
 }
 
-namespace fs = std::filesystem;
-
 constexpr const char* kProgramName = "tarvo-vcard";
-
-/// The one that the environment names, else the one beside this program, else the installed one.
-std::string programPath() {
-  if (const char* named = std::getenv("TARVO_VCARD"); named && *named != '\0') return named;
-  std::error_code error;
-  // Beside this program first, so that a build that is not installed uses its own.
-  const fs::path beside = fs::read_symlink("/proc/self/exe", error).parent_path() / kProgramName;
-  if (!error && fs::exists(beside, error)) return beside.string();
-  return std::string(TARVO_LIBEXEC) + "/" + kProgramName;
-}
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kLongestAnswer{30};
@@ -221,8 +208,10 @@ std::string runVCardProgram(const std::string& object, const std::string& mode,
       G_SUBPROCESS_FLAGS_STDOUT_PIPE | G_SUBPROCESS_FLAGS_STDERR_SILENCE));
   g_subprocess_launcher_take_stdin_fd(launcher, file.release());
   g_autoptr(GError) error = nullptr;
+  const char* const named = std::getenv("TARVO_VCARD");
+  const std::string path = named && *named != '\0' ? named : ownProgram(kProgramName);
   g_autoptr(GSubprocess) child =
-      g_subprocess_launcher_spawn(launcher, &error, programPath().c_str(), mode.c_str(), nullptr);
+      g_subprocess_launcher_spawn(launcher, &error, path.c_str(), mode.c_str(), nullptr);
   if (!child) throw fail(error->message, "Install tarvo-vcard, or use JSON (--format json).");
   auto answer = answerFrom(
       g_unix_input_stream_get_fd(G_UNIX_INPUT_STREAM(g_subprocess_get_stdout_pipe(child))));

@@ -1,4 +1,5 @@
-// import: what is new on a camera or a card, into folders by date.
+#include "tools/import/Import.h"
+
 #include <glib.h>
 
 #include <chrono>
@@ -18,7 +19,6 @@
 #include "tools/access/Devices.h"
 #include "tools/access/LocalFiles.h"
 #include "tools/access/ToolContext.h"
-#include "tools/command/CommandGroup.h"
 #include "tools/import/Conversation.h"
 #include "tools/import/ImportPace.h"
 #include "tools/objects/ObjectFilter.h"
@@ -31,23 +31,6 @@ namespace tarvo::tools {
 using namespace importing;
 
 namespace {
-
-struct ImportCommandOptions {
-  std::vector<std::string> objects{};
-  bool pictures = false;
-  bool films = false;
-  bool allFiles = false;
-  std::string since{};
-  std::string output{};
-  std::string pattern{};
-  bool dryRun = false;
-  bool verifies = false;
-  bool deletes = false;
-  bool yes = false;
-  bool setsClock = false;
-  bool orders = false;
-  std::string progress{};
-};
 
 /// Whether it is of a kind that is asked for: by its name, and by its format where the name does
 /// not say (ISO 15740, "Object formats").
@@ -244,7 +227,7 @@ class Importing {
     if (device_->info().kind() == DeviceKind::kVolume &&
         FolderTree(device_->info().path()).holds(options_.folder))
       refuseUsage("'" + options_.folder + "' lies on the device itself");
-    makeFolder();
+    if (!command_.dryRun) makeFolder(options_.folder);
   }
 
   int run() {
@@ -270,15 +253,6 @@ class Importing {
     if (command_.dryRun) return tellPlan(search.items());
     remember(search);
     return fetch(search.items());
-  }
-
-  void makeFolder() const {
-    std::error_code error;
-    if (!command_.dryRun) std::filesystem::create_directories(options_.folder, error);
-    if (error)
-      throw ToolError({.object = options_.folder,
-                       .status = status::kIOError,
-                       .why = "the folder cannot be made: " + error.message()});
   }
 
   /// Without one everything still works; what lies in the folder is known by itself.
@@ -386,42 +360,10 @@ class Importing {
   ImportSum sum_;
 };
 
-int runImport(ToolContext& context, const ImportCommandOptions& options) {
-  return Importing(context, options).run();
-}
-
 }  // namespace
 
-void addImportCommand(CommandGroup& root) {
-  auto [command, options] = root.command("import", "Fetch what is new into folders by date",
-                                         "tarvoctl import --dry-run", runImport);
-  command.operand("OBJECT", options.objects, "Names, or patterns such as '*.JPG'; all that is new")
-      .flag("--pictures", options.pictures, "Pictures alone, with their sound notes")
-      .flag("--films", options.films, "Films alone")
-      .flag("--all-files", options.allFiles, "Whatever the kind")
-      .option("--since", options.since, "DATE", "Taken on that day or later")
-      .option("--output", options.output, "DIR", "In place of your folder for pictures")
-      .option("--pattern", options.pattern, "PATTERN",
-              "Folders and name below it; {device}/{date}/{name}")
-      .flag("--dry-run", options.dryRun, "Say what would be done, and do nothing")
-      .flag("--verify", options.verifies, "Read each file back from the disk and compare")
-      .flag("--delete", options.deletes, "Delete from the device what was fetched")
-      .flag("--yes", options.yes, "Do not ask")
-      .needs("--delete")
-      .flag("--set-clock", options.setsClock, "Set the camera's clock first")
-      .flag("--orders", options.orders, "Fetch and fulfil the orders on the camera, too")
-      .option("--progress", options.progress, "FORM",
-              "json: a conversation of JSON lines, for other programs")
-      .oneOf({"json"})
-      .more(
-          "New is what was not imported before, by name, size and date, whether it comes\n"
-          "by the camera or on its card, and does not lie at its place. What belongs\n"
-          "together, as a picture and its raw one, goes together. Nothing is replaced: a\n"
-          "name that is taken gets a number. Each file is whole or not there, and is\n"
-          "flushed to the disk before it is remembered or deleted from the device;\n"
-          "protected objects stay there. The same command goes on where one was ended.\n"
-          "A pattern has {device}, {serial}, {date}, {year}, {month}, {day}, {time},\n"
-          "{name}, {stem}, {number}, {extension} and {folder}, the one on the device.");
+int runImport(ToolContext& context, const ImportCommandOptions& options) {
+  return Importing(context, options).run();
 }
 
 }  // namespace tarvo::tools
