@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <clocale>
+#include <csignal>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -13,7 +15,6 @@
 
 #include "Utilities/Exception.h"
 #include "Utilities/TypedWords.h"
-#include "tools/access/ToolContext.h"
 #include "tools/output/Output.h"
 
 namespace tarvo::tools {
@@ -206,7 +207,7 @@ int runGuarded(ToolContext& context, const Command& command) {
 
 /// Gives the help that was asked for, or says what is wrong; gives the exit status.
 int endedBy(const CommandTree& tree, const CLI::ParseError& error,
-          const std::vector<std::string>& words, std::FILE* out, std::FILE* err) {
+            const std::vector<std::string>& words, std::FILE* out, std::FILE* err) {
   if (dynamic_cast<const CLI::CallForHelp*>(&error) != nullptr) {
     std::fputs(tree.app.help().c_str(), out);
     return kDone;
@@ -217,6 +218,18 @@ int endedBy(const CommandTree& tree, const CLI::ParseError& error,
   options.jsonLines = std::ranges::count(words, "--json-lines") > 0;
   Output(out, err, options).error(parseFailureOf(error, tree.app));
   return kBadUsage;
+}
+
+/// What the command line says of it. A signal ends transactions that are running.
+SessionOptions sessionOptions(const GlobalOptions& given, Output& output,
+                              const StopSignals& interrupt) {
+  SessionOptions options;
+  options.stopBy(interrupt).name("tarvoctl").quiet(given.quiet || output.isJSON());
+  options.whileWaiting(
+      [&output] { output.message("The device is still at it; Ctrl-C ends the wait."); });
+  if (given.timeout) options.timeout(*given.timeout);
+  if (given.configFile) options.preferences(*given.configFile);
+  return options;
 }
 
 }  // namespace
@@ -258,6 +271,23 @@ int runCommand(ToolContext& context, const Command& command) {
     // Saying what was wrong failed in its turn; the exit status is all that is left.
     return error.exitCode();
   }
+}
+
+int runProgram(int argc, char** argv, ImportRun* import) {
+  // For the words of the C library's errors.
+  std::setlocale(LC_ALL, "");
+  // A reader that leaves is met where it is written to, so that a session on a device is closed.
+  std::signal(SIGPIPE, SIG_IGN);
+  const CommandLine line = readCommandLine(argc, argv, stdout, stderr);
+  if (line.exitCode) return *line.exitCode;
+  const StopSignals interrupt;
+  Output output(stdout, stderr, line.options);
+  std::optional<Session> session;
+  const SessionSource source = [&]() -> Session& {
+    return session ? *session : session.emplace(sessionOptions(line.options, output, interrupt));
+  };
+  ToolContext context{line.options, output, source, interrupt, stdin, "/dev/tty", argv, import};
+  return runCommand(context, line.command);
 }
 
 }  // namespace tarvo::tools

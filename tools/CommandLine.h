@@ -1,13 +1,10 @@
 // The command line of tarvoctl: what is to be done, and with which options.
-//
-//   const CommandLine line = readCommandLine(argc, argv, stdout, stderr);
-//   if (line.exitCode) return *line.exitCode;
-//   return runCommand(context, line.command);
 #pragma once
 
 #include <cstdio>
 #include <optional>
 
+#include "tools/access/ToolContext.h"
 #include "tools/command/CommandGroup.h"
 #include "tools/output/Output.h"
 
@@ -27,5 +24,9 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
 
 /// Runs a command to its end: what it raises is said on its output, and becomes the exit status.
 int runCommand(ToolContext& context, const Command& command);
+
+/// All of it, with the surroundings of this process; gives the exit status. `import` does that
+/// command, and is null where another program does.
+int runProgram(int argc, char** argv, ImportRun* import = nullptr);
 
 }  // namespace tarvo::tools

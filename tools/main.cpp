@@ -1,5 +1,5 @@
 // tarvoctl: everything that a Tarvo device can do, from a shell.
-#include "tools/Program.h"
+#include "tools/CommandLine.h"
 
 int main(int argc, char** argv) {
   return tarvo::tools::runProgram(argc, argv);

@@ -1,5 +1,5 @@
 // tarvo-import: tarvoctl where it imports.
-#include "tools/Program.h"
+#include "tools/CommandLine.h"
 #include "tools/import/Import.h"
 
 int main(int argc, char** argv) {
