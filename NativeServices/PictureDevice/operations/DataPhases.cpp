@@ -42,18 +42,18 @@ std::size_t readAt(int descriptor, std::span<std::byte> room, std::uint64_t offs
 }  // namespace
 
 BufferSink::BufferSink(ByteBuffer& buffer, std::uint32_t limit)
-    : buffer_(buffer), start_(buffer.size()) {
-  // At once, because rooms that are in flight must not move.
-  buffer_.resize(start_ + limit);
+    : buffer_(buffer), limit_(limit), memory_(std::make_unique_for_overwrite<std::byte[]>(limit)) {
+  // Here, where it may fail; more than is needed, as a buffer may be filled by many sinks.
+  const std::size_t most = buffer.size() + limit;
+  if (buffer.capacity() < most) buffer.reserve(std::max(most, 2 * buffer.capacity()));
 }
 
-// What was made for bytes that never came goes; the caller sees what is there by the size alone.
 BufferSink::~BufferSink() {
-  buffer_.resize(start_ + filled_);
+  buffer_.insert(buffer_.end(), memory_.get(), memory_.get() + filled_);
 }
 
 std::span<std::byte> BufferSink::room(std::uint64_t offset, std::size_t length) {
-  const std::span<std::byte> all = std::span(buffer_).subspan(start_);
+  const std::span all(memory_.get(), limit_);
   if (offset >= all.size()) return {};
   return all.subspan(offset, std::min<std::uint64_t>(length, all.size() - offset));
 }

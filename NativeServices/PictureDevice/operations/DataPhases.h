@@ -20,14 +20,16 @@ class BufferSink : public ptp::DataSink {
  public:
   /// Makes room for `limit` bytes at once, which costs only what is filled. Raises std::bad_alloc.
   BufferSink(ByteBuffer& buffer, std::uint32_t limit);
-  /// Cuts the buffer to what was filled.
+  /// Now the buffer gets what was filled.
   ~BufferSink() override;
   std::span<std::byte> room(std::uint64_t offset, std::size_t length) override;
   bool received(std::uint64_t offset, std::size_t length) override;
 
  private:
   ByteBuffer& buffer_;
-  std::size_t start_;
+  std::size_t limit_;
+  /// Rooms that are in flight must not move.
+  std::unique_ptr<std::byte[]> memory_;
   std::uint64_t filled_ = 0;
 };
 
