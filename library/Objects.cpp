@@ -1,10 +1,13 @@
 #include "tarvo/Objects.h"
 
+#include <fnmatch.h>
+#include <glib.h>
+
 #include <algorithm>
 #include <functional>
+#include <map>
 #include <ostream>
 #include <set>
-#include <span>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
@@ -15,7 +18,6 @@
 #include "Utilities/Printable.h"
 #include "library/Records.h"
 #include "library/access/DeviceState.h"
-#include "library/access/ObjectSelection.h"
 #include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
 
@@ -131,36 +133,6 @@ ObjectVisitor& ObjectVisitor::onLooked(std::function<void()> looked) {
 
 namespace {
 
-// Wider than what the library counts as a picture, which is that of the maker's own devices.
-constexpr std::string_view kPictures[] = {"jpg",  "jpeg", "jpe", "jfif", "jp2",  "jpx",  "jxl",
-                                          "tif",  "tiff", "bmp", "bmg",  "fpx",  "fpix", "gif",
-                                          "png",  "pict", "pcd", "heic", "heif", "hif",  "avif",
-                                          "webp", "mpo",  "jps", "insp"};
-/// Raw pictures, maker by maker.
-constexpr std::string_view kRawPictures[] = {
-    "dng", "raw", "crw", "cr2", "cr3", "nef", "nrw", "arw", "srf", "sr2", "orf", "ori",
-    "rw2", "rwl", "raf", "pef", "ptx", "srw", "x3f", "kdc", "dcr", "dc2", "dcs", "k25",
-    "tdc", "mrw", "3fr", "fff", "iiq", "mos", "mef", "erf", "gpr", "bay", "cap"};
-constexpr std::string_view kFilms[] = {"mov", "qt",   "mp4",  "m4v",  "mpg", "mpeg", "mpe", "avi",
-                                       "mts", "m2ts", "m2t",  "ts",   "mod", "tod",  "3gp", "3g2",
-                                       "wmv", "asf",  "mkv",  "webm", "mxf", "vob",  "dv",  "insv",
-                                       "360", "lrv",  "braw", "crm",  "r3d"};
-
-bool endsInOneOf(std::span<const std::string_view> extensions, std::string_view name) {
-  return !name.starts_with('.') &&
-         std::ranges::find(extensions, lowerCaseExtension(name)) != extensions.end();
-}
-
-}  // namespace
-
-bool isFilm(std::string_view name) { return endsInOneOf(kFilms, name); }
-
-bool isPictureOrFilm(std::string_view name) {
-  return endsInOneOf(kPictures, name) || endsInOneOf(kRawPictures, name) || isFilm(name);
-}
-
-namespace {
-
 /// As a PTP device would tell of the file, so that both kinds of devices have the same.
 std::shared_ptr<const XTExtendedObjectInfo> infoOf(const FolderWalk::Entry& entry,
                                                    const std::optional<struct stat>& attributes) {
@@ -211,12 +183,70 @@ ObjectInfo volumeObject(const FolderWalk::Entry& entry,
   return valueOf<ObjectInfo>(std::move(data));
 }
 
+/// Where an object lies: the names of the folders above it, each asked for once in a run.
+class ObjectPaths {
+ public:
+  explicit ObjectPaths(PTPTransactions& device) : device_(device) {}
+
+  /// "DCIM/100TARVO/TARV0001.JPG". A folder that cannot be read, or that lies in itself, is left
+  /// out.
+  std::string pathOf(const XTExtendedObjectInfo& info) {
+    return folderPath(info.parentObject(), 0) + info.fileName();
+  }
+
+ private:
+  /// Deeper than any device goes; a device that puts two folders into each other has no end.
+  static constexpr int kDeepest = 16;
+
+  /// With a slash at its end; empty for the root.
+  std::string folderPath(std::uint32_t handle, int depth) {
+    // Devices name the root in either way.
+    if (handle == 0 || handle == ListingQuery::kTop || depth == kDeepest) return {};
+    if (const auto known = folders_.find(handle); known != folders_.end()) return known->second;
+    const auto info = readInfo(device_, handle).info;
+    std::string path;
+    if (info) path = folderPath(info->parentObject(), depth + 1) + info->fileName() + "/";
+    return folders_[handle] = path;
+  }
+
+  PTPTransactions& device_;
+  std::map<std::uint32_t, std::string> folders_;
+};
+
 /// One visit: what the visitor has no callback for ends it with its error.
 class Visit {
  public:
   Visit(DeviceState& device, const ObjectVisitor& visitor)
       : device_(device), visitor_(visitor.data()) {}
 
+  void camera(const ObjectQuery::Data& query) {
+    auto& camera = device_.camera();
+    ObjectPaths paths(camera.transactions());
+    ObjectListing listing(camera.transactions());
+    const auto listed = listing.visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
+      if (isReadable(handle, read))
+        object(cameraObject(handle, read.info,
+                            query.isRecursive ? paths.pathOf(*read.info) : read.info->fileName()),
+               false);
+      return looksOn();
+    });
+    const bool isOfAll = query.isRecursive || query.format != 0;
+    if (goesOn())
+      camera.require(listed, query.folder != 0 ? "folder " + handleText(query.folder)
+                             : isOfAll         ? "the objects"
+                                               : "the root");
+  }
+
+  void volume(const ObjectQuery::Data& query) {
+    const bool isDeep = query.isRecursive || !query.path;
+    walk(query.path.value_or(""), [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
+      at(walk, entry, query.namesOnly, [&](const ObjectInfo& found) { object(found, false); });
+      if (!isDeep) walk.passOver();
+      return looksOn();
+    });
+  }
+
+ protected:
   bool goesOn() const { return goesOn_ && !device_.session()->isInterrupted(); }
 
   /// The same, once for each object.
@@ -233,6 +263,11 @@ class Visit {
     if (!visitor_.onUnreadable) throw error;
     if (!visitor_.onUnreadable(handle, path, error)) goesOn_ = false;
   }
+  bool isReadable(std::uint32_t handle, const ReadInfo& read) {
+    if (!read.info)
+      unreadable(handle, "", device_.camera().failure(handleText(handle), read.status, read.why));
+    return read.info != nullptr;
+  }
   void unmatched(const std::string& text) {
     if (!visitor_.onUnmatched)
       raise({.object = text,
@@ -241,130 +276,9 @@ class Visit {
     visitor_.onUnmatched(text);
   }
 
-  void camera(const ObjectQuery::Data& query) {
-    auto& camera = device_.camera();
-    ObjectPaths paths(camera.transactions());
-    ObjectListing listing(camera.transactions());
-    const auto listed = listing.visit(listingQuery(query), [&](auto handle, const ReadInfo& read) {
-      if (isReadable(handle, read))
-        object(cameraObject(handle, read.info,
-                            query.isRecursive ? paths.pathOf(*read.info) : read.info->fileName()),
-               false);
-      return looksOn();
-    });
-    if (goesOn()) camera.require(listed, inWords(query));
-  }
-
-  void volume(const ObjectQuery::Data& query) {
-    const bool isDeep = query.isRecursive || !query.path;
-    walk(query.path.value_or(""), [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
-      at(walk, entry, query.namesOnly, [&](const ObjectInfo& found) { object(found, false); });
-      if (!isDeep) walk.passOver();
-      return looksOn();
-    });
-  }
-
-  std::uint64_t choice(const ObjectChoice::Data& choice) {
-    std::vector<std::string> names = choice.names;
-    if (device_.isCamera())
-      // Handles first: they cost one question each, names the whole listing.
-      std::erase_if(names, [&](const std::string& name) { return tookHandle(name); });
-    Operands operands(names, choice.ignoresCase, choice.findsFolders);
-    const bool isForNames = choice.others == ObjectChoice::Others::kNone;
-    const auto hasMore = [&] { return looksOn() && !(isForNames && operands.areComplete()); };
-    if (goesOn() && !(names.empty() && isForNames))
-      device_.isCamera() ? camera(choice, operands, hasMore) : volume(choice, operands, hasMore);
-    if (goesOn())
-      operands.finish([&](const ObjectInfo& kept) { object(kept, true); },
-                      [&](const std::string& text) { unmatched(text); });
-    return passedOver_;
-  }
-
- private:
-  static std::string inWords(const ObjectQuery::Data& query) {
-    if (query.folder != 0) return "folder " + handleText(query.folder);
-    return query.isRecursive || query.format != 0 ? "the objects" : "the root";
-  }
-
-  bool isReadable(std::uint32_t handle, const ReadInfo& read) {
-    if (!read.info)
-      unreadable(handle, "", device_.camera().failure(handleText(handle), read.status, read.why));
-    return read.info != nullptr;
-  }
-
-  /// Whether it is a handle, whose object is visited.
-  bool tookHandle(const std::string& text) {
-    const auto number = numberOf(text, 0xFFFFFFFF);
-    if (!number || !goesOn()) return number.has_value();
-    auto& transactions = device_.camera().transactions();
-    const auto handle = static_cast<std::uint32_t>(*number);
-    const auto read = ObjectListing(transactions).find(handle);
-    const bool isNew = visited_.insert(handle).second;
-    if (isNew && isReadable(handle, read))
-      object(cameraObject(handle, read.info, ObjectPaths(transactions).pathOf(*read.info)), true);
-    return true;
-  }
-
-  void camera(const ObjectChoice::Data& choice, Operands& operands,
-              const std::function<bool()>& hasMore) {
-    auto& camera = device_.camera();
-    ObjectPaths paths(camera.transactions());
-    const Status listed =
-        ObjectListing(camera.transactions()).visit({}, [&](auto handle, const ReadInfo& read) {
-          // One whose content is missing comes a second time.
-          const bool isNew = visited_.insert(handle).second || !read.info;
-          if (isNew && isReadable(handle, read)) {
-            const auto& info = *read.info;
-            const std::string path = paths.pathOf(info);
-            consider(choice, operands, {info.fileName(), path, isFolder(info), !isFolder(info)},
-                     [&](const auto& use) { use(cameraObject(handle, read.info, path)); });
-          }
-          // A name is done with when it is found, which may be long before the end.
-          return hasMore();
-        });
-    if (goesOn()) camera.require(listed, "the objects");
-  }
-
-  void volume(const ObjectChoice::Data& choice, Operands& operands,
-              const std::function<bool()>& hasMore) {
-    walk("", [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
-      consider(choice, operands,
-               {std::string(entry.name()), entry.path, entry.kind == FolderWalk::Kind::kFolder,
-                entry.kind == FolderWalk::Kind::kFile},
-               [&](const auto& use) { at(walk, entry, choice.namesOnly, use); });
-      return hasMore();
-    });
-  }
-
-  struct Candidate {
-    const std::string& name;
-    const std::string& path;
-    bool isFolder;
-    bool isFile;
-  };
-  using Use = std::function<void(const ObjectInfo&)>;
-
-  /// `make` makes the object for what is done with it.
-  void consider(const ObjectChoice::Data& choice, Operands& operands, const Candidate& candidate,
-                const std::function<void(const Use&)>& make) {
-    using Others = ObjectChoice::Others;
-    const auto meant = operands.take(candidate.name, candidate.path, candidate.isFolder);
-    const bool isForPictures = choice.others == Others::kPictures && candidate.isFile;
-    const bool isAmongOthers =
-        (choice.others == Others::kEverything && !(device_.isCamera() && candidate.isFolder)) ||
-        (isForPictures && isPictureOrFilm(candidate.name));
-    const bool isNamed = meant == Operands::Meant::kYes;
-    if (isNamed || isAmongOthers) {
-      make([&](const ObjectInfo& found) { object(found, isNamed); });
-    } else if (meant == Operands::Meant::kNearly) {
-      make([&](const ObjectInfo& found) { operands.keep(found); });
-    } else if (isForPictures) {
-      ++passedOver_;
-    }
-  }
-
   /// Uses the object at which the walk stands, unless it has gone in this moment.
-  void at(const FolderWalk& walk, const FolderWalk::Entry& entry, bool namesOnly, const Use& use) {
+  void at(const FolderWalk& walk, const FolderWalk::Entry& entry, bool namesOnly,
+          const std::function<void(const ObjectInfo&)>& use) {
     const auto attributes = namesOnly ? std::nullopt : walk.attributes();
     if (!namesOnly && !attributes) return;
     device_.walk = &walk;
@@ -388,10 +302,171 @@ class Visit {
   }
 
   DeviceState& device_;
+
+ private:
   const ObjectVisitor::Data& visitor_;
   bool goesOn_ = true;
+};
+
+/// The same of what a person has written.
+class ChoiceVisit : public Visit {
+ public:
+  ChoiceVisit(DeviceState& device, const ObjectVisitor& visitor, const ObjectChoice::Data& choice)
+      : Visit(device, visitor), choice_(choice) {}
+
+  /// How many files were passed over as neither pictures nor films.
+  std::uint64_t run() {
+    for (const auto& text : choice_.names)
+      // Handles first: they cost one question each, names the whole listing.
+      if (!device_.isCamera() || !tookHandle(text))
+        operands_.push_back({text, text.find_first_of("*?[") != std::string::npos});
+    if (goesOn() && !(operands_.empty() && isForNames_)) device_.isCamera() ? camera() : volume();
+    if (goesOn()) finish();
+    return passedOver_;
+  }
+
+ private:
+  using Others = ObjectChoice::Others;
+
+  /// What an object is to the choice, the most that any operand makes of it.
+  enum class Meant : std::uint8_t {
+    kNot,
+    kNearly,  ///< but for case, by a name that may still find its own
+    kOther,
+    kNamed,
+  };
+
+  struct Operand {
+    std::string text;
+    bool isPattern = false;
+    bool wasMatched = false;
+    std::optional<std::size_t> kept{};  ///< place of what it means but for case
+  };
+
+  struct Candidate {
+    const std::string& name;
+    const std::string& path;
+    bool isFolder;
+    bool isFile;
+  };
+
+  /// Whether it is a handle, whose object is visited.
+  bool tookHandle(const std::string& text) {
+    const auto number = numberOf(text, 0xFFFFFFFF);
+    if (!number || !goesOn()) return number.has_value();
+    auto& transactions = device_.camera().transactions();
+    const auto handle = static_cast<std::uint32_t>(*number);
+    const auto read = ObjectListing(transactions).find(handle);
+    const bool isNew = visited_.insert(handle).second;
+    if (isNew && isReadable(handle, read))
+      object(cameraObject(handle, read.info, ObjectPaths(transactions).pathOf(*read.info)), true);
+    return true;
+  }
+
+  void camera() {
+    auto& camera = device_.camera();
+    ObjectPaths paths(camera.transactions());
+    ObjectListing listing(camera.transactions());
+    const auto listed = listing.visit({}, [&](auto handle, const ReadInfo& read) {
+      // One whose content is missing comes a second time.
+      const bool isNew = visited_.insert(handle).second || !read.info;
+      if (isNew && isReadable(handle, read)) {
+        const auto& info = *read.info;
+        const std::string path = paths.pathOf(info);
+        const Meant meant = look({info.fileName(), path, isFolder(info), !isFolder(info)});
+        if (meant != Meant::kNot) take(meant, cameraObject(handle, read.info, path));
+      }
+      return hasMore();
+    });
+    if (goesOn()) camera.require(listed, "the objects");
+  }
+
+  void volume() {
+    walk("", [&](FolderWalk& walk, const FolderWalk::Entry& entry) {
+      const Meant meant =
+          look({std::string(entry.name()), entry.path, entry.kind == FolderWalk::Kind::kFolder,
+                entry.kind == FolderWalk::Kind::kFile});
+      if (meant != Meant::kNot)
+        at(walk, entry, choice_.namesOnly, [&](const auto& found) { take(meant, found); });
+      return hasMore();
+    });
+  }
+
+  /// A name is done with when it is found, which may be long before the end.
+  bool hasMore() const {
+    const auto isDone = [](const Operand& each) { return each.wasMatched && !each.isPattern; };
+    return looksOn() && !(isForNames_ && std::ranges::all_of(operands_, isDone));
+  }
+
+  Meant look(const Candidate& candidate) {
+    const Meant meant = matchAll(candidate);
+    if (meant == Meant::kNamed) return meant;
+    const bool isForPictures = choice_.others == Others::kPictures && candidate.isFile;
+    if ((choice_.others == Others::kEverything && !(device_.isCamera() && candidate.isFolder)) ||
+        (isForPictures && isPictureOrFilm(candidate.name)))
+      return Meant::kOther;
+    if (isForPictures && meant == Meant::kNot) ++passedOver_;
+    return meant;
+  }
+
+  Meant matchAll(const Candidate& candidate) {
+    Meant meant = Meant::kNot;
+    bool isNear = false;
+    for (auto& operand : operands_) {
+      const bool isSpent =
+          operand.isPattern ? candidate.isFolder && !choice_.findsFolders : operand.wasMatched;
+      const Meant by = isSpent ? Meant::kNot : match(operand, candidate);
+      if (by == Meant::kNamed) operand.wasMatched = true;
+      if (by == Meant::kNearly) operand.kept = kept_.size();
+      isNear = isNear || by == Meant::kNearly;
+      meant = std::max(meant, by);
+    }
+    // Empty where something else means it, too: it is given once.
+    if (isNear) kept_.emplace_back();
+    return meant;
+  }
+
+  Meant match(const Operand& operand, const Candidate& candidate) const {
+    const bool hasSlash = operand.text.find('/') != std::string::npos;
+    const std::string& compared = hasSlash ? candidate.path : candidate.name;
+    if (operand.isPattern) {
+      // As in a shell: a star stops at a slash, and finds no hidden name.
+      const int flags = FNM_PATHNAME | FNM_PERIOD | (choice_.ignoresCase ? FNM_CASEFOLD : 0);
+      const int differs = ::fnmatch(operand.text.c_str(), compared.c_str(), flags);
+      return differs == 0 ? Meant::kNamed : Meant::kNot;
+    }
+    if (compared == operand.text) return Meant::kNamed;
+    const bool isNear = choice_.ignoresCase && !operand.kept &&
+                        g_ascii_strcasecmp(compared.c_str(), operand.text.c_str()) == 0;
+    return isNear ? Meant::kNearly : Meant::kNot;
+  }
+
+  void take(Meant meant, const ObjectInfo& found) {
+    if (meant == Meant::kNearly) {
+      kept_.back() = found;
+    } else {
+      object(found, meant == Meant::kNamed);
+    }
+  }
+
+  /// What was kept and is meant after all, and what nothing has.
+  void finish() {
+    for (const auto& operand : operands_) {
+      if (operand.wasMatched) continue;
+      if (!operand.kept) {
+        unmatched(operand.text);
+      } else if (const auto found = std::exchange(kept_[*operand.kept], std::nullopt)) {
+        object(*found, true);
+      }
+    }
+  }
+
+  const ObjectChoice::Data& choice_;
+  const bool isForNames_ = choice_.others == Others::kNone;
+  std::vector<Operand> operands_;
+  std::vector<std::optional<ObjectInfo>> kept_;
   std::set<std::uint32_t> visited_;
-  std::uint64_t passedOver_ = 0;  ///< by ObjectChoice::Others::kPictures
+  std::uint64_t passedOver_ = 0;
 };
 
 }  // namespace
@@ -406,7 +481,7 @@ void Device::visit(const ObjectQuery& query, const ObjectVisitor& visitor) {
 
 std::uint64_t Device::visit(const ObjectChoice& choice, const ObjectVisitor& visitor) {
   return called(state_, "visit", [&](DeviceState& device) {
-    const auto passedOver = Visit(device, visitor).choice(choice.data());
+    const auto passedOver = ChoiceVisit(device, visitor, choice.data()).run();
     device.session()->endIfInterrupted();
     return passedOver;
   });
