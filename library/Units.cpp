@@ -85,57 +85,45 @@ std::string UnitMount::users() const { return processesUsing({data_->mount.mount
 
 class UnitState {
  public:
-  UnitState(std::shared_ptr<SessionState> session, UnitInfo info)
-      : session_(std::move(session)), info_(std::move(info)) {}
-
-  const std::shared_ptr<SessionState>& session() const { return session_; }
-  const UnitInfo& info() const { return info_; }
-
- private:
-  std::shared_ptr<SessionState> session_;
-  UnitInfo info_;
+  std::shared_ptr<SessionState> session;
+  UnitInfo info;
 };
 
 Unit Session::open(const UnitInfo& info) {
-  return entered(state_, "open", [&] { return Unit(std::make_shared<UnitState>(state_, info)); });
+  return entered(state_, "open", [&] {
+    return Unit(std::make_shared<UnitState>(UnitState{state_, info}));
+  });
 }
 
-const UnitInfo& Unit::info() const { return state_->info(); }
+const UnitInfo& Unit::info() const { return state_->info; }
 
 namespace {
 
 /// What a call works with.
-class UnitCall {
- public:
-  UnitCall(const UnitState& state, std::shared_ptr<TarvoMSCDevice> unit)
-      : state_(state), unit_(std::move(unit)) {}
+struct UnitCall {
+  const UnitState& state;
+  std::shared_ptr<TarvoMSCDevice> unit;
 
-  TarvoMSCDevice& unit() const { return *unit_; }
-  const PictureDeviceServices& services() const { return state_.session()->platform().services(); }
-  std::string description() const { return state_.info().description(); }
+  const PictureDeviceServices& services() const { return state.session->platform().services(); }
 
   /// Raises what the unit, or who objected, said last.
   [[noreturn]] void fail(const std::string& object = {}) const {
-    const auto& failure = unit_->lastFailure();
-    raise({.object = object.empty() ? description() : object,
+    const auto& failure = unit->lastFailure();
+    raise({.object = object.empty() ? state.info.description() : object,
            .status = failure.status,
            .why = failure.why});
   }
   void require(bool isDone, const std::string& object = {}) const {
     if (!isDone) fail(object);
   }
-
- private:
-  const UnitState& state_;
-  std::shared_ptr<TarvoMSCDevice> unit_;
 };
 
 template <typename Work>
 auto called(const std::shared_ptr<UnitState>& state, const char* operation, const Work& work) {
-  return entered(state->session(), operation, [&] {
-    auto unit = state->info().data().unit.lock();
-    if (!unit) raise({.object = state->info().description(), .status = status::kIOReturnNoDevice});
-    return work(UnitCall(*state, std::move(unit)));
+  return entered(state->session, operation, [&] {
+    auto unit = state->info.data().unit.lock();
+    if (!unit) raise({.object = state->info.description(), .status = status::kIOReturnNoDevice});
+    return work(UnitCall{*state, std::move(unit)});
   });
 }
 
@@ -151,16 +139,18 @@ std::string stillMounted(const Mount& mount) {
 /// Every volume of the unit. What the system calls unmounted is looked at once more: another
 /// program may have mounted it, or it is none that the disk service knows.
 void unmountVolumes(const UnitCall& call) {
-  const std::string disk = call.unit().bsdName().value_or("");
-  call.require(call.unit().unmountMedia() == status::kOK, disk);
+  const std::string disk = call.unit->bsdName().value_or("");
+  call.require(call.unit->unmountMedia() == status::kOK, disk);
   // A unit without a disk of its own may have a card.
-  for (const Mount& mount : call.unit().mounts())
-    call.require(call.unit().unmountAllPartitions(diskOf(mount)) == status::kOK, diskOf(mount));
+  for (const Mount& mount : call.unit->mounts())
+    call.require(call.unit->unmountAllPartitions(diskOf(mount)) == status::kOK, diskOf(mount));
   std::vector<std::string> rest;
-  for (const Mount& mount : call.unit().mounts())
+  for (const Mount& mount : call.unit->mounts())
     rest.push_back(stillMounted(mount));
   if (!rest.empty())
-    raise({.object = call.description(), .status = status::kIOReturnBusy, .why = joined(rest)});
+    raise({.object = call.state.info.description(),
+           .status = status::kIOReturnBusy,
+           .why = joined(rest)});
 }
 
 /// The block devices of the unit's USB device that hold no others: partitions, and disks without
@@ -230,7 +220,7 @@ void Session::eject(const DeviceInfo& volume) {
 
 UnitMode Unit::mode() {
   return called(state_, "mode", [](const UnitCall& call) {
-    auto mode = call.unit().usbModeDictionary();
+    auto mode = call.unit->usbModeDictionary();
     call.require(mode.has_value());
     return valueOf<UnitMode>({*std::move(mode)});
   });
@@ -238,8 +228,8 @@ UnitMode Unit::mode() {
 
 bool Unit::canPowerCycle() {
   return called(state_, "canPowerCycle", [](const UnitCall& call) {
-    const bool can = call.unit().canAutoPowerCycle();
-    if (!can && call.unit().lastFailure().status != status::kOK) call.fail();
+    const bool can = call.unit->canAutoPowerCycle();
+    if (!can && call.unit->lastFailure().status != status::kOK) call.fail();
     return can;
   });
 }
@@ -249,16 +239,16 @@ void Unit::setMode(const std::string& mode, bool powerDown, std::uint32_t wakeAf
   called(state_, "setMode", [&](const UnitCall& call) {
     if (mode != "camera" && mode != "startup" && mode != "memory")
       refuse("a mode is camera, startup or memory", mode);
-    call.require(call.unit().setUSBModeDictionary({{mode + "Mode", true},
-                                                   {"powerDown", powerDown},
-                                                   {"permanent", permanent},
-                                                   {"autowakeDelay", wakeAfter}}));
+    call.require(call.unit->setUSBModeDictionary({{mode + "Mode", true},
+                                                  {"powerDown", powerDown},
+                                                  {"permanent", permanent},
+                                                  {"autowakeDelay", wakeAfter}}));
   });
 }
 
 std::string Unit::model() {
   return called(state_, "model", [](const UnitCall& call) {
-    auto model = call.unit().model();
+    auto model = call.unit->model();
     call.require(model.has_value());
     return *std::move(model);
   });
@@ -266,18 +256,18 @@ std::string Unit::model() {
 
 void Unit::setClock(std::time_t now) {
   called(state_, "setClock",
-         [&](const UnitCall& call) { call.require(call.unit().setDateTime(now)); });
+         [&](const UnitCall& call) { call.require(call.unit->setDateTime(now)); });
 }
 
 bool Unit::hasSharingOrders() {
   return called(state_, "hasSharingOrders",
-                [](const UnitCall& call) { return call.unit().sharingOrderExists(); });
+                [](const UnitCall& call) { return call.unit->sharingOrderExists(); });
 }
 
 std::vector<UnitMount> Unit::mounts() {
   return called(state_, "mounts", [](const UnitCall& call) {
     std::vector<UnitMount> mounts;
-    for (const Mount& mount : call.unit().mounts())
+    for (const Mount& mount : call.unit->mounts())
       mounts.push_back(valueOf<UnitMount>({mount, diskOf(mount)}));
     return mounts;
   });
@@ -286,14 +276,13 @@ std::vector<UnitMount> Unit::mounts() {
 void Unit::unmount() { called(state_, "unmount", unmountVolumes); }
 
 std::vector<std::string> Unit::mountable() {
-  return called(state_, "mountable", [](const UnitCall& call) {
-    return disksOf(call.services().registry, call.unit());
-  });
+  return called(state_, "mountable",
+                [](const UnitCall& call) { return disksOf(call.services().registry, *call.unit); });
 }
 
 std::string Unit::mount(const std::string& disk) {
   return called(state_, "mount", [&](const UnitCall& call) {
-    call.require(call.unit().remountMediaWithBSDName(disk) == status::kOK, disk);
+    call.require(call.unit->remountMediaWithBSDName(disk) == status::kOK, disk);
     std::string path;
     for (const auto& mount : call.services().mounts.mounts())
       if (mount.device == "/dev/" + disk) path = mount.mountPoint;
@@ -304,7 +293,7 @@ std::string Unit::mount(const std::string& disk) {
 void Unit::eject() {
   called(state_, "eject", [](const UnitCall& call) {
     unmountVolumes(call);
-    call.require(call.unit().ejectTray());
+    call.require(call.unit->ejectTray());
   });
 }
 
