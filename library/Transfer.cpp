@@ -12,7 +12,7 @@
 
 #include "NativeServices/PictureDevice/datasets/JSONValues.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Printable.h"
@@ -77,19 +77,12 @@ struct DownloadRun::Data {
 
 namespace {
 
-ExistingFile existingFile(Existing existing) {
-  switch (existing) {
-    case Existing::kOverwrite:
-      return ExistingFile::kOverwrite;
-    case Existing::kKeepBoth:
-      return ExistingFile::kKeepBoth;
-    case Existing::kKeepOthers:
-      return ExistingFile::kKeepOthers;
-    case Existing::kRefuse:
-      break;
-  }
-  return ExistingFile::kRefuse;
-}
+/// The rooms below count them the same way.
+constexpr ExistingFile existingFile(Existing what) { return static_cast<ExistingFile>(what); }
+static_assert(existingFile(Existing::kRefuse) == ExistingFile::kRefuse &&
+              existingFile(Existing::kOverwrite) == ExistingFile::kOverwrite &&
+              existingFile(Existing::kKeepBoth) == ExistingFile::kKeepBoth &&
+              existingFile(Existing::kKeepOthers) == ExistingFile::kKeepOthers);
 
 FetchRequest requestOf(const DownloadOptions::Data& options, RunFiles* files) {
   // Nothing that comes off a device is run by its name.
