@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectDownloads.h"
 #include "Utilities/PTPCodes.h"
 #include "library/access/DeviceState.h"

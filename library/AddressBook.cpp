@@ -10,7 +10,7 @@
 
 #include "NativeServices/PictureDevice/datasets/AddressBookJSON.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "Utilities/JSONReader.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"

@@ -11,7 +11,7 @@
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "NativeServices/PictureDevice/operations/OrderLists.h"
 #include "Utilities/Exception.h"

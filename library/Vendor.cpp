@@ -168,7 +168,7 @@ void VendorExtension::setAlbumNames(const std::string& path) {
              .why = "a file of album names ends in .lcb",
              .advice = "Rename it; nothing was sent."});
     requireReadable(path);
-    const Status status = camera.ptpDevice().setAlbumNames(path);
+    const Status status = camera.device().setAlbumNames(path);
     if (isGood(status)) return;
     camera.session().endIfInterrupted();
     raise(camera.failure(path, status,
@@ -212,7 +212,7 @@ void VendorExtension::addToShoebox(const std::string& path) {
 std::optional<std::vector<std::byte>> VendorExtension::wirelessSettings() {
   return asked(state_, "wirelessSettings",
                [](OpenedDevice& camera) -> std::optional<std::vector<std::byte>> {
-                 const auto data = camera.ptpDevice().wirelessConfigData();
+                 const auto data = camera.device().wirelessConfigData();
                  camera.session().endIfInterrupted();
                  if (data) return std::vector<std::byte>(data->begin(), data->end());
                  requireNoSettings(camera, camera.transactions().lastOutcome());

@@ -12,7 +12,7 @@
 #include "NativeServices/PictureDevice/datasets/JSONValues.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/RecordFields.h"
-#include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
+#include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
 #include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"

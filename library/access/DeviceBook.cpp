@@ -240,7 +240,7 @@ DeviceBook readDeviceBook(const OpenedDevice& device) {
     raise(device.failure(device.device().name(), status::kPTPOperationNotSupported,
                          "it keeps no address book"));
   // What was written in this run may not fit the room that was right before.
-  device.ptpDevice().forgetBookCounts();
+  device.device().forgetBookCounts();
   DeviceBook result;
   const bool isWhole = readWhole(device, result.book);
   // Record by record would only be time-out after time-out.

@@ -48,8 +48,6 @@ void OpenedDevice::load() {
   raise(this->failure(info_.description(), failure, "its information cannot be read"));
 }
 
-XTPictureDevice& OpenedDevice::device() const { return *device_; }
-
 PTPTransactions& OpenedDevice::transactions() const { return *device_; }
 
 Status OpenedDevice::explained(Status status) const {

@@ -15,7 +15,6 @@
 
 namespace tarvo {
 class XTImageCapturePTPDevice;
-class XTPictureDevice;
 }  // namespace tarvo
 
 namespace tarvo::library {
@@ -30,10 +29,8 @@ class OpenedDevice {
   OpenedDevice(const OpenedDevice&) = delete;
   OpenedDevice& operator=(const OpenedDevice&) = delete;
 
-  XTPictureDevice& device() const;
+  XTImageCapturePTPDevice& device() const { return *device_; }
   PTPTransactions& transactions() const;
-  /// For what only a device of this class has.
-  XTImageCapturePTPDevice& ptpDevice() const { return *device_; }
   const DeviceInfo& info() const { return info_; }
   SessionState& session() const { return session_; }
 
