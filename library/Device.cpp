@@ -389,11 +389,9 @@ class EventWatch {
   }
 
   void tell(DeviceEvent::Data data) {
-    // What is called may let go of the subscription, and of the session.
-    const auto device = device_;
-    const auto told = told_;
-    const auto event = valueOf<DeviceEvent>(std::move(data));
-    device->session()->tell([&] { told(event); });
+    // What is called may let go of the subscription, which holds the device.
+    device_->session()->tell([kept = device_, told = told_,
+                              event = valueOf<DeviceEvent>(std::move(data))] { told(event); });
   }
 
   std::shared_ptr<DeviceState> device_;

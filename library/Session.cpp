@@ -1,8 +1,8 @@
 #include "tarvo/Session.h"
 
-#include <algorithm>
 #include <map>
 #include <ostream>
+#include <set>
 #include <utility>
 
 #include "NativeServices/PictureDevice/devices/XTPictureDevice.h"
@@ -172,10 +172,8 @@ class DeviceWatch {
     if (const auto known = known_.extract(object)) tell(Presence::kWent, known.mapped());
   }
   void tell(Presence presence, const DeviceInfo& info) {
-    // What is called may let go of the subscription, and of the session.
-    const auto state = state_;
-    const auto told = told_;
-    state->tell([&] { told(presence, info); });
+    // What is called may let go of the subscription.
+    state_->tell([told = told_, &presence, &info] { told(presence, info); });
   }
 
   std::shared_ptr<SessionState> state_;
@@ -227,10 +225,8 @@ std::vector<std::uint16_t> Session::supportedCameras() {
              .advice = "Install tarvo, or set TARVO_AGENT_BUNDLE to the agent's bundle.",
              .kind = ErrorKind::kHost});
     // The file may name an id twice.
-    std::vector<std::uint16_t> products(models.pidList()->begin(), models.pidList()->end());
-    std::ranges::sort(products);
-    products.erase(std::unique(products.begin(), products.end()), products.end());
-    return products;
+    const std::set<std::uint16_t> products(models.pidList()->begin(), models.pidList()->end());
+    return std::vector(products.begin(), products.end());
   });
 }
 

@@ -157,6 +157,8 @@ void SessionState::catchUp() {
 
 void SessionState::tell(const std::function<void()>& callback) {
   if (isEnding_) return;
+  // What is called may let go of the session.
+  const auto kept = shared_from_this();
   told_ = true;
   try {
     ++running_;
