@@ -137,14 +137,9 @@ void refuse(std::string why, std::string object) {
 
 Error named(const Error& error, const char* operation) {
   if (!error.operation().empty()) return error;
-  return errorOf({.object = error.object(),
-                  .status = error.status(),
-                  .why = error.reason(),
-                  .advice = error.advice(),
-                  .kind = error.kind(),
-                  .part = error.part(),
-                  .kept = error.kept(),
-                  .operation = operation});
+  Failure failure = Error::Details::of(error).failure;
+  failure.operation = operation;
+  return errorOf(std::move(failure));
 }
 
 Error errorOfRaised(const char* operation) {

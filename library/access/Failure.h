@@ -27,6 +27,8 @@ struct Failure {
 }  // namespace library
 
 struct Error::Details {
+  static const Details& of(const Error& error) { return *error.details_; }
+
   library::Failure failure;  ///< with its kind
   std::string what;
 };

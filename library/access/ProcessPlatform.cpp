@@ -27,12 +27,13 @@ namespace {
 /// What the platform says is beside the call, which reports its own failures; a program that takes
 /// the log, and a user who looks into something, has it all.
 LogSink sinkOf(const SessionOptions::Data& options, JournalLog& systemLog) {
+  LogSink sink = systemLog.sink();
   if (options.log)
-    return [log = options.log](LogLevel level, std::string_view line) {
-      const bool isAskedFor = LogCheck(kLogCameraVerbose) || LogCheck(kLogAppDebug);
-      if (isAskedFor || level >= LogLevel::kWarning) log(static_cast<Severity>(level), line);
+    sink = [log = options.log](LogLevel level, std::string_view line) {
+      log(static_cast<Severity>(level), line);
     };
-  return [sink = systemLog.sink(), isQuiet = options.quiet](LogLevel level, std::string_view line) {
+  const bool isQuiet = options.quiet && !options.log;
+  return [sink, isQuiet](LogLevel level, std::string_view line) {
     const bool isAskedFor = LogCheck(kLogCameraVerbose) || LogCheck(kLogAppDebug);
     if (isAskedFor || (level >= LogLevel::kWarning && !isQuiet)) sink(level, line);
   };
