@@ -18,7 +18,7 @@
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
-#include "library/access/OpenedDevice.h"
+#include "library/access/DeviceState.h"
 #include "platform/files/ScratchFolder.h"
 #include "platform/files/WholeFile.h"
 #include "platform/foundation/GlibPtr.h"

@@ -18,8 +18,6 @@
 
 namespace tarvo::library {
 
-class OpenedDevice;
-
 enum class BookWay {
   kSingly,     ///< contacts and groups as data sets
   kFile,       ///< a new file with all contacts

@@ -15,7 +15,7 @@
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
 #include "library/access/BookPlan.h"
-#include "library/access/OpenedDevice.h"
+#include "library/access/DeviceState.h"
 
 namespace tarvo::library {
 namespace {

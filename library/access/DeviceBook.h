@@ -14,7 +14,7 @@
 #include "NativeServices/PictureDevice/datasets/XTPTPDataSet.h"
 #include "NativeServices/PictureDevice/operations/PTPTransactions.h"
 #include "Utilities/Exception.h"
-#include "library/access/OpenedDevice.h"
+#include "library/access/DeviceState.h"
 #include "tarvo/AddressBook.h"
 
 namespace tarvo {
