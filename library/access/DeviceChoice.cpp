@@ -196,6 +196,32 @@ ChoiceWords wordsWithoutCamera(Platform& platform, const std::vector<DeviceInfo>
   return words;
 }
 
+DeviceInfo cameraAmong(const std::vector<DeviceInfo>& devices, Platform& platform,
+                       const std::string& wanted) {
+  auto cameras = devices;
+  if (!wanted.empty()) {
+    std::erase_if(cameras, [](const auto& each) { return each.kind() != DeviceKind::kCamera; });
+    auto meant = namedDevices(platform, wanted, cameras);
+    // That a volume is none is said where it is opened.
+    if (meant.empty()) meant = fitting(devices, wanted);
+    return onlyOne(wanted, {}, devices, meant);
+  }
+  std::erase_if(cameras, [](const auto& each) { return !isMakersCamera(each); });
+  return onlyOne(wanted, cameras.empty() ? wordsWithoutCamera(platform, devices) : ChoiceWords{},
+                 cameras, cameras);
+}
+
+DeviceInfo volumeAmong(std::vector<DeviceInfo> volumes, const std::string& wanted) {
+  std::erase_if(volumes, [](const DeviceInfo& device) { return device.path().empty(); });
+  const bool isNamed = !wanted.empty() && !volumes.empty();
+  return onlyOne(isNamed ? wanted : "",
+                 {.kind = "volume",
+                  .none = "no card and no camera is mounted",
+                  .noneAdvice = "Connect one, and mount it.",
+                  .state = "mounted"},
+                 volumes, isNamed ? fitting(volumes, wanted) : volumes);
+}
+
 }  // namespace
 
 std::string inWords(const std::string& serial, const std::string& name,
@@ -224,36 +250,6 @@ std::vector<DeviceInfo> presentDevices(Platform& platform) {
   }
   return devices;
 }
-
-namespace {
-
-DeviceInfo cameraAmong(const std::vector<DeviceInfo>& devices, Platform& platform,
-                       const std::string& wanted) {
-  auto cameras = devices;
-  if (!wanted.empty()) {
-    std::erase_if(cameras, [](const auto& each) { return each.kind() != DeviceKind::kCamera; });
-    auto meant = namedDevices(platform, wanted, cameras);
-    // That a volume is none is said where it is opened.
-    if (meant.empty()) meant = fitting(devices, wanted);
-    return onlyOne(wanted, {}, devices, meant);
-  }
-  std::erase_if(cameras, [](const auto& each) { return !isMakersCamera(each); });
-  return onlyOne(wanted, cameras.empty() ? wordsWithoutCamera(platform, devices) : ChoiceWords{},
-                 cameras, cameras);
-}
-
-DeviceInfo volumeAmong(std::vector<DeviceInfo> volumes, const std::string& wanted) {
-  std::erase_if(volumes, [](const DeviceInfo& device) { return device.path().empty(); });
-  const bool isNamed = !wanted.empty() && !volumes.empty();
-  return onlyOne(isNamed ? wanted : "",
-                 {.kind = "volume",
-                  .none = "no card and no camera is mounted",
-                  .noneAdvice = "Connect one, and mount it.",
-                  .state = "mounted"},
-                 volumes, isNamed ? fitting(volumes, wanted) : volumes);
-}
-
-}  // namespace
 
 DeviceInfo chooseCamera(Platform& platform, const std::string& wanted) {
   return cameraAmong(presentDevices(platform), platform, wanted);
