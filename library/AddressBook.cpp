@@ -68,7 +68,7 @@ ContactBook ContactBook::fromJSON(std::string_view text) {
 
 std::vector<BookContact> ContactBook::contacts() const {
   std::vector<BookContact> contacts;
-  for (const auto& each : contactsOf(data_->book)) {
+  for (const auto& each : entriesOf(data_->book.contacts)) {
     BookContact::Data contact{*each};
     contact.email.emplace(contact.email.value_or(""));
     contact.nickname.emplace(contact.nickname.value_or(""));
@@ -80,10 +80,10 @@ std::vector<BookContact> ContactBook::contacts() const {
 std::vector<BookGroup> ContactBook::groups() const {
   std::map<const Contact*, std::size_t> places;
   std::size_t place = 0;
-  for (const auto& contact : contactsOf(data_->book))
+  for (const auto& contact : entriesOf(data_->book.contacts))
     places.emplace(contact.get(), place++);
   std::vector<BookGroup> groups;
-  for (const auto& each : groupsOf(data_->book)) {
+  for (const auto& each : entriesOf(data_->book.groups)) {
     BookGroup::Data group{.name = each->name, .members = {}, .handle = each->handle};
     for (const auto& member : each->members)
       if (const auto found = places.find(member.get()); found != places.end())
@@ -377,15 +377,9 @@ struct EntryWords {
 };
 
 EntryWords kindOf(BookEntryKind kind) {
-  switch (kind) {
-    case BookEntryKind::kContact:
-      return {.format = ptp::XTD_CONTACT, .what = "contact"};
-    case BookEntryKind::kGroup:
-      return {.format = ptp::XTD_GROUP, .what = "group"};
-    case BookEntryKind::kFile:
-      break;
-  }
-  return {.format = ptp::XTD_ADDRESS_BOOK_FILE, .what = "address-book file"};
+  if (kind == BookEntryKind::kContact) return {ptp::XTD_CONTACT, "contact"};
+  if (kind == BookEntryKind::kGroup) return {ptp::XTD_GROUP, "group"};
+  return {ptp::XTD_ADDRESS_BOOK_FILE, "address-book file"};
 }
 
 /// As bytes, since it may be one that cannot be read as a record; none where it cannot be had.

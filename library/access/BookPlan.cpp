@@ -207,8 +207,8 @@ class Planning {
       : device_(onDevice),
         wanted_(wanted),
         options_(options),
-        matcher_(contactsOf(onDevice), contactsOf(wanted), options),
-        groupMatcher_(groupsOf(onDevice), groupsOf(wanted)) {
+        matcher_(entriesOf(onDevice.contacts), entriesOf(wanted.contacts), options),
+        groupMatcher_(entriesOf(onDevice.groups), entriesOf(wanted.groups)) {
     plan_.book.limits = onDevice.limits;
     plan_.book.supportsGroups = onDevice.supportsGroups;
     plan_.book.contacts.emplace();
@@ -242,9 +242,9 @@ class Planning {
   }
 
   void planContacts() {
-    for (const auto& contact : contactsOf(wanted_))
+    for (const auto& contact : entriesOf(wanted_.contacts))
       planWanted(contact);
-    for (const auto& contact : contactsOf(device_)) {
+    for (const auto& contact : entriesOf(device_.contacts)) {
       if (matcher_.isTaken(contact)) continue;
       // Nobody without an address is in a card.
       const bool isUnknown = options_.wantedIsPartial && contact->email.value_or("").empty();
@@ -309,7 +309,7 @@ class Planning {
   void planGroups() {
     if (plan_.doubt.empty()) plan_.doubt = groupMatcher_.doubt();
     const bool saysGroups = wanted_.groups.has_value();
-    for (const auto& group : groupsOf(wanted_)) {
+    for (const auto& group : entriesOf(wanted_.groups)) {
       if (group->action == DataSyncAction::kDelete) continue;
       const auto found = groupMatcher_.find(group);
       const bool isLeft = options_.skipped.contains(group.get());
@@ -324,7 +324,7 @@ class Planning {
       plan_.origins[plan_.book.groups->back().get()] = group.get();
     }
     // In the order of the device.
-    for (const auto& group : groupsOf(device_))
+    for (const auto& group : entriesOf(device_.groups))
       if (!groupMatcher_.isTaken(group)) leaveGroup(group, saysGroups);
   }
 
@@ -412,16 +412,6 @@ PropertyDictionary namesOf(const Entries& entries) {
 }
 
 }  // namespace
-
-const Contacts& contactsOf(const AddressBook& book) {
-  static const Contacts kNone;
-  return book.contacts ? *book.contacts : kNone;
-}
-
-const ContactGroups& groupsOf(const AddressBook& book) {
-  static const ContactGroups kNone;
-  return book.groups ? *book.groups : kNone;
-}
 
 BookPlan planBook(const AddressBook& onDevice, const AddressBook& wanted,
                   const PlanOptions& options) {

@@ -8,6 +8,7 @@
 #include <array>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -89,10 +90,12 @@ AddressBook shortened(const AddressBook& book, const XT_AddressBookInfo& limits,
 std::vector<std::string> inWords(const BookChanges& changes);
 /// "contacts" and "groups" with "added", "changed" and "removed".
 PropertyDictionary asJSON(const BookChanges& changes);
-/// The contacts and the groups of a book, none where it does not say. They live as long as the
-/// book.
-const Contacts& contactsOf(const AddressBook& book);
-const ContactGroups& groupsOf(const AddressBook& book);
+/// The contacts or the groups of a book, none where it does not say. They live as long as the book.
+template <typename Entries>
+const Entries& entriesOf(const std::optional<Entries>& entries) {
+  static const Entries kNone;
+  return entries ? *entries : kNone;
+}
 
 /// "Bob <bob@example.com>".
 std::string contactInWords(const Contact& contact);
