@@ -80,43 +80,6 @@ void requireNoSettings(const OpenedDevice& camera, Status outcome) {
   }
 }
 
-/// A query on the device, which lets it go with this.
-class DeviceQuery {
- public:
-  DeviceQuery(OpenedDevice& camera, const std::string& sql) : camera_(camera), sql_(sql) {
-    camera_.require(camera_.transactions().sendQuery(sql_, &handle_), sql_);
-  }
-  ~DeviceQuery() {
-    try {
-      // A device that does not hear it has forgotten the query as well.
-      (void)camera_.transactions().endQuery(handle_, kSelect);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is left to be done for it
-    }
-  }
-  DeviceQuery(const DeviceQuery&) = delete;
-  DeviceQuery& operator=(const DeviceQuery&) = delete;
-
-  /// False at the end of the rows.
-  bool readPiece(ByteBuffer& rows) {
-    bool isLast = false;
-    rows.clear();
-    camera_.require(
-        camera_.transactions().getDBRowsFromQuery(handle_, kSelect, kPiece, rows, isLast), sql_);
-    // A device that gives nothing and promises more would never come to an end.
-    return !isLast && !rows.empty();
-  }
-
- private:
-  /// The operation on the rows: to read them.
-  static constexpr std::uint32_t kSelect = 0;
-  /// Bytes of one transaction.
-  static constexpr std::uint32_t kPiece = 64 * 1024;
-
-  OpenedDevice& camera_;
-  const std::string& sql_;
-  std::uint32_t handle_ = 0;
-};
-
 }  // namespace
 
 std::vector<std::uint32_t> VendorExtension::albums() {
@@ -237,11 +200,26 @@ void VendorExtension::display(std::span<const std::byte> request) {
 void VendorExtension::query(const std::string& sql,
                             const std::function<bool(std::string_view rows)>& onRows) {
   asked(state_, "query", [&](OpenedDevice& camera) {
-    DeviceQuery query(camera, sql);
-    ByteBuffer rows;
-    for (bool goesOn = true; goesOn;) {
-      const bool isMore = query.readPiece(rows);
-      goesOn = onRows({reinterpret_cast<const char*>(rows.data()), rows.size()}) && isMore;
+    // The operation on the rows: to read them.
+    constexpr std::uint32_t kSelect = 0;
+    constexpr std::uint32_t kBytesOfOneTransaction = 64 * 1024;
+    auto& device = camera.transactions();
+    std::uint32_t query = 0;
+    camera.require(device.sendQuery(sql, &query), sql);
+    const AtEnd letGo([&] {
+      try {
+        // A device that does not hear it has forgotten the query as well.
+        (void)device.endQuery(query, kSelect);
+      } catch (...) {  // NOLINT(bugprone-empty-catch): nothing is left to be done for it
+      }
+    });
+    bool isLast = false;
+    for (ByteBuffer rows; !isLast; rows.clear()) {
+      camera.require(
+          device.getDBRowsFromQuery(query, kSelect, kBytesOfOneTransaction, rows, isLast), sql);
+      // A device that gives nothing and promises more would never come to an end.
+      if (rows.empty()) isLast = true;
+      if (!onRows({reinterpret_cast<const char*>(rows.data()), rows.size()})) return;
     }
   });
 }
