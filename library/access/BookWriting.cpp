@@ -42,12 +42,6 @@ std::optional<std::string> encoded(const std::string& text, const std::string& e
   return std::string(bytes.get(), size);
 }
 
-std::string lineOf(const std::string& nickname, const std::string& email) {
-  std::string line = nickname;
-  line.append(" <").append(email).append(">");
-  return line;
-}
-
 /// What the form of a line cannot hold.
 const char* misfit(const std::string& nickname, const std::string& email) {
   if (email.empty()) return "it has no e-mail address";
@@ -73,7 +67,7 @@ std::string bookText(const AddressBook& book, const std::string& encoding,
     const std::string nickname = contact->nickname.value_or("");
     const std::string email = contact->email.value_or("");
     const char* reason = misfit(nickname, email);
-    const auto line = encoded(lineOf(nickname, email), encoding);
+    const auto line = encoded(nickname + " <" + email + ">", encoding);
     if (reason || !line) {
       const std::string why =
           reason ? reason

@@ -23,11 +23,6 @@ constexpr gulong kAttemptIntervalMicroseconds = 200000;
 
 OpenedDevice::OpenedDevice(SessionState& session, DeviceInfo info)
     : session_(session), info_(std::move(info)) {
-  open();
-  load();
-}
-
-void OpenedDevice::open() {
   Status failure = status::kOK;
   std::string why;
   auto& imageCapture = session_.platform().services().imageCapture;
@@ -42,10 +37,6 @@ void OpenedDevice::open() {
     if (why.find("process tarvo-agent ") != std::string::npos) most = kAttemptsBesideTheAgent;
   }
   if (!scope_) raise(this->failure(info_.description(), failure, why));
-}
-
-void OpenedDevice::load() {
-  Status failure = status::kOK;
   device_ = XTImageCapturePTPDevice::withICAObject(info_.id(), &failure);
   if (device_) return;
   session_.endIfInterrupted();

@@ -55,9 +55,6 @@ class OpenedDevice {
   ObjectHandles objectHandles(const ListingQuery& query, const std::string& what) const;
 
  private:
-  void open();
-  void load();
-
   SessionState& session_;
   DeviceInfo info_;
   std::unique_ptr<ICAScope> scope_;
