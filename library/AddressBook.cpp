@@ -259,11 +259,11 @@ void refuseInvalid(const OpenedDevice& camera, const BookChange::Data& change) {
 std::map<std::uint32_t, std::uint32_t> emailRecipients(const OpenedDevice& device) {
   std::map<std::uint32_t, std::uint32_t> orders;
   std::vector<Unread> unread;
+  const Reading reading = {device, unread};
   // Also those that wait for a transfer, whose recipients count as well.
   for (const auto format : {ptp::XTD_EMAIL_ORDER, ptp::XTD_SQUIRT_EMAIL_ORDER}) {
-    for (const std::uint32_t handle : listedHandles(device, format, "e-mail orders", unread)) {
-      const auto record =
-          readRecord(device, "e-mail order", handle, format, scanEmailOrder, unread);
+    for (const std::uint32_t handle : reading.handles(format, "e-mail orders")) {
+      const auto record = reading.record("e-mail order", handle, format, scanEmailOrder);
       for (const std::uint32_t contact : record ? record->destContacts : ObjectHandles())
         orders.emplace(contact, handle);
     }

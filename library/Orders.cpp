@@ -119,7 +119,7 @@ class OrderReading {
  private:
   /// A device may name one object in two lists.
   ObjectHandles listed(std::uint16_t format, const char* what) {
-    ObjectHandles handles = listedHandles(device_, format, what, list_.unread);
+    ObjectHandles handles = reading_.handles(format, what);
     std::erase_if(handles, [this](std::uint32_t handle) { return !seen_.insert(handle).second; });
     return handles;
   }
@@ -162,7 +162,7 @@ class OrderReading {
     try {
       orders_.allowedAssets = device_.device().allowedAssets();
     } catch (const Exception& exception) {
-      note(list_.unread, {.what = "the order for a transfer", .why = exception.reason()});
+      reading_.note({.what = "the order for a transfer", .why = exception.reason()});
     }
   }
 
@@ -192,16 +192,16 @@ class OrderReading {
       OrderLists lists(device_.transactions(), assetCounts_, report);
       report.fail((lists.*fillIn)(orders, {handle}, orders_));
     } catch (const Exception& exception) {
-      note(list_.unread, {what, handle, exception.reason()});
+      reading_.note({what, handle, exception.reason()});
       return std::nullopt;
     }
     if (!report.isComplete()) {
       if (device_.isLost(report.status)) device_.failWithout(what + (" " + handleText(handle)));
       // The picture of a print order is part of it.
       const bool isGone = report.status == status::kPTPInvalidObjectHandle;
-      note(list_.unread, {what, handle,
-                          isGone ? "it, or its picture, is no longer on the device"
-                                 : whyUnread(device_, report.status)});
+      reading_.note({what, handle,
+                     isGone ? "it, or its picture, is no longer on the device"
+                            : reading_.why(report.status)});
       return std::nullopt;
     }
     if (report.withheld > 0) list_.withheld.push_back(what + (" " + handleText(handle)));
@@ -240,8 +240,7 @@ class OrderReading {
   }
 
   void readTransferOrder(std::uint32_t handle, std::uint16_t format) {
-    auto record =
-        readRecord(device_, "transfer order", handle, format, scanTransferOrder, list_.unread);
+    auto record = reading_.record("transfer order", handle, format, scanTransferOrder);
     if (!record) return;
     const TransferOrder order = {.record = *std::move(record), .handle = handle};
     add({.kind = "transfer",
@@ -266,7 +265,7 @@ class OrderReading {
         continue;
       }
       if (device_.isLost(outcome)) device_.failWithout("the marker files");
-      note(list_.unread, {kMarker, handle, why.empty() ? whyUnread(device_, outcome) : why});
+      reading_.note({kMarker, handle, why.empty() ? reading_.why(outcome) : why});
     }
     for (const auto& [handle, name] : named)
       if (isEmailMarker(name)) readMarker(handle, true);
@@ -277,7 +276,7 @@ class OrderReading {
   void readMarker(std::uint32_t handle, bool isEmail) {
     const auto bytes = device_.device().downloadObject(ObjectReference(handle));
     if (!bytes) {
-      noteMissing(device_, kMarker, handle, list_.unread, kMarker);
+      reading_.noteMissing(kMarker, handle, kMarker);
       return;
     }
     const auto& encoding = device_.session().platform().services().defaultEncoding;
@@ -289,8 +288,7 @@ class OrderReading {
     if (text && !isEmail) addPrintJobs(handle, *text);
     // Jobs that are no orders to the library go with the file, so somebody has to know of them.
     if (!text || list_.orders.size() - before != jobsIn(*text))
-      note(list_.unread,
-           {kMarker, handle, text ? "it has jobs that are incomplete" : "it is no text"});
+      reading_.note({kMarker, handle, text ? "it has jobs that are incomplete" : "it is no text"});
   }
 
   // Counted apart from the parser, which passes over what is no order.
@@ -329,6 +327,7 @@ class OrderReading {
   std::map<std::uint32_t, std::uint32_t> assetCounts_;
   std::set<std::uint32_t> seen_;
   OrderList::Data list_;
+  const Reading reading_ = {device_, list_.unread};
 };
 
 }  // namespace

@@ -29,27 +29,21 @@ bool offers(const OpenedDevice& device, std::uint16_t operation) {
 class RecordReading {
  public:
   RecordReading(const OpenedDevice& device, DeviceBook& result)
-      : device_(device), result_(result) {}
+      : reading_{device, result.unread}, result_(result) {}
 
   void run() {
     result_.book.contacts.emplace();
     result_.book.groups.emplace();
     // Contacts before groups, which name them.
-    const auto contacts = listed(ptp::XTD_CONTACT, "contacts");
-    for (const std::uint32_t handle : contacts)
+    for (const std::uint32_t handle : reading_.handles(ptp::XTD_CONTACT, "contacts"))
       readContact(handle);
-    for (const std::uint32_t handle : listed(ptp::XTD_GROUP, "groups"))
+    for (const std::uint32_t handle : reading_.handles(ptp::XTD_GROUP, "groups"))
       readGroup(handle);
   }
 
  private:
-  ObjectHandles listed(std::uint16_t format, const char* what) {
-    return listedHandles(device_, format, what, result_.unread);
-  }
-
   void readContact(std::uint32_t handle) {
-    auto contact =
-        readRecord(device_, "contact", handle, ptp::XTD_CONTACT, scanContact, result_.unread);
+    auto contact = reading_.record("contact", handle, ptp::XTD_CONTACT, scanContact);
     if (!contact) return;
     contact->handle = handle;
     contact->action = DataSyncAction::kNone;
@@ -58,8 +52,7 @@ class RecordReading {
   }
 
   void readGroup(std::uint32_t handle) {
-    auto record =
-        readRecord(device_, "group", handle, ptp::XTD_GROUP, scanContactGroup, result_.unread);
+    const auto record = reading_.record("group", handle, ptp::XTD_GROUP, scanContactGroup);
     if (!record) return;
     auto group = std::make_shared<ContactGroup>(ContactGroup{.name = record->name,
                                                              .image = record->image,
@@ -69,9 +62,9 @@ class RecordReading {
     for (const std::uint32_t member : record->members) {
       const auto found = byHandle_.find(member);
       if (found == byHandle_.end()) {
-        note(result_.unread, {"group", handle,
-                              "'" + printable(record->name) + "' names " + handleText(member) +
-                                  ", which is no contact that can be read"});
+        reading_.note({"group", handle,
+                       "'" + printable(record->name) + "' names " + handleText(member) +
+                           ", which is no contact that can be read"});
         return;
       }
       group->members.push_back(found->second);
@@ -79,7 +72,7 @@ class RecordReading {
     result_.book.groups->push_back(std::move(group));
   }
 
-  const OpenedDevice& device_;
+  const Reading reading_;
   DeviceBook& result_;
   ContactsByHandle byHandle_;
 };
@@ -138,18 +131,17 @@ std::string obstacleIn(std::string_view bytes, const AddressBook& book,
 /// The same of a book in a file: the first that can be had is it, another one is in its way.
 void readFile(const OpenedDevice& device, DeviceBook& result) {
   constexpr const char* kFile = "address-book file";
-  const auto handles =
-      listedHandles(device, ptp::XTD_ADDRESS_BOOK_FILE, "address-book files", result.unread);
+  const Reading reading = {device, result.unread};
   std::uint32_t read = 0;
-  for (const std::uint32_t handle : handles) {
+  for (const auto handle : reading.handles(ptp::XTD_ADDRESS_BOOK_FILE, "address-book files")) {
     // Which of two the device itself reads is not known, so neither may be replaced.
     if (read != 0) {
-      note(result.unread, {kFile, handle, "there is another one, " + handleText(read)});
+      reading.note({kFile, handle, "there is another one, " + handleText(read)});
       continue;
     }
     const auto bytes = device.device().downloadObject(ObjectReference(handle));
     if (!bytes) {
-      noteMissing(device, kFile, handle, result.unread, "the address book");
+      reading.noteMissing(kFile, handle, "the address book");
       continue;
     }
     read = handle;
@@ -157,7 +149,7 @@ void readFile(const OpenedDevice& device, DeviceBook& result) {
     const auto& encoding = device.session().platform().services().defaultEncoding;
     const auto obstacle = obstacleIn(text, result.book, encoding);
     if (!obstacle.empty()) {
-      note(result.unread, {kFile, handle, obstacle});
+      reading.note({kFile, handle, obstacle});
     } else {
       // The library may have failed where this has not: what was read now is the book.
       result.book.contacts.reset();
@@ -242,6 +234,7 @@ DeviceBook readDeviceBook(const OpenedDevice& device) {
   // What was written in this run may not fit the room that was right before.
   device.device().forgetBookCounts();
   DeviceBook result;
+  const Reading reading = {device, result.unread};
   const bool isWhole = readWhole(device, result.book);
   // Record by record would only be time-out after time-out.
   if (device.isLost(device.transactions().lastOutcome())) device.failWithout("the address book");
@@ -253,7 +246,7 @@ DeviceBook readDeviceBook(const OpenedDevice& device) {
   }
   // Whatever failed and cannot be named is a gap all the same.
   if (!isWhole && result.unread.empty() && report.read == report.listed)
-    note(result.unread, {.what = "the address book", .why = whyUnread(device, report.status)});
+    reading.note({.what = "the address book", .why = reading.why(report.status)});
   if (!result.book.contacts) result.book.contacts.emplace();
   if (!result.book.groups) result.book.groups.emplace();
   return result;
@@ -269,35 +262,27 @@ std::string inWords(const AddressBookFault& fault, const AddressBook& book) {
          contactInWords(*(*book.contacts)[fault.index]) + ": " + rule;
 }
 
-void note(std::vector<Unread>& unread, Unread::Data entry) {
-  unread.push_back(valueOf<Unread>(std::move(entry)));
-}
-
-std::string whyUnread(const OpenedDevice& device, Status status) {
+std::string Reading::why(Status status) const {
   if (status == status::kPTPIncompleteTransfer) return "it was cut short, or is too large";
   return statusText(device.explained(status == status::kOK ? status::kPTPGeneralError : status));
 }
 
-ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, const char* what,
-                            std::vector<Unread>& unread) {
+ObjectHandles Reading::handles(std::uint16_t format, const char* what) const {
   ObjectHandles handles;
-  std::string why;
   try {
     const Status status = ObjectListing(device.transactions()).handles({.format = format}, handles);
     if (status != status::kOK && device.isLost(status)) device.failWithout(what);
-    if (status != status::kOK) why = whyUnread(device, status);
+    if (status != status::kOK) note({.what = what, .why = why(status)});
   } catch (const Exception& exception) {
-    why = exception.reason();
+    note({.what = what, .why = exception.reason()});
   }
-  if (!why.empty()) note(unread, {.what = what, .why = why});
   return handles;
 }
 
-void noteMissing(const OpenedDevice& device, const char* what, std::uint32_t handle,
-                 std::vector<Unread>& unread, const char* gone) {
+void Reading::noteMissing(const char* what, std::uint32_t handle, const char* gone) const {
   const Status outcome = device.transactions().lastOutcome();
   if (device.isLost(outcome)) device.failWithout(gone ? gone : what + (" " + handleText(handle)));
-  note(unread, {what, handle, whyUnread(device, outcome)});
+  note({what, handle, why(outcome)});
 }
 
 }  // namespace tarvo::library

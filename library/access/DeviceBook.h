@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "NativeServices/PictureDevice/datasets/AddressBook.h"
@@ -34,42 +35,45 @@ namespace library {
 
 using DeviceBook = ContactBook::Data;
 
-void note(std::vector<Unread>& unread, Unread::Data entry);
-/// Why an object cannot be read, as `status` says it.
-std::string whyUnread(const OpenedDevice& device, Status status);
+/// What is read of a device, object by object. What cannot be read is noted in `unread`; that the
+/// device has gone is raised as an error. Both are lent.
+struct Reading {
+  const OpenedDevice& device;
+  std::vector<Unread>& unread;
 
-/// The handles of the objects of a format; where they cannot be told, `what` ("contacts") is
-/// unread. Raises an error where the device has gone.
-ObjectHandles listedHandles(const OpenedDevice& device, std::uint16_t format, const char* what,
-                            std::vector<Unread>& unread);
+  void note(Unread::Data entry) const { unread.push_back(valueOf<Unread>(std::move(entry))); }
+  /// Takes note of an object that did not come. `gone` is what the error is about, or else it is
+  /// the object.
+  void noteMissing(const char* what, std::uint32_t handle, const char* gone = nullptr) const;
+  /// Why an object cannot be read, as `status` says it.
+  std::string why(Status status) const;
 
-/// Takes note of an object that did not come. Raises an error about `gone`, or the object, where
-/// the device has gone.
-void noteMissing(const OpenedDevice& device, const char* what, std::uint32_t handle,
-                 std::vector<Unread>& unread, const char* gone = nullptr);
+  /// The handles of the objects of a format; where they cannot be told, `what` ("contacts") is
+  /// unread.
+  ObjectHandles handles(std::uint16_t format, const char* what) const;
 
-/// The record that `scan` makes of the data set of a handle. One that ends early, or was cut short,
-/// is unread. Raises an error where the device has gone.
-template <typename Scan>
-std::optional<std::invoke_result_t<Scan, XTPTPDataSet&>> readRecord(const OpenedDevice& device,
-                                                                    const char* what,
-                                                                    std::uint32_t handle,
-                                                                    std::uint16_t format, Scan scan,
-                                                                    std::vector<Unread>& unread) {
-  try {
-    auto dataSet = device.transactions().getDataSet(handle, format);
-    if (!dataSet) {
-      noteMissing(device, what, handle, unread);
-      return std::nullopt;
+  /// The record that `scan` makes of the data set of a handle. One that ends early, or was cut
+  /// short, is unread.
+  template <typename Scan>
+  std::optional<std::invoke_result_t<Scan, XTPTPDataSet&>> record(const char* what,
+                                                                  std::uint32_t handle,
+                                                                  std::uint16_t format,
+                                                                  Scan scan) const {
+    try {
+      auto dataSet = device.transactions().getDataSet(handle, format);
+      if (!dataSet) {
+        noteMissing(what, handle);
+        return std::nullopt;
+      }
+      auto record = scan(*dataSet);
+      if (!wasShort(device.transactions(), *dataSet, handle)) return record;
+      note({what, handle, why(status::kPTPIncompleteTransfer)});
+    } catch (const Exception& exception) {
+      note({what, handle, exception.reason()});
     }
-    auto record = scan(*dataSet);
-    if (!wasShort(device.transactions(), *dataSet, handle)) return record;
-    note(unread, {what, handle, whyUnread(device, status::kPTPIncompleteTransfer)});
-  } catch (const Exception& exception) {
-    note(unread, {what, handle, exception.reason()});
+    return std::nullopt;
   }
-  return std::nullopt;
-}
+};
 
 /// Whether the device keeps each contact by itself (as a data set), or all of them in one file.
 bool keepsContactsSingly(const OpenedDevice& device);
