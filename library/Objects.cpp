@@ -6,63 +6,20 @@
 #include <algorithm>
 #include <functional>
 #include <map>
-#include <ostream>
 #include <set>
 #include <utility>
 
 #include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
-#include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/Numbers.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
-#include "library/Records.h"
 #include "library/access/DeviceState.h"
-#include "platform/files/FileNames.h"
 #include "platform/files/FilePlace.h"
 
 namespace tarvo {
 
 using namespace library;
-
-struct ObjectInfo::Data {
-  /// Of a volume: what a camera would tell.
-  std::shared_ptr<const XTExtendedObjectInfo> info;
-  std::uint32_t handle = 0;
-  std::string name{};  ///< of a volume: the bytes of the file system
-  std::string path{};
-  std::uint64_t size = 0;
-  std::optional<std::time_t> modified{};
-  FolderWalk::Kind kind = FolderWalk::Kind::kFile;
-};
-
-std::uint32_t ObjectInfo::handle() const { return data_->handle; }
-const std::string& ObjectInfo::name() const {
-  return data_->name.empty() ? data_->info->fileName() : data_->name;
-}
-const std::string& ObjectInfo::path() const { return data_->path; }
-std::uint64_t ObjectInfo::size() const { return data_->size; }
-std::uint32_t ObjectInfo::thumbnailSize() const { return data_->info->thumbCompressedSize(); }
-std::uint16_t ObjectInfo::format() const { return data_->info->objFmtCode(); }
-bool ObjectInfo::isFolder() const { return data_->info->objFmtCode() == ptp::kAssociationFormat; }
-bool ObjectInfo::isSpecial() const { return data_->kind == FolderWalk::Kind::kOther; }
-bool ObjectInfo::isProtected() const { return data_->info->protectionStatus() != 0; }
-std::optional<std::time_t> ObjectInfo::modified() const { return data_->modified; }
-const std::string& ObjectInfo::captureDate() const { return data_->info->captureDateStr(); }
-const std::string& ObjectInfo::modificationDate() const { return data_->info->modDataStr(); }
-std::uint32_t ObjectInfo::parent() const { return data_->info->parentObject(); }
-std::uint32_t ObjectInfo::store() const { return data_->info->storageID(); }
-std::uint32_t ObjectInfo::width() const { return data_->info->imagePixWidth(); }
-std::uint32_t ObjectInfo::height() const { return data_->info->imagePixHeight(); }
-
-std::ostream& operator<<(std::ostream& out, const ObjectInfo& object) {
-  return out << printable(object.path()) << " (" << handleText(object.handle()) << ", format 0x"
-             << std::hex << object.format() << std::dec << ", " << object.size() << " bytes)";
-}
-
-const XTExtendedObjectInfo& library::recordOf(const ObjectInfo& object) {
-  return *object.data().info;
-}
 
 struct ObjectQuery::Data {
   bool isRecursive = false;
@@ -133,54 +90,12 @@ ObjectVisitor& ObjectVisitor::onLooked(std::function<void()> looked) {
 
 namespace {
 
-/// As a PTP device would tell of the file, so that both kinds of devices have the same.
-std::shared_ptr<const XTExtendedObjectInfo> infoOf(const FolderWalk::Entry& entry,
-                                                   const std::optional<struct stat>& attributes) {
-  constexpr off_t kMost = 0xFFFFFFFF;
-  auto info = std::make_shared<XTExtendedObjectInfo>();
-  const bool isFolder = entry.kind == FolderWalk::Kind::kFolder;
-  info->setObjFmtCode(isFolder ? ptp::kAssociationFormat
-                               : ptpFormatOfExtension(lowerCaseExtension(entry.name())));
-  info->setFileName(validUTF8(entry.name()));
-  if (!attributes) return info;
-  if (!isFolder)
-    info->setCompressedSize(static_cast<std::uint32_t>(std::min(attributes->st_size, kMost)));
-  info->setModDataStr(ptpDateOfTime(attributes->st_mtime).value_or(""));
-  return info;
-}
-
 ListingQuery listingQuery(const ObjectQuery::Data& query) {
-  ListingQuery listing = {.isDeep = query.isRecursive};
-  if (query.store != 0) listing.store = query.store;
-  listing.format = query.format;
-  if (query.folder != 0) {
-    listing.folder = query.folder;
-  } else if (!query.isRecursive && query.format == 0) {
-    listing.folder = ListingQuery::kTop;
-  }
-  return listing;
-}
-
-ObjectInfo cameraObject(std::uint32_t handle, ObjectInfoPointer info, std::string path) {
-  const std::uint64_t size = info->compressedSize();
-  const auto modified = dateOfObject(*info);
-  return valueOf<ObjectInfo>({.info = std::move(info),
-                              .handle = handle,
-                              .path = std::move(path),
-                              .size = size,
-                              .modified = modified});
-}
-
-ObjectInfo volumeObject(const FolderWalk::Entry& entry,
-                        const std::optional<struct stat>& attributes) {
-  ObjectInfo::Data data{.info = infoOf(entry, attributes),
-                        .name = std::string(entry.name()),
-                        .path = entry.path,
-                        .kind = entry.kind};
-  if (attributes && entry.kind != FolderWalk::Kind::kFolder)
-    data.size = static_cast<std::uint64_t>(attributes->st_size);
-  if (attributes) data.modified = attributes->st_mtim.tv_sec;
-  return valueOf<ObjectInfo>(std::move(data));
+  const bool isOfTop = query.folder == 0 && !query.isRecursive && query.format == 0;
+  return {.store = query.store != 0 ? query.store : ptp::kAllStores,
+          .format = query.format,
+          .folder = isOfTop ? ListingQuery::kTop : query.folder,
+          .isDeep = query.isRecursive};
 }
 
 /// Where an object lies: the names of the folders above it, each asked for once in a run.

@@ -98,6 +98,12 @@ class DeviceState {
 
 namespace library {
 
+/// An object of a camera, with what it has told.
+ObjectInfo cameraObject(std::uint32_t handle, ObjectInfoPointer info, std::string path);
+/// One of a volume; without attributes nothing is known but its name and kind.
+ObjectInfo volumeObject(const FolderWalk::Entry& entry,
+                        const std::optional<struct stat>& attributes);
+
 /// A call to a device.
 template <typename Work>
 auto called(const std::shared_ptr<DeviceState>& state, const char* operation, const Work& work) {
