@@ -146,11 +146,8 @@ BookOptions& BookOptions::skipsInvalid(bool is) {
 }
 BookOptions& BookOptions::shortens(bool is) { return set<&Data::shortens>(*this, data_, is); }
 
-struct BookChange::Data {
+struct BookChange::Data : OutgoingBook {
   std::weak_ptr<DeviceState> device;
-  BookWay way = BookWay::kSingly;
-  BookPlan plan{};
-  BookSurroundings surroundings{};
   std::vector<std::string> warnings{};
   bool isUsed = false;
 };
@@ -221,7 +218,7 @@ std::vector<BookObstacle> obstaclesIn(const OpenedDevice& camera, const BookChan
     named.insert(obstacle.entry);
     obstacles.push_back(std::move(obstacle));
   }
-  for (auto& obstacle : obstaclesTo(change.way, change.plan, change.surroundings))
+  for (auto& obstacle : obstaclesTo(change))
     if (!named.contains(obstacle.entry)) obstacles.push_back(std::move(obstacle));
   return obstacles;
 }
@@ -279,7 +276,7 @@ void refuseOtherRecipients(const OpenedDevice& camera, BookChange::Data& change)
   if (change.way != BookWay::kSingly || changes.isEmpty()) return;
   const auto orders = emailRecipients(camera);
   for (const auto& [recipient, order] : orders)
-    change.surroundings.recipients.insert(recipient);
+    change.recipients.insert(recipient);
   const auto refuseFor = [&](const Contact& contact) {
     const auto found = orders.find(contact.handle);
     if (found == orders.end()) return;
@@ -438,11 +435,11 @@ BookChange planAddressBook(Device& device, const ContactBook& there, const Conta
                                  : wanted.data().book;
     const BookWay way = wayTo(camera, options.data().syncOnly);
     PlanOptions how = planOptions(book, options.data(), way);
-    const auto data = std::make_shared<BookChange::Data>(BookChange::Data{
-        .device = device.state(),
-        .way = way,
-        .plan = planBook(now, book, how),
-        .surroundings = {.encoding = camera.session().platform().services().defaultEncoding}});
+    const auto data = std::make_shared<BookChange::Data>(
+        BookChange::Data{{.way = way,
+                          .plan = planBook(now, book, how),
+                          .encoding = camera.session().platform().services().defaultEncoding},
+                         device.state()});
     BookChange change(data);
     for (const auto& note : notes)
       data->warnings.push_back(note + ".");
@@ -457,7 +454,7 @@ BookChange planAddressBook(Device& device, const ContactBook& there, const Conta
     refuseOtherRecipients(camera, *data);
     if (!isSingly(way) && book.groups && !book.groups->empty())
       data->warnings.emplace_back("The device keeps no groups: those of the file are left out.");
-    std::ranges::move(warningsOf(data->way, data->plan), std::back_inserter(data->warnings));
+    std::ranges::move(warningsOf(*data), std::back_inserter(data->warnings));
     return change;
   });
 }
@@ -467,7 +464,7 @@ void writeAddressBook(Device& device, const BookChange& change) {
     auto& data = change.data();
     if (data.device.lock() != device.state()) refuse("the change is one for another device");
     if (std::exchange(data.isUsed, true)) refuse("the change was written already");
-    const auto written = writeBook(data.way, camera, data.plan, data.surroundings);
+    const auto written = writeBook(camera, data);
     if (written.status == status::kOK) return compareAfterwards(camera, data);
     std::string why = written.why.empty() ? "" : written.why + ". ";
     why += howFar(camera, data, written);

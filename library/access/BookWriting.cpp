@@ -87,17 +87,17 @@ std::string bookText(const AddressBook& book, const std::string& encoding,
 /// One writing.
 class Writing {
  public:
-  Writing(const OpenedDevice& device, BookPlan& plan, const BookSurroundings& surroundings)
-      : device_(device), plan_(plan), surroundings_(surroundings) {}
+  Writing(const OpenedDevice& device, OutgoingBook& book)
+      : device_(device), out_(book), plan_(book.plan) {}
 
   // Never raises: how far it came is what the user has to know.
-  BookWritten run(BookWay way) {
+  BookWritten run() {
     try {
-      if (way == BookWay::kSingly) writeSingly();
-      if (way == BookWay::kFile) writeFile();
-      if (way == BookWay::kGroups) writeGroups();
+      if (out_.way == BookWay::kSingly) writeSingly();
+      if (out_.way == BookWay::kFile) writeFile();
+      if (out_.way == BookWay::kGroups) writeGroups();
       // The library would send it beside a file that it could not delete.
-      if (way == BookWay::kEmptyFile)
+      if (out_.way == BookWay::kEmptyFile)
         replaceFile([this] { return device_.device().setAddressBookDict(plan_.book); });
     } catch (const Exception& exception) {
       result_.status = status::kICAProtocolError;
@@ -157,7 +157,7 @@ class Writing {
     if (handle == 0) return fail("the device gave the new contact no handle");
     // The order would go to somebody whom nobody has chosen. Devices give handles of deleted
     // objects again.
-    if (surroundings_.recipients.contains(handle)) {
+    if (out_.recipients.contains(handle)) {
       // It is refused whether it can be taken back or not.
       (void)device_.device().deleteVendorObjectPTP(handle);
       return fail("the device gave " + contactInWords(contact) + " the handle " +
@@ -201,7 +201,7 @@ class Writing {
 
   void writeFile() {
     std::vector<BookObstacle> obstacles;
-    const auto text = bookText(plan_.book, surroundings_.encoding, obstacles);
+    const auto text = bookText(plan_.book, out_.encoding, obstacles);
     if (!obstacles.empty()) result_.why = obstacles.front().why;
     // Written before the device is touched: a text that cannot be made costs nobody his book.
     const ScratchFolder folder;
@@ -251,8 +251,8 @@ class Writing {
   }
 
   const OpenedDevice& device_;
+  const OutgoingBook& out_;
   BookPlan& plan_;
-  const BookSurroundings& surroundings_;
   BookWritten result_;
 };
 
@@ -283,8 +283,8 @@ const char* misfitOf(const Contact& contact) {
 
 }  // namespace
 
-std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan) {
-  switch (way) {
+std::vector<std::string> warningsOf(const OutgoingBook& book) {
+  switch (book.way) {
     case BookWay::kGroups:
       return {
           "Groups alone are sent: contacts stay on the device as they are, and no change of a "
@@ -297,7 +297,7 @@ std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan) {
       std::vector<std::string> warnings = {
           "The device keeps all contacts in one file. The old file is deleted and a new one, with "
           "all contacts, is sent in its place."};
-      if (hasMoreThanLabels(plan.book))
+      if (hasMoreThanLabels(book.plan.book))
         warnings.emplace_back(
             "The device keeps the nickname and the e-mail address of a contact, and nothing else: "
             "names, addresses and phone numbers stay here.");
@@ -307,23 +307,22 @@ std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan) {
       break;
   }
   const bool hasPicture = std::ranges::any_of(
-      plan.changes.contacts.changed, [](const auto& each) { return each.before->image != 0; });
+      book.plan.changes.contacts.changed, [](const auto& each) { return each.before->image != 0; });
   if (!hasPicture) return {};
   return {"A contact that changes may lose its picture on the device: pictures are not sent."};
 }
 
-std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
-                                      const BookSurroundings& surroundings) {
+std::vector<BookObstacle> obstaclesTo(const OutgoingBook& book) {
   std::vector<BookObstacle> obstacles;
-  if (way == BookWay::kFile) bookText(plan.book, surroundings.encoding, obstacles);
-  if (way != BookWay::kSingly) return obstacles;
-  for (const auto& contact : *plan.book.contacts) {
+  if (book.way == BookWay::kFile) bookText(book.plan.book, book.encoding, obstacles);
+  if (book.way != BookWay::kSingly) return obstacles;
+  for (const auto& contact : *book.plan.book.contacts) {
     if (contact->action != DataSyncAction::kAdd && contact->action != DataSyncAction::kUpdate)
       continue;
     if (const char* why = misfitOf(*contact))
       obstacles.push_back({.entry = contact.get(), .why = contactInWords(*contact) + ": " + why});
   }
-  for (const auto& group : *plan.book.groups) {
+  for (const auto& group : *book.plan.book.groups) {
     if (utf16Length(group->name) <= kMostStringUnits) continue;
     obstacles.push_back(
         {.entry = group.get(),
@@ -332,9 +331,8 @@ std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
   return obstacles;
 }
 
-BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
-                      const BookSurroundings& surroundings) {
-  return Writing(device, plan, surroundings).run(way);
+BookWritten writeBook(const OpenedDevice& device, OutgoingBook& book) {
+  return Writing(device, book).run();
 }
 
 }  // namespace tarvo::library

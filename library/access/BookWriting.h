@@ -35,20 +35,19 @@ struct BookWritten {
   std::string outcome{};  ///< of a file: what the device holds now, where that is not plain
 };
 
-/// What counts beside the book.
-struct BookSurroundings {
+struct OutgoingBook {
+  BookWay way = BookWay::kSingly;
+  BookPlan plan{};
   std::string encoding{};                ///< the device's (an iconv name)
   std::set<std::uint32_t> recipients{};  ///< handles of contacts to whom orders go, or went
 };
 
-/// What a user has to know of a way before anything is sent, a sentence each.
-std::vector<std::string> warningsOf(BookWay way, const BookPlan& plan);
+/// What a user has to know of the way before anything is sent, a sentence each.
+std::vector<std::string> warningsOf(const OutgoingBook& book);
 /// What cannot be sent that way. To be asked before anything is.
-std::vector<BookObstacle> obstaclesTo(BookWay way, const BookPlan& plan,
-                                      const BookSurroundings& surroundings);
+std::vector<BookObstacle> obstaclesTo(const OutgoingBook& book);
 /// Writes the plan's book; its entries are brought up to date with what was written. Raises
 /// nothing.
-BookWritten writeBook(BookWay way, const OpenedDevice& device, BookPlan& plan,
-                      const BookSurroundings& surroundings);
+BookWritten writeBook(const OpenedDevice& device, OutgoingBook& book);
 
 }  // namespace tarvo::library
