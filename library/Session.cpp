@@ -101,23 +101,19 @@ std::vector<UnitInfo> Session::units() {
 }
 
 DeviceInfo Session::findCamera(std::string_view wanted) {
-  return entered(state_, "findCamera",
-                 [&] { return chooseCamera(state_->platform(), std::string(wanted)); });
+  return entered(state_, "findCamera", [&] { return chooseCamera(state_->platform(), wanted); });
 }
 
 DeviceInfo Session::findDevice(std::string_view wanted) {
-  return entered(state_, "findDevice",
-                 [&] { return chooseDevice(state_->platform(), std::string(wanted)); });
+  return entered(state_, "findDevice", [&] { return chooseDevice(state_->platform(), wanted); });
 }
 
 DeviceInfo Session::findVolume(std::string_view wanted) {
-  return entered(state_, "findVolume",
-                 [&] { return chooseVolume(state_->platform(), std::string(wanted)); });
+  return entered(state_, "findVolume", [&] { return chooseVolume(state_->platform(), wanted); });
 }
 
 UnitInfo Session::findUnit(std::string_view wanted) {
-  return entered(state_, "findUnit",
-                 [&] { return chooseUnit(state_->platform(), std::string(wanted)); });
+  return entered(state_, "findUnit", [&] { return chooseUnit(state_->platform(), wanted); });
 }
 
 Device Session::open(const DeviceInfo& info) {

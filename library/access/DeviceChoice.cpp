@@ -91,7 +91,7 @@ std::optional<std::int32_t> locationFrom(std::string_view text) {
 /// serial number, its location and its name count in this order, then the first two or a word of
 /// the name without regard to case, then how one of these begins.
 template <typename Info>
-int fitOf(const Info& info, const std::string& wanted) {
+int fitOf(const Info& info, std::string_view wanted) {
   constexpr int kSerial = 5, kLocation = 4, kName = 3, kFolded = 2, kBeginning = 1;
   if (info.serial() == wanted) return kSerial;
   const auto location = locationFrom(wanted);
@@ -115,7 +115,7 @@ int fitOf(const Info& info, const std::string& wanted) {
 
 /// Those that `wanted` names best; none where it names none.
 template <typename Info>
-std::vector<Info> fitting(const std::vector<Info>& all, const std::string& wanted) {
+std::vector<Info> fitting(const std::vector<Info>& all, std::string_view wanted) {
   std::vector<Info> best;
   int most = 1;
   for (const Info& each : all) {
@@ -138,22 +138,23 @@ struct ChoiceWords {
 /// The only one of `meant`. Raises kNotFound where there is none, kAmbiguous where there are
 /// several; it lists those, or those in `listed`. `wanted` is what the caller named, or empty.
 template <typename Info>
-Info onlyOne(const std::string& wanted, const ChoiceWords& words, const std::vector<Info>& listed,
+Info onlyOne(std::string_view wanted, const ChoiceWords& words, const std::vector<Info>& listed,
              const std::vector<Info>& meant) {
   if (meant.size() == 1) return meant.front();
+  const std::string name(wanted);
   std::vector<std::string> texts;
   for (const Info& each : meant.empty() ? listed : meant)
     texts.push_back(each.description());
   const std::string list = joined(texts);
   if (!meant.empty())
     raise({.why = wanted.empty() ? "several " + words.kind + "s are " + words.state + ": " + list
-                                 : "'" + wanted + "' may be each of these: " + list,
+                                 : "'" + name + "' may be each of these: " + list,
            .advice = "Name one by its serial number, location or name.",
            .kind = ErrorKind::kAmbiguous});
   Failure failure{.why = words.none, .advice = words.noneAdvice, .kind = ErrorKind::kNotFound};
   if (!wanted.empty())
     failure.why = "there is no " + words.kind + " with the serial number, location or name '" +
-                  wanted + "'" + (list.empty() ? "" : "; " + words.state + ": " + list);
+                  name + "'" + (list.empty() ? "" : "; " + words.state + ": " + list);
   raise(std::move(failure));
 }
 
@@ -162,7 +163,7 @@ bool isMakersCamera(const DeviceInfo& device) {
 }
 
 /// Those that `wanted` names by what the USB says, or else by what the cameras themselves do.
-std::vector<DeviceInfo> namedDevices(Platform& platform, const std::string& wanted,
+std::vector<DeviceInfo> namedDevices(Platform& platform, std::string_view wanted,
                                      const std::vector<DeviceInfo>& devices) {
   auto meant = fitting(devices, wanted);
   if (!meant.empty()) return meant;
@@ -197,7 +198,7 @@ ChoiceWords wordsWithoutCamera(Platform& platform, const std::vector<DeviceInfo>
 }
 
 DeviceInfo cameraAmong(const std::vector<DeviceInfo>& devices, Platform& platform,
-                       const std::string& wanted) {
+                       std::string_view wanted) {
   auto cameras = devices;
   if (!wanted.empty()) {
     std::erase_if(cameras, [](const auto& each) { return each.kind() != DeviceKind::kCamera; });
@@ -211,10 +212,10 @@ DeviceInfo cameraAmong(const std::vector<DeviceInfo>& devices, Platform& platfor
                  cameras, cameras);
 }
 
-DeviceInfo volumeAmong(std::vector<DeviceInfo> volumes, const std::string& wanted) {
+DeviceInfo volumeAmong(std::vector<DeviceInfo> volumes, std::string_view wanted) {
   std::erase_if(volumes, [](const DeviceInfo& device) { return device.path().empty(); });
   const bool isNamed = !wanted.empty() && !volumes.empty();
-  return onlyOne(isNamed ? wanted : "",
+  return onlyOne(isNamed ? wanted : std::string_view(),
                  {.kind = "volume",
                   .none = "no card and no camera is mounted",
                   .noneAdvice = "Connect one, and mount it.",
@@ -251,15 +252,15 @@ std::vector<DeviceInfo> presentDevices(Platform& platform) {
   return devices;
 }
 
-DeviceInfo chooseCamera(Platform& platform, const std::string& wanted) {
+DeviceInfo chooseCamera(Platform& platform, std::string_view wanted) {
   return cameraAmong(presentDevices(platform), platform, wanted);
 }
 
-DeviceInfo chooseVolume(Platform& platform, const std::string& wanted) {
+DeviceInfo chooseVolume(Platform& platform, std::string_view wanted) {
   return volumeAmong(presentDevices(platform), wanted);
 }
 
-DeviceInfo chooseDevice(Platform& platform, const std::string& wanted) {
+DeviceInfo chooseDevice(Platform& platform, std::string_view wanted) {
   const auto devices = presentDevices(platform);
   if (!wanted.empty()) return onlyOne(wanted, {}, devices, namedDevices(platform, wanted, devices));
   const bool hasCamera = std::ranges::any_of(devices, isMakersCamera);
@@ -269,7 +270,7 @@ DeviceInfo chooseDevice(Platform& platform, const std::string& wanted) {
                                  : cameraAmong(devices, platform, wanted);
 }
 
-UnitInfo chooseUnit(Platform& platform, const std::string& wanted) {
+UnitInfo chooseUnit(Platform& platform, std::string_view wanted) {
   const auto units = presentUnits(platform);
   return onlyOne(wanted,
                  {.kind = "unit",

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "library/access/Platform.h"
@@ -40,13 +41,13 @@ std::vector<UnitInfo> presentUnits(Platform& platform);
 
 /// The camera that is `wanted`, by what the USB or the device itself says; without that the only
 /// one of the maker.
-DeviceInfo chooseCamera(Platform& platform, const std::string& wanted);
+DeviceInfo chooseCamera(Platform& platform, std::string_view wanted);
 /// The volume that is `wanted`; without that the only one.
-DeviceInfo chooseVolume(Platform& platform, const std::string& wanted);
+DeviceInfo chooseVolume(Platform& platform, std::string_view wanted);
 /// Either; without `wanted` the only camera of the maker, and where there is none the only volume.
-DeviceInfo chooseDevice(Platform& platform, const std::string& wanted);
+DeviceInfo chooseDevice(Platform& platform, std::string_view wanted);
 /// The unit that is `wanted`; without that the only one.
-UnitInfo chooseUnit(Platform& platform, const std::string& wanted);
+UnitInfo chooseUnit(Platform& platform, std::string_view wanted);
 
 /// What a person can name: "SERIAL (NAME, location 0x01100000)".
 std::string inWords(const std::string& serial, const std::string& name,
