@@ -81,12 +81,10 @@ std::ostream& operator<<(std::ostream& out, const StoreInfo& store) {
              << store.capacity() << " bytes free";
 }
 
-struct PropertyInfo::Data {
-  PTPPropertyDescription description;
-};
+struct PropertyInfo::Data : PTPPropertyDescription {};
 
 const PTPPropertyDescription& library::recordOf(const PropertyInfo& property) {
-  return property.data().description;
+  return property.data();
 }
 
 namespace {
@@ -99,19 +97,15 @@ std::string valueText(const PropertyDictionary& value) {
 
 }  // namespace
 
-std::uint16_t PropertyInfo::code() const { return data_->description.code; }
-std::uint16_t PropertyInfo::type() const { return data_->description.datatype; }
-bool PropertyInfo::isWritable() const { return data_->description.isWritable; }
-std::string PropertyInfo::value() const { return valueText(data_->description.current); }
-std::string PropertyInfo::factoryDefault() const {
-  return valueText(data_->description.factoryDefault);
-}
-bool PropertyInfo::isRange() const {
-  return data_->description.form == PTPPropertyDescription::Form::kRange;
-}
+std::uint16_t PropertyInfo::code() const { return data_->code; }
+std::uint16_t PropertyInfo::type() const { return data_->datatype; }
+bool PropertyInfo::isWritable() const { return data_->isWritable; }
+std::string PropertyInfo::value() const { return valueText(data_->current); }
+std::string PropertyInfo::factoryDefault() const { return valueText(data_->factoryDefault); }
+bool PropertyInfo::isRange() const { return data_->form == PTPPropertyDescription::Form::kRange; }
 std::vector<std::string> PropertyInfo::allowed() const {
   std::vector<std::string> texts;
-  for (const auto& value : data_->description.formValues)
+  for (const auto& value : data_->formValues)
     texts.push_back(valueText(value));
   return texts;
 }

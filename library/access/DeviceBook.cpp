@@ -5,17 +5,13 @@
 #include "NativeServices/PictureDevice/datasets/AddressBookFile.h"
 #include "NativeServices/PictureDevice/datasets/PTPRecords.h"
 #include "NativeServices/PictureDevice/datasets/TextFiles.h"
-#include "NativeServices/PictureDevice/datasets/XTExtendedObjectInfo.h"
 #include "NativeServices/PictureDevice/devices/XTImageCapturePTPDevice.h"
 #include "NativeServices/PictureDevice/operations/AddressBookSync.h"
 #include "NativeServices/PictureDevice/operations/ObjectListing.h"
-#include "NativeServices/PictureDevice/operations/PTPTransactions.h"
-#include "Utilities/Exception.h"
 #include "Utilities/NSStringUtilsCategory.h"
 #include "Utilities/PTPCodes.h"
 #include "Utilities/Printable.h"
 #include "library/access/BookPlan.h"
-#include "library/access/DeviceState.h"
 
 namespace tarvo::library {
 namespace {
@@ -97,9 +93,8 @@ std::vector<std::string_view> linesIn(std::string_view text) {
   return lines;
 }
 
-/// Whether a line of the file is a contact and nothing else, or blank.
-/// Read by the library and written again as it would: only a line that comes out the same loses
-/// nothing.
+/// Whether a line of the file is a contact and nothing else, or blank. Read by the library and
+/// written again as it would: only a line that comes out the same loses nothing.
 bool isReadInWhole(std::string_view line) {
   if (line.find_first_not_of(" <>\r\n") == std::string_view::npos) return true;
   AddressBook book;
