@@ -95,7 +95,6 @@ std::string copiesInWords(std::int64_t count) {
 constexpr const char* kEmailOrder = "e-mail order";
 constexpr const char* kMarker = "marker file";
 
-/// One reading.
 class OrderReading {
  public:
   explicit OrderReading(const OpenedDevice& device) : device_(device) {}
@@ -284,8 +283,7 @@ class OrderReading {
     // Of two ways to read them, as the library has it.
     const auto text = isEmail ? textInEncoding(raw, encoding) : plainText(raw, encoding);
     const std::size_t before = list_.orders.size();
-    if (text && isEmail) addEmailJobs(handle, *text);
-    if (text && !isEmail) addPrintJobs(handle, *text);
+    if (text) addJobs(handle, *text, isEmail);
     // Jobs that are no orders to the library go with the file, so somebody has to know of them.
     if (!text || list_.orders.size() - before != jobsIn(*text))
       reading_.note({kMarker, handle, text ? "it has jobs that are incomplete" : "it is no text"});
@@ -300,21 +298,17 @@ class OrderReading {
     return count;
   }
 
-  void addEmailJobs(std::uint32_t marker, const std::string& text) {
-    EmailOrders orders;
-    appendEmailOrders(orders, text);
-    for (const auto& order : orders)
+  void addJobs(std::uint32_t marker, const std::string& text, bool isEmail) {
+    EmailOrders emails;
+    PrintOrders prints;
+    isEmail ? appendEmailOrders(emails, text) : appendPrintOrders(prints, text);
+    for (const auto& order : emails)
       add({.kind = "email",
            .marker = marker,
            .purpose = joined(order.destAddresses),
            .pictures = picturesOf(order.assets)},
           jsonFromEmailOrder(order));
-  }
-
-  void addPrintJobs(std::uint32_t marker, const std::string& text) {
-    PrintOrders orders;
-    appendPrintOrders(orders, text);
-    for (const auto& order : orders)
+    for (const auto& order : prints)
       add({.kind = "print",
            .marker = marker,
            .purpose = copiesInWords(order.quantity),

@@ -84,7 +84,6 @@ std::string bookText(const AddressBook& book, const std::string& encoding,
   return text;
 }
 
-/// One writing.
 class Writing {
  public:
   Writing(const OpenedDevice& device, OutgoingBook& book)
