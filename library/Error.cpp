@@ -20,6 +20,7 @@ struct Meaning {
 
 constexpr const char* kOffAndOn = "Try again; if it stays so, switch the device off and on.";
 constexpr const char* kPlugIn = "Plug the device in again.";
+constexpr const char* kCloseProgram = "Close the program that uses the device and try again.";
 constexpr const char* kAtTheScreen =
     "Install the udev rule (70-tarvo.rules), and do it in the session at the screen.";
 
@@ -36,8 +37,7 @@ constexpr auto kMeanings = std::to_array<Meaning>({
     {status::kNotAFile, ErrorKind::kRefused, "Only plain files can be sent."},
     {status::kUnsupported, ErrorKind::kUnsupported, "This kind of device cannot do it."},
     {status::kObjectTooLarge, ErrorKind::kTooLarge, ""},
-    {status::kICADeviceBusy, ErrorKind::kBusy,
-     "Close the program that uses the device and try again."},
+    {status::kICADeviceBusy, ErrorKind::kBusy, kCloseProgram},
     {status::kICATransactionRunning, ErrorKind::kMisuse, ""},
     {status::kICAAccessDenied, ErrorKind::kNotPermitted,
      "Install the udev rule (70-tarvo.rules) and plug the device in again."},
@@ -48,8 +48,7 @@ constexpr auto kMeanings = std::to_array<Meaning>({
     {status::kICAProtocolError, ErrorKind::kBroken, kOffAndOn},
     {status::kIOReturnNoDevice, ErrorKind::kGone, kPlugIn},
     {status::kIOReturnNotPrivileged, ErrorKind::kNotPermitted, kAtTheScreen},
-    {status::kIOReturnExclusiveAccess, ErrorKind::kBusy,
-     "Close the program that uses the device and try again."},
+    {status::kIOReturnExclusiveAccess, ErrorKind::kBusy, kCloseProgram},
     {status::kIOReturnBusy, ErrorKind::kBusy, "Close what uses it and try again."},
     {status::kIOReturnTimeout, ErrorKind::kTimedOut, kOffAndOn},
     {status::kIOReturnAborted, ErrorKind::kCancelled, ""},
