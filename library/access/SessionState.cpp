@@ -119,22 +119,16 @@ bool SessionState::dispatch() {
 
 bool SessionState::wait(std::chrono::milliseconds most) {
   if (dispatch()) return true;
-  bool isOver = false;
   GSource* clock = g_timeout_source_new(
       static_cast<guint>(std::clamp<std::int64_t>(most.count(), 0, G_MAXUINT)));
-  g_source_set_callback(
-      clock,
-      +[](gpointer over) -> gboolean {
-        *static_cast<bool*>(over) = true;
-        return G_SOURCE_REMOVE;
-      },
-      &isOver, nullptr);
+  // That they end a turn of the loop is what both sources are for.
+  const GSourceFunc ends = [](gpointer) -> gboolean { return G_SOURCE_REMOVE; };
+  g_source_set_callback(clock, ends, nullptr, nullptr);
   g_source_attach(clock, context_.get());
   const AttachedSource timer(clock);
   AttachedSource stop;
   if (const Interrupt* interrupt = platform_->interrupt()) {
     GSource* source = interrupt->makeSource();
-    // That it ends a turn of the loop is what it is for.
     g_source_set_callback(source, G_SOURCE_FUNC(+[](gint, GIOCondition, gpointer) -> gboolean {
                             return G_SOURCE_REMOVE;
                           }),
@@ -143,7 +137,7 @@ bool SessionState::wait(std::chrono::milliseconds most) {
     stop = AttachedSource(source);
   }
   isDispatching_ = true;
-  while (!told_ && !raised_ && !isOver && !isInterrupted())
+  while (!told_ && !raised_ && !g_source_is_destroyed(clock) && !isInterrupted())
     g_main_context_iteration(context_.get(), TRUE);
   isDispatching_ = false;
   rethrowRaised();
