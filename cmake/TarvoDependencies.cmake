@@ -13,6 +13,11 @@ pkg_check_modules(EBOOK REQUIRED IMPORTED_TARGET libebook-contacts-1.2)
 pkg_check_modules(SECCOMP REQUIRED IMPORTED_TARGET libseccomp)
 if(TARVO_WINDOWS)
   pkg_check_modules(GTKMM REQUIRED IMPORTED_TARGET gtkmm-4.0)
+  # It names parts of a processor that each of its kind has; with them clang would refuse the
+  # headers that were compiled without.
+  get_target_property(gtkOptions PkgConfig::GTKMM INTERFACE_COMPILE_OPTIONS)
+  list(FILTER gtkOptions EXCLUDE REGEX "^-m")
+  set_target_properties(PkgConfig::GTKMM PROPERTIES INTERFACE_COMPILE_OPTIONS "${gtkOptions}")
 endif()
 if(TARVO_SIMULATOR)
   pkg_check_modules(UMOCKDEV REQUIRED IMPORTED_TARGET umockdev-1.0)

@@ -1,12 +1,12 @@
 # Much of the time of a compilation goes into a few large headers that nearly every file has.
 # Presets for development read them once: one set for libraries and one for tests, since it belongs
-# to the compiler's options. Every other build, and clang with its tools, sees each file with
-# nothing but its own includes.
-option(TARVO_PRECOMPILED "Read the largest headers once (GCC only)" OFF)
+# to the compiler's options. Every other build, and the tools of clang, see each file with nothing
+# but its own includes.
+option(TARVO_PRECOMPILED "Read the largest headers once" OFF)
 
-if(TARVO_PRECOMPILED AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+if(TARVO_PRECOMPILED)
   if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES "ccache")
-    add_compile_options(-fpch-preprocess)
+    add_compile_options("$<IF:$<CXX_COMPILER_ID:GNU>,-fpch-preprocess,SHELL:-Xclang -fno-pch-timestamp>")
     set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros
         ${CMAKE_CXX_COMPILER_LAUNCHER})
   endif()
