@@ -67,7 +67,9 @@ std::string bookText(const AddressBook& book, const std::string& encoding,
     const std::string nickname = contact->nickname.value_or("");
     const std::string email = contact->email.value_or("");
     const char* reason = misfit(nickname, email);
-    const auto line = encoded(nickname + " <" + email + ">", encoding);
+    std::string written = nickname;
+    written.append(" <").append(email).append(">");
+    const auto line = encoded(written, encoding);
     if (reason || !line) {
       const std::string why =
           reason ? reason
