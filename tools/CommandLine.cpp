@@ -238,7 +238,7 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
   const std::vector<std::string> words(argv + 1, argv + argc);
   // The words of all commands are most of what a start costs. What is not understood, help and
   // words of the same meaning among it, is read again with all of them.
-  for (const bool isWhole : {false, true}) {
+  for (bool isWhole = false;; isWhole = true) {
     // Kept by the command, whose options lie in it.
     const auto tree = std::make_shared<CommandTree>(isWhole, words);
     const auto meant = asMeant(tree->app, words);
@@ -258,7 +258,6 @@ CommandLine readCommandLine(int argc, const char* const* argv, std::FILE* out, s
       if (isWhole) return {.exitCode = endedBy(*tree, error, meant, out, err)};
     }
   }
-  return {};
 }
 
 int runCommand(ToolContext& context, const Command& command) {
